@@ -1,0 +1,53 @@
+# How every target of the tree is built: warnings, sanitizers, include roots and globbed sources.
+
+find_package(Threads REQUIRED)
+
+add_library(zel_build_flags INTERFACE)
+target_compile_options(zel_build_flags INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-qual -Wconversion -Wsign-conversion -Werror
+  -fno-omit-frame-pointer)
+if(ZEL_SANITIZE)
+  target_compile_options(zel_build_flags INTERFACE -fsanitize=${ZEL_SANITIZE} -fno-sanitize-recover=all)
+  target_link_options(zel_build_flags INTERFACE -fsanitize=${ZEL_SANITIZE})
+endif()
+
+# zel_library(NAME FOLDER...): one library of all the sources in the folders. The include root is the
+# parent for platform folders ("kiln/Ptr.h") and the folder itself for the others ("ZelCounters.h").
+function(zel_library name)
+  set(sources)
+  foreach(folder IN LISTS ARGN)
+    file(GLOB found CONFIGURE_DEPENDS ${folder}/*.cpp ${folder}/*.h)
+    list(APPEND sources ${found})
+  endforeach()
+  add_library(${name} ${sources})
+  set_target_properties(${name} PROPERTIES LINKER_LANGUAGE CXX POSITION_INDEPENDENT_CODE ON)
+  list(GET ARGN 0 first)
+  if(first MATCHES "^platform/")
+    target_include_directories(${name} PUBLIC ${CMAKE_SOURCE_DIR}/platform)
+  else()
+    target_include_directories(${name} PUBLIC ${CMAKE_SOURCE_DIR}/${first})
+  endif()
+  target_link_libraries(${name} PUBLIC Threads::Threads PRIVATE zel_build_flags)
+endfunction()
+
+# zel_program(NAME FOLDER LIBRARY...): an executable of all the sources in the folder.
+function(zel_program name folder)
+  file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/${folder}/*.cpp)
+  add_executable(${name} ${sources})
+  target_link_libraries(${name} PRIVATE ${ARGN} zel_build_flags)
+endfunction()
+
+# zel_test(FOLDER LIBRARY...): one test program a folder of tests/, run by ctest.
+function(zel_test folder)
+  file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/${folder}/*.cpp)
+  if(NOT sources)
+    return()
+  endif()
+  string(REPLACE "/" "_" name ${folder})
+  add_executable(test_${name} ${sources})
+  target_include_directories(test_${name} PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})
+  target_link_libraries(test_${name} PRIVATE ${ARGN} zel_build_flags GTest::gmock GTest::gtest_main)
+  target_compile_definitions(test_${name} PRIVATE ZEL_TEST_DATA="${CMAKE_SOURCE_DIR}/tests/data")
+  add_test(NAME ${folder} COMMAND test_${name})
+  set_tests_properties(${folder} PROPERTIES TIMEOUT 300)
+endfunction()
