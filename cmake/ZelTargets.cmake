@@ -37,7 +37,7 @@ function(zel_program name folder)
   target_link_libraries(${name} PRIVATE ${ARGN} zel_build_flags)
 endfunction()
 
-# zel_test(FOLDER LIBRARY...): one test program a folder of tests/, run by ctest.
+# zel_test(FOLDER LIBRARY...): one test program a folder of tests/; ctest runs and names its tests one by one.
 function(zel_test folder)
   file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/${folder}/*.cpp)
   if(NOT sources)
@@ -48,6 +48,6 @@ function(zel_test folder)
   target_include_directories(test_${name} PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})
   target_link_libraries(test_${name} PRIVATE ${ARGN} zel_build_flags GTest::gmock GTest::gtest_main)
   target_compile_definitions(test_${name} PRIVATE ZEL_TEST_DATA="${CMAKE_SOURCE_DIR}/tests/data")
-  add_test(NAME ${folder} COMMAND test_${name})
-  set_tests_properties(${folder} PROPERTIES TIMEOUT 300)
+  gtest_discover_tests(test_${name} TEST_PREFIX ${folder}/ NO_PRETTY_VALUES DISCOVERY_TIMEOUT 60
+    PROPERTIES TIMEOUT 300)
 endfunction()

@@ -1,0 +1,202 @@
+// The macros that declare attributes. A class that says
+//
+//    class Port : public Kiln::Entity {
+//       class Notifiee : ... { virtual void onSpeed() {}  virtual void onVlan(Bridging::VlanId) {} };
+//       KILN_NOTIFIER
+//       KILN_ATTRIBUTE(Kiln::String, description)
+//       KILN_ATTRIBUTE_NOTIFY(U64, speed, onSpeed)
+//       KILN_COUNTER(U32, errors)
+//       KILN_POINTER(Owner, owner)
+//       KILN_HASH_MAP_NOTIFY(Bridging::VlanId, bool, vlan, onVlan)
+//       KILN_COLLECTION(Net::Port, U8, Lane, laneId, lane)
+//    };
+//
+// gets, with the private members description_, speed_, ... behind them:
+//
+//    KILN_ATTRIBUTE      const T& x() const;  void xIs(T)
+//                        Further arguments are the initial value: KILN_ATTRIBUTE(double, delay, 2.0).
+//    ..._NOTIFY          the same, and xIs compares, stores, then notifies; an equal value does nothing
+//    KILN_COUNTER        x(), xIs(v), xInc(n), xDec(n)
+//    KILN_POINTER        const Kiln::Ptr<T>& x() const;  xIs(Kiln::Ptr<T>);  xDel()
+//    KILN_HASH_MAP       the collection x();  x(key): the value, or V() when absent, and never an insertion;
+//    KILN_ORDERED_MAP    xIs(key, value);  xDel(key), of an absent key nothing;  xDelAll(), a snapshot of the
+//    keys
+//                        one by one
+//    ..._NOTIFY          the same, and a change of a key's value, its coming and its going notify with the
+//    key KILN_COLLECTION     a hash map of Kiln::Ptr<T> keyed by the element's own attribute: xIs(ptr), which
+//    refuses a
+//                        null pointer with a std::invalid_argument that names Class::x, and the rest as
+//                        above. KILN_COLLECTION(QualifiedClass, K, T, keyAttribute, x); K is the type of the
+//                        key attribute, named so that the map can be declared while T is incomplete.
+//
+// The macros only declare; the work is done by the templates above them.
+#pragma once
+
+#include "kiln/Collections.h"
+#include "kiln/Ptr.h"
+
+#include <stdexcept>
+#include <type_traits>
+
+namespace Kiln {
+
+template <class V>
+using ReadAs = std::conditional_t<std::is_scalar_v<V>, V, const V&>;
+
+// True when the stored value changed.
+template <class T>
+bool assignIfDifferent(T& stored, T value) {
+   if (stored == value) {
+      return false;
+   }
+   stored = std::move(value);
+   return true;
+}
+
+template <class Map>
+ReadAs<typename Map::mapped_type> valueOrDefault(const Map& map, const typename Map::key_type& key) {
+   static const typename Map::mapped_type absent{};
+   const auto* found = map.find(key);
+   return found != nullptr ? *found : absent;
+}
+
+// True when the map changed.
+template <class Map>
+bool mapAssign(Map& map, const typename Map::key_type& key, typename Map::mapped_type value) {
+   if (auto* present = map.find(key)) {
+      return assignIfDifferent(*present, std::move(value));
+   }
+   return map.set(key, std::move(value));
+}
+
+template <class Map, class Erase>
+void forEachKey(const Map& map, Erase erase) {
+   for (const auto& key : map.keys()) {
+      erase(key);
+   }
+}
+
+[[noreturn]] inline void throwNullParameter(const char* attribute, const char* qualifiedClass) {
+   throw std::invalid_argument(String("null _") + attribute + " parameter to mutator for " + qualifiedClass +
+                               "::" + attribute + " not allowed");
+}
+
+} // namespace Kiln
+
+#define KILN_ATTRIBUTE(Type, x, ...)                                                                         \
+ public:                                                                                                     \
+   ::Kiln::ReadAs<Type> x() const {                                                                          \
+      return x##_;                                                                                           \
+   }                                                                                                         \
+   void x##Is(Type value) {                                                                                  \
+      ::Kiln::assignIfDifferent<Type>(x##_, std::move(value));                                               \
+   }                                                                                                         \
+                                                                                                             \
+ private:                                                                                                    \
+   Type x##_{__VA_ARGS__};                                                                                   \
+                                                                                                             \
+ public:
+
+#define KILN_ATTRIBUTE_NOTIFY(Type, x, onX, ...)                                                             \
+ public:                                                                                                     \
+   ::Kiln::ReadAs<Type> x() const {                                                                          \
+      return x##_;                                                                                           \
+   }                                                                                                         \
+   void x##Is(Type value) {                                                                                  \
+      if (::Kiln::assignIfDifferent<Type>(x##_, std::move(value))) {                                         \
+         notify(&Notifiee::onX);                                                                             \
+      }                                                                                                      \
+   }                                                                                                         \
+                                                                                                             \
+ private:                                                                                                    \
+   Type x##_{__VA_ARGS__};                                                                                   \
+                                                                                                             \
+ public:
+
+#define KILN_COUNTER(Type, x)                                                                                \
+   KILN_ATTRIBUTE(Type, x)                                                                                   \
+   void x##Inc(Type n) {                                                                                     \
+      x##_ = static_cast<Type>(x##_ + n);                                                                    \
+   }                                                                                                         \
+   void x##Dec(Type n) {                                                                                     \
+      x##_ = static_cast<Type>(x##_ - n);                                                                    \
+   }
+
+#define KILN_POINTER(T, x)                                                                                   \
+ public:                                                                                                     \
+   const ::Kiln::Ptr<T>& x() const {                                                                         \
+      return x##_;                                                                                           \
+   }                                                                                                         \
+   void x##Is(::Kiln::Ptr<T> value) {                                                                        \
+      x##_ = std::move(value);                                                                               \
+   }                                                                                                         \
+   void x##Del() {                                                                                           \
+      x##_ = nullptr;                                                                                        \
+   }                                                                                                         \
+                                                                                                             \
+ private:                                                                                                    \
+   ::Kiln::Ptr<T> x##_;                                                                                      \
+                                                                                                             \
+ public:
+
+#define KILN_MAP_OF_KIND(MapKind, K, V, x, changed)                                                          \
+ public:                                                                                                     \
+   const MapKind<K, V>& x() const {                                                                          \
+      return x##_;                                                                                           \
+   }                                                                                                         \
+   ::Kiln::ReadAs<V> x(const K& key) const {                                                                 \
+      return ::Kiln::valueOrDefault(x##_, key);                                                              \
+   }                                                                                                         \
+   void x##Is(const K& key, V value) {                                                                       \
+      if (::Kiln::mapAssign(x##_, key, std::move(value))) {                                                  \
+         changed;                                                                                            \
+      }                                                                                                      \
+   }                                                                                                         \
+   void x##Del(const K& keyToDelete) {                                                                       \
+      const K key = keyToDelete; /* may live in the entry itself */                                          \
+      if (x##_.erase(key)) {                                                                                 \
+         changed;                                                                                            \
+      }                                                                                                      \
+   }                                                                                                         \
+   void x##DelAll() {                                                                                        \
+      ::Kiln::forEachKey(x##_, [this](const K& key) { x##Del(key); });                                       \
+   }                                                                                                         \
+                                                                                                             \
+ private:                                                                                                    \
+   MapKind<K, V> x##_;                                                                                       \
+                                                                                                             \
+ public:
+
+#define KILN_HASH_MAP(K, V, x) KILN_MAP_OF_KIND(::Kiln::HashMap, K, V, x, static_cast<void>(0))
+#define KILN_ORDERED_MAP(K, V, x) KILN_MAP_OF_KIND(::Kiln::OrderedMap, K, V, x, static_cast<void>(0))
+#define KILN_HASH_MAP_NOTIFY(K, V, x, onX)                                                                   \
+   KILN_MAP_OF_KIND(::Kiln::HashMap, K, V, x, notify(&Notifiee::onX, key))
+#define KILN_ORDERED_MAP_NOTIFY(K, V, x, onX)                                                                \
+   KILN_MAP_OF_KIND(::Kiln::OrderedMap, K, V, x, notify(&Notifiee::onX, key))
+
+#define KILN_COLLECTION(QualifiedClass, K, T, keyAttribute, x)                                               \
+ public:                                                                                                     \
+   const ::Kiln::HashMap<K, ::Kiln::Ptr<T>>& x() const {                                                     \
+      return x##_;                                                                                           \
+   }                                                                                                         \
+   const ::Kiln::Ptr<T>& x(const K& key) const {                                                             \
+      return ::Kiln::valueOrDefault(x##_, key);                                                              \
+   }                                                                                                         \
+   void x##Is(::Kiln::Ptr<T> value) {                                                                        \
+      if (!value) {                                                                                          \
+         ::Kiln::throwNullParameter(#x, #QualifiedClass);                                                    \
+      }                                                                                                      \
+      const K key = value->keyAttribute();                                                                   \
+      x##_.set(key, std::move(value));                                                                       \
+   }                                                                                                         \
+   void x##Del(const K& key) {                                                                               \
+      x##_.erase(K(key));                                                                                    \
+   }                                                                                                         \
+   void x##DelAll() {                                                                                        \
+      ::Kiln::forEachKey(x##_, [this](const K& key) { x##Del(key); });                                       \
+   }                                                                                                         \
+                                                                                                             \
+ private:                                                                                                    \
+   ::Kiln::HashMap<K, ::Kiln::Ptr<T>> x##_;                                                                  \
+                                                                                                             \
+ public:

@@ -1,0 +1,47 @@
+// The activity lock: whoever touches the state of the agent holds it. The activity thread's loop holds it
+// while it runs anything and gives it up only to sleep; a callback from another thread takes it for its whole
+// body:
+//
+//    const auto lock = Kiln::ActivityLockAnchor::lock();
+//
+// It is recursive, so that a callback made inline, under the lock, goes through.
+#pragma once
+
+#include "kiln/Assert.h"
+
+namespace Kiln {
+
+class ActivityLockAnchor {
+ public:
+   class [[nodiscard]] Guard {
+    public:
+      Guard(const Guard&) = delete;
+      Guard& operator=(const Guard&) = delete;
+      ~Guard() { release(); }
+
+    private:
+      friend class ActivityLockAnchor;
+      Guard() { acquire(); }
+   };
+
+   // Blocks until the calling thread has the lock; the guard's end gives it up.
+   static Guard lock() { return {}; }
+   static bool isHeldByThisThread() noexcept { return heldDepth() != 0; }
+   // For a code path that must not run without the lock.
+   static void assertHeld() { KILN_ASSERT(isHeldByThisThread()); }
+   // Runs `blocking` without the lock. The calling thread must hold it exactly once.
+   template <class Blocking>
+   static void yieldWhile(Blocking blocking) {
+      KILN_ASSERT(heldDepth() == 1);
+      release();
+      blocking();
+      acquire();
+   }
+
+ private:
+   static unsigned heldDepth() noexcept;
+   static void acquire();
+   static void release() noexcept;
+};
+
+} // namespace Kiln

@@ -1,0 +1,155 @@
+// The loop of the activity thread, over real and over simulated time.
+#include "kiln/ActivityManager.h"
+
+#include "kiln/ActivityLock.h"
+#include "kiln/Assert.h"
+#include "kiln/RingLog.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cmath>
+#include <limits>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace Kiln {
+
+namespace {
+
+Ptr<ActivityManager>& instanceHolder() {
+   static auto* holder = new Ptr<ActivityManager>;
+   return *holder;
+}
+
+} // namespace
+
+ActivityManager::Descriptor::Descriptor(Ptr<ActivityManager> manager, int fd)
+     : manager_(std::move(manager)), fd_(fd) {
+   manager_->descriptors_.push_back(this);
+}
+
+ActivityManager::Descriptor::~Descriptor() {
+   std::erase(manager_->descriptors_, this);
+}
+
+void ActivityManager::Descriptor::wantsIs(bool readable, bool writable) {
+   readable_ = readable;
+   writable_ = writable;
+}
+
+Ptr<ActivityManager> ActivityManager::instance() {
+   if (!instanceHolder()) {
+      instanceHolder() = allocate<ActivityManager>();
+   }
+   return instanceHolder();
+}
+
+void ActivityManager::instanceDel() {
+   instanceHolder() = nullptr;
+}
+
+ActivityManager::ActivityManager()
+     : clock_(allocate<Clock>()), wakeFd_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+   if (wakeFd_ < 0) {
+      throw std::system_error(errno, std::generic_category(), "eventfd");
+   }
+   clock_->wakeIs([this] { wake(); });
+}
+
+ActivityManager::~ActivityManager() {
+   clock_->wakeIs({});
+   close(wakeFd_);
+}
+
+void ActivityManager::wake() const noexcept {
+   const U64 one = 1;
+   // A full counter means that the loop is being woken already.
+   [[maybe_unused]] const auto written = write(wakeFd_, &one, sizeof one);
+}
+
+void ActivityManager::stop() noexcept {
+   stopping_.store(true);
+   wake();
+}
+
+bool ActivityManager::runOne(double time, U64 sequenceLimit) {
+   try {
+      return clock_->fireNext(time, sequenceLimit);
+   } catch (const std::exception& error) {
+      KILN_RINGLOG("clock handler failed: " << error.what());
+      return true;
+   }
+}
+
+// What a handler arms for now runs in the next turn, so that descriptors are served between.
+void ActivityManager::runDue() {
+   const double now = System::currentTime();
+   const U64 limit = clock_->nextSequence();
+   while (!stopping_.load() && runOne(now, limit)) {
+   }
+}
+
+void ActivityManager::sleep() {
+   std::vector<pollfd> polled{{wakeFd_, POLLIN, 0}};
+   std::vector<Descriptor*> waiting{nullptr};
+   for (Descriptor* descriptor : descriptors_) {
+      if (descriptor->readable_ || descriptor->writable_) {
+         const int events = (descriptor->readable_ ? POLLIN : 0) | (descriptor->writable_ ? POLLOUT : 0);
+         polled.push_back({descriptor->fd_, static_cast<short>(events), 0});
+         waiting.push_back(descriptor);
+      }
+   }
+   const double expiry = clock_->earliestExpiry();
+   timespec timeout{};
+   const double seconds = std::clamp(expiry - System::currentTime(), 0.0, 3600.0);
+   timeout.tv_sec = static_cast<time_t>(seconds);
+   timeout.tv_nsec = static_cast<long>((seconds - std::floor(seconds)) * 1e9);
+
+   // The caller's hold is the only one, so giving it up here lets SDK threads in.
+   ActivityLockAnchor::yieldWhile([&] { ppoll(polled.data(), polled.size(), &timeout, nullptr); });
+
+   U64 wakes = 0;
+   [[maybe_unused]] const auto drained = read(wakeFd_, &wakes, sizeof wakes);
+   for (std::size_t i = 1; i < polled.size(); ++i) {
+      const short got = polled[i].revents;
+      // An earlier handler may have destroyed it.
+      if (got == 0 || std::find(descriptors_.begin(), descriptors_.end(), waiting[i]) == descriptors_.end()) {
+         continue;
+      }
+      try {
+         waiting[i]->onReady((got & (POLLIN | POLLHUP | POLLERR)) != 0, (got & (POLLOUT | POLLERR)) != 0);
+      } catch (const std::exception& error) {
+         KILN_RINGLOG("descriptor handler failed: " << error.what());
+      }
+   }
+}
+
+void ActivityManager::run() {
+   const auto lock = ActivityLockAnchor::lock();
+   while (!stopping_.load()) {
+      runDue();
+      if (!stopping_.load()) {
+         sleep();
+      }
+   }
+}
+
+void ActivityManager::advance(double seconds) {
+   KILN_ASSERT(System::timeSource()->isSimulated());
+   const auto lock = ActivityLockAnchor::lock();
+   auto& time = static_cast<SimulatedTime&>(*System::timeSource());
+   const double end = time.now() + seconds;
+   while (clock_->earliestExpiry() <= end) {
+      time.nowIs(clock_->earliestExpiry());
+      runOne(std::max(time.now(), clock_->earliestExpiry()), std::numeric_limits<U64>::max());
+   }
+   time.nowIs(end);
+}
+
+Ptr<const Clock> activityManagerClock() {
+   return ActivityManager::instance()->clock();
+}
+
+} // namespace Kiln

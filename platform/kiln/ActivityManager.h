@@ -1,0 +1,70 @@
+// The activity thread: its clock and its loop. One a process; the state of the agent belongs to the thread
+// that runs it, under the activity lock.
+#pragma once
+
+#include "kiln/Clock.h"
+#include "kiln/Time.h"
+
+#include <vector>
+
+namespace Kiln {
+
+class ActivityManager : public PtrInterface {
+ public:
+   // Something to do when a descriptor becomes ready; embedded in its owner, which must end before the
+   // manager.
+   class Descriptor {
+    public:
+      Descriptor(Ptr<ActivityManager> manager, int fd);
+      Descriptor(const Descriptor&) = delete;
+      Descriptor& operator=(const Descriptor&) = delete;
+      virtual ~Descriptor();
+
+      int fd() const { return fd_; }
+      void wantsIs(bool readable, bool writable);
+      // Also called on hang-up and error, when either was wanted. May destroy the descriptor.
+      virtual void onReady(bool readable, bool writable) = 0;
+
+    private:
+      friend class ActivityManager;
+      Ptr<ActivityManager> manager_;
+      int fd_;
+      bool readable_ = false;
+      bool writable_ = false;
+   };
+
+   // Created when missing. instanceDel forgets it, so that a test begins with a new one.
+   static Ptr<ActivityManager> instance();
+   static void instanceDel();
+
+   ActivityManager();
+   ~ActivityManager() override;
+
+   const Ptr<Clock>& clock() const { return clock_; }
+
+   // Real time: runs clocks and descriptors until stop(). Holds the activity lock but for its sleep. An
+   // exception that a handler lets out is written to the ring log, and the loop goes on.
+   void run();
+   // Ends run() after the handler that is running. Any thread, and signal handlers.
+   void stop() noexcept;
+
+   // Simulated time (it must be the active source): fires everything due in the next `seconds`, in order of
+   // time, with time standing at each expiry, then stands at the end. Takes the activity lock.
+   void advance(double seconds);
+
+ private:
+   void wake() const noexcept;
+   void runDue();
+   bool runOne(double time, U64 sequenceLimit);
+   void sleep();
+
+   Ptr<Clock> clock_;
+   int wakeFd_;
+   std::atomic<bool> stopping_{false};
+   std::vector<Descriptor*> descriptors_;
+};
+
+// The activity manager's clock.
+Ptr<const Clock> activityManagerClock();
+
+} // namespace Kiln

@@ -1,0 +1,22 @@
+// Prints a failed assertion and stops the process.
+#include "kiln/Assert.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace Kiln {
+
+void assertionFailed(const char* expression, const char* file, const char* function, int line,
+                     const char* message) noexcept {
+   const char* slash = std::strrchr(file, '/');
+   const char* name = slash != nullptr ? slash + 1 : file;
+   const char* dot = std::strrchr(name, '.');
+   const int length = static_cast<int>(dot != nullptr ? dot - name : static_cast<long>(std::strlen(name)));
+   std::fprintf(stderr, "assertion \"%s\" failed in %.*s, %s(), line %d%s%s\n", expression, length, name,
+                function, line, message != nullptr ? ": " : "", message != nullptr ? message : "");
+   std::fflush(nullptr);
+   std::abort();
+}
+
+} // namespace Kiln

@@ -1,0 +1,47 @@
+// The ring log: the last lines of what the process found worth keeping, in memory, for an operator to dump.
+//
+//    KILN_RINGLOG("Initialize counters for intf " << intf);
+//
+// It holds the newest lineLimit lines; an older one gives way to a newer. Any thread.
+#pragma once
+
+#include "kiln/Types.h"
+
+#include <deque>
+#include <mutex>
+#include <sstream>
+#include <vector>
+
+namespace Kiln {
+
+class RingLog {
+ public:
+   static constexpr std::size_t lineLimit = 4096;
+
+   static RingLog& instance();
+
+   void lineIs(String text);
+   // Oldest first, each "SECONDS text" with six decimals.
+   std::vector<String> lines() const;
+   void lineDelAll();
+
+ private:
+   mutable std::mutex mutex_;
+   std::deque<String> lines_;
+};
+
+} // namespace Kiln
+
+#define KILN_RINGLOG(operands)                                                                               \
+   do {                                                                                                      \
+      std::ostringstream kilnRingText;                                                                       \
+      kilnRingText << operands;                                                                              \
+      ::Kiln::RingLog::instance().lineIs(kilnRingText.str());                                                \
+   } while (false)
+
+// The same line to the trace, when that level is on, and to the ring log. Needs a traceHandle in scope.
+#define KILN_RINGLOG_TRACE(level, operands)                                                                  \
+   do {                                                                                                      \
+      KILN_TRACE(level, operands);                                                                           \
+      KILN_RINGLOG(operands);                                                                                \
+   } while (false)

@@ -1,0 +1,40 @@
+// Text to a file descriptor, gathered in a buffer and written in large pieces.
+//
+// Short writes and signals are survived. When the descriptor takes no more (a closed pipe, a full spool) ok()
+// turns false and further text is dropped: a long print looks at ok() and ends early.
+#pragma once
+
+#include "kiln/Types.h"
+
+#include <string_view>
+
+namespace Kiln {
+
+class TextOutput {
+ public:
+   // Does not own the descriptor. With echo, standard output gets the same text.
+   explicit TextOutput(int fd, bool echo = false);
+   TextOutput(const TextOutput&) = delete;
+   TextOutput& operator=(const TextOutput&) = delete;
+   // Flushes.
+   ~TextOutput();
+
+   bool ok() const noexcept { return ok_; }
+   void write(std::string_view text);
+   // As printf.
+   void print(const char* format, ...) __attribute__((format(printf, 2, 3)));
+   // Right-aligned in a field of at least `width` characters.
+   void number(U64 value, unsigned width);
+   void number(S64 value, unsigned width);
+   void flush();
+
+ private:
+   static constexpr std::size_t pieceSize = 64 * 1024;
+
+   int fd_;
+   bool echo_;
+   bool ok_ = true;
+   String buffer_;
+};
+
+} // namespace Kiln

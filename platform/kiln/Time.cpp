@@ -1,0 +1,57 @@
+// Real and simulated time, and the choice between them.
+#include "kiln/Time.h"
+
+#include <ctime>
+
+namespace Kiln {
+
+namespace {
+
+// A raw pointer for readers on any thread; the Ptr beside it keeps the object.
+std::atomic<TimeSource*> active{nullptr};
+
+Ptr<TimeSource>& held() {
+   static auto* source = new Ptr<TimeSource>;
+   return *source;
+}
+
+double monotonicNow() {
+   timespec now{};
+   clock_gettime(CLOCK_MONOTONIC, &now);
+   return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
+}
+
+} // namespace
+
+double RealTime::now() const {
+   return monotonicNow();
+}
+
+void SimulatedTime::nowIs(double seconds) {
+   if (seconds > now_.load(std::memory_order_relaxed)) {
+      now_.store(seconds, std::memory_order_relaxed);
+   }
+}
+
+namespace System {
+
+void timeSourceIs(Ptr<TimeSource> source) {
+   active.store(source.ptr(), std::memory_order_release);
+   held() = std::move(source);
+}
+
+Ptr<TimeSource> timeSource() {
+   if (!held()) {
+      timeSourceIs(allocate<RealTime>());
+   }
+   return held();
+}
+
+double currentTime() {
+   const TimeSource* source = active.load(std::memory_order_acquire);
+   return source != nullptr ? source->now() : monotonicNow();
+}
+
+} // namespace System
+
+} // namespace Kiln

@@ -1,0 +1,67 @@
+// Oxbow::TimerWheel: many coarse timers on one clock. Time is cut into ticks, a timer waits in the slot of
+// its tick, and a tick serves a bounded number of timers, so that thousands that are due together cannot hold
+// the activity thread; the rest follow in the next ticks.
+#pragma once
+
+#include "kiln/Clock.h"
+
+#include <list>
+#include <vector>
+
+namespace Oxbow {
+
+class TimerWheel : public Kiln::PtrInterface {
+ public:
+   // Embedded in its owner, and ends before the wheel does.
+   class Timer {
+    public:
+      explicit Timer(Kiln::Ptr<TimerWheel> wheel) : wheel_(std::move(wheel)) {}
+      Timer(const Timer&) = delete;
+      Timer& operator=(const Timer&) = delete;
+      virtual ~Timer() { wheel_->disarm(*this); }
+
+      bool isArmed() const { return armed_; }
+      // Fires once, `delay` seconds from now, rounded up to whole ticks and at most slotCount - 1 of them
+      // ahead.
+      void delayIs(double delay) { wheel_->arm(*this, delay); }
+      void disarm() { wheel_->disarm(*this); }
+
+      // The timer is disarmed before; it may arm itself again or be destroyed.
+      virtual void onTime() = 0;
+
+    private:
+      friend class TimerWheel;
+      Kiln::Ptr<TimerWheel> wheel_;
+      bool armed_ = false;
+      std::list<Timer*>* slot_ = nullptr;
+      std::list<Timer*>::iterator place_;
+   };
+
+   // tickMs: length of a tick in milliseconds. perTick: timers served a tick at most. firstSlot: where the
+   // wheel begins. slotCount: slots of the wheel.
+   TimerWheel(const Kiln::Ptr<const Kiln::Clock>& clock, U32 tickMs, U32 perTick, U32 firstSlot,
+              U32 slotCount);
+
+ private:
+   struct Tick : Kiln::Clock::Notifiee {
+      Tick(Kiln::Ptr<const Kiln::Clock> clock, TimerWheel* owner)
+           : Notifiee(std::move(clock)), wheel(owner) {}
+      void onTime() override { wheel->handleTick(); }
+      TimerWheel* wheel;
+   };
+
+   void arm(Timer& timer, double delay);
+   void disarm(Timer& timer);
+   void handleTick();
+
+   double tickSeconds_;
+   U32 perTick_;
+   std::size_t current_;
+   std::vector<std::list<Timer*>> slots_;
+   std::list<Timer*> due_;  // left over from earlier ticks
+   std::list<Timer*> free_; // list nodes of disarmed timers, used again
+   std::size_t armedCount_ = 0;
+   Tick tick_;
+};
+
+} // namespace Oxbow

@@ -1,0 +1,12 @@
+// What a chip was brought up as.
+#pragma once
+
+#include "kiln/Types.h"
+
+namespace ZelDriver {
+
+struct ZelDevProfile {
+   Kiln::String chipTypeName; // the key of the system status's chip capabilities
+};
+
+} // namespace ZelDriver

@@ -1,0 +1,54 @@
+// Access to the P4 program's counters. Defined by the SDK wrapper, or by the software chip.
+//
+// Everything reads and writes the SDK's software copy; a hardware sync refreshes it, and a write goes to the
+// hardware as well. Every function returns an SDK status, 0 for success. Activity thread, but for the sync
+// callback.
+#pragma once
+
+#include "kiln/Types.h"
+#include "sdk/bf_types.h"
+
+// The value of one counter entry; a table that counts only one of the two leaves the other 0.
+struct p4_pd_counter_value {
+   U64 packets;
+   U64 bytes;
+};
+
+namespace ZelCountersIntf {
+
+using SyncCallback = void (*)(bf_dev_id_t device, void* cookie);
+
+// What a started read holds; opaque to the caller and good until the matching End.
+struct ReadBuffer {
+   const void* table = nullptr;
+   U64 position = 0;
+};
+
+// Refresh the software copy of a table, of one pipe or (65535) of all. On 0 the callback comes exactly once,
+// on any thread or before this returns. 17: the table's counters cannot be synced.
+U32 counterHwSyncDirect(U32 session, U32 device, U16 pipe, U32 tableHandle, SyncCallback callback,
+                        void* cookie);
+U32 counterHwSyncIndirect(U32 session, U32 device, U16 pipe, U32 tableHandle, SyncCallback callback,
+                          void* cookie);
+
+U32 counterReadDirectStart(U32 session, U32 device, U16 pipe, U32 tableHandle, ReadBuffer* buffer,
+                           U32* count);
+U32 counterReadDirectMain(U32 session, U32 device, U16 pipe, U32 tableHandle, S32 entry, U32 count,
+                          ReadBuffer* buffer, p4_pd_counter_value* value);
+U32 counterReadDirectEnd(U32 session);
+
+U32 counterReadIndirectStart(U32 session, U32 device, U16 pipe, U32 tableHandle, ReadBuffer* buffer);
+U32 counterReadIndirectMain(U32 session, U32 device, U16 pipe, U32 tableHandle, U32 index, ReadBuffer* buffer,
+                            p4_pd_counter_value* value);
+U32 counterReadIndirectEnd(U32 session);
+
+// One match entry's value at once, without a started read. No flag is defined; pass 0.
+U32 counterReadDirect(U32 session, U32 device, U16 pipe, U32 tableHandle, U32 entry, U32 flags,
+                      p4_pd_counter_value* value);
+
+U32 counterWriteDirect(U32 session, U32 device, U16 pipe, U32 tableHandle, S32 entry,
+                       const p4_pd_counter_value& value);
+U32 counterWriteIndirect(U32 session, U32 device, U16 pipe, U32 tableHandle, U32 index,
+                         const p4_pd_counter_value& value);
+
+} // namespace ZelCountersIntf
