@@ -195,7 +195,8 @@ class OrderedMap {
 
    bool set(const K& key, V value) { return entries_.insert_or_assign(key, std::move(value)).second; }
 
-   bool erase(const K& key) { return entries_.erase(key) != 0; }
+   // The value dies after it is out of the map, so that its destructor may look into the map.
+   bool erase(const K& key) { return !entries_.extract(key).empty(); }
 
    std::vector<K> keys() const {
       std::vector<K> all;
