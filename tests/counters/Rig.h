@@ -69,7 +69,7 @@ class Rig {
    void addChip(U8 devId, const char* name, unsigned pipes = 2) {
       const auto lock = Kiln::ActivityLockAnchor::lock();
       if (fleet_->chip(devId) == nullptr) {
-         fleet_->chipAdd({name, devId, pipes});
+         fleet_->chipAdd({"chip" + std::to_string(devId), devId, pipes});
       }
       auto chipStatus = Kiln::allocate<ZelSlice::ChipStatus>();
       chipStatus->highestLogicalPipeIdIs(static_cast<U16>(pipes - 1));
