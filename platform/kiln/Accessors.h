@@ -20,14 +20,12 @@
 //    KILN_POINTER        const Kiln::Ptr<T>& x() const;  xIs(Kiln::Ptr<T>);  xDel()
 //    KILN_HASH_MAP       the collection x();  x(key): the value, or V() when absent, and never an insertion;
 //    KILN_ORDERED_MAP    xIs(key, value);  xDel(key), of an absent key nothing;  xDelAll(), a snapshot of the
-//    keys
-//                        one by one
-//    ..._NOTIFY          the same, and a change of a key's value, its coming and its going notify with the
-//    key KILN_COLLECTION     a hash map of Kiln::Ptr<T> keyed by the element's own attribute: xIs(ptr), which
-//    refuses a
-//                        null pointer with a std::invalid_argument that names Class::x, and the rest as
-//                        above. KILN_COLLECTION(QualifiedClass, K, T, keyAttribute, x); K is the type of the
-//                        key attribute, named so that the map can be declared while T is incomplete.
+//                        keys one by one
+//    ..._NOTIFY          the same, and a change of a key's value, its coming and its going notify with the key
+//    KILN_COLLECTION     a hash map of Kiln::Ptr<T> keyed by the element's own attribute: xIs(ptr), which
+//                        refuses a null pointer with a std::invalid_argument that names Class::x, and the rest
+//                        as above. KILN_COLLECTION(QualifiedClass, K, T, keyAttribute, x); K is the type of
+//                        the key attribute, named so that the map can be declared while T is incomplete.
 //
 // The macros only declare; the work is done by the templates above them.
 #pragma once

@@ -1,0 +1,121 @@
+// The counters of one chip.
+#pragma once
+
+#include "CliPortDropData.h"
+#include "ZelCountersTypes.h"
+#include "kiln/Accessors.h"
+#include "kiln/TextOutput.h"
+#include "sdk/bf_port.h"
+#include "vex/SharedTables.h"
+#include "vex/VexCommonSmData.h"
+#include "vex/VexCountersSm.h"
+#include "vex/VexSubIntfCountersSm.h"
+#include "zel/ChipStatus.h"
+#include "zel/SystemStatus.h"
+#include "zel/TmCountersData.h"
+#include "zel/ZelDevProfile.h"
+#include "zl/ZlPd.h"
+#include "zl/ZlResourceInfo.h"
+
+namespace ZelCounter {
+
+// One a chip, owned by the counters manager. Everything runs under the activity lock: on the activity thread,
+// or in an SDK callback that took it.
+//
+// Show and clear operations write to the descriptor that they are given and do not own; they never block on
+// more than it does, and an output that takes no more ends them early. Every show operation of a chip whose
+// construction is not complete writes "Agent not initialized yet".
+class ZelCounters : public Kiln::Entity {
+ public:
+   // What the chip's counters work with. Pointers are shared; all but systemStatus may be null: what hangs on
+   // a null one is left out.
+   struct Context {
+      ZelId::ZelDevId devId;
+      Kiln::String chipName;
+      U32 sessionId; // the SDK session, the same for every chip
+      Kiln::Ptr<const ZelSlice::ChipStatus> chipStatus;
+      Kiln::Ptr<const ZelSystem::SystemStatus> systemStatus;
+      Kiln::Ptr<ZelQos::TmCountersData> tmCountersData;
+      Kiln::Ptr<ZelQos::TmCountersData> tmCountersDataLastClear;
+      Kiln::Ptr<Silo::ZelSystem::P4CounterTable> qosPolicyDropCountSiloTable;
+      Kiln::Ptr<Silo::ZelSystem::AclCounterTable> aclCounterTable;
+      Kiln::Ptr<const ZelAclCounter::AclCounterClearRequest> aclCounterClearRequest;
+      Kiln::Ptr<ZelAclCounter::AclCounterClearResponse> aclCounterClearResponse;
+      Kiln::Ptr<Vex::Counters::CountersSm> vexCountersSm;
+      Kiln::Ptr<Vex::SubIntfCountersSm> vexSubIntfCountersSm;
+      Kiln::Ptr<ZlPd::ZlPdIntf> zlPdIntf;
+      Kiln::Ptr<ZlResourceInfo::ZlResourceInfoIntf> zlResourceInfoIntf;
+      ZelDriver::ZelDevProfile devProfile;
+      Kiln::Ptr<CliPortDropData> cliPortDropData;
+      Kiln::Ptr<Vex::VexCommonSmData> vexCommonSmData;
+   };
+
+   explicit ZelCounters(Context context);
+   ~ZelCounters() override;
+
+   ZelId::ZelDevId deviceId() const { return context_.devId; }
+   const Kiln::String& chipName() const { return context_.chipName; }
+   const Kiln::Ptr<const ZelSlice::ChipStatus>& chipStatus() const { return context_.chipStatus; }
+   const Kiln::Ptr<const ZelSystem::SystemStatus>& systemStatus() const { return context_.systemStatus; }
+   const Kiln::Ptr<Vex::Counters::CountersSm>& vexCountersSm() const { return context_.vexCountersSm; }
+   const Kiln::Ptr<ZlResourceInfo::ZlResourceInfoIntf>& zlResourceInfoIntf() const {
+      return context_.zlResourceInfoIntf;
+   }
+
+   // True in a process that was started with SIMULATION_VMID in its environment; set as the first chip comes
+   // up.
+   static bool simulation();
+
+   // The chip goes away: it takes no more completions and asks for nothing more. Idempotent.
+   void stop();
+
+   // Starts an asynchronous read of every port of this chip, then marks VLAN interfaces and subinterfaces
+   // due. A refused request is traced and its port is asked again on the next tick.
+   void requestHwCountersPolling();
+   // Stores a port's 89 raw counters as the interface's latest; dropped when the interface has no port
+   // record.
+   void updateCounters(const Pelt::IntfId& intf, const bf_rmon_counter_array_t& counters);
+
+   void showMacCounters(U32 fd, const Pelt::IntfId& intf, bool nonZeroOnly);
+   void showAllMacCounters(U32 fd, bool nonZeroOnly);
+   // Clearing moves the interface's clear snapshot only: neither the hardware nor what is published.
+   void clearMacCounters(U32 fd, const Pelt::IntfId& intf);
+   void clearAllMacCounters(U32 fd);
+
+   // The latest completed read, and the values at the last clear, by interface.
+   KILN_HASH_MAP(Pelt::IntfId, Kiln::Ptr<IntfCounters>, macCountersLast)
+   KILN_HASH_MAP(Pelt::IntfId, Kiln::Ptr<IntfCounters>, macCountersClear)
+
+   // Events since the chip came up: wraps, and single-event upsets (flipped bits).
+   KILN_COUNTER(U32, overflowCount)
+   KILN_COUNTER(U32, seuCount)
+
+   // Set when the construction is complete.
+   KILN_ATTRIBUTE(bool, initialized, false)
+
+ private:
+   // The fake counter of a simulation, from ZEL_COUNTER_ID and ZEL_COUNTER_VALUE.
+   struct FakeCounter {
+      U64 id;
+      U64 value;
+   };
+
+   static bool fakeCounter(FakeCounter* fake);
+   bool isPolled(const Pelt::IntfId& intf, const ZelSystem::PortRecord& record) const;
+   void requestPort(const Pelt::IntfId& intf, U16 devicePort);
+   void fakePort(const FakeCounter& fake, U16 devicePort);
+   bool echo() const;
+   bool answeredUninitialized(Kiln::TextOutput& out) const;
+   void printMacCounters(Kiln::TextOutput& out, const Pelt::IntfId& intf, bool nonZeroOnly);
+
+   Context context_;
+};
+
+Kiln::Ptr<ZelCounters> zelCountersFactory(ZelCounters::Context context);
+
+// The SDK's completion of a MAC statistics read; the cookie is the ZelCounters that asked. Takes the activity
+// lock. A port above 456 is a std::range_error, a null cookie an assertion.
+void ZelCountersCallback(bf_dev_id_t dev, bf_dev_port_t port, bf_rmon_counter_array_t* counters,
+                         void* cookie);
+
+} // namespace ZelCounter

@@ -1,0 +1,33 @@
+// The library's value types.
+#pragma once
+
+#include "kiln/Ptr.h"
+#include "sdk/bf_rmon.h"
+#include "zel/Pelt.h"
+
+#include <vector>
+
+namespace ZelCounter {
+
+// One interface's raw RMON counters: unsigned 64-bit, as the hardware counts, indexed by the SDK's RMON
+// counter index. An index that was never written reads 0.
+class IntfCounters : public Kiln::PtrInterface {
+ public:
+   explicit IntfCounters(Pelt::IntfId intfId) : intfId_(intfId) {}
+
+   const Pelt::IntfId& intfId() const { return intfId_; }
+   const std::vector<U64>& counters() const { return counters_; }
+   U64 counters(std::size_t index) const { return index < counters_.size() ? counters_[index] : 0; }
+   // Grows the array as far as the index.
+   void countersIs(std::size_t index, U64 value);
+   // All BF_NUM_RMON_COUNTERS at once.
+   void countersAre(const bf_rmon_counter_array_t& values);
+
+ private:
+   Pelt::IntfId intfId_;
+   std::vector<U64> counters_;
+};
+
+Kiln::Ptr<IntfCounters> intfCountersFactory(Pelt::IntfId intfId);
+
+} // namespace ZelCounter

@@ -1,0 +1,40 @@
+// The copy of the record that is being written, so that a writer killed half-way loses nothing.
+#pragma once
+
+#include "silo/RecordSlot.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+
+namespace Silo {
+
+// Holds one record: the last one that the writer began to write. It is complete before the first word of the
+// slot changes, so at any moment at least one of the two is whole. Lies in the table's memory, but only the
+// writer looks at it, hence plain memory; a kill stops the writer between two instructions, so that their
+// order is all it takes.
+class alignas(bytesPerBlock) Journal {
+ public:
+   static constexpr std::size_t sizeFor(std::size_t payloadSize) {
+      return sizeof(Journal) + (payloadSize + bytesPerBlock - 1) / bytesPerBlock * bytesPerBlock;
+   }
+
+   void write(std::size_t slot, const RecordContent& content, std::uint64_t checksum);
+   // Before a slot is cleared, lest a restart bring its record back.
+   void clear();
+   // The journalled record, if it is whole and was on its way to this slot. Points into the journal, and to
+   // `key`, which is set.
+   std::optional<RecordContent> contentFor(std::size_t slot, std::size_t payloadSize, Key& key) const;
+
+ private:
+   static std::uint64_t sealOf(std::size_t slot, std::uint64_t checksum) {
+      return checksum ^ (slot + 1) * 0x9e3779b97f4a7c15;
+   }
+
+   std::uint64_t slot_; // + 1; 0: none
+   std::uint64_t seal_; // the record's checksum, bound to the slot
+   RecordInfo info_;
+   Block key_;
+};
+
+} // namespace Silo

@@ -1,0 +1,50 @@
+// The key of a record: a short text in fixed storage, with its hash.
+#pragma once
+
+#include "silo/Words.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <string_view>
+
+namespace Silo {
+
+// A key is 1 to 63 printable ASCII characters; anything else is refused with std::invalid_argument. Making
+// one costs a copy and a hash, so a caller that writes a record again and again keeps its key.
+class Key {
+ public:
+   static constexpr std::size_t maxLength = bytesPerBlock - 1;
+
+   Key() = default; // no key: empty, equal to no record's key
+   Key(std::string_view text);
+   Key(const char* text) : Key(std::string_view{text}) {}
+   Key(const std::string& text) : Key(std::string_view{text}) {}
+
+   // A key as found in shared memory, which may be anything: not checked, and isValid() says what it is
+   // worth.
+   explicit Key(const Block& words) : words_(words), hash_(hashOf(words)) {}
+
+   // The text, valid as long as the key. Of an invalid key, whatever stands before the first NUL.
+   std::string_view view() const;
+   bool isValid() const;
+   bool isEmpty() const { return words_ == Block{}; }
+   const Block& words() const { return words_; }
+   std::uint64_t hash() const { return hash_; }
+
+   bool operator==(const Key& other) const { return words_ == other.words_; }
+
+ private:
+   static std::uint64_t hashOf(const Block& words);
+
+   Block words_{};
+   std::uint64_t hash_ = 0;
+};
+
+} // namespace Silo
+
+template <>
+struct std::hash<Silo::Key> {
+   std::size_t operator()(const Silo::Key& key) const noexcept { return key.hash(); }
+};

@@ -1,0 +1,118 @@
+// A file mapped into memory, with the lock that makes its holder the one writer.
+#include "silo/Mapping.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace Silo {
+
+namespace {
+
+[[noreturn]] void throwError(int error, const char* what) {
+   throw std::system_error(error, std::generic_category(), what);
+}
+
+struct stat statusOf(int descriptor) {
+   struct stat status {};
+   if (fstat(descriptor, &status) != 0) {
+      throwError(errno, "fstat");
+   }
+   return status;
+}
+
+// Locks belong to the open file description, not to the process: a reader in the writer's own process neither
+// shares the lock nor drops it by closing its descriptor.
+struct flock wholeFile(short type) {
+   struct flock request {};
+   request.l_type = type;
+   request.l_whence = SEEK_SET;
+   return request;
+}
+
+} // namespace
+
+Mapping::Mapping(int descriptor, bool isWritable) : descriptor_(descriptor), isWritable_(isWritable) {
+   try {
+      map(static_cast<std::size_t>(statusOf(descriptor_).st_size));
+   } catch (...) {
+      close(descriptor_);
+      throw;
+   }
+}
+
+Mapping::~Mapping() {
+   unmap();
+   if (descriptor_ >= 0) {
+      close(descriptor_);
+   }
+}
+
+bool Mapping::lock() {
+   struct flock request = wholeFile(F_WRLCK);
+   if (fcntl(descriptor_, F_OFD_SETLK, &request) == 0) {
+      return true;
+   }
+   if (errno != EAGAIN && errno != EACCES) {
+      throwError(errno, "lock");
+   }
+   return false;
+}
+
+bool Mapping::isLockedByAnother() const {
+   struct flock request = wholeFile(F_RDLCK);
+   if (fcntl(descriptor_, F_OFD_GETLK, &request) != 0) {
+      throwError(errno, "lock query");
+   }
+   return request.l_type != F_UNLCK;
+}
+
+bool Mapping::isStale() const {
+   struct stat status = statusOf(descriptor_);
+   return status.st_nlink == 0 || static_cast<std::size_t>(status.st_size) < size_;
+}
+
+void Mapping::grow(std::size_t size) {
+   int error;
+   do {
+      error = posix_fallocate(descriptor_, 0, static_cast<off_t>(size));
+   } while (error == EINTR);
+   if (error != 0) {
+      throwError(error, "allocate");
+   }
+   unmap();
+   map(size);
+}
+
+void Mapping::swap(Mapping& other) noexcept {
+   std::swap(descriptor_, other.descriptor_);
+   std::swap(isWritable_, other.isWritable_);
+   std::swap(data_, other.data_);
+   std::swap(size_, other.size_);
+}
+
+void Mapping::map(std::size_t size) {
+   if (size == 0) {
+      return;
+   }
+   int protection = isWritable_ ? PROT_READ | PROT_WRITE : PROT_READ;
+   void* data = mmap(nullptr, size, protection, MAP_SHARED, descriptor_, 0);
+   if (data == MAP_FAILED) {
+      throwError(errno, "map");
+   }
+   data_ = static_cast<std::byte*>(data);
+   size_ = size;
+}
+
+void Mapping::unmap() {
+   if (data_ != nullptr) {
+      munmap(data_, size_);
+      data_ = nullptr;
+      size_ = 0;
+   }
+}
+
+} // namespace Silo

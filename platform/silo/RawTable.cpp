@@ -1,0 +1,298 @@
+// The writer of a shared table: start after whatever the last writer left, then writes under sequence locks.
+#include "silo/RawTable.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <stdexcept>
+#include <system_error>
+#include <unistd.h>
+
+namespace Silo {
+
+namespace {
+
+using Remedy = Corruption::Remedy;
+
+std::vector<std::byte> bytesOf(const void* data, std::size_t size) {
+   auto* bytes = static_cast<const std::byte*>(data);
+   return {bytes, bytes + size};
+}
+
+void requirePollingInterval(const std::string& table, double seconds) {
+   if (!std::isfinite(seconds) || seconds <= 0) {
+      throw std::invalid_argument("table " + table + ": polling interval " + std::to_string(seconds) +
+                                  ": expected seconds above 0");
+   }
+}
+
+} // namespace
+
+RawTable::RawTable(const Store& store, const std::string& name, const RecordLayout& layout,
+                   const void* defaultEntry, TableOptions options)
+     : store_(store), name_(name), layout_(layout), geometry_(layout),
+       defaultEntry_(bytesOf(defaultEntry, layout.size)), options_(std::move(options)),
+       scratch_(layout.size) {
+   if (options_.capacity == 0 || options_.capacity > TableHeader::maxCapacity) {
+      throw std::invalid_argument("table " + name_ + ": capacity " + std::to_string(options_.capacity) +
+                                  ": expected 1 to " + std::to_string(TableHeader::maxCapacity) + " records");
+   }
+   requirePollingInterval(name_, options_.pollingInterval);
+   try {
+      open();
+   } catch (const std::system_error& error) {
+      throw TableError(store_.describe(name_) + ", " + std::to_string(options_.capacity) + " records of " +
+                       std::to_string(layout_.size) + " bytes: " + error.what());
+   }
+}
+
+RawTable::~RawTable() {
+   state_.writerPid = 0;
+   header().stateIs(state_);
+}
+
+void RawTable::open() {
+   mapping_ = store_.openForWriting(name_);
+   std::size_t kept = 0;
+   if (mapping_.size() == 0) {
+      create();
+   } else if (mapping_.size() < geometry_.sizeFor(1)) {
+      report("", "has only " + std::to_string(mapping_.size()) + " bytes", Remedy::recreated);
+      recreate();
+   } else if (std::string problem = header().identityProblem(layout_); !problem.empty()) {
+      report("", problem, Remedy::recreated);
+      recreate();
+   } else {
+      kept = restoreState();
+   }
+   std::size_t capacity = std::max(kept, options_.capacity);
+   if (mapping_.size() < geometry_.sizeFor(capacity)) {
+      // In place: new slots are zeros, which is what a free slot is, so a kill in here does no harm.
+      mapping_.grow(geometry_.sizeFor(capacity));
+   }
+   local_.resize(capacity);
+   index_.reserve(capacity);
+   free_.reserve(capacity);
+   restoreSlots(kept);
+
+   state_.capacity = capacity;
+   state_.epoch += 1;
+   state_.writerPid = getpid();
+   state_.pollingInterval = options_.pollingInterval;
+   state_.clockDomain = options_.clockDomain;
+   header().stateIs(state_);
+}
+
+void RawTable::create() {
+   mapping_.grow(geometry_.sizeFor(options_.capacity));
+   header().identityIs(layout_);
+}
+
+void RawTable::recreate() {
+   // A new file, because readers may have the old one mapped, and cutting or rewriting it would pull it away
+   // from under them. Whoever finds its sequence moved goes back to the name.
+   Mapping old = std::move(mapping_);
+   if (old.size() >= sizeof(TableHeader)) {
+      reinterpret_cast<TableHeader*>(old.data())->retire();
+   }
+   store_.remove(name_);
+   mapping_ = store_.openForWriting(name_);
+   create();
+}
+
+// Takes over the last writer's state; answers how many slots it left.
+std::size_t RawTable::restoreState() {
+   std::size_t fitting = std::min(geometry_.capacityOf(mapping_.size()), TableHeader::maxCapacity);
+   if (header().tryReadState(state_) != TableHeader::StateRead::whole) {
+      state_ = {};
+      report("", "the header's state is torn", Remedy::headerMended);
+      return fitting;
+   }
+   if (state_.capacity > fitting) {
+      report("",
+             "cut short: room for " + std::to_string(fitting) + " of " + std::to_string(state_.capacity) +
+                  " records",
+             Remedy::headerMended);
+   }
+   return std::min<std::size_t>(state_.capacity, fitting);
+}
+
+void RawTable::restoreSlots(std::size_t kept) {
+   for (SlotIndex i = 0; i < kept; ++i) {
+      if (options_.isBegunAnew) {
+         freeSlot(i);
+      } else {
+         restoreSlot(i);
+      }
+   }
+   for (SlotIndex i = local_.size(); i-- > 0;) {
+      if (local_[i].key.isEmpty()) {
+         free_.push_back(i);
+      }
+   }
+   header().directoryVersionInc();
+}
+
+void RawTable::restoreSlot(SlotIndex i) {
+   Block words;
+   RecordInfo info;
+   RecordSlot::State state = slot(i).tryRead(words, info, scratch_.data(), layout_.size);
+   if (state == RecordSlot::State::free) {
+      return;
+   }
+   Key key(words);
+   if (state != RecordSlot::State::whole || !key.isValid() || index_.contains(key)) {
+      mendSlot(i, state == RecordSlot::State::changing ? "left half-written by the last writer"
+                                                       : "checksum mismatch");
+      return;
+   }
+   if (!state_.clockDomain.isComparableWith(options_.clockDomain) && info.sampleTime != unknownSampleTime) {
+      // The record's time was taken from another clock, and would mean something else now.
+      info.sampleTime = unknownSampleTime;
+      writeSlot(i, {key, info, scratch_.data(), layout_.size});
+   }
+   adopt(i, key, info);
+}
+
+void RawTable::mendSlot(SlotIndex i, const char* finding) {
+   auto isUsable = [this](const Key& key) { return key.isValid() && !index_.contains(key); };
+   RecordInfo info;
+   Key key;
+   Remedy remedy;
+   if (auto journalled = journal().contentFor(i, layout_.size, key); journalled && isUsable(key)) {
+      remedy = Remedy::finished;
+      info = journalled->info;
+      std::memcpy(scratch_.data(), journalled->payload, layout_.size);
+   } else {
+      Block words;
+      RecordSlot::State state = slot(i).load(words, info, scratch_.data(), layout_.size);
+      key = Key(words);
+      if (state == RecordSlot::State::whole && isUsable(key)) {
+         remedy = Remedy::kept;
+      } else if (key = slot(i).keyIfIntact(); isUsable(key)) {
+         remedy = Remedy::restarted;
+         info = {1, unknownSampleTime};
+         scratch_ = defaultEntry_;
+      } else {
+         report("", "record " + std::to_string(i) + ": " + finding + ", and no key is left", Remedy::freed);
+         freeSlot(i);
+         return;
+      }
+   }
+   report(std::string(key.view()), finding, remedy);
+   writeSlot(i, {key, info, scratch_.data(), layout_.size});
+   adopt(i, key, info);
+}
+
+void RawTable::adopt(SlotIndex i, const Key& key, const RecordInfo& info) {
+   local_[i] = {key, info.generation};
+   index_.emplace(key, i);
+}
+
+std::vector<Key> RawTable::keys() const {
+   std::vector<Key> result;
+   result.reserve(index_.size());
+   for (const LocalSlot& local : local_) {
+      if (!local.key.isEmpty()) {
+         result.push_back(local.key);
+      }
+   }
+   return result;
+}
+
+void RawTable::write(const Key& key, const void* payload, double sampleTime) {
+   if (!std::isfinite(sampleTime)) {
+      throw std::invalid_argument("table " + name_ + ", record " + std::string(key.view()) +
+                                  ": the sample time has to be a finite number of seconds");
+   }
+   auto found = index_.find(key);
+   SlotIndex i = found != index_.end() ? found->second : slotFor(key);
+   std::uint64_t generation = ++local_[i].generation;
+   writeSlot(i, {key, {generation, sampleTime}, payload, layout_.size});
+   if (generation == 1) {
+      header().directoryVersionInc();
+   }
+}
+
+// A free slot, now the key's.
+RawTable::SlotIndex RawTable::slotFor(const Key& key) {
+   if (key.isEmpty()) {
+      throw std::invalid_argument("table " + name_ + ": a record needs a key");
+   }
+   if (free_.empty()) {
+      throw CapacityError(store_.describe(name_) + " is full: it holds " + std::to_string(capacity()) +
+                          " records and has no room for \"" + std::string(key.view()) +
+                          "\"; start its writer with a greater capacity, the records stay");
+   }
+   SlotIndex i = free_.back();
+   index_.emplace(key, i);
+   free_.pop_back();
+   local_[i] = {key, 0};
+   return i;
+}
+
+void RawTable::writeSlot(SlotIndex i, const RecordContent& content) {
+   std::uint64_t checksum = content.checksum();
+   journal().write(i, content, checksum);
+   slot(i).write(content, checksum);
+}
+
+void RawTable::remove(const Key& key) {
+   auto found = index_.find(key);
+   if (found == index_.end()) {
+      return;
+   }
+   SlotIndex i = found->second;
+   freeSlot(i);
+   header().directoryVersionInc();
+   index_.erase(found);
+   local_[i] = {};
+   free_.push_back(i);
+}
+
+void RawTable::freeSlot(SlotIndex i) {
+   journal().clear();
+   slot(i).clear();
+}
+
+RecordInfo RawTable::read(const Key& key, void* payload) const {
+   auto found = index_.find(key);
+   if (found == index_.end()) {
+      throw AbsentRecord("table " + name_ + " has no record \"" + std::string(key.view()) + "\"");
+   }
+   Block stored;
+   RecordInfo info;
+   if (slot(found->second).tryRead(stored, info, payload, layout_.size) != RecordSlot::State::whole ||
+       stored != key.words()) {
+      throw CorruptionError({name_, std::string(key.view()), "overwritten in memory", Remedy::none});
+   }
+   return info;
+}
+
+RecordInfo RawTable::readOrDefault(const Key& key, void* payload) const {
+   try {
+      if (has(key)) {
+         return read(key, payload);
+      }
+   } catch (const CorruptionError& error) {
+      if (options_.onCorruption) {
+         options_.onCorruption(error.corruption());
+      }
+   }
+   std::memcpy(payload, defaultEntry_.data(), layout_.size);
+   return {};
+}
+
+void RawTable::pollingIntervalIs(double seconds) {
+   requirePollingInterval(name_, seconds);
+   state_.pollingInterval = seconds;
+   header().stateIs(state_);
+}
+
+void RawTable::report(const std::string& key, std::string text, Remedy remedy) const {
+   if (options_.onCorruption) {
+      options_.onCorruption({name_, key, std::move(text), remedy});
+   }
+}
+
+} // namespace Silo

@@ -1,0 +1,90 @@
+// The writer of a shared table, for records of any one size; Table puts the record type on.
+#pragma once
+
+#include "silo/Errors.h"
+#include "silo/Journal.h"
+#include "silo/RecordSlot.h"
+#include "silo/Store.h"
+#include "silo/TableHeader.h"
+
+#include <cstddef>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+namespace Silo {
+
+struct TableOptions {
+   std::size_t capacity = 0;       // records; a table kept from an earlier start never shrinks
+   double pollingInterval = 0;     // seconds, above 0
+   ClockDomain clockDomain;        // of the sample times that will be written
+   CorruptionHandler onCorruption; // may be empty
+   bool isBegunAnew = false;       // drop the records of an earlier start
+};
+
+// See Table for the contract. One thread at a time; neither copied nor moved, because the mapping has one
+// owner.
+class RawTable {
+ public:
+   RawTable(const Store& store, const std::string& name, const RecordLayout& layout, const void* defaultEntry,
+            TableOptions options);
+   ~RawTable();
+   RawTable(const RawTable&) = delete;
+   RawTable& operator=(const RawTable&) = delete;
+
+   const std::string& name() const { return name_; }
+   std::size_t capacity() const { return local_.size(); }
+   std::size_t size() const { return index_.size(); }
+   bool has(const Key& key) const { return index_.contains(key); }
+   std::vector<Key> keys() const;
+
+   void write(const Key& key, const void* payload, double sampleTime);
+   void remove(const Key& key);
+   RecordInfo read(const Key& key, void* payload) const;
+   RecordInfo readOrDefault(const Key& key, void* payload) const;
+   void pollingIntervalIs(double seconds);
+
+ private:
+   using SlotIndex = std::size_t;
+   // What the writer relies on, apart from memory that others might overwrite.
+   struct LocalSlot {
+      Key key;
+      std::uint64_t generation = 0;
+   };
+
+   TableHeader& header() const { return *reinterpret_cast<TableHeader*>(mapping_.data()); }
+   Journal& journal() const { return *reinterpret_cast<Journal*>(mapping_.data() + geometry_.journalOffset); }
+   RecordSlot& slot(SlotIndex i) const {
+      return *reinterpret_cast<RecordSlot*>(mapping_.data() + geometry_.slotsOffset +
+                                            i * geometry_.slotStride);
+   }
+
+   void open();
+   void create();
+   void recreate();
+   std::size_t restoreState();
+   void restoreSlots(std::size_t capacity);
+   void restoreSlot(SlotIndex i);
+   void mendSlot(SlotIndex i, const char* finding);
+   void adopt(SlotIndex i, const Key& key, const RecordInfo& info);
+   SlotIndex slotFor(const Key& key);
+   void writeSlot(SlotIndex i, const RecordContent& content);
+   void freeSlot(SlotIndex i);
+   void report(const std::string& key, std::string text, Corruption::Remedy remedy) const;
+
+   const Store store_;
+   const std::string name_;
+   const RecordLayout layout_;
+   const TableGeometry geometry_;
+   const std::vector<std::byte> defaultEntry_;
+   TableOptions options_;
+
+   Mapping mapping_;
+   TableState state_;
+   std::vector<LocalSlot> local_;
+   std::unordered_map<Key, SlotIndex> index_;
+   std::vector<SlotIndex> free_;    // the last one is used next
+   std::vector<std::byte> scratch_; // one record
+};
+
+} // namespace Silo

@@ -1,0 +1,177 @@
+// A reader of a shared table: attached by name, and again whenever the writer moves on.
+#include "silo/RawTableReader.h"
+
+#include "silo/Errors.h"
+
+#include <utility>
+
+namespace Silo {
+
+namespace {
+
+// Nothing in memory tells that somebody removed a table's file by hand, so every so many reads ask the
+// system.
+constexpr unsigned readsPerThoroughLook = 256;
+
+} // namespace
+
+RawTableReader::RawTableReader(const Store& store, const std::string& name, const RecordLayout& layout)
+     : store_(store), name_(name), layout_(layout), geometry_(layout) {
+   attach();
+}
+
+ReadResult RawTableReader::read(const Key& key, void* payload, RecordInfo& info) {
+   bool isThorough = readsUntilThorough_-- == 0;
+   if (isThorough) {
+      readsUntilThorough_ = readsPerThoroughLook;
+   }
+   if (!refresh(isThorough)) {
+      return ReadResult::unavailable;
+   }
+   Patience patience(mapping_);
+   for (;;) {
+      // Looked up before the slot is read: if the index is current and the slot isn't the key's, then the key
+      // was absent at some moment of this call.
+      bool isIndexCurrent = header().directoryVersion() == indexVersion_;
+      ReadResult result = ReadResult::absent;
+      if (auto found = index_.find(key); found != index_.end()) {
+         Block stored;
+         result = readWords(found->second, patience, stored, payload, info);
+         if (result == ReadResult::ok && stored != key.words()) {
+            result = ReadResult::absent;
+         }
+         if (result != ReadResult::absent && result != ReadResult::corrupt) {
+            return result;
+         }
+      }
+      if (isIndexCurrent) {
+         return result;
+      }
+      if (!patience.wait()) {
+         return ReadResult::busy;
+      }
+      indexKeys();
+   }
+}
+
+const TableState& RawTableReader::state() {
+   refresh(true);
+   return state_;
+}
+
+bool RawTableReader::isWriterAlive() {
+   return refresh(true) && mapping_.isLockedByAnother();
+}
+
+bool RawTableReader::beginWalk() {
+   if (!refresh(true)) {
+      return false;
+   }
+   walkVersion_ = header().directoryVersion();
+   return true;
+}
+
+bool RawTableReader::endWalk() const {
+   return header().directoryVersion() == walkVersion_;
+}
+
+ReadResult RawTableReader::readSlot(std::size_t i, Patience& patience, Key& key, void* payload,
+                                    RecordInfo& info) const {
+   Block words;
+   ReadResult result = readWords(i, patience, words, payload, info);
+   if (result != ReadResult::absent && key.words() != words) {
+      key = Key(words);
+   }
+   return result;
+}
+
+ReadResult RawTableReader::readWords(std::size_t i, Patience& patience, Block& key, void* payload,
+                                     RecordInfo& info) const {
+   for (;;) {
+      switch (slot(i).tryRead(key, info, payload, layout_.size)) {
+      case RecordSlot::State::whole:
+         return ReadResult::ok;
+      case RecordSlot::State::free:
+         return ReadResult::absent;
+      case RecordSlot::State::corrupt:
+         return ReadResult::corrupt;
+      case RecordSlot::State::changing:
+         break;
+      }
+      if (!patience.wait()) {
+         key = slot(i).peekKey();
+         return patience.isWriterDead() ? ReadResult::torn : ReadResult::busy;
+      }
+   }
+}
+
+// Sees to it that the mapping is the table that has the name now.
+bool RawTableReader::refresh(bool isThorough) {
+   if (mapping_.size() != 0 && header().stateSequence() == stateSequence_ &&
+       !(isThorough && mapping_.isStale())) {
+      return true;
+   }
+   mapping_ = {};
+   try {
+      attach();
+      return true;
+   } catch (const TableError& error) {
+      problem_ = error.what();
+      return false;
+   }
+}
+
+void RawTableReader::attach() {
+   Mapping mapping = store_.openForReading(name_);
+   std::string who = store_.describe(name_) + " ";
+   if (mapping.size() < geometry_.slotsOffset) {
+      throw TableError(who + "is too short: it has " + std::to_string(mapping.size()) +
+                       " bytes, expected at least " + std::to_string(geometry_.slotsOffset) +
+                       "; its writer is just starting, or it is no table");
+   }
+   auto& header = *reinterpret_cast<const TableHeader*>(mapping.data());
+   if (std::string problem = header.identityProblem(layout_); !problem.empty()) {
+      throw TableError(who + problem);
+   }
+   Patience patience(mapping);
+   TableState state;
+   std::uint64_t sequence = header.stateSequence();
+   for (;;) {
+      TableHeader::StateRead result = header.tryReadState(state);
+      if (result == TableHeader::StateRead::whole) {
+         break;
+      }
+      if (result == TableHeader::StateRead::corrupt) {
+         throw TableError(who +
+                          "has a damaged header: its state's checksum fails; its writer has to be restarted");
+      }
+      if (!patience.wait()) {
+         throw TableError(who + "has a half-written header: its writer " +
+                          (patience.isWriterDead() ? "died, and has to be restarted" : "is stuck"));
+      }
+      sequence = header.stateSequence();
+   }
+   if (state.capacity > geometry_.capacityOf(mapping.size())) {
+      throw TableError(who + "was cut short: it has " + std::to_string(mapping.size()) + " bytes, expected " +
+                       std::to_string(geometry_.sizeFor(state.capacity)) + " for " +
+                       std::to_string(state.capacity) + " records");
+   }
+   mapping_ = std::move(mapping);
+   state_ = state;
+   stateSequence_ = sequence;
+   indexVersion_.reset();
+   problem_.clear();
+}
+
+void RawTableReader::indexKeys() {
+   // The version first: what changes during the walk makes the index old at once.
+   indexVersion_ = header().directoryVersion();
+   index_.clear();
+   for (std::size_t i = 0; i < state_.capacity; ++i) {
+      if (Key key(slot(i).peekKey()); !key.isEmpty()) {
+         index_[key] = i;
+      }
+   }
+}
+
+} // namespace Silo

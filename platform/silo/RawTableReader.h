@@ -1,0 +1,62 @@
+// A reader of a shared table, for records of any one size; TableReader puts the record type on.
+#pragma once
+
+#include "silo/Patience.h"
+#include "silo/RecordSlot.h"
+#include "silo/Store.h"
+#include "silo/TableHeader.h"
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <unordered_map>
+
+namespace Silo {
+
+// See TableReader for the contract.
+class RawTableReader {
+ public:
+   RawTableReader(const Store& store, const std::string& name, const RecordLayout& layout);
+
+   ReadResult read(const Key& key, void* payload, RecordInfo& info);
+   const TableState& state();
+   bool isWriterAlive();
+   const std::string& problem() const { return problem_; }
+   Patience patience() const { return Patience(mapping_); }
+
+   // A walk over the slots, for snapshots; within it nothing is attached anew.
+   bool beginWalk(); // false: unavailable
+   std::size_t capacity() const { return state_.capacity; }
+   // Absent for a free slot. `key` is set otherwise, as far as it can be read.
+   ReadResult readSlot(std::size_t i, Patience& patience, Key& key, void* payload, RecordInfo& info) const;
+   bool endWalk() const; // false: keys were added or deleted meanwhile
+
+ private:
+   const TableHeader& header() const { return *reinterpret_cast<const TableHeader*>(mapping_.data()); }
+   const RecordSlot& slot(std::size_t i) const {
+      return *reinterpret_cast<const RecordSlot*>(mapping_.data() + geometry_.slotsOffset +
+                                                  i * geometry_.slotStride);
+   }
+
+   bool refresh(bool isThorough);
+   void attach();
+   void indexKeys();
+   ReadResult readWords(std::size_t i, Patience& patience, Block& key, void* payload, RecordInfo& info) const;
+
+   const Store store_;
+   const std::string name_;
+   const RecordLayout layout_;
+   const TableGeometry geometry_;
+
+   Mapping mapping_; // empty: not attached
+   std::uint64_t stateSequence_ = 0;
+   TableState state_;
+   std::string problem_;
+   unsigned readsUntilThorough_ = 0;
+   std::uint64_t walkVersion_ = 0;
+
+   std::unordered_map<Key, std::size_t> index_; // may be old: a slot's own key decides
+   std::optional<std::uint64_t> indexVersion_;  // the directory's when the index was made
+};
+
+} // namespace Silo

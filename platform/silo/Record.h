@@ -1,0 +1,70 @@
+// What may be a record of a shared table, and what goes with a record that was read.
+#pragma once
+
+#include "silo/Key.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+#include <string_view>
+#include <type_traits>
+
+namespace Silo {
+
+// A record type is trivially copyable and says which layout it is. The version goes up with every change of
+// its fields, so that a process built against another layout is told instead of reading nonsense:
+//
+//    struct NatCounter {
+//       static constexpr std::string_view layoutName = "NatCounter"; // at most 31 characters
+//       static constexpr std::uint32_t layoutVersion = 1;
+//       ...
+//    };
+template <class T>
+concept RecordType = std::is_trivially_copyable_v<T> && std::is_default_constructible_v<T> && requires {
+   { T::layoutName } -> std::convertible_to<std::string_view>;
+   { T::layoutVersion } -> std::convertible_to<std::uint32_t>;
+};
+
+struct RecordLayout {
+   static constexpr std::size_t maxNameLength = 31;
+
+   std::string_view name;
+   std::uint32_t version = 0;
+   std::size_t size = 0; // bytes of one record
+};
+
+template <RecordType Record>
+constexpr RecordLayout layoutOf() {
+   static_assert(Record::layoutName.size() <= RecordLayout::maxNameLength);
+   return {Record::layoutName, Record::layoutVersion, sizeof(Record)};
+}
+
+// The sample time of a record that was never sampled, or in another clock domain: older than anything.
+inline constexpr double unknownSampleTime = -std::numeric_limits<double>::infinity();
+
+struct RecordInfo {
+   // Writes of this record since it was created or began anew, from 1: a smaller one than before says that
+   // the record began anew in between.
+   std::uint64_t generation = 0;
+   double sampleTime = unknownSampleTime; // seconds, in the table's clock domain
+};
+
+template <class Record>
+struct Sample {
+   Record record{};
+   RecordInfo info;
+};
+
+enum class ReadResult {
+   ok,
+   absent,      // the table has no such record
+   busy,        // the living writer left no whole copy to be seen in the time allowed
+   torn,        // a dead writer left it half-written
+   corrupt,     // its checksum fails
+   unavailable, // the table itself can't be read; the reader's problem() says why
+};
+
+// One or two words for people, such as "half-written by a dead writer".
+const char* text(ReadResult result);
+
+} // namespace Silo

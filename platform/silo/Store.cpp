@@ -1,0 +1,148 @@
+// Where shared tables live: POSIX shared memory, or files in a directory.
+#include "silo/Store.h"
+
+#include "silo/Errors.h"
+#include "silo/TableHeader.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace Silo {
+
+namespace {
+
+constexpr std::size_t maxNameLength = 63;
+
+void requireName(const std::string& what, const std::string& name) {
+   auto isAllowed = [](char c) {
+      return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' ||
+             c == '_' || c == '-';
+   };
+   if (name.empty() || name.size() > maxNameLength || name[0] == '.' ||
+       !std::all_of(name.begin(), name.end(), isAllowed)) {
+      throw TableError("\"" + name + "\" is no " + what + ": expected 1 to " + std::to_string(maxNameLength) +
+                       " letters, digits, '.', '_' or '-', not beginning with '.'");
+   }
+}
+
+std::string hintFor(int error) {
+   switch (error) {
+   case ENOENT:
+      return " (is its writer running, with the same place for its tables?)";
+   case EACCES:
+   case EPERM:
+      return " (another user's? a table needs read permission to read, and its owner to write)";
+   case ENOSPC:
+      return " (free some space, or lower the table's capacity)";
+   case ELOOP:
+      return " (a symbolic link is not followed)";
+   default:
+      return "";
+   }
+}
+
+} // namespace
+
+Store Store::sharedMemory(const std::string& prefix, mode_t mode) {
+   requireName("shared memory prefix", prefix);
+   return {Kind::sharedMemory, prefix, mode};
+}
+
+Store Store::directory(const std::string& path, mode_t mode) {
+   struct stat status {};
+   if (stat(path.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) {
+      throw TableError("\"" + path +
+                       "\" is no directory for shared tables: create it first, or name another");
+   }
+   return {Kind::directory, path, mode};
+}
+
+Mapping Store::openForReading(const std::string& table) const {
+   // Not blocking, lest a FIFO of that name hold the reader up.
+   int descriptor = open(table, O_RDONLY | O_NONBLOCK);
+   if (descriptor < 0) {
+      fail(table, "open", errno);
+   }
+   try {
+      return {descriptor, false};
+   } catch (const std::system_error& error) {
+      fail(table, "map", error.code().value());
+   }
+}
+
+Mapping Store::openForWriting(const std::string& table) const {
+   try {
+      for (;;) {
+         Mapping mapping(openOrCreate(table), true);
+         if (!mapping.lock()) {
+            pid_t holder = writerPidOf(mapping);
+            throw WriterConflict(describe(table) + " already has a writer" +
+                                      (holder != 0 ? ", process " + std::to_string(holder) : "") +
+                                      ": stop that one first, or use another place for the tables",
+                                 holder);
+         }
+         if (!mapping.isStale()) {
+            return mapping;
+         }
+         // Another writer put a new file in its place between the opening and the lock.
+      }
+   } catch (const std::system_error& error) {
+      fail(table, "lock or map", error.code().value());
+   }
+}
+
+void Store::remove(const std::string& table) const {
+   std::string path = pathOf(table);
+   int result = kind_ == Kind::sharedMemory ? shm_unlink(path.c_str()) : unlink(path.c_str());
+   if (result != 0 && errno != ENOENT) {
+      fail(table, "remove", errno);
+   }
+}
+
+std::string Store::describe(const std::string& table) const {
+   return "table " + table + " (" + (kind_ == Kind::sharedMemory ? "shared memory " : "") + pathOf(table) +
+          ")";
+}
+
+std::string Store::pathOf(const std::string& table) const {
+   requireName("table name", table);
+   return kind_ == Kind::sharedMemory ? "/" + place_ + "." + table : place_ + "/" + table;
+}
+
+int Store::open(const std::string& table, int flags) const {
+   std::string path = pathOf(table);
+   return kind_ == Kind::sharedMemory ? shm_open(path.c_str(), flags, mode_)
+                                      : ::open(path.c_str(), flags | O_CLOEXEC | O_NOFOLLOW, mode_);
+}
+
+int Store::openOrCreate(const std::string& table) const {
+   for (;;) {
+      int descriptor = open(table, O_RDWR | O_NONBLOCK);
+      if (descriptor >= 0) {
+         return descriptor;
+      }
+      if (errno != ENOENT) {
+         fail(table, "open for writing", errno);
+      }
+      descriptor = open(table, O_RDWR | O_CREAT | O_EXCL);
+      if (descriptor >= 0) {
+         fchmod(descriptor, mode_); // whatever the umask: readers run as other users
+         return descriptor;
+      }
+      if (errno != EEXIST) {
+         fail(table, "create", errno);
+      }
+   }
+}
+
+void Store::fail(const std::string& table, const char* doing, int error) const {
+   throw TableError(std::string("can't ") + doing + " " + describe(table) + ": " +
+                    std::generic_category().message(error) + hintFor(error));
+}
+
+} // namespace Silo

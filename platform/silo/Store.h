@@ -1,0 +1,46 @@
+// Where shared tables live: POSIX shared memory, or files in a directory.
+#pragma once
+
+#include "silo/Mapping.h"
+
+#include <string>
+#include <sys/types.h>
+
+namespace Silo {
+
+// A value: names a place, holds nothing open. A table's name is 1 to 63 letters, digits, '.', '_' or '-', not
+// beginning with '.'. Every failure is a TableError that names the table, its place and what to do.
+class Store {
+ public:
+   static constexpr mode_t defaultMode = 0644; // every process may read, only the owner may write
+
+   // Shared memory objects "/PREFIX.TABLE". The prefix keeps apart the agents of one machine.
+   static Store sharedMemory(const std::string& prefix, mode_t mode = defaultMode);
+   // Mapped files DIRECTORY/TABLE; they outlive a restart of the machine. The directory has to exist.
+   static Store directory(const std::string& path, mode_t mode = defaultMode);
+
+   // A read-only mapping; needs no more than read permission.
+   Mapping openForReading(const std::string& table) const;
+   // A locked, writable mapping, empty if the table is new. Throws WriterConflict if the table has a writer.
+   Mapping openForWriting(const std::string& table) const;
+   // Takes the name away; who has the table open keeps it. An absent table is no error.
+   void remove(const std::string& table) const;
+
+   // The table's name and place, as messages have it.
+   std::string describe(const std::string& table) const;
+
+ private:
+   enum class Kind { sharedMemory, directory };
+   Store(Kind kind, std::string place, mode_t mode) : kind_(kind), place_(std::move(place)), mode_(mode) {}
+
+   std::string pathOf(const std::string& table) const;
+   int open(const std::string& table, int flags) const;
+   int openOrCreate(const std::string& table) const;
+   [[noreturn]] void fail(const std::string& table, const char* doing, int error) const;
+
+   Kind kind_;
+   std::string place_; // the prefix, or the directory
+   mode_t mode_;
+};
+
+} // namespace Silo

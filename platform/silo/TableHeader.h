@@ -1,0 +1,89 @@
+// The head of a shared table: what it holds, and who writes it.
+//
+// A table lies in memory as: the header, the writer's journal entry, the record slots, each aligned to a
+// cache line.
+#pragma once
+
+#include "silo/ClockDomain.h"
+#include "silo/Mapping.h"
+#include "silo/Record.h"
+#include "silo/Words.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <sys/types.h>
+
+namespace Silo {
+
+// What changes with each start of a writer. A reader's copy.
+struct TableState {
+   std::uint64_t capacity = 0; // records
+   std::uint64_t epoch = 0;    // writers' starts since the table was created, from 1
+   pid_t writerPid = 0;        // 0: the last writer closed the table in good order
+   double pollingInterval = 0; // seconds between two samples of a record
+   ClockDomain clockDomain;    // of the sample times
+};
+
+class alignas(bytesPerBlock) TableHeader {
+ public:
+   static constexpr std::uint64_t formatVersion = 1;
+   static constexpr std::size_t maxCapacity = 1'000'000;
+
+   // The identity: written once, the magic number last, and from then on constant.
+   void identityIs(const RecordLayout& layout);
+   // Empty if this is a table of such records; else what it is instead, and what was expected.
+   std::string identityProblem(const RecordLayout& layout) const;
+
+   // The state: one writer; under a sequence lock of the same kind as a record's.
+   void stateIs(const TableState& state);
+   enum class StateRead { whole, changing, corrupt };
+   StateRead tryReadState(TableState& state) const;
+   // Differs after every stateIs, so that readers see with one load that they have to look again.
+   std::uint64_t stateSequence() const { return stateSequence_.load(std::memory_order_acquire); }
+   // Sends every attached reader back to the table's name. For a writer that leaves this memory.
+   void retire();
+
+   // Goes up when a key is added or deleted, after the fact, so that readers know that their index is old. It
+   // isn't under the checksum: at worst readers look for their keys again.
+   std::uint64_t directoryVersion() const { return directoryVersion_.load(std::memory_order_acquire); }
+   void directoryVersionInc() {
+      directoryVersion_.store(directoryVersion_.load(std::memory_order_relaxed) + 1,
+                              std::memory_order_release);
+   }
+
+ private:
+   std::uint64_t identityChecksum() const;
+   static constexpr std::size_t stateWords = 7;
+
+   Word magic_;
+   Word formatVersion_;
+   Word layoutName_[4]; // NUL-terminated
+   Word layoutVersion_;
+   Word recordSize_;
+   Word identityChecksum_;
+
+   alignas(bytesPerBlock) Word stateSequence_; // 0: no writer came that far yet
+   Word directoryVersion_;
+   Word stateChecksum_;
+   Word state_[stateWords];
+};
+
+// Where things lie in a table of such records.
+struct TableGeometry {
+   explicit TableGeometry(const RecordLayout& layout);
+
+   std::size_t sizeFor(std::size_t capacity) const { return slotsOffset + capacity * slotStride; }
+   std::size_t capacityOf(std::size_t size) const {
+      return size < slotsOffset ? 0 : (size - slotsOffset) / slotStride;
+   }
+
+   std::size_t journalOffset;
+   std::size_t slotsOffset;
+   std::size_t slotStride;
+};
+
+// The writer named in a table's header, 0 if there is none or the header can't be read.
+pid_t writerPidOf(const Mapping& mapping);
+
+} // namespace Silo

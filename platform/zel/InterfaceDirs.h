@@ -1,0 +1,42 @@
+// The interface directories that the platform mounts: which interfaces of a kind are configured, and which
+// exist.
+#pragma once
+
+#include "kiln/Accessors.h"
+#include "kiln/Entity.h"
+#include "zel/Pelt.h"
+
+namespace Interface {
+
+// Interfaces by name; a listed one has the value true.
+class IntfDir : public Kiln::Entity {
+ public:
+   class Notifiee : public Kiln::NotifieeOf<IntfDir> {
+    public:
+      using NotifieeOf::NotifieeOf;
+      // The interface's entry came or went.
+      virtual void onIntfStatus(const Pelt::IntfId&) {}
+   };
+   KILN_NOTIFIER
+
+   KILN_HASH_MAP_NOTIFY(Pelt::IntfId, bool, intfStatus, onIntfStatus)
+};
+
+class EthPhyIntfConfigDir : public IntfDir {};
+class EthPhyIntfStatusDir : public IntfDir {};
+class VlanIntfConfigDir : public IntfDir {};
+class VlanIntfStatusDir : public IntfDir {};
+class SubIntfConfigDir : public IntfDir {};
+class SubIntfStatusDir : public IntfDir {};
+
+// Settings that hold for every interface.
+class GlobalIntfConfig : public Kiln::PtrInterface {};
+
+} // namespace Interface
+
+namespace Bridging {
+
+// The bridging configuration.
+class BridgingConfig : public Kiln::PtrInterface {};
+
+} // namespace Bridging
