@@ -53,8 +53,8 @@ CommandResult CommandRunner::run(std::string_view line, int fd) const {
    const Kiln::String keyword = words.front();
    const Kiln::String* type = commandTypes_.find(keyword);
    if (type == nullptr) {
-      return {printableLine("unknown command '" + keyword.substr(0, 40) + "': expected " +
-                            expectedKeywords())};
+      return {
+           printableLine("unknown command '" + keyword.substr(0, 40) + "': expected " + expectedKeywords())};
    }
    const Kiln::Ptr<AgentCommandCallback> callback = directory_->agentCommandCallback(*type);
    if (!callback) {
