@@ -39,7 +39,8 @@ class Name {
 };
 
 // Orders text as people do: runs of digits compare as numbers, so Ethernet2 stands before Ethernet10. Returns
-// less than, equal to or greater than zero. Texts that differ only in leading zeros are ordered by length.
+// less than, equal to or greater than zero, and zero only for the same text: texts that differ only in
+// leading zeros are ordered by length, then by character.
 int naturalCompare(std::string_view a, std::string_view b) noexcept;
 
 std::ostream& operator<<(std::ostream& out, const Name& name);
