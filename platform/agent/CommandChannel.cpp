@@ -199,13 +199,8 @@ void CommandChannel::Client::runCommand() {
       answer(error.what());
       return;
    }
-   CommandResult result = channel_->runner_->run(line_, spool_->fd());
+   const CommandResult result = channel_->runner_->run(line_, *spool_);
    size_ = spool_->size();
-   if (result.ok() && spool_->isFull()) {
-      result.error = "the output ends here, at its bound of " +
-                     std::to_string(channel_->limits_.answerBytes >> 10U) +
-                     " KiB: ask for less, one table, interface or pipe, or with nonzero";
-   }
    answer(result.error);
 }
 

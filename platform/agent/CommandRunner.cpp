@@ -44,28 +44,37 @@ Kiln::String CommandRunner::expectedKeywords() const {
    return all;
 }
 
-CommandResult CommandRunner::run(std::string_view line, int fd) const {
-   Kiln::ActivityLockAnchor::assertHeld();
-   std::vector<Kiln::String> words = splitWords(line);
+CommandResult CommandRunner::runWords(std::vector<Kiln::String> words, int fd) const {
    if (words.empty()) {
       return {"no command: expected " + expectedKeywords()};
    }
    const Kiln::String keyword = words.front();
    const Kiln::String* type = commandTypes_.find(keyword);
    if (type == nullptr) {
-      return {
-           printableLine("unknown command '" + keyword.substr(0, 40) + "': expected " + expectedKeywords())};
+      return {"unknown command '" + keyword.substr(0, 40) + "': expected " + expectedKeywords()};
    }
    const Kiln::Ptr<AgentCommandCallback> callback = directory_->agentCommandCallback(*type);
    if (!callback) {
       return {"nobody answers '" + keyword + "' yet: try again when the agent is up"};
    }
    words.erase(words.begin());
+   return callback->command(words, fd);
+}
+
+CommandResult CommandRunner::run(std::string_view line, const CommandSpool& spool) const {
+   Kiln::ActivityLockAnchor::assertHeld();
+   CommandResult result;
    try {
-      return {printableLine(callback->command(words, fd).error)};
+      result = runWords(splitWords(line), spool.fd());
    } catch (const std::exception& error) {
-      return {printableLine(keyword + " failed: " + error.what())};
+      result.error = Kiln::String("the command failed: ") + error.what();
    }
+   if (result.ok() && spool.isFull()) {
+      result.error = "the output ends here, at its bound of " + std::to_string(spool.limit() >> 10U) +
+                     " KiB: ask for one chip, interface or table, or with nonzero";
+   }
+   result.error = printableLine(std::move(result.error));
+   return result;
 }
 
 } // namespace Agent

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "agent/AgentCommand.h"
+#include "agent/CommandSpool.h"
 
 #include <string_view>
 
@@ -18,12 +19,13 @@ class CommandRunner : public Kiln::PtrInterface {
    // Lines that begin with `keyword` go to the callback of that type.
    void commandTypeIs(const Kiln::String& keyword, Kiln::String commandType);
 
-   // Activity thread, under the activity lock. The text goes to fd. The error is one printable line; nothing
-   // is thrown.
-   CommandResult run(std::string_view line, int fd) const;
+   // Activity thread, under the activity lock. The text goes to the spool; one that fills it ends with an
+   // error. An error is one printable line; nothing is thrown.
+   CommandResult run(std::string_view line, const CommandSpool& spool) const;
 
  private:
    Kiln::String expectedKeywords() const;
+   CommandResult runWords(std::vector<Kiln::String> words, int fd) const;
 
    Kiln::Ptr<AgentCommandRequestDirSm> directory_;
    Kiln::OrderedMap<Kiln::String, Kiln::String> commandTypes_; // by keyword

@@ -5,29 +5,39 @@
 #include <cstdlib>
 #include <cstring>
 #include <stdexcept>
-#include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace Agent {
 
-Kiln::String defaultSocketPath() {
-   const auto set = [](const char* variable) {
-      const char* value = std::getenv(variable);
-      return std::string_view(value != nullptr ? value : "");
-   };
-   if (!set("ZEL_SOCKET").empty()) {
-      return Kiln::String(set("ZEL_SOCKET"));
-   }
-   if (!set("XDG_RUNTIME_DIR").empty()) {
-      return Kiln::String(set("XDG_RUNTIME_DIR")) + "/zelagent/socket";
-   }
-   const uid_t user = geteuid();
-   return user == 0 ? "/run/zelagent/socket" : "/tmp/zelagent-" + std::to_string(user) + "/socket";
+namespace {
+
+Kiln::String environment(const char* variable) {
+   const char* value = std::getenv(variable);
+   return value != nullptr ? value : "";
 }
 
-void prepareDefaultSocketFolder(const Kiln::String& path) {
-   const Kiln::String folder = path.substr(0, path.rfind('/'));
+Kiln::String defaultFolder() {
+   const Kiln::String runtime = environment("XDG_RUNTIME_DIR");
+   if (!runtime.empty()) {
+      return runtime + "/zelagent";
+   }
+   const uid_t user = geteuid();
+   return user == 0 ? "/run/zelagent" : "/tmp/zelagent-" + std::to_string(user);
+}
+
+} // namespace
+
+Kiln::String defaultSocketPath() {
+   const Kiln::String chosen = environment("ZEL_SOCKET");
+   return chosen.empty() ? defaultFolder() + "/socket" : chosen;
+}
+
+void prepareDefaultSocketFolder() {
+   if (!environment("ZEL_SOCKET").empty()) {
+      return;
+   }
+   const Kiln::String folder = defaultFolder();
    if (mkdir(folder.c_str(), S_IRWXU) != 0 && errno != EEXIST) {
       throw std::runtime_error("cannot create " + folder + " (" + std::strerror(errno) +
                                "): choose a socket with --socket PATH");

@@ -19,9 +19,9 @@ constexpr std::size_t commandLineLimit = 4096; // bytes, newline included
 // /tmp/zelagent-UID/socket.
 Kiln::String defaultSocketPath();
 
-// Creates the default socket's folder, for its user only. One that another user owns or may write to is a
-// std::runtime_error, since that user could listen there.
-void prepareDefaultSocketFolder(const Kiln::String& path);
+// Creates the default socket's folder, for its user only; that of $ZEL_SOCKET is its user's business. One that
+// another user owns or may write to is a std::runtime_error, since that user could listen there.
+void prepareDefaultSocketFolder();
 
 struct SocketAddress {
    // A path that is empty or too long for a socket is a std::runtime_error.

@@ -1,6 +1,8 @@
 // The memory file behind a command's output.
 #include "agent/CommandSpool.h"
 
+#include "kiln/TextOutput.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
@@ -55,6 +57,17 @@ std::size_t CommandSpool::wholeLines() const {
 std::size_t CommandSpool::read(std::size_t offset, char* to, std::size_t length) const {
    const ssize_t got = pread(fd_, to, length, static_cast<off_t>(offset));
    return got > 0 ? static_cast<std::size_t>(got) : 0;
+}
+
+void CommandSpool::copyTo(int fd) const {
+   Kiln::TextOutput out(fd);
+   char piece[4096];
+   const std::size_t end = size();
+   for (std::size_t offset = 0; offset < end && out.ok();) {
+      const std::size_t length = read(offset, piece, std::min(sizeof piece, end - offset));
+      out.write({piece, length});
+      offset += length;
+   }
 }
 
 } // namespace Agent

@@ -17,11 +17,14 @@ class CommandSpool {
    ~CommandSpool();
 
    int fd() const { return fd_; }
+   std::size_t limit() const { return limit_; }
    // Bytes of text. Once full, it ends with the last whole line.
    std::size_t size() const;
    bool isFull() const;
    // Up to `length` bytes from `offset`; how many there were.
    std::size_t read(std::size_t offset, char* to, std::size_t length) const;
+   // All of the text, waiting for whoever reads fd.
+   void copyTo(int fd) const;
 
  private:
    std::size_t written() const;
