@@ -86,8 +86,11 @@ class Parser {
    // The one of the choices that the next word is, or abbreviates; else empty, with the error. `mayEnd` adds
    // to the error that the command may also end here.
    Kiln::String choose(const Words& all, bool mayEnd) {
-      const Kiln::String expected =
-           all.empty() ? "nothing more" : choices(all) + (mayEnd ? ", or nothing more" : "");
+      Words expectedHere = all;
+      if (mayEnd) {
+         expectedHere.emplace_back("nothing more");
+      }
+      const Kiln::String expected = choices(expectedHere);
       if (atEnd()) {
          error_ = "the command is incomplete" + understood() + ": expected " + expected;
          return "";
