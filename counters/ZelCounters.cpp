@@ -52,7 +52,10 @@ bool ZelCounters::simulation() {
 }
 
 void ZelCounters::stop() {
-   registry().retire(this);
+   if (!stopped_) {
+      stopped_ = true;
+      registry().retire(this);
+   }
 }
 
 bool ZelCounters::echo() const {
