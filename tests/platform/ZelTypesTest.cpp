@@ -2,9 +2,8 @@
 #include "zel/SystemStatus.h"
 #include "zel/VlanId.h"
 
+#include <functional>
 #include <gmock/gmock.h>
-#include <map>
-#include <random>
 #include <stdexcept>
 
 namespace {
@@ -92,40 +91,6 @@ TEST_F(SystemStatusTest, aRefusedRecordChangesNothing) {
    EXPECT_EQ(at(0, 5), "Ethernet1");
    EXPECT_EQ(status->portInfo().size(), 1U);
    EXPECT_EQ(watcher.told.size(), 1U);
-}
-
-TEST_F(SystemStatusTest, bothDirectionsAgreeAfterRandomChanges) {
-   const unsigned seed = std::random_device{}();
-   SCOPED_TRACE("seed " + std::to_string(seed));
-   std::mt19937 random(seed);
-   std::map<IntfId, PortRecord> oracle;
-   for (int round = 0; round < 2000; ++round) {
-      const IntfId intf(("Ethernet" + std::to_string(random() % 20)).c_str());
-      const PortRecord record{static_cast<ZelId::ZelDevId>(random() % 2), static_cast<U16>(random() % 12)};
-      if (random() % 4 == 0) {
-         status->portInfoDel(intf);
-         oracle.erase(intf);
-         continue;
-      }
-      const Kiln::String before = at(record.devId, record.devicePort);
-      if (before.empty() || before == intf.text()) {
-         status->portInfoIs(intf, record);
-         oracle[intf] = record;
-      } else {
-         EXPECT_THROW(status->portInfoIs(intf, record), std::invalid_argument);
-      }
-      std::map<std::pair<U16, U16>, Kiln::String> places;
-      for (const auto& [known, place] : oracle) {
-         ASSERT_EQ(status->portInfo(known), place);
-         places[{place.devId, place.devicePort}] = known.text();
-      }
-      for (U16 devId = 0; devId < 2; ++devId) {
-         for (U16 port = 0; port < 12; ++port) {
-            const auto place = std::pair(devId, port);
-            ASSERT_EQ(at(static_cast<ZelId::ZelDevId>(devId), port), places[place]);
-         }
-      }
-   }
 }
 
 } // namespace
