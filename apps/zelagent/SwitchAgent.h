@@ -20,9 +20,9 @@ struct SwitchAgentConfig {
    unsigned pipes = 2;  // of each chip
    unsigned ports = 32; // front-panel ports of each chip, spread over its pipes
    ZelSystem::ChipCapabilities capabilities{true, true, true, true};
-   U64 seed = 1;              // of the synthetic traffic
-   Kiln::String siloFolder;   // where shared tables live; empty for the machine's shared memory
-   Kiln::String hardwareFile; // where hardware counters live; empty for the process's own memory
+   U64 seed = 1;                // of the synthetic traffic
+   Kiln::String siloFolder{};   // where shared tables live; empty for the machine's shared memory
+   Kiln::String hardwareFile{}; // where hardware counters live; empty for the process's own memory
 };
 
 // One at a time in a process, over the activity manager and time source that it finds. Everything runs under
