@@ -69,6 +69,10 @@ bool ZelCounters::simulation() {
 }
 
 void ZelCounters::stop() {
+   if (stopped_) {
+      return;
+   }
+   stopped_ = true;
    registry().retire(this);
    if (hwTableCountersSm_) {
       hwTableCountersSm_->stop();

@@ -85,7 +85,8 @@ class ZelCounters : public Kiln::Entity {
    // up.
    static bool simulation();
 
-   // The chip goes away: it takes no more completions and asks for nothing more. Idempotent.
+   // The chip goes away: it takes no more completions and asks for nothing more. Idempotent; the last pointer to a
+   // chip that was not stopped must be given up under the activity lock.
    void stop();
 
    // Starts an asynchronous read of every port of this chip, then marks VLAN interfaces and subinterfaces
@@ -185,6 +186,7 @@ class ZelCounters : public Kiln::Entity {
    Kiln::Ptr<HwTableCountersSm> hwTableCountersSm_;
    Kiln::HashMap<U16, Kiln::Ptr<PipeIntfQueueCounterSm>> pipeIntfQueueCounterSm_;
    Kiln::HashMap<PipeTmCounterKey, Kiln::Ptr<PipeTmCounterSm>> pipeTmCounterSm_;
+   bool stopped_ = false;
 };
 
 Kiln::Ptr<ZelCounters> zelCountersFactory(ZelCounters::Context context);

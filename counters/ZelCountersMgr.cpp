@@ -63,16 +63,21 @@ void ZelCountersMgr::handleInitialized() {
    const Kiln::Ptr<const Kiln::Clock> activityManagerClock = Kiln::activityManagerClock();
    cliCallbackIs("ZelCounters", "ZelCountersCli", this);
    KILN_ASSERT(cliRequestDirSm());
+   KILN_TRACE(1, "agentCommandCallbackIs");
    cliRequestDirSm()->agentCommandCallbackIs(cliCallback());
    zelCountersHelperIs(this, systemStatus());
    vexCountersSmCreate();
    vexCountersSm()->ethIntfCounterWriterStatusIs(mounts()->ethIntfCounterWriterStatus());
+   KILN_TRACE(1, "writerConfigIs");
    vexCountersSm()->writerConfigIs(mounts()->writerConfig());
    vlanIntfSmIs();
    vexL3IntfDataIs("vexL3IntfData");
+   KILN_TRACE(1, "vexL3IntfTableIs");
    vexL3IntfData()->vexL3IntfTableIs(Kiln::allocate<VexL3Intf::Table>("vexL3IntfTable"));
    zelCountersL3IntfSmIs();
+   KILN_TRACE(1, "vexL3IntfSmIs");
    vexL3IntfData()->vexL3IntfSmIs(vexL3IntfData()->vexL3IntfTable(), true);
+   KILN_TRACE(1, "timerWheel");
    auto timerWheel = Kiln::allocate<Oxbow::TimerWheel>(activityManagerClock, wheelTickMs, wheelEntriesPerTick,
                                                        wheelFirstSlot, wheelSlots);
    zelSubIntfCountersHelperIs();

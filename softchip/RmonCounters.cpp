@@ -37,13 +37,13 @@ static_assert(BF_RMON_FRAMES_TRANSMITTED_9216_OR_MORE_OCTETS - BF_RMON_FRAMES_TR
 
 /** Where the counters that both directions have are. */
 struct Direction {
-   bf_rmon_counter_t framesOk, framesAll, fcsErrors, errors;
-   bf_rmon_counter_t octetsGood, octetsAll, dataOctets;
-   std::array<bf_rmon_counter_t, 3> byDestination; // indexed by Destination
-   bf_rmon_counter_t tagged, doubleTagged;
-   bf_rmon_counter_t macControl, pause, pfc, pfcPriority0;
-   bf_rmon_counter_t undersize, oversize, fragments, jabbers;
-   bf_rmon_counter_t firstBucket;
+   size_t framesOk, framesAll, fcsErrors, errors;
+   size_t octetsGood, octetsAll, dataOctets;
+   std::array<size_t, 3> byDestination; // indexed by Destination
+   size_t tagged, doubleTagged;
+   size_t macControl, pause, pfc, pfcPriority0;
+   size_t undersize, oversize, fragments, jabbers;
+   size_t firstBucket;
 };
 
 constexpr Direction received = {
