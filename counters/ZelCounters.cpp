@@ -1,15 +1,22 @@
-// A chip's life, and the polling of its ports' MAC counters.
+// A chip's life, its well-known tables and pollers, and the polling of its ports' MAC counters.
 #include "ZelCounters.h"
 
 #include "CookieRegistry.h"
+#include "CounterTableNames.h"
+#include "HwTableCountersSm.h"
+#include "PipeIntfQueueCounterSm.h"
 #include "SdkStatus.h"
+#include "ZelCountersSm.h"
 #include "ZelCountersTrace.h"
 #include "kiln/ActivityLock.h"
+#include "kiln/ActivityManager.h"
 #include "kiln/RingLog.h"
+#include "sdk/lld.h"
+#include "sdk/pipe_mgr.h"
 #include "zl/ZelSdk.h"
 
 #include <cstdlib>
-#include <iomanip>
+#include <sstream>
 
 namespace ZelCounter {
 
@@ -22,6 +29,10 @@ bool simulationFlag = false;
 // The faked array has room to spare, as the SDK's has; only the first BF_NUM_RMON_COUNTERS slots are read.
 constexpr std::size_t fakedSlots = 128;
 
+// The SDK's numbers of the traffic-manager counters that are polled, in the order in which they are; 3 and 5
+// are left out on purpose.
+constexpr U32 polledTmCounterTypes[] = {0, 1, 2, 6, 7, 4, 8};
+
 CookieRegistry<ZelCounters>& registry() {
    return CookieRegistry<ZelCounters>::instance();
 }
@@ -33,6 +44,12 @@ ZelCounters::ZelCounters(Context context) : context_(std::move(context)) {
    simulationFlag = std::getenv("SIMULATION_VMID") != nullptr;
    if (simulationFlag) {
       smRunning = 1;
+   }
+   if (zlResourceInfoIntf()) {
+      const Kiln::Ptr<const Kiln::Clock> clock = Kiln::activityManagerClock();
+      initializePerPipeCounters();
+      zelCountersSm_ = Kiln::allocate<ZelCountersSm>(this, clock);
+      hwTableCountersSm_ = Kiln::allocate<HwTableCountersSm>(clock, this);
    }
    initializedIs(true);
 }
@@ -52,7 +69,111 @@ bool ZelCounters::simulation() {
 }
 
 void ZelCounters::stop() {
+   if (stopped_) {
+      return;
+   }
+   stopped_ = true;
    registry().retire(this);
+   if (hwTableCountersSm_) {
+      hwTableCountersSm_->stop();
+   }
+   zelCountersSm_ = nullptr;
+   pipeIntfQueueCounterSmDelAll();
+   pipeTmCounterSm_ = {};
+}
+
+void ZelCounters::initializePerPipeCounters() {
+   KILN_TRACE(4, "initializePerPipeCounters");
+   const U32 pdpClassCountId = zlResourceInfoIntf()->zlTableCounterIndex(TableNames::pdpClassCount);
+   KILN_ASSERT(pdpClassCountId != 0xFFFFFFF);
+   perPipeCounterIs(pdpClassCountId, true);
+
+   if (systemStatus()->chipCapabilities(context_.devProfile.chipTypeName).qosPolicyCounter) {
+      const U32 tableIndex = zlResourceInfoIntf()->zlTableIndex(TableNames::qosPolicyDropCounter);
+      KILN_ASSERT(tableIndex != 0xFFFFFFF);
+      const pipe_status_t pps = entryScopeIs(tableIndex, PIPE_ENTRY_SCOPE_SINGLE_PIPELINE);
+      KILN_ASSERT(pps == 0);
+      const U32 qosPolicyDropCountId =
+           zlResourceInfoIntf()->zlTableCounterIndex(TableNames::qosPolicyDropCount);
+      KILN_ASSERT(qosPolicyDropCountId != 0xFFFFFFF);
+      perPipeCounterIs(qosPolicyDropCountId, true);
+   }
+
+   if (simulation()) {
+      const U32 queueCountersIndex = zlResourceInfoIntf()->zlTableIndex(TableNames::queueCounters);
+      KILN_ASSERT(queueCountersIndex != 0xFFFFFFF);
+      pipe_status_t pps = entryScopeIs(queueCountersIndex, PIPE_ENTRY_SCOPE_SINGLE_PIPELINE);
+      KILN_ASSERT(pps == 0);
+      const U32 pdpPolicyIndex = zlResourceInfoIntf()->zlTableIndex(TableNames::pdpPolicy);
+      KILN_ASSERT(pdpPolicyIndex != 0xFFFFFFF);
+      pps = entryScopeIs(pdpPolicyIndex, PIPE_ENTRY_SCOPE_SINGLE_PIPELINE);
+      KILN_ASSERT(pps == 0);
+      const U32 l2DmacClassifyIndex = zlResourceInfoIntf()->zlTableIndex(TableNames::l2DmacClassify);
+      KILN_ASSERT(l2DmacClassifyIndex != 0xFFFFFFF);
+      // All pipelines, unlike the two before: its entries are the same in every pipe.
+      pps = entryScopeIs(l2DmacClassifyIndex, PIPE_ENTRY_SCOPE_ALL_PIPELINES);
+      KILN_ASSERT(pps == 0);
+      const U32 l2DmacClassifyCountId =
+           zlResourceInfoIntf()->zlTableCounterIndex(TableNames::l2DmacClassifyCount);
+      KILN_ASSERT(l2DmacClassifyCountId != 0xFFFFFFF);
+      perPipeCounterIs(l2DmacClassifyCountId, false);
+   }
+
+   const Kiln::Ptr<const Kiln::Clock> clock = Kiln::activityManagerClock();
+   for (U32 p = 0; p <= highestPipe(); ++p) {
+      const auto pipe = static_cast<U16>(p);
+      pipeIntfQueueCounterSmIs(pipe, clock)->pollingClockExpired(); // the first poll waits no period
+      U32 physicalPipeId = 0;
+      const bf_status_t status = lld_sku_map_pipe_id_to_phy_pipe_id(deviceId(), p, &physicalPipeId);
+      KILN_ASSERT_MESSAGE(status == 0, "status == 0", "Failed to map logical to physical pipe-id");
+      KILN_ASSERT(physicalPipeId <= ZelId::ZelPipeId::max());
+      for (const U32 counterType : polledTmCounterTypes) {
+         pipeTmCounterSmIs({pipe, counterType}, physicalPipeId, clock)->scheduleClock();
+      }
+   }
+}
+
+int ZelCounters::entryScopeIs(U32 tableIndex, U32 scope) const {
+   return pipe_mgr_tbl_set_property(sessionId(), deviceId(),
+                                    zlResourceInfoIntf()->zlTable(tableIndex)->handle,
+                                    PIPE_TBL_PROPERTY_ENTRY_SCOPE, scope, 0);
+}
+
+const Kiln::Ptr<PipeIntfQueueCounterSm>& ZelCounters::pipeIntfQueueCounterSm(ZelId::ZelPipeId pipe) const {
+   return Kiln::valueOrDefault(pipeIntfQueueCounterSm_, pipe);
+}
+
+const Kiln::Ptr<PipeIntfQueueCounterSm>&
+ZelCounters::pipeIntfQueueCounterSmIs(ZelId::ZelPipeId pipe, Kiln::Ptr<const Kiln::Clock> clock) {
+   if (const Kiln::Ptr<PipeIntfQueueCounterSm>* present = pipeIntfQueueCounterSm_.find(pipe)) {
+      if ((*present)->clock() != clock) {
+         std::ostringstream text;
+         text << "Reinstantiating the pointer interface where constructor parameter attribute _pollingClock "
+                 "has a different value of "
+              << clock.ptr() << " than the current value of " << (*present)->clock().ptr() << " not allowed";
+         throw std::invalid_argument(text.str());
+      }
+      return *present;
+   }
+   pipeIntfQueueCounterSm_.set(pipe, Kiln::allocate<PipeIntfQueueCounterSm>(this, pipe, std::move(clock)));
+   return *pipeIntfQueueCounterSm_.find(pipe);
+}
+
+void ZelCounters::pipeIntfQueueCounterSmDel(ZelId::ZelPipeId pipe) {
+   pipeIntfQueueCounterSm_.erase(pipe);
+}
+
+void ZelCounters::pipeIntfQueueCounterSmDelAll() {
+   Kiln::forEachKey(pipeIntfQueueCounterSm_, [this](U16 pipe) { pipeIntfQueueCounterSmDel(pipe); });
+}
+
+const Kiln::Ptr<PipeTmCounterSm>& ZelCounters::pipeTmCounterSmIs(const PipeTmCounterKey& key,
+                                                                 U32 physicalPipe,
+                                                                 Kiln::Ptr<const Kiln::Clock> clock) {
+   if (!pipeTmCounterSm_.contains(key)) {
+      pipeTmCounterSm_.set(key, Kiln::allocate<PipeTmCounterSm>(this, key, physicalPipe, std::move(clock)));
+   }
+   return *pipeTmCounterSm_.find(key);
 }
 
 bool ZelCounters::echo() const {

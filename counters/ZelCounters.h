@@ -2,6 +2,7 @@
 #pragma once
 
 #include "CliPortDropData.h"
+#include "PipeTmCounterSm.h"
 #include "ZelCountersTypes.h"
 #include "kiln/Accessors.h"
 #include "kiln/TextOutput.h"
@@ -19,12 +20,19 @@
 
 namespace ZelCounter {
 
+class HwTableCountersSm;
+class PipeIntfQueueCounterSm;
+class ZelCountersSm;
+
 // One a chip, owned by the counters manager. Everything runs under the activity lock: on the activity thread,
 // or in an SDK callback that took it.
 //
 // Show and clear operations write to the descriptor that they are given and do not own; they never block on
-// more than it does, and an output that takes no more ends them early. Every show operation of a chip whose
-// construction is not complete writes "Agent not initialized yet".
+// more than it does, and an output that takes no more ends them early. Every MAC show operation of a chip
+// whose construction is not complete writes "Agent not initialized yet"; the others leave that to the
+// command layer.
+//
+// A chip without a resource-info service counts ports only: it has no counter tables and no table pollers.
 class ZelCounters : public Kiln::Entity {
  public:
    // What the chip's counters work with. Pointers are shared; all but systemStatus may be null: what hangs on
@@ -55,6 +63,7 @@ class ZelCounters : public Kiln::Entity {
 
    ZelId::ZelDevId deviceId() const { return context_.devId; }
    const Kiln::String& chipName() const { return context_.chipName; }
+   U32 sessionId() const { return context_.sessionId; }
    const Kiln::Ptr<const ZelSlice::ChipStatus>& chipStatus() const { return context_.chipStatus; }
    const Kiln::Ptr<const ZelSystem::SystemStatus>& systemStatus() const { return context_.systemStatus; }
    const Kiln::Ptr<Vex::Counters::CountersSm>& vexCountersSm() const { return context_.vexCountersSm; }
@@ -62,11 +71,22 @@ class ZelCounters : public Kiln::Entity {
       return context_.zlResourceInfoIntf;
    }
 
+   // The chip's logical pipes are 0 to this one, inclusive. Wider than a pipe id, so that a loop can pass it.
+   U32 highestPipe() const { return chipStatus() ? chipStatus()->highestLogicalPipeId() : 0; }
+
+   // The pipes to ask for a table: every logical one, or once all of them. Inclusive, wide as above.
+   struct PipeRange {
+      U32 first;
+      U32 last;
+   };
+   PipeRange tablePipes(U32 tableId) const;
+
    // True in a process that was started with SIMULATION_VMID in its environment; set as the first chip comes
    // up.
    static bool simulation();
 
-   // The chip goes away: it takes no more completions and asks for nothing more. Idempotent.
+   // The chip goes away: it takes no more completions and asks for nothing more. Idempotent; the last pointer to a
+   // chip that was not stopped must be given up under the activity lock.
    void stop();
 
    // Starts an asynchronous read of every port of this chip, then marks VLAN interfaces and subinterfaces
@@ -90,6 +110,46 @@ class ZelCounters : public Kiln::Entity {
    // Clearing moves the interface's clear snapshot only: neither the hardware nor what is published.
    void clearMacCounters(U32 fd, const Pelt::IntfId& intf);
    void clearAllMacCounters(U32 fd);
+
+   // Lists the counter tables.
+   void showCountersInfo(U32 fd);
+   // Print the SDK's software copy of a table, which is at most one sync pass old. A table that is not
+   // initialized, or a chip whose first pass is not complete, answers with a line that says so. The id is one
+   // of the catalogue's (assertion). A pipe is given for a per-pipe table (assertion) and refused, with a
+   // line, for any other.
+   void showTableCounters(U32 fd, U32 tableId, bool nonZeroOnly);
+   void showTableCountersPipe(U32 fd, U32 tableId, ZelId::ZelPipeId pipeId, bool nonZeroOnly);
+   void showAllTableCounters(U32 fd, bool nonZeroOnly);
+   // Write zero to the entries of a table of one pipe, or of all. Tables whose counts belong to another
+   // service are left alone. A refusal by the SDK, but for "not supported", is an assertion.
+   void clearTableCounters(U32 fd, U32 tableId, ZelId::ZelPipeId pipeId);
+   void clearAllTableCounters(U32 fd);
+
+   // By counter table id: true for a table that is synced and read once a pipe; true once the SDK has
+   // initialized the table.
+   KILN_HASH_MAP(U32, bool, perPipeCounter)
+   KILN_HASH_MAP(U32, bool, initializedCounter)
+   // Set when the first sync pass has landed.
+   KILN_ATTRIBUTE(bool, firstPollingComplete, false)
+
+   // The chip's reactors; the first two are null without a resource-info service.
+   const Kiln::Ptr<ZelCountersSm>& zelCountersSm() const { return zelCountersSm_; }
+   const Kiln::Ptr<HwTableCountersSm>& hwTableCountersSm() const { return hwTableCountersSm_; }
+   // By logical pipe.
+   const Kiln::HashMap<U16, Kiln::Ptr<PipeIntfQueueCounterSm>>& pipeIntfQueueCounterSm() const {
+      return pipeIntfQueueCounterSm_;
+   }
+   const Kiln::Ptr<PipeIntfQueueCounterSm>& pipeIntfQueueCounterSm(ZelId::ZelPipeId pipe) const;
+   // The pipe's poller, made when missing. Another clock than it has is a std::invalid_argument.
+   const Kiln::Ptr<PipeIntfQueueCounterSm>& pipeIntfQueueCounterSmIs(ZelId::ZelPipeId pipe,
+                                                                     Kiln::Ptr<const Kiln::Clock> clock);
+   void pipeIntfQueueCounterSmDel(ZelId::ZelPipeId pipe);
+   void pipeIntfQueueCounterSmDelAll();
+   const Kiln::HashMap<PipeTmCounterKey, Kiln::Ptr<PipeTmCounterSm>>& pipeTmCounterSm() const {
+      return pipeTmCounterSm_;
+   }
+   const Kiln::Ptr<PipeTmCounterSm>& pipeTmCounterSmIs(const PipeTmCounterKey& key, U32 physicalPipe,
+                                                       Kiln::Ptr<const Kiln::Clock> clock);
 
    // The latest completed read, and the values at the last clear, by interface.
    KILN_HASH_MAP(Pelt::IntfId, Kiln::Ptr<IntfCounters>, macCountersLast)
@@ -117,7 +177,25 @@ class ZelCounters : public Kiln::Entity {
    bool answeredUninitialized(Kiln::TextOutput& out) const;
    void printMacCounters(Kiln::TextOutput& out, const Pelt::IntfId& intf, bool nonZeroOnly);
 
+   void initializePerPipeCounters();
+   int entryScopeIs(U32 tableIndex, U32 scope) const;
+
+   U32 countersNum() const;
+   void printTable(Kiln::TextOutput& out, U32 tableId, bool nonZeroOnly);
+   void printTablePipe(Kiln::TextOutput& out, U32 tableId, ZelId::ZelPipeId pipeId, bool nonZeroOnly);
+   void printDirectTable(Kiln::TextOutput& out, const ZlResourceInfo::ZlTableCounter* info,
+                         ZelId::ZelPipeId pipeId, bool nonZeroOnly);
+   void printIndirectTable(Kiln::TextOutput& out, const ZlResourceInfo::ZlTableCounter& info,
+                           ZelId::ZelPipeId pipeId, bool nonZeroOnly);
+   Kiln::String entryDetails(U32 tableHandle, S32 entry) const;
+   bool isProtected(const ZlResourceInfo::ZlTableCounter& info) const;
+
    Context context_;
+   bool stopped_ = false;
+   Kiln::Ptr<ZelCountersSm> zelCountersSm_;
+   Kiln::Ptr<HwTableCountersSm> hwTableCountersSm_;
+   Kiln::HashMap<U16, Kiln::Ptr<PipeIntfQueueCounterSm>> pipeIntfQueueCounterSm_;
+   Kiln::HashMap<PipeTmCounterKey, Kiln::Ptr<PipeTmCounterSm>> pipeTmCounterSm_;
 };
 
 Kiln::Ptr<ZelCounters> zelCountersFactory(ZelCounters::Context context);

@@ -72,6 +72,7 @@ void ZelCountersMgr::handleInitialized() {
    const Kiln::Ptr<const Kiln::Clock> activityManagerClock = Kiln::activityManagerClock();
    cliCallbackIs("ZelCounters", "ZelCountersCli", this);
    KILN_ASSERT(cliRequestDirSm());
+   KILN_TRACE(1, "agentCommandCallbackIs");
    cliRequestDirSm()->agentCommandCallbackIs(cliCallback());
    zelCountersHelperIs(this, systemStatus());
    vexCountersSmIs({vexCommonSmData(), mounts()->ethPhyIntfStatusDir(), mounts()->vlanIntfStatusDir(),
@@ -80,12 +81,16 @@ void ZelCountersMgr::handleInitialized() {
                     mounts()->allVlanIntfCounters(), mounts()->vlanIntfCounterWriterStatus(),
                     activityManagerClock, zelCountersHelper()});
    vexCountersSm()->ethIntfCounterWriterStatusIs(mounts()->ethIntfCounterWriterStatus());
+   KILN_TRACE(1, "writerConfigIs");
    vexCountersSm()->writerConfigIs(mounts()->writerConfig());
    vlanIntfSmIs();
    vexL3IntfDataIs("vexL3IntfData");
+   KILN_TRACE(1, "vexL3IntfTableIs");
    vexL3IntfData()->vexL3IntfTableIs(Kiln::allocate<VexL3Intf::Table>("vexL3IntfTable"));
    zelCountersL3IntfSmIs();
+   KILN_TRACE(1, "vexL3IntfSmIs");
    vexL3IntfData()->vexL3IntfSmIs(vexL3IntfData()->vexL3IntfTable(), true);
+   KILN_TRACE(1, "timerWheel");
    auto timerWheel = Kiln::allocate<Oxbow::TimerWheel>(activityManagerClock, wheelTickMs, wheelEntriesPerTick,
                                                        wheelFirstSlot, wheelSlots);
    zelSubIntfCountersHelperIs();

@@ -1,17 +1,21 @@
 // Storage of the value types.
 #include "ZelCountersTypes.h"
 
+#include "kiln/Assert.h"
+
+#include <algorithm>
+
 namespace ZelCounter {
 
 void IntfCounters::countersIs(std::size_t index, U64 value) {
-   if (index >= counters_.size()) {
-      counters_.resize(index + 1);
-   }
+   KILN_ASSERT(index < counters_.size());
+   size_ = std::max(size_, index + 1);
    counters_[index] = value;
 }
 
 void IntfCounters::countersAre(const bf_rmon_counter_array_t& values) {
-   counters_.assign(values, values + BF_NUM_RMON_COUNTERS);
+   std::copy(std::begin(values), std::end(values), counters_.begin());
+   size_ = counters_.size();
 }
 
 Kiln::Ptr<IntfCounters> intfCountersFactory(Pelt::IntfId intfId) {

@@ -4,6 +4,7 @@
 #include "RmonCounters.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <stdexcept>
 #include <string>
 
@@ -13,18 +14,25 @@ namespace {
 
 using Lock = std::lock_guard<std::recursive_mutex>;
 
+std::size_t rmonWords(const ChipConfig& config) {
+   return std::size_t{config.pipes} * portsPerPipe * BF_NUM_RMON_COUNTERS;
+}
+
 } // namespace
 
 Chip::Chip(const ChipConfig& config, U64 serial, std::recursive_mutex& sdkLock, std::span<U64> hardware)
-     : config_(config), serial_(serial), sdkLock_(sdkLock), rmon_(hardware),
-       hasPort_(config.pipes * portsPerPipe) {}
+     : config_(config), serial_(serial), sdkLock_(sdkLock), rmon_(hardware.first(rmonWords(config))),
+       hasPort_(config.pipes * portsPerPipe), accessVlans_(hasPort_.size(), 1),
+       tables_(config.program, config.pipes, hardware.subspan(rmon_.size())), pipeline_(tables_) {}
 
 std::size_t Chip::hardwareWords(const ChipConfig& config) {
-   return config.pipes * portsPerPipe * BF_NUM_RMON_COUNTERS;
+   return rmonWords(config) + PipeManager::hardwareWords(*config.program, config.pipes);
 }
 
 Kiln::String Chip::hardwareLayout(const ChipConfig& config) {
-   return std::to_string(config.pipes) + " pipes";
+   char text[48];
+   std::snprintf(text, sizeof text, "%u pipes and program %08X", config.pipes, config.program->signature());
+   return text;
 }
 
 bool Chip::isPlace(unsigned devicePort) const {
@@ -84,15 +92,22 @@ bool Chip::receive(U16 devicePort, const FrameInfo& frame, U64 repeat) {
    }
    countReceived(frame, rmonOf(devicePort), repeat);
    // The MAC drops a bad frame and consumes its own control frames.
-   if (!frame.fcsError && !frame.macControl.present) {
-      forward(devicePort, frame, repeat);
+   if (frame.fcsError || frame.macControl.present) {
+      return true;
+   }
+   const U16 vlan = frame.outerTag.vlanId != 0 ? frame.outerTag.vlanId : accessVlans_[placeOf(devicePort)];
+   const U64 length = frame.wireLength > fcsOctets ? frame.wireLength - fcsOctets : 0;
+   const PassingFrames passing{frame, repeat, repeat * length, vlan};
+   if (pipeline_.ingress(passing, devicePort / slotsPerPipe, devicePort % slotsPerPipe)) {
+      forward(devicePort, passing);
    }
    return true;
 }
 
 // As a learning bridge does: to the port behind which the address was last seen, to none when that is the
 // port that it came from, to all others when it is unknown or a group.
-void Chip::forward(U16 devicePort, const FrameInfo& frame, U64 repeat) {
+void Chip::forward(U16 devicePort, const PassingFrames& passing) {
+   const FrameInfo& frame = passing.frame;
    if (destinationKind(frame.sourceMac) == Destination::unicast) {
       macTable_.learn(frame.sourceMac, devicePort);
    }
@@ -100,30 +115,37 @@ void Chip::forward(U16 devicePort, const FrameInfo& frame, U64 repeat) {
         frame.destination == Destination::unicast ? macTable_.portOf(frame.destinationMac) : MacTable::none;
    if (known != MacTable::none) {
       if (known != devicePort) {
-         transmit(known, frame, repeat);
+         transmit(known, passing);
       }
       return;
    }
    for (const U16 port : ports_) {
       if (port != devicePort) {
-         transmit(port, frame, repeat);
+         transmit(port, passing);
       }
    }
 }
 
-void Chip::transmit(U16 devicePort, const FrameInfo& frame, U64 repeat) {
-   countTransmitted(frame, rmonOf(devicePort), repeat);
+void Chip::transmit(U16 devicePort, const PassingFrames& passing) {
+   if (pipeline_.egress(passing, devicePort / slotsPerPipe)) {
+      countTransmitted(passing.frame, rmonOf(devicePort), passing.packets);
+   }
 }
 
-U64& Chip::rmonAt(U16 devicePort, unsigned index) const {
+std::size_t Chip::portPlace(U16 devicePort) const {
    if (!isPlace(devicePort) || !hasPort_[placeOf(devicePort)]) {
       throw std::invalid_argument(name() + " has no port at " + std::to_string(devicePort));
    }
+   return placeOf(devicePort);
+}
+
+U64& Chip::rmonAt(U16 devicePort, unsigned index) const {
+   const std::size_t place = portPlace(devicePort);
    if (index >= BF_NUM_RMON_COUNTERS) {
       throw std::invalid_argument("no RMON counter " + std::to_string(index) + ": expected 0 to " +
                                   std::to_string(BF_NUM_RMON_COUNTERS - 1));
    }
-   return rmonOf(devicePort)[index];
+   return rmon_[place * BF_NUM_RMON_COUNTERS + index];
 }
 
 U64 Chip::rmon(U16 devicePort, unsigned index) const {
@@ -153,6 +175,88 @@ void Chip::rmonStuckIs(U16 devicePort, unsigned index, bool stuck) {
    if (stuck) {
       stuck_.push_back({devicePort, index, value});
    }
+}
+
+void Chip::accessVlanIs(U16 devicePort, U16 vlan) {
+   const Lock lock(sdkLock_);
+   if (vlan < 1 || vlan > 4094) {
+      throw std::invalid_argument("no VLAN " + std::to_string(vlan) + ": expected 1 to 4094");
+   }
+   accessVlans_[portPlace(devicePort)] = vlan;
+}
+
+CounterTable& Chip::counterTable(const Kiln::String& table) const {
+   CounterTable* const found = tables_.counterTable(table);
+   if (found == nullptr) {
+      throw std::invalid_argument(name() + " has no counter table " + table);
+   }
+   return *found;
+}
+
+U32 Chip::matchHandle(const Kiln::String& table) const {
+   const ZlResourceInfo::ZlTable* const found = program()->zlTable(program()->zlTableIndex(table));
+   if (found == nullptr) {
+      throw std::invalid_argument(name() + " has no match table " + table);
+   }
+   return found->handle;
+}
+
+void Chip::checkEntry(const CounterTable& table, U16 pipe, U32 index) const {
+   if (table.symmetric() ? pipe != allPipes : pipe >= pipes()) {
+      throw std::invalid_argument(
+           table.spec().name +
+           (table.symmetric() ? " counts for all pipes together: expected all"
+                              : " counts per pipe: expected pipe 0 to " + std::to_string(pipes() - 1)));
+   }
+   if (index >= table.slots()) {
+      throw std::invalid_argument(table.spec().name + " has no entry " + std::to_string(index) +
+                                  ": expected 0 to " + std::to_string(table.slots() - 1));
+   }
+}
+
+CounterValue Chip::tableEntry(const Kiln::String& table, U16 pipe, U32 index) const {
+   const Lock lock(sdkLock_);
+   const CounterTable& found = counterTable(table);
+   checkEntry(found, pipe, index);
+   return found.hardware(pipe, index);
+}
+
+void Chip::tableEntryIs(const Kiln::String& table, U16 pipe, U32 index, const CounterValue& value) {
+   const Lock lock(sdkLock_);
+   CounterTable& found = counterTable(table);
+   checkEntry(found, pipe, index);
+   found.hardwareIs(pipe, index, value);
+}
+
+void Chip::tableInitializedAfterIs(const Kiln::String& table, U32 queries) {
+   const Lock lock(sdkLock_);
+   counterTable(table).initializedAfterIs(queries);
+}
+
+void Chip::capacityIs(const Kiln::String& table, U32 entries) {
+   const Lock lock(sdkLock_);
+   matchHandle(table);
+   MatchTable& found = *tables_.matchTable(table);
+   if (entries > found.spec().capacity) {
+      throw std::invalid_argument(table + " holds at most " + std::to_string(found.spec().capacity) +
+                                  " entries");
+   }
+   found.capacityIs(entries);
+}
+
+int Chip::entryAdd(const Kiln::String& table, const MatchRule& rule, S32* handle, U16 pipe) {
+   const Lock lock(sdkLock_);
+   return tables_.entryAdd(matchHandle(table), pipe, rule, handle);
+}
+
+int Chip::entryDel(const Kiln::String& table, S32 handle) {
+   const Lock lock(sdkLock_);
+   return tables_.entryDel(matchHandle(table), handle);
+}
+
+Kiln::String Chip::entryText(U32 tableHandle, S32 handle) const {
+   const Lock lock(sdkLock_);
+   return tables_.entryText(tableHandle, handle);
 }
 
 int Chip::checkPort(int devicePort) const {

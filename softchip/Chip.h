@@ -3,6 +3,8 @@
 
 #include "Frame.h"
 #include "MacTable.h"
+#include "PipeManager.h"
+#include "Pipeline.h"
 #include "kiln/Types.h"
 #include "sdk/bf_rmon.h"
 
@@ -11,12 +13,6 @@
 #include <vector>
 
 namespace SoftChip {
-
-// Statuses of the SDK that the chip answers with.
-constexpr int statusOk = 0;
-constexpr int statusInvalidArguments = 3;
-constexpr int statusObjectNotFound = 6;
-constexpr int statusSessionNotFound = 8;
 
 constexpr unsigned maxPipes = 4;
 constexpr unsigned portsPerPipe = 73; // slots of a pipe that can be a port
@@ -27,13 +23,15 @@ struct ChipConfig {
    Kiln::String name;
    U8 deviceId = 0;
    unsigned pipes = 2;
+   Kiln::Ptr<P4Program> program = {}; // null: the switch's own
 };
 
-// Any thread; every operation takes the SDK's lock, which is recursive, and so must not be held by a thread
-// that calls out. Ports go by device port number: pipe x 128 + slot. A port, index or value that can't be is
-// a std::invalid_argument that says what is expected. Frames allocate nothing.
+// Any thread; every operation takes the SDK's lock, which is recursive. Ports go by device port number: pipe x
+// 128 + slot. A port, table, index or value that can't be is a std::invalid_argument that says what is
+// expected. Frames allocate nothing.
 //
-// Counters are the hardware's. They stay when a port is taken away: hardware counters belong to the place.
+// Counters are the hardware's; the software copies of tables follow with the next sync. RMON counters stay when
+// a port is taken away: they belong to the place.
 class Chip {
  public:
    // `hardware` holds hardwareWords() counters and, like the lock, outlives the chip.
@@ -66,7 +64,25 @@ class Chip {
    // A stuck counter reads as it did when it got stuck, whatever the port counts.
    void rmonStuckIs(U16 devicePort, unsigned index, bool stuck);
 
-   // The SDK's side, which answers in statuses.
+   // Untagged and priority-tagged frames that arrive at the port are in this VLAN; 1 at first.
+   void accessVlanIs(U16 devicePort, U16 vlan);
+
+   // One entry of a counter table, by its index; of a direct table, by its match entry's handle. The pipe is
+   // one for an asymmetric table and 65535 for a symmetric one, as the SDK reads them.
+   CounterValue tableEntry(const Kiln::String& counterTable, U16 pipe, U32 index) const;
+   void tableEntryIs(const Kiln::String& counterTable, U16 pipe, U32 index, const CounterValue& value);
+   // The SDK finds the table uninitialized when it asks for the first `queries` times.
+   void tableInitializedAfterIs(const Kiln::String& counterTable, U32 queries);
+   // How many entries fit into a match table, at most as many as the program declares.
+   void capacityIs(const Kiln::String& matchTable, U32 entries);
+   // Statuses of the SDK: 9 when the table is full.
+   int entryAdd(const Kiln::String& matchTable, const MatchRule& rule, S32* handle, U16 pipe = allPipes);
+   int entryDel(const Kiln::String& matchTable, S32 handle);
+   Kiln::String entryText(U32 tableHandle, S32 handle) const;
+   const Kiln::Ptr<P4Program>& program() const { return config_.program; }
+
+   // The SDK's side, which answers in statuses; under the SDK's lock.
+   PipeManager& tables() { return tables_; }
    int checkPort(int devicePort) const;
    void readMac(U16 devicePort, bf_rmon_counter_array_t& into) const;
 
@@ -81,17 +97,24 @@ class Chip {
    std::size_t placeOf(U16 devicePort) const;
    U64* rmonOf(U16 devicePort) const { return &rmon_[placeOf(devicePort) * BF_NUM_RMON_COUNTERS]; }
    U64& rmonAt(U16 devicePort, unsigned index) const;
-   void forward(U16 devicePort, const FrameInfo& frame, U64 repeat);
-   void transmit(U16 devicePort, const FrameInfo& frame, U64 repeat);
+   std::size_t portPlace(U16 devicePort) const;
+   CounterTable& counterTable(const Kiln::String& name) const;
+   U32 matchHandle(const Kiln::String& name) const;
+   void checkEntry(const CounterTable& table, U16 pipe, U32 index) const;
+   void forward(U16 devicePort, const PassingFrames& passing);
+   void transmit(U16 devicePort, const PassingFrames& passing);
 
    ChipConfig config_;
    U64 serial_;
    std::recursive_mutex& sdkLock_;
-   std::span<U64> rmon_;       // by place, then by index
-   std::vector<bool> hasPort_; // by place
-   std::vector<U16> ports_;    // ascending
+   std::span<U64> rmon_;          // by place, then by index
+   std::vector<bool> hasPort_;    // by place
+   std::vector<U16> accessVlans_; // by place
+   std::vector<U16> ports_;       // ascending
    U64 portsVersion_ = 0;
    std::vector<StuckCounter> stuck_;
+   mutable PipeManager tables_; // const operations find in it what the others change
+   Pipeline pipeline_;
    MacTable macTable_;
 };
 

@@ -32,7 +32,11 @@ Fleet* Fleet::instance() noexcept {
    return theFleet.load();
 }
 
-Chip& Fleet::chipAdd(const ChipConfig& config) {
+Chip& Fleet::chipAdd(const ChipConfig& wanted) {
+   ChipConfig config = wanted;
+   if (!config.program) {
+      config.program = P4Program::standard();
+   }
    const Lock lock(sdkLock_);
    if (config.deviceId >= chips_.size()) {
       throw std::invalid_argument("no device " + std::to_string(config.deviceId) + ": expected 0 to 7");
@@ -84,6 +88,20 @@ std::vector<Chip*> Fleet::chips() const {
    return all;
 }
 
+int Fleet::startRead(EntryPoint entryPoint, PipeManager::Kind kind, U32 device, U16 pipe, U32 tableHandle,
+                     ZelCountersIntf::ReadBuffer* buffer) {
+   const int status = onChip(entryPoint, static_cast<int>(device), [&](Chip& target) {
+      return target.tables().readAll(kind, tableHandle, pipe, readValues_);
+   });
+   *buffer = {readValues_.data(), ++readNumber_};
+   return status;
+}
+
+int Fleet::endRead(EntryPoint entryPoint) {
+   ++readNumber_;
+   return faults_.next(entryPoint);
+}
+
 // The lock is given up before the callback, which takes the activity lock and may ask again.
 void Fleet::deliver(const Completion& completion) {
    bf_rmon_counter_array_t counters{};
@@ -93,6 +111,8 @@ void Fleet::deliver(const Completion& completion) {
       if (target != nullptr && target->serial() == completion.chipSerial) {
          if (completion.macCallback != nullptr) {
             target->readMac(completion.portOrPipe, counters);
+         } else {
+            target->tables().sync(completion.tableHandle, completion.portOrPipe);
          }
       }
    }

@@ -5,6 +5,7 @@
 #include "Completions.h"
 #include "Faults.h"
 #include "HardwareMemory.h"
+#include "zl/ZelCountersIntf.h"
 
 #include <array>
 #include <memory>
@@ -49,6 +50,25 @@ class Fleet {
       return fault != 0 ? fault : target == nullptr ? statusInvalidArguments : operation(*target);
    }
 
+   // A started read of a whole table: one at a time, as a new one ends the one before. What is read is a copy
+   // of what the software copy held at the start. Belongs to the activity thread.
+   int startRead(EntryPoint entryPoint, PipeManager::Kind kind, U32 device, U16 pipe, U32 tableHandle,
+                 ZelCountersIntf::ReadBuffer* buffer);
+   int readStarted(EntryPoint entryPoint, const ZelCountersIntf::ReadBuffer& buffer, U32 slot,
+                   CounterValue* value) {
+      const int fault = faults_.next(entryPoint);
+      if (fault != 0) {
+         return fault;
+      }
+      if (buffer.table != readValues_.data() || buffer.position != readNumber_ ||
+          slot >= readValues_.size()) {
+         return statusInvalidArguments;
+      }
+      *value = readValues_[slot];
+      return statusOk;
+   }
+   int endRead(EntryPoint entryPoint);
+
    // Accepts the request when `operation` tells 0; it may complete it with what only the chip knows.
    template <class Operation>
    int request(EntryPoint entryPoint, Completion completion, Operation operation) {
@@ -71,6 +91,8 @@ class Fleet {
    U64 nextSerial_ = 1;
    Faults faults_;
    Completions completions_;
+   std::vector<CounterValue> readValues_; // of the started read
+   U64 readNumber_ = 0;
 };
 
 } // namespace SoftChip

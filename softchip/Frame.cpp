@@ -113,7 +113,7 @@ void parseIpv4(Cursor cursor, FrameInfo& frame) {
    constexpr size_t minHeaderOctets = 20;
    if (!cursor.has(minHeaderOctets) || cursor.at(0) >> 4 != 4)
       return;
-   size_t headerOctets = (cursor.at(0) & 0x0fU) * 4U;
+   size_t headerOctets = size_t{4} * (cursor.at(0) & 0x0fU);
    if (headerOctets < minHeaderOctets)
       return;
    IpHeader& ip = frame.ip;
@@ -150,11 +150,11 @@ bool skipIpv6Extensions(Cursor& cursor, IpHeader& ip) {
       if (!cursor.has(minOctets))
          return false;
       if (ip.protocol == authentication)
-         octets = (cursor.at(1) + 2U) * 4U;
+         octets = size_t{4} * (cursor.at(1) + 2U);
       else if (ip.protocol == fragment)
          laterFragment = (cursor.u16At(2) & 0xfff8) != 0;
       else
-         octets = (cursor.at(1) + 1U) * 8U;
+         octets = size_t{8} * (cursor.at(1) + 1U);
       ip.protocol = cursor.at(0);
       if (laterFragment || !cursor.has(octets))
          return false;

@@ -34,8 +34,9 @@ struct TrafficBatch {
 
 /** The frames that arrive at the ports 0 to portCount - 1 of one chip. The same seed and port count give the
  * same frames on every machine. A busy port's frames come in longer batches, so that the work for a port
- * hardly depends on its rate; faulty and MAC control frames come singly. Nothing is allocated after
- * construction. Not shared between threads. */
+ * hardly depends on its rate; faulty and MAC control frames come singly. Hosts have the addresses
+ * 02:00:PP:PP:HH:HH, where PPPP is the port that they are behind. Nothing is allocated after construction. Not
+ * shared between threads. */
 class TrafficGenerator {
  public:
    TrafficGenerator(uint64_t seed, size_t portCount);

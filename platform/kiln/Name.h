@@ -23,6 +23,8 @@ class Name {
    // 0 for the empty text, then numbers in the order of interning.
    U32 id() const noexcept { return entry_ != nullptr ? entry_->id : 0; }
    bool empty() const noexcept { return entry_ == nullptr; }
+   // Differs from run to run: it may find an element, never order one.
+   std::size_t hash() const noexcept { return std::hash<const void*>()(entry_); }
 
    bool operator==(const Name&) const noexcept = default;
 
@@ -49,5 +51,5 @@ std::ostream& operator<<(std::ostream& out, const Name& name);
 
 template <>
 struct std::hash<Kiln::Name> {
-   std::size_t operator()(const Kiln::Name& name) const noexcept { return name.id(); }
+   std::size_t operator()(const Kiln::Name& name) const noexcept { return name.hash(); }
 };

@@ -8,6 +8,7 @@
 
 #define BF_NUM_RMON_COUNTERS 89
 
+// NOLINTBEGIN(modernize-use-using): C has no other way.
 typedef uint64_t bf_rmon_counter_array_t[BF_NUM_RMON_COUNTERS];
 
 typedef enum bf_rmon_counter_t {
@@ -104,3 +105,4 @@ typedef enum bf_rmon_counter_t {
    BF_RMON_FEC_CORRECTED_BLOCKS = 87,
    BF_RMON_FEC_UNCORRECTABLE_BLOCKS = 88,
 } bf_rmon_counter_t;
+// NOLINTEND(modernize-use-using)

@@ -94,6 +94,7 @@ TEST(Frame, PortsAreReadOnlyWhereThereAreSome) {
         {"length left 0 by segmentation offload", v4("45000000 00000000 4006 0000 ", "0035 0035"), true},
         {"first fragment", v4("4500001c 00002000 4011 0000 ", "0035 0035"), true},
         {"later fragment", v4("4500001c 00000001 4011 0000 ", "0035 0035"), false},
+        {"fragment far from the first", v4("4500001c 00001000 4011 0000 ", "0035 0035"), false},
         {"padding behind the packet", v4("45000014 00000000 4011 0000 ", "0035 0035"), false},
         {"packet shorter than its header", v4("45000004 00000000 4011 0000 ", "0035 0035"), false},
         {"options cut off", v4("4f00003c 00000000 4011 0000 ", "0035 0035"), false},

@@ -1,0 +1,43 @@
+// The way of a frame through a chip's tables.
+#pragma once
+
+#include "PipeManager.h"
+
+namespace SoftChip {
+
+// A frame on its way, or several alike.
+struct PassingFrames {
+   const FrameInfo& frame;
+   U64 packets;
+   U64 bytes; // of all of them, without FCS: what tables count
+   U16 vlan;  // 1 to 4094, or what a tag says
+};
+
+// Counts in the tables that the program has and that the pipeline knows; the others stay as they are. Owned by
+// the chip, under the SDK's lock.
+class Pipeline {
+ public:
+   explicit Pipeline(PipeManager& tables);
+
+   // The frames came in at a slot of a pipe. False when they are dropped.
+   bool ingress(const PassingFrames& passing, unsigned pipe, unsigned slot);
+   // The frames are about to leave by a pipe. False when they are dropped.
+   bool egress(const PassingFrames& passing, unsigned pipe);
+
+ private:
+   struct Lookup {
+      const MatchTable* match;
+      CounterTable* counter;
+   };
+
+   static bool lookUpAll(const std::vector<Lookup>& lookups, const PassingFrames& passing, unsigned pipe);
+
+   std::vector<Lookup> ingress_;
+   std::vector<Lookup> egress_;
+   CounterTable* flowHash_;
+   CounterTable* vlanBytes_;
+   CounterTable* frameLength_;
+   CounterTable* ingressPort_;
+};
+
+} // namespace SoftChip
