@@ -20,8 +20,11 @@ struct SwitchAgentConfig {
    unsigned pipes = 2;  // of each chip
    unsigned ports = 32; // front-panel ports of each chip, spread over its pipes
    ZelSystem::ChipCapabilities capabilities{true, true, true, true};
-   U64 seed = 1;                // of the synthetic traffic
-   Kiln::String siloFolder{};   // where shared tables live; empty for the machine's shared memory
+   U64 seed = 1;              // of the synthetic traffic
+   Kiln::String siloFolder{}; // where shared tables live; empty for the machine's shared memory
+   // There: what the names of the tables begin with, and whether they go when the agent does.
+   Kiln::String tablePrefix = Silo::Interface::defaultTablePrefix;
+   bool tablesAreTemporary = false;
    Kiln::String hardwareFile{}; // where hardware counters live; empty for the process's own memory
 };
 
@@ -69,6 +72,7 @@ class SwitchAgent {
    Port portOf(const Kiln::String& intf) const;
 
  private:
+   Silo::Store tableStore() const;
    Kiln::Ptr<ZelCounter::CountersMounts> mount() const;
    void portsAdd(SoftChip::Chip& chip);
 
@@ -77,6 +81,7 @@ class SwitchAgent {
    std::unique_ptr<SoftChip::Traffic> traffic_;
    Kiln::Ptr<ZelSystem::SystemStatus> systemStatus_;
    Kiln::OrderedMap<Kiln::String, Kiln::Ptr<ZelSlice::ChipStatus>> chipStatus_; // by chip name
+   Kiln::Ptr<Interface::EthPhyIntfStatusDir> ethPhyIntfStatusDir_;
    Kiln::Ptr<Agent::AgentCommandRequestDirSm> commandDirectory_;
    Kiln::Ptr<ZelCounter::ZelCountersMgr> mgr_;
    Kiln::Ptr<Agent::CommandRunner> commandRunner_;
