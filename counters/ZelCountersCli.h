@@ -1,4 +1,9 @@
 // The parser of the diagnostic counters commands.
+//
+//    [chip NAME] KEYWORD... [OPERAND] [OPTION]...
+//
+// Keywords and options may be shortened to any beginning that only one of them has in its place; names of
+// chips and interfaces are given whole. Options stand last, in any order, each at most once.
 #pragma once
 
 #include "agent/AgentCommand.h"
@@ -9,11 +14,10 @@ class ZelCountersMgr;
 
 class ZelCountersCli : public Agent::AgentCommandCallback {
  public:
-   // The manager owns this and is not counted.
-   ZelCountersCli(Kiln::Name name, Kiln::String commandType, ZelCountersMgr* mgr)
-        : AgentCommandCallback(name, std::move(commandType)), mgr_(mgr) {}
+   // The manager owns this and is not counted; nothing may be asked of this once it is gone.
+   ZelCountersCli(Kiln::Name name, Kiln::String commandType, ZelCountersMgr* mgr);
 
-   Agent::CommandResult command(const std::vector<Kiln::String>&, int) override { return {"no command yet"}; }
+   Agent::CommandResult command(const std::vector<Kiln::String>& words, int fd) override;
 
  private:
    ZelCountersMgr* mgr_;
