@@ -58,6 +58,9 @@ class CompletionsTest : public Rig {
          chip.portAdd(port);
       }
    }
+   // What is outstanding is delivered into the inbox, which must still be there.
+   ~CompletionsTest() override { fleet = nullptr; }
+
    bf_status_t ask(bf_dev_port_t port = 0) { return bf_port_mac_stats_hw_async_get(0, port, note, &inbox); }
 
    Chip& chip;
