@@ -10,31 +10,92 @@ namespace ZelCounter {
 
 namespace {
 
-enum class Operand : U8 { none, interface };
+// An interface has to be named; a table may be.
+enum class Operand : U8 { none, interface, table };
 
-// One command. The options are those that it takes.
+enum Takes : U8 { nothing = 0, nonZero = 1, pipe = 2 };
+
+// One command. `takes` are its options.
 struct Row {
    std::string_view keywords;
    Operand operand;
-   bool nonZero;
+   unsigned takes;
+   bool needsTables;
    ChipOperation operation;
 };
 
+void showMacIntf(ZelCounters& chip, U32 fd, const ChipArguments& arguments) {
+   chip.showMacCounters(fd, arguments.intf, arguments.nonZeroOnly);
+}
+
+void showMac(ZelCounters& chip, U32 fd, const ChipArguments& arguments) {
+   chip.showAllMacCounters(fd, arguments.nonZeroOnly);
+}
+
+void clearMac(ZelCounters& chip, U32 fd, const ChipArguments& /*arguments*/) {
+   chip.clearAllMacCounters(fd);
+}
+
+void showInfo(ZelCounters& chip, U32 fd, const ChipArguments& /*arguments*/) {
+   chip.showCountersInfo(fd);
+}
+
+// The tables that one pipe is asked of when no table is named: a symmetric one has no pipes to tell apart.
+template <class Visit>
+void forEachPerPipeTable(const ZelCounters& chip, Visit visit) {
+   for (U32 id = 0; id < chip.zlResourceInfoIntf()->zlTableCountersNum(); ++id) {
+      if (chip.perPipeCounter(id)) {
+         visit(id);
+      }
+   }
+}
+
+void showTable(ZelCounters& chip, U32 fd, const ChipArguments& arguments) {
+   const bool nonZeroOnly = arguments.nonZeroOnly;
+   if (!arguments.tableId && !arguments.pipe) {
+      chip.showAllTableCounters(fd, nonZeroOnly);
+   } else if (!arguments.pipe) {
+      chip.showTableCounters(fd, *arguments.tableId, nonZeroOnly);
+   } else if (arguments.tableId) {
+      chip.showTableCountersPipe(fd, *arguments.tableId, *arguments.pipe, nonZeroOnly);
+   } else {
+      forEachPerPipeTable(chip, [&](U32 id) {
+         chip.showTableCountersPipe(fd, id, *arguments.pipe, nonZeroOnly);
+         Kiln::TextOutput(static_cast<int>(fd)).write("\n");
+      });
+   }
+}
+
+void clearTable(ZelCounters& chip, U32 fd, const ChipArguments& arguments) {
+   if (!arguments.tableId && !arguments.pipe) {
+      chip.clearAllTableCounters(fd);
+   } else if (!arguments.pipe) {
+      const ZelCounters::PipeRange pipes = chip.tablePipes(*arguments.tableId);
+      for (U32 pipe = pipes.first; pipe <= pipes.last; ++pipe) {
+         chip.clearTableCounters(fd, *arguments.tableId, static_cast<U16>(pipe));
+      }
+   } else if (!arguments.tableId) {
+      forEachPerPipeTable(chip, [&](U32 id) { chip.clearTableCounters(fd, id, *arguments.pipe); });
+   } else if (chip.perPipeCounter(*arguments.tableId)) {
+      chip.clearTableCounters(fd, *arguments.tableId, *arguments.pipe);
+   } else {
+      // As the show operation answers it.
+      Kiln::TextOutput(static_cast<int>(fd)).write("Symmetric counters cannot have a pipe option\n");
+   }
+}
+
 constexpr std::array rows{
-     Row{"show mac intf", Operand::interface, true,
-         [](ZelCounters& chip, U32 fd, const ChipArguments& arguments) {
-            chip.showMacCounters(fd, arguments.intf, arguments.nonZeroOnly);
-         }},
-     Row{"show mac", Operand::none, true,
-         [](ZelCounters& chip, U32 fd, const ChipArguments& arguments) {
-            chip.showAllMacCounters(fd, arguments.nonZeroOnly);
-         }},
-     Row{"clear mac", Operand::none, false,
-         [](ZelCounters& chip, U32 fd, const ChipArguments&) { chip.clearAllMacCounters(fd); }},
+     Row{"show info", Operand::none, nothing, true, showInfo},
+     Row{"show table", Operand::table, nonZero | pipe, true, showTable},
+     Row{"show mac intf", Operand::interface, nonZero, false, showMacIntf},
+     Row{"show mac", Operand::none, nonZero, false, showMac},
+     Row{"clear table", Operand::table, pipe, true, clearTable},
+     Row{"clear mac", Operand::none, nothing, false, clearMac},
 };
 
 constexpr std::string_view chipKeyword = "chip";
 constexpr std::string_view nonZeroOption = "nonzero";
+constexpr std::string_view pipeOption = "pipe";
 
 // The row's keyword at a depth; empty beyond its last.
 std::string_view keywordAt(const Row& row, std::size_t depth) {
@@ -65,6 +126,7 @@ class Parser {
       if (row != nullptr && parseOperand(*row)) {
          parseOptions(*row);
          command_->operation = row->operation;
+         command_->needsTables = row->needsTables;
       }
       return error_;
    }
@@ -135,7 +197,10 @@ class Parser {
 
    static Words optionsOf(const Row& row) {
       Words options;
-      if (row.nonZero) {
+      if ((row.takes & pipe) != 0) {
+         options.emplace_back(pipeOption);
+      }
+      if ((row.takes & nonZero) != 0) {
          options.emplace_back(nonZeroOption);
       }
       return options;
@@ -193,7 +258,10 @@ class Parser {
    }
 
    bool parseOperand(const Row& row) {
-      if (row.operand == Operand::none) {
+      if (row.operand == Operand::table && !atEnd() && isTable(row)) {
+         command_->table = words_[at_++];
+      }
+      if (row.operand != Operand::interface) {
          return true;
       }
       if (atEnd()) {
@@ -204,6 +272,17 @@ class Parser {
       return true;
    }
 
+   // A table may be left out, so that the next word may be an option instead: it is when it abbreviates one and
+   // is no table's whole name.
+   bool isTable(const Row& row) const {
+      const Kiln::String& word = words_[at_];
+      const Words options = optionsOf(row);
+      return mgrCli_.isTableName(word) ||
+             std::none_of(options.begin(), options.end(), [&](const Kiln::String& option) {
+                return option.compare(0, word.size(), word) == 0;
+             });
+   }
+
    void parseOptions(const Row& row) {
       Words left = optionsOf(row);
       while (!atEnd()) {
@@ -212,7 +291,13 @@ class Parser {
             return;
          }
          std::erase(left, chosen);
-         command_->nonZeroOnly = true;
+         if (chosen == nonZeroOption) {
+            command_->nonZeroOnly = true;
+         } else if (atEnd()) {
+            error_ = "pipe needs a pipe's number";
+         } else {
+            command_->pipe = words_[at_++];
+         }
       }
    }
 

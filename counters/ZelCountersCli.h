@@ -2,8 +2,9 @@
 //
 //    [chip NAME] KEYWORD... [OPERAND] [OPTION]...
 //
-// Keywords and options may be shortened to any beginning that only one of them has in its place; names of
-// chips and interfaces are given whole. Options stand last, in any order, each at most once.
+// Keywords and options may be shortened to any beginning that only one of them has in its place, and so may
+// names of counter tables, where a whole name comes first, then an option, then the beginning of a name. Names
+// of chips and interfaces are given whole. Options stand last, in any order, each at most once.
 #pragma once
 
 #include "agent/AgentCommand.h"

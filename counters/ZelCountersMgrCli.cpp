@@ -2,6 +2,7 @@
 #include "ZelCountersMgrCli.h"
 
 #include "ZelCountersMgr.h"
+#include "kiln/Numbers.h"
 
 #include <algorithm>
 #include <set>
@@ -143,6 +144,90 @@ Kiln::String ZelCountersMgrCli::selectInterface(const ZelCountersCommand& comman
    return "";
 }
 
+bool ZelCountersMgrCli::isTableName(const Kiln::String& name) const {
+   const Chips chips = chipsInDeviceOrder();
+   return std::any_of(chips.begin(), chips.end(), [&](const auto& chip) {
+      return chip->zlResourceInfoIntf() &&
+             chip->zlResourceInfoIntf()->zlTableCounterIndex(name) != ZlResourceInfo::notFound;
+   });
+}
+
+namespace {
+
+// The id that a word stands for: itself, a name, or the beginning of just one. Else what is wrong with it.
+Kiln::String resolveTable(const ZlResourceInfo::ZlResourceInfoIntf& catalogue, const Kiln::String& word,
+                          std::optional<U32>* tableId) {
+   const U32 tables = catalogue.zlTableCountersNum();
+   std::vector<Kiln::String> meant;
+   for (U32 id = 0; id < tables; ++id) {
+      const Kiln::String& name = catalogue.zlTableCounter(id)->name;
+      if (name == word) {
+         *tableId = id;
+         return "";
+      }
+      if (name.compare(0, word.size(), word) == 0) {
+         *tableId = id;
+         meant.push_back(name);
+      }
+   }
+   if (meant.size() == 1) {
+      return "";
+   }
+   *tableId = tables > 0 ? Kiln::parseNumber<U32>(word, 0, tables - 1) : std::nullopt;
+   if (*tableId) {
+      return "";
+   }
+   if (!meant.empty()) {
+      return "table " + quoted(word) + " is ambiguous: expected " + choices(meant);
+   }
+   return "unknown table " + quoted(word) + ": expected an id below " + std::to_string(tables) +
+          " or a name, as 'show info' lists them";
+}
+
+Kiln::String resolveOnChip(const ZelCounters& chip, const ZelCountersCommand& command,
+                           ChipArguments* arguments) {
+   if (!chip.zlResourceInfoIntf()) {
+      return "chip " + chip.chipName() + " has no counter tables";
+   }
+   if (command.table) {
+      const Kiln::String error =
+           resolveTable(*chip.zlResourceInfoIntf(), *command.table, &arguments->tableId);
+      if (!error.empty()) {
+         return error;
+      }
+   }
+   if (command.pipe) {
+      arguments->pipe = Kiln::parseNumber<U16>(*command.pipe, 0, static_cast<U16>(chip.highestPipe()));
+      if (!arguments->pipe) {
+         return "unknown pipe " + quoted(*command.pipe) + ": expected 0 to " +
+                std::to_string(chip.highestPipe());
+      }
+   }
+   return "";
+}
+
+} // namespace
+
+// Chips may run different programs: the command goes to those that have what it names, and is wrong only when
+// none has. Nothing is asked of the catalogue of a chip that is not initialized.
+Kiln::String ZelCountersMgrCli::selectTables(const ZelCountersCommand& command,
+                                             std::vector<Target>* targets) {
+   Kiln::String firstError;
+   std::vector<Target> able;
+   for (Target& target : *targets) {
+      const Kiln::String error = target.chip->initialized()
+                                      ? resolveOnChip(*target.chip, command, &target.arguments)
+                                      : Kiln::String();
+      if (error.empty()) {
+         able.push_back(target);
+      } else if (firstError.empty()) {
+         firstError = error;
+      }
+   }
+   targets->swap(able);
+   return targets->empty() ? firstError : "";
+}
+
 Agent::CommandResult ZelCountersMgrCli::run(const ZelCountersCommand& command, int fd) const {
    Chips chips = chipsInDeviceOrder();
    ChipArguments arguments;
@@ -154,15 +239,22 @@ Agent::CommandResult ZelCountersMgrCli::run(const ZelCountersCommand& command, i
    if (error.empty() && command.intf) {
       error = selectInterface(command, &chips, &arguments.intf);
    }
+   std::vector<Target> targets;
+   for (const auto& chip : chips) {
+      targets.push_back({chip, arguments});
+   }
+   if (error.empty() && command.needsTables) {
+      error = selectTables(command, &targets);
+   }
    if (!error.empty()) {
       return {error};
    }
-   if (chips.empty()) {
+   if (targets.empty()) {
       Kiln::TextOutput(fd).write("No chip is up\n");
    }
-   for (const auto& chip : chips) {
-      if (chip->initialized()) {
-         command.operation(*chip, static_cast<U32>(fd), arguments);
+   for (const Target& target : targets) {
+      if (target.chip->initialized()) {
+         command.operation(*target.chip, static_cast<U32>(fd), target.arguments);
       } else {
          Kiln::TextOutput(fd).write("Agent not initialized yet");
       }

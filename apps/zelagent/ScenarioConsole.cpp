@@ -7,6 +7,7 @@
 #include "kiln/Numbers.h"
 #include "kiln/OperatorLog.h"
 #include "kiln/RingLog.h"
+#include "zel/VlanId.h"
 
 #include <algorithm>
 #include <climits>
@@ -32,6 +33,10 @@ const ScenarioConsole::Statement ScenarioConsole::statements[] = {
      {"traffic on|off", "synthetic traffic, seeded", &ScenarioConsole::traffic},
      {"polling SECONDS", "from the end of one polling pass to the start of the next, once re-armed",
       &ScenarioConsole::polling},
+     {"table CHIP COUNTER PIPE INDEX PACKETS BYTES",
+      "sets an entry of a counter table; PIPE is all where it is not per pipe", &ScenarioConsole::setTable},
+     {"capacity CHIP TABLE N", "how many entries a match table holds", &ScenarioConsole::capacity},
+     {"access INTF VLAN", "the VLAN of the port's untagged frames", &ScenarioConsole::accessVlan},
      {"sdk completion inline|deferred|lost", "how accepted requests complete from here on",
       &ScenarioConsole::completion},
      {"sdk completion late SECONDS", "they complete that much later", &ScenarioConsole::lateCompletion},
@@ -77,6 +82,14 @@ T number(std::string_view operand, const Kiln::String& word, T min, T max) {
 
 unsigned rmonIndex(const Kiln::String& word) {
    return number<unsigned>("INDEX", word, 0, BF_NUM_RMON_COUNTERS - 1);
+}
+
+U64 counterValue(std::string_view operand, const Kiln::String& word) {
+   const auto value = Kiln::parseValue(word);
+   if (!value) {
+      refuse(operand, word, "a 64-bit number, decimal or 0x and hexadecimal");
+   }
+   return *value;
 }
 
 // A form's word that stands for what is typed: capitals, or a choice of words.
@@ -125,7 +138,7 @@ ScenarioConsole::ScenarioConsole(SwitchAgent& agent, int outFd, int errorFd)
      : agent_(agent), outFd_(outFd), errorFd_(errorFd) {}
 
 Kiln::String ScenarioConsole::statementsHelp() {
-   constexpr std::size_t column = 36;
+   constexpr std::size_t column = 48;
    Kiln::String text;
    for (const Statement& statement : statements) {
       Kiln::String left(statement.form);
@@ -194,11 +207,7 @@ void ScenarioConsole::counters(const Words& operands) {
 
 void ScenarioConsole::setRmon(const Words& operands) {
    const SwitchAgent::Port port = agent_.portOf(operands[0]);
-   const auto value = Kiln::parseValue(operands[2]);
-   if (!value) {
-      refuse("VALUE", operands[2], "a 64-bit number, decimal or 0x and hexadecimal");
-   }
-   port.chip.rmonIs(port.devicePort, rmonIndex(operands[1]), *value);
+   port.chip.rmonIs(port.devicePort, rmonIndex(operands[1]), counterValue("VALUE", operands[2]));
 }
 
 void ScenarioConsole::flipRmon(const Words& operands) {
@@ -217,6 +226,26 @@ void ScenarioConsole::traffic(const Words& operands) {
 
 void ScenarioConsole::polling(const Words& operands) {
    agent_.countersMgr().sdkPollingIntervalIs(seconds(operands[0]));
+}
+
+void ScenarioConsole::setTable(const Words& operands) {
+   const U16 pipe = operands[2] == "all"
+                         ? SoftChip::allPipes
+                         : number<U16>("PIPE", operands[2], 0, static_cast<U16>(maxPipes - 1));
+   const SoftChip::CounterValue value{counterValue("PACKETS", operands[4]),
+                                      counterValue("BYTES", operands[5])};
+   agent_.chipNamed(operands[0])
+        .tableEntryIs(operands[1], pipe, number<U32>("INDEX", operands[3], 0, UINT_MAX), value);
+}
+
+void ScenarioConsole::capacity(const Words& operands) {
+   agent_.chipNamed(operands[0]).capacityIs(operands[1], number<U32>("N", operands[2], 0, UINT_MAX));
+}
+
+void ScenarioConsole::accessVlan(const Words& operands) {
+   const SwitchAgent::Port port = agent_.portOf(operands[0]);
+   port.chip.accessVlanIs(port.devicePort,
+                          number<U16>("VLAN", operands[1], Bridging::VlanId::min, Bridging::VlanId::max));
 }
 
 void ScenarioConsole::failSdk(const Words& operands) {

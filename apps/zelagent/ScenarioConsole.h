@@ -37,6 +37,9 @@ class ScenarioConsole {
    void replay(const Words& operands);
    void traffic(const Words& operands);
    void polling(const Words& operands);
+   void setTable(const Words& operands);
+   void capacity(const Words& operands);
+   void accessVlan(const Words& operands);
    void failSdk(const Words& operands);
    void costSdk(const Words& operands);
    void completion(const Words& operands);

@@ -129,7 +129,8 @@ void SwitchAgent::chipAdd(const Kiln::String& name) {
    status->hasNotificationActiveIs(true);
    chipStatus_.set(name, status);
    portsAdd(chip);
-   mgr_->addChip(devId, name, {chipTypeName}, ZelSdk::getZelSessionHdl(), nullptr, nullptr, status);
+   mgr_->addChip(devId, name, {chipTypeName}, ZelSdk::getZelSessionHdl(), Kiln::allocate<SoftChip::SoftPd>(),
+                 chip.program(), status);
 }
 
 // The first ports go to the first pipe, so that names and device ports have one order.

@@ -56,6 +56,9 @@ class SwitchAgent {
    // An unknown name is a std::invalid_argument.
    void chipStateIs(const Kiln::String& name, U32 state);
 
+   // An unknown name is a std::invalid_argument.
+   SoftChip::Chip& chipNamed(const Kiln::String& name) const;
+
    // Gives an interface a port of a chip. A port that can't be, or is taken, is a std::invalid_argument.
    void portAdd(const Pelt::IntfId& intf, const Kiln::String& chipName, U16 devicePort);
    // An interface without a port is a std::invalid_argument.
@@ -69,7 +72,6 @@ class SwitchAgent {
    Port portOf(const Kiln::String& intf) const;
 
  private:
-   SoftChip::Chip& chipNamed(const Kiln::String& name) const;
    Silo::Store tableStore() const;
    Kiln::Ptr<ZelCounter::CountersMounts> mount() const;
    void portsAdd(SoftChip::Chip& chip);

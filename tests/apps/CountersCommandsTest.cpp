@@ -111,9 +111,30 @@ TEST_F(CountersCommandsTest, AMovedPortIsAskedOfTheChipThatHasItNow) {
 
 TEST_F(CountersCommandsTest, AChipThatIsNotInitializedSaysSo) {
    agent_->countersMgr().zelCounters(0)->initializedIs(false);
+   EXPECT_EQ(ask("chip Zel0 show table bogus pipe 9").text, "Agent not initialized yet");
    EXPECT_EQ(ask("show mac nonzero").text, "Agent not initialized yet" + zel1);
    EXPECT_EQ(ask("show mac intf Ethernet1").text, "Agent not initialized yet");
    EXPECT_EQ(ask("chip Zel0 clear mac").text, "Agent not initialized yet");
+}
+
+TEST_F(CountersCommandsTest, TablesAreAskedOfEveryChipAndPipeThatIsMeant) {
+   const auto tables = [this](const String& command) {
+      const String text = ask(command).text;
+      String found;
+      for (std::size_t at = text.find("DevId: "); at != String::npos; at = text.find("DevId: ", at + 1)) {
+         found += text.substr(at + 7, text.find('\n', at) - at - 7) + ";";
+      }
+      return found;
+   };
+   Kiln::ActivityManager::instance()->advance(2.0);
+   EXPECT_EQ(tables("show table ingressPortCount n"), "0, PipeId: 0;1, PipeId: 0;");
+   EXPECT_EQ(tables("chip Zel1 show table ingressPortCount n"), "1, PipeId: 0;");
+   EXPECT_EQ(tables("show table vlanB n"), "0, PipeId: FFFF;1, PipeId: FFFF;");
+   EXPECT_EQ(tables("show table ingressPortCount pipe 0 n"), "0, PipeId: 0;1, PipeId: 0;");
+   EXPECT_EQ(ask("show table ingressPortCount pipe 1").error, "unknown pipe '1': expected 0 to 0");
+   EXPECT_EQ(ask("show table p 0 n").error, "") << "a beginning of an option before that of a name";
+   EXPECT_EQ(ask("show table pdp n").error, "");
+   EXPECT_EQ(ask("show info x").error, "unexpected 'x' after 'show info': expected nothing more");
 }
 
 TEST_F(CountersCommandsTest, AnswerWhateverTheWordsAre) {
@@ -123,7 +144,7 @@ TEST_F(CountersCommandsTest, AnswerWhateverTheWordsAre) {
    const std::vector<String> words = {"show", "clear", "s",        "c",         "chip", "Zel0",
                                       "Zel9", "mac",   "intf",     "Ethernet1", "i",    "nonzero",
                                       "n",    "pipe",  "0",        "-1",        "",     "\x01\xff",
-                                      "Zel1", "mac",   "99999999", "shown",     "?"};
+                                      "Zel1", "table", "99999999", "shown",     "?"};
    for (int round = 0; round < 20000; ++round) {
       std::vector<String> command(random() % 7);
       for (String& word : command) {
