@@ -96,6 +96,15 @@ class ZelCounters : public Kiln::Entity {
    // record.
    void updateCounters(const Pelt::IntfId& intf, const bf_rmon_counter_array_t& counters);
 
+   // Fills the record from the interface's latest raw counters and vets it against the previous one; does
+   // nothing when there are none.
+   void getMacCounters(const Pelt::IntfId& intf, const Kiln::Ptr<VexTypes::IntfCounters>& record,
+                       const Kiln::Ptr<VexTypes::IntfCounters>& previous);
+   // Counts wraps and upsets in the step from the previous record to the new one. A counter whose step was an
+   // upset gets its new value in the previous record, too, so that it has no step.
+   void checkMacCountersOverflow(const Pelt::IntfId& intf, const Kiln::Ptr<VexTypes::IntfCounters>& record,
+                                 const Kiln::Ptr<VexTypes::IntfCounters>& previous);
+
    void showMacCounters(U32 fd, const Pelt::IntfId& intf, bool nonZeroOnly);
    void showAllMacCounters(U32 fd, bool nonZeroOnly);
    // Clearing moves the interface's clear snapshot only: neither the hardware nor what is published.

@@ -22,6 +22,8 @@ constexpr U32 wheelEntriesPerTick = 20;
 constexpr U32 wheelFirstSlot = 0;
 constexpr U32 wheelSlots = 1024;
 
+constexpr double subIntfPollInterval = 2.0; // seconds
+
 } // namespace
 
 Kiln::Ptr<ZelCountersMgr> zelCountersMgrFactory(Kiln::Ptr<const ZelSystem::SystemStatus> systemStatus,
@@ -53,10 +55,17 @@ ZelCountersMgr::ZelCountersMgr(Kiln::Ptr<const ZelSystem::SystemStatus> systemSt
    handleInitialized();
 }
 
-// Chips stop first: their completions must find nobody. The reactors follow before what they watch.
+// Chips stop first: their completions must find nobody. The reactors follow before what they watch. A chip
+// that waits for its last completion keeps the forwarding layer's reactors, but their helper needs this.
 ZelCountersMgr::~ZelCountersMgr() {
    countersMgrSmDel();
    zelCountersDelAll();
+   if (vexCountersSm()) {
+      vexCountersSm()->hasNotificationActiveIs(false);
+   }
+   if (vexSubIntfCountersSm()) {
+      vexSubIntfCountersSm()->hasNotificationActiveIs(false);
+   }
 }
 
 void ZelCountersMgr::handleInitialized() {
@@ -66,7 +75,11 @@ void ZelCountersMgr::handleInitialized() {
    KILN_TRACE(1, "agentCommandCallbackIs");
    cliRequestDirSm()->agentCommandCallbackIs(cliCallback());
    zelCountersHelperIs(this, systemStatus());
-   vexCountersSmCreate();
+   vexCountersSmIs({vexCommonSmData(), mounts()->ethPhyIntfStatusDir(), mounts()->vlanIntfStatusDir(),
+                    mounts()->allIntfCounters(), mounts()->allIntfClearCounters(),
+                    mounts()->allIntfQueueCounters(), mounts()->allIntfClearQueueCounters(),
+                    mounts()->allVlanIntfCounters(), mounts()->vlanIntfCounterWriterStatus(),
+                    activityManagerClock, zelCountersHelper()});
    vexCountersSm()->ethIntfCounterWriterStatusIs(mounts()->ethIntfCounterWriterStatus());
    KILN_TRACE(1, "writerConfigIs");
    vexCountersSm()->writerConfigIs(mounts()->writerConfig());
@@ -81,7 +94,9 @@ void ZelCountersMgr::handleInitialized() {
    auto timerWheel = Kiln::allocate<Oxbow::TimerWheel>(activityManagerClock, wheelTickMs, wheelEntriesPerTick,
                                                        wheelFirstSlot, wheelSlots);
    zelSubIntfCountersHelperIs();
-   vexSubIntfCountersSmIs(std::move(timerWheel), zelSubIntfCountersHelper());
+   vexSubIntfCountersSmIs({std::move(timerWheel), mounts()->subIntfStatusDir(),
+                           mounts()->subIntfCountersDir(), mounts()->subIntfCountersSnapshotDir(),
+                           subIntfPollInterval, activityManagerClock, zelSubIntfCountersHelper()});
    countersMgrSmIs(this, systemStatus(), activityManagerClock);
    initializedIs(true);
 }
@@ -105,9 +120,9 @@ void ZelCountersMgr::zelCountersHelperIs(ZelCountersMgr* mgr,
    zelCountersHelper_->hasNotificationActiveIs(true);
 }
 
-void ZelCountersMgr::vexCountersSmCreate() {
+void ZelCountersMgr::vexCountersSmIs(Vex::Counters::CountersSm::Context context) {
    KILN_TRACE(1, "vexCountersSmIs");
-   vexCountersSm_ = Kiln::allocate<Vex::Counters::CountersSm>(zelCountersHelper());
+   vexCountersSm_ = Kiln::allocate<Vex::Counters::CountersSm>(std::move(context));
    vexCountersSm_->hasNotificationActiveIs(true);
 }
 
@@ -135,10 +150,9 @@ void ZelCountersMgr::zelSubIntfCountersHelperIs() {
    zelSubIntfCountersHelper_->hasNotificationActiveIs(true);
 }
 
-void ZelCountersMgr::vexSubIntfCountersSmIs(Kiln::Ptr<Oxbow::TimerWheel> timerWheel,
-                                            Kiln::Ptr<ZelCountersSubIntfCountersHelper> helper) {
+void ZelCountersMgr::vexSubIntfCountersSmIs(Vex::SubIntfCountersSm::Context context) {
    KILN_TRACE(1, "vexSubIntfCountersSmIs");
-   vexSubIntfCountersSm_ = Kiln::allocate<Vex::SubIntfCountersSm>(std::move(timerWheel), std::move(helper));
+   vexSubIntfCountersSm_ = Kiln::allocate<Vex::SubIntfCountersSm>(std::move(context));
    vexSubIntfCountersSm_->hasNotificationActiveIs(true);
 }
 

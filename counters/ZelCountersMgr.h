@@ -86,13 +86,12 @@ class ZelCountersMgr : public Kiln::Entity {
    void handleInitialized();
    // The steps of the construction that need more than a pointer.
    void zelCountersHelperIs(ZelCountersMgr* mgr, Kiln::Ptr<const ZelSystem::SystemStatus> systemStatus);
-   void vexCountersSmCreate();
+   void vexCountersSmIs(Vex::Counters::CountersSm::Context context);
    void vlanIntfSmIs();
    void vexL3IntfDataIs(Kiln::Name name);
    void zelCountersL3IntfSmIs();
    void zelSubIntfCountersHelperIs();
-   void vexSubIntfCountersSmIs(Kiln::Ptr<Oxbow::TimerWheel> timerWheel,
-                               Kiln::Ptr<ZelCountersSubIntfCountersHelper> helper);
+   void vexSubIntfCountersSmIs(Vex::SubIntfCountersSm::Context context);
    ZelSystem::ChipCapabilities capabilities(const ZelDriver::ZelDevProfile& devProfile) const;
    void addTmCounters(ZelId::ZelDevId devId, const Kiln::Ptr<const ZelSlice::ChipStatus>& chipStatus);
    void deleteDevice(ZelId::ZelDevId devId);

@@ -28,6 +28,10 @@ void ZelCountersL3IntfSm::deleteDevice(ZelId::ZelDevId devId) {
    KILN_TRACE(9, "ZelCountersL3IntfSm::deleteDevice device: " << static_cast<unsigned>(devId));
 }
 
+bool ZelCountersL3IntfSm::getIntfCounter(const Pelt::IntfId&, packets_and_bytes*, packets_and_bytes*) {
+   return false;
+}
+
 ZelVlanIntfSm::ZelVlanIntfSm(Kiln::Ptr<Vex::VexCommonSmData> vexCommonSmData,
                              Kiln::Ptr<const Interface::VlanIntfStatusDir> vlanIntfStatusDir)
      : vexCommonSmData_(std::move(vexCommonSmData)), vlanIntfStatusDir_(std::move(vlanIntfStatusDir)) {}

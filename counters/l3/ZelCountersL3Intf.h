@@ -1,6 +1,7 @@
 // Counters of L3 interfaces: VLAN interfaces and routed ports.
 #pragma once
 
+#include "ZelCountersTypes.h"
 #include "vex/SharedTables.h"
 #include "vex/VexCommonSmData.h"
 #include "vex/VexL3Intf.h"
@@ -26,6 +27,9 @@ class ZelCountersL3IntfSm : public Kiln::Entity {
                   const Kiln::Ptr<ZlResourceInfo::ZlResourceInfoIntf>& zlResourceInfoIntf,
                   const Kiln::Ptr<const ZelSlice::ChipStatus>& chipStatus);
    void deleteDevice(ZelId::ZelDevId devId);
+
+   // An L3 interface's received and sent counts. False: it has none, and the pairs are left alone.
+   bool getIntfCounter(const Pelt::IntfId& intf, packets_and_bytes* rx, packets_and_bytes* tx);
 
  private:
    Kiln::Ptr<const VexL3Intf::Table> vexL3IntfTable_;

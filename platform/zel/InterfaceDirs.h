@@ -23,7 +23,17 @@ class IntfDir : public Kiln::Entity {
 };
 
 class EthPhyIntfConfigDir : public IntfDir {};
-class EthPhyIntfStatusDir : public IntfDir {};
+class EthPhyIntfStatusDir : public IntfDir {
+ public:
+   static constexpr U64 defaultSpeed = 100'000'000'000;
+
+   // A port's speed in bit/s; what the platform doesn't tell is defaultSpeed.
+   U64 speedOrDefault(const Pelt::IntfId& intf) const {
+      const U64* const told = speed().find(intf);
+      return told != nullptr ? *told : defaultSpeed;
+   }
+   KILN_HASH_MAP(Pelt::IntfId, U64, speed)
+};
 class VlanIntfConfigDir : public IntfDir {};
 class VlanIntfStatusDir : public IntfDir {};
 class SubIntfConfigDir : public IntfDir {};
