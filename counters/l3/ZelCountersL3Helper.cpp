@@ -3,6 +3,7 @@
 
 #include "ZelCountersLog.h"
 #include "kiln/ActivityManager.h"
+#include "kiln/Assert.h"
 #include "kiln/RingLog.h"
 #include "kiln/Trace.h"
 #include "l3/ForEachThenThrow.h"
