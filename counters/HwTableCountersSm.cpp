@@ -49,8 +49,11 @@ void HwTableCountersSm::handleInitialized() {
 }
 
 void HwTableCountersSm::stop() {
-   registry().retire(this);
-   pollingClockDel();
+   if (parent_ != nullptr) {
+      parent_ = nullptr;
+      registry().retire(this);
+      pollingClockDel();
+   }
 }
 
 void HwTableCountersSm::scheduleClock() {

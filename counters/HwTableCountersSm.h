@@ -25,6 +25,7 @@ class HwTableCountersSm : public Kiln::Entity {
    HwTableCountersSm(Kiln::Ptr<const Kiln::Clock> clock, ZelCounters* parent);
    ~HwTableCountersSm() override;
 
+   // Null once stopped.
    ZelCounters* parent() const { return parent_; }
 
    // The clock of the passes, not armed. Without one there are no more passes.
@@ -63,7 +64,7 @@ class HwTableCountersSm : public Kiln::Entity {
    void handlePollingClock();
    U32 requestSync(U32 tableHandle, bool direct, U16 pipe);
 
-   ZelCounters* parent_; // owns this; gone once stopped
+   ZelCounters* parent_; // owns this
    std::optional<KilnClock> pollingClock_;
 };
 

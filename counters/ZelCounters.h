@@ -191,11 +191,11 @@ class ZelCounters : public Kiln::Entity {
    bool isProtected(const ZlResourceInfo::ZlTableCounter& info) const;
 
    Context context_;
-   bool stopped_ = false;
    Kiln::Ptr<ZelCountersSm> zelCountersSm_;
    Kiln::Ptr<HwTableCountersSm> hwTableCountersSm_;
    Kiln::HashMap<U16, Kiln::Ptr<PipeIntfQueueCounterSm>> pipeIntfQueueCounterSm_;
    Kiln::HashMap<PipeTmCounterKey, Kiln::Ptr<PipeTmCounterSm>> pipeTmCounterSm_;
+   bool stopped_ = false;
 };
 
 Kiln::Ptr<ZelCounters> zelCountersFactory(ZelCounters::Context context);

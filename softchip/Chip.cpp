@@ -2,6 +2,7 @@
 #include "Chip.h"
 
 #include "RmonCounters.h"
+#include "kiln/Time.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -23,10 +24,15 @@ std::size_t rmonWords(const ChipConfig& config) {
 Chip::Chip(const ChipConfig& config, U64 serial, std::recursive_mutex& sdkLock, std::span<U64> hardware)
      : config_(config), serial_(serial), sdkLock_(sdkLock), rmon_(hardware.first(rmonWords(config))),
        hasPort_(config.pipes * portsPerPipe), accessVlans_(hasPort_.size(), 1),
-       tables_(config.program, config.pipes, hardware.subspan(rmon_.size())), pipeline_(tables_) {}
+       tables_(config.program, config.pipes,
+               hardware.subspan(rmon_.size() + TrafficManager::hardwareWords(config.pipes))),
+       pipeline_(tables_),
+       trafficManager_(config.pipes,
+                       hardware.subspan(rmon_.size(), TrafficManager::hardwareWords(config.pipes))) {}
 
 std::size_t Chip::hardwareWords(const ChipConfig& config) {
-   return rmonWords(config) + PipeManager::hardwareWords(*config.program, config.pipes);
+   return rmonWords(config) + TrafficManager::hardwareWords(config.pipes) +
+          PipeManager::hardwareWords(*config.program, config.pipes);
 }
 
 Kiln::String Chip::hardwareLayout(const ChipConfig& config) {
@@ -36,8 +42,7 @@ Kiln::String Chip::hardwareLayout(const ChipConfig& config) {
 }
 
 bool Chip::isPlace(unsigned devicePort) const {
-   return devicePort < devicePortLimit && devicePort / slotsPerPipe < config_.pipes &&
-          devicePort % slotsPerPipe < portsPerPipe;
+   return devicePort / slotsPerPipe < config_.pipes && devicePort % slotsPerPipe < portsPerPipe;
 }
 
 std::size_t Chip::placeOf(U16 devicePort) const {
@@ -97,7 +102,8 @@ bool Chip::receive(U16 devicePort, const FrameInfo& frame, U64 repeat) {
    }
    const U16 vlan = frame.outerTag.vlanId != 0 ? frame.outerTag.vlanId : accessVlans_[placeOf(devicePort)];
    const U64 length = frame.wireLength > fcsOctets ? frame.wireLength - fcsOctets : 0;
-   const PassingFrames passing{frame, repeat, repeat * length, vlan};
+   const PassingFrames passing{frame, repeat, length, vlan};
+   now_ = Kiln::System::currentTime();
    if (pipeline_.ingress(passing, devicePort / slotsPerPipe, devicePort % slotsPerPipe)) {
       forward(devicePort, passing);
    }
@@ -126,9 +132,18 @@ void Chip::forward(U16 devicePort, const PassingFrames& passing) {
    }
 }
 
-void Chip::transmit(U16 devicePort, const PassingFrames& passing) {
-   if (pipeline_.egress(passing, devicePort / slotsPerPipe)) {
-      countTransmitted(passing.frame, rmonOf(devicePort), passing.packets);
+void Chip::transmit(U16 devicePort, const PassingFrames& offered) {
+   const unsigned slot = devicePort % slotsPerPipe;
+   const unsigned queue = queueOf(offered.frame, slot);
+   const U64 sent =
+        trafficManager_.send(placeOf(devicePort), queue, offered.packets, offered.octetsEach, now_);
+   if (sent == 0) {
+      return;
+   }
+   PassingFrames passing = offered;
+   passing.packets = sent;
+   if (pipeline_.egress(passing, devicePort / slotsPerPipe, slot, queue)) {
+      countTransmitted(passing.frame, rmonOf(devicePort), sent);
    }
 }
 
@@ -183,6 +198,19 @@ void Chip::accessVlanIs(U16 devicePort, U16 vlan) {
       throw std::invalid_argument("no VLAN " + std::to_string(vlan) + ": expected 1 to 4094");
    }
    accessVlans_[portPlace(devicePort)] = vlan;
+}
+
+void Chip::queueIs(U16 devicePort, unsigned queue, const CounterValue& sent, U64 drops) {
+   const Lock lock(sdkLock_);
+   const std::size_t place = portPlace(devicePort);
+   const unsigned slot = devicePort % slotsPerPipe;
+   if (queue >= queueCount(slot)) {
+      throw std::invalid_argument("no queue " + std::to_string(queue) + ": expected 0 to " +
+                                  std::to_string(queueCount(slot) - 1));
+   }
+   counterTable("egressPortQueueCount")
+        .hardwareIs(devicePort / slotsPerPipe, firstQueueEntry(slot) + queue, sent);
+   trafficManager_.drops(place, queue) = drops;
 }
 
 CounterTable& Chip::counterTable(const Kiln::String& table) const {
@@ -264,6 +292,19 @@ int Chip::checkPort(int devicePort) const {
       return statusInvalidArguments;
    }
    return hasPort(static_cast<U16>(devicePort)) ? statusOk : statusObjectNotFound;
+}
+
+int Chip::readDrops(U16 pipe, int devicePort, U32 queue, U64* drops) {
+   const int status = checkPort(devicePort);
+   if (status != statusOk) {
+      return status;
+   }
+   const auto port = static_cast<U16>(devicePort);
+   if (port / slotsPerPipe != pipe || queue >= queueCount(port % slotsPerPipe)) {
+      return statusInvalidArguments;
+   }
+   *drops = trafficManager_.drops(placeOf(port), queue);
+   return statusOk;
 }
 
 void Chip::readMac(U16 devicePort, bf_rmon_counter_array_t& into) const {

@@ -5,6 +5,7 @@
 #include "MacTable.h"
 #include "PipeManager.h"
 #include "Pipeline.h"
+#include "TrafficManager.h"
 #include "kiln/Types.h"
 #include "sdk/bf_rmon.h"
 
@@ -15,9 +16,7 @@
 namespace SoftChip {
 
 constexpr unsigned maxPipes = 4;
-constexpr unsigned portsPerPipe = 73; // slots of a pipe that can be a port
 constexpr unsigned slotsPerPipe = 128;
-constexpr unsigned devicePortLimit = 456;
 
 struct ChipConfig {
    Kiln::String name;
@@ -67,6 +66,9 @@ class Chip {
    // Untagged and priority-tagged frames that arrive at the port are in this VLAN; 1 at first.
    void accessVlanIs(U16 devicePort, U16 vlan);
 
+   // The raw hardware counts of a port's queue: what it sent and what it dropped.
+   void queueIs(U16 devicePort, unsigned queue, const CounterValue& sent, U64 drops);
+
    // One entry of a counter table, by its index; of a direct table, by its match entry's handle. The pipe is
    // one for an asymmetric table and 65535 for a symmetric one, as the SDK reads them.
    CounterValue tableEntry(const Kiln::String& counterTable, U16 pipe, U32 index) const;
@@ -84,6 +86,7 @@ class Chip {
    // The SDK's side, which answers in statuses; under the SDK's lock.
    PipeManager& tables() { return tables_; }
    int checkPort(int devicePort) const;
+   int readDrops(U16 pipe, int devicePort, U32 queue, U64* drops);
    void readMac(U16 devicePort, bf_rmon_counter_array_t& into) const;
 
  private:
@@ -102,7 +105,7 @@ class Chip {
    U32 matchHandle(const Kiln::String& name) const;
    void checkEntry(const CounterTable& table, U16 pipe, U32 index) const;
    void forward(U16 devicePort, const PassingFrames& passing);
-   void transmit(U16 devicePort, const PassingFrames& passing);
+   void transmit(U16 devicePort, const PassingFrames& offered);
 
    ChipConfig config_;
    U64 serial_;
@@ -115,6 +118,8 @@ class Chip {
    std::vector<StuckCounter> stuck_;
    mutable PipeManager tables_; // const operations find in it what the others change
    Pipeline pipeline_;
+   TrafficManager trafficManager_;
+   double now_ = 0.0; // of the frames that are on their way
    MacTable macTable_;
 };
 

@@ -126,7 +126,7 @@ int PipeManager::write(Kind kind, U32 tableHandle, U16 pipe, U32 slot, const Cou
       return status;
    }
    CounterTable& table = counterTables_[program_->counterTableOfHandle(tableHandle)];
-   if (slot >= table.slots()) {
+   if (slot >= table.slots() || (pipe == allPipes && !table.symmetric())) {
       return statusInvalidArguments;
    }
    if (table.spec().direct &&

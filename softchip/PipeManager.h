@@ -17,7 +17,7 @@ constexpr int statusNotSupported = 17;
 constexpr int statusTableNotFound = 23;
 
 // Owned by the chip, under the SDK's lock. A pipe is one of the chip's or 65535, all; all pipes together can't
-// be read of an asymmetric table. Whether a table is direct is part of what is asked.
+// be read or written in an asymmetric table. Whether a table is direct is part of what is asked.
 class PipeManager {
  public:
    enum class Kind : U8 { direct, indirect, either };

@@ -1,6 +1,9 @@
 // Looks frames up and counts them.
 #include "Pipeline.h"
 
+#include "PdpClasses.h"
+#include "TrafficManager.h"
+
 #include <algorithm>
 #include <cstring>
 
@@ -9,6 +12,8 @@ namespace SoftChip {
 namespace {
 
 constexpr U32 octetsPerLengthStep = 64;
+constexpr U32 lengthSteps = 256;
+constexpr U32 classesPerPort = 32;
 
 // 16 bits out of what tells one flow from another.
 U32 flowHash(const FrameInfo& frame) {
@@ -26,15 +31,16 @@ U32 flowHash(const FrameInfo& frame) {
 }
 
 void count(CounterTable* table, unsigned pipe, U32 slot, const PassingFrames& passing) {
-   if (table != nullptr) {
-      table->count(pipe, std::min(slot, table->slots() - 1), passing.packets, passing.bytes);
+   if (table != nullptr && slot < table->slots()) {
+      table->count(pipe, slot, passing.packets, passing.packets * passing.octetsEach);
    }
 }
 
 } // namespace
 
 Pipeline::Pipeline(PipeManager& tables)
-     : flowHash_(tables.counterTable("flowHashCount")), vlanBytes_(tables.counterTable("vlanByteCount")),
+     : pdpClass_(tables.counterTable("pdpClassCount")), queues_(tables.counterTable("egressPortQueueCount")),
+       flowHash_(tables.counterTable("flowHashCount")), vlanBytes_(tables.counterTable("vlanByteCount")),
        frameLength_(tables.counterTable("frameLengthCount")),
        ingressPort_(tables.counterTable("ingressPortCount")) {
    for (const MatchTable& match : tables.matchTables()) {
@@ -62,13 +68,16 @@ bool Pipeline::lookUpAll(const std::vector<Lookup>& lookups, const PassingFrames
 
 bool Pipeline::ingress(const PassingFrames& passing, unsigned pipe, unsigned slot) {
    count(ingressPort_, pipe, slot, passing);
-   count(frameLength_, pipe, passing.frame.wireLength / octetsPerLengthStep, passing);
+   count(pdpClass_, pipe, slot * classesPerPort + pdpClassOf(passing.frame), passing);
+   count(frameLength_, pipe, std::min(passing.frame.wireLength / octetsPerLengthStep, lengthSteps - 1),
+         passing);
    count(vlanBytes_, pipe, passing.vlan, passing);
    count(flowHash_, pipe, flowHash(passing.frame), passing);
    return lookUpAll(ingress_, passing, pipe);
 }
 
-bool Pipeline::egress(const PassingFrames& passing, unsigned pipe) {
+bool Pipeline::egress(const PassingFrames& passing, unsigned pipe, unsigned slot, unsigned queue) {
+   count(queues_, pipe, firstQueueEntry(slot) + queue, passing);
    return lookUpAll(egress_, passing, pipe);
 }
 

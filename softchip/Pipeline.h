@@ -9,8 +9,8 @@ namespace SoftChip {
 struct PassingFrames {
    const FrameInfo& frame;
    U64 packets;
-   U64 bytes; // of all of them, without FCS: what tables count
-   U16 vlan;  // 1 to 4094, or what a tag says
+   U64 octetsEach; // without FCS: what tables count
+   U16 vlan;       // 1 to 4094, or what a tag says
 };
 
 // Counts in the tables that the program has and that the pipeline knows; the others stay as they are. Owned by
@@ -21,8 +21,8 @@ class Pipeline {
 
    // The frames came in at a slot of a pipe. False when they are dropped.
    bool ingress(const PassingFrames& passing, unsigned pipe, unsigned slot);
-   // The frames are about to leave by a pipe. False when they are dropped.
-   bool egress(const PassingFrames& passing, unsigned pipe);
+   // The frames have left a queue of the port at a slot of a pipe. False when they are dropped behind it.
+   bool egress(const PassingFrames& passing, unsigned pipe, unsigned slot, unsigned queue);
 
  private:
    struct Lookup {
@@ -34,6 +34,8 @@ class Pipeline {
 
    std::vector<Lookup> ingress_;
    std::vector<Lookup> egress_;
+   CounterTable* pdpClass_;
+   CounterTable* queues_;
    CounterTable* flowHash_;
    CounterTable* vlanBytes_;
    CounterTable* frameLength_;

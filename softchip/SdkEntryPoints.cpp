@@ -106,6 +106,12 @@ bf_status_t bf_port_rmon_counter_to_str(int index, const char** name) {
    return statusOk;
 }
 
+bf_status_t bf_tm_q_drop_get(bf_dev_id_t dev, uint16_t pipe, bf_dev_port_t port, uint32_t queue,
+                             uint64_t* drops) {
+   return onChip(EntryPoint::tmQueueDropGet, dev,
+                 [&](Chip& chip) { return chip.readDrops(pipe, port, queue, drops); });
+}
+
 // Logical and physical pipes are the same.
 bf_status_t lld_sku_map_pipe_id_to_phy_pipe_id(bf_dev_id_t dev, uint32_t logical_pipe,
                                                uint32_t* physical_pipe) {
@@ -180,7 +186,7 @@ U32 counterHwSyncIndirect(U32 session, U32 device, U16 pipe, U32 tableHandle, Sy
 
 U32 counterReadDirectStart(U32 session, U32 device, U16 pipe, U32 tableHandle, ReadBuffer* buffer,
                            U32* count) {
-   *count = 0;
+   *count = 1; // values an entry
    return static_cast<U32>(
         startRead(EntryPoint::readDirectStart, Kind::direct, session, device, pipe, tableHandle, buffer));
 }

@@ -51,6 +51,8 @@ SwitchAgent::SwitchAgent(const SwitchAgentConfig& config) : config_(config) {
    systemStatus_ = Kiln::allocate<ZelSystem::SystemStatus>();
    systemStatus_->chipCapabilitiesIs(chipTypeName, config_.capabilities);
    systemStatus_->hasNotificationActiveIs(true);
+   ethPhyIntfStatusDir_ = Kiln::allocate<Interface::EthPhyIntfStatusDir>();
+   ethPhyIntfStatusDir_->hasNotificationActiveIs(true);
 
    commandDirectory_ = Kiln::allocate<Agent::AgentCommandRequestDirSm>();
    mgr_ = ZelCounter::zelCountersMgrFactory(systemStatus_, mount(), Kiln::allocate<Vex::VexCommonSmData>(),
@@ -74,31 +76,42 @@ SwitchAgent::~SwitchAgent() {
       mgr_ = nullptr;
    }
    fleet_ = nullptr;
+   if (config_.tablesAreTemporary) {
+      for (const char* table : Silo::Interface::TableName::all) {
+         tableStore().remove(table);
+      }
+   }
+}
+
+Silo::Store SwitchAgent::tableStore() const {
+   return config_.siloFolder.empty() ? Silo::Store::sharedMemory(config_.tablePrefix)
+                                     : Silo::Store::directory(config_.siloFolder);
 }
 
 Kiln::Ptr<ZelCounter::CountersMounts> SwitchAgent::mount() const {
+   const Vex::SharedTables tables = Vex::openSharedTables(tableStore());
    auto mounts = Kiln::allocate<ZelCounter::CountersMounts>();
    mounts->ethPhyIntfConfigDirIs(Kiln::allocate<Interface::EthPhyIntfConfigDir>());
-   mounts->ethPhyIntfStatusDirIs(Kiln::allocate<Interface::EthPhyIntfStatusDir>());
+   mounts->ethPhyIntfStatusDirIs(ethPhyIntfStatusDir_);
    mounts->ethIntfCounterWriterStatusIs(Kiln::allocate<Vex::Counters::WriterStatus>());
    mounts->globalIntfConfigIs(Kiln::allocate<Interface::GlobalIntfConfig>());
    mounts->vexCliConfigIs(Kiln::allocate<Vex::Counters::CliConfig>());
    mounts->qosPolicyDropCountSiloTableIs(Kiln::allocate<Silo::ZelSystem::P4CounterTable>());
-   mounts->allIntfCountersIs(Kiln::allocate<Silo::Interface::AllIntfCounters>());
-   mounts->allIntfClearCountersIs(Kiln::allocate<Silo::Interface::AllIntfClearCounters>());
+   mounts->allIntfCountersIs(tables.allIntfCounters);
+   mounts->allIntfClearCountersIs(tables.allIntfClearCounters);
    mounts->writerConfigIs(Kiln::allocate<Vex::Counters::WriterConfig>());
-   mounts->allIntfQueueCountersIs(Kiln::allocate<Silo::Interface::AllIntfQueueCounters>());
-   mounts->allIntfClearQueueCountersIs(Kiln::allocate<Silo::Interface::AllIntfClearQueueCounters>());
+   mounts->allIntfQueueCountersIs(tables.allIntfQueueCounters);
+   mounts->allIntfClearQueueCountersIs(tables.allIntfClearQueueCounters);
    mounts->bridgingConfigIs(Kiln::allocate<Bridging::BridgingConfig>());
    mounts->vlanIntfConfigDirIs(Kiln::allocate<Interface::VlanIntfConfigDir>());
    mounts->vlanIntfStatusDirIs(Kiln::allocate<Interface::VlanIntfStatusDir>());
-   mounts->allVlanIntfCountersIs(Kiln::allocate<Silo::Interface::AllVlanIntfCounters>());
+   mounts->allVlanIntfCountersIs(tables.allVlanIntfCounters);
    mounts->vlanIntfCounterWriterStatusIs(Kiln::allocate<Vex::Counters::WriterStatus>());
    mounts->subIntfConfigDirIs(Kiln::allocate<Interface::SubIntfConfigDir>());
    mounts->subIntfStatusDirIs(Kiln::allocate<Interface::SubIntfStatusDir>());
-   mounts->subIntfCountersDirIs(Kiln::allocate<Silo::Interface::SubIntfCountersDir>());
-   mounts->subIntfCountersSnapshotDirIs(Kiln::allocate<Silo::Interface::SubIntfCountersSnapshotDir>());
-   mounts->intfAllNatCounterDirIs(Kiln::allocate<Silo::Interface::AllNatCounterDir>());
+   mounts->subIntfCountersDirIs(tables.subIntfCountersDir);
+   mounts->subIntfCountersSnapshotDirIs(tables.subIntfCountersSnapshotDir);
+   mounts->intfAllNatCounterDirIs(tables.intfAllNatCounterDir);
    mounts->aclCounterTableIs(Kiln::allocate<Silo::ZelSystem::AclCounterTable>());
    mounts->aclCounterClearRequestIs(Kiln::allocate<ZelAclCounter::AclCounterClearRequest>());
    mounts->aclCounterClearResponseIs(Kiln::allocate<ZelAclCounter::AclCounterClearResponse>());
@@ -140,6 +153,7 @@ void SwitchAgent::chipDel(const Kiln::String& name) {
    const ZelId::ZelDevId devId = deviceOf(name);
    for (const Pelt::IntfId& intf : systemStatus_->portInfo().keys()) {
       if (systemStatus_->portInfo(intf).devId == devId) {
+         ethPhyIntfStatusDir_->intfStatusDel(intf);
          systemStatus_->portInfoDel(intf);
       }
    }
@@ -180,11 +194,13 @@ void SwitchAgent::portAdd(const Pelt::IntfId& intf, const Kiln::String& chipName
    }
    systemStatus_->portInfoIs(intf, record);
    chip.portAdd(devicePort);
+   ethPhyIntfStatusDir_->intfStatusIs(intf, true);
 }
 
 void SwitchAgent::portDel(const Pelt::IntfId& intf) {
    Kiln::ActivityLockAnchor::assertHeld();
    const Port port = portOf(intf.text());
+   ethPhyIntfStatusDir_->intfStatusDel(intf);
    systemStatus_->portInfoDel(intf);
    port.chip.portDel(port.devicePort);
 }

@@ -21,8 +21,11 @@ struct SwitchAgentConfig {
    unsigned ports = 32; // front-panel ports of each chip, spread over its pipes
    ZelSystem::ChipCapabilities capabilities{true, true, true, true};
    U64 seed = 1;              // of the synthetic traffic
-   Kiln::String siloFolder;   // where shared tables live; empty for the machine's shared memory
-   Kiln::String hardwareFile; // where hardware counters live; empty for the process's own memory
+   Kiln::String siloFolder{}; // where shared tables live; empty for the machine's shared memory
+   // There: what the names of the tables begin with, and whether they go when the agent does.
+   Kiln::String tablePrefix = Silo::Interface::defaultTablePrefix;
+   bool tablesAreTemporary = false;
+   Kiln::String hardwareFile{}; // where hardware counters live; empty for the process's own memory
 };
 
 // One at a time in a process, over the activity manager and time source that it finds. Everything runs under
@@ -67,6 +70,7 @@ class SwitchAgent {
 
  private:
    SoftChip::Chip& chipNamed(const Kiln::String& name) const;
+   Silo::Store tableStore() const;
    Kiln::Ptr<ZelCounter::CountersMounts> mount() const;
    void portsAdd(SoftChip::Chip& chip);
 
@@ -75,6 +79,7 @@ class SwitchAgent {
    std::unique_ptr<SoftChip::Traffic> traffic_;
    Kiln::Ptr<ZelSystem::SystemStatus> systemStatus_;
    Kiln::OrderedMap<Kiln::String, Kiln::Ptr<ZelSlice::ChipStatus>> chipStatus_; // by chip name
+   Kiln::Ptr<Interface::EthPhyIntfStatusDir> ethPhyIntfStatusDir_;
    Kiln::Ptr<Agent::AgentCommandRequestDirSm> commandDirectory_;
    Kiln::Ptr<ZelCounter::ZelCountersMgr> mgr_;
    Kiln::Ptr<Agent::CommandRunner> commandRunner_;

@@ -74,7 +74,11 @@ int runScenario(const Options& options) {
       }
    }
    Kiln::System::timeSourceIs(Kiln::allocate<Kiln::SimulatedTime>());
-   SwitchAgent agent(options.agent);
+   // A scenario keeps out of the way of an agent that runs beside it.
+   ZelAgent::SwitchAgentConfig config = options.agent;
+   config.tablesAreTemporary = config.siloFolder.empty();
+   config.tablePrefix += "-scenario-" + std::to_string(getpid());
+   SwitchAgent agent(config);
    return ScenarioConsole(agent, STDOUT_FILENO, STDERR_FILENO).run(name == "-" ? std::cin : file, name);
 }
 

@@ -4,11 +4,15 @@
 
 #include "vex/Statistics.h"
 
+#include <array>
 #include <cstdint>
 #include <optional>
 #include <string_view>
 
 namespace Silo::Interface {
+
+// Where an agent keeps its tables when it is told no place: the prefix of their shared memory objects.
+constexpr const char* defaultTablePrefix = "zelagent";
 
 // Tables, by interface name.
 namespace TableName {
@@ -21,6 +25,10 @@ constexpr const char* vlanIntfClearCounters = "VlanIntfClearCounters";
 constexpr const char* subIntfCounters = "SubIntfCounters";
 constexpr const char* subIntfClearCounters = "SubIntfClearCounters";
 constexpr const char* intfNatCounters = "IntfNatCounters";
+
+inline constexpr std::array all = {intfCounters,           intfClearCounters,    intfQueueCounters,
+                            intfClearQueueCounters, vlanIntfCounters,     vlanIntfClearCounters,
+                            subIntfCounters,        subIntfClearCounters, intfNatCounters};
 } // namespace TableName
 
 // The counters of one interface. Arrays are indexed like fieldsOf<Statistics>(). In a clear table: the same
