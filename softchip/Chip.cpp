@@ -209,7 +209,7 @@ void Chip::queueIs(U16 devicePort, unsigned queue, const CounterValue& sent, U64
                                   std::to_string(queueCount(slot) - 1));
    }
    counterTable("egressPortQueueCount")
-        .hardwareIs(devicePort / slotsPerPipe, firstQueueEntry(slot) + queue, sent);
+        .hardwareIs(static_cast<U16>(devicePort / slotsPerPipe), firstQueueEntry(slot) + queue, sent);
    trafficManager_.drops(place, queue) = drops;
 }
 

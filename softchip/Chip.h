@@ -101,8 +101,8 @@ class Chip {
    U64* rmonOf(U16 devicePort) const { return &rmon_[placeOf(devicePort) * BF_NUM_RMON_COUNTERS]; }
    U64& rmonAt(U16 devicePort, unsigned index) const;
    std::size_t portPlace(U16 devicePort) const;
-   CounterTable& counterTable(const Kiln::String& name) const;
-   U32 matchHandle(const Kiln::String& name) const;
+   CounterTable& counterTable(const Kiln::String& table) const;
+   U32 matchHandle(const Kiln::String& table) const;
    void checkEntry(const CounterTable& table, U16 pipe, U32 index) const;
    void forward(U16 devicePort, const PassingFrames& passing);
    void transmit(U16 devicePort, const PassingFrames& offered);
