@@ -90,23 +90,14 @@ L2Domain L2DomainCount::domainOf(const FrameInfo& frame, U16 vlan) const {
    return {vlan, 0, isTranslated(frame.ip)};
 }
 
-bool L2DomainCount::count(const Tables& tables, const PassingFrames& passing, unsigned pipe) {
-   if (tables.counter == nullptr) {
-      return false;
-   }
-   const L2Domain domain{passing.vlan, passing.decapType, passing.snatHit};
-   const U32 handle = tables.match->domains().lookUp(domain);
+bool L2DomainCount::count(const Tables& tables, const L2Domain& domain, unsigned pipe,
+                          const CounterValue& counted) {
+   const U32 handle = tables.counter != nullptr ? tables.match->domains().lookUp(domain) : 0;
    if (handle == 0) {
       return false;
    }
-   tables.counter->count(pipe, handle, passing.packets, passing.bytes);
+   tables.counter->count(pipe, handle, counted.packets, counted.bytes);
    return true;
-}
-
-bool L2DomainCount::add(bool isIngress, const L2Domain& domain, U64 packets, U64 bytes) {
-   static const FrameInfo none;
-   return count(isIngress ? ingress_ : egress_,
-                {none, packets, bytes, domain.vlan, domain.decapType, domain.snatHit}, 0);
 }
 
 } // namespace SoftChip

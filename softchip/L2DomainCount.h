@@ -25,8 +25,10 @@ class L2DomainCount {
    void ingress(const PassingFrames& passing, unsigned pipe) { count(ingress_, passing, pipe); }
    void egress(const PassingFrames& passing, unsigned pipe) { count(egress_, passing, pipe); }
 
-   // Adds to the entry of the domain. False when there is none.
-   bool add(bool isIngress, const L2Domain& domain, U64 packets, U64 bytes);
+   // Adds to the entry that the domain hits. False when there is none.
+   bool add(bool isIngress, const L2Domain& domain, const CounterValue& counted) {
+      return count(isIngress ? ingress_ : egress_, domain, 0, counted);
+   }
 
  private:
    struct Tables {
@@ -40,7 +42,11 @@ class L2DomainCount {
    };
 
    static Tables find(PipeManager& tables, const Kiln::String& matchTable);
-   static bool count(const Tables& tables, const PassingFrames& passing, unsigned pipe);
+   static bool count(const Tables& tables, const L2Domain& domain, unsigned pipe,
+                     const CounterValue& counted);
+   static void count(const Tables& tables, const PassingFrames& passing, unsigned pipe) {
+      count(tables, passing.domain(), pipe, {passing.packets, passing.packets * passing.octetsEach});
+   }
    bool isTranslated(const IpHeader& ip) const;
 
    Tables ingress_;

@@ -2,6 +2,7 @@
 #include "l3/ZelCountersL3Intf.h"
 
 #include "kiln/ActivityManager.h"
+#include "kiln/Assert.h"
 #include "kiln/RingLog.h"
 #include "kiln/Trace.h"
 #include "l3/ForEachThenThrow.h"
