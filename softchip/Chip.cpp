@@ -26,7 +26,7 @@ Chip::Chip(const ChipConfig& config, U64 serial, std::recursive_mutex& sdkLock, 
        hasPort_(config.pipes * portsPerPipe), accessVlans_(hasPort_.size(), 1),
        tables_(config.program, config.pipes,
                hardware.subspan(rmon_.size() + TrafficManager::hardwareWords(config.pipes))),
-       pipeline_(tables_),
+       pipeline_(tables_), l2Domains_(tables_),
        trafficManager_(config.pipes,
                        hardware.subspan(rmon_.size(), TrafficManager::hardwareWords(config.pipes))) {}
 
