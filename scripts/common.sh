@@ -22,18 +22,24 @@ tool() {
    fi
 }
 
-# sources [GLOB...]: the tree's C++ files that git tracks or would track, or those of other globs.
+# sources [GLOB...]: the tree's C++ files, or its files by other globs; '*' crosses folders. Not asked of git,
+# so that an unpacked archive will do as well.
 sources() {
    [ $# -gt 0 ] || set -- '*.h' '*.cpp'
-   git ls-files --cached --others --exclude-standard --deduplicate -- "$@" | while read -r file; do
-      [ ! -f "$file" ] || echo "$file"
+   local glob match=(-false)
+   for glob in "$@"; do
+      match+=(-o -path "./$glob")
    done
+   find . \( -path './build*' -o -path ./.git -o -path ./.cache \) -prune -o \
+      -type f \( "${match[@]}" \) -print | sed 's,^\./,,' | LC_ALL=C sort
 }
 
 # shellScripts: the tree's own scripts, by their first line.
 shellScripts() {
+   local file first
    sources 'scripts/*' '.ci/*' 'tests/*' | while read -r file; do
-      if [[ $file == *.sh ]] || head -c 64 "$file" | head -n 1 | grep -qaE '^#!.*\b(ba)?sh\b'; then
+      IFS= read -r -n 64 first <"$file" || true
+      if [[ $file == *.sh || $first =~ ^#!.*[/\ ](ba)?sh ]]; then
          echo "$file"
       fi
    done

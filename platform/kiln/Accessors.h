@@ -19,15 +19,17 @@
 //    KILN_COUNTER        x(), xIs(v), xInc(n), xDec(n)
 //    KILN_POINTER        const Kiln::Ptr<T>& x() const;  xIs(Kiln::Ptr<T>);  xDel()
 //    KILN_HASH_MAP       the collection x();  x(key): the value, or V() when absent, and never an insertion;
-//    KILN_ORDERED_MAP    xIs(key, value);  xDel(key), of an absent key nothing;  xDelAll(), a snapshot of the
-//    keys
-//                        one by one
+//    KILN_ORDERED_MAP    xIs(key, value);  xDel(key), of an absent key nothing;
+//                        xDelAll(), a snapshot of the keys one by one
 //    ..._NOTIFY          the same, and a change of a key's value, its coming and its going notify with the
-//    key KILN_COLLECTION     a hash map of Kiln::Ptr<T> keyed by the element's own attribute: xIs(ptr), which
-//    refuses a
-//                        null pointer with a std::invalid_argument that names Class::x, and the rest as
-//                        above. KILN_COLLECTION(QualifiedClass, K, T, keyAttribute, x); K is the type of the
-//                        key attribute, named so that the map can be declared while T is incomplete.
+//                        key
+//    KILN_COLLECTION     a hash map of Kiln::Ptr<T> keyed by the element's own attribute: xIs(ptr), which
+//                        refuses a null pointer with a std::invalid_argument that names Class::x, and the
+//                        rest as above. KILN_COLLECTION(QualifiedClass, K, T, keyAttribute, x); K is the type
+//                        of the key attribute, and T must be complete.
+//
+// A type that has a comma in it needs a name of its own first. A scalar is returned by value. An exception of
+// a watcher reaches the caller of the mutator, whose change is done; xDelAll ends at the first.
 //
 // The macros only declare; the work is done by the templates above them.
 #pragma once
@@ -139,7 +141,7 @@ void forEachKey(const Map& map, Erase erase) {
                                                                                                              \
  public:
 
-#define KILN_MAP_OF_KIND(MapKind, K, V, x, changed)                                                          \
+#define KILN_MAP_OF_KIND(MapKind, K, V, x, changed, keepSelf)                                                \
  public:                                                                                                     \
    const MapKind<K, V>& x() const {                                                                          \
       return x##_;                                                                                           \
@@ -159,6 +161,7 @@ void forEachKey(const Map& map, Erase erase) {
       }                                                                                                      \
    }                                                                                                         \
    void x##DelAll() {                                                                                        \
+      keepSelf;                                                                                              \
       ::Kiln::forEachKey(x##_, [this](const K& key) { x##Del(key); });                                       \
    }                                                                                                         \
                                                                                                              \
@@ -167,12 +170,16 @@ void forEachKey(const Map& map, Erase erase) {
                                                                                                              \
  public:
 
-#define KILN_HASH_MAP(K, V, x) KILN_MAP_OF_KIND(::Kiln::HashMap, K, V, x, static_cast<void>(0))
-#define KILN_ORDERED_MAP(K, V, x) KILN_MAP_OF_KIND(::Kiln::OrderedMap, K, V, x, static_cast<void>(0))
+// A watcher may let go of the entity between two keys.
+#define KILN_KEEP_SELF const auto self = this->heldSelf()
+#define KILN_HASH_MAP(K, V, x)                                                                               \
+   KILN_MAP_OF_KIND(::Kiln::HashMap, K, V, x, static_cast<void>(0), static_cast<void>(0))
+#define KILN_ORDERED_MAP(K, V, x)                                                                            \
+   KILN_MAP_OF_KIND(::Kiln::OrderedMap, K, V, x, static_cast<void>(0), static_cast<void>(0))
 #define KILN_HASH_MAP_NOTIFY(K, V, x, onX)                                                                   \
-   KILN_MAP_OF_KIND(::Kiln::HashMap, K, V, x, notify(&Notifiee::onX, key))
+   KILN_MAP_OF_KIND(::Kiln::HashMap, K, V, x, notify(&Notifiee::onX, key), KILN_KEEP_SELF)
 #define KILN_ORDERED_MAP_NOTIFY(K, V, x, onX)                                                                \
-   KILN_MAP_OF_KIND(::Kiln::OrderedMap, K, V, x, notify(&Notifiee::onX, key))
+   KILN_MAP_OF_KIND(::Kiln::OrderedMap, K, V, x, notify(&Notifiee::onX, key), KILN_KEEP_SELF)
 
 #define KILN_COLLECTION(QualifiedClass, K, T, keyAttribute, x)                                               \
  public:                                                                                                     \

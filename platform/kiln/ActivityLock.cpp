@@ -1,4 +1,4 @@
-// The process's one recursive activity lock.
+// The process's one activity lock.
 #include "kiln/ActivityLock.h"
 
 #include <mutex>
@@ -7,13 +7,13 @@ namespace Kiln {
 
 namespace {
 
-std::recursive_mutex& activityMutex() {
-   static auto* mutex =
-        new std::recursive_mutex; // SDK threads may still call back while statics are destroyed
+std::mutex& activityMutex() {
+   static auto* mutex = new std::mutex; // SDK threads may still call back while statics are destroyed
    return *mutex;
 }
 
-thread_local unsigned depthOfThisThread = 0;
+// How often this thread holds the lock; the mutex is taken for the first hold only.
+thread_local constinit unsigned depthOfThisThread = 0;
 
 } // namespace
 
@@ -22,13 +22,16 @@ unsigned ActivityLockAnchor::heldDepth() noexcept {
 }
 
 void ActivityLockAnchor::acquire() {
-   activityMutex().lock();
+   if (depthOfThisThread == 0) {
+      activityMutex().lock();
+   }
    ++depthOfThisThread;
 }
 
 void ActivityLockAnchor::release() noexcept {
-   --depthOfThisThread;
-   activityMutex().unlock();
+   if (--depthOfThisThread == 0) {
+      activityMutex().unlock();
+   }
 }
 
 } // namespace Kiln

@@ -33,12 +33,18 @@ class ActivityLockAnchor {
    template <class Blocking>
    static void yieldWhile(Blocking blocking) {
       KILN_ASSERT(heldDepth() == 1);
-      release();
+      const Yield yield;
       blocking();
-      acquire();
    }
 
  private:
+   struct Yield {
+      Yield() { release(); }
+      Yield(const Yield&) = delete;
+      Yield& operator=(const Yield&) = delete;
+      ~Yield() { acquire(); }
+   };
+
    static unsigned heldDepth() noexcept;
    static void acquire();
    static void release() noexcept;

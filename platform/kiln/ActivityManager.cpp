@@ -37,6 +37,7 @@ ActivityManager::Descriptor::~Descriptor() {
 void ActivityManager::Descriptor::wantsIs(bool readable, bool writable) {
    readable_ = readable;
    writable_ = writable;
+   manager_->wakeSleeper();
 }
 
 Ptr<ActivityManager> ActivityManager::instance() {
@@ -55,7 +56,7 @@ ActivityManager::ActivityManager()
    if (wakeFd_ < 0) {
       throw std::system_error(errno, std::generic_category(), "eventfd");
    }
-   clock_->wakeIs([this] { wake(); });
+   clock_->wakeIs([this] { wakeSleeper(); });
 }
 
 ActivityManager::~ActivityManager() {
@@ -64,9 +65,19 @@ ActivityManager::~ActivityManager() {
 }
 
 void ActivityManager::wake() const noexcept {
+   const int errorOfInterrupted = errno;
    const U64 one = 1;
    // A full counter means that the loop is being woken already.
    [[maybe_unused]] const auto written = write(wakeFd_, &one, sizeof one);
+   errno = errorOfInterrupted;
+}
+
+// The loop says that it sleeps before it looks at the clock for how long, so whoever changes the clock after
+// that look finds it said; a loop that is awake looks later.
+void ActivityManager::wakeSleeper() const noexcept {
+   if (sleeping_.load()) {
+      wake();
+   }
 }
 
 void ActivityManager::stop() noexcept {
@@ -79,8 +90,10 @@ bool ActivityManager::runOne(double time, U64 sequenceLimit) {
       return clock_->fireNext(time, sequenceLimit);
    } catch (const std::exception& error) {
       KILN_RINGLOG("clock handler failed: " << error.what());
-      return true;
+   } catch (...) {
+      KILN_RINGLOG("clock handler failed");
    }
+   return true;
 }
 
 // What a handler arms for now runs in the next turn, so that descriptors are served between.
@@ -92,6 +105,7 @@ void ActivityManager::runDue() {
 }
 
 void ActivityManager::sleep() {
+   sleeping_.store(true);
    std::vector<pollfd> polled{{wakeFd_, POLLIN, 0}};
    std::vector<Descriptor*> waiting{nullptr};
    for (Descriptor* descriptor : descriptors_) {
@@ -110,19 +124,34 @@ void ActivityManager::sleep() {
    // The caller's hold is the only one, so giving it up here lets SDK threads in.
    ActivityLockAnchor::yieldWhile([&] { ppoll(polled.data(), polled.size(), &timeout, nullptr); });
 
+   sleeping_.store(false);
    U64 wakes = 0;
    [[maybe_unused]] const auto drained = read(wakeFd_, &wakes, sizeof wakes);
    for (std::size_t i = 1; i < polled.size(); ++i) {
-      const short got = polled[i].revents;
-      // An earlier handler may have destroyed it.
-      if (got == 0 || std::find(descriptors_.begin(), descriptors_.end(), waiting[i]) == descriptors_.end()) {
-         continue;
+      if (polled[i].revents != 0) {
+         serve(waiting[i], polled[i].fd, polled[i].revents);
       }
-      try {
-         waiting[i]->onReady((got & (POLLIN | POLLHUP | POLLERR)) != 0, (got & (POLLOUT | POLLERR)) != 0);
-      } catch (const std::exception& error) {
-         KILN_RINGLOG("descriptor handler failed: " << error.what());
-      }
+   }
+}
+
+void ActivityManager::serve(Descriptor* descriptor, int fd, int events) {
+   // An earlier handler, or another thread during the sleep, may have destroyed it, or changed what it wants.
+   if (std::find(descriptors_.begin(), descriptors_.end(), descriptor) == descriptors_.end() ||
+       descriptor->fd_ != fd) {
+      return;
+   }
+   const bool failed = (events & (POLLHUP | POLLERR | POLLNVAL)) != 0;
+   const bool readable = descriptor->readable_ && ((events & POLLIN) != 0 || failed);
+   const bool writable = descriptor->writable_ && ((events & POLLOUT) != 0 || failed);
+   if (!readable && !writable) {
+      return;
+   }
+   try {
+      descriptor->onReady(readable, writable);
+   } catch (const std::exception& error) {
+      KILN_RINGLOG("descriptor handler failed: " << error.what());
+   } catch (...) {
+      KILN_RINGLOG("descriptor handler failed");
    }
 }
 
@@ -138,12 +167,16 @@ void ActivityManager::run() {
 
 void ActivityManager::advance(double seconds) {
    KILN_ASSERT(System::timeSource()->isSimulated());
+   KILN_ASSERT(seconds >= 0.0);
    const auto lock = ActivityLockAnchor::lock();
    auto& time = static_cast<SimulatedTime&>(*System::timeSource());
    const double end = time.now() + seconds;
-   while (clock_->earliestExpiry() <= end) {
-      time.nowIs(clock_->earliestExpiry());
-      runOne(std::max(time.now(), clock_->earliestExpiry()), std::numeric_limits<U64>::max());
+   // A sum of decimal fractions misses by its rounding: what is armed for the same instant is due all the same.
+   constexpr double instant = 1e-9;
+   for (double expiry = clock_->earliestExpiry(); expiry <= end + instant;
+        expiry = clock_->earliestExpiry()) {
+      time.nowIs(expiry);
+      runOne(time.now(), std::numeric_limits<U64>::max());
    }
    time.nowIs(end);
 }

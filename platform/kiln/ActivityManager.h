@@ -21,8 +21,9 @@ class ActivityManager : public PtrInterface {
       virtual ~Descriptor();
 
       int fd() const { return fd_; }
+      // What to wait for. Under the activity lock, from any thread: the sleeping loop wakes.
       void wantsIs(bool readable, bool writable);
-      // Also called on hang-up and error, when either was wanted. May destroy the descriptor.
+      // What is ready of what is wanted; hang-up and error count as both. May destroy the descriptor.
       virtual void onReady(bool readable, bool writable) = 0;
 
     private:
@@ -45,22 +46,26 @@ class ActivityManager : public PtrInterface {
    // Real time: runs clocks and descriptors until stop(). Holds the activity lock but for its sleep. An
    // exception that a handler lets out is written to the ring log, and the loop goes on.
    void run();
-   // Ends run() after the handler that is running. Any thread, and signal handlers.
+   // Ends run() after the handler that is running, for good. Any thread, and signal handlers.
    void stop() noexcept;
 
    // Simulated time (it must be the active source): fires everything due in the next `seconds`, in order of
-   // time, with time standing at each expiry, then stands at the end. Takes the activity lock.
+   // time, with time standing at each expiry, then stands at the end, or later when a handler was charged
+   // beyond it: what is due in that excess fires in the next advance. Takes the activity lock.
    void advance(double seconds);
 
  private:
    void wake() const noexcept;
+   void wakeSleeper() const noexcept;
    void runDue();
    bool runOne(double time, U64 sequenceLimit);
    void sleep();
+   void serve(Descriptor* descriptor, int fd, int events);
 
    Ptr<Clock> clock_;
    int wakeFd_;
    std::atomic<bool> stopping_{false};
+   std::atomic<bool> sleeping_{false};
    std::vector<Descriptor*> descriptors_;
 };
 

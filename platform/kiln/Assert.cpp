@@ -15,7 +15,7 @@ void assertionFailed(const char* expression, const char* file, const char* funct
    const int length = static_cast<int>(dot != nullptr ? dot - name : static_cast<long>(std::strlen(name)));
    std::fprintf(stderr, "assertion \"%s\" failed in %.*s, %s(), line %d%s%s\n", expression, length, name,
                 function, line, message != nullptr ? ": " : "", message != nullptr ? message : "");
-   std::fflush(nullptr);
+   std::fflush(stdout); // not every stream: one may be locked by a thread that waits for input
    std::abort();
 }
 

@@ -16,8 +16,20 @@ constexpr double never = std::numeric_limits<double>::infinity();
 // All notifiees of one clock fire in the order of their times, equal times in the order in which they were
 // armed.
 class Clock : public Entity {
+ public:
+   class Notifiee;
+
  private:
-   class Expiry;
+   class Expiry {
+    public:
+      Expiry(double t, U64 s, Notifiee* n) : time(t), sequence(s), notifiee(n) {}
+      bool operator<(const Expiry& other) const {
+         return time != other.time ? time < other.time : sequence < other.sequence;
+      }
+      double time;
+      U64 sequence;
+      Notifiee* notifiee;
+   };
    using Queue = std::set<Expiry>;
 
  public:
@@ -46,7 +58,7 @@ class Clock : public Entity {
       Ptr<const Clock> clock_;
       double timeMin_ = never;
       U64 sequence_ = 0;
-      std::set<Expiry>::node_type spare_; // kept while disarmed: arming allocates once in a life
+      Queue::node_type spare_; // kept while disarmed: arming allocates once in a life
    };
 
    ~Clock() override;
@@ -61,17 +73,6 @@ class Clock : public Entity {
    void wakeIs(std::function<void()> wake) const;
 
  private:
-   class Expiry {
-    public:
-      Expiry(double t, U64 s, Notifiee* n) : time(t), sequence(s), notifiee(n) {}
-      bool operator<(const Expiry& other) const {
-         return time != other.time ? time < other.time : sequence < other.sequence;
-      }
-      double time;
-      U64 sequence;
-      Notifiee* notifiee;
-   };
-
    void arm(Notifiee& notifiee, double time) const;
    void disarm(Notifiee& notifiee) const;
 

@@ -4,13 +4,87 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <list>
 #include <map>
-#include <unordered_map>
 #include <utility>
 #include <vector>
 
 namespace Kiln {
+
+// Where the entries of a list stand, by their keys: an open-addressed hash table of its iterators. A look-up costs a
+// multiplication and, mostly, one comparison.
+template <class Iterator, class K, class Hash>
+class HashIndex {
+ public:
+   // Null when the key is absent.
+   const Iterator* find(const K& key) const {
+      if (places_.empty()) {
+         return nullptr;
+      }
+      for (std::size_t at = home(key); places_[at].used; at = next(at)) {
+         if (places_[at].entry->first == key) {
+            return &places_[at].entry;
+         }
+      }
+      return nullptr;
+   }
+
+   // Its key must be absent.
+   void insert(Iterator entry) {
+      if (2 * (count_ + 1) > places_.size()) {
+         std::vector<Place> old(places_.empty() ? 8 : 2 * places_.size());
+         old.swap(places_);
+         for (const Place& place : old) {
+            if (place.used) {
+               settle(place.entry);
+            }
+         }
+      }
+      settle(entry);
+      ++count_;
+   }
+
+   // The key must be present.
+   void erase(const K& key) {
+      std::size_t hole = home(key);
+      while (!(places_[hole].entry->first == key)) {
+         hole = next(hole);
+      }
+      // An entry behind the hole moves up unless its home lies between the two.
+      for (std::size_t at = next(hole); places_[at].used; at = next(at)) {
+         if (distance(home(places_[at].entry->first), at) >= distance(hole, at)) {
+            places_[hole] = places_[at];
+            hole = at;
+         }
+      }
+      places_[hole] = Place();
+      --count_;
+   }
+
+ private:
+   struct Place {
+      bool used = false;
+      Iterator entry{};
+   };
+
+   std::size_t next(std::size_t at) const { return (at + 1) & (places_.size() - 1); }
+   std::size_t distance(std::size_t from, std::size_t to) const { return (to - from) & (places_.size() - 1); }
+   std::size_t home(const K& key) const {
+      // Hashes of small numbers are the numbers themselves; the multiplication spreads them (Knuth, 6.4).
+      return static_cast<std::size_t>((Hash()(key) * 0x9E3779B97F4A7C15ULL) >> 32) & (places_.size() - 1);
+   }
+   void settle(Iterator entry) {
+      std::size_t at = home(entry->first);
+      while (places_[at].used) {
+         at = next(at);
+      }
+      places_[at] = Place{true, entry};
+   }
+
+   std::vector<Place> places_; // a power of two of them, at most half in use
+   std::size_t count_ = 0;
+};
 
 template <class K, class V, class Hash = std::hash<K>>
 class HashMap {
@@ -27,15 +101,17 @@ class HashMap {
          set(key, value);
       }
    }
-   HashMap& operator=(const HashMap& other) {
-      HashMap copy(other);
-      entries_.swap(copy.entries_);
-      index_.swap(copy.index_);
+   HashMap(HashMap&& other) noexcept { swap(other); }
+   HashMap& operator=(HashMap other) noexcept {
+      swap(other);
       return *this;
    }
-   HashMap(HashMap&&) noexcept = default;
-   HashMap& operator=(HashMap&&) noexcept = default;
    ~HashMap() = default;
+
+   void swap(HashMap& other) noexcept {
+      entries_.swap(other.entries_);
+      std::swap(index_, other.index_);
+   }
 
    iterator begin() { return entries_.begin(); }
    iterator end() { return entries_.end(); }
@@ -44,16 +120,16 @@ class HashMap {
    std::size_t size() const { return entries_.size(); }
    bool empty() const { return entries_.empty(); }
 
-   bool contains(const K& key) const { return index_.find(key) != index_.end(); }
+   bool contains(const K& key) const { return index_.find(key) != nullptr; }
 
    // Null when the key is absent.
    V* find(const K& key) {
-      const auto at = index_.find(key);
-      return at == index_.end() ? nullptr : &at->second->second;
+      const iterator* const at = index_.find(key);
+      return at == nullptr ? nullptr : &(*at)->second;
    }
    const V* find(const K& key) const {
-      const auto at = index_.find(key);
-      return at == index_.end() ? nullptr : &at->second->second;
+      const iterator* const at = index_.find(key);
+      return at == nullptr ? nullptr : &(*at)->second;
    }
 
    // Inserts at the end, or overwrites in place. True when the key is new.
@@ -63,18 +139,20 @@ class HashMap {
          return false;
       }
       entries_.emplace_back(key, std::move(value));
-      index_.emplace(key, std::prev(entries_.end()));
+      index_.insert(std::prev(entries_.end()));
       return true;
    }
 
    bool erase(const K& key) {
-      const auto at = index_.find(key);
-      if (at == index_.end()) {
+      const iterator* const at = index_.find(key);
+      if (at == nullptr) {
          return false;
       }
-      const auto entry = at->second;
-      index_.erase(at);
-      entries_.erase(entry);
+      const iterator entry = *at;
+      index_.erase(key);
+      // Out of the map before it ends: its value may look at the map again, and the key may be the entry's own.
+      std::list<value_type> ended;
+      ended.splice(ended.begin(), entries_, entry);
       return true;
    }
 
@@ -89,7 +167,7 @@ class HashMap {
 
  private:
    std::list<value_type> entries_;
-   std::unordered_map<K, iterator, Hash> index_;
+   HashIndex<iterator, K, Hash> index_;
 };
 
 template <class K, class V, class Compare = std::less<K>>
@@ -117,7 +195,8 @@ class OrderedMap {
 
    bool set(const K& key, V value) { return entries_.insert_or_assign(key, std::move(value)).second; }
 
-   bool erase(const K& key) { return entries_.erase(key) != 0; }
+   // The value dies after it is out of the map, so that its destructor may look into the map.
+   bool erase(const K& key) { return !entries_.extract(key).empty(); }
 
    std::vector<K> keys() const {
       std::vector<K> all;

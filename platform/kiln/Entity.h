@@ -34,6 +34,10 @@ class Entity : public PtrInterface {
    bool hasNotificationActive() const noexcept { return hasNotificationActive_; }
    virtual void hasNotificationActiveIs(bool active) { hasNotificationActive_ = active; }
 
+ protected:
+   // Keeps an entity that is held by pointers alive for a while; null for one that is not (yet).
+   Ptr<const Entity> heldSelf() const noexcept { return refCount() != 0 ? this : nullptr; }
+
  private:
    bool hasNotificationActive_ = false;
 };
@@ -46,7 +50,7 @@ class NotifieeList {
  public:
    void attach(N* notifiee) const { state_->slots.push_back(notifiee); }
 
-   void detach(N* notifiee) const {
+   void detach(const void* notifiee) const {
       for (N*& slot : state_->slots) {
          if (slot == notifiee) {
             slot = nullptr;
@@ -57,8 +61,9 @@ class NotifieeList {
       }
    }
 
+   // By value: an argument may live in what a watcher deletes.
    template <class Event, class... Args>
-   void notify(Event event, const Args&... args) const {
+   void notify(Event event, const Args... args) const {
       const std::shared_ptr<State> state = state_; // the entity may die while it notifies
       const Depth depth(*state);
       std::exception_ptr first;
@@ -118,7 +123,9 @@ class NotifieeOf {
       detach();
       notifier_ = std::move(notifier);
       if (notifier_) {
-         notifier_->notifiees().attach(static_cast<typename E::Notifiee*>(this));
+         auto* const self = static_cast<typename E::Notifiee*>(this);
+         notifier_->notifiees().attach(self);
+         attached_ = self;
       }
    }
 
@@ -127,12 +134,14 @@ class NotifieeOf {
  private:
    void detach() {
       if (notifier_) {
-         notifier_->notifiees().detach(static_cast<typename E::Notifiee*>(this));
+         notifier_->notifiees().detach(attached_);
       }
    }
 
    const Entity* reactor_;
    Ptr<const E> notifier_;
+   // This object as the list knows it: its destructor is past being an E::Notifiee.
+   const void* attached_ = nullptr;
 };
 
 } // namespace Kiln

@@ -92,7 +92,10 @@ int naturalCompare(std::string_view a, std::string_view b) noexcept {
    if (i < a.size() || j < b.size()) {
       return i < a.size() ? 1 : -1;
    }
-   return a.size() == b.size() ? 0 : (a.size() < b.size() ? -1 : 1);
+   if (a.size() != b.size()) {
+      return a.size() < b.size() ? -1 : 1;
+   }
+   return a.compare(b);
 }
 
 std::ostream& operator<<(std::ostream& out, const Name& name) {

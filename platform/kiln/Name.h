@@ -23,6 +23,8 @@ class Name {
    // 0 for the empty text, then numbers in the order of interning.
    U32 id() const noexcept { return entry_ != nullptr ? entry_->id : 0; }
    bool empty() const noexcept { return entry_ == nullptr; }
+   // Differs from run to run: it may find an element, never order one.
+   std::size_t hash() const noexcept { return std::hash<const void*>()(entry_); }
 
    bool operator==(const Name&) const noexcept = default;
 
@@ -39,7 +41,8 @@ class Name {
 };
 
 // Orders text as people do: runs of digits compare as numbers, so Ethernet2 stands before Ethernet10. Returns
-// less than, equal to or greater than zero. Texts that differ only in leading zeros are ordered by length.
+// less than, equal to or greater than zero, and zero only for the same text: texts that differ only in
+// leading zeros are ordered by length, then by character.
 int naturalCompare(std::string_view a, std::string_view b) noexcept;
 
 std::ostream& operator<<(std::ostream& out, const Name& name);
@@ -48,5 +51,5 @@ std::ostream& operator<<(std::ostream& out, const Name& name);
 
 template <>
 struct std::hash<Kiln::Name> {
-   std::size_t operator()(const Kiln::Name& name) const noexcept { return name.id(); }
+   std::size_t operator()(const Kiln::Name& name) const noexcept { return name.hash(); }
 };

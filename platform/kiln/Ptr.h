@@ -113,8 +113,8 @@ class Ptr {
    T* object_ = nullptr;
 };
 
-// Makes a tracked T on the heap and hands it out in its first Ptr. A constructor of T must not make a Ptr to
-// the object itself: it would be the last one too.
+// Makes a tracked T on the heap and hands it out in its first Ptr. Neither constructor nor destructor of T
+// may make a Ptr to the object itself: it would be the last one too.
 template <class T, class... Args>
 auto allocate(Args&&... args) {
    Ptr<T> made(new T(std::forward<Args>(args)...));

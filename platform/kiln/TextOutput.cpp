@@ -3,6 +3,7 @@
 
 #include <cerrno>
 #include <charconv>
+#include <csignal>
 #include <cstdarg>
 #include <cstdio>
 #include <poll.h>
@@ -45,32 +46,49 @@ void TextOutput::print(const char* format, ...) {
    va_end(again);
 }
 
-namespace {
-
 template <class Integer>
-void appendNumber(String& buffer, Integer value, unsigned width) {
+void TextOutput::appendNumber(Integer value, unsigned width) {
    char digits[24];
    const char* end = std::to_chars(digits, digits + sizeof digits, value).ptr;
    const auto length = static_cast<std::size_t>(end - digits);
-   if (length < width) {
-      buffer.append(width - length, ' ');
+   if (ok_ && length < width) {
+      buffer_.append(width - length, ' ');
    }
-   buffer.append(digits, length);
+   write({digits, length});
 }
 
-} // namespace
-
 void TextOutput::number(U64 value, unsigned width) {
-   if (ok_) {
-      appendNumber(buffer_, value, width);
-   }
+   appendNumber(value, width);
 }
 
 void TextOutput::number(S64 value, unsigned width) {
-   if (ok_) {
-      appendNumber(buffer_, value, width);
-   }
+   appendNumber(value, width);
 }
+
+namespace {
+
+// write(2), but a closed pipe is only an EPIPE: the SIGPIPE that comes with it goes to the calling thread,
+// which blocks it and takes it away unless one was pending before.
+ssize_t writeWithoutSignal(int fd, std::string_view text) {
+   sigset_t pipeSignal;
+   sigset_t before;
+   sigset_t pending;
+   sigemptyset(&pipeSignal);
+   sigaddset(&pipeSignal, SIGPIPE);
+   sigpending(&pending);
+   pthread_sigmask(SIG_BLOCK, &pipeSignal, &before);
+   const ssize_t written = ::write(fd, text.data(), text.size());
+   const int error = errno;
+   if (written < 0 && error == EPIPE && sigismember(&pending, SIGPIPE) == 0) {
+      const timespec atOnce{};
+      sigtimedwait(&pipeSignal, nullptr, &atOnce);
+   }
+   pthread_sigmask(SIG_SETMASK, &before, nullptr);
+   errno = error;
+   return written;
+}
+
+} // namespace
 
 void TextOutput::flush() {
    std::string_view left = buffer_;
@@ -78,13 +96,13 @@ void TextOutput::flush() {
       std::fwrite(left.data(), 1, left.size(), stdout);
    }
    while (ok_ && !left.empty()) {
-      const ssize_t written = ::write(fd_, left.data(), left.size());
-      if (written >= 0) {
+      const ssize_t written = writeWithoutSignal(fd_, left);
+      if (written > 0) {
          left.remove_prefix(static_cast<std::size_t>(written));
-      } else if (errno == EAGAIN) {
+      } else if (written < 0 && errno == EAGAIN) {
          pollfd wait{fd_, POLLOUT, 0};
          ::poll(&wait, 1, -1);
-      } else if (errno != EINTR) {
+      } else if (written == 0 || errno != EINTR) {
          ok_ = false;
       }
    }

@@ -1,7 +1,8 @@
 // Text to a file descriptor, gathered in a buffer and written in large pieces.
 //
-// Short writes and signals are survived. When the descriptor takes no more (a closed pipe, a full spool) ok()
-// turns false and further text is dropped: a long print looks at ok() and ends early.
+// Short writes and signals are survived, and a descriptor that does not block is waited for. When it takes no
+// more (a closed pipe, a full spool) ok() turns false and further text is dropped: a long print looks at ok()
+// and ends early. A closed pipe raises no SIGPIPE.
 #pragma once
 
 #include "kiln/Types.h"
@@ -29,6 +30,9 @@ class TextOutput {
    void flush();
 
  private:
+   template <class Integer>
+   void appendNumber(Integer value, unsigned width);
+
    static constexpr std::size_t pieceSize = 64 * 1024;
 
    int fd_;

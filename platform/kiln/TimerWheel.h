@@ -21,8 +21,9 @@ class TimerWheel : public Kiln::PtrInterface {
       virtual ~Timer() { wheel_->disarm(*this); }
 
       bool isArmed() const { return armed_; }
-      // Fires once, `delay` seconds from now, rounded up to whole ticks and at most slotCount - 1 of them
-      // ahead.
+      // Fires once, `delay` seconds from the wheel's last tick (from now when the wheel stands), rounded up
+      // to whole ticks, one at least and slotCount - 1 at most. So a handler that arms its timer again with
+      // the same delay keeps its period, however late it runs. NaN is refused with std::invalid_argument.
       void delayIs(double delay) { wheel_->arm(*this, delay); }
       void disarm() { wheel_->disarm(*this); }
 
@@ -50,17 +51,22 @@ class TimerWheel : public Kiln::PtrInterface {
       TimerWheel* wheel;
    };
 
+   double tickTime() const;
    void arm(Timer& timer, double delay);
    void disarm(Timer& timer);
+   void turn();
    void handleTick();
 
-   double tickSeconds_;
+   U32 tickMs_;
    U32 perTick_;
    std::size_t current_;
    std::vector<std::list<Timer*>> slots_;
    std::list<Timer*> due_;  // left over from earlier ticks
    std::list<Timer*> free_; // list nodes of disarmed timers, used again
    std::size_t armedCount_ = 0;
+   bool turning_ = false;
+   double turnStart_ = 0.0; // when the wheel began to turn
+   U64 turnTicks_ = 0;      // ticks from then to the next one
    Tick tick_;
 };
 

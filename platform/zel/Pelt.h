@@ -41,5 +41,5 @@ std::ostream& operator<<(std::ostream& out, const IntfId& intf);
 
 template <>
 struct std::hash<Pelt::IntfId> {
-   std::size_t operator()(const Pelt::IntfId& intf) const noexcept { return intf.name().id(); }
+   std::size_t operator()(const Pelt::IntfId& intf) const noexcept { return intf.name().hash(); }
 };

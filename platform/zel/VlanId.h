@@ -3,6 +3,7 @@
 
 #include "kiln/Types.h"
 
+#include <compare>
 #include <functional>
 #include <iosfwd>
 

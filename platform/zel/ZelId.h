@@ -3,9 +3,6 @@
 
 #include "kiln/Types.h"
 
-#include <compare>
-#include <iosfwd>
-
 namespace ZelId {
 
 // A chip. 0 to 7; 8 stands for none.

@@ -1,0 +1,167 @@
+// The table of the agent's options.
+#include "Options.h"
+
+#include "kiln/Numbers.h"
+#include "kiln/Trace.h"
+
+#include <algorithm>
+#include <array>
+#include <stdexcept>
+
+namespace ZelAgent {
+
+namespace {
+
+// `take` gets the option's value, empty for one without, and throws what is wrong with it.
+struct Option {
+   std::string_view name;
+   std::string_view value; // as help has it; empty when there is none
+   std::string_view help;
+   void (*take)(Options& options, const Kiln::String& value);
+};
+
+[[noreturn]] void refuse(std::string_view name, const Kiln::String& value, std::string_view expected) {
+   throw std::invalid_argument(Kiln::String(name) + " '" + value + "': expected " + Kiln::String(expected));
+}
+
+unsigned number(std::string_view name, const Kiln::String& value, unsigned min, unsigned max) {
+   const auto parsed = Kiln::parseNumber<unsigned>(value, min, max);
+   if (!parsed) {
+      refuse(name, value, std::to_string(min) + " to " + std::to_string(max));
+   }
+   return *parsed;
+}
+
+void takeCapabilities(Options& options, const Kiln::String& list) {
+   ZelSystem::ChipCapabilities capabilities;
+   const std::array<std::pair<std::string_view, bool*>, 4> known{
+        {{"vlan", &capabilities.vlanCounters},
+         {"vxlan", &capabilities.vxlan},
+         {"vrf-nat", &capabilities.vrfNat},
+         {"qos-policy", &capabilities.qosPolicyCounter}}};
+   for (std::string_view left = list; list != "none";) {
+      const std::string_view one = left.substr(0, left.find(','));
+      const auto found =
+           std::find_if(known.begin(), known.end(), [&](const auto& entry) { return entry.first == one; });
+      if (found == known.end()) {
+         refuse("--capabilities", list, "none, or a list out of vlan,vxlan,vrf-nat,qos-policy");
+      }
+      *found->second = true;
+      if (one.size() == left.size()) {
+         break;
+      }
+      left.remove_prefix(one.size() + 1);
+   }
+   options.agent.capabilities = capabilities;
+}
+
+void takeTraffic(Options& options, const Kiln::String& source) {
+   if (source == "none" || source == "synthetic") {
+      options.traffic = source == "none" ? Options::Traffic::none : Options::Traffic::synthetic;
+   } else if (source.find_first_of("./") != Kiln::String::npos) {
+      options.traffic = Options::Traffic::capture;
+      options.captureFile = source;
+   } else {
+      refuse("--traffic", source, "synthetic, none, or the path of a capture file");
+   }
+}
+
+void takeTrace(const Kiln::String& setting) {
+   Kiln::String error;
+   if (!Kiln::traceSettingIs(setting, &error)) {
+      throw std::invalid_argument("--trace '" + setting + "': " + error);
+   }
+}
+
+constexpr std::array options{
+     Option{"--chips", "N", "switching chips, 1 to 8 (1)",
+            [](Options& o, const Kiln::String& v) { o.agent.chips = number("--chips", v, 1, maxChips); }},
+     Option{"--pipes", "N", "pipes of each chip, 1 to 4 (2)",
+            [](Options& o, const Kiln::String& v) { o.agent.pipes = number("--pipes", v, 1, maxPipes); }},
+     Option{"--ports", "N", "front-panel ports of each chip, up to 64 a pipe (32)",
+            [](Options& o, const Kiln::String& v) {
+               o.agent.ports = number("--ports", v, 0, maxPipes * maxFrontPanelPortsPerPipe);
+            }},
+     Option{"--capabilities", "LIST", "out of vlan,vxlan,vrf-nat,qos-policy, or none (all four)",
+            takeCapabilities},
+     Option{"--traffic", "SOURCE", "synthetic, none, or a capture file for the first port (synthetic)",
+            takeTraffic},
+     Option{"--seed", "N", "of the synthetic traffic (1)",
+            [](Options& o, const Kiln::String& v) {
+               const auto seed = Kiln::parseNumber<U64>(v);
+               o.agent.seed = seed ? *seed : (refuse("--seed", v, "a number from 0 upward"), 0);
+            }},
+     Option{"--socket", "PATH", "where commands come in ($ZEL_SOCKET, else a place of the user's own)",
+            [](Options& o, const Kiln::String& v) { o.socketPath = v; }},
+     Option{"--silo", "DIR", "keeps shared tables in files there (the machine's shared memory)",
+            [](Options& o, const Kiln::String& v) { o.agent.siloFolder = v; }},
+     Option{"--hardware", "FILE", "keeps hardware counters there, so that they outlive the agent (none)",
+            [](Options& o, const Kiln::String& v) { o.agent.hardwareFile = v; }},
+     Option{"--trace", "NAME/LEVELS", "trace lines on standard error, as ZelCounters/0-4; may be repeated",
+            [](Options&, const Kiln::String& v) { takeTrace(v); }},
+     Option{"--scenario", "FILE", "runs the statements of a file, or of - for standard input",
+            [](Options& o, const Kiln::String& v) { o.scenario = v; }},
+     Option{"--help", "", "prints this", [](Options& o, const Kiln::String&) { o.help = true; }},
+     Option{"--version", "", "prints the version", [](Options& o, const Kiln::String&) { o.version = true; }},
+};
+
+const Option& optionNamed(std::string_view name) {
+   const auto* found =
+        std::find_if(options.begin(), options.end(), [&](const Option& one) { return one.name == name; });
+   if (found == options.end()) {
+      throw std::invalid_argument("unknown option '" + Kiln::String(name) +
+                                  "': 'zelagent --help' lists those there are");
+   }
+   return *found;
+}
+
+// What each option allows on its own may still not go together.
+void check(const Options& parsed) {
+   const unsigned most = parsed.agent.pipes * maxFrontPanelPortsPerPipe;
+   if (parsed.agent.ports > most) {
+      throw std::invalid_argument("--ports " + std::to_string(parsed.agent.ports) + ": expected at most " +
+                                  std::to_string(most) + " on " + std::to_string(parsed.agent.pipes) +
+                                  " pipes");
+   }
+}
+
+} // namespace
+
+Options parseOptions(std::span<const char* const> arguments) {
+   Options parsed;
+   for (std::size_t i = 0; i < arguments.size(); ++i) {
+      const std::string_view argument = arguments[i];
+      const std::size_t equals = argument.find('=');
+      const Option& option = optionNamed(argument.substr(0, equals));
+      Kiln::String value;
+      if (option.value.empty()) {
+         if (equals != std::string_view::npos) {
+            throw std::invalid_argument(Kiln::String(option.name) + " takes no value");
+         }
+      } else if (equals != std::string_view::npos) {
+         value = argument.substr(equals + 1);
+      } else if (i + 1 < arguments.size()) {
+         value = arguments[++i];
+      }
+      if (!option.value.empty() && value.empty()) {
+         throw std::invalid_argument(Kiln::String(option.name) +
+                                     " needs a value: " + Kiln::String(option.help));
+      }
+      option.take(parsed, value);
+   }
+   check(parsed);
+   return parsed;
+}
+
+Kiln::String optionsHelp() {
+   constexpr std::size_t column = 24;
+   Kiln::String text;
+   for (const Option& option : options) {
+      Kiln::String left = Kiln::String(option.name) + " " + Kiln::String(option.value);
+      left.resize(std::max(column, left.size() + 1), ' ');
+      text += "   " + left + Kiln::String(option.help) + "\n";
+   }
+   return text;
+}
+
+} // namespace ZelAgent

@@ -1,0 +1,31 @@
+// The agent's command line.
+#pragma once
+
+#include "SwitchAgent.h"
+
+#include <optional>
+#include <span>
+#include <vector>
+
+namespace ZelAgent {
+
+struct Options {
+   enum class Traffic : U8 { none, synthetic, capture };
+
+   SwitchAgentConfig agent;
+   Traffic traffic = Traffic::synthetic;
+   Kiln::String captureFile;             // of Traffic::capture
+   Kiln::String socketPath;              // empty: the default one
+   std::optional<Kiln::String> scenario; // a file, or "-" for standard input
+   bool help = false;
+   bool version = false;
+};
+
+// Takes the arguments after the program's name, and puts trace settings into force. An argument that can't be
+// is a std::invalid_argument that says what is expected.
+Options parseOptions(std::span<const char* const> arguments);
+
+// What --help prints of the options.
+Kiln::String optionsHelp();
+
+} // namespace ZelAgent

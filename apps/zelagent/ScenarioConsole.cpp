@@ -1,0 +1,309 @@
+// The statements of a scenario.
+#include "ScenarioConsole.h"
+
+#include "agent/CommandSpool.h"
+#include "kiln/ActivityLock.h"
+#include "kiln/ActivityManager.h"
+#include "kiln/Numbers.h"
+#include "kiln/OperatorLog.h"
+#include "kiln/RingLog.h"
+#include "zel/VlanId.h"
+
+#include <algorithm>
+#include <climits>
+#include <stdexcept>
+
+namespace ZelAgent {
+
+// A word in lower case is itself; one in capitals is an operand, one in brackets may be left out, and "..."
+// stands for any number of words. `run` gets the operands.
+struct ScenarioConsole::Statement {
+   std::string_view form;
+   std::string_view help;
+   void (ScenarioConsole::*run)(const Words& operands);
+};
+
+const ScenarioConsole::Statement ScenarioConsole::statements[] = {
+     {"advance SECONDS", "time passes; every clock and completion due fires in order",
+      &ScenarioConsole::advance},
+     {"counters ...", "a diagnostic command, as over the channel", &ScenarioConsole::counters},
+     {"rmon INTF INDEX flip BIT", "flips a bit of a raw hardware RMON counter", &ScenarioConsole::flipRmon},
+     {"rmon INTF INDEX VALUE", "sets a raw hardware RMON counter", &ScenarioConsole::setRmon},
+     {"replay INTF FILE", "a capture's frames arrive on the interface, at once", &ScenarioConsole::replay},
+     {"traffic on|off", "synthetic traffic, seeded", &ScenarioConsole::traffic},
+     {"polling SECONDS", "from the end of one polling pass to the start of the next, once re-armed",
+      &ScenarioConsole::polling},
+     {"table CHIP COUNTER PIPE INDEX PACKETS BYTES",
+      "sets an entry of a counter table; PIPE is all where it is not per pipe", &ScenarioConsole::setTable},
+     {"capacity CHIP TABLE N", "how many entries a match table holds", &ScenarioConsole::capacity},
+     {"access INTF VLAN", "the VLAN of the port's untagged frames", &ScenarioConsole::accessVlan},
+     {"sdk completion inline|deferred|lost", "how accepted requests complete from here on",
+      &ScenarioConsole::completion},
+     {"sdk completion late SECONDS", "they complete that much later", &ScenarioConsole::lateCompletion},
+     {"sdk ENTRY-POINT fail STATUS [TIMES]", "its next calls return STATUS", &ScenarioConsole::failSdk},
+     {"sdk ENTRY-POINT takes SECONDS", "each of its calls takes that much time", &ScenarioConsole::costSdk},
+     {"chip add NAME", "the chip comes up, with its front-panel ports", &ScenarioConsole::addChip},
+     {"chip delete NAME", "the chip goes away, and its ports", &ScenarioConsole::deleteChip},
+     {"chip state NAME N", "sets the state in the chip's status, 8 for up", &ScenarioConsole::chipState},
+     {"port add INTF CHIP DEVICE-PORT", "gives an interface the port pipe x 128 + slot",
+      &ScenarioConsole::addPort},
+     {"port delete INTF", "the interface's port goes away", &ScenarioConsole::deletePort},
+     {"log", "prints the operator log since the last log", &ScenarioConsole::log},
+     {"ringlog", "prints the ring log", &ScenarioConsole::ringLog},
+};
+
+namespace {
+
+using Words = std::vector<Kiln::String>;
+
+// Beyond it a scenario would run for days: taken for a slip.
+constexpr double longestAdvance = 1e6; // seconds
+
+[[noreturn]] void refuse(std::string_view operand, const Kiln::String& word, std::string_view expected) {
+   throw std::invalid_argument(Kiln::String(operand) + " '" + word + "': expected " + Kiln::String(expected));
+}
+
+double seconds(const Kiln::String& word) {
+   const auto value = Kiln::parseSeconds(word, longestAdvance);
+   if (!value) {
+      refuse("SECONDS", word, "a time from 0 to 1000000, as 2 or 0.5");
+   }
+   return *value;
+}
+
+template <class T>
+T number(std::string_view operand, const Kiln::String& word, T min, T max) {
+   const auto value = Kiln::parseNumber<T>(word, min, max);
+   if (!value) {
+      refuse(operand, word, "a number from " + std::to_string(min) + " to " + std::to_string(max));
+   }
+   return *value;
+}
+
+unsigned rmonIndex(const Kiln::String& word) {
+   return number<unsigned>("INDEX", word, 0, BF_NUM_RMON_COUNTERS - 1);
+}
+
+U64 counterValue(std::string_view operand, const Kiln::String& word) {
+   const auto value = Kiln::parseValue(word);
+   if (!value) {
+      refuse(operand, word, "a 64-bit number, decimal or 0x and hexadecimal");
+   }
+   return *value;
+}
+
+// A form's word that stands for what is typed: capitals, or a choice of words.
+bool isOperand(std::string_view formWord) {
+   return formWord.find_first_of("|ABCDEFGHIJKLMNOPQRSTUVWXYZ") != std::string_view::npos;
+}
+
+bool isOptional(std::string_view formWord) {
+   return formWord.front() == '[';
+}
+
+bool isChoiceOf(std::string_view formWord, const Kiln::String& word) {
+   return formWord.find('|') == std::string_view::npos ||
+          ("|" + Kiln::String(formWord) + "|").find("|" + word + "|") != Kiln::String::npos;
+}
+
+// Whether the words are a statement of this form; its operands then.
+bool matches(std::string_view form, const Words& words, Words* operands) {
+   const Words formWords = Agent::splitWords(form);
+   operands->clear();
+   std::size_t at = 0;
+   for (const Kiln::String& formWord : formWords) {
+      if (formWord == "...") {
+         operands->assign(words.begin() + static_cast<std::ptrdiff_t>(at), words.end());
+         return true;
+      }
+      if (at == words.size()) {
+         return isOptional(formWord);
+      }
+      if (isOperand(formWord)) {
+         if (!isChoiceOf(formWord, words[at])) {
+            return false;
+         }
+         operands->push_back(words[at]);
+      } else if (formWord != words[at]) {
+         return false;
+      }
+      ++at;
+   }
+   return at == words.size();
+}
+
+} // namespace
+
+ScenarioConsole::ScenarioConsole(SwitchAgent& agent, int outFd, int errorFd)
+     : agent_(agent), outFd_(outFd), errorFd_(errorFd) {}
+
+Kiln::String ScenarioConsole::statementsHelp() {
+   constexpr std::size_t column = 48;
+   Kiln::String text;
+   for (const Statement& statement : statements) {
+      Kiln::String left(statement.form);
+      left.resize(std::max(column, left.size() + 1), ' ');
+      text += "   " + left + Kiln::String(statement.help) + "\n";
+   }
+   return text;
+}
+
+ScenarioConsole::Status ScenarioConsole::run(std::istream& scenario, const Kiln::String& name) {
+   Kiln::String line;
+   for (unsigned number = 1; std::getline(scenario, line); ++number) {
+      try {
+         runLine(line);
+      } catch (const std::exception& error) {
+         Kiln::TextOutput(errorFd_).write(name + ":" + std::to_string(number) + ": " + error.what() + "\n");
+         return badStatement;
+      }
+   }
+   return anyRefused_ ? commandRefused : passed;
+}
+
+void ScenarioConsole::runLine(const Kiln::String& line) {
+   Words words = Agent::splitWords(line);
+   words.erase(std::find_if(words.begin(), words.end(), [](const auto& word) { return word[0] == '#'; }),
+               words.end());
+   if (words.empty()) {
+      return;
+   }
+   const auto lock = Kiln::ActivityLockAnchor::lock();
+   Words operands;
+   Kiln::String forms;
+   for (const Statement& statement : statements) {
+      if (matches(statement.form, words, &operands)) {
+         (this->*statement.run)(operands);
+         return;
+      }
+      if (statement.form.substr(0, statement.form.find(' ')) == words.front()) {
+         forms += (forms.empty() ? "" : ", or ") + Kiln::String(statement.form);
+      }
+   }
+   if (!forms.empty()) {
+      throw std::invalid_argument("bad operands: expected " + forms);
+   }
+   throw std::invalid_argument("unknown statement '" + words.front() +
+                               "': 'zelagent --help' lists those there are");
+}
+
+void ScenarioConsole::advance(const Words& operands) {
+   Kiln::ActivityManager::instance()->advance(seconds(operands[0]));
+}
+
+void ScenarioConsole::counters(const Words& operands) {
+   Kiln::String command = "counters";
+   for (const Kiln::String& word : operands) {
+      command += " " + word;
+   }
+   const Agent::CommandSpool spool;
+   const Agent::CommandResult result = agent_.commandRunner()->run(command, spool);
+   spool.copyTo(outFd_);
+   if (!result.ok()) {
+      anyRefused_ = true;
+      Kiln::TextOutput(errorFd_).write("% " + result.error + "\n");
+   }
+}
+
+void ScenarioConsole::setRmon(const Words& operands) {
+   const SwitchAgent::Port port = agent_.portOf(operands[0]);
+   port.chip.rmonIs(port.devicePort, rmonIndex(operands[1]), counterValue("VALUE", operands[2]));
+}
+
+void ScenarioConsole::flipRmon(const Words& operands) {
+   const SwitchAgent::Port port = agent_.portOf(operands[0]);
+   port.chip.rmonFlip(port.devicePort, rmonIndex(operands[1]), number<unsigned>("BIT", operands[2], 0, 63));
+}
+
+void ScenarioConsole::replay(const Words& operands) {
+   const SwitchAgent::Port port = agent_.portOf(operands[0]);
+   SoftChip::Traffic::replay(port.chip, port.devicePort, operands[1]);
+}
+
+void ScenarioConsole::traffic(const Words& operands) {
+   agent_.traffic().onIs(operands[0] == "on");
+}
+
+void ScenarioConsole::polling(const Words& operands) {
+   agent_.countersMgr().sdkPollingIntervalIs(seconds(operands[0]));
+}
+
+void ScenarioConsole::setTable(const Words& operands) {
+   const U16 pipe = operands[2] == "all"
+                         ? SoftChip::allPipes
+                         : number<U16>("PIPE", operands[2], 0, static_cast<U16>(maxPipes - 1));
+   const SoftChip::CounterValue value{counterValue("PACKETS", operands[4]),
+                                      counterValue("BYTES", operands[5])};
+   agent_.chipNamed(operands[0])
+        .tableEntryIs(operands[1], pipe, number<U32>("INDEX", operands[3], 0, UINT_MAX), value);
+}
+
+void ScenarioConsole::capacity(const Words& operands) {
+   agent_.chipNamed(operands[0]).capacityIs(operands[1], number<U32>("N", operands[2], 0, UINT_MAX));
+}
+
+void ScenarioConsole::accessVlan(const Words& operands) {
+   const SwitchAgent::Port port = agent_.portOf(operands[0]);
+   port.chip.accessVlanIs(port.devicePort,
+                          number<U16>("VLAN", operands[1], Bridging::VlanId::min, Bridging::VlanId::max));
+}
+
+void ScenarioConsole::failSdk(const Words& operands) {
+   const int status = number<int>("STATUS", operands[1], INT_MIN, INT_MAX);
+   const U32 times = operands.size() > 2 ? number<U32>("TIMES", operands[2], 1, UINT_MAX) : 1;
+   agent_.fleet().faults().failNext(operands[0], status, times);
+}
+
+void ScenarioConsole::costSdk(const Words& operands) {
+   agent_.fleet().faults().costIs(operands[0], seconds(operands[1]));
+}
+
+void ScenarioConsole::completion(const Words& operands) {
+   using Kind = SoftChip::CompletionMode::Kind;
+   const Kind kind = operands[0] == "inline"     ? Kind::inlined
+                     : operands[0] == "deferred" ? Kind::deferred
+                                                 : Kind::lost;
+   agent_.fleet().completions().modeIs({kind, 0.0, 1});
+}
+
+void ScenarioConsole::lateCompletion(const Words& operands) {
+   agent_.fleet().completions().modeIs({SoftChip::CompletionMode::Kind::late, seconds(operands[0]), 1});
+}
+
+void ScenarioConsole::addChip(const Words& operands) {
+   agent_.chipAdd(operands[0]);
+}
+
+void ScenarioConsole::deleteChip(const Words& operands) {
+   agent_.chipDel(operands[0]);
+}
+
+void ScenarioConsole::chipState(const Words& operands) {
+   agent_.chipStateIs(operands[0], number<U32>("N", operands[1], 0, UINT_MAX));
+}
+
+void ScenarioConsole::addPort(const Words& operands) {
+   agent_.portAdd(Pelt::IntfId(Kiln::Name(operands[0])), operands[1],
+                  number<U16>("DEVICE-PORT", operands[2], 0, ZelId::PortIndex::invalid - 1));
+}
+
+void ScenarioConsole::deletePort(const Words& operands) {
+   agent_.portDel(Pelt::IntfId(Kiln::Name(operands[0])));
+}
+
+void ScenarioConsole::log(const Words& /*operands*/) {
+   Kiln::TextOutput out(outFd_);
+   for (const Kiln::OperatorLog::Entry& entry : Kiln::OperatorLog::instance().newEntries()) {
+      out.print("%.6f %s (%s): %s\n", entry.time, entry.message->id,
+                Kiln::severityText(entry.message->severity), entry.text.c_str());
+   }
+}
+
+void ScenarioConsole::ringLog(const Words& /*operands*/) {
+   Kiln::TextOutput out(outFd_);
+   for (const Kiln::String& line : Kiln::RingLog::instance().lines()) {
+      out.write(line + "\n");
+   }
+}
+
+} // namespace ZelAgent

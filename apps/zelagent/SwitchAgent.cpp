@@ -1,0 +1,218 @@
+// Wires the agent's parts together and brings chips and ports up and down.
+#include "SwitchAgent.h"
+
+#include "kiln/ActivityLock.h"
+#include "kiln/ActivityManager.h"
+#include "kiln/Numbers.h"
+#include "zl/ZelSdk.h"
+
+#include <cerrno>
+#include <cstring>
+#include <stdexcept>
+#include <sys/stat.h>
+
+namespace ZelAgent {
+
+namespace {
+
+constexpr const char* chipTypeName = "soft chip";
+constexpr std::string_view chipNamePrefix = "Zel";
+constexpr U32 sdkSession = 1;
+
+ZelId::ZelDevId deviceOf(const Kiln::String& chipName) {
+   const std::string_view name = chipName;
+   const auto number =
+        name.substr(0, chipNamePrefix.size()) == chipNamePrefix
+             ? Kiln::parseNumber<ZelId::ZelDevId>(name.substr(chipNamePrefix.size()), 0, maxChips - 1)
+             : std::nullopt;
+   // "Zel01" is a number too, and no chip's name.
+   if (!number || chipName != Kiln::String(chipNamePrefix) + std::to_string(*number)) {
+      throw std::invalid_argument("no chip can be named '" + chipName + "': expected Zel0 to Zel7");
+   }
+   return *number;
+}
+
+void makeFolder(const Kiln::String& path) {
+   if (!path.empty() && mkdir(path.c_str(), 0755) != 0 && errno != EEXIST) {
+      throw std::runtime_error("cannot create the folder " + path + ": " + std::strerror(errno));
+   }
+}
+
+} // namespace
+
+SwitchAgent::SwitchAgent(const SwitchAgentConfig& config) : config_(config) {
+   const auto lock = Kiln::ActivityLockAnchor::lock();
+   sess_hdl = sdkSession;
+   smRunning = 1;
+   makeFolder(config_.siloFolder);
+   fleet_ = std::make_unique<SoftChip::Fleet>(config_.hardwareFile);
+   traffic_ = std::make_unique<SoftChip::Traffic>(*fleet_, Kiln::activityManagerClock(), config_.seed);
+
+   systemStatus_ = Kiln::allocate<ZelSystem::SystemStatus>();
+   systemStatus_->chipCapabilitiesIs(chipTypeName, config_.capabilities);
+   systemStatus_->hasNotificationActiveIs(true);
+   ethPhyIntfStatusDir_ = Kiln::allocate<Interface::EthPhyIntfStatusDir>();
+   ethPhyIntfStatusDir_->hasNotificationActiveIs(true);
+
+   commandDirectory_ = Kiln::allocate<Agent::AgentCommandRequestDirSm>();
+   mgr_ = ZelCounter::zelCountersMgrFactory(systemStatus_, mount(), Kiln::allocate<Vex::VexCommonSmData>(),
+                                            commandDirectory_, Kiln::allocate<ZelQos::TmCountersData>(),
+                                            Kiln::allocate<ZelQos::TmCountersData>(),
+                                            Kiln::allocate<ZelCounter::CliPortDropData>());
+   commandRunner_ = Kiln::allocate<Agent::CommandRunner>(commandDirectory_);
+   commandRunner_->commandTypeIs("counters", "ZelCountersCli");
+
+   for (unsigned chip = 0; chip < config_.chips; ++chip) {
+      chipAdd(Kiln::String(chipNamePrefix) + std::to_string(chip));
+   }
+}
+
+SwitchAgent::~SwitchAgent() {
+   {
+      const auto lock = Kiln::ActivityLockAnchor::lock();
+      smRunning = 0;
+      traffic_ = nullptr;
+      commandRunner_ = nullptr;
+      mgr_ = nullptr;
+   }
+   fleet_ = nullptr;
+   if (config_.tablesAreTemporary) {
+      for (const char* table : Silo::Interface::TableName::all) {
+         tableStore().remove(table);
+      }
+   }
+}
+
+Silo::Store SwitchAgent::tableStore() const {
+   return config_.siloFolder.empty() ? Silo::Store::sharedMemory(config_.tablePrefix)
+                                     : Silo::Store::directory(config_.siloFolder);
+}
+
+Kiln::Ptr<ZelCounter::CountersMounts> SwitchAgent::mount() const {
+   const Vex::SharedTables tables = Vex::openSharedTables(tableStore());
+   auto mounts = Kiln::allocate<ZelCounter::CountersMounts>();
+   mounts->ethPhyIntfConfigDirIs(Kiln::allocate<Interface::EthPhyIntfConfigDir>());
+   mounts->ethPhyIntfStatusDirIs(ethPhyIntfStatusDir_);
+   mounts->ethIntfCounterWriterStatusIs(Kiln::allocate<Vex::Counters::WriterStatus>());
+   mounts->globalIntfConfigIs(Kiln::allocate<Interface::GlobalIntfConfig>());
+   mounts->vexCliConfigIs(Kiln::allocate<Vex::Counters::CliConfig>());
+   mounts->qosPolicyDropCountSiloTableIs(Kiln::allocate<Silo::ZelSystem::P4CounterTable>());
+   mounts->allIntfCountersIs(tables.allIntfCounters);
+   mounts->allIntfClearCountersIs(tables.allIntfClearCounters);
+   mounts->writerConfigIs(Kiln::allocate<Vex::Counters::WriterConfig>());
+   mounts->allIntfQueueCountersIs(tables.allIntfQueueCounters);
+   mounts->allIntfClearQueueCountersIs(tables.allIntfClearQueueCounters);
+   mounts->bridgingConfigIs(Kiln::allocate<Bridging::BridgingConfig>());
+   mounts->vlanIntfConfigDirIs(Kiln::allocate<Interface::VlanIntfConfigDir>());
+   mounts->vlanIntfStatusDirIs(Kiln::allocate<Interface::VlanIntfStatusDir>());
+   mounts->allVlanIntfCountersIs(tables.allVlanIntfCounters);
+   mounts->vlanIntfCounterWriterStatusIs(Kiln::allocate<Vex::Counters::WriterStatus>());
+   mounts->subIntfConfigDirIs(Kiln::allocate<Interface::SubIntfConfigDir>());
+   mounts->subIntfStatusDirIs(Kiln::allocate<Interface::SubIntfStatusDir>());
+   mounts->subIntfCountersDirIs(tables.subIntfCountersDir);
+   mounts->subIntfCountersSnapshotDirIs(tables.subIntfCountersSnapshotDir);
+   mounts->intfAllNatCounterDirIs(tables.intfAllNatCounterDir);
+   mounts->aclCounterTableIs(Kiln::allocate<Silo::ZelSystem::AclCounterTable>());
+   mounts->aclCounterClearRequestIs(Kiln::allocate<ZelAclCounter::AclCounterClearRequest>());
+   mounts->aclCounterClearResponseIs(Kiln::allocate<ZelAclCounter::AclCounterClearResponse>());
+   return mounts;
+}
+
+void SwitchAgent::chipAdd(const Kiln::String& name) {
+   Kiln::ActivityLockAnchor::assertHeld();
+   const ZelId::ZelDevId devId = deviceOf(name);
+   chipDel(name);
+   SoftChip::Chip& chip = fleet_->chipAdd({name, devId, config_.pipes});
+   auto status = Kiln::allocate<ZelSlice::ChipStatus>();
+   status->highestLogicalPipeIdIs(static_cast<U16>(config_.pipes - 1));
+   status->internalIntfIs(Pelt::IntfId(Kiln::Name("Internal" + std::to_string(devId + 1))));
+   status->hasNotificationActiveIs(true);
+   chipStatus_.set(name, status);
+   portsAdd(chip);
+   mgr_->addChip(devId, name, {chipTypeName}, ZelSdk::getZelSessionHdl(), Kiln::allocate<SoftChip::SoftPd>(),
+                 chip.program(), status);
+}
+
+// The first ports go to the first pipe, so that names and device ports have one order.
+void SwitchAgent::portsAdd(SoftChip::Chip& chip) {
+   unsigned number = chip.deviceId() * config_.ports;
+   for (unsigned pipe = 0; pipe < config_.pipes; ++pipe) {
+      const unsigned share = config_.ports / config_.pipes + (pipe < config_.ports % config_.pipes ? 1 : 0);
+      for (unsigned slot = 0; slot < share; ++slot) {
+         portAdd(Pelt::IntfId(Kiln::Name("Ethernet" + std::to_string(++number))), chip.name(),
+                 static_cast<U16>(pipe * ZelSystem::slotsPerPipe + slot));
+      }
+   }
+}
+
+void SwitchAgent::chipDel(const Kiln::String& name) {
+   Kiln::ActivityLockAnchor::assertHeld();
+   mgr_->deleteChip(name);
+   if (!chipStatus_.contains(name)) {
+      return;
+   }
+   const ZelId::ZelDevId devId = deviceOf(name);
+   for (const Pelt::IntfId& intf : systemStatus_->portInfo().keys()) {
+      if (systemStatus_->portInfo(intf).devId == devId) {
+         ethPhyIntfStatusDir_->intfStatusDel(intf);
+         systemStatus_->portInfoDel(intf);
+      }
+   }
+   chipStatus_.erase(name);
+   fleet_->chipDel(devId);
+}
+
+SoftChip::Chip& SwitchAgent::chipNamed(const Kiln::String& name) const {
+   SoftChip::Chip* const chip = fleet_->chip(name);
+   if (chip != nullptr) {
+      return *chip;
+   }
+   Kiln::String names;
+   for (const auto& [known, status] : chipStatus_) {
+      names += (names.empty() ? "" : ", ") + known;
+   }
+   throw std::invalid_argument("unknown chip '" + name + "': expected " +
+                               (names.empty() ? "none, since none is up" : names));
+}
+
+void SwitchAgent::chipStateIs(const Kiln::String& name, U32 state) {
+   Kiln::ActivityLockAnchor::assertHeld();
+   chipNamed(name);
+   (*chipStatus_.find(name))->stateIs(state);
+}
+
+void SwitchAgent::portAdd(const Pelt::IntfId& intf, const Kiln::String& chipName, U16 devicePort) {
+   Kiln::ActivityLockAnchor::assertHeld();
+   SoftChip::Chip& chip = chipNamed(chipName);
+   const ZelSystem::PortRecord record{chip.deviceId(), devicePort};
+   if (record.pipe() >= config_.pipes || record.pipePort() > maxPipePort) {
+      throw std::invalid_argument(
+           "no device port " + std::to_string(devicePort) + ": expected pipe x 128 + slot, with pipe 0 to " +
+           std::to_string(config_.pipes - 1) + " and slot 0 to " + std::to_string(maxPipePort));
+   }
+   if (systemStatus_->portInfo().contains(intf)) {
+      throw std::invalid_argument("interface " + intf.text() + " has a port already: delete that first");
+   }
+   systemStatus_->portInfoIs(intf, record);
+   chip.portAdd(devicePort);
+   ethPhyIntfStatusDir_->intfStatusIs(intf, true);
+}
+
+void SwitchAgent::portDel(const Pelt::IntfId& intf) {
+   Kiln::ActivityLockAnchor::assertHeld();
+   const Port port = portOf(intf.text());
+   ethPhyIntfStatusDir_->intfStatusDel(intf);
+   systemStatus_->portInfoDel(intf);
+   port.chip.portDel(port.devicePort);
+}
+
+SwitchAgent::Port SwitchAgent::portOf(const Kiln::String& intf) const {
+   for (const auto& [known, record] : systemStatus_->portInfo()) {
+      if (known.text() == intf) {
+         return {*fleet_->chip(record.devId), record.devicePort};
+      }
+   }
+   throw std::invalid_argument("unknown interface '" + intf + "': expected one that has a port");
+}
+
+} // namespace ZelAgent

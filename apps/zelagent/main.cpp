@@ -1,0 +1,135 @@
+// zelagent: a switch agent over software chips, in real time or through a scenario.
+#include "Options.h"
+#include "ScenarioConsole.h"
+#include "agent/CommandChannel.h"
+#include "agent/CommandSocket.h"
+#include "kiln/ActivityLock.h"
+#include "kiln/ActivityManager.h"
+#include "kiln/OperatorLog.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <unistd.h>
+
+namespace {
+
+using ZelAgent::Options;
+using ZelAgent::ScenarioConsole;
+using ZelAgent::SwitchAgent;
+
+constexpr int cannotRun = 1; // wrong options, or what they ask for can't be had
+
+// What a signal handler may reach. Set before the handlers are, and good until the end of the process.
+Kiln::ActivityManager* signalled = nullptr;
+
+void handleSignal(int /*signal*/) {
+   const int error = errno;
+   signalled->stop();
+   errno = error;
+}
+
+void endOnSignals() {
+   static const Kiln::Ptr<Kiln::ActivityManager> manager = Kiln::ActivityManager::instance();
+   signalled = manager.ptr();
+   struct sigaction action {};
+   action.sa_handler = handleSignal;
+   sigaction(SIGTERM, &action, nullptr);
+   sigaction(SIGINT, &action, nullptr);
+}
+
+void printHelp() {
+   std::cout
+        << "Usage: zelagent [OPTION]...\n\n"
+           "A switch agent that counts: software chips, their ports and the counters library. Ask it with "
+           "zelctl.\n\n"
+        << ZelAgent::optionsHelp()
+        << "\nStatements of a scenario, one a line; '#' begins a comment. Time stands still but for "
+           "advance.\n\n"
+        << ScenarioConsole::statementsHelp()
+        << "\nA scenario ends with status 0; 1 when a command was refused; 2 at a statement that can't "
+           "be.\n";
+}
+
+void startTraffic(SwitchAgent& agent, const Options& options) {
+   const auto lock = Kiln::ActivityLockAnchor::lock();
+   if (options.traffic == Options::Traffic::synthetic) {
+      agent.traffic().onIs(true);
+   } else if (options.traffic == Options::Traffic::capture) {
+      const SwitchAgent::Port port = agent.portOf("Ethernet1");
+      SoftChip::Traffic::replay(port.chip, port.devicePort, options.captureFile);
+   }
+}
+
+int runScenario(const Options& options) {
+   const Kiln::String& name = *options.scenario;
+   std::ifstream file;
+   if (name != "-") {
+      file.open(name);
+      if (!file) {
+         throw std::runtime_error("cannot open the scenario " + name + ": " + std::strerror(errno));
+      }
+   }
+   Kiln::System::timeSourceIs(Kiln::allocate<Kiln::SimulatedTime>());
+   // A scenario keeps out of the way of an agent that runs beside it.
+   ZelAgent::SwitchAgentConfig config = options.agent;
+   config.tablesAreTemporary = config.siloFolder.empty();
+   config.tablePrefix += "-scenario-" + std::to_string(getpid());
+   SwitchAgent agent(config);
+   return ScenarioConsole(agent, STDOUT_FILENO, STDERR_FILENO).run(name == "-" ? std::cin : file, name);
+}
+
+// The operator sees log messages as they come.
+void logToStandardError() {
+   Kiln::OperatorLog::instance().sinkIs([](const Kiln::OperatorLog::Entry& entry) {
+      std::fprintf(stderr, "%s (%s): %s\n", entry.message->id, Kiln::severityText(entry.message->severity),
+                   entry.text.c_str());
+   });
+}
+
+int runAgent(const Options& options) {
+   // The SDK's completions come on a thread of their own.
+   Kiln::threadSafePtrModeIs(true);
+   logToStandardError();
+   const auto manager = Kiln::ActivityManager::instance();
+   if (options.socketPath.empty()) {
+      Agent::prepareDefaultSocketFolder();
+   }
+   const Kiln::String socketPath =
+        options.socketPath.empty() ? Agent::defaultSocketPath() : options.socketPath;
+   SwitchAgent agent(options.agent);
+   agent.fleet().completions().modeIs({SoftChip::CompletionMode::Kind::thread, 0.0, 1});
+   startTraffic(agent, options);
+   const Agent::CommandChannel channel(manager, agent.commandRunner(), socketPath);
+   endOnSignals();
+   std::printf("zelagent: %u chips, %u ports each, commands on %s\n", options.agent.chips,
+               options.agent.ports, socketPath.c_str());
+   manager->run();
+   return 0;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+   std::signal(SIGPIPE, SIG_IGN);
+   // What is printed through descriptors and what through streams come in one order.
+   std::setvbuf(stdout, nullptr, _IOLBF, 0);
+   try {
+      const Options options = ZelAgent::parseOptions({argv + 1, static_cast<std::size_t>(argc - 1)});
+      if (options.help) {
+         printHelp();
+         return 0;
+      }
+      if (options.version) {
+         std::cout << "zelagent " ZEL_VERSION "\n";
+         return 0;
+      }
+      return options.scenario ? runScenario(options) : runAgent(options);
+   } catch (const std::exception& error) {
+      std::cerr << "% " << error.what() << '\n';
+      return cannotRun;
+   }
+}

@@ -1,0 +1,115 @@
+// One command's conversation with the agent.
+#include "AgentConnection.h"
+
+#include "agent/CommandSocket.h"
+
+#include <cerrno>
+#include <cstring>
+#include <stdexcept>
+#include <sys/time.h>
+#include <unistd.h>
+
+namespace ZelCtl {
+
+namespace {
+
+constexpr int connectTimeout = 5; // seconds
+constexpr int answerTimeout = 30; // seconds without a byte
+
+class Connection {
+ public:
+   explicit Connection(const Kiln::String& path)
+        : path_(path), fd_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+      if (fd_ < 0) {
+         throw std::runtime_error(Kiln::String("cannot create a socket: ") + std::strerror(errno));
+      }
+   }
+   Connection(const Connection&) = delete;
+   Connection& operator=(const Connection&) = delete;
+   ~Connection() {
+      if (fd_ >= 0) {
+         close(fd_);
+      }
+   }
+
+   void open() {
+      const Agent::SocketAddress address(path_);
+      timeoutIs(SO_SNDTIMEO, connectTimeout);
+      timeoutIs(SO_RCVTIMEO, answerTimeout);
+      if (connect(fd_, address.any(), address.length()) == 0) {
+         return;
+      }
+      if (errno == ENOENT || errno == ECONNREFUSED || errno == ENOTDIR || errno == ENOTSOCK) {
+         throw std::runtime_error("no agent answers on " + path_ +
+                                  ": start one with 'zelagent', or name its socket with --socket PATH");
+      }
+      if (errno == EACCES || errno == EPERM) {
+         throw std::runtime_error("no permission to open " + path_ + ": run as the agent's user");
+      }
+      throw std::runtime_error("the agent on " + path_ + " takes no connection: " + std::strerror(errno));
+   }
+
+   // An agent that refuses early answers before it has read everything, so a failing send is no error yet.
+   void send(const Kiln::String& line) {
+      const Kiln::String bytes = line + "\n";
+      for (std::size_t sent = 0; sent < bytes.size();) {
+         const ssize_t taken = ::send(fd_, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
+         if (taken < 0 && errno != EINTR) {
+            return;
+         }
+         sent += taken > 0 ? static_cast<std::size_t>(taken) : 0;
+      }
+   }
+
+   Kiln::String receive() {
+      Kiln::String all;
+      char bytes[64 * 1024];
+      for (;;) {
+         const ssize_t got = recv(fd_, bytes, sizeof bytes, 0);
+         if (got > 0) {
+            all.append(bytes, static_cast<std::size_t>(got));
+         } else if (got == 0 || all.find(Agent::errorMark) != Kiln::String::npos) {
+            return all;
+         } else if (errno == EAGAIN) {
+            throw std::runtime_error("the agent on " + path_ + " did not answer within " +
+                                     std::to_string(answerTimeout) + " seconds: try again");
+         } else if (errno != EINTR) {
+            throw std::runtime_error("the agent on " + path_ +
+                                     " broke off its answer: " + std::strerror(errno));
+         }
+      }
+   }
+
+ private:
+   void timeoutIs(int option, int seconds) {
+      const timeval timeout{seconds, 0};
+      setsockopt(fd_, SOL_SOCKET, option, &timeout, sizeof timeout);
+   }
+
+   Kiln::String path_;
+   int fd_;
+};
+
+} // namespace
+
+Answer ask(const Kiln::String& socketPath, const Kiln::String& line) {
+   Answer answer;
+   try {
+      Connection connection(socketPath);
+      connection.open();
+      connection.send(line);
+      answer.text = connection.receive();
+   } catch (const std::exception& error) {
+      answer.error = Kiln::String("% ") + error.what();
+      return answer;
+   }
+   const std::size_t mark = answer.text.find(Agent::errorMark);
+   if (mark != Kiln::String::npos) {
+      answer.error = answer.text.substr(mark + 1);
+      answer.error.resize(std::min(answer.error.find('\n'), answer.error.size()));
+      answer.text.resize(mark);
+   }
+   return answer;
+}
+
+} // namespace ZelCtl

@@ -1,0 +1,139 @@
+// The completion path of MAC reads, lock to stored snapshot, for 456 ports a chip and 1 to 8 chips, against a plain
+// memcpy of the same bytes in the same loop; its allocations; and what a trace line that is off costs.
+#include "AllocationCount.h"
+#include "ZelCounters.h"
+#include "ZelCountersTrace.h"
+#include "kiln/ActivityLock.h"
+
+#include <benchmark/benchmark.h>
+#include <cstring>
+#include <ctime>
+#include <memory>
+#include <vector>
+
+namespace {
+
+// CPU time of this thread, so that what else the machine does counts for neither side.
+double cpuSeconds() {
+   timespec now{};
+   clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+   return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
+}
+
+constexpr unsigned portsPerChip = ZelId::PortIndex::invalid;
+
+Kiln::Ptr<ZelSystem::SystemStatus> systemStatusWithPorts(unsigned chips) {
+   auto status = Kiln::allocate<ZelSystem::SystemStatus>();
+   for (unsigned chip = 0; chip < chips; ++chip) {
+      for (unsigned port = 0; port < portsPerChip; ++port) {
+         const std::string name = "Ethernet" + std::to_string(chip * portsPerChip + port + 1);
+         status->portInfoIs(Pelt::IntfId(name.c_str()),
+                            {static_cast<ZelId::ZelDevId>(chip), static_cast<U16>(port)});
+      }
+   }
+   return status;
+}
+
+struct Chips {
+   explicit Chips(unsigned count) : status(systemStatusWithPorts(count)) {
+      for (unsigned chip = 0; chip < count; ++chip) {
+         ZelCounter::ZelCounters::Context context{};
+         context.devId = static_cast<ZelId::ZelDevId>(chip);
+         context.chipName = "Zel" + std::to_string(chip);
+         context.systemStatus = status;
+         chips.push_back(ZelCounter::zelCountersFactory(std::move(context)));
+      }
+   }
+
+   ~Chips() {
+      const auto lock = Kiln::ActivityLockAnchor::lock();
+      chips.clear();
+   }
+
+   void completeAll(std::vector<U64>& source) const {
+      for (unsigned chip = 0; chip < chips.size(); ++chip) {
+         for (unsigned port = 0; port < portsPerChip; ++port) {
+            auto* counters = reinterpret_cast<bf_rmon_counter_array_t*>(
+                 source.data() + (chip * portsPerChip + port) * std::size_t{BF_NUM_RMON_COUNTERS});
+            ZelCounter::ZelCountersCallback(static_cast<bf_dev_id_t>(chip), static_cast<bf_dev_port_t>(port),
+                                            counters, chips[chip].ptr());
+         }
+      }
+   }
+
+   Kiln::Ptr<ZelSystem::SystemStatus> status;
+   std::vector<Kiln::Ptr<ZelCounter::ZelCounters>> chips;
+};
+
+// The floor and the path take turns, so that both see the same machine.
+void completionPath(benchmark::State& state) {
+   const auto chipCount = static_cast<unsigned>(state.range(0));
+   const std::size_t values = std::size_t{chipCount} * portsPerChip * BF_NUM_RMON_COUNTERS;
+   std::vector<U64> source(values, 1);
+   std::vector<U64> copy(values);
+   const Chips chips(chipCount);
+   chips.completeAll(source);
+
+   double floorSeconds = 0.0;
+   double pathSeconds = 0.0;
+   const Bench::Allocations before = Bench::allocations();
+   for (auto _ : state) {
+      source[0] += 1;
+      const double begin = cpuSeconds();
+      std::memcpy(copy.data(), source.data(), values * sizeof(U64));
+      benchmark::DoNotOptimize(copy.data());
+      benchmark::ClobberMemory();
+      const double middle = cpuSeconds();
+      chips.completeAll(source);
+      const double end = cpuSeconds();
+      floorSeconds += middle - begin;
+      pathSeconds += end - middle;
+      state.SetIterationTime(end - middle);
+   }
+   const Bench::Allocations after = Bench::allocations();
+   const double rounds = static_cast<double>(state.iterations());
+   state.counters["x_memcpy"] = pathSeconds / floorSeconds;
+   state.counters["ns_per_port"] = 1e9 * pathSeconds / rounds / (chipCount * portsPerChip);
+   state.counters["allocations"] = static_cast<double>(after.count - before.count);
+}
+BENCHMARK(completionPath)->Arg(1)->Arg(2)->Arg(4)->Arg(8)->UseManualTime();
+
+// What a port costs in memory: both snapshots and their places in the maps.
+void memoryPerPort(benchmark::State& state) {
+   std::vector<U64> source(std::size_t{portsPerChip} * BF_NUM_RMON_COUNTERS, 1);
+   for (auto _ : state) {
+      const Chips chips(1);
+      const Bench::Allocations before = Bench::allocations();
+      chips.completeAll(source);
+      state.counters["bytes_per_port"] =
+           static_cast<double>(Bench::allocations().bytes - before.bytes) / portsPerChip;
+   }
+}
+BENCHMARK(memoryPerPort)->Iterations(3);
+
+struct Formatted {
+   friend std::ostream& operator<<(std::ostream& out, const Formatted&) {
+      std::abort(); // a line that is off must not get here
+      return out;
+   }
+};
+
+void traceOff(benchmark::State& state) {
+   using ZelCounter::traceHandle;
+   for (auto _ : state) {
+      KILN_TRACE(9, Formatted());
+      benchmark::ClobberMemory();
+   }
+}
+BENCHMARK(traceOff);
+
+void traceFloor(benchmark::State& state) {
+   for (auto _ : state) {
+      benchmark::ClobberMemory();
+   }
+}
+BENCHMARK(traceFloor);
+
+} // namespace
+
+BENCHMARK_MAIN();

@@ -1,0 +1,86 @@
+// Objects whose addresses the SDK holds as cookies.
+//
+// A completion may come late, twice, or after its object was deleted. So an object is added here before it
+// asks the SDK for anything, every request is announced, and the callback turns its cookie into an object
+// only through completed(). An object that is retired with requests outstanding keeps its storage until the
+// last of them has completed: its address cannot come back as another object's. A completion that is lost
+// keeps its dead object; retiredCount() says how many there are.
+#pragma once
+
+#include "kiln/Accessors.h"
+#include "kiln/ActivityLock.h"
+
+namespace ZelCounter {
+
+// Everything under the activity lock. One registry a class T, which derives from Kiln::PtrInterface.
+template <class T>
+class CookieRegistry {
+ public:
+   static CookieRegistry& instance() {
+      static auto* registry = new CookieRegistry; // completions may outlive static destruction
+      return *registry;
+   }
+
+   void add(T* object) { entries_.set(object, Entry()); }
+
+   // The object takes no more completions. Does nothing to an object that is unknown or retired already.
+   void retire(T* object) {
+      Kiln::ActivityLockAnchor::assertHeld();
+      if (Entry* entry = entries_.find(object); entry != nullptr && entry->live) {
+         entry->live = false;
+         if (entry->outstanding == 0) {
+            entries_.erase(object);
+         } else {
+            ++retired_;
+         }
+      }
+   }
+
+   // Before the request, since its completion may come inline.
+   void requested(T* object) {
+      if (Entry* entry = entries_.find(object); entry != nullptr && entry->outstanding++ == 0) {
+         entry->kept = object;
+      }
+   }
+
+   // The request was not accepted: no completion will come.
+   void refused(T* object) { complete(object); }
+
+   // The live object behind a cookie, or null: the cookie is unknown, or its object is retired. Frees a
+   // retired object with its last completion. A completion too many of a live object counts for nothing here.
+   Kiln::Ptr<T> completed(T* cookie) { return complete(cookie); }
+
+   std::size_t retiredCount() const { return retired_; }
+
+ private:
+   struct Entry {
+      U32 outstanding = 0;
+      bool live = true;
+      Kiln::Ptr<T> kept; // while requests are outstanding
+   };
+
+   Kiln::Ptr<T> complete(T* cookie) {
+      Kiln::ActivityLockAnchor::assertHeld();
+      Entry* const entry = entries_.find(cookie);
+      if (entry == nullptr) {
+         return nullptr;
+      }
+      Kiln::Ptr<T> last; // freed on return, when the entry is as it should be
+      if (entry->outstanding > 0 && --entry->outstanding == 0) {
+         last = std::move(entry->kept);
+      }
+      if (entry->live) {
+         return cookie;
+      }
+      if (entry->outstanding == 0) {
+         entries_.erase(cookie);
+         --retired_;
+      }
+      return nullptr;
+   }
+
+   Kiln::HashMap<T*, Entry> entries_;
+   std::size_t retired_ = 0;
+};
+
+} // namespace ZelCounter

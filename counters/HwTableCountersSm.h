@@ -1,0 +1,75 @@
+// Refreshes the SDK's software copy of a chip's counter tables from the hardware, pass after pass.
+#pragma once
+
+#include "kiln/Accessors.h"
+#include "kiln/Clock.h"
+#include "sdk/bf_types.h"
+
+#include <optional>
+
+namespace ZelCounter {
+
+class ZelCounters;
+
+// One a chip, owned by its counters object, and itself the cookie of its sync requests.
+//
+// A pass asks for every initialized table in the order of the catalogue, once per pipe where it is read per
+// pipe. The next pass starts hwTableCountersPollingInterval after the last completion of this one; a
+// completion that never comes stops the passes of this chip, and of no other. The first pass whose
+// completions have all come sets the parent's firstPollingComplete.
+//
+// Everything under the activity lock.
+class HwTableCountersSm : public Kiln::Entity {
+ public:
+   // The parent owns this and is not counted; it has a resource-info service.
+   HwTableCountersSm(Kiln::Ptr<const Kiln::Clock> clock, ZelCounters* parent);
+   ~HwTableCountersSm() override;
+
+   // Null once stopped.
+   ZelCounters* parent() const { return parent_; }
+
+   // The clock of the passes, not armed. Without one there are no more passes.
+   void pollingClockIs(Kiln::Ptr<const Kiln::Clock> clock);
+   void pollingClockDel() { pollingClock_.reset(); }
+   // When the next pass starts; never while completions are outstanding.
+   double pollingTimeMin() const { return pollingClock_ ? pollingClock_->timeMin() : Kiln::never; }
+
+   // Arms the clock; a clock that is armed keeps its time.
+   void scheduleClock();
+   // True when the table was asked for and no request failed.
+   bool scheduleHwSyncTable(U32 tableId);
+   // One request has completed.
+   void syncCompleted();
+   // The chip goes away: no more passes, and completions that are still to come find nobody. Idempotent.
+   void stop();
+
+   // True while a pass issues its requests.
+   KILN_ATTRIBUTE(bool, scheduleInProgress, false)
+   // Seconds.
+   KILN_ATTRIBUTE(double, hwTableCountersPollingInterval, 2.0)
+   // Requests whose completion has not come yet.
+   KILN_COUNTER(U32, pendingCallbacks)
+   // Set once the first pass is due.
+   KILN_ATTRIBUTE(bool, initialized, false)
+
+ private:
+   struct KilnClock : Kiln::Clock::Notifiee {
+      KilnClock(Kiln::Ptr<const Kiln::Clock> clock, HwTableCountersSm* owner)
+           : Notifiee(std::move(clock)), sm(owner) {}
+      void onTime() override { sm->handlePollingClock(); }
+      HwTableCountersSm* sm;
+   };
+
+   void handleInitialized();
+   void handlePollingClock();
+   U32 requestSync(U32 tableHandle, bool direct, U16 pipe);
+
+   ZelCounters* parent_; // owns this
+   std::optional<KilnClock> pollingClock_;
+};
+
+// The SDK's completion of a sync; the cookie is the HwTableCountersSm that asked. Takes the activity lock.
+// Null is an assertion; a scheduler that is gone, or of another device, is left alone.
+void hwTableCallback(bf_dev_id_t dev, void* hwTableSm);
+
+} // namespace ZelCounter

@@ -1,0 +1,66 @@
+// The poller of one kind of traffic-manager counters of one pipe.
+#pragma once
+
+#include "kiln/Accessors.h"
+#include "kiln/Clock.h"
+#include "zel/ZelId.h"
+
+#include <functional>
+
+namespace ZelCounter {
+
+class ZelCounters;
+
+// What a traffic-manager poller reads: a logical pipe and the SDK's number of the kind of counters.
+struct PipeTmCounterKey {
+   ZelId::ZelPipeId pipe;
+   U32 counterType = 0;
+   bool operator==(const PipeTmCounterKey& other) const noexcept {
+      return pipe == other.pipe && counterType == other.counterType;
+   }
+};
+
+// Owned by the chip's counters object. Activity thread. It keeps the polling times; the counters themselves
+// are not read yet.
+class PipeTmCounterSm : public Kiln::Entity {
+ public:
+   // The parent owns this and is not counted.
+   PipeTmCounterSm(ZelCounters* parent, PipeTmCounterKey key, U32 physicalPipe,
+                   Kiln::Ptr<const Kiln::Clock> clock);
+
+   ZelCounters* parent() const { return parent_; }
+   const PipeTmCounterKey& key() const { return key_; }
+   U32 physicalPipe() const { return physicalPipe_; }
+   const Kiln::Ptr<const Kiln::Clock>& clock() const { return pollingClock_.clock(); }
+   double pollingTimeMin() const { return pollingClock_.timeMin(); }
+
+   // Arms the clock for the next poll.
+   void scheduleClock();
+
+   // Seconds between two polls.
+   KILN_ATTRIBUTE(double, pollingInterval, 2.0)
+
+ private:
+   struct KilnClock : Kiln::Clock::Notifiee {
+      KilnClock(Kiln::Ptr<const Kiln::Clock> clock, PipeTmCounterSm* owner)
+           : Notifiee(std::move(clock)), sm(owner) {}
+      void onTime() override { sm->handlePollingClock(); }
+      PipeTmCounterSm* sm;
+   };
+
+   void handlePollingClock();
+
+   ZelCounters* parent_; // owns this
+   PipeTmCounterKey key_;
+   U32 physicalPipe_;
+   KilnClock pollingClock_;
+};
+
+} // namespace ZelCounter
+
+template <>
+struct std::hash<ZelCounter::PipeTmCounterKey> {
+   std::size_t operator()(const ZelCounter::PipeTmCounterKey& key) const noexcept {
+      return (std::size_t{key.pipe} << 32) ^ key.counterType;
+   }
+};

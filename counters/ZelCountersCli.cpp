@@ -1,0 +1,328 @@
+// The grammar of the diagnostic counters commands, and the parser that reads it.
+#include "ZelCountersCli.h"
+
+#include "ZelCountersMgrCli.h"
+
+#include <algorithm>
+#include <array>
+
+namespace ZelCounter {
+
+namespace {
+
+// An interface has to be named; a table may be.
+enum class Operand : U8 { none, interface, table };
+
+enum Takes : U8 { nothing = 0, nonZero = 1, pipe = 2 };
+
+// One command. `takes` are its options.
+struct Row {
+   std::string_view keywords;
+   Operand operand;
+   unsigned takes;
+   bool needsTables;
+   ChipOperation operation;
+};
+
+void showMacIntf(ZelCounters& chip, U32 fd, const ChipArguments& arguments) {
+   chip.showMacCounters(fd, arguments.intf, arguments.nonZeroOnly);
+}
+
+void showMac(ZelCounters& chip, U32 fd, const ChipArguments& arguments) {
+   chip.showAllMacCounters(fd, arguments.nonZeroOnly);
+}
+
+void clearMac(ZelCounters& chip, U32 fd, const ChipArguments& /*arguments*/) {
+   chip.clearAllMacCounters(fd);
+}
+
+void showInfo(ZelCounters& chip, U32 fd, const ChipArguments& /*arguments*/) {
+   chip.showCountersInfo(fd);
+}
+
+// The tables that one pipe is asked of when no table is named: a symmetric one has no pipes to tell apart.
+template <class Visit>
+void forEachPerPipeTable(const ZelCounters& chip, Visit visit) {
+   for (U32 id = 0; id < chip.zlResourceInfoIntf()->zlTableCountersNum(); ++id) {
+      if (chip.perPipeCounter(id)) {
+         visit(id);
+      }
+   }
+}
+
+void showTable(ZelCounters& chip, U32 fd, const ChipArguments& arguments) {
+   const bool nonZeroOnly = arguments.nonZeroOnly;
+   if (!arguments.tableId && !arguments.pipe) {
+      chip.showAllTableCounters(fd, nonZeroOnly);
+   } else if (!arguments.pipe) {
+      chip.showTableCounters(fd, *arguments.tableId, nonZeroOnly);
+   } else if (arguments.tableId) {
+      chip.showTableCountersPipe(fd, *arguments.tableId, *arguments.pipe, nonZeroOnly);
+   } else {
+      forEachPerPipeTable(chip, [&](U32 id) {
+         chip.showTableCountersPipe(fd, id, *arguments.pipe, nonZeroOnly);
+         Kiln::TextOutput(static_cast<int>(fd)).write("\n");
+      });
+   }
+}
+
+void clearTable(ZelCounters& chip, U32 fd, const ChipArguments& arguments) {
+   if (!arguments.tableId && !arguments.pipe) {
+      chip.clearAllTableCounters(fd);
+   } else if (!arguments.pipe) {
+      const ZelCounters::PipeRange pipes = chip.tablePipes(*arguments.tableId);
+      for (U32 pipe = pipes.first; pipe <= pipes.last; ++pipe) {
+         chip.clearTableCounters(fd, *arguments.tableId, static_cast<U16>(pipe));
+      }
+   } else if (!arguments.tableId) {
+      forEachPerPipeTable(chip, [&](U32 id) { chip.clearTableCounters(fd, id, *arguments.pipe); });
+   } else if (chip.perPipeCounter(*arguments.tableId)) {
+      chip.clearTableCounters(fd, *arguments.tableId, *arguments.pipe);
+   } else {
+      // As the show operation answers it.
+      Kiln::TextOutput(static_cast<int>(fd)).write("Symmetric counters cannot have a pipe option\n");
+   }
+}
+
+constexpr std::array rows{
+     Row{"show info", Operand::none, nothing, true, showInfo},
+     Row{"show table", Operand::table, nonZero | pipe, true, showTable},
+     Row{"show mac intf", Operand::interface, nonZero, false, showMacIntf},
+     Row{"show mac", Operand::none, nonZero, false, showMac},
+     Row{"clear table", Operand::table, pipe, true, clearTable},
+     Row{"clear mac", Operand::none, nothing, false, clearMac},
+};
+
+constexpr std::string_view chipKeyword = "chip";
+constexpr std::string_view nonZeroOption = "nonzero";
+constexpr std::string_view pipeOption = "pipe";
+
+// The row's keyword at a depth; empty beyond its last.
+std::string_view keywordAt(const Row& row, std::size_t depth) {
+   std::string_view left = row.keywords;
+   for (; depth > 0 && !left.empty(); --depth) {
+      const std::size_t blank = left.find(' ');
+      left.remove_prefix(blank == std::string_view::npos ? left.size() : blank + 1);
+   }
+   return left.substr(0, left.find(' '));
+}
+
+class Parser {
+ public:
+   Parser(const std::vector<Kiln::String>& words, const ZelCountersMgrCli& mgrCli)
+        : words_(words), mgrCli_(mgrCli) {
+      for (const Row& row : rows) {
+         candidates_.push_back(&row);
+      }
+   }
+
+   // Empty, with the command filled in, or what is wrong.
+   Kiln::String parse(ZelCountersCommand* command) {
+      command_ = command;
+      const Row* row = nullptr;
+      if (parseChip()) {
+         row = parseKeywords();
+      }
+      if (row != nullptr && parseOperand(*row)) {
+         parseOptions(*row);
+         command_->operation = row->operation;
+         command_->needsTables = row->needsTables;
+      }
+      return error_;
+   }
+
+ private:
+   using Words = std::vector<Kiln::String>;
+
+   bool atEnd() const { return at_ == words_.size(); }
+
+   // "'show mac'", what was understood so far; nothing at the beginning.
+   Kiln::String understood() const {
+      Kiln::String all;
+      for (std::size_t i = 0; i < at_; ++i) {
+         all += (all.empty() ? "" : " ") + words_[i];
+      }
+      return all.empty() ? "" : " after " + quoted(all);
+   }
+
+   // The one of the choices that the next word is, or abbreviates; else empty, with the error. `mayEnd` adds
+   // to the error that the command may also end here.
+   Kiln::String choose(const Words& all, bool mayEnd) {
+      Words expectedHere = all;
+      if (mayEnd) {
+         expectedHere.emplace_back("nothing more");
+      }
+      const Kiln::String expected = choices(expectedHere);
+      if (atEnd()) {
+         error_ = "the command is incomplete" + understood() + ": expected " + expected;
+         return "";
+      }
+      const Kiln::String& word = words_[at_];
+      Words meant;
+      for (const Kiln::String& choice : all) {
+         if (choice == word) {
+            meant = {choice};
+            break;
+         }
+         if (choice.compare(0, word.size(), word) == 0) {
+            meant.push_back(choice);
+         }
+      }
+      if (meant.size() == 1) {
+         ++at_;
+         return meant.front();
+      }
+      error_ = meant.empty() ? "unexpected " + quoted(word) + understood() + ": expected " + expected
+                             : quoted(word) + " is ambiguous" + understood() + ": expected " + choices(meant);
+      return "";
+   }
+
+   Words nextKeywords() const {
+      Words next;
+      for (const Row* row : candidates_) {
+         const Kiln::String keyword(keywordAt(*row, depth_));
+         if (!keyword.empty() && std::find(next.begin(), next.end(), keyword) == next.end()) {
+            next.push_back(keyword);
+         }
+      }
+      return next;
+   }
+
+   // The row that the keywords so far spell out, or none.
+   const Row* completeRow() const {
+      const auto found = std::find_if(candidates_.begin(), candidates_.end(),
+                                      [this](const Row* row) { return keywordAt(*row, depth_).empty(); });
+      return found == candidates_.end() ? nullptr : *found;
+   }
+
+   static Words optionsOf(const Row& row) {
+      Words options;
+      if ((row.takes & pipe) != 0) {
+         options.emplace_back(pipeOption);
+      }
+      if ((row.takes & nonZero) != 0) {
+         options.emplace_back(nonZeroOption);
+      }
+      return options;
+   }
+
+   void take(const Kiln::String& keyword) {
+      std::erase_if(candidates_, [&](const Row* row) { return keywordAt(*row, depth_) != keyword; });
+      ++depth_;
+   }
+
+   // The optional "chip NAME", and the first keyword, which is told from it.
+   bool parseChip() {
+      Words first = nextKeywords();
+      first.emplace_back(chipKeyword);
+      Kiln::String chosen = choose(first, false);
+      if (chosen == chipKeyword) {
+         if (atEnd()) {
+            error_ = "chip needs a name: expected " + mgrCli_.chipChoices();
+            return false;
+         }
+         command_->chip = words_[at_++];
+         chosen = choose(nextKeywords(), false);
+      }
+      if (chosen.empty()) {
+         return false;
+      }
+      take(chosen);
+      return true;
+   }
+
+   // Narrows the rows by keywords until one is left that the rest of the words is for.
+   const Row* parseKeywords() {
+      for (;;) {
+         const Row* row = completeRow();
+         const Words keywords = nextKeywords();
+         if (row != nullptr && (keywords.empty() || atEnd())) {
+            return row;
+         }
+         Words all = keywords;
+         const std::size_t before = at_;
+         if (row != nullptr) {
+            const Words options = optionsOf(*row);
+            all.insert(all.end(), options.begin(), options.end());
+         }
+         const Kiln::String chosen = choose(all, row != nullptr);
+         if (chosen.empty()) {
+            return nullptr;
+         }
+         if (std::find(keywords.begin(), keywords.end(), chosen) == keywords.end()) {
+            at_ = before; // an option: parsed with the others
+            return row;
+         }
+         take(chosen);
+      }
+   }
+
+   bool parseOperand(const Row& row) {
+      if (row.operand == Operand::table && !atEnd() && isTable(row)) {
+         command_->table = words_[at_++];
+      }
+      if (row.operand != Operand::interface) {
+         return true;
+      }
+      if (atEnd()) {
+         error_ = "the command is incomplete" + understood() + ": expected an interface's name";
+         return false;
+      }
+      command_->intf = words_[at_++];
+      return true;
+   }
+
+   // A table may be left out, so that the next word may be an option instead: it is when it abbreviates one and
+   // is no table's whole name.
+   bool isTable(const Row& row) const {
+      const Kiln::String& word = words_[at_];
+      const Words options = optionsOf(row);
+      return mgrCli_.isTableName(word) ||
+             std::none_of(options.begin(), options.end(), [&](const Kiln::String& option) {
+                return option.compare(0, word.size(), word) == 0;
+             });
+   }
+
+   void parseOptions(const Row& row) {
+      Words left = optionsOf(row);
+      while (!atEnd()) {
+         const Kiln::String chosen = choose(left, true);
+         if (chosen.empty()) {
+            return;
+         }
+         std::erase(left, chosen);
+         if (chosen == nonZeroOption) {
+            command_->nonZeroOnly = true;
+         } else if (atEnd()) {
+            error_ = "pipe needs a pipe's number";
+         } else {
+            command_->pipe = words_[at_++];
+         }
+      }
+   }
+
+   const Words& words_;
+   const ZelCountersMgrCli& mgrCli_;
+   std::size_t at_ = 0;    // the next word
+   std::size_t depth_ = 0; // keywords taken
+   std::vector<const Row*> candidates_;
+   ZelCountersCommand* command_ = nullptr;
+   Kiln::String error_;
+};
+
+} // namespace
+
+ZelCountersCli::ZelCountersCli(Kiln::Name name, Kiln::String commandType, ZelCountersMgr* mgr)
+     : AgentCommandCallback(name, std::move(commandType)), mgr_(mgr) {}
+
+Agent::CommandResult ZelCountersCli::command(const std::vector<Kiln::String>& words, int fd) {
+   const ZelCountersMgrCli mgrCli(mgr_);
+   ZelCountersCommand command;
+   const Kiln::String error = Parser(words, mgrCli).parse(&command);
+   if (!error.empty()) {
+      return {error};
+   }
+   return mgrCli.run(command, fd);
+}
+
+} // namespace ZelCounter

@@ -1,0 +1,27 @@
+// The parser of the diagnostic counters commands.
+//
+//    [chip NAME] KEYWORD... [OPERAND] [OPTION]...
+//
+// Keywords and options may be shortened to any beginning that only one of them has in its place, and so may
+// names of counter tables, where a whole name comes first, then an option, then the beginning of a name. Names
+// of chips and interfaces are given whole. Options stand last, in any order, each at most once.
+#pragma once
+
+#include "agent/AgentCommand.h"
+
+namespace ZelCounter {
+
+class ZelCountersMgr;
+
+class ZelCountersCli : public Agent::AgentCommandCallback {
+ public:
+   // The manager owns this and is not counted; nothing may be asked of this once it is gone.
+   ZelCountersCli(Kiln::Name name, Kiln::String commandType, ZelCountersMgr* mgr);
+
+   Agent::CommandResult command(const std::vector<Kiln::String>& words, int fd) override;
+
+ private:
+   ZelCountersMgr* mgr_;
+};
+
+} // namespace ZelCounter

@@ -1,0 +1,101 @@
+// The MAC counter commands of a chip.
+#include "PortSorter.h"
+#include "ZelCounters.h"
+#include "ZelCountersTrace.h"
+#include "kiln/Assert.h"
+
+namespace ZelCounter {
+
+bool ZelCounters::answeredUninitialized(Kiln::TextOutput& out) const {
+   if (!initialized()) {
+      out.write("Agent not initialized yet");
+   }
+   return !initialized();
+}
+
+void ZelCounters::showMacCounters(U32 fd, const Pelt::IntfId& intf, bool nonZeroOnly) {
+   Kiln::TextOutput out(static_cast<int>(fd), echo());
+   printMacCounters(out, intf, nonZeroOnly);
+}
+
+void ZelCounters::printMacCounters(Kiln::TextOutput& out, const Pelt::IntfId& intf, bool nonZeroOnly) {
+   KILN_TRACE(8, "ZelCounters::"
+                      << "showMacCounters"
+                      << ", intf: " << intf << ", nonZeroOnly: " << nonZeroOnly);
+   if (answeredUninitialized(out)) {
+      return;
+   }
+   const Kiln::Ptr<IntfCounters> last = macCountersLast(intf);
+   const Kiln::Ptr<IntfCounters> clear = macCountersClear(intf);
+   if (!last || !clear) {
+      return;
+   }
+   bool headerWritten = false;
+   for (std::size_t i = 0; i < BF_NUM_RMON_COUNTERS; ++i) {
+      if (clear->counters(i) > last->counters(i)) {
+         // The hardware counted backwards, as after a port reset: from here on the raw totals are shown.
+         KILN_TRACE(8, "showMacCounters"
+                            << ", clearing macCountersClear for intf " << intf);
+         clear->countersAre(bf_rmon_counter_array_t{});
+      }
+      const U64 value = last->counters(i) - clear->counters(i);
+      if (nonZeroOnly && value == 0) {
+         continue;
+      }
+      const char* name = nullptr;
+      const bf_status_t rc = bf_port_rmon_counter_to_str(static_cast<int>(i), &name);
+      KILN_ASSERT(rc == BF_SUCCESS);
+      if (!headerWritten) {
+         out.print("Intf %s (%d):\n", intf.text().c_str(), systemStatus()->portInfo(intf).devicePort);
+         headerWritten = true;
+      }
+      out.print("%-40s    %15lld\n", name, static_cast<long long>(value));
+   }
+   if (headerWritten) {
+      out.write("\n");
+   }
+}
+
+void ZelCounters::showAllMacCounters(U32 fd, bool nonZeroOnly) {
+   Kiln::TextOutput out(static_cast<int>(fd), echo());
+   KILN_TRACE(8, "ZelCounters::"
+                      << "showAllMacCounters");
+   if (answeredUninitialized(out)) {
+      return;
+   }
+   PortSorter sorter;
+   for (const auto& [intf, record] : systemStatus()->portInfo()) {
+      if (record.devId == deviceId()) {
+         sorter.entryIdIs(record.devicePort, intf);
+      }
+   }
+   for (const auto& [port, intf] : sorter.entryId()) {
+      printMacCounters(out, intf, nonZeroOnly);
+   }
+   out.write("\n");
+}
+
+void ZelCounters::clearMacCounters(U32 fd, const Pelt::IntfId& intf) {
+   KILN_TRACE(8, "ZelCounters::"
+                      << "clearMacCounters"
+                      << ", intf: " << intf);
+   Kiln::TextOutput out(static_cast<int>(fd), echo());
+   if (answeredUninitialized(out)) {
+      return;
+   }
+   const Kiln::Ptr<IntfCounters> last = macCountersLast(intf);
+   const Kiln::Ptr<IntfCounters> clear = macCountersClear(intf);
+   if (last && clear) {
+      for (std::size_t i = 0; i < BF_NUM_RMON_COUNTERS; ++i) {
+         clear->countersIs(i, last->counters(i));
+      }
+   }
+}
+
+void ZelCounters::clearAllMacCounters(U32 fd) {
+   for (const Pelt::IntfId& intf : macCountersClear().keys()) {
+      clearMacCounters(fd, intf);
+   }
+}
+
+} // namespace ZelCounter

@@ -1,0 +1,265 @@
+// Finds the chips that a command runs on.
+#include "ZelCountersMgrCli.h"
+
+#include "ZelCountersMgr.h"
+#include "kiln/Numbers.h"
+
+#include <algorithm>
+#include <set>
+#include <strings.h>
+
+namespace ZelCounter {
+
+Kiln::String quoted(std::string_view word) {
+   constexpr std::size_t shown = 40;
+   Kiln::String text = "'" + Kiln::String(word.substr(0, shown));
+   return text + (word.size() > shown ? "...'" : "'");
+}
+
+Kiln::String choices(const std::vector<Kiln::String>& all) {
+   Kiln::String text;
+   for (std::size_t i = 0; i < all.size(); ++i) {
+      text += (i == 0 ? "" : i + 1 == all.size() ? " or " : ", ") + all[i];
+   }
+   return text;
+}
+
+namespace {
+
+// An interface's name as a stem and a number: "Ethernet3.100" is "Ethernet3." and 100.
+struct NumberedName {
+   explicit NumberedName(const Kiln::String& text) {
+      const std::size_t digits = text.find_last_not_of("0123456789") + 1;
+      stem = text.substr(0, digits);
+      isNumbered = text.size() > digits && text.size() - digits < 10;
+      number = isNumbered ? std::stoul(text.substr(digits)) : 0;
+   }
+   bool isFollowedBy(const NumberedName& next) const {
+      return isNumbered && next.isNumbered && stem == next.stem && number + 1 == next.number;
+   }
+   Kiln::String stem;
+   bool isNumbered = false;
+   unsigned long number = 0;
+};
+
+// Sorted names with neighbours drawn together: "Ethernet1 to Ethernet64, Internal1".
+Kiln::String summary(const std::vector<Pelt::IntfId>& sorted) {
+   constexpr std::size_t shown = 8;
+   std::vector<Kiln::String> ranges;
+   for (std::size_t i = 0; i < sorted.size();) {
+      std::size_t last = i;
+      while (last + 1 < sorted.size() &&
+             NumberedName(sorted[last].text()).isFollowedBy(NumberedName(sorted[last + 1].text()))) {
+         ++last;
+      }
+      ranges.push_back(last == i ? sorted[i].text() : sorted[i].text() + " to " + sorted[last].text());
+      i = last + 1;
+   }
+   if (ranges.size() > shown) {
+      ranges.resize(shown);
+      ranges.emplace_back("others");
+   }
+   return choices(ranges);
+}
+
+} // namespace
+
+ZelCountersMgrCli::Chips ZelCountersMgrCli::chipsInDeviceOrder() const {
+   Chips chips;
+   for (const auto& [devId, chip] : mgr_->zelCounters()) {
+      chips.push_back(chip);
+   }
+   std::sort(chips.begin(), chips.end(),
+             [](const auto& a, const auto& b) { return a->deviceId() < b->deviceId(); });
+   return chips;
+}
+
+Kiln::String ZelCountersMgrCli::chipChoices() const {
+   std::vector<Kiln::String> names;
+   for (const auto& chip : chipsInDeviceOrder()) {
+      names.push_back(chip->chipName());
+   }
+   return names.empty() ? "no chip yet, since none is up" : choices(names);
+}
+
+// The names that commands know: of ports, and of what still has a snapshot. In natural order.
+std::vector<Pelt::IntfId> ZelCountersMgrCli::knownInterfaces() const {
+   std::set<Pelt::IntfId> known;
+   for (const auto& [intf, record] : mgr_->systemStatus()->portInfo()) {
+      known.insert(intf);
+   }
+   for (const auto& [devId, chip] : mgr_->zelCounters()) {
+      for (const auto& [intf, counters] : chip->macCountersLast()) {
+         known.insert(intf);
+      }
+   }
+   return {known.begin(), known.end()};
+}
+
+// The chip that has the port; an interface without a port is where it was last read.
+ZelCountersMgrCli::Chips ZelCountersMgrCli::ownersOf(const Pelt::IntfId& intf) const {
+   if (const auto& chip = mgr_->zelCounters(mgr_->systemStatus()->portInfo(intf).devId)) {
+      return {chip};
+   }
+   Chips owners = chipsInDeviceOrder();
+   std::erase_if(owners, [&](const auto& chip) { return !chip->macCountersLast().contains(intf); });
+   return owners;
+}
+
+Kiln::String ZelCountersMgrCli::selectChip(const Kiln::String& name, Chips* chips) const {
+   std::erase_if(*chips, [&](const auto& chip) { return chip->chipName() != name; });
+   return chips->empty() ? "unknown chip " + quoted(name) + ": expected " + chipChoices() : "";
+}
+
+Kiln::String ZelCountersMgrCli::selectInterface(const ZelCountersCommand& command, Chips* chips,
+                                                Pelt::IntfId* intf) const {
+   // Compared as text, since an interned name stays for ever and a typed one may be anything.
+   const std::vector<Pelt::IntfId> known = knownInterfaces();
+   const auto found = std::find_if(known.begin(), known.end(),
+                                   [&](const Pelt::IntfId& one) { return one.text() == *command.intf; });
+   if (found == known.end()) {
+      const auto near = std::find_if(known.begin(), known.end(), [&](const Pelt::IntfId& one) {
+         return strcasecmp(one.text().c_str(), command.intf->c_str()) == 0;
+      });
+      return "unknown interface " + quoted(*command.intf) + ": " +
+             (near != known.end() ? "did you mean " + near->text() + "?"
+              : known.empty()     ? "no interface is known yet"
+                                  : "expected " + summary(known));
+   }
+   *intf = *found;
+   const Chips owners = ownersOf(*intf);
+   if (owners.empty()) {
+      return "the chip of interface " + intf->text() + " is not up: device " +
+             std::to_string(mgr_->systemStatus()->portInfo(*intf).devId);
+   }
+   if (!command.chip) {
+      *chips = owners;
+      return "";
+   }
+   const ZelCounters& chip = *chips->front();
+   if (owners.front()->deviceId() != chip.deviceId() && !chip.macCountersLast().contains(*intf)) {
+      return "interface " + intf->text() + " is not on chip " + *command.chip + ": expected chip " +
+             owners.front()->chipName();
+   }
+   return "";
+}
+
+bool ZelCountersMgrCli::isTableName(const Kiln::String& name) const {
+   const Chips chips = chipsInDeviceOrder();
+   return std::any_of(chips.begin(), chips.end(), [&](const auto& chip) {
+      return chip->zlResourceInfoIntf() &&
+             chip->zlResourceInfoIntf()->zlTableCounterIndex(name) != ZlResourceInfo::notFound;
+   });
+}
+
+namespace {
+
+// The id that a word stands for: itself, a name, or the beginning of just one. Else what is wrong with it.
+Kiln::String resolveTable(const ZlResourceInfo::ZlResourceInfoIntf& catalogue, const Kiln::String& word,
+                          std::optional<U32>* tableId) {
+   const U32 tables = catalogue.zlTableCountersNum();
+   std::vector<Kiln::String> meant;
+   for (U32 id = 0; id < tables; ++id) {
+      const Kiln::String& name = catalogue.zlTableCounter(id)->name;
+      if (name == word) {
+         *tableId = id;
+         return "";
+      }
+      if (name.compare(0, word.size(), word) == 0) {
+         *tableId = id;
+         meant.push_back(name);
+      }
+   }
+   if (meant.size() == 1) {
+      return "";
+   }
+   *tableId = tables > 0 ? Kiln::parseNumber<U32>(word, 0, tables - 1) : std::nullopt;
+   if (*tableId) {
+      return "";
+   }
+   if (!meant.empty()) {
+      return "table " + quoted(word) + " is ambiguous: expected " + choices(meant);
+   }
+   return "unknown table " + quoted(word) + ": expected an id below " + std::to_string(tables) +
+          " or a name, as 'show info' lists them";
+}
+
+Kiln::String resolveOnChip(const ZelCounters& chip, const ZelCountersCommand& command,
+                           ChipArguments* arguments) {
+   if (!chip.zlResourceInfoIntf()) {
+      return "chip " + chip.chipName() + " has no counter tables";
+   }
+   if (command.table) {
+      const Kiln::String error =
+           resolveTable(*chip.zlResourceInfoIntf(), *command.table, &arguments->tableId);
+      if (!error.empty()) {
+         return error;
+      }
+   }
+   if (command.pipe) {
+      arguments->pipe = Kiln::parseNumber<U16>(*command.pipe, 0, static_cast<U16>(chip.highestPipe()));
+      if (!arguments->pipe) {
+         return "unknown pipe " + quoted(*command.pipe) + ": expected 0 to " +
+                std::to_string(chip.highestPipe());
+      }
+   }
+   return "";
+}
+
+} // namespace
+
+// Chips may run different programs: the command goes to those that have what it names, and is wrong only when
+// none has. Nothing is asked of the catalogue of a chip that is not initialized.
+Kiln::String ZelCountersMgrCli::selectTables(const ZelCountersCommand& command,
+                                             std::vector<Target>* targets) {
+   Kiln::String firstError;
+   std::vector<Target> able;
+   for (Target& target : *targets) {
+      const Kiln::String error = target.chip->initialized()
+                                      ? resolveOnChip(*target.chip, command, &target.arguments)
+                                      : Kiln::String();
+      if (error.empty()) {
+         able.push_back(target);
+      } else if (firstError.empty()) {
+         firstError = error;
+      }
+   }
+   targets->swap(able);
+   return targets->empty() ? firstError : "";
+}
+
+Agent::CommandResult ZelCountersMgrCli::run(const ZelCountersCommand& command, int fd) const {
+   Chips chips = chipsInDeviceOrder();
+   ChipArguments arguments;
+   arguments.nonZeroOnly = command.nonZeroOnly;
+   Kiln::String error;
+   if (command.chip) {
+      error = selectChip(*command.chip, &chips);
+   }
+   if (error.empty() && command.intf) {
+      error = selectInterface(command, &chips, &arguments.intf);
+   }
+   std::vector<Target> targets;
+   for (const auto& chip : chips) {
+      targets.push_back({chip, arguments});
+   }
+   if (error.empty() && command.needsTables) {
+      error = selectTables(command, &targets);
+   }
+   if (!error.empty()) {
+      return {error};
+   }
+   if (targets.empty()) {
+      Kiln::TextOutput(fd).write("No chip is up\n");
+   }
+   for (const Target& target : targets) {
+      if (target.chip->initialized()) {
+         command.operation(*target.chip, static_cast<U32>(fd), target.arguments);
+      } else {
+         Kiln::TextOutput(fd).write("Agent not initialized yet");
+      }
+   }
+   return {};
+}
+
+} // namespace ZelCounter

@@ -1,0 +1,50 @@
+// Waits until the SDK has initialized every counter table of a chip.
+#pragma once
+
+#include "kiln/Accessors.h"
+#include "kiln/Clock.h"
+
+namespace ZelCounter {
+
+class ZelCounters;
+
+// One a chip, owned by its counters object. Checks at once, then every initDelay until no table is left; a
+// table that is initialized is never asked about again. Activity thread.
+class ZelCountersSm : public Kiln::Entity {
+ public:
+   // The parent owns this and is not counted; it has a resource-info service.
+   ZelCountersSm(ZelCounters* parent, Kiln::Ptr<const Kiln::Clock> clock);
+
+   ZelCounters* parent() const { return parent_; }
+   // When the next check is due; never once all tables are initialized.
+   double initClockTimeMin() const { return initClock_.timeMin(); }
+
+   // True when the table is known to be initialized: the parent's flags then say so, and whether it is read
+   // per pipe. False also when the SDK cannot tell.
+   bool counterInitialized(U32 tableId);
+
+   // The agent shuts down: in simulation, completions that come from here on are ignored, those of every
+   // chip.
+   void doCleanup();
+
+   // Seconds between two checks.
+   KILN_ATTRIBUTE(double, initDelay, 2.0)
+   // Set once the first check was made.
+   KILN_ATTRIBUTE(bool, initialized, false)
+
+ private:
+   struct KilnClock : Kiln::Clock::Notifiee {
+      KilnClock(Kiln::Ptr<const Kiln::Clock> clock, ZelCountersSm* owner)
+           : Notifiee(std::move(clock)), sm(owner) {}
+      void onTime() override { sm->handleInitClock(); }
+      ZelCountersSm* sm;
+   };
+
+   void handleInitialized();
+   void handleInitClock();
+
+   ZelCounters* parent_; // owns this
+   KilnClock initClock_;
+};
+
+} // namespace ZelCounter

@@ -1,0 +1,10 @@
+// The trace handle that the sources of the per-chip object share.
+#pragma once
+
+#include "kiln/Trace.h"
+
+namespace ZelCounter {
+
+extern Kiln::TraceHandle traceHandle;
+
+} // namespace ZelCounter

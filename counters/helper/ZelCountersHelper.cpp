@@ -1,0 +1,165 @@
+// Finds the chip that owns an interface and passes the request on.
+#include "helper/ZelCountersHelper.h"
+
+#include "ZelCountersMgr.h"
+#include "kiln/Assert.h"
+#include "kiln/Time.h"
+#include "kiln/Trace.h"
+
+#include <exception>
+
+namespace ZelCounter {
+
+namespace {
+
+Kiln::TraceHandle traceHandle("ZelCountersHelper");
+
+constexpr std::size_t unicastQueues = 8;
+
+bool readL3Intf(const Kiln::Ptr<ZelCountersL3IntfSm>& l3IntfSm, const Pelt::IntfId& intf,
+                VexTypes::L3IntfCounters& current) {
+   Interface::L3IntfStatistics statistics = current.statistics();
+   packets_and_bytes in;
+   packets_and_bytes out;
+   if (!l3IntfSm || !l3IntfSm->getIntfCounter(intf, &in, &out)) {
+      return false;
+   }
+   statistics.inOctets = in.bytes;
+   statistics.inPkts = in.packets;
+   statistics.outOctets = out.bytes;
+   statistics.outPkts = out.packets;
+   current.statisticsIs(statistics);
+   return true;
+}
+
+} // namespace
+
+ZelCountersHelper::ZelCountersHelper(ZelCountersMgr* mgr,
+                                     Kiln::Ptr<const ZelSystem::SystemStatus> systemStatus)
+     : VexHelperCountersSm("ZelCountersHelper"), mgr_(mgr), systemStatus_(std::move(systemStatus)) {
+   queueCountersIncrementIs(true);
+}
+
+void ZelCountersHelper::getIntfQueueType(const Pelt::IntfId& intf, VexTypes::IntfQueueType& type) {
+   KILN_TRACE(5, "getIntfQueueType, intf: " << intf);
+   for (std::size_t queue = 0; queue < unicastQueues; ++queue) {
+      type.queueTypeIs(queue, VexTypes::QueueType::unicast);
+   }
+}
+
+// Nothing to set up: the L3 reactor has a VLAN counted as soon as it carries an L3 interface.
+bool ZelCountersHelper::initializeVlanIntfCounters(const Pelt::IntfId& vlanIntf, U16 vlan) {
+   KILN_TRACE(5, "initializeVlanIntfCounters, vlanIntf: " << vlanIntf << ", vlan: " << vlan);
+   return true;
+}
+
+void ZelCountersHelper::deleteVlanIntfCounters(const Pelt::IntfId& vlanIntf) {
+   KILN_TRACE(5, "deleteVlanIntfCounters, vlanIntf: " << vlanIntf);
+}
+
+// This chip family counts ACL drops by rule, not by interface.
+U64 ZelCountersHelper::getIntfAclDropCounters(const Pelt::IntfId& intf) {
+   KILN_TRACE(5, "getIntfAclDropCounters, intf: " << intf);
+   return 0;
+}
+
+bool ZelCountersHelper::getVlanIntfCounters(const Pelt::IntfId& vlanIntf,
+                                            const Kiln::Ptr<VexTypes::L3IntfCounters>& current,
+                                            const Kiln::Ptr<VexTypes::L3IntfCounters>&) {
+   KILN_TRACE(5, "getVlanIntfCounters, vlanIntf: " << vlanIntf);
+   return readL3Intf(mgr_->zelCountersL3IntfSm(), vlanIntf, *current);
+}
+
+void ZelCountersHelper::getCounters(const Pelt::IntfId& intf, const Kiln::Ptr<VexTypes::IntfCounters>& record,
+                                    const Kiln::Ptr<VexTypes::IntfCounters>& previous) {
+   KILN_TRACE(5, "getCounters, intf: " << intf);
+   const ZelId::ZelDevId devId = systemStatus_->portInfo(intf).devId;
+   if (const Kiln::Ptr<ZelCounters> chip = mgr_->zelCounters(devId)) {
+      chip->getMacCounters(intf, record, previous);
+   }
+}
+
+void ZelCountersHelper::getCoppCounters() {
+   KILN_TRACE(5, "getCoppCounters");
+}
+
+void ZelCountersHelper::hwInit() {
+   KILN_TRACE(1, "ZelCountersHelper::"
+                      << "hwInit");
+}
+
+void ZelCountersHelper::initialize(const Pelt::IntfId& intf) {
+   KILN_TRACE(1, "ZelCountersHelper::"
+                      << "initialize"
+                      << ", intf: " << intf);
+   const Kiln::Ptr<Vex::Counters::VexPortCounterSm> vexPortCounterSm =
+        mgr_->vexCountersSm()->vexPortCounterSm(intf);
+   KILN_ASSERT(vexPortCounterSm);
+   const Kiln::Ptr<VexTypes::IntfCounters> prevCounters = vexPortCounterSm->prevCounters();
+   KILN_ASSERT(prevCounters);
+   // A corrupt record goes to the table's corruption handler and reads as the default one.
+   const auto published = mgr_->mounts()->allIntfCounters()->table().sampleOrDefault(vexPortCounterSm->key());
+   prevCounters->recordIs(published.record);
+   prevCounters->sampleTimeIs(published.info.sampleTime);
+}
+
+void ZelCountersHelper::doClearCounters(const Kiln::String& name) {
+   KILN_TRACE(5, "doClearCounters, name: " << name);
+   if (name != "all") {
+      const Pelt::IntfId intf{Kiln::Name(name)};
+      if (systemStatus_->portInfo().contains(intf)) {
+         doClearIntfQueueCounters(intf, false);
+      }
+      return;
+   }
+   for (const Pelt::IntfId& intf : systemStatus_->portInfo().keys()) {
+      try {
+         doClearIntfQueueCounters(intf, false);
+      } catch (const std::exception& error) { // the others are still to be cleared
+         KILN_TRACE(4, "doClearCounters, intf: " << intf << ": " << error.what());
+      }
+   }
+}
+
+VexTypes::IntfQueueCounters ZelCountersHelper::getIntfQueueCounters(const Pelt::IntfId& intf,
+                                                                    VexTypes::IntfQueueCounters record) {
+   KILN_TRACE(5, "getIntfQueueCounters"
+                      << ", intf: " << intf);
+   record = {};
+   // A port that there isn't has no device, and so no chip.
+   const Kiln::Ptr<ZelCounters> chip = mgr_->zelCounters(systemStatus_->portInfo(intf).devId);
+   if (chip) {
+      const Kiln::Ptr<IntfQueueCounters> intfQueueCounters = chip->intfQueueCounters(intf);
+      KILN_ASSERT(intfQueueCounters);
+      record = queueRecord(*intfQueueCounters);
+   }
+   return record;
+}
+
+void ZelCountersHelper::doClearIntfQueueCounters(const Pelt::IntfId& intf, bool portChanged) {
+   KILN_TRACE(5, "doClearIntfQueueCounters, intf: " << intf << ", portChanged: " << portChanged);
+   const ZelSystem::PortRecord* const port = systemStatus_->portInfo().find(intf);
+   if (port == nullptr) {
+      return;
+   }
+   const unsigned queues = queuesOfPort(port->pipePort());
+   if (const Kiln::Ptr<ZelCounters> chip = mgr_->zelCounters(port->devId)) {
+      chip->clearIntfQueueCounters(intf, portChanged);
+   }
+   const auto published = mgr_->mounts()->allIntfQueueCounters();
+   for (unsigned queue = 0; published && queue < queues; ++queue) {
+      if (!published->has(intf, queue)) {
+         KILN_TRACE(5, "Creating queueId in allIntfMountPoint " << queue);
+         published->queueIs(intf, queue, Kiln::System::currentTime());
+      }
+   }
+}
+
+bool ZelCountersSubIntfCountersHelper::getSubIntfCounters(const Pelt::IntfId& intf,
+                                                          const Kiln::Ptr<VexTypes::L3IntfCounters>& current,
+                                                          const Kiln::Ptr<VexTypes::L3IntfCounters>&) {
+   KILN_TRACE(5, "getSubIntfCounters, intf: " << intf);
+   return readL3Intf(l3IntfSm_, intf, *current);
+}
+
+} // namespace ZelCounter

@@ -1,0 +1,53 @@
+// The adapter through which the forwarding layer reads and clears this chip family's counters.
+#pragma once
+
+#include "l3/ZelCountersL3Intf.h"
+#include "vex/VexHelper.h"
+#include "zel/SystemStatus.h"
+
+namespace ZelCounter {
+
+class ZelCountersMgr;
+
+// One a process, made by the counters manager. Passes what concerns an interface on to the chip that owns it,
+// or to the L3 reactor. Activity thread.
+class ZelCountersHelper : public VexHelper::VexHelperCountersSm {
+ public:
+   // The manager owns this and is not counted.
+   ZelCountersHelper(ZelCountersMgr* mgr, Kiln::Ptr<const ZelSystem::SystemStatus> systemStatus);
+
+   void getIntfQueueType(const Pelt::IntfId& intf, VexTypes::IntfQueueType& type) override;
+   bool initializeVlanIntfCounters(const Pelt::IntfId& vlanIntf, U16 vlan) override;
+   void deleteVlanIntfCounters(const Pelt::IntfId& vlanIntf) override;
+   U64 getIntfAclDropCounters(const Pelt::IntfId& intf) override;
+   bool getVlanIntfCounters(const Pelt::IntfId& vlanIntf, const Kiln::Ptr<VexTypes::L3IntfCounters>& current,
+                            const Kiln::Ptr<VexTypes::L3IntfCounters>& previous) override;
+   void getCounters(const Pelt::IntfId& intf, const Kiln::Ptr<VexTypes::IntfCounters>& record,
+                    const Kiln::Ptr<VexTypes::IntfCounters>& previous) override;
+   void getCoppCounters() override;
+   void hwInit() override;
+   void initialize(const Pelt::IntfId& intf) override;
+   void doClearCounters(const Kiln::String& name) override;
+   VexTypes::IntfQueueCounters getIntfQueueCounters(const Pelt::IntfId& intf,
+                                                    VexTypes::IntfQueueCounters record) override;
+   void doClearIntfQueueCounters(const Pelt::IntfId& intf, bool portChanged) override;
+
+ private:
+   ZelCountersMgr* mgr_;
+   Kiln::Ptr<const ZelSystem::SystemStatus> systemStatus_;
+};
+
+// The subinterfaces' counterpart.
+class ZelCountersSubIntfCountersHelper : public VexHelper::VexHelperSubIntfCountersSm {
+ public:
+   explicit ZelCountersSubIntfCountersHelper(Kiln::Ptr<ZelCountersL3IntfSm> l3IntfSm)
+        : l3IntfSm_(std::move(l3IntfSm)) {}
+
+   bool getSubIntfCounters(const Pelt::IntfId& intf, const Kiln::Ptr<VexTypes::L3IntfCounters>& current,
+                           const Kiln::Ptr<VexTypes::L3IntfCounters>& previous) override;
+
+ private:
+   Kiln::Ptr<ZelCountersL3IntfSm> l3IntfSm_;
+};
+
+} // namespace ZelCounter

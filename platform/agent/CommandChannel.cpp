@@ -1,0 +1,290 @@
+// The command channel's listener and its clients.
+#include "agent/CommandChannel.h"
+
+#include "agent/CommandSocket.h"
+#include "kiln/ActivityLock.h"
+#include "kiln/RingLog.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace Agent {
+
+namespace {
+
+struct OwnedFd {
+   explicit OwnedFd(int owned) : fd(owned) {}
+   OwnedFd(const OwnedFd&) = delete;
+   OwnedFd& operator=(const OwnedFd&) = delete;
+   ~OwnedFd() {
+      if (fd >= 0) {
+         close(fd);
+      }
+   }
+   int release() { return std::exchange(fd, -1); }
+   int fd;
+};
+
+[[noreturn]] void throwErrno(const Kiln::String& what) {
+   throw std::runtime_error(what + ": " + std::strerror(errno));
+}
+
+int streamSocket() {
+   const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+   if (fd < 0) {
+      throwErrno("cannot create a socket");
+   }
+   return fd;
+}
+
+// Only a socket that nobody listens on any more is removed.
+void removeStaleSocket(const SocketAddress& address, const Kiln::String& path) {
+   struct stat status {};
+   if (lstat(path.c_str(), &status) != 0) {
+      return;
+   }
+   if (!S_ISSOCK(status.st_mode)) {
+      throw std::runtime_error(path + " exists and is no socket: choose another with --socket PATH");
+   }
+   const OwnedFd probe(streamSocket());
+   if (connect(probe.fd, address.any(), address.length()) == 0 || errno == EAGAIN) {
+      throw std::runtime_error("another agent answers on " + path +
+                               ": stop it, or choose another socket with --socket PATH");
+   }
+   if (errno != ECONNREFUSED) {
+      throwErrno("cannot tell whether an agent answers on " + path);
+   }
+   unlink(path.c_str());
+}
+
+int listeningSocket(const Kiln::String& path) {
+   const SocketAddress address(path);
+   removeStaleSocket(address, path);
+   OwnedFd made(streamSocket());
+   // Before it has a name, so that there is no moment at which others may open it.
+   fchmod(made.fd, S_IRUSR | S_IWUSR);
+   if (bind(made.fd, address.any(), address.length()) != 0 || listen(made.fd, SOMAXCONN) != 0) {
+      throwErrno("cannot listen on " + path);
+   }
+   return made.release();
+}
+
+// What a refused command's answer ends with.
+Kiln::String errorTail(const Kiln::String& error) {
+   return Kiln::String(1, errorMark) + "% " + error + "\n";
+}
+
+} // namespace
+
+class CommandChannel::Listener : public Kiln::ActivityManager::Descriptor {
+ public:
+   Listener(CommandChannel* channel, int fd)
+        : Descriptor(channel->manager_, fd), channel_(channel), pause_(channel->manager_->clock(), this) {
+      wantsIs(true, false);
+   }
+   ~Listener() override { close(fd()); }
+
+   void onReady(bool /*readable*/, bool /*writable*/) override {
+      for (;;) {
+         const int accepted = accept4(fd(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
+         if (accepted >= 0) {
+            channel_->handleConnection(accepted);
+         } else if (errno == EAGAIN) {
+            return;
+         } else if (errno != EINTR && errno != ECONNABORTED) {
+            // Out of descriptors: the connection stays pending and the socket readable, so look away.
+            KILN_RINGLOG("command channel: cannot accept: " << std::strerror(errno));
+            wantsIs(false, false);
+            pause_.timeMinIs(Kiln::System::currentTime() + acceptPause);
+            return;
+         }
+      }
+   }
+
+ private:
+   static constexpr double acceptPause = 1.0; // seconds
+
+   struct Pause : Kiln::Clock::Notifiee {
+      Pause(const Kiln::Ptr<Kiln::Clock>& clock, Listener* owner) : Notifiee(clock), listener(owner) {}
+      void onTime() override { listener->wantsIs(true, false); }
+      Listener* listener;
+   };
+
+   CommandChannel* channel_;
+   Pause pause_;
+};
+
+// One connection: takes the line, runs it, hands the answer out.
+class CommandChannel::Client : public Kiln::ActivityManager::Descriptor {
+ public:
+   Client(CommandChannel* channel, int fd)
+        : Descriptor(channel->manager_, fd), channel_(channel), timeout_(channel->manager_->clock(), this) {
+      wantsIs(true, false);
+      timeout_.timeMinIs(Kiln::System::currentTime() + channel->limits_.lineTimeout);
+   }
+   ~Client() override { close(fd()); }
+
+   // Bytes of text that the client has yet to take.
+   std::size_t waitingBytes() const { return size_ - sent_; }
+
+   void onReady(bool /*readable*/, bool /*writable*/) override {
+      if (answering_) {
+         handleWritable();
+      } else {
+         handleReadable();
+      }
+   }
+
+ private:
+   enum class Progress { some, none, done, gone };
+
+   struct Timeout : Kiln::Clock::Notifiee {
+      Timeout(const Kiln::Ptr<Kiln::Clock>& clock, Client* owner) : Notifiee(clock), client(owner) {}
+      void onTime() override { client->handleTimeout(); }
+      Client* client;
+   };
+
+   void handleReadable();
+   void handleWritable();
+   void handleTimeout();
+   void runCommand();
+   void answer(const Kiln::String& error);
+   Progress copyOut();
+
+   CommandChannel* channel_;
+   Timeout timeout_;
+   Kiln::String line_;
+   bool answering_ = false;
+   std::unique_ptr<CommandSpool> spool_; // none when the command was not run
+   std::size_t size_ = 0;                // of the spool
+   std::size_t sent_ = 0;                // of the spool
+   Kiln::String tail_;                   // what is left of the error
+};
+
+void CommandChannel::Client::handleReadable() {
+   char bytes[commandLineLimit];
+   const ssize_t got = recv(fd(), bytes, sizeof bytes, 0);
+   if (got < 0) {
+      if (errno != EAGAIN && errno != EINTR) {
+         channel_->clientDel(this);
+      }
+      return;
+   }
+   line_.append(bytes, static_cast<std::size_t>(got));
+   const std::size_t end = line_.find('\n');
+   if (std::min(end, line_.size()) >= commandLineLimit) {
+      answer("the command is longer than " + std::to_string(commandLineLimit - 1) +
+             " bytes: expected one line of words");
+   } else if (end != Kiln::String::npos) {
+      line_.resize(end); // one command a connection: more is not looked at
+      runCommand();
+   } else if (got == 0 && line_.empty()) {
+      channel_->clientDel(this);
+   } else if (got == 0) {
+      runCommand();
+   }
+}
+
+void CommandChannel::Client::runCommand() {
+   if (channel_->waitingBytes() > channel_->limits_.waitingBytes) {
+      answer("too much output waits for clients that read slowly: try again later");
+      return;
+   }
+   try {
+      spool_ = std::make_unique<CommandSpool>(channel_->limits_.answerBytes);
+   } catch (const std::exception& error) {
+      answer(error.what());
+      return;
+   }
+   const CommandResult result = channel_->runner_->run(line_, *spool_);
+   size_ = spool_->size();
+   answer(result.error);
+}
+
+void CommandChannel::Client::answer(const Kiln::String& error) {
+   answering_ = true;
+   tail_ = error.empty() ? "" : errorTail(error);
+   wantsIs(false, true);
+   timeout_.timeMinIs(Kiln::System::currentTime() + channel_->limits_.readerTimeout);
+}
+
+void CommandChannel::Client::handleWritable() {
+   Progress progress = Progress::none;
+   Kiln::ActivityLockAnchor::yieldWhile([&] { progress = copyOut(); });
+   if (progress == Progress::done || progress == Progress::gone) {
+      channel_->clientDel(this);
+   } else if (progress == Progress::some) {
+      timeout_.timeMinIs(Kiln::System::currentTime() + channel_->limits_.readerTimeout);
+   }
+}
+
+// One piece a turn, so that a quick reader of a long answer doesn't keep the loop from its clocks.
+CommandChannel::Client::Progress CommandChannel::Client::copyOut() {
+   if (sent_ == size_ && tail_.empty()) {
+      return Progress::done;
+   }
+   const char* from = tail_.data();
+   std::size_t length = tail_.size();
+   if (sent_ < size_) {
+      from = channel_->piece_.data();
+      length = spool_->read(sent_, channel_->piece_.data(), std::min(pieceSize, size_ - sent_));
+   }
+   const ssize_t taken = send(fd(), from, length, MSG_NOSIGNAL);
+   if (taken < 0) {
+      return errno == EAGAIN || errno == EINTR ? Progress::none : Progress::gone;
+   }
+   if (sent_ < size_) {
+      sent_ += static_cast<std::size_t>(taken);
+   } else {
+      tail_.erase(0, static_cast<std::size_t>(taken));
+   }
+   return sent_ == size_ && tail_.empty() ? Progress::done : Progress::some;
+}
+
+void CommandChannel::Client::handleTimeout() {
+   if (answering_) {
+      KILN_RINGLOG("command channel: dropped a client that took nothing for "
+                   << channel_->limits_.readerTimeout << " seconds");
+      channel_->clientDel(this);
+   } else {
+      answer("no command came: expected one line");
+   }
+}
+
+CommandChannel::CommandChannel(const Kiln::Ptr<Kiln::ActivityManager>& manager,
+                               Kiln::Ptr<const CommandRunner> runner, Kiln::String path,
+                               const CommandChannelLimits& limits)
+     : manager_(manager), runner_(std::move(runner)), path_(std::move(path)), limits_(limits) {
+   listener_ = std::make_unique<Listener>(this, listeningSocket(path_));
+}
+
+CommandChannel::~CommandChannel() {
+   unlink(path_.c_str());
+}
+
+void CommandChannel::handleConnection(int fd) {
+   if (clients_.size() < limits_.clients) {
+      clients_.push_back(std::make_unique<Client>(this, fd));
+      return;
+   }
+   const OwnedFd refused(fd);
+   const Kiln::String answer = errorTail("too many clients at once: try again later");
+   [[maybe_unused]] const auto sent = send(fd, answer.data(), answer.size(), MSG_NOSIGNAL);
+}
+
+void CommandChannel::clientDel(const Client* client) {
+   std::erase_if(clients_, [client](const auto& one) { return one.get() == client; });
+}
+
+std::size_t CommandChannel::waitingBytes() const {
+   std::size_t all = 0;
+   for (const auto& client : clients_) {
+      all += client->waitingBytes();
+   }
+   return all;
+}
+
+} // namespace Agent

@@ -1,0 +1,62 @@
+// The command socket's place and address.
+#include "agent/CommandSocket.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <stdexcept>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace Agent {
+
+namespace {
+
+Kiln::String environment(const char* variable) {
+   const char* value = std::getenv(variable);
+   return value != nullptr ? value : "";
+}
+
+Kiln::String defaultFolder() {
+   const Kiln::String runtime = environment("XDG_RUNTIME_DIR");
+   if (!runtime.empty()) {
+      return runtime + "/zelagent";
+   }
+   const uid_t user = geteuid();
+   return user == 0 ? "/run/zelagent" : "/tmp/zelagent-" + std::to_string(user);
+}
+
+} // namespace
+
+Kiln::String defaultSocketPath() {
+   const Kiln::String chosen = environment("ZEL_SOCKET");
+   return chosen.empty() ? defaultFolder() + "/socket" : chosen;
+}
+
+void prepareDefaultSocketFolder() {
+   if (!environment("ZEL_SOCKET").empty()) {
+      return;
+   }
+   const Kiln::String folder = defaultFolder();
+   if (mkdir(folder.c_str(), S_IRWXU) != 0 && errno != EEXIST) {
+      throw std::runtime_error("cannot create " + folder + " (" + std::strerror(errno) +
+                               "): choose a socket with --socket PATH");
+   }
+   struct stat status {};
+   if (lstat(folder.c_str(), &status) != 0 || !S_ISDIR(status.st_mode) || status.st_uid != geteuid() ||
+       (status.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+      throw std::runtime_error(folder + " is not a folder that only this user may write to: " +
+                               "choose a socket with --socket PATH");
+   }
+}
+
+SocketAddress::SocketAddress(const Kiln::String& path) {
+   if (path.empty() || path.size() >= sizeof address.sun_path) {
+      throw std::runtime_error("socket path '" + path + "' has " + std::to_string(path.size()) +
+                               " bytes: expected 1 to " + std::to_string(sizeof address.sun_path - 1));
+   }
+   address.sun_family = AF_UNIX;
+   std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
+}
+
+} // namespace Agent

@@ -1,0 +1,37 @@
+// A command's output: an anonymous memory file of bounded size. Writing to it never blocks; at the bound it
+// takes no more.
+#pragma once
+
+#include "kiln/Types.h"
+
+namespace Agent {
+
+class CommandSpool {
+ public:
+   static constexpr std::size_t sizeLimit = 64U << 20U; // bytes
+
+   // Throws std::system_error when the machine has no memory file left. `limit` is a whole number of pages.
+   explicit CommandSpool(std::size_t limit = sizeLimit);
+   CommandSpool(const CommandSpool&) = delete;
+   CommandSpool& operator=(const CommandSpool&) = delete;
+   ~CommandSpool();
+
+   int fd() const { return fd_; }
+   std::size_t limit() const { return limit_; }
+   // Bytes of text. Once full, it ends with the last whole line.
+   std::size_t size() const;
+   bool isFull() const;
+   // Up to `length` bytes from `offset`; how many there were.
+   std::size_t read(std::size_t offset, char* to, std::size_t length) const;
+   // All of the text, waiting for whoever reads fd.
+   void copyTo(int fd) const;
+
+ private:
+   std::size_t written() const;
+   std::size_t wholeLines() const;
+
+   std::size_t limit_;
+   int fd_;
+};
+
+} // namespace Agent

@@ -1,0 +1,44 @@
+// Numbers as people type them. All of the text has to be the number: no blanks, no sign before an unsigned
+// one.
+#pragma once
+
+#include "kiln/Types.h"
+
+#include <charconv>
+#include <cmath>
+#include <optional>
+#include <string_view>
+
+namespace Kiln {
+
+// Decimal. None when the text is no number, or one that T or the bounds do not hold.
+template <class T>
+std::optional<T> parseNumber(std::string_view text, T min = std::numeric_limits<T>::min(),
+                             T max = std::numeric_limits<T>::max(), int base = 10) {
+   T value{};
+   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value, base);
+   if (error != std::errc() || end != text.data() + text.size() || value < min || value > max) {
+      return std::nullopt;
+   }
+   return value;
+}
+
+// A counter's value: decimal, or hexadecimal with 0x before it.
+inline std::optional<U64> parseValue(std::string_view text) {
+   constexpr U64 max = std::numeric_limits<U64>::max();
+   const bool isHex = text.substr(0, 2) == "0x";
+   return isHex ? parseNumber<U64>(text.substr(2), 0, max, 16) : parseNumber<U64>(text);
+}
+
+// A time from 0 upward, as 2 or 0.25, up to `max` seconds.
+inline std::optional<double> parseSeconds(std::string_view text, double max) {
+   double value = 0.0;
+   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+   // The comparison also turns down what is not a number.
+   if (error != std::errc() || end != text.data() + text.size() || std::signbit(value) || !(value <= max)) {
+      return std::nullopt;
+   }
+   return value;
+}
+
+} // namespace Kiln

@@ -1,0 +1,130 @@
+// Reads and publishes the counters of L3 interfaces.
+#include "vex/L3Counters.h"
+
+#include "kiln/Time.h"
+#include "vex/CounterSteps.h"
+
+namespace Vex {
+
+namespace {
+
+// The sum over chips falls when a chip or its entries go: what it lost was counted before, so a fall is no
+// step.
+void absorbFalls(VexTypes::L3IntfCounters& previous, const Interface::L3IntfStatistics& reading) {
+   Interface::L3IntfStatistics vetted = previous.statistics();
+   for (std::size_t i = 0; i < Interface::L3IntfStatistics::fieldCount; ++i) {
+      if (Interface::word(reading, i) < Interface::word(vetted, i)) {
+         Interface::wordIs(vetted, i, Interface::word(reading, i));
+      }
+   }
+   previous.statisticsIs(vetted);
+}
+
+} // namespace
+
+bool L3Counters::add(const Pelt::IntfId& intf) {
+   if (counters_ == nullptr || intf.empty() || has(intf)) {
+      return false;
+   }
+   try {
+      Counted counted{Silo::Key(intf.text()), Kiln::allocate<VexTypes::L3IntfCounters>(),
+                      Kiln::allocate<VexTypes::L3IntfCounters>()};
+      const auto published = counters_->sampleOrDefault(counted.key);
+      counted.previous->recordIs(published.record);
+      counted.previous->sampleTimeIs(published.info.sampleTime);
+      if (counters_->has(counted.key)) {
+         renewDiscontinuity(*counted.previous);
+      }
+      return intfs_.set(intf, counted);
+   } catch (const std::invalid_argument& error) {
+      errors_.log(intf, error);
+      return false;
+   }
+}
+
+void L3Counters::remove(const Pelt::IntfId& intf) {
+   if (const Counted* counted = intfs_.find(intf)) {
+      counters_->recordDel(counted->key);
+      if (clearCounters_ != nullptr) {
+         clearCounters_->recordDel(counted->key);
+      }
+      intfs_.erase(intf);
+   }
+   errors_.forget(intf);
+}
+
+void L3Counters::arm() {
+   if (!endOfTurn_.isArmed()) {
+      endOfTurn_.timeMinIs(Kiln::System::currentTime());
+   }
+}
+
+void L3Counters::dueIs(const Pelt::IntfId& intf) {
+   if (Counted* counted = intfs_.find(intf)) {
+      counted->isDue = true;
+      arm();
+   }
+}
+
+void L3Counters::allDueIs() {
+   for (auto& [intf, counted] : intfs_) {
+      counted.isDue = true;
+   }
+   if (!intfs_.empty()) {
+      arm();
+   }
+}
+
+void L3Counters::handleEndOfTurn() {
+   for (auto& [intf, counted] : intfs_) {
+      if (!counted.isDue) {
+         continue;
+      }
+      counted.isDue = false;
+      try {
+         update(intf, counted);
+         errors_.forget(intf);
+      } catch (const Silo::TableError& error) {
+         errors_.log(intf, error);
+      }
+   }
+}
+
+void L3Counters::update(const Pelt::IntfId& intf, Counted& counted) {
+   if (!read_(intf, counted.current, counted.previous)) {
+      return;
+   }
+   const double now = Kiln::System::currentTime();
+   const Interface::L3IntfStatistics published = counted.previous->statistics();
+   absorbFalls(*counted.previous, counted.current->statistics());
+   const auto& previous = counted.previous->record();
+   auto& next = counted.current->record();
+   const bool isContinuous = takeStep(next, previous, published);
+   next.interval = intervalBetween(counted.previous->sampleTime(), now);
+   next.discontinuityTime = isContinuous ? previous.discontinuityTime : now;
+   counted.current->sampleTimeIs(now);
+   std::swap(counted.current, counted.previous);
+   counters_->recordIs(counted.key, counted.previous->record(), now);
+}
+
+void L3Counters::clear(const Counted& counted) {
+   if (clearCounters_ != nullptr) {
+      clearCounters_->recordIs(counted.key, counted.previous->record(), Kiln::System::currentTime());
+   }
+}
+
+bool L3Counters::clear(const Pelt::IntfId& intf) {
+   const Counted* counted = intfs_.find(intf);
+   if (counted != nullptr) {
+      clear(*counted);
+   }
+   return counted != nullptr;
+}
+
+void L3Counters::clearAll() {
+   for (const auto& [intf, counted] : intfs_) {
+      clear(counted);
+   }
+}
+
+} // namespace Vex

@@ -1,0 +1,104 @@
+// The records that other processes read, and the names of the tables that hold them. A reader needs this
+// header and silo/TableReader.h only. docs/published-records.md says what each field means.
+#pragma once
+
+#include "vex/Statistics.h"
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <string_view>
+
+namespace Silo::Interface {
+
+// Where an agent keeps its tables when it is told no place: the prefix of their shared memory objects.
+constexpr const char* defaultTablePrefix = "zelagent";
+
+// Tables, by interface name.
+namespace TableName {
+constexpr const char* intfCounters = "IntfCounters";
+constexpr const char* intfClearCounters = "IntfClearCounters";
+constexpr const char* intfQueueCounters = "IntfQueueCounters";
+constexpr const char* intfClearQueueCounters = "IntfClearQueueCounters";
+constexpr const char* vlanIntfCounters = "VlanIntfCounters";
+constexpr const char* vlanIntfClearCounters = "VlanIntfClearCounters";
+constexpr const char* subIntfCounters = "SubIntfCounters";
+constexpr const char* subIntfClearCounters = "SubIntfClearCounters";
+constexpr const char* intfNatCounters = "IntfNatCounters";
+
+inline constexpr std::array all = {intfCounters,           intfClearCounters,    intfQueueCounters,
+                            intfClearQueueCounters, vlanIntfCounters,     vlanIntfClearCounters,
+                            subIntfCounters,        subIntfClearCounters, intfNatCounters};
+} // namespace TableName
+
+// The counters of one interface. Arrays are indexed like fieldsOf<Statistics>(). In a clear table: the same
+// record, as it stood when the interface was cleared.
+template <class Statistics_>
+struct CounterRecord {
+   using Statistics = Statistics_;
+   static constexpr std::size_t fieldCount = Statistics::fieldCount;
+
+   Statistics reading{};                 // as the source has it
+   std::array<U64, fieldCount> totals{}; // the sum of all deltas: never jumps, never steps back
+   std::array<U64, fieldCount> deltas{}; // of the last step
+   // 1: the last step was an upset, so it has neither delta nor rate. Filled up to whole words.
+   std::array<U8, (fieldCount + 7) / 8 * 8> isAbsorbed{};
+   double interval = 0;          // seconds that the last step took; 0: not known
+   double discontinuityTime = 0; // of the last wrap, upset or reset; 0: none
+   U64 suspects = 0;             // steps that the port's speed does not allow
+
+   // The rate of a field in the last step, a second.
+   std::optional<double> rate(std::size_t field) const {
+      if (interval <= 0 || isAbsorbed[field] != 0) {
+         return std::nullopt;
+      }
+      return static_cast<double>(deltas[field]) / interval;
+   }
+};
+
+struct IntfCounters : CounterRecord<::Interface::EthIntfStatistics> {
+   static constexpr std::string_view layoutName = "IntfCounters";
+   static constexpr std::uint32_t layoutVersion = 1;
+};
+
+struct L3IntfCounters : CounterRecord<::Interface::L3IntfStatistics> {
+   static constexpr std::string_view layoutName = "L3IntfCounters";
+   static constexpr std::uint32_t layoutVersion = 1;
+};
+
+struct QueueStatistics {
+   U64 packets = 0;
+   U64 bytes = 0;
+   U64 drops = 0; // packets
+
+   bool operator==(const QueueStatistics&) const = default;
+};
+
+// The queues of one interface, by queue index.
+struct IntfQueueCounters {
+   static constexpr std::string_view layoutName = "IntfQueueCounters";
+   static constexpr std::uint32_t layoutVersion = 1;
+   static constexpr std::size_t queueCount = 17;
+
+   std::array<QueueStatistics, queueCount> totals{}; // never step back
+   std::array<QueueStatistics, queueCount> deltas{}; // of the last report
+   double interval = 0;                              // seconds since the report before; 0: not known
+   std::uint32_t present = 0;                        // bit q: the interface has queue q
+   std::uint32_t reported = 0;                       // bit q: and it was read at least once
+
+   bool has(std::size_t queue) const { return queue < queueCount && ((present >> queue) & 1) != 0; }
+};
+
+// What was translated by source NAT on an L3 interface.
+struct NatCounter {
+   static constexpr std::string_view layoutName = "NatCounter";
+   static constexpr std::uint32_t layoutVersion = 1;
+
+   std::array<char, 64> intfId{}; // NUL-terminated
+   S64 creationTime = 0;          // monotonic clock, whole seconds
+   U64 packets = 0;
+   U64 bytes = 0;
+   double lastUpdate = 0; // seconds, Kiln::System::currentTime(); 0: never read
+};
+
+} // namespace Silo::Interface

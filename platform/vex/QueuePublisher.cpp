@@ -1,0 +1,109 @@
+// Adds up the reports of queue counters.
+#include "vex/QueuePublisher.h"
+
+#include "kiln/Time.h"
+#include "vex/CounterSteps.h"
+
+namespace Vex::Counters {
+
+using Silo::Interface::QueueStatistics;
+
+namespace {
+
+U64 increment(U64 last, U64 value) {
+   return value >= last ? value - last : value;
+}
+
+QueueStatistics increments(const QueueStatistics& last, const QueueStatistics& value) {
+   return {increment(last.packets, value.packets), increment(last.bytes, value.bytes),
+           increment(last.drops, value.drops)};
+}
+
+void add(QueueStatistics& total, const QueueStatistics& delta) {
+   total.packets += delta.packets;
+   total.bytes += delta.bytes;
+   total.drops += delta.drops;
+}
+
+} // namespace
+
+QueuePublisher::History& QueuePublisher::historyOf(const Pelt::IntfId& intf) {
+   History* history = histories_.find(intf);
+   if (history == nullptr) {
+      histories_.set(intf, {Silo::Key(intf.text())});
+      history = histories_.find(intf);
+   }
+   return *history;
+}
+
+void QueuePublisher::publish(const Pelt::IntfId& intf, const VexTypes::IntfQueueCounters& report,
+                             bool isIncrement) {
+   if (!counters_) {
+      return;
+   }
+   History& history = historyOf(intf);
+   auto sample = counters_->table().sampleOrDefault(history.key);
+   auto& record = sample.record;
+   for (std::size_t queue = 0; queue < VexTypes::IntfQueueCounters::queueCount; ++queue) {
+      record.deltas[queue] = {};
+      if (!report.has(queue)) {
+         continue;
+      }
+      const QueueStatistics& value = report.intfQueueStat(queue);
+      QueueStatistics last{};
+      if (history.report.has(queue)) {
+         last = history.report.intfQueueStat(queue);
+      } else if (((record.reported >> queue) & 1) != 0) {
+         last = value; // reported before this process began: the total stands
+      }
+      record.deltas[queue] = increments(last, value);
+      if (isIncrement) {
+         add(record.totals[queue], record.deltas[queue]);
+      } else {
+         record.totals[queue] = value;
+      }
+      history.report.intfQueueStatIs(queue, value);
+      record.present |= std::uint32_t{1} << queue;
+      record.reported |= std::uint32_t{1} << queue;
+   }
+   const double now = Kiln::System::currentTime();
+   record.interval = intervalBetween(history.sampleTime, now);
+   history.sampleTime = now;
+   counters_->table().recordIs(history.key, record, now);
+}
+
+void QueuePublisher::clear(const Silo::Key& key) {
+   if (clearCounters_) {
+      clearCounters_->table().recordIs(key, counters_->table().sampleOrDefault(key).record,
+                                       Kiln::System::currentTime());
+   }
+}
+
+bool QueuePublisher::clear(const Pelt::IntfId& intf) {
+   const History* history = histories_.find(intf);
+   if (history != nullptr) {
+      clear(history->key);
+   }
+   return history != nullptr;
+}
+
+void QueuePublisher::clearAll() {
+   if (counters_) {
+      for (const Silo::Key& key : counters_->table().keys()) {
+         clear(key);
+      }
+   }
+}
+
+void QueuePublisher::remove(const Pelt::IntfId& intf) {
+   histories_.erase(intf);
+   const Silo::Key key(intf.text());
+   if (counters_) {
+      counters_->table().recordDel(key);
+   }
+   if (clearCounters_) {
+      clearCounters_->table().recordDel(key);
+   }
+}
+
+} // namespace Vex::Counters

@@ -1,0 +1,44 @@
+// Publishes the queue counters of every interface.
+#pragma once
+
+#include "kiln/Collections.h"
+#include "vex/SharedTables.h"
+#include "vex/VexTypes.h"
+
+namespace Vex::Counters {
+
+// Part of the counters reactor. Activity thread; allocates only for an interface that is new.
+class QueuePublisher {
+ public:
+   // Either table may be null: then nothing is published, or cleared.
+   QueuePublisher(Kiln::Ptr<Silo::Interface::AllIntfQueueCounters> counters,
+                  Kiln::Ptr<Silo::Interface::AllIntfClearQueueCounters> clearCounters)
+        : counters_(std::move(counters)), clearCounters_(std::move(clearCounters)) {}
+
+   // With `isIncrement`, adds the differences since the report before to the published totals; a value below
+   // that report is a restart and counts whole. Without, the report is the total. Throws what the table
+   // throws.
+   void publish(const Pelt::IntfId& intf, const VexTypes::IntfQueueCounters& report, bool isIncrement);
+   // What counts from now on counts since the clear. False: this process has published no queues of the
+   // interface.
+   bool clear(const Pelt::IntfId& intf);
+   void clearAll();
+   // The interface is gone.
+   void remove(const Pelt::IntfId& intf);
+
+ private:
+   struct History {
+      Silo::Key key;
+      VexTypes::IntfQueueCounters report{};
+      double sampleTime = Silo::unknownSampleTime;
+   };
+
+   History& historyOf(const Pelt::IntfId& intf);
+   void clear(const Silo::Key& key);
+
+   Kiln::Ptr<Silo::Interface::AllIntfQueueCounters> counters_;
+   Kiln::Ptr<Silo::Interface::AllIntfClearQueueCounters> clearCounters_;
+   Kiln::HashMap<Pelt::IntfId, History> histories_;
+};
+
+} // namespace Vex::Counters

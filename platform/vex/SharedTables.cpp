@@ -1,0 +1,63 @@
+// Opens the shared tables.
+#include "vex/SharedTables.h"
+
+#include "kiln/Time.h"
+#include "vex/VexCountersLog.h"
+
+namespace Silo::Interface {
+
+void AllIntfQueueCounters::queueIs(const Pelt::IntfId& intf, std::size_t queue, double now) {
+   if (queue >= IntfQueueCounters::queueCount) {
+      throw std::out_of_range("queue " + std::to_string(queue) + " of " + intf.text() + ": expected 0 to " +
+                              std::to_string(IntfQueueCounters::queueCount - 1));
+   }
+   const Key key(intf.text());
+   auto sample = table().sampleOrDefault(key);
+   if (!sample.record.has(queue)) {
+      sample.record.present |= std::uint32_t{1} << queue;
+      const bool isSampled = sample.info.sampleTime != unknownSampleTime;
+      table().recordIs(key, sample.record, isSampled ? sample.info.sampleTime : now);
+   }
+}
+
+} // namespace Silo::Interface
+
+namespace Vex {
+
+namespace {
+
+Silo::TableOptions options(std::size_t capacity, double pollingInterval) {
+   const auto source = Kiln::System::timeSource();
+   return {.capacity = capacity,
+           .pollingInterval = pollingInterval,
+           .clockDomain =
+                source->isSimulated() ? Silo::ClockDomain::simulatedTime() : Silo::ClockDomain::monotonic(),
+           .onCorruption = logCorruption,
+           .isBegunAnew = false};
+}
+
+} // namespace
+
+SharedTables openSharedTables(const Silo::Store& store, const SharedTableSettings& settings) {
+   namespace Tables = Silo::Interface;
+   namespace TableName = Silo::Interface::TableName;
+   const auto ports = options(settings.ports, settings.pollingInterval);
+   const auto vlanIntfs = options(settings.vlanIntfs, settings.pollingInterval);
+   const auto subIntfs = options(settings.subIntfs, settings.pollingInterval);
+   // A routed port, a VLAN interface and a subinterface each may translate.
+   const auto l3Intfs =
+        options(settings.ports + settings.vlanIntfs + settings.subIntfs, settings.natPollingInterval);
+   return {
+        Kiln::allocate<Tables::AllIntfCounters>(store, TableName::intfCounters, ports),
+        Kiln::allocate<Tables::AllIntfClearCounters>(store, TableName::intfClearCounters, ports),
+        Kiln::allocate<Tables::AllIntfQueueCounters>(store, TableName::intfQueueCounters, ports),
+        Kiln::allocate<Tables::AllIntfClearQueueCounters>(store, TableName::intfClearQueueCounters, ports),
+        Kiln::allocate<Tables::AllVlanIntfCounters>(store, TableName::vlanIntfCounters,
+                                                    TableName::vlanIntfClearCounters, vlanIntfs),
+        Kiln::allocate<Tables::SubIntfCountersDir>(store, TableName::subIntfCounters, subIntfs),
+        Kiln::allocate<Tables::SubIntfCountersSnapshotDir>(store, TableName::subIntfClearCounters, subIntfs),
+        Kiln::allocate<Tables::AllNatCounterDir>(store, TableName::intfNatCounters, l3Intfs),
+   };
+}
+
+} // namespace Vex

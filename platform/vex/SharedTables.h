@@ -1,0 +1,130 @@
+// The shared tables that the agent mounts for the counters library. This process is their one writer.
+#pragma once
+
+#include "kiln/Ptr.h"
+#include "silo/Table.h"
+#include "vex/PublishedRecords.h"
+#include "zel/Pelt.h"
+
+namespace Silo {
+
+// A table of records by interface, as the framework shares it. Activity thread. Errors are Table's.
+template <RecordType Record>
+class IntfTable : public Kiln::PtrInterface {
+ public:
+   IntfTable(const Store& store, const std::string& name, TableOptions options)
+        : table_(store, name, Record{}, std::move(options)) {}
+
+   Table<Record>& table() { return table_; }
+   const Table<Record>& table() const { return table_; }
+
+ private:
+   Table<Record> table_;
+};
+
+namespace Interface {
+
+// Interface counters as published now, and as they stood at the last clear.
+class AllIntfCounters : public IntfTable<IntfCounters> {
+   using IntfTable::IntfTable;
+};
+class AllIntfClearCounters : public IntfTable<IntfCounters> {
+   using IntfTable::IntfTable;
+};
+
+class AllIntfClearQueueCounters : public IntfTable<IntfQueueCounters> {
+   using IntfTable::IntfTable;
+};
+class AllIntfQueueCounters : public IntfTable<IntfQueueCounters> {
+ public:
+   using IntfTable::IntfTable;
+
+   bool has(const Pelt::IntfId& intf, std::size_t queue) const {
+      return table().sampleOrDefault(Key(intf.text())).record.has(queue);
+   }
+   // Creates the queue's entry, all zero, when it is missing. `now` is the sample time of a record that is
+   // new. A queue above 16 is a std::out_of_range.
+   void queueIs(const Pelt::IntfId& intf, std::size_t queue, double now);
+};
+
+// VLAN interfaces have no clear table mounted, so the table brings its own.
+class AllVlanIntfCounters : public IntfTable<L3IntfCounters> {
+ public:
+   AllVlanIntfCounters(const Store& store, const std::string& name, const std::string& clearName,
+                       const TableOptions& options)
+        : IntfTable(store, name, options), clearTable_(store, clearName, {}, options) {}
+
+   Table<L3IntfCounters>& clearTable() { return clearTable_; }
+
+ private:
+   Table<L3IntfCounters> clearTable_;
+};
+
+class SubIntfCountersDir : public IntfTable<L3IntfCounters> {
+   using IntfTable::IntfTable;
+};
+class SubIntfCountersSnapshotDir : public IntfTable<L3IntfCounters> {
+   using IntfTable::IntfTable;
+};
+
+class AllNatCounterDir : public IntfTable<NatCounter> {
+ public:
+   using IntfTable::IntfTable;
+
+   // The interface's record; the default one when there is none. A corrupt one is reported to the corruption
+   // handler, and the default is answered.
+   NatCounter counter(const Pelt::IntfId& intf) const {
+      return table().sampleOrDefault(Key(intf.text())).record;
+   }
+   // Writes the record under its own interface id, sampled at `now`.
+   void counterIs(const NatCounter& counter, double now) {
+      table().recordIs(Key(counter.intfId.data()), counter, now);
+   }
+   void counterDel(const Pelt::IntfId& intf) { table().recordDel(Key(intf.text())); }
+};
+
+} // namespace Interface
+
+namespace ZelSystem {
+
+class P4CounterTable : public Kiln::PtrInterface {};
+class AclCounterTable : public Kiln::PtrInterface {};
+
+} // namespace ZelSystem
+
+} // namespace Silo
+
+namespace ZelAclCounter {
+
+class AclCounterClearRequest : public Kiln::PtrInterface {};
+class AclCounterClearResponse : public Kiln::PtrInterface {};
+
+} // namespace ZelAclCounter
+
+namespace Vex {
+
+// How many records each kind of table holds, and how often its records are sampled.
+struct SharedTableSettings {
+   std::size_t ports = 2304; // 8 chips of 4 pipes of 72
+   std::size_t vlanIntfs = 4094;
+   std::size_t subIntfs = 4096;
+   double pollingInterval = 2.0;    // seconds
+   double natPollingInterval = 1.0; // seconds
+};
+
+struct SharedTables {
+   Kiln::Ptr<Silo::Interface::AllIntfCounters> allIntfCounters;
+   Kiln::Ptr<Silo::Interface::AllIntfClearCounters> allIntfClearCounters;
+   Kiln::Ptr<Silo::Interface::AllIntfQueueCounters> allIntfQueueCounters;
+   Kiln::Ptr<Silo::Interface::AllIntfClearQueueCounters> allIntfClearQueueCounters;
+   Kiln::Ptr<Silo::Interface::AllVlanIntfCounters> allVlanIntfCounters;
+   Kiln::Ptr<Silo::Interface::SubIntfCountersDir> subIntfCountersDir;
+   Kiln::Ptr<Silo::Interface::SubIntfCountersSnapshotDir> subIntfCountersSnapshotDir;
+   Kiln::Ptr<Silo::Interface::AllNatCounterDir> intfAllNatCounterDir;
+};
+
+// Opens every table for writing, taking over what the last writer left. Corruption goes to the operator log.
+// Sample times are those of the process's time source, so set that first. Throws Silo::TableError.
+SharedTables openSharedTables(const Silo::Store& store, const SharedTableSettings& settings = {});
+
+} // namespace Vex

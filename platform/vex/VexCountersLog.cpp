@@ -1,0 +1,69 @@
+// The catalogue of the forwarding layer's messages.
+#include "vex/VexCountersLog.h"
+
+#include "kiln/RingLog.h"
+#include "kiln/Trace.h"
+
+#include <array>
+
+namespace Vex {
+
+namespace {
+
+Kiln::TraceHandle traceHandle("VexCounters");
+
+const char* remedyText(Silo::Corruption::Remedy remedy) {
+   using Remedy = Silo::Corruption::Remedy;
+   switch (remedy) {
+   case Remedy::none:
+      return "the default is used until the next write";
+   case Remedy::kept:
+      return "the record was whole and is kept";
+   case Remedy::finished:
+      return "completed from the journal";
+   case Remedy::restarted:
+      return "the record began anew";
+   case Remedy::freed:
+      return "the record was dropped";
+   case Remedy::headerMended:
+      return "the header was mended";
+   case Remedy::recreated:
+      return "the table was created anew";
+   }
+   return "unknown";
+}
+
+} // namespace
+
+const Kiln::LogMessage VEX_COUNTERS_PUBLISH_ERROR{
+     "VEX_COUNTERS_PUBLISH_ERROR", Kiln::Severity::error, "Counters of interface %s are not published: %s",
+     "The shared table that other processes read counters from did not take the interface's record. Readers "
+     "see no record, or an old one.",
+     "Remove interfaces that are not needed, or start the agent with larger tables."};
+
+const Kiln::LogMessage VEX_COUNTERS_TABLE_CORRUPT{
+     "VEX_COUNTERS_TABLE_CORRUPT", Kiln::Severity::warning, "Shared counters table %s, record %s: %s; %s",
+     "A record was found damaged: the agent was stopped while it wrote, or another process wrote into the "
+     "table. What began anew counts from zero.",
+     "None if the agent was just restarted. Otherwise find the process that writes into the table."};
+
+void logCorruption(const Silo::Corruption& corruption) {
+   const std::array<Kiln::String, 4> arguments{corruption.table,
+                                               corruption.key.empty() ? "(none)" : corruption.key,
+                                               corruption.text, remedyText(corruption.remedy)};
+   Kiln::OperatorLog::instance().log(VEX_COUNTERS_TABLE_CORRUPT, arguments);
+}
+
+void PublishErrors::log(const Pelt::IntfId& intf, const std::exception& error) {
+   KILN_RINGLOG_TRACE(4, "publishing counters of " << intf << ": " << error.what());
+   if (logged_.set(intf, true)) {
+      const std::array<Kiln::String, 2> arguments{intf.text(), error.what()};
+      Kiln::OperatorLog::instance().log(VEX_COUNTERS_PUBLISH_ERROR, arguments);
+   }
+}
+
+void PublishErrors::forget(const Pelt::IntfId& intf) {
+   logged_.erase(intf);
+}
+
+} // namespace Vex

@@ -1,0 +1,30 @@
+// The forwarding layer's messages for the operator.
+#pragma once
+
+#include "kiln/Collections.h"
+#include "kiln/OperatorLog.h"
+#include "silo/Errors.h"
+#include "zel/Pelt.h"
+
+#include <exception>
+
+namespace Vex {
+
+extern const Kiln::LogMessage VEX_COUNTERS_PUBLISH_ERROR;
+extern const Kiln::LogMessage VEX_COUNTERS_TABLE_CORRUPT;
+
+// The corruption handler of the shared tables.
+void logCorruption(const Silo::Corruption& corruption);
+
+// Tells the operator once for each interface that its counters can't be published, and why.
+class PublishErrors {
+ public:
+   void log(const Pelt::IntfId& intf, const std::exception& error);
+   // The interface's counters were published, or it is gone: the next error is news again.
+   void forget(const Pelt::IntfId& intf);
+
+ private:
+   Kiln::HashMap<Pelt::IntfId, bool> logged_;
+};
+
+} // namespace Vex

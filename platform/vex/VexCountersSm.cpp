@@ -1,0 +1,212 @@
+// Follows the interfaces that exist, and publishes their counters.
+#include "vex/VexCountersSm.h"
+
+#include "kiln/Assert.h"
+#include "kiln/Time.h"
+#include "kiln/Trace.h"
+
+#include <cstdlib>
+
+namespace Vex::Counters {
+
+namespace {
+
+Kiln::TraceHandle traceHandle("VexCountersSm");
+
+// "Vlan20" is carried by VLAN 20; 0 when the name says nothing of the kind.
+U16 vlanOf(const Pelt::IntfId& vlanIntf) {
+   const Kiln::String& text = vlanIntf.text();
+   const std::size_t digits = text.find_first_of("0123456789");
+   return digits == Kiln::String::npos ? U16{0}
+                                       : static_cast<U16>(std::strtoul(text.c_str() + digits, nullptr, 10));
+}
+
+} // namespace
+
+CountersSm::CountersSm(Context context)
+     : context_(std::move(context)),
+       queues_(context_.allIntfQueueCounters, context_.allIntfClearQueueCounters),
+       vlanIntfs_(context_.clock,
+                  context_.allVlanIntfCounters ? &context_.allVlanIntfCounters->table() : nullptr,
+                  context_.allVlanIntfCounters ? &context_.allVlanIntfCounters->clearTable() : nullptr,
+                  [this](const Pelt::IntfId& intf, const Kiln::Ptr<VexTypes::L3IntfCounters>& current,
+                         const Kiln::Ptr<VexTypes::L3IntfCounters>& previous) {
+                     return context_.helper->getVlanIntfCounters(intf, current, previous);
+                  }),
+       ethPhyIntfStatusDirNotifiee_(this), vlanIntfStatusDirNotifiee_(this), writerConfigNotifiee_(this) {
+   KILN_ASSERT(context_.helper);
+   ethPhyIntfStatusDirNotifiee_.notifierIs(context_.ethPhyIntfStatusDir);
+   vlanIntfStatusDirNotifiee_.notifierIs(context_.vlanIntfStatusDir);
+}
+
+CountersSm::~CountersSm() = default;
+
+void CountersSm::hasNotificationActiveIs(bool active) {
+   const bool wasActive = hasNotificationActive();
+   Entity::hasNotificationActiveIs(active);
+   if (active && !wasActive) {
+      handleInitialized();
+   } else if (!active) {
+      vlanIntfs_.cancel();
+   }
+}
+
+void CountersSm::handleInitialized() {
+   context_.helper->hwInit();
+   if (context_.vlanIntfCounterWriterStatus) {
+      context_.vlanIntfCounterWriterStatus->activeIs(true);
+   }
+   if (context_.ethPhyIntfStatusDir) {
+      for (const Pelt::IntfId& intf : context_.ethPhyIntfStatusDir->intfStatus().keys()) {
+         handleEthPhyIntfStatus(intf);
+      }
+   }
+}
+
+void CountersSm::ethIntfCounterWriterStatusIs(Kiln::Ptr<WriterStatus> status) {
+   ethIntfCounterWriterStatus_ = std::move(status);
+   if (ethIntfCounterWriterStatus_) {
+      ethIntfCounterWriterStatus_->activeIs(true);
+   }
+}
+
+void CountersSm::writerConfigIs(Kiln::Ptr<WriterConfig> config) {
+   writerConfig_ = std::move(config);
+   writerConfigNotifiee_.notifierIs(writerConfig_);
+}
+
+void CountersSm::handleEthPhyIntfStatus(const Pelt::IntfId& intf) {
+   const bool exists = context_.ethPhyIntfStatusDir->intfStatus(intf);
+   if (exists && !vexPortCounterSm(intf)) {
+      startPort(intf);
+   } else if (!exists) {
+      stopPort(intf);
+   }
+}
+
+void CountersSm::startPort(const Pelt::IntfId& intf) {
+   KILN_TRACE(4, "counting port " << intf);
+   if (!context_.allIntfCounters || intf.empty()) {
+      return;
+   }
+   try {
+      vexPortCounterSmIs(Kiln::allocate<VexPortCounterSm>(intf));
+   } catch (const std::invalid_argument& error) {
+      errors_.log(intf, error);
+      return;
+   }
+   const Kiln::Ptr<VexPortCounterSm> port = vexPortCounterSm(intf);
+   context_.helper->initialize(intf);
+   port->handleSeed(context_.allIntfCounters->table().has(port->key()));
+}
+
+void CountersSm::stopPort(const Pelt::IntfId& intf) {
+   const Kiln::Ptr<VexPortCounterSm> port = vexPortCounterSm(intf);
+   errors_.forget(intf);
+   if (!port) {
+      return;
+   }
+   KILN_TRACE(4, "no longer counting port " << intf);
+   context_.allIntfCounters->table().recordDel(port->key());
+   if (context_.allIntfClearCounters) {
+      context_.allIntfClearCounters->table().recordDel(port->key());
+   }
+   queues_.remove(intf);
+   vexPortCounterSmDel(intf);
+}
+
+void CountersSm::updateCounters(VexTypes::CounterType type, const Pelt::IntfId& intf) {
+   switch (type) {
+   case VexTypes::CounterType::port:
+      updatePort(intf);
+      break;
+   case VexTypes::CounterType::vlanIntf:
+      markVlanIntf(intf);
+      break;
+   }
+}
+
+void CountersSm::updatePort(const Pelt::IntfId& intf) {
+   const Kiln::Ptr<VexPortCounterSm> port = vexPortCounterSm(intf);
+   if (!port) {
+      return;
+   }
+   try {
+      port->update(*context_.helper, *context_.allIntfCounters,
+                   context_.ethPhyIntfStatusDir->speedOrDefault(intf));
+      errors_.forget(intf);
+   } catch (const Silo::TableError& error) {
+      errors_.log(intf, error);
+   }
+}
+
+void CountersSm::markVlanIntf(const Pelt::IntfId& intf) {
+   if (!context_.vexCommonSmData || !context_.vexCommonSmData->vlanIntf(intf)) {
+      return;
+   }
+   if (!vlanIntfs_.has(intf)) {
+      if (!context_.helper->initializeVlanIntfCounters(intf, vlanOf(intf))) {
+         return;
+      }
+      vlanIntfs_.add(intf);
+   }
+   vlanIntfs_.dueIs(intf);
+}
+
+void CountersSm::handleVlanIntfStatus(const Pelt::IntfId& intf) {
+   if (!context_.vlanIntfStatusDir->intfStatus(intf) && vlanIntfs_.has(intf)) {
+      vlanIntfs_.remove(intf);
+      context_.helper->deleteVlanIntfCounters(intf);
+   }
+}
+
+void CountersSm::handleIntfQueueCounters(const Pelt::IntfId& intf,
+                                         const VexTypes::IntfQueueCounters& counters) {
+   if (intf.empty()) {
+      return;
+   }
+   try {
+      queues_.publish(intf, counters, context_.helper->queueCountersIncrement());
+   } catch (const std::exception& error) { // the table's, or a name that is no key
+      errors_.log(intf, error);
+   }
+}
+
+bool CountersSm::clear(const Kiln::String& name) {
+   // The helper may hand over queues that read zero: they count before the baseline moves.
+   context_.helper->doClearCounters(name);
+   if (name == "all") {
+      clearAll();
+      return true;
+   }
+   const Pelt::IntfId intf{Kiln::Name(name)};
+   const bool isPort = clearPort(intf);
+   const bool isVlanIntf = vlanIntfs_.clear(intf);
+   return queues_.clear(intf) || isPort || isVlanIntf;
+}
+
+bool CountersSm::clearPort(const Pelt::IntfId& intf) {
+   const Kiln::Ptr<VexPortCounterSm> port = vexPortCounterSm(intf);
+   if (!port) {
+      return false;
+   }
+   if (context_.allIntfClearCounters) {
+      try {
+         context_.allIntfClearCounters->table().recordIs(port->key(), port->prevCounters()->record(),
+                                                         Kiln::System::currentTime());
+      } catch (const Silo::TableError& error) {
+         errors_.log(intf, error);
+      }
+   }
+   return true;
+}
+
+void CountersSm::clearAll() {
+   for (const Pelt::IntfId& intf : vexPortCounterSm().keys()) {
+      clearPort(intf);
+   }
+   queues_.clearAll();
+   vlanIntfs_.clearAll();
+}
+
+} // namespace Vex::Counters

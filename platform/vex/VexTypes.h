@@ -1,0 +1,80 @@
+// The forwarding layer's records, as they go between its reactors and its helpers.
+#pragma once
+
+#include "kiln/Accessors.h"
+#include "silo/Record.h"
+#include "vex/PublishedRecords.h"
+#include "zel/Pelt.h"
+
+namespace VexTypes {
+
+// The kinds of counters that the counters reactor is told of.
+enum class CounterType : U32 {
+   port = 1,     // a port's MAC counters
+   vlanIntf = 3, // a VLAN interface's counters
+};
+
+// The counters of one interface, a published record at work. A helper fills or rewrites the statistics, which
+// are the record's reading; the rest is the forwarding layer's. Activity thread.
+template <class Record>
+class CountersOf : public Kiln::PtrInterface {
+ public:
+   using Statistics = typename Record::Statistics;
+
+   const Statistics& statistics() const { return record_.reading; }
+   void statisticsIs(const Statistics& statistics) {
+      record_.reading = statistics;
+      isFilled_ = true;
+   }
+   // Whether statisticsIs was called since this was last set to false: a helper that knows nothing of an
+   // interface leaves its record alone.
+   bool isFilled() const { return isFilled_; }
+   void isFilledIs(bool filled) { isFilled_ = filled; }
+
+   const Record& record() const { return record_; }
+   Record& record() { return record_; }
+   void recordIs(const Record& record) { record_ = record; }
+
+   // When the record was sampled, seconds; Silo::unknownSampleTime when that is not known.
+   KILN_ATTRIBUTE(double, sampleTime, Silo::unknownSampleTime)
+
+ private:
+   Record record_;
+   bool isFilled_ = false;
+};
+
+class IntfCounters : public CountersOf<Silo::Interface::IntfCounters> {};
+class L3IntfCounters : public CountersOf<Silo::Interface::L3IntfCounters> {};
+
+// What one reading of an interface's queues found. Queues that were not reported stay out of it.
+class IntfQueueCounters {
+ public:
+   static constexpr std::size_t queueCount = Silo::Interface::IntfQueueCounters::queueCount;
+
+   bool has(std::size_t queue) const { return queue < queueCount && ((reported_ >> queue) & 1) != 0; }
+   const Silo::Interface::QueueStatistics& intfQueueStat(std::size_t queue) const { return stats_.at(queue); }
+   // A queue above 16 is a std::out_of_range.
+   void intfQueueStatIs(std::size_t queue, const Silo::Interface::QueueStatistics& stat) {
+      stats_.at(queue) = stat;
+      reported_ |= 1U << queue;
+   }
+
+ private:
+   std::array<Silo::Interface::QueueStatistics, queueCount> stats_{};
+   U32 reported_ = 0;
+};
+
+enum class QueueType : U8 { none, unicast, multicast };
+
+// The type of each of an interface's queues.
+class IntfQueueType {
+ public:
+   QueueType queueType(std::size_t queue) const { return types_.at(queue); }
+   // A queue above 16 is a std::out_of_range.
+   void queueTypeIs(std::size_t queue, QueueType type) { types_.at(queue) = type; }
+
+ private:
+   std::array<QueueType, IntfQueueCounters::queueCount> types_{};
+};
+
+} // namespace VexTypes

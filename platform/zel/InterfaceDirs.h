@@ -1,0 +1,52 @@
+// The interface directories that the platform mounts: which interfaces of a kind are configured, and which
+// exist.
+#pragma once
+
+#include "kiln/Accessors.h"
+#include "kiln/Entity.h"
+#include "zel/Pelt.h"
+
+namespace Interface {
+
+// Interfaces by name; a listed one has the value true.
+class IntfDir : public Kiln::Entity {
+ public:
+   class Notifiee : public Kiln::NotifieeOf<IntfDir> {
+    public:
+      using NotifieeOf::NotifieeOf;
+      // The interface's entry came or went.
+      virtual void onIntfStatus(const Pelt::IntfId&) {}
+   };
+   KILN_NOTIFIER
+
+   KILN_HASH_MAP_NOTIFY(Pelt::IntfId, bool, intfStatus, onIntfStatus)
+};
+
+class EthPhyIntfConfigDir : public IntfDir {};
+class EthPhyIntfStatusDir : public IntfDir {
+ public:
+   static constexpr U64 defaultSpeed = 100'000'000'000;
+
+   // A port's speed in bit/s; what the platform doesn't tell is defaultSpeed.
+   U64 speedOrDefault(const Pelt::IntfId& intf) const {
+      const U64* const told = speed().find(intf);
+      return told != nullptr ? *told : defaultSpeed;
+   }
+   KILN_HASH_MAP(Pelt::IntfId, U64, speed)
+};
+class VlanIntfConfigDir : public IntfDir {};
+class VlanIntfStatusDir : public IntfDir {};
+class SubIntfConfigDir : public IntfDir {};
+class SubIntfStatusDir : public IntfDir {};
+
+// Settings that hold for every interface.
+class GlobalIntfConfig : public Kiln::PtrInterface {};
+
+} // namespace Interface
+
+namespace Bridging {
+
+// The bridging configuration.
+class BridgingConfig : public Kiln::PtrInterface {};
+
+} // namespace Bridging

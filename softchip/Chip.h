@@ -1,0 +1,133 @@
+// One software switching chip: ports that frames arrive at and leave from, and the hardware that counts them.
+#pragma once
+
+#include "Frame.h"
+#include "L2DomainCount.h"
+#include "MacTable.h"
+#include "PipeManager.h"
+#include "Pipeline.h"
+#include "TrafficManager.h"
+#include "kiln/Types.h"
+#include "sdk/bf_rmon.h"
+
+#include <mutex>
+#include <span>
+#include <vector>
+
+namespace SoftChip {
+
+constexpr unsigned maxPipes = 4;
+constexpr unsigned slotsPerPipe = 128;
+
+struct ChipConfig {
+   Kiln::String name;
+   U8 deviceId = 0;
+   unsigned pipes = 2;
+   Kiln::Ptr<P4Program> program = {}; // null: the switch's own
+};
+
+// Any thread; every operation takes the SDK's lock, which is recursive. Ports go by device port number: pipe x
+// 128 + slot. A port, table, index or value that can't be is a std::invalid_argument that says what is
+// expected. Frames allocate nothing.
+//
+// Counters are the hardware's; the software copies of tables follow with the next sync. RMON counters stay when
+// a port is taken away: they belong to the place.
+class Chip {
+ public:
+   // `hardware` holds hardwareWords() counters and, like the lock, outlives the chip.
+   Chip(const ChipConfig& config, U64 serial, std::recursive_mutex& sdkLock, std::span<U64> hardware);
+   Chip(const Chip&) = delete;
+   Chip& operator=(const Chip&) = delete;
+
+   static std::size_t hardwareWords(const ChipConfig& config);
+   // What lies where in them, in words.
+   static Kiln::String hardwareLayout(const ChipConfig& config);
+
+   const Kiln::String& name() const { return config_.name; }
+   U8 deviceId() const { return config_.deviceId; }
+   unsigned pipes() const { return config_.pipes; }
+   U64 serial() const { return serial_; } // no two chips of a fleet ever have the same
+
+   void portAdd(U16 devicePort);
+   void portDel(U16 devicePort);
+   bool hasPort(U16 devicePort) const;
+   std::vector<U16> ports() const; // ascending
+   U64 portsVersion() const;       // another number after each change of the ports
+
+   // The frame arrives `repeat` times: it is counted, forwarded, and counted where it leaves. False, and
+   // nothing happens, when there is no such port.
+   bool receive(U16 devicePort, const FrameInfo& frame, U64 repeat = 1);
+
+   U64 rmon(U16 devicePort, unsigned index) const;
+   void rmonIs(U16 devicePort, unsigned index, U64 value);
+   void rmonFlip(U16 devicePort, unsigned index, unsigned bit);
+   // A stuck counter reads as it did when it got stuck, whatever the port counts.
+   void rmonStuckIs(U16 devicePort, unsigned index, bool stuck);
+
+   // Untagged and priority-tagged frames that arrive at the port are in this VLAN; 1 at first.
+   void accessVlanIs(U16 devicePort, U16 vlan);
+   // Frames of a VXLAN are decapsulated into a VLAN; frames from a prefix hit a source-NAT rule.
+   void vniIs(U32 vni, U16 vlan);
+   void snatAdd(const Kiln::String& prefix);
+   // Adds to the count entry of an L2 domain, which must be programmed.
+   void l2DomainCountAdd(bool isIngress, const L2Domain& domain, const CounterValue& counted);
+
+   // The raw hardware counts of a port's queue: what it sent and what it dropped.
+   void queueIs(U16 devicePort, unsigned queue, const CounterValue& sent, U64 drops);
+
+   // One entry of a counter table, by its index; of a direct table, by its match entry's handle. The pipe is
+   // one for an asymmetric table and 65535 for a symmetric one, as the SDK reads them.
+   CounterValue tableEntry(const Kiln::String& counterTable, U16 pipe, U32 index) const;
+   void tableEntryIs(const Kiln::String& counterTable, U16 pipe, U32 index, const CounterValue& value);
+   // The SDK finds the table uninitialized when it asks for the first `queries` times.
+   void tableInitializedAfterIs(const Kiln::String& counterTable, U32 queries);
+   // How many entries fit into a match table, at most as many as the program declares.
+   void capacityIs(const Kiln::String& matchTable, U32 entries);
+   // Statuses of the SDK: 9 when the table is full.
+   int entryAdd(const Kiln::String& matchTable, const MatchRule& rule, S32* handle, U16 pipe = allPipes);
+   int entryDel(const Kiln::String& matchTable, S32 handle);
+   Kiln::String entryText(U32 tableHandle, S32 handle) const;
+   const Kiln::Ptr<P4Program>& program() const { return config_.program; }
+
+   // The SDK's side, which answers in statuses; under the SDK's lock.
+   PipeManager& tables() { return tables_; }
+   int checkPort(int devicePort) const;
+   int readDrops(U16 pipe, int devicePort, U32 queue, U64* drops);
+   void readMac(U16 devicePort, bf_rmon_counter_array_t& into) const;
+
+ private:
+   struct StuckCounter {
+      U16 devicePort;
+      unsigned index;
+      U64 value;
+   };
+
+   bool isPlace(unsigned devicePort) const;
+   std::size_t placeOf(U16 devicePort) const;
+   U64* rmonOf(U16 devicePort) const { return &rmon_[placeOf(devicePort) * BF_NUM_RMON_COUNTERS]; }
+   U64& rmonAt(U16 devicePort, unsigned index) const;
+   std::size_t portPlace(U16 devicePort) const;
+   CounterTable& counterTable(const Kiln::String& table) const;
+   U32 matchHandle(const Kiln::String& table) const;
+   void checkEntry(const CounterTable& table, U16 pipe, U32 index) const;
+   void forward(U16 devicePort, const PassingFrames& passing);
+   void transmit(U16 devicePort, const PassingFrames& offered);
+
+   ChipConfig config_;
+   U64 serial_;
+   std::recursive_mutex& sdkLock_;
+   std::span<U64> rmon_;          // by place, then by index
+   std::vector<bool> hasPort_;    // by place
+   std::vector<U16> accessVlans_; // by place
+   std::vector<U16> ports_;       // ascending
+   U64 portsVersion_ = 0;
+   std::vector<StuckCounter> stuck_;
+   mutable PipeManager tables_; // const operations find in it what the others change
+   Pipeline pipeline_;
+   L2DomainCount l2Domains_;
+   TrafficManager trafficManager_;
+   double now_ = 0.0; // of the frames that are on their way
+   MacTable macTable_;
+};
+
+} // namespace SoftChip

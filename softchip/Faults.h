@@ -1,0 +1,100 @@
+// What goes wrong, or takes time, at the SDK's entry points.
+#pragma once
+
+#include "kiln/Types.h"
+
+#include <array>
+#include <atomic>
+#include <deque>
+#include <mutex>
+#include <string_view>
+
+namespace SoftChip {
+
+// The SDK's entry points, by the names in entryPointNames.
+enum class EntryPoint : U8 {
+   portMacStatsGet,
+   tmQueueDropGet,
+   mapPipe,
+   symmetricModeInitialized,
+   symmetricMode,
+   tableSetProperty,
+   databaseSync,
+   entryQuery,
+   firstEntryHandle,
+   nextEntryHandles,
+   syncDirect,
+   syncIndirect,
+   readDirectStart,
+   readDirectMain,
+   readDirectEnd,
+   readIndirectStart,
+   readIndirectMain,
+   readIndirectEnd,
+   readDirect,
+   writeDirect,
+   writeIndirect,
+   pdEntryAdd,
+   pdEntryDel,
+   count
+};
+
+inline constexpr std::array entryPointNames = {
+     "bf_port_mac_stats_hw_async_get",
+     "bf_tm_q_drop_get",
+     "lld_sku_map_pipe_id_to_phy_pipe_id",
+     "pipe_mgr_stat_tbl_symmetric_mode_initialized",
+     "pipe_mgr_stat_tbl_symmetric_mode",
+     "pipe_mgr_tbl_set_property",
+     "pipe_mgr_stat_database_sync",
+     "pipe_mgr_stat_ent_query",
+     "pipe_mgr_get_first_entry_handle",
+     "pipe_mgr_get_next_entry_handles",
+     "counterHwSyncDirect",
+     "counterHwSyncIndirect",
+     "counterReadDirectStart",
+     "counterReadDirectMain",
+     "counterReadDirectEnd",
+     "counterReadIndirectStart",
+     "counterReadIndirectMain",
+     "counterReadIndirectEnd",
+     "counterReadDirect",
+     "counterWriteDirect",
+     "counterWriteIndirect",
+     "pdEntryAdd",
+     "pdEntryDel",
+};
+static_assert(entryPointNames.size() == static_cast<std::size_t>(EntryPoint::count));
+
+// Any thread. An entry point that is none is a std::invalid_argument that lists those there are.
+class Faults {
+ public:
+   // The entry point's next `times` calls return this status and do nothing else; they queue up behind those
+   // set before. Status 0 lets a call through, so that a later one can be made to fail.
+   void failNext(std::string_view entryPoint, int status, U32 times = 1);
+   // Every call of the entry point takes this much simulated time; real time is not touched.
+   void costIs(std::string_view entryPoint, double seconds);
+   void clear();
+
+   // To be asked once by each call: charges its cost and tells the status to return, 0 to go on.
+   int next(EntryPoint entryPoint) { return armed_.load(std::memory_order_acquire) ? take(entryPoint) : 0; }
+
+ private:
+   struct Run {
+      int status;
+      U32 times;
+   };
+   struct Plan {
+      std::deque<Run> runs;
+      double cost = 0.0;
+   };
+
+   int take(EntryPoint entryPoint);
+   Plan& planOf(std::string_view entryPoint);
+
+   std::atomic<bool> armed_{false}; // false: all plans are empty
+   std::mutex mutex_;
+   std::array<Plan, entryPointNames.size()> plans_;
+};
+
+} // namespace SoftChip

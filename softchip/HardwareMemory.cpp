@@ -1,0 +1,175 @@
+// Lays the file out: a page of header, then one place of fixed size a chip, filled as far as the chip needs.
+#include "HardwareMemory.h"
+
+#include "kiln/Assert.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstddef>
+#include <cstring>
+#include <fcntl.h>
+#include <stdexcept>
+#include <sys/file.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
+
+namespace SoftChip {
+
+namespace {
+
+constexpr U64 fileMagic = 0x3157485f4c455a00;
+constexpr U32 fileVersion = 1;
+constexpr U32 fileByteOrder = 0x01020304;
+constexpr std::size_t headerBytes = 4096;
+
+U64 offsetOf(unsigned deviceId) {
+   return headerBytes + deviceId * HardwareMemory::regionBytesLimit;
+}
+
+} // namespace
+
+HardwareMemory::HardwareMemory(const Kiln::String& path) : path_(path) {
+   static_assert(sizeof(Header) <= headerBytes);
+   try {
+      if (!path_.empty()) {
+         openFile();
+      }
+   } catch (...) {
+      close();
+      throw;
+   }
+}
+
+HardwareMemory::~HardwareMemory() {
+   close();
+}
+
+void HardwareMemory::close() {
+   for (const auto& region : regions_) {
+      if (!region.empty()) {
+         munmap(region.data(), region.size_bytes());
+      }
+   }
+   if (header_ != nullptr) {
+      munmap(header_, headerBytes);
+   }
+   if (fd_ >= 0) {
+      ::close(fd_);
+   }
+}
+
+void HardwareMemory::fail(const Kiln::String& what) const {
+   throw std::runtime_error("hardware file " + path_ + ": " + what);
+}
+
+void HardwareMemory::openFile() {
+   constexpr const char* foreign = "not a file of hardware counters: name another file, or remove it";
+   fd_ = open(path_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+   if (fd_ < 0) {
+      fail(std::strerror(errno));
+   }
+   if (flock(fd_, LOCK_EX | LOCK_NB) != 0) {
+      fail("in use by another agent: give each agent a file of its own");
+   }
+   struct stat status {};
+   if (fstat(fd_, &status) != 0 || !S_ISREG(status.st_mode)) {
+      fail("not a regular file");
+   }
+   const bool isNew = status.st_size == 0;
+   if (isNew ? ftruncate(fd_, headerBytes) != 0 : static_cast<U64>(status.st_size) < headerBytes) {
+      fail(isNew ? std::strerror(errno) : foreign);
+   }
+   void* const mapped = mmap(nullptr, headerBytes, PROT_READ | PROT_WRITE, MAP_SHARED, fd_, 0);
+   if (mapped == MAP_FAILED) {
+      fail(std::strerror(errno));
+   }
+   header_ = static_cast<Header*>(mapped);
+   if (isNew) {
+      *header_ = Header{fileMagic, fileVersion, fileByteOrder, {}, 0};
+      header_->checksum = checksumOf(*header_);
+   }
+   if (header_->magic != fileMagic) {
+      fail(foreign);
+   }
+   checkHeader(static_cast<U64>(status.st_size));
+}
+
+void HardwareMemory::checkHeader(U64 fileSize) const {
+   if (header_->version != fileVersion || header_->byteOrder != fileByteOrder) {
+      fail("written by another version of the agent, or on another kind of machine: remove it to start anew");
+   }
+   bool fits = header_->checksum == checksumOf(*header_);
+   for (unsigned id = 0; fits && id < regionLimit; ++id) {
+      const U64 words = header_->slots[id].words;
+      fits = words == 0 ||
+             (words <= regionBytesLimit / sizeof(U64) && offsetOf(id) + words * sizeof(U64) <= fileSize);
+   }
+   if (!fits) {
+      fail("damaged: remove it to start anew");
+   }
+}
+
+// FNV-1a over everything before the checksum.
+U64 HardwareMemory::checksumOf(const Header& header) {
+   const auto* byte = reinterpret_cast<const unsigned char*>(&header);
+   U64 sum = 0xcbf29ce484222325;
+   for (std::size_t i = 0; i < offsetof(Header, checksum); ++i) {
+      sum = (sum ^ byte[i]) * 0x100000001b3;
+   }
+   return sum;
+}
+
+// Really allocates the place in the file, since a full disk would else be a signal at the first count.
+void HardwareMemory::claim(U8 deviceId, const Kiln::String& layout, std::size_t words) {
+   Slot& slot = header_->slots[deviceId];
+   const Kiln::String held(slot.layout.data(), strnlen(slot.layout.data(), slot.layout.size()));
+   if (slot.words != 0 && (slot.words != words || layout != held)) {
+      fail("holds device " + std::to_string(deviceId) + " with " + held + ", not with " + layout +
+           ": start with the same chips, or remove the file");
+   }
+   const int error =
+        posix_fallocate(fd_, static_cast<off_t>(offsetOf(deviceId)), static_cast<off_t>(words * sizeof(U64)));
+   if (error != 0) {
+      fail(std::strerror(error));
+   }
+   slot.words = words;
+   slot.layout.fill('\0');
+   layout.copy(slot.layout.data(), slot.layout.size() - 1);
+   header_->checksum = checksumOf(*header_);
+}
+
+std::span<U64> HardwareMemory::regionIs(U8 deviceId, const Kiln::String& layout, std::size_t words) {
+   KILN_ASSERT(deviceId < regionLimit && words > 0 && regions_[deviceId].empty());
+   const std::size_t bytes = words * sizeof(U64);
+   if (bytes > regionBytesLimit) {
+      throw std::runtime_error("a chip's counters take more than 64 MiB");
+   }
+   if (header_ != nullptr) {
+      claim(deviceId, layout, words);
+   }
+   void* const mapped =
+        header_ != nullptr ? mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED, fd_,
+                                  static_cast<off_t>(offsetOf(deviceId)))
+                           : mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+   if (mapped == MAP_FAILED) {
+      throw std::runtime_error(Kiln::String("no memory for a chip's counters: ") + std::strerror(errno));
+   }
+   return regions_[deviceId] = {static_cast<U64*>(mapped), words};
+}
+
+void HardwareMemory::regionDel(U8 deviceId) {
+   const std::span<U64> region = std::exchange(regions_[deviceId], {});
+   if (region.empty()) {
+      return;
+   }
+   if (header_ != nullptr) {
+      std::fill(region.begin(), region.end(), 0);
+      header_->slots[deviceId] = Slot{};
+      header_->checksum = checksumOf(*header_);
+   }
+   munmap(region.data(), region.size_bytes());
+}
+
+} // namespace SoftChip

@@ -1,0 +1,36 @@
+// A hash table with a bounded search.
+#include "MacTable.h"
+
+namespace SoftChip {
+
+void MacTable::learn(U64 mac, U16 port) {
+   const std::size_t first = firstPlace(mac);
+   Place* target = &places_[first];
+   for (std::size_t i = first; i < first + probes; ++i) {
+      if (places_[i].port == none || places_[i].mac == mac) {
+         target = &places_[i];
+         break;
+      }
+   }
+   *target = {mac, port};
+}
+
+U16 MacTable::portOf(U64 mac) const {
+   const std::size_t first = firstPlace(mac);
+   for (std::size_t i = first; i < first + probes; ++i) {
+      if (places_[i].mac == mac && places_[i].port != none) {
+         return places_[i].port;
+      }
+   }
+   return none;
+}
+
+void MacTable::portDel(U16 port) {
+   for (Place& place : places_) {
+      if (place.port == port) {
+         place.port = none;
+      }
+   }
+}
+
+} // namespace SoftChip

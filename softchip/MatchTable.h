@@ -1,0 +1,56 @@
+// One match table of a chip, and the entries in it.
+#pragma once
+
+#include "L2Domain.h"
+#include "P4Program.h"
+
+#include <vector>
+
+namespace SoftChip {
+
+// Entries have handles from 1 upward; a new one gets the lowest that is free. Under the SDK's lock.
+class MatchTable {
+ public:
+   static constexpr S32 none = -1;
+
+   // Holds the rules of the spec, in all pipes.
+   explicit MatchTable(const MatchTableSpec& spec);
+
+   const MatchTableSpec& spec() const { return spec_; }
+   // How many entries fit, at most as many as declared; entries beyond a lowered capacity stay.
+   U32 capacity() const { return capacity_; }
+   void capacityIs(U32 capacity) { capacity_ = capacity; }
+   U32 size() const { return size_; }
+
+   // In one pipe or all. None when the table is full.
+   S32 entryAdd(const MatchRule& rule, U16 pipe);
+   // False when there is no such entry.
+   bool entryDel(S32 handle);
+   // Null when there is none.
+   const MatchRule* rule(S32 handle) const;
+   // The entry with the lowest handle above the given one that is in the pipe, or in any for all pipes.
+   S32 next(S32 handle, U16 pipe) const;
+
+   // The entries that match an L2 domain.
+   const L2DomainIndex& domains() const { return domains_; }
+
+   // The first entry that matches in the pipe: its handle, or 0 for none.
+   U32 lookUp(const FrameInfo& frame, U16 vlan, unsigned pipe) const;
+
+ private:
+   struct Entry {
+      bool used = false;
+      U16 pipe = 0;
+      MatchRule rule;
+   };
+   bool isUsed(S32 handle) const;
+   void domainIs(const MatchRule& rule, U32 handle);
+
+   MatchTableSpec spec_;
+   U32 capacity_;
+   U32 size_ = 0;
+   std::vector<Entry> entries_; // by handle - 1, as far as there ever was one
+   L2DomainIndex domains_;
+};
+
+} // namespace SoftChip

@@ -1,0 +1,67 @@
+// A chip's tables as the SDK knows them: by handle, answering in statuses.
+#pragma once
+
+#include "CounterTable.h"
+#include "MatchTable.h"
+#include "sdk/pipe_mgr.h"
+
+namespace SoftChip {
+
+// Statuses of the SDK that the soft chip answers with.
+constexpr int statusOk = 0;
+constexpr int statusInvalidArguments = 3;
+constexpr int statusAlreadyExists = 4;
+constexpr int statusObjectNotFound = 6;
+constexpr int statusSessionNotFound = 8;
+constexpr int statusNotEnoughSpace = 9;
+constexpr int statusNotSupported = 17;
+constexpr int statusTableNotFound = 23;
+
+// Owned by the chip, under the SDK's lock. A pipe is one of the chip's or 65535, all; all pipes together can't
+// be read or written in an asymmetric table. Whether a table is direct is part of what is asked.
+class PipeManager {
+ public:
+   enum class Kind : U8 { direct, indirect, either };
+
+   // `hardware` holds hardwareWords().
+   PipeManager(Kiln::Ptr<P4Program> program, unsigned pipes, std::span<U64> hardware);
+
+   static std::size_t hardwareWords(const P4Program& program, unsigned pipes);
+
+   // Null when there is none.
+   CounterTable* counterTable(const Kiln::String& name);
+   MatchTable* matchTable(const Kiln::String& name);
+   CounterTable* counterTableOf(const MatchTable& table);
+   std::vector<MatchTable>& matchTables() { return matchTables_; }
+
+   int initialized(U32 counterHandle, bool* initialized);
+   int symmetric(U32 counterHandle, bool* symmetric);
+   // The entry scope decides the mode of all counter tables of the match table.
+   int setProperty(U32 tableHandle, U32 property, U32 value);
+
+   int checkSync(Kind kind, U32 tableHandle, U16 pipe) const;
+   void sync(U32 tableHandle, U16 pipe);
+   int read(Kind kind, U32 tableHandle, U16 pipe, U32 slot, CounterValue* value) const;
+   int readAll(Kind kind, U32 tableHandle, U16 pipe, std::vector<CounterValue>& into) const;
+   int write(Kind kind, U32 tableHandle, U16 pipe, U32 slot, const CounterValue& value);
+
+   // The counters of a new entry, and of one that goes, are set to zero.
+   int entryAdd(U32 tableHandle, U16 pipe, const MatchRule& rule, S32* handle);
+   int entryDel(U32 tableHandle, S32 handle);
+   // Up to `count` entries behind one (0 or none: from the first), then PIPE_MAT_ENT_HDL_NONE.
+   int nextEntries(U32 tableHandle, U16 pipe, S32 handle, int count, int* next) const;
+   // The text of an entry's rule, empty when there is no such entry.
+   Kiln::String entryText(U32 tableHandle, S32 handle) const;
+
+ private:
+   bool isPipe(U16 pipe) const { return pipe < pipes_ || pipe == allPipes; }
+   const CounterTable* find(Kind kind, U32 tableHandle) const;
+   void zero(U32 matchTable, S32 handle);
+
+   Kiln::Ptr<P4Program> program_;
+   unsigned pipes_;
+   std::vector<CounterTable> counterTables_; // by id
+   std::vector<MatchTable> matchTables_;     // by index
+};
+
+} // namespace SoftChip

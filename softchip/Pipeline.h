@@ -1,0 +1,49 @@
+// The way of a frame through a chip's tables.
+#pragma once
+
+#include "PipeManager.h"
+
+namespace SoftChip {
+
+// A frame on its way, or several alike.
+struct PassingFrames {
+   const FrameInfo& frame;
+   U64 packets;
+   U64 octetsEach; // without FCS: what tables count
+   U16 vlan;       // 1 to 4094, or what a tag says
+   U8 decapType = 0;
+   bool snatHit = false;
+
+   L2Domain domain() const { return {vlan, decapType, snatHit}; }
+};
+
+// Counts in the tables that the program has and that the pipeline knows; the others stay as they are. Owned by
+// the chip, under the SDK's lock.
+class Pipeline {
+ public:
+   explicit Pipeline(PipeManager& tables);
+
+   // The frames came in at a slot of a pipe. False when they are dropped.
+   bool ingress(const PassingFrames& passing, unsigned pipe, unsigned slot);
+   // The frames have left a queue of the port at a slot of a pipe. False when they are dropped behind it.
+   bool egress(const PassingFrames& passing, unsigned pipe, unsigned slot, unsigned queue);
+
+ private:
+   struct Lookup {
+      const MatchTable* match;
+      CounterTable* counter;
+   };
+
+   static bool lookUpAll(const std::vector<Lookup>& lookups, const PassingFrames& passing, unsigned pipe);
+
+   std::vector<Lookup> ingress_;
+   std::vector<Lookup> egress_;
+   CounterTable* pdpClass_;
+   CounterTable* queues_;
+   CounterTable* flowHash_;
+   CounterTable* vlanBytes_;
+   CounterTable* frameLength_;
+   CounterTable* ingressPort_;
+};
+
+} // namespace SoftChip

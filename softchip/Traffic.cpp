@@ -1,0 +1,82 @@
+// Moves what the generators have ready into the chips, ten times a second.
+#include "Traffic.h"
+
+#include "CaptureReader.h"
+#include "kiln/Time.h"
+
+#include <cmath>
+#include <stdexcept>
+
+namespace SoftChip {
+
+Traffic::Traffic(Fleet& fleet, Kiln::Ptr<const Kiln::Clock> clock, U64 seed)
+     : fleet_(fleet), seed_(seed), clock_(std::move(clock), this) {}
+
+void Traffic::onIs(bool on) {
+   if (on == on_) {
+      return;
+   }
+   if (on) {
+      deliveredAt_ = Kiln::System::currentTime();
+      clock_.timeMinIs(deliveredAt_ + tick);
+   } else {
+      deliver();
+      clock_.timeMinIs(Kiln::never);
+   }
+   on_ = on;
+}
+
+void Traffic::handleClock() {
+   clock_.timeMinIs(Kiln::System::currentTime() + tick);
+   deliver();
+}
+
+void Traffic::deliver() {
+   const double now = Kiln::System::currentTime();
+   time_ += now - deliveredAt_;
+   deliveredAt_ = now;
+   for (Chip* chip : fleet_.chips()) {
+      Source& source = sourceOf(*chip);
+      const std::chrono::nanoseconds elapsed(std::llround((time_ - source.since) * 1e9));
+      TrafficBatch batch;
+      for (std::size_t i = 0; i < source.ports.size(); ++i) {
+         while (source.generator.next(i, elapsed, batch)) {
+            chip->receive(source.ports[i], batch.frame, batch.repeat);
+         }
+      }
+   }
+}
+
+// A change of the ports begins anew: the frames of a port depend on how many others there are.
+Traffic::Source& Traffic::sourceOf(const Chip& chip) {
+   const auto found = sources_.find(chip.deviceId());
+   if (found != sources_.end()) {
+      if (found->second.chipSerial == chip.serial() && found->second.portsVersion == chip.portsVersion()) {
+         return found->second;
+      }
+      sources_.erase(found);
+   }
+   const std::vector<U16> ports = chip.ports();
+   const U64 seed = SeededRandom(seed_ + chip.deviceId()).next();
+   return sources_
+        .emplace(chip.deviceId(), Source{chip.serial(), chip.portsVersion(), time_, ports,
+                                         TrafficGenerator(seed, ports.size())})
+        .first->second;
+}
+
+U64 Traffic::replay(Chip& chip, U16 devicePort, const Kiln::String& path) {
+   if (!chip.hasPort(devicePort)) {
+      throw std::invalid_argument(chip.name() + " has no port at " + std::to_string(devicePort));
+   }
+   U64 frames = 0;
+   for (CaptureReader whole(path); whole.next();) {
+      ++frames;
+   }
+   CaptureReader reader(path);
+   while (const auto frame = reader.next()) {
+      chip.receive(devicePort, parseFrame(frame->bytes, frame->originalLength));
+   }
+   return frames;
+}
+
+} // namespace SoftChip

@@ -1,0 +1,55 @@
+// Feeds the chips of a fleet with frames: synthetic ones as time passes, or a capture's at once.
+#pragma once
+
+#include "Fleet.h"
+#include "TrafficGenerator.h"
+
+#include <map>
+
+namespace SoftChip {
+
+// Synthetic traffic on every port of every chip, from a clock, real or simulated; off at first. The same
+// seed, chips and times give the same frames. Belongs to the activity thread, and ends before its fleet.
+class Traffic {
+ public:
+   Traffic(Fleet& fleet, Kiln::Ptr<const Kiln::Clock> clock, U64 seed);
+
+   bool on() const { return on_; }
+   // Traffic time stands still while traffic is off.
+   void onIs(bool on);
+
+   // All frames of a capture file arrive at a port, at once; tells how many. A file that can't be read to its
+   // end is a CaptureError, and a port that there isn't a std::invalid_argument; nothing has arrived then.
+   static U64 replay(Chip& chip, U16 devicePort, const Kiln::String& path);
+
+ private:
+   struct KilnClock : Kiln::Clock::Notifiee {
+      KilnClock(Kiln::Ptr<const Kiln::Clock> of, Traffic* owner) : Notifiee(std::move(of)), traffic(owner) {}
+      void onTime() override { traffic->handleClock(); }
+      Traffic* traffic;
+   };
+   // The traffic of one chip, since its ports last changed.
+   struct Source {
+      U64 chipSerial;
+      U64 portsVersion;
+      double since; // traffic time
+      std::vector<U16> ports;
+      TrafficGenerator generator;
+   };
+
+   void handleClock();
+   void deliver();
+   Source& sourceOf(const Chip& chip);
+
+   static constexpr double tick = 0.1;
+
+   Fleet& fleet_;
+   U64 seed_;
+   bool on_ = false;
+   double time_ = 0.0;      // traffic time
+   double deliveredAt_ = 0; // clock time
+   std::map<U8, Source> sources_;
+   KilnClock clock_;
+};
+
+} // namespace SoftChip

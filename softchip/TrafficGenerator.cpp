@@ -1,0 +1,283 @@
+// Draws frames whose fields agree with each other, as if they had been parsed off the wire.
+#include "TrafficGenerator.h"
+
+#include <algorithm>
+#include <array>
+
+namespace SoftChip {
+namespace {
+
+constexpr uint64_t nanosecondsPerSecond = 1'000'000'000;
+constexpr uint64_t batchesPerSecond = 200; // about this many a port, unless it has fewer frames
+constexpr uint32_t minFrameOctets = 64;
+constexpr uint32_t ethernetOctets = 14 + fcsOctets;
+constexpr uint32_t tagOctets = 4;
+constexpr uint32_t ipv4Octets = 20;
+constexpr uint32_t ipv6Octets = 40;
+constexpr uint32_t udpOctets = 8;
+constexpr uint32_t tcpOctets = 20;
+constexpr uint32_t vxlanOctets = 8;
+constexpr uint32_t hostsPerPort = 16;
+constexpr uint16_t etherTypeArp = 0x0806;
+constexpr uint16_t etherTypeExperimental = 0x88b5;
+constexpr uint64_t macControlMac = 0x0180c2000001;
+
+// Out of 1000 batches.
+constexpr uint32_t macControlShare = 4;
+constexpr uint32_t fcsErrorShare = 4;
+constexpr uint32_t undersizeShare = 2;
+constexpr uint32_t multicastShare = 40;
+constexpr uint32_t broadcastShare = 20;
+constexpr uint32_t taggedShare = 600;
+constexpr uint32_t doubleTaggedShare = 50; // of the tagged ones
+constexpr uint32_t ipv6Share = 250;
+constexpr uint32_t vxlanShare = 40; // of the unicast UDP ones
+constexpr uint32_t tcpShare = 650;
+
+/** Frame lengths: the three peaks of usual internet traffic with something in between, and a few jumbos. */
+struct LengthShare {
+   uint32_t perThousand;
+   uint32_t min, max;
+};
+constexpr std::array<LengthShare, 8> lengthShares = {{
+     {450, 64, 64},
+     {120, 65, 127},
+     {60, 128, 511},
+     {190, 594, 594},
+     {60, 512, 1023},
+     {95, 1518, 1518},
+     {15, 1519, 9000},
+     {10, 9018, 9216},
+}};
+constexpr uint32_t allShares() {
+   uint32_t sum = 0;
+   for (const LengthShare& share : lengthShares)
+      sum += share.perThousand;
+   return sum;
+}
+static_assert(allShares() == 1000);
+
+/** A locally administered address that says which port the host is behind. */
+uint64_t hostMac(size_t port, uint32_t host) {
+   return uint64_t{0x02} << 40 | static_cast<uint64_t>(port) << 16 | host;
+}
+
+void putBytes(std::array<uint8_t, 16>& address, size_t offset, uint32_t value, size_t count) {
+   for (size_t i = 0; i < count; ++i)
+      address[offset + i] = static_cast<uint8_t>(value >> (8 * (count - 1 - i)));
+}
+
+/** 10.0.0.0/8 or 2001:db8::/32, the host's port and number in the last octets. */
+std::array<uint8_t, 16> hostAddress(IpVersion version, uint64_t mac) {
+   std::array<uint8_t, 16> address{};
+   auto portAndHost = static_cast<uint32_t>(mac & 0xffff'ffff);
+   if (version == IpVersion::v4) {
+      putBytes(address, 0, 10U << 24 | (portAndHost >> 8 & 0x00ffff00U) | (portAndHost & 0xff), 4);
+   } else {
+      putBytes(address, 0, 0x20010db8, 4);
+      putBytes(address, 12, portAndHost, 4);
+   }
+   return address;
+}
+
+/** The group address whose MAC address is groupMac(). */
+std::array<uint8_t, 16> groupAddress(IpVersion version, uint32_t group) {
+   std::array<uint8_t, 16> address{};
+   if (version == IpVersion::v4) {
+      putBytes(address, 0, 239U << 24 | group, 4);
+   } else {
+      putBytes(address, 0, 0xff05, 2);
+      putBytes(address, 12, group, 4);
+   }
+   return address;
+}
+
+uint64_t groupMac(IpVersion version, uint32_t group) {
+   return version == IpVersion::v4 ? uint64_t{0x01005e000000} | group : uint64_t{0x333300000000} | group;
+}
+
+/** From a quiet host to a busy uplink: a thousand times a power of two, give or take a quarter. */
+uint64_t drawRate(SeededRandom& random) {
+   constexpr uint32_t lowest = 1000;
+   constexpr uint32_t doublings = 11;
+   uint32_t base = lowest << random.below(doublings);
+   return random.between(base - base / 4, base + base / 4);
+}
+
+FrameInfo drawMacControl(SeededRandom& random, size_t port) {
+   constexpr uint32_t pfcShare = 500;
+   FrameInfo frame;
+   frame.wireLength = minFrameOctets;
+   frame.destinationMac = macControlMac;
+   frame.destination = Destination::multicast;
+   frame.sourceMac = hostMac(port, 0);
+   frame.hasEtherType = true;
+   frame.etherType = etherTypeMacControl;
+   frame.macControl.present = true;
+   frame.macControl.opcode = macControlPause;
+   if (random.chance(pfcShare)) {
+      frame.macControl.opcode = macControlPfc;
+      frame.macControl.pfcPriorities = static_cast<uint8_t>(random.between(1, UINT8_MAX));
+   }
+   return frame;
+}
+
+VlanTag drawTag(SeededRandom& random, uint16_t tpid) {
+   constexpr uint32_t vlans = 16;
+   VlanTag tag;
+   tag.tpid = tpid;
+   tag.vlanId = static_cast<uint16_t>(10 * random.between(1, vlans));
+   tag.priority = static_cast<uint8_t>(random.below(8));
+   return tag;
+}
+
+/** Answers the octets that the tags take. */
+uint32_t addTags(SeededRandom& random, FrameInfo& frame) {
+   if (!random.chance(taggedShare))
+      return 0;
+   frame.tagCount = 1;
+   if (random.chance(doubleTaggedShare)) {
+      frame.tagCount = 2;
+      frame.outerTag = drawTag(random, tpidService);
+      frame.innerTag = drawTag(random, tpidCustomer);
+   } else {
+      frame.outerTag = drawTag(random, tpidCustomer);
+   }
+   return frame.tagCount * tagOctets;
+}
+
+/** Fills in a UDP header that carries another Ethernet frame, and answers the octets of all that. */
+uint32_t addVxlan(SeededRandom& random, FrameInfo& frame) {
+   constexpr uint32_t firstVni = 10'000;
+   constexpr uint32_t vnis = 16;
+   frame.ip.destinationPort = vxlanUdpPort;
+   frame.vxlan.present = true;
+   frame.vxlan.hasInnerEthernet = true;
+   frame.vxlan.vni = firstVni + random.below(vnis);
+   frame.vxlan.innerDestinationMac = hostMac(0, random.below(hostsPerPort));
+   frame.vxlan.innerSourceMac = hostMac(0, random.below(hostsPerPort));
+   return udpOctets + vxlanOctets + minFrameOctets - fcsOctets;
+}
+
+/** Fills in the IP header and ports for the frame's addresses, and answers the octets that they take. */
+uint32_t addIp(SeededRandom& random, FrameInfo& frame, IpVersion version, uint32_t group) {
+   constexpr uint32_t firstEphemeralPort = 49152;
+   constexpr std::array<uint16_t, 6> servicePorts = {22, 53, 80, 179, 443, 8080};
+   frame.etherType = version == IpVersion::v4 ? etherTypeIpv4 : etherTypeIpv6;
+   IpHeader& ip = frame.ip;
+   ip.version = version;
+   ip.dscp = static_cast<uint8_t>((frame.tagged() ? frame.outerTag.priority : random.below(8)) << 3);
+   ip.source = hostAddress(version, frame.sourceMac);
+   bool unicast = frame.destination == Destination::unicast;
+   ip.destination = unicast ? hostAddress(version, frame.destinationMac) : groupAddress(version, group);
+   ip.protocol = unicast && random.chance(tcpShare) ? ipProtocolTcp : ipProtocolUdp;
+   ip.hasPorts = true;
+   ip.sourcePort = static_cast<uint16_t>(random.between(firstEphemeralPort, UINT16_MAX));
+   ip.destinationPort = servicePorts[random.below(servicePorts.size())];
+   uint32_t octets = version == IpVersion::v4 ? ipv4Octets : ipv6Octets;
+   if (ip.protocol == ipProtocolTcp)
+      return octets + tcpOctets;
+   if (unicast && random.chance(vxlanShare))
+      return octets + addVxlan(random, frame);
+   return octets + udpOctets;
+}
+
+uint32_t drawLength(SeededRandom& random) {
+   uint32_t ticket = random.below(1000);
+   const LengthShare* share = lengthShares.data();
+   while (ticket >= share->perThousand)
+      ticket -= (share++)->perThousand;
+   return random.between(share->min, share->max);
+}
+
+FrameInfo drawData(SeededRandom& random, size_t port, size_t portCount) {
+   constexpr uint32_t groups = 64;
+   FrameInfo frame;
+   frame.hasEtherType = true;
+   frame.sourceMac = hostMac(port, random.below(hostsPerPort));
+   frame.destinationMac = hostMac(random.below(static_cast<uint32_t>(portCount)), random.below(hostsPerPort));
+   if (random.chance(undersizeShare)) {
+      frame.etherType = etherTypeExperimental;
+      frame.wireLength = random.between(ethernetOctets, minFrameOctets - 1);
+      return frame;
+   }
+   uint32_t octets = ethernetOctets + addTags(random, frame);
+   if (random.chance(broadcastShare)) {
+      frame.destinationMac = broadcastMac;
+      frame.destination = Destination::broadcast;
+      frame.etherType = etherTypeArp;
+      frame.wireLength = minFrameOctets;
+      return frame;
+   }
+   IpVersion version = random.chance(ipv6Share) ? IpVersion::v6 : IpVersion::v4;
+   uint32_t group = random.below(groups);
+   if (random.chance(multicastShare)) {
+      frame.destinationMac = groupMac(version, group);
+      frame.destination = Destination::multicast;
+   }
+   octets += addIp(random, frame, version, group);
+   frame.wireLength = std::max(octets, drawLength(random));
+   return frame;
+}
+
+uint64_t framesBy(uint64_t framesPerSecond, std::chrono::nanoseconds time) {
+   if (time.count() <= 0)
+      return 0;
+   auto count = static_cast<uint64_t>(time.count());
+   // Whole seconds apart, so that nothing overflows before 2^64 frames.
+   return count / nanosecondsPerSecond * framesPerSecond +
+          count % nanosecondsPerSecond * framesPerSecond / nanosecondsPerSecond;
+}
+
+} // namespace
+
+uint64_t SeededRandom::next() {
+   state_ += 0x9e3779b97f4a7c15;
+   uint64_t value = state_;
+   value = (value ^ value >> 30) * 0xbf58476d1ce4e5b9;
+   value = (value ^ value >> 27) * 0x94d049bb133111eb;
+   return value ^ value >> 31;
+}
+
+TrafficGenerator::TrafficGenerator(uint64_t seed, size_t portCount) {
+   SeededRandom seeds(seed);
+   ports_.reserve(portCount);
+   for (size_t port = 0; port < portCount; ++port) {
+      SeededRandom random(seeds.next());
+      uint64_t rate = drawRate(random);
+      ports_.push_back({random, rate, 0, {}});
+   }
+}
+
+bool TrafficGenerator::next(size_t port, std::chrono::nanoseconds time, TrafficBatch& batch) {
+   Port& state = ports_.at(port);
+   uint64_t arrived = framesBy(state.framesPerSecond, time);
+   if (arrived <= state.handedOut)
+      return false;
+   if (state.current.repeat == 0)
+      draw(port);
+   batch.frame = state.current.frame;
+   batch.repeat = std::min(arrived - state.handedOut, state.current.repeat);
+   state.current.repeat -= batch.repeat;
+   state.handedOut += batch.repeat;
+   return true;
+}
+
+void TrafficGenerator::draw(size_t port) {
+   Port& state = ports_[port];
+   SeededRandom& random = state.random;
+   FrameInfo& frame = state.current.frame;
+   state.current.repeat = 1;
+   if (random.chance(macControlShare)) {
+      frame = drawMacControl(random, port);
+      return;
+   }
+   frame = drawData(random, port, ports_.size());
+   frame.fcsError = random.chance(fcsErrorShare);
+   if (frame.fcsError || frame.wireLength < minFrameOctets)
+      return;
+   auto meanRepeat = static_cast<uint32_t>(state.framesPerSecond / batchesPerSecond + 1);
+   state.current.repeat = random.between(1, 2 * meanRepeat - 1);
+}
+
+} // namespace SoftChip

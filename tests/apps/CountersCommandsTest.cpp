@@ -1,0 +1,161 @@
+// The grammar of the counters commands, and which chips they reach.
+#include "Rig.h"
+#include "ZelCountersCli.h"
+
+#include <random>
+
+namespace {
+
+using Kiln::String;
+
+// Two chips of two ports; counter 0 reads the interface's own number.
+class CountersCommandsTest : public ZelTest::AgentTest {
+ protected:
+   CountersCommandsTest() {
+      start({.chips = 2, .pipes = 1, .ports = 2});
+      for (const char number : {'1', '2', '3', '4'}) {
+         const auto port = agent_->portOf(String("Ethernet") + number);
+         port.chip.rmonIs(port.devicePort, 0, static_cast<U64>(number - '0'));
+      }
+      Kiln::ActivityManager::instance()->advance(2.0);
+   }
+};
+
+String block(unsigned number, unsigned port) {
+   return "Intf Ethernet" + std::to_string(number) + " (" + std::to_string(port) + "):\n" +
+          "FramesReceivedOK" + String(24 + 4 + 14, ' ') + std::to_string(number) + "\n\n";
+}
+
+const String zel0 = block(1, 0) + block(2, 1) + "\n";
+const String zel1 = block(3, 0) + block(4, 1) + "\n";
+
+TEST_F(CountersCommandsTest, ReachTheChipsThatTheyConcern) {
+   const std::vector<std::pair<String, String>> cases = {
+        {"show mac nonzero", zel0 + zel1},
+        {"chip Zel1 show mac nonzero", zel1},
+        {"show mac intf Ethernet3 nonzero", block(3, 0)},
+        {"chip Zel1 show mac intf Ethernet3 nonzero", block(3, 0)},
+        // in any clear abbreviation
+        {"s m n", zel0 + zel1},
+        {"ch Zel0 sho ma nonz", zel0},
+        {"s m i Ethernet4 n", block(4, 1)},
+   };
+   for (const auto& [command, text] : cases) {
+      const ZelTest::Asked asked = ask(command);
+      EXPECT_EQ(asked.text, text) << command;
+      EXPECT_EQ(asked.error, "") << command;
+   }
+}
+
+TEST_F(CountersCommandsTest, WithoutNonzeroEveryCounterIsShown) {
+   const String text = ask("show mac intf Ethernet2").text;
+   EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1 + BF_NUM_RMON_COUNTERS + 1);
+}
+
+TEST_F(CountersCommandsTest, ClearOnlyTheNamedChip) {
+   EXPECT_EQ(ask("chip Zel0 cl m").text, "");
+   EXPECT_EQ(ask("show mac nonzero").text, "\n" + zel1);
+   EXPECT_EQ(ask("clear mac").error, "");
+   EXPECT_EQ(ask("show mac nonzero").text, "\n\n");
+}
+
+TEST_F(CountersCommandsTest, RefusedOnesSayWhatIsExpectedAndDoNothing) {
+   const std::vector<std::pair<String, String>> cases = {
+        {"", "the command is incomplete: expected"},
+        {"c mac", "'c' is ambiguous: expected clear or chip"},
+        {"Show mac", "unexpected 'Show': expected"},
+        {"show mace", "unexpected 'mace' after 'show': expected"},
+        {"clear", "the command is incomplete after 'clear': expected"},
+        {"clear mac x", "unexpected 'x' after 'clear mac': expected nothing more"},
+        {"clear mac intf Ethernet1", "unexpected 'intf' after 'clear mac': expected nothing more"},
+        {"show mac nonzero intf", "unexpected 'intf' after 'show mac nonzero': expected nothing more"},
+        {"show mac x", "unexpected 'x' after 'show mac': expected intf, nonzero or nothing more"},
+        {"show mac intf", "the command is incomplete after 'show mac intf': expected an interface's name"},
+        {"show mac intf Ethernet5", "unknown interface 'Ethernet5': expected Ethernet1 to Ethernet4"},
+        {"show mac intf ETHERNET1", "unknown interface 'ETHERNET1': did you mean Ethernet1?"},
+        {"show mac intf " + String(50, 'x'),
+         "unknown interface '" + String(40, 'x') + "...': expected Ethernet1 to Ethernet4"},
+        {"chip", "chip needs a name: expected Zel0 or Zel1"},
+        {"chip Zel clear mac", "unknown chip 'Zel': expected Zel0 or Zel1"},
+        {"chip Zel0", "the command is incomplete after 'chip Zel0': expected"},
+        {"chip Zel0 chip Zel1 clear mac", "unexpected 'chip' after 'chip Zel0': expected"},
+        {"chip Zel0 show mac intf Ethernet3", "interface Ethernet3 is not on chip Zel0: expected chip Zel1"},
+   };
+   for (const auto& [command, error] : cases) {
+      const ZelTest::Asked asked = ask(command);
+      EXPECT_EQ(asked.error.substr(0, error.size()), error) << command;
+      EXPECT_EQ(asked.text, "") << command;
+   }
+   EXPECT_EQ(ask("show mac nonzero").text, zel0 + zel1) << "nothing was cleared";
+}
+
+TEST_F(CountersCommandsTest, AnInterfaceIsKnownByItsPortOrBySnapshot) {
+   const auto lock = Kiln::ActivityLockAnchor::lock();
+   agent_->portDel(Pelt::IntfId("Ethernet3"));
+   agent_->portAdd(Pelt::IntfId("Vlan7"), "Zel0", 40);
+   EXPECT_EQ(ask("show mac intf Ethernet3 nonzero").text,
+             "Intf Ethernet3 (456):\n" + block(3, 0).substr(block(3, 0).find('\n') + 1));
+   EXPECT_EQ(ask("show mac intf Vlan7").text, "") << "never read";
+   EXPECT_EQ(ask("show mac intf Vlan7").error, "");
+   EXPECT_EQ(ask("show mac intf Ethernet9").error,
+             "unknown interface 'Ethernet9': expected Ethernet1 to Ethernet4 or Vlan7");
+}
+
+TEST_F(CountersCommandsTest, AMovedPortIsAskedOfTheChipThatHasItNow) {
+   const auto lock = Kiln::ActivityLockAnchor::lock();
+   agent_->portDel(Pelt::IntfId("Ethernet3"));
+   agent_->portAdd(Pelt::IntfId("Ethernet3"), "Zel0", 40);
+   EXPECT_EQ(ask("show mac intf Ethernet3 nonzero").text, "") << "not read there yet";
+   EXPECT_EQ(ask("chip Zel1 show mac intf Ethernet3 nonzero").text.substr(0, 21), "Intf Ethernet3 (40):\n");
+}
+
+TEST_F(CountersCommandsTest, AChipThatIsNotInitializedSaysSo) {
+   agent_->countersMgr().zelCounters(0)->initializedIs(false);
+   EXPECT_EQ(ask("chip Zel0 show table bogus pipe 9").text, "Agent not initialized yet");
+   EXPECT_EQ(ask("show mac nonzero").text, "Agent not initialized yet" + zel1);
+   EXPECT_EQ(ask("show mac intf Ethernet1").text, "Agent not initialized yet");
+   EXPECT_EQ(ask("chip Zel0 clear mac").text, "Agent not initialized yet");
+}
+
+TEST_F(CountersCommandsTest, TablesAreAskedOfEveryChipAndPipeThatIsMeant) {
+   const auto tables = [this](const String& command) {
+      const String text = ask(command).text;
+      String found;
+      for (std::size_t at = text.find("DevId: "); at != String::npos; at = text.find("DevId: ", at + 1)) {
+         found += text.substr(at + 7, text.find('\n', at) - at - 7) + ";";
+      }
+      return found;
+   };
+   Kiln::ActivityManager::instance()->advance(2.0);
+   EXPECT_EQ(tables("show table ingressPortCount n"), "0, PipeId: 0;1, PipeId: 0;");
+   EXPECT_EQ(tables("chip Zel1 show table ingressPortCount n"), "1, PipeId: 0;");
+   EXPECT_EQ(tables("show table vlanB n"), "0, PipeId: FFFF;1, PipeId: FFFF;");
+   EXPECT_EQ(tables("show table ingressPortCount pipe 0 n"), "0, PipeId: 0;1, PipeId: 0;");
+   EXPECT_EQ(ask("show table ingressPortCount pipe 1").error, "unknown pipe '1': expected 0 to 0");
+   EXPECT_EQ(ask("show table p 0 n").error, "") << "a beginning of an option before that of a name";
+   EXPECT_EQ(ask("show table pdp n").error, "");
+   EXPECT_EQ(ask("show info x").error, "unexpected 'x' after 'show info': expected nothing more");
+}
+
+TEST_F(CountersCommandsTest, AnswerWhateverTheWordsAre) {
+   const unsigned seed = std::random_device()();
+   SCOPED_TRACE("seed " + std::to_string(seed));
+   std::mt19937 random(seed);
+   const std::vector<String> words = {"show", "clear", "s",        "c",         "chip", "Zel0",
+                                      "Zel9", "mac",   "intf",     "Ethernet1", "i",    "nonzero",
+                                      "n",    "pipe",  "0",        "-1",        "",     "\x01\xff",
+                                      "Zel1", "table", "99999999", "shown",     "?"};
+   for (int round = 0; round < 20000; ++round) {
+      std::vector<String> command(random() % 7);
+      for (String& word : command) {
+         word = words[random() % words.size()];
+      }
+      const auto lock = Kiln::ActivityLockAnchor::lock();
+      const Agent::CommandSpool spool(1U << 20U);
+      const auto error = agent_->countersMgr().cliCallback()->command(command, spool.fd()).error;
+      EXPECT_EQ(error.find('\n'), String::npos);
+      EXPECT_TRUE(error.empty() || spool.size() == 0) << error;
+   }
+}
+
+} // namespace

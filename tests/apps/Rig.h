@@ -1,0 +1,50 @@
+// An agent in simulated time, and a way to ask it.
+#pragma once
+
+#include "SwitchAgent.h"
+#include "kiln/ActivityLock.h"
+#include "kiln/ActivityManager.h"
+
+#include <gtest/gtest.h>
+#include <optional>
+#include <unistd.h>
+
+namespace ZelTest {
+
+struct Asked {
+   Kiln::String text;
+   Kiln::String error;
+};
+
+class AgentTest : public testing::Test {
+ protected:
+   AgentTest() {
+      Kiln::ActivityManager::instanceDel();
+      Kiln::System::timeSourceIs(Kiln::allocate<Kiln::SimulatedTime>());
+   }
+   ~AgentTest() override {
+      agent_.reset();
+      Kiln::System::timeSourceIs(Kiln::allocate<Kiln::RealTime>());
+      Kiln::ActivityManager::instanceDel();
+   }
+
+   // Its shared tables are its own, and go with it.
+   ZelAgent::SwitchAgent& start(ZelAgent::SwitchAgentConfig config) {
+      config.tablePrefix = "zelagent-test-" + std::to_string(getpid());
+      config.tablesAreTemporary = true;
+      return agent_.emplace(config);
+   }
+
+   Asked ask(const Kiln::String& keywords) {
+      const auto lock = Kiln::ActivityLockAnchor::lock();
+      const Agent::CommandSpool spool;
+      const Agent::CommandResult result = agent_->commandRunner()->run("counters " + keywords, spool);
+      Kiln::String text(spool.size(), '\0');
+      spool.read(0, text.data(), text.size());
+      return {text, result.error};
+   }
+
+   std::optional<ZelAgent::SwitchAgent> agent_;
+};
+
+} // namespace ZelTest

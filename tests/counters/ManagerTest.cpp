@@ -1,0 +1,178 @@
+// The manager: construction, chips that come and go, and the polling clock.
+#include "Rig.h"
+#include "kiln/Trace.h"
+
+#include <cmath>
+#include <gtest/gtest.h>
+#include <limits>
+#include <regex>
+#include <vector>
+
+namespace {
+
+using Test::Rig;
+
+TEST(ManagerConstruction, buildsItsServicesInTheirOrder) {
+   Rig rig;
+   Kiln::String error;
+   ASSERT_TRUE(Kiln::traceSettingIs("ZelCountersMgr/1", &error)) << error;
+   testing::internal::CaptureStderr();
+   rig.makeManager();
+   const std::string trace = testing::internal::GetCapturedStderr();
+   ASSERT_TRUE(Kiln::traceSettingIs("ZelCountersMgr/9", &error)) << error; // quiet again
+
+   const std::regex step("ZelCountersMgr/1 (.*)");
+   std::vector<std::string> steps;
+   for (auto at = std::sregex_iterator(trace.begin(), trace.end(), step); at != std::sregex_iterator();
+        ++at) {
+      steps.push_back((*at)[1]);
+   }
+   EXPECT_EQ(steps,
+             (std::vector<std::string>{
+                  "cliCallbackIs ZelCounters ZelCountersCli", "agentCommandCallbackIs", "zelCountersHelperIs",
+                  "vexCountersSmIs", "writerConfigIs", "vlanIntfSmIs", "vexL3IntfDataIs vexL3IntfData",
+                  "vexL3IntfTableIs", "zelCountersL3IntfSmIs", "vexL3IntfSmIs", "timerWheel",
+                  "zelSubIntfCountersHelperIs", "vexSubIntfCountersSmIs", "countersMgrSmIs"}));
+   EXPECT_TRUE(rig.mgr->initialized());
+   EXPECT_TRUE(rig.mgr->hasNotificationActive());
+   EXPECT_TRUE(rig.commands->agentCommandCallback("ZelCountersCli"));
+   EXPECT_TRUE(rig.mgr->vexL3IntfData()->vexL3IntfTable()->hasNotificationActive());
+}
+
+TEST(ManagerConstructionDeathTest, needsTheCommandDirectory) {
+   Rig rig;
+   rig.commands = nullptr;
+   EXPECT_DEATH(rig.makeManager(), "\"cliRequestDirSm\\(\\)\" failed in ZelCountersMgr");
+}
+
+TEST(ManagerConstructionDeathTest, needsTheDropTableOfAChipThatCountsQosDrops) {
+   Rig rig;
+   rig.makeManager();
+   rig.status->chipCapabilitiesIs("soft", {.qosPolicyCounter = true});
+   EXPECT_DEATH(rig.addChip(0, "Zel0"), "\"mounts\\(\\)->qosPolicyDropCountSiloTable\\(\\)\" failed");
+}
+
+TEST(ManagerConstruction, anEqualCommandHandlerIsKept) {
+   Rig rig;
+   rig.makeManager();
+   const auto* before = rig.mgr->cliCallback().ptr();
+   rig.mgr->cliCallbackIs("ZelCounters", "ZelCountersCli", rig.mgr.ptr());
+   EXPECT_EQ(rig.mgr->cliCallback().ptr(), before);
+}
+
+class Polling : public testing::Test {
+ protected:
+   Polling() {
+      rig.makeManager();
+      rig.addChip(0, "Zel0");
+      port = rig.addPort("Ethernet1", 0, 5);
+   }
+
+   U64 seen() { return rig.last(0, port, 0); }
+   void hardware(U64 value) { rig.chip(0).rmonIs(5, 0, value); }
+
+   Rig rig;
+   Pelt::IntfId port;
+};
+
+TEST_F(Polling, firstPassComesAfterTwoSecondsAndTheNextTwoSecondsAfterAPassThatTookTime) {
+   rig.fleet().faults().costIs("bf_port_mac_stats_hw_async_get", 0.25);
+   hardware(1);
+   rig.advance(1.75);
+   EXPECT_EQ(seen(), 0U);
+   rig.advance(0.5); // the pass runs from 2.0 to 2.25
+   EXPECT_EQ(seen(), 1U);
+   EXPECT_DOUBLE_EQ(rig.mgr->countersMgrSm()->intfCounterPollingTimeMin(), 4.25);
+   hardware(2);
+   rig.advance(1.9375);
+   EXPECT_EQ(seen(), 1U);
+   rig.advance(0.3125); // the pass runs from 4.25 to 4.5
+   EXPECT_EQ(seen(), 2U);
+   EXPECT_DOUBLE_EQ(rig.mgr->countersMgrSm()->intfCounterPollingTimeMin(), 6.5);
+}
+
+TEST_F(Polling, aNewIntervalIsTakenUpAtTheNextArming) {
+   rig.mgr->sdkPollingIntervalIs(0.5);
+   EXPECT_DOUBLE_EQ(rig.mgr->countersMgrSm()->intfCounterPollingTimeMin(), 2.0);
+   rig.advance(2.0);
+   EXPECT_DOUBLE_EQ(rig.mgr->countersMgrSm()->intfCounterPollingTimeMin(), 2.5);
+   for (const double refused : {0.0, -1.0, std::nan(""), std::numeric_limits<double>::infinity()}) {
+      EXPECT_THROW(rig.mgr->sdkPollingIntervalIs(refused), std::range_error) << refused;
+   }
+   EXPECT_DOUBLE_EQ(rig.mgr->sdkPollingInterval(), 0.5);
+}
+
+// Lets the read of a completion fail.
+class FailingHelper : public ZelCounter::ZelCountersHelper {
+ public:
+   using ZelCountersHelper::ZelCountersHelper;
+   void getCounters(const Pelt::IntfId&, const Kiln::Ptr<VexTypes::IntfCounters>&,
+                    const Kiln::Ptr<VexTypes::IntfCounters>&) override {
+      throw std::runtime_error("the read failed");
+   }
+};
+
+TEST_F(Polling, goesOnWithoutChipsAndAfterAPassThatThrows) {
+   rig.deleteChip("Zel0");
+   rig.advance(2.0);
+   EXPECT_DOUBLE_EQ(rig.mgr->countersMgrSm()->intfCounterPollingTimeMin(), 4.0);
+
+   auto ports = Kiln::allocate<Interface::EthPhyIntfStatusDir>();
+   ports->intfStatusIs(port, true);
+   Vex::Counters::CountersSm::Context context{};
+   context.ethPhyIntfStatusDir = ports;
+   context.clock = Kiln::activityManagerClock();
+   context.helper = Kiln::allocate<FailingHelper>(rig.mgr.ptr(), rig.status);
+   rig.mgr->vexCountersSmIs(Kiln::allocate<Vex::Counters::CountersSm>(std::move(context)));
+   rig.mgr->vexCountersSm()->hasNotificationActiveIs(true);
+   rig.addChip(0, "Zel0");
+   rig.fleet().completions().modeIs({SoftChip::CompletionMode::Kind::inlined});
+   hardware(1);
+   rig.advance(2.0);
+   EXPECT_EQ(seen(), 1U);
+   EXPECT_DOUBLE_EQ(rig.mgr->countersMgrSm()->intfCounterPollingTimeMin(), 6.0);
+}
+
+TEST_F(Polling, aChipUnderAUsedDeviceIdTakesItsPlace) {
+   const auto old = rig.counters(0);
+   rig.addChip(0, "Zel0b");
+   EXPECT_EQ(rig.mgr->zelCounters().size(), 1U);
+   EXPECT_EQ(rig.counters(0)->chipName(), "Zel0b");
+   rig.advance(2.0);
+   EXPECT_FALSE(old->macCountersLast(port)); // the old one is asked no more
+   EXPECT_TRUE(rig.counters(0)->macCountersLast(port));
+}
+
+TEST_F(Polling, deleteTakesEveryChipOfTheNameAndNoOther) {
+   rig.addChip(1, "Zel1");
+   rig.addChip(2, "Zel0");
+   rig.deleteChip("Zel9");
+   EXPECT_EQ(rig.mgr->zelCounters().size(), 3U);
+   rig.deleteChip("Zel0");
+   EXPECT_EQ(rig.mgr->zelCounters().keys(), std::vector<ZelId::ZelDevId>{1});
+}
+
+TEST(ManagerChips, refusesWhatIsNoChip) {
+   Rig rig;
+   rig.makeManager();
+   const auto lock = Kiln::ActivityLockAnchor::lock();
+   EXPECT_THROW(rig.mgr->addChip(8, "Zel8", {"soft"}, 1, nullptr, nullptr, nullptr), std::range_error);
+   try {
+      rig.mgr->zelCountersIs(nullptr);
+      FAIL() << "a null chip was taken";
+   } catch (const std::invalid_argument& error) {
+      EXPECT_STREQ(error.what(), "null _zelCounters parameter to mutator for "
+                                 "ZelCounter::ZelCountersMgr::zelCounters not allowed");
+   }
+}
+
+TEST(ManagerChips, aNewChipHasATrafficManagerEntryForEachPipe) {
+   Rig rig;
+   rig.makeManager();
+   rig.addChip(3, "Zel3", 4);
+   const auto* device = rig.tm->countersByDevId().find(3);
+   ASSERT_NE(device, nullptr);
+   EXPECT_EQ((*device)->countersByPipe().size(), 4U);
+}
+
+} // namespace

@@ -1,0 +1,200 @@
+// Ports, forwarding and MAC counters of a chip, the memory they live in, and the traffic that moves them.
+#include "CaptureReader.h"
+#include "Rig.h"
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <unistd.h>
+
+namespace SoftChip {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+class ChipTest : public Rig {
+ protected:
+   ChipTest() : chip(addChip()) {
+      for (const U16 port : {U16{128}, U16{0}, U16{1}}) {
+         chip.portAdd(port);
+      }
+   }
+   ~ChipTest() override {
+      for (const Kiln::String& path : files) {
+         std::remove(path.c_str());
+      }
+   }
+   std::vector<U64> sent() const {
+      std::vector<U64> frames;
+      for (const U16 port : chip.ports()) {
+         frames.push_back(chip.rmon(port, BF_RMON_FRAMES_TRANSMITTED_ALL));
+      }
+      return frames;
+   }
+   Kiln::String file(const char* name) {
+      files.push_back(testing::TempDir() + name + std::to_string(getpid()));
+      return files.back();
+   }
+
+   Chip& chip;
+   std::vector<Kiln::String> files;
+};
+
+TEST_F(ChipTest, FramesGoWhereTheirDestinationWasSeenElseEverywhereElse) {
+   ASSERT_THAT(chip.ports(), ElementsAre(0, 1, 128));
+   chip.receive(0, frame(0x0b, 0x0a));
+   EXPECT_THAT(sent(), ElementsAre(0, 1, 1)) << "unknown: flooded";
+   chip.receive(128, frame(0x0a, 0x0b), 5);
+   EXPECT_THAT(sent(), ElementsAre(5, 1, 1)) << "learned";
+   chip.receive(0, frame(0x0a, 0x0c));
+   EXPECT_THAT(sent(), ElementsAre(5, 1, 1)) << "to where it came from";
+   chip.receive(1, frame(broadcastMac, 0x0a));
+   EXPECT_THAT(sent(), ElementsAre(6, 1, 2));
+   chip.receive(128, frame(0x0a, 0x0b));
+   EXPECT_THAT(sent(), ElementsAre(6, 2, 2)) << "the station moved";
+   chip.portDel(1);
+   chip.receive(128, frame(0x0a, 0x0b));
+   EXPECT_EQ(chip.rmon(0, BF_RMON_FRAMES_TRANSMITTED_ALL), 7U) << "forgotten with its port";
+   EXPECT_FALSE(chip.receive(1, frame(0x0a, 0x0b)));
+}
+
+TEST_F(ChipTest, BadAndControlFramesAreCountedAndGoNoFurther) {
+   FrameInfo bad = frame(broadcastMac, 0x0a);
+   bad.fcsError = true;
+   chip.receive(0, bad);
+   FrameInfo pause = frame(0x0180c2000001, 0x0a);
+   pause.macControl = {true, macControlPause, 0};
+   chip.receive(0, pause);
+   EXPECT_EQ(chip.rmon(0, BF_RMON_FRAMES_RECEIVED_ALL), 2U);
+   EXPECT_THAT(sent(), ElementsAre(0, 0, 0));
+}
+
+TEST_F(ChipTest, FaultsOfACounterShowInWhatTheSdkReads) {
+   chip.rmonIs(0, 5, (U64{1} << 32) - 1);
+   chip.rmonFlip(0, 5, 40);
+   chip.rmonStuckIs(0, BF_RMON_FRAMES_RECEIVED_ALL, true);
+   chip.receive(0, frame(broadcastMac, 0x0a), 3);
+   bf_rmon_counter_array_t read{};
+   chip.readMac(0, read);
+   EXPECT_EQ(read[BF_RMON_OCTETS_RECEIVED_ALL], (U64{1} << 40) + (U64{1} << 32) - 1 + 3 * 64);
+   EXPECT_EQ(read[BF_RMON_FRAMES_RECEIVED_ALL], 0U);
+   EXPECT_EQ(read[BF_RMON_FRAMES_RECEIVED_OK], 3U);
+   chip.rmonStuckIs(0, BF_RMON_FRAMES_RECEIVED_ALL, false);
+   chip.readMac(0, read);
+   EXPECT_EQ(read[BF_RMON_FRAMES_RECEIVED_ALL], 3U);
+}
+
+TEST_F(ChipTest, BadInputIsRefused) {
+   EXPECT_THROW(chip.portAdd(0), std::invalid_argument);
+   EXPECT_THROW(chip.portAdd(68), std::invalid_argument);
+   EXPECT_THROW(chip.portAdd(256), std::invalid_argument) << "the chip has two pipes";
+   EXPECT_THROW(chip.rmonIs(2, 0, 0), std::invalid_argument);
+   EXPECT_THROW(chip.rmonIs(0, 89, 0), std::invalid_argument);
+   EXPECT_THROW(chip.rmonFlip(0, 0, 64), std::invalid_argument);
+   EXPECT_THROW(chip.accessVlanIs(0, 4095), std::invalid_argument);
+   EXPECT_THROW(addChip(0), std::invalid_argument);
+   EXPECT_THROW(addChip(8), std::invalid_argument);
+   EXPECT_THROW(addChip(1, 5), std::invalid_argument);
+}
+
+TEST_F(ChipTest, ACaptureIsReplayedAsAWholeOrNotAtAll) {
+   const auto record = [](std::ofstream& out, U32 captured, U32 length) {
+      const U32 header[] = {0, 0, captured, length};
+      out.write(reinterpret_cast<const char*>(header), sizeof header);
+      out.write(Kiln::String(captured, '\xff').data(), captured);
+   };
+   const Kiln::String path = file("replay");
+   std::ofstream out(path, std::ios::binary);
+   const U32 fileHeader[] = {0xa1b2c3d4, 0x00040002, 0, 0, 65535, 1};
+   out.write(reinterpret_cast<const char*>(fileHeader), sizeof fileHeader);
+   record(out, 60, 60);
+   record(out, 64, 1400);
+   out.flush();
+   EXPECT_EQ(Traffic::replay(chip, 1, path), 2U);
+   EXPECT_EQ(chip.rmon(1, BF_RMON_OCTETS_RECEIVED_ALL), 64U + 1404);
+   EXPECT_EQ(chip.rmon(0, BF_RMON_BROADCAST_FRAMES_TRANSMITTED_OK), 2U);
+   out.write("cut", 3);
+   out.close();
+   EXPECT_THROW(Traffic::replay(chip, 1, path), CaptureError);
+   EXPECT_EQ(chip.rmon(1, BF_RMON_FRAMES_RECEIVED_ALL), 2U);
+   EXPECT_THROW(Traffic::replay(chip, 2, path), std::invalid_argument);
+}
+
+TEST_F(ChipTest, TrafficDependsOnItsSeedAndTimeOnlyAndStandsStillWhileOff) {
+   const auto run = [this](U8 device, U64 seed, const std::vector<double>& steps) {
+      Chip& other = addChip(device);
+      other.portAdd(0);
+      other.portAdd(130);
+      {
+         Traffic traffic(*fleet, Kiln::activityManagerClock(), seed);
+         traffic.onIs(true);
+         for (const double step : steps) {
+            advance(step);
+         }
+         traffic.onIs(false);
+         advance(5);
+      }
+      std::vector<U64> counters;
+      for (const U16 port : other.ports()) {
+         bf_rmon_counter_array_t read{};
+         other.readMac(port, read);
+         counters.insert(counters.end(), read, read + BF_NUM_RMON_COUNTERS);
+      }
+      fleet->chipDel(device);
+      return counters;
+   };
+   const std::vector<U64> first = run(1, 7, {0.75});
+   EXPECT_GT(first[BF_RMON_FRAMES_RECEIVED_ALL], 500U);
+   EXPECT_EQ(run(1, 7, {0.25, 0.125, 0.375}), first);
+   EXPECT_NE(run(1, 8, {0.75}), first);
+   EXPECT_NE(run(2, 7, {0.75}), first) << "two chips have frames of their own";
+}
+
+TEST_F(ChipTest, AHardwareFileKeepsTheCountersOfEachChipUntilTheChipIsTakenOut) {
+   const Kiln::String path = file("hardware");
+   for (int start = 0; start < 3; ++start) {
+      fleet = nullptr;
+      fleet = std::make_unique<Fleet>(path);
+      for (const U8 device : {U8{1}, U8{3}}) {
+         Chip& each = addChip(device);
+         each.portAdd(0);
+         each.receive(0, frame(broadcastMac, 0x0a), device);
+         const U64 runs = static_cast<U64>(start) + 1;
+         EXPECT_EQ(each.rmon(0, BF_RMON_FRAMES_RECEIVED_OK), runs * device);
+         EXPECT_EQ(each.tableEntry("l2DmacClassifyCount", allPipes, 1).packets, runs * device);
+      }
+   }
+   fleet->chipDel(3);
+   Chip& again = addChip(3, 4);
+   again.portAdd(0);
+   EXPECT_EQ(again.rmon(0, BF_RMON_FRAMES_RECEIVED_OK), 0U);
+   EXPECT_THAT([&] { HardwareMemory second(path); },
+               testing::ThrowsMessage<std::runtime_error>(HasSubstr("in use by another agent")));
+   fleet = nullptr;
+
+   fleet = std::make_unique<Fleet>(path);
+   EXPECT_THAT([&] { addChip(1, 3); },
+               testing::ThrowsMessage<std::runtime_error>(HasSubstr("holds device 1 with 2 pipes")));
+   EXPECT_EQ(fleet->chip(1U), nullptr);
+   fleet = nullptr;
+}
+
+TEST_F(ChipTest, AFileThatIsNoneOfOursIsLeftAlone) {
+   const Kiln::String foreign = file("foreign");
+   std::ofstream(foreign) << Kiln::String(5000, 'x');
+   EXPECT_THAT([&] { HardwareMemory memory(foreign); },
+               testing::ThrowsMessage<std::runtime_error>(HasSubstr("not a file of hardware counters")));
+   EXPECT_EQ(std::filesystem::file_size(foreign), 5000U);
+   EXPECT_THROW(HardwareMemory{testing::TempDir()}, std::runtime_error);
+
+   const Kiln::String damaged = file("damaged");
+   { HardwareMemory memory(damaged); }
+   std::fstream(damaged, std::ios::in | std::ios::out | std::ios::binary).seekp(40).put('\x7f');
+   EXPECT_THAT([&] { HardwareMemory memory(damaged); },
+               testing::ThrowsMessage<std::runtime_error>(HasSubstr("damaged")));
+}
+
+} // namespace
+} // namespace SoftChip

@@ -1,0 +1,235 @@
+// How requests complete: when, on which thread, how often and with which values; and planned failures.
+#include "Rig.h"
+#include "kiln/ActivityLock.h"
+#include "kiln/RingLog.h"
+#include "zl/ZelSdk.h"
+
+#include <atomic>
+#include <condition_variable>
+#include <gmock/gmock.h>
+#include <map>
+
+namespace SoftChip {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using Kind = CompletionMode::Kind;
+
+// Where the callbacks of a test note what came: the cookie points to one of these.
+struct Inbox {
+   std::mutex mutex;
+   std::condition_variable arrived;
+   std::vector<U64> values; // of RMON counter 0
+   std::vector<bf_dev_port_t> ports;
+   std::vector<double> times;
+   std::vector<std::thread::id> threads;
+
+   void waitFor(std::size_t count) {
+      std::unique_lock lock(mutex);
+      arrived.wait(lock, [&] { return values.size() >= count; });
+   }
+   std::size_t count() {
+      const std::lock_guard lock(mutex);
+      return values.size();
+   }
+};
+
+void note(bf_dev_id_t /*dev*/, bf_dev_port_t port, bf_rmon_counter_array_t* counters, void* cookie) {
+   const auto activity = Kiln::ActivityLockAnchor::lock();
+   auto& inbox = *static_cast<Inbox*>(cookie);
+   const std::lock_guard lock(inbox.mutex);
+   inbox.values.push_back((*counters)[0]);
+   inbox.ports.push_back(port);
+   inbox.times.push_back(Kiln::System::currentTime());
+   inbox.threads.push_back(std::this_thread::get_id());
+   inbox.arrived.notify_all();
+}
+
+void throwAlways(bf_dev_id_t /*dev*/, bf_dev_port_t /*port*/, bf_rmon_counter_array_t* /*counters*/,
+                 void* /*cookie*/) {
+   throw std::range_error("no such port index");
+}
+
+class CompletionsTest : public Rig {
+ protected:
+   CompletionsTest() : chip(addChip()) {
+      for (U16 port = 0; port < 4; ++port) {
+         chip.portAdd(port);
+      }
+   }
+   // What is outstanding is delivered into the inbox, which must still be there.
+   ~CompletionsTest() override { fleet = nullptr; }
+
+   bf_status_t ask(bf_dev_port_t port = 0) { return bf_port_mac_stats_hw_async_get(0, port, note, &inbox); }
+
+   Chip& chip;
+   Inbox inbox;
+};
+
+TEST_F(CompletionsTest, InlineCompletesBeforeTheRequestReturns) {
+   fleet->completions().modeIs({Kind::inlined});
+   chip.rmonIs(0, 0, 7);
+   ASSERT_EQ(ask(), 0);
+   EXPECT_THAT(inbox.values, ElementsAre(7));
+   advance(10);
+   EXPECT_EQ(inbox.count(), 1U);
+}
+
+TEST_F(CompletionsTest, DeferredCompletesInOrderAtTheSameInstantWithTheValuesOfThen) {
+   ASSERT_EQ(ask(1), 0);
+   ASSERT_EQ(ask(0), 0);
+   EXPECT_EQ(inbox.count(), 0U);
+   chip.rmonIs(1, 0, 11);
+   chip.rmonIs(0, 0, 10);
+   advance(0);
+   EXPECT_THAT(inbox.ports, ElementsAre(1, 0));
+   EXPECT_THAT(inbox.values, ElementsAre(11, 10));
+   EXPECT_THAT(inbox.times, ElementsAre(0.0, 0.0));
+   advance(10);
+   EXPECT_EQ(inbox.count(), 2U);
+}
+
+TEST_F(CompletionsTest, LateCompletionsComeInTheOrderOfTheirTimes) {
+   fleet->completions().modeIs({Kind::late, 3.0});
+   ASSERT_EQ(ask(0), 0);
+   fleet->completions().modeIs({Kind::late, 1.5});
+   ASSERT_EQ(ask(1), 0);
+   advance(1.4);
+   EXPECT_EQ(inbox.count(), 0U);
+   advance(5);
+   EXPECT_THAT(inbox.ports, ElementsAre(1, 0));
+   EXPECT_THAT(inbox.times, ElementsAre(1.5, 3.0));
+}
+
+TEST_F(CompletionsTest, LostDuplicatedAndHeldCompletions) {
+   Completions& completions = fleet->completions();
+   completions.modeIs({Kind::lost});
+   ASSERT_EQ(ask(), 0);
+   completions.modeIs({Kind::deferred, 0.0, 2});
+   ASSERT_EQ(ask(1), 0);
+   advance(100);
+   EXPECT_THAT(inbox.ports, ElementsAre(1, 1));
+   EXPECT_EQ(completions.lostCount(), 1U);
+
+   completions.nextModeIs({Kind::held}, 2);
+   completions.modeIs({Kind::inlined});
+   ASSERT_EQ(ask(1), 0);
+   ASSERT_EQ(ask(2), 0);
+   ASSERT_EQ(ask(3), 0);
+   EXPECT_EQ(completions.outstanding(), 2U);
+   completions.deliverHeld(1);
+   completions.deliverHeld(0);
+   EXPECT_THROW(completions.deliverHeld(0), std::out_of_range);
+   EXPECT_THAT(inbox.ports, ElementsAre(1, 1, 3, 2, 1));
+}
+
+TEST_F(CompletionsTest, TheDeliveryThreadAnswersEachRequestOnceAndSurvivesAnException) {
+   constexpr std::size_t requests = 2000;
+   fleet->completions().modeIs({Kind::thread});
+   Kiln::RingLog::instance().lineDelAll();
+   ASSERT_EQ(bf_port_mac_stats_hw_async_get(0, 0, throwAlways, nullptr), 0);
+   for (std::size_t i = 0; i < requests; ++i) {
+      const auto activity = Kiln::ActivityLockAnchor::lock();
+      chip.receive(0, frame(broadcastMac, 1));
+      ASSERT_EQ(ask(static_cast<int>(i % 4)), 0);
+   }
+   inbox.waitFor(requests);
+   std::map<bf_dev_port_t, std::size_t> byPort;
+   for (const bf_dev_port_t port : inbox.ports) {
+      ++byPort[port];
+   }
+   EXPECT_EQ(byPort, (std::map<bf_dev_port_t, std::size_t>{{0, 500}, {1, 500}, {2, 500}, {3, 500}}));
+   EXPECT_NE(inbox.threads.front(), std::this_thread::get_id());
+   ASSERT_FALSE(Kiln::RingLog::instance().lines().empty());
+   EXPECT_THAT(Kiln::RingLog::instance().lines().front(), HasSubstr("no such port index"));
+   fleet = nullptr;
+   EXPECT_EQ(inbox.count(), requests);
+}
+
+TEST_F(CompletionsTest, WhatIsOutstandingWhenTheFleetEndsIsDelivered) {
+   for (const Kind kind : {Kind::deferred, Kind::held, Kind::thread}) {
+      fleet->completions().nextModeIs({kind});
+      ASSERT_EQ(ask(), 0);
+   }
+   fleet->completions().nextModeIs({Kind::late, 1000.0});
+   ASSERT_EQ(ask(), 0);
+   fleet = nullptr;
+   EXPECT_EQ(inbox.count(), 4U);
+   EXPECT_EQ(ask(), 3) << "no fleet, no device";
+}
+
+TEST_F(CompletionsTest, AChipThatGoesAwayAnswersWithZerosAndItsSuccessorIsNotReadForIt) {
+   chip.rmonIs(0, 0, 5);
+   ASSERT_EQ(ask(), 0);
+   fleet->chipDel(0);
+   EXPECT_EQ(ask(), 3);
+   Chip& successor = addChip();
+   successor.portAdd(0);
+   successor.rmonIs(0, 0, 6);
+   ASSERT_EQ(ask(), 0);
+   advance(0);
+   EXPECT_THAT(inbox.values, ElementsAre(0, 6));
+}
+
+TEST_F(CompletionsTest, NothingCompletesAfterAnErrorStatus) {
+   fleet->completions().modeIs({Kind::inlined});
+   EXPECT_EQ(bf_port_mac_stats_hw_async_get(7, 0, note, &inbox), 3) << "no such device";
+   EXPECT_EQ(bf_port_mac_stats_hw_async_get(-1, 0, note, &inbox), 3);
+   EXPECT_EQ(ask(1000), 3) << "no such port";
+   EXPECT_EQ(ask(4), 6) << "a port that is not there";
+   fleet->faults().failNext("bf_port_mac_stats_hw_async_get", 0, 1);
+   fleet->faults().failNext("bf_port_mac_stats_hw_async_get", 26, 2);
+   fleet->faults().failNext("bf_port_mac_stats_hw_async_get", -1);
+   std::vector<int> statuses;
+   for (int i = 0; i < 5; ++i) {
+      statuses.push_back(ask());
+   }
+   EXPECT_THAT(statuses, ElementsAre(0, 26, 26, -1, 0));
+   EXPECT_EQ(inbox.count(), 2U);
+}
+
+TEST_F(CompletionsTest, CallsCostSimulatedTimeAndBadPlansAreRefused) {
+   fleet->faults().costIs("bf_port_mac_stats_hw_async_get", 0.25);
+   ask(0);
+   ask(1);
+   EXPECT_EQ(time->now(), 0.5);
+   EXPECT_THROW(fleet->faults().failNext("bf_port_mac", 1), std::invalid_argument);
+   EXPECT_THROW(fleet->faults().costIs("bf_port_mac_stats_hw_async_get", -1), std::invalid_argument);
+   EXPECT_THROW(fleet->completions().modeIs({Kind::late, -1.0}), std::invalid_argument);
+}
+
+// What the delivery thread does at the same time as traffic, reads, writes and chips that come and go.
+TEST_F(CompletionsTest, EveryRequestIsAnsweredOnceWhileChipsComeAndGo) {
+   constexpr int rounds = 300;
+   fleet->completions().modeIs({Kind::thread});
+   const U32 table =
+        chip.program()->zlTableCounter(chip.program()->zlTableCounterIndex("frameLengthCount"))->tableHandle;
+   std::atomic<int> syncs{0};
+   const auto onSync = [](bf_dev_id_t /*dev*/, void* cookie) { ++*static_cast<std::atomic<int>*>(cookie); };
+   int asked = 0;
+   for (int round = 0; round < rounds; ++round) {
+      const auto activity = Kiln::ActivityLockAnchor::lock();
+      Chip& other = addChip(1);
+      other.portAdd(5);
+      ASSERT_EQ(bf_port_mac_stats_hw_async_get(1, 5, note, &inbox), 0);
+      ASSERT_EQ(ask(round % 4), 0);
+      for (const U32 device : {0U, 1U}) {
+         ASSERT_EQ(ZelCountersIntf::counterHwSyncIndirect(sess_hdl, device, allPipes, table, onSync, &syncs),
+                   0U);
+         ++asked;
+      }
+      chip.receive(0, frame(broadcastMac, 1));
+      other.receive(5, frame(broadcastMac, 1));
+      p4_pd_counter_value value{};
+      ASSERT_EQ(ZelCountersIntf::counterWriteIndirect(sess_hdl, 0, allPipes, table, 3, value), 0U);
+      fleet->chipDel(1);
+   }
+   inbox.waitFor(2 * rounds);
+   fleet = nullptr;
+   EXPECT_EQ(inbox.count(), 2U * rounds);
+   EXPECT_EQ(syncs.load(), asked);
+}
+
+} // namespace
+} // namespace SoftChip

@@ -1,0 +1,234 @@
+// What a frame counts in, and that the manual says the same as the chip.
+#include "RmonCounters.h"
+
+#include "TrafficGenerator.h"
+
+#include <array>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace SoftChip {
+namespace {
+
+using Rmon = std::array<uint64_t, BF_NUM_RMON_COUNTERS>;
+using Counts = std::map<std::string, uint64_t>;
+
+Counts nonzero(const Rmon& rmon) {
+   Counts counts;
+   for (const RmonCounter& counter : rmonCounters)
+      if (rmon[counter.index] != 0)
+         counts[counter.name] = rmon[counter.index];
+   return counts;
+}
+
+FrameInfo frameOf(uint32_t wireLength, bool fcsError = false) {
+   FrameInfo frame;
+   frame.wireLength = wireLength;
+   frame.fcsError = fcsError;
+   frame.hasEtherType = true;
+   frame.etherType = etherTypeIpv4;
+   return frame;
+}
+
+/** Receives three such frames, and answers what that counts. */
+Counts countsOf(const FrameInfo& frame) {
+   Rmon rmon{};
+   countReceived(frame, rmon.data(), 2);
+   countReceived(frame, rmon.data());
+   return nonzero(rmon);
+}
+
+TEST(RmonCounters, GoodFrameCountsByDestinationTagsAndSize) {
+   FrameInfo frame = frameOf(100);
+   frame.destination = Destination::multicast;
+   frame.outerTag.tpid = tpidService;
+   frame.innerTag.tpid = tpidCustomer;
+   frame.tagCount = 2;
+   EXPECT_EQ((Counts{{"FramesReceivedOK", 3},
+                     {"FramesReceivedAll", 3},
+                     {"OctetsReceivedGood", 300},
+                     {"OctetsReceivedAll", 300},
+                     {"DataOctetsReceivedOK", 246},
+                     {"MulticastFramesReceivedOK", 3},
+                     {"VlanTaggedFramesReceivedOK", 3},
+                     {"DoubleTaggedFramesReceivedOK", 3},
+                     {"FramesReceived65to127Octets", 3}}),
+             countsOf(frame));
+}
+
+TEST(RmonCounters, BadFrameCountsNowhereAmongGoodOnes) {
+   FrameInfo frame = frameOf(100, true);
+   frame.outerTag.tpid = tpidCustomer;
+   frame.tagCount = 1;
+   frame.macControl.present = true;
+   EXPECT_EQ((Counts{{"FramesReceivedAll", 3},
+                     {"FrameCheckSequenceErrors", 3},
+                     {"FramesReceivedWithErrors", 3},
+                     {"OctetsReceivedAll", 300},
+                     {"CrcAlignErrors", 3},
+                     {"FramesReceived65to127Octets", 3}}),
+             countsOf(frame));
+}
+
+/** What such a frame counts in that a plain one of its length does not. */
+std::set<std::string> extraCounts(const FrameInfo& frame) {
+   Counts plain = countsOf(frameOf(frame.wireLength));
+   std::set<std::string> extra;
+   for (auto& [name, value] : countsOf(frame))
+      if (plain.count(name) == 0)
+         extra.insert(name);
+   return extra;
+}
+
+TEST(RmonCounters, SizesMeetWithoutGapOrOverlap) {
+   struct {
+      uint32_t low, high;
+      const char* good;
+      const char* bad;
+   } ranges[] = {{0, 63, "UndersizeFramesReceived", "FragmentsReceived"},
+                 {64, 64, "FramesReceived64Octets", "CrcAlignErrors"},
+                 {65, 127, "FramesReceived65to127Octets", "CrcAlignErrors"},
+                 {128, 255, "FramesReceived128to255Octets", "CrcAlignErrors"},
+                 {256, 511, "FramesReceived256to511Octets", "CrcAlignErrors"},
+                 {512, 1023, "FramesReceived512to1023Octets", "CrcAlignErrors"},
+                 {1024, 1518, "FramesReceived1024to1518Octets", "CrcAlignErrors"},
+                 {1519, 2047, "FramesReceived1519to2047Octets", "JabbersReceived"},
+                 {2048, 4095, "FramesReceived2048to4095Octets", "JabbersReceived"},
+                 {4096, 8191, "FramesReceived4096to8191Octets", "JabbersReceived"},
+                 {8192, 9215, "FramesReceived8192to9215Octets", "JabbersReceived"},
+                 {9216, 262148, "FramesReceived9216OrMoreOctets", "JabbersReceived"}};
+   std::set<std::string> sizeCounters = {"OversizeFramesReceived"};
+   for (auto& range : ranges)
+      sizeCounters.insert(range.good);
+   for (auto& range : ranges) {
+      for (uint32_t length : {range.low, range.high}) {
+         std::set<std::string> expected = {range.good};
+         if (length > 1518)
+            expected.insert("OversizeFramesReceived");
+         std::set<std::string> got;
+         for (auto& [name, value] : countsOf(frameOf(length)))
+            if (sizeCounters.count(name) != 0)
+               got.insert(name);
+         EXPECT_EQ(expected, got) << length;
+         expected = {"FrameCheckSequenceErrors", "FramesReceivedWithErrors", range.bad};
+         EXPECT_EQ(expected, extraCounts(frameOf(length, true))) << length;
+      }
+   }
+}
+
+TEST(RmonCounters, MacControlCountsByOpcodeAndPriority) {
+   struct {
+      MacControl control;
+      std::set<std::string> counters;
+   } cases[] = {{{true, macControlPause, 0}, {"PauseFramesReceived"}},
+                {{true, macControlPfc, 0x81},
+                 {"PfcFramesReceived", "PfcFramesReceivedPriority0", "PfcFramesReceivedPriority7"}},
+                {{true, 0x0002, 0}, {"UnsupportedOpcodesReceived"}}};
+   for (auto& c : cases) {
+      FrameInfo frame = frameOf(64);
+      frame.macControl = c.control;
+      c.counters.insert("MacControlFramesReceived");
+      EXPECT_EQ(c.counters, extraCounts(frame)) << c.control.opcode;
+   }
+}
+
+TEST(RmonCounters, LengthFieldMustMatchDataOrPadding) {
+   const std::set<std::string> sound;
+   const std::set<std::string> mismatch = {"InRangeLengthErrors"};
+   const std::set<std::string> neither = {"OutOfRangeLengthFields"};
+   struct {
+      uint32_t wireLength;
+      uint8_t tags;
+      std::set<std::string> error;
+      std::vector<uint16_t> fields;
+   } cases[] = {{100, 0, sound, {82, 1536}},     {100, 0, mismatch, {0, 45, 81, 83, 1500}},
+                {100, 0, neither, {1501, 1535}}, {104, 1, sound, {82}},
+                {104, 1, mismatch, {0, 81, 86}}, {64, 0, sound, {0, 3, 46}},
+                {68, 1, sound, {0, 3, 46}},      {65, 0, mismatch, {0, 3, 46}}};
+   for (auto& c : cases) {
+      for (uint16_t field : c.fields) {
+         FrameInfo frame = frameOf(c.wireLength);
+         frame.etherType = field;
+         frame.tagCount = c.tags;
+         EXPECT_EQ(c.error, extraCounts(frame)) << field << " in " << c.wireLength;
+      }
+   }
+}
+
+/** Whatever a receive counter is called, its transmit twin's name differs in one word only. */
+std::string transmitName(std::string name) {
+   if (name == "FrameCheckSequenceErrors")
+      return "FramesTransmittedWithFcsError";
+   size_t at = name.find("Received");
+   return at == std::string::npos ? name : name.replace(at, 8, "Transmitted");
+}
+
+TEST(RmonCounters, TransmitCountsLikeReceive) {
+   const std::set<std::string> receiveOnly = {"CrcAlignErrors", "UnsupportedOpcodesReceived"};
+   TrafficGenerator traffic(7, 1);
+   TrafficBatch batch;
+   for (int i = 0; i < 20'000; ++i) {
+      ASSERT_TRUE(traffic.next(0, std::chrono::hours(24), batch));
+      Rmon received{};
+      Rmon transmitted{};
+      countReceived(batch.frame, received.data(), batch.repeat);
+      countTransmitted(batch.frame, transmitted.data(), batch.repeat);
+      Counts expected;
+      for (auto& [name, value] : nonzero(received))
+         if (receiveOnly.count(name) == 0)
+            expected[transmitName(name)] = value;
+      ASSERT_EQ(expected, nonzero(transmitted));
+   }
+}
+
+TEST(RmonCounters, SumsWrap) {
+   Rmon rmon;
+   rmon.fill(UINT64_MAX - 1);
+   countReceived(frameOf(100), rmon.data(), 3);
+   EXPECT_EQ(1U, rmon[BF_RMON_FRAMES_RECEIVED_ALL]);
+   EXPECT_EQ(298U, rmon[BF_RMON_OCTETS_RECEIVED_GOOD]);
+}
+
+/** The cells of a table row that begins with a number; nothing for any other line. */
+std::vector<std::string> rowCells(const std::string& line) {
+   std::vector<std::string> cells;
+   if (line.size() < 3 || line[0] != '|' || line[2] < '0' || line[2] > '9')
+      return cells;
+   for (size_t begin = 2; begin < line.size();) {
+      size_t end = line.find(" |", begin);
+      if (end == std::string::npos)
+         break;
+      cells.push_back(line.substr(begin, end - begin));
+      begin = end + 3;
+   }
+   return cells;
+}
+
+TEST(RmonCounters, ManualMatchesTable) {
+   std::ifstream manual(ZEL_SOURCE_DIR "/docs/rmon-counters.md");
+   ASSERT_TRUE(manual);
+   std::set<std::string> names;
+   std::set<std::string> fields;
+   size_t rows = 0;
+   for (std::string line; std::getline(manual, line);) {
+      std::vector<std::string> cells = rowCells(line);
+      if (cells.empty())
+         continue;
+      ASSERT_LT(rows, std::size(rmonCounters)) << line;
+      ASSERT_EQ(4U, cells.size()) << line;
+      EXPECT_EQ(std::to_string(rows), cells[0]);
+      EXPECT_EQ(rmonCounters[rows].name, cells[1]);
+      EXPECT_EQ(rmonCounters[rows].description, cells[2]);
+      EXPECT_TRUE(names.insert(cells[1]).second) << cells[1] << " names two counters";
+      EXPECT_TRUE(cells[3] == "-" || fields.insert(cells[3]).second) << cells[3] << " is filled twice";
+      ++rows;
+   }
+   EXPECT_EQ(std::size(rmonCounters), rows);
+}
+
+} // namespace
+} // namespace SoftChip

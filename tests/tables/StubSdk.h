@@ -1,0 +1,88 @@
+// A chip SDK under the test's control: tables are plain arrays, every answer and every completion is the
+// test's to choose. One a process; reset() between tests. Any thread may deliver completions.
+#pragma once
+
+#include "sdk/pipe_mgr.h"
+#include "zl/ZelCountersIntf.h"
+#include "zl/ZlPd.h"
+#include "zl/ZlResourceInfo.h"
+
+#include <map>
+#include <mutex>
+#include <tuple>
+
+namespace StubSdk {
+
+// What one counter table is to the SDK; its record goes into the catalogue.
+struct Table {
+   ZlResourceInfo::ZlTableCounter info;
+   bool symmetric = true;
+   int checksUntilInitialized = 0; // that many answers are "not yet"
+   // Software copies by (pipe, index or entry handle); all pipes are pipe 65535.
+   std::map<std::pair<U16, U32>, p4_pd_counter_value> values;
+   std::vector<int> entries; // handles of its match entries
+};
+
+struct Completion {
+   ZelCountersIntf::SyncCallback callback;
+   bf_dev_id_t dev;
+   void* cookie;
+   U32 tableHandle;
+   U16 pipe;
+   void deliver() const { callback(dev, cookie); }
+};
+
+struct Sdk {
+   // By device and table handle.
+   std::map<std::pair<int, U32>, Table> tables;
+   // The status of an entry point by its name, table handle and pipe; else 0.
+   std::map<std::tuple<std::string, U32, U16>, U32> statuses;
+   std::map<U32, U64> drops; // of a queue, by device port x 32 + queue
+   // Whether the n-th sync request from now on completes inline; beyond the end, inlineDefault.
+   std::vector<bool> inlineNext;
+   bool inlineDefault = false;
+   std::vector<Completion> pending;
+   // The calls that matter, in order: "sync 0 65535 A01", "property 0 B01 scope 1", ...
+   std::vector<std::string> calls;
+   U64 reads = 0; // of entries
+   U32 physicalPipeOffset = 0;
+   std::mutex mutex; // guards pending
+
+   Table& table(int dev, U32 handle) { return tables.at({dev, handle}); }
+   U32 status(const char* entryPoint, U32 handle, U16 pipe) const;
+   // Delivers what is pending now, oldest first.
+   void deliverAll();
+};
+
+Sdk& sdk();
+void reset();
+
+class Catalogue : public ZlResourceInfo::ZlResourceInfoIntf {
+ public:
+   // Enters the table into the SDK for the device, and the catalogue.
+   void add(int dev, Table table);
+   void addMatch(const std::string& name, U32 handle) { matchTables_.push_back({name, handle}); }
+
+   U32 zlTableCountersNum() const override { return static_cast<U32>(counters_.size()); }
+   const ZlResourceInfo::ZlTableCounter* zlTableCounter(U32 id) const override {
+      return id < counters_.size() ? &counters_[id] : nullptr;
+   }
+   const std::vector<ZlResourceInfo::ZlTableCounter>* zlTableCounters() const override { return &counters_; }
+   U32 zlTableCounterIndex(const Kiln::String& name) const override;
+   U32 zlTableCounterField(const Kiln::String& name, ZlResourceInfo::ZlCounterFieldId field) const override;
+   U32 zlTableIndex(const Kiln::String& name) const override;
+   const ZlResourceInfo::ZlTable* zlTable(U32 index) const override { return &matchTables_.at(index); }
+
+ private:
+   std::vector<ZlResourceInfo::ZlTableCounter> counters_;
+   std::vector<ZlResourceInfo::ZlTable> matchTables_;
+};
+
+class Pd : public ZlPd::ZlPdIntf {
+ public:
+   Kiln::String counterDecodeMatch(U32, U32, U32, S32 entry) const override {
+      return "match " + std::to_string(entry);
+   }
+};
+
+} // namespace StubSdk

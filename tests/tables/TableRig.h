@@ -1,0 +1,119 @@
+// Chips over the stub SDK, in simulated time.
+#pragma once
+
+#include "HwTableCountersSm.h"
+#include "PipeIntfQueueCounterSm.h"
+#include "ZelCounters.h"
+#include "ZelCountersSm.h"
+#include "kiln/ActivityLock.h"
+#include "kiln/ActivityManager.h"
+#include "tables/StubSdk.h"
+
+#include <cstdlib>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+// Handles of the tables that every chip needs; a counter handle is its table handle + 0x1000.
+constexpr U32 pdpHandle = 0xD0;
+constexpr U32 queueHandle = 0xE0;
+
+enum Counts { packetsOnly, bytesOnly, packetsAndBytes };
+
+inline StubSdk::Table makeTable(const char* name, U32 handle, U32 size, bool direct, Counts counts,
+                                bool symmetric = true) {
+   StubSdk::Table table;
+   table.info = {name, handle, handle + 0x1000, size, direct, counts != packetsOnly, counts != bytesOnly};
+   table.symmetric = symmetric;
+   return table;
+}
+
+class TableRig : public ::testing::Test {
+ protected:
+   TableRig() {
+      StubSdk::reset();
+      unsetenv("SIMULATION_VMID");
+      Kiln::ActivityManager::instanceDel();
+      Kiln::System::timeSourceIs(Kiln::allocate<Kiln::SimulatedTime>());
+   }
+   ~TableRig() override {
+      const auto lock = Kiln::ActivityLockAnchor::lock();
+      chips.clear();
+      Kiln::ActivityManager::instanceDel();
+      unsetenv("SIMULATION_VMID");
+   }
+
+   // A catalogue that begins with pdpClassCount (id 0) and egressPortQueueCount (id 1).
+   static Kiln::Ptr<StubSdk::Catalogue> makeCatalogue(int dev) {
+      auto catalogue = Kiln::allocate<StubSdk::Catalogue>();
+      catalogue->add(dev, makeTable("pdpClassCount", pdpHandle, 2336, false, packetsOnly, false));
+      catalogue->add(dev,
+                     makeTable("egressPortQueueCount", queueHandle, 4096, false, packetsAndBytes, false));
+      catalogue->addMatch("queueCounters", 0xB1);
+      catalogue->addMatch("pdpPolicy", 0xB2);
+      catalogue->addMatch("l2DmacClassify", 0xB3);
+      return catalogue;
+   }
+
+   ZelCounter::ZelCounters& addChip(int dev, U16 highestPipe, Kiln::Ptr<StubSdk::Catalogue> catalogue) {
+      auto status = Kiln::allocate<ZelSlice::ChipStatus>();
+      status->highestLogicalPipeIdIs(highestPipe);
+      chipStatus[dev] = status;
+      ZelCounter::ZelCounters::Context context{};
+      context.devId = static_cast<ZelId::ZelDevId>(dev);
+      context.chipName = "Zel" + std::to_string(dev);
+      context.sessionId = 7;
+      context.chipStatus = status;
+      context.systemStatus = systemStatus;
+      context.zlPdIntf = Kiln::allocate<StubSdk::Pd>();
+      context.zlResourceInfoIntf = catalogue;
+      context.devProfile.chipTypeName = "stub";
+      const auto lock = Kiln::ActivityLockAnchor::lock();
+      chips[dev] = ZelCounter::zelCountersFactory(std::move(context));
+      return *chips[dev];
+   }
+
+   void deleteChip(int dev) {
+      const auto lock = Kiln::ActivityLockAnchor::lock();
+      chips.at(dev)->stop();
+      chips.erase(dev);
+   }
+
+   static void advance(double seconds) { Kiln::ActivityManager::instance()->advance(seconds); }
+
+   // The queue pollers' requests are refused, so that only the scheduler's are seen.
+   static void refuseQueueSyncs() {
+      for (U16 pipe = 0; pipe <= ZelId::ZelPipeId::max(); ++pipe) {
+         StubSdk::sdk().statuses[{"databaseSync", queueHandle, pipe}] = 1;
+      }
+   }
+
+   // The sync requests since the last call, without those of the table that is left to the queue pollers.
+   static std::vector<std::string> takeSyncs() {
+      std::vector<std::string> syncs;
+      for (std::string& call : StubSdk::sdk().calls) {
+         if (call.rfind("sync", 0) == 0 && call.find(" E0") == std::string::npos) {
+            syncs.push_back(std::move(call));
+         }
+      }
+      StubSdk::sdk().calls.clear();
+      return syncs;
+   }
+
+   // What a command prints.
+   template <class Command>
+   static std::string output(Command command) {
+      const int fd = memfd_create("output", 0);
+      command(static_cast<U32>(fd));
+      std::string text(static_cast<std::size_t>(lseek(fd, 0, SEEK_END)), '\0');
+      const ssize_t got = pread(fd, text.data(), text.size(), 0);
+      EXPECT_EQ(static_cast<std::size_t>(got), text.size());
+      close(fd);
+      return text;
+   }
+
+   Kiln::Ptr<ZelSystem::SystemStatus> systemStatus = Kiln::allocate<ZelSystem::SystemStatus>();
+   std::map<int, Kiln::Ptr<ZelSlice::ChipStatus>> chipStatus;
+   std::map<int, Kiln::Ptr<ZelCounter::ZelCounters>> chips;
+};
