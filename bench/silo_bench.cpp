@@ -184,6 +184,7 @@ void readAgainstFloor(benchmark::State& state, MakePass makePass) {
       for (std::size_t i = 0; i < records; ++i) {
          isGood &= bare[i].read(copies[i]);
       }
+      benchmark::DoNotOptimize(copies.data()); // else the copying may be left out
       benchmark::ClobberMemory();
    });
    if (!isGood) {

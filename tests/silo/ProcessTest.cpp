@@ -48,7 +48,10 @@ TEST_F(ProcessTest, ASlotGivesWholeRecordsOnlyAndRacesWithNobody) {
    std::thread writer([&] {
       std::vector<std::byte> copy(sizeof(Large) + Silo::bytesPerRow);
       for (std::uint64_t n = 1; !isOver; ++n) {
-         Large record = recordOf(n); // which leaves the reader a moment
+         for (int i = 0; i < 300 && !isOver; ++i) {
+            // Leaves the reader a moment.
+         }
+         Large record = recordOf(n);
          Silo::RecordContent content{keys[n % 2], {n, static_cast<double>(n)}, &record, sizeof record};
          slot.write(content, copyWithChecksum(content, copy.data()));
          if (n % 64 == 0) {
