@@ -10,6 +10,7 @@
 #include <cstring>
 #include <stdexcept>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace ZelAgent {
 
@@ -38,13 +39,21 @@ void makeFolder(const Kiln::String& path) {
    }
 }
 
+Silo::Store storeIn(const Kiln::String& folder) {
+   if (!folder.empty()) {
+      makeFolder(folder);
+      return Silo::Store::directory(folder);
+   }
+   return Silo::Store::sharedMemory("zelagent-" + std::to_string(getpid()));
+}
+
 } // namespace
 
-SwitchAgent::SwitchAgent(const SwitchAgentConfig& config) : config_(config) {
+SwitchAgent::SwitchAgent(const SwitchAgentConfig& config)
+     : config_(config), store_(storeIn(config.siloFolder)) {
    const auto lock = Kiln::ActivityLockAnchor::lock();
    sess_hdl = sdkSession;
    smRunning = 1;
-   makeFolder(config_.siloFolder);
    fleet_ = std::make_unique<SoftChip::Fleet>(config_.hardwareFile);
    traffic_ = std::make_unique<SoftChip::Traffic>(*fleet_, Kiln::activityManagerClock(), config_.seed);
 
@@ -74,31 +83,35 @@ SwitchAgent::~SwitchAgent() {
       mgr_ = nullptr;
    }
    fleet_ = nullptr;
+   if (config_.siloFolder.empty()) {
+      Vex::removeSharedTables(store_);
+   }
 }
 
 Kiln::Ptr<ZelCounter::CountersMounts> SwitchAgent::mount() const {
    auto mounts = Kiln::allocate<ZelCounter::CountersMounts>();
+   const Vex::SharedTables tables = Vex::openSharedTables(store_);
    mounts->ethPhyIntfConfigDirIs(Kiln::allocate<Interface::EthPhyIntfConfigDir>());
    mounts->ethPhyIntfStatusDirIs(Kiln::allocate<Interface::EthPhyIntfStatusDir>());
    mounts->ethIntfCounterWriterStatusIs(Kiln::allocate<Vex::Counters::WriterStatus>());
    mounts->globalIntfConfigIs(Kiln::allocate<Interface::GlobalIntfConfig>());
    mounts->vexCliConfigIs(Kiln::allocate<Vex::Counters::CliConfig>());
    mounts->qosPolicyDropCountSiloTableIs(Kiln::allocate<Silo::ZelSystem::P4CounterTable>());
-   mounts->allIntfCountersIs(Kiln::allocate<Silo::Interface::AllIntfCounters>());
-   mounts->allIntfClearCountersIs(Kiln::allocate<Silo::Interface::AllIntfClearCounters>());
+   mounts->allIntfCountersIs(tables.allIntfCounters);
+   mounts->allIntfClearCountersIs(tables.allIntfClearCounters);
    mounts->writerConfigIs(Kiln::allocate<Vex::Counters::WriterConfig>());
-   mounts->allIntfQueueCountersIs(Kiln::allocate<Silo::Interface::AllIntfQueueCounters>());
-   mounts->allIntfClearQueueCountersIs(Kiln::allocate<Silo::Interface::AllIntfClearQueueCounters>());
+   mounts->allIntfQueueCountersIs(tables.allIntfQueueCounters);
+   mounts->allIntfClearQueueCountersIs(tables.allIntfClearQueueCounters);
    mounts->bridgingConfigIs(Kiln::allocate<Bridging::BridgingConfig>());
    mounts->vlanIntfConfigDirIs(Kiln::allocate<Interface::VlanIntfConfigDir>());
    mounts->vlanIntfStatusDirIs(Kiln::allocate<Interface::VlanIntfStatusDir>());
-   mounts->allVlanIntfCountersIs(Kiln::allocate<Silo::Interface::AllVlanIntfCounters>());
+   mounts->allVlanIntfCountersIs(tables.allVlanIntfCounters);
    mounts->vlanIntfCounterWriterStatusIs(Kiln::allocate<Vex::Counters::WriterStatus>());
    mounts->subIntfConfigDirIs(Kiln::allocate<Interface::SubIntfConfigDir>());
    mounts->subIntfStatusDirIs(Kiln::allocate<Interface::SubIntfStatusDir>());
-   mounts->subIntfCountersDirIs(Kiln::allocate<Silo::Interface::SubIntfCountersDir>());
-   mounts->subIntfCountersSnapshotDirIs(Kiln::allocate<Silo::Interface::SubIntfCountersSnapshotDir>());
-   mounts->intfAllNatCounterDirIs(Kiln::allocate<Silo::Interface::AllNatCounterDir>());
+   mounts->subIntfCountersDirIs(tables.subIntfCountersDir);
+   mounts->subIntfCountersSnapshotDirIs(tables.subIntfCountersSnapshotDir);
+   mounts->intfAllNatCounterDirIs(tables.intfAllNatCounterDir);
    mounts->aclCounterTableIs(Kiln::allocate<Silo::ZelSystem::AclCounterTable>());
    mounts->aclCounterClearRequestIs(Kiln::allocate<ZelAclCounter::AclCounterClearRequest>());
    mounts->aclCounterClearResponseIs(Kiln::allocate<ZelAclCounter::AclCounterClearResponse>());

@@ -21,7 +21,7 @@ struct SwitchAgentConfig {
    unsigned ports = 32; // front-panel ports of each chip, spread over its pipes
    ZelSystem::ChipCapabilities capabilities{true, true, true, true};
    U64 seed = 1;              // of the synthetic traffic
-   Kiln::String siloFolder;   // where shared tables live; empty for the machine's shared memory
+   Kiln::String siloFolder;   // where shared tables live; empty for shared memory that goes with the process
    Kiln::String hardwareFile; // where hardware counters live; empty for the process's own memory
 };
 
@@ -71,6 +71,7 @@ class SwitchAgent {
    void portsAdd(SoftChip::Chip& chip);
 
    SwitchAgentConfig config_;
+   Silo::Store store_;
    std::unique_ptr<SoftChip::Fleet> fleet_;
    std::unique_ptr<SoftChip::Traffic> traffic_;
    Kiln::Ptr<ZelSystem::SystemStatus> systemStatus_;

@@ -14,7 +14,9 @@ inline void forEachBlock(const void* payload, std::size_t size, Take take) {
    auto* bytes = static_cast<const std::byte*>(payload);
    Block block;
    for (; size >= bytesPerBlock; size -= bytesPerBlock, bytes += bytesPerBlock) {
-      std::memcpy(block.data(), bytes, bytesPerBlock);
+      // Word by word, so that the block stays in registers.
+      forEachWord(
+           [&](std::size_t i) { std::memcpy(&block[i], bytes + i * sizeof block[i], sizeof block[i]); });
       take(block);
    }
    if (size != 0) {
@@ -25,16 +27,12 @@ inline void forEachBlock(const void* payload, std::size_t size, Take take) {
 }
 
 inline void storeBlock(Word* words, const Block& block) {
-   for (std::size_t i = 0; i < wordsPerBlock; ++i) {
-      words[i].store(block[i], std::memory_order_release);
-   }
+   forEachWord([&](std::size_t i) { words[i].store(block[i], std::memory_order_release); });
 }
 
 inline Block loadBlock(const Word* words) {
    Block block;
-   for (std::size_t i = 0; i < wordsPerBlock; ++i) {
-      block[i] = words[i].load(std::memory_order_acquire);
-   }
+   forEachWord([&](std::size_t i) { block[i] = words[i].load(std::memory_order_acquire); });
    return block;
 }
 
@@ -127,7 +125,8 @@ RecordSlot::State RecordSlot::load(Block& key, RecordInfo& info, void* payload, 
    for (; size >= bytesPerBlock; size -= bytesPerBlock) {
       Block block = loadBlock(words);
       sum.add(block);
-      std::memcpy(bytes, block.data(), bytesPerBlock);
+      forEachWord(
+           [&](std::size_t i) { std::memcpy(bytes + i * sizeof block[i], &block[i], sizeof block[i]); });
       words += wordsPerBlock;
       bytes += bytesPerBlock;
    }

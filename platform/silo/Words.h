@@ -6,6 +6,7 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <utility>
 
 namespace Silo {
 
@@ -19,6 +20,15 @@ inline constexpr std::size_t wordsPerBlock = 8;
 inline constexpr std::size_t bytesPerBlock = 64;
 using Block = std::array<std::uint64_t, wordsPerBlock>;
 
+// Calls take(i) for each word of a block, written out eight times: a loop would keep its words in memory.
+template <class Take>
+[[gnu::always_inline]] inline void forEachWord(Take take) {
+   [&]<std::size_t... i>(std::index_sequence<i...>) {
+      (take(i), ...);
+   }
+   (std::make_index_sequence<wordsPerBlock>{});
+}
+
 // Checksum over blocks, eight independent lanes so that the multiplications overlap. Each step is a bijection
 // of the lane, and the lanes are combined by exclusive or: damage within one word is always found, anything
 // wider with all but a chance of 2^-64. It guards against torn and overwritten memory, not against an
@@ -31,16 +41,12 @@ class Checksum {
    }
 
    void add(const Block& block) {
-      for (std::size_t i = 0; i < wordsPerBlock; ++i) {
-         lanes_[i] = std::rotl(lanes_[i] ^ block[i], 29) * multiplier_;
-      }
+      forEachWord([&](std::size_t i) { lanes_[i] = std::rotl(lanes_[i] ^ block[i], 29) * multiplier_; });
    }
 
    std::uint64_t value() const {
       std::uint64_t sum = 0;
-      for (std::size_t i = 0; i < wordsPerBlock; ++i) {
-         sum ^= std::rotl(lanes_[i], static_cast<int>(7 * i));
-      }
+      forEachWord([&](std::size_t i) { sum ^= std::rotl(lanes_[i], static_cast<int>(7 * i)); });
       return sum;
    }
 

@@ -105,7 +105,10 @@ TEST_F(Polling, aNewIntervalIsTakenUpAtTheNextArming) {
 // A forwarding layer that can be made to fail.
 class FailingSubIntfCountersSm : public Vex::SubIntfCountersSm {
  public:
-   FailingSubIntfCountersSm() : SubIntfCountersSm(nullptr, nullptr) {}
+   explicit FailingSubIntfCountersSm(Kiln::Ptr<VexHelper::VexHelperSubIntfCountersSm> helper)
+        : SubIntfCountersSm(
+               {Kiln::allocate<Oxbow::TimerWheel>(Kiln::activityManagerClock(), 100U, 20U, 0U, 8U), nullptr,
+                nullptr, nullptr, 2.0, Kiln::activityManagerClock(), std::move(helper)}) {}
    void updateCounters() override { throw std::runtime_error("the forwarding layer failed"); }
 };
 
@@ -114,7 +117,8 @@ TEST_F(Polling, goesOnWithoutChipsAndAfterAPassThatThrows) {
    rig.advance(2.0);
    EXPECT_DOUBLE_EQ(rig.mgr->countersMgrSm()->intfCounterPollingTimeMin(), 4.0);
 
-   rig.mgr->vexSubIntfCountersSmIs(Kiln::allocate<FailingSubIntfCountersSm>());
+   rig.mgr->vexSubIntfCountersSmIs(
+        Kiln::allocate<FailingSubIntfCountersSm>(rig.mgr->zelSubIntfCountersHelper()));
    rig.addChip(0, "Zel0");
    hardware(1);
    rig.advance(2.0);
