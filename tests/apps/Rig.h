@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 #include <optional>
+#include <unistd.h>
 
 namespace ZelTest {
 
@@ -27,7 +28,12 @@ class AgentTest : public testing::Test {
       Kiln::ActivityManager::instanceDel();
    }
 
-   ZelAgent::SwitchAgent& start(const ZelAgent::SwitchAgentConfig& config) { return agent_.emplace(config); }
+   // With tables of its own, since tests run side by side.
+   ZelAgent::SwitchAgent& start(ZelAgent::SwitchAgentConfig config) {
+      config.tablePrefix += "-test-" + std::to_string(getpid());
+      config.tablesAreTemporary = true;
+      return agent_.emplace(config);
+   }
 
    Asked ask(const Kiln::String& keywords) {
       const auto lock = Kiln::ActivityLockAnchor::lock();
