@@ -3,9 +3,9 @@
 
 #include "kiln/Accessors.h"
 #include "kiln/Clock.h"
+#include "sdk/bf_types.h"
+#include "zel/Pelt.h"
 #include "zel/ZelId.h"
-
-#include <vector>
 
 namespace ZelCounter {
 
@@ -30,8 +30,14 @@ class PipeIntfQueueCounterSm : public Kiln::Entity {
    const Kiln::Ptr<const Kiln::Clock>& clock() const { return pollingClock_.clock(); }
    double pollingTimeMin() const { return pollingClock_.timeMin(); }
 
-   // Asks for the pipe's counters. A table that is not initialized is tried again after 1.0 s.
+   // Asks for the pipe's counters. A table that is not initialized is tried again after 1.0 s; a request
+   // that is refused ends the polling of this pipe until its clock is set again.
    void pollingClockExpired();
+   // Arms the clock for the next poll.
+   void scheduleClock();
+   // The pipe's counters are there: stores those of every port, hands them over and arms the clock. A
+   // completion that was not asked for is dropped. An SDK that cannot read them is an assertion.
+   void syncCompleted();
 
  private:
    struct KilnClock : Kiln::Clock::Notifiee {
@@ -41,10 +47,30 @@ class PipeIntfQueueCounterSm : public Kiln::Entity {
       PipeIntfQueueCounterSm* sm;
    };
 
+   // A port of this pipe.
+   struct Port {
+      Pelt::IntfId intf;
+      U16 devicePort;
+      U8 pipePort;
+      unsigned queues;
+   };
+   // Every port index of a pipe has its place in what a completion gathers, and every queue in a port's.
+   static constexpr std::size_t portsPerPipe = 68;
+   static constexpr std::size_t queuesPerPort = 16;
+   struct Readings;
+
+   void readPort(const Port& port, U32 tableHandle, Readings& readings) const;
+   void storePort(const Port& port, const Readings& readings) const;
+
    ZelCounters* parent_; // owns this
    ZelId::ZelPipeId pipe_;
+   bool syncOutstanding_ = false;
    PipeQueueCountersCookie* cookie_; // the pipe's slot; static storage
    KilnClock pollingClock_;
 };
+
+// The SDK's completion of a pipe's sync; the cookie is the pipe's slot. Takes the activity lock. Null is an
+// assertion; a completion for a chip that is gone, or of another device, is left alone.
+void ZelIntfQueueCountersCallback(bf_dev_id_t dev, void* cookie);
 
 } // namespace ZelCounter

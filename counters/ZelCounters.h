@@ -2,6 +2,7 @@
 #pragma once
 
 #include "CliPortDropData.h"
+#include "IntfQueueCounters.h"
 #include "PipeTmCounterSm.h"
 #include "ZelCountersTypes.h"
 #include "kiln/Accessors.h"
@@ -125,6 +126,27 @@ class ZelCounters : public Kiln::Entity {
    void clearTableCounters(U32 fd, U32 tableId, ZelId::ZelPipeId pipeId);
    void clearAllTableCounters(U32 fd);
 
+   // Reads the PDP class counters into pdpCountersLast. A read that fails is traced and ends the fetch, and
+   // the show operations say that nothing was fetched until a later one succeeds.
+   void fetchPdpCounters();
+   void printPdpCountersHeader(U32 fd);
+   // Prints one class, the header before it when it is still owed. True when the header has been printed.
+   bool printPdpClassCountLine(U32 fd, const Kiln::String& intfName, const Kiln::String& className, U64 count,
+                               bool headerDisplayed, bool nonZeroOnly);
+   // Prints every class of one interface, which must have been fetched once (assertion). True when the header
+   // has been printed.
+   bool showPdpIntfCounters(U32 fd, const Pelt::IntfId& intf, bool headerDisplayed, bool nonZeroOnly,
+                            bool footer);
+   void showAllPdpIntfCounters(U32 fd, bool nonZeroOnly);
+   // Moves the clear snapshot of every interface to what was fetched last; the hardware keeps its counts.
+   void clearAllPdpIntfCounters(U32 fd);
+
+   // As fetched last, and as at the last clear, by interface.
+   KILN_HASH_MAP(Pelt::IntfId, Kiln::Ptr<ZelQos::PdpIntfCounter>, pdpCountersLast)
+   KILN_HASH_MAP(Pelt::IntfId, Kiln::Ptr<ZelQos::PdpIntfCounter>, pdpCountersClear)
+   // Whether the last fetch read every pipe.
+   KILN_ATTRIBUTE(bool, pdpCountersFetched, false)
+
    // By counter table id: true for a table that is synced and read once a pipe; true once the SDK has
    // initialized the table.
    KILN_HASH_MAP(U32, bool, perPipeCounter)
@@ -150,6 +172,24 @@ class ZelCounters : public Kiln::Entity {
    }
    const Kiln::Ptr<PipeTmCounterSm>& pipeTmCounterSmIs(const PipeTmCounterKey& key, U32 physicalPipe,
                                                        Kiln::Ptr<const Kiln::Clock> clock);
+
+   // Queue counters by interface; none of an interface that was never read.
+   const Kiln::HashMap<Pelt::IntfId, Kiln::Ptr<IntfQueueCounters>>& intfQueueCounters() const {
+      return intfQueueCounters_;
+   }
+   const Kiln::Ptr<IntfQueueCounters>& intfQueueCounters(const Pelt::IntfId& intf) const {
+      return Kiln::valueOrDefault(intfQueueCounters_, intf);
+   }
+   // The interface's counters, made when missing.
+   IntfQueueCounters& intfQueueCountersIs(const Pelt::IntfId& intf);
+   void intfQueueCountersDel(const Pelt::IntfId& intf) { intfQueueCounters_.erase(intf); }
+   // Gives them to the forwarding layer.
+   void handOverQueueCounters(const IntfQueueCounters& counters) const;
+   // They read 0 from here on, and so does what is handed over; `portChanged` when the interface's port has
+   // just appeared or changed. Nothing is asked of the SDK.
+   void clearIntfQueueCounters(const Pelt::IntfId& intf, bool portChanged);
+   // Seconds between two polls of a pipe's queues.
+   KILN_ATTRIBUTE(double, intfQueueCountersSdkPollingInterval, 2.0)
 
    // The latest completed read, and the values at the last clear, by interface.
    KILN_HASH_MAP(Pelt::IntfId, Kiln::Ptr<IntfCounters>, macCountersLast)
@@ -188,6 +228,10 @@ class ZelCounters : public Kiln::Entity {
    void printIndirectTable(Kiln::TextOutput& out, const ZlResourceInfo::ZlTableCounter& info,
                            ZelId::ZelPipeId pipeId, bool nonZeroOnly);
    Kiln::String entryDetails(U32 tableHandle, S32 entry) const;
+   bool fetchPdpPipe(const ZlResourceInfo::ZlTableCounter& info, U32 pipe);
+   ZelQos::PdpIntfCounter* pdpCounterOf(U32 localPortKey);
+   bool printPdpIntf(Kiln::TextOutput& out, const Pelt::IntfId& intf, bool headerDisplayed, bool nonZeroOnly,
+                     bool footer);
    bool isProtected(const ZlResourceInfo::ZlTableCounter& info) const;
 
    Context context_;
@@ -195,10 +239,14 @@ class ZelCounters : public Kiln::Entity {
    Kiln::Ptr<HwTableCountersSm> hwTableCountersSm_;
    Kiln::HashMap<U16, Kiln::Ptr<PipeIntfQueueCounterSm>> pipeIntfQueueCounterSm_;
    Kiln::HashMap<PipeTmCounterKey, Kiln::Ptr<PipeTmCounterSm>> pipeTmCounterSm_;
+   Kiln::HashMap<Pelt::IntfId, Kiln::Ptr<IntfQueueCounters>> intfQueueCounters_;
    bool stopped_ = false;
 };
 
 Kiln::Ptr<ZelCounters> zelCountersFactory(ZelCounters::Context context);
+
+// The forwarding layer's record of them: every queue that was read.
+VexTypes::IntfQueueCounters queueRecord(const IntfQueueCounters& counters);
 
 // The SDK's completion of a MAC statistics read; the cookie is the ZelCounters that asked. Takes the activity
 // lock. A port above 456 is a std::range_error, a null cookie an assertion.

@@ -26,7 +26,7 @@ Chip::Chip(const ChipConfig& config, U64 serial, std::recursive_mutex& sdkLock, 
        hasPort_(config.pipes * portsPerPipe), accessVlans_(hasPort_.size(), 1),
        tables_(config.program, config.pipes,
                hardware.subspan(rmon_.size() + TrafficManager::hardwareWords(config.pipes))),
-       pipeline_(tables_),
+       pipeline_(tables_), l2Domains_(tables_),
        trafficManager_(config.pipes,
                        hardware.subspan(rmon_.size(), TrafficManager::hardwareWords(config.pipes))) {}
 
@@ -102,7 +102,9 @@ bool Chip::receive(U16 devicePort, const FrameInfo& frame, U64 repeat) {
    }
    const U16 vlan = frame.outerTag.vlanId != 0 ? frame.outerTag.vlanId : accessVlans_[placeOf(devicePort)];
    const U64 length = frame.wireLength > fcsOctets ? frame.wireLength - fcsOctets : 0;
-   const PassingFrames passing{frame, repeat, length, vlan};
+   const L2Domain domain = l2Domains_.domainOf(frame, vlan);
+   const PassingFrames passing{frame, repeat, length, domain.vlan, domain.decapType, domain.snatHit};
+   l2Domains_.ingress(passing, devicePort / slotsPerPipe);
    now_ = Kiln::System::currentTime();
    if (pipeline_.ingress(passing, devicePort / slotsPerPipe, devicePort % slotsPerPipe)) {
       forward(devicePort, passing);
@@ -143,6 +145,7 @@ void Chip::transmit(U16 devicePort, const PassingFrames& offered) {
    PassingFrames passing = offered;
    passing.packets = sent;
    if (pipeline_.egress(passing, devicePort / slotsPerPipe, slot, queue)) {
+      l2Domains_.egress(passing, devicePort / slotsPerPipe);
       countTransmitted(passing.frame, rmonOf(devicePort), sent);
    }
 }
@@ -209,8 +212,29 @@ void Chip::queueIs(U16 devicePort, unsigned queue, const CounterValue& sent, U64
                                   std::to_string(queueCount(slot) - 1));
    }
    counterTable("egressPortQueueCount")
-        .hardwareIs(devicePort / slotsPerPipe, firstQueueEntry(slot) + queue, sent);
+        .hardwareIs(static_cast<U16>(devicePort / slotsPerPipe), firstQueueEntry(slot) + queue, sent);
    trafficManager_.drops(place, queue) = drops;
+}
+
+void Chip::vniIs(U32 vni, U16 vlan) {
+   const Lock lock(sdkLock_);
+   l2Domains_.vniIs(vni, vlan);
+}
+
+void Chip::snatAdd(const Kiln::String& prefix) {
+   const Lock lock(sdkLock_);
+   l2Domains_.snatAdd(prefix);
+}
+
+void Chip::l2DomainCountAdd(bool isIngress, const L2Domain& domain, const CounterValue& counted) {
+   const Lock lock(sdkLock_);
+   if (domain.vlan >= L2DomainIndex::vlanLimit || domain.decapType >= L2DomainIndex::decapTypes ||
+       !l2Domains_.add(isIngress, domain, counted)) {
+      throw std::invalid_argument(name() + " has no " + (isIngress ? "ingress" : "egress") +
+                                  " count entry of VLAN " + std::to_string(domain.vlan) +
+                                  ", decapsulation type " + std::to_string(domain.decapType) +
+                                  (domain.snatHit ? ", source NAT" : ""));
+   }
 }
 
 CounterTable& Chip::counterTable(const Kiln::String& table) const {

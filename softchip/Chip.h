@@ -2,6 +2,7 @@
 #pragma once
 
 #include "Frame.h"
+#include "L2DomainCount.h"
 #include "MacTable.h"
 #include "PipeManager.h"
 #include "Pipeline.h"
@@ -65,6 +66,11 @@ class Chip {
 
    // Untagged and priority-tagged frames that arrive at the port are in this VLAN; 1 at first.
    void accessVlanIs(U16 devicePort, U16 vlan);
+   // Frames of a VXLAN are decapsulated into a VLAN; frames from a prefix hit a source-NAT rule.
+   void vniIs(U32 vni, U16 vlan);
+   void snatAdd(const Kiln::String& prefix);
+   // Adds to the count entry of an L2 domain, which must be programmed.
+   void l2DomainCountAdd(bool isIngress, const L2Domain& domain, const CounterValue& counted);
 
    // The raw hardware counts of a port's queue: what it sent and what it dropped.
    void queueIs(U16 devicePort, unsigned queue, const CounterValue& sent, U64 drops);
@@ -101,8 +107,8 @@ class Chip {
    U64* rmonOf(U16 devicePort) const { return &rmon_[placeOf(devicePort) * BF_NUM_RMON_COUNTERS]; }
    U64& rmonAt(U16 devicePort, unsigned index) const;
    std::size_t portPlace(U16 devicePort) const;
-   CounterTable& counterTable(const Kiln::String& name) const;
-   U32 matchHandle(const Kiln::String& name) const;
+   CounterTable& counterTable(const Kiln::String& table) const;
+   U32 matchHandle(const Kiln::String& table) const;
    void checkEntry(const CounterTable& table, U16 pipe, U32 index) const;
    void forward(U16 devicePort, const PassingFrames& passing);
    void transmit(U16 devicePort, const PassingFrames& offered);
@@ -118,6 +124,7 @@ class Chip {
    std::vector<StuckCounter> stuck_;
    mutable PipeManager tables_; // const operations find in it what the others change
    Pipeline pipeline_;
+   L2DomainCount l2Domains_;
    TrafficManager trafficManager_;
    double now_ = 0.0; // of the frames that are on their way
    MacTable macTable_;

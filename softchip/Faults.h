@@ -34,6 +34,8 @@ enum class EntryPoint : U8 {
    readDirect,
    writeDirect,
    writeIndirect,
+   pdEntryAdd,
+   pdEntryDel,
    count
 };
 
@@ -59,6 +61,8 @@ inline constexpr std::array entryPointNames = {
      "counterReadDirect",
      "counterWriteDirect",
      "counterWriteIndirect",
+     "pdEntryAdd",
+     "pdEntryDel",
 };
 static_assert(entryPointNames.size() == static_cast<std::size_t>(EntryPoint::count));
 

@@ -12,7 +12,8 @@
 
 namespace SoftChip {
 
-// One at a time in a process: while it lives, the SDK's entry points work on it. Made and destroyed on the
+// One at a time in a process: while it lives, the SDK's entry points work on it. It completes on the activity
+// manager's clock of when it was made. Made and destroyed on the
 // activity thread; the chips' operations and the SDK's are for any thread. Destroying it delivers what is
 // outstanding, so not under the activity lock.
 class Fleet {
@@ -28,7 +29,7 @@ class Fleet {
 
    // A device id above 7, an id or name that is in use, or pipes other than 1 to 4 are a
    // std::invalid_argument. The reference is good until chipDel.
-   Chip& chipAdd(const ChipConfig& config);
+   Chip& chipAdd(const ChipConfig& wanted);
    // The chip is taken out: its counters are gone, and what was asked of it and is still outstanding
    // completes with zeros.
    void chipDel(U8 deviceId);

@@ -22,6 +22,12 @@ Kiln::String MatchRule::text() const {
    if (vlanId != 0) {
       add("vlan %" PRIu64, vlanId);
    }
+   if (decapType) {
+      add("decapType %" PRIu64, *decapType);
+   }
+   if (snatHit) {
+      add("snatHit %" PRIu64, U64{*snatHit});
+   }
    if (etherType != 0) {
       add("etherType 0x%04" PRIx64, etherType);
    }

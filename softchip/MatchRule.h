@@ -4,6 +4,8 @@
 #include "Frame.h"
 #include "kiln/Types.h"
 
+#include <optional>
+
 namespace SoftChip {
 
 // Fields of a frame, each either wanted or, at its default, of no matter.
@@ -15,6 +17,9 @@ struct MatchRule {
    U16 sourcePort = 0;
    U16 destinationPort = 0;
    U16 vlanId = 0;
+   // Of an entry of an L2-domain table, with its VLAN: such tables are looked up by L2DomainCount.
+   std::optional<U8> decapType = {};
+   std::optional<bool> snatHit = {};
    bool drop = false; // what becomes of a frame that matches
 
    // `vlan` is the frame's VLAN in the chip.

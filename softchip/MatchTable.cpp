@@ -26,7 +26,15 @@ S32 MatchTable::entryAdd(const MatchRule& rule, U16 pipe) {
    }
    *place = {true, pipe, rule};
    ++size_;
-   return static_cast<S32>(place - entries_.begin()) + 1;
+   const auto handle = static_cast<S32>(place - entries_.begin()) + 1;
+   domainIs(rule, static_cast<U32>(handle));
+   return handle;
+}
+
+void MatchTable::domainIs(const MatchRule& rule, U32 handle) {
+   if (rule.decapType) {
+      domains_.handleIs(rule.vlanId, *rule.decapType, rule.snatHit, handle);
+   }
 }
 
 bool MatchTable::isUsed(S32 handle) const {
@@ -38,6 +46,7 @@ bool MatchTable::entryDel(S32 handle) {
    if (!isUsed(handle)) {
       return false;
    }
+   domainIs(*rule(handle), 0);
    entries_[static_cast<U32>(handle) - 1] = {};
    --size_;
    return true;

@@ -1,6 +1,7 @@
 // One match table of a chip, and the entries in it.
 #pragma once
 
+#include "L2Domain.h"
 #include "P4Program.h"
 
 #include <vector>
@@ -30,6 +31,9 @@ class MatchTable {
    // The entry with the lowest handle above the given one that is in the pipe, or in any for all pipes.
    S32 next(S32 handle, U16 pipe) const;
 
+   // The entries that match an L2 domain.
+   const L2DomainIndex& domains() const { return domains_; }
+
    // The first entry that matches in the pipe: its handle, or 0 for none.
    U32 lookUp(const FrameInfo& frame, U16 vlan, unsigned pipe) const;
 
@@ -40,11 +44,13 @@ class MatchTable {
       MatchRule rule;
    };
    bool isUsed(S32 handle) const;
+   void domainIs(const MatchRule& rule, U32 handle);
 
    MatchTableSpec spec_;
    U32 capacity_;
    U32 size_ = 0;
    std::vector<Entry> entries_; // by handle - 1, as far as there ever was one
+   L2DomainIndex domains_;
 };
 
 } // namespace SoftChip

@@ -10,6 +10,7 @@ namespace SoftChip {
 // Statuses of the SDK that the soft chip answers with.
 constexpr int statusOk = 0;
 constexpr int statusInvalidArguments = 3;
+constexpr int statusAlreadyExists = 4;
 constexpr int statusObjectNotFound = 6;
 constexpr int statusSessionNotFound = 8;
 constexpr int statusNotEnoughSpace = 9;

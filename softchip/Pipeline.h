@@ -11,6 +11,10 @@ struct PassingFrames {
    U64 packets;
    U64 octetsEach; // without FCS: what tables count
    U16 vlan;       // 1 to 4094, or what a tag says
+   U8 decapType = 0;
+   bool snatHit = false;
+
+   L2Domain domain() const { return {vlan, decapType, snatHit}; }
 };
 
 // Counts in the tables that the program has and that the pipeline knows; the others stay as they are. Owned by

@@ -113,11 +113,11 @@ bf_status_t bf_tm_q_drop_get(bf_dev_id_t dev, uint16_t pipe, bf_dev_port_t port,
 }
 
 // Logical and physical pipes are the same.
-bf_status_t lld_sku_map_pipe_id_to_phy_pipe_id(bf_dev_id_t dev, uint32_t logical_pipe,
-                                               uint32_t* physical_pipe) {
+bf_status_t lld_sku_map_pipe_id_to_phy_pipe_id(bf_dev_id_t dev, uint32_t logicalPipe,
+                                               uint32_t* physicalPipe) {
    return onChip(EntryPoint::mapPipe, dev, [&](Chip& chip) {
-      *physical_pipe = logical_pipe;
-      return logical_pipe < chip.pipes() ? statusOk : statusInvalidArguments;
+      *physicalPipe = logicalPipe;
+      return logicalPipe < chip.pipes() ? statusOk : statusInvalidArguments;
    });
 }
 

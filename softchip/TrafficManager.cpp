@@ -52,8 +52,9 @@ U64 TrafficManager::send(std::size_t place, unsigned queue, U64 packets, U64 oct
    const double each = static_cast<double>(octetsEach + gapAndPreambleOctets);
    const unsigned priority = std::min(queue, multicastQueue - 1);
    const double reserved = full * reservedShare * (multicastQueue - 1 - priority) / multicastQueue;
-   const double fit = std::max(0.0, (port.burst - reserved) / each);
-   const U64 sent = fit >= static_cast<double>(packets) ? packets : static_cast<U64>(fit);
+   const double room = port.burst - reserved;
+   const bool allFit = room >= static_cast<double>(packets) * each;
+   const U64 sent = allFit ? packets : room > 0 ? static_cast<U64>(room / each) : 0;
    port.burst -= static_cast<double>(sent) * each;
    drops(place, queue) += packets - sent;
    return sent;

@@ -3,6 +3,7 @@
 
 #include "ZelCountersMgr.h"
 #include "kiln/Assert.h"
+#include "kiln/Time.h"
 #include "kiln/Trace.h"
 
 #include <exception>
@@ -122,12 +123,36 @@ void ZelCountersHelper::doClearCounters(const Kiln::String& name) {
 
 VexTypes::IntfQueueCounters ZelCountersHelper::getIntfQueueCounters(const Pelt::IntfId& intf,
                                                                     VexTypes::IntfQueueCounters record) {
-   KILN_TRACE(5, "getIntfQueueCounters, intf: " << intf);
+   KILN_TRACE(5, "getIntfQueueCounters"
+                      << ", intf: " << intf);
+   record = {};
+   // A port that there isn't has no device, and so no chip.
+   const Kiln::Ptr<ZelCounters> chip = mgr_->zelCounters(systemStatus_->portInfo(intf).devId);
+   if (chip) {
+      const Kiln::Ptr<IntfQueueCounters> intfQueueCounters = chip->intfQueueCounters(intf);
+      KILN_ASSERT(intfQueueCounters);
+      record = queueRecord(*intfQueueCounters);
+   }
    return record;
 }
 
 void ZelCountersHelper::doClearIntfQueueCounters(const Pelt::IntfId& intf, bool portChanged) {
    KILN_TRACE(5, "doClearIntfQueueCounters, intf: " << intf << ", portChanged: " << portChanged);
+   const ZelSystem::PortRecord* const port = systemStatus_->portInfo().find(intf);
+   if (port == nullptr) {
+      return;
+   }
+   const unsigned queues = queuesOfPort(port->pipePort());
+   if (const Kiln::Ptr<ZelCounters> chip = mgr_->zelCounters(port->devId)) {
+      chip->clearIntfQueueCounters(intf, portChanged);
+   }
+   const auto published = mgr_->mounts()->allIntfQueueCounters();
+   for (unsigned queue = 0; published && queue < queues; ++queue) {
+      if (!published->has(intf, queue)) {
+         KILN_TRACE(5, "Creating queueId in allIntfMountPoint " << queue);
+         published->queueIs(intf, queue, Kiln::System::currentTime());
+      }
+   }
 }
 
 bool ZelCountersSubIntfCountersHelper::getSubIntfCounters(const Pelt::IntfId& intf,

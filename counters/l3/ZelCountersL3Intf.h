@@ -2,50 +2,138 @@
 #pragma once
 
 #include "ZelCountersTypes.h"
+#include "kiln/Clock.h"
+#include "l3/ZelCountersL3Helper.h"
 #include "vex/SharedTables.h"
 #include "vex/VexCommonSmData.h"
+#include "vex/VexCountersLog.h"
 #include "vex/VexL3Intf.h"
-#include "zel/ChipStatus.h"
 #include "zel/InterfaceDirs.h"
-#include "zel/SystemStatus.h"
-#include "zel/ZelDevProfile.h"
-#include "zl/ZlPd.h"
-#include "zl/ZlResourceInfo.h"
+
+#include <memory>
 
 namespace ZelCounter {
 
 // Owned by the counters manager. Activity thread.
+//
+// Follows the L3 interface table: the VLAN of each of its interfaces is counted on every chip, and each has a
+// record of its source-NAT counts in the shared NAT table, which must be there (assertion) before the first
+// interface is. What an earlier start left in the NAT table is removed.
 class ZelCountersL3IntfSm : public Kiln::Entity {
  public:
+   class RoutedPortCounterSm;
+
    ZelCountersL3IntfSm(Kiln::Ptr<const VexL3Intf::Table> vexL3IntfTable,
                        Kiln::Ptr<const ZelSystem::SystemStatus> systemStatus,
                        Kiln::Ptr<Silo::Interface::AllNatCounterDir> natCounterDir);
+   ~ZelCountersL3IntfSm() override;
 
-   // A chip came or went.
+   // A chip came: it counts the VLANs of all interfaces, if it can count VLANs at all. A device id that is in
+   // use stands for the new chip from here on.
    void addDevice(ZelId::ZelDevId devId, const ZelDriver::ZelDevProfile& devProfile,
                   const Kiln::Ptr<ZlPd::ZlPdIntf>& zlPdIntf,
                   const Kiln::Ptr<ZlResourceInfo::ZlResourceInfoIntf>& zlResourceInfoIntf,
                   const Kiln::Ptr<const ZelSlice::ChipStatus>& chipStatus);
+   // A chip went, and its entries with it.
    void deleteDevice(ZelId::ZelDevId devId);
 
-   // An L3 interface's received and sent counts. False: it has none, and the pairs are left alone.
+   // The interface's totals over all chips; what came in includes what was source-translated. Refreshes the
+   // interface's NAT record. An unknown interface is false, and the pairs stay as they are.
    bool getIntfCounter(const Pelt::IntfId& intf, packets_and_bytes* rx, packets_and_bytes* tx);
 
+   // The interface may have come or gone. A VLAN outside 1 to 4094, or a name that can't be a key of a shared
+   // table, is refused by exception, and the interface is not added.
+   void handleIntfL3Index(const Pelt::IntfId& intf);
+   // The same for every interface of the table; one that is refused is logged and left out.
+   void handleIntfL3Index();
+
+   // By device id, in the order in which the chips came.
+   const Kiln::HashMap<ZelId::ZelDevId, Kiln::Ptr<ZelCountersL3Helper>>& helper() const { return helper_; }
+   const Kiln::Ptr<ZelCountersL3Helper>& helper(ZelId::ZelDevId devId) const {
+      return Kiln::valueOrDefault(helper_, devId);
+   }
+   const Kiln::Ptr<RoutedPortCounterSm>& routedPortCounterSm() const { return routedPortCounterSm_; }
+
+   KILN_HASH_MAP(Pelt::IntfId, Bridging::VlanId, l3IntfToVid)
+   KILN_ATTRIBUTE(bool, initialized, false)
+
  private:
-   Kiln::Ptr<const VexL3Intf::Table> vexL3IntfTable_;
+   struct KilnVexL3IntfTable : VexL3Intf::Table::Notifiee {
+      explicit KilnVexL3IntfTable(ZelCountersL3IntfSm* owner) : Notifiee(owner), sm(owner) {}
+      void onIntfL3Index(const Pelt::IntfId& intf) override { sm->handleIntfL3Index(intf); }
+      ZelCountersL3IntfSm* sm;
+   };
+
+   void handleInitialized();
+   void addIntf(const Pelt::IntfId& intf, U32 l3Id);
+   void deleteIntf(const Pelt::IntfId& intf);
+   void dropForeignNatCounters();
+   void publishNatCounter(const Pelt::IntfId& intf, const Silo::Interface::NatCounter& natCounter);
+   Silo::Interface::AllNatCounterDir& natCounterDir() const;
+
+   KilnVexL3IntfTable vexL3IntfTable_;
    Kiln::Ptr<const ZelSystem::SystemStatus> systemStatus_;
    Kiln::Ptr<Silo::Interface::AllNatCounterDir> natCounterDir_;
+   Kiln::HashMap<ZelId::ZelDevId, Kiln::Ptr<ZelCountersL3Helper>> helper_;
+   Kiln::Ptr<RoutedPortCounterSm> routedPortCounterSm_;
+   Vex::PublishErrors publishErrors_;
 };
 
-// Keeps the forwarding layer's set of VLAN interfaces in step with the status directory. Activity thread.
+// Refreshes the NAT record of every L3 interface, once as it is made and then again one delay after each pass.
+class ZelCountersL3IntfSm::RoutedPortCounterSm : public Kiln::Entity {
+ public:
+   // Owned by the L3 interface reactor, which outlives it.
+   RoutedPortCounterSm(Kiln::Ptr<const Kiln::Clock> clock, ZelCountersL3IntfSm* l3IntfSm);
+
+   void updateRoutedPortCounters();
+
+   // Seconds; taken up at the end of the next pass. Not positive or not finite is a std::range_error.
+   double routedPortTimerDelay() const { return routedPortTimerDelay_; }
+   void routedPortTimerDelayIs(double seconds);
+
+   KILN_ATTRIBUTE(bool, initialized, false)
+
+ private:
+   struct KilnClock : Kiln::Clock::Notifiee {
+      KilnClock(Kiln::Ptr<const Kiln::Clock> clock, RoutedPortCounterSm* owner)
+           : Notifiee(std::move(clock)), sm(owner) {}
+      void onTime() override { sm->updateRoutedPortCounters(); }
+      RoutedPortCounterSm* sm;
+   };
+
+   ZelCountersL3IntfSm* l3IntfSm_;
+   double routedPortTimerDelay_ = 1.0;
+   KilnClock clock_;
+};
+
+// Keeps the forwarding layer's set of VLAN interfaces in step with the status directory. Either may be null:
+// then there is nothing to keep. Owned by the counters manager. Activity thread.
 class ZelVlanIntfSm : public Kiln::Entity {
  public:
    ZelVlanIntfSm(Kiln::Ptr<Vex::VexCommonSmData> vexCommonSmData,
                  Kiln::Ptr<const Interface::VlanIntfStatusDir> vlanIntfStatusDir);
 
+   // Watches another directory from here on.
+   void vlanIntfStatusDirIs(Kiln::Ptr<const Interface::VlanIntfStatusDir> vlanIntfStatusDir);
+
+   // The interface may have come or gone.
+   void handleVlanIntf(const Pelt::IntfId& intf);
+   // The same for every interface of the directory.
+   void handleVlanIntf();
+
+   KILN_ATTRIBUTE(bool, initialized, false)
+
  private:
+   struct KilnVlanIntfStatusDir : Interface::IntfDir::Notifiee {
+      explicit KilnVlanIntfStatusDir(ZelVlanIntfSm* owner) : Notifiee(owner), sm(owner) {}
+      void onIntfStatus(const Pelt::IntfId& intf) override { sm->handleVlanIntf(intf); }
+      ZelVlanIntfSm* sm;
+   };
+
+   void handleInitialized();
+
    Kiln::Ptr<Vex::VexCommonSmData> vexCommonSmData_;
-   Kiln::Ptr<const Interface::VlanIntfStatusDir> vlanIntfStatusDir_;
+   KilnVlanIntfStatusDir vlanIntfStatusDir_;
 };
 
 } // namespace ZelCounter

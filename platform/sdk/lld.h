@@ -7,8 +7,7 @@
 extern "C" {
 #endif
 
-bf_status_t lld_sku_map_pipe_id_to_phy_pipe_id(bf_dev_id_t dev, uint32_t logical_pipe,
-                                               uint32_t* physical_pipe);
+bf_status_t lld_sku_map_pipe_id_to_phy_pipe_id(bf_dev_id_t dev, uint32_t logicalPipe, uint32_t* physicalPipe);
 
 #ifdef __cplusplus
 }

@@ -22,6 +22,8 @@ class ChipStatus : public Kiln::Entity {
    KILN_ATTRIBUTE_NOTIFY(U32, state, onState, chipStateUp)
    // Pipes are 0 to this one, inclusive.
    KILN_ATTRIBUTE(U16, highestLogicalPipeId, 0)
+   // The interfaces of the chip's ports by local port key: pipe x 128 + the port's slot in the pipe.
+   KILN_HASH_MAP(U16, Pelt::IntfId, portToIntfId)
    // The one internal interface that this chip serves; empty for none.
    KILN_ATTRIBUTE(Pelt::IntfId, internalIntf)
 };

@@ -3,6 +3,7 @@
 
 #include "kiln/Accessors.h"
 #include "kiln/Entity.h"
+#include "zel/PdpClasses.h"
 #include "zel/Pelt.h"
 #include "zel/ZelId.h"
 
@@ -60,6 +61,9 @@ class SystemStatus : public Kiln::Entity {
 
    // By the chip type's name, as the chip's device profile has it.
    KILN_HASH_MAP(Kiln::String, ChipCapabilities, chipCapabilities)
+
+   // What the PDP classes are called; null while the QoS configuration names none.
+   KILN_POINTER(const ZelQos::QosToZelPdpClassMapping, qosToZelPdpClassMapping)
 
  private:
    Kiln::HashMap<Pelt::IntfId, PortRecord> portInfo_;

@@ -102,11 +102,14 @@ TEST_F(Polling, aNewIntervalIsTakenUpAtTheNextArming) {
    EXPECT_DOUBLE_EQ(rig.mgr->sdkPollingInterval(), 0.5);
 }
 
-// A forwarding layer that can be made to fail.
-class FailingSubIntfCountersSm : public Vex::SubIntfCountersSm {
+// Lets the read of a completion fail.
+class FailingHelper : public ZelCounter::ZelCountersHelper {
  public:
-   FailingSubIntfCountersSm() : SubIntfCountersSm(nullptr, nullptr) {}
-   void updateCounters() override { throw std::runtime_error("the forwarding layer failed"); }
+   using ZelCountersHelper::ZelCountersHelper;
+   void getCounters(const Pelt::IntfId&, const Kiln::Ptr<VexTypes::IntfCounters>&,
+                    const Kiln::Ptr<VexTypes::IntfCounters>&) override {
+      throw std::runtime_error("the read failed");
+   }
 };
 
 TEST_F(Polling, goesOnWithoutChipsAndAfterAPassThatThrows) {
@@ -114,8 +117,16 @@ TEST_F(Polling, goesOnWithoutChipsAndAfterAPassThatThrows) {
    rig.advance(2.0);
    EXPECT_DOUBLE_EQ(rig.mgr->countersMgrSm()->intfCounterPollingTimeMin(), 4.0);
 
-   rig.mgr->vexSubIntfCountersSmIs(Kiln::allocate<FailingSubIntfCountersSm>());
+   auto ports = Kiln::allocate<Interface::EthPhyIntfStatusDir>();
+   ports->intfStatusIs(port, true);
+   Vex::Counters::CountersSm::Context context{};
+   context.ethPhyIntfStatusDir = ports;
+   context.clock = Kiln::activityManagerClock();
+   context.helper = Kiln::allocate<FailingHelper>(rig.mgr.ptr(), rig.status);
+   rig.mgr->vexCountersSmIs(Kiln::allocate<Vex::Counters::CountersSm>(std::move(context)));
+   rig.mgr->vexCountersSm()->hasNotificationActiveIs(true);
    rig.addChip(0, "Zel0");
+   rig.fleet().completions().modeIs({SoftChip::CompletionMode::Kind::inlined});
    hardware(1);
    rig.advance(2.0);
    EXPECT_EQ(seen(), 1U);

@@ -187,7 +187,7 @@ TEST_F(ChipTest, AFileThatIsNoneOfOursIsLeftAlone) {
    EXPECT_THAT([&] { HardwareMemory memory(foreign); },
                testing::ThrowsMessage<std::runtime_error>(HasSubstr("not a file of hardware counters")));
    EXPECT_EQ(std::filesystem::file_size(foreign), 5000U);
-   EXPECT_THROW(HardwareMemory(testing::TempDir()), std::runtime_error);
+   EXPECT_THROW(HardwareMemory{testing::TempDir()}, std::runtime_error);
 
    const Kiln::String damaged = file("damaged");
    { HardwareMemory memory(damaged); }

@@ -2,7 +2,9 @@
 #include "Rig.h"
 #include "kiln/ActivityLock.h"
 #include "kiln/RingLog.h"
+#include "zl/ZelSdk.h"
 
+#include <atomic>
 #include <condition_variable>
 #include <gmock/gmock.h>
 #include <map>
@@ -56,6 +58,9 @@ class CompletionsTest : public Rig {
          chip.portAdd(port);
       }
    }
+   // What is outstanding is delivered into the inbox, which must still be there.
+   ~CompletionsTest() override { fleet = nullptr; }
+
    bf_status_t ask(bf_dev_port_t port = 0) { return bf_port_mac_stats_hw_async_get(0, port, note, &inbox); }
 
    Chip& chip;
@@ -192,6 +197,38 @@ TEST_F(CompletionsTest, CallsCostSimulatedTimeAndBadPlansAreRefused) {
    EXPECT_THROW(fleet->faults().failNext("bf_port_mac", 1), std::invalid_argument);
    EXPECT_THROW(fleet->faults().costIs("bf_port_mac_stats_hw_async_get", -1), std::invalid_argument);
    EXPECT_THROW(fleet->completions().modeIs({Kind::late, -1.0}), std::invalid_argument);
+}
+
+// What the delivery thread does at the same time as traffic, reads, writes and chips that come and go.
+TEST_F(CompletionsTest, EveryRequestIsAnsweredOnceWhileChipsComeAndGo) {
+   constexpr int rounds = 300;
+   fleet->completions().modeIs({Kind::thread});
+   const U32 table =
+        chip.program()->zlTableCounter(chip.program()->zlTableCounterIndex("frameLengthCount"))->tableHandle;
+   std::atomic<int> syncs{0};
+   const auto onSync = [](bf_dev_id_t /*dev*/, void* cookie) { ++*static_cast<std::atomic<int>*>(cookie); };
+   int asked = 0;
+   for (int round = 0; round < rounds; ++round) {
+      const auto activity = Kiln::ActivityLockAnchor::lock();
+      Chip& other = addChip(1);
+      other.portAdd(5);
+      ASSERT_EQ(bf_port_mac_stats_hw_async_get(1, 5, note, &inbox), 0);
+      ASSERT_EQ(ask(round % 4), 0);
+      for (const U32 device : {0U, 1U}) {
+         ASSERT_EQ(ZelCountersIntf::counterHwSyncIndirect(sess_hdl, device, allPipes, table, onSync, &syncs),
+                   0U);
+         ++asked;
+      }
+      chip.receive(0, frame(broadcastMac, 1));
+      other.receive(5, frame(broadcastMac, 1));
+      p4_pd_counter_value value{};
+      ASSERT_EQ(ZelCountersIntf::counterWriteIndirect(sess_hdl, 0, allPipes, table, 3, value), 0U);
+      fleet->chipDel(1);
+   }
+   inbox.waitFor(2 * rounds);
+   fleet = nullptr;
+   EXPECT_EQ(inbox.count(), 2U * rounds);
+   EXPECT_EQ(syncs.load(), asked);
 }
 
 } // namespace

@@ -1,0 +1,70 @@
+// Baselines of queue counters, and their text.
+#include "IntfQueueCounters.h"
+
+#include "kiln/Assert.h"
+
+#include <ostream>
+
+namespace ZelCounter {
+
+std::ostream& operator<<(std::ostream& out, const QueueCounter& counter) {
+   return out << "Value('ZelCounter::QueueCounter', ** {"
+              << "'queueId': " << unsigned{counter.queueId} << ", 'bytes': " << counter.bytes
+              << ", 'pkts': " << counter.pkts << ", 'pktsDropped': " << counter.pktsDropped << "})";
+}
+
+unsigned queuesOfPort(unsigned pipePort) {
+   if (pipePort <= 65) {
+      return 8;
+   }
+   if (pipePort == 66) {
+      return 14;
+   }
+   if (pipePort == 67) {
+      return 2;
+   }
+   KILN_ASSERT(false);
+   return 0;
+}
+
+void IntfQueueCounters::queueCounterIs(const QueueCounter& counter) {
+   counters_.at(counter.queueId) = counter;
+   read_ |= U32{1} << counter.queueId;
+}
+
+void IntfQueueCounters::readingIs(const QueueCounter& reading) {
+   QueueCounter& base = baseline_.at(reading.queueId);
+   const U32 bit = U32{1} << reading.queueId;
+   if ((restarted_ & bit) != 0) {
+      restarted_ &= ~bit;
+      base = reading;
+   }
+   // The two come from one hardware block, the drops from another, and each block is reset as a whole.
+   if (reading.bytes < base.bytes || reading.pkts < base.pkts) {
+      base.bytes = 0;
+      base.pkts = 0;
+   }
+   if (reading.pktsDropped < base.pktsDropped) {
+      base.pktsDropped = 0;
+   }
+   queueCounterIs({reading.queueId, reading.bytes - base.bytes, reading.pkts - base.pkts,
+                   reading.pktsDropped - base.pktsDropped});
+}
+
+void IntfQueueCounters::clear() {
+   for (std::size_t queue = 0; queue < queueLimit; ++queue) {
+      QueueCounter& counter = counters_[queue];
+      QueueCounter& base = baseline_[queue];
+      base.bytes += counter.bytes;
+      base.pkts += counter.pkts;
+      base.pktsDropped += counter.pktsDropped;
+      counter = {counter.queueId, 0, 0, 0};
+   }
+}
+
+void IntfQueueCounters::restart() {
+   clear();
+   restarted_ = read_;
+}
+
+} // namespace ZelCounter

@@ -1,0 +1,69 @@
+// The egress queue counters of an interface, counted from its last clear.
+#pragma once
+
+#include "kiln/Ptr.h"
+#include "zel/Pelt.h"
+
+#include <array>
+#include <iosfwd>
+
+namespace ZelCounter {
+
+// One queue's counts; bytes and packets that were sent, packets that were dropped.
+struct QueueCounter {
+   QueueCounter() = default;
+   QueueCounter(U8 id, U64 sentBytes, U64 sentPkts, U64 dropped)
+        : queueId(id), bytes(sentBytes), pkts(sentPkts), pktsDropped(dropped) {}
+
+   U8 queueId = 0;
+   U64 bytes = 0;
+   U64 pkts = 0;
+   U64 pktsDropped = 0;
+   bool operator==(const QueueCounter&) const = default;
+};
+
+// "Value('ZelCounter::QueueCounter', ** {'queueId': 1, 'bytes': 2, 'pkts': 3, 'pktsDropped': 4})"
+std::ostream& operator<<(std::ostream& out, const QueueCounter& counter);
+
+// How many queues the port at this index of its pipe has: 8 to 65, 14 at 66, 2 at 67. Above is an assertion.
+unsigned queuesOfPort(unsigned pipePort);
+
+// Where the first of them stands in a pipe's instance of the queue counter table.
+constexpr U32 firstQueueEntry(unsigned pipePort) {
+   // The last port's base has bits of its neighbours' queues set: so the P4 program numbers it.
+   return (pipePort << 5) | (pipePort == 67 ? 30 : (pipePort & 3) << 3);
+}
+
+// What is stored is the last reading less the baseline; the baseline moves when the interface is cleared.
+// Under the activity lock.
+class IntfQueueCounters : public Kiln::PtrInterface {
+ public:
+   static constexpr std::size_t queueLimit = 17; // queues 0 to 16
+
+   explicit IntfQueueCounters(Pelt::IntfId intfId) : intfId_(intfId) {}
+
+   const Pelt::IntfId& intfId() const { return intfId_; }
+   // Whether the queue was ever read.
+   bool has(std::size_t queue) const { return queue < queueLimit && ((read_ >> queue) & 1) != 0; }
+   // A queue above 16 is a std::out_of_range.
+   const QueueCounter& queueCounter(std::size_t queue) const { return counters_.at(queue); }
+   void queueCounterIs(const QueueCounter& counter);
+
+   // What the hardware has now. A reading below the baseline means that the hardware began anew, and counts
+   // whole.
+   void readingIs(const QueueCounter& reading);
+   // Counts from the last reading on.
+   void clear();
+   // The interface is at another port, or came back: what was read so far says nothing, and counting starts
+   // with the next reading.
+   void restart();
+
+ private:
+   Pelt::IntfId intfId_;
+   std::array<QueueCounter, queueLimit> counters_{};
+   std::array<QueueCounter, queueLimit> baseline_{};
+   U32 read_ = 0;      // bit q: queue q was read
+   U32 restarted_ = 0; // bit q: its next reading is its baseline
+};
+
+} // namespace ZelCounter

@@ -1,0 +1,213 @@
+// The PDP class counters of a chip: their fetch and their commands.
+#include "CounterTableNames.h"
+#include "ZelCounters.h"
+#include "ZelCountersTrace.h"
+#include "kiln/Assert.h"
+#include "zl/ZelCountersIntf.h"
+
+#include <set>
+#include <string>
+
+namespace ZelCounter {
+
+namespace {
+
+using ZelQos::PdpClassId;
+using ZelQos::PdpIntfCounter;
+
+// Each pipe's block of the table: an entry for each class of each port slot.
+constexpr U32 pdpSlotsPerPipe = 73;
+constexpr U32 pdpClasses = PdpIntfCounter::classes;
+constexpr U32 pdpCounterMaxEntry = pdpSlotsPerPipe * pdpClasses - 1;
+static_assert(pdpCounterMaxEntry == 2335);
+
+const Kiln::String pdpRuler = Kiln::String(61, '=') + '\n';
+// Three short of the header's, as the operators' tools know it.
+const Kiln::String pdpClosingRuler = Kiln::String(58, '=') + '\n';
+const Kiln::String defaultClassName = "default";
+
+constexpr const char* notFetched = "PDP counters not fetched yet\n";
+
+void printHeader(Kiln::TextOutput& out) {
+   out.write("                      PDP Class Counters                     \n");
+   out.write(pdpRuler);
+   out.write("     Interface                    Class            Packets   \n");
+   out.write(pdpRuler);
+}
+
+bool printLine(Kiln::TextOutput& out, const Kiln::String& intfName, const Kiln::String& className, U64 count,
+               bool headerDisplayed, bool nonZeroOnly) {
+   if (nonZeroOnly) {
+      if (count == 0) {
+         return headerDisplayed;
+      }
+      if (!headerDisplayed) {
+         printHeader(out);
+         headerDisplayed = true;
+      }
+   }
+   out.print("%14s %24s %18llu\n", intfName.c_str(), className.c_str(),
+             static_cast<unsigned long long>(count));
+   return headerDisplayed;
+}
+
+} // namespace
+
+// The interface's latest counts, made when the port is new; null for an empty slot.
+PdpIntfCounter* ZelCounters::pdpCounterOf(U32 localPortKey) {
+   const Pelt::IntfId* const intf =
+        chipStatus() ? chipStatus()->portToIntfId().find(static_cast<U16>(localPortKey)) : nullptr;
+   if (intf == nullptr) {
+      return nullptr;
+   }
+   if (!pdpCountersLast().contains(*intf)) {
+      pdpCountersLastIs(*intf, Kiln::allocate<PdpIntfCounter>());
+      pdpCountersClearIs(*intf, Kiln::allocate<PdpIntfCounter>());
+   }
+   return pdpCountersLast(*intf).ptr();
+}
+
+bool ZelCounters::fetchPdpPipe(const ZlResourceInfo::ZlTableCounter& info, U32 pipe) {
+   const auto pipeId = static_cast<U16>(pipe);
+   ZelCountersIntf::ReadBuffer buffer;
+   U32 status =
+        ZelCountersIntf::counterReadIndirectStart(sessionId(), deviceId(), pipeId, info.tableHandle, &buffer);
+   if (status != 0) {
+      KILN_TRACE(4, "Indirect start error: " << status);
+      return false;
+   }
+   PdpIntfCounter* last = nullptr;
+   for (U32 index = 0; index <= pdpCounterMaxEntry; ++index) {
+      p4_pd_counter_value value{};
+      status = ZelCountersIntf::counterReadIndirectMain(sessionId(), deviceId(), pipeId, info.tableHandle,
+                                                        index, &buffer, &value);
+      if (status != 0) {
+         KILN_TRACE(4, "Indirect main error: " << status);
+         return false;
+      }
+      const U32 pdpClass = index % pdpClasses;
+      if (pdpClass == 0) {
+         last = pdpCounterOf(pipe * ZelSystem::slotsPerPipe + index / pdpClasses);
+      }
+      if (last != nullptr) {
+         last->classCountIs(PdpClassId(pdpClass), value.packets);
+      }
+   }
+   status = ZelCountersIntf::counterReadIndirectEnd(sessionId());
+   if (status != 0) {
+      KILN_TRACE(4, "Indirect end error: " << status);
+   }
+   return status == 0;
+}
+
+void ZelCounters::fetchPdpCounters() {
+   const U32 pdpCounterTableId = zlResourceInfoIntf()->zlTableCounterIndex(TableNames::pdpClassCount);
+   KILN_ASSERT(pdpCounterTableId != 0xFFFFFFF);
+   pdpCountersFetchedIs(false);
+   if (!initializedCounter(pdpCounterTableId)) {
+      KILN_TRACE(4, "Counters not initialized yet");
+      return;
+   }
+   if (!firstPollingComplete()) {
+      KILN_TRACE(4, "First polling still pending");
+      return;
+   }
+   KILN_ASSERT_TEXT(perPipeCounter(pdpCounterTableId), "perPipeCounter( pdpCounterTableId )");
+   const ZlResourceInfo::ZlTableCounter* const info = zlResourceInfoIntf()->zlTableCounter(pdpCounterTableId);
+   KILN_ASSERT(info);
+   KILN_ASSERT(!info->direct);
+   KILN_ASSERT(info->packets);
+   KILN_ASSERT(info->size >= pdpCounterMaxEntry + 1);
+   for (U32 pipe = 0; pipe <= highestPipe(); ++pipe) {
+      if (!fetchPdpPipe(*info, pipe)) {
+         return;
+      }
+   }
+   pdpCountersFetchedIs(true);
+   KILN_TRACE(4, "ZelCounters::"
+                      << "fetchPdpCounters"
+                      << " complete");
+}
+
+void ZelCounters::printPdpCountersHeader(U32 fd) {
+   Kiln::TextOutput out(static_cast<int>(fd), echo());
+   printHeader(out);
+}
+
+bool ZelCounters::printPdpClassCountLine(U32 fd, const Kiln::String& intfName, const Kiln::String& className,
+                                         U64 count, bool headerDisplayed, bool nonZeroOnly) {
+   Kiln::TextOutput out(static_cast<int>(fd), echo());
+   return printLine(out, intfName, className, count, headerDisplayed, nonZeroOnly);
+}
+
+bool ZelCounters::showPdpIntfCounters(U32 fd, const Pelt::IntfId& intf, bool headerDisplayed,
+                                      bool nonZeroOnly, bool footer) {
+   Kiln::TextOutput out(static_cast<int>(fd), echo());
+   return printPdpIntf(out, intf, headerDisplayed, nonZeroOnly, footer);
+}
+
+bool ZelCounters::printPdpIntf(Kiln::TextOutput& out, const Pelt::IntfId& intf, bool headerDisplayed,
+                               bool nonZeroOnly, bool footer) {
+   if (!pdpCountersFetched()) {
+      out.write(notFetched);
+      return headerDisplayed;
+   }
+   if (!nonZeroOnly && !headerDisplayed) {
+      printHeader(out);
+      headerDisplayed = true;
+   }
+   const Kiln::Ptr<PdpIntfCounter> last = pdpCountersLast(intf);
+   KILN_ASSERT(last);
+   const Kiln::Ptr<PdpIntfCounter> clear = pdpCountersClear(intf);
+   KILN_ASSERT(clear);
+   const auto printClass = [&](const Kiln::String& className, PdpClassId pdpClass) {
+      headerDisplayed =
+           printLine(out, intf.text(), className, last->classCount(pdpClass) - clear->classCount(pdpClass),
+                     headerDisplayed, nonZeroOnly);
+   };
+   PdpClassId defaultClass;
+   if (const auto& mapping = systemStatus()->qosToZelPdpClassMapping()) {
+      for (const auto& [className, pdpClass] : mapping->zelPdpClass()) {
+         printClass(className, pdpClass);
+      }
+      defaultClass = mapping->zelPdpClass(defaultClassName);
+   }
+   printClass(defaultClassName, defaultClass);
+   if (headerDisplayed && footer) {
+      out.write(pdpRuler);
+   }
+   KILN_TRACE(8, "Show pdp intf counters complete");
+   return headerDisplayed;
+}
+
+void ZelCounters::showAllPdpIntfCounters(U32 fd, bool nonZeroOnly) {
+   Kiln::TextOutput out(static_cast<int>(fd), echo());
+   if (!pdpCountersFetched()) {
+      out.write(notFetched);
+      return;
+   }
+   std::set<Pelt::IntfId> interfaces;
+   if (chipStatus()) {
+      for (const auto& [key, intf] : chipStatus()->portToIntfId()) {
+         if (pdpCountersLast().contains(intf) && systemStatus()->portInfo(intf).devId == deviceId()) {
+            interfaces.insert(intf);
+         }
+      }
+   }
+   bool headerDisplayed = false;
+   for (const Pelt::IntfId& intf : interfaces) {
+      headerDisplayed = printPdpIntf(out, intf, headerDisplayed, nonZeroOnly, false);
+   }
+   out.write(pdpClosingRuler);
+}
+
+void ZelCounters::clearAllPdpIntfCounters(U32) {
+   for (const auto& [intf, last] : pdpCountersLast()) {
+      if (!pdpCountersClear().contains(intf)) {
+         pdpCountersClearIs(intf, Kiln::allocate<PdpIntfCounter>());
+      }
+      pdpCountersClear(intf)->classCountsAre(last->classCount());
+   }
+}
+
+} // namespace ZelCounter

@@ -1,0 +1,73 @@
+// The retry timer and the reaction to the chip's state.
+#include "l3/RetrySm.h"
+
+#include "kiln/Assert.h"
+#include "kiln/RingLog.h"
+#include "kiln/Time.h"
+#include "kiln/Trace.h"
+#include "l3/ForEachThenThrow.h"
+
+#include <cmath>
+#include <stdexcept>
+
+namespace ZelCounter {
+
+namespace {
+
+Kiln::TraceHandle traceHandle("ZelCountersL3RetrySm");
+
+} // namespace
+
+ZelCountersL3Helper::RetrySm::RetrySm(Kiln::Ptr<const Kiln::Clock> clock,
+                                      Kiln::Ptr<const ZelSlice::ChipStatus> chipStatus,
+                                      ZelCountersL3Helper* helper)
+     : helper_(helper), chipStatus_(this) {
+   clockIs(std::move(clock));
+   chipStatusIs(std::move(chipStatus));
+}
+
+void ZelCountersL3Helper::RetrySm::clockIs(Kiln::Ptr<const Kiln::Clock> clock) {
+   clock_ = clock ? std::make_unique<KilnClock>(std::move(clock), this) : nullptr;
+}
+
+void ZelCountersL3Helper::RetrySm::chipStatusIs(Kiln::Ptr<const ZelSlice::ChipStatus> chipStatus) {
+   chipStatus_.notifierIs(std::move(chipStatus));
+}
+
+void ZelCountersL3Helper::RetrySm::retryDelayIs(double seconds) {
+   if (!std::isfinite(seconds) || seconds <= 0.0) {
+      throw std::range_error("retryDelay must be a positive number of seconds");
+   }
+   retryDelay_ = seconds;
+}
+
+void ZelCountersL3Helper::RetrySm::startTimer() {
+   if (!clock_ || clock_->isArmed()) {
+      return;
+   }
+   KILN_RINGLOG_TRACE(9, "Starting timer for " << helper_->pendingVlan().size() << " vlans");
+   clock_->timeMinIs(Kiln::System::currentTime() + retryDelay());
+}
+
+void ZelCountersL3Helper::RetrySm::retryPendingVlan() {
+   if (clock_) {
+      clock_->timeMinIs(Kiln::never);
+   }
+   helper_->retryPendingVlan();
+}
+
+void ZelCountersL3Helper::RetrySm::handleChipStatus() {
+   KILN_ASSERT(chipStatus_.notifier());
+   const U32 state = chipStatus_.notifier()->state();
+   KILN_RINGLOG_TRACE(9, "handleChipStatus device: " << static_cast<unsigned>(helper_->deviceId())
+                                                     << " state: " << state);
+   if (state != ZelSlice::chipStateUp) {
+      return;
+   }
+   forEachThenThrow(helper_->deferredDel().keys(),
+                    [this](Bridging::VlanId vlan) { helper_->disableSviStats(vlan); });
+   helper_->deferredDelDelAll();
+   startTimer();
+}
+
+} // namespace ZelCounter

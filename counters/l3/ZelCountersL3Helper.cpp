@@ -1,0 +1,267 @@
+// Programs the count entries of VLANs, reads them, and keeps track of those that must wait.
+#include "l3/ZelCountersL3Helper.h"
+
+#include "ZelCountersLog.h"
+#include "kiln/ActivityManager.h"
+#include "kiln/Assert.h"
+#include "kiln/RingLog.h"
+#include "kiln/Trace.h"
+#include "l3/ForEachThenThrow.h"
+#include "l3/RetrySm.h"
+#include "zl/ZelCountersIntf.h"
+#include "zl/ZelSdk.h"
+
+namespace ZelCounter {
+
+namespace {
+
+using ZlEgrL2DomainCount::EgrL2DomainCountMatchSpec;
+using ZlIngL2DomainCount::IngL2DomainCountMatchSpec;
+
+Kiln::TraceHandle traceHandle("ZelCountersL3Helper");
+
+constexpr U16 allPipes = ZelId::ZelPipeId::allPipes();
+// Outer Ethernet, IPv4, UDP and VXLAN headers: what a decapsulated packet was longer by.
+constexpr S16 vxlanOverhead = 50;
+
+void log(const Kiln::LogMessage& message, Bridging::VlanId vlan) {
+   const Kiln::String arguments[] = {std::to_string(vlan.value())};
+   Kiln::OperatorLog::instance().log(message, arguments);
+}
+
+} // namespace
+
+Kiln::Ptr<ZelCountersL3Helper>
+zelCountersL3HelperFactory(ZelId::ZelDevId devId, const ZelDriver::ZelDevProfile& devProfile,
+                           Kiln::Ptr<const ZelSystem::SystemStatus> systemStatus,
+                           Kiln::Ptr<ZlPd::ZlPdIntf> zlPdIntf,
+                           Kiln::Ptr<ZlResourceInfo::ZlResourceInfoIntf> zlResourceInfoIntf,
+                           Kiln::Ptr<const ZelSlice::ChipStatus> chipStatus) {
+   return Kiln::allocate<ZelCountersL3Helper>(devId, devProfile, std::move(systemStatus), std::move(zlPdIntf),
+                                              std::move(zlResourceInfoIntf), std::move(chipStatus));
+}
+
+ZelCountersL3Helper::ZelCountersL3Helper(ZelId::ZelDevId devId, ZelDriver::ZelDevProfile devProfile,
+                                         Kiln::Ptr<const ZelSystem::SystemStatus> systemStatus,
+                                         Kiln::Ptr<ZlPd::ZlPdIntf> zlPdIntf,
+                                         Kiln::Ptr<ZlResourceInfo::ZlResourceInfoIntf> zlResourceInfoIntf,
+                                         Kiln::Ptr<const ZelSlice::ChipStatus> chipStatus)
+     : devId_(devId), devProfile_(std::move(devProfile)), systemStatus_(std::move(systemStatus)),
+       zlPdIntf_(std::move(zlPdIntf)), zlResourceInfoIntf_(std::move(zlResourceInfoIntf)),
+       chipStatus_(std::move(chipStatus)) {
+   handleInitialized();
+}
+
+// The retry reactor first: neither an expiry nor a chip state may find a helper that is half gone.
+ZelCountersL3Helper::~ZelCountersL3Helper() {
+   retrySmDel();
+}
+
+void ZelCountersL3Helper::handleInitialized() {
+   initializeTables();
+   retrySmIs();
+   initializedIs(true);
+   KILN_TRACE(9, "handleInitialized, initialized is " << initialized());
+}
+
+void ZelCountersL3Helper::retrySmIs() {
+   retrySm_ = Kiln::allocate<RetrySm>(Kiln::activityManagerClock(), chipStatus_, this);
+   retrySm_->hasNotificationActiveIs(true);
+}
+
+void ZelCountersL3Helper::retrySmDel() {
+   retrySm_ = nullptr;
+}
+
+void ZelCountersL3Helper::initializeTables() {
+   KILN_ASSERT(systemStatus_ && zlResourceInfoIntf_);
+   const ZelSystem::ChipCapabilities capabilities = systemStatus_->chipCapabilities(devProfile_.chipTypeName);
+   vxlanSupportedIs(capabilities.vxlan);
+   vrfNatSupportedIs(capabilities.vrfNat);
+   ingL2DomainHandleIs(matchTableHandle("ingL2DomainCount"));
+   egrL2DomainHandleIs(matchTableHandle("egrL2DomainCount"));
+
+   const auto tableStatusManager = Kiln::allocate<ZlTable::TableStatusManager>();
+   const U32 session = ZelSdk::getZelSessionHdl();
+   ingL2DomainCountTable_ = ZlIngL2DomainCount::ingL2DomainCountTableFactory(
+        Kiln::allocate<ZlTable::KeyManager>(), tableStatusManager, zlPdIntf_, 0, session, devId_, allPipes,
+        "ingL2DomainCount");
+   egrL2DomainCountTable_ = ZlEgrL2DomainCount::egrL2DomainCountTableFactory(
+        Kiln::allocate<ZlTable::KeyManager>(), tableStatusManager, zlPdIntf_, 0, session, devId_, allPipes,
+        "egrL2DomainCount");
+}
+
+U32 ZelCountersL3Helper::matchTableHandle(const Kiln::String& name) const {
+   const U32 tableIndex = zlResourceInfoIntf_->zlTableIndex(name);
+   KILN_ASSERT(tableIndex != 0xFFFFFFF);
+   const ZlResourceInfo::ZlTable* const tableInfo = zlResourceInfoIntf_->zlTable(tableIndex);
+   KILN_ASSERT_TEXT(tableInfo != nullptr, "tableInfo != __null");
+   return tableInfo->handle;
+}
+
+void ZelCountersL3Helper::enableSviStats(Bridging::VlanId vlan) {
+   KILN_RINGLOG_TRACE(9, "Enable Vlan " << vlan);
+   deferredDelDel(vlan);
+   if (matchSpec().contains(vlan)) {
+      KILN_TRACE(9, "Enable Vlan " << vlan << " already exists");
+      return;
+   }
+   const Kiln::Ptr<SviCounterMatchSpec> spec = newMatchSpec();
+   try {
+      programEntries(vlan, *spec);
+   } catch (const ZlTable::ZlTableException&) {
+      KILN_TRACE(9, "Counter Allocation failed.  Vlan " << vlan);
+      deleteEntries(*spec);
+      updatePendingVlan(vlan, true);
+      return;
+   } catch (...) {
+      deleteEntries(*spec);
+      throw;
+   }
+   matchSpecIs(vlan, spec);
+   updatePendingVlan(vlan, false);
+}
+
+// A source-NAT entry has no egress twin: addresses are translated on the way in only.
+Kiln::Ptr<SviCounterMatchSpec> ZelCountersL3Helper::newMatchSpec() const {
+   auto spec = Kiln::allocate<SviCounterMatchSpec>();
+   spec->ingL2DomainMatchSpecIs(sviOrdinary, Kiln::allocate<IngL2DomainCountMatchSpec>());
+   spec->egrL2DomainMatchSpecIs(sviOrdinary, Kiln::allocate<EgrL2DomainCountMatchSpec>());
+   if (vxlanSupported()) {
+      spec->ingL2DomainMatchSpecIs(sviDecapsulated, Kiln::allocate<IngL2DomainCountMatchSpec>());
+      spec->egrL2DomainMatchSpecIs(sviDecapsulated, Kiln::allocate<EgrL2DomainCountMatchSpec>());
+   }
+   if (vrfNatSupported()) {
+      spec->ingL2DomainMatchSpecIs(sviSourceNat, Kiln::allocate<IngL2DomainCountMatchSpec>());
+   }
+   return spec;
+}
+
+void ZelCountersL3Helper::programEntries(Bridging::VlanId vlan, SviCounterMatchSpec& spec) {
+   // Described first, so that whatever throws further down, each match spec says which entry to look for.
+   for (const auto& [key, ingMspec] : spec.ingL2DomainMatchSpec()) {
+      ingMspec->vlanIdIs(vlan);
+      ingMspec->decapTypeIs(key.decapType());
+      if (vrfNatSupported()) {
+         ingMspec->ingMdSnatHitIs(key.snat());
+      }
+   }
+   for (const auto& [key, egrMspec] : spec.egrL2DomainMatchSpec()) {
+      egrMspec->vlanIdIs(vlan);
+      egrMspec->decapTypeIs(key.decapType());
+   }
+   for (const auto& [key, ingMspec] : spec.ingL2DomainMatchSpec()) {
+      ingL2DomainCountTable_->entryIs({ingMspec, {}});
+   }
+   for (const auto& [key, egrMspec] : spec.egrL2DomainMatchSpec()) {
+      egrL2DomainCountTable_->entryIs({egrMspec, {}});
+   }
+
+   const auto slots = [](const auto& table, const auto& specs) {
+      const auto slot = [&](const SviCounterKey& key) {
+         const auto* const mspec = specs.find(key);
+         return mspec != nullptr ? &table->entry(**mspec) : nullptr;
+      };
+      return SviCounterMatchSpec::Entries{slot(sviOrdinary), slot(sviDecapsulated), slot(sviSourceNat)};
+   };
+   spec.ingress = slots(ingL2DomainCountTable_, spec.ingL2DomainMatchSpec());
+   spec.egress = slots(egrL2DomainCountTable_, spec.egrL2DomainMatchSpec());
+}
+
+void ZelCountersL3Helper::deleteEntries(const SviCounterMatchSpec& spec) {
+   for (const auto& [key, ingMspec] : spec.ingL2DomainMatchSpec()) {
+      ingL2DomainCountTable_->entryDel(*ingMspec);
+   }
+   for (const auto& [key, egrMspec] : spec.egrL2DomainMatchSpec()) {
+      egrL2DomainCountTable_->entryDel(*egrMspec);
+   }
+}
+
+void ZelCountersL3Helper::disableSviStats(Bridging::VlanId vlan) {
+   KILN_RINGLOG_TRACE(9, "Disable Vlan " << vlan);
+   const Kiln::Ptr<SviCounterMatchSpec> spec = matchSpec(vlan);
+   if (!spec) {
+      updatePendingVlan(vlan, false);
+      return;
+   }
+   KILN_ASSERT(chipStatus());
+   if (chipStatus()->state() != ZelSlice::chipStateUp) {
+      KILN_TRACE(9, "Disable Vlan " << vlan << " deferred");
+      deferredDelIs(vlan, true);
+      return;
+   }
+   deleteEntries(*spec);
+   matchSpecDel(vlan);
+   deferredDelDel(vlan);
+   if (retrySm_) {
+      retrySm_->startTimer();
+   }
+}
+
+bool ZelCountersL3Helper::getSviStats(Bridging::VlanId vlan, packets_and_bytes* rxCounter,
+                                      packets_and_bytes* txCounter, packets_and_bytes* rxSnatCounter) const {
+   KILN_TRACE(6, "getSviStats vlanId " << vlan);
+   KILN_ASSERT(rxCounter && txCounter && rxSnatCounter);
+   *rxCounter = *txCounter = *rxSnatCounter = {};
+   const Kiln::Ptr<SviCounterMatchSpec>& spec = matchSpec(vlan);
+   if (!spec) {
+      return false;
+   }
+   const auto addIngress = [&](const SviCounterKey& key, const ZlTable::EntrySlot* entry, S16 adjust,
+                               packets_and_bytes* counter) {
+      const auto& ingMspec = spec->ingL2DomainMatchSpec(key);
+      KILN_ASSERT(!!ingMspec);
+      accumulateStats(ingL2DomainHandle(), entry->handle, adjust, counter);
+   };
+   const auto addEgress = [&](const SviCounterKey& key, const ZlTable::EntrySlot* entry, S16 adjust) {
+      const auto& egrMspec = spec->egrL2DomainMatchSpec(key);
+      KILN_ASSERT(!!egrMspec);
+      accumulateStats(egrL2DomainHandle(), entry->handle, adjust, txCounter);
+   };
+   addIngress(sviOrdinary, spec->ingress.ordinary, 0, rxCounter);
+   addEgress(sviOrdinary, spec->egress.ordinary, 0);
+   if (vxlanSupported()) {
+      addIngress(sviDecapsulated, spec->ingress.decapsulated, vxlanOverhead, rxCounter);
+      addEgress(sviDecapsulated, spec->egress.decapsulated, vxlanOverhead);
+   }
+   if (vrfNatSupported()) {
+      addIngress(sviSourceNat, spec->ingress.sourceNat, 0, rxSnatCounter);
+      rxCounter->packets += rxSnatCounter->packets;
+      rxCounter->bytes += rxSnatCounter->bytes;
+   }
+   return true;
+}
+
+void ZelCountersL3Helper::accumulateStats(U32 tableHandle, U32 entryHandle, S16 adjust,
+                                          packets_and_bytes* counter) const {
+   p4_pd_counter_value value{};
+   const U32 status = ZelCountersIntf::counterReadDirect(ZelSdk::getZelSessionHdl(), devId_, allPipes,
+                                                         tableHandle, entryHandle, 0, &value);
+   KILN_ASSERT(status == 0);
+   counter->packets += value.packets;
+   counter->bytes += value.bytes - static_cast<U64>(S64{adjust}) * value.packets;
+}
+
+void ZelCountersL3Helper::updatePendingVlan(Bridging::VlanId vlan, bool pending) {
+   if (pendingVlan(vlan) == pending) {
+      return;
+   }
+   if (pending) {
+      pendingVlanIs(vlan, true);
+      log(ZEL_COUNTERS_COUNTER_RESOURCE_FULL, vlan);
+   } else {
+      pendingVlanDel(vlan);
+      // Operators pair this message with the other one, so it comes also when the VLAN is given up.
+      log(ZEL_COUNTERS_COUNTER_RESOURCE_NORMAL, vlan);
+   }
+}
+
+void ZelCountersL3Helper::retryPendingVlan() {
+   if (!initialized()) {
+      return;
+   }
+   KILN_TRACE(9, "Retrying pending " << pendingVlan().size() << " vlans");
+   forEachThenThrow(pendingVlan().keys(), [this](Bridging::VlanId vlan) { enableSviStats(vlan); });
+}
+
+} // namespace ZelCounter

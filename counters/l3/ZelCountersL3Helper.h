@@ -1,0 +1,107 @@
+// Counters of VLAN interfaces (SVIs) on one chip.
+#pragma once
+
+#include "ZelCountersTypes.h"
+#include "kiln/Accessors.h"
+#include "l3/SviCounterMatchSpec.h"
+#include "zel/ChipStatus.h"
+#include "zel/SystemStatus.h"
+#include "zel/VlanId.h"
+#include "zel/ZelDevProfile.h"
+#include "zl/ZlResourceInfo.h"
+
+namespace ZelCounter {
+
+// One a chip, owned by the L3 interface reactor. Activity thread.
+//
+// A VLAN is in one of four states:
+//
+//                        matchSpec  pendingVlan  deferredDel  hardware
+//    absent                 no          no           no       no entries
+//    programmed             yes         no           no       all its entries
+//    pending                no          yes          no       no entries: they did not fit
+//    removal deferred       yes         no           yes      all its entries, until the chip is up
+class ZelCountersL3Helper : public Kiln::Entity {
+ public:
+   class RetrySm;
+
+   // Sets the tables up at once. A program that lacks them, or a null pointer but for the chip status, is an
+   // assertion.
+   ZelCountersL3Helper(ZelId::ZelDevId devId, ZelDriver::ZelDevProfile devProfile,
+                       Kiln::Ptr<const ZelSystem::SystemStatus> systemStatus,
+                       Kiln::Ptr<ZlPd::ZlPdIntf> zlPdIntf,
+                       Kiln::Ptr<ZlResourceInfo::ZlResourceInfoIntf> zlResourceInfoIntf,
+                       Kiln::Ptr<const ZelSlice::ChipStatus> chipStatus);
+   ~ZelCountersL3Helper() override;
+
+   ZelId::ZelDevId deviceId() const { return devId_; }
+   const Kiln::Ptr<const ZelSlice::ChipStatus>& chipStatus() const { return chipStatus_; }
+
+   // Programs the VLAN's entries, all or none; without room for them the VLAN is pending and logged. Other
+   // exceptions of the tables leave the VLAN as it was and go on to the caller.
+   void enableSviStats(Bridging::VlanId vlan);
+   // Removes them, or puts that off until the chip is up; needs a chip status (assertion).
+   void disableSviStats(Bridging::VlanId vlan);
+   // Fills the pairs with the totals of what came in, what went out, and which part of what came in was
+   // source-translated; with zeros, and the answer false, for a VLAN that is not programmed. It reads the
+   // SDK's software copy, as old as the last hardware sync. A null pointer or a failed read is an assertion.
+   bool getSviStats(Bridging::VlanId vlan, packets_and_bytes* rxCounter, packets_and_bytes* txCounter,
+                    packets_and_bytes* rxSnatCounter) const;
+   // Adds an entry's count to the pair, each packet `adjust` bytes shorter. Modulo 2^64.
+   void accumulateStats(U32 tableHandle, U32 entryHandle, S16 adjust, packets_and_bytes* counter) const;
+   // Keeps pendingVlan, and tells the operator when a VLAN gets there or leaves.
+   void updatePendingVlan(Bridging::VlanId vlan, bool pending);
+   // Tries every pending VLAN again.
+   void retryPendingVlan();
+
+   const Kiln::Ptr<ZlIngL2DomainCount::IngL2DomainCountTable>& ingL2DomainCountTable() const {
+      return ingL2DomainCountTable_;
+   }
+   const Kiln::Ptr<ZlEgrL2DomainCount::EgrL2DomainCountTable>& egrL2DomainCountTable() const {
+      return egrL2DomainCountTable_;
+   }
+
+   KILN_HASH_MAP(Bridging::VlanId, Kiln::Ptr<SviCounterMatchSpec>, matchSpec)
+   KILN_HASH_MAP(Bridging::VlanId, bool, pendingVlan)
+   KILN_HASH_MAP(Bridging::VlanId, bool, deferredDel)
+
+   const Kiln::Ptr<RetrySm>& retrySm() const { return retrySm_; }
+   // Creates it, on the activity clock; it watches the chip status.
+   void retrySmIs();
+   void retrySmDel();
+
+   // What the chip can do; fixed when the tables are set up.
+   KILN_ATTRIBUTE(bool, vxlanSupported, false)
+   KILN_ATTRIBUTE(bool, vrfNatSupported, false)
+   KILN_ATTRIBUTE(U32, ingL2DomainHandle, 0)
+   KILN_ATTRIBUTE(U32, egrL2DomainHandle, 0)
+   KILN_ATTRIBUTE(bool, initialized, false)
+
+ private:
+   void handleInitialized();
+   void initializeTables();
+   U32 matchTableHandle(const Kiln::String& name) const;
+   Kiln::Ptr<SviCounterMatchSpec> newMatchSpec() const;
+   void programEntries(Bridging::VlanId vlan, SviCounterMatchSpec& spec);
+   void deleteEntries(const SviCounterMatchSpec& spec);
+
+   ZelId::ZelDevId devId_;
+   ZelDriver::ZelDevProfile devProfile_;
+   Kiln::Ptr<const ZelSystem::SystemStatus> systemStatus_;
+   Kiln::Ptr<ZlPd::ZlPdIntf> zlPdIntf_;
+   Kiln::Ptr<ZlResourceInfo::ZlResourceInfoIntf> zlResourceInfoIntf_;
+   Kiln::Ptr<const ZelSlice::ChipStatus> chipStatus_;
+   Kiln::Ptr<ZlIngL2DomainCount::IngL2DomainCountTable> ingL2DomainCountTable_;
+   Kiln::Ptr<ZlEgrL2DomainCount::EgrL2DomainCountTable> egrL2DomainCountTable_;
+   Kiln::Ptr<RetrySm> retrySm_;
+};
+
+// The arguments are the constructor's.
+Kiln::Ptr<ZelCountersL3Helper>
+zelCountersL3HelperFactory(ZelId::ZelDevId devId, const ZelDriver::ZelDevProfile& devProfile,
+                           Kiln::Ptr<const ZelSystem::SystemStatus> systemStatus,
+                           Kiln::Ptr<ZlPd::ZlPdIntf> zlPdIntf,
+                           Kiln::Ptr<ZlResourceInfo::ZlResourceInfoIntf> zlResourceInfoIntf,
+                           Kiln::Ptr<const ZelSlice::ChipStatus> chipStatus);
+
+} // namespace ZelCounter

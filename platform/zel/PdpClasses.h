@@ -1,0 +1,47 @@
+// Protocol data (PDP) classes: what an ingress port counts by kind of packet, and what the kinds are called.
+#pragma once
+
+#include "kiln/Accessors.h"
+
+#include <array>
+
+namespace ZelQos {
+
+// A class of the chip's PDP policy: 0 to 31; anything else is a std::range_error.
+class PdpClassId {
+ public:
+   static constexpr U8 max = 31;
+
+   constexpr PdpClassId() noexcept = default; // class 0
+   explicit PdpClassId(U32 value);
+   constexpr U8 value() const noexcept { return value_; }
+   bool operator==(const PdpClassId&) const noexcept = default;
+
+ private:
+   U8 value_ = 0;
+};
+
+// The packets that one interface received, by class.
+class PdpIntfCounter : public Kiln::PtrInterface {
+ public:
+   static constexpr std::size_t classes = PdpClassId::max + 1;
+
+   // A class that was never written counts 0.
+   U64 classCount(PdpClassId pdpClass) const { return classCount_[pdpClass.value()]; }
+   void classCountIs(PdpClassId pdpClass, U64 packets) { classCount_[pdpClass.value()] = packets; }
+   const std::array<U64, classes>& classCount() const { return classCount_; }
+   void classCountsAre(const std::array<U64, classes>& counts) { classCount_ = counts; }
+
+ private:
+   std::array<U64, classes> classCount_{};
+};
+
+// The QoS configuration's class names, in the order in which they are shown. The name "default" need not be
+// among them.
+class QosToZelPdpClassMapping : public Kiln::PtrInterface {
+ public:
+   // An absent name has class 0.
+   KILN_HASH_MAP(Kiln::String, PdpClassId, zelPdpClass)
+};
+
+} // namespace ZelQos

@@ -1,0 +1,86 @@
+// What the count-table libraries share: match tables of one chip whose entries are there to count.
+//
+// A table keeps, for each match spec, the handle that the chip gave its entry. Activity thread.
+#pragma once
+
+#include "kiln/Collections.h"
+#include "kiln/Ptr.h"
+#include "zl/ZlPd.h"
+
+#include <span>
+#include <stdexcept>
+
+namespace ZlTable {
+
+// The chip refused an entry, as a rule because the table is full. The table is as it was.
+class ZlTableException : public std::runtime_error {
+ public:
+   ZlTableException(const Kiln::String& tableName, U32 status);
+   U32 status() const { return status_; } // the SDK's
+
+ private:
+   U32 status_;
+};
+
+// Where a table keeps the handle of the entry of one match spec.
+struct EntrySlot {
+   U32 handle = 0; // 0: the table holds no such entry
+   explicit operator bool() const { return handle != 0; }
+};
+
+// The slots of one table, by what distinguishes its match specs.
+class KeyManager : public Kiln::PtrInterface {
+ public:
+   // Made, empty, when missing. It stays where it is as long as the manager lives, whatever becomes of the
+   // entry.
+   EntrySlot& slot(U32 key);
+
+ private:
+   Kiln::HashMap<U32, EntrySlot> slots_;
+};
+
+// How full the tables of one chip are.
+class TableStatusManager : public Kiln::PtrInterface {
+ public:
+   struct TableStatus {
+      U32 entries = 0;
+      U64 refused = 0; // entries that the chip would not take
+   };
+
+   // By table name; made when missing, and stays where it is.
+   TableStatus& tableStatus(const Kiln::String& tableName);
+
+ private:
+   Kiln::HashMap<Kiln::String, TableStatus> tables_;
+};
+
+// Entries by key. The tables derive from it and say what their match specs look like.
+class CountTable : public Kiln::PtrInterface {
+ public:
+   // Entries go to one pipe or (65535) to all. No flag is defined; pass 0. Null pointers are assertions.
+   CountTable(Kiln::Ptr<KeyManager> keyManager, Kiln::Ptr<TableStatusManager> tableStatusManager,
+              Kiln::Ptr<ZlPd::ZlPdIntf> pdIntf, U32 flags, U32 session, U32 device, U16 pipe,
+              Kiln::String tableName);
+
+   const Kiln::String& tableName() const { return tableName_; }
+   U32 size() const { return status_.entries; }
+
+ protected:
+   const EntrySlot& slot(U32 key) const { return keyManager_->slot(key); }
+   // An entry that is there stays as it is. Throws ZlTableException.
+   void add(U32 key, std::span<const ZlPd::MatchField> match);
+   // Of an absent entry nothing. What the chip won't take away is traced, and forgotten.
+   void remove(U32 key);
+
+ private:
+   Kiln::Ptr<KeyManager> keyManager_;
+   Kiln::Ptr<TableStatusManager> tableStatusManager_;
+   Kiln::Ptr<ZlPd::ZlPdIntf> pdIntf_;
+   U32 session_;
+   U32 device_;
+   U16 pipe_;
+   Kiln::String tableName_;
+   TableStatusManager::TableStatus& status_;
+};
+
+} // namespace ZlTable

@@ -1,0 +1,103 @@
+// Decides a frame's L2 domain and counts it there.
+#include "L2DomainCount.h"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <charconv>
+#include <stdexcept>
+
+namespace SoftChip {
+
+namespace {
+
+constexpr U32 vniLimit = 1U << 24;
+
+// Whether the addresses agree in their first bits.
+bool agree(const std::array<uint8_t, 16>& a, const std::array<uint8_t, 16>& b, unsigned bits) {
+   const unsigned octets = bits / 8;
+   const unsigned rest = bits % 8;
+   return std::equal(a.begin(), a.begin() + octets, b.begin()) &&
+          (rest == 0 || ((a[octets] ^ b[octets]) >> (8 - rest)) == 0);
+}
+
+[[noreturn]] void refusePrefix(const Kiln::String& text) {
+   throw std::invalid_argument("'" + text +
+                               "' is no prefix: expected one like 10.1.0.0/16 or 2001:db8::/32, " +
+                               "its address zero behind the prefix");
+}
+
+} // namespace
+
+L2DomainCount::L2DomainCount(PipeManager& tables)
+     : ingress_(find(tables, "ingL2DomainCount")), egress_(find(tables, "egrL2DomainCount")) {}
+
+L2DomainCount::Tables L2DomainCount::find(PipeManager& tables, const Kiln::String& matchTable) {
+   const MatchTable* const match = tables.matchTable(matchTable);
+   return {match, match != nullptr ? tables.counterTableOf(*match) : nullptr};
+}
+
+void L2DomainCount::vniIs(U32 vni, U16 vlan) {
+   if (vni >= vniLimit) {
+      throw std::invalid_argument("no VNI " + std::to_string(vni) + ": expected 0 to " +
+                                  std::to_string(vniLimit - 1));
+   }
+   if (vlan < 1 || vlan > 4094) {
+      throw std::invalid_argument("no VLAN " + std::to_string(vlan) + ": expected 1 to 4094");
+   }
+   vlanOfVni_[vni] = vlan;
+}
+
+void L2DomainCount::snatAdd(const Kiln::String& text) {
+   Prefix prefix{IpVersion::v4, {}, 0};
+   const std::size_t slash = text.find('/');
+   if (slash == Kiln::String::npos) {
+      refusePrefix(text);
+   }
+   const Kiln::String address = text.substr(0, slash);
+   if (inet_pton(AF_INET, address.c_str(), prefix.address.data()) != 1) {
+      prefix.version = IpVersion::v6;
+      if (inet_pton(AF_INET6, address.c_str(), prefix.address.data()) != 1) {
+         refusePrefix(text);
+      }
+   }
+   const unsigned width = prefix.version == IpVersion::v4 ? 32 : 128;
+   const char* const end = text.data() + text.size();
+   const auto [stop, error] = std::from_chars(text.data() + slash + 1, end, prefix.bits);
+   if (error != std::errc() || stop != end || prefix.bits > width) {
+      refusePrefix(text);
+   }
+   for (unsigned bit = prefix.bits; bit < width; ++bit) {
+      if (((prefix.address[bit / 8] >> (7 - bit % 8)) & 1) != 0) {
+         refusePrefix(text);
+      }
+   }
+   snat_.push_back(prefix);
+}
+
+bool L2DomainCount::isTranslated(const IpHeader& ip) const {
+   return std::any_of(snat_.begin(), snat_.end(), [&](const Prefix& prefix) {
+      return prefix.version == ip.version && agree(prefix.address, ip.source, prefix.bits);
+   });
+}
+
+L2Domain L2DomainCount::domainOf(const FrameInfo& frame, U16 vlan) const {
+   if (frame.vxlan.present) {
+      const auto found = vlanOfVni_.find(frame.vxlan.vni);
+      if (found != vlanOfVni_.end()) {
+         return {found->second, 1, false};
+      }
+   }
+   return {vlan, 0, isTranslated(frame.ip)};
+}
+
+bool L2DomainCount::count(const Tables& tables, const L2Domain& domain, unsigned pipe,
+                          const CounterValue& counted) {
+   const U32 handle = tables.counter != nullptr ? tables.match->domains().lookUp(domain) : 0;
+   if (handle == 0) {
+      return false;
+   }
+   tables.counter->count(pipe, handle, counted.packets, counted.bytes);
+   return true;
+}
+
+} // namespace SoftChip
