@@ -27,6 +27,19 @@ class VlanMap {
       return vlan.value() < values_.size() && values_[vlan.value()] ? &values_[vlan.value()] : nullptr;
    }
 
+   // Brings what the next VLAN's pointer points to into the cache, for a walk in the order of the VLANs.
+   // Inlined always, since compilers take a function that does nothing else for one without effect.
+   [[gnu::always_inline]] void prefetchNext(const K& vlan) const {
+      if (std::size_t{vlan.value()} + 1 < values_.size()) {
+         // Spelt out, not in a loop, which would be dropped likewise. Null does no harm.
+         static_assert(sizeof(*values_.front()) <= 3 * cacheLine);
+         const auto* const object = reinterpret_cast<const char*>(values_[vlan.value() + 1U].ptr());
+         __builtin_prefetch(object);
+         __builtin_prefetch(object + cacheLine);
+         __builtin_prefetch(object + 2 * cacheLine);
+      }
+   }
+
    // True when the VLAN is new.
    bool set(const K& vlan, V value) {
       if (vlan.value() >= values_.size()) {
@@ -58,6 +71,8 @@ class VlanMap {
    }
 
  private:
+   static constexpr std::size_t cacheLine = 64;
+
    std::vector<V> values_; // by VLAN, as far as there ever was one
    std::size_t size_ = 0;
 };
