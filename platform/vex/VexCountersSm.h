@@ -47,7 +47,7 @@ class CountersSm : public Kiln::Entity {
 
    // There are new counters of an interface. A port's are read, vetted and published at once. A VLAN
    // interface's are read once at the end of this turn of the loop. An empty or unknown interface is ignored.
-   void updateCounters(VexTypes::CounterType type, const Pelt::IntfId& intf);
+   virtual void updateCounters(VexTypes::CounterType type, const Pelt::IntfId& intf);
 
    // Moves the clear baseline of an interface, or of "all": what counts from now on counts since the clear.
    // False: there is no such interface.

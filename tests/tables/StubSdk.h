@@ -83,11 +83,11 @@ class Pd : public ZlPd::ZlPdIntf {
    Kiln::String counterDecodeMatch(U32, U32, U32, S32 entry) const override {
       return "match " + std::to_string(entry);
    }
-   // Its match tables are always full.
+   // No test programs entries.
    U32 entryAdd(U32, U32, U16, const Kiln::String&, std::span<const ZlPd::MatchField>, U32*) override {
-      return 9;
+      return 17;
    }
-   U32 entryDel(U32, U32, const Kiln::String&, U32) override { return 9; }
+   U32 entryDel(U32, U32, const Kiln::String&, U32) override { return 17; }
 };
 
 } // namespace StubSdk
