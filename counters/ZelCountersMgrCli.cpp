@@ -134,8 +134,7 @@ Kiln::String resolveOnChip(const ZelCounters& chip, const ZelCountersCommand& co
       return "chip " + chip.chipName() + " has no counter tables";
    }
    if (command.table) {
-      const Kiln::String error =
-           resolveTable(*chip.zlResourceInfoIntf(), *command.table, &arguments->tableId);
+      Kiln::String error = resolveTable(*chip.zlResourceInfoIntf(), *command.table, &arguments->tableId);
       if (!error.empty()) {
          return error;
       }
