@@ -211,6 +211,7 @@ class ZelCounters : public Kiln::Entity {
 
    static bool fakeCounter(FakeCounter* fake);
    bool isPolled(const Pelt::IntfId& intf, const ZelSystem::PortRecord& record) const;
+   void refreshOwnPorts();
    void requestPort(const Pelt::IntfId& intf, U16 devicePort);
    void fakePort(const FakeCounter& fake, U16 devicePort);
    bool echo() const;
@@ -235,6 +236,9 @@ class ZelCounters : public Kiln::Entity {
    bool isProtected(const ZlResourceInfo::ZlTableCounter& info) const;
 
    Context context_;
+   // This chip's part of the port table, in its order, as of the version.
+   std::vector<std::pair<Pelt::IntfId, ZelSystem::PortRecord>> ownPorts_;
+   U64 ownPortsVersion_ = 0;
    Kiln::Ptr<ZelCountersSm> zelCountersSm_;
    Kiln::Ptr<HwTableCountersSm> hwTableCountersSm_;
    Kiln::HashMap<U16, Kiln::Ptr<PipeIntfQueueCounterSm>> pipeIntfQueueCounterSm_;

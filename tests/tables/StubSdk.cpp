@@ -241,6 +241,9 @@ bf_status_t bf_tm_q_drop_get(bf_dev_id_t, uint16_t pipe, bf_dev_port_t port, uin
 }
 
 bf_status_t bf_port_mac_stats_hw_async_get(bf_dev_id_t, bf_dev_port_t, bf_port_mac_stats_cb, void*) {
+   if (sdk().onMacStatsGet) {
+      sdk().onMacStatsGet();
+   }
    return 3;
 }
 
