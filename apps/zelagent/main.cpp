@@ -1,10 +1,12 @@
 // zelagent: a switch agent over software chips, in real time or through a scenario.
+#include "HostPorts.h"
 #include "Options.h"
 #include "ScenarioConsole.h"
 #include "agent/CommandChannel.h"
 #include "agent/CommandSocket.h"
 #include "kiln/ActivityLock.h"
 #include "kiln/ActivityManager.h"
+#include "kiln/Choices.h"
 #include "kiln/OperatorLog.h"
 
 #include <cerrno>
@@ -13,6 +15,7 @@
 #include <cstring>
 #include <fstream>
 #include <iostream>
+#include <optional>
 #include <unistd.h>
 
 namespace {
@@ -54,13 +57,15 @@ void printHelp() {
            "be.\n";
 }
 
-void startTraffic(SwitchAgent& agent, const Options& options) {
+void startTraffic(SwitchAgent& agent, const Options& options, std::optional<ZelAgent::HostPorts>* hostPorts) {
    const auto lock = Kiln::ActivityLockAnchor::lock();
    if (options.traffic == Options::Traffic::synthetic) {
       agent.traffic().onIs(true);
    } else if (options.traffic == Options::Traffic::capture) {
       const SwitchAgent::Port port = agent.portOf("Ethernet1");
       SoftChip::Traffic::replay(port.chip, port.devicePort, options.captureFile);
+   } else if (options.traffic == Options::Traffic::host) {
+      hostPorts->emplace(agent, SoftChip::HostInterfaces());
    }
 }
 
@@ -102,11 +107,15 @@ int runAgent(const Options& options) {
         options.socketPath.empty() ? Agent::defaultSocketPath() : options.socketPath;
    SwitchAgent agent(options.agent);
    agent.fleet().completions().modeIs({SoftChip::CompletionMode::Kind::thread, 0.0, 1});
-   startTraffic(agent, options);
+   std::optional<ZelAgent::HostPorts> hostPorts;
+   startTraffic(agent, options, &hostPorts);
    const Agent::CommandChannel channel(manager, agent.commandRunner(), socketPath);
    endOnSignals();
    std::printf("zelagent: %u chips, %u ports each, commands on %s\n", options.agent.chips,
                options.agent.ports, socketPath.c_str());
+   if (hostPorts) {
+      std::printf("zelagent: ports are the host's %s\n", Kiln::nameRanges(hostPorts->names()).c_str());
+   }
    manager->run();
    return 0;
 }
