@@ -156,6 +156,13 @@ void publish(benchmark::State& state) {
    state.counters["allocations"] = static_cast<double>(spent.count);
 }
 
+void append(std::string& text, const char* prefix, std::size_t field, U64 value) {
+   char digits[24];
+   const auto end = std::to_chars(digits, digits + sizeof digits, value).ptr;
+   text.append(prefix).append(Interface::ethIntfFields[field].name).append("=");
+   text.append(digits, end).append(" ");
+}
+
 // As a database of strings would need it: each value of each record formatted, under its name.
 void publishAsStrings(benchmark::State& state) {
    Publisher agent;
@@ -167,11 +174,11 @@ void publishAsStrings(benchmark::State& state) {
       const double start = cpuSeconds();
       for (unsigned port = 0; port < ports; ++port) {
          texts[port].clear();
+         const IntfCounters& record = agent.records[port];
          for (std::size_t i = 0; i < Interface::ethIntfFields.size(); ++i) {
-            char digits[24];
-            const auto end = std::to_chars(digits, digits + sizeof digits, agent.records[port].totals[i]).ptr;
-            texts[port].append(Interface::ethIntfFields[i].name).append("=");
-            texts[port].append(digits, end).append(" ");
+            append(texts[port], "", i, Interface::word(record.reading, i));
+            append(texts[port], "total.", i, record.totals[i]);
+            append(texts[port], "delta.", i, record.deltas[i]);
          }
       }
       benchmark::DoNotOptimize(texts.data());

@@ -26,11 +26,15 @@ void Journal::clear() {
    std::atomic_signal_fence(std::memory_order_seq_cst);
 }
 
-bool Journal::take(std::size_t slot, Key& key, RecordInfo& info, void* payload, std::size_t size) const {
+std::optional<std::uint64_t> Journal::take(std::size_t slot, Key& key, RecordInfo& info, void* payload,
+                                           std::size_t size) const {
    key = Key(key_);
    info = info_;
-   return slot_ == slot + 1 && key.isValid() &&
-          sealOf(slot, copyWithChecksum({key, info, this + 1, size}, payload)) == seal_;
+   std::uint64_t checksum = copyWithChecksum({key, info, this + 1, size}, payload);
+   if (slot_ != slot + 1 || seal_ != sealOf(slot, checksum) || !key.isValid()) {
+      return std::nullopt;
+   }
+   return checksum;
 }
 
 } // namespace Silo

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 
 namespace Silo {
 
@@ -22,9 +23,12 @@ class alignas(cacheLine) Journal {
    std::uint64_t write(std::size_t slot, const RecordContent& content);
    // Before a slot is cleared, lest a restart bring its record back.
    void clear();
-   // Gives the journalled record, if it is whole and was on its way to this slot; else false, and what was
+   // The slot of the journalled record; it may be anything.
+   std::size_t slot() const { return slot_ - 1; }
+   // Gives the journalled record, and answers its checksum, if it is whole and was on its way to this slot. Else what was
    // given means nothing. The payload is copied out in whole rows.
-   bool take(std::size_t slot, Key& key, RecordInfo& info, void* payload, std::size_t size) const;
+   std::optional<std::uint64_t> take(std::size_t slot, Key& key, RecordInfo& info, void* payload,
+                                     std::size_t size) const;
 
  private:
    static std::uint64_t sealOf(std::size_t slot, std::uint64_t checksum) {

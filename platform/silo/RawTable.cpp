@@ -118,10 +118,13 @@ std::size_t RawTable::restoreState() {
 }
 
 void RawTable::restoreSlots(std::size_t kept) {
+   // The journal's slot comes first: mending another one puts that into the journal.
+   SlotIndex first = journal().slot();
+   if (first < kept) {
+      restoreSlot(first);
+   }
    for (SlotIndex i = 0; i < kept; ++i) {
-      if (options_.isBegunAnew) {
-         freeSlot(i);
-      } else {
+      if (i != first) {
          restoreSlot(i);
       }
    }
@@ -134,6 +137,10 @@ void RawTable::restoreSlots(std::size_t kept) {
 }
 
 void RawTable::restoreSlot(SlotIndex i) {
+   if (options_.isBegunAnew) {
+      freeSlot(i);
+      return;
+   }
    Key key;
    RecordInfo info;
    RecordSlot::State state = slot(i).tryReadKey(key);
@@ -160,7 +167,9 @@ void RawTable::mendSlot(SlotIndex i, const char* finding) {
    Key key;
    RecordInfo info;
    Remedy remedy = Remedy::finished;
-   if (!journal().take(i, key, info, scratch_.data(), layout_.size)) {
+   const std::optional<std::uint64_t> journalled =
+        journal().take(i, key, info, scratch_.data(), layout_.size);
+   if (!journalled) {
       key = slot(i).intactKey();
       if (slot(i).load(key, info, scratch_.data(), layout_.size) == RecordSlot::State::whole) {
          remedy = Remedy::kept;
@@ -177,7 +186,13 @@ void RawTable::mendSlot(SlotIndex i, const char* finding) {
       return;
    }
    report(std::string(key.view()), finding, remedy);
-   writeSlot(i, {key, info, scratch_.data(), layout_.size});
+   const RecordContent content{key, info, scratch_.data(), layout_.size};
+   if (journalled) {
+      // Past the journal, which has to stay whole until the slot is.
+      slot(i).write(content, *journalled);
+   } else {
+      writeSlot(i, content);
+   }
    adopt(i, key, info);
 }
 

@@ -96,6 +96,7 @@ class CountersSm : public Kiln::Entity {
    Context context_;
    Kiln::Ptr<WriterStatus> ethIntfCounterWriterStatus_;
    Kiln::Ptr<WriterConfig> writerConfig_;
+   Kiln::Ptr<VexTypes::IntfCounters> reading_ = Kiln::allocate<VexTypes::IntfCounters>(); // of any port
    QueuePublisher queues_;
    L3Counters vlanIntfs_;
    PublishErrors errors_;

@@ -66,11 +66,12 @@ TEST_F(Accounting, BoundsAreExact) {
         {inOctets, 1000, 999, upset},
         {inErrors, 5, 5 + window - 1, normal},
         {inErrors, 5, 5 + window, upset},
-        {inErrors, 0xFFFF000000000001, 0, normal},     // negative: from 0 to 0
-        {inErrors, 0x7FFFFFFFFFFFFFFF, 0, upset},      // no wrap in this group
-        {inErrors, 10, 0x8000000000000000, upset},     // from 10 to 0
-        {inErrors, 0x8000000000000000, 10, normal},    // from 0 to 10
-        {inErrors, 0x8000000000000000, window, upset}, // from 0 to 2^48
+        {inErrors, 0xFFFF000000000001, 0, normal},                 // negative: from 0 to 0
+        {inErrors, 0x7FFFFFFFFFFFFFFF, 0, upset},                  // no wrap in this group
+        {inErrors, 0x7FFFFFFFFFFFFFFF, 0x8000000000000000, upset}, // to 0
+        {inErrors, 10, 0x8000000000000000, upset},                 // from 10 to 0
+        {inErrors, 0x8000000000000000, 10, normal},                // from 0 to 10
+        {inErrors, 0x8000000000000000, window, upset},             // from 0 to 2^48
    };
    for (const Bound& bound : bounds) {
       SCOPED_TRACE(testing::Message() << "field " << bound.field << std::hex << " from 0x" << bound.oldValue

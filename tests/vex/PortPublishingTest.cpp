@@ -174,7 +174,7 @@ TEST_F(PortPublishing, ARecordOverwrittenAtRunTimeIsWholeWithTheNextWrite) {
       const std::size_t at = bytes.rfind("Ethernet1");
       ASSERT_NE(at, std::string::npos);
       file.clear();
-      file.seekp(static_cast<std::streamoff>(at + Silo::bytesPerBlock)); // the payload's first word
+      file.seekp(static_cast<std::streamoff>(at + sizeof(Silo::Key::Words))); // the payload's first word
       file.put('!');
    }
    Silo::Sample<IntfCounters> sample;
