@@ -6,7 +6,6 @@
 #include "agent/CommandSocket.h"
 #include "kiln/ActivityLock.h"
 #include "kiln/ActivityManager.h"
-#include "kiln/Choices.h"
 #include "kiln/OperatorLog.h"
 
 #include <cerrno>
@@ -95,6 +94,14 @@ void logToStandardError() {
    });
 }
 
+Kiln::String joined(const std::vector<Kiln::String>& words) {
+   Kiln::String text;
+   for (const Kiln::String& word : words) {
+      text += (text.empty() ? "" : ", ") + word;
+   }
+   return text;
+}
+
 int runAgent(const Options& options) {
    // The SDK's completions come on a thread of their own.
    Kiln::threadSafePtrModeIs(true);
@@ -114,7 +121,7 @@ int runAgent(const Options& options) {
    std::printf("zelagent: %u chips, %u ports each, commands on %s\n", options.agent.chips,
                options.agent.ports, socketPath.c_str());
    if (hostPorts) {
-      std::printf("zelagent: ports are the host's %s\n", Kiln::nameRanges(hostPorts->names()).c_str());
+      std::printf("zelagent: ports are the host's: %s\n", joined(hostPorts->names()).c_str());
    }
    manager->run();
    return 0;
