@@ -57,7 +57,8 @@ const ScenarioConsole::Statement ScenarioConsole::statements[] = {
      {"interface INTF", "prints the interface's published record", &ScenarioConsole::interface},
      {"queues INTF", "prints its queues' published record", &ScenarioConsole::queues},
      {"nat INTF", "prints its source-NAT record", &ScenarioConsole::nat},
-     {"clear INTF|all", "what is published counts since now, too", &ScenarioConsole::clear},
+     {"clear INTF", "what is published counts since now, too; INTF is all for every interface",
+      &ScenarioConsole::clear},
      {"log", "prints the operator log since the last log", &ScenarioConsole::log},
      {"ringlog", "prints the ring log", &ScenarioConsole::ringLog},
 };

@@ -1,4 +1,5 @@
 // zelagent: a switch agent over software chips, in real time or through a scenario.
+#include "HostPorts.h"
 #include "Options.h"
 #include "ScenarioConsole.h"
 #include "agent/CommandChannel.h"
@@ -14,6 +15,7 @@
 #include <fcntl.h>
 #include <fstream>
 #include <iostream>
+#include <optional>
 #include <unistd.h>
 
 namespace {
@@ -64,13 +66,15 @@ void printHelp() {
            "be.\n";
 }
 
-void startTraffic(SwitchAgent& agent, const Options& options) {
+void startTraffic(SwitchAgent& agent, const Options& options, std::optional<ZelAgent::HostPorts>* hostPorts) {
    const auto lock = Kiln::ActivityLockAnchor::lock();
    if (options.traffic == Options::Traffic::synthetic) {
       agent.traffic().onIs(true);
    } else if (options.traffic == Options::Traffic::capture) {
       const SwitchAgent::Port port = agent.portOf("Ethernet1");
       SoftChip::Traffic::replay(port.chip, port.devicePort, options.captureFile);
+   } else if (options.traffic == Options::Traffic::host) {
+      hostPorts->emplace(agent, SoftChip::HostInterfaces());
    }
 }
 
@@ -100,6 +104,14 @@ void logToStandardError() {
    });
 }
 
+Kiln::String joined(const std::vector<Kiln::String>& words) {
+   Kiln::String text;
+   for (const Kiln::String& word : words) {
+      text += (text.empty() ? "" : ", ") + word;
+   }
+   return text;
+}
+
 int runAgent(const Options& options) {
    // The SDK's completions come on a thread of their own.
    Kiln::threadSafePtrModeIs(true);
@@ -112,11 +124,15 @@ int runAgent(const Options& options) {
         options.socketPath.empty() ? Agent::defaultSocketPath() : options.socketPath;
    SwitchAgent agent(options.agent);
    agent.fleet().completions().modeIs({SoftChip::CompletionMode::Kind::thread, 0.0, 1});
-   startTraffic(agent, options);
+   std::optional<ZelAgent::HostPorts> hostPorts;
+   startTraffic(agent, options, &hostPorts);
    const Agent::CommandChannel channel(manager, agent.commandRunner(), socketPath);
    endOnSignals();
    std::printf("zelagent: %u chips, %u ports each, commands on %s\n", options.agent.chips,
                options.agent.ports, socketPath.c_str());
+   if (hostPorts) {
+      std::printf("zelagent: ports are the host's: %s\n", joined(hostPorts->names()).c_str());
+   }
    manager->run();
    return 0;
 }
