@@ -2,6 +2,7 @@
 #include "ZelCountersCli.h"
 
 #include "ZelCountersMgrCli.h"
+#include "kiln/Choices.h"
 
 #include <algorithm>
 #include <array>
@@ -242,7 +243,7 @@ class Parser {
       for (std::size_t i = 0; i < at_; ++i) {
          all += (all.empty() ? "" : " ") + words_[i];
       }
-      return all.empty() ? "" : " after " + quoted(all);
+      return all.empty() ? "" : " after " + Kiln::quoted(all);
    }
 
    // The one of the choices that the next word is, or abbreviates; else empty, with the error. `mayEnd` adds
@@ -252,7 +253,7 @@ class Parser {
       if (mayEnd) {
          expectedHere.emplace_back("nothing more");
       }
-      const Kiln::String expected = choices(expectedHere);
+      const Kiln::String expected = Kiln::choices(expectedHere);
       if (atEnd()) {
          error_ = "the command is incomplete" + understood() + ": expected " + expected;
          return "";
@@ -272,8 +273,9 @@ class Parser {
          ++at_;
          return meant.front();
       }
-      error_ = meant.empty() ? "unexpected " + quoted(word) + understood() + ": expected " + expected
-                             : quoted(word) + " is ambiguous" + understood() + ": expected " + choices(meant);
+      error_ = meant.empty() ? "unexpected " + Kiln::quoted(word) + understood() + ": expected " + expected
+                             : Kiln::quoted(word) + " is ambiguous" + understood() + ": expected " +
+                                    Kiln::choices(meant);
       return "";
    }
 

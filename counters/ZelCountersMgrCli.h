@@ -68,10 +68,4 @@ class ZelCountersMgrCli {
    const ZelCountersMgr* mgr_;
 };
 
-// A word of a command as errors show it: in quotes, a long one cut short.
-Kiln::String quoted(std::string_view word);
-
-// "a", "a or b", "a, b or c".
-Kiln::String choices(const std::vector<Kiln::String>& all);
-
 } // namespace ZelCounter

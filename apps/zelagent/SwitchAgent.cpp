@@ -77,9 +77,7 @@ SwitchAgent::~SwitchAgent() {
    }
    fleet_ = nullptr;
    if (config_.tablesAreTemporary) {
-      for (const char* table : Silo::Interface::TableName::all) {
-         tableStore().remove(table);
-      }
+      Vex::removeSharedTables(tableStore());
    }
 }
 

@@ -2,7 +2,6 @@
 #include "silo/Journal.h"
 
 #include <atomic>
-#include <cstring>
 
 namespace Silo {
 
@@ -10,14 +9,15 @@ namespace Silo {
 // written last has to be closed when this entry goes; after, because this entry has to be complete when the
 // slot changes.
 
-void Journal::write(std::size_t slot, const RecordContent& content, std::uint64_t checksum) {
+std::uint64_t Journal::write(std::size_t slot, const RecordContent& content) {
    std::atomic_signal_fence(std::memory_order_seq_cst);
+   std::uint64_t checksum = copyWithChecksum(content, this + 1);
    slot_ = slot + 1;
    seal_ = sealOf(slot, checksum);
    info_ = content.info;
    key_ = content.key.words();
-   std::memcpy(this + 1, content.payload, content.size);
    std::atomic_signal_fence(std::memory_order_seq_cst);
+   return checksum;
 }
 
 void Journal::clear() {
@@ -26,16 +26,15 @@ void Journal::clear() {
    std::atomic_signal_fence(std::memory_order_seq_cst);
 }
 
-std::optional<RecordContent> Journal::contentFor(std::size_t slot, std::size_t payloadSize, Key& key) const {
-   if (slot_ != slot + 1) {
-      return std::nullopt;
-   }
+std::optional<std::uint64_t> Journal::take(std::size_t slot, Key& key, RecordInfo& info, void* payload,
+                                           std::size_t size) const {
    key = Key(key_);
-   RecordContent content{key, info_, this + 1, payloadSize};
-   if (!key.isValid() || sealOf(slot, content.checksum()) != seal_) {
+   info = info_;
+   std::uint64_t checksum = copyWithChecksum({key, info, this + 1, size}, payload);
+   if (slot_ != slot + 1 || seal_ != sealOf(slot, checksum) || !key.isValid()) {
       return std::nullopt;
    }
-   return content;
+   return checksum;
 }
 
 } // namespace Silo

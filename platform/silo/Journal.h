@@ -13,18 +13,22 @@ namespace Silo {
 // slot changes, so at any moment at least one of the two is whole. Lies in the table's memory, but only the
 // writer looks at it, hence plain memory; a kill stops the writer between two instructions, so that their
 // order is all it takes.
-class alignas(bytesPerBlock) Journal {
+class alignas(cacheLine) Journal {
  public:
    static constexpr std::size_t sizeFor(std::size_t payloadSize) {
-      return sizeof(Journal) + (payloadSize + bytesPerBlock - 1) / bytesPerBlock * bytesPerBlock;
+      return sizeof(Journal) + (payloadSize + cacheLine - 1) / cacheLine * cacheLine;
    }
 
-   void write(std::size_t slot, const RecordContent& content, std::uint64_t checksum);
+   // Answers the record's checksum.
+   std::uint64_t write(std::size_t slot, const RecordContent& content);
    // Before a slot is cleared, lest a restart bring its record back.
    void clear();
-   // The journalled record, if it is whole and was on its way to this slot. Points into the journal, and to
-   // `key`, which is set.
-   std::optional<RecordContent> contentFor(std::size_t slot, std::size_t payloadSize, Key& key) const;
+   // The slot of the journalled record; it may be anything.
+   std::size_t slot() const { return slot_ - 1; }
+   // Gives the journalled record, and answers its checksum, if it is whole and was on its way to this slot. Else what was
+   // given means nothing. The payload is copied out in whole rows.
+   std::optional<std::uint64_t> take(std::size_t slot, Key& key, RecordInfo& info, void* payload,
+                                     std::size_t size) const;
 
  private:
    static std::uint64_t sealOf(std::size_t slot, std::uint64_t checksum) {
@@ -34,7 +38,7 @@ class alignas(bytesPerBlock) Journal {
    std::uint64_t slot_; // + 1; 0: none
    std::uint64_t seal_; // the record's checksum, bound to the slot
    RecordInfo info_;
-   Block key_;
+   Key::Words key_;
 };
 
 } // namespace Silo

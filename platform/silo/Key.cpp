@@ -38,15 +38,16 @@ bool Key::isValid() const {
    std::string_view text = view();
    const char* bytes = text.data();
    return !text.empty() && std::all_of(text.begin(), text.end(), isPrintable) &&
-          std::all_of(bytes + text.size(), bytes + bytesPerBlock, [](char c) { return c == 0; });
+          std::all_of(bytes + text.size(), bytes + sizeof words_, [](char c) { return c == 0; });
 }
 
-std::uint64_t Key::hashOf(const Block& words) {
-   Checksum checksum(0, 0);
-   checksum.add(words);
-   // One more round, because a hash table uses the low bits and a product's low bits know only low bits.
-   std::uint64_t sum = checksum.value();
-   return (sum ^ (sum >> 32)) * 0xd6e8feb86659fd93;
+std::uint64_t Key::hashOf(const Words& words) {
+   std::uint64_t hash = 0;
+   for (std::uint64_t word : words) {
+      hash = (hash ^ word) * 0x9e3779b97f4a7c15;
+      hash ^= hash >> 32;
+   }
+   return hash;
 }
 
 } // namespace Silo

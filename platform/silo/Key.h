@@ -1,11 +1,9 @@
 // The key of a record: a short text in fixed storage, with its hash.
 #pragma once
 
-#include "silo/Words.h"
-
+#include <array>
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <string>
 #include <string_view>
 
@@ -15,7 +13,8 @@ namespace Silo {
 // one costs a copy and a hash, so a caller that writes a record again and again keeps its key.
 class Key {
  public:
-   static constexpr std::size_t maxLength = bytesPerBlock - 1;
+   static constexpr std::size_t maxLength = 63;
+   using Words = std::array<std::uint64_t, 8>; // the text, filled up with at least one NUL
 
    Key() = default; // no key: empty, equal to no record's key
    Key(std::string_view text);
@@ -24,27 +23,22 @@ class Key {
 
    // A key as found in shared memory, which may be anything: not checked, and isValid() says what it is
    // worth.
-   explicit Key(const Block& words) : words_(words), hash_(hashOf(words)) {}
+   explicit Key(const Words& words) : words_(words), hash_(hashOf(words)) {}
 
    // The text, valid as long as the key. Of an invalid key, whatever stands before the first NUL.
    std::string_view view() const;
    bool isValid() const;
-   bool isEmpty() const { return words_ == Block{}; }
-   const Block& words() const { return words_; }
+   bool isEmpty() const { return words_ == Words{}; }
+   const Words& words() const { return words_; }
    std::uint64_t hash() const { return hash_; }
 
-   bool operator==(const Key& other) const { return words_ == other.words_; }
+   bool operator==(const Key& other) const { return hash_ == other.hash_ && words_ == other.words_; }
 
  private:
-   static std::uint64_t hashOf(const Block& words);
+   static std::uint64_t hashOf(const Words& words);
 
-   Block words_{};
+   Words words_{};
    std::uint64_t hash_ = 0;
 };
 
 } // namespace Silo
-
-template <>
-struct std::hash<Silo::Key> {
-   std::size_t operator()(const Silo::Key& key) const noexcept { return key.hash(); }
-};

@@ -32,7 +32,7 @@ RawTable::RawTable(const Store& store, const std::string& name, const RecordLayo
                    const void* defaultEntry, TableOptions options)
      : store_(store), name_(name), layout_(layout), geometry_(layout),
        defaultEntry_(bytesOf(defaultEntry, layout.size)), options_(std::move(options)),
-       scratch_(layout.size) {
+       scratch_(layout.size + bytesPerRow) {
    if (options_.capacity == 0 || options_.capacity > TableHeader::maxCapacity) {
       throw std::invalid_argument("table " + name_ + ": capacity " + std::to_string(options_.capacity) +
                                   ": expected 1 to " + std::to_string(TableHeader::maxCapacity) + " records");
@@ -70,8 +70,8 @@ void RawTable::open() {
       // In place: new slots are zeros, which is what a free slot is, so a kill in here does no harm.
       mapping_.grow(geometry_.sizeFor(capacity));
    }
-   local_.resize(capacity);
-   index_.reserve(capacity);
+   index_.reset(capacity);
+   generations_.resize(capacity);
    free_.reserve(capacity);
    restoreSlots(kept);
 
@@ -118,15 +118,18 @@ std::size_t RawTable::restoreState() {
 }
 
 void RawTable::restoreSlots(std::size_t kept) {
+   // The journal's slot comes first: mending another one puts that into the journal.
+   SlotIndex first = journal().slot();
+   if (first < kept) {
+      restoreSlot(first);
+   }
    for (SlotIndex i = 0; i < kept; ++i) {
-      if (options_.isBegunAnew) {
-         freeSlot(i);
-      } else {
+      if (i != first) {
          restoreSlot(i);
       }
    }
-   for (SlotIndex i = local_.size(); i-- > 0;) {
-      if (local_[i].key.isEmpty()) {
+   for (SlotIndex i = capacity(); i-- > 0;) {
+      if (index_.keyOf(i).isEmpty()) {
          free_.push_back(i);
       }
    }
@@ -134,14 +137,20 @@ void RawTable::restoreSlots(std::size_t kept) {
 }
 
 void RawTable::restoreSlot(SlotIndex i) {
-   Block words;
+   if (options_.isBegunAnew) {
+      freeSlot(i);
+      return;
+   }
+   Key key;
    RecordInfo info;
-   RecordSlot::State state = slot(i).tryRead(words, info, scratch_.data(), layout_.size);
+   RecordSlot::State state = slot(i).tryReadKey(key);
    if (state == RecordSlot::State::free) {
       return;
    }
-   Key key(words);
-   if (state != RecordSlot::State::whole || !key.isValid() || index_.contains(key)) {
+   if (state == RecordSlot::State::whole) {
+      state = slot(i).tryRead(key, info, scratch_.data(), layout_.size);
+   }
+   if (state != RecordSlot::State::whole || has(key)) {
       mendSlot(i, state == RecordSlot::State::changing ? "left half-written by the last writer"
                                                        : "checksum mismatch");
       return;
@@ -155,46 +164,49 @@ void RawTable::restoreSlot(SlotIndex i) {
 }
 
 void RawTable::mendSlot(SlotIndex i, const char* finding) {
-   auto isUsable = [this](const Key& key) { return key.isValid() && !index_.contains(key); };
-   RecordInfo info;
    Key key;
-   Remedy remedy;
-   if (auto journalled = journal().contentFor(i, layout_.size, key); journalled && isUsable(key)) {
-      remedy = Remedy::finished;
-      info = journalled->info;
-      std::memcpy(scratch_.data(), journalled->payload, layout_.size);
-   } else {
-      Block words;
-      RecordSlot::State state = slot(i).load(words, info, scratch_.data(), layout_.size);
-      key = Key(words);
-      if (state == RecordSlot::State::whole && isUsable(key)) {
+   RecordInfo info;
+   Remedy remedy = Remedy::finished;
+   const std::optional<std::uint64_t> journalled =
+        journal().take(i, key, info, scratch_.data(), layout_.size);
+   if (!journalled) {
+      key = slot(i).intactKey();
+      if (slot(i).load(key, info, scratch_.data(), layout_.size) == RecordSlot::State::whole) {
          remedy = Remedy::kept;
-      } else if (key = slot(i).keyIfIntact(); isUsable(key)) {
+      } else {
          remedy = Remedy::restarted;
          info = {1, unknownSampleTime};
-         scratch_ = defaultEntry_;
-      } else {
-         report("", "record " + std::to_string(i) + ": " + finding + ", and no key is left", Remedy::freed);
-         freeSlot(i);
-         return;
+         std::copy(defaultEntry_.begin(), defaultEntry_.end(), scratch_.begin());
       }
    }
+   if (key.isEmpty() || has(key)) {
+      report("", "record " + std::to_string(i) + ": " + finding + ", and no key of its own is left",
+             Remedy::freed);
+      freeSlot(i);
+      return;
+   }
    report(std::string(key.view()), finding, remedy);
-   writeSlot(i, {key, info, scratch_.data(), layout_.size});
+   const RecordContent content{key, info, scratch_.data(), layout_.size};
+   if (journalled) {
+      // Past the journal, which has to stay whole until the slot is.
+      slot(i).write(content, *journalled);
+   } else {
+      writeSlot(i, content);
+   }
    adopt(i, key, info);
 }
 
 void RawTable::adopt(SlotIndex i, const Key& key, const RecordInfo& info) {
-   local_[i] = {key, info.generation};
-   index_.emplace(key, i);
+   index_.insert(key, i);
+   generations_[i] = info.generation;
 }
 
 std::vector<Key> RawTable::keys() const {
    std::vector<Key> result;
    result.reserve(index_.size());
-   for (const LocalSlot& local : local_) {
-      if (!local.key.isEmpty()) {
-         result.push_back(local.key);
+   for (SlotIndex i = 0; i < capacity(); ++i) {
+      if (const Key& key = index_.keyOf(i); !key.isEmpty()) {
+         result.push_back(key);
       }
    }
    return result;
@@ -205,9 +217,11 @@ void RawTable::write(const Key& key, const void* payload, double sampleTime) {
       throw std::invalid_argument("table " + name_ + ", record " + std::string(key.view()) +
                                   ": the sample time has to be a finite number of seconds");
    }
-   auto found = index_.find(key);
-   SlotIndex i = found != index_.end() ? found->second : slotFor(key);
-   std::uint64_t generation = ++local_[i].generation;
+   SlotIndex i = index_.find(key);
+   if (i == KeyIndex::none) {
+      i = slotFor(key);
+   }
+   std::uint64_t generation = ++generations_[i];
    writeSlot(i, {key, {generation, sampleTime}, payload, layout_.size});
    if (generation == 1) {
       header().directoryVersionInc();
@@ -225,28 +239,24 @@ RawTable::SlotIndex RawTable::slotFor(const Key& key) {
                           "\"; start its writer with a greater capacity, the records stay");
    }
    SlotIndex i = free_.back();
-   index_.emplace(key, i);
    free_.pop_back();
-   local_[i] = {key, 0};
+   index_.insert(key, i);
+   generations_[i] = 0;
    return i;
 }
 
 void RawTable::writeSlot(SlotIndex i, const RecordContent& content) {
-   std::uint64_t checksum = content.checksum();
-   journal().write(i, content, checksum);
-   slot(i).write(content, checksum);
+   slot(i).write(content, journal().write(i, content));
 }
 
 void RawTable::remove(const Key& key) {
-   auto found = index_.find(key);
-   if (found == index_.end()) {
+   SlotIndex i = index_.find(key);
+   if (i == KeyIndex::none) {
       return;
    }
-   SlotIndex i = found->second;
    freeSlot(i);
    header().directoryVersionInc();
-   index_.erase(found);
-   local_[i] = {};
+   index_.erase(i);
    free_.push_back(i);
 }
 
@@ -256,14 +266,12 @@ void RawTable::freeSlot(SlotIndex i) {
 }
 
 RecordInfo RawTable::read(const Key& key, void* payload) const {
-   auto found = index_.find(key);
-   if (found == index_.end()) {
+   SlotIndex i = index_.find(key);
+   if (i == KeyIndex::none) {
       throw AbsentRecord("table " + name_ + " has no record \"" + std::string(key.view()) + "\"");
    }
-   Block stored;
    RecordInfo info;
-   if (slot(found->second).tryRead(stored, info, payload, layout_.size) != RecordSlot::State::whole ||
-       stored != key.words()) {
+   if (slot(i).tryRead(key, info, payload, layout_.size) != RecordSlot::State::whole) {
       throw CorruptionError({name_, std::string(key.view()), "overwritten in memory", Remedy::none});
    }
    return info;

@@ -3,13 +3,14 @@
 
 #include "silo/Errors.h"
 #include "silo/Journal.h"
+#include "silo/KeyIndex.h"
 #include "silo/RecordSlot.h"
 #include "silo/Store.h"
 #include "silo/TableHeader.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 namespace Silo {
@@ -33,9 +34,9 @@ class RawTable {
    RawTable& operator=(const RawTable&) = delete;
 
    const std::string& name() const { return name_; }
-   std::size_t capacity() const { return local_.size(); }
+   std::size_t capacity() const { return index_.slotCount(); }
    std::size_t size() const { return index_.size(); }
-   bool has(const Key& key) const { return index_.contains(key); }
+   bool has(const Key& key) const { return index_.find(key) != KeyIndex::none; }
    std::vector<Key> keys() const;
 
    void write(const Key& key, const void* payload, double sampleTime);
@@ -46,12 +47,6 @@ class RawTable {
 
  private:
    using SlotIndex = std::size_t;
-   // What the writer relies on, apart from memory that others might overwrite.
-   struct LocalSlot {
-      Key key;
-      std::uint64_t generation = 0;
-   };
-
    TableHeader& header() const { return *reinterpret_cast<TableHeader*>(mapping_.data()); }
    Journal& journal() const { return *reinterpret_cast<Journal*>(mapping_.data() + geometry_.journalOffset); }
    RecordSlot& slot(SlotIndex i) const {
@@ -81,10 +76,11 @@ class RawTable {
 
    Mapping mapping_;
    TableState state_;
-   std::vector<LocalSlot> local_;
-   std::unordered_map<Key, SlotIndex> index_;
-   std::vector<SlotIndex> free_;    // the last one is used next
-   std::vector<std::byte> scratch_; // one record
+   // What the writer relies on, apart from memory that others might overwrite.
+   KeyIndex index_;
+   std::vector<std::uint64_t> generations_; // by slot
+   std::vector<SlotIndex> free_;            // the last one is used next
+   std::vector<std::byte> scratch_;         // one record, in whole rows
 };
 
 } // namespace Silo

@@ -13,6 +13,21 @@ namespace {
 // system.
 constexpr unsigned readsPerThoroughLook = 256;
 
+ReadResult resultOf(RecordSlot::State state, const Patience& patience) {
+   switch (state) {
+   case RecordSlot::State::whole:
+      return ReadResult::ok;
+   case RecordSlot::State::free:
+      return ReadResult::absent;
+   case RecordSlot::State::corrupt:
+      return ReadResult::corrupt;
+   case RecordSlot::State::changing:
+   case RecordSlot::State::otherKey: // another one at each look
+      break;
+   }
+   return patience.isWriterDead() ? ReadResult::torn : ReadResult::busy;
+}
+
 } // namespace
 
 RawTableReader::RawTableReader(const Store& store, const std::string& name, const RecordLayout& layout)
@@ -34,12 +49,8 @@ ReadResult RawTableReader::read(const Key& key, void* payload, RecordInfo& info)
       // was absent at some moment of this call.
       bool isIndexCurrent = header().directoryVersion() == indexVersion_;
       ReadResult result = ReadResult::absent;
-      if (auto found = index_.find(key); found != index_.end()) {
-         Block stored;
-         result = readWords(found->second, patience, stored, payload, info);
-         if (result == ReadResult::ok && stored != key.words()) {
-            result = ReadResult::absent;
-         }
+      if (std::size_t i = index_.find(key); i != KeyIndex::none) {
+         result = readIndexed(i, patience, key, payload, info);
          if (result != ReadResult::absent && result != ReadResult::corrupt) {
             return result;
          }
@@ -77,32 +88,40 @@ bool RawTableReader::endWalk() const {
 
 ReadResult RawTableReader::readSlot(std::size_t i, Patience& patience, Key& key, void* payload,
                                     RecordInfo& info) const {
-   Block words;
-   ReadResult result = readWords(i, patience, words, payload, info);
-   if (result != ReadResult::absent && key.words() != words) {
-      key = Key(words);
+   for (bool isGuess = true;; isGuess = false) {
+      RecordSlot::State state = settle(i, patience, key, payload, info);
+      if (state == RecordSlot::State::otherKey && (isGuess || patience.wait())) {
+         state = slot(i).tryReadKey(key);
+         if (state != RecordSlot::State::corrupt) {
+            continue;
+         }
+      }
+      if (state != RecordSlot::State::whole && state != RecordSlot::State::free) {
+         key = Key(slot(i).peekKey());
+      }
+      return resultOf(state, patience);
    }
-   return result;
 }
 
-ReadResult RawTableReader::readWords(std::size_t i, Patience& patience, Block& key, void* payload,
-                                     RecordInfo& info) const {
-   for (;;) {
-      switch (slot(i).tryRead(key, info, payload, layout_.size)) {
-      case RecordSlot::State::whole:
-         return ReadResult::ok;
-      case RecordSlot::State::free:
-         return ReadResult::absent;
-      case RecordSlot::State::corrupt:
-         return ReadResult::corrupt;
-      case RecordSlot::State::changing:
-         break;
-      }
-      if (!patience.wait()) {
-         key = slot(i).peekKey();
-         return patience.isWriterDead() ? ReadResult::torn : ReadResult::busy;
-      }
+ReadResult RawTableReader::readIndexed(std::size_t i, Patience& patience, const Key& key, void* payload,
+                                       RecordInfo& info) const {
+   RecordSlot::State state = settle(i, patience, key, payload, info);
+   if (state == RecordSlot::State::otherKey) {
+      Key other;
+      return slot(i).tryReadKey(other) == RecordSlot::State::corrupt ? ReadResult::corrupt
+                                                                     : ReadResult::absent;
    }
+   return resultOf(state, patience);
+}
+
+// Reads the slot as soon as it isn't changing, if it ever is.
+RecordSlot::State RawTableReader::settle(std::size_t i, Patience& patience, const Key& key, void* payload,
+                                         RecordInfo& info) const {
+   RecordSlot::State state;
+   do {
+      state = slot(i).tryRead(key, info, payload, layout_.size);
+   } while (state == RecordSlot::State::changing && patience.wait());
+   return state;
 }
 
 // Sees to it that the mapping is the table that has the name now.
@@ -160,16 +179,17 @@ void RawTableReader::attach() {
    state_ = state;
    stateSequence_ = sequence;
    indexVersion_.reset();
+   index_.reset(state_.capacity);
    problem_.clear();
 }
 
 void RawTableReader::indexKeys() {
    // The version first: what changes during the walk makes the index old at once.
    indexVersion_ = header().directoryVersion();
-   index_.clear();
+   index_.reset(state_.capacity);
    for (std::size_t i = 0; i < state_.capacity; ++i) {
-      if (Key key(slot(i).peekKey()); !key.isEmpty()) {
-         index_[key] = i;
+      if (Key key(slot(i).peekKey()); !key.isEmpty() && index_.find(key) == KeyIndex::none) {
+         index_.insert(key, i);
       }
    }
 }

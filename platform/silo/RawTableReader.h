@@ -1,6 +1,7 @@
 // A reader of a shared table, for records of any one size; TableReader puts the record type on.
 #pragma once
 
+#include "silo/KeyIndex.h"
 #include "silo/Patience.h"
 #include "silo/RecordSlot.h"
 #include "silo/Store.h"
@@ -9,7 +10,6 @@
 #include <cstddef>
 #include <optional>
 #include <string>
-#include <unordered_map>
 
 namespace Silo {
 
@@ -27,7 +27,8 @@ class RawTableReader {
    // A walk over the slots, for snapshots; within it nothing is attached anew.
    bool beginWalk(); // false: unavailable
    std::size_t capacity() const { return state_.capacity; }
-   // Absent for a free slot. `key` is set otherwise, as far as it can be read.
+   // Absent for a free slot. `key` is the caller's guess, which saves time if it is right, and becomes what
+   // the slot has.
    ReadResult readSlot(std::size_t i, Patience& patience, Key& key, void* payload, RecordInfo& info) const;
    bool endWalk() const; // false: keys were added or deleted meanwhile
 
@@ -41,7 +42,10 @@ class RawTableReader {
    bool refresh(bool isThorough);
    void attach();
    void indexKeys();
-   ReadResult readWords(std::size_t i, Patience& patience, Block& key, void* payload, RecordInfo& info) const;
+   ReadResult readIndexed(std::size_t i, Patience& patience, const Key& key, void* payload,
+                          RecordInfo& info) const;
+   RecordSlot::State settle(std::size_t i, Patience& patience, const Key& key, void* payload,
+                            RecordInfo& info) const;
 
    const Store store_;
    const std::string name_;
@@ -55,8 +59,8 @@ class RawTableReader {
    unsigned readsUntilThorough_ = 0;
    std::uint64_t walkVersion_ = 0;
 
-   std::unordered_map<Key, std::size_t> index_; // may be old: a slot's own key decides
-   std::optional<std::uint64_t> indexVersion_;  // the directory's when the index was made
+   KeyIndex index_;                            // may be old: a slot's own key decides
+   std::optional<std::uint64_t> indexVersion_; // the directory's when the index was made
 };
 
 } // namespace Silo

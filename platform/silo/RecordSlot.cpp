@@ -2,47 +2,32 @@
 #include "silo/RecordSlot.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 
 namespace Silo {
 
 namespace {
 
-// Calls take(block) for each block of the payload, the last one filled up with zeros.
+constexpr auto acquire = std::memory_order_acquire;
+constexpr auto release = std::memory_order_release;
+
+// Calls take(row) for the address of each row of the payload, the last one filled up with zeros.
 template <class Take>
-inline void forEachBlock(const void* payload, std::size_t size, Take take) {
+inline void forEachRow(const void* payload, std::size_t size, Take take) {
    auto* bytes = static_cast<const std::byte*>(payload);
-   Block block;
-   for (; size >= bytesPerBlock; size -= bytesPerBlock, bytes += bytesPerBlock) {
-      std::memcpy(block.data(), bytes, bytesPerBlock);
-      take(block);
+   for (; size >= bytesPerRow; size -= bytesPerRow, bytes += bytesPerRow) {
+      take(bytes);
    }
    if (size != 0) {
-      block = {};
-      std::memcpy(block.data(), bytes, size);
-      take(block);
+      std::byte row[bytesPerRow]{};
+      std::memcpy(row, bytes, size);
+      take(row);
    }
 }
 
-inline void storeBlock(Word* words, const Block& block) {
-   for (std::size_t i = 0; i < wordsPerBlock; ++i) {
-      words[i].store(block[i], std::memory_order_release);
-   }
-}
-
-inline Block loadBlock(const Word* words) {
-   Block block;
-   for (std::size_t i = 0; i < wordsPerBlock; ++i) {
-      block[i] = words[i].load(std::memory_order_acquire);
-   }
-   return block;
-}
-
-// The checksum of what lies before the payload; the payload's blocks follow.
-inline Checksum beginChecksum(const Block& key, std::uint64_t generation, std::uint64_t sampleTimeBits) {
-   Checksum checksum(generation, sampleTimeBits);
-   checksum.add(key);
-   return checksum;
+inline void storeKey(Word* words, const Key::Words& key) {
+   unrolled<std::tuple_size_v<Key::Words>>([&](std::size_t i) { words[i].store(key[i], release); });
 }
 
 } // namespace
@@ -65,9 +50,21 @@ const char* text(ReadResult result) {
    return "table unavailable";
 }
 
-std::uint64_t RecordContent::checksum() const {
-   Checksum sum = beginChecksum(key.words(), info.generation, std::bit_cast<std::uint64_t>(info.sampleTime));
-   forEachBlock(payload, size, [&sum](const Block& block) { sum.add(block); });
+std::uint64_t copyWithChecksum(const RecordContent& content, void* copy) {
+   // The key is in the sum by its hash, because it is compared as well.
+   Checksum<WordPair> sum;
+   sum.add({WordPair{content.info.generation, std::bit_cast<std::uint64_t>(content.info.sampleTime)},
+            WordPair{content.key.hash(), 0}});
+   auto* to = static_cast<std::byte*>(copy);
+   forEachRow(content.payload, content.size, [&sum, &to](const std::byte* row) {
+      WordPair pairs[wordsPerRow / 2];
+      unrolled<wordsPerRow / 2>([&](std::size_t i) {
+         pairs[i] = loadPlain<WordPair>(row + i * sizeof(WordPair));
+         std::memcpy(to + i * sizeof(WordPair), &pairs[i], sizeof(WordPair));
+      });
+      sum.add(pairs);
+      to += bytesPerRow;
+   });
    return sum.value();
 }
 
@@ -81,29 +78,31 @@ void RecordSlot::write(const RecordContent& content, std::uint64_t checksum) {
    std::uint64_t odd = beginWrite();
    // The key is written every time: should somebody have overwritten it, the record is whole again after
    // this.
-   keyHash_.store(content.key.hash(), std::memory_order_release);
-   storeBlock(key_, content.key.words());
-   generation_.store(content.info.generation, std::memory_order_release);
-   sampleTime_.store(std::bit_cast<std::uint64_t>(content.info.sampleTime), std::memory_order_release);
-   checksum_.store(checksum, std::memory_order_release);
+   keyHash_.store(content.key.hash(), release);
+   storeKey(key_, content.key.words());
+   generation_.store(content.info.generation, release);
+   sampleTime_.store(std::bit_cast<std::uint64_t>(content.info.sampleTime), release);
+   checksum_.store(checksum, release);
    Word* words = payloadWords();
-   forEachBlock(content.payload, content.size, [&words](const Block& block) {
-      storeBlock(words, block);
-      words += wordsPerBlock;
+   forEachRow(content.payload, content.size, [&words](const std::byte* row) {
+      unrolled<wordsPerRow>(
+           [&](std::size_t i) { words[i].store(loadPlain<std::uint64_t>(row + i * sizeof(Word)), release); });
+      words += wordsPerRow;
    });
-   sequence_.store(odd + 1, std::memory_order_release);
+   sequence_.store(odd + 1, release);
 }
 
 void RecordSlot::clear() {
    std::uint64_t odd = beginWrite();
    // First what makes the key valid, so that a writer killed in here leaves no record that looks intact.
-   keyHash_.store(0, std::memory_order_release);
-   storeBlock(key_, Block{});
-   sequence_.store(odd + 1, std::memory_order_release);
+   keyHash_.store(0, release);
+   storeKey(key_, {});
+   sequence_.store(odd + 1, release);
 }
 
-RecordSlot::State RecordSlot::tryRead(Block& key, RecordInfo& info, void* payload, std::size_t size) const {
-   std::uint64_t before = sequence_.load(std::memory_order_acquire);
+RecordSlot::State RecordSlot::tryRead(const Key& key, RecordInfo& info, void* payload,
+                                      std::size_t size) const {
+   std::uint64_t before = sequence_.load(acquire);
    if (before & 1) {
       return State::changing;
    }
@@ -111,41 +110,63 @@ RecordSlot::State RecordSlot::tryRead(Block& key, RecordInfo& info, void* payloa
    return sequence_.load(std::memory_order_relaxed) == before ? state : State::changing;
 }
 
-RecordSlot::State RecordSlot::load(Block& key, RecordInfo& info, void* payload, std::size_t size) const {
-   key = peekKey();
-   if (key == Block{}) {
-      return State::free;
+RecordSlot::State RecordSlot::tryReadKey(Key& key) const {
+   std::uint64_t before = sequence_.load(acquire);
+   bool isFree = peekKey() == Key::Words{};
+   key = intactKey();
+   if ((before & 1) || sequence_.load(std::memory_order_relaxed) != before) {
+      return State::changing;
    }
-   std::uint64_t generation = generation_.load(std::memory_order_acquire);
-   std::uint64_t sampleTimeBits = sampleTime_.load(std::memory_order_acquire);
-   info = {generation, std::bit_cast<double>(sampleTimeBits)};
-   std::uint64_t expected = checksum_.load(std::memory_order_acquire);
+   return isFree ? State::free : key.isEmpty() ? State::corrupt : State::whole;
+}
 
-   Checksum sum = beginChecksum(key, generation, sampleTimeBits);
+RecordSlot::State RecordSlot::load(const Key& key, RecordInfo& info, void* payload, std::size_t size) const {
+   std::uint64_t any = 0;
+   std::uint64_t difference = 0;
+   unrolled<std::tuple_size_v<Key::Words>>([&](std::size_t i) {
+      std::uint64_t word = key_[i].load(acquire);
+      any |= word;
+      difference |= word ^ key.words()[i];
+   });
+   if (difference != 0 || any == 0) {
+      return any == 0 ? State::free : State::otherKey;
+   }
+   std::uint64_t generation = generation_.load(acquire);
+   std::uint64_t sampleTimeBits = sampleTime_.load(acquire);
+   std::uint64_t expected = checksum_.load(acquire);
+   info = {generation, std::bit_cast<double>(sampleTimeBits)};
+
+   Checksum<std::uint64_t> sum;
+   sum.add({generation, sampleTimeBits, key.hash(), 0});
    const Word* words = payloadWords();
-   auto* bytes = static_cast<std::byte*>(payload);
-   for (; size >= bytesPerBlock; size -= bytesPerBlock) {
-      Block block = loadBlock(words);
-      sum.add(block);
-      std::memcpy(bytes, block.data(), bytesPerBlock);
-      words += wordsPerBlock;
-      bytes += bytesPerBlock;
+   auto* to = static_cast<std::byte*>(payload);
+   for (; size >= bytesPerRow; size -= bytesPerRow, to += bytesPerRow, words += wordsPerRow) {
+      // Word by word, and only so: reading narrow stores back as one wide piece would wait for them.
+      std::uint64_t row[wordsPerRow];
+      unrolled<wordsPerRow>([&](std::size_t i) {
+         row[i] = words[i].load(acquire);
+         std::memcpy(to + i * sizeof(Word), &row[i], sizeof(Word));
+      });
+      sum.add(row);
    }
    if (size != 0) {
-      Block block = loadBlock(words);
-      sum.add(block);
-      std::memcpy(bytes, block.data(), size);
+      std::uint64_t row[wordsPerRow];
+      unrolled<wordsPerRow>([&](std::size_t i) { row[i] = words[i].load(acquire); });
+      sum.add(row);
+      std::memcpy(to, row, size);
    }
    return sum.value() == expected ? State::whole : State::corrupt;
 }
 
-Block RecordSlot::peekKey() const {
-   return loadBlock(key_);
+Key RecordSlot::intactKey() const {
+   Key key(peekKey());
+   return key.isValid() && key.hash() == keyHash_.load(acquire) ? key : Key{};
 }
 
-Key RecordSlot::keyIfIntact() const {
-   Key key(peekKey());
-   return key.isValid() && key.hash() == keyHash_.load(std::memory_order_acquire) ? key : Key{};
+Key::Words RecordSlot::peekKey() const {
+   Key::Words words;
+   unrolled<std::tuple_size_v<Key::Words>>([&](std::size_t i) { words[i] = key_[i].load(acquire); });
+   return words;
 }
 
 } // namespace Silo

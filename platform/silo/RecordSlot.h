@@ -27,18 +27,19 @@ struct RecordContent {
    RecordInfo info;
    const void* payload;
    std::size_t size; // of the payload, bytes
-
-   std::uint64_t checksum() const;
 };
 
-class alignas(bytesPerBlock) RecordSlot {
+// The checksum of the record, and a copy of its payload to `copy`, which has room for whole rows, in one go.
+std::uint64_t copyWithChecksum(const RecordContent& content, void* copy);
+
+class alignas(cacheLine) RecordSlot {
  public:
    // Bytes from one slot to the next for payloads of this size.
    static constexpr std::size_t strideFor(std::size_t payloadSize) {
-      return sizeof(RecordSlot) + (payloadSize + bytesPerBlock - 1) / bytesPerBlock * bytesPerBlock;
+      return sizeof(RecordSlot) + (payloadSize + cacheLine - 1) / cacheLine * cacheLine;
    }
 
-   // For the one writer. `checksum` is content.checksum(), which the caller has anyway.
+   // For the one writer. `checksum` is the content's, which the caller has anyway.
    void write(const RecordContent& content, std::uint64_t checksum);
    void clear();
 
@@ -47,17 +48,21 @@ class alignas(bytesPerBlock) RecordSlot {
       free,
       changing, // being written, or left so
       corrupt,
+      otherKey, // of another key than the one given
    };
 
-   // One attempt, for writer and readers. Key, info and payload are filled in any case, and mean something
-   // only if whole.
-   State tryRead(Block& key, RecordInfo& info, void* payload, std::size_t size) const;
-   // The same whatever the sequence says, so never `changing`: for the writer, and for what a dead one left.
-   State load(Block& key, RecordInfo& info, void* payload, std::size_t size) const;
-   // The words where the key is, which may just be changing.
-   Block peekKey() const;
-   // For a record that isn't whole: its key, or an empty one if that is damaged, too.
-   Key keyIfIntact() const;
+   // One attempt, for writer and readers. Info and payload mean something only if the record is whole. The
+   // key is the caller's expectation, so that it is compared on the way and nothing is made of its words.
+   State tryRead(const Key& key, RecordInfo& info, void* payload, std::size_t size) const;
+   // One attempt at the key alone, which is set if whole.
+   State tryReadKey(Key& key) const;
+
+   // The same two whatever the sequence says: for what a dead writer left. The key is empty if it isn't
+   // intact.
+   State load(const Key& key, RecordInfo& info, void* payload, std::size_t size) const;
+   Key intactKey() const;
+   // The words where the key is, whatever they are.
+   Key::Words peekKey() const;
 
  private:
    const Word* payloadWords() const { return reinterpret_cast<const Word*>(this + 1); }
@@ -70,9 +75,9 @@ class alignas(bytesPerBlock) RecordSlot {
    Word sampleTime_; // the bits of a double
    Word keyHash_;    // guards the key alone, for a record that is otherwise torn
    Word unused_[3];
-   Word key_[wordsPerBlock]; // all zero: the slot is free
+   Word key_[8]; // all zero: the slot is free
 };
 
-static_assert(sizeof(RecordSlot) == 2 * bytesPerBlock);
+static_assert(sizeof(RecordSlot) == 2 * cacheLine);
 
 } // namespace Silo

@@ -23,8 +23,8 @@ std::string describe(const std::string& name, std::uint64_t version, std::uint64
 }
 
 template <std::size_t size>
-std::uint64_t checksumOf(const std::array<std::uint64_t, size>& words, std::uint64_t seed) {
-   Checksum checksum(seed, size);
+std::uint64_t checksumOf(const std::array<std::uint64_t, size>& words) {
+   Checksum<std::uint64_t> checksum;
    for (std::uint64_t word : words) {
       checksum.add({word});
    }
@@ -82,7 +82,7 @@ std::uint64_t TableHeader::identityChecksum() const {
    words[4] = formatVersion_.load(std::memory_order_relaxed);
    words[5] = layoutVersion_.load(std::memory_order_relaxed);
    words[6] = recordSize_.load(std::memory_order_relaxed);
-   return checksumOf(words, 1);
+   return checksumOf(words);
 }
 
 void TableHeader::stateIs(const TableState& state) {
@@ -98,7 +98,7 @@ void TableHeader::stateIs(const TableState& state) {
    for (std::size_t i = 0; i < stateWords; ++i) {
       state_[i].store(words[i], std::memory_order_release);
    }
-   stateChecksum_.store(checksumOf(words, 2), std::memory_order_release);
+   stateChecksum_.store(checksumOf(words), std::memory_order_release);
    stateSequence_.store(odd + 1, std::memory_order_release);
 }
 
@@ -120,7 +120,7 @@ TableHeader::StateRead TableHeader::tryReadState(TableState& state) const {
             static_cast<pid_t>(words[2]),
             std::bit_cast<double>(words[3]),
             {words[4] != 0, {words[5], words[6]}}};
-   return checksumOf(words, 2) == expected ? StateRead::whole : StateRead::corrupt;
+   return checksumOf(words) == expected ? StateRead::whole : StateRead::corrupt;
 }
 
 void TableHeader::retire() {

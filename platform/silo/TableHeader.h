@@ -25,7 +25,7 @@ struct TableState {
    ClockDomain clockDomain;    // of the sample times
 };
 
-class alignas(bytesPerBlock) TableHeader {
+class alignas(cacheLine) TableHeader {
  public:
    static constexpr std::uint64_t formatVersion = 1;
    static constexpr std::size_t maxCapacity = 1'000'000;
@@ -63,7 +63,7 @@ class alignas(bytesPerBlock) TableHeader {
    Word recordSize_;
    Word identityChecksum_;
 
-   alignas(bytesPerBlock) Word stateSequence_; // 0: no writer came that far yet
+   alignas(cacheLine) Word stateSequence_; // 0: no writer came that far yet
    Word directoryVersion_;
    Word stateChecksum_;
    Word state_[stateWords];

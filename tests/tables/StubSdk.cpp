@@ -179,18 +179,17 @@ bf_status_t lld_sku_map_pipe_id_to_phy_pipe_id(bf_dev_id_t, uint32_t logical, ui
    return static_cast<bf_status_t>(sdk().status("map", 0, static_cast<U16>(logical)));
 }
 
-pipe_status_t pipe_mgr_stat_tbl_symmetric_mode_initialized(bf_dev_id_t dev, pipe_stat_tbl_hdl_t counterHandle,
+pipe_status_t pipe_mgr_stat_tbl_symmetric_mode_initialized(bf_dev_id_t dev, pipe_stat_tbl_hdl_t table,
                                                            bool* initialized) {
-   sdk().calls.push_back("initialized? " + std::to_string(dev) + " " + StubSdk::hex(counterHandle));
-   StubSdk::Table& table = sdk().table(dev, counterHandle - 0x1000);
-   *initialized = table.checksUntilInitialized-- <= 0;
-   return static_cast<pipe_status_t>(sdk().status("initialized", counterHandle, 0));
+   sdk().calls.push_back("initialized? " + std::to_string(dev) + " " + StubSdk::hex(table));
+   StubSdk::Table& asked = sdk().table(dev, table - 0x1000);
+   *initialized = asked.checksUntilInitialized-- <= 0;
+   return static_cast<pipe_status_t>(sdk().status("initialized", table, 0));
 }
 
-pipe_status_t pipe_mgr_stat_tbl_symmetric_mode(bf_dev_id_t dev, pipe_stat_tbl_hdl_t counterHandle,
-                                               bool* symmetric) {
-   *symmetric = sdk().table(dev, counterHandle - 0x1000).symmetric;
-   return static_cast<pipe_status_t>(sdk().status("symmetric", counterHandle, 0));
+pipe_status_t pipe_mgr_stat_tbl_symmetric_mode(bf_dev_id_t dev, pipe_stat_tbl_hdl_t table, bool* symmetric) {
+   *symmetric = sdk().table(dev, table - 0x1000).symmetric;
+   return static_cast<pipe_status_t>(sdk().status("symmetric", table, 0));
 }
 
 pipe_status_t pipe_mgr_tbl_set_property(pipe_sess_hdl_t session, bf_dev_id_t dev, pipe_tbl_hdl_t table,

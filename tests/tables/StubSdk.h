@@ -89,11 +89,11 @@ class Pd : public ZlPd::ZlPdIntf {
    Kiln::String counterDecodeMatch(U32, U32, U32, S32 entry) const override {
       return "match " + std::to_string(entry);
    }
-   // No test programs entries.
+   // Its match tables are always full.
    U32 entryAdd(U32, U32, U16, const Kiln::String&, std::span<const ZlPd::MatchField>, U32*) override {
-      return 17;
+      return 9;
    }
-   U32 entryDel(U32, U32, const Kiln::String&, U32) override { return 17; }
+   U32 entryDel(U32, U32, const Kiln::String&, U32) override { return 9; }
 };
 
 } // namespace StubSdk

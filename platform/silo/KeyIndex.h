@@ -1,0 +1,52 @@
+// Which slot holds which key, in a process's own memory.
+#pragma once
+
+#include "silo/Key.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace Silo {
+
+// A hash table with open addressing, because a lookup goes with each record read or written and has to cost
+// less than the copying. Capacity is fixed by reset(), the only operation that allocates.
+class KeyIndex {
+ public:
+   static constexpr std::size_t none = SIZE_MAX;
+
+   // Forgets all keys; from now on there are this many slots.
+   void reset(std::size_t slots);
+
+   std::size_t size() const { return size_; } // keys
+   std::size_t slotCount() const { return keys_.size(); }
+   const Key& keyOf(std::size_t slot) const { return keys_[slot]; } // empty: a slot without a key
+   std::size_t find(const Key& key) const;                          // its slot, or none
+   // Neither the key nor the slot is in use yet.
+   void insert(const Key& key, std::size_t slot);
+   void erase(std::size_t slot);
+
+ private:
+   struct Place {
+      std::uint64_t hash = 0;
+      std::size_t slot = none;
+   };
+
+   std::size_t placeOf(std::size_t slot) const;
+
+   std::vector<Key> keys_;     // by slot
+   std::vector<Place> places_; // a power of two, at most half full
+   std::size_t mask_ = 0;
+   std::size_t size_ = 0;
+};
+
+inline std::size_t KeyIndex::find(const Key& key) const {
+   for (std::size_t i = key.hash() & mask_;; i = (i + 1) & mask_) {
+      const Place& place = places_[i];
+      if (place.slot == none || (place.hash == key.hash() && keys_[place.slot] == key)) {
+         return place.slot;
+      }
+   }
+}
+
+} // namespace Silo
