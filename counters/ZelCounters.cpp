@@ -40,6 +40,11 @@ CookieRegistry<ZelCounters>& registry() {
 } // namespace
 
 ZelCounters::ZelCounters(Context context) : context_(std::move(context)) {
+   if (!context_.cliPortDropData) {
+      context_.cliPortDropData = Kiln::allocate<CliPortDropData>();
+   }
+   context_.cliPortDropData->deviceDel(deviceId());
+   resetTmCounters();
    registry().add(this);
    simulationFlag = std::getenv("SIMULATION_VMID") != nullptr;
    if (simulationFlag) {
