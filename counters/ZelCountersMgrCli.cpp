@@ -130,7 +130,7 @@ Kiln::String resolveTable(const ZlResourceInfo::ZlResourceInfoIntf& catalogue, c
 
 Kiln::String resolveOnChip(const ZelCounters& chip, const ZelCountersCommand& command,
                            ChipArguments* arguments) {
-   if (!chip.zlResourceInfoIntf()) {
+   if (command.needsTables && !chip.zlResourceInfoIntf()) {
       return "chip " + chip.chipName() + " has no counter tables";
    }
    if (command.table) {
@@ -153,8 +153,8 @@ Kiln::String resolveOnChip(const ZelCounters& chip, const ZelCountersCommand& co
 
 // Chips may run different programs: the command goes to those that have what it names, and is wrong only when
 // none has. Nothing is asked of the catalogue of a chip that is not initialized.
-Kiln::String ZelCountersMgrCli::selectTables(const ZelCountersCommand& command,
-                                             std::vector<Target>* targets) {
+Kiln::String ZelCountersMgrCli::selectOperands(const ZelCountersCommand& command,
+                                               std::vector<Target>* targets) {
    Kiln::String firstError;
    std::vector<Target> able;
    for (Target& target : *targets) {
@@ -174,6 +174,7 @@ Kiln::String ZelCountersMgrCli::selectTables(const ZelCountersCommand& command,
 Agent::CommandResult ZelCountersMgrCli::run(const ZelCountersCommand& command, int fd) const {
    Chips chips = chipsInDeviceOrder();
    ChipArguments arguments;
+   arguments.stage = command.stage;
    arguments.nonZeroOnly = command.nonZeroOnly;
    Kiln::String error;
    if (command.chip) {
@@ -186,8 +187,8 @@ Agent::CommandResult ZelCountersMgrCli::run(const ZelCountersCommand& command, i
    for (const auto& chip : chips) {
       targets.push_back({chip, arguments});
    }
-   if (error.empty() && command.needsTables) {
-      error = selectTables(command, &targets);
+   if (error.empty() && (command.needsTables || command.pipe)) {
+      error = selectOperands(command, &targets);
    }
    if (!error.empty()) {
       return {error};

@@ -12,6 +12,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <fcntl.h>
 #include <fstream>
 #include <iostream>
 #include <optional>
@@ -41,6 +42,15 @@ void endOnSignals() {
    action.sa_handler = handleSignal;
    sigaction(SIGTERM, &action, nullptr);
    sigaction(SIGINT, &action, nullptr);
+}
+
+// One that is closed would else be the next file that is opened, and what is printed would go there.
+void openStandardStreams() {
+   for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+      if (fcntl(fd, F_GETFD) < 0) {
+         open("/dev/null", O_RDWR);
+      }
+   }
 }
 
 void printHelp() {
@@ -131,6 +141,7 @@ int runAgent(const Options& options) {
 
 int main(int argc, char** argv) {
    std::signal(SIGPIPE, SIG_IGN);
+   openStandardStreams();
    // What is printed through descriptors and what through streams come in one order.
    std::setvbuf(stdout, nullptr, _IOLBF, 0);
    try {
@@ -145,7 +156,7 @@ int main(int argc, char** argv) {
       }
       return options.scenario ? runScenario(options) : runAgent(options);
    } catch (const std::exception& error) {
-      std::cerr << "% " << error.what() << '\n';
+      std::cerr << "% " << Agent::printableLine(error.what()) << '\n';
       return cannotRun;
    }
 }

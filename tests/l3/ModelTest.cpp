@@ -147,7 +147,7 @@ class L3Model : public L3Rig {
          ASSERT_TRUE(helper);
          const auto keys = [](const auto& map) {
             std::set<U16> all;
-            for (const auto& [vlan, value] : map) {
+            for (const VlanId vlan : map.keys()) {
                all.insert(vlan.value());
             }
             return all;

@@ -240,7 +240,31 @@ bf_status_t bf_tm_q_drop_get(bf_dev_id_t, uint16_t pipe, bf_dev_port_t port, uin
    return static_cast<bf_status_t>(sdk().status("drops", 0, pipe));
 }
 
+bf_status_t bf_tm_pipe_counter_get(bf_dev_id_t, uint16_t pipe, uint32_t type, bf_tm_pipe_counter_t* counter) {
+   *counter = sdk().tm[{pipe, type}];
+   return static_cast<bf_status_t>(sdk().status("tm", type, pipe));
+}
+
+bf_status_t bf_pipe_path_counter_get(bf_dev_id_t, uint16_t pipe, uint32_t stage,
+                                     bf_pipe_path_count_t* count) {
+   *count = sdk().path[{pipe, stage}];
+   return static_cast<bf_status_t>(sdk().status("path", stage, pipe));
+}
+
+bf_status_t bf_pipe_mau_drop_get(bf_dev_id_t, uint16_t pipe, uint32_t stage, uint64_t* drops) {
+   *drops = sdk().mauDrops[{pipe, stage}];
+   return static_cast<bf_status_t>(sdk().status("mau", stage, pipe));
+}
+
+bf_status_t bf_pipe_deparser_drop_get(bf_dev_id_t, uint16_t pipe, uint32_t direction, uint64_t* drops) {
+   *drops = sdk().mauDrops[{pipe, 100 + direction}];
+   return static_cast<bf_status_t>(sdk().status("deparser", direction, pipe));
+}
+
 bf_status_t bf_port_mac_stats_hw_async_get(bf_dev_id_t, bf_dev_port_t, bf_port_mac_stats_cb, void*) {
+   if (sdk().onMacStatsGet) {
+      sdk().onMacStatsGet();
+   }
    return 3;
 }
 
