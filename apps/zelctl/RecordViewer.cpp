@@ -308,8 +308,7 @@ String wholeText(const Request& request, const PublishedTable& table, const Publ
    if (row.result != Silo::ReadResult::ok) {
       return row.name + ": " + Silo::text(row.result) + "\n";
    }
-   String text = row.name + ": sampled " +
-                 (row.age ? secondsText(*row.age) + " ago" : "at an unknown time") +
+   String text = row.name + ": sampled " + (row.age ? secondsText(*row.age) + " ago" : "at an unknown time") +
                  (row.isStale ? ", stale" : "") +
                  "; last discontinuity: " + sinceText(row, table, request.view->time.time) +
                  "; suspect steps: " + std::to_string(row.text.suspects.value_or(0)) + "\n";

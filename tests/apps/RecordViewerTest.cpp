@@ -79,16 +79,17 @@ constexpr const char* noAgent = "No agent is running that would publish anything
 
 TEST_F(RecordViewerTest, ListsInterfacesInNaturalOrderWithTheirAge) {
    publishPorts();
-   EXPECT_EQ(view("interfaces"),
-             "Interface          Age             In octets  In pkts  In errs  In disc  Out octets  Out pkts  "
-             "Out errs  Out disc\n"
-             "Ethernet1         NOW                  4000        0        0        0           0         0  "
-             "       0         0\n"
-             "Ethernet2  5000s stale  18446744073709551615        0        0        0           0         0  "
-             "       0         0\n"
-             "Ethernet10        NOW                     0        0        0        0           0         0  "
-             "       0         0\n" +
-                  String(noAgent));
+   EXPECT_EQ(
+        view("interfaces"),
+        "Interface           Age             In octets  In pkts  In errs  In disc  Out octets  Out pkts  "
+        "Out errs  Out disc\n"
+        "Ethernet1         NOW                  4000        0        0        0           0         0  "
+        "       0         0\n"
+        "Ethernet2   5000s stale  18446744073709551615        0        0        0           0         0  "
+        "       0         0\n"
+        "Ethernet10        NOW                     0        0        0        0           0         0  "
+        "       0         0\n" +
+             String(noAgent));
 }
 
 TEST_F(RecordViewerTest, KeywordsChooseWhatIsShown) {
@@ -97,7 +98,7 @@ TEST_F(RecordViewerTest, KeywordsChooseWhatIsShown) {
         {"interfaces nonzero raw", {"Ethernet1 .* 5000 ", "Ethernet2 .* 999 ", "Ethernet10 .* 1000 "}},
         {"interfaces nonzero", {"Ethernet1 .* 4000 ", "Ethernet2 .* 18446744073709551615 "}},
         // An absorbed step has no rate; the others go by the interval, octets as bits.
-        {"interfaces rates nonzero", {"Ethernet1 .* 8000 +- +0 ", "Ethernet2 .* 36893488147419103232 +- "}},
+        {"interfaces rates nonzero", {"Ethernet1 .* 8000 +- +0 ", "Ethernet2 .* 18446744073709551615 +- "}},
         {"interfaces errors nonzero", {"Ethernet2 .* stale +0 +8 .* 4 +never"}},
         {"interfaces Ethernet2 errors nonzero",
          {"last discontinuity: never; suspect steps: 4", " Counter ", "in-fcs-errors +8"}},
@@ -144,7 +145,7 @@ TEST_F(RecordViewerTest, DamagedRecordsAreToldApartFromAbsentOnes) {
    content << std::ifstream(path).rdbuf();
    String bytes = content.str();
    const U64 octets = 4000;
-   const std::size_t at = bytes.find(String(reinterpret_cast<const char*>(&octets), sizeof octets));
+   const std::size_t at = bytes.rfind(String(reinterpret_cast<const char*>(&octets), sizeof octets));
    ASSERT_NE(at, String::npos);
    bytes[at] = static_cast<char>(bytes[at] ^ 1);
    std::ofstream(path) << bytes;
