@@ -1,8 +1,11 @@
-// Keeps a traffic-manager poller's times.
+// Reads a pipe's traffic-manager counters of one type, again and again.
 #include "PipeTmCounterSm.h"
 
+#include "SdkStatus.h"
+#include "ZelCounters.h"
 #include "ZelCountersTrace.h"
 #include "kiln/Time.h"
+#include "sdk/bf_tm.h"
 
 namespace ZelCounter {
 
@@ -17,6 +20,14 @@ void PipeTmCounterSm::scheduleClock() {
 void PipeTmCounterSm::handlePollingClock() {
    KILN_TRACE(5,
               "PipeTmCounterSm::handlePollingClock, pipe: " << key_.pipe << ", type: " << key_.counterType);
+   bf_tm_pipe_counter_t counter{};
+   const bf_status_t status = bf_tm_pipe_counter_get(parent()->deviceId(), static_cast<U16>(physicalPipe()),
+                                                     key_.counterType, &counter);
+   if (status != BF_SUCCESS) {
+      KILN_TRACE(4, "Error " << status << " (" << sdkStatusText(status) << ") requesting counters for pipe "
+                             << key_.pipe << ", traffic-manager type " << key_.counterType);
+   }
+   parent()->tmCounterIs(key_, status, counter);
    scheduleClock();
 }
 

@@ -20,8 +20,8 @@ struct PipeTmCounterKey {
    }
 };
 
-// Owned by the chip's counters object. Activity thread. It keeps the polling times; the counters themselves
-// are not read yet.
+// Owned by the chip's counters object. Activity thread. A read that fails leaves what was read before, and is
+// kept with it.
 class PipeTmCounterSm : public Kiln::Entity {
  public:
    // The parent owns this and is not counted.

@@ -4,10 +4,12 @@
 #include "CliPortDropData.h"
 #include "IntfQueueCounters.h"
 #include "PipeTmCounterSm.h"
+#include "TableView.h"
 #include "ZelCountersTypes.h"
 #include "kiln/Accessors.h"
 #include "kiln/TextOutput.h"
 #include "sdk/bf_port.h"
+#include "sdk/bf_tm.h"
 #include "vex/SharedTables.h"
 #include "vex/VexCommonSmData.h"
 #include "vex/VexCountersSm.h"
@@ -19,6 +21,9 @@
 #include "zl/ZlPd.h"
 #include "zl/ZlResourceInfo.h"
 
+#include <functional>
+#include <optional>
+
 namespace ZelCounter {
 
 class HwTableCountersSm;
@@ -29,9 +34,9 @@ class ZelCountersSm;
 // or in an SDK callback that took it.
 //
 // Show and clear operations write to the descriptor that they are given and do not own; they never block on
-// more than it does, and an output that takes no more ends them early. Every MAC show operation of a chip
-// whose construction is not complete writes "Agent not initialized yet"; the others leave that to the
-// command layer.
+// more than it does, and an output that takes no more ends them early. Of a chip whose construction is not
+// complete they write "Agent not initialized yet"; the table and PDP operations leave that to the command
+// layer.
 //
 // A chip without a resource-info service counts ports only: it has no counter tables and no table pollers.
 class ZelCounters : public Kiln::Entity {
@@ -141,6 +146,45 @@ class ZelCounters : public Kiln::Entity {
    // Moves the clear snapshot of every interface to what was fetched last; the hardware keeps its counts.
    void clearAllPdpIntfCounters(U32 fd);
 
+   // Everything: the views below in one fixed order, and the clears in another. PDP class counters are as
+   // fetched last.
+   void showCounters(U32 fd, bool nonZeroOnly);
+   void clearCounters(U32 fd);
+
+   // The views below come as rows, which the show operations print. Counts are those since the last clear; a
+   // clear moves the view's own snapshot and never the hardware. What can't be read is a note of the view, and
+   // its counts are shown as last read. Without a pipe, every pipe; one that is given exists.
+
+   // Packets through each stage of the pipes, by number as pipelineStages() has them (assertion), read as they
+   // are asked for.
+   static std::span<const char* const> pipelineStages();
+   TableView pipelineView(std::optional<U32> stage, std::optional<U16> pipe, bool nonZeroOnly);
+   void showAllPipelineCounters(U32 fd, bool nonZeroOnly, std::optional<U16> pipe = {});
+   void showPipelineCounters(U32 fd, U32 stage, bool nonZeroOnly, std::optional<U16> pipe = {});
+   void clearAllPipelineCounters(U32 fd);
+
+   // Drops by port and reason, from the SDK's software copy, which is at most one sync pass old. An empty
+   // interface stands for all of the chip's.
+   TableView dropView(const Pelt::IntfId& intf, bool nonZeroOnly);
+   void showAllDropCounters(U32 fd, bool nonZeroOnly);
+   void showDropCounters(U32 fd, const Pelt::IntfId& intf, bool nonZeroOnly);
+   void clearAllDropCounters(U32 fd);
+
+   // Drops by match-action stage and deparser. They are shown, and cleared, as fetched last. An interface stands
+   // for its pipe, whose ports share them.
+   void fetchAllMauDropCounters();
+   TableView mauDropView(const Pelt::IntfId& intf, std::optional<U16> pipe, bool nonZeroOnly);
+   void showAllMauDropCounters(U32 fd, bool nonZeroOnly, std::optional<U16> pipe = {});
+   void showMauDropCounters(U32 fd, const Pelt::IntfId& intf, bool nonZeroOnly);
+   void clearAllMauDropCounters(U32 fd);
+
+   // The traffic manager's counters, as polled last.
+   TableView tmView(std::optional<U16> pipe, bool nonZeroOnly);
+   void showAllTmCounters(U32 fd, bool nonZeroOnly, std::optional<U16> pipe = {});
+   void clearAllTmCounters(U32 fd);
+   // A poller has read one, or failed to.
+   void tmCounterIs(const PipeTmCounterKey& key, bf_status_t status, const bf_tm_pipe_counter_t& read);
+
    // As fetched last, and as at the last clear, by interface.
    KILN_HASH_MAP(Pelt::IntfId, Kiln::Ptr<ZelQos::PdpIntfCounter>, pdpCountersLast)
    KILN_HASH_MAP(Pelt::IntfId, Kiln::Ptr<ZelQos::PdpIntfCounter>, pdpCountersClear)
@@ -209,8 +253,15 @@ class ZelCounters : public Kiln::Entity {
       U64 value;
    };
 
+   // A port whose drops are shown.
+   struct DropPort {
+      Pelt::IntfId intf;
+      U16 devicePort;
+   };
+
    static bool fakeCounter(FakeCounter* fake);
    bool isPolled(const Pelt::IntfId& intf, const ZelSystem::PortRecord& record) const;
+   void refreshOwnPorts();
    void requestPort(const Pelt::IntfId& intf, U16 devicePort);
    void fakePort(const FakeCounter& fake, U16 devicePort);
    bool echo() const;
@@ -234,7 +285,25 @@ class ZelCounters : public Kiln::Entity {
                      bool footer);
    bool isProtected(const ZlResourceInfo::ZlTableCounter& info) const;
 
+   void showView(U32 fd, const std::function<TableView()>& view) const;
+   void clearWith(U32 fd, const std::function<void()>& clear) const;
+   Kiln::String readPipelineStage(U32 pipe, U32 stage);
+   void resetTmCounters();
+   std::vector<DropPort> dropPorts(const Pelt::IntfId& intf) const;
+   Kiln::String dropTableError(ZlDrop::Point point, const ZlResourceInfo::ZlTableCounter** info) const;
+   Kiln::String readPortDrops(ZlDrop::Point point, const ZlResourceInfo::ZlTableCounter& info,
+                              std::span<const DropPort> ports);
+   std::vector<Kiln::String> readDrops(std::span<const DropPort> ports);
+   void dropTableWritten(const ZlResourceInfo::ZlTableCounter& info, ZelId::ZelPipeId pipe);
+
    Context context_;
+   // This chip's part of the port table, in its order, as of the version.
+   std::vector<std::pair<Pelt::IntfId, ZelSystem::PortRecord>> ownPorts_;
+   U64 ownPortsVersion_ = 0;
+   ClearableCounts pipelineCounts_;
+   ClearableCounts mauDropCounts_;
+   bool mauDropsFetched_ = false;
+   std::vector<Kiln::String> mauDropErrors_; // of the last fetch
    Kiln::Ptr<ZelCountersSm> zelCountersSm_;
    Kiln::Ptr<HwTableCountersSm> hwTableCountersSm_;
    Kiln::HashMap<U16, Kiln::Ptr<PipeIntfQueueCounterSm>> pipeIntfQueueCounterSm_;

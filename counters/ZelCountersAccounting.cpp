@@ -5,6 +5,8 @@
 #include "kiln/RingLog.h"
 
 #include <array>
+#include <span>
+#include <utility>
 
 namespace ZelCounter {
 
@@ -39,22 +41,37 @@ Step errorStep(U64 oldValue, U64 newValue) {
    return to < from || to - from >= wrapWindow ? Step::upset : Step::normal;
 }
 
-EthIntfStatistics toStatistics(const IntfCounters& raw) {
-   EthIntfStatistics body{};
-   constexpr std::size_t perPriority = offsetof(EthIntfStatistics, inPfcFrames) / sizeof(U64);
-   for (std::size_t i = 0; i < perPriority; ++i) {
-      const auto index = static_cast<std::size_t>(Interface::ethIntfFields[i].rmonIndex);
-      Interface::wordIs(body, i, raw.counters(index));
-   }
+constexpr std::size_t perPort = offsetof(EthIntfStatistics, inPfcFrames) / sizeof(U64);
+
+// An index beyond the snapshot reads 0.
+struct RawCounters {
+   U64 operator[](std::size_t index) const { return index < values.size() ? values[index] : 0; }
+   std::span<const U64> values;
+};
+
+// The fields before the per-priority blocks, each from its counter: written out at compile time, since every
+// port goes through here on every pass.
+template <std::size_t... field>
+void fillPerPort(EthIntfStatistics& body, RawCounters raw, std::index_sequence<field...>) {
+   (Interface::wordIs(body, field, raw[static_cast<std::size_t>(Interface::ethIntfFields[field].rmonIndex)]),
+    ...);
+}
+
+void fillPerPriority(EthIntfStatistics& body, RawCounters raw) {
    for (unsigned priority = 0; priority <= Dot1pIndex::max; ++priority) {
-      body.inPfcFrames.countIs(Dot1pIndex(priority),
-                               raw.counters(BF_RMON_PFC_FRAMES_RECEIVED_PRIORITY_0 + priority));
+      body.inPfcFrames.countIs(Dot1pIndex(priority), raw[BF_RMON_PFC_FRAMES_RECEIVED_PRIORITY_0 + priority]);
    }
    for (unsigned priority = 0; priority <= Dot1pIndex::max; ++priority) {
       body.outPfcFrames.countIs(Dot1pIndex(priority),
-                                raw.counters(BF_RMON_PFC_FRAMES_TRANSMITTED_PRIORITY_0 + priority));
+                                raw[BF_RMON_PFC_FRAMES_TRANSMITTED_PRIORITY_0 + priority]);
    }
-   return body;
+}
+
+void fill(EthIntfStatistics& body, RawCounters raw) {
+   fillPerPort(body, raw, std::make_index_sequence<perPort>{});
+   fillPerPriority(body, raw);
+   body.outQueuePkts = {};
+   body.outQueueDiscards = {};
 }
 
 } // namespace
@@ -67,7 +84,7 @@ void ZelCounters::getMacCounters(const Pelt::IntfId& intf, const Kiln::Ptr<VexTy
    if (last == nullptr) {
       return;
    }
-   record->statisticsIs(toStatistics(**last));
+   fill(record->refill(), {(*last)->counters()});
    checkMacCountersOverflow(intf, record, previous);
 }
 
@@ -77,12 +94,12 @@ void ZelCounters::checkMacCountersOverflow(const Pelt::IntfId& intf,
    bool wrapSeen = false;
    bool seuSeen = false;
    const EthIntfStatistics& reading = record->statistics();
-   EthIntfStatistics vetted = previous->statistics();
    for (std::size_t i = 0; i < EthIntfStatistics::fieldCount; ++i) {
       const U64 newValue = Interface::word(reading, i);
-      const U64 oldValue = Interface::word(vetted, i);
-      if (newValue == oldValue) {
-         continue;
+      const U64 oldValue = Interface::word(previous->statistics(), i);
+      const bool isPositive = static_cast<S64>(newValue) >= 0;
+      if (isPositive && newValue >= oldValue && newValue - oldValue < wrapWindow) {
+         continue; // normal in either group
       }
       const bool isTraffic = Interface::ethIntfFields[i].group == FieldGroup::wrapChecked;
       const Step step = isTraffic ? trafficStep(oldValue, newValue) : errorStep(oldValue, newValue);
@@ -91,13 +108,12 @@ void ZelCounters::checkMacCountersOverflow(const Pelt::IntfId& intf,
          wrapSeen = true;
       } else if (step == Step::upset) {
          seuCountInc(1);
-         Interface::wordIs(vetted, i, newValue);
+         previous->absorb(i, newValue);
          seuSeen = true;
       }
    }
    if (seuSeen) {
       KILN_RINGLOG_TRACE(4, "SEU error detected in counter of " << intf);
-      previous->statisticsIs(vetted);
    }
    if (wrapSeen) {
       KILN_RINGLOG_TRACE(4, "Counter overflow detected for " << intf);

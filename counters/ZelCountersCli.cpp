@@ -2,6 +2,7 @@
 #include "ZelCountersCli.h"
 
 #include "ZelCountersMgrCli.h"
+#include "kiln/Choices.h"
 
 #include <algorithm>
 #include <array>
@@ -10,8 +11,8 @@ namespace ZelCounter {
 
 namespace {
 
-// An interface has to be named; a table may be.
-enum class Operand : U8 { none, interface, table };
+// An interface or a stage has to be named; a table may be.
+enum class Operand : U8 { none, interface, table, stage };
 
 enum Takes : U8 { nothing = 0, nonZero = 1, pipe = 2 };
 
@@ -84,13 +85,113 @@ void clearTable(ZelCounters& chip, U32 fd, const ChipArguments& arguments) {
    }
 }
 
+void showPdpIntf(ZelCounters& chip, U32 fd, const ChipArguments& arguments) {
+   chip.fetchPdpCounters();
+   if (chip.pdpCountersFetched() && !chip.pdpCountersLast().contains(arguments.intf)) {
+      Kiln::TextOutput(static_cast<int>(fd))
+           .write("No PDP counters of interface " + arguments.intf.text() + ": its port has none\n");
+      return;
+   }
+   chip.showPdpIntfCounters(fd, arguments.intf, false, arguments.nonZeroOnly, true);
+}
+
+void showPdp(ZelCounters& chip, U32 fd, const ChipArguments& arguments) {
+   chip.fetchPdpCounters();
+   chip.showAllPdpIntfCounters(fd, arguments.nonZeroOnly);
+}
+
+void clearPdp(ZelCounters& chip, U32 fd, const ChipArguments& /*arguments*/) {
+   chip.fetchPdpCounters();
+   chip.clearAllPdpIntfCounters(fd);
+}
+
+void showPipelineStage(ZelCounters& chip, U32 fd, const ChipArguments& arguments) {
+   chip.showPipelineCounters(fd, arguments.stage, arguments.nonZeroOnly, arguments.pipe);
+}
+
+void showPipeline(ZelCounters& chip, U32 fd, const ChipArguments& arguments) {
+   chip.showAllPipelineCounters(fd, arguments.nonZeroOnly, arguments.pipe);
+}
+
+void clearPipeline(ZelCounters& chip, U32 fd, const ChipArguments& /*arguments*/) {
+   chip.clearAllPipelineCounters(fd);
+}
+
+void showDropInterface(ZelCounters& chip, U32 fd, const ChipArguments& arguments) {
+   chip.showDropCounters(fd, arguments.intf, arguments.nonZeroOnly);
+}
+
+void showDrop(ZelCounters& chip, U32 fd, const ChipArguments& arguments) {
+   chip.showAllDropCounters(fd, arguments.nonZeroOnly);
+}
+
+void clearDrop(ZelCounters& chip, U32 fd, const ChipArguments& /*arguments*/) {
+   chip.clearAllDropCounters(fd);
+}
+
+void showMauDropIntf(ZelCounters& chip, U32 fd, const ChipArguments& arguments) {
+   chip.fetchAllMauDropCounters();
+   chip.showMauDropCounters(fd, arguments.intf, arguments.nonZeroOnly);
+}
+
+void showMauDrop(ZelCounters& chip, U32 fd, const ChipArguments& arguments) {
+   chip.fetchAllMauDropCounters();
+   chip.showAllMauDropCounters(fd, arguments.nonZeroOnly, arguments.pipe);
+}
+
+void clearMauDrop(ZelCounters& chip, U32 fd, const ChipArguments& /*arguments*/) {
+   chip.fetchAllMauDropCounters();
+   chip.clearAllMauDropCounters(fd);
+}
+
+void showTm(ZelCounters& chip, U32 fd, const ChipArguments& arguments) {
+   chip.showAllTmCounters(fd, arguments.nonZeroOnly, arguments.pipe);
+}
+
+void clearTm(ZelCounters& chip, U32 fd, const ChipArguments& /*arguments*/) {
+   chip.clearAllTmCounters(fd);
+}
+
+// A chip without counter tables has no PDP counters to fetch.
+void fetchPdpWherePresent(ZelCounters& chip) {
+   if (chip.zlResourceInfoIntf()) {
+      chip.fetchPdpCounters();
+   }
+}
+
+void showAll(ZelCounters& chip, U32 fd, const ChipArguments& arguments) {
+   fetchPdpWherePresent(chip);
+   chip.showCounters(fd, arguments.nonZeroOnly);
+}
+
+void clearAll(ZelCounters& chip, U32 fd, const ChipArguments& /*arguments*/) {
+   fetchPdpWherePresent(chip);
+   chip.clearCounters(fd);
+}
+
 constexpr std::array rows{
      Row{"show info", Operand::none, nothing, true, showInfo},
      Row{"show table", Operand::table, nonZero | pipe, true, showTable},
      Row{"show mac intf", Operand::interface, nonZero, false, showMacIntf},
      Row{"show mac", Operand::none, nonZero, false, showMac},
+     Row{"show pdp intf", Operand::interface, nonZero, true, showPdpIntf},
+     Row{"show pdp", Operand::none, nonZero, true, showPdp},
+     Row{"show pipeline stage", Operand::stage, nonZero | pipe, false, showPipelineStage},
+     Row{"show pipeline", Operand::none, nonZero | pipe, false, showPipeline},
+     Row{"show drop interface", Operand::interface, nonZero, false, showDropInterface},
+     Row{"show drop", Operand::none, nonZero, false, showDrop},
+     Row{"show mau-deparser-drop intf", Operand::interface, nonZero, false, showMauDropIntf},
+     Row{"show mau-deparser-drop", Operand::none, nonZero | pipe, false, showMauDrop},
+     Row{"show traffic-manager", Operand::none, nonZero | pipe, false, showTm},
+     Row{"show", Operand::none, nonZero, false, showAll},
      Row{"clear table", Operand::table, pipe, true, clearTable},
      Row{"clear mac", Operand::none, nothing, false, clearMac},
+     Row{"clear pdp", Operand::none, nothing, true, clearPdp},
+     Row{"clear traffic-manager", Operand::none, nothing, false, clearTm},
+     Row{"clear pipeline", Operand::none, nothing, false, clearPipeline},
+     Row{"clear drop", Operand::none, nothing, false, clearDrop},
+     Row{"clear mau-deparser-drop", Operand::none, nothing, false, clearMauDrop},
+     Row{"clear", Operand::none, nothing, false, clearAll},
 };
 
 constexpr std::string_view chipKeyword = "chip";
@@ -142,7 +243,7 @@ class Parser {
       for (std::size_t i = 0; i < at_; ++i) {
          all += (all.empty() ? "" : " ") + words_[i];
       }
-      return all.empty() ? "" : " after " + quoted(all);
+      return all.empty() ? "" : " after " + Kiln::quoted(all);
    }
 
    // The one of the choices that the next word is, or abbreviates; else empty, with the error. `mayEnd` adds
@@ -152,7 +253,7 @@ class Parser {
       if (mayEnd) {
          expectedHere.emplace_back("nothing more");
       }
-      const Kiln::String expected = choices(expectedHere);
+      const Kiln::String expected = Kiln::choices(expectedHere);
       if (atEnd()) {
          error_ = "the command is incomplete" + understood() + ": expected " + expected;
          return "";
@@ -172,8 +273,9 @@ class Parser {
          ++at_;
          return meant.front();
       }
-      error_ = meant.empty() ? "unexpected " + quoted(word) + understood() + ": expected " + expected
-                             : quoted(word) + " is ambiguous" + understood() + ": expected " + choices(meant);
+      error_ = meant.empty() ? "unexpected " + Kiln::quoted(word) + understood() + ": expected " + expected
+                             : Kiln::quoted(word) + " is ambiguous" + understood() + ": expected " +
+                                    Kiln::choices(meant);
       return "";
    }
 
@@ -261,6 +363,9 @@ class Parser {
       if (row.operand == Operand::table && !atEnd() && isTable(row)) {
          command_->table = words_[at_++];
       }
+      if (row.operand == Operand::stage) {
+         return parseStage();
+      }
       if (row.operand != Operand::interface) {
          return true;
       }
@@ -270,6 +375,13 @@ class Parser {
       }
       command_->intf = words_[at_++];
       return true;
+   }
+
+   bool parseStage() {
+      const auto names = ZelCounters::pipelineStages();
+      const Kiln::String chosen = choose(Words(names.begin(), names.end()), false);
+      command_->stage = static_cast<U32>(std::find(names.begin(), names.end(), chosen) - names.begin());
+      return !chosen.empty();
    }
 
    // A table may be left out, so that the next word may be an option instead: it is when it abbreviates one and
@@ -316,6 +428,9 @@ ZelCountersCli::ZelCountersCli(Kiln::Name name, Kiln::String commandType, ZelCou
      : AgentCommandCallback(name, std::move(commandType)), mgr_(mgr) {}
 
 Agent::CommandResult ZelCountersCli::command(const std::vector<Kiln::String>& words, int fd) {
+   if (mgr_ == nullptr) {
+      return {"nobody answers any more: try again when the agent is up"};
+   }
    const ZelCountersMgrCli mgrCli(mgr_);
    ZelCountersCommand command;
    const Kiln::String error = Parser(words, mgrCli).parse(&command);

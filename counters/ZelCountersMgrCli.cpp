@@ -2,67 +2,13 @@
 #include "ZelCountersMgrCli.h"
 
 #include "ZelCountersMgr.h"
+#include "kiln/Choices.h"
 #include "kiln/Numbers.h"
 
 #include <algorithm>
 #include <set>
-#include <strings.h>
 
 namespace ZelCounter {
-
-Kiln::String quoted(std::string_view word) {
-   constexpr std::size_t shown = 40;
-   Kiln::String text = "'" + Kiln::String(word.substr(0, shown));
-   return text + (word.size() > shown ? "...'" : "'");
-}
-
-Kiln::String choices(const std::vector<Kiln::String>& all) {
-   Kiln::String text;
-   for (std::size_t i = 0; i < all.size(); ++i) {
-      text += (i == 0 ? "" : i + 1 == all.size() ? " or " : ", ") + all[i];
-   }
-   return text;
-}
-
-namespace {
-
-// An interface's name as a stem and a number: "Ethernet3.100" is "Ethernet3." and 100.
-struct NumberedName {
-   explicit NumberedName(const Kiln::String& text) {
-      const std::size_t digits = text.find_last_not_of("0123456789") + 1;
-      stem = text.substr(0, digits);
-      isNumbered = text.size() > digits && text.size() - digits < 10;
-      number = isNumbered ? std::stoul(text.substr(digits)) : 0;
-   }
-   bool isFollowedBy(const NumberedName& next) const {
-      return isNumbered && next.isNumbered && stem == next.stem && number + 1 == next.number;
-   }
-   Kiln::String stem;
-   bool isNumbered = false;
-   unsigned long number = 0;
-};
-
-// Sorted names with neighbours drawn together: "Ethernet1 to Ethernet64, Internal1".
-Kiln::String summary(const std::vector<Pelt::IntfId>& sorted) {
-   constexpr std::size_t shown = 8;
-   std::vector<Kiln::String> ranges;
-   for (std::size_t i = 0; i < sorted.size();) {
-      std::size_t last = i;
-      while (last + 1 < sorted.size() &&
-             NumberedName(sorted[last].text()).isFollowedBy(NumberedName(sorted[last + 1].text()))) {
-         ++last;
-      }
-      ranges.push_back(last == i ? sorted[i].text() : sorted[i].text() + " to " + sorted[last].text());
-      i = last + 1;
-   }
-   if (ranges.size() > shown) {
-      ranges.resize(shown);
-      ranges.emplace_back("others");
-   }
-   return choices(ranges);
-}
-
-} // namespace
 
 ZelCountersMgrCli::Chips ZelCountersMgrCli::chipsInDeviceOrder() const {
    Chips chips;
@@ -79,7 +25,7 @@ Kiln::String ZelCountersMgrCli::chipChoices() const {
    for (const auto& chip : chipsInDeviceOrder()) {
       names.push_back(chip->chipName());
    }
-   return names.empty() ? "no chip yet, since none is up" : choices(names);
+   return names.empty() ? "no chip yet, since none is up" : Kiln::choices(names);
 }
 
 // The names that commands know: of ports, and of what still has a snapshot. In natural order.
@@ -108,7 +54,7 @@ ZelCountersMgrCli::Chips ZelCountersMgrCli::ownersOf(const Pelt::IntfId& intf) c
 
 Kiln::String ZelCountersMgrCli::selectChip(const Kiln::String& name, Chips* chips) const {
    std::erase_if(*chips, [&](const auto& chip) { return chip->chipName() != name; });
-   return chips->empty() ? "unknown chip " + quoted(name) + ": expected " + chipChoices() : "";
+   return chips->empty() ? "unknown chip " + Kiln::quoted(name) + ": expected " + chipChoices() : "";
 }
 
 Kiln::String ZelCountersMgrCli::selectInterface(const ZelCountersCommand& command, Chips* chips,
@@ -118,13 +64,11 @@ Kiln::String ZelCountersMgrCli::selectInterface(const ZelCountersCommand& comman
    const auto found = std::find_if(known.begin(), known.end(),
                                    [&](const Pelt::IntfId& one) { return one.text() == *command.intf; });
    if (found == known.end()) {
-      const auto near = std::find_if(known.begin(), known.end(), [&](const Pelt::IntfId& one) {
-         return strcasecmp(one.text().c_str(), command.intf->c_str()) == 0;
-      });
-      return "unknown interface " + quoted(*command.intf) + ": " +
-             (near != known.end() ? "did you mean " + near->text() + "?"
-              : known.empty()     ? "no interface is known yet"
-                                  : "expected " + summary(known));
+      std::vector<Kiln::String> names;
+      for (const Pelt::IntfId& one : known) {
+         names.push_back(one.text());
+      }
+      return Kiln::unknownInterface(*command.intf, names);
    }
    *intf = *found;
    const Chips owners = ownersOf(*intf);
@@ -178,20 +122,19 @@ Kiln::String resolveTable(const ZlResourceInfo::ZlResourceInfoIntf& catalogue, c
       return "";
    }
    if (!meant.empty()) {
-      return "table " + quoted(word) + " is ambiguous: expected " + choices(meant);
+      return "table " + Kiln::quoted(word) + " is ambiguous: expected " + Kiln::choices(meant);
    }
-   return "unknown table " + quoted(word) + ": expected an id below " + std::to_string(tables) +
+   return "unknown table " + Kiln::quoted(word) + ": expected an id below " + std::to_string(tables) +
           " or a name, as 'show info' lists them";
 }
 
 Kiln::String resolveOnChip(const ZelCounters& chip, const ZelCountersCommand& command,
                            ChipArguments* arguments) {
-   if (!chip.zlResourceInfoIntf()) {
+   if (command.needsTables && !chip.zlResourceInfoIntf()) {
       return "chip " + chip.chipName() + " has no counter tables";
    }
    if (command.table) {
-      const Kiln::String error =
-           resolveTable(*chip.zlResourceInfoIntf(), *command.table, &arguments->tableId);
+      Kiln::String error = resolveTable(*chip.zlResourceInfoIntf(), *command.table, &arguments->tableId);
       if (!error.empty()) {
          return error;
       }
@@ -199,7 +142,7 @@ Kiln::String resolveOnChip(const ZelCounters& chip, const ZelCountersCommand& co
    if (command.pipe) {
       arguments->pipe = Kiln::parseNumber<U16>(*command.pipe, 0, static_cast<U16>(chip.highestPipe()));
       if (!arguments->pipe) {
-         return "unknown pipe " + quoted(*command.pipe) + ": expected 0 to " +
+         return "unknown pipe " + Kiln::quoted(*command.pipe) + ": expected 0 to " +
                 std::to_string(chip.highestPipe());
       }
    }
@@ -210,8 +153,8 @@ Kiln::String resolveOnChip(const ZelCounters& chip, const ZelCountersCommand& co
 
 // Chips may run different programs: the command goes to those that have what it names, and is wrong only when
 // none has. Nothing is asked of the catalogue of a chip that is not initialized.
-Kiln::String ZelCountersMgrCli::selectTables(const ZelCountersCommand& command,
-                                             std::vector<Target>* targets) {
+Kiln::String ZelCountersMgrCli::selectOperands(const ZelCountersCommand& command,
+                                               std::vector<Target>* targets) {
    Kiln::String firstError;
    std::vector<Target> able;
    for (Target& target : *targets) {
@@ -231,6 +174,7 @@ Kiln::String ZelCountersMgrCli::selectTables(const ZelCountersCommand& command,
 Agent::CommandResult ZelCountersMgrCli::run(const ZelCountersCommand& command, int fd) const {
    Chips chips = chipsInDeviceOrder();
    ChipArguments arguments;
+   arguments.stage = command.stage;
    arguments.nonZeroOnly = command.nonZeroOnly;
    Kiln::String error;
    if (command.chip) {
@@ -243,8 +187,8 @@ Agent::CommandResult ZelCountersMgrCli::run(const ZelCountersCommand& command, i
    for (const auto& chip : chips) {
       targets.push_back({chip, arguments});
    }
-   if (error.empty() && command.needsTables) {
-      error = selectTables(command, &targets);
+   if (error.empty() && (command.needsTables || command.pipe)) {
+      error = selectOperands(command, &targets);
    }
    if (!error.empty()) {
       return {error};

@@ -15,6 +15,7 @@ struct ChipArguments {
    Pelt::IntfId intf;               // empty when the command names none
    std::optional<U32> tableId = {}; // one that the chip has; none: every table
    std::optional<U16> pipe = {};    // one that the chip has; none: every pipe
+   U32 stage = 0;                   // of the pipeline
    bool nonZeroOnly = false;
 };
 
@@ -28,6 +29,7 @@ struct ZelCountersCommand {
    std::optional<Kiln::String> intf;
    std::optional<Kiln::String> table; // id or name; none: every table
    std::optional<Kiln::String> pipe;  // none: every pipe
+   U32 stage = 0;                     // of the pipeline
    bool needsTables = false;          // the operation is about counter tables
    bool nonZeroOnly = false;
 };
@@ -61,15 +63,9 @@ class ZelCountersMgrCli {
    Kiln::String selectChip(const Kiln::String& name, Chips* chips) const;
    Kiln::String selectInterface(const ZelCountersCommand& command, Chips* chips, Pelt::IntfId* intf) const;
    Chips ownersOf(const Pelt::IntfId& intf) const;
-   static Kiln::String selectTables(const ZelCountersCommand& command, std::vector<Target>* targets);
+   static Kiln::String selectOperands(const ZelCountersCommand& command, std::vector<Target>* targets);
 
    const ZelCountersMgr* mgr_;
 };
-
-// A word of a command as errors show it: in quotes, a long one cut short.
-Kiln::String quoted(std::string_view word);
-
-// "a", "a or b", "a, b or c".
-Kiln::String choices(const std::vector<Kiln::String>& all);
 
 } // namespace ZelCounter

@@ -293,6 +293,7 @@ void ZelCounters::clearTableCounters(U32, U32 tableId, ZelId::ZelPipeId pipeId) 
       KILN_TRACE(8, "Counter: " << info->name << " skipping clear command");
       return;
    }
+   dropTableWritten(*info, pipeId);
    KILN_TRACE(8, "Counter: " << info->name << ", handle: " << info->tableHandle << ", size: " << info->size
                              << ", direct: " << info->direct << ", pkts/bytes: " << info->packets << "/"
                              << info->bytes);

@@ -14,24 +14,45 @@ namespace SoftChip {
 namespace {
 
 using Lock = std::lock_guard<std::recursive_mutex>;
+using ZlDrop::EgressReason;
+using ZlDrop::IngressReason;
+
+void checkVlan(U16 vlan) {
+   if (vlan < 1 || vlan > 4094) {
+      throw std::invalid_argument("no VLAN " + std::to_string(vlan) + ": expected 1 to 4094");
+   }
+}
 
 std::size_t rmonWords(const ChipConfig& config) {
    return std::size_t{config.pipes} * portsPerPipe * BF_NUM_RMON_COUNTERS;
 }
 
+// The parts of the hardware's words, in their order.
+struct Parts {
+   Parts(const ChipConfig& config, std::span<U64> hardware)
+        : rmon(hardware.first(rmonWords(config))),
+          queues(hardware.subspan(rmon.size(), TrafficManager::hardwareWords(config.pipes))),
+          path(hardware.subspan(rmon.size() + queues.size(), PathCounters::hardwareWords(config.pipes))),
+          tables(hardware.subspan(rmon.size() + queues.size() + path.size())) {}
+
+   std::span<U64> rmon;
+   std::span<U64> queues;
+   std::span<U64> path;
+   std::span<U64> tables;
+};
+
 } // namespace
 
 Chip::Chip(const ChipConfig& config, U64 serial, std::recursive_mutex& sdkLock, std::span<U64> hardware)
-     : config_(config), serial_(serial), sdkLock_(sdkLock), rmon_(hardware.first(rmonWords(config))),
+     : config_(config), serial_(serial), sdkLock_(sdkLock), rmon_(Parts(config, hardware).rmon),
        hasPort_(config.pipes * portsPerPipe), accessVlans_(hasPort_.size(), 1),
-       tables_(config.program, config.pipes,
-               hardware.subspan(rmon_.size() + TrafficManager::hardwareWords(config.pipes))),
-       pipeline_(tables_), l2Domains_(tables_),
-       trafficManager_(config.pipes,
-                       hardware.subspan(rmon_.size(), TrafficManager::hardwareWords(config.pipes))) {}
+       tables_(config.program, config.pipes, Parts(config, hardware).tables), pipeline_(tables_),
+       path_(Parts(config, hardware).path), drops_(tables_, path_), rules_(hasPort_.size()),
+       l2Domains_(tables_), trafficManager_(config.pipes, Parts(config, hardware).queues) {}
 
 std::size_t Chip::hardwareWords(const ChipConfig& config) {
    return rmonWords(config) + TrafficManager::hardwareWords(config.pipes) +
+          PathCounters::hardwareWords(config.pipes) +
           PipeManager::hardwareWords(*config.program, config.pipes);
 }
 
@@ -96,58 +117,132 @@ bool Chip::receive(U16 devicePort, const FrameInfo& frame, U64 repeat) {
       return false;
    }
    countReceived(frame, rmonOf(devicePort), repeat);
-   // The MAC drops a bad frame and consumes its own control frames.
-   if (frame.fcsError || frame.macControl.present) {
+   const unsigned pipe = devicePort / slotsPerPipe;
+   if (frame.fcsError) {
+      drops_.ingress(devicePort, IngressReason::badFcs, repeat);
       return true;
    }
+   if (frame.macControl.present) {
+      path_.count(pipe, BF_PIPE_PATH_PORT_RX, repeat, 0, 0); // the MAC's own
+      return true;
+   }
+   path_.passed(pipe, BF_PIPE_PATH_PORT_RX, repeat);
+   path_.passed(pipe, BF_PIPE_PATH_PARSER, repeat);
    const U16 vlan = frame.outerTag.vlanId != 0 ? frame.outerTag.vlanId : accessVlans_[placeOf(devicePort)];
-   const U64 length = frame.wireLength > fcsOctets ? frame.wireLength - fcsOctets : 0;
-   const L2Domain domain = l2Domains_.domainOf(frame, vlan);
-   const PassingFrames passing{frame, repeat, length, domain.vlan, domain.decapType, domain.snatHit};
-   l2Domains_.ingress(passing, devicePort / slotsPerPipe);
-   now_ = Kiln::System::currentTime();
-   if (pipeline_.ingress(passing, devicePort / slotsPerPipe, devicePort % slotsPerPipe)) {
-      forward(devicePort, passing);
+   std::optional<IngressReason> reason = portVerdict(devicePort, frame, vlan);
+   if (!reason) {
+      const U64 length = frame.wireLength > fcsOctets ? frame.wireLength - fcsOctets : 0;
+      const L2Domain domain = l2Domains_.domainOf(frame, vlan);
+      const PassingFrames passing{frame, repeat, length, domain.vlan, domain.decapType, domain.snatHit};
+      l2Domains_.ingress(passing, pipe);
+      now_ = Kiln::System::currentTime();
+      reason = pipeline_.ingress(passing, pipe, devicePort % slotsPerPipe);
+      if (!reason) {
+         forward(devicePort, passing);
+      }
+   }
+   if (reason) {
+      drops_.ingress(devicePort, *reason, repeat);
    }
    return true;
 }
 
-// As a learning bridge does: to the port behind which the address was last seen, to none when that is the
-// port that it came from, to all others when it is unknown or a group.
-void Chip::forward(U16 devicePort, const PassingFrames& passing) {
-   const FrameInfo& frame = passing.frame;
-   if (destinationKind(frame.sourceMac) == Destination::unicast) {
-      macTable_.learn(frame.sourceMac, devicePort);
+std::optional<IngressReason> Chip::portVerdict(U16 devicePort, const FrameInfo& frame, U16 vlan) const {
+   if (vlan >= PortRules::vlanLimit - 1) {
+      return IngressReason::vlanInvalid;
    }
-   const U16 known =
-        frame.destination == Destination::unicast ? macTable_.portOf(frame.destinationMac) : MacTable::none;
-   if (known != MacTable::none) {
-      if (known != devicePort) {
-         transmit(known, passing);
-      }
-      return;
+   if (!rules_.vlanAllowed(placeOf(devicePort), vlan)) {
+      return IngressReason::vlanNotAllowed;
    }
-   for (const U16 port : ports_) {
-      if (port != devicePort) {
-         transmit(port, passing);
-      }
-   }
+   return destinationKind(frame.sourceMac) != Destination::unicast ? std::optional(IngressReason::groupSource)
+                                                                   : std::nullopt;
 }
 
-void Chip::transmit(U16 devicePort, const PassingFrames& offered) {
-   const unsigned slot = devicePort % slotsPerPipe;
-   const unsigned queue = queueOf(offered.frame, slot);
-   const U64 sent =
-        trafficManager_.send(placeOf(devicePort), queue, offered.packets, offered.octetsEach, now_);
-   if (sent == 0) {
+// As a learning bridge does: to the port behind which the address was last seen, to none when that is the
+// port that it came from, to all others of the VLAN when it is unknown or a group.
+void Chip::forward(U16 devicePort, const PassingFrames& passing) {
+   const FrameInfo& frame = passing.frame;
+   macTable_.learn(frame.sourceMac, devicePort);
+   const bool unicast = frame.destination == Destination::unicast;
+   const U16 known = unicast ? macTable_.portOf(frame.destinationMac) : MacTable::none;
+   std::optional<IngressReason> reason;
+   Progress furthest;
+   if (known != MacTable::none) {
+      if (known == devicePort) {
+         reason = IngressReason::samePort;
+      } else {
+         furthest = transmit(devicePort, known, passing, false);
+      }
+   } else if (unicast && !rules_.floods(placeOf(devicePort))) {
+      reason = IngressReason::unknownUnicast;
+   } else if (flood(devicePort, passing, &furthest) == 0) {
+      reason = IngressReason::noEgressPort;
+   }
+   if (reason) {
+      drops_.ingress(devicePort, *reason, passing.packets);
       return;
    }
+   const unsigned pipe = devicePort / slotsPerPipe;
+   path_.passed(pipe, BF_PIPE_PATH_INGRESS, passing.packets);
+   path_.passed(pipe, BF_PIPE_PATH_INGRESS_DEPARSER, passing.packets);
+   path_.count(pipe, BF_PIPE_PATH_TRAFFIC_MANAGER, passing.packets, 0, 0);
+   trafficManager_.accept(pipe, passing.packets, passing.octetsEach);
+   drops_.lost(devicePort, ZlDrop::FinalReason::queue, passing.packets - furthest.throughQueue);
+   drops_.lost(devicePort, ZlDrop::FinalReason::egress, furthest.throughQueue - furthest.left);
+}
+
+// To how many ports. Of frames alike the first ones get in, so that the furthest of two copies of one stand
+// for it.
+U64 Chip::flood(U16 devicePort, const PassingFrames& passing, Progress* furthest) {
+   U64 copies = 0;
+   for (const U16 port : ports_) {
+      if (port != devicePort && rules_.vlanAllowed(placeOf(port), passing.vlan)) {
+         const Progress one = transmit(devicePort, port, passing, true);
+         furthest->throughQueue = std::max(furthest->throughQueue, one.throughQueue);
+         furthest->left = std::max(furthest->left, one.left);
+         ++copies;
+      }
+   }
+   return copies;
+}
+
+Chip::Progress Chip::transmit(U16 from, U16 devicePort, const PassingFrames& offered, bool replicated) {
+   const unsigned pipe = devicePort / slotsPerPipe;
+   const unsigned queue = queueOf(offered.frame, devicePort % slotsPerPipe);
+   const U64 sent = trafficManager_.send(
+        {placeOf(from), placeOf(devicePort), queue, offered.packets, offered.octetsEach, replicated}, now_);
+   if (sent < offered.packets) {
+      drops_.egress(devicePort, EgressReason::queueCongested, offered.packets - sent);
+   }
+   if (sent == 0) {
+      return {};
+   }
+   path_.count(pipe, BF_PIPE_PATH_TRAFFIC_MANAGER, 0, sent, 0);
    PassingFrames passing = offered;
    passing.packets = sent;
-   if (pipeline_.egress(passing, devicePort / slotsPerPipe, slot, queue)) {
-      l2Domains_.egress(passing, devicePort / slotsPerPipe);
-      countTransmitted(passing.frame, rmonOf(devicePort), sent);
+   if (const auto reason = egress(devicePort, passing, queue)) {
+      drops_.egress(devicePort, *reason, sent);
+      return {sent, 0};
    }
+   path_.passed(pipe, BF_PIPE_PATH_EGRESS, sent);
+   path_.passed(pipe, BF_PIPE_PATH_EGRESS_DEPARSER, sent);
+   path_.passed(pipe, BF_PIPE_PATH_PORT_TX, sent);
+   l2Domains_.egress(passing, pipe);
+   countTransmitted(passing.frame, rmonOf(devicePort), sent);
+   return {sent, sent};
+}
+
+std::optional<EgressReason> Chip::egress(U16 devicePort, const PassingFrames& passing, unsigned queue) {
+   const std::size_t place = placeOf(devicePort);
+   const auto denied = pipeline_.egress(passing, devicePort / slotsPerPipe, devicePort % slotsPerPipe, queue);
+   if (!rules_.vlanAllowed(place, passing.vlan)) {
+      return EgressReason::vlanNotAllowed;
+   }
+   if (denied) {
+      return denied;
+   }
+   return passing.frame.wireLength > rules_.mtu(place) ? std::optional(EgressReason::mtuExceeded)
+                                                       : std::nullopt;
 }
 
 std::size_t Chip::portPlace(U16 devicePort) const {
@@ -197,10 +292,27 @@ void Chip::rmonStuckIs(U16 devicePort, unsigned index, bool stuck) {
 
 void Chip::accessVlanIs(U16 devicePort, U16 vlan) {
    const Lock lock(sdkLock_);
-   if (vlan < 1 || vlan > 4094) {
-      throw std::invalid_argument("no VLAN " + std::to_string(vlan) + ": expected 1 to 4094");
-   }
+   checkVlan(vlan);
    accessVlans_[portPlace(devicePort)] = vlan;
+}
+
+void Chip::vlanAllowedIs(U16 devicePort, U16 vlan, bool allowed) {
+   const Lock lock(sdkLock_);
+   checkVlan(vlan);
+   rules_.vlanAllowedIs(portPlace(devicePort), vlan, allowed);
+}
+
+void Chip::mtuIs(U16 devicePort, U32 octets) {
+   const Lock lock(sdkLock_);
+   if (octets < 64) {
+      throw std::invalid_argument("no MTU of " + std::to_string(octets) + ": expected 64 octets or more");
+   }
+   rules_.mtuIs(portPlace(devicePort), octets);
+}
+
+void Chip::floodsIs(U16 devicePort, bool floods) {
+   const Lock lock(sdkLock_);
+   rules_.floodsIs(portPlace(devicePort), floods);
 }
 
 void Chip::queueIs(U16 devicePort, unsigned queue, const CounterValue& sent, U64 drops) {
@@ -315,7 +427,7 @@ int Chip::checkPort(int devicePort) const {
    if (devicePort < 0 || !isPlace(static_cast<unsigned>(devicePort))) {
       return statusInvalidArguments;
    }
-   return hasPort(static_cast<U16>(devicePort)) ? statusOk : statusObjectNotFound;
+   return hasPort_[placeOf(static_cast<U16>(devicePort))] ? statusOk : statusObjectNotFound;
 }
 
 int Chip::readDrops(U16 pipe, int devicePort, U32 queue, U64* drops) {
@@ -331,8 +443,41 @@ int Chip::readDrops(U16 pipe, int devicePort, U32 queue, U64* drops) {
    return statusOk;
 }
 
+int Chip::readTm(U16 pipe, U32 type, bf_tm_pipe_counter_t* counter) const {
+   const auto value =
+        pipe < pipes() ? trafficManager_.counter(pipe, type, Kiln::System::currentTime()) : std::nullopt;
+   if (!value) {
+      return statusInvalidArguments;
+   }
+   *counter = *value;
+   return statusOk;
+}
+
+int Chip::readPath(U16 pipe, U32 stage, bf_pipe_path_count_t* count) const {
+   if (pipe >= pipes() || stage >= BF_PIPE_PATH_STAGES) {
+      return statusInvalidArguments;
+   }
+   *count = path_.stage(pipe, stage);
+   return statusOk;
+}
+
+int Chip::readMauDrops(U16 pipe, U32 stage, U64* drops) {
+   if (pipe >= pipes() || stage >= BF_PIPE_MAU_STAGES) {
+      return statusInvalidArguments;
+   }
+   *drops = path_.mauDrops(pipe, stage);
+   return statusOk;
+}
+
+int Chip::readDeparserDrops(U16 pipe, U32 direction, U64* drops) {
+   if (pipe >= pipes() || direction >= BF_PIPE_DIRECTIONS) {
+      return statusInvalidArguments;
+   }
+   *drops = path_.deparserDrops(pipe, direction);
+   return statusOk;
+}
+
 void Chip::readMac(U16 devicePort, bf_rmon_counter_array_t& into) const {
-   const Lock lock(sdkLock_);
    std::copy_n(rmonOf(devicePort), BF_NUM_RMON_COUNTERS, into);
    for (const StuckCounter& counter : stuck_) {
       if (counter.devicePort == devicePort) {

@@ -1,11 +1,13 @@
 // One software switching chip: ports that frames arrive at and leave from, and the hardware that counts them.
 #pragma once
 
+#include "DropCounts.h"
 #include "Frame.h"
 #include "L2DomainCount.h"
 #include "MacTable.h"
 #include "PipeManager.h"
 #include "Pipeline.h"
+#include "PortRules.h"
 #include "TrafficManager.h"
 #include "kiln/Types.h"
 #include "sdk/bf_rmon.h"
@@ -66,6 +68,12 @@ class Chip {
 
    // Untagged and priority-tagged frames that arrive at the port are in this VLAN; 1 at first.
    void accessVlanIs(U16 devicePort, U16 vlan);
+   // Whether frames of the VLAN may come in at the port, and leave by it; all may at first.
+   void vlanAllowedIs(U16 devicePort, U16 vlan, bool allowed);
+   // The longest frame that may leave by the port, FCS included, from 64 octets upward; any at first.
+   void mtuIs(U16 devicePort, U32 octets);
+   // Whether frames that come in at the port for an unknown station go to all others; they do at first.
+   void floodsIs(U16 devicePort, bool floods);
    // Frames of a VXLAN are decapsulated into a VLAN; frames from a prefix hit a source-NAT rule.
    void vniIs(U32 vni, U16 vlan);
    void snatAdd(const Kiln::String& prefix);
@@ -93,6 +101,10 @@ class Chip {
    PipeManager& tables() { return tables_; }
    int checkPort(int devicePort) const;
    int readDrops(U16 pipe, int devicePort, U32 queue, U64* drops);
+   int readTm(U16 pipe, U32 type, bf_tm_pipe_counter_t* counter) const;
+   int readPath(U16 pipe, U32 stage, bf_pipe_path_count_t* count) const;
+   int readMauDrops(U16 pipe, U32 stage, U64* drops);
+   int readDeparserDrops(U16 pipe, U32 direction, U64* drops);
    void readMac(U16 devicePort, bf_rmon_counter_array_t& into) const;
 
  private:
@@ -110,8 +122,18 @@ class Chip {
    CounterTable& counterTable(const Kiln::String& table) const;
    U32 matchHandle(const Kiln::String& table) const;
    void checkEntry(const CounterTable& table, U16 pipe, U32 index) const;
+
+   // How far copies of the same frames got: how many went through a queue, and how many left.
+   struct Progress {
+      U64 throughQueue = 0;
+      U64 left = 0;
+   };
+
+   std::optional<ZlDrop::IngressReason> portVerdict(U16 devicePort, const FrameInfo& frame, U16 vlan) const;
    void forward(U16 devicePort, const PassingFrames& passing);
-   void transmit(U16 devicePort, const PassingFrames& offered);
+   U64 flood(U16 devicePort, const PassingFrames& passing, Progress* furthest);
+   Progress transmit(U16 from, U16 devicePort, const PassingFrames& offered, bool replicated);
+   std::optional<ZlDrop::EgressReason> egress(U16 devicePort, const PassingFrames& passing, unsigned queue);
 
    ChipConfig config_;
    U64 serial_;
@@ -124,6 +146,9 @@ class Chip {
    std::vector<StuckCounter> stuck_;
    mutable PipeManager tables_; // const operations find in it what the others change
    Pipeline pipeline_;
+   PathCounters path_;
+   DropCounts drops_;
+   PortRules rules_;
    L2DomainCount l2Domains_;
    TrafficManager trafficManager_;
    double now_ = 0.0; // of the frames that are on their way

@@ -15,6 +15,10 @@ namespace SoftChip {
 enum class EntryPoint : U8 {
    portMacStatsGet,
    tmQueueDropGet,
+   tmPipeCounterGet,
+   pipePathCounterGet,
+   pipeMauDropGet,
+   pipeDeparserDropGet,
    mapPipe,
    symmetricModeInitialized,
    symmetricMode,
@@ -42,6 +46,10 @@ enum class EntryPoint : U8 {
 inline constexpr std::array entryPointNames = {
      "bf_port_mac_stats_hw_async_get",
      "bf_tm_q_drop_get",
+     "bf_tm_pipe_counter_get",
+     "bf_pipe_path_counter_get",
+     "bf_pipe_mau_drop_get",
+     "bf_pipe_deparser_drop_get",
      "lld_sku_map_pipe_id_to_phy_pipe_id",
      "pipe_mgr_stat_tbl_symmetric_mode_initialized",
      "pipe_mgr_stat_tbl_symmetric_mode",

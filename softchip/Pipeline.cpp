@@ -54,31 +54,42 @@ Pipeline::Pipeline(PipeManager& tables)
 }
 
 // Every table counts, also behind one whose entry drops.
-bool Pipeline::lookUpAll(const std::vector<Lookup>& lookups, const PassingFrames& passing, unsigned pipe) {
-   bool passes = true;
+const MatchTable* Pipeline::lookUpAll(const std::vector<Lookup>& lookups, const PassingFrames& passing,
+                                      unsigned pipe) {
+   const MatchTable* dropping = nullptr;
    for (const Lookup& lookup : lookups) {
       const U32 handle = lookup.match->lookUp(passing.frame, passing.vlan, pipe);
       if (handle != 0) {
          count(lookup.counter, pipe, handle, passing);
-         passes = passes && !lookup.match->rule(static_cast<S32>(handle))->drop;
+         if (dropping == nullptr && lookup.match->rule(static_cast<S32>(handle))->drop) {
+            dropping = lookup.match;
+         }
       }
    }
-   return passes;
+   return dropping;
 }
 
-bool Pipeline::ingress(const PassingFrames& passing, unsigned pipe, unsigned slot) {
+std::optional<ZlDrop::IngressReason> Pipeline::ingress(const PassingFrames& passing, unsigned pipe,
+                                                       unsigned slot) {
    count(ingressPort_, pipe, slot, passing);
    count(pdpClass_, pipe, slot * classesPerPort + pdpClassOf(passing.frame), passing);
    count(frameLength_, pipe, std::min(passing.frame.wireLength / octetsPerLengthStep, lengthSteps - 1),
          passing);
    count(vlanBytes_, pipe, passing.vlan, passing);
    count(flowHash_, pipe, flowHash(passing.frame), passing);
-   return lookUpAll(ingress_, passing, pipe);
+   const MatchTable* const dropping = lookUpAll(ingress_, passing, pipe);
+   if (dropping == nullptr) {
+      return std::nullopt;
+   }
+   return dropping->spec().name == "qosPolicyDropCounter" ? ZlDrop::IngressReason::qosPolicy
+                                                          : ZlDrop::IngressReason::aclDeny;
 }
 
-bool Pipeline::egress(const PassingFrames& passing, unsigned pipe, unsigned slot, unsigned queue) {
+std::optional<ZlDrop::EgressReason> Pipeline::egress(const PassingFrames& passing, unsigned pipe,
+                                                     unsigned slot, unsigned queue) {
    count(queues_, pipe, firstQueueEntry(slot) + queue, passing);
-   return lookUpAll(egress_, passing, pipe);
+   return lookUpAll(egress_, passing, pipe) != nullptr ? std::optional(ZlDrop::EgressReason::aclDeny)
+                                                       : std::nullopt;
 }
 
 } // namespace SoftChip

@@ -2,6 +2,9 @@
 #pragma once
 
 #include "PipeManager.h"
+#include "zl/ZlDropReasons.h"
+
+#include <optional>
 
 namespace SoftChip {
 
@@ -23,10 +26,11 @@ class Pipeline {
  public:
    explicit Pipeline(PipeManager& tables);
 
-   // The frames came in at a slot of a pipe. False when they are dropped.
-   bool ingress(const PassingFrames& passing, unsigned pipe, unsigned slot);
-   // The frames have left a queue of the port at a slot of a pipe. False when they are dropped behind it.
-   bool egress(const PassingFrames& passing, unsigned pipe, unsigned slot, unsigned queue);
+   // The frames came in at a slot of a pipe. Why they are dropped, or none.
+   std::optional<ZlDrop::IngressReason> ingress(const PassingFrames& passing, unsigned pipe, unsigned slot);
+   // The frames have left a queue of the port at a slot of a pipe. Why they are dropped behind it, or none.
+   std::optional<ZlDrop::EgressReason> egress(const PassingFrames& passing, unsigned pipe, unsigned slot,
+                                              unsigned queue);
 
  private:
    struct Lookup {
@@ -34,7 +38,9 @@ class Pipeline {
       CounterTable* counter;
    };
 
-   static bool lookUpAll(const std::vector<Lookup>& lookups, const PassingFrames& passing, unsigned pipe);
+   // The first table whose entry drops, or null.
+   static const MatchTable* lookUpAll(const std::vector<Lookup>& lookups, const PassingFrames& passing,
+                                      unsigned pipe);
 
    std::vector<Lookup> ingress_;
    std::vector<Lookup> egress_;

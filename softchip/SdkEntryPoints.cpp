@@ -2,6 +2,7 @@
 // tree that defines them: replaced as a whole when the real SDK is linked.
 #include "Fleet.h"
 #include "RmonCounters.h"
+#include "sdk/bf_pipe.h"
 #include "sdk/bf_port.h"
 #include "sdk/bf_tm.h"
 #include "sdk/lld.h"
@@ -110,6 +111,28 @@ bf_status_t bf_tm_q_drop_get(bf_dev_id_t dev, uint16_t pipe, bf_dev_port_t port,
                              uint64_t* drops) {
    return onChip(EntryPoint::tmQueueDropGet, dev,
                  [&](Chip& chip) { return chip.readDrops(pipe, port, queue, drops); });
+}
+
+bf_status_t bf_tm_pipe_counter_get(bf_dev_id_t dev, uint16_t pipe, uint32_t type,
+                                   bf_tm_pipe_counter_t* counter) {
+   return onChip(EntryPoint::tmPipeCounterGet, dev,
+                 [&](Chip& chip) { return chip.readTm(pipe, type, counter); });
+}
+
+bf_status_t bf_pipe_path_counter_get(bf_dev_id_t dev, uint16_t pipe, uint32_t stage,
+                                     bf_pipe_path_count_t* count) {
+   return onChip(EntryPoint::pipePathCounterGet, dev,
+                 [&](Chip& chip) { return chip.readPath(pipe, stage, count); });
+}
+
+bf_status_t bf_pipe_mau_drop_get(bf_dev_id_t dev, uint16_t pipe, uint32_t stage, uint64_t* drops) {
+   return onChip(EntryPoint::pipeMauDropGet, dev,
+                 [&](Chip& chip) { return chip.readMauDrops(pipe, stage, drops); });
+}
+
+bf_status_t bf_pipe_deparser_drop_get(bf_dev_id_t dev, uint16_t pipe, uint32_t direction, uint64_t* drops) {
+   return onChip(EntryPoint::pipeDeparserDropGet, dev,
+                 [&](Chip& chip) { return chip.readDeparserDrops(pipe, direction, drops); });
 }
 
 // Logical and physical pipes are the same.

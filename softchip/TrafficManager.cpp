@@ -2,6 +2,8 @@
 #include "TrafficManager.h"
 
 #include <algorithm>
+#include <cmath>
+#include <numeric>
 
 namespace SoftChip {
 
@@ -35,7 +37,9 @@ unsigned queueOf(const FrameInfo& frame, unsigned slot) {
    }
 }
 
-TrafficManager::TrafficManager(unsigned pipes, std::span<U64> drops) : drops_(drops) {
+TrafficManager::TrafficManager(unsigned pipes, std::span<U64> hardware)
+     : drops_(hardware.first(std::size_t{pipes} * portsPerPipe * queueLimit)),
+       counters_(hardware.subspan(drops_.size())) {
    for (unsigned place = 0; place < pipes * portsPerPipe; ++place) {
       const bool slow = place % portsPerPipe % slowPortPeriod == slowPortPeriod - 1;
       const double speed = slow ? slowOctetsPerSecond : fastOctetsPerSecond;
@@ -43,21 +47,61 @@ TrafficManager::TrafficManager(unsigned pipes, std::span<U64> drops) : drops_(dr
    }
 }
 
-U64 TrafficManager::send(std::size_t place, unsigned queue, U64 packets, U64 octetsEach, double now) {
-   Port& port = ports_[place];
-   const double full = port.octetsPerSecond * burstSeconds;
-   port.burst = std::min(full, port.burst + std::max(0.0, now - port.at) * port.octetsPerSecond);
+double TrafficManager::Port::burstAt(double now) const {
+   return std::min(full(), burst + std::max(0.0, now - at) * octetsPerSecond);
+}
+
+U64 TrafficManager::Port::cellsAt(double now) const {
+   return static_cast<U64>(std::llround((full() - burstAt(now)) / cellOctets));
+}
+
+U64 TrafficManager::send(const OfferedCopies& offered, double now) {
+   Port& port = ports_[offered.to];
+   port.burst = port.burstAt(now);
    port.at = now;
 
-   const double each = static_cast<double>(octetsEach + gapAndPreambleOctets);
-   const unsigned priority = std::min(queue, multicastQueue - 1);
+   const double full = port.full();
+   const bool idle = port.burst >= full;
+   const double each = static_cast<double>(offered.octetsEach + gapAndPreambleOctets);
+   const unsigned priority = std::min(offered.queue, multicastQueue - 1);
    const double reserved = full * reservedShare * (multicastQueue - 1 - priority) / multicastQueue;
    const double room = port.burst - reserved;
-   const bool allFit = room >= static_cast<double>(packets) * each;
-   const U64 sent = allFit ? packets : room > 0 ? static_cast<U64>(room / each) : 0;
+   const bool allFit = room >= static_cast<double>(offered.packets) * each;
+   const U64 sent = allFit ? offered.packets : room > 0 ? static_cast<U64>(room / each) : 0;
    port.burst -= static_cast<double>(sent) * each;
-   drops(place, queue) += packets - sent;
+   drops(offered.to, offered.queue) += offered.packets - sent;
+
+   const std::size_t pipe = offered.to / portsPerPipe;
+   add(pipe, BF_TM_PIPE_EGRESS, sent, offered.octetsEach);
+   add(pipe, BF_TM_PIPE_DROPS, offered.packets - sent, offered.octetsEach);
+   if (offered.replicated) {
+      add(pipe, BF_TM_PIPE_MULTICAST, offered.packets, offered.octetsEach);
+   } else if (idle && port.octetsPerSecond == ports_[offered.from].octetsPerSecond) {
+      add(pipe, BF_TM_PIPE_CUT_THROUGH, sent, offered.octetsEach);
+   }
+   U64& watermark = *words(pipe, BF_TM_PIPE_WATERMARK);
+   watermark = std::max(watermark, port.cellsAt(now));
    return sent;
+}
+
+std::optional<bf_tm_pipe_counter_t> TrafficManager::counter(unsigned pipe, U32 type, double now) const {
+   switch (type) {
+   case BF_TM_PIPE_INGRESS:
+   case BF_TM_PIPE_EGRESS:
+   case BF_TM_PIPE_DROPS:
+   case BF_TM_PIPE_MULTICAST:
+   case BF_TM_PIPE_WATERMARK:
+   case BF_TM_PIPE_CUT_THROUGH:
+      return bf_tm_pipe_counter_t{words(pipe, type)[0], words(pipe, type)[1]};
+   case BF_TM_PIPE_CELLS: {
+      const auto first = ports_.begin() + pipe * portsPerPipe;
+      const U64 cells = std::accumulate(first, first + portsPerPipe, U64{0},
+                                        [now](U64 sum, const Port& port) { return sum + port.cellsAt(now); });
+      return bf_tm_pipe_counter_t{cells, 0};
+   }
+   default:
+      return std::nullopt;
+   }
 }
 
 } // namespace SoftChip

@@ -3,7 +3,9 @@
 
 #include "Frame.h"
 #include "kiln/Types.h"
+#include "sdk/bf_tm.h"
 
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -26,33 +28,64 @@ constexpr U32 firstQueueEntry(unsigned slot) {
 // queues from 8 upward are those of group frames.
 unsigned queueOf(const FrameInfo& frame, unsigned slot);
 
+// Copies of a frame, or of several alike, on their way from one port to another.
+struct OfferedCopies {
+   std::size_t from; // places
+   std::size_t to;
+   unsigned queue;
+   U64 packets;
+   U64 octetsEach;
+   bool replicated; // the frame goes to more ports than one
+};
+
 // A port sends at its speed and never more than a burst at once. What is left of the burst is shared by
 // priority: the emptier, the higher the queues that still get in. Frames come in bulk some times a second, so
-// that the burst stands for what a port sends in between. Owned by the chip, under the SDK's lock; ports by
-// place, pipe x portsPerPipe + slot.
+// that the burst stands for what a port sends in between, and what is gone of it for what its queues hold.
+// Owned by the chip, under the SDK's lock; ports by place, pipe x portsPerPipe + slot.
 class TrafficManager {
  public:
    static constexpr double burstSeconds = 0.2;
+   static constexpr unsigned cellOctets = 80;
 
-   // `drops` holds hardwareWords(pipes) counters and outlives it.
-   TrafficManager(unsigned pipes, std::span<U64> drops);
-   static std::size_t hardwareWords(unsigned pipes) { return std::size_t{pipes} * portsPerPipe * queueLimit; }
+   // `hardware` holds hardwareWords(pipes) counters and outlives it.
+   TrafficManager(unsigned pipes, std::span<U64> hardware);
+   static std::size_t hardwareWords(unsigned pipes) {
+      return std::size_t{pipes} * (portsPerPipe * queueLimit + counterWords);
+   }
 
-   // Frames of one length want to leave at a time in seconds: how many of them do; the rest are counted as
-   // dropped.
-   U64 send(std::size_t place, unsigned queue, U64 packets, U64 octetsEach, double now);
+   // Frames came in from a pipe.
+   void accept(unsigned pipe, U64 packets, U64 octetsEach) {
+      add(pipe, BF_TM_PIPE_INGRESS, packets, octetsEach);
+   }
+   // Copies want to leave at a time in seconds: how many of them do; the rest are counted as dropped.
+   U64 send(const OfferedCopies& offered, double now);
 
    U64& drops(std::size_t place, unsigned queue) { return drops_[place * queueLimit + queue]; }
+   // None for a type that counts nothing.
+   std::optional<bf_tm_pipe_counter_t> counter(unsigned pipe, U32 type, double now) const;
 
  private:
    struct Port {
       double octetsPerSecond;
       double burst; // octets that may still be sent at once
       double at;    // when that was
+
+      double full() const { return octetsPerSecond * burstSeconds; }
+      double burstAt(double now) const;
+      U64 cellsAt(double now) const; // that its queues hold
    };
+   static constexpr unsigned counterTypes = BF_TM_PIPE_CUT_THROUGH + 1;
+   static constexpr unsigned counterWords = 2 * counterTypes;
+
+   U64* words(std::size_t pipe, U32 type) const { return &counters_[pipe * counterWords + 2 * type]; }
+   void add(std::size_t pipe, U32 type, U64 packets, U64 octetsEach) {
+      words(pipe, type)[0] += packets;
+      words(pipe, type)[1] += packets * octetsEach;
+   }
 
    std::vector<Port> ports_;
-   std::span<U64> drops_; // by place, then by queue
+   std::span<U64> drops_;    // by place, then by queue
+   std::span<U64> counters_; // by pipe, then by type: count and bytes
 };
 
 } // namespace SoftChip

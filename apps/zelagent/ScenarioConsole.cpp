@@ -1,12 +1,16 @@
 // The statements of a scenario.
 #include "ScenarioConsole.h"
 
+#include "agent/CommandSocket.h"
 #include "agent/CommandSpool.h"
 #include "kiln/ActivityLock.h"
 #include "kiln/ActivityManager.h"
+#include "kiln/Choices.h"
 #include "kiln/Numbers.h"
 #include "kiln/OperatorLog.h"
 #include "kiln/RingLog.h"
+#include "silo/TableReader.h"
+#include "vex/RecordText.h"
 #include "zel/VlanId.h"
 
 #include <algorithm>
@@ -37,6 +41,8 @@ const ScenarioConsole::Statement ScenarioConsole::statements[] = {
       "sets an entry of a counter table; PIPE is all where it is not per pipe", &ScenarioConsole::setTable},
      {"capacity CHIP TABLE N", "how many entries a match table holds", &ScenarioConsole::capacity},
      {"access INTF VLAN", "the VLAN of the port's untagged frames", &ScenarioConsole::accessVlan},
+     {"queue INTF QUEUE PACKETS BYTES DROPS", "sets a queue's raw hardware counts",
+      &ScenarioConsole::setQueue},
      {"sdk completion inline|deferred|lost", "how accepted requests complete from here on",
       &ScenarioConsole::completion},
      {"sdk completion late SECONDS", "they complete that much later", &ScenarioConsole::lateCompletion},
@@ -48,6 +54,11 @@ const ScenarioConsole::Statement ScenarioConsole::statements[] = {
      {"port add INTF CHIP DEVICE-PORT", "gives an interface the port pipe x 128 + slot",
       &ScenarioConsole::addPort},
      {"port delete INTF", "the interface's port goes away", &ScenarioConsole::deletePort},
+     {"interface INTF", "prints the interface's published record", &ScenarioConsole::interface},
+     {"queues INTF", "prints its queues' published record", &ScenarioConsole::queues},
+     {"nat INTF", "prints its source-NAT record", &ScenarioConsole::nat},
+     {"clear INTF", "what is published counts since now, too; INTF is all for every interface",
+      &ScenarioConsole::clear},
      {"log", "prints the operator log since the last log", &ScenarioConsole::log},
      {"ringlog", "prints the ring log", &ScenarioConsole::ringLog},
 };
@@ -57,7 +68,8 @@ namespace {
 using Words = std::vector<Kiln::String>;
 
 // Beyond it a scenario would run for days: taken for a slip.
-constexpr double longestAdvance = 1e6; // seconds
+constexpr double longestAdvance = 1e6;           // seconds
+constexpr double shortestPollingInterval = 1e-3; // seconds
 
 [[noreturn]] void refuse(std::string_view operand, const Kiln::String& word, std::string_view expected) {
    throw std::invalid_argument(Kiln::String(operand) + " '" + word + "': expected " + Kiln::String(expected));
@@ -90,6 +102,28 @@ U64 counterValue(std::string_view operand, const Kiln::String& word) {
       refuse(operand, word, "a 64-bit number, decimal or 0x and hexadecimal");
    }
    return *value;
+}
+
+// False at the end. Bounded, since what is given for a scenario may be any file.
+bool readLine(std::istream& scenario, Kiln::String* line) {
+   char bytes[Agent::commandLineLimit];
+   scenario.getline(bytes, sizeof bytes);
+   const auto length = static_cast<std::size_t>(scenario.gcount());
+   if (scenario.bad()) {
+      throw std::runtime_error("the scenario cannot be read: expected a text file");
+   }
+   if (scenario.fail()) {
+      if (length == 0) {
+         return false;
+      }
+      throw std::invalid_argument("the line is longer than " + std::to_string(Agent::commandLineLimit - 1) +
+                                  " bytes: expected one statement");
+   }
+   line->assign(bytes, scenario.eof() ? length : length - 1); // without the newline
+   if (line->find('\0') != Kiln::String::npos) {
+      throw std::invalid_argument("the line holds a NUL byte: expected text");
+   }
+   return true;
 }
 
 // A form's word that stands for what is typed: capitals, or a choice of words.
@@ -150,15 +184,18 @@ Kiln::String ScenarioConsole::statementsHelp() {
 
 ScenarioConsole::Status ScenarioConsole::run(std::istream& scenario, const Kiln::String& name) {
    Kiln::String line;
-   for (unsigned number = 1; std::getline(scenario, line); ++number) {
+   for (unsigned number = 1;; ++number) {
       try {
+         if (!readLine(scenario, &line)) {
+            return anyRefused_ ? commandRefused : passed;
+         }
          runLine(line);
       } catch (const std::exception& error) {
-         Kiln::TextOutput(errorFd_).write(name + ":" + std::to_string(number) + ": " + error.what() + "\n");
+         const Kiln::String text = name + ":" + std::to_string(number) + ": " + error.what();
+         Kiln::TextOutput(errorFd_).write(Agent::printableLine(text) + "\n");
          return badStatement;
       }
    }
-   return anyRefused_ ? commandRefused : passed;
 }
 
 void ScenarioConsole::runLine(const Kiln::String& line) {
@@ -200,9 +237,13 @@ void ScenarioConsole::counters(const Words& operands) {
    const Agent::CommandResult result = agent_.commandRunner()->run(command, spool);
    spool.copyTo(outFd_);
    if (!result.ok()) {
-      anyRefused_ = true;
-      Kiln::TextOutput(errorFd_).write("% " + result.error + "\n");
+      refuseCommand(result.error);
    }
+}
+
+void ScenarioConsole::refuseCommand(const Kiln::String& problem) {
+   anyRefused_ = true;
+   Kiln::TextOutput(errorFd_).write("% " + problem + "\n");
 }
 
 void ScenarioConsole::setRmon(const Words& operands) {
@@ -225,6 +266,10 @@ void ScenarioConsole::traffic(const Words& operands) {
 }
 
 void ScenarioConsole::polling(const Words& operands) {
+   // A pass every next to no time would keep an advance from its end.
+   if (seconds(operands[0]) < shortestPollingInterval) {
+      refuse("SECONDS", operands[0], "a time from 0.001 upward, as 2 or 0.5");
+   }
    agent_.countersMgr().sdkPollingIntervalIs(seconds(operands[0]));
 }
 
@@ -289,6 +334,76 @@ void ScenarioConsole::addPort(const Words& operands) {
 
 void ScenarioConsole::deletePort(const Words& operands) {
    agent_.portDel(Pelt::IntfId(Kiln::Name(operands[0])));
+}
+
+// As another process reads it. False: there is no such record.
+template <class Record>
+bool ScenarioConsole::printRecord(const Kiln::String& name, const char* table, const char* clearTable,
+                                  bool isAlwaysCleared) {
+   using Reader = Silo::TableReader<Record>;
+   const Silo::Key key(name);
+   Silo::Sample<Record> sample;
+   const Silo::ReadResult result = Reader(agent_.tableStore(), table).read(key, sample);
+   if (result == Silo::ReadResult::absent) {
+      return false;
+   }
+   if (result != Silo::ReadResult::ok) {
+      refuseCommand("the record of " + name + ": " + Silo::text(result));
+      return true;
+   }
+   std::optional<Vex::RecordText> cleared;
+   Silo::Sample<Record> clearSample;
+   const bool isCleared =
+        clearTable != nullptr &&
+        Reader(agent_.tableStore(), clearTable).read(key, clearSample) == Silo::ReadResult::ok;
+   if (isCleared || isAlwaysCleared) {
+      cleared = Vex::textOf(clearSample.record);
+   }
+   Kiln::TextOutput(outFd_).write(
+        Vex::linesOf(Vex::textOf(sample.record), sample.info, cleared ? &*cleared : nullptr));
+   return true;
+}
+
+void ScenarioConsole::interface(const Words& operands) {
+   namespace Tables = Silo::Interface;
+   namespace Names = Tables::TableName;
+   const Kiln::String& intf = operands[0];
+   if (!printRecord<Tables::IntfCounters>(intf, Names::intfCounters, Names::intfClearCounters, false) &&
+       !printRecord<Tables::L3IntfCounters>(intf, Names::vlanIntfCounters, Names::vlanIntfClearCounters,
+                                            false) &&
+       !printRecord<Tables::L3IntfCounters>(intf, Names::subIntfCounters, Names::subIntfClearCounters,
+                                            false)) {
+      refuseCommand("no counters of " + Kiln::quoted(intf) + " are published");
+   }
+}
+
+void ScenarioConsole::queues(const Words& operands) {
+   namespace Tables = Silo::Interface;
+   if (!printRecord<Tables::IntfQueueCounters>(operands[0], Tables::TableName::intfQueueCounters,
+                                               Tables::TableName::intfClearQueueCounters, true)) {
+      refuseCommand("no queues of " + Kiln::quoted(operands[0]) + " are published");
+   }
+}
+
+void ScenarioConsole::nat(const Words& operands) {
+   namespace Tables = Silo::Interface;
+   if (!printRecord<Tables::NatCounter>(operands[0], Tables::TableName::intfNatCounters, nullptr, false)) {
+      refuseCommand("no source-NAT counters of " + Kiln::quoted(operands[0]) + " are published");
+   }
+}
+
+void ScenarioConsole::clear(const Words& operands) {
+   if (!agent_.countersMgr().vexCountersSm()->clear(operands[0])) {
+      throw std::invalid_argument("unknown interface '" + operands[0] +
+                                  "': expected all, or one whose counters are published");
+   }
+}
+
+void ScenarioConsole::setQueue(const Words& operands) {
+   const SwitchAgent::Port port = agent_.portOf(operands[0]);
+   port.chip.queueIs(port.devicePort, number<unsigned>("QUEUE", operands[1], 0, 31),
+                     {counterValue("PACKETS", operands[2]), counterValue("BYTES", operands[3])},
+                     counterValue("DROPS", operands[4]));
 }
 
 void ScenarioConsole::log(const Words& /*operands*/) {

@@ -47,10 +47,20 @@ class ScenarioConsole {
    void addChip(const Words& operands);
    void deleteChip(const Words& operands);
    void chipState(const Words& operands);
+   void setQueue(const Words& operands);
+   void interface(const Words& operands);
+   void queues(const Words& operands);
+   void nat(const Words& operands);
+   void clear(const Words& operands);
    void addPort(const Words& operands);
    void deletePort(const Words& operands);
    void log(const Words& operands);
    void ringLog(const Words& operands);
+
+   void refuseCommand(const Kiln::String& problem);
+   template <class Record>
+   bool printRecord(const Kiln::String& name, const char* table, const char* clearTable,
+                    bool isAlwaysCleared);
 
    SwitchAgent& agent_;
    int outFd_;

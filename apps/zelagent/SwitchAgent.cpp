@@ -1,6 +1,7 @@
 // Wires the agent's parts together and brings chips and ports up and down.
 #include "SwitchAgent.h"
 
+#include "PdpClasses.h"
 #include "kiln/ActivityLock.h"
 #include "kiln/ActivityManager.h"
 #include "kiln/Numbers.h"
@@ -32,6 +33,17 @@ ZelId::ZelDevId deviceOf(const Kiln::String& chipName) {
    return *number;
 }
 
+// The chip's classes but the default one, which needs no name.
+Kiln::Ptr<const ZelQos::QosToZelPdpClassMapping> pdpClassMapping() {
+   auto mapping = Kiln::allocate<ZelQos::QosToZelPdpClassMapping>();
+   for (const SoftChip::PdpClass& each : SoftChip::pdpClasses) {
+      if (each.id != 0) {
+         mapping->zelPdpClassIs(each.name, ZelQos::PdpClassId(each.id));
+      }
+   }
+   return mapping;
+}
+
 void makeFolder(const Kiln::String& path) {
    if (!path.empty() && mkdir(path.c_str(), 0755) != 0 && errno != EEXIST) {
       throw std::runtime_error("cannot create the folder " + path + ": " + std::strerror(errno));
@@ -50,6 +62,7 @@ SwitchAgent::SwitchAgent(const SwitchAgentConfig& config) : config_(config) {
 
    systemStatus_ = Kiln::allocate<ZelSystem::SystemStatus>();
    systemStatus_->chipCapabilitiesIs(chipTypeName, config_.capabilities);
+   systemStatus_->qosToZelPdpClassMappingIs(pdpClassMapping());
    systemStatus_->hasNotificationActiveIs(true);
    ethPhyIntfStatusDir_ = Kiln::allocate<Interface::EthPhyIntfStatusDir>();
    ethPhyIntfStatusDir_->hasNotificationActiveIs(true);
@@ -77,9 +90,7 @@ SwitchAgent::~SwitchAgent() {
    }
    fleet_ = nullptr;
    if (config_.tablesAreTemporary) {
-      for (const char* table : Silo::Interface::TableName::all) {
-         tableStore().remove(table);
-      }
+      Vex::removeSharedTables(tableStore());
    }
 }
 
@@ -195,6 +206,7 @@ void SwitchAgent::portAdd(const Pelt::IntfId& intf, const Kiln::String& chipName
    }
    systemStatus_->portInfoIs(intf, record);
    chip.portAdd(devicePort);
+   (*chipStatus_.find(chipName))->portToIntfIdIs(devicePort, intf);
    ethPhyIntfStatusDir_->intfStatusIs(intf, true);
 }
 
@@ -204,6 +216,7 @@ void SwitchAgent::portDel(const Pelt::IntfId& intf) {
    ethPhyIntfStatusDir_->intfStatusDel(intf);
    systemStatus_->portInfoDel(intf);
    port.chip.portDel(port.devicePort);
+   (*chipStatus_.find(port.chip.name()))->portToIntfIdDel(port.devicePort);
 }
 
 SwitchAgent::Port SwitchAgent::portOf(const Kiln::String& intf) const {

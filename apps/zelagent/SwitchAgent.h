@@ -71,8 +71,10 @@ class SwitchAgent {
    };
    Port portOf(const Kiln::String& intf) const;
 
- private:
+   // Where the agent's shared tables are.
    Silo::Store tableStore() const;
+
+ private:
    Kiln::Ptr<ZelCounter::CountersMounts> mount() const;
    void portsAdd(SoftChip::Chip& chip);
 

@@ -2,17 +2,11 @@
 #pragma once
 
 #include "kiln/Accessors.h"
-#include "l3/SviCounterKey.h"
+#include "l3/SviCounterMap.h"
 #include "zl/ZlEgrL2DomainCount.h"
 #include "zl/ZlIngL2DomainCount.h"
 
-#include <array>
-
 namespace ZelCounter {
-
-constexpr SviCounterKey sviOrdinary{0, false};
-constexpr SviCounterKey sviDecapsulated{1, false};
-constexpr SviCounterKey sviSourceNat{0, true}; // ingress only
 
 // One per enabled VLAN of a chip.
 class SviCounterMatchSpec : public Kiln::PtrInterface {
@@ -27,10 +21,11 @@ class SviCounterMatchSpec : public Kiln::PtrInterface {
    Entries ingress;
    Entries egress;
 
-   KILN_HASH_MAP(SviCounterKey, Kiln::Ptr<ZlIngL2DomainCount::IngL2DomainCountMatchSpec>,
-                 ingL2DomainMatchSpec)
-   KILN_HASH_MAP(SviCounterKey, Kiln::Ptr<ZlEgrL2DomainCount::EgrL2DomainCountMatchSpec>,
-                 egrL2DomainMatchSpec)
+   // Nobody watches them, so a change has nothing to tell.
+   KILN_MAP_OF_KIND(SviCounterMap, SviCounterKey, Kiln::Ptr<ZlIngL2DomainCount::IngL2DomainCountMatchSpec>,
+                    ingL2DomainMatchSpec, static_cast<void>(0), static_cast<void>(0))
+   KILN_MAP_OF_KIND(SviCounterMap, SviCounterKey, Kiln::Ptr<ZlEgrL2DomainCount::EgrL2DomainCountMatchSpec>,
+                    egrL2DomainMatchSpec, static_cast<void>(0), static_cast<void>(0))
 };
 
 } // namespace ZelCounter

@@ -207,6 +207,7 @@ bool ZelCountersL3Helper::getSviStats(Bridging::VlanId vlan, packets_and_bytes* 
    if (!spec) {
       return false;
    }
+   matchSpec().prefetchNext(vlan);
    const auto addIngress = [&](const SviCounterKey& key, const ZlTable::EntrySlot* entry, S16 adjust,
                                packets_and_bytes* counter) {
       const auto& ingMspec = spec->ingL2DomainMatchSpec(key);

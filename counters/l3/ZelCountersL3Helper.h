@@ -4,6 +4,7 @@
 #include "ZelCountersTypes.h"
 #include "kiln/Accessors.h"
 #include "l3/SviCounterMatchSpec.h"
+#include "l3/VlanMap.h"
 #include "zel/ChipStatus.h"
 #include "zel/SystemStatus.h"
 #include "zel/VlanId.h"
@@ -61,7 +62,8 @@ class ZelCountersL3Helper : public Kiln::Entity {
       return egrL2DomainCountTable_;
    }
 
-   KILN_HASH_MAP(Bridging::VlanId, Kiln::Ptr<SviCounterMatchSpec>, matchSpec)
+   KILN_MAP_OF_KIND(VlanMap, Bridging::VlanId, Kiln::Ptr<SviCounterMatchSpec>, matchSpec,
+                    static_cast<void>(0), static_cast<void>(0))
    KILN_HASH_MAP(Bridging::VlanId, bool, pendingVlan)
    KILN_HASH_MAP(Bridging::VlanId, bool, deferredDel)
 

@@ -28,7 +28,6 @@ void intfIdIs(NatCounter& natCounter, const Pelt::IntfId& intf) {
 }
 
 NatCounter newNatCounter(const Pelt::IntfId& intf) {
-   static_cast<void>(Silo::Key(intf.text())); // refuses a name that is none
    NatCounter natCounter;
    intfIdIs(natCounter, intf);
    natCounter.creationTime = static_cast<S64>(Kiln::System::currentTime());
@@ -113,10 +112,10 @@ void ZelCountersL3IntfSm::addIntf(const Pelt::IntfId& intf, U32 l3Id) {
       return;
    }
    const Bridging::VlanId vlan(l3Id & vlanBits);
-   const NatCounter natCounter = newNatCounter(intf);
+   const Silo::Key key(intf.text()); // refuses a name that is none
    // Held and published as one: a chip that throws must not leave the interface without its record.
    l3IntfToVidIs(intf, vlan);
-   publishNatCounter(intf, natCounter);
+   publishNatCounter(intf, key, newNatCounter(intf));
    forEachThenThrow(helper_, [&](const auto& entry) { entry.second->enableSviStats(vlan); });
 }
 
@@ -133,9 +132,10 @@ void ZelCountersL3IntfSm::deleteIntf(const Pelt::IntfId& intf) {
 }
 
 // A table that takes no record (it is full) costs this record only.
-void ZelCountersL3IntfSm::publishNatCounter(const Pelt::IntfId& intf, const NatCounter& natCounter) {
+void ZelCountersL3IntfSm::publishNatCounter(const Pelt::IntfId& intf, const Silo::Key& key,
+                                            const NatCounter& natCounter) {
    try {
-      natCounterDir().counterIs(natCounter, Kiln::System::currentTime());
+      natCounterDir().table().recordIs(key, natCounter, Kiln::System::currentTime());
       publishErrors_.forget(intf);
    } catch (const Silo::TableError& error) {
       publishErrors_.log(intf, error);
@@ -170,16 +170,23 @@ bool ZelCountersL3IntfSm::getIntfCounter(const Pelt::IntfId& intf, packets_and_b
    if (vlan == nullptr) {
       return false;
    }
+   readIntf(intf, *vlan, rx, tx);
+   return true;
+}
+
+void ZelCountersL3IntfSm::readIntf(const Pelt::IntfId& intf, Bridging::VlanId vlan, packets_and_bytes* rx,
+                                   packets_and_bytes* tx) {
    *rx = *tx = {};
    packets_and_bytes rxSnat;
-   NatCounter natCounter = natCounterDir().counter(intf);
+   const Silo::Key key(intf.text());
+   NatCounter natCounter = natCounterDir().table().sampleOrDefault(key).record;
    // A corrupt record was answered by the default one, which is nobody's.
    intfIdIs(natCounter, intf);
    for (const auto& [devId, helper] : helper_) {
       packets_and_bytes chipRx;
       packets_and_bytes chipTx;
       packets_and_bytes chipRxSnat;
-      if (helper->getSviStats(*vlan, &chipRx, &chipTx, &chipRxSnat)) {
+      if (helper->getSviStats(vlan, &chipRx, &chipTx, &chipRxSnat)) {
          add(*rx, chipRx);
          add(*tx, chipTx);
          add(rxSnat, chipRxSnat);
@@ -188,8 +195,7 @@ bool ZelCountersL3IntfSm::getIntfCounter(const Pelt::IntfId& intf, packets_and_b
    natCounter.packets = rxSnat.packets;
    natCounter.bytes = rxSnat.bytes;
    natCounter.lastUpdate = Kiln::System::currentTime();
-   publishNatCounter(intf, natCounter);
-   return true;
+   publishNatCounter(intf, key, natCounter);
 }
 
 ZelCountersL3IntfSm::RoutedPortCounterSm::RoutedPortCounterSm(Kiln::Ptr<const Kiln::Clock> clock,
@@ -210,7 +216,7 @@ void ZelCountersL3IntfSm::RoutedPortCounterSm::updateRoutedPortCounters() {
    packets_and_bytes rx;
    packets_and_bytes tx;
    for (const auto& [intf, vlan] : l3IntfSm_->l3IntfToVid()) {
-      l3IntfSm_->getIntfCounter(intf, &rx, &tx);
+      l3IntfSm_->readIntf(intf, vlan, &rx, &tx);
    }
    clock_.timeMinIs(Kiln::System::currentTime() + routedPortTimerDelay());
 }
@@ -228,7 +234,7 @@ void ZelVlanIntfSm::handleInitialized() {
 }
 
 void ZelVlanIntfSm::vlanIntfStatusDirIs(Kiln::Ptr<const Interface::VlanIntfStatusDir> vlanIntfStatusDir) {
-   vlanIntfStatusDir_.notifierIs(std::move(vlanIntfStatusDir));
+   vlanIntfStatusDir_.notifierIs(vlanIntfStatusDir);
    handleVlanIntf();
 }
 

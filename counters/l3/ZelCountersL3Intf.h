@@ -68,7 +68,11 @@ class ZelCountersL3IntfSm : public Kiln::Entity {
    void addIntf(const Pelt::IntfId& intf, U32 l3Id);
    void deleteIntf(const Pelt::IntfId& intf);
    void dropForeignNatCounters();
-   void publishNatCounter(const Pelt::IntfId& intf, const Silo::Interface::NatCounter& natCounter);
+   // What getIntfCounter does for an interface that is held.
+   void readIntf(const Pelt::IntfId& intf, Bridging::VlanId vlan, packets_and_bytes* rx,
+                 packets_and_bytes* tx);
+   void publishNatCounter(const Pelt::IntfId& intf, const Silo::Key& key,
+                          const Silo::Interface::NatCounter& natCounter);
    Silo::Interface::AllNatCounterDir& natCounterDir() const;
 
    KilnVexL3IntfTable vexL3IntfTable_;

@@ -14,24 +14,32 @@ inline bool isImplausible(Interface::FieldGroup group, U64 step) {
    return group == Interface::FieldGroup::upsetOnly && step >= Interface::wrapWindow;
 }
 
-// Completes `next`, whose reading is set, to follow `previous`. `published` is the reading of `previous`
-// before it was vetted: where the two differ, the step was an upset. Everything is modulo 2^64. True when no
-// counter wrapped, fell or was upset.
-template <class Record>
-bool takeStep(Record& next, const Record& previous, const typename Record::Statistics& published) {
-   constexpr const auto& fields = Interface::fieldsOf<typename Record::Statistics>();
-   bool isContinuous = true;
+// Takes the record of `counters` from the last reading, in which a field that was absorbed makes no step, to a
+// new one. Everything is modulo 2^64. True when no counter wrapped, fell or was upset.
+template <class Counters>
+bool takeStep(Counters& counters, const typename Counters::Statistics& reading) {
+   constexpr const auto& fields = Interface::fieldsOf<typename Counters::Statistics>();
+   auto& record = counters.record();
+   // Nearly always every step counts as it is; what may be otherwise leaves a bit here.
+   U64 suspicion = counters.hasAbsorbed() ? 1 : 0;
    for (std::size_t i = 0; i < fields.size(); ++i) {
-      const U64 reading = Interface::word(next.reading, i);
-      const U64 vetted = Interface::word(previous.reading, i);
-      const U64 step = reading - vetted;
-      const bool isAbsorbed = vetted != Interface::word(published, i) || isImplausible(fields[i].group, step);
-      next.isAbsorbed[i] = isAbsorbed ? 1 : 0;
-      next.deltas[i] = isAbsorbed ? 0 : step;
-      next.totals[i] = previous.totals[i] + next.deltas[i];
-      isContinuous = isContinuous && !isAbsorbed && reading >= vetted;
+      const U64 from = Interface::word(record.reading, i);
+      const U64 to = Interface::word(reading, i);
+      record.deltas[i] = to - from;
+      suspicion |= (to < from ? 1U : 0U) | (record.deltas[i] & ~(Interface::wrapWindow - 1));
    }
-   return isContinuous;
+   record.isAbsorbed = {};
+   for (std::size_t i = 0; suspicion != 0 && i < fields.size(); ++i) {
+      if (counters.isAbsorbed(i) || isImplausible(fields[i].group, record.deltas[i])) {
+         record.isAbsorbed[i] = 1;
+         record.deltas[i] = 0;
+      }
+   }
+   for (std::size_t i = 0; i < fields.size(); ++i) {
+      record.totals[i] += record.deltas[i];
+   }
+   std::memcpy(&record.reading, &reading, sizeof reading);
+   return suspicion == 0;
 }
 
 // For the record that an earlier process left. One whose sample time means nothing is damaged, or of another

@@ -11,13 +11,12 @@ namespace {
 // The sum over chips falls when a chip or its entries go: what it lost was counted before, so a fall is no
 // step.
 void absorbFalls(VexTypes::L3IntfCounters& previous, const Interface::L3IntfStatistics& reading) {
-   Interface::L3IntfStatistics vetted = previous.statistics();
+   previous.absorbedDelAll();
    for (std::size_t i = 0; i < Interface::L3IntfStatistics::fieldCount; ++i) {
-      if (Interface::word(reading, i) < Interface::word(vetted, i)) {
-         Interface::wordIs(vetted, i, Interface::word(reading, i));
+      if (Interface::word(reading, i) < Interface::word(previous.statistics(), i)) {
+         previous.absorb(i, Interface::word(reading, i));
       }
    }
-   previous.statisticsIs(vetted);
 }
 
 } // namespace
@@ -27,8 +26,7 @@ bool L3Counters::add(const Pelt::IntfId& intf) {
       return false;
    }
    try {
-      Counted counted{Silo::Key(intf.text()), Kiln::allocate<VexTypes::L3IntfCounters>(),
-                      Kiln::allocate<VexTypes::L3IntfCounters>()};
+      Counted counted{Silo::Key(intf.text()), Kiln::allocate<VexTypes::L3IntfCounters>()};
       const auto published = counters_->sampleOrDefault(counted.key);
       counted.previous->recordIs(published.record);
       counted.previous->sampleTimeIs(published.info.sampleTime);
@@ -91,20 +89,18 @@ void L3Counters::handleEndOfTurn() {
 }
 
 void L3Counters::update(const Pelt::IntfId& intf, Counted& counted) {
-   if (!read_(intf, counted.current, counted.previous)) {
+   VexTypes::L3IntfCounters& counters = *counted.previous;
+   if (!read_(intf, reading_, counted.previous)) {
       return;
    }
    const double now = Kiln::System::currentTime();
-   const Interface::L3IntfStatistics published = counted.previous->statistics();
-   absorbFalls(*counted.previous, counted.current->statistics());
-   const auto& previous = counted.previous->record();
-   auto& next = counted.current->record();
-   const bool isContinuous = takeStep(next, previous, published);
-   next.interval = intervalBetween(counted.previous->sampleTime(), now);
-   next.discontinuityTime = isContinuous ? previous.discontinuityTime : now;
-   counted.current->sampleTimeIs(now);
-   std::swap(counted.current, counted.previous);
-   counters_->recordIs(counted.key, counted.previous->record(), now);
+   absorbFalls(counters, reading_->statistics());
+   if (!takeStep(counters, reading_->statistics())) {
+      counters.record().discontinuityTime = now;
+   }
+   counters.record().interval = intervalBetween(counters.sampleTime(), now);
+   counters.sampleTimeIs(now);
+   counters_->recordIs(counted.key, counters.record(), now);
 }
 
 void L3Counters::clear(const Counted& counted) {

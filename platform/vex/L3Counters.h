@@ -44,7 +44,6 @@ class L3Counters {
  private:
    struct Counted {
       Silo::Key key;
-      Kiln::Ptr<VexTypes::L3IntfCounters> current;
       Kiln::Ptr<VexTypes::L3IntfCounters> previous;
       bool isDue = false;
    };
@@ -62,6 +61,7 @@ class L3Counters {
    Table* counters_;
    Table* clearCounters_;
    Read read_;
+   Kiln::Ptr<VexTypes::L3IntfCounters> reading_ = Kiln::allocate<VexTypes::L3IntfCounters>(); // of any
    Kiln::HashMap<Pelt::IntfId, Counted> intfs_;
    PublishErrors errors_;
    EndOfTurn endOfTurn_;

@@ -16,19 +16,19 @@ constexpr const char* defaultTablePrefix = "zelagent";
 
 // Tables, by interface name.
 namespace TableName {
-constexpr const char* intfCounters = "IntfCounters";
-constexpr const char* intfClearCounters = "IntfClearCounters";
-constexpr const char* intfQueueCounters = "IntfQueueCounters";
-constexpr const char* intfClearQueueCounters = "IntfClearQueueCounters";
-constexpr const char* vlanIntfCounters = "VlanIntfCounters";
-constexpr const char* vlanIntfClearCounters = "VlanIntfClearCounters";
-constexpr const char* subIntfCounters = "SubIntfCounters";
-constexpr const char* subIntfClearCounters = "SubIntfClearCounters";
-constexpr const char* intfNatCounters = "IntfNatCounters";
+inline constexpr const char* intfCounters = "IntfCounters";
+inline constexpr const char* intfClearCounters = "IntfClearCounters";
+inline constexpr const char* intfQueueCounters = "IntfQueueCounters";
+inline constexpr const char* intfClearQueueCounters = "IntfClearQueueCounters";
+inline constexpr const char* vlanIntfCounters = "VlanIntfCounters";
+inline constexpr const char* vlanIntfClearCounters = "VlanIntfClearCounters";
+inline constexpr const char* subIntfCounters = "SubIntfCounters";
+inline constexpr const char* subIntfClearCounters = "SubIntfClearCounters";
+inline constexpr const char* intfNatCounters = "IntfNatCounters";
 
-inline constexpr std::array all = {intfCounters,           intfClearCounters,    intfQueueCounters,
-                            intfClearQueueCounters, vlanIntfCounters,     vlanIntfClearCounters,
-                            subIntfCounters,        subIntfClearCounters, intfNatCounters};
+inline constexpr std::array all{intfCounters,           intfClearCounters,    intfQueueCounters,
+                                intfClearQueueCounters, vlanIntfCounters,     vlanIntfClearCounters,
+                                subIntfCounters,        subIntfClearCounters, intfNatCounters};
 } // namespace TableName
 
 // The counters of one interface. Arrays are indexed like fieldsOf<Statistics>(). In a clear table: the same

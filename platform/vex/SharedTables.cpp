@@ -60,4 +60,10 @@ SharedTables openSharedTables(const Silo::Store& store, const SharedTableSetting
    };
 }
 
+void removeSharedTables(const Silo::Store& store) {
+   for (const char* name : Silo::Interface::TableName::all) {
+      store.remove(name);
+   }
+}
+
 } // namespace Vex

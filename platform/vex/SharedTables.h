@@ -126,5 +126,7 @@ struct SharedTables {
 // Opens every table for writing, taking over what the last writer left. Corruption goes to the operator log.
 // Sample times are those of the process's time source, so set that first. Throws Silo::TableError.
 SharedTables openSharedTables(const Silo::Store& store, const SharedTableSettings& settings = {});
+// Takes the tables' names away, so that the next start finds none. Who has a table open keeps it.
+void removeSharedTables(const Silo::Store& store);
 
 } // namespace Vex

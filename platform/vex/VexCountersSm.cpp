@@ -132,7 +132,7 @@ void CountersSm::updatePort(const Pelt::IntfId& intf) {
       return;
    }
    try {
-      port->update(*context_.helper, *context_.allIntfCounters,
+      port->update(*context_.helper, reading_, *context_.allIntfCounters,
                    context_.ethPhyIntfStatusDir->speedOrDefault(intf));
       errors_.forget(intf);
    } catch (const Silo::TableError& error) {

@@ -47,7 +47,7 @@ class CountersSm : public Kiln::Entity {
 
    // There are new counters of an interface. A port's are read, vetted and published at once. A VLAN
    // interface's are read once at the end of this turn of the loop. An empty or unknown interface is ignored.
-   void updateCounters(VexTypes::CounterType type, const Pelt::IntfId& intf);
+   virtual void updateCounters(VexTypes::CounterType type, const Pelt::IntfId& intf);
 
    // Moves the clear baseline of an interface, or of "all": what counts from now on counts since the clear.
    // False: there is no such interface.
@@ -96,6 +96,7 @@ class CountersSm : public Kiln::Entity {
    Context context_;
    Kiln::Ptr<WriterStatus> ethIntfCounterWriterStatus_;
    Kiln::Ptr<WriterConfig> writerConfig_;
+   Kiln::Ptr<VexTypes::IntfCounters> reading_ = Kiln::allocate<VexTypes::IntfCounters>(); // of any port
    QueuePublisher queues_;
    L3Counters vlanIntfs_;
    PublishErrors errors_;

@@ -27,8 +27,8 @@ class VexHelperCountersSm : public Kiln::Entity {
                                     const Kiln::Ptr<VexTypes::L3IntfCounters>& current,
                                     const Kiln::Ptr<VexTypes::L3IntfCounters>& previous) = 0;
    // Fills `record` with the latest reading, or leaves it alone when there is none. In `previous`, the reading
-   // that was published last, a counter whose step was an upset is set to its new value, so that it has no
-   // step.
+   // that was published last, a counter whose step was an upset is absorbed: set to its new value, so that it
+   // has no step.
    virtual void getCounters(const Pelt::IntfId& intf, const Kiln::Ptr<VexTypes::IntfCounters>& record,
                             const Kiln::Ptr<VexTypes::IntfCounters>& previous) = 0;
    virtual void getCoppCounters() = 0;

@@ -14,8 +14,7 @@ constexpr double speedTolerance = 1.1;
 } // namespace
 
 VexPortCounterSm::VexPortCounterSm(const Pelt::IntfId& intf)
-     : prevCounters_(Kiln::allocate<VexTypes::IntfCounters>()), intf_(intf), key_(intf.text()),
-       current_(Kiln::allocate<VexTypes::IntfCounters>()) {}
+     : prevCounters_(Kiln::allocate<VexTypes::IntfCounters>()), intf_(intf), key_(intf.text()) {}
 
 void VexPortCounterSm::handleSeed(bool isKept) {
    isSeeded_ = true;
@@ -25,28 +24,27 @@ void VexPortCounterSm::handleSeed(bool isKept) {
 }
 
 void VexPortCounterSm::update(VexHelper::VexHelperCountersSm& helper,
+                              const Kiln::Ptr<VexTypes::IntfCounters>& reading,
                               Silo::Interface::AllIntfCounters& counters, U64 speed) {
-   const Interface::EthIntfStatistics published = prevCounters_->statistics();
-   current_->isFilledIs(false);
-   helper.getCounters(intf_, current_, prevCounters_);
-   if (!current_->isFilled()) {
+   reading->isFilledIs(false);
+   prevCounters_->absorbedDelAll();
+   helper.getCounters(intf_, reading, prevCounters_);
+   if (!reading->isFilled()) {
       return;
    }
    const double now = Kiln::System::currentTime();
-   const Silo::Interface::IntfCounters& previous = prevCounters_->record();
-   Silo::Interface::IntfCounters& next = current_->record();
-   const bool isContinuous = takeStep(next, previous, published);
-   next.interval = intervalBetween(prevCounters_->sampleTime(), now);
-   next.discontinuityTime = isContinuous ? previous.discontinuityTime : now;
-   next.suspects = previous.suspects;
-   if (isContinuous && !isSeeded_) {
-      next.suspects += suspects(next, speed);
+   Silo::Interface::IntfCounters& record = prevCounters_->record();
+   const bool isContinuous = takeStep(*prevCounters_, reading->statistics());
+   record.interval = intervalBetween(prevCounters_->sampleTime(), now);
+   if (!isContinuous) {
+      record.discontinuityTime = now;
+   } else if (!isSeeded_) {
+      record.suspects += suspects(record, speed);
    }
-   current_->sampleTimeIs(now);
-   // The step is taken, whether the table takes the record or not.
-   std::swap(current_, prevCounters_);
+   prevCounters_->sampleTimeIs(now);
    isSeeded_ = false;
-   counters.table().recordIs(key_, prevCounters_->record(), now);
+   // The step is taken, whether the table takes the record or not.
+   counters.table().recordIs(key_, record, now);
 }
 
 // Steps in octets that the speed does not allow in the time.

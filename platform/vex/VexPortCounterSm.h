@@ -22,16 +22,17 @@ class VexPortCounterSm : public Kiln::PtrInterface {
    // The previous record was just seeded. `isKept`: the table had a record of the port.
    void handleSeed(bool isKept);
 
-   // Reads, vets and publishes the port's counters. `speed` is in bit/s. Nothing is published when the helper
-   // has no reading. Throws what the table throws.
-   void update(VexHelper::VexHelperCountersSm& helper, Silo::Interface::AllIntfCounters& counters, U64 speed);
+   // Reads, vets and publishes the port's counters. `reading` is where the helper puts what it reads: one
+   // record serves all ports. `speed` is in bit/s. Nothing is published when the helper has no reading. Throws
+   // what the table throws.
+   void update(VexHelper::VexHelperCountersSm& helper, const Kiln::Ptr<VexTypes::IntfCounters>& reading,
+               Silo::Interface::AllIntfCounters& counters, U64 speed);
 
  private:
    U64 suspects(const Silo::Interface::IntfCounters& record, U64 speed) const;
 
    Pelt::IntfId intf_;
    Silo::Key key_;
-   Kiln::Ptr<VexTypes::IntfCounters> current_;
    bool isSeeded_ = true; // the previous record is not a reading of this process
 };
 

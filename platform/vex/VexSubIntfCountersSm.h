@@ -32,7 +32,7 @@ class SubIntfCountersSm : public Kiln::Entity {
 
    // A chip was asked for its counters: the subinterfaces are due. They are read once at the end of this turn
    // of the loop, however many chips were asked.
-   void updateCounters();
+   virtual void updateCounters();
 
    // As the counters reactor's.
    bool clear(const Kiln::String& name);

@@ -22,14 +22,31 @@ class CountersOf : public Kiln::PtrInterface {
    using Statistics = typename Record::Statistics;
 
    const Statistics& statistics() const { return record_.reading; }
-   void statisticsIs(const Statistics& statistics) {
-      record_.reading = statistics;
+   void statisticsIs(const Statistics& statistics) { refill() = statistics; }
+   // The statistics, to be written in place: all of them.
+   Statistics& refill() {
       isFilled_ = true;
+      return record_.reading;
    }
-   // Whether statisticsIs was called since this was last set to false: a helper that knows nothing of an
+   // Whether statistics were written since this was last set to false: a helper that knows nothing of an
    // interface leaves its record alone.
    bool isFilled() const { return isFilled_; }
    void isFilledIs(bool filled) { isFilled_ = filled; }
+
+   // In a previous record: gives a field its new value, because its step was an upset, and remembers that.
+   void absorb(std::size_t field, U64 value) {
+      Interface::wordIs(record_.reading, field, value);
+      isAbsorbed_[field] = true;
+      hasAbsorbed_ = true;
+   }
+   bool hasAbsorbed() const { return hasAbsorbed_; }
+   bool isAbsorbed(std::size_t field) const { return isAbsorbed_[field]; }
+   void absorbedDelAll() {
+      if (hasAbsorbed_) {
+         isAbsorbed_ = {};
+         hasAbsorbed_ = false;
+      }
+   }
 
    const Record& record() const { return record_; }
    Record& record() { return record_; }
@@ -40,6 +57,8 @@ class CountersOf : public Kiln::PtrInterface {
 
  private:
    Record record_;
+   std::array<bool, Record::fieldCount> isAbsorbed_{};
+   bool hasAbsorbed_ = false;
    bool isFilled_ = false;
 };
 

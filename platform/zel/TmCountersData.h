@@ -4,12 +4,22 @@
 #include "kiln/Accessors.h"
 #include "zel/ZelId.h"
 
+#include <array>
+
 namespace ZelQos {
 
-// The traffic-manager counters of one pipe.
-struct TmPipeCounters {
-   bool operator==(const TmPipeCounters&) const noexcept = default;
+// One of them, as it was last read.
+struct TmCounter {
+   U64 count = 0; // packets or buffer cells
+   U64 bytes = 0;
+   int status = 0;      // of the latest read; the values are those of the latest that succeeded
+   bool isRead = false; // that there was one
+   bool operator==(const TmCounter&) const noexcept = default;
 };
+
+// Those of one pipe, by the SDK's number of the counter type; types that nobody reads stay zero.
+constexpr std::size_t tmCounterTypes = 9;
+using TmPipeCounters = std::array<TmCounter, tmCounterTypes>;
 
 class TmDeviceCounters : public Kiln::PtrInterface {
  public:
@@ -17,12 +27,16 @@ class TmDeviceCounters : public Kiln::PtrInterface {
    ZelId::ZelDevId devId() const { return devId_; }
 
    const Kiln::OrderedMap<U16, TmPipeCounters>& countersByPipe() const { return countersByPipe_; }
-   // Creates the pipe's entry, all zero, when it is missing.
-   void countersByPipeIs(U16 pipe) {
+   // The pipe's entry, created when missing: all zero.
+   TmPipeCounters& countersByPipeIs(U16 pipe) {
       if (!countersByPipe_.contains(pipe)) {
          countersByPipe_.set(pipe, {});
       }
+      return *countersByPipe_.find(pipe);
    }
+   void countersByPipeDelAll() { countersByPipe_ = {}; }
+   // Takes over those of another.
+   void countersAre(const TmDeviceCounters& other) { countersByPipe_ = other.countersByPipe_; }
 
  private:
    ZelId::ZelDevId devId_;

@@ -24,11 +24,11 @@ ZlTableException::ZlTableException(const Kiln::String& tableName, U32 status)
        status_(status) {}
 
 EntrySlot& KeyManager::slot(U32 key) {
-   if (EntrySlot* const present = slots_.find(key)) {
-      return *present;
+   if (EntrySlot* const* const present = slotOfKey_.find(key)) {
+      return **present;
    }
-   slots_.set(key, EntrySlot());
-   return *slots_.find(key);
+   slotOfKey_.set(key, &slots_.emplace_back());
+   return slots_.back();
 }
 
 TableStatusManager::TableStatus& TableStatusManager::tableStatus(const Kiln::String& tableName) {

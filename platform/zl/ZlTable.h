@@ -7,6 +7,7 @@
 #include "kiln/Ptr.h"
 #include "zl/ZlPd.h"
 
+#include <deque>
 #include <span>
 #include <stdexcept>
 
@@ -36,7 +37,8 @@ class KeyManager : public Kiln::PtrInterface {
    EntrySlot& slot(U32 key);
 
  private:
-   Kiln::HashMap<U32, EntrySlot> slots_;
+   std::deque<EntrySlot> slots_; // side by side: neighbours are read together
+   Kiln::HashMap<U32, EntrySlot*> slotOfKey_;
 };
 
 // How full the tables of one chip are.

@@ -28,9 +28,9 @@ class AgentTest : public testing::Test {
       Kiln::ActivityManager::instanceDel();
    }
 
-   // Its shared tables are its own, and go with it.
+   // With tables of its own, since tests run side by side.
    ZelAgent::SwitchAgent& start(ZelAgent::SwitchAgentConfig config) {
-      config.tablePrefix = "zelagent-test-" + std::to_string(getpid());
+      config.tablePrefix += "-test-" + std::to_string(getpid());
       config.tablesAreTemporary = true;
       return agent_.emplace(config);
    }

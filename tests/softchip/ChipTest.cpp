@@ -103,7 +103,8 @@ TEST_F(ChipTest, ACaptureIsReplayedAsAWholeOrNotAtAll) {
    const auto record = [](std::ofstream& out, U32 captured, U32 length) {
       const U32 header[] = {0, 0, captured, length};
       out.write(reinterpret_cast<const char*>(header), sizeof header);
-      out.write(Kiln::String(captured, '\xff').data(), captured);
+      const Kiln::String broadcast = Kiln::String(6, '\xff') + Kiln::String(captured - 6, '\x02');
+      out.write(broadcast.data(), captured);
    };
    const Kiln::String path = file("replay");
    std::ofstream out(path, std::ios::binary);

@@ -179,18 +179,17 @@ bf_status_t lld_sku_map_pipe_id_to_phy_pipe_id(bf_dev_id_t, uint32_t logical, ui
    return static_cast<bf_status_t>(sdk().status("map", 0, static_cast<U16>(logical)));
 }
 
-pipe_status_t pipe_mgr_stat_tbl_symmetric_mode_initialized(bf_dev_id_t dev, pipe_stat_tbl_hdl_t counterHandle,
+pipe_status_t pipe_mgr_stat_tbl_symmetric_mode_initialized(bf_dev_id_t dev, pipe_stat_tbl_hdl_t table,
                                                            bool* initialized) {
-   sdk().calls.push_back("initialized? " + std::to_string(dev) + " " + StubSdk::hex(counterHandle));
-   StubSdk::Table& table = sdk().table(dev, counterHandle - 0x1000);
-   *initialized = table.checksUntilInitialized-- <= 0;
-   return static_cast<pipe_status_t>(sdk().status("initialized", counterHandle, 0));
+   sdk().calls.push_back("initialized? " + std::to_string(dev) + " " + StubSdk::hex(table));
+   StubSdk::Table& asked = sdk().table(dev, table - 0x1000);
+   *initialized = asked.checksUntilInitialized-- <= 0;
+   return static_cast<pipe_status_t>(sdk().status("initialized", table, 0));
 }
 
-pipe_status_t pipe_mgr_stat_tbl_symmetric_mode(bf_dev_id_t dev, pipe_stat_tbl_hdl_t counterHandle,
-                                               bool* symmetric) {
-   *symmetric = sdk().table(dev, counterHandle - 0x1000).symmetric;
-   return static_cast<pipe_status_t>(sdk().status("symmetric", counterHandle, 0));
+pipe_status_t pipe_mgr_stat_tbl_symmetric_mode(bf_dev_id_t dev, pipe_stat_tbl_hdl_t table, bool* symmetric) {
+   *symmetric = sdk().table(dev, table - 0x1000).symmetric;
+   return static_cast<pipe_status_t>(sdk().status("symmetric", table, 0));
 }
 
 pipe_status_t pipe_mgr_tbl_set_property(pipe_sess_hdl_t session, bf_dev_id_t dev, pipe_tbl_hdl_t table,
@@ -241,7 +240,31 @@ bf_status_t bf_tm_q_drop_get(bf_dev_id_t, uint16_t pipe, bf_dev_port_t port, uin
    return static_cast<bf_status_t>(sdk().status("drops", 0, pipe));
 }
 
+bf_status_t bf_tm_pipe_counter_get(bf_dev_id_t, uint16_t pipe, uint32_t type, bf_tm_pipe_counter_t* counter) {
+   *counter = sdk().tm[{pipe, type}];
+   return static_cast<bf_status_t>(sdk().status("tm", type, pipe));
+}
+
+bf_status_t bf_pipe_path_counter_get(bf_dev_id_t, uint16_t pipe, uint32_t stage,
+                                     bf_pipe_path_count_t* count) {
+   *count = sdk().path[{pipe, stage}];
+   return static_cast<bf_status_t>(sdk().status("path", stage, pipe));
+}
+
+bf_status_t bf_pipe_mau_drop_get(bf_dev_id_t, uint16_t pipe, uint32_t stage, uint64_t* drops) {
+   *drops = sdk().mauDrops[{pipe, stage}];
+   return static_cast<bf_status_t>(sdk().status("mau", stage, pipe));
+}
+
+bf_status_t bf_pipe_deparser_drop_get(bf_dev_id_t, uint16_t pipe, uint32_t direction, uint64_t* drops) {
+   *drops = sdk().mauDrops[{pipe, 100 + direction}];
+   return static_cast<bf_status_t>(sdk().status("deparser", direction, pipe));
+}
+
 bf_status_t bf_port_mac_stats_hw_async_get(bf_dev_id_t, bf_dev_port_t, bf_port_mac_stats_cb, void*) {
+   if (sdk().onMacStatsGet) {
+      sdk().onMacStatsGet();
+   }
    return 3;
 }
 

@@ -2,11 +2,14 @@
 // test's to choose. One a process; reset() between tests. Any thread may deliver completions.
 #pragma once
 
+#include "sdk/bf_pipe.h"
+#include "sdk/bf_tm.h"
 #include "sdk/pipe_mgr.h"
 #include "zl/ZelCountersIntf.h"
 #include "zl/ZlPd.h"
 #include "zl/ZlResourceInfo.h"
 
+#include <functional>
 #include <map>
 #include <mutex>
 #include <tuple>
@@ -37,6 +40,10 @@ struct Sdk {
    std::map<std::pair<int, U32>, Table> tables;
    // The status of an entry point by its name, table handle and pipe; else 0.
    std::map<std::tuple<std::string, U32, U16>, U32> statuses;
+   // By pipe and type, stage or place; absent ones are zero. A deparser's place is 100 + its direction.
+   std::map<std::pair<U16, U32>, bf_tm_pipe_counter_t> tm;
+   std::map<std::pair<U16, U32>, bf_pipe_path_count_t> path;
+   std::map<std::pair<U16, U32>, U64> mauDrops;
    std::map<U32, U64> drops; // of a queue, by device port x 32 + queue
    // Whether the n-th sync request from now on completes inline; beyond the end, inlineDefault.
    std::vector<bool> inlineNext;
@@ -44,7 +51,8 @@ struct Sdk {
    std::vector<Completion> pending;
    // The calls that matter, in order: "sync 0 65535 A01", "property 0 B01 scope 1", ...
    std::vector<std::string> calls;
-   U64 reads = 0; // of entries
+   std::function<void()> onMacStatsGet; // while a request for a port's counters, always refused, is under way
+   U64 reads = 0;                       // of entries
    U32 physicalPipeOffset = 0;
    std::mutex mutex; // guards pending
 
@@ -83,6 +91,11 @@ class Pd : public ZlPd::ZlPdIntf {
    Kiln::String counterDecodeMatch(U32, U32, U32, S32 entry) const override {
       return "match " + std::to_string(entry);
    }
+   // Its match tables are always full.
+   U32 entryAdd(U32, U32, U16, const Kiln::String&, std::span<const ZlPd::MatchField>, U32*) override {
+      return 9;
+   }
+   U32 entryDel(U32, U32, const Kiln::String&, U32) override { return 9; }
 };
 
 } // namespace StubSdk

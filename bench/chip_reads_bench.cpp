@@ -1,0 +1,148 @@
+// What one completion of a pipe's queue counters and one fetch of the PDP counters cost, each as a multiple of
+// its floor: the same SDK reads, and nothing else. Both take turns, so that both see the same machine.
+#include "AllocationCount.h"
+#include "PipeIntfQueueCounterSm.h"
+#include "SoftChip.h"
+#include "ZelCounters.h"
+#include "kiln/ActivityLock.h"
+#include "kiln/ActivityManager.h"
+#include "sdk/bf_tm.h"
+#include "zl/ZelSdk.h"
+
+#include <benchmark/benchmark.h>
+#include <ctime>
+
+namespace {
+
+constexpr unsigned pipes = 4;
+constexpr unsigned portsPerPipe = 64;
+constexpr unsigned queuesPerPort = 8;
+constexpr U32 pdpEntriesPerPipe = 2336;
+
+// CPU time of this thread, so that what else the machine does counts for neither side.
+double cpuSeconds() {
+   timespec now{};
+   clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+   return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
+}
+
+struct Switch {
+   Switch() {
+      Kiln::System::timeSourceIs(Kiln::allocate<Kiln::SimulatedTime>());
+      SoftChip::Chip& soft = fleet.chipAdd({"Zel0", 0, pipes, program});
+      auto chipStatus = Kiln::allocate<ZelSlice::ChipStatus>();
+      chipStatus->highestLogicalPipeIdIs(pipes - 1);
+      auto systemStatus = Kiln::allocate<ZelSystem::SystemStatus>();
+      for (unsigned port = 0; port < pipes * portsPerPipe; ++port) {
+         const auto devicePort = static_cast<U16>(port / portsPerPipe * 128 + port % portsPerPipe);
+         const Pelt::IntfId intf(("Ethernet" + std::to_string(port + 1)).c_str());
+         soft.portAdd(devicePort);
+         systemStatus->portInfoIs(intf, {0, devicePort});
+         chipStatus->portToIntfIdIs(devicePort, intf);
+      }
+      ZelCounter::ZelCounters::Context context{};
+      context.chipName = "Zel0";
+      context.sessionId = ZelSdk::getZelSessionHdl();
+      context.chipStatus = chipStatus;
+      context.systemStatus = systemStatus;
+      context.zlResourceInfoIntf = program;
+      chip = ZelCounter::zelCountersFactory(std::move(context));
+      Kiln::ActivityManager::instance()->advance(3.0); // the first sync pass has landed
+   }
+   Switch(const Switch&) = delete;
+   Switch& operator=(const Switch&) = delete;
+   ~Switch() { chip = nullptr; }
+
+   U32 handleOf(const char* table) const {
+      return program->zlTableCounterField(table, ZlResourceInfo::ZlCounterFieldId::tableHandle);
+   }
+
+   decltype(Kiln::ActivityLockAnchor::lock()) lock = Kiln::ActivityLockAnchor::lock();
+   SoftChip::Fleet fleet;
+   Kiln::Ptr<SoftChip::P4Program> program = SoftChip::P4Program::standard();
+   Kiln::Ptr<ZelCounter::ZelCounters> chip;
+};
+
+// `prepare` is not timed.
+template <class Prepare, class Path, class Floor>
+void compare(benchmark::State& state, Prepare prepare, Path path, Floor floor) {
+   double floorSeconds = 0.0;
+   double pathSeconds = 0.0;
+   std::uint64_t allocations = 0;
+   for (auto _ : state) {
+      prepare();
+      const double begin = cpuSeconds();
+      floor();
+      const double middle = cpuSeconds();
+      const std::uint64_t before = Bench::allocations().count;
+      path();
+      allocations += Bench::allocations().count - before;
+      const double end = cpuSeconds();
+      floorSeconds += middle - begin;
+      pathSeconds += end - middle;
+      state.SetIterationTime(end - middle);
+   }
+   state.counters["x_floor"] = pathSeconds / floorSeconds;
+   state.counters["allocations"] = static_cast<double>(allocations);
+}
+
+void queueCompletion(benchmark::State& state) {
+   Switch one;
+   auto& completions = one.fleet.completions();
+   const auto poller = one.chip->pipeIntfQueueCounterSm(0);
+   completions.modeIs({SoftChip::CompletionMode::Kind::held});
+   poller->pollingClockExpired();
+   void* const cookie = completions.held().at(0).cookie;
+   completions.deliverAllHeld();
+   completions.modeIs({SoftChip::CompletionMode::Kind::lost}); // this calls back itself
+   const U32 handle = one.handleOf("egressPortQueueCount");
+   const auto floor = [&] {
+      pipe_stat_data_t sent{};
+      U64 dropped = 0;
+      for (unsigned port = 0; port < portsPerPipe; ++port) {
+         for (unsigned queue = 0; queue < queuesPerPort; ++queue) {
+            pipe_mgr_stat_ent_query(sess_hdl, 0, 0, handle, (port << 5) + ((port & 3) << 3) + queue, &sent);
+            benchmark::DoNotOptimize(sent);
+         }
+         for (unsigned queue = 0; queue < queuesPerPort; ++queue) {
+            bf_tm_q_drop_get(0, 0, static_cast<bf_dev_port_t>(port), queue, &dropped);
+            benchmark::DoNotOptimize(dropped);
+         }
+      }
+   };
+   compare(
+        state, [&] { poller->pollingClockExpired(); },
+        [&] { ZelCounter::ZelIntfQueueCountersCallback(0, cookie); }, floor);
+   if (poller->pollingTimeMin() == Kiln::never) {
+      state.SkipWithError("a completion was not taken");
+   }
+}
+BENCHMARK(queueCompletion)->UseManualTime()->Unit(benchmark::kMicrosecond);
+
+void pdpFetch(benchmark::State& state) {
+   Switch one;
+   one.chip->fetchPdpCounters();
+   const U32 handle = one.handleOf("pdpClassCount");
+   const auto floor = [&] {
+      for (U16 pipe = 0; pipe < pipes; ++pipe) {
+         ZelCountersIntf::ReadBuffer buffer;
+         p4_pd_counter_value value{};
+         ZelCountersIntf::counterReadIndirectStart(sess_hdl, 0, pipe, handle, &buffer);
+         for (U32 index = 0; index < pdpEntriesPerPipe; ++index) {
+            ZelCountersIntf::counterReadIndirectMain(sess_hdl, 0, pipe, handle, index, &buffer, &value);
+            benchmark::DoNotOptimize(value);
+         }
+         ZelCountersIntf::counterReadIndirectEnd(sess_hdl);
+      }
+   };
+   compare(
+        state, [] {}, [&] { one.chip->fetchPdpCounters(); }, floor);
+   if (!one.chip->pdpCountersFetched()) {
+      state.SkipWithError("the fetch failed");
+   }
+}
+BENCHMARK(pdpFetch)->UseManualTime()->Unit(benchmark::kMicrosecond);
+
+} // namespace
+
+BENCHMARK_MAIN();

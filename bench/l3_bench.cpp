@@ -1,0 +1,248 @@
+// VLAN counters of four chips, 4,094 VLANs of five entries each: one read of all, one NAT refresh pass with how long
+// the activity lock is held by it, and enabling and disabling all, each against its floor in the same run.
+#include "Fleet.h"
+#include "SoftPd.h"
+#include "kiln/ActivityLock.h"
+#include "kiln/ActivityManager.h"
+#include "l3/ZelCountersL3Intf.h"
+#include "zl/ZelCountersIntf.h"
+#include "zl/ZelSdk.h"
+
+#include <algorithm>
+#include <benchmark/benchmark.h>
+#include <ctime>
+#include <filesystem>
+#include <memory>
+#include <vector>
+
+namespace {
+
+using Bridging::VlanId;
+using ZelCounter::packets_and_bytes;
+
+constexpr unsigned chips = 4;
+constexpr unsigned entriesPerVlan = 5;
+constexpr unsigned reads = chips * entriesPerVlan * VlanId::max;
+
+// CPU time of this thread, so that what else the machine does counts for neither side.
+double cpuSeconds() {
+   timespec now{};
+   clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+   return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
+}
+
+double wallSeconds() {
+   timespec now{};
+   clock_gettime(CLOCK_MONOTONIC, &now);
+   return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
+}
+
+Pelt::IntfId intfOf(unsigned vlan) {
+   return Pelt::IntfId(("Vlan" + std::to_string(vlan)).c_str());
+}
+
+// Everything but the VLANs.
+class Switch {
+ public:
+   Switch() {
+      std::filesystem::create_directories(folder_);
+      nat_ = Kiln::allocate<Silo::Interface::AllNatCounterDir>(
+           Silo::Store::directory(folder_), "nat",
+           Silo::TableOptions{.capacity = VlanId::max,
+                              .pollingInterval = 1,
+                              .clockDomain = Silo::ClockDomain::monotonic(),
+                              .onCorruption = {},
+                              .isBegunAnew = true});
+      system_->chipCapabilitiesIs("full", {.vlanCounters = true, .vxlan = true, .vrfNat = true});
+      l3Table->hasNotificationActiveIs(true);
+      sm = Kiln::allocate<ZelCounter::ZelCountersL3IntfSm>(l3Table, system_, nat_);
+      sm->hasNotificationActiveIs(true);
+      for (U8 dev = 0; dev < chips; ++dev) {
+         SoftChip::Chip& chip = fleet_.chipAdd({.name = "Zel" + std::to_string(dev), .deviceId = dev});
+         sm->addDevice(dev, {"full"}, pd_, chip.program(), Kiln::allocate<ZelSlice::ChipStatus>());
+      }
+   }
+   Switch(const Switch&) = delete;
+   Switch& operator=(const Switch&) = delete;
+   ~Switch() {
+      sm = nullptr;
+      nat_ = nullptr;
+      std::filesystem::remove_all(folder_);
+   }
+
+   void addVlans() {
+      for (unsigned vlan = 1; vlan <= VlanId::max; ++vlan) {
+         l3Table->intfIdToL3IdIs(intfOf(vlan), vlan);
+      }
+   }
+   Silo::Interface::AllNatCounterDir& nat() { return *nat_; }
+
+   Kiln::Ptr<VexL3Intf::Table> l3Table = Kiln::allocate<VexL3Intf::Table>("l3");
+   Kiln::Ptr<ZelCounter::ZelCountersL3IntfSm> sm;
+
+ private:
+   std::string folder_ = "/dev/shm/l3_bench." + std::to_string(getpid());
+   SoftChip::Fleet fleet_;
+   Kiln::Ptr<SoftChip::SoftPd> pd_ = Kiln::allocate<SoftChip::SoftPd>();
+   Kiln::Ptr<ZelSystem::SystemStatus> system_ = Kiln::allocate<ZelSystem::SystemStatus>();
+   Kiln::Ptr<Silo::Interface::AllNatCounterDir> nat_;
+};
+
+// The bare SDK reads that the library must make for all VLANs: chip, table handle and entry, in its order.
+class Floor {
+ public:
+   explicit Floor(const Switch& of) {
+      for (unsigned vlan = 1; vlan <= VlanId::max; ++vlan) {
+         for (const auto& [dev, helper] : of.sm->helper()) {
+            const auto& spec = helper->matchSpec(VlanId(vlan));
+            const U32 ing = helper->ingL2DomainHandle();
+            const U32 egr = helper->egrL2DomainHandle();
+            reads_.insert(reads_.end(), {{dev, ing, spec->ingress.ordinary->handle},
+                                         {dev, egr, spec->egress.ordinary->handle},
+                                         {dev, ing, spec->ingress.decapsulated->handle},
+                                         {dev, egr, spec->egress.decapsulated->handle},
+                                         {dev, ing, spec->ingress.sourceNat->handle}});
+         }
+      }
+   }
+
+   void read() const { read(0, reads_.size()); }
+   void read(unsigned vlan) const {
+      constexpr std::size_t each = std::size_t{chips} * entriesPerVlan;
+      read((vlan - 1) * each, each);
+   }
+
+ private:
+   struct Read {
+      U8 dev;
+      U32 table;
+      U32 entry;
+   };
+   void read(std::size_t first, std::size_t count) const {
+      p4_pd_counter_value value{};
+      for (const Read& each : std::span(reads_).subspan(first, count)) {
+         ZelCountersIntf::counterReadDirect(ZelSdk::getZelSessionHdl(), each.dev,
+                                            ZelId::ZelPipeId::allPipes(), each.table, each.entry, 0, &value);
+         benchmark::DoNotOptimize(value);
+      }
+   }
+
+   std::vector<Read> reads_;
+};
+
+// Floor and library take turns, so that both see the same machine.
+template <class FloorWork, class Work>
+void against(benchmark::State& state, unsigned units, const char* unit, FloorWork floorWork, Work work) {
+   double floorSeconds = 0;
+   double seconds = 0;
+   for (auto _ : state) {
+      const double begin = cpuSeconds();
+      floorWork();
+      const double middle = cpuSeconds();
+      work();
+      const double end = cpuSeconds();
+      floorSeconds += middle - begin;
+      seconds += end - middle;
+      state.SetIterationTime(end - middle);
+   }
+   const double each = 1e9 / static_cast<double>(state.iterations()) / units;
+   state.counters[std::string("floor_ns_per_") + unit] = floorSeconds * each;
+   state.counters[std::string("own_ns_per_") + unit] = (seconds - floorSeconds) * each;
+}
+
+void readAll(benchmark::State& state) {
+   Switch of;
+   of.addVlans();
+   const Floor floor(of);
+   against(
+        state, reads, "entry", [&] { floor.read(); },
+        [&] {
+           packets_and_bytes rx;
+           packets_and_bytes tx;
+           packets_and_bytes snat;
+           for (unsigned vlan = 1; vlan <= VlanId::max; ++vlan) {
+              for (const auto& [dev, helper] : of.sm->helper()) {
+                 helper->getSviStats(VlanId(vlan), &rx, &tx, &snat);
+                 benchmark::DoNotOptimize(rx);
+              }
+           }
+        });
+}
+BENCHMARK(readAll)->UseManualTime()->Unit(benchmark::kMillisecond);
+
+// The floor also reads and writes each interface's record, as the pass must.
+void natPass(benchmark::State& state) {
+   Switch of;
+   of.addVlans();
+   const Floor floor(of);
+   std::vector<Silo::Key> keys;
+   for (unsigned vlan = 1; vlan <= VlanId::max; ++vlan) {
+      keys.emplace_back(intfOf(vlan).text());
+   }
+   double longestHold = 0;
+   against(
+        state, reads, "entry",
+        [&] {
+           for (unsigned vlan = 1; vlan <= VlanId::max; ++vlan) {
+              const Silo::Key& key = keys[vlan - 1];
+              floor.read(vlan);
+              const auto record = of.nat().table().sampleOrDefault(key).record;
+              of.nat().table().recordIs(key, record, 1.0);
+           }
+        },
+        [&] {
+           const auto lock = Kiln::ActivityLockAnchor::lock();
+           const double begin = wallSeconds();
+           of.sm->routedPortCounterSm()->updateRoutedPortCounters();
+           longestHold = std::max(longestHold, wallSeconds() - begin);
+        });
+   state.counters["longest_lock_ms"] = 1e3 * longestHold;
+}
+BENCHMARK(natPass)->UseManualTime()->Unit(benchmark::kMillisecond);
+
+// The floor adds and deletes the same entries through the PD interface.
+void enableAndDisable(benchmark::State& state) {
+   Switch of;
+   SoftChip::SoftPd pd;
+   const U32 session = ZelSdk::getZelSessionHdl();
+   std::vector<U32> entries(VlanId::max * std::size_t{entriesPerVlan});
+   struct Kind {
+      const char* table;
+      U64 decapType;
+      U64 snat;
+   };
+   const Kind kinds[entriesPerVlan] = {{"ingL2DomainCount", 0, 0},
+                                       {"ingL2DomainCount", 1, 0},
+                                       {"ingL2DomainCount", 0, 1},
+                                       {"egrL2DomainCount", 0, 0},
+                                       {"egrL2DomainCount", 1, 0}};
+   const auto& helper = of.sm->helper(0);
+   against(
+        state, VlanId::max, "vlan",
+        [&] {
+           for (std::size_t i = 0; i < entries.size(); ++i) {
+              const Kind& kind = kinds[i % entriesPerVlan];
+              const ZlPd::MatchField match[] = {{"vlanId", i / entriesPerVlan + 1},
+                                                {"decapType", kind.decapType},
+                                                {"ingMdSnatHit", kind.snat}};
+              pd.entryAdd(session, 0, ZelId::ZelPipeId::allPipes(), kind.table,
+                          std::span(match).first(i % entriesPerVlan < 3 ? 3 : 2), &entries[i]);
+           }
+           for (std::size_t i = 0; i < entries.size(); ++i) {
+              pd.entryDel(session, 0, kinds[i % entriesPerVlan].table, entries[i]);
+           }
+        },
+        [&] {
+           for (unsigned vlan = 1; vlan <= VlanId::max; ++vlan) {
+              helper->enableSviStats(VlanId(vlan));
+           }
+           for (unsigned vlan = 1; vlan <= VlanId::max; ++vlan) {
+              helper->disableSviStats(VlanId(vlan));
+           }
+        });
+}
+BENCHMARK(enableAndDisable)->UseManualTime()->Unit(benchmark::kMillisecond);
+
+} // namespace
+
+BENCHMARK_MAIN();

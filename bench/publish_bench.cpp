@@ -1,0 +1,236 @@
+// What a port's way from raw counters to its published record costs: 456 records converted, vetted, stepped and
+// written, as a multiple of a bare sequence-locked write of the same bytes; the same for reading them from a
+// second mapping; and, for contrast, a record published as decimal strings. Allocations once warm are counted.
+//
+// Each path takes turns with its floor, so that both see the same machine.
+#include "AllocationCount.h"
+#include "ZelCountersMgr.h"
+#include "kiln/ActivityLock.h"
+#include "kiln/ActivityManager.h"
+#include "silo/TableReader.h"
+#include "vex/SharedTables.h"
+
+#include <benchmark/benchmark.h>
+#include <charconv>
+#include <cstring>
+#include <ctime>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+using Silo::Interface::IntfCounters;
+
+constexpr unsigned ports = ZelId::PortIndex::invalid; // 456
+constexpr std::size_t recordBytes = sizeof(IntfCounters);
+
+double cpuSeconds() {
+   timespec now{};
+   clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+   return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
+}
+
+// The least that a record takes, at the price of a data race in the eyes of the language.
+struct BareSlot {
+   std::atomic<std::uint64_t> sequence;
+   std::byte bytes[recordBytes];
+
+   void write(const IntfCounters& source) {
+      const std::uint64_t odd = sequence.load(std::memory_order_relaxed) + 1;
+      sequence.store(odd, std::memory_order_relaxed);
+      std::atomic_thread_fence(std::memory_order_release);
+      std::memcpy(bytes, &source, recordBytes);
+      sequence.store(odd + 1, std::memory_order_release);
+   }
+   bool read(IntfCounters& copy) const {
+      const std::uint64_t before = sequence.load(std::memory_order_acquire);
+      std::memcpy(static_cast<void*>(&copy), bytes, recordBytes);
+      std::atomic_thread_fence(std::memory_order_acquire);
+      return (before & 1) == 0 && sequence.load(std::memory_order_relaxed) == before;
+   }
+};
+
+// A manager with one chip of 456 ports, whose counters move a little with each pass.
+class Publisher {
+ public:
+   Publisher() : store_(Silo::Store::sharedMemory("zel-publish-bench-" + std::to_string(getpid()))) {
+      const auto lock = Kiln::ActivityLockAnchor::lock();
+      Kiln::System::timeSourceIs(time_);
+      status_->hasNotificationActiveIs(true);
+      auto mounts = Kiln::allocate<ZelCounter::CountersMounts>();
+      const Vex::SharedTables tables = Vex::openSharedTables(store_);
+      mounts->allIntfCountersIs(tables.allIntfCounters);
+      auto directory = Kiln::allocate<Interface::EthPhyIntfStatusDir>();
+      mounts->ethPhyIntfStatusDirIs(directory);
+      for (unsigned port = 0; port < ports; ++port) {
+         const Pelt::IntfId intf(("Ethernet" + std::to_string(port + 1)).c_str());
+         status_->portInfoIs(intf, {0, static_cast<U16>(port)});
+         directory->intfStatusIs(intf, true);
+         names.push_back(intf);
+         keys.emplace_back(intf.text());
+      }
+      mgr_ = ZelCounter::zelCountersMgrFactory(status_, mounts, Kiln::allocate<Vex::VexCommonSmData>(),
+                                               Kiln::allocate<Agent::AgentCommandRequestDirSm>(), nullptr,
+                                               nullptr, nullptr);
+      mgr_->addChip(0, "Zel0", {"soft"}, 1, nullptr, nullptr, nullptr);
+      pass();
+      pass();
+      for (unsigned port = 0; port < ports; ++port) {
+         records.push_back(tables.allIntfCounters->table().sample(keys[port]).record);
+      }
+      bare_ = store_.openForWriting("bare");
+      bare_.grow(ports * sizeof(BareSlot));
+   }
+   Publisher(const Publisher&) = delete;
+   Publisher& operator=(const Publisher&) = delete;
+   ~Publisher() {
+      const auto lock = Kiln::ActivityLockAnchor::lock();
+      mgr_ = nullptr;
+      Vex::removeSharedTables(store_);
+      store_.remove("bare");
+   }
+
+   // New raw counters are stored first; what is measured begins where the forwarding layer is told.
+   double pass() {
+      time_->charge(2.0);
+      const auto chip = mgr_->zelCounters(0);
+      for (U64& value : raw_) {
+         value += 1000;
+      }
+      for (const Pelt::IntfId& name : names) {
+         chip->updateCounters(name, raw_);
+      }
+      const double start = cpuSeconds();
+      for (const Pelt::IntfId& name : names) {
+         mgr_->vexCountersSm()->updateCounters(VexTypes::CounterType::port, name);
+      }
+      return cpuSeconds() - start;
+   }
+   double floor() {
+      auto* const slots = reinterpret_cast<BareSlot*>(bare_.data());
+      const double start = cpuSeconds();
+      for (unsigned port = 0; port < ports; ++port) {
+         slots[port].write(records[port]);
+      }
+      return cpuSeconds() - start;
+   }
+
+   const Silo::Store& store() const { return store_; }
+
+   std::vector<Pelt::IntfId> names;
+   std::vector<Silo::Key> keys;
+   std::vector<IntfCounters> records;
+
+ private:
+   Silo::Store store_;
+   Kiln::Ptr<Kiln::SimulatedTime> time_ = Kiln::allocate<Kiln::SimulatedTime>();
+   Kiln::Ptr<ZelSystem::SystemStatus> status_ = Kiln::allocate<ZelSystem::SystemStatus>();
+   Kiln::Ptr<ZelCounter::ZelCountersMgr> mgr_;
+   bf_rmon_counter_array_t raw_{};
+   Silo::Mapping bare_;
+};
+
+void report(benchmark::State& state, double seconds, double floorSeconds) {
+   const double records = static_cast<double>(state.iterations()) * ports;
+   state.counters["x_floor"] = seconds / floorSeconds;
+   state.counters["ns_per_record"] = seconds / records * 1e9;
+   state.counters["floor_ns_per_record"] = floorSeconds / records * 1e9;
+   state.counters["record_bytes"] = static_cast<double>(recordBytes);
+}
+
+void publish(benchmark::State& state) {
+   Publisher agent;
+   const auto lock = Kiln::ActivityLockAnchor::lock();
+   double seconds = 0;
+   double floorSeconds = 0;
+   Bench::Allocations spent;
+   for (auto _ : state) {
+      floorSeconds += agent.floor();
+      const auto before = Bench::allocations();
+      const double pass = agent.pass();
+      spent.count += Bench::allocations().count - before.count;
+      seconds += pass;
+      state.SetIterationTime(pass);
+   }
+   report(state, seconds, floorSeconds);
+   state.counters["allocations"] = static_cast<double>(spent.count);
+}
+
+void append(std::string& text, const char* prefix, std::size_t field, U64 value) {
+   char digits[24];
+   const auto end = std::to_chars(digits, digits + sizeof digits, value).ptr;
+   text.append(prefix).append(Interface::ethIntfFields[field].name).append("=");
+   text.append(digits, end).append(" ");
+}
+
+// As a database of strings would need it: each value of each record formatted, under its name.
+void publishAsStrings(benchmark::State& state) {
+   Publisher agent;
+   std::vector<std::string> texts(ports);
+   double seconds = 0;
+   double floorSeconds = 0;
+   for (auto _ : state) {
+      floorSeconds += agent.floor();
+      const double start = cpuSeconds();
+      for (unsigned port = 0; port < ports; ++port) {
+         texts[port].clear();
+         const IntfCounters& record = agent.records[port];
+         for (std::size_t i = 0; i < Interface::ethIntfFields.size(); ++i) {
+            append(texts[port], "", i, Interface::word(record.reading, i));
+            append(texts[port], "total.", i, record.totals[i]);
+            append(texts[port], "delta.", i, record.deltas[i]);
+         }
+      }
+      benchmark::DoNotOptimize(texts.data());
+      const double pass = cpuSeconds() - start;
+      seconds += pass;
+      state.SetIterationTime(pass);
+   }
+   report(state, seconds, floorSeconds);
+}
+
+void readAll(benchmark::State& state) {
+   Publisher agent;
+   Silo::TableReader<IntfCounters> reader(agent.store(), Silo::Interface::TableName::intfCounters);
+   const Silo::Mapping mapping = agent.store().openForReading("bare");
+   const auto* const slots = reinterpret_cast<const BareSlot*>(mapping.data());
+   std::vector<Silo::Sample<IntfCounters>> samples(ports);
+   bool isGood = true;
+   agent.floor();
+   double seconds = 0;
+   double floorSeconds = 0;
+   std::uint64_t allocated = 0;
+   for (auto _ : state) {
+      double start = cpuSeconds();
+      for (unsigned port = 0; port < ports; ++port) {
+         isGood &= slots[port].read(samples[port].record);
+      }
+      benchmark::ClobberMemory();
+      floorSeconds += cpuSeconds() - start;
+      const auto before = Bench::allocations();
+      start = cpuSeconds();
+      for (unsigned port = 0; port < ports; ++port) {
+         isGood &= reader.read(agent.keys[port], samples[port]) == Silo::ReadResult::ok;
+      }
+      benchmark::ClobberMemory();
+      const double pass = cpuSeconds() - start;
+      if (seconds > 0) { // the first pass indexes the keys
+         allocated += Bench::allocations().count - before.count;
+      }
+      seconds += pass;
+      state.SetIterationTime(pass);
+   }
+   if (!isGood) {
+      state.SkipWithError("a record could not be read");
+   }
+   report(state, seconds, floorSeconds);
+   state.counters["allocations"] = static_cast<double>(allocated);
+}
+
+BENCHMARK(publish)->UseManualTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK(publishAsStrings)->UseManualTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK(readAll)->UseManualTime()->Unit(benchmark::kMicrosecond);
+
+} // namespace
+
+BENCHMARK_MAIN();

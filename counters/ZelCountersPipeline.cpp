@@ -1,0 +1,92 @@
+// The packet-path counters of a chip: how many packets each stage of its pipes took in, passed on and dropped.
+#include "SdkStatus.h"
+#include "ZelCounters.h"
+#include "ZelCountersTrace.h"
+#include "kiln/Assert.h"
+#include "sdk/bf_pipe.h"
+
+#include <string>
+
+namespace ZelCounter {
+
+namespace {
+
+constexpr std::array stageNames = {"port-rx",         "parser", "ingress",         "ingress-deparser",
+                                   "traffic-manager", "egress", "egress-deparser", "port-tx"};
+static_assert(stageNames.size() == BF_PIPE_PATH_STAGES);
+
+constexpr std::size_t countsPerStage = 3; // in, out, dropped
+
+std::size_t indexOf(U32 pipe, U32 stage) {
+   return (std::size_t{pipe} * BF_PIPE_PATH_STAGES + stage) * countsPerStage;
+}
+
+} // namespace
+
+std::span<const char* const> ZelCounters::pipelineStages() {
+   return stageNames;
+}
+
+// Empty, or what went wrong.
+Kiln::String ZelCounters::readPipelineStage(U32 pipe, U32 stage) {
+   bf_pipe_path_count_t count{};
+   const bf_status_t status = bf_pipe_path_counter_get(deviceId(), static_cast<U16>(pipe), stage, &count);
+   if (status != BF_SUCCESS) {
+      const Kiln::String error = "Error " + std::to_string(status) + " (" + sdkStatusText(status) +
+                                 ") requesting counters for pipe " + std::to_string(pipe) + ", stage " +
+                                 stageNames[stage];
+      KILN_TRACE(4, error);
+      return error;
+   }
+   const std::size_t index = indexOf(pipe, stage);
+   pipelineCounts_.lastIs(index, count.in);
+   pipelineCounts_.lastIs(index + 1, count.out);
+   pipelineCounts_.lastIs(index + 2, count.dropped);
+   return "";
+}
+
+TableView ZelCounters::pipelineView(std::optional<U32> stage, std::optional<U16> pipe, bool nonZeroOnly) {
+   KILN_ASSERT(!stage || *stage < stageNames.size());
+   TableView view{
+        "Packets by pipeline stage since the last clear, chip " + chipName(),
+        {{"Pipe", 4, true}, {"Stage", 16, false}, {"In", 16, true}, {"Out", 16, true}, {"Dropped", 16, true}},
+        {},
+        {}};
+   for (U32 onPipe = pipe.value_or(0); onPipe <= (pipe ? *pipe : highestPipe()); ++onPipe) {
+      for (U32 at = stage.value_or(0); at <= (stage ? *stage : stageNames.size() - 1); ++at) {
+         const Kiln::String error = readPipelineStage(onPipe, at);
+         if (!error.empty()) {
+            view.notes.push_back(error + ": shown as last read");
+         }
+         const std::size_t index = indexOf(onPipe, at);
+         const U64 in = pipelineCounts_.sinceClear(index);
+         const U64 out = pipelineCounts_.sinceClear(index + 1);
+         const U64 dropped = pipelineCounts_.sinceClear(index + 2);
+         if (!nonZeroOnly || in != 0 || out != 0 || dropped != 0) {
+            view.rows.push_back({U64{onPipe}, Kiln::String(stageNames[at]), in, out, dropped});
+         }
+      }
+   }
+   return view;
+}
+
+void ZelCounters::showAllPipelineCounters(U32 fd, bool nonZeroOnly, std::optional<U16> pipe) {
+   showView(fd, [&] { return pipelineView({}, pipe, nonZeroOnly); });
+}
+
+void ZelCounters::showPipelineCounters(U32 fd, U32 stage, bool nonZeroOnly, std::optional<U16> pipe) {
+   showView(fd, [&] { return pipelineView(stage, pipe, nonZeroOnly); });
+}
+
+void ZelCounters::clearAllPipelineCounters(U32 fd) {
+   clearWith(fd, [this] {
+      for (U32 pipe = 0; pipe <= highestPipe(); ++pipe) {
+         for (U32 stage = 0; stage < stageNames.size(); ++stage) {
+            readPipelineStage(pipe, stage);
+         }
+      }
+      pipelineCounts_.clear();
+   });
+}
+
+} // namespace ZelCounter

@@ -1,0 +1,119 @@
+// The traffic-manager commands of a chip, over what its pollers read.
+#include "SdkStatus.h"
+#include "ZelCounters.h"
+#include "sdk/bf_tm.h"
+
+#include <string>
+
+namespace ZelCounter {
+
+namespace {
+
+using ZelQos::TmCounter;
+
+struct TmType {
+   U32 type;
+   const char* name;
+   bool isTotal; // and not a level of the buffer, which a clear leaves as it is
+};
+
+constexpr std::array tmTypes = {
+     TmType{BF_TM_PIPE_INGRESS, "in from the pipe", true},
+     TmType{BF_TM_PIPE_EGRESS, "out to the pipe", true},
+     TmType{BF_TM_PIPE_DROPS, "dropped", true},
+     TmType{BF_TM_PIPE_MULTICAST, "multicast copies", true},
+     TmType{BF_TM_PIPE_CUT_THROUGH, "cut through", true},
+     TmType{BF_TM_PIPE_CELLS, "cells in use", false},
+     TmType{BF_TM_PIPE_WATERMARK, "cells of a port, peak", false},
+};
+static_assert(tmTypes.size() == 7);
+
+Kiln::String stateOf(const TmCounter& counter) {
+   if (counter.status != 0) {
+      return "Error " + std::to_string(counter.status) + " (" + sdkStatusText(counter.status) + ")";
+   }
+   return counter.isRead ? "ok" : "not read yet";
+}
+
+} // namespace
+
+void ZelCounters::resetTmCounters() {
+   for (const auto& data : {context_.tmCountersData, context_.tmCountersDataLastClear}) {
+      if (data) {
+         data->countersByDevIdIs(deviceId())->countersByPipeDelAll();
+      }
+   }
+   for (U32 pipe = 0; context_.tmCountersData && pipe <= highestPipe(); ++pipe) {
+      context_.tmCountersData->countersByDevIdIs(deviceId())->countersByPipeIs(static_cast<U16>(pipe));
+   }
+}
+
+void ZelCounters::tmCounterIs(const PipeTmCounterKey& key, bf_status_t status,
+                              const bf_tm_pipe_counter_t& read) {
+   if (!context_.tmCountersData) {
+      return;
+   }
+   TmCounter& counter =
+        context_.tmCountersData->countersByDevIdIs(deviceId())->countersByPipeIs(key.pipe)[key.counterType];
+   counter.status = status;
+   if (status != BF_SUCCESS) {
+      return;
+   }
+   counter = {read.count, read.bytes, status, true};
+   if (context_.tmCountersDataLastClear) {
+      TmCounter& clear = context_.tmCountersDataLastClear->countersByDevIdIs(deviceId())
+                              ->countersByPipeIs(key.pipe)[key.counterType];
+      if (clear.count > counter.count || clear.bytes > counter.bytes) {
+         clear = {}; // the hardware has begun anew
+      }
+   }
+}
+
+TableView ZelCounters::tmView(std::optional<U16> pipe, bool nonZeroOnly) {
+   TableView view{"Traffic manager since the last clear, chip " + chipName(),
+                  {{"Pipe", 4, true},
+                   {"Counter", 21, false},
+                   {"Packets or cells", 16, true},
+                   {"Bytes", 18, true},
+                   {"State", 12, false}},
+                  {},
+                  {}};
+   if (!context_.tmCountersData) {
+      view.notes.emplace_back("No traffic-manager counters are kept");
+      return view;
+   }
+   const auto last = context_.tmCountersData->countersByDevIdIs(deviceId());
+   const auto clear = context_.tmCountersDataLastClear
+                           ? context_.tmCountersDataLastClear->countersByDevIdIs(deviceId())
+                           : Kiln::allocate<ZelQos::TmDeviceCounters>(deviceId());
+   for (U32 onPipe = pipe.value_or(0); onPipe <= (pipe ? *pipe : highestPipe()); ++onPipe) {
+      const auto pipeId = static_cast<U16>(onPipe);
+      for (const TmType& type : tmTypes) {
+         const TmCounter& now = last->countersByPipeIs(pipeId)[type.type];
+         const TmCounter& then = clear->countersByPipeIs(pipeId)[type.type];
+         const U64 count = type.isTotal ? now.count - then.count : now.count;
+         if (nonZeroOnly && count == 0 && now.status == 0) {
+            continue;
+         }
+         view.rows.push_back({U64{onPipe}, Kiln::String(type.name), count,
+                              type.isTotal ? TableView::Cell(now.bytes - then.bytes) : Kiln::String("-"),
+                              stateOf(now)});
+      }
+   }
+   return view;
+}
+
+void ZelCounters::showAllTmCounters(U32 fd, bool nonZeroOnly, std::optional<U16> pipe) {
+   showView(fd, [&] { return tmView(pipe, nonZeroOnly); });
+}
+
+void ZelCounters::clearAllTmCounters(U32 fd) {
+   clearWith(fd, [this] {
+      if (context_.tmCountersData && context_.tmCountersDataLastClear) {
+         context_.tmCountersDataLastClear->countersByDevIdIs(deviceId())
+              ->countersAre(*context_.tmCountersData->countersByDevIdIs(deviceId()));
+      }
+   });
+}
+
+} // namespace ZelCounter

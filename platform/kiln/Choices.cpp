@@ -1,0 +1,72 @@
+// Words for people.
+#include "kiln/Choices.h"
+
+#include <algorithm>
+#include <strings.h>
+
+namespace Kiln {
+
+String quoted(std::string_view word) {
+   constexpr std::size_t shown = 40;
+   String text = "'" + String(word.substr(0, shown));
+   return text + (word.size() > shown ? "...'" : "'");
+}
+
+String choices(const std::vector<String>& all) {
+   String text;
+   for (std::size_t i = 0; i < all.size(); ++i) {
+      text += (i == 0 ? "" : i + 1 == all.size() ? " or " : ", ") + all[i];
+   }
+   return text;
+}
+
+namespace {
+
+// A name as a stem and a number: "Ethernet3.100" is "Ethernet3." and 100.
+struct NumberedName {
+   explicit NumberedName(const String& text) {
+      const std::size_t digits = text.find_last_not_of("0123456789") + 1;
+      stem = text.substr(0, digits);
+      isNumbered = text.size() > digits && text.size() - digits < 10;
+      number = isNumbered ? std::stoul(text.substr(digits)) : 0;
+   }
+   bool isFollowedBy(const NumberedName& next) const {
+      return isNumbered && next.isNumbered && stem == next.stem && number + 1 == next.number;
+   }
+   String stem;
+   bool isNumbered = false;
+   unsigned long number = 0;
+};
+
+} // namespace
+
+String nameRanges(const std::vector<String>& sorted) {
+   constexpr std::size_t shown = 8;
+   std::vector<String> ranges;
+   for (std::size_t i = 0; i < sorted.size();) {
+      std::size_t last = i;
+      while (last + 1 < sorted.size() &&
+             NumberedName(sorted[last]).isFollowedBy(NumberedName(sorted[last + 1]))) {
+         ++last;
+      }
+      ranges.push_back(last == i ? sorted[i] : sorted[i] + " to " + sorted[last]);
+      i = last + 1;
+   }
+   if (ranges.size() > shown) {
+      ranges.resize(shown);
+      ranges.emplace_back("others");
+   }
+   return choices(ranges);
+}
+
+String unknownInterface(const String& word, const std::vector<String>& sorted) {
+   const auto near = std::find_if(sorted.begin(), sorted.end(), [&](const String& one) {
+      return strcasecmp(one.c_str(), word.c_str()) == 0;
+   });
+   return "unknown interface " + quoted(word) + ": " +
+          (near != sorted.end() ? "did you mean " + *near + "?"
+           : sorted.empty()     ? "no interface is known yet"
+                                : "expected " + nameRanges(sorted));
+}
+
+} // namespace Kiln

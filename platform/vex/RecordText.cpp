@@ -1,0 +1,136 @@
+// Names the numbers of published records.
+#include "vex/RecordText.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+namespace Vex {
+
+namespace {
+
+// Flow control is no error, though it is vetted like one.
+bool isErrorField(const Interface::StatisticsField& field) {
+   const std::string_view name = field.name;
+   return field.group == Interface::FieldGroup::upsetOnly && name.find("pause") == name.npos &&
+          name.find("pfc") == name.npos;
+}
+
+std::optional<double> knownInterval(double interval) {
+   return interval > 0 ? std::optional(interval) : std::nullopt;
+}
+
+template <class Record>
+RecordText textOfCounters(const Record& record) {
+   RecordText text;
+   const auto& fields = Interface::fieldsOf<typename Record::Statistics>();
+   for (std::size_t i = 0; i < fields.size(); ++i) {
+      text.counters.push_back({fields[i].name, record.totals[i], Interface::word(record.reading, i),
+                               record.rate(i), isErrorField(fields[i])});
+   }
+   text.times.push_back({"discontinuity", record.discontinuityTime});
+   text.interval = knownInterval(record.interval);
+   return text;
+}
+
+void addLine(Kiln::String* lines, const Kiln::String& name, const Kiln::String& value) {
+   *lines += name + " " + value + "\n";
+}
+
+U64 totalOf(const RecordText& text, const Kiln::String& name) {
+   const auto found = std::find_if(text.counters.begin(), text.counters.end(),
+                                   [&](const NamedCounter& one) { return one.name == name; });
+   return found == text.counters.end() ? 0 : found->total;
+}
+
+} // namespace
+
+RecordText textOf(const Silo::Interface::IntfCounters& record) {
+   RecordText text = textOfCounters(record);
+   text.suspects = record.suspects;
+   return text;
+}
+
+RecordText textOf(const Silo::Interface::L3IntfCounters& record) {
+   return textOfCounters(record);
+}
+
+RecordText textOf(const Silo::Interface::IntfQueueCounters& record) {
+   RecordText text;
+   text.interval = knownInterval(record.interval);
+   for (std::size_t queue = 0; queue < Silo::Interface::IntfQueueCounters::queueCount; ++queue) {
+      if (!record.has(queue)) {
+         continue;
+      }
+      const auto& total = record.totals[queue];
+      const auto& delta = record.deltas[queue];
+      const auto add = [&](const char* name, U64 value, U64 step, bool isError) {
+         const auto rate =
+              text.interval ? std::optional(static_cast<double>(step) / *text.interval) : std::nullopt;
+         text.counters.push_back(
+              {"queue." + std::to_string(queue) + "." + name, value, std::nullopt, rate, isError});
+      };
+      add("packets", total.packets, delta.packets, false);
+      add("bytes", total.bytes, delta.bytes, false);
+      add("drops", total.drops, delta.drops, true);
+   }
+   return text;
+}
+
+RecordText textOf(const Silo::Interface::NatCounter& record) {
+   return {
+        .counters = {{.name = "packets", .total = record.packets}, {.name = "bytes", .total = record.bytes}},
+        .times = {{"creation", static_cast<double>(record.creationTime)},
+                  {"last-update", record.lastUpdate}}};
+}
+
+S64 milliseconds(double seconds) {
+   constexpr double most = 9e18;
+   return std::isnan(seconds) ? 0 : std::llround(std::clamp(seconds * 1e3, -most, most));
+}
+
+U64 wholeRate(double rate) {
+   constexpr auto most = std::numeric_limits<U64>::max();
+   if (!(rate > 0)) {
+      return 0;
+   }
+   return rate < static_cast<double>(most) ? static_cast<U64>(std::round(rate)) : most;
+}
+
+Kiln::String linesOf(const RecordText& text, const Silo::RecordInfo& info, const RecordText* cleared) {
+   Kiln::String lines;
+   const auto hasReading = [](const NamedCounter& one) { return one.reading.has_value(); };
+   const bool areReadings = std::any_of(text.counters.begin(), text.counters.end(), hasReading);
+   if (areReadings) {
+      for (const NamedCounter& one : text.counters) {
+         addLine(&lines, one.name, std::to_string(one.reading.value_or(0)));
+      }
+   }
+   for (const NamedCounter& one : text.counters) {
+      addLine(&lines, (areReadings ? "total." : "") + one.name, std::to_string(one.total));
+   }
+   for (const NamedCounter& one : text.counters) {
+      if (cleared != nullptr) {
+         addLine(&lines, one.name + "-since-clear", std::to_string(one.total - totalOf(*cleared, one.name)));
+      }
+   }
+   for (const NamedCounter& one : text.counters) {
+      if (one.rate) {
+         addLine(&lines, "rate." + one.name, std::to_string(wholeRate(*one.rate)));
+      }
+   }
+   for (const NamedTime& one : text.times) {
+      addLine(&lines, one.name + "-time-ms", std::to_string(milliseconds(one.time)));
+   }
+   if (text.suspects) {
+      addLine(&lines, "suspects", std::to_string(*text.suspects));
+   }
+   if (text.interval) {
+      addLine(&lines, "interval-ms", std::to_string(milliseconds(*text.interval)));
+   }
+   addLine(&lines, "sample-time-ms", std::to_string(milliseconds(info.sampleTime)));
+   addLine(&lines, "generation", std::to_string(info.generation));
+   return lines;
+}
+
+} // namespace Vex

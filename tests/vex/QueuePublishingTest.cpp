@@ -1,0 +1,74 @@
+// Queue counters, from a report to another process's reader.
+#include "PublishingRig.h"
+
+namespace {
+
+using Silo::Interface::IntfQueueCounters;
+using Silo::Interface::QueueStatistics;
+namespace TableName = Silo::Interface::TableName;
+
+class QueuePublishing : public ::Test::PublishingRig {
+ protected:
+   QueuePublishing() {
+      intf = addPort("Ethernet1", port);
+      start();
+   }
+
+   void report(std::size_t queue, QueueStatistics value) {
+      const auto lock = Kiln::ActivityLockAnchor::lock();
+      VexTypes::IntfQueueCounters counters;
+      counters.intfQueueStatIs(queue, value);
+      writer->intfQueueCountersIs(intf, counters);
+   }
+   IntfQueueCounters queues(const char* table = TableName::intfQueueCounters) {
+      return record<IntfQueueCounters>(table);
+   }
+
+   Pelt::IntfId intf;
+};
+
+TEST_F(QueuePublishing, ReportsAddUpAndAFallCountsWhole) {
+   report(3, {100, 6400, 5});
+   rig.advance(2.0);
+   report(3, {150, 9600, 5});
+   report(16, {1, 64, 0}); // a report of one queue leaves the others' totals alone
+   EXPECT_EQ(queues().totals[3], (QueueStatistics{150, 9600, 5}));
+   report(3, {20, 1280, 1});
+   EXPECT_EQ(queues().totals[3], (QueueStatistics{170, 10880, 6}));
+   EXPECT_EQ(queues().totals[16], (QueueStatistics{1, 64, 0}));
+   EXPECT_TRUE(queues().has(3) && queues().has(16));
+   EXPECT_FALSE(queues().has(4));
+}
+
+TEST_F(QueuePublishing, AClearedQueueCountsFromZeroAndItsTotalStands) {
+   report(0, {100, 6400, 0});
+   report(0, {}); // what the chip's clear hands over
+   EXPECT_TRUE(sm()->clear("Ethernet1"));
+   report(0, {7, 448, 1});
+   EXPECT_EQ(queues().totals[0], (QueueStatistics{107, 6848, 1}));
+   EXPECT_EQ(queues(TableName::intfClearQueueCounters).totals[0], (QueueStatistics{100, 6400, 0}));
+}
+
+TEST_F(QueuePublishing, AfterARestartTheFirstReportIsTheFirstPreviousOne) {
+   report(0, {100, 6400, 0});
+   {
+      const auto lock = Kiln::ActivityLockAnchor::lock();
+      tables.allIntfQueueCounters->queueIs(intf, 1, 0.0); // created, never reported
+   }
+   stop();
+   start();
+   report(0, {5000, 320000, 0});
+   EXPECT_EQ(queues().totals[0], (QueueStatistics{100, 6400, 0}));
+   report(0, {5001, 320064, 0});
+   EXPECT_EQ(queues().totals[0], (QueueStatistics{101, 6464, 0}));
+   report(1, {9, 576, 0});
+   EXPECT_EQ(queues().totals[1], (QueueStatistics{9, 576, 0}));
+}
+
+TEST_F(QueuePublishing, QueuesBeyondTheArrayAreRefused) {
+   VexTypes::IntfQueueCounters counters;
+   EXPECT_THROW(counters.intfQueueStatIs(17, {}), std::out_of_range);
+   EXPECT_THROW(tables.allIntfQueueCounters->queueIs(intf, 17, 0.0), std::out_of_range);
+}
+
+} // namespace
