@@ -3,6 +3,7 @@
 // Each benchmark runs batches of its own passes and of the floor's in turn, so that both see the same
 // machine; the time shown is that of one of its passes over all records, and "x_floor" is the ratio of the
 // two.
+#include "AllocationCount.h"
 #include "silo/Table.h"
 #include "silo/TableReader.h"
 
@@ -96,7 +97,7 @@ double threadSeconds() {
 }
 
 template <class Pass>
-double secondsForBatch(Pass pass) {
+double secondsForBatch(Pass& pass) {
    pass(); // after the other one's batch the caches are its
    double start = threadSeconds();
    for (int i = 0; i < passesPerBatch; ++i) {
@@ -109,13 +110,18 @@ template <class Pass, class Floor>
 void compare(benchmark::State& state, Pass pass, Floor floor) {
    double total = 0;
    double floorTotal = 0;
+   std::uint64_t allocations = 0;
+   pass(); // warm: keys, index and buffers are there
    for (auto _ : state) {
       floorTotal += secondsForBatch(floor);
+      std::uint64_t before = Bench::allocations().count;
       double seconds = secondsForBatch(pass);
+      allocations += Bench::allocations().count - before;
       total += seconds;
       state.SetIterationTime(seconds / passesPerBatch);
    }
    double passes = static_cast<double>(state.iterations()) * passesPerBatch;
+   state.counters["allocations"] = static_cast<double>(allocations);
    state.counters["x_floor"] = total / floorTotal;
    state.counters["ns_per_record"] = total / passes / records * 1e9;
    state.counters["floor_ns_per_record"] = floorTotal / passes / records * 1e9;

@@ -32,13 +32,6 @@ function(zel_library name)
   target_link_libraries(${name} PUBLIC Threads::Threads PRIVATE zel_build_flags)
 endfunction()
 
-# zel_program(NAME FOLDER LIBRARY...): an executable of all the sources in the folder.
-function(zel_program name folder)
-  file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/${folder}/*.cpp)
-  add_executable(${name} ${sources})
-  target_link_libraries(${name} PRIVATE ${ARGN} zel_build_flags)
-endfunction()
-
 # zel_test(FOLDER LIBRARY...): one test program a folder of tests/; ctest runs and names its tests one by one.
 function(zel_test folder)
   file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/${folder}/*.cpp)

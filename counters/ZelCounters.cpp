@@ -196,6 +196,20 @@ bool ZelCounters::isPolled(const Pelt::IntfId& intf, const ZelSystem::PortRecord
    return intf == (chipStatus() ? chipStatus()->internalIntf() : Pelt::IntfId());
 }
 
+// Looked through only when a port has changed, since all chips share the table.
+void ZelCounters::refreshOwnPorts() {
+   if (ownPortsVersion_ == systemStatus()->portInfoVersion()) {
+      return;
+   }
+   ownPortsVersion_ = systemStatus()->portInfoVersion();
+   ownPorts_.clear();
+   for (const auto& [intf, record] : systemStatus()->portInfo()) {
+      if (record.devId == deviceId()) {
+         ownPorts_.emplace_back(intf, record);
+      }
+   }
+}
+
 bool ZelCounters::fakeCounter(FakeCounter* fake) {
    if (!simulationFlag) {
       return false;
@@ -237,10 +251,12 @@ void ZelCounters::requestHwCountersPolling() {
    KILN_TRACE(4, "requestHwCountersPolling");
    FakeCounter fake{};
    const bool faking = fakeCounter(&fake);
-   // A completion that comes inline may change the ports.
-   for (const Pelt::IntfId& intf : systemStatus()->portInfo().keys()) {
-      const ZelSystem::PortRecord record = systemStatus()->portInfo(intf);
-      if (!isPolled(intf, record)) {
+   refreshOwnPorts();
+   for (const auto& [intf, recordBefore] : ownPorts_) {
+      // A completion that comes inline may have changed the ports, or have stopped this chip.
+      const bool isAsBefore = systemStatus()->portInfoVersion() == ownPortsVersion_;
+      const ZelSystem::PortRecord record = isAsBefore ? recordBefore : systemStatus()->portInfo(intf);
+      if (stopped_ || !isPolled(intf, record)) {
          continue;
       }
       KILN_TRACE(7, "PortId: " << intf << " (" << record.devicePort << ")");
@@ -249,6 +265,9 @@ void ZelCounters::requestHwCountersPolling() {
       } else {
          requestPort(intf, record.devicePort);
       }
+   }
+   if (stopped_) {
+      return;
    }
    if (vexCountersSm() && context_.vexCommonSmData) {
       for (const Pelt::IntfId& intf : context_.vexCommonSmData->vlanIntf().keys()) {

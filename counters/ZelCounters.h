@@ -261,6 +261,7 @@ class ZelCounters : public Kiln::Entity {
 
    static bool fakeCounter(FakeCounter* fake);
    bool isPolled(const Pelt::IntfId& intf, const ZelSystem::PortRecord& record) const;
+   void refreshOwnPorts();
    void requestPort(const Pelt::IntfId& intf, U16 devicePort);
    void fakePort(const FakeCounter& fake, U16 devicePort);
    bool echo() const;
@@ -296,6 +297,9 @@ class ZelCounters : public Kiln::Entity {
    void dropTableWritten(const ZlResourceInfo::ZlTableCounter& info, ZelId::ZelPipeId pipe);
 
    Context context_;
+   // This chip's part of the port table, in its order, as of the version.
+   std::vector<std::pair<Pelt::IntfId, ZelSystem::PortRecord>> ownPorts_;
+   U64 ownPortsVersion_ = 0;
    ClearableCounts pipelineCounts_;
    ClearableCounts mauDropCounts_;
    bool mauDropsFetched_ = false;

@@ -428,6 +428,9 @@ ZelCountersCli::ZelCountersCli(Kiln::Name name, Kiln::String commandType, ZelCou
      : AgentCommandCallback(name, std::move(commandType)), mgr_(mgr) {}
 
 Agent::CommandResult ZelCountersCli::command(const std::vector<Kiln::String>& words, int fd) {
+   if (mgr_ == nullptr) {
+      return {"nobody answers any more: try again when the agent is up"};
+   }
    const ZelCountersMgrCli mgrCli(mgr_);
    ZelCountersCommand command;
    const Kiln::String error = Parser(words, mgrCli).parse(&command);

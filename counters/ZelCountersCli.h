@@ -15,10 +15,12 @@ class ZelCountersMgr;
 
 class ZelCountersCli : public Agent::AgentCommandCallback {
  public:
-   // The manager owns this and is not counted; nothing may be asked of this once it is gone.
+   // The manager owns this and is not counted. Others may hold this longer: once the manager has let go of it,
+   // it refuses every command.
    ZelCountersCli(Kiln::Name name, Kiln::String commandType, ZelCountersMgr* mgr);
 
    Agent::CommandResult command(const std::vector<Kiln::String>& words, int fd) override;
+   void mgrDel() { mgr_ = nullptr; }
 
  private:
    ZelCountersMgr* mgr_;

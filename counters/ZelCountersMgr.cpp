@@ -58,6 +58,7 @@ ZelCountersMgr::ZelCountersMgr(Kiln::Ptr<const ZelSystem::SystemStatus> systemSt
 // Chips stop first: their completions must find nobody. The reactors follow before what they watch. A chip
 // that waits for its last completion keeps the forwarding layer's reactors, but their helper needs this.
 ZelCountersMgr::~ZelCountersMgr() {
+   cliCallbackDel();
    countersMgrSmDel();
    zelCountersDelAll();
    if (vexCountersSm()) {
@@ -106,10 +107,14 @@ void ZelCountersMgr::cliCallbackIs(Kiln::Name name, const Kiln::String& commandT
    if (cliCallback_ && cliCallback_->name() == name && cliCallback_->commandType() == commandType) {
       return;
    }
+   cliCallbackDel();
    cliCallback_ = Kiln::allocate<ZelCountersCli>(name, commandType, mgr);
 }
 
 void ZelCountersMgr::cliCallbackDel() {
+   if (cliCallback_) {
+      cliCallback_->mgrDel(); // the command directory may keep it
+   }
    cliCallback_ = nullptr;
 }
 

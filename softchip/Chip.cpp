@@ -427,7 +427,7 @@ int Chip::checkPort(int devicePort) const {
    if (devicePort < 0 || !isPlace(static_cast<unsigned>(devicePort))) {
       return statusInvalidArguments;
    }
-   return hasPort(static_cast<U16>(devicePort)) ? statusOk : statusObjectNotFound;
+   return hasPort_[placeOf(static_cast<U16>(devicePort))] ? statusOk : statusObjectNotFound;
 }
 
 int Chip::readDrops(U16 pipe, int devicePort, U32 queue, U64* drops) {
@@ -478,7 +478,6 @@ int Chip::readDeparserDrops(U16 pipe, U32 direction, U64* drops) {
 }
 
 void Chip::readMac(U16 devicePort, bf_rmon_counter_array_t& into) const {
-   const Lock lock(sdkLock_);
    std::copy_n(rmonOf(devicePort), BF_NUM_RMON_COUNTERS, into);
    for (const StuckCounter& counter : stuck_) {
       if (counter.devicePort == devicePort) {

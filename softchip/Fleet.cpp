@@ -64,7 +64,7 @@ void Fleet::chipDel(U8 deviceId) {
 
 Chip* Fleet::chip(unsigned deviceId) const {
    const Lock lock(sdkLock_);
-   return deviceId < chips_.size() ? chips_[deviceId].get() : nullptr;
+   return chipAt(static_cast<int>(deviceId));
 }
 
 Chip* Fleet::chip(const Kiln::String& name) const {
@@ -107,7 +107,7 @@ void Fleet::deliver(const Completion& completion) {
    bf_rmon_counter_array_t counters{};
    {
       const Lock lock(sdkLock_);
-      Chip* const target = chip(static_cast<unsigned>(completion.device));
+      Chip* const target = chipAt(completion.device);
       if (target != nullptr && target->serial() == completion.chipSerial) {
          if (completion.macCallback != nullptr) {
             target->readMac(completion.portOrPipe, counters);

@@ -47,7 +47,7 @@ class Fleet {
    int onChip(EntryPoint entryPoint, int device, Operation operation) {
       const int fault = faults_.next(entryPoint);
       const std::lock_guard lock(sdkLock_);
-      Chip* const target = device >= 0 ? chip(static_cast<unsigned>(device)) : nullptr;
+      Chip* const target = chipAt(device);
       return fault != 0 ? fault : target == nullptr ? statusInvalidArguments : operation(*target);
    }
 
@@ -85,6 +85,11 @@ class Fleet {
 
  private:
    void deliver(const Completion& completion);
+   // Under the SDK's lock; null when there is none.
+   Chip* chipAt(int device) const {
+      const auto place = static_cast<std::size_t>(device); // a negative one is out of range too
+      return place < chips_.size() ? chips_[place].get() : nullptr;
+   }
 
    mutable std::recursive_mutex sdkLock_;
    HardwareMemory hardware_;

@@ -47,31 +47,31 @@ void L2DomainCount::vniIs(U32 vni, U16 vlan) {
    vlanOfVni_[vni] = vlan;
 }
 
-void L2DomainCount::snatAdd(const Kiln::String& text) {
-   Prefix prefix{IpVersion::v4, {}, 0};
-   const std::size_t slash = text.find('/');
+void L2DomainCount::snatAdd(const Kiln::String& prefix) {
+   Prefix parsed{IpVersion::v4, {}, 0};
+   const std::size_t slash = prefix.find('/');
    if (slash == Kiln::String::npos) {
-      refusePrefix(text);
+      refusePrefix(prefix);
    }
-   const Kiln::String address = text.substr(0, slash);
-   if (inet_pton(AF_INET, address.c_str(), prefix.address.data()) != 1) {
-      prefix.version = IpVersion::v6;
-      if (inet_pton(AF_INET6, address.c_str(), prefix.address.data()) != 1) {
-         refusePrefix(text);
+   const Kiln::String address = prefix.substr(0, slash);
+   if (inet_pton(AF_INET, address.c_str(), parsed.address.data()) != 1) {
+      parsed.version = IpVersion::v6;
+      if (inet_pton(AF_INET6, address.c_str(), parsed.address.data()) != 1) {
+         refusePrefix(prefix);
       }
    }
-   const unsigned width = prefix.version == IpVersion::v4 ? 32 : 128;
-   const char* const end = text.data() + text.size();
-   const auto [stop, error] = std::from_chars(text.data() + slash + 1, end, prefix.bits);
-   if (error != std::errc() || stop != end || prefix.bits > width) {
-      refusePrefix(text);
+   const unsigned width = parsed.version == IpVersion::v4 ? 32 : 128;
+   const char* const end = prefix.data() + prefix.size();
+   const auto [stop, error] = std::from_chars(prefix.data() + slash + 1, end, parsed.bits);
+   if (error != std::errc() || stop != end || parsed.bits > width) {
+      refusePrefix(prefix);
    }
-   for (unsigned bit = prefix.bits; bit < width; ++bit) {
-      if (((prefix.address[bit / 8] >> (7 - bit % 8)) & 1) != 0) {
-         refusePrefix(text);
+   for (unsigned bit = parsed.bits; bit < width; ++bit) {
+      if (((parsed.address[bit / 8] >> (7 - bit % 8)) & 1) != 0) {
+         refusePrefix(prefix);
       }
    }
-   snat_.push_back(prefix);
+   snat_.push_back(parsed);
 }
 
 bool L2DomainCount::isTranslated(const IpHeader& ip) const {

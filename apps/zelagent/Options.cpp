@@ -58,11 +58,13 @@ void takeCapabilities(Options& options, const Kiln::String& list) {
 void takeTraffic(Options& options, const Kiln::String& source) {
    if (source == "none" || source == "synthetic") {
       options.traffic = source == "none" ? Options::Traffic::none : Options::Traffic::synthetic;
+   } else if (source == "host") {
+      options.traffic = Options::Traffic::host;
    } else if (source.find_first_of("./") != Kiln::String::npos) {
       options.traffic = Options::Traffic::capture;
       options.captureFile = source;
    } else {
-      refuse("--traffic", source, "synthetic, none, or the path of a capture file");
+      refuse("--traffic", source, "synthetic, none, host, or the path of a capture file");
    }
 }
 
@@ -84,7 +86,9 @@ constexpr std::array options{
             }},
      Option{"--capabilities", "LIST", "out of vlan,vxlan,vrf-nat,qos-policy, or none (all four)",
             takeCapabilities},
-     Option{"--traffic", "SOURCE", "synthetic, none, or a capture file for the first port (synthetic)",
+     Option{"--traffic", "SOURCE",
+            "synthetic, none, host (its interfaces are the ports), or a capture file for the first "
+            "port (synthetic)",
             takeTraffic},
      Option{"--seed", "N", "of the synthetic traffic (1)",
             [](Options& o, const Kiln::String& v) {
@@ -117,6 +121,9 @@ const Option& optionNamed(std::string_view name) {
 
 // What each option allows on its own may still not go together.
 void check(const Options& parsed) {
+   if (parsed.traffic == Options::Traffic::host && parsed.scenario) {
+      throw std::invalid_argument("--traffic host goes with real time only: leave out --scenario");
+   }
    const unsigned most = parsed.agent.pipes * maxFrontPanelPortsPerPipe;
    if (parsed.agent.ports > most) {
       throw std::invalid_argument("--ports " + std::to_string(parsed.agent.ports) + ": expected at most " +
@@ -150,6 +157,9 @@ Options parseOptions(std::span<const char* const> arguments) {
       option.take(parsed, value);
    }
    check(parsed);
+   if (parsed.traffic == Options::Traffic::host) {
+      parsed.agent.ports = 0;
+   }
    return parsed;
 }
 

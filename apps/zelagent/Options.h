@@ -10,7 +10,7 @@
 namespace ZelAgent {
 
 struct Options {
-   enum class Traffic : U8 { none, synthetic, capture };
+   enum class Traffic : U8 { none, synthetic, capture, host };
 
    SwitchAgentConfig agent;
    Traffic traffic = Traffic::synthetic;

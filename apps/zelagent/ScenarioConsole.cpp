@@ -1,6 +1,7 @@
 // The statements of a scenario.
 #include "ScenarioConsole.h"
 
+#include "agent/CommandSocket.h"
 #include "agent/CommandSpool.h"
 #include "kiln/ActivityLock.h"
 #include "kiln/ActivityManager.h"
@@ -61,7 +62,8 @@ const ScenarioConsole::Statement ScenarioConsole::statements[] = {
      {"interface INTF", "prints the interface's published record", &ScenarioConsole::interface},
      {"queues INTF", "prints its queues' published record", &ScenarioConsole::queues},
      {"nat INTF", "prints its source-NAT record", &ScenarioConsole::nat},
-     {"clear INTF|all", "what is published counts since now, too", &ScenarioConsole::clear},
+     {"clear INTF", "what is published counts since now, too; INTF is all for every interface",
+      &ScenarioConsole::clear},
      {"log", "prints the operator log since the last log", &ScenarioConsole::log},
      {"ringlog", "prints the ring log", &ScenarioConsole::ringLog},
 };
@@ -71,7 +73,8 @@ namespace {
 using Words = std::vector<Kiln::String>;
 
 // Beyond it a scenario would run for days: taken for a slip.
-constexpr double longestAdvance = 1e6; // seconds
+constexpr double longestAdvance = 1e6;           // seconds
+constexpr double shortestPollingInterval = 1e-3; // seconds
 
 [[noreturn]] void refuse(std::string_view operand, const Kiln::String& word, std::string_view expected) {
    throw std::invalid_argument(Kiln::String(operand) + " '" + word + "': expected " + Kiln::String(expected));
@@ -104,6 +107,28 @@ U64 counterValue(std::string_view operand, const Kiln::String& word) {
       refuse(operand, word, "a 64-bit number, decimal or 0x and hexadecimal");
    }
    return *value;
+}
+
+// False at the end. Bounded, since what is given for a scenario may be any file.
+bool readLine(std::istream& scenario, Kiln::String* line) {
+   char bytes[Agent::commandLineLimit];
+   scenario.getline(bytes, sizeof bytes);
+   const auto length = static_cast<std::size_t>(scenario.gcount());
+   if (scenario.bad()) {
+      throw std::runtime_error("the scenario cannot be read: expected a text file");
+   }
+   if (scenario.fail()) {
+      if (length == 0) {
+         return false;
+      }
+      throw std::invalid_argument("the line is longer than " + std::to_string(Agent::commandLineLimit - 1) +
+                                  " bytes: expected one statement");
+   }
+   line->assign(bytes, scenario.eof() ? length : length - 1); // without the newline
+   if (line->find('\0') != Kiln::String::npos) {
+      throw std::invalid_argument("the line holds a NUL byte: expected text");
+   }
+   return true;
 }
 
 // A form's word that stands for what is typed: capitals, or a choice of words.
@@ -164,15 +189,18 @@ Kiln::String ScenarioConsole::statementsHelp() {
 
 ScenarioConsole::Status ScenarioConsole::run(std::istream& scenario, const Kiln::String& name) {
    Kiln::String line;
-   for (unsigned number = 1; std::getline(scenario, line); ++number) {
+   for (unsigned number = 1;; ++number) {
       try {
+         if (!readLine(scenario, &line)) {
+            return anyRefused_ ? commandRefused : passed;
+         }
          runLine(line);
       } catch (const std::exception& error) {
-         Kiln::TextOutput(errorFd_).write(name + ":" + std::to_string(number) + ": " + error.what() + "\n");
+         const Kiln::String text = name + ":" + std::to_string(number) + ": " + error.what();
+         Kiln::TextOutput(errorFd_).write(Agent::printableLine(text) + "\n");
          return badStatement;
       }
    }
-   return anyRefused_ ? commandRefused : passed;
 }
 
 void ScenarioConsole::runLine(const Kiln::String& line) {
@@ -243,6 +271,10 @@ void ScenarioConsole::traffic(const Words& operands) {
 }
 
 void ScenarioConsole::polling(const Words& operands) {
+   // A pass every next to no time would keep an advance from its end.
+   if (seconds(operands[0]) < shortestPollingInterval) {
+      refuse("SECONDS", operands[0], "a time from 0.001 upward, as 2 or 0.5");
+   }
    agent_.countersMgr().sdkPollingIntervalIs(seconds(operands[0]));
 }
 

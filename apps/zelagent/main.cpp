@@ -1,4 +1,5 @@
 // zelagent: a switch agent over software chips, in real time or through a scenario.
+#include "HostPorts.h"
 #include "Options.h"
 #include "ScenarioConsole.h"
 #include "agent/CommandChannel.h"
@@ -11,8 +12,10 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <fcntl.h>
 #include <fstream>
 #include <iostream>
+#include <optional>
 #include <unistd.h>
 
 namespace {
@@ -41,6 +44,15 @@ void endOnSignals() {
    sigaction(SIGINT, &action, nullptr);
 }
 
+// One that is closed would else be the next file that is opened, and what is printed would go there.
+void openStandardStreams() {
+   for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+      if (fcntl(fd, F_GETFD) < 0) {
+         open("/dev/null", O_RDWR);
+      }
+   }
+}
+
 void printHelp() {
    std::cout
         << "Usage: zelagent [OPTION]...\n\n"
@@ -54,13 +66,15 @@ void printHelp() {
            "be.\n";
 }
 
-void startTraffic(SwitchAgent& agent, const Options& options) {
+void startTraffic(SwitchAgent& agent, const Options& options, std::optional<ZelAgent::HostPorts>* hostPorts) {
    const auto lock = Kiln::ActivityLockAnchor::lock();
    if (options.traffic == Options::Traffic::synthetic) {
       agent.traffic().onIs(true);
    } else if (options.traffic == Options::Traffic::capture) {
       const SwitchAgent::Port port = agent.portOf("Ethernet1");
       SoftChip::Traffic::replay(port.chip, port.devicePort, options.captureFile);
+   } else if (options.traffic == Options::Traffic::host) {
+      hostPorts->emplace(agent, SoftChip::HostInterfaces());
    }
 }
 
@@ -90,6 +104,14 @@ void logToStandardError() {
    });
 }
 
+Kiln::String joined(const std::vector<Kiln::String>& words) {
+   Kiln::String text;
+   for (const Kiln::String& word : words) {
+      text += (text.empty() ? "" : ", ") + word;
+   }
+   return text;
+}
+
 int runAgent(const Options& options) {
    // The SDK's completions come on a thread of their own.
    Kiln::threadSafePtrModeIs(true);
@@ -102,11 +124,15 @@ int runAgent(const Options& options) {
         options.socketPath.empty() ? Agent::defaultSocketPath() : options.socketPath;
    SwitchAgent agent(options.agent);
    agent.fleet().completions().modeIs({SoftChip::CompletionMode::Kind::thread, 0.0, 1});
-   startTraffic(agent, options);
+   std::optional<ZelAgent::HostPorts> hostPorts;
+   startTraffic(agent, options, &hostPorts);
    const Agent::CommandChannel channel(manager, agent.commandRunner(), socketPath);
    endOnSignals();
    std::printf("zelagent: %u chips, %u ports each, commands on %s\n", options.agent.chips,
                options.agent.ports, socketPath.c_str());
+   if (hostPorts) {
+      std::printf("zelagent: ports are the host's: %s\n", joined(hostPorts->names()).c_str());
+   }
    manager->run();
    return 0;
 }
@@ -115,6 +141,7 @@ int runAgent(const Options& options) {
 
 int main(int argc, char** argv) {
    std::signal(SIGPIPE, SIG_IGN);
+   openStandardStreams();
    // What is printed through descriptors and what through streams come in one order.
    std::setvbuf(stdout, nullptr, _IOLBF, 0);
    try {
@@ -129,7 +156,7 @@ int main(int argc, char** argv) {
       }
       return options.scenario ? runScenario(options) : runAgent(options);
    } catch (const std::exception& error) {
-      std::cerr << "% " << error.what() << '\n';
+      std::cerr << "% " << Agent::printableLine(error.what()) << '\n';
       return cannotRun;
    }
 }

@@ -1,6 +1,9 @@
-// zelctl: sends diagnostic commands to the agent and prints its answers.
+// zelctl: sends diagnostic commands to the agent and prints its answers, and shows what the agent publishes.
 #include "AgentConnection.h"
+#include "RecordViewer.h"
+#include "agent/CommandRunner.h"
 #include "agent/CommandSocket.h"
+#include "vex/PublishedRecords.h"
 
 #include <cerrno>
 #include <csignal>
@@ -12,10 +15,10 @@
 
 namespace {
 
-constexpr const char* usage = R"(Usage: zelctl [--socket PATH] counters [chip NAME] KEYWORD...
-       zelctl [--socket PATH]        a prompt, on a terminal
+constexpr const char* usage = R"(Usage: zelctl [OPTION]... COMMAND [WORD]...
+       zelctl [OPTION]...        a prompt, on a terminal
 
-Asks the running zelagent for its counters. Keywords may be shortened while they stay clear.
+Asks the running zelagent. Keywords may be shortened while they stay clear.
 
    counters show mac [nonzero]               MAC counters of every port since the last clear
    counters show mac intf NAME [nonzero]     of one port
@@ -24,13 +27,31 @@ Asks the running zelagent for its counters. Keywords may be shortened while they
    chip NAME       one chip only, as in 'counters chip Zel1 show mac'
    nonzero         leaves out what is 0
 
+Shows what the agent publishes, straight from the shared tables, also when no agent runs.
+
+)";
+
+constexpr const char* usageEnd = R"(
+   INTF            only these interfaces; 'interfaces' shows every counter of those that are named
+   rates           per second, in the last polling interval
+   errors          errors and discards, and steps too big for the port's speed ("suspect")
+   raw             the counters as the chip has them, which wrap and may jump, instead of vetted totals
+   json            for programs; every number is an integer
+
+Options
+
    --socket PATH   the agent's socket; else $ZEL_SOCKET; else zelagent/socket below $XDG_RUNTIME_DIR,
                    below /run for root, else /tmp/zelagent-UID/socket
+   --silo DIR      the shared tables are in files there; else in the machine's shared memory
    --help          prints this
    --version       prints the version
 
 A command that is refused prints one line on standard error, beginning "% ", and ends with status 1.
 )";
+
+Kiln::String help() {
+   return usage + ZelCtl::viewCommandsHelp() + usageEnd;
+}
 
 enum ExitStatus { carriedOut = 0, refused = 1 };
 
@@ -54,8 +75,30 @@ bool print(std::string_view text) {
    return true;
 }
 
-int runCommand(const Kiln::String& socketPath, const Kiln::String& line) {
-   const ZelCtl::Answer answer = ZelCtl::ask(socketPath, line);
+struct Options {
+   Kiln::String socketPath = Agent::defaultSocketPath();
+   Kiln::String siloFolder{}; // empty: the machine's shared memory
+   Kiln::String line{};       // the command
+   bool ends = false;         // what was asked for is done, or wrong
+   int status = carriedOut;
+};
+
+ZelCtl::Answer view(const Options& options, const std::vector<Kiln::String>& words) {
+   try {
+      const Silo::Store store = options.siloFolder.empty()
+                                     ? Silo::Store::sharedMemory(Silo::Interface::defaultTablePrefix)
+                                     : Silo::Store::directory(options.siloFolder);
+      return {ZelCtl::viewRecords(words, store), ""};
+   } catch (const std::exception& error) {
+      return {"", Kiln::String("% ") + error.what()};
+   }
+}
+
+int runCommand(const Options& options, const Kiln::String& line) {
+   const std::vector<Kiln::String> words = Agent::splitWords(line);
+   const ZelCtl::Answer answer = !words.empty() && ZelCtl::isViewCommand(words.front())
+                                      ? view(options, words)
+                                      : ZelCtl::ask(options.socketPath, line);
    if (!print(answer.text)) {
       return refused;
    }
@@ -66,50 +109,50 @@ int runCommand(const Kiln::String& socketPath, const Kiln::String& line) {
    return carriedOut;
 }
 
-int runPrompt(const Kiln::String& socketPath) {
+int runPrompt(const Options& options) {
    std::cout << "zelctl: 'help' lists the commands, 'quit' or Ctrl-D leaves\n";
    for (Kiln::String line; std::cout << "zel> " << std::flush && std::getline(std::cin, line);) {
       if (line == "quit" || line == "exit") {
          return carriedOut;
       }
       if (line == "help") {
-         std::cout << usage;
+         std::cout << help();
       } else if (line.find_first_not_of(" \t\r") != Kiln::String::npos) {
-         runCommand(socketPath, line);
+         runCommand(options, line);
       }
    }
    std::cout << '\n';
    return carriedOut;
 }
 
-struct Options {
-   Kiln::String socketPath = Agent::defaultSocketPath();
-   int firstWord = 1; // of the command
-   bool ends = false; // what was asked for is done, or wrong
-   int status = carriedOut;
-};
-
 Options fail(const Kiln::String& line) {
    complain("% " + line);
-   return {"", 0, true, refused};
+   return {.socketPath = "", .ends = true, .status = refused};
 }
 
+// Options may stand before the command or after it.
 Options parseOptions(int argc, char** argv) {
    Options options;
-   for (; options.firstWord < argc && argv[options.firstWord][0] == '-'; ++options.firstWord) {
-      const std::string_view option = argv[options.firstWord];
-      if (option == "--help" || option == "--version") {
-         print(option == "--help" ? usage : "zelctl " ZEL_VERSION "\n");
+   for (int i = 1; i < argc; ++i) {
+      const std::string_view word = argv[i];
+      if (word.substr(0, 1) != "-") {
+         options.line += (options.line.empty() ? "" : " ") + Kiln::String(word);
+         continue;
+      }
+      if (word == "--help" || word == "--version") {
+         print(word == "--help" ? help() : "zelctl " ZEL_VERSION "\n");
          options.ends = true;
          return options;
       }
-      if (option != "--socket") {
-         return fail("unknown option '" + Kiln::String(option) + "': expected --socket, --help or --version");
+      if (word != "--socket" && word != "--silo") {
+         return fail("unknown option '" + Kiln::String(word) +
+                     "': expected --socket, --silo, --help or --version");
       }
-      if (++options.firstWord == argc) {
-         return fail("--socket needs the path of the agent's socket");
+      if (++i == argc) {
+         return fail(word == "--socket" ? "--socket needs the path of the agent's socket"
+                                        : "--silo needs the folder of the shared tables");
       }
-      options.socketPath = argv[options.firstWord];
+      (word == "--socket" ? options.socketPath : options.siloFolder) = argv[i];
    }
    return options;
 }
@@ -122,18 +165,14 @@ int main(int argc, char** argv) {
    if (options.ends) {
       return options.status;
    }
-   if (options.firstWord == argc) {
+   if (options.line.empty()) {
       if (isatty(STDIN_FILENO) != 0) {
-         return runPrompt(options.socketPath);
+         return runPrompt(options);
       }
       return fail("no command: expected counters and keywords; 'zelctl --help' lists them").status;
    }
-   Kiln::String line;
-   for (int i = options.firstWord; i < argc; ++i) {
-      line += (line.empty() ? "" : " ") + Kiln::String(argv[i]);
-   }
-   if (line.find('\n') != Kiln::String::npos) {
+   if (options.line.find('\n') != Kiln::String::npos) {
       return fail("a command is one line: leave out the line break").status;
    }
-   return runCommand(options.socketPath, line);
+   return runCommand(options, options.line);
 }

@@ -30,8 +30,8 @@ class VlanMap {
    // Brings what the next VLAN's pointer points to into the cache, for a walk in the order of the VLANs.
    // Inlined always, since compilers take a function that does nothing else for one without effect.
    [[gnu::always_inline]] void prefetchNext(const K& vlan) const {
-      if (std::size_t{vlan.value()} + 1 < values_.size()) {
-         // Spelt out, not in a loop, which would be dropped likewise. Null does no harm.
+      if (std::size_t{vlan.value()} + 1 < values_.size() && values_[vlan.value() + 1U]) {
+         // Spelt out, not in a loop, which would be dropped likewise.
          static_assert(sizeof(*values_.front()) <= 3 * cacheLine);
          const auto* const object = reinterpret_cast<const char*>(values_[vlan.value() + 1U].ptr());
          __builtin_prefetch(object);

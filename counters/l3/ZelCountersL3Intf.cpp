@@ -234,7 +234,7 @@ void ZelVlanIntfSm::handleInitialized() {
 }
 
 void ZelVlanIntfSm::vlanIntfStatusDirIs(Kiln::Ptr<const Interface::VlanIntfStatusDir> vlanIntfStatusDir) {
-   vlanIntfStatusDir_.notifierIs(std::move(vlanIntfStatusDir));
+   vlanIntfStatusDir_.notifierIs(vlanIntfStatusDir);
    handleVlanIntf();
 }
 

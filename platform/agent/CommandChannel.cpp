@@ -72,6 +72,12 @@ int listeningSocket(const Kiln::String& path) {
    return made.release();
 }
 
+// 0 when there is no such file.
+ino_t inodeOf(const Kiln::String& path) {
+   struct stat status {};
+   return lstat(path.c_str(), &status) == 0 ? status.st_ino : 0;
+}
+
 // What a refused command's answer ends with.
 Kiln::String errorTail(const Kiln::String& error) {
    return Kiln::String(1, errorMark) + "% " + error + "\n";
@@ -259,10 +265,14 @@ CommandChannel::CommandChannel(const Kiln::Ptr<Kiln::ActivityManager>& manager,
                                const CommandChannelLimits& limits)
      : manager_(manager), runner_(std::move(runner)), path_(std::move(path)), limits_(limits) {
    listener_ = std::make_unique<Listener>(this, listeningSocket(path_));
+   inode_ = inodeOf(path_);
 }
 
 CommandChannel::~CommandChannel() {
-   unlink(path_.c_str());
+   // When its file was removed, another agent may listen there by now.
+   if (inodeOf(path_) == inode_) {
+      unlink(path_.c_str());
+   }
 }
 
 void CommandChannel::handleConnection(int fd) {

@@ -12,6 +12,7 @@
 
 #include <array>
 #include <memory>
+#include <sys/types.h>
 
 namespace Agent {
 
@@ -30,7 +31,7 @@ class CommandChannel : public Kiln::PtrInterface {
    // everything here.
    CommandChannel(const Kiln::Ptr<Kiln::ActivityManager>& manager, Kiln::Ptr<const CommandRunner> runner,
                   Kiln::String path, const CommandChannelLimits& limits = {});
-   // Closes every connection and removes the socket's file.
+   // Closes every connection and removes the socket's file, unless another has taken its place.
    ~CommandChannel() override;
 
    std::size_t clientCount() const { return clients_.size(); }
@@ -48,6 +49,7 @@ class CommandChannel : public Kiln::PtrInterface {
    Kiln::Ptr<Kiln::ActivityManager> manager_;
    Kiln::Ptr<const CommandRunner> runner_;
    Kiln::String path_;
+   ino_t inode_ = 0; // of the socket's file
    CommandChannelLimits limits_;
    std::array<char, pieceSize> piece_;
    std::unique_ptr<Listener> listener_;

@@ -17,9 +17,6 @@ std::vector<Kiln::String> splitWords(std::string_view line) {
    return words;
 }
 
-namespace {
-
-// What a command echoes of its words may hold anything; what reaches a terminal may not.
 Kiln::String printableLine(Kiln::String text) {
    for (char& c : text) {
       const auto byte = static_cast<unsigned char>(c);
@@ -29,8 +26,6 @@ Kiln::String printableLine(Kiln::String text) {
    }
    return text;
 }
-
-} // namespace
 
 void CommandRunner::commandTypeIs(const Kiln::String& keyword, Kiln::String commandType) {
    commandTypes_.set(keyword, std::move(commandType));

@@ -12,6 +12,10 @@ namespace Agent {
 // The words of a line, separated by blanks.
 std::vector<Kiln::String> splitWords(std::string_view line);
 
+// The text with '?' for what is no printable character. An error echoes words that may hold anything; what
+// reaches a terminal may not.
+Kiln::String printableLine(Kiln::String text);
+
 class CommandRunner : public Kiln::PtrInterface {
  public:
    explicit CommandRunner(Kiln::Ptr<AgentCommandRequestDirSm> directory) : directory_(std::move(directory)) {}

@@ -133,7 +133,6 @@ void RawTable::restoreSlots(std::size_t kept) {
          free_.push_back(i);
       }
    }
-   header().directoryVersionInc();
 }
 
 void RawTable::restoreSlot(SlotIndex i) {
@@ -255,7 +254,6 @@ void RawTable::remove(const Key& key) {
       return;
    }
    freeSlot(i);
-   header().directoryVersionInc();
    index_.erase(i);
    free_.push_back(i);
 }

@@ -44,10 +44,10 @@ ReadResult RawTableReader::read(const Key& key, void* payload, RecordInfo& info)
       return ReadResult::unavailable;
    }
    Patience patience(mapping_);
-   for (;;) {
-      // Looked up before the slot is read: if the index is current and the slot isn't the key's, then the key
-      // was absent at some moment of this call.
-      bool isIndexCurrent = header().directoryVersion() == indexVersion_;
+   for (bool isIndexNew = false;; isIndexNew = true) {
+      // Before the slot is read: if the index is current and the slot isn't the key's, then the key was absent at
+      // some moment of this call.
+      bool isIndexCurrent = header().directoryVersion() == indexVersion_ && (isIndexComplete_ || isIndexNew);
       ReadResult result = ReadResult::absent;
       if (std::size_t i = index_.find(key); i != KeyIndex::none) {
          result = readIndexed(i, patience, key, payload, info);
@@ -186,10 +186,15 @@ void RawTableReader::attach() {
 void RawTableReader::indexKeys() {
    // The version first: what changes during the walk makes the index old at once.
    indexVersion_ = header().directoryVersion();
+   isIndexComplete_ = true;
    index_.reset(state_.capacity);
    for (std::size_t i = 0; i < state_.capacity; ++i) {
-      if (Key key(slot(i).peekKey()); !key.isEmpty() && index_.find(key) == KeyIndex::none) {
-         index_.insert(key, i);
+      if (Key key = slot(i).intactKey(); !key.isEmpty()) {
+         if (index_.find(key) == KeyIndex::none) {
+            index_.insert(key, i);
+         }
+      } else if (slot(i).peekKey() != Key::Words{}) {
+         isIndexComplete_ = false; // and the writer may mend it without telling
       }
    }
 }

@@ -30,7 +30,7 @@ class RawTableReader {
    // Absent for a free slot. `key` is the caller's guess, which saves time if it is right, and becomes what
    // the slot has.
    ReadResult readSlot(std::size_t i, Patience& patience, Key& key, void* payload, RecordInfo& info) const;
-   bool endWalk() const; // false: keys were added or deleted meanwhile
+   bool endWalk() const; // false: keys were added meanwhile
 
  private:
    const TableHeader& header() const { return *reinterpret_cast<const TableHeader*>(mapping_.data()); }
@@ -61,6 +61,7 @@ class RawTableReader {
 
    KeyIndex index_;                            // may be old: a slot's own key decides
    std::optional<std::uint64_t> indexVersion_; // the directory's when the index was made
+   bool isIndexComplete_ = false;              // every key was intact then
 };
 
 } // namespace Silo

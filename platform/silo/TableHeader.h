@@ -44,8 +44,8 @@ class alignas(cacheLine) TableHeader {
    // Sends every attached reader back to the table's name. For a writer that leaves this memory.
    void retire();
 
-   // Goes up when a key is added or deleted, after the fact, so that readers know that their index is old. It
-   // isn't under the checksum: at worst readers look for their keys again.
+   // Goes up after a key was added, so that readers know that their index may lack one; a deleted key they notice by
+   // its slot. It isn't under the checksum: at worst readers look for their keys again.
    std::uint64_t directoryVersion() const { return directoryVersion_.load(std::memory_order_acquire); }
    void directoryVersionInc() {
       directoryVersion_.store(directoryVersion_.load(std::memory_order_relaxed) + 1,

@@ -33,11 +33,6 @@ RecordText textOfCounters(const Record& record) {
    return text;
 }
 
-double clamped(double value) {
-   constexpr double most = 9.2e18;
-   return std::isnan(value) ? 0 : std::clamp(value, -most, most);
-}
-
 void addLine(Kiln::String* lines, const Kiln::String& name, const Kiln::String& value) {
    *lines += name + " " + value + "\n";
 }
@@ -90,11 +85,16 @@ RecordText textOf(const Silo::Interface::NatCounter& record) {
 }
 
 S64 milliseconds(double seconds) {
-   return std::llround(clamped(seconds * 1e3));
+   constexpr double most = 9e18;
+   return std::isnan(seconds) ? 0 : std::llround(std::clamp(seconds * 1e3, -most, most));
 }
 
 U64 wholeRate(double rate) {
-   return static_cast<U64>(std::llround(std::max(clamped(rate), 0.0)));
+   constexpr auto most = std::numeric_limits<U64>::max();
+   if (!(rate > 0)) {
+      return 0;
+   }
+   return rate < static_cast<double>(most) ? static_cast<U64>(std::round(rate)) : most;
 }
 
 Kiln::String linesOf(const RecordText& text, const Silo::RecordInfo& info, const RecordText* cleared) {

@@ -20,6 +20,7 @@ void SystemStatus::portInfoIs(const Pelt::IntfId& intf, const PortRecord& record
    }
    place = intf;
    if (Kiln::mapAssign(portInfo_, intf, record)) {
+      ++portInfoVersion_;
       notify(&Notifiee::onPortInfo, intf);
    }
 }
@@ -29,6 +30,7 @@ void SystemStatus::portInfoDel(const Pelt::IntfId& intfToDelete) {
    if (const PortRecord* old = portInfo_.find(intf)) {
       portToIntfId_[old->devId][old->devicePort] = Pelt::IntfId();
       portInfo_.erase(intf);
+      ++portInfoVersion_;
       notify(&Notifiee::onPortInfo, intf);
    }
 }

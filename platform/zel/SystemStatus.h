@@ -49,6 +49,8 @@ class SystemStatus : public Kiln::Entity {
    const PortRecord& portInfo(const Pelt::IntfId& intf) const {
       return Kiln::valueOrDefault(portInfo_, intf);
    }
+   // 0 without ports ever, and a larger number after each change.
+   U64 portInfoVersion() const { return portInfoVersion_; }
    // A record whose device is above 7 or whose port is above 455 is a std::range_error; a device port that
    // another interface has is a std::invalid_argument that names it.
    void portInfoIs(const Pelt::IntfId& intf, const PortRecord& record);
@@ -67,6 +69,7 @@ class SystemStatus : public Kiln::Entity {
 
  private:
    Kiln::HashMap<Pelt::IntfId, PortRecord> portInfo_;
+   U64 portInfoVersion_ = 0;
    std::array<std::array<Pelt::IntfId, ZelId::PortIndex::invalid + 1>, ZelId::maxDevices> portToIntfId_;
 };
 

@@ -49,7 +49,8 @@ TEST(OptionsTest, RefusesWhatCannotBe) {
         {{"--help=x"}, "--help takes no value"},
         {{"--capabilities", "vlan,"},
          "--capabilities 'vlan,': expected none, or a list out of vlan,vxlan,vrf-nat,qos-policy"},
-        {{"--traffic", "loud"}, "--traffic 'loud': expected synthetic, none, or the path of a capture file"},
+        {{"--traffic", "loud"},
+         "--traffic 'loud': expected synthetic, none, host, or the path of a capture file"},
         {{"--verbose"}, "unknown option '--verbose': 'zelagent --help' lists those there are"},
         {{"scenario"}, "unknown option 'scenario': 'zelagent --help' lists those there are"},
    };

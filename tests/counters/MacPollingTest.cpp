@@ -77,6 +77,29 @@ TEST_F(MacPolling, asksForThisChipsPortsAndItsOwnInternalInterfaceOnly) {
    EXPECT_TRUE(rig.counters(1)->macCountersLast().contains(other)); // the same port number, each its own
 }
 
+TEST_F(MacPolling, followsPortsThatComeMoveAndGo) {
+   const auto port = rig.addPort("Ethernet1", 0, 0);
+   rig.fleet().completions().modeIs(held);
+   const auto asked = [&] {
+      rig.advance(2.0);
+      std::vector<std::pair<int, U16>> devicesAndPorts;
+      for (const auto& completion : rig.fleet().completions().held()) {
+         devicesAndPorts.emplace_back(completion.device, completion.portOrPipe);
+      }
+      rig.fleet().completions().deliverAllHeld();
+      return devicesAndPorts;
+   };
+   using Ports = std::vector<std::pair<int, U16>>;
+   EXPECT_EQ(asked(), (Ports{{0, 0}}));
+   rig.addPort("Ethernet2", 0, 1);
+   EXPECT_EQ(asked(), (Ports{{0, 0}, {0, 1}}));
+   rig.chip(1).portAdd(5);
+   rig.status->portInfoIs(port, {1, 5});
+   EXPECT_EQ(asked(), (Ports{{0, 1}, {1, 5}}));
+   rig.status->portInfoDel(port);
+   EXPECT_EQ(asked(), (Ports{{0, 1}}));
+}
+
 TEST_F(MacPolling, aRefusedPortKeepsItsValuesAndTheOthersGoOn) {
    const auto first = rig.addPort("Ethernet1", 0, 0);
    const auto second = rig.addPort("Ethernet2", 0, 1);

@@ -52,6 +52,17 @@ TEST(ManagerConstructionDeathTest, needsTheDropTableOfAChipThatCountsQosDrops) {
    EXPECT_DEATH(rig.addChip(0, "Zel0"), "\"mounts\\(\\)->qosPolicyDropCountSiloTable\\(\\)\" failed");
 }
 
+TEST(ManagerConstruction, commandsThatComeAfterItsEndAreRefused) {
+   Rig rig;
+   rig.makeManager();
+   {
+      const auto lock = Kiln::ActivityLockAnchor::lock();
+      rig.mgr = nullptr;
+   }
+   const auto handler = rig.commands->agentCommandCallback("ZelCountersCli");
+   EXPECT_FALSE(handler->command({"show", "mac"}, -1).ok());
+}
+
 TEST(ManagerConstruction, anEqualCommandHandlerIsKept) {
    Rig rig;
    rig.makeManager();

@@ -84,11 +84,11 @@ class L3Model : public L3Rig {
          return;
       }
       const bool vxlan = draw(2) != 0;
-      const bool nat_ = draw(2) != 0;
-      makeChip(dev, {.vlanCounters = true, .vxlan = vxlan, .vrfNat = nat_});
+      const bool vrfNat = draw(2) != 0;
+      makeChip(dev, {.vlanCounters = true, .vxlan = vxlan, .vrfNat = vrfNat});
       addDevice(dev);
       ModelChip& model = chips[dev];
-      model.ingressEach = 1U + vxlan + nat_;
+      model.ingressEach = 1U + vxlan + vrfNat;
       model.egressEach = 1U + vxlan;
       for (const IntfId& intf : sm->l3IntfToVid().keys()) {
          modelEnable(model, sm->l3IntfToVid(intf).value());
@@ -147,7 +147,7 @@ class L3Model : public L3Rig {
          ASSERT_TRUE(helper);
          const auto keys = [](const auto& map) {
             std::set<U16> all;
-            for (const auto& [vlan, value] : map) {
+            for (const VlanId vlan : map.keys()) {
                all.insert(vlan.value());
             }
             return all;

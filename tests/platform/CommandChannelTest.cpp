@@ -278,6 +278,16 @@ TEST_F(CommandChannelTest, ReplacesOnlyTheSocketOfADeadAgent) {
    stop();
    EXPECT_NE(access(path_.c_str(), F_OK), 0) << "removed at the end";
 
+   start();
+   const int successor = socket(AF_UNIX, SOCK_STREAM, 0);
+   rename(path_.c_str(), (path_ + ".old").c_str()); // not unlink: its inode must not come back
+   ASSERT_EQ(bind(successor, address.any(), address.length()), 0);
+   stop();
+   EXPECT_EQ(access(path_.c_str(), F_OK), 0) << "another's";
+   close(successor);
+   unlink((path_ + ".old").c_str());
+   unlink(path_.c_str());
+
    std::ofstream(path_) << "precious";
    EXPECT_EQ(openError(), path_ + " exists and is no socket: choose another with --socket PATH");
    EXPECT_EQ(access(path_.c_str(), F_OK), 0);

@@ -187,9 +187,12 @@ TEST_F(DamageTest, TheWritersOwnReadFindsDamageAndEveryReadReportsIt) {
    EXPECT_EQ(reader.read("a", sample), ReadResult::corrupt);
 
    poke("t", slotOffset<Small>(0), std::string(Silo::RecordSlot::strideFor(sizeof(Small)), '\xff'));
+   Silo::TableReader<Small> late(store_, "t");
+   EXPECT_NE(late.read("a", sample), ReadResult::ok);
    table.recordIs("a", Small(2), 2.0);
    EXPECT_EQ(table.sample("a").record, Small(2));
    EXPECT_EQ(table.sample("a").info.generation, 2u);
+   EXPECT_EQ(late.read("a", sample), ReadResult::ok);
    EXPECT_EQ(reader.read("a", sample), ReadResult::ok);
    EXPECT_EQ(corruptions_.size(), 2u);
 }

@@ -262,6 +262,9 @@ bf_status_t bf_pipe_deparser_drop_get(bf_dev_id_t, uint16_t pipe, uint32_t direc
 }
 
 bf_status_t bf_port_mac_stats_hw_async_get(bf_dev_id_t, bf_dev_port_t, bf_port_mac_stats_cb, void*) {
+   if (sdk().onMacStatsGet) {
+      sdk().onMacStatsGet();
+   }
    return 3;
 }
 

@@ -9,6 +9,7 @@
 #include "zl/ZlPd.h"
 #include "zl/ZlResourceInfo.h"
 
+#include <functional>
 #include <map>
 #include <mutex>
 #include <tuple>
@@ -50,7 +51,8 @@ struct Sdk {
    std::vector<Completion> pending;
    // The calls that matter, in order: "sync 0 65535 A01", "property 0 B01 scope 1", ...
    std::vector<std::string> calls;
-   U64 reads = 0; // of entries
+   std::function<void()> onMacStatsGet; // while a request for a port's counters, always refused, is under way
+   U64 reads = 0;                       // of entries
    U32 physicalPipeOffset = 0;
    std::mutex mutex; // guards pending
 

@@ -1,0 +1,66 @@
+// Gives host interfaces ports, and takes them away again.
+#include "HostPorts.h"
+
+#include "kiln/ActivityManager.h"
+#include "kiln/Time.h"
+#include "kiln/Trace.h"
+
+#include <algorithm>
+
+namespace ZelAgent {
+
+namespace {
+
+Kiln::TraceHandle traceHandle("HostPorts");
+
+} // namespace
+
+HostPorts::KilnClock::KilnClock(HostPorts* owner)
+     : Notifiee(Kiln::activityManagerClock()), hostPorts(owner) {}
+
+HostPorts::HostPorts(SwitchAgent& agent, SoftChip::HostInterfaces interfaces)
+     : agent_(agent), interfaces_(std::move(interfaces)), clock_(this) {
+   update();
+}
+
+std::vector<Kiln::String> HostPorts::names() const {
+   std::vector<Kiln::String> names;
+   for (const auto& [name, devicePort] : ports_) {
+      names.push_back(name);
+   }
+   return names;
+}
+
+void HostPorts::update() {
+   clock_.timeMinIs(Kiln::System::currentTime() + tick);
+   SoftChip::Chip& chip = agent_.chipNamed(chipName);
+   std::erase_if(ports_, [&](const auto& port) {
+      const bool isGone = !interfaces_.mirror(port.first, chip, port.second);
+      if (isGone) {
+         agent_.portDel(Pelt::IntfId(Kiln::Name(port.first)));
+      }
+      return isGone;
+   });
+   for (const Kiln::String& name : interfaces_.names()) {
+      if (!ports_.contains(name)) {
+         add(name);
+      }
+   }
+}
+
+void HostPorts::add(const Kiln::String& name) {
+   SoftChip::Chip& chip = agent_.chipNamed(chipName);
+   for (unsigned place = 0; place < chip.pipes() * maxFrontPanelPortsPerPipe; ++place) {
+      const auto devicePort = static_cast<U16>(place / maxFrontPanelPortsPerPipe * ZelSystem::slotsPerPipe +
+                                               place % maxFrontPanelPortsPerPipe);
+      if (!chip.hasPort(devicePort)) {
+         agent_.portAdd(Pelt::IntfId(Kiln::Name(name)), chipName, devicePort);
+         interfaces_.mirror(name, chip, devicePort);
+         ports_.emplace(name, devicePort);
+         return;
+      }
+   }
+   KILN_TRACE(0, "no port is free for " << name);
+}
+
+} // namespace ZelAgent

@@ -1,0 +1,38 @@
+// The host's network interfaces as front-panel ports of the first chip, under their own names.
+#pragma once
+
+#include "HostInterfaces.h"
+#include "SwitchAgent.h"
+
+#include <map>
+
+namespace ZelAgent {
+
+// Follows the interfaces twice a second: new ones get the first free ports, those that went lose theirs, and
+// the counters of the others are brought up to date. Activity thread; the agent outlives it.
+class HostPorts {
+ public:
+   HostPorts(SwitchAgent& agent, SoftChip::HostInterfaces interfaces);
+
+   std::vector<Kiln::String> names() const; // of those that have a port
+
+ private:
+   struct KilnClock : Kiln::Clock::Notifiee {
+      explicit KilnClock(HostPorts* owner);
+      void onTime() override { hostPorts->update(); }
+      HostPorts* hostPorts;
+   };
+
+   void update();
+   void add(const Kiln::String& name);
+
+   static constexpr double tick = 0.5; // seconds
+   static constexpr const char* chipName = "Zel0";
+
+   SwitchAgent& agent_;
+   SoftChip::HostInterfaces interfaces_;
+   std::map<Kiln::String, U16> ports_; // device ports, by interface
+   KilnClock clock_;
+};
+
+} // namespace ZelAgent

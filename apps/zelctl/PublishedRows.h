@@ -1,0 +1,61 @@
+// A shared table's records, read at one go and in natural order.
+#pragma once
+
+#include "kiln/Name.h"
+#include "silo/TableReader.h"
+#include "vex/RecordText.h"
+
+#include <algorithm>
+#include <stdexcept>
+#include <vector>
+
+namespace ZelCtl {
+
+struct PublishedRow {
+   Kiln::String name; // empty when the record has lost it
+   Silo::ReadResult result = Silo::ReadResult::absent;
+   U64 generation = 0;
+   std::optional<double> age; // seconds; none when it was sampled on another clock, as before a restart
+   bool isStale = true;       // older than three polling intervals
+   Vex::RecordText text;      // empty unless the result is ok
+};
+
+struct PublishedTable {
+   Kiln::String name;
+   double pollingInterval = 0; // seconds
+   bool isWriterAlive = false;
+   double now = 0; // on the table's clock
+   std::vector<PublishedRow> rows;
+};
+
+// Throws std::runtime_error that says why the table can't be read.
+template <Silo::RecordType Record>
+PublishedTable readPublished(const Silo::Store& store, const char* tableName) {
+   constexpr double staleAfter = 3; // polling intervals
+   Silo::TableReader<Record> reader(store, tableName);
+   std::vector<Silo::Entry<Record>> entries;
+   if (!reader.snapshot(entries)) {
+      throw std::runtime_error(reader.problem());
+   }
+   // Taken after the records, so that none is from the future.
+   PublishedTable table{
+        tableName, reader.state().pollingInterval, reader.isWriterAlive(), Silo::monotonicNow(), {}};
+   for (const Silo::Entry<Record>& entry : entries) {
+      PublishedRow row;
+      row.name = entry.key.isValid() ? Kiln::String(entry.key.view()) : Kiln::String();
+      row.result = entry.result;
+      if (row.result == Silo::ReadResult::ok) {
+         row.generation = entry.sample.info.generation;
+         row.age = reader.age(entry.sample.info, table.now, Silo::ClockDomain::monotonic());
+         row.isStale = !row.age || *row.age > staleAfter * table.pollingInterval;
+         row.text = Vex::textOf(entry.sample.record);
+      }
+      table.rows.push_back(std::move(row));
+   }
+   std::sort(table.rows.begin(), table.rows.end(), [](const PublishedRow& a, const PublishedRow& b) {
+      return Kiln::naturalCompare(a.name, b.name) < 0;
+   });
+   return table;
+}
+
+} // namespace ZelCtl

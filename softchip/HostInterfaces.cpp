@@ -1,0 +1,92 @@
+// Reads the kernel's interface statistics.
+#include "HostInterfaces.h"
+
+#include "kiln/Name.h"
+#include "kiln/Numbers.h"
+
+#include <algorithm>
+#include <array>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+
+namespace SoftChip {
+
+namespace {
+
+// A counter of the kernel is added to each of the RMON counters that it belongs to.
+struct HostCounter {
+   const char* name;
+   std::array<bf_rmon_counter_t, 3> adds;
+   unsigned count; // of those
+};
+
+constexpr HostCounter hostCounters[] = {
+     {"rx_packets", {BF_RMON_FRAMES_RECEIVED_OK, BF_RMON_FRAMES_RECEIVED_ALL}, 2},
+     {"rx_bytes", {BF_RMON_OCTETS_RECEIVED_GOOD, BF_RMON_OCTETS_RECEIVED_ALL}, 2},
+     {"rx_errors", {BF_RMON_FRAMES_RECEIVED_WITH_ERRORS, BF_RMON_FRAMES_RECEIVED_ALL}, 2},
+     {"rx_crc_errors", {BF_RMON_FRAME_CHECK_SEQUENCE_ERRORS}, 1},
+     {"rx_frame_errors", {BF_RMON_ALIGNMENT_ERRORS}, 1},
+     {"rx_dropped", {BF_RMON_FRAMES_DROPPED_ON_RECEIVE}, 1},
+     {"rx_missed_errors", {BF_RMON_FRAMES_DROPPED_ON_RECEIVE}, 1},
+     {"multicast", {BF_RMON_MULTICAST_FRAMES_RECEIVED_OK}, 1},
+     {"tx_packets",
+      {BF_RMON_FRAMES_TRANSMITTED_OK, BF_RMON_FRAMES_TRANSMITTED_ALL, BF_RMON_UNICAST_FRAMES_TRANSMITTED_OK},
+      3},
+     {"tx_bytes", {BF_RMON_OCTETS_TRANSMITTED_GOOD, BF_RMON_OCTETS_TRANSMITTED_ALL}, 2},
+     {"tx_errors", {BF_RMON_FRAMES_TRANSMITTED_WITH_ERRORS, BF_RMON_FRAMES_TRANSMITTED_ALL}, 2},
+     {"tx_dropped", {BF_RMON_FRAMES_DROPPED_ON_TRANSMIT}, 1},
+};
+
+std::optional<U64> readCounter(const Kiln::String& path) {
+   std::ifstream file(path);
+   Kiln::String text;
+   return file >> text ? Kiln::parseNumber<U64>(text) : std::nullopt;
+}
+
+bool isPrintable(const Kiln::String& name) {
+   return std::all_of(name.begin(), name.end(), [](char c) { return c > ' ' && c <= '~'; });
+}
+
+} // namespace
+
+std::vector<Kiln::String> HostInterfaces::names() const {
+   std::vector<Kiln::String> names;
+   std::error_code error;
+   for (std::filesystem::directory_iterator at(folder_, error), end; !error && at != end;
+        at.increment(error)) {
+      const Kiln::String name = at->path().filename().string();
+      // Beside interfaces the kernel's folder has plain files.
+      if (isPrintable(name) && readCounter(folder_ + "/" + name + "/statistics/rx_packets")) {
+         names.push_back(name);
+      }
+   }
+   std::sort(names.begin(), names.end(),
+             [](const Kiln::String& a, const Kiln::String& b) { return Kiln::naturalCompare(a, b) < 0; });
+   return names;
+}
+
+bool HostInterfaces::mirror(const Kiln::String& name, Chip& chip, U16 devicePort) const {
+   std::array<U64, BF_NUM_RMON_COUNTERS> rmon{};
+   for (const HostCounter& counter : hostCounters) {
+      const std::optional<U64> value = readCounter(folder_ + "/" + name + "/statistics/" + counter.name);
+      if (!value) {
+         return false;
+      }
+      for (unsigned i = 0; i < counter.count; ++i) {
+         rmon[counter.adds[i]] += *value;
+      }
+   }
+   // The difference of two counters that are read one after the other, which must not step back for that.
+   const U64 packets = rmon[BF_RMON_FRAMES_RECEIVED_OK];
+   const U64 unicast = packets - std::min(rmon[BF_RMON_MULTICAST_FRAMES_RECEIVED_OK], packets);
+   const bool isSameLife = packets >= chip.rmon(devicePort, BF_RMON_FRAMES_RECEIVED_OK);
+   const U64 unicastBefore = isSameLife ? chip.rmon(devicePort, BF_RMON_UNICAST_FRAMES_RECEIVED_OK) : 0;
+   rmon[BF_RMON_UNICAST_FRAMES_RECEIVED_OK] = std::max(unicast, unicastBefore);
+   for (unsigned index = 0; index < rmon.size(); ++index) {
+      chip.rmonIs(devicePort, index, rmon[index]);
+   }
+   return true;
+}
+
+} // namespace SoftChip
