@@ -43,6 +43,11 @@ const ScenarioConsole::Statement ScenarioConsole::statements[] = {
      {"access INTF VLAN", "the VLAN of the port's untagged frames", &ScenarioConsole::accessVlan},
      {"queue INTF QUEUE PACKETS BYTES DROPS", "sets a queue's raw hardware counts",
       &ScenarioConsole::setQueue},
+     {"vlan INTF VLAN allow|deny", "whether the port takes and sends frames of the VLAN",
+      &ScenarioConsole::allowVlan},
+     {"mtu INTF OCTETS", "the longest frame that leaves the port, FCS included", &ScenarioConsole::mtu},
+     {"flood INTF on|off", "whether the port's frames for unknown stations go to all others",
+      &ScenarioConsole::flood},
      {"sdk completion inline|deferred|lost", "how accepted requests complete from here on",
       &ScenarioConsole::completion},
      {"sdk completion late SECONDS", "they complete that much later", &ScenarioConsole::lateCompletion},
@@ -291,6 +296,23 @@ void ScenarioConsole::accessVlan(const Words& operands) {
    const SwitchAgent::Port port = agent_.portOf(operands[0]);
    port.chip.accessVlanIs(port.devicePort,
                           number<U16>("VLAN", operands[1], Bridging::VlanId::min, Bridging::VlanId::max));
+}
+
+void ScenarioConsole::allowVlan(const Words& operands) {
+   const SwitchAgent::Port port = agent_.portOf(operands[0]);
+   port.chip.vlanAllowedIs(port.devicePort,
+                           number<U16>("VLAN", operands[1], Bridging::VlanId::min, Bridging::VlanId::max),
+                           operands[2] == "allow");
+}
+
+void ScenarioConsole::mtu(const Words& operands) {
+   const SwitchAgent::Port port = agent_.portOf(operands[0]);
+   port.chip.mtuIs(port.devicePort, number<U32>("OCTETS", operands[1], 64, UINT_MAX));
+}
+
+void ScenarioConsole::flood(const Words& operands) {
+   const SwitchAgent::Port port = agent_.portOf(operands[0]);
+   port.chip.floodsIs(port.devicePort, operands[1] == "on");
 }
 
 void ScenarioConsole::failSdk(const Words& operands) {

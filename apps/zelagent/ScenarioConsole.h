@@ -40,6 +40,9 @@ class ScenarioConsole {
    void setTable(const Words& operands);
    void capacity(const Words& operands);
    void accessVlan(const Words& operands);
+   void allowVlan(const Words& operands);
+   void mtu(const Words& operands);
+   void flood(const Words& operands);
    void failSdk(const Words& operands);
    void costSdk(const Words& operands);
    void completion(const Words& operands);

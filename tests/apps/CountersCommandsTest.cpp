@@ -3,6 +3,7 @@
 #include "ZelCountersCli.h"
 
 #include <random>
+#include <sstream>
 
 namespace {
 
@@ -36,9 +37,9 @@ TEST_F(CountersCommandsTest, ReachTheChipsThatTheyConcern) {
         {"show mac intf Ethernet3 nonzero", block(3, 0)},
         {"chip Zel1 show mac intf Ethernet3 nonzero", block(3, 0)},
         // in any clear abbreviation
-        {"s m n", zel0 + zel1},
-        {"ch Zel0 sho ma nonz", zel0},
-        {"s m i Ethernet4 n", block(4, 1)},
+        {"s mac n", zel0 + zel1},
+        {"ch Zel0 sho mac nonz", zel0},
+        {"s mac i Ethernet4 n", block(4, 1)},
    };
    for (const auto& [command, text] : cases) {
       const ZelTest::Asked asked = ask(command);
@@ -53,7 +54,7 @@ TEST_F(CountersCommandsTest, WithoutNonzeroEveryCounterIsShown) {
 }
 
 TEST_F(CountersCommandsTest, ClearOnlyTheNamedChip) {
-   EXPECT_EQ(ask("chip Zel0 cl m").text, "");
+   EXPECT_EQ(ask("chip Zel0 cl mac").text, "");
    EXPECT_EQ(ask("show mac nonzero").text, "\n" + zel1);
    EXPECT_EQ(ask("clear mac").error, "");
    EXPECT_EQ(ask("show mac nonzero").text, "\n\n");
@@ -65,7 +66,11 @@ TEST_F(CountersCommandsTest, RefusedOnesSayWhatIsExpectedAndDoNothing) {
         {"c mac", "'c' is ambiguous: expected clear or chip"},
         {"Show mac", "unexpected 'Show': expected"},
         {"show mace", "unexpected 'mace' after 'show': expected"},
-        {"clear", "the command is incomplete after 'clear': expected"},
+        {"clear x", "unexpected 'x' after 'clear': expected"},
+        {"show m", "'m' is ambiguous after 'show': expected mac or mau-deparser-drop"},
+        {"show pipeline stage", "the command is incomplete after 'show pipeline stage': expected port-rx"},
+        {"show traffic-manager pipe 1", "unknown pipe '1': expected 0 to 0"},
+        {"show drop intf Ethernet1", "unexpected 'intf' after 'show drop': expected interface"},
         {"clear mac x", "unexpected 'x' after 'clear mac': expected nothing more"},
         {"clear mac intf Ethernet1", "unexpected 'intf' after 'clear mac': expected nothing more"},
         {"show mac nonzero intf", "unexpected 'intf' after 'show mac nonzero': expected nothing more"},
@@ -137,14 +142,72 @@ TEST_F(CountersCommandsTest, TablesAreAskedOfEveryChipAndPipeThatIsMeant) {
    EXPECT_EQ(ask("show info x").error, "unexpected 'x' after 'show info': expected nothing more");
 }
 
+// The first lines of the views in a text, in their order.
+std::vector<String> viewsIn(const String& text) {
+   const std::vector<String> starts = {"Table: ",  "Intf ",   "Packets by", "  PDP Class",
+                                       "Drops by", "MAU and", "Traffic"};
+   std::vector<String> found;
+   std::istringstream lines(text);
+   for (String line; std::getline(lines, line);) {
+      for (const String& start : starts) {
+         const bool isRepeated = !found.empty() && found.back() == start;
+         const std::size_t at = line.find(start);
+         if (at != String::npos && line.find_first_not_of(' ') >= at && !isRepeated) {
+            found.push_back(start);
+         }
+      }
+   }
+   return found;
+}
+
+TEST_F(CountersCommandsTest, ShowGoesThroughEverythingChipByChip) {
+   const std::vector<String> views = {"Table: ", "Intf ", "Packets by", "  PDP Class", "Drops by", "MAU and"};
+   std::vector<String> ofBoth = views;
+   ofBoth.insert(ofBoth.end(), views.begin(), views.end());
+   Kiln::ActivityManager::instance()->advance(2.0);
+   EXPECT_EQ(viewsIn(ask("show").text), ofBoth);
+   EXPECT_EQ(viewsIn(ask("chip Zel1 show").text), views);
+}
+
+TEST_F(CountersCommandsTest, ClearMovesEverythingThatItListsAndNothingElse) {
+   agent_->traffic().onIs(true);
+   Kiln::ActivityManager::instance()->advance(4.0);
+   agent_->traffic().onIs(false);
+   Kiln::ActivityManager::instance()->advance(4.0);
+   const String maus = ask("show mau-deparser-drop nonzero").text;
+   EXPECT_NE(maus.find("forwarding"), String::npos);
+   const std::vector<String> cleared = {"show table nonzero", "show mac nonzero", "show pipeline nonzero",
+                                        "show pdp nonzero", "show traffic-manager nonzero"};
+   std::vector<std::size_t> before;
+   for (const String& command : cleared) {
+      before.push_back(ask(command).text.size());
+   }
+   EXPECT_EQ(ask("clear").text, "");
+   for (std::size_t i = 0; i < cleared.size(); ++i) {
+      EXPECT_LT(ask(cleared[i]).text.size(), before[i]) << cleared[i];
+   }
+   EXPECT_EQ(ask("show mau-deparser-drop nonzero").text, maus);
+   ask("clear mau-deparser-drop");
+   EXPECT_EQ(ask("show mau-deparser-drop nonzero").text.find("forwarding"), String::npos);
+}
+
+TEST_F(CountersCommandsTest, AnInterfaceWithoutPdpCountersGetsItsOwnLine) {
+   Kiln::ActivityManager::instance()->advance(2.0);
+   const auto lock = Kiln::ActivityLockAnchor::lock();
+   agent_->portDel(Pelt::IntfId("Ethernet4"));
+   EXPECT_NE(ask("show pdp intf Ethernet3").text.find("Ethernet3                  default"), String::npos);
+   EXPECT_EQ(ask("show pdp intf Ethernet4").text,
+             "No PDP counters of interface Ethernet4: its port has none\n");
+}
+
 TEST_F(CountersCommandsTest, AnswerWhateverTheWordsAre) {
    const unsigned seed = std::random_device()();
    SCOPED_TRACE("seed " + std::to_string(seed));
    std::mt19937 random(seed);
-   const std::vector<String> words = {"show", "clear", "s",        "c",         "chip", "Zel0",
-                                      "Zel9", "mac",   "intf",     "Ethernet1", "i",    "nonzero",
-                                      "n",    "pipe",  "0",        "-1",        "",     "\x01\xff",
-                                      "Zel1", "table", "99999999", "shown",     "?"};
+   const std::vector<String> words = {
+        "show",     "clear",   "s", "c",    "chip", "Zel0",     "Zel9",  "mac",      "intf", "Ethernet1",
+        "i",        "nonzero", "n", "pipe", "0",    "-1",       "",      "\x01\xff", "Zel1", "table",
+        "99999999", "shown",   "?", "pdp",  "drop", "pipeline", "stage", "egress",   "t",    "mau-"};
    for (int round = 0; round < 20000; ++round) {
       std::vector<String> command(random() % 7);
       for (String& word : command) {

@@ -36,6 +36,10 @@ class TableRig : public ::testing::Test {
       unsetenv("SIMULATION_VMID");
       Kiln::ActivityManager::instanceDel();
       Kiln::System::timeSourceIs(Kiln::allocate<Kiln::SimulatedTime>());
+      for (ZelId::ZelDevId dev = 0; dev < ZelId::maxDevices; ++dev) { // they outlive the chips
+         tm->countersByDevIdIs(dev);
+         tmClear->countersByDevIdIs(dev);
+      }
    }
    ~TableRig() override {
       const auto lock = Kiln::ActivityLockAnchor::lock();
@@ -66,6 +70,8 @@ class TableRig : public ::testing::Test {
       context.sessionId = 7;
       context.chipStatus = status;
       context.systemStatus = systemStatus;
+      context.tmCountersData = tm;
+      context.tmCountersDataLastClear = tmClear;
       context.zlPdIntf = Kiln::allocate<StubSdk::Pd>();
       context.zlResourceInfoIntf = catalogue;
       context.devProfile.chipTypeName = "stub";
@@ -114,6 +120,8 @@ class TableRig : public ::testing::Test {
    }
 
    Kiln::Ptr<ZelSystem::SystemStatus> systemStatus = Kiln::allocate<ZelSystem::SystemStatus>();
+   Kiln::Ptr<ZelQos::TmCountersData> tm = Kiln::allocate<ZelQos::TmCountersData>();
+   Kiln::Ptr<ZelQos::TmCountersData> tmClear = Kiln::allocate<ZelQos::TmCountersData>();
    std::map<int, Kiln::Ptr<ZelSlice::ChipStatus>> chipStatus;
    std::map<int, Kiln::Ptr<ZelCounter::ZelCounters>> chips;
 };
