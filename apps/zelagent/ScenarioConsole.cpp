@@ -40,6 +40,14 @@ const ScenarioConsole::Statement ScenarioConsole::statements[] = {
      {"table CHIP COUNTER PIPE INDEX PACKETS BYTES",
       "sets an entry of a counter table; PIPE is all where it is not per pipe", &ScenarioConsole::setTable},
      {"capacity CHIP TABLE N", "how many entries a match table holds", &ScenarioConsole::capacity},
+     {"l3 add INTF VLAN", "the interface becomes an L3 interface, carried by the VLAN",
+      &ScenarioConsole::addL3},
+     {"l3 delete INTF", "it is none any more", &ScenarioConsole::deleteL3},
+     {"svi CHIP VLAN ingress|egress DECAP SNAT PACKETS BYTES",
+      "adds to a programmed VLAN count entry; DECAP and SNAT are 0 or 1", &ScenarioConsole::addSvi},
+     {"vni VNI VLAN", "the VLAN of a VXLAN network, on every chip", &ScenarioConsole::vni},
+     {"snat PREFIX", "source NAT for what comes from there, as 10.1.0.0/16, on every chip",
+      &ScenarioConsole::snat},
      {"access INTF VLAN", "the VLAN of the port's untagged frames", &ScenarioConsole::accessVlan},
      {"queue INTF QUEUE PACKETS BYTES DROPS", "sets a queue's raw hardware counts",
       &ScenarioConsole::setQueue},
@@ -107,6 +115,10 @@ U64 counterValue(std::string_view operand, const Kiln::String& word) {
       refuse(operand, word, "a 64-bit number, decimal or 0x and hexadecimal");
    }
    return *value;
+}
+
+U16 vlanNumber(const Kiln::String& word) {
+   return number<U16>("VLAN", word, Bridging::VlanId::min, Bridging::VlanId::max);
 }
 
 // False at the end. Bounded, since what is given for a scenario may be any file.
@@ -292,17 +304,43 @@ void ScenarioConsole::capacity(const Words& operands) {
    agent_.chipNamed(operands[0]).capacityIs(operands[1], number<U32>("N", operands[2], 0, UINT_MAX));
 }
 
+void ScenarioConsole::addL3(const Words& operands) {
+   agent_.l3Add(Pelt::IntfId(Kiln::Name(operands[0])), Bridging::VlanId(vlanNumber(operands[1])));
+}
+
+void ScenarioConsole::deleteL3(const Words& operands) {
+   agent_.l3Del(Pelt::IntfId(Kiln::Name(operands[0])));
+}
+
+void ScenarioConsole::addSvi(const Words& operands) {
+   const SoftChip::L2Domain domain{vlanNumber(operands[1]), number<U8>("DECAP", operands[3], 0, 1),
+                                   number<unsigned>("SNAT", operands[4], 0, 1) != 0};
+   agent_.chipNamed(operands[0])
+        .l2DomainCountAdd(operands[2] == "ingress", domain,
+                          {counterValue("PACKETS", operands[5]), counterValue("BYTES", operands[6])});
+}
+
+void ScenarioConsole::vni(const Words& operands) {
+   constexpr U32 highestVni = (1U << 24) - 1;
+   for (SoftChip::Chip* chip : agent_.fleet().chips()) {
+      chip->vniIs(number<U32>("VNI", operands[0], 0, highestVni), vlanNumber(operands[1]));
+   }
+}
+
+void ScenarioConsole::snat(const Words& operands) {
+   for (SoftChip::Chip* chip : agent_.fleet().chips()) {
+      chip->snatAdd(operands[0]);
+   }
+}
+
 void ScenarioConsole::accessVlan(const Words& operands) {
    const SwitchAgent::Port port = agent_.portOf(operands[0]);
-   port.chip.accessVlanIs(port.devicePort,
-                          number<U16>("VLAN", operands[1], Bridging::VlanId::min, Bridging::VlanId::max));
+   port.chip.accessVlanIs(port.devicePort, vlanNumber(operands[1]));
 }
 
 void ScenarioConsole::allowVlan(const Words& operands) {
    const SwitchAgent::Port port = agent_.portOf(operands[0]);
-   port.chip.vlanAllowedIs(port.devicePort,
-                           number<U16>("VLAN", operands[1], Bridging::VlanId::min, Bridging::VlanId::max),
-                           operands[2] == "allow");
+   port.chip.vlanAllowedIs(port.devicePort, vlanNumber(operands[1]), operands[2] == "allow");
 }
 
 void ScenarioConsole::mtu(const Words& operands) {
@@ -415,7 +453,10 @@ void ScenarioConsole::nat(const Words& operands) {
 }
 
 void ScenarioConsole::clear(const Words& operands) {
-   if (!agent_.countersMgr().vexCountersSm()->clear(operands[0])) {
+   // Ports and VLAN interfaces are the one reactor's, subinterfaces the other's; all is both's.
+   const bool cleared = agent_.countersMgr().vexCountersSm()->clear(operands[0]);
+   const bool subIntfCleared = agent_.countersMgr().vexSubIntfCountersSm()->clear(operands[0]);
+   if (!cleared && !subIntfCleared) {
       throw std::invalid_argument("unknown interface '" + operands[0] +
                                   "': expected all, or one whose counters are published");
    }

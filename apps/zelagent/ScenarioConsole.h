@@ -39,6 +39,11 @@ class ScenarioConsole {
    void polling(const Words& operands);
    void setTable(const Words& operands);
    void capacity(const Words& operands);
+   void addL3(const Words& operands);
+   void deleteL3(const Words& operands);
+   void addSvi(const Words& operands);
+   void vni(const Words& operands);
+   void snat(const Words& operands);
    void accessVlan(const Words& operands);
    void allowVlan(const Words& operands);
    void mtu(const Words& operands);

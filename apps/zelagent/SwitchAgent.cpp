@@ -66,6 +66,10 @@ SwitchAgent::SwitchAgent(const SwitchAgentConfig& config) : config_(config) {
    systemStatus_->hasNotificationActiveIs(true);
    ethPhyIntfStatusDir_ = Kiln::allocate<Interface::EthPhyIntfStatusDir>();
    ethPhyIntfStatusDir_->hasNotificationActiveIs(true);
+   vlanIntfStatusDir_ = Kiln::allocate<Interface::VlanIntfStatusDir>();
+   vlanIntfStatusDir_->hasNotificationActiveIs(true);
+   subIntfStatusDir_ = Kiln::allocate<Interface::SubIntfStatusDir>();
+   subIntfStatusDir_->hasNotificationActiveIs(true);
 
    commandDirectory_ = Kiln::allocate<Agent::AgentCommandRequestDirSm>();
    mgr_ = ZelCounter::zelCountersMgrFactory(systemStatus_, mount(), Kiln::allocate<Vex::VexCommonSmData>(),
@@ -115,11 +119,11 @@ Kiln::Ptr<ZelCounter::CountersMounts> SwitchAgent::mount() const {
    mounts->allIntfClearQueueCountersIs(tables.allIntfClearQueueCounters);
    mounts->bridgingConfigIs(Kiln::allocate<Bridging::BridgingConfig>());
    mounts->vlanIntfConfigDirIs(Kiln::allocate<Interface::VlanIntfConfigDir>());
-   mounts->vlanIntfStatusDirIs(Kiln::allocate<Interface::VlanIntfStatusDir>());
+   mounts->vlanIntfStatusDirIs(vlanIntfStatusDir_);
    mounts->allVlanIntfCountersIs(tables.allVlanIntfCounters);
    mounts->vlanIntfCounterWriterStatusIs(Kiln::allocate<Vex::Counters::WriterStatus>());
    mounts->subIntfConfigDirIs(Kiln::allocate<Interface::SubIntfConfigDir>());
-   mounts->subIntfStatusDirIs(Kiln::allocate<Interface::SubIntfStatusDir>());
+   mounts->subIntfStatusDirIs(subIntfStatusDir_);
    mounts->subIntfCountersDirIs(tables.subIntfCountersDir);
    mounts->subIntfCountersSnapshotDirIs(tables.subIntfCountersSnapshotDir);
    mounts->intfAllNatCounterDirIs(tables.intfAllNatCounterDir);
@@ -217,6 +221,43 @@ void SwitchAgent::portDel(const Pelt::IntfId& intf) {
    systemStatus_->portInfoDel(intf);
    port.chip.portDel(port.devicePort);
    (*chipStatus_.find(port.chip.name()))->portToIntfIdDel(port.devicePort);
+}
+
+// VlanN is a VLAN interface and EthernetN.M a subinterface; a routed port has its status already.
+void SwitchAgent::l3StatusIs(const Pelt::IntfId& intf, bool present) {
+   Interface::IntfDir* dir = nullptr;
+   if (intf.text().rfind("Vlan", 0) == 0) {
+      dir = vlanIntfStatusDir_.ptr();
+   } else if (intf.text().find('.') != Kiln::String::npos) {
+      dir = subIntfStatusDir_.ptr();
+   }
+   if (dir != nullptr && present) {
+      dir->intfStatusIs(intf, true);
+   } else if (dir != nullptr) {
+      dir->intfStatusDel(intf);
+   }
+}
+
+void SwitchAgent::l3Add(const Pelt::IntfId& intf, Bridging::VlanId vlan) {
+   Kiln::ActivityLockAnchor::assertHeld();
+   const auto& table = mgr_->vexL3IntfData()->vexL3IntfTable();
+   if (table->intfIdToL3Id().contains(intf)) {
+      throw std::invalid_argument("interface " + intf.text() +
+                                  " is an L3 interface already: delete that first");
+   }
+   table->intfIdToL3IdIs(intf, vlan.value());
+   l3StatusIs(intf, true);
+}
+
+void SwitchAgent::l3Del(const Pelt::IntfId& intf) {
+   Kiln::ActivityLockAnchor::assertHeld();
+   const auto& table = mgr_->vexL3IntfData()->vexL3IntfTable();
+   if (!table->intfIdToL3Id().contains(intf)) {
+      throw std::invalid_argument("no L3 interface '" + intf.text() +
+                                  "': expected one that was added with l3 add");
+   }
+   l3StatusIs(intf, false);
+   table->intfIdToL3IdDel(intf);
 }
 
 SwitchAgent::Port SwitchAgent::portOf(const Kiln::String& intf) const {

@@ -5,6 +5,7 @@
 #include "SoftChip.h"
 #include "ZelCountersMgr.h"
 #include "agent/CommandRunner.h"
+#include "zel/VlanId.h"
 
 #include <memory>
 
@@ -64,6 +65,12 @@ class SwitchAgent {
    // An interface without a port is a std::invalid_argument.
    void portDel(const Pelt::IntfId& intf);
 
+   // Puts an interface into the L3 interface table, carried by the VLAN; VlanN and EthernetN.M also enter their
+   // status directory. One that the table has already is a std::invalid_argument.
+   void l3Add(const Pelt::IntfId& intf, Bridging::VlanId vlan);
+   // Takes it out again. One that isn't there is a std::invalid_argument.
+   void l3Del(const Pelt::IntfId& intf);
+
    // The port of an interface, and the chip that has it. None is a std::invalid_argument.
    struct Port {
       SoftChip::Chip& chip;
@@ -77,6 +84,7 @@ class SwitchAgent {
  private:
    Kiln::Ptr<ZelCounter::CountersMounts> mount() const;
    void portsAdd(SoftChip::Chip& chip);
+   void l3StatusIs(const Pelt::IntfId& intf, bool present);
 
    SwitchAgentConfig config_;
    std::unique_ptr<SoftChip::Fleet> fleet_;
@@ -84,6 +92,8 @@ class SwitchAgent {
    Kiln::Ptr<ZelSystem::SystemStatus> systemStatus_;
    Kiln::OrderedMap<Kiln::String, Kiln::Ptr<ZelSlice::ChipStatus>> chipStatus_; // by chip name
    Kiln::Ptr<Interface::EthPhyIntfStatusDir> ethPhyIntfStatusDir_;
+   Kiln::Ptr<Interface::VlanIntfStatusDir> vlanIntfStatusDir_;
+   Kiln::Ptr<Interface::SubIntfStatusDir> subIntfStatusDir_;
    Kiln::Ptr<Agent::AgentCommandRequestDirSm> commandDirectory_;
    Kiln::Ptr<ZelCounter::ZelCountersMgr> mgr_;
    Kiln::Ptr<Agent::CommandRunner> commandRunner_;
