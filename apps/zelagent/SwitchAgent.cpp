@@ -2,6 +2,7 @@
 #include "SwitchAgent.h"
 
 #include "PdpClasses.h"
+#include "ZelCountersSm.h"
 #include "kiln/ActivityLock.h"
 #include "kiln/ActivityManager.h"
 #include "kiln/Numbers.h"
@@ -87,7 +88,11 @@ SwitchAgent::SwitchAgent(const SwitchAgentConfig& config) : config_(config) {
 SwitchAgent::~SwitchAgent() {
    {
       const auto lock = Kiln::ActivityLockAnchor::lock();
-      smRunning = 0;
+      for (const auto& [devId, chip] : mgr_->zelCounters()) {
+         if (chip->zelCountersSm()) {
+            chip->zelCountersSm()->doCleanup();
+         }
+      }
       traffic_ = nullptr;
       commandRunner_ = nullptr;
       mgr_ = nullptr;

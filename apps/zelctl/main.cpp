@@ -20,9 +20,17 @@ constexpr const char* usage = R"(Usage: zelctl [OPTION]... COMMAND [WORD]...
 
 Asks the running zelagent. Keywords may be shortened while they stay clear.
 
-   counters show mac [nonzero]               MAC counters of every port since the last clear
-   counters show mac intf NAME [nonzero]     of one port
-   counters clear mac                        these views restart from zero
+   counters show mac [intf NAME]             MAC counters of every port, or of one, since the last clear
+   counters show drop [interface NAME]       what ports dropped, by reason
+   counters show mau-deparser-drop [intf NAME]   where in the pipeline it was dropped
+   counters show pipeline [stage NAME]       packets in, out and dropped by pipeline stage
+   counters show traffic-manager             buffers, drops and totals of the traffic manager
+   counters show pdp [intf NAME]             packets by class
+   counters show table [ID|NAME] [pipe N]    a P4 counter table, or all of them
+   counters show info                        which counter tables there are
+   counters show                             nearly all of the above
+   counters clear [table|mac|pdp|pipeline|drop|mau-deparser-drop|traffic-manager]
+                                             these views restart from zero; a table's hardware does
 
    chip NAME       one chip only, as in 'counters chip Zel1 show mac'
    nonzero         leaves out what is 0
