@@ -26,7 +26,9 @@ bool takeStep(Counters& counters, const typename Counters::Statistics& reading) 
       const U64 from = Interface::word(record.reading, i);
       const U64 to = Interface::word(reading, i);
       record.deltas[i] = to - from;
-      suspicion |= (to < from ? 1U : 0U) | (record.deltas[i] & ~(Interface::wrapWindow - 1));
+      // A fall by less than the window that leads over the top is a wrap: the top bit goes. Bits, not branches, so
+      // that the fields go through the vector registers in pairs.
+      suspicion |= (record.deltas[i] & ~(Interface::wrapWindow - 1)) | (from & ~to & Interface::topBit);
    }
    record.isAbsorbed = {};
    for (std::size_t i = 0; suspicion != 0 && i < fields.size(); ++i) {

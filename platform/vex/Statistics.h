@@ -16,6 +16,7 @@ namespace Interface {
 
 // A counter's step is plausible only below this.
 constexpr U64 wrapWindow = U64{1} << 48;
+constexpr U64 topBit = U64{1} << 63; // of a counter: set, the value reads negative
 
 // An IEEE 802.1p priority, 0 to 7; anything else is a std::range_error.
 class Dot1pIndex {
