@@ -13,7 +13,7 @@ class MatchTable {
  public:
    static constexpr S32 none = -1;
 
-   // Holds the rules of the spec, in all pipes.
+   // Holds the rules that it is made with, in all pipes.
    explicit MatchTable(const MatchTableSpec& spec);
 
    const MatchTableSpec& spec() const { return spec_; }
