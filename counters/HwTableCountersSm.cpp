@@ -94,7 +94,10 @@ U32 HwTableCountersSm::requestSync(U32 tableHandle, bool direct, U16 pipe) {
         sync(parent_->sessionId(), parent_->deviceId(), pipe, tableHandle, hwTableCallback, this);
    if (status != 0) {
       registry().refused(this);
-      pendingCallbacksDec(1);
+      // A stray completion may have taken the request's count while it was made.
+      if (pendingCallbacks() != 0) {
+         pendingCallbacksDec(1);
+      }
    }
    return status;
 }

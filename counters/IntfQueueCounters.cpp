@@ -39,13 +39,9 @@ void IntfQueueCounters::readingIs(const QueueCounter& reading) {
       restarted_ &= ~bit;
       base = reading;
    }
-   // The two come from one hardware block, the drops from another, and each block is reset as a whole.
-   if (reading.bytes < base.bytes || reading.pkts < base.pkts) {
-      base.bytes = 0;
-      base.pkts = 0;
-   }
-   if (reading.pktsDropped < base.pktsDropped) {
-      base.pktsDropped = 0;
+   // The chip was reset: all of it counts from zero.
+   if (reading.bytes < base.bytes || reading.pkts < base.pkts || reading.pktsDropped < base.pktsDropped) {
+      base = {reading.queueId, 0, 0, 0};
    }
    queueCounterIs({reading.queueId, reading.bytes - base.bytes, reading.pkts - base.pkts,
                    reading.pktsDropped - base.pktsDropped});
@@ -64,7 +60,7 @@ void IntfQueueCounters::clear() {
 
 void IntfQueueCounters::restart() {
    clear();
-   restarted_ = read_;
+   restarted_ = ~U32{0}; // queues that only the new port has, too
 }
 
 } // namespace ZelCounter

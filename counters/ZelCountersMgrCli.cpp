@@ -65,6 +65,7 @@ Kiln::String ZelCountersMgrCli::selectInterface(const ZelCountersCommand& comman
                                    [&](const Pelt::IntfId& one) { return one.text() == *command.intf; });
    if (found == known.end()) {
       std::vector<Kiln::String> names;
+      names.reserve(known.size());
       for (const Pelt::IntfId& one : known) {
          names.push_back(one.text());
       }

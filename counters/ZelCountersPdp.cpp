@@ -76,6 +76,7 @@ bool ZelCounters::fetchPdpPipe(const ZlResourceInfo::ZlTableCounter& info, U32 p
       KILN_TRACE(4, "Indirect start error: " << status);
       return false;
    }
+   KILN_ASSERT_TEXT(info.size >= pdpCounterMaxEntry + 1, "info->size >= pdpCounterMaxEntry + 1");
    PdpIntfCounter* last = nullptr;
    for (U32 index = 0; index <= pdpCounterMaxEntry; ++index) {
       p4_pd_counter_value value{};
@@ -117,7 +118,6 @@ void ZelCounters::fetchPdpCounters() {
    KILN_ASSERT(info);
    KILN_ASSERT(!info->direct);
    KILN_ASSERT(info->packets);
-   KILN_ASSERT(info->size >= pdpCounterMaxEntry + 1);
    for (U32 pipe = 0; pipe <= highestPipe(); ++pipe) {
       if (!fetchPdpPipe(*info, pipe)) {
          return;

@@ -85,13 +85,16 @@ void printDirectLine(Kiln::TextOutput& out, const ZlTableCounter& info, const Ki
 void printIndirectLine(Kiln::TextOutput& out, const ZlTableCounter& info, U32 index,
                        const p4_pd_counter_value& value) {
    out.number(U64{index & printedIndexMask}, 14);
+   // The blanks stand apart from the numbers, so that columns never run together.
    if (info.packets) {
-      out.number(static_cast<S64>(value.packets), 19);
+      out.write("     ");
+      out.number(static_cast<S64>(value.packets), 14);
    } else {
       out.write("                N/A");
    }
    if (info.bytes || !info.packets) {
-      out.number(static_cast<S64>(value.bytes), 19);
+      out.write("     ");
+      out.number(static_cast<S64>(value.bytes), 14);
    } else {
       out.write("                N/A");
    }

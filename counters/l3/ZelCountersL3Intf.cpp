@@ -95,7 +95,7 @@ void ZelCountersL3IntfSm::handleIntfL3Index() {
 
 void ZelCountersL3IntfSm::handleIntfL3Index(const Pelt::IntfId& intf) {
    KILN_RINGLOG_TRACE(9, "ZelCountersL3IntfSm::handleIntfL3Index intf: " << intf);
-   if (!initialized()) {
+   if (!initialized() || !vexL3IntfTable_.notifier()) {
       return;
    }
    const U32 l3Id = vexL3IntfTable_.notifier()->intfIdToL3Id(intf);
@@ -179,7 +179,9 @@ void ZelCountersL3IntfSm::readIntf(const Pelt::IntfId& intf, Bridging::VlanId vl
    *rx = *tx = {};
    packets_and_bytes rxSnat;
    const Silo::Key key(intf.text());
-   NatCounter natCounter = natCounterDir().table().sampleOrDefault(key).record;
+   // A record that found no room when the interface came is made now.
+   const auto& table = natCounterDir().table();
+   NatCounter natCounter = table.has(key) ? table.sampleOrDefault(key).record : newNatCounter(intf);
    // A corrupt record was answered by the default one, which is nobody's.
    intfIdIs(natCounter, intf);
    for (const auto& [devId, helper] : helper_) {
@@ -249,7 +251,7 @@ void ZelVlanIntfSm::handleVlanIntf() {
 
 void ZelVlanIntfSm::handleVlanIntf(const Pelt::IntfId& intf) {
    KILN_TRACE(9, "ZelVlanIntfSm::handleVlanIntf IntfId: " << intf);
-   if (!initialized() || !vexCommonSmData_) {
+   if (!initialized() || !vexCommonSmData_ || !vlanIntfStatusDir_.notifier()) {
       return;
    }
    const bool exists = vlanIntfStatusDir_.notifier()->intfStatus().contains(intf);

@@ -39,7 +39,7 @@ class TraceHandle {
 // Applies "NAME/LEVELS": NAME is a handle's name, or * for all; LEVELS a list of levels and ranges such as
 // 0-4,8. It also holds for handles that register later. False, with the reason in *error, when the text has
 // another form.
-bool traceSettingIs(std::string_view setting, String* error);
+bool traceSettingIs(std::string_view text, String* error);
 
 } // namespace Kiln
 

@@ -58,7 +58,7 @@ class RawTable {
    void create();
    void recreate();
    std::size_t restoreState();
-   void restoreSlots(std::size_t capacity);
+   void restoreSlots(std::size_t kept);
    void restoreSlot(SlotIndex i);
    void mendSlot(SlotIndex i, const char* finding);
    void adopt(SlotIndex i, const Key& key, const RecordInfo& info);

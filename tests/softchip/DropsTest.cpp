@@ -30,7 +30,8 @@ class DropsTest : public Rig {
    // The packets of a drop table: of one reason of one port, or all.
    U64 dropped(ZlDrop::Point point, U16 port, U32 reason) const {
       return chip
-           ->tableEntry(ZlDrop::tables[static_cast<std::size_t>(point)].name, port / ZlDrop::portSlots,
+           ->tableEntry(ZlDrop::tables[static_cast<std::size_t>(point)].name,
+                        static_cast<U16>(port / ZlDrop::portSlots),
                         ZlDrop::entryIndex(port % ZlDrop::portSlots, reason))
            .packets;
    }

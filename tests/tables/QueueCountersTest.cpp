@@ -183,10 +183,10 @@ TEST_F(QueueCountersTest, ReadingBelowTheBaselineCountsWhole) {
    clear(intf);
    queueIs(0, 0, 0, 1, 11, 900, 9);
    poll();
-   EXPECT_EQ(stored(intf, 1), QueueCounter(1, 900, 11, 2));
+   EXPECT_EQ(stored(intf, 1), QueueCounter(1, 900, 11, 9));
    queueIs(0, 0, 0, 1, 12, 1100, 5);
    poll();
-   EXPECT_EQ(stored(intf, 1), QueueCounter(1, 1100, 12, 5));
+   EXPECT_EQ(stored(intf, 1), QueueCounter(1, 1100, 12, 5)); // no baseline is left
 }
 
 TEST_F(QueueCountersTest, PortThatChangedCountsFromItsNextReading) {
