@@ -142,7 +142,7 @@ TEST_F(Accounting, WithoutASnapshotTheRecordIsLeftAlone) {
 
 // The rules once more, in arithmetic that can neither wrap nor change sign.
 struct Oracle {
-   __extension__ typedef unsigned __int128 Wide;
+   __extension__ typedef unsigned __int128 Wide; // NOLINT(modernize-use-using): __extension__ wants a typedef
 
    static constexpr Wide two(unsigned power) { return Wide{1} << power; }
    static Wide clamp(FieldGroup group, Wide value) {
