@@ -217,8 +217,8 @@ TEST_F(LoopTest, aReadyDescriptorThatAnotherDestroyedOrSilencedIsNotServed) {
       ++served;
       second.reset();
       third->wantsIs(false, false);
-      first.reset();
       manager->stop();
+      first.reset(); // this handler with it
    });
    second.emplace(manager, ends[0], [&] { ++served; });
    third.emplace(manager, ends[0], [&] { ++served; });
