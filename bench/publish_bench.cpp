@@ -10,10 +10,11 @@
 #include "silo/TableReader.h"
 #include "vex/SharedTables.h"
 
+#include <algorithm>
 #include <benchmark/benchmark.h>
 #include <charconv>
+#include <chrono>
 #include <cstring>
-#include <ctime>
 #include <unistd.h>
 #include <vector>
 
@@ -22,12 +23,14 @@ namespace {
 using Silo::Interface::IntfCounters;
 
 constexpr unsigned ports = ZelId::PortIndex::invalid; // 456
+constexpr unsigned burst = 8;
+static_assert(ports % burst == 0);
 constexpr std::size_t recordBytes = sizeof(IntfCounters);
 
-double cpuSeconds() {
-   timespec now{};
-   clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
-   return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
+using Clock = std::chrono::steady_clock;
+
+double secondsSince(Clock::time_point start) {
+   return std::chrono::duration<double>(Clock::now() - start).count();
 }
 
 // The least that a record takes, at the price of a data race in the eyes of the language.
@@ -90,29 +93,38 @@ class Publisher {
       store_.remove("bare");
    }
 
-   // New raw counters are stored first; what is measured begins where the forwarding layer is told.
+   // As completions come: new raw counters are stored, and the forwarding layer is told, which is where what is
+   // measured begins. A few ports at a time, since a look at the clock takes long.
    double pass() {
       time_->charge(2.0);
       const auto chip = mgr_->zelCounters(0);
       for (U64& value : raw_) {
          value += 1000;
       }
-      for (const Pelt::IntfId& name : names) {
-         chip->updateCounters(name, raw_);
+      double seconds = 0;
+      for (unsigned first = 0; first < ports; first += burst) {
+         for (unsigned port = first; port < first + burst; ++port) {
+            chip->updateCounters(names[port], raw_);
+         }
+         const auto start = Clock::now();
+         for (unsigned port = first; port < first + burst; ++port) {
+            mgr_->vexCountersSm()->updateCounters(VexTypes::CounterType::port, names[port]);
+         }
+         seconds += secondsSince(start);
       }
-      const double start = cpuSeconds();
-      for (const Pelt::IntfId& name : names) {
-         mgr_->vexCountersSm()->updateCounters(VexTypes::CounterType::port, name);
-      }
-      return cpuSeconds() - start;
+      return seconds;
    }
    double floor() {
       auto* const slots = reinterpret_cast<BareSlot*>(bare_.data());
-      const double start = cpuSeconds();
-      for (unsigned port = 0; port < ports; ++port) {
-         slots[port].write(records[port]);
+      double seconds = 0;
+      for (unsigned first = 0; first < ports; first += burst) {
+         const auto start = Clock::now();
+         for (unsigned port = first; port < first + burst; ++port) {
+            slots[port].write(records[port]);
+         }
+         seconds += secondsSince(start);
       }
-      return cpuSeconds() - start;
+      return seconds;
    }
 
    const Silo::Store& store() const { return store_; }
@@ -130,29 +142,44 @@ class Publisher {
    Silo::Mapping bare_;
 };
 
-void report(benchmark::State& state, double seconds, double floorSeconds) {
-   const double records = static_cast<double>(state.iterations()) * ports;
-   state.counters["x_floor"] = seconds / floorSeconds;
-   state.counters["ns_per_record"] = seconds / records * 1e9;
-   state.counters["floor_ns_per_record"] = floorSeconds / records * 1e9;
+// Times of passes. Their median, since a pass that was interrupted says nothing.
+class Passes {
+ public:
+   Passes() { seconds_.reserve(1'000'000); }
+   void add(double seconds) { seconds_.push_back(seconds); }
+   bool isEmpty() const { return seconds_.empty(); }
+   double median() {
+      const auto middle = seconds_.begin() + static_cast<std::ptrdiff_t>(seconds_.size() / 2);
+      std::nth_element(seconds_.begin(), middle, seconds_.end());
+      return *middle;
+   }
+
+ private:
+   std::vector<double> seconds_;
+};
+
+void report(benchmark::State& state, Passes& passes, Passes& floor) {
+   state.counters["x_floor"] = passes.median() / floor.median();
+   state.counters["ns_per_record"] = passes.median() / ports * 1e9;
+   state.counters["floor_ns_per_record"] = floor.median() / ports * 1e9;
    state.counters["record_bytes"] = static_cast<double>(recordBytes);
 }
 
 void publish(benchmark::State& state) {
    Publisher agent;
    const auto lock = Kiln::ActivityLockAnchor::lock();
-   double seconds = 0;
-   double floorSeconds = 0;
+   Passes passes;
+   Passes floor;
    Bench::Allocations spent;
    for (auto _ : state) {
-      floorSeconds += agent.floor();
+      floor.add(agent.floor());
       const auto before = Bench::allocations();
       const double pass = agent.pass();
       spent.count += Bench::allocations().count - before.count;
-      seconds += pass;
+      passes.add(pass);
       state.SetIterationTime(pass);
    }
-   report(state, seconds, floorSeconds);
+   report(state, passes, floor);
    state.counters["allocations"] = static_cast<double>(spent.count);
 }
 
@@ -167,11 +194,11 @@ void append(std::string& text, const char* prefix, std::size_t field, U64 value)
 void publishAsStrings(benchmark::State& state) {
    Publisher agent;
    std::vector<std::string> texts(ports);
-   double seconds = 0;
-   double floorSeconds = 0;
+   Passes passes;
+   Passes floor;
    for (auto _ : state) {
-      floorSeconds += agent.floor();
-      const double start = cpuSeconds();
+      floor.add(agent.floor());
+      const auto start = Clock::now();
       for (unsigned port = 0; port < ports; ++port) {
          texts[port].clear();
          const IntfCounters& record = agent.records[port];
@@ -182,11 +209,11 @@ void publishAsStrings(benchmark::State& state) {
          }
       }
       benchmark::DoNotOptimize(texts.data());
-      const double pass = cpuSeconds() - start;
-      seconds += pass;
+      const double pass = secondsSince(start);
+      passes.add(pass);
       state.SetIterationTime(pass);
    }
-   report(state, seconds, floorSeconds);
+   report(state, passes, floor);
 }
 
 void readAll(benchmark::State& state) {
@@ -197,33 +224,33 @@ void readAll(benchmark::State& state) {
    std::vector<Silo::Sample<IntfCounters>> samples(ports);
    bool isGood = true;
    agent.floor();
-   double seconds = 0;
-   double floorSeconds = 0;
+   Passes passes;
+   Passes floor;
    std::uint64_t allocated = 0;
    for (auto _ : state) {
-      double start = cpuSeconds();
+      auto start = Clock::now();
       for (unsigned port = 0; port < ports; ++port) {
          isGood &= slots[port].read(samples[port].record);
       }
       benchmark::ClobberMemory();
-      floorSeconds += cpuSeconds() - start;
+      floor.add(secondsSince(start));
       const auto before = Bench::allocations();
-      start = cpuSeconds();
+      start = Clock::now();
       for (unsigned port = 0; port < ports; ++port) {
          isGood &= reader.read(agent.keys[port], samples[port]) == Silo::ReadResult::ok;
       }
       benchmark::ClobberMemory();
-      const double pass = cpuSeconds() - start;
-      if (seconds > 0) { // the first pass indexes the keys
+      const double pass = secondsSince(start);
+      if (!passes.isEmpty()) { // the first pass indexes the keys
          allocated += Bench::allocations().count - before.count;
       }
-      seconds += pass;
+      passes.add(pass);
       state.SetIterationTime(pass);
    }
    if (!isGood) {
       state.SkipWithError("a record could not be read");
    }
-   report(state, seconds, floorSeconds);
+   report(state, passes, floor);
    state.counters["allocations"] = static_cast<double>(allocated);
 }
 

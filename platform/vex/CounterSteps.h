@@ -4,6 +4,7 @@
 #include "kiln/Time.h"
 #include "silo/Record.h"
 #include "vex/PublishedRecords.h"
+#include "vex/VexTypes.h"
 
 namespace Vex {
 
@@ -14,34 +15,49 @@ inline bool isImplausible(Interface::FieldGroup group, U64 step) {
    return group == Interface::FieldGroup::upsetOnly && step >= Interface::wrapWindow;
 }
 
-// Takes the record of `counters` from the last reading, in which a field that was absorbed makes no step, to a
-// new one. Everything is modulo 2^64. True when no counter wrapped, fell or was upset.
-template <class Counters>
-bool takeStep(Counters& counters, const typename Counters::Statistics& reading) {
-   constexpr const auto& fields = Interface::fieldsOf<typename Counters::Statistics>();
-   auto& record = counters.record();
+// Seconds between two samples; 0 when that is not known or no time has passed.
+inline double intervalBetween(double previous, double now) {
+   const double interval = now - previous;
+   return interval > 0 && previous != Silo::unknownSampleTime ? interval : 0;
+}
+
+// Makes `next`, which has a new reading, the record that follows the last one, and takes `previous` there: its
+// reading, totals and times, that is, for what the last step alone was it doesn't keep. A field that was absorbed
+// makes no step. Everything is modulo 2^64. True when no counter wrapped, fell or was upset.
+template <class Record>
+bool takeStep(VexTypes::CountersOf<Record>& previous, Record& next, double now) {
+   constexpr const auto& fields = Interface::fieldsOf<typename Record::Statistics>();
+   Record& last = previous.record();
    // Nearly always every step counts as it is; what may be otherwise leaves a bit here.
-   U64 suspicion = counters.hasAbsorbed() ? 1 : 0;
+   U64 suspicion = previous.hasAbsorbed() ? 1 : 0;
    for (std::size_t i = 0; i < fields.size(); ++i) {
-      const U64 from = Interface::word(record.reading, i);
-      const U64 to = Interface::word(reading, i);
-      record.deltas[i] = to - from;
+      const U64 from = Interface::word(last.reading, i);
+      const U64 to = Interface::word(next.reading, i);
       // A fall by less than the window that leads over the top is a wrap: the top bit goes. Bits, not branches, so
       // that the fields go through the vector registers in pairs.
-      suspicion |= (record.deltas[i] & ~(Interface::wrapWindow - 1)) | (from & ~to & Interface::topBit);
+      suspicion |= ((to - from) & ~(Interface::wrapWindow - 1)) | (from & ~to & Interface::topBit);
+      next.deltas[i] = to - from;
+      const U64 total = last.totals[i] + (to - from);
+      next.totals[i] = total;
+      last.totals[i] = total;
+      Interface::wordIs(last.reading, i, to);
    }
-   record.isAbsorbed = {};
+   next.isAbsorbed = {};
    for (std::size_t i = 0; suspicion != 0 && i < fields.size(); ++i) {
-      if (counters.isAbsorbed(i) || isImplausible(fields[i].group, record.deltas[i])) {
-         record.isAbsorbed[i] = 1;
-         record.deltas[i] = 0;
+      if (previous.isAbsorbed(i) || isImplausible(fields[i].group, next.deltas[i])) {
+         next.isAbsorbed[i] = 1;
+         last.totals[i] -= next.deltas[i];
+         next.totals[i] = last.totals[i];
+         next.deltas[i] = 0;
       }
    }
-   for (std::size_t i = 0; i < fields.size(); ++i) {
-      record.totals[i] += record.deltas[i];
-   }
-   std::memcpy(&record.reading, &reading, sizeof reading);
-   return suspicion == 0;
+   const bool isContinuous = suspicion == 0;
+   next.interval = intervalBetween(previous.sampleTime(), now);
+   next.discontinuityTime = isContinuous ? last.discontinuityTime : now;
+   next.suspects = last.suspects;
+   last.discontinuityTime = next.discontinuityTime;
+   previous.sampleTimeIs(now);
+   return isContinuous;
 }
 
 // For the record that an earlier process left. One whose sample time means nothing is damaged, or of another
@@ -51,12 +67,6 @@ void renewDiscontinuity(Counters& kept) {
    if (kept.sampleTime() == Silo::unknownSampleTime) {
       kept.record().discontinuityTime = Kiln::System::currentTime();
    }
-}
-
-// Seconds between two samples; 0 when that is not known or no time has passed.
-inline double intervalBetween(double previous, double now) {
-   const double interval = now - previous;
-   return interval > 0 && previous != Silo::unknownSampleTime ? interval : 0;
 }
 
 } // namespace Vex

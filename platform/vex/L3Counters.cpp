@@ -95,12 +95,8 @@ void L3Counters::update(const Pelt::IntfId& intf, Counted& counted) {
    }
    const double now = Kiln::System::currentTime();
    absorbFalls(counters, reading_->statistics());
-   if (!takeStep(counters, reading_->statistics())) {
-      counters.record().discontinuityTime = now;
-   }
-   counters.record().interval = intervalBetween(counters.sampleTime(), now);
-   counters.sampleTimeIs(now);
-   counters_->recordIs(counted.key, counters.record(), now);
+   takeStep(counters, reading_->record(), now);
+   counters_->recordIs(counted.key, reading_->record(), now);
 }
 
 void L3Counters::clear(const Counted& counted) {

@@ -33,15 +33,11 @@ void VexPortCounterSm::update(VexHelper::VexHelperCountersSm& helper,
       return;
    }
    const double now = Kiln::System::currentTime();
-   Silo::Interface::IntfCounters& record = prevCounters_->record();
-   const bool isContinuous = takeStep(*prevCounters_, reading->statistics());
-   record.interval = intervalBetween(prevCounters_->sampleTime(), now);
-   if (!isContinuous) {
-      record.discontinuityTime = now;
-   } else if (!isSeeded_) {
+   Silo::Interface::IntfCounters& record = reading->record();
+   if (takeStep(*prevCounters_, record, now) && !isSeeded_) {
       record.suspects += suspects(record, speed);
+      prevCounters_->record().suspects = record.suspects;
    }
-   prevCounters_->sampleTimeIs(now);
    isSeeded_ = false;
    // The step is taken, whether the table takes the record or not.
    counters.table().recordIs(key_, record, now);

@@ -16,14 +16,15 @@ class VexPortCounterSm : public Kiln::PtrInterface {
    const Pelt::IntfId& intfId() const { return intf_; }
    const Silo::Key& key() const { return key_; }
 
-   // The record that was published last, which the helper seeds when counting begins.
+   // The record that was published last, which the helper seeds when counting begins; without what was of its last
+   // step alone.
    KILN_POINTER(VexTypes::IntfCounters, prevCounters)
 
    // The previous record was just seeded. `isKept`: the table had a record of the port.
    void handleSeed(bool isKept);
 
-   // Reads, vets and publishes the port's counters. `reading` is where the helper puts what it reads: one
-   // record serves all ports. `speed` is in bit/s. Nothing is published when the helper has no reading. Throws
+   // Reads, vets and publishes the port's counters. `reading` is where the helper puts what it reads, and
+   // becomes the record that is published: one serves all ports. `speed` is in bit/s. Nothing is published when the helper has no reading. Throws
    // what the table throws.
    void update(VexHelper::VexHelperCountersSm& helper, const Kiln::Ptr<VexTypes::IntfCounters>& reading,
                Silo::Interface::AllIntfCounters& counters, U64 speed);
