@@ -79,7 +79,7 @@ struct PipeIntfQueueCounterSm::Readings {
    std::array<uint64_t, portsPerPipe * queuesPerPort> dropped;
 };
 
-void PipeIntfQueueCounterSm::readPort(const Port& port, U32 tableHandle, Readings& readings) const {
+void PipeIntfQueueCounterSm::readSent(const Port& port, U32 tableHandle, Readings& readings) const {
    const std::size_t first = port.pipePort * queuesPerPort;
    for (unsigned queue = 0; queue < port.queues; ++queue) {
       const pipe_status_t rc =
@@ -87,6 +87,10 @@ void PipeIntfQueueCounterSm::readPort(const Port& port, U32 tableHandle, Reading
                                    firstQueueEntry(port.pipePort) + queue, &readings.sent[first + queue]);
       KILN_ASSERT(rc == 0);
    }
+}
+
+void PipeIntfQueueCounterSm::readDropped(const Port& port, Readings& readings) const {
+   const std::size_t first = port.pipePort * queuesPerPort;
    for (unsigned queue = 0; queue < port.queues; ++queue) {
       const bf_status_t rc = bf_tm_q_drop_get(parent_->deviceId(), pipe_, port.devicePort, queue,
                                               &readings.dropped[first + queue]);
@@ -124,7 +128,10 @@ void PipeIntfQueueCounterSm::syncCompleted() {
         TableNames::egressPortQueueCount, ZlResourceInfo::ZlCounterFieldId::tableHandle);
    Readings readings;
    for (std::size_t i = 0; i < count; ++i) {
-      readPort(ports[i], tableHandle, readings);
+      readSent(ports[i], tableHandle, readings);
+   }
+   for (std::size_t i = 0; i < count; ++i) {
+      readDropped(ports[i], readings);
    }
    for (std::size_t i = 0; i < count; ++i) {
       storePort(ports[i], readings);

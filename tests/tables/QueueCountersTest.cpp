@@ -125,6 +125,21 @@ TEST_F(QueueCountersTest, EveryQueueLandsOnItsOwnInterfaceAndQueue) {
    }
 }
 
+TEST_F(QueueCountersTest, WhatWasSentIsReadOfEveryPortBeforeAnyDrops) {
+   addQueueChip(0, 0);
+   addPort("Ethernet1", 0, 67);
+   addPort("Ethernet2", 0, 128 + 5); // of another pipe
+   addPort("Ethernet3", 0, 65);
+   advance(1.0);
+   StubSdk::sdk().calls.clear();
+   StubSdk::sdk().deliverAll();
+   EXPECT_THAT(StubSdk::sdk().calls,
+               ::testing::ElementsAre("query 2174", "query 2175", "query 2088", "query 2089", "query 2090",
+                                      "query 2091", "query 2092", "query 2093", "query 2094", "query 2095",
+                                      "drops 67 0", "drops 67 1", "drops 65 0", "drops 65 1", "drops 65 2",
+                                      "drops 65 3", "drops 65 4", "drops 65 5", "drops 65 6", "drops 65 7"));
+}
+
 TEST_F(QueueCountersTest, UninitializedTableIsRetriedEachSecondWithoutARequest) {
    auto catalogue = makeCatalogue(0);
    StubSdk::sdk().table(0, queueHandle).checksUntilInitialized = 1; // until the second check, at 2.0 s
