@@ -4,6 +4,9 @@
 #include "kiln/Time.h"
 #include "vex/CounterSteps.h"
 
+#include <optional>
+#include <stdexcept>
+
 namespace Vex::Counters {
 
 using Silo::Interface::QueueStatistics;
@@ -80,11 +83,17 @@ void QueuePublisher::clear(const Silo::Key& key) {
 }
 
 bool QueuePublisher::clear(const Pelt::IntfId& intf) {
-   const History* history = histories_.find(intf);
-   if (history != nullptr) {
-      clear(history->key);
+   std::optional<Silo::Key> key;
+   try {
+      key.emplace(intf.text());
+   } catch (const std::invalid_argument&) {
+      return false; // no record can have that name
    }
-   return history != nullptr;
+   if (!counters_ || !counters_->table().has(*key)) {
+      return false;
+   }
+   clear(*key);
+   return true;
 }
 
 void QueuePublisher::clearAll() {
