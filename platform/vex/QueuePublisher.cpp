@@ -28,6 +28,16 @@ void add(QueueStatistics& total, const QueueStatistics& delta) {
    total.drops += delta.drops;
 }
 
+// What a report says of no known time leaves the record's time as it was.
+double sampleTimeOf(const VexTypes::IntfQueueCounters& report, const Silo::RecordInfo& published) {
+   for (const double time : {report.sampleTime(), published.sampleTime}) {
+      if (time != Silo::unknownSampleTime) {
+         return time;
+      }
+   }
+   return Kiln::System::currentTime();
+}
+
 } // namespace
 
 QueuePublisher::History& QueuePublisher::historyOf(const Pelt::IntfId& intf) {
@@ -47,6 +57,10 @@ void QueuePublisher::publish(const Pelt::IntfId& intf, const VexTypes::IntfQueue
    History& history = historyOf(intf);
    auto sample = counters_->table().sampleOrDefault(history.key);
    auto& record = sample.record;
+   if (report.beginsAnew()) {
+      history.report = {};
+      history.sampleTime = Silo::unknownSampleTime;
+   }
    for (std::size_t queue = 0; queue < VexTypes::IntfQueueCounters::queueCount; ++queue) {
       record.deltas[queue] = {};
       if (!report.has(queue)) {
@@ -57,7 +71,7 @@ void QueuePublisher::publish(const Pelt::IntfId& intf, const VexTypes::IntfQueue
       if (history.report.has(queue)) {
          last = history.report.intfQueueStat(queue);
       } else if (((record.reported >> queue) & 1) != 0) {
-         last = value; // reported before this process began: the total stands
+         last = value; // reported by another process, or of another port: the total stands
       }
       record.deltas[queue] = increments(last, value);
       if (isIncrement) {
@@ -69,10 +83,9 @@ void QueuePublisher::publish(const Pelt::IntfId& intf, const VexTypes::IntfQueue
       record.present |= std::uint32_t{1} << queue;
       record.reported |= std::uint32_t{1} << queue;
    }
-   const double now = Kiln::System::currentTime();
-   record.interval = intervalBetween(history.sampleTime, now);
-   history.sampleTime = now;
-   counters_->table().recordIs(history.key, record, now);
+   record.interval = intervalBetween(history.sampleTime, report.sampleTime());
+   history.sampleTime = report.sampleTime();
+   counters_->table().recordIs(history.key, record, sampleTimeOf(report, sample.info));
 }
 
 void QueuePublisher::clear(const Silo::Key& key) {
