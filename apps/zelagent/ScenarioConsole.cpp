@@ -14,7 +14,9 @@
 #include "zel/VlanId.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <climits>
+#include <cstring>
 #include <stdexcept>
 
 namespace ZelAgent {
@@ -186,7 +188,7 @@ bool matches(std::string_view form, const Words& words, Words* operands) {
 } // namespace
 
 ScenarioConsole::ScenarioConsole(SwitchAgent& agent, int outFd, int errorFd)
-     : agent_(agent), outFd_(outFd), errorFd_(errorFd) {}
+     : agent_(agent), out_(outFd), errorFd_(errorFd) {}
 
 Kiln::String ScenarioConsole::statementsHelp() {
    constexpr std::size_t column = 48;
@@ -200,18 +202,34 @@ Kiln::String ScenarioConsole::statementsHelp() {
 }
 
 ScenarioConsole::Status ScenarioConsole::run(std::istream& scenario, const Kiln::String& name) {
-   Kiln::String line;
    for (unsigned number = 1;; ++number) {
       try {
-         if (!readLine(scenario, &line)) {
+         if (runNextLine(scenario)) {
             return anyRefused_ ? commandRefused : passed;
          }
-         runLine(line);
       } catch (const std::exception& error) {
+         out_.flush(); // what comes before the error
          const Kiln::String text = name + ":" + std::to_string(number) + ": " + error.what();
          Kiln::TextOutput(errorFd_).write(Agent::printableLine(text) + "\n");
          return badStatement;
       }
+      flushOutput();
+   }
+}
+
+bool ScenarioConsole::runNextLine(std::istream& scenario) {
+   Kiln::String line;
+   if (!readLine(scenario, &line)) {
+      return true;
+   }
+   runLine(line);
+   return false;
+}
+
+void ScenarioConsole::flushOutput() {
+   out_.flush();
+   if (!out_.ok() && out_.error() != EPIPE) {
+      throw std::runtime_error(Kiln::String("cannot write the output: ") + std::strerror(out_.error()));
    }
 }
 
@@ -252,7 +270,7 @@ void ScenarioConsole::counters(const Words& operands) {
    }
    const Agent::CommandSpool spool;
    const Agent::CommandResult result = agent_.commandRunner()->run(command, spool);
-   spool.copyTo(outFd_);
+   spool.copyTo(out_);
    if (!result.ok()) {
       refuseCommand(result.error);
    }
@@ -260,6 +278,7 @@ void ScenarioConsole::counters(const Words& operands) {
 
 void ScenarioConsole::refuseCommand(const Kiln::String& problem) {
    anyRefused_ = true;
+   out_.flush(); // what comes before the refusal
    Kiln::TextOutput(errorFd_).write("% " + problem + "\n");
 }
 
@@ -421,8 +440,7 @@ bool ScenarioConsole::printRecord(const Kiln::String& name, const char* table, c
    if (isCleared || isAlwaysCleared) {
       cleared = Vex::textOf(clearSample.record);
    }
-   Kiln::TextOutput(outFd_).write(
-        Vex::linesOf(Vex::textOf(sample.record), sample.info, cleared ? &*cleared : nullptr));
+   out_.write(Vex::linesOf(Vex::textOf(sample.record), sample.info, cleared ? &*cleared : nullptr));
    return true;
 }
 
@@ -472,17 +490,15 @@ void ScenarioConsole::setQueue(const Words& operands) {
 }
 
 void ScenarioConsole::log(const Words& /*operands*/) {
-   Kiln::TextOutput out(outFd_);
    for (const Kiln::OperatorLog::Entry& entry : Kiln::OperatorLog::instance().newEntries()) {
-      out.print("%.6f %s (%s): %s\n", entry.time, entry.message->id,
-                Kiln::severityText(entry.message->severity), entry.text.c_str());
+      out_.print("%.6f %s (%s): %s\n", entry.time, entry.message->id,
+                 Kiln::severityText(entry.message->severity), entry.text.c_str());
    }
 }
 
 void ScenarioConsole::ringLog(const Words& /*operands*/) {
-   Kiln::TextOutput out(outFd_);
    for (const Kiln::String& line : Kiln::RingLog::instance().lines()) {
-      out.write(line + "\n");
+      out_.write(line + "\n");
    }
 }
 
