@@ -61,8 +61,15 @@ void QueuePublisher::publish(const Pelt::IntfId& intf, const VexTypes::IntfQueue
       history.report = {};
       history.sampleTime = Silo::unknownSampleTime;
    }
+   // A clear keeps the step between the last two readings.
+   const bool isNewSample =
+        report.sampleTime() == Silo::unknownSampleTime || report.sampleTime() != history.sampleTime;
+   if (isNewSample) {
+      record.deltas = {};
+      record.interval = intervalBetween(history.sampleTime, report.sampleTime());
+      history.sampleTime = report.sampleTime();
+   }
    for (std::size_t queue = 0; queue < VexTypes::IntfQueueCounters::queueCount; ++queue) {
-      record.deltas[queue] = {};
       if (!report.has(queue)) {
          continue;
       }
@@ -73,9 +80,12 @@ void QueuePublisher::publish(const Pelt::IntfId& intf, const VexTypes::IntfQueue
       } else if (((record.reported >> queue) & 1) != 0) {
          last = value; // reported by another process, or of another port: the total stands
       }
-      record.deltas[queue] = increments(last, value);
+      const QueueStatistics delta = increments(last, value);
+      if (isNewSample) {
+         record.deltas[queue] = delta;
+      }
       if (isIncrement) {
-         add(record.totals[queue], record.deltas[queue]);
+         add(record.totals[queue], delta);
       } else {
          record.totals[queue] = value;
       }
@@ -83,8 +93,6 @@ void QueuePublisher::publish(const Pelt::IntfId& intf, const VexTypes::IntfQueue
       record.present |= std::uint32_t{1} << queue;
       record.reported |= std::uint32_t{1} << queue;
    }
-   record.interval = intervalBetween(history.sampleTime, report.sampleTime());
-   history.sampleTime = report.sampleTime();
    counters_->table().recordIs(history.key, record, sampleTimeOf(report, sample.info));
 }
 
