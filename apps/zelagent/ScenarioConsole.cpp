@@ -83,8 +83,7 @@ namespace {
 using Words = std::vector<Kiln::String>;
 
 // Beyond it a scenario would run for days: taken for a slip.
-constexpr double longestAdvance = 1e6;           // seconds
-constexpr double shortestPollingInterval = 1e-3; // seconds
+constexpr double longestAdvance = 1e6; // seconds
 
 [[noreturn]] void refuse(std::string_view operand, const Kiln::String& word, std::string_view expected) {
    throw std::invalid_argument(Kiln::String(operand) + " '" + word + "': expected " + Kiln::String(expected));
@@ -302,11 +301,11 @@ void ScenarioConsole::traffic(const Words& operands) {
 }
 
 void ScenarioConsole::polling(const Words& operands) {
-   // A pass every next to no time would keep an advance from its end.
-   if (seconds(operands[0]) < shortestPollingInterval) {
-      refuse("SECONDS", operands[0], "a time from 0.001 upward, as 2 or 0.5");
+   const auto interval = Kiln::parseSeconds(operands[0], longestPollingInterval);
+   if (!interval || *interval < shortestPollingInterval) {
+      refuse("SECONDS", operands[0], "a time from 0.001 to 1000000, as 2 or 0.5");
    }
-   agent_.countersMgr().sdkPollingIntervalIs(seconds(operands[0]));
+   agent_.countersMgr().sdkPollingIntervalIs(*interval);
 }
 
 void ScenarioConsole::setTable(const Words& operands) {

@@ -77,6 +77,7 @@ SwitchAgent::SwitchAgent(const SwitchAgentConfig& config) : config_(config) {
                                             commandDirectory_, Kiln::allocate<ZelQos::TmCountersData>(),
                                             Kiln::allocate<ZelQos::TmCountersData>(),
                                             Kiln::allocate<ZelCounter::CliPortDropData>());
+   mgr_->sdkPollingIntervalIs(config_.pollingInterval);
    commandRunner_ = Kiln::allocate<Agent::CommandRunner>(commandDirectory_);
    commandRunner_->commandTypeIs("counters", "ZelCountersCli");
 
