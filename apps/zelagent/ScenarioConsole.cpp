@@ -47,8 +47,8 @@ const ScenarioConsole::Statement ScenarioConsole::statements[] = {
      {"l3 delete INTF", "it is none any more", &ScenarioConsole::deleteL3},
      {"svi CHIP VLAN ingress|egress DECAP SNAT PACKETS BYTES",
       "adds to a programmed VLAN count entry; DECAP and SNAT are 0 or 1", &ScenarioConsole::addSvi},
-     {"vni VNI VLAN", "the VLAN of a VXLAN network, on the chips that are up", &ScenarioConsole::vni},
-     {"snat PREFIX", "source NAT for what comes from there, as 10.1.0.0/16, on the chips that are up",
+     {"vni VNI VLAN", "the VLAN of a VXLAN network, on every chip", &ScenarioConsole::vni},
+     {"snat PREFIX", "source NAT for what comes from there, as 10.1.0.0/16, on every chip",
       &ScenarioConsole::snat},
      {"access INTF VLAN", "the VLAN of the port's untagged frames", &ScenarioConsole::accessVlan},
      {"queue INTF QUEUE PACKETS BYTES DROPS", "sets a queue's raw hardware counts",
@@ -340,17 +340,11 @@ void ScenarioConsole::addSvi(const Words& operands) {
 
 void ScenarioConsole::vni(const Words& operands) {
    constexpr U32 highestVni = (1U << 24) - 1;
-   const U32 network = number<U32>("VNI", operands[0], 0, highestVni);
-   const U16 vlan = vlanNumber(operands[1]);
-   for (SoftChip::Chip* chip : agent_.fleet().chips()) {
-      chip->vniIs(network, vlan);
-   }
+   agent_.vniIs(number<U32>("VNI", operands[0], 0, highestVni), Bridging::VlanId(vlanNumber(operands[1])));
 }
 
 void ScenarioConsole::snat(const Words& operands) {
-   for (SoftChip::Chip* chip : agent_.fleet().chips()) {
-      chip->snatAdd(operands[0]);
-   }
+   agent_.snatAdd(operands[0]);
 }
 
 void ScenarioConsole::accessVlan(const Words& operands) {

@@ -76,6 +76,11 @@ class SwitchAgent {
    // Takes it out again. One that isn't there is a std::invalid_argument.
    void l3Del(const Pelt::IntfId& intf);
 
+   // Forwarding state of every chip, of those that come later, too: the VLAN of a VXLAN network, and source NAT
+   // for what comes from a prefix. What can't be is a std::invalid_argument.
+   void vniIs(U32 vni, Bridging::VlanId vlan);
+   void snatAdd(const Kiln::String& prefix);
+
    // The port of an interface, and the chip that has it. None is a std::invalid_argument.
    struct Port {
       SoftChip::Chip& chip;
@@ -102,6 +107,8 @@ class SwitchAgent {
    Kiln::Ptr<Agent::AgentCommandRequestDirSm> commandDirectory_;
    Kiln::Ptr<ZelCounter::ZelCountersMgr> mgr_;
    Kiln::Ptr<Agent::CommandRunner> commandRunner_;
+   Kiln::OrderedMap<U32, Bridging::VlanId> vlanOfVni_;
+   std::vector<Kiln::String> snatPrefixes_;
 };
 
 } // namespace ZelAgent
