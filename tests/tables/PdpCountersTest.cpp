@@ -146,10 +146,11 @@ TEST_F(PdpCountersTest, InterfaceThatMovedBeginsAnew) {
    chipStatus.at(0)->portToIntfIdDel(0);
    addPort("Ethernet1", 1);
    countIs(0, 1, 5, 3);
+   const std::string shown =
+        header + "     Ethernet1                     lacp                  3\n" + closing;
    for (int fetch = 0; fetch < 2; ++fetch) {
       chip.fetchPdpCounters();
-      EXPECT_EQ(showAll(chip, true),
-                header + "     Ethernet1                     lacp                  3\n" + closing);
+      EXPECT_EQ(showAll(chip, true), shown);
    }
    chip.clearAllPdpIntfCounters(0);
    chip.fetchPdpCounters();
