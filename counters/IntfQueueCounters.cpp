@@ -32,11 +32,21 @@ void IntfQueueCounters::queueCounterIs(const QueueCounter& counter) {
    read_ |= U32{1} << counter.queueId;
 }
 
+void IntfQueueCounters::readingsAre(std::span<const QueueCounter> readings, double time) {
+   if (restarted_) {
+      read_ = 0; // the port may have fewer queues than the one before
+   }
+   for (const QueueCounter& reading : readings) {
+      readingIs(reading);
+   }
+   restarted_ = false;
+   beginsAnew_ = readTime_ == Silo::unknownSampleTime;
+   readTime_ = time;
+}
+
 void IntfQueueCounters::readingIs(const QueueCounter& reading) {
    QueueCounter& base = baseline_.at(reading.queueId);
-   const U32 bit = U32{1} << reading.queueId;
-   if ((restarted_ & bit) != 0) {
-      restarted_ &= ~bit;
+   if (restarted_) {
       base = reading;
    }
    // The chip was reset: all of it counts from zero.
@@ -60,7 +70,9 @@ void IntfQueueCounters::clear() {
 
 void IntfQueueCounters::restart() {
    clear();
-   restarted_ = ~U32{0}; // queues that only the new port has, too
+   restarted_ = true;
+   beginsAnew_ = true;
+   readTime_ = Silo::unknownSampleTime;
 }
 
 } // namespace ZelCounter

@@ -1,11 +1,14 @@
 // The egress queue counters of an interface, counted from its last clear.
 #pragma once
 
-#include "kiln/Ptr.h"
+#include "kiln/Accessors.h"
+#include "silo/Record.h"
 #include "zel/Pelt.h"
+#include "zel/ZelId.h"
 
 #include <array>
 #include <iosfwd>
+#include <span>
 
 namespace ZelCounter {
 
@@ -49,21 +52,34 @@ class IntfQueueCounters : public Kiln::PtrInterface {
    const QueueCounter& queueCounter(std::size_t queue) const { return counters_.at(queue); }
    void queueCounterIs(const QueueCounter& counter);
 
-   // What the hardware has now. A reading below the baseline means that the hardware began anew, and counts
-   // whole.
-   void readingIs(const QueueCounter& reading);
+   // What the hardware has now in each of the port's queues, and when that was, in seconds. A reading below
+   // the baseline means that the hardware began anew, and counts whole.
+   void readingsAre(std::span<const QueueCounter> readings, double time);
    // Counts from the last reading on.
    void clear();
    // The interface is at another port, or came back: what was read so far says nothing, and counting starts
    // with the next reading.
    void restart();
 
+   // When the chip had what is stored; Silo::unknownSampleTime before the first reading, here or since the
+   // restart.
+   double readTime() const { return readTime_; }
+   // Whether there was no reading before the last one to compare it with.
+   bool beginsAnew() const { return beginsAnew_; }
+
+   // The port that is read for the interface.
+   KILN_ATTRIBUTE(U16, devicePort, ZelId::PortIndex::invalid)
+
  private:
+   void readingIs(const QueueCounter& reading);
+
    Pelt::IntfId intfId_;
    std::array<QueueCounter, queueLimit> counters_{};
    std::array<QueueCounter, queueLimit> baseline_{};
-   U32 read_ = 0;      // bit q: queue q was read
-   U32 restarted_ = 0; // bit q: its next reading is its baseline
+   U32 read_ = 0; // bit q: queue q was read
+   bool restarted_ = false;
+   bool beginsAnew_ = true;
+   double readTime_ = Silo::unknownSampleTime;
 };
 
 } // namespace ZelCounter

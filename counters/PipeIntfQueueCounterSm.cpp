@@ -79,7 +79,7 @@ struct PipeIntfQueueCounterSm::Readings {
    std::array<uint64_t, portsPerPipe * queuesPerPort> dropped;
 };
 
-void PipeIntfQueueCounterSm::readPort(const Port& port, U32 tableHandle, Readings& readings) const {
+void PipeIntfQueueCounterSm::readSent(const Port& port, U32 tableHandle, Readings& readings) const {
    const std::size_t first = port.pipePort * queuesPerPort;
    for (unsigned queue = 0; queue < port.queues; ++queue) {
       const pipe_status_t rc =
@@ -87,6 +87,10 @@ void PipeIntfQueueCounterSm::readPort(const Port& port, U32 tableHandle, Reading
                                    firstQueueEntry(port.pipePort) + queue, &readings.sent[first + queue]);
       KILN_ASSERT(rc == 0);
    }
+}
+
+void PipeIntfQueueCounterSm::readDropped(const Port& port, Readings& readings) const {
+   const std::size_t first = port.pipePort * queuesPerPort;
    for (unsigned queue = 0; queue < port.queues; ++queue) {
       const bf_status_t rc = bf_tm_q_drop_get(parent_->deviceId(), pipe_, port.devicePort, queue,
                                               &readings.dropped[first + queue]);
@@ -94,14 +98,28 @@ void PipeIntfQueueCounterSm::readPort(const Port& port, U32 tableHandle, Reading
    }
 }
 
-void PipeIntfQueueCounterSm::storePort(const Port& port, const Readings& readings) const {
+// A front-panel interface that came back at another port has nothing in common with what is stored. An
+// internal one was restarted as its port changed.
+void PipeIntfQueueCounterSm::forgetOtherPort(const Port& port) const {
+   const Kiln::Ptr<IntfQueueCounters>& stored = parent_->intfQueueCounters(port.intf);
+   if (stored && stored->devicePort() != port.devicePort &&
+       !Pelt::InternalIntfId::isInternalIntfId(port.intf)) {
+      parent_->intfQueueCountersDel(port.intf);
+   }
+}
+
+void PipeIntfQueueCounterSm::storePort(const Port& port, const Readings& readings, double time) const {
+   forgetOtherPort(port);
    IntfQueueCounters& counters = parent_->intfQueueCountersIs(port.intf);
+   counters.devicePortIs(port.devicePort);
+   std::array<QueueCounter, queuesPerPort> values;
    for (unsigned queue = 0; queue < port.queues; ++queue) {
       const std::size_t slot = port.pipePort * queuesPerPort + queue;
       const pipe_stat_data_t& sent = readings.sent[slot];
-      counters.readingIs({static_cast<U8>(queue), sent.bytes, sent.packets, readings.dropped[slot]});
+      values[queue] = {static_cast<U8>(queue), sent.bytes, sent.packets, readings.dropped[slot]};
       KILN_TRACE(5, "queue " << queue << " pkts " << sent.packets << " bytes " << sent.bytes);
    }
+   counters.readingsAre({values.data(), port.queues}, time);
    parent_->handOverQueueCounters(counters);
 }
 
@@ -123,11 +141,15 @@ void PipeIntfQueueCounterSm::syncCompleted() {
    const U32 tableHandle = parent_->zlResourceInfoIntf()->zlTableCounterField(
         TableNames::egressPortQueueCount, ZlResourceInfo::ZlCounterFieldId::tableHandle);
    Readings readings;
+   const double time = Kiln::System::currentTime();
    for (std::size_t i = 0; i < count; ++i) {
-      readPort(ports[i], tableHandle, readings);
+      readSent(ports[i], tableHandle, readings);
    }
    for (std::size_t i = 0; i < count; ++i) {
-      storePort(ports[i], readings);
+      readDropped(ports[i], readings);
+   }
+   for (std::size_t i = 0; i < count; ++i) {
+      storePort(ports[i], readings, time);
    }
    scheduleClock();
 }

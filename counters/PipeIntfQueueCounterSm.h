@@ -59,8 +59,10 @@ class PipeIntfQueueCounterSm : public Kiln::Entity {
    static constexpr std::size_t queuesPerPort = 16;
    struct Readings;
 
-   void readPort(const Port& port, U32 tableHandle, Readings& readings) const;
-   void storePort(const Port& port, const Readings& readings) const;
+   void readSent(const Port& port, U32 tableHandle, Readings& readings) const;
+   void readDropped(const Port& port, Readings& readings) const;
+   void storePort(const Port& port, const Readings& readings, double time) const;
+   void forgetOtherPort(const Port& port) const;
 
    ZelCounters* parent_; // owns this
    ZelId::ZelPipeId pipe_;

@@ -300,6 +300,7 @@ class ZelCounters : public Kiln::Entity {
    // This chip's part of the port table, in its order, as of the version.
    std::vector<std::pair<Pelt::IntfId, ZelSystem::PortRecord>> ownPorts_;
    U64 ownPortsVersion_ = 0;
+   Kiln::HashMap<Pelt::IntfId, U16> pdpPortKey_; // where pdpCountersLast was read, as a local port key
    ClearableCounts pipelineCounts_;
    ClearableCounts mauDropCounts_;
    bool mauDropsFetched_ = false;

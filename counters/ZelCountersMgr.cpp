@@ -22,8 +22,6 @@ constexpr U32 wheelEntriesPerTick = 20;
 constexpr U32 wheelFirstSlot = 0;
 constexpr U32 wheelSlots = 1024;
 
-constexpr double subIntfPollInterval = 2.0; // seconds
-
 } // namespace
 
 Kiln::Ptr<ZelCountersMgr> zelCountersMgrFactory(Kiln::Ptr<const ZelSystem::SystemStatus> systemStatus,

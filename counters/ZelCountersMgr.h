@@ -42,10 +42,12 @@ class ZelCountersMgr : public Kiln::Entity {
    // Creates the command handler; does nothing when there is one of that name and type.
    void cliCallbackIs(Kiln::Name name, const Kiln::String& commandType, ZelCountersMgr* mgr);
 
-   // Seconds from the end of one polling pass to the start of the next; taken up when the clock is armed
-   // next. Not positive or not finite is a std::range_error.
+   // Seconds from the end of one polling pass to the start of the next; taken up, and told to the readers of
+   // the shared tables, when the clock is armed next. Not positive or not finite is a std::range_error.
    double sdkPollingInterval() const { return sdkPollingInterval_; }
    void sdkPollingIntervalIs(double seconds);
+   // Subinterfaces are read that often, in seconds, also when polling passes are rarer.
+   static constexpr double subIntfPollInterval = 2.0;
 
    // The chips by device id, in the order in which they came. A chip that is removed or replaced is stopped.
    const Kiln::HashMap<ZelId::ZelDevId, Kiln::Ptr<ZelCounters>>& zelCounters() const { return zelCounters_; }

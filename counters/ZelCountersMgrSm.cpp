@@ -4,6 +4,8 @@
 #include "ZelCountersMgr.h"
 #include "kiln/Time.h"
 
+#include <algorithm>
+
 namespace ZelCounter {
 
 ZelCountersMgrSm::ZelCountersMgrSm(ZelCountersMgr* mgr, Kiln::Ptr<const ZelSystem::SystemStatus> systemStatus,
@@ -20,7 +22,27 @@ void ZelCountersMgrSm::handleInitialized() {
 }
 
 void ZelCountersMgrSm::armPollingClock() {
-   intfCounterPollingClock_.timeMinIs(Kiln::System::currentTime() + mgr_->sdkPollingInterval());
+   const double interval = mgr_->sdkPollingInterval();
+   intfCounterPollingClock_.timeMinIs(Kiln::System::currentTime() + interval);
+   if (interval != publishedInterval_) {
+      publishInterval(interval);
+   }
+}
+
+// Readers judge by it how old a record may be.
+void ZelCountersMgrSm::publishInterval(double seconds) {
+   publishedInterval_ = seconds;
+   const Kiln::Ptr<CountersMounts>& mounts = mgr_->mounts();
+   if (mounts->allIntfCounters()) {
+      mounts->allIntfCounters()->table().pollingIntervalIs(seconds);
+   }
+   if (mounts->allVlanIntfCounters()) {
+      mounts->allVlanIntfCounters()->table().pollingIntervalIs(seconds);
+   }
+   if (mounts->subIntfCountersDir()) {
+      mounts->subIntfCountersDir()->table().pollingIntervalIs(
+           std::min(seconds, ZelCountersMgr::subIntfPollInterval));
+   }
 }
 
 void ZelCountersMgrSm::intfCounterPollingClockExpired() {

@@ -38,10 +38,12 @@ class ZelCountersMgrSm : public Kiln::Entity {
    void handlePortInfo(const Pelt::IntfId& intf);
    void intfCounterPollingClockExpired();
    void armPollingClock();
+   void publishInterval(double seconds);
 
    ZelCountersMgr* mgr_; // owns this
    KilnSystemStatus systemStatus_;
    KilnClock intfCounterPollingClock_;
+   double publishedInterval_ = 0; // seconds; 0 for none yet
 };
 
 } // namespace ZelCounter

@@ -55,14 +55,21 @@ bool printLine(Kiln::TextOutput& out, const Kiln::String& intfName, const Kiln::
 
 // The interface's latest counts, made when the port is new; null for an empty slot.
 PdpIntfCounter* ZelCounters::pdpCounterOf(U32 localPortKey) {
-   const Pelt::IntfId* const intf =
-        chipStatus() ? chipStatus()->portToIntfId().find(static_cast<U16>(localPortKey)) : nullptr;
+   const auto key = static_cast<U16>(localPortKey);
+   const Pelt::IntfId* const intf = chipStatus() ? chipStatus()->portToIntfId().find(key) : nullptr;
    if (intf == nullptr) {
       return nullptr;
    }
-   if (!pdpCountersLast().contains(*intf)) {
+   const U16* const knownKey = pdpPortKey_.find(*intf);
+   // What was cleared at another slot says nothing of this one.
+   const bool hasMoved =
+        knownKey != nullptr && *knownKey != key && chipStatus()->portToIntfId(*knownKey) != *intf;
+   if (!pdpCountersLast().contains(*intf) || hasMoved) {
       pdpCountersLastIs(*intf, Kiln::allocate<PdpIntfCounter>());
       pdpCountersClearIs(*intf, Kiln::allocate<PdpIntfCounter>());
+   }
+   if (knownKey == nullptr || hasMoved) {
+      pdpPortKey_.set(*intf, key);
    }
    return pdpCountersLast(*intf).ptr();
 }

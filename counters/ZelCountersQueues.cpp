@@ -14,6 +14,8 @@ IntfQueueCounters& ZelCounters::intfQueueCountersIs(const Pelt::IntfId& intf) {
 
 VexTypes::IntfQueueCounters queueRecord(const IntfQueueCounters& counters) {
    VexTypes::IntfQueueCounters record;
+   record.sampleTimeIs(counters.readTime());
+   record.beginsAnewIs(counters.beginsAnew());
    for (std::size_t queue = 0; queue < IntfQueueCounters::queueLimit; ++queue) {
       if (counters.has(queue)) {
          const QueueCounter& counter = counters.queueCounter(queue);

@@ -47,31 +47,31 @@ void L2DomainCount::vniIs(U32 vni, U16 vlan) {
    vlanOfVni_[vni] = vlan;
 }
 
-void L2DomainCount::snatAdd(const Kiln::String& prefix) {
+L2DomainCount::Prefix L2DomainCount::parsePrefix(const Kiln::String& text) {
    Prefix parsed{IpVersion::v4, {}, 0};
-   const std::size_t slash = prefix.find('/');
+   const std::size_t slash = text.find('/');
    if (slash == Kiln::String::npos) {
-      refusePrefix(prefix);
+      refusePrefix(text);
    }
-   const Kiln::String address = prefix.substr(0, slash);
+   const Kiln::String address = text.substr(0, slash);
    if (inet_pton(AF_INET, address.c_str(), parsed.address.data()) != 1) {
       parsed.version = IpVersion::v6;
       if (inet_pton(AF_INET6, address.c_str(), parsed.address.data()) != 1) {
-         refusePrefix(prefix);
+         refusePrefix(text);
       }
    }
    const unsigned width = parsed.version == IpVersion::v4 ? 32 : 128;
-   const char* const end = prefix.data() + prefix.size();
-   const auto [stop, error] = std::from_chars(prefix.data() + slash + 1, end, parsed.bits);
+   const char* const end = text.data() + text.size();
+   const auto [stop, error] = std::from_chars(text.data() + slash + 1, end, parsed.bits);
    if (error != std::errc() || stop != end || parsed.bits > width) {
-      refusePrefix(prefix);
+      refusePrefix(text);
    }
    for (unsigned bit = parsed.bits; bit < width; ++bit) {
       if (((parsed.address[bit / 8] >> (7 - bit % 8)) & 1) != 0) {
-         refusePrefix(prefix);
+         refusePrefix(text);
       }
    }
-   snat_.push_back(parsed);
+   return parsed;
 }
 
 bool L2DomainCount::isTranslated(const IpHeader& ip) const {

@@ -18,7 +18,15 @@ class L2DomainCount {
    void vniIs(U32 vni, U16 vlan);
    // Frames from these addresses hit a source-NAT rule: an IPv4 or IPv6 prefix, "10.1.0.0/16". Anything else,
    // or address bits behind the prefix, is a std::invalid_argument.
-   void snatAdd(const Kiln::String& prefix);
+   void snatAdd(const Kiln::String& prefix) { snat_.push_back(parsePrefix(prefix)); }
+
+   struct Prefix {
+      IpVersion version;
+      std::array<uint8_t, 16> address;
+      unsigned bits;
+   };
+   // As snatAdd takes it.
+   static Prefix parsePrefix(const Kiln::String& text);
 
    // Where the frame belongs that arrived in the VLAN. What is decapsulated is not translated as well.
    L2Domain domainOf(const FrameInfo& frame, U16 vlan) const;
@@ -34,11 +42,6 @@ class L2DomainCount {
    struct Tables {
       const MatchTable* match = nullptr; // null in a program that lacks it
       CounterTable* counter = nullptr;
-   };
-   struct Prefix {
-      IpVersion version;
-      std::array<uint8_t, 16> address;
-      unsigned bits;
    };
 
    static Tables find(PipeManager& tables, const Kiln::String& matchTable);

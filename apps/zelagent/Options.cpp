@@ -95,6 +95,14 @@ constexpr std::array options{
                const auto seed = Kiln::parseNumber<U64>(v);
                o.agent.seed = seed ? *seed : (refuse("--seed", v, "a number from 0 upward"), 0);
             }},
+     Option{"--polling", "SECONDS", "from the end of one polling pass to the start of the next (2)",
+            [](Options& o, const Kiln::String& v) {
+               const auto interval = Kiln::parseSeconds(v, longestPollingInterval);
+               if (!interval || *interval < shortestPollingInterval) {
+                  refuse("--polling", v, "a time from 0.001 to 1000000 seconds, as 2 or 0.5");
+               }
+               o.agent.pollingInterval = *interval;
+            }},
      Option{"--socket", "PATH", "where commands come in ($ZEL_SOCKET, else a place of the user's own)",
             [](Options& o, const Kiln::String& v) { o.socketPath = v; }},
      Option{"--silo", "DIR", "keeps shared tables in files there (the machine's shared memory)",

@@ -14,7 +14,9 @@
 #include "zel/VlanId.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <climits>
+#include <cstring>
 #include <stdexcept>
 
 namespace ZelAgent {
@@ -45,8 +47,8 @@ const ScenarioConsole::Statement ScenarioConsole::statements[] = {
      {"l3 delete INTF", "it is none any more", &ScenarioConsole::deleteL3},
      {"svi CHIP VLAN ingress|egress DECAP SNAT PACKETS BYTES",
       "adds to a programmed VLAN count entry; DECAP and SNAT are 0 or 1", &ScenarioConsole::addSvi},
-     {"vni VNI VLAN", "the VLAN of a VXLAN network, on the chips that are up", &ScenarioConsole::vni},
-     {"snat PREFIX", "source NAT for what comes from there, as 10.1.0.0/16, on the chips that are up",
+     {"vni VNI VLAN", "the VLAN of a VXLAN network, on every chip", &ScenarioConsole::vni},
+     {"snat PREFIX", "source NAT for what comes from there, as 10.1.0.0/16, on every chip",
       &ScenarioConsole::snat},
      {"access INTF VLAN", "the VLAN of the port's untagged frames", &ScenarioConsole::accessVlan},
      {"queue INTF QUEUE PACKETS BYTES DROPS", "sets a queue's raw hardware counts",
@@ -81,8 +83,7 @@ namespace {
 using Words = std::vector<Kiln::String>;
 
 // Beyond it a scenario would run for days: taken for a slip.
-constexpr double longestAdvance = 1e6;           // seconds
-constexpr double shortestPollingInterval = 1e-3; // seconds
+constexpr double longestAdvance = 1e6; // seconds
 
 [[noreturn]] void refuse(std::string_view operand, const Kiln::String& word, std::string_view expected) {
    throw std::invalid_argument(Kiln::String(operand) + " '" + word + "': expected " + Kiln::String(expected));
@@ -186,7 +187,7 @@ bool matches(std::string_view form, const Words& words, Words* operands) {
 } // namespace
 
 ScenarioConsole::ScenarioConsole(SwitchAgent& agent, int outFd, int errorFd)
-     : agent_(agent), outFd_(outFd), errorFd_(errorFd) {}
+     : agent_(agent), out_(outFd), errorFd_(errorFd) {}
 
 Kiln::String ScenarioConsole::statementsHelp() {
    constexpr std::size_t column = 48;
@@ -200,18 +201,34 @@ Kiln::String ScenarioConsole::statementsHelp() {
 }
 
 ScenarioConsole::Status ScenarioConsole::run(std::istream& scenario, const Kiln::String& name) {
-   Kiln::String line;
    for (unsigned number = 1;; ++number) {
       try {
-         if (!readLine(scenario, &line)) {
+         if (runNextLine(scenario)) {
             return anyRefused_ ? commandRefused : passed;
          }
-         runLine(line);
       } catch (const std::exception& error) {
+         out_.flush(); // what comes before the error
          const Kiln::String text = name + ":" + std::to_string(number) + ": " + error.what();
          Kiln::TextOutput(errorFd_).write(Agent::printableLine(text) + "\n");
          return badStatement;
       }
+      flushOutput();
+   }
+}
+
+bool ScenarioConsole::runNextLine(std::istream& scenario) {
+   Kiln::String line;
+   if (!readLine(scenario, &line)) {
+      return true;
+   }
+   runLine(line);
+   return false;
+}
+
+void ScenarioConsole::flushOutput() {
+   out_.flush();
+   if (!out_.ok() && out_.error() != EPIPE) {
+      throw std::runtime_error(Kiln::String("cannot write the output: ") + std::strerror(out_.error()));
    }
 }
 
@@ -252,7 +269,7 @@ void ScenarioConsole::counters(const Words& operands) {
    }
    const Agent::CommandSpool spool;
    const Agent::CommandResult result = agent_.commandRunner()->run(command, spool);
-   spool.copyTo(outFd_);
+   spool.copyTo(out_);
    if (!result.ok()) {
       refuseCommand(result.error);
    }
@@ -260,6 +277,7 @@ void ScenarioConsole::counters(const Words& operands) {
 
 void ScenarioConsole::refuseCommand(const Kiln::String& problem) {
    anyRefused_ = true;
+   out_.flush(); // what comes before the refusal
    Kiln::TextOutput(errorFd_).write("% " + problem + "\n");
 }
 
@@ -283,11 +301,11 @@ void ScenarioConsole::traffic(const Words& operands) {
 }
 
 void ScenarioConsole::polling(const Words& operands) {
-   // A pass every next to no time would keep an advance from its end.
-   if (seconds(operands[0]) < shortestPollingInterval) {
-      refuse("SECONDS", operands[0], "a time from 0.001 upward, as 2 or 0.5");
+   const auto interval = Kiln::parseSeconds(operands[0], longestPollingInterval);
+   if (!interval || *interval < shortestPollingInterval) {
+      refuse("SECONDS", operands[0], "a time from 0.001 to 1000000, as 2 or 0.5");
    }
-   agent_.countersMgr().sdkPollingIntervalIs(seconds(operands[0]));
+   agent_.countersMgr().sdkPollingIntervalIs(*interval);
 }
 
 void ScenarioConsole::setTable(const Words& operands) {
@@ -322,17 +340,11 @@ void ScenarioConsole::addSvi(const Words& operands) {
 
 void ScenarioConsole::vni(const Words& operands) {
    constexpr U32 highestVni = (1U << 24) - 1;
-   const U32 network = number<U32>("VNI", operands[0], 0, highestVni);
-   const U16 vlan = vlanNumber(operands[1]);
-   for (SoftChip::Chip* chip : agent_.fleet().chips()) {
-      chip->vniIs(network, vlan);
-   }
+   agent_.vniIs(number<U32>("VNI", operands[0], 0, highestVni), Bridging::VlanId(vlanNumber(operands[1])));
 }
 
 void ScenarioConsole::snat(const Words& operands) {
-   for (SoftChip::Chip* chip : agent_.fleet().chips()) {
-      chip->snatAdd(operands[0]);
-   }
+   agent_.snatAdd(operands[0]);
 }
 
 void ScenarioConsole::accessVlan(const Words& operands) {
@@ -421,8 +433,7 @@ bool ScenarioConsole::printRecord(const Kiln::String& name, const char* table, c
    if (isCleared || isAlwaysCleared) {
       cleared = Vex::textOf(clearSample.record);
    }
-   Kiln::TextOutput(outFd_).write(
-        Vex::linesOf(Vex::textOf(sample.record), sample.info, cleared ? &*cleared : nullptr));
+   out_.write(Vex::linesOf(Vex::textOf(sample.record), sample.info, cleared ? &*cleared : nullptr));
    return true;
 }
 
@@ -472,17 +483,15 @@ void ScenarioConsole::setQueue(const Words& operands) {
 }
 
 void ScenarioConsole::log(const Words& /*operands*/) {
-   Kiln::TextOutput out(outFd_);
    for (const Kiln::OperatorLog::Entry& entry : Kiln::OperatorLog::instance().newEntries()) {
-      out.print("%.6f %s (%s): %s\n", entry.time, entry.message->id,
-                Kiln::severityText(entry.message->severity), entry.text.c_str());
+      out_.print("%.6f %s (%s): %s\n", entry.time, entry.message->id,
+                 Kiln::severityText(entry.message->severity), entry.text.c_str());
    }
 }
 
 void ScenarioConsole::ringLog(const Words& /*operands*/) {
-   Kiln::TextOutput out(outFd_);
    for (const Kiln::String& line : Kiln::RingLog::instance().lines()) {
-      out.write(line + "\n");
+      out_.write(line + "\n");
    }
 }
 

@@ -17,7 +17,8 @@ class ScenarioConsole {
    // Statements print to outFd, what went wrong to errorFd; neither is owned. The agent outlives the console.
    ScenarioConsole(SwitchAgent& agent, int outFd, int errorFd);
 
-   // `name` stands for the scenario in errors: "NAME:LINE: message". Not under the activity lock.
+   // `name` stands for the scenario in errors: "NAME:LINE: message". Not under the activity lock. An output that
+   // can't be written is a std::runtime_error at once; a reader that has gone is none.
    Status run(std::istream& scenario, const Kiln::String& name);
 
    // One line a statement, for --help.
@@ -29,6 +30,9 @@ class ScenarioConsole {
 
    // Throws what is wrong with the line.
    void runLine(const Kiln::String& line);
+   // True at the end of the scenario.
+   bool runNextLine(std::istream& scenario);
+   void flushOutput();
 
    void advance(const Words& operands);
    void counters(const Words& operands);
@@ -71,7 +75,7 @@ class ScenarioConsole {
                     bool isAlwaysCleared);
 
    SwitchAgent& agent_;
-   int outFd_;
+   Kiln::TextOutput out_; // flushed after each line
    int errorFd_;
    bool anyRefused_ = false;
 

@@ -77,6 +77,7 @@ SwitchAgent::SwitchAgent(const SwitchAgentConfig& config) : config_(config) {
                                             commandDirectory_, Kiln::allocate<ZelQos::TmCountersData>(),
                                             Kiln::allocate<ZelQos::TmCountersData>(),
                                             Kiln::allocate<ZelCounter::CliPortDropData>());
+   mgr_->sdkPollingIntervalIs(config_.pollingInterval);
    commandRunner_ = Kiln::allocate<Agent::CommandRunner>(commandDirectory_);
    commandRunner_->commandTypeIs("counters", "ZelCountersCli");
 
@@ -143,6 +144,12 @@ void SwitchAgent::chipAdd(const Kiln::String& name) {
    const ZelId::ZelDevId devId = deviceOf(name);
    chipDel(name);
    SoftChip::Chip& chip = fleet_->chipAdd({name, devId, config_.pipes});
+   for (const auto& [vni, vlan] : vlanOfVni_) {
+      chip.vniIs(vni, vlan.value());
+   }
+   for (const Kiln::String& prefix : snatPrefixes_) {
+      chip.snatAdd(prefix);
+   }
    auto status = Kiln::allocate<ZelSlice::ChipStatus>();
    status->highestLogicalPipeIdIs(static_cast<U16>(config_.pipes - 1));
    status->internalIntfIs(Pelt::IntfId(Kiln::Name("Internal" + std::to_string(devId + 1))));
@@ -263,6 +270,21 @@ void SwitchAgent::l3Del(const Pelt::IntfId& intf) {
    }
    l3StatusIs(intf, false);
    table->intfIdToL3IdDel(intf);
+}
+
+void SwitchAgent::vniIs(U32 vni, Bridging::VlanId vlan) {
+   for (SoftChip::Chip* chip : fleet_->chips()) {
+      chip->vniIs(vni, vlan.value());
+   }
+   vlanOfVni_.set(vni, vlan);
+}
+
+void SwitchAgent::snatAdd(const Kiln::String& prefix) {
+   SoftChip::L2DomainCount::parsePrefix(prefix); // there may be no chip that would refuse it
+   for (SoftChip::Chip* chip : fleet_->chips()) {
+      chip->snatAdd(prefix);
+   }
+   snatPrefixes_.push_back(prefix);
 }
 
 SwitchAgent::Port SwitchAgent::portOf(const Kiln::String& intf) const {

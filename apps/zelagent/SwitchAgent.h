@@ -14,6 +14,10 @@ namespace ZelAgent {
 constexpr unsigned maxChips = ZelId::maxDevices;
 constexpr unsigned maxPipes = SoftChip::maxPipes;
 constexpr unsigned maxFrontPanelPortsPerPipe = 64;
+// From the end of one polling pass to the start of the next, in seconds. Passes after next to no time would leave
+// no time for anything else.
+constexpr double shortestPollingInterval = 1e-3;
+constexpr double longestPollingInterval = 1e6;
 constexpr U8 maxPipePort = 67; // the highest slot of a pipe that the system status may list
 
 struct SwitchAgentConfig {
@@ -21,8 +25,9 @@ struct SwitchAgentConfig {
    unsigned pipes = 2;  // of each chip
    unsigned ports = 32; // front-panel ports of each chip, spread over its pipes
    ZelSystem::ChipCapabilities capabilities{true, true, true, true};
-   U64 seed = 1;              // of the synthetic traffic
-   Kiln::String siloFolder{}; // where shared tables live; empty for the machine's shared memory
+   U64 seed = 1;                 // of the synthetic traffic
+   double pollingInterval = 2.0; // seconds, from the first pass on
+   Kiln::String siloFolder{};    // where shared tables live; empty for the machine's shared memory
    // There: what the names of the tables begin with, and whether they go when the agent does.
    Kiln::String tablePrefix = Silo::Interface::defaultTablePrefix;
    bool tablesAreTemporary = false;
@@ -71,6 +76,11 @@ class SwitchAgent {
    // Takes it out again. One that isn't there is a std::invalid_argument.
    void l3Del(const Pelt::IntfId& intf);
 
+   // Forwarding state of every chip, of those that come later, too: the VLAN of a VXLAN network, and source NAT
+   // for what comes from a prefix. What can't be is a std::invalid_argument.
+   void vniIs(U32 vni, Bridging::VlanId vlan);
+   void snatAdd(const Kiln::String& prefix);
+
    // The port of an interface, and the chip that has it. None is a std::invalid_argument.
    struct Port {
       SoftChip::Chip& chip;
@@ -97,6 +107,8 @@ class SwitchAgent {
    Kiln::Ptr<Agent::AgentCommandRequestDirSm> commandDirectory_;
    Kiln::Ptr<ZelCounter::ZelCountersMgr> mgr_;
    Kiln::Ptr<Agent::CommandRunner> commandRunner_;
+   Kiln::OrderedMap<U32, Bridging::VlanId> vlanOfVni_;
+   std::vector<Kiln::String> snatPrefixes_;
 };
 
 } // namespace ZelAgent

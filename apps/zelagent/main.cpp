@@ -66,6 +66,12 @@ void printHelp() {
            "be.\n";
 }
 
+void flushOutput() {
+   if (!std::cout.flush()) {
+      throw std::runtime_error(Kiln::String("cannot write the output: ") + std::strerror(errno));
+   }
+}
+
 void startTraffic(SwitchAgent& agent, const Options& options, std::optional<ZelAgent::HostPorts>* hostPorts) {
    const auto lock = Kiln::ActivityLockAnchor::lock();
    if (options.traffic == Options::Traffic::synthetic) {
@@ -148,10 +154,12 @@ int main(int argc, char** argv) {
       const Options options = ZelAgent::parseOptions({argv + 1, static_cast<std::size_t>(argc - 1)});
       if (options.help) {
          printHelp();
+         flushOutput();
          return 0;
       }
       if (options.version) {
          std::cout << "zelagent " ZEL_VERSION "\n";
+         flushOutput();
          return 0;
       }
       return options.scenario ? runScenario(options) : runAgent(options);

@@ -12,7 +12,7 @@ namespace ZelCounter {
 class SviCounterMatchSpec : public Kiln::PtrInterface {
  public:
    // The tables' slots of the entries, set once they are programmed: a read takes the handle from there
-   // instead of looking the match spec up.
+   // instead of looking the match spec up. Null where the match spec has to be looked up.
    struct Entries {
       const ZlTable::EntrySlot* ordinary = nullptr;
       const ZlTable::EntrySlot* decapsulated = nullptr;

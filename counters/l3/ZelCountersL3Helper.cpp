@@ -212,12 +212,14 @@ bool ZelCountersL3Helper::getSviStats(Bridging::VlanId vlan, packets_and_bytes* 
                                packets_and_bytes* counter) {
       const auto& ingMspec = spec->ingL2DomainMatchSpec(key);
       KILN_ASSERT(!!ingMspec);
-      accumulateStats(ingL2DomainHandle(), entry->handle, adjust, counter);
+      const auto& slot = entry != nullptr ? *entry : ingL2DomainCountTable_->entry(*ingMspec);
+      accumulateStats(ingL2DomainHandle(), slot.handle, adjust, counter);
    };
    const auto addEgress = [&](const SviCounterKey& key, const ZlTable::EntrySlot* entry, S16 adjust) {
       const auto& egrMspec = spec->egrL2DomainMatchSpec(key);
       KILN_ASSERT(!!egrMspec);
-      accumulateStats(egrL2DomainHandle(), entry->handle, adjust, txCounter);
+      const auto& slot = entry != nullptr ? *entry : egrL2DomainCountTable_->entry(*egrMspec);
+      accumulateStats(egrL2DomainHandle(), slot.handle, adjust, txCounter);
    };
    addIngress(sviOrdinary, spec->ingress.ordinary, 0, rxCounter);
    addEgress(sviOrdinary, spec->egress.ordinary, 0);

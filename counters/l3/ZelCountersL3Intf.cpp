@@ -84,13 +84,18 @@ void ZelCountersL3IntfSm::handleIntfL3Index() {
    if (!table) {
       return;
    }
-   for (const Pelt::IntfId& intf : table->intfIdToL3Id().keys()) {
+   const auto leaveOut = [](const Pelt::IntfId& intf, const std::exception& error) {
+      KILN_RINGLOG_TRACE(0, "L3 interface " << intf << " is not counted: " << error.what());
+   };
+   forEachThenThrow(table->intfIdToL3Id().keys(), [&](const Pelt::IntfId& intf) {
       try {
          handleIntfL3Index(intf);
-      } catch (const std::exception& error) {
-         KILN_RINGLOG_TRACE(0, "L3 interface " << intf << " is not counted: " << error.what());
+      } catch (const std::range_error& error) { // its VLAN is none
+         leaveOut(intf, error);
+      } catch (const std::invalid_argument& error) { // its name is none
+         leaveOut(intf, error);
       }
-   }
+   });
 }
 
 void ZelCountersL3IntfSm::handleIntfL3Index(const Pelt::IntfId& intf) {

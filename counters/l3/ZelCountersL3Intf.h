@@ -44,7 +44,8 @@ class ZelCountersL3IntfSm : public Kiln::Entity {
    // The interface may have come or gone. A VLAN outside 1 to 4094, or a name that can't be a key of a shared
    // table, is refused by exception, and the interface is not added.
    void handleIntfL3Index(const Pelt::IntfId& intf);
-   // The same for every interface of the table; one that is refused is logged and left out.
+   // The same for every interface of the table; one that is refused is logged and left out. What a chip throws
+   // reaches the caller once all were looked at.
    void handleIntfL3Index();
 
    // By device id, in the order in which the chips came.

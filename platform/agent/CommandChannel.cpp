@@ -2,6 +2,7 @@
 #include "agent/CommandChannel.h"
 
 #include "agent/CommandSocket.h"
+#include "agent/ListeningSocket.h"
 #include "kiln/ActivityLock.h"
 #include "kiln/RingLog.h"
 
@@ -14,63 +15,6 @@
 namespace Agent {
 
 namespace {
-
-struct OwnedFd {
-   explicit OwnedFd(int owned) : fd(owned) {}
-   OwnedFd(const OwnedFd&) = delete;
-   OwnedFd& operator=(const OwnedFd&) = delete;
-   ~OwnedFd() {
-      if (fd >= 0) {
-         close(fd);
-      }
-   }
-   int release() { return std::exchange(fd, -1); }
-   int fd;
-};
-
-[[noreturn]] void throwErrno(const Kiln::String& what) {
-   throw std::runtime_error(what + ": " + std::strerror(errno));
-}
-
-int streamSocket() {
-   const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-   if (fd < 0) {
-      throwErrno("cannot create a socket");
-   }
-   return fd;
-}
-
-// Only a socket that nobody listens on any more is removed.
-void removeStaleSocket(const SocketAddress& address, const Kiln::String& path) {
-   struct stat status {};
-   if (lstat(path.c_str(), &status) != 0) {
-      return;
-   }
-   if (!S_ISSOCK(status.st_mode)) {
-      throw std::runtime_error(path + " exists and is no socket: choose another with --socket PATH");
-   }
-   const OwnedFd probe(streamSocket());
-   if (connect(probe.fd, address.any(), address.length()) == 0 || errno == EAGAIN) {
-      throw std::runtime_error("another agent answers on " + path +
-                               ": stop it, or choose another socket with --socket PATH");
-   }
-   if (errno != ECONNREFUSED) {
-      throwErrno("cannot tell whether an agent answers on " + path);
-   }
-   unlink(path.c_str());
-}
-
-int listeningSocket(const Kiln::String& path) {
-   const SocketAddress address(path);
-   removeStaleSocket(address, path);
-   OwnedFd made(streamSocket());
-   // Before it has a name, so that there is no moment at which others may open it.
-   fchmod(made.fd, S_IRUSR | S_IWUSR);
-   if (bind(made.fd, address.any(), address.length()) != 0 || listen(made.fd, SOMAXCONN) != 0) {
-      throwErrno("cannot listen on " + path);
-   }
-   return made.release();
-}
 
 // 0 when there is no such file.
 ino_t inodeOf(const Kiln::String& path) {
@@ -264,7 +208,7 @@ CommandChannel::CommandChannel(const Kiln::Ptr<Kiln::ActivityManager>& manager,
                                Kiln::Ptr<const CommandRunner> runner, Kiln::String path,
                                const CommandChannelLimits& limits)
      : manager_(manager), runner_(std::move(runner)), path_(std::move(path)), limits_(limits) {
-   listener_ = std::make_unique<Listener>(this, listeningSocket(path_));
+   listener_ = std::make_unique<Listener>(this, listenOn(path_));
    inode_ = inodeOf(path_);
 }
 

@@ -1,8 +1,6 @@
 // The memory file behind a command's output.
 #include "agent/CommandSpool.h"
 
-#include "kiln/TextOutput.h"
-
 #include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
@@ -59,8 +57,7 @@ std::size_t CommandSpool::read(std::size_t offset, char* to, std::size_t length)
    return got > 0 ? static_cast<std::size_t>(got) : 0;
 }
 
-void CommandSpool::copyTo(int fd) const {
-   Kiln::TextOutput out(fd);
+void CommandSpool::copyTo(Kiln::TextOutput& out) const {
    char piece[4096];
    const std::size_t end = size();
    for (std::size_t offset = 0; offset < end && out.ok();) {

@@ -2,7 +2,7 @@
 // takes no more.
 #pragma once
 
-#include "kiln/Types.h"
+#include "kiln/TextOutput.h"
 
 namespace Agent {
 
@@ -23,8 +23,8 @@ class CommandSpool {
    bool isFull() const;
    // Up to `length` bytes from `offset`; how many there were.
    std::size_t read(std::size_t offset, char* to, std::size_t length) const;
-   // All of the text, waiting for whoever reads fd.
-   void copyTo(int fd) const;
+   // All of the text, as far as the output takes it.
+   void copyTo(Kiln::TextOutput& out) const;
 
  private:
    std::size_t written() const;

@@ -18,7 +18,7 @@ TextOutput::~TextOutput() {
 }
 
 void TextOutput::write(std::string_view text) {
-   if (!ok_) {
+   if (!ok()) {
       return;
    }
    buffer_.append(text);
@@ -51,7 +51,7 @@ void TextOutput::appendNumber(Integer value, unsigned width) {
    char digits[24];
    const char* end = std::to_chars(digits, digits + sizeof digits, value).ptr;
    const auto length = static_cast<std::size_t>(end - digits);
-   if (ok_ && length < width) {
+   if (ok() && length < width) {
       buffer_.append(width - length, ' ');
    }
    write({digits, length});
@@ -95,15 +95,17 @@ void TextOutput::flush() {
    if (echo_) {
       std::fwrite(left.data(), 1, left.size(), stdout);
    }
-   while (ok_ && !left.empty()) {
+   while (ok() && !left.empty()) {
       const ssize_t written = writeWithoutSignal(fd_, left);
       if (written > 0) {
          left.remove_prefix(static_cast<std::size_t>(written));
       } else if (written < 0 && errno == EAGAIN) {
          pollfd wait{fd_, POLLOUT, 0};
          ::poll(&wait, 1, -1);
-      } else if (written == 0 || errno != EINTR) {
-         ok_ = false;
+      } else if (written == 0) {
+         error_ = EIO;
+      } else if (errno != EINTR) {
+         error_ = errno;
       }
    }
    buffer_.clear();

@@ -20,7 +20,9 @@ class TextOutput {
    // Flushes.
    ~TextOutput();
 
-   bool ok() const noexcept { return ok_; }
+   bool ok() const noexcept { return error_ == 0; }
+   // Why it takes no more, as an errno value; 0 while it does.
+   int error() const noexcept { return error_; }
    void write(std::string_view text);
    // As printf.
    void print(const char* format, ...) __attribute__((format(printf, 2, 3)));
@@ -37,7 +39,7 @@ class TextOutput {
 
    int fd_;
    bool echo_;
-   bool ok_ = true;
+   int error_ = 0;
    String buffer_;
 };
 

@@ -4,6 +4,9 @@
 #include "kiln/Time.h"
 #include "vex/CounterSteps.h"
 
+#include <optional>
+#include <stdexcept>
+
 namespace Vex::Counters {
 
 using Silo::Interface::QueueStatistics;
@@ -25,6 +28,16 @@ void add(QueueStatistics& total, const QueueStatistics& delta) {
    total.drops += delta.drops;
 }
 
+// What a report says of no known time leaves the record's time as it was.
+double sampleTimeOf(const VexTypes::IntfQueueCounters& report, const Silo::RecordInfo& published) {
+   for (const double time : {report.sampleTime(), published.sampleTime}) {
+      if (time != Silo::unknownSampleTime) {
+         return time;
+      }
+   }
+   return Kiln::System::currentTime();
+}
+
 } // namespace
 
 QueuePublisher::History& QueuePublisher::historyOf(const Pelt::IntfId& intf) {
@@ -44,8 +57,19 @@ void QueuePublisher::publish(const Pelt::IntfId& intf, const VexTypes::IntfQueue
    History& history = historyOf(intf);
    auto sample = counters_->table().sampleOrDefault(history.key);
    auto& record = sample.record;
+   if (report.beginsAnew()) {
+      history.report = {};
+      history.sampleTime = Silo::unknownSampleTime;
+   }
+   // A clear keeps the step between the last two readings.
+   const bool isNewSample =
+        report.sampleTime() == Silo::unknownSampleTime || report.sampleTime() != history.sampleTime;
+   if (isNewSample) {
+      record.deltas = {};
+      record.interval = intervalBetween(history.sampleTime, report.sampleTime());
+      history.sampleTime = report.sampleTime();
+   }
    for (std::size_t queue = 0; queue < VexTypes::IntfQueueCounters::queueCount; ++queue) {
-      record.deltas[queue] = {};
       if (!report.has(queue)) {
          continue;
       }
@@ -54,11 +78,14 @@ void QueuePublisher::publish(const Pelt::IntfId& intf, const VexTypes::IntfQueue
       if (history.report.has(queue)) {
          last = history.report.intfQueueStat(queue);
       } else if (((record.reported >> queue) & 1) != 0) {
-         last = value; // reported before this process began: the total stands
+         last = value; // reported by another process, or of another port: the total stands
       }
-      record.deltas[queue] = increments(last, value);
+      const QueueStatistics delta = increments(last, value);
+      if (isNewSample) {
+         record.deltas[queue] = delta;
+      }
       if (isIncrement) {
-         add(record.totals[queue], record.deltas[queue]);
+         add(record.totals[queue], delta);
       } else {
          record.totals[queue] = value;
       }
@@ -66,10 +93,7 @@ void QueuePublisher::publish(const Pelt::IntfId& intf, const VexTypes::IntfQueue
       record.present |= std::uint32_t{1} << queue;
       record.reported |= std::uint32_t{1} << queue;
    }
-   const double now = Kiln::System::currentTime();
-   record.interval = intervalBetween(history.sampleTime, now);
-   history.sampleTime = now;
-   counters_->table().recordIs(history.key, record, now);
+   counters_->table().recordIs(history.key, record, sampleTimeOf(report, sample.info));
 }
 
 void QueuePublisher::clear(const Silo::Key& key) {
@@ -80,11 +104,17 @@ void QueuePublisher::clear(const Silo::Key& key) {
 }
 
 bool QueuePublisher::clear(const Pelt::IntfId& intf) {
-   const History* history = histories_.find(intf);
-   if (history != nullptr) {
-      clear(history->key);
+   std::optional<Silo::Key> key;
+   try {
+      key.emplace(intf.text());
+   } catch (const std::invalid_argument&) {
+      return false; // no record can have that name
    }
-   return history != nullptr;
+   if (!counters_ || !counters_->table().has(*key)) {
+      return false;
+   }
+   clear(*key);
+   return true;
 }
 
 void QueuePublisher::clearAll() {

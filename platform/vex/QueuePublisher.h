@@ -19,8 +19,7 @@ class QueuePublisher {
    // that report is a restart and counts whole. Without, the report is the total. Throws what the table
    // throws.
    void publish(const Pelt::IntfId& intf, const VexTypes::IntfQueueCounters& report, bool isIncrement);
-   // What counts from now on counts since the clear. False: this process has published no queues of the
-   // interface.
+   // What counts from now on counts since the clear. False: no queues of the interface are published.
    bool clear(const Pelt::IntfId& intf);
    void clearAll();
    // The interface is gone.

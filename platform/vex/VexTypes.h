@@ -78,6 +78,12 @@ class IntfQueueCounters {
       reported_ |= 1U << queue;
    }
 
+   // When the chip had these counts, seconds; clearing them is no new sample. Silo::unknownSampleTime when
+   // that is not known.
+   KILN_ATTRIBUTE(double, sampleTime, Silo::unknownSampleTime)
+   // The reports before are of another port or chip, and say nothing of this one.
+   KILN_ATTRIBUTE(bool, beginsAnew, false)
+
  private:
    std::array<Silo::Interface::QueueStatistics, queueCount> stats_{};
    U32 reported_ = 0;

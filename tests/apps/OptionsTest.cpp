@@ -2,6 +2,7 @@
 #include "Options.h"
 
 #include "Rig.h"
+#include "silo/TableReader.h"
 
 namespace {
 
@@ -17,7 +18,7 @@ TEST(OptionsTest, TakesEachOptionInEitherForm) {
                                 "vxlan,vrf-nat",    "--seed",     "18446744073709551615",
                                 "--traffic=a.pcap", "--socket",   "/s",
                                 "--silo=/d",        "--hardware", "/h",
-                                "--scenario",       "-"};
+                                "--scenario",       "-",          "--polling=0.25"};
    const Options options = parseOptions(arguments);
    EXPECT_EQ(options.agent.chips, 8U);
    EXPECT_EQ(options.agent.pipes, 4U);
@@ -30,6 +31,7 @@ TEST(OptionsTest, TakesEachOptionInEitherForm) {
    EXPECT_EQ(options.agent.siloFolder, "/d");
    EXPECT_EQ(options.agent.hardwareFile, "/h");
    EXPECT_EQ(options.scenario, "-");
+   EXPECT_EQ(options.agent.pollingInterval, 0.25);
    EXPECT_EQ(parseOptions(Arguments{"--capabilities", "none"}).agent.capabilities,
              ZelSystem::ChipCapabilities());
 }
@@ -44,6 +46,9 @@ TEST(OptionsTest, RefusesWhatCannotBe) {
         {{"--ports", "129"}, "--ports 129: expected at most 128 on 2 pipes"},
         {{"--ports", "4294967297"}, "--ports '4294967297': expected 0 to 256"},
         {{"--seed", "-1"}, "--seed '-1': expected a number from 0 upward"},
+        {{"--polling", "0"}, "--polling '0': expected a time from 0.001 to 1000000 seconds, as 2 or 0.5"},
+        {{"--polling", "nan"}, "--polling 'nan': expected a time from 0.001 to 1000000 seconds, as 2 or 0.5"},
+        {{"--polling", "1e7"}, "--polling '1e7': expected a time from 0.001 to 1000000 seconds, as 2 or 0.5"},
         {{"--chips"}, "--chips needs a value: switching chips, 1 to 8 (1)"},
         {{"--chips="}, "--chips needs a value: switching chips, 1 to 8 (1)"},
         {{"--help=x"}, "--help takes no value"},
@@ -66,6 +71,30 @@ TEST(OptionsTest, RefusesWhatCannotBe) {
 }
 
 using SwitchAgentTest = ZelTest::AgentTest;
+
+TEST_F(SwitchAgentTest, TellsReadersHowOftenItPolls) {
+   namespace Tables = Silo::Interface;
+   auto& agent = start({.pollingInterval = 5.0});
+   const auto intervals = [&] {
+      const auto of = [](auto&& reader) { return reader.state().pollingInterval; };
+      return std::vector<double>{
+           of(Silo::TableReader<Tables::IntfCounters>(agent.tableStore(), Tables::TableName::intfCounters)),
+           of(Silo::TableReader<Tables::L3IntfCounters>(agent.tableStore(),
+                                                        Tables::TableName::vlanIntfCounters)),
+           of(Silo::TableReader<Tables::L3IntfCounters>(agent.tableStore(),
+                                                        Tables::TableName::subIntfCounters)),
+           of(Silo::TableReader<Tables::IntfQueueCounters>(agent.tableStore(),
+                                                           Tables::TableName::intfQueueCounters))};
+   };
+   EXPECT_EQ(intervals(), (std::vector<double>{2.0, 2.0, 2.0, 2.0})) << "until the first pass has ended";
+   Kiln::ActivityManager::instance()->advance(2.0);
+   EXPECT_EQ(intervals(), (std::vector<double>{5.0, 5.0, 2.0, 2.0}));
+   agent.countersMgr().sdkPollingIntervalIs(0.5);
+   Kiln::ActivityManager::instance()->advance(4.5);
+   EXPECT_EQ(intervals(), (std::vector<double>{5.0, 5.0, 2.0, 2.0})) << "a pass is due in half a second";
+   Kiln::ActivityManager::instance()->advance(0.5);
+   EXPECT_EQ(intervals(), (std::vector<double>{0.5, 0.5, 0.5, 2.0}));
+}
 
 TEST_F(SwitchAgentTest, SpreadsPortsEvenlyOverThePipesAndCountsOnAcrossChips) {
    start({.chips = 2, .pipes = 4, .ports = 6});

@@ -139,6 +139,14 @@ TEST_F(L3Intf, aChipThatThrowsKeepsNoOtherFromCounting) {
    EXPECT_EQ(ingress(0), 0U);
    EXPECT_EQ(ingress(1), 1U);
    EXPECT_EQ(natKeys(), std::vector<std::string>{"Vlan20"});
+
+   // In the pass over all interfaces, too, it reaches the caller once the others were added.
+   sm->l3IntfToVidDelAll();
+   l3Table->hasNotificationActiveIs(false);
+   l3Table->intfIdToL3IdIs(routed, 30);
+   pd->throwAt = 1;
+   EXPECT_THROW(sm->handleIntfL3Index(), std::runtime_error);
+   EXPECT_EQ(natKeys(), (std::vector<std::string>{"Ethernet3", "Vlan20"}));
 }
 
 TEST_F(L3Intf, recordsAreRefreshedOneSecondAfterTheEndOfAPass) {

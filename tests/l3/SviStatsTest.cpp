@@ -267,6 +267,16 @@ TEST_F(SviStats, anEntryThatIsGoneFromTheTableReadsAsNone) {
    EXPECT_EQ(read(20).rx, "0/0");
 }
 
+TEST_F(SviStats, aMatchSpecWithoutSlotsIsLookedUp) {
+   makeHelper(plainChip);
+   helper->enableSviStats(VlanId(20));
+   count(true, 20, 0, false, 4, 400);
+   count(false, 20, 0, false, 5, 600);
+   helper->matchSpec(VlanId(20))->ingress = {};
+   helper->matchSpec(VlanId(20))->egress = {};
+   EXPECT_EQ(read(20), (Counts{"4/400", "5/600", "0/0"}));
+}
+
 using SviStatsDeathTest = SviStats;
 
 TEST_F(SviStatsDeathTest, stopsAtWhatTheProgramOrTheCallerOweIt) {

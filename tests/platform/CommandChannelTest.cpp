@@ -2,9 +2,11 @@
 #include "agent/CommandChannel.h"
 
 #include "agent/CommandSocket.h"
+#include "agent/ListeningSocket.h"
 #include "kiln/ActivityLock.h"
 #include "kiln/TextOutput.h"
 
+#include <atomic>
 #include <cstdlib>
 #include <fstream>
 #include <gtest/gtest.h>
@@ -291,6 +293,40 @@ TEST_F(CommandChannelTest, ReplacesOnlyTheSocketOfADeadAgent) {
    std::ofstream(path_) << "precious";
    EXPECT_EQ(openError(), path_ + " exists and is no socket: choose another with --socket PATH");
    EXPECT_EQ(access(path_.c_str(), F_OK), 0);
+}
+
+TEST_F(CommandChannelTest, OfSeveralAgentsAtOnceOneGetsTheStaleSocket) {
+   constexpr int agents = 4;
+   for (int round = 0; round < 200; ++round) {
+      const Agent::SocketAddress address(path_);
+      const Agent::OwnedFd dead(socket(AF_UNIX, SOCK_STREAM, 0));
+      ASSERT_EQ(bind(dead.fd, address.any(), address.length()), 0);
+      std::atomic<int> waiting{agents};
+      std::vector<int> sockets(agents, -1);
+      std::vector<std::thread> starts;
+      for (int& made : sockets) {
+         starts.emplace_back([&] {
+            --waiting;
+            while (waiting > 0) {
+               std::this_thread::yield();
+            }
+            try {
+               made = Agent::listenOn(path_);
+            } catch (const std::runtime_error&) { // another was first
+            }
+         });
+      }
+      for (std::thread& one : starts) {
+         one.join();
+      }
+      int listening = 0;
+      for (const int fd : sockets) {
+         listening += fd >= 0;
+         close(fd);
+      }
+      ASSERT_EQ(listening, 1) << "round " << round;
+      unlink(path_.c_str());
+   }
 }
 
 TEST_F(CommandChannelTest, OnlyItsUserMayOpenTheSocket) {

@@ -137,6 +137,26 @@ TEST_F(PdpCountersTest, ClearShowsZeroUntilAFetchBringsMoreAndLeavesTheHardware)
              header + "     Ethernet1                     lacp                  2\n" + closing);
 }
 
+TEST_F(PdpCountersTest, InterfaceThatMovedBeginsAnew) {
+   auto& chip = addPdpChip();
+   addPort("Ethernet1", 0);
+   countIs(0, 0, 5, 7);
+   chip.fetchPdpCounters();
+   chip.clearAllPdpIntfCounters(0);
+   chipStatus.at(0)->portToIntfIdDel(0);
+   addPort("Ethernet1", 1);
+   countIs(0, 1, 5, 3);
+   const std::string shown =
+        header + "     Ethernet1                     lacp                  3\n" + closing;
+   for (int fetch = 0; fetch < 2; ++fetch) {
+      chip.fetchPdpCounters();
+      EXPECT_EQ(showAll(chip, true), shown);
+   }
+   chip.clearAllPdpIntfCounters(0);
+   chip.fetchPdpCounters();
+   EXPECT_EQ(showAll(chip, true), closing);
+}
+
 TEST_F(PdpCountersTest, NothingIsShownUntilAFetchSucceeds) {
    StubSdk::sdk().inlineDefault = false;
    auto& chip = addPdpChip();

@@ -125,6 +125,21 @@ TEST_F(QueueCountersTest, EveryQueueLandsOnItsOwnInterfaceAndQueue) {
    }
 }
 
+TEST_F(QueueCountersTest, WhatWasSentIsReadOfEveryPortBeforeAnyDrops) {
+   addQueueChip(0, 0);
+   addPort("Ethernet1", 0, 67);
+   addPort("Ethernet2", 0, 128 + 5); // of another pipe
+   addPort("Ethernet3", 0, 65);
+   advance(1.0);
+   StubSdk::sdk().calls.clear();
+   StubSdk::sdk().deliverAll();
+   EXPECT_THAT(StubSdk::sdk().calls,
+               ::testing::ElementsAre("query 2174", "query 2175", "query 2088", "query 2089", "query 2090",
+                                      "query 2091", "query 2092", "query 2093", "query 2094", "query 2095",
+                                      "drops 67 0", "drops 67 1", "drops 65 0", "drops 65 1", "drops 65 2",
+                                      "drops 65 3", "drops 65 4", "drops 65 5", "drops 65 6", "drops 65 7"));
+}
+
 TEST_F(QueueCountersTest, UninitializedTableIsRetriedEachSecondWithoutARequest) {
    auto catalogue = makeCatalogue(0);
    StubSdk::sdk().table(0, queueHandle).checksUntilInitialized = 1; // until the second check, at 2.0 s
@@ -190,19 +205,65 @@ TEST_F(QueueCountersTest, ReadingBelowTheBaselineCountsWhole) {
 }
 
 TEST_F(QueueCountersTest, PortThatChangedCountsFromItsNextReading) {
+   const PortCase cpu{66, 14, 2128};
+   const PortCase other{67, 2, 2174};
+   const PortCase moves[][2] = {{cpu, other}, {other, cpu}};
+   for (const auto& [from, to] : moves) {
+      SCOPED_TRACE("from " + std::to_string(from.pipePort));
+      StubSdk::sdk().drops.clear();
+      addQueueChip(0, 0);
+      const U8 fromQueue = static_cast<U8>(from.queues - 1);
+      const U8 toQueue = static_cast<U8>(to.queues - 1);
+      const Pelt::IntfId intf = addPort("Internal1", 0, from.pipePort);
+      queueIs(0, from.pipePort, from.firstEntry, fromQueue, 10, 1000, 7);
+      queueIs(0, to.pipePort, to.firstEntry, toQueue, 500, 50000, 3);
+      poll();
+      EXPECT_EQ(stored(intf, fromQueue), QueueCounter(fromQueue, 1000, 10, 7));
+      addPort("Internal1", 0, to.pipePort);
+      EXPECT_EQ(stored(intf, fromQueue), QueueCounter(fromQueue, 0, 0, 0));
+      EXPECT_TRUE(reports.all.back().second.beginsAnew());
+      poll();
+      EXPECT_EQ(stored(intf, toQueue), QueueCounter(toQueue, 0, 0, 0)) << "what the other port had counted";
+      queueIs(0, to.pipePort, to.firstEntry, toQueue, 501, 50060, 5);
+      poll();
+      EXPECT_EQ(stored(intf, toQueue), QueueCounter(toQueue, 60, 1, 2));
+      for (U32 q = 0; q < 17; ++q) {
+         EXPECT_EQ(reports.all.back().second.has(q), q < to.queues) << q;
+      }
+      systemStatus->portInfoDel(intf);
+   }
+}
+
+TEST_F(QueueCountersTest, FrontPanelPortThatCameBackElsewhereHasNothingOfItsOldPort) {
+   auto& chip = addQueueChip(0, 1);
+   const Pelt::IntfId intf = addPort("Ethernet1", 0, 5);
+   queueIs(0, 5, 168, 7, 10, 1000, 7);
+   queueIs(0, 128 + 67, 2174, 1, 500, 50000, 3);
+   poll();
+   clear(intf);
+   systemStatus->portInfoDel(intf);
+   poll();
+   EXPECT_TRUE(chip.intfQueueCounters(intf)) << "it may come back where it was";
+   addPort("Ethernet1", 0, 128 + 67);
+   poll();
+   EXPECT_EQ(stored(intf, 1), QueueCounter(1, 50000, 500, 3));
+   EXPECT_FALSE(chip.intfQueueCounters(intf)->has(7));
+   EXPECT_TRUE(reports.all.back().second.beginsAnew());
+   poll();
+   EXPECT_FALSE(reports.all.back().second.beginsAnew());
+}
+
+TEST_F(QueueCountersTest, ClearIsNoNewSample) {
    addQueueChip(0, 0);
-   const Pelt::IntfId intf = addPort("Internal1", 0, 66);
-   queueIs(0, 66, 2128, 13, 10, 1000, 7);
-   queueIs(0, 67, 2174, 1, 500, 50000, 0);
+   const Pelt::IntfId intf = addPort("Ethernet1", 0, 5);
    poll();
-   EXPECT_EQ(stored(intf, 13), QueueCounter(13, 1000, 10, 7));
-   addPort("Internal1", 0, 67);
-   EXPECT_EQ(stored(intf, 13), QueueCounter(13, 0, 0, 0));
-   poll();
-   EXPECT_EQ(stored(intf, 1), QueueCounter(1, 0, 0, 0)) << "what the other port had counted";
-   queueIs(0, 67, 2174, 1, 501, 50060, 0);
-   poll();
-   EXPECT_EQ(stored(intf, 1), QueueCounter(1, 60, 1, 0));
+   const double read = Kiln::System::currentTime();
+   EXPECT_EQ(reports.all.back().second.sampleTime(), read);
+   advance(1.0);
+   clear(intf);
+   EXPECT_EQ(reports.all.back().second.sampleTime(), read);
+   clear(intf, true);
+   EXPECT_EQ(reports.all.back().second.sampleTime(), Silo::unknownSampleTime);
 }
 
 TEST_F(QueueCountersTest, ChipsWithTheSamePipesKeepTheirValuesApart) {

@@ -209,6 +209,7 @@ pipe_status_t pipe_mgr_stat_database_sync(pipe_sess_hdl_t, dev_target_t target, 
 
 pipe_status_t pipe_mgr_stat_ent_query(pipe_sess_hdl_t, bf_dev_id_t dev, uint16_t pipe, pipe_tbl_hdl_t table,
                                       pipe_stat_ent_idx_t index, pipe_stat_data_t* result) {
+   sdk().calls.push_back("query " + std::to_string(index));
    p4_pd_counter_value value{};
    const U32 status = StubSdk::read("query", static_cast<U32>(dev), pipe, table, index, &value);
    *result = {value.packets, value.bytes};
@@ -235,6 +236,7 @@ pipe_status_t pipe_mgr_get_next_entry_handles(pipe_sess_hdl_t, pipe_tbl_hdl_t ta
 
 bf_status_t bf_tm_q_drop_get(bf_dev_id_t, uint16_t pipe, bf_dev_port_t port, uint32_t queue,
                              uint64_t* drops) {
+   sdk().calls.push_back("drops " + std::to_string(port) + " " + std::to_string(queue));
    const auto at = sdk().drops.find(static_cast<U32>(port) * 32 + queue);
    *drops = at == sdk().drops.end() ? 0 : at->second;
    return static_cast<bf_status_t>(sdk().status("drops", 0, pipe));

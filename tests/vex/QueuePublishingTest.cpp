@@ -14,10 +14,15 @@ class QueuePublishing : public ::Test::PublishingRig {
       start();
    }
 
-   void report(std::size_t queue, QueueStatistics value) {
+   void report(std::size_t queue, QueueStatistics value, bool beginsAnew = false) {
+      reportAt(Kiln::System::currentTime(), queue, value, beginsAnew);
+   }
+   void reportAt(double sampleTime, std::size_t queue, QueueStatistics value, bool beginsAnew = false) {
       const auto lock = Kiln::ActivityLockAnchor::lock();
       VexTypes::IntfQueueCounters counters;
       counters.intfQueueStatIs(queue, value);
+      counters.sampleTimeIs(sampleTime);
+      counters.beginsAnewIs(beginsAnew);
       writer->intfQueueCountersIs(intf, counters);
    }
    IntfQueueCounters queues(const char* table = TableName::intfQueueCounters) {
@@ -47,6 +52,45 @@ TEST_F(QueuePublishing, AClearedQueueCountsFromZeroAndItsTotalStands) {
    report(0, {7, 448, 1});
    EXPECT_EQ(queues().totals[0], (QueueStatistics{107, 6848, 1}));
    EXPECT_EQ(queues(TableName::intfClearQueueCounters).totals[0], (QueueStatistics{100, 6400, 0}));
+}
+
+TEST_F(QueuePublishing, RatesAreOverTheTimeBetweenReadingsOfOnePort) {
+   report(0, {100, 6400, 0});
+   rig.advance(2.0);
+   report(0, {300, 19200, 0});
+   EXPECT_EQ(queues().interval, 2.0);
+   const double read = Kiln::System::currentTime();
+   rig.advance(1.5);
+   reportAt(read, 0, {}); // an operator's clear
+   EXPECT_EQ(queues().interval, 2.0);
+   EXPECT_EQ(queues().deltas[0].packets, 200U);
+   rig.advance(0.5);
+   report(0, {190, 12160, 0});
+   EXPECT_EQ(queues().interval, 2.0);
+   EXPECT_EQ(queues().deltas[0].packets, 190U);
+   rig.advance(1.0);
+   reportAt(Silo::unknownSampleTime, 0, {}, true); // the port changed
+   EXPECT_EQ(queues().interval, 0.0);
+   rig.advance(1.0);
+   report(0, {5000, 320000, 9}, true); // what it finds at the new one
+   EXPECT_EQ(queues().interval, 0.0);
+   EXPECT_EQ(queues().deltas[0], QueueStatistics{});
+   EXPECT_EQ(queues().totals[0], (QueueStatistics{490, 31360, 0}));
+   rig.advance(2.0);
+   report(0, {5002, 320128, 9});
+   EXPECT_EQ(queues().interval, 2.0);
+   EXPECT_EQ(queues().totals[0], (QueueStatistics{492, 31488, 0}));
+}
+
+TEST_F(QueuePublishing, AnInterfaceIsClearedBeforeItsFirstReport) {
+   report(0, {100, 6400, 0});
+   stop();
+   start();
+   EXPECT_TRUE(sm()->clear("Ethernet1"));
+   EXPECT_EQ(queues(TableName::intfClearQueueCounters).totals[0], (QueueStatistics{100, 6400, 0}));
+   EXPECT_FALSE(sm()->clear("Ethernet2"));
+   EXPECT_FALSE(sm()->clear(""));
+   EXPECT_FALSE(sm()->clear(std::string(64, 'x')));
 }
 
 TEST_F(QueuePublishing, AfterARestartTheFirstReportIsTheFirstPreviousOne) {

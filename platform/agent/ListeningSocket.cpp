@@ -1,0 +1,79 @@
+// Takes a path over from a dead agent, never from a living one.
+#include "agent/ListeningSocket.h"
+
+#include "agent/CommandSocket.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <stdexcept>
+#include <sys/file.h>
+#include <sys/stat.h>
+
+namespace Agent {
+
+namespace {
+
+[[noreturn]] void throwErrno(const Kiln::String& what) {
+   throw std::runtime_error(what + ": " + std::strerror(errno));
+}
+
+int streamSocket() {
+   const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+   if (fd < 0) {
+      throwErrno("cannot create a socket");
+   }
+   return fd;
+}
+
+// Only a socket that nobody listens on any more is removed.
+void removeStaleSocket(const SocketAddress& address, const Kiln::String& path) {
+   struct stat status {};
+   if (lstat(path.c_str(), &status) != 0) {
+      return;
+   }
+   if (!S_ISSOCK(status.st_mode)) {
+      throw std::runtime_error(path + " exists and is no socket: choose another with --socket PATH");
+   }
+   const OwnedFd probe(streamSocket());
+   if (connect(probe.fd, address.any(), address.length()) == 0 || errno == EAGAIN) {
+      throw std::runtime_error("another agent answers on " + path +
+                               ": stop it, or choose another socket with --socket PATH");
+   }
+   if (errno != ECONNREFUSED) {
+      throwErrno("cannot tell whether an agent answers on " + path);
+   }
+   unlink(path.c_str());
+}
+
+// Until the descriptor is closed, no other agent looks for a stale socket there: between two looks, the first
+// agent's fresh socket could be taken for one. The folder itself is locked, so no file is left behind.
+int lockFolderOf(const Kiln::String& path) {
+   const std::size_t slash = path.rfind('/');
+   const Kiln::String folder = slash == Kiln::String::npos ? "." : path.substr(0, slash + 1);
+   OwnedFd opened(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+   int status = -1;
+   while (opened.fd >= 0 && (status = flock(opened.fd, LOCK_EX)) != 0 && errno == EINTR) {
+   }
+   if (status != 0) {
+      throwErrno("cannot listen on " + path);
+   }
+   return opened.release();
+}
+
+} // namespace
+
+int listenOn(const Kiln::String& path) {
+   const SocketAddress address(path);
+   const OwnedFd lock(lockFolderOf(path));
+   removeStaleSocket(address, path);
+   OwnedFd made(streamSocket());
+   // Before it has a name, so that there is no moment at which others may open it.
+   fchmod(made.fd, S_IRUSR | S_IWUSR);
+   if (bind(made.fd, address.any(), address.length()) != 0 || listen(made.fd, SOMAXCONN) != 0) {
+      throwErrno("cannot listen on " + path);
+   }
+   return made.release();
+}
+
+} // namespace Agent
