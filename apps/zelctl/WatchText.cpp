@@ -1,0 +1,225 @@
+// Columns, marks and what fits.
+#include "WatchText.h"
+
+#include "Utf8.h"
+
+#include <algorithm>
+
+namespace ZelCtl {
+
+namespace {
+
+using Kiln::String;
+using Kind = ShownColumn::Kind;
+using State = WatchedRow::State;
+
+constexpr const char* bold = "\x1b[1m";
+constexpr const char* plain = "\x1b[0m";
+constexpr const char* gap = "  ";
+
+std::size_t columnsIn(const String& text) {
+   std::size_t columns = 0;
+   for (std::size_t at = 0; at < text.size(); at += codePointAt(text, at).length) {
+      columns += columnsOf(codePointAt(text, at).value);
+   }
+   return columns;
+}
+
+// The beginning of the text that takes at most so many columns.
+String cutTo(const String& text, std::size_t columns) {
+   std::size_t at = 0;
+   for (std::size_t used = 0; at < text.size(); at += codePointAt(text, at).length) {
+      used += columnsOf(codePointAt(text, at).value);
+      if (used > columns) {
+         break;
+      }
+   }
+   return text.substr(0, at);
+}
+
+// One column as it is printed: a cell of the rows, or its rate.
+struct Column {
+   std::size_t cell;
+   bool isRate;
+   String heading;
+   bool isZero = true;
+   bool isNumber = true;
+   std::size_t width = 0;
+};
+
+const String& textOf(const WatchedRow& row, const Column& column) {
+   static const String none;
+   if (column.cell >= row.cells.size()) {
+      return none;
+   }
+   return column.isRate ? row.cells[column.cell].rate : row.cells[column.cell].text;
+}
+
+// A row that ends early ends in a text of any length, which widens nothing.
+bool isLoose(const WatchedTable& table, const WatchedRow& row, std::size_t cell) {
+   return row.cells.size() < table.columns.size() && cell + 1 == row.cells.size();
+}
+
+std::vector<Column> columnsOf(const WatchedTable& table) {
+   std::vector<Column> columns;
+   for (std::size_t i = 0; i < table.columns.size(); ++i) {
+      columns.push_back({i, false, table.columns[i].heading});
+      if (table.columns[i].kind == Kind::counter) {
+         columns.push_back({i, true, "/s"});
+      }
+   }
+   for (Column& column : columns) {
+      column.width = columnsIn(column.heading);
+      for (const WatchedRow& row : table.rows) {
+         if (isLoose(table, row, column.cell)) {
+            continue;
+         }
+         const String& text = textOf(row, column);
+         column.width = std::max(column.width, columnsIn(text));
+         column.isZero = column.isZero && (text.empty() || text == "0" || text == "-");
+         column.isNumber = column.isNumber && text.find_first_not_of("0123456789-.") == String::npos;
+      }
+   }
+   return columns;
+}
+
+std::size_t widthOf(const std::vector<Column>& columns) {
+   std::size_t width = 1; // the mark
+   for (const Column& column : columns) {
+      width += column.width + (&column == &columns.front() ? 1 : 2);
+   }
+   return width;
+}
+
+// Returns how many counters are left out.
+std::size_t fitColumns(const WatchedTable& table, std::size_t width, std::vector<Column>* columns) {
+   if (width == 0 || widthOf(*columns) <= width) {
+      return 0;
+   }
+   std::erase_if(*columns, [](const Column& column) { return column.isRate && column.isZero; });
+   if (widthOf(*columns) <= width) {
+      return 0;
+   }
+   return std::erase_if(*columns, [&](const Column& column) {
+      return !column.isRate && column.isZero && table.columns[column.cell].kind == Kind::counter;
+   });
+}
+
+// A line that is put together from pieces and cut at the width. Styles take no room.
+class Line {
+ public:
+   explicit Line(const WatchRoom& room) : room_(room) {}
+   void add(const String& text, bool isStrong) {
+      const std::size_t left = room_.width == 0 ? String::npos : room_.width - used_;
+      const String shown = left == String::npos ? text : cutTo(text, left);
+      used_ += columnsIn(shown);
+      const bool isStyled = isStrong && room_.hasStyles && !shown.empty();
+      text_ += isStyled ? bold + shown + plain : shown;
+   }
+   String text() const {
+      const std::size_t end = room_.hasStyles ? text_.size() : text_.find_last_not_of(' ') + 1;
+      return text_.substr(0, end);
+   }
+
+ private:
+   const WatchRoom& room_;
+   std::size_t used_ = 0;
+   String text_;
+};
+
+String padded(const String& text, const Column& column, bool isLast) {
+   const std::size_t width = columnsIn(text);
+   const String blanks(column.width > width ? column.width - width : 0, ' ');
+   return column.isNumber ? blanks + text : isLast ? text : text + blanks;
+}
+
+String rowLine(const WatchedTable& table, const WatchedRow& row, const std::vector<Column>& columns,
+               const WatchRoom& room) {
+   Line line(room);
+   const bool isAllStrong = row.state == State::appeared || row.state == State::gone;
+   line.add(String(1, static_cast<char>(row.state)), row.state != State::same);
+   for (const Column& column : columns) {
+      if (column.cell >= row.cells.size()) {
+         break;
+      }
+      line.add(&column == &columns.front() ? " " : gap, false);
+      const bool isStrong = isAllStrong || row.cells[column.cell].hasChanged;
+      line.add(isLoose(table, row, column.cell)
+                    ? textOf(row, column)
+                    : padded(textOf(row, column), column, &column == &columns.back()),
+               isStrong);
+   }
+   return line.text();
+}
+
+String headingLine(const std::vector<Column>& columns, const WatchRoom& room) {
+   Line line(room);
+   line.add(" ", false);
+   for (const Column& column : columns) {
+      line.add(&column == &columns.front() ? " " : gap, false);
+      line.add(padded(column.heading, column, &column == &columns.back()), false);
+   }
+   return line.text();
+}
+
+String plainLine(const String& text, const WatchRoom& room) {
+   Line line(room);
+   line.add(text, false);
+   return line.text();
+}
+
+// A line of the picture, and how little is lost without it.
+struct Placed {
+   String text;
+   bool isQuiet = false; // a row that never changed
+};
+
+} // namespace
+
+std::vector<String> layOut(const std::vector<WatchedTable>& tables, const WatchRoom& room) {
+   std::vector<Placed> lines;
+   std::size_t cutColumns = 0;
+   for (const WatchedTable& table : tables) {
+      if (!table.title.empty()) {
+         lines.push_back({plainLine(table.title, room)});
+      }
+      std::vector<Column> columns = columnsOf(table);
+      cutColumns += fitColumns(table, room.width, &columns);
+      if (!columns.empty()) {
+         lines.push_back({headingLine(columns, room)});
+      }
+      for (const WatchedRow& row : table.rows) {
+         lines.push_back(
+              {rowLine(table, row, columns, room), !row.hasEverChanged && row.state == State::same});
+      }
+      for (const String& note : table.notes) {
+         lines.push_back({plainLine(note, room)});
+      }
+   }
+   std::size_t leftOut = 0;
+   if (room.height != 0 && lines.size() + (cutColumns != 0 ? 1 : 0) > room.height) {
+      const std::size_t fit = room.height - 1; // the last line says so
+      for (std::size_t i = lines.size(); i-- > 0 && lines.size() > fit;) {
+         if (lines[i].isQuiet) {
+            lines.erase(lines.begin() + static_cast<std::ptrdiff_t>(i));
+            ++leftOut;
+         }
+      }
+      leftOut += lines.size() > fit ? lines.size() - fit : 0;
+      lines.resize(std::min(lines.size(), fit));
+   }
+   std::vector<String> texts;
+   for (Placed& line : lines) {
+      texts.push_back(std::move(line.text));
+   }
+   String omitted = leftOut != 0 ? std::to_string(leftOut) + " lines" : "";
+   if (cutColumns != 0) {
+      omitted += (omitted.empty() ? "" : " and ") + std::to_string(cutColumns) + " columns of zeros";
+   }
+   if (!omitted.empty()) {
+      texts.push_back(plainLine("(" + omitted + " have no room: enlarge the window or ask for less)", room));
+   }
+   return texts;
+}
+
+} // namespace ZelCtl
