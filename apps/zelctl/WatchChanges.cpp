@@ -14,15 +14,29 @@ using State = WatchedRow::State;
 
 constexpr const char* unknownRate = "-";
 
-// Slow ones with a fraction, so that a drop every few seconds doesn't look like none.
+// Three digits are as many as a glance takes in. Slow ones have a fraction, so that a drop every few seconds doesn't
+// look like none.
 String rateText(U64 step, double seconds) {
    constexpr double slow = 10;
-   const double rate = static_cast<double>(step) / seconds;
+   constexpr double wide = 99999.5;
+   double rate = static_cast<double>(step) / seconds;
+   char text[48];
    if (step == 0) {
       return "0";
    }
-   char text[48];
-   std::snprintf(text, sizeof text, rate < slow ? "%.1f" : "%.0f", std::max(rate, 0.1));
+   if (rate < wide) {
+      std::snprintf(text, sizeof text, rate < slow ? "%.1f" : "%.0f", std::max(rate, 0.1));
+      return text;
+   }
+   const char* unit = "kMGTPE";
+   for (rate /= 1000; rate >= 999.5 && unit[1] != '\0'; rate /= 1000) {
+      ++unit;
+   }
+   std::snprintf(text, sizeof text,
+                 rate < 9.995   ? "%.2f%c"
+                 : rate < 99.95 ? "%.1f%c"
+                                : "%.0f%c",
+                 rate, *unit);
    return text;
 }
 

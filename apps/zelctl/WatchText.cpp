@@ -77,7 +77,7 @@ std::vector<Column> columnsOf(const WatchedTable& table) {
          const String& text = textOf(row, column);
          column.width = std::max(column.width, columnsIn(text));
          column.isZero = column.isZero && (text.empty() || text == "0" || text == "-");
-         column.isNumber = column.isNumber && text.find_first_not_of("0123456789-.") == String::npos;
+         column.isNumber = column.isNumber && text.find_first_not_of("0123456789-.kMGTPE") == String::npos;
       }
    }
    return columns;
@@ -91,18 +91,23 @@ std::size_t widthOf(const std::vector<Column>& columns) {
    return width;
 }
 
-// Returns how many counters are left out.
+// What says nothing goes first. Returns how many columns are left out, but for rates of zero.
 std::size_t fitColumns(const WatchedTable& table, std::size_t width, std::vector<Column>* columns) {
-   if (width == 0 || widthOf(*columns) <= width) {
-      return 0;
+   const auto isCounter = [&](const Column& one) { return table.columns[one.cell].kind == Kind::counter; };
+   const auto fits = [&] { return width == 0 || widthOf(*columns) <= width; };
+   if (!fits()) {
+      std::erase_if(*columns, [](const Column& one) { return one.isRate && one.isZero; });
    }
-   std::erase_if(*columns, [](const Column& column) { return column.isRate && column.isZero; });
-   if (widthOf(*columns) <= width) {
-      return 0;
+   std::size_t leftOut = 0;
+   if (!fits()) {
+      leftOut = std::erase_if(*columns, [&](const Column& one) { return isCounter(one) && one.isZero; });
    }
-   return std::erase_if(*columns, [&](const Column& column) {
-      return !column.isRate && column.isZero && table.columns[column.cell].kind == Kind::counter;
-   });
+   // Never half a number.
+   while (!fits() && isCounter(columns->back())) {
+      columns->pop_back();
+      ++leftOut;
+   }
+   return leftOut;
 }
 
 // A line that is put together from pieces and cut at the width. Styles take no room.
@@ -214,7 +219,7 @@ std::vector<String> layOut(const std::vector<WatchedTable>& tables, const WatchR
    }
    String omitted = leftOut != 0 ? std::to_string(leftOut) + " lines" : "";
    if (cutColumns != 0) {
-      omitted += (omitted.empty() ? "" : " and ") + std::to_string(cutColumns) + " columns of zeros";
+      omitted += (omitted.empty() ? "" : " and ") + std::to_string(cutColumns) + " columns";
    }
    if (!omitted.empty()) {
       texts.push_back(plainLine("(" + omitted + " have no room: enlarge the window or ask for less)", room));
