@@ -1,10 +1,10 @@
 // What each view shows, as text for people and as JSON for programs.
 #include "RecordViewer.h"
 
-#include "JsonWriter.h"
 #include "PublishedRows.h"
 #include "TextTable.h"
 #include "kiln/Choices.h"
+#include "kiln/JsonWriter.h"
 
 #include <array>
 #include <cmath>
@@ -15,6 +15,7 @@ namespace ZelCtl {
 
 namespace {
 
+using Kiln::JsonWriter;
 using Kiln::String;
 using Vex::NamedCounter;
 namespace Tables = Silo::Interface;
