@@ -3,6 +3,7 @@
 
 #include <charconv>
 #include <cstdio>
+#include <utility>
 
 namespace Kiln {
 

@@ -4,7 +4,6 @@
 #include "kiln/Types.h"
 
 #include <string_view>
-#include <utility>
 
 namespace Kiln {
 
@@ -31,8 +30,8 @@ class JsonWriter {
    void newLine() { isLineDue_ = true; }
 
    const String& text() const { return text_; }
-   // What was written since the last take, for a document that is too large to keep.
-   String take() { return std::exchange(text_, {}); }
+   // Forgets what was taken by now, for a document that is too large to keep.
+   void textDel() { text_.clear(); }
    static String quotedString(std::string_view text);
 
  private:
