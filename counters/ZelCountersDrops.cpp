@@ -13,6 +13,7 @@ namespace ZelCounter {
 
 namespace {
 
+using Holds = TableView::Holds;
 using ZlDrop::Point;
 using ZlDrop::reasonsPerPort;
 using ZlResourceInfo::ZlTableCounter;
@@ -118,11 +119,11 @@ std::vector<Kiln::String> ZelCounters::readDrops(std::span<const DropPort> ports
 }
 
 TableView ZelCounters::dropView(const Pelt::IntfId& intf, bool nonZeroOnly) {
-   TableView view{
-        "Drops by port since the last clear, chip " + chipName(),
-        {{"Interface", 16, false}, {"Point", 7, false}, {"Reason", 24, false}, {"Packets", 16, true}},
-        {},
-        {}};
+   TableView view{"Drops by port since the last clear, chip " + chipName(),
+                  {{"Interface", 16, Holds::text},
+                   {"Point", 7, Holds::text},
+                   {"Reason", 24, Holds::text},
+                   {"Packets", 16, Holds::counter}}};
    const std::vector<DropPort> ports = dropPorts(intf);
    if (ports.empty() && !intf.empty()) {
       view.notes.push_back("Interface " + intf.text() + " has no port on chip " + chipName());

@@ -10,6 +10,8 @@ namespace ZelCounter {
 
 namespace {
 
+using Holds = TableView::Holds;
+
 // In the order in which a frame passes them.
 struct DropPlace {
    const char* name;
@@ -61,9 +63,10 @@ void ZelCounters::fetchAllMauDropCounters() {
 
 TableView ZelCounters::mauDropView(const Pelt::IntfId& intf, std::optional<U16> pipe, bool nonZeroOnly) {
    TableView view{"MAU and deparser drops since the last clear, chip " + chipName(),
-                  {{"Pipe", 4, true}, {"Place", 16, false}, {"Decides", 18, false}, {"Packets", 16, true}},
-                  {},
-                  {}};
+                  {{"Pipe", 4, Holds::number},
+                   {"Place", 16, Holds::text},
+                   {"Decides", 18, Holds::text},
+                   {"Packets", 16, Holds::counter}}};
    if (!intf.empty()) {
       const ZelSystem::PortRecord& port = systemStatus()->portInfo(intf);
       if (port.devId != deviceId()) {

@@ -11,6 +11,8 @@ namespace ZelCounter {
 
 namespace {
 
+using Holds = TableView::Holds;
+
 constexpr std::array stageNames = {"port-rx",         "parser", "ingress",         "ingress-deparser",
                                    "traffic-manager", "egress", "egress-deparser", "port-tx"};
 static_assert(stageNames.size() == BF_PIPE_PATH_STAGES);
@@ -47,11 +49,12 @@ Kiln::String ZelCounters::readPipelineStage(U32 pipe, U32 stage) {
 
 TableView ZelCounters::pipelineView(std::optional<U32> stage, std::optional<U16> pipe, bool nonZeroOnly) {
    KILN_ASSERT(!stage || *stage < stageNames.size());
-   TableView view{
-        "Packets by pipeline stage since the last clear, chip " + chipName(),
-        {{"Pipe", 4, true}, {"Stage", 16, false}, {"In", 16, true}, {"Out", 16, true}, {"Dropped", 16, true}},
-        {},
-        {}};
+   TableView view{"Packets by pipeline stage since the last clear, chip " + chipName(),
+                  {{"Pipe", 4, Holds::number},
+                   {"Stage", 16, Holds::text},
+                   {"In", 16, Holds::counter},
+                   {"Out", 16, Holds::counter},
+                   {"Dropped", 16, Holds::counter}}};
    for (U32 onPipe = pipe.value_or(0); onPipe <= (pipe ? *pipe : highestPipe()); ++onPipe) {
       for (U32 at = stage.value_or(0); at <= (stage ? *stage : stageNames.size() - 1); ++at) {
          const Kiln::String error = readPipelineStage(onPipe, at);

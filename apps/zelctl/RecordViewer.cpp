@@ -1,9 +1,9 @@
 // What each view shows, as tables, as text for people and as JSON for programs.
 #include "RecordViewer.h"
 
-#include "JsonWriter.h"
 #include "RecordRequest.h"
 #include "TextTable.h"
+#include "kiln/JsonWriter.h"
 
 #include <cmath>
 #include <cstdio>
@@ -12,6 +12,7 @@ namespace ZelCtl {
 
 namespace {
 
+using Kiln::JsonWriter;
 using Kiln::String;
 using Vex::NamedCounter;
 using Kind = ShownColumn::Kind;
