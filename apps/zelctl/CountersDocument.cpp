@@ -69,11 +69,18 @@ ShownRow rowOf(const JsonValue& members, const std::vector<ShownColumn>& columns
    return row;
 }
 
+// With the chip's name, if it doesn't say it.
+String titleOf(const String& chip, const JsonValue& object) {
+   const String title = printable(need(object, "title", Kind::string).text);
+   const String ending = "chip " + chip;
+   const bool saysChip = title.size() >= ending.size() &&
+                         title.compare(title.size() - ending.size(), ending.size(), ending) == 0;
+   return saysChip ? title : chip + ": " + title;
+}
+
 ShownTable tableOf(const String& chip, const JsonValue& object) {
    const JsonValue& rows = need(object, "rows", Kind::list);
-   ShownTable table{chip + ": " + printable(need(object, "title", Kind::string).text),
-                    columnsOf(rows, need(object, "counters", Kind::list)),
-                    {}};
+   ShownTable table{titleOf(chip, object), columnsOf(rows, need(object, "counters", Kind::list)), {}};
    for (const JsonValue& row : rows.items) {
       table.rows.push_back(rowOf(row, table.columns));
    }

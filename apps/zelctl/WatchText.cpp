@@ -4,6 +4,7 @@
 #include "Utf8.h"
 
 #include <algorithm>
+#include <iterator>
 
 namespace ZelCtl {
 
@@ -173,53 +174,96 @@ String plainLine(const String& text, const WatchRoom& room) {
    return line.text();
 }
 
-// A line of the picture, and how little is lost without it.
-struct Placed {
-   String text;
-   bool isQuiet = false; // a row that never changed
+struct Row {
+   String line;
+   bool isQuiet; // it never changed
 };
+
+// A table's lines.
+struct Block {
+   std::vector<String> heading;
+   std::vector<Row> rows;
+   std::vector<String> notes;
+
+   std::size_t size() const { return heading.size() + rows.size() + notes.size(); }
+};
+
+Block blockOf(const WatchedTable& table, const WatchRoom& room, std::size_t* columnsLeftOut) {
+   Block block;
+   if (!table.title.empty()) {
+      block.heading.push_back(plainLine(table.title, room));
+   }
+   std::vector<Column> columns = columnsOf(table);
+   *columnsLeftOut += fitColumns(table, room.width, &columns);
+   if (!columns.empty()) {
+      block.heading.push_back(headingLine(columns, room));
+   }
+   for (const WatchedRow& row : table.rows) {
+      block.rows.push_back(
+           {rowLine(table, row, columns, room), !row.hasEverChanged && row.state == State::same});
+   }
+   for (const String& note : table.notes) {
+      block.notes.push_back(plainLine(note, room));
+   }
+   return block;
+}
+
+// Takes rows that never changed out of the last tables until no more than so many lines are left; a table that had
+// no others goes with them. Returns how many rows.
+std::size_t leaveOutQuiet(std::vector<Block>* blocks, std::size_t height) {
+   std::size_t lines = 0;
+   for (const Block& block : *blocks) {
+      lines += block.size();
+   }
+   std::size_t leftOut = 0;
+   for (std::size_t i = blocks->size(); i-- > 0 && lines > height;) {
+      Block& block = (*blocks)[i];
+      const std::size_t before = block.size();
+      for (std::size_t row = block.rows.size(); row-- > 0 && lines + block.size() - before > height;) {
+         if (block.rows[row].isQuiet) {
+            block.rows.erase(block.rows.begin() + static_cast<std::ptrdiff_t>(row));
+            ++leftOut;
+         }
+      }
+      if (block.rows.empty() && block.size() < before && block.notes.empty()) {
+         block.heading.clear();
+      }
+      lines -= before - block.size();
+   }
+   return leftOut;
+}
 
 } // namespace
 
 std::vector<String> layOut(const std::vector<WatchedTable>& tables, const WatchRoom& room) {
-   std::vector<Placed> lines;
-   std::size_t cutColumns = 0;
+   std::vector<Block> blocks;
+   std::size_t columns = 0;
+   std::size_t lines = 0;
    for (const WatchedTable& table : tables) {
-      if (!table.title.empty()) {
-         lines.push_back({plainLine(table.title, room)});
-      }
-      std::vector<Column> columns = columnsOf(table);
-      cutColumns += fitColumns(table, room.width, &columns);
-      if (!columns.empty()) {
-         lines.push_back({headingLine(columns, room)});
-      }
-      for (const WatchedRow& row : table.rows) {
-         lines.push_back(
-              {rowLine(table, row, columns, room), !row.hasEverChanged && row.state == State::same});
-      }
-      for (const String& note : table.notes) {
-         lines.push_back({plainLine(note, room)});
-      }
+      blocks.push_back(blockOf(table, room, &columns));
+      lines += blocks.back().size();
    }
-   std::size_t leftOut = 0;
-   if (room.height != 0 && lines.size() + (cutColumns != 0 ? 1 : 0) > room.height) {
-      const std::size_t fit = room.height - 1; // the last line says so
-      for (std::size_t i = lines.size(); i-- > 0 && lines.size() > fit;) {
-         if (lines[i].isQuiet) {
-            lines.erase(lines.begin() + static_cast<std::ptrdiff_t>(i));
-            ++leftOut;
-         }
-      }
-      leftOut += lines.size() > fit ? lines.size() - fit : 0;
-      lines.resize(std::min(lines.size(), fit));
+   std::size_t rows = 0;
+   std::size_t height = String::npos;
+   if (room.height != 0 && lines + (columns != 0 ? 1 : 0) > room.height) {
+      height = room.height - 1; // the last line says what is missing
+      rows = leaveOutQuiet(&blocks, height);
    }
    std::vector<String> texts;
-   for (Placed& line : lines) {
-      texts.push_back(std::move(line.text));
+   for (Block& block : blocks) {
+      std::move(block.heading.begin(), block.heading.end(), std::back_inserter(texts));
+      for (Row& row : block.rows) {
+         texts.push_back(std::move(row.line));
+      }
+      std::move(block.notes.begin(), block.notes.end(), std::back_inserter(texts));
    }
-   String omitted = leftOut != 0 ? std::to_string(leftOut) + " lines" : "";
-   if (cutColumns != 0) {
-      omitted += (omitted.empty() ? "" : " and ") + std::to_string(cutColumns) + " columns";
+   if (texts.size() > height) {
+      rows += texts.size() - height;
+      texts.resize(height);
+   }
+   String omitted = rows != 0 ? std::to_string(rows) + " rows" : "";
+   if (columns != 0) {
+      omitted += (omitted.empty() ? "" : " and ") + std::to_string(columns) + " columns";
    }
    if (!omitted.empty()) {
       texts.push_back(plainLine("(" + omitted + " have no room: enlarge the window or ask for less)", room));
