@@ -69,7 +69,7 @@ void addCodePoint(Kiln::String* text, char32_t value) {
       return;
    }
    const unsigned more = value < 0x800 ? 1 : value < 0x10000 ? 2 : 3;
-   add((0xf00U >> more & 0xf0U) | value >> (6 * more));
+   add((0xff00U >> (more + 1) & 0xffU) | value >> (6 * more));
    for (unsigned i = more; i-- > 0;) {
       add(0x80U | (value >> (6 * i) & 0x3fU));
    }

@@ -76,7 +76,8 @@ WatchChanges::Known WatchChanges::seen(const ShownTable& table, const ShownRow& 
       const std::optional<U64> count = row.cells[i].count;
       known.counts.push_back(count);
       WatchedCell cell{row.cells[i].text};
-      if (i < table.columns.size() && table.columns[i].kind == Kind::counter) {
+      const bool isText = row.cells.size() < table.columns.size() && i + 1 == row.cells.size();
+      if (i < table.columns.size() && table.columns[i].kind == Kind::counter && !isText) {
          const bool hadCell = before != nullptr && i < before->counts.size();
          const std::optional<U64> former = hadCell ? before->counts[i] : std::nullopt;
          cell.hasChanged = hadCell && former != count;
