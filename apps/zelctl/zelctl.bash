@@ -10,7 +10,7 @@ _zelctl() {
       case $word in
       --socket | --silo)
          if ((++i == COMP_CWORD)); then
-            compopt -o filenames
+            compopt -o filenames 2>/dev/null
             mapfile -t COMPREPLY < <(compgen -f -- "${COMP_WORDS[COMP_CWORD]}")
             return
          fi
