@@ -96,6 +96,7 @@ class Prompt {
             handle(Event::abandoned);
          }
          if (signals_.takeResize()) {
+            put("\x1b[J"); // what the terminal wrapped
             draw();
          }
          char keys[256];

@@ -340,16 +340,12 @@ std::vector<String> viewCandidates(const std::vector<String>& words, const Silo:
 }
 
 String viewCommandsHelp() {
-   constexpr std::size_t column = 30;
+   constexpr std::size_t column = 33;
    String text;
    for (const View& view : views()) {
       String left = String(view.command) + " [INTF...]";
       left.resize(std::max(column, left.size() + 1), ' ');
-      String keywords;
-      for (const String& keyword : keywordsOf(view)) {
-         keywords += (keywords.empty() ? "" : ", ") + keyword;
-      }
-      text += "   " + left + String(view.help) + "; " + keywords + "\n";
+      text += "   " + left + String(view.help) + "\n";
    }
    return text;
 }

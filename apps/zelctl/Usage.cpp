@@ -12,61 +12,69 @@ constexpr const char* beginning = R"(Usage: zelctl [OPTION]... COMMAND [WORD]...
 
 Words may be shortened while they stay clear; Tab completes them at the prompt.
 
-Dropped frames:  'counters show drop nonzero' says which port dropped them, and why; if it shows
-                 nothing, 'counters show pipeline nonzero' says how far they came.
+Dropped frames?  'counters show drop nonzero' says which ports dropped them and
+why. If it shows nothing, 'counters show pipeline nonzero' says how far they got.
 
-Asks the running zelagent:
+counters ...                        asks the running zelagent
+   show drop                        dropped frames by port and reason
+   show drop interface NAME            of one port
+   show pipeline                    packets in, out, dropped by pipeline stage
+   show pipeline stage NAME            of one stage
+   show mau-deparser-drop           drops by match-action stage
+   show mau-deparser-drop intf NAME    of an interface's pipe
+   show traffic-manager             the buffer: totals, drops, cells in use
+   show mac                         MAC counters of every port
+   show mac intf NAME                  of one port
+   show pdp                         packets by class
+   show pdp intf NAME                  of one port
+   show table                       all counter tables of the P4 program
+   show table ID|NAME                  one of them
+   show info                        which counter tables there are
+   show                             nearly all of the above
+   clear drop                       'show drop' counts from zero
+   clear pipeline                   likewise
+   clear mau-deparser-drop          likewise
+   clear traffic-manager            likewise
+   clear mac                        likewise
+   clear pdp                        likewise
+   clear table [ID|NAME]            zeroes the hardware's tables, or one
+   clear                            nearly all of the above
+     chip NAME                      before show or clear: of one chip only
+     nonzero                        after a show: leaves out what is 0
+     pipe N                         after a pipeline, mau-deparser-drop,
+                                    traffic-manager or table: one pipe's
+     json                           after a show: for programs
 
-   counters show drop               dropped frames of every port, by reason
-   counters show drop interface NAME       of one port
-   counters show pipeline           packets in, out and dropped by stage of the pipeline
-   counters show pipeline stage NAME       of one stage
-   counters show mau-deparser-drop  which match-action stage dropped them
-   counters show mau-deparser-drop intf NAME   in the pipe of an interface
-   counters show traffic-manager    the buffer: drops, cells in use, totals
-   counters show mac                MAC counters of every port since the last clear
-   counters show mac intf NAME             of one port
-   counters show pdp                packets by class
-   counters show pdp intf NAME             of one port
-   counters show table              every counter table of the P4 program
-   counters show table ID|NAME             one of them
-   counters show info               which counter tables there are
-   counters show                    nearly all of the above
-   counters clear [WHAT]            the view counts from zero: mac, pdp, pipeline, drop, mau-deparser-drop,
-                                    traffic-manager; 'table [ID|NAME]' zeroes the hardware; else all
-      chip NAME                     before show or clear: one chip, as in 'counters chip Zel1 show mac'
-      nonzero                       after a show: leaves out what is 0
-      pipe N                        after a show of pipeline, table, mau-deparser-drop, traffic-manager
-      json                          after a show, last: for programs; every number is an integer
-
-Shows what the agent publishes, straight from the shared tables, also when no agent runs:
-
+These show what the agent publishes, from the shared tables, also when none runs
 )";
 
-constexpr const char* end =
-     R"(      INTF                          these interfaces; 'interfaces' shows every counter of those
-      nonzero                       leaves out what is 0
-      rates                         per second, in the last polling interval
-      errors                        errors and discards, and steps too big for the port's speed ("suspect")
-      raw                           the chip's own counts, which wrap and may jump, instead of totals
-      json                          for programs
+constexpr const char* end = R"(     INTF                           these only; 'interfaces' shows them whole
+     nonzero                        leaves out what is 0
+     rates                          not of nat: a second, in the last poll
+     errors                         of interfaces: errors, discards, and suspect
+                                    steps, which are too big for the port's speed
+     raw                            not of queues and nat: the chip's own counts,
+                                    which wrap and may jump
+     json                           for programs
 
-Itself:
-
-   watch [SECONDS] SHOW             repeats any show above, every 2 s unless told otherwise: what changed
-                                    stands out, with its rate a second; Ctrl-C or q ends it
+These are zelctl's own
+   watch [SECONDS] SHOW             repeats any show, every 2 s or as told:
+                                    what changed stands out, with its rate a
+                                    second; Ctrl-C or q ends it
    help                             prints this
    quit                             leaves the prompt
 
-Options:
+Options
+   --socket PATH                    the agent's socket; else $ZEL_SOCKET; else
+                                    zelagent/socket in $XDG_RUNTIME_DIR, in /run
+                                    for root, else /tmp/zelagent-UID/socket
+   --silo DIR                       the shared tables' folder; else in memory
+   --complete LINE                  prints what may come next, for shells
+   --help                           prints this
+   --version                        prints the version
 
-   --socket PATH                    the agent's socket; else $ZEL_SOCKET; else zelagent/socket below
-                                    $XDG_RUNTIME_DIR, below /run for root, else /tmp/zelagent-UID/socket
-   --silo DIR                       the shared tables are in files there; else in shared memory
-   --complete LINE                  prints what may come next in the line, for shells
-   --help, --version                print this, or the version
-
-A command that is refused prints one line on standard error, beginning "% ", and ends with status 1.
+A command that is refused prints one line on standard error, beginning "% ", and
+ends with status 1.
 )";
 
 } // namespace

@@ -176,7 +176,7 @@ class Watcher {
          lines.push_back(std::move(line));
       }
       if (!error_.empty()) {
-         lines.push_back("\x1b[1m" + (error_ + "; trying again").substr(0, size.width) + "\x1b[0m");
+         lines.push_back("\x1b[1m" + ("(trying again) " + error_).substr(0, size.width) + "\x1b[0m");
       }
       picture_.clear();
       for (const String& line : lines) {
