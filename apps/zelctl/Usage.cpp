@@ -13,7 +13,7 @@ constexpr const char* beginning = R"(Usage: zelctl [OPTION]... COMMAND [WORD]...
 Words may be shortened while they stay clear; Tab completes them at the prompt.
 
 Dropped frames?  'counters show drop nonzero' says which ports dropped them and
-why. If it shows nothing, 'counters show pipeline nonzero' says how far they got.
+why. If that is empty, 'counters show pipeline nonzero' says how far they got.
 
 counters ...                        asks the running zelagent
    show drop                        dropped frames by port and reason
@@ -50,10 +50,10 @@ These show what the agent publishes, from the shared tables, also when none runs
 
 constexpr const char* end = R"(     INTF                           these only; 'interfaces' shows them whole
      nonzero                        leaves out what is 0
-     rates                          not of nat: a second, in the last poll
+     rates                          not of nat: per second, in the last poll
      errors                         of interfaces: errors, discards, and suspect
-                                    steps, which are too big for the port's speed
-     raw                            not of queues and nat: the chip's own counts,
+                                    steps: those too big for the port's speed
+     raw                            not of queues, nat: the chip's own counts,
                                     which wrap and may jump
      json                           for programs
 
