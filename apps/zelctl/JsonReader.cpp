@@ -97,7 +97,7 @@ class Reader {
             fail("':'");
          }
          ++at_;
-         value->members.emplace_back(std::move(key), any(depth));
+         value->members.push_back({std::move(key), any(depth)});
       }
       ++at_;
    }

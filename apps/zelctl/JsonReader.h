@@ -4,10 +4,11 @@
 #include "kiln/Types.h"
 
 #include <string_view>
-#include <utility>
 #include <vector>
 
 namespace ZelCtl {
+
+struct JsonMember;
 
 // Numbers are whole, not negative, and fit 64 bits; a key comes once in an object; strings are UTF-8.
 struct JsonValue {
@@ -18,10 +19,15 @@ struct JsonValue {
    U64 number = 0;
    Kiln::String text;
    std::vector<JsonValue> items;
-   std::vector<std::pair<Kiln::String, JsonValue>> members; // in the order of the text
+   std::vector<JsonMember> members; // in the order of the text
 
    // The member of an object; null when it has none, or is none.
    const JsonValue* member(std::string_view name) const;
+};
+
+struct JsonMember {
+   Kiln::String key;
+   JsonValue value;
 };
 
 constexpr unsigned jsonDepth = 32; // lists and objects within each other

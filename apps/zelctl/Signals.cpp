@@ -1,6 +1,8 @@
 // Handlers that write the signal's number into a pipe.
 #include "Signals.h"
 
+#include "kiln/Types.h"
+
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -18,7 +20,7 @@ std::array<struct sigaction, caught.size()> formerActions;
 
 void note(int signal) {
    const int error = errno;
-   const auto byte = static_cast<char>(signal);
+   const auto byte = static_cast<U8>(signal);
    // A pipe that is full holds enough to be read.
    [[maybe_unused]] const ssize_t written = write(pipeEnds[1], &byte, 1);
    errno = error;
@@ -50,7 +52,7 @@ int Signals::fd() const {
 }
 
 void Signals::drain() {
-   for (char signal = 0; read(pipeEnds[0], &signal, 1) == 1;) {
+   for (U8 signal = 0; read(pipeEnds[0], &signal, 1) == 1;) {
       if (signal == SIGINT) {
          wasInterrupted_ = true;
       } else if (signal == SIGWINCH) {

@@ -101,10 +101,10 @@ TEST(CountersDocumentTest, BecomesTables) {
 }
 
 TEST(CountersDocumentTest, AnotherDocumentIsRefused) {
-   for (const char* text :
-        {"[]", "{\"chips\":{}}", "{\"chips\":[{}]}", "{\"chips\":[{\"chip\":\"Zel0\"}]}", "x",
-         "{\"chips\":[{\"chip\":\"Zel0\",\"tables\":[{\"title\":\"T\",\"counters\":[],"
-         "\"notes\":[],\"rows\":[{\"a\":[]}]}]}]}"}) {
+   const String nested = "{\"chips\":[{\"chip\":\"Zel0\",\"tables\":[{\"title\":\"T\",\"counters\":[],"
+                         "\"notes\":[],\"rows\":[{\"a\":[]}]}]}]}";
+   for (const String& text : {String("[]"), String("{\"chips\":{}}"), String("{\"chips\":[{}]}"),
+                              String("{\"chips\":[{\"chip\":\"Zel0\"}]}"), String("x"), nested}) {
       EXPECT_NE(problem([&] { ZelCtl::readCountersDocument(text); }).find("cannot be read"), String::npos)
            << text;
    }
