@@ -21,8 +21,10 @@ struct TableView {
       unsigned width; // at least; numbers stand at its right end
       Holds holds;
    };
+   // A count that was never read, which people see as 0; a note says why.
+   struct Unread {};
    // A number, or a text; where a number belongs the text stands for its absence.
-   using Cell = std::variant<U64, Kiln::String>;
+   using Cell = std::variant<U64, Kiln::String, Unread>;
 
    Kiln::String title;
    std::vector<Column> columns;

@@ -138,8 +138,8 @@ TableView ZelCounters::dropView(const Pelt::IntfId& intf, bool nonZeroOnly) {
             const U64 packets = drops[point].sinceClear(reason);
             const bool isShown = packets != 0 || (!nonZeroOnly && reason < table.reasons.size());
             if (isShown) {
-               view.rows.push_back(
-                    {port.intf.text(), Kiln::String(table.point), reasonText(table, reason), packets});
+               view.rows.push_back({port.intf.text(), Kiln::String(table.point), reasonText(table, reason),
+                                    drops[point].cell(reason)});
             }
          }
       }

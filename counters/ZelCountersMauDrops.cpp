@@ -83,10 +83,10 @@ TableView ZelCounters::mauDropView(const Pelt::IntfId& intf, std::optional<U16> 
    }
    for (U32 onPipe = pipe.value_or(0); onPipe <= (pipe ? *pipe : highestPipe()); ++onPipe) {
       for (std::size_t at = 0; at < places.size(); ++at) {
-         const U64 drops = mauDropCounts_.sinceClear(onPipe * places.size() + at);
-         if (!nonZeroOnly || drops != 0) {
-            view.rows.push_back(
-                 {U64{onPipe}, Kiln::String(places[at].name), Kiln::String(places[at].decides), drops});
+         const std::size_t index = onPipe * places.size() + at;
+         if (!nonZeroOnly || mauDropCounts_.sinceClear(index) != 0) {
+            view.rows.push_back({U64{onPipe}, Kiln::String(places[at].name), Kiln::String(places[at].decides),
+                                 mauDropCounts_.cell(index)});
          }
       }
    }

@@ -66,7 +66,8 @@ TableView ZelCounters::pipelineView(std::optional<U32> stage, std::optional<U16>
          const U64 out = pipelineCounts_.sinceClear(index + 1);
          const U64 dropped = pipelineCounts_.sinceClear(index + 2);
          if (!nonZeroOnly || in != 0 || out != 0 || dropped != 0) {
-            view.rows.push_back({U64{onPipe}, Kiln::String(stageNames[at]), in, out, dropped});
+            view.rows.push_back({U64{onPipe}, Kiln::String(stageNames[at]), pipelineCounts_.cell(index),
+                                 pipelineCounts_.cell(index + 1), pipelineCounts_.cell(index + 2)});
          }
       }
    }

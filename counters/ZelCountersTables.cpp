@@ -89,11 +89,6 @@ std::vector<TableView::Cell> directCells(const ZlTableCounter& info, const Kiln:
    return cells;
 }
 
-void showUninitialized(ShowOutput& out, U32 tableId) {
-   const Kiln::String name = "Counter table " + std::to_string(static_cast<int>(tableId));
-   out.noTable(name, name + " not initialized yet");
-}
-
 Kiln::String readError(U32 status) {
    return "Got error " + std::to_string(static_cast<int>(status)) + " retrieving the counters";
 }
@@ -157,7 +152,7 @@ void ZelCounters::showAllTableCounters(ShowOutput& out, bool nonZeroOnly) {
 
 void ZelCounters::showTableCounters(ShowOutput& out, U32 tableId, bool nonZeroOnly) {
    if (!initializedCounter(tableId)) {
-      showUninitialized(out, tableId);
+      showUninitialized(out, tableId, ZelId::ZelPipeId::allPipes());
       return;
    }
    const PipeRange range = tablePipes(tableId);
@@ -171,12 +166,12 @@ void ZelCounters::showTableCountersPipe(ShowOutput& out, U32 tableId, ZelId::Zel
                                         bool nonZeroOnly) {
    if (!initializedCounter(tableId)) {
       KILN_TRACE(8, "Counters not initialized yet");
-      showUninitialized(out, tableId);
+      showUninitialized(out, tableId, pipeId);
       return;
    }
    if (!firstPollingComplete()) {
       KILN_TRACE(8, "First polling still pending");
-      showUninitialized(out, tableId);
+      showUninitialized(out, tableId, pipeId);
       return;
    }
    KILN_ASSERT_TEXT(tableId < countersNum(), "tableId < countersNum");
@@ -198,6 +193,13 @@ void ZelCounters::showTableCountersPipe(ShowOutput& out, U32 tableId, ZelId::Zel
 Kiln::String ZelCounters::tableTitle(const ZlTableCounter& info, ZelId::ZelPipeId pipeId) const {
    return (info.direct ? "Table: " : "Counter: ") + info.name + ", DevId: " + std::to_string(deviceId()) +
           ", PipeId: " + hexText(pipeId);
+}
+
+void ZelCounters::showUninitialized(ShowOutput& out, U32 tableId, ZelId::ZelPipeId pipeId) const {
+   const Kiln::String number = "Counter table " + std::to_string(static_cast<int>(tableId));
+   const ZlTableCounter* const info =
+        tableId < countersNum() ? zlResourceInfoIntf()->zlTableCounter(tableId) : nullptr;
+   out.noTable(info != nullptr ? tableTitle(*info, pipeId) : number, number + " not initialized yet");
 }
 
 Kiln::String ZelCounters::entryDetails(U32 tableHandle, S32 entry) const {

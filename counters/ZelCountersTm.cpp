@@ -97,9 +97,11 @@ TableView ZelCounters::tmView(std::optional<U16> pipe, bool nonZeroOnly) {
             continue;
          }
          const Kiln::String state = stateOf(now);
-         view.rows.push_back({U64{onPipe}, Kiln::String(type.name), count,
-                              type.isTotal ? TableView::Cell(now.bytes - then.bytes) : Kiln::String("-"),
-                              state});
+         const auto cell = [&](U64 number) {
+            return now.isRead ? TableView::Cell(number) : TableView::Unread();
+         };
+         view.rows.push_back({U64{onPipe}, Kiln::String(type.name), cell(count),
+                              type.isTotal ? cell(now.bytes - then.bytes) : Kiln::String("-"), state});
          if (state != readState) {
             view.unprintedNotes.push_back("Pipe " + std::to_string(onPipe) + ", " + type.name + ": " + state);
          }
