@@ -63,10 +63,10 @@ void ZelCounters::fetchAllMauDropCounters() {
 
 TableView ZelCounters::mauDropView(const Pelt::IntfId& intf, std::optional<U16> pipe, bool nonZeroOnly) {
    TableView view{"MAU and deparser drops since the last clear, chip " + chipName(),
-                  {{"Pipe", 4, Holds::number},
-                   {"Place", 16, Holds::text},
-                   {"Decides", 18, Holds::text},
-                   {"Packets", 16, Holds::counter}}};
+                  {{"Pipe", Holds::number, 4},
+                   {"Place", Holds::text, 16},
+                   {"Decides", Holds::text, 18},
+                   {"Packets", Holds::counter, 16}}};
    if (!intf.empty()) {
       const ZelSystem::PortRecord& port = systemStatus()->portInfo(intf);
       if (port.devId != deviceId()) {

@@ -23,15 +23,14 @@ constexpr U32 printedIndexMask = 0x3FFFFFFF;
 
 using Holds = TableView::Holds;
 
-constexpr TableView::Column catalogueColumns[] = {{"Id", 3, Holds::number},      {"Counter", 40, Holds::text},
-                                                  {"Handle", 10, Holds::text},   {"Size", 8, Holds::number},
-                                                  {"Type", 8, Holds::text},      {"Per-pipe", 1, Holds::text},
-                                                  {"Pkts/Bytes", 3, Holds::text}};
+constexpr TableView::Column catalogueColumns[] = {
+     {"Id", Holds::number}, {"Counter", Holds::text},  {"Handle", Holds::text},    {"Size", Holds::number},
+     {"Type", Holds::text}, {"Per-pipe", Holds::text}, {"Pkts/Bytes", Holds::text}};
 constexpr TableView::Column indirectColumns[] = {
-     {"Index", 14, Holds::number}, {"Packets", 14, Holds::counter}, {"Bytes", 14, Holds::counter}};
-constexpr TableView::Column detailsColumn{"Details", 46, Holds::text};
-constexpr TableView::Column packetsColumn{"Packets", 14, Holds::counter};
-constexpr TableView::Column bytesColumn{"Bytes", 14, Holds::counter};
+     {"Index", Holds::number}, {"Packets", Holds::counter}, {"Bytes", Holds::counter}};
+constexpr TableView::Column detailsColumn{"Details", Holds::text};
+constexpr TableView::Column packetsColumn{"Packets", Holds::counter};
+constexpr TableView::Column bytesColumn{"Bytes", Holds::counter};
 
 // A direct table shows what it counts.
 std::vector<TableView::Column> directColumns(const ZlTableCounter& info) {

@@ -74,11 +74,11 @@ void ZelCounters::tmCounterIs(const PipeTmCounterKey& key, bf_status_t status,
 
 TableView ZelCounters::tmView(std::optional<U16> pipe, bool nonZeroOnly) {
    TableView view{"Traffic manager since the last clear, chip " + chipName(),
-                  {{"Pipe", 4, Holds::number},
-                   {"Counter", 21, Holds::text},
-                   {"Packets or cells", 16, Holds::counter},
-                   {"Bytes", 18, Holds::counter},
-                   {"State", 12, Holds::remark}}};
+                  {{"Pipe", Holds::number, 4},
+                   {"Counter", Holds::text, 21},
+                   {"Packets or cells", Holds::counter, 16},
+                   {"Bytes", Holds::counter, 18},
+                   {"State", Holds::remark, 12}}};
    if (!context_.tmCountersData) {
       view.notes.emplace_back("No traffic-manager counters are kept");
       return view;

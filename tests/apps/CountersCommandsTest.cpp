@@ -1,6 +1,7 @@
 // The grammar of the counters commands, and which chips they reach.
 #include "Rig.h"
 #include "ZelCountersCli.h"
+#include "kiln/Trace.h"
 
 #include <random>
 #include <sstream>
@@ -208,6 +209,35 @@ TEST_F(CountersCommandsTest, AnInterfaceWithoutPdpCountersGetsItsOwnLine) {
    EXPECT_NE(ask("show pdp intf Ethernet3").text.find("Ethernet3                  default"), String::npos);
    EXPECT_EQ(ask("show pdp intf Ethernet4").text,
              "No PDP counters of interface Ethernet4: its port has none\n");
+}
+
+// Each answer of a simulation that is traced goes to standard output, too, whoever wrote it.
+TEST_F(CountersCommandsTest, AreEchoedInASimulation) {
+   setenv("SIMULATION_VMID", "1", 1);
+   start({.chips = 1, .pipes = 1, .ports = 2});
+   unsetenv("SIMULATION_VMID");
+   Kiln::ActivityManager::instance()->advance(4.0);
+   {
+      const auto lock = Kiln::ActivityLockAnchor::lock();
+      agent_->portDel(Pelt::IntfId("Ethernet2"));
+   }
+   String error;
+   const std::vector<const char*> commands = {
+        "show mac", "show info json", "show pdp intf Ethernet2", "clear table vlanB pipe 0",
+        "show mac", "clear mac"};
+   for (std::size_t i = 0; i < commands.size(); ++i) {
+      agent_->countersMgr().zelCounters(0)->initializedIs(i < 4);
+      EXPECT_TRUE(Kiln::traceSettingIs("ZelCounters/8", &error)) << error;
+      testing::internal::CaptureStderr(); // the trace's own lines
+      testing::internal::CaptureStdout();
+      const String text = ask(commands[i]).text;
+      std::fflush(stdout);
+      EXPECT_EQ(testing::internal::GetCapturedStdout(), text) << commands[i];
+      EXPECT_NE(text, "") << commands[i];
+      testing::internal::GetCapturedStderr();
+      EXPECT_TRUE(Kiln::traceSettingIs("ZelCounters/9", &error)) << error;
+   }
+   EXPECT_EQ(ZelCounter::ZelCounters::echo(), false);
 }
 
 TEST_F(CountersCommandsTest, AreCompletedByTheirGrammar) {
