@@ -1,4 +1,4 @@
-// Show operations as one JSON document for all the chips that a command is about: docs/json.md.
+// Show operations as one JSON document for all the chips that a command is about: docs/command-channel.md.
 #pragma once
 
 #include "ShowOutput.h"

@@ -11,18 +11,20 @@ namespace ZelCounter {
 struct TableView {
    // Labels tell a row from the others of its table; counters are what moves.
    enum class Holds : U8 {
-      text,    // a label
-      number,  // a label
-      counter, //
-      remark,  // text for people; for programs it is among the notes
+      text,   // a label
+      number, // a label
+      counter,
+      remark, // text for people; for programs it is among the notes
    };
    struct Column {
       const char* name;
-      unsigned width; // at least; numbers stand at its right end
       Holds holds;
+      unsigned width = 0; // at least, of a view's; numbers stand at its right end
    };
+   // A count that was never read, which people see as 0; a note says why.
+   struct Unread {};
    // A number, or a text; where a number belongs the text stands for its absence.
-   using Cell = std::variant<U64, Kiln::String>;
+   using Cell = std::variant<U64, Kiln::String, Unread>;
 
    Kiln::String title;
    std::vector<Column> columns;

@@ -37,6 +37,12 @@ U64 numberOf(const Cell& cell) {
    return std::get<U64>(cell);
 }
 
+// Zero when it was never read.
+U64 countOf(const Cell& cell) {
+   const U64* const number = std::get_if<U64>(&cell);
+   return number != nullptr ? *number : 0;
+}
+
 const char* textOf(const Cell& cell) {
    return std::get<Kiln::String>(cell).c_str();
 }
@@ -201,9 +207,8 @@ void TextShow::printViewLine(std::span<const Cell> cells) {
       const TableView::Column& column = columns_[i];
       const bool isRight =
            column.holds == TableView::Holds::number || column.holds == TableView::Holds::counter;
-      const U64* const number = std::get_if<U64>(&cells[i]);
-      const Kiln::String text =
-           number != nullptr ? std::to_string(*number) : std::get<Kiln::String>(cells[i]);
+      const Kiln::String* const label = std::get_if<Kiln::String>(&cells[i]);
+      const Kiln::String text = label != nullptr ? *label : std::to_string(countOf(cells[i]));
       const Kiln::String padding(column.width > text.size() ? column.width - text.size() : 0, ' ');
       line += "  " + (isRight ? padding + text : text + padding);
    }

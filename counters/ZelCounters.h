@@ -282,6 +282,7 @@ class ZelCounters : public Kiln::Entity {
 
    U32 countersNum() const;
    Kiln::String tableTitle(const ZlResourceInfo::ZlTableCounter& info, ZelId::ZelPipeId pipeId) const;
+   void showUninitialized(ShowOutput& out, U32 tableId, ZelId::ZelPipeId pipeId) const;
    void showDirectTable(ShowOutput& out, const ZlResourceInfo::ZlTableCounter* info, ZelId::ZelPipeId pipeId,
                         bool nonZeroOnly);
    void showIndirectTable(ShowOutput& out, const ZlResourceInfo::ZlTableCounter& info,

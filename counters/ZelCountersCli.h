@@ -5,7 +5,7 @@
 // Keywords and options may be shortened to any beginning that only one of them has in its place, and so may
 // names of counter tables, where a whole name comes first, then an option, then the beginning of a name. Names
 // of chips and interfaces are given whole. Options stand last, in any order, each at most once: of a show
-// command `json` puts the answer into a document (docs/json.md).
+// command `json` puts the answer into a document (docs/command-channel.md).
 #pragma once
 
 #include "agent/AgentCommand.h"

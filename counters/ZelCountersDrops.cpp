@@ -120,10 +120,10 @@ std::vector<Kiln::String> ZelCounters::readDrops(std::span<const DropPort> ports
 
 TableView ZelCounters::dropView(const Pelt::IntfId& intf, bool nonZeroOnly) {
    TableView view{"Drops by port since the last clear, chip " + chipName(),
-                  {{"Interface", 16, Holds::text},
-                   {"Point", 7, Holds::text},
-                   {"Reason", 24, Holds::text},
-                   {"Packets", 16, Holds::counter}}};
+                  {{"Interface", Holds::text, 16},
+                   {"Point", Holds::text, 7},
+                   {"Reason", Holds::text, 24},
+                   {"Packets", Holds::counter, 16}}};
    const std::vector<DropPort> ports = dropPorts(intf);
    if (ports.empty() && !intf.empty()) {
       view.notes.push_back("Interface " + intf.text() + " has no port on chip " + chipName());
@@ -138,8 +138,8 @@ TableView ZelCounters::dropView(const Pelt::IntfId& intf, bool nonZeroOnly) {
             const U64 packets = drops[point].sinceClear(reason);
             const bool isShown = packets != 0 || (!nonZeroOnly && reason < table.reasons.size());
             if (isShown) {
-               view.rows.push_back(
-                    {port.intf.text(), Kiln::String(table.point), reasonText(table, reason), packets});
+               view.rows.push_back({port.intf.text(), Kiln::String(table.point), reasonText(table, reason),
+                                    drops[point].cell(reason)});
             }
          }
       }

@@ -12,8 +12,8 @@ namespace ZelCounter {
 
 namespace {
 
-constexpr TableView::Column columns[] = {{"Counter", 40, TableView::Holds::text},
-                                         {"Value", 15, TableView::Holds::counter}};
+constexpr TableView::Column columns[] = {{"Counter", TableView::Holds::text},
+                                         {"Value", TableView::Holds::counter}};
 
 } // namespace
 

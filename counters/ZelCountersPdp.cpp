@@ -27,9 +27,9 @@ const Kiln::String defaultClassName = "default";
 constexpr const char* title = "PDP Class Counters";
 constexpr const char* notFetched = "PDP counters not fetched yet";
 
-constexpr TableView::Column columns[] = {{"Interface", 14, TableView::Holds::text},
-                                         {"Class", 24, TableView::Holds::text},
-                                         {"Packets", 18, TableView::Holds::counter}};
+constexpr TableView::Column columns[] = {{"Interface", TableView::Holds::text},
+                                         {"Class", TableView::Holds::text},
+                                         {"Packets", TableView::Holds::counter}};
 
 using Line = std::array<TableView::Cell, std::size(columns)>;
 

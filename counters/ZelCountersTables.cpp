@@ -23,15 +23,14 @@ constexpr U32 printedIndexMask = 0x3FFFFFFF;
 
 using Holds = TableView::Holds;
 
-constexpr TableView::Column catalogueColumns[] = {{"Id", 3, Holds::number},      {"Counter", 40, Holds::text},
-                                                  {"Handle", 10, Holds::text},   {"Size", 8, Holds::number},
-                                                  {"Type", 8, Holds::text},      {"Per-pipe", 1, Holds::text},
-                                                  {"Pkts/Bytes", 3, Holds::text}};
+constexpr TableView::Column catalogueColumns[] = {
+     {"Id", Holds::number}, {"Counter", Holds::text},  {"Handle", Holds::text},    {"Size", Holds::number},
+     {"Type", Holds::text}, {"Per-pipe", Holds::text}, {"Pkts/Bytes", Holds::text}};
 constexpr TableView::Column indirectColumns[] = {
-     {"Index", 14, Holds::number}, {"Packets", 14, Holds::counter}, {"Bytes", 14, Holds::counter}};
-constexpr TableView::Column detailsColumn{"Details", 46, Holds::text};
-constexpr TableView::Column packetsColumn{"Packets", 14, Holds::counter};
-constexpr TableView::Column bytesColumn{"Bytes", 14, Holds::counter};
+     {"Index", Holds::number}, {"Packets", Holds::counter}, {"Bytes", Holds::counter}};
+constexpr TableView::Column detailsColumn{"Details", Holds::text};
+constexpr TableView::Column packetsColumn{"Packets", Holds::counter};
+constexpr TableView::Column bytesColumn{"Bytes", Holds::counter};
 
 // A direct table shows what it counts.
 std::vector<TableView::Column> directColumns(const ZlTableCounter& info) {
@@ -87,11 +86,6 @@ std::vector<TableView::Cell> directCells(const ZlTableCounter& info, const Kiln:
       cells.emplace_back(U64{value.bytes});
    }
    return cells;
-}
-
-void showUninitialized(ShowOutput& out, U32 tableId) {
-   const Kiln::String name = "Counter table " + std::to_string(static_cast<int>(tableId));
-   out.noTable(name, name + " not initialized yet");
 }
 
 Kiln::String readError(U32 status) {
@@ -157,7 +151,7 @@ void ZelCounters::showAllTableCounters(ShowOutput& out, bool nonZeroOnly) {
 
 void ZelCounters::showTableCounters(ShowOutput& out, U32 tableId, bool nonZeroOnly) {
    if (!initializedCounter(tableId)) {
-      showUninitialized(out, tableId);
+      showUninitialized(out, tableId, ZelId::ZelPipeId::allPipes());
       return;
    }
    const PipeRange range = tablePipes(tableId);
@@ -171,12 +165,12 @@ void ZelCounters::showTableCountersPipe(ShowOutput& out, U32 tableId, ZelId::Zel
                                         bool nonZeroOnly) {
    if (!initializedCounter(tableId)) {
       KILN_TRACE(8, "Counters not initialized yet");
-      showUninitialized(out, tableId);
+      showUninitialized(out, tableId, pipeId);
       return;
    }
    if (!firstPollingComplete()) {
       KILN_TRACE(8, "First polling still pending");
-      showUninitialized(out, tableId);
+      showUninitialized(out, tableId, pipeId);
       return;
    }
    KILN_ASSERT_TEXT(tableId < countersNum(), "tableId < countersNum");
@@ -198,6 +192,13 @@ void ZelCounters::showTableCountersPipe(ShowOutput& out, U32 tableId, ZelId::Zel
 Kiln::String ZelCounters::tableTitle(const ZlTableCounter& info, ZelId::ZelPipeId pipeId) const {
    return (info.direct ? "Table: " : "Counter: ") + info.name + ", DevId: " + std::to_string(deviceId()) +
           ", PipeId: " + hexText(pipeId);
+}
+
+void ZelCounters::showUninitialized(ShowOutput& out, U32 tableId, ZelId::ZelPipeId pipeId) const {
+   const Kiln::String number = "Counter table " + std::to_string(static_cast<int>(tableId));
+   const ZlTableCounter* const info =
+        tableId < countersNum() ? zlResourceInfoIntf()->zlTableCounter(tableId) : nullptr;
+   out.noTable(info != nullptr ? tableTitle(*info, pipeId) : number, number + " not initialized yet");
 }
 
 Kiln::String ZelCounters::entryDetails(U32 tableHandle, S32 entry) const {

@@ -74,11 +74,11 @@ void ZelCounters::tmCounterIs(const PipeTmCounterKey& key, bf_status_t status,
 
 TableView ZelCounters::tmView(std::optional<U16> pipe, bool nonZeroOnly) {
    TableView view{"Traffic manager since the last clear, chip " + chipName(),
-                  {{"Pipe", 4, Holds::number},
-                   {"Counter", 21, Holds::text},
-                   {"Packets or cells", 16, Holds::counter},
-                   {"Bytes", 18, Holds::counter},
-                   {"State", 12, Holds::remark}}};
+                  {{"Pipe", Holds::number, 4},
+                   {"Counter", Holds::text, 21},
+                   {"Packets or cells", Holds::counter, 16},
+                   {"Bytes", Holds::counter, 18},
+                   {"State", Holds::remark, 12}}};
    if (!context_.tmCountersData) {
       view.notes.emplace_back("No traffic-manager counters are kept");
       return view;
@@ -97,9 +97,11 @@ TableView ZelCounters::tmView(std::optional<U16> pipe, bool nonZeroOnly) {
             continue;
          }
          const Kiln::String state = stateOf(now);
-         view.rows.push_back({U64{onPipe}, Kiln::String(type.name), count,
-                              type.isTotal ? TableView::Cell(now.bytes - then.bytes) : Kiln::String("-"),
-                              state});
+         const auto cell = [&](U64 number) {
+            return now.isRead ? TableView::Cell(number) : TableView::Unread();
+         };
+         view.rows.push_back({U64{onPipe}, Kiln::String(type.name), cell(count),
+                              type.isTotal ? cell(now.bytes - then.bytes) : Kiln::String("-"), state});
          if (state != readState) {
             view.unprintedNotes.push_back("Pipe " + std::to_string(onPipe) + ", " + type.name + ": " + state);
          }
