@@ -7,6 +7,7 @@
 #include "RecordViewer.h"
 #include "Terminal.h"
 #include "Usage.h"
+#include "Utf8.h"
 #include "Watch.h"
 #include "agent/CommandRunner.h"
 #include "vex/PublishedRecords.h"
@@ -88,7 +89,7 @@ Silo::Store Client::store() const {
 }
 
 int complain(std::string_view problem) {
-   std::cerr << "% " << problem << '\n';
+   std::cerr << "% " << printable(problem) << '\n';
    return refused;
 }
 

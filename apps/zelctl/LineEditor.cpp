@@ -24,11 +24,7 @@ std::size_t columnsAt(const String& text, std::size_t at) {
 }
 
 std::size_t columnsBetween(const String& text, std::size_t begin, std::size_t end) {
-   std::size_t columns = 0;
-   for (std::size_t at = begin; at < end; at += codePointAt(text, at).length) {
-      columns += columnsAt(text, at);
-   }
-   return columns;
+   return begin < end ? columnsIn(std::string_view(text).substr(begin, end - begin)) : 0;
 }
 
 } // namespace

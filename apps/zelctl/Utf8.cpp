@@ -84,6 +84,25 @@ unsigned columnsOf(char32_t value) {
    return 1;
 }
 
+std::size_t columnsIn(std::string_view text) {
+   std::size_t columns = 0;
+   for (std::size_t at = 0; at < text.size(); at += codePointAt(text, at).length) {
+      columns += columnsOf(codePointAt(text, at).value);
+   }
+   return columns;
+}
+
+Kiln::String cutTo(std::string_view text, std::size_t columns) {
+   std::size_t at = 0;
+   for (std::size_t used = 0; at < text.size(); at += codePointAt(text, at).length) {
+      used += columnsOf(codePointAt(text, at).value);
+      if (used > columns) {
+         break;
+      }
+   }
+   return Kiln::String(text.substr(0, at));
+}
+
 bool isControl(char32_t value) {
    return value < 0x20 || (value >= 0x7f && value < 0xa0);
 }

@@ -24,6 +24,11 @@ void addCodePoint(Kiln::String* text, char32_t value);
 // Columns that it takes on a terminal: 0 for what joins the one before, 2 for wide East Asian ones and pictures.
 unsigned columnsOf(char32_t value);
 
+std::size_t columnsIn(std::string_view text);
+
+// The beginning of the text that takes at most so many columns.
+Kiln::String cutTo(std::string_view text, std::size_t columns);
+
 // A control character, of either set: never sent to a terminal.
 bool isControl(char32_t value);
 

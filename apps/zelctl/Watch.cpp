@@ -4,6 +4,7 @@
 #include "CommandWords.h"
 #include "RecordRequest.h"
 #include "Terminal.h"
+#include "Utf8.h"
 #include "WatchText.h"
 #include "kiln/Choices.h"
 #include "kiln/Numbers.h"
@@ -138,7 +139,7 @@ class Watcher {
          sinceLast_ = lastRound_ ? now - *lastRound_ : 0;
          lastRound_ = now;
          tables_ = changes_.compare(round.tables, now);
-         heading_ = joined(request_.words) + ", " + clockText() +
+         heading_ = printable(joined(request_.words)) + ", " + clockText() +
                     (sinceLast_ > 0 ? ", " + secondsText(sinceLast_) + " after the round before" : "");
       }
       return show();
@@ -170,13 +171,13 @@ class Watcher {
    void drawPicture() {
       const TerminalSize size = terminalSize();
       const std::size_t frame = 2; // the lines above and below
-      std::vector<String> lines{"\x1b[7m" + (heading_ + "; q ends").substr(0, size.width) + "\x1b[0m"};
+      std::vector<String> lines{"\x1b[7m" + cutTo(heading_ + "; q ends", size.width) + "\x1b[0m"};
       for (String& line :
            layOut(tables_, {size.width, std::max<std::size_t>(size.height, 4) - frame, true})) {
          lines.push_back(std::move(line));
       }
       if (!error_.empty()) {
-         lines.push_back("\x1b[1m" + ("(trying again) " + error_).substr(0, size.width) + "\x1b[0m");
+         lines.push_back("\x1b[1m" + cutTo("(trying again) " + error_, size.width) + "\x1b[0m");
       }
       picture_.clear();
       for (const String& line : lines) {

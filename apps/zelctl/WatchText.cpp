@@ -18,26 +18,6 @@ constexpr const char* bold = "\x1b[1m";
 constexpr const char* plain = "\x1b[0m";
 constexpr const char* gap = "  ";
 
-std::size_t columnsIn(const String& text) {
-   std::size_t columns = 0;
-   for (std::size_t at = 0; at < text.size(); at += codePointAt(text, at).length) {
-      columns += columnsOf(codePointAt(text, at).value);
-   }
-   return columns;
-}
-
-// The beginning of the text that takes at most so many columns.
-String cutTo(const String& text, std::size_t columns) {
-   std::size_t at = 0;
-   for (std::size_t used = 0; at < text.size(); at += codePointAt(text, at).length) {
-      used += columnsOf(codePointAt(text, at).value);
-      if (used > columns) {
-         break;
-      }
-   }
-   return text.substr(0, at);
-}
-
 // One column as it is printed: a cell of the rows, or its rate.
 struct Column {
    std::size_t cell;
