@@ -181,7 +181,7 @@ const Kiln::Ptr<PipeTmCounterSm>& ZelCounters::pipeTmCounterSmIs(const PipeTmCou
    return *pipeTmCounterSm_.find(key);
 }
 
-bool ZelCounters::echo() const {
+bool ZelCounters::echo() {
    return simulationFlag && traceHandle.isOn(8);
 }
 

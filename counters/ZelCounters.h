@@ -4,10 +4,9 @@
 #include "CliPortDropData.h"
 #include "IntfQueueCounters.h"
 #include "PipeTmCounterSm.h"
-#include "TableView.h"
+#include "ShowOutput.h"
 #include "ZelCountersTypes.h"
 #include "kiln/Accessors.h"
-#include "kiln/TextOutput.h"
 #include "sdk/bf_port.h"
 #include "sdk/bf_tm.h"
 #include "vex/SharedTables.h"
@@ -33,10 +32,10 @@ class ZelCountersSm;
 // One a chip, owned by the counters manager. Everything runs under the activity lock: on the activity thread,
 // or in an SDK callback that took it.
 //
-// Show and clear operations write to the descriptor that they are given and do not own; they never block on
-// more than it does, and an output that takes no more ends them early. Of a chip whose construction is not
+// Show and clear operations write text to the descriptor that they are given and do not own; they never block
+// on more than it does, and an output that takes no more ends them early. Of a chip whose construction is not
 // complete they write "Agent not initialized yet"; the table and PDP operations leave that to the command
-// layer.
+// layer. The overloads with a ShowOutput are the same operations; what becomes of the rows is its business.
 //
 // A chip without a resource-info service counts ports only: it has no counter tables and no table pollers.
 class ZelCounters : public Kiln::Entity {
@@ -90,6 +89,8 @@ class ZelCounters : public Kiln::Entity {
    // True in a process that was started with SIMULATION_VMID in its environment; set as the first chip comes
    // up.
    static bool simulation();
+   // Whether what is written to a command goes to standard output, too.
+   static bool echo();
 
    // The chip goes away: it takes no more completions and asks for nothing more. Idempotent; the last pointer to a
    // chip that was not stopped must be given up under the activity lock.
@@ -112,20 +113,26 @@ class ZelCounters : public Kiln::Entity {
                                  const Kiln::Ptr<VexTypes::IntfCounters>& previous);
 
    void showMacCounters(U32 fd, const Pelt::IntfId& intf, bool nonZeroOnly);
+   void showMacCounters(ShowOutput& out, const Pelt::IntfId& intf, bool nonZeroOnly);
    void showAllMacCounters(U32 fd, bool nonZeroOnly);
+   void showAllMacCounters(ShowOutput& out, bool nonZeroOnly);
    // Clearing moves the interface's clear snapshot only: neither the hardware nor what is published.
    void clearMacCounters(U32 fd, const Pelt::IntfId& intf);
    void clearAllMacCounters(U32 fd);
 
    // Lists the counter tables.
    void showCountersInfo(U32 fd);
+   void showCountersInfo(ShowOutput& out);
    // Print the SDK's software copy of a table, which is at most one sync pass old. A table that is not
    // initialized, or a chip whose first pass is not complete, answers with a line that says so. The id is one
    // of the catalogue's (assertion). A pipe is given for a per-pipe table (assertion) and refused, with a
    // line, for any other.
    void showTableCounters(U32 fd, U32 tableId, bool nonZeroOnly);
+   void showTableCounters(ShowOutput& out, U32 tableId, bool nonZeroOnly);
    void showTableCountersPipe(U32 fd, U32 tableId, ZelId::ZelPipeId pipeId, bool nonZeroOnly);
+   void showTableCountersPipe(ShowOutput& out, U32 tableId, ZelId::ZelPipeId pipeId, bool nonZeroOnly);
    void showAllTableCounters(U32 fd, bool nonZeroOnly);
+   void showAllTableCounters(ShowOutput& out, bool nonZeroOnly);
    // Write zero to the entries of a table of one pipe, or of all. Tables whose counts belong to another
    // service are left alone. A refusal by the SDK, but for "not supported", is an assertion.
    void clearTableCounters(U32 fd, U32 tableId, ZelId::ZelPipeId pipeId);
@@ -142,13 +149,17 @@ class ZelCounters : public Kiln::Entity {
    // has been printed.
    bool showPdpIntfCounters(U32 fd, const Pelt::IntfId& intf, bool headerDisplayed, bool nonZeroOnly,
                             bool footer);
+   bool showPdpIntfCounters(ShowOutput& out, const Pelt::IntfId& intf, bool headerDisplayed, bool nonZeroOnly,
+                            bool footer);
    void showAllPdpIntfCounters(U32 fd, bool nonZeroOnly);
+   void showAllPdpIntfCounters(ShowOutput& out, bool nonZeroOnly);
    // Moves the clear snapshot of every interface to what was fetched last; the hardware keeps its counts.
    void clearAllPdpIntfCounters(U32 fd);
 
    // Everything: the views below in one fixed order, and the clears in another. PDP class counters are as
    // fetched last.
    void showCounters(U32 fd, bool nonZeroOnly);
+   void showCounters(ShowOutput& out, bool nonZeroOnly);
    void clearCounters(U32 fd);
 
    // The views below come as rows, which the show operations print. Counts are those since the last clear; a
@@ -264,28 +275,30 @@ class ZelCounters : public Kiln::Entity {
    void refreshOwnPorts();
    void requestPort(const Pelt::IntfId& intf, U16 devicePort);
    void fakePort(const FakeCounter& fake, U16 devicePort);
-   bool echo() const;
-   bool answeredUninitialized(Kiln::TextOutput& out) const;
-   void printMacCounters(Kiln::TextOutput& out, const Pelt::IntfId& intf, bool nonZeroOnly);
+   bool answeredUninitialized(ShowOutput& out) const;
 
    void initializePerPipeCounters();
    int entryScopeIs(U32 tableIndex, U32 scope) const;
 
    U32 countersNum() const;
-   void printTable(Kiln::TextOutput& out, U32 tableId, bool nonZeroOnly);
-   void printTablePipe(Kiln::TextOutput& out, U32 tableId, ZelId::ZelPipeId pipeId, bool nonZeroOnly);
-   void printDirectTable(Kiln::TextOutput& out, const ZlResourceInfo::ZlTableCounter* info,
-                         ZelId::ZelPipeId pipeId, bool nonZeroOnly);
-   void printIndirectTable(Kiln::TextOutput& out, const ZlResourceInfo::ZlTableCounter& info,
-                           ZelId::ZelPipeId pipeId, bool nonZeroOnly);
+   Kiln::String tableTitle(const ZlResourceInfo::ZlTableCounter& info, ZelId::ZelPipeId pipeId) const;
+   void showUninitialized(ShowOutput& out, U32 tableId, ZelId::ZelPipeId pipeId) const;
+   void showDirectTable(ShowOutput& out, const ZlResourceInfo::ZlTableCounter* info, ZelId::ZelPipeId pipeId,
+                        bool nonZeroOnly);
+   void showIndirectTable(ShowOutput& out, const ZlResourceInfo::ZlTableCounter& info,
+                          ZelId::ZelPipeId pipeId, bool nonZeroOnly);
+   bool directRows(ShowOutput& out, const ZlResourceInfo::ZlTableCounter& info, ZelId::ZelPipeId pipeId,
+                   bool nonZeroOnly) const;
+   void indirectRows(ShowOutput& out, const ZlResourceInfo::ZlTableCounter& info, ZelId::ZelPipeId pipeId,
+                     bool nonZeroOnly) const;
    Kiln::String entryDetails(U32 tableHandle, S32 entry) const;
    bool fetchPdpPipe(const ZlResourceInfo::ZlTableCounter& info, U32 pipe);
    ZelQos::PdpIntfCounter* pdpCounterOf(U32 localPortKey);
-   bool printPdpIntf(Kiln::TextOutput& out, const Pelt::IntfId& intf, bool headerDisplayed, bool nonZeroOnly,
-                     bool footer);
+   bool pdpRows(ShowOutput& out, const Pelt::IntfId& intf, bool nonZeroOnly);
    bool isProtected(const ZlResourceInfo::ZlTableCounter& info) const;
 
    void showView(U32 fd, const std::function<TableView()>& view) const;
+   void showView(ShowOutput& out, const std::function<TableView()>& view) const;
    void clearWith(U32 fd, const std::function<void()>& clear) const;
    Kiln::String readPipelineStage(U32 pipe, U32 stage);
    void resetTmCounters();

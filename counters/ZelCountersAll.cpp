@@ -1,33 +1,50 @@
 // The commands that show and clear everything of a chip, and what show and clear operations share.
+#include "TextShow.h"
 #include "ZelCounters.h"
 #include "ZelCountersTrace.h"
 
 namespace ZelCounter {
 
-void ZelCounters::showView(U32 fd, const std::function<TableView()>& view) const {
-   Kiln::TextOutput out(static_cast<int>(fd), echo());
+bool ZelCounters::answeredUninitialized(ShowOutput& out) const {
+   if (!initialized()) {
+      out.uninitialized();
+   }
+   return !initialized();
+}
+
+void ZelCounters::showView(ShowOutput& out, const std::function<TableView()>& view) const {
    if (!answeredUninitialized(out)) {
-      print(out, view());
+      out.view(view());
    }
 }
 
+void ZelCounters::showView(U32 fd, const std::function<TableView()>& view) const {
+   TextShow out(fd, echo());
+   showView(out, view);
+}
+
 void ZelCounters::clearWith(U32 fd, const std::function<void()>& clear) const {
-   Kiln::TextOutput out(static_cast<int>(fd), echo());
+   TextShow out(fd, echo());
    if (!answeredUninitialized(out)) {
       clear();
    }
 }
 
 void ZelCounters::showCounters(U32 fd, bool nonZeroOnly) {
+   TextShow out(fd, echo());
+   showCounters(out, nonZeroOnly);
+}
+
+void ZelCounters::showCounters(ShowOutput& out, bool nonZeroOnly) {
    KILN_TRACE(8, "ZelCounters::"
                       << "showCounters");
-   showAllTableCounters(fd, nonZeroOnly);
-   showAllMacCounters(fd, nonZeroOnly);
-   showAllPipelineCounters(fd, nonZeroOnly);
-   showAllPdpIntfCounters(fd, nonZeroOnly);
-   showAllDropCounters(fd, nonZeroOnly);
+   showAllTableCounters(out, nonZeroOnly);
+   showAllMacCounters(out, nonZeroOnly);
+   showView(out, [&] { return pipelineView({}, {}, nonZeroOnly); });
+   showAllPdpIntfCounters(out, nonZeroOnly);
+   showView(out, [&] { return dropView({}, nonZeroOnly); });
    fetchAllMauDropCounters();
-   showAllMauDropCounters(fd, nonZeroOnly);
+   showView(out, [&] { return mauDropView({}, {}, nonZeroOnly); });
 }
 
 void ZelCounters::clearCounters(U32 fd) {

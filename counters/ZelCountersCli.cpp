@@ -1,6 +1,7 @@
 // The grammar of the diagnostic counters commands, and the parser that reads it.
 #include "ZelCountersCli.h"
 
+#include "TextShow.h"
 #include "ZelCountersMgrCli.h"
 #include "kiln/Choices.h"
 
@@ -14,7 +15,7 @@ namespace {
 // An interface or a stage has to be named; a table may be.
 enum class Operand : U8 { none, interface, table, stage };
 
-enum Takes : U8 { nothing = 0, nonZero = 1, pipe = 2 };
+enum Takes : U8 { nothing = 0, nonZero = 1, pipe = 2, json = 4 };
 
 // One command. `takes` are its options.
 struct Row {
@@ -25,20 +26,20 @@ struct Row {
    ChipOperation operation;
 };
 
-void showMacIntf(ZelCounters& chip, U32 fd, const ChipArguments& arguments) {
-   chip.showMacCounters(fd, arguments.intf, arguments.nonZeroOnly);
+void showMacIntf(ZelCounters& chip, ShowOutput& out, const ChipArguments& arguments) {
+   chip.showMacCounters(out, arguments.intf, arguments.nonZeroOnly);
 }
 
-void showMac(ZelCounters& chip, U32 fd, const ChipArguments& arguments) {
-   chip.showAllMacCounters(fd, arguments.nonZeroOnly);
+void showMac(ZelCounters& chip, ShowOutput& out, const ChipArguments& arguments) {
+   chip.showAllMacCounters(out, arguments.nonZeroOnly);
 }
 
 void clearMac(ZelCounters& chip, U32 fd, const ChipArguments& /*arguments*/) {
    chip.clearAllMacCounters(fd);
 }
 
-void showInfo(ZelCounters& chip, U32 fd, const ChipArguments& /*arguments*/) {
-   chip.showCountersInfo(fd);
+void showInfo(ZelCounters& chip, ShowOutput& out, const ChipArguments& /*arguments*/) {
+   chip.showCountersInfo(out);
 }
 
 // The tables that one pipe is asked of when no table is named: a symmetric one has no pipes to tell apart.
@@ -51,18 +52,18 @@ void forEachPerPipeTable(const ZelCounters& chip, Visit visit) {
    }
 }
 
-void showTable(ZelCounters& chip, U32 fd, const ChipArguments& arguments) {
+void showTable(ZelCounters& chip, ShowOutput& out, const ChipArguments& arguments) {
    const bool nonZeroOnly = arguments.nonZeroOnly;
    if (!arguments.tableId && !arguments.pipe) {
-      chip.showAllTableCounters(fd, nonZeroOnly);
+      chip.showAllTableCounters(out, nonZeroOnly);
    } else if (!arguments.pipe) {
-      chip.showTableCounters(fd, *arguments.tableId, nonZeroOnly);
+      chip.showTableCounters(out, *arguments.tableId, nonZeroOnly);
    } else if (arguments.tableId) {
-      chip.showTableCountersPipe(fd, *arguments.tableId, *arguments.pipe, nonZeroOnly);
+      chip.showTableCountersPipe(out, *arguments.tableId, *arguments.pipe, nonZeroOnly);
    } else {
       forEachPerPipeTable(chip, [&](U32 id) {
-         chip.showTableCountersPipe(fd, id, *arguments.pipe, nonZeroOnly);
-         Kiln::TextOutput(static_cast<int>(fd)).write("\n");
+         chip.showTableCountersPipe(out, id, *arguments.pipe, nonZeroOnly);
+         out.blankLine();
       });
    }
 }
@@ -81,23 +82,23 @@ void clearTable(ZelCounters& chip, U32 fd, const ChipArguments& arguments) {
       chip.clearTableCounters(fd, *arguments.tableId, *arguments.pipe);
    } else {
       // As the show operation answers it.
-      Kiln::TextOutput(static_cast<int>(fd)).write("Symmetric counters cannot have a pipe option\n");
+      TextShow(fd, ZelCounters::echo()).noTable("", symmetricText);
    }
 }
 
-void showPdpIntf(ZelCounters& chip, U32 fd, const ChipArguments& arguments) {
+void showPdpIntf(ZelCounters& chip, ShowOutput& out, const ChipArguments& arguments) {
    chip.fetchPdpCounters();
    if (chip.pdpCountersFetched() && !chip.pdpCountersLast().contains(arguments.intf)) {
-      Kiln::TextOutput(static_cast<int>(fd))
-           .write("No PDP counters of interface " + arguments.intf.text() + ": its port has none\n");
+      out.noTable("PDP Class Counters",
+                  "No PDP counters of interface " + arguments.intf.text() + ": its port has none");
       return;
    }
-   chip.showPdpIntfCounters(fd, arguments.intf, false, arguments.nonZeroOnly, true);
+   chip.showPdpIntfCounters(out, arguments.intf, false, arguments.nonZeroOnly, true);
 }
 
-void showPdp(ZelCounters& chip, U32 fd, const ChipArguments& arguments) {
+void showPdp(ZelCounters& chip, ShowOutput& out, const ChipArguments& arguments) {
    chip.fetchPdpCounters();
-   chip.showAllPdpIntfCounters(fd, arguments.nonZeroOnly);
+   chip.showAllPdpIntfCounters(out, arguments.nonZeroOnly);
 }
 
 void clearPdp(ZelCounters& chip, U32 fd, const ChipArguments& /*arguments*/) {
@@ -105,38 +106,31 @@ void clearPdp(ZelCounters& chip, U32 fd, const ChipArguments& /*arguments*/) {
    chip.clearAllPdpIntfCounters(fd);
 }
 
-void showPipelineStage(ZelCounters& chip, U32 fd, const ChipArguments& arguments) {
-   chip.showPipelineCounters(fd, arguments.stage, arguments.nonZeroOnly, arguments.pipe);
+void showPipelineStage(ZelCounters& chip, ShowOutput& out, const ChipArguments& arguments) {
+   out.view(chip.pipelineView(arguments.stage, arguments.pipe, arguments.nonZeroOnly));
 }
 
-void showPipeline(ZelCounters& chip, U32 fd, const ChipArguments& arguments) {
-   chip.showAllPipelineCounters(fd, arguments.nonZeroOnly, arguments.pipe);
+void showPipeline(ZelCounters& chip, ShowOutput& out, const ChipArguments& arguments) {
+   out.view(chip.pipelineView({}, arguments.pipe, arguments.nonZeroOnly));
 }
 
 void clearPipeline(ZelCounters& chip, U32 fd, const ChipArguments& /*arguments*/) {
    chip.clearAllPipelineCounters(fd);
 }
 
-void showDropInterface(ZelCounters& chip, U32 fd, const ChipArguments& arguments) {
-   chip.showDropCounters(fd, arguments.intf, arguments.nonZeroOnly);
-}
-
-void showDrop(ZelCounters& chip, U32 fd, const ChipArguments& arguments) {
-   chip.showAllDropCounters(fd, arguments.nonZeroOnly);
+// Of one interface, or of all.
+void showDrop(ZelCounters& chip, ShowOutput& out, const ChipArguments& arguments) {
+   out.view(chip.dropView(arguments.intf, arguments.nonZeroOnly));
 }
 
 void clearDrop(ZelCounters& chip, U32 fd, const ChipArguments& /*arguments*/) {
    chip.clearAllDropCounters(fd);
 }
 
-void showMauDropIntf(ZelCounters& chip, U32 fd, const ChipArguments& arguments) {
+// Of one interface's pipe, of one pipe, or of all.
+void showMauDrop(ZelCounters& chip, ShowOutput& out, const ChipArguments& arguments) {
    chip.fetchAllMauDropCounters();
-   chip.showMauDropCounters(fd, arguments.intf, arguments.nonZeroOnly);
-}
-
-void showMauDrop(ZelCounters& chip, U32 fd, const ChipArguments& arguments) {
-   chip.fetchAllMauDropCounters();
-   chip.showAllMauDropCounters(fd, arguments.nonZeroOnly, arguments.pipe);
+   out.view(chip.mauDropView(arguments.intf, arguments.pipe, arguments.nonZeroOnly));
 }
 
 void clearMauDrop(ZelCounters& chip, U32 fd, const ChipArguments& /*arguments*/) {
@@ -144,8 +138,8 @@ void clearMauDrop(ZelCounters& chip, U32 fd, const ChipArguments& /*arguments*/)
    chip.clearAllMauDropCounters(fd);
 }
 
-void showTm(ZelCounters& chip, U32 fd, const ChipArguments& arguments) {
-   chip.showAllTmCounters(fd, arguments.nonZeroOnly, arguments.pipe);
+void showTm(ZelCounters& chip, ShowOutput& out, const ChipArguments& arguments) {
+   out.view(chip.tmView(arguments.pipe, arguments.nonZeroOnly));
 }
 
 void clearTm(ZelCounters& chip, U32 fd, const ChipArguments& /*arguments*/) {
@@ -159,9 +153,9 @@ void fetchPdpWherePresent(ZelCounters& chip) {
    }
 }
 
-void showAll(ZelCounters& chip, U32 fd, const ChipArguments& arguments) {
+void showAll(ZelCounters& chip, ShowOutput& out, const ChipArguments& arguments) {
    fetchPdpWherePresent(chip);
-   chip.showCounters(fd, arguments.nonZeroOnly);
+   chip.showCounters(out, arguments.nonZeroOnly);
 }
 
 void clearAll(ZelCounters& chip, U32 fd, const ChipArguments& /*arguments*/) {
@@ -170,20 +164,20 @@ void clearAll(ZelCounters& chip, U32 fd, const ChipArguments& /*arguments*/) {
 }
 
 constexpr std::array rows{
-     Row{"show info", Operand::none, nothing, true, showInfo},
-     Row{"show table", Operand::table, nonZero | pipe, true, showTable},
-     Row{"show mac intf", Operand::interface, nonZero, false, showMacIntf},
-     Row{"show mac", Operand::none, nonZero, false, showMac},
-     Row{"show pdp intf", Operand::interface, nonZero, true, showPdpIntf},
-     Row{"show pdp", Operand::none, nonZero, true, showPdp},
-     Row{"show pipeline stage", Operand::stage, nonZero | pipe, false, showPipelineStage},
-     Row{"show pipeline", Operand::none, nonZero | pipe, false, showPipeline},
-     Row{"show drop interface", Operand::interface, nonZero, false, showDropInterface},
-     Row{"show drop", Operand::none, nonZero, false, showDrop},
-     Row{"show mau-deparser-drop intf", Operand::interface, nonZero, false, showMauDropIntf},
-     Row{"show mau-deparser-drop", Operand::none, nonZero | pipe, false, showMauDrop},
-     Row{"show traffic-manager", Operand::none, nonZero | pipe, false, showTm},
-     Row{"show", Operand::none, nonZero, false, showAll},
+     Row{"show info", Operand::none, json, true, showInfo},
+     Row{"show table", Operand::table, nonZero | pipe | json, true, showTable},
+     Row{"show mac intf", Operand::interface, nonZero | json, false, showMacIntf},
+     Row{"show mac", Operand::none, nonZero | json, false, showMac},
+     Row{"show pdp intf", Operand::interface, nonZero | json, true, showPdpIntf},
+     Row{"show pdp", Operand::none, nonZero | json, true, showPdp},
+     Row{"show pipeline stage", Operand::stage, nonZero | pipe | json, false, showPipelineStage},
+     Row{"show pipeline", Operand::none, nonZero | pipe | json, false, showPipeline},
+     Row{"show drop interface", Operand::interface, nonZero | json, false, showDrop},
+     Row{"show drop", Operand::none, nonZero | json, false, showDrop},
+     Row{"show mau-deparser-drop intf", Operand::interface, nonZero | json, false, showMauDrop},
+     Row{"show mau-deparser-drop", Operand::none, nonZero | pipe | json, false, showMauDrop},
+     Row{"show traffic-manager", Operand::none, nonZero | pipe | json, false, showTm},
+     Row{"show", Operand::none, nonZero | json, false, showAll},
      Row{"clear table", Operand::table, pipe, true, clearTable},
      Row{"clear mac", Operand::none, nothing, false, clearMac},
      Row{"clear pdp", Operand::none, nothing, true, clearPdp},
@@ -197,6 +191,7 @@ constexpr std::array rows{
 constexpr std::string_view chipKeyword = "chip";
 constexpr std::string_view nonZeroOption = "nonzero";
 constexpr std::string_view pipeOption = "pipe";
+constexpr std::string_view jsonOption = "json";
 
 // The row's keyword at a depth; empty beyond its last.
 std::string_view keywordAt(const Row& row, std::size_t depth) {
@@ -232,10 +227,20 @@ class Parser {
       return error_;
    }
 
+   // What the word after them may be, once they were parsed.
+   const std::vector<Kiln::String>& next() const { return next_; }
+
  private:
    using Words = std::vector<Kiln::String>;
 
    bool atEnd() const { return at_ == words_.size(); }
+
+   // The next word may be one of these: said wherever one would be taken.
+   void expect(const Words& words) {
+      if (atEnd()) {
+         next_.insert(next_.end(), words.begin(), words.end());
+      }
+   }
 
    // "'show mac'", what was understood so far; nothing at the beginning.
    Kiln::String understood() const {
@@ -249,6 +254,7 @@ class Parser {
    // The one of the choices that the next word is, or abbreviates; else empty, with the error. `mayEnd` adds
    // to the error that the command may also end here.
    Kiln::String choose(const Words& all, bool mayEnd) {
+      expect(all);
       Words expectedHere = all;
       if (mayEnd) {
          expectedHere.emplace_back("nothing more");
@@ -305,6 +311,9 @@ class Parser {
       if ((row.takes & nonZero) != 0) {
          options.emplace_back(nonZeroOption);
       }
+      if ((row.takes & json) != 0) {
+         options.emplace_back(jsonOption);
+      }
       return options;
    }
 
@@ -319,6 +328,7 @@ class Parser {
       first.emplace_back(chipKeyword);
       Kiln::String chosen = choose(first, false);
       if (chosen == chipKeyword) {
+         expect(mgrCli_.chipNames());
          if (atEnd()) {
             error_ = "chip needs a name: expected " + mgrCli_.chipChoices();
             return false;
@@ -339,6 +349,7 @@ class Parser {
          const Row* row = completeRow();
          const Words keywords = nextKeywords();
          if (row != nullptr && (keywords.empty() || atEnd())) {
+            expect(keywords);
             return row;
          }
          Words all = keywords;
@@ -360,7 +371,9 @@ class Parser {
    }
 
    bool parseOperand(const Row& row) {
-      if (row.operand == Operand::table && !atEnd() && isTable(row)) {
+      if (row.operand == Operand::table && atEnd()) {
+         expect(mgrCli_.tableNames(command_->chip));
+      } else if (row.operand == Operand::table && isTable(row)) {
          command_->table = words_[at_++];
       }
       if (row.operand == Operand::stage) {
@@ -370,6 +383,7 @@ class Parser {
          return true;
       }
       if (atEnd()) {
+         expect(mgrCli_.interfaceNames(command_->chip));
          error_ = "the command is incomplete" + understood() + ": expected an interface's name";
          return false;
       }
@@ -399,18 +413,24 @@ class Parser {
       Words left = optionsOf(row);
       while (!atEnd()) {
          const Kiln::String chosen = choose(left, true);
-         if (chosen.empty()) {
+         if (chosen.empty() || (chosen == pipeOption && !parsePipe())) {
             return;
          }
          std::erase(left, chosen);
-         if (chosen == nonZeroOption) {
-            command_->nonZeroOnly = true;
-         } else if (atEnd()) {
-            error_ = "pipe needs a pipe's number";
-         } else {
-            command_->pipe = words_[at_++];
-         }
+         command_->nonZeroOnly |= chosen == nonZeroOption;
+         command_->json |= chosen == jsonOption;
       }
+      expect(left);
+   }
+
+   bool parsePipe() {
+      if (atEnd()) {
+         expect(mgrCli_.pipeNumbers(command_->chip));
+         error_ = "pipe needs a pipe's number";
+         return false;
+      }
+      command_->pipe = words_[at_++];
+      return true;
    }
 
    const Words& words_;
@@ -420,6 +440,7 @@ class Parser {
    std::vector<const Row*> candidates_;
    ZelCountersCommand* command_ = nullptr;
    Kiln::String error_;
+   Words next_;
 };
 
 } // namespace
@@ -438,6 +459,17 @@ Agent::CommandResult ZelCountersCli::command(const std::vector<Kiln::String>& wo
       return {error};
    }
    return mgrCli.run(command, fd);
+}
+
+std::vector<Kiln::String> ZelCountersCli::completions(const std::vector<Kiln::String>& words) const {
+   if (mgr_ == nullptr) {
+      return {};
+   }
+   const ZelCountersMgrCli mgrCli(mgr_);
+   ZelCountersCommand command;
+   Parser parser(words, mgrCli);
+   parser.parse(&command);
+   return mgrCli.areNamesKnown(command) ? parser.next() : std::vector<Kiln::String>();
 }
 
 } // namespace ZelCounter

@@ -4,7 +4,8 @@
 //
 // Keywords and options may be shortened to any beginning that only one of them has in its place, and so may
 // names of counter tables, where a whole name comes first, then an option, then the beginning of a name. Names
-// of chips and interfaces are given whole. Options stand last, in any order, each at most once.
+// of chips and interfaces are given whole. Options stand last, in any order, each at most once: of a show
+// command `json` puts the answer into a document (docs/command-channel.md).
 #pragma once
 
 #include "agent/AgentCommand.h"
@@ -20,6 +21,7 @@ class ZelCountersCli : public Agent::AgentCommandCallback {
    ZelCountersCli(Kiln::Name name, Kiln::String commandType, ZelCountersMgr* mgr);
 
    Agent::CommandResult command(const std::vector<Kiln::String>& words, int fd) override;
+   std::vector<Kiln::String> completions(const std::vector<Kiln::String>& words) const override;
    void mgrDel() { mgr_ = nullptr; }
 
  private:

@@ -13,6 +13,7 @@ namespace ZelCounter {
 
 namespace {
 
+using Holds = TableView::Holds;
 using ZlDrop::Point;
 using ZlDrop::reasonsPerPort;
 using ZlResourceInfo::ZlTableCounter;
@@ -118,11 +119,11 @@ std::vector<Kiln::String> ZelCounters::readDrops(std::span<const DropPort> ports
 }
 
 TableView ZelCounters::dropView(const Pelt::IntfId& intf, bool nonZeroOnly) {
-   TableView view{
-        "Drops by port since the last clear, chip " + chipName(),
-        {{"Interface", 16, false}, {"Point", 7, false}, {"Reason", 24, false}, {"Packets", 16, true}},
-        {},
-        {}};
+   TableView view{"Drops by port since the last clear, chip " + chipName(),
+                  {{"Interface", Holds::text, 16},
+                   {"Point", Holds::text, 7},
+                   {"Reason", Holds::text, 24},
+                   {"Packets", Holds::counter, 16}}};
    const std::vector<DropPort> ports = dropPorts(intf);
    if (ports.empty() && !intf.empty()) {
       view.notes.push_back("Interface " + intf.text() + " has no port on chip " + chipName());
@@ -137,8 +138,8 @@ TableView ZelCounters::dropView(const Pelt::IntfId& intf, bool nonZeroOnly) {
             const U64 packets = drops[point].sinceClear(reason);
             const bool isShown = packets != 0 || (!nonZeroOnly && reason < table.reasons.size());
             if (isShown) {
-               view.rows.push_back(
-                    {port.intf.text(), Kiln::String(table.point), reasonText(table, reason), packets});
+               view.rows.push_back({port.intf.text(), Kiln::String(table.point), reasonText(table, reason),
+                                    drops[point].cell(reason)});
             }
          }
       }

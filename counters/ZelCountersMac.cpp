@@ -1,24 +1,28 @@
 // The MAC counter commands of a chip.
 #include "PortSorter.h"
+#include "TextShow.h"
 #include "ZelCounters.h"
 #include "ZelCountersTrace.h"
 #include "kiln/Assert.h"
 
+#include <array>
+#include <string>
+
 namespace ZelCounter {
 
-bool ZelCounters::answeredUninitialized(Kiln::TextOutput& out) const {
-   if (!initialized()) {
-      out.write("Agent not initialized yet");
-   }
-   return !initialized();
-}
+namespace {
+
+constexpr TableView::Column columns[] = {{"Counter", TableView::Holds::text},
+                                         {"Value", TableView::Holds::counter}};
+
+} // namespace
 
 void ZelCounters::showMacCounters(U32 fd, const Pelt::IntfId& intf, bool nonZeroOnly) {
-   Kiln::TextOutput out(static_cast<int>(fd), echo());
-   printMacCounters(out, intf, nonZeroOnly);
+   TextShow out(fd, echo());
+   showMacCounters(out, intf, nonZeroOnly);
 }
 
-void ZelCounters::printMacCounters(Kiln::TextOutput& out, const Pelt::IntfId& intf, bool nonZeroOnly) {
+void ZelCounters::showMacCounters(ShowOutput& out, const Pelt::IntfId& intf, bool nonZeroOnly) {
    KILN_TRACE(8, "ZelCounters::"
                       << "showMacCounters"
                       << ", intf: " << intf << ", nonZeroOnly: " << nonZeroOnly);
@@ -30,7 +34,9 @@ void ZelCounters::printMacCounters(Kiln::TextOutput& out, const Pelt::IntfId& in
    if (!last || !clear) {
       return;
    }
-   bool headerWritten = false;
+   out.tableBegin(
+        {"Intf " + intf.text() + " (" + std::to_string(systemStatus()->portInfo(intf).devicePort) + ")",
+         columns, TableLayout::mac, HeadingTime::withFirstRow});
    for (std::size_t i = 0; i < BF_NUM_RMON_COUNTERS; ++i) {
       if (clear->counters(i) > last->counters(i)) {
          // The hardware counted backwards, as after a port reset: from here on the raw totals are shown.
@@ -45,19 +51,17 @@ void ZelCounters::printMacCounters(Kiln::TextOutput& out, const Pelt::IntfId& in
       const char* name = nullptr;
       const bf_status_t rc = bf_port_rmon_counter_to_str(static_cast<int>(i), &name);
       KILN_ASSERT(rc == BF_SUCCESS);
-      if (!headerWritten) {
-         out.print("Intf %s (%d):\n", intf.text().c_str(), systemStatus()->portInfo(intf).devicePort);
-         headerWritten = true;
-      }
-      out.print("%-40s    %15lld\n", name, static_cast<long long>(value));
+      out.row(std::array<TableView::Cell, 2>{Kiln::String(name), value});
    }
-   if (headerWritten) {
-      out.write("\n");
-   }
+   out.tableEnd();
 }
 
 void ZelCounters::showAllMacCounters(U32 fd, bool nonZeroOnly) {
-   Kiln::TextOutput out(static_cast<int>(fd), echo());
+   TextShow out(fd, echo());
+   showAllMacCounters(out, nonZeroOnly);
+}
+
+void ZelCounters::showAllMacCounters(ShowOutput& out, bool nonZeroOnly) {
    KILN_TRACE(8, "ZelCounters::"
                       << "showAllMacCounters");
    if (answeredUninitialized(out)) {
@@ -70,16 +74,16 @@ void ZelCounters::showAllMacCounters(U32 fd, bool nonZeroOnly) {
       }
    }
    for (const auto& [port, intf] : sorter.entryId()) {
-      printMacCounters(out, intf, nonZeroOnly);
+      showMacCounters(out, intf, nonZeroOnly);
    }
-   out.write("\n");
+   out.blankLine();
 }
 
 void ZelCounters::clearMacCounters(U32 fd, const Pelt::IntfId& intf) {
    KILN_TRACE(8, "ZelCounters::"
                       << "clearMacCounters"
                       << ", intf: " << intf);
-   Kiln::TextOutput out(static_cast<int>(fd), echo());
+   TextShow out(fd, echo());
    if (answeredUninitialized(out)) {
       return;
    }

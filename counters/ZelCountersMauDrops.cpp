@@ -10,6 +10,8 @@ namespace ZelCounter {
 
 namespace {
 
+using Holds = TableView::Holds;
+
 // In the order in which a frame passes them.
 struct DropPlace {
    const char* name;
@@ -61,9 +63,10 @@ void ZelCounters::fetchAllMauDropCounters() {
 
 TableView ZelCounters::mauDropView(const Pelt::IntfId& intf, std::optional<U16> pipe, bool nonZeroOnly) {
    TableView view{"MAU and deparser drops since the last clear, chip " + chipName(),
-                  {{"Pipe", 4, true}, {"Place", 16, false}, {"Decides", 18, false}, {"Packets", 16, true}},
-                  {},
-                  {}};
+                  {{"Pipe", Holds::number, 4},
+                   {"Place", Holds::text, 16},
+                   {"Decides", Holds::text, 18},
+                   {"Packets", Holds::counter, 16}}};
    if (!intf.empty()) {
       const ZelSystem::PortRecord& port = systemStatus()->portInfo(intf);
       if (port.devId != deviceId()) {
@@ -80,10 +83,10 @@ TableView ZelCounters::mauDropView(const Pelt::IntfId& intf, std::optional<U16> 
    }
    for (U32 onPipe = pipe.value_or(0); onPipe <= (pipe ? *pipe : highestPipe()); ++onPipe) {
       for (std::size_t at = 0; at < places.size(); ++at) {
-         const U64 drops = mauDropCounts_.sinceClear(onPipe * places.size() + at);
-         if (!nonZeroOnly || drops != 0) {
-            view.rows.push_back(
-                 {U64{onPipe}, Kiln::String(places[at].name), Kiln::String(places[at].decides), drops});
+         const std::size_t index = onPipe * places.size() + at;
+         if (!nonZeroOnly || mauDropCounts_.sinceClear(index) != 0) {
+            view.rows.push_back({U64{onPipe}, Kiln::String(places[at].name), Kiln::String(places[at].decides),
+                                 mauDropCounts_.cell(index)});
          }
       }
    }

@@ -1,6 +1,8 @@
 // Finds the chips that a command runs on.
 #include "ZelCountersMgrCli.h"
 
+#include "JsonShow.h"
+#include "TextShow.h"
 #include "ZelCountersMgr.h"
 #include "kiln/Choices.h"
 #include "kiln/Numbers.h"
@@ -20,11 +22,23 @@ ZelCountersMgrCli::Chips ZelCountersMgrCli::chipsInDeviceOrder() const {
    return chips;
 }
 
-Kiln::String ZelCountersMgrCli::chipChoices() const {
+// Device order, all of them without a name.
+ZelCountersMgrCli::Chips ZelCountersMgrCli::chipsOf(const std::optional<Kiln::String>& name) const {
+   Chips chips = chipsInDeviceOrder();
+   std::erase_if(chips, [&](const auto& chip) { return name && chip->chipName() != *name; });
+   return chips;
+}
+
+std::vector<Kiln::String> ZelCountersMgrCli::chipNames() const {
    std::vector<Kiln::String> names;
    for (const auto& chip : chipsInDeviceOrder()) {
       names.push_back(chip->chipName());
    }
+   return names;
+}
+
+Kiln::String ZelCountersMgrCli::chipChoices() const {
+   const std::vector<Kiln::String> names = chipNames();
    return names.empty() ? "no chip yet, since none is up" : Kiln::choices(names);
 }
 
@@ -40,6 +54,41 @@ std::vector<Pelt::IntfId> ZelCountersMgrCli::knownInterfaces() const {
       }
    }
    return {known.begin(), known.end()};
+}
+
+std::vector<Kiln::String> ZelCountersMgrCli::interfaceNames(const std::optional<Kiln::String>& chip) const {
+   const Chips chips = chipsOf(chip);
+   const ZelCounters* const named = chip && !chips.empty() ? chips.front().ptr() : nullptr;
+   std::vector<Kiln::String> names;
+   for (const Pelt::IntfId& intf : knownInterfaces()) {
+      if (ownerError(intf, named, ownersOf(intf)).empty()) {
+         names.push_back(intf.text());
+      }
+   }
+   return names;
+}
+
+std::vector<Kiln::String> ZelCountersMgrCli::tableNames(const std::optional<Kiln::String>& chip) const {
+   std::set<Kiln::String> names;
+   for (const auto& one : chipsOf(chip)) {
+      const U32 tables = one->zlResourceInfoIntf() ? one->zlResourceInfoIntf()->zlTableCountersNum() : 0;
+      for (U32 id = 0; id < tables; ++id) {
+         names.insert(one->zlResourceInfoIntf()->zlTableCounter(id)->name);
+      }
+   }
+   return {names.begin(), names.end()};
+}
+
+std::vector<Kiln::String> ZelCountersMgrCli::pipeNumbers(const std::optional<Kiln::String>& chip) const {
+   U32 pipes = 0;
+   for (const auto& one : chipsOf(chip)) {
+      pipes = std::max(pipes, one->highestPipe() + 1);
+   }
+   std::vector<Kiln::String> numbers;
+   for (U32 pipe = 0; pipe < pipes; ++pipe) {
+      numbers.push_back(std::to_string(pipe));
+   }
+   return numbers;
 }
 
 // The chip that has the port; an interface without a port is where it was last read.
@@ -72,18 +121,24 @@ Kiln::String ZelCountersMgrCli::selectInterface(const ZelCountersCommand& comman
       return Kiln::unknownInterface(*command.intf, names);
    }
    *intf = *found;
-   const Chips owners = ownersOf(*intf);
+   Chips owners = ownersOf(*intf);
+   const Kiln::String error = ownerError(*intf, command.chip ? chips->front().ptr() : nullptr, owners);
+   if (error.empty() && !command.chip) {
+      chips->swap(owners);
+   }
+   return error;
+}
+
+// What is wrong with asking the named chip for the interface, or, when none is named, its owners.
+Kiln::String ZelCountersMgrCli::ownerError(const Pelt::IntfId& intf, const ZelCounters* named,
+                                           const Chips& owners) const {
    if (owners.empty()) {
-      return "the chip of interface " + intf->text() + " is not up: device " +
-             std::to_string(mgr_->systemStatus()->portInfo(*intf).devId);
+      return "the chip of interface " + intf.text() + " is not up: device " +
+             std::to_string(mgr_->systemStatus()->portInfo(intf).devId);
    }
-   if (!command.chip) {
-      *chips = owners;
-      return "";
-   }
-   const ZelCounters& chip = *chips->front();
-   if (owners.front()->deviceId() != chip.deviceId() && !chip.macCountersLast().contains(*intf)) {
-      return "interface " + intf->text() + " is not on chip " + *command.chip + ": expected chip " +
+   if (named != nullptr && owners.front()->deviceId() != named->deviceId() &&
+       !named->macCountersLast().contains(intf)) {
+      return "interface " + intf.text() + " is not on chip " + named->chipName() + ": expected chip " +
              owners.front()->chipName();
    }
    return "";
@@ -172,7 +227,9 @@ Kiln::String ZelCountersMgrCli::selectOperands(const ZelCountersCommand& command
    return targets->empty() ? firstError : "";
 }
 
-Agent::CommandResult ZelCountersMgrCli::run(const ZelCountersCommand& command, int fd) const {
+// The chips that the command goes to, or what is wrong with it.
+Kiln::String ZelCountersMgrCli::select(const ZelCountersCommand& command,
+                                       std::vector<Target>* targets) const {
    Chips chips = chipsInDeviceOrder();
    ChipArguments arguments;
    arguments.stage = command.stage;
@@ -184,25 +241,71 @@ Agent::CommandResult ZelCountersMgrCli::run(const ZelCountersCommand& command, i
    if (error.empty() && command.intf) {
       error = selectInterface(command, &chips, &arguments.intf);
    }
-   std::vector<Target> targets;
    for (const auto& chip : chips) {
-      targets.push_back({chip, arguments});
+      targets->push_back({chip, arguments});
    }
    if (error.empty() && (command.needsTables || command.pipe)) {
-      error = selectOperands(command, &targets);
+      error = selectOperands(command, targets);
    }
+   return error;
+}
+
+bool ZelCountersMgrCli::areNamesKnown(const ZelCountersCommand& command) const {
+   std::vector<Target> targets;
+   return select(command, &targets).empty();
+}
+
+void ZelCountersMgrCli::clear(ClearOperation operation, const std::vector<Target>& targets, U32 fd) {
+   for (const Target& target : targets) {
+      if (target.chip->initialized()) {
+         operation(*target.chip, fd, target.arguments);
+      } else {
+         TextShow(fd, ZelCounters::echo()).uninitialized();
+      }
+   }
+}
+
+void ZelCountersMgrCli::show(ShowOperation operation, const Target& target, ShowOutput& out) {
+   if (target.chip->initialized()) {
+      operation(*target.chip, out, target.arguments);
+   } else {
+      out.uninitialized();
+   }
+}
+
+void ZelCountersMgrCli::showText(ShowOperation operation, const std::vector<Target>& targets, U32 fd) {
+   TextShow out(fd, ZelCounters::echo());
+   for (const Target& target : targets) {
+      show(operation, target, out);
+   }
+}
+
+void ZelCountersMgrCli::showJson(ShowOperation operation, const std::vector<Target>& targets, U32 fd) {
+   JsonShow out(fd, ZelCounters::echo());
+   for (const Target& target : targets) {
+      out.chipBegin(target.chip->chipName());
+      show(operation, target, out);
+      out.chipEnd();
+   }
+   out.documentEnd();
+}
+
+Agent::CommandResult ZelCountersMgrCli::run(const ZelCountersCommand& command, int fd) const {
+   std::vector<Target> targets;
+   const Kiln::String error = select(command, &targets);
    if (!error.empty()) {
       return {error};
    }
-   if (targets.empty()) {
-      Kiln::TextOutput(fd).write("No chip is up\n");
-   }
-   for (const Target& target : targets) {
-      if (target.chip->initialized()) {
-         command.operation(*target.chip, static_cast<U32>(fd), target.arguments);
-      } else {
-         Kiln::TextOutput(fd).write("Agent not initialized yet");
-      }
+   const auto output = static_cast<U32>(fd);
+   const ShowOperation* const showing = std::get_if<ShowOperation>(&command.operation);
+   if (showing != nullptr && command.json) {
+      showJson(*showing, targets, output);
+   } else if (targets.empty()) {
+      TextShow(output, ZelCounters::echo()).noTable("", "No chip is up");
+   } else if (showing != nullptr) {
+      showText(*showing, targets, output);
+   } else {
+      clear(std::get<ClearOperation>(command.operation), targets, output);
    }
    return {};
 }

@@ -5,6 +5,7 @@
 #include "agent/AgentCommand.h"
 
 #include <optional>
+#include <variant>
 
 namespace ZelCounter {
 
@@ -19,12 +20,14 @@ struct ChipArguments {
    bool nonZeroOnly = false;
 };
 
-// Carries a command out on one chip and writes its text to fd.
-using ChipOperation = void (*)(ZelCounters& chip, U32 fd, const ChipArguments& arguments);
+// Carry a command out on one chip.
+using ShowOperation = void (*)(ZelCounters& chip, ShowOutput& out, const ChipArguments& arguments);
+using ClearOperation = void (*)(ZelCounters& chip, U32 fd, const ChipArguments& arguments);
+using ChipOperation = std::variant<ShowOperation, ClearOperation>;
 
 // A command whose form is right and whose names are still text.
 struct ZelCountersCommand {
-   ChipOperation operation = nullptr;
+   ChipOperation operation;
    std::optional<Kiln::String> chip; // none: every chip
    std::optional<Kiln::String> intf;
    std::optional<Kiln::String> table; // id or name; none: every table
@@ -32,6 +35,7 @@ struct ZelCountersCommand {
    U32 stage = 0;                     // of the pipeline
    bool needsTables = false;          // the operation is about counter tables
    bool nonZeroOnly = false;
+   bool json = false; // of a show operation: one document instead of text
 };
 
 // Activity thread. Made for one command; the manager outlives it.
@@ -44,6 +48,13 @@ class ZelCountersMgrCli {
    // answers so.
    Agent::CommandResult run(const ZelCountersCommand& command, int fd) const;
 
+   // False when a name that the command has is unknown everywhere, so that it would be refused.
+   bool areNamesKnown(const ZelCountersCommand& command) const;
+   // What may be said of the named chip, or of any.
+   std::vector<Kiln::String> chipNames() const;
+   std::vector<Kiln::String> interfaceNames(const std::optional<Kiln::String>& chip) const;
+   std::vector<Kiln::String> tableNames(const std::optional<Kiln::String>& chip) const;
+   std::vector<Kiln::String> pipeNumbers(const std::optional<Kiln::String>& chip) const;
    // What may stand for a chip, for an error that lists the choices.
    Kiln::String chipChoices() const;
    // Whether a chip has a counter table of exactly this name.
@@ -59,11 +70,19 @@ class ZelCountersMgrCli {
    };
 
    Chips chipsInDeviceOrder() const;
+   Chips chipsOf(const std::optional<Kiln::String>& name) const;
    std::vector<Pelt::IntfId> knownInterfaces() const;
    Kiln::String selectChip(const Kiln::String& name, Chips* chips) const;
    Kiln::String selectInterface(const ZelCountersCommand& command, Chips* chips, Pelt::IntfId* intf) const;
    Chips ownersOf(const Pelt::IntfId& intf) const;
+   Kiln::String ownerError(const Pelt::IntfId& intf, const ZelCounters* named, const Chips& owners) const;
    static Kiln::String selectOperands(const ZelCountersCommand& command, std::vector<Target>* targets);
+   Kiln::String select(const ZelCountersCommand& command, std::vector<Target>* targets) const;
+
+   static void clear(ClearOperation operation, const std::vector<Target>& targets, U32 fd);
+   static void show(ShowOperation operation, const Target& target, ShowOutput& out);
+   static void showText(ShowOperation operation, const std::vector<Target>& targets, U32 fd);
+   static void showJson(ShowOperation operation, const std::vector<Target>& targets, U32 fd);
 
    const ZelCountersMgr* mgr_;
 };

@@ -1,12 +1,13 @@
 // The PDP class counters of a chip: their fetch and their commands.
 #include "CounterTableNames.h"
+#include "TextShow.h"
 #include "ZelCounters.h"
 #include "ZelCountersTrace.h"
 #include "kiln/Assert.h"
 #include "zl/ZelCountersIntf.h"
 
+#include <array>
 #include <set>
-#include <string>
 
 namespace ZelCounter {
 
@@ -21,35 +22,16 @@ constexpr U32 pdpClasses = PdpIntfCounter::classes;
 constexpr U32 pdpCounterMaxEntry = pdpSlotsPerPipe * pdpClasses - 1;
 static_assert(pdpCounterMaxEntry == 2335);
 
-const Kiln::String pdpRuler = Kiln::String(61, '=') + '\n';
-// Three short of the header's, as the operators' tools know it.
-const Kiln::String pdpClosingRuler = Kiln::String(58, '=') + '\n';
 const Kiln::String defaultClassName = "default";
 
-constexpr const char* notFetched = "PDP counters not fetched yet\n";
+constexpr const char* title = "PDP Class Counters";
+constexpr const char* notFetched = "PDP counters not fetched yet";
 
-void printHeader(Kiln::TextOutput& out) {
-   out.write("                      PDP Class Counters                     \n");
-   out.write(pdpRuler);
-   out.write("     Interface                    Class            Packets   \n");
-   out.write(pdpRuler);
-}
+constexpr TableView::Column columns[] = {{"Interface", TableView::Holds::text},
+                                         {"Class", TableView::Holds::text},
+                                         {"Packets", TableView::Holds::counter}};
 
-bool printLine(Kiln::TextOutput& out, const Kiln::String& intfName, const Kiln::String& className, U64 count,
-               bool headerDisplayed, bool nonZeroOnly) {
-   if (nonZeroOnly) {
-      if (count == 0) {
-         return headerDisplayed;
-      }
-      if (!headerDisplayed) {
-         printHeader(out);
-         headerDisplayed = true;
-      }
-   }
-   out.print("%14s %24s %18llu\n", intfName.c_str(), className.c_str(),
-             static_cast<unsigned long long>(count));
-   return headerDisplayed;
-}
+using Line = std::array<TableView::Cell, std::size(columns)>;
 
 } // namespace
 
@@ -137,60 +119,75 @@ void ZelCounters::fetchPdpCounters() {
 }
 
 void ZelCounters::printPdpCountersHeader(U32 fd) {
-   Kiln::TextOutput out(static_cast<int>(fd), echo());
-   printHeader(out);
+   TextShow(fd, echo()).tableBegin({title, columns, TableLayout::pdpInterface});
 }
 
 bool ZelCounters::printPdpClassCountLine(U32 fd, const Kiln::String& intfName, const Kiln::String& className,
                                          U64 count, bool headerDisplayed, bool nonZeroOnly) {
-   Kiln::TextOutput out(static_cast<int>(fd), echo());
-   return printLine(out, intfName, className, count, headerDisplayed, nonZeroOnly);
+   if (nonZeroOnly && count == 0) {
+      return headerDisplayed;
+   }
+   const bool owesHeader = nonZeroOnly && !headerDisplayed;
+   TextShow out(fd, echo());
+   out.tableBegin({title, columns, TableLayout::pdpInterface,
+                   owesHeader ? HeadingTime::withFirstRow : HeadingTime::before});
+   out.row(Line{intfName, className, count});
+   return headerDisplayed || owesHeader;
 }
 
 bool ZelCounters::showPdpIntfCounters(U32 fd, const Pelt::IntfId& intf, bool headerDisplayed,
                                       bool nonZeroOnly, bool footer) {
-   Kiln::TextOutput out(static_cast<int>(fd), echo());
-   return printPdpIntf(out, intf, headerDisplayed, nonZeroOnly, footer);
+   TextShow out(fd, echo());
+   return showPdpIntfCounters(out, intf, headerDisplayed, nonZeroOnly, footer);
 }
 
-bool ZelCounters::printPdpIntf(Kiln::TextOutput& out, const Pelt::IntfId& intf, bool headerDisplayed,
-                               bool nonZeroOnly, bool footer) {
+bool ZelCounters::showPdpIntfCounters(ShowOutput& out, const Pelt::IntfId& intf, bool headerDisplayed,
+                                      bool nonZeroOnly, bool footer) {
    if (!pdpCountersFetched()) {
-      out.write(notFetched);
+      out.noTable(title, notFetched);
       return headerDisplayed;
    }
-   if (!nonZeroOnly && !headerDisplayed) {
-      printHeader(out);
-      headerDisplayed = true;
-   }
+   out.tableBegin({title, columns, TableLayout::pdpInterface,
+                   headerDisplayed ? HeadingTime::before : HeadingTime::withFirstRow});
+   const bool hasRows = pdpRows(out, intf, nonZeroOnly);
+   out.tableEnd(footer);
+   return headerDisplayed || hasRows;
+}
+
+// True when there were any.
+bool ZelCounters::pdpRows(ShowOutput& out, const Pelt::IntfId& intf, bool nonZeroOnly) {
    const Kiln::Ptr<PdpIntfCounter> last = pdpCountersLast(intf);
    KILN_ASSERT(last);
    const Kiln::Ptr<PdpIntfCounter> clear = pdpCountersClear(intf);
    KILN_ASSERT(clear);
-   const auto printClass = [&](const Kiln::String& className, PdpClassId pdpClass) {
-      headerDisplayed =
-           printLine(out, intf.text(), className, last->classCount(pdpClass) - clear->classCount(pdpClass),
-                     headerDisplayed, nonZeroOnly);
+   bool hasRows = false;
+   const auto addClass = [&](const Kiln::String& className, PdpClassId pdpClass) {
+      const U64 count = last->classCount(pdpClass) - clear->classCount(pdpClass);
+      if (!nonZeroOnly || count != 0) {
+         out.row(Line{intf.text(), className, count});
+         hasRows = true;
+      }
    };
    PdpClassId defaultClass;
    if (const auto& mapping = systemStatus()->qosToZelPdpClassMapping()) {
       for (const auto& [className, pdpClass] : mapping->zelPdpClass()) {
-         printClass(className, pdpClass);
+         addClass(className, pdpClass);
       }
       defaultClass = mapping->zelPdpClass(defaultClassName);
    }
-   printClass(defaultClassName, defaultClass);
-   if (headerDisplayed && footer) {
-      out.write(pdpRuler);
-   }
+   addClass(defaultClassName, defaultClass);
    KILN_TRACE(8, "Show pdp intf counters complete");
-   return headerDisplayed;
+   return hasRows;
 }
 
 void ZelCounters::showAllPdpIntfCounters(U32 fd, bool nonZeroOnly) {
-   Kiln::TextOutput out(static_cast<int>(fd), echo());
+   TextShow out(fd, echo());
+   showAllPdpIntfCounters(out, nonZeroOnly);
+}
+
+void ZelCounters::showAllPdpIntfCounters(ShowOutput& out, bool nonZeroOnly) {
    if (!pdpCountersFetched()) {
-      out.write(notFetched);
+      out.noTable(title, notFetched);
       return;
    }
    std::set<Pelt::IntfId> interfaces;
@@ -201,11 +198,11 @@ void ZelCounters::showAllPdpIntfCounters(U32 fd, bool nonZeroOnly) {
          }
       }
    }
-   bool headerDisplayed = false;
+   out.tableBegin({title, columns, TableLayout::pdpAll, HeadingTime::withFirstRow});
    for (const Pelt::IntfId& intf : interfaces) {
-      headerDisplayed = printPdpIntf(out, intf, headerDisplayed, nonZeroOnly, false);
+      pdpRows(out, intf, nonZeroOnly);
    }
-   out.write(pdpClosingRuler);
+   out.tableEnd();
 }
 
 void ZelCounters::clearAllPdpIntfCounters(U32) {

@@ -11,6 +11,8 @@ namespace ZelCounter {
 
 namespace {
 
+using Holds = TableView::Holds;
+
 constexpr std::array stageNames = {"port-rx",         "parser", "ingress",         "ingress-deparser",
                                    "traffic-manager", "egress", "egress-deparser", "port-tx"};
 static_assert(stageNames.size() == BF_PIPE_PATH_STAGES);
@@ -47,11 +49,12 @@ Kiln::String ZelCounters::readPipelineStage(U32 pipe, U32 stage) {
 
 TableView ZelCounters::pipelineView(std::optional<U32> stage, std::optional<U16> pipe, bool nonZeroOnly) {
    KILN_ASSERT(!stage || *stage < stageNames.size());
-   TableView view{
-        "Packets by pipeline stage since the last clear, chip " + chipName(),
-        {{"Pipe", 4, true}, {"Stage", 16, false}, {"In", 16, true}, {"Out", 16, true}, {"Dropped", 16, true}},
-        {},
-        {}};
+   TableView view{"Packets by pipeline stage since the last clear, chip " + chipName(),
+                  {{"Pipe", Holds::number, 4},
+                   {"Stage", Holds::text, 16},
+                   {"In", Holds::counter, 16},
+                   {"Out", Holds::counter, 16},
+                   {"Dropped", Holds::counter, 16}}};
    for (U32 onPipe = pipe.value_or(0); onPipe <= (pipe ? *pipe : highestPipe()); ++onPipe) {
       for (U32 at = stage.value_or(0); at <= (stage ? *stage : stageNames.size() - 1); ++at) {
          const Kiln::String error = readPipelineStage(onPipe, at);
@@ -63,7 +66,8 @@ TableView ZelCounters::pipelineView(std::optional<U32> stage, std::optional<U16>
          const U64 out = pipelineCounts_.sinceClear(index + 1);
          const U64 dropped = pipelineCounts_.sinceClear(index + 2);
          if (!nonZeroOnly || in != 0 || out != 0 || dropped != 0) {
-            view.rows.push_back({U64{onPipe}, Kiln::String(stageNames[at]), in, out, dropped});
+            view.rows.push_back({U64{onPipe}, Kiln::String(stageNames[at]), pipelineCounts_.cell(index),
+                                 pipelineCounts_.cell(index + 1), pipelineCounts_.cell(index + 2)});
          }
       }
    }

@@ -1,11 +1,14 @@
 // The table counter commands of a chip.
 #include "CounterTableNames.h"
+#include "TextShow.h"
 #include "ZelCounters.h"
 #include "ZelCountersTrace.h"
 #include "kiln/Assert.h"
 #include "sdk/pipe_mgr.h"
 #include "zl/ZelCountersIntf.h"
 
+#include <array>
+#include <cstdio>
 #include <string>
 
 namespace ZelCounter {
@@ -18,20 +21,34 @@ using ZlResourceInfo::ZlTableCounter;
 constexpr U32 statusNotSupported = 17;
 constexpr U32 printedIndexMask = 0x3FFFFFFF;
 
-Kiln::String ruler(std::size_t width) {
-   return Kiln::String(width, '=') + '\n';
+using Holds = TableView::Holds;
+
+constexpr TableView::Column catalogueColumns[] = {
+     {"Id", Holds::number}, {"Counter", Holds::text},  {"Handle", Holds::text},    {"Size", Holds::number},
+     {"Type", Holds::text}, {"Per-pipe", Holds::text}, {"Pkts/Bytes", Holds::text}};
+constexpr TableView::Column indirectColumns[] = {
+     {"Index", Holds::number}, {"Packets", Holds::counter}, {"Bytes", Holds::counter}};
+constexpr TableView::Column detailsColumn{"Details", Holds::text};
+constexpr TableView::Column packetsColumn{"Packets", Holds::counter};
+constexpr TableView::Column bytesColumn{"Bytes", Holds::counter};
+
+// A direct table shows what it counts.
+std::vector<TableView::Column> directColumns(const ZlTableCounter& info) {
+   if (info.packets && info.bytes) {
+      return {detailsColumn, packetsColumn, bytesColumn};
+   }
+   return {detailsColumn, info.packets ? packetsColumn : bytesColumn};
 }
 
-const Kiln::String catalogueRuler = ruler(96);
-const Kiln::String directRuler = ruler(80);
-const Kiln::String indirectRuler = ruler(58);
+Kiln::String hexText(U32 number) {
+   char digits[16];
+   std::snprintf(digits, sizeof digits, "%X", number);
+   return digits;
+}
 
-constexpr const char* directHeaderBoth =
-     " Details                                        Packets         Bytes\n";
-constexpr const char* directHeaderPackets =
-     " Details                                                        Packets\n";
-constexpr const char* directHeaderBytes =
-     " Details                                                        Bytes\n";
+Kiln::String yesNo(bool truth) {
+   return truth ? "Y" : "N";
+}
 
 // A table's place in the SDK: what its reads and writes are addressed by.
 struct TableTarget {
@@ -59,50 +76,26 @@ bool isZero(const ZlTableCounter& info, const p4_pd_counter_value& value) {
    return (!info.packets || value.packets == 0) && ((info.packets && !info.bytes) || value.bytes == 0);
 }
 
-void padded(Kiln::TextOutput& out, std::string_view text, std::size_t width) {
-   out.write(text);
-   if (text.size() < width) {
-      out.write(Kiln::String(width - text.size(), ' '));
-   }
-}
-
-void printDirectLine(Kiln::TextOutput& out, const ZlTableCounter& info, const Kiln::String& details,
-                     const p4_pd_counter_value& value) {
-   const bool both = info.packets && info.bytes;
-   padded(out, details, both ? 46 : 64);
-   out.write("  ");
-   if (both) {
-      out.number(value.packets, 14);
-      out.write("  ");
-      out.number(value.bytes, 14);
-   } else {
-      out.number(info.packets ? value.packets : value.bytes, 14);
-   }
-   out.write("\n");
-}
-
-// A line of a big table: no formatted print, there are tens of thousands of them.
-void printIndirectLine(Kiln::TextOutput& out, const ZlTableCounter& info, U32 index,
-                       const p4_pd_counter_value& value) {
-   out.number(U64{index & printedIndexMask}, 14);
-   // The blanks stand apart from the numbers, so that columns never run together.
+std::vector<TableView::Cell> directCells(const ZlTableCounter& info, const Kiln::String& details,
+                                         const p4_pd_counter_value& value) {
+   std::vector<TableView::Cell> cells{details};
    if (info.packets) {
-      out.write("     ");
-      out.number(static_cast<S64>(value.packets), 14);
-   } else {
-      out.write("                N/A");
+      cells.emplace_back(U64{value.packets});
    }
-   if (info.bytes || !info.packets) {
-      out.write("     ");
-      out.number(static_cast<S64>(value.bytes), 14);
-   } else {
-      out.write("                N/A");
+   if (info.bytes) {
+      cells.emplace_back(U64{value.bytes});
    }
-   out.write("\n");
+   return cells;
 }
 
-void printUninitialized(Kiln::TextOutput& out, U32 tableId) {
-   out.print("Counter table %d not initialized yet\n", static_cast<int>(tableId));
+Kiln::String readError(U32 status) {
+   return "Got error " + std::to_string(static_cast<int>(status)) + " retrieving the counters";
+}
+
+// What ends a read and is nothing to tell people of.
+void traceError(ShowOutput& out, const char* what, U32 status) {
+   KILN_TRACE(8, what << status);
+   out.unprintedNote(what + std::to_string(status));
 }
 
 } // namespace
@@ -117,77 +110,95 @@ ZelCounters::PipeRange ZelCounters::tablePipes(U32 tableId) const {
 }
 
 void ZelCounters::showCountersInfo(U32 fd) {
-   Kiln::TextOutput out(static_cast<int>(fd), echo());
-   out.write(catalogueRuler);
-   out.write(
-        " Id                              Counter         Handle     Size      Type  Per-pipe Pkts/Bytes\n");
-   out.write(catalogueRuler);
+   TextShow out(fd, echo());
+   showCountersInfo(out);
+}
+
+void ZelCounters::showCountersInfo(ShowOutput& out) {
+   out.tableBegin({"Counter tables", catalogueColumns, TableLayout::catalogue});
    const std::vector<ZlTableCounter>* const zlCounters =
         zlResourceInfoIntf() ? zlResourceInfoIntf()->zlTableCounters() : nullptr;
    KILN_ASSERT(zlCounters);
    for (U32 id = 0; id < countersNum(); ++id) {
       const ZlTableCounter& info = (*zlCounters)[id];
-      out.print("%3d %40s %10X %8d   %2sdirect       %c     %c/%c \n", static_cast<int>(id),
-                info.name.c_str(), info.tableHandle, static_cast<int>(info.size), info.direct ? "  " : "in",
-                perPipeCounter(id) ? 'Y' : 'N', info.packets ? 'Y' : 'N', info.bytes ? 'Y' : 'N');
+      out.row(std::array<TableView::Cell, std::size(catalogueColumns)>{
+           U64{id}, info.name, hexText(info.tableHandle), U64{info.size}, info.direct ? "direct" : "indirect",
+           yesNo(perPipeCounter(id)), yesNo(info.packets) + "/" + yesNo(info.bytes)});
    }
+   out.tableEnd();
 }
 
 void ZelCounters::showTableCounters(U32 fd, U32 tableId, bool nonZeroOnly) {
-   Kiln::TextOutput out(static_cast<int>(fd), echo());
-   printTable(out, tableId, nonZeroOnly);
+   TextShow out(fd, echo());
+   showTableCounters(out, tableId, nonZeroOnly);
 }
 
 void ZelCounters::showTableCountersPipe(U32 fd, U32 tableId, ZelId::ZelPipeId pipeId, bool nonZeroOnly) {
-   Kiln::TextOutput out(static_cast<int>(fd), echo());
-   printTablePipe(out, tableId, pipeId, nonZeroOnly);
+   TextShow out(fd, echo());
+   showTableCountersPipe(out, tableId, pipeId, nonZeroOnly);
 }
 
 void ZelCounters::showAllTableCounters(U32 fd, bool nonZeroOnly) {
-   Kiln::TextOutput out(static_cast<int>(fd), echo());
+   TextShow out(fd, echo());
+   showAllTableCounters(out, nonZeroOnly);
+}
+
+void ZelCounters::showAllTableCounters(ShowOutput& out, bool nonZeroOnly) {
    for (U32 id = 0; id < countersNum() && out.ok(); ++id) {
-      printTable(out, id, nonZeroOnly);
+      showTableCounters(out, id, nonZeroOnly);
    }
 }
 
-void ZelCounters::printTable(Kiln::TextOutput& out, U32 tableId, bool nonZeroOnly) {
+void ZelCounters::showTableCounters(ShowOutput& out, U32 tableId, bool nonZeroOnly) {
    if (!initializedCounter(tableId)) {
-      printUninitialized(out, tableId);
+      showUninitialized(out, tableId, ZelId::ZelPipeId::allPipes());
       return;
    }
    const PipeRange range = tablePipes(tableId);
    for (U32 pipe = range.first; pipe <= range.last && out.ok(); ++pipe) {
-      printTablePipe(out, tableId, static_cast<U16>(pipe), nonZeroOnly);
-      out.write("\n");
+      showTableCountersPipe(out, tableId, static_cast<U16>(pipe), nonZeroOnly);
+      out.blankLine();
    }
 }
 
-void ZelCounters::printTablePipe(Kiln::TextOutput& out, U32 tableId, ZelId::ZelPipeId pipeId,
-                                 bool nonZeroOnly) {
+void ZelCounters::showTableCountersPipe(ShowOutput& out, U32 tableId, ZelId::ZelPipeId pipeId,
+                                        bool nonZeroOnly) {
    if (!initializedCounter(tableId)) {
       KILN_TRACE(8, "Counters not initialized yet");
-      printUninitialized(out, tableId);
+      showUninitialized(out, tableId, pipeId);
       return;
    }
    if (!firstPollingComplete()) {
       KILN_TRACE(8, "First polling still pending");
-      printUninitialized(out, tableId);
+      showUninitialized(out, tableId, pipeId);
       return;
    }
    KILN_ASSERT_TEXT(tableId < countersNum(), "tableId < countersNum");
+   const ZlTableCounter* const info = zlResourceInfoIntf()->zlTableCounter(tableId);
+   KILN_ASSERT(info);
    if (perPipeCounter(tableId)) {
       KILN_ASSERT(pipeId != ZelId::ZelPipeId::allPipes());
    } else if (pipeId < ZelId::ZelPipeId::allPipes()) {
-      out.write("Symmetric counters cannot have a pipe option\n");
+      out.noTable(tableTitle(*info, pipeId), symmetricText);
       return;
    }
-   const ZlTableCounter* const info = zlResourceInfoIntf()->zlTableCounter(tableId);
-   KILN_ASSERT(info);
    if (info->direct) {
-      printDirectTable(out, info, pipeId, nonZeroOnly);
+      showDirectTable(out, info, pipeId, nonZeroOnly);
    } else {
-      printIndirectTable(out, *info, pipeId, nonZeroOnly);
+      showIndirectTable(out, *info, pipeId, nonZeroOnly);
    }
+}
+
+Kiln::String ZelCounters::tableTitle(const ZlTableCounter& info, ZelId::ZelPipeId pipeId) const {
+   return (info.direct ? "Table: " : "Counter: ") + info.name + ", DevId: " + std::to_string(deviceId()) +
+          ", PipeId: " + hexText(pipeId);
+}
+
+void ZelCounters::showUninitialized(ShowOutput& out, U32 tableId, ZelId::ZelPipeId pipeId) const {
+   const Kiln::String number = "Counter table " + std::to_string(static_cast<int>(tableId));
+   const ZlTableCounter* const info =
+        tableId < countersNum() ? zlResourceInfoIntf()->zlTableCounter(tableId) : nullptr;
+   out.noTable(info != nullptr ? tableTitle(*info, pipeId) : number, number + " not initialized yet");
 }
 
 Kiln::String ZelCounters::entryDetails(U32 tableHandle, S32 entry) const {
@@ -196,26 +207,27 @@ Kiln::String ZelCounters::entryDetails(U32 tableHandle, S32 entry) const {
                : Kiln::String();
 }
 
-void ZelCounters::printDirectTable(Kiln::TextOutput& out, const ZlTableCounter* info, ZelId::ZelPipeId pipeId,
-                                   bool nonZeroOnly) {
-   out.print("Table: %s, DevId: %d, PipeId: %X\n", info->name.c_str(), deviceId(), unsigned{pipeId});
-   out.write(directRuler);
-   if (info->packets) {
-      out.write(info->bytes ? directHeaderBoth : directHeaderPackets);
-   } else {
+void ZelCounters::showDirectTable(ShowOutput& out, const ZlTableCounter* info, ZelId::ZelPipeId pipeId,
+                                  bool nonZeroOnly) {
+   if (!info->packets) {
       KILN_ASSERT(info->bytes);
-      out.write(directHeaderBytes);
    }
-   out.write(directRuler);
+   const std::vector<TableView::Column> columns = directColumns(*info);
+   out.tableBegin({tableTitle(*info, pipeId), columns, TableLayout::directTable});
+   out.tableEnd(directRows(out, *info, pipeId, nonZeroOnly));
+}
 
-   const TableTarget table{sessionId(), deviceId(), pipeId, info->tableHandle};
+// True when the whole table was read.
+bool ZelCounters::directRows(ShowOutput& out, const ZlTableCounter& info, ZelId::ZelPipeId pipeId,
+                             bool nonZeroOnly) const {
+   const TableTarget table{sessionId(), deviceId(), pipeId, info.tableHandle};
    ZelCountersIntf::ReadBuffer buffer;
    U32 count = 0;
    U32 status = ZelCountersIntf::counterReadDirectStart(table.session, table.device, table.pipe, table.handle,
                                                         &buffer, &count);
    if (status != 0) {
-      KILN_TRACE(8, "Direct start error: " << status);
-      return;
+      traceError(out, "Direct start error: ", status);
+      return false;
    }
    forEachMatchEntry(table, [&](int entry) {
       KILN_TRACE(8, "Read counters, entry " << entry);
@@ -223,53 +235,65 @@ void ZelCounters::printDirectTable(Kiln::TextOutput& out, const ZlTableCounter* 
       status = ZelCountersIntf::counterReadDirectMain(table.session, table.device, table.pipe, table.handle,
                                                       entry, count, &buffer, &value);
       if (status != 0) {
-         out.print("Got error %d retrieving the counters\n", static_cast<int>(status));
-      } else if (!nonZeroOnly || !isZero(*info, value)) {
-         printDirectLine(out, *info, entryDetails(table.handle, entry), value);
+         out.note(readError(status));
+      } else if (!nonZeroOnly || !isZero(info, value)) {
+         out.row(directCells(info, entryDetails(table.handle, entry), value));
       }
       return status == 0 && out.ok();
    });
    if (status != 0) {
-      return;
+      return false;
    }
    status = ZelCountersIntf::counterReadDirectEnd(table.session);
-   if (status == 0) {
-      out.write(directRuler);
-   } else {
-      KILN_TRACE(8, "Direct end error: " << status);
+   if (status != 0) {
+      traceError(out, "Direct end error: ", status);
    }
+   return status == 0;
 }
 
-void ZelCounters::printIndirectTable(Kiln::TextOutput& out, const ZlTableCounter& info,
-                                     ZelId::ZelPipeId pipeId, bool nonZeroOnly) {
-   out.print("Counter: %s, DevId: %d, PipeId: %X\n", info.name.c_str(), deviceId(), unsigned{pipeId});
-   out.write(indirectRuler);
-   out.write("         Index            Packets              Bytes      \n");
-   out.write(indirectRuler);
+void ZelCounters::showIndirectTable(ShowOutput& out, const ZlTableCounter& info, ZelId::ZelPipeId pipeId,
+                                    bool nonZeroOnly) {
+   out.tableBegin({tableTitle(info, pipeId), indirectColumns, TableLayout::indirectTable});
+   indirectRows(out, info, pipeId, nonZeroOnly);
+   out.tableEnd();
+}
 
+void ZelCounters::indirectRows(ShowOutput& out, const ZlTableCounter& info, ZelId::ZelPipeId pipeId,
+                               bool nonZeroOnly) const {
    const TableTarget table{sessionId(), deviceId(), pipeId, info.tableHandle};
    ZelCountersIntf::ReadBuffer buffer;
    U32 status = ZelCountersIntf::counterReadIndirectStart(table.session, table.device, table.pipe,
                                                           table.handle, &buffer);
    if (status != 0) {
-      KILN_TRACE(8, "Indirect start error: " << status);
+      traceError(out, "Indirect start error: ", status);
       return;
    }
+   const TableView::Cell notCounted = "N/A";
+   // Used for every row, since there may be tens of thousands.
+   std::array<TableView::Cell, std::size(indirectColumns)> cells{U64{0}, notCounted, notCounted};
    for (U32 index = 0; index < info.size && out.ok(); ++index) {
       p4_pd_counter_value value{};
       status = ZelCountersIntf::counterReadIndirectMain(table.session, table.device, table.pipe, table.handle,
                                                         index, &buffer, &value);
       if (status != 0) {
-         out.print("Got error %d retrieving the counters\n", static_cast<int>(status));
+         out.note(readError(status));
          return;
       }
-      if (!nonZeroOnly || !isZero(info, value)) {
-         printIndirectLine(out, info, index, value);
+      if (nonZeroOnly && isZero(info, value)) {
+         continue;
       }
+      cells[0] = U64{index & printedIndexMask};
+      if (info.packets) {
+         cells[1] = U64{value.packets};
+      }
+      if (info.bytes || !info.packets) {
+         cells[2] = U64{value.bytes};
+      }
+      out.row(cells);
    }
    status = ZelCountersIntf::counterReadIndirectEnd(table.session);
    if (status != 0) {
-      KILN_TRACE(8, "Indirect end error: " << status);
+      traceError(out, "Indirect end error: ", status);
    }
    KILN_TRACE(8, "Show table counters complete");
 }

@@ -9,6 +9,7 @@ namespace ZelCounter {
 
 namespace {
 
+using Holds = TableView::Holds;
 using ZelQos::TmCounter;
 
 struct TmType {
@@ -28,11 +29,13 @@ constexpr std::array tmTypes = {
 };
 static_assert(tmTypes.size() == 7);
 
+constexpr const char* readState = "ok";
+
 Kiln::String stateOf(const TmCounter& counter) {
    if (counter.status != 0) {
       return "Error " + std::to_string(counter.status) + " (" + sdkStatusText(counter.status) + ")";
    }
-   return counter.isRead ? "ok" : "not read yet";
+   return counter.isRead ? readState : "not read yet";
 }
 
 } // namespace
@@ -71,13 +74,11 @@ void ZelCounters::tmCounterIs(const PipeTmCounterKey& key, bf_status_t status,
 
 TableView ZelCounters::tmView(std::optional<U16> pipe, bool nonZeroOnly) {
    TableView view{"Traffic manager since the last clear, chip " + chipName(),
-                  {{"Pipe", 4, true},
-                   {"Counter", 21, false},
-                   {"Packets or cells", 16, true},
-                   {"Bytes", 18, true},
-                   {"State", 12, false}},
-                  {},
-                  {}};
+                  {{"Pipe", Holds::number, 4},
+                   {"Counter", Holds::text, 21},
+                   {"Packets or cells", Holds::counter, 16},
+                   {"Bytes", Holds::counter, 18},
+                   {"State", Holds::remark, 12}}};
    if (!context_.tmCountersData) {
       view.notes.emplace_back("No traffic-manager counters are kept");
       return view;
@@ -95,9 +96,15 @@ TableView ZelCounters::tmView(std::optional<U16> pipe, bool nonZeroOnly) {
          if (nonZeroOnly && count == 0 && now.status == 0) {
             continue;
          }
-         view.rows.push_back({U64{onPipe}, Kiln::String(type.name), count,
-                              type.isTotal ? TableView::Cell(now.bytes - then.bytes) : Kiln::String("-"),
-                              stateOf(now)});
+         const Kiln::String state = stateOf(now);
+         const auto cell = [&](U64 number) {
+            return now.isRead ? TableView::Cell(number) : TableView::Unread();
+         };
+         view.rows.push_back({U64{onPipe}, Kiln::String(type.name), cell(count),
+                              type.isTotal ? cell(now.bytes - then.bytes) : Kiln::String("-"), state});
+         if (state != readState) {
+            view.unprintedNotes.push_back("Pipe " + std::to_string(onPipe) + ", " + type.name + ": " + state);
+         }
       }
    }
    return view;

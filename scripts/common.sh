@@ -34,12 +34,12 @@ sources() {
       -type f \( "${match[@]}" \) -print | sed 's,^\./,,' | LC_ALL=C sort
 }
 
-# shellScripts: the tree's own scripts, by their first line.
+# shellScripts: the tree's own scripts, by their name or first line.
 shellScripts() {
    local file first
-   sources 'scripts/*' '.ci/*' 'tests/*' | while read -r file; do
+   sources 'scripts/*' '.ci/*' 'apps/*.bash' 'tests/*' | while read -r file; do
       IFS= read -r -n 64 first <"$file" || true
-      if [[ $file == *.sh || $first =~ ^#!.*[/\ ](ba)?sh ]]; then
+      if [[ $file == *.sh || $file == *.bash || $first =~ ^#!.*[/\ ](ba)?sh ]]; then
          echo "$file"
       fi
    done

@@ -1,10 +1,14 @@
 // One command's conversation with the agent.
 #include "AgentConnection.h"
 
+#include "Terminal.h"
 #include "agent/CommandSocket.h"
 
 #include <cerrno>
+#include <cmath>
 #include <cstring>
+#include <limits>
+#include <poll.h>
 #include <stdexcept>
 #include <sys/time.h>
 #include <unistd.h>
@@ -14,12 +18,13 @@ namespace ZelCtl {
 namespace {
 
 constexpr int connectTimeout = 5; // seconds
-constexpr int answerTimeout = 30; // seconds without a byte
 
 class Connection {
  public:
-   explicit Connection(const Kiln::String& path)
-        : path_(path), fd_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+   Connection(const Kiln::String& path, Signals* signals, const Patience& patience)
+        : path_(path), signals_(signals), patience_(patience),
+          end_(patience.inAll > 0 ? monotonicSeconds() + patience.inAll : never),
+          fd_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
       if (fd_ < 0) {
          throw std::runtime_error(Kiln::String("cannot create a socket: ") + std::strerror(errno));
       }
@@ -34,8 +39,7 @@ class Connection {
 
    void open() {
       const Agent::SocketAddress address(path_);
-      timeoutIs(SO_SNDTIMEO, connectTimeout);
-      timeoutIs(SO_RCVTIMEO, answerTimeout);
+      sendTimeoutIs(patience_.inAll > 0 ? std::min(patience_.inAll, connectTimeout) : connectTimeout);
       if (connect(fd_, address.any(), address.length()) == 0) {
          return;
       }
@@ -65,14 +69,12 @@ class Connection {
       Kiln::String all;
       char bytes[64 * 1024];
       for (;;) {
+         awaitBytes();
          const ssize_t got = recv(fd_, bytes, sizeof bytes, 0);
          if (got > 0) {
             all.append(bytes, static_cast<std::size_t>(got));
          } else if (got == 0 || all.find(Agent::errorMark) != Kiln::String::npos) {
             return all;
-         } else if (errno == EAGAIN) {
-            throw std::runtime_error("the agent on " + path_ + " did not answer within " +
-                                     std::to_string(answerTimeout) + " seconds: try again");
          } else if (errno != EINTR) {
             throw std::runtime_error("the agent on " + path_ +
                                      " broke off its answer: " + std::strerror(errno));
@@ -81,21 +83,43 @@ class Connection {
    }
 
  private:
-   void timeoutIs(int option, int seconds) {
+   static constexpr double never = std::numeric_limits<double>::infinity();
+
+   void awaitBytes() {
+      const double due = std::min(end_, monotonicSeconds() + patience_.perByte);
+      pollfd watched[] = {{fd_, POLLIN, 0}, {signals_ != nullptr ? signals_->fd() : -1, POLLIN, 0}};
+      do {
+         if (signals_ != nullptr && signals_->isBreaking()) {
+            throw std::runtime_error("given up before the agent answered");
+         }
+         const double left = std::max(0.0, due - monotonicSeconds());
+         if (poll(watched, std::size(watched), static_cast<int>(std::ceil(left * 1e3))) == 0) {
+            const int waited = patience_.inAll > 0 ? patience_.inAll : patience_.perByte;
+            throw std::runtime_error("the agent on " + path_ + " did not answer within " +
+                                     std::to_string(waited) + " seconds: try again");
+         }
+      } while (watched[0].revents == 0);
+   }
+
+   void sendTimeoutIs(int seconds) {
       const timeval timeout{seconds, 0};
-      setsockopt(fd_, SOL_SOCKET, option, &timeout, sizeof timeout);
+      setsockopt(fd_, SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof timeout);
    }
 
    Kiln::String path_;
+   Signals* signals_;
+   Patience patience_;
+   double end_; // on the monotonic clock
    int fd_;
 };
 
 } // namespace
 
-Answer ask(const Kiln::String& socketPath, const Kiln::String& line) {
+Answer ask(const Kiln::String& socketPath, const Kiln::String& line, Signals* signals,
+           const Patience& patience) {
    Answer answer;
    try {
-      Connection connection(socketPath);
+      Connection connection(socketPath, signals, patience);
       connection.open();
       connection.send(line);
       answer.text = connection.receive();

@@ -1,190 +1,23 @@
-// What each view shows, as text for people and as JSON for programs.
+// What each view shows, as tables, as text for people and as JSON for programs.
 #include "RecordViewer.h"
 
-#include "JsonWriter.h"
-#include "PublishedRows.h"
+#include "RecordRequest.h"
 #include "TextTable.h"
-#include "kiln/Choices.h"
+#include "kiln/JsonWriter.h"
 
-#include <array>
 #include <cmath>
 #include <cstdio>
-#include <span>
 
 namespace ZelCtl {
 
 namespace {
 
+using Kiln::JsonWriter;
 using Kiln::String;
 using Vex::NamedCounter;
-namespace Tables = Silo::Interface;
+using Kind = ShownColumn::Kind;
 
-// A column of a list: one counter of the record, or of the queue.
-struct Column {
-   std::string_view counter;
-   std::string_view heading;
-   std::string_view rateHeading;
-   unsigned rateFactor = 1; // to the unit of the rate's heading
-};
-
-struct TimeColumn {
-   std::string_view time;
-   std::string_view heading;
-};
-
-enum Keywords : unsigned { nonzero = 1, rates = 2, errors = 4, raw = 8, json = 16 };
-constexpr std::array keywordNames{std::pair{nonzero, "nonzero"}, std::pair{rates, "rates"},
-                                  std::pair{errors, "errors"}, std::pair{raw, "raw"},
-                                  std::pair{json, "json"}};
-
-struct View {
-   std::string_view command;
-   std::string_view help;
-   unsigned takes; // keywords
-   PublishedTable (*read)(const Silo::Store& store, const char* table);
-   const char* table;
-   std::span<const Column> columns;
-   std::span<const Column> errorColumns;
-   TimeColumn time;
-   bool isByQueue; // a line of the list for each queue
-   bool hasMore;   // than a list shows: interfaces that are named are shown whole
-};
-
-constexpr Column intfColumns[] = {
-     {"in-octets", "In octets", "In bit/s", 8},    {"in-pkts", "In pkts", "In pkts/s"},
-     {"in-errors", "In errs", "In errs/s"},        {"in-discards", "In disc", "In disc/s"},
-     {"out-octets", "Out octets", "Out bit/s", 8}, {"out-pkts", "Out pkts", "Out pkts/s"},
-     {"out-errors", "Out errs", "Out errs/s"},     {"out-discards", "Out disc", "Out disc/s"},
-};
-constexpr Column intfErrorColumns[] = {
-     {"in-errors", "In errs", "In errs/s"},           {"in-fcs-errors", "FCS", "FCS/s"},
-     {"in-alignment-errors", "Align", "Align/s"},     {"in-symbol-error", "Symbol", "Symbol/s"},
-     {"in-undersize-frames", "Undersz", "Undersz/s"}, {"in-oversize-frames", "Oversz", "Oversz/s"},
-     {"in-fragment-frames", "Frags", "Frags/s"},      {"in-jabber-frames", "Jabber", "Jabber/s"},
-     {"in-discards", "In disc", "In disc/s"},         {"out-errors", "Out errs", "Out errs/s"},
-     {"out-discards", "Out disc", "Out disc/s"},
-};
-constexpr Column queueColumns[] = {
-     {"packets", "Packets", "Packets/s"}, {"bytes", "Bytes", "Bit/s", 8}, {"drops", "Drops", "Drops/s"}};
-constexpr Column l3Columns[] = {{"in-octets", "In octets", "In bit/s", 8},
-                                {"in-pkts", "In pkts", "In pkts/s"},
-                                {"out-octets", "Out octets", "Out bit/s", 8},
-                                {"out-pkts", "Out pkts", "Out pkts/s"}};
-constexpr Column natColumns[] = {{"packets", "Packets", ""}, {"bytes", "Bytes", ""}};
-
-constexpr View views[] = {
-     {"interfaces",
-      "counters of ports",
-      nonzero | rates | errors | raw | json,
-      readPublished<Tables::IntfCounters>,
-      Tables::TableName::intfCounters,
-      intfColumns,
-      intfErrorColumns,
-      {"discontinuity", "Discont"},
-      false,
-      true},
-     {"queues",
-      "counters of egress queues",
-      nonzero | rates | json,
-      readPublished<Tables::IntfQueueCounters>,
-      Tables::TableName::intfQueueCounters,
-      queueColumns,
-      {},
-      {},
-      true,
-      false},
-     {"vlans",
-      "counters of VLAN interfaces",
-      nonzero | rates | raw | json,
-      readPublished<Tables::L3IntfCounters>,
-      Tables::TableName::vlanIntfCounters,
-      l3Columns,
-      {},
-      {},
-      false,
-      false},
-     {"subinterfaces",
-      "counters of subinterfaces",
-      nonzero | rates | raw | json,
-      readPublished<Tables::L3IntfCounters>,
-      Tables::TableName::subIntfCounters,
-      l3Columns,
-      {},
-      {},
-      false,
-      false},
-     {"nat",
-      "what source NAT translated",
-      nonzero | json,
-      readPublished<Tables::NatCounter>,
-      Tables::TableName::intfNatCounters,
-      natColumns,
-      {},
-      {"creation", "Created"},
-      false,
-      false},
-};
-
-struct Request {
-   const View* view = nullptr;
-   unsigned keywords = 0;
-   std::vector<String> names;
-
-   bool has(unsigned keyword) const { return (keywords & keyword) != 0; }
-};
-
-Request parse(const std::vector<String>& words) {
-   Request request;
-   for (const View& view : views) {
-      if (view.command == words.front()) {
-         request.view = &view;
-      }
-   }
-   for (std::size_t i = 1; i < words.size(); ++i) {
-      const auto* keyword = std::find_if(keywordNames.begin(), keywordNames.end(),
-                                         [&](const auto& one) { return words[i] == one.second; });
-      if (keyword != keywordNames.end() && (request.view->takes & keyword->first) != 0) {
-         request.keywords |= keyword->first;
-      } else {
-         request.names.push_back(words[i]);
-      }
-   }
-   return request;
-}
-
-String keywordsOf(const View& view) {
-   String text;
-   for (const auto& [keyword, name] : keywordNames) {
-      text += (view.takes & keyword) != 0 ? String(text.empty() ? "" : ", ") + name : "";
-   }
-   return text;
-}
-
-// The rows that are asked for. A name that isn't there is an error before anything is shown.
-std::vector<const PublishedRow*> select(const Request& request, const PublishedTable& table) {
-   std::vector<String> known;
-   for (const PublishedRow& row : table.rows) {
-      if (!row.name.empty()) {
-         known.push_back(row.name);
-      }
-   }
-   for (const String& name : request.names) {
-      if (std::find(known.begin(), known.end(), name) == known.end()) {
-         throw std::runtime_error(Kiln::unknownInterface(name, known) + "; keywords are " +
-                                  keywordsOf(*request.view));
-      }
-   }
-   std::vector<const PublishedRow*> rows;
-   for (const PublishedRow& row : table.rows) {
-      if (request.names.empty() ||
-          std::find(request.names.begin(), request.names.end(), row.name) != request.names.end()) {
-         rows.push_back(&row);
-      }
-   }
-   return rows;
-}
-
-U64 countOf(const NamedCounter& counter, const Request& request) {
+U64 countOf(const NamedCounter& counter, const RecordRequest& request) {
    return request.has(raw) ? counter.reading.value_or(counter.total) : counter.total;
 }
 
@@ -220,58 +53,69 @@ String sinceText(const PublishedRow& row, const PublishedTable& table, std::stri
    return "never";
 }
 
+ShownCell counterCell(const NamedCounter* counter, const RecordRequest& request, unsigned rateFactor) {
+   std::optional<U64> value;
+   if (counter != nullptr && request.has(rates)) {
+      value = counter->rate ? std::optional(Vex::wholeRate(*counter->rate * rateFactor)) : std::nullopt;
+   } else if (counter != nullptr) {
+      value = countOf(*counter, request);
+   }
+   return {value ? std::to_string(*value) : "-", value};
+}
+
+bool hasTimeColumn(const RecordRequest& request) {
+   return !request.view->time.time.empty() && (request.has(errors) || request.view->errorColumns.empty());
+}
+
+std::optional<double> sampledAt(const PublishedRow& row, const PublishedTable& table) {
+   return row.age ? std::optional(table.now - *row.age) : std::nullopt;
+}
+
 // Adds one line of a list; not if it is to be left out because it shows nothing but zeros.
-void addLine(TextTable* list, const Request& request, const PublishedTable& table, const PublishedRow& row,
-             const String& queue) {
+void addLine(ShownTable* list, const RecordRequest& request, const PublishedTable& table,
+             const PublishedRow& row, const String& queue) {
    const View& view = *request.view;
-   std::vector<String> cells{row.name};
+   ShownRow line{{{row.name}}, sampledAt(row, table)};
    bool isZero = true;
    if (view.isByQueue) {
-      cells.push_back(queue);
+      line.cells.push_back({queue});
    }
-   cells.push_back(ageText(row));
+   line.cells.push_back({ageText(row)});
    for (const Column& column : request.has(errors) ? view.errorColumns : view.columns) {
-      const NamedCounter* const counter =
-           counterNamed(row.text, (queue.empty() ? "" : "queue." + queue + ".") + String(column.counter));
-      std::optional<U64> value;
-      if (counter != nullptr && request.has(rates)) {
-         value = counter->rate ? std::optional(Vex::wholeRate(*counter->rate * column.rateFactor))
-                               : std::nullopt;
-      } else if (counter != nullptr) {
-         value = countOf(*counter, request);
-      }
-      isZero = isZero && value.value_or(0) == 0;
-      cells.push_back(value ? std::to_string(*value) : "-");
+      const String name = (queue.empty() ? "" : "queue." + queue + ".") + String(column.counter);
+      line.cells.push_back(counterCell(counterNamed(row.text, name), request, column.rateFactor));
+      isZero = isZero && line.cells.back().count.value_or(0) == 0;
    }
    if (request.has(errors)) {
-      isZero = isZero && row.text.suspects.value_or(0) == 0;
-      cells.push_back(std::to_string(row.text.suspects.value_or(0)));
+      const U64 suspects = row.text.suspects.value_or(0);
+      line.cells.push_back({std::to_string(suspects), suspects});
+      isZero = isZero && suspects == 0;
    }
-   if (!view.time.time.empty() && (request.has(errors) || view.errorColumns.empty())) {
-      cells.push_back(sinceText(row, table, view.time.time));
+   if (hasTimeColumn(request)) {
+      line.cells.push_back({sinceText(row, table, view.time.time)});
    }
    if (!isZero || !request.has(nonzero)) {
-      list->add(std::move(cells));
+      list->rows.push_back(std::move(line));
    }
 }
 
-std::vector<String> headingsOf(const Request& request) {
+std::vector<ShownColumn> listColumns(const RecordRequest& request) {
    const View& view = *request.view;
-   std::vector<String> headings{"Interface"};
+   std::vector<ShownColumn> columns{{"Interface", Kind::key}};
    if (view.isByQueue) {
-      headings.emplace_back("Queue");
+      columns.push_back({"Queue", Kind::key});
    }
-   headings.emplace_back("Age");
+   columns.push_back({"Age", Kind::other});
    for (const Column& column : request.has(errors) ? view.errorColumns : view.columns) {
-      headings.emplace_back(request.has(rates) ? column.rateHeading : column.heading);
+      columns.push_back({String(request.has(rates) ? column.rateHeading : column.heading), Kind::counter});
    }
    if (request.has(errors)) {
-      headings.emplace_back("Suspect");
+      columns.push_back({"Suspect", Kind::counter});
    }
-   if (!view.time.time.empty() && (request.has(errors) || view.errorColumns.empty())) {
-      headings.emplace_back(view.time.heading);
+   if (hasTimeColumn(request)) {
+      columns.push_back({String(view.time.heading), Kind::other});
    }
-   return headings;
+   return columns;
 }
 
 std::vector<String> queuesOf(const PublishedRow& row) {
@@ -286,12 +130,13 @@ std::vector<String> queuesOf(const PublishedRow& row) {
    return queues;
 }
 
-String listText(const Request& request, const PublishedTable& table,
-                const std::vector<const PublishedRow*>& rows) {
-   TextTable list(headingsOf(request));
+ShownTable listOf(const RecordRequest& request, const PublishedTable& table,
+                  const std::vector<const PublishedRow*>& rows) {
+   ShownTable list{"", listColumns(request), {}};
    for (const PublishedRow* row : rows) {
       if (row->result != Silo::ReadResult::ok) {
-         list.add({row->name.empty() ? "(name lost)" : row->name, Silo::text(row->result)});
+         list.rows.push_back(
+              {{{row->name.empty() ? "(name lost)" : row->name}, {Silo::text(row->result)}}, {}});
       } else if (request.view->isByQueue) {
          for (const String& queue : queuesOf(*row)) {
             addLine(&list, request, table, *row, queue);
@@ -300,49 +145,75 @@ String listText(const Request& request, const PublishedTable& table,
          addLine(&list, request, table, *row, "");
       }
    }
-   return list.text();
+   return list;
 }
 
 // Every counter of one interface, a line each.
-String wholeText(const Request& request, const PublishedTable& table, const PublishedRow& row) {
+ShownTable wholeOf(const RecordRequest& request, const PublishedTable& table, const PublishedRow& row) {
    if (row.result != Silo::ReadResult::ok) {
-      return row.name + ": " + Silo::text(row.result) + "\n";
+      return {row.name + ": " + Silo::text(row.result), {}, {}};
    }
-   String text = row.name + ": sampled " + (row.age ? secondsText(*row.age) + " ago" : "at an unknown time") +
+   ShownTable whole;
+   whole.title = row.name + ": sampled " + (row.age ? secondsText(*row.age) + " ago" : "at an unknown time") +
                  (row.isStale ? ", stale" : "") +
                  "; last discontinuity: " + sinceText(row, table, request.view->time.time) +
-                 "; suspect steps: " + std::to_string(row.text.suspects.value_or(0)) + "\n";
-   std::vector<String> headings{"   Counter", request.has(raw) ? "Reading" : "Total"};
+                 "; suspect steps: " + std::to_string(row.text.suspects.value_or(0));
+   whole.columns = {{"   Counter", Kind::key}, {request.has(raw) ? "Reading" : "Total", Kind::counter}};
    if (request.has(rates)) {
-      headings.emplace_back("Per second");
+      whole.columns.push_back({"Per second", Kind::other});
    }
-   TextTable list(headings);
    for (const NamedCounter& one : row.text.counters) {
       const U64 count = countOf(one, request);
       const bool isZero = count == 0 && (!request.has(rates) || one.rate.value_or(0) == 0);
       if ((request.has(nonzero) && isZero) || (request.has(errors) && !one.isError)) {
          continue;
       }
-      std::vector<String> cells{"   " + one.name, std::to_string(count)};
+      ShownRow line{{{"   " + one.name}, {std::to_string(count), count}}, sampledAt(row, table)};
       if (request.has(rates)) {
-         cells.push_back(one.rate ? std::to_string(Vex::wholeRate(*one.rate)) : "-");
+         line.cells.push_back({one.rate ? std::to_string(Vex::wholeRate(*one.rate)) : "-"});
       }
-      list.add(std::move(cells));
+      whole.rows.push_back(std::move(line));
    }
-   return text + list.text();
+   return whole;
 }
 
-String textOf(const Request& request, const PublishedTable& table,
-              const std::vector<const PublishedRow*>& rows) {
-   String text;
+std::vector<ShownTable> tablesOf(const RecordRequest& request, const PublishedTable& table) {
+   std::vector<ShownTable> tables;
+   const std::vector<const PublishedRow*> rows = selectRows(request, table);
    if (request.names.empty() || !request.view->hasMore) {
-      text = listText(request, table, rows);
+      tables.push_back(listOf(request, table, rows));
    } else {
       for (const PublishedRow* row : rows) {
-         text += (text.empty() ? "" : "\n") + wholeText(request, table, *row);
+         tables.push_back(wholeOf(request, table, *row));
       }
    }
-   return text + (table.isWriterAlive ? "" : "No agent is running that would publish anything newer.\n");
+   if (!table.isWriterAlive) {
+      tables.back().notes.emplace_back("No agent is running that would publish anything newer.");
+   }
+   return tables;
+}
+
+String textOf(const ShownTable& table) {
+   String text = table.title + (table.title.empty() ? "" : "\n");
+   if (!table.columns.empty()) {
+      std::vector<String> headings;
+      for (const ShownColumn& column : table.columns) {
+         headings.push_back(column.heading);
+      }
+      TextTable list(headings);
+      for (const ShownRow& row : table.rows) {
+         std::vector<String> cells;
+         for (const ShownCell& cell : row.cells) {
+            cells.push_back(cell.text);
+         }
+         list.add(std::move(cells));
+      }
+      text += list.text();
+   }
+   for (const String& note : table.notes) {
+      text += note + "\n";
+   }
+   return text;
 }
 
 const char* stateWord(Silo::ReadResult result) {
@@ -371,7 +242,7 @@ void addSeconds(JsonWriter* out, const String& key, const std::optional<double>&
    }
 }
 
-void addCounters(JsonWriter* out, const Request& request, const Vex::RecordText& text) {
+void addCounters(JsonWriter* out, const RecordRequest& request, const Vex::RecordText& text) {
    const auto isShown = [&](const NamedCounter& one) { return one.isError || !request.has(errors); };
    out->begin(request.has(raw) ? "readings" : "totals", '{');
    for (const NamedCounter& one : text.counters) {
@@ -393,7 +264,8 @@ void addCounters(JsonWriter* out, const Request& request, const Vex::RecordText&
    out->end('}');
 }
 
-void addRow(JsonWriter* out, const Request& request, const PublishedTable& table, const PublishedRow& row) {
+void addRow(JsonWriter* out, const RecordRequest& request, const PublishedTable& table,
+            const PublishedRow& row) {
    out->begin("", '{');
    out->value("name", std::string_view(row.name));
    out->value("state", std::string_view(stateWord(row.result)));
@@ -413,15 +285,14 @@ void addRow(JsonWriter* out, const Request& request, const PublishedTable& table
    out->end('}');
 }
 
-String jsonOf(const Request& request, const PublishedTable& table,
-              const std::vector<const PublishedRow*>& rows) {
+String jsonOf(const RecordRequest& request, const PublishedTable& table) {
    JsonWriter out;
    out.begin("", '{');
    out.value("table", std::string_view(table.name));
    out.value("polling-interval-ms", Vex::milliseconds(table.pollingInterval));
    out.value("writer-alive", table.isWriterAlive);
    out.begin("interfaces", '[');
-   for (const PublishedRow* row : rows) {
+   for (const PublishedRow* row : selectRows(request, table)) {
       addRow(&out, request, table, *row);
    }
    out.end(']');
@@ -432,24 +303,49 @@ String jsonOf(const Request& request, const PublishedTable& table,
 } // namespace
 
 bool isViewCommand(const String& word) {
-   return std::any_of(std::begin(views), std::end(views),
-                      [&](const View& view) { return view.command == word; });
+   return viewNamed(word) != nullptr;
+}
+
+std::vector<ShownTable> showRecords(const std::vector<String>& words, const Silo::Store& store) {
+   const RecordRequest request = parseRecordRequest(words);
+   return tablesOf(request, request.view->read(store, request.view->table));
 }
 
 String viewRecords(const std::vector<String>& words, const Silo::Store& store) {
-   const Request request = parse(words);
+   const RecordRequest request = parseRecordRequest(words);
    const PublishedTable table = request.view->read(store, request.view->table);
-   const std::vector<const PublishedRow*> rows = select(request, table);
-   return request.has(json) ? jsonOf(request, table, rows) : textOf(request, table, rows);
+   if (request.has(json)) {
+      return jsonOf(request, table);
+   }
+   String text;
+   for (const ShownTable& shown : tablesOf(request, table)) {
+      text += (text.empty() ? "" : "\n") + textOf(shown);
+   }
+   return text;
+}
+
+std::vector<String> viewCandidates(const std::vector<String>& words, const Silo::Store& store) {
+   const View& view = *viewNamed(words.front());
+   std::vector<String> candidates = keywordsOf(view);
+   try {
+      for (const PublishedRow& row : view.read(store, view.table).rows) {
+         candidates.push_back(row.name);
+      }
+   } catch (const std::exception&) { // nothing published: keywords only
+   }
+   std::erase_if(candidates, [&](const String& one) {
+      return one.empty() || std::find(words.begin(), words.end(), one) != words.end();
+   });
+   return candidates;
 }
 
 String viewCommandsHelp() {
-   constexpr std::size_t column = 24;
+   constexpr std::size_t column = 33;
    String text;
-   for (const View& view : views) {
+   for (const View& view : views()) {
       String left = String(view.command) + " [INTF...]";
       left.resize(std::max(column, left.size() + 1), ' ');
-      text += "   " + left + String(view.help) + "; " + keywordsOf(view) + "\n";
+      text += "   " + left + String(view.help) + "\n";
    }
    return text;
 }

@@ -1,10 +1,8 @@
 // The commands that show published records, straight from the shared tables: no agent is asked.
 #pragma once
 
-#include "kiln/Types.h"
+#include "ShownTable.h"
 #include "silo/Store.h"
-
-#include <vector>
 
 namespace ZelCtl {
 
@@ -13,6 +11,12 @@ bool isViewCommand(const Kiln::String& word);
 
 // The text that the command prints. Throws std::runtime_error with what is wrong and what is expected.
 Kiln::String viewRecords(const std::vector<Kiln::String>& words, const Silo::Store& store);
+
+// The same as tables, whatever `json` says; at least one. Throws likewise.
+std::vector<ShownTable> showRecords(const std::vector<Kiln::String>& words, const Silo::Store& store);
+
+// What may follow the words, the first of which is such a command: keywords, and interfaces where there are any.
+std::vector<Kiln::String> viewCandidates(const std::vector<Kiln::String>& words, const Silo::Store& store);
 
 // One line a command, for --help.
 Kiln::String viewCommandsHelp();

@@ -28,6 +28,10 @@ class AgentCommandCallback : public Kiln::PtrInterface {
    // Carries out the words after the command's own name. It writes its text to fd, which it does not own and
    // which never blocks. Whatever the words are, it answers; it throws nothing.
    virtual CommandResult command(const std::vector<Kiln::String>& words, int fd) = 0;
+   // What the word after these may be, in full; nothing when they are no beginning of a command.
+   virtual std::vector<Kiln::String> completions(const std::vector<Kiln::String>& /*words*/) const {
+      return {};
+   }
 
  private:
    Kiln::Name name_;

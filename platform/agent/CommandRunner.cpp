@@ -2,11 +2,34 @@
 #include "agent/CommandRunner.h"
 
 #include "kiln/ActivityLock.h"
+#include "kiln/TextOutput.h"
+
+#include <optional>
 
 namespace Agent {
 
+namespace {
+
+constexpr std::string_view blanks = " \t\r\n\v\f";
+constexpr std::string_view completeKeyword = "complete";
+
+// What follows "complete", when that is the line's first word.
+std::optional<std::string_view> lineToComplete(std::string_view line) {
+   line.remove_prefix(std::min(line.find_first_not_of(blanks), line.size()));
+   if (line.substr(0, line.find_first_of(blanks)) != completeKeyword) {
+      return std::nullopt;
+   }
+   return line.substr(completeKeyword.size());
+}
+
+// A name may hold anything; what is no word of a line can't be typed.
+bool isWord(const Kiln::String& text) {
+   return !text.empty() && text.find_first_of(blanks) == Kiln::String::npos && printableLine(text) == text;
+}
+
+} // namespace
+
 std::vector<Kiln::String> splitWords(std::string_view line) {
-   constexpr std::string_view blanks = " \t\r\n\v\f";
    std::vector<Kiln::String> words;
    for (std::size_t begin = line.find_first_not_of(blanks); begin != std::string_view::npos;
         begin = line.find_first_not_of(blanks, begin)) {
@@ -31,12 +54,46 @@ void CommandRunner::commandTypeIs(const Kiln::String& keyword, Kiln::String comm
    commandTypes_.set(keyword, std::move(commandType));
 }
 
+std::vector<Kiln::String> CommandRunner::keywords() const {
+   std::vector<Kiln::String> all;
+   for (const auto& [keyword, type] : commandTypes_) {
+      all.push_back(keyword);
+   }
+   return all;
+}
+
 Kiln::String CommandRunner::expectedKeywords() const {
    Kiln::String all;
-   for (const auto& [keyword, type] : commandTypes_) {
+   for (const Kiln::String& keyword : keywords()) {
       all += (all.empty() ? "" : ", ") + keyword;
    }
    return all;
+}
+
+std::vector<Kiln::String> CommandRunner::completions(std::vector<Kiln::String> words) const {
+   if (words.empty()) {
+      return keywords();
+   }
+   const Kiln::String* const type = commandTypes_.find(words.front());
+   const Kiln::Ptr<AgentCommandCallback> callback =
+        type != nullptr ? directory_->agentCommandCallback(*type) : nullptr;
+   words.erase(words.begin());
+   return callback ? callback->completions(words) : std::vector<Kiln::String>();
+}
+
+void CommandRunner::completeLine(std::string_view line, int fd) const {
+   std::vector<Kiln::String> words = splitWords(line);
+   Kiln::String begun;
+   if (!words.empty() && blanks.find(line.back()) == std::string_view::npos) {
+      begun = words.back();
+      words.pop_back();
+   }
+   Kiln::TextOutput out(fd);
+   for (const Kiln::String& word : completions(words)) {
+      if (word.compare(0, begun.size(), begun) == 0 && isWord(word)) {
+         out.write(word + "\n");
+      }
+   }
 }
 
 CommandResult CommandRunner::runWords(std::vector<Kiln::String> words, int fd) const {
@@ -60,7 +117,11 @@ CommandResult CommandRunner::run(std::string_view line, const CommandSpool& spoo
    Kiln::ActivityLockAnchor::assertHeld();
    CommandResult result;
    try {
-      result = runWords(splitWords(line), spool.fd());
+      if (const auto begun = lineToComplete(line)) {
+         completeLine(*begun, spool.fd());
+      } else {
+         result = runWords(splitWords(line), spool.fd());
+      }
    } catch (const std::exception& error) {
       result.error = Kiln::String("the command failed: ") + error.what();
    }

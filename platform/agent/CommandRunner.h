@@ -23,12 +23,18 @@ class CommandRunner : public Kiln::PtrInterface {
    // Lines that begin with `keyword` go to the callback of that type.
    void commandTypeIs(const Kiln::String& keyword, Kiln::String commandType);
 
+   // "complete LINE" answers with the words that LINE may go on with, one a line: with all of them after a blank,
+   // else with those that begin as its last word does. A line that none may follow gets none, and no error.
+   //
    // Activity thread, under the activity lock. The text goes to the spool; one that fills it ends with an
    // error. An error is one printable line; nothing is thrown.
    CommandResult run(std::string_view line, const CommandSpool& spool) const;
 
  private:
+   std::vector<Kiln::String> keywords() const;
    Kiln::String expectedKeywords() const;
+   std::vector<Kiln::String> completions(std::vector<Kiln::String> words) const;
+   void completeLine(std::string_view line, int fd) const;
    CommandResult runWords(std::vector<Kiln::String> words, int fd) const;
 
    Kiln::Ptr<AgentCommandRequestDirSm> directory_;

@@ -1,6 +1,7 @@
 // The grammar of the counters commands, and which chips they reach.
 #include "Rig.h"
 #include "ZelCountersCli.h"
+#include "kiln/Trace.h"
 
 #include <random>
 #include <sstream>
@@ -19,6 +20,15 @@ class CountersCommandsTest : public ZelTest::AgentTest {
          port.chip.rmonIs(port.devicePort, 0, static_cast<U64>(number - '0'));
       }
       Kiln::ActivityManager::instance()->advance(2.0);
+   }
+
+   String completions(const String& line) {
+      const auto lock = Kiln::ActivityLockAnchor::lock();
+      const Agent::CommandSpool spool;
+      EXPECT_EQ(agent_->commandRunner()->run("complete " + line, spool).error, "") << line;
+      String text(spool.size(), '\0');
+      spool.read(0, text.data(), text.size());
+      return text;
    }
 };
 
@@ -73,8 +83,9 @@ TEST_F(CountersCommandsTest, RefusedOnesSayWhatIsExpectedAndDoNothing) {
         {"show drop intf Ethernet1", "unexpected 'intf' after 'show drop': expected interface"},
         {"clear mac x", "unexpected 'x' after 'clear mac': expected nothing more"},
         {"clear mac intf Ethernet1", "unexpected 'intf' after 'clear mac': expected nothing more"},
-        {"show mac nonzero intf", "unexpected 'intf' after 'show mac nonzero': expected nothing more"},
-        {"show mac x", "unexpected 'x' after 'show mac': expected intf, nonzero or nothing more"},
+        {"show mac nonzero intf",
+         "unexpected 'intf' after 'show mac nonzero': expected json or nothing more"},
+        {"show mac x", "unexpected 'x' after 'show mac': expected intf, nonzero, json or nothing more"},
         {"show mac intf", "the command is incomplete after 'show mac intf': expected an interface's name"},
         {"show mac intf Ethernet5", "unknown interface 'Ethernet5': expected Ethernet1 to Ethernet4"},
         {"show mac intf ETHERNET1", "unknown interface 'ETHERNET1': did you mean Ethernet1?"},
@@ -139,7 +150,7 @@ TEST_F(CountersCommandsTest, TablesAreAskedOfEveryChipAndPipeThatIsMeant) {
    EXPECT_EQ(ask("show table ingressPortCount pipe 1").error, "unknown pipe '1': expected 0 to 0");
    EXPECT_EQ(ask("show table p 0 n").error, "") << "a beginning of an option before that of a name";
    EXPECT_EQ(ask("show table pdp n").error, "");
-   EXPECT_EQ(ask("show info x").error, "unexpected 'x' after 'show info': expected nothing more");
+   EXPECT_EQ(ask("show info x").error, "unexpected 'x' after 'show info': expected json or nothing more");
 }
 
 // The first lines of the views in a text, in their order.
@@ -200,14 +211,106 @@ TEST_F(CountersCommandsTest, AnInterfaceWithoutPdpCountersGetsItsOwnLine) {
              "No PDP counters of interface Ethernet4: its port has none\n");
 }
 
+// Each answer of a simulation that is traced goes to standard output, too, whoever wrote it.
+TEST_F(CountersCommandsTest, AreEchoedInASimulation) {
+   setenv("SIMULATION_VMID", "1", 1);
+   start({.chips = 1, .pipes = 1, .ports = 2});
+   unsetenv("SIMULATION_VMID");
+   Kiln::ActivityManager::instance()->advance(4.0);
+   {
+      const auto lock = Kiln::ActivityLockAnchor::lock();
+      agent_->portDel(Pelt::IntfId("Ethernet2"));
+   }
+   String error;
+   const std::vector<const char*> commands = {
+        "show mac", "show info json", "show pdp intf Ethernet2", "clear table vlanB pipe 0",
+        "show mac", "clear mac"};
+   for (std::size_t i = 0; i < commands.size(); ++i) {
+      agent_->countersMgr().zelCounters(0)->initializedIs(i < 4);
+      EXPECT_TRUE(Kiln::traceSettingIs("ZelCounters/8", &error)) << error;
+      testing::internal::CaptureStderr(); // the trace's own lines
+      testing::internal::CaptureStdout();
+      const String text = ask(commands[i]).text;
+      std::fflush(stdout);
+      EXPECT_EQ(testing::internal::GetCapturedStdout(), text) << commands[i];
+      EXPECT_NE(text, "") << commands[i];
+      testing::internal::GetCapturedStderr();
+      EXPECT_TRUE(Kiln::traceSettingIs("ZelCounters/9", &error)) << error;
+   }
+   EXPECT_EQ(ZelCounter::ZelCounters::echo(), false);
+}
+
+TEST_F(CountersCommandsTest, AreCompletedByTheirGrammar) {
+   const String stages =
+        "port-rx parser ingress ingress-deparser traffic-manager egress egress-deparser port-tx ";
+   const std::vector<std::pair<String, String>> cases = {
+        {"", "counters "},
+        {"cou", "counters "},
+        {"complete", ""},
+        {"bogus ", ""},
+        {"counters ", "show clear chip "},
+        {"counters c", "clear chip "},
+        {"counters chip ", "Zel0 Zel1 "},
+        {"counters chip Zel1", "Zel1 "},
+        {"counters chip Zel1 ", "show clear "},
+        {"counters chip Zel9 ", ""},
+        {"counters chip Zel0 chip ", ""},
+        {"counters show m", "mac mau-deparser-drop "},
+        {"counters show mac ", "intf nonzero json "},
+        {"counters s mac i ", "Ethernet1 Ethernet2 Ethernet3 Ethernet4 "}, // abbreviated
+        {"counters chip Zel1 show mac intf ", "Ethernet3 Ethernet4 "},
+        {"counters show mac intf Ethernet1 ", "nonzero json "},
+        {"counters show mac intf Ethernet9 ", ""},
+        {"counters show mac nonzero ", "json "},
+        {"counters show mac json nonzero ", ""},
+        {"counters show mac json json ", ""},
+        {"counters show m ", ""}, // ambiguous
+        {"counters show pipeline stage ", stages},
+        {"counters show pipeline stage port-rx p", "pipe "},
+        {"counters show pipeline pipe ", "0 "},
+        {"counters show pipeline pipe 0 ", "nonzero json "},
+        {"counters show pipeline pipe 1 ", ""},
+        {"counters show table pdp", "pdpClassCount "},
+        {"counters show table pdpClassCount ", "pipe nonzero json "},
+        {"counters show table nonzero p", "pipe "},
+        {"counters clear table vlanB ", "pipe "},
+        {"counters clear mac ", ""},
+   };
+   for (const auto& [line, words] : cases) {
+      String found = completions(line);
+      std::replace(found.begin(), found.end(), '\n', ' ');
+      EXPECT_EQ(found, words) << line;
+   }
+}
+
+// Every line that completion can spell out: none is wrong, whatever may still be missing.
+TEST_F(CountersCommandsTest, CompletionOffersOnlyWhatIsTaken) {
+   std::vector<String> lines = {"chip Zel0 "};
+   for (std::size_t i = 0; i < lines.size(); ++i) {
+      const auto lock = Kiln::ActivityLockAnchor::lock();
+      const Agent::CommandSpool spool(4096); // soon full, since the answers are not looked at
+      const String error = agent_->commandRunner()->run("counters " + lines[i], spool).error;
+      const bool isFull = error.find("the output ends here") == 0;
+      const bool isUnfinished = error.find("the command is incomplete") == 0 || error.find("pipe needs") == 0;
+      const String next = completions("counters " + lines[i]);
+      EXPECT_TRUE(error.empty() || isFull || (isUnfinished && !next.empty())) << lines[i] << error;
+      std::istringstream words(next);
+      for (String word; words >> word;) {
+         lines.push_back(lines[i] + word + " ");
+      }
+   }
+   EXPECT_GT(lines.size(), 500U);
+}
+
 TEST_F(CountersCommandsTest, AnswerWhateverTheWordsAre) {
    const unsigned seed = std::random_device()();
    SCOPED_TRACE("seed " + std::to_string(seed));
    std::mt19937 random(seed);
    const std::vector<String> words = {
-        "show",     "clear",   "s", "c",    "chip", "Zel0",     "Zel9",  "mac",      "intf", "Ethernet1",
-        "i",        "nonzero", "n", "pipe", "0",    "-1",       "",      "\x01\xff", "Zel1", "table",
-        "99999999", "shown",   "?", "pdp",  "drop", "pipeline", "stage", "egress",   "t",    "mau-"};
+        "show", "clear",     "s",     "c",       "chip",     "Zel0",  "Zel9", "mac",
+        "intf", "Ethernet1", "i",     "nonzero", "n",        "pipe",  "0",    "-1",
+        "",     "\x01\xff",  "Zel1",  "table",   "99999999", "shown", "?",    "pdp",
+        "drop", "pipeline",  "stage", "egress",  "t",        "mau-",  "json"};
    for (int round = 0; round < 20000; ++round) {
       std::vector<String> command(random() % 7);
       for (String& word : command) {
@@ -217,6 +320,9 @@ TEST_F(CountersCommandsTest, AnswerWhateverTheWordsAre) {
       const Agent::CommandSpool spool(1U << 20U);
       const auto error = agent_->countersMgr().cliCallback()->command(command, spool.fd()).error;
       EXPECT_EQ(error.find('\n'), String::npos);
+      for (const String& next : agent_->countersMgr().cliCallback()->completions(command)) {
+         EXPECT_EQ(next.find_first_of(" \n"), String::npos) << next;
+      }
       EXPECT_TRUE(error.empty() || spool.size() == 0) << error;
    }
 }

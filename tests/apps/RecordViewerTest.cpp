@@ -1,7 +1,7 @@
 // What the client shows of published records.
 #include "RecordViewer.h"
 
-#include "JsonWriter.h"
+#include "kiln/JsonWriter.h"
 #include "silo/Table.h"
 #include "vex/PublishedRecords.h"
 
@@ -134,7 +134,7 @@ TEST_F(RecordViewerTest, JsonHoldsIntegersOnly) {
                    "\"generation\":1,\"discontinuity-age-ms\":null,\"suspects\":4,"
                    "\"totals\":{\"in-octets\":18446744073709551615,\"in-fcs-errors\":8},"
                    "\"rates\":{\"in-octets\":4611686018427387904}}]}");
-   EXPECT_EQ(ZelCtl::JsonWriter::quotedString("a\"\\\n\x7f\xff\x01"),
+   EXPECT_EQ(Kiln::JsonWriter::quotedString("a\"\\\n\x7f\xff\x01"),
              "\"a\\\"\\\\\\u000a\\u007f\\u00ff\\u0001\"");
 }
 

@@ -19,7 +19,7 @@ namespace {
 
 using Kiln::String;
 
-// Commands of the tests: "say WORD...", "lines N" (of 64 bytes), "refuse", "throw".
+// Commands of the tests: "say WORD...", "lines N" (of 64 bytes), "refuse", "throw". Completes "say".
 class TestCommand : public Agent::AgentCommandCallback {
  public:
    TestCommand() : AgentCommandCallback("Test", "TestCli") {}
@@ -40,6 +40,11 @@ class TestCommand : public Agent::AgentCommandCallback {
          throw std::runtime_error("thrown");
       }
       return {};
+   }
+
+   std::vector<String> completions(const std::vector<String>& words) const override {
+      return words == std::vector<String>{"say"} ? std::vector<String>{"one", "two", "no word", "no\x1b"}
+                                                 : std::vector<String>();
    }
 };
 
@@ -164,6 +169,20 @@ TEST_F(CommandChannelTest, AnswersALineWithTextAndTheEnd) {
    EXPECT_EQ(ask("test say one \t two\r"), "one\ntwo\n");
    EXPECT_EQ(ask("test say"), "");
    EXPECT_EQ(ask("test lines 50000"), linesText(manyLines));
+}
+
+TEST_F(CommandChannelTest, CompletesALineWithWordsThatCanBeTyped) {
+   start();
+   const std::vector<std::pair<String, String>> cases = {
+        {"complete", "later\ntest\n"}, {"complete ", "later\ntest\n"},
+        {" complete\tt", "test\n"},    {"complete c", ""},
+        {"complete later ", ""},       {"complete test say ", "one\ntwo\n"},
+        {"complete test say t\r", ""}, {"complete test say t", "two\n"},
+        {"complete test bogus ", ""},
+   };
+   for (const auto& [line, words] : cases) {
+      EXPECT_EQ(ask(line), words) << line;
+   }
 }
 
 TEST_F(CommandChannelTest, TakesALineInPiecesAndOneThatEndsWithTheConnection) {

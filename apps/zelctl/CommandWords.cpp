@@ -1,0 +1,41 @@
+// One list, for whoever runs, completes or refuses commands.
+#include "CommandWords.h"
+
+#include "RecordRequest.h"
+#include "kiln/Choices.h"
+
+namespace ZelCtl {
+
+using Kiln::String;
+
+std::vector<String> showCommands() {
+   std::vector<String> all{"counters"};
+   for (const View& view : views()) {
+      all.emplace_back(view.command);
+   }
+   return all;
+}
+
+std::vector<String> allCommands() {
+   std::vector<String> all = showCommands();
+   all.insert(all.end(), {"watch", "help", "quit"});
+   return all;
+}
+
+String commandNamed(const String& word) {
+   std::vector<String> meant;
+   for (const String& command : allCommands()) {
+      if (command == word) {
+         return command;
+      }
+      if (command.compare(0, word.size(), word) == 0) {
+         meant.push_back(command);
+      }
+   }
+   if (meant.size() > 1) {
+      throw std::runtime_error(Kiln::quoted(word) + " is ambiguous: expected " + Kiln::choices(meant));
+   }
+   return meant.empty() ? word : meant.front();
+}
+
+} // namespace ZelCtl

@@ -1,0 +1,119 @@
+// Which command goes where.
+#include "Commands.h"
+
+#include "AgentConnection.h"
+#include "CommandWords.h"
+#include "CountersDocument.h"
+#include "RecordViewer.h"
+#include "Terminal.h"
+#include "Usage.h"
+#include "Utf8.h"
+#include "Watch.h"
+#include "agent/CommandRunner.h"
+#include "vex/PublishedRecords.h"
+
+#include <cerrno>
+#include <cstring>
+#include <iostream>
+
+namespace ZelCtl {
+
+namespace {
+
+using Kiln::String;
+using Words = std::vector<String>;
+
+// The line with the command's name in full.
+String completed(const String& line, const Words& words, const String& command) {
+   return command + line.substr(line.find(words.front()) + words.front().size());
+}
+
+int print(std::string_view text, Signals* signals) {
+   // A reader that leaves early has what it wanted.
+   if (writeOut(text, signals) == Written::failed) {
+      return complain(String("cannot write the answer: ") + std::strerror(errno));
+   }
+   return carriedOut;
+}
+
+int askAgent(const Client& client, const String& line, bool isKnown, Signals* signals) {
+   Answer answer = ask(client.socketPath, line, signals);
+   if (print(answer.text, signals) != carriedOut) {
+      return refused;
+   }
+   if (answer.error.empty()) {
+      return carriedOut;
+   }
+   if (!isKnown && answer.error.find("unknown command") != String::npos) {
+      answer.error += ", or a command of zelctl's: try help";
+   }
+   std::cerr << answer.error << '\n';
+   return refused;
+}
+
+WatchRound fetchRound(const Client& client, const Words& words, Signals* signals) {
+   try {
+      if (isViewCommand(words.front())) {
+         return {showRecords(words, client.store()), ""};
+      }
+      String line;
+      for (const String& word : words) {
+         line += word + " ";
+      }
+      const Answer answer = ask(client.socketPath, line + "json", signals);
+      return answer.error.empty() ? WatchRound{readCountersDocument(answer.text), ""}
+                                  : WatchRound{{}, answer.error};
+   } catch (const std::exception& error) {
+      return {{}, String("% ") + error.what()};
+   }
+}
+
+int watch(const Client& client, const Words& words, Signals* signals) {
+   const WatchRequest request = parseWatch(words);
+   const auto rounds = [&](Signals* caught) {
+      return runWatch(
+           request, [&] { return fetchRound(client, request.words, caught); }, caught);
+   };
+   if (signals != nullptr) {
+      return rounds(signals);
+   }
+   Signals own;
+   return rounds(&own);
+}
+
+} // namespace
+
+Silo::Store Client::store() const {
+   return siloFolder.empty() ? Silo::Store::sharedMemory(Silo::Interface::defaultTablePrefix)
+                             : Silo::Store::directory(siloFolder);
+}
+
+int complain(std::string_view problem) {
+   std::cerr << "% " << printable(problem) << '\n';
+   return refused;
+}
+
+int runLine(const Client& client, const String& line, Signals* signals) {
+   Words words = Agent::splitWords(line);
+   if (words.empty()) {
+      return complain("no command: 'zelctl help' lists them");
+   }
+   try {
+      const String command = commandNamed(words.front());
+      if (command == "help") {
+         return print(helpText(), signals);
+      }
+      if (command == "watch") {
+         return watch(client, words, signals);
+      }
+      if (isViewCommand(command)) {
+         words.front() = command;
+         return print(viewRecords(words, client.store()), signals);
+      }
+      return askAgent(client, completed(line, words, command), command == "counters", signals);
+   } catch (const std::exception& error) {
+      return complain(error.what());
+   }
+}
+
+} // namespace ZelCtl
