@@ -52,6 +52,6 @@ install(CODE "
     \"${CMAKE_CURRENT_BINARY_DIR}/zelagent.service\" @ONLY)" COMPONENT Programs)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/zelagent.service DESTINATION lib/systemd/system COMPONENT Programs)
 
-install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT Library)
+install(FILES README.md CHANGELOG.md scripts/sdk-symbols.txt DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT Library)
 install(DIRECTORY docs examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT Library
   PATTERN man EXCLUDE PATTERN "build*" EXCLUDE)
