@@ -23,13 +23,14 @@ function(zel_library name)
   endforeach()
   add_library(${name} ${sources})
   set_target_properties(${name} PROPERTIES LINKER_LANGUAGE CXX POSITION_INDEPENDENT_CODE ON)
+  target_compile_features(${name} PUBLIC cxx_std_20)
   list(GET ARGN 0 first)
   if(first MATCHES "^platform/")
-    target_include_directories(${name} PUBLIC ${CMAKE_SOURCE_DIR}/platform)
-  else()
-    target_include_directories(${name} PUBLIC ${CMAKE_SOURCE_DIR}/${first})
+    set(first platform)
   endif()
-  target_link_libraries(${name} PUBLIC Threads::Threads PRIVATE zel_build_flags)
+  target_include_directories(${name} PUBLIC $<BUILD_INTERFACE:${CMAKE_SOURCE_DIR}/${first}>)
+  # Whoever links the installed library builds with flags of their own.
+  target_link_libraries(${name} PUBLIC Threads::Threads PRIVATE $<BUILD_INTERFACE:zel_build_flags>)
 endfunction()
 
 # zel_test(FOLDER LIBRARY...): one test program a folder of tests/; ctest runs and names its tests one by one.

@@ -176,7 +176,7 @@ Kiln::String optionsHelp() {
    Kiln::String text;
    for (const Option& option : options) {
       Kiln::String left = Kiln::String(option.name) + " " + Kiln::String(option.value);
-      left.resize(std::max(column, left.size() + 1), ' ');
+      left.resize(std::max(column, left.size() + 2), ' ');
       text += "   " + left + Kiln::String(option.help) + "\n";
    }
    return text;

@@ -194,7 +194,7 @@ Kiln::String ScenarioConsole::statementsHelp() {
    Kiln::String text;
    for (const Statement& statement : statements) {
       Kiln::String left(statement.form);
-      left.resize(std::max(column, left.size() + 1), ' ');
+      left.resize(std::max(column, left.size() + 2), ' ');
       text += "   " + left + Kiln::String(statement.help) + "\n";
    }
    return text;

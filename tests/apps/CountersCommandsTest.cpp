@@ -3,7 +3,6 @@
 #include "ZelCountersCli.h"
 #include "kiln/Trace.h"
 
-#include <random>
 #include <sstream>
 
 namespace {
@@ -300,31 +299,6 @@ TEST_F(CountersCommandsTest, CompletionOffersOnlyWhatIsTaken) {
       }
    }
    EXPECT_GT(lines.size(), 500U);
-}
-
-TEST_F(CountersCommandsTest, AnswerWhateverTheWordsAre) {
-   const unsigned seed = std::random_device()();
-   SCOPED_TRACE("seed " + std::to_string(seed));
-   std::mt19937 random(seed);
-   const std::vector<String> words = {
-        "show", "clear",     "s",     "c",       "chip",     "Zel0",  "Zel9", "mac",
-        "intf", "Ethernet1", "i",     "nonzero", "n",        "pipe",  "0",    "-1",
-        "",     "\x01\xff",  "Zel1",  "table",   "99999999", "shown", "?",    "pdp",
-        "drop", "pipeline",  "stage", "egress",  "t",        "mau-",  "json"};
-   for (int round = 0; round < 20000; ++round) {
-      std::vector<String> command(random() % 7);
-      for (String& word : command) {
-         word = words[random() % words.size()];
-      }
-      const auto lock = Kiln::ActivityLockAnchor::lock();
-      const Agent::CommandSpool spool(1U << 20U);
-      const auto error = agent_->countersMgr().cliCallback()->command(command, spool.fd()).error;
-      EXPECT_EQ(error.find('\n'), String::npos);
-      for (const String& next : agent_->countersMgr().cliCallback()->completions(command)) {
-         EXPECT_EQ(next.find_first_of(" \n"), String::npos) << next;
-      }
-      EXPECT_TRUE(error.empty() || spool.size() == 0) << error;
-   }
 }
 
 } // namespace

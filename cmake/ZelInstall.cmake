@@ -1,0 +1,57 @@
+# What `cmake --install` puts where. The installed tree may be moved: nothing in it but the service unit holds
+# a path, and that one is written at installation. Three components: Library, SoftChip, Programs.
+
+include(CMakePackageConfigHelpers)
+
+set(package libZelCounters)
+set(packageDir ${CMAKE_INSTALL_LIBDIR}/cmake/${package})
+set(includeDir ${CMAKE_INSTALL_INCLUDEDIR}/${package})
+# Apart, so that who brings an SDK of their own can't include the software chip by mistake.
+set(softChipIncludeDir ${CMAKE_INSTALL_INCLUDEDIR}/${package}-softchip)
+
+# The library and its platform. Include roots are as in the source tree.
+install(TARGETS Kiln ZelPlatform ZelCounters EXPORT ${package}
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT Library
+  INCLUDES DESTINATION ${includeDir})
+install(DIRECTORY platform/ counters/ DESTINATION ${includeDir} COMPONENT Library FILES_MATCHING PATTERN "*.h")
+install(EXPORT ${package} NAMESPACE ZelCounters:: FILE ${package}Targets.cmake
+  DESTINATION ${packageDir} COMPONENT Library)
+configure_package_config_file(packaging/libZelCountersConfig.cmake.in ${package}Config.cmake
+  INSTALL_DESTINATION ${packageDir})
+write_basic_package_version_file(${package}ConfigVersion.cmake COMPATIBILITY SameMinorVersion)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${package}Config.cmake
+  ${CMAKE_CURRENT_BINARY_DIR}/${package}ConfigVersion.cmake
+  DESTINATION ${packageDir} COMPONENT Library)
+
+# From where the .pc file is back to the prefix, which is then wherever it was moved to.
+file(RELATIVE_PATH pcToPrefix /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
+configure_file(packaging/libZelCounters.pc.in ${package}.pc @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${package}.pc
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT Library)
+
+# The software chip stands in for the maker's SDK.
+install(TARGETS SoftChip EXPORT ${package}SoftChip
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT SoftChip
+  INCLUDES DESTINATION ${softChipIncludeDir})
+install(DIRECTORY softchip/ DESTINATION ${softChipIncludeDir} COMPONENT SoftChip FILES_MATCHING PATTERN "*.h")
+install(EXPORT ${package}SoftChip NAMESPACE ZelCounters:: FILE ${package}SoftChipTargets.cmake
+  DESTINATION ${packageDir} COMPONENT SoftChip)
+
+install(TARGETS zelagent RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR} COMPONENT Programs)
+install(TARGETS zelctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT Programs)
+install(FILES docs/man/zelagent.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8 COMPONENT Programs)
+install(FILES docs/man/zelctl.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT Programs)
+install(FILES apps/zelctl/zelctl.bash RENAME zelctl OPTIONAL
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT Programs)
+
+# A unit needs the program's whole path, which --prefix may yet change.
+install(CODE "
+  set(sbinDir \"${CMAKE_INSTALL_SBINDIR}\")
+  cmake_path(ABSOLUTE_PATH sbinDir BASE_DIRECTORY \"\${CMAKE_INSTALL_PREFIX}\")
+  configure_file(\"${CMAKE_SOURCE_DIR}/packaging/zelagent.service.in\"
+    \"${CMAKE_CURRENT_BINARY_DIR}/zelagent.service\" @ONLY)" COMPONENT Programs)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/zelagent.service DESTINATION lib/systemd/system COMPONENT Programs)
+
+install(FILES README.md CHANGELOG.md scripts/sdk-symbols.txt DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT Library)
+install(DIRECTORY docs examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT Library
+  PATTERN man EXCLUDE PATTERN "build*" EXCLUDE)

@@ -1,0 +1,131 @@
+// The least that an agent needs around the counters library: what the platform tells of chips and ports, the
+// shared tables, the manager, one chip with one port, and the command line's way in. It polls the stub SDK of
+// Sdk.cpp, answers a command, and reads what it published as any other process would.
+#include "Sdk.h"
+#include "ZelCountersMgr.h"
+#include "agent/CommandRunner.h"
+#include "kiln/ActivityLock.h"
+#include "kiln/ActivityManager.h"
+#include "silo/TableReader.h"
+#include "zl/ZelSdk.h"
+
+#include <iostream>
+#include <unistd.h>
+
+namespace {
+
+constexpr const char* chipName = "Chip0";
+constexpr const char* chipType = "two-pipe chip";
+constexpr ZelId::ZelDevId device = 0;
+constexpr U16 devicePort = 128 + 4; // pipe 1, slot 4
+
+// Owns what the manager works with. Made and destroyed under the activity lock, as everything that isn't an SDK
+// callback runs under it.
+class MinimalAgent {
+ public:
+   explicit MinimalAgent(const Silo::Store& store)
+        : commands_(Kiln::allocate<Agent::AgentCommandRequestDirSm>()) {
+      sess_hdl = 1;  // what the SDK calls its session
+      smRunning = 1; // SDK callbacks may come
+
+      // Capabilities go by the type of chip: this one has no VLAN tables, no NAT, no policy drops.
+      systemStatus_->chipCapabilitiesIs(chipType, {});
+      systemStatus_->hasNotificationActiveIs(true);
+      ports_->hasNotificationActiveIs(true);
+
+      // Mounts that are left out leave out what hangs on them.
+      const Vex::SharedTables tables = Vex::openSharedTables(store);
+      auto mounts = Kiln::allocate<ZelCounter::CountersMounts>();
+      mounts->ethPhyIntfStatusDirIs(ports_);
+      mounts->allIntfCountersIs(tables.allIntfCounters);
+      mounts->allIntfClearCountersIs(tables.allIntfClearCounters);
+      mounts->writerConfigIs(Kiln::allocate<Vex::Counters::WriterConfig>());
+      mounts->ethIntfCounterWriterStatusIs(Kiln::allocate<Vex::Counters::WriterStatus>());
+
+      mgr_ = ZelCounter::zelCountersMgrFactory(systemStatus_, mounts, Kiln::allocate<Vex::VexCommonSmData>(),
+                                               commands_, Kiln::allocate<ZelQos::TmCountersData>(),
+                                               Kiln::allocate<ZelQos::TmCountersData>(),
+                                               Kiln::allocate<ZelCounter::CliPortDropData>());
+   }
+
+   // Without the P4 program's services, two nulls here, a chip counts its ports only.
+   void addChip() {
+      chipStatus_->highestLogicalPipeIdIs(1);
+      chipStatus_->hasNotificationActiveIs(true);
+      mgr_->addChip(device, chipName, {chipType}, ZelSdk::getZelSessionHdl(), nullptr, nullptr, chipStatus_);
+   }
+
+   void addPort(const Pelt::IntfId& intf) {
+      systemStatus_->portInfoIs(intf, {device, devicePort});
+      chipStatus_->portToIntfIdIs(devicePort, intf);
+      ports_->intfStatusIs(intf, true); // from here on its counters are published
+   }
+
+   // As an operator's line arrives; the agent's CommandChannel takes such lines on a socket.
+   bool run(const char* line) {
+      const auto runner = Kiln::allocate<Agent::CommandRunner>(commands_);
+      runner->commandTypeIs("counters", "ZelCountersCli");
+      const Agent::CommandSpool answer;
+      const Agent::CommandResult result = runner->run(line, answer);
+      answer.copyTo(STDOUT_FILENO);
+      if (!result.ok()) {
+         std::cerr << "% " << result.error << '\n';
+      }
+      return result.ok();
+   }
+
+ private:
+   Kiln::Ptr<ZelSystem::SystemStatus> systemStatus_ = Kiln::allocate<ZelSystem::SystemStatus>();
+   Kiln::Ptr<Interface::EthPhyIntfStatusDir> ports_ = Kiln::allocate<Interface::EthPhyIntfStatusDir>();
+   Kiln::Ptr<ZelSlice::ChipStatus> chipStatus_ = Kiln::allocate<ZelSlice::ChipStatus>();
+   Kiln::Ptr<Agent::AgentCommandRequestDirSm> commands_;
+   Kiln::Ptr<ZelCounter::ZelCountersMgr> mgr_;
+};
+
+// What telemetry does, in another process and without the activity lock.
+U64 publishedFrames(const Silo::Store& store, const char* intf) {
+   using Silo::Interface::IntfCounters;
+   Silo::TableReader<IntfCounters> reader(store, Silo::Interface::TableName::intfCounters);
+   Silo::Sample<IntfCounters> sample;
+   const Silo::ReadResult result = reader.read(Silo::Key(intf), sample);
+   if (result != Silo::ReadResult::ok) {
+      throw std::runtime_error(std::string("nothing to read of ") + intf + ": " + Silo::text(result));
+   }
+   return sample.record.reading.inPkts;
+}
+
+void runExample(const Silo::Store& store) {
+   // Time stands still but for advance(), so that the example ends at once. A real agent leaves this line out,
+   // and calls run() on the activity manager in place of advance().
+   Kiln::System::timeSourceIs(Kiln::allocate<Kiln::SimulatedTime>());
+   const auto manager = Kiln::ActivityManager::instance();
+   const auto lock = Kiln::ActivityLockAnchor::lock();
+
+   MinimalAgent agent(store);
+   agent.addChip();
+   agent.addPort(Pelt::IntfId("Ethernet1"));
+   Sdk::receive(devicePort, 1518);
+   manager->advance(2.0); // a polling pass: the library asks the SDK for the port's counters
+   Sdk::completeReads();
+   manager->advance(2.0); // what came is vetted and published
+
+   if (!agent.run("counters show mac intf Ethernet1 nonzero")) {
+      throw std::runtime_error("the command was refused");
+   }
+   std::cout << "published: " << publishedFrames(store, "Ethernet1") << " frames\n";
+}
+
+} // namespace
+
+int main() {
+   const Silo::Store store = Silo::Store::sharedMemory("embed-" + std::to_string(getpid()));
+   int status = 0;
+   try {
+      runExample(store);
+   } catch (const std::exception& error) {
+      std::cerr << "embed: " << error.what() << '\n';
+      status = 1;
+   }
+   Vex::removeSharedTables(store);
+   return status;
+}
