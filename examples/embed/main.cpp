@@ -6,6 +6,7 @@
 #include "agent/CommandRunner.h"
 #include "kiln/ActivityLock.h"
 #include "kiln/ActivityManager.h"
+#include "kiln/TextOutput.h"
 #include "silo/TableReader.h"
 #include "zl/ZelSdk.h"
 
@@ -67,7 +68,8 @@ class MinimalAgent {
       runner->commandTypeIs("counters", "ZelCountersCli");
       const Agent::CommandSpool answer;
       const Agent::CommandResult result = runner->run(line, answer);
-      answer.copyTo(STDOUT_FILENO);
+      Kiln::TextOutput out(STDOUT_FILENO);
+      answer.copyTo(out);
       if (!result.ok()) {
          std::cerr << "% " << result.error << '\n';
       }
