@@ -1,16 +1,18 @@
 // The document of a show command: that it says what the text says, and what it says where there is no text.
-#include "JsonText.h"
+#include "JsonReader.h"
 #include "Rig.h"
 
 #include <algorithm>
 #include <set>
 #include <sstream>
+#include <stdexcept>
 
 namespace {
 
 using Kiln::String;
-using ZelTest::JsonText;
-using ZelTest::JsonValue;
+using ZelCtl::JsonValue;
+using ZelCtl::readJson;
+using Kind = ZelCtl::JsonValue::Kind;
 using Words = std::vector<String>;
 
 Words wordsOf(const String& text) {
@@ -18,10 +20,28 @@ Words wordsOf(const String& text) {
    return {std::istream_iterator<String>(words), {}};
 }
 
+const JsonValue& member(const JsonValue& object, const char* name) {
+   const JsonValue* const found = object.member(name);
+   if (found == nullptr) {
+      throw std::runtime_error(String("no ") + name);
+   }
+   return *found;
+}
+
+const std::vector<JsonValue>& listOf(const JsonValue& object, const char* name) {
+   return member(object, name).items;
+}
+
+Words wordsOf(const JsonValue& cell) {
+   return cell.kind == Kind::null     ? Words{"-"}
+          : cell.kind == Kind::number ? Words{std::to_string(cell.number)}
+                                      : wordsOf(cell.text);
+}
+
 std::vector<const JsonValue*> tablesOf(const JsonValue& document) {
    std::vector<const JsonValue*> tables;
-   for (const auto& [none, chip] : document["chips"].items) {
-      for (const auto& [noName, table] : chip["tables"].items) {
+   for (const JsonValue& chip : listOf(document, "chips")) {
+      for (const JsonValue& table : listOf(chip, "tables")) {
          tables.push_back(&table);
       }
    }
@@ -32,10 +52,10 @@ std::vector<const JsonValue*> tablesOf(const JsonValue& document) {
 std::vector<Words> rowsOf(const JsonValue& document) {
    std::vector<Words> rows;
    for (const JsonValue* table : tablesOf(document)) {
-      for (const auto& [none, row] : (*table)["rows"].items) {
+      for (const JsonValue& row : listOf(*table, "rows")) {
          Words& words = rows.emplace_back();
-         for (const auto& [column, cell] : row.items) {
-            const Words more = cell.kind == 'n' ? Words{"-"} : wordsOf(cell.text);
+         for (const auto& [column, cell] : row.members) {
+            const Words more = wordsOf(cell);
             words.insert(words.end(), more.begin(), more.end());
          }
       }
@@ -58,10 +78,11 @@ std::vector<Words> rowsOf(const String& text, const JsonValue& document) {
                              wordsOf("Pipe Counter Packets or cells Bytes State"),
                              wordsOf("Id Counter Handle Size Type Per-pipe Pkts/Bytes")};
    for (const JsonValue* table : tablesOf(document)) {
-      others.insert(wordsOf((*table)["title"].text));
-      others.insert(wordsOf((*table)["title"].text + ":"));
-      for (const auto& [none, note] : (*table)["notes"].items) {
-         others.insert(wordsOf(note.text));
+      const String& title = member(*table, "title").text;
+      others.insert(wordsOf(title));
+      others.insert(wordsOf(title + ":"));
+      for (const JsonValue& note : listOf(*table, "notes")) {
+         others.insert(wordsOf(note));
       }
    }
    std::vector<Words> rows;
@@ -83,19 +104,19 @@ std::vector<Words> rowsOf(const String& text, const JsonValue& document) {
 // Counters are numbers or unknown, and what is no counter tells the row from every other of its table.
 void expectLabelled(const JsonValue& table) {
    std::set<String> counters;
-   for (const auto& [none, name] : table["counters"].items) {
+   for (const JsonValue& name : listOf(table, "counters")) {
       counters.insert(name.text);
    }
-   std::set<Words> labels;
-   for (const auto& [none, row] : table["rows"].items) {
-      Words label;
-      for (const auto& [column, cell] : row.items) {
+   std::set<std::vector<Words>> labels;
+   for (const JsonValue& row : listOf(table, "rows")) {
+      std::vector<Words> label;
+      for (const auto& [column, cell] : row.members) {
          if (counters.count(column) == 0) {
-            label.push_back(cell.text);
+            label.push_back(wordsOf(cell));
          }
-         EXPECT_TRUE(counters.count(column) == 0 || cell.kind != '"') << column << " " << cell.text;
+         EXPECT_TRUE(counters.count(column) == 0 || cell.kind != Kind::string) << column << " " << cell.text;
       }
-      EXPECT_EQ(row.items.size(), label.size() + counters.size());
+      EXPECT_EQ(row.members.size(), label.size() + counters.size());
       EXPECT_TRUE(labels.insert(label).second) << testing::PrintToString(label);
    }
 }
@@ -108,13 +129,13 @@ class CountersJsonTest : public ZelTest::AgentTest {
       const String text = ask(command).text;
       const ZelTest::Asked asked = ask(command + " json");
       EXPECT_EQ(asked.error, "");
-      const JsonValue document = JsonText::parse(asked.text);
+      const JsonValue document = readJson(asked.text);
       EXPECT_EQ(rowsOf(document), rowsOf(text, document));
       rowCount_ += rowsOf(document).size();
       for (const JsonValue* table : tablesOf(document)) {
          expectLabelled(*table);
-         const bool hasTitle = text.find((*table)["title"].text) != String::npos;
-         EXPECT_TRUE(hasTitle || (*table)["rows"].items.empty() || command == "show info");
+         const bool hasTitle = text.find(member(*table, "title").text) != String::npos;
+         EXPECT_TRUE(hasTitle || listOf(*table, "rows").empty() || command == "show info");
       }
    }
 
@@ -180,7 +201,7 @@ TEST_F(CountersJsonTest, ResetsASnapshotThatTheHardwareFellBelowAsTheTextDoes) {
          ask("clear mac");
       }
    }
-   const JsonValue document = JsonText::parse(ask("show mac intf Ethernet1 nonzero json").text);
+   const JsonValue document = readJson(ask("show mac intf Ethernet1 nonzero json").text);
    EXPECT_EQ(rowsOf(document), (std::vector<Words>{{"FramesReceivedOK", "7"}, {"FramesReceivedAll", "100"}}));
    EXPECT_EQ(rowsOf(ask("show mac intf Ethernet1 nonzero").text, document), rowsOf(document));
 }
@@ -188,32 +209,33 @@ TEST_F(CountersJsonTest, ResetsASnapshotThatTheHardwareFellBelowAsTheTextDoes) {
 TEST_F(CountersJsonTest, SaysWhyThereIsNothing) {
    start({.chips = 2, .pipes = 1, .ports = 1});
    const auto notesOf = [](const JsonValue& table) {
-      EXPECT_TRUE(table["rows"].items.empty());
-      return table["notes"].items.at(0).second.text;
+      EXPECT_TRUE(listOf(table, "rows").empty());
+      return listOf(table, "notes").at(0).text;
    };
-   const String unfetched = ask("chip Zel0 show pdp json").text;
-   EXPECT_EQ(notesOf(*tablesOf(JsonText::parse(unfetched)).at(0)), "PDP counters not fetched yet");
-   const JsonValue unread = JsonText::parse(ask("chip Zel0 show traffic-manager json").text);
+   const JsonValue unfetched = readJson(ask("chip Zel0 show pdp json").text);
+   EXPECT_EQ(notesOf(*tablesOf(unfetched).at(0)), "PDP counters not fetched yet");
+   const JsonValue unread = readJson(ask("chip Zel0 show traffic-manager json").text);
    EXPECT_EQ(rowsOf(unread).at(0), wordsOf("0 in from the pipe - -"));
-   EXPECT_EQ((*tablesOf(unread).at(0))["notes"].items.at(0).second.text,
-             "Pipe 0, in from the pipe: not read yet");
+   EXPECT_EQ(listOf(*tablesOf(unread).at(0), "notes").at(0).text, "Pipe 0, in from the pipe: not read yet");
    Kiln::ActivityManager::instance()->advance(4.0);
 
    agent_->fleet().faults().failNext("counterReadIndirectStart", 5, 1);
-   const JsonValue failed = JsonText::parse(ask("chip Zel0 show table ingressPortCount json").text);
+   const JsonValue failed = readJson(ask("chip Zel0 show table ingressPortCount json").text);
    EXPECT_EQ(notesOf(*tablesOf(failed).at(0)), "Indirect start error: 5");
 
    agent_->fleet().faults().failNext("bf_pipe_path_counter_get", 22, 1);
-   const String pipeline = ask("chip Zel0 show pipeline stage parser json").text;
-   EXPECT_EQ(rowsOf(JsonText::parse(pipeline)).at(0), wordsOf("0 parser - - -"));
-   EXPECT_EQ((*tablesOf(JsonText::parse(pipeline)).at(0))["notes"].items.at(0).second.text,
+   const JsonValue pipeline = readJson(ask("chip Zel0 show pipeline stage parser json").text);
+   const auto tables = tablesOf(pipeline);
+   EXPECT_EQ(rowsOf(pipeline).at(0), wordsOf("0 parser - - -"));
+   EXPECT_EQ(listOf(*tables.at(0), "notes").at(0).text,
              "Error 22 (Internal error) requesting counters for pipe 0, stage parser: shown as last read");
 
    agent_->countersMgr().zelCounters(0)->initializedIs(false);
-   const JsonValue document = JsonText::parse(ask("show mac json").text);
-   EXPECT_EQ(document["chips"].items.at(0).second["error"].text, "Agent not initialized yet");
-   EXPECT_EQ(document["chips"].items.at(0).second.items.size(), 2U) << "and no tables";
-   EXPECT_EQ(document["chips"].items.at(1).second["tables"].items.size(), 1U);
+   const JsonValue document = readJson(ask("show mac json").text);
+   const std::vector<JsonValue>& chips = listOf(document, "chips");
+   EXPECT_EQ(member(chips.at(0), "error").text, "Agent not initialized yet");
+   EXPECT_EQ(chips.at(0).members.size(), 2U) << "and no tables";
+   EXPECT_EQ(listOf(chips.at(1), "tables").size(), 1U);
 }
 
 } // namespace
