@@ -132,6 +132,10 @@ int runAgent(const Options& options) {
    agent.fleet().completions().modeIs({SoftChip::CompletionMode::Kind::thread, 0.0, 1});
    std::optional<ZelAgent::HostPorts> hostPorts;
    startTraffic(agent, options, &hostPorts);
+   {
+      const auto lock = Kiln::ActivityLockAnchor::lock();
+      agent.countersMgr().vexCountersSm()->forgetAbsentPorts();
+   }
    const Agent::CommandChannel channel(manager, agent.commandRunner(), socketPath);
    endOnSignals();
    std::printf("zelagent: %u chips, %u ports each, commands on %s\n", options.agent.chips,
