@@ -137,6 +137,8 @@ class ZelCounters : public Kiln::Entity {
    // service are left alone. A refusal by the SDK, but for "not supported", is an assertion.
    void clearTableCounters(U32 fd, U32 tableId, ZelId::ZelPipeId pipeId);
    void clearAllTableCounters(U32 fd);
+   // What to type for a table that they leave alone; null for any other.
+   const char* otherClear(const ZlResourceInfo::ZlTableCounter& info) const;
 
    // Reads the PDP class counters into pdpCountersLast. A read that fails is traced and ends the fetch, and
    // the show operations say that nothing was fetched until a later one succeeds.
@@ -295,7 +297,6 @@ class ZelCounters : public Kiln::Entity {
    bool fetchPdpPipe(const ZlResourceInfo::ZlTableCounter& info, U32 pipe);
    ZelQos::PdpIntfCounter* pdpCounterOf(U32 localPortKey);
    bool pdpRows(ShowOutput& out, const Pelt::IntfId& intf, bool nonZeroOnly);
-   bool isProtected(const ZlResourceInfo::ZlTableCounter& info) const;
 
    void showView(U32 fd, const std::function<TableView()>& view) const;
    void showView(ShowOutput& out, const std::function<TableView()>& view) const;

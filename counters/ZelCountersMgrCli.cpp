@@ -227,6 +227,19 @@ Kiln::String ZelCountersMgrCli::selectOperands(const ZelCountersCommand& command
    return targets->empty() ? firstError : "";
 }
 
+// A table that is named must not be left alone in silence.
+Kiln::String ZelCountersMgrCli::clearError(const std::vector<Target>& targets) {
+   for (const Target& target : targets) {
+      if (target.arguments.tableId) {
+         const auto& info = *target.chip->zlResourceInfoIntf()->zlTableCounter(*target.arguments.tableId);
+         if (const char* const other = target.chip->otherClear(info)) {
+            return "table " + info.name + " is not cleared here: use " + other;
+         }
+      }
+   }
+   return "";
+}
+
 // The chips that the command goes to, or what is wrong with it.
 Kiln::String ZelCountersMgrCli::select(const ZelCountersCommand& command,
                                        std::vector<Target>* targets) const {
@@ -246,6 +259,9 @@ Kiln::String ZelCountersMgrCli::select(const ZelCountersCommand& command,
    }
    if (error.empty() && (command.needsTables || command.pipe)) {
       error = selectOperands(command, targets);
+   }
+   if (error.empty() && std::holds_alternative<ClearOperation>(command.operation)) {
+      error = clearError(*targets);
    }
    return error;
 }

@@ -77,6 +77,7 @@ class ZelCountersMgrCli {
    Chips ownersOf(const Pelt::IntfId& intf) const;
    Kiln::String ownerError(const Pelt::IntfId& intf, const ZelCounters* named, const Chips& owners) const;
    static Kiln::String selectOperands(const ZelCountersCommand& command, std::vector<Target>* targets);
+   static Kiln::String clearError(const std::vector<Target>& targets);
    Kiln::String select(const ZelCountersCommand& command, std::vector<Target>* targets) const;
 
    static void clear(ClearOperation operation, const std::vector<Target>& targets, U32 fd);
