@@ -93,10 +93,10 @@ TableView ZelCounters::tmView(std::optional<U16> pipe, bool nonZeroOnly) {
          const TmCounter& now = last->countersByPipeIs(pipeId)[type.type];
          const TmCounter& then = clear->countersByPipeIs(pipeId)[type.type];
          const U64 count = type.isTotal ? now.count - then.count : now.count;
-         if (nonZeroOnly && count == 0 && now.status == 0) {
+         const Kiln::String state = stateOf(now);
+         if (nonZeroOnly && count == 0 && state == readState) {
             continue;
          }
-         const Kiln::String state = stateOf(now);
          const auto cell = [&](U64 number) {
             return now.isRead ? TableView::Cell(number) : TableView::Unread();
          };
