@@ -318,7 +318,7 @@ class ZelCounters : public Kiln::Entity {
    ClearableCounts pipelineCounts_;
    ClearableCounts mauDropCounts_;
    bool mauDropsFetched_ = false;
-   std::vector<Kiln::String> mauDropErrors_; // of the last fetch
+   std::vector<std::pair<U32, Kiln::String>> mauDropErrors_; // of the last fetch, by pipe
    Kiln::Ptr<ZelCountersSm> zelCountersSm_;
    Kiln::Ptr<HwTableCountersSm> hwTableCountersSm_;
    Kiln::HashMap<U16, Kiln::Ptr<PipeIntfQueueCounterSm>> pipeIntfQueueCounterSm_;

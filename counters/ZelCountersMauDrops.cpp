@@ -51,10 +51,10 @@ void ZelCounters::fetchAllMauDropCounters() {
          if (status == BF_SUCCESS) {
             mauDropCounts_.lastIs(pipe * places.size() + at, drops);
          } else {
-            mauDropErrors_.push_back("Error " + std::to_string(status) + " (" + sdkStatusText(status) +
-                                     ") requesting counters for pipe " + std::to_string(pipe) + ", " +
-                                     places[at].name);
-            KILN_TRACE(4, mauDropErrors_.back());
+            mauDropErrors_.emplace_back(pipe, "Error " + std::to_string(status) + " (" +
+                                                   sdkStatusText(status) + ") requesting counters for pipe " +
+                                                   std::to_string(pipe) + ", " + places[at].name);
+            KILN_TRACE(4, mauDropErrors_.back().second);
          }
       }
    }
@@ -90,8 +90,10 @@ TableView ZelCounters::mauDropView(const Pelt::IntfId& intf, std::optional<U16> 
          }
       }
    }
-   for (const Kiln::String& error : mauDropErrors_) {
-      view.notes.push_back(error + ": shown as last read");
+   for (const auto& [onPipe, error] : mauDropErrors_) {
+      if (!pipe || onPipe == *pipe) {
+         view.notes.push_back(error + ": shown as last read");
+      }
    }
    return view;
 }

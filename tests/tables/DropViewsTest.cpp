@@ -181,6 +181,7 @@ TEST_F(DropViewsTest, MauDropsAreShownAndClearedAsFetched) {
    output([&](U32 fd) { chip.clearAllMauDropCounters(fd); });
    EXPECT_EQ(show(), header + "  none\n" + note + "\n");
    StubSdk::sdk().statuses[{"deparser", BF_PIPE_EGRESS, 1}] = 22;
+   StubSdk::sdk().statuses[{"deparser", BF_PIPE_EGRESS, 0}] = 22; // the other pipe's is not said
    chip.fetchAllMauDropCounters();
    EXPECT_EQ(show(), header + "     1  stage 3           forwarding                         3\n" + note +
                           "Error 22 (Internal error) requesting counters for pipe 1, egress deparser: "
