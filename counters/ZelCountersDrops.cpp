@@ -59,7 +59,7 @@ Kiln::String ZelCounters::dropTableError(Point point, const ZlTableCounter** inf
              " entries of its own";
    }
    if (!initializedCounter(id) || !firstPollingComplete()) {
-      return "Counter table " + std::to_string(id) + " not initialized yet";
+      return Kiln::String("Counter table ") + name + " not initialized yet";
    }
    return perPipeCounter(id) ? "" : Kiln::String("Counter table ") + name + " does not tell pipes apart";
 }

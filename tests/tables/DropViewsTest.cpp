@@ -128,7 +128,7 @@ TEST_F(DropViewsTest, WhatCantBeReadIsSaidBelowTheRows) {
    EXPECT_THAT(text, HasSubstr(dropRuler + "Error 14 (IO error) requesting counters for pipe 0, "
                                            "ingressPortDropCount: shown as last read\n\n"));
    chip.firstPollingCompleteIs(false);
-   EXPECT_THAT(drops(chip), HasSubstr("Counter table 3 not initialized yet\n"));
+   EXPECT_THAT(drops(chip), HasSubstr("Counter table egressPortDropCount not initialized yet\n"));
    chip.firstPollingCompleteIs(true);
    chip.perPipeCounterIs(4, false);
    EXPECT_THAT(drops(chip), HasSubstr("Counter table finalDropControlCount does not tell pipes apart\n"));
