@@ -330,7 +330,7 @@ class Parser {
       if (chosen == chipKeyword) {
          expect(mgrCli_.chipNames());
          if (atEnd()) {
-            error_ = "chip needs a name: expected " + mgrCli_.chipChoices();
+            error_ = "chip needs a name: " + mgrCli_.chipChoices();
             return false;
          }
          command_->chip = words_[at_++];

@@ -39,7 +39,7 @@ std::vector<Kiln::String> ZelCountersMgrCli::chipNames() const {
 
 Kiln::String ZelCountersMgrCli::chipChoices() const {
    const std::vector<Kiln::String> names = chipNames();
-   return names.empty() ? "no chip yet, since none is up" : Kiln::choices(names);
+   return names.empty() ? "no chip is up yet" : "expected " + Kiln::choices(names);
 }
 
 // The names that commands know: of ports, and of what still has a snapshot. In natural order.
@@ -103,7 +103,7 @@ ZelCountersMgrCli::Chips ZelCountersMgrCli::ownersOf(const Pelt::IntfId& intf) c
 
 Kiln::String ZelCountersMgrCli::selectChip(const Kiln::String& name, Chips* chips) const {
    std::erase_if(*chips, [&](const auto& chip) { return chip->chipName() != name; });
-   return chips->empty() ? "unknown chip " + Kiln::quoted(name) + ": expected " + chipChoices() : "";
+   return chips->empty() ? "unknown chip " + Kiln::quoted(name) + ": " + chipChoices() : "";
 }
 
 Kiln::String ZelCountersMgrCli::selectInterface(const ZelCountersCommand& command, Chips* chips,

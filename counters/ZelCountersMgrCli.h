@@ -55,7 +55,7 @@ class ZelCountersMgrCli {
    std::vector<Kiln::String> interfaceNames(const std::optional<Kiln::String>& chip) const;
    std::vector<Kiln::String> tableNames(const std::optional<Kiln::String>& chip) const;
    std::vector<Kiln::String> pipeNumbers(const std::optional<Kiln::String>& chip) const;
-   // What may stand for a chip, for an error that lists the choices.
+   // The end of an error about a chip's name: "expected Zel0 or Zel1", or that no chip is up.
    Kiln::String chipChoices() const;
    // Whether a chip has a counter table of exactly this name.
    bool isTableName(const Kiln::String& name) const;
