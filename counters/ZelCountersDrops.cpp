@@ -2,6 +2,7 @@
 #include "CliPortDropData.h"
 #include "PortSorter.h"
 #include "SdkStatus.h"
+#include "TextShow.h"
 #include "ZelCounters.h"
 #include "ZelCountersTrace.h"
 #include "zl/ZelCountersIntf.h"
@@ -148,11 +149,21 @@ TableView ZelCounters::dropView(const Pelt::IntfId& intf, bool nonZeroOnly) {
 }
 
 void ZelCounters::showAllDropCounters(U32 fd, bool nonZeroOnly) {
-   showView(fd, [&] { return dropView({}, nonZeroOnly); });
+   TextShow out(fd, echo());
+   showAllDropCounters(out, nonZeroOnly);
+}
+
+void ZelCounters::showAllDropCounters(ShowOutput& out, bool nonZeroOnly) {
+   showView(out, [&] { return dropView({}, nonZeroOnly); });
 }
 
 void ZelCounters::showDropCounters(U32 fd, const Pelt::IntfId& intf, bool nonZeroOnly) {
-   showView(fd, [&] { return dropView(intf, nonZeroOnly); });
+   TextShow out(fd, echo());
+   showDropCounters(out, intf, nonZeroOnly);
+}
+
+void ZelCounters::showDropCounters(ShowOutput& out, const Pelt::IntfId& intf, bool nonZeroOnly) {
+   showView(out, [&] { return dropView(intf, nonZeroOnly); });
 }
 
 void ZelCounters::clearAllDropCounters(U32 fd) {

@@ -1,5 +1,6 @@
 // The drops in the match-action units and deparsers of a chip.
 #include "SdkStatus.h"
+#include "TextShow.h"
 #include "ZelCounters.h"
 #include "ZelCountersTrace.h"
 #include "sdk/bf_pipe.h"
@@ -99,11 +100,21 @@ TableView ZelCounters::mauDropView(const Pelt::IntfId& intf, std::optional<U16> 
 }
 
 void ZelCounters::showAllMauDropCounters(U32 fd, bool nonZeroOnly, std::optional<U16> pipe) {
-   showView(fd, [&] { return mauDropView({}, pipe, nonZeroOnly); });
+   TextShow out(fd, echo());
+   showAllMauDropCounters(out, nonZeroOnly, pipe);
+}
+
+void ZelCounters::showAllMauDropCounters(ShowOutput& out, bool nonZeroOnly, std::optional<U16> pipe) {
+   showView(out, [&] { return mauDropView({}, pipe, nonZeroOnly); });
 }
 
 void ZelCounters::showMauDropCounters(U32 fd, const Pelt::IntfId& intf, bool nonZeroOnly) {
-   showView(fd, [&] { return mauDropView(intf, {}, nonZeroOnly); });
+   TextShow out(fd, echo());
+   showMauDropCounters(out, intf, nonZeroOnly);
+}
+
+void ZelCounters::showMauDropCounters(ShowOutput& out, const Pelt::IntfId& intf, bool nonZeroOnly) {
+   showView(out, [&] { return mauDropView(intf, {}, nonZeroOnly); });
 }
 
 void ZelCounters::clearAllMauDropCounters(U32 fd) {

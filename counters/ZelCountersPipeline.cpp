@@ -1,5 +1,6 @@
 // The packet-path counters of a chip: how many packets each stage of its pipes took in, passed on and dropped.
 #include "SdkStatus.h"
+#include "TextShow.h"
 #include "ZelCounters.h"
 #include "ZelCountersTrace.h"
 #include "kiln/Assert.h"
@@ -75,11 +76,22 @@ TableView ZelCounters::pipelineView(std::optional<U32> stage, std::optional<U16>
 }
 
 void ZelCounters::showAllPipelineCounters(U32 fd, bool nonZeroOnly, std::optional<U16> pipe) {
-   showView(fd, [&] { return pipelineView({}, pipe, nonZeroOnly); });
+   TextShow out(fd, echo());
+   showAllPipelineCounters(out, nonZeroOnly, pipe);
+}
+
+void ZelCounters::showAllPipelineCounters(ShowOutput& out, bool nonZeroOnly, std::optional<U16> pipe) {
+   showView(out, [&] { return pipelineView({}, pipe, nonZeroOnly); });
 }
 
 void ZelCounters::showPipelineCounters(U32 fd, U32 stage, bool nonZeroOnly, std::optional<U16> pipe) {
-   showView(fd, [&] { return pipelineView(stage, pipe, nonZeroOnly); });
+   TextShow out(fd, echo());
+   showPipelineCounters(out, stage, nonZeroOnly, pipe);
+}
+
+void ZelCounters::showPipelineCounters(ShowOutput& out, U32 stage, bool nonZeroOnly,
+                                       std::optional<U16> pipe) {
+   showView(out, [&] { return pipelineView(stage, pipe, nonZeroOnly); });
 }
 
 void ZelCounters::clearAllPipelineCounters(U32 fd) {

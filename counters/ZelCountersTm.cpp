@@ -1,5 +1,6 @@
 // The traffic-manager commands of a chip, over what its pollers read.
 #include "SdkStatus.h"
+#include "TextShow.h"
 #include "ZelCounters.h"
 #include "sdk/bf_tm.h"
 
@@ -111,7 +112,12 @@ TableView ZelCounters::tmView(std::optional<U16> pipe, bool nonZeroOnly) {
 }
 
 void ZelCounters::showAllTmCounters(U32 fd, bool nonZeroOnly, std::optional<U16> pipe) {
-   showView(fd, [&] { return tmView(pipe, nonZeroOnly); });
+   TextShow out(fd, echo());
+   showAllTmCounters(out, nonZeroOnly, pipe);
+}
+
+void ZelCounters::showAllTmCounters(ShowOutput& out, bool nonZeroOnly, std::optional<U16> pipe) {
+   showView(out, [&] { return tmView(pipe, nonZeroOnly); });
 }
 
 void ZelCounters::clearAllTmCounters(U32 fd) {
