@@ -25,8 +25,7 @@ Kiln::String reasonText(const ZlDrop::Table& table, U32 reason) {
 }
 
 Kiln::String errorText(U32 status, const ZlTableCounter& info, U32 pipe) {
-   return "Error " + std::to_string(status) + " (" + sdkStatusText(static_cast<int>(status)) +
-          ") requesting counters for pipe " + std::to_string(pipe) + ", " + info.name;
+   return pipeReadErrorText(static_cast<int>(status), pipe) + ", " + info.name;
 }
 
 } // namespace

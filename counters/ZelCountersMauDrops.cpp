@@ -52,9 +52,7 @@ void ZelCounters::fetchAllMauDropCounters() {
          if (status == BF_SUCCESS) {
             mauDropCounts_.lastIs(pipe * places.size() + at, drops);
          } else {
-            mauDropErrors_.emplace_back(pipe, "Error " + std::to_string(status) + " (" +
-                                                   sdkStatusText(status) + ") requesting counters for pipe " +
-                                                   std::to_string(pipe) + ", " + places[at].name);
+            mauDropErrors_.emplace_back(pipe, pipeReadErrorText(status, pipe) + ", " + places[at].name);
             KILN_TRACE(4, mauDropErrors_.back().second);
          }
       }

@@ -6,8 +6,6 @@
 #include "kiln/Assert.h"
 #include "sdk/bf_pipe.h"
 
-#include <string>
-
 namespace ZelCounter {
 
 namespace {
@@ -35,9 +33,7 @@ Kiln::String ZelCounters::readPipelineStage(U32 pipe, U32 stage) {
    bf_pipe_path_count_t count{};
    const bf_status_t status = bf_pipe_path_counter_get(deviceId(), static_cast<U16>(pipe), stage, &count);
    if (status != BF_SUCCESS) {
-      Kiln::String error = "Error " + std::to_string(status) + " (" + sdkStatusText(status) +
-                           ") requesting counters for pipe " + std::to_string(pipe) + ", stage " +
-                           stageNames[stage];
+      Kiln::String error = pipeReadErrorText(status, pipe) + ", stage " + stageNames[stage];
       KILN_TRACE(4, error);
       return error;
    }

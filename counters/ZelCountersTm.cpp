@@ -4,6 +4,7 @@
 #include "ZelCounters.h"
 #include "sdk/bf_tm.h"
 
+#include <algorithm>
 #include <string>
 
 namespace ZelCounter {
@@ -28,13 +29,19 @@ constexpr std::array tmTypes = {
      TmType{BF_TM_PIPE_CELLS, "cells in use", false},
      TmType{BF_TM_PIPE_WATERMARK, "cells of a port, peak", false},
 };
-static_assert(tmTypes.size() == 7);
+
+constexpr bool isShown(U32 polled) {
+   return std::any_of(tmTypes.begin(), tmTypes.end(),
+                      [polled](const TmType& type) { return type.type == polled; });
+}
+static_assert(tmTypes.size() == polledTmCounterTypes.size() &&
+              std::all_of(polledTmCounterTypes.begin(), polledTmCounterTypes.end(), isShown));
 
 constexpr const char* readState = "ok";
 
 Kiln::String stateOf(const TmCounter& counter) {
    if (counter.status != 0) {
-      return "Error " + std::to_string(counter.status) + " (" + sdkStatusText(counter.status) + ")";
+      return sdkErrorText(counter.status);
    }
    return counter.isRead ? readState : "not read yet";
 }
