@@ -379,7 +379,7 @@ class Parser {
 
    bool parseOperand(const Row& row) {
       if (row.operand == Operand::table && atEnd()) {
-         expect(mgrCli_.tableNames(command_->chip));
+         expect(mgrCli_.tableNames(command_->chip, std::holds_alternative<ClearOperation>(row.operation)));
       } else if (row.operand == Operand::table && isTable(row)) {
          command_->table = words_[at_++];
       }

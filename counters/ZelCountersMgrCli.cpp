@@ -8,6 +8,7 @@
 #include "kiln/Numbers.h"
 
 #include <algorithm>
+#include <map>
 #include <set>
 
 namespace ZelCounter {
@@ -68,15 +69,24 @@ std::vector<Kiln::String> ZelCountersMgrCli::interfaceNames(const std::optional<
    return names;
 }
 
-std::vector<Kiln::String> ZelCountersMgrCli::tableNames(const std::optional<Kiln::String>& chip) const {
-   std::set<Kiln::String> names;
+std::vector<Kiln::String> ZelCountersMgrCli::tableNames(const std::optional<Kiln::String>& chip,
+                                                        bool toClear) const {
+   std::map<Kiln::String, bool> isTaken; // one chip that refuses it is enough
    for (const auto& one : chipsOf(chip)) {
       const U32 tables = one->zlResourceInfoIntf() ? one->zlResourceInfoIntf()->zlTableCountersNum() : 0;
       for (U32 id = 0; id < tables; ++id) {
-         names.insert(one->zlResourceInfoIntf()->zlTableCounter(id)->name);
+         const auto& info = *one->zlResourceInfoIntf()->zlTableCounter(id);
+         const auto entry = isTaken.emplace(info.name, true).first;
+         entry->second = entry->second && !(toClear && one->otherClear(info) != nullptr);
       }
    }
-   return {names.begin(), names.end()};
+   std::vector<Kiln::String> names;
+   for (const auto& [name, taken] : isTaken) {
+      if (taken) {
+         names.push_back(name);
+      }
+   }
+   return names;
 }
 
 std::vector<Kiln::String> ZelCountersMgrCli::pipeNumbers(const std::optional<Kiln::String>& chip) const {

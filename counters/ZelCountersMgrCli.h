@@ -53,7 +53,7 @@ class ZelCountersMgrCli {
    // What may be said of the named chip, or of any.
    std::vector<Kiln::String> chipNames() const;
    std::vector<Kiln::String> interfaceNames(const std::optional<Kiln::String>& chip) const;
-   std::vector<Kiln::String> tableNames(const std::optional<Kiln::String>& chip) const;
+   std::vector<Kiln::String> tableNames(const std::optional<Kiln::String>& chip, bool toClear) const;
    std::vector<Kiln::String> pipeNumbers(const std::optional<Kiln::String>& chip) const;
    // The end of an error about a chip's name: "expected Zel0 or Zel1", or that no chip is up.
    Kiln::String chipChoices() const;
