@@ -132,7 +132,7 @@ Kiln::String ZelCountersMgrCli::selectInterface(const ZelCountersCommand& comman
    }
    *intf = *found;
    Chips owners = ownersOf(*intf);
-   const Kiln::String error = ownerError(*intf, command.chip ? chips->front().ptr() : nullptr, owners);
+   Kiln::String error = ownerError(*intf, command.chip ? chips->front().ptr() : nullptr, owners);
    if (error.empty() && !command.chip) {
       chips->swap(owners);
    }
