@@ -7,8 +7,8 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 #include <span>
-#include <utility>
 
 namespace ZelCounter {
 
@@ -44,12 +44,8 @@ Step errorStep(U64 oldValue, U64 newValue) {
 
 using Silo::WordPair;
 
-constexpr std::size_t rmonIndexOf(std::size_t field) {
-   return static_cast<std::size_t>(Interface::ethIntfFields[field].rmonIndex);
-}
-
-// Gathers the bits of steps and values, of two fields at once: those that nearly every reading leaves clear, in which
-// each counter stayed or rose within the window, below the top of the range.
+// Gathers the bits that are set in any step and any value, two fields at once. In nearly every reading the high ones
+// stay clear: each counter stayed or rose within the window, below the top of the range.
 struct Suspicion {
    WordPair steps{};
    WordPair values{};
@@ -73,6 +69,8 @@ constexpr auto rmonIndices = [] {
 }();
 
 // Fills the statistics from all the raw counters, and answers whether every step from the previous ones is normal.
+// Fields go through the vector registers in pairs, and each is looked at while it is there, since every port goes
+// through here on every pass. A loop over a table: written out, compilers keep the looking for the end and spill.
 bool fill(EthIntfStatistics& body, const U64* raw, const EthIntfStatistics& previous) {
    constexpr std::size_t last = EthIntfStatistics::fieldCount - 1;
    static_assert(last % 2 == 0, "one field is left of the pairs");

@@ -132,6 +132,18 @@ TEST_F(Accounting, FieldsAreFilledAsTheDocumentSays) {
    EXPECT_EQ(filled, documented);
 }
 
+TEST_F(Accounting, CountersThatTheSnapshotLacksReadZero) {
+   const auto snapshot = ZelCounter::intfCountersFactory(intf);
+   constexpr auto lastHeld = static_cast<std::size_t>(Interface::ethIntfFields[inErrors].rmonIndex);
+   snapshot->countersIs(lastHeld, 7);
+   chip->macCountersLastIs(intf, snapshot);
+   step(outOctets, 0, 6);
+   chip->getMacCounters(intf, record, previous);
+   EthIntfStatistics expected{};
+   Interface::wordIs(expected, inErrors, 7);
+   EXPECT_EQ(std::memcmp(&record->statistics(), &expected, sizeof expected), 0);
+}
+
 TEST_F(Accounting, WithoutASnapshotTheRecordIsLeftAlone) {
    step(inOctets, 1, 2);
    record->isFilledIs(false);
