@@ -3,16 +3,17 @@
 #include "ZelCountersLog.h"
 #include "ZelCountersTrace.h"
 #include "kiln/RingLog.h"
+#include "silo/Words.h"
 
+#include <algorithm>
 #include <array>
+#include <cstring>
 #include <span>
-#include <utility>
 
 namespace ZelCounter {
 
 namespace {
 
-using Interface::Dot1pIndex;
 using Interface::EthIntfStatistics;
 using Interface::FieldGroup;
 using Interface::wrapWindow;
@@ -41,37 +42,59 @@ Step errorStep(U64 oldValue, U64 newValue) {
    return to < from || to - from >= wrapWindow ? Step::upset : Step::normal;
 }
 
-constexpr std::size_t perPort = offsetof(EthIntfStatistics, inPfcFrames) / sizeof(U64);
+using Silo::WordPair;
 
-// An index beyond the snapshot reads 0.
-struct RawCounters {
-   U64 operator[](std::size_t index) const { return index < values.size() ? values[index] : 0; }
-   std::span<const U64> values;
+// Gathers the bits that are set in any step and any value, two fields at once. In nearly every reading the high ones
+// stay clear: each counter stayed or rose within the window, below the top of the range.
+struct Suspicion {
+   WordPair steps{};
+   WordPair values{};
+
+   void add(WordPair oldValues, WordPair newValues) {
+      steps |= newValues - oldValues;
+      values |= newValues | oldValues;
+   }
+   // Says so of no reading with a wrap or an upset.
+   bool isAllNormal() const {
+      return (steps[0] | steps[1]) < wrapWindow && (values[0] | values[1]) < Interface::topBit;
+   }
 };
 
-// The fields before the per-priority blocks, each from its counter: written out at compile time, since every
-// port goes through here on every pass.
-template <std::size_t... field>
-void fillPerPort(EthIntfStatistics& body, RawCounters raw, std::index_sequence<field...>) {
-   (Interface::wordIs(body, field, raw[static_cast<std::size_t>(Interface::ethIntfFields[field].rmonIndex)]),
-    ...);
-}
-
-void fillPerPriority(EthIntfStatistics& body, RawCounters raw) {
-   for (unsigned priority = 0; priority <= Dot1pIndex::max; ++priority) {
-      body.inPfcFrames.countIs(Dot1pIndex(priority), raw[BF_RMON_PFC_FRAMES_RECEIVED_PRIORITY_0 + priority]);
+constexpr auto rmonIndices = [] {
+   std::array<U16, EthIntfStatistics::fieldCount> indices{};
+   for (std::size_t field = 0; field < indices.size(); ++field) {
+      indices[field] = static_cast<U16>(Interface::ethIntfFields[field].rmonIndex);
    }
-   for (unsigned priority = 0; priority <= Dot1pIndex::max; ++priority) {
-      body.outPfcFrames.countIs(Dot1pIndex(priority),
-                                raw[BF_RMON_PFC_FRAMES_TRANSMITTED_PRIORITY_0 + priority]);
-   }
-}
+   return indices;
+}();
 
-void fill(EthIntfStatistics& body, RawCounters raw) {
-   fillPerPort(body, raw, std::make_index_sequence<perPort>{});
-   fillPerPriority(body, raw);
+// Fills the statistics from all the raw counters, and answers whether every step from the previous ones is normal.
+// Fields go through the vector registers in pairs, and each is looked at while it is there, since every port goes
+// through here on every pass. A loop over a table: written out, compilers keep the looking for the end and spill.
+bool fill(EthIntfStatistics& body, const U64* raw, const EthIntfStatistics& previous) {
+   constexpr std::size_t last = EthIntfStatistics::fieldCount - 1;
+   static_assert(last % 2 == 0, "one field is left of the pairs");
+   auto* const to = reinterpret_cast<std::byte*>(&body);
+   const auto* const from = reinterpret_cast<const std::byte*>(&previous);
+   Suspicion suspicion;
+   for (std::size_t i = 0; i < last; i += 2) {
+      const WordPair values{raw[rmonIndices[i]], raw[rmonIndices[i + 1]]};
+      std::memcpy(to + i * sizeof(U64), &values, sizeof values);
+      suspicion.add(Silo::loadPlain<WordPair>(from + i * sizeof(U64)), values);
+   }
+   const U64 value = raw[rmonIndices[last]];
+   Interface::wordIs(body, last, value);
+   suspicion.add(WordPair{Interface::word(previous, last), 0}, WordPair{value, 0});
    body.outQueuePkts = {};
    body.outQueueDiscards = {};
+   return suspicion.isAllNormal();
+}
+
+// The same from a snapshot that holds only the first counters: the others read 0.
+bool fillFromPart(EthIntfStatistics& body, std::span<const U64> raw, const EthIntfStatistics& previous) {
+   bf_rmon_counter_array_t all{};
+   std::copy(raw.begin(), raw.end(), all);
+   return fill(body, all, previous);
 }
 
 } // namespace
@@ -84,25 +107,14 @@ void ZelCounters::getMacCounters(const Pelt::IntfId& intf, const Kiln::Ptr<VexTy
    if (last == nullptr) {
       return;
    }
-   fill(record->refill(), {(*last)->counters()});
-   checkMacCountersOverflow(intf, record, previous);
-}
-
-namespace {
-
-// Nearly every reading: each counter stayed or rose within the window, below the top of the range. False wherever a
-// full look is needed, and sometimes where it isn't. Bits, not branches, so that the fields go through the vector registers in pairs.
-bool isAllNormal(const EthIntfStatistics& reading, const EthIntfStatistics& reference) {
-   U64 suspicion = 0;
-   for (std::size_t i = 0; i < EthIntfStatistics::fieldCount; ++i) {
-      const U64 newValue = Interface::word(reading, i);
-      const U64 oldValue = Interface::word(reference, i);
-      suspicion |= ((newValue - oldValue) & ~(wrapWindow - 1)) | ((newValue | oldValue) & Interface::topBit);
+   const std::span<const U64> raw = (*last)->counters();
+   const bool isWhole = raw.size() == BF_NUM_RMON_COUNTERS;
+   const bool isAllNormal = isWhole ? fill(record->refill(), raw.data(), previous->statistics())
+                                    : fillFromPart(record->refill(), raw, previous->statistics());
+   if (!isAllNormal) {
+      checkMacCountersOverflow(intf, record, previous);
    }
-   return suspicion == 0;
 }
-
-} // namespace
 
 void ZelCounters::checkMacCountersOverflow(const Pelt::IntfId& intf,
                                            const Kiln::Ptr<VexTypes::IntfCounters>& record,
@@ -110,9 +122,6 @@ void ZelCounters::checkMacCountersOverflow(const Pelt::IntfId& intf,
    bool wrapSeen = false;
    bool seuSeen = false;
    const EthIntfStatistics& reading = record->statistics();
-   if (isAllNormal(reading, previous->statistics())) {
-      return;
-   }
    for (std::size_t i = 0; i < EthIntfStatistics::fieldCount; ++i) {
       const U64 newValue = Interface::word(reading, i);
       const U64 oldValue = Interface::word(previous->statistics(), i);

@@ -21,7 +21,8 @@ class KeyIndex {
    std::size_t size() const { return size_; } // keys
    std::size_t slotCount() const { return keys_.size(); }
    const Key& keyOf(std::size_t slot) const { return keys_[slot]; } // empty: a slot without a key
-   std::size_t find(const Key& key) const;                          // its slot, or none
+   // The key's slot, or none. A caller that has a guess saves most of the look-up if that is it.
+   std::size_t find(const Key& key, std::size_t guess = none) const;
    // Neither the key nor the slot is in use yet.
    void insert(const Key& key, std::size_t slot);
    void erase(std::size_t slot);
@@ -40,7 +41,11 @@ class KeyIndex {
    std::size_t size_ = 0;
 };
 
-inline std::size_t KeyIndex::find(const Key& key) const {
+inline std::size_t KeyIndex::find(const Key& key, std::size_t guess) const {
+   // No key, which a slot without one would equal, has the hash 0.
+   if (guess < keys_.size() && key.hash() != 0 && keys_[guess] == key) {
+      return guess;
+   }
    for (std::size_t i = key.hash() & mask_;; i = (i + 1) & mask_) {
       const Place& place = places_[i];
       if (place.slot == none || (place.hash == key.hash() && keys_[place.slot] == key)) {

@@ -216,10 +216,11 @@ void RawTable::write(const Key& key, const void* payload, double sampleTime) {
       throw std::invalid_argument("table " + name_ + ", record " + std::string(key.view()) +
                                   ": the sample time has to be a finite number of seconds");
    }
-   SlotIndex i = index_.find(key);
+   SlotIndex i = index_.find(key, nextGuess_);
    if (i == KeyIndex::none) {
       i = slotFor(key);
    }
+   nextGuess_ = i + 1;
    std::uint64_t generation = ++generations_[i];
    writeSlot(i, {key, {generation, sampleTime}, payload, layout_.size});
    if (generation == 1) {

@@ -80,6 +80,7 @@ class RawTable {
    KeyIndex index_;
    std::vector<std::uint64_t> generations_; // by slot
    std::vector<SlotIndex> free_;            // the last one is used next
+   SlotIndex nextGuess_ = 0;                // behind the one written last: a pass goes over records in order
    std::vector<std::byte> scratch_;         // one record, in whole rows
 };
 

@@ -28,22 +28,26 @@ template <class Record>
 bool takeStep(VexTypes::CountersOf<Record>& previous, Record& next, double now) {
    constexpr const auto& fields = Interface::fieldsOf<typename Record::Statistics>();
    Record& last = previous.record();
-   // Nearly always every step counts as it is; what may be otherwise leaves a bit here.
-   U64 suspicion = previous.hasAbsorbed() ? 1 : 0;
+   // Nearly always every step counts as it is; what may be otherwise leaves a high bit here.
+   U64 steps = 0;
+   U64 falls = 0;
    for (std::size_t i = 0; i < fields.size(); ++i) {
       const U64 from = Interface::word(last.reading, i);
       const U64 to = Interface::word(next.reading, i);
       // A fall by less than the window that leads over the top is a wrap: the top bit goes. Bits, not branches, so
       // that the fields go through the vector registers in pairs.
-      suspicion |= ((to - from) & ~(Interface::wrapWindow - 1)) | (from & ~to & Interface::topBit);
+      steps |= to - from;
+      falls |= from & ~to;
       next.deltas[i] = to - from;
       const U64 total = last.totals[i] + (to - from);
       next.totals[i] = total;
       last.totals[i] = total;
       Interface::wordIs(last.reading, i, to);
    }
+   const bool isContinuous =
+        !previous.hasAbsorbed() && steps < Interface::wrapWindow && falls < Interface::topBit;
    next.isAbsorbed = {};
-   for (std::size_t i = 0; suspicion != 0 && i < fields.size(); ++i) {
+   for (std::size_t i = 0; !isContinuous && i < fields.size(); ++i) {
       if (previous.isAbsorbed(i) || isImplausible(fields[i].group, next.deltas[i])) {
          next.isAbsorbed[i] = 1;
          last.totals[i] -= next.deltas[i];
@@ -51,7 +55,6 @@ bool takeStep(VexTypes::CountersOf<Record>& previous, Record& next, double now) 
          next.deltas[i] = 0;
       }
    }
-   const bool isContinuous = suspicion == 0;
    next.interval = intervalBetween(previous.sampleTime(), now);
    next.discontinuityTime = isContinuous ? last.discontinuityTime : now;
    next.suspects = last.suspects;

@@ -2,6 +2,7 @@
 #include "vex/VexPortCounterSm.h"
 
 #include "kiln/Time.h"
+#include "kiln/VectorClones.h"
 #include "vex/CounterSteps.h"
 
 namespace Vex::Counters {
@@ -10,6 +11,11 @@ namespace {
 
 constexpr double bitsPerOctet = 8;
 constexpr double speedTolerance = 1.1;
+
+KILN_VECTOR_CLONES bool takePortStep(VexTypes::IntfCounters& previous, Silo::Interface::IntfCounters& next,
+                                     double now) {
+   return takeStep(previous, next, now);
+}
 
 } // namespace
 
@@ -32,7 +38,7 @@ void VexPortCounterSm::update(VexHelper::VexHelperCountersSm& helper,
    }
    const double now = Kiln::System::currentTime();
    Silo::Interface::IntfCounters& record = reading->record();
-   if (takeStep(*prevCounters_, record, now) && !isSeeded_) {
+   if (takePortStep(*prevCounters_, record, now) && !isSeeded_) {
       record.suspects += suspects(record, speed);
       prevCounters_->record().suspects = record.suspects;
    }
