@@ -51,7 +51,7 @@ int askAgent(const Client& client, const String& line, bool isKnown, Signals* si
    return refused;
 }
 
-WatchRound fetchRound(const Client& client, const Words& words, Signals* signals) {
+WatchRound fetchRound(const Client& client, const Words& words, Signals* signals, const Patience& patience) {
    try {
       if (isViewCommand(words.front())) {
          return {showRecords(words, client.store()), ""};
@@ -60,7 +60,7 @@ WatchRound fetchRound(const Client& client, const Words& words, Signals* signals
       for (const String& word : words) {
          line += word + " ";
       }
-      const Answer answer = ask(client.socketPath, line + "json", signals);
+      const Answer answer = ask(client.socketPath, line + "json", signals, patience);
       return answer.error.empty() ? WatchRound{readCountersDocument(answer.text), ""}
                                   : WatchRound{{}, answer.error};
    } catch (const std::exception& error) {
@@ -72,7 +72,9 @@ int watch(const Client& client, const Words& words, Signals* signals) {
    const WatchRequest request = parseWatch(words);
    const auto rounds = [&](Signals* caught) {
       return runWatch(
-           request, [&] { return fetchRound(client, request.words, caught); }, caught);
+           request,
+           [&](const Patience& patience) { return fetchRound(client, request.words, caught, patience); },
+           caught);
    };
    if (signals != nullptr) {
       return rounds(signals);

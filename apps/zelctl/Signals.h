@@ -16,6 +16,8 @@ class Signals {
    // Becomes readable when one came; the functions below read it.
    int fd() const;
 
+   // As if Ctrl-C had been pressed.
+   void interruptIs() { wasInterrupted_ = true; }
    bool takeInterrupt(); // whether Ctrl-C was pressed since the last time
    bool takeResize();
    // The signal that asked the process to end; 0 for none yet.

@@ -43,13 +43,15 @@ Written writeOut(std::string_view text, Signals* signals);
 
 struct Woken {
    bool byKeys = false;
-   bool bySignal = false;
    bool readerGone = false; // from standard output
-   // None of them: the time is over.
+   // Neither: the time is over, or a signal came.
 };
 
 // Waits up to so many seconds; below 0 for as long as it takes. Keys are standard input.
 Woken waitFor(Signals* signals, bool keys, double seconds);
+
+// Reads one key, which has to be there: whether it ends what is shown, as 'q' does and as the end of the keys does.
+bool readsEndKey();
 
 double monotonicSeconds();
 

@@ -24,6 +24,7 @@ using Kiln::String;
 
 constexpr double shortest = 0.1; // seconds
 constexpr double longest = 3600;
+constexpr int screenPatience = 3; // seconds
 
 String joined(const std::vector<String>& words) {
    String text;
@@ -103,7 +104,7 @@ class Screen {
 
 class Watcher {
  public:
-   Watcher(const WatchRequest& request, const std::function<WatchRound()>& fetch, Signals* signals)
+   Watcher(const WatchRequest& request, const FetchRound& fetch, Signals* signals)
         : request_(request), fetch_(fetch), signals_(signals), isScreen_(ZelCtl::isScreen()) {}
 
    int run() {
@@ -123,7 +124,7 @@ class Watcher {
 
  private:
    int runRound() {
-      WatchRound round = fetch_();
+      WatchRound round = fetch_(patience());
       if (signals_->isBreaking()) {
          isOver_ = true;
          return 0;
@@ -143,6 +144,11 @@ class Watcher {
                     (sinceLast_ > 0 ? ", " + secondsText(sinceLast_) + " after the round before" : "");
       }
       return show();
+   }
+
+   // On a screen, what is shown shouldn't look newer than it is.
+   Patience patience() const {
+      return screen_ ? Patience{.perByte = screenPatience, .endsByKey = screen_->hasKeys()} : Patience{};
    }
 
    int show() {
@@ -186,26 +192,19 @@ class Watcher {
    }
 
    void pauseUntil(double due) {
-      while (!isOver_) {
-         const double left = due - monotonicSeconds();
-         if (left <= 0) {
-            return;
-         }
+      double left = 0;
+      do { // once at least, since a round may take longer than the interval
+         left = std::max(0.0, due - monotonicSeconds());
          const Woken woken = waitFor(signals_, screen_ && screen_->hasKeys(), left);
-         isOver_ = woken.readerGone || signals_->isBreaking() || (woken.byKeys && isEndKey());
+         isOver_ = isOver_ || woken.readerGone || signals_->isBreaking() || (woken.byKeys && readsEndKey());
          if (!isOver_ && screen_ && signals_->takeResize()) {
             show();
          }
-      }
-   }
-
-   static bool isEndKey() {
-      char key = 0;
-      return read(STDIN_FILENO, &key, 1) != 1 || key == 'q' || key == 'Q';
+      } while (!isOver_ && left > 0);
    }
 
    const WatchRequest& request_;
-   const std::function<WatchRound()>& fetch_;
+   const FetchRound& fetch_;
    Signals* signals_;
    bool isScreen_;
    std::optional<Screen> screen_; // from the first good round on
@@ -252,7 +251,7 @@ WatchRequest parseWatch(const std::vector<String>& words) {
    return request;
 }
 
-int runWatch(const WatchRequest& request, const std::function<WatchRound()>& fetch, Signals* signals) {
+int runWatch(const WatchRequest& request, const FetchRound& fetch, Signals* signals) {
    const int status = Watcher(request, fetch, signals).run();
    // The Ctrl-C that ended it is spent.
    signals->takeInterrupt();
