@@ -192,15 +192,16 @@ class Watcher {
    }
 
    void pauseUntil(double due) {
-      double left = 0;
-      do { // once at least, since a round may take longer than the interval
-         left = std::max(0.0, due - monotonicSeconds());
+      bool isDue = false;
+      while (!isOver_ && !isDue) { // once at least, since a round may take longer than the interval
+         const double left = std::max(0.0, due - monotonicSeconds());
+         isDue = left == 0;
          const Woken woken = waitFor(signals_, screen_ && screen_->hasKeys(), left);
-         isOver_ = isOver_ || woken.readerGone || signals_->isBreaking() || (woken.byKeys && readsEndKey());
+         isOver_ = woken.readerGone || signals_->isBreaking() || (woken.byKeys && readsEndKey());
          if (!isOver_ && screen_ && signals_->takeResize()) {
             show();
          }
-      } while (!isOver_ && left > 0);
+      }
    }
 
    const WatchRequest& request_;
