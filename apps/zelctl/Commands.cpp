@@ -61,8 +61,13 @@ WatchRound fetchRound(const Client& client, const Words& words, Signals* signals
          line += word + " ";
       }
       const Answer answer = ask(client.socketPath, line + "json", signals, patience);
-      return answer.error.empty() ? WatchRound{readCountersDocument(answer.text), ""}
-                                  : WatchRound{{}, answer.error};
+      if (answer.error.empty()) {
+         return {readCountersDocument(answer.text), ""};
+      }
+      // What is wrong with an unfinished command mustn't be put down to a word that nobody typed.
+      const bool blamesJson = answer.error.find("'json'") != String::npos;
+      const String plain = blamesJson ? ask(client.socketPath, line, signals, patience).error : "";
+      return {{}, plain.empty() ? answer.error : plain};
    } catch (const std::exception& error) {
       return {{}, String("% ") + error.what()};
    }
