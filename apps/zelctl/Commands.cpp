@@ -110,6 +110,9 @@ int runLine(const Client& client, const String& line, Signals* signals) {
       if (command == "help") {
          return print(helpText(), signals);
       }
+      if (isLeaving(command) && words.size() == 1) {
+         return carriedOut;
+      }
       if (command == "watch") {
          return watch(client, words, signals);
       }

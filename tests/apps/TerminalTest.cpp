@@ -205,7 +205,7 @@ TEST_F(TerminalTest, AWatchEndsInThePromptThatItCameFrom) {
    type("\x03");
    expect("\x1b[?1049l");
    expect("zel> ");
-   type("quit\r");
+   type("qui\r");
    expectEnd(0);
 }
 
