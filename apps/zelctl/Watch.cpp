@@ -63,16 +63,6 @@ void checkCounters(const std::vector<String>& words) {
    }
 }
 
-void checkView(const std::vector<String>& words) {
-   const RecordRequest request = parseRecordRequest(words);
-   if (request.has(json)) {
-      throw std::runtime_error("watch shows tables: leave out 'json'");
-   }
-   if (request.has(rates)) {
-      throw std::runtime_error("watch shows rates anyway: leave out 'rates'");
-   }
-}
-
 String clockText() {
    const std::time_t now = std::time(nullptr);
    std::tm parts{};
@@ -243,9 +233,7 @@ WatchRequest parseWatch(const std::vector<String>& words) {
    command = commandNamed(command);
    if (command == shows.front()) {
       checkCounters(request.words);
-   } else if (viewNamed(command) != nullptr) {
-      checkView(request.words);
-   } else {
+   } else if (viewNamed(command) == nullptr) {
       throw std::runtime_error("cannot watch " + Kiln::quoted(command) + ": expected " +
                                (at == 1 ? "seconds or " : "") + Kiln::choices(shows));
    }
