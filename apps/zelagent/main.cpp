@@ -7,6 +7,7 @@
 #include "agent/CommandSocket.h"
 #include "kiln/ActivityLock.h"
 #include "kiln/ActivityManager.h"
+#include "kiln/Choices.h"
 #include "kiln/OperatorLog.h"
 
 #include <atomic>
@@ -151,8 +152,8 @@ int runAgent(const Options& options) {
    startTraffic(agent, options, &hostPorts);
    const Agent::CommandChannel channel(manager, agent.commandRunner(), socketPath);
    endOnSignals();
-   std::printf("zelagent: %u chips, %u ports each, commands on %s\n", options.agent.chips,
-               options.agent.ports, socketPath.c_str());
+   std::printf("zelagent: %s, %s each, commands on %s\n", Kiln::counted(options.agent.chips, "chip").c_str(),
+               Kiln::counted(options.agent.ports, "port").c_str(), socketPath.c_str());
    if (hostPorts) {
       std::printf("zelagent: ports are the host's: %s\n", joined(hostPorts->names()).c_str());
    }

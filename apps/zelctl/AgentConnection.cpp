@@ -3,6 +3,7 @@
 
 #include "Terminal.h"
 #include "agent/CommandSocket.h"
+#include "kiln/Choices.h"
 
 #include <cerrno>
 #include <cmath>
@@ -99,7 +100,7 @@ class Connection {
          if (poll(watched, std::size(watched), static_cast<int>(std::ceil(left * 1e3))) == 0) {
             const int waited = patience_.inAll > 0 ? patience_.inAll : patience_.perByte;
             throw std::runtime_error("the agent on " + path_ + " did not answer within " +
-                                     std::to_string(waited) + " seconds: try again");
+                                     Kiln::counted(static_cast<U64>(waited), "second") + ": try again");
          }
          if (watched[2].revents != 0 && readsEndKey()) {
             signals_->interruptIs();
