@@ -19,8 +19,8 @@ TerminalSize terminalSize();
 // Whether standard output is a terminal that understands more than lines of text.
 bool isScreen();
 
-// Keys come one by one and unseen while it lives; then the terminal is as it was. Does nothing without a terminal
-// on standard input.
+// Keys come one by one and unseen while it lives; then the terminal is as it was. Does nothing without a
+// terminal on standard input.
 class KeyMode {
  public:
    enum class Interrupts : U8 { areKeys, areSignals }; // Ctrl-C and its like
@@ -50,7 +50,8 @@ struct Woken {
 // Waits up to so many seconds; below 0 for as long as it takes. Keys are standard input.
 Woken waitFor(Signals* signals, bool keys, double seconds);
 
-// Reads one key, which has to be there: whether it ends what is shown, as 'q' does and as the end of the keys does.
+// Reads one key, which has to be there: whether it ends what is shown, as 'q' does and as the end of the keys
+// does.
 bool readsEndKey();
 
 double monotonicSeconds();
