@@ -68,8 +68,7 @@ void PipeIntfQueueCounterSm::pollingClockExpired() {
                                                         tableHandle, ZelIntfQueueCountersCallback, cookie_);
    if (rc != 0) {
       syncOutstanding_ = false;
-      KILN_TRACE(5,
-                 "Error " << rc << " (" << sdkStatusText(rc) << ") requesting counters for pipe " << pipe_);
+      KILN_TRACE(5, pipeReadErrorText(rc, pipe_));
    }
 }
 

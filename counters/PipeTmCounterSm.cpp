@@ -24,8 +24,7 @@ void PipeTmCounterSm::handlePollingClock() {
    const bf_status_t status = bf_tm_pipe_counter_get(parent()->deviceId(), static_cast<U16>(physicalPipe()),
                                                      key_.counterType, &counter);
    if (status != BF_SUCCESS) {
-      KILN_TRACE(4, "Error " << status << " (" << sdkStatusText(status) << ") requesting counters for pipe "
-                             << key_.pipe << ", traffic-manager type " << key_.counterType);
+      KILN_TRACE(4, pipeReadErrorText(status, key_.pipe) << ", traffic-manager type " << key_.counterType);
    }
    parent()->tmCounterIs(key_, status, counter);
    scheduleClock();

@@ -5,11 +5,16 @@
 #include "kiln/Clock.h"
 #include "zel/ZelId.h"
 
+#include <array>
 #include <functional>
 
 namespace ZelCounter {
 
 class ZelCounters;
+
+// The SDK's numbers of the traffic-manager counters that are polled, in the order in which they are; 3 and 5
+// are left out on purpose.
+constexpr std::array<U32, 7> polledTmCounterTypes = {0, 1, 2, 6, 7, 4, 8};
 
 // What a traffic-manager poller reads: a logical pipe and the SDK's number of the kind of counters.
 struct PipeTmCounterKey {

@@ -1,7 +1,8 @@
-// The table of SDK status texts.
+// The table of SDK status texts, and the errors that have them.
 #include "SdkStatus.h"
 
 #include <iterator>
+#include <string>
 
 namespace ZelCounter {
 
@@ -43,6 +44,14 @@ const char* sdkStatusText(int status) noexcept {
    // Unsigned, so that a negative code is out of range too.
    const auto index = static_cast<unsigned>(status);
    return index < std::size(statusTexts) ? statusTexts[index] : "Unknown error";
+}
+
+Kiln::String sdkErrorText(int status) {
+   return "Error " + std::to_string(status) + " (" + sdkStatusText(status) + ")";
+}
+
+Kiln::String pipeReadErrorText(int status, U32 pipe) {
+   return sdkErrorText(status) + " requesting counters for pipe " + std::to_string(pipe);
 }
 
 } // namespace ZelCounter

@@ -9,7 +9,8 @@
 namespace ZelCounter {
 
 struct TableView {
-   // Labels tell a row from the others of its table; counters are what moves.
+   // Labels tell a row from the others of its table; counters are what moves. Levels are among them where a
+   // table has both: those may fall, and a fall has no rate.
    enum class Holds : U8 {
       text,   // a label
       number, // a label

@@ -29,10 +29,6 @@ bool simulationFlag = false;
 // The faked array has room to spare, as the SDK's has; only the first BF_NUM_RMON_COUNTERS slots are read.
 constexpr std::size_t fakedSlots = 128;
 
-// The SDK's numbers of the traffic-manager counters that are polled, in the order in which they are; 3 and 5
-// are left out on purpose.
-constexpr U32 polledTmCounterTypes[] = {0, 1, 2, 6, 7, 4, 8};
-
 CookieRegistry<ZelCounters>& registry() {
    return CookieRegistry<ZelCounters>::instance();
 }
@@ -241,8 +237,8 @@ void ZelCounters::requestPort(const Pelt::IntfId& intf, U16 devicePort) {
         bf_port_mac_stats_hw_async_get(deviceId(), devicePort, ZelCountersCallback, this);
    if (status != BF_SUCCESS) {
       registry().refused(this);
-      KILN_TRACE(4, "Error " << status << " (" << sdkStatusText(status) << ") requesting counters for intf "
-                             << intf << " (" << devicePort << ")");
+      KILN_TRACE(4, sdkErrorText(status)
+                         << " requesting counters for intf " << intf << " (" << devicePort << ")");
    }
 }
 

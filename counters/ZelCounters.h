@@ -137,6 +137,8 @@ class ZelCounters : public Kiln::Entity {
    // service are left alone. A refusal by the SDK, but for "not supported", is an assertion.
    void clearTableCounters(U32 fd, U32 tableId, ZelId::ZelPipeId pipeId);
    void clearAllTableCounters(U32 fd);
+   // What to type for a table that they leave alone; null for any other.
+   const char* otherClear(const ZlResourceInfo::ZlTableCounter& info) const;
 
    // Reads the PDP class counters into pdpCountersLast. A read that fails is traced and ends the fetch, and
    // the show operations say that nothing was fetched until a later one succeeds.
@@ -162,36 +164,38 @@ class ZelCounters : public Kiln::Entity {
    void showCounters(ShowOutput& out, bool nonZeroOnly);
    void clearCounters(U32 fd);
 
-   // The views below come as rows, which the show operations print. Counts are those since the last clear; a
-   // clear moves the view's own snapshot and never the hardware. What can't be read is a note of the view, and
-   // its counts are shown as last read. Without a pipe, every pipe; one that is given exists.
+   // Counts of the views below are those since the last clear; a clear moves the view's own snapshot and never
+   // the hardware. What can't be read is a note below the rows, and its counts are shown as last read. Without
+   // a pipe, every pipe; one that is given exists.
 
    // Packets through each stage of the pipes, by number as pipelineStages() has them (assertion), read as they
    // are asked for.
    static std::span<const char* const> pipelineStages();
-   TableView pipelineView(std::optional<U32> stage, std::optional<U16> pipe, bool nonZeroOnly);
    void showAllPipelineCounters(U32 fd, bool nonZeroOnly, std::optional<U16> pipe = {});
+   void showAllPipelineCounters(ShowOutput& out, bool nonZeroOnly, std::optional<U16> pipe = {});
    void showPipelineCounters(U32 fd, U32 stage, bool nonZeroOnly, std::optional<U16> pipe = {});
+   void showPipelineCounters(ShowOutput& out, U32 stage, bool nonZeroOnly, std::optional<U16> pipe = {});
    void clearAllPipelineCounters(U32 fd);
 
-   // Drops by port and reason, from the SDK's software copy, which is at most one sync pass old. An empty
-   // interface stands for all of the chip's.
-   TableView dropView(const Pelt::IntfId& intf, bool nonZeroOnly);
+   // Drops by port and reason, from the SDK's software copy, which is at most one sync pass old.
    void showAllDropCounters(U32 fd, bool nonZeroOnly);
+   void showAllDropCounters(ShowOutput& out, bool nonZeroOnly);
    void showDropCounters(U32 fd, const Pelt::IntfId& intf, bool nonZeroOnly);
+   void showDropCounters(ShowOutput& out, const Pelt::IntfId& intf, bool nonZeroOnly);
    void clearAllDropCounters(U32 fd);
 
    // Drops by match-action stage and deparser. They are shown, and cleared, as fetched last. An interface stands
    // for its pipe, whose ports share them.
    void fetchAllMauDropCounters();
-   TableView mauDropView(const Pelt::IntfId& intf, std::optional<U16> pipe, bool nonZeroOnly);
    void showAllMauDropCounters(U32 fd, bool nonZeroOnly, std::optional<U16> pipe = {});
+   void showAllMauDropCounters(ShowOutput& out, bool nonZeroOnly, std::optional<U16> pipe = {});
    void showMauDropCounters(U32 fd, const Pelt::IntfId& intf, bool nonZeroOnly);
+   void showMauDropCounters(ShowOutput& out, const Pelt::IntfId& intf, bool nonZeroOnly);
    void clearAllMauDropCounters(U32 fd);
 
    // The traffic manager's counters, as polled last.
-   TableView tmView(std::optional<U16> pipe, bool nonZeroOnly);
    void showAllTmCounters(U32 fd, bool nonZeroOnly, std::optional<U16> pipe = {});
+   void showAllTmCounters(ShowOutput& out, bool nonZeroOnly, std::optional<U16> pipe = {});
    void clearAllTmCounters(U32 fd);
    // A poller has read one, or failed to.
    void tmCounterIs(const PipeTmCounterKey& key, bf_status_t status, const bf_tm_pipe_counter_t& read);
@@ -295,9 +299,12 @@ class ZelCounters : public Kiln::Entity {
    bool fetchPdpPipe(const ZlResourceInfo::ZlTableCounter& info, U32 pipe);
    ZelQos::PdpIntfCounter* pdpCounterOf(U32 localPortKey);
    bool pdpRows(ShowOutput& out, const Pelt::IntfId& intf, bool nonZeroOnly);
-   bool isProtected(const ZlResourceInfo::ZlTableCounter& info) const;
 
-   void showView(U32 fd, const std::function<TableView()>& view) const;
+   // Without an interface all of the chip's; without a stage or a pipe every one.
+   TableView pipelineView(std::optional<U32> stage, std::optional<U16> pipe, bool nonZeroOnly);
+   TableView dropView(const Pelt::IntfId& intf, bool nonZeroOnly);
+   TableView mauDropView(const Pelt::IntfId& intf, std::optional<U16> pipe, bool nonZeroOnly);
+   TableView tmView(std::optional<U16> pipe, bool nonZeroOnly);
    void showView(ShowOutput& out, const std::function<TableView()>& view) const;
    void clearWith(U32 fd, const std::function<void()>& clear) const;
    Kiln::String readPipelineStage(U32 pipe, U32 stage);
@@ -317,7 +324,7 @@ class ZelCounters : public Kiln::Entity {
    ClearableCounts pipelineCounts_;
    ClearableCounts mauDropCounts_;
    bool mauDropsFetched_ = false;
-   std::vector<Kiln::String> mauDropErrors_; // of the last fetch
+   std::vector<std::pair<U32, Kiln::String>> mauDropErrors_; // of the last fetch, by pipe
    Kiln::Ptr<ZelCountersSm> zelCountersSm_;
    Kiln::Ptr<HwTableCountersSm> hwTableCountersSm_;
    Kiln::HashMap<U16, Kiln::Ptr<PipeIntfQueueCounterSm>> pipeIntfQueueCounterSm_;

@@ -90,8 +90,8 @@ void ZelCounters::getMacCounters(const Pelt::IntfId& intf, const Kiln::Ptr<VexTy
 
 namespace {
 
-// Nearly every reading: each counter stayed or rose within the window, below the top of the range. Says so of any
-// other reading never. Bits, not branches, so that the fields go through the vector registers in pairs.
+// Nearly every reading: each counter stayed or rose within the window, below the top of the range. False wherever a
+// full look is needed, and sometimes where it isn't. Bits, not branches, so that the fields go through the vector registers in pairs.
 bool isAllNormal(const EthIntfStatistics& reading, const EthIntfStatistics& reference) {
    U64 suspicion = 0;
    for (std::size_t i = 0; i < EthIntfStatistics::fieldCount; ++i) {

@@ -18,11 +18,6 @@ void ZelCounters::showView(ShowOutput& out, const std::function<TableView()>& vi
    }
 }
 
-void ZelCounters::showView(U32 fd, const std::function<TableView()>& view) const {
-   TextShow out(fd, echo());
-   showView(out, view);
-}
-
 void ZelCounters::clearWith(U32 fd, const std::function<void()>& clear) const {
    TextShow out(fd, echo());
    if (!answeredUninitialized(out)) {
@@ -40,11 +35,11 @@ void ZelCounters::showCounters(ShowOutput& out, bool nonZeroOnly) {
                       << "showCounters");
    showAllTableCounters(out, nonZeroOnly);
    showAllMacCounters(out, nonZeroOnly);
-   showView(out, [&] { return pipelineView({}, {}, nonZeroOnly); });
+   showAllPipelineCounters(out, nonZeroOnly);
    showAllPdpIntfCounters(out, nonZeroOnly);
-   showView(out, [&] { return dropView({}, nonZeroOnly); });
+   showAllDropCounters(out, nonZeroOnly);
    fetchAllMauDropCounters();
-   showView(out, [&] { return mauDropView({}, {}, nonZeroOnly); });
+   showAllMauDropCounters(out, nonZeroOnly);
 }
 
 void ZelCounters::clearCounters(U32 fd) {

@@ -107,30 +107,37 @@ void clearPdp(ZelCounters& chip, U32 fd, const ChipArguments& /*arguments*/) {
 }
 
 void showPipelineStage(ZelCounters& chip, ShowOutput& out, const ChipArguments& arguments) {
-   out.view(chip.pipelineView(arguments.stage, arguments.pipe, arguments.nonZeroOnly));
+   chip.showPipelineCounters(out, arguments.stage, arguments.nonZeroOnly, arguments.pipe);
 }
 
 void showPipeline(ZelCounters& chip, ShowOutput& out, const ChipArguments& arguments) {
-   out.view(chip.pipelineView({}, arguments.pipe, arguments.nonZeroOnly));
+   chip.showAllPipelineCounters(out, arguments.nonZeroOnly, arguments.pipe);
 }
 
 void clearPipeline(ZelCounters& chip, U32 fd, const ChipArguments& /*arguments*/) {
    chip.clearAllPipelineCounters(fd);
 }
 
-// Of one interface, or of all.
+void showDropIntf(ZelCounters& chip, ShowOutput& out, const ChipArguments& arguments) {
+   chip.showDropCounters(out, arguments.intf, arguments.nonZeroOnly);
+}
+
 void showDrop(ZelCounters& chip, ShowOutput& out, const ChipArguments& arguments) {
-   out.view(chip.dropView(arguments.intf, arguments.nonZeroOnly));
+   chip.showAllDropCounters(out, arguments.nonZeroOnly);
 }
 
 void clearDrop(ZelCounters& chip, U32 fd, const ChipArguments& /*arguments*/) {
    chip.clearAllDropCounters(fd);
 }
 
-// Of one interface's pipe, of one pipe, or of all.
+void showMauDropIntf(ZelCounters& chip, ShowOutput& out, const ChipArguments& arguments) {
+   chip.fetchAllMauDropCounters();
+   chip.showMauDropCounters(out, arguments.intf, arguments.nonZeroOnly);
+}
+
 void showMauDrop(ZelCounters& chip, ShowOutput& out, const ChipArguments& arguments) {
    chip.fetchAllMauDropCounters();
-   out.view(chip.mauDropView(arguments.intf, arguments.pipe, arguments.nonZeroOnly));
+   chip.showAllMauDropCounters(out, arguments.nonZeroOnly, arguments.pipe);
 }
 
 void clearMauDrop(ZelCounters& chip, U32 fd, const ChipArguments& /*arguments*/) {
@@ -139,7 +146,7 @@ void clearMauDrop(ZelCounters& chip, U32 fd, const ChipArguments& /*arguments*/)
 }
 
 void showTm(ZelCounters& chip, ShowOutput& out, const ChipArguments& arguments) {
-   out.view(chip.tmView(arguments.pipe, arguments.nonZeroOnly));
+   chip.showAllTmCounters(out, arguments.nonZeroOnly, arguments.pipe);
 }
 
 void clearTm(ZelCounters& chip, U32 fd, const ChipArguments& /*arguments*/) {
@@ -172,9 +179,9 @@ constexpr std::array rows{
      Row{"show pdp", Operand::none, nonZero | json, true, showPdp},
      Row{"show pipeline stage", Operand::stage, nonZero | pipe | json, false, showPipelineStage},
      Row{"show pipeline", Operand::none, nonZero | pipe | json, false, showPipeline},
-     Row{"show drop interface", Operand::interface, nonZero | json, false, showDrop},
+     Row{"show drop interface", Operand::interface, nonZero | json, false, showDropIntf},
      Row{"show drop", Operand::none, nonZero | json, false, showDrop},
-     Row{"show mau-deparser-drop intf", Operand::interface, nonZero | json, false, showMauDrop},
+     Row{"show mau-deparser-drop intf", Operand::interface, nonZero | json, false, showMauDropIntf},
      Row{"show mau-deparser-drop", Operand::none, nonZero | pipe | json, false, showMauDrop},
      Row{"show traffic-manager", Operand::none, nonZero | pipe | json, false, showTm},
      Row{"show", Operand::none, nonZero | json, false, showAll},
@@ -330,7 +337,7 @@ class Parser {
       if (chosen == chipKeyword) {
          expect(mgrCli_.chipNames());
          if (atEnd()) {
-            error_ = "chip needs a name: expected " + mgrCli_.chipChoices();
+            error_ = "chip needs a name: " + mgrCli_.chipChoices();
             return false;
          }
          command_->chip = words_[at_++];
@@ -372,7 +379,7 @@ class Parser {
 
    bool parseOperand(const Row& row) {
       if (row.operand == Operand::table && atEnd()) {
-         expect(mgrCli_.tableNames(command_->chip));
+         expect(mgrCli_.tableNames(command_->chip, std::holds_alternative<ClearOperation>(row.operation)));
       } else if (row.operand == Operand::table && isTable(row)) {
          command_->table = words_[at_++];
       }

@@ -2,6 +2,7 @@
 #include "CliPortDropData.h"
 #include "PortSorter.h"
 #include "SdkStatus.h"
+#include "TextShow.h"
 #include "ZelCounters.h"
 #include "ZelCountersTrace.h"
 #include "zl/ZelCountersIntf.h"
@@ -24,8 +25,7 @@ Kiln::String reasonText(const ZlDrop::Table& table, U32 reason) {
 }
 
 Kiln::String errorText(U32 status, const ZlTableCounter& info, U32 pipe) {
-   return "Error " + std::to_string(status) + " (" + sdkStatusText(static_cast<int>(status)) +
-          ") requesting counters for pipe " + std::to_string(pipe) + ", " + info.name;
+   return pipeReadErrorText(static_cast<int>(status), pipe) + ", " + info.name;
 }
 
 } // namespace
@@ -59,7 +59,7 @@ Kiln::String ZelCounters::dropTableError(Point point, const ZlTableCounter** inf
              " entries of its own";
    }
    if (!initializedCounter(id) || !firstPollingComplete()) {
-      return "Counter table " + std::to_string(id) + " not initialized yet";
+      return Kiln::String("Counter table ") + name + " not initialized yet";
    }
    return perPipeCounter(id) ? "" : Kiln::String("Counter table ") + name + " does not tell pipes apart";
 }
@@ -148,11 +148,21 @@ TableView ZelCounters::dropView(const Pelt::IntfId& intf, bool nonZeroOnly) {
 }
 
 void ZelCounters::showAllDropCounters(U32 fd, bool nonZeroOnly) {
-   showView(fd, [&] { return dropView({}, nonZeroOnly); });
+   TextShow out(fd, echo());
+   showAllDropCounters(out, nonZeroOnly);
+}
+
+void ZelCounters::showAllDropCounters(ShowOutput& out, bool nonZeroOnly) {
+   showView(out, [&] { return dropView({}, nonZeroOnly); });
 }
 
 void ZelCounters::showDropCounters(U32 fd, const Pelt::IntfId& intf, bool nonZeroOnly) {
-   showView(fd, [&] { return dropView(intf, nonZeroOnly); });
+   TextShow out(fd, echo());
+   showDropCounters(out, intf, nonZeroOnly);
+}
+
+void ZelCounters::showDropCounters(ShowOutput& out, const Pelt::IntfId& intf, bool nonZeroOnly) {
+   showView(out, [&] { return dropView(intf, nonZeroOnly); });
 }
 
 void ZelCounters::clearAllDropCounters(U32 fd) {

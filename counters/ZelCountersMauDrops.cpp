@@ -1,5 +1,6 @@
 // The drops in the match-action units and deparsers of a chip.
 #include "SdkStatus.h"
+#include "TextShow.h"
 #include "ZelCounters.h"
 #include "ZelCountersTrace.h"
 #include "sdk/bf_pipe.h"
@@ -51,10 +52,8 @@ void ZelCounters::fetchAllMauDropCounters() {
          if (status == BF_SUCCESS) {
             mauDropCounts_.lastIs(pipe * places.size() + at, drops);
          } else {
-            mauDropErrors_.push_back("Error " + std::to_string(status) + " (" + sdkStatusText(status) +
-                                     ") requesting counters for pipe " + std::to_string(pipe) + ", " +
-                                     places[at].name);
-            KILN_TRACE(4, mauDropErrors_.back());
+            mauDropErrors_.emplace_back(pipe, pipeReadErrorText(status, pipe) + ", " + places[at].name);
+            KILN_TRACE(4, mauDropErrors_.back().second);
          }
       }
    }
@@ -90,18 +89,30 @@ TableView ZelCounters::mauDropView(const Pelt::IntfId& intf, std::optional<U16> 
          }
       }
    }
-   for (const Kiln::String& error : mauDropErrors_) {
-      view.notes.push_back(error + ": shown as last read");
+   for (const auto& [onPipe, error] : mauDropErrors_) {
+      if (!pipe || onPipe == *pipe) {
+         view.notes.push_back(error + ": shown as last read");
+      }
    }
    return view;
 }
 
 void ZelCounters::showAllMauDropCounters(U32 fd, bool nonZeroOnly, std::optional<U16> pipe) {
-   showView(fd, [&] { return mauDropView({}, pipe, nonZeroOnly); });
+   TextShow out(fd, echo());
+   showAllMauDropCounters(out, nonZeroOnly, pipe);
+}
+
+void ZelCounters::showAllMauDropCounters(ShowOutput& out, bool nonZeroOnly, std::optional<U16> pipe) {
+   showView(out, [&] { return mauDropView({}, pipe, nonZeroOnly); });
 }
 
 void ZelCounters::showMauDropCounters(U32 fd, const Pelt::IntfId& intf, bool nonZeroOnly) {
-   showView(fd, [&] { return mauDropView(intf, {}, nonZeroOnly); });
+   TextShow out(fd, echo());
+   showMauDropCounters(out, intf, nonZeroOnly);
+}
+
+void ZelCounters::showMauDropCounters(ShowOutput& out, const Pelt::IntfId& intf, bool nonZeroOnly) {
+   showView(out, [&] { return mauDropView(intf, {}, nonZeroOnly); });
 }
 
 void ZelCounters::clearAllMauDropCounters(U32 fd) {

@@ -8,6 +8,7 @@
 #include "kiln/Numbers.h"
 
 #include <algorithm>
+#include <map>
 #include <set>
 
 namespace ZelCounter {
@@ -39,7 +40,7 @@ std::vector<Kiln::String> ZelCountersMgrCli::chipNames() const {
 
 Kiln::String ZelCountersMgrCli::chipChoices() const {
    const std::vector<Kiln::String> names = chipNames();
-   return names.empty() ? "no chip yet, since none is up" : Kiln::choices(names);
+   return names.empty() ? "no chip is up yet" : "expected " + Kiln::choices(names);
 }
 
 // The names that commands know: of ports, and of what still has a snapshot. In natural order.
@@ -68,15 +69,24 @@ std::vector<Kiln::String> ZelCountersMgrCli::interfaceNames(const std::optional<
    return names;
 }
 
-std::vector<Kiln::String> ZelCountersMgrCli::tableNames(const std::optional<Kiln::String>& chip) const {
-   std::set<Kiln::String> names;
+std::vector<Kiln::String> ZelCountersMgrCli::tableNames(const std::optional<Kiln::String>& chip,
+                                                        bool toClear) const {
+   std::map<Kiln::String, bool> isTaken; // one chip that refuses it is enough
    for (const auto& one : chipsOf(chip)) {
       const U32 tables = one->zlResourceInfoIntf() ? one->zlResourceInfoIntf()->zlTableCountersNum() : 0;
       for (U32 id = 0; id < tables; ++id) {
-         names.insert(one->zlResourceInfoIntf()->zlTableCounter(id)->name);
+         const auto& info = *one->zlResourceInfoIntf()->zlTableCounter(id);
+         const auto entry = isTaken.emplace(info.name, true).first;
+         entry->second = entry->second && !(toClear && one->otherClear(info) != nullptr);
       }
    }
-   return {names.begin(), names.end()};
+   std::vector<Kiln::String> names;
+   for (const auto& [name, taken] : isTaken) {
+      if (taken) {
+         names.push_back(name);
+      }
+   }
+   return names;
 }
 
 std::vector<Kiln::String> ZelCountersMgrCli::pipeNumbers(const std::optional<Kiln::String>& chip) const {
@@ -103,7 +113,7 @@ ZelCountersMgrCli::Chips ZelCountersMgrCli::ownersOf(const Pelt::IntfId& intf) c
 
 Kiln::String ZelCountersMgrCli::selectChip(const Kiln::String& name, Chips* chips) const {
    std::erase_if(*chips, [&](const auto& chip) { return chip->chipName() != name; });
-   return chips->empty() ? "unknown chip " + Kiln::quoted(name) + ": expected " + chipChoices() : "";
+   return chips->empty() ? "unknown chip " + Kiln::quoted(name) + ": " + chipChoices() : "";
 }
 
 Kiln::String ZelCountersMgrCli::selectInterface(const ZelCountersCommand& command, Chips* chips,
@@ -122,7 +132,7 @@ Kiln::String ZelCountersMgrCli::selectInterface(const ZelCountersCommand& comman
    }
    *intf = *found;
    Chips owners = ownersOf(*intf);
-   const Kiln::String error = ownerError(*intf, command.chip ? chips->front().ptr() : nullptr, owners);
+   Kiln::String error = ownerError(*intf, command.chip ? chips->front().ptr() : nullptr, owners);
    if (error.empty() && !command.chip) {
       chips->swap(owners);
    }
@@ -227,6 +237,19 @@ Kiln::String ZelCountersMgrCli::selectOperands(const ZelCountersCommand& command
    return targets->empty() ? firstError : "";
 }
 
+// A table that is named must not be left alone in silence.
+Kiln::String ZelCountersMgrCli::clearError(const std::vector<Target>& targets) {
+   for (const Target& target : targets) {
+      if (target.arguments.tableId) {
+         const auto& info = *target.chip->zlResourceInfoIntf()->zlTableCounter(*target.arguments.tableId);
+         if (const char* const other = target.chip->otherClear(info)) {
+            return "table " + info.name + " is not cleared here: use " + other;
+         }
+      }
+   }
+   return "";
+}
+
 // The chips that the command goes to, or what is wrong with it.
 Kiln::String ZelCountersMgrCli::select(const ZelCountersCommand& command,
                                        std::vector<Target>* targets) const {
@@ -246,6 +269,9 @@ Kiln::String ZelCountersMgrCli::select(const ZelCountersCommand& command,
    }
    if (error.empty() && (command.needsTables || command.pipe)) {
       error = selectOperands(command, targets);
+   }
+   if (error.empty() && std::holds_alternative<ClearOperation>(command.operation)) {
+      error = clearError(*targets);
    }
    return error;
 }

@@ -53,9 +53,9 @@ class ZelCountersMgrCli {
    // What may be said of the named chip, or of any.
    std::vector<Kiln::String> chipNames() const;
    std::vector<Kiln::String> interfaceNames(const std::optional<Kiln::String>& chip) const;
-   std::vector<Kiln::String> tableNames(const std::optional<Kiln::String>& chip) const;
+   std::vector<Kiln::String> tableNames(const std::optional<Kiln::String>& chip, bool toClear) const;
    std::vector<Kiln::String> pipeNumbers(const std::optional<Kiln::String>& chip) const;
-   // What may stand for a chip, for an error that lists the choices.
+   // The end of an error about a chip's name: "expected Zel0 or Zel1", or that no chip is up.
    Kiln::String chipChoices() const;
    // Whether a chip has a counter table of exactly this name.
    bool isTableName(const Kiln::String& name) const;
@@ -77,6 +77,7 @@ class ZelCountersMgrCli {
    Chips ownersOf(const Pelt::IntfId& intf) const;
    Kiln::String ownerError(const Pelt::IntfId& intf, const ZelCounters* named, const Chips& owners) const;
    static Kiln::String selectOperands(const ZelCountersCommand& command, std::vector<Target>* targets);
+   static Kiln::String clearError(const std::vector<Target>& targets);
    Kiln::String select(const ZelCountersCommand& command, std::vector<Target>* targets) const;
 
    static void clear(ClearOperation operation, const std::vector<Target>& targets, U32 fd);

@@ -1,11 +1,10 @@
 // The packet-path counters of a chip: how many packets each stage of its pipes took in, passed on and dropped.
 #include "SdkStatus.h"
+#include "TextShow.h"
 #include "ZelCounters.h"
 #include "ZelCountersTrace.h"
 #include "kiln/Assert.h"
 #include "sdk/bf_pipe.h"
-
-#include <string>
 
 namespace ZelCounter {
 
@@ -34,9 +33,7 @@ Kiln::String ZelCounters::readPipelineStage(U32 pipe, U32 stage) {
    bf_pipe_path_count_t count{};
    const bf_status_t status = bf_pipe_path_counter_get(deviceId(), static_cast<U16>(pipe), stage, &count);
    if (status != BF_SUCCESS) {
-      Kiln::String error = "Error " + std::to_string(status) + " (" + sdkStatusText(status) +
-                           ") requesting counters for pipe " + std::to_string(pipe) + ", stage " +
-                           stageNames[stage];
+      Kiln::String error = pipeReadErrorText(status, pipe) + ", stage " + stageNames[stage];
       KILN_TRACE(4, error);
       return error;
    }
@@ -75,11 +72,22 @@ TableView ZelCounters::pipelineView(std::optional<U32> stage, std::optional<U16>
 }
 
 void ZelCounters::showAllPipelineCounters(U32 fd, bool nonZeroOnly, std::optional<U16> pipe) {
-   showView(fd, [&] { return pipelineView({}, pipe, nonZeroOnly); });
+   TextShow out(fd, echo());
+   showAllPipelineCounters(out, nonZeroOnly, pipe);
+}
+
+void ZelCounters::showAllPipelineCounters(ShowOutput& out, bool nonZeroOnly, std::optional<U16> pipe) {
+   showView(out, [&] { return pipelineView({}, pipe, nonZeroOnly); });
 }
 
 void ZelCounters::showPipelineCounters(U32 fd, U32 stage, bool nonZeroOnly, std::optional<U16> pipe) {
-   showView(fd, [&] { return pipelineView(stage, pipe, nonZeroOnly); });
+   TextShow out(fd, echo());
+   showPipelineCounters(out, stage, nonZeroOnly, pipe);
+}
+
+void ZelCounters::showPipelineCounters(ShowOutput& out, U32 stage, bool nonZeroOnly,
+                                       std::optional<U16> pipe) {
+   showView(out, [&] { return pipelineView(stage, pipe, nonZeroOnly); });
 }
 
 void ZelCounters::clearAllPipelineCounters(U32 fd) {

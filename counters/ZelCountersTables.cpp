@@ -298,7 +298,7 @@ void ZelCounters::indirectRows(ShowOutput& out, const ZlTableCounter& info, ZelI
    KILN_TRACE(8, "Show table counters complete");
 }
 
-bool ZelCounters::isProtected(const ZlTableCounter& info) const {
+const char* ZelCounters::otherClear(const ZlTableCounter& info) const {
    const auto handleOf = [this](const Kiln::String& name) {
       return zlResourceInfoIntf()->zlTableCounterField(name, ZlCounterFieldId::tableHandle);
    };
@@ -306,9 +306,16 @@ bool ZelCounters::isProtected(const ZlTableCounter& info) const {
       return zlResourceInfoIntf()->zlTableCounterIndex(name) != ZlResourceInfo::notFound &&
              handleOf(name) == info.tableHandle;
    };
-   return info.tableHandle == handleOf(TableNames::egressPortQueueCount) ||
-          info.tableHandle == handleOf(TableNames::pdpClassCount) ||
-          isWherePresent(TableNames::ingL2DomainCounters) || isWherePresent(TableNames::egrL2DomainCounters);
+   if (info.tableHandle == handleOf(TableNames::egressPortQueueCount)) {
+      return "'clear INTF' at the agent's console, for an interface's queues";
+   }
+   if (info.tableHandle == handleOf(TableNames::pdpClassCount)) {
+      return "'clear pdp'";
+   }
+   if (isWherePresent(TableNames::ingL2DomainCounters) || isWherePresent(TableNames::egrL2DomainCounters)) {
+      return "'clear INTF' at the agent's console, for a VLAN interface";
+   }
+   return nullptr;
 }
 
 void ZelCounters::clearTableCounters(U32, U32 tableId, ZelId::ZelPipeId pipeId) {
@@ -316,7 +323,7 @@ void ZelCounters::clearTableCounters(U32, U32 tableId, ZelId::ZelPipeId pipeId) 
    KILN_ASSERT(tableId < (U32)zlResourceInfoIntf()->zlTableCountersNum());
    const ZlTableCounter* const info = zlResourceInfoIntf()->zlTableCounter(tableId);
    KILN_ASSERT(info);
-   if (isProtected(*info)) {
+   if (otherClear(*info) != nullptr) {
       KILN_TRACE(8, "Counter: " << info->name << " skipping clear command");
       return;
    }

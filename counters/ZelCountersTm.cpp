@@ -1,8 +1,10 @@
 // The traffic-manager commands of a chip, over what its pollers read.
 #include "SdkStatus.h"
+#include "TextShow.h"
 #include "ZelCounters.h"
 #include "sdk/bf_tm.h"
 
+#include <algorithm>
 #include <string>
 
 namespace ZelCounter {
@@ -27,13 +29,19 @@ constexpr std::array tmTypes = {
      TmType{BF_TM_PIPE_CELLS, "cells in use", false},
      TmType{BF_TM_PIPE_WATERMARK, "cells of a port, peak", false},
 };
-static_assert(tmTypes.size() == 7);
+
+constexpr bool isShown(U32 polled) {
+   return std::any_of(tmTypes.begin(), tmTypes.end(),
+                      [polled](const TmType& type) { return type.type == polled; });
+}
+static_assert(tmTypes.size() == polledTmCounterTypes.size() &&
+              std::all_of(polledTmCounterTypes.begin(), polledTmCounterTypes.end(), isShown));
 
 constexpr const char* readState = "ok";
 
 Kiln::String stateOf(const TmCounter& counter) {
    if (counter.status != 0) {
-      return "Error " + std::to_string(counter.status) + " (" + sdkStatusText(counter.status) + ")";
+      return sdkErrorText(counter.status);
    }
    return counter.isRead ? readState : "not read yet";
 }
@@ -93,10 +101,10 @@ TableView ZelCounters::tmView(std::optional<U16> pipe, bool nonZeroOnly) {
          const TmCounter& now = last->countersByPipeIs(pipeId)[type.type];
          const TmCounter& then = clear->countersByPipeIs(pipeId)[type.type];
          const U64 count = type.isTotal ? now.count - then.count : now.count;
-         if (nonZeroOnly && count == 0 && now.status == 0) {
+         const Kiln::String state = stateOf(now);
+         if (nonZeroOnly && count == 0 && state == readState) {
             continue;
          }
-         const Kiln::String state = stateOf(now);
          const auto cell = [&](U64 number) {
             return now.isRead ? TableView::Cell(number) : TableView::Unread();
          };
@@ -111,7 +119,12 @@ TableView ZelCounters::tmView(std::optional<U16> pipe, bool nonZeroOnly) {
 }
 
 void ZelCounters::showAllTmCounters(U32 fd, bool nonZeroOnly, std::optional<U16> pipe) {
-   showView(fd, [&] { return tmView(pipe, nonZeroOnly); });
+   TextShow out(fd, echo());
+   showAllTmCounters(out, nonZeroOnly, pipe);
+}
+
+void ZelCounters::showAllTmCounters(ShowOutput& out, bool nonZeroOnly, std::optional<U16> pipe) {
+   showView(out, [&] { return tmView(pipe, nonZeroOnly); });
 }
 
 void ZelCounters::clearAllTmCounters(U32 fd) {

@@ -150,6 +150,10 @@ int runAgent(const Options& options) {
    agent.fleet().completions().modeIs({SoftChip::CompletionMode::Kind::thread, 0.0, 1});
    std::optional<ZelAgent::HostPorts> hostPorts;
    startTraffic(agent, options, &hostPorts);
+   {
+      const auto lock = Kiln::ActivityLockAnchor::lock();
+      agent.countersMgr().vexCountersSm()->forgetAbsentPorts();
+   }
    const Agent::CommandChannel channel(manager, agent.commandRunner(), socketPath);
    endOnSignals();
    std::printf("zelagent: %s, %s each, commands on %s\n", Kiln::counted(options.agent.chips, "chip").c_str(),

@@ -27,7 +27,7 @@ struct TableState {
 
 class alignas(cacheLine) TableHeader {
  public:
-   static constexpr std::uint64_t formatVersion = 1;
+   static constexpr std::uint64_t formatVersion = 2;
    static constexpr std::size_t maxCapacity = 1'000'000;
 
    // The identity: written once, the magic number last, and from then on constant.

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "kiln/Time.h"
-#include "silo/Record.h"
+#include "silo/Table.h"
 #include "vex/PublishedRecords.h"
 #include "vex/VexTypes.h"
 
@@ -60,12 +60,41 @@ bool takeStep(VexTypes::CountersOf<Record>& previous, Record& next, double now) 
    return isContinuous;
 }
 
-// For the record that an earlier process left. One whose sample time means nothing is damaged, or of another
-// clock, and so is the time of its discontinuity: that is now.
-template <class Counters>
-void renewDiscontinuity(Counters& kept) {
-   if (kept.sampleTime() == Silo::unknownSampleTime) {
-      kept.record().discontinuityTime = Kiln::System::currentTime();
+// For a record that counting begins with; `isKept`: an earlier process left it. What was of that one's last step is no
+// step of this one. A record whose sample time means nothing is damaged, or of another clock, and so is the time of
+// its discontinuity: that is now.
+template <class Record>
+void seed(VexTypes::CountersOf<Record>& counters, bool isKept) {
+   Record& record = counters.record();
+   record.deltas = {};
+   record.isAbsorbed = {};
+   record.interval = 0;
+   if (isKept && counters.sampleTime() == Silo::unknownSampleTime) {
+      record.discontinuityTime = Kiln::System::currentTime();
+   }
+}
+
+inline bool isBelow(U64 total, U64 cleared) {
+   return total < cleared;
+}
+inline bool isBelow(const Silo::Interface::QueueStatistics& total,
+                    const Silo::Interface::QueueStatistics& cleared) {
+   return total.packets < cleared.packets || total.bytes < cleared.bytes || total.drops < cleared.drops;
+}
+
+// Deletes a clear record that is ahead of the record that it was taken from: that one began anew since, and what it
+// counted since the clear would come out below zero.
+template <class Record>
+void dropClearAhead(Silo::Table<Record>& clearTable, const Silo::Key& key, const Record& record) {
+   if (!clearTable.has(key)) {
+      return;
+   }
+   const Record cleared = clearTable.sampleOrDefault(key).record;
+   for (std::size_t i = 0; i < record.totals.size(); ++i) {
+      if (isBelow(record.totals[i], cleared.totals[i])) {
+         clearTable.recordDel(key);
+         return;
+      }
    }
 }
 

@@ -30,8 +30,9 @@ bool L3Counters::add(const Pelt::IntfId& intf) {
       const auto published = counters_->sampleOrDefault(counted.key);
       counted.previous->recordIs(published.record);
       counted.previous->sampleTimeIs(published.info.sampleTime);
-      if (counters_->has(counted.key)) {
-         renewDiscontinuity(*counted.previous);
+      seed(*counted.previous, counters_->has(counted.key));
+      if (clearCounters_ != nullptr) {
+         dropClearAhead(*clearCounters_, counted.key, counted.previous->record());
       }
       return intfs_.set(intf, counted);
    } catch (const std::invalid_argument& error) {

@@ -31,8 +31,8 @@ inline constexpr std::array all{intfCounters,           intfClearCounters,    in
                                 subIntfCounters,        subIntfClearCounters, intfNatCounters};
 } // namespace TableName
 
-// The counters of one interface. Arrays are indexed like fieldsOf<Statistics>(). In a clear table: the same
-// record, as it stood when the interface was cleared.
+// The counters of one interface. Arrays are indexed like fieldsOf<Statistics>(). In a clear table: reading,
+// totals and times as they stood when the interface was cleared, without what was of one step alone.
 template <class Statistics_>
 struct CounterRecord {
    using Statistics = Statistics_;

@@ -45,6 +45,10 @@ QueuePublisher::History& QueuePublisher::historyOf(const Pelt::IntfId& intf) {
    if (history == nullptr) {
       histories_.set(intf, {Silo::Key(intf.text())});
       history = histories_.find(intf);
+      if (clearCounters_) {
+         dropClearAhead(clearCounters_->table(), history->key,
+                        counters_->table().sampleOrDefault(history->key).record);
+      }
    }
    return *history;
 }

@@ -4,6 +4,7 @@
 #include "kiln/Assert.h"
 #include "kiln/Time.h"
 #include "kiln/Trace.h"
+#include "vex/CounterSteps.h"
 
 #include <cstdlib>
 
@@ -98,6 +99,9 @@ void CountersSm::startPort(const Pelt::IntfId& intf) {
    const Kiln::Ptr<VexPortCounterSm> port = vexPortCounterSm(intf);
    context_.helper->initialize(intf);
    port->handleSeed(context_.allIntfCounters->table().has(port->key()));
+   if (context_.allIntfClearCounters) {
+      dropClearAhead(context_.allIntfClearCounters->table(), port->key(), port->prevCounters()->record());
+   }
 }
 
 void CountersSm::stopPort(const Pelt::IntfId& intf) {
@@ -174,7 +178,11 @@ void CountersSm::handleIntfQueueCounters(const Pelt::IntfId& intf,
 
 bool CountersSm::clear(const Kiln::String& name) {
    // The helper may hand over queues that read zero: they count before the baseline moves.
-   context_.helper->doClearCounters(name);
+   try {
+      context_.helper->doClearCounters(name);
+   } catch (const std::exception& error) { // the queue table's, or a name that is no key
+      errors_.log(Pelt::IntfId{Kiln::Name(name)}, error);
+   }
    if (name == "all") {
       clearAll();
       return true;
@@ -199,6 +207,23 @@ bool CountersSm::clearPort(const Pelt::IntfId& intf) {
       }
    }
    return true;
+}
+
+void CountersSm::forgetAbsentPorts() {
+   if (!context_.allIntfCounters || !context_.ethPhyIntfStatusDir) {
+      return;
+   }
+   for (const Silo::Key& key : context_.allIntfCounters->table().keys()) {
+      const Pelt::IntfId intf{Kiln::Name(Kiln::String(key.view()))};
+      if (context_.ethPhyIntfStatusDir->intfStatus(intf)) {
+         continue;
+      }
+      context_.allIntfCounters->table().recordDel(key);
+      if (context_.allIntfClearCounters) {
+         context_.allIntfClearCounters->table().recordDel(key);
+      }
+      queues_.remove(intf);
+   }
 }
 
 void CountersSm::clearAll() {

@@ -53,6 +53,10 @@ class CountersSm : public Kiln::Entity {
    // False: there is no such interface.
    bool clear(const Kiln::String& name);
 
+   // Removes the records of ports that an earlier process published and this one doesn't have. For an agent to call
+   // once it has the ports that it begins with.
+   void forgetAbsentPorts();
+
    // Ports, each with its previous counters.
    KILN_COLLECTION(Vex::Counters::CountersSm, Pelt::IntfId, VexPortCounterSm, intfId, vexPortCounterSm)
 

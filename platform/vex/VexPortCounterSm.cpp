@@ -18,9 +18,7 @@ VexPortCounterSm::VexPortCounterSm(const Pelt::IntfId& intf)
 
 void VexPortCounterSm::handleSeed(bool isKept) {
    isSeeded_ = true;
-   if (isKept) {
-      renewDiscontinuity(*prevCounters_);
-   }
+   seed(*prevCounters_, isKept);
 }
 
 void VexPortCounterSm::update(VexHelper::VexHelperCountersSm& helper,

@@ -1,7 +1,11 @@
 // A port's counters, from the chip to another process's reader.
+#include "../silo/Rig.h"
 #include "PublishingRig.h"
 
+#include <chrono>
 #include <fstream>
+#include <random>
+#include <thread>
 
 namespace {
 
@@ -117,6 +121,80 @@ TEST_F(PortPublishing, ARestartGoesOnFromWhatWasPublished) {
    EXPECT_EQ(published().rate(inOctets), 200.0); // two samples of one clock, whoever took them
    EXPECT_EQ(published().discontinuityTime, 0.0);
    EXPECT_TRUE(logged().empty());
+}
+
+TEST_F(PortPublishing, AnAgentKilledAnywhereGoesOnWithoutAJump) {
+   constexpr int kills = 200 / SiloTest::slowdown;
+   const unsigned seed = std::random_device{}();
+   SCOPED_TRACE("seed " + std::to_string(seed));
+   std::mt19937 random(seed);
+   start();
+   poll(octets, 1);
+   stop();
+   Silo::TableReader<IntfCounters> reader(*store, TableName::intfCounters);
+   U64 last = 1;
+   for (int kill = 0; kill < kills; ++kill) {
+      const pid_t agent = SiloTest::spawn([&]() -> int {
+         start();
+         for (U64 value = last;; value += 7) {
+            poll(octets, value);
+         }
+      });
+      const U64 until = last + 7 + random() % 700;
+      Silo::Sample<IntfCounters> sample;
+      while (reader.read("Ethernet1", sample) != Silo::ReadResult::ok ||
+             sample.record.reading.inOctets < until) {
+         ASSERT_EQ(waitpid(agent, nullptr, WNOHANG), 0) << "the agent ended by itself";
+         std::this_thread::yield();
+      }
+      ::kill(agent, SIGKILL);
+      ASSERT_EQ(SiloTest::statusOf(agent), -SIGKILL);
+      const auto asked = std::chrono::steady_clock::now();
+      const Silo::ReadResult result = reader.read("Ethernet1", sample);
+      ASSERT_LT(std::chrono::steady_clock::now() - asked, std::chrono::milliseconds(100));
+      ASSERT_TRUE(result == Silo::ReadResult::ok || result == Silo::ReadResult::torn) << text(result);
+
+      start();
+      const IntfCounters seeded = published();
+      ASSERT_GE(seeded.reading.inOctets, until);
+      ASSERT_EQ(seeded.totals[inOctets], seeded.reading.inOctets);
+      last = seeded.reading.inOctets + 5; // the hardware went on meanwhile
+      poll(octets, last);
+      ASSERT_EQ(published().totals[inOctets], last);
+      stop();
+   }
+}
+
+TEST_F(PortPublishing, AClearRecordNeverStandsAheadOfItsRecord) {
+   start();
+   poll(octets, 1000);
+   sm()->clear("all");
+   EXPECT_EQ(record(TableName::intfClearCounters).deltas[inOctets], 0U);
+   EXPECT_EQ(record(TableName::intfClearCounters).interval, 0.0);
+   stop();
+   start();
+   EXPECT_EQ(record(TableName::intfClearCounters).totals[inOctets], 1000U);
+   stop();
+   std::filesystem::remove(folder_ + "/" + TableName::intfCounters);
+   rig.chip(0).rmonIs(port, octets, 10);
+   start();
+   Silo::Sample<IntfCounters> sample;
+   EXPECT_EQ(read(TableName::intfClearCounters, "Ethernet1", sample), Silo::ReadResult::absent);
+}
+
+TEST_F(PortPublishing, PortsThatAreGoneAfterARestartAreForgottenWhenAsked) {
+   addPort("Ethernet2", 6);
+   start();
+   rig.advance(2.0);
+   sm()->clear("all");
+   stop();
+   ports->intfStatusDel(Pelt::IntfId("Ethernet2"));
+   start();
+   EXPECT_EQ(tables.allIntfCounters->table().size(), 2U);
+   sm()->forgetAbsentPorts();
+   EXPECT_EQ(tables.allIntfCounters->table().size(), 1U);
+   EXPECT_EQ(tables.allIntfClearCounters->table().size(), 1U);
+   EXPECT_EQ(published().reading.inErrors, 0U);
 }
 
 TEST_F(PortPublishing, AResetOfTheHardwareStepsNoTotalBack) {
