@@ -1,6 +1,7 @@
 // The table of the agent's options.
 #include "Options.h"
 
+#include "kiln/Choices.h"
 #include "kiln/Numbers.h"
 #include "kiln/Trace.h"
 
@@ -135,8 +136,7 @@ void check(const Options& parsed) {
    const unsigned most = parsed.agent.pipes * maxFrontPanelPortsPerPipe;
    if (parsed.agent.ports > most) {
       throw std::invalid_argument("--ports " + std::to_string(parsed.agent.ports) + ": expected at most " +
-                                  std::to_string(most) + " on " + std::to_string(parsed.agent.pipes) +
-                                  " pipes");
+                                  std::to_string(most) + " on " + Kiln::counted(parsed.agent.pipes, "pipe"));
    }
 }
 
@@ -158,9 +158,11 @@ Options parseOptions(std::span<const char* const> arguments) {
       } else if (i + 1 < arguments.size()) {
          value = arguments[++i];
       }
-      if (!option.value.empty() && value.empty()) {
-         throw std::invalid_argument(Kiln::String(option.name) +
-                                     " needs a value: " + Kiln::String(option.help));
+      const bool isNextOption = equals == std::string_view::npos && value.rfind("--", 0) == 0;
+      if (!option.value.empty() && (value.empty() || isNextOption)) {
+         throw std::invalid_argument(Kiln::String(option.name) + " needs a value" +
+                                     (isNextOption ? " before " + Kiln::quoted(value) : "") + ": " +
+                                     Kiln::String(option.help));
       }
       option.take(parsed, value);
    }

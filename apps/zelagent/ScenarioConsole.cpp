@@ -218,7 +218,8 @@ ScenarioConsole::Status ScenarioConsole::run(std::istream& scenario, const Kiln:
 
 bool ScenarioConsole::runNextLine(std::istream& scenario) {
    Kiln::String line;
-   if (!readLine(scenario, &line)) {
+   // A line that was cut short by the end is no statement.
+   if (!readLine(scenario, &line) || Kiln::ActivityManager::instance()->isStopping()) {
       return true;
    }
    runLine(line);

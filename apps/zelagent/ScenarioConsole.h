@@ -18,7 +18,8 @@ class ScenarioConsole {
    ScenarioConsole(SwitchAgent& agent, int outFd, int errorFd);
 
    // `name` stands for the scenario in errors: "NAME:LINE: message". Not under the activity lock. An output that
-   // can't be written is a std::runtime_error at once; a reader that has gone is none.
+   // can't be written is a std::runtime_error at once; a reader that has gone is none. A stop of the activity manager
+   // ends it after the statement that is running.
    Status run(std::istream& scenario, const Kiln::String& name);
 
    // One line a statement, for --help.

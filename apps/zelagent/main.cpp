@@ -2,20 +2,23 @@
 #include "HostPorts.h"
 #include "Options.h"
 #include "ScenarioConsole.h"
+#include "ScenarioInput.h"
 #include "agent/CommandChannel.h"
 #include "agent/CommandSocket.h"
 #include "kiln/ActivityLock.h"
 #include "kiln/ActivityManager.h"
+#include "kiln/Choices.h"
 #include "kiln/OperatorLog.h"
 
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
-#include <fstream>
 #include <iostream>
 #include <optional>
+#include <sys/eventfd.h>
 #include <unistd.h>
 
 namespace {
@@ -28,9 +31,14 @@ constexpr int cannotRun = 1; // wrong options, or what they ask for can't be had
 
 // What a signal handler may reach. Set before the handlers are, and good until the end of the process.
 Kiln::ActivityManager* signalled = nullptr;
+int endFd = -1; // readable from the first signal on
+std::atomic<int> endingSignal{0};
 
-void handleSignal(int /*signal*/) {
+void handleSignal(int signal) {
    const int error = errno;
+   endingSignal.store(signal);
+   const U64 one = 1;
+   [[maybe_unused]] const auto written = write(endFd, &one, sizeof one);
    signalled->stop();
    errno = error;
 }
@@ -38,6 +46,10 @@ void handleSignal(int /*signal*/) {
 void endOnSignals() {
    static const Kiln::Ptr<Kiln::ActivityManager> manager = Kiln::ActivityManager::instance();
    signalled = manager.ptr();
+   endFd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+   if (endFd < 0) {
+      throw std::runtime_error(Kiln::String("cannot wait for signals: ") + std::strerror(errno));
+   }
    struct sigaction action {};
    action.sa_handler = handleSignal;
    sigaction(SIGTERM, &action, nullptr);
@@ -84,22 +96,28 @@ void startTraffic(SwitchAgent& agent, const Options& options, std::optional<ZelA
    }
 }
 
+int openScenario(const Kiln::String& name) {
+   const int fd = name == "-" ? STDIN_FILENO : open(name.c_str(), O_RDONLY | O_CLOEXEC);
+   if (fd < 0) {
+      throw std::runtime_error("cannot open the scenario " + name + ": " + std::strerror(errno));
+   }
+   return fd;
+}
+
 int runScenario(const Options& options) {
    const Kiln::String& name = *options.scenario;
-   std::ifstream file;
-   if (name != "-") {
-      file.open(name);
-      if (!file) {
-         throw std::runtime_error("cannot open the scenario " + name + ": " + std::strerror(errno));
-      }
-   }
+   const int fd = openScenario(name);
    Kiln::System::timeSourceIs(Kiln::allocate<Kiln::SimulatedTime>());
    // A scenario keeps out of the way of an agent that runs beside it.
    ZelAgent::SwitchAgentConfig config = options.agent;
    config.tablesAreTemporary = config.siloFolder.empty();
    config.tablePrefix += "-scenario-" + std::to_string(getpid());
+   endOnSignals(); // first, since what is made from here on has to be removed
    SwitchAgent agent(config);
-   return ScenarioConsole(agent, STDOUT_FILENO, STDERR_FILENO).run(name == "-" ? std::cin : file, name);
+   ZelAgent::ScenarioInput input(fd, endFd);
+   std::istream scenario(&input);
+   const int status = ScenarioConsole(agent, STDOUT_FILENO, STDERR_FILENO).run(scenario, name);
+   return endingSignal.load() != 0 ? 128 + endingSignal.load() : status;
 }
 
 // The operator sees log messages as they come.
@@ -138,8 +156,8 @@ int runAgent(const Options& options) {
    }
    const Agent::CommandChannel channel(manager, agent.commandRunner(), socketPath);
    endOnSignals();
-   std::printf("zelagent: %u chips, %u ports each, commands on %s\n", options.agent.chips,
-               options.agent.ports, socketPath.c_str());
+   std::printf("zelagent: %s, %s each, commands on %s\n", Kiln::counted(options.agent.chips, "chip").c_str(),
+               Kiln::counted(options.agent.ports, "port").c_str(), socketPath.c_str());
    if (hostPorts) {
       std::printf("zelagent: ports are the host's: %s\n", joined(hostPorts->names()).c_str());
    }

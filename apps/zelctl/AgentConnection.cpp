@@ -3,6 +3,7 @@
 
 #include "Terminal.h"
 #include "agent/CommandSocket.h"
+#include "kiln/Choices.h"
 
 #include <cerrno>
 #include <cmath>
@@ -39,7 +40,8 @@ class Connection {
 
    void open() {
       const Agent::SocketAddress address(path_);
-      sendTimeoutIs(patience_.inAll > 0 ? std::min(patience_.inAll, connectTimeout) : connectTimeout);
+      const int bound = std::min(patience_.perByte, connectTimeout);
+      sendTimeoutIs(patience_.inAll > 0 ? std::min(patience_.inAll, bound) : bound);
       if (connect(fd_, address.any(), address.length()) == 0) {
          return;
       }
@@ -87,7 +89,9 @@ class Connection {
 
    void awaitBytes() {
       const double due = std::min(end_, monotonicSeconds() + patience_.perByte);
-      pollfd watched[] = {{fd_, POLLIN, 0}, {signals_ != nullptr ? signals_->fd() : -1, POLLIN, 0}};
+      pollfd watched[] = {{fd_, POLLIN, 0},
+                          {signals_ != nullptr ? signals_->fd() : -1, POLLIN, 0},
+                          {patience_.endsByKey ? STDIN_FILENO : -1, POLLIN, 0}};
       do {
          if (signals_ != nullptr && signals_->isBreaking()) {
             throw std::runtime_error("given up before the agent answered");
@@ -96,7 +100,10 @@ class Connection {
          if (poll(watched, std::size(watched), static_cast<int>(std::ceil(left * 1e3))) == 0) {
             const int waited = patience_.inAll > 0 ? patience_.inAll : patience_.perByte;
             throw std::runtime_error("the agent on " + path_ + " did not answer within " +
-                                     std::to_string(waited) + " seconds: try again");
+                                     Kiln::counted(static_cast<U64>(waited), "second") + ": try again");
+         }
+         if (watched[2].revents != 0 && readsEndKey()) {
+            signals_->interruptIs();
          }
       } while (watched[0].revents == 0);
    }

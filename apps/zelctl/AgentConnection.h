@@ -13,8 +13,9 @@ struct Answer {
 };
 
 struct Patience {
-   int perByte = 30; // seconds without one
-   int inAll = 0;    // seconds; 0 for no bound
+   int perByte = 30;       // seconds without one
+   int inAll = 0;          // seconds; 0 for no bound
+   bool endsByKey = false; // 'q' on standard input is a Ctrl-C; needs signals
 };
 
 // Sends one command line to the agent on the socket and takes the whole answer. An agent that does not answer

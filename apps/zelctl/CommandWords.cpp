@@ -18,8 +18,12 @@ std::vector<String> showCommands() {
 
 std::vector<String> allCommands() {
    std::vector<String> all = showCommands();
-   all.insert(all.end(), {"watch", "help", "quit"});
+   all.insert(all.end(), {"watch", "help", "quit", "exit"});
    return all;
+}
+
+bool isLeaving(const String& command) {
+   return command == "quit" || command == "exit";
 }
 
 String commandNamed(const String& word) {

@@ -51,7 +51,7 @@ int askAgent(const Client& client, const String& line, bool isKnown, Signals* si
    return refused;
 }
 
-WatchRound fetchRound(const Client& client, const Words& words, Signals* signals) {
+WatchRound fetchRound(const Client& client, const Words& words, Signals* signals, const Patience& patience) {
    try {
       if (isViewCommand(words.front())) {
          return {showRecords(words, client.store()), ""};
@@ -60,9 +60,14 @@ WatchRound fetchRound(const Client& client, const Words& words, Signals* signals
       for (const String& word : words) {
          line += word + " ";
       }
-      const Answer answer = ask(client.socketPath, line + "json", signals);
-      return answer.error.empty() ? WatchRound{readCountersDocument(answer.text), ""}
-                                  : WatchRound{{}, answer.error};
+      const Answer answer = ask(client.socketPath, line + "json", signals, patience);
+      if (answer.error.empty()) {
+         return {readCountersDocument(answer.text), ""};
+      }
+      // What is wrong with an unfinished command mustn't be put down to a word that nobody typed.
+      const bool blamesJson = answer.error.find("'json'") != String::npos;
+      const String plain = blamesJson ? ask(client.socketPath, line, signals, patience).error : "";
+      return {{}, plain.empty() ? answer.error : plain};
    } catch (const std::exception& error) {
       return {{}, String("% ") + error.what()};
    }
@@ -72,7 +77,9 @@ int watch(const Client& client, const Words& words, Signals* signals) {
    const WatchRequest request = parseWatch(words);
    const auto rounds = [&](Signals* caught) {
       return runWatch(
-           request, [&] { return fetchRound(client, request.words, caught); }, caught);
+           request,
+           [&](const Patience& patience) { return fetchRound(client, request.words, caught, patience); },
+           caught);
    };
    if (signals != nullptr) {
       return rounds(signals);
@@ -102,6 +109,9 @@ int runLine(const Client& client, const String& line, Signals* signals) {
       const String command = commandNamed(words.front());
       if (command == "help") {
          return print(helpText(), signals);
+      }
+      if (isLeaving(command) && words.size() == 1) {
+         return carriedOut;
       }
       if (command == "watch") {
          return watch(client, words, signals);

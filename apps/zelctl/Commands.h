@@ -20,8 +20,8 @@ struct Client {
    Silo::Store store() const; // std::runtime_error when there is none
 };
 
-// Prints what the command prints; what is wrong goes to standard error, beginning "% ". Returns the exit status.
-// `signals` may be null; with them, Ctrl-C gives the command up.
+// Prints what the command prints; what is wrong goes to standard error, beginning "% ". Returns the exit
+// status. `signals` may be null; with them, Ctrl-C gives the command up.
 int runLine(const Client& client, const Kiln::String& line, Signals* signals);
 
 // Prints a line that says what is wrong, and gives the exit status for it.

@@ -5,8 +5,9 @@
 
 namespace ZelCtl {
 
-// The words that the line's last one may become, or that may follow if it ends in a blank; sorted, each once. The
-// agent says what may follow `counters`, if it answers within a second. What goes wrong means fewer candidates.
+// The words that the line's last one may become, or that may follow if it ends in a blank; sorted, each once.
+// The agent says what may follow `counters`, if it answers within a second. What goes wrong means fewer
+// candidates.
 std::vector<Kiln::String> completionsOf(const Client& client, const Kiln::String& line);
 
 } // namespace ZelCtl

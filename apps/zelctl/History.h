@@ -7,8 +7,8 @@
 
 namespace ZelCtl {
 
-// Sessions that run side by side all add to the file; each sees what the others added when it begins. What can't
-// be read or written is no error: history is a convenience.
+// Sessions that run side by side all add to the file; each sees what the others added when it begins. What
+// can't be read or written is no error: history is a convenience.
 class History {
  public:
    static constexpr std::size_t limit = 500; // lines

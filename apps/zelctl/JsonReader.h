@@ -32,8 +32,8 @@ struct JsonMember {
 
 constexpr unsigned jsonDepth = 32; // lists and objects within each other
 
-// The one value of the text, blanks around it aside. Throws std::runtime_error with the place and what is expected
-// there.
+// The one value of the text, blanks around it aside. Throws std::runtime_error with the place and what is
+// expected there.
 JsonValue readJson(std::string_view text);
 
 } // namespace ZelCtl

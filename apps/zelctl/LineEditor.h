@@ -1,5 +1,5 @@
-// A line as it is typed: keys in, as a terminal sends them; the line, its cursor and its picture out. Knows no
-// terminal and waits for nothing.
+// A line as it is typed: keys in, as a terminal sends them; the line, its cursor and its picture out. Knows
+// no terminal and waits for nothing.
 #pragma once
 
 #include "History.h"
@@ -31,12 +31,12 @@ class LineEditor {
    std::size_t cursor() const { return cursor_; } // in bytes, never within a character
    void clear();
 
-   // Takes what the candidates have in common in place of the word before the cursor; all of them begin with that
-   // word. A single one is followed by a blank. Returns whether the line changed.
+   // Takes what the candidates have in common in place of the word before the cursor; all of them begin with
+   // that word. A single one is followed by a blank. Returns whether the line changed.
    bool complete(const std::vector<Kiln::String>& candidates);
 
-   // From the cursor's line start to its place after the line: the prompt and as much of the line as the width
-   // has room for, around the cursor, with '<' or '>' where there is more.
+   // From the cursor's line start to its place after the line: the prompt and as much of the line as the
+   // width has room for, around the cursor, with '<' or '>' where there is more.
    Kiln::String picture(const Kiln::String& prompt, std::size_t width);
 
  private:

@@ -1,9 +1,11 @@
 // The editor at the terminal, its history and its completion.
 #include "Prompt.h"
 
+#include "CommandWords.h"
 #include "Completion.h"
 #include "LineEditor.h"
 #include "Terminal.h"
+#include "agent/CommandRunner.h"
 
 #include <cerrno>
 #include <csignal>
@@ -26,8 +28,13 @@ String trimmed(const String& line) {
    return begin == String::npos ? "" : line.substr(begin, line.find_last_not_of(" \t\r") + 1 - begin);
 }
 
-bool isLeaving(const String& line) {
-   return line == "quit" || line == "exit";
+bool leaves(const String& line) {
+   const std::vector<String> words = Agent::splitWords(line);
+   try {
+      return words.size() == 1 && isLeaving(commandNamed(words.front()));
+   } catch (const std::exception&) { // ambiguous
+      return false;
+   }
 }
 
 class Prompt {
@@ -39,7 +46,7 @@ class Prompt {
       put(String(greeting) + "; Tab completes\n");
       for (;;) {
          const std::optional<String> line = readLine();
-         if (!line || isLeaving(*line)) {
+         if (!line || leaves(*line)) {
             const int signal = signals_.ending();
             return signal != 0 ? 128 + signal : int(carriedOut);
          }
@@ -178,7 +185,7 @@ int runPlainPrompt(const Client& client) {
    std::cout << greeting << '\n';
    for (String line; std::cout << prompt << std::flush && std::getline(std::cin, line);) {
       line = trimmed(line);
-      if (isLeaving(line)) {
+      if (leaves(line)) {
          return carriedOut;
       }
       if (!line.empty()) {

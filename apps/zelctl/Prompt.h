@@ -5,8 +5,8 @@
 
 namespace ZelCtl {
 
-// Until `quit`, the end of input, or a signal to end. On a terminal that can do no more than lines, or when the
-// answers go elsewhere, without editing. Returns the exit status.
+// Until `quit`, the end of input, or a signal to end. On a terminal that can do no more than lines, or when
+// the answers go elsewhere, without editing. Returns the exit status.
 int runPrompt(const Client& client);
 
 } // namespace ZelCtl

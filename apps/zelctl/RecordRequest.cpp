@@ -111,15 +111,56 @@ std::vector<String> keywordsOf(const View& view) {
    return all;
 }
 
-RecordRequest parseRecordRequest(const std::vector<String>& words) {
+namespace {
+
+std::vector<String> namesIn(const PublishedTable& table) {
+   std::vector<String> names;
+   for (const PublishedRow& row : table.rows) {
+      if (!row.name.empty()) {
+         names.push_back(row.name);
+      }
+   }
+   return names;
+}
+
+// The keyword that the word is or begins; 0 for none.
+unsigned keywordMeant(const View& view, const String& word) {
+   unsigned meant = 0;
+   std::vector<String> candidates;
+   for (const auto& [keyword, name] : keywordNames) {
+      if ((view.takes & keyword) != 0 && std::string_view(name).substr(0, word.size()) == word) {
+         meant = keyword;
+         candidates.emplace_back(name);
+      }
+   }
+   if (candidates.size() > 1) {
+      throw std::runtime_error(Kiln::quoted(word) + " is ambiguous: expected " + Kiln::choices(candidates));
+   }
+   return meant;
+}
+
+[[noreturn]] void refuseName(const View& view, const String& word, const std::vector<String>& known) {
+   String keywords;
+   for (const String& keyword : keywordsOf(view)) {
+      keywords += (keywords.empty() ? "" : ", ") + keyword;
+   }
+   throw std::runtime_error(Kiln::unknownInterface(word, known) + "; keywords are " + keywords);
+}
+
+} // namespace
+
+RecordRequest parseRecordRequest(const std::vector<String>& words, const PublishedTable& table) {
    RecordRequest request;
    request.view = viewNamed(words.front());
+   const std::vector<String> known = namesIn(table);
    for (std::size_t i = 1; i < words.size(); ++i) {
-      const auto* keyword = std::find_if(keywordNames.begin(), keywordNames.end(),
-                                         [&](const auto& one) { return words[i] == one.second; });
-      if (keyword != keywordNames.end() && (request.view->takes & keyword->first) != 0) {
-         request.keywords |= keyword->first;
-      } else {
+      const bool isName = std::find(known.begin(), known.end(), words[i]) != known.end();
+      const unsigned keyword = isName ? 0 : keywordMeant(*request.view, words[i]);
+      if (!isName && keyword == 0) {
+         refuseName(*request.view, words[i], known);
+      }
+      request.keywords |= keyword;
+      if (isName) {
          request.names.push_back(words[i]);
       }
    }
@@ -127,21 +168,6 @@ RecordRequest parseRecordRequest(const std::vector<String>& words) {
 }
 
 std::vector<const PublishedRow*> selectRows(const RecordRequest& request, const PublishedTable& table) {
-   std::vector<String> known;
-   for (const PublishedRow& row : table.rows) {
-      if (!row.name.empty()) {
-         known.push_back(row.name);
-      }
-   }
-   for (const String& name : request.names) {
-      if (std::find(known.begin(), known.end(), name) == known.end()) {
-         String keywords;
-         for (const String& keyword : keywordsOf(*request.view)) {
-            keywords += (keywords.empty() ? "" : ", ") + keyword;
-         }
-         throw std::runtime_error(Kiln::unknownInterface(name, known) + "; keywords are " + keywords);
-      }
-   }
    std::vector<const PublishedRow*> rows;
    for (const PublishedRow& row : table.rows) {
       if (request.names.empty() ||

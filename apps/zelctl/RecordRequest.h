@@ -1,4 +1,5 @@
-// What `zelctl interfaces` and its kin can be asked for: the views, their keywords, and one request read from words.
+// What `zelctl interfaces` and its kin can be asked for: the views, their keywords, and one request read from
+// words.
 #pragma once
 
 #include "PublishedRows.h"
@@ -50,10 +51,12 @@ struct RecordRequest {
    bool has(unsigned keyword) const { return (keywords & keyword) != 0; }
 };
 
-// The first word has to be a view's. Every word that is no keyword of it is taken for an interface.
-RecordRequest parseRecordRequest(const std::vector<Kiln::String>& words);
+// The first word has to be a view's. A word that no interface of the view's table has for its name is a
+// keyword, or the beginning of a single one. What is neither is a std::runtime_error that says which there
+// are.
+RecordRequest parseRecordRequest(const std::vector<Kiln::String>& words, const PublishedTable& table);
 
-// The rows that are asked for. A name that isn't there is a std::runtime_error that says which there are.
+// The rows that are asked for.
 std::vector<const PublishedRow*> selectRows(const RecordRequest& request, const PublishedTable& table);
 
 } // namespace ZelCtl

@@ -145,6 +145,9 @@ ShownTable listOf(const RecordRequest& request, const PublishedTable& table,
          addLine(&list, request, table, *row, "");
       }
    }
+   if (list.rows.empty()) {
+      list.notes.emplace_back("  none");
+   }
    return list;
 }
 
@@ -300,6 +303,11 @@ String jsonOf(const RecordRequest& request, const PublishedTable& table) {
    return out.text();
 }
 
+PublishedTable tableOf(const std::vector<String>& words, const Silo::Store& store) {
+   const View& view = *viewNamed(words.front());
+   return view.read(store, view.table);
+}
+
 } // namespace
 
 bool isViewCommand(const String& word) {
@@ -307,13 +315,20 @@ bool isViewCommand(const String& word) {
 }
 
 std::vector<ShownTable> showRecords(const std::vector<String>& words, const Silo::Store& store) {
-   const RecordRequest request = parseRecordRequest(words);
-   return tablesOf(request, request.view->read(store, request.view->table));
+   const PublishedTable table = tableOf(words, store);
+   const RecordRequest request = parseRecordRequest(words, table);
+   if (request.has(json)) {
+      throw std::runtime_error("watch shows tables: leave out 'json'");
+   }
+   if (request.has(rates)) {
+      throw std::runtime_error("watch shows rates anyway: leave out 'rates'");
+   }
+   return tablesOf(request, table);
 }
 
 String viewRecords(const std::vector<String>& words, const Silo::Store& store) {
-   const RecordRequest request = parseRecordRequest(words);
-   const PublishedTable table = request.view->read(store, request.view->table);
+   const PublishedTable table = tableOf(words, store);
+   const RecordRequest request = parseRecordRequest(words, table);
    if (request.has(json)) {
       return jsonOf(request, table);
    }

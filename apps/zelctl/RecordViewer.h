@@ -12,10 +12,11 @@ bool isViewCommand(const Kiln::String& word);
 // The text that the command prints. Throws std::runtime_error with what is wrong and what is expected.
 Kiln::String viewRecords(const std::vector<Kiln::String>& words, const Silo::Store& store);
 
-// The same as tables, whatever `json` says; at least one. Throws likewise.
+// The same as tables, at least one, for a watch, which `json` and `rates` are not for. Throws likewise.
 std::vector<ShownTable> showRecords(const std::vector<Kiln::String>& words, const Silo::Store& store);
 
-// What may follow the words, the first of which is such a command: keywords, and interfaces where there are any.
+// What may follow the words, the first of which is such a command: keywords, and interfaces where there are
+// any.
 std::vector<Kiln::String> viewCandidates(const std::vector<Kiln::String>& words, const Silo::Store& store);
 
 // One line a command, for --help.

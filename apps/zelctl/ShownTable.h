@@ -1,4 +1,5 @@
-// What a show shows, before anybody lays it out: tables whose counters are told apart from what names their rows.
+// What a show shows, before anybody lays it out: tables whose counters are told apart from what names their
+// rows.
 #pragma once
 
 #include "kiln/Types.h"

@@ -68,11 +68,15 @@ Woken waitFor(Signals* signals, bool keys, double seconds) {
                        {signals != nullptr ? signals->fd() : -1, POLLIN, 0},
                        {STDOUT_FILENO, 0, 0}};
    const int milliseconds = seconds < 0 ? -1 : static_cast<int>(std::ceil(seconds * 1e3));
-   const int ready = poll(watched, std::size(watched), milliseconds);
-   if (ready <= 0) {
-      return {.bySignal = ready < 0};
+   if (poll(watched, std::size(watched), milliseconds) <= 0) {
+      return {};
    }
-   return {watched[0].revents != 0, watched[1].revents != 0, (watched[2].revents & POLLERR) != 0};
+   return {watched[0].revents != 0, (watched[2].revents & POLLERR) != 0};
+}
+
+bool readsEndKey() {
+   char key = 0;
+   return read(STDIN_FILENO, &key, 1) != 1 || key == 'q' || key == 'Q';
 }
 
 double monotonicSeconds() {

@@ -19,8 +19,8 @@ TerminalSize terminalSize();
 // Whether standard output is a terminal that understands more than lines of text.
 bool isScreen();
 
-// Keys come one by one and unseen while it lives; then the terminal is as it was. Does nothing without a terminal
-// on standard input.
+// Keys come one by one and unseen while it lives; then the terminal is as it was. Does nothing without a
+// terminal on standard input.
 class KeyMode {
  public:
    enum class Interrupts : U8 { areKeys, areSignals }; // Ctrl-C and its like
@@ -43,13 +43,16 @@ Written writeOut(std::string_view text, Signals* signals);
 
 struct Woken {
    bool byKeys = false;
-   bool bySignal = false;
    bool readerGone = false; // from standard output
-   // None of them: the time is over.
+   // Neither: the time is over, or a signal came.
 };
 
 // Waits up to so many seconds; below 0 for as long as it takes. Keys are standard input.
 Woken waitFor(Signals* signals, bool keys, double seconds);
+
+// Reads one key, which has to be there: whether it ends what is shown, as 'q' does and as the end of the keys
+// does.
+bool readsEndKey();
 
 double monotonicSeconds();
 

@@ -7,8 +7,8 @@
 
 namespace ZelCtl {
 
-// Columns are as wide as their widest cell: the first is aligned left, the others right. A row that ends early
-// may end in a cell as long as it likes, which widens nothing.
+// Columns are as wide as their widest cell: the first is aligned left, the others right. A row that ends
+// early may end in a cell as long as it likes, which widens nothing.
 class TextTable {
  public:
    explicit TextTable(std::vector<Kiln::String> headings) : rows_{std::move(headings)} {}

@@ -14,6 +14,8 @@ Words may be shortened while they stay clear; Tab completes them at the prompt.
 
 Dropped frames?  'counters show drop nonzero' says which ports dropped them and
 why. If that is empty, 'counters show pipeline nonzero' says how far they got.
+Those two have drops of the pipeline and of queues; discards of 'interfaces
+errors' are the MAC's own, and with '--traffic host' the only ones there are.
 
 counters ...                        asks the running zelagent
    show drop                        dropped frames by port and reason
@@ -37,7 +39,8 @@ counters ...                        asks the running zelagent
    clear traffic-manager            likewise
    clear mac                        likewise
    clear pdp                        likewise
-   clear table [ID|NAME]            zeroes the hardware's tables, or one
+   clear table [ID|NAME]            zeroes the hardware's tables, or one; not
+                                    those of queues, classes, VLAN interfaces
    clear                            nearly all of the above
      chip NAME                      before show or clear: of one chip only
      nonzero                        after a show: leaves out what is 0

@@ -21,7 +21,8 @@ std::size_t codePointBefore(std::string_view text, std::size_t at);
 
 void addCodePoint(Kiln::String* text, char32_t value);
 
-// Columns that it takes on a terminal: 0 for what joins the one before, 2 for wide East Asian ones and pictures.
+// Columns that it takes on a terminal: 0 for what joins the one before, 2 for wide East Asian ones and
+// pictures.
 unsigned columnsOf(char32_t value);
 
 std::size_t columnsIn(std::string_view text);

@@ -24,6 +24,7 @@ using Kiln::String;
 
 constexpr double shortest = 0.1; // seconds
 constexpr double longest = 3600;
+constexpr int screenPatience = 3; // seconds
 
 String joined(const std::vector<String>& words) {
    String text;
@@ -62,16 +63,6 @@ void checkCounters(const std::vector<String>& words) {
    }
 }
 
-void checkView(const std::vector<String>& words) {
-   const RecordRequest request = parseRecordRequest(words);
-   if (request.has(json)) {
-      throw std::runtime_error("watch shows tables: leave out 'json'");
-   }
-   if (request.has(rates)) {
-      throw std::runtime_error("watch shows rates anyway: leave out 'rates'");
-   }
-}
-
 String clockText() {
    const std::time_t now = std::time(nullptr);
    std::tm parts{};
@@ -103,7 +94,7 @@ class Screen {
 
 class Watcher {
  public:
-   Watcher(const WatchRequest& request, const std::function<WatchRound()>& fetch, Signals* signals)
+   Watcher(const WatchRequest& request, const FetchRound& fetch, Signals* signals)
         : request_(request), fetch_(fetch), signals_(signals), isScreen_(ZelCtl::isScreen()) {}
 
    int run() {
@@ -123,7 +114,7 @@ class Watcher {
 
  private:
    int runRound() {
-      WatchRound round = fetch_();
+      WatchRound round = fetch_(patience());
       if (signals_->isBreaking()) {
          isOver_ = true;
          return 0;
@@ -143,6 +134,11 @@ class Watcher {
                     (sinceLast_ > 0 ? ", " + secondsText(sinceLast_) + " after the round before" : "");
       }
       return show();
+   }
+
+   // On a screen, what is shown shouldn't look newer than it is.
+   Patience patience() const {
+      return screen_ ? Patience{.perByte = screenPatience, .endsByKey = screen_->hasKeys()} : Patience{};
    }
 
    int show() {
@@ -186,26 +182,20 @@ class Watcher {
    }
 
    void pauseUntil(double due) {
-      while (!isOver_) {
-         const double left = due - monotonicSeconds();
-         if (left <= 0) {
-            return;
-         }
+      bool isDue = false;
+      while (!isOver_ && !isDue) { // once at least, since a round may take longer than the interval
+         const double left = std::max(0.0, due - monotonicSeconds());
+         isDue = left == 0;
          const Woken woken = waitFor(signals_, screen_ && screen_->hasKeys(), left);
-         isOver_ = woken.readerGone || signals_->isBreaking() || (woken.byKeys && isEndKey());
+         isOver_ = woken.readerGone || signals_->isBreaking() || (woken.byKeys && readsEndKey());
          if (!isOver_ && screen_ && signals_->takeResize()) {
             show();
          }
       }
    }
 
-   static bool isEndKey() {
-      char key = 0;
-      return read(STDIN_FILENO, &key, 1) != 1 || key == 'q' || key == 'Q';
-   }
-
    const WatchRequest& request_;
-   const std::function<WatchRound()>& fetch_;
+   const FetchRound& fetch_;
    Signals* signals_;
    bool isScreen_;
    std::optional<Screen> screen_; // from the first good round on
@@ -243,16 +233,14 @@ WatchRequest parseWatch(const std::vector<String>& words) {
    command = commandNamed(command);
    if (command == shows.front()) {
       checkCounters(request.words);
-   } else if (viewNamed(command) != nullptr) {
-      checkView(request.words);
-   } else {
+   } else if (viewNamed(command) == nullptr) {
       throw std::runtime_error("cannot watch " + Kiln::quoted(command) + ": expected " +
                                (at == 1 ? "seconds or " : "") + Kiln::choices(shows));
    }
    return request;
 }
 
-int runWatch(const WatchRequest& request, const std::function<WatchRound()>& fetch, Signals* signals) {
+int runWatch(const WatchRequest& request, const FetchRound& fetch, Signals* signals) {
    const int status = Watcher(request, fetch, signals).run();
    // The Ctrl-C that ended it is spent.
    signals->takeInterrupt();

@@ -14,8 +14,8 @@ using State = WatchedRow::State;
 
 constexpr const char* unknownRate = "-";
 
-// Three digits are as many as a glance takes in. Slow ones have a fraction, so that a drop every few seconds doesn't
-// look like none.
+// Three digits are as many as a glance takes in. Slow ones have a fraction, so that a drop every few seconds
+// doesn't look like none.
 String rateText(U64 step, double seconds) {
    constexpr double slow = 10;
    constexpr double wide = 99999.5;

@@ -27,9 +27,10 @@ struct WatchedTable {
    std::vector<Kiln::String> notes;
 };
 
-// Rows are known by their table's title (up to its colon and chip at least, whatever else it says) and their keys. A
-// counter that went backwards began anew: it has changed, and has no rate. A row that knows when it was sampled is
-// rated by that, and keeps its rate while it isn't sampled anew; others by the time of the round.
+// Rows are known by their table's title (up to its colon and chip at least, whatever else it says) and their
+// keys. A counter that went backwards began anew: it has changed, and has no rate. A row that knows when it
+// was sampled is rated by that, and keeps its rate while it isn't sampled anew; others by the time of the
+// round.
 class WatchChanges {
  public:
    // `now` is on the monotonic clock. A row that is gone is in the answer once more, as it was last.

@@ -2,6 +2,7 @@
 #include "WatchText.h"
 
 #include "Utf8.h"
+#include "kiln/Choices.h"
 
 #include <algorithm>
 #include <iterator>
@@ -188,8 +189,8 @@ Block blockOf(const WatchedTable& table, const WatchRoom& room, std::size_t* col
    return block;
 }
 
-// Takes rows that never changed out of the last tables until no more than so many lines are left; a table that had
-// no others goes with them. Returns how many rows.
+// Takes rows that never changed out of the last tables until no more than so many lines are left; a table
+// that had no others goes with them. Returns how many rows.
 std::size_t leaveOutQuiet(std::vector<Block>* blocks, std::size_t height) {
    std::size_t lines = 0;
    for (const Block& block : *blocks) {
@@ -241,12 +242,14 @@ std::vector<String> layOut(const std::vector<WatchedTable>& tables, const WatchR
       rows += texts.size() - height;
       texts.resize(height);
    }
-   String omitted = rows != 0 ? std::to_string(rows) + " rows" : "";
+   String omitted = rows != 0 ? Kiln::counted(rows, "row") : "";
    if (columns != 0) {
-      omitted += (omitted.empty() ? "" : " and ") + std::to_string(columns) + " columns";
+      omitted += (omitted.empty() ? "" : " and ") + Kiln::counted(columns, "column");
    }
    if (!omitted.empty()) {
-      texts.push_back(plainLine("(" + omitted + " have no room: enlarge the window or ask for less)", room));
+      texts.push_back(plainLine("(" + omitted + (rows + columns == 1 ? " has" : " have") +
+                                     " no room: enlarge the window or ask for less)",
+                                room));
    }
    return texts;
 }

@@ -11,9 +11,9 @@ struct WatchRoom {
    bool hasStyles = false; // bold for what changed
 };
 
-// Lines without their ends. A mark leads each row: '*' changed, '+' new, '-' gone. To fit the width, counters that
-// are 0 throughout go, and then the last ones; to fit the height, rows that never changed, and then the last ones.
-// What was left out is said in the last line.
+// Lines without their ends. A mark leads each row: '*' changed, '+' new, '-' gone. To fit the width, counters
+// that are 0 throughout go, and then the last ones; to fit the height, rows that never changed, and then the
+// last ones. What was left out is said in the last line.
 std::vector<Kiln::String> layOut(const std::vector<WatchedTable>& tables, const WatchRoom& room);
 
 } // namespace ZelCtl

@@ -4,6 +4,7 @@
 #include "Usage.h"
 #include "agent/CommandSocket.h"
 
+#include <algorithm>
 #include <csignal>
 #include <iostream>
 #include <optional>
@@ -33,6 +34,38 @@ Kiln::String valueOf(std::string_view option) {
                                : "the line to complete";
 }
 
+// The option that the argument is, with a value that is joined to it by '='.
+struct Argument {
+   explicit Argument(const Kiln::String& text)
+        : option(text.substr(0, text.find('='))), hasValue(option.size() < text.size()),
+          value(hasValue ? text.substr(option.size() + 1) : "") {}
+
+   bool isTaken() const {
+      return std::find(std::begin(optionNames), std::end(optionNames), option) != std::end(optionNames);
+   }
+   bool takesValue() const { return option != "--help" && option != "--version"; }
+
+   Kiln::String option;
+   bool hasValue;
+   Kiln::String value;
+};
+
+void take(const Argument& argument, Options* options) {
+   if (argument.takesValue() && argument.value.empty() && argument.option != "--complete") {
+      options->endsIs(ZelCtl::complain(argument.option + " needs " + valueOf(argument.option)));
+   } else if (!argument.takesValue() && argument.hasValue) {
+      options->endsIs(ZelCtl::complain(argument.option + " takes no value"));
+   } else if (!argument.takesValue()) {
+      std::cout << (argument.option == "--help" ? ZelCtl::helpText() : "zelctl " ZEL_VERSION "\n");
+      options->endsIs(ZelCtl::carriedOut);
+   } else if (argument.option == "--complete") {
+      options->unfinishedLine = argument.value;
+   } else {
+      (argument.option == "--socket" ? options->client.socketPath : options->client.siloFolder) =
+           argument.value;
+   }
+}
+
 // Options may stand before the command or after it.
 Options parseOptions(int argc, char** argv) {
    Options options;
@@ -40,18 +73,19 @@ Options parseOptions(int argc, char** argv) {
       const Kiln::String word = argv[i];
       if (word.substr(0, 1) != "-") {
          options.line += (options.line.empty() ? "" : " ") + word;
-      } else if (word == "--help" || word == "--version") {
-         std::cout << (word == "--help" ? ZelCtl::helpText() : "zelctl " ZEL_VERSION "\n");
-         options.endsIs(ZelCtl::carriedOut);
-      } else if (word != "--socket" && word != "--silo" && word != "--complete") {
-         options.endsIs(ZelCtl::complain("unknown option '" + word +
+         continue;
+      }
+      Argument argument(word);
+      if (!argument.isTaken()) {
+         options.endsIs(ZelCtl::complain("unknown option '" + argument.option +
                                          "': expected --socket, --silo, --complete, --help or --version"));
-      } else if (++i == argc) {
-         options.endsIs(ZelCtl::complain(word + " needs " + valueOf(word)));
-      } else if (word == "--complete") {
-         options.unfinishedLine = argv[i];
+      } else if (argument.takesValue() && !argument.hasValue && i + 1 == argc) {
+         options.endsIs(ZelCtl::complain(argument.option + " needs " + valueOf(argument.option)));
       } else {
-         (word == "--socket" ? options.client.socketPath : options.client.siloFolder) = argv[i];
+         if (argument.takesValue() && !argument.hasValue) {
+            argument.value = argv[++i];
+         }
+         take(argument, &options);
       }
    }
    return options;

@@ -173,12 +173,14 @@ void ActivityManager::advance(double seconds) {
    const double end = time.now() + seconds;
    // A sum of decimal fractions misses by its rounding: what is armed for the same instant is due all the same.
    constexpr double instant = 1e-9;
-   for (double expiry = clock_->earliestExpiry(); expiry <= end + instant;
+   for (double expiry = clock_->earliestExpiry(); expiry <= end + instant && !stopping_.load();
         expiry = clock_->earliestExpiry()) {
       time.nowIs(expiry);
       runOne(time.now(), std::numeric_limits<U64>::max());
    }
-   time.nowIs(end);
+   if (!stopping_.load()) {
+      time.nowIs(end);
+   }
 }
 
 Ptr<const Clock> activityManagerClock() {

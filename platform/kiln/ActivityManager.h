@@ -46,8 +46,9 @@ class ActivityManager : public PtrInterface {
    // Real time: runs clocks and descriptors until stop(). Holds the activity lock but for its sleep. An
    // exception that a handler lets out is written to the ring log, and the loop goes on.
    void run();
-   // Ends run() after the handler that is running, for good. Any thread, and signal handlers.
+   // Ends run() and advance() after the handler that is running, for good. Any thread, and signal handlers.
    void stop() noexcept;
+   bool isStopping() const { return stopping_.load(); }
 
    // Simulated time (it must be the active source): fires everything due in the next `seconds`, in order of
    // time, with time standing at each expiry, then stands at the end, or later when a handler was charged

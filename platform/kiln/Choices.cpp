@@ -20,6 +20,10 @@ String choices(const std::vector<String>& all) {
    return text;
 }
 
+String counted(U64 number, std::string_view singular) {
+   return std::to_string(number) + " " + String(singular) + (number == 1 ? "" : "s");
+}
+
 namespace {
 
 // A name as a stem and a number: "Ethernet3.100" is "Ethernet3." and 100.

@@ -14,6 +14,9 @@ String quoted(std::string_view word);
 // "a", "a or b", "a, b or c".
 String choices(const std::vector<String>& all);
 
+// "1 row", "2 rows".
+String counted(U64 number, std::string_view singular);
+
 // Names in their natural order, neighbours drawn together, the first few of them: "Ethernet1 to Ethernet64 or
 // Internal1".
 String nameRanges(const std::vector<String>& sorted);

@@ -51,6 +51,7 @@ TEST(OptionsTest, RefusesWhatCannotBe) {
         {{"--polling", "1e7"}, "--polling '1e7': expected a time from 0.001 to 1000000 seconds, as 2 or 0.5"},
         {{"--chips"}, "--chips needs a value: switching chips, 1 to 8 (1)"},
         {{"--chips="}, "--chips needs a value: switching chips, 1 to 8 (1)"},
+        {{"--chips", "--ports", "4"}, "--chips needs a value before '--ports': switching chips, 1 to 8 (1)"},
         {{"--help=x"}, "--help takes no value"},
         {{"--capabilities", "vlan,"},
          "--capabilities 'vlan,': expected none, or a list out of vlan,vxlan,vrf-nat,qos-policy"},

@@ -102,7 +102,7 @@ TEST_F(RecordViewerTest, KeywordsChooseWhatIsShown) {
         {"interfaces errors nonzero", {"Ethernet2 .* stale +0 +8 .* 4 +never"}},
         {"interfaces Ethernet2 errors nonzero",
          {"last discontinuity: never; suspect steps: 4", " Counter ", "in-fcs-errors +8"}},
-        {"interfaces Ethernet1 rates nonzero",
+        {"interfaces Ethernet1 rat non",
          {"Ethernet1: ", " Counter .*Total .*Per second", "in-octets +4000 +1000"}},
    };
    for (const auto& [command, lines] : cases) {
@@ -156,8 +156,30 @@ TEST_F(RecordViewerTest, DamagedRecordsAreToldApartFromAbsentOnes) {
    EXPECT_EQ(refusal("interfaces Ethernet1 Ethernet3"),
              "unknown interface 'Ethernet3': expected Ethernet1 to Ethernet2 or Ethernet10; keywords are "
              "nonzero, rates, errors, raw, json");
+   EXPECT_EQ(refusal("interfaces ra"), "'ra' is ambiguous: expected rates or raw");
    EXPECT_EQ(refusal("interfaces ethernet2 json").substr(0, 58),
              "unknown interface 'ethernet2': did you mean Ethernet2?; ke");
+}
+
+TEST_F(RecordViewerTest, AWatchTakesNoKeywordThatIsNotForIt) {
+   publishPorts();
+   for (const auto& [keyword, error] : {std::pair{"js", "watch shows tables: leave out 'json'"},
+                                        std::pair{"rates", "watch shows rates anyway: leave out 'rates'"}}) {
+      try {
+         ZelCtl::showRecords({"interfaces", keyword}, *store_);
+         ADD_FAILURE() << keyword;
+      } catch (const std::exception& refused) {
+         EXPECT_STREQ(refused.what(), error);
+      }
+   }
+}
+
+TEST_F(RecordViewerTest, AnInterfaceComesBeforeTheKeywordThatItBegins) {
+   auto published = table<Tables::L3IntfCounters>(Tables::TableName::vlanIntfCounters);
+   EXPECT_EQ(view("vlans"), "Interface  Age  In octets  In pkts  Out octets  Out pkts\n  none\n");
+   published.recordIs("raw", {}, Silo::monotonicNow());
+   published.recordIs("Vlan20", {}, Silo::monotonicNow());
+   EXPECT_EQ(view("vlans raw").find("Vlan20"), String::npos) << view("vlans raw");
 }
 
 TEST_F(RecordViewerTest, ATableThatIsNotThereIsNamed) {

@@ -1,6 +1,7 @@
 // The prompt and a watch at a terminal of their own: what is typed, what is seen, and the terminal afterwards.
 #include "Commands.h"
 #include "Prompt.h"
+#include "agent/CommandSocket.h"
 #include "silo/Table.h"
 #include "vex/PublishedRecords.h"
 
@@ -12,6 +13,7 @@
 #include <optional>
 #include <poll.h>
 #include <pty.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <utmp.h>
@@ -172,6 +174,29 @@ TEST_F(TerminalTest, AWatchShowsChangesAndGoesAsTold) {
    }
 }
 
+TEST_F(TerminalTest, AWatchHearsKeysWhileItsAgentHangs) {
+   const int listening = socket(AF_UNIX, SOCK_STREAM, 0);
+   const Agent::SocketAddress address(folder_ + "/no-agent");
+   ASSERT_EQ(bind(listening, address.any(), address.length()), 0);
+   ASSERT_EQ(listen(listening, 1), 0);
+   start([](const ZelCtl::Client& client) { return runLine(client, "watch 0.1 counters show", nullptr); });
+   const int first = accept(listening, nullptr, nullptr);
+   char request[64];
+   EXPECT_GT(recv(first, request, sizeof request, 0), 0);
+   const String answer = R"({"chips": [{"chip": "Zel0", "error": "nothing yet"}]})";
+   EXPECT_EQ(send(first, answer.data(), answer.size(), 0), static_cast<ssize_t>(answer.size()));
+   close(first);
+   expect("nothing yet");
+   const int second = accept(listening, nullptr, nullptr);
+   expect("\x1b[J");
+   type("xq");
+   expect("\x1b[?1049l");
+   EXPECT_EQ(seen_.find("(trying again)"), String::npos) << "it was given up before";
+   expectEnd(0);
+   close(second);
+   close(listening);
+}
+
 TEST_F(TerminalTest, AWatchEndsInThePromptThatItCameFrom) {
    start(ZelCtl::runPrompt);
    expect("zel> ");
@@ -180,7 +205,7 @@ TEST_F(TerminalTest, AWatchEndsInThePromptThatItCameFrom) {
    type("\x03");
    expect("\x1b[?1049l");
    expect("zel> ");
-   type("quit\r");
+   type("qui\r");
    expectEnd(0);
 }
 

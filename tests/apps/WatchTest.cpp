@@ -45,8 +45,6 @@ TEST(WatchTest, TakesShowsAndNothingElse) {
          "the command to watch is incomplete: expected show after 'counters chip Zel0'"},
         {"watch counters sweep", "unexpected 'sweep'" + example},
         {"watch counters show mac js", "watch shows tables: leave out 'js'"},
-        {"watch queues json", "watch shows tables: leave out 'json'"},
-        {"watch queues rates", "watch shows rates anyway: leave out 'rates'"},
    };
    for (const auto& [line, expected] : cases) {
       std::ostringstream result;

@@ -1,0 +1,32 @@
+// Waits for both descriptors, then reads.
+#include "ScenarioInput.h"
+
+#include <cerrno>
+#include <poll.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace ZelAgent {
+
+ScenarioInput::int_type ScenarioInput::underflow() {
+   for (;;) {
+      pollfd watched[] = {{fd_, POLLIN, 0}, {endFd_, POLLIN, 0}};
+      poll(watched, std::size(watched), -1);
+      if (watched[1].revents != 0) {
+         return traits_type::eof();
+      }
+      const ssize_t got = watched[0].revents != 0 ? read(fd_, bytes_.data(), bytes_.size()) : 0;
+      if (got > 0) {
+         setg(bytes_.data(), bytes_.data(), bytes_.data() + got);
+         return traits_type::to_int_type(bytes_.front());
+      }
+      if (got == 0 && watched[0].revents != 0) {
+         return traits_type::eof();
+      }
+      if (got < 0 && errno != EINTR && errno != EAGAIN) {
+         throw std::system_error(errno, std::generic_category(), "the scenario");
+      }
+   }
+}
+
+} // namespace ZelAgent
