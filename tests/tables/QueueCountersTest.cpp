@@ -283,6 +283,12 @@ TEST_F(QueueCountersTest, ChipsWithTheSamePipesKeepTheirValuesApart) {
    pending[0].deliver();
    EXPECT_EQ(stored(first, 0), QueueCounter(0, 11, 1, 0));
    EXPECT_EQ(stored(second, 0), QueueCounter(0, 22, 2, 0));
+   std::vector<std::tuple<std::string, U64, U64>> handedOver;
+   for (const auto& [name, report] : reports.all) {
+      handedOver.emplace_back(name, report.intfQueueStat(0).packets, report.intfQueueStat(0).bytes);
+   }
+   EXPECT_THAT(handedOver,
+               ::testing::ElementsAre(std::tuple("Ethernet2", 2, 22), std::tuple("Ethernet1", 1, 11)));
 }
 
 TEST_F(QueueCountersTest, LateAndDuplicateCompletionsTouchNothing) {
