@@ -40,7 +40,7 @@ void IntfQueueCounters::readingsAre(std::span<const QueueCounter> readings, doub
       readingIs(reading);
    }
    restarted_ = false;
-   beginsAnew_ = readTime_ == Silo::unknownSampleTime;
+   beginsAnewIs(beginsAnew() && readTime_ == Silo::unknownSampleTime);
    readTime_ = time;
 }
 
@@ -71,7 +71,7 @@ void IntfQueueCounters::clear() {
 void IntfQueueCounters::restart() {
    clear();
    restarted_ = true;
-   beginsAnew_ = true;
+   beginsAnewIs(true);
    readTime_ = Silo::unknownSampleTime;
 }
 

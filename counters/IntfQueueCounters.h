@@ -64,9 +64,9 @@ class IntfQueueCounters : public Kiln::PtrInterface {
    // When the chip had what is stored; Silo::unknownSampleTime before the first reading, here or since the
    // restart.
    double readTime() const { return readTime_; }
-   // Whether there was no reading before the last one to compare it with.
-   bool beginsAnew() const { return beginsAnew_; }
-
+   // Whether what was handed over before is of another port. Not so for a chip that came back: its first
+   // reading is compared with the last one that it had.
+   KILN_ATTRIBUTE(bool, beginsAnew, false)
    // The port that is read for the interface.
    KILN_ATTRIBUTE(U16, devicePort, ZelId::PortIndex::invalid)
 
@@ -78,7 +78,6 @@ class IntfQueueCounters : public Kiln::PtrInterface {
    std::array<QueueCounter, queueLimit> baseline_{};
    U32 read_ = 0; // bit q: queue q was read
    bool restarted_ = false;
-   bool beginsAnew_ = true;
    double readTime_ = Silo::unknownSampleTime;
 };
 

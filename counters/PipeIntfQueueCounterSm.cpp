@@ -105,6 +105,7 @@ void PipeIntfQueueCounterSm::forgetOtherPort(const Port& port) const {
    if (stored && stored->devicePort() != port.devicePort &&
        !Pelt::InternalIntfId::isInternalIntfId(port.intf)) {
       parent_->intfQueueCountersDel(port.intf);
+      parent_->intfQueueCountersIs(port.intf).beginsAnewIs(true);
    }
 }
 

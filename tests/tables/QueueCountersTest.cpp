@@ -24,6 +24,9 @@ class QueueCountersTest : public TableRig {
    QueueCountersTest() {
       mounts->writerConfigIs(Kiln::allocate<Vex::Counters::WriterConfig>());
       reports.notifierIs(mounts->writerConfig());
+      const Silo::TableOptions options{4, 2.0, Silo::ClockDomain::monotonic(), {}, false};
+      mounts->allIntfQueueCountersIs(
+           Kiln::allocate<Silo::Interface::AllIntfQueueCounters>(store, "queues", options));
       systemStatus->hasNotificationActiveIs(true);
       mgr = ZelCounter::zelCountersMgrFactory(systemStatus, mounts, Kiln::allocate<Vex::VexCommonSmData>(),
                                               Kiln::allocate<Agent::AgentCommandRequestDirSm>(), nullptr,
@@ -36,6 +39,7 @@ class QueueCountersTest : public TableRig {
    ~QueueCountersTest() override {
       const auto lock = Kiln::ActivityLockAnchor::lock();
       mgr = nullptr;
+      store.remove("queues");
    }
 
    ZelCounter::ZelCounters& addQueueChip(int dev, U16 highestPipe,
@@ -46,6 +50,10 @@ class QueueCountersTest : public TableRig {
       mgr->addChip(static_cast<ZelId::ZelDevId>(dev), "Zel" + std::to_string(dev), {"stub"}, 7, nullptr,
                    catalogue, status);
       return *mgr->zelCounters(static_cast<ZelId::ZelDevId>(dev));
+   }
+   void deleteQueueChip(const char* name) {
+      const auto lock = Kiln::ActivityLockAnchor::lock();
+      mgr->deleteChip(name);
    }
    ZelCounter::ZelCounters& addQueueChip(int dev, U16 highestPipe) {
       return addQueueChip(dev, highestPipe, makeCatalogue(dev));
@@ -80,6 +88,11 @@ class QueueCountersTest : public TableRig {
       mgr->zelCountersHelper()->doClearIntfQueueCounters(intf, portChanged);
    }
 
+   Silo::Interface::IntfQueueCounters published(const Pelt::IntfId& intf) {
+      return mounts->allIntfQueueCounters()->table().sampleOrDefault(Silo::Key(intf.text())).record;
+   }
+
+   const Silo::Store store = Silo::Store::sharedMemory("zel-queue-test-" + std::to_string(getpid()));
    Kiln::Ptr<ZelCounter::CountersMounts> mounts = Kiln::allocate<ZelCounter::CountersMounts>();
    Kiln::Ptr<ZelCounter::ZelCountersMgr> mgr;
    Reports reports;
@@ -302,14 +315,24 @@ TEST_F(QueueCountersTest, LateAndDuplicateCompletionsTouchNothing) {
    one.deliver();
    EXPECT_EQ(chip.pipeIntfQueueCounterSm(0)->pollingTimeMin(), 3.0) << "the duplicate re-arms nothing";
    advance(1.5);
-   {
-      const auto lock = Kiln::ActivityLockAnchor::lock();
-      mgr->deleteChip("Zel0");
-   }
+   deleteQueueChip("Zel0");
    StubSdk::sdk().deliverAll();
    addQueueChip(0, 0);
    one.deliver();
    EXPECT_EQ(reports.all.size(), 1U);
+}
+
+TEST_F(QueueCountersTest, ChipThatIsAddedAgainCountsWhole) {
+   const Pelt::IntfId intf = addPort("Ethernet1", 0, 5);
+   U64 total = 0;
+   for (const U64 reading : {1000U, 20U, 5U}) {
+      addQueueChip(0, 0);
+      queueIs(0, 5, 168, 3, reading, reading * 64, 0);
+      poll();
+      total += reading;
+      EXPECT_EQ(published(intf).totals[3], (Silo::Interface::QueueStatistics{total, total * 64, 0}));
+      deleteQueueChip("Zel0");
+   }
 }
 
 TEST_F(QueueCountersTest, CleanUpInSimulationLeavesCompletionsUnread) {
@@ -342,16 +365,11 @@ TEST_F(QueueCountersTest, HelperAnswersWithWhatIsStored) {
 }
 
 TEST_F(QueueCountersTest, ClearCreatesMissingSharedEntriesEvenWithoutAChip) {
-   const auto store = Silo::Store::sharedMemory("zel-queue-test-" + std::to_string(getpid()));
-   const Silo::TableOptions options{4, 2.0, Silo::ClockDomain::monotonic(), {}, false};
-   mounts->allIntfQueueCountersIs(
-        Kiln::allocate<Silo::Interface::AllIntfQueueCounters>(store, "queues", options));
    const Pelt::IntfId intf = addPort("Ethernet1", 0, 66);
    clear(intf);
    EXPECT_TRUE(mounts->allIntfQueueCounters()->has(intf, 13));
    EXPECT_FALSE(mounts->allIntfQueueCounters()->has(intf, 14));
    EXPECT_THAT(reports.all, IsEmpty());
-   store.remove("queues");
 }
 
 TEST_F(QueueCountersTest, MisfitsStopTheProcess) {
