@@ -112,7 +112,6 @@ void PipeIntfQueueCounterSm::forgetOtherPort(const Port& port) const {
 void PipeIntfQueueCounterSm::storePort(const Port& port, const Readings& readings, double time) const {
    forgetOtherPort(port);
    IntfQueueCounters& counters = parent_->intfQueueCountersIs(port.intf);
-   counters.devicePortIs(port.devicePort);
    std::array<QueueCounter, queuesPerPort> values;
    for (unsigned queue = 0; queue < port.queues; ++queue) {
       const std::size_t slot = port.pipePort * queuesPerPort + queue;
@@ -120,7 +119,7 @@ void PipeIntfQueueCounterSm::storePort(const Port& port, const Readings& reading
       values[queue] = {static_cast<U8>(queue), sent.bytes, sent.packets, readings.dropped[slot]};
       KILN_TRACE(5, "queue " << queue << " pkts " << sent.packets << " bytes " << sent.bytes);
    }
-   counters.readingsAre({values.data(), port.queues}, time);
+   counters.readingsAre(port.devicePort, {values.data(), port.queues}, time);
    parent_->handOverQueueCounters(counters);
 }
 

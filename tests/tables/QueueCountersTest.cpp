@@ -247,6 +247,19 @@ TEST_F(QueueCountersTest, PortThatChangedCountsFromItsNextReading) {
    }
 }
 
+TEST_F(QueueCountersTest, PortThatCameBackWhereItWasKeepsItsBaselineButNotItsTime) {
+   addQueueChip(0, 0);
+   const Pelt::IntfId intf = addPort("Internal1", 0, 66);
+   for (const U64 reading : {10U, 15U, 17U}) {
+      queueIs(0, 66, 2128, 0, reading, reading * 100, 0);
+      clear(intf, true);
+      poll();
+      EXPECT_EQ(published(intf).totals[0].packets, reading);
+      EXPECT_EQ(published(intf).interval, 0.0);
+   }
+   EXPECT_EQ(stored(intf, 0), QueueCounter(0, 200, 2, 0));
+}
+
 TEST_F(QueueCountersTest, FrontPanelPortThatCameBackElsewhereHasNothingOfItsOldPort) {
    auto& chip = addQueueChip(0, 1);
    const Pelt::IntfId intf = addPort("Ethernet1", 0, 5);
