@@ -40,17 +40,30 @@ PipeIntfQueueCounterSm::PipeIntfQueueCounterSm(ZelCounters* parent, ZelId::ZelPi
        pollingClock_(std::move(clock), this) {}
 
 PipeIntfQueueCounterSm::~PipeIntfQueueCounterSm() {
-   if (cookie_->zelCounters == parent_) {
+   stop();
+}
+
+void PipeIntfQueueCounterSm::stop() {
+   if (cookie_->zelCounters == parent_) { // else a successor's by now
       cookie_->zelCounters = nullptr;
    }
+   parent_ = nullptr;
+   syncOutstanding_ = false;
+   pollingClock_.timeMinIs(Kiln::never);
 }
 
 void PipeIntfQueueCounterSm::scheduleClock() {
+   if (parent_ == nullptr) {
+      return;
+   }
    pollingClock_.timeMinIs(Kiln::System::currentTime() + parent_->intfQueueCountersSdkPollingInterval());
 }
 
 void PipeIntfQueueCounterSm::pollingClockExpired() {
    KILN_TRACE(5, "PipeIntfQueueCounterSm::pollingClockExpired");
+   if (parent_ == nullptr) {
+      return;
+   }
    const ZlResourceInfo::ZlResourceInfoIntf& catalogue = *parent_->zlResourceInfoIntf();
    const U32 tableHandle = catalogue.zlTableCounterField(TableNames::egressPortQueueCount,
                                                          ZlResourceInfo::ZlCounterFieldId::tableHandle);
@@ -148,7 +161,8 @@ void PipeIntfQueueCounterSm::syncCompleted() {
    for (std::size_t i = 0; i < count; ++i) {
       readDropped(ports[i], readings);
    }
-   for (std::size_t i = 0; i < count; ++i) {
+   // Handing over may also take the chip away.
+   for (std::size_t i = 0; i < count && parent_ != nullptr; ++i) {
       storePort(ports[i], readings, time);
    }
    scheduleClock();

@@ -348,6 +348,24 @@ TEST_F(QueueCountersTest, ChipThatIsAddedAgainCountsWhole) {
    }
 }
 
+TEST_F(QueueCountersTest, PollerThatOutlivesItsChipStaysIdle) {
+   auto& chip = addQueueChip(0, 1);
+   addPort("Ethernet1", 0, 3);
+   const auto pollers = {chip.pipeIntfQueueCounterSm(0), chip.pipeIntfQueueCounterSm(1)};
+   chip.pipeIntfQueueCounterSmDel(1);
+   deleteQueueChip("Zel0");
+   StubSdk::sdk().deliverAll();
+   StubSdk::sdk().calls.clear();
+   for (const auto& poller : pollers) {
+      poller->pollingClockExpired();
+      poller->syncCompleted();
+      poller->scheduleClock();
+      EXPECT_EQ(poller->pollingTimeMin(), Kiln::never);
+   }
+   EXPECT_THAT(StubSdk::sdk().calls, IsEmpty());
+   EXPECT_THAT(reports.all, IsEmpty());
+}
+
 TEST_F(QueueCountersTest, CleanUpInSimulationLeavesCompletionsUnread) {
    setenv("SIMULATION_VMID", "1", 1);
    auto catalogue = makeCatalogue(0);
