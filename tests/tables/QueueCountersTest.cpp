@@ -1,8 +1,10 @@
 // Queue counters from the SDK's tables to what the forwarding layer is given.
 #include "ZelCountersMgr.h"
+#include "silo/TableReader.h"
 #include "tables/TableRig.h"
 #include "zl/ZelSdk.h"
 
+#include <cmath>
 #include <functional>
 #include <sstream>
 
@@ -166,6 +168,19 @@ TEST_F(QueueCountersTest, UninitializedTableIsRetriedEachSecondWithoutARequest) 
    EXPECT_EQ(chip.pipeIntfQueueCounterSm(0)->pollingTimeMin(), Kiln::never) << "the completion arms it";
    StubSdk::sdk().deliverAll();
    EXPECT_EQ(chip.pipeIntfQueueCounterSm(0)->pollingTimeMin(), 5.0);
+}
+
+TEST_F(QueueCountersTest, IntervalIsCheckedAndReadersAreTold) {
+   addQueueChip(0, 0).intfQueueCountersSdkPollingIntervalIs(5.0);
+   auto& chip = addQueueChip(1, 0);
+   for (const double refused : {0.0, -1.0, std::nan(""), Kiln::never}) {
+      EXPECT_THROW(chip.intfQueueCountersSdkPollingIntervalIs(refused), std::range_error) << refused;
+   }
+   addPort("Ethernet1", 0, 3);
+   poll();
+   EXPECT_EQ(mgr->zelCounters(0)->pipeIntfQueueCounterSm(0)->pollingTimeMin(), 7.0);
+   Silo::TableReader<Silo::Interface::IntfQueueCounters> reader(store, "queues");
+   EXPECT_EQ(reader.state().pollingInterval, 5.0);
 }
 
 TEST_F(QueueCountersTest, RefusedSyncEndsThePollingOfItsPipeOnly) {
