@@ -418,6 +418,19 @@ TEST_F(QueueCountersTest, ClearCreatesMissingSharedEntriesEvenWithoutAChip) {
    EXPECT_THAT(reports.all, IsEmpty());
 }
 
+TEST_F(QueueCountersTest, NameTooLongForTheSharedTableIsLeftOut) {
+   addQueueChip(0, 0);
+   const std::string digits(70, '1');
+   for (const std::string& name : {"Internal" + digits, "Ethernet" + digits}) {
+      const Pelt::IntfId intf = addPort(name.c_str(), 0, 5);
+      queueIs(0, 5, 168, 0, 4, 400, 0);
+      poll();
+      clear(intf);
+      EXPECT_EQ(stored(intf, 0), QueueCounter(0, 0, 0, 0)) << name;
+      systemStatus->portInfoDel(intf);
+   }
+}
+
 TEST_F(QueueCountersTest, MisfitsStopTheProcess) {
    EXPECT_DEATH(ZelCounter::ZelIntfQueueCountersCallback(0, nullptr), "\"cookie\"");
    auto& chip = addQueueChip(0, 0);
