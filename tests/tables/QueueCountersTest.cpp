@@ -410,6 +410,48 @@ TEST_F(QueueCountersTest, HelperAnswersWithWhatIsStored) {
    EXPECT_EQ(record.intfQueueStat(3), Silo::Interface::QueueStatistics{});
 }
 
+TEST_F(QueueCountersTest, QueuesOfAnOperatorsClear) {
+   addQueueChip(0, 0);
+   Kiln::Ptr<ZelCounter::ZelCountersHelper> helper = mgr->zelCountersHelper();
+   const Pelt::IntfId intfs[] = {addPort("Ethernet1", 0, 67), addPort("Ethernet2", 0, 5),
+                                 addPort("Ethernet3", 0, 66)};
+   const U32 entries[] = {2174, 168, 2128};
+   const struct {
+      const char* name;
+      bool isCleared[3];
+   } clears[] = {{"Ethernet9", {false, false, false}},
+                 {"Ethernet2", {false, true, false}},
+                 {"all", {true, true, true}}};
+   U64 reading = 0;
+   for (const auto& c : clears) {
+      // The table of four has entries of the outer two alone, and no room for the one between.
+      auto& table = mounts->allIntfQueueCounters()->table();
+      reading += 5;
+      for (std::size_t i = 0; i < std::size(intfs); ++i) {
+         queueIs(0, systemStatus->portInfo(intfs[i]).devicePort, entries[i], 1, reading, 0, 0);
+      }
+      poll();
+      if (c.name == std::string("all")) {
+         table.recordDel(Silo::Key("Ethernet2"));
+         table.recordIs(Silo::Key("Other1"), {}, 0.0);
+         table.recordIs(Silo::Key("Other2"), {}, 0.0);
+      }
+      const auto lock = Kiln::ActivityLockAnchor::lock();
+      EXPECT_NO_THROW(helper->doClearCounters(c.name));
+      for (std::size_t i = 0; i < std::size(intfs); ++i) {
+         EXPECT_EQ(stored(intfs[i], 1).pkts == 0, c.isCleared[i]) << c.name << " " << intfs[i];
+      }
+   }
+}
+
+TEST_F(QueueCountersTest, OnlyTheFirstEightQueuesAreUnicast) {
+   VexTypes::IntfQueueType type;
+   mgr->zelCountersHelper()->getIntfQueueType(addPort("Ethernet1", 0, 66), type);
+   for (std::size_t queue = 0; queue < VexTypes::IntfQueueCounters::queueCount; ++queue) {
+      EXPECT_EQ(type.queueType(queue), queue < 8 ? VexTypes::QueueType::unicast : VexTypes::QueueType::none);
+   }
+}
+
 TEST_F(QueueCountersTest, ClearCreatesMissingSharedEntriesEvenWithoutAChip) {
    const Pelt::IntfId intf = addPort("Ethernet1", 0, 66);
    clear(intf);
