@@ -1,16 +1,18 @@
 // What one completion of a pipe's queue counters and one fetch of the PDP counters cost, each as a multiple of
-// its floor: the same SDK reads, and nothing else. Both take turns, so that both see the same machine.
+// its floor: the same SDK reads, and nothing else. A completion includes the publishing. Both take turns, so that both see the same machine.
 #include "AllocationCount.h"
 #include "PipeIntfQueueCounterSm.h"
 #include "SoftChip.h"
-#include "ZelCounters.h"
+#include "ZelCountersMgr.h"
 #include "kiln/ActivityLock.h"
 #include "kiln/ActivityManager.h"
 #include "sdk/bf_tm.h"
+#include "vex/SharedTables.h"
 #include "zl/ZelSdk.h"
 
 #include <benchmark/benchmark.h>
 #include <ctime>
+#include <unistd.h>
 
 namespace {
 
@@ -28,11 +30,12 @@ double cpuSeconds() {
 
 struct Switch {
    Switch() {
-      Kiln::System::timeSourceIs(Kiln::allocate<Kiln::SimulatedTime>());
+      Kiln::System::timeSourceIs(time);
       SoftChip::Chip& soft = fleet.chipAdd({"Zel0", 0, pipes, program});
       auto chipStatus = Kiln::allocate<ZelSlice::ChipStatus>();
       chipStatus->highestLogicalPipeIdIs(pipes - 1);
       auto systemStatus = Kiln::allocate<ZelSystem::SystemStatus>();
+      systemStatus->hasNotificationActiveIs(true);
       for (unsigned port = 0; port < pipes * portsPerPipe; ++port) {
          const auto devicePort = static_cast<U16>(port / portsPerPipe * 128 + port % portsPerPipe);
          const Pelt::IntfId intf(("Ethernet" + std::to_string(port + 1)).c_str());
@@ -40,26 +43,36 @@ struct Switch {
          systemStatus->portInfoIs(intf, {0, devicePort});
          chipStatus->portToIntfIdIs(devicePort, intf);
       }
-      ZelCounter::ZelCounters::Context context{};
-      context.chipName = "Zel0";
-      context.sessionId = ZelSdk::getZelSessionHdl();
-      context.chipStatus = chipStatus;
-      context.systemStatus = systemStatus;
-      context.zlResourceInfoIntf = program;
-      chip = ZelCounter::zelCountersFactory(std::move(context));
+      auto mounts = Kiln::allocate<ZelCounter::CountersMounts>();
+      const Vex::SharedTables tables = Vex::openSharedTables(store);
+      mounts->allIntfQueueCountersIs(tables.allIntfQueueCounters);
+      mounts->allIntfClearQueueCountersIs(tables.allIntfClearQueueCounters);
+      mounts->writerConfigIs(Kiln::allocate<Vex::Counters::WriterConfig>());
+      mgr = ZelCounter::zelCountersMgrFactory(systemStatus, mounts, Kiln::allocate<Vex::VexCommonSmData>(),
+                                              Kiln::allocate<Agent::AgentCommandRequestDirSm>(), nullptr,
+                                              nullptr, nullptr);
+      mgr->addChip(0, "Zel0", {"soft"}, ZelSdk::getZelSessionHdl(), nullptr, program, chipStatus);
+      chip = mgr->zelCounters(0);
       Kiln::ActivityManager::instance()->advance(3.0); // the first sync pass has landed
    }
    Switch(const Switch&) = delete;
    Switch& operator=(const Switch&) = delete;
-   ~Switch() { chip = nullptr; }
+   ~Switch() {
+      chip = nullptr;
+      mgr = nullptr;
+      Vex::removeSharedTables(store);
+   }
 
    U32 handleOf(const char* table) const {
       return program->zlTableCounterField(table, ZlResourceInfo::ZlCounterFieldId::tableHandle);
    }
 
    decltype(Kiln::ActivityLockAnchor::lock()) lock = Kiln::ActivityLockAnchor::lock();
+   Kiln::Ptr<Kiln::SimulatedTime> time = Kiln::allocate<Kiln::SimulatedTime>();
    SoftChip::Fleet fleet;
    Kiln::Ptr<SoftChip::P4Program> program = SoftChip::P4Program::standard();
+   Silo::Store store = Silo::Store::sharedMemory("zel-chip-reads-bench-" + std::to_string(getpid()));
+   Kiln::Ptr<ZelCounter::ZelCountersMgr> mgr;
    Kiln::Ptr<ZelCounter::ZelCounters> chip;
 };
 
@@ -111,7 +124,11 @@ void queueCompletion(benchmark::State& state) {
       }
    };
    compare(
-        state, [&] { poller->pollingClockExpired(); },
+        state,
+        [&] {
+           one.time->charge(2.0);
+           poller->pollingClockExpired();
+        },
         [&] { ZelCounter::ZelIntfQueueCountersCallback(0, cookie); }, floor);
    if (poller->pollingTimeMin() == Kiln::never) {
       state.SkipWithError("a completion was not taken");

@@ -32,23 +32,27 @@ void IntfQueueCounters::queueCounterIs(const QueueCounter& counter) {
    read_ |= U32{1} << counter.queueId;
 }
 
-void IntfQueueCounters::readingsAre(std::span<const QueueCounter> readings, double time) {
-   if (restarted_) {
+void IntfQueueCounters::readingsAre(U16 devicePort, std::span<const QueueCounter> readings, double time) {
+   const bool isRebased = restarted_ && devicePort != devicePort_;
+   if (isRebased) {
       read_ = 0; // the port may have fewer queues than the one before
    }
    for (const QueueCounter& reading : readings) {
+      if (isRebased) {
+         baseline_.at(reading.queueId) = reading;
+      }
       readingIs(reading);
    }
+   if (restarted_ || readTime_ != Silo::unknownSampleTime) {
+      beginsAnewIs(isRebased);
+   }
    restarted_ = false;
-   beginsAnew_ = readTime_ == Silo::unknownSampleTime;
+   devicePort_ = devicePort;
    readTime_ = time;
 }
 
 void IntfQueueCounters::readingIs(const QueueCounter& reading) {
    QueueCounter& base = baseline_.at(reading.queueId);
-   if (restarted_) {
-      base = reading;
-   }
    // The chip was reset: all of it counts from zero.
    if (reading.bytes < base.bytes || reading.pkts < base.pkts || reading.pktsDropped < base.pktsDropped) {
       base = {reading.queueId, 0, 0, 0};
@@ -71,7 +75,7 @@ void IntfQueueCounters::clear() {
 void IntfQueueCounters::restart() {
    clear();
    restarted_ = true;
-   beginsAnew_ = true;
+   beginsAnewIs(true);
    readTime_ = Silo::unknownSampleTime;
 }
 

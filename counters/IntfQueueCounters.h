@@ -54,21 +54,21 @@ class IntfQueueCounters : public Kiln::PtrInterface {
 
    // What the hardware has now in each of the port's queues, and when that was, in seconds. A reading below
    // the baseline means that the hardware began anew, and counts whole.
-   void readingsAre(std::span<const QueueCounter> readings, double time);
+   void readingsAre(U16 devicePort, std::span<const QueueCounter> readings, double time);
    // Counts from the last reading on.
    void clear();
-   // The interface is at another port, or came back: what was read so far says nothing, and counting starts
-   // with the next reading.
+   // The interface came back, or is at another port: counts from the last reading on, or, if the next one is
+   // of another port, from that.
    void restart();
 
+   // The port that was read for the interface.
+   U16 devicePort() const { return devicePort_; }
    // When the chip had what is stored; Silo::unknownSampleTime before the first reading, here or since the
    // restart.
    double readTime() const { return readTime_; }
-   // Whether there was no reading before the last one to compare it with.
-   bool beginsAnew() const { return beginsAnew_; }
-
-   // The port that is read for the interface.
-   KILN_ATTRIBUTE(U16, devicePort, ZelId::PortIndex::invalid)
+   // Whether what was handed over before is of another port. Not so for a chip that came back: its first
+   // reading is compared with the last one that it had.
+   KILN_ATTRIBUTE(bool, beginsAnew, false)
 
  private:
    void readingIs(const QueueCounter& reading);
@@ -77,8 +77,8 @@ class IntfQueueCounters : public Kiln::PtrInterface {
    std::array<QueueCounter, queueLimit> counters_{};
    std::array<QueueCounter, queueLimit> baseline_{};
    U32 read_ = 0; // bit q: queue q was read
+   U16 devicePort_ = ZelId::PortIndex::invalid;
    bool restarted_ = false;
-   bool beginsAnew_ = true;
    double readTime_ = Silo::unknownSampleTime;
 };
 

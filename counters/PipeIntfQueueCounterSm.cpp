@@ -40,17 +40,30 @@ PipeIntfQueueCounterSm::PipeIntfQueueCounterSm(ZelCounters* parent, ZelId::ZelPi
        pollingClock_(std::move(clock), this) {}
 
 PipeIntfQueueCounterSm::~PipeIntfQueueCounterSm() {
-   if (cookie_->zelCounters == parent_) {
+   stop();
+}
+
+void PipeIntfQueueCounterSm::stop() {
+   if (cookie_->zelCounters == parent_) { // else a successor's by now
       cookie_->zelCounters = nullptr;
    }
+   parent_ = nullptr;
+   syncOutstanding_ = false;
+   pollingClock_.timeMinIs(Kiln::never);
 }
 
 void PipeIntfQueueCounterSm::scheduleClock() {
+   if (parent_ == nullptr) {
+      return;
+   }
    pollingClock_.timeMinIs(Kiln::System::currentTime() + parent_->intfQueueCountersSdkPollingInterval());
 }
 
 void PipeIntfQueueCounterSm::pollingClockExpired() {
    KILN_TRACE(5, "PipeIntfQueueCounterSm::pollingClockExpired");
+   if (parent_ == nullptr) {
+      return;
+   }
    const ZlResourceInfo::ZlResourceInfoIntf& catalogue = *parent_->zlResourceInfoIntf();
    const U32 tableHandle = catalogue.zlTableCounterField(TableNames::egressPortQueueCount,
                                                          ZlResourceInfo::ZlCounterFieldId::tableHandle);
@@ -104,13 +117,13 @@ void PipeIntfQueueCounterSm::forgetOtherPort(const Port& port) const {
    if (stored && stored->devicePort() != port.devicePort &&
        !Pelt::InternalIntfId::isInternalIntfId(port.intf)) {
       parent_->intfQueueCountersDel(port.intf);
+      parent_->intfQueueCountersIs(port.intf).beginsAnewIs(true);
    }
 }
 
 void PipeIntfQueueCounterSm::storePort(const Port& port, const Readings& readings, double time) const {
    forgetOtherPort(port);
    IntfQueueCounters& counters = parent_->intfQueueCountersIs(port.intf);
-   counters.devicePortIs(port.devicePort);
    std::array<QueueCounter, queuesPerPort> values;
    for (unsigned queue = 0; queue < port.queues; ++queue) {
       const std::size_t slot = port.pipePort * queuesPerPort + queue;
@@ -118,7 +131,7 @@ void PipeIntfQueueCounterSm::storePort(const Port& port, const Readings& reading
       values[queue] = {static_cast<U8>(queue), sent.bytes, sent.packets, readings.dropped[slot]};
       KILN_TRACE(5, "queue " << queue << " pkts " << sent.packets << " bytes " << sent.bytes);
    }
-   counters.readingsAre({values.data(), port.queues}, time);
+   counters.readingsAre(port.devicePort, {values.data(), port.queues}, time);
    parent_->handOverQueueCounters(counters);
 }
 
@@ -147,7 +160,8 @@ void PipeIntfQueueCounterSm::syncCompleted() {
    for (std::size_t i = 0; i < count; ++i) {
       readDropped(ports[i], readings);
    }
-   for (std::size_t i = 0; i < count; ++i) {
+   // Handing over may also take the chip away.
+   for (std::size_t i = 0; i < count && parent_ != nullptr; ++i) {
       storePort(ports[i], readings, time);
    }
    scheduleClock();

@@ -25,10 +25,15 @@ class PipeIntfQueueCounterSm : public Kiln::Entity {
    PipeIntfQueueCounterSm(ZelCounters* parent, ZelId::ZelPipeId pipe, Kiln::Ptr<const Kiln::Clock> clock);
    ~PipeIntfQueueCounterSm() override;
 
+   // Null once stopped.
    ZelCounters* parent() const { return parent_; }
    ZelId::ZelPipeId pipe() const { return pipe_; }
    const Kiln::Ptr<const Kiln::Clock>& clock() const { return pollingClock_.clock(); }
    double pollingTimeMin() const { return pollingClock_.timeMin(); }
+
+   // The poller is taken away: its clock is disarmed, its completions find nobody, and what may still hold it
+   // finds it idle.
+   void stop();
 
    // Asks for the pipe's counters. A table that is not initialized is tried again after 1.0 s; a request
    // that is refused ends the polling of this pipe until its clock is set again.
@@ -64,7 +69,7 @@ class PipeIntfQueueCounterSm : public Kiln::Entity {
    void storePort(const Port& port, const Readings& readings, double time) const;
    void forgetOtherPort(const Port& port) const;
 
-   ZelCounters* parent_; // owns this
+   ZelCounters* parent_; // owns this; null once stopped
    ZelId::ZelPipeId pipe_;
    bool syncOutstanding_ = false;
    PipeQueueCountersCookie* cookie_; // the pipe's slot; static storage

@@ -161,7 +161,10 @@ ZelCounters::pipeIntfQueueCounterSmIs(ZelId::ZelPipeId pipe, Kiln::Ptr<const Kil
 }
 
 void ZelCounters::pipeIntfQueueCounterSmDel(ZelId::ZelPipeId pipe) {
-   pipeIntfQueueCounterSm_.erase(pipe);
+   if (const Kiln::Ptr<PipeIntfQueueCounterSm> poller = pipeIntfQueueCounterSm(pipe)) {
+      poller->stop();
+      pipeIntfQueueCounterSm_.erase(pipe);
+   }
 }
 
 void ZelCounters::pipeIntfQueueCounterSmDelAll() {

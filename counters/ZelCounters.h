@@ -247,8 +247,10 @@ class ZelCounters : public Kiln::Entity {
    // They read 0 from here on, and so does what is handed over; `portChanged` when the interface's port has
    // just appeared or changed. Nothing is asked of the SDK.
    void clearIntfQueueCounters(const Pelt::IntfId& intf, bool portChanged);
-   // Seconds between two polls of a pipe's queues.
-   KILN_ATTRIBUTE(double, intfQueueCountersSdkPollingInterval, 2.0)
+   // Seconds between two polls of a pipe's queues. Taken up when a pipe's clock is armed next, and told to the
+   // readers of the shared table with the next polling pass. Not positive or not finite is a std::range_error.
+   double intfQueueCountersSdkPollingInterval() const { return intfQueueCountersSdkPollingInterval_; }
+   void intfQueueCountersSdkPollingIntervalIs(double seconds);
 
    // The latest completed read, and the values at the last clear, by interface.
    KILN_HASH_MAP(Pelt::IntfId, Kiln::Ptr<IntfCounters>, macCountersLast)
@@ -330,6 +332,7 @@ class ZelCounters : public Kiln::Entity {
    Kiln::HashMap<U16, Kiln::Ptr<PipeIntfQueueCounterSm>> pipeIntfQueueCounterSm_;
    Kiln::HashMap<PipeTmCounterKey, Kiln::Ptr<PipeTmCounterSm>> pipeTmCounterSm_;
    Kiln::HashMap<Pelt::IntfId, Kiln::Ptr<IntfQueueCounters>> intfQueueCounters_;
+   double intfQueueCountersSdkPollingInterval_ = 2.0;
    bool stopped_ = false;
 };
 

@@ -27,6 +27,7 @@ void ZelCountersMgrSm::armPollingClock() {
    if (interval != publishedInterval_) {
       publishInterval(interval);
    }
+   publishQueueInterval();
 }
 
 // Readers judge by it how old a record may be.
@@ -42,6 +43,18 @@ void ZelCountersMgrSm::publishInterval(double seconds) {
    if (mounts->subIntfCountersDir()) {
       mounts->subIntfCountersDir()->table().pollingIntervalIs(
            std::min(seconds, ZelCountersMgr::subIntfPollInterval));
+   }
+}
+
+// All chips share the table, so the slowest one's.
+void ZelCountersMgrSm::publishQueueInterval() {
+   double slowest = 0;
+   for (const auto& [devId, chip] : mgr_->zelCounters()) {
+      slowest = std::max(slowest, chip->intfQueueCountersSdkPollingInterval());
+   }
+   if (slowest > 0 && slowest != publishedQueueInterval_ && mgr_->mounts()->allIntfQueueCounters()) {
+      publishedQueueInterval_ = slowest;
+      mgr_->mounts()->allIntfQueueCounters()->table().pollingIntervalIs(slowest);
    }
 }
 

@@ -39,11 +39,13 @@ class ZelCountersMgrSm : public Kiln::Entity {
    void intfCounterPollingClockExpired();
    void armPollingClock();
    void publishInterval(double seconds);
+   void publishQueueInterval();
 
    ZelCountersMgr* mgr_; // owns this
    KilnSystemStatus systemStatus_;
    KilnClock intfCounterPollingClock_;
-   double publishedInterval_ = 0; // seconds; 0 for none yet
+   double publishedInterval_ = 0;      // seconds; 0 for none yet
+   double publishedQueueInterval_ = 0; // the same
 };
 
 } // namespace ZelCounter

@@ -2,6 +2,9 @@
 #include "ZelCounters.h"
 #include "kiln/Assert.h"
 
+#include <cmath>
+#include <stdexcept>
+
 namespace ZelCounter {
 
 IntfQueueCounters& ZelCounters::intfQueueCountersIs(const Pelt::IntfId& intf) {
@@ -10,6 +13,13 @@ IntfQueueCounters& ZelCounters::intfQueueCountersIs(const Pelt::IntfId& intf) {
    }
    intfQueueCounters_.set(intf, Kiln::allocate<IntfQueueCounters>(intf));
    return **intfQueueCounters_.find(intf);
+}
+
+void ZelCounters::intfQueueCountersSdkPollingIntervalIs(double seconds) {
+   if (!std::isfinite(seconds) || seconds <= 0.0) {
+      throw std::range_error("intfQueueCountersSdkPollingInterval must be a positive number of seconds");
+   }
+   intfQueueCountersSdkPollingInterval_ = seconds;
 }
 
 VexTypes::IntfQueueCounters queueRecord(const IntfQueueCounters& counters) {

@@ -7,6 +7,7 @@
 #include "kiln/Trace.h"
 
 #include <exception>
+#include <stdexcept>
 
 namespace ZelCounter {
 
@@ -146,12 +147,20 @@ void ZelCountersHelper::doClearIntfQueueCounters(const Pelt::IntfId& intf, bool 
    if (const Kiln::Ptr<ZelCounters> chip = mgr_->zelCounters(port->devId)) {
       chip->clearIntfQueueCounters(intf, portChanged);
    }
+   createSharedQueues(intf, queues);
+}
+
+void ZelCountersHelper::createSharedQueues(const Pelt::IntfId& intf, unsigned queues) {
    const auto published = mgr_->mounts()->allIntfQueueCounters();
-   for (unsigned queue = 0; published && queue < queues; ++queue) {
-      if (!published->has(intf, queue)) {
-         KILN_TRACE(5, "Creating queueId in allIntfMountPoint " << queue);
-         published->queueIs(intf, queue, Kiln::System::currentTime());
+   try {
+      for (unsigned queue = 0; published && queue < queues; ++queue) {
+         if (!published->has(intf, queue)) {
+            KILN_TRACE(5, "Creating queueId in allIntfMountPoint " << queue);
+            published->queueIs(intf, queue, Kiln::System::currentTime());
+         }
       }
+   } catch (const std::invalid_argument& error) { // no record can have that name
+      KILN_TRACE(4, "doClearIntfQueueCounters, intf: " << intf << ": " << error.what());
    }
 }
 

@@ -33,6 +33,9 @@ class ZelCountersHelper : public VexHelper::VexHelperCountersSm {
    void doClearIntfQueueCounters(const Pelt::IntfId& intf, bool portChanged) override;
 
  private:
+   // Those that are missing.
+   void createSharedQueues(const Pelt::IntfId& intf, unsigned queues);
+
    ZelCountersMgr* mgr_;
    Kiln::Ptr<const ZelSystem::SystemStatus> systemStatus_;
 };

@@ -121,10 +121,15 @@ bool QueuePublisher::clear(const Pelt::IntfId& intf) {
    return true;
 }
 
-void QueuePublisher::clearAll() {
-   if (counters_) {
-      for (const Silo::Key& key : counters_->table().keys()) {
+void QueuePublisher::clearAll(PublishErrors& errors) {
+   if (!counters_) {
+      return;
+   }
+   for (const Silo::Key& key : counters_->table().keys()) {
+      try {
          clear(key);
+      } catch (const Silo::TableError& error) { // the others are still to be cleared
+         errors.log(Pelt::IntfId{Kiln::Name(Kiln::String(key.view()))}, error);
       }
    }
 }

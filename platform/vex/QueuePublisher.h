@@ -3,6 +3,7 @@
 
 #include "kiln/Collections.h"
 #include "vex/SharedTables.h"
+#include "vex/VexCountersLog.h"
 #include "vex/VexTypes.h"
 
 namespace Vex::Counters {
@@ -21,7 +22,8 @@ class QueuePublisher {
    void publish(const Pelt::IntfId& intf, const VexTypes::IntfQueueCounters& report, bool isIncrement);
    // What counts from now on counts since the clear. False: no queues of the interface are published.
    bool clear(const Pelt::IntfId& intf);
-   void clearAll();
+   // An interface that the table refuses is logged, and the others are cleared.
+   void clearAll(PublishErrors& errors);
    // The interface is gone.
    void remove(const Pelt::IntfId& intf);
 

@@ -128,7 +128,8 @@ Kiln::String linesOf(const RecordText& text, const Silo::RecordInfo& info, const
    if (text.interval) {
       addLine(&lines, "interval-ms", std::to_string(milliseconds(*text.interval)));
    }
-   addLine(&lines, "sample-time-ms", std::to_string(milliseconds(info.sampleTime)));
+   const bool isSampled = info.sampleTime != Silo::unknownSampleTime;
+   addLine(&lines, "sample-time-ms", std::to_string(isSampled ? milliseconds(info.sampleTime) : 0));
    addLine(&lines, "generation", std::to_string(info.generation));
    return lines;
 }

@@ -230,7 +230,7 @@ void CountersSm::clearAll() {
    for (const Pelt::IntfId& intf : vexPortCounterSm().keys()) {
       clearPort(intf);
    }
-   queues_.clearAll();
+   queues_.clearAll(errors_);
    vlanIntfs_.clearAll();
 }
 

@@ -180,14 +180,18 @@ TEST_F(PdpCountersTest, NothingIsShownUntilAFetchSucceeds) {
       EXPECT_EQ(output([&](U32 fd) { chip.showPdpIntfCounters(fd, intf, false, false, true); }), notFetched);
       statuses.erase(failure);
    }
+   chip.fetchPdpCounters();
+   chip.initializedCounterIs(0, false);
+   chip.fetchPdpCounters();
+   EXPECT_EQ(showAll(chip, false), notFetched) << "the table isn't initialized";
 }
 
 TEST_F(PdpCountersTest, InterfaceWithoutASnapshotIsSkipped) {
    auto& chip = addPdpChip();
-   addPort("Ethernet1", 73); // no place in the table
-   chip.fetchPdpCounters();
-   addPort("Ethernet2", 0);    // since the fetch
+   addPort("Ethernet1", 73);   // no place in the table
    addPort("Ethernet3", 1, 4); // of another device
+   chip.fetchPdpCounters();
+   addPort("Ethernet2", 0); // since the fetch
    EXPECT_EQ(showAll(chip, false), closing);
    EXPECT_DEATH(chip.showPdpIntfCounters(1, Pelt::IntfId("Ethernet2"), true, false, false), "\"last\"");
 }

@@ -1,8 +1,10 @@
 // Queue counters from the SDK's tables to what the forwarding layer is given.
 #include "ZelCountersMgr.h"
+#include "silo/TableReader.h"
 #include "tables/TableRig.h"
 #include "zl/ZelSdk.h"
 
+#include <cmath>
 #include <functional>
 #include <sstream>
 
@@ -24,6 +26,9 @@ class QueueCountersTest : public TableRig {
    QueueCountersTest() {
       mounts->writerConfigIs(Kiln::allocate<Vex::Counters::WriterConfig>());
       reports.notifierIs(mounts->writerConfig());
+      const Silo::TableOptions options{4, 2.0, Silo::ClockDomain::monotonic(), {}, false};
+      mounts->allIntfQueueCountersIs(
+           Kiln::allocate<Silo::Interface::AllIntfQueueCounters>(store, "queues", options));
       systemStatus->hasNotificationActiveIs(true);
       mgr = ZelCounter::zelCountersMgrFactory(systemStatus, mounts, Kiln::allocate<Vex::VexCommonSmData>(),
                                               Kiln::allocate<Agent::AgentCommandRequestDirSm>(), nullptr,
@@ -36,6 +41,7 @@ class QueueCountersTest : public TableRig {
    ~QueueCountersTest() override {
       const auto lock = Kiln::ActivityLockAnchor::lock();
       mgr = nullptr;
+      store.remove("queues");
    }
 
    ZelCounter::ZelCounters& addQueueChip(int dev, U16 highestPipe,
@@ -46,6 +52,10 @@ class QueueCountersTest : public TableRig {
       mgr->addChip(static_cast<ZelId::ZelDevId>(dev), "Zel" + std::to_string(dev), {"stub"}, 7, nullptr,
                    catalogue, status);
       return *mgr->zelCounters(static_cast<ZelId::ZelDevId>(dev));
+   }
+   void deleteQueueChip(const char* name) {
+      const auto lock = Kiln::ActivityLockAnchor::lock();
+      mgr->deleteChip(name);
    }
    ZelCounter::ZelCounters& addQueueChip(int dev, U16 highestPipe) {
       return addQueueChip(dev, highestPipe, makeCatalogue(dev));
@@ -80,6 +90,11 @@ class QueueCountersTest : public TableRig {
       mgr->zelCountersHelper()->doClearIntfQueueCounters(intf, portChanged);
    }
 
+   Silo::Interface::IntfQueueCounters published(const Pelt::IntfId& intf) {
+      return mounts->allIntfQueueCounters()->table().sampleOrDefault(Silo::Key(intf.text())).record;
+   }
+
+   const Silo::Store store = Silo::Store::sharedMemory("zel-queue-test-" + std::to_string(getpid()));
    Kiln::Ptr<ZelCounter::CountersMounts> mounts = Kiln::allocate<ZelCounter::CountersMounts>();
    Kiln::Ptr<ZelCounter::ZelCountersMgr> mgr;
    Reports reports;
@@ -153,6 +168,19 @@ TEST_F(QueueCountersTest, UninitializedTableIsRetriedEachSecondWithoutARequest) 
    EXPECT_EQ(chip.pipeIntfQueueCounterSm(0)->pollingTimeMin(), Kiln::never) << "the completion arms it";
    StubSdk::sdk().deliverAll();
    EXPECT_EQ(chip.pipeIntfQueueCounterSm(0)->pollingTimeMin(), 5.0);
+}
+
+TEST_F(QueueCountersTest, IntervalIsCheckedAndReadersAreTold) {
+   addQueueChip(0, 0).intfQueueCountersSdkPollingIntervalIs(5.0);
+   auto& chip = addQueueChip(1, 0);
+   for (const double refused : {0.0, -1.0, std::nan(""), Kiln::never}) {
+      EXPECT_THROW(chip.intfQueueCountersSdkPollingIntervalIs(refused), std::range_error) << refused;
+   }
+   addPort("Ethernet1", 0, 3);
+   poll();
+   EXPECT_EQ(mgr->zelCounters(0)->pipeIntfQueueCounterSm(0)->pollingTimeMin(), 7.0);
+   Silo::TableReader<Silo::Interface::IntfQueueCounters> reader(store, "queues");
+   EXPECT_EQ(reader.state().pollingInterval, 5.0);
 }
 
 TEST_F(QueueCountersTest, RefusedSyncEndsThePollingOfItsPipeOnly) {
@@ -234,6 +262,19 @@ TEST_F(QueueCountersTest, PortThatChangedCountsFromItsNextReading) {
    }
 }
 
+TEST_F(QueueCountersTest, PortThatCameBackWhereItWasKeepsItsBaselineButNotItsTime) {
+   addQueueChip(0, 0);
+   const Pelt::IntfId intf = addPort("Internal1", 0, 66);
+   for (const U64 reading : {10U, 15U, 17U}) {
+      queueIs(0, 66, 2128, 0, reading, reading * 100, 0);
+      clear(intf, true);
+      poll();
+      EXPECT_EQ(published(intf).totals[0].packets, reading);
+      EXPECT_EQ(published(intf).interval, 0.0);
+   }
+   EXPECT_EQ(stored(intf, 0), QueueCounter(0, 200, 2, 0));
+}
+
 TEST_F(QueueCountersTest, FrontPanelPortThatCameBackElsewhereHasNothingOfItsOldPort) {
    auto& chip = addQueueChip(0, 1);
    const Pelt::IntfId intf = addPort("Ethernet1", 0, 5);
@@ -283,6 +324,12 @@ TEST_F(QueueCountersTest, ChipsWithTheSamePipesKeepTheirValuesApart) {
    pending[0].deliver();
    EXPECT_EQ(stored(first, 0), QueueCounter(0, 11, 1, 0));
    EXPECT_EQ(stored(second, 0), QueueCounter(0, 22, 2, 0));
+   std::vector<std::tuple<std::string, U64, U64>> handedOver;
+   for (const auto& [name, report] : reports.all) {
+      handedOver.emplace_back(name, report.intfQueueStat(0).packets, report.intfQueueStat(0).bytes);
+   }
+   EXPECT_THAT(handedOver,
+               ::testing::ElementsAre(std::tuple("Ethernet2", 2, 22), std::tuple("Ethernet1", 1, 11)));
 }
 
 TEST_F(QueueCountersTest, LateAndDuplicateCompletionsTouchNothing) {
@@ -296,14 +343,42 @@ TEST_F(QueueCountersTest, LateAndDuplicateCompletionsTouchNothing) {
    one.deliver();
    EXPECT_EQ(chip.pipeIntfQueueCounterSm(0)->pollingTimeMin(), 3.0) << "the duplicate re-arms nothing";
    advance(1.5);
-   {
-      const auto lock = Kiln::ActivityLockAnchor::lock();
-      mgr->deleteChip("Zel0");
-   }
+   deleteQueueChip("Zel0");
    StubSdk::sdk().deliverAll();
    addQueueChip(0, 0);
    one.deliver();
    EXPECT_EQ(reports.all.size(), 1U);
+}
+
+TEST_F(QueueCountersTest, ChipThatIsAddedAgainCountsWhole) {
+   const Pelt::IntfId intf = addPort("Ethernet1", 0, 5);
+   U64 total = 0;
+   for (const U64 reading : {1000U, 20U, 5U}) {
+      addQueueChip(0, 0);
+      queueIs(0, 5, 168, 3, reading, reading * 64, 0);
+      poll();
+      total += reading;
+      EXPECT_EQ(published(intf).totals[3], (Silo::Interface::QueueStatistics{total, total * 64, 0}));
+      deleteQueueChip("Zel0");
+   }
+}
+
+TEST_F(QueueCountersTest, PollerThatOutlivesItsChipStaysIdle) {
+   auto& chip = addQueueChip(0, 1);
+   addPort("Ethernet1", 0, 3);
+   const auto pollers = {chip.pipeIntfQueueCounterSm(0), chip.pipeIntfQueueCounterSm(1)};
+   chip.pipeIntfQueueCounterSmDel(1);
+   deleteQueueChip("Zel0");
+   StubSdk::sdk().deliverAll();
+   StubSdk::sdk().calls.clear();
+   for (const auto& poller : pollers) {
+      poller->pollingClockExpired();
+      poller->syncCompleted();
+      poller->scheduleClock();
+      EXPECT_EQ(poller->pollingTimeMin(), Kiln::never);
+   }
+   EXPECT_THAT(StubSdk::sdk().calls, IsEmpty());
+   EXPECT_THAT(reports.all, IsEmpty());
 }
 
 TEST_F(QueueCountersTest, CleanUpInSimulationLeavesCompletionsUnread) {
@@ -335,17 +410,67 @@ TEST_F(QueueCountersTest, HelperAnswersWithWhatIsStored) {
    EXPECT_EQ(record.intfQueueStat(3), Silo::Interface::QueueStatistics{});
 }
 
+TEST_F(QueueCountersTest, QueuesOfAnOperatorsClear) {
+   addQueueChip(0, 0);
+   Kiln::Ptr<ZelCounter::ZelCountersHelper> helper = mgr->zelCountersHelper();
+   const Pelt::IntfId intfs[] = {addPort("Ethernet1", 0, 67), addPort("Ethernet2", 0, 5),
+                                 addPort("Ethernet3", 0, 66)};
+   const U32 entries[] = {2174, 168, 2128};
+   const struct {
+      const char* name;
+      bool isCleared[3];
+   } clears[] = {{"Ethernet9", {false, false, false}},
+                 {"Ethernet2", {false, true, false}},
+                 {"all", {true, true, true}}};
+   U64 reading = 0;
+   for (const auto& c : clears) {
+      // The table of four has entries of the outer two alone, and no room for the one between.
+      auto& table = mounts->allIntfQueueCounters()->table();
+      reading += 5;
+      for (std::size_t i = 0; i < std::size(intfs); ++i) {
+         queueIs(0, systemStatus->portInfo(intfs[i]).devicePort, entries[i], 1, reading, 0, 0);
+      }
+      poll();
+      if (c.name == std::string("all")) {
+         table.recordDel(Silo::Key("Ethernet2"));
+         table.recordIs(Silo::Key("Other1"), {}, 0.0);
+         table.recordIs(Silo::Key("Other2"), {}, 0.0);
+      }
+      const auto lock = Kiln::ActivityLockAnchor::lock();
+      EXPECT_NO_THROW(helper->doClearCounters(c.name));
+      for (std::size_t i = 0; i < std::size(intfs); ++i) {
+         EXPECT_EQ(stored(intfs[i], 1).pkts == 0, c.isCleared[i]) << c.name << " " << intfs[i];
+      }
+   }
+}
+
+TEST_F(QueueCountersTest, OnlyTheFirstEightQueuesAreUnicast) {
+   VexTypes::IntfQueueType type;
+   mgr->zelCountersHelper()->getIntfQueueType(addPort("Ethernet1", 0, 66), type);
+   for (std::size_t queue = 0; queue < VexTypes::IntfQueueCounters::queueCount; ++queue) {
+      EXPECT_EQ(type.queueType(queue), queue < 8 ? VexTypes::QueueType::unicast : VexTypes::QueueType::none);
+   }
+}
+
 TEST_F(QueueCountersTest, ClearCreatesMissingSharedEntriesEvenWithoutAChip) {
-   const auto store = Silo::Store::sharedMemory("zel-queue-test-" + std::to_string(getpid()));
-   const Silo::TableOptions options{4, 2.0, Silo::ClockDomain::monotonic(), {}, false};
-   mounts->allIntfQueueCountersIs(
-        Kiln::allocate<Silo::Interface::AllIntfQueueCounters>(store, "queues", options));
    const Pelt::IntfId intf = addPort("Ethernet1", 0, 66);
    clear(intf);
    EXPECT_TRUE(mounts->allIntfQueueCounters()->has(intf, 13));
    EXPECT_FALSE(mounts->allIntfQueueCounters()->has(intf, 14));
    EXPECT_THAT(reports.all, IsEmpty());
-   store.remove("queues");
+}
+
+TEST_F(QueueCountersTest, NameTooLongForTheSharedTableIsLeftOut) {
+   addQueueChip(0, 0);
+   const std::string digits(70, '1');
+   for (const std::string& name : {"Internal" + digits, "Ethernet" + digits}) {
+      const Pelt::IntfId intf = addPort(name.c_str(), 0, 5);
+      queueIs(0, 5, 168, 0, 4, 400, 0);
+      poll();
+      clear(intf);
+      EXPECT_EQ(stored(intf, 0), QueueCounter(0, 0, 0, 0)) << name;
+      systemStatus->portInfoDel(intf);
+   }
 }
 
 TEST_F(QueueCountersTest, MisfitsStopTheProcess) {

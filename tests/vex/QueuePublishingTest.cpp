@@ -1,5 +1,6 @@
 // Queue counters, from a report to another process's reader.
 #include "PublishingRig.h"
+#include "vex/RecordText.h"
 
 namespace {
 
@@ -107,6 +108,11 @@ TEST_F(QueuePublishing, AfterARestartTheFirstReportIsTheFirstPreviousOne) {
    EXPECT_EQ(queues().totals[0], (QueueStatistics{101, 6464, 0}));
    report(1, {9, 576, 0});
    EXPECT_EQ(queues().totals[1], (QueueStatistics{9, 576, 0}));
+}
+
+TEST_F(QueuePublishing, AnUnknownSampleTimePrintsAsZero) {
+   EXPECT_EQ(Vex::linesOf(Vex::textOf(IntfQueueCounters{}), {1, Silo::unknownSampleTime}, nullptr),
+             "sample-time-ms 0\ngeneration 1\n");
 }
 
 TEST_F(QueuePublishing, QueuesBeyondTheArrayAreRefused) {
