@@ -38,9 +38,10 @@ struct CounterRecord {
    using Statistics = Statistics_;
    static constexpr std::size_t fieldCount = Statistics::fieldCount;
 
-   Statistics reading{};                 // as the source has it
-   std::array<U64, fieldCount> totals{}; // the sum of all deltas: never jumps, never steps back
-   std::array<U64, fieldCount> deltas{}; // of the last step
+   // Aligned, lest half of the wide loads and stores that a step takes lie across two cache lines.
+   alignas(32) Statistics reading{};                 // as the source has it
+   alignas(32) std::array<U64, fieldCount> totals{}; // the sum of all deltas: never jumps, never steps back
+   alignas(32) std::array<U64, fieldCount> deltas{}; // of the last step
    // 1: the last step was an upset, so it has neither delta nor rate. Filled up to whole words.
    std::array<U8, (fieldCount + 7) / 8 * 8> isAbsorbed{};
    double interval = 0;          // seconds that the last step took; 0: not known
@@ -58,7 +59,7 @@ struct CounterRecord {
 
 struct IntfCounters : CounterRecord<::Interface::EthIntfStatistics> {
    static constexpr std::string_view layoutName = "IntfCounters";
-   static constexpr std::uint32_t layoutVersion = 1;
+   static constexpr std::uint32_t layoutVersion = 2;
 };
 
 struct L3IntfCounters : CounterRecord<::Interface::L3IntfStatistics> {
