@@ -198,8 +198,8 @@ SoftChip::Chip& SwitchAgent::chipNamed(const Kiln::String& name) const {
    for (const auto& [known, status] : chipStatus_) {
       names += (names.empty() ? "" : ", ") + known;
    }
-   throw std::invalid_argument("unknown chip '" + name + "': expected " +
-                               (names.empty() ? "none, since none is up" : names));
+   throw std::invalid_argument("unknown chip '" + name +
+                               "': " + (names.empty() ? "no chip is up yet" : "expected " + names));
 }
 
 void SwitchAgent::chipStateIs(const Kiln::String& name, U32 state) {
