@@ -1,5 +1,6 @@
 // What one completion of a pipe's queue counters and one fetch of the PDP counters cost, each as a multiple of
-// its floor: the same SDK reads, and nothing else. A completion includes the publishing. Both take turns, so that both see the same machine.
+// its floor: the same SDK reads, and nothing else. A completion includes the publishing. Both take turns, so that
+// both see the same machine.
 #include "AllocationCount.h"
 #include "PipeIntfQueueCounterSm.h"
 #include "SoftChip.h"

@@ -25,8 +25,8 @@ class alignas(cacheLine) Journal {
    void clear();
    // The slot of the journalled record; it may be anything.
    std::size_t slot() const { return slot_ - 1; }
-   // Gives the journalled record, and answers its checksum, if it is whole and was on its way to this slot. Else what was
-   // given means nothing. The payload is copied out in whole rows.
+   // Gives the journalled record, and answers its checksum, if it is whole and was on its way to this slot. Else
+   // what was given means nothing. The payload is copied out in whole rows.
    std::optional<std::uint64_t> take(std::size_t slot, Key& key, RecordInfo& info, void* payload,
                                      std::size_t size) const;
 

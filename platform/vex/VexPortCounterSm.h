@@ -24,8 +24,8 @@ class VexPortCounterSm : public Kiln::PtrInterface {
    void handleSeed(bool isKept);
 
    // Reads, vets and publishes the port's counters. `reading` is where the helper puts what it reads, and
-   // becomes the record that is published: one serves all ports. `speed` is in bit/s. Nothing is published when the helper has no reading. Throws
-   // what the table throws.
+   // becomes the record that is published: one serves all ports. `speed` is in bit/s. Nothing is published when
+   // the helper has no reading. Throws what the table throws.
    void update(VexHelper::VexHelperCountersSm& helper, const Kiln::Ptr<VexTypes::IntfCounters>& reading,
                Silo::Interface::AllIntfCounters& counters, U64 speed);
 

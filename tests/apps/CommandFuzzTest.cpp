@@ -3,6 +3,7 @@
 // traffic runs and chips and ports come and go.
 //
 // ZEL_FUZZ_LINES says how many lines, ZEL_FUZZ_SEED repeats a run.
+#include "../platform/SocketClient.h"
 #include "Rig.h"
 #include "agent/CommandChannel.h"
 #include "agent/CommandSocket.h"
@@ -12,7 +13,6 @@
 #include <cstring>
 #include <iostream>
 #include <random>
-#include <sys/time.h>
 #include <thread>
 
 namespace {
@@ -301,34 +301,22 @@ TEST_F(CommandFuzzTest, AnswerWhateverTheLineIs) {
 }
 
 // A client that means no good.
-class HostileClient {
+class HostileClient : public ::Test::SocketClient {
  public:
-   explicit HostileClient(const String& path) : fd_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-      const Agent::SocketAddress address(path);
-      const timeval patience{20, 0};
-      setsockopt(fd_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
-      EXPECT_EQ(connect(fd_, address.any(), address.length()), 0);
-   }
-   HostileClient(const HostileClient&) = delete;
-   HostileClient& operator=(const HostileClient&) = delete;
-   ~HostileClient() { close(fd_); }
+   using SocketClient::SocketClient;
 
    // As far as the agent takes them: it may have had enough.
    void send(const String& bytes) const {
-      ::send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+      ::send(fd(), bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
    }
-   void endSending() const { shutdown(fd_, SHUT_WR); }
    // The beginning of the answer, which may be empty.
    String receive() const {
       String bytes(100, '\0');
-      const ssize_t got = recv(fd_, bytes.data(), bytes.size(), 0);
+      const ssize_t got = recv(fd(), bytes.data(), bytes.size(), 0);
       EXPECT_TRUE(got >= 0 || errno == ECONNRESET) << std::strerror(errno);
       bytes.resize(static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
       return bytes;
    }
-
- private:
-   int fd_;
 };
 
 TEST_F(CommandFuzzTest, SocketTakesWhateverComes) {

@@ -1,6 +1,7 @@
 // The command channel over a real socket: the loop runs on a thread of its own, time is simulated.
 #include "agent/CommandChannel.h"
 
+#include "SocketClient.h"
 #include "agent/CommandSocket.h"
 #include "agent/ListeningSocket.h"
 #include "kiln/ActivityLock.h"
@@ -11,7 +12,6 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <sys/time.h>
 #include <thread>
 #include <unistd.h>
 
@@ -61,41 +61,29 @@ String refusal(const String& error) {
    return String(1, Agent::errorMark) + "% " + error + "\n";
 }
 
-// A client that never waits for ever.
-class Client {
+// A client whose whole exchange is looked at.
+class Client : public ::Test::SocketClient {
  public:
-   explicit Client(const String& path) : fd_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-      const Agent::SocketAddress address(path);
-      const timeval patience{20, 0};
-      setsockopt(fd_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
-      EXPECT_EQ(connect(fd_, address.any(), address.length()), 0);
-   }
-   Client(const Client&) = delete;
-   Client& operator=(const Client&) = delete;
-   ~Client() { close(fd_); }
+   using SocketClient::SocketClient;
 
    void send(const String& bytes) {
-      EXPECT_EQ(::send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL), static_cast<ssize_t>(bytes.size()));
+      EXPECT_EQ(::send(fd(), bytes.data(), bytes.size(), MSG_NOSIGNAL), static_cast<ssize_t>(bytes.size()));
    }
-   void endSending() { shutdown(fd_, SHUT_WR); }
    // Waits for the first byte of the answer and leaves it where it is.
    void awaitAnswer() {
       char byte = 0;
-      EXPECT_EQ(recv(fd_, &byte, 1, MSG_PEEK), 1);
+      EXPECT_EQ(recv(fd(), &byte, 1, MSG_PEEK), 1);
    }
    String receiveAll() {
       String all;
       char bytes[65536];
       ssize_t got = 0;
-      while ((got = recv(fd_, bytes, sizeof bytes, 0)) > 0) {
+      while ((got = recv(fd(), bytes, sizeof bytes, 0)) > 0) {
          all.append(bytes, static_cast<std::size_t>(got));
       }
       EXPECT_TRUE(got == 0 || errno == ECONNRESET) << errno;
       return all;
    }
-
- private:
-   int fd_;
 };
 
 class CommandChannelTest : public testing::Test {
