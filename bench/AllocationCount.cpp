@@ -1,5 +1,5 @@
 // Replaces operator new and delete by counting ones.
-#include "AllocationCount.h"
+#include "bench/AllocationCount.h"
 
 #include <atomic>
 #include <cstdlib>

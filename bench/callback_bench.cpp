@@ -1,8 +1,8 @@
 // The completion path of MAC reads, lock to stored snapshot, for 456 ports a chip and 1 to 8 chips, against a plain
 // memcpy of the same bytes in the same loop; its allocations; and what a trace line that is off costs.
-#include "AllocationCount.h"
-#include "ZelCounters.h"
-#include "ZelCountersTrace.h"
+#include "bench/AllocationCount.h"
+#include "counters/ZelCounters.h"
+#include "counters/chip/ZelCountersTrace.h"
 #include "kiln/ActivityLock.h"
 
 #include <benchmark/benchmark.h>

@@ -1,13 +1,13 @@
 // What one completion of a pipe's queue counters and one fetch of the PDP counters cost, each as a multiple of
 // its floor: the same SDK reads, and nothing else. A completion includes the publishing. Both take turns, so that
 // both see the same machine.
-#include "AllocationCount.h"
-#include "PipeIntfQueueCounterSm.h"
-#include "SoftChip.h"
-#include "ZelCountersMgr.h"
+#include "bench/AllocationCount.h"
+#include "counters/ZelCountersMgr.h"
+#include "counters/queues/PipeIntfQueueCounterSm.h"
 #include "kiln/ActivityLock.h"
 #include "kiln/ActivityManager.h"
 #include "sdk/bf_tm.h"
+#include "softchip/SoftChip.h"
 #include "vex/SharedTables.h"
 #include "zl/ZelSdk.h"
 

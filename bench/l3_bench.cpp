@@ -1,10 +1,10 @@
 // VLAN counters of four chips, 4,094 VLANs of five entries each: one read of all, one NAT refresh pass with how long
 // the activity lock is held by it, and enabling and disabling all, each against its floor in the same run.
-#include "Fleet.h"
-#include "SoftPd.h"
+#include "counters/l3/ZelCountersL3Intf.h"
 #include "kiln/ActivityLock.h"
 #include "kiln/ActivityManager.h"
-#include "l3/ZelCountersL3Intf.h"
+#include "softchip/Fleet.h"
+#include "softchip/SoftPd.h"
 #include "zl/ZelCountersIntf.h"
 #include "zl/ZelSdk.h"
 

@@ -1,10 +1,10 @@
 // A polling pass, request to stored snapshot: every port of 1 to 8 chips is asked for through the SDK and
 // completes inline, against a plain memcpy of the same bytes in the same loop; and its allocations.
-#include "AllocationCount.h"
-#include "SoftChip.h"
-#include "ZelCountersMgr.h"
+#include "bench/AllocationCount.h"
+#include "counters/ZelCountersMgr.h"
 #include "kiln/ActivityLock.h"
 #include "kiln/ActivityManager.h"
+#include "softchip/SoftChip.h"
 
 #include <benchmark/benchmark.h>
 #include <cstring>

@@ -3,8 +3,8 @@
 // second mapping; and, for contrast, a record published as decimal strings. Allocations once warm are counted.
 //
 // Each path takes turns with its floor, so that both see the same machine.
-#include "AllocationCount.h"
-#include "ZelCountersMgr.h"
+#include "bench/AllocationCount.h"
+#include "counters/ZelCountersMgr.h"
 #include "kiln/ActivityLock.h"
 #include "kiln/ActivityManager.h"
 #include "silo/TableReader.h"

@@ -3,7 +3,7 @@
 // Each benchmark runs batches of its own passes and of the floor's in turn, so that both see the same
 // machine; the time shown is that of one of its passes over all records, and "x_floor" is the ratio of the
 // two.
-#include "AllocationCount.h"
+#include "bench/AllocationCount.h"
 #include "silo/Table.h"
 #include "silo/TableReader.h"
 

@@ -1,9 +1,9 @@
 // What a frame costs in the soft chip, and what its traffic costs a second.
-#include "AllocationCount.h"
-#include "SoftChip.h"
-#include "TrafficGenerator.h"
+#include "bench/AllocationCount.h"
 #include "kiln/ActivityManager.h"
 #include "kiln/Time.h"
+#include "softchip/SoftChip.h"
+#include "softchip/TrafficGenerator.h"
 
 #include <benchmark/benchmark.h>
 

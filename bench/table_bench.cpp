@@ -3,10 +3,10 @@
 //
 // Every round runs the three in turn, so that all see the same machine. The time shown is the command's own;
 // "x_floor" is its multiple of the floor's, "x_faster" the line-by-line multiple of it.
-#include "SoftChip.h"
-#include "ZelCounters.h"
+#include "counters/ZelCounters.h"
 #include "kiln/ActivityLock.h"
 #include "kiln/ActivityManager.h"
+#include "softchip/SoftChip.h"
 #include "zl/ZelSdk.h"
 
 #include <benchmark/benchmark.h>

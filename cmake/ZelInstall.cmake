@@ -13,7 +13,7 @@ set(softChipIncludeDir ${CMAKE_INSTALL_INCLUDEDIR}/${package}-softchip)
 install(TARGETS Kiln ZelPlatform ZelCounters EXPORT ${package}
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT Library
   INCLUDES DESTINATION ${includeDir})
-install(DIRECTORY platform/ counters/ DESTINATION ${includeDir} COMPONENT Library FILES_MATCHING PATTERN "*.h")
+install(DIRECTORY platform/ counters DESTINATION ${includeDir} COMPONENT Library FILES_MATCHING PATTERN "*.h")
 install(EXPORT ${package} NAMESPACE ZelCounters:: FILE ${package}Targets.cmake
   DESTINATION ${packageDir} COMPONENT Library)
 configure_package_config_file(packaging/libZelCountersConfig.cmake.in ${package}Config.cmake
@@ -33,7 +33,7 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${package}.pc
 install(TARGETS SoftChip EXPORT ${package}SoftChip
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT SoftChip
   INCLUDES DESTINATION ${softChipIncludeDir})
-install(DIRECTORY softchip/ DESTINATION ${softChipIncludeDir} COMPONENT SoftChip FILES_MATCHING PATTERN "*.h")
+install(DIRECTORY softchip DESTINATION ${softChipIncludeDir} COMPONENT SoftChip FILES_MATCHING PATTERN "*.h")
 install(EXPORT ${package}SoftChip NAMESPACE ZelCounters:: FILE ${package}SoftChipTargets.cmake
   DESTINATION ${packageDir} COMPONENT SoftChip)
 

@@ -13,22 +13,32 @@ if(ZEL_SANITIZE)
   target_link_options(zel_build_flags INTERFACE -fsanitize=${ZEL_SANITIZE})
 endif()
 
-# zel_library(NAME FOLDER...): one library of all the sources in the folders. The include root is the
-# parent for platform folders ("kiln/Ptr.h") and the folder itself for the others ("ZelCounters.h").
+# zel_include_root(TREE VARIABLE): sets VARIABLE to a folder from which "TREE/..." can be included and nothing else,
+# so that a library can't include what it may not see. The platform's folders have theirs already.
+function(zel_include_root tree variable)
+  set(root ${CMAKE_BINARY_DIR}/include-roots/${tree})
+  file(MAKE_DIRECTORY ${root})
+  file(CREATE_LINK ${CMAKE_SOURCE_DIR}/${tree} ${root}/${tree} SYMBOLIC)
+  set(${variable} ${root} PARENT_SCOPE)
+endfunction()
+
+# zel_library(NAME FOLDER...): one library of all the sources below the folders, which are of one tree. Headers are
+# included by their path from the root of their tree: "kiln/Ptr.h", "counters/mac/MacCounters.h".
 function(zel_library name)
   set(sources)
   foreach(folder IN LISTS ARGN)
-    file(GLOB found CONFIGURE_DEPENDS ${folder}/*.cpp ${folder}/*.h)
+    file(GLOB_RECURSE found CONFIGURE_DEPENDS ${folder}/*.cpp ${folder}/*.h)
     list(APPEND sources ${found})
   endforeach()
   add_library(${name} ${sources})
   set_target_properties(${name} PROPERTIES LINKER_LANGUAGE CXX POSITION_INDEPENDENT_CODE ON)
   target_compile_features(${name} PUBLIC cxx_std_20)
-  list(GET ARGN 0 first)
-  if(first MATCHES "^platform/")
-    set(first platform)
+  if(ARGV1 MATCHES "^platform/")
+    set(root ${CMAKE_SOURCE_DIR}/platform)
+  else()
+    zel_include_root(${ARGV1} root)
   endif()
-  target_include_directories(${name} PUBLIC $<BUILD_INTERFACE:${CMAKE_SOURCE_DIR}/${first}>)
+  target_include_directories(${name} PUBLIC $<BUILD_INTERFACE:${root}>)
   # Whoever links the installed library builds with flags of their own.
   target_link_libraries(${name} PUBLIC Threads::Threads PRIVATE $<BUILD_INTERFACE:zel_build_flags>)
 endfunction()
@@ -41,7 +51,8 @@ function(zel_test folder)
   endif()
   string(REPLACE "/" "_" name ${folder})
   add_executable(test_${name} ${sources})
-  target_include_directories(test_${name} PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})
+  zel_include_root(tests root)
+  target_include_directories(test_${name} PRIVATE ${root})
   target_link_libraries(test_${name} PRIVATE ${ARGN} zel_build_flags GTest::gmock GTest::gtest_main)
   # Not optimized: assertion macros cost up to five times as much to compile otherwise, and run once.
   target_compile_options(test_${name} PRIVATE -O0)

@@ -1,11 +1,11 @@
 // The counters of one chip.
 #pragma once
 
-#include "CliPortDropData.h"
-#include "IntfQueueCounters.h"
-#include "PipeTmCounterSm.h"
-#include "ShowOutput.h"
-#include "ZelCountersTypes.h"
+#include "counters/ZelCountersTypes.h"
+#include "counters/drops/CliPortDropData.h"
+#include "counters/drops/PipeTmCounterSm.h"
+#include "counters/queues/IntfQueueCounters.h"
+#include "counters/show/ShowOutput.h"
 #include "kiln/Accessors.h"
 #include "sdk/bf_port.h"
 #include "sdk/bf_tm.h"

@@ -1,7 +1,7 @@
 // The commands that show and clear everything of a chip, and what show and clear operations share.
-#include "TextShow.h"
-#include "ZelCounters.h"
-#include "ZelCountersTrace.h"
+#include "counters/ZelCounters.h"
+#include "counters/chip/ZelCountersTrace.h"
+#include "counters/show/TextShow.h"
 
 namespace ZelCounter {
 

@@ -1,8 +1,8 @@
 // The grammar of the diagnostic counters commands, and the parser that reads it.
-#include "ZelCountersCli.h"
+#include "counters/ZelCountersCli.h"
 
-#include "TextShow.h"
-#include "ZelCountersMgrCli.h"
+#include "counters/ZelCountersMgrCli.h"
+#include "counters/show/TextShow.h"
 #include "kiln/Choices.h"
 
 #include <algorithm>

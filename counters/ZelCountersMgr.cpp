@@ -1,8 +1,8 @@
 // Builds the library's services in their order, and keeps the chips.
-#include "ZelCountersMgr.h"
+#include "counters/ZelCountersMgr.h"
 
-#include "ZelCountersCli.h"
-#include "ZelCountersMgrSm.h"
+#include "counters/ZelCountersCli.h"
+#include "counters/ZelCountersMgrSm.h"
 #include "kiln/ActivityLock.h"
 #include "kiln/ActivityManager.h"
 #include "kiln/Trace.h"

@@ -1,12 +1,12 @@
 // The library's root: the counters of every chip, and the services around them.
 #pragma once
 
-#include "CountersMounts.h"
-#include "ZelCounters.h"
 #include "agent/AgentCommand.h"
-#include "helper/ZelCountersHelper.h"
+#include "counters/CountersMounts.h"
+#include "counters/ZelCounters.h"
+#include "counters/helper/ZelCountersHelper.h"
+#include "counters/l3/ZelCountersL3Intf.h"
 #include "kiln/TimerWheel.h"
-#include "l3/ZelCountersL3Intf.h"
 #include "vex/VexL3Intf.h"
 
 namespace ZelCounter {

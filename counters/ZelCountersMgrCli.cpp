@@ -1,9 +1,9 @@
 // Finds the chips that a command runs on.
-#include "ZelCountersMgrCli.h"
+#include "counters/ZelCountersMgrCli.h"
 
-#include "JsonShow.h"
-#include "TextShow.h"
-#include "ZelCountersMgr.h"
+#include "counters/ZelCountersMgr.h"
+#include "counters/show/JsonShow.h"
+#include "counters/show/TextShow.h"
 #include "kiln/Choices.h"
 #include "kiln/Numbers.h"
 

@@ -1,8 +1,8 @@
 // Routes a parsed diagnostic command to the chips that it concerns, once every name in it is known.
 #pragma once
 
-#include "ZelCounters.h"
 #include "agent/AgentCommand.h"
+#include "counters/ZelCounters.h"
 
 #include <optional>
 #include <variant>

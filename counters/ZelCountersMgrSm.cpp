@@ -1,7 +1,7 @@
 // The polling clock of all chips.
-#include "ZelCountersMgrSm.h"
+#include "counters/ZelCountersMgrSm.h"
 
-#include "ZelCountersMgr.h"
+#include "counters/ZelCountersMgr.h"
 #include "kiln/Time.h"
 
 #include <algorithm>

@@ -1,5 +1,5 @@
 // Storage of the value types.
-#include "ZelCountersTypes.h"
+#include "counters/ZelCountersTypes.h"
 
 #include "kiln/Assert.h"
 

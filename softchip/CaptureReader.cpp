@@ -1,7 +1,7 @@
 // The classic pcap format: a file header of 24 octets, then records with a header of 16 octets each.
-#include "CaptureReader.h"
+#include "softchip/CaptureReader.h"
 
-#include "Frame.h"
+#include "softchip/Frame.h"
 
 #include <algorithm>
 #include <array>

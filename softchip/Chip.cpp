@@ -1,8 +1,8 @@
 // The chip's ports, and the way of a frame through it.
-#include "Chip.h"
+#include "softchip/Chip.h"
 
-#include "RmonCounters.h"
 #include "kiln/Time.h"
+#include "softchip/RmonCounters.h"
 
 #include <algorithm>
 #include <cstdio>

@@ -1,16 +1,16 @@
 // One software switching chip: ports that frames arrive at and leave from, and the hardware that counts them.
 #pragma once
 
-#include "DropCounts.h"
-#include "Frame.h"
-#include "L2DomainCount.h"
-#include "MacTable.h"
-#include "PipeManager.h"
-#include "Pipeline.h"
-#include "PortRules.h"
-#include "TrafficManager.h"
 #include "kiln/Types.h"
 #include "sdk/bf_rmon.h"
+#include "softchip/DropCounts.h"
+#include "softchip/Frame.h"
+#include "softchip/L2DomainCount.h"
+#include "softchip/MacTable.h"
+#include "softchip/PipeManager.h"
+#include "softchip/Pipeline.h"
+#include "softchip/PortRules.h"
+#include "softchip/TrafficManager.h"
 
 #include <mutex>
 #include <span>

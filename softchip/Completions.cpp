@@ -1,5 +1,5 @@
 // Keeps the outstanding requests by the way in which they will be answered.
-#include "Completions.h"
+#include "softchip/Completions.h"
 
 #include "kiln/ActivityLock.h"
 #include "kiln/ActivityManager.h"

@@ -1,5 +1,5 @@
 // Moves values between the two copies.
-#include "CounterTable.h"
+#include "softchip/CounterTable.h"
 
 #include "kiln/Assert.h"
 

@@ -1,7 +1,7 @@
 // One counter table of a chip: what the hardware counts, and the SDK's software copy of it.
 #pragma once
 
-#include "P4Program.h"
+#include "softchip/P4Program.h"
 
 #include <array>
 #include <span>

@@ -1,5 +1,5 @@
 // Enters each drop in its port's table, and in the stage that decided it.
-#include "DropCounts.h"
+#include "softchip/DropCounts.h"
 
 namespace SoftChip {
 

@@ -1,8 +1,8 @@
 // Counts dropped frames by port and reason, and where in the pipe they were dropped.
 #pragma once
 
-#include "PathCounters.h"
-#include "PipeManager.h"
+#include "softchip/PathCounters.h"
+#include "softchip/PipeManager.h"
 #include "zl/ZlDropReasons.h"
 
 namespace SoftChip {

@@ -1,5 +1,5 @@
 // Keeps a queue of statuses and a cost for each entry point.
-#include "Faults.h"
+#include "softchip/Faults.h"
 
 #include "kiln/Time.h"
 

@@ -1,5 +1,5 @@
 // Keeps the chips and answers what was asked of them.
-#include "Fleet.h"
+#include "softchip/Fleet.h"
 
 #include "kiln/Assert.h"
 

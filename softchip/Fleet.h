@@ -1,10 +1,10 @@
 // The software chips of the process and their SDK: what the SDK's entry points reach.
 #pragma once
 
-#include "Chip.h"
-#include "Completions.h"
-#include "Faults.h"
-#include "HardwareMemory.h"
+#include "softchip/Chip.h"
+#include "softchip/Completions.h"
+#include "softchip/Faults.h"
+#include "softchip/HardwareMemory.h"
 #include "zl/ZelCountersIntf.h"
 
 #include <array>

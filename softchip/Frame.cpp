@@ -1,5 +1,5 @@
 // Reads Ethernet, VLAN, MAC control, IPv4, IPv6, layer 4 ports and VXLAN out of captured bytes.
-#include "Frame.h"
+#include "softchip/Frame.h"
 
 #include <algorithm>
 

@@ -1,5 +1,5 @@
 // Lays the file out: a page of header, then one place of fixed size a chip, filled as far as the chip needs.
-#include "HardwareMemory.h"
+#include "softchip/HardwareMemory.h"
 
 #include "kiln/Assert.h"
 

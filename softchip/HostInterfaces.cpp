@@ -1,5 +1,5 @@
 // Reads the kernel's interface statistics.
-#include "HostInterfaces.h"
+#include "softchip/HostInterfaces.h"
 
 #include "kiln/Name.h"
 #include "kiln/Numbers.h"

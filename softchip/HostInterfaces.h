@@ -1,7 +1,7 @@
 // The host's own network interfaces as ports: what the kernel counted on them, as the MAC of a port would have.
 #pragma once
 
-#include "Chip.h"
+#include "softchip/Chip.h"
 
 #include <vector>
 

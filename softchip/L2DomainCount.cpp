@@ -1,5 +1,5 @@
 // Decides a frame's L2 domain and counts it there.
-#include "L2DomainCount.h"
+#include "softchip/L2DomainCount.h"
 
 #include <algorithm>
 #include <arpa/inet.h>

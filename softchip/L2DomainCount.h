@@ -1,7 +1,7 @@
 // Counts frames by VLAN: the stage of the pipeline between the VLAN decision and the forwarding.
 #pragma once
 
-#include "Pipeline.h"
+#include "softchip/Pipeline.h"
 
 #include <unordered_map>
 

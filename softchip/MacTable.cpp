@@ -1,5 +1,5 @@
 // A hash table with a bounded search.
-#include "MacTable.h"
+#include "softchip/MacTable.h"
 
 namespace SoftChip {
 

@@ -1,5 +1,5 @@
 // The text of a rule.
-#include "MatchRule.h"
+#include "softchip/MatchRule.h"
 
 #include <cinttypes>
 #include <cstdio>

@@ -1,8 +1,8 @@
 // What an entry of a match table matches.
 #pragma once
 
-#include "Frame.h"
 #include "kiln/Types.h"
+#include "softchip/Frame.h"
 
 #include <optional>
 

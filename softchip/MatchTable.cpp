@@ -1,7 +1,7 @@
 // Keeps entries by handle.
-#include "MatchTable.h"
+#include "softchip/MatchTable.h"
 
-#include "CounterTable.h"
+#include "softchip/CounterTable.h"
 
 #include <algorithm>
 

@@ -1,8 +1,8 @@
 // One match table of a chip, and the entries in it.
 #pragma once
 
-#include "L2Domain.h"
-#include "P4Program.h"
+#include "softchip/L2Domain.h"
+#include "softchip/P4Program.h"
 
 #include <vector>
 

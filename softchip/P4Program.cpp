@@ -1,5 +1,5 @@
 // Gives tables their handles, and declares the switch's own tables.
-#include "P4Program.h"
+#include "softchip/P4Program.h"
 
 #include <stdexcept>
 

@@ -1,7 +1,7 @@
 // The program that runs on a chip: which match tables and counter tables it declares.
 #pragma once
 
-#include "MatchRule.h"
+#include "softchip/MatchRule.h"
 #include "zl/ZlResourceInfo.h"
 
 #include <unordered_map>

@@ -1,5 +1,5 @@
 // Tells protocols by their addresses, types and ports.
-#include "PdpClasses.h"
+#include "softchip/PdpClasses.h"
 
 #include <string_view>
 

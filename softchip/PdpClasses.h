@@ -1,8 +1,8 @@
 // The classes into which a chip sorts the frames that it receives, by protocol.
 #pragma once
 
-#include "Frame.h"
 #include "kiln/Types.h"
+#include "softchip/Frame.h"
 
 #include <array>
 

@@ -1,5 +1,5 @@
 // Finds tables by handle and checks what is asked of them.
-#include "PipeManager.h"
+#include "softchip/PipeManager.h"
 
 #include <algorithm>
 

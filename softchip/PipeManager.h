@@ -1,9 +1,9 @@
 // A chip's tables as the SDK knows them: by handle, answering in statuses.
 #pragma once
 
-#include "CounterTable.h"
-#include "MatchTable.h"
 #include "sdk/pipe_mgr.h"
+#include "softchip/CounterTable.h"
+#include "softchip/MatchTable.h"
 
 namespace SoftChip {
 

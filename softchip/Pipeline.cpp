@@ -1,8 +1,8 @@
 // Looks frames up and counts them.
-#include "Pipeline.h"
+#include "softchip/Pipeline.h"
 
-#include "PdpClasses.h"
-#include "TrafficManager.h"
+#include "softchip/PdpClasses.h"
+#include "softchip/TrafficManager.h"
 
 #include <algorithm>
 #include <cstring>

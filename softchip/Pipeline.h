@@ -1,7 +1,7 @@
 // The way of a frame through a chip's tables.
 #pragma once
 
-#include "PipeManager.h"
+#include "softchip/PipeManager.h"
 #include "zl/ZlDropReasons.h"
 
 #include <optional>

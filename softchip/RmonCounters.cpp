@@ -1,5 +1,5 @@
 // Counts frames in a port's RMON counters. Both directions share one set of rules.
-#include "RmonCounters.h"
+#include "softchip/RmonCounters.h"
 
 #include <array>
 #include <string_view>

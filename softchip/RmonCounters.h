@@ -1,8 +1,8 @@
 // The 89 RMON counters of a port: their names, what counts in each, and how a frame is counted.
 #pragma once
 
-#include "Frame.h"
 #include "sdk/bf_rmon.h"
+#include "softchip/Frame.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -1,12 +1,12 @@
 // The SDK's C functions and the wrappers' free functions, each passed on to the fleet. The only place in the
 // tree that defines them: replaced as a whole when the real SDK is linked.
-#include "Fleet.h"
-#include "RmonCounters.h"
 #include "sdk/bf_pipe.h"
 #include "sdk/bf_port.h"
 #include "sdk/bf_tm.h"
 #include "sdk/lld.h"
 #include "sdk/pipe_mgr.h"
+#include "softchip/Fleet.h"
+#include "softchip/RmonCounters.h"
 #include "zl/ZelCountersIntf.h"
 #include "zl/ZelSdk.h"
 

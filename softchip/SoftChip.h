@@ -2,7 +2,7 @@
 // feeds them.
 #pragma once
 
-#include "Chip.h"
-#include "Fleet.h"
-#include "SoftPd.h"
-#include "Traffic.h"
+#include "softchip/Chip.h"
+#include "softchip/Fleet.h"
+#include "softchip/SoftPd.h"
+#include "softchip/Traffic.h"

@@ -1,7 +1,7 @@
 // Passes on to the chip's tables.
-#include "SoftPd.h"
+#include "softchip/SoftPd.h"
 
-#include "Fleet.h"
+#include "softchip/Fleet.h"
 #include "zl/ZelSdk.h"
 
 namespace SoftChip {

@@ -1,8 +1,8 @@
 // Moves what the generators have ready into the chips, ten times a second.
-#include "Traffic.h"
+#include "softchip/Traffic.h"
 
-#include "CaptureReader.h"
 #include "kiln/Time.h"
+#include "softchip/CaptureReader.h"
 
 #include <cmath>
 #include <stdexcept>

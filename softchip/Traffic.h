@@ -1,8 +1,8 @@
 // Feeds the chips of a fleet with frames: synthetic ones as time passes, or a capture's at once.
 #pragma once
 
-#include "Fleet.h"
-#include "TrafficGenerator.h"
+#include "softchip/Fleet.h"
+#include "softchip/TrafficGenerator.h"
 
 #include <map>
 

@@ -1,5 +1,5 @@
 // Draws frames whose fields agree with each other, as if they had been parsed off the wire.
-#include "TrafficGenerator.h"
+#include "softchip/TrafficGenerator.h"
 
 #include <algorithm>
 #include <array>

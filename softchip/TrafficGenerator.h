@@ -1,7 +1,7 @@
 // Seeded synthetic traffic: a plausible mix of frames on every port, each port at a rate of its own.
 #pragma once
 
-#include "Frame.h"
+#include "softchip/Frame.h"
 
 #include <chrono>
 #include <cstddef>

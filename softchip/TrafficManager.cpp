@@ -1,5 +1,5 @@
 // A token bucket a port.
-#include "TrafficManager.h"
+#include "softchip/TrafficManager.h"
 
 #include <algorithm>
 #include <cmath>

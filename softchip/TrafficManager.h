@@ -1,9 +1,9 @@
 // The traffic manager of a chip: the queues of its ports, and what they drop when a port is congested.
 #pragma once
 
-#include "Frame.h"
 #include "kiln/Types.h"
 #include "sdk/bf_tm.h"
+#include "softchip/Frame.h"
 
 #include <optional>
 #include <span>

@@ -1,5 +1,5 @@
 // Gives host interfaces ports, and takes them away again.
-#include "HostPorts.h"
+#include "apps/zelagent/HostPorts.h"
 
 #include "kiln/ActivityManager.h"
 #include "kiln/Time.h"

@@ -1,8 +1,8 @@
 // The host's network interfaces as front-panel ports of the first chip, under their own names.
 #pragma once
 
-#include "HostInterfaces.h"
-#include "SwitchAgent.h"
+#include "apps/zelagent/SwitchAgent.h"
+#include "softchip/HostInterfaces.h"
 
 #include <map>
 

@@ -1,5 +1,5 @@
 // The table of the agent's options.
-#include "Options.h"
+#include "apps/zelagent/Options.h"
 
 #include "kiln/Choices.h"
 #include "kiln/Numbers.h"

@@ -1,7 +1,7 @@
 // The agent's command line.
 #pragma once
 
-#include "SwitchAgent.h"
+#include "apps/zelagent/SwitchAgent.h"
 
 #include <optional>
 #include <span>

@@ -1,5 +1,5 @@
 // The statements of a scenario.
-#include "ScenarioConsole.h"
+#include "apps/zelagent/ScenarioConsole.h"
 
 #include "agent/CommandSocket.h"
 #include "agent/CommandSpool.h"

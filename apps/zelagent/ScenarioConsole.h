@@ -2,7 +2,7 @@
 // seed give the same bytes every time.
 #pragma once
 
-#include "SwitchAgent.h"
+#include "apps/zelagent/SwitchAgent.h"
 #include "kiln/TextOutput.h"
 
 #include <istream>

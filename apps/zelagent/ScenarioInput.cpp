@@ -1,5 +1,5 @@
 // Waits for both descriptors, then reads.
-#include "ScenarioInput.h"
+#include "apps/zelagent/ScenarioInput.h"
 
 #include <cerrno>
 #include <poll.h>

@@ -1,11 +1,11 @@
 // Wires the agent's parts together and brings chips and ports up and down.
-#include "SwitchAgent.h"
+#include "apps/zelagent/SwitchAgent.h"
 
-#include "PdpClasses.h"
-#include "ZelCountersSm.h"
+#include "counters/tables/ZelCountersSm.h"
 #include "kiln/ActivityLock.h"
 #include "kiln/ActivityManager.h"
 #include "kiln/Numbers.h"
+#include "softchip/PdpClasses.h"
 #include "zl/ZelSdk.h"
 
 #include <cerrno>

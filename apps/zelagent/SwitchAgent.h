@@ -2,9 +2,9 @@
 // the commands, wired together. The program, the scenario console, tests and benchmarks stand on it.
 #pragma once
 
-#include "SoftChip.h"
-#include "ZelCountersMgr.h"
 #include "agent/CommandRunner.h"
+#include "counters/ZelCountersMgr.h"
+#include "softchip/SoftChip.h"
 #include "zel/VlanId.h"
 
 #include <memory>

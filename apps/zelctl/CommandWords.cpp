@@ -1,7 +1,7 @@
 // One list, for whoever runs, completes or refuses commands.
-#include "CommandWords.h"
+#include "apps/zelctl/CommandWords.h"
 
-#include "RecordRequest.h"
+#include "apps/zelctl/views/RecordRequest.h"
 #include "kiln/Choices.h"
 
 namespace ZelCtl {

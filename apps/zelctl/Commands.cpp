@@ -1,15 +1,15 @@
 // Which command goes where.
-#include "Commands.h"
+#include "apps/zelctl/Commands.h"
 
-#include "AgentConnection.h"
-#include "CommandWords.h"
-#include "CountersDocument.h"
-#include "RecordViewer.h"
-#include "Terminal.h"
-#include "Usage.h"
-#include "Utf8.h"
-#include "Watch.h"
 #include "agent/CommandRunner.h"
+#include "apps/zelctl/CommandWords.h"
+#include "apps/zelctl/Usage.h"
+#include "apps/zelctl/connection/AgentConnection.h"
+#include "apps/zelctl/terminal/Terminal.h"
+#include "apps/zelctl/terminal/Utf8.h"
+#include "apps/zelctl/views/CountersDocument.h"
+#include "apps/zelctl/views/RecordViewer.h"
+#include "apps/zelctl/watch/Watch.h"
 #include "vex/PublishedRecords.h"
 
 #include <cerrno>

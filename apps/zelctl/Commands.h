@@ -1,7 +1,7 @@
 // Command lines, carried out: by the agent, from the shared tables, or by the client itself.
 #pragma once
 
-#include "Signals.h"
+#include "apps/zelctl/terminal/Signals.h"
 #include "kiln/Types.h"
 #include "silo/Store.h"
 

@@ -1,7 +1,7 @@
 // What zelctl can be asked, a line each.
-#include "Usage.h"
+#include "apps/zelctl/Usage.h"
 
-#include "RecordViewer.h"
+#include "apps/zelctl/views/RecordViewer.h"
 
 namespace ZelCtl {
 

@@ -1,8 +1,8 @@
 // zelctl: sends diagnostic commands to the agent and prints its answers, and shows what the agent publishes.
-#include "Completion.h"
-#include "Prompt.h"
-#include "Usage.h"
 #include "agent/CommandSocket.h"
+#include "apps/zelctl/Usage.h"
+#include "apps/zelctl/prompt/Completion.h"
+#include "apps/zelctl/prompt/Prompt.h"
 
 #include <algorithm>
 #include <csignal>

@@ -1,7 +1,7 @@
 // Finds the chip that owns an interface and passes the request on.
-#include "helper/ZelCountersHelper.h"
+#include "counters/helper/ZelCountersHelper.h"
 
-#include "ZelCountersMgr.h"
+#include "counters/ZelCountersMgr.h"
 #include "kiln/Assert.h"
 #include "kiln/Time.h"
 #include "kiln/Trace.h"

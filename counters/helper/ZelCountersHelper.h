@@ -1,7 +1,7 @@
 // The adapter through which the forwarding layer reads and clears this chip family's counters.
 #pragma once
 
-#include "l3/ZelCountersL3Intf.h"
+#include "counters/l3/ZelCountersL3Intf.h"
 #include "vex/VexHelper.h"
 #include "zel/SystemStatus.h"
 

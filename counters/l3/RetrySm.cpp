@@ -1,11 +1,11 @@
 // The retry timer and the reaction to the chip's state.
-#include "l3/RetrySm.h"
+#include "counters/l3/RetrySm.h"
 
+#include "counters/l3/ForEachThenThrow.h"
 #include "kiln/Assert.h"
 #include "kiln/RingLog.h"
 #include "kiln/Time.h"
 #include "kiln/Trace.h"
-#include "l3/ForEachThenThrow.h"
 
 #include <cmath>
 #include <stdexcept>

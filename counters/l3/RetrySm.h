@@ -2,8 +2,8 @@
 // was not up.
 #pragma once
 
+#include "counters/l3/ZelCountersL3Helper.h"
 #include "kiln/Clock.h"
-#include "l3/ZelCountersL3Helper.h"
 
 #include <memory>
 

@@ -1,5 +1,5 @@
 // The text form of a key, both ways.
-#include "l3/SviCounterKey.h"
+#include "counters/l3/SviCounterKey.h"
 
 #include <charconv>
 #include <optional>

@@ -2,7 +2,7 @@
 // memory that it walks through.
 #pragma once
 
-#include "l3/SviCounterKey.h"
+#include "counters/l3/SviCounterKey.h"
 
 #include <algorithm>
 #include <array>

@@ -1,8 +1,8 @@
 // What one VLAN's hardware entries match.
 #pragma once
 
+#include "counters/l3/SviCounterMap.h"
 #include "kiln/Accessors.h"
-#include "l3/SviCounterMap.h"
 #include "zl/ZlEgrL2DomainCount.h"
 #include "zl/ZlIngL2DomainCount.h"
 

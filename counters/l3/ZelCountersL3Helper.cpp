@@ -1,13 +1,13 @@
 // Programs the count entries of VLANs, reads them, and keeps track of those that must wait.
-#include "l3/ZelCountersL3Helper.h"
+#include "counters/l3/ZelCountersL3Helper.h"
 
-#include "ZelCountersLog.h"
+#include "counters/chip/ZelCountersLog.h"
+#include "counters/l3/ForEachThenThrow.h"
+#include "counters/l3/RetrySm.h"
 #include "kiln/ActivityManager.h"
 #include "kiln/Assert.h"
 #include "kiln/RingLog.h"
 #include "kiln/Trace.h"
-#include "l3/ForEachThenThrow.h"
-#include "l3/RetrySm.h"
 #include "zl/ZelCountersIntf.h"
 #include "zl/ZelSdk.h"
 

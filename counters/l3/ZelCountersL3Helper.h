@@ -1,10 +1,10 @@
 // Counters of VLAN interfaces (SVIs) on one chip.
 #pragma once
 
-#include "ZelCountersTypes.h"
+#include "counters/ZelCountersTypes.h"
+#include "counters/l3/SviCounterMatchSpec.h"
+#include "counters/l3/VlanMap.h"
 #include "kiln/Accessors.h"
-#include "l3/SviCounterMatchSpec.h"
-#include "l3/VlanMap.h"
 #include "zel/ChipStatus.h"
 #include "zel/SystemStatus.h"
 #include "zel/VlanId.h"

@@ -1,11 +1,11 @@
 // The reactors over L3 interfaces and VLAN interfaces.
-#include "l3/ZelCountersL3Intf.h"
+#include "counters/l3/ZelCountersL3Intf.h"
 
+#include "counters/l3/ForEachThenThrow.h"
 #include "kiln/ActivityManager.h"
 #include "kiln/Assert.h"
 #include "kiln/RingLog.h"
 #include "kiln/Trace.h"
-#include "l3/ForEachThenThrow.h"
 
 #include <algorithm>
 #include <cmath>

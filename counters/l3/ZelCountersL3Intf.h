@@ -1,9 +1,9 @@
 // Counters of L3 interfaces: VLAN interfaces and routed ports.
 #pragma once
 
-#include "ZelCountersTypes.h"
+#include "counters/ZelCountersTypes.h"
+#include "counters/l3/ZelCountersL3Helper.h"
 #include "kiln/Clock.h"
-#include "l3/ZelCountersL3Helper.h"
 #include "vex/SharedTables.h"
 #include "vex/VexCommonSmData.h"
 #include "vex/VexCountersLog.h"

@@ -2,8 +2,8 @@
 // shared tables, the manager, one chip with one port, and the command line's way in. It polls the stub SDK of
 // Sdk.cpp, answers a command, and reads what it published as any other process would.
 #include "Sdk.h"
-#include "ZelCountersMgr.h"
 #include "agent/CommandRunner.h"
+#include "counters/ZelCountersMgr.h"
 #include "kiln/ActivityLock.h"
 #include "kiln/ActivityManager.h"
 #include "kiln/TextOutput.h"

@@ -3,11 +3,11 @@
 // traffic runs and chips and ports come and go.
 //
 // ZEL_FUZZ_LINES says how many lines, ZEL_FUZZ_SEED repeats a run.
-#include "../platform/SocketClient.h"
-#include "Rig.h"
 #include "agent/CommandChannel.h"
 #include "agent/CommandSocket.h"
 #include "kiln/Numbers.h"
+#include "tests/apps/Rig.h"
+#include "tests/platform/SocketClient.h"
 
 #include <cstdlib>
 #include <cstring>

@@ -1,7 +1,7 @@
 // The grammar of the counters commands, and which chips they reach.
-#include "Rig.h"
-#include "ZelCountersCli.h"
+#include "counters/ZelCountersCli.h"
 #include "kiln/Trace.h"
+#include "tests/apps/Rig.h"
 
 #include <sstream>
 

@@ -1,6 +1,6 @@
 // The document of a show command: that it says what the text says, and what it says where there is no text.
-#include "JsonReader.h"
-#include "Rig.h"
+#include "apps/zelctl/views/JsonReader.h"
+#include "tests/apps/Rig.h"
 
 #include <algorithm>
 #include <set>

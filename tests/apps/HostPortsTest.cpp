@@ -1,8 +1,8 @@
 // The host's interfaces as ports, over a folder that stands for the kernel's.
-#include "HostPorts.h"
+#include "apps/zelagent/HostPorts.h"
 
-#include "Rig.h"
 #include "silo/TableReader.h"
+#include "tests/apps/Rig.h"
 
 #include <filesystem>
 #include <fstream>

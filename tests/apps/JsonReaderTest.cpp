@@ -1,7 +1,7 @@
 // The agent's documents, and what is none.
-#include "JsonReader.h"
+#include "apps/zelctl/views/JsonReader.h"
 
-#include "CountersDocument.h"
+#include "apps/zelctl/views/CountersDocument.h"
 
 #include <gtest/gtest.h>
 #include <random>

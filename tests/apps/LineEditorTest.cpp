@@ -1,7 +1,7 @@
 // Keys at the prompt: what they make of the line, of its picture and of the history.
-#include "LineEditor.h"
+#include "apps/zelctl/prompt/LineEditor.h"
 
-#include "Utf8.h"
+#include "apps/zelctl/terminal/Utf8.h"
 
 #include <cstdlib>
 #include <filesystem>

@@ -1,8 +1,8 @@
 // The agent's command line, and the ports that it makes of it.
-#include "Options.h"
+#include "apps/zelagent/Options.h"
 
-#include "Rig.h"
 #include "silo/TableReader.h"
+#include "tests/apps/Rig.h"
 
 namespace {
 

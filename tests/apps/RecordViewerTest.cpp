@@ -1,5 +1,5 @@
 // What the client shows of published records.
-#include "RecordViewer.h"
+#include "apps/zelctl/views/RecordViewer.h"
 
 #include "kiln/JsonWriter.h"
 #include "silo/Table.h"

@@ -1,7 +1,7 @@
 // An agent in simulated time, and a way to ask it.
 #pragma once
 
-#include "SwitchAgent.h"
+#include "apps/zelagent/SwitchAgent.h"
 #include "kiln/ActivityLock.h"
 #include "kiln/ActivityManager.h"
 

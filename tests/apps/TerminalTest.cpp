@@ -1,7 +1,7 @@
 // The prompt and a watch at a terminal of their own: what is typed, what is seen, and the terminal afterwards.
-#include "Commands.h"
-#include "Prompt.h"
 #include "agent/CommandSocket.h"
+#include "apps/zelctl/Commands.h"
+#include "apps/zelctl/prompt/Prompt.h"
 #include "silo/Table.h"
 #include "vex/PublishedRecords.h"
 

@@ -1,7 +1,7 @@
 // What may be watched, what changed between rounds, and how it is laid out.
-#include "Watch.h"
+#include "apps/zelctl/watch/Watch.h"
 
-#include "WatchText.h"
+#include "apps/zelctl/watch/WatchText.h"
 
 #include <gtest/gtest.h>
 #include <iterator>

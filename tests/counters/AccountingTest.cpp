@@ -1,6 +1,6 @@
 // How a step of a MAC counter is judged, and what becomes of the previous record.
-#include "Rig.h"
 #include "kiln/OperatorLog.h"
+#include "tests/counters/Rig.h"
 
 #include <fstream>
 #include <gtest/gtest.h>

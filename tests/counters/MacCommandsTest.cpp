@@ -1,5 +1,5 @@
 // The MAC show and clear commands, to the letter.
-#include "Rig.h"
+#include "tests/counters/Rig.h"
 
 #include <gtest/gtest.h>
 

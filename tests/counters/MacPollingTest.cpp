@@ -1,8 +1,8 @@
 // MAC polling: which ports are asked, what a completion does however it comes, and the fake counter.
-#include "CookieRegistry.h"
-#include "Rig.h"
-#include "SdkStatus.h"
+#include "counters/chip/CookieRegistry.h"
+#include "counters/chip/SdkStatus.h"
 #include "kiln/RingLog.h"
+#include "tests/counters/Rig.h"
 
 #include <algorithm>
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
 // The manager: construction, chips that come and go, and the polling clock.
-#include "Rig.h"
 #include "kiln/Trace.h"
+#include "tests/counters/Rig.h"
 
 #include <cmath>
 #include <gtest/gtest.h>

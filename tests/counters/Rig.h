@@ -1,11 +1,11 @@
 // The rig of the library's tests: simulated time, soft chips, the platform's status and a counters manager over them.
 #pragma once
 
-#include "SoftChip.h"
-#include "ZelCountersMgr.h"
-#include "ZelCountersMgrSm.h"
+#include "counters/ZelCountersMgr.h"
+#include "counters/ZelCountersMgrSm.h"
 #include "kiln/ActivityLock.h"
 #include "kiln/ActivityManager.h"
+#include "softchip/SoftChip.h"
 #include "zl/ZelSdk.h"
 
 #include <memory>

@@ -1,5 +1,5 @@
 // L3 interfaces: which VLANs are counted on which chips, their sums, and the shared NAT records.
-#include "L3Rig.h"
+#include "tests/l3/L3Rig.h"
 
 #include <cstring>
 #include <fcntl.h>

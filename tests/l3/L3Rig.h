@@ -1,12 +1,12 @@
 // Soft chips, the L3 interface table and a NAT table in a folder of its own, on simulated time.
 #pragma once
 
-#include "SoftChip.h"
-#include "ZelCountersLog.h"
+#include "counters/chip/ZelCountersLog.h"
+#include "counters/l3/RetrySm.h"
+#include "counters/l3/ZelCountersL3Intf.h"
 #include "kiln/ActivityManager.h"
-#include "l3/RetrySm.h"
-#include "l3/ZelCountersL3Intf.h"
 #include "silo/TableReader.h"
+#include "softchip/SoftChip.h"
 #include "zl/ZelSdk.h"
 
 #include <cstdlib>

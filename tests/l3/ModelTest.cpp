@@ -1,6 +1,6 @@
 // Interfaces, chips, chip states and room come and go at random; after every step the whole state is compared
 // with a model of it.
-#include "L3Rig.h"
+#include "tests/l3/L3Rig.h"
 
 #include <map>
 #include <random>

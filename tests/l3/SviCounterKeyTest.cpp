@@ -1,5 +1,5 @@
 // The text form of a VLAN's counter key.
-#include "l3/SviCounterKey.h"
+#include "counters/l3/SviCounterKey.h"
 
 #include <gtest/gtest.h>
 #include <stdexcept>

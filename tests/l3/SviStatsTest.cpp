@@ -1,5 +1,5 @@
 // One chip's VLAN counters: programming, room, removal and reading.
-#include "L3Rig.h"
+#include "tests/l3/L3Rig.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 // Frames on the wire move the VLAN's counters, and those of no other.
-#include "L3Rig.h"
+#include "tests/l3/L3Rig.h"
 
 namespace {
 

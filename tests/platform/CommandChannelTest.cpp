@@ -1,11 +1,11 @@
 // The command channel over a real socket: the loop runs on a thread of its own, time is simulated.
 #include "agent/CommandChannel.h"
 
-#include "SocketClient.h"
 #include "agent/CommandSocket.h"
 #include "agent/ListeningSocket.h"
 #include "kiln/ActivityLock.h"
 #include "kiln/TextOutput.h"
+#include "tests/platform/SocketClient.h"
 
 #include <atomic>
 #include <cstdlib>

@@ -1,5 +1,5 @@
 // Tables that somebody overwrote, cut short or left half-written: nobody crashes, and nobody takes it for good.
-#include "Rig.h"
+#include "tests/silo/Rig.h"
 
 #include <set>
 

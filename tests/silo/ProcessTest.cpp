@@ -1,5 +1,5 @@
 // Writers and readers at the same time, in threads and in processes, and writers that are killed.
-#include "Rig.h"
+#include "tests/silo/Rig.h"
 
 #include <atomic>
 #include <chrono>

@@ -1,5 +1,5 @@
 // A table's life in good order: what is written is read, over restarts, growth and replacement.
-#include "Rig.h"
+#include "tests/silo/Rig.h"
 
 #include <map>
 #include <random>

@@ -1,9 +1,9 @@
 // Captures that the test writes itself, sound and broken, and the sample captures against another program's
 // count.
-#include "CaptureReader.h"
+#include "softchip/CaptureReader.h"
 
-#include "RmonCounters.h"
-#include "softchip/Bytes.h"
+#include "softchip/RmonCounters.h"
+#include "tests/softchip/Bytes.h"
 
 #include <array>
 #include <filesystem>

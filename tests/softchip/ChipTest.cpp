@@ -1,6 +1,6 @@
 // Ports, forwarding and MAC counters of a chip, the memory they live in, and the traffic that moves them.
-#include "CaptureReader.h"
-#include "Rig.h"
+#include "softchip/CaptureReader.h"
+#include "tests/softchip/Rig.h"
 
 #include <cstdio>
 #include <filesystem>

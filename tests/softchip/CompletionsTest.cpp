@@ -1,7 +1,7 @@
 // How requests complete: when, on which thread, how often and with which values; and planned failures.
-#include "Rig.h"
 #include "kiln/ActivityLock.h"
 #include "kiln/RingLog.h"
+#include "tests/softchip/Rig.h"
 #include "zl/ZelSdk.h"
 
 #include <atomic>

@@ -1,7 +1,7 @@
 // Where the chip counts the frames that it drops, and that none gets lost in between.
-#include "Rig.h"
 #include "sdk/bf_pipe.h"
 #include "sdk/bf_tm.h"
+#include "tests/softchip/Rig.h"
 
 #include <functional>
 #include <gmock/gmock.h>

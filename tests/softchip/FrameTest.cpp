@@ -1,7 +1,7 @@
 // What a frame is read as, whole, cut off anywhere, and damaged.
-#include "Frame.h"
+#include "softchip/Frame.h"
 
-#include "softchip/Bytes.h"
+#include "tests/softchip/Bytes.h"
 
 #include <gtest/gtest.h>
 #include <random>

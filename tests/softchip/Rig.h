@@ -1,10 +1,10 @@
 // A fleet on simulated time, for tests.
 #pragma once
 
-#include "SoftChip.h"
 #include "kiln/ActivityManager.h"
 #include "kiln/Time.h"
 #include "sdk/bf_port.h"
+#include "softchip/SoftChip.h"
 
 #include <gtest/gtest.h>
 

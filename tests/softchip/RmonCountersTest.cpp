@@ -1,7 +1,7 @@
 // What a frame counts in, and that the manual says the same as the chip.
-#include "RmonCounters.h"
+#include "softchip/RmonCounters.h"
 
-#include "TrafficGenerator.h"
+#include "softchip/TrafficGenerator.h"
 
 #include <array>
 #include <fstream>

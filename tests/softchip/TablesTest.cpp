@@ -1,11 +1,11 @@
 // Counter tables behind the SDK's entry points: the two copies, pipes and modes, match entries, and the frames
 // that move them.
-#include "PdpClasses.h"
-#include "Rig.h"
 #include "kiln/ActivityManager.h"
 #include "sdk/bf_tm.h"
 #include "sdk/lld.h"
 #include "sdk/pipe_mgr.h"
+#include "softchip/PdpClasses.h"
+#include "tests/softchip/Rig.h"
 #include "zl/ZelCountersIntf.h"
 #include "zl/ZelSdk.h"
 

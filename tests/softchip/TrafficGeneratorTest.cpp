@@ -1,7 +1,7 @@
 // Synthetic traffic: the same for a seed, however it is asked for, and plausible.
-#include "TrafficGenerator.h"
+#include "softchip/TrafficGenerator.h"
 
-#include "RmonCounters.h"
+#include "softchip/RmonCounters.h"
 
 #include <array>
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
 // What a chip does with its catalogue of counter tables as it comes up.
 #include "kiln/RingLog.h"
-#include "tables/TableRig.h"
+#include "tests/tables/TableRig.h"
 #include "zl/ZelSdk.h"
 
 namespace {

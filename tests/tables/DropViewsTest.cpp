@@ -1,5 +1,5 @@
 // The pipeline, drop, MAU, deparser and traffic-manager views over the SDK's answers.
-#include "tables/TableRig.h"
+#include "tests/tables/TableRig.h"
 
 #include <functional>
 

@@ -1,5 +1,5 @@
 // PDP class counters from the SDK's table to the operator.
-#include "tables/TableRig.h"
+#include "tests/tables/TableRig.h"
 
 #include <functional>
 

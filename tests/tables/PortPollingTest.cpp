@@ -1,5 +1,5 @@
 // Polling of ports over the stub SDK, which does what the soft chip never does.
-#include "tables/TableRig.h"
+#include "tests/tables/TableRig.h"
 
 namespace {
 

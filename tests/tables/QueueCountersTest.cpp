@@ -1,7 +1,7 @@
 // Queue counters from the SDK's tables to what the forwarding layer is given.
-#include "ZelCountersMgr.h"
+#include "counters/ZelCountersMgr.h"
 #include "silo/TableReader.h"
-#include "tables/TableRig.h"
+#include "tests/tables/TableRig.h"
 #include "zl/ZelSdk.h"
 
 #include <cmath>

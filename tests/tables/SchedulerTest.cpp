@@ -1,6 +1,6 @@
 // The hardware-sync passes of a chip, however its requests complete.
 #include "kiln/RingLog.h"
-#include "tables/TableRig.h"
+#include "tests/tables/TableRig.h"
 #include "zl/ZelSdk.h"
 
 #include <atomic>

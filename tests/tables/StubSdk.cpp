@@ -1,5 +1,5 @@
 // The SDK's symbols over the stub's arrays.
-#include "tables/StubSdk.h"
+#include "tests/tables/StubSdk.h"
 
 #include "sdk/bf_port.h"
 #include "sdk/bf_tm.h"

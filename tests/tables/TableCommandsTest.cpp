@@ -1,5 +1,5 @@
 // The text of the table commands, and what they write.
-#include "tables/TableRig.h"
+#include "tests/tables/TableRig.h"
 
 #include <csignal>
 #include <functional>

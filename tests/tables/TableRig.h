@@ -1,13 +1,13 @@
 // Chips over the stub SDK, in simulated time.
 #pragma once
 
-#include "HwTableCountersSm.h"
-#include "PipeIntfQueueCounterSm.h"
-#include "ZelCounters.h"
-#include "ZelCountersSm.h"
+#include "counters/ZelCounters.h"
+#include "counters/queues/PipeIntfQueueCounterSm.h"
+#include "counters/tables/HwTableCountersSm.h"
+#include "counters/tables/ZelCountersSm.h"
 #include "kiln/ActivityLock.h"
 #include "kiln/ActivityManager.h"
-#include "tables/StubSdk.h"
+#include "tests/tables/StubSdk.h"
 
 #include <cstdlib>
 #include <gmock/gmock.h>

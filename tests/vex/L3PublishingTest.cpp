@@ -1,5 +1,5 @@
 // The counters of subinterfaces: when they are read, and what is published.
-#include "PublishingRig.h"
+#include "tests/vex/PublishingRig.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // A port's counters, from the chip to another process's reader.
-#include "../silo/Rig.h"
-#include "PublishingRig.h"
+#include "tests/silo/Rig.h"
+#include "tests/vex/PublishingRig.h"
 
 #include <chrono>
 #include <fstream>

@@ -1,9 +1,9 @@
 // A manager over a soft chip that publishes into tables of its own, and readers of these.
 #pragma once
 
-#include "../counters/Rig.h"
 #include "kiln/OperatorLog.h"
 #include "silo/TableReader.h"
+#include "tests/counters/Rig.h"
 
 #include <filesystem>
 #include <gmock/gmock.h>

@@ -1,5 +1,5 @@
 // Queue counters, from a report to another process's reader.
-#include "PublishingRig.h"
+#include "tests/vex/PublishingRig.h"
 #include "vex/RecordText.h"
 
 namespace {

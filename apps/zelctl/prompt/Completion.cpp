@@ -1,0 +1,84 @@
+// The client's own grammar, and a question to the agent for the rest.
+#include "apps/zelctl/prompt/Completion.h"
+
+#include "agent/CommandRunner.h"
+#include "apps/zelctl/CommandWords.h"
+#include "apps/zelctl/connection/AgentConnection.h"
+#include "apps/zelctl/terminal/Utf8.h"
+#include "apps/zelctl/views/RecordViewer.h"
+#include "kiln/Name.h"
+#include "kiln/Numbers.h"
+
+#include <algorithm>
+#include <sstream>
+
+namespace ZelCtl {
+
+namespace {
+
+using Kiln::String;
+using Words = std::vector<String>;
+
+// One command a line.
+Words fromAgent(const Client& client, const String& line) {
+   Words all;
+   std::istringstream answer(ask(client.socketPath, "complete " + line, nullptr, {.inAll = 1}).text);
+   for (String word; std::getline(answer, word);) {
+      all.push_back(word);
+   }
+   return all;
+}
+
+// What may follow `before`, of which `partial` is known already.
+Words follow(const Client& client, Words before, const String& partial) {
+   if (before.empty()) {
+      return allCommands();
+   }
+   before.front() = commandNamed(before.front());
+   if (before.front() == "watch") {
+      before.erase(before.begin());
+      if (!before.empty() && Kiln::parseSeconds(before.front(), std::numeric_limits<double>::max())) {
+         before.erase(before.begin());
+      }
+      Words shows = before.empty() ? showCommands() : follow(client, before, partial);
+      std::erase_if(shows,
+                    [](const String& word) { return word == "clear" || word == "json" || word == "rates"; });
+      return shows;
+   }
+   if (isViewCommand(before.front())) {
+      return viewCandidates(before, client.store());
+   }
+   if (before.front() != "counters") {
+      return {};
+   }
+   String line;
+   for (const String& word : before) {
+      line += word + " ";
+   }
+   return fromAgent(client, line + partial);
+}
+
+} // namespace
+
+Words completionsOf(const Client& client, const String& line) {
+   Words before = Agent::splitWords(line);
+   String partial;
+   if (!before.empty() && line.back() != ' ') {
+      partial = before.back();
+      before.pop_back();
+   }
+   Words all;
+   try {
+      all = follow(client, before, partial);
+   } catch (const std::exception&) { // an ambiguous word, or no table: nothing can be said
+   }
+   std::erase_if(all, [&](const String& word) {
+      return word.empty() || word.compare(0, partial.size(), partial) != 0 || printable(word) != word;
+   });
+   std::sort(all.begin(), all.end(),
+             [](const String& a, const String& b) { return Kiln::naturalCompare(a, b) < 0; });
+   all.erase(std::unique(all.begin(), all.end()), all.end());
+   return all;
+}
+
+} // namespace ZelCtl

@@ -1,0 +1,101 @@
+// The history file: one line an entry, added to as lines come, cut back when a session begins.
+#include "apps/zelctl/prompt/History.h"
+
+#include "apps/zelctl/terminal/Utf8.h"
+
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace ZelCtl {
+
+namespace {
+
+using Kiln::String;
+
+constexpr mode_t ownerOnly = 0600;
+
+// False when not all of it was written.
+bool write(const String& path, int flags, const String& text) {
+   const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | flags, ownerOnly);
+   if (fd < 0) {
+      return false;
+   }
+   // One that was there may have been readable by others.
+   const bool isWritten = fchmod(fd, ownerOnly) == 0 &&
+                          ::write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+   return close(fd) == 0 && isWritten;
+}
+
+} // namespace
+
+History::History(String path) : path_(std::move(path)) {
+   if (!path_.empty()) {
+      load();
+   }
+}
+
+void History::load() {
+   constexpr std::size_t slack = 2; // times the limit, before the file is cut back
+   std::ifstream file(path_);
+   std::size_t inFile = 0;
+   for (String line; std::getline(file, line); ++inFile) {
+      // Whatever else is in the file must not reach the terminal.
+      if (!line.empty() && printable(line) == line) {
+         lines_.push_back(line);
+      }
+      if (lines_.size() > limit) {
+         lines_.erase(lines_.begin());
+      }
+   }
+   if (inFile > slack * limit) {
+      rewrite();
+   }
+}
+
+void History::rewrite() const {
+   String text;
+   for (const String& line : lines_) {
+      text += line + "\n";
+   }
+   const String fresh = path_ + "." + std::to_string(getpid());
+   if (!write(fresh, O_EXCL, text) || rename(fresh.c_str(), path_.c_str()) != 0) {
+      unlink(fresh.c_str());
+   }
+}
+
+void History::add(const String& line) {
+   if (line.find_first_not_of(' ') == String::npos || (!lines_.empty() && lines_.back() == line)) {
+      return;
+   }
+   lines_.push_back(line);
+   if (lines_.size() > limit) {
+      lines_.erase(lines_.begin());
+   }
+   if (path_.empty()) {
+      return;
+   }
+   const std::filesystem::path folder = std::filesystem::path(path_).parent_path();
+   std::error_code error;
+   if (std::filesystem::create_directories(folder, error)) {
+      std::filesystem::permissions(folder, std::filesystem::perms::owner_all, error);
+   }
+   write(path_, O_APPEND, line + "\n");
+}
+
+String History::defaultPath() {
+   const auto variable = [](const char* name) {
+      const char* const value = std::getenv(name);
+      return value != nullptr && value[0] == '/' ? String(value) : String();
+   };
+   if (const String state = variable("XDG_STATE_HOME"); !state.empty()) {
+      return state + "/zelctl/history";
+   }
+   const String home = variable("HOME");
+   return home.empty() ? home : home + "/.local/state/zelctl/history";
+}
+
+} // namespace ZelCtl

@@ -1,0 +1,90 @@
+// Handlers that write the signal's number into a pipe.
+#include "apps/zelctl/terminal/Signals.h"
+
+#include "kiln/Types.h"
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <fcntl.h>
+#include <stdexcept>
+#include <unistd.h>
+
+namespace ZelCtl {
+
+namespace {
+
+constexpr std::array caught{SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGWINCH};
+int pipeEnds[2] = {-1, -1};
+std::array<struct sigaction, caught.size()> formerActions;
+
+void note(int signal) {
+   const int error = errno;
+   const auto byte = static_cast<U8>(signal);
+   // A pipe that is full holds enough to be read.
+   [[maybe_unused]] const ssize_t written = write(pipeEnds[1], &byte, 1);
+   errno = error;
+}
+
+} // namespace
+
+Signals::Signals() {
+   if (pipe2(pipeEnds, O_CLOEXEC | O_NONBLOCK) != 0) {
+      throw std::runtime_error("cannot create a pipe");
+   }
+   struct sigaction action {};
+   action.sa_handler = note;
+   for (std::size_t i = 0; i < caught.size(); ++i) {
+      sigaction(caught[i], &action, &formerActions[i]);
+   }
+}
+
+Signals::~Signals() {
+   for (std::size_t i = 0; i < caught.size(); ++i) {
+      sigaction(caught[i], &formerActions[i], nullptr);
+   }
+   close(pipeEnds[0]);
+   close(pipeEnds[1]);
+}
+
+int Signals::fd() const {
+   return pipeEnds[0];
+}
+
+void Signals::drain() {
+   for (U8 signal = 0; read(pipeEnds[0], &signal, 1) == 1;) {
+      if (signal == SIGINT) {
+         wasInterrupted_ = true;
+      } else if (signal == SIGWINCH) {
+         wasResized_ = true;
+      } else {
+         ending_ = signal;
+      }
+   }
+}
+
+bool Signals::takeInterrupt() {
+   drain();
+   const bool was = wasInterrupted_;
+   wasInterrupted_ = false;
+   return was;
+}
+
+bool Signals::takeResize() {
+   drain();
+   const bool was = wasResized_;
+   wasResized_ = false;
+   return was;
+}
+
+int Signals::ending() {
+   drain();
+   return ending_;
+}
+
+bool Signals::isBreaking() {
+   drain();
+   return wasInterrupted_ || ending_ != 0;
+}
+
+} // namespace ZelCtl

@@ -1,0 +1,250 @@
+// The rounds of a watch, their pace and their screen.
+#include "apps/zelctl/watch/Watch.h"
+
+#include "apps/zelctl/CommandWords.h"
+#include "apps/zelctl/terminal/Terminal.h"
+#include "apps/zelctl/terminal/Utf8.h"
+#include "apps/zelctl/views/RecordRequest.h"
+#include "apps/zelctl/watch/WatchText.h"
+#include "kiln/Choices.h"
+#include "kiln/Numbers.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <iostream>
+#include <unistd.h>
+
+namespace ZelCtl {
+
+namespace {
+
+using Kiln::String;
+
+constexpr double shortest = 0.1; // seconds
+constexpr double longest = 3600;
+constexpr int screenPatience = 3; // seconds
+
+String joined(const std::vector<String>& words) {
+   String text;
+   for (const String& word : words) {
+      text += (text.empty() ? "" : " ") + word;
+   }
+   return text;
+}
+
+bool abbreviates(const String& word, std::string_view keyword, std::size_t least = 1) {
+   return word.size() >= least && keyword.substr(0, word.size()) == word;
+}
+
+// Only what is certain to be a show: the agent's own parser would see too late that something else was meant.
+void checkCounters(const std::vector<String>& words) {
+   std::size_t at = 1;
+   if (at < words.size() && abbreviates(words[at], "chip", 2)) {
+      at += 2;
+   }
+   if (at >= words.size()) {
+      throw std::runtime_error("the command to watch is incomplete: expected show after " +
+                               Kiln::quoted(joined(words)));
+   }
+   if (abbreviates(words[at], "clear")) {
+      throw std::runtime_error("watch repeats shows only, and " + Kiln::quoted(joined(words)) +
+                               " clears: expected counters show ...");
+   }
+   if (!abbreviates(words[at], "show")) {
+      throw std::runtime_error("unexpected " + Kiln::quoted(words[at]) +
+                               ": expected a show to watch, as in 'watch counters show drop nonzero'");
+   }
+   for (++at; at < words.size(); ++at) {
+      if (abbreviates(words[at], "json")) {
+         throw std::runtime_error("watch shows tables: leave out " + Kiln::quoted(words[at]));
+      }
+   }
+}
+
+String clockText() {
+   const std::time_t now = std::time(nullptr);
+   std::tm parts{};
+   localtime_r(&now, &parts);
+   char text[16];
+   std::strftime(text, sizeof text, "%H:%M:%S", &parts);
+   return text;
+}
+
+String secondsText(double seconds) {
+   char text[32];
+   std::snprintf(text, sizeof text, seconds < 1 ? "%.2f s" : "%.1f s", seconds);
+   return text;
+}
+
+// The alternate screen, without a cursor. However this ends, the terminal is as it was.
+class Screen {
+ public:
+   Screen() : keys_(KeyMode::Interrupts::areSignals) { writeOut("\x1b[?1049h\x1b[?25l", nullptr); }
+   Screen(const Screen&) = delete;
+   Screen& operator=(const Screen&) = delete;
+   ~Screen() { writeOut("\x1b[?25h\x1b[?1049l", nullptr); }
+
+   bool hasKeys() const { return keys_.isOn(); }
+
+ private:
+   KeyMode keys_;
+};
+
+class Watcher {
+ public:
+   Watcher(const WatchRequest& request, const FetchRound& fetch, Signals* signals)
+        : request_(request), fetch_(fetch), signals_(signals), isScreen_(ZelCtl::isScreen()) {}
+
+   int run() {
+      int status = 0;
+      for (double due = monotonicSeconds(); !isOver_; due = std::max(due, monotonicSeconds())) {
+         status = runRound();
+         due += request_.interval;
+         pauseUntil(due);
+      }
+      if (screen_) {
+         screen_.reset();
+         // What was last seen stays to be read.
+         writeOut(picture_ + "\n", nullptr);
+      }
+      return signals_->ending() != 0 ? 128 + signals_->ending() : status;
+   }
+
+ private:
+   int runRound() {
+      WatchRound round = fetch_(patience());
+      if (signals_->isBreaking()) {
+         isOver_ = true;
+         return 0;
+      }
+      error_ = round.error;
+      if (!error_.empty() && (!isScreen_ || !lastRound_)) {
+         std::cerr << error_ << '\n';
+         isOver_ = true;
+         return 1;
+      }
+      if (error_.empty()) {
+         const double now = monotonicSeconds();
+         sinceLast_ = lastRound_ ? now - *lastRound_ : 0;
+         lastRound_ = now;
+         tables_ = changes_.compare(round.tables, now);
+         heading_ = printable(joined(request_.words)) + ", " + clockText() +
+                    (sinceLast_ > 0 ? ", " + secondsText(sinceLast_) + " after the round before" : "");
+      }
+      return show();
+   }
+
+   // On a screen, what is shown shouldn't look newer than it is.
+   Patience patience() const {
+      return screen_ ? Patience{.perByte = screenPatience, .endsByKey = screen_->hasKeys()} : Patience{};
+   }
+
+   int show() {
+      Written written{};
+      if (isScreen_) {
+         if (!screen_) {
+            screen_.emplace();
+         }
+         drawPicture();
+         written = writeOut("\x1b[H" + picture_ + "\x1b[J", signals_);
+      } else {
+         String text = "--- " + heading_ + "\n";
+         for (const String& line : layOut(tables_, {})) {
+            text += line + "\n";
+         }
+         written = writeOut(text + "\n", signals_);
+      }
+      isOver_ = written != Written::all;
+      if (written == Written::failed) {
+         std::cerr << "% cannot write the table: " << std::strerror(errno) << '\n';
+         return 1;
+      }
+      return 0;
+   }
+
+   void drawPicture() {
+      const TerminalSize size = terminalSize();
+      const std::size_t frame = 2; // the lines above and below
+      std::vector<String> lines{"\x1b[7m" + cutTo(heading_ + "; q ends", size.width) + "\x1b[0m"};
+      for (String& line :
+           layOut(tables_, {size.width, std::max<std::size_t>(size.height, 4) - frame, true})) {
+         lines.push_back(std::move(line));
+      }
+      if (!error_.empty()) {
+         lines.push_back("\x1b[1m" + cutTo("(trying again) " + error_, size.width) + "\x1b[0m");
+      }
+      picture_.clear();
+      for (const String& line : lines) {
+         picture_ += (picture_.empty() ? "" : "\n") + line + "\x1b[K";
+      }
+   }
+
+   void pauseUntil(double due) {
+      bool isDue = false;
+      while (!isOver_ && !isDue) { // once at least, since a round may take longer than the interval
+         const double left = std::max(0.0, due - monotonicSeconds());
+         isDue = left == 0;
+         const Woken woken = waitFor(signals_, screen_ && screen_->hasKeys(), left);
+         isOver_ = woken.readerGone || signals_->isBreaking() || (woken.byKeys && readsEndKey());
+         if (!isOver_ && screen_ && signals_->takeResize()) {
+            show();
+         }
+      }
+   }
+
+   const WatchRequest& request_;
+   const FetchRound& fetch_;
+   Signals* signals_;
+   bool isScreen_;
+   std::optional<Screen> screen_; // from the first good round on
+   WatchChanges changes_;
+   std::vector<WatchedTable> tables_;
+   std::optional<double> lastRound_; // on the monotonic clock
+   double sinceLast_ = 0;
+   String heading_;
+   String error_;
+   String picture_;
+   bool isOver_ = false;
+};
+
+} // namespace
+
+WatchRequest parseWatch(const std::vector<String>& words) {
+   WatchRequest request;
+   std::size_t at = 1;
+   const bool isNumber = at < words.size() && words[at].find_first_of("0123456789") == 0;
+   if (at < words.size() && (isNumber || words[at].find_first_of("-+.") == 0)) {
+      const std::optional<double> interval = Kiln::parseSeconds(words[at], longest);
+      if (!interval || *interval < shortest) {
+         throw std::runtime_error("the interval of watch is " + Kiln::quoted(words[at]) +
+                                  ": expected 0.1 to 3600 seconds");
+      }
+      request.interval = *interval;
+      ++at;
+   }
+   request.words.assign(words.begin() + static_cast<std::ptrdiff_t>(std::min(at, words.size())), words.end());
+   const std::vector<String> shows = showCommands();
+   if (request.words.empty()) {
+      throw std::runtime_error("watch needs a show after it: expected " + Kiln::choices(shows));
+   }
+   String& command = request.words.front();
+   command = commandNamed(command);
+   if (command == shows.front()) {
+      checkCounters(request.words);
+   } else if (viewNamed(command) == nullptr) {
+      throw std::runtime_error("cannot watch " + Kiln::quoted(command) + ": expected " +
+                               (at == 1 ? "seconds or " : "") + Kiln::choices(shows));
+   }
+   return request;
+}
+
+int runWatch(const WatchRequest& request, const FetchRound& fetch, Signals* signals) {
+   const int status = Watcher(request, fetch, signals).run();
+   // The Ctrl-C that ended it is spent.
+   signals->takeInterrupt();
+   return status;
+}
+
+} // namespace ZelCtl

@@ -1,0 +1,31 @@
+// The catalogue of the library's messages. Texts are fixed, odd spellings included: operators match on them.
+#include "counters/chip/ZelCountersLog.h"
+
+namespace ZelCounter {
+
+using Kiln::Severity;
+
+const Kiln::LogMessage ZEL_COUNTERS_OVERFLOW_ERROR{
+     "ZEL_COUNTERS_OVERFLOW_ERROR", Severity::error,
+     "Received wrong hardware counter value for interface %s.",
+     "A traffic counter of the interface ran over the top of its 64 bits and began again from zero. The "
+     "published totals go on without a step; only raw readings start over.",
+     "None. If the message comes back, compare the interface's traffic with its peer's: a real port needs "
+     "years to count that far, so the chip may be faulty."};
+
+const Kiln::LogMessage ZEL_COUNTERS_COUNTER_RESOURCE_FULL{
+     "ZEL_COUNTERS_COUNTER_RESOURCE_FULL", Severity::warning,
+     "Unable to allocate counter for VLAN %d due to hardware resource exhaustion.Counter for this VLAN will "
+     "not be available",
+     "The chip's table of VLAN counters is full. The VLAN forwards as before, but its L3 interface is not "
+     "counted. Programming is tried again when entries are given back.",
+     "Remove L3 interfaces that are not needed, if the VLAN's counters are."};
+
+const Kiln::LogMessage ZEL_COUNTERS_COUNTER_RESOURCE_NORMAL{
+     "ZEL_COUNTERS_COUNTER_RESOURCE_NORMAL", Severity::notice,
+     "Statics counter for VLAN %d was successfully programmed in hardware.",
+     "A VLAN that could not be counted for want of entries is counted from now on, or is not to be counted "
+     "any more.",
+     "None."};
+
+} // namespace ZelCounter

@@ -1,0 +1,48 @@
+// Counts as the hardware has them, and as they were at the last clear.
+#pragma once
+
+#include "counters/show/TableView.h"
+
+#include <vector>
+
+namespace ZelCounter {
+
+// As many as there have been indices; the others read zero.
+class ClearableCounts {
+ public:
+   // What the hardware has now. Below what it had at the last clear, it has begun anew: so do all counts.
+   void lastIs(std::size_t index, U64 value) {
+      if (index >= last_.size()) {
+         last_.resize(index + 1);
+         clear_.resize(index + 1);
+         isRead_.resize(index + 1);
+      }
+      isRead_[index] = true;
+      if (value < clear_[index]) {
+         clear_.assign(clear_.size(), 0);
+      }
+      last_[index] = value;
+   }
+   U64 sinceClear(std::size_t index) const { return index < last_.size() ? last_[index] - clear_[index] : 0; }
+
+   // The same for a view.
+   TableView::Cell cell(std::size_t index) const {
+      const bool isRead = index < isRead_.size() && isRead_[index];
+      return isRead ? TableView::Cell(sinceClear(index)) : TableView::Unread();
+   }
+
+   void clear() { clear_ = last_; }
+   // The hardware has been set to zero, whatever was read last.
+   void begin() {
+      last_.clear();
+      clear_.clear();
+      isRead_.clear();
+   }
+
+ private:
+   std::vector<U64> last_;
+   std::vector<U64> clear_;
+   std::vector<bool> isRead_;
+};
+
+} // namespace ZelCounter

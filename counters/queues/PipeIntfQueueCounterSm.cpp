@@ -1,0 +1,190 @@
+// The polls of a pipe's queue counters, and what their completions read.
+#include "counters/queues/PipeIntfQueueCounterSm.h"
+
+#include "counters/ZelCounters.h"
+#include "counters/chip/CounterTableNames.h"
+#include "counters/chip/SdkStatus.h"
+#include "counters/chip/ZelCountersTrace.h"
+#include "kiln/ActivityLock.h"
+#include "kiln/Time.h"
+#include "sdk/bf_tm.h"
+#include "sdk/pipe_mgr.h"
+#include "zl/ZelSdk.h"
+
+#include <array>
+#include <deque>
+
+namespace ZelCounter {
+
+namespace {
+
+constexpr double tableRetryInterval = 1.0; // seconds
+
+PipeQueueCountersCookie* cookieSlot(ZelId::ZelDevId devId, ZelId::ZelPipeId pipe) {
+   // One array a device, indexed by pipe; a deque, so that growing moves no slot. Never freed: completions
+   // may outlive static destruction.
+   static auto& pipeQueueCountersCookie =
+        *new std::array<std::deque<PipeQueueCountersCookie>, ZelId::maxDevices>;
+   auto& slots = pipeQueueCountersCookie.at(devId);
+   if (slots.size() <= pipe) {
+      slots.resize(std::size_t{pipe} + 1);
+   }
+   return &slots[pipe];
+}
+
+} // namespace
+
+PipeIntfQueueCounterSm::PipeIntfQueueCounterSm(ZelCounters* parent, ZelId::ZelPipeId pipe,
+                                               Kiln::Ptr<const Kiln::Clock> clock)
+     : parent_(parent), pipe_(pipe), cookie_(cookieSlot(parent->deviceId(), pipe)),
+       pollingClock_(std::move(clock), this) {}
+
+PipeIntfQueueCounterSm::~PipeIntfQueueCounterSm() {
+   stop();
+}
+
+void PipeIntfQueueCounterSm::stop() {
+   if (cookie_->zelCounters == parent_) { // else a successor's by now
+      cookie_->zelCounters = nullptr;
+   }
+   parent_ = nullptr;
+   syncOutstanding_ = false;
+   pollingClock_.timeMinIs(Kiln::never);
+}
+
+void PipeIntfQueueCounterSm::scheduleClock() {
+   if (parent_ == nullptr) {
+      return;
+   }
+   pollingClock_.timeMinIs(Kiln::System::currentTime() + parent_->intfQueueCountersSdkPollingInterval());
+}
+
+void PipeIntfQueueCounterSm::pollingClockExpired() {
+   KILN_TRACE(5, "PipeIntfQueueCounterSm::pollingClockExpired");
+   if (parent_ == nullptr) {
+      return;
+   }
+   const ZlResourceInfo::ZlResourceInfoIntf& catalogue = *parent_->zlResourceInfoIntf();
+   const U32 tableHandle = catalogue.zlTableCounterField(TableNames::egressPortQueueCount,
+                                                         ZlResourceInfo::ZlCounterFieldId::tableHandle);
+   *cookie_ = {parent_, pipe_};
+   const U32 egressPortQueueCountId = catalogue.zlTableCounterIndex(TableNames::egressPortQueueCount);
+   if (!parent_->initializedCounter(egressPortQueueCountId)) {
+      KILN_TRACE(5, "returning since table instance is not there");
+      pollingClock_.timeMinIs(Kiln::System::currentTime() + tableRetryInterval);
+      return;
+   }
+   KILN_ASSERT_TEXT(parent_->perPipeCounter(egressPortQueueCountId),
+                    "parent()->perPipeCounter( egressPortQueueCountId )");
+   syncOutstanding_ = true; // before the request, since its completion may come inline
+   const pipe_status_t rc = pipe_mgr_stat_database_sync(parent_->sessionId(), {parent_->deviceId(), pipe_},
+                                                        tableHandle, ZelIntfQueueCountersCallback, cookie_);
+   if (rc != 0) {
+      syncOutstanding_ = false;
+      KILN_TRACE(5, pipeReadErrorText(rc, pipe_));
+   }
+}
+
+// Uninitialized but for the queues that the pipe's ports have.
+struct PipeIntfQueueCounterSm::Readings {
+   std::array<pipe_stat_data_t, portsPerPipe * queuesPerPort> sent;
+   std::array<uint64_t, portsPerPipe * queuesPerPort> dropped;
+};
+
+void PipeIntfQueueCounterSm::readSent(const Port& port, U32 tableHandle, Readings& readings) const {
+   const std::size_t first = port.pipePort * queuesPerPort;
+   for (unsigned queue = 0; queue < port.queues; ++queue) {
+      const pipe_status_t rc =
+           pipe_mgr_stat_ent_query(parent_->sessionId(), parent_->deviceId(), pipe_, tableHandle,
+                                   firstQueueEntry(port.pipePort) + queue, &readings.sent[first + queue]);
+      KILN_ASSERT(rc == 0);
+   }
+}
+
+void PipeIntfQueueCounterSm::readDropped(const Port& port, Readings& readings) const {
+   const std::size_t first = port.pipePort * queuesPerPort;
+   for (unsigned queue = 0; queue < port.queues; ++queue) {
+      const bf_status_t rc = bf_tm_q_drop_get(parent_->deviceId(), pipe_, port.devicePort, queue,
+                                              &readings.dropped[first + queue]);
+      KILN_ASSERT(rc == BF_SUCCESS);
+   }
+}
+
+// A front-panel interface that came back at another port has nothing in common with what is stored. An
+// internal one was restarted as its port changed.
+void PipeIntfQueueCounterSm::forgetOtherPort(const Port& port) const {
+   const Kiln::Ptr<IntfQueueCounters>& stored = parent_->intfQueueCounters(port.intf);
+   if (stored && stored->devicePort() != port.devicePort &&
+       !Pelt::InternalIntfId::isInternalIntfId(port.intf)) {
+      parent_->intfQueueCountersDel(port.intf);
+      parent_->intfQueueCountersIs(port.intf).beginsAnewIs(true);
+   }
+}
+
+void PipeIntfQueueCounterSm::storePort(const Port& port, const Readings& readings, double time) const {
+   forgetOtherPort(port);
+   IntfQueueCounters& counters = parent_->intfQueueCountersIs(port.intf);
+   std::array<QueueCounter, queuesPerPort> values;
+   for (unsigned queue = 0; queue < port.queues; ++queue) {
+      const std::size_t slot = port.pipePort * queuesPerPort + queue;
+      const pipe_stat_data_t& sent = readings.sent[slot];
+      values[queue] = {static_cast<U8>(queue), sent.bytes, sent.packets, readings.dropped[slot]};
+      KILN_TRACE(5, "queue " << queue << " pkts " << sent.packets << " bytes " << sent.bytes);
+   }
+   counters.readingsAre(port.devicePort, {values.data(), port.queues}, time);
+   parent_->handOverQueueCounters(counters);
+}
+
+void PipeIntfQueueCounterSm::syncCompleted() {
+   if (!syncOutstanding_) {
+      KILN_TRACE(5, "ZelIntfQueueCountersCallback: completion without a request dropped");
+      return;
+   }
+   syncOutstanding_ = false;
+   // Gathered first: handing over may change the ports.
+   std::array<Port, portsPerPipe> ports;
+   std::size_t count = 0;
+   for (const auto& [intf, record] : parent_->systemStatus()->portInfo()) {
+      if (record.devId == parent_->deviceId() && record.pipe() == pipe_) {
+         const unsigned queues = queuesOfPort(record.pipePort()); // also asserts that the index has a place
+         ports[count++] = {intf, record.devicePort, record.pipePort(), queues};
+      }
+   }
+   const U32 tableHandle = parent_->zlResourceInfoIntf()->zlTableCounterField(
+        TableNames::egressPortQueueCount, ZlResourceInfo::ZlCounterFieldId::tableHandle);
+   Readings readings;
+   const double time = Kiln::System::currentTime();
+   for (std::size_t i = 0; i < count; ++i) {
+      readSent(ports[i], tableHandle, readings);
+   }
+   for (std::size_t i = 0; i < count; ++i) {
+      readDropped(ports[i], readings);
+   }
+   // Handing over may also take the chip away.
+   for (std::size_t i = 0; i < count && parent_ != nullptr; ++i) {
+      storePort(ports[i], readings, time);
+   }
+   scheduleClock();
+}
+
+void ZelIntfQueueCountersCallback(bf_dev_id_t dev, void* cookie) {
+   const auto lock = Kiln::ActivityLockAnchor::lock();
+   if (ZelCounters::simulation() && smRunning == 0) {
+      return;
+   }
+   KILN_TRACE(5, "ZelIntfQueueCountersCallback");
+   KILN_ASSERT(cookie);
+   const PipeQueueCountersCookie slot = *static_cast<PipeQueueCountersCookie*>(cookie);
+   // Declared after the lock, so that it is given up before the lock is.
+   const Kiln::Ptr<ZelCounters> zelCounters = slot.zelCounters;
+   if (!zelCounters || zelCounters->deviceId() != dev) {
+      KILN_TRACE(5, "ZelIntfQueueCountersCallback: late completion of device " << dev << " dropped");
+      return;
+   }
+   const Kiln::Ptr<PipeIntfQueueCounterSm> pipeIntfQueueCounterSm =
+        zelCounters->pipeIntfQueueCounterSm(slot.pipe);
+   KILN_ASSERT(pipeIntfQueueCounterSm);
+   pipeIntfQueueCounterSm->syncCompleted();
+}
+
+} // namespace ZelCounter

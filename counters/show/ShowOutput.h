@@ -1,0 +1,59 @@
+// Where a show operation puts what it has to say: tables of rows, one after the other, that become text for
+// people or a document for programs.
+#pragma once
+
+#include "counters/show/TableView.h"
+
+#include <span>
+
+namespace ZelCounter {
+
+// How a table looks as text. Beside `view`, which its columns describe, the layouts are fixed ones.
+enum class TableLayout : U8 { view, mac, catalogue, directTable, indirectTable, pdpInterface, pdpAll };
+
+// When the text has the table's heading.
+enum class HeadingTime : U8 { atOnce, withFirstRow, before };
+
+struct TableHeading {
+   Kiln::String title;
+   std::span<const TableView::Column> columns; // outlive the table's end
+   TableLayout layout;
+   HeadingTime time = HeadingTime::atOnce;
+};
+
+// Each table is begun, then has its rows, then its notes in any order among them, then its end.
+class ShowOutput {
+ public:
+   using Cell = TableView::Cell;
+
+   ShowOutput() = default;
+   ShowOutput(const ShowOutput&) = delete;
+   ShowOutput& operator=(const ShowOutput&) = delete;
+   virtual ~ShowOutput() = default;
+
+   // False when no more is taken: a long table looks at it and ends early.
+   virtual bool ok() const = 0;
+
+   virtual void tableBegin(const TableHeading& heading) = 0;
+   // A cell for each column.
+   virtual void row(std::span<const Cell> cells) = 0;
+   virtual void note(const Kiln::String& text) = 0;
+   // One that the text leaves to the trace, or says otherwise.
+   virtual void unprintedNote(const Kiln::String& text) = 0;
+   // Text without a closing line belongs to a table that others continue, or that a failure cut short.
+   virtual void tableEnd(bool hasClosingLine = true) = 0;
+
+   // Instead of a table.
+   virtual void noTable(const Kiln::String& title, const Kiln::String& why) = 0;
+   // Between tables; text only.
+   virtual void blankLine() = 0;
+   // Instead of anything of a chip whose construction is not complete.
+   virtual void uninitialized() = 0;
+
+   void view(const TableView& table);
+};
+
+constexpr const char* uninitializedText = "Agent not initialized yet";
+constexpr const char* symmetricText = "Symmetric counters cannot have a pipe option";
+
+} // namespace ZelCounter

@@ -1,0 +1,219 @@
+// Lays rows out as text.
+#include "counters/show/TextShow.h"
+
+#include <string>
+
+namespace ZelCounter {
+
+namespace {
+
+using Cell = TableView::Cell;
+using Cells = std::span<const Cell>;
+
+Kiln::String ruler(std::size_t width) {
+   return Kiln::String(width, '=') + '\n';
+}
+
+const Kiln::String catalogueRuler = ruler(96);
+const Kiln::String directRuler = ruler(80);
+const Kiln::String indirectRuler = ruler(58);
+const Kiln::String pdpRuler = ruler(61);
+// Three short of the header's, as the operators' tools know it.
+const Kiln::String pdpClosingRuler = ruler(58);
+
+constexpr const char* catalogueHeader =
+     " Id                              Counter         Handle     Size      Type  Per-pipe Pkts/Bytes\n";
+constexpr const char* directHeaderBoth =
+     " Details                                        Packets         Bytes\n";
+constexpr const char* directHeaderPackets =
+     " Details                                                        Packets\n";
+constexpr const char* directHeaderBytes =
+     " Details                                                        Bytes\n";
+constexpr const char* indirectHeader = "         Index            Packets              Bytes      \n";
+constexpr const char* pdpTitle = "                      PDP Class Counters                     \n";
+constexpr const char* pdpHeader = "     Interface                    Class            Packets   \n";
+
+U64 numberOf(const Cell& cell) {
+   return std::get<U64>(cell);
+}
+
+// Zero when it was never read.
+U64 countOf(const Cell& cell) {
+   const U64* const number = std::get_if<U64>(&cell);
+   return number != nullptr ? *number : 0;
+}
+
+const char* textOf(const Cell& cell) {
+   return std::get<Kiln::String>(cell).c_str();
+}
+
+void padded(Kiln::TextOutput& out, std::string_view text, std::size_t width) {
+   out.write(text);
+   if (text.size() < width) {
+      out.write(Kiln::String(width - text.size(), ' '));
+   }
+}
+
+void printMacLine(Kiln::TextOutput& out, Cells cells) {
+   out.print("%-40s    %15lld\n", textOf(cells[0]), static_cast<long long>(numberOf(cells[1])));
+}
+
+void printCatalogueLine(Kiln::TextOutput& out, Cells cells) {
+   out.print("%3d %40s %10s %8d   %8s       %s     %s \n", static_cast<int>(numberOf(cells[0])),
+             textOf(cells[1]), textOf(cells[2]), static_cast<int>(numberOf(cells[3])), textOf(cells[4]),
+             textOf(cells[5]), textOf(cells[6]));
+}
+
+void printDirectLine(Kiln::TextOutput& out, Cells cells) {
+   padded(out, std::get<Kiln::String>(cells[0]), cells.size() > 2 ? 46 : 64);
+   for (const Cell& count : cells.subspan(1)) {
+      out.write("  ");
+      out.number(numberOf(count), 14);
+   }
+   out.write("\n");
+}
+
+// A line of a big table: no formatted print, there are tens of thousands of them.
+void printIndirectLine(Kiln::TextOutput& out, Cells cells) {
+   out.number(numberOf(cells[0]), 14);
+   for (const Cell& cell : cells.subspan(1)) {
+      // The blanks stand apart from the numbers, so that columns never run together.
+      out.write("     ");
+      if (const U64* const count = std::get_if<U64>(&cell)) {
+         out.number(static_cast<S64>(*count), 14);
+      } else {
+         out.write("           N/A");
+      }
+   }
+   out.write("\n");
+}
+
+void printPdpLine(Kiln::TextOutput& out, Cells cells) {
+   out.print("%14s %24s %18llu\n", textOf(cells[0]), textOf(cells[1]),
+             static_cast<unsigned long long>(numberOf(cells[2])));
+}
+
+std::size_t viewWidth(std::span<const TableView::Column> columns) {
+   std::size_t width = 0;
+   for (const TableView::Column& column : columns) {
+      width += column.width + 2;
+   }
+   return width;
+}
+
+} // namespace
+
+void TextShow::tableBegin(const TableHeading& heading) {
+   title_ = heading.title;
+   columns_ = heading.columns;
+   layout_ = heading.layout;
+   isHeadingDue_ = heading.time != HeadingTime::before;
+   hasRows_ = false;
+   notes_.clear();
+   if (heading.time == HeadingTime::atOnce) {
+      printHeading();
+   }
+}
+
+void TextShow::printHeading() {
+   isHeadingDue_ = false;
+   switch (layout_) {
+   case TableLayout::view:
+      printViewHeading();
+      break;
+   case TableLayout::mac:
+      out_.write(title_ + ":\n");
+      break;
+   case TableLayout::catalogue:
+      out_.write(catalogueRuler + catalogueHeader + catalogueRuler);
+      break;
+   case TableLayout::directTable:
+      out_.write(title_ + "\n" + directRuler);
+      out_.write(columns_.size() > 2                               ? directHeaderBoth
+                 : std::string_view(columns_[1].name) == "Packets" ? directHeaderPackets
+                                                                   : directHeaderBytes);
+      out_.write(directRuler);
+      break;
+   case TableLayout::indirectTable:
+      out_.write(title_ + "\n" + indirectRuler + indirectHeader + indirectRuler);
+      break;
+   case TableLayout::pdpInterface:
+   case TableLayout::pdpAll:
+      out_.write(pdpTitle + pdpRuler + pdpHeader + pdpRuler);
+      break;
+   }
+}
+
+void TextShow::row(std::span<const Cell> cells) {
+   if (isHeadingDue_) {
+      printHeading();
+   }
+   hasRows_ = true;
+   switch (layout_) {
+   case TableLayout::view:
+      return printViewLine(cells);
+   case TableLayout::mac:
+      return printMacLine(out_, cells);
+   case TableLayout::catalogue:
+      return printCatalogueLine(out_, cells);
+   case TableLayout::directTable:
+      return printDirectLine(out_, cells);
+   case TableLayout::indirectTable:
+      return printIndirectLine(out_, cells);
+   case TableLayout::pdpInterface:
+   case TableLayout::pdpAll:
+      return printPdpLine(out_, cells);
+   }
+}
+
+void TextShow::tableEnd(bool hasClosingLine) {
+   if (layout_ == TableLayout::view) {
+      out_.write((hasRows_ ? "" : "  none\n") + ruler(viewWidth(columns_)));
+   } else if (layout_ == TableLayout::mac && hasRows_) {
+      out_.write("\n");
+   } else if (layout_ == TableLayout::directTable && hasClosingLine) {
+      out_.write(directRuler);
+   } else if (layout_ == TableLayout::pdpInterface && hasClosingLine && !isHeadingDue_) {
+      out_.write(pdpRuler);
+   } else if (layout_ == TableLayout::pdpAll) {
+      out_.write(pdpClosingRuler);
+   }
+   for (const Kiln::String& text : notes_) {
+      out_.write(text + "\n");
+   }
+   if (layout_ == TableLayout::view) {
+      out_.write("\n");
+   }
+}
+
+void TextShow::noTable(const Kiln::String& /*title*/, const Kiln::String& why) {
+   out_.write(why + "\n");
+}
+
+void TextShow::printViewHeading() {
+   std::vector<Cell> names;
+   for (const TableView::Column& column : columns_) {
+      names.emplace_back(Kiln::String(column.name));
+   }
+   const Kiln::String line = ruler(viewWidth(columns_));
+   out_.write(title_ + "\n" + line);
+   printViewLine(names);
+   out_.write(line);
+}
+
+void TextShow::printViewLine(std::span<const Cell> cells) {
+   Kiln::String line;
+   for (std::size_t i = 0; i < columns_.size(); ++i) {
+      const TableView::Column& column = columns_[i];
+      const bool isRight =
+           column.holds == TableView::Holds::number || column.holds == TableView::Holds::counter;
+      const Kiln::String* const label = std::get_if<Kiln::String>(&cells[i]);
+      const Kiln::String text = label != nullptr ? *label : std::to_string(countOf(cells[i]));
+      const Kiln::String padding(column.width > text.size() ? column.width - text.size() : 0, ' ');
+      line += "  " + (isRight ? padding + text : text + padding);
+   }
+   line.erase(line.find_last_not_of(' ') + 1);
+   out_.write(line + "\n");
+}
+
+} // namespace ZelCounter

@@ -1,0 +1,184 @@
+// The hardware-sync passes over a chip's counter tables, and the count of what is outstanding.
+#include "counters/tables/HwTableCountersSm.h"
+
+#include "counters/ZelCounters.h"
+#include "counters/chip/CookieRegistry.h"
+#include "counters/chip/CounterTableNames.h"
+#include "counters/chip/ZelCountersTrace.h"
+#include "kiln/ActivityLock.h"
+#include "kiln/RingLog.h"
+#include "kiln/Time.h"
+#include "zl/ZelCountersIntf.h"
+#include "zl/ZelSdk.h"
+
+#include <ios>
+
+namespace ZelCounter {
+
+namespace {
+
+constexpr U32 statusNotSupported = 17;
+
+CookieRegistry<HwTableCountersSm>& registry() {
+   return CookieRegistry<HwTableCountersSm>::instance();
+}
+
+} // namespace
+
+HwTableCountersSm::HwTableCountersSm(Kiln::Ptr<const Kiln::Clock> clock, ZelCounters* parent)
+     : parent_(parent) {
+   registry().add(this);
+   pollingClockIs(std::move(clock));
+   handleInitialized();
+}
+
+HwTableCountersSm::~HwTableCountersSm() {
+   stop();
+}
+
+void HwTableCountersSm::pollingClockIs(Kiln::Ptr<const Kiln::Clock> clock) {
+   if (!clock) {
+      Kiln::throwNullParameter("pollingClock", "ZelCounter::HwTableCountersSm");
+   }
+   pollingClock_.emplace(std::move(clock), this);
+}
+
+void HwTableCountersSm::handleInitialized() {
+   scheduleClock();
+   initializedIs(true);
+}
+
+void HwTableCountersSm::stop() {
+   if (parent_ != nullptr) {
+      parent_ = nullptr;
+      registry().retire(this);
+      pollingClockDel();
+   }
+}
+
+void HwTableCountersSm::scheduleClock() {
+   KILN_TRACE(3, "ZelCounters::HwTableCountersSm::"
+                      << "scheduleClock");
+   if (pollingClock_ && !pollingClock_->isArmed()) {
+      KILN_TRACE(3, "Start the HwTableCountersSm polling clock");
+      pollingClock_->timeMinIs(Kiln::System::currentTime() + hwTableCountersPollingInterval());
+   }
+}
+
+void HwTableCountersSm::handlePollingClock() {
+   KILN_TRACE(3, "ZelCounters::HwTableCountersSm::"
+                      << "handlePollingClock");
+   pollingClock_->timeMinIs(Kiln::never);
+   scheduleInProgressIs(true);
+   const U32 countersNum = parent_->zlResourceInfoIntf()->zlTableCountersNum();
+   bool anyScheduled = false;
+   for (U32 tableId = 0; tableId < countersNum; ++tableId) {
+      anyScheduled |= scheduleHwSyncTable(tableId);
+   }
+   scheduleInProgressIs(false);
+   if (pendingCallbacks() != 0) {
+      return; // the last completion goes on
+   }
+   if (anyScheduled) {
+      parent_->firstPollingCompleteIs(true);
+   }
+   scheduleClock();
+}
+
+U32 HwTableCountersSm::requestSync(U32 tableHandle, bool direct, U16 pipe) {
+   const auto sync = direct ? ZelCountersIntf::counterHwSyncDirect : ZelCountersIntf::counterHwSyncIndirect;
+   // Counted before the request, since its completion may come inline.
+   registry().requested(this);
+   pendingCallbacksInc(1);
+   const U32 status =
+        sync(parent_->sessionId(), parent_->deviceId(), pipe, tableHandle, hwTableCallback, this);
+   if (status != 0) {
+      registry().refused(this);
+      // A stray completion may have taken the request's count while it was made.
+      if (pendingCallbacks() != 0) {
+         pendingCallbacksDec(1);
+      }
+   }
+   return status;
+}
+
+bool HwTableCountersSm::scheduleHwSyncTable(U32 tableId) {
+   KILN_TRACE(3, "ZelCounters::HwTableCountersSm::"
+                      << "scheduleHwSyncTable"
+                      << ", tableId: " << tableId);
+   if (!parent_->initializedCounter(tableId)) {
+      KILN_TRACE(3, "Skip counter, not initialized yet");
+      return false;
+   }
+   const ZlResourceInfo::ZlResourceInfoIntf& catalogue = *parent_->zlResourceInfoIntf();
+   const ZlResourceInfo::ZlTableCounter* const info = catalogue.zlTableCounter(tableId);
+   KILN_ASSERT(info);
+   if (catalogue.zlTableCounterField(TableNames::egressPortQueueCount,
+                                     ZlResourceInfo::ZlCounterFieldId::tableHandle) == info->tableHandle) {
+      KILN_TRACE(3, "Skip table egressPortQueue"); // left to the queue pollers
+      return false;
+   }
+   KILN_TRACE(3, "Counter: " << info->name << ", handle: " << std::hex << info->tableHandle << std::dec
+                             << ", size: " << info->size << ", direct: " << info->direct
+                             << ", pkts/bytes: " << info->packets << "/" << info->bytes);
+   const ZelCounters::PipeRange range = parent_->tablePipes(tableId);
+   for (U32 pipe = range.first; pipe <= range.last; ++pipe) {
+      KILN_TRACE(3, "Pipe: " << pipe);
+      const U32 status = requestSync(info->tableHandle, info->direct, static_cast<U16>(pipe));
+      if (status == statusNotSupported) {
+         KILN_TRACE(3, "Counter hw sync error: counters not supported for"
+                            << " counter table " << info->name << " pipe: " << pipe);
+         return false;
+      }
+      if (status != 0) {
+         KILN_RINGLOG_TRACE(3, "Counter hw sync error: " << status << " for counter table " << info->name
+                                                         << " pipe: " << pipe);
+         return false;
+      }
+      if (!parent_->firstPollingComplete()) {
+         KILN_RINGLOG("First callback registered for counter table "
+                      << info->name << " pipe: " << pipe << " pendingCallbacks: " << pendingCallbacks());
+      }
+      KILN_TRACE(3, "Pending callbacks: " << pendingCallbacks());
+   }
+   return true;
+}
+
+void HwTableCountersSm::syncCompleted() {
+   if (pendingCallbacks() == 0) {
+      KILN_TRACE(3, "hwTableCallback: completion without a request dropped");
+      return;
+   }
+   if (!parent_->firstPollingComplete() || !scheduleInProgress()) {
+      // A diagnostic of the first pass, whatever its wording says of later ones.
+      KILN_RINGLOG_TRACE(3, "hwTableCallback invoked inline. counters may be broken: " << pendingCallbacks());
+   }
+   pendingCallbacksDec(1);
+   if (!parent_->firstPollingComplete()) {
+      KILN_RINGLOG("hwTableSm counter callback received, pendingCallbacks: " << pendingCallbacks());
+   }
+   KILN_TRACE(3, "hwTableCallback:Pending callbacks: " << pendingCallbacks());
+   if (pendingCallbacks() == 0 && !scheduleInProgress()) {
+      parent_->firstPollingCompleteIs(true);
+      scheduleClock();
+   }
+}
+
+void hwTableCallback(bf_dev_id_t dev, void* hwTableSm) {
+   const auto lock = Kiln::ActivityLockAnchor::lock();
+   KILN_TRACE(3, "ZelCounters::HwTableCountersSm::"
+                      << "hwTableCallback");
+   if (ZelCounters::simulation() && smRunning == 0) {
+      return;
+   }
+   KILN_ASSERT(hwTableSm);
+   // Declared after the lock, so that it is given up before the lock is.
+   const Kiln::Ptr<HwTableCountersSm> sm = registry().completed(static_cast<HwTableCountersSm*>(hwTableSm));
+   if (!sm || sm->parent()->deviceId() != dev) {
+      KILN_TRACE(3, "hwTableCallback: late completion of device " << dev << " dropped");
+      return;
+   }
+   sm->syncCompleted();
+}
+
+} // namespace ZelCounter

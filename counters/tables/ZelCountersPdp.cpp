@@ -1,0 +1,217 @@
+// The PDP class counters of a chip: their fetch and their commands.
+#include "counters/ZelCounters.h"
+#include "counters/chip/CounterTableNames.h"
+#include "counters/chip/ZelCountersTrace.h"
+#include "counters/show/TextShow.h"
+#include "kiln/Assert.h"
+#include "zl/ZelCountersIntf.h"
+
+#include <array>
+#include <set>
+
+namespace ZelCounter {
+
+namespace {
+
+using ZelQos::PdpClassId;
+using ZelQos::PdpIntfCounter;
+
+// Each pipe's block of the table: an entry for each class of each port slot.
+constexpr U32 pdpSlotsPerPipe = 73;
+constexpr U32 pdpClasses = PdpIntfCounter::classes;
+constexpr U32 pdpCounterMaxEntry = pdpSlotsPerPipe * pdpClasses - 1;
+static_assert(pdpCounterMaxEntry == 2335);
+
+const Kiln::String defaultClassName = "default";
+
+constexpr const char* title = "PDP Class Counters";
+constexpr const char* notFetched = "PDP counters not fetched yet";
+
+constexpr TableView::Column columns[] = {{"Interface", TableView::Holds::text},
+                                         {"Class", TableView::Holds::text},
+                                         {"Packets", TableView::Holds::counter}};
+
+using Line = std::array<TableView::Cell, std::size(columns)>;
+
+} // namespace
+
+// The interface's latest counts, made when the port is new; null for an empty slot.
+PdpIntfCounter* ZelCounters::pdpCounterOf(U32 localPortKey) {
+   const auto key = static_cast<U16>(localPortKey);
+   const Pelt::IntfId* const intf = chipStatus() ? chipStatus()->portToIntfId().find(key) : nullptr;
+   if (intf == nullptr) {
+      return nullptr;
+   }
+   const U16* const knownKey = pdpPortKey_.find(*intf);
+   // What was cleared at another slot says nothing of this one.
+   const bool hasMoved =
+        knownKey != nullptr && *knownKey != key && chipStatus()->portToIntfId(*knownKey) != *intf;
+   if (!pdpCountersLast().contains(*intf) || hasMoved) {
+      pdpCountersLastIs(*intf, Kiln::allocate<PdpIntfCounter>());
+      pdpCountersClearIs(*intf, Kiln::allocate<PdpIntfCounter>());
+   }
+   if (knownKey == nullptr || hasMoved) {
+      pdpPortKey_.set(*intf, key);
+   }
+   return pdpCountersLast(*intf).ptr();
+}
+
+bool ZelCounters::fetchPdpPipe(const ZlResourceInfo::ZlTableCounter& info, U32 pipe) {
+   const auto pipeId = static_cast<U16>(pipe);
+   ZelCountersIntf::ReadBuffer buffer;
+   U32 status =
+        ZelCountersIntf::counterReadIndirectStart(sessionId(), deviceId(), pipeId, info.tableHandle, &buffer);
+   if (status != 0) {
+      KILN_TRACE(4, "Indirect start error: " << status);
+      return false;
+   }
+   KILN_ASSERT_TEXT(info.size >= pdpCounterMaxEntry + 1, "info->size >= pdpCounterMaxEntry + 1");
+   PdpIntfCounter* last = nullptr;
+   for (U32 index = 0; index <= pdpCounterMaxEntry; ++index) {
+      p4_pd_counter_value value{};
+      status = ZelCountersIntf::counterReadIndirectMain(sessionId(), deviceId(), pipeId, info.tableHandle,
+                                                        index, &buffer, &value);
+      if (status != 0) {
+         KILN_TRACE(4, "Indirect main error: " << status);
+         return false;
+      }
+      const U32 pdpClass = index % pdpClasses;
+      if (pdpClass == 0) {
+         last = pdpCounterOf(pipe * ZelSystem::slotsPerPipe + index / pdpClasses);
+      }
+      if (last != nullptr) {
+         last->classCountIs(PdpClassId(pdpClass), value.packets);
+      }
+   }
+   status = ZelCountersIntf::counterReadIndirectEnd(sessionId());
+   if (status != 0) {
+      KILN_TRACE(4, "Indirect end error: " << status);
+   }
+   return status == 0;
+}
+
+void ZelCounters::fetchPdpCounters() {
+   const U32 pdpCounterTableId = zlResourceInfoIntf()->zlTableCounterIndex(TableNames::pdpClassCount);
+   KILN_ASSERT(pdpCounterTableId != 0xFFFFFFF);
+   pdpCountersFetchedIs(false);
+   if (!initializedCounter(pdpCounterTableId)) {
+      KILN_TRACE(4, "Counters not initialized yet");
+      return;
+   }
+   if (!firstPollingComplete()) {
+      KILN_TRACE(4, "First polling still pending");
+      return;
+   }
+   KILN_ASSERT_TEXT(perPipeCounter(pdpCounterTableId), "perPipeCounter( pdpCounterTableId )");
+   const ZlResourceInfo::ZlTableCounter* const info = zlResourceInfoIntf()->zlTableCounter(pdpCounterTableId);
+   KILN_ASSERT(info);
+   KILN_ASSERT(!info->direct);
+   KILN_ASSERT(info->packets);
+   for (U32 pipe = 0; pipe <= highestPipe(); ++pipe) {
+      if (!fetchPdpPipe(*info, pipe)) {
+         return;
+      }
+   }
+   pdpCountersFetchedIs(true);
+   KILN_TRACE(4, "ZelCounters::"
+                      << "fetchPdpCounters"
+                      << " complete");
+}
+
+void ZelCounters::printPdpCountersHeader(U32 fd) {
+   TextShow(fd, echo()).tableBegin({title, columns, TableLayout::pdpInterface});
+}
+
+bool ZelCounters::printPdpClassCountLine(U32 fd, const Kiln::String& intfName, const Kiln::String& className,
+                                         U64 count, bool headerDisplayed, bool nonZeroOnly) {
+   if (nonZeroOnly && count == 0) {
+      return headerDisplayed;
+   }
+   const bool owesHeader = nonZeroOnly && !headerDisplayed;
+   TextShow out(fd, echo());
+   out.tableBegin({title, columns, TableLayout::pdpInterface,
+                   owesHeader ? HeadingTime::withFirstRow : HeadingTime::before});
+   out.row(Line{intfName, className, count});
+   return headerDisplayed || owesHeader;
+}
+
+bool ZelCounters::showPdpIntfCounters(U32 fd, const Pelt::IntfId& intf, bool headerDisplayed,
+                                      bool nonZeroOnly, bool footer) {
+   TextShow out(fd, echo());
+   return showPdpIntfCounters(out, intf, headerDisplayed, nonZeroOnly, footer);
+}
+
+bool ZelCounters::showPdpIntfCounters(ShowOutput& out, const Pelt::IntfId& intf, bool headerDisplayed,
+                                      bool nonZeroOnly, bool footer) {
+   if (!pdpCountersFetched()) {
+      out.noTable(title, notFetched);
+      return headerDisplayed;
+   }
+   out.tableBegin({title, columns, TableLayout::pdpInterface,
+                   headerDisplayed ? HeadingTime::before : HeadingTime::withFirstRow});
+   const bool hasRows = pdpRows(out, intf, nonZeroOnly);
+   out.tableEnd(footer);
+   return headerDisplayed || hasRows;
+}
+
+// True when there were any.
+bool ZelCounters::pdpRows(ShowOutput& out, const Pelt::IntfId& intf, bool nonZeroOnly) {
+   const Kiln::Ptr<PdpIntfCounter> last = pdpCountersLast(intf);
+   KILN_ASSERT(last);
+   const Kiln::Ptr<PdpIntfCounter> clear = pdpCountersClear(intf);
+   KILN_ASSERT(clear);
+   bool hasRows = false;
+   const auto addClass = [&](const Kiln::String& className, PdpClassId pdpClass) {
+      const U64 count = last->classCount(pdpClass) - clear->classCount(pdpClass);
+      if (!nonZeroOnly || count != 0) {
+         out.row(Line{intf.text(), className, count});
+         hasRows = true;
+      }
+   };
+   PdpClassId defaultClass;
+   if (const auto& mapping = systemStatus()->qosToZelPdpClassMapping()) {
+      for (const auto& [className, pdpClass] : mapping->zelPdpClass()) {
+         addClass(className, pdpClass);
+      }
+      defaultClass = mapping->zelPdpClass(defaultClassName);
+   }
+   addClass(defaultClassName, defaultClass);
+   KILN_TRACE(8, "Show pdp intf counters complete");
+   return hasRows;
+}
+
+void ZelCounters::showAllPdpIntfCounters(U32 fd, bool nonZeroOnly) {
+   TextShow out(fd, echo());
+   showAllPdpIntfCounters(out, nonZeroOnly);
+}
+
+void ZelCounters::showAllPdpIntfCounters(ShowOutput& out, bool nonZeroOnly) {
+   if (!pdpCountersFetched()) {
+      out.noTable(title, notFetched);
+      return;
+   }
+   std::set<Pelt::IntfId> interfaces;
+   if (chipStatus()) {
+      for (const auto& [key, intf] : chipStatus()->portToIntfId()) {
+         if (pdpCountersLast().contains(intf) && systemStatus()->portInfo(intf).devId == deviceId()) {
+            interfaces.insert(intf);
+         }
+      }
+   }
+   out.tableBegin({title, columns, TableLayout::pdpAll, HeadingTime::withFirstRow});
+   for (const Pelt::IntfId& intf : interfaces) {
+      pdpRows(out, intf, nonZeroOnly);
+   }
+   out.tableEnd();
+}
+
+void ZelCounters::clearAllPdpIntfCounters(U32) {
+   for (const auto& [intf, last] : pdpCountersLast()) {
+      if (!pdpCountersClear().contains(intf)) {
+         pdpCountersClearIs(intf, Kiln::allocate<PdpIntfCounter>());
+      }
+      pdpCountersClear(intf)->classCountsAre(last->classCount());
+   }
+}
+
+} // namespace ZelCounter

@@ -1,0 +1,364 @@
+// The table counter commands of a chip.
+#include "counters/ZelCounters.h"
+#include "counters/chip/CounterTableNames.h"
+#include "counters/chip/ZelCountersTrace.h"
+#include "counters/show/TextShow.h"
+#include "kiln/Assert.h"
+#include "sdk/pipe_mgr.h"
+#include "zl/ZelCountersIntf.h"
+
+#include <array>
+#include <cstdio>
+#include <string>
+
+namespace ZelCounter {
+
+namespace {
+
+using ZlResourceInfo::ZlCounterFieldId;
+using ZlResourceInfo::ZlTableCounter;
+
+constexpr U32 statusNotSupported = 17;
+constexpr U32 printedIndexMask = 0x3FFFFFFF;
+
+using Holds = TableView::Holds;
+
+constexpr TableView::Column catalogueColumns[] = {
+     {"Id", Holds::number}, {"Counter", Holds::text},  {"Handle", Holds::text},    {"Size", Holds::number},
+     {"Type", Holds::text}, {"Per-pipe", Holds::text}, {"Pkts/Bytes", Holds::text}};
+constexpr TableView::Column indirectColumns[] = {
+     {"Index", Holds::number}, {"Packets", Holds::counter}, {"Bytes", Holds::counter}};
+constexpr TableView::Column detailsColumn{"Details", Holds::text};
+constexpr TableView::Column packetsColumn{"Packets", Holds::counter};
+constexpr TableView::Column bytesColumn{"Bytes", Holds::counter};
+
+// A direct table shows what it counts.
+std::vector<TableView::Column> directColumns(const ZlTableCounter& info) {
+   if (info.packets && info.bytes) {
+      return {detailsColumn, packetsColumn, bytesColumn};
+   }
+   return {detailsColumn, info.packets ? packetsColumn : bytesColumn};
+}
+
+Kiln::String hexText(U32 number) {
+   char digits[16];
+   std::snprintf(digits, sizeof digits, "%X", number);
+   return digits;
+}
+
+Kiln::String yesNo(bool truth) {
+   return truth ? "Y" : "N";
+}
+
+// A table's place in the SDK: what its reads and writes are addressed by.
+struct TableTarget {
+   U32 session;
+   U32 device;
+   U16 pipe;
+   U32 handle;
+};
+
+// Calls visit for each match entry until it returns false.
+template <class Visit>
+void forEachMatchEntry(const TableTarget& table, Visit visit) {
+   const dev_target_t target{static_cast<bf_dev_id_t>(table.device), table.pipe};
+   int entry = PIPE_MAT_ENT_HDL_NONE;
+   pipe_status_t status = pipe_mgr_get_first_entry_handle(table.session, table.handle, target, &entry);
+   while (status == 0 && entry != PIPE_MAT_ENT_HDL_NONE && visit(entry)) {
+      int next = PIPE_MAT_ENT_HDL_NONE;
+      status = pipe_mgr_get_next_entry_handles(table.session, table.handle, target, entry, 1, &next);
+      entry = next;
+   }
+}
+
+// Whether what the table shows of a value is all zero.
+bool isZero(const ZlTableCounter& info, const p4_pd_counter_value& value) {
+   return (!info.packets || value.packets == 0) && ((info.packets && !info.bytes) || value.bytes == 0);
+}
+
+std::vector<TableView::Cell> directCells(const ZlTableCounter& info, const Kiln::String& details,
+                                         const p4_pd_counter_value& value) {
+   std::vector<TableView::Cell> cells{details};
+   if (info.packets) {
+      cells.emplace_back(U64{value.packets});
+   }
+   if (info.bytes) {
+      cells.emplace_back(U64{value.bytes});
+   }
+   return cells;
+}
+
+Kiln::String readError(U32 status) {
+   return "Got error " + std::to_string(static_cast<int>(status)) + " retrieving the counters";
+}
+
+// What ends a read and is nothing to tell people of.
+void traceError(ShowOutput& out, const char* what, U32 status) {
+   KILN_TRACE(8, what << status);
+   out.unprintedNote(what + std::to_string(status));
+}
+
+} // namespace
+
+U32 ZelCounters::countersNum() const {
+   return zlResourceInfoIntf() ? zlResourceInfoIntf()->zlTableCountersNum() : 0;
+}
+
+ZelCounters::PipeRange ZelCounters::tablePipes(U32 tableId) const {
+   constexpr U32 all = ZelId::ZelPipeId::allPipes();
+   return perPipeCounter(tableId) ? PipeRange{0, highestPipe()} : PipeRange{all, all};
+}
+
+void ZelCounters::showCountersInfo(U32 fd) {
+   TextShow out(fd, echo());
+   showCountersInfo(out);
+}
+
+void ZelCounters::showCountersInfo(ShowOutput& out) {
+   out.tableBegin({"Counter tables", catalogueColumns, TableLayout::catalogue});
+   const std::vector<ZlTableCounter>* const zlCounters =
+        zlResourceInfoIntf() ? zlResourceInfoIntf()->zlTableCounters() : nullptr;
+   KILN_ASSERT(zlCounters);
+   for (U32 id = 0; id < countersNum(); ++id) {
+      const ZlTableCounter& info = (*zlCounters)[id];
+      out.row(std::array<TableView::Cell, std::size(catalogueColumns)>{
+           U64{id}, info.name, hexText(info.tableHandle), U64{info.size}, info.direct ? "direct" : "indirect",
+           yesNo(perPipeCounter(id)), yesNo(info.packets) + "/" + yesNo(info.bytes)});
+   }
+   out.tableEnd();
+}
+
+void ZelCounters::showTableCounters(U32 fd, U32 tableId, bool nonZeroOnly) {
+   TextShow out(fd, echo());
+   showTableCounters(out, tableId, nonZeroOnly);
+}
+
+void ZelCounters::showTableCountersPipe(U32 fd, U32 tableId, ZelId::ZelPipeId pipeId, bool nonZeroOnly) {
+   TextShow out(fd, echo());
+   showTableCountersPipe(out, tableId, pipeId, nonZeroOnly);
+}
+
+void ZelCounters::showAllTableCounters(U32 fd, bool nonZeroOnly) {
+   TextShow out(fd, echo());
+   showAllTableCounters(out, nonZeroOnly);
+}
+
+void ZelCounters::showAllTableCounters(ShowOutput& out, bool nonZeroOnly) {
+   for (U32 id = 0; id < countersNum() && out.ok(); ++id) {
+      showTableCounters(out, id, nonZeroOnly);
+   }
+}
+
+void ZelCounters::showTableCounters(ShowOutput& out, U32 tableId, bool nonZeroOnly) {
+   if (!initializedCounter(tableId)) {
+      showUninitialized(out, tableId, ZelId::ZelPipeId::allPipes());
+      return;
+   }
+   const PipeRange range = tablePipes(tableId);
+   for (U32 pipe = range.first; pipe <= range.last && out.ok(); ++pipe) {
+      showTableCountersPipe(out, tableId, static_cast<U16>(pipe), nonZeroOnly);
+      out.blankLine();
+   }
+}
+
+void ZelCounters::showTableCountersPipe(ShowOutput& out, U32 tableId, ZelId::ZelPipeId pipeId,
+                                        bool nonZeroOnly) {
+   if (!initializedCounter(tableId)) {
+      KILN_TRACE(8, "Counters not initialized yet");
+      showUninitialized(out, tableId, pipeId);
+      return;
+   }
+   if (!firstPollingComplete()) {
+      KILN_TRACE(8, "First polling still pending");
+      showUninitialized(out, tableId, pipeId);
+      return;
+   }
+   KILN_ASSERT_TEXT(tableId < countersNum(), "tableId < countersNum");
+   const ZlTableCounter* const info = zlResourceInfoIntf()->zlTableCounter(tableId);
+   KILN_ASSERT(info);
+   if (perPipeCounter(tableId)) {
+      KILN_ASSERT(pipeId != ZelId::ZelPipeId::allPipes());
+   } else if (pipeId < ZelId::ZelPipeId::allPipes()) {
+      out.noTable(tableTitle(*info, pipeId), symmetricText);
+      return;
+   }
+   if (info->direct) {
+      showDirectTable(out, info, pipeId, nonZeroOnly);
+   } else {
+      showIndirectTable(out, *info, pipeId, nonZeroOnly);
+   }
+}
+
+Kiln::String ZelCounters::tableTitle(const ZlTableCounter& info, ZelId::ZelPipeId pipeId) const {
+   return (info.direct ? "Table: " : "Counter: ") + info.name + ", DevId: " + std::to_string(deviceId()) +
+          ", PipeId: " + hexText(pipeId);
+}
+
+void ZelCounters::showUninitialized(ShowOutput& out, U32 tableId, ZelId::ZelPipeId pipeId) const {
+   const Kiln::String number = "Counter table " + std::to_string(static_cast<int>(tableId));
+   const ZlTableCounter* const info =
+        tableId < countersNum() ? zlResourceInfoIntf()->zlTableCounter(tableId) : nullptr;
+   out.noTable(info != nullptr ? tableTitle(*info, pipeId) : number, number + " not initialized yet");
+}
+
+Kiln::String ZelCounters::entryDetails(U32 tableHandle, S32 entry) const {
+   return context_.zlPdIntf
+               ? context_.zlPdIntf->counterDecodeMatch(sessionId(), deviceId(), tableHandle, entry)
+               : Kiln::String();
+}
+
+void ZelCounters::showDirectTable(ShowOutput& out, const ZlTableCounter* info, ZelId::ZelPipeId pipeId,
+                                  bool nonZeroOnly) {
+   if (!info->packets) {
+      KILN_ASSERT(info->bytes);
+   }
+   const std::vector<TableView::Column> columns = directColumns(*info);
+   out.tableBegin({tableTitle(*info, pipeId), columns, TableLayout::directTable});
+   out.tableEnd(directRows(out, *info, pipeId, nonZeroOnly));
+}
+
+// True when the whole table was read.
+bool ZelCounters::directRows(ShowOutput& out, const ZlTableCounter& info, ZelId::ZelPipeId pipeId,
+                             bool nonZeroOnly) const {
+   const TableTarget table{sessionId(), deviceId(), pipeId, info.tableHandle};
+   ZelCountersIntf::ReadBuffer buffer;
+   U32 count = 0;
+   U32 status = ZelCountersIntf::counterReadDirectStart(table.session, table.device, table.pipe, table.handle,
+                                                        &buffer, &count);
+   if (status != 0) {
+      traceError(out, "Direct start error: ", status);
+      return false;
+   }
+   forEachMatchEntry(table, [&](int entry) {
+      KILN_TRACE(8, "Read counters, entry " << entry);
+      p4_pd_counter_value value{};
+      status = ZelCountersIntf::counterReadDirectMain(table.session, table.device, table.pipe, table.handle,
+                                                      entry, count, &buffer, &value);
+      if (status != 0) {
+         out.note(readError(status));
+      } else if (!nonZeroOnly || !isZero(info, value)) {
+         out.row(directCells(info, entryDetails(table.handle, entry), value));
+      }
+      return status == 0 && out.ok();
+   });
+   if (status != 0) {
+      return false;
+   }
+   status = ZelCountersIntf::counterReadDirectEnd(table.session);
+   if (status != 0) {
+      traceError(out, "Direct end error: ", status);
+   }
+   return status == 0;
+}
+
+void ZelCounters::showIndirectTable(ShowOutput& out, const ZlTableCounter& info, ZelId::ZelPipeId pipeId,
+                                    bool nonZeroOnly) {
+   out.tableBegin({tableTitle(info, pipeId), indirectColumns, TableLayout::indirectTable});
+   indirectRows(out, info, pipeId, nonZeroOnly);
+   out.tableEnd();
+}
+
+void ZelCounters::indirectRows(ShowOutput& out, const ZlTableCounter& info, ZelId::ZelPipeId pipeId,
+                               bool nonZeroOnly) const {
+   const TableTarget table{sessionId(), deviceId(), pipeId, info.tableHandle};
+   ZelCountersIntf::ReadBuffer buffer;
+   U32 status = ZelCountersIntf::counterReadIndirectStart(table.session, table.device, table.pipe,
+                                                          table.handle, &buffer);
+   if (status != 0) {
+      traceError(out, "Indirect start error: ", status);
+      return;
+   }
+   const TableView::Cell notCounted = "N/A";
+   // Used for every row, since there may be tens of thousands.
+   std::array<TableView::Cell, std::size(indirectColumns)> cells{U64{0}, notCounted, notCounted};
+   for (U32 index = 0; index < info.size && out.ok(); ++index) {
+      p4_pd_counter_value value{};
+      status = ZelCountersIntf::counterReadIndirectMain(table.session, table.device, table.pipe, table.handle,
+                                                        index, &buffer, &value);
+      if (status != 0) {
+         out.note(readError(status));
+         return;
+      }
+      if (nonZeroOnly && isZero(info, value)) {
+         continue;
+      }
+      cells[0] = U64{index & printedIndexMask};
+      if (info.packets) {
+         cells[1] = U64{value.packets};
+      }
+      if (info.bytes || !info.packets) {
+         cells[2] = U64{value.bytes};
+      }
+      out.row(cells);
+   }
+   status = ZelCountersIntf::counterReadIndirectEnd(table.session);
+   if (status != 0) {
+      traceError(out, "Indirect end error: ", status);
+   }
+   KILN_TRACE(8, "Show table counters complete");
+}
+
+const char* ZelCounters::otherClear(const ZlTableCounter& info) const {
+   const auto handleOf = [this](const Kiln::String& name) {
+      return zlResourceInfoIntf()->zlTableCounterField(name, ZlCounterFieldId::tableHandle);
+   };
+   const auto isWherePresent = [&](const Kiln::String& name) {
+      return zlResourceInfoIntf()->zlTableCounterIndex(name) != ZlResourceInfo::notFound &&
+             handleOf(name) == info.tableHandle;
+   };
+   if (info.tableHandle == handleOf(TableNames::egressPortQueueCount)) {
+      return "'clear INTF' at the agent's console, for an interface's queues";
+   }
+   if (info.tableHandle == handleOf(TableNames::pdpClassCount)) {
+      return "'clear pdp'";
+   }
+   if (isWherePresent(TableNames::ingL2DomainCounters) || isWherePresent(TableNames::egrL2DomainCounters)) {
+      return "'clear INTF' at the agent's console, for a VLAN interface";
+   }
+   return nullptr;
+}
+
+void ZelCounters::clearTableCounters(U32, U32 tableId, ZelId::ZelPipeId pipeId) {
+   KILN_ASSERT(zlResourceInfoIntf());
+   KILN_ASSERT(tableId < (U32)zlResourceInfoIntf()->zlTableCountersNum());
+   const ZlTableCounter* const info = zlResourceInfoIntf()->zlTableCounter(tableId);
+   KILN_ASSERT(info);
+   if (otherClear(*info) != nullptr) {
+      KILN_TRACE(8, "Counter: " << info->name << " skipping clear command");
+      return;
+   }
+   dropTableWritten(*info, pipeId);
+   KILN_TRACE(8, "Counter: " << info->name << ", handle: " << info->tableHandle << ", size: " << info->size
+                             << ", direct: " << info->direct << ", pkts/bytes: " << info->packets << "/"
+                             << info->bytes);
+   const TableTarget table{sessionId(), deviceId(), pipeId, info->tableHandle};
+   U32 status = 0;
+   const p4_pd_counter_value zero{};
+   if (info->direct) {
+      forEachMatchEntry(table, [&](int entry) {
+         status = ZelCountersIntf::counterWriteDirect(table.session, table.device, table.pipe, table.handle,
+                                                      entry, zero);
+         return status == 0;
+      });
+   } else {
+      for (U32 index = 0; index < info->size && status == 0; ++index) {
+         status = ZelCountersIntf::counterWriteIndirect(table.session, table.device, table.pipe, table.handle,
+                                                        index, zero);
+      }
+   }
+   if (status != 0 && status != statusNotSupported) {
+      KILN_TRACE(8, "Counter set result: " << status);
+      KILN_ASSERT(status == 0);
+   }
+}
+
+void ZelCounters::clearAllTableCounters(U32 fd) {
+   for (U32 id = 0; id < countersNum(); ++id) {
+      const PipeRange range = tablePipes(id);
+      for (U32 pipe = range.first; pipe <= range.last; ++pipe) {
+         clearTableCounters(fd, id, static_cast<U16>(pipe));
+      }
+   }
+}
+
+} // namespace ZelCounter
