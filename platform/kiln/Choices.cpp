@@ -6,6 +6,15 @@
 
 namespace Kiln {
 
+String joined(const std::vector<String>& all, std::string_view separator) {
+   String text;
+   for (std::size_t i = 0; i < all.size(); ++i) {
+      text += i == 0 ? "" : separator;
+      text += all[i];
+   }
+   return text;
+}
+
 String quoted(std::string_view word) {
    constexpr std::size_t shown = 40;
    String text = "'" + String(word.substr(0, shown));

@@ -216,7 +216,7 @@ class CommandFuzzTest : public ZelTest::AgentTest {
       const U64 number = draw_.below(8);
       const String chip = number < 4 ? "Zel0" : "Zel1";
       const Pelt::IntfId intf(Kiln::Name("Ethernet" + std::to_string(1 + number)));
-      const auto devicePort = static_cast<U16>(draw_.below(2 * ZelSystem::slotsPerPipe));
+      const auto devicePort = static_cast<U16>(draw_.below(2 * ZlPort::slotsPerPipe));
       try {
          switch (draw_.below(6)) {
          case 0:
