@@ -1,7 +1,7 @@
 // Where the chip counts the frames that it drops, and that none gets lost in between.
 #include "sdk/bf_pipe.h"
 #include "sdk/bf_tm.h"
-#include "tests/softchip/Rig.h"
+#include "tests/softchip/SoftChipRig.h"
 
 #include <functional>
 #include <gmock/gmock.h>
@@ -13,7 +13,7 @@ namespace {
 using Drops = std::map<Kiln::String, U64>; // by "POINT/REASON of port N", or a stage's name
 
 // Ports 0, 1 and 7 are in pipe 0, 128 in pipe 1; port 7 is a slow one.
-class DropsTest : public Rig {
+class DropsTest : public ZelTest::SoftChipRig {
  protected:
    DropsTest() { start(); }
 
