@@ -4,8 +4,8 @@ find_package(Threads REQUIRED)
 
 add_library(zel_build_flags INTERFACE)
 target_compile_options(zel_build_flags INTERFACE
-  -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-qual -Wconversion -Wsign-conversion -Werror
-  -fno-omit-frame-pointer)
+  -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-qual -Wconversion -Wsign-conversion
+  $<$<BOOL:${ZEL_WERROR}>:-Werror> -fno-omit-frame-pointer)
 if(ZEL_SANITIZE)
   # Enough for a report's line numbers, in two thirds of the compile time.
   add_compile_options(-O1 -g1)

@@ -177,7 +177,7 @@ class CommandFuzz : public ZelTest::AgentRig {
       const U64 number = random_.below(8);
       const String chip = number < 4 ? "Zel0" : "Zel1";
       const Pelt::IntfId intf(Kiln::Name("Ethernet" + std::to_string(1 + number)));
-      const auto devicePort = static_cast<U16>(random_.below(2 * ZelSystem::slotsPerPipe));
+      const auto devicePort = static_cast<U16>(random_.below(2 * ZlPort::slotsPerPipe));
       try {
          switch (random_.below(6)) {
          case 0:

@@ -297,12 +297,12 @@ TEST_F(CommandChannel, OfSeveralAgentsAtOnceOneGetsTheStaleSocket) {
    constexpr int agents = 4;
    for (int round = 0; round < 200; ++round) {
       const Agent::SocketAddress address(path_);
-      const Agent::OwnedFd dead(socket(AF_UNIX, SOCK_STREAM, 0));
-      ASSERT_EQ(bind(dead.fd, address.any(), address.length()), 0);
+      const Kiln::OwnedFd dead(socket(AF_UNIX, SOCK_STREAM, 0));
+      ASSERT_EQ(bind(dead.fd(), address.any(), address.length()), 0);
       std::atomic<int> waiting{agents};
-      std::vector<int> sockets(agents, -1);
+      std::vector<Kiln::OwnedFd> sockets(agents);
       std::vector<std::thread> starts;
-      for (int& made : sockets) {
+      for (Kiln::OwnedFd& made : sockets) {
          starts.emplace_back([&] {
             --waiting;
             while (waiting > 0) {
@@ -318,9 +318,8 @@ TEST_F(CommandChannel, OfSeveralAgentsAtOnceOneGetsTheStaleSocket) {
          one.join();
       }
       int listening = 0;
-      for (const int fd : sockets) {
-         listening += fd >= 0;
-         close(fd);
+      for (const Kiln::OwnedFd& one : sockets) {
+         listening += one.isOpen();
       }
       ASSERT_EQ(listening, 1) << "round " << round;
       unlink(path_.c_str());
