@@ -4,7 +4,7 @@
 #include "kiln/Name.h"
 #include "kiln/Ptr.h"
 
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <thread>
 
 namespace {
