@@ -4,7 +4,6 @@
 #include "apps/zelctl/terminal/Utf8.h"
 #include "tests/support/TemporaryFolder.h"
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
