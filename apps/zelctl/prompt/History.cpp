@@ -1,4 +1,5 @@
-// The history file: one line an entry, added to as lines come, cut back when a session begins.
+// The history file: one line an entry, added to as lines come, cut back when a session begins. libedit's own way to
+// keep a history writes all of it anew, and with it away what other sessions added.
 #include "apps/zelctl/prompt/History.h"
 
 #include "apps/zelctl/terminal/Utf8.h"
@@ -7,6 +8,8 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <histedit.h>
+#include <new>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -32,10 +35,19 @@ bool write(const String& path, int flags, const String& text) {
 
 } // namespace
 
-History::History(String path) : path_(std::move(path)) {
+History::History(String path) : path_(std::move(path)), lines_(history_init()) {
+   HistEvent event;
+   if (lines_ == nullptr || history(lines_, &event, H_SETSIZE, static_cast<int>(limit)) < 0 ||
+       history(lines_, &event, H_SETUNIQUE, 1) < 0) {
+      throw std::bad_alloc();
+   }
    if (!path_.empty()) {
       load();
    }
+}
+
+History::~History() {
+   history_end(lines_);
 }
 
 void History::load() {
@@ -45,10 +57,7 @@ void History::load() {
    for (String line; std::getline(file, line); ++inFile) {
       // Whatever else is in the file must not reach the terminal.
       if (!line.empty() && printable(line) == line) {
-         lines_.push_back(line);
-      }
-      if (lines_.size() > limit) {
-         lines_.erase(lines_.begin());
+         enter(line);
       }
    }
    if (inFile > slack * limit) {
@@ -56,9 +65,24 @@ void History::load() {
    }
 }
 
+// False when it repeats the last one.
+bool History::enter(const String& line) {
+   HistEvent event;
+   return history(lines_, &event, H_ENTER, line.c_str()) > 0;
+}
+
+std::vector<String> History::lines() const {
+   std::vector<String> all;
+   HistEvent event;
+   for (int found = history(lines_, &event, H_LAST); found >= 0; found = history(lines_, &event, H_PREV)) {
+      all.emplace_back(event.str);
+   }
+   return all;
+}
+
 void History::rewrite() const {
    String text;
-   for (const String& line : lines_) {
+   for (const String& line : lines()) {
       text += line + "\n";
    }
    const String fresh = path_ + "." + std::to_string(getpid());
@@ -68,14 +92,7 @@ void History::rewrite() const {
 }
 
 void History::add(const String& line) {
-   if (line.find_first_not_of(' ') == String::npos || (!lines_.empty() && lines_.back() == line)) {
-      return;
-   }
-   lines_.push_back(line);
-   if (lines_.size() > limit) {
-      lines_.erase(lines_.begin());
-   }
-   if (path_.empty()) {
+   if (line.find_first_not_of(' ') == String::npos || !enter(line) || path_.empty()) {
       return;
    }
    const std::filesystem::path folder = std::filesystem::path(path_).parent_path();

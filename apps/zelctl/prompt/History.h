@@ -5,6 +5,8 @@
 
 #include <vector>
 
+struct history;
+
 namespace ZelCtl {
 
 // Sessions that run side by side all add to the file; each sees what the others added when it begins. What
@@ -15,11 +17,17 @@ class History {
 
    // An empty path keeps lines for this session only.
    explicit History(Kiln::String path);
+   History(const History&) = delete;
+   History& operator=(const History&) = delete;
+   ~History();
 
    // Not if it is blank or repeats the last one.
    void add(const Kiln::String& line);
 
-   const std::vector<Kiln::String>& lines() const { return lines_; } // oldest first
+   std::vector<Kiln::String> lines() const; // oldest first
+
+   // The same, as the line editor walks them.
+   history* list() { return lines_; }
 
    // zelctl/history below $XDG_STATE_HOME, else below ~/.local/state; empty when neither is an absolute path.
    static Kiln::String defaultPath();
@@ -27,9 +35,10 @@ class History {
  private:
    void load();
    void rewrite() const;
+   bool enter(const Kiln::String& line);
 
    Kiln::String path_;
-   std::vector<Kiln::String> lines_;
+   history* lines_;
 };
 
 } // namespace ZelCtl
