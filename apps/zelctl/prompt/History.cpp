@@ -3,6 +3,7 @@
 #include "apps/zelctl/prompt/History.h"
 
 #include "apps/zelctl/terminal/Utf8.h"
+#include "kiln/OwnedFd.h"
 
 #include <cstdlib>
 #include <fcntl.h>
@@ -23,14 +24,14 @@ constexpr mode_t ownerOnly = 0600;
 
 // False when not all of it was written.
 bool write(const String& path, int flags, const String& text) {
-   const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | flags, ownerOnly);
-   if (fd < 0) {
+   Kiln::OwnedFd file(open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | flags, ownerOnly));
+   if (!file.isOpen()) {
       return false;
    }
    // One that was there may have been readable by others.
-   const bool isWritten = fchmod(fd, ownerOnly) == 0 &&
-                          ::write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
-   return close(fd) == 0 && isWritten;
+   const bool isWritten = fchmod(file.fd(), ownerOnly) == 0 &&
+                          ::write(file.fd(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
+   return close(file.release()) == 0 && isWritten;
 }
 
 } // namespace

@@ -236,7 +236,8 @@ unsigned char LineEditor::complete() {
    if (candidates.size() < 2) {
       return CC_ERROR;
    }
-   put("\n\x1b[J" + inColumns(candidates));
+   put("\n\x1b[J");
+   put(inColumns(candidates));
    drawAnew(line_);
    return CC_NORM;
 }

@@ -2,7 +2,6 @@
 #include "apps/zelctl/terminal/Terminal.h"
 
 #include <cerrno>
-#include <chrono>
 #include <cmath>
 #include <cstdlib>
 #include <poll.h>
@@ -74,10 +73,6 @@ Woken waitFor(Signals* signals, bool keys, double seconds) {
 bool readsEndKey() {
    char key = 0;
    return read(STDIN_FILENO, &key, 1) != 1 || key == 'q' || key == 'Q';
-}
-
-double monotonicSeconds() {
-   return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
 }
 
 } // namespace ZelCtl

@@ -53,6 +53,4 @@ Woken waitFor(Signals* signals, bool keys, double seconds);
 // does.
 bool readsEndKey();
 
-double monotonicSeconds();
-
 } // namespace ZelCtl

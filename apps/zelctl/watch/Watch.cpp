@@ -5,6 +5,7 @@
 #include "apps/zelctl/terminal/Utf8.h"
 #include "apps/zelctl/watch/WatchText.h"
 #include "kiln/Choices.h"
+#include "kiln/Time.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -57,7 +58,8 @@ class Watcher {
 
    int run() {
       int status = 0;
-      for (double due = monotonicSeconds(); !isOver_; due = std::max(due, monotonicSeconds())) {
+      for (double due = Kiln::System::monotonicTime(); !isOver_;
+           due = std::max(due, Kiln::System::monotonicTime())) {
          status = runRound();
          due += request_.interval;
          pauseUntil(due);
@@ -84,7 +86,7 @@ class Watcher {
          return 1;
       }
       if (error_.empty()) {
-         const double now = monotonicSeconds();
+         const double now = Kiln::System::monotonicTime();
          sinceLast_ = lastRound_ ? now - *lastRound_ : 0;
          lastRound_ = now;
          tables_ = changes_.compare(round.tables, now);
@@ -142,7 +144,7 @@ class Watcher {
    void pauseUntil(double due) {
       bool isDue = false;
       while (!isOver_ && !isDue) { // once at least, since a round may take longer than the interval
-         const double left = std::max(0.0, due - monotonicSeconds());
+         const double left = std::max(0.0, due - Kiln::System::monotonicTime());
          isDue = left == 0;
          const Woken woken = waitFor(signals_, screen_ && screen_->hasKeys(), left);
          isOver_ = woken.readerGone || signals_->isBreaking() || (woken.byKeys && readsEndKey());
