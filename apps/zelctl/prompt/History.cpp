@@ -36,19 +36,15 @@ bool write(const String& path, int flags, const String& text) {
 
 } // namespace
 
-History::History(String path) : path_(std::move(path)), lines_(history_init()) {
+History::History(String path) : path_(std::move(path)), lines_(history_init(), history_end) {
    HistEvent event;
-   if (lines_ == nullptr || history(lines_, &event, H_SETSIZE, static_cast<int>(limit)) < 0 ||
-       history(lines_, &event, H_SETUNIQUE, 1) < 0) {
+   if (lines_ == nullptr || history(lines_.get(), &event, H_SETSIZE, static_cast<int>(limit)) < 0 ||
+       history(lines_.get(), &event, H_SETUNIQUE, 1) < 0) {
       throw std::bad_alloc();
    }
    if (!path_.empty()) {
       load();
    }
-}
-
-History::~History() {
-   history_end(lines_);
 }
 
 void History::load() {
@@ -69,13 +65,14 @@ void History::load() {
 // False when it repeats the last one.
 bool History::enter(const String& line) {
    HistEvent event;
-   return history(lines_, &event, H_ENTER, line.c_str()) > 0;
+   return history(lines_.get(), &event, H_ENTER, line.c_str()) > 0;
 }
 
 std::vector<String> History::lines() const {
    std::vector<String> all;
    HistEvent event;
-   for (int found = history(lines_, &event, H_LAST); found >= 0; found = history(lines_, &event, H_PREV)) {
+   for (int found = history(lines_.get(), &event, H_LAST); found >= 0;
+        found = history(lines_.get(), &event, H_PREV)) {
       all.emplace_back(event.str);
    }
    return all;

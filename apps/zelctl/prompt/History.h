@@ -3,6 +3,7 @@
 
 #include "kiln/Types.h"
 
+#include <memory>
 #include <vector>
 
 struct history;
@@ -17,9 +18,6 @@ class History {
 
    // An empty path keeps lines for this session only.
    explicit History(Kiln::String path);
-   History(const History&) = delete;
-   History& operator=(const History&) = delete;
-   ~History();
 
    // Not if it is blank or repeats the last one.
    void add(const Kiln::String& line);
@@ -27,7 +25,9 @@ class History {
    std::vector<Kiln::String> lines() const; // oldest first
 
    // The same, as the line editor walks them.
-   history* list() { return lines_; }
+   struct history* list() {
+      return lines_.get();
+   }
 
    // zelctl/history below $XDG_STATE_HOME, else below ~/.local/state; empty when neither is an absolute path.
    static Kiln::String defaultPath();
@@ -38,7 +38,7 @@ class History {
    bool enter(const Kiln::String& line);
 
    Kiln::String path_;
-   history* lines_;
+   std::unique_ptr<struct history, void (*)(struct history*)> lines_;
 };
 
 } // namespace ZelCtl

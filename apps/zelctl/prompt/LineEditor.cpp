@@ -12,6 +12,7 @@
 #include <histedit.h>
 #include <stdexcept>
 #include <unistd.h>
+#include <utility>
 
 namespace ZelCtl {
 
@@ -32,50 +33,30 @@ void drawAnew(EditLine* line) {
 }
 
 // Keys without a letter come as ESC, '[' or 'O', parameters, and a byte that says which key. libedit would
-// look each of them up whole, and take the rest of an unknown one for typed text.
+// look each of them up whole, and take the rest of an unknown one for typed text. Arrows mean the same with
+// Shift, Alt or Ctrl, which are in the parameters.
 unsigned char takeSequence(EditLine* line, int /*key*/) {
-   String parameters;
+   constexpr std::pair<std::string_view, const wchar_t*> meanings[] = {
+        {"A", L"\x10"}, {"B", L"\x0e"},  {"C", L"\x06"},  {"D", L"\x02"},  // Ctrl-P, Ctrl-N, Ctrl-F, Ctrl-B
+        {"H", L"\x01"}, {"1~", L"\x01"}, {"7~", L"\x01"},                  // Ctrl-A
+        {"F", L"\x05"}, {"4~", L"\x05"}, {"8~", L"\x05"}, {"3~", L"\x04"}, // Ctrl-E, Ctrl-D
+   };
+   String name;
    wchar_t key = 0;
    while (el_wgetc(line, &key) == 1 && key >= L'0' && key <= L'?') {
-      parameters += static_cast<char>(key);
+      name += static_cast<char>(key);
    }
    if (key < L' ') { // broken off by a key that means something of its own
-      const wchar_t text[] = {key, L'\0'};
-      el_wpush(line, text);
+      el_wpush(line, std::wstring{key}.c_str());
       return CC_NORM;
    }
+   name = key == L'~' ? name + '~' : String(1, static_cast<char>(key));
    const LineInfoW* const shown = el_wline(line);
-   const bool isFirst = parameters == "1" || parameters == "7";
-   const bool isLast = parameters == "4" || parameters == "8";
-   const bool erases = parameters == "3" && shown->cursor != shown->lastchar; // at the end Ctrl-D might leave
-   const char* meaning = "";
-   switch (key) {
-   case L'A':
-      meaning = "\x10"; // Ctrl-P
-      break;
-   case L'B':
-      meaning = "\x0e"; // Ctrl-N
-      break;
-   case L'C':
-      meaning = "\x06"; // Ctrl-F
-      break;
-   case L'D':
-      meaning = "\x02"; // Ctrl-B
-      break;
-   case L'H':
-      meaning = "\x01"; // Ctrl-A
-      break;
-   case L'F':
-      meaning = "\x05"; // Ctrl-E
-      break;
-   case L'~':
-      meaning = isFirst ? "\x01" : isLast ? "\x05" : erases ? "\x04" : "";
-      break;
-   default:
-      break;
-   }
-   if (*meaning != '\0') {
-      el_push(line, meaning);
+   const bool isAtEnd = shown->cursor == shown->lastchar; // where Ctrl-D may leave
+   const auto* const found =
+        std::ranges::find(meanings, name, &std::pair<std::string_view, const wchar_t*>::first);
+   if (found != std::end(meanings) && !(name == "3~" && isAtEnd)) {
+      el_wpush(line, found->second);
    }
    return CC_NORM;
 }
@@ -125,11 +106,11 @@ LineEditor::LineEditor(String prompt, Signals* signals, History* history, Candid
       throw std::runtime_error("this terminal takes no line editing");
    }
    el_set(line_, EL_CLIENTDATA, this);
-   el_set(
-        line_, EL_PROMPT, +[](EditLine* line) { return of(line).prompt_.data(); });
+   const auto promptOf = [](EditLine* line) { return of(line).prompt_.data(); };
+   const auto keyOf = [](EditLine* line, wchar_t* key) { return of(line).readKey(key); };
+   el_set(line_, EL_PROMPT, +promptOf);
+   el_wset(line_, EL_GETCFN, +keyOf);
    el_set(line_, EL_HIST, ::history, history->list());
-   el_set(
-        line_, EL_GETCFN, +[](EditLine* line, wchar_t* key) { return of(line).readKey(key); });
    // Keys come in their order, Ctrl-C too, and none of them stops the output.
    el_set(line_, EL_SETTY, "-d", "-isig", "-ixon", nullptr);
    bindKeys();
@@ -173,7 +154,7 @@ void LineEditor::bindKeys() {
 
 std::optional<String> LineEditor::readLine() {
    isDropped_ = false;
-   // libedit itself would do so only after it has drawn the prompt: what is typed at it at once were lost.
+   // Else libedit does so only after it has drawn the prompt, and a key that is pressed at once is not its own.
    el_set(line_, EL_PREP_TERM, 1);
    int length = 0;
    const char* const text = el_gets(line_, &length);
@@ -213,10 +194,14 @@ int LineEditor::readKey(wchar_t* key) {
       if (woken.readerGone || isGone) {
          return 0;
       }
-      const std::size_t length = got > 0 ? std::mbrtowc(key, &byte, 1, &unfinishedKey_) : isUnfinished;
+      std::size_t length = got > 0 ? std::mbrtowc(key, &byte, 1, &unfinishedKey_) : isUnfinished;
+      if (length == isInvalid) {
+         el_beep(line_);
+         unfinishedKey_ = {};
+         length = std::mbrtowc(key, &byte, 1, &unfinishedKey_); // it may begin another
+      }
       if (length == isInvalid) {
          unfinishedKey_ = {};
-         el_beep(line_);
       } else if (length != isUnfinished) {
          return 1;
       }

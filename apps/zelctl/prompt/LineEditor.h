@@ -13,7 +13,8 @@ struct editline;
 namespace ZelCtl {
 
 // Standard input and output have to be a terminal. While a line is being typed keys come one by one, Ctrl-C
-// among them; between lines the terminal is as it was. One at a time, since the process has one locale.
+// among them; between lines the terminal is as it was. One at a time. From its construction on, the process has
+// the characters of C.UTF-8.
 class LineEditor {
  public:
    // The words that the last one of an unfinished line may become, or that may follow it after a blank.

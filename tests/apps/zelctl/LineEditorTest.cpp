@@ -72,10 +72,13 @@ TEST_F(LineEditor, KeysEditTheLine) {
         {"a" + right + left + left + "b", "b|a"},
         {"Z\xc3\xbcrich\x1b[D\x1b[D\x1b[D\x1b[D\x7f", "Z|rich"}, // one character of two bytes
         {"\xe6\xbc\xa2\xe5\xad\x97\x1b[D\x7f!", "!|\xe5\xad\x97"},
-        {"a\xff\xc3(\xed\xa0\x80z", "az|"}, // what is no character is dropped
+        {"a\xff\xc3(\xed\xa0\x80z", "a(z|"}, // what is no character is dropped
         {"a\x1b[1;5Cb\x1b[200~c\x1b\x1b[Dd", "abd|c"},
-        {"a\x1b[12\x05z", "az|"}, // a sequence broken off takes nothing with it
-        {"a\x1bxb\xc2\x9b\x16\x01", "|ab"},
+        {"a\x1b[12\x05z", "az|"},           // a sequence broken off takes nothing with it
+        {"a\x1bxb\xc2\x9b\x16\x01", "|ab"}, // nor is a key that has no meaning text
+        {"a\xc3\x01"
+         "b",
+         "b|a"},
    };
    edit();
    for (const auto& [keys, expected] : cases) {
