@@ -4,10 +4,10 @@
 #include "apps/zelctl/terminal/Terminal.h"
 #include "apps/zelctl/terminal/Utf8.h"
 #include "tests/apps/zelctl/TerminalRig.h"
+#include "tests/support/Random.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <fstream>
-#include <random>
 #include <sys/stat.h>
 
 namespace {
@@ -169,20 +169,19 @@ TEST_F(LineEditor, ListsCandidatesAndGoesOnWithTheLine) {
 }
 
 TEST_F(LineEditor, RandomKeysLeaveWholeCharacters) {
-   const auto seed = std::random_device{}();
-   std::mt19937 random(seed);
+   ZelTest::Random random;
    const Words keys = {left,   right, up,   down,       "\x1b[3~a",     "\x01",     "\x05",  "\x0b",  "\x17",
                        "\x7f", "a",   "b ", "\xc3\xbc", "\xe6\xbc\xa2", "\xcc\x81", "\x1b[", "\x1bO", "\t"};
    edit({"counters show \xe6\xbc\xa2"}, std::vector<Words>(100000, {"ab\xc3\xbc", "ab\xc3\xb6"}));
    for (int line = 0; line < 100; ++line) {
       String typed;
       for (int i = 0; i < 100; ++i) {
-         const char byte = static_cast<char>(random() % 224 + 32);
-         typed += random() % 8 == 0 ? String(1, byte) : keys[random() % keys.size()];
+         const char byte = static_cast<char>(32 + random.below(224));
+         typed += random.oneIn(8) ? String(1, byte) : random.oneOf(keys);
       }
       const String result = lineOf(typed + "x"); // which ends whatever began
-      ASSERT_FALSE(result.empty()) << "seed " << seed << testing::PrintToString(typed);
-      ASSERT_EQ(ZelCtl::printable(result), result) << "seed " << seed << testing::PrintToString(typed);
+      ASSERT_FALSE(result.empty()) << testing::PrintToString(typed);
+      ASSERT_EQ(ZelCtl::printable(result), result) << testing::PrintToString(typed);
    }
 }
 
