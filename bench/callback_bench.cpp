@@ -1,24 +1,19 @@
 // The completion path of MAC reads, lock to stored snapshot, for 456 ports a chip and 1 to 8 chips, against a plain
 // memcpy of the same bytes in the same loop; its allocations; and what a trace line that is off costs.
 #include "bench/AllocationCount.h"
+#include "bench/CpuTime.h"
 #include "counters/ZelCounters.h"
 #include "counters/chip/ZelCountersTrace.h"
 #include "kiln/ActivityLock.h"
 
 #include <benchmark/benchmark.h>
 #include <cstring>
-#include <ctime>
 #include <memory>
 #include <vector>
 
 namespace {
 
-// CPU time of this thread, so that what else the machine does counts for neither side.
-double cpuSeconds() {
-   timespec now{};
-   clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
-   return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
-}
+using Bench::cpuSeconds;
 
 constexpr unsigned portsPerChip = ZelId::PortIndex::invalid;
 

@@ -2,6 +2,7 @@
 // its floor: the same SDK reads, and nothing else. A completion includes the publishing. Both take turns, so that
 // both see the same machine.
 #include "bench/AllocationCount.h"
+#include "bench/CpuTime.h"
 #include "counters/ZelCountersMgr.h"
 #include "counters/queues/PipeIntfQueueCounterSm.h"
 #include "kiln/ActivityLock.h"
@@ -12,22 +13,14 @@
 #include "zl/ZelSdk.h"
 
 #include <benchmark/benchmark.h>
-#include <ctime>
 #include <unistd.h>
 
 namespace {
 
+using Bench::cpuSeconds;
 constexpr unsigned pipes = 4;
-constexpr unsigned portsPerPipe = 64;
+constexpr unsigned portsPerPipe = ZlPort::frontPanelPortsPerPipe;
 constexpr unsigned queuesPerPort = 8;
-constexpr U32 pdpEntriesPerPipe = 2336;
-
-// CPU time of this thread, so that what else the machine does counts for neither side.
-double cpuSeconds() {
-   timespec now{};
-   clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
-   return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
-}
 
 struct Switch {
    Switch() {
@@ -38,7 +31,7 @@ struct Switch {
       auto systemStatus = Kiln::allocate<ZelSystem::SystemStatus>();
       systemStatus->hasNotificationActiveIs(true);
       for (unsigned port = 0; port < pipes * portsPerPipe; ++port) {
-         const auto devicePort = static_cast<U16>(port / portsPerPipe * 128 + port % portsPerPipe);
+         const U16 devicePort = ZlPort::devicePort(port / portsPerPipe, port % portsPerPipe);
          const Pelt::IntfId intf(("Ethernet" + std::to_string(port + 1)).c_str());
          soft.portAdd(devicePort);
          systemStatus->portInfoIs(intf, {0, devicePort});
@@ -115,7 +108,7 @@ void queueCompletion(benchmark::State& state) {
       U64 dropped = 0;
       for (unsigned port = 0; port < portsPerPipe; ++port) {
          for (unsigned queue = 0; queue < queuesPerPort; ++queue) {
-            pipe_mgr_stat_ent_query(sess_hdl, 0, 0, handle, (port << 5) + ((port & 3) << 3) + queue, &sent);
+            pipe_mgr_stat_ent_query(sess_hdl, 0, 0, handle, ZlPort::queueEntry(port, queue), &sent);
             benchmark::DoNotOptimize(sent);
          }
          for (unsigned queue = 0; queue < queuesPerPort; ++queue) {
@@ -146,7 +139,7 @@ void pdpFetch(benchmark::State& state) {
          ZelCountersIntf::ReadBuffer buffer;
          p4_pd_counter_value value{};
          ZelCountersIntf::counterReadIndirectStart(sess_hdl, 0, pipe, handle, &buffer);
-         for (U32 index = 0; index < pdpEntriesPerPipe; ++index) {
+         for (U32 index = 0; index < ZlPort::pdpTableSize; ++index) {
             ZelCountersIntf::counterReadIndirectMain(sess_hdl, 0, pipe, handle, index, &buffer, &value);
             benchmark::DoNotOptimize(value);
          }

@@ -1,5 +1,6 @@
 // VLAN counters of four chips, 4,094 VLANs of five entries each: one read of all, one NAT refresh pass with how long
 // the activity lock is held by it, and enabling and disabling all, each against its floor in the same run.
+#include "bench/CpuTime.h"
 #include "counters/l3/ZelCountersL3Intf.h"
 #include "kiln/ActivityLock.h"
 #include "kiln/ActivityManager.h"
@@ -10,32 +11,19 @@
 
 #include <algorithm>
 #include <benchmark/benchmark.h>
-#include <ctime>
 #include <filesystem>
 #include <memory>
 #include <vector>
 
 namespace {
 
+using Bench::cpuSeconds;
 using Bridging::VlanId;
 using ZelCounter::packets_and_bytes;
 
 constexpr unsigned chips = 4;
 constexpr unsigned entriesPerVlan = 5;
 constexpr unsigned reads = chips * entriesPerVlan * VlanId::max;
-
-// CPU time of this thread, so that what else the machine does counts for neither side.
-double cpuSeconds() {
-   timespec now{};
-   clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
-   return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
-}
-
-double wallSeconds() {
-   timespec now{};
-   clock_gettime(CLOCK_MONOTONIC, &now);
-   return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
-}
 
 Pelt::IntfId intfOf(unsigned vlan) {
    return Pelt::IntfId(("Vlan" + std::to_string(vlan)).c_str());
@@ -192,9 +180,9 @@ void natPass(benchmark::State& state) {
         },
         [&] {
            const auto lock = Kiln::ActivityLockAnchor::lock();
-           const double begin = wallSeconds();
+           const double begin = Kiln::System::monotonicTime();
            of.sm->routedPortCounterSm()->updateRoutedPortCounters();
-           longestHold = std::max(longestHold, wallSeconds() - begin);
+           longestHold = std::max(longestHold, Kiln::System::monotonicTime() - begin);
         });
    state.counters["longest_lock_ms"] = 1e3 * longestHold;
 }

@@ -1,6 +1,7 @@
 // A polling pass, request to stored snapshot: every port of 1 to 8 chips is asked for through the SDK and
 // completes inline, against a plain memcpy of the same bytes in the same loop; and its allocations.
 #include "bench/AllocationCount.h"
+#include "bench/CpuTime.h"
 #include "counters/ZelCountersMgr.h"
 #include "kiln/ActivityLock.h"
 #include "kiln/ActivityManager.h"
@@ -8,20 +9,14 @@
 
 #include <benchmark/benchmark.h>
 #include <cstring>
-#include <ctime>
 #include <vector>
 
 namespace {
 
-// CPU time of this thread, so that what else the machine does counts for neither side.
-double cpuSeconds() {
-   timespec now{};
-   clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
-   return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
-}
+using Bench::cpuSeconds;
 
 constexpr unsigned pipes = 4;
-constexpr unsigned portsPerPipe = 68;
+using ZlPort::portsPerPipe;
 constexpr unsigned portsPerChip = pipes * portsPerPipe;
 
 // A manager over soft chips that have every port there is; nothing is published.
@@ -72,8 +67,7 @@ class Switch {
       const std::string name = "Zel" + std::to_string(devId);
       SoftChip::Chip& chip = fleet_->chipAdd({.name = name, .deviceId = devId, .pipes = pipes});
       for (unsigned port = 0; port < portsPerChip; ++port) {
-         const auto devicePort =
-              static_cast<U16>(port / portsPerPipe * ZelSystem::slotsPerPipe + port % portsPerPipe);
+         const auto devicePort = ZlPort::devicePort(port / portsPerPipe, port % portsPerPipe);
          const std::string intf = "Ethernet" + std::to_string(devId * portsPerChip + port + 1);
          chip.portAdd(devicePort);
          for (unsigned i = 0; i < BF_NUM_RMON_COUNTERS; ++i) {

@@ -4,6 +4,7 @@
 // machine; the time shown is that of one of its passes over all records, and "x_floor" is the ratio of the
 // two.
 #include "bench/AllocationCount.h"
+#include "bench/CpuTime.h"
 #include "silo/Table.h"
 #include "silo/TableReader.h"
 
@@ -13,7 +14,6 @@
 #include <cstring>
 #include <sys/mman.h>
 #include <sys/wait.h>
-#include <time.h>
 #include <unistd.h>
 #include <vector>
 
@@ -90,20 +90,14 @@ Silo::Mapping makeBare() {
    return mapping;
 }
 
-double threadSeconds() {
-   timespec now{};
-   clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
-   return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
-}
-
 template <class Pass>
 double secondsForBatch(Pass& pass) {
    pass(); // after the other one's batch the caches are its
-   double start = threadSeconds();
+   double start = Bench::cpuSeconds();
    for (int i = 0; i < passesPerBatch; ++i) {
       pass();
    }
-   return threadSeconds() - start;
+   return Bench::cpuSeconds() - start;
 }
 
 template <class Pass, class Floor>

@@ -15,7 +15,7 @@ using namespace SoftChip;
 struct Load {
    Load() {
       for (U16 port = 0; port < 32; ++port) {
-         chip.portAdd(static_cast<U16>(port % 2 * slotsPerPipe + port / 2));
+         chip.portAdd(ZlPort::devicePort(port % 2, port / 2));
       }
       const std::vector<U16> ports = chip.ports();
       TrafficGenerator generator(1, ports.size());

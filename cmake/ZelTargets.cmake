@@ -51,12 +51,9 @@ function(zel_test folder)
   endif()
   string(REPLACE "/" "_" name ${folder})
   add_executable(test_${name} ${sources})
-  zel_include_root(tests root)
-  target_include_directories(test_${name} PRIVATE ${root})
-  target_link_libraries(test_${name} PRIVATE ${ARGN} zel_build_flags GTest::gmock GTest::gtest_main)
+  target_link_libraries(test_${name} PRIVATE ${ARGN} TestSupport zel_build_flags GTest::gmock GTest::gtest_main)
   # Not optimized: assertion macros cost up to five times as much to compile otherwise, and run once.
   target_compile_options(test_${name} PRIVATE -O0)
-  target_compile_definitions(test_${name} PRIVATE ZEL_TEST_DATA="${CMAKE_SOURCE_DIR}/tests/data")
   gtest_discover_tests(test_${name} TEST_PREFIX ${folder}/ NO_PRETTY_VALUES DISCOVERY_TIMEOUT 60
     PROPERTIES TIMEOUT 300)
 endfunction()

@@ -16,6 +16,9 @@ namespace {
 using Lock = std::lock_guard<std::recursive_mutex>;
 using ZlDrop::EgressReason;
 using ZlDrop::IngressReason;
+using ZlPort::pipeOf;
+using ZlPort::portsPerPipe;
+using ZlPort::slotOf;
 
 void checkVlan(U16 vlan) {
    if (vlan < 1 || vlan > 4094) {
@@ -63,11 +66,12 @@ Kiln::String Chip::hardwareLayout(const ChipConfig& config) {
 }
 
 bool Chip::isPlace(unsigned devicePort) const {
-   return devicePort / slotsPerPipe < config_.pipes && devicePort % slotsPerPipe < portsPerPipe;
+   return devicePort < ZlPort::devicePort(config_.pipes, 0) &&
+          slotOf(static_cast<U16>(devicePort)) < portsPerPipe;
 }
 
 std::size_t Chip::placeOf(U16 devicePort) const {
-   return devicePort / slotsPerPipe * portsPerPipe + devicePort % slotsPerPipe;
+   return std::size_t{pipeOf(devicePort)} * portsPerPipe + slotOf(devicePort);
 }
 
 void Chip::portAdd(U16 devicePort) {
@@ -117,7 +121,7 @@ bool Chip::receive(U16 devicePort, const FrameInfo& frame, U64 repeat) {
       return false;
    }
    countReceived(frame, rmonOf(devicePort), repeat);
-   const unsigned pipe = devicePort / slotsPerPipe;
+   const unsigned pipe = pipeOf(devicePort);
    if (frame.fcsError) {
       drops_.ingress(devicePort, IngressReason::badFcs, repeat);
       return true;
@@ -136,7 +140,7 @@ bool Chip::receive(U16 devicePort, const FrameInfo& frame, U64 repeat) {
       const PassingFrames passing{frame, repeat, length, domain.vlan, domain.decapType, domain.snatHit};
       l2Domains_.ingress(passing, pipe);
       now_ = Kiln::System::currentTime();
-      reason = pipeline_.ingress(passing, pipe, devicePort % slotsPerPipe);
+      reason = pipeline_.ingress(passing, pipe, slotOf(devicePort));
       if (!reason) {
          forward(devicePort, passing);
       }
@@ -182,7 +186,7 @@ void Chip::forward(U16 devicePort, const PassingFrames& passing) {
       drops_.ingress(devicePort, *reason, passing.packets);
       return;
    }
-   const unsigned pipe = devicePort / slotsPerPipe;
+   const unsigned pipe = pipeOf(devicePort);
    path_.passed(pipe, BF_PIPE_PATH_INGRESS, passing.packets);
    path_.passed(pipe, BF_PIPE_PATH_INGRESS_DEPARSER, passing.packets);
    path_.count(pipe, BF_PIPE_PATH_TRAFFIC_MANAGER, passing.packets, 0, 0);
@@ -207,8 +211,8 @@ U64 Chip::flood(U16 devicePort, const PassingFrames& passing, Progress* furthest
 }
 
 Chip::Progress Chip::transmit(U16 from, U16 devicePort, const PassingFrames& offered, bool replicated) {
-   const unsigned pipe = devicePort / slotsPerPipe;
-   const unsigned queue = queueOf(offered.frame, devicePort % slotsPerPipe);
+   const unsigned pipe = pipeOf(devicePort);
+   const unsigned queue = queueOf(offered.frame, slotOf(devicePort));
    const U64 sent = trafficManager_.send(
         {placeOf(from), placeOf(devicePort), queue, offered.packets, offered.octetsEach, replicated}, now_);
    if (sent < offered.packets) {
@@ -234,7 +238,7 @@ Chip::Progress Chip::transmit(U16 from, U16 devicePort, const PassingFrames& off
 
 std::optional<EgressReason> Chip::egress(U16 devicePort, const PassingFrames& passing, unsigned queue) {
    const std::size_t place = placeOf(devicePort);
-   const auto denied = pipeline_.egress(passing, devicePort / slotsPerPipe, devicePort % slotsPerPipe, queue);
+   const auto denied = pipeline_.egress(passing, pipeOf(devicePort), slotOf(devicePort), queue);
    if (!rules_.vlanAllowed(place, passing.vlan)) {
       return EgressReason::vlanNotAllowed;
    }
@@ -318,13 +322,12 @@ void Chip::floodsIs(U16 devicePort, bool floods) {
 void Chip::queueIs(U16 devicePort, unsigned queue, const CounterValue& sent, U64 drops) {
    const Lock lock(sdkLock_);
    const std::size_t place = portPlace(devicePort);
-   const unsigned slot = devicePort % slotsPerPipe;
-   if (queue >= queueCount(slot)) {
+   const unsigned slot = slotOf(devicePort);
+   if (queue >= ZlPort::queueCount(slot)) {
       throw std::invalid_argument("no queue " + std::to_string(queue) + ": expected 0 to " +
-                                  std::to_string(queueCount(slot) - 1));
+                                  std::to_string(ZlPort::queueCount(slot) - 1));
    }
-   counterTable("egressPortQueueCount")
-        .hardwareIs(static_cast<U16>(devicePort / slotsPerPipe), firstQueueEntry(slot) + queue, sent);
+   counterTable("egressPortQueueCount").hardwareIs(pipeOf(devicePort), ZlPort::queueEntry(slot, queue), sent);
    trafficManager_.drops(place, queue) = drops;
 }
 
@@ -436,7 +439,7 @@ int Chip::readDrops(U16 pipe, int devicePort, U32 queue, U64* drops) {
       return status;
    }
    const auto port = static_cast<U16>(devicePort);
-   if (port / slotsPerPipe != pipe || queue >= queueCount(port % slotsPerPipe)) {
+   if (pipeOf(port) != pipe || queue >= ZlPort::queueCount(slotOf(port))) {
       return statusInvalidArguments;
    }
    *drops = trafficManager_.drops(placeOf(port), queue);

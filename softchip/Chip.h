@@ -18,9 +18,6 @@
 
 namespace SoftChip {
 
-constexpr unsigned maxPipes = 4;
-constexpr unsigned slotsPerPipe = 128;
-
 struct ChipConfig {
    Kiln::String name;
    U8 deviceId = 0;

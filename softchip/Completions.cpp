@@ -12,7 +12,7 @@
 namespace SoftChip {
 
 Completions::Completions(Deliver deliver)
-     : deliver_(std::move(deliver)), clock_(Kiln::activityManagerClock(), this) {}
+     : deliver_(std::move(deliver)), clock_(Kiln::activityManagerClock(), this, &Completions::handleClock) {}
 
 void Completions::check(const CompletionMode& mode) {
    if (mode.kind == CompletionMode::Kind::late && (!std::isfinite(mode.seconds) || mode.seconds < 0)) {

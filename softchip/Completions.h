@@ -1,7 +1,7 @@
 // How accepted SDK requests complete: at once, later, on another thread, twice, or never.
 #pragma once
 
-#include "kiln/Clock.h"
+#include "kiln/Timer.h"
 #include "sdk/bf_port.h"
 #include "sdk/pipe_mgr.h"
 
@@ -76,12 +76,6 @@ class Completions {
       U64 sequence;
       Completion completion;
    };
-   struct KilnClock : Kiln::Clock::Notifiee {
-      KilnClock(Kiln::Ptr<const Kiln::Clock> of, Completions* owner)
-           : Notifiee(std::move(of)), completions(owner) {}
-      void onTime() override { completions->handleClock(); }
-      Completions* completions;
-   };
 
    static bool isLater(const Timed& a, const Timed& b);
    static void check(const CompletionMode& mode);
@@ -106,7 +100,7 @@ class Completions {
    bool stopping_ = false;
    std::condition_variable threadWakes_;
    std::thread thread_;
-   KilnClock clock_;
+   Kiln::Timer<Completions> clock_;
 };
 
 } // namespace SoftChip

@@ -34,14 +34,14 @@ DropCounts::DropCounts(PipeManager& tables, PathCounters& path) : tables_(), pat
 
 void DropCounts::count(Point point, U16 devicePort, U32 reason, U64 packets) {
    CounterTable* const table = tables_[static_cast<std::size_t>(point)];
-   const U32 slot = ZlDrop::entryIndex(devicePort % ZlDrop::portSlots, reason);
+   const U32 slot = ZlDrop::entryIndex(ZlPort::slotOf(devicePort), reason);
    if (table != nullptr && slot < table->slots()) {
-      table->count(devicePort / ZlDrop::portSlots, slot, packets, 0);
+      table->count(ZlPort::pipeOf(devicePort), slot, packets, 0);
    }
 }
 
 void DropCounts::ingress(U16 devicePort, IngressReason reason, U64 packets) {
-   const unsigned pipe = devicePort / ZlDrop::portSlots;
+   const unsigned pipe = ZlPort::pipeOf(devicePort);
    count(Point::ingress, devicePort, static_cast<U32>(reason), packets);
    lost(devicePort, reason == IngressReason::badFcs ? FinalReason::port : FinalReason::ingress, packets);
    if (reason == IngressReason::badFcs) {
@@ -57,7 +57,7 @@ void DropCounts::ingress(U16 devicePort, IngressReason reason, U64 packets) {
 }
 
 void DropCounts::egress(U16 devicePort, EgressReason reason, U64 packets) {
-   const unsigned pipe = devicePort / ZlDrop::portSlots;
+   const unsigned pipe = ZlPort::pipeOf(devicePort);
    count(Point::egress, devicePort, static_cast<U32>(reason), packets);
    if (reason == EgressReason::queueCongested) {
       path_.count(pipe, BF_PIPE_PATH_TRAFFIC_MANAGER, 0, 0, packets);

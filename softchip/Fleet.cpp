@@ -41,7 +41,7 @@ Chip& Fleet::chipAdd(const ChipConfig& wanted) {
    if (config.deviceId >= chips_.size()) {
       throw std::invalid_argument("no device " + std::to_string(config.deviceId) + ": expected 0 to 7");
    }
-   if (config.pipes < 1 || config.pipes > maxPipes) {
+   if (config.pipes < 1 || config.pipes > ZlPort::maxPipes) {
       throw std::invalid_argument("a chip of " + std::to_string(config.pipes) + " pipes: expected 1 to 4");
    }
    if (chips_[config.deviceId] || chip(config.name) != nullptr) {

@@ -37,16 +37,16 @@ HardwareMemory::HardwareMemory(const Kiln::String& path) : path_(path) {
          openFile();
       }
    } catch (...) {
-      close();
+      unmap();
       throw;
    }
 }
 
 HardwareMemory::~HardwareMemory() {
-   close();
+   unmap();
 }
 
-void HardwareMemory::close() {
+void HardwareMemory::unmap() {
    for (const auto& region : regions_) {
       if (!region.empty()) {
          munmap(region.data(), region.size_bytes());
@@ -54,9 +54,6 @@ void HardwareMemory::close() {
    }
    if (header_ != nullptr) {
       munmap(header_, headerBytes);
-   }
-   if (fd_ >= 0) {
-      ::close(fd_);
    }
 }
 
@@ -66,22 +63,22 @@ void HardwareMemory::fail(const Kiln::String& what) const {
 
 void HardwareMemory::openFile() {
    constexpr const char* foreign = "not a file of hardware counters: name another file, or remove it";
-   fd_ = open(path_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
-   if (fd_ < 0) {
+   file_ = Kiln::OwnedFd(open(path_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));
+   if (!file_.isOpen()) {
       fail(std::strerror(errno));
    }
-   if (flock(fd_, LOCK_EX | LOCK_NB) != 0) {
+   if (flock(file_.fd(), LOCK_EX | LOCK_NB) != 0) {
       fail("in use by another agent: give each agent a file of its own");
    }
    struct stat status {};
-   if (fstat(fd_, &status) != 0 || !S_ISREG(status.st_mode)) {
+   if (fstat(file_.fd(), &status) != 0 || !S_ISREG(status.st_mode)) {
       fail("not a regular file");
    }
    const bool isNew = status.st_size == 0;
-   if (isNew ? ftruncate(fd_, headerBytes) != 0 : static_cast<U64>(status.st_size) < headerBytes) {
+   if (isNew ? ftruncate(file_.fd(), headerBytes) != 0 : static_cast<U64>(status.st_size) < headerBytes) {
       fail(isNew ? std::strerror(errno) : foreign);
    }
-   void* const mapped = mmap(nullptr, headerBytes, PROT_READ | PROT_WRITE, MAP_SHARED, fd_, 0);
+   void* const mapped = mmap(nullptr, headerBytes, PROT_READ | PROT_WRITE, MAP_SHARED, file_.fd(), 0);
    if (mapped == MAP_FAILED) {
       fail(std::strerror(errno));
    }
@@ -129,8 +126,8 @@ void HardwareMemory::claim(U8 deviceId, const Kiln::String& layout, std::size_t 
       fail("holds device " + std::to_string(deviceId) + " with " + held + ", not with " + layout +
            ": start with the same chips, or remove the file");
    }
-   const int error =
-        posix_fallocate(fd_, static_cast<off_t>(offsetOf(deviceId)), static_cast<off_t>(words * sizeof(U64)));
+   const int error = posix_fallocate(file_.fd(), static_cast<off_t>(offsetOf(deviceId)),
+                                     static_cast<off_t>(words * sizeof(U64)));
    if (error != 0) {
       fail(std::strerror(error));
    }
@@ -150,7 +147,7 @@ std::span<U64> HardwareMemory::regionIs(U8 deviceId, const Kiln::String& layout,
       claim(deviceId, layout, words);
    }
    void* const mapped =
-        header_ != nullptr ? mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED, fd_,
+        header_ != nullptr ? mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED, file_.fd(),
                                   static_cast<off_t>(offsetOf(deviceId)))
                            : mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
    if (mapped == MAP_FAILED) {

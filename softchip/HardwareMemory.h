@@ -2,6 +2,7 @@
 // the counters outlive the agent as those of a real chip do.
 #pragma once
 
+#include "kiln/OwnedFd.h"
 #include "kiln/Types.h"
 
 #include <array>
@@ -48,10 +49,10 @@ class HardwareMemory {
    void checkHeader(U64 fileSize) const;
    void claim(U8 deviceId, const Kiln::String& layout, std::size_t words);
    [[noreturn]] void fail(const Kiln::String& what) const;
-   void close();
+   void unmap();
 
    Kiln::String path_; // empty: the process's own memory
-   int fd_ = -1;
+   Kiln::OwnedFd file_;
    Header* header_ = nullptr;
    std::array<std::span<U64>, regionLimit> regions_;
 };

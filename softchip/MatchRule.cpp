@@ -1,17 +1,19 @@
 // The text of a rule.
 #include "softchip/MatchRule.h"
 
+#include "kiln/Choices.h"
+
 #include <cinttypes>
 #include <cstdio>
 
 namespace SoftChip {
 
 Kiln::String MatchRule::text() const {
-   Kiln::String text;
+   std::vector<Kiln::String> conditions;
    const auto add = [&](const char* format, U64 value) {
       char piece[48];
       std::snprintf(piece, sizeof piece, format, value);
-      text += (text.empty() ? "" : ", ") + Kiln::String(piece);
+      conditions.emplace_back(piece);
    };
    if (destinationMacMask != 0) {
       add("dmac %012" PRIx64, destinationMac);
@@ -40,7 +42,7 @@ Kiln::String MatchRule::text() const {
    if (destinationPort != 0) {
       add("dport %" PRIu64, destinationPort);
    }
-   return text.empty() ? "any" : text;
+   return conditions.empty() ? "any" : Kiln::joined(conditions, ", ");
 }
 
 } // namespace SoftChip

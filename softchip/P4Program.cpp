@@ -1,6 +1,8 @@
 // Gives tables their handles, and declares the switch's own tables.
 #include "softchip/P4Program.h"
 
+#include "zl/ZlDropReasons.h"
+
 #include <stdexcept>
 
 namespace SoftChip {
@@ -154,11 +156,11 @@ Kiln::Ptr<P4Program> P4Program::standard() {
           {.ipProtocol = ipProtocolSctp}}},
    };
    static const CounterTableSpec counterTables[] = {
-        {.name = "ingressPortDropCount", .size = 2048, .bytes = false, .symmetric = false},
-        {.name = "egressPortDropCount", .size = 2048, .bytes = false, .symmetric = false},
-        {.name = "finalDropControlCount", .size = 2048, .bytes = false, .symmetric = false},
+        {.name = "ingressPortDropCount", .size = ZlDrop::tableSize, .bytes = false, .symmetric = false},
+        {.name = "egressPortDropCount", .size = ZlDrop::tableSize, .bytes = false, .symmetric = false},
+        {.name = "finalDropControlCount", .size = ZlDrop::tableSize, .bytes = false, .symmetric = false},
         {.name = "pdpClassCount",
-         .size = 2336,
+         .size = ZlPort::pdpTableSize,
          .bytes = false,
          .symmetric = false,
          .matchTable = "pdpPolicy"},
@@ -188,7 +190,7 @@ Kiln::Ptr<P4Program> P4Program::standard() {
         {.name = "flowHashCount", .size = 65536},
         {.name = "vlanByteCount", .size = vlanEntries, .packets = false},
         {.name = "frameLengthCount", .size = 256, .bytes = false},
-        {.name = "ingressPortCount", .size = 128, .symmetric = false},
+        {.name = "ingressPortCount", .size = ZlPort::slotsPerPipe, .symmetric = false},
    };
    auto program = Kiln::allocate<P4Program>();
    for (const MatchTableSpec& spec : matchTables) {

@@ -10,7 +10,7 @@ namespace SoftChip {
 
 struct PdpClass {
    const char* name;
-   U8 id; // below 32
+   U8 id; // below ZlPort::pdpClassesPerSlot
 };
 
 // Everything that is no other is "default".

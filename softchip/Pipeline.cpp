@@ -2,7 +2,7 @@
 #include "softchip/Pipeline.h"
 
 #include "softchip/PdpClasses.h"
-#include "softchip/TrafficManager.h"
+#include "zl/ZlPortLayout.h"
 
 #include <algorithm>
 #include <cstring>
@@ -13,7 +13,6 @@ namespace {
 
 constexpr U32 octetsPerLengthStep = 64;
 constexpr U32 lengthSteps = 256;
-constexpr U32 classesPerPort = 32;
 
 // 16 bits out of what tells one flow from another.
 U32 flowHash(const FrameInfo& frame) {
@@ -72,7 +71,7 @@ const MatchTable* Pipeline::lookUpAll(const std::vector<Lookup>& lookups, const 
 std::optional<ZlDrop::IngressReason> Pipeline::ingress(const PassingFrames& passing, unsigned pipe,
                                                        unsigned slot) {
    count(ingressPort_, pipe, slot, passing);
-   count(pdpClass_, pipe, slot * classesPerPort + pdpClassOf(passing.frame), passing);
+   count(pdpClass_, pipe, ZlPort::pdpEntry(slot, pdpClassOf(passing.frame)), passing);
    count(frameLength_, pipe, std::min(passing.frame.wireLength / octetsPerLengthStep, lengthSteps - 1),
          passing);
    count(vlanBytes_, pipe, passing.vlan, passing);
@@ -87,7 +86,7 @@ std::optional<ZlDrop::IngressReason> Pipeline::ingress(const PassingFrames& pass
 
 std::optional<ZlDrop::EgressReason> Pipeline::egress(const PassingFrames& passing, unsigned pipe,
                                                      unsigned slot, unsigned queue) {
-   count(queues_, pipe, firstQueueEntry(slot) + queue, passing);
+   count(queues_, pipe, ZlPort::queueEntry(slot, queue), passing);
    return lookUpAll(egress_, passing, pipe) != nullptr ? std::optional(ZlDrop::EgressReason::aclDeny)
                                                        : std::nullopt;
 }

@@ -10,7 +10,7 @@
 namespace SoftChip {
 
 Traffic::Traffic(Fleet& fleet, Kiln::Ptr<const Kiln::Clock> clock, U64 seed)
-     : fleet_(fleet), seed_(seed), clock_(std::move(clock), this) {}
+     : fleet_(fleet), seed_(seed), clock_(std::move(clock), this, &Traffic::handleClock) {}
 
 void Traffic::onIs(bool on) {
    if (on == on_) {

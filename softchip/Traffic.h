@@ -1,6 +1,7 @@
 // Feeds the chips of a fleet with frames: synthetic ones as time passes, or a capture's at once.
 #pragma once
 
+#include "kiln/Timer.h"
 #include "softchip/Fleet.h"
 #include "softchip/TrafficGenerator.h"
 
@@ -23,11 +24,6 @@ class Traffic {
    static U64 replay(Chip& chip, U16 devicePort, const Kiln::String& path);
 
  private:
-   struct KilnClock : Kiln::Clock::Notifiee {
-      KilnClock(Kiln::Ptr<const Kiln::Clock> of, Traffic* owner) : Notifiee(std::move(of)), traffic(owner) {}
-      void onTime() override { traffic->handleClock(); }
-      Traffic* traffic;
-   };
    // The traffic of one chip, since its ports last changed.
    struct Source {
       U64 chipSerial;
@@ -49,7 +45,7 @@ class Traffic {
    double time_ = 0.0;      // traffic time
    double deliveredAt_ = 0; // clock time
    std::map<U8, Source> sources_;
-   KilnClock clock_;
+   Kiln::Timer<Traffic> clock_;
 };
 
 } // namespace SoftChip

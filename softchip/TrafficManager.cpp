@@ -9,6 +9,8 @@ namespace SoftChip {
 
 namespace {
 
+using ZlPort::portsPerPipe;
+
 // Every eighth front-panel port is a slow one, so that ordinary traffic congests it.
 constexpr double fastOctetsPerSecond = 10e9 / 8;
 constexpr double slowOctetsPerSecond = 1e9 / 8;
@@ -27,7 +29,7 @@ unsigned priorityOf(const FrameInfo& frame) {
 
 unsigned queueOf(const FrameInfo& frame, unsigned slot) {
    const unsigned priority = priorityOf(frame);
-   switch (queueCount(slot)) {
+   switch (ZlPort::queueCount(slot)) {
    case 2:
       return priority / 4;
    case 14:
@@ -38,7 +40,7 @@ unsigned queueOf(const FrameInfo& frame, unsigned slot) {
 }
 
 TrafficManager::TrafficManager(unsigned pipes, std::span<U64> hardware)
-     : drops_(hardware.first(std::size_t{pipes} * portsPerPipe * queueLimit)),
+     : drops_(hardware.first(std::size_t{pipes} * portsPerPipe * ZlPort::queueLimit)),
        counters_(hardware.subspan(drops_.size())) {
    for (unsigned place = 0; place < pipes * portsPerPipe; ++place) {
       const bool slow = place % portsPerPipe % slowPortPeriod == slowPortPeriod - 1;

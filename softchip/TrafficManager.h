@@ -4,25 +4,13 @@
 #include "kiln/Types.h"
 #include "sdk/bf_tm.h"
 #include "softchip/Frame.h"
+#include "zl/ZlPortLayout.h"
 
 #include <optional>
 #include <span>
 #include <vector>
 
 namespace SoftChip {
-
-constexpr unsigned portsPerPipe = 68; // slots of a pipe that can be a port
-constexpr unsigned queueLimit = 16;   // queues that a port can have
-
-// How many queues the port at a slot has: front-panel ports 8, the CPU port 14, the recirculation port 2.
-constexpr unsigned queueCount(unsigned slot) {
-   return slot < 66 ? 8 : slot == 66 ? 14 : 2;
-}
-
-// Where queue 0 of the port at a slot is in the queue counter table of its pipe.
-constexpr U32 firstQueueEntry(unsigned slot) {
-   return slot << 5 | (slot == 67 ? 30 : (slot & 3) << 3);
-}
 
 // The queue of a frame at a slot: by its priority, from the VLAN tag or else from the DSCP. The CPU port's
 // queues from 8 upward are those of group frames.
@@ -41,7 +29,7 @@ struct OfferedCopies {
 // A port sends at its speed and never more than a burst at once. What is left of the burst is shared by
 // priority: the emptier, the higher the queues that still get in. Frames come in bulk some times a second, so
 // that the burst stands for what a port sends in between, and what is gone of it for what its queues hold.
-// Owned by the chip, under the SDK's lock; ports by place, pipe x portsPerPipe + slot.
+// Owned by the chip, under the SDK's lock; ports by place, pipe x ZlPort::portsPerPipe + slot.
 class TrafficManager {
  public:
    static constexpr double burstSeconds = 0.2;
@@ -50,7 +38,7 @@ class TrafficManager {
    // `hardware` holds hardwareWords(pipes) counters and outlives it.
    TrafficManager(unsigned pipes, std::span<U64> hardware);
    static std::size_t hardwareWords(unsigned pipes) {
-      return std::size_t{pipes} * (portsPerPipe * queueLimit + counterWords);
+      return std::size_t{pipes} * (ZlPort::portsPerPipe * ZlPort::queueLimit + counterWords);
    }
 
    // Frames came in from a pipe.
@@ -60,7 +48,7 @@ class TrafficManager {
    // Copies want to leave at a time in seconds: how many of them do; the rest are counted as dropped.
    U64 send(const OfferedCopies& offered, double now);
 
-   U64& drops(std::size_t place, unsigned queue) { return drops_[place * queueLimit + queue]; }
+   U64& drops(std::size_t place, unsigned queue) { return drops_[place * ZlPort::queueLimit + queue]; }
    // None for a type that counts nothing.
    std::optional<bf_tm_pipe_counter_t> counter(unsigned pipe, U32 type, double now) const;
 

@@ -15,12 +15,10 @@ Kiln::TraceHandle traceHandle("HostPorts");
 
 } // namespace
 
-HostPorts::KilnClock::KilnClock(HostPorts* owner)
-     : Notifiee(Kiln::activityManagerClock()), hostPorts(owner) {}
-
 HostPorts::HostPorts(SwitchAgent& agent, SoftChip::HostInterfaces interfaces)
-     : agent_(agent), interfaces_(std::move(interfaces)), clock_(this) {
-   update();
+     : agent_(agent), interfaces_(std::move(interfaces)),
+       clock_(Kiln::activityManagerClock(), this, &HostPorts::handleClock) {
+   handleClock();
 }
 
 std::vector<Kiln::String> HostPorts::names() const {
@@ -31,7 +29,7 @@ std::vector<Kiln::String> HostPorts::names() const {
    return names;
 }
 
-void HostPorts::update() {
+void HostPorts::handleClock() {
    clock_.timeMinIs(Kiln::System::currentTime() + tick);
    SoftChip::Chip& chip = agent_.chipNamed(chipName);
    std::erase_if(ports_, [&](const auto& port) {
@@ -50,9 +48,9 @@ void HostPorts::update() {
 
 void HostPorts::add(const Kiln::String& name) {
    SoftChip::Chip& chip = agent_.chipNamed(chipName);
-   for (unsigned place = 0; place < chip.pipes() * maxFrontPanelPortsPerPipe; ++place) {
-      const auto devicePort = static_cast<U16>(place / maxFrontPanelPortsPerPipe * ZelSystem::slotsPerPipe +
-                                               place % maxFrontPanelPortsPerPipe);
+   constexpr unsigned perPipe = ZlPort::frontPanelPortsPerPipe;
+   for (unsigned place = 0; place < chip.pipes() * perPipe; ++place) {
+      const U16 devicePort = ZlPort::devicePort(place / perPipe, place % perPipe);
       if (!chip.hasPort(devicePort)) {
          agent_.portAdd(Pelt::IntfId(Kiln::Name(name)), chipName, devicePort);
          interfaces_.mirror(name, chip, devicePort);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "apps/zelagent/SwitchAgent.h"
+#include "kiln/Timer.h"
 #include "softchip/HostInterfaces.h"
 
 #include <map>
@@ -17,13 +18,7 @@ class HostPorts {
    std::vector<Kiln::String> names() const; // of those that have a port
 
  private:
-   struct KilnClock : Kiln::Clock::Notifiee {
-      explicit KilnClock(HostPorts* owner);
-      void onTime() override { hostPorts->update(); }
-      HostPorts* hostPorts;
-   };
-
-   void update();
+   void handleClock();
    void add(const Kiln::String& name);
 
    static constexpr double tick = 0.5; // seconds
@@ -32,7 +27,7 @@ class HostPorts {
    SwitchAgent& agent_;
    SoftChip::HostInterfaces interfaces_;
    std::map<Kiln::String, U16> ports_; // device ports, by interface
-   KilnClock clock_;
+   Kiln::Timer<HostPorts> clock_;
 };
 
 } // namespace ZelAgent

@@ -80,10 +80,12 @@ constexpr std::array options{
      Option{"--chips", "N", "switching chips, 1 to 8 (1)",
             [](Options& o, const Kiln::String& v) { o.agent.chips = number("--chips", v, 1, maxChips); }},
      Option{"--pipes", "N", "pipes of each chip, 1 to 4 (2)",
-            [](Options& o, const Kiln::String& v) { o.agent.pipes = number("--pipes", v, 1, maxPipes); }},
+            [](Options& o, const Kiln::String& v) {
+               o.agent.pipes = number("--pipes", v, 1, ZlPort::maxPipes);
+            }},
      Option{"--ports", "N", "front-panel ports of each chip, up to 64 a pipe (32)",
             [](Options& o, const Kiln::String& v) {
-               o.agent.ports = number("--ports", v, 0, maxPipes * maxFrontPanelPortsPerPipe);
+               o.agent.ports = number("--ports", v, 0, ZlPort::maxPipes * ZlPort::frontPanelPortsPerPipe);
             }},
      Option{"--capabilities", "LIST", "out of vlan,vxlan,vrf-nat,qos-policy, or none (all four)",
             takeCapabilities},
@@ -133,7 +135,7 @@ void check(const Options& parsed) {
    if (parsed.traffic == Options::Traffic::host && parsed.scenario) {
       throw std::invalid_argument("--traffic host goes with real time only: leave out --scenario");
    }
-   const unsigned most = parsed.agent.pipes * maxFrontPanelPortsPerPipe;
+   const unsigned most = parsed.agent.pipes * ZlPort::frontPanelPortsPerPipe;
    if (parsed.agent.ports > most) {
       throw std::invalid_argument("--ports " + std::to_string(parsed.agent.ports) + ": expected at most " +
                                   std::to_string(most) + " on " + Kiln::counted(parsed.agent.pipes, "pipe"));
@@ -158,7 +160,7 @@ Options parseOptions(std::span<const char* const> arguments) {
       } else if (i + 1 < arguments.size()) {
          value = arguments[++i];
       }
-      const bool isNextOption = equals == std::string_view::npos && value.rfind("--", 0) == 0;
+      const bool isNextOption = equals == std::string_view::npos && value.starts_with("--");
       if (!option.value.empty() && (value.empty() || isNextOption)) {
          throw std::invalid_argument(Kiln::String(option.name) + " needs a value" +
                                      (isNextOption ? " before " + Kiln::quoted(value) : "") + ": " +

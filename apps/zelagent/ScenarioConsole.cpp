@@ -243,18 +243,18 @@ void ScenarioConsole::runLine(const Kiln::String& line) {
    }
    const auto lock = Kiln::ActivityLockAnchor::lock();
    Words operands;
-   Kiln::String forms;
+   Words forms;
    for (const Statement& statement : statements) {
       if (matches(statement.form, words, &operands)) {
          (this->*statement.run)(operands);
          return;
       }
       if (statement.form.substr(0, statement.form.find(' ')) == words.front()) {
-         forms += (forms.empty() ? "" : ", or ") + Kiln::String(statement.form);
+         forms.emplace_back(statement.form);
       }
    }
    if (!forms.empty()) {
-      throw std::invalid_argument("bad operands: expected " + forms);
+      throw std::invalid_argument("bad operands: expected " + Kiln::joined(forms, ", or "));
    }
    throw std::invalid_argument("unknown statement '" + words.front() +
                                "': 'zelagent --help' lists those there are");
@@ -265,12 +265,9 @@ void ScenarioConsole::advance(const Words& operands) {
 }
 
 void ScenarioConsole::counters(const Words& operands) {
-   Kiln::String command = "counters";
-   for (const Kiln::String& word : operands) {
-      command += " " + word;
-   }
    const Agent::CommandSpool spool;
-   const Agent::CommandResult result = agent_.commandRunner()->run(command, spool);
+   const Agent::CommandResult result =
+        agent_.commandRunner()->run("counters " + Kiln::joined(operands, " "), spool);
    spool.copyTo(out_);
    if (!result.ok()) {
       refuseCommand(result.error);
@@ -311,9 +308,8 @@ void ScenarioConsole::polling(const Words& operands) {
 }
 
 void ScenarioConsole::setTable(const Words& operands) {
-   const U16 pipe = operands[2] == "all"
-                         ? SoftChip::allPipes
-                         : number<U16>("PIPE", operands[2], 0, static_cast<U16>(maxPipes - 1));
+   const U16 pipe =
+        operands[2] == "all" ? SoftChip::allPipes : number<U16>("PIPE", operands[2], 0, ZlPort::maxPipes - 1);
    const SoftChip::CounterValue value{counterValue("PACKETS", operands[4]),
                                       counterValue("BYTES", operands[5])};
    agent_.chipNamed(operands[0])

@@ -4,6 +4,7 @@
 #include "counters/tables/ZelCountersSm.h"
 #include "kiln/ActivityLock.h"
 #include "kiln/ActivityManager.h"
+#include "kiln/Choices.h"
 #include "kiln/Numbers.h"
 #include "softchip/PdpClasses.h"
 #include "zl/ZelSdk.h"
@@ -24,7 +25,7 @@ constexpr U32 sdkSession = 1;
 ZelId::ZelDevId deviceOf(const Kiln::String& chipName) {
    const std::string_view name = chipName;
    const auto number =
-        name.substr(0, chipNamePrefix.size()) == chipNamePrefix
+        name.starts_with(chipNamePrefix)
              ? Kiln::parseNumber<ZelId::ZelDevId>(name.substr(chipNamePrefix.size()), 0, maxChips - 1)
              : std::nullopt;
    // "Zel01" is a number too, and no chip's name.
@@ -167,7 +168,7 @@ void SwitchAgent::portsAdd(SoftChip::Chip& chip) {
       const unsigned share = config_.ports / config_.pipes + (pipe < config_.ports % config_.pipes ? 1 : 0);
       for (unsigned slot = 0; slot < share; ++slot) {
          portAdd(Pelt::IntfId(Kiln::Name("Ethernet" + std::to_string(++number))), chip.name(),
-                 static_cast<U16>(pipe * ZelSystem::slotsPerPipe + slot));
+                 ZlPort::devicePort(pipe, slot));
       }
    }
 }
@@ -194,10 +195,7 @@ SoftChip::Chip& SwitchAgent::chipNamed(const Kiln::String& name) const {
    if (chip != nullptr) {
       return *chip;
    }
-   Kiln::String names;
-   for (const auto& [known, status] : chipStatus_) {
-      names += (names.empty() ? "" : ", ") + known;
-   }
+   const Kiln::String names = Kiln::joined(chipStatus_.keys(), ", ");
    throw std::invalid_argument("unknown chip '" + name +
                                "': " + (names.empty() ? "no chip is up yet" : "expected " + names));
 }
@@ -212,10 +210,10 @@ void SwitchAgent::portAdd(const Pelt::IntfId& intf, const Kiln::String& chipName
    Kiln::ActivityLockAnchor::assertHeld();
    SoftChip::Chip& chip = chipNamed(chipName);
    const ZelSystem::PortRecord record{chip.deviceId(), devicePort};
-   if (record.pipe() >= config_.pipes || record.pipePort() > maxPipePort) {
+   if (record.pipe() >= config_.pipes || record.pipePort() >= ZlPort::portsPerPipe) {
       throw std::invalid_argument(
            "no device port " + std::to_string(devicePort) + ": expected pipe x 128 + slot, with pipe 0 to " +
-           std::to_string(config_.pipes - 1) + " and slot 0 to " + std::to_string(maxPipePort));
+           std::to_string(config_.pipes - 1) + " and slot 0 to " + std::to_string(ZlPort::portsPerPipe - 1));
    }
    if (systemStatus_->portInfo().contains(intf)) {
       throw std::invalid_argument("interface " + intf.text() + " has a port already: delete that first");
@@ -238,7 +236,7 @@ void SwitchAgent::portDel(const Pelt::IntfId& intf) {
 // VlanN is a VLAN interface and EthernetN.M a subinterface; a routed port has its status already.
 void SwitchAgent::l3StatusIs(const Pelt::IntfId& intf, bool present) {
    Interface::IntfDir* dir = nullptr;
-   if (intf.text().rfind("Vlan", 0) == 0) {
+   if (intf.text().starts_with("Vlan")) {
       dir = vlanIntfStatusDir_.ptr();
    } else if (intf.text().find('.') != Kiln::String::npos) {
       dir = subIntfStatusDir_.ptr();

@@ -12,13 +12,10 @@
 namespace ZelAgent {
 
 constexpr unsigned maxChips = ZelId::maxDevices;
-constexpr unsigned maxPipes = SoftChip::maxPipes;
-constexpr unsigned maxFrontPanelPortsPerPipe = 64;
 // From the end of one polling pass to the start of the next, in seconds. Passes after next to no time would leave
 // no time for anything else.
 constexpr double shortestPollingInterval = 1e-3;
 constexpr double longestPollingInterval = 1e6;
-constexpr U8 maxPipePort = 67; // the highest slot of a pipe that the system status may list
 
 struct SwitchAgentConfig {
    unsigned chips = 1;

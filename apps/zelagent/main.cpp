@@ -128,14 +128,6 @@ void logToStandardError() {
    });
 }
 
-Kiln::String joined(const std::vector<Kiln::String>& words) {
-   Kiln::String text;
-   for (const Kiln::String& word : words) {
-      text += (text.empty() ? "" : ", ") + word;
-   }
-   return text;
-}
-
 int runAgent(const Options& options) {
    // The SDK's completions come on a thread of their own.
    Kiln::threadSafePtrModeIs(true);
@@ -159,7 +151,7 @@ int runAgent(const Options& options) {
    std::printf("zelagent: %s, %s each, commands on %s\n", Kiln::counted(options.agent.chips, "chip").c_str(),
                Kiln::counted(options.agent.ports, "port").c_str(), socketPath.c_str());
    if (hostPorts) {
-      std::printf("zelagent: ports are the host's: %s\n", joined(hostPorts->names()).c_str());
+      std::printf("zelagent: ports are the host's: %s\n", Kiln::joined(hostPorts->names(), ", ").c_str());
    }
    manager->run();
    return 0;

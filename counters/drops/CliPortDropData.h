@@ -27,7 +27,7 @@ class CliPortDropData : public Kiln::PtrInterface {
    void tableWritten(ZelId::ZelDevId devId, ZelId::ZelPipeId pipe, ZlDrop::Point point) {
       for (auto& [key, drops] : ports_) {
          if (key.first == devId &&
-             (pipe == ZelId::ZelPipeId::allPipes() || pipe == key.second / ZlDrop::portSlots)) {
+             (pipe == ZelId::ZelPipeId::allPipes() || pipe == ZlPort::pipeOf(key.second))) {
             drops[static_cast<std::size_t>(point)].begin();
          }
       }

@@ -67,7 +67,7 @@ Kiln::String ZelCounters::dropTableError(Point point, const ZlTableCounter** inf
 // The ports are of one pipe.
 Kiln::String ZelCounters::readPortDrops(Point point, const ZlTableCounter& info,
                                         std::span<const DropPort> ports) {
-   const auto pipe = static_cast<U16>(ports.front().devicePort / ZlDrop::portSlots);
+   const auto pipe = ZlPort::pipeOf(ports.front().devicePort);
    ZelCountersIntf::ReadBuffer buffer;
    U32 status =
         ZelCountersIntf::counterReadIndirectStart(sessionId(), deviceId(), pipe, info.tableHandle, &buffer);
@@ -79,7 +79,7 @@ Kiln::String ZelCounters::readPortDrops(Point point, const ZlTableCounter& info,
          p4_pd_counter_value value{};
          status = ZelCountersIntf::counterReadIndirectMain(
               sessionId(), deviceId(), pipe, info.tableHandle,
-              ZlDrop::entryIndex(devicePort % ZlDrop::portSlots, reason), &buffer, &value);
+              ZlDrop::entryIndex(ZlPort::slotOf(devicePort), reason), &buffer, &value);
          if (status == 0) {
             counts.lastIs(reason, value.packets);
          }
@@ -106,7 +106,7 @@ std::vector<Kiln::String> ZelCounters::readDrops(std::span<const DropPort> ports
       }
       for (auto first = ports.begin(); first != ports.end();) {
          const auto last = std::find_if(first, ports.end(), [&](const DropPort& port) {
-            return port.devicePort / ZlDrop::portSlots != first->devicePort / ZlDrop::portSlots;
+            return ZlPort::pipeOf(port.devicePort) != ZlPort::pipeOf(first->devicePort);
          });
          const Kiln::String error = readPortDrops(point, *info, {first, last});
          if (!error.empty()) {

@@ -2,6 +2,7 @@
 #include "counters/queues/IntfQueueCounters.h"
 
 #include "kiln/Assert.h"
+#include "zl/ZlPortLayout.h"
 
 #include <ostream>
 
@@ -14,17 +15,10 @@ std::ostream& operator<<(std::ostream& out, const QueueCounter& counter) {
 }
 
 unsigned queuesOfPort(unsigned pipePort) {
-   if (pipePort <= 65) {
-      return 8;
+   if (pipePort >= ZlPort::portsPerPipe) {
+      KILN_ASSERT(false);
    }
-   if (pipePort == 66) {
-      return 14;
-   }
-   if (pipePort == 67) {
-      return 2;
-   }
-   KILN_ASSERT(false);
-   return 0;
+   return ZlPort::queueCount(pipePort);
 }
 
 void IntfQueueCounters::queueCounterIs(const QueueCounter& counter) {

@@ -28,14 +28,8 @@ struct QueueCounter {
 // "Value('ZelCounter::QueueCounter', ** {'queueId': 1, 'bytes': 2, 'pkts': 3, 'pktsDropped': 4})"
 std::ostream& operator<<(std::ostream& out, const QueueCounter& counter);
 
-// How many queues the port at this index of its pipe has: 8 to 65, 14 at 66, 2 at 67. Above is an assertion.
+// How many queues the port at this index of its pipe has. An index that no port can have is an assertion.
 unsigned queuesOfPort(unsigned pipePort);
-
-// Where the first of them stands in a pipe's instance of the queue counter table.
-constexpr U32 firstQueueEntry(unsigned pipePort) {
-   // The last port's base has bits of its neighbours' queues set: so the P4 program numbers it.
-   return (pipePort << 5) | (pipePort == 67 ? 30 : (pipePort & 3) << 3);
-}
 
 // What is stored is the last reading less the baseline; the baseline moves when the interface is cleared.
 // Under the activity lock.

@@ -10,6 +10,7 @@
 #include "sdk/bf_tm.h"
 #include "sdk/pipe_mgr.h"
 #include "zl/ZelSdk.h"
+#include "zl/ZlPortLayout.h"
 
 #include <array>
 #include <deque>
@@ -18,7 +19,12 @@ namespace ZelCounter {
 
 namespace {
 
+using ZlPort::portsPerPipe;
+
 constexpr double tableRetryInterval = 1.0; // seconds
+
+// Every port index of a pipe has its place in what a completion gathers, and every queue in a port's.
+constexpr std::size_t queuesPerPort = ZlPort::queueLimit;
 
 PipeQueueCountersCookie* cookieSlot(ZelId::ZelDevId devId, ZelId::ZelPipeId pipe) {
    // One array a device, indexed by pipe; a deque, so that growing moves no slot. Never freed: completions
@@ -96,7 +102,7 @@ void PipeIntfQueueCounterSm::readSent(const Port& port, U32 tableHandle, Reading
    for (unsigned queue = 0; queue < port.queues; ++queue) {
       const pipe_status_t rc =
            pipe_mgr_stat_ent_query(parent_->sessionId(), parent_->deviceId(), pipe_, tableHandle,
-                                   firstQueueEntry(port.pipePort) + queue, &readings.sent[first + queue]);
+                                   ZlPort::queueEntry(port.pipePort, queue), &readings.sent[first + queue]);
       KILN_ASSERT(rc == 0);
    }
 }

@@ -59,9 +59,6 @@ class PipeIntfQueueCounterSm : public Kiln::Entity {
       U8 pipePort;
       unsigned queues;
    };
-   // Every port index of a pipe has its place in what a completion gathers, and every queue in a port's.
-   static constexpr std::size_t portsPerPipe = 68;
-   static constexpr std::size_t queuesPerPort = 16;
    struct Readings;
 
    void readSent(const Port& port, U32 tableHandle, Readings& readings) const;

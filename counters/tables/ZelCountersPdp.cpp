@@ -5,6 +5,7 @@
 #include "counters/show/TextShow.h"
 #include "kiln/Assert.h"
 #include "zl/ZelCountersIntf.h"
+#include "zl/ZlPortLayout.h"
 
 #include <array>
 #include <set>
@@ -17,10 +18,8 @@ using ZelQos::PdpClassId;
 using ZelQos::PdpIntfCounter;
 
 // Each pipe's block of the table: an entry for each class of each port slot.
-constexpr U32 pdpSlotsPerPipe = 73;
 constexpr U32 pdpClasses = PdpIntfCounter::classes;
-constexpr U32 pdpCounterMaxEntry = pdpSlotsPerPipe * pdpClasses - 1;
-static_assert(pdpCounterMaxEntry == 2335);
+constexpr U32 pdpCounterMaxEntry = ZlPort::pdpTableSize - 1;
 
 const Kiln::String defaultClassName = "default";
 
@@ -77,7 +76,7 @@ bool ZelCounters::fetchPdpPipe(const ZlResourceInfo::ZlTableCounter& info, U32 p
       }
       const U32 pdpClass = index % pdpClasses;
       if (pdpClass == 0) {
-         last = pdpCounterOf(pipe * ZelSystem::slotsPerPipe + index / pdpClasses);
+         last = pdpCounterOf(ZlPort::devicePort(pipe, index / pdpClasses));
       }
       if (last != nullptr) {
          last->classCountIs(PdpClassId(pdpClass), value.packets);

@@ -5,6 +5,7 @@
 #include "agent/ListeningSocket.h"
 #include "kiln/ActivityLock.h"
 #include "kiln/RingLog.h"
+#include "kiln/Timer.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -31,17 +32,17 @@ Kiln::String errorTail(const Kiln::String& error) {
 
 class CommandChannel::Listener : public Kiln::ActivityManager::Descriptor {
  public:
-   Listener(CommandChannel* channel, int fd)
-        : Descriptor(channel->manager_, fd), channel_(channel), pause_(channel->manager_->clock(), this) {
+   Listener(CommandChannel* channel, Kiln::OwnedFd socket)
+        : Descriptor(channel->manager_, socket.fd()), channel_(channel), socket_(std::move(socket)),
+          pause_(channel->manager_->clock(), this, &Listener::handlePauseEnd) {
       wantsIs(true, false);
    }
-   ~Listener() override { close(fd()); }
 
    void onReady(bool /*readable*/, bool /*writable*/) override {
       for (;;) {
-         const int accepted = accept4(fd(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
-         if (accepted >= 0) {
-            channel_->handleConnection(accepted);
+         Kiln::OwnedFd accepted(accept4(fd(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+         if (accepted.isOpen()) {
+            channel_->handleConnection(std::move(accepted));
          } else if (errno == EAGAIN) {
             return;
          } else if (errno != EINTR && errno != ECONNABORTED) {
@@ -57,25 +58,23 @@ class CommandChannel::Listener : public Kiln::ActivityManager::Descriptor {
  private:
    static constexpr double acceptPause = 1.0; // seconds
 
-   struct Pause : Kiln::Clock::Notifiee {
-      Pause(const Kiln::Ptr<Kiln::Clock>& clock, Listener* owner) : Notifiee(clock), listener(owner) {}
-      void onTime() override { listener->wantsIs(true, false); }
-      Listener* listener;
-   };
+   void handlePauseEnd() { wantsIs(true, false); }
 
    CommandChannel* channel_;
-   Pause pause_;
+   Kiln::OwnedFd socket_;
+   Kiln::Timer<Listener> pause_;
 };
 
 // One connection: takes the line, runs it, hands the answer out.
 class CommandChannel::Client : public Kiln::ActivityManager::Descriptor {
  public:
-   Client(CommandChannel* channel, int fd)
-        : Descriptor(channel->manager_, fd), channel_(channel), timeout_(channel->manager_->clock(), this) {
+   Client(CommandChannel* channel, Kiln::OwnedFd connection)
+        : Descriptor(channel->manager_, connection.fd()), channel_(channel),
+          connection_(std::move(connection)),
+          timeout_(channel->manager_->clock(), this, &Client::handleTimeout) {
       wantsIs(true, false);
       timeout_.timeMinIs(Kiln::System::currentTime() + channel->limits_.lineTimeout);
    }
-   ~Client() override { close(fd()); }
 
    // Bytes of text that the client has yet to take.
    std::size_t waitingBytes() const { return size_ - sent_; }
@@ -91,12 +90,6 @@ class CommandChannel::Client : public Kiln::ActivityManager::Descriptor {
  private:
    enum class Progress { some, none, done, gone };
 
-   struct Timeout : Kiln::Clock::Notifiee {
-      Timeout(const Kiln::Ptr<Kiln::Clock>& clock, Client* owner) : Notifiee(clock), client(owner) {}
-      void onTime() override { client->handleTimeout(); }
-      Client* client;
-   };
-
    void handleReadable();
    void handleWritable();
    void handleTimeout();
@@ -105,7 +98,8 @@ class CommandChannel::Client : public Kiln::ActivityManager::Descriptor {
    Progress copyOut();
 
    CommandChannel* channel_;
-   Timeout timeout_;
+   Kiln::OwnedFd connection_;
+   Kiln::Timer<Client> timeout_;
    Kiln::String line_;
    bool answering_ = false;
    std::unique_ptr<CommandSpool> spool_; // none when the command was not run
@@ -219,14 +213,13 @@ CommandChannel::~CommandChannel() {
    }
 }
 
-void CommandChannel::handleConnection(int fd) {
+void CommandChannel::handleConnection(Kiln::OwnedFd connection) {
    if (clients_.size() < limits_.clients) {
-      clients_.push_back(std::make_unique<Client>(this, fd));
+      clients_.push_back(std::make_unique<Client>(this, std::move(connection)));
       return;
    }
-   const OwnedFd refused(fd);
    const Kiln::String answer = errorTail("too many clients at once: try again later");
-   [[maybe_unused]] const auto sent = send(fd, answer.data(), answer.size(), MSG_NOSIGNAL);
+   [[maybe_unused]] const auto sent = send(connection.fd(), answer.data(), answer.size(), MSG_NOSIGNAL);
 }
 
 void CommandChannel::clientDel(const Client* client) {

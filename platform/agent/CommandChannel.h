@@ -42,7 +42,7 @@ class CommandChannel : public Kiln::PtrInterface {
 
    static constexpr std::size_t pieceSize = std::size_t{64} * 1024; // bytes copied out at once
 
-   void handleConnection(int fd);
+   void handleConnection(Kiln::OwnedFd connection);
    void clientDel(const Client* client);
    std::size_t waitingBytes() const;
 

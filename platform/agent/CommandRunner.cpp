@@ -2,6 +2,7 @@
 #include "agent/CommandRunner.h"
 
 #include "kiln/ActivityLock.h"
+#include "kiln/Choices.h"
 #include "kiln/TextOutput.h"
 
 #include <optional>
@@ -63,11 +64,7 @@ std::vector<Kiln::String> CommandRunner::keywords() const {
 }
 
 Kiln::String CommandRunner::expectedKeywords() const {
-   Kiln::String all;
-   for (const Kiln::String& keyword : keywords()) {
-      all += (all.empty() ? "" : ", ") + keyword;
-   }
-   return all;
+   return Kiln::joined(keywords(), ", ");
 }
 
 std::vector<Kiln::String> CommandRunner::completions(std::vector<Kiln::String> words) const {
@@ -90,7 +87,7 @@ void CommandRunner::completeLine(std::string_view line, int fd) const {
    }
    Kiln::TextOutput out(fd);
    for (const Kiln::String& word : completions(words)) {
-      if (word.compare(0, begun.size(), begun) == 0 && isWord(word)) {
+      if (word.starts_with(begun) && isWord(word)) {
          out.write(word + "\n");
       }
    }

@@ -11,25 +11,17 @@
 namespace Agent {
 
 CommandSpool::CommandSpool(std::size_t limit)
-     : limit_(limit), fd_(memfd_create("command output", MFD_CLOEXEC | MFD_ALLOW_SEALING)) {
+     : limit_(limit), file_(memfd_create("command output", MFD_CLOEXEC | MFD_ALLOW_SEALING)) {
    // The file has its full, still unbacked, size from the start and may not grow: the kernel refuses what
    // would go beyond, whoever writes.
-   if (fd_ < 0 || ftruncate(fd_, static_cast<off_t>(limit)) != 0 ||
-       fcntl(fd_, F_ADD_SEALS, F_SEAL_GROW | F_SEAL_SHRINK) != 0) {
-      const int error = errno;
-      if (fd_ >= 0) {
-         close(fd_);
-      }
-      throw std::system_error(error, std::generic_category(), "no memory file for the command's output");
+   if (!file_.isOpen() || ftruncate(fd(), static_cast<off_t>(limit)) != 0 ||
+       fcntl(fd(), F_ADD_SEALS, F_SEAL_GROW | F_SEAL_SHRINK) != 0) {
+      throw std::system_error(errno, std::generic_category(), "no memory file for the command's output");
    }
 }
 
-CommandSpool::~CommandSpool() {
-   close(fd_);
-}
-
 std::size_t CommandSpool::written() const {
-   return static_cast<std::size_t>(std::max<off_t>(lseek(fd_, 0, SEEK_CUR), 0));
+   return static_cast<std::size_t>(std::max<off_t>(lseek(fd(), 0, SEEK_CUR), 0));
 }
 
 bool CommandSpool::isFull() const {
@@ -53,7 +45,7 @@ std::size_t CommandSpool::wholeLines() const {
 }
 
 std::size_t CommandSpool::read(std::size_t offset, char* to, std::size_t length) const {
-   const ssize_t got = pread(fd_, to, length, static_cast<off_t>(offset));
+   const ssize_t got = pread(fd(), to, length, static_cast<off_t>(offset));
    return got > 0 ? static_cast<std::size_t>(got) : 0;
 }
 

@@ -2,6 +2,7 @@
 // takes no more.
 #pragma once
 
+#include "kiln/OwnedFd.h"
 #include "kiln/TextOutput.h"
 
 namespace Agent {
@@ -12,11 +13,8 @@ class CommandSpool {
 
    // Throws std::system_error when the machine has no memory file left. `limit` is a whole number of pages.
    explicit CommandSpool(std::size_t limit = sizeLimit);
-   CommandSpool(const CommandSpool&) = delete;
-   CommandSpool& operator=(const CommandSpool&) = delete;
-   ~CommandSpool();
 
-   int fd() const { return fd_; }
+   int fd() const { return file_.fd(); }
    std::size_t limit() const { return limit_; }
    // Bytes of text. Once full, it ends with the last whole line.
    std::size_t size() const;
@@ -31,7 +29,7 @@ class CommandSpool {
    std::size_t wholeLines() const;
 
    std::size_t limit_;
-   int fd_;
+   Kiln::OwnedFd file_;
 };
 
 } // namespace Agent

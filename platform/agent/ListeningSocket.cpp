@@ -18,12 +18,12 @@ namespace {
    throw std::runtime_error(what + ": " + std::strerror(errno));
 }
 
-int streamSocket() {
-   const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-   if (fd < 0) {
+Kiln::OwnedFd streamSocket() {
+   Kiln::OwnedFd made(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+   if (!made.isOpen()) {
       throwErrno("cannot create a socket");
    }
-   return fd;
+   return made;
 }
 
 // Only a socket that nobody listens on any more is removed.
@@ -35,8 +35,8 @@ void removeStaleSocket(const SocketAddress& address, const Kiln::String& path) {
    if (!S_ISSOCK(status.st_mode)) {
       throw std::runtime_error(path + " exists and is no socket: choose another with --socket PATH");
    }
-   const OwnedFd probe(streamSocket());
-   if (connect(probe.fd, address.any(), address.length()) == 0 || errno == EAGAIN) {
+   const Kiln::OwnedFd probe = streamSocket();
+   if (connect(probe.fd(), address.any(), address.length()) == 0 || errno == EAGAIN) {
       throw std::runtime_error("another agent answers on " + path +
                                ": stop it, or choose another socket with --socket PATH");
    }
@@ -48,32 +48,32 @@ void removeStaleSocket(const SocketAddress& address, const Kiln::String& path) {
 
 // Until the descriptor is closed, no other agent looks for a stale socket there: between two looks, the first
 // agent's fresh socket could be taken for one. The folder itself is locked, so no file is left behind.
-int lockFolderOf(const Kiln::String& path) {
+Kiln::OwnedFd lockFolderOf(const Kiln::String& path) {
    const std::size_t slash = path.rfind('/');
    const Kiln::String folder = slash == Kiln::String::npos ? "." : path.substr(0, slash + 1);
-   OwnedFd opened(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+   Kiln::OwnedFd opened(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
    int status = -1;
-   while (opened.fd >= 0 && (status = flock(opened.fd, LOCK_EX)) != 0 && errno == EINTR) {
+   while (opened.isOpen() && (status = flock(opened.fd(), LOCK_EX)) != 0 && errno == EINTR) {
    }
    if (status != 0) {
       throwErrno("cannot listen on " + path);
    }
-   return opened.release();
+   return opened;
 }
 
 } // namespace
 
-int listenOn(const Kiln::String& path) {
+Kiln::OwnedFd listenOn(const Kiln::String& path) {
    const SocketAddress address(path);
-   const OwnedFd lock(lockFolderOf(path));
+   const Kiln::OwnedFd lock = lockFolderOf(path);
    removeStaleSocket(address, path);
-   OwnedFd made(streamSocket());
+   Kiln::OwnedFd made = streamSocket();
    // Before it has a name, so that there is no moment at which others may open it.
-   fchmod(made.fd, S_IRUSR | S_IWUSR);
-   if (bind(made.fd, address.any(), address.length()) != 0 || listen(made.fd, SOMAXCONN) != 0) {
+   fchmod(made.fd(), S_IRUSR | S_IWUSR);
+   if (bind(made.fd(), address.any(), address.length()) != 0 || listen(made.fd(), SOMAXCONN) != 0) {
       throwErrno("cannot listen on " + path);
    }
-   return made.release();
+   return made;
 }
 
 } // namespace Agent

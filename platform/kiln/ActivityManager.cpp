@@ -52,8 +52,8 @@ void ActivityManager::instanceDel() {
 }
 
 ActivityManager::ActivityManager()
-     : clock_(allocate<Clock>()), wakeFd_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-   if (wakeFd_ < 0) {
+     : clock_(allocate<Clock>()), wakeEvent_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+   if (!wakeEvent_.isOpen()) {
       throw std::system_error(errno, std::generic_category(), "eventfd");
    }
    clock_->wakeIs([this] { wakeSleeper(); });
@@ -61,14 +61,13 @@ ActivityManager::ActivityManager()
 
 ActivityManager::~ActivityManager() {
    clock_->wakeIs({});
-   close(wakeFd_);
 }
 
 void ActivityManager::wake() const noexcept {
    const int errorOfInterrupted = errno;
    const U64 one = 1;
    // A full counter means that the loop is being woken already.
-   [[maybe_unused]] const auto written = write(wakeFd_, &one, sizeof one);
+   [[maybe_unused]] const auto written = write(wakeEvent_.fd(), &one, sizeof one);
    errno = errorOfInterrupted;
 }
 
@@ -106,7 +105,7 @@ void ActivityManager::runDue() {
 
 void ActivityManager::sleep() {
    sleeping_.store(true);
-   std::vector<pollfd> polled{{wakeFd_, POLLIN, 0}};
+   std::vector<pollfd> polled{{wakeEvent_.fd(), POLLIN, 0}};
    std::vector<Descriptor*> waiting{nullptr};
    for (Descriptor* descriptor : descriptors_) {
       if (descriptor->readable_ || descriptor->writable_) {
@@ -126,7 +125,7 @@ void ActivityManager::sleep() {
 
    sleeping_.store(false);
    U64 wakes = 0;
-   [[maybe_unused]] const auto drained = read(wakeFd_, &wakes, sizeof wakes);
+   [[maybe_unused]] const auto drained = read(wakeEvent_.fd(), &wakes, sizeof wakes);
    for (std::size_t i = 1; i < polled.size(); ++i) {
       if (polled[i].revents != 0) {
          serve(waiting[i], polled[i].fd, polled[i].revents);

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "kiln/Clock.h"
+#include "kiln/OwnedFd.h"
 #include "kiln/Time.h"
 
 #include <vector>
@@ -64,7 +65,7 @@ class ActivityManager : public PtrInterface {
    void serve(Descriptor* descriptor, int fd, int events);
 
    Ptr<Clock> clock_;
-   int wakeFd_;
+   OwnedFd wakeEvent_;
    std::atomic<bool> stopping_{false};
    std::atomic<bool> sleeping_{false};
    std::vector<Descriptor*> descriptors_;

@@ -6,6 +6,15 @@
 
 namespace Kiln {
 
+String joined(const std::vector<String>& all, std::string_view separator) {
+   String text;
+   for (std::size_t i = 0; i < all.size(); ++i) {
+      text += i == 0 ? "" : separator;
+      text += all[i];
+   }
+   return text;
+}
+
 String quoted(std::string_view word) {
    constexpr std::size_t shown = 40;
    // A character, not a literal: before a temporary, g++ 12 at -O3 warns of an overlap that can't be.

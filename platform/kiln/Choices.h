@@ -8,6 +8,9 @@
 
 namespace Kiln {
 
+// "a, b, c" with the separator ", ".
+String joined(const std::vector<String>& all, std::string_view separator);
+
 // In quotes, a long word cut short.
 String quoted(std::string_view word);
 

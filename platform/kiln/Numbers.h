@@ -26,7 +26,7 @@ std::optional<T> parseNumber(std::string_view text, T min = std::numeric_limits<
 // A counter's value: decimal, or hexadecimal with 0x before it.
 inline std::optional<U64> parseValue(std::string_view text) {
    constexpr U64 max = std::numeric_limits<U64>::max();
-   const bool isHex = text.substr(0, 2) == "0x";
+   const bool isHex = text.starts_with("0x");
    return isHex ? parseNumber<U64>(text.substr(2), 0, max, 16) : parseNumber<U64>(text);
 }
 

@@ -1,7 +1,9 @@
 // Real and simulated time, and the choice between them.
 #include "kiln/Time.h"
 
+#include <cmath>
 #include <ctime>
+#include <stdexcept>
 
 namespace Kiln {
 
@@ -15,16 +17,10 @@ Ptr<TimeSource>& held() {
    return *source;
 }
 
-double monotonicNow() {
-   timespec now{};
-   clock_gettime(CLOCK_MONOTONIC, &now);
-   return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
-}
-
 } // namespace
 
 double RealTime::now() const {
-   return monotonicNow();
+   return System::monotonicTime();
 }
 
 void SimulatedTime::nowIs(double seconds) {
@@ -49,9 +45,21 @@ Ptr<TimeSource> timeSource() {
 
 double currentTime() {
    const TimeSource* source = active.load(std::memory_order_acquire);
-   return source != nullptr ? source->now() : monotonicNow();
+   return source != nullptr ? source->now() : monotonicTime();
+}
+
+double monotonicTime() {
+   timespec now{};
+   clock_gettime(CLOCK_MONOTONIC, &now);
+   return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
 }
 
 } // namespace System
+
+void requirePositiveSeconds(std::string_view attribute, double seconds) {
+   if (!std::isfinite(seconds) || seconds <= 0.0) {
+      throw std::range_error(String(attribute) + " must be a positive number of seconds");
+   }
+}
 
 } // namespace Kiln

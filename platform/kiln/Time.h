@@ -4,6 +4,8 @@
 
 #include "kiln/Ptr.h"
 
+#include <string_view>
+
 namespace Kiln {
 
 class TimeSource : public PtrInterface {
@@ -39,7 +41,13 @@ namespace System {
 void timeSourceIs(Ptr<TimeSource> source);
 Ptr<TimeSource> timeSource();
 double currentTime();
+// CLOCK_MONOTONIC, whatever the source is.
+double monotonicTime();
 
 } // namespace System
+
+// Of an interval that somebody sets. Throws std::range_error, naming the attribute, unless it is above 0 and
+// finite.
+void requirePositiveSeconds(std::string_view attribute, double seconds);
 
 } // namespace Kiln

@@ -12,7 +12,8 @@ namespace Oxbow {
 
 TimerWheel::TimerWheel(const Kiln::Ptr<const Kiln::Clock>& clock, U32 tickMs, U32 perTick, U32 firstSlot,
                        U32 slotCount)
-     : tickMs_(tickMs), perTick_(perTick), current_(firstSlot), slots_(slotCount), tick_(clock, this) {
+     : tickMs_(tickMs), perTick_(perTick), current_(firstSlot), slots_(slotCount),
+       tick_(clock, this, &TimerWheel::handleTick) {
    KILN_ASSERT(tickMs > 0 && perTick > 0 && slotCount > 1 && firstSlot < slotCount);
 }
 

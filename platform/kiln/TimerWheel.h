@@ -3,7 +3,7 @@
 // the activity thread; the rest follow in the next ticks.
 #pragma once
 
-#include "kiln/Clock.h"
+#include "kiln/Timer.h"
 
 #include <list>
 #include <vector>
@@ -44,13 +44,6 @@ class TimerWheel : public Kiln::PtrInterface {
               U32 slotCount);
 
  private:
-   struct Tick : Kiln::Clock::Notifiee {
-      Tick(Kiln::Ptr<const Kiln::Clock> clock, TimerWheel* owner)
-           : Notifiee(std::move(clock)), wheel(owner) {}
-      void onTime() override { wheel->handleTick(); }
-      TimerWheel* wheel;
-   };
-
    double tickTime() const;
    void arm(Timer& timer, double delay);
    void disarm(Timer& timer);
@@ -67,7 +60,7 @@ class TimerWheel : public Kiln::PtrInterface {
    bool turning_ = false;
    double turnStart_ = 0.0; // when the wheel began to turn
    U64 turnTicks_ = 0;      // ticks from then to the next one
-   Tick tick_;
+   Kiln::Timer<TimerWheel> tick_;
 };
 
 } // namespace Oxbow

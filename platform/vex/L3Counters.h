@@ -1,7 +1,7 @@
 // The counters of L3 interfaces of one kind: VLAN interfaces, or subinterfaces.
 #pragma once
 
-#include "kiln/Clock.h"
+#include "kiln/Timer.h"
 #include "silo/Table.h"
 #include "vex/VexCountersLog.h"
 #include "vex/VexTypes.h"
@@ -23,7 +23,7 @@ class L3Counters {
    // cleared.
    L3Counters(Kiln::Ptr<const Kiln::Clock> clock, Table* counters, Table* clearCounters, Read read)
         : counters_(counters), clearCounters_(clearCounters), read_(std::move(read)),
-          endOfTurn_(std::move(clock), this) {}
+          endOfTurn_(std::move(clock), this, &L3Counters::handleEndOfTurn) {}
 
    bool has(const Pelt::IntfId& intf) const { return intfs_.contains(intf); }
    // Begins to count, going on from what was published. A name that no table takes is told to the operator,
@@ -47,11 +47,6 @@ class L3Counters {
       Kiln::Ptr<VexTypes::L3IntfCounters> previous;
       bool isDue = false;
    };
-   struct EndOfTurn : Kiln::Clock::Notifiee {
-      EndOfTurn(Kiln::Ptr<const Kiln::Clock> clock, L3Counters* of) : Notifiee(std::move(clock)), owner(of) {}
-      void onTime() override { owner->handleEndOfTurn(); }
-      L3Counters* owner;
-   };
 
    void handleEndOfTurn();
    void update(const Pelt::IntfId& intf, Counted& counted);
@@ -64,7 +59,7 @@ class L3Counters {
    Kiln::Ptr<VexTypes::L3IntfCounters> reading_ = Kiln::allocate<VexTypes::L3IntfCounters>(); // of any
    Kiln::HashMap<Pelt::IntfId, Counted> intfs_;
    PublishErrors errors_;
-   EndOfTurn endOfTurn_;
+   Kiln::Timer<L3Counters> endOfTurn_;
 };
 
 } // namespace Vex

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "kiln/Accessors.h"
+#include "zl/ZlPortLayout.h"
 
 #include <array>
 
@@ -10,7 +11,7 @@ namespace ZelQos {
 // A class of the chip's PDP policy: 0 to 31; anything else is a std::range_error.
 class PdpClassId {
  public:
-   static constexpr U8 max = 31;
+   static constexpr U8 max = ZlPort::pdpClassesPerSlot - 1;
 
    constexpr PdpClassId() noexcept = default; // class 0
    explicit PdpClassId(U32 value);

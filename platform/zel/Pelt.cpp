@@ -9,7 +9,7 @@ namespace Pelt {
 bool InternalIntfId::isInternalIntfId(const IntfId& intf) noexcept {
    constexpr std::string_view prefix = "Internal";
    const std::string_view text = intf.text();
-   return text.size() > prefix.size() && text.substr(0, prefix.size()) == prefix &&
+   return text.size() > prefix.size() && text.starts_with(prefix) &&
           std::all_of(text.begin() + prefix.size(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
 }
 

@@ -6,22 +6,20 @@
 #include "zel/PdpClasses.h"
 #include "zel/Pelt.h"
 #include "zel/ZelId.h"
+#include "zl/ZlPortLayout.h"
 
 #include <array>
 
 namespace ZelSystem {
-
-// Device port numbers: pipe x 128 + the port's slot in the pipe.
-constexpr U16 slotsPerPipe = 128;
 
 // Where a port sits. The default record is that of no port: no device, device port 456.
 struct PortRecord {
    ZelId::ZelDevId devId = ZelId::noDevice;
    U16 devicePort = ZelId::PortIndex::invalid;
 
-   U16 pipe() const noexcept { return devicePort / slotsPerPipe; }
+   U16 pipe() const noexcept { return ZlPort::pipeOf(devicePort); }
    // The port's index in its pipe, 0 to 67 for a real one.
-   U8 pipePort() const noexcept { return static_cast<U8>(devicePort % slotsPerPipe); }
+   U8 pipePort() const noexcept { return static_cast<U8>(ZlPort::slotOf(devicePort)); }
    bool operator==(const PortRecord&) const noexcept = default;
 };
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "kiln/Types.h"
+#include "zl/ZlPortLayout.h"
 
 namespace ZelId {
 
@@ -17,8 +18,8 @@ class ZelPipeId {
    constexpr ZelPipeId(U16 value) noexcept : value_(value) {}
    constexpr operator U16() const noexcept { return value_; }
 
-   static constexpr U16 max() { return 3; }          // the largest physical pipe
-   static constexpr U16 allPipes() { return 65535; } // every pipe at once
+   static constexpr U16 max() { return ZlPort::maxPipes - 1; } // the largest physical pipe
+   static constexpr U16 allPipes() { return 65535; }           // every pipe at once
 
  private:
    U16 value_ = 0;

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "kiln/Types.h"
+#include "zl/ZlPortLayout.h"
 
 #include <array>
 #include <span>
@@ -11,9 +12,8 @@
 namespace ZlDrop {
 
 // A pipe's block of a table: an entry for each reason of each port slot.
-constexpr U32 portSlots = 128;
 constexpr U32 reasonsPerPort = 16;
-constexpr U32 tableSize = portSlots * reasonsPerPort;
+constexpr U32 tableSize = ZlPort::slotsPerPipe * reasonsPerPort;
 static_assert(tableSize == 2048);
 
 constexpr U32 entryIndex(U32 slot, U32 reason) {

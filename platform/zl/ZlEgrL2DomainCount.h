@@ -2,10 +2,11 @@
 #pragma once
 
 #include "kiln/Accessors.h"
-#include "zel/VlanId.h"
-#include "zl/ZlTable.h"
+#include "zl/ZlL2DomainCount.h"
 
 namespace ZlEgrL2DomainCount {
+
+using ZlL2DomainCount::OnMissActionSpec;
 
 // What an entry matches.
 class EgrL2DomainCountMatchSpec : public Kiln::PtrInterface {
@@ -14,27 +15,22 @@ class EgrL2DomainCountMatchSpec : public Kiln::PtrInterface {
    KILN_ATTRIBUTE(U8, decapType)
 };
 
-// The table's default action: count, and let pass.
-struct OnMissActionSpec {};
+inline ZlL2DomainCount::Match matchOf(const EgrL2DomainCountMatchSpec& spec) {
+   return {spec.vlanId(), spec.decapType()};
+}
 
 struct EgrL2DomainCountEntry {
    Kiln::Ptr<const EgrL2DomainCountMatchSpec> matchSpec;
    OnMissActionSpec actionSpec;
 };
 
-class EgrL2DomainCountTable : public ZlTable::CountTable {
+class EgrL2DomainCountTable
+     : public ZlL2DomainCount::L2DomainCountTable<EgrL2DomainCountEntry, EgrL2DomainCountMatchSpec> {
  public:
-   using CountTable::CountTable;
-
-   // Throws ZlTable::ZlTableException when the chip refuses the entry.
-   void entryIs(const EgrL2DomainCountEntry& entry);
-   // The table's own slot of the match spec: tests false, and its handle is 0, while the table holds no such
-   // entry. Good as long as the table.
-   const ZlTable::EntrySlot& entry(const EgrL2DomainCountMatchSpec& matchSpec) const;
-   void entryDel(const EgrL2DomainCountMatchSpec& matchSpec);
+   using L2DomainCountTable::L2DomainCountTable;
 };
 
-// The arguments are CountTable's.
+// The arguments are ZlTable::CountTable's.
 Kiln::Ptr<EgrL2DomainCountTable>
 egrL2DomainCountTableFactory(Kiln::Ptr<ZlTable::KeyManager> keyManager,
                              Kiln::Ptr<ZlTable::TableStatusManager> tableStatusManager,

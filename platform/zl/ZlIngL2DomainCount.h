@@ -2,12 +2,11 @@
 #pragma once
 
 #include "kiln/Accessors.h"
-#include "zel/VlanId.h"
-#include "zl/ZlTable.h"
-
-#include <optional>
+#include "zl/ZlL2DomainCount.h"
 
 namespace ZlIngL2DomainCount {
+
+using ZlL2DomainCount::OnMissActionSpec;
 
 // What an entry matches.
 class IngL2DomainCountMatchSpec : public Kiln::PtrInterface {
@@ -18,27 +17,22 @@ class IngL2DomainCountMatchSpec : public Kiln::PtrInterface {
    KILN_ATTRIBUTE(std::optional<bool>, ingMdSnatHit)
 };
 
-// The table's default action: count, and let pass.
-struct OnMissActionSpec {};
+inline ZlL2DomainCount::Match matchOf(const IngL2DomainCountMatchSpec& spec) {
+   return {spec.vlanId(), spec.decapType(), spec.ingMdSnatHit()};
+}
 
 struct IngL2DomainCountEntry {
    Kiln::Ptr<const IngL2DomainCountMatchSpec> matchSpec;
    OnMissActionSpec actionSpec;
 };
 
-class IngL2DomainCountTable : public ZlTable::CountTable {
+class IngL2DomainCountTable
+     : public ZlL2DomainCount::L2DomainCountTable<IngL2DomainCountEntry, IngL2DomainCountMatchSpec> {
  public:
-   using CountTable::CountTable;
-
-   // Throws ZlTable::ZlTableException when the chip refuses the entry.
-   void entryIs(const IngL2DomainCountEntry& entry);
-   // The table's own slot of the match spec: tests false, and its handle is 0, while the table holds no such
-   // entry. Good as long as the table.
-   const ZlTable::EntrySlot& entry(const IngL2DomainCountMatchSpec& matchSpec) const;
-   void entryDel(const IngL2DomainCountMatchSpec& matchSpec);
+   using L2DomainCountTable::L2DomainCountTable;
 };
 
-// The arguments are CountTable's.
+// The arguments are ZlTable::CountTable's.
 Kiln::Ptr<IngL2DomainCountTable>
 ingL2DomainCountTableFactory(Kiln::Ptr<ZlTable::KeyManager> keyManager,
                              Kiln::Ptr<ZlTable::TableStatusManager> tableStatusManager,

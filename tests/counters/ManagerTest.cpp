@@ -1,6 +1,6 @@
 // The manager: construction, chips that come and go, and the polling clock.
 #include "kiln/Trace.h"
-#include "tests/counters/Rig.h"
+#include "tests/support/CountersRig.h"
 
 #include <cmath>
 #include <gtest/gtest.h>
@@ -10,10 +10,10 @@
 
 namespace {
 
-using Test::Rig;
+using namespace ZelTest;
 
 TEST(ManagerConstruction, buildsItsServicesInTheirOrder) {
-   Rig rig;
+   CountersRig rig;
    Kiln::String error;
    ASSERT_TRUE(Kiln::traceSettingIs("ZelCountersMgr/1", &error)) << error;
    testing::internal::CaptureStderr();
@@ -40,20 +40,20 @@ TEST(ManagerConstruction, buildsItsServicesInTheirOrder) {
 }
 
 TEST(ManagerConstructionDeathTest, needsTheCommandDirectory) {
-   Rig rig;
+   CountersRig rig;
    rig.commands = nullptr;
    EXPECT_DEATH(rig.makeManager(), "\"cliRequestDirSm\\(\\)\" failed in ZelCountersMgr");
 }
 
 TEST(ManagerConstructionDeathTest, needsTheDropTableOfAChipThatCountsQosDrops) {
-   Rig rig;
+   CountersRig rig;
    rig.makeManager();
    rig.status->chipCapabilitiesIs("soft", {.qosPolicyCounter = true});
    EXPECT_DEATH(rig.addChip(0, "Zel0"), "\"mounts\\(\\)->qosPolicyDropCountSiloTable\\(\\)\" failed");
 }
 
 TEST(ManagerConstruction, commandsThatComeAfterItsEndAreRefused) {
-   Rig rig;
+   CountersRig rig;
    rig.makeManager();
    {
       const auto lock = Kiln::ActivityLockAnchor::lock();
@@ -64,7 +64,7 @@ TEST(ManagerConstruction, commandsThatComeAfterItsEndAreRefused) {
 }
 
 TEST(ManagerConstruction, anEqualCommandHandlerIsKept) {
-   Rig rig;
+   CountersRig rig;
    rig.makeManager();
    const auto* before = rig.mgr->cliCallback().ptr();
    rig.mgr->cliCallbackIs("ZelCounters", "ZelCountersCli", rig.mgr.ptr());
@@ -82,12 +82,12 @@ class Polling : public testing::Test {
    U64 seen() { return rig.last(0, port, 0); }
    void hardware(U64 value) { rig.chip(0).rmonIs(5, 0, value); }
 
-   Rig rig;
+   CountersRig rig;
    Pelt::IntfId port;
 };
 
 TEST_F(Polling, firstPassComesAfterTwoSecondsAndTheNextTwoSecondsAfterAPassThatTookTime) {
-   rig.fleet().faults().costIs("bf_port_mac_stats_hw_async_get", 0.25);
+   rig.fleet.faults().costIs("bf_port_mac_stats_hw_async_get", 0.25);
    hardware(1);
    rig.advance(1.75);
    EXPECT_EQ(seen(), 0U);
@@ -137,7 +137,7 @@ TEST_F(Polling, goesOnWithoutChipsAndAfterAPassThatThrows) {
    rig.mgr->vexCountersSmIs(Kiln::allocate<Vex::Counters::CountersSm>(std::move(context)));
    rig.mgr->vexCountersSm()->hasNotificationActiveIs(true);
    rig.addChip(0, "Zel0");
-   rig.fleet().completions().modeIs({SoftChip::CompletionMode::Kind::inlined});
+   rig.fleet.completions().modeIs({SoftChip::CompletionMode::Kind::inlined});
    hardware(1);
    rig.advance(2.0);
    EXPECT_EQ(seen(), 1U);
@@ -164,7 +164,7 @@ TEST_F(Polling, deleteTakesEveryChipOfTheNameAndNoOther) {
 }
 
 TEST(ManagerChips, refusesWhatIsNoChip) {
-   Rig rig;
+   CountersRig rig;
    rig.makeManager();
    const auto lock = Kiln::ActivityLockAnchor::lock();
    EXPECT_THROW(rig.mgr->addChip(8, "Zel8", {"soft"}, 1, nullptr, nullptr, nullptr), std::range_error);
@@ -178,7 +178,7 @@ TEST(ManagerChips, refusesWhatIsNoChip) {
 }
 
 TEST(ManagerChips, aNewChipHasATrafficManagerEntryForEachPipe) {
-   Rig rig;
+   CountersRig rig;
    rig.makeManager();
    rig.addChip(3, "Zel3", 4);
    const auto* device = rig.tm->countersByDevId().find(3);

@@ -4,6 +4,7 @@
 
 #include "softchip/RmonCounters.h"
 #include "tests/softchip/Bytes.h"
+#include "tests/support/TemporaryFolder.h"
 
 #include <array>
 #include <filesystem>
@@ -21,11 +22,10 @@ using testing::HasSubstr;
 using testing::StartsWith;
 using Octets = std::vector<uint8_t>;
 
-/** A capture file being put together, in either byte order; removed at the end. */
+// A capture file being put together, in either byte order.
 class CaptureFile {
  public:
    explicit CaptureFile(bool bigEndian = false) : bigEndian_(bigEndian) {}
-   ~CaptureFile() { std::filesystem::remove(path_); }
 
    CaptureFile& header(uint32_t magic = 0xa1b2c3d4, uint32_t linkType = 1) {
       constexpr uint32_t snapLength = 64; // the records say otherwise
@@ -58,8 +58,8 @@ class CaptureFile {
 
    bool bigEndian_;
    Octets octets_;
-   std::string path_ = testing::TempDir() + testing::UnitTest::GetInstance()->current_test_info()->name() +
-                       std::to_string(reinterpret_cast<uintptr_t>(this)) + ".pcap";
+   const ZelTest::TemporaryFolder folder_;
+   const std::string path_ = folder_.path() + "/frames.pcap";
 };
 
 /** Reads all of it; answers the error's text, or how many frames there were. */
@@ -159,7 +159,7 @@ TEST(CaptureReader, SaysWhatIsWrongWithTheFile) {
       EXPECT_THAT(outcome(path), StartsWith(path + ": " + c.error));
    }
    EXPECT_THAT(outcome("/nonexistent/x.pcap"), StartsWith("/nonexistent/x.pcap: cannot be opened: "));
-   EXPECT_THAT(outcome(testing::TempDir()), HasSubstr(": cannot be read: "));
+   EXPECT_THAT(outcome(ZelTest::TemporaryFolder().path()), HasSubstr(": cannot be read: "));
 }
 
 TEST(CaptureReader, SaysWhatIsWrongWithWhichRecord) {

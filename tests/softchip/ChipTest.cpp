@@ -1,6 +1,7 @@
 // Ports, forwarding and MAC counters of a chip, the memory they live in, and the traffic that moves them.
 #include "softchip/CaptureReader.h"
-#include "tests/softchip/Rig.h"
+#include "tests/softchip/SoftChipRig.h"
+#include "tests/support/TemporaryFolder.h"
 
 #include <cstdio>
 #include <filesystem>
@@ -14,16 +15,11 @@ namespace {
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-class ChipTest : public Rig {
+class ChipTest : public ZelTest::SoftChipRig {
  protected:
    ChipTest() : chip(addChip()) {
       for (const U16 port : {U16{128}, U16{0}, U16{1}}) {
          chip.portAdd(port);
-      }
-   }
-   ~ChipTest() override {
-      for (const Kiln::String& path : files) {
-         std::remove(path.c_str());
       }
    }
    std::vector<U64> sent() const {
@@ -33,13 +29,10 @@ class ChipTest : public Rig {
       }
       return frames;
    }
-   Kiln::String file(const char* name) {
-      files.push_back(testing::TempDir() + name + std::to_string(getpid()));
-      return files.back();
-   }
+   Kiln::String file(const char* name) const { return folder.path() + "/" + name; }
 
    Chip& chip;
-   std::vector<Kiln::String> files;
+   const ZelTest::TemporaryFolder folder;
 };
 
 TEST_F(ChipTest, FramesGoWhereTheirDestinationWasSeenElseEverywhereElse) {
@@ -188,7 +181,7 @@ TEST_F(ChipTest, AFileThatIsNoneOfOursIsLeftAlone) {
    EXPECT_THAT([&] { HardwareMemory memory(foreign); },
                testing::ThrowsMessage<std::runtime_error>(HasSubstr("not a file of hardware counters")));
    EXPECT_EQ(std::filesystem::file_size(foreign), 5000U);
-   EXPECT_THROW(HardwareMemory{testing::TempDir()}, std::runtime_error);
+   EXPECT_THROW(HardwareMemory{folder.path()}, std::runtime_error);
 
    const Kiln::String damaged = file("damaged");
    { HardwareMemory memory(damaged); }

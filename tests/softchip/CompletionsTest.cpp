@@ -1,7 +1,7 @@
 // How requests complete: when, on which thread, how often and with which values; and planned failures.
 #include "kiln/ActivityLock.h"
 #include "kiln/RingLog.h"
-#include "tests/softchip/Rig.h"
+#include "tests/softchip/SoftChipRig.h"
 #include "zl/ZelSdk.h"
 
 #include <atomic>
@@ -51,7 +51,7 @@ void throwAlways(bf_dev_id_t /*dev*/, bf_dev_port_t /*port*/, bf_rmon_counter_ar
    throw std::range_error("no such port index");
 }
 
-class CompletionsTest : public Rig {
+class CompletionsTest : public ZelTest::SoftChipRig {
  protected:
    CompletionsTest() : chip(addChip()) {
       for (U16 port = 0; port < 4; ++port) {
@@ -193,7 +193,7 @@ TEST_F(CompletionsTest, CallsCostSimulatedTimeAndBadPlansAreRefused) {
    fleet->faults().costIs("bf_port_mac_stats_hw_async_get", 0.25);
    ask(0);
    ask(1);
-   EXPECT_EQ(time->now(), 0.5);
+   EXPECT_EQ(time.now(), 0.5);
    EXPECT_THROW(fleet->faults().failNext("bf_port_mac", 1), std::invalid_argument);
    EXPECT_THROW(fleet->faults().costIs("bf_port_mac_stats_hw_async_get", -1), std::invalid_argument);
    EXPECT_THROW(fleet->completions().modeIs({Kind::late, -1.0}), std::invalid_argument);

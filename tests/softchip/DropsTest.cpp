@@ -1,7 +1,7 @@
 // Where the chip counts the frames that it drops, and that none gets lost in between.
 #include "sdk/bf_pipe.h"
 #include "sdk/bf_tm.h"
-#include "tests/softchip/Rig.h"
+#include "tests/softchip/SoftChipRig.h"
 
 #include <functional>
 #include <gmock/gmock.h>
@@ -13,7 +13,7 @@ namespace {
 using Drops = std::map<Kiln::String, U64>; // by "POINT/REASON of port N", or a stage's name
 
 // Ports 0, 1 and 7 are in pipe 0, 128 in pipe 1; port 7 is a slow one.
-class DropsTest : public Rig {
+class DropsTest : public ZelTest::SoftChipRig {
  protected:
    DropsTest() { start(); }
 
@@ -30,9 +30,8 @@ class DropsTest : public Rig {
    // The packets of a drop table: of one reason of one port, or all.
    U64 dropped(ZlDrop::Point point, U16 port, U32 reason) const {
       return chip
-           ->tableEntry(ZlDrop::tables[static_cast<std::size_t>(point)].name,
-                        static_cast<U16>(port / ZlDrop::portSlots),
-                        ZlDrop::entryIndex(port % ZlDrop::portSlots, reason))
+           ->tableEntry(ZlDrop::tables[static_cast<std::size_t>(point)].name, ZlPort::pipeOf(port),
+                        ZlDrop::entryIndex(ZlPort::slotOf(port), reason))
            .packets;
    }
    U64 droppedOfAll(ZlDrop::Point point) const {
@@ -54,7 +53,7 @@ class DropsTest : public Rig {
       };
       for (U32 entry = 0; entry < ZlDrop::tables.size() * 2 * ZlDrop::tableSize; ++entry) {
          const U32 reason = entry % ZlDrop::reasonsPerPort;
-         const U32 port = entry / ZlDrop::reasonsPerPort % (2 * ZlDrop::portSlots);
+         const U32 port = entry / ZlDrop::reasonsPerPort % (2 * ZlPort::slotsPerPipe);
          const U32 point = entry / (2 * ZlDrop::tableSize);
          const ZlDrop::Table& table = ZlDrop::tables[point];
          enter(Kiln::String(table.point) + "/" +
@@ -280,7 +279,7 @@ TEST_F(DropsTest, EveryFrameIsAccountedForAtEveryStage) {
       U64 consumed = 0;
       U64 sent = 0;
       for (const U16 port : chip->ports()) {
-         if (port / slotsPerPipe == pipe) {
+         if (ZlPort::pipeOf(port) == pipe) {
             received += chip->rmon(port, BF_RMON_FRAMES_RECEIVED_ALL);
             consumed += chip->rmon(port, BF_RMON_MAC_CONTROL_FRAMES_RECEIVED);
             sent += chip->rmon(port, BF_RMON_FRAMES_TRANSMITTED_ALL);

@@ -5,7 +5,7 @@
 #include "sdk/lld.h"
 #include "sdk/pipe_mgr.h"
 #include "softchip/PdpClasses.h"
-#include "tests/softchip/Rig.h"
+#include "tests/softchip/SoftChipRig.h"
 #include "zl/ZelCountersIntf.h"
 #include "zl/ZelSdk.h"
 
@@ -25,7 +25,7 @@ void countCallback(bf_dev_id_t /*dev*/, void* cookie) {
    ++*static_cast<int*>(cookie);
 }
 
-class TablesTest : public Rig {
+class TablesTest : public ZelTest::SoftChipRig {
  protected:
    TablesTest() {
       program->matchTableAdd({"acl", 4, Stage::ingress, {{.ipProtocol = 6}, {}}});
@@ -295,7 +295,7 @@ TEST(StandardProgram, HasTheTablesThatTheAgentLooksFor) {
    EXPECT_EQ(program->zlTableCounter(program->zlTableCountersNum()), nullptr);
 }
 
-class PipelineTest : public Rig {
+class PipelineTest : public ZelTest::SoftChipRig {
  protected:
    PipelineTest() : chip(addChip()) {
       for (const U16 port : std::vector<U16>{0, 3, 5, 65, 66, 67, 128 + 5}) {

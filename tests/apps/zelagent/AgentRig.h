@@ -1,0 +1,43 @@
+// An agent in simulated time, and a way to ask it.
+#pragma once
+
+#include "apps/zelagent/SwitchAgent.h"
+#include "kiln/ActivityLock.h"
+#include "tests/support/SimulatedTime.h"
+
+#include <gtest/gtest.h>
+#include <optional>
+#include <unistd.h>
+
+namespace ZelTest {
+
+struct Asked {
+   Kiln::String text;
+   Kiln::String error;
+};
+
+class AgentRig : public testing::Test {
+ protected:
+   // With tables of its own, since tests run side by side.
+   ZelAgent::SwitchAgent& start(ZelAgent::SwitchAgentConfig config) {
+      config.tablePrefix += "-test-" + std::to_string(getpid());
+      config.tablesAreTemporary = true;
+      return agent_.emplace(config);
+   }
+
+   Asked ask(const Kiln::String& keywords) {
+      const auto lock = Kiln::ActivityLockAnchor::lock();
+      const Agent::CommandSpool spool;
+      const Agent::CommandResult result = agent_->commandRunner()->run("counters " + keywords, spool);
+      Kiln::String text(spool.size(), '\0');
+      spool.read(0, text.data(), text.size());
+      return {text, result.error};
+   }
+
+   static void advance(double seconds) { SimulatedTime::advance(seconds); }
+
+   const SimulatedTime time_;
+   std::optional<ZelAgent::SwitchAgent> agent_;
+};
+
+} // namespace ZelTest
