@@ -3,7 +3,7 @@
 #include "tests/support/CountersRig.h"
 
 #include <cmath>
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <limits>
 #include <regex>
 #include <vector>
@@ -12,7 +12,7 @@ namespace {
 
 using namespace ZelTest;
 
-TEST(ManagerConstruction, buildsItsServicesInTheirOrder) {
+TEST(ManagerConstruction, BuildsItsServicesInTheirOrder) {
    CountersRig rig;
    Kiln::String error;
    ASSERT_TRUE(Kiln::traceSettingIs("ZelCountersMgr/1", &error)) << error;
@@ -39,31 +39,28 @@ TEST(ManagerConstruction, buildsItsServicesInTheirOrder) {
    EXPECT_TRUE(rig.mgr->vexL3IntfData()->vexL3IntfTable()->hasNotificationActive());
 }
 
-TEST(ManagerConstructionDeathTest, needsTheCommandDirectory) {
+TEST(ManagerConstruction, NeedsTheCommandDirectory) {
    CountersRig rig;
    rig.commands = nullptr;
    EXPECT_DEATH(rig.makeManager(), "\"cliRequestDirSm\\(\\)\" failed in ZelCountersMgr");
 }
 
-TEST(ManagerConstructionDeathTest, needsTheDropTableOfAChipThatCountsQosDrops) {
+TEST(ManagerConstruction, NeedsTheDropTableOfAChipThatCountsQosDrops) {
    CountersRig rig;
    rig.makeManager();
    rig.status->chipCapabilitiesIs("soft", {.qosPolicyCounter = true});
    EXPECT_DEATH(rig.addChip(0, "Zel0"), "\"mounts\\(\\)->qosPolicyDropCountSiloTable\\(\\)\" failed");
 }
 
-TEST(ManagerConstruction, commandsThatComeAfterItsEndAreRefused) {
+TEST(ManagerConstruction, CommandsThatComeAfterItsEndAreRefused) {
    CountersRig rig;
    rig.makeManager();
-   {
-      const auto lock = Kiln::ActivityLockAnchor::lock();
-      rig.mgr = nullptr;
-   }
+   rig.deleteManager();
    const auto handler = rig.commands->agentCommandCallback("ZelCountersCli");
    EXPECT_FALSE(handler->command({"show", "mac"}, -1).ok());
 }
 
-TEST(ManagerConstruction, anEqualCommandHandlerIsKept) {
+TEST(ManagerConstruction, AnEqualCommandHandlerIsKept) {
    CountersRig rig;
    rig.makeManager();
    const auto* before = rig.mgr->cliCallback().ptr();
@@ -86,7 +83,7 @@ class Polling : public testing::Test {
    Pelt::IntfId port;
 };
 
-TEST_F(Polling, firstPassComesAfterTwoSecondsAndTheNextTwoSecondsAfterAPassThatTookTime) {
+TEST_F(Polling, FirstPassComesAfterTwoSecondsAndTheNextTwoSecondsAfterAPassThatTookTime) {
    rig.fleet.faults().costIs("bf_port_mac_stats_hw_async_get", 0.25);
    hardware(1);
    rig.advance(1.75);
@@ -102,7 +99,7 @@ TEST_F(Polling, firstPassComesAfterTwoSecondsAndTheNextTwoSecondsAfterAPassThatT
    EXPECT_DOUBLE_EQ(rig.mgr->countersMgrSm()->intfCounterPollingTimeMin(), 6.5);
 }
 
-TEST_F(Polling, aNewIntervalIsTakenUpAtTheNextArming) {
+TEST_F(Polling, ANewIntervalIsTakenUpAtTheNextArming) {
    rig.mgr->sdkPollingIntervalIs(0.5);
    EXPECT_DOUBLE_EQ(rig.mgr->countersMgrSm()->intfCounterPollingTimeMin(), 2.0);
    rig.advance(2.0);
@@ -123,7 +120,7 @@ class FailingHelper : public ZelCounter::ZelCountersHelper {
    }
 };
 
-TEST_F(Polling, goesOnWithoutChipsAndAfterAPassThatThrows) {
+TEST_F(Polling, GoesOnWithoutChipsAndAfterAPassThatThrows) {
    rig.deleteChip("Zel0");
    rig.advance(2.0);
    EXPECT_DOUBLE_EQ(rig.mgr->countersMgrSm()->intfCounterPollingTimeMin(), 4.0);
@@ -144,7 +141,7 @@ TEST_F(Polling, goesOnWithoutChipsAndAfterAPassThatThrows) {
    EXPECT_DOUBLE_EQ(rig.mgr->countersMgrSm()->intfCounterPollingTimeMin(), 6.0);
 }
 
-TEST_F(Polling, aChipUnderAUsedDeviceIdTakesItsPlace) {
+TEST_F(Polling, AChipUnderAUsedDeviceIdTakesItsPlace) {
    const auto old = rig.counters(0);
    rig.addChip(0, "Zel0b");
    EXPECT_EQ(rig.mgr->zelCounters().size(), 1U);
@@ -154,7 +151,7 @@ TEST_F(Polling, aChipUnderAUsedDeviceIdTakesItsPlace) {
    EXPECT_TRUE(rig.counters(0)->macCountersLast(port));
 }
 
-TEST_F(Polling, deleteTakesEveryChipOfTheNameAndNoOther) {
+TEST_F(Polling, DeleteTakesEveryChipOfTheNameAndNoOther) {
    rig.addChip(1, "Zel1");
    rig.addChip(2, "Zel0");
    rig.deleteChip("Zel9");
@@ -163,21 +160,18 @@ TEST_F(Polling, deleteTakesEveryChipOfTheNameAndNoOther) {
    EXPECT_EQ(rig.mgr->zelCounters().keys(), std::vector<ZelId::ZelDevId>{1});
 }
 
-TEST(ManagerChips, refusesWhatIsNoChip) {
+TEST(ManagerChips, RefusesWhatIsNoChip) {
    CountersRig rig;
    rig.makeManager();
    const auto lock = Kiln::ActivityLockAnchor::lock();
    EXPECT_THROW(rig.mgr->addChip(8, "Zel8", {"soft"}, 1, nullptr, nullptr, nullptr), std::range_error);
-   try {
-      rig.mgr->zelCountersIs(nullptr);
-      FAIL() << "a null chip was taken";
-   } catch (const std::invalid_argument& error) {
-      EXPECT_STREQ(error.what(), "null _zelCounters parameter to mutator for "
-                                 "ZelCounter::ZelCountersMgr::zelCounters not allowed");
-   }
+   EXPECT_THAT(
+        [&] { rig.mgr->zelCountersIs(nullptr); },
+        testing::ThrowsMessage<std::invalid_argument>("null _zelCounters parameter to mutator for "
+                                                      "ZelCounter::ZelCountersMgr::zelCounters not allowed"));
 }
 
-TEST(ManagerChips, aNewChipHasATrafficManagerEntryForEachPipe) {
+TEST(ManagerChips, ANewChipHasATrafficManagerEntryForEachPipe) {
    CountersRig rig;
    rig.makeManager();
    rig.addChip(3, "Zel3", 4);

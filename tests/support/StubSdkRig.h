@@ -31,6 +31,11 @@ inline StubSdk::Table makeTable(const char* name, U32 handle, U32 size, bool dir
    return table;
 }
 
+// A line of that width between the parts of a table.
+inline std::string ruler(std::size_t width) {
+   return std::string(width, '=') + "\n";
+}
+
 class StubSdkRig : public ::testing::Test {
  protected:
    StubSdkRig() {
@@ -76,6 +81,12 @@ class StubSdkRig : public ::testing::Test {
       const auto lock = Kiln::ActivityLockAnchor::lock();
       chips[dev] = ZelCounter::zelCountersFactory(std::move(context));
       return *chips[dev];
+   }
+
+   Pelt::IntfId addPort(const std::string& name, U16 devicePort, int dev = 0) {
+      const Pelt::IntfId intf(name.c_str());
+      systemStatus->portInfoIs(intf, {static_cast<ZelId::ZelDevId>(dev), devicePort});
+      return intf;
    }
 
    void deleteChip(int dev) {

@@ -25,14 +25,16 @@ class AgentRig : public testing::Test {
       return agent_.emplace(config);
    }
 
-   Asked ask(const Kiln::String& keywords) {
+   // Of any line, as the channel runs it.
+   Asked run(const Kiln::String& line) {
       const auto lock = Kiln::ActivityLockAnchor::lock();
       const Agent::CommandSpool spool;
-      const Agent::CommandResult result = agent_->commandRunner()->run("counters " + keywords, spool);
+      const Agent::CommandResult result = agent_->commandRunner()->run(line, spool);
       Kiln::String text(spool.size(), '\0');
       spool.read(0, text.data(), text.size());
       return {text, result.error};
    }
+   Asked ask(const Kiln::String& keywords) { return run("counters " + keywords); }
 
    static void advance(double seconds) { SimulatedTime::advance(seconds); }
 

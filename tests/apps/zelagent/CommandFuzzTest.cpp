@@ -2,31 +2,22 @@
 // grammar, which is asked of the agent itself, from mutations of such lines, and from plain random bytes, while
 // traffic runs and chips and ports come and go.
 //
-// ZEL_FUZZ_LINES says how many lines, ZEL_FUZZ_SEED repeats a run.
+// ZEL_FUZZ_LINES says how many lines, ZEL_TEST_SEED repeats a run.
 #include "agent/CommandChannel.h"
 #include "agent/CommandSocket.h"
-#include "kiln/Numbers.h"
 #include "tests/apps/zelagent/AgentRig.h"
+#include "tests/support/Random.h"
 #include "tests/support/SocketClient.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <cstdlib>
 #include <cstring>
-#include <iostream>
-#include <random>
 #include <thread>
 
 namespace {
 
 using Kiln::String;
 using Words = std::vector<String>;
-
-U64 numberFromEnvironment(const char* name, U64 otherwise) {
-   const char* const text = std::getenv(name);
-   const auto number = text == nullptr ? std::nullopt : Kiln::parseNumber<U64>(text);
-   EXPECT_TRUE(text == nullptr || number) << name << " is no number: " << text;
-   return number.value_or(otherwise);
-}
 
 String joined(const Words& words) {
    String line;
@@ -47,30 +38,6 @@ String operandAfter(const String& keyword) {
           : keyword == "table"                        ? aTable
                                                       : "";
 }
-
-// Draws from one seed. All lines of a run come from here.
-class Draw {
- public:
-   explicit Draw(U64 seed) : random_(seed) {}
-
-   U64 below(U64 bound) { return random_() % bound; }
-   bool oneIn(U64 chances) { return below(chances) == 0; }
-   char byte() { return static_cast<char>(below(256)); }
-   template <class List>
-   const auto& oneOf(const List& list) {
-      return list[below(list.size())];
-   }
-   String bytes(U64 atMost) {
-      String text(below(atMost + 1), '\0');
-      for (char& c : text) {
-         c = byte();
-      }
-      return text;
-   }
-
- private:
-   std::mt19937_64 random_;
-};
 
 // What the grammar allows after "counters", each sentence with its operands' places.
 class Grammar {
@@ -130,48 +97,41 @@ class Grammar {
    std::vector<Words> sentences_;
 };
 
-class CommandFuzzTest : public ZelTest::AgentRig {
+class CommandFuzz : public ZelTest::AgentRig {
  protected:
-   CommandFuzzTest()
-        : seed_(numberFromEnvironment("ZEL_FUZZ_SEED", std::random_device()())),
-          lines_(numberFromEnvironment("ZEL_FUZZ_LINES", 20000)), draw_(seed_),
-          trace_(__FILE__, __LINE__, "ZEL_FUZZ_SEED=" + std::to_string(seed_)) {
-      // An assertion of the agent ends the process before any trace is printed.
-      std::cout << "ZEL_FUZZ_SEED=" << seed_ << " ZEL_FUZZ_LINES=" << lines_ << '\n' << std::flush;
+   CommandFuzz() {
       start({.chips = 2, .pipes = 2, .ports = 4});
       agent_->traffic().onIs(true);
       advance(4.0);
    }
 
-   // Of any line, as the channel runs it.
-   ZelTest::Asked run(const String& line) {
-      const auto lock = Kiln::ActivityLockAnchor::lock();
-      const Agent::CommandSpool spool;
-      const Agent::CommandResult result = agent_->commandRunner()->run(line, spool);
-      String text(spool.size(), '\0');
-      spool.read(0, text.data(), text.size());
-      return {text, result.error};
+   String randomBytes(U64 atMost) {
+      String text(random_.below(atMost + 1), '\0');
+      for (char& c : text) {
+         c = random_.byte();
+      }
+      return text;
    }
 
    // Keywords as they are, or the beginning of them; names that there are, or were.
    String spell(const Words& sentence) {
       Words words = {"counters"};
-      if (draw_.oneIn(4)) {
-         words.insert(words.end(), {"chip", "Zel" + std::to_string(draw_.below(3))});
+      if (random_.oneIn(4)) {
+         words.insert(words.end(), {"chip", "Zel" + std::to_string(random_.below(3))});
       }
-      const bool isShort = draw_.oneIn(4);
+      const bool isShort = random_.oneIn(4);
       for (const String& word : sentence) {
          if (word == anIntf) {
-            words.push_back("Ethernet" + std::to_string(1 + draw_.below(9)));
+            words.push_back("Ethernet" + std::to_string(1 + random_.below(9)));
          } else if (word == aPipe) {
-            words.push_back(std::to_string(draw_.below(3)));
+            words.push_back(std::to_string(random_.below(3)));
          } else if (word == aTable) {
             static const Words tables = {"0", "7", "ingressPortCount", "vlanByteCount", "egr", "pdp"};
-            if (!draw_.oneIn(100)) { // else all of them
-               words.push_back(draw_.oneOf(tables));
+            if (!random_.oneIn(100)) { // else all of them
+               words.push_back(random_.oneOf(tables));
             }
          } else {
-            words.push_back(isShort ? word.substr(0, 1 + draw_.below(word.size())) : word);
+            words.push_back(isShort ? word.substr(0, 1 + random_.below(word.size())) : word);
          }
       }
       return joined(words);
@@ -181,30 +141,30 @@ class CommandFuzzTest : public ZelTest::AgentRig {
       static const Words oddWords = {
            "-1", "4294967296", "18446744073709551616", "0x10", "\x1b[2J", "%n%s", "chip", "counters",
            "",   "\xff\xfe"};
-      if (draw_.oneIn(10)) { // as a prompt asks for what may follow
-         line = "complete " + line.substr(0, draw_.below(line.size() + 1));
+      if (random_.oneIn(10)) { // as a prompt asks for what may follow
+         line = "complete " + line.substr(0, random_.below(line.size() + 1));
       }
-      for (U64 changes = 1 + draw_.below(4); changes > 0; --changes) {
-         const std::size_t at = draw_.below(line.size() + 1);
-         switch (draw_.below(6)) {
+      for (U64 changes = 1 + random_.below(4); changes > 0; --changes) {
+         const std::size_t at = random_.below(line.size() + 1);
+         switch (random_.below(6)) {
          case 0:
-            line.insert(at, 1, draw_.byte());
+            line.insert(at, 1, random_.byte());
             break;
          case 1:
-            line.erase(at, 1 + draw_.below(4));
+            line.erase(at, 1 + random_.below(4));
             break;
          case 2:
-            line.insert(at, " " + draw_.oneOf(oddWords) + " ");
+            line.insert(at, " " + random_.oneOf(oddWords) + " ");
             break;
          case 3:
-            line.insert(at, line.substr(0, draw_.below(line.size() + 1)));
+            line.insert(at, line.substr(0, random_.below(line.size() + 1)));
             break;
          case 4:
-            line.insert(at, draw_.below(300), 'x');
+            line.insert(at, random_.below(300), 'x');
             break;
          default:
             if (at < line.size()) {
-               line[at] = static_cast<char>(static_cast<unsigned char>(line[at]) ^ (1U << draw_.below(8)));
+               line[at] = static_cast<char>(static_cast<unsigned char>(line[at]) ^ (1U << random_.below(8)));
             }
          }
       }
@@ -214,12 +174,12 @@ class CommandFuzzTest : public ZelTest::AgentRig {
    // Chips, ports and time move on.
    void disturb() {
       const auto lock = Kiln::ActivityLockAnchor::lock();
-      const U64 number = draw_.below(8);
+      const U64 number = random_.below(8);
       const String chip = number < 4 ? "Zel0" : "Zel1";
       const Pelt::IntfId intf(Kiln::Name("Ethernet" + std::to_string(1 + number)));
-      const auto devicePort = static_cast<U16>(draw_.below(2 * ZlPort::slotsPerPipe));
+      const auto devicePort = static_cast<U16>(random_.below(2 * ZlPort::slotsPerPipe));
       try {
-         switch (draw_.below(6)) {
+         switch (random_.below(6)) {
          case 0:
             agent_->chipDel(chip);
             break;
@@ -233,7 +193,7 @@ class CommandFuzzTest : public ZelTest::AgentRig {
             agent_->portAdd(intf, chip, devicePort);
             break;
          default:
-            advance(0.5 * static_cast<double>(1 + draw_.below(5)));
+            advance(0.5 * static_cast<double>(1 + random_.below(5)));
          }
       } catch (const std::invalid_argument&) {
          // what isn't there now can't go, nor a port that is taken come
@@ -251,10 +211,8 @@ class CommandFuzzTest : public ZelTest::AgentRig {
       EXPECT_EQ(asked.error, "");
    }
 
-   U64 seed_;
-   U64 lines_;
-   Draw draw_;
-   testing::ScopedTrace trace_;
+   const U64 lines_ = ZelTest::numberFromEnvironment("ZEL_FUZZ_LINES", 20000);
+   ZelTest::Random random_;
 };
 
 // Everything of a chip at once takes a thousand times as long as a short line.
@@ -262,7 +220,7 @@ bool isLong(const Words& sentence) {
    return sentence.size() == 1 || sentence[1] == "nonzero" || sentence[1] == "json";
 }
 
-TEST_F(CommandFuzzTest, AnswerWhateverTheLineIs) {
+TEST_F(CommandFuzz, AnswerWhateverTheLineIs) {
    const Grammar grammar([this](const String& line) { return run(line).error; });
    const auto has = [&](const Words& sentence) {
       const auto& all = grammar.sentences();
@@ -273,16 +231,16 @@ TEST_F(CommandFuzzTest, AnswerWhateverTheLineIs) {
    EXPECT_TRUE(has({"clear", "table", aTable, "pipe", aPipe}));
    U64 answered = 0;
    for (U64 i = 0; i < lines_ && !HasFailure(); ++i) {
-      if (draw_.oneIn(500)) {
+      if (random_.oneIn(500)) {
          disturb();
       }
-      const Words* sentence = &draw_.oneOf(grammar.sentences());
-      while (isLong(*sentence) && !draw_.oneIn(100)) {
-         sentence = &draw_.oneOf(grammar.sentences());
+      const Words* sentence = &random_.oneOf(grammar.sentences());
+      while (isLong(*sentence) && !random_.oneIn(100)) {
+         sentence = &random_.oneOf(grammar.sentences());
       }
-      const U64 kind = draw_.below(8);
+      const U64 kind = random_.below(8);
       const bool isWhole = kind < 2;
-      const String line = kind == 7 ? draw_.bytes(draw_.oneIn(20) ? 10000 : 60)
+      const String line = kind == 7 ? randomBytes(random_.oneIn(20) ? 10000 : 60)
                           : isWhole ? spell(*sentence)
                                     : mutated(spell(*sentence));
       const ZelTest::Asked asked = run(line);
@@ -320,7 +278,7 @@ class HostileClient : public ZelTest::SocketClient {
    }
 };
 
-TEST_F(CommandFuzzTest, SocketTakesWhateverComes) {
+TEST_F(CommandFuzz, SocketTakesWhateverComes) {
    const ZelTest::TemporaryFolder folder;
    const String path = folder.path() + "/socket";
    const Kiln::Ptr<Kiln::ActivityManager> manager = Kiln::ActivityManager::instance();
@@ -334,21 +292,21 @@ TEST_F(CommandFuzzTest, SocketTakesWhateverComes) {
          open.clear();
       }
       const auto& client = open.emplace_back(std::make_unique<HostileClient>(path));
-      String bytes = draw_.oneIn(2) ? draw_.oneOf(starts) : "";
-      if (!draw_.oneIn(4)) {
-         bytes += draw_.bytes(draw_.oneIn(4) ? 3 * Agent::commandLineLimit : 100);
+      String bytes = random_.oneIn(2) ? random_.oneOf(starts) : "";
+      if (!random_.oneIn(4)) {
+         bytes += randomBytes(random_.oneIn(4) ? 3 * Agent::commandLineLimit : 100);
       }
-      if (draw_.oneIn(2)) {
+      if (random_.oneIn(2)) {
          bytes += '\n';
       }
-      const std::size_t half = draw_.below(bytes.size() + 1);
+      const std::size_t half = random_.below(bytes.size() + 1);
       client->send(bytes.substr(0, half));
       client->send(bytes.substr(half));
-      if (draw_.oneIn(2)) {
+      if (random_.oneIn(2)) {
          client->endSending();
          client->receive(); // comes, whatever was sent
       }
-      if (draw_.oneIn(2)) {
+      if (random_.oneIn(2)) {
          open.pop_back();
       }
    }

@@ -11,9 +11,9 @@ namespace {
 using Kiln::String;
 
 // Two chips of two ports; counter 0 reads the interface's own number.
-class CountersCommandsTest : public ZelTest::AgentRig {
+class CountersCommands : public ZelTest::AgentRig {
  protected:
-   CountersCommandsTest() {
+   CountersCommands() {
       start({.chips = 2, .pipes = 1, .ports = 2});
       for (const char number : {'1', '2', '3', '4'}) {
          const auto port = agent_->portOf(String("Ethernet") + number);
@@ -23,12 +23,9 @@ class CountersCommandsTest : public ZelTest::AgentRig {
    }
 
    String completions(const String& line) {
-      const auto lock = Kiln::ActivityLockAnchor::lock();
-      const Agent::CommandSpool spool;
-      EXPECT_EQ(agent_->commandRunner()->run("complete " + line, spool).error, "") << line;
-      String text(spool.size(), '\0');
-      spool.read(0, text.data(), text.size());
-      return text;
+      const ZelTest::Asked asked = run("complete " + line);
+      EXPECT_EQ(asked.error, "") << line;
+      return asked.text;
    }
 };
 
@@ -40,7 +37,7 @@ String block(unsigned number, unsigned port) {
 const String zel0 = block(1, 0) + block(2, 1) + "\n";
 const String zel1 = block(3, 0) + block(4, 1) + "\n";
 
-TEST_F(CountersCommandsTest, ReachTheChipsThatTheyConcern) {
+TEST_F(CountersCommands, ReachTheChipsThatTheyConcern) {
    const std::vector<std::pair<String, String>> cases = {
         {"show mac nonzero", zel0 + zel1},
         {"chip Zel1 show mac nonzero", zel1},
@@ -58,19 +55,19 @@ TEST_F(CountersCommandsTest, ReachTheChipsThatTheyConcern) {
    }
 }
 
-TEST_F(CountersCommandsTest, WithoutNonzeroEveryCounterIsShown) {
+TEST_F(CountersCommands, WithoutNonzeroEveryCounterIsShown) {
    const String text = ask("show mac intf Ethernet2").text;
    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1 + BF_NUM_RMON_COUNTERS + 1);
 }
 
-TEST_F(CountersCommandsTest, ClearOnlyTheNamedChip) {
+TEST_F(CountersCommands, ClearOnlyTheNamedChip) {
    EXPECT_EQ(ask("chip Zel0 cl mac").text, "");
    EXPECT_EQ(ask("show mac nonzero").text, "\n" + zel1);
    EXPECT_EQ(ask("clear mac").error, "");
    EXPECT_EQ(ask("show mac nonzero").text, "\n\n");
 }
 
-TEST_F(CountersCommandsTest, RefusedOnesSayWhatIsExpectedAndDoNothing) {
+TEST_F(CountersCommands, RefusedOnesSayWhatIsExpectedAndDoNothing) {
    const std::vector<std::pair<String, String>> cases = {
         {"", "the command is incomplete: expected"},
         {"c mac", "'c' is ambiguous: expected clear or chip"},
@@ -105,7 +102,7 @@ TEST_F(CountersCommandsTest, RefusedOnesSayWhatIsExpectedAndDoNothing) {
    EXPECT_EQ(ask("show mac nonzero").text, zel0 + zel1) << "nothing was cleared";
 }
 
-TEST_F(CountersCommandsTest, AnInterfaceIsKnownByItsPortOrBySnapshot) {
+TEST_F(CountersCommands, AnInterfaceIsKnownByItsPortOrBySnapshot) {
    const auto lock = Kiln::ActivityLockAnchor::lock();
    agent_->portDel(Pelt::IntfId("Ethernet3"));
    agent_->portAdd(Pelt::IntfId("Vlan7"), "Zel0", 40);
@@ -117,7 +114,7 @@ TEST_F(CountersCommandsTest, AnInterfaceIsKnownByItsPortOrBySnapshot) {
              "unknown interface 'Ethernet9': expected Ethernet1 to Ethernet4 or Vlan7");
 }
 
-TEST_F(CountersCommandsTest, AMovedPortIsAskedOfTheChipThatHasItNow) {
+TEST_F(CountersCommands, AMovedPortIsAskedOfTheChipThatHasItNow) {
    const auto lock = Kiln::ActivityLockAnchor::lock();
    agent_->portDel(Pelt::IntfId("Ethernet3"));
    agent_->portAdd(Pelt::IntfId("Ethernet3"), "Zel0", 40);
@@ -125,7 +122,7 @@ TEST_F(CountersCommandsTest, AMovedPortIsAskedOfTheChipThatHasItNow) {
    EXPECT_EQ(ask("chip Zel1 show mac intf Ethernet3 nonzero").text.substr(0, 21), "Intf Ethernet3 (40):\n");
 }
 
-TEST_F(CountersCommandsTest, AChipThatIsNotInitializedSaysSo) {
+TEST_F(CountersCommands, AChipThatIsNotInitializedSaysSo) {
    agent_->countersMgr().zelCounters(0)->initializedIs(false);
    EXPECT_EQ(ask("chip Zel0 show table bogus pipe 9").text, "Agent not initialized yet");
    EXPECT_EQ(ask("show mac nonzero").text, "Agent not initialized yet" + zel1);
@@ -133,7 +130,7 @@ TEST_F(CountersCommandsTest, AChipThatIsNotInitializedSaysSo) {
    EXPECT_EQ(ask("chip Zel0 clear mac").text, "Agent not initialized yet");
 }
 
-TEST_F(CountersCommandsTest, TablesAreAskedOfEveryChipAndPipeThatIsMeant) {
+TEST_F(CountersCommands, TablesAreAskedOfEveryChipAndPipeThatIsMeant) {
    const auto tables = [this](const String& command) {
       const String text = ask(command).text;
       String found;
@@ -171,7 +168,7 @@ std::vector<String> viewsIn(const String& text) {
    return found;
 }
 
-TEST_F(CountersCommandsTest, ShowGoesThroughEverythingChipByChip) {
+TEST_F(CountersCommands, ShowGoesThroughEverythingChipByChip) {
    const std::vector<String> views = {"Table: ", "Intf ", "Packets by", "  PDP Class", "Drops by", "MAU and"};
    std::vector<String> ofBoth = views;
    ofBoth.insert(ofBoth.end(), views.begin(), views.end());
@@ -180,7 +177,7 @@ TEST_F(CountersCommandsTest, ShowGoesThroughEverythingChipByChip) {
    EXPECT_EQ(viewsIn(ask("chip Zel1 show").text), views);
 }
 
-TEST_F(CountersCommandsTest, ClearMovesEverythingThatItListsAndNothingElse) {
+TEST_F(CountersCommands, ClearMovesEverythingThatItListsAndNothingElse) {
    agent_->traffic().onIs(true);
    advance(4.0);
    agent_->traffic().onIs(false);
@@ -202,7 +199,7 @@ TEST_F(CountersCommandsTest, ClearMovesEverythingThatItListsAndNothingElse) {
    EXPECT_EQ(ask("show mau-deparser-drop nonzero").text.find("forwarding"), String::npos);
 }
 
-TEST_F(CountersCommandsTest, AnInterfaceWithoutPdpCountersGetsItsOwnLine) {
+TEST_F(CountersCommands, AnInterfaceWithoutPdpCountersGetsItsOwnLine) {
    advance(2.0);
    const auto lock = Kiln::ActivityLockAnchor::lock();
    agent_->portDel(Pelt::IntfId("Ethernet4"));
@@ -212,7 +209,7 @@ TEST_F(CountersCommandsTest, AnInterfaceWithoutPdpCountersGetsItsOwnLine) {
 }
 
 // Each answer of a simulation that is traced goes to standard output, too, whoever wrote it.
-TEST_F(CountersCommandsTest, AreEchoedInASimulation) {
+TEST_F(CountersCommands, AreEchoedInASimulation) {
    const ZelTest::Environment simulation("SIMULATION_VMID", "1");
    start({.chips = 1, .pipes = 1, .ports = 2});
    advance(4.0);
@@ -239,7 +236,7 @@ TEST_F(CountersCommandsTest, AreEchoedInASimulation) {
    EXPECT_EQ(ZelCounter::ZelCounters::echo(), false);
 }
 
-TEST_F(CountersCommandsTest, AreCompletedByTheirGrammar) {
+TEST_F(CountersCommands, AreCompletedByTheirGrammar) {
    const String stages =
         "port-rx parser ingress ingress-deparser traffic-manager egress egress-deparser port-tx ";
    const std::vector<std::pair<String, String>> cases = {
@@ -283,7 +280,7 @@ TEST_F(CountersCommandsTest, AreCompletedByTheirGrammar) {
 }
 
 // Every line that completion can spell out: none is wrong, whatever may still be missing.
-TEST_F(CountersCommandsTest, CompletionOffersOnlyWhatIsTaken) {
+TEST_F(CountersCommands, CompletionOffersOnlyWhatIsTaken) {
    std::vector<String> lines = {"chip Zel0 "};
    for (std::size_t i = 0; i < lines.size(); ++i) {
       const auto lock = Kiln::ActivityLockAnchor::lock();

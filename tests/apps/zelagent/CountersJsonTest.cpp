@@ -121,7 +121,7 @@ void expectLabelled(const JsonValue& table) {
    }
 }
 
-class CountersJsonTest : public ZelTest::AgentRig {
+class CountersJson : public ZelTest::AgentRig {
  protected:
    // The same command twice, as text and as a document.
    void expectSame(const String& command) {
@@ -142,7 +142,7 @@ class CountersJsonTest : public ZelTest::AgentRig {
    std::size_t rowCount_ = 0;
 };
 
-TEST_F(CountersJsonTest, SaysWhatTheTextSays) {
+TEST_F(CountersJson, SaysWhatTheTextSays) {
    start({.chips = 2, .pipes = 2, .ports = 4});
    auto loop = Kiln::ActivityManager::instance();
    for (const char* const command : {"show table", "show pdp", "show mac"}) {
@@ -172,7 +172,7 @@ TEST_F(CountersJsonTest, SaysWhatTheTextSays) {
    expectSame("show nonzero");
 }
 
-TEST_F(CountersJsonTest, IsAnOptionOfShowCommandsInAnyOrder) {
+TEST_F(CountersJson, IsAnOptionOfShowCommandsInAnyOrder) {
    start({.chips = 1, .pipes = 2, .ports = 2});
    advance(4.0);
    const String whole = ask("show pipeline pipe 1 nonzero json").text;
@@ -189,7 +189,7 @@ TEST_F(CountersJsonTest, IsAnOptionOfShowCommandsInAnyOrder) {
    EXPECT_EQ(ask("clear mac json").error, "unexpected 'json' after 'clear mac': expected nothing more");
 }
 
-TEST_F(CountersJsonTest, ResetsASnapshotThatTheHardwareFellBelowAsTheTextDoes) {
+TEST_F(CountersJson, ResetsASnapshotThatTheHardwareFellBelowAsTheTextDoes) {
    start({.chips = 1, .pipes = 1, .ports = 1});
    auto loop = Kiln::ActivityManager::instance();
    const auto port = agent_->portOf("Ethernet1");
@@ -206,7 +206,7 @@ TEST_F(CountersJsonTest, ResetsASnapshotThatTheHardwareFellBelowAsTheTextDoes) {
    EXPECT_EQ(rowsOf(ask("show mac intf Ethernet1 nonzero").text, document), rowsOf(document));
 }
 
-TEST_F(CountersJsonTest, SaysWhyThereIsNothing) {
+TEST_F(CountersJson, SaysWhyThereIsNothing) {
    start({.chips = 2, .pipes = 1, .ports = 1});
    const auto notesOf = [](const JsonValue& table) {
       EXPECT_TRUE(listOf(table, "rows").empty());

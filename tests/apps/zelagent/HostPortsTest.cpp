@@ -12,10 +12,10 @@ namespace {
 
 using Kiln::String;
 
-class HostPortsTest : public ZelTest::AgentRig {
+class HostPorts : public ZelTest::AgentRig {
  protected:
-   HostPortsTest() { std::ofstream(folder_.path() + "/bonding_masters") << "\n"; }
-   ~HostPortsTest() override {
+   HostPorts() { std::ofstream(folder_.path() + "/bonding_masters") << "\n"; }
+   ~HostPorts() override {
       const auto lock = Kiln::ActivityLockAnchor::lock();
       hostPorts_.reset();
    }
@@ -62,7 +62,7 @@ class HostPortsTest : public ZelTest::AgentRig {
    std::optional<ZelAgent::HostPorts> hostPorts_;
 };
 
-TEST_F(HostPortsTest, PublishesWhatTheKernelCounts) {
+TEST_F(HostPorts, PublishesWhatTheKernelCounts) {
    counts("eth0", {{"rx_packets", 100},
                    {"rx_bytes", 9000},
                    {"multicast", 30},
@@ -93,7 +93,7 @@ TEST_F(HostPortsTest, PublishesWhatTheKernelCounts) {
    EXPECT_EQ(total("eth0", "in-multicast-pkts"), 40U);
 }
 
-TEST_F(HostPortsTest, FollowsInterfacesThatComeAndGo) {
+TEST_F(HostPorts, FollowsInterfacesThatComeAndGo) {
    counts("eth0", {{"rx_bytes", 1000}});
    counts("lo", {{"rx_bytes", 2000}});
    begin();
@@ -111,7 +111,7 @@ TEST_F(HostPortsTest, FollowsInterfacesThatComeAndGo) {
    EXPECT_EQ(hostPorts_->names(), (std::vector<String>{"lo", "wlan0"}));
 }
 
-TEST_F(HostPortsTest, MoreInterfacesThanPortsLeavesSomeOut) {
+TEST_F(HostPorts, MoreInterfacesThanPortsLeavesSomeOut) {
    for (unsigned i = 0; i < 130; ++i) {
       counts("veth" + std::to_string(i), {});
    }

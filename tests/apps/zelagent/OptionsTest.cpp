@@ -4,6 +4,8 @@
 #include "silo/TableReader.h"
 #include "tests/apps/zelagent/AgentRig.h"
 
+#include <gmock/gmock.h>
+
 namespace {
 
 using Kiln::String;
@@ -12,7 +14,7 @@ using ZelAgent::parseOptions;
 
 using Arguments = std::vector<const char*>;
 
-TEST(OptionsTest, TakesEachOptionInEitherForm) {
+TEST(Options, TakesEachOptionInEitherForm) {
    const Arguments arguments = {"--chips",          "8",          "--pipes=4",
                                 "--ports",          "256",        "--capabilities",
                                 "vxlan,vrf-nat",    "--seed",     "18446744073709551615",
@@ -36,7 +38,7 @@ TEST(OptionsTest, TakesEachOptionInEitherForm) {
              ZelSystem::ChipCapabilities());
 }
 
-TEST(OptionsTest, RefusesWhatCannotBe) {
+TEST(Options, RefusesWhatCannotBe) {
    const std::vector<std::pair<Arguments, String>> cases = {
         {{"--chips", "9"}, "--chips '9': expected 1 to 8"},
         {{"--chips", "0"}, "--chips '0': expected 1 to 8"},
@@ -61,19 +63,14 @@ TEST(OptionsTest, RefusesWhatCannotBe) {
         {{"scenario"}, "unknown option 'scenario': 'zelagent --help' lists those there are"},
    };
    for (const auto& [arguments, error] : cases) {
-      try {
-         parseOptions(arguments);
-         ADD_FAILURE() << "taken; expected: " << error;
-      } catch (const std::invalid_argument& refused) {
-         EXPECT_EQ(refused.what(), error);
-      }
+      EXPECT_THAT([&] { parseOptions(arguments); }, testing::ThrowsMessage<std::invalid_argument>(error));
    }
    EXPECT_THROW(parseOptions(Arguments{"--trace", "ZelCounters"}), std::invalid_argument);
 }
 
-using SwitchAgentTest = ZelTest::AgentRig;
+using SwitchAgent = ZelTest::AgentRig;
 
-TEST_F(SwitchAgentTest, TellsReadersHowOftenItPolls) {
+TEST_F(SwitchAgent, TellsReadersHowOftenItPolls) {
    namespace Tables = Silo::Interface;
    auto& agent = start({.pollingInterval = 5.0});
    const auto intervals = [&] {
@@ -97,7 +94,7 @@ TEST_F(SwitchAgentTest, TellsReadersHowOftenItPolls) {
    EXPECT_EQ(intervals(), (std::vector<double>{0.5, 0.5, 0.5, 2.0}));
 }
 
-TEST_F(SwitchAgentTest, SpreadsPortsEvenlyOverThePipesAndCountsOnAcrossChips) {
+TEST_F(SwitchAgent, SpreadsPortsEvenlyOverThePipesAndCountsOnAcrossChips) {
    start({.chips = 2, .pipes = 4, .ports = 6});
    const std::vector<U16> devicePorts = {0, 1, 128, 129, 256, 384};
    for (unsigned i = 0; i < 12; ++i) {
@@ -109,7 +106,7 @@ TEST_F(SwitchAgentTest, SpreadsPortsEvenlyOverThePipesAndCountsOnAcrossChips) {
    EXPECT_EQ(agent_->systemStatus().portInfo().size(), 12U);
 }
 
-TEST_F(SwitchAgentTest, RefusesPortsAndChipsThatCannotBe) {
+TEST_F(SwitchAgent, RefusesPortsAndChipsThatCannotBe) {
    start({.chips = 1, .pipes = 2, .ports = 2});
    const auto lock = Kiln::ActivityLockAnchor::lock();
    const auto add = [&](const char* intf, const char* chip, U16 port) {

@@ -22,7 +22,7 @@ String problem(Function function) {
    }
 }
 
-TEST(JsonReaderTest, ReadsEveryKindOfValue) {
+TEST(JsonReader, ReadsEveryKindOfValue) {
    const ZelCtl::JsonValue value = ZelCtl::readJson(
         " {\"a\": [0, 18446744073709551615, null, true, false, []],\n"
         "\"b\\u0041\": \"q\\\"\\\\\\/\\b\\f\\n\\r\\t\\u00fc\\ud83d\\ude00\xc3\xbc\", \"\": {}}\t");
@@ -40,7 +40,7 @@ TEST(JsonReaderTest, ReadsEveryKindOfValue) {
    EXPECT_EQ(value.member("none"), nullptr);
 }
 
-TEST(JsonReaderTest, RefusesWhatIsNotExactlyThat) {
+TEST(JsonReader, RefusesWhatIsNotExactlyThat) {
    const std::vector<std::pair<String, String>> cases = {
         {"", "at byte 1: expected a value"},
         {"{\"a\":1}x", "at byte 8: expected the end"},
@@ -80,7 +80,7 @@ constexpr const char* document =
      "{\"title\":\"Empty\",\"counters\":[],\"rows\":[],\"notes\":[]}]},"
      "{\"chip\":\"Zel1\",\"error\":\"Agent not initialized yet\"}]}";
 
-TEST(CountersDocumentTest, BecomesTables) {
+TEST(CountersDocument, BecomesTables) {
    const std::vector<ZelCtl::ShownTable> tables = ZelCtl::readCountersDocument(document);
    ASSERT_EQ(tables.size(), 3U);
    EXPECT_EQ(tables[0].title, "Packets, chip Zel0");
@@ -100,7 +100,7 @@ TEST(CountersDocumentTest, BecomesTables) {
    EXPECT_EQ(tables[2].title, "Zel1: Agent not initialized yet");
 }
 
-TEST(CountersDocumentTest, AnotherDocumentIsRefused) {
+TEST(CountersDocument, AnotherDocumentIsRefused) {
    const String nested = "{\"chips\":[{\"chip\":\"Zel0\",\"tables\":[{\"title\":\"T\",\"counters\":[],"
                          "\"notes\":[],\"rows\":[{\"a\":[]}]}]}]}";
    for (const String& text : {String("[]"), String("{\"chips\":{}}"), String("{\"chips\":[{}]}"),
@@ -111,7 +111,7 @@ TEST(CountersDocumentTest, AnotherDocumentIsRefused) {
 }
 
 // Bytes are changed, lost, doubled and cut off: an answer or an error, never more.
-TEST(CountersDocumentTest, SurvivesGarbage) {
+TEST(CountersDocument, SurvivesGarbage) {
    const auto seed = std::random_device{}();
    std::mt19937 random(seed);
    int read = 0;

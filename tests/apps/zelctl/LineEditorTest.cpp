@@ -36,7 +36,7 @@ String state(const LineEditor& editor) {
    return String(editor.line()).insert(editor.cursor(), "|");
 }
 
-TEST(LineEditorTest, KeysEditTheLine) {
+TEST(LineEditor, KeysEditTheLine) {
    const std::vector<std::pair<String, String>> cases = {
         {"show", "show|"},
         {String("show") + left + left + "X", "shX|ow"},
@@ -71,7 +71,7 @@ TEST(LineEditorTest, KeysEditTheLine) {
    }
 }
 
-TEST(LineEditorTest, KeysThatAreNotTextSaySo) {
+TEST(LineEditor, KeysThatAreNotTextSaySo) {
    const History none("");
    LineEditor editor(none);
    EXPECT_EQ(type(&editor, "\x04"), Event::ended);
@@ -88,7 +88,7 @@ TEST(LineEditorTest, KeysThatAreNotTextSaySo) {
    EXPECT_EQ(editor.line().size(), LineEditor::limit);
 }
 
-TEST(LineEditorTest, HistoryIsWalkedAndTheTypedLineComesBack) {
+TEST(LineEditor, HistoryIsWalkedAndTheTypedLineComesBack) {
    History history("");
    for (const char* line : {"first", "second", "second", "  "}) {
       history.add(line);
@@ -104,7 +104,7 @@ TEST(LineEditorTest, HistoryIsWalkedAndTheTypedLineComesBack) {
    EXPECT_EQ(type(&editor, down), Event::refused);
 }
 
-TEST(LineEditorTest, CompletionTakesWhatCandidatesShare) {
+TEST(LineEditor, CompletionTakesWhatCandidatesShare) {
    struct Case {
       String keys;
       std::vector<String> candidates;
@@ -130,7 +130,7 @@ TEST(LineEditorTest, CompletionTakesWhatCandidatesShare) {
    }
 }
 
-TEST(LineEditorTest, APictureShowsTheLineAroundTheCursor) {
+TEST(LineEditor, APictureShowsTheLineAroundTheCursor) {
    const History none("");
    LineEditor editor(none);
    type(&editor, "abc");
@@ -146,7 +146,7 @@ TEST(LineEditorTest, APictureShowsTheLineAroundTheCursor) {
    EXPECT_EQ(editor.picture("> ", 20), "\r> \xe6\xbc\xa2\xe5\xad\x97\x1b[K\r\x1b[6C");
 }
 
-TEST(LineEditorTest, RandomKeysLeaveWholeCharactersAndFitTheScreen) {
+TEST(LineEditor, RandomKeysLeaveWholeCharactersAndFitTheScreen) {
    const auto seed = std::random_device{}();
    std::mt19937 random(seed);
    const std::vector<String> keys = {left,       right,          up,         down,    "\x1b[3~", "\x01",
@@ -179,7 +179,7 @@ TEST(LineEditorTest, RandomKeysLeaveWholeCharactersAndFitTheScreen) {
    }
 }
 
-TEST(HistoryTest, IsKeptBoundedAndPrivate) {
+TEST(History, IsKeptBoundedAndPrivate) {
    const ZelTest::TemporaryFolder folder;
    const String path = folder.path() + "/state/zelctl/history";
    History(path).add("counters show mac");

@@ -33,7 +33,7 @@ Tables::IntfCounters counters(U64 inOctets, U64 inFcsErrors = 0) {
    return record;
 }
 
-class RecordViewerTest : public testing::Test {
+class RecordViewer : public testing::Test {
  protected:
    template <class Record>
    Silo::Table<Record> table(const char* name) {
@@ -71,7 +71,7 @@ class RecordViewerTest : public testing::Test {
 
 constexpr const char* noAgent = "No agent is running that would publish anything newer.\n";
 
-TEST_F(RecordViewerTest, ListsInterfacesInNaturalOrderWithTheirAge) {
+TEST_F(RecordViewer, ListsInterfacesInNaturalOrderWithTheirAge) {
    publishPorts();
    EXPECT_EQ(
         view("interfaces"),
@@ -86,7 +86,7 @@ TEST_F(RecordViewerTest, ListsInterfacesInNaturalOrderWithTheirAge) {
              String(noAgent));
 }
 
-TEST_F(RecordViewerTest, KeywordsChooseWhatIsShown) {
+TEST_F(RecordViewer, KeywordsChooseWhatIsShown) {
    publishPorts();
    const std::vector<std::pair<String, std::vector<String>>> cases = {
         {"interfaces nonzero raw", {"Ethernet1 .* 5000 ", "Ethernet2 .* 999 ", "Ethernet10 .* 1000 "}},
@@ -114,7 +114,7 @@ TEST_F(RecordViewerTest, KeywordsChooseWhatIsShown) {
    }
 }
 
-TEST_F(RecordViewerTest, JsonHoldsIntegersOnly) {
+TEST_F(RecordViewer, JsonHoldsIntegersOnly) {
    publishPorts();
    String text = view("interfaces json rates nonzero Ethernet2 Ethernet1");
    text = std::regex_replace(text, std::regex("\\s"), "");
@@ -132,7 +132,7 @@ TEST_F(RecordViewerTest, JsonHoldsIntegersOnly) {
              "\"a\\\"\\\\\\u000a\\u007f\\u00ff\\u0001\"");
 }
 
-TEST_F(RecordViewerTest, DamagedRecordsAreToldApartFromAbsentOnes) {
+TEST_F(RecordViewer, DamagedRecordsAreToldApartFromAbsentOnes) {
    publishPorts();
    const String path = folder_.path() + "/" + Tables::TableName::intfCounters;
    std::stringstream content;
@@ -155,7 +155,7 @@ TEST_F(RecordViewerTest, DamagedRecordsAreToldApartFromAbsentOnes) {
              "unknown interface 'ethernet2': did you mean Ethernet2?; ke");
 }
 
-TEST_F(RecordViewerTest, AWatchTakesNoKeywordThatIsNotForIt) {
+TEST_F(RecordViewer, AWatchTakesNoKeywordThatIsNotForIt) {
    publishPorts();
    for (const auto& [keyword, error] : {std::pair{"js", "watch shows tables: leave out 'json'"},
                                         std::pair{"rates", "watch shows rates anyway: leave out 'rates'"}}) {
@@ -168,7 +168,7 @@ TEST_F(RecordViewerTest, AWatchTakesNoKeywordThatIsNotForIt) {
    }
 }
 
-TEST_F(RecordViewerTest, AnInterfaceComesBeforeTheKeywordThatItBegins) {
+TEST_F(RecordViewer, AnInterfaceComesBeforeTheKeywordThatItBegins) {
    auto published = table<Tables::L3IntfCounters>(Tables::TableName::vlanIntfCounters);
    EXPECT_EQ(view("vlans"), "Interface  Age  In octets  In pkts  Out octets  Out pkts\n  none\n");
    published.recordIs("raw", {}, Silo::monotonicNow());
@@ -176,11 +176,11 @@ TEST_F(RecordViewerTest, AnInterfaceComesBeforeTheKeywordThatItBegins) {
    EXPECT_EQ(view("vlans raw").find("Vlan20"), String::npos) << view("vlans raw");
 }
 
-TEST_F(RecordViewerTest, ATableThatIsNotThereIsNamed) {
+TEST_F(RecordViewer, ATableThatIsNotThereIsNamed) {
    EXPECT_NE(refusal("vlans").find(Tables::TableName::vlanIntfCounters), String::npos) << refusal("vlans");
 }
 
-TEST_F(RecordViewerTest, QueuesAndL3InterfacesHaveTheirOwnColumns) {
+TEST_F(RecordViewer, QueuesAndL3InterfacesHaveTheirOwnColumns) {
    Tables::IntfQueueCounters queues;
    queues.totals[3] = {10, 1000, 2};
    queues.deltas[3] = {2, 100, 0};

@@ -24,9 +24,9 @@ namespace {
 using Kiln::String;
 using Silo::Interface::L3IntfCounters;
 
-class TerminalTest : public testing::Test {
+class Terminal : public testing::Test {
  protected:
-   TerminalTest() {
+   Terminal() {
       table_.emplace(Silo::Store::directory(folder_.path()), Silo::Interface::TableName::vlanIntfCounters,
                      L3IntfCounters{},
                      Silo::TableOptions{.capacity = 16,
@@ -39,7 +39,7 @@ class TerminalTest : public testing::Test {
       EXPECT_EQ(openpty(&master_, &slave_, nullptr, nullptr, &size), 0);
       tcgetattr(slave_, &before_);
    }
-   ~TerminalTest() override {
+   ~Terminal() override {
       if (child_ > 0) {
          kill(child_, SIGKILL);
          waitpid(child_, nullptr, 0);
@@ -109,7 +109,7 @@ class TerminalTest : public testing::Test {
    String seen_;
 };
 
-TEST_F(TerminalTest, ThePromptEditsCompletesAndRemembers) {
+TEST_F(Terminal, ThePromptEditsCompletesAndRemembers) {
    start(ZelCtl::runPrompt);
    expect("zel> ");
    type("vla\tnonz\tjson \x1b[D\x1b[D\x1b[D\x1b[D\x1b[D\x17\r");
@@ -134,7 +134,7 @@ TEST_F(TerminalTest, ThePromptEditsCompletesAndRemembers) {
    EXPECT_EQ(seen_.find('%'), String::npos) << seen_;
 }
 
-TEST_F(TerminalTest, ThePromptLeavesTheTerminalAsItWasWhenItIsEnded) {
+TEST_F(Terminal, ThePromptLeavesTheTerminalAsItWasWhenItIsEnded) {
    start(ZelCtl::runPrompt);
    expect("zel> ");
    kill(child_, SIGTERM);
@@ -146,7 +146,7 @@ TEST_F(TerminalTest, ThePromptLeavesTheTerminalAsItWasWhenItIsEnded) {
    expectEnd(0);
 }
 
-TEST_F(TerminalTest, AWatchShowsChangesAndGoesAsTold) {
+TEST_F(Terminal, AWatchShowsChangesAndGoesAsTold) {
    const auto watch = [](const ZelCtl::Client& client) {
       return runLine(client, "watch 0.1 vlans", nullptr);
    };
@@ -172,7 +172,7 @@ TEST_F(TerminalTest, AWatchShowsChangesAndGoesAsTold) {
    }
 }
 
-TEST_F(TerminalTest, AWatchHearsKeysWhileItsAgentHangs) {
+TEST_F(Terminal, AWatchHearsKeysWhileItsAgentHangs) {
    const int listening = socket(AF_UNIX, SOCK_STREAM, 0);
    const Agent::SocketAddress address(folder_.path() + "/no-agent");
    ASSERT_EQ(bind(listening, address.any(), address.length()), 0);
@@ -195,7 +195,7 @@ TEST_F(TerminalTest, AWatchHearsKeysWhileItsAgentHangs) {
    close(listening);
 }
 
-TEST_F(TerminalTest, AWatchEndsInThePromptThatItCameFrom) {
+TEST_F(Terminal, AWatchEndsInThePromptThatItCameFrom) {
    start(ZelCtl::runPrompt);
    expect("zel> ");
    type("watch 3600 vlans\r");

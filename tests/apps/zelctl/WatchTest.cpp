@@ -18,7 +18,7 @@ std::vector<String> wordsOf(const String& line) {
    return {std::istream_iterator<String>(words), {}};
 }
 
-TEST(WatchTest, TakesShowsAndNothingElse) {
+TEST(Watch, TakesShowsAndNothingElse) {
    const String shows = "counters, interfaces, queues, vlans, subinterfaces or nat";
    const String example = ": expected a show to watch, as in 'watch counters show drop nonzero'";
    const std::vector<std::pair<String, String>> cases = {
@@ -82,7 +82,7 @@ String drawn(const std::vector<ZelCtl::WatchedTable>& tables, const ZelCtl::Watc
    return text;
 }
 
-TEST(WatchTest, MarksWhatChangedAndRatesItByTheTimeThatPassed) {
+TEST(Watch, MarksWhatChangedAndRatesItByTheTimeThatPassed) {
    ZelCtl::WatchChanges changes;
    EXPECT_EQ(drawn(changes.compare({table({"a 1 0", "b 5 100"})}, 10)), "T\n"
                                                                         "  Name  In  /s  Out  /s\n"
@@ -104,7 +104,7 @@ TEST(WatchTest, MarksWhatChangedAndRatesItByTheTimeThatPassed) {
    EXPECT_EQ(drawn(changes.compare({}, 17)), "");
 }
 
-TEST(WatchTest, RowsThatKnowTheirSampleAreRatedByIt) {
+TEST(Watch, RowsThatKnowTheirSampleAreRatedByIt) {
    ZelCtl::WatchChanges changes;
    const auto round = [&](double sampled, const char* row, double now) {
       ShownTable shown = table({row}, "x: sampled " + std::to_string(now) + "s ago");
@@ -121,7 +121,7 @@ TEST(WatchTest, RowsThatKnowTheirSampleAreRatedByIt) {
    EXPECT_EQ(round(109, "a 18446744073709551615 0", 105).cells[1].rate, "18.4E");
 }
 
-TEST(WatchTest, TwoRowsOrTablesOfOneNameAreTwo) {
+TEST(Watch, TwoRowsOrTablesOfOneNameAreTwo) {
    ZelCtl::WatchChanges changes;
    changes.compare({table({"a 1 0", "a 2 0"}), table({"a 3 0"})}, 1);
    const auto second = changes.compare({table({"a 1 0", "a 4 0"}), table({"a 3 0"})}, 2);
@@ -132,7 +132,7 @@ TEST(WatchTest, TwoRowsOrTablesOfOneNameAreTwo) {
                             "  a      3   0    0   0\n");
 }
 
-TEST(WatchTest, FitsTheScreenByWhatSaysLeast) {
+TEST(Watch, FitsTheScreenByWhatSaysLeast) {
    ZelCtl::WatchChanges changes;
    const auto rows = [](int last) {
       return table({"a 1 0", "b 2 0", "c 3 0", "d " + std::to_string(last) + " 0"});
@@ -157,7 +157,7 @@ TEST(WatchTest, FitsTheScreenByWhatSaysLeast) {
         << drawn({tables[0]}, {80, 0, true});
 }
 
-TEST(WatchTest, ARowThatEndsEarlyEndsInText) {
+TEST(Watch, ARowThatEndsEarlyEndsInText) {
    ZelCtl::WatchChanges changes;
    ShownTable shown = table({"a 1 0"});
    shown.rows.push_back({{{"b"}, {"corrupt: checksum mismatch"}}, {}});

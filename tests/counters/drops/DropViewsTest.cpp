@@ -14,9 +14,9 @@ constexpr U32 egressHandle = 0xA2;
 constexpr U32 finalHandle = 0xA3;
 constexpr U32 dropSize = ZlDrop::tableSize;
 
-class DropViewsTest : public StubSdkRig {
+class DropViews : public StubSdkRig {
  protected:
-   DropViewsTest() {
+   DropViews() {
       StubSdk::sdk().inlineDefault = true;
       refuseQueueSyncs();
    }
@@ -32,12 +32,6 @@ class DropViewsTest : public StubSdkRig {
       auto& chip = addChip(dev, highestPipe, catalogue);
       advance(2.0);
       return chip;
-   }
-
-   Pelt::IntfId addPort(const char* name, U16 devicePort, int dev = 0) {
-      const Pelt::IntfId intf(name);
-      systemStatus->portInfoIs(intf, {static_cast<ZelId::ZelDevId>(dev), devicePort});
-      return intf;
    }
 
    // In the SDK's software copy.
@@ -58,13 +52,13 @@ class DropViewsTest : public StubSdkRig {
    }
 };
 
-const std::string dropRuler = std::string(71, '=') + "\n";
-const std::string dropHeader = "Drops by port since the last clear, chip Zel0\n" + dropRuler +
+const std::string dropRule = ruler(71);
+const std::string dropHeader = "Drops by port since the last clear, chip Zel0\n" + dropRule +
                                "  Interface         Point    Reason                             Packets\n" +
-                               dropRuler;
-const std::string noDrops = dropHeader + "  none\n" + dropRuler + "\n";
+                               dropRule;
+const std::string noDrops = dropHeader + "  none\n" + dropRule + "\n";
 
-TEST_F(DropViewsTest, DropsAreListedByPortNumberThenByPointAndReason) {
+TEST_F(DropViews, DropsAreListedByPortNumberThenByPointAndReason) {
    auto& chip = addDropChip();
    addPort("Ethernet1", 128);
    addPort("Ethernet20", 67);
@@ -79,7 +73,7 @@ TEST_F(DropViewsTest, DropsAreListedByPortNumberThenByPointAndReason) {
                                "  Ethernet20        egress   reason 15                                1\n"
                                "  Ethernet1         ingress  bad FCS                   18446744073709551615\n"
                                "  Ethernet1         final    lost at egress                           4\n" +
-                               dropRuler + "\n");
+                               dropRule + "\n");
    const std::string one =
         printed([&](U32 fd) { chip.showDropCounters(fd, Pelt::IntfId("Ethernet20"), false); });
    EXPECT_EQ(std::count(one.begin(), one.end(), '\n'), 4 + 17 + 1 + 2) << one;
@@ -89,7 +83,7 @@ TEST_F(DropViewsTest, DropsAreListedByPortNumberThenByPointAndReason) {
              noDrops.substr(0, noDrops.size() - 1) + "Interface Ethernet3 has no port on chip Zel0\n\n");
 }
 
-TEST_F(DropViewsTest, AClearIsOfThePlaceAndEndsWhenTheTableBeginsAnew) {
+TEST_F(DropViews, AClearIsOfThePlaceAndEndsWhenTheTableBeginsAnew) {
    auto& chip = addDropChip();
    const Pelt::IntfId intf = addPort("Ethernet1", 5);
    dropsAre(ingressHandle, 5, 2, 10);
@@ -116,7 +110,7 @@ TEST_F(DropViewsTest, AClearIsOfThePlaceAndEndsWhenTheTableBeginsAnew) {
    EXPECT_THAT(drops(chip), HasSubstr("VLAN not allowed                        11\n"));
 }
 
-TEST_F(DropViewsTest, WhatCantBeReadIsSaidBelowTheRows) {
+TEST_F(DropViews, WhatCantBeReadIsSaidBelowTheRows) {
    auto& chip = addDropChip();
    addPort("Ethernet1", 0);
    addPort("Ethernet2", 128);
@@ -126,8 +120,8 @@ TEST_F(DropViewsTest, WhatCantBeReadIsSaidBelowTheRows) {
    StubSdk::sdk().statuses[{"counterReadIndirectStart", ingressHandle, 0}] = 14;
    const std::string text = drops(chip);
    EXPECT_THAT(text, HasSubstr("bad FCS                                  5\n"));
-   EXPECT_THAT(text, HasSubstr(dropRuler + "Error 14 (IO error) requesting counters for pipe 0, "
-                                           "ingressPortDropCount: shown as last read\n\n"));
+   EXPECT_THAT(text, HasSubstr(dropRule + "Error 14 (IO error) requesting counters for pipe 0, "
+                                          "ingressPortDropCount: shown as last read\n\n"));
    chip.firstPollingCompleteIs(false);
    EXPECT_THAT(drops(chip), HasSubstr("Counter table egressPortDropCount not initialized yet\n"));
    chip.firstPollingCompleteIs(true);
@@ -138,30 +132,30 @@ TEST_F(DropViewsTest, WhatCantBeReadIsSaidBelowTheRows) {
    EXPECT_THAT(drops(without), HasSubstr("Chip Zel1 has no counter table egressPortDropCount\n"));
 }
 
-TEST_F(DropViewsTest, PipelineCountsAreReadWhenAskedForAndClearedTogether) {
+TEST_F(DropViews, PipelineCountsAreReadWhenAskedForAndClearedTogether) {
    auto& chip = addDropChip();
    StubSdk::sdk().path[{0, BF_PIPE_PATH_PARSER}] = {10, 9, 1};
    StubSdk::sdk().path[{1, BF_PIPE_PATH_PORT_TX}] = {3, 3, 0};
-   const std::string ruler = std::string(78, '=') + "\n";
+   const std::string rule = ruler(78);
    const std::string header =
-        "Packets by pipeline stage since the last clear, chip Zel0\n" + ruler +
-        "  Pipe  Stage                           In               Out           Dropped\n" + ruler;
+        "Packets by pipeline stage since the last clear, chip Zel0\n" + rule +
+        "  Pipe  Stage                           In               Out           Dropped\n" + rule;
    EXPECT_EQ(pipeline(chip),
              header +
                   "     0  parser                          10                 9                 1\n"
                   "     1  port-tx                          3                 3                 0\n" +
-                  ruler + "\n");
+                  rule + "\n");
    printed([&](U32 fd) { chip.clearAllPipelineCounters(fd); });
    StubSdk::sdk().path[{0, BF_PIPE_PATH_PARSER}] = {12, 11, 1};
    EXPECT_EQ(pipeline(chip),
              header + "     0  parser                           2                 2                 0\n" +
-                  ruler + "\n");
+                  rule + "\n");
    StubSdk::sdk().path[{0, BF_PIPE_PATH_PARSER}] = {4, 4, 0}; // the chip was reset
    EXPECT_THAT(pipeline(chip),
                HasSubstr("parser                           4                 4                 0"));
 }
 
-TEST_F(DropViewsTest, MauDropsAreShownAndClearedAsFetched) {
+TEST_F(DropViews, MauDropsAreShownAndClearedAsFetched) {
    auto& chip = addDropChip();
    const Pelt::IntfId intf = addPort("Ethernet1", 130);
    const auto show = [&] { return printed([&](U32 fd) { chip.showMauDropCounters(fd, intf, true); }); };
@@ -170,10 +164,10 @@ TEST_F(DropViewsTest, MauDropsAreShownAndClearedAsFetched) {
    StubSdk::sdk().mauDrops[{1, 100 + BF_PIPE_EGRESS}] = 2;
    StubSdk::sdk().mauDrops[{0, 0}] = 1; // of the other pipe
    chip.fetchAllMauDropCounters();
-   const std::string ruler = std::string(62, '=') + "\n";
-   const std::string header = "MAU and deparser drops since the last clear, chip Zel0\n" + ruler +
-                              "  Pipe  Place             Decides                      Packets\n" + ruler;
-   const std::string note = ruler + "Pipe 1 is that of Ethernet1, shared by all its ports\n";
+   const std::string rule = ruler(62);
+   const std::string header = "MAU and deparser drops since the last clear, chip Zel0\n" + rule +
+                              "  Pipe  Place             Decides                      Packets\n" + rule;
+   const std::string note = rule + "Pipe 1 is that of Ethernet1, shared by all its ports\n";
    EXPECT_EQ(show(), header +
                           "     1  stage 3           forwarding                         6\n"
                           "     1  egress deparser   MTU exceeded                       2\n" +
@@ -189,16 +183,16 @@ TEST_F(DropViewsTest, MauDropsAreShownAndClearedAsFetched) {
                           "shown as last read\n\n");
 }
 
-TEST_F(DropViewsTest, TrafficManagerPollersSurviveAFailingReadAndSaySo) {
+TEST_F(DropViews, TrafficManagerPollersSurviveAFailingReadAndSaySo) {
    StubSdk::sdk().physicalPipeOffset = 2;
    for (U32 type = 0; type <= BF_TM_PIPE_CUT_THROUGH; ++type) {
       StubSdk::sdk().tm[{2, type}] = {100 + type, 5000 + type};
    }
    auto& chip = addDropChip(0, 0);
-   const std::string ruler = std::string(81, '=') + "\n";
-   const std::string header = "Traffic manager since the last clear, chip Zel0\n" + ruler +
+   const std::string rule = ruler(81);
+   const std::string header = "Traffic manager since the last clear, chip Zel0\n" + rule +
                               "  Pipe  Counter                Packets or cells               Bytes  State\n" +
-                              ruler;
+                              rule;
    EXPECT_EQ(tmText(chip), header +
                                 "     0  in from the pipe                    100                5000  ok\n"
                                 "     0  out to the pipe                     101                5001  ok\n"
@@ -207,7 +201,7 @@ TEST_F(DropViewsTest, TrafficManagerPollersSurviveAFailingReadAndSaySo) {
                                 "     0  cut through                         108                5008  ok\n"
                                 "     0  cells in use                        106                   -  ok\n"
                                 "     0  cells of a port, peak               107                   -  ok\n" +
-                                ruler + "\n");
+                                rule + "\n");
    printed([&](U32 fd) { chip.clearAllTmCounters(fd); });
    StubSdk::sdk().statuses[{"tm", BF_TM_PIPE_DROPS, 2}] = 5;
    StubSdk::sdk().tm[{2, BF_TM_PIPE_EGRESS}] = {111, 5101};
@@ -219,7 +213,7 @@ TEST_F(DropViewsTest, TrafficManagerPollersSurviveAFailingReadAndSaySo) {
                                 "     0  out to the pipe                      10                 100  ok\n"
                                 "     0  dropped                               0                   0  "
                                 "Error 5 (HW access fails)\n" +
-                                levels + ruler + "\n");
+                                levels + rule + "\n");
    StubSdk::sdk().statuses.clear();
    refuseQueueSyncs();
    StubSdk::sdk().tm[{2, BF_TM_PIPE_EGRESS}] = {1, 60}; // the chip was reset
@@ -227,7 +221,7 @@ TEST_F(DropViewsTest, TrafficManagerPollersSurviveAFailingReadAndSaySo) {
    EXPECT_EQ(tmText(chip), header +
                                 "     0  out to the pipe                       1                  60  ok\n"
                                 "     0  dropped                              98                3998  ok\n" +
-                                levels + ruler + "\n");
+                                levels + rule + "\n");
    deleteChip(0);
    auto& again = addChip(0, 0, makeCatalogue(0));
    EXPECT_THAT(tmText(again), HasSubstr("dropped                               0                   0  "
@@ -238,7 +232,7 @@ TEST_F(DropViewsTest, TrafficManagerPollersSurviveAFailingReadAndSaySo) {
         << "the clear was the old chip's";
 }
 
-TEST_F(DropViewsTest, AChipThatIsNotInitializedSaysSoOnly) {
+TEST_F(DropViews, AChipThatIsNotInitializedSaysSoOnly) {
    auto& chip = addDropChip();
    const Pelt::IntfId intf = addPort("Ethernet1", 0);
    chip.initializedIs(false);

@@ -47,7 +47,7 @@ class L3Intf : public L3Rig {
    const IntfId routed{"Ethernet3"};
 };
 
-TEST_F(L3Intf, anInterfaceBeforeItsChipHasARecordAtOnceAndCountersLater) {
+TEST_F(L3Intf, AnInterfaceBeforeItsChipHasARecordAtOnceAndCountersLater) {
    makeChip(0, fullChip);
    makeSm();
    advance(7.5);
@@ -62,7 +62,7 @@ TEST_F(L3Intf, anInterfaceBeforeItsChipHasARecordAtOnceAndCountersLater) {
    EXPECT_EQ(read(vlan20), "4/400 0/0");
 }
 
-TEST_F(L3Intf, countersAreTheSumsOverTheChipsThatCountVlans) {
+TEST_F(L3Intf, CountersAreTheSumsOverTheChipsThatCountVlans) {
    makeChip(0, fullChip);
    makeChip(1, plainChip);
    makeChip(2, {.vxlan = true, .vrfNat = true}); // can't count VLANs
@@ -84,7 +84,7 @@ TEST_F(L3Intf, countersAreTheSumsOverTheChipsThatCountVlans) {
    EXPECT_EQ(read(vlan20), "8/800 16/1600");
 }
 
-TEST_F(L3Intf, anInterfaceThatGoesTakesItsEntriesAndItsRecord) {
+TEST_F(L3Intf, AnInterfaceThatGoesTakesItsEntriesAndItsRecord) {
    makeChip(0, plainChip);
    makeSm();
    addDevice(0);
@@ -105,7 +105,7 @@ TEST_F(L3Intf, anInterfaceThatGoesTakesItsEntriesAndItsRecord) {
    EXPECT_EQ(text(rx) + text(tx), "7/77/7");
 }
 
-TEST_F(L3Intf, refusesAVlanThatIsNoneAndAddsTheOthers) {
+TEST_F(L3Intf, RefusesAVlanThatIsNoneAndAddsTheOthers) {
    const U32 bad[] = {0x10000, 4095, 0xFFFF, 0x21000};
    l3Table->intfIdToL3IdIs(vlan20, 20);
    for (const U32 value : bad) {
@@ -117,18 +117,15 @@ TEST_F(L3Intf, refusesAVlanThatIsNoneAndAddsTheOthers) {
    EXPECT_EQ(natKeys(), (std::vector<std::string>{"Ethernet3", "Vlan20"}));
    for (const U32 value : bad) {
       const IntfId intf(("Bad" + std::to_string(value)).c_str());
-      try {
-         sm->handleIntfL3Index(intf);
-         FAIL() << value;
-      } catch (const std::range_error& error) {
-         EXPECT_STREQ(error.what(), "VlanId::value < 1 or > 4094 not allowed");
-      }
+      EXPECT_THAT([&] { sm->handleIntfL3Index(intf); },
+                  testing::ThrowsMessage<std::range_error>("VlanId::value < 1 or > 4094 not allowed"))
+           << value;
    }
    EXPECT_THROW(l3Table->intfIdToL3IdIs(IntfId(std::string(64, 'x').c_str()), 30), std::invalid_argument);
    EXPECT_EQ(sm->l3IntfToVid().size(), 2U);
 }
 
-TEST_F(L3Intf, aChipThatThrowsKeepsNoOtherFromCounting) {
+TEST_F(L3Intf, AChipThatThrowsKeepsNoOtherFromCounting) {
    makeChip(0, plainChip);
    makeChip(1, plainChip);
    makeSm();
@@ -149,7 +146,7 @@ TEST_F(L3Intf, aChipThatThrowsKeepsNoOtherFromCounting) {
    EXPECT_EQ(natKeys(), (std::vector<std::string>{"Ethernet3", "Vlan20"}));
 }
 
-TEST_F(L3Intf, recordsAreRefreshedOneSecondAfterTheEndOfAPass) {
+TEST_F(L3Intf, RecordsAreRefreshedOneSecondAfterTheEndOfAPass) {
    makeChip(0, fullChip);
    l3Table->intfIdToL3IdIs(vlan20, 20);
    makeSm();
@@ -175,7 +172,7 @@ TEST_F(L3Intf, recordsAreRefreshedOneSecondAfterTheEndOfAPass) {
    EXPECT_EQ(nat->counter(vlan20).lastUpdate, 4.125);
 }
 
-TEST_F(L3Intf, aCorruptRecordIsToldOnceAndMadeWholeUnderItsOwnName) {
+TEST_F(L3Intf, ACorruptRecordIsToldOnceAndMadeWholeUnderItsOwnName) {
    makeSm();
    l3Table->intfIdToL3IdIs(vlan20, 20);
    damage(vlan20);
@@ -187,7 +184,7 @@ TEST_F(L3Intf, aCorruptRecordIsToldOnceAndMadeWholeUnderItsOwnName) {
    EXPECT_EQ(corrupt.size(), 1U);
 }
 
-TEST_F(L3Intf, whatAnEarlierStartLeftIsRemoved) {
+TEST_F(L3Intf, WhatAnEarlierStartLeftIsRemoved) {
    openNatTable();
    for (const char* name : {"Vlan20", "Vlan99"}) {
       Silo::Interface::NatCounter old;
@@ -202,7 +199,7 @@ TEST_F(L3Intf, whatAnEarlierStartLeftIsRemoved) {
    EXPECT_EQ(nat->counter(vlan20).packets, 0U);
 }
 
-TEST_F(L3Intf, aFullNatTableCostsOneRecordOnly) {
+TEST_F(L3Intf, AFullNatTableCostsOneRecordOnly) {
    makeChip(0, fullChip);
    openNatTable(1);
    makeSm();
@@ -219,18 +216,14 @@ TEST_F(L3Intf, aFullNatTableCostsOneRecordOnly) {
    EXPECT_EQ(nat->counter(vlan20).lastUpdate, 6.0);
 }
 
-TEST(L3IntfDeathTest, needsItsNatTableOnceThereIsAnInterface) {
-   auto l3Table = Kiln::allocate<VexL3Intf::Table>("l3");
-   const auto make = [&] {
-      Kiln::allocate<ZelCounter::ZelCountersL3IntfSm>(l3Table, Kiln::allocate<ZelSystem::SystemStatus>(),
-                                                      nullptr);
-   };
+TEST_F(L3Intf, NeedsItsNatTableOnceThereIsAnInterface) {
+   const auto make = [&] { Kiln::allocate<ZelCounter::ZelCountersL3IntfSm>(l3Table, system, nullptr); };
    make();
-   l3Table->intfIdToL3IdIs(IntfId("Vlan20"), 20);
+   l3Table->intfIdToL3IdIs(vlan20, 20);
    EXPECT_DEATH(make(), "natCounter.instance\\(\\) != 0");
 }
 
-TEST(VlanIntf, followsTheStatusDirectory) {
+TEST(VlanIntf, FollowsTheStatusDirectory) {
    const auto common = Kiln::allocate<Vex::VexCommonSmData>();
    const auto makeDir = [](std::initializer_list<const char*> names) {
       auto dir = Kiln::allocate<Interface::VlanIntfStatusDir>();

@@ -10,7 +10,7 @@ using ZelCounter::SviCounterKey;
 
 const std::string opening = "Value('ZelCounter::SviCounterKey', ** {";
 
-TEST(SviCounterKey, readsBackWhatItPrints) {
+TEST(SviCounterKey, ReadsBackWhatItPrints) {
    EXPECT_EQ(SviCounterKey(1, true).text(), opening + "'decapType': 1, 'snat': True})");
    for (const SviCounterKey key : {SviCounterKey(0, false), SviCounterKey(255, true)}) {
       EXPECT_EQ(SviCounterKey(key.text()), key);
@@ -18,7 +18,7 @@ TEST(SviCounterKey, readsBackWhatItPrints) {
    EXPECT_EQ(SviCounterKey(opening + "'snat': True, 'decapType': 7})"), SviCounterKey(7, true));
 }
 
-TEST(SviCounterKey, refusesAnyOtherText) {
+TEST(SviCounterKey, RefusesAnyOtherText) {
    for (const std::string& text :
         {std::string(), std::string("Value('ZelCounter::Other', ** {'decapType': 1, 'snat': True})"),
          opening + "'decapType': 256, 'snat': True})", opening + "'decapType': -1, 'snat': True})",

@@ -55,7 +55,7 @@ SoftChip::FrameInfo frame() {
    return made;
 }
 
-TEST_F(L3Traffic, countsAFrameInItsVlanOnly) {
+TEST_F(L3Traffic, CountsAFrameInItsVlanOnly) {
    auto tagged = frame();
    tagged.outerTag = {SoftChip::tpidCustomer, 30, 0, false};
    auto priorityTagged = frame();
@@ -108,7 +108,7 @@ TEST_F(L3Traffic, countsAFrameInItsVlanOnly) {
    }
 }
 
-TEST_F(L3Traffic, aChipWithoutNatCountsTranslatedFramesAsAnyOthers) {
+TEST_F(L3Traffic, AChipWithoutNatCountsTranslatedFramesAsAnyOthers) {
    sm->deleteDevice(0);
    fleet.chipDel(0);
    makeChip(0, plainChip).portAdd(port);
@@ -119,7 +119,7 @@ TEST_F(L3Traffic, aChipWithoutNatCountsTranslatedFramesAsAnyOthers) {
    EXPECT_EQ(seen(10), "1/100 0/0 0/0");
 }
 
-TEST_F(L3Traffic, refusesForwardingStateThatCantBe) {
+TEST_F(L3Traffic, RefusesForwardingStateThatCantBe) {
    for (const char* prefix : {"", "10.0.0.0", "10.0.0.0/33", "10.0.0.1/24", "10.0/8", "::/129", "10.0.0.0/8x",
                               "2001:db8::1/64", "10.0.0.0/-1"}) {
       EXPECT_THROW(chip(0).snatAdd(prefix), std::invalid_argument) << prefix;
@@ -130,7 +130,7 @@ TEST_F(L3Traffic, refusesForwardingStateThatCantBe) {
    EXPECT_THROW(chip(0).l2DomainCountAdd(true, {5000, 9, false}, {1, 1}), std::invalid_argument);
 }
 
-TEST_F(L3Traffic, replaysCaptures) {
+TEST_F(L3Traffic, ReplaysCaptures) {
    const std::string captures = ZEL_CAPTURES;
    // 8 frames of 148 octets and 2 of 92, of VNI 100: 50 octets less each when they are inside.
    SoftChip::Traffic::replay(chip(0), port, captures + "/vxlan.pcap");

@@ -1,11 +1,11 @@
 // How a step of a MAC counter is judged, and what becomes of the previous record.
 #include "tests/support/CountersRig.h"
 #include "tests/support/LoggedMessages.h"
+#include "tests/support/Random.h"
 
 #include <fstream>
 #include <gmock/gmock.h>
 #include <map>
-#include <random>
 
 namespace {
 
@@ -181,30 +181,28 @@ struct Oracle {
 };
 
 // Mostly traffic, with an eye on the bounds: wraps, flips, resets, and values at the window's edge.
-U64 nextReading(std::mt19937_64& random, U64 reading) {
-   switch (random() % 16) {
+U64 nextReading(Random& random, U64 reading) {
+   switch (random.below(16)) {
    case 0:
-      return reading ^ (U64{1} << random() % 64);
+      return reading ^ (U64{1} << random.below(64));
    case 1:
-      return random() % 1000;
+      return random.below(1000);
    case 2:
-      return ~(random() % 1000);
+      return ~random.below(1000);
    case 3:
-      return reading + window - 1 + random() % 3;
+      return reading + window - 1 + random.below(3);
    case 4:
-      return 0xFFFF000000000000 - 1 + random() % 3;
+      return 0xFFFF000000000000 - 1 + random.below(3);
    case 5:
-      return 0xFFFFFFFFFFFF - 1 + random() % 3;
+      return 0xFFFFFFFFFFFF - 1 + random.below(3);
    default:
-      return reading + random() % 1'000'000;
+      return reading + random.below(1'000'000);
    }
 }
 
 // Readings by fours: all counters small, twice a single one out of the ordinary if any, then any of them.
 TEST_F(Accounting, AMillionRandomStepsAgreeWithTheOracle) {
-   const auto seed = std::random_device{}();
-   SCOPED_TRACE(testing::Message() << "seed " << seed);
-   std::mt19937_64 random(seed);
+   Random random;
    constexpr std::size_t steps = 1'000'000;
    Oracle oracle;
    EthIntfStatistics expected{};
@@ -213,12 +211,12 @@ TEST_F(Accounting, AMillionRandomStepsAgreeWithTheOracle) {
    for (std::size_t done = 0; done < steps; done += fieldCount) {
       EthIntfStatistics reading = record->statistics();
       const std::size_t turn = done / fieldCount % 4;
-      const std::size_t odd = random() % fieldCount;
+      const std::size_t odd = random.below(fieldCount);
       for (std::size_t i = 0; i < fieldCount; ++i) {
          const U64 last = Interface::word(reading, i);
-         const U64 value = turn == 0               ? random() % 1000
+         const U64 value = turn == 0               ? random.below(1000)
                            : turn == 3 || i == odd ? nextReading(random, last)
-                                                   : last + random() % 1'000'000;
+                                                   : last + random.below(1'000'000);
          raw[Interface::ethIntfFields[i].rmonIndex] = value;
          U64 before = Interface::word(expected, i);
          oracle.step(Interface::ethIntfFields[i].group, before, value);

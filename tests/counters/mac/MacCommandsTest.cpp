@@ -38,7 +38,7 @@ class MacCommands : public testing::Test {
    Pelt::IntfId port;
 };
 
-TEST_F(MacCommands, showEveryCounterOrTheMovedOnes) {
+TEST_F(MacCommands, ShowEveryCounterOrTheMovedOnes) {
    EXPECT_EQ(show(), "Intf Ethernet1 (7):\n" + line(0, "1000") + line(4, "2000") + "\n");
    std::string all = "Intf Ethernet1 (7):\n";
    for (unsigned i = 0; i < BF_NUM_RMON_COUNTERS; ++i) {
@@ -47,7 +47,7 @@ TEST_F(MacCommands, showEveryCounterOrTheMovedOnes) {
    EXPECT_EQ(show(false), all + "\n");
 }
 
-TEST_F(MacCommands, afterAClearOnlyWhatMovedSince) {
+TEST_F(MacCommands, AfterAClearShowOnlyWhatMovedSince) {
    clear();
    EXPECT_EQ(show(), "");
    rig.chip(0).rmonIs(7, 4, 2005);
@@ -56,7 +56,7 @@ TEST_F(MacCommands, afterAClearOnlyWhatMovedSince) {
    EXPECT_EQ(rig.chip(0).rmon(7, 4), 2005U); // the hardware is not cleared
 }
 
-TEST_F(MacCommands, aCounterBelowItsClearValueDropsTheWholeBaselineInTheMiddleOfThePrint) {
+TEST_F(MacCommands, ACounterBelowItsClearValueDropsTheWholeBaselineInTheMiddleOfThePrint) {
    clear();
    rig.chip(0).rmonIs(7, 0, 1001);
    rig.chip(0).rmonIs(7, 4, 1999);
@@ -66,14 +66,14 @@ TEST_F(MacCommands, aCounterBelowItsClearValueDropsTheWholeBaselineInTheMiddleOf
    EXPECT_EQ(show(), "Intf Ethernet1 (7):\n" + line(0, "1001") + line(4, "1999") + "\n");
 }
 
-TEST_F(MacCommands, aValueAboveTheSignedRangePrintsNegative) {
+TEST_F(MacCommands, AValueAboveTheSignedRangePrintsNegative) {
    rig.chip(0).rmonIs(7, 0, ~U64{0});
    rig.chip(0).rmonIs(7, 4, 0);
    rig.advance(2.0);
    EXPECT_EQ(show(), "Intf Ethernet1 (7):\n" + line(0, "-1") + "\n");
 }
 
-TEST_F(MacCommands, portsComeInPortOrderAndOnlyThoseOfTheChip) {
+TEST_F(MacCommands, PortsComeInPortOrderAndOnlyThoseOfTheChip) {
    rig.addChip(1, "Zel1");
    rig.addPort("Ethernet10", 0, 2);
    rig.addPort("Ethernet2", 0, 130);
@@ -91,12 +91,12 @@ TEST_F(MacCommands, portsComeInPortOrderAndOnlyThoseOfTheChip) {
    EXPECT_EQ(printed([&](U32 fd) { rig.counters(0)->showAllMacCounters(fd, true); }), "\n");
 }
 
-TEST_F(MacCommands, aPortWithoutItsRecordShowsTheInvalidNumber) {
+TEST_F(MacCommands, APortWithoutItsRecordShowsTheInvalidNumber) {
    rig.status->portInfoDel(port);
    EXPECT_EQ(show(), "Intf Ethernet1 (456):\n" + line(0, "1000") + line(4, "2000") + "\n");
 }
 
-TEST_F(MacCommands, aChipThatIsNotReadySaysSo) {
+TEST_F(MacCommands, AChipThatIsNotReadySaysSo) {
    rig.counters(0)->initializedIs(false);
    EXPECT_EQ(show(), "Agent not initialized yet");
    EXPECT_EQ(printed([&](U32 fd) { rig.counters(0)->showAllMacCounters(fd, false); }),
@@ -105,7 +105,7 @@ TEST_F(MacCommands, aChipThatIsNotReadySaysSo) {
              "Agent not initialized yet");
 }
 
-TEST_F(MacCommands, aClosedPipeEndsThePrintAndNothingElse) {
+TEST_F(MacCommands, AClosedPipeEndsThePrintAndNothingElse) {
    rig.counters(0)->showMacCounters(ClosedPipe().fd(), port, false);
    EXPECT_EQ(show(), "Intf Ethernet1 (7):\n" + line(0, "1000") + line(4, "2000") + "\n");
 }

@@ -22,9 +22,9 @@ struct Reports : Vex::Counters::WriterConfig::Notifiee {
    std::vector<std::pair<std::string, VexTypes::IntfQueueCounters>> all;
 };
 
-class QueueCountersTest : public StubSdkRig {
+class QueueCounters : public StubSdkRig {
  protected:
-   QueueCountersTest() {
+   QueueCounters() {
       mounts->writerConfigIs(Kiln::allocate<Vex::Counters::WriterConfig>());
       reports.notifierIs(mounts->writerConfig());
       const Silo::TableOptions options{4, 2.0, Silo::ClockDomain::monotonic(), {}, false};
@@ -39,7 +39,7 @@ class QueueCountersTest : public StubSdkRig {
          StubSdk::sdk().statuses[{"counterHwSync", pdpHandle, pipe}] = 17;
       }
    }
-   ~QueueCountersTest() override {
+   ~QueueCounters() override {
       const auto lock = Kiln::ActivityLockAnchor::lock();
       mgr = nullptr;
       store.remove("queues");
@@ -60,12 +60,6 @@ class QueueCountersTest : public StubSdkRig {
    }
    ZelCounter::ZelCounters& addQueueChip(int dev, U16 highestPipe) {
       return addQueueChip(dev, highestPipe, makeCatalogue(dev));
-   }
-
-   Pelt::IntfId addPort(const char* name, int dev, U16 devicePort) {
-      const Pelt::IntfId intf(name);
-      systemStatus->portInfoIs(intf, {static_cast<ZelId::ZelDevId>(dev), devicePort});
-      return intf;
    }
 
    static void queueIs(int dev, U16 devicePort, U32 entry, U32 queue, U64 pkts, U64 bytes, U64 drops) {
@@ -111,11 +105,11 @@ constexpr PortCase portCases[] = {
      {0, 8, 0}, {3, 8, 120}, {5, 8, 168}, {65, 8, 2088}, {66, 14, 2128}, {67, 2, 2174},
 };
 
-TEST_F(QueueCountersTest, EveryQueueLandsOnItsOwnInterfaceAndQueue) {
+TEST_F(QueueCounters, EveryQueueLandsOnItsOwnInterfaceAndQueue) {
    addQueueChip(2, 1);
    for (const PortCase& c : portCases) {
       const auto devicePort = static_cast<U16>(128 + c.pipePort);
-      addPort(("Ethernet" + std::to_string(c.pipePort)).c_str(), 2, devicePort);
+      addPort("Ethernet" + std::to_string(c.pipePort), devicePort, 2);
       for (U32 q = 0; q < c.queues; ++q) {
          const U64 value = c.pipePort * 100U + q + 1;
          queueIs(2, devicePort, c.firstEntry, q, value, value * 1000, value * 1000000);
@@ -141,11 +135,11 @@ TEST_F(QueueCountersTest, EveryQueueLandsOnItsOwnInterfaceAndQueue) {
    }
 }
 
-TEST_F(QueueCountersTest, WhatWasSentIsReadOfEveryPortBeforeAnyDrops) {
+TEST_F(QueueCounters, WhatWasSentIsReadOfEveryPortBeforeAnyDrops) {
    addQueueChip(0, 0);
-   addPort("Ethernet1", 0, 67);
-   addPort("Ethernet2", 0, 128 + 5); // of another pipe
-   addPort("Ethernet3", 0, 65);
+   addPort("Ethernet1", 67);
+   addPort("Ethernet2", 128 + 5); // of another pipe
+   addPort("Ethernet3", 65);
    advance(1.0);
    StubSdk::sdk().calls.clear();
    StubSdk::sdk().deliverAll();
@@ -156,7 +150,7 @@ TEST_F(QueueCountersTest, WhatWasSentIsReadOfEveryPortBeforeAnyDrops) {
                                       "drops 65 3", "drops 65 4", "drops 65 5", "drops 65 6", "drops 65 7"));
 }
 
-TEST_F(QueueCountersTest, UninitializedTableIsRetriedEachSecondWithoutARequest) {
+TEST_F(QueueCounters, UninitializedTableIsRetriedEachSecondWithoutARequest) {
    auto catalogue = makeCatalogue(0);
    StubSdk::sdk().table(0, queueHandle).checksUntilInitialized = 1; // until the second check, at 2.0 s
    auto& chip = addQueueChip(0, 0, catalogue);
@@ -171,20 +165,20 @@ TEST_F(QueueCountersTest, UninitializedTableIsRetriedEachSecondWithoutARequest) 
    EXPECT_EQ(chip.pipeIntfQueueCounterSm(0)->pollingTimeMin(), 5.0);
 }
 
-TEST_F(QueueCountersTest, IntervalIsCheckedAndReadersAreTold) {
+TEST_F(QueueCounters, IntervalIsCheckedAndReadersAreTold) {
    addQueueChip(0, 0).intfQueueCountersSdkPollingIntervalIs(5.0);
    auto& chip = addQueueChip(1, 0);
    for (const double refused : {0.0, -1.0, std::nan(""), Kiln::never}) {
       EXPECT_THROW(chip.intfQueueCountersSdkPollingIntervalIs(refused), std::range_error) << refused;
    }
-   addPort("Ethernet1", 0, 3);
+   addPort("Ethernet1", 3);
    poll();
    EXPECT_EQ(mgr->zelCounters(0)->pipeIntfQueueCounterSm(0)->pollingTimeMin(), 7.0);
    Silo::TableReader<Silo::Interface::IntfQueueCounters> reader(store, "queues");
    EXPECT_EQ(reader.state().pollingInterval, 5.0);
 }
 
-TEST_F(QueueCountersTest, RefusedSyncEndsThePollingOfItsPipeOnly) {
+TEST_F(QueueCounters, RefusedSyncEndsThePollingOfItsPipeOnly) {
    StubSdk::sdk().statuses[{"databaseSync", queueHandle, 1}] = 9;
    StubSdk::sdk().inlineDefault = true;
    auto& chip = addQueueChip(0, 2);
@@ -198,9 +192,9 @@ TEST_F(QueueCountersTest, RefusedSyncEndsThePollingOfItsPipeOnly) {
    EXPECT_EQ(chip.pipeIntfQueueCounterSm(1)->pollingTimeMin(), 14.0);
 }
 
-TEST_F(QueueCountersTest, ClearedQueueShowsOnlyWhatCameAfterTheClear) {
+TEST_F(QueueCounters, ClearedQueueShowsOnlyWhatCameAfterTheClear) {
    addQueueChip(0, 0);
-   const Pelt::IntfId intf = addPort("Ethernet1", 0, 5);
+   const Pelt::IntfId intf = addPort("Ethernet1", 5);
    queueIs(0, 5, 168, 2, 10, 1000, 3);
    poll();
    const std::size_t calls = StubSdk::sdk().calls.size();
@@ -219,9 +213,9 @@ TEST_F(QueueCountersTest, ClearedQueueShowsOnlyWhatCameAfterTheClear) {
 }
 
 // Each counter's hardware block begins anew on its own.
-TEST_F(QueueCountersTest, ReadingBelowTheBaselineCountsWhole) {
+TEST_F(QueueCounters, ReadingBelowTheBaselineCountsWhole) {
    addQueueChip(0, 0);
-   const Pelt::IntfId intf = addPort("Ethernet1", 0, 0);
+   const Pelt::IntfId intf = addPort("Ethernet1", 0);
    queueIs(0, 0, 0, 1, 10, 1000, 7);
    poll();
    clear(intf);
@@ -233,7 +227,7 @@ TEST_F(QueueCountersTest, ReadingBelowTheBaselineCountsWhole) {
    EXPECT_EQ(stored(intf, 1), QueueCounter(1, 1100, 12, 5)); // no baseline is left
 }
 
-TEST_F(QueueCountersTest, PortThatChangedCountsFromItsNextReading) {
+TEST_F(QueueCounters, PortThatChangedCountsFromItsNextReading) {
    const PortCase cpu{66, 14, 2128};
    const PortCase other{67, 2, 2174};
    const PortCase moves[][2] = {{cpu, other}, {other, cpu}};
@@ -243,12 +237,12 @@ TEST_F(QueueCountersTest, PortThatChangedCountsFromItsNextReading) {
       addQueueChip(0, 0);
       const U8 fromQueue = static_cast<U8>(from.queues - 1);
       const U8 toQueue = static_cast<U8>(to.queues - 1);
-      const Pelt::IntfId intf = addPort("Internal1", 0, from.pipePort);
+      const Pelt::IntfId intf = addPort("Internal1", from.pipePort);
       queueIs(0, from.pipePort, from.firstEntry, fromQueue, 10, 1000, 7);
       queueIs(0, to.pipePort, to.firstEntry, toQueue, 500, 50000, 3);
       poll();
       EXPECT_EQ(stored(intf, fromQueue), QueueCounter(fromQueue, 1000, 10, 7));
-      addPort("Internal1", 0, to.pipePort);
+      addPort("Internal1", to.pipePort);
       EXPECT_EQ(stored(intf, fromQueue), QueueCounter(fromQueue, 0, 0, 0));
       EXPECT_TRUE(reports.all.back().second.beginsAnew());
       poll();
@@ -263,9 +257,9 @@ TEST_F(QueueCountersTest, PortThatChangedCountsFromItsNextReading) {
    }
 }
 
-TEST_F(QueueCountersTest, PortThatCameBackWhereItWasKeepsItsBaselineButNotItsTime) {
+TEST_F(QueueCounters, PortThatCameBackWhereItWasKeepsItsBaselineButNotItsTime) {
    addQueueChip(0, 0);
-   const Pelt::IntfId intf = addPort("Internal1", 0, 66);
+   const Pelt::IntfId intf = addPort("Internal1", 66);
    for (const U64 reading : {10U, 15U, 17U}) {
       queueIs(0, 66, 2128, 0, reading, reading * 100, 0);
       clear(intf, true);
@@ -276,9 +270,9 @@ TEST_F(QueueCountersTest, PortThatCameBackWhereItWasKeepsItsBaselineButNotItsTim
    EXPECT_EQ(stored(intf, 0), QueueCounter(0, 200, 2, 0));
 }
 
-TEST_F(QueueCountersTest, FrontPanelPortThatCameBackElsewhereHasNothingOfItsOldPort) {
+TEST_F(QueueCounters, FrontPanelPortThatCameBackElsewhereHasNothingOfItsOldPort) {
    auto& chip = addQueueChip(0, 1);
-   const Pelt::IntfId intf = addPort("Ethernet1", 0, 5);
+   const Pelt::IntfId intf = addPort("Ethernet1", 5);
    queueIs(0, 5, 168, 7, 10, 1000, 7);
    queueIs(0, 128 + 67, 2174, 1, 500, 50000, 3);
    poll();
@@ -286,7 +280,7 @@ TEST_F(QueueCountersTest, FrontPanelPortThatCameBackElsewhereHasNothingOfItsOldP
    systemStatus->portInfoDel(intf);
    poll();
    EXPECT_TRUE(chip.intfQueueCounters(intf)) << "it may come back where it was";
-   addPort("Ethernet1", 0, 128 + 67);
+   addPort("Ethernet1", 128 + 67);
    poll();
    EXPECT_EQ(stored(intf, 1), QueueCounter(1, 50000, 500, 3));
    EXPECT_FALSE(chip.intfQueueCounters(intf)->has(7));
@@ -295,9 +289,9 @@ TEST_F(QueueCountersTest, FrontPanelPortThatCameBackElsewhereHasNothingOfItsOldP
    EXPECT_FALSE(reports.all.back().second.beginsAnew());
 }
 
-TEST_F(QueueCountersTest, ClearIsNoNewSample) {
+TEST_F(QueueCounters, ClearIsNoNewSample) {
    addQueueChip(0, 0);
-   const Pelt::IntfId intf = addPort("Ethernet1", 0, 5);
+   const Pelt::IntfId intf = addPort("Ethernet1", 5);
    poll();
    const double read = Kiln::System::currentTime();
    EXPECT_EQ(reports.all.back().second.sampleTime(), read);
@@ -308,11 +302,11 @@ TEST_F(QueueCountersTest, ClearIsNoNewSample) {
    EXPECT_EQ(reports.all.back().second.sampleTime(), Silo::unknownSampleTime);
 }
 
-TEST_F(QueueCountersTest, ChipsWithTheSamePipesKeepTheirValuesApart) {
+TEST_F(QueueCounters, ChipsWithTheSamePipesKeepTheirValuesApart) {
    addQueueChip(0, 0);
    addQueueChip(1, 0);
-   const Pelt::IntfId first = addPort("Ethernet1", 0, 3);
-   const Pelt::IntfId second = addPort("Ethernet2", 1, 3);
+   const Pelt::IntfId first = addPort("Ethernet1", 3);
+   const Pelt::IntfId second = addPort("Ethernet2", 3, 1);
    queueIs(0, 3, 120, 0, 1, 11, 0);
    queueIs(1, 3, 120, 0, 2, 22, 0);
    advance(1.0);
@@ -333,9 +327,9 @@ TEST_F(QueueCountersTest, ChipsWithTheSamePipesKeepTheirValuesApart) {
                ::testing::ElementsAre(std::tuple("Ethernet2", 2, 22), std::tuple("Ethernet1", 1, 11)));
 }
 
-TEST_F(QueueCountersTest, LateAndDuplicateCompletionsTouchNothing) {
+TEST_F(QueueCounters, LateAndDuplicateCompletionsTouchNothing) {
    auto& chip = addQueueChip(0, 0);
-   addPort("Ethernet1", 0, 3);
+   addPort("Ethernet1", 3);
    advance(1.0);
    const StubSdk::Completion one = StubSdk::sdk().pending.at(0);
    StubSdk::sdk().deliverAll();
@@ -351,8 +345,8 @@ TEST_F(QueueCountersTest, LateAndDuplicateCompletionsTouchNothing) {
    EXPECT_EQ(reports.all.size(), 1U);
 }
 
-TEST_F(QueueCountersTest, ChipThatIsAddedAgainCountsWhole) {
-   const Pelt::IntfId intf = addPort("Ethernet1", 0, 5);
+TEST_F(QueueCounters, ChipThatIsAddedAgainCountsWhole) {
+   const Pelt::IntfId intf = addPort("Ethernet1", 5);
    U64 total = 0;
    for (const U64 reading : {1000U, 20U, 5U}) {
       addQueueChip(0, 0);
@@ -364,9 +358,9 @@ TEST_F(QueueCountersTest, ChipThatIsAddedAgainCountsWhole) {
    }
 }
 
-TEST_F(QueueCountersTest, PollerThatOutlivesItsChipStaysIdle) {
+TEST_F(QueueCounters, PollerThatOutlivesItsChipStaysIdle) {
    auto& chip = addQueueChip(0, 1);
-   addPort("Ethernet1", 0, 3);
+   addPort("Ethernet1", 3);
    const auto pollers = {chip.pipeIntfQueueCounterSm(0), chip.pipeIntfQueueCounterSm(1)};
    chip.pipeIntfQueueCounterSmDel(1);
    deleteQueueChip("Zel0");
@@ -382,12 +376,12 @@ TEST_F(QueueCountersTest, PollerThatOutlivesItsChipStaysIdle) {
    EXPECT_THAT(reports.all, IsEmpty());
 }
 
-TEST_F(QueueCountersTest, CleanUpInSimulationLeavesCompletionsUnread) {
+TEST_F(QueueCounters, CleanUpInSimulationLeavesCompletionsUnread) {
    const Environment simulation("SIMULATION_VMID", "1");
    auto catalogue = makeCatalogue(0);
    catalogue->add(0, makeTable("l2DmacClassifyCount", 0xA3, 4, true, packetsOnly));
    auto& chip = addQueueChip(0, 0, catalogue);
-   addPort("Ethernet1", 0, 3);
+   addPort("Ethernet1", 3);
    advance(1.0);
    chip.zelCountersSm()->doCleanup();
    StubSdk::sdk().deliverAll();
@@ -395,11 +389,11 @@ TEST_F(QueueCountersTest, CleanUpInSimulationLeavesCompletionsUnread) {
    smRunning = 1;
 }
 
-TEST_F(QueueCountersTest, HelperAnswersWithWhatIsStored) {
+TEST_F(QueueCounters, HelperAnswersWithWhatIsStored) {
    auto& helper = *mgr->zelCountersHelper();
    VexTypes::IntfQueueCounters filled;
    filled.intfQueueStatIs(3, {1, 1, 1});
-   const Pelt::IntfId intf = addPort("Ethernet1", 0, 5);
+   const Pelt::IntfId intf = addPort("Ethernet1", 5);
    EXPECT_FALSE(helper.getIntfQueueCounters(intf, filled).has(3)) << "no chip";
    EXPECT_FALSE(helper.getIntfQueueCounters(Pelt::IntfId("Ethernet9"), filled).has(3)) << "no port";
    addQueueChip(0, 0);
@@ -411,11 +405,10 @@ TEST_F(QueueCountersTest, HelperAnswersWithWhatIsStored) {
    EXPECT_EQ(record.intfQueueStat(3), Silo::Interface::QueueStatistics{});
 }
 
-TEST_F(QueueCountersTest, QueuesOfAnOperatorsClear) {
+TEST_F(QueueCounters, QueuesOfAnOperatorsClear) {
    addQueueChip(0, 0);
    Kiln::Ptr<ZelCounter::ZelCountersHelper> helper = mgr->zelCountersHelper();
-   const Pelt::IntfId intfs[] = {addPort("Ethernet1", 0, 67), addPort("Ethernet2", 0, 5),
-                                 addPort("Ethernet3", 0, 66)};
+   const Pelt::IntfId intfs[] = {addPort("Ethernet1", 67), addPort("Ethernet2", 5), addPort("Ethernet3", 66)};
    const U32 entries[] = {2174, 168, 2128};
    const struct {
       const char* name;
@@ -445,27 +438,27 @@ TEST_F(QueueCountersTest, QueuesOfAnOperatorsClear) {
    }
 }
 
-TEST_F(QueueCountersTest, OnlyTheFirstEightQueuesAreUnicast) {
+TEST_F(QueueCounters, OnlyTheFirstEightQueuesAreUnicast) {
    VexTypes::IntfQueueType type;
-   mgr->zelCountersHelper()->getIntfQueueType(addPort("Ethernet1", 0, 66), type);
+   mgr->zelCountersHelper()->getIntfQueueType(addPort("Ethernet1", 66), type);
    for (std::size_t queue = 0; queue < VexTypes::IntfQueueCounters::queueCount; ++queue) {
       EXPECT_EQ(type.queueType(queue), queue < 8 ? VexTypes::QueueType::unicast : VexTypes::QueueType::none);
    }
 }
 
-TEST_F(QueueCountersTest, ClearCreatesMissingSharedEntriesEvenWithoutAChip) {
-   const Pelt::IntfId intf = addPort("Ethernet1", 0, 66);
+TEST_F(QueueCounters, ClearCreatesMissingSharedEntriesEvenWithoutAChip) {
+   const Pelt::IntfId intf = addPort("Ethernet1", 66);
    clear(intf);
    EXPECT_TRUE(mounts->allIntfQueueCounters()->has(intf, 13));
    EXPECT_FALSE(mounts->allIntfQueueCounters()->has(intf, 14));
    EXPECT_THAT(reports.all, IsEmpty());
 }
 
-TEST_F(QueueCountersTest, NameTooLongForTheSharedTableIsLeftOut) {
+TEST_F(QueueCounters, NameTooLongForTheSharedTableIsLeftOut) {
    addQueueChip(0, 0);
    const std::string digits(70, '1');
    for (const std::string& name : {"Internal" + digits, "Ethernet" + digits}) {
-      const Pelt::IntfId intf = addPort(name.c_str(), 0, 5);
+      const Pelt::IntfId intf = addPort(name, 5);
       queueIs(0, 5, 168, 0, 4, 400, 0);
       poll();
       clear(intf);
@@ -474,10 +467,10 @@ TEST_F(QueueCountersTest, NameTooLongForTheSharedTableIsLeftOut) {
    }
 }
 
-TEST_F(QueueCountersTest, MisfitsStopTheProcess) {
+TEST_F(QueueCounters, MisfitsStopTheProcess) {
    EXPECT_DEATH(ZelCounter::ZelIntfQueueCountersCallback(0, nullptr), "\"cookie\"");
    auto& chip = addQueueChip(0, 0);
-   addPort("Ethernet1", 0, 0);
+   addPort("Ethernet1", 0);
    advance(1.0);
    const struct {
       const char* assertion;
@@ -495,10 +488,10 @@ TEST_F(QueueCountersTest, MisfitsStopTheProcess) {
          }},
         {"\"false\"",
          [&] {
-            addPort("Ethernet2", 0, 68);
+            addPort("Ethernet2", 68);
             StubSdk::sdk().deliverAll();
          }},
-        {"\"false\"", [&] { clear(addPort("Ethernet2", 0, 68)); }},
+        {"\"false\"", [&] { clear(addPort("Ethernet2", 68)); }},
         {"\"parent\\(\\)->perPipeCounter\\( egressPortQueueCountId \\)\"",
          [&] {
             chip.perPipeCounterDel(1);

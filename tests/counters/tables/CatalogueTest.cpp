@@ -9,7 +9,7 @@ using namespace ZelTest;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-class CatalogueTest : public StubSdkRig {
+class Catalogue : public StubSdkRig {
  protected:
    static std::vector<std::string> callsWith(const std::string& prefix) {
       std::vector<std::string> found;
@@ -23,7 +23,7 @@ class CatalogueTest : public StubSdkRig {
 };
 
 // Table id 2, initialized at the third check; the others at the first.
-TEST_F(CatalogueTest, TableIsAskedAboutUntilItIsInitializedAndNeverAgain) {
+TEST_F(Catalogue, TableIsAskedAboutUntilItIsInitializedAndNeverAgain) {
    auto catalogue = makeCatalogue(0);
    StubSdk::Table late = makeTable("late", 0xA0, 4, false, packetsOnly, false);
    late.checksUntilInitialized = 2;
@@ -45,7 +45,7 @@ TEST_F(CatalogueTest, TableIsAskedAboutUntilItIsInitializedAndNeverAgain) {
    EXPECT_EQ(callsWith("initialized? 0 10D0").size(), 1U);
 }
 
-TEST_F(CatalogueTest, FailedQueryIsRetriedAndDoesNotStopTheOthers) {
+TEST_F(Catalogue, FailedQueryIsRetriedAndDoesNotStopTheOthers) {
    auto catalogue = makeCatalogue(0);
    StubSdk::sdk().statuses[{"initialized", 0x10D0, 0}] = 5;
    auto& chip = addChip(0, 0, catalogue);
@@ -56,13 +56,13 @@ TEST_F(CatalogueTest, FailedQueryIsRetriedAndDoesNotStopTheOthers) {
    EXPECT_TRUE(chip.initializedCounter(0));
 }
 
-TEST_F(CatalogueTest, SymmetricTableForcedPerPipeStaysPerPipe) {
+TEST_F(Catalogue, SymmetricTableForcedPerPipeStaysPerPipe) {
    auto catalogue = makeCatalogue(0);
    StubSdk::sdk().table(0, pdpHandle).symmetric = true;
    EXPECT_TRUE(addChip(0, 0, catalogue).perPipeCounter(0));
 }
 
-TEST_F(CatalogueTest, SimulationScopesTablesInOrderAndAsymmetryOverridesAnExplicitFalse) {
+TEST_F(Catalogue, SimulationScopesTablesInOrderAndAsymmetryOverridesAnExplicitFalse) {
    const Environment simulation("SIMULATION_VMID", "1");
    auto catalogue = makeCatalogue(0);
    catalogue->add(0, makeTable("l2DmacClassifyCount", 0xA1, 4, true, packetsOnly, false));
@@ -77,7 +77,7 @@ TEST_F(CatalogueTest, SimulationScopesTablesInOrderAndAsymmetryOverridesAnExplic
    EXPECT_TRUE(symmetric.perPipeCounter().contains(2)) << "an explicit false";
 }
 
-TEST_F(CatalogueTest, QosPolicyTablesAreTouchedOnlyWithTheCapability) {
+TEST_F(Catalogue, QosPolicyTablesAreTouchedOnlyWithTheCapability) {
    addChip(0, 0, makeCatalogue(0));
    EXPECT_THAT(callsWith("property"), IsEmpty());
 
@@ -90,7 +90,7 @@ TEST_F(CatalogueTest, QosPolicyTablesAreTouchedOnlyWithTheCapability) {
    EXPECT_TRUE(chip.perPipeCounter(2));
 }
 
-TEST_F(CatalogueTest, PollersAreMadePerPipeAndType) {
+TEST_F(Catalogue, PollersAreMadePerPipeAndType) {
    StubSdk::sdk().physicalPipeOffset = 1;
    auto& chip = addChip(0, 1, makeCatalogue(0));
    EXPECT_EQ(chip.pipeIntfQueueCounterSm().size(), 2U);
@@ -105,23 +105,19 @@ TEST_F(CatalogueTest, PollersAreMadePerPipeAndType) {
    EXPECT_EQ(chip.pipeIntfQueueCounterSm(0)->pollingTimeMin(), 1.0) << "its table was not initialized yet";
 }
 
-TEST_F(CatalogueTest, PollerIsNotMadeAgainWithAnotherClock) {
+TEST_F(Catalogue, PollerIsNotMadeAgainWithAnotherClock) {
    auto& chip = addChip(0, 0, makeCatalogue(0));
    const auto sm = chip.pipeIntfQueueCounterSm(0);
    EXPECT_EQ(chip.pipeIntfQueueCounterSmIs(0, sm->clock()), sm);
    const Kiln::Ptr<const Kiln::Clock> other = Kiln::allocate<Kiln::Clock>();
-   try {
-      chip.pipeIntfQueueCounterSmIs(0, other);
-      FAIL();
-   } catch (const std::invalid_argument& error) {
-      EXPECT_THAT(error.what(),
-                  ::testing::MatchesRegex("Reinstantiating the pointer interface where constructor parameter "
-                                          "attribute _pollingClock has a different value of .+ than the "
-                                          "current value of .+ not allowed"));
-   }
+   EXPECT_THAT([&] { chip.pipeIntfQueueCounterSmIs(0, other); },
+               ::testing::ThrowsMessage<std::invalid_argument>(::testing::MatchesRegex(
+                    "Reinstantiating the pointer interface where constructor parameter "
+                    "attribute _pollingClock has a different value of .+ than the "
+                    "current value of .+ not allowed")));
 }
 
-TEST_F(CatalogueTest, ChipWithoutResourceInfoHasNoTableWork) {
+TEST_F(Catalogue, ChipWithoutResourceInfoHasNoTableWork) {
    auto& chip = addChip(0, 3, nullptr);
    EXPECT_TRUE(chip.initialized());
    advance(10.0);
@@ -193,7 +189,7 @@ const FatalCase fatalCases[] = {
       }},
 };
 
-TEST_F(CatalogueTest, ProgramThatDoesNotFitTheLibraryStopsTheProcess) {
+TEST_F(Catalogue, ProgramThatDoesNotFitTheLibraryStopsTheProcess) {
    for (const FatalCase& fatal : fatalCases) {
       SCOPED_TRACE(fatal.assertion);
       EXPECT_DEATH(

@@ -8,15 +8,15 @@ namespace {
 using namespace ZelTest;
 using ZelCounter::ZelCounters;
 
-const std::string rule = std::string(61, '=') + "\n";
+const std::string rule = ruler(61);
 const std::string header = "                      PDP Class Counters                     \n" + rule +
                            "     Interface                    Class            Packets   \n" + rule;
-const std::string closing = std::string(58, '=') + "\n";
+const std::string closing = ruler(58);
 const std::string notFetched = "PDP counters not fetched yet\n";
 
-class PdpCountersTest : public StubSdkRig {
+class PdpCounters : public StubSdkRig {
  protected:
-   PdpCountersTest() {
+   PdpCounters() {
       StubSdk::sdk().inlineDefault = true;
       refuseQueueSyncs();
       auto mapping = Kiln::allocate<ZelQos::QosToZelPdpClassMapping>();
@@ -31,9 +31,8 @@ class PdpCountersTest : public StubSdkRig {
       return chip;
    }
 
-   Pelt::IntfId addPort(const char* name, U16 devicePort, int dev = 0) {
-      const Pelt::IntfId intf(name);
-      systemStatus->portInfoIs(intf, {static_cast<ZelId::ZelDevId>(dev), devicePort});
+   Pelt::IntfId addPort(const std::string& name, U16 devicePort, int dev = 0) {
+      const Pelt::IntfId intf = StubSdkRig::addPort(name, devicePort, dev);
       chipStatus.at(0)->portToIntfIdIs(devicePort, intf);
       return intf;
    }
@@ -48,7 +47,7 @@ class PdpCountersTest : public StubSdkRig {
    }
 };
 
-TEST_F(PdpCountersTest, EveryInterfaceIsShownInItsOrder) {
+TEST_F(PdpCounters, EveryInterfaceIsShownInItsOrder) {
    auto& chip = addPdpChip();
    addPort("Ethernet10", 2);
    addPort("Ethernet9", 72);
@@ -72,7 +71,7 @@ TEST_F(PdpCountersTest, EveryInterfaceIsShownInItsOrder) {
                                        closing);
 }
 
-TEST_F(PdpCountersTest, OneInterfaceIsShownWithItsHeaderAndFooter) {
+TEST_F(PdpCounters, OneInterfaceIsShownWithItsHeaderAndFooter) {
    auto& chip = addPdpChip();
    const Pelt::IntfId busy = addPort("Ethernet1", 0);
    const Pelt::IntfId idle = addPort("Ethernet2", 1);
@@ -97,7 +96,7 @@ TEST_F(PdpCountersTest, OneInterfaceIsShownWithItsHeaderAndFooter) {
                   rule + "displayed");
 }
 
-TEST_F(PdpCountersTest, DefaultLineReadsTheIdThatTheMappingGives) {
+TEST_F(PdpCounters, DefaultLineReadsTheIdThatTheMappingGives) {
    auto mapping = Kiln::allocate<ZelQos::QosToZelPdpClassMapping>();
    mapping->zelPdpClassIs("default", ZelQos::PdpClassId(9));
    systemStatus->qosToZelPdpClassMappingIs(mapping);
@@ -112,10 +111,10 @@ TEST_F(PdpCountersTest, DefaultLineReadsTheIdThatTheMappingGives) {
              header + "     Ethernet1                  default                  0\n" + closing);
 }
 
-TEST_F(PdpCountersTest, PortsOnEveryPipeHaveTheirOwnValues) {
+TEST_F(PdpCounters, PortsOnEveryPipeHaveTheirOwnValues) {
    auto& chip = addPdpChip(3);
    for (U16 pipe = 0; pipe < 4; ++pipe) {
-      addPort(("Ethernet" + std::to_string(pipe + 1)).c_str(), static_cast<U16>(pipe * 128 + 71));
+      addPort("Ethernet" + std::to_string(pipe + 1), static_cast<U16>(pipe * 128 + 71));
       countIs(pipe, 71, 5, pipe + 1U);
    }
    chip.fetchPdpCounters();
@@ -125,7 +124,7 @@ TEST_F(PdpCountersTest, PortsOnEveryPipeHaveTheirOwnValues) {
    }
 }
 
-TEST_F(PdpCountersTest, ClearShowsZeroUntilAFetchBringsMoreAndLeavesTheHardware) {
+TEST_F(PdpCounters, ClearShowsZeroUntilAFetchBringsMoreAndLeavesTheHardware) {
    auto& chip = addPdpChip();
    addPort("Ethernet1", 0);
    countIs(0, 0, 5, 7);
@@ -138,7 +137,7 @@ TEST_F(PdpCountersTest, ClearShowsZeroUntilAFetchBringsMoreAndLeavesTheHardware)
              header + "     Ethernet1                     lacp                  2\n" + closing);
 }
 
-TEST_F(PdpCountersTest, InterfaceThatMovedBeginsAnew) {
+TEST_F(PdpCounters, InterfaceThatMovedBeginsAnew) {
    auto& chip = addPdpChip();
    addPort("Ethernet1", 0);
    countIs(0, 0, 5, 7);
@@ -158,7 +157,7 @@ TEST_F(PdpCountersTest, InterfaceThatMovedBeginsAnew) {
    EXPECT_EQ(showAll(chip, true), closing);
 }
 
-TEST_F(PdpCountersTest, NothingIsShownUntilAFetchSucceeds) {
+TEST_F(PdpCounters, NothingIsShownUntilAFetchSucceeds) {
    StubSdk::sdk().inlineDefault = false;
    auto& chip = addPdpChip();
    const Pelt::IntfId intf = addPort("Ethernet1", 0);
@@ -187,7 +186,7 @@ TEST_F(PdpCountersTest, NothingIsShownUntilAFetchSucceeds) {
    EXPECT_EQ(showAll(chip, false), notFetched) << "the table isn't initialized";
 }
 
-TEST_F(PdpCountersTest, InterfaceWithoutASnapshotIsSkipped) {
+TEST_F(PdpCounters, InterfaceWithoutASnapshotIsSkipped) {
    auto& chip = addPdpChip();
    addPort("Ethernet1", 73);   // no place in the table
    addPort("Ethernet3", 1, 4); // of another device
@@ -197,7 +196,7 @@ TEST_F(PdpCountersTest, InterfaceWithoutASnapshotIsSkipped) {
    EXPECT_DEATH(chip.showPdpIntfCounters(1, Pelt::IntfId("Ethernet2"), true, false, false), "\"last\"");
 }
 
-TEST_F(PdpCountersTest, TableOfAnotherShapeStopsTheProcess) {
+TEST_F(PdpCounters, TableOfAnotherShapeStopsTheProcess) {
    const struct {
       const char* assertion;
       std::function<void(StubSdk::Table& table)> change;

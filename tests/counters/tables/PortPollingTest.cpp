@@ -4,11 +4,11 @@
 namespace {
 
 using namespace ZelTest;
-using PortPollingTest = StubSdkRig;
+using PortPolling = StubSdkRig;
 
-TEST_F(PortPollingTest, AChipThatGoesAwayInTheMiddleOfAPassAsksForNothingMore) {
-   systemStatus->portInfoIs(Pelt::IntfId("Ethernet1"), {0, 0});
-   systemStatus->portInfoIs(Pelt::IntfId("Ethernet2"), {0, 1});
+TEST_F(PortPolling, AChipThatGoesAwayInTheMiddleOfAPassAsksForNothingMore) {
+   addPort("Ethernet1", 0);
+   addPort("Ethernet2", 1);
    const Kiln::Ptr<ZelCounter::ZelCounters> chip(&addChip(0, 0, makeCatalogue(0)));
    int asked = 0;
    StubSdk::sdk().onMacStatsGet = [&] {

@@ -1,10 +1,10 @@
 // The hardware-sync passes of a chip, however its requests complete.
 #include "kiln/RingLog.h"
+#include "tests/support/Random.h"
 #include "tests/support/StubSdkRig.h"
 #include "zl/ZelSdk.h"
 
 #include <atomic>
-#include <random>
 #include <thread>
 
 namespace {
@@ -16,9 +16,9 @@ using ::testing::IsEmpty;
 constexpr U32 perPipeHandle = 0xA1;
 constexpr U32 allPipesHandle = 0xA2;
 
-class SchedulerTest : public StubSdkRig {
+class Scheduler : public StubSdkRig {
  protected:
-   SchedulerTest() { refuseQueueSyncs(); }
+   Scheduler() { refuseQueueSyncs(); }
 
    // Four pipes; two tables per pipe and one for all pipes: nine requests a pass.
    ZelCounter::ZelCounters& addNineRequestChip(int dev) {
@@ -35,7 +35,7 @@ class SchedulerTest : public StubSdkRig {
    }
 };
 
-TEST_F(SchedulerTest, DeferredPassEndsWithTheNinthCompletion) {
+TEST_F(Scheduler, DeferredPassEndsWithTheNinthCompletion) {
    auto& chip = addNineRequestChip(0);
    auto& sm = *chip.hwTableCountersSm();
    advance(1.9);
@@ -56,7 +56,7 @@ TEST_F(SchedulerTest, DeferredPassEndsWithTheNinthCompletion) {
    EXPECT_TRUE(chip.firstPollingComplete());
 }
 
-TEST_F(SchedulerTest, InlinePassEndsItself) {
+TEST_F(Scheduler, InlinePassEndsItself) {
    StubSdk::sdk().inlineDefault = true;
    auto& chip = addNineRequestChip(0);
    advance(2.0);
@@ -67,7 +67,7 @@ TEST_F(SchedulerTest, InlinePassEndsItself) {
 }
 
 // Every mixture of inline and deferred completions of the nine requests.
-TEST_F(SchedulerTest, MixedPassEndsOnceWhateverTheMixture) {
+TEST_F(Scheduler, MixedPassEndsOnceWhateverTheMixture) {
    auto& chip = addNineRequestChip(0);
    auto& sm = *chip.hwTableCountersSm();
    for (unsigned mixture = 0; mixture < 512; ++mixture) {
@@ -86,7 +86,7 @@ TEST_F(SchedulerTest, MixedPassEndsOnceWhateverTheMixture) {
    }
 }
 
-TEST_F(SchedulerTest, NoTableInitializedMeansEmptyPassesForEver) {
+TEST_F(Scheduler, NoTableInitializedMeansEmptyPassesForEver) {
    auto catalogue = makeCatalogue(0);
    StubSdk::sdk().table(0, pdpHandle).checksUntilInitialized = 1000;
    StubSdk::sdk().table(0, queueHandle).checksUntilInitialized = 1000;
@@ -97,7 +97,7 @@ TEST_F(SchedulerTest, NoTableInitializedMeansEmptyPassesForEver) {
    EXPECT_EQ(chip.hwTableCountersSm()->pollingTimeMin(), 8.0);
 }
 
-TEST_F(SchedulerTest, ArmedClockKeepsItsTime) {
+TEST_F(Scheduler, ArmedClockKeepsItsTime) {
    auto& chip = addNineRequestChip(0);
    advance(1.0);
    chip.hwTableCountersSm()->scheduleClock();
@@ -111,7 +111,7 @@ struct RefusalCase {
    bool inRingLog;
 };
 
-TEST_F(SchedulerTest, RefusedRequestEndsItsTableForThisPassOnly) {
+TEST_F(Scheduler, RefusedRequestEndsItsTableForThisPassOnly) {
    for (const RefusalCase& refusal : {RefusalCase{17, 0, 1, false}, RefusalCase{5, 2, 3, true}}) {
       SCOPED_TRACE(refusal.status);
       StubSdk::reset();
@@ -139,7 +139,7 @@ TEST_F(SchedulerTest, RefusedRequestEndsItsTableForThisPassOnly) {
 }
 
 // One refused table alone, its accepted requests inline: nothing was synced whole.
-TEST_F(SchedulerTest, PassWithoutAWholeTableDoesNotCompleteTheFirstPolling) {
+TEST_F(Scheduler, PassWithoutAWholeTableDoesNotCompleteTheFirstPolling) {
    StubSdk::sdk().inlineDefault = true;
    StubSdk::sdk().statuses[{"counterHwSync", pdpHandle, 1}] = 5;
    auto& chip = addChip(0, 1, makeCatalogue(0));
@@ -151,7 +151,7 @@ TEST_F(SchedulerTest, PassWithoutAWholeTableDoesNotCompleteTheFirstPolling) {
    EXPECT_TRUE(chip.firstPollingComplete());
 }
 
-TEST_F(SchedulerTest, LostCompletionStallsItsOwnChipOnly) {
+TEST_F(Scheduler, LostCompletionStallsItsOwnChipOnly) {
    auto& lossy = addNineRequestChip(0);
    auto& whole = addNineRequestChip(1);
    advance(2.0);
@@ -165,7 +165,7 @@ TEST_F(SchedulerTest, LostCompletionStallsItsOwnChipOnly) {
    EXPECT_TRUE(whole.firstPollingComplete());
 }
 
-TEST_F(SchedulerTest, DuplicateAndForeignCompletionsCountForNothing) {
+TEST_F(Scheduler, DuplicateAndForeignCompletionsCountForNothing) {
    auto& chip = addNineRequestChip(0);
    auto& sm = *chip.hwTableCountersSm();
    advance(2.0);
@@ -179,7 +179,7 @@ TEST_F(SchedulerTest, DuplicateAndForeignCompletionsCountForNothing) {
    EXPECT_EQ(sm.pendingCallbacks(), 9U) << "of another device";
 }
 
-TEST_F(SchedulerTest, CompletionOfADeletedChipTouchesNothing) {
+TEST_F(Scheduler, CompletionOfADeletedChipTouchesNothing) {
    const auto clock = Kiln::activityManagerClock();
    const U64 objects = Kiln::trackedObjectCount();
    addNineRequestChip(0);
@@ -202,7 +202,7 @@ TEST_F(SchedulerTest, CompletionOfADeletedChipTouchesNothing) {
    EXPECT_EQ(Kiln::trackedObjectCount(), objects);
 }
 
-TEST_F(SchedulerTest, CleanUpInSimulationLeavesCompletionsUnread) {
+TEST_F(Scheduler, CleanUpInSimulationLeavesCompletionsUnread) {
    const Environment simulation("SIMULATION_VMID", "1");
    auto catalogue = makeCatalogue(0);
    catalogue->add(0, makeTable("l2DmacClassifyCount", 0xA3, 4, true, packetsOnly));
@@ -218,17 +218,15 @@ TEST_F(SchedulerTest, CleanUpInSimulationLeavesCompletionsUnread) {
    EXPECT_TRUE(chip.firstPollingComplete());
 }
 
-TEST_F(SchedulerTest, NullCookieStopsTheProcess) {
+TEST_F(Scheduler, NullCookieStopsTheProcess) {
    EXPECT_DEATH(ZelCounter::hwTableCallback(0, nullptr), "\"hwTableSm\" failed in HwTableCountersSm");
 }
 
 // Eight threads complete requests, some twice, while the activity thread runs passes, prints, clears, deletes
 // and adds chips.
-TEST_F(SchedulerTest, StormOfCompletionsWhileChipsComeAndGo) {
+TEST_F(Scheduler, StormOfCompletionsWhileChipsComeAndGo) {
    Kiln::threadSafePtrModeIs(true);
-   const unsigned seed = std::random_device{}();
-   std::mt19937 random(seed);
-   SCOPED_TRACE("seed " + std::to_string(seed));
+   Random random;
    std::atomic<bool> done{false};
    std::atomic<unsigned> delivered{0};
    std::vector<std::thread> threads;
@@ -260,13 +258,13 @@ TEST_F(SchedulerTest, StormOfCompletionsWhileChipsComeAndGo) {
    }
    for (int step = 0; delivered < 5000; ++step) {
       advance(0.5);
-      const int dev = static_cast<int>(random() % 3);
+      const int dev = static_cast<int>(random.below(3));
       const auto lock = Kiln::ActivityLockAnchor::lock();
       printed([&](U32 fd) {
          chips[dev]->showTableCounters(fd, 2 + static_cast<U32>(step % 2), true);
          chips[dev]->clearAllTableCounters(fd);
       });
-      if (random() % 8 == 0) {
+      if (random.oneIn(8)) {
          deleteChip(dev);
          addNineRequestChip(dev);
       }

@@ -11,13 +11,9 @@ using ZelCounter::ZelCounters;
 constexpr U32 handle = 0xABCDEF;
 constexpr U32 testedId = 2;
 
-std::string line(char c, std::size_t width) {
-   return std::string(width, c) + "\n";
-}
-
-class TableCommandsTest : public StubSdkRig {
+class TableCommands : public StubSdkRig {
  protected:
-   TableCommandsTest() {
+   TableCommands() {
       StubSdk::sdk().inlineDefault = true;
       refuseQueueSyncs();
    }
@@ -36,14 +32,14 @@ class TableCommandsTest : public StubSdkRig {
    }
 };
 
-TEST_F(TableCommandsTest, CatalogueIsListed) {
+TEST_F(TableCommands, CatalogueIsListed) {
    auto& chip = addChipWith(makeTable("aclCount", handle, 123, true, bytesOnly));
    EXPECT_EQ(
         printed([&](U32 fd) { chip.showCountersInfo(fd); }),
-        line('=', 96) +
+        ruler(96) +
              " Id                              Counter         Handle     Size      Type  Per-pipe "
              "Pkts/Bytes\n" +
-             line('=', 96) +
+             ruler(96) +
              "  0                            pdpClassCount         D0     2336   indirect       Y     Y/N \n"
              "  1                     egressPortQueueCount         E0     4096   indirect       Y     Y/Y \n"
              "  2                                 aclCount     ABCDEF      123     direct       N     N/Y "
@@ -95,7 +91,7 @@ const TextCase textCases[] = {
 
 // '#' stands for the rule of the kind of table.
 std::string blockFor(const TextCase& c, const std::string& pipe) {
-   const std::string rule = line('=', c.direct ? 80 : 58);
+   const std::string rule = ruler(c.direct ? 80 : 58);
    std::string text =
         (c.direct ? "Table: tested, DevId: 3, PipeId: " : "Counter: tested, DevId: 3, PipeId: ") + pipe +
         "\n" + rule;
@@ -105,7 +101,7 @@ std::string blockFor(const TextCase& c, const std::string& pipe) {
    return text + "\n";
 }
 
-TEST_F(TableCommandsTest, TablesAreShownToTheCharacter) {
+TEST_F(TableCommands, TablesAreShownToTheCharacter) {
    for (const TextCase& c : textCases) {
       SCOPED_TRACE(c.name);
       StubSdk::Table table = makeTable("tested", handle, 2, c.direct, c.counts, !c.perPipe);
@@ -124,15 +120,15 @@ TEST_F(TableCommandsTest, TablesAreShownToTheCharacter) {
    }
 }
 
-TEST_F(TableCommandsTest, AllZeroTableShowsHeadersAndClosingLineOnly) {
+TEST_F(TableCommands, AllZeroTableShowsHeadersAndClosingLineOnly) {
    StubSdk::Table table = makeTable("tested", handle, 1, true, packetsAndBytes, true);
    table.entries = {1};
    auto& chip = addChipWith(table);
-   const std::string rule = line('=', 80);
+   const std::string rule = ruler(80);
    EXPECT_EQ(show(chip, true), "Table: tested, DevId: 3, PipeId: FFFF\n" + rule + both + rule + rule + "\n");
 }
 
-TEST_F(TableCommandsTest, NothingIsShownBeforeTheTableAndTheFirstPassAreReady) {
+TEST_F(TableCommands, NothingIsShownBeforeTheTableAndTheFirstPassAreReady) {
    StubSdk::sdk().inlineDefault = false;
    StubSdk::Table late = makeTable("tested", handle, 1, false, packetsOnly, false);
    late.checksUntilInitialized = 1;
@@ -146,19 +142,18 @@ TEST_F(TableCommandsTest, NothingIsShownBeforeTheTableAndTheFirstPassAreReady) {
    EXPECT_EQ(printed([&](U32 fd) { again.showTableCountersPipe(fd, 2, 0, false); }), not2);
 }
 
-TEST_F(TableCommandsTest, PipeOfASymmetricTableIsRefused) {
+TEST_F(TableCommands, PipeOfASymmetricTableIsRefused) {
    auto& chip = addChipWith(makeTable("tested", handle, 1, false, packetsOnly));
    EXPECT_EQ(printed([&](U32 fd) { chip.showTableCountersPipe(fd, testedId, 0, false); }),
              "Symmetric counters cannot have a pipe option\n");
 }
 
-TEST_F(TableCommandsTest, ReadErrorsEndTheTable) {
+TEST_F(TableCommands, ReadErrorsEndTheTable) {
    StubSdk::Table table = makeTable("tested", handle, 3, false, packetsOnly);
    auto& chip = addChipWith(table);
    auto& statuses = StubSdk::sdk().statuses;
    const U16 all = ZelId::ZelPipeId::allPipes();
-   const std::string header =
-        "Counter: tested, DevId: 3, PipeId: FFFF\n" + line('=', 58) + indirect + line('=', 58);
+   const std::string header = "Counter: tested, DevId: 3, PipeId: FFFF\n" + ruler(58) + indirect + ruler(58);
 
    statuses[{"index 1", handle, all}] = 5;
    EXPECT_EQ(show(chip, false), header + "             0                  0                N/A\n"
@@ -167,14 +162,13 @@ TEST_F(TableCommandsTest, ReadErrorsEndTheTable) {
    EXPECT_EQ(show(chip, false), header + "\n");
 }
 
-TEST_F(TableCommandsTest, DirectReadErrorsEndTheTable) {
+TEST_F(TableCommands, DirectReadErrorsEndTheTable) {
    StubSdk::Table table = makeTable("tested", handle, 3, true, packetsOnly);
    table.entries = {5};
    auto& chip = addChipWith(table);
    auto& statuses = StubSdk::sdk().statuses;
    const U16 all = ZelId::ZelPipeId::allPipes();
-   const std::string header =
-        "Table: tested, DevId: 3, PipeId: FFFF\n" + line('=', 80) + packets + line('=', 80);
+   const std::string header = "Table: tested, DevId: 3, PipeId: FFFF\n" + ruler(80) + packets + ruler(80);
 
    statuses[{"counterReadDirectEnd", 0, 0}] = 1;
    EXPECT_EQ(show(chip, false), header + oneZero + "\n") << "no closing line";
@@ -184,13 +178,13 @@ TEST_F(TableCommandsTest, DirectReadErrorsEndTheTable) {
    EXPECT_EQ(show(chip, false), header + "\n");
 }
 
-TEST_F(TableCommandsTest, ClosedPipeEndsTheOutput) {
+TEST_F(TableCommands, ClosedPipeEndsTheOutput) {
    auto& chip = addChipWith(makeTable("tested", handle, 1000000, false, packetsOnly));
    chip.showAllTableCounters(ClosedPipe().fd(), false);
    EXPECT_LT(StubSdk::sdk().reads, 10000U);
 }
 
-TEST_F(TableCommandsTest, ClearWritesZeroToEveryEntryOfThePipesAsked) {
+TEST_F(TableCommands, ClearWritesZeroToEveryEntryOfThePipesAsked) {
    for (const bool direct : {false, true}) {
       SCOPED_TRACE(direct ? "direct" : "indirect");
       StubSdk::Table table = makeTable("tested", handle, 2, direct, packetsAndBytes, false);
@@ -214,7 +208,7 @@ TEST_F(TableCommandsTest, ClearWritesZeroToEveryEntryOfThePipesAsked) {
    }
 }
 
-TEST_F(TableCommandsTest, ProtectedTablesAreNeverCleared) {
+TEST_F(TableCommands, ProtectedTablesAreNeverCleared) {
    auto catalogue = makeCatalogue(0);
    catalogue->add(0, makeTable("ingL2DomainCounters", 0xF1, 1, false, packetsOnly));
    catalogue->add(0, makeTable("egrL2DomainCounters", 0xF2, 1, false, packetsOnly));
@@ -230,7 +224,7 @@ TEST_F(TableCommandsTest, ProtectedTablesAreNeverCleared) {
    EXPECT_EQ(left(0xF3, all), 0U);
 }
 
-TEST_F(TableCommandsTest, UnsupportedClearEndsQuietlyAndAnyOtherRefusalStopsTheProcess) {
+TEST_F(TableCommands, UnsupportedClearEndsQuietlyAndAnyOtherRefusalStopsTheProcess) {
    const U16 all = ZelId::ZelPipeId::allPipes();
    auto& chip = addChipWith(makeTable("tested", handle, 2, false, packetsOnly));
    StubSdk::sdk().statuses[{"counterWrite", handle, all}] = 17;
@@ -239,7 +233,7 @@ TEST_F(TableCommandsTest, UnsupportedClearEndsQuietlyAndAnyOtherRefusalStopsTheP
    EXPECT_DEATH(chip.clearTableCounters(0, testedId, all), "\"status == 0\" failed");
 }
 
-TEST_F(TableCommandsTest, MisuseStopsTheProcess) {
+TEST_F(TableCommands, MisuseStopsTheProcess) {
    StubSdk::Table countless = makeTable("tested", handle, 2, true, packetsOnly);
    countless.info.packets = false;
    auto& chip = addChipWith(countless);

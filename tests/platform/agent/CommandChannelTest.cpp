@@ -88,16 +88,16 @@ class Client : public ZelTest::SocketClient {
    }
 };
 
-class CommandChannelTest : public testing::Test {
+class CommandChannel : public testing::Test {
  protected:
-   CommandChannelTest() {
+   CommandChannel() {
       auto directory = Kiln::allocate<Agent::AgentCommandRequestDirSm>();
       directory->agentCommandCallbackIs(Kiln::allocate<TestCommand>());
       runner_ = Kiln::allocate<Agent::CommandRunner>(directory);
       runner_->commandTypeIs("test", "TestCli");
       runner_->commandTypeIs("later", "NobodyYet");
    }
-   ~CommandChannelTest() override { stop(); }
+   ~CommandChannel() override { stop(); }
 
    void start(const Agent::CommandChannelLimits& limits = {}) {
       channel_ = open(limits);
@@ -143,14 +143,14 @@ class CommandChannelTest : public testing::Test {
 
 constexpr unsigned long manyLines = 50000; // 3.2 MB, more than any socket buffers
 
-TEST_F(CommandChannelTest, AnswersALineWithTextAndTheEnd) {
+TEST_F(CommandChannel, AnswersALineWithTextAndTheEnd) {
    start();
    EXPECT_EQ(ask("test say one \t two\r"), "one\ntwo\n");
    EXPECT_EQ(ask("test say"), "");
    EXPECT_EQ(ask("test lines 50000"), linesText(manyLines));
 }
 
-TEST_F(CommandChannelTest, CompletesALineWithWordsThatCanBeTyped) {
+TEST_F(CommandChannel, CompletesALineWithWordsThatCanBeTyped) {
    start();
    const std::vector<std::pair<String, String>> cases = {
         {"complete", "later\ntest\n"}, {"complete ", "later\ntest\n"},
@@ -164,7 +164,7 @@ TEST_F(CommandChannelTest, CompletesALineWithWordsThatCanBeTyped) {
    }
 }
 
-TEST_F(CommandChannelTest, TakesALineInPiecesAndOneThatEndsWithTheConnection) {
+TEST_F(CommandChannel, TakesALineInPiecesAndOneThatEndsWithTheConnection) {
    start();
    Client client(path_);
    client.send("test sa");
@@ -174,7 +174,7 @@ TEST_F(CommandChannelTest, TakesALineInPiecesAndOneThatEndsWithTheConnection) {
    EXPECT_EQ(client.receiveAll(), "whole\n");
 }
 
-TEST_F(CommandChannelTest, RefusesWithOnePrintableLineAfterTheMark) {
+TEST_F(CommandChannel, RefusesWithOnePrintableLineAfterTheMark) {
    start();
    const std::vector<std::pair<String, String>> cases = {
         {"", "no command: expected later, test"},
@@ -191,7 +191,7 @@ TEST_F(CommandChannelTest, RefusesWithOnePrintableLineAfterTheMark) {
    EXPECT_EQ(ask("test say " + String(4095 - 9, 'a')), String(4095 - 9, 'a') + "\n") << "just fits";
 }
 
-TEST_F(CommandChannelTest, AReaderThatStallsHoldsUpNobody) {
+TEST_F(CommandChannel, AReaderThatStallsHoldsUpNobody) {
    start();
    Client slow(path_);
    slow.send("test lines 50000\n");
@@ -201,7 +201,7 @@ TEST_F(CommandChannelTest, AReaderThatStallsHoldsUpNobody) {
    EXPECT_EQ(slow.receiveAll(), linesText(manyLines));
 }
 
-TEST_F(CommandChannelTest, AReaderThatLeavesIsForgotten) {
+TEST_F(CommandChannel, AReaderThatLeavesIsForgotten) {
    start();
    {
       Client leaving(path_);
@@ -214,7 +214,7 @@ TEST_F(CommandChannelTest, AReaderThatLeavesIsForgotten) {
    EXPECT_EQ(clientCount(), 0U);
 }
 
-TEST_F(CommandChannelTest, TextEndsWithAWholeLineAtTheBound) {
+TEST_F(CommandChannel, TextEndsWithAWholeLineAtTheBound) {
    start({.answerBytes = 3 * 4096});
    const String error = "the output ends here, at its bound of 12 KiB: ask for one chip, interface or table, "
                         "or with nonzero";
@@ -222,7 +222,7 @@ TEST_F(CommandChannelTest, TextEndsWithAWholeLineAtTheBound) {
    EXPECT_EQ(ask("test say x " + String(4000, 'y')), "x\n" + String(4000, 'y') + "\n");
 }
 
-TEST(CommandSpoolTest, CutsTheLineThatTheBoundCuts) {
+TEST(CommandSpool, CutsTheLineThatTheBoundCuts) {
    const Agent::CommandSpool spool(4096);
    Kiln::TextOutput out(spool.fd());
    for (int line = 0; line < 1000; ++line) {
@@ -237,7 +237,7 @@ TEST(CommandSpoolTest, CutsTheLineThatTheBoundCuts) {
    EXPECT_GT(text.size(), 4096U - 9U);
 }
 
-TEST_F(CommandChannelTest, RefusesMoreClientsAndMoreWaitingTextThanItsLimits) {
+TEST_F(CommandChannel, RefusesMoreClientsAndMoreWaitingTextThanItsLimits) {
    start({.clients = 2, .waitingBytes = 1U << 20U});
    Client slow(path_);
    slow.send("test lines 50000\n");
@@ -252,7 +252,7 @@ TEST_F(CommandChannelTest, RefusesMoreClientsAndMoreWaitingTextThanItsLimits) {
    EXPECT_EQ(ask("test say x"), "x\n");
 }
 
-TEST_F(CommandChannelTest, TimesOutClientsThatSendOrTakeNothing) {
+TEST_F(CommandChannel, TimesOutClientsThatSendOrTakeNothing) {
    start();
    Client silent(path_);
    Client stalled(path_);
@@ -265,7 +265,7 @@ TEST_F(CommandChannelTest, TimesOutClientsThatSendOrTakeNothing) {
    EXPECT_EQ(clientCount(), 0U);
 }
 
-TEST_F(CommandChannelTest, ReplacesOnlyTheSocketOfADeadAgent) {
+TEST_F(CommandChannel, ReplacesOnlyTheSocketOfADeadAgent) {
    const Agent::SocketAddress address(path_);
    const int dead = socket(AF_UNIX, SOCK_STREAM, 0);
    ASSERT_EQ(bind(dead, address.any(), address.length()), 0);
@@ -293,7 +293,7 @@ TEST_F(CommandChannelTest, ReplacesOnlyTheSocketOfADeadAgent) {
    EXPECT_EQ(access(path_.c_str(), F_OK), 0);
 }
 
-TEST_F(CommandChannelTest, OfSeveralAgentsAtOnceOneGetsTheStaleSocket) {
+TEST_F(CommandChannel, OfSeveralAgentsAtOnceOneGetsTheStaleSocket) {
    constexpr int agents = 4;
    for (int round = 0; round < 200; ++round) {
       const Agent::SocketAddress address(path_);
@@ -326,7 +326,7 @@ TEST_F(CommandChannelTest, OfSeveralAgentsAtOnceOneGetsTheStaleSocket) {
    }
 }
 
-TEST_F(CommandChannelTest, OnlyItsUserMayOpenTheSocket) {
+TEST_F(CommandChannel, OnlyItsUserMayOpenTheSocket) {
    const mode_t before = umask(0);
    start();
    umask(before);
@@ -335,7 +335,7 @@ TEST_F(CommandChannelTest, OnlyItsUserMayOpenTheSocket) {
    EXPECT_EQ(status.st_mode & 0777U, 0600U);
 }
 
-TEST(CommandSocketTest, APathThatNoSocketCanHaveIsRefused) {
+TEST(CommandSocket, APathThatNoSocketCanHaveIsRefused) {
    EXPECT_THROW(Agent::SocketAddress(""), std::runtime_error);
    EXPECT_THROW(Agent::SocketAddress(String(108, 'x')), std::runtime_error);
    EXPECT_NO_THROW(Agent::SocketAddress(String(107, 'x')));

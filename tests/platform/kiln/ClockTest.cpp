@@ -3,13 +3,14 @@
 #include "kiln/ActivityManager.h"
 #include "kiln/RingLog.h"
 #include "kiln/TimerWheel.h"
+#include "tests/platform/kiln/Pipe.h"
+#include "tests/support/Random.h"
 
 #include <functional>
 #include <gmock/gmock.h>
 #include <map>
 #include <numeric>
 #include <optional>
-#include <random>
 #include <thread>
 #include <unistd.h>
 
@@ -27,9 +28,9 @@ struct Alarm : Kiln::Clock::Notifiee {
 };
 
 // Simulated time and a manager of its own.
-struct ClockTest : testing::Test {
-   ClockTest() { Kiln::System::timeSourceIs(time); }
-   ~ClockTest() override { Kiln::System::timeSourceIs(Kiln::allocate<Kiln::RealTime>()); }
+struct Clock : testing::Test {
+   Clock() { Kiln::System::timeSourceIs(time); }
+   ~Clock() override { Kiln::System::timeSourceIs(Kiln::allocate<Kiln::RealTime>()); }
 
    std::function<void()> note(int what) {
       return [this, what] {
@@ -44,7 +45,7 @@ struct ClockTest : testing::Test {
    std::vector<double> times;
 };
 
-TEST_F(ClockTest, firesInOrderOfTimeThenOfArmingWithTimeAtEachExpiry) {
+TEST_F(Clock, FiresInOrderOfTimeThenOfArmingWithTimeAtEachExpiry) {
    Alarm a(manager->clock(), note(1));
    Alarm b(manager->clock(), note(2));
    Alarm c(manager->clock(), note(3));
@@ -61,7 +62,7 @@ TEST_F(ClockTest, firesInOrderOfTimeThenOfArmingWithTimeAtEachExpiry) {
    EXPECT_EQ(a.timeMin(), 7.0);
 }
 
-TEST_F(ClockTest, aHandlerMayRearmThrowDestroyItselfOrTakeAnotherAway) {
+TEST_F(Clock, AHandlerMayRearmThrowDestroyItselfOrTakeAnotherAway) {
    Alarm periodic(manager->clock(), [&] {
       fired.push_back(1);
       periodic.timeMinIs(Kiln::System::currentTime() + 2.0);
@@ -85,7 +86,7 @@ TEST_F(ClockTest, aHandlerMayRearmThrowDestroyItselfOrTakeAnotherAway) {
                testing::Contains("2.000000 clock handler failed: handler in trouble"));
 }
 
-TEST_F(ClockTest, chargedTimeDelaysTheNextAndArmingForThePastFiresWithoutRunningBack) {
+TEST_F(Clock, ChargedTimeDelaysTheNextAndArmingForThePastFiresWithoutRunningBack) {
    Alarm slow(manager->clock(), [&] {
       note(1)();
       time->charge(0.5);
@@ -105,10 +106,8 @@ TEST_F(ClockTest, chargedTimeDelaysTheNextAndArmingForThePastFiresWithoutRunning
 }
 
 // A multimap with arming appended at its key's end says what a clock must do.
-TEST_F(ClockTest, agreesWithAnOracleOnRandomArming) {
-   const unsigned seed = std::random_device{}();
-   SCOPED_TRACE("seed " + std::to_string(seed));
-   std::mt19937 random(seed);
+TEST_F(Clock, AgreesWithAnOracleOnRandomArming) {
+   ZelTest::Random random;
    std::multimap<double, int> oracle;
    std::vector<std::unique_ptr<Alarm>> alarms;
    for (int i = 0; i < 40; ++i) {
@@ -116,9 +115,9 @@ TEST_F(ClockTest, agreesWithAnOracleOnRandomArming) {
    }
    for (int round = 0; round < 300; ++round) {
       for (int i = 0; i < 10; ++i) {
-         const int which = static_cast<int>(random() % alarms.size());
+         const int which = static_cast<int>(random.below(alarms.size()));
          std::erase_if(oracle, [&](const auto& entry) { return entry.second == which; });
-         const unsigned delay = random() % 8;
+         const auto delay = static_cast<double>(random.below(8));
          if (delay == 7) {
             alarms[static_cast<std::size_t>(which)]->timeMinIs(never);
          } else {
@@ -138,12 +137,12 @@ TEST_F(ClockTest, agreesWithAnOracleOnRandomArming) {
 }
 
 // In real time; nothing here waits longer than until its wake-up arrives.
-struct LoopTest : testing::Test {
+struct ActivityManager : testing::Test {
    Ptr<Kiln::ActivityManager> manager = Kiln::allocate<Kiln::ActivityManager>();
 };
 
 // Each arming comes when the loop sleeps for ever or is about to: a lost wake-up would hang the test.
-TEST_F(LoopTest, armingFromAnotherThreadWakesTheSleepingLoop) {
+TEST_F(ActivityManager, ArmingFromAnotherThreadWakesTheSleepingLoop) {
    constexpr int rounds = 2000;
    std::atomic<int> count{0};
    Alarm alarm(manager->clock(), [&] { ++count; });
@@ -161,7 +160,7 @@ TEST_F(LoopTest, armingFromAnotherThreadWakesTheSleepingLoop) {
    EXPECT_EQ(count.load(), rounds);
 }
 
-TEST_F(LoopTest, theLoopOutlivesItsHandlersAndEndsAtOnceWhenStopped) {
+TEST_F(ActivityManager, TheLoopOutlivesItsHandlersAndEndsAtOnceWhenStopped) {
    std::vector<int> fired;
    Alarm bad(manager->clock(), [&] {
       fired.push_back(1);
@@ -193,38 +192,38 @@ struct Reader : Kiln::ActivityManager::Descriptor {
    std::function<void()> then;
 };
 
-TEST_F(LoopTest, aClockThatAlwaysRearmsForNowLeavesDescriptorsTheirTurn) {
-   int ends[2];
-   ASSERT_EQ(pipe(ends), 0);
+TEST_F(ActivityManager, AClockThatAlwaysRearmsForNowLeavesDescriptorsTheirTurn) {
+   const ZelTest::Pipe pipe;
+   bool isServed = false;
    Alarm busy(manager->clock(), [&] { busy.timeMinIs(0.0); });
    busy.timeMinIs(0.0);
-   const Reader reader(manager, ends[0], [&] { manager->stop(); });
-   ASSERT_EQ(write(ends[1], "x", 1), 1);
+   const Reader reader(manager, pipe.reader(), [&] {
+      isServed = true;
+      manager->stop();
+   });
+   ASSERT_EQ(write(pipe.writer(), "x", 1), 1);
    manager->run();
-   close(ends[0]);
-   close(ends[1]);
+   EXPECT_TRUE(isServed);
 }
 
-TEST_F(LoopTest, aReadyDescriptorThatAnotherDestroyedOrSilencedIsNotServed) {
-   int ends[2];
-   ASSERT_EQ(pipe(ends), 0);
-   close(ends[1]); // hang-up: all three are ready
+TEST_F(ActivityManager, AReadyDescriptorThatAnotherDestroyedOrSilencedIsNotServed) {
+   ZelTest::Pipe pipe;
+   pipe.closeWriter(); // hang-up: all three are ready
    int served = 0;
    std::optional<Reader> second;
    std::optional<Reader> third;
    std::optional<Reader> first;
-   first.emplace(manager, ends[0], [&] {
+   first.emplace(manager, pipe.reader(), [&] {
       ++served;
       second.reset();
       third->wantsIs(false, false);
       manager->stop();
       first.reset(); // this handler with it
    });
-   second.emplace(manager, ends[0], [&] { ++served; });
-   third.emplace(manager, ends[0], [&] { ++served; });
+   second.emplace(manager, pipe.reader(), [&] { ++served; });
+   third.emplace(manager, pipe.reader(), [&] { ++served; });
    manager->run();
    EXPECT_EQ(served, 1);
-   close(ends[0]);
 }
 
 struct WheelTimer : Oxbow::TimerWheel::Timer {
@@ -234,12 +233,12 @@ struct WheelTimer : Oxbow::TimerWheel::Timer {
    std::function<void()> then;
 };
 
-struct TimerWheelTest : ClockTest {
+struct TimerWheel : Clock {
    Ptr<Oxbow::TimerWheel> wheel =
         Kiln::allocate<Oxbow::TimerWheel>(Ptr<const Kiln::Clock>(manager->clock()), 100U, 20U, 0U, 1024U);
 };
 
-TEST_F(TimerWheelTest, servesAtMostTwentyTimersATickInOrderAndLosesNone) {
+TEST_F(TimerWheel, ServesAtMostTwentyTimersATickInOrderAndLosesNone) {
    std::vector<std::unique_ptr<WheelTimer>> timers;
    std::map<double, int> served;
    for (int i = 0; i < 50; ++i) {
@@ -256,7 +255,7 @@ TEST_F(TimerWheelTest, servesAtMostTwentyTimersATickInOrderAndLosesNone) {
    EXPECT_THAT(served, ElementsAre(std::pair(1.0, 20), std::pair(1.1, 20), std::pair(1.2, 10)));
 }
 
-TEST_F(TimerWheelTest, aPeriodicTimerKeepsItsPeriodThoughTicksComeLate) {
+TEST_F(TimerWheel, APeriodicTimerKeepsItsPeriodThoughTicksComeLate) {
    WheelTimer periodic(wheel, [&] {
       times.push_back(Kiln::System::currentTime());
       time->charge(0.03); // every handler takes its time
@@ -268,7 +267,7 @@ TEST_F(TimerWheelTest, aPeriodicTimerKeepsItsPeriodThoughTicksComeLate) {
    EXPECT_EQ(times.back(), 200.0);
 }
 
-TEST_F(TimerWheelTest, catchesUpAfterAStallWithinTheBound) {
+TEST_F(TimerWheel, CatchesUpAfterAStallWithinTheBound) {
    Alarm stall(manager->clock(), [&] { time->charge(500.0); });
    std::vector<std::unique_ptr<WheelTimer>> timers;
    for (int i = 0; i < 30; ++i) {
@@ -284,7 +283,7 @@ TEST_F(TimerWheelTest, catchesUpAfterAStallWithinTheBound) {
    EXPECT_TRUE(std::is_sorted(fired.begin(), fired.end()));
 }
 
-TEST_F(TimerWheelTest, aHandlerMayDisarmMoveOrDestroyTimersAndThrow) {
+TEST_F(TimerWheel, AHandlerMayDisarmMoveOrDestroyTimersAndThrow) {
    std::optional<WheelTimer> self;
    std::optional<WheelTimer> victim(std::in_place, wheel, note(8));
    WheelTimer moved(wheel, note(2));
@@ -307,7 +306,7 @@ TEST_F(TimerWheelTest, aHandlerMayDisarmMoveOrDestroyTimersAndThrow) {
    EXPECT_EQ(manager->clock()->earliestExpiry(), never);
 }
 
-TEST_F(TimerWheelTest, theWheelMayEndInItsLastTimersHandler) {
+TEST_F(TimerWheel, TheWheelMayEndInItsLastTimersHandler) {
    std::optional<WheelTimer> only;
    only.emplace(wheel, [&] {
       note(1)();

@@ -5,6 +5,7 @@
 #include "kiln/TextOutput.h"
 #include "kiln/Time.h"
 #include "kiln/Trace.h"
+#include "tests/platform/kiln/Pipe.h"
 
 #include <array>
 #include <csignal>
@@ -27,7 +28,7 @@ void checkLimit(unsigned ctrId) {
    KILN_ASSERT_MESSAGE(ctrId != 6, "status == 0", "Failed to map");
 }
 
-TEST(AssertDeathTest, quotesExpressionFileAndFunctionAndAborts) {
+TEST(Assert, QuotesExpressionFileAndFunctionAndAborts) {
    checkLimit(88);
    EXPECT_EXIT(checkLimit(89), testing::KilledBySignal(SIGABRT),
                "assertion \"ctrId < CHIP_LIMIT\" failed in DiagnosticsTest, checkLimit\\(\\), line");
@@ -37,7 +38,7 @@ TEST(AssertDeathTest, quotesExpressionFileAndFunctionAndAborts) {
 
 Kiln::TraceHandle traceHandle("DiagnosticsTest");
 
-TEST(TraceTest, aLevelThatIsOffEvaluatesNothing) {
+TEST(Trace, ALevelThatIsOffEvaluatesNothing) {
    String error;
    int evaluated = 0;
    ASSERT_TRUE(Kiln::traceSettingIs("DiagnosticsTest/0-2,8", &error));
@@ -59,7 +60,7 @@ TEST(TraceTest, aLevelThatIsOffEvaluatesNothing) {
    traceHandle.levelsIs(0);
 }
 
-TEST(TraceTest, aMalformedSettingIsRefusedWithTheFormExpected) {
+TEST(Trace, AMalformedSettingIsRefusedWithTheFormExpected) {
    for (const char* text : {"", "/", "/1", "X", "X/", "X/10", "X/1-", "X/-1", "X/3-1", "X/1,", "X/,1", "X/1 ",
                             "X/a", "X/1-2-3", "X/4294967297", "X/+1"}) {
       String error;
@@ -69,7 +70,7 @@ TEST(TraceTest, aMalformedSettingIsRefusedWithTheFormExpected) {
    }
 }
 
-TEST(RingLogTest, keepsTheNewestLinesUpToItsBoundFromAnyThread) {
+TEST(RingLog, KeepsTheNewestLinesUpToItsBoundFromAnyThread) {
    auto& log = Kiln::RingLog::instance();
    log.lineDelAll();
    constexpr int perThread = 3000;
@@ -91,7 +92,7 @@ TEST(RingLogTest, keepsTheNewestLinesUpToItsBoundFromAnyThread) {
 constexpr Kiln::LogMessage full{"TEST_RESOURCE_FULL", Kiln::Severity::warning,
                                 "Table %s of chip %s is full (%d of 100%)", "Nothing fits.", "Make room."};
 
-TEST(OperatorLogTest, fillsArgumentsInOrderAndNeverExpandsThemAgain) {
+TEST(OperatorLog, FillsArgumentsInOrderAndNeverExpandsThemAgain) {
    auto& log = Kiln::OperatorLog::instance();
    log.newEntries();
    std::vector<String> seen;
@@ -111,33 +112,11 @@ TEST(OperatorLogTest, fillsArgumentsInOrderAndNeverExpandsThemAgain) {
    EXPECT_TRUE(log.newEntries().empty());
 }
 
-struct Pipe {
-   Pipe() {
-      if (pipe(ends) != 0) {
-         throw std::runtime_error("no pipe");
-      }
-   }
-   ~Pipe() {
-      close(ends[0]);
-      close(ends[1]);
-   }
-   // Until the writer's end is closed.
-   String readAll() const {
-      String all;
-      char piece[4096];
-      for (ssize_t got = 0; (got = read(ends[0], piece, sizeof piece)) > 0;) {
-         all.append(piece, static_cast<std::size_t>(got));
-      }
-      return all;
-   }
-   int ends[2] = {-1, -1};
-};
-
 // SIGPIPE is left at its default here: it would end the test program.
-TEST(TextOutputTest, aClosedPipeTurnsItOffQuietly) {
-   Pipe pipe;
-   close(pipe.ends[0]);
-   TextOutput out(pipe.ends[1]);
+TEST(TextOutput, AClosedPipeTurnsItOffQuietly) {
+   ZelTest::Pipe pipe;
+   pipe.closeReader();
+   TextOutput out(pipe.writer());
    out.write("lost");
    out.flush();
    EXPECT_FALSE(out.ok());
@@ -150,27 +129,27 @@ TEST(TextOutputTest, aClosedPipeTurnsItOffQuietly) {
 }
 
 // A pipe holds 64 KiB: short writes when it doesn't block, signals when it does.
-TEST(TextOutputTest, aSlowReaderGetsEveryByteThroughShortWritesAndSignals) {
+TEST(TextOutput, ASlowReaderGetsEveryByteThroughShortWritesAndSignals) {
    struct sigaction interrupt {};
    struct sigaction before {};
    interrupt.sa_handler = [](int) {};
    sigaction(SIGUSR1, &interrupt, &before);
    for (const bool blocking : {false, true}) {
-      Pipe pipe;
+      ZelTest::Pipe pipe;
       if (!blocking) {
-         ASSERT_EQ(fcntl(pipe.ends[1], F_SETFL, O_NONBLOCK), 0);
+         ASSERT_EQ(fcntl(pipe.writer(), F_SETFL, O_NONBLOCK), 0);
       }
       String got;
       std::thread reader([&, writer = pthread_self()] {
          char piece[512];
-         for (ssize_t n = 0; (n = read(pipe.ends[0], piece, sizeof piece)) > 0;) {
+         for (ssize_t n = 0; (n = read(pipe.reader(), piece, sizeof piece)) > 0;) {
             got.append(piece, static_cast<std::size_t>(n));
             pthread_kill(writer, SIGUSR1);
          }
       });
       String sent;
       {
-         TextOutput out(pipe.ends[1]);
+         TextOutput out(pipe.writer());
          for (U64 i = 0; i < 40000; ++i) {
             out.number(i, 8);
             out.write("\n");
@@ -178,23 +157,22 @@ TEST(TextOutputTest, aSlowReaderGetsEveryByteThroughShortWritesAndSignals) {
          }
          EXPECT_TRUE(out.ok());
       }
-      close(pipe.ends[1]);
+      pipe.closeWriter();
       reader.join();
-      pipe.ends[1] = -1;
       EXPECT_TRUE(got == sent) << got.size() << " of " << sent.size() << " bytes, blocking: " << blocking;
    }
    sigaction(SIGUSR1, &before, nullptr);
 }
 
-TEST(TextOutputTest, alignsNumbersAndPrintsLinesOfAnyLength) {
-   Pipe pipe;
+TEST(TextOutput, AlignsNumbersAndPrintsLinesOfAnyLength) {
+   ZelTest::Pipe pipe;
    {
-      TextOutput out(pipe.ends[1]);
+      TextOutput out(pipe.writer());
       out.number(U64{18446744073709551615U}, 3);
       out.number(S64{-42}, 6);
       out.print("|%*s|", 300, "x");
    }
-   close(std::exchange(pipe.ends[1], -1));
+   pipe.closeWriter();
    EXPECT_EQ(pipe.readAll(), "18446744073709551615   -42|" + String(299, ' ') + "x|");
 }
 

@@ -12,7 +12,7 @@ namespace {
 using Kiln::ActivityLockAnchor;
 using Kiln::Ptr;
 
-TEST(ActivityLockTest, isRecursiveAndHeldUntilItsFirstGuardEnds) {
+TEST(ActivityLock, IsRecursiveAndHeldUntilItsFirstGuardEnds) {
    EXPECT_FALSE(ActivityLockAnchor::isHeldByThisThread());
    {
       const auto outer = ActivityLockAnchor::lock();
@@ -26,7 +26,7 @@ TEST(ActivityLockTest, isRecursiveAndHeldUntilItsFirstGuardEnds) {
 }
 
 // The plain variable is the witness: without exclusion its count is short, and a race for the sanitizer.
-TEST(ActivityLockTest, keepsThreadsApartEvenWhenTakenTwice) {
+TEST(ActivityLock, KeepsThreadsApartEvenWhenTakenTwice) {
    constexpr int rounds = 20000;
    int count = 0;
    const auto work = [&] {
@@ -43,7 +43,7 @@ TEST(ActivityLockTest, keepsThreadsApartEvenWhenTakenTwice) {
    EXPECT_EQ(count, 2 * rounds);
 }
 
-TEST(ActivityLockTest, isGivenUpWhileYieldingAndTakenBackEvenByAnException) {
+TEST(ActivityLock, IsGivenUpWhileYieldingAndTakenBackEvenByAnException) {
    const auto lock = ActivityLockAnchor::lock();
    bool entered = false;
    const auto letIn = [&] {
@@ -58,17 +58,30 @@ TEST(ActivityLockTest, isGivenUpWhileYieldingAndTakenBackEvenByAnException) {
    EXPECT_TRUE(ActivityLockAnchor::isHeldByThisThread());
 }
 
-TEST(ActivityLockTest, theSleepingLoopLetsOthersIn) {
+// Ends a loop that nobody else ended.
+struct Deadline : Kiln::Clock::Notifiee {
+   explicit Deadline(const Ptr<Kiln::ActivityManager>& of) : Notifiee(of->clock()), manager(of) {
+      timeMinIs(Kiln::System::currentTime() + 20.0);
+   }
+   void onTime() override { manager->stop(); }
+   const Ptr<Kiln::ActivityManager> manager;
+};
+
+TEST(ActivityLock, TheSleepingLoopLetsOthersIn) {
    const auto manager = Kiln::allocate<Kiln::ActivityManager>();
+   const Deadline deadline(manager);
+   bool wasLetIn = false;
    std::thread other([&] {
       const auto lock = ActivityLockAnchor::lock();
+      wasLetIn = !manager->isStopping();
       manager->stop();
    });
    manager->run();
    other.join();
+   EXPECT_TRUE(wasLetIn) << "the loop held the lock while it slept";
 }
 
-TEST(ActivityLockDeathTest, anEntryWithoutTheLockStops) {
+TEST(ActivityLock, AnEntryWithoutTheLockStops) {
    EXPECT_DEATH(ActivityLockAnchor::assertHeld(),
                 "assertion \"isHeldByThisThread\\(\\)\" failed in ActivityLock");
    EXPECT_DEATH(
@@ -90,13 +103,13 @@ struct Thing : Kiln::PtrInterface {
 };
 struct SpecialThing : Thing {};
 
-struct PtrTest : testing::TestWithParam<bool> {
-   PtrTest() { Kiln::threadSafePtrModeIs(GetParam()); }
-   ~PtrTest() override { Kiln::threadSafePtrModeIs(false); }
+struct PtrInEitherMode : testing::TestWithParam<bool> {
+   PtrInEitherMode() { Kiln::threadSafePtrModeIs(GetParam()); }
+   ~PtrInEitherMode() override { Kiln::threadSafePtrModeIs(false); }
    U64 before = Kiln::trackedObjectCount();
 };
 
-TEST_P(PtrTest, anObjectLivesExactlyAsLongAsItsPointers) {
+TEST_P(PtrInEitherMode, AnObjectLivesExactlyAsLongAsItsPointers) {
    Ptr<const Thing> base;
    {
       Ptr<SpecialThing> special = Kiln::allocate<SpecialThing>();
@@ -117,9 +130,9 @@ TEST_P(PtrTest, anObjectLivesExactlyAsLongAsItsPointers) {
    EXPECT_EQ(Kiln::trackedObjectCount(), before);
 }
 
-INSTANTIATE_TEST_SUITE_P(Modes, PtrTest, testing::Values(false, true));
+INSTANTIATE_TEST_SUITE_P(Modes, PtrInEitherMode, testing::Values(false, true));
 
-TEST(ThreadSafePtrTest, twoThreadsMayShareAndDropOneObject) {
+TEST(ThreadSafePtr, TwoThreadsMayShareAndDropOneObject) {
    Kiln::threadSafePtrModeIs(true);
    const U64 before = Kiln::trackedObjectCount();
    for (int round = 0; round < 200; ++round) {
@@ -140,7 +153,7 @@ TEST(ThreadSafePtrTest, twoThreadsMayShareAndDropOneObject) {
    Kiln::threadSafePtrModeIs(false);
 }
 
-TEST(NameTest, oneTextIsOneNameInEveryThread) {
+TEST(Name, OneTextIsOneNameInEveryThread) {
    std::vector<Kiln::Name> mine;
    std::vector<Kiln::Name> theirs;
    const auto intern = [](std::vector<Kiln::Name>* names) {
@@ -157,7 +170,7 @@ TEST(NameTest, oneTextIsOneNameInEveryThread) {
    EXPECT_EQ(Kiln::Name(""), Kiln::Name());
 }
 
-TEST(NameTest, naturalOrderIsATotalOrder) {
+TEST(Name, NaturalOrderIsATotalOrder) {
    const std::vector<const char*> ordered{"",
                                           "0",
                                           "00",

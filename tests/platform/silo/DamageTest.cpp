@@ -3,12 +3,13 @@
 
 #include <set>
 
-namespace ZelTest {
+namespace {
 
+using namespace ZelTest;
 using Silo::ReadResult;
 using Remedy = Silo::Corruption::Remedy;
 
-class DamageTest : public SiloRig {
+class Damage : public SiloRig {
  protected:
    // Records "a", "b" and "c" in the first three of four slots, closed in good order.
    std::string makeTable() {
@@ -73,7 +74,7 @@ class DamageTest : public SiloRig {
    const std::vector<std::string> keys{"a", "b", "c"};
 };
 
-TEST_F(DamageTest, AFlippedBitInAnyByteIsFoundByReaderAndWriter) {
+TEST_F(Damage, AFlippedBitInAnyByteIsFoundByReaderAndWriter) {
    const std::string whole = makeTable();
    for (std::size_t i = 0; i < whole.size(); ++i) {
       SCOPED_TRACE("byte " + std::to_string(i));
@@ -85,7 +86,7 @@ TEST_F(DamageTest, AFlippedBitInAnyByteIsFoundByReaderAndWriter) {
    }
 }
 
-TEST_F(DamageTest, AFileOfAnyLengthIsFoundByReaderAndWriter) {
+TEST_F(Damage, AFileOfAnyLengthIsFoundByReaderAndWriter) {
    const std::string whole = makeTable();
    for (std::size_t size = 0; size < whole.size(); size += 40) {
       SCOPED_TRACE("size " + std::to_string(size));
@@ -101,7 +102,7 @@ TEST_F(DamageTest, AFileOfAnyLengthIsFoundByReaderAndWriter) {
    }
 }
 
-TEST_F(DamageTest, AReaderWaitsForALivingWriterButNotForADeadOne) {
+TEST_F(Damage, AReaderWaitsForALivingWriterButNotForADeadOne) {
    std::optional<Silo::Table<Small>> table;
    table.emplace(store_, "t", Small(99), options());
    table->recordIs("a", Small(1), 1.0);
@@ -134,10 +135,10 @@ TEST_F(DamageTest, AReaderWaitsForALivingWriterButNotForADeadOne) {
    EXPECT_EQ(sample.record, Small(1));
 }
 
-TEST_F(DamageTest, ARestartCompletesTheLastRecordAndBeginsOthersAnew) {
+TEST_F(Damage, ARestartCompletesTheLastRecordAndBeginsOthersAnew) {
    makeTable();
-   for (std::size_t slot :
-        {0u, 2u}) { // "c" was written last: the journal has it, and mending "a" mustn't cost it
+   // "c" was written last: the journal has it, and mending "a" mustn't cost it.
+   for (std::size_t slot : {0u, 2u}) {
       poke("t", slotOffset<Small>(slot), "\x05");
       poke("t", slotOffset<Small>(slot) + payloadOffset, "garbage");
    }
@@ -155,7 +156,7 @@ TEST_F(DamageTest, ARestartCompletesTheLastRecordAndBeginsOthersAnew) {
    EXPECT_EQ(table.sample("c").info.sampleTime, 1.0);
 }
 
-TEST_F(DamageTest, AKilledDeletionBringsNothingBack) {
+TEST_F(Damage, AKilledDeletionBringsNothingBack) {
    {
       Silo::Table<Small> table(store_, "t", Small(99), options());
       table.recordIs("a", Small(1), 1.0);
@@ -168,7 +169,7 @@ TEST_F(DamageTest, AKilledDeletionBringsNothingBack) {
    EXPECT_EQ(corruptions_[0].remedy, Remedy::freed);
 }
 
-TEST_F(DamageTest, TheWritersOwnReadFindsDamageAndEveryReadReportsIt) {
+TEST_F(Damage, TheWritersOwnReadFindsDamageAndEveryReadReportsIt) {
    Silo::Table<Small> table(store_, "t", Small(99), options());
    table.recordIs("a", Small(1), 1.0);
    poke("t", slotOffset<Small>(0) + payloadOffset + 9, "!");
@@ -198,4 +199,4 @@ TEST_F(DamageTest, TheWritersOwnReadFindsDamageAndEveryReadReportsIt) {
    EXPECT_EQ(corruptions_.size(), 2u);
 }
 
-} // namespace ZelTest
+} // namespace

@@ -1,15 +1,16 @@
 // Writers and readers at the same time, in threads and in processes, and writers that are killed.
 #include "tests/platform/silo/SiloRig.h"
+#include "tests/support/Random.h"
 
 #include <atomic>
 #include <chrono>
 #include <map>
 #include <memory>
-#include <random>
 #include <thread>
 
-namespace ZelTest {
+namespace {
 
+using namespace ZelTest;
 using Silo::ReadResult;
 using Silo::RecordSlot;
 
@@ -26,7 +27,7 @@ std::vector<Large> makeRecords() {
    return records;
 }
 
-class ProcessTest : public SiloRig {
+class Processes : public SiloRig {
  protected:
    static std::vector<Silo::Key> makeKeys(std::size_t count) {
       std::vector<Silo::Key> keys;
@@ -38,7 +39,7 @@ class ProcessTest : public SiloRig {
 };
 
 // Both threads use the same addresses, which is what a thread sanitizer can judge; two mappings of one table it can't.
-TEST_F(ProcessTest, ASlotGivesWholeRecordsOnlyAndRacesWithNobody) {
+TEST_F(Processes, ASlotGivesWholeRecordsOnlyAndRacesWithNobody) {
    auto memory = std::make_unique<Silo::Word[]>((RecordSlot::strideFor(sizeof(Large)) + 64) / 8);
    void* start = memory.get();
    std::size_t space = RecordSlot::strideFor(sizeof(Large)) + 64;
@@ -110,7 +111,7 @@ int readWholeRecords(const Silo::Store& store, const std::vector<Silo::Key>& key
    return changes > reads / 1000 ? 0 : 3; // else the writer wasn't running at the same time
 }
 
-TEST_F(ProcessTest, FourReadersSeeNoTornRecordWhileTheWriterRunsFlatOut) {
+TEST_F(Processes, FourReadersSeeNoTornRecordWhileTheWriterRunsFlatOut) {
    constexpr int readsPerReader = 250'000 / slowdown;
    const std::vector<Silo::Key> keys = makeKeys(64);
    Silo::Table<Large> table(store_, "t", Large(), options(keys.size()));
@@ -138,11 +139,9 @@ TEST_F(ProcessTest, FourReadersSeeNoTornRecordWhileTheWriterRunsFlatOut) {
    }
 }
 
-TEST_F(ProcessTest, AWriterKilledAnywhereLosesNothingAndNoReaderWaits) {
+TEST_F(Processes, AWriterKilledAnywhereLosesNothingAndNoReaderWaits) {
    constexpr int kills = 200 / slowdown;
-   const unsigned seed = std::random_device{}();
-   SCOPED_TRACE("seed " + std::to_string(seed));
-   std::mt19937 random(seed);
+   Random random;
    const std::vector<Silo::Key> keys = makeKeys(16);
    const std::vector<Large> records = makeRecords();
    std::vector<std::uint64_t> last(keys.size(), 0);
@@ -165,7 +164,7 @@ TEST_F(ProcessTest, AWriterKilledAnywhereLosesNothingAndNoReaderWaits) {
          return 0;
       });
       // Until it has published for a while.
-      std::uint64_t until = last[0] + 1 + random() % 3000;
+      std::uint64_t until = last[0] + 1 + random.below(3000);
       Silo::Sample<Large> sample;
       while (reader.read(keys[0], sample) != ReadResult::ok || sample.info.generation < until) {
          ASSERT_EQ(waitpid(writer, nullptr, WNOHANG), 0) << "the writer ended by itself";
@@ -203,4 +202,4 @@ TEST_F(ProcessTest, AWriterKilledAnywhereLosesNothingAndNoReaderWaits) {
    EXPECT_GT(torn, 0) << "no kill hit a record half-written";
 }
 
-} // namespace ZelTest
+} // namespace

@@ -11,7 +11,7 @@
 #include <cstdint>
 #include <cstring>
 #include <fstream>
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <string>
 #include <vector>
 

@@ -1,16 +1,17 @@
 // A table's life in good order: what is written is read, over restarts, growth and replacement.
 #include "tests/platform/silo/SiloRig.h"
+#include "tests/support/Random.h"
 
 #include <filesystem>
 #include <map>
-#include <random>
 #include <sys/stat.h>
 
-namespace ZelTest {
+namespace {
 
+using namespace ZelTest;
 using Silo::ReadResult;
 
-class TableTest : public SiloRig {};
+class Table : public SiloRig {};
 
 // Compares everything that writer and reader can tell with the oracle.
 void expectSame(const std::map<std::string, std::uint64_t>& oracle, Silo::Table<Small>& table,
@@ -28,20 +29,16 @@ void expectSame(const std::map<std::string, std::uint64_t>& oracle, Silo::Table<
    }
 }
 
-TEST_F(TableTest, AgreesWithAMapThroughWritesDeletesAndRestarts) {
-   const unsigned seed = std::random_device{}();
-   SCOPED_TRACE("seed " + std::to_string(seed));
-   std::mt19937 random(seed);
-   auto dice = [&random](unsigned sides) { return random() % sides; };
-
+TEST_F(Table, AgreesWithAMapThroughWritesDeletesAndRestarts) {
+   Random random;
    std::map<std::string, std::uint64_t> oracle;
    std::optional<Silo::Table<Small>> table;
    std::size_t capacity = 6;
    table.emplace(store_, "t", Small(), options(capacity));
    Silo::TableReader<Small> reader(store_, "t");
    for (std::uint64_t step = 0; step < 100'000 / slowdown; ++step) {
-      std::string key = "k" + std::to_string(dice(12));
-      switch (dice(8)) {
+      std::string key = "k" + std::to_string(random.below(12));
+      switch (random.below(8)) {
       case 0:
       case 1:
       case 2:
@@ -58,9 +55,9 @@ TEST_F(TableTest, AgreesWithAMapThroughWritesDeletesAndRestarts) {
          oracle.erase(key);
          break;
       case 5:
-         if (dice(100) == 0) {
+         if (random.oneIn(100)) {
             table.reset();
-            capacity = std::max<std::size_t>(capacity, 6 + dice(4));
+            capacity = std::max<std::size_t>(capacity, 6 + random.below(4));
             table.emplace(store_, "t", Small(), options(capacity));
          }
          break;
@@ -72,34 +69,30 @@ TEST_F(TableTest, AgreesWithAMapThroughWritesDeletesAndRestarts) {
          ASSERT_EQ(sample.record, Small(expected == oracle.end() ? 0 : expected->second));
       }
       }
-      if (dice(50) == 0) {
+      if (random.oneIn(50)) {
          ASSERT_NO_FATAL_FAILURE(expectSame(oracle, *table, reader));
       }
    }
    EXPECT_TRUE(corruptions_.empty());
 }
 
-TEST_F(TableTest, AFullTableNamesItselfAndLosesNothing) {
+TEST_F(Table, AFullTableNamesItselfAndLosesNothing) {
    Silo::Table<Small> table(store_, "counters", Small(), options(2));
    table.recordIs("a", Small(1), 1.0);
    table.recordIs("b", Small(2), 1.0);
-   try {
-      table.recordIs("c", Small(3), 1.0);
-      FAIL();
-   } catch (const Silo::CapacityError& error) {
-      EXPECT_EQ(
-           std::string(error.what()),
-           "table counters (" + folder_.path() +
-                "/counters) is full: it holds 2 records and has no room for \"c\"; start its writer with a "
-                "greater capacity, the records stay");
-   }
+   EXPECT_THAT(
+        [&] { table.recordIs("c", Small(3), 1.0); },
+        testing::ThrowsMessage<Silo::CapacityError>(
+             "table counters (" + folder_.path() +
+             "/counters) is full: it holds 2 records and has no room for \"c\"; start its writer with a "
+             "greater capacity, the records stay"));
    EXPECT_EQ(table.sample("a").record, Small(1));
    table.recordDel("b");
    table.recordIs("c", Small(3), 1.0);
    EXPECT_EQ(table.sample("c").record, Small(3));
 }
 
-TEST_F(TableTest, ARestartKeepsGenerationAndSampleTimeAndMayGrow) {
+TEST_F(Table, ARestartKeepsGenerationAndSampleTimeAndMayGrow) {
    {
       Silo::Table<Small> table(store_, "t", Small(), options(1));
       table.recordIs("a", Small(1), 1.5);
@@ -125,7 +118,7 @@ TEST_F(TableTest, ARestartKeepsGenerationAndSampleTimeAndMayGrow) {
    EXPECT_EQ(reader.state().pollingInterval, 0.5);
 }
 
-TEST_F(TableTest, SampleTimesOfAnotherClockMeanNothingAfterARestart) {
+TEST_F(Table, SampleTimesOfAnotherClockMeanNothingAfterARestart) {
    {
       Silo::Table<Small> table(store_, "t", Small(), options());
       table.recordIs("a", Small(1), 1.5);
@@ -147,7 +140,7 @@ TEST_F(TableTest, SampleTimesOfAnotherClockMeanNothingAfterARestart) {
    EXPECT_FALSE(reader.age({1, 2.5}, 10.0, Silo::ClockDomain::monotonic()));
 }
 
-TEST_F(TableTest, BegunAnewHasNoRecords) {
+TEST_F(Table, ATableBegunAnewHasNoRecords) {
    {
       Silo::Table<Small> table(store_, "t", Small(), options());
       table.recordIs("a", Small(1), 1.0);
@@ -160,7 +153,7 @@ TEST_F(TableTest, BegunAnewHasNoRecords) {
    EXPECT_EQ(Silo::TableReader<Small>(store_, "t").read("a", sample), ReadResult::absent);
 }
 
-TEST_F(TableTest, ASecondWriterIsToldWhoHasTheTable) {
+TEST_F(Table, ASecondWriterIsToldWhoHasTheTable) {
    Silo::Table<Small> table(store_, "t", Small(), options());
    table.recordIs("a", Small(1), 1.0);
    try {
@@ -184,7 +177,7 @@ TEST_F(TableTest, ASecondWriterIsToldWhoHasTheTable) {
              0);
 }
 
-TEST_F(TableTest, AReaderFollowsATableOfAnotherLayoutAndBack) {
+TEST_F(Table, AReaderFollowsATableOfAnotherLayoutAndBack) {
    using Other = Pattern<46>;
    {
       Silo::Table<Small> table(store_, "t", Small(), options());
@@ -209,7 +202,7 @@ TEST_F(TableTest, AReaderFollowsATableOfAnotherLayoutAndBack) {
    EXPECT_EQ(sample.record, Small(2));
 }
 
-TEST_F(TableTest, AReaderNoticesThatTheFileWasRemovedByHand) {
+TEST_F(Table, AReaderNoticesThatTheFileWasRemovedByHand) {
    std::optional<Silo::Table<Small>> table;
    table.emplace(store_, "t", Small(), options());
    table->recordIs("a", Small(1), 1.0);
@@ -231,7 +224,7 @@ TEST_F(TableTest, AReaderNoticesThatTheFileWasRemovedByHand) {
    EXPECT_NE(reader.problem().find("No such file"), std::string::npos) << reader.problem();
 }
 
-TEST_F(TableTest, SharedMemoryServesAReaderWithoutWritePermission) {
+TEST_F(Table, SharedMemoryServesAReaderWithoutWritePermission) {
    if (geteuid() != 0) {
       GTEST_SKIP() << "only root can be somebody else";
    }
@@ -263,7 +256,7 @@ TEST_F(TableTest, SharedMemoryServesAReaderWithoutWritePermission) {
    EXPECT_THROW(Silo::TableReader<Small>(shared, "t"), Silo::TableError);
 }
 
-TEST_F(TableTest, RefusesWhatMakesNoSense) {
+TEST_F(Table, RefusesWhatMakesNoSense) {
    Silo::Table<Small> table(store_, "t", Small(), options());
    EXPECT_THROW(table.recordIs("", Small(), 1.0), std::invalid_argument);
    EXPECT_THROW(table.recordIs(std::string(64, 'x'), Small(), 1.0), std::invalid_argument);
@@ -285,4 +278,4 @@ TEST_F(TableTest, RefusesWhatMakesNoSense) {
    EXPECT_THROW(Silo::Table<Small>(store_, "link", Small(), options()), Silo::TableError);
 }
 
-} // namespace ZelTest
+} // namespace

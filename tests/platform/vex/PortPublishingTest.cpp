@@ -1,12 +1,12 @@
 // A port's counters, from the chip to another process's reader.
 #include "tests/platform/vex/PublishingRig.h"
 #include "tests/support/ChildProcess.h"
+#include "tests/support/Random.h"
 #include "tests/support/Slowdown.h"
 
 #include <chrono>
 #include <filesystem>
 #include <fstream>
-#include <random>
 #include <thread>
 
 namespace {
@@ -127,9 +127,7 @@ TEST_F(PortPublishing, ARestartGoesOnFromWhatWasPublished) {
 
 TEST_F(PortPublishing, AnAgentKilledAnywhereGoesOnWithoutAJump) {
    constexpr int kills = 200 / ZelTest::slowdown;
-   const unsigned seed = std::random_device{}();
-   SCOPED_TRACE("seed " + std::to_string(seed));
-   std::mt19937 random(seed);
+   ZelTest::Random random;
    start();
    poll(octets, 1);
    stop();
@@ -142,7 +140,7 @@ TEST_F(PortPublishing, AnAgentKilledAnywhereGoesOnWithoutAJump) {
             poll(octets, value);
          }
       });
-      const U64 until = last + 7 + random() % 700;
+      const U64 until = last + 7 + random.below(700);
       Silo::Sample<IntfCounters> sample;
       while (reader.read("Ethernet1", sample) != Silo::ReadResult::ok ||
              sample.record.reading.inOctets < until) {

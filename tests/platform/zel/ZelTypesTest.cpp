@@ -10,32 +10,25 @@ namespace {
 
 using Pelt::IntfId;
 using testing::ElementsAre;
+using testing::ThrowsMessage;
 using ZelId::PortIndex;
 using ZelSystem::PortRecord;
 
-Kiln::String rangeErrorOf(const std::function<void()>& call) {
-   try {
-      call();
-   } catch (const std::range_error& error) {
-      return error.what();
-   }
-   return "no range error";
-}
-
-TEST(ZelIdTest, valuesOutOfRangeAreRefusedBeforeTheyAreNarrowed) {
+TEST(ZelId, ValuesOutOfRangeAreRefusedBeforeTheyAreNarrowed) {
    EXPECT_EQ(PortIndex(456), PortIndex());
    for (const U16 value : {U16{457}, U16{65535}}) {
-      EXPECT_EQ(rangeErrorOf([&] { static_cast<void>(PortIndex(value)); }),
-                "PortIndex::value < PortIndex::min or > PortIndex::invalid not allowed");
+      EXPECT_THAT([&] { static_cast<void>(PortIndex(value)); },
+                  ThrowsMessage<std::range_error>(
+                       "PortIndex::value < PortIndex::min or > PortIndex::invalid not allowed"));
    }
    EXPECT_EQ(Bridging::VlanId(4094).value(), 4094);
    for (const U32 value : {0U, 4095U, 65537U}) {
-      EXPECT_EQ(rangeErrorOf([&] { static_cast<void>(Bridging::VlanId(value)); }),
-                "VlanId::value < 1 or > 4094 not allowed");
+      EXPECT_THAT([&] { static_cast<void>(Bridging::VlanId(value)); },
+                  ThrowsMessage<std::range_error>("VlanId::value < 1 or > 4094 not allowed"));
    }
 }
 
-TEST(IntfIdTest, internalInterfacesAreTheWordAndANumber) {
+TEST(IntfId, InternalInterfacesAreTheWordAndANumber) {
    for (const char* name : {"Internal1", "Internal007"}) {
       EXPECT_TRUE(Pelt::InternalIntfId::isInternalIntfId(IntfId(name))) << name;
    }
@@ -45,12 +38,12 @@ TEST(IntfIdTest, internalInterfacesAreTheWordAndANumber) {
    }
 }
 
-struct SystemStatusTest : testing::Test {
+struct SystemStatus : testing::Test {
    struct Watcher : ZelSystem::SystemStatus::Notifiee {
       void onPortInfo(const IntfId& intf) override { told.push_back(intf.text()); }
       std::vector<Kiln::String> told;
    };
-   SystemStatusTest() {
+   SystemStatus() {
       status->hasNotificationActiveIs(true);
       watcher.notifierIs(status);
    }
@@ -63,7 +56,7 @@ struct SystemStatusTest : testing::Test {
    const IntfId two{"Ethernet2"};
 };
 
-TEST_F(SystemStatusTest, eachDeviceHasItsOwnPortsAndAMovedPortLeavesItsOldPlace) {
+TEST_F(SystemStatus, EachDeviceHasItsOwnPortsAndAMovedPortLeavesItsOldPlace) {
    status->portInfoIs(one, {0, 5});
    status->portInfoIs(two, {1, 5});
    EXPECT_EQ(at(0, 5), "Ethernet1");
@@ -82,7 +75,7 @@ TEST_F(SystemStatusTest, eachDeviceHasItsOwnPortsAndAMovedPortLeavesItsOldPlace)
    EXPECT_EQ(at(ZelId::noDevice, 5), "");
 }
 
-TEST_F(SystemStatusTest, aRefusedRecordChangesNothing) {
+TEST_F(SystemStatus, ARefusedRecordChangesNothing) {
    status->portInfoIs(one, {0, 5});
    EXPECT_THROW(status->portInfoIs(two, {0, 5}), std::invalid_argument);
    EXPECT_THROW(status->portInfoIs(one, {8, 5}), std::range_error);
