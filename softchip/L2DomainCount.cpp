@@ -13,7 +13,7 @@ namespace {
 constexpr U32 vniLimit = 1U << 24;
 
 // Whether the addresses agree in their first bits.
-bool agree(const std::array<uint8_t, 16>& a, const std::array<uint8_t, 16>& b, unsigned bits) {
+bool agree(const std::array<U8, 16>& a, const std::array<U8, 16>& b, unsigned bits) {
    const unsigned octets = bits / 8;
    const unsigned rest = bits % 8;
    return std::equal(a.begin(), a.begin() + octets, b.begin()) &&

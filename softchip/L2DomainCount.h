@@ -22,7 +22,7 @@ class L2DomainCount {
 
    struct Prefix {
       IpVersion version;
-      std::array<uint8_t, 16> address;
+      std::array<U8, 16> address;
       unsigned bits;
    };
    // As snatAdd takes it.

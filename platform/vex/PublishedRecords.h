@@ -5,7 +5,6 @@
 #include "vex/Statistics.h"
 
 #include <array>
-#include <cstdint>
 #include <optional>
 #include <string_view>
 
@@ -59,12 +58,12 @@ struct CounterRecord {
 
 struct IntfCounters : CounterRecord<::Interface::EthIntfStatistics> {
    static constexpr std::string_view layoutName = "IntfCounters";
-   static constexpr std::uint32_t layoutVersion = 2;
+   static constexpr U32 layoutVersion = 2;
 };
 
 struct L3IntfCounters : CounterRecord<::Interface::L3IntfStatistics> {
    static constexpr std::string_view layoutName = "L3IntfCounters";
-   static constexpr std::uint32_t layoutVersion = 1;
+   static constexpr U32 layoutVersion = 1;
 };
 
 struct QueueStatistics {
@@ -78,14 +77,14 @@ struct QueueStatistics {
 // The queues of one interface, by queue index.
 struct IntfQueueCounters {
    static constexpr std::string_view layoutName = "IntfQueueCounters";
-   static constexpr std::uint32_t layoutVersion = 1;
+   static constexpr U32 layoutVersion = 1;
    static constexpr std::size_t queueCount = 17;
 
    std::array<QueueStatistics, queueCount> totals{}; // never step back
    std::array<QueueStatistics, queueCount> deltas{}; // of the last report
    double interval = 0;                              // seconds since the report before; 0: not known
-   std::uint32_t present = 0;                        // bit q: the interface has queue q
-   std::uint32_t reported = 0;                       // bit q: and it was read at least once
+   U32 present = 0;                                  // bit q: the interface has queue q
+   U32 reported = 0;                                 // bit q: and it was read at least once
 
    bool has(std::size_t queue) const { return queue < queueCount && ((present >> queue) & 1) != 0; }
 };
@@ -93,7 +92,7 @@ struct IntfQueueCounters {
 // What was translated by source NAT on an L3 interface.
 struct NatCounter {
    static constexpr std::string_view layoutName = "NatCounter";
-   static constexpr std::uint32_t layoutVersion = 1;
+   static constexpr U32 layoutVersion = 1;
 
    std::array<char, 64> intfId{}; // NUL-terminated
    S64 creationTime = 0;          // monotonic clock, whole seconds

@@ -94,8 +94,8 @@ void QueuePublisher::publish(const Pelt::IntfId& intf, const VexTypes::IntfQueue
          record.totals[queue] = value;
       }
       history.report.intfQueueStatIs(queue, value);
-      record.present |= std::uint32_t{1} << queue;
-      record.reported |= std::uint32_t{1} << queue;
+      record.present |= U32{1} << queue;
+      record.reported |= U32{1} << queue;
    }
    counters_->table().recordIs(history.key, record, sampleTimeOf(report, sample.info));
 }

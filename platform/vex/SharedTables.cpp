@@ -14,7 +14,7 @@ void AllIntfQueueCounters::queueIs(const Pelt::IntfId& intf, std::size_t queue, 
    const Key key(intf.text());
    auto sample = table().sampleOrDefault(key);
    if (!sample.record.has(queue)) {
-      sample.record.present |= std::uint32_t{1} << queue;
+      sample.record.present |= U32{1} << queue;
       const bool isSampled = sample.info.sampleTime != unknownSampleTime;
       table().recordIs(key, sample.record, isSampled ? sample.info.sampleTime : now);
    }
