@@ -55,6 +55,7 @@ void CaptureReader::readFileHeader() {
 }
 
 void CaptureReader::takeMagic(std::span<const U8> bytes) {
+   // The magic number tells the file's byte order, and how fine its timestamps are.
    for (bool bigEndian : {false, true}) {
       bigEndian_ = bigEndian;
       U32 magic = u32(bytes, 0);
@@ -71,8 +72,8 @@ void CaptureReader::takeMagic(std::span<const U8> bytes) {
 }
 
 void CaptureReader::takeLinkType(U32 field) {
-   // The link type field's high bits may say how long an FCS each record ends with. The top bit group counts
-   // 16-bit words; some writers put octets there instead, and Ethernet's FCS has 4 octets either way.
+   // The high bits of the link type may give the length of the FCS that each record ends with. It counts 16-bit words,
+   // but some writers count octets. Both are accepted: Ethernet's FCS has 4 octets anyway.
    constexpr U32 linkTypeMask = 0x03ffffff;
    constexpr U32 fcsLengthGiven = 0x04000000;
    constexpr unsigned fcsLengthShift = 28;
@@ -129,7 +130,7 @@ std::optional<CapturedFrame> CaptureReader::next() {
    return frame;
 }
 
-// Refuses lengths that only a corrupt file can have, before any memory is taken for them.
+// Refuses lengths that only a corrupt file can have, before allocating memory for them.
 void CaptureReader::takeRecordLengths(U32 captured, U32 original) {
    if (captured > original) {
       failRecord("the record is corrupt: " + std::to_string(captured) + " octets captured of a frame of " +
@@ -142,7 +143,7 @@ void CaptureReader::takeRecordLengths(U32 captured, U32 original) {
    buffer_.resize(captured);
 }
 
-// Fills `into`; answers less than its size only at the end of the file.
+// Fills `into`. Returns how much it got: less than asked for only at the end of the file.
 std::size_t CaptureReader::read(std::span<U8> into) {
    errno = 0;
    std::size_t got = std::fread(into.data(), 1, into.size(), file_.get());

@@ -14,34 +14,34 @@
 
 namespace SoftChip {
 
-// A capture that can't be read, or not further. The message names the file, the record (counted from 1)
-// where there is one, what is wrong and, where it helps, what to do.
+// A capture that cannot be read (any further). The message names the file, the record, if there is one (counted from
+// 1), what is wrong and, where it helps, what to do.
 class CaptureError : public std::runtime_error {
  public:
    using std::runtime_error::runtime_error;
 };
 
-// One record. `bytes` is what was captured of the frame, without FCS; it belongs to the reader and is valid
-// until its next call. `originalLength` is the frame's length on the wire without FCS, never below
-// `bytes.size()`, whatever the file's snap length says.
+// One record. `bytes` is the captured part of the frame, without FCS; it belongs to the reader and is valid until its
+// next call. `originalLength` is the frame's length on the wire without FCS, never below `bytes.size()`, whatever the
+// file's snap length says.
 struct CapturedFrame {
    std::span<const U8> bytes;
    U32 originalLength = 0;
    std::chrono::nanoseconds timestamp{}; // since 1970
 };
 
-// An open capture file. Both byte orders, micro- and nanosecond timestamps, Ethernet only. Holds one record
-// at a time, of up to `maxRecordLength` octets. An FCS that the file says its frames carry is taken off. Not
-// shared between threads.
+// An open capture file. Both byte orders, micro- and nanosecond timestamps, Ethernet only. Holds one record at a time,
+// of up to `maxRecordLength` octets. Removes the FCS, if the file says that its frames carry one. Not shared between
+// threads.
 class CaptureReader {
  public:
    static constexpr U32 maxRecordLength = 16 * 1024 * 1024;
 
-   // Throws CaptureError if the file can't be opened or isn't such a capture.
+   // Throws CaptureError if the file cannot be opened or is not such a capture.
    explicit CaptureReader(const Kiln::String& path);
 
-   // The next frame, or nothing at the end of the file. Throws CaptureError on a record that is cut off or
-   // corrupt; no frame follows then.
+   // The next frame, or nothing at the end of the file. Throws CaptureError for a record that is cut off or corrupt; no
+   // frame follows it.
    std::optional<CapturedFrame> next();
 
  private:

@@ -1,4 +1,4 @@
-// Reads Ethernet, VLAN, MAC control, IPv4, IPv6, layer 4 ports and VXLAN out of captured bytes.
+// Parses Ethernet, VLAN, MAC control, IPv4, IPv6, layer 4 ports and VXLAN headers.
 #include "softchip/Frame.h"
 
 #include <algorithm>
@@ -36,7 +36,7 @@ class Cursor {
    std::span<const U8> bytes_;
 };
 
-// A tag whose control word was cut off is still a tag, with nothing but its TPID known.
+// A tag whose control word was cut off is still a tag, but only its TPID is known.
 VlanTag tagAt(const Cursor& cursor, U16 tpid) {
    VlanTag tag;
    tag.tpid = tpid;
@@ -50,7 +50,7 @@ VlanTag tagAt(const Cursor& cursor, U16 tpid) {
    return tag;
 }
 
-// Leaves the cursor behind the type or length field, and says whether there was one.
+// Leaves the cursor behind the type or length field. False if there is none.
 bool parseTagsAndType(Cursor& cursor, FrameInfo& frame) {
    while (cursor.has(2)) {
       U16 type = cursor.u16At(0);
@@ -136,7 +136,7 @@ void parseIpv4(Cursor cursor, FrameInfo& frame) {
    cursor.copyTo(ip.source, 12, 4);
    cursor.copyTo(ip.destination, 16, 4);
    bool firstFragment = (cursor.u16At(6) & 0x1fff) == 0;
-   // Behind the packet's own end there is only Ethernet padding. Segmentation offload leaves the length 0.
+   // What follows the packet's own end is Ethernet padding. Captures taken above segmentation offload have length 0.
    if (U16 totalLength = cursor.u16At(2); totalLength != 0) {
       cursor.limit(totalLength);
    }
@@ -147,8 +147,8 @@ void parseIpv4(Cursor cursor, FrameInfo& frame) {
    parsePorts(cursor, frame);
 }
 
-// Walks the extension headers. Leaves the protocol behind them in the frame and the cursor at its header, or
-// says false when that header isn't there to read.
+// Walks the extension headers. Leaves the protocol behind them in the frame and the cursor at its header; false if that
+// header is not there to read.
 bool skipIpv6Extensions(Cursor& cursor, IpHeader& ip) {
    constexpr U8 hopByHop = 0;
    constexpr U8 routing = 43;

@@ -1,4 +1,4 @@
-// What the soft chip's pipeline needs to know of a frame, and how to read it out of captured bytes.
+// The parts of a frame that the soft chip's pipeline looks at, and how to parse them.
 #pragma once
 
 #include "kiln/Types.h"
@@ -66,8 +66,8 @@ struct MacControl {
    bool operator==(const MacControl&) const = default;
 };
 
-// One frame, as a value of fixed size. A header that the frame lacks, or of which not enough was captured,
-// reads as absent: its fields are zero. MAC addresses are the low 48 bits, first octet highest.
+// One frame, as a value of fixed size. A header that is missing, or was not captured far enough, is absent: its fields
+// are zero. MAC addresses are the low 48 bits, first octet highest.
 struct FrameInfo {
    U32 wireLength = 0; // octets on the wire from the destination address to the FCS, both included
    Destination destination = Destination::unicast;
@@ -87,12 +87,12 @@ struct FrameInfo {
    bool operator==(const FrameInfo&) const = default;
 };
 
-// Which kind of destination a MAC address is.
+// The kind of destination that a MAC address stands for.
 Destination destinationKind(U64 mac);
 
-// Reads a captured frame. `captured` begins at the destination address, has no FCS, and may end anywhere;
-// nothing past its end is read and nothing is kept of it. `originalLength` is the frame's length on the wire
-// without FCS, below 2^32 - 4. Never fails and never allocates; any thread.
+// Parses a captured frame. `captured` begins at the destination address, has no FCS, and may end anywhere; it is not
+// kept. `originalLength` is the frame's length on the wire without FCS, below 2^32 - 4. Never fails and never
+// allocates; any thread.
 FrameInfo parseFrame(std::span<const U8> captured, U32 originalLength);
 
 } // namespace SoftChip

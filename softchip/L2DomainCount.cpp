@@ -1,6 +1,8 @@
 // Decides a frame's L2 domain and counts it there.
 #include "softchip/L2DomainCount.h"
 
+#include "zel/VlanId.h"
+
 #include <algorithm>
 #include <arpa/inet.h>
 #include <charconv>
@@ -28,6 +30,12 @@ bool agree(const std::array<U8, 16>& a, const std::array<U8, 16>& b, unsigned bi
 
 } // namespace
 
+void checkVlan(U16 vlan) {
+   if (vlan < Bridging::VlanId::min || vlan > Bridging::VlanId::max) {
+      throw std::invalid_argument("no VLAN " + std::to_string(vlan) + ": expected 1 to 4094");
+   }
+}
+
 L2DomainCount::L2DomainCount(PipeManager& tables)
      : ingress_(find(tables, "ingL2DomainCount")), egress_(find(tables, "egrL2DomainCount")) {}
 
@@ -41,9 +49,7 @@ void L2DomainCount::vniIs(U32 vni, U16 vlan) {
       throw std::invalid_argument("no VNI " + std::to_string(vni) + ": expected 0 to " +
                                   std::to_string(vniLimit - 1));
    }
-   if (vlan < 1 || vlan > 4094) {
-      throw std::invalid_argument("no VLAN " + std::to_string(vlan) + ": expected 1 to 4094");
-   }
+   checkVlan(vlan);
    vlanOfVni_[vni] = vlan;
 }
 

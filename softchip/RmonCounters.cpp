@@ -1,4 +1,4 @@
-// Counts frames in a port's RMON counters. Both directions share one set of rules.
+// Counts frames in a port's RMON counters, by one set of rules for both directions.
 #include "softchip/RmonCounters.h"
 
 #include <array>
@@ -38,7 +38,7 @@ static_assert(BF_RMON_FRAMES_RECEIVED_9216_OR_MORE_OCTETS - BF_RMON_FRAMES_RECEI
 static_assert(BF_RMON_FRAMES_TRANSMITTED_9216_OR_MORE_OCTETS - BF_RMON_FRAMES_TRANSMITTED_64_OCTETS ==
               bucketLimits.size());
 
-// Where the counters that both directions have are.
+// The indices of the counters that both directions have.
 struct Direction {
    std::size_t framesOk, framesAll, fcsErrors, errors;
    std::size_t octetsGood, octetsAll, dataOctets;
@@ -156,7 +156,8 @@ void count(const Direction& direction, const FrameInfo& frame, U64* rmon, U64 re
    }
 }
 
-// A length below the minimum may come with padding up to the minimum; any other must match exactly.
+// Whether the length field disagrees with the frame. Data below the minimum is padded up to it; any other length must
+// match exactly (IEEE 802.3, clause 30, aInRangeLengthErrors).
 bool lengthFieldMismatches(const FrameInfo& frame) {
    if (!frame.hasEtherType || frame.etherType > maxLengthField) {
       return false;

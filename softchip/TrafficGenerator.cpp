@@ -9,7 +9,7 @@ namespace SoftChip {
 namespace {
 
 constexpr U64 nanosecondsPerSecond = 1'000'000'000;
-constexpr U64 batchesPerSecond = 200; // about this many a port, unless it has fewer frames
+constexpr U64 batchesPerSecond = 200; // per port, about; fewer if it has fewer frames
 constexpr U32 minFrameOctets = 64;
 constexpr U32 ethernetOctets = 14 + fcsOctets;
 constexpr U32 tagOctets = 4;
@@ -35,7 +35,7 @@ constexpr U32 ipv6Share = 250;
 constexpr U32 vxlanShare = 40; // of the unicast UDP ones
 constexpr U32 tcpShare = 650;
 
-// Frame lengths: the three peaks of usual internet traffic with something in between, and a few jumbos.
+// Frame lengths: the three peaks of ordinary internet traffic, something in between, and a few jumbo frames.
 struct LengthShare {
    U32 perThousand;
    U32 min, max;
@@ -59,7 +59,7 @@ constexpr U32 allShares() {
 }
 static_assert(allShares() == 1000);
 
-// A locally administered address that says which port the host is behind.
+// A locally administered address that tells the host's port.
 U64 hostMac(std::size_t port, U32 host) {
    return U64{0x02} << 40 | static_cast<U64>(port) << 16 | host;
 }
@@ -70,7 +70,7 @@ void putBytes(std::array<U8, 16>& address, std::size_t offset, U32 value, std::s
    }
 }
 
-// 10.0.0.0/8 or 2001:db8::/32, the host's port and number in the last octets.
+// In 10.0.0.0/8 or 2001:db8::/32, with the host's port and number in the last octets.
 std::array<U8, 16> hostAddress(IpVersion version, U64 mac) {
    std::array<U8, 16> address{};
    auto portAndHost = static_cast<U32>(mac & 0xffff'ffff);
@@ -134,7 +134,7 @@ VlanTag drawTag(SeededRandom& random, U16 tpid) {
    return tag;
 }
 
-// Answers the octets that the tags take.
+// Returns the octets that the tags take.
 U32 addTags(SeededRandom& random, FrameInfo& frame) {
    if (!random.chance(taggedShare)) {
       return 0;
@@ -150,7 +150,7 @@ U32 addTags(SeededRandom& random, FrameInfo& frame) {
    return frame.tagCount * tagOctets;
 }
 
-// Fills in a UDP header that carries another Ethernet frame, and answers the octets of all that.
+// Fills in a UDP header that carries another Ethernet frame. Returns the octets of all that.
 U32 addVxlan(SeededRandom& random, FrameInfo& frame) {
    constexpr U32 firstVni = 10'000;
    constexpr U32 vnis = 16;
@@ -163,7 +163,7 @@ U32 addVxlan(SeededRandom& random, FrameInfo& frame) {
    return udpOctets + vxlanOctets + minFrameOctets - fcsOctets;
 }
 
-// Fills in the IP header and ports for the frame's addresses, and answers the octets that they take.
+// Fills in the IP header and ports for the frame's addresses. Returns the octets that they take.
 U32 addIp(SeededRandom& random, FrameInfo& frame, IpVersion version, U32 group) {
    constexpr U32 firstEphemeralPort = 49152;
    constexpr std::array<U16, 6> servicePorts = {22, 53, 80, 179, 443, 8080};
@@ -202,7 +202,7 @@ FrameInfo drawData(SeededRandom& random, std::size_t port, std::size_t portCount
    FrameInfo frame;
    frame.hasEtherType = true;
    frame.sourceMac = hostMac(port, random.below(hostsPerPort));
-   // Drawn one by one: a call's arguments have no order, and a seed means the same frames everywhere.
+   // Drawn one by one: the order in which a call's arguments are evaluated differs between compilers.
    const U32 host = random.below(hostsPerPort);
    frame.destinationMac = hostMac(random.below(static_cast<U32>(portCount)), host);
    if (random.chance(undersizeShare)) {
@@ -234,7 +234,7 @@ U64 framesBy(U64 framesPerSecond, std::chrono::nanoseconds time) {
       return 0;
    }
    auto count = static_cast<U64>(time.count());
-   // Whole seconds apart, so that nothing overflows before 2^64 frames.
+   // Seconds and the rest separately, so that nothing overflows before 2^64 frames.
    return count / nanosecondsPerSecond * framesPerSecond +
           count % nanosecondsPerSecond * framesPerSecond / nanosecondsPerSecond;
 }
@@ -253,6 +253,7 @@ TrafficGenerator::TrafficGenerator(U64 seed, std::size_t portCount) {
    SeededRandom seeds(seed);
    ports_.reserve(portCount);
    for (std::size_t port = 0; port < portCount; ++port) {
+      // A generator per port: how often one port is asked does not change the frames of another.
       SeededRandom random(seeds.next());
       U64 rate = drawRate(random);
       ports_.push_back({random, rate, 0, {}});
@@ -289,6 +290,7 @@ void TrafficGenerator::draw(std::size_t port) {
    if (frame.fcsError || frame.wireLength < minFrameOctets) {
       return;
    }
+   // A uniform draw from 1 to 2 x mean - 1 has the mean that gives batchesPerSecond.
    auto meanRepeat = static_cast<U32>(state.framesPerSecond / batchesPerSecond + 1);
    state.current.repeat = random.between(1, 2 * meanRepeat - 1);
 }

@@ -1,4 +1,4 @@
-// Seeded synthetic traffic: a plausible mix of frames on every port, each port at a rate of its own.
+// Seeded synthetic traffic: a plausible mix of frames, and a rate of its own for each port.
 #pragma once
 
 #include "softchip/Frame.h"
@@ -8,7 +8,8 @@
 
 namespace SoftChip {
 
-// splitmix64, spelled out since the standard's distributions differ between libraries.
+// splitmix64. Not the standard's generators: their distributions differ between libraries, and a seed has to give the
+// same frames everywhere.
 class SeededRandom {
  public:
    explicit SeededRandom(U64 seed) : state_(seed) {}
@@ -24,28 +25,26 @@ class SeededRandom {
    U64 state_;
 };
 
-// `repeat` identical frames that arrive together.
+// `repeat` equal frames that arrive together.
 struct TrafficBatch {
    FrameInfo frame;
    U64 repeat = 0;
 };
 
-// The frames that arrive at the ports 0 to portCount - 1 of one chip. The same seed and port count give the
-// same frames on every machine. A busy port's frames come in longer batches, so that the work for a port
-// hardly depends on its rate; faulty and MAC control frames come singly. Hosts have the addresses
-// 02:00:PP:PP:HH:HH, where PPPP is the port that they are behind. Nothing is allocated after construction. Not
-// shared between threads.
+// The frames that arrive at ports 0 to portCount - 1 of one chip. The same seed and port count give the same frames on
+// every machine. A busy port's frames come in longer batches, so that the work for a port hardly depends on its rate;
+// faulty and MAC control frames come one by one. Hosts have the addresses 02:00:PP:PP:HH:HH, where PPPP is their port.
+// Allocates only when made. Not shared between threads.
 class TrafficGenerator {
  public:
    TrafficGenerator(U64 seed, std::size_t portCount);
 
-   // Average rate of a port. Throws std::out_of_range for a port that there isn't.
+   // A port's average rate. Throws std::out_of_range for an unknown port.
    U64 framesPerSecond(std::size_t port) const { return ports_.at(port).framesPerSecond; }
 
-   // Hands out the next batch that has arrived at the port by `time`, and says whether there was one. `time`
-   // is traffic time: it begins at 0 and stands still while traffic is off. Asking often or seldom gives the
-   // same frames in the same order, only cut into batches otherwise. Throws std::out_of_range for a port that
-   // there isn't.
+   // Hands out the next batch that has arrived at the port by `time`; false if there is none. `time` is traffic time:
+   // it begins at 0 and stands still while traffic is off. Asking often or rarely gives the same frames in the same
+   // order, only cut into other batches. Throws std::out_of_range for an unknown port.
    bool next(std::size_t port, std::chrono::nanoseconds time, TrafficBatch& batch);
 
  private:

@@ -1,5 +1,5 @@
-// The records that other processes read, and the names of the tables that hold them. A reader needs this
-// header and silo/TableReader.h only. docs/published-records.md says what each field means.
+// The records that other processes read, and the names of their tables. A reader needs only this header and
+// silo/TableReader.h. docs/published-records.md says what each field means.
 #pragma once
 
 #include "vex/Statistics.h"
@@ -10,7 +10,7 @@
 
 namespace Silo::Interface {
 
-// Where an agent keeps its tables when it is told no place: the prefix of their shared memory objects.
+// The prefix of an agent's shared memory objects, unless it is told another place for its tables.
 constexpr const char* defaultTablePrefix = "zelagent";
 
 // Tables, by interface name.
@@ -30,24 +30,24 @@ inline constexpr std::array all{intfCounters,           intfClearCounters,    in
                                 subIntfCounters,        subIntfClearCounters, intfNatCounters};
 } // namespace TableName
 
-// The counters of one interface. Arrays are indexed like fieldsOf<Statistics>(). In a clear table: reading,
-// totals and times as they stood when the interface was cleared, without what was of one step alone.
+// The counters of one interface. Arrays are indexed like fieldsOf<Statistics>(). In a clear table: reading, totals and
+// times as they were when the interface was cleared; what belongs to one step (deltas, interval) is zero.
 template <class Statistics_>
 struct CounterRecord {
    using Statistics = Statistics_;
    static constexpr std::size_t fieldCount = Statistics::fieldCount;
 
-   // Aligned, lest half of the wide loads and stores that a step takes lie across two cache lines.
-   alignas(32) Statistics reading{};                 // as the source has it
+   // Aligned, so that the wide loads and stores of a step do not cross cache lines.
+   alignas(32) Statistics reading{};                 // as the chip has it
    alignas(32) std::array<U64, fieldCount> totals{}; // the sum of all deltas: never jumps, never steps back
    alignas(32) std::array<U64, fieldCount> deltas{}; // of the last step
-   // 1: the last step was an upset, so it has neither delta nor rate. Filled up to whole words.
+   // 1: the last step was an upset and has neither delta nor rate. Filled up to whole words.
    std::array<U8, (fieldCount + 7) / 8 * 8> isAbsorbed{};
    double interval = 0;          // seconds that the last step took; 0: not known
    double discontinuityTime = 0; // of the last wrap, upset or reset; 0: none
-   U64 suspects = 0;             // steps that the port's speed does not allow
+   U64 suspects = 0;             // counts steps that the port's speed does not allow
 
-   // The rate of a field in the last step, a second.
+   // The rate of a field in the last step, per second.
    std::optional<double> rate(std::size_t field) const {
       if (interval <= 0 || isAbsorbed[field] != 0) {
          return std::nullopt;
@@ -89,7 +89,7 @@ struct IntfQueueCounters {
    bool has(std::size_t queue) const { return queue < queueCount && ((present >> queue) & 1) != 0; }
 };
 
-// What was translated by source NAT on an L3 interface.
+// What source NAT translated on an L3 interface.
 struct NatCounter {
    static constexpr std::string_view layoutName = "NatCounter";
    static constexpr U32 layoutVersion = 1;
