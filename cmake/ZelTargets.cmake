@@ -4,8 +4,8 @@ find_package(Threads REQUIRED)
 
 add_library(zel_build_flags INTERFACE)
 target_compile_options(zel_build_flags INTERFACE
-  -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-qual -Wconversion -Wsign-conversion -Werror
-  -fno-omit-frame-pointer)
+  -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-qual -Wconversion -Wsign-conversion
+  $<$<BOOL:${ZEL_WERROR}>:-Werror> -fno-omit-frame-pointer)
 if(ZEL_SANITIZE)
   # Enough for a report's line numbers, in two thirds of the compile time.
   add_compile_options(-O1 -g1)
@@ -51,12 +51,9 @@ function(zel_test folder)
   endif()
   string(REPLACE "/" "_" name ${folder})
   add_executable(test_${name} ${sources})
-  zel_include_root(tests root)
-  target_include_directories(test_${name} PRIVATE ${root})
-  target_link_libraries(test_${name} PRIVATE ${ARGN} zel_build_flags GTest::gmock GTest::gtest_main)
+  target_link_libraries(test_${name} PRIVATE ${ARGN} TestSupport zel_build_flags GTest::gmock GTest::gtest_main)
   # Not optimized: assertion macros cost up to five times as much to compile otherwise, and run once.
   target_compile_options(test_${name} PRIVATE -O0)
-  target_compile_definitions(test_${name} PRIVATE ZEL_TEST_DATA="${CMAKE_SOURCE_DIR}/tests/data")
   gtest_discover_tests(test_${name} TEST_PREFIX ${folder}/ NO_PRETTY_VALUES DISCOVERY_TIMEOUT 60
     PROPERTIES TIMEOUT 300)
 endfunction()

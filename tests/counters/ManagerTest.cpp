@@ -1,19 +1,19 @@
 // The manager: construction, chips that come and go, and the polling clock.
 #include "kiln/Trace.h"
-#include "tests/counters/Rig.h"
+#include "tests/support/CountersRig.h"
 
 #include <cmath>
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <limits>
 #include <regex>
 #include <vector>
 
 namespace {
 
-using Test::Rig;
+using namespace ZelTest;
 
-TEST(ManagerConstruction, buildsItsServicesInTheirOrder) {
-   Rig rig;
+TEST(ManagerConstruction, BuildsItsServicesInTheirOrder) {
+   CountersRig rig;
    Kiln::String error;
    ASSERT_TRUE(Kiln::traceSettingIs("ZelCountersMgr/1", &error)) << error;
    testing::internal::CaptureStderr();
@@ -39,32 +39,29 @@ TEST(ManagerConstruction, buildsItsServicesInTheirOrder) {
    EXPECT_TRUE(rig.mgr->vexL3IntfData()->vexL3IntfTable()->hasNotificationActive());
 }
 
-TEST(ManagerConstructionDeathTest, needsTheCommandDirectory) {
-   Rig rig;
+TEST(ManagerConstruction, NeedsTheCommandDirectory) {
+   CountersRig rig;
    rig.commands = nullptr;
    EXPECT_DEATH(rig.makeManager(), "\"cliRequestDirSm\\(\\)\" failed in ZelCountersMgr");
 }
 
-TEST(ManagerConstructionDeathTest, needsTheDropTableOfAChipThatCountsQosDrops) {
-   Rig rig;
+TEST(ManagerConstruction, NeedsTheDropTableOfAChipThatCountsQosDrops) {
+   CountersRig rig;
    rig.makeManager();
    rig.status->chipCapabilitiesIs("soft", {.qosPolicyCounter = true});
    EXPECT_DEATH(rig.addChip(0, "Zel0"), "\"mounts\\(\\)->qosPolicyDropCountSiloTable\\(\\)\" failed");
 }
 
-TEST(ManagerConstruction, commandsThatComeAfterItsEndAreRefused) {
-   Rig rig;
+TEST(ManagerConstruction, CommandsThatComeAfterItsEndAreRefused) {
+   CountersRig rig;
    rig.makeManager();
-   {
-      const auto lock = Kiln::ActivityLockAnchor::lock();
-      rig.mgr = nullptr;
-   }
+   rig.deleteManager();
    const auto handler = rig.commands->agentCommandCallback("ZelCountersCli");
    EXPECT_FALSE(handler->command({"show", "mac"}, -1).ok());
 }
 
-TEST(ManagerConstruction, anEqualCommandHandlerIsKept) {
-   Rig rig;
+TEST(ManagerConstruction, AnEqualCommandHandlerIsKept) {
+   CountersRig rig;
    rig.makeManager();
    const auto* before = rig.mgr->cliCallback().ptr();
    rig.mgr->cliCallbackIs("ZelCounters", "ZelCountersCli", rig.mgr.ptr());
@@ -82,12 +79,12 @@ class Polling : public testing::Test {
    U64 seen() { return rig.last(0, port, 0); }
    void hardware(U64 value) { rig.chip(0).rmonIs(5, 0, value); }
 
-   Rig rig;
+   CountersRig rig;
    Pelt::IntfId port;
 };
 
-TEST_F(Polling, firstPassComesAfterTwoSecondsAndTheNextTwoSecondsAfterAPassThatTookTime) {
-   rig.fleet().faults().costIs("bf_port_mac_stats_hw_async_get", 0.25);
+TEST_F(Polling, FirstPassComesAfterTwoSecondsAndTheNextTwoSecondsAfterAPassThatTookTime) {
+   rig.fleet.faults().costIs("bf_port_mac_stats_hw_async_get", 0.25);
    hardware(1);
    rig.advance(1.75);
    EXPECT_EQ(seen(), 0U);
@@ -102,7 +99,7 @@ TEST_F(Polling, firstPassComesAfterTwoSecondsAndTheNextTwoSecondsAfterAPassThatT
    EXPECT_DOUBLE_EQ(rig.mgr->countersMgrSm()->intfCounterPollingTimeMin(), 6.5);
 }
 
-TEST_F(Polling, aNewIntervalIsTakenUpAtTheNextArming) {
+TEST_F(Polling, ANewIntervalIsTakenUpAtTheNextArming) {
    rig.mgr->sdkPollingIntervalIs(0.5);
    EXPECT_DOUBLE_EQ(rig.mgr->countersMgrSm()->intfCounterPollingTimeMin(), 2.0);
    rig.advance(2.0);
@@ -123,7 +120,7 @@ class FailingHelper : public ZelCounter::ZelCountersHelper {
    }
 };
 
-TEST_F(Polling, goesOnWithoutChipsAndAfterAPassThatThrows) {
+TEST_F(Polling, GoesOnWithoutChipsAndAfterAPassThatThrows) {
    rig.deleteChip("Zel0");
    rig.advance(2.0);
    EXPECT_DOUBLE_EQ(rig.mgr->countersMgrSm()->intfCounterPollingTimeMin(), 4.0);
@@ -137,14 +134,14 @@ TEST_F(Polling, goesOnWithoutChipsAndAfterAPassThatThrows) {
    rig.mgr->vexCountersSmIs(Kiln::allocate<Vex::Counters::CountersSm>(std::move(context)));
    rig.mgr->vexCountersSm()->hasNotificationActiveIs(true);
    rig.addChip(0, "Zel0");
-   rig.fleet().completions().modeIs({SoftChip::CompletionMode::Kind::inlined});
+   rig.fleet.completions().modeIs({SoftChip::CompletionMode::Kind::inlined});
    hardware(1);
    rig.advance(2.0);
    EXPECT_EQ(seen(), 1U);
    EXPECT_DOUBLE_EQ(rig.mgr->countersMgrSm()->intfCounterPollingTimeMin(), 6.0);
 }
 
-TEST_F(Polling, aChipUnderAUsedDeviceIdTakesItsPlace) {
+TEST_F(Polling, AChipUnderAUsedDeviceIdTakesItsPlace) {
    const auto old = rig.counters(0);
    rig.addChip(0, "Zel0b");
    EXPECT_EQ(rig.mgr->zelCounters().size(), 1U);
@@ -154,7 +151,7 @@ TEST_F(Polling, aChipUnderAUsedDeviceIdTakesItsPlace) {
    EXPECT_TRUE(rig.counters(0)->macCountersLast(port));
 }
 
-TEST_F(Polling, deleteTakesEveryChipOfTheNameAndNoOther) {
+TEST_F(Polling, DeleteTakesEveryChipOfTheNameAndNoOther) {
    rig.addChip(1, "Zel1");
    rig.addChip(2, "Zel0");
    rig.deleteChip("Zel9");
@@ -163,22 +160,19 @@ TEST_F(Polling, deleteTakesEveryChipOfTheNameAndNoOther) {
    EXPECT_EQ(rig.mgr->zelCounters().keys(), std::vector<ZelId::ZelDevId>{1});
 }
 
-TEST(ManagerChips, refusesWhatIsNoChip) {
-   Rig rig;
+TEST(ManagerChips, RefusesWhatIsNoChip) {
+   CountersRig rig;
    rig.makeManager();
    const auto lock = Kiln::ActivityLockAnchor::lock();
    EXPECT_THROW(rig.mgr->addChip(8, "Zel8", {"soft"}, 1, nullptr, nullptr, nullptr), std::range_error);
-   try {
-      rig.mgr->zelCountersIs(nullptr);
-      FAIL() << "a null chip was taken";
-   } catch (const std::invalid_argument& error) {
-      EXPECT_STREQ(error.what(), "null _zelCounters parameter to mutator for "
-                                 "ZelCounter::ZelCountersMgr::zelCounters not allowed");
-   }
+   EXPECT_THAT(
+        [&] { rig.mgr->zelCountersIs(nullptr); },
+        testing::ThrowsMessage<std::invalid_argument>("null _zelCounters parameter to mutator for "
+                                                      "ZelCounter::ZelCountersMgr::zelCounters not allowed"));
 }
 
-TEST(ManagerChips, aNewChipHasATrafficManagerEntryForEachPipe) {
-   Rig rig;
+TEST(ManagerChips, ANewChipHasATrafficManagerEntryForEachPipe) {
+   CountersRig rig;
    rig.makeManager();
    rig.addChip(3, "Zel3", 4);
    const auto* device = rig.tm->countersByDevId().find(3);

@@ -2,8 +2,10 @@
 // count.
 #include "softchip/CaptureReader.h"
 
+#include "kiln/Types.h"
 #include "softchip/RmonCounters.h"
 #include "tests/softchip/Bytes.h"
+#include "tests/support/TemporaryFolder.h"
 
 #include <array>
 #include <filesystem>
@@ -19,19 +21,18 @@ namespace {
 
 using testing::HasSubstr;
 using testing::StartsWith;
-using Octets = std::vector<uint8_t>;
+using Octets = std::vector<U8>;
 
-/** A capture file being put together, in either byte order; removed at the end. */
+// A capture file being put together, in either byte order.
 class CaptureFile {
  public:
    explicit CaptureFile(bool bigEndian = false) : bigEndian_(bigEndian) {}
-   ~CaptureFile() { std::filesystem::remove(path_); }
 
-   CaptureFile& header(uint32_t magic = 0xa1b2c3d4, uint32_t linkType = 1) {
-      constexpr uint32_t snapLength = 64; // the records say otherwise
+   CaptureFile& header(U32 magic = 0xa1b2c3d4, U32 linkType = 1) {
+      constexpr U32 snapLength = 64; // the records say otherwise
       return u32(magic).u16(2).u16(4).u32(0).u32(0).u32(snapLength).u32(linkType);
    }
-   CaptureFile& record(uint32_t captured, uint32_t original, const Octets& octets) {
+   CaptureFile& record(U32 captured, U32 original, const Octets& octets) {
       return u32(1000).u32(7).u32(captured).u32(original).raw(octets);
    }
    CaptureFile& raw(const Octets& octets) {
@@ -45,30 +46,31 @@ class CaptureFile {
    }
 
  private:
-   CaptureFile& u32(uint32_t value) {
-      auto high = static_cast<uint16_t>(value >> 16);
-      auto low = static_cast<uint16_t>(value);
+   CaptureFile& u32(U32 value) {
+      auto high = static_cast<U16>(value >> 16);
+      auto low = static_cast<U16>(value);
       return bigEndian_ ? u16(high).u16(low) : u16(low).u16(high);
    }
-   CaptureFile& u16(uint16_t value) {
-      auto high = static_cast<uint8_t>(value >> 8);
-      auto low = static_cast<uint8_t>(value);
+   CaptureFile& u16(U16 value) {
+      auto high = static_cast<U8>(value >> 8);
+      auto low = static_cast<U8>(value);
       return raw(bigEndian_ ? Octets{high, low} : Octets{low, high});
    }
 
    bool bigEndian_;
    Octets octets_;
-   std::string path_ = testing::TempDir() + testing::UnitTest::GetInstance()->current_test_info()->name() +
-                       std::to_string(reinterpret_cast<uintptr_t>(this)) + ".pcap";
+   const ZelTest::TemporaryFolder folder_;
+   const std::string path_ = folder_.path() + "/frames.pcap";
 };
 
-/** Reads all of it; answers the error's text, or how many frames there were. */
+// Reads all of it; answers the error's text, or how many frames there were.
 std::string outcome(const std::string& path) {
-   size_t frames = 0;
+   std::size_t frames = 0;
    try {
       CaptureReader reader(path);
-      while (reader.next())
+      while (reader.next()) {
          ++frames;
+      }
    } catch (const CaptureError& error) {
       return error.what();
    }
@@ -77,16 +79,17 @@ std::string outcome(const std::string& path) {
 
 TEST(CaptureReader, ReadsBothByteOrdersAndResolutions) {
    struct {
-      uint32_t magic;
+      U32 magic;
       std::chrono::nanoseconds fraction;
    } kinds[] = {{0xa1b2c3d4, std::chrono::microseconds(7)}, {0xa1b23c4d, std::chrono::nanoseconds(7)}};
-   const std::vector<std::pair<Octets, uint32_t>> frames = {{{1, 2, 3}, 1514}, {{}, 60}, {{4, 5}, 2}};
+   const std::vector<std::pair<Octets, U32>> frames = {{{1, 2, 3}, 1514}, {{}, 60}, {{4, 5}, 2}};
    for (auto& kind : kinds) {
       for (bool bigEndian : {false, true}) {
          CaptureFile file(bigEndian);
          file.header(kind.magic);
-         for (auto& [octets, length] : frames)
-            file.record(static_cast<uint32_t>(octets.size()), length, octets);
+         for (auto& [octets, length] : frames) {
+            file.record(static_cast<U32>(octets.size()), length, octets);
+         }
          CaptureReader reader(file.write());
          for (auto& [octets, length] : frames) {
             std::optional<CapturedFrame> frame = reader.next();
@@ -102,13 +105,14 @@ TEST(CaptureReader, ReadsBothByteOrdersAndResolutions) {
 }
 
 TEST(CaptureReader, TakesRecordsLongerThanTheSnapLength) {
-   const uint32_t sizes[] = {262'144, 262'145, CaptureReader::maxRecordLength};
+   const U32 sizes[] = {262'144, 262'145, CaptureReader::maxRecordLength};
    CaptureFile file;
    file.header();
-   for (uint32_t size : sizes)
+   for (U32 size : sizes) {
       file.record(size, size, Octets(size, 0x5a));
+   }
    CaptureReader reader(file.write());
-   for (uint32_t size : sizes) {
+   for (U32 size : sizes) {
       std::optional<CapturedFrame> frame = reader.next();
       ASSERT_TRUE(frame);
       EXPECT_EQ(size, frame->bytes.size());
@@ -119,9 +123,9 @@ TEST(CaptureReader, TakesRecordsLongerThanTheSnapLength) {
 
 TEST(CaptureReader, TakesOffTheFcsThatTheFileDeclares) {
    struct {
-      uint32_t linkType, captured, original;
-      size_t expectedCaptured;
-      uint32_t expectedOriginal;
+      U32 linkType, captured, original;
+      std::size_t expectedCaptured;
+      U32 expectedOriginal;
    } cases[] = {
         {0x24000001, 64, 64, 60, 60}, {0x44000001, 64, 64, 60, 60}, {0x24000001, 62, 64, 60, 60},
         {0x24000001, 20, 64, 20, 60}, {0x24000001, 3, 3, 0, 0},     {0x04000001, 64, 64, 64, 64},
@@ -159,12 +163,12 @@ TEST(CaptureReader, SaysWhatIsWrongWithTheFile) {
       EXPECT_THAT(outcome(path), StartsWith(path + ": " + c.error));
    }
    EXPECT_THAT(outcome("/nonexistent/x.pcap"), StartsWith("/nonexistent/x.pcap: cannot be opened: "));
-   EXPECT_THAT(outcome(testing::TempDir()), HasSubstr(": cannot be read: "));
+   EXPECT_THAT(outcome(ZelTest::TemporaryFolder().path()), HasSubstr(": cannot be read: "));
 }
 
 TEST(CaptureReader, SaysWhatIsWrongWithWhichRecord) {
    struct {
-      uint32_t captured, original, held;
+      U32 captured, original, held;
       const char* error;
    } cases[] = {
         {60, 60, 59, "the frame is cut off: the file holds 59 of 60 octets"},
@@ -192,17 +196,18 @@ TEST(CaptureReader, NoticesACutAnywhere) {
    CaptureFile file;
    file.header().record(4, 4, Octets(4)).record(5, 5, Octets(5));
    std::filesystem::path path = file.write();
-   constexpr size_t afterHeader = 24;
-   constexpr size_t afterFirst = afterHeader + 16 + 4;
-   constexpr size_t afterSecond = afterFirst + 16 + 5;
-   const std::map<size_t, std::string> sound = {
+   constexpr std::size_t afterHeader = 24;
+   constexpr std::size_t afterFirst = afterHeader + 16 + 4;
+   constexpr std::size_t afterSecond = afterFirst + 16 + 5;
+   const std::map<std::size_t, std::string> sound = {
         {afterHeader, "0 frames"}, {afterFirst, "1 frames"}, {afterSecond, "2 frames"}};
-   for (size_t length = afterSecond; length > 0; --length) {
+   for (std::size_t length = afterSecond; length > 0; --length) {
       std::filesystem::resize_file(path, length);
-      if (auto found = sound.find(length); found != sound.end())
+      if (auto found = sound.find(length); found != sound.end()) {
          EXPECT_EQ(found->second, outcome(path));
-      else
+      } else {
          EXPECT_THAT(outcome(path), HasSubstr("is cut off: ")) << "cut to " << length;
+      }
    }
 }
 
@@ -237,7 +242,7 @@ constexpr std::array sampleCounters = {
      BF_RMON_FRAMES_RECEIVED_8192_TO_9215_OCTETS,
      BF_RMON_FRAMES_RECEIVED_9216_OR_MORE_OCTETS,
 };
-using SampleCounts = std::array<uint64_t, sampleCounters.size()>; // what isn't written down is 0
+using SampleCounts = std::array<U64, sampleCounters.size()>; // what isn't written down is 0
 
 const struct {
    const char* file;
@@ -252,20 +257,23 @@ const struct {
 };
 
 SampleCounts countSample(const std::filesystem::path& path) {
-   std::array<uint64_t, BF_NUM_RMON_COUNTERS> rmon{};
+   std::array<U64, BF_NUM_RMON_COUNTERS> rmon{};
    CaptureReader reader(path);
-   while (std::optional<CapturedFrame> frame = reader.next())
+   while (std::optional<CapturedFrame> frame = reader.next()) {
       countReceived(parseFrame(frame->bytes, frame->originalLength), rmon.data());
+   }
    SampleCounts counts{};
-   for (size_t i = 0; i < counts.size(); ++i)
+   for (std::size_t i = 0; i < counts.size(); ++i) {
       counts[i] = rmon[sampleCounters[i]];
+   }
    return counts;
 }
 
 TEST(CaptureReplay, CountsAgreeWithAnotherProgram) {
    std::filesystem::path folder = ZEL_CAPTURES;
-   if (!std::filesystem::is_directory(folder))
+   if (!std::filesystem::is_directory(folder)) {
       GTEST_SKIP() << "no sample captures in " << folder;
+   }
    for (auto& expected : samples) {
       EXPECT_EQ(expected.counts, countSample(folder / expected.file)) << expected.file;
    }

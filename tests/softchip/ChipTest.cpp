@@ -1,6 +1,7 @@
 // Ports, forwarding and MAC counters of a chip, the memory they live in, and the traffic that moves them.
 #include "softchip/CaptureReader.h"
-#include "tests/softchip/Rig.h"
+#include "tests/softchip/SoftChipRig.h"
+#include "tests/support/TemporaryFolder.h"
 
 #include <cstdio>
 #include <filesystem>
@@ -14,16 +15,11 @@ namespace {
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-class ChipTest : public Rig {
+class SoftwareChip : public ZelTest::SoftChipRig {
  protected:
-   ChipTest() : chip(addChip()) {
+   SoftwareChip() : chip(addChip()) {
       for (const U16 port : {U16{128}, U16{0}, U16{1}}) {
          chip.portAdd(port);
-      }
-   }
-   ~ChipTest() override {
-      for (const Kiln::String& path : files) {
-         std::remove(path.c_str());
       }
    }
    std::vector<U64> sent() const {
@@ -33,16 +29,13 @@ class ChipTest : public Rig {
       }
       return frames;
    }
-   Kiln::String file(const char* name) {
-      files.push_back(testing::TempDir() + name + std::to_string(getpid()));
-      return files.back();
-   }
+   Kiln::String file(const char* name) const { return folder.path() + "/" + name; }
 
    Chip& chip;
-   std::vector<Kiln::String> files;
+   const ZelTest::TemporaryFolder folder;
 };
 
-TEST_F(ChipTest, FramesGoWhereTheirDestinationWasSeenElseEverywhereElse) {
+TEST_F(SoftwareChip, FramesGoWhereTheirDestinationWasSeenElseEverywhereElse) {
    ASSERT_THAT(chip.ports(), ElementsAre(0, 1, 128));
    chip.receive(0, frame(0x0b, 0x0a));
    EXPECT_THAT(sent(), ElementsAre(0, 1, 1)) << "unknown: flooded";
@@ -60,7 +53,7 @@ TEST_F(ChipTest, FramesGoWhereTheirDestinationWasSeenElseEverywhereElse) {
    EXPECT_FALSE(chip.receive(1, frame(0x0a, 0x0b)));
 }
 
-TEST_F(ChipTest, BadAndControlFramesAreCountedAndGoNoFurther) {
+TEST_F(SoftwareChip, BadAndControlFramesAreCountedAndGoNoFurther) {
    FrameInfo bad = frame(broadcastMac, 0x0a);
    bad.fcsError = true;
    chip.receive(0, bad);
@@ -71,7 +64,7 @@ TEST_F(ChipTest, BadAndControlFramesAreCountedAndGoNoFurther) {
    EXPECT_THAT(sent(), ElementsAre(0, 0, 0));
 }
 
-TEST_F(ChipTest, FaultsOfACounterShowInWhatTheSdkReads) {
+TEST_F(SoftwareChip, FaultsOfACounterShowInWhatTheSdkReads) {
    chip.rmonIs(0, 5, (U64{1} << 32) - 1);
    chip.rmonFlip(0, 5, 40);
    chip.rmonStuckIs(0, BF_RMON_FRAMES_RECEIVED_ALL, true);
@@ -86,7 +79,7 @@ TEST_F(ChipTest, FaultsOfACounterShowInWhatTheSdkReads) {
    EXPECT_EQ(read[BF_RMON_FRAMES_RECEIVED_ALL], 3U);
 }
 
-TEST_F(ChipTest, BadInputIsRefused) {
+TEST_F(SoftwareChip, BadInputIsRefused) {
    EXPECT_THROW(chip.portAdd(0), std::invalid_argument);
    EXPECT_THROW(chip.portAdd(68), std::invalid_argument);
    EXPECT_THROW(chip.portAdd(256), std::invalid_argument) << "the chip has two pipes";
@@ -99,7 +92,7 @@ TEST_F(ChipTest, BadInputIsRefused) {
    EXPECT_THROW(addChip(1, 5), std::invalid_argument);
 }
 
-TEST_F(ChipTest, ACaptureIsReplayedAsAWholeOrNotAtAll) {
+TEST_F(SoftwareChip, ACaptureIsReplayedAsAWholeOrNotAtAll) {
    const auto record = [](std::ofstream& out, U32 captured, U32 length) {
       const U32 header[] = {0, 0, captured, length};
       out.write(reinterpret_cast<const char*>(header), sizeof header);
@@ -123,7 +116,7 @@ TEST_F(ChipTest, ACaptureIsReplayedAsAWholeOrNotAtAll) {
    EXPECT_THROW(Traffic::replay(chip, 2, path), std::invalid_argument);
 }
 
-TEST_F(ChipTest, TrafficDependsOnItsSeedAndTimeOnlyAndStandsStillWhileOff) {
+TEST_F(SoftwareChip, TrafficDependsOnItsSeedAndTimeOnlyAndStandsStillWhileOff) {
    const auto run = [this](U8 device, U64 seed, const std::vector<double>& steps) {
       Chip& other = addChip(device);
       other.portAdd(0);
@@ -153,7 +146,7 @@ TEST_F(ChipTest, TrafficDependsOnItsSeedAndTimeOnlyAndStandsStillWhileOff) {
    EXPECT_NE(run(2, 7, {0.75}), first) << "two chips have frames of their own";
 }
 
-TEST_F(ChipTest, AHardwareFileKeepsTheCountersOfEachChipUntilTheChipIsTakenOut) {
+TEST_F(SoftwareChip, AHardwareFileKeepsTheCountersOfEachChipUntilTheChipIsTakenOut) {
    const Kiln::String path = file("hardware");
    for (int start = 0; start < 3; ++start) {
       fleet = nullptr;
@@ -182,13 +175,13 @@ TEST_F(ChipTest, AHardwareFileKeepsTheCountersOfEachChipUntilTheChipIsTakenOut) 
    fleet = nullptr;
 }
 
-TEST_F(ChipTest, AFileThatIsNoneOfOursIsLeftAlone) {
+TEST_F(SoftwareChip, AFileThatIsNoneOfOursIsLeftAlone) {
    const Kiln::String foreign = file("foreign");
    std::ofstream(foreign) << Kiln::String(5000, 'x');
    EXPECT_THAT([&] { HardwareMemory memory(foreign); },
                testing::ThrowsMessage<std::runtime_error>(HasSubstr("not a file of hardware counters")));
    EXPECT_EQ(std::filesystem::file_size(foreign), 5000U);
-   EXPECT_THROW(HardwareMemory{testing::TempDir()}, std::runtime_error);
+   EXPECT_THROW(HardwareMemory{folder.path()}, std::runtime_error);
 
    const Kiln::String damaged = file("damaged");
    { HardwareMemory memory(damaged); }

@@ -1,7 +1,7 @@
 // How requests complete: when, on which thread, how often and with which values; and planned failures.
 #include "kiln/ActivityLock.h"
 #include "kiln/RingLog.h"
-#include "tests/softchip/Rig.h"
+#include "tests/softchip/SoftChipRig.h"
 #include "zl/ZelSdk.h"
 
 #include <atomic>
@@ -51,15 +51,15 @@ void throwAlways(bf_dev_id_t /*dev*/, bf_dev_port_t /*port*/, bf_rmon_counter_ar
    throw std::range_error("no such port index");
 }
 
-class CompletionsTest : public Rig {
+class SdkCompletions : public ZelTest::SoftChipRig {
  protected:
-   CompletionsTest() : chip(addChip()) {
+   SdkCompletions() : chip(addChip()) {
       for (U16 port = 0; port < 4; ++port) {
          chip.portAdd(port);
       }
    }
    // What is outstanding is delivered into the inbox, which must still be there.
-   ~CompletionsTest() override { fleet = nullptr; }
+   ~SdkCompletions() override { fleet = nullptr; }
 
    bf_status_t ask(bf_dev_port_t port = 0) { return bf_port_mac_stats_hw_async_get(0, port, note, &inbox); }
 
@@ -67,7 +67,7 @@ class CompletionsTest : public Rig {
    Inbox inbox;
 };
 
-TEST_F(CompletionsTest, InlineCompletesBeforeTheRequestReturns) {
+TEST_F(SdkCompletions, InlineCompletesBeforeTheRequestReturns) {
    fleet->completions().modeIs({Kind::inlined});
    chip.rmonIs(0, 0, 7);
    ASSERT_EQ(ask(), 0);
@@ -76,7 +76,7 @@ TEST_F(CompletionsTest, InlineCompletesBeforeTheRequestReturns) {
    EXPECT_EQ(inbox.count(), 1U);
 }
 
-TEST_F(CompletionsTest, DeferredCompletesInOrderAtTheSameInstantWithTheValuesOfThen) {
+TEST_F(SdkCompletions, DeferredCompletesInOrderAtTheSameInstantWithTheValuesOfThen) {
    ASSERT_EQ(ask(1), 0);
    ASSERT_EQ(ask(0), 0);
    EXPECT_EQ(inbox.count(), 0U);
@@ -90,7 +90,7 @@ TEST_F(CompletionsTest, DeferredCompletesInOrderAtTheSameInstantWithTheValuesOfT
    EXPECT_EQ(inbox.count(), 2U);
 }
 
-TEST_F(CompletionsTest, LateCompletionsComeInTheOrderOfTheirTimes) {
+TEST_F(SdkCompletions, LateCompletionsComeInTheOrderOfTheirTimes) {
    fleet->completions().modeIs({Kind::late, 3.0});
    ASSERT_EQ(ask(0), 0);
    fleet->completions().modeIs({Kind::late, 1.5});
@@ -102,7 +102,7 @@ TEST_F(CompletionsTest, LateCompletionsComeInTheOrderOfTheirTimes) {
    EXPECT_THAT(inbox.times, ElementsAre(1.5, 3.0));
 }
 
-TEST_F(CompletionsTest, LostDuplicatedAndHeldCompletions) {
+TEST_F(SdkCompletions, LostDuplicatedAndHeldCompletions) {
    Completions& completions = fleet->completions();
    completions.modeIs({Kind::lost});
    ASSERT_EQ(ask(), 0);
@@ -124,7 +124,7 @@ TEST_F(CompletionsTest, LostDuplicatedAndHeldCompletions) {
    EXPECT_THAT(inbox.ports, ElementsAre(1, 1, 3, 2, 1));
 }
 
-TEST_F(CompletionsTest, TheDeliveryThreadAnswersEachRequestOnceAndSurvivesAnException) {
+TEST_F(SdkCompletions, TheDeliveryThreadAnswersEachRequestOnceAndSurvivesAnException) {
    constexpr std::size_t requests = 2000;
    fleet->completions().modeIs({Kind::thread});
    Kiln::RingLog::instance().lineDelAll();
@@ -147,7 +147,7 @@ TEST_F(CompletionsTest, TheDeliveryThreadAnswersEachRequestOnceAndSurvivesAnExce
    EXPECT_EQ(inbox.count(), requests);
 }
 
-TEST_F(CompletionsTest, WhatIsOutstandingWhenTheFleetEndsIsDelivered) {
+TEST_F(SdkCompletions, WhatIsOutstandingWhenTheFleetEndsIsDelivered) {
    for (const Kind kind : {Kind::deferred, Kind::held, Kind::thread}) {
       fleet->completions().nextModeIs({kind});
       ASSERT_EQ(ask(), 0);
@@ -159,7 +159,7 @@ TEST_F(CompletionsTest, WhatIsOutstandingWhenTheFleetEndsIsDelivered) {
    EXPECT_EQ(ask(), 3) << "no fleet, no device";
 }
 
-TEST_F(CompletionsTest, AChipThatGoesAwayAnswersWithZerosAndItsSuccessorIsNotReadForIt) {
+TEST_F(SdkCompletions, AChipThatGoesAwayAnswersWithZerosAndItsSuccessorIsNotReadForIt) {
    chip.rmonIs(0, 0, 5);
    ASSERT_EQ(ask(), 0);
    fleet->chipDel(0);
@@ -172,7 +172,7 @@ TEST_F(CompletionsTest, AChipThatGoesAwayAnswersWithZerosAndItsSuccessorIsNotRea
    EXPECT_THAT(inbox.values, ElementsAre(0, 6));
 }
 
-TEST_F(CompletionsTest, NothingCompletesAfterAnErrorStatus) {
+TEST_F(SdkCompletions, NothingCompletesAfterAnErrorStatus) {
    fleet->completions().modeIs({Kind::inlined});
    EXPECT_EQ(bf_port_mac_stats_hw_async_get(7, 0, note, &inbox), 3) << "no such device";
    EXPECT_EQ(bf_port_mac_stats_hw_async_get(-1, 0, note, &inbox), 3);
@@ -189,18 +189,18 @@ TEST_F(CompletionsTest, NothingCompletesAfterAnErrorStatus) {
    EXPECT_EQ(inbox.count(), 2U);
 }
 
-TEST_F(CompletionsTest, CallsCostSimulatedTimeAndBadPlansAreRefused) {
+TEST_F(SdkCompletions, CallsCostSimulatedTimeAndBadPlansAreRefused) {
    fleet->faults().costIs("bf_port_mac_stats_hw_async_get", 0.25);
    ask(0);
    ask(1);
-   EXPECT_EQ(time->now(), 0.5);
+   EXPECT_EQ(time.now(), 0.5);
    EXPECT_THROW(fleet->faults().failNext("bf_port_mac", 1), std::invalid_argument);
    EXPECT_THROW(fleet->faults().costIs("bf_port_mac_stats_hw_async_get", -1), std::invalid_argument);
    EXPECT_THROW(fleet->completions().modeIs({Kind::late, -1.0}), std::invalid_argument);
 }
 
 // What the delivery thread does at the same time as traffic, reads, writes and chips that come and go.
-TEST_F(CompletionsTest, EveryRequestIsAnsweredOnceWhileChipsComeAndGo) {
+TEST_F(SdkCompletions, EveryRequestIsAnsweredOnceWhileChipsComeAndGo) {
    constexpr int rounds = 300;
    fleet->completions().modeIs({Kind::thread});
    const U32 table =

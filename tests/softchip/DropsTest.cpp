@@ -1,7 +1,7 @@
 // Where the chip counts the frames that it drops, and that none gets lost in between.
 #include "sdk/bf_pipe.h"
 #include "sdk/bf_tm.h"
-#include "tests/softchip/Rig.h"
+#include "tests/softchip/SoftChipRig.h"
 
 #include <functional>
 #include <gmock/gmock.h>
@@ -10,12 +10,12 @@
 namespace SoftChip {
 namespace {
 
-using Drops = std::map<Kiln::String, U64>; // by "POINT/REASON of port N", or a stage's name
+using Counts = std::map<Kiln::String, U64>; // by "POINT/REASON of port N", or a stage's name
 
 // Ports 0, 1 and 7 are in pipe 0, 128 in pipe 1; port 7 is a slow one.
-class DropsTest : public Rig {
+class Drops : public ZelTest::SoftChipRig {
  protected:
-   DropsTest() { start(); }
+   Drops() { start(); }
 
    // A new chip, on which station 0b is behind port 1.
    void start() {
@@ -44,8 +44,8 @@ class DropsTest : public Rig {
    }
 
    // Every drop counter that is not zero: of ports, of stages, of deparsers.
-   Drops drops() const {
-      Drops found;
+   Counts drops() const {
+      Counts found;
       const auto enter = [&](const Kiln::String& name, U64 packets) {
          if (packets > 0) {
             found[name] = packets;
@@ -96,12 +96,12 @@ class DropsTest : public Rig {
    Chip* chip = nullptr;
 };
 
-TEST_F(DropsTest, EachReasonRaisesItsOwnCountersAndNoOthers) {
+TEST_F(Drops, EachReasonRaisesItsOwnCountersAndNoOthers) {
    using Change = std::function<void(Chip&, FrameInfo&)>;
    struct Case {
       const char* what;
       Change change;
-      Drops expected;
+      Counts expected;
    };
    const std::vector<Case> cases = {
         {"nothing", [](Chip&, FrameInfo&) {}, {}},
@@ -206,11 +206,11 @@ TEST_F(DropsTest, EachReasonRaisesItsOwnCountersAndNoOthers) {
 // 25 million octets at once fill the burst of a slow port, of which the lowest queue gets 25/32.
 constexpr U64 slowRoom = 25'000'000ULL * 25 / 32 / 80;
 
-TEST_F(DropsTest, ACongestedQueueLosesAFrameOnlyWhenNoOtherCopyLeft) {
+TEST_F(Drops, ACongestedQueueLosesAFrameOnlyWhenNoOtherCopyLeft) {
    chip->receive(7, frame(broadcastMac, 0x0c));
    chip->receive(0, frame(0x0c, 0x0a), slowRoom + 10);
-   const Drops unicast = {{"egress/queue congested of port 7", 11},
-                          {"final/lost in the queues of port 0", 11}};
+   const Counts unicast = {{"egress/queue congested of port 7", 11},
+                           {"final/lost in the queues of port 0", 11}};
    EXPECT_EQ(drops(), unicast);
    chip->receive(0, frame(broadcastMac, 0x0a), 3);
    EXPECT_EQ(dropped(ZlDrop::Point::egress, 7, static_cast<U32>(ZlDrop::EgressReason::queueCongested)), 14U);
@@ -220,7 +220,7 @@ TEST_F(DropsTest, ACongestedQueueLosesAFrameOnlyWhenNoOtherCopyLeft) {
    EXPECT_EQ(tm(0, BF_TM_PIPE_DROPS).bytes, 14U * 60);
 }
 
-TEST_F(DropsTest, TheTrafficManagerTellsCopiesCutThroughAndCells) {
+TEST_F(Drops, TheTrafficManagerTellsCopiesCutThroughAndCells) {
    advance(1);
    chip->receive(0, frame(0x0b, 0x0a), 4); // to an idle port as fast as its own
    EXPECT_EQ(tm(0, BF_TM_PIPE_CUT_THROUGH).count, 4U);
@@ -245,7 +245,7 @@ TEST_F(DropsTest, TheTrafficManagerTellsCopiesCutThroughAndCells) {
    EXPECT_EQ(tm(0, BF_TM_PIPE_WATERMARK).count, 100'000U);
 }
 
-TEST_F(DropsTest, WhatIsNotCountedIsRefused) {
+TEST_F(Drops, WhatIsNotCountedIsRefused) {
    bf_tm_pipe_counter_t counter{};
    for (const U32 type : {3U, 5U, 9U}) {
       EXPECT_EQ(bf_tm_pipe_counter_get(0, 0, type, &counter), 3) << type;
@@ -262,7 +262,7 @@ TEST_F(DropsTest, WhatIsNotCountedIsRefused) {
 }
 
 // Synthetic traffic through ports that drop for every reason they can.
-TEST_F(DropsTest, EveryFrameIsAccountedForAtEveryStage) {
+TEST_F(Drops, EveryFrameIsAccountedForAtEveryStage) {
    chip->mtuIs(1, 1000);
    chip->vlanAllowedIs(128, 1, false);
    chip->floodsIs(7, false);

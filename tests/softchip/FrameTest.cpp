@@ -1,10 +1,11 @@
 // What a frame is read as, whole, cut off anywhere, and damaged.
 #include "softchip/Frame.h"
 
+#include "kiln/Types.h"
 #include "tests/softchip/Bytes.h"
+#include "tests/support/Random.h"
 
 #include <gtest/gtest.h>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -25,8 +26,8 @@ const std::string extendedIpv6Frame = macs + "86dd 62e00000 0030 00 40 " + ipv6 
                                       "0601 000000000000 00000000 01bb d431";     // authentication, then TCP
 const std::string pfcFrame = "0180c2000001 020000000002 8808 0101 0028 000000010000";
 
-FrameInfo parse(const std::vector<uint8_t>& octets) {
-   return parseFrame(octets, static_cast<uint32_t>(octets.size()));
+FrameInfo parse(const std::vector<U8>& octets) {
+   return parseFrame(octets, static_cast<U32>(octets.size()));
 }
 
 FrameInfo parse(const std::string& hex) {
@@ -43,8 +44,8 @@ TEST(Frame, TagsAndTunnelAreReadThroughEachOther) {
    EXPECT_EQ((VlanTag{tpidCustomer, 101, 1, false}), frame.innerTag);
    EXPECT_EQ(etherTypeIpv4, frame.etherType);
    EXPECT_EQ(IpVersion::v4, frame.ip.version);
-   EXPECT_EQ((std::array<uint8_t, 16>{10, 0, 0, 1}), frame.ip.source);
-   EXPECT_EQ((std::array<uint8_t, 16>{10, 0, 0, 2}), frame.ip.destination);
+   EXPECT_EQ((std::array<U8, 16>{10, 0, 0, 1}), frame.ip.source);
+   EXPECT_EQ((std::array<U8, 16>{10, 0, 0, 2}), frame.ip.destination);
    EXPECT_EQ(0xc000, frame.ip.sourcePort);
    EXPECT_EQ((VxlanHeader{true, true, 0x00abcd, 0x0800000003e8, 0x0800000003e9}), frame.vxlan);
 }
@@ -78,8 +79,9 @@ TEST(Frame, DestinationKindComesFromAddress) {
                 {"ffffffffff", Destination::multicast},
                 {"00ffffff", Destination::unicast},
                 {"", Destination::unicast}};
-   for (auto& c : cases)
+   for (auto& c : cases) {
       EXPECT_EQ(c.kind, parse(c.octets).destination) << c.octets;
+   }
 }
 
 TEST(Frame, PortsAreReadOnlyWhereThereAreSome) {
@@ -107,20 +109,21 @@ TEST(Frame, PortsAreReadOnlyWhereThereAreSome) {
         {"IPv6 extension longer than the packet", v6("0008 00 40 ", "11ff 000000000000 0035 0035"), false},
         {"IPv4 type, IPv6 packet", v4("60000000 00000000 4011 0000 ", "0035 0035"), false},
    };
-   for (auto& c : cases)
+   for (auto& c : cases) {
       EXPECT_EQ(c.hasPorts, parse(c.frame).ip.hasPorts) << c.what;
+   }
 }
 
 TEST(Frame, OnlyUdpToTheTunnelPortWithValidVniIsTunnelled) {
-   for (auto [octet, value] : {std::pair<size_t, uint8_t>{45, 0xb6}, {50, 0x00}, {31, 6}}) {
-      std::vector<uint8_t> octets = bytes(vxlanFrame);
+   for (auto [octet, value] : {std::pair<std::size_t, U8>{45, 0xb6}, {50, 0x00}, {31, 6}}) {
+      std::vector<U8> octets = bytes(vxlanFrame);
       ASSERT_TRUE(parse(octets).vxlan.present);
       octets[octet] = value;
       EXPECT_FALSE(parse(octets).vxlan.present) << "octet " << octet;
    }
 }
 
-/** Expects each field of the part to be either as in the whole frame or absent. */
+// Expects each field of the part to be either as in the whole frame or absent.
 void expectPartOf(const FrameInfo& whole, const FrameInfo& part) {
    auto sameOrNone = [](auto expected, auto got) { return got == expected || got == decltype(got){}; };
    EXPECT_EQ(whole.wireLength, part.wireLength);
@@ -139,28 +142,27 @@ void expectPartOf(const FrameInfo& whole, const FrameInfo& part) {
 
 TEST(Frame, CutAnywhereReadsNothingBeyondAndInventsNothing) {
    for (const std::string& hex : {vxlanFrame, extendedIpv6Frame, pfcFrame}) {
-      std::vector<uint8_t> octets = bytes(hex);
+      std::vector<U8> octets = bytes(hex);
       FrameInfo whole = parse(octets);
-      for (size_t length = 0; length <= octets.size(); ++length) {
+      for (std::size_t length = 0; length <= octets.size(); ++length) {
          SCOPED_TRACE(hex + "cut to " + std::to_string(length));
          // An allocation of just this size, so that AddressSanitizer sees a read beyond it.
-         std::vector<uint8_t> cut(octets.begin(), octets.begin() + static_cast<std::ptrdiff_t>(length));
-         expectPartOf(whole, parseFrame(cut, static_cast<uint32_t>(octets.size())));
+         std::vector<U8> cut(octets.begin(), octets.begin() + static_cast<std::ptrdiff_t>(length));
+         expectPartOf(whole, parseFrame(cut, static_cast<U32>(octets.size())));
       }
    }
 }
 
 TEST(Frame, DamagedFramesStayConsistent) {
-   uint32_t seed = std::random_device{}();
-   SCOPED_TRACE("seed " + std::to_string(seed));
-   std::mt19937 random(seed);
-   const std::vector<uint8_t> models[] = {bytes(vxlanFrame), bytes(extendedIpv6Frame), bytes(pfcFrame)};
+   ZelTest::Random random;
+   const std::vector<U8> models[] = {bytes(vxlanFrame), bytes(extendedIpv6Frame), bytes(pfcFrame)};
    for (int round = 0; round < 30'000; ++round) {
-      std::vector<uint8_t> octets = models[random() % std::size(models)];
-      for (unsigned damage = 1 + random() % 4; damage > 0; --damage)
-         octets[random() % octets.size()] = static_cast<uint8_t>(random());
-      octets.resize(random() % (octets.size() + 1));
-      FrameInfo frame = parse(std::vector<uint8_t>(octets));
+      std::vector<U8> octets = random.oneOf(models);
+      for (U64 damage = 1 + random.below(4); damage > 0; --damage) {
+         octets[random.below(octets.size())] = static_cast<U8>(random.next());
+      }
+      octets.resize(random.below(octets.size() + 1));
+      FrameInfo frame = parse(std::vector<U8>(octets));
       ASSERT_EQ(frame.tagCount > 0, frame.outerTag.present());
       ASSERT_EQ(frame.tagCount > 1, frame.innerTag.present());
       ASSERT_TRUE(!frame.vxlan.present || frame.ip.destinationPort == vxlanUdpPort);

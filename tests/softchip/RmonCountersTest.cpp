@@ -1,6 +1,7 @@
 // What a frame counts in, and that the manual says the same as the chip.
 #include "softchip/RmonCounters.h"
 
+#include "kiln/Types.h"
 #include "softchip/TrafficGenerator.h"
 
 #include <array>
@@ -14,18 +15,20 @@
 namespace SoftChip {
 namespace {
 
-using Rmon = std::array<uint64_t, BF_NUM_RMON_COUNTERS>;
-using Counts = std::map<std::string, uint64_t>;
+using Rmon = std::array<U64, BF_NUM_RMON_COUNTERS>;
+using Counts = std::map<std::string, U64>;
 
 Counts nonzero(const Rmon& rmon) {
    Counts counts;
-   for (const RmonCounter& counter : rmonCounters)
-      if (rmon[counter.index] != 0)
+   for (const RmonCounter& counter : rmonCounters) {
+      if (rmon[counter.index] != 0) {
          counts[counter.name] = rmon[counter.index];
+      }
+   }
    return counts;
 }
 
-FrameInfo frameOf(uint32_t wireLength, bool fcsError = false) {
+FrameInfo frameOf(U32 wireLength, bool fcsError = false) {
    FrameInfo frame;
    frame.wireLength = wireLength;
    frame.fcsError = fcsError;
@@ -34,7 +37,7 @@ FrameInfo frameOf(uint32_t wireLength, bool fcsError = false) {
    return frame;
 }
 
-/** Receives three such frames, and answers what that counts. */
+// Receives three such frames, and answers what that counts.
 Counts countsOf(const FrameInfo& frame) {
    Rmon rmon{};
    countReceived(frame, rmon.data(), 2);
@@ -74,19 +77,21 @@ TEST(RmonCounters, BadFrameCountsNowhereAmongGoodOnes) {
              countsOf(frame));
 }
 
-/** What such a frame counts in that a plain one of its length does not. */
+// What such a frame counts in that a plain one of its length does not.
 std::set<std::string> extraCounts(const FrameInfo& frame) {
    Counts plain = countsOf(frameOf(frame.wireLength));
    std::set<std::string> extra;
-   for (auto& [name, value] : countsOf(frame))
-      if (plain.count(name) == 0)
+   for (auto& [name, value] : countsOf(frame)) {
+      if (plain.count(name) == 0) {
          extra.insert(name);
+      }
+   }
    return extra;
 }
 
 TEST(RmonCounters, SizesMeetWithoutGapOrOverlap) {
    struct {
-      uint32_t low, high;
+      U32 low, high;
       const char* good;
       const char* bad;
    } ranges[] = {{0, 63, "UndersizeFramesReceived", "FragmentsReceived"},
@@ -102,17 +107,21 @@ TEST(RmonCounters, SizesMeetWithoutGapOrOverlap) {
                  {8192, 9215, "FramesReceived8192to9215Octets", "JabbersReceived"},
                  {9216, 262148, "FramesReceived9216OrMoreOctets", "JabbersReceived"}};
    std::set<std::string> sizeCounters = {"OversizeFramesReceived"};
-   for (auto& range : ranges)
-      sizeCounters.insert(range.good);
    for (auto& range : ranges) {
-      for (uint32_t length : {range.low, range.high}) {
+      sizeCounters.insert(range.good);
+   }
+   for (auto& range : ranges) {
+      for (U32 length : {range.low, range.high}) {
          std::set<std::string> expected = {range.good};
-         if (length > 1518)
+         if (length > 1518) {
             expected.insert("OversizeFramesReceived");
+         }
          std::set<std::string> got;
-         for (auto& [name, value] : countsOf(frameOf(length)))
-            if (sizeCounters.count(name) != 0)
+         for (auto& [name, value] : countsOf(frameOf(length))) {
+            if (sizeCounters.count(name) != 0) {
                got.insert(name);
+            }
+         }
          EXPECT_EQ(expected, got) << length;
          expected = {"FrameCheckSequenceErrors", "FramesReceivedWithErrors", range.bad};
          EXPECT_EQ(expected, extraCounts(frameOf(length, true))) << length;
@@ -141,16 +150,16 @@ TEST(RmonCounters, LengthFieldMustMatchDataOrPadding) {
    const std::set<std::string> mismatch = {"InRangeLengthErrors"};
    const std::set<std::string> neither = {"OutOfRangeLengthFields"};
    struct {
-      uint32_t wireLength;
-      uint8_t tags;
+      U32 wireLength;
+      U8 tags;
       std::set<std::string> error;
-      std::vector<uint16_t> fields;
+      std::vector<U16> fields;
    } cases[] = {{100, 0, sound, {82, 1536}},     {100, 0, mismatch, {0, 45, 81, 83, 1500}},
                 {100, 0, neither, {1501, 1535}}, {104, 1, sound, {82}},
                 {104, 1, mismatch, {0, 81, 86}}, {64, 0, sound, {0, 3, 46}},
                 {68, 1, sound, {0, 3, 46}},      {65, 0, mismatch, {0, 3, 46}}};
    for (auto& c : cases) {
-      for (uint16_t field : c.fields) {
+      for (U16 field : c.fields) {
          FrameInfo frame = frameOf(c.wireLength);
          frame.etherType = field;
          frame.tagCount = c.tags;
@@ -159,11 +168,12 @@ TEST(RmonCounters, LengthFieldMustMatchDataOrPadding) {
    }
 }
 
-/** Whatever a receive counter is called, its transmit twin's name differs in one word only. */
+// Whatever a receive counter is called, its transmit twin's name differs in one word only.
 std::string transmitName(std::string name) {
-   if (name == "FrameCheckSequenceErrors")
+   if (name == "FrameCheckSequenceErrors") {
       return "FramesTransmittedWithFcsError";
-   size_t at = name.find("Received");
+   }
+   std::size_t at = name.find("Received");
    return at == std::string::npos ? name : name.replace(at, 8, "Transmitted");
 }
 
@@ -178,9 +188,11 @@ TEST(RmonCounters, TransmitCountsLikeReceive) {
       countReceived(batch.frame, received.data(), batch.repeat);
       countTransmitted(batch.frame, transmitted.data(), batch.repeat);
       Counts expected;
-      for (auto& [name, value] : nonzero(received))
-         if (receiveOnly.count(name) == 0)
+      for (auto& [name, value] : nonzero(received)) {
+         if (receiveOnly.count(name) == 0) {
             expected[transmitName(name)] = value;
+         }
+      }
       ASSERT_EQ(expected, nonzero(transmitted));
    }
 }
@@ -193,15 +205,17 @@ TEST(RmonCounters, SumsWrap) {
    EXPECT_EQ(298U, rmon[BF_RMON_OCTETS_RECEIVED_GOOD]);
 }
 
-/** The cells of a table row that begins with a number; nothing for any other line. */
+// The cells of a table row that begins with a number; nothing for any other line.
 std::vector<std::string> rowCells(const std::string& line) {
    std::vector<std::string> cells;
-   if (line.size() < 3 || line[0] != '|' || line[2] < '0' || line[2] > '9')
+   if (line.size() < 3 || line[0] != '|' || line[2] < '0' || line[2] > '9') {
       return cells;
-   for (size_t begin = 2; begin < line.size();) {
-      size_t end = line.find(" |", begin);
-      if (end == std::string::npos)
+   }
+   for (std::size_t begin = 2; begin < line.size();) {
+      std::size_t end = line.find(" |", begin);
+      if (end == std::string::npos) {
          break;
+      }
       cells.push_back(line.substr(begin, end - begin));
       begin = end + 3;
    }
@@ -213,11 +227,12 @@ TEST(RmonCounters, ManualMatchesTable) {
    ASSERT_TRUE(manual);
    std::set<std::string> names;
    std::set<std::string> fields;
-   size_t rows = 0;
+   std::size_t rows = 0;
    for (std::string line; std::getline(manual, line);) {
       std::vector<std::string> cells = rowCells(line);
-      if (cells.empty())
+      if (cells.empty()) {
          continue;
+      }
       ASSERT_LT(rows, std::size(rmonCounters)) << line;
       ASSERT_EQ(4U, cells.size()) << line;
       EXPECT_EQ(std::to_string(rows), cells[0]);

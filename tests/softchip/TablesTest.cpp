@@ -5,7 +5,7 @@
 #include "sdk/lld.h"
 #include "sdk/pipe_mgr.h"
 #include "softchip/PdpClasses.h"
-#include "tests/softchip/Rig.h"
+#include "tests/softchip/SoftChipRig.h"
 #include "zl/ZelCountersIntf.h"
 #include "zl/ZelSdk.h"
 
@@ -25,9 +25,9 @@ void countCallback(bf_dev_id_t /*dev*/, void* cookie) {
    ++*static_cast<int*>(cookie);
 }
 
-class TablesTest : public Rig {
+class Tables : public ZelTest::SoftChipRig {
  protected:
-   TablesTest() {
+   Tables() {
       program->matchTableAdd({"acl", 4, Stage::ingress, {{.ipProtocol = 6}, {}}});
       program->matchTableAdd({"policy", 8});
       program->counterTableAdd({.name = "aclCount", .size = 4, .direct = true, .matchTable = "acl"});
@@ -79,7 +79,7 @@ class TablesTest : public Rig {
    int callbacks = 0;
 };
 
-TEST_F(TablesTest, TheSoftwareCopyFollowsTheHardwareOnlyWithASyncOfThatPipe) {
+TEST_F(Tables, TheSoftwareCopyFollowsTheHardwareOnlyWithASyncOfThatPipe) {
    chip->tableEntryIs("packets", onPipe0, 3, {7, 99});
    chip->tableEntryIs("packets", onPipe1, 3, {8, 0});
    EXPECT_EQ(read("packets", onPipe0, 3), (CounterValue{0, 0}));
@@ -91,7 +91,7 @@ TEST_F(TablesTest, TheSoftwareCopyFollowsTheHardwareOnlyWithASyncOfThatPipe) {
    EXPECT_EQ(callbacks, 2);
 }
 
-TEST_F(TablesTest, AWriteChangesBothCopiesAndLeavesWhatIsNotSyncedYet) {
+TEST_F(Tables, AWriteChangesBothCopiesAndLeavesWhatIsNotSyncedYet) {
    chip->tableEntryIs("both", allPipes, 1, {5, 50});
    ASSERT_EQ(ZelCountersIntf::counterWriteIndirect(sess_hdl, 0, allPipes, handleOf("both"), 2, {6, 60}), 0U);
    EXPECT_EQ(chip->tableEntry("both", allPipes, 2), (CounterValue{6, 60}));
@@ -102,7 +102,7 @@ TEST_F(TablesTest, AWriteChangesBothCopiesAndLeavesWhatIsNotSyncedYet) {
    EXPECT_EQ(read("both", allPipes, 2), (CounterValue{6, 60}));
 }
 
-TEST_F(TablesTest, ASyncTakesTheValuesOfItsCompletion) {
+TEST_F(Tables, ASyncTakesTheValuesOfItsCompletion) {
    chip->tableEntryIs("both", allPipes, 0, {1, 1});
    const dev_target_t target{0, allPipes};
    ASSERT_EQ(pipe_mgr_stat_database_sync(sess_hdl, target, handleOf("both"), countCallback, &callbacks), 0);
@@ -111,7 +111,7 @@ TEST_F(TablesTest, ASyncTakesTheValuesOfItsCompletion) {
    EXPECT_EQ(read("both", allPipes, 0), (CounterValue{2, 2}));
 }
 
-TEST_F(TablesTest, ASymmetricTableReadsAsTheSumOverItsPipes) {
+TEST_F(Tables, ASymmetricTableReadsAsTheSumOverItsPipes) {
    chip->portAdd(0);
    chip->portAdd(128);
    chip->receive(0, frame(broadcastMac, 1), 3);
@@ -126,7 +126,7 @@ TEST_F(TablesTest, ASymmetricTableReadsAsTheSumOverItsPipes) {
    EXPECT_EQ(read("aclCount", allPipes, 1).packets, 0U) << "no TCP frame came";
 }
 
-TEST_F(TablesTest, TheEntryScopeOfAMatchTableDecidesTheModeOfItsCounters) {
+TEST_F(Tables, TheEntryScopeOfAMatchTableDecidesTheModeOfItsCounters) {
    EXPECT_TRUE(isSymmetric("aclCount"));
    EXPECT_TRUE(isSymmetric("both"));
    EXPECT_FALSE(isSymmetric("packets"));
@@ -139,7 +139,7 @@ TEST_F(TablesTest, TheEntryScopeOfAMatchTableDecidesTheModeOfItsCounters) {
    EXPECT_TRUE(isSymmetric("both"));
 }
 
-TEST_F(TablesTest, ATableIsInitializedFromTheNthQueryOn) {
+TEST_F(Tables, ATableIsInitializedFromTheNthQueryOn) {
    chip->tableInitializedAfterIs("both", 2);
    std::vector<bool> answers;
    for (int i = 0; i < 4; ++i) {
@@ -150,7 +150,7 @@ TEST_F(TablesTest, ATableIsInitializedFromTheNthQueryOn) {
    EXPECT_THAT(answers, ElementsAre(false, false, true, true));
 }
 
-TEST_F(TablesTest, EntriesAreWalkedByPipeAndAFullTableTakesNoMore) {
+TEST_F(Tables, EntriesAreWalkedByPipeAndAFullTableTakesNoMore) {
    S32 third = 0;
    S32 fourth = 0;
    S32 fifth = 0;
@@ -183,7 +183,7 @@ TEST_F(TablesTest, EntriesAreWalkedByPipeAndAFullTableTakesNoMore) {
    EXPECT_EQ(read("aclCount", allPipes, 3), (CounterValue{0, 0})) << "an entry starts from zero";
 }
 
-TEST_F(TablesTest, AStartedReadKeepsItsValuesAndEndsTheOneBefore) {
+TEST_F(Tables, AStartedReadKeepsItsValuesAndEndsTheOneBefore) {
    using namespace ZelCountersIntf;
    ASSERT_EQ(counterWriteIndirect(sess_hdl, 0, allPipes, handleOf("both"), 9, {1, 2}), 0U);
    ReadBuffer first;
@@ -206,7 +206,7 @@ TEST_F(TablesTest, AStartedReadKeepsItsValuesAndEndsTheOneBefore) {
              3U);
 }
 
-TEST_F(TablesTest, WhatCannotBeIsRefused) {
+TEST_F(Tables, WhatCannotBeIsRefused) {
    using namespace ZelCountersIntf;
    const U32 both = handleOf("both");
    const U32 acl = handleOf("aclCount");
@@ -214,7 +214,7 @@ TEST_F(TablesTest, WhatCannotBeIsRefused) {
    ReadBuffer buffer;
    p4_pd_counter_value value{};
    bool flag = false;
-   uint32_t pipe = 0;
+   U32 pipe = 0;
    const struct {
       const char* what;
       int status;
@@ -295,9 +295,9 @@ TEST(StandardProgram, HasTheTablesThatTheAgentLooksFor) {
    EXPECT_EQ(program->zlTableCounter(program->zlTableCountersNum()), nullptr);
 }
 
-class PipelineTest : public Rig {
+class PipelineTables : public ZelTest::SoftChipRig {
  protected:
-   PipelineTest() : chip(addChip()) {
+   PipelineTables() : chip(addChip()) {
       for (const U16 port : std::vector<U16>{0, 3, 5, 65, 66, 67, 128 + 5}) {
          chip.portAdd(port);
       }
@@ -314,7 +314,7 @@ class PipelineTest : public Rig {
    Chip& chip;
 };
 
-TEST_F(PipelineTest, AFrameMovesTheTablesItMatchesInThePipeOfItsPort) {
+TEST_F(PipelineTables, AFrameMovesTheTablesItMatchesInThePipeOfItsPort) {
    FrameInfo bgp = frame(0x02, 0x04);
    bgp.wireLength = 104;
    bgp.etherType = etherTypeIpv4;
@@ -338,7 +338,7 @@ TEST_F(PipelineTest, AFrameMovesTheTablesItMatchesInThePipeOfItsPort) {
    EXPECT_EQ(chip.tableEntry("l2DmacClassifyCount", allPipes, 1), (CounterValue{1, 60}));
 }
 
-TEST_F(PipelineTest, ADropRuleCountsAndStopsTheFrame) {
+TEST_F(PipelineTables, ADropRuleCountsAndStopsTheFrame) {
    FrameInfo noise = frame(broadcastMac, 0x04);
    noise.ip.version = IpVersion::v4;
    noise.ip.protocol = ipProtocolUdp;
@@ -349,7 +349,7 @@ TEST_F(PipelineTest, ADropRuleCountsAndStopsTheFrame) {
    EXPECT_EQ(chip.rmon(3, BF_RMON_FRAMES_TRANSMITTED_OK), 0U);
 }
 
-TEST_F(PipelineTest, ClassesAreToldByAddressTypeAndPort) {
+TEST_F(PipelineTables, ClassesAreToldByAddressTypeAndPort) {
    const auto ip = [](U8 protocol, U16 source, U16 destination) {
       FrameInfo made = frame(0x02, 0x04);
       made.ip.version = IpVersion::v4;
@@ -397,7 +397,7 @@ TEST_F(PipelineTest, ClassesAreToldByAddressTypeAndPort) {
    }
 }
 
-TEST_F(PipelineTest, QueuesAreCountedWhereEachPortHasThem) {
+TEST_F(PipelineTables, QueuesAreCountedWhereEachPortHasThem) {
    // Every port learns its own station, then sends one frame of each priority to each other.
    const std::vector<U16> ports = chip.ports();
    for (const U16 port : ports) {
@@ -432,7 +432,7 @@ TEST_F(PipelineTest, QueuesAreCountedWhereEachPortHasThem) {
    }
 }
 
-TEST_F(PipelineTest, ACongestedPortDropsTheLowestQueuesFirstAndLosesNoFrameUncounted) {
+TEST_F(PipelineTables, ACongestedPortDropsTheLowestQueuesFirstAndLosesNoFrameUncounted) {
    constexpr U64 offered = 1'000'000;
    constexpr U64 octets = 1504;
    chip.receive(3, frame(0x0a, 0x0a)); // port 3 runs at 10 Gb/s: the burst is 250 MB
@@ -442,7 +442,7 @@ TEST_F(PipelineTest, ACongestedPortDropsTheLowestQueuesFirstAndLosesNoFrameUncou
       return chip.tableEntry("egressPortQueueCount", 0, 3 * 32 + 24 + queue).packets;
    };
    const auto dropsOf = [](U32 queue) {
-      uint64_t drops = 0;
+      U64 drops = 0;
       EXPECT_EQ(bf_tm_q_drop_get(0, 0, 3, queue, &drops), 0);
       return drops;
    };
@@ -462,7 +462,7 @@ TEST_F(PipelineTest, ACongestedPortDropsTheLowestQueuesFirstAndLosesNoFrameUncou
    EXPECT_EQ(dropsOf(0), lowDrops + 10) << "the burst is over";
    EXPECT_EQ(chip.rmon(3, BF_RMON_FRAMES_TRANSMITTED_OK), sentBy(0) + sentBy(7));
 
-   uint64_t drops = 0;
+   U64 drops = 0;
    EXPECT_EQ(bf_tm_q_drop_get(0, 1, 3, 0, &drops), 3) << "the port of another pipe";
    EXPECT_EQ(bf_tm_q_drop_get(0, 0, 3, 8, &drops), 3) << "a queue that the port doesn't have";
    EXPECT_EQ(bf_tm_q_drop_get(0, 0, 4, 0, &drops), 6) << "a port that there isn't";

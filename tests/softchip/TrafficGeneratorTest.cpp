@@ -1,6 +1,7 @@
 // Synthetic traffic: the same for a seed, however it is asked for, and plausible.
 #include "softchip/TrafficGenerator.h"
 
+#include "kiln/Types.h"
 #include "softchip/RmonCounters.h"
 
 #include <array>
@@ -12,16 +13,18 @@ namespace SoftChip {
 namespace {
 
 using namespace std::chrono_literals;
-using Rmon = std::array<uint64_t, BF_NUM_RMON_COUNTERS>;
+using Rmon = std::array<U64, BF_NUM_RMON_COUNTERS>;
 
-/** What arrives at the port by `end` when it is asked once every `step`. */
-Rmon countUntil(TrafficGenerator& traffic, size_t port, std::chrono::nanoseconds end,
+// What arrives at the port by `end` when it is asked once every `step`.
+Rmon countUntil(TrafficGenerator& traffic, std::size_t port, std::chrono::nanoseconds end,
                 std::chrono::nanoseconds step) {
    Rmon rmon{};
    TrafficBatch batch;
-   for (auto time = step; time < end + step; time += step)
-      while (traffic.next(port, std::min(time, end), batch))
+   for (auto time = step; time < end + step; time += step) {
+      while (traffic.next(port, std::min(time, end), batch)) {
          countReceived(batch.frame, rmon.data(), batch.repeat);
+      }
+   }
    return rmon;
 }
 
@@ -29,7 +32,7 @@ TEST(TrafficGenerator, SameSeedGivesSameFramesHoweverAskedFor) {
    TrafficGenerator seldom(5, 4);
    TrafficGenerator often(5, 4);
    TrafficGenerator other(6, 4);
-   for (size_t port : {0U, 3U}) {
+   for (std::size_t port : {0U, 3U}) {
       Rmon expected = countUntil(seldom, port, 10s, 10s);
       EXPECT_EQ(expected, countUntil(often, port, 10s, 7ms));
       EXPECT_NE(expected, countUntil(other, port, 10s, 10s));
@@ -38,9 +41,9 @@ TEST(TrafficGenerator, SameSeedGivesSameFramesHoweverAskedFor) {
 
 TEST(TrafficGenerator, FramesArriveAtThePortsOwnRate) {
    TrafficGenerator traffic(1, 64);
-   std::set<uint64_t> rates;
-   for (size_t port = 0; port < 64; ++port) {
-      uint64_t rate = traffic.framesPerSecond(port);
+   std::set<U64> rates;
+   for (std::size_t port = 0; port < 64; ++port) {
+      U64 rate = traffic.framesPerSecond(port);
       rates.insert(rate);
       EXPECT_EQ(rate * 5 / 2, countUntil(traffic, port, 2500ms, 100ms)[BF_RMON_FRAMES_RECEIVED_ALL]);
    }
@@ -55,10 +58,11 @@ TEST(TrafficGenerator, FramesArriveAtThePortsOwnRate) {
 
 TEST(TrafficGenerator, CostDoesNotFollowTheRate) {
    TrafficGenerator traffic(1, 64);
-   for (size_t port = 0; port < 64; ++port) {
-      size_t batches = 0;
-      for (TrafficBatch batch; traffic.next(port, 10s, batch);)
+   for (std::size_t port = 0; port < 64; ++port) {
+      std::size_t batches = 0;
+      for (TrafficBatch batch; traffic.next(port, 10s, batch);) {
          ++batches;
+      }
       EXPECT_LT(batches, 4000U) << traffic.framesPerSecond(port) << " frames/s";
    }
 }
@@ -74,19 +78,20 @@ TEST(TrafficGenerator, EveryCounterThatTrafficCanRaiseRises) {
                                                      BF_RMON_FRAMES_DROPPED_ON_RECEIVE};
    TrafficGenerator traffic(3, 2);
    Rmon rmon = countUntil(traffic, 1, 1h, 1h);
-   for (size_t i = 0; i <= BF_RMON_PFC_FRAMES_RECEIVED_PRIORITY_7; ++i) {
+   for (std::size_t i = 0; i <= BF_RMON_PFC_FRAMES_RECEIVED_PRIORITY_7; ++i) {
       bool transmit = i >= BF_RMON_FRAMES_TRANSMITTED_OK && i < BF_RMON_PFC_FRAMES_RECEIVED_PRIORITY_0;
       bool expected = !transmit && notByTraffic.count(rmonCounters[i].index) == 0;
       EXPECT_EQ(expected, rmon[i] != 0) << rmonCounters[i].name;
    }
 }
 
-/** The fewest octets that hold all the headers that the frame claims. */
-uint32_t headerOctets(const FrameInfo& frame) {
-   uint32_t octets = 18 + 4U * frame.tagCount;
-   if (frame.ip.version != IpVersion::none)
+// The fewest octets that hold all the headers that the frame claims.
+U32 headerOctets(const FrameInfo& frame) {
+   U32 octets = 18 + 4U * frame.tagCount;
+   if (frame.ip.version != IpVersion::none) {
       octets +=
            (frame.ip.version == IpVersion::v4 ? 20U : 40U) + (frame.ip.protocol == ipProtocolTcp ? 20U : 8U);
+   }
    return octets + (frame.vxlan.present ? 8 + 60 : 0);
 }
 
@@ -113,8 +118,9 @@ TEST(TrafficGenerator, FramesAreConsistent) {
 TEST(TrafficGenerator, SeedMeansTheSameOnEveryMachine) {
    // The published sequence of splitmix64 for this seed.
    SeededRandom random(1234567);
-   for (uint64_t expected : {6457827717110365317U, 3203168211198807973U, 9817491932198370423U})
+   for (U64 expected : {6457827717110365317U, 3203168211198807973U, 9817491932198370423U}) {
       EXPECT_EQ(expected, random.next());
+   }
    TrafficGenerator traffic(42, 8);
    Rmon rmon = countUntil(traffic, 5, 100s, 1s);
    EXPECT_EQ(1061U, traffic.framesPerSecond(5));

@@ -1,0 +1,45 @@
+// An agent in simulated time, and a way to ask it.
+#pragma once
+
+#include "apps/zelagent/SwitchAgent.h"
+#include "kiln/ActivityLock.h"
+#include "tests/support/SimulatedTime.h"
+
+#include <gtest/gtest.h>
+#include <optional>
+#include <unistd.h>
+
+namespace ZelTest {
+
+struct Asked {
+   Kiln::String text;
+   Kiln::String error;
+};
+
+class AgentRig : public testing::Test {
+ protected:
+   // With tables of its own, since tests run side by side.
+   ZelAgent::SwitchAgent& start(ZelAgent::SwitchAgentConfig config) {
+      config.tablePrefix += "-test-" + std::to_string(getpid());
+      config.tablesAreTemporary = true;
+      return agent_.emplace(config);
+   }
+
+   // Of any line, as the channel runs it.
+   Asked run(const Kiln::String& line) {
+      const auto lock = Kiln::ActivityLockAnchor::lock();
+      const Agent::CommandSpool spool;
+      const Agent::CommandResult result = agent_->commandRunner()->run(line, spool);
+      Kiln::String text(spool.size(), '\0');
+      spool.read(0, text.data(), text.size());
+      return {text, result.error};
+   }
+   Asked ask(const Kiln::String& keywords) { return run("counters " + keywords); }
+
+   static void advance(double seconds) { SimulatedTime::advance(seconds); }
+
+   const SimulatedTime time_;
+   std::optional<ZelAgent::SwitchAgent> agent_;
+};
+
+} // namespace ZelTest

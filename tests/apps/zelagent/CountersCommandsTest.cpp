@@ -1,0 +1,301 @@
+// The grammar of the counters commands, and which chips they reach.
+#include "counters/ZelCountersCli.h"
+#include "kiln/Trace.h"
+#include "tests/apps/zelagent/AgentRig.h"
+#include "tests/support/Environment.h"
+
+#include <sstream>
+
+namespace {
+
+using Kiln::String;
+
+// Two chips of two ports; counter 0 reads the interface's own number.
+class CountersCommands : public ZelTest::AgentRig {
+ protected:
+   CountersCommands() {
+      start({.chips = 2, .pipes = 1, .ports = 2});
+      for (const char number : {'1', '2', '3', '4'}) {
+         const auto port = agent_->portOf(String("Ethernet") + number);
+         port.chip.rmonIs(port.devicePort, 0, static_cast<U64>(number - '0'));
+      }
+      advance(2.0);
+   }
+
+   String completions(const String& line) {
+      const ZelTest::Asked asked = run("complete " + line);
+      EXPECT_EQ(asked.error, "") << line;
+      return asked.text;
+   }
+};
+
+String block(unsigned number, unsigned port) {
+   return "Intf Ethernet" + std::to_string(number) + " (" + std::to_string(port) + "):\n" +
+          "FramesReceivedOK" + String(24 + 4 + 14, ' ') + std::to_string(number) + "\n\n";
+}
+
+const String zel0 = block(1, 0) + block(2, 1) + "\n";
+const String zel1 = block(3, 0) + block(4, 1) + "\n";
+
+TEST_F(CountersCommands, ReachTheChipsThatTheyConcern) {
+   const std::vector<std::pair<String, String>> cases = {
+        {"show mac nonzero", zel0 + zel1},
+        {"chip Zel1 show mac nonzero", zel1},
+        {"show mac intf Ethernet3 nonzero", block(3, 0)},
+        {"chip Zel1 show mac intf Ethernet3 nonzero", block(3, 0)},
+        // in any clear abbreviation
+        {"s mac n", zel0 + zel1},
+        {"ch Zel0 sho mac nonz", zel0},
+        {"s mac i Ethernet4 n", block(4, 1)},
+   };
+   for (const auto& [command, text] : cases) {
+      const ZelTest::Asked asked = ask(command);
+      EXPECT_EQ(asked.text, text) << command;
+      EXPECT_EQ(asked.error, "") << command;
+   }
+}
+
+TEST_F(CountersCommands, WithoutNonzeroEveryCounterIsShown) {
+   const String text = ask("show mac intf Ethernet2").text;
+   EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1 + BF_NUM_RMON_COUNTERS + 1);
+}
+
+TEST_F(CountersCommands, ClearOnlyTheNamedChip) {
+   EXPECT_EQ(ask("chip Zel0 cl mac").text, "");
+   EXPECT_EQ(ask("show mac nonzero").text, "\n" + zel1);
+   EXPECT_EQ(ask("clear mac").error, "");
+   EXPECT_EQ(ask("show mac nonzero").text, "\n\n");
+}
+
+TEST_F(CountersCommands, RefusedOnesSayWhatIsExpectedAndDoNothing) {
+   const std::vector<std::pair<String, String>> cases = {
+        {"", "the command is incomplete: expected"},
+        {"c mac", "'c' is ambiguous: expected clear or chip"},
+        {"Show mac", "unexpected 'Show': expected"},
+        {"show mace", "unexpected 'mace' after 'show': expected"},
+        {"clear x", "unexpected 'x' after 'clear': expected"},
+        {"show m", "'m' is ambiguous after 'show': expected mac or mau-deparser-drop"},
+        {"show pipeline stage", "the command is incomplete after 'show pipeline stage': expected port-rx"},
+        {"show traffic-manager pipe 1", "unknown pipe '1': expected 0 to 0"},
+        {"show drop intf Ethernet1", "unexpected 'intf' after 'show drop': expected interface"},
+        {"clear mac x", "unexpected 'x' after 'clear mac': expected nothing more"},
+        {"clear mac intf Ethernet1", "unexpected 'intf' after 'clear mac': expected nothing more"},
+        {"show mac nonzero intf",
+         "unexpected 'intf' after 'show mac nonzero': expected json or nothing more"},
+        {"show mac x", "unexpected 'x' after 'show mac': expected intf, nonzero, json or nothing more"},
+        {"show mac intf", "the command is incomplete after 'show mac intf': expected an interface's name"},
+        {"show mac intf Ethernet5", "unknown interface 'Ethernet5': expected Ethernet1 to Ethernet4"},
+        {"show mac intf ETHERNET1", "unknown interface 'ETHERNET1': did you mean Ethernet1?"},
+        {"show mac intf " + String(50, 'x'),
+         "unknown interface '" + String(40, 'x') + "...': expected Ethernet1 to Ethernet4"},
+        {"chip", "chip needs a name: expected Zel0 or Zel1"},
+        {"chip Zel clear mac", "unknown chip 'Zel': expected Zel0 or Zel1"},
+        {"chip Zel0", "the command is incomplete after 'chip Zel0': expected"},
+        {"chip Zel0 chip Zel1 clear mac", "unexpected 'chip' after 'chip Zel0': expected"},
+        {"chip Zel0 show mac intf Ethernet3", "interface Ethernet3 is not on chip Zel0: expected chip Zel1"},
+   };
+   for (const auto& [command, error] : cases) {
+      const ZelTest::Asked asked = ask(command);
+      EXPECT_EQ(asked.error.substr(0, error.size()), error) << command;
+      EXPECT_EQ(asked.text, "") << command;
+   }
+   EXPECT_EQ(ask("show mac nonzero").text, zel0 + zel1) << "nothing was cleared";
+}
+
+TEST_F(CountersCommands, AnInterfaceIsKnownByItsPortOrBySnapshot) {
+   const auto lock = Kiln::ActivityLockAnchor::lock();
+   agent_->portDel(Pelt::IntfId("Ethernet3"));
+   agent_->portAdd(Pelt::IntfId("Vlan7"), "Zel0", 40);
+   EXPECT_EQ(ask("show mac intf Ethernet3 nonzero").text,
+             "Intf Ethernet3 (456):\n" + block(3, 0).substr(block(3, 0).find('\n') + 1));
+   EXPECT_EQ(ask("show mac intf Vlan7").text, "") << "never read";
+   EXPECT_EQ(ask("show mac intf Vlan7").error, "");
+   EXPECT_EQ(ask("show mac intf Ethernet9").error,
+             "unknown interface 'Ethernet9': expected Ethernet1 to Ethernet4 or Vlan7");
+}
+
+TEST_F(CountersCommands, AMovedPortIsAskedOfTheChipThatHasItNow) {
+   const auto lock = Kiln::ActivityLockAnchor::lock();
+   agent_->portDel(Pelt::IntfId("Ethernet3"));
+   agent_->portAdd(Pelt::IntfId("Ethernet3"), "Zel0", 40);
+   EXPECT_EQ(ask("show mac intf Ethernet3 nonzero").text, "") << "not read there yet";
+   EXPECT_EQ(ask("chip Zel1 show mac intf Ethernet3 nonzero").text.substr(0, 21), "Intf Ethernet3 (40):\n");
+}
+
+TEST_F(CountersCommands, AChipThatIsNotInitializedSaysSo) {
+   agent_->countersMgr().zelCounters(0)->initializedIs(false);
+   EXPECT_EQ(ask("chip Zel0 show table bogus pipe 9").text, "Agent not initialized yet");
+   EXPECT_EQ(ask("show mac nonzero").text, "Agent not initialized yet" + zel1);
+   EXPECT_EQ(ask("show mac intf Ethernet1").text, "Agent not initialized yet");
+   EXPECT_EQ(ask("chip Zel0 clear mac").text, "Agent not initialized yet");
+}
+
+TEST_F(CountersCommands, TablesAreAskedOfEveryChipAndPipeThatIsMeant) {
+   const auto tables = [this](const String& command) {
+      const String text = ask(command).text;
+      String found;
+      for (std::size_t at = text.find("DevId: "); at != String::npos; at = text.find("DevId: ", at + 1)) {
+         found += text.substr(at + 7, text.find('\n', at) - at - 7) + ";";
+      }
+      return found;
+   };
+   advance(2.0);
+   EXPECT_EQ(tables("show table ingressPortCount n"), "0, PipeId: 0;1, PipeId: 0;");
+   EXPECT_EQ(tables("chip Zel1 show table ingressPortCount n"), "1, PipeId: 0;");
+   EXPECT_EQ(tables("show table vlanB n"), "0, PipeId: FFFF;1, PipeId: FFFF;");
+   EXPECT_EQ(tables("show table ingressPortCount pipe 0 n"), "0, PipeId: 0;1, PipeId: 0;");
+   EXPECT_EQ(ask("show table ingressPortCount pipe 1").error, "unknown pipe '1': expected 0 to 0");
+   EXPECT_EQ(ask("show table p 0 n").error, "") << "a beginning of an option before that of a name";
+   EXPECT_EQ(ask("show table pdp n").error, "");
+   EXPECT_EQ(ask("show info x").error, "unexpected 'x' after 'show info': expected json or nothing more");
+}
+
+// The first lines of the views in a text, in their order.
+std::vector<String> viewsIn(const String& text) {
+   const std::vector<String> starts = {"Table: ",  "Intf ",   "Packets by", "  PDP Class",
+                                       "Drops by", "MAU and", "Traffic"};
+   std::vector<String> found;
+   std::istringstream lines(text);
+   for (String line; std::getline(lines, line);) {
+      for (const String& start : starts) {
+         const bool isRepeated = !found.empty() && found.back() == start;
+         const std::size_t at = line.find(start);
+         if (at != String::npos && line.find_first_not_of(' ') >= at && !isRepeated) {
+            found.push_back(start);
+         }
+      }
+   }
+   return found;
+}
+
+TEST_F(CountersCommands, ShowGoesThroughEverythingChipByChip) {
+   const std::vector<String> views = {"Table: ", "Intf ", "Packets by", "  PDP Class", "Drops by", "MAU and"};
+   std::vector<String> ofBoth = views;
+   ofBoth.insert(ofBoth.end(), views.begin(), views.end());
+   advance(2.0);
+   EXPECT_EQ(viewsIn(ask("show").text), ofBoth);
+   EXPECT_EQ(viewsIn(ask("chip Zel1 show").text), views);
+}
+
+TEST_F(CountersCommands, ClearMovesEverythingThatItListsAndNothingElse) {
+   agent_->traffic().onIs(true);
+   advance(4.0);
+   agent_->traffic().onIs(false);
+   advance(4.0);
+   const String maus = ask("show mau-deparser-drop nonzero").text;
+   EXPECT_NE(maus.find("forwarding"), String::npos);
+   const std::vector<String> cleared = {"show table nonzero", "show mac nonzero", "show pipeline nonzero",
+                                        "show pdp nonzero", "show traffic-manager nonzero"};
+   std::vector<std::size_t> before;
+   for (const String& command : cleared) {
+      before.push_back(ask(command).text.size());
+   }
+   EXPECT_EQ(ask("clear").text, "");
+   for (std::size_t i = 0; i < cleared.size(); ++i) {
+      EXPECT_LT(ask(cleared[i]).text.size(), before[i]) << cleared[i];
+   }
+   EXPECT_EQ(ask("show mau-deparser-drop nonzero").text, maus);
+   ask("clear mau-deparser-drop");
+   EXPECT_EQ(ask("show mau-deparser-drop nonzero").text.find("forwarding"), String::npos);
+}
+
+TEST_F(CountersCommands, AnInterfaceWithoutPdpCountersGetsItsOwnLine) {
+   advance(2.0);
+   const auto lock = Kiln::ActivityLockAnchor::lock();
+   agent_->portDel(Pelt::IntfId("Ethernet4"));
+   EXPECT_NE(ask("show pdp intf Ethernet3").text.find("Ethernet3                  default"), String::npos);
+   EXPECT_EQ(ask("show pdp intf Ethernet4").text,
+             "No PDP counters of interface Ethernet4: its port has none\n");
+}
+
+// Each answer of a simulation that is traced goes to standard output, too, whoever wrote it.
+TEST_F(CountersCommands, AreEchoedInASimulation) {
+   const ZelTest::Environment simulation("SIMULATION_VMID", "1");
+   start({.chips = 1, .pipes = 1, .ports = 2});
+   advance(4.0);
+   {
+      const auto lock = Kiln::ActivityLockAnchor::lock();
+      agent_->portDel(Pelt::IntfId("Ethernet2"));
+   }
+   String error;
+   const std::vector<const char*> commands = {
+        "show mac", "show info json", "show pdp intf Ethernet2", "clear table vlanB pipe 0",
+        "show mac", "clear mac"};
+   for (std::size_t i = 0; i < commands.size(); ++i) {
+      agent_->countersMgr().zelCounters(0)->initializedIs(i < 4);
+      EXPECT_TRUE(Kiln::traceSettingIs("ZelCounters/8", &error)) << error;
+      testing::internal::CaptureStderr(); // the trace's own lines
+      testing::internal::CaptureStdout();
+      const String text = ask(commands[i]).text;
+      std::fflush(stdout);
+      EXPECT_EQ(testing::internal::GetCapturedStdout(), text) << commands[i];
+      EXPECT_NE(text, "") << commands[i];
+      testing::internal::GetCapturedStderr();
+      EXPECT_TRUE(Kiln::traceSettingIs("ZelCounters/9", &error)) << error;
+   }
+   EXPECT_EQ(ZelCounter::ZelCounters::echo(), false);
+}
+
+TEST_F(CountersCommands, AreCompletedByTheirGrammar) {
+   const String stages =
+        "port-rx parser ingress ingress-deparser traffic-manager egress egress-deparser port-tx ";
+   const std::vector<std::pair<String, String>> cases = {
+        {"", "counters "},
+        {"cou", "counters "},
+        {"complete", ""},
+        {"bogus ", ""},
+        {"counters ", "show clear chip "},
+        {"counters c", "clear chip "},
+        {"counters chip ", "Zel0 Zel1 "},
+        {"counters chip Zel1", "Zel1 "},
+        {"counters chip Zel1 ", "show clear "},
+        {"counters chip Zel9 ", ""},
+        {"counters chip Zel0 chip ", ""},
+        {"counters show m", "mac mau-deparser-drop "},
+        {"counters show mac ", "intf nonzero json "},
+        {"counters s mac i ", "Ethernet1 Ethernet2 Ethernet3 Ethernet4 "}, // abbreviated
+        {"counters chip Zel1 show mac intf ", "Ethernet3 Ethernet4 "},
+        {"counters show mac intf Ethernet1 ", "nonzero json "},
+        {"counters show mac intf Ethernet9 ", ""},
+        {"counters show mac nonzero ", "json "},
+        {"counters show mac json nonzero ", ""},
+        {"counters show mac json json ", ""},
+        {"counters show m ", ""}, // ambiguous
+        {"counters show pipeline stage ", stages},
+        {"counters show pipeline stage port-rx p", "pipe "},
+        {"counters show pipeline pipe ", "0 "},
+        {"counters show pipeline pipe 0 ", "nonzero json "},
+        {"counters show pipeline pipe 1 ", ""},
+        {"counters show table pdp", "pdpClassCount "},
+        {"counters show table pdpClassCount ", "pipe nonzero json "},
+        {"counters show table nonzero p", "pipe "},
+        {"counters clear table vlanB ", "pipe "},
+        {"counters clear mac ", ""},
+   };
+   for (const auto& [line, words] : cases) {
+      String found = completions(line);
+      std::replace(found.begin(), found.end(), '\n', ' ');
+      EXPECT_EQ(found, words) << line;
+   }
+}
+
+// Every line that completion can spell out: none is wrong, whatever may still be missing.
+TEST_F(CountersCommands, CompletionOffersOnlyWhatIsTaken) {
+   std::vector<String> lines = {"chip Zel0 "};
+   for (std::size_t i = 0; i < lines.size(); ++i) {
+      const auto lock = Kiln::ActivityLockAnchor::lock();
+      const Agent::CommandSpool spool(4096); // soon full, since the answers are not looked at
+      const String error = agent_->commandRunner()->run("counters " + lines[i], spool).error;
+      const bool isFull = error.find("the output ends here") == 0;
+      const bool isUnfinished = error.find("the command is incomplete") == 0 || error.find("pipe needs") == 0;
+      const String next = completions("counters " + lines[i]);
+      EXPECT_TRUE(error.empty() || isFull || (isUnfinished && !next.empty())) << lines[i] << error;
+      std::istringstream words(next);
+      for (String word; words >> word;) {
+         lines.push_back(lines[i] + word + " ");
+      }
+   }
+   EXPECT_GT(lines.size(), 500U);
+}
+
+} // namespace

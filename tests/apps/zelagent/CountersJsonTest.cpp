@@ -1,0 +1,241 @@
+// The document of a show command: that it says what the text says, and what it says where there is no text.
+#include "apps/zelctl/views/JsonReader.h"
+#include "tests/apps/zelagent/AgentRig.h"
+
+#include <algorithm>
+#include <set>
+#include <sstream>
+#include <stdexcept>
+
+namespace {
+
+using Kiln::String;
+using ZelCtl::JsonValue;
+using ZelCtl::readJson;
+using Kind = ZelCtl::JsonValue::Kind;
+using Words = std::vector<String>;
+
+Words wordsOf(const String& text) {
+   std::istringstream words(text);
+   return {std::istream_iterator<String>(words), {}};
+}
+
+const JsonValue& member(const JsonValue& object, const char* name) {
+   const JsonValue* const found = object.member(name);
+   if (found == nullptr) {
+      throw std::runtime_error(String("no ") + name);
+   }
+   return *found;
+}
+
+const std::vector<JsonValue>& listOf(const JsonValue& object, const char* name) {
+   return member(object, name).items;
+}
+
+Words wordsOf(const JsonValue& cell) {
+   return cell.kind == Kind::null     ? Words{"-"}
+          : cell.kind == Kind::number ? Words{std::to_string(cell.number)}
+                                      : wordsOf(cell.text);
+}
+
+std::vector<const JsonValue*> tablesOf(const JsonValue& document) {
+   std::vector<const JsonValue*> tables;
+   for (const JsonValue& chip : listOf(document, "chips")) {
+      for (const JsonValue& table : listOf(chip, "tables")) {
+         tables.push_back(&table);
+      }
+   }
+   return tables;
+}
+
+// The rows as words; where there is no number, "-".
+std::vector<Words> rowsOf(const JsonValue& document) {
+   std::vector<Words> rows;
+   for (const JsonValue* table : tablesOf(document)) {
+      for (const JsonValue& row : listOf(*table, "rows")) {
+         Words& words = rows.emplace_back();
+         for (const auto& [column, cell] : row.members) {
+            const Words more = wordsOf(cell);
+            words.insert(words.end(), more.begin(), more.end());
+         }
+      }
+   }
+   return rows;
+}
+
+// The text's rows as words: what is neither title, heading, ruler nor note.
+std::vector<Words> rowsOf(const String& text, const JsonValue& document) {
+   std::set<Words> others = {{},
+                             {"none"},
+                             wordsOf("Details Packets"),
+                             wordsOf("Details Bytes"),
+                             wordsOf("Details Packets Bytes"),
+                             wordsOf("Index Packets Bytes"),
+                             wordsOf("Interface Class Packets"),
+                             wordsOf("Interface Point Reason Packets"),
+                             wordsOf("Pipe Stage In Out Dropped"),
+                             wordsOf("Pipe Place Decides Packets"),
+                             wordsOf("Pipe Counter Packets or cells Bytes State"),
+                             wordsOf("Id Counter Handle Size Type Per-pipe Pkts/Bytes")};
+   for (const JsonValue* table : tablesOf(document)) {
+      const String& title = member(*table, "title").text;
+      others.insert(wordsOf(title));
+      others.insert(wordsOf(title + ":"));
+      for (const JsonValue& note : listOf(*table, "notes")) {
+         others.insert(wordsOf(note));
+      }
+   }
+   std::vector<Words> rows;
+   std::istringstream lines(text);
+   for (String line; std::getline(lines, line);) {
+      Words words = wordsOf(line);
+      if (line.compare(0, 3, "===") == 0 || others.count(words) != 0) {
+         continue;
+      }
+      std::replace(words.begin(), words.end(), String("N/A"), String("-"));
+      if (words.back() == "ok") { // the traffic manager's remark
+         words.pop_back();
+      }
+      rows.push_back(words);
+   }
+   return rows;
+}
+
+// Counters are numbers or unknown, and what is no counter tells the row from every other of its table.
+void expectLabelled(const JsonValue& table) {
+   std::set<String> counters;
+   for (const JsonValue& name : listOf(table, "counters")) {
+      counters.insert(name.text);
+   }
+   std::set<std::vector<Words>> labels;
+   for (const JsonValue& row : listOf(table, "rows")) {
+      std::vector<Words> label;
+      for (const auto& [column, cell] : row.members) {
+         if (counters.count(column) == 0) {
+            label.push_back(wordsOf(cell));
+         }
+         EXPECT_TRUE(counters.count(column) == 0 || cell.kind != Kind::string) << column << " " << cell.text;
+      }
+      EXPECT_EQ(row.members.size(), label.size() + counters.size());
+      EXPECT_TRUE(labels.insert(label).second) << testing::PrintToString(label);
+   }
+}
+
+class CountersJson : public ZelTest::AgentRig {
+ protected:
+   // The same command twice, as text and as a document.
+   void expectSame(const String& command) {
+      SCOPED_TRACE(command);
+      const String text = ask(command).text;
+      const ZelTest::Asked asked = ask(command + " json");
+      EXPECT_EQ(asked.error, "");
+      const JsonValue document = readJson(asked.text);
+      EXPECT_EQ(rowsOf(document), rowsOf(text, document));
+      rowCount_ += rowsOf(document).size();
+      for (const JsonValue* table : tablesOf(document)) {
+         expectLabelled(*table);
+         const bool hasTitle = text.find(member(*table, "title").text) != String::npos;
+         EXPECT_TRUE(hasTitle || listOf(*table, "rows").empty() || command == "show info");
+      }
+   }
+
+   std::size_t rowCount_ = 0;
+};
+
+TEST_F(CountersJson, SaysWhatTheTextSays) {
+   start({.chips = 2, .pipes = 2, .ports = 4});
+   auto loop = Kiln::ActivityManager::instance();
+   for (const char* const command : {"show table", "show pdp", "show mac"}) {
+      expectSame(command); // nothing was read yet
+   }
+   loop->advance(2.0);
+   agent_->traffic().onIs(true);
+   loop->advance(4.0);
+   agent_->traffic().onIs(false);
+   loop->advance(4.0);
+   for (const String keywords :
+        {"show info", "show table ingressPortCount", "show table vlanB", "show table ingressPortCount pipe 1",
+         "show table vlanB pipe 1", "show mac", "show mac intf Ethernet7", "show pdp",
+         "show pdp intf Ethernet2", "show pipeline", "show pipeline stage egress pipe 1", "show drop",
+         "show drop interface Ethernet1", "show mau-deparser-drop", "show mau-deparser-drop intf Ethernet3",
+         "show mau-deparser-drop pipe 0", "show traffic-manager", "show traffic-manager pipe 1",
+         "chip Zel1 show mac"}) {
+      rowCount_ = 0;
+      expectSame(keywords);
+      EXPECT_TRUE(rowCount_ > 0 || keywords == "show table vlanB pipe 1") << keywords;
+      if (keywords != "show info") {
+         expectSame(keywords + " nonzero");
+      }
+   }
+   expectSame("show table nonzero");
+   expectSame("show table pipe 0 nonzero");
+   expectSame("show nonzero");
+}
+
+TEST_F(CountersJson, IsAnOptionOfShowCommandsInAnyOrder) {
+   start({.chips = 1, .pipes = 2, .ports = 2});
+   advance(4.0);
+   const String whole = ask("show pipeline pipe 1 nonzero json").text;
+   EXPECT_EQ(whole, "{\"chips\":[\n{\"chip\":\"Zel0\",\"tables\":[\n"
+                    "{\"title\":\"Packets by pipeline stage since the last clear, chip Zel0\","
+                    "\"counters\":[\"In\",\"Out\",\"Dropped\"],\"rows\":[],\"notes\":[]}]}]}\n");
+   for (const char* const same :
+        {"show pipeline json nonzero pipe 1", "s pipel n j p 1", "s pipel j p 1 n"}) {
+      EXPECT_EQ(ask(same).text, whole) << same;
+   }
+   EXPECT_EQ(ask("show mac json json").error,
+             "unexpected 'json' after 'show mac json': expected nonzero or nothing more");
+   EXPECT_EQ(ask("clear json").error.substr(0, 37), "unexpected 'json' after 'clear': expe");
+   EXPECT_EQ(ask("clear mac json").error, "unexpected 'json' after 'clear mac': expected nothing more");
+}
+
+TEST_F(CountersJson, ResetsASnapshotThatTheHardwareFellBelowAsTheTextDoes) {
+   start({.chips = 1, .pipes = 1, .ports = 1});
+   auto loop = Kiln::ActivityManager::instance();
+   const auto port = agent_->portOf("Ethernet1");
+   for (const U64 value : {U64{50}, U64{7}}) {
+      port.chip.rmonIs(port.devicePort, 0, value);
+      port.chip.rmonIs(port.devicePort, 1, 100);
+      loop->advance(2.0);
+      if (value == 50) {
+         ask("clear mac");
+      }
+   }
+   const JsonValue document = readJson(ask("show mac intf Ethernet1 nonzero json").text);
+   EXPECT_EQ(rowsOf(document), (std::vector<Words>{{"FramesReceivedOK", "7"}, {"FramesReceivedAll", "100"}}));
+   EXPECT_EQ(rowsOf(ask("show mac intf Ethernet1 nonzero").text, document), rowsOf(document));
+}
+
+TEST_F(CountersJson, SaysWhyThereIsNothing) {
+   start({.chips = 2, .pipes = 1, .ports = 1});
+   const auto notesOf = [](const JsonValue& table) {
+      EXPECT_TRUE(listOf(table, "rows").empty());
+      return listOf(table, "notes").at(0).text;
+   };
+   const JsonValue unfetched = readJson(ask("chip Zel0 show pdp json").text);
+   EXPECT_EQ(notesOf(*tablesOf(unfetched).at(0)), "PDP counters not fetched yet");
+   const JsonValue unread = readJson(ask("chip Zel0 show traffic-manager json").text);
+   EXPECT_EQ(rowsOf(unread).at(0), wordsOf("0 in from the pipe - -"));
+   EXPECT_EQ(listOf(*tablesOf(unread).at(0), "notes").at(0).text, "Pipe 0, in from the pipe: not read yet");
+   advance(4.0);
+
+   agent_->fleet().faults().failNext("counterReadIndirectStart", 5, 1);
+   const JsonValue failed = readJson(ask("chip Zel0 show table ingressPortCount json").text);
+   EXPECT_EQ(notesOf(*tablesOf(failed).at(0)), "Indirect start error: 5");
+
+   agent_->fleet().faults().failNext("bf_pipe_path_counter_get", 22, 1);
+   const JsonValue pipeline = readJson(ask("chip Zel0 show pipeline stage parser json").text);
+   const auto tables = tablesOf(pipeline);
+   EXPECT_EQ(rowsOf(pipeline).at(0), wordsOf("0 parser - - -"));
+   EXPECT_EQ(listOf(*tables.at(0), "notes").at(0).text,
+             "Error 22 (Internal error) requesting counters for pipe 0, stage parser: shown as last read");
+
+   agent_->countersMgr().zelCounters(0)->initializedIs(false);
+   const JsonValue document = readJson(ask("show mac json").text);
+   const std::vector<JsonValue>& chips = listOf(document, "chips");
+   EXPECT_EQ(member(chips.at(0), "error").text, "Agent not initialized yet");
+   EXPECT_EQ(chips.at(0).members.size(), 2U) << "and no tables";
+   EXPECT_EQ(listOf(chips.at(1), "tables").size(), 1U);
+}
+
+} // namespace

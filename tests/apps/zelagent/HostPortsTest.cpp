@@ -1,0 +1,122 @@
+// The host's interfaces as ports, over a folder that stands for the kernel's.
+#include "apps/zelagent/HostPorts.h"
+
+#include "silo/TableReader.h"
+#include "tests/apps/zelagent/AgentRig.h"
+#include "tests/support/TemporaryFolder.h"
+
+#include <filesystem>
+#include <fstream>
+
+namespace {
+
+using Kiln::String;
+
+class HostPorts : public ZelTest::AgentRig {
+ protected:
+   HostPorts() { std::ofstream(folder_.path() + "/bonding_masters") << "\n"; }
+   ~HostPorts() override {
+      const auto lock = Kiln::ActivityLockAnchor::lock();
+      hostPorts_.reset();
+   }
+
+   void counts(const String& interface, const std::vector<std::pair<String, U64>>& changes) {
+      const String statistics = folder_.path() + "/" + interface + "/statistics/";
+      if (std::filesystem::create_directories(statistics)) {
+         for (const char* counter :
+              {"rx_packets", "rx_bytes", "rx_errors", "rx_crc_errors", "rx_frame_errors", "rx_dropped",
+               "rx_missed_errors", "multicast", "tx_packets", "tx_bytes", "tx_errors", "tx_dropped"}) {
+            std::ofstream(statistics + counter) << "0\n";
+         }
+      }
+      for (const auto& [counter, value] : changes) {
+         std::ofstream(statistics + counter) << value << '\n';
+      }
+   }
+   void begin() {
+      const auto lock = Kiln::ActivityLockAnchor::lock();
+      start({.ports = 0});
+      hostPorts_.emplace(*agent_, SoftChip::HostInterfaces(folder_.path()));
+   }
+   void poll() {
+      const auto lock = Kiln::ActivityLockAnchor::lock();
+      advance(3);
+   }
+   // Of the published record; nothing when there is none.
+   std::optional<U64> total(const String& interface, const String& field) {
+      using Silo::Interface::IntfCounters;
+      Silo::TableReader<IntfCounters> reader(agent_->tableStore(), Silo::Interface::TableName::intfCounters);
+      Silo::Sample<IntfCounters> sample;
+      if (reader.read(interface, sample) != Silo::ReadResult::ok) {
+         return std::nullopt;
+      }
+      for (std::size_t i = 0; i < Interface::ethIntfFields.size(); ++i) {
+         if (Interface::ethIntfFields[i].name == field) {
+            return sample.record.totals[i];
+         }
+      }
+      return std::nullopt;
+   }
+
+   const ZelTest::TemporaryFolder folder_;
+   std::optional<ZelAgent::HostPorts> hostPorts_;
+};
+
+TEST_F(HostPorts, PublishesWhatTheKernelCounts) {
+   counts("eth0", {{"rx_packets", 100},
+                   {"rx_bytes", 9000},
+                   {"multicast", 30},
+                   {"rx_errors", 7},
+                   {"rx_crc_errors", 4},
+                   {"rx_frame_errors", 3},
+                   {"rx_dropped", 5},
+                   {"rx_missed_errors", 6},
+                   {"tx_packets", 50},
+                   {"tx_bytes", 4000},
+                   {"tx_errors", 2},
+                   {"tx_dropped", 1}});
+   begin();
+   poll();
+   const std::vector<std::pair<String, U64>> expected = {
+        {"in-octets", 9000},  {"in-pkts", 107},     {"in-unicast-pkts", 70},    {"in-multicast-pkts", 30},
+        {"in-errors", 7},     {"in-fcs-errors", 4}, {"in-alignment-errors", 3}, {"in-discards", 11},
+        {"out-octets", 4000}, {"out-pkts", 52},     {"out-unicast-pkts", 50},   {"out-errors", 2},
+        {"out-discards", 1},
+   };
+   for (const auto& [field, value] : expected) {
+      EXPECT_EQ(total("eth0", field), value) << field;
+   }
+   // The kernel's counters aren't of one moment: fewer unicast frames than before is no fall.
+   counts("eth0", {{"rx_packets", 101}, {"multicast", 40}});
+   poll();
+   EXPECT_EQ(total("eth0", "in-unicast-pkts"), 70U);
+   EXPECT_EQ(total("eth0", "in-multicast-pkts"), 40U);
+}
+
+TEST_F(HostPorts, FollowsInterfacesThatComeAndGo) {
+   counts("eth0", {{"rx_bytes", 1000}});
+   counts("lo", {{"rx_bytes", 2000}});
+   begin();
+   poll();
+   EXPECT_EQ(hostPorts_->names(), (std::vector<String>{"eth0", "lo"}));
+   std::filesystem::remove_all(folder_.path() + "/eth0");
+   poll();
+   EXPECT_EQ(total("eth0", "in-octets"), std::nullopt);
+   EXPECT_EQ(total("lo", "in-octets"), 2000U);
+   // The new one gets the place that became free, and none of what was counted there.
+   counts("wlan0", {{"rx_bytes", 10}});
+   poll();
+   EXPECT_EQ(total("wlan0", "in-octets"), 10U);
+   EXPECT_EQ(total("wlan0", "in-errors"), 0U);
+   EXPECT_EQ(hostPorts_->names(), (std::vector<String>{"lo", "wlan0"}));
+}
+
+TEST_F(HostPorts, MoreInterfacesThanPortsLeavesSomeOut) {
+   for (unsigned i = 0; i < 130; ++i) {
+      counts("veth" + std::to_string(i), {});
+   }
+   begin();
+   EXPECT_EQ(hostPorts_->names().size(), 128U);
+}
+
+} // namespace

@@ -1,0 +1,170 @@
+// What may be watched, what changed between rounds, and how it is laid out.
+#include "apps/zelctl/watch/Watch.h"
+
+#include "apps/zelctl/watch/WatchText.h"
+
+#include <gtest/gtest.h>
+#include <iterator>
+#include <sstream>
+
+namespace {
+
+using Kiln::String;
+using Kind = ZelCtl::ShownColumn::Kind;
+using ZelCtl::ShownTable;
+
+std::vector<String> wordsOf(const String& line) {
+   std::istringstream words(line);
+   return {std::istream_iterator<String>(words), {}};
+}
+
+TEST(Watch, TakesShowsAndNothingElse) {
+   const String shows = "counters, interfaces, queues, vlans, subinterfaces or nat";
+   const String example = ": expected a show to watch, as in 'watch counters show drop nonzero'";
+   const std::vector<std::pair<String, String>> cases = {
+        {"watch counters show", "2 counters show"},
+        {"watch 0.5 counters chip clear sh drop nonz", "0.5 counters chip clear sh drop nonz"},
+        {"watch 3600 int Ethernet1 nonzero", "3600 interfaces Ethernet1 nonzero"},
+        {"watch 0.1 nat", "0.1 nat"},
+        {"watch", "watch needs a show after it: expected " + shows},
+        {"watch 2", "watch needs a show after it: expected " + shows},
+        {"watch 0.09 nat", "the interval of watch is '0.09': expected 0.1 to 3600 seconds"},
+        {"watch 3601 nat", "the interval of watch is '3601': expected 0.1 to 3600 seconds"},
+        {"watch 2s nat", "the interval of watch is '2s': expected 0.1 to 3600 seconds"},
+        {"watch -1 nat", "the interval of watch is '-1': expected 0.1 to 3600 seconds"},
+        {"watch quit", "cannot watch 'quit': expected seconds or " + shows},
+        {"watch 1 watch nat", "cannot watch 'watch': expected " + shows},
+        {"watch counters clear mac",
+         "watch repeats shows only, and 'counters clear mac' clears: expected counters show ..."},
+        {"watch counters chip Zel0 cl",
+         "watch repeats shows only, and 'counters chip Zel0 cl' clears: expected counters show ..."},
+        {"watch counters c Zel0 show",
+         "watch repeats shows only, and 'counters c Zel0 show' clears: expected counters show ..."},
+        {"watch counters", "the command to watch is incomplete: expected show after 'counters'"},
+        {"watch counters chip Zel0",
+         "the command to watch is incomplete: expected show after 'counters chip Zel0'"},
+        {"watch counters sweep", "unexpected 'sweep'" + example},
+        {"watch counters show mac js", "watch shows tables: leave out 'js'"},
+   };
+   for (const auto& [line, expected] : cases) {
+      std::ostringstream result;
+      try {
+         const ZelCtl::WatchRequest request = ZelCtl::parseWatch(wordsOf(line));
+         result << request.interval;
+         for (const String& word : request.words) {
+            result << ' ' << word;
+         }
+      } catch (const std::exception& error) {
+         result << error.what();
+      }
+      EXPECT_EQ(result.str(), expected) << line;
+   }
+}
+
+// Rows of a name and counts; "-" is a count that isn't known.
+ShownTable table(const std::vector<String>& rows, const String& title = "T") {
+   ShownTable shown{title, {{"Name", Kind::key}, {"In", Kind::counter}, {"Out", Kind::counter}}, {}};
+   for (const String& row : rows) {
+      shown.rows.emplace_back();
+      for (const String& word : wordsOf(row)) {
+         const bool isCount = !shown.rows.back().cells.empty() && word != "-";
+         shown.rows.back().cells.push_back({word, isCount ? std::optional(std::stoull(word)) : std::nullopt});
+      }
+   }
+   return shown;
+}
+
+String drawn(const std::vector<ZelCtl::WatchedTable>& tables, const ZelCtl::WatchRoom& room = {}) {
+   String text;
+   for (const String& line : layOut(tables, room)) {
+      text += line + "\n";
+   }
+   return text;
+}
+
+TEST(Watch, MarksWhatChangedAndRatesItByTheTimeThatPassed) {
+   ZelCtl::WatchChanges changes;
+   EXPECT_EQ(drawn(changes.compare({table({"a 1 0", "b 5 100"})}, 10)), "T\n"
+                                                                        "  Name  In  /s  Out  /s\n"
+                                                                        "  a      1   -    0   -\n"
+                                                                        "  b      5   -  100   -\n");
+   EXPECT_EQ(drawn(changes.compare({table({"a 1 3000000", "c 7 -", "b 6 40"})}, 14)),
+             "T\n"
+             "  Name  In   /s      Out    /s\n"
+             "* a      1    0  3000000  750k\n"
+             "+ c      7    -        -     -\n"
+             "* b      6  0.2       40     -\n"); // 0.25; and one that began anew has no rate
+   EXPECT_EQ(drawn(changes.compare({table({"a 1 3000000", "b 6 140"})}, 15)),
+             "T\n"
+             "  Name  In  /s      Out   /s\n"
+             "  a      1   0  3000000    0\n"
+             "* b      6   0      140  100\n"
+             "- c      7   -        -    -\n");
+   EXPECT_EQ(drawn(changes.compare({}, 16)).substr(0, 2), "T\n") << "rows of a table that is gone";
+   EXPECT_EQ(drawn(changes.compare({}, 17)), "");
+}
+
+TEST(Watch, RowsThatKnowTheirSampleAreRatedByIt) {
+   ZelCtl::WatchChanges changes;
+   const auto round = [&](double sampled, const char* row, double now) {
+      ShownTable shown = table({row}, "x: sampled " + std::to_string(now) + "s ago");
+      shown.rows[0].sampled = sampled;
+      return changes.compare({shown}, now)[0].rows[0];
+   };
+   round(100, "a 10 0", 101);
+   EXPECT_EQ(round(104, "a 50 0", 102).cells[1].rate, "10");
+   const ZelCtl::WatchedRow same = round(104 + 1e-9, "a 50 0", 103);
+   EXPECT_EQ(same.cells[1].rate, "10") << "nothing newer is known";
+   EXPECT_EQ(same.state, ZelCtl::WatchedRow::State::same);
+   EXPECT_TRUE(same.hasEverChanged);
+   EXPECT_EQ(round(108, "a 50 0", 104).cells[1].rate, "0");
+   EXPECT_EQ(round(109, "a 18446744073709551615 0", 105).cells[1].rate, "18.4E");
+}
+
+TEST(Watch, TwoRowsOrTablesOfOneNameAreTwo) {
+   ZelCtl::WatchChanges changes;
+   changes.compare({table({"a 1 0", "a 2 0"}), table({"a 3 0"})}, 1);
+   const auto second = changes.compare({table({"a 1 0", "a 4 0"}), table({"a 3 0"})}, 2);
+   EXPECT_EQ(drawn(second), "T\n  Name  In   /s  Out  /s\n"
+                            "  a      1    0    0   0\n"
+                            "* a      4  2.0    0   0\n"
+                            "T\n  Name  In  /s  Out  /s\n"
+                            "  a      3   0    0   0\n");
+}
+
+TEST(Watch, FitsTheScreenByWhatSaysLeast) {
+   ZelCtl::WatchChanges changes;
+   const auto rows = [](int last) {
+      return table({"a 1 0", "b 2 0", "c 3 0", "d " + std::to_string(last) + " 0"});
+   };
+   changes.compare({rows(4), table({"e 0 0"}, "U")}, 1);
+   const auto tables = changes.compare({rows(6), table({"e 0 0"}, "U")}, 2);
+   // Rows that never changed go from below, with their table if it had no others; then columns of zeros.
+   EXPECT_EQ(drawn(tables, {80, 5, false}), "T\n"
+                                            "  Name  In   /s  Out  /s\n"
+                                            "  a      1    0    0   0\n"
+                                            "* d      6  2.0    0   0\n"
+                                            "(3 rows have no room: enlarge the window or ask for less)\n");
+   EXPECT_EQ(drawn({tables[0]}, {17, 5, false}), "T\n"
+                                                 "  Name  In   /s\n"
+                                                 "  a      1    0\n"
+                                                 "* d      6  2.0\n"
+                                                 "(2 rows and 1 col\n");
+   EXPECT_EQ(drawn({tables[0]}, {11, 9, false}).substr(0, 13), "T\n  Name  In\n");
+   EXPECT_EQ(drawn({tables[0]}, {80, 0, true}).substr(27), // only what changed stands out
+             "  a      1    0    0   0\n  b      2    0    0   0\n  c      3    0    0   0\n"
+             "\x1b[1m*\x1b[0m d     \x1b[1m 6\x1b[0m  \x1b[1m2.0\x1b[0m    0   0\n")
+        << drawn({tables[0]}, {80, 0, true});
+}
+
+TEST(Watch, ARowThatEndsEarlyEndsInText) {
+   ZelCtl::WatchChanges changes;
+   ShownTable shown = table({"a 1 0"});
+   shown.rows.push_back({{{"b"}, {"corrupt: checksum mismatch"}}, {}});
+   EXPECT_EQ(drawn(changes.compare({shown}, 1)), "T\n"
+                                                 "  Name  In  /s  Out  /s\n"
+                                                 "  a      1   -    0   -\n"
+                                                 "  b     corrupt: checksum mismatch\n");
+}
+
+} // namespace

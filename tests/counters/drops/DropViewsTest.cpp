@@ -1,0 +1,257 @@
+// The pipeline, drop, MAU, deparser and traffic-manager views over the SDK's answers.
+#include "tests/support/StubSdkRig.h"
+
+#include <functional>
+
+namespace {
+
+using namespace ZelTest;
+using testing::HasSubstr;
+using ZelCounter::ZelCounters;
+
+constexpr U32 ingressHandle = 0xA1;
+constexpr U32 egressHandle = 0xA2;
+constexpr U32 finalHandle = 0xA3;
+constexpr U32 dropSize = ZlDrop::tableSize;
+
+class DropViews : public StubSdkRig {
+ protected:
+   DropViews() {
+      StubSdk::sdk().inlineDefault = true;
+      refuseQueueSyncs();
+   }
+
+   ZelCounters& addDropChip(int dev = 0, U16 highestPipe = 1) {
+      auto catalogue = makeCatalogue(dev);
+      catalogue->add(dev,
+                     makeTable("ingressPortDropCount", ingressHandle, dropSize, false, packetsOnly, false));
+      catalogue->add(dev,
+                     makeTable("egressPortDropCount", egressHandle, dropSize, false, packetsOnly, false));
+      catalogue->add(dev,
+                     makeTable("finalDropControlCount", finalHandle, dropSize, false, packetsOnly, false));
+      auto& chip = addChip(dev, highestPipe, catalogue);
+      advance(2.0);
+      return chip;
+   }
+
+   // In the SDK's software copy.
+   static void dropsAre(U32 handle, U16 devicePort, U32 reason, U64 packets, int dev = 0) {
+      StubSdk::sdk()
+           .table(dev, handle)
+           .values[{static_cast<U16>(devicePort / 128), devicePort % 128 * 16U + reason}] = {packets, 0};
+   }
+
+   static std::string drops(ZelCounters& chip, bool nonZeroOnly = true) {
+      return printed([&](U32 fd) { chip.showAllDropCounters(fd, nonZeroOnly); });
+   }
+   static std::string tmText(ZelCounters& chip) {
+      return printed([&](U32 fd) { chip.showAllTmCounters(fd, true); });
+   }
+   static std::string pipeline(ZelCounters& chip) {
+      return printed([&](U32 fd) { chip.showAllPipelineCounters(fd, true); });
+   }
+};
+
+const std::string dropRule = ruler(71);
+const std::string dropHeader = "Drops by port since the last clear, chip Zel0\n" + dropRule +
+                               "  Interface         Point    Reason                             Packets\n" +
+                               dropRule;
+const std::string noDrops = dropHeader + "  none\n" + dropRule + "\n";
+
+TEST_F(DropViews, DropsAreListedByPortNumberThenByPointAndReason) {
+   auto& chip = addDropChip();
+   addPort("Ethernet1", 128);
+   addPort("Ethernet20", 67);
+   addPort("Ethernet3", 0, 1); // another chip's
+   dropsAre(finalHandle, 128, 3, 4);
+   dropsAre(ingressHandle, 128, 0, ~U64{0});
+   dropsAre(egressHandle, 67, 0, 7);
+   dropsAre(egressHandle, 67, 15, 1); // a number without a meaning
+   dropsAre(egressHandle, 66, 0, 99); // nobody's
+   EXPECT_EQ(drops(chip), dropHeader +
+                               "  Ethernet20        egress   queue congested                          7\n"
+                               "  Ethernet20        egress   reason 15                                1\n"
+                               "  Ethernet1         ingress  bad FCS                   18446744073709551615\n"
+                               "  Ethernet1         final    lost at egress                           4\n" +
+                               dropRule + "\n");
+   const std::string one =
+        printed([&](U32 fd) { chip.showDropCounters(fd, Pelt::IntfId("Ethernet20"), false); });
+   EXPECT_EQ(std::count(one.begin(), one.end(), '\n'), 4 + 17 + 1 + 2) << one;
+   const std::string other =
+        printed([&](U32 fd) { chip.showDropCounters(fd, Pelt::IntfId("Ethernet3"), true); });
+   EXPECT_EQ(other,
+             noDrops.substr(0, noDrops.size() - 1) + "Interface Ethernet3 has no port on chip Zel0\n\n");
+}
+
+TEST_F(DropViews, AClearIsOfThePlaceAndEndsWhenTheTableBeginsAnew) {
+   auto& chip = addDropChip();
+   const Pelt::IntfId intf = addPort("Ethernet1", 5);
+   dropsAre(ingressHandle, 5, 2, 10);
+   dropsAre(egressHandle, 5, 1, 3);
+   printed([&](U32 fd) { chip.clearAllDropCounters(fd); });
+   EXPECT_EQ(drops(chip), noDrops);
+   EXPECT_EQ(StubSdk::sdk().table(0, ingressHandle).values.at(std::pair(U16{0}, 82U)).packets, 10U)
+        << "the hardware keeps its counts";
+   dropsAre(ingressHandle, 5, 2, 12);
+   EXPECT_THAT(drops(chip), HasSubstr("VLAN not allowed                         2\n"));
+
+   systemStatus->portInfoDel(intf);
+   addPort("Ethernet9", 5);
+   EXPECT_THAT(drops(chip),
+               HasSubstr("Ethernet9         ingress  VLAN not allowed                         2\n"));
+
+   dropsAre(ingressHandle, 5, 2, 9); // fewer than at the clear
+   EXPECT_THAT(drops(chip), HasSubstr("VLAN not allowed                         9\n"));
+   EXPECT_THAT(drops(chip), testing::Not(HasSubstr("egress"))) << "which is another table";
+
+   printed([&](U32 fd) { chip.clearAllDropCounters(fd); });
+   printed([&](U32 fd) { chip.clearTableCounters(fd, 2, 0); });
+   dropsAre(ingressHandle, 5, 2, 11); // more than at the snapshot
+   EXPECT_THAT(drops(chip), HasSubstr("VLAN not allowed                        11\n"));
+}
+
+TEST_F(DropViews, WhatCantBeReadIsSaidBelowTheRows) {
+   auto& chip = addDropChip();
+   addPort("Ethernet1", 0);
+   addPort("Ethernet2", 128);
+   dropsAre(ingressHandle, 0, 0, 5);
+   drops(chip);
+   dropsAre(ingressHandle, 0, 0, 6);
+   StubSdk::sdk().statuses[{"counterReadIndirectStart", ingressHandle, 0}] = 14;
+   const std::string text = drops(chip);
+   EXPECT_THAT(text, HasSubstr("bad FCS                                  5\n"));
+   EXPECT_THAT(text, HasSubstr(dropRule + "Error 14 (IO error) requesting counters for pipe 0, "
+                                          "ingressPortDropCount: shown as last read\n\n"));
+   chip.firstPollingCompleteIs(false);
+   EXPECT_THAT(drops(chip), HasSubstr("Counter table egressPortDropCount not initialized yet\n"));
+   chip.firstPollingCompleteIs(true);
+   chip.perPipeCounterIs(4, false);
+   EXPECT_THAT(drops(chip), HasSubstr("Counter table finalDropControlCount does not tell pipes apart\n"));
+
+   auto& without = addChip(1, 0, makeCatalogue(1));
+   EXPECT_THAT(drops(without), HasSubstr("Chip Zel1 has no counter table egressPortDropCount\n"));
+}
+
+TEST_F(DropViews, PipelineCountsAreReadWhenAskedForAndClearedTogether) {
+   auto& chip = addDropChip();
+   StubSdk::sdk().path[{0, BF_PIPE_PATH_PARSER}] = {10, 9, 1};
+   StubSdk::sdk().path[{1, BF_PIPE_PATH_PORT_TX}] = {3, 3, 0};
+   const std::string rule = ruler(78);
+   const std::string header =
+        "Packets by pipeline stage since the last clear, chip Zel0\n" + rule +
+        "  Pipe  Stage                           In               Out           Dropped\n" + rule;
+   EXPECT_EQ(pipeline(chip),
+             header +
+                  "     0  parser                          10                 9                 1\n"
+                  "     1  port-tx                          3                 3                 0\n" +
+                  rule + "\n");
+   printed([&](U32 fd) { chip.clearAllPipelineCounters(fd); });
+   StubSdk::sdk().path[{0, BF_PIPE_PATH_PARSER}] = {12, 11, 1};
+   EXPECT_EQ(pipeline(chip),
+             header + "     0  parser                           2                 2                 0\n" +
+                  rule + "\n");
+   StubSdk::sdk().path[{0, BF_PIPE_PATH_PARSER}] = {4, 4, 0}; // the chip was reset
+   EXPECT_THAT(pipeline(chip),
+               HasSubstr("parser                           4                 4                 0"));
+}
+
+TEST_F(DropViews, MauDropsAreShownAndClearedAsFetched) {
+   auto& chip = addDropChip();
+   const Pelt::IntfId intf = addPort("Ethernet1", 130);
+   const auto show = [&] { return printed([&](U32 fd) { chip.showMauDropCounters(fd, intf, true); }); };
+   EXPECT_THAT(show(), HasSubstr("MAU and deparser drops not fetched yet\n"));
+   StubSdk::sdk().mauDrops[{1, BF_PIPE_MAU_FORWARDING}] = 6;
+   StubSdk::sdk().mauDrops[{1, 100 + BF_PIPE_EGRESS}] = 2;
+   StubSdk::sdk().mauDrops[{0, 0}] = 1; // of the other pipe
+   chip.fetchAllMauDropCounters();
+   const std::string rule = ruler(62);
+   const std::string header = "MAU and deparser drops since the last clear, chip Zel0\n" + rule +
+                              "  Pipe  Place             Decides                      Packets\n" + rule;
+   const std::string note = rule + "Pipe 1 is that of Ethernet1, shared by all its ports\n";
+   EXPECT_EQ(show(), header +
+                          "     1  stage 3           forwarding                         6\n"
+                          "     1  egress deparser   MTU exceeded                       2\n" +
+                          note + "\n");
+   StubSdk::sdk().mauDrops[{1, BF_PIPE_MAU_FORWARDING}] = 9;
+   printed([&](U32 fd) { chip.clearAllMauDropCounters(fd); });
+   EXPECT_EQ(show(), header + "  none\n" + note + "\n");
+   StubSdk::sdk().statuses[{"deparser", BF_PIPE_EGRESS, 1}] = 22;
+   StubSdk::sdk().statuses[{"deparser", BF_PIPE_EGRESS, 0}] = 22; // the other pipe's is not said
+   chip.fetchAllMauDropCounters();
+   EXPECT_EQ(show(), header + "     1  stage 3           forwarding                         3\n" + note +
+                          "Error 22 (Internal error) requesting counters for pipe 1, egress deparser: "
+                          "shown as last read\n\n");
+}
+
+TEST_F(DropViews, TrafficManagerPollersSurviveAFailingReadAndSaySo) {
+   StubSdk::sdk().physicalPipeOffset = 2;
+   for (U32 type = 0; type <= BF_TM_PIPE_CUT_THROUGH; ++type) {
+      StubSdk::sdk().tm[{2, type}] = {100 + type, 5000 + type};
+   }
+   auto& chip = addDropChip(0, 0);
+   const std::string rule = ruler(81);
+   const std::string header = "Traffic manager since the last clear, chip Zel0\n" + rule +
+                              "  Pipe  Counter                Packets or cells               Bytes  State\n" +
+                              rule;
+   EXPECT_EQ(tmText(chip), header +
+                                "     0  in from the pipe                    100                5000  ok\n"
+                                "     0  out to the pipe                     101                5001  ok\n"
+                                "     0  dropped                             102                5002  ok\n"
+                                "     0  multicast copies                    104                5004  ok\n"
+                                "     0  cut through                         108                5008  ok\n"
+                                "     0  cells in use                        106                   -  ok\n"
+                                "     0  cells of a port, peak               107                   -  ok\n" +
+                                rule + "\n");
+   printed([&](U32 fd) { chip.clearAllTmCounters(fd); });
+   StubSdk::sdk().statuses[{"tm", BF_TM_PIPE_DROPS, 2}] = 5;
+   StubSdk::sdk().tm[{2, BF_TM_PIPE_EGRESS}] = {111, 5101};
+   StubSdk::sdk().tm[{2, BF_TM_PIPE_DROPS}] = {200, 9000};
+   advance(2.0);
+   const std::string levels = "     0  cells in use                        106                   -  ok\n"
+                              "     0  cells of a port, peak               107                   -  ok\n";
+   EXPECT_EQ(tmText(chip), header +
+                                "     0  out to the pipe                      10                 100  ok\n"
+                                "     0  dropped                               0                   0  "
+                                "Error 5 (HW access fails)\n" +
+                                levels + rule + "\n");
+   StubSdk::sdk().statuses.clear();
+   refuseQueueSyncs();
+   StubSdk::sdk().tm[{2, BF_TM_PIPE_EGRESS}] = {1, 60}; // the chip was reset
+   advance(2.0);
+   EXPECT_EQ(tmText(chip), header +
+                                "     0  out to the pipe                       1                  60  ok\n"
+                                "     0  dropped                              98                3998  ok\n" +
+                                levels + rule + "\n");
+   deleteChip(0);
+   auto& again = addChip(0, 0, makeCatalogue(0));
+   EXPECT_THAT(tmText(again), HasSubstr("dropped                               0                   0  "
+                                        "not read yet\n"))
+        << "which is not known to be 0";
+   advance(2.0);
+   EXPECT_THAT(tmText(again), HasSubstr("dropped                             200                9000  ok\n"))
+        << "the clear was the old chip's";
+}
+
+TEST_F(DropViews, AChipThatIsNotInitializedSaysSoOnly) {
+   auto& chip = addDropChip();
+   const Pelt::IntfId intf = addPort("Ethernet1", 0);
+   chip.initializedIs(false);
+   const std::vector<std::function<void(U32)>> operations = {
+        [&](U32 fd) { chip.showAllPipelineCounters(fd, false); },
+        [&](U32 fd) { chip.showPipelineCounters(fd, 0, false); },
+        [&](U32 fd) { chip.clearAllPipelineCounters(fd); },
+        [&](U32 fd) { chip.showAllDropCounters(fd, false); },
+        [&](U32 fd) { chip.showDropCounters(fd, intf, false); },
+        [&](U32 fd) { chip.clearAllDropCounters(fd); },
+        [&](U32 fd) { chip.showAllMauDropCounters(fd, false); },
+        [&](U32 fd) { chip.showMauDropCounters(fd, intf, false); },
+        [&](U32 fd) { chip.clearAllMauDropCounters(fd); },
+        [&](U32 fd) { chip.showAllTmCounters(fd, false); },
+        [&](U32 fd) { chip.clearAllTmCounters(fd); },
+   };
+   for (std::size_t i = 0; i < operations.size(); ++i) {
+      EXPECT_EQ(printed(operations[i]), "Agent not initialized yet") << i;
+   }
+}
+
+} // namespace

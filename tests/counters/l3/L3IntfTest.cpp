@@ -1,0 +1,251 @@
+// L3 interfaces: which VLANs are counted on which chips, their sums, and the shared NAT records.
+#include "tests/counters/l3/L3Rig.h"
+
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+using namespace ZelTest;
+
+class L3Intf : public L3Rig {
+ protected:
+   void count(U8 dev, bool isIngress, U16 vlan, bool snat, U64 packets, U64 bytes) {
+      chip(dev).l2DomainCountAdd(isIngress, {vlan, 0, snat}, {packets, bytes});
+   }
+   std::string read(const IntfId& intf) {
+      sync();
+      packets_and_bytes rx;
+      packets_and_bytes tx;
+      return sm->getIntfCounter(intf, &rx, &tx) ? text(rx) + " " + text(tx) : "none";
+   }
+   std::vector<std::string> natKeys() {
+      std::vector<std::string> keys;
+      for (const Silo::Key& key : nat->table().keys()) {
+         keys.emplace_back(key.view());
+      }
+      std::sort(keys.begin(), keys.end());
+      return keys;
+   }
+   // Overwrites a word of the interface's record, past the writer, in both places that begin like one.
+   void damage(const IntfId& intf) {
+      const int file = open((folder.path() + "/nat").c_str(), O_RDWR);
+      struct stat info {};
+      ASSERT_EQ(fstat(file, &info), 0);
+      std::string bytes(static_cast<std::size_t>(info.st_size), '\0');
+      ASSERT_EQ(pread(file, bytes.data(), bytes.size(), 0), info.st_size);
+      const std::size_t payload = bytes.rfind(intf.text() + '\0'); // behind the key
+      const U64 garbage = 0x123456789abcdef;
+      const auto at = static_cast<off_t>(payload + offsetof(Silo::Interface::NatCounter, bytes));
+      ASSERT_EQ(pwrite(file, &garbage, sizeof garbage, at), static_cast<ssize_t>(sizeof garbage));
+      close(file);
+   }
+
+   const IntfId vlan20{"Vlan20"};
+   const IntfId routed{"Ethernet3"};
+};
+
+TEST_F(L3Intf, AnInterfaceBeforeItsChipHasARecordAtOnceAndCountersLater) {
+   makeChip(0, fullChip);
+   makeSm();
+   advance(7.5);
+   l3Table->intfIdToL3IdIs(vlan20, 0x50014); // VLAN 20 in the low half
+   const auto record = nat->counter(vlan20);
+   EXPECT_STREQ(record.intfId.data(), "Vlan20");
+   EXPECT_EQ(record.creationTime, 7);
+   EXPECT_EQ(record.lastUpdate, 0.0);
+   EXPECT_EQ(read(vlan20), "0/0 0/0");
+   addDevice(0);
+   count(0, true, 20, false, 4, 400);
+   EXPECT_EQ(read(vlan20), "4/400 0/0");
+}
+
+TEST_F(L3Intf, CountersAreTheSumsOverTheChipsThatCountVlans) {
+   makeChip(0, fullChip);
+   makeChip(1, plainChip);
+   makeChip(2, {.vxlan = true, .vrfNat = true}); // can't count VLANs
+   makeSm();
+   for (const U8 dev : {U8{0}, U8{1}, U8{2}}) {
+      addDevice(dev);
+   }
+   l3Table->intfIdToL3IdIs(vlan20, 20);
+   EXPECT_FALSE(sm->helper(2));
+   EXPECT_EQ(ingress(2), 0U);
+   count(0, true, 20, false, 1, 100);
+   count(0, true, 20, true, 2, 200);
+   count(0, false, 20, false, 4, 400);
+   count(1, true, 20, false, 8, 800);
+   count(1, false, 20, false, 16, 1600);
+   EXPECT_EQ(read(vlan20), "11/1100 20/2000");
+   EXPECT_EQ(text({nat->counter(vlan20).packets, nat->counter(vlan20).bytes}), "2/200");
+   sm->deleteDevice(0);
+   EXPECT_EQ(read(vlan20), "8/800 16/1600");
+}
+
+TEST_F(L3Intf, AnInterfaceThatGoesTakesItsEntriesAndItsRecord) {
+   makeChip(0, plainChip);
+   makeSm();
+   addDevice(0);
+   l3Table->intfIdToL3IdIs(vlan20, 20);
+   l3Table->intfIdToL3IdIs(vlan20, 21); // held already: it keeps its VLAN
+   EXPECT_EQ(sm->l3IntfToVid(vlan20).value(), 20);
+   l3Table->intfIdToL3IdIs(routed, 20); // the same VLAN
+   EXPECT_EQ(ingress(), 1U);
+   EXPECT_EQ(natKeys(), (std::vector<std::string>{"Ethernet3", "Vlan20"}));
+   l3Table->intfIdToL3IdDel(vlan20);
+   EXPECT_EQ(ingress(), 0U); // the first to go takes the VLAN's entries
+   EXPECT_EQ(natKeys(), std::vector<std::string>{"Ethernet3"});
+   sm->handleIntfL3Index(vlan20); // is not there any more
+   EXPECT_EQ(natKeys(), std::vector<std::string>{"Ethernet3"});
+   packets_and_bytes rx{7, 7};
+   packets_and_bytes tx{7, 7};
+   EXPECT_FALSE(sm->getIntfCounter(vlan20, &rx, &tx));
+   EXPECT_EQ(text(rx) + text(tx), "7/77/7");
+}
+
+TEST_F(L3Intf, RefusesAVlanThatIsNoneAndAddsTheOthers) {
+   const U32 bad[] = {0x10000, 4095, 0xFFFF, 0x21000};
+   l3Table->intfIdToL3IdIs(vlan20, 20);
+   for (const U32 value : bad) {
+      l3Table->intfIdToL3IdIs(IntfId(("Bad" + std::to_string(value)).c_str()), value);
+   }
+   l3Table->intfIdToL3IdIs(routed, 4094);
+   makeSm();
+   EXPECT_EQ(sm->l3IntfToVid().keys(), (std::vector<IntfId>{vlan20, routed}));
+   EXPECT_EQ(natKeys(), (std::vector<std::string>{"Ethernet3", "Vlan20"}));
+   for (const U32 value : bad) {
+      const IntfId intf(("Bad" + std::to_string(value)).c_str());
+      EXPECT_THAT([&] { sm->handleIntfL3Index(intf); },
+                  testing::ThrowsMessage<std::range_error>("VlanId::value < 1 or > 4094 not allowed"))
+           << value;
+   }
+   EXPECT_THROW(l3Table->intfIdToL3IdIs(IntfId(std::string(64, 'x').c_str()), 30), std::invalid_argument);
+   EXPECT_EQ(sm->l3IntfToVid().size(), 2U);
+}
+
+TEST_F(L3Intf, AChipThatThrowsKeepsNoOtherFromCounting) {
+   makeChip(0, plainChip);
+   makeChip(1, plainChip);
+   makeSm();
+   addDevice(0);
+   addDevice(1);
+   pd->throwAt = 1;
+   EXPECT_THROW(l3Table->intfIdToL3IdIs(vlan20, 20), std::runtime_error);
+   EXPECT_EQ(ingress(0), 0U);
+   EXPECT_EQ(ingress(1), 1U);
+   EXPECT_EQ(natKeys(), std::vector<std::string>{"Vlan20"});
+
+   // In the pass over all interfaces, too, it reaches the caller once the others were added.
+   sm->l3IntfToVidDelAll();
+   l3Table->hasNotificationActiveIs(false);
+   l3Table->intfIdToL3IdIs(routed, 30);
+   pd->throwAt = 1;
+   EXPECT_THROW(sm->handleIntfL3Index(), std::runtime_error);
+   EXPECT_EQ(natKeys(), (std::vector<std::string>{"Ethernet3", "Vlan20"}));
+}
+
+TEST_F(L3Intf, RecordsAreRefreshedOneSecondAfterTheEndOfAPass) {
+   makeChip(0, fullChip);
+   l3Table->intfIdToL3IdIs(vlan20, 20);
+   makeSm();
+   addDevice(0);
+   count(0, true, 20, true, 5, 500);
+   sync();
+   fleet.faults().costIs("counterReadDirect", 0.0625); // five entries
+   advance(0.9375);
+   EXPECT_EQ(nat->counter(vlan20).packets, 0U);
+   advance(0.0625);
+   auto record = nat->counter(vlan20);
+   EXPECT_EQ(text({record.packets, record.bytes}), "5/500");
+   EXPECT_EQ(record.lastUpdate, 1.3125);
+   EXPECT_EQ(record.creationTime, 0);
+   advance(1.0 - 0.0625);
+   EXPECT_EQ(nat->counter(vlan20).lastUpdate, 1.3125);
+   advance(0.0625);
+   EXPECT_EQ(nat->counter(vlan20).lastUpdate, 2.625);
+   sm->routedPortCounterSm()->routedPortTimerDelayIs(0.5);
+   fleet.faults().clear();
+   advance(1.0);
+   advance(0.5);
+   EXPECT_EQ(nat->counter(vlan20).lastUpdate, 4.125);
+}
+
+TEST_F(L3Intf, ACorruptRecordIsToldOnceAndMadeWholeUnderItsOwnName) {
+   makeSm();
+   l3Table->intfIdToL3IdIs(vlan20, 20);
+   damage(vlan20);
+   advance(3.0);
+   EXPECT_EQ(corrupt, std::vector<std::string>{"Vlan20"});
+   EXPECT_EQ(natKeys(), std::vector<std::string>{"Vlan20"});
+   EXPECT_STREQ(nat->counter(vlan20).intfId.data(), "Vlan20");
+   EXPECT_EQ(nat->counter(vlan20).lastUpdate, 3.0);
+   EXPECT_EQ(corrupt.size(), 1U);
+}
+
+TEST_F(L3Intf, WhatAnEarlierStartLeftIsRemoved) {
+   openNatTable();
+   for (const char* name : {"Vlan20", "Vlan99"}) {
+      Silo::Interface::NatCounter old;
+      std::strcpy(old.intfId.data(), name);
+      old.packets = 9;
+      nat->counterIs(old, 0.0);
+   }
+   openNatTable();
+   l3Table->intfIdToL3IdIs(vlan20, 20);
+   makeSm();
+   EXPECT_EQ(natKeys(), std::vector<std::string>{"Vlan20"});
+   EXPECT_EQ(nat->counter(vlan20).packets, 0U);
+}
+
+TEST_F(L3Intf, AFullNatTableCostsOneRecordOnly) {
+   makeChip(0, fullChip);
+   openNatTable(1);
+   makeSm();
+   addDevice(0);
+   l3Table->intfIdToL3IdIs(routed, 19);
+   l3Table->intfIdToL3IdIs(vlan20, 20);
+   count(0, true, 20, false, 1, 100);
+   EXPECT_EQ(read(vlan20), "1/100 0/0");
+   advance(5);
+   EXPECT_EQ(nat->counter(routed).lastUpdate, 5.0);
+   EXPECT_EQ(logged.take().size(), 1U);
+   l3Table->intfIdToL3IdDel(routed);
+   advance(1);
+   EXPECT_EQ(nat->counter(vlan20).lastUpdate, 6.0);
+}
+
+TEST_F(L3Intf, NeedsItsNatTableOnceThereIsAnInterface) {
+   const auto make = [&] { Kiln::allocate<ZelCounter::ZelCountersL3IntfSm>(l3Table, system, nullptr); };
+   make();
+   l3Table->intfIdToL3IdIs(vlan20, 20);
+   EXPECT_DEATH(make(), "natCounter.instance\\(\\) != 0");
+}
+
+TEST(VlanIntf, FollowsTheStatusDirectory) {
+   const auto common = Kiln::allocate<Vex::VexCommonSmData>();
+   const auto makeDir = [](std::initializer_list<const char*> names) {
+      auto dir = Kiln::allocate<Interface::VlanIntfStatusDir>();
+      dir->hasNotificationActiveIs(true);
+      for (const char* name : names) {
+         dir->intfStatusIs(IntfId(name), true);
+      }
+      return dir;
+   };
+   const auto first = makeDir({"Vlan10"});
+   const auto sm = Kiln::allocate<ZelCounter::ZelVlanIntfSm>(common, first);
+   sm->hasNotificationActiveIs(true);
+   EXPECT_TRUE(common->vlanIntf(IntfId("Vlan10"))); // was there before
+   first->intfStatusIs(IntfId("Vlan11"), true);
+   first->intfStatusDel(IntfId("Vlan10"));
+   EXPECT_EQ(common->vlanIntf().keys(), std::vector<IntfId>{IntfId("Vlan11")});
+
+   const auto second = makeDir({"Vlan12"});
+   sm->vlanIntfStatusDirIs(second);
+   EXPECT_TRUE(common->vlanIntf(IntfId("Vlan12")));
+   first->intfStatusIs(IntfId("Vlan13"), true); // watched no more
+   EXPECT_FALSE(common->vlanIntf(IntfId("Vlan13")));
+}
+
+} // namespace

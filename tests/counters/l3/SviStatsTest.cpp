@@ -1,0 +1,302 @@
+// One chip's VLAN counters: programming, room, removal and reading.
+#include "tests/counters/l3/L3Rig.h"
+
+namespace {
+
+using namespace ZelTest;
+using testing::ElementsAre;
+using ZelCounter::ZelCountersL3Helper;
+
+class SviStats : public L3Rig {
+ protected:
+   void makeHelper(const ZelSystem::ChipCapabilities& capabilities) {
+      makeChip(0, capabilities);
+      helper = ZelCounter::zelCountersL3HelperFactory(0, {typeOf(0)}, system, pd, chip(0).program(),
+                                                      chipStatus[0]);
+   }
+   void removeChip() {
+      helper = nullptr;
+      fleet.chipDel(0);
+   }
+
+   std::string state(U16 number) {
+      const VlanId vlan(number);
+      return std::string(helper->matchSpec().contains(vlan) ? "programmed" : "") +
+             (helper->pendingVlan().contains(vlan) ? "pending" : "") +
+             (helper->deferredDel().contains(vlan) ? ", removal deferred" : "");
+   }
+   struct Counts {
+      std::string rx;
+      std::string tx;
+      std::string snat;
+      bool operator==(const Counts&) const = default;
+   };
+   Counts read(U16 vlan, bool expected = true) {
+      sync();
+      packets_and_bytes rx{1, 1};
+      packets_and_bytes tx{1, 1};
+      packets_and_bytes snat{1, 1};
+      EXPECT_EQ(helper->getSviStats(VlanId(vlan), &rx, &tx, &snat), expected);
+      return {text(rx), text(tx), text(snat)};
+   }
+   void count(bool isIngress, U16 vlan, U8 decapType, bool snat, U64 packets, U64 bytes) {
+      chip(0).l2DomainCountAdd(isIngress, {vlan, decapType, snat}, {packets, bytes});
+   }
+
+   Kiln::Ptr<ZelCountersL3Helper> helper;
+};
+
+TEST_F(SviStats, AVlanHasTheEntriesThatTheChipIsCapableOf) {
+   using Texts = std::vector<std::string>;
+   const struct {
+      ZelSystem::ChipCapabilities capabilities;
+      Texts ingress;
+      Texts egress;
+   } cases[] = {
+        {plainChip, {"vlan 20, decapType 0"}, {"vlan 20, decapType 0"}},
+        {{.vlanCounters = true, .vxlan = true},
+         {"vlan 20, decapType 0", "vlan 20, decapType 1"},
+         {"vlan 20, decapType 0", "vlan 20, decapType 1"}},
+        {{.vlanCounters = true, .vrfNat = true},
+         {"vlan 20, decapType 0, snatHit 0", "vlan 20, decapType 0, snatHit 1"},
+         {"vlan 20, decapType 0"}},
+        {fullChip,
+         {"vlan 20, decapType 0, snatHit 0", "vlan 20, decapType 1, snatHit 0",
+          "vlan 20, decapType 0, snatHit 1"},
+         {"vlan 20, decapType 0", "vlan 20, decapType 1"}},
+   };
+   for (const auto& c : cases) {
+      makeHelper(c.capabilities);
+      helper->enableSviStats(VlanId(20));
+      helper->enableSviStats(VlanId(20));
+      const auto texts = [&](const char* table) {
+         Texts all;
+         for (U32 entry = 1; entry <= entries(0, table); ++entry) {
+            all.push_back(chip(0).entryText(handleOf(chip(0), table), static_cast<S32>(entry)));
+         }
+         return all;
+      };
+      EXPECT_EQ(texts("ingL2DomainCount"), c.ingress);
+      EXPECT_EQ(texts("egrL2DomainCount"), c.egress);
+      removeChip();
+   }
+}
+
+TEST_F(SviStats, AFullTableOnEitherSideLeavesNoEntryAndTellsOnce) {
+   const struct {
+      const char* table;
+      U32 capacity; // for one VLAN, but not for two
+   } cases[] = {{"ingL2DomainCount", 5}, {"egrL2DomainCount", 3}, {"ingL2DomainCount", 3}};
+   for (const auto& c : cases) {
+      makeHelper(fullChip);
+      chip(0).capacityIs(c.table, c.capacity);
+      helper->enableSviStats(VlanId(10));
+      for (int attempt = 0; attempt < 3; ++attempt) {
+         helper->enableSviStats(VlanId(11));
+      }
+      EXPECT_EQ(state(10), "programmed");
+      EXPECT_EQ(state(11), "pending");
+      EXPECT_EQ(ingress(), 3U);
+      EXPECT_EQ(egress(), 2U);
+      EXPECT_EQ(messages(), std::vector<std::string>{"FULL 11"});
+
+      chip(0).capacityIs(c.table, 10);
+      helper->enableSviStats(VlanId(11));
+      EXPECT_EQ(state(11), "programmed");
+      EXPECT_EQ(messages(), std::vector<std::string>{"NORMAL 11"});
+      removeChip();
+   }
+}
+
+TEST_F(SviStats, MessagesAreToTheLetter) {
+   makeHelper(plainChip);
+   chip(0).capacityIs("ingL2DomainCount", 0);
+   helper->enableSviStats(VlanId(4094));
+   helper->disableSviStats(VlanId(4094)); // was only pending: told all the same
+   EXPECT_EQ(state(4094), "");
+   EXPECT_THAT(
+        logged.take(),
+        ElementsAre(
+             "ZEL_COUNTERS_COUNTER_RESOURCE_FULL Unable to allocate counter for VLAN 4094 due to hardware "
+             "resource exhaustion.Counter for this VLAN will not be available",
+             "ZEL_COUNTERS_COUNTER_RESOURCE_NORMAL Statics counter for VLAN 4094 was successfully "
+             "programmed in hardware."));
+}
+
+TEST_F(SviStats, AnyOtherExceptionRollsBackAndGoesOnToTheCaller) {
+   makeHelper(fullChip);
+   for (const bool pending : {false, true}) {
+      if (pending) {
+         chip(0).capacityIs("ingL2DomainCount", 0);
+         helper->enableSviStats(VlanId(10));
+         chip(0).capacityIs("ingL2DomainCount", 9);
+      }
+      for (const unsigned at : {1U, 3U, 5U}) {
+         pd->throwAt = at;
+         EXPECT_THROW(helper->enableSviStats(VlanId(10)), std::runtime_error);
+         EXPECT_EQ(state(10), pending ? "pending" : "");
+         EXPECT_EQ(ingress() + egress(), 0U);
+      }
+   }
+}
+
+TEST_F(SviStats, RemovalWaitsForTheChip) {
+   makeHelper(plainChip);
+   helper->enableSviStats(VlanId(10));
+   helper->enableSviStats(VlanId(11));
+   count(true, 10, 0, false, 3, 300);
+   chipStatus[0]->stateIs(5);
+   helper->disableSviStats(VlanId(10));
+   helper->disableSviStats(VlanId(11));
+   EXPECT_EQ(state(10), "programmed, removal deferred");
+   EXPECT_EQ(read(10).rx, "3/300");
+   helper->enableSviStats(VlanId(11)); // wanted again after all
+   chipStatus[0]->stateIs(7);
+   EXPECT_EQ(state(10), "programmed, removal deferred");
+   chipStatus[0]->stateIs(8);
+   EXPECT_EQ(state(10), "");
+   EXPECT_EQ(state(11), "programmed");
+   EXPECT_EQ(ingress(), 1U);
+   EXPECT_DOUBLE_EQ(helper->retrySm()->timeMin(), 1.0);
+}
+
+TEST_F(SviStats, APendingVlanIsTriedOneDelayAfterTheFirstRemoval) {
+   makeHelper(plainChip);
+   chip(0).capacityIs("ingL2DomainCount", 2);
+   for (const U32 vlan : {10U, 11U, 12U, 13U}) {
+      helper->enableSviStats(VlanId(vlan));
+   }
+   EXPECT_EQ(helper->retrySm()->timeMin(), Kiln::never); // a failure arms nothing
+   advance(60);
+   EXPECT_EQ(state(12), "pending");
+
+   helper->disableSviStats(VlanId(10));
+   advance(0.75);
+   helper->disableSviStats(VlanId(11)); // moves nothing
+   EXPECT_DOUBLE_EQ(helper->retrySm()->timeMin(), 61.0);
+   advance(0.125);
+   EXPECT_EQ(ingress(), 0U);
+   advance(0.125);
+   EXPECT_EQ(state(12), "programmed");
+   EXPECT_EQ(state(13), "programmed");
+   EXPECT_EQ(helper->retrySm()->timeMin(), Kiln::never);
+   EXPECT_EQ(messages(), (std::vector<std::string>{"FULL 12", "FULL 13", "NORMAL 12", "NORMAL 13"}));
+}
+
+TEST_F(SviStats, ARetryThatFindsNoRoomWaitsForTheNextOccasion) {
+   makeHelper(plainChip);
+   chip(0).capacityIs("ingL2DomainCount", 0);
+   helper->enableSviStats(VlanId(10));
+   helper->retrySm()->retryDelayIs(0.25);
+   chipStatus[0]->stateIs(4);
+   EXPECT_EQ(helper->retrySm()->timeMin(), Kiln::never);
+   chipStatus[0]->stateIs(8); // an occasion
+   EXPECT_DOUBLE_EQ(helper->retrySm()->timeMin(), 0.25);
+   advance(10);
+   EXPECT_EQ(state(10), "pending");
+   EXPECT_EQ(helper->retrySm()->timeMin(), Kiln::never);
+   EXPECT_EQ(messages(), std::vector<std::string>{"FULL 10"});
+}
+
+TEST_F(SviStats, AHelperThatGoesTakesItsTimerAlong) {
+   makeHelper(plainChip);
+   helper->enableSviStats(VlanId(10));
+   helper->disableSviStats(VlanId(10));
+   EXPECT_EQ(Kiln::activityManagerClock()->earliestExpiry(), 1.0);
+   helper = nullptr;
+   EXPECT_EQ(Kiln::activityManagerClock()->earliestExpiry(), Kiln::never);
+   chipStatus[0]->stateIs(1); // watched by nobody
+}
+
+TEST_F(SviStats, AnEntryThatTheChipWillNotRemoveIsForgotten) {
+   makeHelper(plainChip);
+   helper->enableSviStats(VlanId(10));
+   fleet.faults().failNext("pdEntryDel", 5);
+   helper->disableSviStats(VlanId(10));
+   EXPECT_EQ(state(10), "");
+   EXPECT_EQ(helper->ingL2DomainCountTable()->size(), 0U);
+   EXPECT_EQ(read(10, false), (Counts{"0/0", "0/0", "0/0"}));
+}
+
+TEST_F(SviStats, ReadAddsUpWhatTheEntriesCount) {
+   const std::string half = std::to_string(U64{0} - 400); // 10 packets cost 500 bytes of the 100 there are
+   const struct {
+      ZelSystem::ChipCapabilities capabilities;
+      std::vector<std::array<U64, 5>> counted; // ingress, decapType, snat, packets, bytes
+      Counts expected;
+   } cases[] = {
+        {plainChip, {{1, 0, 0, 4, 400}, {0, 0, 0, 5, 600}}, {"4/400", "5/600", "0/0"}},
+        {fullChip, {{1, 1, 0, 10, 1500}, {0, 1, 0, 2, 300}}, {"10/1000", "2/200", "0/0"}},
+        {fullChip, {{1, 0, 1, 3, 300}, {1, 0, 0, 1, 100}}, {"4/400", "0/0", "3/300"}},
+        {fullChip, {{1, 1, 0, 10, 100}}, {"10/" + half, "0/0", "0/0"}},
+   };
+   for (const auto& c : cases) {
+      makeHelper(c.capabilities);
+      helper->enableSviStats(VlanId(19));
+      helper->enableSviStats(VlanId(20));
+      for (const auto& [isIngress, decapType, snat, packets, bytes] : c.counted) {
+         count(isIngress != 0, 20, static_cast<U8>(decapType), snat != 0, packets, bytes);
+      }
+      EXPECT_EQ(read(20), c.expected);
+      EXPECT_EQ(read(19), (Counts{"0/0", "0/0", "0/0"}));
+      EXPECT_EQ(read(21, false), (Counts{"0/0", "0/0", "0/0"}));
+      removeChip();
+   }
+}
+
+TEST_F(SviStats, TheAdjustmentHasASign) {
+   makeHelper(plainChip);
+   helper->enableSviStats(VlanId(20));
+   count(true, 20, 0, false, 10, 1000);
+   sync();
+   const U32 handle = helper->matchSpec(VlanId(20))->ingress.ordinary->handle;
+   const struct {
+      S16 adjust;
+      U64 bytes;
+   } cases[] = {{-50, 1500}, {32767, U64{1000} - 327670}, {-32768, 1000 + 327680}};
+   for (const auto& c : cases) {
+      packets_and_bytes sum{1, 0};
+      helper->accumulateStats(helper->ingL2DomainHandle(), handle, c.adjust, &sum);
+      EXPECT_EQ(text(sum), "11/" + std::to_string(c.bytes));
+   }
+}
+
+TEST_F(SviStats, AnEntryThatIsGoneFromTheTableReadsAsNone) {
+   makeHelper(plainChip);
+   helper->enableSviStats(VlanId(20));
+   count(true, 20, 0, false, 10, 1000);
+   const auto spec = helper->matchSpec(VlanId(20))->ingL2DomainMatchSpec(ZelCounter::sviOrdinary);
+   helper->ingL2DomainCountTable()->entryDel(*spec);
+   EXPECT_EQ(read(20).rx, "0/0");
+}
+
+TEST_F(SviStats, AMatchSpecWithoutSlotsIsLookedUp) {
+   makeHelper(plainChip);
+   helper->enableSviStats(VlanId(20));
+   count(true, 20, 0, false, 4, 400);
+   count(false, 20, 0, false, 5, 600);
+   helper->matchSpec(VlanId(20))->ingress = {};
+   helper->matchSpec(VlanId(20))->egress = {};
+   EXPECT_EQ(read(20), (Counts{"4/400", "5/600", "0/0"}));
+}
+
+TEST_F(SviStats, StopsAtWhatTheProgramOrTheCallerOweIt) {
+   makeHelper(fullChip);
+   helper->enableSviStats(VlanId(20));
+   packets_and_bytes pair;
+   EXPECT_DEATH(helper->getSviStats(VlanId(20), &pair, nullptr, &pair),
+                "rxCounter && txCounter && rxSnatCounter");
+   helper->matchSpec(VlanId(20))->egrL2DomainMatchSpecDel(ZelCounter::sviDecapsulated);
+   EXPECT_DEATH(read(20), "!!egrMspec");
+   helper->matchSpec(VlanId(20))->ingL2DomainMatchSpecDel(ZelCounter::sviSourceNat);
+   helper->matchSpec(VlanId(20))->ingL2DomainMatchSpecDel(ZelCounter::sviOrdinary);
+   EXPECT_DEATH(read(20), "!!ingMspec");
+   helper->enableSviStats(VlanId(21));
+   fleet.faults().failNext("counterReadDirect", 6);
+   EXPECT_DEATH(read(21), "status == 0");
+   EXPECT_DEATH(ZelCounter::zelCountersL3HelperFactory(0, {typeOf(0)}, system, pd,
+                                                       Kiln::allocate<SoftChip::P4Program>(), chipStatus[0]),
+                "tableIndex != 0xFFFFFFF");
+}
+
+} // namespace

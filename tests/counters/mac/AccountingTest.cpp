@@ -1,0 +1,239 @@
+// How a step of a MAC counter is judged, and what becomes of the previous record.
+#include "tests/support/CountersRig.h"
+#include "tests/support/LoggedMessages.h"
+#include "tests/support/Random.h"
+
+#include <fstream>
+#include <gmock/gmock.h>
+#include <map>
+
+namespace {
+
+using namespace ZelTest;
+
+using Interface::EthIntfStatistics;
+using Interface::FieldGroup;
+
+constexpr auto fieldCount = EthIntfStatistics::fieldCount;
+constexpr U64 window = U64{1} << 48;
+constexpr std::size_t inOctets = offsetof(EthIntfStatistics, inOctets) / sizeof(U64);
+constexpr std::size_t outOctets = offsetof(EthIntfStatistics, outOctets) / sizeof(U64);
+constexpr std::size_t inErrors = offsetof(EthIntfStatistics, inErrors) / sizeof(U64);
+
+class Accounting : public testing::Test {
+ protected:
+   Accounting() {
+      ZelCounter::ZelCounters::Context context{};
+      context.systemStatus = rig_.status;
+      chip = ZelCounter::zelCountersFactory(std::move(context));
+   }
+
+   void step(std::size_t field, U64 oldValue, U64 newValue) {
+      EthIntfStatistics reading = record->statistics();
+      EthIntfStatistics before = previous->statistics();
+      Interface::wordIs(reading, field, newValue);
+      Interface::wordIs(before, field, oldValue);
+      record->statisticsIs(reading);
+      previous->statisticsIs(before);
+   }
+   void check() { chip->checkMacCountersOverflow(intf, record, previous); }
+   U64 previousOf(std::size_t field) const { return Interface::word(previous->statistics(), field); }
+
+   CountersRig rig_;
+   LoggedMessages logged_;
+   Kiln::ActivityLockAnchor::Guard lock_ = Kiln::ActivityLockAnchor::lock();
+   Pelt::IntfId intf{"Ethernet1"};
+   Kiln::Ptr<ZelCounter::ZelCounters> chip;
+   Kiln::Ptr<VexTypes::IntfCounters> record = Kiln::allocate<VexTypes::IntfCounters>();
+   Kiln::Ptr<VexTypes::IntfCounters> previous = Kiln::allocate<VexTypes::IntfCounters>();
+};
+
+enum Outcome { normal, wrap, upset };
+struct Bound {
+   std::size_t field;
+   U64 oldValue;
+   U64 newValue;
+   Outcome outcome;
+};
+
+TEST_F(Accounting, BoundsAreExact) {
+   const Bound bounds[] = {
+        {inOctets, 5, 5 + window - 1, normal},
+        {inOctets, 5, 5 + window, upset},
+        {inOctets, 7, 7, normal},
+        {inOctets, 0xFFFF000000000001, 0, wrap},
+        {inOctets, 0xFFFF000000000000, 0, upset},
+        {inOctets, 0xFFFFFFFFFFFFFFFF, 0xFFFFFFFFFFFE, wrap},
+        {inOctets, 0xFFFFFFFFFFFFFFFF, 0xFFFFFFFFFFFF, upset},
+        {inOctets, 1000, 999, upset},
+        {inErrors, 5, 5 + window - 1, normal},
+        {inErrors, 5, 5 + window, upset},
+        {inErrors, 0xFFFF000000000001, 0, normal},                 // negative: from 0 to 0
+        {inErrors, 0x7FFFFFFFFFFFFFFF, 0, upset},                  // no wrap in this group
+        {inErrors, 0x7FFFFFFFFFFFFFFF, 0x8000000000000000, upset}, // to 0
+        {inErrors, 10, 0x8000000000000000, upset},                 // from 10 to 0
+        {inErrors, 0x8000000000000000, 10, normal},                // from 0 to 10
+        {inErrors, 0x8000000000000000, window, upset},             // from 0 to 2^48
+   };
+   for (const Bound& bound : bounds) {
+      SCOPED_TRACE(testing::Message() << "field " << bound.field << std::hex << " from 0x" << bound.oldValue
+                                      << " to 0x" << bound.newValue);
+      const U32 seus = chip->seuCount();
+      const U32 overflows = chip->overflowCount();
+      step(bound.field, bound.oldValue, bound.newValue);
+      check();
+      EXPECT_EQ(chip->seuCount() - seus, bound.outcome == upset ? 1U : 0U);
+      EXPECT_EQ(chip->overflowCount() - overflows, bound.outcome == wrap ? 1U : 0U);
+      EXPECT_EQ(previousOf(bound.field), bound.outcome == upset ? bound.newValue : bound.oldValue);
+      step(bound.field, 0, 0);
+   }
+}
+
+TEST_F(Accounting, OneReadingMayWrapAndBeUpsetAndLogsOnce) {
+   step(inOctets, 0xFFFFFFFFFFFFFFF0, 16);
+   step(outOctets, 0xFFFFFFFFFFFFFFF0, 32);
+   step(inErrors, 9, 3);
+   check();
+   EXPECT_EQ(chip->overflowCount(), 2U);
+   EXPECT_EQ(chip->seuCount(), 1U);
+   EXPECT_THAT(logged_.take(),
+               testing::ElementsAre("ZEL_COUNTERS_OVERFLOW_ERROR "
+                                    "Received wrong hardware counter value for interface Ethernet1."));
+}
+
+TEST_F(Accounting, FieldsAreFilledAsTheDocumentSays) {
+   std::ifstream document(ZEL_SOURCE_DIR "/docs/rmon-counters.md");
+   ASSERT_TRUE(document);
+   bf_rmon_counter_array_t raw;
+   for (U64 i = 0; i < BF_NUM_RMON_COUNTERS; ++i) {
+      raw[i] = 1000 + i;
+   }
+   rig_.status->portInfoIs(intf, {0, 1});
+   chip->updateCounters(intf, raw);
+   chip->getMacCounters(intf, record, previous);
+
+   std::map<std::string, U64> documented;
+   int rows = 0;
+   for (std::string line; std::getline(document, line);) {
+      if (line.size() < 3 || line[0] != '|' || std::isdigit(static_cast<unsigned char>(line[2])) == 0) {
+         continue;
+      }
+      EXPECT_EQ(std::stoi(line.substr(2)), rows++);
+      const std::size_t end = line.rfind(" |");
+      const std::size_t begin = line.rfind("| ", end - 1) + 2;
+      if (const std::string name = line.substr(begin, end - begin); name != "-") {
+         documented[name] = 1000 + std::stoul(line.substr(2));
+      }
+   }
+   EXPECT_EQ(rows, BF_NUM_RMON_COUNTERS);
+   std::map<std::string, U64> filled;
+   for (std::size_t i = 0; i < fieldCount; ++i) {
+      filled[Interface::ethIntfFields[i].name] = Interface::word(record->statistics(), i);
+   }
+   EXPECT_EQ(filled, documented);
+}
+
+TEST_F(Accounting, CountersThatTheSnapshotLacksReadZero) {
+   const auto snapshot = ZelCounter::intfCountersFactory(intf);
+   constexpr auto lastHeld = static_cast<std::size_t>(Interface::ethIntfFields[inErrors].rmonIndex);
+   snapshot->countersIs(lastHeld, 7);
+   chip->macCountersLastIs(intf, snapshot);
+   step(outOctets, 0, 6);
+   chip->getMacCounters(intf, record, previous);
+   EthIntfStatistics expected{};
+   Interface::wordIs(expected, inErrors, 7);
+   EXPECT_EQ(std::memcmp(&record->statistics(), &expected, sizeof expected), 0);
+}
+
+TEST_F(Accounting, WithoutASnapshotTheRecordIsLeftAlone) {
+   step(inOctets, 1, 2);
+   record->isFilledIs(false);
+   chip->getMacCounters(Pelt::IntfId("Ethernet9"), record, previous);
+   EXPECT_FALSE(record->isFilled());
+   EXPECT_EQ(Interface::word(record->statistics(), inOctets), 2U);
+}
+
+// The rules once more, in arithmetic that can neither wrap nor change sign.
+struct Oracle {
+   __extension__ typedef unsigned __int128 Wide; // NOLINT(modernize-use-using): __extension__ wants a typedef
+
+   static constexpr Wide two(unsigned power) { return Wide{1} << power; }
+   static Wide clamp(FieldGroup group, Wide value) {
+      return group == FieldGroup::upsetOnly && value >= two(63) ? 0 : value;
+   }
+
+   void step(FieldGroup group, U64& before, U64 reading) {
+      const Wide from = clamp(group, before);
+      const Wide to = clamp(group, reading);
+      if (to >= from && to < from + two(48)) {
+         return;
+      }
+      if (group == FieldGroup::wrapChecked && to < from && from > two(64) - two(48) && to < two(48) - 1) {
+         ++wraps;
+         return;
+      }
+      ++upsets;
+      before = reading;
+   }
+
+   U32 wraps = 0;
+   U32 upsets = 0;
+};
+
+// Mostly traffic, with an eye on the bounds: wraps, flips, resets, and values at the window's edge.
+U64 nextReading(Random& random, U64 reading) {
+   switch (random.below(16)) {
+   case 0:
+      return reading ^ (U64{1} << random.below(64));
+   case 1:
+      return random.below(1000);
+   case 2:
+      return ~random.below(1000);
+   case 3:
+      return reading + window - 1 + random.below(3);
+   case 4:
+      return 0xFFFF000000000000 - 1 + random.below(3);
+   case 5:
+      return 0xFFFFFFFFFFFF - 1 + random.below(3);
+   default:
+      return reading + random.below(1'000'000);
+   }
+}
+
+// Readings by fours: all counters small, twice a single one out of the ordinary if any, then any of them.
+TEST_F(Accounting, AMillionRandomStepsAgreeWithTheOracle) {
+   Random random;
+   constexpr std::size_t steps = 1'000'000;
+   Oracle oracle;
+   EthIntfStatistics expected{};
+   bf_rmon_counter_array_t raw{};
+   rig_.status->portInfoIs(intf, {0, 1});
+   for (std::size_t done = 0; done < steps; done += fieldCount) {
+      EthIntfStatistics reading = record->statistics();
+      const std::size_t turn = done / fieldCount % 4;
+      const std::size_t odd = random.below(fieldCount);
+      for (std::size_t i = 0; i < fieldCount; ++i) {
+         const U64 last = Interface::word(reading, i);
+         const U64 value = turn == 0               ? random.below(1000)
+                           : turn == 3 || i == odd ? nextReading(random, last)
+                                                   : last + random.below(1'000'000);
+         raw[Interface::ethIntfFields[i].rmonIndex] = value;
+         U64 before = Interface::word(expected, i);
+         oracle.step(Interface::ethIntfFields[i].group, before, value);
+         Interface::wordIs(expected, i, before);
+         Interface::wordIs(reading, i, value);
+      }
+      chip->updateCounters(intf, raw);
+      chip->getMacCounters(intf, record, previous);
+      ASSERT_EQ(std::memcmp(&record->statistics(), &reading, fieldCount * sizeof(U64)), 0);
+      ASSERT_EQ(std::memcmp(&previous->statistics(), &expected, fieldCount * sizeof(U64)), 0);
+      ASSERT_EQ(chip->overflowCount(), oracle.wraps);
+      ASSERT_EQ(chip->seuCount(), oracle.upsets);
+      previous->statisticsIs(reading);
+      expected = reading;
+   }
+   EXPECT_GT(oracle.wraps, 1000U);
+   EXPECT_GT(oracle.upsets, 1000U);
+}
+
+} // namespace

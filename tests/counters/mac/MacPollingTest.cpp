@@ -1,0 +1,237 @@
+// MAC polling: which ports are asked, what a completion does however it comes, and the fake counter.
+#include "counters/chip/CookieRegistry.h"
+#include "counters/chip/SdkStatus.h"
+#include "kiln/RingLog.h"
+#include "tests/support/CountersRig.h"
+#include "tests/support/Environment.h"
+
+#include <gmock/gmock.h>
+#include <thread>
+
+namespace {
+
+using namespace ZelTest;
+
+using SoftChip::CompletionMode;
+
+constexpr CompletionMode inlined{CompletionMode::Kind::inlined};
+constexpr CompletionMode deferred{CompletionMode::Kind::deferred};
+constexpr CompletionMode onThread{CompletionMode::Kind::thread};
+constexpr CompletionMode held{CompletionMode::Kind::held};
+
+class MacPolling : public testing::Test {
+ protected:
+   MacPolling() {
+      rig.makeManager();
+      rig.addChip(0, "Zel0");
+      rig.addChip(1, "Zel1");
+   }
+
+   CountersRig rig;
+};
+
+// Waits until every completion was delivered, also those on the delivery thread.
+void drain(CountersRig& rig) {
+   while (rig.fleet.completions().outstanding() != 0) {
+      std::this_thread::yield();
+   }
+}
+
+TEST_F(MacPolling, StoresAllCountersHoweverTheCompletionComes) {
+   Kiln::threadSafePtrModeIs(true);
+   const auto port = rig.addPort("Ethernet1", 0, 129);
+   U64 value = 100;
+   for (const CompletionMode& mode : {inlined, deferred, onThread}) {
+      rig.fleet.completions().modeIs(mode);
+      for (unsigned i = 0; i < BF_NUM_RMON_COUNTERS; ++i) {
+         rig.chip(0).rmonIs(129, i, ++value);
+      }
+      rig.advance(2.0);
+      drain(rig);
+      const auto lock = Kiln::ActivityLockAnchor::lock();
+      for (unsigned i = 0; i < BF_NUM_RMON_COUNTERS; ++i) {
+         EXPECT_EQ(rig.last(0, port, i), value - (BF_NUM_RMON_COUNTERS - 1) + i);
+      }
+      EXPECT_TRUE(rig.counters(0)->macCountersClear(port)->counters().empty());
+   }
+   Kiln::threadSafePtrModeIs(false);
+}
+
+TEST_F(MacPolling, AsksForThisChipsPortsAndItsOwnInternalInterfaceOnly) {
+   const auto own = rig.addPort("Ethernet1", 0, 0);
+   const auto other = rig.addPort("Ethernet2", 1, 0);
+   const auto internal = rig.addPort("Internal1", 0, 66);
+   const auto foreignInternal = rig.addPort("Internal2", 0, 67);
+   rig.advance(2.0);
+   const auto& first = rig.counters(0)->macCountersLast();
+   EXPECT_TRUE(first.contains(own));
+   EXPECT_TRUE(first.contains(internal));
+   EXPECT_FALSE(first.contains(other));
+   EXPECT_FALSE(first.contains(foreignInternal));
+   EXPECT_TRUE(rig.counters(1)->macCountersLast().contains(other)); // the same port number, each its own
+}
+
+TEST_F(MacPolling, FollowsPortsThatComeMoveAndGo) {
+   const auto port = rig.addPort("Ethernet1", 0, 0);
+   rig.fleet.completions().modeIs(held);
+   const auto asked = [&] {
+      rig.advance(2.0);
+      std::vector<std::pair<int, U16>> devicesAndPorts;
+      for (const auto& completion : rig.fleet.completions().held()) {
+         devicesAndPorts.emplace_back(completion.device, completion.portOrPipe);
+      }
+      rig.fleet.completions().deliverAllHeld();
+      return devicesAndPorts;
+   };
+   using Ports = std::vector<std::pair<int, U16>>;
+   EXPECT_EQ(asked(), (Ports{{0, 0}}));
+   rig.addPort("Ethernet2", 0, 1);
+   EXPECT_EQ(asked(), (Ports{{0, 0}, {0, 1}}));
+   rig.chip(1).portAdd(5);
+   rig.status->portInfoIs(port, {1, 5});
+   EXPECT_EQ(asked(), (Ports{{0, 1}, {1, 5}}));
+   rig.status->portInfoDel(port);
+   EXPECT_EQ(asked(), (Ports{{0, 1}}));
+}
+
+TEST_F(MacPolling, ARefusedPortKeepsItsValuesAndTheOthersGoOn) {
+   const auto first = rig.addPort("Ethernet1", 0, 0);
+   const auto second = rig.addPort("Ethernet2", 0, 1);
+   rig.advance(2.0);
+   rig.chip(0).rmonIs(0, 0, 7);
+   rig.chip(0).rmonIs(1, 0, 8);
+   rig.fleet.faults().failNext("bf_port_mac_stats_hw_async_get", 26);
+   rig.advance(2.0);
+   EXPECT_EQ(rig.last(0, first, 0), 0U);
+   EXPECT_EQ(rig.last(0, second, 0), 8U);
+   rig.advance(2.0);
+   EXPECT_EQ(rig.last(0, first, 0), 7U);
+}
+
+TEST(SdkStatusText, EveryCodeOutsideTheTableIsUnknown) {
+   EXPECT_STREQ(ZelCounter::sdkStatusText(17), "Operation not supported");
+   EXPECT_STREQ(ZelCounter::sdkStatusText(25), "Object not implemented");
+   for (const int status : {26, -1, 1000000}) {
+      EXPECT_STREQ(ZelCounter::sdkStatusText(status), "Unknown error") << status;
+   }
+}
+
+TEST_F(MacPolling, APortThatWentAwayIsDroppedAndNoted) {
+   const auto port = rig.addPort("Ethernet1", 0, 0);
+   rig.fleet.completions().modeIs(held);
+   rig.advance(2.0);
+   rig.status->portInfoDel(port);
+   rig.fleet.completions().deliverAllHeld();
+   EXPECT_TRUE(rig.counters(0)->macCountersLast().empty());
+   EXPECT_THAT(Kiln::RingLog::instance().lines(),
+               testing::Contains(testing::HasSubstr(" intfId missing in systemStatus::portInfo[] for ")));
+}
+
+TEST_F(MacPolling, CompletionsOfADeletedChipTouchNothingAndFreeItWithTheLast) {
+   rig.addPort("Ethernet1", 0, 0);
+   rig.addPort("Ethernet2", 0, 1);
+   rig.fleet.completions().modeIs(held);
+   rig.advance(2.0);
+   const U64 withBoth = Kiln::trackedObjectCount();
+   auto& registry = ZelCounter::CookieRegistry<ZelCounter::ZelCounters>::instance();
+   const std::size_t deadBefore = registry.retiredCount();
+
+   rig.deleteChip("Zel0");
+   EXPECT_EQ(registry.retiredCount(), deadBefore + 1);
+   // Its address can't come back as another chip's while a completion may still name it.
+   rig.addChip(0, "Zel0");
+   rig.fleet.completions().deliverHeld();
+   EXPECT_EQ(registry.retiredCount(), deadBefore + 1);
+   rig.fleet.completions().deliverHeld();
+   EXPECT_EQ(registry.retiredCount(), deadBefore);
+   EXPECT_TRUE(rig.counters(0)->macCountersLast().empty());
+   EXPECT_EQ(Kiln::trackedObjectCount(), withBoth);
+}
+
+TEST_F(MacPolling, ACompletionTooManyIsHarmless) {
+   const auto port = rig.addPort("Ethernet1", 0, 0);
+   rig.fleet.completions().modeIs({CompletionMode::Kind::deferred, 0.0, 2});
+   rig.chip(0).rmonIs(0, 3, 9);
+   rig.advance(4.0);
+   EXPECT_EQ(rig.last(0, port, 3), 9U);
+   rig.deleteChip("Zel0");
+   rig.advance(2.0);
+}
+
+class RawCallback : public MacPolling {
+ protected:
+   void complete(int dev, int port, void* cookie) {
+      bf_rmon_counter_array_t counters{};
+      ZelCounter::ZelCountersCallback(dev, port, &counters, cookie);
+   }
+};
+
+TEST_F(RawCallback, RefusesAPortAboveTheInvalidOne) {
+   complete(0, 456, rig.counters(0).ptr());         // the invalid port: no interface, nothing stored
+   complete(0, 0x10000 + 5, rig.counters(0).ptr()); // only the low 16 bits count
+   EXPECT_THAT([&] { complete(0, 457, rig.counters(0).ptr()); },
+               testing::ThrowsMessage<std::range_error>(
+                    "PortIndex::value < PortIndex::min or > PortIndex::invalid not allowed"));
+   EXPECT_TRUE(rig.counters(0)->macCountersLast().empty());
+}
+
+TEST_F(RawCallback, ACookieOfAnotherDeviceOrOfNobodyStoresNothing) {
+   const auto port = rig.addPort("Ethernet1", 0, 0);
+   complete(1, 0, rig.counters(0).ptr());
+   int nobody = 0;
+   complete(0, 0, &nobody);
+   EXPECT_FALSE(rig.counters(0)->macCountersLast(port));
+}
+
+TEST_F(RawCallback, NeedsACookie) {
+   EXPECT_DEATH(complete(0, 0, nullptr), "\"bc\" failed in ZelCounters, ZelCountersCallback");
+}
+
+class FakeCounter : public testing::Test {
+ protected:
+   FakeCounter() {
+      rig.makeManager();
+      rig.addChip(0, "Zel0");
+      port = rig.addPort("Ethernet1", 0, 3);
+      rig.chip(0).rmonIs(3, 1, 77);
+   }
+
+   Environment simulation{"SIMULATION_VMID", "1"};
+   CountersRig rig;
+   Pelt::IntfId port;
+};
+
+TEST_F(FakeCounter, ShowsTheOneCounterOnEveryPortAndAsksNoHardware) {
+   const Environment id("ZEL_COUNTER_ID", "5");
+   for (const auto& [text, value] : {std::pair{"0x10", 16U}, {"010", 8U}, {"12", 12U}}) {
+      const Environment fake("ZEL_COUNTER_VALUE", text);
+      rig.fleet.faults().failNext("bf_port_mac_stats_hw_async_get", 1); // would be used up by a request
+      rig.advance(2.0);
+      for (unsigned i = 0; i < BF_NUM_RMON_COUNTERS; ++i) {
+         EXPECT_EQ(rig.last(0, port, i), i == 5 ? value : 0U) << text << " index " << i;
+      }
+   }
+   EXPECT_EQ(rig.fleet.faults().next(SoftChip::EntryPoint::portMacStatsGet), 1);
+}
+
+TEST_F(FakeCounter, NeedsBothVariables) {
+   const Environment id("ZEL_COUNTER_ID", "5");
+   rig.advance(2.0);
+   EXPECT_EQ(rig.last(0, port, 1), 77U);
+}
+
+TEST_F(FakeCounter, CallbacksAfterCleanUpStoreNothing) {
+   smRunning = 0;
+   rig.advance(2.0);
+   EXPECT_FALSE(rig.counters(0)->macCountersLast(port));
+}
+
+TEST_F(FakeCounter, RefusesACounterThatIsNone) {
+   const Environment value("ZEL_COUNTER_VALUE", "1");
+   for (const char* text : {"89", "-1", "4294967301"}) {
+      const Environment id("ZEL_COUNTER_ID", text);
+      EXPECT_DEATH(rig.advance(2.0), "\"ctrId < BF_NUM_RMON_COUNTERS\" failed in ZelCounters") << text;
+   }
+}
+
+} // namespace

@@ -1,0 +1,518 @@
+// Queue counters from the SDK's tables to what the forwarding layer is given.
+#include "counters/ZelCountersMgr.h"
+#include "silo/TableReader.h"
+#include "tests/support/StubSdkRig.h"
+#include "zl/ZelSdk.h"
+
+#include <cmath>
+#include <functional>
+#include <sstream>
+
+namespace {
+
+using namespace ZelTest;
+using ::testing::IsEmpty;
+using ZelCounter::QueueCounter;
+
+// What the forwarding layer was handed, in order.
+struct Reports : Vex::Counters::WriterConfig::Notifiee {
+   void onIntfQueueCounters(const Pelt::IntfId& intf, const VexTypes::IntfQueueCounters& counters) override {
+      all.emplace_back(intf.text(), counters);
+   }
+   std::vector<std::pair<std::string, VexTypes::IntfQueueCounters>> all;
+};
+
+class QueueCounters : public StubSdkRig {
+ protected:
+   QueueCounters() {
+      mounts->writerConfigIs(Kiln::allocate<Vex::Counters::WriterConfig>());
+      reports.notifierIs(mounts->writerConfig());
+      const Silo::TableOptions options{4, 2.0, Silo::ClockDomain::monotonic(), {}, false};
+      mounts->allIntfQueueCountersIs(
+           Kiln::allocate<Silo::Interface::AllIntfQueueCounters>(store, "queues", options));
+      systemStatus->hasNotificationActiveIs(true);
+      mgr = ZelCounter::zelCountersMgrFactory(systemStatus, mounts, Kiln::allocate<Vex::VexCommonSmData>(),
+                                              Kiln::allocate<Agent::AgentCommandRequestDirSm>(), nullptr,
+                                              nullptr, nullptr);
+      // Only queues are polled.
+      for (const U16 pipe : {U16{0}, U16{1}, U16{2}, U16{3}}) {
+         StubSdk::sdk().statuses[{"counterHwSync", pdpHandle, pipe}] = 17;
+      }
+   }
+   ~QueueCounters() override {
+      const auto lock = Kiln::ActivityLockAnchor::lock();
+      mgr = nullptr;
+      store.remove("queues");
+   }
+
+   ZelCounter::ZelCounters& addQueueChip(int dev, U16 highestPipe,
+                                         const Kiln::Ptr<StubSdk::Catalogue>& catalogue) {
+      auto status = Kiln::allocate<ZelSlice::ChipStatus>();
+      status->highestLogicalPipeIdIs(highestPipe);
+      const auto lock = Kiln::ActivityLockAnchor::lock();
+      mgr->addChip(static_cast<ZelId::ZelDevId>(dev), "Zel" + std::to_string(dev), {"stub"}, 7, nullptr,
+                   catalogue, status);
+      return *mgr->zelCounters(static_cast<ZelId::ZelDevId>(dev));
+   }
+   void deleteQueueChip(const char* name) {
+      const auto lock = Kiln::ActivityLockAnchor::lock();
+      mgr->deleteChip(name);
+   }
+   ZelCounter::ZelCounters& addQueueChip(int dev, U16 highestPipe) {
+      return addQueueChip(dev, highestPipe, makeCatalogue(dev));
+   }
+
+   static void queueIs(int dev, U16 devicePort, U32 entry, U32 queue, U64 pkts, U64 bytes, U64 drops) {
+      StubSdk::sdk().table(dev, queueHandle).values[{static_cast<U16>(devicePort / 128), entry + queue}] = {
+           pkts, bytes};
+      StubSdk::sdk().drops[devicePort * 32U + queue] = drops;
+   }
+
+   QueueCounter stored(const Pelt::IntfId& intf, std::size_t queue) {
+      return mgr->zelCounters(systemStatus->portInfo(intf).devId)
+           ->intfQueueCounters(intf)
+           ->queueCounter(queue);
+   }
+
+   // The next poll of every pipe comes and completes.
+   static void poll() {
+      advance(2.0);
+      StubSdk::sdk().deliverAll();
+   }
+
+   void clear(const Pelt::IntfId& intf, bool portChanged = false) {
+      const auto lock = Kiln::ActivityLockAnchor::lock();
+      mgr->zelCountersHelper()->doClearIntfQueueCounters(intf, portChanged);
+   }
+
+   Silo::Interface::IntfQueueCounters published(const Pelt::IntfId& intf) {
+      return mounts->allIntfQueueCounters()->table().sampleOrDefault(Silo::Key(intf.text())).record;
+   }
+
+   const Silo::Store store = Silo::Store::sharedMemory("zel-queue-test-" + std::to_string(getpid()));
+   Kiln::Ptr<ZelCounter::CountersMounts> mounts = Kiln::allocate<ZelCounter::CountersMounts>();
+   Kiln::Ptr<ZelCounter::ZelCountersMgr> mgr;
+   Reports reports;
+};
+
+struct PortCase {
+   U8 pipePort;
+   unsigned queues;
+   U32 firstEntry;
+};
+
+constexpr PortCase portCases[] = {
+     {0, 8, 0}, {3, 8, 120}, {5, 8, 168}, {65, 8, 2088}, {66, 14, 2128}, {67, 2, 2174},
+};
+
+TEST_F(QueueCounters, EveryQueueLandsOnItsOwnInterfaceAndQueue) {
+   addQueueChip(2, 1);
+   for (const PortCase& c : portCases) {
+      const auto devicePort = static_cast<U16>(128 + c.pipePort);
+      addPort("Ethernet" + std::to_string(c.pipePort), devicePort, 2);
+      for (U32 q = 0; q < c.queues; ++q) {
+         const U64 value = c.pipePort * 100U + q + 1;
+         queueIs(2, devicePort, c.firstEntry, q, value, value * 1000, value * 1000000);
+      }
+   }
+   poll();
+   ASSERT_EQ(reports.all.size(), std::size(portCases));
+   for (std::size_t i = 0; i < reports.all.size(); ++i) {
+      const PortCase& c = portCases[i];
+      const auto& [name, report] = reports.all[i];
+      EXPECT_EQ(name, "Ethernet" + std::to_string(c.pipePort));
+      for (U32 q = 0; q < 17; ++q) {
+         SCOPED_TRACE(name + " queue " + std::to_string(q));
+         const U64 value = c.pipePort * 100U + q + 1;
+         ASSERT_EQ(report.has(q), q < c.queues);
+         if (report.has(q)) {
+            EXPECT_EQ(report.intfQueueStat(q),
+                      (Silo::Interface::QueueStatistics{value, value * 1000, value * 1000000}));
+            EXPECT_EQ(stored(Pelt::IntfId(name.c_str()), q),
+                      QueueCounter(static_cast<U8>(q), value * 1000, value, value * 1000000));
+         }
+      }
+   }
+}
+
+TEST_F(QueueCounters, WhatWasSentIsReadOfEveryPortBeforeAnyDrops) {
+   addQueueChip(0, 0);
+   addPort("Ethernet1", 67);
+   addPort("Ethernet2", 128 + 5); // of another pipe
+   addPort("Ethernet3", 65);
+   advance(1.0);
+   StubSdk::sdk().calls.clear();
+   StubSdk::sdk().deliverAll();
+   EXPECT_THAT(StubSdk::sdk().calls,
+               ::testing::ElementsAre("query 2174", "query 2175", "query 2088", "query 2089", "query 2090",
+                                      "query 2091", "query 2092", "query 2093", "query 2094", "query 2095",
+                                      "drops 67 0", "drops 67 1", "drops 65 0", "drops 65 1", "drops 65 2",
+                                      "drops 65 3", "drops 65 4", "drops 65 5", "drops 65 6", "drops 65 7"));
+}
+
+TEST_F(QueueCounters, UninitializedTableIsRetriedEachSecondWithoutARequest) {
+   auto catalogue = makeCatalogue(0);
+   StubSdk::sdk().table(0, queueHandle).checksUntilInitialized = 1; // until the second check, at 2.0 s
+   auto& chip = addQueueChip(0, 0, catalogue);
+   EXPECT_EQ(chip.pipeIntfQueueCounterSm(0)->pollingTimeMin(), 1.0);
+   advance(1.0);
+   EXPECT_EQ(chip.pipeIntfQueueCounterSm(0)->pollingTimeMin(), 2.0);
+   EXPECT_THAT(StubSdk::sdk().calls, ::testing::Not(::testing::Contains("sync 0 0 E0")));
+   advance(2.0);
+   EXPECT_THAT(StubSdk::sdk().calls, ::testing::Contains("sync 0 0 E0"));
+   EXPECT_EQ(chip.pipeIntfQueueCounterSm(0)->pollingTimeMin(), Kiln::never) << "the completion arms it";
+   StubSdk::sdk().deliverAll();
+   EXPECT_EQ(chip.pipeIntfQueueCounterSm(0)->pollingTimeMin(), 5.0);
+}
+
+TEST_F(QueueCounters, IntervalIsCheckedAndReadersAreTold) {
+   addQueueChip(0, 0).intfQueueCountersSdkPollingIntervalIs(5.0);
+   auto& chip = addQueueChip(1, 0);
+   for (const double refused : {0.0, -1.0, std::nan(""), Kiln::never}) {
+      EXPECT_THROW(chip.intfQueueCountersSdkPollingIntervalIs(refused), std::range_error) << refused;
+   }
+   addPort("Ethernet1", 3);
+   poll();
+   EXPECT_EQ(mgr->zelCounters(0)->pipeIntfQueueCounterSm(0)->pollingTimeMin(), 7.0);
+   Silo::TableReader<Silo::Interface::IntfQueueCounters> reader(store, "queues");
+   EXPECT_EQ(reader.state().pollingInterval, 5.0);
+}
+
+TEST_F(QueueCounters, RefusedSyncEndsThePollingOfItsPipeOnly) {
+   StubSdk::sdk().statuses[{"databaseSync", queueHandle, 1}] = 9;
+   StubSdk::sdk().inlineDefault = true;
+   auto& chip = addQueueChip(0, 2);
+   advance(10.0);
+   EXPECT_EQ(chip.pipeIntfQueueCounterSm(1)->pollingTimeMin(), Kiln::never);
+   EXPECT_EQ(::testing::Value(StubSdk::sdk().calls, ::testing::Contains("sync 0 1 E0").Times(1)), true);
+   EXPECT_EQ(::testing::Value(StubSdk::sdk().calls, ::testing::Contains("sync 0 2 E0").Times(5)), true);
+   StubSdk::sdk().statuses.erase({"databaseSync", queueHandle, 1});
+   chip.pipeIntfQueueCounterSm(1)->scheduleClock();
+   advance(2.0);
+   EXPECT_EQ(chip.pipeIntfQueueCounterSm(1)->pollingTimeMin(), 14.0);
+}
+
+TEST_F(QueueCounters, ClearedQueueShowsOnlyWhatCameAfterTheClear) {
+   addQueueChip(0, 0);
+   const Pelt::IntfId intf = addPort("Ethernet1", 5);
+   queueIs(0, 5, 168, 2, 10, 1000, 3);
+   poll();
+   const std::size_t calls = StubSdk::sdk().calls.size();
+   queueIs(0, 5, 168, 2, 12, 1200, 3); // between the sync and the clear
+   clear(intf);
+   EXPECT_EQ(StubSdk::sdk().calls.size(), calls) << "nothing is asked of the SDK";
+   EXPECT_EQ(stored(intf, 2), QueueCounter(2, 0, 0, 0));
+   EXPECT_EQ(reports.all.back().second.intfQueueStat(2), Silo::Interface::QueueStatistics{});
+   EXPECT_EQ(reports.all.size(), 2U) << "the zeroed record is handed over at once";
+   poll();
+   EXPECT_EQ(stored(intf, 2), QueueCounter(2, 200, 2, 0));
+   clear(intf);
+   queueIs(0, 5, 168, 2, 15, 1500, 4);
+   poll();
+   EXPECT_EQ(stored(intf, 2), QueueCounter(2, 300, 3, 1));
+}
+
+// Each counter's hardware block begins anew on its own.
+TEST_F(QueueCounters, ReadingBelowTheBaselineCountsWhole) {
+   addQueueChip(0, 0);
+   const Pelt::IntfId intf = addPort("Ethernet1", 0);
+   queueIs(0, 0, 0, 1, 10, 1000, 7);
+   poll();
+   clear(intf);
+   queueIs(0, 0, 0, 1, 11, 900, 9);
+   poll();
+   EXPECT_EQ(stored(intf, 1), QueueCounter(1, 900, 11, 9));
+   queueIs(0, 0, 0, 1, 12, 1100, 5);
+   poll();
+   EXPECT_EQ(stored(intf, 1), QueueCounter(1, 1100, 12, 5)); // no baseline is left
+}
+
+TEST_F(QueueCounters, PortThatChangedCountsFromItsNextReading) {
+   const PortCase cpu{66, 14, 2128};
+   const PortCase other{67, 2, 2174};
+   const PortCase moves[][2] = {{cpu, other}, {other, cpu}};
+   for (const auto& [from, to] : moves) {
+      SCOPED_TRACE("from " + std::to_string(from.pipePort));
+      StubSdk::sdk().drops.clear();
+      addQueueChip(0, 0);
+      const U8 fromQueue = static_cast<U8>(from.queues - 1);
+      const U8 toQueue = static_cast<U8>(to.queues - 1);
+      const Pelt::IntfId intf = addPort("Internal1", from.pipePort);
+      queueIs(0, from.pipePort, from.firstEntry, fromQueue, 10, 1000, 7);
+      queueIs(0, to.pipePort, to.firstEntry, toQueue, 500, 50000, 3);
+      poll();
+      EXPECT_EQ(stored(intf, fromQueue), QueueCounter(fromQueue, 1000, 10, 7));
+      addPort("Internal1", to.pipePort);
+      EXPECT_EQ(stored(intf, fromQueue), QueueCounter(fromQueue, 0, 0, 0));
+      EXPECT_TRUE(reports.all.back().second.beginsAnew());
+      poll();
+      EXPECT_EQ(stored(intf, toQueue), QueueCounter(toQueue, 0, 0, 0)) << "what the other port had counted";
+      queueIs(0, to.pipePort, to.firstEntry, toQueue, 501, 50060, 5);
+      poll();
+      EXPECT_EQ(stored(intf, toQueue), QueueCounter(toQueue, 60, 1, 2));
+      for (U32 q = 0; q < 17; ++q) {
+         EXPECT_EQ(reports.all.back().second.has(q), q < to.queues) << q;
+      }
+      systemStatus->portInfoDel(intf);
+   }
+}
+
+TEST_F(QueueCounters, PortThatCameBackWhereItWasKeepsItsBaselineButNotItsTime) {
+   addQueueChip(0, 0);
+   const Pelt::IntfId intf = addPort("Internal1", 66);
+   for (const U64 reading : {10U, 15U, 17U}) {
+      queueIs(0, 66, 2128, 0, reading, reading * 100, 0);
+      clear(intf, true);
+      poll();
+      EXPECT_EQ(published(intf).totals[0].packets, reading);
+      EXPECT_EQ(published(intf).interval, 0.0);
+   }
+   EXPECT_EQ(stored(intf, 0), QueueCounter(0, 200, 2, 0));
+}
+
+TEST_F(QueueCounters, FrontPanelPortThatCameBackElsewhereHasNothingOfItsOldPort) {
+   auto& chip = addQueueChip(0, 1);
+   const Pelt::IntfId intf = addPort("Ethernet1", 5);
+   queueIs(0, 5, 168, 7, 10, 1000, 7);
+   queueIs(0, 128 + 67, 2174, 1, 500, 50000, 3);
+   poll();
+   clear(intf);
+   systemStatus->portInfoDel(intf);
+   poll();
+   EXPECT_TRUE(chip.intfQueueCounters(intf)) << "it may come back where it was";
+   addPort("Ethernet1", 128 + 67);
+   poll();
+   EXPECT_EQ(stored(intf, 1), QueueCounter(1, 50000, 500, 3));
+   EXPECT_FALSE(chip.intfQueueCounters(intf)->has(7));
+   EXPECT_TRUE(reports.all.back().second.beginsAnew());
+   poll();
+   EXPECT_FALSE(reports.all.back().second.beginsAnew());
+}
+
+TEST_F(QueueCounters, ClearIsNoNewSample) {
+   addQueueChip(0, 0);
+   const Pelt::IntfId intf = addPort("Ethernet1", 5);
+   poll();
+   const double read = Kiln::System::currentTime();
+   EXPECT_EQ(reports.all.back().second.sampleTime(), read);
+   advance(1.0);
+   clear(intf);
+   EXPECT_EQ(reports.all.back().second.sampleTime(), read);
+   clear(intf, true);
+   EXPECT_EQ(reports.all.back().second.sampleTime(), Silo::unknownSampleTime);
+}
+
+TEST_F(QueueCounters, ChipsWithTheSamePipesKeepTheirValuesApart) {
+   addQueueChip(0, 0);
+   addQueueChip(1, 0);
+   const Pelt::IntfId first = addPort("Ethernet1", 3);
+   const Pelt::IntfId second = addPort("Ethernet2", 3, 1);
+   queueIs(0, 3, 120, 0, 1, 11, 0);
+   queueIs(1, 3, 120, 0, 2, 22, 0);
+   advance(1.0);
+   auto pending = std::move(StubSdk::sdk().pending);
+   StubSdk::sdk().pending.clear();
+   ASSERT_EQ(pending.size(), 2U);
+   pending[1].callback(0, pending[1].cookie); // the second chip's, under the first one's name
+   EXPECT_THAT(reports.all, IsEmpty());
+   pending[1].deliver();
+   pending[0].deliver();
+   EXPECT_EQ(stored(first, 0), QueueCounter(0, 11, 1, 0));
+   EXPECT_EQ(stored(second, 0), QueueCounter(0, 22, 2, 0));
+   std::vector<std::tuple<std::string, U64, U64>> handedOver;
+   for (const auto& [name, report] : reports.all) {
+      handedOver.emplace_back(name, report.intfQueueStat(0).packets, report.intfQueueStat(0).bytes);
+   }
+   EXPECT_THAT(handedOver,
+               ::testing::ElementsAre(std::tuple("Ethernet2", 2, 22), std::tuple("Ethernet1", 1, 11)));
+}
+
+TEST_F(QueueCounters, LateAndDuplicateCompletionsTouchNothing) {
+   auto& chip = addQueueChip(0, 0);
+   addPort("Ethernet1", 3);
+   advance(1.0);
+   const StubSdk::Completion one = StubSdk::sdk().pending.at(0);
+   StubSdk::sdk().deliverAll();
+   EXPECT_EQ(reports.all.size(), 1U);
+   advance(0.5);
+   one.deliver();
+   EXPECT_EQ(chip.pipeIntfQueueCounterSm(0)->pollingTimeMin(), 3.0) << "the duplicate re-arms nothing";
+   advance(1.5);
+   deleteQueueChip("Zel0");
+   StubSdk::sdk().deliverAll();
+   addQueueChip(0, 0);
+   one.deliver();
+   EXPECT_EQ(reports.all.size(), 1U);
+}
+
+TEST_F(QueueCounters, ChipThatIsAddedAgainCountsWhole) {
+   const Pelt::IntfId intf = addPort("Ethernet1", 5);
+   U64 total = 0;
+   for (const U64 reading : {1000U, 20U, 5U}) {
+      addQueueChip(0, 0);
+      queueIs(0, 5, 168, 3, reading, reading * 64, 0);
+      poll();
+      total += reading;
+      EXPECT_EQ(published(intf).totals[3], (Silo::Interface::QueueStatistics{total, total * 64, 0}));
+      deleteQueueChip("Zel0");
+   }
+}
+
+TEST_F(QueueCounters, PollerThatOutlivesItsChipStaysIdle) {
+   auto& chip = addQueueChip(0, 1);
+   addPort("Ethernet1", 3);
+   const auto pollers = {chip.pipeIntfQueueCounterSm(0), chip.pipeIntfQueueCounterSm(1)};
+   chip.pipeIntfQueueCounterSmDel(1);
+   deleteQueueChip("Zel0");
+   StubSdk::sdk().deliverAll();
+   StubSdk::sdk().calls.clear();
+   for (const auto& poller : pollers) {
+      poller->pollingClockExpired();
+      poller->syncCompleted();
+      poller->scheduleClock();
+      EXPECT_EQ(poller->pollingTimeMin(), Kiln::never);
+   }
+   EXPECT_THAT(StubSdk::sdk().calls, IsEmpty());
+   EXPECT_THAT(reports.all, IsEmpty());
+}
+
+TEST_F(QueueCounters, CleanUpInSimulationLeavesCompletionsUnread) {
+   const Environment simulation("SIMULATION_VMID", "1");
+   auto catalogue = makeCatalogue(0);
+   catalogue->add(0, makeTable("l2DmacClassifyCount", 0xA3, 4, true, packetsOnly));
+   auto& chip = addQueueChip(0, 0, catalogue);
+   addPort("Ethernet1", 3);
+   advance(1.0);
+   chip.zelCountersSm()->doCleanup();
+   StubSdk::sdk().deliverAll();
+   EXPECT_THAT(reports.all, IsEmpty());
+   smRunning = 1;
+}
+
+TEST_F(QueueCounters, HelperAnswersWithWhatIsStored) {
+   auto& helper = *mgr->zelCountersHelper();
+   VexTypes::IntfQueueCounters filled;
+   filled.intfQueueStatIs(3, {1, 1, 1});
+   const Pelt::IntfId intf = addPort("Ethernet1", 5);
+   EXPECT_FALSE(helper.getIntfQueueCounters(intf, filled).has(3)) << "no chip";
+   EXPECT_FALSE(helper.getIntfQueueCounters(Pelt::IntfId("Ethernet9"), filled).has(3)) << "no port";
+   addQueueChip(0, 0);
+   EXPECT_DEATH(helper.getIntfQueueCounters(intf, {}), "\"intfQueueCounters\" failed in ZelCountersHelper");
+   queueIs(0, 5, 168, 7, 4, 400, 1);
+   poll();
+   const auto record = helper.getIntfQueueCounters(intf, filled);
+   EXPECT_EQ(record.intfQueueStat(7), (Silo::Interface::QueueStatistics{4, 400, 1}));
+   EXPECT_EQ(record.intfQueueStat(3), Silo::Interface::QueueStatistics{});
+}
+
+TEST_F(QueueCounters, QueuesOfAnOperatorsClear) {
+   addQueueChip(0, 0);
+   Kiln::Ptr<ZelCounter::ZelCountersHelper> helper = mgr->zelCountersHelper();
+   const Pelt::IntfId intfs[] = {addPort("Ethernet1", 67), addPort("Ethernet2", 5), addPort("Ethernet3", 66)};
+   const U32 entries[] = {2174, 168, 2128};
+   const struct {
+      const char* name;
+      bool isCleared[3];
+   } clears[] = {{"Ethernet9", {false, false, false}},
+                 {"Ethernet2", {false, true, false}},
+                 {"all", {true, true, true}}};
+   U64 reading = 0;
+   for (const auto& c : clears) {
+      // The table of four has entries of the outer two alone, and no room for the one between.
+      auto& table = mounts->allIntfQueueCounters()->table();
+      reading += 5;
+      for (std::size_t i = 0; i < std::size(intfs); ++i) {
+         queueIs(0, systemStatus->portInfo(intfs[i]).devicePort, entries[i], 1, reading, 0, 0);
+      }
+      poll();
+      if (c.name == std::string("all")) {
+         table.recordDel(Silo::Key("Ethernet2"));
+         table.recordIs(Silo::Key("Other1"), {}, 0.0);
+         table.recordIs(Silo::Key("Other2"), {}, 0.0);
+      }
+      const auto lock = Kiln::ActivityLockAnchor::lock();
+      EXPECT_NO_THROW(helper->doClearCounters(c.name));
+      for (std::size_t i = 0; i < std::size(intfs); ++i) {
+         EXPECT_EQ(stored(intfs[i], 1).pkts == 0, c.isCleared[i]) << c.name << " " << intfs[i];
+      }
+   }
+}
+
+TEST_F(QueueCounters, OnlyTheFirstEightQueuesAreUnicast) {
+   VexTypes::IntfQueueType type;
+   mgr->zelCountersHelper()->getIntfQueueType(addPort("Ethernet1", 66), type);
+   for (std::size_t queue = 0; queue < VexTypes::IntfQueueCounters::queueCount; ++queue) {
+      EXPECT_EQ(type.queueType(queue), queue < 8 ? VexTypes::QueueType::unicast : VexTypes::QueueType::none);
+   }
+}
+
+TEST_F(QueueCounters, ClearCreatesMissingSharedEntriesEvenWithoutAChip) {
+   const Pelt::IntfId intf = addPort("Ethernet1", 66);
+   clear(intf);
+   EXPECT_TRUE(mounts->allIntfQueueCounters()->has(intf, 13));
+   EXPECT_FALSE(mounts->allIntfQueueCounters()->has(intf, 14));
+   EXPECT_THAT(reports.all, IsEmpty());
+}
+
+TEST_F(QueueCounters, NameTooLongForTheSharedTableIsLeftOut) {
+   addQueueChip(0, 0);
+   const std::string digits(70, '1');
+   for (const std::string& name : {"Internal" + digits, "Ethernet" + digits}) {
+      const Pelt::IntfId intf = addPort(name, 5);
+      queueIs(0, 5, 168, 0, 4, 400, 0);
+      poll();
+      clear(intf);
+      EXPECT_EQ(stored(intf, 0), QueueCounter(0, 0, 0, 0)) << name;
+      systemStatus->portInfoDel(intf);
+   }
+}
+
+TEST_F(QueueCounters, MisfitsStopTheProcess) {
+   EXPECT_DEATH(ZelCounter::ZelIntfQueueCountersCallback(0, nullptr), "\"cookie\"");
+   auto& chip = addQueueChip(0, 0);
+   addPort("Ethernet1", 0);
+   advance(1.0);
+   const struct {
+      const char* assertion;
+      std::function<void()> misfit;
+   } misfits[] = {
+        {"\"rc == 0\"",
+         [] {
+            StubSdk::sdk().statuses[{"query", queueHandle, 0}] = 5;
+            StubSdk::sdk().deliverAll();
+         }},
+        {"\"rc == BF_SUCCESS\"",
+         [] {
+            StubSdk::sdk().statuses[{"drops", 0, 0}] = 5;
+            StubSdk::sdk().deliverAll();
+         }},
+        {"\"false\"",
+         [&] {
+            addPort("Ethernet2", 68);
+            StubSdk::sdk().deliverAll();
+         }},
+        {"\"false\"", [&] { clear(addPort("Ethernet2", 68)); }},
+        {"\"parent\\(\\)->perPipeCounter\\( egressPortQueueCountId \\)\"",
+         [&] {
+            chip.perPipeCounterDel(1);
+            chip.pipeIntfQueueCounterSm(0)->pollingClockExpired();
+         }},
+        {"\"zelCounters->vexCountersSm\\(\\)->writerConfig\\(\\)\"",
+         [&] {
+            mgr->vexCountersSm()->writerConfigIs(nullptr);
+            StubSdk::sdk().deliverAll();
+         }},
+   };
+   for (const auto& m : misfits) {
+      EXPECT_DEATH(m.misfit(), m.assertion);
+   }
+}
+
+TEST(QueueCounterText, IsTheValueForm) {
+   std::ostringstream text;
+   text << QueueCounter(7, 2, 3, 4);
+   EXPECT_EQ(text.str(), "Value('ZelCounter::QueueCounter', ** {'queueId': 7, 'bytes': 2, 'pkts': 3, "
+                         "'pktsDropped': 4})");
+}
+
+} // namespace

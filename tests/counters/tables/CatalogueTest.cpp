@@ -1,0 +1,210 @@
+// What a chip does with its catalogue of counter tables as it comes up.
+#include "kiln/RingLog.h"
+#include "tests/support/StubSdkRig.h"
+#include "zl/ZelSdk.h"
+
+namespace {
+
+using namespace ZelTest;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+class Catalogue : public StubSdkRig {
+ protected:
+   static std::vector<std::string> callsWith(const std::string& prefix) {
+      std::vector<std::string> found;
+      for (const std::string& call : StubSdk::sdk().calls) {
+         if (call.rfind(prefix, 0) == 0) {
+            found.push_back(call);
+         }
+      }
+      return found;
+   }
+};
+
+// Table id 2, initialized at the third check; the others at the first.
+TEST_F(Catalogue, TableIsAskedAboutUntilItIsInitializedAndNeverAgain) {
+   auto catalogue = makeCatalogue(0);
+   StubSdk::Table late = makeTable("late", 0xA0, 4, false, packetsOnly, false);
+   late.checksUntilInitialized = 2;
+   catalogue->add(0, late);
+   auto& chip = addChip(0, 0, catalogue);
+
+   EXPECT_TRUE(chip.zelCountersSm()->initialized());
+   EXPECT_TRUE(chip.initializedCounter(0));
+   EXPECT_FALSE(chip.initializedCounter(2));
+   EXPECT_FALSE(chip.perPipeCounter(2));
+   EXPECT_FALSE(chip.initializedCounter().contains(99)) << "a look-up must not insert";
+   advance(3.9);
+   EXPECT_FALSE(chip.initializedCounter(2));
+   advance(0.1);
+   EXPECT_TRUE(chip.initializedCounter(2));
+   EXPECT_TRUE(chip.perPipeCounter(2)) << "asymmetric";
+   EXPECT_EQ(chip.zelCountersSm()->initClockTimeMin(), Kiln::never);
+   EXPECT_EQ(callsWith("initialized? 0 10A0").size(), 3U);
+   EXPECT_EQ(callsWith("initialized? 0 10D0").size(), 1U);
+}
+
+TEST_F(Catalogue, FailedQueryIsRetriedAndDoesNotStopTheOthers) {
+   auto catalogue = makeCatalogue(0);
+   StubSdk::sdk().statuses[{"initialized", 0x10D0, 0}] = 5;
+   auto& chip = addChip(0, 0, catalogue);
+   EXPECT_FALSE(chip.initializedCounter(0));
+   EXPECT_TRUE(chip.initializedCounter(1));
+   StubSdk::sdk().statuses.clear();
+   advance(2.0);
+   EXPECT_TRUE(chip.initializedCounter(0));
+}
+
+TEST_F(Catalogue, SymmetricTableForcedPerPipeStaysPerPipe) {
+   auto catalogue = makeCatalogue(0);
+   StubSdk::sdk().table(0, pdpHandle).symmetric = true;
+   EXPECT_TRUE(addChip(0, 0, catalogue).perPipeCounter(0));
+}
+
+TEST_F(Catalogue, SimulationScopesTablesInOrderAndAsymmetryOverridesAnExplicitFalse) {
+   const Environment simulation("SIMULATION_VMID", "1");
+   auto catalogue = makeCatalogue(0);
+   catalogue->add(0, makeTable("l2DmacClassifyCount", 0xA1, 4, true, packetsOnly, false));
+   auto& chip = addChip(0, 0, catalogue);
+   EXPECT_THAT(callsWith("property"),
+               ElementsAre("property 7 0 B1 1 1 0", "property 7 0 B2 1 1 0", "property 7 0 B3 1 0 0"));
+   EXPECT_TRUE(chip.perPipeCounter(2));
+
+   StubSdk::sdk().table(0, 0xA1).symmetric = true;
+   auto& symmetric = addChip(0, 0, catalogue);
+   EXPECT_FALSE(symmetric.perPipeCounter(2));
+   EXPECT_TRUE(symmetric.perPipeCounter().contains(2)) << "an explicit false";
+}
+
+TEST_F(Catalogue, QosPolicyTablesAreTouchedOnlyWithTheCapability) {
+   addChip(0, 0, makeCatalogue(0));
+   EXPECT_THAT(callsWith("property"), IsEmpty());
+
+   systemStatus->chipCapabilitiesIs("stub", {false, false, false, true});
+   auto catalogue = makeCatalogue(1);
+   catalogue->addMatch("qosPolicyDropCounter", 0xB4);
+   catalogue->add(1, makeTable("qosPolicyDropCount", 0xA2, 4, true, packetsOnly));
+   auto& chip = addChip(1, 0, catalogue);
+   EXPECT_THAT(callsWith("property"), ElementsAre("property 7 1 B4 1 1 0"));
+   EXPECT_TRUE(chip.perPipeCounter(2));
+}
+
+TEST_F(Catalogue, PollersAreMadePerPipeAndType) {
+   StubSdk::sdk().physicalPipeOffset = 1;
+   auto& chip = addChip(0, 1, makeCatalogue(0));
+   EXPECT_EQ(chip.pipeIntfQueueCounterSm().size(), 2U);
+   std::vector<std::string> made;
+   for (const auto& [key, sm] : chip.pipeTmCounterSm()) {
+      made.push_back(std::to_string(key.pipe) + "/" + std::to_string(key.counterType) + "/" +
+                     std::to_string(sm->physicalPipe()));
+      EXPECT_EQ(sm->pollingTimeMin(), 2.0);
+   }
+   EXPECT_THAT(made, ElementsAre("0/0/1", "0/1/1", "0/2/1", "0/6/1", "0/7/1", "0/4/1", "0/8/1", "1/0/2",
+                                 "1/1/2", "1/2/2", "1/6/2", "1/7/2", "1/4/2", "1/8/2"));
+   EXPECT_EQ(chip.pipeIntfQueueCounterSm(0)->pollingTimeMin(), 1.0) << "its table was not initialized yet";
+}
+
+TEST_F(Catalogue, PollerIsNotMadeAgainWithAnotherClock) {
+   auto& chip = addChip(0, 0, makeCatalogue(0));
+   const auto sm = chip.pipeIntfQueueCounterSm(0);
+   EXPECT_EQ(chip.pipeIntfQueueCounterSmIs(0, sm->clock()), sm);
+   const Kiln::Ptr<const Kiln::Clock> other = Kiln::allocate<Kiln::Clock>();
+   EXPECT_THAT([&] { chip.pipeIntfQueueCounterSmIs(0, other); },
+               ::testing::ThrowsMessage<std::invalid_argument>(::testing::MatchesRegex(
+                    "Reinstantiating the pointer interface where constructor parameter "
+                    "attribute _pollingClock has a different value of .+ than the "
+                    "current value of .+ not allowed")));
+}
+
+TEST_F(Catalogue, ChipWithoutResourceInfoHasNoTableWork) {
+   auto& chip = addChip(0, 3, nullptr);
+   EXPECT_TRUE(chip.initialized());
+   advance(10.0);
+   EXPECT_THAT(StubSdk::sdk().calls, IsEmpty());
+}
+
+// What the program lacks or the SDK refuses, and the assertion that stops the process.
+struct FatalCase {
+   const char* assertion;
+   bool simulation;
+   bool qosPolicy;
+   void (*breakIt)(StubSdk::Catalogue& catalogue);
+};
+
+void addPdp(StubSdk::Catalogue& catalogue) {
+   catalogue.add(0, makeTable("pdpClassCount", pdpHandle, 2336, false, packetsOnly));
+}
+
+const FatalCase fatalCases[] = {
+     {"pdpClassCountId != 0xFFFFFFF", false, false, [](StubSdk::Catalogue&) {}},
+     {"tableIndex != 0xFFFFFFF", false, true, addPdp},
+     {"qosPolicyDropCountId != 0xFFFFFFF", false, true,
+      [](StubSdk::Catalogue& c) {
+         addPdp(c);
+         c.addMatch("qosPolicyDropCounter", 0xB4);
+      }},
+     {"queueCountersIndex != 0xFFFFFFF", true, false, addPdp},
+     {"pdpPolicyIndex != 0xFFFFFFF", true, false,
+      [](StubSdk::Catalogue& c) {
+         addPdp(c);
+         c.addMatch("queueCounters", 0xB1);
+      }},
+     {"pps == 0", true, false,
+      [](StubSdk::Catalogue& c) {
+         addPdp(c);
+         c.addMatch("queueCounters", 0xB1);
+         StubSdk::sdk().statuses[{"property", 0xB1, 0}] = 3;
+      }},
+     {"l2DmacClassifyIndex != 0xFFFFFFF", true, false,
+      [](StubSdk::Catalogue& c) {
+         addPdp(c);
+         c.addMatch("queueCounters", 0xB1);
+         c.addMatch("pdpPolicy", 0xB2);
+      }},
+     {"l2DmacClassifyCountId != 0xFFFFFFF", true, false,
+      [](StubSdk::Catalogue& c) {
+         addPdp(c);
+         c.addMatch("queueCounters", 0xB1);
+         c.addMatch("pdpPolicy", 0xB2);
+         c.addMatch("l2DmacClassify", 0xB3);
+      }},
+     {"failed in ZelCounters, initializePerPipeCounters.*: Failed to map logical to physical pipe-id", false,
+      false,
+      [](StubSdk::Catalogue& c) {
+         addPdp(c);
+         StubSdk::sdk().statuses[{"map", 0, 0}] = 3;
+      }},
+     {"physicalPipeId <= ZelId::ZelPipeId::max\\(\\)", false, false,
+      [](StubSdk::Catalogue& c) {
+         addPdp(c);
+         StubSdk::sdk().physicalPipeOffset = 4;
+      }},
+     {"pipe_mgr_stat_tbl_symmetric_mode\\( bc\\(\\)->deviceId\\(\\), info->counterHandle, &symmetric \\) == "
+      "0",
+      false, false,
+      [](StubSdk::Catalogue& c) {
+         addPdp(c);
+         StubSdk::sdk().statuses[{"symmetric", 0x10D0, 0}] = 5;
+      }},
+};
+
+TEST_F(Catalogue, ProgramThatDoesNotFitTheLibraryStopsTheProcess) {
+   for (const FatalCase& fatal : fatalCases) {
+      SCOPED_TRACE(fatal.assertion);
+      EXPECT_DEATH(
+           {
+              std::optional<Environment> simulation;
+              if (fatal.simulation) {
+                 simulation.emplace("SIMULATION_VMID", "1");
+              }
+              systemStatus->chipCapabilitiesIs("stub", {false, false, false, fatal.qosPolicy});
+              auto catalogue = Kiln::allocate<StubSdk::Catalogue>();
+              fatal.breakIt(*catalogue);
+              addChip(0, 0, catalogue);
+           },
+           fatal.assertion);
+   }
+}
+
+} // namespace

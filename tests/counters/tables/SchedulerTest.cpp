@@ -1,0 +1,285 @@
+// The hardware-sync passes of a chip, however its requests complete.
+#include "kiln/RingLog.h"
+#include "tests/support/Random.h"
+#include "tests/support/StubSdkRig.h"
+#include "zl/ZelSdk.h"
+
+#include <atomic>
+#include <thread>
+
+namespace {
+
+using namespace ZelTest;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+constexpr U32 perPipeHandle = 0xA1;
+constexpr U32 allPipesHandle = 0xA2;
+
+class Scheduler : public StubSdkRig {
+ protected:
+   Scheduler() { refuseQueueSyncs(); }
+
+   // Four pipes; two tables per pipe and one for all pipes: nine requests a pass.
+   ZelCounter::ZelCounters& addNineRequestChip(int dev) {
+      auto catalogue = makeCatalogue(dev);
+      catalogue->add(dev, makeTable("perPipe", perPipeHandle, 4, true, packetsAndBytes, false));
+      catalogue->add(dev, makeTable("allPipes", allPipesHandle, 4, false, packetsAndBytes));
+      return addChip(dev, 3, catalogue);
+   }
+
+   static void deliverOne() {
+      const StubSdk::Completion first = StubSdk::sdk().pending.front();
+      StubSdk::sdk().pending.erase(StubSdk::sdk().pending.begin());
+      first.deliver();
+   }
+};
+
+TEST_F(Scheduler, DeferredPassEndsWithTheNinthCompletion) {
+   auto& chip = addNineRequestChip(0);
+   auto& sm = *chip.hwTableCountersSm();
+   advance(1.9);
+   EXPECT_THAT(takeSyncs(), IsEmpty());
+   advance(0.1);
+   EXPECT_THAT(takeSyncs(),
+               ElementsAre("sync 0 0 D0", "sync 0 1 D0", "sync 0 2 D0", "sync 0 3 D0", "sync 0 0 A1",
+                           "sync 0 1 A1", "sync 0 2 A1", "sync 0 3 A1", "sync 0 65535 A2"));
+   EXPECT_EQ(sm.pendingCallbacks(), 9U);
+   advance(5.0);
+   for (int i = 0; i < 8; ++i) {
+      deliverOne();
+   }
+   EXPECT_EQ(sm.pollingTimeMin(), Kiln::never);
+   EXPECT_FALSE(chip.firstPollingComplete());
+   deliverOne();
+   EXPECT_EQ(sm.pollingTimeMin(), 9.0) << "2.0 s after the last completion";
+   EXPECT_TRUE(chip.firstPollingComplete());
+}
+
+TEST_F(Scheduler, InlinePassEndsItself) {
+   StubSdk::sdk().inlineDefault = true;
+   auto& chip = addNineRequestChip(0);
+   advance(2.0);
+   EXPECT_EQ(takeSyncs().size(), 9U);
+   EXPECT_EQ(chip.hwTableCountersSm()->pendingCallbacks(), 0U);
+   EXPECT_TRUE(chip.firstPollingComplete());
+   EXPECT_EQ(chip.hwTableCountersSm()->pollingTimeMin(), 4.0);
+}
+
+// Every mixture of inline and deferred completions of the nine requests.
+TEST_F(Scheduler, MixedPassEndsOnceWhateverTheMixture) {
+   auto& chip = addNineRequestChip(0);
+   auto& sm = *chip.hwTableCountersSm();
+   for (unsigned mixture = 0; mixture < 512; ++mixture) {
+      const double due = sm.pollingTimeMin();
+      for (unsigned request = 0; request < 9; ++request) {
+         StubSdk::sdk().inlineNext.push_back((mixture >> request & 1) != 0);
+      }
+      advance(due - Kiln::System::currentTime());
+      const std::size_t deferred = StubSdk::sdk().pending.size();
+      ASSERT_EQ(sm.pendingCallbacks(), deferred) << "mixture " << mixture;
+      while (!StubSdk::sdk().pending.empty()) {
+         ASSERT_EQ(sm.pollingTimeMin(), Kiln::never);
+         deliverOne();
+      }
+      ASSERT_EQ(sm.pollingTimeMin(), due + 2.0) << "mixture " << mixture;
+   }
+}
+
+TEST_F(Scheduler, NoTableInitializedMeansEmptyPassesForEver) {
+   auto catalogue = makeCatalogue(0);
+   StubSdk::sdk().table(0, pdpHandle).checksUntilInitialized = 1000;
+   StubSdk::sdk().table(0, queueHandle).checksUntilInitialized = 1000;
+   auto& chip = addChip(0, 0, catalogue);
+   advance(7.0);
+   EXPECT_THAT(takeSyncs(), IsEmpty());
+   EXPECT_FALSE(chip.firstPollingComplete());
+   EXPECT_EQ(chip.hwTableCountersSm()->pollingTimeMin(), 8.0);
+}
+
+TEST_F(Scheduler, ArmedClockKeepsItsTime) {
+   auto& chip = addNineRequestChip(0);
+   advance(1.0);
+   chip.hwTableCountersSm()->scheduleClock();
+   EXPECT_EQ(chip.hwTableCountersSm()->pollingTimeMin(), 2.0);
+}
+
+struct RefusalCase {
+   U32 status;
+   U16 pipe;
+   std::size_t requestsForTable; // the refused one included
+   bool inRingLog;
+};
+
+TEST_F(Scheduler, RefusedRequestEndsItsTableForThisPassOnly) {
+   for (const RefusalCase& refusal : {RefusalCase{17, 0, 1, false}, RefusalCase{5, 2, 3, true}}) {
+      SCOPED_TRACE(refusal.status);
+      StubSdk::reset();
+      refuseQueueSyncs();
+      StubSdk::sdk().statuses[{"counterHwSync", perPipeHandle, refusal.pipe}] = refusal.status;
+      Kiln::RingLog::instance().lineDelAll();
+      const double start = Kiln::System::currentTime();
+      auto& chip = addNineRequestChip(0);
+      advance(2.0);
+      EXPECT_EQ(takeSyncs().size(), 4 + refusal.requestsForTable + 1);
+      EXPECT_EQ(chip.hwTableCountersSm()->pendingCallbacks(), 4 + (refusal.requestsForTable - 1) + 1);
+      const std::string line = "Counter hw sync error: " + std::to_string(refusal.status) +
+                               " for counter table perPipe pipe: " + std::to_string(refusal.pipe);
+      EXPECT_EQ(::testing::Matches(::testing::Contains(::testing::EndsWith(line)))(
+                     Kiln::RingLog::instance().lines()),
+                refusal.inRingLog);
+      StubSdk::sdk().deliverAll();
+      EXPECT_TRUE(chip.firstPollingComplete());
+      StubSdk::sdk().statuses.erase({"counterHwSync", perPipeHandle, refusal.pipe});
+      advance(2.0);
+      EXPECT_EQ(takeSyncs().size(), 9U) << "the next pass tries again";
+      EXPECT_EQ(Kiln::System::currentTime(), start + 4.0);
+      StubSdk::sdk().deliverAll();
+   }
+}
+
+// One refused table alone, its accepted requests inline: nothing was synced whole.
+TEST_F(Scheduler, PassWithoutAWholeTableDoesNotCompleteTheFirstPolling) {
+   StubSdk::sdk().inlineDefault = true;
+   StubSdk::sdk().statuses[{"counterHwSync", pdpHandle, 1}] = 5;
+   auto& chip = addChip(0, 1, makeCatalogue(0));
+   advance(2.0);
+   EXPECT_FALSE(chip.firstPollingComplete());
+   EXPECT_EQ(chip.hwTableCountersSm()->pollingTimeMin(), 4.0);
+   StubSdk::sdk().statuses.erase({"counterHwSync", pdpHandle, 1});
+   advance(2.0);
+   EXPECT_TRUE(chip.firstPollingComplete());
+}
+
+TEST_F(Scheduler, LostCompletionStallsItsOwnChipOnly) {
+   auto& lossy = addNineRequestChip(0);
+   auto& whole = addNineRequestChip(1);
+   advance(2.0);
+   StubSdk::sdk().pending.erase(StubSdk::sdk().pending.begin()); // chip 0's first
+   StubSdk::sdk().deliverAll();
+   takeSyncs();
+   advance(20.0);
+   EXPECT_THAT(takeSyncs(), ::testing::Each(::testing::StartsWith("sync 1 ")));
+   EXPECT_EQ(lossy.hwTableCountersSm()->pendingCallbacks(), 1U);
+   EXPECT_FALSE(lossy.firstPollingComplete());
+   EXPECT_TRUE(whole.firstPollingComplete());
+}
+
+TEST_F(Scheduler, DuplicateAndForeignCompletionsCountForNothing) {
+   auto& chip = addNineRequestChip(0);
+   auto& sm = *chip.hwTableCountersSm();
+   advance(2.0);
+   const StubSdk::Completion one = StubSdk::sdk().pending.front();
+   StubSdk::sdk().deliverAll();
+   one.deliver();
+   EXPECT_EQ(sm.pendingCallbacks(), 0U);
+   advance(2.0);
+   EXPECT_EQ(sm.pendingCallbacks(), 9U);
+   ZelCounter::hwTableCallback(1, one.cookie);
+   EXPECT_EQ(sm.pendingCallbacks(), 9U) << "of another device";
+}
+
+TEST_F(Scheduler, CompletionOfADeletedChipTouchesNothing) {
+   const auto clock = Kiln::activityManagerClock();
+   const U64 objects = Kiln::trackedObjectCount();
+   addNineRequestChip(0);
+   advance(2.0);
+   deleteChip(0);
+   EXPECT_GT(Kiln::trackedObjectCount(), objects) << "kept until its last completion";
+   auto& next = addNineRequestChip(0);
+   advance(2.0);
+   std::vector<StubSdk::Completion> old(StubSdk::sdk().pending.begin(), StubSdk::sdk().pending.begin() + 9);
+   StubSdk::sdk().pending.erase(StubSdk::sdk().pending.begin(), StubSdk::sdk().pending.begin() + 9);
+   for (const StubSdk::Completion& late : old) {
+      late.deliver();
+   }
+   old.front().deliver();
+   EXPECT_EQ(next.hwTableCountersSm()->pendingCallbacks(), 9U);
+   EXPECT_FALSE(next.firstPollingComplete());
+   deleteChip(0);
+   StubSdk::sdk().deliverAll();
+   chipStatus.clear();
+   EXPECT_EQ(Kiln::trackedObjectCount(), objects);
+}
+
+TEST_F(Scheduler, CleanUpInSimulationLeavesCompletionsUnread) {
+   const Environment simulation("SIMULATION_VMID", "1");
+   auto catalogue = makeCatalogue(0);
+   catalogue->add(0, makeTable("l2DmacClassifyCount", 0xA3, 4, true, packetsOnly));
+   auto& chip = addChip(0, 0, catalogue);
+   advance(2.0);
+   const U32 pending = chip.hwTableCountersSm()->pendingCallbacks();
+   chip.zelCountersSm()->doCleanup();
+   StubSdk::sdk().pending.front().deliver();
+   ZelCounter::hwTableCallback(0, nullptr); // not even looked at
+   EXPECT_EQ(chip.hwTableCountersSm()->pendingCallbacks(), pending);
+   smRunning = 1;
+   StubSdk::sdk().deliverAll();
+   EXPECT_TRUE(chip.firstPollingComplete());
+}
+
+TEST_F(Scheduler, NullCookieStopsTheProcess) {
+   EXPECT_DEATH(ZelCounter::hwTableCallback(0, nullptr), "\"hwTableSm\" failed in HwTableCountersSm");
+}
+
+// Eight threads complete requests, some twice, while the activity thread runs passes, prints, clears, deletes
+// and adds chips.
+TEST_F(Scheduler, StormOfCompletionsWhileChipsComeAndGo) {
+   Kiln::threadSafePtrModeIs(true);
+   Random random;
+   std::atomic<bool> done{false};
+   std::atomic<unsigned> delivered{0};
+   std::vector<std::thread> threads;
+   for (unsigned t = 0; t < 8; ++t) {
+      threads.emplace_back([&] {
+         while (!done) {
+            StubSdk::Completion one{};
+            {
+               auto& sdk = StubSdk::sdk();
+               const std::lock_guard lock(sdk.mutex);
+               if (!sdk.pending.empty()) {
+                  one = sdk.pending.back();
+                  sdk.pending.pop_back();
+               }
+            }
+            if (one.callback == nullptr) {
+               std::this_thread::yield();
+               continue;
+            }
+            one.deliver();
+            if (++delivered % 16 == 0) {
+               one.deliver();
+            }
+         }
+      });
+   }
+   for (int dev = 0; dev < 3; ++dev) {
+      addNineRequestChip(dev);
+   }
+   for (int step = 0; delivered < 5000; ++step) {
+      advance(0.5);
+      const int dev = static_cast<int>(random.below(3));
+      const auto lock = Kiln::ActivityLockAnchor::lock();
+      printed([&](U32 fd) {
+         chips[dev]->showTableCounters(fd, 2 + static_cast<U32>(step % 2), true);
+         chips[dev]->clearAllTableCounters(fd);
+      });
+      if (random.oneIn(8)) {
+         deleteChip(dev);
+         addNineRequestChip(dev);
+      }
+      std::this_thread::yield();
+   }
+   done = true;
+   for (std::thread& thread : threads) {
+      thread.join();
+   }
+   StubSdk::sdk().deliverAll();
+   // A duplicate may have stood in for a completion of the same scheduler, never for more than there were.
+   for (const auto& [dev, chip] : chips) {
+      EXPECT_EQ(chip->hwTableCountersSm()->pendingCallbacks(), 0U) << "device " << dev;
+      EXPECT_TRUE(chip->hwTableCountersSm()->pollingTimeMin() != Kiln::never) << "device " << dev;
+   }
+}
+
+} // namespace

@@ -1,0 +1,344 @@
+// The command channel over a real socket: the loop runs on a thread of its own, time is simulated.
+#include "agent/CommandChannel.h"
+
+#include "agent/CommandSocket.h"
+#include "agent/ListeningSocket.h"
+#include "kiln/ActivityLock.h"
+#include "kiln/TextOutput.h"
+#include "tests/support/SimulatedTime.h"
+#include "tests/support/SocketClient.h"
+#include "tests/support/TemporaryFolder.h"
+
+#include <atomic>
+#include <cstdlib>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
+
+namespace {
+
+using Kiln::String;
+
+// Commands of the tests: "say WORD...", "lines N" (of 64 bytes), "refuse", "throw". Completes "say".
+class TestCommand : public Agent::AgentCommandCallback {
+ public:
+   TestCommand() : AgentCommandCallback("Test", "TestCli") {}
+
+   Agent::CommandResult command(const std::vector<String>& words, int fd) override {
+      Kiln::TextOutput out(fd);
+      if (words.at(0) == "say") {
+         for (std::size_t i = 1; i < words.size(); ++i) {
+            out.write(words[i] + "\n");
+         }
+      } else if (words.at(0) == "lines") {
+         for (unsigned long line = 0; line < std::stoul(words.at(1)); ++line) {
+            out.print("%063lu\n", line);
+         }
+      } else if (words.at(0) == "refuse") {
+         return {"wrong\x1b[2J\nword"};
+      } else {
+         throw std::runtime_error("thrown");
+      }
+      return {};
+   }
+
+   std::vector<String> completions(const std::vector<String>& words) const override {
+      return words == std::vector<String>{"say"} ? std::vector<String>{"one", "two", "no word", "no\x1b"}
+                                                 : std::vector<String>();
+   }
+};
+
+String linesText(unsigned long count) {
+   String text;
+   for (unsigned long line = 0; line < count; ++line) {
+      const String number = std::to_string(line);
+      text += String(63 - number.size(), '0') + number + "\n";
+   }
+   return text;
+}
+
+String refusal(const String& error) {
+   return String(1, Agent::errorMark) + "% " + error + "\n";
+}
+
+// A client whose whole exchange is looked at.
+class Client : public ZelTest::SocketClient {
+ public:
+   using SocketClient::SocketClient;
+
+   void send(const String& bytes) {
+      EXPECT_EQ(::send(fd(), bytes.data(), bytes.size(), MSG_NOSIGNAL), static_cast<ssize_t>(bytes.size()));
+   }
+   // Waits for the first byte of the answer and leaves it where it is.
+   void awaitAnswer() {
+      char byte = 0;
+      EXPECT_EQ(recv(fd(), &byte, 1, MSG_PEEK), 1);
+   }
+   String receiveAll() {
+      String all;
+      char bytes[65536];
+      ssize_t got = 0;
+      while ((got = recv(fd(), bytes, sizeof bytes, 0)) > 0) {
+         all.append(bytes, static_cast<std::size_t>(got));
+      }
+      EXPECT_TRUE(got == 0 || errno == ECONNRESET) << errno;
+      return all;
+   }
+};
+
+class CommandChannel : public testing::Test {
+ protected:
+   CommandChannel() {
+      auto directory = Kiln::allocate<Agent::AgentCommandRequestDirSm>();
+      directory->agentCommandCallbackIs(Kiln::allocate<TestCommand>());
+      runner_ = Kiln::allocate<Agent::CommandRunner>(directory);
+      runner_->commandTypeIs("test", "TestCli");
+      runner_->commandTypeIs("later", "NobodyYet");
+   }
+   ~CommandChannel() override { stop(); }
+
+   void start(const Agent::CommandChannelLimits& limits = {}) {
+      channel_ = open(limits);
+      loop_ = std::thread([this] { manager_->run(); });
+   }
+   void stop() {
+      if (loop_.joinable()) {
+         manager_->stop();
+         loop_.join();
+      }
+      channel_ = nullptr;
+   }
+   Kiln::Ptr<Agent::CommandChannel> open(const Agent::CommandChannelLimits& limits = {}) {
+      return Kiln::allocate<Agent::CommandChannel>(manager_, runner_, path_, limits);
+   }
+
+   String ask(const String& line) {
+      Client client(path_);
+      client.send(line + "\n");
+      return client.receiveAll();
+   }
+   std::size_t clientCount() {
+      const auto lock = Kiln::ActivityLockAnchor::lock();
+      return channel_->clientCount();
+   }
+   String openError() {
+      try {
+         open();
+      } catch (const std::runtime_error& error) {
+         return error.what();
+      }
+      return "";
+   }
+
+   const ZelTest::SimulatedTime time_;
+   const ZelTest::TemporaryFolder folder_;
+   const String path_ = folder_.path() + "/socket";
+   const Kiln::Ptr<Kiln::ActivityManager> manager_ = Kiln::ActivityManager::instance();
+   Kiln::Ptr<Agent::CommandRunner> runner_;
+   Kiln::Ptr<Agent::CommandChannel> channel_;
+   std::thread loop_;
+};
+
+constexpr unsigned long manyLines = 50000; // 3.2 MB, more than any socket buffers
+
+TEST_F(CommandChannel, AnswersALineWithTextAndTheEnd) {
+   start();
+   EXPECT_EQ(ask("test say one \t two\r"), "one\ntwo\n");
+   EXPECT_EQ(ask("test say"), "");
+   EXPECT_EQ(ask("test lines 50000"), linesText(manyLines));
+}
+
+TEST_F(CommandChannel, CompletesALineWithWordsThatCanBeTyped) {
+   start();
+   const std::vector<std::pair<String, String>> cases = {
+        {"complete", "later\ntest\n"}, {"complete ", "later\ntest\n"},
+        {" complete\tt", "test\n"},    {"complete c", ""},
+        {"complete later ", ""},       {"complete test say ", "one\ntwo\n"},
+        {"complete test say t\r", ""}, {"complete test say t", "two\n"},
+        {"complete test bogus ", ""},
+   };
+   for (const auto& [line, words] : cases) {
+      EXPECT_EQ(ask(line), words) << line;
+   }
+}
+
+TEST_F(CommandChannel, TakesALineInPiecesAndOneThatEndsWithTheConnection) {
+   start();
+   Client client(path_);
+   client.send("test sa");
+   EXPECT_EQ(ask("test say between"), "between\n");
+   client.send("y whole");
+   client.endSending();
+   EXPECT_EQ(client.receiveAll(), "whole\n");
+}
+
+TEST_F(CommandChannel, RefusesWithOnePrintableLineAfterTheMark) {
+   start();
+   const std::vector<std::pair<String, String>> cases = {
+        {"", "no command: expected later, test"},
+        {"bogus", "unknown command 'bogus': expected later, test"},
+        {"later on", "nobody answers 'later' yet: try again when the agent is up"},
+        {"test refuse", "wrong?[2J?word"},
+        {"test throw", "the command failed: thrown"},
+        {String("test say a") + String(4096, 'a'),
+         "the command is longer than 4095 bytes: expected one line of words"},
+   };
+   for (const auto& [line, error] : cases) {
+      EXPECT_EQ(ask(line), refusal(error)) << line.substr(0, 40);
+   }
+   EXPECT_EQ(ask("test say " + String(4095 - 9, 'a')), String(4095 - 9, 'a') + "\n") << "just fits";
+}
+
+TEST_F(CommandChannel, AReaderThatStallsHoldsUpNobody) {
+   start();
+   Client slow(path_);
+   slow.send("test lines 50000\n");
+   slow.awaitAnswer();
+   EXPECT_EQ(ask("test say quick"), "quick\n");
+   EXPECT_EQ(clientCount(), 1U);
+   EXPECT_EQ(slow.receiveAll(), linesText(manyLines));
+}
+
+TEST_F(CommandChannel, AReaderThatLeavesIsForgotten) {
+   start();
+   {
+      Client leaving(path_);
+      leaving.send("test lines 50000\n");
+      leaving.awaitAnswer();
+      const Client silent(path_);
+   }
+   EXPECT_EQ(ask("test say next"), "next\n");
+   EXPECT_EQ(ask("test say next"), "next\n");
+   EXPECT_EQ(clientCount(), 0U);
+}
+
+TEST_F(CommandChannel, TextEndsWithAWholeLineAtTheBound) {
+   start({.answerBytes = 3 * 4096});
+   const String error = "the output ends here, at its bound of 12 KiB: ask for one chip, interface or table, "
+                        "or with nonzero";
+   EXPECT_EQ(ask("test lines 100000"), linesText(192) + refusal(error)) << "64 bytes a line: exactly full";
+   EXPECT_EQ(ask("test say x " + String(4000, 'y')), "x\n" + String(4000, 'y') + "\n");
+}
+
+TEST(CommandSpool, CutsTheLineThatTheBoundCuts) {
+   const Agent::CommandSpool spool(4096);
+   Kiln::TextOutput out(spool.fd());
+   for (int line = 0; line < 1000; ++line) {
+      out.write("seven..\n.");
+   }
+   out.flush();
+   EXPECT_FALSE(out.ok());
+   ASSERT_TRUE(spool.isFull());
+   String text(spool.size(), '\0');
+   EXPECT_EQ(spool.read(0, text.data(), text.size()), text.size());
+   EXPECT_EQ(text.back(), '\n');
+   EXPECT_GT(text.size(), 4096U - 9U);
+}
+
+TEST_F(CommandChannel, RefusesMoreClientsAndMoreWaitingTextThanItsLimits) {
+   start({.clients = 2, .waitingBytes = 1U << 20U});
+   Client slow(path_);
+   slow.send("test lines 50000\n");
+   slow.awaitAnswer();
+   EXPECT_EQ(ask("test say x"),
+             refusal("too much output waits for clients that read slowly: try again later"));
+   {
+      Client silent(path_);
+      EXPECT_EQ(Client(path_).receiveAll(), refusal("too many clients at once: try again later"));
+   }
+   EXPECT_EQ(slow.receiveAll(), linesText(manyLines));
+   EXPECT_EQ(ask("test say x"), "x\n");
+}
+
+TEST_F(CommandChannel, TimesOutClientsThatSendOrTakeNothing) {
+   start();
+   Client silent(path_);
+   Client stalled(path_);
+   stalled.send("test lines 50000\n");
+   stalled.awaitAnswer();
+   manager_->advance(10.0);
+   EXPECT_EQ(silent.receiveAll(), refusal("no command came: expected one line"));
+   manager_->advance(60.0);
+   EXPECT_LT(stalled.receiveAll().size(), linesText(manyLines).size());
+   EXPECT_EQ(clientCount(), 0U);
+}
+
+TEST_F(CommandChannel, ReplacesOnlyTheSocketOfADeadAgent) {
+   const Agent::SocketAddress address(path_);
+   const int dead = socket(AF_UNIX, SOCK_STREAM, 0);
+   ASSERT_EQ(bind(dead, address.any(), address.length()), 0);
+   close(dead);
+   start();
+   EXPECT_EQ(ask("test say here"), "here\n");
+   EXPECT_EQ(openError(),
+             "another agent answers on " + path_ + ": stop it, or choose another socket with --socket PATH");
+   EXPECT_EQ(ask("test say still"), "still\n");
+   stop();
+   EXPECT_NE(access(path_.c_str(), F_OK), 0) << "removed at the end";
+
+   start();
+   const int successor = socket(AF_UNIX, SOCK_STREAM, 0);
+   rename(path_.c_str(), (path_ + ".old").c_str()); // not unlink: its inode must not come back
+   ASSERT_EQ(bind(successor, address.any(), address.length()), 0);
+   stop();
+   EXPECT_EQ(access(path_.c_str(), F_OK), 0) << "another's";
+   close(successor);
+   unlink((path_ + ".old").c_str());
+   unlink(path_.c_str());
+
+   std::ofstream(path_) << "precious";
+   EXPECT_EQ(openError(), path_ + " exists and is no socket: choose another with --socket PATH");
+   EXPECT_EQ(access(path_.c_str(), F_OK), 0);
+}
+
+TEST_F(CommandChannel, OfSeveralAgentsAtOnceOneGetsTheStaleSocket) {
+   constexpr int agents = 4;
+   for (int round = 0; round < 200; ++round) {
+      const Agent::SocketAddress address(path_);
+      const Kiln::OwnedFd dead(socket(AF_UNIX, SOCK_STREAM, 0));
+      ASSERT_EQ(bind(dead.fd(), address.any(), address.length()), 0);
+      std::atomic<int> waiting{agents};
+      std::vector<Kiln::OwnedFd> sockets(agents);
+      std::vector<std::thread> starts;
+      for (Kiln::OwnedFd& made : sockets) {
+         starts.emplace_back([&] {
+            --waiting;
+            while (waiting > 0) {
+               std::this_thread::yield();
+            }
+            try {
+               made = Agent::listenOn(path_);
+            } catch (const std::runtime_error&) { // another was first
+            }
+         });
+      }
+      for (std::thread& one : starts) {
+         one.join();
+      }
+      int listening = 0;
+      for (const Kiln::OwnedFd& one : sockets) {
+         listening += one.isOpen();
+      }
+      ASSERT_EQ(listening, 1) << "round " << round;
+      unlink(path_.c_str());
+   }
+}
+
+TEST_F(CommandChannel, OnlyItsUserMayOpenTheSocket) {
+   const mode_t before = umask(0);
+   start();
+   umask(before);
+   struct stat status {};
+   ASSERT_EQ(stat(path_.c_str(), &status), 0);
+   EXPECT_EQ(status.st_mode & 0777U, 0600U);
+}
+
+TEST(CommandSocket, APathThatNoSocketCanHaveIsRefused) {
+   EXPECT_THROW(Agent::SocketAddress(""), std::runtime_error);
+   EXPECT_THROW(Agent::SocketAddress(String(108, 'x')), std::runtime_error);
+   EXPECT_NO_THROW(Agent::SocketAddress(String(107, 'x')));
+}
+
+} // namespace

@@ -1,0 +1,198 @@
+// What holds between threads: the activity lock, and pointers in thread-safe mode.
+#include "kiln/ActivityLock.h"
+#include "kiln/ActivityManager.h"
+#include "kiln/Name.h"
+#include "kiln/Ptr.h"
+
+#include <gmock/gmock.h>
+#include <thread>
+
+namespace {
+
+using Kiln::ActivityLockAnchor;
+using Kiln::Ptr;
+
+TEST(ActivityLock, IsRecursiveAndHeldUntilItsFirstGuardEnds) {
+   EXPECT_FALSE(ActivityLockAnchor::isHeldByThisThread());
+   {
+      const auto outer = ActivityLockAnchor::lock();
+      { const auto inner = ActivityLockAnchor::lock(); }
+      EXPECT_TRUE(ActivityLockAnchor::isHeldByThisThread());
+      bool heldByOther = true;
+      std::thread([&] { heldByOther = ActivityLockAnchor::isHeldByThisThread(); }).join();
+      EXPECT_FALSE(heldByOther);
+   }
+   EXPECT_FALSE(ActivityLockAnchor::isHeldByThisThread());
+}
+
+// The plain variable is the witness: without exclusion its count is short, and a race for the sanitizer.
+TEST(ActivityLock, KeepsThreadsApartEvenWhenTakenTwice) {
+   constexpr int rounds = 20000;
+   int count = 0;
+   const auto work = [&] {
+      for (int i = 0; i < rounds; ++i) {
+         const auto lock = ActivityLockAnchor::lock();
+         const int before = count;
+         const auto again = ActivityLockAnchor::lock();
+         count = before + 1;
+      }
+   };
+   std::thread other(work);
+   work();
+   other.join();
+   EXPECT_EQ(count, 2 * rounds);
+}
+
+TEST(ActivityLock, IsGivenUpWhileYieldingAndTakenBackEvenByAnException) {
+   const auto lock = ActivityLockAnchor::lock();
+   bool entered = false;
+   const auto letIn = [&] {
+      std::thread([&] {
+         const auto others = ActivityLockAnchor::lock();
+         entered = true;
+      }).join();
+      throw std::runtime_error("interrupted");
+   };
+   EXPECT_THROW(ActivityLockAnchor::yieldWhile(letIn), std::runtime_error);
+   EXPECT_TRUE(entered);
+   EXPECT_TRUE(ActivityLockAnchor::isHeldByThisThread());
+}
+
+// Ends a loop that nobody else ended.
+struct Deadline : Kiln::Clock::Notifiee {
+   explicit Deadline(const Ptr<Kiln::ActivityManager>& of) : Notifiee(of->clock()), manager(of) {
+      timeMinIs(Kiln::System::currentTime() + 20.0);
+   }
+   void onTime() override { manager->stop(); }
+   const Ptr<Kiln::ActivityManager> manager;
+};
+
+TEST(ActivityLock, TheSleepingLoopLetsOthersIn) {
+   const auto manager = Kiln::allocate<Kiln::ActivityManager>();
+   const Deadline deadline(manager);
+   bool wasLetIn = false;
+   std::thread other([&] {
+      const auto lock = ActivityLockAnchor::lock();
+      wasLetIn = !manager->isStopping();
+      manager->stop();
+   });
+   manager->run();
+   other.join();
+   EXPECT_TRUE(wasLetIn) << "the loop held the lock while it slept";
+}
+
+TEST(ActivityLock, AnEntryWithoutTheLockStops) {
+   EXPECT_DEATH(ActivityLockAnchor::assertHeld(),
+                "assertion \"isHeldByThisThread\\(\\)\" failed in ActivityLock");
+   EXPECT_DEATH(
+        {
+           const auto outer = ActivityLockAnchor::lock();
+           const auto inner = ActivityLockAnchor::lock();
+           ActivityLockAnchor::yieldWhile([] {});
+        },
+        "heldDepth\\(\\) == 1");
+}
+
+struct Thing : Kiln::PtrInterface {
+   Thing() = default;
+   explicit Thing(bool bad) {
+      if (bad) {
+         throw std::runtime_error("no thing");
+      }
+   }
+};
+struct SpecialThing : Thing {};
+
+struct PtrInEitherMode : testing::TestWithParam<bool> {
+   PtrInEitherMode() { Kiln::threadSafePtrModeIs(GetParam()); }
+   ~PtrInEitherMode() override { Kiln::threadSafePtrModeIs(false); }
+   U64 before = Kiln::trackedObjectCount();
+};
+
+TEST_P(PtrInEitherMode, AnObjectLivesExactlyAsLongAsItsPointers) {
+   Ptr<const Thing> base;
+   {
+      Ptr<SpecialThing> special = Kiln::allocate<SpecialThing>();
+      base = special;
+      EXPECT_TRUE(base == special);
+      Ptr<SpecialThing> moved(std::move(special));
+      EXPECT_EQ(special, nullptr); // NOLINT(bugprone-use-after-move): it is what is tested
+      EXPECT_EQ(moved->refCount(), 2U);
+      const Ptr<SpecialThing>& alias = moved;
+      moved = alias;
+      EXPECT_EQ(base->refCount(), 2U);
+   }
+   EXPECT_EQ(Kiln::trackedObjectCount(), before + 1);
+   Kiln::threadSafePtrModeIs(!GetParam()); // the count goes on across a change of mode
+   base = nullptr;
+   EXPECT_EQ(Kiln::trackedObjectCount(), before);
+   EXPECT_THROW(Kiln::allocate<Thing>(true), std::runtime_error);
+   EXPECT_EQ(Kiln::trackedObjectCount(), before);
+}
+
+INSTANTIATE_TEST_SUITE_P(Modes, PtrInEitherMode, testing::Values(false, true));
+
+TEST(ThreadSafePtr, TwoThreadsMayShareAndDropOneObject) {
+   Kiln::threadSafePtrModeIs(true);
+   const U64 before = Kiln::trackedObjectCount();
+   for (int round = 0; round < 200; ++round) {
+      Ptr<Thing> shared = Kiln::allocate<Thing>();
+      const auto work = [](Ptr<Thing> mine) {
+         for (int i = 0; i < 200; ++i) {
+            Ptr<const Thing> copy(mine);
+            Ptr<const Thing> other(copy);
+            copy = nullptr;
+         }
+      };
+      std::thread one(work, shared);
+      std::thread two(work, std::move(shared)); // whoever is last ends it
+      one.join();
+      two.join();
+   }
+   EXPECT_EQ(Kiln::trackedObjectCount(), before);
+   Kiln::threadSafePtrModeIs(false);
+}
+
+TEST(Name, OneTextIsOneNameInEveryThread) {
+   std::vector<Kiln::Name> mine;
+   std::vector<Kiln::Name> theirs;
+   const auto intern = [](std::vector<Kiln::Name>* names) {
+      for (int i = 0; i < 500; ++i) {
+         names->push_back(Kiln::Name("an interned text " + std::to_string(i)));
+      }
+   };
+   std::thread other(intern, &theirs);
+   intern(&mine);
+   other.join();
+   EXPECT_EQ(mine, theirs);
+   EXPECT_EQ(mine[499].text(), "an interned text 499");
+   EXPECT_NE(mine[0].id(), mine[1].id());
+   EXPECT_EQ(Kiln::Name(""), Kiln::Name());
+}
+
+TEST(Name, NaturalOrderIsATotalOrder) {
+   const std::vector<const char*> ordered{"",
+                                          "0",
+                                          "00",
+                                          "1",
+                                          "Ethernet1",
+                                          "Ethernet2",
+                                          "Ethernet02",
+                                          "Ethernet2.9",
+                                          "Ethernet2.10",
+                                          "Ethernet10",
+                                          "Ethernet18446744073709551616",
+                                          "Vlan1a01b1",
+                                          "Vlan1a1b01",
+                                          "Vlan1a1b2",
+                                          "\xc3\xa4"};
+   for (std::size_t i = 0; i < ordered.size(); ++i) {
+      for (std::size_t j = 0; j < ordered.size(); ++j) {
+         const int order = Kiln::naturalCompare(ordered[i], ordered[j]);
+         EXPECT_EQ(order < 0, i < j) << ordered[i] << " and " << ordered[j];
+         EXPECT_EQ(order == 0, i == j) << ordered[i] << " and " << ordered[j];
+      }
+   }
+}
+
+} // namespace

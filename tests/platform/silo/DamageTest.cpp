@@ -1,0 +1,202 @@
+// Tables that somebody overwrote, cut short or left half-written: nobody crashes, and nobody takes it for good.
+#include "tests/platform/silo/SiloRig.h"
+
+#include <set>
+
+namespace {
+
+using namespace ZelTest;
+using Silo::ReadResult;
+using Remedy = Silo::Corruption::Remedy;
+
+class Damage : public SiloRig {
+ protected:
+   // Records "a", "b" and "c" in the first three of four slots, closed in good order.
+   std::string makeTable() {
+      Silo::Table<Small> table(store_, "t", Small(99), options());
+      for (std::uint64_t i = 0; i < keys.size(); ++i) {
+         table.recordIs(keys[i], Small(i), 1.0);
+      }
+      return bytesOf("t");
+   }
+
+   void write(const std::string& bytes) const {
+      std::ofstream(fileOf("t"), std::ios::binary | std::ios::trunc) << bytes;
+   }
+
+   void expectNoNonsenseFromReader() {
+      try {
+         Silo::TableReader<Small> reader(store_, "t");
+         for (std::uint64_t i = 0; i < keys.size(); ++i) {
+            Silo::Sample<Small> sample;
+            if (reader.read(keys[i], sample) == ReadResult::ok) {
+               ASSERT_EQ(sample.record, Small(i));
+               ASSERT_EQ(sample.info.generation, 1u);
+               ASSERT_EQ(sample.info.sampleTime, 1.0);
+            } else {
+               ASSERT_EQ(sample.record, Small());
+            }
+         }
+         std::vector<Silo::Entry<Small>> entries;
+         ASSERT_TRUE(reader.snapshot(entries));
+         std::size_t whole = 0;
+         for (const auto& entry : entries) {
+            whole += entry.result == ReadResult::ok;
+            ASSERT_TRUE(entry.result != ReadResult::ok || entry.sample.record.isWhole());
+         }
+         ASSERT_GE(whole, keys.size() - 1);
+      } catch (const Silo::TableError& error) {
+         ASSERT_NE(std::string(error.what()).find("table t (" + folder_.path()), std::string::npos)
+              << error.what();
+      }
+   }
+
+   // After a restart each record is as it was, or was reported and begun anew; and the table works.
+   void expectNoNonsenseFromWriter() {
+      corruptions_.clear();
+      Silo::Table<Small> table(store_, "t", Small(99), options());
+      std::set<std::string> reported;
+      for (const Silo::Corruption& corruption : corruptions_) {
+         ASSERT_FALSE(corruption.text.empty());
+         reported.insert(corruption.key);
+      }
+      for (std::uint64_t i = 0; i < keys.size(); ++i) {
+         Silo::Sample<Small> sample = table.sampleOrDefault(keys[i]);
+         if (sample.record != Small(i) || sample.info.generation != 1) {
+            ASSERT_EQ(sample.record, Small(99));
+            ASSERT_TRUE(reported.contains(keys[i]) || reported.contains("")) << keys[i];
+         }
+         table.recordIs(keys[i], Small(i + 10), 2.0);
+         ASSERT_EQ(table.sample(keys[i]).record, Small(i + 10));
+      }
+   }
+
+   const std::vector<std::string> keys{"a", "b", "c"};
+};
+
+TEST_F(Damage, AFlippedBitInAnyByteIsFoundByReaderAndWriter) {
+   const std::string whole = makeTable();
+   for (std::size_t i = 0; i < whole.size(); ++i) {
+      SCOPED_TRACE("byte " + std::to_string(i));
+      std::string damaged = whole;
+      damaged[i] = static_cast<char>(damaged[i] ^ 1 << i % 8);
+      write(damaged);
+      ASSERT_NO_FATAL_FAILURE(expectNoNonsenseFromReader());
+      ASSERT_NO_FATAL_FAILURE(expectNoNonsenseFromWriter());
+   }
+}
+
+TEST_F(Damage, AFileOfAnyLengthIsFoundByReaderAndWriter) {
+   const std::string whole = makeTable();
+   for (std::size_t size = 0; size < whole.size(); size += 40) {
+      SCOPED_TRACE("size " + std::to_string(size));
+      write(whole.substr(0, size));
+      EXPECT_THROW(Silo::TableReader<Small>(store_, "t"), Silo::TableError);
+      corruptions_.clear();
+      Silo::Table<Small> table(store_, "t", Small(99), options());
+      EXPECT_TRUE(size == 0 || !corruptions_.empty());
+      EXPECT_EQ(table.capacity(), 4u);
+      for (std::uint64_t i = 0; i < keys.size(); ++i) {
+         EXPECT_EQ(table.has(keys[i]), slotOffset<Small>(i + 1) <= size) << keys[i];
+      }
+   }
+}
+
+TEST_F(Damage, AReaderWaitsForALivingWriterButNotForADeadOne) {
+   std::optional<Silo::Table<Small>> table;
+   table.emplace(store_, "t", Small(99), options());
+   table->recordIs("a", Small(1), 1.0);
+   table->recordIs("b", Small(2), 1.0);
+   Silo::TableReader<Small> reader(store_, "t");
+   poke("t", slotOffset<Small>(0), "\x05"); // its sequence is odd: being written
+
+   auto start = std::chrono::steady_clock::now();
+   Silo::Sample<Small> sample;
+   EXPECT_EQ(reader.read("a", sample), ReadResult::busy);
+   std::vector<Silo::Entry<Small>> entries;
+   EXPECT_TRUE(reader.snapshot(entries));
+   EXPECT_EQ(reader.read("b", sample), ReadResult::ok);
+   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(200)); // twice 100 ms
+   ASSERT_EQ(entries.size(), 2u);
+   EXPECT_EQ(entries[0].key, Silo::Key("a"));
+   EXPECT_EQ(entries[0].result, ReadResult::busy);
+   EXPECT_EQ(entries[1].result, ReadResult::ok);
+
+   table.reset();
+   EXPECT_EQ(reader.read("a", sample), ReadResult::torn);
+   EXPECT_EQ(reader.read("b", sample), ReadResult::ok);
+
+   // Every word but the sequence is whole, which the checksum proves.
+   table.emplace(store_, "t", Small(99), options());
+   ASSERT_EQ(corruptions_.size(), 1u);
+   EXPECT_EQ(corruptions_[0].key, "a");
+   EXPECT_EQ(corruptions_[0].remedy, Remedy::kept);
+   EXPECT_EQ(reader.read("a", sample), ReadResult::ok);
+   EXPECT_EQ(sample.record, Small(1));
+}
+
+TEST_F(Damage, ARestartCompletesTheLastRecordAndBeginsOthersAnew) {
+   makeTable();
+   // "c" was written last: the journal has it, and mending "a" mustn't cost it.
+   for (std::size_t slot : {0u, 2u}) {
+      poke("t", slotOffset<Small>(slot), "\x05");
+      poke("t", slotOffset<Small>(slot) + payloadOffset, "garbage");
+   }
+   Silo::Table<Small> table(store_, "t", Small(99), options());
+   ASSERT_EQ(corruptions_.size(), 2u);
+   EXPECT_EQ(corruptions_[0].table, "t");
+   EXPECT_EQ(corruptions_[0].key, "c");
+   EXPECT_EQ(corruptions_[0].remedy, Remedy::finished);
+   EXPECT_EQ(corruptions_[1].key, "a");
+   EXPECT_EQ(corruptions_[1].remedy, Remedy::restarted);
+   EXPECT_EQ(table.sample("a").record, Small(99));
+   EXPECT_EQ(table.sample("a").info.sampleTime, Silo::unknownSampleTime);
+   EXPECT_EQ(table.sample("b").record, Small(1));
+   EXPECT_EQ(table.sample("c").record, Small(2));
+   EXPECT_EQ(table.sample("c").info.sampleTime, 1.0);
+}
+
+TEST_F(Damage, AKilledDeletionBringsNothingBack) {
+   {
+      Silo::Table<Small> table(store_, "t", Small(99), options());
+      table.recordIs("a", Small(1), 1.0);
+      table.recordDel("a");
+   }
+   poke("t", slotOffset<Small>(0), "\x05"); // killed just before its end
+   Silo::Table<Small> table(store_, "t", Small(99), options());
+   EXPECT_FALSE(table.has("a"));
+   ASSERT_EQ(corruptions_.size(), 1u);
+   EXPECT_EQ(corruptions_[0].remedy, Remedy::freed);
+}
+
+TEST_F(Damage, TheWritersOwnReadFindsDamageAndEveryReadReportsIt) {
+   Silo::Table<Small> table(store_, "t", Small(99), options());
+   table.recordIs("a", Small(1), 1.0);
+   poke("t", slotOffset<Small>(0) + payloadOffset + 9, "!");
+   try {
+      table.sample("a");
+      FAIL();
+   } catch (const Silo::CorruptionError& error) {
+      EXPECT_EQ(error.corruption().table, "t");
+      EXPECT_EQ(error.corruption().key, "a");
+   }
+   EXPECT_TRUE(corruptions_.empty());
+   EXPECT_EQ(table.sampleOrDefault("a").record, Small(99));
+   EXPECT_EQ(table.sampleOrDefault("a").record, Small(99));
+   EXPECT_EQ(corruptions_.size(), 2u);
+   Silo::TableReader<Small> reader(store_, "t");
+   Silo::Sample<Small> sample;
+   EXPECT_EQ(reader.read("a", sample), ReadResult::corrupt);
+
+   poke("t", slotOffset<Small>(0), std::string(Silo::RecordSlot::strideFor(sizeof(Small)), '\xff'));
+   Silo::TableReader<Small> late(store_, "t");
+   EXPECT_NE(late.read("a", sample), ReadResult::ok);
+   table.recordIs("a", Small(2), 2.0);
+   EXPECT_EQ(table.sample("a").record, Small(2));
+   EXPECT_EQ(table.sample("a").info.generation, 2u);
+   EXPECT_EQ(late.read("a", sample), ReadResult::ok);
+   EXPECT_EQ(reader.read("a", sample), ReadResult::ok);
+   EXPECT_EQ(corruptions_.size(), 2u);
+}
+
+} // namespace

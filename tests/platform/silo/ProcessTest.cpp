@@ -1,0 +1,205 @@
+// Writers and readers at the same time, in threads and in processes, and writers that are killed.
+#include "tests/platform/silo/SiloRig.h"
+#include "tests/support/Random.h"
+
+#include <atomic>
+#include <chrono>
+#include <map>
+#include <memory>
+#include <thread>
+
+namespace {
+
+using namespace ZelTest;
+using Silo::ReadResult;
+using Silo::RecordSlot;
+
+// What has this generation here. Writers have the records ready made, so that writing is most of what they do.
+constexpr std::uint64_t differentRecords = 64;
+Large recordOf(std::uint64_t generation) {
+   return Large(generation % differentRecords);
+}
+std::vector<Large> makeRecords() {
+   std::vector<Large> records;
+   for (std::uint64_t i = 0; i < differentRecords; ++i) {
+      records.push_back(recordOf(i));
+   }
+   return records;
+}
+
+class Processes : public SiloRig {
+ protected:
+   static std::vector<Silo::Key> makeKeys(std::size_t count) {
+      std::vector<Silo::Key> keys;
+      for (std::size_t i = 0; i < count; ++i) {
+         keys.emplace_back("Ethernet" + std::to_string(i));
+      }
+      return keys;
+   }
+};
+
+// Both threads use the same addresses, which is what a thread sanitizer can judge; two mappings of one table it can't.
+TEST_F(Processes, ASlotGivesWholeRecordsOnlyAndRacesWithNobody) {
+   auto memory = std::make_unique<Silo::Word[]>((RecordSlot::strideFor(sizeof(Large)) + 64) / 8);
+   void* start = memory.get();
+   std::size_t space = RecordSlot::strideFor(sizeof(Large)) + 64;
+   auto& slot = *static_cast<RecordSlot*>(std::align(64, space - 64, start, space));
+   const std::vector<Silo::Key> keys = makeKeys(2);
+   std::atomic<bool> isOver{false};
+   std::thread writer([&] {
+      std::vector<std::byte> copy(sizeof(Large) + Silo::bytesPerRow);
+      for (std::uint64_t n = 1; !isOver; ++n) {
+         for (int i = 0; i < 300 && !isOver; ++i) {
+            // Leaves the reader a moment.
+         }
+         Large record = recordOf(n);
+         Silo::RecordContent content{keys[n % 2], {n, static_cast<double>(n)}, &record, sizeof record};
+         slot.write(content, copyWithChecksum(content, copy.data()));
+         if (n % 64 == 0) {
+            slot.clear();
+            std::this_thread::yield();
+         }
+      }
+   });
+   constexpr int wanted = 4000 / slowdown;
+   int seen = 0;
+   for (int i = 0; seen < wanted && i < 1'000'000'000; ++i) {
+      Silo::RecordInfo info;
+      Large record;
+      RecordSlot::State state = slot.tryRead(keys[0], info, &record, sizeof record);
+      ASSERT_NE(state, RecordSlot::State::corrupt);
+      if (state == RecordSlot::State::changing) {
+         std::this_thread::yield(); // the writer may be waiting for this processor
+      }
+      if (state == RecordSlot::State::whole) {
+         ++seen;
+         ASSERT_EQ(record, recordOf(info.generation));
+         ASSERT_EQ(static_cast<double>(info.generation), info.sampleTime);
+         ASSERT_EQ(info.generation % 2, 0u) << "another key's record";
+      }
+   }
+   isOver = true;
+   writer.join();
+   EXPECT_EQ(seen, wanted);
+}
+
+// What one reader process does: exit status 0 if it saw what it should.
+int readWholeRecords(const Silo::Store& store, const std::vector<Silo::Key>& keys, int reads) {
+   Silo::TableReader<Large> reader(store, "t");
+   std::vector<std::uint64_t> last(keys.size(), 0);
+   int changes = 0;
+   for (int done = 0; done < reads;) {
+      std::size_t i = static_cast<std::size_t>(done) % keys.size();
+      Silo::Sample<Large> sample;
+      ReadResult result = reader.read(keys[i], sample);
+      if (result == ReadResult::busy) {
+         continue; // its writer sits on the shelf of a crowded machine
+      }
+      if (result != ReadResult::ok) {
+         return 10 + static_cast<int>(result);
+      }
+      if (sample.record != recordOf(sample.info.generation)) {
+         return 1;
+      }
+      if (sample.info.generation < last[i]) {
+         return 2;
+      }
+      changes += sample.info.generation > last[i];
+      last[i] = sample.info.generation;
+      ++done;
+   }
+   return changes > reads / 1000 ? 0 : 3; // else the writer wasn't running at the same time
+}
+
+TEST_F(Processes, FourReadersSeeNoTornRecordWhileTheWriterRunsFlatOut) {
+   constexpr int readsPerReader = 250'000 / slowdown;
+   const std::vector<Silo::Key> keys = makeKeys(64);
+   Silo::Table<Large> table(store_, "t", Large(), options(keys.size()));
+   const std::vector<Large> records = makeRecords();
+   std::uint64_t generation = 0;
+   auto writeAll = [&] {
+      ++generation;
+      for (const Silo::Key& key : keys) {
+         table.recordIs(key, records[generation % differentRecords], 1.0);
+      }
+   };
+   writeAll();
+   std::vector<pid_t> readers;
+   for (int i = 0; i < 4; ++i) {
+      readers.push_back(spawn([&] { return readWholeRecords(store_, keys, readsPerReader); }));
+   }
+   while (!readers.empty()) {
+      writeAll();
+      int status = 0;
+      if (pid_t ended = waitpid(-1, &status, WNOHANG); ended > 0) {
+         EXPECT_TRUE(WIFEXITED(status));
+         EXPECT_EQ(WEXITSTATUS(status), 0);
+         std::erase(readers, ended);
+      }
+   }
+}
+
+TEST_F(Processes, AWriterKilledAnywhereLosesNothingAndNoReaderWaits) {
+   constexpr int kills = 200 / slowdown;
+   Random random;
+   const std::vector<Silo::Key> keys = makeKeys(16);
+   const std::vector<Large> records = makeRecords();
+   std::vector<std::uint64_t> last(keys.size(), 0);
+   int torn = 0;
+
+   { Silo::Table<Large> table(store_, "t", Large(), options(keys.size())); }
+   Silo::TableReader<Large> reader(store_, "t");
+   for (int kill = 0; kill < kills; ++kill) {
+      pid_t writer = spawn([&] {
+         Silo::Table<Large> table(store_, "t", Large(), options(keys.size()));
+         std::vector<std::uint64_t> generations;
+         for (const Silo::Key& key : keys) {
+            generations.push_back(table.sampleOrDefault(key).info.generation);
+         }
+         for (;;) {
+            for (std::size_t i = 0; i < keys.size(); ++i) {
+               table.recordIs(keys[i], records[++generations[i] % differentRecords], 1.0);
+            }
+         }
+         return 0;
+      });
+      // Until it has published for a while.
+      std::uint64_t until = last[0] + 1 + random.below(3000);
+      Silo::Sample<Large> sample;
+      while (reader.read(keys[0], sample) != ReadResult::ok || sample.info.generation < until) {
+         ASSERT_EQ(waitpid(writer, nullptr, WNOHANG), 0) << "the writer ended by itself";
+         std::this_thread::yield();
+      }
+      ::kill(writer, SIGKILL);
+      ASSERT_EQ(statusOf(writer), -SIGKILL);
+
+      for (std::size_t i = 0; i < keys.size(); ++i) {
+         auto start = std::chrono::steady_clock::now();
+         ReadResult result = reader.read(keys[i], sample);
+         ASSERT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(100));
+         torn += result == ReadResult::torn;
+         if (result != ReadResult::torn) {
+            ASSERT_EQ(result, ReadResult::ok) << text(result);
+            ASSERT_EQ(sample.record, recordOf(sample.info.generation));
+         }
+      }
+      corruptions_.clear();
+      Silo::Table<Large> table(store_, "t", Large(), options(keys.size()));
+      for (const Silo::Corruption& corruption : corruptions_) {
+         ASSERT_TRUE(corruption.remedy == Silo::Corruption::Remedy::finished ||
+                     corruption.remedy == Silo::Corruption::Remedy::kept)
+              << corruption.key << ": " << corruption.text;
+      }
+      ASSERT_LE(corruptions_.size(), 1u);
+      for (std::size_t i = 0; i < keys.size(); ++i) {
+         Silo::Sample<Large> kept = table.sample(keys[i]);
+         ASSERT_EQ(kept.record, recordOf(kept.info.generation));
+         ASSERT_GE(kept.info.generation, last[i]);
+         last[i] = kept.info.generation;
+      }
+      ASSERT_GE(last[0], until);
+   }
+   EXPECT_GT(torn, 0) << "no kill hit a record half-written";
+}
+
+} // namespace

@@ -1,0 +1,100 @@
+// The counters of subinterfaces: when they are read, and what is published.
+#include "tests/platform/vex/PublishingRig.h"
+
+namespace {
+
+namespace TableName = Silo::Interface::TableName;
+using Silo::Interface::L3IntfCounters;
+
+class SubIntfHelper : public VexHelper::VexHelperSubIntfCountersSm {
+ public:
+   bool getSubIntfCounters(const Pelt::IntfId&, const Kiln::Ptr<VexTypes::L3IntfCounters>& current,
+                           const Kiln::Ptr<VexTypes::L3IntfCounters>&) override {
+      ++reads;
+      current->statisticsIs(hardware);
+      return isCounted;
+   }
+
+   Interface::L3IntfStatistics hardware{};
+   bool isCounted = true;
+   int reads = 0;
+};
+
+class L3Publishing : public ZelTest::PublishingRig {
+ protected:
+   L3Publishing() {
+      tables = Vex::openSharedTables(store);
+      directory->hasNotificationActiveIs(true);
+      directory->intfStatusIs(Pelt::IntfId("Ethernet1.100"), true);
+      const auto clock = Kiln::activityManagerClock();
+      reactor = Kiln::allocate<Vex::SubIntfCountersSm>(Vex::SubIntfCountersSm::Context{
+           Kiln::allocate<Oxbow::TimerWheel>(clock, 100U, 20U, 0U, 1024U), directory,
+           tables.subIntfCountersDir, tables.subIntfCountersSnapshotDir, 2.0, clock, helper});
+      reactor->hasNotificationActiveIs(true);
+   }
+   ~L3Publishing() override { reactor = nullptr; }
+
+   void tick(double seconds = 2.0) {
+      rig.advance(seconds);
+      reactor->updateCounters();
+      rig.advance(0.0);
+   }
+   L3IntfCounters subIntf(const char* table = TableName::subIntfCounters) {
+      return record<L3IntfCounters>(table, "Ethernet1.100");
+   }
+
+   Kiln::Ptr<Interface::SubIntfStatusDir> directory = Kiln::allocate<Interface::SubIntfStatusDir>();
+   Kiln::Ptr<SubIntfHelper> helper = Kiln::allocate<SubIntfHelper>();
+   Kiln::Ptr<Vex::SubIntfCountersSm> reactor;
+};
+
+TEST_F(L3Publishing, HoweverOftenItIsAskedItReadsOnceATurn) {
+   reactor->updateCounters();
+   reactor->updateCounters();
+   EXPECT_EQ(helper->reads, 0);
+   rig.advance(0.0);
+   EXPECT_EQ(helper->reads, 1);
+}
+
+TEST_F(L3Publishing, AFallIsNoStepAndTheTotalStands) {
+   helper->hardware = {1000, 10, 500, 5};
+   tick();
+   helper->hardware = {1600, 16, 500, 5};
+   tick();
+   EXPECT_EQ(subIntf().rate(0), 300.0);
+   helper->hardware = {400, 4, 700, 7}; // one of two chips went
+   tick();
+   EXPECT_EQ(subIntf().totals, (std::array<U64, 4>{1600, 16, 700, 7}));
+   EXPECT_EQ(subIntf().rate(0), std::nullopt);
+   EXPECT_EQ(subIntf().rate(2), 100.0);
+   EXPECT_TRUE(reactor->clear("Ethernet1.100"));
+   EXPECT_FALSE(reactor->clear("Ethernet1.200"));
+   helper->hardware.inOctets += 50;
+   tick();
+   EXPECT_EQ(subIntf().totals[0] - subIntf(TableName::subIntfClearCounters).totals[0], 50U);
+}
+
+TEST_F(L3Publishing, WithoutCountersNothingIsPublished) {
+   helper->isCounted = false;
+   tick();
+   EXPECT_EQ(helper->reads, 1);
+   EXPECT_EQ(tables.subIntfCountersDir->table().size(), 0U);
+}
+
+TEST_F(L3Publishing, NobodyAskingForLongItReadsOfItsOwnAccord) {
+   rig.advance(2.5);
+   EXPECT_EQ(helper->reads, 0);
+   rig.advance(1.0);
+   EXPECT_EQ(helper->reads, 1);
+}
+
+TEST_F(L3Publishing, WhatLeavesTheDirectoryIsGone) {
+   helper->hardware = {1000, 10, 500, 5};
+   tick();
+   directory->intfStatusDel(Pelt::IntfId("Ethernet1.100"));
+   tick();
+   EXPECT_EQ(helper->reads, 1);
+   EXPECT_EQ(tables.subIntfCountersDir->table().size(), 0U);
+}
+
+} // namespace

@@ -1,0 +1,326 @@
+// A port's counters, from the chip to another process's reader.
+#include "tests/platform/vex/PublishingRig.h"
+#include "tests/support/ChildProcess.h"
+#include "tests/support/Random.h"
+#include "tests/support/Slowdown.h"
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <thread>
+
+namespace {
+
+using Silo::Interface::IntfCounters;
+using ZelTest::inErrors;
+using ZelTest::inOctets;
+namespace TableName = Silo::Interface::TableName;
+
+constexpr auto octets = BF_RMON_OCTETS_RECEIVED_GOOD;
+constexpr auto errors = BF_RMON_FRAMES_RECEIVED_WITH_ERRORS;
+
+class PortPublishing : public ZelTest::PublishingRig {
+ protected:
+   PortPublishing() { intf = addPort("Ethernet1", port); }
+
+   Pelt::IntfId intf;
+};
+
+TEST_F(PortPublishing, ReadingTotalDeltaAndRateFollowTheChip) {
+   start();
+   poll(octets, 1000);
+   EXPECT_EQ(published().reading.inOctets, 1000U);
+   EXPECT_EQ(published().rate(inOctets), std::nullopt); // one sample makes no rate
+   poll(octets, 5000);
+   const IntfCounters record = published();
+   EXPECT_EQ(record.reading.inOctets, 5000U);
+   EXPECT_EQ(record.totals[inOctets], 5000U);
+   EXPECT_EQ(record.deltas[inOctets], 4000U);
+   EXPECT_EQ(record.rate(inOctets), 2000.0);
+   EXPECT_EQ(record.discontinuityTime, 0.0);
+}
+
+TEST_F(PortPublishing, AnUpsetMovesTheReadingOnly) {
+   start();
+   poll(octets, 1000);
+   poll(octets, 1000 | U64{1} << 60);
+   const IntfCounters upset = published();
+   EXPECT_EQ(upset.reading.inOctets, 1000 | U64{1} << 60);
+   EXPECT_EQ(upset.totals[inOctets], 1000U);
+   EXPECT_EQ(upset.deltas[inOctets], 0U);
+   EXPECT_EQ(upset.rate(inOctets), std::nullopt);
+   EXPECT_EQ(upset.rate(inErrors), 0.0); // the others keep theirs
+   EXPECT_EQ(upset.discontinuityTime, 4.0);
+   poll(octets, (1000 | U64{1} << 60) + 50);
+   EXPECT_EQ(published().totals[inOctets], 1050U);
+   EXPECT_EQ(published().rate(inOctets), 25.0);
+   EXPECT_EQ(published().discontinuityTime, 4.0);
+}
+
+TEST_F(PortPublishing, AWrapCountsModulo) {
+   start();
+   poll(octets, ~U64{0} - 9); // from 0 that is an upset
+   poll(octets, 90);
+   const IntfCounters record = published();
+   EXPECT_EQ(record.deltas[inOctets], 100U);
+   EXPECT_EQ(record.totals[inOctets], 100U);
+   EXPECT_EQ(record.rate(inOctets), 50.0);
+   EXPECT_EQ(record.discontinuityTime, 4.0);
+}
+
+TEST_F(PortPublishing, ATotalDoesNotJumpWhereTheVettingReadsZero) {
+   start();
+   poll(errors, 0);
+   for (const U64 reading : {U64{1} << 63, U64{3} << 62, U64{7}, U64{1} << 63 | U64{1} << 50}) {
+      poll(errors, reading);
+      EXPECT_EQ(published().reading.inErrors, reading);
+      EXPECT_EQ(published().totals[inErrors], 0U) << std::hex << reading;
+   }
+}
+
+TEST_F(PortPublishing, WithoutElapsedTimeThereIsNoRate) {
+   start();
+   poll(octets, 1000);
+   poll(octets, 2000);
+   const auto lock = Kiln::ActivityLockAnchor::lock();
+   sm()->updateCounters(VexTypes::CounterType::port, intf);
+   EXPECT_EQ(published().rate(inOctets), std::nullopt);
+   EXPECT_EQ(published().totals[inOctets], 2000U);
+}
+
+TEST_F(PortPublishing, UnknownInterfacesAndMissingReadingsPublishNothing) {
+   start();
+   const auto lock = Kiln::ActivityLockAnchor::lock();
+   for (const Pelt::IntfId& other : {Pelt::IntfId(), Pelt::IntfId("Ethernet99"), intf}) {
+      sm()->updateCounters(VexTypes::CounterType::port, other);
+   }
+   EXPECT_EQ(tables.allIntfCounters->table().size(), 0U);
+}
+
+TEST_F(PortPublishing, AClearMovesTheBaselineAndNothingElse) {
+   start();
+   poll(octets, 1000);
+   EXPECT_TRUE(sm()->clear("Ethernet1"));
+   poll(octets, 1300);
+   EXPECT_EQ(published().totals[inOctets], 1300U);
+   EXPECT_EQ(published().rate(inOctets), 150.0);
+   EXPECT_EQ(record(TableName::intfClearCounters).totals[inOctets], 1000U);
+   EXPECT_FALSE(sm()->clear("Ethernet9"));
+   EXPECT_FALSE(sm()->clear(""));
+   EXPECT_TRUE(sm()->clear("all"));
+   EXPECT_EQ(record(TableName::intfClearCounters).totals[inOctets], 1300U);
+}
+
+TEST_F(PortPublishing, ARestartGoesOnFromWhatWasPublished) {
+   start();
+   poll(octets, 1000);
+   stop();
+   rig.chip(0).rmonIs(port, octets, 1400);
+   start();
+   EXPECT_EQ(published().totals[inOctets], 1000U);
+   rig.advance(2.0);
+   EXPECT_EQ(published().totals[inOctets], 1400U);
+   EXPECT_EQ(published().rate(inOctets), 200.0); // two samples of one clock, whoever took them
+   EXPECT_EQ(published().discontinuityTime, 0.0);
+   EXPECT_TRUE(logged.take().empty());
+}
+
+TEST_F(PortPublishing, AnAgentKilledAnywhereGoesOnWithoutAJump) {
+   constexpr int kills = 200 / ZelTest::slowdown;
+   ZelTest::Random random;
+   start();
+   poll(octets, 1);
+   stop();
+   Silo::TableReader<IntfCounters> reader(store, TableName::intfCounters);
+   U64 last = 1;
+   for (int kill = 0; kill < kills; ++kill) {
+      const pid_t agent = ZelTest::spawn([&]() -> int {
+         start();
+         for (U64 value = last;; value += 7) {
+            poll(octets, value);
+         }
+      });
+      const U64 until = last + 7 + random.below(700);
+      Silo::Sample<IntfCounters> sample;
+      while (reader.read("Ethernet1", sample) != Silo::ReadResult::ok ||
+             sample.record.reading.inOctets < until) {
+         ASSERT_EQ(waitpid(agent, nullptr, WNOHANG), 0) << "the agent ended by itself";
+         std::this_thread::yield();
+      }
+      ::kill(agent, SIGKILL);
+      ASSERT_EQ(ZelTest::statusOf(agent), -SIGKILL);
+      const auto asked = std::chrono::steady_clock::now();
+      const Silo::ReadResult result = reader.read("Ethernet1", sample);
+      ASSERT_LT(std::chrono::steady_clock::now() - asked, std::chrono::milliseconds(100));
+      ASSERT_TRUE(result == Silo::ReadResult::ok || result == Silo::ReadResult::torn) << text(result);
+
+      start();
+      const IntfCounters seeded = published();
+      ASSERT_GE(seeded.reading.inOctets, until);
+      ASSERT_EQ(seeded.totals[inOctets], seeded.reading.inOctets);
+      last = seeded.reading.inOctets + 5; // the hardware went on meanwhile
+      poll(octets, last);
+      ASSERT_EQ(published().totals[inOctets], last);
+      stop();
+   }
+}
+
+TEST_F(PortPublishing, AClearRecordNeverStandsAheadOfItsRecord) {
+   start();
+   poll(octets, 1000);
+   sm()->clear("all");
+   EXPECT_EQ(record(TableName::intfClearCounters).deltas[inOctets], 0U);
+   EXPECT_EQ(record(TableName::intfClearCounters).interval, 0.0);
+   stop();
+   start();
+   EXPECT_EQ(record(TableName::intfClearCounters).totals[inOctets], 1000U);
+   stop();
+   std::filesystem::remove(folder.path() + "/" + TableName::intfCounters);
+   rig.chip(0).rmonIs(port, octets, 10);
+   start();
+   Silo::Sample<IntfCounters> sample;
+   EXPECT_EQ(read(TableName::intfClearCounters, "Ethernet1", sample), Silo::ReadResult::absent);
+}
+
+TEST_F(PortPublishing, PortsThatAreGoneAfterARestartAreForgottenWhenAsked) {
+   addPort("Ethernet2", 6);
+   start();
+   rig.advance(2.0);
+   sm()->clear("all");
+   stop();
+   ports->intfStatusDel(Pelt::IntfId("Ethernet2"));
+   start();
+   EXPECT_EQ(tables.allIntfCounters->table().size(), 2U);
+   sm()->forgetAbsentPorts();
+   EXPECT_EQ(tables.allIntfCounters->table().size(), 1U);
+   EXPECT_EQ(tables.allIntfClearCounters->table().size(), 1U);
+   EXPECT_EQ(published().reading.inErrors, 0U);
+}
+
+TEST_F(PortPublishing, AResetOfTheHardwareStepsNoTotalBack) {
+   start();
+   poll(octets, 1000);
+   stop();
+   rig.chip(0).rmonIs(port, octets, 10);
+   start();
+   rig.advance(2.0);
+   EXPECT_EQ(published().reading.inOctets, 10U);
+   EXPECT_EQ(published().totals[inOctets], 1000U);
+   EXPECT_EQ(published().discontinuityTime, 4.0);
+   poll(octets, 15);
+   EXPECT_EQ(published().totals[inOctets], 1005U);
+}
+
+TEST_F(PortPublishing, ADamagedRecordBeginsAnewAndIsReported) {
+   constexpr U64 mark = 0x112233445566;
+   start();
+   poll(octets, mark);
+   stop();
+   // Wherever the value stands, the journal included.
+   const std::string path = folder.path() + "/" + TableName::intfCounters;
+   std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
+   std::string bytes((std::istreambuf_iterator<char>(file)), {});
+   for (std::size_t at = 0; at + sizeof mark <= bytes.size(); at += sizeof mark) {
+      if (std::memcmp(bytes.data() + at, &mark, sizeof mark) == 0) {
+         file.clear();
+         file.seekp(static_cast<std::streamoff>(at));
+         file.put('!');
+      }
+   }
+   file.close();
+   Silo::Sample<IntfCounters> sample;
+   EXPECT_EQ(read(TableName::intfCounters, "Ethernet1", sample), Silo::ReadResult::corrupt);
+
+   start();
+   const auto messages = logged.take();
+   ASSERT_EQ(messages.size(), 1U);
+   EXPECT_THAT(messages[0], testing::StartsWith("VEX_COUNTERS_TABLE_CORRUPT Shared counters table "
+                                                "IntfCounters, record Ethernet1: "));
+   poll(octets, mark + 1);
+   EXPECT_EQ(published().totals[inOctets], mark + 1);
+   EXPECT_EQ(published().rate(inOctets), std::nullopt);
+   EXPECT_EQ(published().discontinuityTime, 2.0); // readers must not go on from what they had
+}
+
+TEST_F(PortPublishing, ARecordOverwrittenAtRunTimeIsWholeWithTheNextWrite) {
+   start();
+   poll(octets, 1000);
+   {
+      std::fstream file(folder.path() + "/" + TableName::intfCounters,
+                        std::ios::in | std::ios::out | std::ios::binary);
+      const std::string bytes((std::istreambuf_iterator<char>(file)), {});
+      const std::size_t at = bytes.rfind("Ethernet1");
+      ASSERT_NE(at, std::string::npos);
+      file.clear();
+      file.seekp(static_cast<std::streamoff>(at + sizeof(Silo::Key::Words))); // the payload's first word
+      file.put('!');
+   }
+   Silo::Sample<IntfCounters> sample;
+   EXPECT_EQ(read(TableName::intfCounters, "Ethernet1", sample), Silo::ReadResult::corrupt);
+   poll(octets, 1500);
+   EXPECT_EQ(published().totals[inOctets], 1500U);
+}
+
+struct SuspectCase {
+   const char* name;
+   U64 octetStep;
+   U64 speed; // bit/s; 0 for not told
+   U64 suspects;
+};
+
+TEST_F(PortPublishing, AStepThatThePortsSpeedDoesNotAllowIsSuspect) {
+   // In two seconds: 250 MB at 1 Gbit/s, and a tenth more for the clocks' sake.
+   const SuspectCase cases[] = {{"allowed", 275'000'000, 1'000'000'000, 0},
+                                {"too much", 275'000'001, 1'000'000'000, 1},
+                                {"allowed by default", 27'500'000'000, 0, 0},
+                                {"too much by default", 27'500'000'001, 0, 1}};
+   start();
+   U64 reading = 1;
+   U64 suspects = 0;
+   poll(octets, reading += U64{1} << 40); // after the seed nothing is known
+   EXPECT_EQ(published().suspects, 0U);
+   for (const SuspectCase& each : cases) {
+      each.speed != 0 ? ports->speedIs(intf, each.speed) : ports->speedDel(intf);
+      suspects += each.suspects;
+      poll(octets, reading += each.octetStep);
+      EXPECT_EQ(published().suspects, suspects) << each.name;
+      EXPECT_EQ(published().totals[inOctets], reading) << each.name;
+   }
+   rig.chip(0).rmonIs(port, errors, U64{1} << 50);
+   poll(octets, reading += U64{1} << 40); // with an upset beside it, a step proves nothing
+   EXPECT_EQ(published().suspects, suspects);
+}
+
+TEST_F(PortPublishing, APortThatGoesTakesItsRecordsAlong) {
+   start();
+   poll(octets, 1000);
+   sm()->clear("Ethernet1");
+   {
+      const auto lock = Kiln::ActivityLockAnchor::lock();
+      ports->intfStatusDel(intf);
+   }
+   Silo::Sample<IntfCounters> sample;
+   EXPECT_EQ(read(TableName::intfCounters, "Ethernet1", sample), Silo::ReadResult::absent);
+   EXPECT_EQ(read(TableName::intfClearCounters, "Ethernet1", sample), Silo::ReadResult::absent);
+   {
+      const auto lock = Kiln::ActivityLockAnchor::lock();
+      ports->intfStatusIs(intf, true);
+   }
+   poll(octets, 1500);
+   EXPECT_EQ(published().totals[inOctets], 1500U);
+}
+
+TEST_F(PortPublishing, AFullTableIsToldOnceAndTheOthersGoOn) {
+   addPort("Ethernet2", port + 1);
+   start({.ports = 1});
+   poll(octets, 1000);
+   poll(octets, 2000);
+   EXPECT_EQ(published().totals[inOctets], 2000U);
+   const auto messages = logged.take();
+   ASSERT_EQ(messages.size(), 1U);
+   EXPECT_THAT(messages[0], testing::StartsWith("VEX_COUNTERS_PUBLISH_ERROR Counters of interface Ethernet2 "
+                                                "are not published: "));
+   EXPECT_THAT(messages[0], testing::HasSubstr("IntfCounters"));
+}
+
+} // namespace

@@ -1,0 +1,124 @@
+// Queue counters, from a report to another process's reader.
+#include "tests/platform/vex/PublishingRig.h"
+#include "vex/RecordText.h"
+
+namespace {
+
+using Silo::Interface::IntfQueueCounters;
+using Silo::Interface::QueueStatistics;
+namespace TableName = Silo::Interface::TableName;
+
+class QueuePublishing : public ZelTest::PublishingRig {
+ protected:
+   QueuePublishing() {
+      intf = addPort("Ethernet1", port);
+      start();
+   }
+
+   void report(std::size_t queue, QueueStatistics value, bool beginsAnew = false) {
+      reportAt(Kiln::System::currentTime(), queue, value, beginsAnew);
+   }
+   void reportAt(double sampleTime, std::size_t queue, QueueStatistics value, bool beginsAnew = false) {
+      const auto lock = Kiln::ActivityLockAnchor::lock();
+      VexTypes::IntfQueueCounters counters;
+      counters.intfQueueStatIs(queue, value);
+      counters.sampleTimeIs(sampleTime);
+      counters.beginsAnewIs(beginsAnew);
+      writer->intfQueueCountersIs(intf, counters);
+   }
+   IntfQueueCounters queues(const char* table = TableName::intfQueueCounters) {
+      return record<IntfQueueCounters>(table);
+   }
+
+   Pelt::IntfId intf;
+};
+
+TEST_F(QueuePublishing, ReportsAddUpAndAFallCountsWhole) {
+   report(3, {100, 6400, 5});
+   rig.advance(2.0);
+   report(3, {150, 9600, 5});
+   report(16, {1, 64, 0}); // a report of one queue leaves the others' totals alone
+   EXPECT_EQ(queues().totals[3], (QueueStatistics{150, 9600, 5}));
+   report(3, {20, 1280, 1});
+   EXPECT_EQ(queues().totals[3], (QueueStatistics{170, 10880, 6}));
+   EXPECT_EQ(queues().totals[16], (QueueStatistics{1, 64, 0}));
+   EXPECT_TRUE(queues().has(3) && queues().has(16));
+   EXPECT_FALSE(queues().has(4));
+}
+
+TEST_F(QueuePublishing, AClearedQueueCountsFromZeroAndItsTotalStands) {
+   report(0, {100, 6400, 0});
+   report(0, {}); // what the chip's clear hands over
+   EXPECT_TRUE(sm()->clear("Ethernet1"));
+   report(0, {7, 448, 1});
+   EXPECT_EQ(queues().totals[0], (QueueStatistics{107, 6848, 1}));
+   EXPECT_EQ(queues(TableName::intfClearQueueCounters).totals[0], (QueueStatistics{100, 6400, 0}));
+}
+
+TEST_F(QueuePublishing, RatesAreOverTheTimeBetweenReadingsOfOnePort) {
+   report(0, {100, 6400, 0});
+   rig.advance(2.0);
+   report(0, {300, 19200, 0});
+   EXPECT_EQ(queues().interval, 2.0);
+   const double read = Kiln::System::currentTime();
+   rig.advance(1.5);
+   reportAt(read, 0, {}); // an operator's clear
+   EXPECT_EQ(queues().interval, 2.0);
+   EXPECT_EQ(queues().deltas[0].packets, 200U);
+   rig.advance(0.5);
+   report(0, {190, 12160, 0});
+   EXPECT_EQ(queues().interval, 2.0);
+   EXPECT_EQ(queues().deltas[0].packets, 190U);
+   rig.advance(1.0);
+   reportAt(Silo::unknownSampleTime, 0, {}, true); // the port changed
+   EXPECT_EQ(queues().interval, 0.0);
+   rig.advance(1.0);
+   report(0, {5000, 320000, 9}, true); // what it finds at the new one
+   EXPECT_EQ(queues().interval, 0.0);
+   EXPECT_EQ(queues().deltas[0], QueueStatistics{});
+   EXPECT_EQ(queues().totals[0], (QueueStatistics{490, 31360, 0}));
+   rig.advance(2.0);
+   report(0, {5002, 320128, 9});
+   EXPECT_EQ(queues().interval, 2.0);
+   EXPECT_EQ(queues().totals[0], (QueueStatistics{492, 31488, 0}));
+}
+
+TEST_F(QueuePublishing, AnInterfaceIsClearedBeforeItsFirstReport) {
+   report(0, {100, 6400, 0});
+   stop();
+   start();
+   EXPECT_TRUE(sm()->clear("Ethernet1"));
+   EXPECT_EQ(queues(TableName::intfClearQueueCounters).totals[0], (QueueStatistics{100, 6400, 0}));
+   EXPECT_FALSE(sm()->clear("Ethernet2"));
+   EXPECT_FALSE(sm()->clear(""));
+   EXPECT_FALSE(sm()->clear(std::string(64, 'x')));
+}
+
+TEST_F(QueuePublishing, AfterARestartTheFirstReportIsTheFirstPreviousOne) {
+   report(0, {100, 6400, 0});
+   {
+      const auto lock = Kiln::ActivityLockAnchor::lock();
+      tables.allIntfQueueCounters->queueIs(intf, 1, 0.0); // created, never reported
+   }
+   stop();
+   start();
+   report(0, {5000, 320000, 0});
+   EXPECT_EQ(queues().totals[0], (QueueStatistics{100, 6400, 0}));
+   report(0, {5001, 320064, 0});
+   EXPECT_EQ(queues().totals[0], (QueueStatistics{101, 6464, 0}));
+   report(1, {9, 576, 0});
+   EXPECT_EQ(queues().totals[1], (QueueStatistics{9, 576, 0}));
+}
+
+TEST_F(QueuePublishing, AnUnknownSampleTimePrintsAsZero) {
+   EXPECT_EQ(Vex::linesOf(Vex::textOf(IntfQueueCounters{}), {1, Silo::unknownSampleTime}, nullptr),
+             "sample-time-ms 0\ngeneration 1\n");
+}
+
+TEST_F(QueuePublishing, QueuesBeyondTheArrayAreRefused) {
+   VexTypes::IntfQueueCounters counters;
+   EXPECT_THROW(counters.intfQueueStatIs(17, {}), std::out_of_range);
+   EXPECT_THROW(tables.allIntfQueueCounters->queueIs(intf, 17, 0.0), std::out_of_range);
+}
+
+} // namespace

@@ -1,0 +1,26 @@
+// What operators are told.
+#pragma once
+
+#include "kiln/OperatorLog.h"
+
+#include <string>
+#include <vector>
+
+namespace ZelTest {
+
+// The operator log's messages since this was made, or since they were last taken.
+class LoggedMessages {
+ public:
+   LoggedMessages() { take(); }
+
+   // Oldest first, each as "ID text".
+   std::vector<std::string> take() {
+      std::vector<std::string> messages;
+      for (const auto& entry : Kiln::OperatorLog::instance().newEntries()) {
+         messages.push_back(std::string(entry.message->id) + " " + entry.text);
+      }
+      return messages;
+   }
+};
+
+} // namespace ZelTest
