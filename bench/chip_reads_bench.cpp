@@ -3,6 +3,7 @@
 // both see the same machine.
 #include "bench/AllocationCount.h"
 #include "bench/CpuTime.h"
+#include "counters/ZelCounters.h"
 #include "counters/ZelCountersMgr.h"
 #include "counters/queues/PipeIntfQueueCounterSm.h"
 #include "kiln/ActivityLock.h"

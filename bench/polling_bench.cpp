@@ -2,6 +2,7 @@
 // completes inline, against a plain memcpy of the same bytes in the same loop; and its allocations.
 #include "bench/AllocationCount.h"
 #include "bench/CpuTime.h"
+#include "counters/ZelCounters.h"
 #include "counters/ZelCountersMgr.h"
 #include "kiln/ActivityLock.h"
 #include "kiln/ActivityManager.h"

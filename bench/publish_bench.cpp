@@ -4,6 +4,7 @@
 //
 // Each path takes turns with its floor, so that both see the same machine.
 #include "bench/AllocationCount.h"
+#include "counters/ZelCounters.h"
 #include "counters/ZelCountersMgr.h"
 #include "kiln/ActivityLock.h"
 #include "kiln/ActivityManager.h"

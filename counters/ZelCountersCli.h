@@ -1,4 +1,4 @@
-// The parser of the diagnostic counters commands.
+// The way in for the diagnostic counters commands.
 //
 //    [chip NAME] KEYWORD... [OPERAND] [OPTION]...
 //
@@ -12,20 +12,20 @@
 
 namespace ZelCounter {
 
-class ZelCountersMgr;
+class ManagerAccess;
 
 class ZelCountersCli : public Agent::AgentCommandCallback {
  public:
    // The manager owns this and is not counted. Others may hold this longer: once the manager has let go of it,
    // it refuses every command.
-   ZelCountersCli(Kiln::Name name, Kiln::String commandType, ZelCountersMgr* mgr);
+   ZelCountersCli(Kiln::Name name, Kiln::String commandType, ManagerAccess* mgr);
 
    Agent::CommandResult command(const std::vector<Kiln::String>& words, int fd) override;
    std::vector<Kiln::String> completions(const std::vector<Kiln::String>& words) const override;
    void mgrDel() { mgr_ = nullptr; }
 
  private:
-   ZelCountersMgr* mgr_;
+   ManagerAccess* mgr_;
 };
 
 } // namespace ZelCounter

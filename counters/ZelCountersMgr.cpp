@@ -1,13 +1,20 @@
-// Builds the library's services in their order, and keeps the chips.
+// Builds the library's services in their order, keeps the chips, and runs the polling clock.
 #include "counters/ZelCountersMgr.h"
 
+#include "agent/AgentCommand.h"
+#include "counters/CountersMounts.h"
+#include "counters/ZelCounters.h"
 #include "counters/ZelCountersCli.h"
-#include "counters/ZelCountersMgrSm.h"
+#include "counters/helper/ZelCountersHelper.h"
+#include "counters/l3/ZelCountersL3Intf.h"
 #include "kiln/ActivityLock.h"
 #include "kiln/ActivityManager.h"
+#include "kiln/Time.h"
+#include "kiln/TimerWheel.h"
 #include "kiln/Trace.h"
+#include "vex/VexL3Intf.h"
 
-#include <cmath>
+#include <algorithm>
 #include <stdexcept>
 
 namespace ZelCounter {
@@ -74,11 +81,7 @@ void ZelCountersMgr::handleInitialized() {
    KILN_TRACE(1, "agentCommandCallbackIs");
    cliRequestDirSm()->agentCommandCallbackIs(cliCallback());
    zelCountersHelperIs(this, systemStatus());
-   vexCountersSmIs({vexCommonSmData(), mounts()->ethPhyIntfStatusDir(), mounts()->vlanIntfStatusDir(),
-                    mounts()->allIntfCounters(), mounts()->allIntfClearCounters(),
-                    mounts()->allIntfQueueCounters(), mounts()->allIntfClearQueueCounters(),
-                    mounts()->allVlanIntfCounters(), mounts()->vlanIntfCounterWriterStatus(),
-                    activityManagerClock, zelCountersHelper()});
+   vexCountersSmIs();
    vexCountersSm()->ethIntfCounterWriterStatusIs(mounts()->ethIntfCounterWriterStatus());
    KILN_TRACE(1, "writerConfigIs");
    vexCountersSm()->writerConfigIs(mounts()->writerConfig());
@@ -93,9 +96,7 @@ void ZelCountersMgr::handleInitialized() {
    auto timerWheel = Kiln::allocate<Oxbow::TimerWheel>(activityManagerClock, wheelTickMs, wheelEntriesPerTick,
                                                        wheelFirstSlot, wheelSlots);
    zelSubIntfCountersHelperIs();
-   vexSubIntfCountersSmIs({std::move(timerWheel), mounts()->subIntfStatusDir(),
-                           mounts()->subIntfCountersDir(), mounts()->subIntfCountersSnapshotDir(),
-                           subIntfPollInterval, activityManagerClock, zelSubIntfCountersHelper()});
+   vexSubIntfCountersSmIs(std::move(timerWheel), zelSubIntfCountersHelper());
    countersMgrSmIs(this, systemStatus(), activityManagerClock);
    initializedIs(true);
 }
@@ -123,9 +124,13 @@ void ZelCountersMgr::zelCountersHelperIs(ZelCountersMgr* mgr,
    zelCountersHelper_->hasNotificationActiveIs(true);
 }
 
-void ZelCountersMgr::vexCountersSmIs(Vex::Counters::CountersSm::Context context) {
+void ZelCountersMgr::vexCountersSmIs() {
    KILN_TRACE(1, "vexCountersSmIs");
-   vexCountersSm_ = Kiln::allocate<Vex::Counters::CountersSm>(std::move(context));
+   vexCountersSm_ = Kiln::allocate<Vex::Counters::CountersSm>(Vex::Counters::CountersSm::Context{
+        vexCommonSmData(), mounts()->ethPhyIntfStatusDir(), mounts()->vlanIntfStatusDir(),
+        mounts()->allIntfCounters(), mounts()->allIntfClearCounters(), mounts()->allIntfQueueCounters(),
+        mounts()->allIntfClearQueueCounters(), mounts()->allVlanIntfCounters(),
+        mounts()->vlanIntfCounterWriterStatus(), Kiln::activityManagerClock(), zelCountersHelper()});
    vexCountersSm_->hasNotificationActiveIs(true);
 }
 
@@ -153,9 +158,13 @@ void ZelCountersMgr::zelSubIntfCountersHelperIs() {
    zelSubIntfCountersHelper_->hasNotificationActiveIs(true);
 }
 
-void ZelCountersMgr::vexSubIntfCountersSmIs(Vex::SubIntfCountersSm::Context context) {
+void ZelCountersMgr::vexSubIntfCountersSmIs(Kiln::Ptr<Oxbow::TimerWheel> timerWheel,
+                                            Kiln::Ptr<ZelCountersSubIntfCountersHelper> helper) {
    KILN_TRACE(1, "vexSubIntfCountersSmIs");
-   vexSubIntfCountersSm_ = Kiln::allocate<Vex::SubIntfCountersSm>(std::move(context));
+   vexSubIntfCountersSm_ = Kiln::allocate<Vex::SubIntfCountersSm>(Vex::SubIntfCountersSm::Context{
+        std::move(timerWheel), mounts()->subIntfStatusDir(), mounts()->subIntfCountersDir(),
+        mounts()->subIntfCountersSnapshotDir(), subIntfPollInterval, Kiln::activityManagerClock(),
+        std::move(helper)});
    vexSubIntfCountersSm_->hasNotificationActiveIs(true);
 }
 
@@ -172,10 +181,12 @@ void ZelCountersMgr::countersMgrSmDel() {
 }
 
 void ZelCountersMgr::sdkPollingIntervalIs(double seconds) {
-   if (!std::isfinite(seconds) || seconds <= 0.0) {
-      throw std::range_error("sdkPollingInterval must be a positive number of seconds");
-   }
+   Kiln::requirePositiveSeconds("sdkPollingInterval", seconds);
    sdkPollingInterval_ = seconds;
+}
+
+const Kiln::Ptr<ZelCounters>& ZelCountersMgr::zelCounters(ZelId::ZelDevId devId) const {
+   return Kiln::valueOrDefault(zelCounters_, devId);
 }
 
 void ZelCountersMgr::zelCountersIs(Kiln::Ptr<ZelCounters> zelCounters) {
@@ -268,6 +279,97 @@ void ZelCountersMgr::requestHwCountersPolling() {
       if (const Kiln::Ptr<ZelCounters> chip = zelCounters(devId)) {
          chip->requestHwCountersPolling();
       }
+   }
+}
+
+KILN_POINTER_TO_DEFINE(ZelCountersMgr, const ZelSystem::SystemStatus, systemStatus)
+KILN_POINTER_TO_DEFINE(ZelCountersMgr, CountersMounts, mounts)
+KILN_POINTER_TO_DEFINE(ZelCountersMgr, Vex::VexCommonSmData, vexCommonSmData)
+KILN_POINTER_TO_DEFINE(ZelCountersMgr, Agent::AgentCommandRequestDirSm, cliRequestDirSm)
+KILN_POINTER_TO_DEFINE(ZelCountersMgr, ZelQos::TmCountersData, tmCountersData)
+KILN_POINTER_TO_DEFINE(ZelCountersMgr, ZelQos::TmCountersData, tmCountersDataLastClear)
+KILN_POINTER_TO_DEFINE(ZelCountersMgr, CliPortDropData, cliPortDropData)
+KILN_POINTER_TO_DEFINE(ZelCountersMgr, Vex::Counters::CountersSm, vexCountersSm)
+KILN_POINTER_TO_DEFINE(ZelCountersMgr, Vex::VexL3IntfData, vexL3IntfData)
+KILN_POINTER_TO_DEFINE(ZelCountersMgr, ZelCountersL3IntfSm, zelCountersL3IntfSm)
+KILN_POINTER_TO_DEFINE(ZelCountersMgr, ZelCountersSubIntfCountersHelper, zelSubIntfCountersHelper)
+KILN_POINTER_TO_DEFINE(ZelCountersMgr, Vex::SubIntfCountersSm, vexSubIntfCountersSm)
+KILN_POINTER_TO_DEFINE(ZelCountersMgr, ZelCountersHelper, zelCountersHelper)
+KILN_POINTER_TO_DEFINE(ZelCountersMgr, ZelVlanIntfSm, vlanIntfSm)
+
+ZelCountersMgrSm::ZelCountersMgrSm(ZelCountersMgr* mgr, Kiln::Ptr<const ZelSystem::SystemStatus> systemStatus,
+                                   Kiln::Ptr<const Kiln::Clock> clock)
+     : mgr_(mgr), systemStatus_(this),
+       intfCounterPollingClock_(std::move(clock), this, &ZelCountersMgrSm::intfCounterPollingClockExpired) {
+   systemStatus_.notifierIs(std::move(systemStatus));
+   handleInitialized();
+}
+
+void ZelCountersMgrSm::handleInitialized() {
+   armPollingClock();
+   handlePortInfo();
+   initializedIs(true);
+}
+
+void ZelCountersMgrSm::armPollingClock() {
+   const double interval = mgr_->sdkPollingInterval();
+   intfCounterPollingClock_.timeMinIs(Kiln::System::currentTime() + interval);
+   if (interval != publishedInterval_) {
+      publishInterval(interval);
+   }
+   publishQueueInterval();
+}
+
+// Readers judge by it how old a record may be.
+void ZelCountersMgrSm::publishInterval(double seconds) {
+   publishedInterval_ = seconds;
+   const Kiln::Ptr<CountersMounts>& mounts = mgr_->mounts();
+   if (mounts->allIntfCounters()) {
+      mounts->allIntfCounters()->table().pollingIntervalIs(seconds);
+   }
+   if (mounts->allVlanIntfCounters()) {
+      mounts->allVlanIntfCounters()->table().pollingIntervalIs(seconds);
+   }
+   if (mounts->subIntfCountersDir()) {
+      mounts->subIntfCountersDir()->table().pollingIntervalIs(
+           std::min(seconds, ZelCountersMgr::subIntfPollInterval));
+   }
+}
+
+// All chips share the table, so the slowest one's.
+void ZelCountersMgrSm::publishQueueInterval() {
+   double slowest = 0;
+   for (const auto& [devId, chip] : mgr_->zelCounters()) {
+      slowest = std::max(slowest, chip->intfQueueCountersSdkPollingInterval());
+   }
+   if (slowest > 0 && slowest != publishedQueueInterval_ && mgr_->mounts()->allIntfQueueCounters()) {
+      publishedQueueInterval_ = slowest;
+      mgr_->mounts()->allIntfQueueCounters()->table().pollingIntervalIs(slowest);
+   }
+}
+
+void ZelCountersMgrSm::intfCounterPollingClockExpired() {
+   // Re-armed after the pass, so that the interval runs from its end; also when the pass throws.
+   try {
+      mgr_->requestHwCountersPolling();
+   } catch (...) {
+      armPollingClock();
+      throw;
+   }
+   armPollingClock();
+}
+
+void ZelCountersMgrSm::handlePortInfo() {
+   if (systemStatus_.notifier()) {
+      for (const Pelt::IntfId& intf : systemStatus_.notifier()->portInfo().keys()) {
+         handlePortInfo(intf);
+      }
+   }
+}
+
+void ZelCountersMgrSm::handlePortInfo(const Pelt::IntfId& intf) {
+   if (Pelt::InternalIntfId::isInternalIntfId(intf) && mgr_->zelCountersHelper()) {
+      mgr_->zelCountersHelper()->doClearIntfQueueCounters(intf, true);
    }
 }
 

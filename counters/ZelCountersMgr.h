@@ -3,19 +3,38 @@
 
 #include "agent/AgentCommand.h"
 #include "counters/CountersMounts.h"
-#include "counters/ZelCounters.h"
-#include "counters/helper/ZelCountersHelper.h"
-#include "counters/l3/ZelCountersL3Intf.h"
-#include "kiln/TimerWheel.h"
-#include "vex/VexL3Intf.h"
+#include "counters/chip/ManagerAccess.h"
+#include "counters/drops/CliPortDropData.h"
+#include "kiln/Accessors.h"
+#include "kiln/Name.h"
+#include "kiln/Timer.h"
+#include "vex/VexCommonSmData.h"
+#include "zel/ChipStatus.h"
+#include "zel/SystemStatus.h"
+#include "zel/TmCountersData.h"
+#include "zel/ZelDevProfile.h"
+#include "zl/ZlPd.h"
+#include "zl/ZlResourceInfo.h"
+
+// What the manager is made with and given comes along; of what it owns, those who use it include the header.
+namespace Oxbow {
+class TimerWheel;
+}
+namespace Vex {
+class SubIntfCountersSm;
+class VexL3IntfData;
+} // namespace Vex
 
 namespace ZelCounter {
 
 class ZelCountersCli;
+class ZelCountersHelper;
 class ZelCountersMgrSm;
+class ZelCountersSubIntfCountersHelper;
+class ZelVlanIntfSm;
 
 // The agent makes one with zelCountersMgrFactory. Everything runs on the activity thread.
-class ZelCountersMgr : public Kiln::Entity {
+class ZelCountersMgr : public Kiln::Entity, public ManagerAccess {
  public:
    // Use the factory. An absent cliRequestDirSm is an assertion.
    ZelCountersMgr(Kiln::Ptr<const ZelSystem::SystemStatus> systemStatus, Kiln::Ptr<CountersMounts> mounts,
@@ -50,21 +69,22 @@ class ZelCountersMgr : public Kiln::Entity {
    static constexpr double subIntfPollInterval = 2.0;
 
    // The chips by device id, in the order in which they came. A chip that is removed or replaced is stopped.
-   const Kiln::HashMap<ZelId::ZelDevId, Kiln::Ptr<ZelCounters>>& zelCounters() const { return zelCounters_; }
-   const Kiln::Ptr<ZelCounters>& zelCounters(ZelId::ZelDevId devId) const {
-      return Kiln::valueOrDefault(zelCounters_, devId);
+   const Kiln::HashMap<ZelId::ZelDevId, Kiln::Ptr<ZelCounters>>& zelCounters() const override {
+      return zelCounters_;
    }
+   const Kiln::Ptr<ZelCounters>& zelCounters(ZelId::ZelDevId devId) const override;
    void zelCountersIs(Kiln::Ptr<ZelCounters> zelCounters);
    void zelCountersDel(ZelId::ZelDevId devId);
    void zelCountersDelAll();
 
-   KILN_POINTER(const ZelSystem::SystemStatus, systemStatus)
-   KILN_POINTER(CountersMounts, mounts)
-   KILN_POINTER(Vex::VexCommonSmData, vexCommonSmData)
-   KILN_POINTER(Agent::AgentCommandRequestDirSm, cliRequestDirSm)
-   KILN_POINTER(ZelQos::TmCountersData, tmCountersData)
-   KILN_POINTER(ZelQos::TmCountersData, tmCountersDataLastClear)
-   KILN_POINTER(CliPortDropData, cliPortDropData)
+   // What the manager was made with.
+   KILN_POINTER_TO(const ZelSystem::SystemStatus, systemStatus, override)
+   KILN_POINTER_TO(CountersMounts, mounts, override)
+   KILN_POINTER_TO(Vex::VexCommonSmData, vexCommonSmData)
+   KILN_POINTER_TO(Agent::AgentCommandRequestDirSm, cliRequestDirSm)
+   KILN_POINTER_TO(ZelQos::TmCountersData, tmCountersData)
+   KILN_POINTER_TO(ZelQos::TmCountersData, tmCountersDataLastClear)
+   KILN_POINTER_TO(CliPortDropData, cliPortDropData)
 
    // The services that the construction builds.
    const Kiln::Ptr<ZelCountersCli>& cliCallback() const { return cliCallback_; }
@@ -73,27 +93,29 @@ class ZelCountersMgr : public Kiln::Entity {
    void countersMgrSmIs(ZelCountersMgr* mgr, Kiln::Ptr<const ZelSystem::SystemStatus> systemStatus,
                         Kiln::Ptr<const Kiln::Clock> clock);
    void countersMgrSmDel();
-   KILN_POINTER(Vex::Counters::CountersSm, vexCountersSm)
-   KILN_POINTER(Vex::VexL3IntfData, vexL3IntfData)
-   KILN_POINTER(ZelCountersL3IntfSm, zelCountersL3IntfSm)
-   KILN_POINTER(ZelCountersSubIntfCountersHelper, zelSubIntfCountersHelper)
-   KILN_POINTER(Vex::SubIntfCountersSm, vexSubIntfCountersSm)
-   KILN_POINTER(ZelCountersHelper, zelCountersHelper)
-   KILN_POINTER(ZelVlanIntfSm, vlanIntfSm)
+   KILN_POINTER_TO(Vex::Counters::CountersSm, vexCountersSm, override)
+   KILN_POINTER_TO(Vex::VexL3IntfData, vexL3IntfData)
+   KILN_POINTER_TO(ZelCountersL3IntfSm, zelCountersL3IntfSm, override)
+   KILN_POINTER_TO(ZelCountersSubIntfCountersHelper, zelSubIntfCountersHelper)
+   KILN_POINTER_TO(Vex::SubIntfCountersSm, vexSubIntfCountersSm)
+   KILN_POINTER_TO(ZelCountersHelper, zelCountersHelper)
+   KILN_POINTER_TO(ZelVlanIntfSm, vlanIntfSm)
 
    // Set once the construction has run.
    KILN_ATTRIBUTE(bool, initialized, false)
 
  private:
    void handleInitialized();
-   // The steps of the construction that need more than a pointer.
+   // The steps of the construction.
    void zelCountersHelperIs(ZelCountersMgr* mgr, Kiln::Ptr<const ZelSystem::SystemStatus> systemStatus);
-   void vexCountersSmIs(Vex::Counters::CountersSm::Context context);
+   void vexCountersSmIs();
    void vlanIntfSmIs();
    void vexL3IntfDataIs(Kiln::Name name);
    void zelCountersL3IntfSmIs();
    void zelSubIntfCountersHelperIs();
-   void vexSubIntfCountersSmIs(Vex::SubIntfCountersSm::Context context);
+   void vexSubIntfCountersSmIs(Kiln::Ptr<Oxbow::TimerWheel> timerWheel,
+                               Kiln::Ptr<ZelCountersSubIntfCountersHelper> helper);
+
    ZelSystem::ChipCapabilities capabilities(const ZelDriver::ZelDevProfile& devProfile) const;
    void addTmCounters(ZelId::ZelDevId devId, const Kiln::Ptr<const ZelSlice::ChipStatus>& chipStatus);
    void deleteDevice(ZelId::ZelDevId devId);
@@ -102,6 +124,38 @@ class ZelCountersMgr : public Kiln::Entity {
    double sdkPollingInterval_;
    Kiln::Ptr<ZelCountersMgrSm> countersMgrSm_;
    Kiln::HashMap<ZelId::ZelDevId, Kiln::Ptr<ZelCounters>> zelCounters_;
+};
+
+// The manager's reactor: the polling clock, and what happens when ports come and change. Owned by the manager.
+class ZelCountersMgrSm : public Kiln::Entity {
+ public:
+   ZelCountersMgrSm(ZelCountersMgr* mgr, Kiln::Ptr<const ZelSystem::SystemStatus> systemStatus,
+                    Kiln::Ptr<const Kiln::Clock> clock);
+
+   // When the next polling pass is due.
+   double intfCounterPollingTimeMin() const { return intfCounterPollingClock_.timeMin(); }
+
+   KILN_ATTRIBUTE(bool, initialized, false)
+
+ private:
+   struct KilnSystemStatus : ZelSystem::SystemStatus::Notifiee {
+      explicit KilnSystemStatus(ZelCountersMgrSm* owner) : Notifiee(owner), sm(owner) {}
+      void onPortInfo(const Pelt::IntfId& intf) override { sm->handlePortInfo(intf); }
+      ZelCountersMgrSm* sm;
+   };
+   void handleInitialized();
+   void handlePortInfo();
+   void handlePortInfo(const Pelt::IntfId& intf);
+   void intfCounterPollingClockExpired();
+   void armPollingClock();
+   void publishInterval(double seconds);
+   void publishQueueInterval();
+
+   ZelCountersMgr* mgr_; // owns this
+   KilnSystemStatus systemStatus_;
+   Kiln::Timer<ZelCountersMgrSm> intfCounterPollingClock_;
+   double publishedInterval_ = 0;      // seconds; 0 for none yet
+   double publishedQueueInterval_ = 0; // the same
 };
 
 // Makes the manager, wired and with its polling clock armed. Activity thread.

@@ -1,7 +1,7 @@
 // Finds the chips that a command runs on.
 #include "counters/ZelCountersMgrCli.h"
 
-#include "counters/ZelCountersMgr.h"
+#include "counters/chip/ManagerAccess.h"
 #include "counters/show/JsonShow.h"
 #include "counters/show/TextShow.h"
 #include "kiln/Choices.h"
@@ -73,11 +73,10 @@ std::vector<Kiln::String> ZelCountersMgrCli::tableNames(const std::optional<Kiln
                                                         bool toClear) const {
    std::map<Kiln::String, bool> isTaken; // one chip that refuses it is enough
    for (const auto& one : chipsOf(chip)) {
-      const U32 tables = one->zlResourceInfoIntf() ? one->zlResourceInfoIntf()->zlTableCountersNum() : 0;
-      for (U32 id = 0; id < tables; ++id) {
+      for (U32 id = 0; id < one->tablesNum(); ++id) {
          const auto& info = *one->zlResourceInfoIntf()->zlTableCounter(id);
          const auto entry = isTaken.emplace(info.name, true).first;
-         entry->second = entry->second && !(toClear && one->otherClear(info) != nullptr);
+         entry->second = entry->second && !(toClear && one->tables().otherClear(info) != nullptr);
       }
    }
    std::vector<Kiln::String> names;
@@ -92,7 +91,7 @@ std::vector<Kiln::String> ZelCountersMgrCli::tableNames(const std::optional<Kiln
 std::vector<Kiln::String> ZelCountersMgrCli::pipeNumbers(const std::optional<Kiln::String>& chip) const {
    U32 pipes = 0;
    for (const auto& one : chipsOf(chip)) {
-      pipes = std::max(pipes, one->highestPipe() + 1);
+      pipes = std::max(pipes, U32{one->highestPipe()} + 1);
    }
    std::vector<Kiln::String> numbers;
    for (U32 pipe = 0; pipe < pipes; ++pipe) {
@@ -175,7 +174,7 @@ Kiln::String resolveTable(const ZlResourceInfo::ZlResourceInfoIntf& catalogue, c
          *tableId = id;
          return "";
       }
-      if (name.compare(0, word.size(), word) == 0) {
+      if (name.starts_with(word)) {
          *tableId = id;
          meant.push_back(name);
       }
@@ -206,7 +205,7 @@ Kiln::String resolveOnChip(const ZelCounters& chip, const ZelCountersCommand& co
       }
    }
    if (command.pipe) {
-      arguments->pipe = Kiln::parseNumber<U16>(*command.pipe, 0, static_cast<U16>(chip.highestPipe()));
+      arguments->pipe = Kiln::parseNumber<U16>(*command.pipe, 0, chip.highestPipe());
       if (!arguments->pipe) {
          return "unknown pipe " + Kiln::quoted(*command.pipe) + ": expected 0 to " +
                 std::to_string(chip.highestPipe());
@@ -242,7 +241,7 @@ Kiln::String ZelCountersMgrCli::clearError(const std::vector<Target>& targets) {
    for (const Target& target : targets) {
       if (target.arguments.tableId) {
          const auto& info = *target.chip->zlResourceInfoIntf()->zlTableCounter(*target.arguments.tableId);
-         if (const char* const other = target.chip->otherClear(info)) {
+         if (const char* const other = target.chip->tables().otherClear(info)) {
             return "table " + info.name + " is not cleared here: use " + other;
          }
       }
@@ -270,7 +269,7 @@ Kiln::String ZelCountersMgrCli::select(const ZelCountersCommand& command,
    if (error.empty() && (command.needsTables || command.pipe)) {
       error = selectOperands(command, targets);
    }
-   if (error.empty() && std::holds_alternative<ClearOperation>(command.operation)) {
+   if (error.empty() && command.isClear) {
       error = clearError(*targets);
    }
    return error;
@@ -281,17 +280,7 @@ bool ZelCountersMgrCli::areNamesKnown(const ZelCountersCommand& command) const {
    return select(command, &targets).empty();
 }
 
-void ZelCountersMgrCli::clear(ClearOperation operation, const std::vector<Target>& targets, U32 fd) {
-   for (const Target& target : targets) {
-      if (target.chip->initialized()) {
-         operation(*target.chip, fd, target.arguments);
-      } else {
-         TextShow(fd, ZelCounters::echo()).uninitialized();
-      }
-   }
-}
-
-void ZelCountersMgrCli::show(ShowOperation operation, const Target& target, ShowOutput& out) {
+void ZelCountersMgrCli::runOn(const Target& target, ChipOperation operation, ShowOutput& out) {
    if (target.chip->initialized()) {
       operation(*target.chip, out, target.arguments);
    } else {
@@ -299,18 +288,11 @@ void ZelCountersMgrCli::show(ShowOperation operation, const Target& target, Show
    }
 }
 
-void ZelCountersMgrCli::showText(ShowOperation operation, const std::vector<Target>& targets, U32 fd) {
-   TextShow out(fd, ZelCounters::echo());
-   for (const Target& target : targets) {
-      show(operation, target, out);
-   }
-}
-
-void ZelCountersMgrCli::showJson(ShowOperation operation, const std::vector<Target>& targets, U32 fd) {
+void ZelCountersMgrCli::answerJson(ChipOperation operation, const std::vector<Target>& targets, U32 fd) {
    JsonShow out(fd, ZelCounters::echo());
    for (const Target& target : targets) {
       out.chipBegin(target.chip->chipName());
-      show(operation, target, out);
+      runOn(target, operation, out);
       out.chipEnd();
    }
    out.documentEnd();
@@ -322,16 +304,16 @@ Agent::CommandResult ZelCountersMgrCli::run(const ZelCountersCommand& command, i
    if (!error.empty()) {
       return {error};
    }
-   const auto output = static_cast<U32>(fd);
-   const ShowOperation* const showing = std::get_if<ShowOperation>(&command.operation);
-   if (showing != nullptr && command.json) {
-      showJson(*showing, targets, output);
-   } else if (targets.empty()) {
-      TextShow(output, ZelCounters::echo()).noTable("", "No chip is up");
-   } else if (showing != nullptr) {
-      showText(*showing, targets, output);
-   } else {
-      clear(std::get<ClearOperation>(command.operation), targets, output);
+   if (command.json) {
+      answerJson(command.operation, targets, static_cast<U32>(fd));
+      return {};
+   }
+   TextShow out(static_cast<U32>(fd), ZelCounters::echo());
+   if (targets.empty()) {
+      out.noTable("", "No chip is up");
+   }
+   for (const Target& target : targets) {
+      runOn(target, command.operation, out);
    }
    return {};
 }

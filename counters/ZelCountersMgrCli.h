@@ -5,11 +5,10 @@
 #include "counters/ZelCounters.h"
 
 #include <optional>
-#include <variant>
 
 namespace ZelCounter {
 
-class ZelCountersMgr;
+class ManagerAccess;
 
 // What a command says of the chip that it runs on.
 struct ChipArguments {
@@ -20,14 +19,13 @@ struct ChipArguments {
    bool nonZeroOnly = false;
 };
 
-// Carry a command out on one chip.
-using ShowOperation = void (*)(ZelCounters& chip, ShowOutput& out, const ChipArguments& arguments);
-using ClearOperation = void (*)(ZelCounters& chip, U32 fd, const ChipArguments& arguments);
-using ChipOperation = std::variant<ShowOperation, ClearOperation>;
+// Carries a command out on one chip.
+using ChipOperation = void (*)(ZelCounters& chip, ShowOutput& out, const ChipArguments& arguments);
 
 // A command whose form is right and whose names are still text.
 struct ZelCountersCommand {
-   ChipOperation operation;
+   ChipOperation operation = nullptr;
+   bool isClear = false;
    std::optional<Kiln::String> chip; // none: every chip
    std::optional<Kiln::String> intf;
    std::optional<Kiln::String> table; // id or name; none: every table
@@ -41,7 +39,7 @@ struct ZelCountersCommand {
 // Activity thread. Made for one command; the manager outlives it.
 class ZelCountersMgrCli {
  public:
-   explicit ZelCountersMgrCli(const ZelCountersMgr* mgr) : mgr_(mgr) {}
+   explicit ZelCountersMgrCli(const ManagerAccess* mgr) : mgr_(mgr) {}
 
    // Runs on the named chip, else on the one that has the interface, else on every chip that has the table and
    // the pipe, in device order. Nothing runs when a name is unknown everywhere. A chip that is not initialized
@@ -80,12 +78,10 @@ class ZelCountersMgrCli {
    static Kiln::String clearError(const std::vector<Target>& targets);
    Kiln::String select(const ZelCountersCommand& command, std::vector<Target>* targets) const;
 
-   static void clear(ClearOperation operation, const std::vector<Target>& targets, U32 fd);
-   static void show(ShowOperation operation, const Target& target, ShowOutput& out);
-   static void showText(ShowOperation operation, const std::vector<Target>& targets, U32 fd);
-   static void showJson(ShowOperation operation, const std::vector<Target>& targets, U32 fd);
+   static void runOn(const Target& target, ChipOperation operation, ShowOutput& out);
+   static void answerJson(ChipOperation operation, const std::vector<Target>& targets, U32 fd);
 
-   const ZelCountersMgr* mgr_;
+   const ManagerAccess* mgr_;
 };
 
 } // namespace ZelCounter

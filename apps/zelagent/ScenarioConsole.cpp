@@ -12,6 +12,7 @@
 #include "kiln/RingLog.h"
 #include "silo/TableReader.h"
 #include "vex/RecordText.h"
+#include "vex/VexSubIntfCountersSm.h"
 #include "zel/VlanId.h"
 
 #include <algorithm>

@@ -1,6 +1,8 @@
 // Wires the agent's parts together, and brings chips and ports up and down.
 #include "apps/zelagent/SwitchAgent.h"
 
+#include "counters/ZelCounters.h"
+#include "counters/l3/ZelCountersL3Intf.h"
 #include "counters/tables/ZelCountersSm.h"
 #include "kiln/ActivityLock.h"
 #include "kiln/ActivityManager.h"

@@ -1,4 +1,4 @@
-// The trace handle that the sources of the per-chip object share.
+// The trace handle that the sources of the per-chip object and its parts share.
 #pragma once
 
 #include "kiln/Trace.h"

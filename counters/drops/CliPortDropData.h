@@ -11,12 +11,12 @@ namespace ZelCounter {
 
 // Counts of a port by point, then by reason. They belong to the place, so that an interface that moves does not
 // take them along.
-using PortDrops = std::array<ClearableCounts, ZlDrop::tables.size()>;
+using PortDropCounts = std::array<ClearableCounts, ZlDrop::tables.size()>;
 
 class CliPortDropData : public Kiln::PtrInterface {
  public:
    // Those of a device port, all zero when they are new.
-   PortDrops& portDropsIs(ZelId::ZelDevId devId, U16 devicePort) {
+   PortDropCounts& portDropsIs(ZelId::ZelDevId devId, U16 devicePort) {
       const auto key = std::pair(devId, devicePort);
       if (!ports_.contains(key)) {
          ports_.set(key, {});
@@ -42,7 +42,7 @@ class CliPortDropData : public Kiln::PtrInterface {
    }
 
  private:
-   Kiln::OrderedMap<std::pair<ZelId::ZelDevId, U16>, PortDrops> ports_;
+   Kiln::OrderedMap<std::pair<ZelId::ZelDevId, U16>, PortDropCounts> ports_;
 };
 
 } // namespace ZelCounter

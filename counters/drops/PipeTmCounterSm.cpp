@@ -1,17 +1,18 @@
 // Reads a pipe's traffic-manager counters of one type, again and again.
 #include "counters/drops/PipeTmCounterSm.h"
 
-#include "counters/ZelCounters.h"
 #include "counters/chip/SdkStatus.h"
 #include "counters/chip/ZelCountersTrace.h"
+#include "counters/drops/TmCounters.h"
 #include "kiln/Time.h"
 #include "sdk/bf_tm.h"
 
 namespace ZelCounter {
 
-PipeTmCounterSm::PipeTmCounterSm(ZelCounters* parent, PipeTmCounterKey key, U32 physicalPipe,
+PipeTmCounterSm::PipeTmCounterSm(TmCounters* parent, PipeTmCounterKey key, U32 physicalPipe,
                                  Kiln::Ptr<const Kiln::Clock> clock)
-     : parent_(parent), key_(key), physicalPipe_(physicalPipe), pollingClock_(std::move(clock), this) {}
+     : parent_(parent), key_(key), physicalPipe_(physicalPipe),
+       pollingClock_(std::move(clock), this, &PipeTmCounterSm::handlePollingClock) {}
 
 void PipeTmCounterSm::scheduleClock() {
    pollingClock_.timeMinIs(Kiln::System::currentTime() + pollingInterval());
@@ -26,7 +27,7 @@ void PipeTmCounterSm::handlePollingClock() {
    if (status != BF_SUCCESS) {
       KILN_TRACE(4, pipeReadErrorText(status, key_.pipe) << ", traffic-manager type " << key_.counterType);
    }
-   parent()->tmCounterIs(key_, status, counter);
+   parent()->counterIs(key_, status, counter);
    scheduleClock();
 }
 

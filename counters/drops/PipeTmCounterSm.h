@@ -2,7 +2,7 @@
 #pragma once
 
 #include "kiln/Accessors.h"
-#include "kiln/Clock.h"
+#include "kiln/Timer.h"
 #include "zel/ZelId.h"
 
 #include <array>
@@ -10,7 +10,7 @@
 
 namespace ZelCounter {
 
-class ZelCounters;
+class TmCounters;
 
 // The SDK's numbers of the traffic-manager counters that are polled, in the order in which they are; 3 and 5
 // are left out on purpose.
@@ -25,15 +25,15 @@ struct PipeTmCounterKey {
    }
 };
 
-// Owned by the chip's counters object. Activity thread. A read that fails leaves what was read before, and is
+// Owned by the chip's traffic-manager counters. Activity thread. A read that fails leaves what was read before, and is
 // kept with it.
 class PipeTmCounterSm : public Kiln::Entity {
  public:
    // The parent owns this and is not counted.
-   PipeTmCounterSm(ZelCounters* parent, PipeTmCounterKey key, U32 physicalPipe,
+   PipeTmCounterSm(TmCounters* parent, PipeTmCounterKey key, U32 physicalPipe,
                    Kiln::Ptr<const Kiln::Clock> clock);
 
-   ZelCounters* parent() const { return parent_; }
+   TmCounters* parent() const { return parent_; }
    const PipeTmCounterKey& key() const { return key_; }
    U32 physicalPipe() const { return physicalPipe_; }
    const Kiln::Ptr<const Kiln::Clock>& clock() const { return pollingClock_.clock(); }
@@ -46,19 +46,12 @@ class PipeTmCounterSm : public Kiln::Entity {
    KILN_ATTRIBUTE(double, pollingInterval, 2.0)
 
  private:
-   struct KilnClock : Kiln::Clock::Notifiee {
-      KilnClock(Kiln::Ptr<const Kiln::Clock> clock, PipeTmCounterSm* owner)
-           : Notifiee(std::move(clock)), sm(owner) {}
-      void onTime() override { sm->handlePollingClock(); }
-      PipeTmCounterSm* sm;
-   };
-
    void handlePollingClock();
 
-   ZelCounters* parent_; // owns this
+   TmCounters* parent_; // owns this
    PipeTmCounterKey key_;
    U32 physicalPipe_;
-   KilnClock pollingClock_;
+   Kiln::Timer<PipeTmCounterSm> pollingClock_;
 };
 
 } // namespace ZelCounter

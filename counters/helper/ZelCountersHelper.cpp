@@ -1,7 +1,9 @@
 // Finds the chip that owns an interface and passes the request on.
 #include "counters/helper/ZelCountersHelper.h"
 
-#include "counters/ZelCountersMgr.h"
+#include "counters/CountersMounts.h"
+#include "counters/ZelCounters.h"
+#include "counters/chip/ManagerAccess.h"
 #include "kiln/Assert.h"
 #include "kiln/Time.h"
 #include "kiln/Trace.h"
@@ -35,7 +37,7 @@ bool readL3Intf(const Kiln::Ptr<ZelCountersL3IntfSm>& l3IntfSm, const Pelt::Intf
 
 } // namespace
 
-ZelCountersHelper::ZelCountersHelper(ZelCountersMgr* mgr,
+ZelCountersHelper::ZelCountersHelper(ManagerAccess* mgr,
                                      Kiln::Ptr<const ZelSystem::SystemStatus> systemStatus)
      : VexHelperCountersSm("ZelCountersHelper"), mgr_(mgr), systemStatus_(std::move(systemStatus)) {
    queueCountersIncrementIs(true);
@@ -145,7 +147,7 @@ void ZelCountersHelper::doClearIntfQueueCounters(const Pelt::IntfId& intf, bool 
    }
    const unsigned queues = queuesOfPort(port->pipePort());
    if (const Kiln::Ptr<ZelCounters> chip = mgr_->zelCounters(port->devId)) {
-      chip->clearIntfQueueCounters(intf, portChanged);
+      chip->queues().clear(intf, portChanged);
    }
    createSharedQueues(intf, queues);
 }

@@ -7,14 +7,14 @@
 
 namespace ZelCounter {
 
-class ZelCountersMgr;
+class ManagerAccess;
 
 // One a process, made by the counters manager. Passes what concerns an interface on to the chip that owns it,
 // or to the L3 reactor. Activity thread.
 class ZelCountersHelper : public VexHelper::VexHelperCountersSm {
  public:
    // The manager owns this and is not counted.
-   ZelCountersHelper(ZelCountersMgr* mgr, Kiln::Ptr<const ZelSystem::SystemStatus> systemStatus);
+   ZelCountersHelper(ManagerAccess* mgr, Kiln::Ptr<const ZelSystem::SystemStatus> systemStatus);
 
    void getIntfQueueType(const Pelt::IntfId& intf, VexTypes::IntfQueueType& type) override;
    bool initializeVlanIntfCounters(const Pelt::IntfId& vlanIntf, U16 vlan) override;
@@ -36,7 +36,7 @@ class ZelCountersHelper : public VexHelper::VexHelperCountersSm {
    // Those that are missing.
    void createSharedQueues(const Pelt::IntfId& intf, unsigned queues);
 
-   ZelCountersMgr* mgr_;
+   ManagerAccess* mgr_;
    Kiln::Ptr<const ZelSystem::SystemStatus> systemStatus_;
 };
 

@@ -7,9 +7,6 @@
 #include "kiln/Time.h"
 #include "kiln/Trace.h"
 
-#include <cmath>
-#include <stdexcept>
-
 namespace ZelCounter {
 
 namespace {
@@ -27,7 +24,8 @@ ZelCountersL3Helper::RetrySm::RetrySm(Kiln::Ptr<const Kiln::Clock> clock,
 }
 
 void ZelCountersL3Helper::RetrySm::clockIs(Kiln::Ptr<const Kiln::Clock> clock) {
-   clock_ = clock ? std::make_unique<KilnClock>(std::move(clock), this) : nullptr;
+   clock_ = clock ? std::make_unique<Kiln::Timer<RetrySm>>(std::move(clock), this, &RetrySm::retryPendingVlan)
+                  : nullptr;
 }
 
 void ZelCountersL3Helper::RetrySm::chipStatusIs(Kiln::Ptr<const ZelSlice::ChipStatus> chipStatus) {
@@ -35,9 +33,7 @@ void ZelCountersL3Helper::RetrySm::chipStatusIs(Kiln::Ptr<const ZelSlice::ChipSt
 }
 
 void ZelCountersL3Helper::RetrySm::retryDelayIs(double seconds) {
-   if (!std::isfinite(seconds) || seconds <= 0.0) {
-      throw std::range_error("retryDelay must be a positive number of seconds");
-   }
+   Kiln::requirePositiveSeconds("retryDelay", seconds);
    retryDelay_ = seconds;
 }
 

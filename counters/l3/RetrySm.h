@@ -3,7 +3,7 @@
 #pragma once
 
 #include "counters/l3/ZelCountersL3Helper.h"
-#include "kiln/Clock.h"
+#include "kiln/Timer.h"
 
 #include <memory>
 
@@ -39,11 +39,6 @@ class ZelCountersL3Helper::RetrySm : public Kiln::Entity {
    void retryDelayIs(double seconds);
 
  private:
-   struct KilnClock : Kiln::Clock::Notifiee {
-      KilnClock(Kiln::Ptr<const Kiln::Clock> clock, RetrySm* owner) : Notifiee(std::move(clock)), sm(owner) {}
-      void onTime() override { sm->retryPendingVlan(); }
-      RetrySm* sm;
-   };
    struct KilnChipStatus : ZelSlice::ChipStatus::Notifiee {
       explicit KilnChipStatus(RetrySm* owner) : Notifiee(owner), sm(owner) {}
       void onState() override { sm->handleChipStatus(); }
@@ -53,7 +48,7 @@ class ZelCountersL3Helper::RetrySm : public Kiln::Entity {
    ZelCountersL3Helper* helper_;
    double retryDelay_ = 1.0;
    KilnChipStatus chipStatus_;
-   std::unique_ptr<KilnClock> clock_;
+   std::unique_ptr<Kiln::Timer<RetrySm>> clock_;
 };
 
 } // namespace ZelCounter

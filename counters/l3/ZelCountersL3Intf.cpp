@@ -5,10 +5,10 @@
 #include "kiln/ActivityManager.h"
 #include "kiln/Assert.h"
 #include "kiln/RingLog.h"
+#include "kiln/Time.h"
 #include "kiln/Trace.h"
 
 #include <algorithm>
-#include <cmath>
 #include <stdexcept>
 
 namespace ZelCounter {
@@ -207,15 +207,13 @@ void ZelCountersL3IntfSm::readIntf(const Pelt::IntfId& intf, Bridging::VlanId vl
 
 ZelCountersL3IntfSm::RoutedPortCounterSm::RoutedPortCounterSm(Kiln::Ptr<const Kiln::Clock> clock,
                                                               ZelCountersL3IntfSm* l3IntfSm)
-     : l3IntfSm_(l3IntfSm), clock_(std::move(clock), this) {
+     : l3IntfSm_(l3IntfSm), clock_(std::move(clock), this, &RoutedPortCounterSm::updateRoutedPortCounters) {
    updateRoutedPortCounters();
    initializedIs(true);
 }
 
 void ZelCountersL3IntfSm::RoutedPortCounterSm::routedPortTimerDelayIs(double seconds) {
-   if (!std::isfinite(seconds) || seconds <= 0.0) {
-      throw std::range_error("routedPortTimerDelay must be a positive number of seconds");
-   }
+   Kiln::requirePositiveSeconds("routedPortTimerDelay", seconds);
    routedPortTimerDelay_ = seconds;
 }
 

@@ -3,7 +3,7 @@
 
 #include "counters/ZelCountersTypes.h"
 #include "counters/l3/ZelCountersL3Helper.h"
-#include "kiln/Clock.h"
+#include "kiln/Timer.h"
 #include "vex/SharedTables.h"
 #include "vex/VexCommonSmData.h"
 #include "vex/VexCountersLog.h"
@@ -99,16 +99,9 @@ class ZelCountersL3IntfSm::RoutedPortCounterSm : public Kiln::Entity {
    KILN_ATTRIBUTE(bool, initialized, false)
 
  private:
-   struct KilnClock : Kiln::Clock::Notifiee {
-      KilnClock(Kiln::Ptr<const Kiln::Clock> clock, RoutedPortCounterSm* owner)
-           : Notifiee(std::move(clock)), sm(owner) {}
-      void onTime() override { sm->updateRoutedPortCounters(); }
-      RoutedPortCounterSm* sm;
-   };
-
    ZelCountersL3IntfSm* l3IntfSm_;
    double routedPortTimerDelay_ = 1.0;
-   KilnClock clock_;
+   Kiln::Timer<RoutedPortCounterSm> clock_;
 };
 
 // Keeps the forwarding layer's set of VLAN interfaces in step with the status directory. Either may be null:

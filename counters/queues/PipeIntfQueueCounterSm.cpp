@@ -1,10 +1,10 @@
 // The polls of a pipe's queue counters, and what their completions read.
 #include "counters/queues/PipeIntfQueueCounterSm.h"
 
-#include "counters/ZelCounters.h"
 #include "counters/chip/CounterTableNames.h"
 #include "counters/chip/SdkStatus.h"
 #include "counters/chip/ZelCountersTrace.h"
+#include "counters/queues/QueueCounters.h"
 #include "kiln/ActivityLock.h"
 #include "kiln/Time.h"
 #include "sdk/bf_tm.h"
@@ -40,18 +40,18 @@ PipeQueueCountersCookie* cookieSlot(ZelId::ZelDevId devId, ZelId::ZelPipeId pipe
 
 } // namespace
 
-PipeIntfQueueCounterSm::PipeIntfQueueCounterSm(ZelCounters* parent, ZelId::ZelPipeId pipe,
+PipeIntfQueueCounterSm::PipeIntfQueueCounterSm(QueueCounters* parent, ZelId::ZelPipeId pipe,
                                                Kiln::Ptr<const Kiln::Clock> clock)
-     : parent_(parent), pipe_(pipe), cookie_(cookieSlot(parent->deviceId(), pipe)),
-       pollingClock_(std::move(clock), this) {}
+     : parent_(parent), pipe_(pipe), cookie_(cookieSlot(parent->chip().deviceId(), pipe)),
+       pollingClock_(std::move(clock), this, &PipeIntfQueueCounterSm::pollingClockExpired) {}
 
 PipeIntfQueueCounterSm::~PipeIntfQueueCounterSm() {
    stop();
 }
 
 void PipeIntfQueueCounterSm::stop() {
-   if (cookie_->zelCounters == parent_) { // else a successor's by now
-      cookie_->zelCounters = nullptr;
+   if (cookie_->counters == parent_) { // else a successor's by now
+      cookie_->counters = nullptr;
    }
    parent_ = nullptr;
    syncOutstanding_ = false;
@@ -62,7 +62,7 @@ void PipeIntfQueueCounterSm::scheduleClock() {
    if (parent_ == nullptr) {
       return;
    }
-   pollingClock_.timeMinIs(Kiln::System::currentTime() + parent_->intfQueueCountersSdkPollingInterval());
+   pollingClock_.timeMinIs(Kiln::System::currentTime() + parent_->pollingInterval());
 }
 
 void PipeIntfQueueCounterSm::pollingClockExpired() {
@@ -70,21 +70,22 @@ void PipeIntfQueueCounterSm::pollingClockExpired() {
    if (parent_ == nullptr) {
       return;
    }
-   const ZlResourceInfo::ZlResourceInfoIntf& catalogue = *parent_->zlResourceInfoIntf();
+   const ZlResourceInfo::ZlResourceInfoIntf& catalogue = *parent_->chip().zlResourceInfoIntf();
    const U32 tableHandle = catalogue.zlTableCounterField(TableNames::egressPortQueueCount,
                                                          ZlResourceInfo::ZlCounterFieldId::tableHandle);
    *cookie_ = {parent_, pipe_};
    const U32 egressPortQueueCountId = catalogue.zlTableCounterIndex(TableNames::egressPortQueueCount);
-   if (!parent_->initializedCounter(egressPortQueueCountId)) {
+   if (!parent_->chip().initializedCounter(egressPortQueueCountId)) {
       KILN_TRACE(5, "returning since table instance is not there");
       pollingClock_.timeMinIs(Kiln::System::currentTime() + tableRetryInterval);
       return;
    }
-   KILN_ASSERT_TEXT(parent_->perPipeCounter(egressPortQueueCountId),
+   KILN_ASSERT_TEXT(parent_->chip().perPipeCounter(egressPortQueueCountId),
                     "parent()->perPipeCounter( egressPortQueueCountId )");
    syncOutstanding_ = true; // before the request, since its completion may come inline
-   const pipe_status_t rc = pipe_mgr_stat_database_sync(parent_->sessionId(), {parent_->deviceId(), pipe_},
-                                                        tableHandle, ZelIntfQueueCountersCallback, cookie_);
+   const pipe_status_t rc =
+        pipe_mgr_stat_database_sync(parent_->chip().sessionId(), {parent_->chip().deviceId(), pipe_},
+                                    tableHandle, ZelIntfQueueCountersCallback, cookie_);
    if (rc != 0) {
       syncOutstanding_ = false;
       KILN_TRACE(5, pipeReadErrorText(rc, pipe_));
@@ -100,9 +101,9 @@ struct PipeIntfQueueCounterSm::Readings {
 void PipeIntfQueueCounterSm::readSent(const Port& port, U32 tableHandle, Readings& readings) const {
    const std::size_t first = port.pipePort * queuesPerPort;
    for (unsigned queue = 0; queue < port.queues; ++queue) {
-      const pipe_status_t rc =
-           pipe_mgr_stat_ent_query(parent_->sessionId(), parent_->deviceId(), pipe_, tableHandle,
-                                   ZlPort::queueEntry(port.pipePort, queue), &readings.sent[first + queue]);
+      const pipe_status_t rc = pipe_mgr_stat_ent_query(
+           parent_->chip().sessionId(), parent_->chip().deviceId(), pipe_, tableHandle,
+           ZlPort::queueEntry(port.pipePort, queue), &readings.sent[first + queue]);
       KILN_ASSERT(rc == 0);
    }
 }
@@ -110,7 +111,7 @@ void PipeIntfQueueCounterSm::readSent(const Port& port, U32 tableHandle, Reading
 void PipeIntfQueueCounterSm::readDropped(const Port& port, Readings& readings) const {
    const std::size_t first = port.pipePort * queuesPerPort;
    for (unsigned queue = 0; queue < port.queues; ++queue) {
-      const bf_status_t rc = bf_tm_q_drop_get(parent_->deviceId(), pipe_, port.devicePort, queue,
+      const bf_status_t rc = bf_tm_q_drop_get(parent_->chip().deviceId(), pipe_, port.devicePort, queue,
                                               &readings.dropped[first + queue]);
       KILN_ASSERT(rc == BF_SUCCESS);
    }
@@ -138,7 +139,7 @@ void PipeIntfQueueCounterSm::storePort(const Port& port, const Readings& reading
       KILN_TRACE(5, "queue " << queue << " pkts " << sent.packets << " bytes " << sent.bytes);
    }
    counters.readingsAre(port.devicePort, {values.data(), port.queues}, time);
-   parent_->handOverQueueCounters(counters);
+   parent_->handOver(counters);
 }
 
 void PipeIntfQueueCounterSm::syncCompleted() {
@@ -150,13 +151,13 @@ void PipeIntfQueueCounterSm::syncCompleted() {
    // Gathered first: handing over may change the ports.
    std::array<Port, portsPerPipe> ports;
    std::size_t count = 0;
-   for (const auto& [intf, record] : parent_->systemStatus()->portInfo()) {
-      if (record.devId == parent_->deviceId() && record.pipe() == pipe_) {
+   for (const auto& [intf, record] : parent_->chip().systemStatus()->portInfo()) {
+      if (record.devId == parent_->chip().deviceId() && record.pipe() == pipe_) {
          const unsigned queues = queuesOfPort(record.pipePort()); // also asserts that the index has a place
          ports[count++] = {intf, record.devicePort, record.pipePort(), queues};
       }
    }
-   const U32 tableHandle = parent_->zlResourceInfoIntf()->zlTableCounterField(
+   const U32 tableHandle = parent_->chip().zlResourceInfoIntf()->zlTableCounterField(
         TableNames::egressPortQueueCount, ZlResourceInfo::ZlCounterFieldId::tableHandle);
    Readings readings;
    const double time = Kiln::System::currentTime();
@@ -175,20 +176,20 @@ void PipeIntfQueueCounterSm::syncCompleted() {
 
 void ZelIntfQueueCountersCallback(bf_dev_id_t dev, void* cookie) {
    const auto lock = Kiln::ActivityLockAnchor::lock();
-   if (ZelCounters::simulation() && smRunning == 0) {
+   if (ChipAccess::simulation() && smRunning == 0) {
       return;
    }
    KILN_TRACE(5, "ZelIntfQueueCountersCallback");
    KILN_ASSERT(cookie);
    const PipeQueueCountersCookie slot = *static_cast<PipeQueueCountersCookie*>(cookie);
    // Declared after the lock, so that it is given up before the lock is.
-   const Kiln::Ptr<ZelCounters> zelCounters = slot.zelCounters;
-   if (!zelCounters || zelCounters->deviceId() != dev) {
+   const Kiln::Ptr<ChipAccess> chip = slot.counters != nullptr ? &slot.counters->chip() : nullptr;
+   if (!chip || chip->deviceId() != dev) {
       KILN_TRACE(5, "ZelIntfQueueCountersCallback: late completion of device " << dev << " dropped");
       return;
    }
    const Kiln::Ptr<PipeIntfQueueCounterSm> pipeIntfQueueCounterSm =
-        zelCounters->pipeIntfQueueCounterSm(slot.pipe);
+        slot.counters->pipeIntfQueueCounterSm(slot.pipe);
    KILN_ASSERT(pipeIntfQueueCounterSm);
    pipeIntfQueueCounterSm->syncCompleted();
 }

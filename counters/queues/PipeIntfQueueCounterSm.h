@@ -2,31 +2,32 @@
 #pragma once
 
 #include "kiln/Accessors.h"
-#include "kiln/Clock.h"
+#include "kiln/Timer.h"
 #include "sdk/bf_types.h"
 #include "zel/Pelt.h"
 #include "zel/ZelId.h"
 
 namespace ZelCounter {
 
-class ZelCounters;
+class ChipAccess;
+class QueueCounters;
 
 // What the SDK gets as the cookie of a pipe's sync. A slot is never freed, so that a completion may come at
 // any time; no chip means that the one that asked is gone.
 struct PipeQueueCountersCookie {
-   ZelCounters* zelCounters = nullptr;
+   QueueCounters* counters = nullptr; // the chip's
    ZelId::ZelPipeId pipe;
 };
 
-// Owned by the chip's counters object. Everything under the activity lock.
+// Owned by the chip's queue counters. Everything under the activity lock.
 class PipeIntfQueueCounterSm : public Kiln::Entity {
  public:
    // The parent owns this and is not counted; it has a resource-info service.
-   PipeIntfQueueCounterSm(ZelCounters* parent, ZelId::ZelPipeId pipe, Kiln::Ptr<const Kiln::Clock> clock);
+   PipeIntfQueueCounterSm(QueueCounters* parent, ZelId::ZelPipeId pipe, Kiln::Ptr<const Kiln::Clock> clock);
    ~PipeIntfQueueCounterSm() override;
 
    // Null once stopped.
-   ZelCounters* parent() const { return parent_; }
+   QueueCounters* parent() const { return parent_; }
    ZelId::ZelPipeId pipe() const { return pipe_; }
    const Kiln::Ptr<const Kiln::Clock>& clock() const { return pollingClock_.clock(); }
    double pollingTimeMin() const { return pollingClock_.timeMin(); }
@@ -45,13 +46,6 @@ class PipeIntfQueueCounterSm : public Kiln::Entity {
    void syncCompleted();
 
  private:
-   struct KilnClock : Kiln::Clock::Notifiee {
-      KilnClock(Kiln::Ptr<const Kiln::Clock> clock, PipeIntfQueueCounterSm* owner)
-           : Notifiee(std::move(clock)), sm(owner) {}
-      void onTime() override { sm->pollingClockExpired(); }
-      PipeIntfQueueCounterSm* sm;
-   };
-
    // A port of this pipe.
    struct Port {
       Pelt::IntfId intf;
@@ -66,11 +60,11 @@ class PipeIntfQueueCounterSm : public Kiln::Entity {
    void storePort(const Port& port, const Readings& readings, double time) const;
    void forgetOtherPort(const Port& port) const;
 
-   ZelCounters* parent_; // owns this; null once stopped
+   QueueCounters* parent_; // owns this; null once stopped
    ZelId::ZelPipeId pipe_;
    bool syncOutstanding_ = false;
    PipeQueueCountersCookie* cookie_; // the pipe's slot; static storage
-   KilnClock pollingClock_;
+   Kiln::Timer<PipeIntfQueueCounterSm> pollingClock_;
 };
 
 // The SDK's completion of a pipe's sync; the cookie is the pipe's slot. Takes the activity lock. Null is an

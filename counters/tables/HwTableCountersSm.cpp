@@ -1,7 +1,7 @@
 // The hardware-sync passes over a chip's counter tables, and the count of what is outstanding.
 #include "counters/tables/HwTableCountersSm.h"
 
-#include "counters/ZelCounters.h"
+#include "counters/chip/ChipAccess.h"
 #include "counters/chip/CookieRegistry.h"
 #include "counters/chip/CounterTableNames.h"
 #include "counters/chip/ZelCountersTrace.h"
@@ -25,7 +25,7 @@ CookieRegistry<HwTableCountersSm>& registry() {
 
 } // namespace
 
-HwTableCountersSm::HwTableCountersSm(Kiln::Ptr<const Kiln::Clock> clock, ZelCounters* parent)
+HwTableCountersSm::HwTableCountersSm(Kiln::Ptr<const Kiln::Clock> clock, ChipAccess* parent)
      : parent_(parent) {
    registry().add(this);
    pollingClockIs(std::move(clock));
@@ -40,7 +40,7 @@ void HwTableCountersSm::pollingClockIs(Kiln::Ptr<const Kiln::Clock> clock) {
    if (!clock) {
       Kiln::throwNullParameter("pollingClock", "ZelCounter::HwTableCountersSm");
    }
-   pollingClock_.emplace(std::move(clock), this);
+   pollingClock_.emplace(std::move(clock), this, &HwTableCountersSm::handlePollingClock);
 }
 
 void HwTableCountersSm::handleInitialized() {
@@ -121,10 +121,9 @@ bool HwTableCountersSm::scheduleHwSyncTable(U32 tableId) {
    KILN_TRACE(3, "Counter: " << info->name << ", handle: " << std::hex << info->tableHandle << std::dec
                              << ", size: " << info->size << ", direct: " << info->direct
                              << ", pkts/bytes: " << info->packets << "/" << info->bytes);
-   const ZelCounters::PipeRange range = parent_->tablePipes(tableId);
-   for (U32 pipe = range.first; pipe <= range.last; ++pipe) {
+   for (const U16 pipe : parent_->tablePipes(tableId)) {
       KILN_TRACE(3, "Pipe: " << pipe);
-      const U32 status = requestSync(info->tableHandle, info->direct, static_cast<U16>(pipe));
+      const U32 status = requestSync(info->tableHandle, info->direct, pipe);
       if (status == statusNotSupported) {
          KILN_TRACE(3, "Counter hw sync error: counters not supported for"
                             << " counter table " << info->name << " pipe: " << pipe);
@@ -168,7 +167,7 @@ void hwTableCallback(bf_dev_id_t dev, void* hwTableSm) {
    const auto lock = Kiln::ActivityLockAnchor::lock();
    KILN_TRACE(3, "ZelCounters::HwTableCountersSm::"
                       << "hwTableCallback");
-   if (ZelCounters::simulation() && smRunning == 0) {
+   if (ChipAccess::simulation() && smRunning == 0) {
       return;
    }
    KILN_ASSERT(hwTableSm);

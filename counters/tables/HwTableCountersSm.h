@@ -2,14 +2,14 @@
 #pragma once
 
 #include "kiln/Accessors.h"
-#include "kiln/Clock.h"
+#include "kiln/Timer.h"
 #include "sdk/bf_types.h"
 
 #include <optional>
 
 namespace ZelCounter {
 
-class ZelCounters;
+class ChipAccess;
 
 // One a chip, owned by its counters object, and itself the cookie of its sync requests.
 //
@@ -22,11 +22,11 @@ class ZelCounters;
 class HwTableCountersSm : public Kiln::Entity {
  public:
    // The parent owns this and is not counted; it has a resource-info service.
-   HwTableCountersSm(Kiln::Ptr<const Kiln::Clock> clock, ZelCounters* parent);
+   HwTableCountersSm(Kiln::Ptr<const Kiln::Clock> clock, ChipAccess* parent);
    ~HwTableCountersSm() override;
 
    // Null once stopped.
-   ZelCounters* parent() const { return parent_; }
+   ChipAccess* parent() const { return parent_; }
 
    // The clock of the passes, not armed. Without one there are no more passes.
    void pollingClockIs(Kiln::Ptr<const Kiln::Clock> clock);
@@ -53,19 +53,12 @@ class HwTableCountersSm : public Kiln::Entity {
    KILN_ATTRIBUTE(bool, initialized, false)
 
  private:
-   struct KilnClock : Kiln::Clock::Notifiee {
-      KilnClock(Kiln::Ptr<const Kiln::Clock> clock, HwTableCountersSm* owner)
-           : Notifiee(std::move(clock)), sm(owner) {}
-      void onTime() override { sm->handlePollingClock(); }
-      HwTableCountersSm* sm;
-   };
-
    void handleInitialized();
    void handlePollingClock();
    U32 requestSync(U32 tableHandle, bool direct, U16 pipe);
 
-   ZelCounters* parent_; // owns this
-   std::optional<KilnClock> pollingClock_;
+   ChipAccess* parent_; // owns this
+   std::optional<Kiln::Timer<HwTableCountersSm>> pollingClock_;
 };
 
 // The SDK's completion of a sync; the cookie is the HwTableCountersSm that asked. Takes the activity lock.

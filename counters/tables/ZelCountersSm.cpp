@@ -1,7 +1,7 @@
 // Asks the SDK, table by table, whether it is initialized and whether it counts per pipe.
 #include "counters/tables/ZelCountersSm.h"
 
-#include "counters/ZelCounters.h"
+#include "counters/chip/ChipAccess.h"
 #include "counters/chip/ZelCountersTrace.h"
 #include "kiln/Assert.h"
 #include "kiln/Time.h"
@@ -10,8 +10,8 @@
 
 namespace ZelCounter {
 
-ZelCountersSm::ZelCountersSm(ZelCounters* parent, Kiln::Ptr<const Kiln::Clock> clock)
-     : parent_(parent), initClock_(std::move(clock), this) {
+ZelCountersSm::ZelCountersSm(ChipAccess* parent, Kiln::Ptr<const Kiln::Clock> clock)
+     : parent_(parent), initClock_(std::move(clock), this, &ZelCountersSm::handleInitClock) {
    handleInitialized();
 }
 
@@ -68,7 +68,7 @@ void ZelCountersSm::handleInitClock() {
 }
 
 void ZelCountersSm::doCleanup() {
-   if (ZelCounters::simulation()) {
+   if (ChipAccess::simulation()) {
       smRunning = 0;
    }
 }

@@ -2,20 +2,20 @@
 #pragma once
 
 #include "kiln/Accessors.h"
-#include "kiln/Clock.h"
+#include "kiln/Timer.h"
 
 namespace ZelCounter {
 
-class ZelCounters;
+class ChipAccess;
 
 // One a chip, owned by its counters object. Checks at once, then every initDelay until no table is left; a
 // table that is initialized is never asked about again. Activity thread.
 class ZelCountersSm : public Kiln::Entity {
  public:
    // The parent owns this and is not counted; it has a resource-info service.
-   ZelCountersSm(ZelCounters* parent, Kiln::Ptr<const Kiln::Clock> clock);
+   ZelCountersSm(ChipAccess* parent, Kiln::Ptr<const Kiln::Clock> clock);
 
-   ZelCounters* parent() const { return parent_; }
+   ChipAccess* parent() const { return parent_; }
    // When the next check is due; never once all tables are initialized.
    double initClockTimeMin() const { return initClock_.timeMin(); }
 
@@ -33,18 +33,11 @@ class ZelCountersSm : public Kiln::Entity {
    KILN_ATTRIBUTE(bool, initialized, false)
 
  private:
-   struct KilnClock : Kiln::Clock::Notifiee {
-      KilnClock(Kiln::Ptr<const Kiln::Clock> clock, ZelCountersSm* owner)
-           : Notifiee(std::move(clock)), sm(owner) {}
-      void onTime() override { sm->handleInitClock(); }
-      ZelCountersSm* sm;
-   };
-
    void handleInitialized();
    void handleInitClock();
 
-   ZelCounters* parent_; // owns this
-   KilnClock initClock_;
+   ChipAccess* parent_; // owns this
+   Kiln::Timer<ZelCountersSm> initClock_;
 };
 
 } // namespace ZelCounter

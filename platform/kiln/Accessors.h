@@ -28,6 +28,12 @@
 //                        above. KILN_COLLECTION(QualifiedClass, K, T, keyAttribute, x); K is the type
 //                        of the key attribute, and T must be complete.
 //
+//    KILN_POINTER_TO     as KILN_POINTER, of a T that is declared only: KILN_POINTER_TO_DEFINE(Class, T, x) goes
+//                        into the class's source, where T is complete. A third argument, override or final, goes
+//                        to x().
+//    KILN_FORWARDED_MAP  KILN_FORWARDED_MAP(part_, K, V, x): what KILN_HASH_MAP declares, passed on to the part's
+//                        map of that name.
+//
 // A type with a comma in it needs a name of its own first. A scalar is returned by value. When a watcher throws, the
 // exception reaches the caller of the mutator, and the change is made all the same; xDelAll ends at the first one.
 //
@@ -140,6 +146,44 @@ void forEachKey(const Map& map, Erase erase) {
    ::Kiln::Ptr<T> x##_;                                                                                      \
                                                                                                              \
  public:
+
+#define KILN_POINTER_TO(T, x, ...)                                                                           \
+ public:                                                                                                     \
+   const ::Kiln::Ptr<T>& x() const __VA_ARGS__ {                                                             \
+      return x##_;                                                                                           \
+   }                                                                                                         \
+   void x##Is(::Kiln::Ptr<T> value);                                                                         \
+   void x##Del();                                                                                            \
+                                                                                                             \
+ private:                                                                                                    \
+   ::Kiln::Ptr<T> x##_;                                                                                      \
+                                                                                                             \
+ public:
+
+#define KILN_POINTER_TO_DEFINE(Class, T, x)                                                                  \
+   void Class::x##Is(::Kiln::Ptr<T> value) {                                                                 \
+      x##_ = std::move(value);                                                                               \
+   }                                                                                                         \
+   void Class::x##Del() {                                                                                    \
+      x##_ = nullptr;                                                                                        \
+   }
+
+#define KILN_FORWARDED_MAP(part, K, V, x)                                                                    \
+   const auto& x() const {                                                                                   \
+      return part.x();                                                                                       \
+   }                                                                                                         \
+   ::Kiln::ReadAs<V> x(const K& key) const {                                                                 \
+      return part.x(key);                                                                                    \
+   }                                                                                                         \
+   void x##Is(const K& key, V value) {                                                                       \
+      part.x##Is(key, std::move(value));                                                                     \
+   }                                                                                                         \
+   void x##Del(const K& key) {                                                                               \
+      part.x##Del(key);                                                                                      \
+   }                                                                                                         \
+   void x##DelAll() {                                                                                        \
+      part.x##DelAll();                                                                                      \
+   }
 
 #define KILN_MAP_OF_KIND(MapKind, K, V, x, changed, keepSelf)                                                \
  public:                                                                                                     \

@@ -1,6 +1,9 @@
 // The manager: construction, chips that come and go, and the polling clock.
+#include "counters/helper/ZelCountersHelper.h"
+#include "counters/l3/ZelCountersL3Intf.h"
 #include "kiln/Trace.h"
 #include "tests/support/CountersRig.h"
+#include "vex/VexL3Intf.h"
 
 #include <cmath>
 #include <gmock/gmock.h>

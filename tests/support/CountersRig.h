@@ -1,8 +1,8 @@
 // The rig of the library's tests: simulated time, soft chips, the platform's status and a counters manager over them.
 #pragma once
 
+#include "counters/ZelCounters.h"
 #include "counters/ZelCountersMgr.h"
-#include "counters/ZelCountersMgrSm.h"
 #include "kiln/ActivityLock.h"
 #include "softchip/SoftChip.h"
 #include "tests/support/SimulatedTime.h"

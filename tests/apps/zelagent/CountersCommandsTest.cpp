@@ -1,4 +1,5 @@
 // The grammar of the counters commands, and which chips they reach.
+#include "counters/ZelCounters.h"
 #include "counters/ZelCountersCli.h"
 #include "kiln/Trace.h"
 #include "tests/apps/zelagent/AgentRig.h"

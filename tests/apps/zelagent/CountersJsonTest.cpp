@@ -1,5 +1,6 @@
 // The document of a show command: that it says what the text says, and what it says where there is no text.
 #include "apps/zelctl/views/JsonReader.h"
+#include "counters/ZelCounters.h"
 #include "tests/apps/zelagent/AgentRig.h"
 
 #include <algorithm>

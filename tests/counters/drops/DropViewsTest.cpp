@@ -45,7 +45,7 @@ class DropViews : public StubSdkRig {
       return printed([&](U32 fd) { chip.showAllDropCounters(fd, nonZeroOnly); });
    }
    static std::string tmText(ZelCounters& chip) {
-      return printed([&](U32 fd) { chip.showAllTmCounters(fd, true); });
+      return printed([&](U32 fd) { chip.tm().showAll(ZelCounter::ShowTarget(fd), true); });
    }
    static std::string pipeline(ZelCounters& chip) {
       return printed([&](U32 fd) { chip.showAllPipelineCounters(fd, true); });
@@ -74,11 +74,12 @@ TEST_F(DropViews, DropsAreListedByPortNumberThenByPointAndReason) {
                                "  Ethernet1         ingress  bad FCS                   18446744073709551615\n"
                                "  Ethernet1         final    lost at egress                           4\n" +
                                dropRule + "\n");
-   const std::string one =
-        printed([&](U32 fd) { chip.showDropCounters(fd, Pelt::IntfId("Ethernet20"), false); });
+   const std::string one = printed([&](U32 fd) {
+      chip.portDrops().show(ZelCounter::ShowTarget(fd), Pelt::IntfId("Ethernet20"), false);
+   });
    EXPECT_EQ(std::count(one.begin(), one.end(), '\n'), 4 + 17 + 1 + 2) << one;
-   const std::string other =
-        printed([&](U32 fd) { chip.showDropCounters(fd, Pelt::IntfId("Ethernet3"), true); });
+   const std::string other = printed(
+        [&](U32 fd) { chip.portDrops().show(ZelCounter::ShowTarget(fd), Pelt::IntfId("Ethernet3"), true); });
    EXPECT_EQ(other,
              noDrops.substr(0, noDrops.size() - 1) + "Interface Ethernet3 has no port on chip Zel0\n\n");
 }
@@ -88,7 +89,7 @@ TEST_F(DropViews, AClearIsOfThePlaceAndEndsWhenTheTableBeginsAnew) {
    const Pelt::IntfId intf = addPort("Ethernet1", 5);
    dropsAre(ingressHandle, 5, 2, 10);
    dropsAre(egressHandle, 5, 1, 3);
-   printed([&](U32 fd) { chip.clearAllDropCounters(fd); });
+   printed([&](U32 fd) { chip.portDrops().clearAll(ZelCounter::ShowTarget(fd)); });
    EXPECT_EQ(drops(chip), noDrops);
    EXPECT_EQ(StubSdk::sdk().table(0, ingressHandle).values.at(std::pair(U16{0}, 82U)).packets, 10U)
         << "the hardware keeps its counts";
@@ -104,7 +105,7 @@ TEST_F(DropViews, AClearIsOfThePlaceAndEndsWhenTheTableBeginsAnew) {
    EXPECT_THAT(drops(chip), HasSubstr("VLAN not allowed                         9\n"));
    EXPECT_THAT(drops(chip), testing::Not(HasSubstr("egress"))) << "which is another table";
 
-   printed([&](U32 fd) { chip.clearAllDropCounters(fd); });
+   printed([&](U32 fd) { chip.portDrops().clearAll(ZelCounter::ShowTarget(fd)); });
    printed([&](U32 fd) { chip.clearTableCounters(fd, 2, 0); });
    dropsAre(ingressHandle, 5, 2, 11); // more than at the snapshot
    EXPECT_THAT(drops(chip), HasSubstr("VLAN not allowed                        11\n"));
@@ -158,7 +159,9 @@ TEST_F(DropViews, PipelineCountsAreReadWhenAskedForAndClearedTogether) {
 TEST_F(DropViews, MauDropsAreShownAndClearedAsFetched) {
    auto& chip = addDropChip();
    const Pelt::IntfId intf = addPort("Ethernet1", 130);
-   const auto show = [&] { return printed([&](U32 fd) { chip.showMauDropCounters(fd, intf, true); }); };
+   const auto show = [&] {
+      return printed([&](U32 fd) { chip.mauDrops().show(ZelCounter::ShowTarget(fd), intf, true); });
+   };
    EXPECT_THAT(show(), HasSubstr("MAU and deparser drops not fetched yet\n"));
    StubSdk::sdk().mauDrops[{1, BF_PIPE_MAU_FORWARDING}] = 6;
    StubSdk::sdk().mauDrops[{1, 100 + BF_PIPE_EGRESS}] = 2;
@@ -173,7 +176,7 @@ TEST_F(DropViews, MauDropsAreShownAndClearedAsFetched) {
                           "     1  egress deparser   MTU exceeded                       2\n" +
                           note + "\n");
    StubSdk::sdk().mauDrops[{1, BF_PIPE_MAU_FORWARDING}] = 9;
-   printed([&](U32 fd) { chip.clearAllMauDropCounters(fd); });
+   printed([&](U32 fd) { chip.mauDrops().clearAll(ZelCounter::ShowTarget(fd)); });
    EXPECT_EQ(show(), header + "  none\n" + note + "\n");
    StubSdk::sdk().statuses[{"deparser", BF_PIPE_EGRESS, 1}] = 22;
    StubSdk::sdk().statuses[{"deparser", BF_PIPE_EGRESS, 0}] = 22; // the other pipe's is not said
@@ -238,15 +241,15 @@ TEST_F(DropViews, AChipThatIsNotInitializedSaysSoOnly) {
    chip.initializedIs(false);
    const std::vector<std::function<void(U32)>> operations = {
         [&](U32 fd) { chip.showAllPipelineCounters(fd, false); },
-        [&](U32 fd) { chip.showPipelineCounters(fd, 0, false); },
+        [&](U32 fd) { chip.pipeline().show(ZelCounter::ShowTarget(fd), 0, false); },
         [&](U32 fd) { chip.clearAllPipelineCounters(fd); },
         [&](U32 fd) { chip.showAllDropCounters(fd, false); },
-        [&](U32 fd) { chip.showDropCounters(fd, intf, false); },
-        [&](U32 fd) { chip.clearAllDropCounters(fd); },
+        [&](U32 fd) { chip.portDrops().show(ZelCounter::ShowTarget(fd), intf, false); },
+        [&](U32 fd) { chip.portDrops().clearAll(ZelCounter::ShowTarget(fd)); },
         [&](U32 fd) { chip.showAllMauDropCounters(fd, false); },
-        [&](U32 fd) { chip.showMauDropCounters(fd, intf, false); },
-        [&](U32 fd) { chip.clearAllMauDropCounters(fd); },
-        [&](U32 fd) { chip.showAllTmCounters(fd, false); },
+        [&](U32 fd) { chip.mauDrops().show(ZelCounter::ShowTarget(fd), intf, false); },
+        [&](U32 fd) { chip.mauDrops().clearAll(ZelCounter::ShowTarget(fd)); },
+        [&](U32 fd) { chip.tm().showAll(ZelCounter::ShowTarget(fd), false); },
         [&](U32 fd) { chip.clearAllTmCounters(fd); },
    };
    for (std::size_t i = 0; i < operations.size(); ++i) {

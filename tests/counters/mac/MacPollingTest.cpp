@@ -230,7 +230,7 @@ TEST_F(FakeCounter, RefusesACounterThatIsNone) {
    const Environment value("ZEL_COUNTER_VALUE", "1");
    for (const char* text : {"89", "-1", "4294967301"}) {
       const Environment id("ZEL_COUNTER_ID", text);
-      EXPECT_DEATH(rig.advance(2.0), "\"ctrId < BF_NUM_RMON_COUNTERS\" failed in ZelCounters") << text;
+      EXPECT_DEATH(rig.advance(2.0), "\"ctrId < BF_NUM_RMON_COUNTERS\" failed in FakeCounter") << text;
    }
 }
 

@@ -1,5 +1,6 @@
 // Queue counters from the SDK's tables to what the forwarding layer is given.
 #include "counters/ZelCountersMgr.h"
+#include "counters/helper/ZelCountersHelper.h"
 #include "silo/TableReader.h"
 #include "tests/support/StubSdkRig.h"
 #include "zl/ZelSdk.h"

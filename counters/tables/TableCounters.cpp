@@ -1,8 +1,8 @@
-// The table counter commands of a chip.
-#include "counters/ZelCounters.h"
+// Reads tables through the SDK's three steps (start, main for each entry, end), and writes them entry by entry.
+#include "counters/tables/TableCounters.h"
+
 #include "counters/chip/CounterTableNames.h"
 #include "counters/chip/ZelCountersTrace.h"
-#include "counters/show/TextShow.h"
 #include "kiln/Assert.h"
 #include "sdk/pipe_mgr.h"
 #include "zl/ZelCountersIntf.h"
@@ -100,83 +100,55 @@ void traceError(ShowOutput& out, const char* what, U32 status) {
 
 } // namespace
 
-U32 ZelCounters::countersNum() const {
-   return zlResourceInfoIntf() ? zlResourceInfoIntf()->zlTableCountersNum() : 0;
-}
-
-ZelCounters::PipeRange ZelCounters::tablePipes(U32 tableId) const {
-   constexpr U32 all = ZelId::ZelPipeId::allPipes();
-   return perPipeCounter(tableId) ? PipeRange{0, highestPipe()} : PipeRange{all, all};
-}
-
-void ZelCounters::showCountersInfo(U32 fd) {
-   TextShow out(fd, echo());
-   showCountersInfo(out);
-}
-
-void ZelCounters::showCountersInfo(ShowOutput& out) {
+void TableCounters::showInfo(ShowOutput& out) const {
    out.tableBegin({"Counter tables", catalogueColumns, TableLayout::catalogue});
    const std::vector<ZlTableCounter>* const zlCounters =
-        zlResourceInfoIntf() ? zlResourceInfoIntf()->zlTableCounters() : nullptr;
+        chip().zlResourceInfoIntf() ? chip().zlResourceInfoIntf()->zlTableCounters() : nullptr;
    KILN_ASSERT(zlCounters);
-   for (U32 id = 0; id < countersNum(); ++id) {
+   for (U32 id = 0; id < chip().tablesNum(); ++id) {
       const ZlTableCounter& info = (*zlCounters)[id];
       out.row(std::array<TableView::Cell, std::size(catalogueColumns)>{
            U64{id}, info.name, hexText(info.tableHandle), U64{info.size}, info.direct ? "direct" : "indirect",
-           yesNo(perPipeCounter(id)), yesNo(info.packets) + "/" + yesNo(info.bytes)});
+           yesNo(chip().perPipeCounter(id)), yesNo(info.packets) + "/" + yesNo(info.bytes)});
    }
    out.tableEnd();
 }
 
-void ZelCounters::showTableCounters(U32 fd, U32 tableId, bool nonZeroOnly) {
-   TextShow out(fd, echo());
-   showTableCounters(out, tableId, nonZeroOnly);
-}
-
-void ZelCounters::showTableCountersPipe(U32 fd, U32 tableId, ZelId::ZelPipeId pipeId, bool nonZeroOnly) {
-   TextShow out(fd, echo());
-   showTableCountersPipe(out, tableId, pipeId, nonZeroOnly);
-}
-
-void ZelCounters::showAllTableCounters(U32 fd, bool nonZeroOnly) {
-   TextShow out(fd, echo());
-   showAllTableCounters(out, nonZeroOnly);
-}
-
-void ZelCounters::showAllTableCounters(ShowOutput& out, bool nonZeroOnly) {
-   for (U32 id = 0; id < countersNum() && out.ok(); ++id) {
-      showTableCounters(out, id, nonZeroOnly);
+void TableCounters::showAll(ShowOutput& out, bool nonZeroOnly) {
+   for (U32 id = 0; id < chip().tablesNum() && out.ok(); ++id) {
+      show(out, id, nonZeroOnly);
    }
 }
 
-void ZelCounters::showTableCounters(ShowOutput& out, U32 tableId, bool nonZeroOnly) {
-   if (!initializedCounter(tableId)) {
+void TableCounters::show(ShowOutput& out, U32 tableId, bool nonZeroOnly) {
+   if (!chip().initializedCounter(tableId)) {
       showUninitialized(out, tableId, ZelId::ZelPipeId::allPipes());
       return;
    }
-   const PipeRange range = tablePipes(tableId);
-   for (U32 pipe = range.first; pipe <= range.last && out.ok(); ++pipe) {
-      showTableCountersPipe(out, tableId, static_cast<U16>(pipe), nonZeroOnly);
+   for (const U16 pipe : chip().tablePipes(tableId)) {
+      if (!out.ok()) {
+         return;
+      }
+      showPipe(out, tableId, pipe, nonZeroOnly);
       out.blankLine();
    }
 }
 
-void ZelCounters::showTableCountersPipe(ShowOutput& out, U32 tableId, ZelId::ZelPipeId pipeId,
-                                        bool nonZeroOnly) {
-   if (!initializedCounter(tableId)) {
+void TableCounters::showPipe(ShowOutput& out, U32 tableId, ZelId::ZelPipeId pipeId, bool nonZeroOnly) {
+   if (!chip().initializedCounter(tableId)) {
       KILN_TRACE(8, "Counters not initialized yet");
       showUninitialized(out, tableId, pipeId);
       return;
    }
-   if (!firstPollingComplete()) {
+   if (!chip().firstPollingComplete()) {
       KILN_TRACE(8, "First polling still pending");
       showUninitialized(out, tableId, pipeId);
       return;
    }
-   KILN_ASSERT_TEXT(tableId < countersNum(), "tableId < countersNum");
-   const ZlTableCounter* const info = zlResourceInfoIntf()->zlTableCounter(tableId);
+   KILN_ASSERT_TEXT(tableId < chip().tablesNum(), "tableId < countersNum");
+   const ZlTableCounter* const info = chip().zlResourceInfoIntf()->zlTableCounter(tableId);
    KILN_ASSERT(info);
-   if (perPipeCounter(tableId)) {
+   if (chip().perPipeCounter(tableId)) {
       KILN_ASSERT(pipeId != ZelId::ZelPipeId::allPipes());
    } else if (pipeId < ZelId::ZelPipeId::allPipes()) {
       out.noTable(tableTitle(*info, pipeId), symmetricText);
@@ -189,26 +161,26 @@ void ZelCounters::showTableCountersPipe(ShowOutput& out, U32 tableId, ZelId::Zel
    }
 }
 
-Kiln::String ZelCounters::tableTitle(const ZlTableCounter& info, ZelId::ZelPipeId pipeId) const {
-   return (info.direct ? "Table: " : "Counter: ") + info.name + ", DevId: " + std::to_string(deviceId()) +
-          ", PipeId: " + hexText(pipeId);
+Kiln::String TableCounters::tableTitle(const ZlTableCounter& info, ZelId::ZelPipeId pipeId) const {
+   return (info.direct ? "Table: " : "Counter: ") + info.name +
+          ", DevId: " + std::to_string(chip().deviceId()) + ", PipeId: " + hexText(pipeId);
 }
 
-void ZelCounters::showUninitialized(ShowOutput& out, U32 tableId, ZelId::ZelPipeId pipeId) const {
+void TableCounters::showUninitialized(ShowOutput& out, U32 tableId, ZelId::ZelPipeId pipeId) const {
    const Kiln::String number = "Counter table " + std::to_string(static_cast<int>(tableId));
    const ZlTableCounter* const info =
-        tableId < countersNum() ? zlResourceInfoIntf()->zlTableCounter(tableId) : nullptr;
+        tableId < chip().tablesNum() ? chip().zlResourceInfoIntf()->zlTableCounter(tableId) : nullptr;
    out.noTable(info != nullptr ? tableTitle(*info, pipeId) : number, number + " not initialized yet");
 }
 
-Kiln::String ZelCounters::entryDetails(U32 tableHandle, S32 entry) const {
-   return context_.zlPdIntf
-               ? context_.zlPdIntf->counterDecodeMatch(sessionId(), deviceId(), tableHandle, entry)
-               : Kiln::String();
+Kiln::String TableCounters::entryDetails(U32 tableHandle, S32 entry) const {
+   return chip().zlPdIntf() ? chip().zlPdIntf()->counterDecodeMatch(chip().sessionId(), chip().deviceId(),
+                                                                    tableHandle, entry)
+                            : Kiln::String();
 }
 
-void ZelCounters::showDirectTable(ShowOutput& out, const ZlTableCounter* info, ZelId::ZelPipeId pipeId,
-                                  bool nonZeroOnly) {
+void TableCounters::showDirectTable(ShowOutput& out, const ZlTableCounter* info, ZelId::ZelPipeId pipeId,
+                                    bool nonZeroOnly) {
    if (!info->packets) {
       KILN_ASSERT(info->bytes);
    }
@@ -218,9 +190,9 @@ void ZelCounters::showDirectTable(ShowOutput& out, const ZlTableCounter* info, Z
 }
 
 // True when the whole table was read.
-bool ZelCounters::directRows(ShowOutput& out, const ZlTableCounter& info, ZelId::ZelPipeId pipeId,
-                             bool nonZeroOnly) const {
-   const TableTarget table{sessionId(), deviceId(), pipeId, info.tableHandle};
+bool TableCounters::directRows(ShowOutput& out, const ZlTableCounter& info, ZelId::ZelPipeId pipeId,
+                               bool nonZeroOnly) const {
+   const TableTarget table{chip().sessionId(), chip().deviceId(), pipeId, info.tableHandle};
    ZelCountersIntf::ReadBuffer buffer;
    U32 count = 0;
    U32 status = ZelCountersIntf::counterReadDirectStart(table.session, table.device, table.pipe, table.handle,
@@ -251,16 +223,16 @@ bool ZelCounters::directRows(ShowOutput& out, const ZlTableCounter& info, ZelId:
    return status == 0;
 }
 
-void ZelCounters::showIndirectTable(ShowOutput& out, const ZlTableCounter& info, ZelId::ZelPipeId pipeId,
-                                    bool nonZeroOnly) {
+void TableCounters::showIndirectTable(ShowOutput& out, const ZlTableCounter& info, ZelId::ZelPipeId pipeId,
+                                      bool nonZeroOnly) {
    out.tableBegin({tableTitle(info, pipeId), indirectColumns, TableLayout::indirectTable});
    indirectRows(out, info, pipeId, nonZeroOnly);
    out.tableEnd();
 }
 
-void ZelCounters::indirectRows(ShowOutput& out, const ZlTableCounter& info, ZelId::ZelPipeId pipeId,
-                               bool nonZeroOnly) const {
-   const TableTarget table{sessionId(), deviceId(), pipeId, info.tableHandle};
+void TableCounters::indirectRows(ShowOutput& out, const ZlTableCounter& info, ZelId::ZelPipeId pipeId,
+                                 bool nonZeroOnly) const {
+   const TableTarget table{chip().sessionId(), chip().deviceId(), pipeId, info.tableHandle};
    ZelCountersIntf::ReadBuffer buffer;
    U32 status = ZelCountersIntf::counterReadIndirectStart(table.session, table.device, table.pipe,
                                                           table.handle, &buffer);
@@ -298,12 +270,12 @@ void ZelCounters::indirectRows(ShowOutput& out, const ZlTableCounter& info, ZelI
    KILN_TRACE(8, "Show table counters complete");
 }
 
-const char* ZelCounters::otherClear(const ZlTableCounter& info) const {
+const char* TableCounters::otherClear(const ZlTableCounter& info) const {
    const auto handleOf = [this](const Kiln::String& name) {
-      return zlResourceInfoIntf()->zlTableCounterField(name, ZlCounterFieldId::tableHandle);
+      return chip().zlResourceInfoIntf()->zlTableCounterField(name, ZlCounterFieldId::tableHandle);
    };
    const auto isWherePresent = [&](const Kiln::String& name) {
-      return zlResourceInfoIntf()->zlTableCounterIndex(name) != ZlResourceInfo::notFound &&
+      return chip().zlResourceInfoIntf()->zlTableCounterIndex(name) != ZlResourceInfo::notFound &&
              handleOf(name) == info.tableHandle;
    };
    if (info.tableHandle == handleOf(TableNames::egressPortQueueCount)) {
@@ -318,20 +290,21 @@ const char* ZelCounters::otherClear(const ZlTableCounter& info) const {
    return nullptr;
 }
 
-void ZelCounters::clearTableCounters(U32, U32 tableId, ZelId::ZelPipeId pipeId) {
-   KILN_ASSERT(zlResourceInfoIntf());
-   KILN_ASSERT(tableId < (U32)zlResourceInfoIntf()->zlTableCountersNum());
-   const ZlTableCounter* const info = zlResourceInfoIntf()->zlTableCounter(tableId);
+void TableCounters::clear(U32 tableId, ZelId::ZelPipeId pipeId) {
+   KILN_ASSERT_TEXT(chip().zlResourceInfoIntf(), "zlResourceInfoIntf()");
+   KILN_ASSERT_TEXT(tableId < chip().tablesNum(),
+                    "tableId < (U32)zlResourceInfoIntf()->zlTableCountersNum()");
+   const ZlTableCounter* const info = chip().zlResourceInfoIntf()->zlTableCounter(tableId);
    KILN_ASSERT(info);
    if (otherClear(*info) != nullptr) {
       KILN_TRACE(8, "Counter: " << info->name << " skipping clear command");
       return;
    }
-   dropTableWritten(*info, pipeId);
+   onClear_(*info, pipeId);
    KILN_TRACE(8, "Counter: " << info->name << ", handle: " << info->tableHandle << ", size: " << info->size
                              << ", direct: " << info->direct << ", pkts/bytes: " << info->packets << "/"
                              << info->bytes);
-   const TableTarget table{sessionId(), deviceId(), pipeId, info->tableHandle};
+   const TableTarget table{chip().sessionId(), chip().deviceId(), pipeId, info->tableHandle};
    U32 status = 0;
    const p4_pd_counter_value zero{};
    if (info->direct) {
@@ -352,11 +325,10 @@ void ZelCounters::clearTableCounters(U32, U32 tableId, ZelId::ZelPipeId pipeId) 
    }
 }
 
-void ZelCounters::clearAllTableCounters(U32 fd) {
-   for (U32 id = 0; id < countersNum(); ++id) {
-      const PipeRange range = tablePipes(id);
-      for (U32 pipe = range.first; pipe <= range.last; ++pipe) {
-         clearTableCounters(fd, id, static_cast<U16>(pipe));
+void TableCounters::clearAll() {
+   for (U32 id = 0; id < chip().tablesNum(); ++id) {
+      for (const U16 pipe : chip().tablePipes(id)) {
+         clear(id, pipe);
       }
    }
 }

@@ -1,5 +1,7 @@
-// From a port's raw MAC counters to a vetted record.
-#include "counters/ZelCounters.h"
+// Vets a reading in two stages: one pass that fills the record and sees that all is normal, as it nearly always is,
+// and a look at each field when it isn't.
+#include "counters/mac/MacAccounting.h"
+
 #include "counters/chip/ZelCountersLog.h"
 #include "counters/chip/ZelCountersTrace.h"
 #include "kiln/RingLog.h"
@@ -99,26 +101,20 @@ bool fillFromPart(EthIntfStatistics& body, std::span<const U64> raw, const EthIn
 
 } // namespace
 
-void ZelCounters::getMacCounters(const Pelt::IntfId& intf, const Kiln::Ptr<VexTypes::IntfCounters>& record,
-                                 const Kiln::Ptr<VexTypes::IntfCounters>& previous) {
-   KILN_TRACE(4, "getMacCounters"
-                      << ", intf: " << intf);
-   const Kiln::Ptr<IntfCounters>* const last = macCountersLast().find(intf);
-   if (last == nullptr) {
-      return;
-   }
-   const std::span<const U64> raw = (*last)->counters();
+void MacAccounting::account(const IntfCounters& snapshot, const Kiln::Ptr<VexTypes::IntfCounters>& record,
+                            const Kiln::Ptr<VexTypes::IntfCounters>& previous) {
+   const std::span<const U64> raw = snapshot.counters();
    const bool isWhole = raw.size() == BF_NUM_RMON_COUNTERS;
    const bool isAllNormal = isWhole ? fill(record->refill(), raw.data(), previous->statistics())
                                     : fillFromPart(record->refill(), raw, previous->statistics());
    if (!isAllNormal) {
-      checkMacCountersOverflow(intf, record, previous);
+      checkMacCountersOverflow(snapshot.intfId(), record, previous);
    }
 }
 
-void ZelCounters::checkMacCountersOverflow(const Pelt::IntfId& intf,
-                                           const Kiln::Ptr<VexTypes::IntfCounters>& record,
-                                           const Kiln::Ptr<VexTypes::IntfCounters>& previous) {
+void MacAccounting::checkMacCountersOverflow(const Pelt::IntfId& intf,
+                                             const Kiln::Ptr<VexTypes::IntfCounters>& record,
+                                             const Kiln::Ptr<VexTypes::IntfCounters>& previous) {
    bool wrapSeen = false;
    bool seuSeen = false;
    const EthIntfStatistics& reading = record->statistics();

@@ -1,8 +1,8 @@
-// The PDP class counters of a chip: their fetch and their commands.
-#include "counters/ZelCounters.h"
+// Reads each pipe's block of the PDP class table, and shows it less the last clear.
+#include "counters/tables/PdpCounters.h"
+
 #include "counters/chip/CounterTableNames.h"
 #include "counters/chip/ZelCountersTrace.h"
-#include "counters/show/TextShow.h"
 #include "kiln/Assert.h"
 #include "zl/ZelCountersIntf.h"
 #include "zl/ZlPortLayout.h"
@@ -35,31 +35,31 @@ using Line = std::array<TableView::Cell, std::size(columns)>;
 } // namespace
 
 // The interface's latest counts, made when the port is new; null for an empty slot.
-PdpIntfCounter* ZelCounters::pdpCounterOf(U32 localPortKey) {
+PdpIntfCounter* PdpCounters::counterOf(U32 localPortKey) {
    const auto key = static_cast<U16>(localPortKey);
-   const Pelt::IntfId* const intf = chipStatus() ? chipStatus()->portToIntfId().find(key) : nullptr;
+   const Pelt::IntfId* const intf =
+        chip().chipStatus() ? chip().chipStatus()->portToIntfId().find(key) : nullptr;
    if (intf == nullptr) {
       return nullptr;
    }
-   const U16* const knownKey = pdpPortKey_.find(*intf);
+   const U16* const knownKey = portKey_.find(*intf);
    // What was cleared at another slot says nothing of this one.
    const bool hasMoved =
-        knownKey != nullptr && *knownKey != key && chipStatus()->portToIntfId(*knownKey) != *intf;
+        knownKey != nullptr && *knownKey != key && chip().chipStatus()->portToIntfId(*knownKey) != *intf;
    if (!pdpCountersLast().contains(*intf) || hasMoved) {
       pdpCountersLastIs(*intf, Kiln::allocate<PdpIntfCounter>());
       pdpCountersClearIs(*intf, Kiln::allocate<PdpIntfCounter>());
    }
    if (knownKey == nullptr || hasMoved) {
-      pdpPortKey_.set(*intf, key);
+      portKey_.set(*intf, key);
    }
    return pdpCountersLast(*intf).ptr();
 }
 
-bool ZelCounters::fetchPdpPipe(const ZlResourceInfo::ZlTableCounter& info, U32 pipe) {
-   const auto pipeId = static_cast<U16>(pipe);
+bool PdpCounters::fetchPipe(const ZlResourceInfo::ZlTableCounter& info, U16 pipe) {
    ZelCountersIntf::ReadBuffer buffer;
-   U32 status =
-        ZelCountersIntf::counterReadIndirectStart(sessionId(), deviceId(), pipeId, info.tableHandle, &buffer);
+   U32 status = ZelCountersIntf::counterReadIndirectStart(chip().sessionId(), chip().deviceId(), pipe,
+                                                          info.tableHandle, &buffer);
    if (status != 0) {
       KILN_TRACE(4, "Indirect start error: " << status);
       return false;
@@ -68,46 +68,47 @@ bool ZelCounters::fetchPdpPipe(const ZlResourceInfo::ZlTableCounter& info, U32 p
    PdpIntfCounter* last = nullptr;
    for (U32 index = 0; index <= pdpCounterMaxEntry; ++index) {
       p4_pd_counter_value value{};
-      status = ZelCountersIntf::counterReadIndirectMain(sessionId(), deviceId(), pipeId, info.tableHandle,
-                                                        index, &buffer, &value);
+      status = ZelCountersIntf::counterReadIndirectMain(chip().sessionId(), chip().deviceId(), pipe,
+                                                        info.tableHandle, index, &buffer, &value);
       if (status != 0) {
          KILN_TRACE(4, "Indirect main error: " << status);
          return false;
       }
       const U32 pdpClass = index % pdpClasses;
       if (pdpClass == 0) {
-         last = pdpCounterOf(ZlPort::devicePort(pipe, index / pdpClasses));
+         last = counterOf(ZlPort::devicePort(pipe, index / pdpClasses));
       }
       if (last != nullptr) {
          last->classCountIs(PdpClassId(pdpClass), value.packets);
       }
    }
-   status = ZelCountersIntf::counterReadIndirectEnd(sessionId());
+   status = ZelCountersIntf::counterReadIndirectEnd(chip().sessionId());
    if (status != 0) {
       KILN_TRACE(4, "Indirect end error: " << status);
    }
    return status == 0;
 }
 
-void ZelCounters::fetchPdpCounters() {
-   const U32 pdpCounterTableId = zlResourceInfoIntf()->zlTableCounterIndex(TableNames::pdpClassCount);
+void PdpCounters::fetch() {
+   const U32 pdpCounterTableId = chip().zlResourceInfoIntf()->zlTableCounterIndex(TableNames::pdpClassCount);
    KILN_ASSERT(pdpCounterTableId != 0xFFFFFFF);
    pdpCountersFetchedIs(false);
-   if (!initializedCounter(pdpCounterTableId)) {
+   if (!chip().initializedCounter(pdpCounterTableId)) {
       KILN_TRACE(4, "Counters not initialized yet");
       return;
    }
-   if (!firstPollingComplete()) {
+   if (!chip().firstPollingComplete()) {
       KILN_TRACE(4, "First polling still pending");
       return;
    }
-   KILN_ASSERT_TEXT(perPipeCounter(pdpCounterTableId), "perPipeCounter( pdpCounterTableId )");
-   const ZlResourceInfo::ZlTableCounter* const info = zlResourceInfoIntf()->zlTableCounter(pdpCounterTableId);
+   KILN_ASSERT_TEXT(chip().perPipeCounter(pdpCounterTableId), "perPipeCounter( pdpCounterTableId )");
+   const ZlResourceInfo::ZlTableCounter* const info =
+        chip().zlResourceInfoIntf()->zlTableCounter(pdpCounterTableId);
    KILN_ASSERT(info);
    KILN_ASSERT(!info->direct);
    KILN_ASSERT(info->packets);
-   for (U32 pipe = 0; pipe <= highestPipe(); ++pipe) {
-      if (!fetchPdpPipe(*info, pipe)) {
+   for (const U16 pipe : chip().pipes()) {
+      if (!fetchPipe(*info, pipe)) {
          return;
       }
    }
@@ -117,44 +118,37 @@ void ZelCounters::fetchPdpCounters() {
                       << " complete");
 }
 
-void ZelCounters::printPdpCountersHeader(U32 fd) {
-   TextShow(fd, echo()).tableBegin({title, columns, TableLayout::pdpInterface});
+void PdpCounters::printHeader(ShowOutput& out) {
+   out.tableBegin({title, columns, TableLayout::pdpInterface});
 }
 
-bool ZelCounters::printPdpClassCountLine(U32 fd, const Kiln::String& intfName, const Kiln::String& className,
-                                         U64 count, bool headerDisplayed, bool nonZeroOnly) {
+bool PdpCounters::printLine(ShowOutput& out, const Kiln::String& intfName, const Kiln::String& className,
+                            U64 count, bool headerDisplayed, bool nonZeroOnly) {
    if (nonZeroOnly && count == 0) {
       return headerDisplayed;
    }
    const bool owesHeader = nonZeroOnly && !headerDisplayed;
-   TextShow out(fd, echo());
    out.tableBegin({title, columns, TableLayout::pdpInterface,
                    owesHeader ? HeadingTime::withFirstRow : HeadingTime::before});
    out.row(Line{intfName, className, count});
    return headerDisplayed || owesHeader;
 }
 
-bool ZelCounters::showPdpIntfCounters(U32 fd, const Pelt::IntfId& intf, bool headerDisplayed,
-                                      bool nonZeroOnly, bool footer) {
-   TextShow out(fd, echo());
-   return showPdpIntfCounters(out, intf, headerDisplayed, nonZeroOnly, footer);
-}
-
-bool ZelCounters::showPdpIntfCounters(ShowOutput& out, const Pelt::IntfId& intf, bool headerDisplayed,
-                                      bool nonZeroOnly, bool footer) {
+bool PdpCounters::show(ShowOutput& out, const Pelt::IntfId& intf, bool headerDisplayed, bool nonZeroOnly,
+                       bool footer) {
    if (!pdpCountersFetched()) {
       out.noTable(title, notFetched);
       return headerDisplayed;
    }
    out.tableBegin({title, columns, TableLayout::pdpInterface,
                    headerDisplayed ? HeadingTime::before : HeadingTime::withFirstRow});
-   const bool hasRows = pdpRows(out, intf, nonZeroOnly);
+   const bool hasRows = rows(out, intf, nonZeroOnly);
    out.tableEnd(footer);
    return headerDisplayed || hasRows;
 }
 
 // True when there were any.
-bool ZelCounters::pdpRows(ShowOutput& out, const Pelt::IntfId& intf, bool nonZeroOnly) {
+bool PdpCounters::rows(ShowOutput& out, const Pelt::IntfId& intf, bool nonZeroOnly) {
    const Kiln::Ptr<PdpIntfCounter> last = pdpCountersLast(intf);
    KILN_ASSERT(last);
    const Kiln::Ptr<PdpIntfCounter> clear = pdpCountersClear(intf);
@@ -168,7 +162,7 @@ bool ZelCounters::pdpRows(ShowOutput& out, const Pelt::IntfId& intf, bool nonZer
       }
    };
    PdpClassId defaultClass;
-   if (const auto& mapping = systemStatus()->qosToZelPdpClassMapping()) {
+   if (const auto& mapping = chip().systemStatus()->qosToZelPdpClassMapping()) {
       for (const auto& [className, pdpClass] : mapping->zelPdpClass()) {
          addClass(className, pdpClass);
       }
@@ -179,32 +173,27 @@ bool ZelCounters::pdpRows(ShowOutput& out, const Pelt::IntfId& intf, bool nonZer
    return hasRows;
 }
 
-void ZelCounters::showAllPdpIntfCounters(U32 fd, bool nonZeroOnly) {
-   TextShow out(fd, echo());
-   showAllPdpIntfCounters(out, nonZeroOnly);
-}
-
-void ZelCounters::showAllPdpIntfCounters(ShowOutput& out, bool nonZeroOnly) {
+void PdpCounters::showAll(ShowOutput& out, bool nonZeroOnly) {
    if (!pdpCountersFetched()) {
       out.noTable(title, notFetched);
       return;
    }
    std::set<Pelt::IntfId> interfaces;
-   if (chipStatus()) {
-      for (const auto& [key, intf] : chipStatus()->portToIntfId()) {
-         if (pdpCountersLast().contains(intf) && systemStatus()->portInfo(intf).devId == deviceId()) {
+   if (chip().chipStatus()) {
+      for (const auto& [key, intf] : chip().chipStatus()->portToIntfId()) {
+         if (pdpCountersLast().contains(intf) && chip().hasPort(intf)) {
             interfaces.insert(intf);
          }
       }
    }
    out.tableBegin({title, columns, TableLayout::pdpAll, HeadingTime::withFirstRow});
    for (const Pelt::IntfId& intf : interfaces) {
-      pdpRows(out, intf, nonZeroOnly);
+      rows(out, intf, nonZeroOnly);
    }
    out.tableEnd();
 }
 
-void ZelCounters::clearAllPdpIntfCounters(U32) {
+void PdpCounters::clearAll() {
    for (const auto& [intf, last] : pdpCountersLast()) {
       if (!pdpCountersClear().contains(intf)) {
          pdpCountersClearIs(intf, Kiln::allocate<PdpIntfCounter>());

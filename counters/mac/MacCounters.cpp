@@ -1,12 +1,12 @@
-// The MAC counter commands of a chip.
-#include "counters/ZelCounters.h"
-#include "counters/chip/PortSorter.h"
+// Keeps the snapshots, and shows one less the other.
+#include "counters/mac/MacCounters.h"
+
 #include "counters/chip/ZelCountersTrace.h"
-#include "counters/show/TextShow.h"
 #include "kiln/Assert.h"
+#include "kiln/RingLog.h"
+#include "sdk/bf_port.h"
 
 #include <array>
-#include <string>
 
 namespace ZelCounter {
 
@@ -17,12 +17,34 @@ constexpr TableView::Column columns[] = {{"Counter", TableView::Holds::text},
 
 } // namespace
 
-void ZelCounters::showMacCounters(U32 fd, const Pelt::IntfId& intf, bool nonZeroOnly) {
-   TextShow out(fd, echo());
-   showMacCounters(out, intf, nonZeroOnly);
+void MacCounters::updateCounters(const Pelt::IntfId& intf, const bf_rmon_counter_array_t& counters) {
+   const ZelSystem::PortRecord* const record = chip().systemStatus()->portInfo().find(intf);
+   if (record == nullptr) {
+      KILN_RINGLOG_TRACE(4, " intfId missing in systemStatus::portInfo[] for " << intf);
+      return;
+   }
+   KILN_TRACE(4, "updateCounters"
+                      << ", intf: " << intf << ", portId: " << record->devicePort);
+   // Raw from here on: this runs for every port on every pass, and a counted pointer costs more than the lookup.
+   IntfCounters* last = macCountersLast(intf).ptr();
+   if (last == nullptr) {
+      KILN_RINGLOG_TRACE(4, "Initialize counters for intf " << intf);
+      const Kiln::Ptr<IntfCounters> cl = intfCountersFactory(intf);
+      KILN_ASSERT(cl);
+      macCountersLastIs(intf, cl);
+      last = cl.ptr();
+   }
+   // A new clear snapshot reads 0 throughout, so that the totals are shown as the hardware has them.
+   if (!macCountersClear().contains(intf)) {
+      KILN_RINGLOG_TRACE(4, "Initialize clear counters for intf " << intf);
+      const Kiln::Ptr<IntfCounters> cc = intfCountersFactory(intf);
+      KILN_ASSERT(cc);
+      macCountersClearIs(intf, cc);
+   }
+   last->countersAre(counters);
 }
 
-void ZelCounters::showMacCounters(ShowOutput& out, const Pelt::IntfId& intf, bool nonZeroOnly) {
+void MacCounters::show(ShowOutput& out, const Pelt::IntfId& intf, bool nonZeroOnly) {
    KILN_TRACE(8, "ZelCounters::"
                       << "showMacCounters"
                       << ", intf: " << intf << ", nonZeroOnly: " << nonZeroOnly);
@@ -34,9 +56,9 @@ void ZelCounters::showMacCounters(ShowOutput& out, const Pelt::IntfId& intf, boo
    if (!last || !clear) {
       return;
    }
-   out.tableBegin(
-        {"Intf " + intf.text() + " (" + std::to_string(systemStatus()->portInfo(intf).devicePort) + ")",
-         columns, TableLayout::mac, HeadingTime::withFirstRow});
+   const U16 devicePort = chip().systemStatus()->portInfo(intf).devicePort;
+   out.tableBegin({"Intf " + intf.text() + " (" + std::to_string(devicePort) + ")", columns, TableLayout::mac,
+                   HeadingTime::withFirstRow});
    for (std::size_t i = 0; i < BF_NUM_RMON_COUNTERS; ++i) {
       if (clear->counters(i) > last->counters(i)) {
          // The hardware counted backwards, as after a port reset: from here on the raw totals are shown.
@@ -56,34 +78,22 @@ void ZelCounters::showMacCounters(ShowOutput& out, const Pelt::IntfId& intf, boo
    out.tableEnd();
 }
 
-void ZelCounters::showAllMacCounters(U32 fd, bool nonZeroOnly) {
-   TextShow out(fd, echo());
-   showAllMacCounters(out, nonZeroOnly);
-}
-
-void ZelCounters::showAllMacCounters(ShowOutput& out, bool nonZeroOnly) {
+void MacCounters::showAll(ShowOutput& out, bool nonZeroOnly) {
    KILN_TRACE(8, "ZelCounters::"
                       << "showAllMacCounters");
    if (answeredUninitialized(out)) {
       return;
    }
-   PortSorter sorter;
-   for (const auto& [intf, record] : systemStatus()->portInfo()) {
-      if (record.devId == deviceId()) {
-         sorter.entryIdIs(record.devicePort, intf);
-      }
-   }
-   for (const auto& [port, intf] : sorter.entryId()) {
-      showMacCounters(out, intf, nonZeroOnly);
+   for (const ChipAccess::Port& port : chip().portsByNumber()) {
+      show(out, port.intf, nonZeroOnly);
    }
    out.blankLine();
 }
 
-void ZelCounters::clearMacCounters(U32 fd, const Pelt::IntfId& intf) {
+void MacCounters::clear(ShowOutput& out, const Pelt::IntfId& intf) {
    KILN_TRACE(8, "ZelCounters::"
                       << "clearMacCounters"
                       << ", intf: " << intf);
-   TextShow out(fd, echo());
    if (answeredUninitialized(out)) {
       return;
    }
@@ -96,9 +106,9 @@ void ZelCounters::clearMacCounters(U32 fd, const Pelt::IntfId& intf) {
    }
 }
 
-void ZelCounters::clearAllMacCounters(U32 fd) {
+void MacCounters::clearAll(ShowOutput& out) {
    for (const Pelt::IntfId& intf : macCountersClear().keys()) {
-      clearMacCounters(fd, intf);
+      clear(out, intf);
    }
 }
 

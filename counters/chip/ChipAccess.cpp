@@ -1,0 +1,76 @@
+// A chip's identity, its pipes and ports, and the flag of a simulation.
+#include "counters/chip/ChipAccess.h"
+
+#include "counters/chip/PortSorter.h"
+#include "counters/chip/ZelCountersTrace.h"
+#include "zl/ZelSdk.h"
+
+#include <cstdlib>
+
+namespace ZelCounter {
+
+namespace {
+
+bool simulationFlag = false;
+
+} // namespace
+
+ChipAccess::ChipAccess(Identity identity) : identity_(std::move(identity)) {
+   simulationFlag = std::getenv("SIMULATION_VMID") != nullptr;
+   if (simulationFlag) {
+      smRunning = 1;
+   }
+}
+
+bool ChipAccess::simulation() {
+   return simulationFlag;
+}
+
+bool ChipAccess::echo() {
+   return simulationFlag && traceHandle.isOn(8);
+}
+
+ZelSystem::ChipCapabilities ChipAccess::capabilities() const {
+   return systemStatus()->chipCapabilities(identity_.chipTypeName);
+}
+
+Pipes ChipAccess::pipes(std::optional<U16> only) const {
+   return only ? Pipes(*only, *only) : Pipes(0, highestPipe());
+}
+
+Pipes ChipAccess::tablePipes(U32 tableId) const {
+   return perPipeCounter(tableId) ? pipes() : pipes(ZelId::ZelPipeId::allPipes());
+}
+
+const std::vector<ChipAccess::Port>& ChipAccess::ports() {
+   if (portsVersion_ != systemStatus()->portInfoVersion()) {
+      portsVersion_ = systemStatus()->portInfoVersion();
+      ports_.clear();
+      for (const auto& [intf, record] : systemStatus()->portInfo()) {
+         if (record.devId == deviceId()) {
+            ports_.push_back({intf, record.devicePort});
+         }
+      }
+   }
+   return ports_;
+}
+
+std::vector<ChipAccess::Port> ChipAccess::portsByNumber() const {
+   PortSorter sorter;
+   for (const auto& [intf, record] : systemStatus()->portInfo()) {
+      if (record.devId == deviceId()) {
+         sorter.entryIdIs(record.devicePort, intf);
+      }
+   }
+   std::vector<Port> sorted;
+   for (const auto& [devicePort, intf] : sorter.entryId()) {
+      sorted.push_back({intf, static_cast<U16>(devicePort)});
+   }
+   return sorted;
+}
+
+bool ChipAccess::hasPort(const Pelt::IntfId& intf) const {
+   return systemStatus()->portInfo(intf).devId == deviceId();
+}
+
+} // namespace ZelCounter

@@ -1,0 +1,87 @@
+// What everything that counts on a chip shares: which chip it is, what serves it, its pipes, tables and ports.
+#pragma once
+
+#include "counters/chip/Pipes.h"
+#include "kiln/Accessors.h"
+#include "zel/ChipStatus.h"
+#include "zel/SystemStatus.h"
+#include "zl/ZlPd.h"
+#include "zl/ZlResourceInfo.h"
+
+#include <optional>
+#include <vector>
+
+namespace ZelCounter {
+
+// The base of the per-chip object. Its views and reactors hold it by a raw back-pointer. Under the activity lock.
+class ChipAccess : public Kiln::Entity {
+ public:
+   // The pointers are shared, and all but systemStatus may be null.
+   struct Identity {
+      ZelId::ZelDevId devId;
+      Kiln::String chipName;
+      Kiln::String chipTypeName;
+      U32 sessionId; // the SDK session, the same for every chip
+      Kiln::Ptr<const ZelSlice::ChipStatus> chipStatus;
+      Kiln::Ptr<const ZelSystem::SystemStatus> systemStatus;
+      Kiln::Ptr<ZlPd::ZlPdIntf> zlPdIntf;
+      Kiln::Ptr<ZlResourceInfo::ZlResourceInfoIntf> zlResourceInfoIntf;
+   };
+
+   ZelId::ZelDevId deviceId() const { return identity_.devId; }
+   const Kiln::String& chipName() const { return identity_.chipName; }
+   U32 sessionId() const { return identity_.sessionId; }
+   const Kiln::Ptr<const ZelSlice::ChipStatus>& chipStatus() const { return identity_.chipStatus; }
+   const Kiln::Ptr<const ZelSystem::SystemStatus>& systemStatus() const { return identity_.systemStatus; }
+   const Kiln::Ptr<ZlPd::ZlPdIntf>& zlPdIntf() const { return identity_.zlPdIntf; }
+   const Kiln::Ptr<ZlResourceInfo::ZlResourceInfoIntf>& zlResourceInfoIntf() const {
+      return identity_.zlResourceInfoIntf;
+   }
+   ZelSystem::ChipCapabilities capabilities() const;
+
+   // The chip's logical pipes are 0 to this one, inclusive.
+   U16 highestPipe() const { return chipStatus() ? chipStatus()->highestLogicalPipeId() : U16{0}; }
+   // All of them, or only the one given.
+   Pipes pipes(std::optional<U16> only = {}) const;
+   // The pipes to ask for a table: every logical one, or once all of them (65535).
+   Pipes tablePipes(U32 tableId) const;
+
+   // How many counter tables the catalogue has; their ids run from 0. 0 without a resource-info service.
+   U32 tablesNum() const { return zlResourceInfoIntf() ? zlResourceInfoIntf()->zlTableCountersNum() : 0; }
+   // By counter table id: true for a table that is synced and read once a pipe; true once the SDK has
+   // initialized the table.
+   KILN_HASH_MAP(U32, bool, perPipeCounter)
+   KILN_HASH_MAP(U32, bool, initializedCounter)
+   // Set when the first sync pass has landed.
+   KILN_ATTRIBUTE(bool, firstPollingComplete, false)
+
+   struct Port {
+      Pelt::IntfId intf;
+      U16 devicePort;
+   };
+   // This chip's ports in the order of the system's port table. Read anew only when a port has changed, since all
+   // chips share that table; the reference is good until then.
+   const std::vector<Port>& ports();
+   // The same in the order of their numbers.
+   std::vector<Port> portsByNumber() const;
+   // Whether the interface has a port on this chip.
+   bool hasPort(const Pelt::IntfId& intf) const;
+
+   // True in a process that was started with SIMULATION_VMID in its environment; set when the first chip comes up.
+   static bool simulation();
+   // Whether what is written to a command goes to standard output, too.
+   static bool echo();
+
+   // Set when the construction is complete.
+   KILN_ATTRIBUTE(bool, initialized, false)
+
+ protected:
+   explicit ChipAccess(Identity identity);
+
+ private:
+   Identity identity_;
+   std::vector<Port> ports_;
+   U64 portsVersion_ = 0; // of the port table, when ports_ was read
+};
+
+} // namespace ZelCounter

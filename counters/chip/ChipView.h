@@ -1,0 +1,33 @@
+// What the views of a chip share. A view keeps what one kind of show and clear operations is about, and renders it.
+#pragma once
+
+#include "counters/chip/ChipAccess.h"
+#include "counters/show/ShowOutput.h"
+
+namespace ZelCounter {
+
+// Part of the per-chip object, whose operations forward to its views' and document them.
+class ChipView {
+ public:
+   explicit ChipView(ChipAccess& chip) : chip_(chip) {}
+   ChipView(const ChipView&) = delete;
+   ChipView& operator=(const ChipView&) = delete;
+
+ protected:
+   ~ChipView() = default;
+
+   ChipAccess& chip() const { return chip_; }
+
+   // For a chip whose construction is not complete: answers so, and is true.
+   bool answeredUninitialized(ShowOutput& out) const {
+      if (!chip_.initialized()) {
+         out.uninitialized();
+      }
+      return !chip_.initialized();
+   }
+
+ private:
+   ChipAccess& chip_;
+};
+
+} // namespace ZelCounter

@@ -1,0 +1,240 @@
+// Goes through the words from the left: the chip, keywords while they narrow the rows down, the operand, the options.
+// Wherever a word would be taken and there is none left, what it may be is noted, so that parsing a line's beginning
+// is also what completes it.
+#include "counters/cli/CommandParser.h"
+
+#include "kiln/Choices.h"
+
+#include <algorithm>
+
+namespace ZelCounter {
+
+namespace {
+
+constexpr std::string_view chipKeyword = "chip";
+constexpr std::string_view nonZeroOption = "nonzero";
+constexpr std::string_view pipeOption = "pipe";
+constexpr std::string_view jsonOption = "json";
+
+std::vector<Kiln::String> optionsOf(const CommandRow& row) {
+   std::vector<Kiln::String> options;
+   if ((row.takes & Takes::pipe) != 0) {
+      options.emplace_back(pipeOption);
+   }
+   if ((row.takes & Takes::nonZero) != 0) {
+      options.emplace_back(nonZeroOption);
+   }
+   if ((row.takes & Takes::json) != 0) {
+      options.emplace_back(jsonOption);
+   }
+   return options;
+}
+
+} // namespace
+
+CommandParser::CommandParser(const std::vector<Kiln::String>& words, const ZelCountersMgrCli& mgrCli)
+     : words_(words), mgrCli_(mgrCli) {
+   for (const CommandRow& row : commandTable()) {
+      candidates_.push_back(&row);
+   }
+}
+
+// Empty, with the command filled in, or what is wrong.
+Kiln::String CommandParser::parse(ZelCountersCommand* command) {
+   command_ = command;
+   const CommandRow* row = nullptr;
+   if (parseChip()) {
+      row = parseKeywords();
+   }
+   if (row != nullptr && parseOperand(*row)) {
+      parseOptions(*row);
+      command_->operation = row->operation;
+      command_->isClear = row->isClear();
+      command_->needsTables = row->needsTables;
+   }
+   return error_;
+}
+
+// The next word may be one of these: said wherever one would be taken.
+void CommandParser::expect(const Words& words) {
+   if (atEnd()) {
+      next_.insert(next_.end(), words.begin(), words.end());
+   }
+}
+
+// "'show mac'", what was understood so far; nothing at the beginning.
+Kiln::String CommandParser::understood() const {
+   Kiln::String all;
+   for (std::size_t i = 0; i < at_; ++i) {
+      all += (all.empty() ? "" : " ") + words_[i];
+   }
+   return all.empty() ? "" : " after " + Kiln::quoted(all);
+}
+
+// The one of the choices that the next word is, or abbreviates; else empty, with the error. `mayEnd` adds
+// to the error that the command may also end here.
+Kiln::String CommandParser::choose(const Words& all, bool mayEnd) {
+   expect(all);
+   Words expectedHere = all;
+   if (mayEnd) {
+      expectedHere.emplace_back("nothing more");
+   }
+   const Kiln::String expected = Kiln::choices(expectedHere);
+   if (atEnd()) {
+      error_ = "the command is incomplete" + understood() + ": expected " + expected;
+      return "";
+   }
+   const Kiln::String& word = words_[at_];
+   Words meant;
+   for (const Kiln::String& choice : all) {
+      if (choice == word) {
+         meant = {choice};
+         break;
+      }
+      if (choice.starts_with(word)) {
+         meant.push_back(choice);
+      }
+   }
+   if (meant.size() == 1) {
+      ++at_;
+      return meant.front();
+   }
+   error_ = meant.empty()
+                 ? "unexpected " + Kiln::quoted(word) + understood() + ": expected " + expected
+                 : Kiln::quoted(word) + " is ambiguous" + understood() + ": expected " + Kiln::choices(meant);
+   return "";
+}
+
+CommandParser::Words CommandParser::nextKeywords() const {
+   Words next;
+   for (const CommandRow* row : candidates_) {
+      const Kiln::String keyword(row->keywordAt(depth_));
+      if (!keyword.empty() && std::ranges::find(next, keyword) == next.end()) {
+         next.push_back(keyword);
+      }
+   }
+   return next;
+}
+
+// The row that the keywords so far spell out, or none.
+const CommandRow* CommandParser::completeRow() const {
+   const auto found = std::ranges::find_if(
+        candidates_, [this](const CommandRow* row) { return row->keywordAt(depth_).empty(); });
+   return found == candidates_.end() ? nullptr : *found;
+}
+
+void CommandParser::take(const Kiln::String& keyword) {
+   std::erase_if(candidates_, [&](const CommandRow* row) { return row->keywordAt(depth_) != keyword; });
+   ++depth_;
+}
+
+// The optional "chip NAME", and the first keyword, which is told from it.
+bool CommandParser::parseChip() {
+   Words first = nextKeywords();
+   first.emplace_back(chipKeyword);
+   Kiln::String chosen = choose(first, false);
+   if (chosen == chipKeyword) {
+      expect(mgrCli_.chipNames());
+      if (atEnd()) {
+         error_ = "chip needs a name: " + mgrCli_.chipChoices();
+         return false;
+      }
+      command_->chip = words_[at_++];
+      chosen = choose(nextKeywords(), false);
+   }
+   if (chosen.empty()) {
+      return false;
+   }
+   take(chosen);
+   return true;
+}
+
+// Narrows the rows by keywords until one is left that the rest of the words is for.
+const CommandRow* CommandParser::parseKeywords() {
+   for (;;) {
+      const CommandRow* row = completeRow();
+      const Words keywords = nextKeywords();
+      if (row != nullptr && (keywords.empty() || atEnd())) {
+         expect(keywords);
+         return row;
+      }
+      Words all = keywords;
+      const std::size_t before = at_;
+      if (row != nullptr) {
+         const Words options = optionsOf(*row);
+         all.insert(all.end(), options.begin(), options.end());
+      }
+      const Kiln::String chosen = choose(all, row != nullptr);
+      if (chosen.empty()) {
+         return nullptr;
+      }
+      if (std::ranges::find(keywords, chosen) == keywords.end()) {
+         at_ = before; // an option: parsed with the others
+         return row;
+      }
+      take(chosen);
+   }
+}
+
+bool CommandParser::parseOperand(const CommandRow& row) {
+   if (row.operand == Operand::table && atEnd()) {
+      expect(mgrCli_.tableNames(command_->chip, row.isClear()));
+   } else if (row.operand == Operand::table && isTable(row)) {
+      command_->table = words_[at_++];
+   }
+   if (row.operand == Operand::stage) {
+      return parseStage();
+   }
+   if (row.operand != Operand::interface) {
+      return true;
+   }
+   if (atEnd()) {
+      expect(mgrCli_.interfaceNames(command_->chip));
+      error_ = "the command is incomplete" + understood() + ": expected an interface's name";
+      return false;
+   }
+   command_->intf = words_[at_++];
+   return true;
+}
+
+bool CommandParser::parseStage() {
+   const auto names = PipelineCounters::stages();
+   const Kiln::String chosen = choose(Words(names.begin(), names.end()), false);
+   command_->stage = static_cast<U32>(std::ranges::find(names, chosen) - names.begin());
+   return !chosen.empty();
+}
+
+// A table may be left out, so that the next word may be an option instead: it is when it abbreviates one and
+// is no table's whole name.
+bool CommandParser::isTable(const CommandRow& row) const {
+   const Kiln::String& word = words_[at_];
+   const Words options = optionsOf(row);
+   return mgrCli_.isTableName(word) ||
+          std::ranges::none_of(options, [&](const Kiln::String& option) { return option.starts_with(word); });
+}
+
+void CommandParser::parseOptions(const CommandRow& row) {
+   Words left = optionsOf(row);
+   while (!atEnd()) {
+      const Kiln::String chosen = choose(left, true);
+      if (chosen.empty() || (chosen == pipeOption && !parsePipe())) {
+         return;
+      }
+      std::erase(left, chosen);
+      command_->nonZeroOnly |= chosen == nonZeroOption;
+      command_->json |= chosen == jsonOption;
+   }
+   expect(left);
+}
+
+bool CommandParser::parsePipe() {
+   if (atEnd()) {
+      expect(mgrCli_.pipeNumbers(command_->chip));
+      error_ = "pipe needs a pipe's number";
+      return false;
+   }
+   command_->pipe = words_[at_++];
+   return true;
+}
+
+} // namespace ZelCounter

@@ -1,0 +1,168 @@
+// What each command does on a chip.
+#include "counters/cli/CommandTable.h"
+
+#include <array>
+
+namespace ZelCounter {
+
+namespace {
+
+using enum Takes::Option;
+using Chip = ZelCounters;
+using Out = ShowOutput;
+using Args = ChipArguments;
+
+// The tables that one pipe is asked of when no table is named: a symmetric one has no pipes to tell apart.
+template <class Visit>
+void forEachPerPipeTable(const Chip& chip, Visit visit) {
+   for (U32 id = 0; id < chip.tablesNum(); ++id) {
+      if (chip.perPipeCounter(id)) {
+         visit(id);
+      }
+   }
+}
+
+void showTable(Chip& chip, Out& out, const Args& args) {
+   if (!args.tableId && !args.pipe) {
+      chip.showAllTableCounters(out, args.nonZeroOnly);
+   } else if (!args.pipe) {
+      chip.showTableCounters(out, *args.tableId, args.nonZeroOnly);
+   } else if (args.tableId) {
+      chip.showTableCountersPipe(out, *args.tableId, *args.pipe, args.nonZeroOnly);
+   } else {
+      forEachPerPipeTable(chip, [&](U32 id) {
+         chip.showTableCountersPipe(out, id, *args.pipe, args.nonZeroOnly);
+         out.blankLine();
+      });
+   }
+}
+
+void clearTable(Chip& chip, Out& out, const Args& args) {
+   if (!args.tableId && !args.pipe) {
+      chip.clearAllTableCounters(out);
+   } else if (!args.pipe) {
+      for (const U16 pipeId : chip.tablePipes(*args.tableId)) {
+         chip.clearTableCounters(out, *args.tableId, pipeId);
+      }
+   } else if (!args.tableId) {
+      forEachPerPipeTable(chip, [&](U32 id) { chip.clearTableCounters(out, id, *args.pipe); });
+   } else if (chip.perPipeCounter(*args.tableId)) {
+      chip.clearTableCounters(out, *args.tableId, *args.pipe);
+   } else {
+      // As the show operation answers it.
+      out.noTable("", symmetricText);
+   }
+}
+
+void showPdpIntf(Chip& chip, Out& out, const Args& args) {
+   chip.fetchPdpCounters();
+   if (chip.pdpCountersFetched() && !chip.pdpCountersLast().contains(args.intf)) {
+      out.noTable("PDP Class Counters",
+                  "No PDP counters of interface " + args.intf.text() + ": its port has none");
+      return;
+   }
+   chip.showPdpIntfCounters(out, args.intf, false, args.nonZeroOnly, true);
+}
+
+// A chip without counter tables has no PDP counters to fetch.
+void fetchPdpWherePresent(Chip& chip) {
+   if (chip.zlResourceInfoIntf()) {
+      chip.fetchPdpCounters();
+   }
+}
+
+constexpr unsigned view = nonZero | json;
+
+constexpr std::array table{
+     CommandRow{"show info", Operand::none, json, true,
+                [](Chip& chip, Out& out, const Args&) { chip.showCountersInfo(out); }},
+     CommandRow{"show table", Operand::table, view | pipe, true, showTable},
+     CommandRow{"show mac intf", Operand::interface, view, false,
+                [](Chip& chip, Out& out, const Args& args) {
+                   chip.showMacCounters(out, args.intf, args.nonZeroOnly);
+                }},
+     CommandRow{
+          "show mac", Operand::none, view, false,
+          [](Chip& chip, Out& out, const Args& args) { chip.showAllMacCounters(out, args.nonZeroOnly); }},
+     CommandRow{"show pdp intf", Operand::interface, view, true, showPdpIntf},
+     CommandRow{"show pdp", Operand::none, view, true,
+                [](Chip& chip, Out& out, const Args& args) {
+                   chip.fetchPdpCounters();
+                   chip.showAllPdpIntfCounters(out, args.nonZeroOnly);
+                }},
+     CommandRow{"show pipeline stage", Operand::stage, view | pipe, false,
+                [](Chip& chip, Out& out, const Args& args) {
+                   chip.pipeline().show(out, args.stage, args.nonZeroOnly, args.pipe);
+                }},
+     CommandRow{"show pipeline", Operand::none, view | pipe, false,
+                [](Chip& chip, Out& out, const Args& args) {
+                   chip.pipeline().showAll(out, args.nonZeroOnly, args.pipe);
+                }},
+     CommandRow{"show drop interface", Operand::interface, view, false,
+                [](Chip& chip, Out& out, const Args& args) {
+                   chip.portDrops().show(out, args.intf, args.nonZeroOnly);
+                }},
+     CommandRow{
+          "show drop", Operand::none, view, false,
+          [](Chip& chip, Out& out, const Args& args) { chip.showAllDropCounters(out, args.nonZeroOnly); }},
+     CommandRow{"show mau-deparser-drop intf", Operand::interface, view, false,
+                [](Chip& chip, Out& out, const Args& args) {
+                   chip.fetchAllMauDropCounters();
+                   chip.mauDrops().show(out, args.intf, args.nonZeroOnly);
+                }},
+     CommandRow{"show mau-deparser-drop", Operand::none, view | pipe, false,
+                [](Chip& chip, Out& out, const Args& args) {
+                   chip.fetchAllMauDropCounters();
+                   chip.mauDrops().showAll(out, args.nonZeroOnly, args.pipe);
+                }},
+     CommandRow{"show traffic-manager", Operand::none, view | pipe, false,
+                [](Chip& chip, Out& out, const Args& args) {
+                   chip.tm().showAll(out, args.nonZeroOnly, args.pipe);
+                }},
+     CommandRow{"show", Operand::none, view, false,
+                [](Chip& chip, Out& out, const Args& args) {
+                   fetchPdpWherePresent(chip);
+                   chip.showCounters(out, args.nonZeroOnly);
+                }},
+     CommandRow{"clear table", Operand::table, pipe, true, clearTable},
+     CommandRow{"clear mac", Operand::none, nothing, false,
+                [](Chip& chip, Out& out, const Args&) { chip.clearAllMacCounters(out); }},
+     CommandRow{"clear pdp", Operand::none, nothing, true,
+                [](Chip& chip, Out& out, const Args&) {
+                   chip.fetchPdpCounters();
+                   chip.clearAllPdpIntfCounters(out);
+                }},
+     CommandRow{"clear traffic-manager", Operand::none, nothing, false,
+                [](Chip& chip, Out& out, const Args&) { chip.clearAllTmCounters(out); }},
+     CommandRow{"clear pipeline", Operand::none, nothing, false,
+                [](Chip& chip, Out& out, const Args&) { chip.clearAllPipelineCounters(out); }},
+     CommandRow{"clear drop", Operand::none, nothing, false,
+                [](Chip& chip, Out& out, const Args&) { chip.portDrops().clearAll(out); }},
+     CommandRow{"clear mau-deparser-drop", Operand::none, nothing, false,
+                [](Chip& chip, Out& out, const Args&) {
+                   chip.fetchAllMauDropCounters();
+                   chip.mauDrops().clearAll(out);
+                }},
+     CommandRow{"clear", Operand::none, nothing, false,
+                [](Chip& chip, Out& out, const Args&) {
+                   fetchPdpWherePresent(chip);
+                   chip.clearCounters(out);
+                }},
+};
+
+} // namespace
+
+std::string_view CommandRow::keywordAt(std::size_t depth) const {
+   std::string_view left = keywords;
+   for (; depth > 0 && !left.empty(); --depth) {
+      const std::size_t blank = left.find(' ');
+      left.remove_prefix(blank == std::string_view::npos ? left.size() : blank + 1);
+   }
+   return left.substr(0, left.find(' '));
+}
+
+std::span<const CommandRow> commandTable() {
+   return table;
+}
+
+} // namespace ZelCounter

@@ -1,0 +1,117 @@
+// Asks the SDK for the drops of every place in every pipe.
+#include "counters/drops/MauDrops.h"
+
+#include "counters/chip/SdkStatus.h"
+#include "counters/chip/ZelCountersTrace.h"
+#include "sdk/bf_pipe.h"
+
+#include <string>
+
+namespace ZelCounter {
+
+namespace {
+
+using Holds = TableView::Holds;
+
+// In the order in which a frame passes them.
+struct DropPlace {
+   const char* name;
+   const char* decides;
+   bool isDeparser;
+   U32 number; // stage, or direction
+};
+
+constexpr std::array places = {
+     DropPlace{"stage 0", "ingress port check", false, BF_PIPE_MAU_INGRESS_PORT_CHECK},
+     DropPlace{"stage 1", "QoS policy", false, BF_PIPE_MAU_QOS_POLICY},
+     DropPlace{"stage 2", "ingress ACL", false, BF_PIPE_MAU_INGRESS_ACL},
+     DropPlace{"stage 3", "forwarding", false, BF_PIPE_MAU_FORWARDING},
+     DropPlace{"ingress deparser", "no egress port", true, BF_PIPE_INGRESS},
+     DropPlace{"stage 4", "egress port check", false, BF_PIPE_MAU_EGRESS_PORT_CHECK},
+     DropPlace{"stage 5", "egress ACL", false, BF_PIPE_MAU_EGRESS_ACL},
+     DropPlace{"egress deparser", "MTU exceeded", true, BF_PIPE_EGRESS},
+};
+static_assert(places.size() == std::size_t{BF_PIPE_MAU_STAGES} + BF_PIPE_DIRECTIONS);
+
+bf_status_t read(bf_dev_id_t dev, U16 pipe, const DropPlace& place, uint64_t* drops) {
+   return place.isDeparser ? bf_pipe_deparser_drop_get(dev, pipe, place.number, drops)
+                           : bf_pipe_mau_drop_get(dev, pipe, place.number, drops);
+}
+
+} // namespace
+
+void MauDrops::fetchAll() {
+   if (!chip().initialized()) {
+      return;
+   }
+   errors_.clear();
+   for (const U16 pipe : chip().pipes()) {
+      for (std::size_t at = 0; at < places.size(); ++at) {
+         uint64_t drops = 0;
+         const bf_status_t status = read(chip().deviceId(), pipe, places[at], &drops);
+         if (status == BF_SUCCESS) {
+            counts_.lastIs(pipe * places.size() + at, drops);
+         } else {
+            errors_.emplace_back(pipe, pipeReadErrorText(status, pipe) + ", " + places[at].name);
+            KILN_TRACE(4, errors_.back().second);
+         }
+      }
+   }
+   isFetched_ = true;
+}
+
+TableView MauDrops::view(const Pelt::IntfId& intf, std::optional<U16> pipe, bool nonZeroOnly) const {
+   TableView table{"MAU and deparser drops since the last clear, chip " + chip().chipName(),
+                   {{"Pipe", Holds::number, 4},
+                    {"Place", Holds::text, 16},
+                    {"Decides", Holds::text, 18},
+                    {"Packets", Holds::counter, 16}}};
+   if (!intf.empty()) {
+      if (!chip().hasPort(intf)) {
+         table.notes.push_back("Interface " + intf.text() + " has no port on chip " + chip().chipName());
+         return table;
+      }
+      pipe = chip().systemStatus()->portInfo(intf).pipe();
+      table.notes.push_back("Pipe " + std::to_string(*pipe) + " is that of " + intf.text() +
+                            ", shared by all its ports");
+   }
+   if (!isFetched_) {
+      table.notes.emplace_back("MAU and deparser drops not fetched yet");
+      return table;
+   }
+   for (const U16 onPipe : chip().pipes(pipe)) {
+      for (std::size_t at = 0; at < places.size(); ++at) {
+         const std::size_t index = onPipe * places.size() + at;
+         if (!nonZeroOnly || counts_.sinceClear(index) != 0) {
+            table.rows.push_back({U64{onPipe}, Kiln::String(places[at].name),
+                                  Kiln::String(places[at].decides), counts_.cell(index)});
+         }
+      }
+   }
+   for (const auto& [onPipe, error] : errors_) {
+      if (!pipe || onPipe == *pipe) {
+         table.notes.push_back(error + ": shown as last read");
+      }
+   }
+   return table;
+}
+
+void MauDrops::showAll(ShowOutput& out, bool nonZeroOnly, std::optional<U16> pipe) const {
+   if (!answeredUninitialized(out)) {
+      out.view(view({}, pipe, nonZeroOnly));
+   }
+}
+
+void MauDrops::show(ShowOutput& out, const Pelt::IntfId& intf, bool nonZeroOnly) const {
+   if (!answeredUninitialized(out)) {
+      out.view(view(intf, {}, nonZeroOnly));
+   }
+}
+
+void MauDrops::clearAll(ShowOutput& out) {
+   if (!answeredUninitialized(out)) {
+      counts_.clear();
+   }
+}
+
+} // namespace ZelCounter

@@ -1,0 +1,28 @@
+// The drops in a chip's match-action units (MAUs) and deparsers.
+#pragma once
+
+#include "counters/chip/ChipView.h"
+#include "counters/drops/ClearableCounts.h"
+
+namespace ZelCounter {
+
+class MauDrops : public ChipView {
+ public:
+   using ChipView::ChipView;
+
+   // What can't be read keeps its last count, and is noted below the rows.
+   void fetchAll();
+   // As fetched last, of one pipe or of all; or of the pipe of an interface, whose ports share the counts.
+   void showAll(ShowOutput& out, bool nonZeroOnly, std::optional<U16> pipe = {}) const;
+   void show(ShowOutput& out, const Pelt::IntfId& intf, bool nonZeroOnly) const;
+   void clearAll(ShowOutput& out);
+
+ private:
+   TableView view(const Pelt::IntfId& intf, std::optional<U16> pipe, bool nonZeroOnly) const;
+
+   ClearableCounts counts_;
+   bool isFetched_ = false;
+   std::vector<std::pair<U16, Kiln::String>> errors_; // of the last fetch, by pipe
+};
+
+} // namespace ZelCounter

@@ -1,0 +1,99 @@
+// Reads a pipe's stages in the order in which frames pass them.
+#include "counters/drops/PipelineCounters.h"
+
+#include "counters/chip/SdkStatus.h"
+#include "counters/chip/ZelCountersTrace.h"
+#include "kiln/Assert.h"
+#include "sdk/bf_pipe.h"
+
+namespace ZelCounter {
+
+namespace {
+
+using Holds = TableView::Holds;
+
+constexpr std::array stageNames = {"port-rx",         "parser", "ingress",         "ingress-deparser",
+                                   "traffic-manager", "egress", "egress-deparser", "port-tx"};
+static_assert(stageNames.size() == BF_PIPE_PATH_STAGES);
+
+constexpr std::size_t countsPerStage = 3; // in, out, dropped
+
+std::size_t indexOf(U16 pipe, U32 stage) {
+   return (std::size_t{pipe} * BF_PIPE_PATH_STAGES + stage) * countsPerStage;
+}
+
+} // namespace
+
+std::span<const char* const> PipelineCounters::stages() {
+   return stageNames;
+}
+
+// Empty, or what went wrong.
+Kiln::String PipelineCounters::read(U16 pipe, U32 stage) {
+   bf_pipe_path_count_t count{};
+   const bf_status_t status = bf_pipe_path_counter_get(chip().deviceId(), pipe, stage, &count);
+   if (status != BF_SUCCESS) {
+      Kiln::String error = pipeReadErrorText(status, pipe) + ", stage " + stageNames[stage];
+      KILN_TRACE(4, error);
+      return error;
+   }
+   const std::size_t index = indexOf(pipe, stage);
+   counts_.lastIs(index, count.in);
+   counts_.lastIs(index + 1, count.out);
+   counts_.lastIs(index + 2, count.dropped);
+   return "";
+}
+
+TableView PipelineCounters::view(std::optional<U32> stage, std::optional<U16> pipe, bool nonZeroOnly) {
+   KILN_ASSERT(!stage || *stage < stageNames.size());
+   TableView table{"Packets by pipeline stage since the last clear, chip " + chip().chipName(),
+                   {{"Pipe", Holds::number, 4},
+                    {"Stage", Holds::text, 16},
+                    {"In", Holds::counter, 16},
+                    {"Out", Holds::counter, 16},
+                    {"Dropped", Holds::counter, 16}}};
+   for (const U16 onPipe : chip().pipes(pipe)) {
+      for (U32 at = stage.value_or(0); at <= (stage ? *stage : stageNames.size() - 1); ++at) {
+         const Kiln::String error = read(onPipe, at);
+         if (!error.empty()) {
+            table.notes.push_back(error + ": shown as last read");
+         }
+         const std::size_t index = indexOf(onPipe, at);
+         const U64 in = counts_.sinceClear(index);
+         const U64 out = counts_.sinceClear(index + 1);
+         const U64 dropped = counts_.sinceClear(index + 2);
+         if (!nonZeroOnly || in != 0 || out != 0 || dropped != 0) {
+            table.rows.push_back({U64{onPipe}, Kiln::String(stageNames[at]), counts_.cell(index),
+                                  counts_.cell(index + 1), counts_.cell(index + 2)});
+         }
+      }
+   }
+   return table;
+}
+
+void PipelineCounters::showAll(ShowOutput& out, bool nonZeroOnly, std::optional<U16> pipe) {
+   if (!answeredUninitialized(out)) {
+      out.view(view({}, pipe, nonZeroOnly));
+   }
+}
+
+void PipelineCounters::show(ShowOutput& out, U32 stage, bool nonZeroOnly, std::optional<U16> pipe) {
+   if (!answeredUninitialized(out)) {
+      out.view(view(stage, pipe, nonZeroOnly));
+   }
+}
+
+void PipelineCounters::clearAll(ShowOutput& out) {
+   if (answeredUninitialized(out)) {
+      return;
+   }
+   // What passed since the last read belongs to the time before the clear.
+   for (const U16 pipe : chip().pipes()) {
+      for (U32 stage = 0; stage < stageNames.size(); ++stage) {
+         read(pipe, stage);
+      }
+   }
+   counts_.clear();
+}
+
+} // namespace ZelCounter

@@ -1,0 +1,178 @@
+// Reads the three drop tables port by port. They are counter tables like others: what is read is the SDK's software
+// copy, at most one sync pass old.
+#include "counters/drops/PortDrops.h"
+
+#include "counters/chip/SdkStatus.h"
+#include "counters/chip/ZelCountersTrace.h"
+#include "zl/ZelCountersIntf.h"
+
+#include <algorithm>
+#include <string>
+
+namespace ZelCounter {
+
+namespace {
+
+using Holds = TableView::Holds;
+using ZlDrop::Point;
+using ZlDrop::reasonsPerPort;
+using ZlResourceInfo::ZlTableCounter;
+
+// A number that the program has given no meaning is shown as such.
+Kiln::String reasonText(const ZlDrop::Table& table, U32 reason) {
+   return reason < table.reasons.size() ? table.reasons[reason] : "reason " + std::to_string(reason);
+}
+
+Kiln::String errorText(U32 status, const ZlTableCounter& info, U32 pipe) {
+   return pipeReadErrorText(static_cast<int>(status), pipe) + ", " + info.name;
+}
+
+} // namespace
+
+PortDrops::PortDrops(ChipAccess& chip, Kiln::Ptr<CliPortDropData> data)
+     : ChipView(chip), data_(data ? std::move(data) : Kiln::allocate<CliPortDropData>()) {
+   data_->deviceDel(chip.deviceId());
+}
+
+// In the order of their numbers.
+std::vector<ChipAccess::Port> PortDrops::ports(const Pelt::IntfId& intf) const {
+   std::vector<ChipAccess::Port> all = chip().portsByNumber();
+   std::erase_if(all, [&](const ChipAccess::Port& port) { return !intf.empty() && port.intf != intf; });
+   return all;
+}
+
+// What is wrong with the table, or nothing.
+Kiln::String PortDrops::tableError(Point point, const ZlTableCounter** info) const {
+   const char* const name = ZlDrop::tables[static_cast<std::size_t>(point)].name;
+   const U32 id = chip().zlResourceInfoIntf() ? chip().zlResourceInfoIntf()->zlTableCounterIndex(name)
+                                              : ZlResourceInfo::notFound;
+   if (id == ZlResourceInfo::notFound) {
+      return Kiln::String("Chip ") + chip().chipName() + " has no counter table " + name;
+   }
+   *info = chip().zlResourceInfoIntf()->zlTableCounter(id);
+   if ((*info)->direct || (*info)->size < ZlDrop::tableSize) {
+      return Kiln::String("Counter table ") + name + " does not have " + std::to_string(ZlDrop::tableSize) +
+             " entries of its own";
+   }
+   if (!chip().initializedCounter(id) || !chip().firstPollingComplete()) {
+      return Kiln::String("Counter table ") + name + " not initialized yet";
+   }
+   return chip().perPipeCounter(id) ? ""
+                                    : Kiln::String("Counter table ") + name + " does not tell pipes apart";
+}
+
+// The ports are of one pipe.
+Kiln::String PortDrops::readPipe(Point point, const ZlTableCounter& info,
+                                 std::span<const ChipAccess::Port> ports) {
+   const U16 pipe = ZlPort::pipeOf(ports.front().devicePort);
+   ZelCountersIntf::ReadBuffer buffer;
+   U32 status = ZelCountersIntf::counterReadIndirectStart(chip().sessionId(), chip().deviceId(), pipe,
+                                                          info.tableHandle, &buffer);
+   for (std::size_t i = 0; i < ports.size() && status == 0; ++i) {
+      const U16 devicePort = ports[i].devicePort;
+      ClearableCounts& atPoint = counts(devicePort)[static_cast<std::size_t>(point)];
+      for (U32 reason = 0; reason < reasonsPerPort && status == 0; ++reason) {
+         p4_pd_counter_value value{};
+         status = ZelCountersIntf::counterReadIndirectMain(
+              chip().sessionId(), chip().deviceId(), pipe, info.tableHandle,
+              ZlDrop::entryIndex(ZlPort::slotOf(devicePort), reason), &buffer, &value);
+         if (status == 0) {
+            atPoint.lastIs(reason, value.packets);
+         }
+      }
+   }
+   if (status == 0) {
+      status = ZelCountersIntf::counterReadIndirectEnd(chip().sessionId());
+   }
+   if (status == 0) {
+      return "";
+   }
+   KILN_TRACE(4, errorText(status, info, pipe));
+   return errorText(status, info, pipe) + ": shown as last read";
+}
+
+std::vector<Kiln::String> PortDrops::read(std::span<const ChipAccess::Port> ports) {
+   std::vector<Kiln::String> errors;
+   for (const Point point : {Point::ingress, Point::egress, Point::final}) {
+      const ZlTableCounter* info = nullptr;
+      const Kiln::String wrong = tableError(point, &info);
+      if (!wrong.empty()) {
+         errors.push_back(wrong);
+         continue;
+      }
+      for (auto first = ports.begin(); first != ports.end();) {
+         const auto last = std::find_if(first, ports.end(), [&](const ChipAccess::Port& port) {
+            return ZlPort::pipeOf(port.devicePort) != ZlPort::pipeOf(first->devicePort);
+         });
+         const Kiln::String error = readPipe(point, *info, {first, last});
+         if (!error.empty()) {
+            errors.push_back(error);
+         }
+         first = last;
+      }
+   }
+   return errors;
+}
+
+TableView PortDrops::view(const Pelt::IntfId& intf, bool nonZeroOnly) {
+   TableView table{"Drops by port since the last clear, chip " + chip().chipName(),
+                   {{"Interface", Holds::text, 16},
+                    {"Point", Holds::text, 7},
+                    {"Reason", Holds::text, 24},
+                    {"Packets", Holds::counter, 16}}};
+   const std::vector<ChipAccess::Port> shown = ports(intf);
+   if (shown.empty() && !intf.empty()) {
+      table.notes.push_back("Interface " + intf.text() + " has no port on chip " + chip().chipName());
+      return table;
+   }
+   table.notes = read(shown);
+   for (const ChipAccess::Port& port : shown) {
+      const PortDropCounts& drops = counts(port.devicePort);
+      for (std::size_t point = 0; point < drops.size(); ++point) {
+         const ZlDrop::Table& reasons = ZlDrop::tables[point];
+         for (U32 reason = 0; reason < reasonsPerPort; ++reason) {
+            const U64 packets = drops[point].sinceClear(reason);
+            const bool isShown = packets != 0 || (!nonZeroOnly && reason < reasons.reasons.size());
+            if (isShown) {
+               table.rows.push_back({port.intf.text(), Kiln::String(reasons.point),
+                                     reasonText(reasons, reason), drops[point].cell(reason)});
+            }
+         }
+      }
+   }
+   return table;
+}
+
+void PortDrops::showAll(ShowOutput& out, bool nonZeroOnly) {
+   show(out, {}, nonZeroOnly);
+}
+
+void PortDrops::show(ShowOutput& out, const Pelt::IntfId& intf, bool nonZeroOnly) {
+   if (!answeredUninitialized(out)) {
+      out.view(view(intf, nonZeroOnly));
+   }
+}
+
+void PortDrops::clearAll(ShowOutput& out) {
+   if (answeredUninitialized(out)) {
+      return;
+   }
+   const std::vector<ChipAccess::Port> all = ports({});
+   // What was dropped since the last read belongs to the time before the clear.
+   read(all);
+   for (const ChipAccess::Port& port : all) {
+      for (ClearableCounts& atPoint : counts(port.devicePort)) {
+         atPoint.clear();
+      }
+   }
+}
+
+void PortDrops::tableWritten(const ZlTableCounter& info, ZelId::ZelPipeId pipe) {
+   for (std::size_t point = 0; point < ZlDrop::tables.size(); ++point) {
+      if (info.name == ZlDrop::tables[point].name) {
+         data_->tableWritten(chip().deviceId(), pipe, static_cast<Point>(point));
+      }
+   }
+}
+
+} // namespace ZelCounter

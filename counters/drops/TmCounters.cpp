@@ -1,0 +1,144 @@
+// Keeps and shows what the pollers of the traffic manager read.
+#include "counters/drops/TmCounters.h"
+
+#include "counters/chip/SdkStatus.h"
+#include "sdk/bf_tm.h"
+
+#include <algorithm>
+#include <string>
+
+namespace ZelCounter {
+
+namespace {
+
+using Holds = TableView::Holds;
+using ZelQos::TmCounter;
+
+struct TmType {
+   U32 type;
+   const char* name;
+   bool isTotal; // and not a level of the buffer, which a clear leaves as it is
+};
+
+constexpr std::array tmTypes = {
+     TmType{BF_TM_PIPE_INGRESS, "in from the pipe", true},
+     TmType{BF_TM_PIPE_EGRESS, "out to the pipe", true},
+     TmType{BF_TM_PIPE_DROPS, "dropped", true},
+     TmType{BF_TM_PIPE_MULTICAST, "multicast copies", true},
+     TmType{BF_TM_PIPE_CUT_THROUGH, "cut through", true},
+     TmType{BF_TM_PIPE_CELLS, "cells in use", false},
+     TmType{BF_TM_PIPE_WATERMARK, "cells of a port, peak", false},
+};
+
+constexpr bool isShown(U32 polled) {
+   return std::any_of(tmTypes.begin(), tmTypes.end(),
+                      [polled](const TmType& type) { return type.type == polled; });
+}
+static_assert(tmTypes.size() == polledTmCounterTypes.size() &&
+              std::all_of(polledTmCounterTypes.begin(), polledTmCounterTypes.end(), isShown));
+
+constexpr const char* readState = "ok";
+
+Kiln::String stateOf(const TmCounter& counter) {
+   if (counter.status != 0) {
+      return sdkErrorText(counter.status);
+   }
+   return counter.isRead ? readState : "not read yet";
+}
+
+} // namespace
+
+TmCounters::TmCounters(ChipAccess& chip, Kiln::Ptr<ZelQos::TmCountersData> last,
+                       Kiln::Ptr<ZelQos::TmCountersData> lastClear)
+     : ChipView(chip), last_(std::move(last)), lastClear_(std::move(lastClear)) {
+   // What a chip left that was here before says nothing of this one.
+   for (const auto& data : {last_, lastClear_}) {
+      if (data) {
+         data->countersByDevIdIs(chip.deviceId())->countersByPipeDelAll();
+      }
+   }
+   for (const U16 pipe : chip.pipes()) {
+      if (last_) {
+         last_->countersByDevIdIs(chip.deviceId())->countersByPipeIs(pipe);
+      }
+   }
+}
+
+const Kiln::Ptr<PipeTmCounterSm>& TmCounters::pipeTmCounterSmIs(const PipeTmCounterKey& key, U32 physicalPipe,
+                                                                Kiln::Ptr<const Kiln::Clock> clock) {
+   if (!pipeTmCounterSm_.contains(key)) {
+      pipeTmCounterSm_.set(key, Kiln::allocate<PipeTmCounterSm>(this, key, physicalPipe, std::move(clock)));
+   }
+   return *pipeTmCounterSm_.find(key);
+}
+
+void TmCounters::counterIs(const PipeTmCounterKey& key, bf_status_t status,
+                           const bf_tm_pipe_counter_t& read) {
+   if (!last_) {
+      return;
+   }
+   TmCounter& counter = last_->countersByDevIdIs(deviceId())->countersByPipeIs(key.pipe)[key.counterType];
+   counter.status = status;
+   if (status != BF_SUCCESS) {
+      return;
+   }
+   counter = {read.count, read.bytes, status, true};
+   if (lastClear_) {
+      TmCounter& clear =
+           lastClear_->countersByDevIdIs(deviceId())->countersByPipeIs(key.pipe)[key.counterType];
+      if (clear.count > counter.count || clear.bytes > counter.bytes) {
+         clear = {}; // the hardware has begun anew
+      }
+   }
+}
+
+TableView TmCounters::view(std::optional<U16> pipe, bool nonZeroOnly) const {
+   TableView table{"Traffic manager since the last clear, chip " + chip().chipName(),
+                   {{"Pipe", Holds::number, 4},
+                    {"Counter", Holds::text, 21},
+                    {"Packets or cells", Holds::counter, 16},
+                    {"Bytes", Holds::counter, 18},
+                    {"State", Holds::remark, 12}}};
+   if (!last_) {
+      table.notes.emplace_back("No traffic-manager counters are kept");
+      return table;
+   }
+   const auto last = last_->countersByDevIdIs(deviceId());
+   const auto clear = lastClear_ ? lastClear_->countersByDevIdIs(deviceId())
+                                 : Kiln::allocate<ZelQos::TmDeviceCounters>(deviceId());
+   for (const U16 onPipe : chip().pipes(pipe)) {
+      for (const TmType& type : tmTypes) {
+         const TmCounter& now = last->countersByPipeIs(onPipe)[type.type];
+         const TmCounter& then = clear->countersByPipeIs(onPipe)[type.type];
+         const U64 count = type.isTotal ? now.count - then.count : now.count;
+         const Kiln::String state = stateOf(now);
+         if (nonZeroOnly && count == 0 && state == readState) {
+            continue;
+         }
+         const auto cell = [&](U64 number) {
+            return now.isRead ? TableView::Cell(number) : TableView::Unread();
+         };
+         table.rows.push_back({U64{onPipe}, Kiln::String(type.name), cell(count),
+                               type.isTotal ? cell(now.bytes - then.bytes) : Kiln::String("-"), state});
+         if (state != readState) {
+            table.unprintedNotes.push_back("Pipe " + std::to_string(onPipe) + ", " + type.name + ": " +
+                                           state);
+         }
+      }
+   }
+   return table;
+}
+
+void TmCounters::showAll(ShowOutput& out, bool nonZeroOnly, std::optional<U16> pipe) const {
+   if (!answeredUninitialized(out)) {
+      out.view(view(pipe, nonZeroOnly));
+   }
+}
+
+void TmCounters::clearAll(ShowOutput& out) {
+   if (!answeredUninitialized(out) && last_ && lastClear_) {
+      lastClear_->countersByDevIdIs(deviceId())->countersAre(*last_->countersByDevIdIs(deviceId()));
+   }
+}
+
+} // namespace ZelCounter

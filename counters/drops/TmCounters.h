@@ -1,0 +1,41 @@
+// The traffic manager's counters of a chip, by pipe and kind, and their pollers.
+#pragma once
+
+#include "counters/chip/ChipView.h"
+#include "counters/drops/PipeTmCounterSm.h"
+#include "sdk/bf_tm.h"
+#include "zel/TmCountersData.h"
+
+namespace ZelCounter {
+
+class TmCounters : public ChipView {
+ public:
+   // Both are shared with whoever made the manager, and may be null: then nothing is kept, or never cleared.
+   TmCounters(ChipAccess& chip, Kiln::Ptr<ZelQos::TmCountersData> last,
+              Kiln::Ptr<ZelQos::TmCountersData> lastClear);
+
+   ZelId::ZelDevId deviceId() const { return chip().deviceId(); }
+
+   // As polled last.
+   void showAll(ShowOutput& out, bool nonZeroOnly, std::optional<U16> pipe = {}) const;
+   void clearAll(ShowOutput& out);
+   // A poller has read one, or failed to.
+   void counterIs(const PipeTmCounterKey& key, bf_status_t status, const bf_tm_pipe_counter_t& read);
+
+   const Kiln::HashMap<PipeTmCounterKey, Kiln::Ptr<PipeTmCounterSm>>& pipeTmCounterSm() const {
+      return pipeTmCounterSm_;
+   }
+   // The poller of that key, made when it is new.
+   const Kiln::Ptr<PipeTmCounterSm>& pipeTmCounterSmIs(const PipeTmCounterKey& key, U32 physicalPipe,
+                                                       Kiln::Ptr<const Kiln::Clock> clock);
+   void pipeTmCounterSmDelAll() { pipeTmCounterSm_ = {}; }
+
+ private:
+   TableView view(std::optional<U16> pipe, bool nonZeroOnly) const;
+
+   Kiln::Ptr<ZelQos::TmCountersData> last_;
+   Kiln::Ptr<ZelQos::TmCountersData> lastClear_;
+   Kiln::HashMap<PipeTmCounterKey, Kiln::Ptr<PipeTmCounterSm>> pipeTmCounterSm_;
+};
+
+} // namespace ZelCounter

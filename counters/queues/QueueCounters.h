@@ -1,0 +1,58 @@
+// The queue counters of a chip's interfaces, and the pollers that read them.
+#pragma once
+
+#include "counters/chip/ChipAccess.h"
+#include "counters/queues/IntfQueueCounters.h"
+#include "counters/queues/PipeIntfQueueCounterSm.h"
+#include "vex/VexCountersSm.h"
+
+namespace ZelCounter {
+
+// Part of the per-chip object, which documents the operations. Under the activity lock.
+class QueueCounters {
+ public:
+   // Without a counters reactor nothing is published.
+   QueueCounters(ChipAccess& chip, Kiln::Ptr<Vex::Counters::CountersSm> vexCountersSm)
+        : chip_(chip), vexCountersSm_(std::move(vexCountersSm)) {}
+   QueueCounters(const QueueCounters&) = delete;
+   QueueCounters& operator=(const QueueCounters&) = delete;
+
+   ChipAccess& chip() const { return chip_; }
+
+   const Kiln::Ptr<IntfQueueCounters>& intfQueueCounters(const Pelt::IntfId& intf) const {
+      return Kiln::valueOrDefault(intfQueueCounters_, intf);
+   }
+   IntfQueueCounters& intfQueueCountersIs(const Pelt::IntfId& intf);
+   void intfQueueCountersDel(const Pelt::IntfId& intf) { intfQueueCounters_.erase(intf); }
+   // Gives the interface's stored counts to the forwarding layer.
+   void handOver(const IntfQueueCounters& counters) const;
+   // The interface's counts read 0 from here on, and so does what is handed over; `portChanged` when its port has just
+   // appeared or changed. Nothing is asked of the SDK.
+   void clear(const Pelt::IntfId& intf, bool portChanged);
+
+   double pollingInterval() const { return pollingInterval_; }
+   void pollingIntervalIs(double seconds);
+
+   const Kiln::HashMap<U16, Kiln::Ptr<PipeIntfQueueCounterSm>>& pipeIntfQueueCounterSm() const {
+      return pipeIntfQueueCounterSm_;
+   }
+   const Kiln::Ptr<PipeIntfQueueCounterSm>& pipeIntfQueueCounterSm(ZelId::ZelPipeId pipe) const {
+      return Kiln::valueOrDefault(pipeIntfQueueCounterSm_, U16{pipe});
+   }
+   const Kiln::Ptr<PipeIntfQueueCounterSm>& pipeIntfQueueCounterSmIs(ZelId::ZelPipeId pipe,
+                                                                     Kiln::Ptr<const Kiln::Clock> clock);
+   void pipeIntfQueueCounterSmDel(ZelId::ZelPipeId pipe);
+   void pipeIntfQueueCounterSmDelAll();
+
+ private:
+   ChipAccess& chip_;
+   Kiln::Ptr<Vex::Counters::CountersSm> vexCountersSm_;
+   Kiln::HashMap<Pelt::IntfId, Kiln::Ptr<IntfQueueCounters>> intfQueueCounters_;
+   Kiln::HashMap<U16, Kiln::Ptr<PipeIntfQueueCounterSm>> pipeIntfQueueCounterSm_;
+   double pollingInterval_ = 2.0; // seconds
+};
+
+// The forwarding layer's record of them: every queue that was read.
+VexTypes::IntfQueueCounters queueRecord(const IntfQueueCounters& counters);
+
+} // namespace ZelCounter

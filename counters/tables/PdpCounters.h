@@ -1,0 +1,35 @@
+// The PDP class counters of a chip's interfaces, from the program's table of them.
+#pragma once
+
+#include "counters/chip/ChipView.h"
+#include "zel/PdpClasses.h"
+
+namespace ZelCounter {
+
+class PdpCounters : public ChipView {
+ public:
+   using ChipView::ChipView;
+
+   void fetch();
+   static void printHeader(ShowOutput& out);
+   static bool printLine(ShowOutput& out, const Kiln::String& intfName, const Kiln::String& className,
+                         U64 count, bool headerDisplayed, bool nonZeroOnly);
+   bool show(ShowOutput& out, const Pelt::IntfId& intf, bool headerDisplayed, bool nonZeroOnly, bool footer);
+   void showAll(ShowOutput& out, bool nonZeroOnly);
+   void clearAll();
+
+   // As fetched last, and as at the last clear, by interface.
+   KILN_HASH_MAP(Pelt::IntfId, Kiln::Ptr<ZelQos::PdpIntfCounter>, pdpCountersLast)
+   KILN_HASH_MAP(Pelt::IntfId, Kiln::Ptr<ZelQos::PdpIntfCounter>, pdpCountersClear)
+   // Whether the last fetch read every pipe.
+   KILN_ATTRIBUTE(bool, pdpCountersFetched, false)
+
+ private:
+   bool fetchPipe(const ZlResourceInfo::ZlTableCounter& info, U16 pipe);
+   ZelQos::PdpIntfCounter* counterOf(U32 localPortKey);
+   bool rows(ShowOutput& out, const Pelt::IntfId& intf, bool nonZeroOnly);
+
+   Kiln::HashMap<Pelt::IntfId, U16> portKey_; // where pdpCountersLast was read, as a local port key
+};
+
+} // namespace ZelCounter

@@ -1,0 +1,42 @@
+// The counter tables of the P4 program: their list, what they count, and their clear.
+#pragma once
+
+#include "counters/chip/ChipView.h"
+
+#include <functional>
+
+namespace ZelCounter {
+
+class TableCounters : public ChipView {
+ public:
+   // Told of a table of one pipe, or of all, that is about to be set to zero.
+   using OnClear = std::function<void(const ZlResourceInfo::ZlTableCounter& info, ZelId::ZelPipeId pipe)>;
+
+   TableCounters(ChipAccess& chip, OnClear onClear) : ChipView(chip), onClear_(std::move(onClear)) {}
+
+   void showInfo(ShowOutput& out) const;
+   void show(ShowOutput& out, U32 tableId, bool nonZeroOnly);
+   void showPipe(ShowOutput& out, U32 tableId, ZelId::ZelPipeId pipeId, bool nonZeroOnly);
+   void showAll(ShowOutput& out, bool nonZeroOnly);
+   void clear(U32 tableId, ZelId::ZelPipeId pipeId);
+   void clearAll();
+   // What to type for a table that they leave alone; null for any other.
+   const char* otherClear(const ZlResourceInfo::ZlTableCounter& info) const;
+
+ private:
+   Kiln::String tableTitle(const ZlResourceInfo::ZlTableCounter& info, ZelId::ZelPipeId pipeId) const;
+   void showUninitialized(ShowOutput& out, U32 tableId, ZelId::ZelPipeId pipeId) const;
+   void showDirectTable(ShowOutput& out, const ZlResourceInfo::ZlTableCounter* info, ZelId::ZelPipeId pipeId,
+                        bool nonZeroOnly);
+   void showIndirectTable(ShowOutput& out, const ZlResourceInfo::ZlTableCounter& info,
+                          ZelId::ZelPipeId pipeId, bool nonZeroOnly);
+   bool directRows(ShowOutput& out, const ZlResourceInfo::ZlTableCounter& info, ZelId::ZelPipeId pipeId,
+                   bool nonZeroOnly) const;
+   void indirectRows(ShowOutput& out, const ZlResourceInfo::ZlTableCounter& info, ZelId::ZelPipeId pipeId,
+                     bool nonZeroOnly) const;
+   Kiln::String entryDetails(U32 tableHandle, S32 entry) const;
+
+   OnClear onClear_;
+};
+
+} // namespace ZelCounter
