@@ -7,8 +7,8 @@
 
 namespace {
 
-std::atomic<std::uint64_t> allocationCount{0};
-std::atomic<std::uint64_t> allocatedBytes{0};
+std::atomic<U64> allocationCount{0};
+std::atomic<U64> allocatedBytes{0};
 
 } // namespace
 

@@ -21,7 +21,7 @@ Kiln::Ptr<ZelSystem::SystemStatus> systemStatusWithPorts(unsigned chips) {
    auto status = Kiln::allocate<ZelSystem::SystemStatus>();
    for (unsigned chip = 0; chip < chips; ++chip) {
       for (unsigned port = 0; port < portsPerChip; ++port) {
-         const std::string name = "Ethernet" + std::to_string(chip * portsPerChip + port + 1);
+         const Kiln::String name = "Ethernet" + std::to_string(chip * portsPerChip + port + 1);
          status->portInfoIs(Pelt::IntfId(name.c_str()),
                             {static_cast<ZelId::ZelDevId>(chip), static_cast<U16>(port)});
       }

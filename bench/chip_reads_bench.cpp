@@ -76,13 +76,13 @@ template <class Prepare, class Path, class Floor>
 void compare(benchmark::State& state, Prepare prepare, Path path, Floor floor) {
    double floorSeconds = 0.0;
    double pathSeconds = 0.0;
-   std::uint64_t allocations = 0;
+   U64 allocations = 0;
    for (auto _ : state) {
       prepare();
       const double begin = cpuSeconds();
       floor();
       const double middle = cpuSeconds();
-      const std::uint64_t before = Bench::allocations().count;
+      const U64 before = Bench::allocations().count;
       path();
       allocations += Bench::allocations().count - before;
       const double end = cpuSeconds();

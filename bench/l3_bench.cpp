@@ -69,7 +69,7 @@ class Switch {
    Kiln::Ptr<ZelCounter::ZelCountersL3IntfSm> sm;
 
  private:
-   std::string folder_ = "/dev/shm/l3_bench." + std::to_string(getpid());
+   Kiln::String folder_ = "/dev/shm/l3_bench." + std::to_string(getpid());
    SoftChip::Fleet fleet_;
    Kiln::Ptr<SoftChip::SoftPd> pd_ = Kiln::allocate<SoftChip::SoftPd>();
    Kiln::Ptr<ZelSystem::SystemStatus> system_ = Kiln::allocate<ZelSystem::SystemStatus>();
@@ -134,8 +134,8 @@ void against(benchmark::State& state, unsigned units, const char* unit, FloorWor
       state.SetIterationTime(end - middle);
    }
    const double each = 1e9 / static_cast<double>(state.iterations()) / units;
-   state.counters[std::string("floor_ns_per_") + unit] = floorSeconds * each;
-   state.counters[std::string("own_ns_per_") + unit] = (seconds - floorSeconds) * each;
+   state.counters[Kiln::String("floor_ns_per_") + unit] = floorSeconds * each;
+   state.counters[Kiln::String("own_ns_per_") + unit] = (seconds - floorSeconds) * each;
 }
 
 void readAll(benchmark::State& state) {

@@ -65,11 +65,11 @@ class Switch {
 
  private:
    void chipAdd(ZelId::ZelDevId devId) {
-      const std::string name = "Zel" + std::to_string(devId);
+      const Kiln::String name = "Zel" + std::to_string(devId);
       SoftChip::Chip& chip = fleet_->chipAdd({.name = name, .deviceId = devId, .pipes = pipes});
       for (unsigned port = 0; port < portsPerChip; ++port) {
          const auto devicePort = ZlPort::devicePort(port / portsPerPipe, port % portsPerPipe);
-         const std::string intf = "Ethernet" + std::to_string(devId * portsPerChip + port + 1);
+         const Kiln::String intf = "Ethernet" + std::to_string(devId * portsPerChip + port + 1);
          chip.portAdd(devicePort);
          for (unsigned i = 0; i < BF_NUM_RMON_COUNTERS; ++i) {
             chip.rmonIs(devicePort, i, 1);

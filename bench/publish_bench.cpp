@@ -36,18 +36,18 @@ double secondsSince(Clock::time_point start) {
 
 // The least that a record takes, at the price of a data race in the eyes of the language.
 struct BareSlot {
-   std::atomic<std::uint64_t> sequence;
+   std::atomic<U64> sequence;
    std::byte bytes[recordBytes];
 
    void write(const IntfCounters& source) {
-      const std::uint64_t odd = sequence.load(std::memory_order_relaxed) + 1;
+      const U64 odd = sequence.load(std::memory_order_relaxed) + 1;
       sequence.store(odd, std::memory_order_relaxed);
       std::atomic_thread_fence(std::memory_order_release);
       std::memcpy(bytes, &source, recordBytes);
       sequence.store(odd + 1, std::memory_order_release);
    }
    bool read(IntfCounters& copy) const {
-      const std::uint64_t before = sequence.load(std::memory_order_acquire);
+      const U64 before = sequence.load(std::memory_order_acquire);
       std::memcpy(static_cast<void*>(&copy), bytes, recordBytes);
       std::atomic_thread_fence(std::memory_order_acquire);
       return (before & 1) == 0 && sequence.load(std::memory_order_relaxed) == before;
@@ -184,7 +184,7 @@ void publish(benchmark::State& state) {
    state.counters["allocations"] = static_cast<double>(spent.count);
 }
 
-void append(std::string& text, const char* prefix, std::size_t field, U64 value) {
+void append(Kiln::String& text, const char* prefix, std::size_t field, U64 value) {
    char digits[24];
    const auto end = std::to_chars(digits, digits + sizeof digits, value).ptr;
    text.append(prefix).append(Interface::ethIntfFields[field].name).append("=");
@@ -194,7 +194,7 @@ void append(std::string& text, const char* prefix, std::size_t field, U64 value)
 // As a database of strings would need it: each value of each record formatted, under its name.
 void publishAsStrings(benchmark::State& state) {
    Publisher agent;
-   std::vector<std::string> texts(ports);
+   std::vector<Kiln::String> texts(ports);
    Passes passes;
    Passes floor;
    for (auto _ : state) {
@@ -227,7 +227,7 @@ void readAll(benchmark::State& state) {
    agent.floor();
    Passes passes;
    Passes floor;
-   std::uint64_t allocated = 0;
+   U64 allocated = 0;
    for (auto _ : state) {
       auto start = Clock::now();
       for (unsigned port = 0; port < ports; ++port) {

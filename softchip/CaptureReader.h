@@ -1,47 +1,47 @@
 // Reads capture files in the classic pcap format, one frame at a time.
 #pragma once
 
+#include "kiln/Types.h"
+
 #include <chrono>
-#include <cstdint>
 #include <cstdio>
 #include <memory>
 #include <optional>
 #include <span>
 #include <stdexcept>
-#include <string>
 #include <string_view>
 #include <vector>
 
 namespace SoftChip {
 
-/** A capture that can't be read, or not further. The message names the file, the record (counted from 1)
- * where there is one, what is wrong and, where it helps, what to do. */
+// A capture that cannot be read (any further). The message names the file, the record, if there is one (counted from
+// 1), what is wrong and, where it helps, what to do.
 class CaptureError : public std::runtime_error {
  public:
    using std::runtime_error::runtime_error;
 };
 
-/** One record. `bytes` is what was captured of the frame, without FCS; it belongs to the reader and is valid
- * until its next call. `originalLength` is the frame's length on the wire without FCS, never below
- * `bytes.size()`, whatever the file's snap length says. */
+// One record. `bytes` is the captured part of the frame, without FCS; it belongs to the reader and is valid until its
+// next call. `originalLength` is the frame's length on the wire without FCS, never below `bytes.size()`, whatever the
+// file's snap length says.
 struct CapturedFrame {
-   std::span<const uint8_t> bytes;
-   uint32_t originalLength = 0;
+   std::span<const U8> bytes;
+   U32 originalLength = 0;
    std::chrono::nanoseconds timestamp{}; // since 1970
 };
 
-/** An open capture file. Both byte orders, micro- and nanosecond timestamps, Ethernet only. Holds one record
- * at a time, of up to `maxRecordLength` octets. An FCS that the file says its frames carry is taken off. Not
- * shared between threads. */
+// An open capture file. Both byte orders, micro- and nanosecond timestamps, Ethernet only. Holds one record at a time,
+// of up to `maxRecordLength` octets. Removes the FCS, if the file says that its frames carry one. Not shared between
+// threads.
 class CaptureReader {
  public:
-   static constexpr uint32_t maxRecordLength = 16 * 1024 * 1024;
+   static constexpr U32 maxRecordLength = 16 * 1024 * 1024;
 
-   /** Throws CaptureError if the file can't be opened or isn't such a capture. */
-   explicit CaptureReader(const std::string& path);
+   // Throws CaptureError if the file cannot be opened or is not such a capture.
+   explicit CaptureReader(const Kiln::String& path);
 
-   /** The next frame, or nothing at the end of the file. Throws CaptureError on a record that is cut off or
-    * corrupt; no frame follows then. */
+   // The next frame, or nothing at the end of the file. Throws CaptureError for a record that is cut off or corrupt; no
+   // frame follows it.
    std::optional<CapturedFrame> next();
 
  private:
@@ -50,22 +50,22 @@ class CaptureReader {
    };
 
    void readFileHeader();
-   void takeMagic(std::span<const uint8_t> bytes);
-   void takeLinkType(uint32_t field);
-   void takeRecordLengths(uint32_t captured, uint32_t original);
-   size_t read(std::span<uint8_t> into);
-   uint32_t u32(std::span<const uint8_t> bytes, size_t offset) const;
-   uint16_t u16(std::span<const uint8_t> bytes, size_t offset) const;
+   void takeMagic(std::span<const U8> bytes);
+   void takeLinkType(U32 field);
+   void takeRecordLengths(U32 captured, U32 original);
+   std::size_t read(std::span<U8> into);
+   U32 u32(std::span<const U8> bytes, std::size_t offset) const;
+   U16 u16(std::span<const U8> bytes, std::size_t offset) const;
    [[noreturn]] void fail(std::string_view what);
    [[noreturn]] void failRecord(std::string_view what);
 
-   std::string path_;
+   Kiln::String path_;
    std::unique_ptr<std::FILE, CloseFile> file_; // null once the reader is at its end
    bool bigEndian_ = false;
    bool nanoseconds_ = false;
-   uint32_t fcsOctetsCaptured_ = 0;
-   uint64_t record_ = 0; // number of the record being read
-   std::vector<uint8_t> buffer_;
+   U32 fcsOctetsCaptured_ = 0;
+   U64 record_ = 0; // number of the record being read
+   std::vector<U8> buffer_;
 };
 
 } // namespace SoftChip

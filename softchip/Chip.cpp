@@ -1,4 +1,4 @@
-// The chip's ports, and the way of a frame through it.
+// The chip's ports, the way of a frame through it, and the checks of what is asked of it.
 #include "softchip/Chip.h"
 
 #include "kiln/Time.h"
@@ -20,17 +20,11 @@ using ZlPort::pipeOf;
 using ZlPort::portsPerPipe;
 using ZlPort::slotOf;
 
-void checkVlan(U16 vlan) {
-   if (vlan < 1 || vlan > 4094) {
-      throw std::invalid_argument("no VLAN " + std::to_string(vlan) + ": expected 1 to 4094");
-   }
-}
-
 std::size_t rmonWords(const ChipConfig& config) {
    return std::size_t{config.pipes} * portsPerPipe * BF_NUM_RMON_COUNTERS;
 }
 
-// The parts of the hardware's words, in their order.
+// The parts of the hardware's words. Their order is part of a hardware file's format.
 struct Parts {
    Parts(const ChipConfig& config, std::span<U64> hardware)
         : rmon(hardware.first(rmonWords(config))),
@@ -127,7 +121,8 @@ bool Chip::receive(U16 devicePort, const FrameInfo& frame, U64 repeat) {
       return true;
    }
    if (frame.macControl.present) {
-      path_.count(pipe, BF_PIPE_PATH_PORT_RX, repeat, 0, 0); // the MAC's own
+      path_.count(pipe, BF_PIPE_PATH_PORT_RX, repeat, 0,
+                  0); // the MAC consumes it: neither passed nor dropped
       return true;
    }
    path_.passed(pipe, BF_PIPE_PATH_PORT_RX, repeat);
@@ -151,6 +146,7 @@ bool Chip::receive(U16 devicePort, const FrameInfo& frame, U64 repeat) {
    return true;
 }
 
+// The port's own checks, in the order of the reasons' numbers: a frame that fails several counts for the first.
 std::optional<IngressReason> Chip::portVerdict(U16 devicePort, const FrameInfo& frame, U16 vlan) const {
    if (vlan >= PortRules::vlanLimit - 1) {
       return IngressReason::vlanInvalid;
@@ -162,8 +158,8 @@ std::optional<IngressReason> Chip::portVerdict(U16 devicePort, const FrameInfo& 
                                                                    : std::nullopt;
 }
 
-// As a learning bridge does: to the port behind which the address was last seen, to none when that is the
-// port that it came from, to all others of the VLAN when it is unknown or a group.
+// Like a learning bridge: a frame goes to the port where its destination was last seen, or is dropped if that is the
+// port that it came from; one for an unknown station or a group goes to all other ports of the VLAN.
 void Chip::forward(U16 devicePort, const PassingFrames& passing) {
    const FrameInfo& frame = passing.frame;
    macTable_.learn(frame.sourceMac, devicePort);
@@ -195,8 +191,8 @@ void Chip::forward(U16 devicePort, const PassingFrames& passing) {
    drops_.lost(devicePort, ZlDrop::FinalReason::egress, furthest.throughQueue - furthest.left);
 }
 
-// To how many ports. Of frames alike the first ones get in, so that the furthest of two copies of one stand
-// for it.
+// Returns to how many ports. Of `packets` equal frames it is always the first ones that get through, at each port. So
+// the best port's number says how many frames had at least one copy get that far.
 U64 Chip::flood(U16 devicePort, const PassingFrames& passing, Progress* furthest) {
    U64 copies = 0;
    for (const U16 port : ports_) {
@@ -236,6 +232,7 @@ Chip::Progress Chip::transmit(U16 from, U16 devicePort, const PassingFrames& off
    return {sent, sent};
 }
 
+// Every table counts, even if the frame is dropped for its VLAN: the checks come after the tables.
 std::optional<EgressReason> Chip::egress(U16 devicePort, const PassingFrames& passing, unsigned queue) {
    const std::size_t place = placeOf(devicePort);
    const auto denied = pipeline_.egress(passing, pipeOf(devicePort), slotOf(devicePort), queue);

@@ -1,4 +1,4 @@
-// One software switching chip: ports that frames arrive at and leave from, and the hardware that counts them.
+// One software switching chip: its ports, the way of frames between them, and the hardware that counts frames.
 #pragma once
 
 #include "kiln/Types.h"
@@ -25,12 +25,12 @@ struct ChipConfig {
    Kiln::Ptr<P4Program> program = {}; // null: the switch's own
 };
 
-// Any thread; every operation takes the SDK's lock, which is recursive. Ports go by device port number: pipe x
-// 128 + slot. A port, table, index or value that can't be is a std::invalid_argument that says what is
-// expected. Frames allocate nothing.
+// Any thread; every operation takes the SDK's lock, which is recursive. Ports are named by device port number: pipe x
+// 128 + slot. Throws std::invalid_argument, naming what was expected, for a port, table, index or value that does not
+// exist. Frames allocate nothing.
 //
-// Counters are the hardware's; the software copies of tables follow with the next sync. RMON counters stay when
-// a port is taken away: they belong to the place.
+// Counters here are the hardware's; the software copies of tables follow with the next sync. RMON counters belong to
+// the place: they stay when its port is deleted.
 class Chip {
  public:
    // `hardware` holds hardwareWords() counters and, like the lock, outlives the chip.
@@ -39,37 +39,37 @@ class Chip {
    Chip& operator=(const Chip&) = delete;
 
    static std::size_t hardwareWords(const ChipConfig& config);
-   // What lies where in them, in words.
+   // What lies where in them, in a few words: a hardware file of another layout is refused.
    static Kiln::String hardwareLayout(const ChipConfig& config);
 
    const Kiln::String& name() const { return config_.name; }
    U8 deviceId() const { return config_.deviceId; }
    unsigned pipes() const { return config_.pipes; }
-   U64 serial() const { return serial_; } // no two chips of a fleet ever have the same
+   U64 serial() const { return serial_; } // no other chip of the fleet ever has the same
 
    void portAdd(U16 devicePort);
    void portDel(U16 devicePort);
    bool hasPort(U16 devicePort) const;
    std::vector<U16> ports() const; // ascending
-   U64 portsVersion() const;       // another number after each change of the ports
+   U64 portsVersion() const;       // rises with each change of the ports
 
-   // The frame arrives `repeat` times: it is counted, forwarded, and counted where it leaves. False, and
-   // nothing happens, when there is no such port.
+   // The frame arrives `repeat` times: it is counted, forwarded, and counted again where it leaves. Does nothing and
+   // returns false if there is no such port.
    bool receive(U16 devicePort, const FrameInfo& frame, U64 repeat = 1);
 
    U64 rmon(U16 devicePort, unsigned index) const;
    void rmonIs(U16 devicePort, unsigned index, U64 value);
    void rmonFlip(U16 devicePort, unsigned index, unsigned bit);
-   // A stuck counter reads as it did when it got stuck, whatever the port counts.
+   // A stuck counter keeps reading the value that it had when it got stuck.
    void rmonStuckIs(U16 devicePort, unsigned index, bool stuck);
 
-   // Untagged and priority-tagged frames that arrive at the port are in this VLAN; 1 at first.
+   // The VLAN of untagged and priority-tagged frames that arrive at the port; 1 at first.
    void accessVlanIs(U16 devicePort, U16 vlan);
-   // Whether frames of the VLAN may come in at the port, and leave by it; all may at first.
+   // Whether frames of the VLAN may arrive at the port and leave from it; all may at first.
    void vlanAllowedIs(U16 devicePort, U16 vlan, bool allowed);
-   // The longest frame that may leave by the port, FCS included, from 64 octets upward; any at first.
+   // The longest frame that may leave from the port, FCS included, at least 64 octets; no limit at first.
    void mtuIs(U16 devicePort, U32 octets);
-   // Whether frames that come in at the port for an unknown station go to all others; they do at first.
+   // Whether frames that arrive at the port for an unknown station go to all other ports; they do at first.
    void floodsIs(U16 devicePort, bool floods);
    // Frames of a VXLAN are decapsulated into a VLAN; frames from a prefix hit a source-NAT rule.
    void vniIs(U32 vni, U16 vlan);
@@ -80,21 +80,21 @@ class Chip {
    // The raw hardware counts of a port's queue: what it sent and what it dropped.
    void queueIs(U16 devicePort, unsigned queue, const CounterValue& sent, U64 drops);
 
-   // One entry of a counter table, by its index; of a direct table, by its match entry's handle. The pipe is
-   // one for an asymmetric table and 65535 for a symmetric one, as the SDK reads them.
+   // One entry of a counter table, by its index or, in a direct table, by its match entry's handle. The pipe is a
+   // single one for an asymmetric table and 65535 for a symmetric one, as in the SDK.
    CounterValue tableEntry(const Kiln::String& counterTable, U16 pipe, U32 index) const;
    void tableEntryIs(const Kiln::String& counterTable, U16 pipe, U32 index, const CounterValue& value);
-   // The SDK finds the table uninitialized when it asks for the first `queries` times.
+   // The first `queries` times that the SDK is asked, it says that the table is not initialized yet.
    void tableInitializedAfterIs(const Kiln::String& counterTable, U32 queries);
    // How many entries fit into a match table, at most as many as the program declares.
    void capacityIs(const Kiln::String& matchTable, U32 entries);
-   // Statuses of the SDK: 9 when the table is full.
+   // Return an SDK status: 9 if the table is full.
    int entryAdd(const Kiln::String& matchTable, const MatchRule& rule, S32* handle, U16 pipe = allPipes);
    int entryDel(const Kiln::String& matchTable, S32 handle);
    Kiln::String entryText(U32 tableHandle, S32 handle) const;
    const Kiln::Ptr<P4Program>& program() const { return config_.program; }
 
-   // The SDK's side, which answers in statuses; under the SDK's lock.
+   // For the SDK's entry points: these return statuses, and are called under the SDK's lock.
    PipeManager& tables() { return tables_; }
    int checkPort(int devicePort) const;
    int readDrops(U16 pipe, int devicePort, U32 queue, U64* drops);
@@ -141,14 +141,14 @@ class Chip {
    std::vector<U16> ports_;       // ascending
    U64 portsVersion_ = 0;
    std::vector<StuckCounter> stuck_;
-   mutable PipeManager tables_; // const operations find in it what the others change
+   mutable PipeManager tables_; // its finders return what may be changed, const operations use them too
    Pipeline pipeline_;
    PathCounters path_;
    DropCounts drops_;
    PortRules rules_;
    L2DomainCount l2Domains_;
    TrafficManager trafficManager_;
-   double now_ = 0.0; // of the frames that are on their way
+   double now_ = 0.0; // when the frames on their way arrived: one time for all of their copies
    MacTable macTable_;
 };
 

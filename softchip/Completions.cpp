@@ -1,4 +1,4 @@
-// Keeps the outstanding requests by the way in which they will be answered.
+// Keeps outstanding requests, sorted by how they will be answered.
 #include "softchip/Completions.h"
 
 #include "kiln/ActivityLock.h"
@@ -59,7 +59,7 @@ void Completions::accept(const Completion& completion) {
    std::unique_lock lock(mutex_);
    const CompletionMode mode = takeMode();
    if (mode.kind == Kind::inlined) {
-      lock.unlock();
+      lock.unlock(); // the callback may ask again
       for (U32 copy = 0; copy < mode.copies; ++copy) {
          deliver_(completion);
       }
@@ -83,7 +83,7 @@ void Completions::accept(const Completion& completion) {
    }
 }
 
-// Arming under the lock keeps the clock and the heap in step: two threads could else arm in the wrong order.
+// Arms under the lock, so that clock and heap agree: otherwise two threads could arm in the wrong order.
 void Completions::pushTimed(const Completion& completion, double delay) {
    timed_.push_back({Kiln::System::currentTime() + delay, sequence_++, completion});
    std::push_heap(timed_.begin(), timed_.end(), isLater);
@@ -110,7 +110,7 @@ void Completions::deliverGuarded(const Completion& completion) {
    }
 }
 
-// What a callback asks for now completes in the next turn, as after any other handler.
+// The limit leaves what a callback asks for now to the next turn, as after any other handler.
 void Completions::handleClock() {
    std::unique_lock lock(mutex_);
    const double now = Kiln::System::currentTime();
@@ -134,6 +134,7 @@ void Completions::runThread() {
       if (forThread_.empty()) {
          return;
       }
+      // One swap for a whole burst: the lock is shared with every thread that makes requests.
       batch.swap(forThread_);
       threadBusy_ = batch.size();
       for (const Completion& completion : batch) {
@@ -179,6 +180,8 @@ std::size_t Completions::deliverAllHeld() {
    return taken.size();
 }
 
+// The order: later requests are lost, the delivery thread finishes what it has, then what was to come later is
+// delivered early. Each callback may still make requests.
 void Completions::shutDown() {
    std::unique_lock lock(mutex_);
    mode_ = CompletionMode{CompletionMode::Kind::lost, 0.0, 1};

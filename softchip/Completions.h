@@ -1,4 +1,4 @@
-// How accepted SDK requests complete: at once, later, on another thread, twice, or never.
+// Completes accepted SDK requests: at once, later, on another thread, twice, or never.
 #pragma once
 
 #include "kiln/Timer.h"
@@ -27,11 +27,11 @@ struct CompletionMode {
    U32 copies = 1;       // 2: every completion comes twice
 };
 
-// An accepted request that is still to be answered: a read of a port's MAC counters (macCallback) or a sync
-// of a table (syncCallback).
+// An accepted request that is not answered yet: a read of a port's MAC counters (macCallback) or a sync of a table
+// (syncCallback).
 struct Completion {
    int device = 0;
-   U64 chipSerial = 0; // tells the chip that was asked from a later one under the same device id
+   U64 chipSerial = 0; // tells the chip that was asked from a later one with the same device id
    U16 portOrPipe = 0;
    U32 tableHandle = 0;
    bf_port_mac_stats_cb macCallback = nullptr;
@@ -39,27 +39,26 @@ struct Completion {
    void* cookie = nullptr;
 };
 
-// Any thread, but never with the SDK's lock held. An exception that a callback lets out goes to whoever asked
-// when it completes inline, and else to the ring log.
+// Any thread, but never with the SDK's lock held. When a callback throws, the exception goes to the requester if it
+// completes inline, and to the ring log otherwise.
 class Completions {
  public:
    using Deliver = std::function<void(const Completion&)>;
 
-   // `deliver` answers a request: it takes the values as they are then, and calls back.
+   // `deliver` answers a request: it takes the values of that moment, and calls back.
    explicit Completions(Deliver deliver);
    Completions(const Completions&) = delete;
    Completions& operator=(const Completions&) = delete;
    ~Completions() { shutDown(); }
 
-   // Everything that is outstanding and not lost is delivered and the delivery thread ends; later requests
-   // are lost. Not under the activity lock, which the callbacks want.
+   // Delivers everything that is outstanding and not lost, and ends the delivery thread; later requests are lost. Not
+   // under the activity lock, since callbacks take it.
    void shutDown();
 
-   // From here on. A late mode whose seconds are not a finite number from 0 upward is a
-   // std::invalid_argument.
+   // For requests from now on. Throws std::invalid_argument for a late mode whose seconds are negative or not finite.
    void modeIs(const CompletionMode& mode);
    CompletionMode mode() const;
-   // The next `times` requests only; calls queue up.
+   // For the next `times` requests only; calls queue up.
    void nextModeIs(const CompletionMode& mode, U32 times = 1);
 
    void accept(const Completion& completion);
@@ -67,8 +66,8 @@ class Completions {
    std::size_t outstanding() const; // accepted, neither lost nor answered yet
    U64 lostCount() const;
    std::vector<Completion> held() const;       // oldest first
-   void deliverHeld(std::size_t position = 0); // by place in held(); std::out_of_range for none
-   std::size_t deliverAllHeld();               // how many there were
+   void deliverHeld(std::size_t position = 0); // by place in held(); throws std::out_of_range
+   std::size_t deliverAllHeld();               // returns how many
 
  private:
    struct Timed {

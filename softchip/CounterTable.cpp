@@ -1,4 +1,4 @@
-// Moves values between the two copies.
+// Moves values between hardware and software copy.
 #include "softchip/CounterTable.h"
 
 #include "kiln/Assert.h"
@@ -7,12 +7,13 @@
 
 namespace SoftChip {
 
-// The hardware's words are taken as pairs.
+// Takes the hardware's words as pairs.
 CounterTable::CounterTable(const CounterTableSpec& spec, unsigned pipes, std::span<U64> hardware)
      : spec_(spec), slots_(slotsOf(spec)), pipes_(pipes), symmetric_(spec.symmetric),
        hardware_(reinterpret_cast<CounterValue*>(hardware.data()), hardware.size() / 2),
        software_(hardware_.size()) {
    static_assert(sizeof(CounterValue) == 2 * sizeof(U64));
+   stale_.fill(true);
    KILN_ASSERT(hardware.size() == hardwareWords(spec, pipes) && pipes <= stale_.size());
 }
 
@@ -37,6 +38,7 @@ CounterValue CounterTable::sum(std::span<const CounterValue> copy, U16 pipe, U32
 }
 
 void CounterTable::put(std::span<CounterValue> copy, U16 pipe, U32 slot, const CounterValue& value) const {
+   // So that the sum over the pipes is the value.
    if (pipe == allPipes) {
       for (unsigned each = 1; each < pipes_; ++each) {
          copy[each * slots() + slot] = {};

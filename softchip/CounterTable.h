@@ -1,7 +1,8 @@
-// One counter table of a chip: what the hardware counts, and the SDK's software copy of it.
+// One counter table of a chip: the hardware's counts, and the SDK's software copy of them.
 #pragma once
 
 #include "softchip/P4Program.h"
+#include "zl/ZlPortLayout.h"
 
 #include <array>
 #include <span>
@@ -17,12 +18,12 @@ struct CounterValue {
    bool operator==(const CounterValue&) const = default;
 };
 
-// Each pipe counts for itself, whatever the mode; what is read for all pipes is the sum over them. An entry of
-// a direct table stands at the slot of its match entry's handle, and slot 0 is nobody's. Under the SDK's lock;
-// pipes and slots are the caller's to check.
+// Each pipe counts for itself, whatever the mode; a read for all pipes gives the sum over them. An entry of a direct
+// table is at the slot of its match entry's handle; slot 0 is unused. Under the SDK's lock. The caller checks pipes and
+// slots.
 class CounterTable {
  public:
-   // `hardware` holds hardwareWords() and outlives the table. What it holds already is seen after a sync.
+   // `hardware` holds hardwareWords() and outlives the table. What it holds already appears with the first sync.
    CounterTable(const CounterTableSpec& spec, unsigned pipes, std::span<U64> hardware);
 
    static std::size_t hardwareWords(const CounterTableSpec& spec, unsigned pipes) {
@@ -34,7 +35,7 @@ class CounterTable {
 
    bool symmetric() const { return symmetric_; }
    void symmetricIs(bool symmetric) { symmetric_ = symmetric; }
-   // Whether the table is initialized, which it becomes after having been asked so many times in vain.
+   // Whether the table is initialized. It is once it has been asked in vain as many times as was set.
    bool askInitialized();
    void initializedAfterIs(U32 queries) { queriesInVain_ = queries; }
 
@@ -46,14 +47,14 @@ class CounterTable {
       stale_[pipe] = true;
    }
    CounterValue hardware(U16 pipe, U32 slot) const { return sum(hardware_, pipe, slot); }
-   // For all pipes, the first holds the value. What the table doesn't count stays 0.
+   // A value for all pipes goes to the first one. What the table does not count stays 0.
    void hardwareIs(U16 pipe, U32 slot, const CounterValue& value);
 
    // Refreshes the software copy.
    void sync(U16 pipe);
    CounterValue read(U16 pipe, U32 slot) const { return sum(software_, pipe, slot); }
    void readAll(U16 pipe, std::vector<CounterValue>& into) const;
-   // Goes to the hardware and to the software copy.
+   // Writes both the hardware and the software copy.
    void write(U16 pipe, U32 slot, const CounterValue& value);
 
  private:
@@ -68,7 +69,8 @@ class CounterTable {
    U32 queriesInVain_ = 0;
    std::span<CounterValue> hardware_; // by pipe, then by slot; the software copy too
    std::vector<CounterValue> software_;
-   std::array<bool, 4> stale_{true, true, true, true}; // by pipe: the hardware may differ from the copy
+   // By pipe: the hardware may differ from the copy. A sync skips a table that has not counted since the last one.
+   std::array<bool, ZlPort::maxPipes> stale_;
 };
 
 } // namespace SoftChip

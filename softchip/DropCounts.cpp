@@ -1,4 +1,4 @@
-// Enters each drop in its port's table, and in the stage that decided it.
+// Counts each drop in its port's table and in the stage that decided it.
 #include "softchip/DropCounts.h"
 
 namespace SoftChip {

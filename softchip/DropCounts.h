@@ -7,17 +7,17 @@
 
 namespace SoftChip {
 
-// The counter tables are those of the program that it has. Owned by the chip, under the SDK's lock; frames
-// allocate nothing.
+// Counts in the drop tables that the chip's program has. Owned by the chip, under the SDK's lock; frames allocate
+// nothing.
 class DropCounts {
  public:
    DropCounts(PipeManager& tables, PathCounters& path);
 
-   // The frames came in at the port and are dropped before they got a queue.
+   // Frames that arrived at the port are dropped before they reach a queue.
    void ingress(U16 devicePort, ZlDrop::IngressReason reason, U64 packets);
    // Copies are dropped on their way out of the port.
    void egress(U16 devicePort, ZlDrop::EgressReason reason, U64 packets);
-   // Of frames that came in at the port, and got into queues, no copy left.
+   // Frames that arrived at the port and reached queues lost all of their copies.
    void lost(U16 devicePort, ZlDrop::FinalReason reason, U64 packets);
 
  private:

@@ -1,4 +1,4 @@
-// Keeps a queue of statuses and a cost for each entry point.
+// Keeps a queue of statuses and a cost per entry point.
 #include "softchip/Faults.h"
 
 #include "kiln/Time.h"

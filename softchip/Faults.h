@@ -1,4 +1,4 @@
-// What goes wrong, or takes time, at the SDK's entry points.
+// Planned failures and costs of the SDK's entry points.
 #pragma once
 
 #include "kiln/Types.h"
@@ -74,17 +74,17 @@ inline constexpr std::array entryPointNames = {
 };
 static_assert(entryPointNames.size() == static_cast<std::size_t>(EntryPoint::count));
 
-// Any thread. An entry point that is none is a std::invalid_argument that lists those there are.
+// Any thread. Throws std::invalid_argument, listing the entry points, for an unknown one.
 class Faults {
  public:
-   // The entry point's next `times` calls return this status and do nothing else; they queue up behind those
-   // set before. Status 0 lets a call through, so that a later one can be made to fail.
+   // The entry point's next `times` calls return this status and do nothing else. Plans queue up. Status 0 lets a call
+   // through, so that a later one can be made to fail.
    void failNext(std::string_view entryPoint, int status, U32 times = 1);
-   // Every call of the entry point takes this much simulated time; real time is not touched.
+   // Every call of the entry point takes this much simulated time. No effect in real time.
    void costIs(std::string_view entryPoint, double seconds);
    void clear();
 
-   // To be asked once by each call: charges its cost and tells the status to return, 0 to go on.
+   // Each call asks once: charges the cost and returns the status to fail with, or 0 to go on.
    int next(EntryPoint entryPoint) { return armed_.load(std::memory_order_acquire) ? take(entryPoint) : 0; }
 
  private:
@@ -100,7 +100,7 @@ class Faults {
    int take(EntryPoint entryPoint);
    Plan& planOf(std::string_view entryPoint);
 
-   std::atomic<bool> armed_{false}; // false: all plans are empty
+   std::atomic<bool> armed_{false}; // false: all plans are empty, and calls need not take the mutex
    std::mutex mutex_;
    std::array<Plan, entryPointNames.size()> plans_;
 };

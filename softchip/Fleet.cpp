@@ -1,4 +1,4 @@
-// Keeps the chips and answers what was asked of them.
+// Keeps the chips and answers requests.
 #include "softchip/Fleet.h"
 
 #include "kiln/Assert.h"
@@ -102,7 +102,8 @@ int Fleet::endRead(EntryPoint entryPoint) {
    return faults_.next(entryPoint);
 }
 
-// The lock is given up before the callback, which takes the activity lock and may ask again.
+// Gives up the SDK's lock before the callback: that takes the activity lock, whose holders wait for the SDK's lock, and
+// may make new requests.
 void Fleet::deliver(const Completion& completion) {
    bf_rmon_counter_array_t counters{};
    {

@@ -1,4 +1,4 @@
-// The software chips of the process and their SDK: what the SDK's entry points reach.
+// The software chips of the process and their SDK, behind the SDK's entry points.
 #pragma once
 
 #include "softchip/Chip.h"
@@ -12,10 +12,9 @@
 
 namespace SoftChip {
 
-// One at a time in a process: while it lives, the SDK's entry points work on it. It completes on the activity
-// manager's clock of when it was made. Made and destroyed on the
-// activity thread; the chips' operations and the SDK's are for any thread. Destroying it delivers what is
-// outstanding, so not under the activity lock.
+// One at a time in a process: while it lives, the SDK's entry points work on it. Completes on the clock of the activity
+// manager that was there when it was made. Made and destroyed on the activity thread; the operations of chips and SDK
+// are for any thread. Not to be destroyed under the activity lock, since that delivers what is outstanding.
 class Fleet {
  public:
    // With a path, hardware counters live in that file; see HardwareMemory for what may be thrown.
@@ -24,14 +23,13 @@ class Fleet {
    Fleet& operator=(const Fleet&) = delete;
    ~Fleet();
 
-   // Null when there is none.
+   // Null if there is none.
    static Fleet* instance() noexcept;
 
-   // A device id above 7, an id or name that is in use, or pipes other than 1 to 4 are a
-   // std::invalid_argument. The reference is good until chipDel.
+   // Throws std::invalid_argument for a device id above 7, an id or name in use, or a number of pipes other than 1 to
+   // 4. The reference is valid until chipDel.
    Chip& chipAdd(const ChipConfig& wanted);
-   // The chip is taken out: its counters are gone, and what was asked of it and is still outstanding
-   // completes with zeros.
+   // The chip is removed. Its counters are gone, and outstanding requests complete with zeros.
    void chipDel(U8 deviceId);
    // Null when there is none.
    Chip* chip(unsigned deviceId) const;
@@ -41,8 +39,8 @@ class Fleet {
    Faults& faults() { return faults_; }
    Completions& completions() { return completions_; }
 
-   // An entry point's way to the chip: `operation(Chip&)` runs under the SDK's lock and tells the status. A
-   // planned fault, or a device that there isn't, tells it instead.
+   // For entry points: runs `operation(Chip&)` under the SDK's lock and returns its status, or that of a planned fault
+   // or of an unknown device.
    template <class Operation>
    int onChip(EntryPoint entryPoint, int device, Operation operation) {
       const int fault = faults_.next(entryPoint);
@@ -51,8 +49,8 @@ class Fleet {
       return fault != 0 ? fault : target == nullptr ? statusInvalidArguments : operation(*target);
    }
 
-   // A started read of a whole table: one at a time, as a new one ends the one before. What is read is a copy
-   // of what the software copy held at the start. Belongs to the activity thread.
+   // A started read of a whole table. A new one ends the one before. Reads give the software copy's values as they were
+   // at the start. Activity thread.
    int startRead(EntryPoint entryPoint, PipeManager::Kind kind, U32 device, U16 pipe, U32 tableHandle,
                  ZelCountersIntf::ReadBuffer* buffer);
    int readStarted(EntryPoint entryPoint, const ZelCountersIntf::ReadBuffer& buffer, U32 slot,
@@ -70,7 +68,7 @@ class Fleet {
    }
    int endRead(EntryPoint entryPoint);
 
-   // Accepts the request when `operation` tells 0; it may complete it with what only the chip knows.
+   // Accepts the request if `operation` returns 0.
    template <class Operation>
    int request(EntryPoint entryPoint, Completion completion, Operation operation) {
       const int status = onChip(entryPoint, completion.device, [&](Chip& target) {
@@ -85,7 +83,7 @@ class Fleet {
 
  private:
    void deliver(const Completion& completion);
-   // Under the SDK's lock; null when there is none.
+   // Under the SDK's lock; null if there is none.
    Chip* chipAt(int device) const {
       const auto place = static_cast<std::size_t>(device); // a negative one is out of range too
       return place < chips_.size() ? chips_[place].get() : nullptr;
@@ -98,7 +96,7 @@ class Fleet {
    Faults faults_;
    Completions completions_;
    std::vector<CounterValue> readValues_; // of the started read
-   U64 readNumber_ = 0;
+   U64 readNumber_ = 0;                   // of the started read; a buffer with another one is out of date
 };
 
 } // namespace SoftChip

@@ -1,4 +1,4 @@
-// Lays the file out: a page of header, then one place of fixed size a chip, filled as far as the chip needs.
+// The file: a page of header, then one place of fixed size per chip, allocated as far as the chip needs it.
 #include "softchip/HardwareMemory.h"
 
 #include "kiln/Assert.h"
@@ -19,10 +19,10 @@ namespace SoftChip {
 
 namespace {
 
-constexpr U64 fileMagic = 0x3157485f4c455a00;
+constexpr U64 fileMagic = 0x3157485f4c455a00; // "\0ZEL_HW1" as it lies in the file
 constexpr U32 fileVersion = 1;
 constexpr U32 fileByteOrder = 0x01020304;
-constexpr std::size_t headerBytes = 4096;
+constexpr std::size_t headerBytes = 4096; // a page, since places are mapped one by one
 
 U64 offsetOf(unsigned deviceId) {
    return headerBytes + deviceId * HardwareMemory::regionBytesLimit;
@@ -67,6 +67,7 @@ void HardwareMemory::openFile() {
    if (!file_.isOpen()) {
       fail(std::strerror(errno));
    }
+   // Before anything is read: two agents counting in one file would spoil both.
    if (flock(file_.fd(), LOCK_EX | LOCK_NB) != 0) {
       fail("in use by another agent: give each agent a file of its own");
    }
@@ -108,7 +109,8 @@ void HardwareMemory::checkHeader(U64 fileSize) const {
    }
 }
 
-// FNV-1a over everything before the checksum.
+// FNV-1a over everything before the checksum. Only the header is covered: counters change with every frame, and a kill
+// between two of them leaves each as it was.
 U64 HardwareMemory::checksumOf(const Header& header) {
    const auto* byte = reinterpret_cast<const unsigned char*>(&header);
    U64 sum = 0xcbf29ce484222325;
@@ -118,7 +120,7 @@ U64 HardwareMemory::checksumOf(const Header& header) {
    return sum;
 }
 
-// Really allocates the place in the file, since a full disk would else be a signal at the first count.
+// Allocates the place in the file: with a hole there, a full disk would raise a signal at the first count.
 void HardwareMemory::claim(U8 deviceId, const Kiln::String& layout, std::size_t words) {
    Slot& slot = header_->slots[deviceId];
    const Kiln::String held(slot.layout.data(), strnlen(slot.layout.data(), slot.layout.size()));

@@ -1,5 +1,5 @@
-// The memory in which the chips keep their hardware counters: the process's own, or a mapped file, so that
-// the counters outlive the agent as those of a real chip do.
+// The memory for the chips' hardware counters: the process's own, or a mapped file, so that counters outlive the agent,
+// as those of a real chip do.
 #pragma once
 
 #include "kiln/OwnedFd.h"
@@ -10,25 +10,24 @@
 
 namespace SoftChip {
 
-// One region a chip, by device id. Belongs to the fleet.
+// One region per chip, by device id. Belongs to the fleet.
 class HardwareMemory {
  public:
    static constexpr unsigned regionLimit = 8;
    static constexpr std::size_t regionBytesLimit = 64U << 20;
 
-   // Empty: the process's own memory. Else a file, created when missing. std::runtime_error, with a text that
-   // names the file, when it can't be opened, is another program's, is damaged, or is in use by another
-   // agent.
+   // `path` empty: the process's own memory. Otherwise a file, created if missing. Throws std::runtime_error, naming
+   // the file, if it cannot be opened, is another program's, is damaged, or is in use by another agent.
    explicit HardwareMemory(const Kiln::String& path);
    HardwareMemory(const HardwareMemory&) = delete;
    HardwareMemory& operator=(const HardwareMemory&) = delete;
    ~HardwareMemory();
 
-   // The region of a chip, good until regionDel or the end. A file still has what a region of the same layout
-   // held before; everything else is zero. `layout` says in up to 63 characters what lies where; a file whose
-   // region has another layout or size is a std::runtime_error that says both.
+   // The region of a chip, valid until regionDel or the end. Holds what the file's region of the same layout held
+   // before; otherwise zeros. `layout` says in up to 63 characters what lies where. Throws std::runtime_error, naming
+   // both, if the file's region has another layout or size.
    std::span<U64> regionIs(U8 deviceId, const Kiln::String& layout, std::size_t words);
-   // The chip is gone, its counters too.
+   // The chip is gone, and so are its counters.
    void regionDel(U8 deviceId);
 
  private:

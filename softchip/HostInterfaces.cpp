@@ -14,7 +14,7 @@ namespace SoftChip {
 
 namespace {
 
-// A counter of the kernel is added to each of the RMON counters that it belongs to.
+// A kernel counter is added to each of the RMON counters that it belongs to.
 struct HostCounter {
    const char* name;
    std::array<bf_rmon_counter_t, 3> adds;
@@ -56,7 +56,7 @@ std::vector<Kiln::String> HostInterfaces::names() const {
    for (std::filesystem::directory_iterator at(folder_, error), end; !error && at != end;
         at.increment(error)) {
       const Kiln::String name = at->path().filename().string();
-      // Beside interfaces the kernel's folder has plain files.
+      // The kernel's folder has plain files beside the interfaces.
       if (isPrintable(name) && readCounter(folder_ + "/" + name + "/statistics/rx_packets")) {
          names.push_back(name);
       }
@@ -77,7 +77,9 @@ bool HostInterfaces::mirror(const Kiln::String& name, Chip& chip, U16 devicePort
          rmon[counter.adds[i]] += *value;
       }
    }
-   // The difference of two counters that are read one after the other, which must not step back for that.
+   // The kernel has no counter of unicast frames, so it is the difference of two. They are read one after the other,
+   // and a multicast frame in between would make the difference step back: it is kept from that, unless the interface
+   // itself began anew.
    const U64 packets = rmon[BF_RMON_FRAMES_RECEIVED_OK];
    const U64 unicast = packets - std::min(rmon[BF_RMON_MULTICAST_FRAMES_RECEIVED_OK], packets);
    const bool isSameLife = packets >= chip.rmon(devicePort, BF_RMON_FRAMES_RECEIVED_OK);

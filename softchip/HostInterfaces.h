@@ -1,4 +1,4 @@
-// The host's own network interfaces as ports: what the kernel counted on them, as the MAC of a port would have.
+// The host's own network interfaces as ports: the kernel's counters take the place of a MAC's.
 #pragma once
 
 #include "softchip/Chip.h"
@@ -7,19 +7,19 @@
 
 namespace SoftChip {
 
-// Needs no privilege. The kernel's counters are taken as they are, so `ip -s link` shows the same: octets are
-// without FCS, and what the kernel doesn't tell apart, such as broadcasts, isn't counted apart. Which counter
-// of the kernel fills which RMON counter is said in docs/rmon-counters.md. Activity thread.
+// Needs no privilege. Takes the kernel's counters as they are, so that `ip -s link` shows the same: octets are without
+// FCS, and what the kernel does not count apart, such as broadcasts, is not counted apart here. docs/rmon-counters.md
+// says which kernel counter fills which RMON counter. Activity thread.
 class HostInterfaces {
  public:
    // A folder like the kernel's own: NAME/statistics/COUNTER.
    explicit HostInterfaces(Kiln::String folder = "/sys/class/net") : folder_(std::move(folder)) {}
 
-   // Those that there are now, in natural order. Empty when the folder can't be read.
+   // The interfaces that exist now, in natural order. Empty if the folder cannot be read.
    std::vector<Kiln::String> names() const;
 
-   // Sets the RMON counters of a port, all of them, from an interface's. False, and nothing is set, when there
-   // is no such interface any more. A port that there isn't is a std::invalid_argument.
+   // Sets all RMON counters of a port from an interface. Sets nothing and returns false if the interface no longer
+   // exists. Throws std::invalid_argument if the port does not.
    bool mirror(const Kiln::String& name, Chip& chip, U16 devicePort) const;
 
  private:

@@ -1,4 +1,4 @@
-// What the L2-domain count tables tell apart, and a look-up of their entries by it.
+// The L2 domain of a frame, and the look-up of count entries by L2 domain.
 #pragma once
 
 #include "kiln/Types.h"
@@ -8,21 +8,21 @@
 
 namespace SoftChip {
 
-// A frame's.
+// What the L2-domain count tables tell apart.
 struct L2Domain {
    U16 vlan = 0;
    U8 decapType = 0; // 1: the frame was decapsulated into the VLAN
    bool snatHit = false;
 };
 
-// Handles of entries by what they match. Not thread-safe.
+// The handles of entries, by what they match. Not thread-safe.
 class L2DomainIndex {
  public:
    static constexpr unsigned vlanLimit = 4096;
    static constexpr unsigned decapTypes = 2;
 
-   // The entry's handle; 0 for none, or to take it out. Without snatHit: of the entry that matches either
-   // value of it. VLAN and decapsulation type are the caller's to check.
+   // The entry's handle; 0 stands for none, and deletes it. Without snatHit: the entry that matches either value. The
+   // caller checks VLAN and decapsulation type.
    U32 handle(U16 vlan, U8 decapType, std::optional<bool> snatHit) const {
       return handles_.empty() ? 0 : handles_[place(vlan, decapType, snatHit)];
    }

@@ -1,6 +1,8 @@
 // Decides a frame's L2 domain and counts it there.
 #include "softchip/L2DomainCount.h"
 
+#include "zel/VlanId.h"
+
 #include <algorithm>
 #include <arpa/inet.h>
 #include <charconv>
@@ -13,7 +15,7 @@ namespace {
 constexpr U32 vniLimit = 1U << 24;
 
 // Whether the addresses agree in their first bits.
-bool agree(const std::array<uint8_t, 16>& a, const std::array<uint8_t, 16>& b, unsigned bits) {
+bool agree(const std::array<U8, 16>& a, const std::array<U8, 16>& b, unsigned bits) {
    const unsigned octets = bits / 8;
    const unsigned rest = bits % 8;
    return std::equal(a.begin(), a.begin() + octets, b.begin()) &&
@@ -28,6 +30,12 @@ bool agree(const std::array<uint8_t, 16>& a, const std::array<uint8_t, 16>& b, u
 
 } // namespace
 
+void checkVlan(U16 vlan) {
+   if (vlan < Bridging::VlanId::min || vlan > Bridging::VlanId::max) {
+      throw std::invalid_argument("no VLAN " + std::to_string(vlan) + ": expected 1 to 4094");
+   }
+}
+
 L2DomainCount::L2DomainCount(PipeManager& tables)
      : ingress_(find(tables, "ingL2DomainCount")), egress_(find(tables, "egrL2DomainCount")) {}
 
@@ -41,9 +49,7 @@ void L2DomainCount::vniIs(U32 vni, U16 vlan) {
       throw std::invalid_argument("no VNI " + std::to_string(vni) + ": expected 0 to " +
                                   std::to_string(vniLimit - 1));
    }
-   if (vlan < 1 || vlan > 4094) {
-      throw std::invalid_argument("no VLAN " + std::to_string(vlan) + ": expected 1 to 4094");
-   }
+   checkVlan(vlan);
    vlanOfVni_[vni] = vlan;
 }
 

@@ -1,4 +1,4 @@
-// Counts frames by VLAN: the stage of the pipeline between the VLAN decision and the forwarding.
+// Counts frames by VLAN: the pipeline's stage between the VLAN decision and forwarding.
 #pragma once
 
 #include "softchip/Pipeline.h"
@@ -7,33 +7,36 @@
 
 namespace SoftChip {
 
-// Owned by the chip, under the SDK's lock. Frames allocate nothing. A frame is counted in one entry at most,
-// with the bytes that it has on arrival: a decapsulated one with its outer headers.
+// Throws std::invalid_argument unless the VLAN is 1 to 4094.
+void checkVlan(U16 vlan);
+
+// Owned by the chip, under the SDK's lock. Frames allocate nothing. A frame counts in at most one entry, with the bytes
+// that it arrived with: a decapsulated one with its outer headers.
 class L2DomainCount {
  public:
    explicit L2DomainCount(PipeManager& tables);
 
-   // Frames of the VXLAN are decapsulated into the VLAN. A VNI of more than 24 bits, or a VLAN outside 1 to
-   // 4094, is a std::invalid_argument.
+   // Frames of the VXLAN are decapsulated into the VLAN. Throws std::invalid_argument for a VNI of more than 24 bits or
+   // a VLAN outside 1 to 4094.
    void vniIs(U32 vni, U16 vlan);
-   // Frames from these addresses hit a source-NAT rule: an IPv4 or IPv6 prefix, "10.1.0.0/16". Anything else,
-   // or address bits behind the prefix, is a std::invalid_argument.
+   // Frames from an IPv4 or IPv6 prefix, such as "10.1.0.0/16", hit a source-NAT rule. Throws std::invalid_argument for
+   // anything else, and if address bits are set behind the prefix.
    void snatAdd(const Kiln::String& prefix) { snat_.push_back(parsePrefix(prefix)); }
 
    struct Prefix {
       IpVersion version;
-      std::array<uint8_t, 16> address;
+      std::array<U8, 16> address;
       unsigned bits;
    };
    // As snatAdd takes it.
    static Prefix parsePrefix(const Kiln::String& text);
 
-   // Where the frame belongs that arrived in the VLAN. What is decapsulated is not translated as well.
+   // The domain of a frame that arrived in the VLAN. A frame is either decapsulated or translated.
    L2Domain domainOf(const FrameInfo& frame, U16 vlan) const;
    void ingress(const PassingFrames& passing, unsigned pipe) { count(ingress_, passing, pipe); }
    void egress(const PassingFrames& passing, unsigned pipe) { count(egress_, passing, pipe); }
 
-   // Adds to the entry that the domain hits. False when there is none.
+   // Adds to the entry that the domain hits. False if there is none.
    bool add(bool isIngress, const L2Domain& domain, const CounterValue& counted) {
       return count(isIngress ? ingress_ : egress_, domain, 0, counted);
    }

@@ -1,4 +1,4 @@
-// A hash table with a bounded search.
+// A hash table whose search is bounded. Deleted entries leave holes: a search looks at all places of an address.
 #include "softchip/MacTable.h"
 
 namespace SoftChip {

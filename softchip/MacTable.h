@@ -1,4 +1,4 @@
-// The addresses that a chip has learned, and the ports that they are behind.
+// The addresses that a chip has learned, and the ports where they were seen.
 #pragma once
 
 #include "kiln/Types.h"
@@ -7,15 +7,15 @@
 
 namespace SoftChip {
 
-// Of fixed size, so that learning never allocates; when the few places of an address are all taken, the
-// newest address displaces another. One table for all VLANs. The chip's, under its lock.
+// Of fixed size, so that learning never allocates: an address has a few places, and when all of them are taken, a new
+// address displaces another. One table for all VLANs. Owned by the chip, under the SDK's lock.
 class MacTable {
  public:
    static constexpr U16 none = 0xffff;
 
    void learn(U64 mac, U16 port);
-   U16 portOf(U64 mac) const; // none when not learned
-   // Forgets every address behind the port.
+   U16 portOf(U64 mac) const; // none if not learned
+   // Forgets the port's addresses.
    void portDel(U16 port);
 
  private:

@@ -1,4 +1,4 @@
-// What an entry of a match table matches.
+// The rule of a match table's entry.
 #pragma once
 
 #include "kiln/Types.h"
@@ -8,7 +8,7 @@
 
 namespace SoftChip {
 
-// Fields of a frame, each either wanted or, at its default, of no matter.
+// The fields that a frame must have. A field at its default matches anything.
 struct MatchRule {
    U64 destinationMac = 0;
    U64 destinationMacMask = 0; // the bits of destinationMac that matter
@@ -17,7 +17,7 @@ struct MatchRule {
    U16 sourcePort = 0;
    U16 destinationPort = 0;
    U16 vlanId = 0;
-   // Of an entry of an L2-domain table, with its VLAN: such tables are looked up by L2DomainCount.
+   // Only for entries of an L2-domain table, together with the VLAN: L2DomainCount looks those tables up.
    std::optional<U8> decapType = {};
    std::optional<bool> snatHit = {};
    bool drop = false; // what becomes of a frame that matches

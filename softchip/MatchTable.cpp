@@ -1,4 +1,4 @@
-// Keeps entries by handle.
+// Keeps entries by handle, and looks frames up in them.
 #include "softchip/MatchTable.h"
 
 #include "softchip/CounterTable.h"
@@ -17,7 +17,7 @@ S32 MatchTable::entryAdd(const MatchRule& rule, U16 pipe) {
    if (size_ >= std::min(capacity_, spec_.capacity)) {
       return none;
    }
-   // A table without gaps, the usual case, takes the entry at its end.
+   // A table without gaps, the usual case, needs no search for one: L2-domain tables grow to thousands of entries.
    auto place = size_ == entries_.size()
                      ? entries_.end()
                      : std::find_if(entries_.begin(), entries_.end(), [](const Entry& e) { return !e.used; });

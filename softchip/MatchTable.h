@@ -1,4 +1,4 @@
-// One match table of a chip, and the entries in it.
+// One match table of a chip, with its entries.
 #pragma once
 
 #include "softchip/L2Domain.h"
@@ -8,27 +8,27 @@
 
 namespace SoftChip {
 
-// Entries have handles from 1 upward; a new one gets the lowest that is free. Under the SDK's lock.
+// Entries have handles from 1; a new one gets the lowest free handle. Under the SDK's lock.
 class MatchTable {
  public:
    static constexpr S32 none = -1;
 
-   // Holds the rules that it is made with, in all pipes.
+   // Starts with the spec's rules, in all pipes.
    explicit MatchTable(const MatchTableSpec& spec);
 
    const MatchTableSpec& spec() const { return spec_; }
-   // How many entries fit, at most as many as declared; entries beyond a lowered capacity stay.
+   // How many entries fit, at most as many as declared. Entries beyond a lowered capacity stay.
    U32 capacity() const { return capacity_; }
    void capacityIs(U32 capacity) { capacity_ = capacity; }
    U32 size() const { return size_; }
 
-   // In one pipe or all. None when the table is full.
+   // In one pipe or all. Returns the handle, or none if the table is full.
    S32 entryAdd(const MatchRule& rule, U16 pipe);
-   // False when there is no such entry.
+   // False if there is no such entry.
    bool entryDel(S32 handle);
-   // Null when there is none.
+   // Null if there is none.
    const MatchRule* rule(S32 handle) const;
-   // The entry with the lowest handle above the given one that is in the pipe, or in any for all pipes.
+   // The entry with the next higher handle that is in the pipe, or, for all pipes, in any.
    S32 next(S32 handle, U16 pipe) const;
 
    // The entries that match an L2 domain.

@@ -1,4 +1,4 @@
-// Gives tables their handles, and declares the switch's own tables.
+// Gives tables their handles, and declares the tables of the switch's program.
 #include "softchip/P4Program.h"
 
 #include "zl/ZlDropReasons.h"
@@ -11,7 +11,8 @@ namespace {
 
 using ZlResourceInfo::notFound;
 
-// A handle is its kind and, from 1, the table's number within the kind.
+// A handle is its kind plus the table's number within the kind, counted from 1. Kinds do not overlap, so that a handle
+// of the wrong kind is noticed.
 constexpr U32 matchHandles = 0x01000001;
 constexpr U32 indirectHandles = 0x02000001;
 constexpr U32 counterHandles = 0x03000001;
@@ -113,7 +114,7 @@ const ZlResourceInfo::ZlTable* P4Program::zlTable(U32 index) const {
 Kiln::Ptr<P4Program> P4Program::standard() {
    constexpr U64 allMacBits = broadcastMac;
    constexpr U64 groupBit = 0x010000000000;
-   constexpr U32 vlanEntries = 4096; // VLAN ids, the two that are none included
+   constexpr U32 vlanEntries = 4096; // all 12-bit VLAN ids, the reserved 0 and 4095 included
    static const MatchTableSpec matchTables[] = {
         {"pdpPolicy", 64},
         {"queueCounters", 64},

@@ -1,4 +1,4 @@
-// The program that runs on a chip: which match tables and counter tables it declares.
+// The program that runs on a chip: the match tables and counter tables that it declares.
 #pragma once
 
 #include "softchip/MatchRule.h"
@@ -8,14 +8,14 @@
 
 namespace SoftChip {
 
-// Where the pipeline looks a table up for each frame.
+// Where the pipeline looks up a table for each frame.
 enum class Stage : U8 { none, ingress, egress };
 
 struct MatchTableSpec {
    Kiln::String name;
    U32 capacity = 0;
    Stage stage = Stage::none;
-   std::vector<MatchRule> rules = {}; // entries that are there from the start; the first that matches wins
+   std::vector<MatchRule> rules = {}; // the entries that it starts with; the first match wins
 };
 
 struct CounterTableSpec {
@@ -25,31 +25,30 @@ struct CounterTableSpec {
    bool bytes = true;
    bool packets = true;
    bool symmetric = true;        // as declared; the entry scope of the match table may change it
-   Kiln::String matchTable = {}; // to which the counters belong; may be empty for indirect ones
+   Kiln::String matchTable = {}; // that the counters belong to; may be empty for indirect ones
 };
 
-// The catalogue that the resource-info service publishes. Built up first, then handed to chips, which share
-// it; from then on it stays as it is.
+// The catalogue that the resource-info service publishes. Built first, then handed to chips, which share it; it does
+// not change after that.
 class P4Program : public ZlResourceInfo::ZlResourceInfoIntf {
  public:
    // The switch's program.
    static Kiln::Ptr<P4Program> standard();
 
-   // Tables have the indices, or ids, 0 upward in the order in which they are added. A name that is taken, a
-   // counter of a match table that there isn't, or a second direct one is a std::invalid_argument.
+   // Tables get indices, or ids, from 0 in the order in which they are added. Throws std::invalid_argument for a name
+   // in use, an unknown match table, or a second direct counter table of one.
    U32 matchTableAdd(const MatchTableSpec& spec);
    U32 counterTableAdd(const CounterTableSpec& spec);
 
    const std::vector<MatchTableSpec>& matchTables() const { return matchTables_; }
    const std::vector<CounterTableSpec>& counterTables() const { return counterTables_; }
-   // Index or id by the SDK's handle, notFound for none. The handle of a direct counter table is its match
-   // table's.
+   // Index or id by the SDK's handle, or notFound. A direct counter table has the handle of its match table.
    U32 matchTableOfHandle(U32 tableHandle) const;
    U32 counterTableOfHandle(U32 tableHandle) const;
    U32 counterTableOfCounterHandle(U32 counterHandle) const;
    // The direct counter table of a match table, or notFound.
    U32 directCounterOf(U32 matchTable) const { return directCounters_[matchTable]; }
-   // Differs between programs whose counters lie differently.
+   // Differs between programs that lay out their counters differently.
    U32 signature() const;
 
    U32 zlTableCountersNum() const override { return static_cast<U32>(counters_.size()); }

@@ -1,4 +1,4 @@
-// What the pipes of a chip count of the frames that pass through them, stage by stage.
+// A chip's counters of the stages of its pipes: what came in, went on, and was dropped.
 #pragma once
 
 #include "kiln/Types.h"
@@ -8,7 +8,7 @@
 
 namespace SoftChip {
 
-// Packets. Owned by the chip, under the SDK's lock; pipes and stages are the caller's to check.
+// Counts packets. Owned by the chip, under the SDK's lock. The caller checks pipes and stages.
 class PathCounters {
  public:
    // `hardware` holds hardwareWords() and outlives it.

@@ -1,4 +1,4 @@
-// Tells protocols by their addresses, types and ports.
+// Recognises protocols by their addresses, types and ports.
 #include "softchip/PdpClasses.h"
 
 #include <string_view>
@@ -18,7 +18,7 @@ consteval U8 idOf(std::string_view name) {
 
 constexpr U8 defaultClass = idOf("default");
 
-// Protocols over IEEE 802.2 have a length instead of a type and are told by their group address.
+// Protocols over IEEE 802.2 have a length instead of a type: their group address identifies them.
 U8 classByMac(U64 mac) {
    switch (mac) {
    case 0x0180c2000000:

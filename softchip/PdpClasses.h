@@ -1,4 +1,4 @@
-// The classes into which a chip sorts the frames that it receives, by protocol.
+// The PDP classes: a chip sorts the frames that it receives by protocol.
 #pragma once
 
 #include "kiln/Types.h"
@@ -13,7 +13,7 @@ struct PdpClass {
    U8 id; // below ZlPort::pdpClassesPerSlot
 };
 
-// Everything that is no other is "default".
+// A frame of no other class is "default".
 inline constexpr std::array pdpClasses = {
      PdpClass{"default", 0}, PdpClass{"arp", 1},    PdpClass{"lacp", 2},  PdpClass{"lldp", 3},
      PdpClass{"stp", 4},     PdpClass{"isis", 5},   PdpClass{"eapol", 6}, PdpClass{"ptp", 7},

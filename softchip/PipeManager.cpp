@@ -1,4 +1,4 @@
-// Finds tables by handle and checks what is asked of them.
+// Finds tables by handle and checks calls.
 #include "softchip/PipeManager.h"
 
 #include <algorithm>
@@ -129,6 +129,7 @@ int PipeManager::write(Kind kind, U32 tableHandle, U16 pipe, U32 slot, const Cou
    if (slot >= table.slots() || (pipe == allPipes && !table.symmetric())) {
       return statusInvalidArguments;
    }
+   // A direct table counts per match entry: without one there is nothing to write to.
    if (table.spec().direct &&
        matchTables_[program_->matchTableOfHandle(tableHandle)].rule(static_cast<S32>(slot)) == nullptr) {
       return statusObjectNotFound;
@@ -173,6 +174,7 @@ int PipeManager::entryDel(U32 tableHandle, S32 handle) {
 }
 
 int PipeManager::nextEntries(U32 tableHandle, U16 pipe, S32 handle, int count, int* next) const {
+   // Also on errors: callers look for the end, not at the status alone.
    std::fill_n(next, std::max(count, 0), PIPE_MAT_ENT_HDL_NONE);
    const U32 index = program_->matchTableOfHandle(tableHandle);
    if (index == notFound) {

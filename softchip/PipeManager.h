@@ -1,4 +1,4 @@
-// A chip's tables as the SDK knows them: by handle, answering in statuses.
+// A chip's tables as the SDK sees them: addressed by handle, and answering with statuses.
 #pragma once
 
 #include "sdk/pipe_mgr.h"
@@ -7,7 +7,7 @@
 
 namespace SoftChip {
 
-// Statuses of the SDK that the soft chip answers with.
+// The SDK statuses that the soft chip returns.
 constexpr int statusOk = 0;
 constexpr int statusInvalidArguments = 3;
 constexpr int statusAlreadyExists = 4;
@@ -17,8 +17,8 @@ constexpr int statusNotEnoughSpace = 9;
 constexpr int statusNotSupported = 17;
 constexpr int statusTableNotFound = 23;
 
-// Owned by the chip, under the SDK's lock. A pipe is one of the chip's or 65535, all; all pipes together can't
-// be read or written in an asymmetric table. Whether a table is direct is part of what is asked.
+// Owned by the chip, under the SDK's lock. A pipe is one of the chip's, or 65535 for all; an asymmetric table cannot be
+// read or written for all pipes together. Calls say which kind of table they mean; one of another kind is not found.
 class PipeManager {
  public:
    enum class Kind : U8 { direct, indirect, either };
@@ -28,7 +28,7 @@ class PipeManager {
 
    static std::size_t hardwareWords(const P4Program& program, unsigned pipes);
 
-   // Null when there is none.
+   // Null if there is none.
    CounterTable* counterTable(const Kiln::String& name);
    MatchTable* matchTable(const Kiln::String& name);
    CounterTable* counterTableOf(const MatchTable& table);
@@ -36,7 +36,7 @@ class PipeManager {
 
    int initialized(U32 counterHandle, bool* initialized);
    int symmetric(U32 counterHandle, bool* symmetric);
-   // The entry scope decides the mode of all counter tables of the match table.
+   // The entry scope of a match table sets the mode of all of its counter tables.
    int setProperty(U32 tableHandle, U32 property, U32 value);
 
    int checkSync(Kind kind, U32 tableHandle, U16 pipe) const;
@@ -45,12 +45,12 @@ class PipeManager {
    int readAll(Kind kind, U32 tableHandle, U16 pipe, std::vector<CounterValue>& into) const;
    int write(Kind kind, U32 tableHandle, U16 pipe, U32 slot, const CounterValue& value);
 
-   // The counters of a new entry, and of one that goes, are set to zero.
+   // An entry's counter starts from zero, and is set to zero when the entry is deleted.
    int entryAdd(U32 tableHandle, U16 pipe, const MatchRule& rule, S32* handle);
    int entryDel(U32 tableHandle, S32 handle);
-   // Up to `count` entries behind one (0 or none: from the first), then PIPE_MAT_ENT_HDL_NONE.
+   // Up to `count` entries after one (0 or none: from the first), then PIPE_MAT_ENT_HDL_NONE.
    int nextEntries(U32 tableHandle, U16 pipe, S32 handle, int count, int* next) const;
-   // The text of an entry's rule, empty when there is no such entry.
+   // The text of an entry's rule; empty if there is no such entry.
    Kiln::String entryText(U32 tableHandle, S32 handle) const;
 
  private:

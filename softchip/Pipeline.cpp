@@ -1,4 +1,4 @@
-// Looks frames up and counts them.
+// Looks frames up in the tables and counts them.
 #include "softchip/Pipeline.h"
 
 #include "softchip/PdpClasses.h"
@@ -14,7 +14,7 @@ namespace {
 constexpr U32 octetsPerLengthStep = 64;
 constexpr U32 lengthSteps = 256;
 
-// 16 bits out of what tells one flow from another.
+// 16 bits from the fields that tell one flow from another.
 U32 flowHash(const FrameInfo& frame) {
    U64 words[4];
    static_assert(sizeof words == sizeof frame.ip.source + sizeof frame.ip.destination);
@@ -52,7 +52,7 @@ Pipeline::Pipeline(PipeManager& tables)
    }
 }
 
-// Every table counts, also behind one whose entry drops.
+// Every table counts, even those after one whose entry drops: the drop takes effect at the end of the stage.
 const MatchTable* Pipeline::lookUpAll(const std::vector<Lookup>& lookups, const PassingFrames& passing,
                                       unsigned pipe) {
    const MatchTable* dropping = nullptr;

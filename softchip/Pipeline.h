@@ -1,4 +1,4 @@
-// The way of a frame through a chip's tables.
+// The path of a frame through a chip's tables.
 #pragma once
 
 #include "softchip/PipeManager.h"
@@ -8,11 +8,11 @@
 
 namespace SoftChip {
 
-// A frame on its way, or several alike.
+// A frame on its way, or several equal ones.
 struct PassingFrames {
    const FrameInfo& frame;
    U64 packets;
-   U64 octetsEach; // without FCS: what tables count
+   U64 octetsEach; // without FCS, as tables count them
    U16 vlan;       // 1 to 4094, or what a tag says
    U8 decapType = 0;
    bool snatHit = false;
@@ -20,15 +20,15 @@ struct PassingFrames {
    L2Domain domain() const { return {vlan, decapType, snatHit}; }
 };
 
-// Counts in the tables that the program has and that the pipeline knows; the others stay as they are. Owned by
-// the chip, under the SDK's lock.
+// Counts in those tables that both the program has and the pipeline knows; others do not change. Owned by the chip,
+// under the SDK's lock.
 class Pipeline {
  public:
    explicit Pipeline(PipeManager& tables);
 
-   // The frames came in at a slot of a pipe. Why they are dropped, or none.
+   // The frames arrived at a slot of a pipe. Returns why they are dropped, or none.
    std::optional<ZlDrop::IngressReason> ingress(const PassingFrames& passing, unsigned pipe, unsigned slot);
-   // The frames have left a queue of the port at a slot of a pipe. Why they are dropped behind it, or none.
+   // The frames have left a queue of the port at a slot of a pipe. Returns why they are dropped after it, or none.
    std::optional<ZlDrop::EgressReason> egress(const PassingFrames& passing, unsigned pipe, unsigned slot,
                                               unsigned queue);
 

@@ -1,4 +1,4 @@
-// What the ports of a chip let through.
+// What a chip's ports let through.
 #pragma once
 
 #include "kiln/Types.h"
@@ -8,8 +8,8 @@
 
 namespace SoftChip {
 
-// By place, as the chip numbers its ports; VLANs are 0 to 4095. At first a port lets everything through. Owned
-// by the chip, under the SDK's lock.
+// Ports are given by place, as the chip numbers them; VLANs are 0 to 4095. At first a port lets everything through.
+// Owned by the chip, under the SDK's lock.
 class PortRules {
  public:
    static constexpr unsigned vlanLimit = 4096;
@@ -26,11 +26,11 @@ class PortRules {
       denied[vlan] = !allowed;
    }
 
-   // The longest frame that leaves by the port, FCS included.
+   // The longest frame that may leave from the port, FCS included.
    U32 mtu(std::size_t place) const { return ports_[place].mtu; }
    void mtuIs(std::size_t place, U32 octets) { ports_[place].mtu = octets; }
 
-   // Whether frames that come in there for an unknown station are flooded.
+   // Whether frames that arrive there for an unknown station are flooded.
    bool floods(std::size_t place) const { return ports_[place].floods; }
    void floodsIs(std::size_t place, bool floods) { ports_[place].floods = floods; }
 

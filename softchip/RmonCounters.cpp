@@ -1,49 +1,52 @@
-// Counts frames in a port's RMON counters. Both directions share one set of rules.
+// Counts frames in a port's RMON counters, by one set of rules for both directions.
 #include "softchip/RmonCounters.h"
 
 #include <array>
 #include <string_view>
 
 namespace SoftChip {
+
 namespace {
 
-constexpr uint32_t minFrameOctets = 64;
-constexpr uint32_t maxUntaggedOctets = 1518;
-constexpr uint32_t tagOctets = 4;
-constexpr uint32_t headerAndFcsOctets = 18;
-constexpr uint32_t minDataOctets = 46;
-constexpr uint16_t maxLengthField = 1500;
-constexpr uint16_t minTypeField = 1536;
+constexpr U32 minFrameOctets = 64;
+constexpr U32 maxUntaggedOctets = 1518;
+constexpr U32 tagOctets = 4;
+constexpr U32 headerAndFcsOctets = 18;
+constexpr U32 minDataOctets = 46;
+constexpr U16 maxLengthField = 1500;
+constexpr U16 minTypeField = 1536;
 constexpr unsigned pfcPriorityCount = 8;
 
 constexpr bool tableIsInOrder() {
-   constexpr size_t nameWidth = 40; // of the operator's table, at least one blank included
-   for (size_t i = 0; i < BF_NUM_RMON_COUNTERS; ++i) {
-      if (static_cast<size_t>(rmonCounters[i].index) != i)
+   constexpr std::size_t nameWidth = 40; // of the operator's table, at least one blank included
+   for (std::size_t i = 0; i < BF_NUM_RMON_COUNTERS; ++i) {
+      if (static_cast<std::size_t>(rmonCounters[i].index) != i) {
          return false;
-      if (std::string_view(rmonCounters[i].name).size() >= nameWidth)
+      }
+      if (std::string_view(rmonCounters[i].name).size() >= nameWidth) {
          return false;
+      }
    }
    return true;
 }
 static_assert(tableIsInOrder(), "rmonCounters must be in the order of bf_rmon_counter_t, names below 40");
 
 // The longest frame of each size bucket; the last bucket has no upper end.
-constexpr std::array<uint32_t, 10> bucketLimits = {64, 127, 255, 511, 1023, 1518, 2047, 4095, 8191, 9215};
+constexpr std::array<U32, 10> bucketLimits = {64, 127, 255, 511, 1023, 1518, 2047, 4095, 8191, 9215};
 static_assert(BF_RMON_FRAMES_RECEIVED_9216_OR_MORE_OCTETS - BF_RMON_FRAMES_RECEIVED_64_OCTETS ==
               bucketLimits.size());
 static_assert(BF_RMON_FRAMES_TRANSMITTED_9216_OR_MORE_OCTETS - BF_RMON_FRAMES_TRANSMITTED_64_OCTETS ==
               bucketLimits.size());
 
-/** Where the counters that both directions have are. */
+// The indices of the counters that both directions have.
 struct Direction {
-   size_t framesOk, framesAll, fcsErrors, errors;
-   size_t octetsGood, octetsAll, dataOctets;
-   std::array<size_t, 3> byDestination; // indexed by Destination
-   size_t tagged, doubleTagged;
-   size_t macControl, pause, pfc, pfcPriority0;
-   size_t undersize, oversize, fragments, jabbers;
-   size_t firstBucket;
+   std::size_t framesOk, framesAll, fcsErrors, errors;
+   std::size_t octetsGood, octetsAll, dataOctets;
+   std::array<std::size_t, 3> byDestination; // indexed by Destination
+   std::size_t tagged, doubleTagged;
+   std::size_t macControl, pause, pfc, pfcPriority0;
+   std::size_t undersize, oversize, fragments, jabbers;
+   std::size_t firstBucket;
 };
 
 constexpr Direction received = {
@@ -92,48 +95,59 @@ constexpr Direction transmitted = {
      .firstBucket = BF_RMON_FRAMES_TRANSMITTED_64_OCTETS,
 };
 
-size_t bucketOf(uint32_t wireLength) {
-   size_t bucket = 0;
-   while (bucket < bucketLimits.size() && wireLength > bucketLimits[bucket])
+std::size_t bucketOf(U32 wireLength) {
+   std::size_t bucket = 0;
+   while (bucket < bucketLimits.size() && wireLength > bucketLimits[bucket]) {
       ++bucket;
+   }
    return bucket;
 }
 
-void countMacControl(const Direction& direction, const MacControl& control, uint64_t* rmon, uint64_t repeat) {
+void countMacControl(const Direction& direction, const MacControl& control, U64* rmon, U64 repeat) {
    rmon[direction.macControl] += repeat;
-   if (control.opcode == macControlPause)
+   if (control.opcode == macControlPause) {
       rmon[direction.pause] += repeat;
-   if (control.opcode != macControlPfc)
+   }
+   if (control.opcode != macControlPfc) {
       return;
+   }
    rmon[direction.pfc] += repeat;
-   for (unsigned priority = 0; priority < pfcPriorityCount; ++priority)
-      if ((control.pfcPriorities >> priority & 1) != 0)
+   for (unsigned priority = 0; priority < pfcPriorityCount; ++priority) {
+      if ((control.pfcPriorities >> priority & 1) != 0) {
          rmon[direction.pfcPriority0 + priority] += repeat;
+      }
+   }
 }
 
-void countGood(const Direction& direction, const FrameInfo& frame, uint64_t* rmon, uint64_t repeat) {
+void countGood(const Direction& direction, const FrameInfo& frame, U64* rmon, U64 repeat) {
    rmon[direction.framesOk] += repeat;
    rmon[direction.octetsGood] += repeat * frame.wireLength;
-   if (frame.wireLength > headerAndFcsOctets)
+   if (frame.wireLength > headerAndFcsOctets) {
       rmon[direction.dataOctets] += repeat * (frame.wireLength - headerAndFcsOctets);
-   rmon[direction.byDestination[static_cast<size_t>(frame.destination)]] += repeat;
-   if (frame.tagged())
+   }
+   rmon[direction.byDestination[static_cast<std::size_t>(frame.destination)]] += repeat;
+   if (frame.tagged()) {
       rmon[direction.tagged] += repeat;
-   if (frame.tagCount > 1)
+   }
+   if (frame.tagCount > 1) {
       rmon[direction.doubleTagged] += repeat;
-   if (frame.macControl.present)
+   }
+   if (frame.macControl.present) {
       countMacControl(direction, frame.macControl, rmon, repeat);
+   }
 }
 
-void count(const Direction& direction, const FrameInfo& frame, uint64_t* rmon, uint64_t repeat) {
+void count(const Direction& direction, const FrameInfo& frame, U64* rmon, U64 repeat) {
    rmon[direction.framesAll] += repeat;
    rmon[direction.octetsAll] += repeat * frame.wireLength;
-   if (frame.wireLength < minFrameOctets)
+   if (frame.wireLength < minFrameOctets) {
       rmon[frame.fcsError ? direction.fragments : direction.undersize] += repeat;
-   else
+   } else {
       rmon[direction.firstBucket + bucketOf(frame.wireLength)] += repeat;
-   if (frame.wireLength > maxUntaggedOctets)
+   }
+   if (frame.wireLength > maxUntaggedOctets) {
       rmon[frame.fcsError ? direction.jabbers : direction.oversize] += repeat;
+   }
    if (frame.fcsError) {
       rmon[direction.fcsErrors] += repeat;
       rmon[direction.errors] += repeat;
@@ -142,34 +156,40 @@ void count(const Direction& direction, const FrameInfo& frame, uint64_t* rmon, u
    }
 }
 
-/** A length below the minimum may come with padding up to the minimum; any other must match exactly. */
+// Whether the length field disagrees with the frame. Data below the minimum is padded up to it; any other length must
+// match exactly (IEEE 802.3, clause 30, aInRangeLengthErrors).
 bool lengthFieldMismatches(const FrameInfo& frame) {
-   if (!frame.hasEtherType || frame.etherType > maxLengthField)
+   if (!frame.hasEtherType || frame.etherType > maxLengthField) {
       return false;
-   uint32_t overhead = headerAndFcsOctets + tagOctets * frame.tagCount;
-   uint32_t dataOctets = frame.wireLength > overhead ? frame.wireLength - overhead : 0;
+   }
+   U32 overhead = headerAndFcsOctets + tagOctets * frame.tagCount;
+   U32 dataOctets = frame.wireLength > overhead ? frame.wireLength - overhead : 0;
    return frame.etherType < minDataOctets ? dataOctets > minDataOctets : dataOctets != frame.etherType;
 }
 
 } // namespace
 
-void countReceived(const FrameInfo& frame, uint64_t* rmon, uint64_t repeat) {
+void countReceived(const FrameInfo& frame, U64* rmon, U64 repeat) {
    count(received, frame, rmon, repeat);
    if (frame.fcsError) {
-      if (frame.wireLength >= minFrameOctets && frame.wireLength <= maxUntaggedOctets)
+      if (frame.wireLength >= minFrameOctets && frame.wireLength <= maxUntaggedOctets) {
          rmon[BF_RMON_CRC_ALIGN_ERRORS] += repeat;
+      }
       return;
    }
-   if (lengthFieldMismatches(frame))
+   if (lengthFieldMismatches(frame)) {
       rmon[BF_RMON_IN_RANGE_LENGTH_ERRORS] += repeat;
-   if (frame.etherType > maxLengthField && frame.etherType < minTypeField)
+   }
+   if (frame.etherType > maxLengthField && frame.etherType < minTypeField) {
       rmon[BF_RMON_OUT_OF_RANGE_LENGTH_FIELDS] += repeat;
+   }
    const MacControl& control = frame.macControl;
-   if (control.present && control.opcode != macControlPause && control.opcode != macControlPfc)
+   if (control.present && control.opcode != macControlPause && control.opcode != macControlPfc) {
       rmon[BF_RMON_UNSUPPORTED_OPCODES_RECEIVED] += repeat;
+   }
 }
 
-void countTransmitted(const FrameInfo& frame, uint64_t* rmon, uint64_t repeat) {
+void countTransmitted(const FrameInfo& frame, U64* rmon, U64 repeat) {
    count(transmitted, frame, rmon, repeat);
 }
 

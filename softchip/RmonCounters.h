@@ -1,17 +1,15 @@
-// The 89 RMON counters of a port: their names, what counts in each, and how a frame is counted.
+// The 89 RMON counters of a port: their names, what each counts, and how a frame is counted.
 #pragma once
 
 #include "sdk/bf_rmon.h"
 #include "softchip/Frame.h"
 
-#include <cstddef>
-#include <cstdint>
 #include <iterator>
 
 namespace SoftChip {
 
-/** `name` is what `bf_port_rmon_counter_to_str` answers, below 40 characters. `description` says what counts,
- * in the terms of docs/rmon-counters.md, whose table repeats both. */
+// `name` is what `bf_port_rmon_counter_to_str` returns, below 40 characters. `description` says what counts, in the
+// terms of docs/rmon-counters.md, whose table repeats both.
 struct RmonCounter {
    bf_rmon_counter_t index;
    const char* name;
@@ -202,9 +200,9 @@ inline constexpr RmonCounter rmonCounters[] = {
 // clang-format on
 static_assert(std::size(rmonCounters) == BF_NUM_RMON_COUNTERS);
 
-/** Counts `repeat` frames like this one as received, or as transmitted, in a port's BF_NUM_RMON_COUNTERS
- * values at `rmon`, which stay the caller's. Sums are modulo 2^64. Takes no lock. */
-void countReceived(const FrameInfo& frame, uint64_t* rmon, uint64_t repeat = 1);
-void countTransmitted(const FrameInfo& frame, uint64_t* rmon, uint64_t repeat = 1);
+// Counts `repeat` frames like this one as received, or as transmitted. `rmon` is a port's BF_NUM_RMON_COUNTERS values,
+// the caller's. Sums are modulo 2^64. Takes no lock.
+void countReceived(const FrameInfo& frame, U64* rmon, U64 repeat = 1);
+void countTransmitted(const FrameInfo& frame, U64* rmon, U64 repeat = 1);
 
 } // namespace SoftChip

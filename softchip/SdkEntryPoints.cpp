@@ -1,5 +1,5 @@
-// The SDK's C functions and the wrappers' free functions, each passed on to the fleet. The only place in the
-// tree that defines them: replaced as a whole when the real SDK is linked.
+// The SDK's C functions and the wrappers' free functions, each forwarded to the fleet. Nothing else in the tree defines
+// them: linking the real SDK replaces this file as a whole.
 #include "sdk/bf_pipe.h"
 #include "sdk/bf_port.h"
 #include "sdk/bf_tm.h"
@@ -15,14 +15,14 @@ using Kind = PipeManager::Kind;
 
 namespace {
 
-// What is asked of a chip: nobody, without a fleet.
+// Without a fleet there is no chip to ask.
 template <class Operation>
 int onChip(EntryPoint entryPoint, int device, Operation operation) {
    Fleet* const fleet = Fleet::instance();
    return fleet != nullptr ? fleet->onChip(entryPoint, device, operation) : statusInvalidArguments;
 }
 
-// The same in an SDK session.
+// The same, in an SDK session.
 template <class Operation>
 int inSession(U32 session, EntryPoint entryPoint, int device, Operation operation) {
    return session == sess_hdl ? onChip(entryPoint, device, operation) : statusSessionNotFound;
@@ -209,7 +209,7 @@ U32 counterHwSyncIndirect(U32 session, U32 device, U16 pipe, U32 tableHandle, Sy
 
 U32 counterReadDirectStart(U32 session, U32 device, U16 pipe, U32 tableHandle, ReadBuffer* buffer,
                            U32* count) {
-   *count = 1; // values an entry
+   *count = 1; // value per entry
    return static_cast<U32>(
         startRead(EntryPoint::readDirectStart, Kind::direct, session, device, pipe, tableHandle, buffer));
 }

@@ -1,5 +1,5 @@
-// The soft chip's face: a fleet of chips behind the SDK's entry points, their PD interface, and the traffic that
-// feeds them.
+// Everything that a user of the soft chip needs: a fleet of chips behind the SDK's entry points, their PD interface,
+// and traffic.
 #pragma once
 
 #include "softchip/Chip.h"

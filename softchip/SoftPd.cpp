@@ -1,18 +1,20 @@
-// Passes on to the chip's tables.
+// Turns match fields into rules and passes them to the chip's tables.
 #include "softchip/SoftPd.h"
 
 #include "softchip/Fleet.h"
+#include "zel/VlanId.h"
 #include "zl/ZelSdk.h"
 
 namespace SoftChip {
 
 namespace {
 
-// The rule that the fields describe; none when they describe none.
+// The rule that the fields describe; none if they are invalid.
 std::optional<MatchRule> ruleOf(std::span<const ZlPd::MatchField> match) {
    MatchRule rule;
    for (const ZlPd::MatchField& field : match) {
-      if (field.name == "vlanId" && field.value >= 1 && field.value <= 4094) {
+      if (field.name == "vlanId" && field.value >= Bridging::VlanId::min &&
+          field.value <= Bridging::VlanId::max) {
          rule.vlanId = static_cast<U16>(field.value);
       } else if (field.name == "decapType" && field.value < L2DomainIndex::decapTypes) {
          rule.decapType = static_cast<U8>(field.value);
@@ -25,7 +27,7 @@ std::optional<MatchRule> ruleOf(std::span<const ZlPd::MatchField> match) {
    return rule.vlanId != 0 && rule.decapType ? std::optional(rule) : std::nullopt;
 }
 
-// What is done to a match table: nobody's, without a fleet.
+// Runs `operation` on a match table of a chip.
 template <class Operation>
 U32 onTable(U32 session, EntryPoint entryPoint, U32 device, const Kiln::String& name, Operation operation) {
    Fleet* const fleet = Fleet::instance();

@@ -1,4 +1,4 @@
-// Moves what the generators have ready into the chips, ten times a second.
+// Moves the frames that the generators have ready into the chips, ten times a second.
 #include "softchip/Traffic.h"
 
 #include "kiln/Time.h"
@@ -47,7 +47,7 @@ void Traffic::deliver() {
    }
 }
 
-// A change of the ports begins anew: the frames of a port depend on how many others there are.
+// When the ports change, the chip's traffic begins anew: a port's frames depend on how many others there are.
 Traffic::Source& Traffic::sourceOf(const Chip& chip) {
    const auto found = sources_.find(chip.deviceId());
    if (found != sources_.end()) {
@@ -68,6 +68,7 @@ U64 Traffic::replay(Chip& chip, U16 devicePort, const Kiln::String& path) {
    if (!chip.hasPort(devicePort)) {
       throw std::invalid_argument(chip.name() + " has no port at " + std::to_string(devicePort));
    }
+   // Read to its end first, so that a corrupt file delivers nothing.
    U64 frames = 0;
    for (CaptureReader whole(path); whole.next();) {
       ++frames;

@@ -1,4 +1,4 @@
-// Feeds the chips of a fleet with frames: synthetic ones as time passes, or a capture's at once.
+// Feeds frames to the chips of a fleet: synthetic ones as time passes, or those of a capture at once.
 #pragma once
 
 #include "kiln/Timer.h"
@@ -9,8 +9,8 @@
 
 namespace SoftChip {
 
-// Synthetic traffic on every port of every chip, from a clock, real or simulated; off at first. The same
-// seed, chips and times give the same frames. Belongs to the activity thread, and ends before its fleet.
+// Synthetic traffic on every port of every chip, driven by a clock, real or simulated; off at first. The same seed,
+// chips and times give the same frames. Activity thread; ends before its fleet.
 class Traffic {
  public:
    Traffic(Fleet& fleet, Kiln::Ptr<const Kiln::Clock> clock, U64 seed);
@@ -19,8 +19,8 @@ class Traffic {
    // Traffic time stands still while traffic is off.
    void onIs(bool on);
 
-   // All frames of a capture file arrive at a port, at once; tells how many. A file that can't be read to its
-   // end is a CaptureError, and a port that there isn't a std::invalid_argument; nothing has arrived then.
+   // All frames of a capture file arrive at a port, at once. Returns how many. Throws CaptureError if the file cannot
+   // be read to its end, and std::invalid_argument if there is no such port; no frame has arrived then.
    static U64 replay(Chip& chip, U16 devicePort, const Kiln::String& path);
 
  private:
@@ -37,6 +37,7 @@ class Traffic {
    void deliver();
    Source& sourceOf(const Chip& chip);
 
+   // Seconds. Well below TrafficManager::burstSeconds, or ports would drop ordinary traffic.
    static constexpr double tick = 0.1;
 
    Fleet& fleet_;

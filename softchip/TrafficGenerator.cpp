@@ -5,39 +5,40 @@
 #include <array>
 
 namespace SoftChip {
+
 namespace {
 
-constexpr uint64_t nanosecondsPerSecond = 1'000'000'000;
-constexpr uint64_t batchesPerSecond = 200; // about this many a port, unless it has fewer frames
-constexpr uint32_t minFrameOctets = 64;
-constexpr uint32_t ethernetOctets = 14 + fcsOctets;
-constexpr uint32_t tagOctets = 4;
-constexpr uint32_t ipv4Octets = 20;
-constexpr uint32_t ipv6Octets = 40;
-constexpr uint32_t udpOctets = 8;
-constexpr uint32_t tcpOctets = 20;
-constexpr uint32_t vxlanOctets = 8;
-constexpr uint32_t hostsPerPort = 16;
-constexpr uint16_t etherTypeArp = 0x0806;
-constexpr uint16_t etherTypeExperimental = 0x88b5;
-constexpr uint64_t macControlMac = 0x0180c2000001;
+constexpr U64 nanosecondsPerSecond = 1'000'000'000;
+constexpr U64 batchesPerSecond = 200; // per port, about; fewer if it has fewer frames
+constexpr U32 minFrameOctets = 64;
+constexpr U32 ethernetOctets = 14 + fcsOctets;
+constexpr U32 tagOctets = 4;
+constexpr U32 ipv4Octets = 20;
+constexpr U32 ipv6Octets = 40;
+constexpr U32 udpOctets = 8;
+constexpr U32 tcpOctets = 20;
+constexpr U32 vxlanOctets = 8;
+constexpr U32 hostsPerPort = 16;
+constexpr U16 etherTypeArp = 0x0806;
+constexpr U16 etherTypeExperimental = 0x88b5;
+constexpr U64 macControlMac = 0x0180c2000001;
 
 // Out of 1000 batches.
-constexpr uint32_t macControlShare = 4;
-constexpr uint32_t fcsErrorShare = 4;
-constexpr uint32_t undersizeShare = 2;
-constexpr uint32_t multicastShare = 40;
-constexpr uint32_t broadcastShare = 20;
-constexpr uint32_t taggedShare = 600;
-constexpr uint32_t doubleTaggedShare = 50; // of the tagged ones
-constexpr uint32_t ipv6Share = 250;
-constexpr uint32_t vxlanShare = 40; // of the unicast UDP ones
-constexpr uint32_t tcpShare = 650;
+constexpr U32 macControlShare = 4;
+constexpr U32 fcsErrorShare = 4;
+constexpr U32 undersizeShare = 2;
+constexpr U32 multicastShare = 40;
+constexpr U32 broadcastShare = 20;
+constexpr U32 taggedShare = 600;
+constexpr U32 doubleTaggedShare = 50; // of the tagged ones
+constexpr U32 ipv6Share = 250;
+constexpr U32 vxlanShare = 40; // of the unicast UDP ones
+constexpr U32 tcpShare = 650;
 
-/** Frame lengths: the three peaks of usual internet traffic with something in between, and a few jumbos. */
+// Frame lengths: the three peaks of ordinary internet traffic, something in between, and a few jumbo frames.
 struct LengthShare {
-   uint32_t perThousand;
-   uint32_t min, max;
+   U32 perThousand;
+   U32 min, max;
 };
 constexpr std::array<LengthShare, 8> lengthShares = {{
      {450, 64, 64},
@@ -49,28 +50,30 @@ constexpr std::array<LengthShare, 8> lengthShares = {{
      {15, 1519, 9000},
      {10, 9018, 9216},
 }};
-constexpr uint32_t allShares() {
-   uint32_t sum = 0;
-   for (const LengthShare& share : lengthShares)
+constexpr U32 allShares() {
+   U32 sum = 0;
+   for (const LengthShare& share : lengthShares) {
       sum += share.perThousand;
+   }
    return sum;
 }
 static_assert(allShares() == 1000);
 
-/** A locally administered address that says which port the host is behind. */
-uint64_t hostMac(size_t port, uint32_t host) {
-   return uint64_t{0x02} << 40 | static_cast<uint64_t>(port) << 16 | host;
+// A locally administered address that tells the host's port.
+U64 hostMac(std::size_t port, U32 host) {
+   return U64{0x02} << 40 | static_cast<U64>(port) << 16 | host;
 }
 
-void putBytes(std::array<uint8_t, 16>& address, size_t offset, uint32_t value, size_t count) {
-   for (size_t i = 0; i < count; ++i)
-      address[offset + i] = static_cast<uint8_t>(value >> (8 * (count - 1 - i)));
+void putBytes(std::array<U8, 16>& address, std::size_t offset, U32 value, std::size_t count) {
+   for (std::size_t i = 0; i < count; ++i) {
+      address[offset + i] = static_cast<U8>(value >> (8 * (count - 1 - i)));
+   }
 }
 
-/** 10.0.0.0/8 or 2001:db8::/32, the host's port and number in the last octets. */
-std::array<uint8_t, 16> hostAddress(IpVersion version, uint64_t mac) {
-   std::array<uint8_t, 16> address{};
-   auto portAndHost = static_cast<uint32_t>(mac & 0xffff'ffff);
+// In 10.0.0.0/8 or 2001:db8::/32, with the host's port and number in the last octets.
+std::array<U8, 16> hostAddress(IpVersion version, U64 mac) {
+   std::array<U8, 16> address{};
+   auto portAndHost = static_cast<U32>(mac & 0xffff'ffff);
    if (version == IpVersion::v4) {
       putBytes(address, 0, 10U << 24 | (portAndHost >> 8 & 0x00ffff00U) | (portAndHost & 0xff), 4);
    } else {
@@ -80,9 +83,9 @@ std::array<uint8_t, 16> hostAddress(IpVersion version, uint64_t mac) {
    return address;
 }
 
-/** The group address whose MAC address is groupMac(). */
-std::array<uint8_t, 16> groupAddress(IpVersion version, uint32_t group) {
-   std::array<uint8_t, 16> address{};
+// The group address whose MAC address is groupMac().
+std::array<U8, 16> groupAddress(IpVersion version, U32 group) {
+   std::array<U8, 16> address{};
    if (version == IpVersion::v4) {
       putBytes(address, 0, 239U << 24 | group, 4);
    } else {
@@ -92,20 +95,20 @@ std::array<uint8_t, 16> groupAddress(IpVersion version, uint32_t group) {
    return address;
 }
 
-uint64_t groupMac(IpVersion version, uint32_t group) {
-   return version == IpVersion::v4 ? uint64_t{0x01005e000000} | group : uint64_t{0x333300000000} | group;
+U64 groupMac(IpVersion version, U32 group) {
+   return version == IpVersion::v4 ? U64{0x01005e000000} | group : U64{0x333300000000} | group;
 }
 
-/** From a quiet host to a busy uplink: a thousand times a power of two, give or take a quarter. */
-uint64_t drawRate(SeededRandom& random) {
-   constexpr uint32_t lowest = 1000;
-   constexpr uint32_t doublings = 11;
-   uint32_t base = lowest << random.below(doublings);
+// From a quiet host to a busy uplink: a thousand times a power of two, give or take a quarter.
+U64 drawRate(SeededRandom& random) {
+   constexpr U32 lowest = 1000;
+   constexpr U32 doublings = 11;
+   U32 base = lowest << random.below(doublings);
    return random.between(base - base / 4, base + base / 4);
 }
 
-FrameInfo drawMacControl(SeededRandom& random, size_t port) {
-   constexpr uint32_t pfcShare = 500;
+FrameInfo drawMacControl(SeededRandom& random, std::size_t port) {
+   constexpr U32 pfcShare = 500;
    FrameInfo frame;
    frame.wireLength = minFrameOctets;
    frame.destinationMac = macControlMac;
@@ -117,24 +120,25 @@ FrameInfo drawMacControl(SeededRandom& random, size_t port) {
    frame.macControl.opcode = macControlPause;
    if (random.chance(pfcShare)) {
       frame.macControl.opcode = macControlPfc;
-      frame.macControl.pfcPriorities = static_cast<uint8_t>(random.between(1, UINT8_MAX));
+      frame.macControl.pfcPriorities = static_cast<U8>(random.between(1, UINT8_MAX));
    }
    return frame;
 }
 
-VlanTag drawTag(SeededRandom& random, uint16_t tpid) {
-   constexpr uint32_t vlans = 16;
+VlanTag drawTag(SeededRandom& random, U16 tpid) {
+   constexpr U32 vlans = 16;
    VlanTag tag;
    tag.tpid = tpid;
-   tag.vlanId = static_cast<uint16_t>(10 * random.between(1, vlans));
-   tag.priority = static_cast<uint8_t>(random.below(8));
+   tag.vlanId = static_cast<U16>(10 * random.between(1, vlans));
+   tag.priority = static_cast<U8>(random.below(8));
    return tag;
 }
 
-/** Answers the octets that the tags take. */
-uint32_t addTags(SeededRandom& random, FrameInfo& frame) {
-   if (!random.chance(taggedShare))
+// Returns the octets that the tags take.
+U32 addTags(SeededRandom& random, FrameInfo& frame) {
+   if (!random.chance(taggedShare)) {
       return 0;
+   }
    frame.tagCount = 1;
    if (random.chance(doubleTaggedShare)) {
       frame.tagCount = 2;
@@ -146,10 +150,10 @@ uint32_t addTags(SeededRandom& random, FrameInfo& frame) {
    return frame.tagCount * tagOctets;
 }
 
-/** Fills in a UDP header that carries another Ethernet frame, and answers the octets of all that. */
-uint32_t addVxlan(SeededRandom& random, FrameInfo& frame) {
-   constexpr uint32_t firstVni = 10'000;
-   constexpr uint32_t vnis = 16;
+// Fills in a UDP header that carries another Ethernet frame. Returns the octets of all that.
+U32 addVxlan(SeededRandom& random, FrameInfo& frame) {
+   constexpr U32 firstVni = 10'000;
+   constexpr U32 vnis = 16;
    frame.ip.destinationPort = vxlanUdpPort;
    frame.vxlan.present = true;
    frame.vxlan.hasInnerEthernet = true;
@@ -159,51 +163,54 @@ uint32_t addVxlan(SeededRandom& random, FrameInfo& frame) {
    return udpOctets + vxlanOctets + minFrameOctets - fcsOctets;
 }
 
-/** Fills in the IP header and ports for the frame's addresses, and answers the octets that they take. */
-uint32_t addIp(SeededRandom& random, FrameInfo& frame, IpVersion version, uint32_t group) {
-   constexpr uint32_t firstEphemeralPort = 49152;
-   constexpr std::array<uint16_t, 6> servicePorts = {22, 53, 80, 179, 443, 8080};
+// Fills in the IP header and ports for the frame's addresses. Returns the octets that they take.
+U32 addIp(SeededRandom& random, FrameInfo& frame, IpVersion version, U32 group) {
+   constexpr U32 firstEphemeralPort = 49152;
+   constexpr std::array<U16, 6> servicePorts = {22, 53, 80, 179, 443, 8080};
    frame.etherType = version == IpVersion::v4 ? etherTypeIpv4 : etherTypeIpv6;
    IpHeader& ip = frame.ip;
    ip.version = version;
-   ip.dscp = static_cast<uint8_t>((frame.tagged() ? frame.outerTag.priority : random.below(8)) << 3);
+   ip.dscp = static_cast<U8>((frame.tagged() ? frame.outerTag.priority : random.below(8)) << 3);
    ip.source = hostAddress(version, frame.sourceMac);
    bool unicast = frame.destination == Destination::unicast;
    ip.destination = unicast ? hostAddress(version, frame.destinationMac) : groupAddress(version, group);
    ip.protocol = unicast && random.chance(tcpShare) ? ipProtocolTcp : ipProtocolUdp;
    ip.hasPorts = true;
-   ip.sourcePort = static_cast<uint16_t>(random.between(firstEphemeralPort, UINT16_MAX));
+   ip.sourcePort = static_cast<U16>(random.between(firstEphemeralPort, UINT16_MAX));
    ip.destinationPort = servicePorts[random.below(servicePorts.size())];
-   uint32_t octets = version == IpVersion::v4 ? ipv4Octets : ipv6Octets;
-   if (ip.protocol == ipProtocolTcp)
+   U32 octets = version == IpVersion::v4 ? ipv4Octets : ipv6Octets;
+   if (ip.protocol == ipProtocolTcp) {
       return octets + tcpOctets;
-   if (unicast && random.chance(vxlanShare))
+   }
+   if (unicast && random.chance(vxlanShare)) {
       return octets + addVxlan(random, frame);
+   }
    return octets + udpOctets;
 }
 
-uint32_t drawLength(SeededRandom& random) {
-   uint32_t ticket = random.below(1000);
+U32 drawLength(SeededRandom& random) {
+   U32 ticket = random.below(1000);
    const LengthShare* share = lengthShares.data();
-   while (ticket >= share->perThousand)
+   while (ticket >= share->perThousand) {
       ticket -= (share++)->perThousand;
+   }
    return random.between(share->min, share->max);
 }
 
-FrameInfo drawData(SeededRandom& random, size_t port, size_t portCount) {
-   constexpr uint32_t groups = 64;
+FrameInfo drawData(SeededRandom& random, std::size_t port, std::size_t portCount) {
+   constexpr U32 groups = 64;
    FrameInfo frame;
    frame.hasEtherType = true;
    frame.sourceMac = hostMac(port, random.below(hostsPerPort));
-   // Drawn one by one: a call's arguments have no order, and a seed means the same frames everywhere.
-   const uint32_t host = random.below(hostsPerPort);
-   frame.destinationMac = hostMac(random.below(static_cast<uint32_t>(portCount)), host);
+   // Drawn one by one: the order in which a call's arguments are evaluated differs between compilers.
+   const U32 host = random.below(hostsPerPort);
+   frame.destinationMac = hostMac(random.below(static_cast<U32>(portCount)), host);
    if (random.chance(undersizeShare)) {
       frame.etherType = etherTypeExperimental;
       frame.wireLength = random.between(ethernetOctets, minFrameOctets - 1);
       return frame;
    }
-   uint32_t octets = ethernetOctets + addTags(random, frame);
+   U32 octets = ethernetOctets + addTags(random, frame);
    if (random.chance(broadcastShare)) {
       frame.destinationMac = broadcastMac;
       frame.destination = Destination::broadcast;
@@ -212,7 +219,7 @@ FrameInfo drawData(SeededRandom& random, size_t port, size_t portCount) {
       return frame;
    }
    IpVersion version = random.chance(ipv6Share) ? IpVersion::v6 : IpVersion::v4;
-   uint32_t group = random.below(groups);
+   U32 group = random.below(groups);
    if (random.chance(multicastShare)) {
       frame.destinationMac = groupMac(version, group);
       frame.destination = Destination::multicast;
@@ -222,42 +229,46 @@ FrameInfo drawData(SeededRandom& random, size_t port, size_t portCount) {
    return frame;
 }
 
-uint64_t framesBy(uint64_t framesPerSecond, std::chrono::nanoseconds time) {
-   if (time.count() <= 0)
+U64 framesBy(U64 framesPerSecond, std::chrono::nanoseconds time) {
+   if (time.count() <= 0) {
       return 0;
-   auto count = static_cast<uint64_t>(time.count());
-   // Whole seconds apart, so that nothing overflows before 2^64 frames.
+   }
+   auto count = static_cast<U64>(time.count());
+   // Seconds and the rest separately, so that nothing overflows before 2^64 frames.
    return count / nanosecondsPerSecond * framesPerSecond +
           count % nanosecondsPerSecond * framesPerSecond / nanosecondsPerSecond;
 }
 
 } // namespace
 
-uint64_t SeededRandom::next() {
+U64 SeededRandom::next() {
    state_ += 0x9e3779b97f4a7c15;
-   uint64_t value = state_;
+   U64 value = state_;
    value = (value ^ value >> 30) * 0xbf58476d1ce4e5b9;
    value = (value ^ value >> 27) * 0x94d049bb133111eb;
    return value ^ value >> 31;
 }
 
-TrafficGenerator::TrafficGenerator(uint64_t seed, size_t portCount) {
+TrafficGenerator::TrafficGenerator(U64 seed, std::size_t portCount) {
    SeededRandom seeds(seed);
    ports_.reserve(portCount);
-   for (size_t port = 0; port < portCount; ++port) {
+   for (std::size_t port = 0; port < portCount; ++port) {
+      // A generator per port: how often one port is asked does not change the frames of another.
       SeededRandom random(seeds.next());
-      uint64_t rate = drawRate(random);
+      U64 rate = drawRate(random);
       ports_.push_back({random, rate, 0, {}});
    }
 }
 
-bool TrafficGenerator::next(size_t port, std::chrono::nanoseconds time, TrafficBatch& batch) {
+bool TrafficGenerator::next(std::size_t port, std::chrono::nanoseconds time, TrafficBatch& batch) {
    Port& state = ports_.at(port);
-   uint64_t arrived = framesBy(state.framesPerSecond, time);
-   if (arrived <= state.handedOut)
+   U64 arrived = framesBy(state.framesPerSecond, time);
+   if (arrived <= state.handedOut) {
       return false;
-   if (state.current.repeat == 0)
+   }
+   if (state.current.repeat == 0) {
       draw(port);
+   }
    batch.frame = state.current.frame;
    batch.repeat = std::min(arrived - state.handedOut, state.current.repeat);
    state.current.repeat -= batch.repeat;
@@ -265,7 +276,7 @@ bool TrafficGenerator::next(size_t port, std::chrono::nanoseconds time, TrafficB
    return true;
 }
 
-void TrafficGenerator::draw(size_t port) {
+void TrafficGenerator::draw(std::size_t port) {
    Port& state = ports_[port];
    SeededRandom& random = state.random;
    FrameInfo& frame = state.current.frame;
@@ -276,9 +287,11 @@ void TrafficGenerator::draw(size_t port) {
    }
    frame = drawData(random, port, ports_.size());
    frame.fcsError = random.chance(fcsErrorShare);
-   if (frame.fcsError || frame.wireLength < minFrameOctets)
+   if (frame.fcsError || frame.wireLength < minFrameOctets) {
       return;
-   auto meanRepeat = static_cast<uint32_t>(state.framesPerSecond / batchesPerSecond + 1);
+   }
+   // A uniform draw from 1 to 2 x mean - 1 has the mean that gives batchesPerSecond.
+   auto meanRepeat = static_cast<U32>(state.framesPerSecond / batchesPerSecond + 1);
    state.current.repeat = random.between(1, 2 * meanRepeat - 1);
 }
 

@@ -1,64 +1,61 @@
-// Seeded synthetic traffic: a plausible mix of frames on every port, each port at a rate of its own.
+// Seeded synthetic traffic: a plausible mix of frames, and a rate of its own for each port.
 #pragma once
 
 #include "softchip/Frame.h"
 
 #include <chrono>
-#include <cstddef>
-#include <cstdint>
 #include <vector>
 
 namespace SoftChip {
 
-/** splitmix64, spelled out since the standard's distributions differ between libraries. */
+// splitmix64. Not the standard's generators: their distributions differ between libraries, and a seed has to give the
+// same frames everywhere.
 class SeededRandom {
  public:
-   explicit SeededRandom(uint64_t seed) : state_(seed) {}
+   explicit SeededRandom(U64 seed) : state_(seed) {}
 
-   uint64_t next();
-   /** 0 to bound - 1. */
-   uint32_t below(uint32_t bound) { return static_cast<uint32_t>((next() >> 32) * bound >> 32); }
-   /** low to high, both included. */
-   uint32_t between(uint32_t low, uint32_t high) { return low + below(high - low + 1); }
-   bool chance(uint32_t perThousand) { return below(1000) < perThousand; }
+   U64 next();
+   // 0 to bound - 1.
+   U32 below(U32 bound) { return static_cast<U32>((next() >> 32) * bound >> 32); }
+   // low to high, both included.
+   U32 between(U32 low, U32 high) { return low + below(high - low + 1); }
+   bool chance(U32 perThousand) { return below(1000) < perThousand; }
 
  private:
-   uint64_t state_;
+   U64 state_;
 };
 
-/** `repeat` identical frames that arrive together. */
+// `repeat` equal frames that arrive together.
 struct TrafficBatch {
    FrameInfo frame;
-   uint64_t repeat = 0;
+   U64 repeat = 0;
 };
 
-/** The frames that arrive at the ports 0 to portCount - 1 of one chip. The same seed and port count give the
- * same frames on every machine. A busy port's frames come in longer batches, so that the work for a port
- * hardly depends on its rate; faulty and MAC control frames come singly. Hosts have the addresses
- * 02:00:PP:PP:HH:HH, where PPPP is the port that they are behind. Nothing is allocated after construction. Not
- * shared between threads. */
+// The frames that arrive at ports 0 to portCount - 1 of one chip. The same seed and port count give the same frames on
+// every machine. A busy port's frames come in longer batches, so that the work for a port hardly depends on its rate;
+// faulty and MAC control frames come one by one. Hosts have the addresses 02:00:PP:PP:HH:HH, where PPPP is their port.
+// Allocates only when made. Not shared between threads.
 class TrafficGenerator {
  public:
-   TrafficGenerator(uint64_t seed, size_t portCount);
+   TrafficGenerator(U64 seed, std::size_t portCount);
 
-   /** Average rate of a port. Throws std::out_of_range for a port that there isn't. */
-   uint64_t framesPerSecond(size_t port) const { return ports_.at(port).framesPerSecond; }
+   // A port's average rate. Throws std::out_of_range for an unknown port.
+   U64 framesPerSecond(std::size_t port) const { return ports_.at(port).framesPerSecond; }
 
-   /** Hands out the next batch that has arrived at the port by `time`, and says whether there was one. `time`
-    * is traffic time: it begins at 0 and stands still while traffic is off. Asking often or seldom gives the
-    * same frames in the same order, only cut into batches otherwise. Throws std::out_of_range for a port that
-    * there isn't. */
-   bool next(size_t port, std::chrono::nanoseconds time, TrafficBatch& batch);
+   // Hands out the next batch that has arrived at the port by `time`; false if there is none. `time` is traffic time:
+   // it begins at 0 and stands still while traffic is off. Asking often or rarely gives the same frames in the same
+   // order, only cut into other batches. Throws std::out_of_range for an unknown port.
+   bool next(std::size_t port, std::chrono::nanoseconds time, TrafficBatch& batch);
 
  private:
    struct Port {
       SeededRandom random;
-      uint64_t framesPerSecond;
-      uint64_t handedOut;
+      U64 framesPerSecond;
+      U64 handedOut;
       TrafficBatch current; // what is left of the batch being handed out
    };
 
-   void draw(size_t port);
+   void draw(std::size_t port);
 
    std::vector<Port> ports_;
 };

@@ -1,4 +1,4 @@
-// A token bucket a port.
+// One token bucket per port.
 #include "softchip/TrafficManager.h"
 
 #include <algorithm>
@@ -16,7 +16,7 @@ constexpr double fastOctetsPerSecond = 10e9 / 8;
 constexpr double slowOctetsPerSecond = 1e9 / 8;
 constexpr unsigned slowPortPeriod = 8;
 
-// Of the burst, kept for higher queues by the lowest.
+// The part of the burst that the lowest queue leaves to higher ones.
 constexpr double reservedShare = 0.25;
 constexpr unsigned multicastQueue = 8;
 constexpr unsigned gapAndPreambleOctets = 20;
@@ -79,6 +79,7 @@ U64 TrafficManager::send(const OfferedCopies& offered, double now) {
    if (offered.replicated) {
       add(pipe, BF_TM_PIPE_MULTICAST, offered.packets, offered.octetsEach);
    } else if (idle && port.octetsPerSecond == ports_[offered.from].octetsPerSecond) {
+      // A frame can leave before it has arrived whole only at the speed at which it arrives.
       add(pipe, BF_TM_PIPE_CUT_THROUGH, sent, offered.octetsEach);
    }
    U64& watermark = *words(pipe, BF_TM_PIPE_WATERMARK);

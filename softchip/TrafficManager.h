@@ -1,4 +1,4 @@
-// The traffic manager of a chip: the queues of its ports, and what they drop when a port is congested.
+// The traffic manager of a chip: the queues of its ports, and their drops when a port is congested.
 #pragma once
 
 #include "kiln/Types.h"
@@ -12,11 +12,11 @@
 
 namespace SoftChip {
 
-// The queue of a frame at a slot: by its priority, from the VLAN tag or else from the DSCP. The CPU port's
-// queues from 8 upward are those of group frames.
+// The queue of a frame at a slot: by its priority, from the VLAN tag or else from the DSCP. The CPU port's queues from
+// 8 up are for group frames.
 unsigned queueOf(const FrameInfo& frame, unsigned slot);
 
-// Copies of a frame, or of several alike, on their way from one port to another.
+// Copies of a frame, or of several equal ones, on their way from one port to another.
 struct OfferedCopies {
    std::size_t from; // places
    std::size_t to;
@@ -26,9 +26,9 @@ struct OfferedCopies {
    bool replicated; // the frame goes to more ports than one
 };
 
-// A port sends at its speed and never more than a burst at once. What is left of the burst is shared by
-// priority: the emptier, the higher the queues that still get in. Frames come in bulk some times a second, so
-// that the burst stands for what a port sends in between, and what is gone of it for what its queues hold.
+// A port sends at its speed, and never more than a burst at once. The less of the burst is left, the higher a queue's
+// priority has to be to get in. Frames arrive in bulk a few times a second: the burst stands for what a port sends in
+// between, and the used part of it for what its queues hold.
 // Owned by the chip, under the SDK's lock; ports by place, pipe x ZlPort::portsPerPipe + slot.
 class TrafficManager {
  public:
@@ -45,18 +45,18 @@ class TrafficManager {
    void accept(unsigned pipe, U64 packets, U64 octetsEach) {
       add(pipe, BF_TM_PIPE_INGRESS, packets, octetsEach);
    }
-   // Copies want to leave at a time in seconds: how many of them do; the rest are counted as dropped.
+   // Copies are to leave at a time, in seconds. Returns how many do; the rest are counted as dropped.
    U64 send(const OfferedCopies& offered, double now);
 
    U64& drops(std::size_t place, unsigned queue) { return drops_[place * ZlPort::queueLimit + queue]; }
-   // None for a type that counts nothing.
+   // None for an unknown type.
    std::optional<bf_tm_pipe_counter_t> counter(unsigned pipe, U32 type, double now) const;
 
  private:
    struct Port {
       double octetsPerSecond;
       double burst; // octets that may still be sent at once
-      double at;    // when that was
+      double at;    // the time that `burst` is of
 
       double full() const { return octetsPerSecond * burstSeconds; }
       double burstAt(double now) const;

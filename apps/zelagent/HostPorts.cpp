@@ -1,4 +1,4 @@
-// Gives host interfaces ports, and takes them away again.
+// Gives host interfaces ports, and removes the ports again.
 #include "apps/zelagent/HostPorts.h"
 
 #include "kiln/ActivityManager.h"
@@ -30,6 +30,7 @@ std::vector<Kiln::String> HostPorts::names() const {
 }
 
 void HostPorts::handleClock() {
+   // Armed first, in case something below throws.
    clock_.timeMinIs(Kiln::System::currentTime() + tick);
    SoftChip::Chip& chip = agent_.chipNamed(chipName);
    std::erase_if(ports_, [&](const auto& port) {

@@ -9,13 +9,13 @@
 
 namespace ZelAgent {
 
-// Follows the interfaces twice a second: new ones get the first free ports, those that went lose theirs, and
-// the counters of the others are brought up to date. Activity thread; the agent outlives it.
+// Looks at the interfaces twice a second: new ones get the first free ports, those that are gone lose theirs, and the
+// counters of the others are updated. Activity thread; the agent outlives it.
 class HostPorts {
  public:
    HostPorts(SwitchAgent& agent, SoftChip::HostInterfaces interfaces);
 
-   std::vector<Kiln::String> names() const; // of those that have a port
+   std::vector<Kiln::String> names() const; // of the interfaces that have a port
 
  private:
    void handleClock();

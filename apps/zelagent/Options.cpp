@@ -1,4 +1,4 @@
-// The table of the agent's options.
+// The agent's options: one table for parsing and help.
 #include "apps/zelagent/Options.h"
 
 #include "kiln/Choices.h"
@@ -13,10 +13,11 @@ namespace ZelAgent {
 
 namespace {
 
-// `take` gets the option's value, empty for one without, and throws what is wrong with it.
+// `take` gets the option's value, which is empty for an option without one. It throws std::invalid_argument for a bad
+// value.
 struct Option {
    std::string_view name;
-   std::string_view value; // as help has it; empty when there is none
+   std::string_view value; // as help shows it; empty for an option without one
    std::string_view help;
    void (*take)(Options& options, const Kiln::String& value);
 };
@@ -125,12 +126,12 @@ const Option& optionNamed(std::string_view name) {
         std::find_if(options.begin(), options.end(), [&](const Option& one) { return one.name == name; });
    if (found == options.end()) {
       throw std::invalid_argument("unknown option '" + Kiln::String(name) +
-                                  "': 'zelagent --help' lists those there are");
+                                  "': 'zelagent --help' lists them all");
    }
    return *found;
 }
 
-// What each option allows on its own may still not go together.
+// Refuses options that are valid one by one but not together.
 void check(const Options& parsed) {
    if (parsed.traffic == Options::Traffic::host && parsed.scenario) {
       throw std::invalid_argument("--traffic host goes with real time only: leave out --scenario");

@@ -21,8 +21,8 @@ struct Options {
    bool version = false;
 };
 
-// Takes the arguments after the program's name, and puts trace settings into force. An argument that can't be
-// is a std::invalid_argument that says what is expected.
+// Parses the arguments after the program's name, and applies trace settings. Throws std::invalid_argument, naming what
+// was expected, for an invalid argument.
 Options parseOptions(std::span<const char* const> arguments);
 
 // What --help prints of the options.

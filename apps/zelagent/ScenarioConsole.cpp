@@ -3,6 +3,7 @@
 
 #include "agent/CommandSocket.h"
 #include "agent/CommandSpool.h"
+#include "apps/zelagent/StatementForm.h"
 #include "kiln/ActivityLock.h"
 #include "kiln/ActivityManager.h"
 #include "kiln/Choices.h"
@@ -22,8 +23,7 @@
 
 namespace ZelAgent {
 
-// A word in lower case is itself; one in capitals is an operand, one in brackets may be left out, and "..."
-// stands for any number of words. `run` gets the operands.
+// `run` gets the operands of the form.
 struct ScenarioConsole::Statement {
    std::string_view form;
    std::string_view help;
@@ -45,7 +45,7 @@ const ScenarioConsole::Statement ScenarioConsole::statements[] = {
      {"capacity CHIP TABLE N", "how many entries a match table holds", &ScenarioConsole::capacity},
      {"l3 add INTF VLAN", "the interface becomes an L3 interface, carried by the VLAN",
       &ScenarioConsole::addL3},
-     {"l3 delete INTF", "it is none any more", &ScenarioConsole::deleteL3},
+     {"l3 delete INTF", "the interface is no L3 interface any more", &ScenarioConsole::deleteL3},
      {"svi CHIP VLAN ingress|egress DECAP SNAT PACKETS BYTES",
       "adds to a programmed VLAN count entry; DECAP and SNAT are 0 or 1", &ScenarioConsole::addSvi},
      {"vni VNI VLAN", "the VLAN of a VXLAN network, on every chip", &ScenarioConsole::vni},
@@ -83,7 +83,7 @@ namespace {
 
 using Words = std::vector<Kiln::String>;
 
-// Beyond it a scenario would run for days: taken for a slip.
+// More would run for days and is taken for a typing error.
 constexpr double longestAdvance = 1e6; // seconds
 
 [[noreturn]] void refuse(std::string_view operand, const Kiln::String& word, std::string_view expected) {
@@ -123,7 +123,7 @@ U16 vlanNumber(const Kiln::String& word) {
    return number<U16>("VLAN", word, Bridging::VlanId::min, Bridging::VlanId::max);
 }
 
-// False at the end. Bounded, since what is given for a scenario may be any file.
+// False at the end. Bounded, since the scenario may turn out to be any file.
 bool readLine(std::istream& scenario, Kiln::String* line) {
    char bytes[Agent::commandLineLimit];
    scenario.getline(bytes, sizeof bytes);
@@ -143,47 +143,6 @@ bool readLine(std::istream& scenario, Kiln::String* line) {
       throw std::invalid_argument("the line holds a NUL byte: expected text");
    }
    return true;
-}
-
-// A form's word that stands for what is typed: capitals, or a choice of words.
-bool isOperand(std::string_view formWord) {
-   return formWord.find_first_of("|ABCDEFGHIJKLMNOPQRSTUVWXYZ") != std::string_view::npos;
-}
-
-bool isOptional(std::string_view formWord) {
-   return formWord.front() == '[';
-}
-
-bool isChoiceOf(std::string_view formWord, const Kiln::String& word) {
-   // Characters, not literals: before a temporary, g++ 12 at -O3 warns of an overlap that can't be.
-   return formWord.find('|') == std::string_view::npos ||
-          ('|' + Kiln::String(formWord) + '|').find('|' + word + '|') != Kiln::String::npos;
-}
-
-// Whether the words are a statement of this form; its operands then.
-bool matches(std::string_view form, const Words& words, Words* operands) {
-   const Words formWords = Agent::splitWords(form);
-   operands->clear();
-   std::size_t at = 0;
-   for (const Kiln::String& formWord : formWords) {
-      if (formWord == "...") {
-         operands->assign(words.begin() + static_cast<std::ptrdiff_t>(at), words.end());
-         return true;
-      }
-      if (at == words.size()) {
-         return isOptional(formWord);
-      }
-      if (isOperand(formWord)) {
-         if (!isChoiceOf(formWord, words[at])) {
-            return false;
-         }
-         operands->push_back(words[at]);
-      } else if (formWord != words[at]) {
-         return false;
-      }
-      ++at;
-   }
-   return at == words.size();
 }
 
 } // namespace
@@ -209,7 +168,7 @@ ScenarioConsole::Status ScenarioConsole::run(std::istream& scenario, const Kiln:
             return anyRefused_ ? commandRefused : passed;
          }
       } catch (const std::exception& error) {
-         out_.flush(); // what comes before the error
+         out_.flush(); // what was printed before the error, in case both go to one terminal
          const Kiln::String text = name + ":" + std::to_string(number) + ": " + error.what();
          Kiln::TextOutput(errorFd_).write(Agent::printableLine(text) + "\n");
          return badStatement;
@@ -220,7 +179,7 @@ ScenarioConsole::Status ScenarioConsole::run(std::istream& scenario, const Kiln:
 
 bool ScenarioConsole::runNextLine(std::istream& scenario) {
    Kiln::String line;
-   // A line that was cut short by the end is no statement.
+   // Stopped while waiting: a line that the stop cut short is not a statement.
    if (!readLine(scenario, &line) || Kiln::ActivityManager::instance()->isStopping()) {
       return true;
    }
@@ -243,11 +202,10 @@ void ScenarioConsole::runLine(const Kiln::String& line) {
       return;
    }
    const auto lock = Kiln::ActivityLockAnchor::lock();
-   Words operands;
    Words forms;
    for (const Statement& statement : statements) {
-      if (matches(statement.form, words, &operands)) {
-         (this->*statement.run)(operands);
+      if (const auto operands = operandsOf(statement.form, words)) {
+         (this->*statement.run)(*operands);
          return;
       }
       if (statement.form.substr(0, statement.form.find(' ')) == words.front()) {
@@ -257,8 +215,7 @@ void ScenarioConsole::runLine(const Kiln::String& line) {
    if (!forms.empty()) {
       throw std::invalid_argument("bad operands: expected " + Kiln::joined(forms, ", or "));
    }
-   throw std::invalid_argument("unknown statement '" + words.front() +
-                               "': 'zelagent --help' lists those there are");
+   throw std::invalid_argument("unknown statement '" + words.front() + "': 'zelagent --help' lists them all");
 }
 
 void ScenarioConsole::advance(const Words& operands) {
@@ -277,7 +234,7 @@ void ScenarioConsole::counters(const Words& operands) {
 
 void ScenarioConsole::refuseCommand(const Kiln::String& problem) {
    anyRefused_ = true;
-   out_.flush(); // what comes before the refusal
+   out_.flush(); // what was printed before the refusal
    Kiln::TextOutput(errorFd_).write("% " + problem + "\n");
 }
 
@@ -409,7 +366,7 @@ void ScenarioConsole::deletePort(const Words& operands) {
    agent_.portDel(Pelt::IntfId(Kiln::Name(operands[0])));
 }
 
-// As another process reads it. False: there is no such record.
+// Prints the record as another process reads it, hence through a reader. False: no such record.
 template <class Record>
 bool ScenarioConsole::printRecord(const Kiln::String& name, const char* table, const char* clearTable,
                                   bool isAlwaysCleared) {
@@ -465,7 +422,7 @@ void ScenarioConsole::nat(const Words& operands) {
 }
 
 void ScenarioConsole::clear(const Words& operands) {
-   // Ports and VLAN interfaces are the one reactor's, subinterfaces the other's; all is both's.
+   // One reactor has ports and VLAN interfaces, the other has subinterfaces; `all` concerns both.
    const bool cleared = agent_.countersMgr().vexCountersSm()->clear(operands[0]);
    const bool subIntfCleared = agent_.countersMgr().vexSubIntfCountersSm()->clear(operands[0]);
    if (!cleared && !subIntfCleared) {

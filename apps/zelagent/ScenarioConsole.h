@@ -1,5 +1,5 @@
-// The scenario console: runs statements, line by line, against an agent in simulated time. A scenario and its
-// seed give the same bytes every time.
+// The scenario console: runs statements, line by line, on an agent in simulated time. The same scenario and seed print
+// the same bytes every time.
 #pragma once
 
 #include "apps/zelagent/SwitchAgent.h"
@@ -11,25 +11,25 @@ namespace ZelAgent {
 
 class ScenarioConsole {
  public:
-   // Exit statuses. A refused command lets the scenario go on; a bad statement stops it.
+   // Exit statuses. After a refused command the scenario goes on; an invalid statement stops it.
    enum Status { passed = 0, commandRefused = 1, badStatement = 2 };
 
-   // Statements print to outFd, what went wrong to errorFd; neither is owned. The agent outlives the console.
+   // Statements print to outFd, errors go to errorFd; neither is owned. The agent outlives the console.
    ScenarioConsole(SwitchAgent& agent, int outFd, int errorFd);
 
-   // `name` stands for the scenario in errors: "NAME:LINE: message". Not under the activity lock. An output that
-   // can't be written is a std::runtime_error at once; a reader that has gone is none. A stop of the activity manager
-   // ends it after the statement that is running.
+   // `name` is the scenario's in errors: "NAME:LINE: message". Not under the activity lock. Stopping the activity
+   // manager ends it after the statement that is running. Throws std::runtime_error if the output cannot be written; a
+   // reader that has closed its pipe is not an error.
    Status run(std::istream& scenario, const Kiln::String& name);
 
-   // One line a statement, for --help.
+   // One line per statement, for --help.
    static Kiln::String statementsHelp();
 
  private:
    using Words = std::vector<Kiln::String>;
    struct Statement;
 
-   // Throws what is wrong with the line.
+   // Throws std::invalid_argument if the line is not a valid statement.
    void runLine(const Kiln::String& line);
    // True at the end of the scenario.
    bool runNextLine(std::istream& scenario);

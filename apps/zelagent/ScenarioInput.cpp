@@ -1,4 +1,4 @@
-// Waits for both descriptors, then reads.
+// Waits for both descriptors, then reads the scenario's.
 #include "apps/zelagent/ScenarioInput.h"
 
 #include <cerrno>

@@ -1,4 +1,4 @@
-// A scenario's text from a descriptor, read without turning a deaf ear to a request to end.
+// Reads a scenario's text from a descriptor, and stops waiting for it when the agent is told to end.
 #pragma once
 
 #include <array>
@@ -8,11 +8,11 @@ namespace ZelAgent {
 
 class ScenarioInput : public std::streambuf {
  public:
-   // Reads `fd` until its end, or until `endFd` is readable when more is asked for. Neither is owned.
+   // Reads `fd` until its end, or until more is needed while `endFd` is readable. Neither is owned.
    ScenarioInput(int fd, int endFd) : fd_(fd), endFd_(endFd) {}
 
  protected:
-   // What can't be read is a std::system_error, which a stream makes its bad().
+   // Throws std::system_error if the descriptor cannot be read; a stream turns that into bad().
    int_type underflow() override;
 
  private:

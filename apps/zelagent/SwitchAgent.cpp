@@ -1,4 +1,4 @@
-// Wires the agent's parts together and brings chips and ports up and down.
+// Wires the agent's parts together, and brings chips and ports up and down.
 #include "apps/zelagent/SwitchAgent.h"
 
 #include "counters/ZelCounters.h"
@@ -30,14 +30,14 @@ ZelId::ZelDevId deviceOf(const Kiln::String& chipName) {
         name.starts_with(chipNamePrefix)
              ? Kiln::parseNumber<ZelId::ZelDevId>(name.substr(chipNamePrefix.size()), 0, maxChips - 1)
              : std::nullopt;
-   // "Zel01" is a number too, and no chip's name.
+   // "Zel01" has a number too, but is not a chip's name.
    if (!number || chipName != Kiln::String(chipNamePrefix) + std::to_string(*number)) {
       throw std::invalid_argument("no chip can be named '" + chipName + "': expected Zel0 to Zel7");
    }
    return *number;
 }
 
-// The chip's classes but the default one, which needs no name.
+// The chip's classes, without the default one, which needs no name.
 Kiln::Ptr<const ZelQos::QosToZelPdpClassMapping> pdpClassMapping() {
    auto mapping = Kiln::allocate<ZelQos::QosToZelPdpClassMapping>();
    for (const SoftChip::PdpClass& each : SoftChip::pdpClasses) {
@@ -90,6 +90,8 @@ SwitchAgent::SwitchAgent(const SwitchAgentConfig& config) : config_(config) {
 }
 
 SwitchAgent::~SwitchAgent() {
+   // The library goes before the fleet, and under the lock: completions that the fleet delivers as it ends then find no
+   // chip. The fleet goes without the lock, since those completions take it.
    {
       const auto lock = Kiln::ActivityLockAnchor::lock();
       for (const auto& [devId, chip] : mgr_->zelCounters()) {
@@ -163,7 +165,7 @@ void SwitchAgent::chipAdd(const Kiln::String& name) {
                  chip.program(), status);
 }
 
-// The first ports go to the first pipe, so that names and device ports have one order.
+// The first ports go to the first pipe, so that names and device ports have the same order.
 void SwitchAgent::portsAdd(SoftChip::Chip& chip) {
    unsigned number = chip.deviceId() * config_.ports;
    for (unsigned pipe = 0; pipe < config_.pipes; ++pipe) {
@@ -220,6 +222,7 @@ void SwitchAgent::portAdd(const Pelt::IntfId& intf, const Kiln::String& chipName
    if (systemStatus_->portInfo().contains(intf)) {
       throw std::invalid_argument("interface " + intf.text() + " has a port already: delete that first");
    }
+   // The status directory comes last: it starts the counting, for which the port has to be known.
    systemStatus_->portInfoIs(intf, record);
    chip.portAdd(devicePort);
    (*chipStatus_.find(chipName))->portToIntfIdIs(devicePort, intf);
@@ -235,7 +238,7 @@ void SwitchAgent::portDel(const Pelt::IntfId& intf) {
    (*chipStatus_.find(port.chip.name()))->portToIntfIdDel(port.devicePort);
 }
 
-// VlanN is a VLAN interface and EthernetN.M a subinterface; a routed port has its status already.
+// VlanN is a VLAN interface and EthernetN.M a subinterface. A routed port has its status as a port.
 void SwitchAgent::l3StatusIs(const Pelt::IntfId& intf, bool present) {
    Interface::IntfDir* dir = nullptr;
    if (intf.text().starts_with("Vlan")) {
@@ -280,7 +283,7 @@ void SwitchAgent::vniIs(U32 vni, Bridging::VlanId vlan) {
 }
 
 void SwitchAgent::snatAdd(const Kiln::String& prefix) {
-   SoftChip::L2DomainCount::parsePrefix(prefix); // there may be no chip that would refuse it
+   SoftChip::L2DomainCount::parsePrefix(prefix); // throws even if no chip is up to refuse it
    for (SoftChip::Chip* chip : fleet_->chips()) {
       chip->snatAdd(prefix);
    }

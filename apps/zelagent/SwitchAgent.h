@@ -1,5 +1,5 @@
-// The agent without its surroundings: the system status, the chips with their ports, the counters manager, and
-// the commands, wired together. The program, the scenario console, tests and benchmarks stand on it.
+// The agent without its surroundings: system status, chips with their ports, counters manager and commands, wired
+// together. The program, the scenario console and tests are built on it.
 #pragma once
 
 #include "agent/CommandRunner.h"
@@ -12,8 +12,8 @@
 namespace ZelAgent {
 
 constexpr unsigned maxChips = ZelId::maxDevices;
-// From the end of one polling pass to the start of the next, in seconds. Passes after next to no time would leave
-// no time for anything else.
+// From the end of one polling pass to the start of the next, in seconds. A shorter pause would leave no time for
+// anything but polling.
 constexpr double shortestPollingInterval = 1e-3;
 constexpr double longestPollingInterval = 1e6;
 
@@ -25,21 +25,22 @@ struct SwitchAgentConfig {
    U64 seed = 1;                 // of the synthetic traffic
    double pollingInterval = 2.0; // seconds, from the first pass on
    Kiln::String siloFolder{};    // where shared tables live; empty for the machine's shared memory
-   // There: what the names of the tables begin with, and whether they go when the agent does.
+   // In shared memory: the prefix of the tables' names, and whether they are removed when the agent ends.
    Kiln::String tablePrefix = Silo::Interface::defaultTablePrefix;
    bool tablesAreTemporary = false;
    Kiln::String hardwareFile{}; // where hardware counters live; empty for the process's own memory
 };
 
-// One at a time in a process, over the activity manager and time source that it finds. Everything runs under
-// the activity lock but for the constructor, which takes it, and the destructor, which must not be called
-// under it: what the SDK still owes is delivered then.
+// One at a time in a process, on the activity manager and time source that are in place. Every call needs the activity
+// lock, except the constructor, which takes it, and the destructor, which must not be called under it: it waits for
+// what the SDK still has to deliver.
 //
-// A chip is ZelN with device id N. It comes up with its front-panel ports, named EthernetM counted on across
-// chips, and serves the internal interface Internal(N+1), which has no port until one is added.
+// A chip is ZelN with device id N. It comes up with its front-panel ports, EthernetM numbered across chips, and serves
+// the internal interface Internal(N+1), which has no port until one is added.
 class SwitchAgent {
  public:
-   // What can't be is a std::invalid_argument or std::runtime_error that says what is expected.
+   // Throws std::invalid_argument or std::runtime_error, naming what was expected, for a configuration that is not
+   // possible.
    explicit SwitchAgent(const SwitchAgentConfig& config);
    SwitchAgent(const SwitchAgent&) = delete;
    SwitchAgent& operator=(const SwitchAgent&) = delete;
@@ -51,34 +52,34 @@ class SwitchAgent {
    SoftChip::Traffic& traffic() { return *traffic_; }
    const Kiln::Ptr<Agent::CommandRunner>& commandRunner() const { return commandRunner_; }
 
-   // Brings a chip up, with its ports; one that is up goes away first. A name other than Zel0 to Zel7 is a
-   // std::invalid_argument.
+   // Brings up a chip with its ports; a chip of that name is deleted first. Throws std::invalid_argument for a name
+   // other than Zel0 to Zel7.
    void chipAdd(const Kiln::String& name);
-   // The chip goes away, its hardware and ports with it. An unknown name does nothing.
+   // Deletes the chip, its hardware and its ports. Does nothing for an unknown name.
    void chipDel(const Kiln::String& name);
-   // An unknown name is a std::invalid_argument.
+   // Throws std::invalid_argument for an unknown name.
    void chipStateIs(const Kiln::String& name, U32 state);
 
-   // An unknown name is a std::invalid_argument.
+   // Throws std::invalid_argument for an unknown name.
    SoftChip::Chip& chipNamed(const Kiln::String& name) const;
 
-   // Gives an interface a port of a chip. A port that can't be, or is taken, is a std::invalid_argument.
+   // Gives an interface a port of a chip. Throws std::invalid_argument for a port that does not exist or is taken.
    void portAdd(const Pelt::IntfId& intf, const Kiln::String& chipName, U16 devicePort);
-   // An interface without a port is a std::invalid_argument.
+   // Throws std::invalid_argument for an interface without a port.
    void portDel(const Pelt::IntfId& intf);
 
-   // Puts an interface into the L3 interface table, carried by the VLAN; VlanN and EthernetN.M also enter their
-   // status directory. One that the table has already is a std::invalid_argument.
+   // Adds an interface to the L3 interface table, carried by the VLAN; VlanN and EthernetN.M also enter their status
+   // directory. Throws std::invalid_argument if the table has it already.
    void l3Add(const Pelt::IntfId& intf, Bridging::VlanId vlan);
-   // Takes it out again. One that isn't there is a std::invalid_argument.
+   // Removes it again. Throws std::invalid_argument if the table does not have it.
    void l3Del(const Pelt::IntfId& intf);
 
-   // Forwarding state of every chip, of those that come later, too: the VLAN of a VXLAN network, and source NAT
-   // for what comes from a prefix. What can't be is a std::invalid_argument.
+   // Forwarding state of every chip, also of later ones: the VLAN of a VXLAN network, and source NAT for frames from a
+   // prefix. Throws std::invalid_argument for an invalid one.
    void vniIs(U32 vni, Bridging::VlanId vlan);
    void snatAdd(const Kiln::String& prefix);
 
-   // The port of an interface, and the chip that has it. None is a std::invalid_argument.
+   // The port of an interface, and the chip that has it. Throws std::invalid_argument if there is none.
    struct Port {
       SoftChip::Chip& chip;
       U16 devicePort;

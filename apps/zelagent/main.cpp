@@ -27,9 +27,9 @@ using ZelAgent::Options;
 using ZelAgent::ScenarioConsole;
 using ZelAgent::SwitchAgent;
 
-constexpr int cannotRun = 1; // wrong options, or what they ask for can't be had
+constexpr int cannotRun = 1; // exit status: invalid options, or what they ask for is not possible
 
-// What a signal handler may reach. Set before the handlers are, and good until the end of the process.
+// For the signal handler. Set before the handler is installed, and valid until the process ends.
 Kiln::ActivityManager* signalled = nullptr;
 int endFd = -1; // readable from the first signal on
 std::atomic<int> endingSignal{0};
@@ -56,7 +56,7 @@ void endOnSignals() {
    sigaction(SIGINT, &action, nullptr);
 }
 
-// One that is closed would else be the next file that is opened, and what is printed would go there.
+// The next file to be opened would take the number of a closed standard stream, and output would go into that file.
 void openStandardStreams() {
    for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
       if (fcntl(fd, F_GETFD) < 0) {
@@ -74,8 +74,8 @@ void printHelp() {
         << "\nStatements of a scenario, one a line; '#' begins a comment. Time stands still but for "
            "advance.\n\n"
         << ScenarioConsole::statementsHelp()
-        << "\nA scenario ends with status 0; 1 when a command was refused; 2 at a statement that can't "
-           "be.\n";
+        << "\nA scenario ends with status 0; 1 when a command was refused; 2 for an invalid "
+           "statement.\n";
 }
 
 void flushOutput() {
@@ -108,11 +108,11 @@ int runScenario(const Options& options) {
    const Kiln::String& name = *options.scenario;
    const int fd = openScenario(name);
    Kiln::System::timeSourceIs(Kiln::allocate<Kiln::SimulatedTime>());
-   // A scenario keeps out of the way of an agent that runs beside it.
+   // Tables of its own: an agent may be running beside the scenario.
    ZelAgent::SwitchAgentConfig config = options.agent;
    config.tablesAreTemporary = config.siloFolder.empty();
    config.tablePrefix += "-scenario-" + std::to_string(getpid());
-   endOnSignals(); // first, since what is made from here on has to be removed
+   endOnSignals(); // before the agent makes tables, which have to be removed even after a signal
    SwitchAgent agent(config);
    ZelAgent::ScenarioInput input(fd, endFd);
    std::istream scenario(&input);
@@ -120,7 +120,7 @@ int runScenario(const Options& options) {
    return endingSignal.load() != 0 ? 128 + endingSignal.load() : status;
 }
 
-// The operator sees log messages as they come.
+// Prints log messages for the operator as they come.
 void logToStandardError() {
    Kiln::OperatorLog::instance().sinkIs([](const Kiln::OperatorLog::Entry& entry) {
       std::fprintf(stderr, "%s (%s): %s\n", entry.message->id, Kiln::severityText(entry.message->severity),
@@ -162,7 +162,7 @@ int runAgent(const Options& options) {
 int main(int argc, char** argv) {
    std::signal(SIGPIPE, SIG_IGN);
    openStandardStreams();
-   // What is printed through descriptors and what through streams come in one order.
+   // Line by line, so that text written through descriptors and through streams appears in its order.
    std::setvbuf(stdout, nullptr, _IOLBF, 0);
    try {
       const Options options = ZelAgent::parseOptions({argv + 1, static_cast<std::size_t>(argc - 1)});

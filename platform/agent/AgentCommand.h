@@ -9,8 +9,8 @@
 
 namespace Agent {
 
-// What became of a command. An error is one line without its newline and without the leading "% ": what is
-// wrong and what is expected instead; empty when the command was carried out.
+// The outcome of a command. An error is one line, without its newline and the leading "% ", that says what is wrong and
+// what is expected instead; empty when the command was carried out.
 struct CommandResult {
    Kiln::String error;
    bool ok() const { return error.empty(); }
@@ -25,10 +25,10 @@ class AgentCommandCallback : public Kiln::PtrInterface {
    const Kiln::Name& name() const { return name_; }
    const Kiln::String& commandType() const { return commandType_; }
 
-   // Carries out the words after the command's own name. It writes its text to fd, which it does not own and
-   // which never blocks. Whatever the words are, it answers; it throws nothing.
+   // Carries out the words after the command's own name. Writes its text to fd, which it does not own and which never
+   // blocks. Answers whatever the words are, and throws nothing.
    virtual CommandResult command(const std::vector<Kiln::String>& words, int fd) = 0;
-   // What the word after these may be, in full; nothing when they are no beginning of a command.
+   // The words that may follow these; none if these do not begin a command.
    virtual std::vector<Kiln::String> completions(const std::vector<Kiln::String>& /*words*/) const {
       return {};
    }
@@ -38,13 +38,13 @@ class AgentCommandCallback : public Kiln::PtrInterface {
    Kiln::String commandType_;
 };
 
-// The directory of command requests: hands a request to the callback of its type.
+// The directory of command requests: finds the callback for a type of request.
 class AgentCommandRequestDirSm : public Kiln::Entity {
  public:
-   // One callback a command type; a later one of the same type takes its place. A null pointer is a
-   // std::invalid_argument.
+   // One callback per command type; a later one of the same type replaces it. Throws std::invalid_argument for a null
+   // pointer.
    void agentCommandCallbackIs(Kiln::Ptr<AgentCommandCallback> callback);
-   // Null when nobody answers that type.
+   // Null if nobody answers that type.
    Kiln::Ptr<AgentCommandCallback> agentCommandCallback(const Kiln::String& commandType) const;
 
  private:

@@ -46,7 +46,8 @@ class CommandChannel::Listener : public Kiln::ActivityManager::Descriptor {
          } else if (errno == EAGAIN) {
             return;
          } else if (errno != EINTR && errno != ECONNABORTED) {
-            // Out of descriptors: the connection stays pending and the socket readable, so look away.
+            // Out of descriptors. The connection stays pending and the socket readable: without a pause the loop would
+            // spin.
             KILN_RINGLOG("command channel: cannot accept: " << std::strerror(errno));
             wantsIs(false, false);
             pause_.timeMinIs(Kiln::System::currentTime() + acceptPause);
@@ -65,7 +66,7 @@ class CommandChannel::Listener : public Kiln::ActivityManager::Descriptor {
    Kiln::Timer<Listener> pause_;
 };
 
-// One connection: takes the line, runs it, hands the answer out.
+// One connection: takes the line, runs it, and sends the answer.
 class CommandChannel::Client : public Kiln::ActivityManager::Descriptor {
  public:
    Client(CommandChannel* channel, Kiln::OwnedFd connection)
@@ -103,9 +104,9 @@ class CommandChannel::Client : public Kiln::ActivityManager::Descriptor {
    Kiln::String line_;
    bool answering_ = false;
    std::unique_ptr<CommandSpool> spool_; // none when the command was not run
-   std::size_t size_ = 0;                // of the spool
-   std::size_t sent_ = 0;                // of the spool
-   Kiln::String tail_;                   // what is left of the error
+   std::size_t size_ = 0;                // bytes in the spool
+   std::size_t sent_ = 0;                // of them, bytes sent
+   Kiln::String tail_;                   // the unsent rest of the error
 };
 
 void CommandChannel::Client::handleReadable() {
@@ -123,12 +124,12 @@ void CommandChannel::Client::handleReadable() {
       answer("the command is longer than " + std::to_string(commandLineLimit - 1) +
              " bytes: expected one line of words");
    } else if (end != Kiln::String::npos) {
-      line_.resize(end); // one command a connection: more is not looked at
+      line_.resize(end); // one command per connection: what follows is ignored
       runCommand();
    } else if (got == 0 && line_.empty()) {
       channel_->clientDel(this);
    } else if (got == 0) {
-      runCommand();
+      runCommand(); // a last line without its newline counts
    }
 }
 
@@ -165,7 +166,7 @@ void CommandChannel::Client::handleWritable() {
    }
 }
 
-// One piece a turn, so that a quick reader of a long answer doesn't keep the loop from its clocks.
+// One piece per turn, so that a fast reader of a long answer does not keep the loop from its clocks.
 CommandChannel::Client::Progress CommandChannel::Client::copyOut() {
    if (sent_ == size_ && tail_.empty()) {
       return Progress::done;
@@ -207,7 +208,7 @@ CommandChannel::CommandChannel(const Kiln::Ptr<Kiln::ActivityManager>& manager,
 }
 
 CommandChannel::~CommandChannel() {
-   // When its file was removed, another agent may listen there by now.
+   // If the file was removed meanwhile, another agent may be listening there by now.
    if (inodeOf(path_) == inode_) {
       unlink(path_.c_str());
    }

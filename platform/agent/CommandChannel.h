@@ -1,9 +1,9 @@
-// The agent's command channel: a Unix stream socket served by the activity loop. How a connection runs is in
-// agent/CommandSocket.h.
+// The agent's command channel: a Unix stream socket served by the activity loop. agent/CommandSocket.h describes a
+// connection.
 //
-// A command writes to a spool in memory, so it never waits for its reader; the channel copies the spool out as
-// fast as the client takes it, in pieces, without the activity lock. Clients that stall are dropped. All of it
-// is bounded: clients, bytes a line, bytes an answer, bytes that wait in all.
+// A command writes to a spool in memory, so it never waits for its reader. The channel copies the spool to the client
+// in pieces, as fast as the client takes them and without the activity lock. Clients that stall are dropped. Everything
+// has a bound: clients, bytes per line, bytes per answer, and bytes waiting in all.
 #pragma once
 
 #include "agent/CommandRunner.h"
@@ -19,19 +19,19 @@ namespace Agent {
 struct CommandChannelLimits {
    std::size_t clients = 16;
    std::size_t answerBytes = CommandSpool::sizeLimit;  // text of one answer
-   std::size_t waitingBytes = CommandSpool::sizeLimit; // beyond it no further command is run
+   std::size_t waitingBytes = CommandSpool::sizeLimit; // of all answers; beyond it no further command is run
    double lineTimeout = 10.0;                          // seconds for a client to send its line
    double readerTimeout = 60.0;                        // seconds for a client to take another byte
 };
 
 class CommandChannel : public Kiln::PtrInterface {
  public:
-   // Listens on the socket, which only its user may open. The file of an agent that died is replaced; a live
-   // agent's, or a file that is no socket, is a std::runtime_error that says what to do. Activity thread, as
-   // everything here.
+   // Listens on the socket, which only its user may open. Replaces the socket of an agent that died. Throws
+   // std::runtime_error, saying what to do, for a living agent's socket and for a file that is not a socket. Activity
+   // thread, as everything here.
    CommandChannel(const Kiln::Ptr<Kiln::ActivityManager>& manager, Kiln::Ptr<const CommandRunner> runner,
                   Kiln::String path, const CommandChannelLimits& limits = {});
-   // Closes every connection and removes the socket's file, unless another has taken its place.
+   // Closes every connection and removes the socket's file, unless another file has taken its place.
    ~CommandChannel() override;
 
    std::size_t clientCount() const { return clients_.size(); }
@@ -40,7 +40,7 @@ class CommandChannel : public Kiln::PtrInterface {
    class Listener;
    class Client;
 
-   static constexpr std::size_t pieceSize = std::size_t{64} * 1024; // bytes copied out at once
+   static constexpr std::size_t pieceSize = std::size_t{64} * 1024; // bytes copied at once
 
    void handleConnection(Kiln::OwnedFd connection);
    void clientDel(const Client* client);
@@ -49,9 +49,9 @@ class CommandChannel : public Kiln::PtrInterface {
    Kiln::Ptr<Kiln::ActivityManager> manager_;
    Kiln::Ptr<const CommandRunner> runner_;
    Kiln::String path_;
-   ino_t inode_ = 0; // of the socket's file
+   ino_t inode_ = 0; // of the socket's file, to tell it from a successor's
    CommandChannelLimits limits_;
-   std::array<char, pieceSize> piece_;
+   std::array<char, pieceSize> piece_; // one for all clients: each is served to the end of its turn
    std::unique_ptr<Listener> listener_;
    std::vector<std::unique_ptr<Client>> clients_;
 };

@@ -1,4 +1,4 @@
-// Runs command lines.
+// Splits lines into words, and runs and completes them.
 #include "agent/CommandRunner.h"
 
 #include "kiln/ActivityLock.h"
@@ -14,7 +14,7 @@ namespace {
 constexpr std::string_view blanks = " \t\r\n\v\f";
 constexpr std::string_view completeKeyword = "complete";
 
-// What follows "complete", when that is the line's first word.
+// What follows "complete", if that is the line's first word.
 std::optional<std::string_view> lineToComplete(std::string_view line) {
    line.remove_prefix(std::min(line.find_first_not_of(blanks), line.size()));
    if (line.substr(0, line.find_first_of(blanks)) != completeKeyword) {
@@ -23,7 +23,7 @@ std::optional<std::string_view> lineToComplete(std::string_view line) {
    return line.substr(completeKeyword.size());
 }
 
-// A name may hold anything; what is no word of a line can't be typed.
+// A name may hold anything; only a word of a line can be typed, and offered.
 bool isWord(const Kiln::String& text) {
    return !text.empty() && text.find_first_of(blanks) == Kiln::String::npos && printableLine(text) == text;
 }

@@ -1,5 +1,5 @@
-// From a line of text to the callback that answers it: the first word chooses the command type, the rest goes
-// to the callback. The channel and the scenario console both run their commands through here.
+// Runs a line of text: its first word chooses the command type, and the callback of that type gets the rest. The
+// channel and the scenario console both run their commands here.
 #pragma once
 
 #include "agent/AgentCommand.h"
@@ -12,8 +12,8 @@ namespace Agent {
 // The words of a line, separated by blanks.
 std::vector<Kiln::String> splitWords(std::string_view line);
 
-// The text with '?' for what is no printable character. An error echoes words that may hold anything; what
-// reaches a terminal may not.
+// The text with '?' in place of control characters. An error echoes words that may hold anything, and a terminal would
+// obey them.
 Kiln::String printableLine(Kiln::String text);
 
 class CommandRunner : public Kiln::PtrInterface {
@@ -23,11 +23,11 @@ class CommandRunner : public Kiln::PtrInterface {
    // Lines that begin with `keyword` go to the callback of that type.
    void commandTypeIs(const Kiln::String& keyword, Kiln::String commandType);
 
-   // "complete LINE" answers with the words that LINE may go on with, one a line: with all of them after a blank,
-   // else with those that begin as its last word does. A line that none may follow gets none, and no error.
+   // "complete LINE" answers with the words that may come next, one per line: after a blank all of them, else those
+   // that begin like LINE's last word. No word and no error if none may follow.
    //
-   // Activity thread, under the activity lock. The text goes to the spool; one that fills it ends with an
-   // error. An error is one printable line; nothing is thrown.
+   // Activity thread, under the activity lock. The text goes to the spool; a command that fills it ends with an error.
+   // An error is one printable line. Nothing is thrown.
    CommandResult run(std::string_view line, const CommandSpool& spool) const;
 
  private:

@@ -12,14 +12,15 @@ namespace Agent {
 
 CommandSpool::CommandSpool(std::size_t limit)
      : limit_(limit), file_(memfd_create("command output", MFD_CLOEXEC | MFD_ALLOW_SEALING)) {
-   // The file has its full, still unbacked, size from the start and may not grow: the kernel refuses what
-   // would go beyond, whoever writes.
+   // The file has its full size from the start, without memory behind it yet, and is sealed against growing: so the
+   // kernel enforces the bound, whoever writes through the descriptor.
    if (!file_.isOpen() || ftruncate(fd(), static_cast<off_t>(limit)) != 0 ||
        fcntl(fd(), F_ADD_SEALS, F_SEAL_GROW | F_SEAL_SHRINK) != 0) {
       throw std::system_error(errno, std::generic_category(), "no memory file for the command's output");
    }
 }
 
+// The file position: the writers share it with this descriptor, and the file's size says nothing.
 std::size_t CommandSpool::written() const {
    return static_cast<std::size_t>(std::max<off_t>(lseek(fd(), 0, SEEK_CUR), 0));
 }

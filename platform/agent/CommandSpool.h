@@ -1,5 +1,5 @@
-// A command's output: an anonymous memory file of bounded size. Writing to it never blocks; at the bound it
-// takes no more.
+// A command's output: an anonymous memory file of bounded size. Writing to it never blocks; at its bound it takes no
+// more.
 #pragma once
 
 #include "kiln/OwnedFd.h"
@@ -11,17 +11,17 @@ class CommandSpool {
  public:
    static constexpr std::size_t sizeLimit = 64U << 20U; // bytes
 
-   // Throws std::system_error when the machine has no memory file left. `limit` is a whole number of pages.
+   // Throws std::system_error if the machine has no memory file left. `limit` is a whole number of pages.
    explicit CommandSpool(std::size_t limit = sizeLimit);
 
    int fd() const { return file_.fd(); }
    std::size_t limit() const { return limit_; }
-   // Bytes of text. Once full, it ends with the last whole line.
+   // Bytes of text. When the spool is full, the text ends with its last whole line.
    std::size_t size() const;
    bool isFull() const;
-   // Up to `length` bytes from `offset`; how many there were.
+   // Copies up to `length` bytes from `offset`; returns how many.
    std::size_t read(std::size_t offset, char* to, std::size_t length) const;
-   // All of the text, as far as the output takes it.
+   // Copies all of the text, as far as the output takes it.
    void copyTo(Kiln::TextOutput& out) const;
 
  private:

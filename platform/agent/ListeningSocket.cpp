@@ -1,4 +1,4 @@
-// Takes a path over from a dead agent, never from a living one.
+// Takes over a path from a dead agent, never from a living one.
 #include "agent/ListeningSocket.h"
 
 #include "agent/CommandSocket.h"
@@ -26,7 +26,7 @@ Kiln::OwnedFd streamSocket() {
    return made;
 }
 
-// Only a socket that nobody listens on any more is removed.
+// Removes a socket only if nobody listens on it any more.
 void removeStaleSocket(const SocketAddress& address, const Kiln::String& path) {
    struct stat status {};
    if (lstat(path.c_str(), &status) != 0) {
@@ -36,6 +36,7 @@ void removeStaleSocket(const SocketAddress& address, const Kiln::String& path) {
       throw std::runtime_error(path + " exists and is no socket: choose another with --socket PATH");
    }
    const Kiln::OwnedFd probe = streamSocket();
+   // EAGAIN: the other's queue of connections is full, so it lives.
    if (connect(probe.fd(), address.any(), address.length()) == 0 || errno == EAGAIN) {
       throw std::runtime_error("another agent answers on " + path +
                                ": stop it, or choose another socket with --socket PATH");
@@ -46,8 +47,9 @@ void removeStaleSocket(const SocketAddress& address, const Kiln::String& path) {
    unlink(path.c_str());
 }
 
-// Until the descriptor is closed, no other agent looks for a stale socket there: between two looks, the first
-// agent's fresh socket could be taken for one. The folder itself is locked, so no file is left behind.
+// Until the descriptor is closed, no other agent looks for a stale socket there: it could take the socket that this one
+// has bound, but does not listen on yet, for a stale one. The folder itself is locked, so that no lock file is left
+// behind.
 Kiln::OwnedFd lockFolderOf(const Kiln::String& path) {
    const std::size_t slash = path.rfind('/');
    const Kiln::String folder = slash == Kiln::String::npos ? "." : path.substr(0, slash + 1);
@@ -68,7 +70,7 @@ Kiln::OwnedFd listenOn(const Kiln::String& path) {
    const Kiln::OwnedFd lock = lockFolderOf(path);
    removeStaleSocket(address, path);
    Kiln::OwnedFd made = streamSocket();
-   // Before it has a name, so that there is no moment at which others may open it.
+   // Before the socket has a name, so that others can open it at no moment.
    fchmod(made.fd(), S_IRUSR | S_IWUSR);
    if (bind(made.fd(), address.any(), address.length()) != 0 || listen(made.fd(), SOMAXCONN) != 0) {
       throwErrno("cannot listen on " + path);

@@ -6,9 +6,9 @@
 
 namespace Agent {
 
-// A socket under that path which only this user may open. A socket that a dead
-// agent left is replaced; one that answers, or anything else of that name, is a std::runtime_error. Of several
-// that want a path at once, one gets it. Any thread.
+// A socket under that path which only this user may open. Replaces a socket that a dead agent left. Throws
+// std::runtime_error for a socket that answers, and for anything else of that name. Of several callers at once, one
+// gets the path. Any thread.
 Kiln::OwnedFd listenOn(const Kiln::String& path);
 
 } // namespace Agent

@@ -24,8 +24,8 @@
 //    ..._NOTIFY          the same, and a change of a key's value, its coming and its going notify with the
 //                        key
 //    KILN_COLLECTION     a hash map of Kiln::Ptr<T> keyed by the element's own attribute: xIs(ptr), which
-//                        refuses a null pointer with a std::invalid_argument that names Class::x, and the
-//                        rest as above. KILN_COLLECTION(QualifiedClass, K, T, keyAttribute, x); K is the type
+//                        throws std::invalid_argument, naming Class::x, for a null pointer; the rest as
+//                        above. KILN_COLLECTION(QualifiedClass, K, T, keyAttribute, x); K is the type
 //                        of the key attribute, and T must be complete.
 //
 //    KILN_POINTER_TO     as KILN_POINTER, of a T that is declared only: KILN_POINTER_TO_DEFINE(Class, T, x) goes
@@ -34,10 +34,10 @@
 //    KILN_FORWARDED_MAP  KILN_FORWARDED_MAP(part_, K, V, x): what KILN_HASH_MAP declares, passed on to the part's
 //                        map of that name.
 //
-// A type that has a comma in it needs a name of its own first. A scalar is returned by value. An exception of
-// a watcher reaches the caller of the mutator, whose change is done; xDelAll ends at the first.
+// A type with a comma in it needs a name of its own first. A scalar is returned by value. When a watcher throws, the
+// exception reaches the caller of the mutator, and the change is made all the same; xDelAll ends at the first one.
 //
-// The macros only declare; the work is done by the templates above them.
+// The macros only declare; the templates above them do the work, so that a debugger can step into it.
 #pragma once
 
 #include "kiln/Collections.h"
@@ -214,7 +214,7 @@ void forEachKey(const Map& map, Erase erase) {
                                                                                                              \
  public:
 
-// A watcher may let go of the entity between two keys.
+// Between two keys a watcher may drop the last pointer to the entity.
 #define KILN_KEEP_SELF const auto self = this->heldSelf()
 #define KILN_HASH_MAP(K, V, x)                                                                               \
    KILN_MAP_OF_KIND(::Kiln::HashMap, K, V, x, static_cast<void>(0), static_cast<void>(0))

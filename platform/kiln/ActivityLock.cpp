@@ -8,11 +8,12 @@ namespace Kiln {
 namespace {
 
 std::mutex& activityMutex() {
-   static auto* mutex = new std::mutex; // SDK threads may still call back while statics are destroyed
+   static auto* mutex = new std::mutex; // never freed: SDK threads may call back while statics are destroyed
    return *mutex;
 }
 
-// How often this thread holds the lock; the mutex is taken for the first hold only.
+// How often this thread holds the lock. Kept apart from the mutex, so that a nested hold costs no atomic operation and
+// isHeldByThisThread can be asked at all.
 thread_local constinit unsigned depthOfThisThread = 0;
 
 } // namespace

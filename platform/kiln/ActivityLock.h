@@ -24,12 +24,13 @@ class ActivityLockAnchor {
       Guard() { acquire(); }
    };
 
-   // Blocks until the calling thread has the lock; the guard's end gives it up.
+   // Blocks until the calling thread has the lock; the guard gives it up when it ends.
    static Guard lock() { return {}; }
    static bool isHeldByThisThread() noexcept { return heldDepth() != 0; }
    // For a code path that must not run without the lock.
    static void assertHeld() { KILN_ASSERT(isHeldByThisThread()); }
-   // Runs `blocking` without the lock. The calling thread must hold it exactly once.
+   // Runs `blocking` without the lock. The calling thread must hold it exactly once: a nested holder further up the
+   // stack does not expect its state to change.
    template <class Blocking>
    static void yieldWhile(Blocking blocking) {
       KILN_ASSERT(heldDepth() == 1);

@@ -63,16 +63,17 @@ ActivityManager::~ActivityManager() {
    clock_->wakeIs({});
 }
 
+// Called from signal handlers: keeps errno, allocates nothing.
 void ActivityManager::wake() const noexcept {
    const int errorOfInterrupted = errno;
    const U64 one = 1;
-   // A full counter means that the loop is being woken already.
+   // Fails only when the counter is full, and then the loop is being woken already.
    [[maybe_unused]] const auto written = write(wakeEvent_.fd(), &one, sizeof one);
    errno = errorOfInterrupted;
 }
 
-// The loop says that it sleeps before it looks at the clock for how long, so whoever changes the clock after
-// that look finds it said; a loop that is awake looks later.
+// No wake-up is lost: the loop sets sleeping_ before it asks the clock how long to sleep. Whoever arms the clock after
+// that finds sleeping_ set and wakes the loop; whoever armed it before is seen by the loop's own look.
 void ActivityManager::wakeSleeper() const noexcept {
    if (sleeping_.load()) {
       wake();
@@ -95,7 +96,7 @@ bool ActivityManager::runOne(double time, U64 sequenceLimit) {
    return true;
 }
 
-// What a handler arms for now runs in the next turn, so that descriptors are served between.
+// The limit leaves what a handler arms for now to the next turn, so that descriptors are served in between.
 void ActivityManager::runDue() {
    const double now = System::currentTime();
    const U64 limit = clock_->nextSequence();
@@ -105,6 +106,7 @@ void ActivityManager::runDue() {
 
 void ActivityManager::sleep() {
    sleeping_.store(true);
+   // Collected anew each time: handlers change them, and there are few.
    std::vector<pollfd> polled{{wakeEvent_.fd(), POLLIN, 0}};
    std::vector<Descriptor*> waiting{nullptr};
    for (Descriptor* descriptor : descriptors_) {
@@ -116,11 +118,12 @@ void ActivityManager::sleep() {
    }
    const double expiry = clock_->earliestExpiry();
    timespec timeout{};
+   // The upper bound keeps an expiry of never out of the integers; an early wake-up does no harm.
    const double seconds = std::clamp(expiry - System::currentTime(), 0.0, 3600.0);
    timeout.tv_sec = static_cast<time_t>(seconds);
    timeout.tv_nsec = static_cast<long>((seconds - std::floor(seconds)) * 1e9);
 
-   // The caller's hold is the only one, so giving it up here lets SDK threads in.
+   // The one place where the loop gives up the lock: now SDK threads get in.
    ActivityLockAnchor::yieldWhile([&] { ppoll(polled.data(), polled.size(), &timeout, nullptr); });
 
    sleeping_.store(false);
@@ -134,7 +137,8 @@ void ActivityManager::sleep() {
 }
 
 void ActivityManager::serve(Descriptor* descriptor, int fd, int events) {
-   // An earlier handler, or another thread during the sleep, may have destroyed it, or changed what it wants.
+   // An earlier handler of this turn, or another thread during the sleep, may have destroyed the descriptor, made
+   // another at its address, or changed what it wants.
    if (std::find(descriptors_.begin(), descriptors_.end(), descriptor) == descriptors_.end() ||
        descriptor->fd_ != fd) {
       return;
@@ -170,7 +174,8 @@ void ActivityManager::advance(double seconds) {
    const auto lock = ActivityLockAnchor::lock();
    auto& time = static_cast<SimulatedTime&>(*System::timeSource());
    const double end = time.now() + seconds;
-   // A sum of decimal fractions misses by its rounding: what is armed for the same instant is due all the same.
+   // Sums of decimal fractions are off by their rounding: what was meant for the end is due although it lies just
+   // beyond.
    constexpr double instant = 1e-9;
    for (double expiry = clock_->earliestExpiry(); expiry <= end + instant && !stopping_.load();
         expiry = clock_->earliestExpiry()) {

@@ -12,8 +12,8 @@ namespace Kiln {
 
 class ActivityManager : public PtrInterface {
  public:
-   // Something to do when a descriptor becomes ready; embedded in its owner, which must end before the
-   // manager.
+   // Something to do when a descriptor becomes ready. Embedded in its owner, which must end before the manager. Does
+   // not own the descriptor.
    class Descriptor {
     public:
       Descriptor(Ptr<ActivityManager> manager, int fd);
@@ -24,7 +24,7 @@ class ActivityManager : public PtrInterface {
       int fd() const { return fd_; }
       // What to wait for. Under the activity lock, from any thread: the sleeping loop wakes.
       void wantsIs(bool readable, bool writable);
-      // What is ready of what is wanted; hang-up and error count as both. May destroy the descriptor.
+      // Says which of the wanted events are there; hang-up and error count as both. May destroy this object.
       virtual void onReady(bool readable, bool writable) = 0;
 
     private:
@@ -35,7 +35,7 @@ class ActivityManager : public PtrInterface {
       bool writable_ = false;
    };
 
-   // Created when missing. instanceDel forgets it, so that a test begins with a new one.
+   // Made when missing. instanceDel forgets it, so that the next caller, such as a test, gets a new one.
    static Ptr<ActivityManager> instance();
    static void instanceDel();
 
@@ -44,16 +44,16 @@ class ActivityManager : public PtrInterface {
 
    const Ptr<Clock>& clock() const { return clock_; }
 
-   // Real time: runs clocks and descriptors until stop(). Holds the activity lock but for its sleep. An
-   // exception that a handler lets out is written to the ring log, and the loop goes on.
+   // Real time: runs clocks and descriptors until stop(). Holds the activity lock except while it sleeps. When a
+   // handler throws, the exception goes to the ring log and the loop goes on.
    void run();
-   // Ends run() and advance() after the handler that is running, for good. Any thread, and signal handlers.
+   // Ends run() and advance() for good, after the handler that is running. Any thread, and signal handlers.
    void stop() noexcept;
    bool isStopping() const { return stopping_.load(); }
 
-   // Simulated time (it must be the active source): fires everything due in the next `seconds`, in order of
-   // time, with time standing at each expiry, then stands at the end, or later when a handler was charged
-   // beyond it: what is due in that excess fires in the next advance. Takes the activity lock.
+   // Simulated time, which must be the active source: fires everything that is due in the next `seconds`, in order of
+   // time; during a handler, time is its expiry. Ends at now + `seconds`, or later when a handler was charged beyond
+   // that; what is due in the excess fires in the next advance. Takes the activity lock.
    void advance(double seconds);
 
  private:

@@ -1,6 +1,6 @@
-// Assertions: always on, for programming errors and for a chip program that does not fit the library. They
-// print the expression, the source file (without its ending) and the function, and stop the process. What the
-// outside world may cause is never asserted: it is checked at the edge and answered with an error.
+// Assertions: always on, for programming errors and for a chip program that does not fit the library. A failed one
+// prints the expression, the source file (without its ending) and the function, and stops the process. What the outside
+// world may cause is never asserted: it is checked at the edge and answered with an error.
 #pragma once
 
 namespace Kiln {
@@ -16,6 +16,6 @@ namespace Kiln {
 // KILN_ASSERT_TEXT( condition, "text" ) quotes a text instead, for conditions whose text is fixed.
 #define KILN_ASSERT_TEXT(condition, text) KILN_ASSERT_MESSAGE(condition, text, nullptr)
 
-// KILN_ASSERT_MESSAGE( condition, "text", "message" ) adds a line that says what it means.
+// KILN_ASSERT_MESSAGE( condition, "text", "message" ) adds what it means, for whoever reads the line.
 #define KILN_ASSERT_MESSAGE(condition, text, message)                                                        \
    ((condition) ? static_cast<void>(0) : ::Kiln::assertionFailed(text, __FILE__, __func__, __LINE__, message))

@@ -1,4 +1,4 @@
-// Words for people.
+// Joins, quotes and shortens words for people.
 #include "kiln/Choices.h"
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-// What errors say of a word that was typed, and of what is expected in its place.
+// Lists and words as errors show them: what was typed, and what was expected instead.
 #pragma once
 
 #include "kiln/Types.h"
@@ -11,7 +11,7 @@ namespace Kiln {
 // "a, b, c" with the separator ", ".
 String joined(const std::vector<String>& all, std::string_view separator);
 
-// In quotes, a long word cut short.
+// The word in quotes, cut short when it is long.
 String quoted(std::string_view word);
 
 // "a", "a or b", "a, b or c".
@@ -20,11 +20,11 @@ String choices(const std::vector<String>& all);
 // "1 row", "2 rows".
 String counted(U64 number, std::string_view singular);
 
-// Names in their natural order, neighbours drawn together, the first few of them: "Ethernet1 to Ethernet64 or
+// The first few of the names, which are in natural order, with neighbours drawn together: "Ethernet1 to Ethernet64 or
 // Internal1".
 String nameRanges(const std::vector<String>& sorted);
 
-// That there is no such interface, and which there are.
+// Says that there is no such interface, and which ones there are.
 String unknownInterface(const String& word, const std::vector<String>& sorted);
 
 } // namespace Kiln

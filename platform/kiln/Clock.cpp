@@ -28,6 +28,7 @@ void Clock::Notifiee::timeMinIs(double time) {
    }
    const std::lock_guard lock(clock_->mutex_);
    clock_->disarm(*this);
+   // Neither never nor any other infinity is queued: what is not in the queue never fires.
    if (time <= std::numeric_limits<double>::max()) {
       clock_->arm(*this, time);
    }
@@ -59,6 +60,8 @@ void Clock::disarm(Notifiee& notifiee) const {
    }
 }
 
+// Looks at the queue anew for each notifiee: a handler may arm, disarm and destroy any of them. The handler runs
+// without the clock's lock, since it arms clocks itself.
 bool Clock::fireNext(double time, U64 sequenceLimit) const {
    Notifiee* due = nullptr;
    {

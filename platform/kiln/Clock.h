@@ -13,7 +13,7 @@ namespace Kiln {
 // The expiry of a notifiee that is not armed.
 constexpr double never = std::numeric_limits<double>::infinity();
 
-// All notifiees of one clock fire in the order of their times, equal times in the order in which they were
+// The notifiees of one clock fire in the order of their times; those of equal times in the order in which they were
 // armed.
 class Clock : public Entity {
  public:
@@ -33,8 +33,8 @@ class Clock : public Entity {
    using Queue = std::set<Expiry>;
 
  public:
-   // Embedded in its reactor and destroyed with it; holds its clock. It is disarmed before onTime runs, so
-   // that the handler may arm it again, throw, or destroy it.
+   // Embedded in its reactor and destroyed with it; holds its clock. It is disarmed before onTime runs, so that the
+   // handler may arm it again, throw, or destroy it. Kiln::Timer is one that calls a member function.
    class Notifiee {
     public:
       explicit Notifiee(Ptr<const Clock> clock);
@@ -46,8 +46,8 @@ class Clock : public Entity {
       // Seconds of Kiln::System::currentTime(); never (+infinity) when not armed. Any thread.
       double timeMin() const;
       bool isArmed() const { return timeMin() <= std::numeric_limits<double>::max(); }
-      // Arms, moves or (with never) disarms. NaN is refused with std::invalid_argument. Any thread: the
-      // sleeping loop wakes.
+      // Arms, moves or (with never) disarms. Throws std::invalid_argument for NaN. Any thread; wakes the sleeping
+      // loop.
       void timeMinIs(double time);
 
       virtual void onTime() = 0;
@@ -58,18 +58,17 @@ class Clock : public Entity {
       Ptr<const Clock> clock_;
       double timeMin_ = never;
       U64 sequence_ = 0;
-      Queue::node_type spare_; // kept while disarmed: arming allocates once in a life
+      Queue::node_type spare_; // the queue's node, kept while disarmed: only the first arming allocates
    };
 
    ~Clock() override;
 
-   // Runs the earliest notifiee that is due at `time` and was armed before `sequenceLimit`. False when there
-   // is none.
+   // Runs the earliest notifiee that is due at `time` and was armed before `sequenceLimit`. False if there is none.
    bool fireNext(double time, U64 sequenceLimit) const;
    // The next arming gets this number or a later one.
    U64 nextSequence() const;
    double earliestExpiry() const;
-   // Called when the earliest expiry moved forward; under the clock's own lock, so it must only signal.
+   // `wake` is called when the earliest expiry has moved forward, under the clock's own lock: it must only signal.
    void wakeIs(std::function<void()> wake) const;
 
  private:

@@ -1,6 +1,6 @@
-// The framework's maps. Both iterate reproducibly: HashMap in the order in which the keys were first
-// inserted, OrderedMap in the order of the keys. References to values stay good until the key is removed.
-// Neither may be changed while it is iterated: a walk that may do so goes over keys(), a snapshot.
+// The framework's maps. Both iterate reproducibly: HashMap in the order in which keys were first inserted, OrderedMap
+// in the order of the keys. References to values stay valid until the key is removed. Neither may be changed while it
+// is iterated: a walk that may change it goes over keys(), a snapshot.
 #pragma once
 
 #include <cstddef>
@@ -12,8 +12,8 @@
 
 namespace Kiln {
 
-// Where the entries of a list stand, by their keys: an open-addressed hash table of its iterators. A look-up costs a
-// multiplication and, mostly, one comparison.
+// Finds a list's entries by their keys: an open-addressed hash table of iterators. A look-up costs a multiplication
+// and, mostly, one comparison.
 template <class Iterator, class K, class Hash>
 class HashIndex {
  public:
@@ -30,7 +30,7 @@ class HashIndex {
       return nullptr;
    }
 
-   // Its key must be absent.
+   // The entry's key must be absent.
    void insert(Iterator entry) {
       if (2 * (count_ + 1) > places_.size()) {
          std::vector<Place> old(places_.empty() ? 8 : 2 * places_.size());
@@ -51,7 +51,7 @@ class HashIndex {
       while (!(places_[hole].entry->first == key)) {
          hole = next(hole);
       }
-      // An entry behind the hole moves up unless its home lies between the two.
+      // An entry behind the hole moves into it, unless its home lies between the two: then a look-up would miss it.
       for (std::size_t at = next(hole); places_[at].used; at = next(at)) {
          if (distance(home(places_[at].entry->first), at) >= distance(hole, at)) {
             places_[hole] = places_[at];
@@ -150,7 +150,8 @@ class HashMap {
       }
       const iterator entry = *at;
       index_.erase(key);
-      // Out of the map before it ends: its value may look at the map again, and the key may be the entry's own.
+      // Taken out of the map before it is destroyed: its value's destructor may look into the map, and `key` may be the
+      // entry's own.
       std::list<value_type> ended;
       ended.splice(ended.begin(), entries_, entry);
       return true;
@@ -195,7 +196,7 @@ class OrderedMap {
 
    bool set(const K& key, V value) { return entries_.insert_or_assign(key, std::move(value)).second; }
 
-   // The value dies after it is out of the map, so that its destructor may look into the map.
+   // The value is destroyed after it is out of the map, so that its destructor may look into the map.
    bool erase(const K& key) { return !entries_.extract(key).empty(); }
 
    std::vector<K> keys() const {

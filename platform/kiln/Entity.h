@@ -17,8 +17,8 @@
 //       PortSm* sm;
 //    };
 //
-// Events are given only by an entity, and only to a reactor, whose hasNotificationActive is true; it is false
-// until the factory that made the object has wired it. Everything here belongs to the activity thread.
+// An event passes only when both the entity's and the reactor's hasNotificationActive are true; it is false until the
+// factory that made the object has wired it. Everything here belongs to the activity thread.
 #pragma once
 
 #include "kiln/Ptr.h"
@@ -35,16 +35,16 @@ class Entity : public PtrInterface {
    virtual void hasNotificationActiveIs(bool active) { hasNotificationActive_ = active; }
 
  protected:
-   // Keeps an entity that is held by pointers alive for a while; null for one that is not (yet).
+   // Keeps the entity alive while it works. Null when no pointer holds it (yet), since this one would be the last.
    Ptr<const Entity> heldSelf() const noexcept { return refCount() != 0 ? this : nullptr; }
 
  private:
    bool hasNotificationActive_ = false;
 };
 
-// The watchers of one entity. A notification survives a watcher that comes or goes, that throws (the others
-// are still told, then the first exception goes on to the caller), and the end of the entity itself. A
-// watcher that comes during a notification is not told of it.
+// The watchers of one entity. During a notification watchers may come, go and throw, and the entity itself may end.
+// When one throws, the others are still notified; then the first exception goes on to the caller. A watcher that comes
+// during a notification does not get that one.
 template <class N>
 class NotifieeList {
  public:
@@ -61,7 +61,7 @@ class NotifieeList {
       }
    }
 
-   // By value: an argument may live in what a watcher deletes.
+   // Arguments by value: one may live in what a watcher deletes.
    template <class Event, class... Args>
    void notify(Event event, const Args... args) const {
       const std::shared_ptr<State> state = state_; // the entity may die while it notifies
@@ -88,8 +88,8 @@ class NotifieeList {
 
  private:
    struct State {
-      std::vector<N*> slots;
-      unsigned depth = 0;
+      std::vector<N*> slots; // null: the watcher went during a notification
+      unsigned depth = 0;    // of nested notifications; slots move only at 0
    };
    struct Depth {
       explicit Depth(State& of) : state(of) { ++state.depth; }
@@ -106,8 +106,8 @@ class NotifieeList {
    std::shared_ptr<State> state_ = std::make_shared<State>();
 };
 
-// The base of every E::Notifiee: holds the watched entity and attaches to it. The reactor that it belongs to,
-// when given, must outlive it (it is a member of the reactor) and gates the events.
+// The base of every E::Notifiee: holds the watched entity and attaches to it. The reactor, when given, has it as a
+// member and so outlives it; the reactor's hasNotificationActive gates the events.
 template <class E>
 class NotifieeOf {
  public:
@@ -140,7 +140,7 @@ class NotifieeOf {
 
    const Entity* reactor_;
    Ptr<const E> notifier_;
-   // This object as the list knows it: its destructor is past being an E::Notifiee.
+   // The address under which this object is in the list: in the destructor it can no longer be cast to E::Notifiee.
    const void* attached_ = nullptr;
 };
 

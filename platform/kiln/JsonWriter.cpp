@@ -1,4 +1,4 @@
-// Quotes, commas and indents.
+// Places quotes, commas and line breaks.
 #include "kiln/JsonWriter.h"
 
 #include <charconv>

@@ -1,4 +1,4 @@
-// JSON text, written as it is told.
+// Writes JSON text; the caller sees to keys and nesting.
 #pragma once
 
 #include "kiln/Types.h"
@@ -7,8 +7,8 @@
 
 namespace Kiln {
 
-// Objects and lists nest as they are begun and ended. Within an object each value has a key, which is empty
-// within a list. Strings may hold any bytes: what is not ASCII is written as the code point of the byte. A
+// Objects and lists nest as they are begun and ended. Each value within an object has a key; within a list the key is
+// empty. Strings may hold any bytes: one that is not printable ASCII is escaped as the code point of its number. A
 // document ends with a newline.
 class JsonWriter {
  public:
@@ -30,7 +30,7 @@ class JsonWriter {
    void newLine() { isLineDue_ = true; }
 
    const String& text() const { return text_; }
-   // Forgets what was taken by now, for a document that is too large to keep.
+   // Drops the text so far, once the caller has written it: for a document that is too large to keep.
    void textDel() { text_.clear(); }
    static String quotedString(std::string_view text);
 

@@ -9,8 +9,7 @@
 
 namespace Kiln {
 
-// A deque never moves its elements, so the entries that names point at and the views that key the index stay
-// good.
+// A deque never moves its elements: names point to them, and the index's keys are views of their text.
 struct Name::Table {
    std::shared_mutex mutex;
    std::deque<Entry> entries;
@@ -28,6 +27,7 @@ Name::Name(std::string_view text) {
    }
    Table& all = table();
    {
+      // Nearly every text is known already, and then threads need not wait for each other.
       const std::shared_lock lock(all.mutex);
       if (const auto found = all.index.find(text); found != all.index.end()) {
          entry_ = found->second;

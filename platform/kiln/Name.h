@@ -23,7 +23,7 @@ class Name {
    // 0 for the empty text, then numbers in the order of interning.
    U32 id() const noexcept { return entry_ != nullptr ? entry_->id : 0; }
    bool empty() const noexcept { return entry_ == nullptr; }
-   // Differs from run to run: it may find an element, never order one.
+   // Differs from run to run: good for finding an element, not for ordering.
    std::size_t hash() const noexcept { return std::hash<const void*>()(entry_); }
 
    bool operator==(const Name&) const noexcept = default;
@@ -40,9 +40,9 @@ class Name {
    const Entry* entry_ = nullptr;
 };
 
-// Orders text as people do: runs of digits compare as numbers, so Ethernet2 stands before Ethernet10. Returns
-// less than, equal to or greater than zero, and zero only for the same text: texts that differ only in
-// leading zeros are ordered by length, then by character.
+// Orders text as people do: runs of digits compare as numbers, so that Ethernet2 comes before Ethernet10. Returns less
+// than, equal to or greater than zero, and zero only for equal texts: those that differ only in leading zeros are
+// ordered by length, then by character.
 int naturalCompare(std::string_view a, std::string_view b) noexcept;
 
 std::ostream& operator<<(std::ostream& out, const Name& name);

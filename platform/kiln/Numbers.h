@@ -1,5 +1,4 @@
-// Numbers as people type them. All of the text has to be the number: no blanks, no sign before an unsigned
-// one.
+// Numbers as people type them. The whole text has to be the number: no blanks, and no sign before an unsigned one.
 #pragma once
 
 #include "kiln/Types.h"
@@ -11,7 +10,7 @@
 
 namespace Kiln {
 
-// Decimal. None when the text is no number, or one that T or the bounds do not hold.
+// Decimal. None if the text is not a number, or one outside T or the bounds.
 template <class T>
 std::optional<T> parseNumber(std::string_view text, T min = std::numeric_limits<T>::min(),
                              T max = std::numeric_limits<T>::max(), int base = 10) {
@@ -34,7 +33,7 @@ inline std::optional<U64> parseValue(std::string_view text) {
 inline std::optional<double> parseSeconds(std::string_view text, double max) {
    double value = 0.0;
    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-   // The comparison also turns down what is not a number.
+   // Written as !(<=), so that NaN is refused too.
    if (error != std::errc() || end != text.data() + text.size() || std::signbit(value) || !(value <= max)) {
       return std::nullopt;
    }

@@ -38,7 +38,7 @@ const char* severityText(Severity severity) {
 }
 
 OperatorLog& OperatorLog::instance() {
-   static auto* log = new OperatorLog; // written to until the very end of the process
+   static auto* log = new OperatorLog; // never freed: written to while statics are destroyed
    return *log;
 }
 

@@ -1,5 +1,5 @@
-// The operator log: messages that an operator is meant to see, each from a catalogue entry that says how
-// severe it is, what it means and what to do about it.
+// The operator log: messages for the operator. Each comes from a catalogue entry that says how severe it is, what it
+// means and what to do about it.
 #pragma once
 
 #include "kiln/Types.h"
@@ -12,7 +12,7 @@
 
 namespace Kiln {
 
-// As in RFC 5424, the ones in use.
+// Numbered as in RFC 5424; only those in use.
 enum class Severity : U8 { error = 3, warning = 4, notice = 5, informational = 6 };
 
 const char* severityText(Severity severity);
@@ -41,7 +41,7 @@ class OperatorLog {
    void log(const LogMessage& message, std::span<const String> arguments);
    // Entries since the last call, oldest first.
    std::vector<Entry> newEntries();
-   // Called for each new entry, under no lock of the log; an empty function for none.
+   // Called for each new entry, without the log's lock. An empty function for none.
    void sinkIs(std::function<void(const Entry&)> sink);
 
  private:

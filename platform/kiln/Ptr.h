@@ -1,9 +1,9 @@
 // Reference-counted pointers. An object that is held by Kiln::Ptr derives from Kiln::PtrInterface and is made
 // with Kiln::allocate; it dies with its last Ptr.
 //
-// Ownership runs downward by Ptr, back-pointers upward are raw. Counts are plain stores until the process
-// switches thread-safe pointer mode on, then atomic read-modify-writes. Switch it before a second thread
-// can hold a Ptr, and never back while one does.
+// Ownership runs downward by Ptr; back-pointers upward are raw. Counting uses plain loads and stores until the process
+// switches thread-safe pointer mode on, and atomic read-modify-writes from then on: a single-threaded agent does not
+// pay for locked instructions. Switch it on before a second thread can hold a Ptr, and never off while one does.
 #pragma once
 
 #include "kiln/Types.h"
@@ -44,6 +44,7 @@ class PtrInterface {
    void refDec() const noexcept {
       U32 before = 0;
       if (threadSafePtrMode()) {
+         // Acquire and release: what the other holders did with the object happens before its end.
          before = refs_.fetch_sub(1, std::memory_order_acq_rel);
       } else {
          before = refs_.load(std::memory_order_relaxed);
@@ -113,8 +114,8 @@ class Ptr {
    T* object_ = nullptr;
 };
 
-// Makes a tracked T on the heap and hands it out in its first Ptr. Neither constructor nor destructor of T
-// may make a Ptr to the object itself: it would be the last one too.
+// Makes a tracked T on the heap and returns its first Ptr. T's constructor and destructor must not make a Ptr to the
+// object itself: that one would also be the last, and destroy it.
 template <class T, class... Args>
 auto allocate(Args&&... args) {
    Ptr<T> made(new T(std::forward<Args>(args)...));

@@ -8,7 +8,7 @@
 namespace Kiln {
 
 RingLog& RingLog::instance() {
-   static auto* log = new RingLog; // written to until the very end of the process
+   static auto* log = new RingLog; // never freed: written to while statics are destroyed
    return *log;
 }
 

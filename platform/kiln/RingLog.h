@@ -1,8 +1,8 @@
-// The ring log: the last lines of what the process found worth keeping, in memory, for an operator to dump.
+// The ring log: recent lines of diagnostics, kept in memory for an operator to dump.
 //
 //    KILN_RINGLOG("Initialize counters for intf " << intf);
 //
-// It holds the newest lineLimit lines; an older one gives way to a newer. Any thread.
+// It keeps the newest lineLimit lines. Any thread.
 #pragma once
 
 #include "kiln/Types.h"

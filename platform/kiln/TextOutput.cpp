@@ -1,4 +1,4 @@
-// Buffered text to a descriptor.
+// Gathers text and writes it, whatever the descriptor does.
 #include "kiln/TextOutput.h"
 
 #include <cerrno>
@@ -67,8 +67,8 @@ void TextOutput::number(S64 value, unsigned width) {
 
 namespace {
 
-// write(2), but a closed pipe is only an EPIPE: the SIGPIPE that comes with it goes to the calling thread,
-// which blocks it and takes it away unless one was pending before.
+// Like write(2), but a closed pipe gives EPIPE only. The library must not change the process's signal handling, so this
+// thread blocks SIGPIPE for the write, and removes the one that the write raised; one that was pending before stays.
 ssize_t writeWithoutSignal(int fd, std::string_view text) {
    sigset_t pipeSignal;
    sigset_t before;

@@ -1,8 +1,8 @@
 // Text to a file descriptor, gathered in a buffer and written in large pieces.
 //
-// Short writes and signals are survived, and a descriptor that does not block is waited for. When it takes no
-// more (a closed pipe, a full spool) ok() turns false and further text is dropped: a long print looks at ok()
-// and ends early. A closed pipe raises no SIGPIPE.
+// Survives short writes and signals, and waits for a non-blocking descriptor. When the descriptor takes no more (a
+// closed pipe, a full spool), ok() turns false and further text is dropped; a long print should look at ok() and end
+// early. A closed pipe raises no SIGPIPE.
 #pragma once
 
 #include "kiln/Types.h"
@@ -13,7 +13,7 @@ namespace Kiln {
 
 class TextOutput {
  public:
-   // Does not own the descriptor. With echo, standard output gets the same text.
+   // Does not own the descriptor. With `echo`, standard output gets the same text.
    explicit TextOutput(int fd, bool echo = false);
    TextOutput(const TextOutput&) = delete;
    TextOutput& operator=(const TextOutput&) = delete;
@@ -24,7 +24,7 @@ class TextOutput {
    // Why it takes no more, as an errno value; 0 while it does.
    int error() const noexcept { return error_; }
    void write(std::string_view text);
-   // As printf.
+   // Like printf.
    void print(const char* format, ...) __attribute__((format(printf, 2, 3)));
    // Right-aligned in a field of at least `width` characters.
    void number(U64 value, unsigned width);

@@ -9,7 +9,7 @@ namespace Kiln {
 
 namespace {
 
-// A raw pointer for readers on any thread; the Ptr beside it keeps the object.
+// Readers on any thread use the raw pointer; a Ptr's count is not thread-safe in every mode. held() keeps the object.
 std::atomic<TimeSource*> active{nullptr};
 
 Ptr<TimeSource>& held() {

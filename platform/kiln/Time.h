@@ -21,7 +21,7 @@ class RealTime : public TimeSource {
    bool isSimulated() const override { return false; }
 };
 
-// Starts at 0. Only the driver calls nowIs; charge() may be called while a handler runs, to say that it took
+// Starts at 0. Only the driver calls nowIs. charge() may be called while a handler runs, to say that its work took
 // time.
 class SimulatedTime : public TimeSource {
  public:
@@ -37,7 +37,7 @@ class SimulatedTime : public TimeSource {
 
 namespace System {
 
-// Real time until another source is set. Set it before threads that ask are started. Any thread may read.
+// Real time, unless another source is set; set it before starting threads that ask. Any thread may read.
 void timeSourceIs(Ptr<TimeSource> source);
 Ptr<TimeSource> timeSource();
 double currentTime();
@@ -46,8 +46,7 @@ double monotonicTime();
 
 } // namespace System
 
-// Of an interval that somebody sets. Throws std::range_error, naming the attribute, unless it is above 0 and
-// finite.
+// For an interval that somebody sets. Throws std::range_error, naming the attribute, unless it is above 0 and finite.
 void requirePositiveSeconds(std::string_view attribute, double seconds);
 
 } // namespace Kiln

@@ -17,7 +17,7 @@ TimerWheel::TimerWheel(const Kiln::Ptr<const Kiln::Clock>& clock, U32 tickMs, U3
    KILN_ASSERT(tickMs > 0 && perTick > 0 && slotCount > 1 && firstSlot < slotCount);
 }
 
-// Counted from the start, so that neither late ticks nor rounding add up.
+// Counted from the start of the turning, so that neither delays nor rounding add up.
 double TimerWheel::tickTime() const {
    return turnStart_ + static_cast<double>(turnTicks_ * tickMs_) / 1000.0;
 }
@@ -56,7 +56,7 @@ void TimerWheel::disarm(Timer& timer) {
    }
 }
 
-// Passes every slot whose time has come: after a stall of the loop that may be several.
+// Passes every slot whose time has come; after a stall of the loop that may be several.
 void TimerWheel::turn() {
    const double now = Kiln::System::currentTime();
    do {
@@ -70,6 +70,7 @@ void TimerWheel::turn() {
 }
 
 void TimerWheel::handleTick() {
+   // Stops one tick after the last timer, so that an idle agent does not wake up for it.
    if (armedCount_ == 0) {
       turning_ = false;
       return;

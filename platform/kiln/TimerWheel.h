@@ -1,6 +1,6 @@
-// Oxbow::TimerWheel: many coarse timers on one clock. Time is cut into ticks, a timer waits in the slot of
-// its tick, and a tick serves a bounded number of timers, so that thousands that are due together cannot hold
-// the activity thread; the rest follow in the next ticks.
+// Oxbow::TimerWheel: many coarse timers on one clock. Time is cut into ticks, and a timer waits in the slot of its
+// tick. A tick serves a bounded number of timers and leaves the rest to the next ticks, so that thousands that are due
+// together do not hold up the activity thread.
 #pragma once
 
 #include "kiln/Timer.h"
@@ -12,7 +12,7 @@ namespace Oxbow {
 
 class TimerWheel : public Kiln::PtrInterface {
  public:
-   // Embedded in its owner, and ends before the wheel does.
+   // Embedded in its owner; holds the wheel.
    class Timer {
     public:
       explicit Timer(Kiln::Ptr<TimerWheel> wheel) : wheel_(std::move(wheel)) {}
@@ -21,13 +21,13 @@ class TimerWheel : public Kiln::PtrInterface {
       virtual ~Timer() { wheel_->disarm(*this); }
 
       bool isArmed() const { return armed_; }
-      // Fires once, `delay` seconds from the wheel's last tick (from now when the wheel stands), rounded up
-      // to whole ticks, one at least and slotCount - 1 at most. So a handler that arms its timer again with
-      // the same delay keeps its period, however late it runs. NaN is refused with std::invalid_argument.
+      // Fires once, `delay` seconds after the wheel's last tick (after now, if the wheel stands still), rounded up to
+      // whole ticks: at least one, at most slotCount - 1. Counting from the tick, a handler that arms its timer again
+      // with the same delay keeps its period, however late it runs. Throws std::invalid_argument for NaN.
       void delayIs(double delay) { wheel_->arm(*this, delay); }
       void disarm() { wheel_->disarm(*this); }
 
-      // The timer is disarmed before; it may arm itself again or be destroyed.
+      // The timer is already disarmed; the handler may arm or destroy it.
       virtual void onTime() = 0;
 
     private:
@@ -38,8 +38,8 @@ class TimerWheel : public Kiln::PtrInterface {
       std::list<Timer*>::iterator place_;
    };
 
-   // tickMs: length of a tick in milliseconds. perTick: timers served a tick at most. firstSlot: where the
-   // wheel begins. slotCount: slots of the wheel.
+   // tickMs: length of a tick in milliseconds. perTick: how many timers a tick serves at most. firstSlot: the slot that
+   // the wheel starts from. slotCount: slots of the wheel.
    TimerWheel(const Kiln::Ptr<const Kiln::Clock>& clock, U32 tickMs, U32 perTick, U32 firstSlot,
               U32 slotCount);
 

@@ -85,7 +85,7 @@ TraceHandle::TraceHandle(const char* name) : name_(name) {
 }
 
 void TraceHandle::write(unsigned level, std::string_view text) const {
-   // One call a line, so that lines of several threads do not mix.
+   // One call per line, so that the lines of several threads do not mix.
    std::fprintf(stderr, "%.6f %s/%u %.*s\n", System::currentTime(), name_, level,
                 static_cast<int>(text.size()), text.data());
 }

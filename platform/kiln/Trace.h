@@ -15,7 +15,7 @@
 
 namespace Kiln {
 
-// One a source file, with static storage; registered under its name for as long as the process lives.
+// One per source file, with static storage; registered under its name as long as the process lives.
 class TraceHandle {
  public:
    explicit TraceHandle(const char* name);
@@ -36,9 +36,8 @@ class TraceHandle {
    std::atomic<U32> levels_{0};
 };
 
-// Applies "NAME/LEVELS": NAME is a handle's name, or * for all; LEVELS a list of levels and ranges such as
-// 0-4,8. It also holds for handles that register later. False, with the reason in *error, when the text has
-// another form.
+// Applies "NAME/LEVELS": NAME is a handle's name, or * for all; LEVELS is a list of levels and ranges such as 0-4,8.
+// Also applies to handles that register later. False, with the reason in *error, if the text has another form.
 bool traceSettingIs(std::string_view text, String* error);
 
 } // namespace Kiln

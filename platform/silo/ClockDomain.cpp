@@ -1,10 +1,10 @@
-// Which clock a table's sample times were taken from.
+// Identifies this boot of the machine, and this process.
 #include "silo/ClockDomain.h"
 
+#include <ctime>
 #include <fstream>
 #include <limits>
 #include <string>
-#include <time.h>
 #include <unistd.h>
 
 namespace Silo {
@@ -29,7 +29,7 @@ std::array<std::uint64_t, 2> bootId() {
    return id;
 }
 
-// When this process started, in clock ticks since boot; together with its id it names the process for good.
+// When this process started, in clock ticks since boot. Process ids are reused; together with this one they are not.
 std::uint64_t processStart() {
    std::ifstream file("/proc/self/stat");
    file.ignore(std::numeric_limits<std::streamsize>::max(), ')'); // the command name may hold blanks

@@ -6,8 +6,8 @@
 
 namespace Silo {
 
-// Two sample times can be compared only within one domain: the monotonic clock of one boot of the machine, or
-// the simulated clock of one process.
+// Two sample times are comparable only within one domain: the monotonic clock of one boot of the machine, or the
+// simulated clock of one process.
 struct ClockDomain {
    bool simulated = false;
    std::array<std::uint64_t, 2> id{}; // all zero: not known, comparable with nothing

@@ -8,7 +8,7 @@
 
 namespace Silo {
 
-// A table that can't be opened, created or read; the text names it, says why and what was expected.
+// A table that cannot be opened, created or read. The text names it and says why and what was expected.
 class TableError : public std::runtime_error {
  public:
    using std::runtime_error::runtime_error;
@@ -30,7 +30,7 @@ class CapacityError : public TableError {
    using TableError::TableError;
 };
 
-// Asked for a record that the table doesn't hold.
+// The table does not hold the record that was asked for.
 class AbsentRecord : public TableError {
  public:
    using TableError::TableError;
@@ -43,7 +43,7 @@ struct Corruption {
       kept,         // left open by a dead writer, but its checksum proves it whole
       finished,     // half-written by a dead writer, completed from the journal
       restarted,    // began anew from the table's default entry
-      freed,        // its key was lost, too: the slot is free again
+      freed,        // its key was lost as well: the slot is free again
       headerMended, // the header's changing part was written anew; records kept
       recreated,    // the whole table was created anew, empty
    };
@@ -54,10 +54,10 @@ struct Corruption {
    Remedy remedy = Remedy::none;
 };
 
-// Called on the writer's thread, from the writer's constructor or from a read. It must not use the table.
+// Called on the writer's thread, from its constructor or from a read. It must not use the table.
 using CorruptionHandler = std::function<void(const Corruption&)>;
 
-// The writer's own record in memory is not what the writer wrote.
+// A record in memory is no longer what its writer wrote.
 class CorruptionError : public std::runtime_error {
  public:
    explicit CorruptionError(Corruption corruption)

@@ -1,13 +1,13 @@
-// The copy of the record that is being written.
+// Writes and takes back the journalled record.
 #include "silo/Journal.h"
 
 #include <atomic>
 
 namespace Silo {
 
-// The fences keep the compiler from moving the slot's stores over the journal's: before, because the slot
-// written last has to be closed when this entry goes; after, because this entry has to be complete when the
-// slot changes.
+// The fences bind the compiler only, which is all that a kill needs: they keep the slot's stores and the journal's
+// apart. The first: the slot written last has to be closed before its journal entry is overwritten. The second: this
+// entry has to be complete before its slot changes.
 
 std::uint64_t Journal::write(std::size_t slot, const RecordContent& content) {
    std::atomic_signal_fence(std::memory_order_seq_cst);

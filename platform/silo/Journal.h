@@ -1,4 +1,4 @@
-// The copy of the record that is being written, so that a writer killed half-way loses nothing.
+// A copy of the record that is being written, so that a writer killed in the middle loses nothing.
 #pragma once
 
 #include "silo/RecordSlot.h"
@@ -9,24 +9,25 @@
 
 namespace Silo {
 
-// Holds one record: the last one that the writer began to write. It is complete before the first word of the
-// slot changes, so at any moment at least one of the two is whole. Lies in the table's memory, but only the
-// writer looks at it, hence plain memory; a kill stops the writer between two instructions, so that their
-// order is all it takes.
+// Holds one record: the one that the writer began to write last. The invariant: the journal is complete before the
+// first word of the slot changes, so that at any moment at least one of the two is whole.
+//
+// It lies in the table's memory, but readers never look at it. So plain memory will do: a kill stops the writer
+// between two instructions, and only their order has to be kept.
 class alignas(cacheLine) Journal {
  public:
    static constexpr std::size_t sizeFor(std::size_t payloadSize) {
       return sizeof(Journal) + (payloadSize + cacheLine - 1) / cacheLine * cacheLine;
    }
 
-   // Answers the record's checksum.
+   // Returns the record's checksum.
    std::uint64_t write(std::size_t slot, const RecordContent& content);
-   // Before a slot is cleared, lest a restart bring its record back.
+   // To be called before a slot is cleared; else a restart would bring its record back.
    void clear();
-   // The slot of the journalled record; it may be anything.
+   // The slot of the journalled record. After damage it may be any number.
    std::size_t slot() const { return slot_ - 1; }
-   // Gives the journalled record, and answers its checksum, if it is whole and was on its way to this slot. Else
-   // what was given means nothing. The payload is copied out in whole rows.
+   // Hands out the journalled record and returns its checksum, if it is whole and was on its way to this slot.
+   // Otherwise the arguments hold nothing valid. The payload is copied out in whole rows.
    std::optional<std::uint64_t> take(std::size_t slot, Key& key, RecordInfo& info, void* payload,
                                      std::size_t size) const;
 

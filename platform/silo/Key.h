@@ -9,8 +9,8 @@
 
 namespace Silo {
 
-// A key is 1 to 63 printable ASCII characters; anything else is refused with std::invalid_argument. Making
-// one costs a copy and a hash, so a caller that writes a record again and again keeps its key.
+// A key is 1 to 63 printable ASCII characters; anything else throws std::invalid_argument. Making one costs a copy and
+// a hash, so a caller that writes the same record again and again should keep its key.
 class Key {
  public:
    static constexpr std::size_t maxLength = 63;
@@ -21,11 +21,10 @@ class Key {
    Key(const char* text) : Key(std::string_view{text}) {}
    Key(const std::string& text) : Key(std::string_view{text}) {}
 
-   // A key as found in shared memory, which may be anything: not checked, and isValid() says what it is
-   // worth.
+   // A key as found in shared memory, unchecked: isValid() tells whether it is one.
    explicit Key(const Words& words) : words_(words), hash_(hashOf(words)) {}
 
-   // The text, valid as long as the key. Of an invalid key, whatever stands before the first NUL.
+   // The text, valid as long as the key. For an invalid key, whatever stands before the first NUL.
    std::string_view view() const;
    bool isValid() const;
    bool isEmpty() const { return words_ == Words{}; }

@@ -1,4 +1,4 @@
-// Which slot holds which key, in a process's own memory.
+// Inserts into and deletes from the hash table; deletion closes the gap, so that there are no tombstones.
 #include "silo/KeyIndex.h"
 
 #include <bit>
@@ -24,7 +24,7 @@ void KeyIndex::insert(const Key& key, std::size_t slot) {
 
 void KeyIndex::erase(std::size_t slot) {
    std::size_t gap = placeOf(slot);
-   // Whoever comes later in the run and was pushed past the gap moves into it, so that no lookup ends there.
+   // An entry further along the run that was pushed past the gap moves into it, so that no look-up ends early.
    for (std::size_t i = (gap + 1) & mask_; places_[i].slot != none; i = (i + 1) & mask_) {
       std::size_t home = places_[i].hash & mask_;
       if (((i - home) & mask_) >= ((i - gap) & mask_)) {

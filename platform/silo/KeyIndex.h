@@ -9,21 +9,21 @@
 
 namespace Silo {
 
-// A hash table with open addressing, because a lookup goes with each record read or written and has to cost
-// less than the copying. Capacity is fixed by reset(), the only operation that allocates.
+// A hash table with open addressing: each record read or written takes one look-up, which has to cost less than the
+// copying. reset() fixes the capacity and is the only operation that allocates.
 class KeyIndex {
  public:
    static constexpr std::size_t none = SIZE_MAX;
 
-   // Forgets all keys; from now on there are this many slots.
+   // Forgets all keys and sets the number of slots.
    void reset(std::size_t slots);
 
    std::size_t size() const { return size_; } // keys
    std::size_t slotCount() const { return keys_.size(); }
    const Key& keyOf(std::size_t slot) const { return keys_[slot]; } // empty: a slot without a key
-   // The key's slot, or none. A caller that has a guess saves most of the look-up if that is it.
+   // The key's slot, or none. A right guess saves most of the look-up.
    std::size_t find(const Key& key, std::size_t guess = none) const;
-   // Neither the key nor the slot is in use yet.
+   // Neither the key nor the slot may be in use yet.
    void insert(const Key& key, std::size_t slot);
    void erase(std::size_t slot);
 
@@ -42,7 +42,7 @@ class KeyIndex {
 };
 
 inline std::size_t KeyIndex::find(const Key& key, std::size_t guess) const {
-   // No key, which a slot without one would equal, has the hash 0.
+   // A slot without a key holds the empty key, whose hash is 0: only that one would match it.
    if (guess < keys_.size() && key.hash() != 0 && keys_[guess] == key) {
       return guess;
    }

@@ -1,4 +1,4 @@
-// A file mapped into memory, with the lock that makes its holder the one writer.
+// Maps, grows and locks the file.
 #include "silo/Mapping.h"
 
 #include <cerrno>

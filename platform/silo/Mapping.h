@@ -6,12 +6,12 @@
 
 namespace Silo {
 
-// Owns the descriptor and the mapping; the lock goes with the descriptor, so that the kernel frees it however
-// the process ends. Failures of the system are std::system_error.
+// Owns the descriptor and the mapping. The lock belongs to the descriptor, so the kernel frees it however the process
+// ends. What the system refuses is thrown as std::system_error.
 class Mapping {
  public:
    Mapping() = default;
-   // Takes the descriptor over. An empty file gives an empty mapping.
+   // Takes over the descriptor. An empty file gives an empty mapping.
    Mapping(int descriptor, bool isWritable);
    ~Mapping();
    Mapping(Mapping&& other) noexcept { swap(other); }
@@ -27,10 +27,10 @@ class Mapping {
    bool lock();
    // Whether somebody holds the writer's lock through another descriptor, in any process.
    bool isLockedByAnother() const;
-   // Whether the file was removed, or cut shorter than the mapping, since it was opened.
+   // Whether the file has been removed, or cut shorter than the mapping, since it was opened.
    bool isStale() const;
-   // Makes the file longer, with zeros, and maps it anew: pointers into it are void. The space is allocated
-   // here, so that a full disk is an error now and not a signal later.
+   // Makes the file longer, with zeros, and maps it anew: pointers into it become invalid. The space is allocated now,
+   // so that a full disk is an error here and not a signal at some later store.
    void grow(std::size_t size);
 
  private:

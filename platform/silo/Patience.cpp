@@ -1,4 +1,4 @@
-// How long a reader waits for a record that is being written.
+// Spins first, then naps, until the writer is dead or the time is over.
 #include "silo/Patience.h"
 
 #include <thread>
@@ -16,14 +16,14 @@ bool Patience::wait() {
       deadline_ = Clock::now() + limit;
    }
    if (!mapping_.isLockedByAnother()) {
-      // One more look: the writer may have finished and gone since the last one.
+      // Look once more: the writer may have finished and gone since the last look.
       isWriterDead_ = true;
       isExhausted_ = true;
       return true;
    }
    isExhausted_ = Clock::now() >= deadline_;
    if (!isExhausted_) {
-      // Not a yield, which would keep a writer of lower priority on the same processor from finishing.
+      // A sleep, not a yield: a yield would keep a writer of lower priority on this processor from finishing.
       std::this_thread::sleep_for(nap);
    }
    return !isExhausted_;

@@ -7,20 +7,20 @@
 
 namespace Silo {
 
-// One piece of patience serves one call of a reader, however many records the call reads: together they wait
-// no longer than the limit, and not at all for a writer that is dead.
+// One object serves one call of a reader, however many records the call reads: all of them together wait no longer than
+// the limit, and not at all for a dead writer.
 class Patience {
  public:
    explicit Patience(const Mapping& mapping) : mapping_(mapping) {}
 
-   // Waits a moment. False if there is no more waiting.
+   // Waits a moment. False when the caller should give up.
    bool wait();
-   // Why there is none: the writer is dead, as opposed to too busy or stuck.
+   // Why: the writer is dead, as opposed to busy or stuck.
    bool isWriterDead() const { return isWriterDead_; }
 
  private:
    using Clock = std::chrono::steady_clock;
-   static constexpr int spins = 200; // a write takes less, unless its writer is off the processor
+   static constexpr int spins = 200; // a write takes less, unless its writer has lost the processor
    static constexpr std::chrono::milliseconds limit{50};
    static constexpr std::chrono::microseconds nap{50};
 

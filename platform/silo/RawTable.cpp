@@ -1,4 +1,4 @@
-// The writer of a shared table: start after whatever the last writer left, then writes under sequence locks.
+// The writer of a shared table: takes over whatever the last writer left, then writes under sequence locks.
 #include "silo/RawTable.h"
 
 #include <algorithm>
@@ -46,11 +46,14 @@ RawTable::RawTable(const Store& store, const std::string& name, const RecordLayo
    }
 }
 
+// Pid 0 tells readers and the next writer that the table was closed in good order. The records stay.
 RawTable::~RawTable() {
    state_.writerPid = 0;
    header().stateIs(state_);
 }
 
+// The order matters: the identity is checked before anything else is believed, slots are restored before the new
+// state is published, and publishing the state is the last step, since it lets readers in.
 void RawTable::open() {
    mapping_ = store_.openForWriting(name_);
    std::size_t kept = 0;
@@ -67,7 +70,7 @@ void RawTable::open() {
    }
    std::size_t capacity = std::max(kept, options_.capacity);
    if (mapping_.size() < geometry_.sizeFor(capacity)) {
-      // In place: new slots are zeros, which is what a free slot is, so a kill in here does no harm.
+      // In place. New slots are zeros, and so is a free slot: a kill in here does no harm.
       mapping_.grow(geometry_.sizeFor(capacity));
    }
    index_.reset(capacity);
@@ -89,8 +92,8 @@ void RawTable::create() {
 }
 
 void RawTable::recreate() {
-   // A new file, because readers may have the old one mapped, and cutting or rewriting it would pull it away
-   // from under them. Whoever finds its sequence moved goes back to the name.
+   // In a new file: readers may have the old one mapped, and must not see it cut or rewritten. Retiring it moves
+   // its state sequence, which sends them back to the name.
    Mapping old = std::move(mapping_);
    if (old.size() >= sizeof(TableHeader)) {
       reinterpret_cast<TableHeader*>(old.data())->retire();
@@ -100,8 +103,9 @@ void RawTable::recreate() {
    create();
 }
 
-// Takes over the last writer's state; answers how many slots it left.
+// Takes over the last writer's state. Returns how many slots it left.
 std::size_t RawTable::restoreState() {
+   // The file's size bounds what the header may claim: a file cut short must not be read past its end.
    std::size_t fitting = std::min(geometry_.capacityOf(mapping_.size()), TableHeader::maxCapacity);
    if (header().tryReadState(state_) != TableHeader::StateRead::whole) {
       state_ = {};
@@ -118,7 +122,7 @@ std::size_t RawTable::restoreState() {
 }
 
 void RawTable::restoreSlots(std::size_t kept) {
-   // The journal's slot comes first: mending another one puts that into the journal.
+   // The journal's slot comes first: mending any other slot overwrites the journal.
    SlotIndex first = journal().slot();
    if (first < kept) {
       restoreSlot(first);
@@ -128,6 +132,7 @@ void RawTable::restoreSlots(std::size_t kept) {
          restoreSlot(i);
       }
    }
+   // Backward, so that the lowest free slot is taken first.
    for (SlotIndex i = capacity(); i-- > 0;) {
       if (index_.keyOf(i).isEmpty()) {
          free_.push_back(i);
@@ -149,19 +154,22 @@ void RawTable::restoreSlot(SlotIndex i) {
    if (state == RecordSlot::State::whole) {
       state = slot(i).tryRead(key, info, scratch_.data(), layout_.size);
    }
+   // has(key): a duplicate, which only damage can make. The first slot keeps the key.
    if (state != RecordSlot::State::whole || has(key)) {
       mendSlot(i, state == RecordSlot::State::changing ? "left half-written by the last writer"
                                                        : "checksum mismatch");
       return;
    }
    if (!state_.clockDomain.isComparableWith(options_.clockDomain) && info.sampleTime != unknownSampleTime) {
-      // The record's time was taken from another clock, and would mean something else now.
+      // The record's time was taken from another clock and means nothing on this one.
       info.sampleTime = unknownSampleTime;
       writeSlot(i, {key, info, scratch_.data(), layout_.size});
    }
    adopt(i, key, info);
 }
 
+// Tries three sources in turn: the journal, which has the record that a kill interrupted; the slot itself, when only
+// its sequence was left odd; and, when just the key is intact, the default entry.
 void RawTable::mendSlot(SlotIndex i, const char* finding) {
    Key key;
    RecordInfo info;
@@ -187,7 +195,7 @@ void RawTable::mendSlot(SlotIndex i, const char* finding) {
    report(std::string(key.view()), finding, remedy);
    const RecordContent content{key, info, scratch_.data(), layout_.size};
    if (journalled) {
-      // Past the journal, which has to stay whole until the slot is.
+      // Straight to the slot: the journal has to stay whole until the slot is.
       slot(i).write(content, *journalled);
    } else {
       writeSlot(i, content);
@@ -221,14 +229,16 @@ void RawTable::write(const Key& key, const void* payload, double sampleTime) {
       i = slotFor(key);
    }
    nextGuess_ = i + 1;
+   // From the writer's own copy: a damaged slot must not make a generation step back.
    std::uint64_t generation = ++generations_[i];
    writeSlot(i, {key, {generation, sampleTime}, payload, layout_.size});
+   // After the record is whole: a reader that sees the new version must find the key.
    if (generation == 1) {
       header().directoryVersionInc();
    }
 }
 
-// A free slot, now the key's.
+// Gives the key a free slot.
 RawTable::SlotIndex RawTable::slotFor(const Key& key) {
    if (key.isEmpty()) {
       throw std::invalid_argument("table " + name_ + ": a record needs a key");
@@ -260,6 +270,7 @@ void RawTable::remove(const Key& key) {
 }
 
 void RawTable::freeSlot(SlotIndex i) {
+   // First, or a kill between the two would let the next start bring the record back.
    journal().clear();
    slot(i).clear();
 }

@@ -1,4 +1,4 @@
-// The writer of a shared table, for records of any one size; Table puts the record type on.
+// The writer of a shared table, for records of any one size; Table adds the record type.
 #pragma once
 
 #include "silo/Errors.h"
@@ -23,8 +23,7 @@ struct TableOptions {
    bool isBegunAnew = false;       // drop the records of an earlier start
 };
 
-// See Table for the contract. One thread at a time; neither copied nor moved, because the mapping has one
-// owner.
+// See Table for the contract. One thread at a time. Neither copied nor moved: the mapping has one owner.
 class RawTable {
  public:
    RawTable(const Store& store, const std::string& name, const RecordLayout& layout, const void* defaultEntry,
@@ -76,12 +75,12 @@ class RawTable {
 
    Mapping mapping_;
    TableState state_;
-   // What the writer relies on, apart from memory that others might overwrite.
+   // The writer's own copy of keys and generations: it never trusts shared memory, which others might overwrite.
    KeyIndex index_;
    std::vector<std::uint64_t> generations_; // by slot
    std::vector<SlotIndex> free_;            // the last one is used next
-   SlotIndex nextGuess_ = 0;                // behind the one written last: a pass goes over records in order
-   std::vector<std::byte> scratch_;         // one record, in whole rows
+   SlotIndex nextGuess_ = 0;                // after the one written last: passes write records in one order
+   std::vector<std::byte> scratch_;         // room for one record, in whole rows
 };
 
 } // namespace Silo

@@ -1,4 +1,4 @@
-// A reader of a shared table: attached by name, and again whenever the writer moves on.
+// A reader of a shared table: attaches by name, and attaches again whenever the writer replaces the table.
 #include "silo/RawTableReader.h"
 
 #include "silo/Errors.h"
@@ -9,8 +9,7 @@ namespace Silo {
 
 namespace {
 
-// Nothing in memory tells that somebody removed a table's file by hand, so every so many reads ask the
-// system.
+// A file that somebody removed by hand leaves no trace in memory, so the reader asks the system now and then.
 constexpr unsigned readsPerThoroughLook = 256;
 
 ReadResult resultOf(RecordSlot::State state, const Patience& patience) {
@@ -22,7 +21,7 @@ ReadResult resultOf(RecordSlot::State state, const Patience& patience) {
    case RecordSlot::State::corrupt:
       return ReadResult::corrupt;
    case RecordSlot::State::changing:
-   case RecordSlot::State::otherKey: // another one at each look
+   case RecordSlot::State::otherKey: // it held another key at each look
       break;
    }
    return patience.isWriterDead() ? ReadResult::torn : ReadResult::busy;
@@ -45,8 +44,8 @@ ReadResult RawTableReader::read(const Key& key, void* payload, RecordInfo& info)
    }
    Patience patience(mapping_);
    for (bool isIndexNew = false;; isIndexNew = true) {
-      // Before the slot is read: if the index is current and the slot isn't the key's, then the key was absent at
-      // some moment of this call.
+      // Asked before the slot is read. If the index was current then and the slot turns out to hold another key, the
+      // key was absent at some moment of this call, which is all that `absent` claims.
       bool isIndexCurrent = header().directoryVersion() == indexVersion_ && (isIndexComplete_ || isIndexNew);
       ReadResult result = ReadResult::absent;
       if (std::size_t i = index_.find(key); i != KeyIndex::none) {
@@ -88,6 +87,7 @@ bool RawTableReader::endWalk() const {
 
 ReadResult RawTableReader::readSlot(std::size_t i, Patience& patience, Key& key, void* payload,
                                     RecordInfo& info) const {
+   // The guess may be wrong once without any waiting; after that a key that differs again has just been replaced.
    for (bool isGuess = true;; isGuess = false) {
       RecordSlot::State state = settle(i, patience, key, payload, info);
       if (state == RecordSlot::State::otherKey && (isGuess || patience.wait())) {
@@ -114,7 +114,7 @@ ReadResult RawTableReader::readIndexed(std::size_t i, Patience& patience, const 
    return resultOf(state, patience);
 }
 
-// Reads the slot as soon as it isn't changing, if it ever is.
+// Reads the slot as soon as it stops changing, or gives up when patience ends.
 RecordSlot::State RawTableReader::settle(std::size_t i, Patience& patience, const Key& key, void* payload,
                                          RecordInfo& info) const {
    RecordSlot::State state;
@@ -124,7 +124,7 @@ RecordSlot::State RawTableReader::settle(std::size_t i, Patience& patience, cons
    return state;
 }
 
-// Sees to it that the mapping is the table that has the name now.
+// Makes sure that the mapping is the table that has the name now. One load in the usual case.
 bool RawTableReader::refresh(bool isThorough) {
    if (mapping_.size() != 0 && header().stateSequence() == stateSequence_ &&
        !(isThorough && mapping_.isStale())) {
@@ -184,7 +184,7 @@ void RawTableReader::attach() {
 }
 
 void RawTableReader::indexKeys() {
-   // The version first: what changes during the walk makes the index old at once.
+   // The version is taken first: a key that is added during the walk makes this index out of date at once.
    indexVersion_ = header().directoryVersion();
    isIndexComplete_ = true;
    index_.reset(state_.capacity);
@@ -194,7 +194,7 @@ void RawTableReader::indexKeys() {
             index_.insert(key, i);
          }
       } else if (slot(i).peekKey() != Key::Words{}) {
-         isIndexComplete_ = false; // and the writer may mend it without telling
+         isIndexComplete_ = false; // the writer may mend it without raising the version
       }
    }
 }

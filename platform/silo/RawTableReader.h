@@ -1,4 +1,4 @@
-// A reader of a shared table, for records of any one size; TableReader puts the record type on.
+// A reader of a shared table, for records of any one size; TableReader adds the record type.
 #pragma once
 
 #include "silo/KeyIndex.h"
@@ -24,11 +24,11 @@ class RawTableReader {
    const std::string& problem() const { return problem_; }
    Patience patience() const { return Patience(mapping_); }
 
-   // A walk over the slots, for snapshots; within it nothing is attached anew.
+   // A walk over the slots, for snapshots. Within it the reader stays with the mapping that it has.
    bool beginWalk(); // false: unavailable
    std::size_t capacity() const { return state_.capacity; }
-   // Absent for a free slot. `key` is the caller's guess, which saves time if it is right, and becomes what
-   // the slot has.
+   // `absent` for a free slot. `key` goes in as the caller's guess, which saves time if it is right, and comes out as
+   // the slot's key.
    ReadResult readSlot(std::size_t i, Patience& patience, Key& key, void* payload, RecordInfo& info) const;
    bool endWalk() const; // false: keys were added meanwhile
 
@@ -59,9 +59,9 @@ class RawTableReader {
    unsigned readsUntilThorough_ = 0;
    std::uint64_t walkVersion_ = 0;
 
-   KeyIndex index_;                            // may be old: a slot's own key decides
-   std::optional<std::uint64_t> indexVersion_; // the directory's when the index was made
-   bool isIndexComplete_ = false;              // every key was intact then
+   KeyIndex index_;                            // may be out of date: the slot's own key decides
+   std::optional<std::uint64_t> indexVersion_; // the directory version that the index was made from
+   bool isIndexComplete_ = false;              // every key was intact at that moment
 };
 
 } // namespace Silo

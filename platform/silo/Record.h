@@ -1,4 +1,4 @@
-// What may be a record of a shared table, and what goes with a record that was read.
+// What a record of a shared table may be, and what comes with a record that was read.
 #pragma once
 
 #include "silo/Key.h"
@@ -11,8 +11,8 @@
 
 namespace Silo {
 
-// A record type is trivially copyable and says which layout it is. The version goes up with every change of
-// its fields, so that a process built against another layout is told instead of reading nonsense:
+// A record type is trivially copyable and names its layout. The version goes up with every change of its fields, so
+// that a process built against another layout gets an error and not nonsense:
 //
 //    struct NatCounter {
 //       static constexpr std::string_view layoutName = "NatCounter"; // at most 31 characters
@@ -39,11 +39,11 @@ constexpr RecordLayout layoutOf() {
    return {Record::layoutName, Record::layoutVersion, sizeof(Record)};
 }
 
-// The sample time of a record that was never sampled, or in another clock domain: older than anything.
+// The sample time of a record that was never sampled, or was sampled in another clock domain: older than anything.
 inline constexpr double unknownSampleTime = -std::numeric_limits<double>::infinity();
 
 struct RecordInfo {
-   // Writes of this record since it was created or began anew, from 1: a smaller one than before says that
+   // Counts the writes of this record since it was created or began anew, from 1. A smaller one than before tells that
    // the record began anew in between.
    std::uint64_t generation = 0;
    double sampleTime = unknownSampleTime; // seconds, in the table's clock domain
@@ -58,13 +58,13 @@ struct Sample {
 enum class ReadResult {
    ok,
    absent,      // the table has no such record
-   busy,        // the living writer left no whole copy to be seen in the time allowed
+   busy,        // a living writer kept changing it for as long as the reader may wait
    torn,        // a dead writer left it half-written
    corrupt,     // its checksum fails
-   unavailable, // the table itself can't be read; the reader's problem() says why
+   unavailable, // the table itself cannot be read; the reader's problem() says why
 };
 
-// One or two words for people, such as "half-written by a dead writer".
+// For people, such as "half-written by a dead writer".
 const char* text(ReadResult result);
 
 } // namespace Silo

@@ -1,4 +1,4 @@
-// One record as it lies in shared memory, under a sequence lock.
+// Stores and loads a record word by word, and computes its checksum on the way.
 #include "silo/RecordSlot.h"
 
 #include <algorithm>
@@ -12,7 +12,7 @@ namespace {
 constexpr auto acquire = std::memory_order_acquire;
 constexpr auto release = std::memory_order_release;
 
-// Calls take(row) for the address of each row of the payload, the last one filled up with zeros.
+// Calls take(row) with the address of each row of the payload. The last row is filled up with zeros.
 template <class Take>
 inline void forEachRow(const void* payload, std::size_t size, Take take) {
    auto* bytes = static_cast<const std::byte*>(payload);
@@ -51,7 +51,7 @@ const char* text(ReadResult result) {
 }
 
 std::uint64_t copyWithChecksum(const RecordContent& content, void* copy) {
-   // The key is in the sum by its hash, because it is compared as well.
+   // The key's hash stands for the key: a reader compares the key itself anyway.
    Checksum<WordPair> sum;
    sum.add({WordPair{content.info.generation, std::bit_cast<std::uint64_t>(content.info.sampleTime)},
             WordPair{content.key.hash(), 0}});
@@ -68,6 +68,8 @@ std::uint64_t copyWithChecksum(const RecordContent& content, void* copy) {
    return sum.value();
 }
 
+// Relaxed will do: the release stores of the words that follow carry the odd sequence along. OR-ing 1 in also continues
+// from the odd sequence that a dead writer left.
 std::uint64_t RecordSlot::beginWrite() {
    std::uint64_t odd = sequence_.load(std::memory_order_relaxed) | 1;
    sequence_.store(odd, std::memory_order_relaxed);
@@ -76,8 +78,7 @@ std::uint64_t RecordSlot::beginWrite() {
 
 void RecordSlot::write(const RecordContent& content, std::uint64_t checksum) {
    std::uint64_t odd = beginWrite();
-   // The key is written every time: should somebody have overwritten it, the record is whole again after
-   // this.
+   // The key is written every time: if somebody has overwritten it, this makes the record whole again.
    keyHash_.store(content.key.hash(), release);
    storeKey(key_, content.key.words());
    generation_.store(content.info.generation, release);
@@ -94,7 +95,7 @@ void RecordSlot::write(const RecordContent& content, std::uint64_t checksum) {
 
 void RecordSlot::clear() {
    std::uint64_t odd = beginWrite();
-   // First what makes the key valid, so that a writer killed in here leaves no record that looks intact.
+   // The hash first: without it the key is not valid, so a kill in here leaves no record that looks intact.
    keyHash_.store(0, release);
    storeKey(key_, {});
    sequence_.store(odd + 1, release);
@@ -107,6 +108,7 @@ RecordSlot::State RecordSlot::tryRead(const Key& key, RecordInfo& info, void* pa
       return State::changing;
    }
    State state = load(key, info, payload, size);
+   // Relaxed: the acquire loads of the words keep this second look after them.
    return sequence_.load(std::memory_order_relaxed) == before ? state : State::changing;
 }
 
@@ -141,7 +143,8 @@ RecordSlot::State RecordSlot::load(const Key& key, RecordInfo& info, void* paylo
    const Word* words = payloadWords();
    auto* to = static_cast<std::byte*>(payload);
    for (; size >= bytesPerRow; size -= bytesPerRow, to += bytesPerRow, words += wordsPerRow) {
-      // Word by word, and only so: reading narrow stores back as one wide piece would wait for them.
+      // Deliberately word by word: a wide load of words just stored one by one cannot be forwarded from the
+      // processor's store buffer, and would wait until they reach the cache.
       std::uint64_t row[wordsPerRow];
       unrolled<wordsPerRow>([&](std::size_t i) {
          row[i] = words[i].load(acquire);

@@ -1,15 +1,13 @@
 // One record as it lies in shared memory, under a sequence lock.
 //
-// Memory order. The one writer makes `sequence` odd, stores the words, and makes it even again; a reader
-// takes what lies between two equal even sequences. That holds without fences (which the thread sanitizer
-// doesn't see), because every word is stored with release and loaded with acquire:
-//  - A reader that loads a word of write W synchronizes with that store, so the odd sequence that W stored
-//  before
-//    it happens before the reader's second look, which can't find the older even value any more.
-//  - A reader whose first look finds the even sequence that closed W synchronizes with that store, so that it
-//  loads
-//    words of W or later ones, and for later ones the first point holds.
-// On x86 these are plain moves. A writer that dies leaves the sequence odd.
+// Memory order. The one writer makes `sequence` odd, stores the words, and makes it even again. A reader accepts
+// the words that it loaded between two equal, even sequences. There are no fences (the thread sanitizer does not
+// see them): every word is stored with release and loaded with acquire, and that suffices.
+//  - A reader that loads a word of write W synchronizes with that store. W's odd sequence, stored before it,
+//    therefore happens before the reader's second look, which can no longer find the older, even value.
+//  - A reader whose first look finds the even sequence that closed W synchronizes with that store. It therefore
+//    loads words of W or of a later write, and for a later write the first point holds.
+// On x86 all of these are plain moves. A writer that dies in the middle leaves the sequence odd.
 #pragma once
 
 #include "silo/Key.h"
@@ -29,7 +27,8 @@ struct RecordContent {
    std::size_t size; // of the payload, bytes
 };
 
-// The checksum of the record, and a copy of its payload to `copy`, which has room for whole rows, in one go.
+// Copies the record's payload to `copy`, which has room for whole rows, and returns the record's checksum: one pass
+// over the payload does both.
 std::uint64_t copyWithChecksum(const RecordContent& content, void* copy);
 
 class alignas(cacheLine) RecordSlot {
@@ -39,29 +38,28 @@ class alignas(cacheLine) RecordSlot {
       return sizeof(RecordSlot) + (payloadSize + cacheLine - 1) / cacheLine * cacheLine;
    }
 
-   // For the one writer. `checksum` is the content's, which the caller has anyway.
+   // For the one writer. `checksum` is the content's; the journal has just computed it.
    void write(const RecordContent& content, std::uint64_t checksum);
    void clear();
 
    enum class State {
       whole,
       free,
-      changing, // being written, or left so
+      changing, // being written, or left half-written
       corrupt,
-      otherKey, // of another key than the one given
+      otherKey, // holds another key than the one given
    };
 
-   // One attempt, for writer and readers. Info and payload mean something only if the record is whole. The
-   // key is the caller's expectation, so that it is compared on the way and nothing is made of its words.
+   // One attempt, for writer and readers. `info` and `payload` are valid only if the record is whole. The caller
+   // says which key it expects: comparing words is cheaper than building a key out of them.
    State tryRead(const Key& key, RecordInfo& info, void* payload, std::size_t size) const;
-   // One attempt at the key alone, which is set if whole.
+   // One attempt at the key alone. `key` is valid only if the result is `whole`.
    State tryReadKey(Key& key) const;
 
-   // The same two whatever the sequence says: for what a dead writer left. The key is empty if it isn't
-   // intact.
+   // The same two, whatever the sequence says: for what a dead writer left. A damaged key is returned empty.
    State load(const Key& key, RecordInfo& info, void* payload, std::size_t size) const;
    Key intactKey() const;
-   // The words where the key is, whatever they are.
+   // The words where the key is, unchecked.
    Key::Words peekKey() const;
 
  private:
@@ -73,7 +71,7 @@ class alignas(cacheLine) RecordSlot {
    Word checksum_;
    Word generation_;
    Word sampleTime_; // the bits of a double
-   Word keyHash_;    // guards the key alone, for a record that is otherwise torn
+   Word keyHash_;    // of the key alone, so that the key of a torn record can still be trusted
    Word unused_[3];
    Word key_[8]; // all zero: the slot is free
 };

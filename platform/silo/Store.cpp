@@ -1,4 +1,4 @@
-// Where shared tables live: POSIX shared memory, or files in a directory.
+// Opens, creates and removes tables by name, and explains what the system refuses.
 #include "silo/Store.h"
 
 #include "silo/Errors.h"
@@ -63,7 +63,7 @@ Store Store::directory(const std::string& path, mode_t mode) {
 }
 
 Mapping Store::openForReading(const std::string& table) const {
-   // Not blocking, lest a FIFO of that name hold the reader up.
+   // O_NONBLOCK, because opening a FIFO of that name would otherwise block the reader.
    int descriptor = open(table, O_RDONLY | O_NONBLOCK);
    if (descriptor < 0) {
       fail(table, "open", errno);
@@ -89,7 +89,7 @@ Mapping Store::openForWriting(const std::string& table) const {
          if (!mapping.isStale()) {
             return mapping;
          }
-         // Another writer put a new file in its place between the opening and the lock.
+         // Another writer replaced the file after it was opened here and before it was locked: open the new one.
       }
    } catch (const std::system_error& error) {
       fail(table, "lock or map", error.code().value());
@@ -120,6 +120,8 @@ int Store::open(const std::string& table, int flags) const {
                                       : ::open(path.c_str(), flags | O_CLOEXEC | O_NOFOLLOW, mode_);
 }
 
+// Opening and creating are two steps, since O_CREAT alone would not tell whether the mode has to be set. Between them
+// another process may create or remove the file: then both are tried again.
 int Store::openOrCreate(const std::string& table) const {
    for (;;) {
       int descriptor = open(table, O_RDWR | O_NONBLOCK);
@@ -131,7 +133,7 @@ int Store::openOrCreate(const std::string& table) const {
       }
       descriptor = open(table, O_RDWR | O_CREAT | O_EXCL);
       if (descriptor >= 0) {
-         fchmod(descriptor, mode_); // whatever the umask: readers run as other users
+         fchmod(descriptor, mode_); // overrides the umask: readers run as other users
          return descriptor;
       }
       if (errno != EEXIST) {

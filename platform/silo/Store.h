@@ -8,8 +8,8 @@
 
 namespace Silo {
 
-// A value: names a place, holds nothing open. A table's name is 1 to 63 letters, digits, '.', '_' or '-', not
-// beginning with '.'. Every failure is a TableError that names the table, its place and what to do.
+// A value: names a place and holds nothing open. A table's name is 1 to 63 letters, digits, '.', '_' or '-', not
+// beginning with '.'. Every failure throws TableError, naming the table, its place and what to do.
 class Store {
  public:
    static constexpr mode_t defaultMode = 0644; // every process may read, only the owner may write
@@ -19,14 +19,14 @@ class Store {
    // Mapped files DIRECTORY/TABLE; they outlive a restart of the machine. The directory has to exist.
    static Store directory(const std::string& path, mode_t mode = defaultMode);
 
-   // A read-only mapping; needs no more than read permission.
+   // A read-only mapping; read permission is enough.
    Mapping openForReading(const std::string& table) const;
    // A locked, writable mapping, empty if the table is new. Throws WriterConflict if the table has a writer.
    Mapping openForWriting(const std::string& table) const;
-   // Takes the name away; who has the table open keeps it. An absent table is no error.
+   // Removes the name; whoever has the table open keeps it. An absent table is not an error.
    void remove(const std::string& table) const;
 
-   // The table's name and place, as messages have it.
+   // The table's name and place, as they stand in messages.
    std::string describe(const std::string& table) const;
 
  private:

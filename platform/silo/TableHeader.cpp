@@ -1,4 +1,4 @@
-// The head of a shared table: what it holds, and who writes it.
+// Writes and checks the header's identity and state.
 #include "silo/TableHeader.h"
 
 #include "silo/Journal.h"
@@ -43,6 +43,7 @@ void TableHeader::identityIs(const RecordLayout& layout) {
    layoutVersion_.store(layout.version, std::memory_order_relaxed);
    recordSize_.store(layout.size, std::memory_order_relaxed);
    identityChecksum_.store(identityChecksum(), std::memory_order_relaxed);
+   // Last, and with release: whoever sees the magic number sees the rest of the identity.
    magic_.store(magic, std::memory_order_release);
 }
 
@@ -123,6 +124,7 @@ TableHeader::StateRead TableHeader::tryReadState(TableState& state) const {
    return checksumOf(words) == expected ? StateRead::whole : StateRead::corrupt;
 }
 
+// By 2, so that the sequence stays even: the state is still whole for whoever reads it now.
 void TableHeader::retire() {
    stateSequence_.store(stateSequence_.load(std::memory_order_relaxed) + 2, std::memory_order_release);
 }

@@ -1,6 +1,6 @@
-// The head of a shared table: what it holds, and who writes it.
+// The header of a shared table: what the table holds, and who writes it.
 //
-// A table lies in memory as: the header, the writer's journal entry, the record slots, each aligned to a
+// A table's memory holds the header, the writer's journal entry and the record slots, in this order, each aligned to a
 // cache line.
 #pragma once
 
@@ -19,7 +19,7 @@ namespace Silo {
 // What changes with each start of a writer. A reader's copy.
 struct TableState {
    std::uint64_t capacity = 0; // records
-   std::uint64_t epoch = 0;    // writers' starts since the table was created, from 1
+   std::uint64_t epoch = 0;    // counts the starts of writers since the table was created, from 1
    pid_t writerPid = 0;        // 0: the last writer closed the table in good order
    double pollingInterval = 0; // seconds between two samples of a record
    ClockDomain clockDomain;    // of the sample times
@@ -30,22 +30,22 @@ class alignas(cacheLine) TableHeader {
    static constexpr std::uint64_t formatVersion = 2;
    static constexpr std::size_t maxCapacity = 1'000'000;
 
-   // The identity: written once, the magic number last, and from then on constant.
+   // The identity: written once, the magic number last, then constant.
    void identityIs(const RecordLayout& layout);
-   // Empty if this is a table of such records; else what it is instead, and what was expected.
+   // Empty if this is a table of such records; else says what it is instead and what was expected.
    std::string identityProblem(const RecordLayout& layout) const;
 
-   // The state: one writer; under a sequence lock of the same kind as a record's.
+   // The state: one writer, under the same kind of sequence lock as a record.
    void stateIs(const TableState& state);
    enum class StateRead { whole, changing, corrupt };
    StateRead tryReadState(TableState& state) const;
-   // Differs after every stateIs, so that readers see with one load that they have to look again.
+   // Differs after every stateIs, so that one load tells a reader whether to look again.
    std::uint64_t stateSequence() const { return stateSequence_.load(std::memory_order_acquire); }
-   // Sends every attached reader back to the table's name. For a writer that leaves this memory.
+   // Sends every attached reader back to the table's name. For a writer that abandons this memory.
    void retire();
 
-   // Goes up after a key was added, so that readers know that their index may lack one; a deleted key they notice by
-   // its slot. It isn't under the checksum: at worst readers look for their keys again.
+   // Rises after a key was added, so that readers know that their index may lack one. A deleted key they notice from
+   // its slot. Not under the checksum: damage only makes readers look for their keys again.
    std::uint64_t directoryVersion() const { return directoryVersion_.load(std::memory_order_acquire); }
    void directoryVersionInc() {
       directoryVersion_.store(directoryVersion_.load(std::memory_order_relaxed) + 1,
@@ -63,7 +63,7 @@ class alignas(cacheLine) TableHeader {
    Word recordSize_;
    Word identityChecksum_;
 
-   alignas(cacheLine) Word stateSequence_; // 0: no writer came that far yet
+   alignas(cacheLine) Word stateSequence_; // 0: no writer has got this far yet
    Word directoryVersion_;
    Word stateChecksum_;
    Word state_[stateWords];
@@ -83,7 +83,7 @@ struct TableGeometry {
    std::size_t slotStride;
 };
 
-// The writer named in a table's header, 0 if there is none or the header can't be read.
+// The writer named in a table's header; 0 if there is none or the header cannot be read.
 pid_t writerPidOf(const Mapping& mapping);
 
 } // namespace Silo

@@ -11,8 +11,8 @@
 
 namespace Silo {
 
-// One record of a snapshot. Unless the result is ok, the sample is the default and the key is what was found
-// in the key's place, which may be nonsense: check isValid() before printing it.
+// One record of a snapshot. Unless the result is ok, the sample is the default and the key is whatever was found in its
+// place: check isValid() before printing it.
 template <RecordType Record>
 struct Entry {
    Key key;
@@ -20,17 +20,16 @@ struct Entry {
    Sample<Record> sample;
 };
 
-// Needs only read permission. Follows the table through restarts and replacements of its writer; while the
-// table can't be read, calls answer `unavailable` and problem() says why. No call waits longer than about 50
-// ms, nor at all on a dead writer. Nothing is allocated as long as the keys stay the same. One thread at a
-// time.
+// Needs only read permission. Follows the table through restarts and replacements of its writer. While the table cannot
+// be read, calls return `unavailable` and problem() says why. No call waits longer than about 50 ms, and none waits for
+// a dead writer. Nothing is allocated as long as the keys stay the same. One thread at a time.
 //
-// One case is beyond a reader's power: if somebody with write permission cuts the file of a table short,
-// touching what is missing is a signal. The writer itself never does that; it replaces the file.
+// One case a reader cannot handle: when somebody with write permission cuts a table's file short, touching the missing
+// part raises a signal. The writer itself never cuts a file; it replaces it.
 template <RecordType Record>
 class TableReader {
  public:
-   // Throws TableError if there is no such table, or it can't be read.
+   // Throws TableError if there is no such table, or it cannot be read.
    TableReader(const Store& store, const std::string& name) : raw_(store, name, layoutOf<Record>()) {}
 
    // Unless the result is ok, the sample is the default one.
@@ -42,19 +41,19 @@ class TableReader {
       return result;
    }
 
-   // All records, each of them whole, but not all of one moment; in no particular order. A key that is
-   // deleted and added again meanwhile, over and over, may be missed. False: the table is unavailable. Keep
-   // the vector for the next call to save allocations.
+   // All records, in no particular order: each is whole, but they are not all of one moment. A key that is deleted and
+   // added again and again meanwhile may be missed. False: the table is unavailable. Pass the same vector to the next
+   // call to save allocations.
    bool snapshot(std::vector<Entry<Record>>& entries);
 
-   // What the header says. While the table is unavailable: what it said last.
+   // What the header says, or said last, while the table is unavailable.
    const TableState& state() { return raw_.state(); }
    bool isWriterAlive() { return raw_.isWriterAlive(); }
    // Why the table was unavailable in the last call, naming it, with what was expected.
    const std::string& problem() const { return raw_.problem(); }
 
-   // How old a sample is, in seconds, if `now` is of the given clock domain; nothing if the sample's time
-   // means nothing there.
+   // How old a sample is, in seconds. `now` is a time of the given clock domain; nothing is returned when the sample's
+   // time is not comparable with it.
    std::optional<double> age(const RecordInfo& info, double now, const ClockDomain& domain) {
       if (info.sampleTime == unknownSampleTime || !raw_.state().clockDomain.isComparableWith(domain)) {
          return std::nullopt;
@@ -63,7 +62,7 @@ class TableReader {
    }
 
  private:
-   static constexpr int walks = 3; // before a snapshot is taken for what it is
+   static constexpr int walks = 3; // tries for a snapshot during which no key is added
 
    RawTableReader raw_;
 };

@@ -9,19 +9,19 @@
 
 namespace Silo {
 
-// Everything in shared memory that two processes touch at the same time is a word of this type. It has to be
-// lock-free: a lock inside the atomic would live in one process only.
+// Everything in shared memory that two processes may touch at the same time is a word of this type. It has to be
+// lock-free: a lock inside the atomic would be private to one process.
 using Word = std::atomic<std::uint64_t>;
 static_assert(Word::is_always_lock_free && sizeof(Word) == 8);
 
 inline constexpr std::size_t cacheLine = 64;
 
-// Payloads go by rows of four words; a payload's last row is filled up with zeros.
+// Payloads are handled in rows of four words; a payload's last row is filled up with zeros.
 inline constexpr std::size_t wordsPerRow = 4;
 inline constexpr std::size_t bytesPerRow = 32;
 
-// Calls step(i) for i from 0 to count - 1, unrolled: neither compiler does it by itself at our optimization
-// level, and the lanes and words below have to stay in registers.
+// Calls step(i) for i from 0 to count - 1, unrolled: neither compiler unrolls by itself at -O2, and the lanes and
+// words below have to stay in registers.
 template <std::size_t count, class Step>
 inline void unrolled(Step step) {
    [&]<std::size_t... i>(std::index_sequence<i...>) {
@@ -30,7 +30,7 @@ inline void unrolled(Step step) {
    (std::make_index_sequence<count>{});
 }
 
-// What lies in plain memory at this address, aligned or not.
+// Loads a T from plain memory, aligned or not.
 template <class T>
 inline T loadPlain(const void* address) {
    T value;
@@ -41,14 +41,15 @@ inline T loadPlain(const void* address) {
 // Two words side by side, for the processor's vector registers.
 using WordPair = std::uint64_t __attribute__((vector_size(16)));
 
-// Checksum over rows, for each of a row's words two sums: of the words, and of the first sum after each word, in
-// which a word weighs the more the earlier it stands. Damage within one word is always found, anything wider nearly
-// always: what goes unnoticed is some pairs of flipped bits at the tops of two words, about one pair in 2,000. It
-// guards against torn and overwritten memory, not against an attacker. Both
-// sums of a row wait for nothing but one addition each, so that copying takes about as long without them.
+// A checksum over rows. Each of a row's words has two sums: the sum of the words, and the sum of the first sum's values
+// after each word, in which a word weighs the more the earlier it stands. Damage within one word is always found, wider
+// damage nearly always: some pairs of flipped bits at the tops of two words go unnoticed, about one pair in 2,000. It
+// guards against torn and overwritten memory, not against an attacker.
 //
-// The sum doesn't depend on the lane type: pairs are quicker for rows in plain memory, single words for rows
-// that come word by word out of shared memory.
+// From row to row a sum waits for one addition only, so that copying takes about as long without the checksum.
+//
+// The lane type does not change the sum: pairs are quicker for rows in plain memory, single words for rows that are
+// loaded word by word from shared memory.
 template <class Lane>
 class Checksum {
  public:
@@ -70,16 +71,15 @@ class Checksum {
       std::memcpy(words, words_, sizeof words);
       std::memcpy(sums, sums_, sizeof sums);
       std::uint64_t sum = 0;
-      // A word that is off by d, k rows before the end, makes this off by d * multiplier * (1 + 2 * (k + 1) * weight),
-      // which is never 0, because the factors but for d are odd.
+      // A word that is off by d, k rows before the end, puts this off by d * multiplier * (1 + 2 * (k + 1) * weight).
+      // That is never 0 modulo 2^64, because every factor but d is odd.
       unrolled<wordsPerRow>(
            [&](std::size_t i) { sum ^= (words[i] + 2 * weight_ * sums[i]) * multipliers_[i]; });
       return sum;
    }
 
  private:
-   // Lanes start unequal and are weighed unequally, so that words that change places are noticed. Multipliers
-   // are odd.
+   // Lanes start and weigh differently, so that words that change places are noticed. Multipliers must be odd.
    static constexpr std::uint64_t start_[wordsPerRow] = {0x243f6a8885a308d3, 0x13198a2e03707344,
                                                          0xa4093822299f31d0, 0x082efa98ec4e6c89};
    static constexpr std::uint64_t multipliers_[wordsPerRow] = {0x9e3779b97f4a7c15, 0xd6e8feb86659fd93,

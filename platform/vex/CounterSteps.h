@@ -8,34 +8,34 @@
 
 namespace Vex {
 
-// A step of an upset-only counter that the helper let pass because it reads a negative value as 0 would still
-// be a jump in a total, so it is absorbed here. The sign tests of the helper don't see it: to them 0 and a
-// value with a flipped top bit are alike.
+// The helper reads a negative value of an upset-only counter as 0, so it lets the step to a flipped top bit pass. Added
+// to a total that step would be a jump, so it is absorbed here.
 inline bool isImplausible(Interface::FieldGroup group, U64 step) {
    return group == Interface::FieldGroup::upsetOnly && step >= Interface::wrapWindow;
 }
 
-// Seconds between two samples; 0 when that is not known or no time has passed.
+// Seconds between two samples; 0 if that is not known or no time has passed.
 inline double intervalBetween(double previous, double now) {
    const double interval = now - previous;
    return interval > 0 && previous != Silo::unknownSampleTime ? interval : 0;
 }
 
-// Makes `next`, which has a new reading, the record that follows the last one, and takes `previous` there: its
-// reading, totals and times, that is, for what the last step alone was it doesn't keep. A field that was absorbed
-// makes no step. Everything is modulo 2^64. True when no counter wrapped, fell or was upset.
+// One step from reading to reading. `next` comes with a new reading and gets its totals, deltas, interval and times.
+// `previous` is moved on to that reading, its totals and its times; it keeps nothing of the step itself. A field that
+// was absorbed makes no step. Everything is modulo 2^64. True if no counter wrapped, fell or was upset.
 template <class Record>
 bool takeStep(VexTypes::CountersOf<Record>& previous, Record& next, double now) {
    constexpr const auto& fields = Interface::fieldsOf<typename Record::Statistics>();
    Record& last = previous.record();
-   // Nearly always every step counts as it is; what may be otherwise leaves a high bit here.
+   // Nearly always every step counts as it is. A step that may not leaves a high bit in one of these, so that one test
+   // at the end replaces one per field.
    U64 steps = 0;
    U64 falls = 0;
    for (std::size_t i = 0; i < fields.size(); ++i) {
       const U64 from = Interface::word(last.reading, i);
       const U64 to = Interface::word(next.reading, i);
-      // A fall by less than the window that leads over the top is a wrap: the top bit goes. Bits, not branches, so
-      // that the fields go through the vector registers in pairs.
+      // A small step forward over the top of the range is a wrap; the top bit then goes from 1 to 0. Bits, not
+      // branches, so that the loop runs in vector registers.
       steps |= to - from;
       falls |= from & ~to;
       next.deltas[i] = to - from;
@@ -63,9 +63,9 @@ bool takeStep(VexTypes::CountersOf<Record>& previous, Record& next, double now) 
    return isContinuous;
 }
 
-// For a record that counting begins with; `isKept`: an earlier process left it. What was of that one's last step is no
-// step of this one. A record whose sample time means nothing is damaged, or of another clock, and so is the time of
-// its discontinuity: that is now.
+// Prepares the record that counting begins with. `isKept`: an earlier process left it; its last step is dropped, since
+// it is not a step of this process. A kept record without a known sample time was damaged or is of another clock. Its
+// discontinuity time is no good either, and becomes now.
 template <class Record>
 void seed(VexTypes::CountersOf<Record>& counters, bool isKept) {
    Record& record = counters.record();
@@ -85,8 +85,8 @@ inline bool isBelow(const Silo::Interface::QueueStatistics& total,
    return total.packets < cleared.packets || total.bytes < cleared.bytes || total.drops < cleared.drops;
 }
 
-// Deletes a clear record that is ahead of the record that it was taken from: that one began anew since, and what it
-// counted since the clear would come out below zero.
+// Deletes a clear record that is ahead of the record it was taken from: that one has begun anew since then, and counts
+// since the clear would come out negative.
 template <class Record>
 void dropClearAhead(Silo::Table<Record>& clearTable, const Silo::Key& key, const Record& record) {
    if (!clearTable.has(key)) {

@@ -8,8 +8,8 @@ namespace Vex {
 
 namespace {
 
-// The sum over chips falls when a chip or its entries go: what it lost was counted before, so a fall is no
-// step.
+// A reading is a sum over chips and falls when a chip or its entries go. What it loses was counted before, so a fall is
+// not a step.
 void absorbFalls(VexTypes::L3IntfCounters& previous, const Interface::L3IntfStatistics& reading) {
    previous.absorbedDelAll();
    for (std::size_t i = 0; i < Interface::L3IntfStatistics::fieldCount; ++i) {
@@ -52,6 +52,7 @@ void L3Counters::remove(const Pelt::IntfId& intf) {
    errors_.forget(intf);
 }
 
+// Due at once: a clock that is armed for now fires after everything armed before it, once this handler has returned.
 void L3Counters::arm() {
    if (!endOfTurn_.isArmed()) {
       endOfTurn_.timeMinIs(Kiln::System::currentTime());
@@ -79,6 +80,7 @@ void L3Counters::handleEndOfTurn() {
       if (!counted.isDue) {
          continue;
       }
+      // Before the read, which may fail: an interface that the table refuses is tried again when it is due again.
       counted.isDue = false;
       try {
          update(intf, counted);

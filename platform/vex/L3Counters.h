@@ -10,34 +10,34 @@
 
 namespace Vex {
 
-// Part of a reactor. Interfaces are marked due, as often as somebody likes, and read once when everything
-// else that this moment holds has run. Activity thread; allocates only for an interface that is new.
+// Part of a reactor. Interfaces are marked due, any number of times, and are read once at the end of this turn of the
+// loop: a pass marks them for each chip, and each read sums over all chips. Activity thread; allocates only for a new
+// interface.
 class L3Counters {
  public:
-   // Fills the first record, with the second one as the previous; false when the interface has no counters.
+   // Fills the first record; the second one is the previous. False if the interface has no counters.
    using Read = std::function<bool(const Pelt::IntfId&, const Kiln::Ptr<VexTypes::L3IntfCounters>&,
                                    const Kiln::Ptr<VexTypes::L3IntfCounters>&)>;
    using Table = Silo::Table<Silo::Interface::L3IntfCounters>;
 
-   // The tables are the reactor's and outlive this. Either may be null: then nothing is published, or
-   // cleared.
+   // The tables are the reactor's and outlive this. Either may be null: then nothing is published, or cleared.
    L3Counters(Kiln::Ptr<const Kiln::Clock> clock, Table* counters, Table* clearCounters, Read read)
         : counters_(counters), clearCounters_(clearCounters), read_(std::move(read)),
           endOfTurn_(std::move(clock), this, &L3Counters::handleEndOfTurn) {}
 
    bool has(const Pelt::IntfId& intf) const { return intfs_.contains(intf); }
-   // Begins to count, going on from what was published. A name that no table takes is told to the operator,
-   // and not counted. False: it was there, or is not counted.
+   // Begins to count, going on from what was published. A name that no table takes is reported to the operator and not
+   // counted. False: the interface was counted already, or is not counted.
    bool add(const Pelt::IntfId& intf);
-   // The interface is gone; so are its records.
+   // The interface is gone: deletes its records.
    void remove(const Pelt::IntfId& intf);
 
    void dueIs(const Pelt::IntfId& intf);
    void allDueIs();
-   // Nothing is due any more.
+   // Forgets what is due.
    void cancel() { endOfTurn_.timeMinIs(Kiln::never); }
 
-   // What counts from now on counts since the clear. False: no such interface.
+   // Moves the clear baseline to now. False: no such interface.
    bool clear(const Pelt::IntfId& intf);
    void clearAll();
 
@@ -56,7 +56,7 @@ class L3Counters {
    Table* counters_;
    Table* clearCounters_;
    Read read_;
-   Kiln::Ptr<VexTypes::L3IntfCounters> reading_ = Kiln::allocate<VexTypes::L3IntfCounters>(); // of any
+   Kiln::Ptr<VexTypes::L3IntfCounters> reading_ = Kiln::allocate<VexTypes::L3IntfCounters>(); // one for all
    Kiln::HashMap<Pelt::IntfId, Counted> intfs_;
    PublishErrors errors_;
    Kiln::Timer<L3Counters> endOfTurn_;

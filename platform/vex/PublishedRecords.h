@@ -1,17 +1,16 @@
-// The records that other processes read, and the names of the tables that hold them. A reader needs this
-// header and silo/TableReader.h only. docs/published-records.md says what each field means.
+// The records that other processes read, and the names of their tables. A reader needs only this header and
+// silo/TableReader.h. docs/published-records.md says what each field means.
 #pragma once
 
 #include "vex/Statistics.h"
 
 #include <array>
-#include <cstdint>
 #include <optional>
 #include <string_view>
 
 namespace Silo::Interface {
 
-// Where an agent keeps its tables when it is told no place: the prefix of their shared memory objects.
+// The prefix of an agent's shared memory objects, unless it is told another place for its tables.
 constexpr const char* defaultTablePrefix = "zelagent";
 
 // Tables, by interface name.
@@ -31,24 +30,24 @@ inline constexpr std::array all{intfCounters,           intfClearCounters,    in
                                 subIntfCounters,        subIntfClearCounters, intfNatCounters};
 } // namespace TableName
 
-// The counters of one interface. Arrays are indexed like fieldsOf<Statistics>(). In a clear table: reading,
-// totals and times as they stood when the interface was cleared, without what was of one step alone.
+// The counters of one interface. Arrays are indexed like fieldsOf<Statistics>(). In a clear table: reading, totals and
+// times as they were when the interface was cleared; what belongs to one step (deltas, interval) is zero.
 template <class Statistics_>
 struct CounterRecord {
    using Statistics = Statistics_;
    static constexpr std::size_t fieldCount = Statistics::fieldCount;
 
-   // Aligned, lest half of the wide loads and stores that a step takes lie across two cache lines.
-   alignas(32) Statistics reading{};                 // as the source has it
+   // Aligned, so that the wide loads and stores of a step do not cross cache lines.
+   alignas(32) Statistics reading{};                 // as the chip has it
    alignas(32) std::array<U64, fieldCount> totals{}; // the sum of all deltas: never jumps, never steps back
    alignas(32) std::array<U64, fieldCount> deltas{}; // of the last step
-   // 1: the last step was an upset, so it has neither delta nor rate. Filled up to whole words.
+   // 1: the last step was an upset and has neither delta nor rate. Filled up to whole words.
    std::array<U8, (fieldCount + 7) / 8 * 8> isAbsorbed{};
    double interval = 0;          // seconds that the last step took; 0: not known
    double discontinuityTime = 0; // of the last wrap, upset or reset; 0: none
-   U64 suspects = 0;             // steps that the port's speed does not allow
+   U64 suspects = 0;             // counts steps that the port's speed does not allow
 
-   // The rate of a field in the last step, a second.
+   // The rate of a field in the last step, per second.
    std::optional<double> rate(std::size_t field) const {
       if (interval <= 0 || isAbsorbed[field] != 0) {
          return std::nullopt;
@@ -59,12 +58,12 @@ struct CounterRecord {
 
 struct IntfCounters : CounterRecord<::Interface::EthIntfStatistics> {
    static constexpr std::string_view layoutName = "IntfCounters";
-   static constexpr std::uint32_t layoutVersion = 2;
+   static constexpr U32 layoutVersion = 2;
 };
 
 struct L3IntfCounters : CounterRecord<::Interface::L3IntfStatistics> {
    static constexpr std::string_view layoutName = "L3IntfCounters";
-   static constexpr std::uint32_t layoutVersion = 1;
+   static constexpr U32 layoutVersion = 1;
 };
 
 struct QueueStatistics {
@@ -78,22 +77,22 @@ struct QueueStatistics {
 // The queues of one interface, by queue index.
 struct IntfQueueCounters {
    static constexpr std::string_view layoutName = "IntfQueueCounters";
-   static constexpr std::uint32_t layoutVersion = 1;
+   static constexpr U32 layoutVersion = 1;
    static constexpr std::size_t queueCount = 17;
 
    std::array<QueueStatistics, queueCount> totals{}; // never step back
    std::array<QueueStatistics, queueCount> deltas{}; // of the last report
    double interval = 0;                              // seconds since the report before; 0: not known
-   std::uint32_t present = 0;                        // bit q: the interface has queue q
-   std::uint32_t reported = 0;                       // bit q: and it was read at least once
+   U32 present = 0;                                  // bit q: the interface has queue q
+   U32 reported = 0;                                 // bit q: and it was read at least once
 
    bool has(std::size_t queue) const { return queue < queueCount && ((present >> queue) & 1) != 0; }
 };
 
-// What was translated by source NAT on an L3 interface.
+// What source NAT translated on an L3 interface.
 struct NatCounter {
    static constexpr std::string_view layoutName = "NatCounter";
-   static constexpr std::uint32_t layoutVersion = 1;
+   static constexpr U32 layoutVersion = 1;
 
    std::array<char, 64> intfId{}; // NUL-terminated
    S64 creationTime = 0;          // monotonic clock, whole seconds

@@ -28,7 +28,7 @@ void add(QueueStatistics& total, const QueueStatistics& delta) {
    total.drops += delta.drops;
 }
 
-// What a report says of no known time leaves the record's time as it was.
+// A report without a known time leaves the record's time as it was.
 double sampleTimeOf(const VexTypes::IntfQueueCounters& report, const Silo::RecordInfo& published) {
    for (const double time : {report.sampleTime(), published.sampleTime}) {
       if (time != Silo::unknownSampleTime) {
@@ -61,11 +61,12 @@ void QueuePublisher::publish(const Pelt::IntfId& intf, const VexTypes::IntfQueue
    History& history = historyOf(intf);
    auto sample = counters_->table().sampleOrDefault(history.key);
    auto& record = sample.record;
+   // Another port: its counts cannot be compared with the previous ones, while the published totals stand.
    if (report.beginsAnew()) {
       history.report = {};
       history.sampleTime = Silo::unknownSampleTime;
    }
-   // A clear keeps the step between the last two readings.
+   // A clear hands over the last reading again. It must not replace the step between the last two readings.
    const bool isNewSample =
         report.sampleTime() == Silo::unknownSampleTime || report.sampleTime() != history.sampleTime;
    if (isNewSample) {
@@ -82,7 +83,7 @@ void QueuePublisher::publish(const Pelt::IntfId& intf, const VexTypes::IntfQueue
       if (history.report.has(queue)) {
          last = history.report.intfQueueStat(queue);
       } else if (((record.reported >> queue) & 1) != 0) {
-         last = value; // reported by another process, or of another port: the total stands
+         last = value; // an earlier process or another port reported it: the total stands
       }
       const QueueStatistics delta = increments(last, value);
       if (isNewSample) {
@@ -94,8 +95,8 @@ void QueuePublisher::publish(const Pelt::IntfId& intf, const VexTypes::IntfQueue
          record.totals[queue] = value;
       }
       history.report.intfQueueStatIs(queue, value);
-      record.present |= std::uint32_t{1} << queue;
-      record.reported |= std::uint32_t{1} << queue;
+      record.present |= U32{1} << queue;
+      record.reported |= U32{1} << queue;
    }
    counters_->table().recordIs(history.key, record, sampleTimeOf(report, sample.info));
 }

@@ -8,7 +8,7 @@
 
 namespace Vex::Counters {
 
-// Part of the counters reactor. Activity thread; allocates only for an interface that is new.
+// Part of the counters reactor. Activity thread; allocates only for a new interface.
 class QueuePublisher {
  public:
    // Either table may be null: then nothing is published, or cleared.
@@ -16,13 +16,12 @@ class QueuePublisher {
                   Kiln::Ptr<Silo::Interface::AllIntfClearQueueCounters> clearCounters)
         : counters_(std::move(counters)), clearCounters_(std::move(clearCounters)) {}
 
-   // With `isIncrement`, adds the differences since the report before to the published totals; a value below
-   // that report is a restart and counts whole. Without, the report is the total. Throws what the table
-   // throws.
+   // With `isIncrement`, adds the differences from the previous report to the published totals; a value below the
+   // previous one is a restart and counts whole. Without, the report is the total. Throws what the table throws.
    void publish(const Pelt::IntfId& intf, const VexTypes::IntfQueueCounters& report, bool isIncrement);
-   // What counts from now on counts since the clear. False: no queues of the interface are published.
+   // Moves the clear baseline to now. False: no queues of the interface are published.
    bool clear(const Pelt::IntfId& intf);
-   // An interface that the table refuses is logged, and the others are cleared.
+   // Logs an interface that the table refuses, and clears the others.
    void clearAll(PublishErrors& errors);
    // The interface is gone.
    void remove(const Pelt::IntfId& intf);

@@ -9,7 +9,7 @@ namespace Vex {
 
 namespace {
 
-// Flow control is no error, though it is vetted like one.
+// Flow control is not an error, although it is vetted like one.
 bool isErrorField(const Interface::StatisticsField& field) {
    const std::string_view name = field.name;
    return field.group == Interface::FieldGroup::upsetOnly && name.find("pause") == name.npos &&

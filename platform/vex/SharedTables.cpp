@@ -1,4 +1,4 @@
-// Opens the shared tables.
+// Opens and removes the shared tables.
 #include "vex/SharedTables.h"
 
 #include "kiln/Time.h"
@@ -14,7 +14,7 @@ void AllIntfQueueCounters::queueIs(const Pelt::IntfId& intf, std::size_t queue, 
    const Key key(intf.text());
    auto sample = table().sampleOrDefault(key);
    if (!sample.record.has(queue)) {
-      sample.record.present |= std::uint32_t{1} << queue;
+      sample.record.present |= U32{1} << queue;
       const bool isSampled = sample.info.sampleTime != unknownSampleTime;
       table().recordIs(key, sample.record, isSampled ? sample.info.sampleTime : now);
    }
@@ -44,7 +44,7 @@ SharedTables openSharedTables(const Silo::Store& store, const SharedTableSetting
    const auto ports = options(settings.ports, settings.pollingInterval);
    const auto vlanIntfs = options(settings.vlanIntfs, settings.pollingInterval);
    const auto subIntfs = options(settings.subIntfs, settings.pollingInterval);
-   // A routed port, a VLAN interface and a subinterface each may translate.
+   // Routed ports, VLAN interfaces and subinterfaces may all translate addresses.
    const auto l3Intfs =
         options(settings.ports + settings.vlanIntfs + settings.subIntfs, settings.natPollingInterval);
    return {

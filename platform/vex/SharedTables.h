@@ -42,12 +42,12 @@ class AllIntfQueueCounters : public IntfTable<IntfQueueCounters> {
    bool has(const Pelt::IntfId& intf, std::size_t queue) const {
       return table().sampleOrDefault(Key(intf.text())).record.has(queue);
    }
-   // Creates the queue's entry, all zero, when it is missing. `now` is the sample time of a record that is
-   // new. A queue above 16 is a std::out_of_range.
+   // Creates the queue's entry, all zero, if it is missing. `now` is the sample time of a new record. Throws
+   // std::out_of_range for a queue above 16.
    void queueIs(const Pelt::IntfId& intf, std::size_t queue, double now);
 };
 
-// VLAN interfaces have no clear table mounted, so the table brings its own.
+// The mounts have no clear table for VLAN interfaces, so this one brings its own.
 class AllVlanIntfCounters : public IntfTable<L3IntfCounters> {
  public:
    AllVlanIntfCounters(const Store& store, const std::string& name, const std::string& clearName,
@@ -71,8 +71,8 @@ class AllNatCounterDir : public IntfTable<NatCounter> {
  public:
    using IntfTable::IntfTable;
 
-   // The interface's record; the default one when there is none. A corrupt one is reported to the corruption
-   // handler, and the default is answered.
+   // The interface's record, or the default one. A corrupt one gives the default too, and is reported to the corruption
+   // handler.
    NatCounter counter(const Pelt::IntfId& intf) const {
       return table().sampleOrDefault(Key(intf.text())).record;
    }
@@ -126,7 +126,7 @@ struct SharedTables {
 // Opens every table for writing, taking over what the last writer left. Corruption goes to the operator log.
 // Sample times are those of the process's time source, so set that first. Throws Silo::TableError.
 SharedTables openSharedTables(const Silo::Store& store, const SharedTableSettings& settings = {});
-// Takes the tables' names away, so that the next start finds none. Who has a table open keeps it.
+// Removes the tables' names, so that the next start finds none. Whoever has a table open keeps it.
 void removeSharedTables(const Silo::Store& store);
 
 } // namespace Vex

@@ -1,7 +1,7 @@
-// The statistics of an interface: what is counted, under which name, and how each counter is vetted.
+// The statistics of an interface: its counters, their names, and how each is vetted.
 //
-// A statistics body is a plain record of 64-bit words. Its counted fields stand first, in the order of its
-// table of fields, so that the field with index i is word i. Names are OpenConfig's, or formed alike.
+// A statistics body is a plain record of 64-bit words. Its counted fields come first, in the order of its table of
+// fields, so that field i is word i. Names are OpenConfig's, or formed like them.
 #pragma once
 
 #include "kiln/Types.h"
@@ -14,11 +14,11 @@
 
 namespace Interface {
 
-// A counter's step is plausible only below this.
+// A counter's step is plausible only below this: at 800 Gbit/s, 2^48 octets take three quarters of an hour.
 constexpr U64 wrapWindow = U64{1} << 48;
-constexpr U64 topBit = U64{1} << 63; // of a counter: set, the value reads negative
+constexpr U64 topBit = U64{1} << 63; // a counter that has it set reads as negative
 
-// An IEEE 802.1p priority, 0 to 7; anything else is a std::range_error.
+// An IEEE 802.1p priority: 0 to 7. Throws std::range_error for anything else.
 class Dot1pIndex {
  public:
    static constexpr U8 max = 7;
@@ -47,7 +47,7 @@ struct EthPerQStatistics {
    std::array<U64, 8> counts;
 };
 
-// An Ethernet interface's. Octets include the FCS.
+// The statistics of an Ethernet interface. Octets include the FCS.
 struct EthIntfStatistics {
    static constexpr std::size_t fieldCount = 69;
 
@@ -110,12 +110,12 @@ struct EthIntfStatistics {
    EthPerPrioStatistics inPfcFrames;
    EthPerPrioStatistics outPfcFrames;
 
-   // Not counted by the MAC, and in no table of fields: queues have records of their own.
+   // The MAC does not count these, and no table of fields lists them: queues have records of their own.
    EthPerQStatistics outQueuePkts;
    EthPerQStatistics outQueueDiscards;
 };
 
-// A VLAN interface's or a subinterface's.
+// The statistics of a VLAN interface or a subinterface.
 struct L3IntfStatistics {
    static constexpr std::size_t fieldCount = 4;
 

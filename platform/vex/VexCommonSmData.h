@@ -8,7 +8,7 @@ namespace Vex {
 
 class VexCommonSmData : public Kiln::PtrInterface {
  public:
-   // The VLAN interfaces that exist; a listed one has the value true.
+   // The VLAN interfaces that exist; the value of a listed one is true.
    KILN_HASH_MAP(Pelt::IntfId, bool, vlanIntf)
 };
 

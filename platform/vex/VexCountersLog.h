@@ -16,11 +16,11 @@ extern const Kiln::LogMessage VEX_COUNTERS_TABLE_CORRUPT;
 // The corruption handler of the shared tables.
 void logCorruption(const Silo::Corruption& corruption);
 
-// Tells the operator once for each interface that its counters can't be published, and why.
+// Tells the operator, once per interface, that its counters cannot be published and why.
 class PublishErrors {
  public:
    void log(const Pelt::IntfId& intf, const std::exception& error);
-   // The interface's counters were published, or it is gone: the next error is news again.
+   // The interface's counters were published, or it is gone: its next error is logged again.
    void forget(const Pelt::IntfId& intf);
 
  private:

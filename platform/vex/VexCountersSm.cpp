@@ -14,7 +14,7 @@ namespace {
 
 Kiln::TraceHandle traceHandle("VexCountersSm");
 
-// "Vlan20" is carried by VLAN 20; 0 when the name says nothing of the kind.
+// "Vlan20" is carried by VLAN 20; 0 for a name without a number.
 U16 vlanOf(const Pelt::IntfId& vlanIntf) {
    const Kiln::String& text = vlanIntf.text();
    const std::size_t digits = text.find_first_of("0123456789");
@@ -97,6 +97,7 @@ void CountersSm::startPort(const Pelt::IntfId& intf) {
       return;
    }
    const Kiln::Ptr<VexPortCounterSm> port = vexPortCounterSm(intf);
+   // The helper sets the previous record, through this reactor: the port has to be in its collection by now.
    context_.helper->initialize(intf);
    port->handleSeed(context_.allIntfCounters->table().has(port->key()));
    if (context_.allIntfClearCounters) {
@@ -171,16 +172,17 @@ void CountersSm::handleIntfQueueCounters(const Pelt::IntfId& intf,
    }
    try {
       queues_.publish(intf, counters, context_.helper->queueCountersIncrement());
-   } catch (const std::exception& error) { // the table's, or a name that is no key
+   } catch (const std::exception&
+                 error) { // the table's, or a name that is not a key; an SDK callback called this
       errors_.log(intf, error);
    }
 }
 
 bool CountersSm::clear(const Kiln::String& name) {
-   // The helper may hand over queues that read zero: they count before the baseline moves.
+   // The helper first: clearing its queues publishes a report, which has to count before the baseline moves.
    try {
       context_.helper->doClearCounters(name);
-   } catch (const std::exception& error) { // the queue table's, or a name that is no key
+   } catch (const std::exception& error) { // the queue table's, or a name that is not a key
       errors_.log(Pelt::IntfId{Kiln::Name(name)}, error);
    }
    if (name == "all") {

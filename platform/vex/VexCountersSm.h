@@ -14,16 +14,16 @@
 
 namespace Vex::Counters {
 
-// Publishes the counters of ports, VLAN interfaces and queues in the shared tables, and keeps their clear
-// baselines. A port is counted while the status directory has it; when it goes, so do its records. A port
-// that moves to other hardware leaves the directory and comes back.
+// Publishes the counters of ports, VLAN interfaces and queues in the shared tables, and keeps their clear baselines. A
+// port is counted while the status directory has it; when it goes, so do its records. A port that moves to other
+// hardware leaves the directory and comes back.
 //
-// An interface whose record no table takes is told to the operator once; nothing is thrown. Activity thread;
+// An interface whose record no table takes is reported to the operator once; nothing is thrown. Activity thread;
 // nothing is allocated once each interface has been read.
 class CountersSm : public Kiln::Entity {
  public:
-   // What the reactor works with. The helper and the clock are required; what hangs on another pointer that is
-   // null is left out.
+   // What the reactor works with. The helper and the clock are required. Any other pointer may be null; what depends on
+   // it is left out.
    struct Context {
       Kiln::Ptr<VexCommonSmData> vexCommonSmData;
       Kiln::Ptr<const Interface::EthPhyIntfStatusDir> ethPhyIntfStatusDir;
@@ -41,28 +41,27 @@ class CountersSm : public Kiln::Entity {
    explicit CountersSm(Context context);
    ~CountersSm() override;
 
-   // Switched on, begins to count what is there; the helper must be able to find this reactor by then.
+   // Switched on, begins to count the interfaces that exist; by then the helper must be able to find this reactor.
    // Switched off, takes no more events.
    void hasNotificationActiveIs(bool active) override;
 
-   // There are new counters of an interface. A port's are read, vetted and published at once. A VLAN
-   // interface's are read once at the end of this turn of the loop. An empty or unknown interface is ignored.
+   // An interface has new counters. A port's are read, vetted and published at once; a VLAN interface's are read once,
+   // at the end of this turn of the loop. An empty or unknown interface is ignored.
    virtual void updateCounters(VexTypes::CounterType type, const Pelt::IntfId& intf);
 
-   // Moves the clear baseline of an interface, or of "all": what counts from now on counts since the clear.
-   // False: there is no such interface.
+   // Moves the clear baseline of an interface, or of "all", to now. False: no such interface.
    bool clear(const Kiln::String& name);
 
-   // Removes the records of ports that an earlier process published and this one doesn't have. For an agent to call
-   // once it has the ports that it begins with.
+   // Removes the records of ports that an earlier process published and this one does not have. To be called once the
+   // agent has the ports that it begins with.
    void forgetAbsentPorts();
 
-   // Ports, each with its previous counters.
+   // Ports, with their previous counters.
    KILN_COLLECTION(Vex::Counters::CountersSm, Pelt::IntfId, VexPortCounterSm, intfId, vexPortCounterSm)
 
    const Kiln::Ptr<WriterStatus>& ethIntfCounterWriterStatus() const { return ethIntfCounterWriterStatus_; }
    void ethIntfCounterWriterStatusIs(Kiln::Ptr<WriterStatus> status);
-   // Whose reports are published from now on.
+   // Its reports are published from now on.
    const Kiln::Ptr<WriterConfig>& writerConfig() const { return writerConfig_; }
    void writerConfigIs(Kiln::Ptr<WriterConfig> config);
 
@@ -100,7 +99,7 @@ class CountersSm : public Kiln::Entity {
    Context context_;
    Kiln::Ptr<WriterStatus> ethIntfCounterWriterStatus_;
    Kiln::Ptr<WriterConfig> writerConfig_;
-   Kiln::Ptr<VexTypes::IntfCounters> reading_ = Kiln::allocate<VexTypes::IntfCounters>(); // of any port
+   Kiln::Ptr<VexTypes::IntfCounters> reading_ = Kiln::allocate<VexTypes::IntfCounters>(); // one for all ports
    QueuePublisher queues_;
    L3Counters vlanIntfs_;
    PublishErrors errors_;

@@ -1,4 +1,4 @@
-// What the forwarding layer asks of the chip family: the base classes of its helpers. Activity thread.
+// What the forwarding layer needs from the chip family: the base classes of its helpers. Activity thread.
 #pragma once
 
 #include "kiln/Accessors.h"
@@ -9,7 +9,7 @@
 
 namespace VexHelper {
 
-// One a process. No operation throws for an interface that it does not know.
+// One per process. No operation throws for an unknown interface.
 class VexHelperCountersSm : public Kiln::Entity {
  public:
    explicit VexHelperCountersSm(Kiln::Name name) : name_(name) {}
@@ -18,35 +18,34 @@ class VexHelperCountersSm : public Kiln::Entity {
 
    virtual void getIntfQueueType(const Pelt::IntfId& intf, VexTypes::IntfQueueType& type) = 0;
 
-   // The forwarding layer begins or ends to count a VLAN interface. False: it can't be counted.
+   // The forwarding layer begins or stops counting a VLAN interface. False: it cannot be counted.
    virtual bool initializeVlanIntfCounters(const Pelt::IntfId& vlanIntf, U16 vlan) = 0;
    virtual void deleteVlanIntfCounters(const Pelt::IntfId& vlanIntf) = 0;
    virtual U64 getIntfAclDropCounters(const Pelt::IntfId& intf) = 0;
-   // Fills `current`. False: the interface has no counters, and `current` means nothing.
+   // Fills `current`. False: the interface has no counters, and `current` is not valid.
    virtual bool getVlanIntfCounters(const Pelt::IntfId& vlanIntf,
                                     const Kiln::Ptr<VexTypes::L3IntfCounters>& current,
                                     const Kiln::Ptr<VexTypes::L3IntfCounters>& previous) = 0;
-   // Fills `record` with the latest reading, or leaves it alone when there is none. In `previous`, the reading
-   // that was published last, a counter whose step was an upset is absorbed: set to its new value, so that it
-   // has no step.
+   // Fills `record` with the latest reading, or leaves it alone if there is none. `previous` has the reading published
+   // last; a counter whose step was an upset is absorbed there: it is set to its new value, so that it makes no step.
    virtual void getCounters(const Pelt::IntfId& intf, const Kiln::Ptr<VexTypes::IntfCounters>& record,
                             const Kiln::Ptr<VexTypes::IntfCounters>& previous) = 0;
    virtual void getCoppCounters() = 0;
    // Once, before anything else.
    virtual void hwInit() = 0;
-   // The forwarding layer begins to count an interface, for the first time or after a restart: sets the
-   // previous record of the interface's port counter reactor.
+   // The forwarding layer begins to count an interface, for the first time or after a restart. Sets the previous record
+   // of the interface's port counter reactor.
    virtual void initialize(const Pelt::IntfId& intf) = 0;
-   // Clears the counters whose baseline is the helper's own, of the interface of that name or of "all".
+   // Clears the counters whose baseline the helper keeps, of the interface of that name or of "all".
    virtual void doClearCounters(const Kiln::String& name) = 0;
    // The queue counters as last read.
    virtual VexTypes::IntfQueueCounters getIntfQueueCounters(const Pelt::IntfId& intf,
                                                             VexTypes::IntfQueueCounters record) = 0;
-   // Clears the queue counters of an interface; `portChanged` when the port has just appeared or changed.
+   // Clears the queue counters of an interface. `portChanged`: the port has just appeared or changed.
    virtual void doClearIntfQueueCounters(const Pelt::IntfId& intf, bool portChanged) = 0;
 
-   // Queue counters are reported as increments: the forwarding layer adds up the differences of consecutive
-   // reports, and a report below the one before is a restart. Otherwise it publishes them as they are.
+   // True: queue counters are reported as increments. The forwarding layer adds up the differences between reports, and
+   // takes a lower report for a restart. False: it publishes them as they are.
    KILN_ATTRIBUTE(bool, queueCountersIncrement, false)
 
  private:

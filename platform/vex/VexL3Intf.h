@@ -8,13 +8,13 @@
 
 namespace VexL3Intf {
 
-// A nonzero value's low 16 bits are the VLAN; zero is no interface.
+// The low 16 bits of a nonzero value are the VLAN; zero stands for no interface.
 class Table : public Kiln::Entity {
  public:
    class Notifiee : public Kiln::NotifieeOf<Table> {
     public:
       using NotifieeOf::NotifieeOf;
-      // The interface came, changed or went.
+      // The interface was added, changed or deleted.
       virtual void onIntfL3Index(const Pelt::IntfId&) {}
    };
    KILN_NOTIFIER
@@ -32,7 +32,7 @@ class Table : public Kiln::Entity {
 
 namespace Vex {
 
-// Switches the notifications of the L3 interface table on, once everyone who watches it is there.
+// Switches on the notifications of the L3 interface table, once all of its watchers exist.
 class VexL3IntfSm : public Kiln::Entity {
  public:
    explicit VexL3IntfSm(Kiln::Ptr<VexL3Intf::Table> table) : table_(std::move(table)) {}

@@ -13,7 +13,7 @@ namespace Vex {
 // Activity thread.
 class SubIntfCountersSm : public Kiln::Entity {
  public:
-   // The wheel, the clock and the helper are required; what hangs on another pointer that is null is left out.
+   // The wheel, the clock and the helper are required. Any other pointer may be null; what depends on it is left out.
    struct Context {
       Kiln::Ptr<Oxbow::TimerWheel> timerWheel;
       Kiln::Ptr<const Interface::SubIntfStatusDir> subIntfStatusDir;
@@ -27,14 +27,14 @@ class SubIntfCountersSm : public Kiln::Entity {
    explicit SubIntfCountersSm(Context context);
    ~SubIntfCountersSm() override;
 
-   // Switched on, begins to count what is there. Switched off, reads nothing more.
+   // Switched on, begins to count the subinterfaces that exist. Switched off, reads nothing more.
    void hasNotificationActiveIs(bool active) override;
 
    // A chip was asked for its counters: the subinterfaces are due. They are read once at the end of this turn
    // of the loop, however many chips were asked.
    virtual void updateCounters();
 
-   // As the counters reactor's.
+   // Like the counters reactor's.
    bool clear(const Kiln::String& name);
 
  private:
@@ -43,7 +43,7 @@ class SubIntfCountersSm : public Kiln::Entity {
       void onIntfStatus(const Pelt::IntfId& intf) override { sm->handleSubIntfStatus(intf); }
       SubIntfCountersSm* sm;
    };
-   // Reads when nobody has asked for a poll interval and a half: the half keeps it apart from chips that are
+   // Reads when nobody has asked for one and a half poll intervals. The half keeps it from racing with chips that are
    // polled at the same interval.
    struct Watchdog : Oxbow::TimerWheel::Timer {
       Watchdog(Kiln::Ptr<Oxbow::TimerWheel> wheel, SubIntfCountersSm* owner)

@@ -8,14 +8,14 @@
 
 namespace VexTypes {
 
-// The kinds of counters that the counters reactor is told of.
+// The kinds of counters that updateCounters takes. The numbers are fixed.
 enum class CounterType : U32 {
    port = 1,     // a port's MAC counters
    vlanIntf = 3, // a VLAN interface's counters
 };
 
-// The counters of one interface, a published record at work. A helper fills or rewrites the statistics, which
-// are the record's reading; the rest is the forwarding layer's. Activity thread.
+// The counters of one interface: a published record in the making. A helper fills or rewrites the statistics, which are
+// the record's reading; the rest is the forwarding layer's. Activity thread.
 template <class Record>
 class CountersOf : public Kiln::PtrInterface {
  public:
@@ -23,17 +23,17 @@ class CountersOf : public Kiln::PtrInterface {
 
    const Statistics& statistics() const { return record_.reading; }
    void statisticsIs(const Statistics& statistics) { refill() = statistics; }
-   // The statistics, to be written in place: all of them.
+   // The statistics, for writing all of them in place.
    Statistics& refill() {
       isFilled_ = true;
       return record_.reading;
    }
-   // Whether statistics were written since this was last set to false: a helper that knows nothing of an
-   // interface leaves its record alone.
+   // Whether statistics were written since this was last set to false: a helper leaves the record of an interface that
+   // it does not know alone.
    bool isFilled() const { return isFilled_; }
    void isFilledIs(bool filled) { isFilled_ = filled; }
 
-   // In a previous record: gives a field its new value, because its step was an upset, and remembers that.
+   // In a previous record: gives a field its new value, because its step was an upset, and remembers it.
    void absorb(std::size_t field, U64 value) {
       Interface::wordIs(record_.reading, field, value);
       isAbsorbed_[field] = true;
@@ -52,7 +52,7 @@ class CountersOf : public Kiln::PtrInterface {
    Record& record() { return record_; }
    void recordIs(const Record& record) { record_ = record; }
 
-   // When the record was sampled, seconds; Silo::unknownSampleTime when that is not known.
+   // When the record was sampled, in seconds; Silo::unknownSampleTime if that is not known.
    KILN_ATTRIBUTE(double, sampleTime, Silo::unknownSampleTime)
 
  private:
@@ -65,7 +65,7 @@ class CountersOf : public Kiln::PtrInterface {
 class IntfCounters : public CountersOf<Silo::Interface::IntfCounters> {};
 class L3IntfCounters : public CountersOf<Silo::Interface::L3IntfCounters> {};
 
-// What one reading of an interface's queues found. Queues that were not reported stay out of it.
+// One reading of an interface's queues: only those that were reported.
 class IntfQueueCounters {
  public:
    static constexpr std::size_t queueCount = Silo::Interface::IntfQueueCounters::queueCount;
@@ -78,10 +78,10 @@ class IntfQueueCounters {
       reported_ |= 1U << queue;
    }
 
-   // When the chip had these counts, seconds; clearing them is no new sample. Silo::unknownSampleTime when
-   // that is not known.
+   // When the chip had these counts, in seconds; a clear is not a new sample. Silo::unknownSampleTime if that is not
+   // known.
    KILN_ATTRIBUTE(double, sampleTime, Silo::unknownSampleTime)
-   // The reports before are of another port or chip, and say nothing of this one.
+   // Earlier reports are of another port or chip and cannot be compared with this one.
    KILN_ATTRIBUTE(bool, beginsAnew, false)
 
  private:

@@ -1,4 +1,4 @@
-// Who writes the counters.
+// How counters are handed over to the forwarding layer.
 #pragma once
 
 #include "kiln/Accessors.h"
@@ -7,8 +7,8 @@
 
 namespace Vex::Counters {
 
-// Where a chip family hands over counters that it reads of its own accord. The counters reactor watches it
-// and publishes. Activity thread.
+// A chip family hands over the counters that it reads of its own accord here. The counters reactor watches it and
+// publishes. Activity thread.
 class WriterConfig : public Kiln::Entity {
  public:
    class Notifiee : public Kiln::NotifieeOf<WriterConfig> {
@@ -20,13 +20,13 @@ class WriterConfig : public Kiln::Entity {
 
    WriterConfig() { hasNotificationActiveIs(true); }
 
-   // An interface's queues were read, or cleared. Published before this returns.
+   // An interface's queues were read or cleared. They are published before this returns.
    void intfQueueCountersIs(const Pelt::IntfId& intf, const VexTypes::IntfQueueCounters& counters) {
       notify(&Notifiee::onIntfQueueCounters, intf, counters);
    }
 };
 
-// Whether a kind of counters is written.
+// Whether a kind of counters is being written.
 class WriterStatus : public Kiln::PtrInterface {
  public:
    KILN_ATTRIBUTE(bool, active, false)

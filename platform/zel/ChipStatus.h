@@ -7,7 +7,7 @@
 
 namespace ZelSlice {
 
-// The state in which a chip is up and its tables take changes at once.
+// In this state a chip is up, and its tables take changes at once.
 constexpr U32 chipStateUp = 8;
 
 class ChipStatus : public Kiln::Entity {
@@ -20,11 +20,11 @@ class ChipStatus : public Kiln::Entity {
    KILN_NOTIFIER
 
    KILN_ATTRIBUTE_NOTIFY(U32, state, onState, chipStateUp)
-   // Pipes are 0 to this one, inclusive.
+   // The chip has the pipes 0 to this one.
    KILN_ATTRIBUTE(U16, highestLogicalPipeId, 0)
-   // The interfaces of the chip's ports by local port key: pipe x 128 + the port's slot in the pipe.
+   // The interfaces of the chip's ports, by device port number.
    KILN_HASH_MAP(U16, Pelt::IntfId, portToIntfId)
-   // The one internal interface that this chip serves; empty for none.
+   // The internal interface that this chip serves; empty for none.
    KILN_ATTRIBUTE(Pelt::IntfId, internalIntf)
 };
 

@@ -1,5 +1,4 @@
-// The interface directories that the platform mounts: which interfaces of a kind are configured, and which
-// exist.
+// The interface directories that the platform mounts: which interfaces of each kind are configured, and which exist.
 #pragma once
 
 #include "kiln/Accessors.h"
@@ -8,7 +7,7 @@
 
 namespace Interface {
 
-// Interfaces by name; a listed one has the value true.
+// Interfaces by name; the value of a listed one is true.
 class IntfDir : public Kiln::Entity {
  public:
    class Notifiee : public Kiln::NotifieeOf<IntfDir> {
@@ -27,7 +26,7 @@ class EthPhyIntfStatusDir : public IntfDir {
  public:
    static constexpr U64 defaultSpeed = 100'000'000'000;
 
-   // A port's speed in bit/s; what the platform doesn't tell is defaultSpeed.
+   // A port's speed in bit/s; defaultSpeed if the platform does not say.
    U64 speedOrDefault(const Pelt::IntfId& intf) const {
       const U64* const told = speed().find(intf);
       return told != nullptr ? *told : defaultSpeed;

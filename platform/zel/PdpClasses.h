@@ -1,4 +1,4 @@
-// Protocol data (PDP) classes: what an ingress port counts by kind of packet, and what the kinds are called.
+// Protocol data (PDP) classes: the kinds of packets that an ingress port counts apart, and their names.
 #pragma once
 
 #include "kiln/Accessors.h"
@@ -8,7 +8,7 @@
 
 namespace ZelQos {
 
-// A class of the chip's PDP policy: 0 to 31; anything else is a std::range_error.
+// A class of the chip's PDP policy: 0 to 31. Throws std::range_error for anything else.
 class PdpClassId {
  public:
    static constexpr U8 max = ZlPort::pdpClassesPerSlot - 1;
@@ -37,11 +37,10 @@ class PdpIntfCounter : public Kiln::PtrInterface {
    std::array<U64, classes> classCount_{};
 };
 
-// The QoS configuration's class names, in the order in which they are shown. The name "default" need not be
-// among them.
+// The QoS configuration's class names, in the order in which they are shown. "default" need not be among them.
 class QosToZelPdpClassMapping : public Kiln::PtrInterface {
  public:
-   // An absent name has class 0.
+   // Class 0 for an unknown name.
    KILN_HASH_MAP(Kiln::String, PdpClassId, zelPdpClass)
 };
 

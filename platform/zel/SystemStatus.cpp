@@ -1,4 +1,4 @@
-// Keeps the two directions of the port map in step.
+// Keeps the two directions of the port map consistent.
 #include "zel/SystemStatus.h"
 
 #include <stdexcept>

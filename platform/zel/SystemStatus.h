@@ -1,4 +1,4 @@
-// The system status: what the platform tells the agent of its chips and ports.
+// The system status: what the platform tells the agent about its chips and ports.
 #pragma once
 
 #include "kiln/Accessors.h"
@@ -12,7 +12,7 @@
 
 namespace ZelSystem {
 
-// Where a port sits. The default record is that of no port: no device, device port 456.
+// Where a port is. The default record stands for no port: no device, device port 456.
 struct PortRecord {
    ZelId::ZelDevId devId = ZelId::noDevice;
    U16 devicePort = ZelId::PortIndex::invalid;
@@ -37,20 +37,20 @@ class SystemStatus : public Kiln::Entity {
    class Notifiee : public Kiln::NotifieeOf<SystemStatus> {
     public:
       using NotifieeOf::NotifieeOf;
-      // The port came, moved or went.
+      // The interface got a port, got another one, or lost its port.
       virtual void onPortInfo(const Pelt::IntfId&) {}
    };
    KILN_NOTIFIER
 
-   // Ports by interface, in the order in which they came. The record of an unknown interface is PortRecord().
+   // Ports by interface, in the order in which they were added. PortRecord() for an unknown interface.
    const Kiln::HashMap<Pelt::IntfId, PortRecord>& portInfo() const { return portInfo_; }
    const PortRecord& portInfo(const Pelt::IntfId& intf) const {
       return Kiln::valueOrDefault(portInfo_, intf);
    }
-   // 0 without ports ever, and a larger number after each change.
+   // Rises with each change of the ports; 0 before the first.
    U64 portInfoVersion() const { return portInfoVersion_; }
-   // A record whose device is above 7 or whose port is above 455 is a std::range_error; a device port that
-   // another interface has is a std::invalid_argument that names it.
+   // Throws std::range_error for a device above 7 or a port above 455, and std::invalid_argument, naming the other
+   // interface, for a device port that another one has.
    void portInfoIs(const Pelt::IntfId& intf, const PortRecord& record);
    void portInfoDel(const Pelt::IntfId& intf);
 
@@ -59,10 +59,10 @@ class SystemStatus : public Kiln::Entity {
       return devId < ZelId::maxDevices ? portToIntfId_[devId][port.value()] : Pelt::IntfId();
    }
 
-   // By the chip type's name, as the chip's device profile has it.
+   // By chip type name, as in the chip's device profile.
    KILN_HASH_MAP(Kiln::String, ChipCapabilities, chipCapabilities)
 
-   // What the PDP classes are called; null while the QoS configuration names none.
+   // The names of the PDP classes; null while the QoS configuration has none.
    KILN_POINTER(const ZelQos::QosToZelPdpClassMapping, qosToZelPdpClassMapping)
 
  private:

@@ -8,16 +8,16 @@
 
 namespace ZelQos {
 
-// One of them, as it was last read.
+// One counter, as it was last read.
 struct TmCounter {
    U64 count = 0; // packets or buffer cells
    U64 bytes = 0;
-   int status = 0;      // of the latest read; the values are those of the latest that succeeded
-   bool isRead = false; // that there was one
+   int status = 0;      // of the latest read; the values are from the latest successful one
+   bool isRead = false; // a read has succeeded
    bool operator==(const TmCounter&) const noexcept = default;
 };
 
-// Those of one pipe, by the SDK's number of the counter type; types that nobody reads stay zero.
+// The counters of one pipe, by the SDK's number of the counter type; types that nobody reads stay zero.
 constexpr std::size_t tmCounterTypes = 9;
 using TmPipeCounters = std::array<TmCounter, tmCounterTypes>;
 
@@ -27,7 +27,7 @@ class TmDeviceCounters : public Kiln::PtrInterface {
    ZelId::ZelDevId devId() const { return devId_; }
 
    const Kiln::OrderedMap<U16, TmPipeCounters>& countersByPipe() const { return countersByPipe_; }
-   // The pipe's entry, created when missing: all zero.
+   // The pipe's entry; a missing one is created, all zero.
    TmPipeCounters& countersByPipeIs(U16 pipe) {
       if (!countersByPipe_.contains(pipe)) {
          countersByPipe_.set(pipe, {});
@@ -35,7 +35,7 @@ class TmDeviceCounters : public Kiln::PtrInterface {
       return *countersByPipe_.find(pipe);
    }
    void countersByPipeDelAll() { countersByPipe_ = {}; }
-   // Takes over those of another.
+   // Copies another device's counters.
    void countersAre(const TmDeviceCounters& other) { countersByPipe_ = other.countersByPipe_; }
 
  private:
@@ -48,7 +48,7 @@ class TmCountersData : public Kiln::PtrInterface {
    const Kiln::OrderedMap<ZelId::ZelDevId, Kiln::Ptr<TmDeviceCounters>>& countersByDevId() const {
       return countersByDevId_;
    }
-   // The device's entry, created when missing.
+   // The device's entry; a missing one is created.
    const Kiln::Ptr<TmDeviceCounters>& countersByDevIdIs(ZelId::ZelDevId devId) {
       if (!countersByDevId_.contains(devId)) {
          countersByDevId_.set(devId, Kiln::allocate<TmDeviceCounters>(devId));

@@ -9,7 +9,7 @@
 
 namespace Bridging {
 
-// 1 to 4094; anything else is a std::range_error.
+// 1 to 4094. Throws std::range_error for anything else.
 class VlanId {
  public:
    static constexpr U16 min = 1;

@@ -1,4 +1,4 @@
-// What a chip was brought up as.
+// The profile with which a chip was brought up.
 #pragma once
 
 #include "kiln/Types.h"

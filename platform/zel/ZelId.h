@@ -6,7 +6,7 @@
 
 namespace ZelId {
 
-// A chip. 0 to 7; 8 stands for none.
+// A chip: 0 to 7, or 8 for none.
 using ZelDevId = U8;
 constexpr ZelDevId noDevice = 8;
 constexpr unsigned maxDevices = 8;
@@ -32,7 +32,7 @@ class PortIndex {
    static constexpr U16 invalid = 456;
 
    constexpr PortIndex() noexcept = default;
-   // A larger value is a std::range_error.
+   // Throws std::range_error for a larger value.
    explicit PortIndex(U16 value);
    constexpr U16 value() const noexcept { return value_; }
    bool operator==(const PortIndex&) const noexcept = default;

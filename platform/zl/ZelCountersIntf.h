@@ -1,14 +1,13 @@
 // Access to the P4 program's counters. Defined by the SDK wrapper, or by the software chip.
 //
-// Everything reads and writes the SDK's software copy; a hardware sync refreshes it, and a write goes to the
-// hardware as well. Every function returns an SDK status, 0 for success. Activity thread, but for the sync
-// callback.
+// All functions read and write the SDK's software copy; a hardware sync refreshes it, and a write goes to the hardware
+// as well. Each returns an SDK status, 0 for success. Activity thread, except for the sync callback.
 #pragma once
 
 #include "kiln/Types.h"
 #include "sdk/bf_types.h"
 
-// The value of one counter entry; a table that counts only one of the two leaves the other 0.
+// The value of one counter entry. A table that counts only one of the two leaves the other at 0.
 struct p4_pd_counter_value {
    U64 packets;
    U64 bytes;
@@ -18,14 +17,14 @@ namespace ZelCountersIntf {
 
 using SyncCallback = void (*)(bf_dev_id_t device, void* cookie);
 
-// What a started read holds; opaque to the caller and good until the matching End.
+// The state of a started read; opaque to the caller and valid until the matching End.
 struct ReadBuffer {
    const void* table = nullptr;
    U64 position = 0;
 };
 
-// Refresh the software copy of a table, of one pipe or (65535) of all. On 0 the callback comes exactly once,
-// on any thread or before this returns. 17: the table's counters cannot be synced.
+// Refresh the software copy of a table, for one pipe or (65535) for all. After status 0 the callback comes exactly
+// once, on any thread, possibly before this returns. 17: the table's counters cannot be synced.
 U32 counterHwSyncDirect(U32 session, U32 device, U16 pipe, U32 tableHandle, SyncCallback callback,
                         void* cookie);
 U32 counterHwSyncIndirect(U32 session, U32 device, U16 pipe, U32 tableHandle, SyncCallback callback,
@@ -42,7 +41,7 @@ U32 counterReadIndirectMain(U32 session, U32 device, U16 pipe, U32 tableHandle, 
                             p4_pd_counter_value* value);
 U32 counterReadIndirectEnd(U32 session);
 
-// One match entry's value at once, without a started read. No flag is defined; pass 0.
+// Reads one match entry's value, without a started read. No flag is defined; pass 0.
 U32 counterReadDirect(U32 session, U32 device, U16 pipe, U32 tableHandle, U32 entry, U32 flags,
                       p4_pd_counter_value* value);
 

@@ -3,8 +3,7 @@
 
 #include "kiln/Types.h"
 
-// The session handle: the same value as ZelSdk::getZelSessionHdl() and the session id that chips are added
-// with.
+// The session handle: the same value as ZelSdk::getZelSessionHdl(), and as the session id that chips are added with.
 extern U32 sess_hdl;
 
 // Nonzero while the agent's state machines run. In simulation, SDK callbacks return early once it is 0.

@@ -1,6 +1,6 @@
-// The drop tables of the switch's program: where an entry is, and what its reason says. One table counts the
-// drops at ingress by the port that a frame came in at, one the drops of copies by the port that they were to
-// leave by, and one, by the port that they came in at, the frames of which no copy left at all.
+// The drop tables of the switch's program: which entry counts what, and the texts of the reasons. The ingress table
+// counts frames dropped at ingress, by the port of arrival; the egress table counts dropped copies, by the port that
+// they would have left by; the final table counts frames that lost every copy, by the port of arrival.
 #pragma once
 
 #include "kiln/Types.h"
@@ -34,10 +34,10 @@ enum class IngressReason : U8 {
 
 enum class EgressReason : U8 { queueCongested, vlanNotAllowed, aclDeny, mtuExceeded };
 
-// How far the furthest copy got.
+// How far the copy that got furthest came.
 enum class FinalReason : U8 { port, ingress, queue, egress };
 
-// In the order of the reasons' numbers, which is the order in which they are decided.
+// In the order of the reasons' numbers, which is also the order in which the chip decides.
 inline constexpr std::array ingressReasons = {
      "bad FCS",    "invalid VLAN id", "VLAN not allowed",         "group source address", "QoS policy",
      "ACL denied", "same port",       "unknown unicast filtered", "no egress port",
@@ -58,7 +58,7 @@ struct Table {
 
 enum class Point : U8 { ingress, egress, final };
 
-// By point.
+// Indexed by Point.
 inline constexpr std::array tables = {
      Table{"ingressPortDropCount", "ingress", ingressReasons},
      Table{"egressPortDropCount", "egress", egressReasons},

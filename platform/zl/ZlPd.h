@@ -8,8 +8,7 @@
 
 namespace ZlPd {
 
-// A field of a match entry, by its name in the P4 program. A field that an entry doesn't name matches any
-// value.
+// A field of a match entry, by its name in the P4 program. A field that an entry does not name matches any value.
 struct MatchField {
    std::string_view name;
    U64 value;
@@ -21,11 +20,11 @@ class ZlPdIntf : public Kiln::PtrInterface {
    // Describes what a match entry matches, for people.
    virtual Kiln::String counterDecodeMatch(U32 session, U32 device, U32 tableHandle, S32 entry) const = 0;
 
-   // Adds an entry with the table's default action, counting from zero, in one pipe or (65535) in all. An
-   // SDK status: on 0, *entry is the handle that the chip gave the entry, never 0; 9 when the table is full.
+   // Adds an entry with the table's default action, counting from zero, in one pipe or (65535) in all. Returns an SDK
+   // status: with 0, *entry is the handle that the chip gave the entry, never 0; 9 if the table is full.
    virtual U32 entryAdd(U32 session, U32 device, U16 pipe, const Kiln::String& matchTable,
                         std::span<const MatchField> match, U32* entry) = 0;
-   // Takes an entry away. An SDK status.
+   // Deletes an entry. Returns an SDK status.
    virtual U32 entryDel(U32 session, U32 device, const Kiln::String& matchTable, U32 entry) = 0;
 };
 

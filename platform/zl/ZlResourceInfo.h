@@ -7,7 +7,7 @@
 
 namespace ZlResourceInfo {
 
-// What the look-ups by name answer for a name that the program lacks. Seven F digits.
+// The result of a look-up by name for a name that the program lacks. Seven F digits.
 constexpr U32 notFound = 0xFFFFFFF;
 
 // A counter table.
@@ -27,15 +27,15 @@ struct ZlTable {
    U32 handle = 0;
 };
 
-// A field of a counter table's record, by number; the others are not in use.
+// The fields of a counter table's record, by number; only those in use.
 enum class ZlCounterFieldId : U32 { tableHandle = 0 };
 
-// Everything stays as it is while the chip lives, and what is handed out by pointer is owned by the service.
+// Nothing changes while the chip lives. The service owns what it returns by pointer.
 class ZlResourceInfoIntf : public Kiln::PtrInterface {
  public:
    // Counter tables have the ids 0 to zlTableCountersNum() - 1.
    virtual U32 zlTableCountersNum() const = 0;
-   // Null for an id that is none.
+   // Null for an unknown id.
    virtual const ZlTableCounter* zlTableCounter(U32 tableId) const = 0;
    // All of them, indexed by id; null when the chip has no catalogue.
    virtual const std::vector<ZlTableCounter>* zlTableCounters() const = 0;

@@ -1,4 +1,4 @@
-// Adds entries to a chip's table and takes them away, and keeps their handles.
+// Adds entries to a chip's table, deletes them, and keeps their handles.
 #include "zl/ZlTable.h"
 
 #include "kiln/Assert.h"
@@ -10,7 +10,7 @@ namespace {
 
 Kiln::TraceHandle traceHandle("ZlTable");
 
-// Keeps null pointers from being followed before the constructor's body could refuse them.
+// Asserts within the initializers, since they follow the pointers before the constructor's body could.
 template <class T>
 Kiln::Ptr<T> required(Kiln::Ptr<T> pointer) {
    KILN_ASSERT(pointer);
@@ -66,6 +66,7 @@ void CountTable::remove(U32 key) {
    if (!slot) {
       return;
    }
+   // Forgotten first: an entry that the chip will not delete is of no use here either.
    const U32 handle = std::exchange(slot.handle, 0);
    --status_.entries;
    const U32 status = pdIntf_->entryDel(session_, device_, tableName_, handle);

@@ -1,4 +1,4 @@
-// What the count-table libraries share: match tables of one chip whose entries are there to count.
+// What the count-table libraries share: a chip's match tables whose entries exist only to count.
 //
 // A table keeps, for each match spec, the handle that the chip gave its entry. Activity thread.
 #pragma once
@@ -13,7 +13,7 @@
 
 namespace ZlTable {
 
-// The chip refused an entry, as a rule because the table is full. The table is as it was.
+// The chip refused an entry, usually because the table is full. The table is unchanged.
 class ZlTableException : public std::runtime_error {
  public:
    ZlTableException(const Kiln::String& tableName, U32 status);
@@ -23,21 +23,21 @@ class ZlTableException : public std::runtime_error {
    U32 status_;
 };
 
-// Where a table keeps the handle of the entry of one match spec.
+// The place where a table keeps the handle of one match spec's entry.
 struct EntrySlot {
    U32 handle = 0; // 0: the table holds no such entry
    explicit operator bool() const { return handle != 0; }
 };
 
-// The slots of one table, by what distinguishes its match specs.
+// The slots of one table, by the key of the match spec.
 class KeyManager : public Kiln::PtrInterface {
  public:
-   // Made, empty, when missing. It stays where it is as long as the manager lives, whatever becomes of the
-   // entry.
+   // A missing slot is made, empty. A slot keeps its address as long as the manager lives, whatever becomes of the
+   // entry: callers hold on to it, to save the look-up.
    EntrySlot& slot(U32 key);
 
  private:
-   std::deque<EntrySlot> slots_; // side by side: neighbours are read together
+   std::deque<EntrySlot> slots_; // side by side, since a pass reads neighbours one after the other
    Kiln::HashMap<U32, EntrySlot*> slotOfKey_;
 };
 
@@ -46,20 +46,20 @@ class TableStatusManager : public Kiln::PtrInterface {
  public:
    struct TableStatus {
       U32 entries = 0;
-      U64 refused = 0; // entries that the chip would not take
+      U64 refused = 0; // entries that the chip refused
    };
 
-   // By table name; made when missing, and stays where it is.
+   // By table name. A missing one is made; it keeps its address.
    TableStatus& tableStatus(const Kiln::String& tableName);
 
  private:
    Kiln::HashMap<Kiln::String, TableStatus> tables_;
 };
 
-// Entries by key. The tables derive from it and say what their match specs look like.
+// Entries by key. The tables derive from it and add what their match specs look like.
 class CountTable : public Kiln::PtrInterface {
  public:
-   // Entries go to one pipe or (65535) to all. No flag is defined; pass 0. Null pointers are assertions.
+   // Entries go to one pipe or (65535) to all. No flag is defined; pass 0. Asserts that no pointer is null.
    CountTable(Kiln::Ptr<KeyManager> keyManager, Kiln::Ptr<TableStatusManager> tableStatusManager,
               Kiln::Ptr<ZlPd::ZlPdIntf> pdIntf, U32 flags, U32 session, U32 device, U16 pipe,
               Kiln::String tableName);
@@ -69,9 +69,9 @@ class CountTable : public Kiln::PtrInterface {
 
  protected:
    const EntrySlot& slot(U32 key) const { return keyManager_->slot(key); }
-   // An entry that is there stays as it is. Throws ZlTableException.
+   // An entry that exists stays as it is. Throws ZlTableException.
    void add(U32 key, std::span<const ZlPd::MatchField> match);
-   // Of an absent entry nothing. What the chip won't take away is traced, and forgotten.
+   // Does nothing for an absent entry. If the chip refuses, that is traced and the entry is forgotten all the same.
    void remove(U32 key);
 
  private:

@@ -59,8 +59,8 @@ TEST(Options, RefusesWhatCannotBe) {
          "--capabilities 'vlan,': expected none, or a list out of vlan,vxlan,vrf-nat,qos-policy"},
         {{"--traffic", "loud"},
          "--traffic 'loud': expected synthetic, none, host, or the path of a capture file"},
-        {{"--verbose"}, "unknown option '--verbose': 'zelagent --help' lists those there are"},
-        {{"scenario"}, "unknown option 'scenario': 'zelagent --help' lists those there are"},
+        {{"--verbose"}, "unknown option '--verbose': 'zelagent --help' lists them all"},
+        {{"scenario"}, "unknown option 'scenario': 'zelagent --help' lists them all"},
    };
    for (const auto& [arguments, error] : cases) {
       EXPECT_THAT([&given = arguments] { parseOptions(given); },
