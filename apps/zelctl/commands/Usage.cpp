@@ -10,12 +10,12 @@ namespace {
 constexpr const char* beginning = R"(Usage: zelctl [OPTION]... COMMAND [WORD]...
        zelctl [OPTION]...           a prompt, on a terminal
 
-Words may be shortened while they stay clear; Tab completes them at the prompt.
+Words may be shortened while they stay unique. Tab completes them at the prompt.
 
 Dropped frames?  'counters show drop nonzero' says which ports dropped them and
 why. If that is empty, 'counters show pipeline nonzero' says how far they got.
-Those two have drops of the pipeline and of queues; discards of 'interfaces
-errors' are the MAC's own, and with '--traffic host' the only ones there are.
+These cover the pipeline and the queues. Discards in 'interfaces errors' are the
+MAC's own; with the agent's '--traffic host' there are no others.
 
 counters ...                        asks the running zelagent
    show drop                        dropped frames by port and reason
@@ -48,22 +48,22 @@ counters ...                        asks the running zelagent
                                     traffic-manager or table: one pipe's
      json                           after a show: for programs
 
-These show what the agent publishes, from the shared tables, also when none runs
+These read what an agent published in the shared tables, even if none is running
 )";
 
-constexpr const char* end = R"(     INTF                           these only; 'interfaces' shows them whole
+constexpr const char* end = R"(     INTF                           only these; 'interfaces' shows them whole
      nonzero                        leaves out what is 0
      rates                          not of nat: per second, in the last poll
      errors                         of interfaces: errors, discards, and suspect
                                     steps: those too big for the port's speed
-     raw                            not of queues, nat: the chip's own counts,
+     raw                            not of queues, nat: the chip's counters,
                                     which wrap and may jump
      json                           for programs
 
 These are zelctl's own
-   watch [SECONDS] SHOW             repeats any show, every 2 s or as told:
-                                    what changed stands out, with its rate a
-                                    second; Ctrl-C or q ends it
+   watch [SECONDS] SHOW             repeats any show, every 2 s by default, and
+                                    marks what changed, with rates per second;
+                                    Ctrl-C or q ends it
    help                             prints this
    quit                             leaves the prompt
 
