@@ -9,11 +9,24 @@ set(includeDir ${CMAKE_INSTALL_INCLUDEDIR}/${package})
 # Apart, so that who brings an SDK of their own can't include the software chip by mistake.
 set(softChipIncludeDir ${CMAKE_INSTALL_INCLUDEDIR}/${package}-softchip)
 
-# The library and its platform. Include roots are as in the source tree.
+# Headers, as packaging/public-headers.txt lists them. Include roots are as in the source tree.
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS packaging/public-headers.txt)
+file(STRINGS packaging/public-headers.txt headers REGEX "^[^#]")
+foreach(header IN LISTS headers)
+  cmake_path(GET header PARENT_PATH folder)
+  if(header MATCHES "^softchip/")
+    install(FILES ${header} DESTINATION ${softChipIncludeDir}/${folder} COMPONENT SoftChip)
+  elseif(header MATCHES "^counters/")
+    install(FILES ${header} DESTINATION ${includeDir}/${folder} COMPONENT Library)
+  else()
+    install(FILES platform/${header} DESTINATION ${includeDir}/${folder} COMPONENT Library)
+  endif()
+endforeach()
+
+# The library and its platform.
 install(TARGETS Kiln ZelPlatform ZelCounters EXPORT ${package}
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT Library
   INCLUDES DESTINATION ${includeDir})
-install(DIRECTORY platform/ counters DESTINATION ${includeDir} COMPONENT Library FILES_MATCHING PATTERN "*.h")
 install(EXPORT ${package} NAMESPACE ZelCounters:: FILE ${package}Targets.cmake
   DESTINATION ${packageDir} COMPONENT Library)
 configure_package_config_file(packaging/libZelCountersConfig.cmake.in ${package}Config.cmake
@@ -33,7 +46,6 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${package}.pc
 install(TARGETS SoftChip EXPORT ${package}SoftChip
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT SoftChip
   INCLUDES DESTINATION ${softChipIncludeDir})
-install(DIRECTORY softchip DESTINATION ${softChipIncludeDir} COMPONENT SoftChip FILES_MATCHING PATTERN "*.h")
 install(EXPORT ${package}SoftChip NAMESPACE ZelCounters:: FILE ${package}SoftChipTargets.cmake
   DESTINATION ${packageDir} COMPONENT SoftChip)
 
@@ -41,7 +53,7 @@ install(TARGETS zelagent RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR} COMPONENT 
 install(TARGETS zelctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT Programs)
 install(FILES docs/man/zelagent.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8 COMPONENT Programs)
 install(FILES docs/man/zelctl.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT Programs)
-install(FILES apps/zelctl/zelctl.bash RENAME zelctl OPTIONAL
+install(FILES apps/zelctl/zelctl.bash RENAME zelctl
   DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT Programs)
 
 # A unit needs the program's whole path, which --prefix may yet change.

@@ -6,6 +6,9 @@ add_library(zel_build_flags INTERFACE)
 target_compile_options(zel_build_flags INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-qual -Wconversion -Wsign-conversion
   $<$<BOOL:${ZEL_WERROR}>:-Werror> -fno-omit-frame-pointer)
+# What is built names its sources from the tree's root, so that it says nothing of the machine that built it. A build
+# folder below the root, and ccache, have them as ../
+add_compile_options(-ffile-prefix-map=${CMAKE_SOURCE_DIR}/= -ffile-prefix-map=../=)
 if(ZEL_SANITIZE)
   # Enough for a report's line numbers, in two thirds of the compile time.
   add_compile_options(-O1 -g1)

@@ -154,7 +154,7 @@ void ZelCounters::initializePerPipeCounters() {
       KILN_ASSERT_MESSAGE(status == 0, "status == 0", "Failed to map logical to physical pipe-id");
       KILN_ASSERT(physicalPipeId <= ZelId::ZelPipeId::max());
       for (const U32 counterType : polledTmCounterTypes) {
-         pipeTmCounterSmIs({pipe, counterType}, physicalPipeId, clock)->scheduleClock();
+         tm_.pipeTmCounterSmIs({pipe, counterType}, physicalPipeId, clock)->scheduleClock();
       }
    }
 }
@@ -225,8 +225,7 @@ void ZelCounters::clearCounters(ShowTarget out) {
    tm_.clearAll(out);
 }
 
-void ZelCountersCallback(bf_dev_id_t dev, bf_dev_port_t port, bf_rmon_counter_array_t* counters,
-                         void* cookie) {
+void ZelCountersCallback(bf_dev_id_t dev, bf_dev_port_t port, bf_rmon_counter_array_t* values, void* cookie) {
    const auto lock = Kiln::ActivityLockAnchor::lock();
    if (ZelCounters::simulation() && smRunning == 0) {
       return;
@@ -244,7 +243,7 @@ void ZelCountersCallback(bf_dev_id_t dev, bf_dev_port_t port, bf_rmon_counter_ar
    const Pelt::IntfId intf = chip->systemStatus()->portToIntfId(chip->deviceId(), index);
    KILN_TRACE(4, "ZelCountersCallback"
                       << ", port: " << port << ", intf: " << intf);
-   chip->updateCounters(intf, *counters);
+   chip->updateCounters(intf, *values);
    if (chip->vexCountersSm()) {
       chip->vexCountersSm()->updateCounters(VexTypes::CounterType::port, intf);
    }

@@ -72,9 +72,7 @@ class ZelCounters : public ChipAccess {
    // refused request is traced and its port is asked again on the next tick.
    void requestHwCountersPolling();
    // Stores a port's 89 raw counters as the interface's latest; dropped when the interface has no port record.
-   void updateCounters(const IntfId& intf, const bf_rmon_counter_array_t& raw) {
-      mac_.updateCounters(intf, raw);
-   }
+   void updateCounters(const IntfId& i, const bf_rmon_counter_array_t& raw) { mac_.updateCounters(i, raw); }
    // Fills the record from the interface's latest raw counters and vets it against the previous one; does nothing when
    // there are none.
    void getMacCounters(const IntfId& intf, const RecordPtr& record, const RecordPtr& previous);
@@ -95,10 +93,8 @@ class ZelCounters : public ChipAccess {
    void clearMacCounters(ShowTarget out, const IntfId& intf) { mac_.clear(out, intf); }
    void clearAllMacCounters(ShowTarget out) { mac_.clearAll(out); }
 
-   // The counter tables: their list, and the SDK's software copy of what they count, at most one sync pass old. A table
-   // that is not initialized, or a chip whose first pass is not complete, answers with a line that says so. The id is
-   // one of the catalogue's (assertion). A pipe is given for a per-pipe table (assertion), and refused with a line for
-   // any other.
+   // The counter tables: their list, and the SDK's software copy of what they count, at most one sync pass old. The id
+   // is one of the catalogue's (assertion).
    const TableCounters& tables() const { return tables_; }
    void showCountersInfo(ShowTarget out) { tables_.showInfo(out); }
    void showTableCounters(ShowTarget out, U32 id, bool nonZero) { tables_.show(out, id, nonZero); }
@@ -125,9 +121,8 @@ class ZelCounters : public ChipAccess {
       return PdpCounters::printLine(out, intfName, className, count, headerDisplayed, nonZero);
    }
    // Prints every class of one interface, which must have been fetched once (assertion). True as above.
-   bool showPdpIntfCounters(ShowTarget out, const IntfId& intf, bool headerDisplayed, bool nonZero,
-                            bool footer) {
-      return pdp_.show(out, intf, headerDisplayed, nonZero, footer);
+   bool showPdpIntfCounters(ShowTarget out, const IntfId& intf, bool hasHeader, bool nonZero, bool footer) {
+      return pdp_.show(out, intf, hasHeader, nonZero, footer);
    }
    void showAllPdpIntfCounters(ShowTarget out, bool nonZero) { pdp_.showAll(out, nonZero); }
    // Moves the clear snapshot of every interface to what was fetched last; the hardware keeps its counts.
@@ -154,25 +149,20 @@ class ZelCounters : public ChipAccess {
    // The traffic manager's counters, as polled last, and their pollers.
    TmCounters& tm() { return tm_; }
    void clearAllTmCounters(ShowTarget out) { tm_.clearAll(out); }
-   const auto& pipeTmCounterSm() const { return tm_.pipeTmCounterSm(); }
-   const auto& pipeTmCounterSmIs(const PipeTmCounterKey& key, U32 pipe, ClockPtr clock) {
-      return tm_.pipeTmCounterSmIs(key, pipe, std::move(clock));
-   }
 
    // Queue counters by interface; null for an interface that was never read.
    QueueCounters& queues() { return queues_; }
    const auto& intfQueueCounters(const IntfId& intf) const { return queues_.intfQueueCounters(intf); }
    IntfQueueCounters& intfQueueCountersIs(const IntfId& intf) { return queues_.intfQueueCountersIs(intf); }
    void intfQueueCountersDel(const IntfId& intf) { queues_.intfQueueCountersDel(intf); }
-   // Seconds between two polls of a pipe's queues. Taken up when a pipe's clock is armed next, and told to the readers
-   // of the shared table with the next polling pass. Not positive or not finite is a std::range_error.
+   // Seconds between two polls of a pipe's queues. Throws std::range_error unless it is positive and finite.
    double intfQueueCountersSdkPollingInterval() const { return queues_.pollingInterval(); }
    void intfQueueCountersSdkPollingIntervalIs(double seconds) { queues_.pollingIntervalIs(seconds); }
-   // The pollers by logical pipe. Is: made when missing; another clock than it has is a std::invalid_argument.
+   // The pollers by logical pipe. Is makes a missing one; another clock than it has throws std::invalid_argument.
    const auto& pipeIntfQueueCounterSm() const { return queues_.pipeIntfQueueCounterSm(); }
    const auto& pipeIntfQueueCounterSm(PipeId pipe) const { return queues_.pipeIntfQueueCounterSm(pipe); }
-   const auto& pipeIntfQueueCounterSmIs(PipeId pipe, ClockPtr clock) {
-      return queues_.pipeIntfQueueCounterSmIs(pipe, std::move(clock));
+   const auto& pipeIntfQueueCounterSmIs(PipeId p, ClockPtr c) {
+      return queues_.pipeIntfQueueCounterSmIs(p, c);
    }
    void pipeIntfQueueCounterSmDel(PipeId pipe) { queues_.pipeIntfQueueCounterSmDel(pipe); }
    void pipeIntfQueueCounterSmDelAll() { queues_.pipeIntfQueueCounterSmDelAll(); }
@@ -203,7 +193,6 @@ Kiln::Ptr<ZelCounters> zelCountersFactory(ZelCounters::Context context);
 
 // The SDK's completion of a MAC statistics read; the cookie is the ZelCounters that asked. Takes the activity lock. A
 // port above 456 is a std::range_error, a null cookie an assertion.
-void ZelCountersCallback(bf_dev_id_t dev, bf_dev_port_t port, bf_rmon_counter_array_t* counters,
-                         void* cookie);
+void ZelCountersCallback(bf_dev_id_t dev, bf_dev_port_t port, bf_rmon_counter_array_t* values, void* cookie);
 
 } // namespace ZelCounter

@@ -2,9 +2,9 @@
 #include "counters/ZelCountersMgr.h"
 
 #include "agent/AgentCommand.h"
-#include "counters/CountersMounts.h"
 #include "counters/ZelCounters.h"
 #include "counters/ZelCountersCli.h"
+#include "counters/helper/CountersMounts.h"
 #include "counters/helper/ZelCountersHelper.h"
 #include "counters/l3/ZelCountersL3Intf.h"
 #include "kiln/ActivityLock.h"

@@ -2,9 +2,9 @@
 #pragma once
 
 #include "agent/AgentCommand.h"
-#include "counters/CountersMounts.h"
 #include "counters/chip/ManagerAccess.h"
 #include "counters/drops/CliPortDropData.h"
+#include "counters/helper/CountersMounts.h"
 #include "kiln/Accessors.h"
 #include "kiln/Name.h"
 #include "kiln/Timer.h"

@@ -2,8 +2,6 @@
 #include "counters/ZelCountersMgrCli.h"
 
 #include "counters/chip/ManagerAccess.h"
-#include "counters/show/JsonShow.h"
-#include "counters/show/TextShow.h"
 #include "kiln/Choices.h"
 #include "kiln/Numbers.h"
 
@@ -280,41 +278,26 @@ bool ZelCountersMgrCli::areNamesKnown(const ZelCountersCommand& command) const {
    return select(command, &targets).empty();
 }
 
-void ZelCountersMgrCli::runOn(const Target& target, ChipOperation operation, ShowOutput& out) {
-   if (target.chip->initialized()) {
-      operation(*target.chip, out, target.arguments);
-   } else {
-      out.uninitialized();
-   }
-}
-
-void ZelCountersMgrCli::answerJson(ChipOperation operation, const std::vector<Target>& targets, U32 fd) {
-   JsonShow out(fd, ZelCounters::echo());
-   for (const Target& target : targets) {
-      out.chipBegin(target.chip->chipName());
-      runOn(target, operation, out);
-      out.chipEnd();
-   }
-   out.documentEnd();
-}
-
 Agent::CommandResult ZelCountersMgrCli::run(const ZelCountersCommand& command, int fd) const {
    std::vector<Target> targets;
    const Kiln::String error = select(command, &targets);
    if (!error.empty()) {
       return {error};
    }
-   if (command.json) {
-      answerJson(command.operation, targets, static_cast<U32>(fd));
-      return {};
-   }
-   TextShow out(static_cast<U32>(fd), ZelCounters::echo());
-   if (targets.empty()) {
-      out.noTable("", "No chip is up");
+   const std::unique_ptr<ShowOutput> out = answerTo(static_cast<U32>(fd), command.json);
+   if (targets.empty() && !command.json) { // a document lists no chip then
+      out->noTable("", "No chip is up");
    }
    for (const Target& target : targets) {
-      runOn(target, command.operation, out);
+      out->chipBegin(target.chip->chipName());
+      if (target.chip->initialized()) {
+         command.operation(*target.chip, *out, target.arguments);
+      } else {
+         out->uninitialized();
+      }
+      out->chipEnd();
    }
+   out->documentEnd();
    return {};
 }
 

@@ -78,9 +78,6 @@ class ZelCountersMgrCli {
    static Kiln::String clearError(const std::vector<Target>& targets);
    Kiln::String select(const ZelCountersCommand& command, std::vector<Target>* targets) const;
 
-   static void runOn(const Target& target, ChipOperation operation, ShowOutput& out);
-   static void answerJson(ChipOperation operation, const std::vector<Target>& targets, U32 fd);
-
    const ManagerAccess* mgr_;
 };
 

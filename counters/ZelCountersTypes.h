@@ -34,9 +34,4 @@ class IntfCounters : public Kiln::PtrInterface {
 
 Kiln::Ptr<IntfCounters> intfCountersFactory(Pelt::IntfId intfId);
 
-struct packets_and_bytes {
-   U64 packets = 0;
-   U64 bytes = 0;
-};
-
 } // namespace ZelCounter

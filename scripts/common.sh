@@ -22,6 +22,13 @@ tool() {
    fi
 }
 
+# newestClang: the newest clang++ of the machine; fails when there is none newer than the pinned one.
+newestClang() {
+   local version
+   version=$(compgen -c clang++- | sed -nE 's/^clang\+\+-([0-9]+)$/\1/p' | sort -n | tail -n 1)
+   [ "${version:-0}" -gt "$llvmVersion" ] && echo "clang++-$version"
+}
+
 # sources [GLOB...]: the tree's C++ files, or its files by other globs; '*' crosses folders. Not asked of git,
 # so that an unpacked archive will do as well.
 sources() {

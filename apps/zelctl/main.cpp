@@ -1,7 +1,7 @@
 // zelctl: sends diagnostic commands to the agent and prints its answers, and shows what the agent publishes.
 #include "agent/CommandSocket.h"
-#include "apps/zelctl/Usage.h"
-#include "apps/zelctl/prompt/Completion.h"
+#include "apps/zelctl/commands/Completion.h"
+#include "apps/zelctl/commands/Usage.h"
 #include "apps/zelctl/prompt/Prompt.h"
 
 #include <algorithm>
@@ -40,9 +40,7 @@ struct Argument {
         : option(text.substr(0, text.find('='))), hasValue(option.size() < text.size()),
           value(hasValue ? text.substr(option.size() + 1) : "") {}
 
-   bool isTaken() const {
-      return std::find(std::begin(optionNames), std::end(optionNames), option) != std::end(optionNames);
-   }
+   bool isTaken() const { return std::ranges::find(optionNames, option) != std::end(optionNames); }
    bool takesValue() const { return option != "--help" && option != "--version"; }
 
    Kiln::String option;
@@ -71,7 +69,7 @@ Options parseOptions(int argc, char** argv) {
    Options options;
    for (int i = 1; i < argc && !options.ends; ++i) {
       const Kiln::String word = argv[i];
-      if (word.substr(0, 1) != "-") {
+      if (!word.starts_with('-')) {
          options.line += (options.line.empty() ? "" : " ") + word;
          continue;
       }
@@ -94,9 +92,9 @@ Options parseOptions(int argc, char** argv) {
 int complete(const Options& options) {
    const Kiln::String& line = *options.unfinishedLine;
    const Kiln::String word = line.substr(line.find_last_of(' ') + 1);
-   if (word.substr(0, 1) == "-") {
+   if (word.starts_with('-')) {
       for (const Kiln::String option : optionNames) {
-         std::cout << (option.compare(0, word.size(), word) == 0 ? option + "\n" : "");
+         std::cout << (option.starts_with(word) ? option + "\n" : "");
       }
       return ZelCtl::carriedOut;
    }

@@ -30,4 +30,10 @@ class ChipView {
    ChipAccess& chip_;
 };
 
+// A count for a view: since the last clear, or that it was never read. Counts is a ClearableCounts.
+template <class Counts>
+TableView::Cell cellOf(const Counts& counts, std::size_t index) {
+   return counts.isRead(index) ? TableView::Cell(counts.sinceClear(index)) : TableView::Unread();
+}
+
 } // namespace ZelCounter

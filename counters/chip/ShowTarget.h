@@ -2,8 +2,10 @@
 #pragma once
 
 #include "counters/chip/ChipAccess.h"
+#include "counters/show/JsonShow.h"
 #include "counters/show/TextShow.h"
 
+#include <memory>
 #include <optional>
 
 namespace ZelCounter {
@@ -24,5 +26,13 @@ class ShowTarget {
    std::optional<TextShow> text_;
    ShowOutput& out_;
 };
+
+// For a command's whole answer: text, or one document. Does not own the descriptor.
+inline std::unique_ptr<ShowOutput> answerTo(U32 fd, bool json) {
+   if (json) {
+      return std::make_unique<JsonShow>(fd, ChipAccess::echo());
+   }
+   return std::make_unique<TextShow>(fd, ChipAccess::echo());
+}
 
 } // namespace ZelCounter

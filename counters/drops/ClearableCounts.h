@@ -1,8 +1,9 @@
 // Counts as the hardware has them, and as they were at the last clear.
 #pragma once
 
-#include "counters/show/TableView.h"
+#include "kiln/Types.h"
 
+#include <cstddef>
 #include <vector>
 
 namespace ZelCounter {
@@ -25,11 +26,7 @@ class ClearableCounts {
    }
    U64 sinceClear(std::size_t index) const { return index < last_.size() ? last_[index] - clear_[index] : 0; }
 
-   // The same for a view.
-   TableView::Cell cell(std::size_t index) const {
-      const bool isRead = index < isRead_.size() && isRead_[index];
-      return isRead ? TableView::Cell(sinceClear(index)) : TableView::Unread();
-   }
+   bool isRead(std::size_t index) const { return index < isRead_.size() && isRead_[index]; }
 
    void clear() { clear_ = last_; }
    // The hardware has been set to zero, whatever was read last.

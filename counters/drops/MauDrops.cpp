@@ -84,7 +84,7 @@ TableView MauDrops::view(const Pelt::IntfId& intf, std::optional<U16> pipe, bool
          const std::size_t index = onPipe * places.size() + at;
          if (!nonZeroOnly || counts_.sinceClear(index) != 0) {
             table.rows.push_back({U64{onPipe}, Kiln::String(places[at].name),
-                                  Kiln::String(places[at].decides), counts_.cell(index)});
+                                  Kiln::String(places[at].decides), cellOf(counts_, index)});
          }
       }
    }

@@ -63,8 +63,8 @@ TableView PipelineCounters::view(std::optional<U32> stage, std::optional<U16> pi
          const U64 out = counts_.sinceClear(index + 1);
          const U64 dropped = counts_.sinceClear(index + 2);
          if (!nonZeroOnly || in != 0 || out != 0 || dropped != 0) {
-            table.rows.push_back({U64{onPipe}, Kiln::String(stageNames[at]), counts_.cell(index),
-                                  counts_.cell(index + 1), counts_.cell(index + 2)});
+            table.rows.push_back({U64{onPipe}, Kiln::String(stageNames[at]), cellOf(counts_, index),
+                                  cellOf(counts_, index + 1), cellOf(counts_, index + 2)});
          }
       }
    }

@@ -135,7 +135,7 @@ TableView PortDrops::view(const Pelt::IntfId& intf, bool nonZeroOnly) {
             const bool isShown = packets != 0 || (!nonZeroOnly && reason < reasons.reasons.size());
             if (isShown) {
                table.rows.push_back({port.intf.text(), Kiln::String(reasons.point),
-                                     reasonText(reasons, reason), drops[point].cell(reason)});
+                                     reasonText(reasons, reason), cellOf(drops[point], reason)});
             }
          }
       }

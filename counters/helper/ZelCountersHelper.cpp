@@ -1,9 +1,9 @@
 // Finds the chip that owns an interface and passes the request on.
 #include "counters/helper/ZelCountersHelper.h"
 
-#include "counters/CountersMounts.h"
 #include "counters/ZelCounters.h"
 #include "counters/chip/ManagerAccess.h"
+#include "counters/helper/CountersMounts.h"
 #include "kiln/Assert.h"
 #include "kiln/Time.h"
 #include "kiln/Trace.h"

@@ -1,7 +1,7 @@
 // Counters of VLAN interfaces (SVIs) on one chip.
 #pragma once
 
-#include "counters/ZelCountersTypes.h"
+#include "counters/l3/PacketsAndBytes.h"
 #include "counters/l3/SviCounterMatchSpec.h"
 #include "counters/l3/VlanMap.h"
 #include "kiln/Accessors.h"

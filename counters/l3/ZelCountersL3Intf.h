@@ -1,7 +1,6 @@
 // Counters of L3 interfaces: VLAN interfaces and routed ports.
 #pragma once
 
-#include "counters/ZelCountersTypes.h"
 #include "counters/l3/ZelCountersL3Helper.h"
 #include "kiln/Timer.h"
 #include "vex/SharedTables.h"

@@ -30,6 +30,8 @@ class QueueCounters {
    // appeared or changed. Nothing is asked of the SDK.
    void clear(const Pelt::IntfId& intf, bool portChanged);
 
+   // Seconds between two polls of a pipe's queues. Taken up when a pipe's clock is armed next, and told to the readers
+   // of the shared table with the next polling pass. Throws std::range_error unless it is positive and finite.
    double pollingInterval() const { return pollingInterval_; }
    void pollingIntervalIs(double seconds);
 

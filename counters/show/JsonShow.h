@@ -12,10 +12,9 @@ class JsonShow : public ShowOutput {
    // Does not own the descriptor. With echo, standard output gets the same document.
    JsonShow(U32 fd, bool echo);
 
-   // Tables belong to the chip that was begun. The document is whole once it was ended.
-   void chipBegin(const Kiln::String& name);
-   void chipEnd();
-   void documentEnd();
+   void chipBegin(const Kiln::String& name) override;
+   void chipEnd() override;
+   void documentEnd() override;
 
    bool ok() const override { return out_.ok(); }
    void tableBegin(const TableHeading& heading) override;

@@ -31,6 +31,12 @@ class ShowOutput {
    ShowOutput& operator=(const ShowOutput&) = delete;
    virtual ~ShowOutput() = default;
 
+   // The tables that follow are of this chip, until its end. Text says so in each title.
+   virtual void chipBegin(const Kiln::String& /*name*/) {}
+   virtual void chipEnd() {}
+   // Nothing follows. What was written is whole only then.
+   virtual void documentEnd() {}
+
    // False when no more is taken: a long table looks at it and ends early.
    virtual bool ok() const = 0;
 

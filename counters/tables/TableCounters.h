@@ -15,6 +15,9 @@ class TableCounters : public ChipView {
    TableCounters(ChipAccess& chip, OnClear onClear) : ChipView(chip), onClear_(std::move(onClear)) {}
 
    void showInfo(ShowOutput& out) const;
+   // A table that is not initialized, or a chip whose first pass is not complete, answers with a line that says so. The
+   // id is one of the catalogue's (assertion). A per-pipe table needs a pipe (assertion); for any other, one is refused
+   // with a line.
    void show(ShowOutput& out, U32 tableId, bool nonZeroOnly);
    void showPipe(ShowOutput& out, U32 tableId, ZelId::ZelPipeId pipeId, bool nonZeroOnly);
    void showAll(ShowOutput& out, bool nonZeroOnly);

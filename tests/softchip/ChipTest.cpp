@@ -1,13 +1,13 @@
 // Ports, forwarding and MAC counters of a chip, the memory they live in, and the traffic that moves them.
 #include "softchip/CaptureReader.h"
+#include "tests/softchip/CaptureFile.h"
 #include "tests/softchip/SoftChipRig.h"
+#include "tests/support/Files.h"
 #include "tests/support/TemporaryFolder.h"
 
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <gmock/gmock.h>
-#include <unistd.h>
 
 namespace SoftChip {
 namespace {
@@ -93,24 +93,18 @@ TEST_F(SoftwareChip, BadInputIsRefused) {
 }
 
 TEST_F(SoftwareChip, ACaptureIsReplayedAsAWholeOrNotAtAll) {
-   const auto record = [](std::ofstream& out, U32 captured, U32 length) {
-      const U32 header[] = {0, 0, captured, length};
-      out.write(reinterpret_cast<const char*>(header), sizeof header);
-      const Kiln::String broadcast = Kiln::String(6, '\xff') + Kiln::String(captured - 6, '\x02');
-      out.write(broadcast.data(), captured);
+   const auto broadcast = [](std::size_t length) {
+      ZelTest::Octets octets(length, 0x02);
+      std::fill_n(octets.begin(), 6, U8{0xff});
+      return octets;
    };
-   const Kiln::String path = file("replay");
-   std::ofstream out(path, std::ios::binary);
-   const U32 fileHeader[] = {0xa1b2c3d4, 0x00040002, 0, 0, 65535, 1};
-   out.write(reinterpret_cast<const char*>(fileHeader), sizeof fileHeader);
-   record(out, 60, 60);
-   record(out, 64, 1400);
-   out.flush();
+   ZelTest::CaptureFile capture;
+   capture.header().record(60, 60, broadcast(60)).record(64, 1400, broadcast(64));
+   const std::string path = capture.write();
    EXPECT_EQ(Traffic::replay(chip, 1, path), 2U);
    EXPECT_EQ(chip.rmon(1, BF_RMON_OCTETS_RECEIVED_ALL), 64U + 1404);
    EXPECT_EQ(chip.rmon(0, BF_RMON_BROADCAST_FRAMES_TRANSMITTED_OK), 2U);
-   out.write("cut", 3);
-   out.close();
+   capture.raw({'c', 'u', 't'}).write();
    EXPECT_THROW(Traffic::replay(chip, 1, path), CaptureError);
    EXPECT_EQ(chip.rmon(1, BF_RMON_FRAMES_RECEIVED_ALL), 2U);
    EXPECT_THROW(Traffic::replay(chip, 2, path), std::invalid_argument);
@@ -185,7 +179,7 @@ TEST_F(SoftwareChip, AFileThatIsNoneOfOursIsLeftAlone) {
 
    const Kiln::String damaged = file("damaged");
    { HardwareMemory memory(damaged); }
-   std::fstream(damaged, std::ios::in | std::ios::out | std::ios::binary).seekp(40).put('\x7f');
+   ZelTest::overwrite(damaged, 40, "\x7f");
    EXPECT_THAT([&] { HardwareMemory memory(damaged); },
                testing::ThrowsMessage<std::runtime_error>(HasSubstr("damaged")));
 }

@@ -102,7 +102,7 @@ TEST_F(SdkCompletions, LateCompletionsComeInTheOrderOfTheirTimes) {
    EXPECT_THAT(inbox.times, ElementsAre(1.5, 3.0));
 }
 
-TEST_F(SdkCompletions, LostDuplicatedAndHeldCompletions) {
+TEST_F(SdkCompletions, ALostOneNeverComesADoubledOneTwiceAndAHeldOneWhenAskedFor) {
    Completions& completions = fleet->completions();
    completions.modeIs({Kind::lost});
    ASSERT_EQ(ask(), 0);

@@ -4,7 +4,7 @@
 #include "tests/softchip/SoftChipRig.h"
 
 #include <functional>
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <map>
 
 namespace SoftChip {

@@ -3,9 +3,9 @@
 
 #include "kiln/Types.h"
 #include "softchip/TrafficGenerator.h"
+#include "tests/support/RmonManual.h"
 
 #include <array>
-#include <fstream>
 #include <gtest/gtest.h>
 #include <map>
 #include <set>
@@ -205,44 +205,20 @@ TEST(RmonCounters, SumsWrap) {
    EXPECT_EQ(298U, rmon[BF_RMON_OCTETS_RECEIVED_GOOD]);
 }
 
-// The cells of a table row that begins with a number; nothing for any other line.
-std::vector<std::string> rowCells(const std::string& line) {
-   std::vector<std::string> cells;
-   if (line.size() < 3 || line[0] != '|' || line[2] < '0' || line[2] > '9') {
-      return cells;
-   }
-   for (std::size_t begin = 2; begin < line.size();) {
-      std::size_t end = line.find(" |", begin);
-      if (end == std::string::npos) {
-         break;
-      }
-      cells.push_back(line.substr(begin, end - begin));
-      begin = end + 3;
-   }
-   return cells;
-}
-
 TEST(RmonCounters, ManualMatchesTable) {
-   std::ifstream manual(ZEL_SOURCE_DIR "/docs/rmon-counters.md");
-   ASSERT_TRUE(manual);
+   const auto manual = ZelTest::rmonManual();
+   ASSERT_EQ(manual.size(), std::size(rmonCounters));
    std::set<std::string> names;
    std::set<std::string> fields;
-   std::size_t rows = 0;
-   for (std::string line; std::getline(manual, line);) {
-      std::vector<std::string> cells = rowCells(line);
-      if (cells.empty()) {
-         continue;
-      }
-      ASSERT_LT(rows, std::size(rmonCounters)) << line;
-      ASSERT_EQ(4U, cells.size()) << line;
-      EXPECT_EQ(std::to_string(rows), cells[0]);
-      EXPECT_EQ(rmonCounters[rows].name, cells[1]);
-      EXPECT_EQ(rmonCounters[rows].description, cells[2]);
+   for (std::size_t row = 0; row < manual.size(); ++row) {
+      const std::vector<std::string>& cells = manual[row];
+      ASSERT_EQ(cells.size(), 4U) << row;
+      EXPECT_EQ(cells[0], std::to_string(row));
+      EXPECT_EQ(cells[1], rmonCounters[row].name);
+      EXPECT_EQ(cells[2], rmonCounters[row].description);
       EXPECT_TRUE(names.insert(cells[1]).second) << cells[1] << " names two counters";
       EXPECT_TRUE(cells[3] == "-" || fields.insert(cells[3]).second) << cells[3] << " is filled twice";
-      ++rows;
    }
-   EXPECT_EQ(std::size(rmonCounters), rows);
 }
 
 } // namespace

@@ -2,11 +2,11 @@
 #pragma once
 
 #include "agent/CommandSocket.h"
+#include "kiln/OwnedFd.h"
 
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/time.h>
-#include <unistd.h>
 
 namespace ZelTest {
 
@@ -15,20 +15,17 @@ class SocketClient {
    explicit SocketClient(const Kiln::String& path) : fd_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
       const Agent::SocketAddress address(path);
       const timeval patience{20, 0};
-      setsockopt(fd_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
-      EXPECT_EQ(connect(fd_, address.any(), address.length()), 0);
+      setsockopt(fd(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+      EXPECT_EQ(connect(fd(), address.any(), address.length()), 0);
    }
-   SocketClient(const SocketClient&) = delete;
-   SocketClient& operator=(const SocketClient&) = delete;
-   ~SocketClient() { close(fd_); }
 
-   void endSending() const { shutdown(fd_, SHUT_WR); }
+   void endSending() const { shutdown(fd(), SHUT_WR); }
 
  protected:
-   int fd() const { return fd_; }
+   int fd() const { return fd_.fd(); }
 
  private:
-   int fd_;
+   Kiln::OwnedFd fd_;
 };
 
 } // namespace ZelTest

@@ -4,6 +4,8 @@
 #include "agent/CommandSocket.h"
 #include "apps/zelctl/terminal/Terminal.h"
 #include "kiln/Choices.h"
+#include "kiln/OwnedFd.h"
+#include "kiln/Time.h"
 
 #include <cerrno>
 #include <cmath>
@@ -24,17 +26,10 @@ class Connection {
  public:
    Connection(const Kiln::String& path, Signals* signals, const Patience& patience)
         : path_(path), signals_(signals), patience_(patience),
-          end_(patience.inAll > 0 ? monotonicSeconds() + patience.inAll : never),
-          fd_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-      if (fd_ < 0) {
+          end_(patience.inAll > 0 ? Kiln::System::monotonicTime() + patience.inAll : never),
+          socket_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+      if (!socket_.isOpen()) {
          throw std::runtime_error(Kiln::String("cannot create a socket: ") + std::strerror(errno));
-      }
-   }
-   Connection(const Connection&) = delete;
-   Connection& operator=(const Connection&) = delete;
-   ~Connection() {
-      if (fd_ >= 0) {
-         close(fd_);
       }
    }
 
@@ -42,7 +37,7 @@ class Connection {
       const Agent::SocketAddress address(path_);
       const int bound = std::min(patience_.perByte, connectTimeout);
       sendTimeoutIs(patience_.inAll > 0 ? std::min(patience_.inAll, bound) : bound);
-      if (connect(fd_, address.any(), address.length()) == 0) {
+      if (connect(socket_.fd(), address.any(), address.length()) == 0) {
          return;
       }
       if (errno == ENOENT || errno == ECONNREFUSED || errno == ENOTDIR || errno == ENOTSOCK) {
@@ -59,7 +54,7 @@ class Connection {
    void send(const Kiln::String& line) {
       const Kiln::String bytes = line + "\n";
       for (std::size_t sent = 0; sent < bytes.size();) {
-         const ssize_t taken = ::send(fd_, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
+         const ssize_t taken = ::send(socket_.fd(), bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
          if (taken < 0 && errno != EINTR) {
             return;
          }
@@ -72,7 +67,7 @@ class Connection {
       char bytes[64 * 1024];
       for (;;) {
          awaitBytes();
-         const ssize_t got = recv(fd_, bytes, sizeof bytes, 0);
+         const ssize_t got = recv(socket_.fd(), bytes, sizeof bytes, 0);
          if (got > 0) {
             all.append(bytes, static_cast<std::size_t>(got));
          } else if (got == 0 || all.find(Agent::errorMark) != Kiln::String::npos) {
@@ -88,15 +83,15 @@ class Connection {
    static constexpr double never = std::numeric_limits<double>::infinity();
 
    void awaitBytes() {
-      const double due = std::min(end_, monotonicSeconds() + patience_.perByte);
-      pollfd watched[] = {{fd_, POLLIN, 0},
+      const double due = std::min(end_, Kiln::System::monotonicTime() + patience_.perByte);
+      pollfd watched[] = {{socket_.fd(), POLLIN, 0},
                           {signals_ != nullptr ? signals_->fd() : -1, POLLIN, 0},
                           {patience_.endsByKey ? STDIN_FILENO : -1, POLLIN, 0}};
       do {
          if (signals_ != nullptr && signals_->isBreaking()) {
             throw std::runtime_error("given up before the agent answered");
          }
-         const double left = std::max(0.0, due - monotonicSeconds());
+         const double left = std::max(0.0, due - Kiln::System::monotonicTime());
          if (poll(watched, std::size(watched), static_cast<int>(std::ceil(left * 1e3))) == 0) {
             const int waited = patience_.inAll > 0 ? patience_.inAll : patience_.perByte;
             throw std::runtime_error("the agent on " + path_ + " did not answer within " +
@@ -110,14 +105,14 @@ class Connection {
 
    void sendTimeoutIs(int seconds) {
       const timeval timeout{seconds, 0};
-      setsockopt(fd_, SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof timeout);
+      setsockopt(socket_.fd(), SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof timeout);
    }
 
    Kiln::String path_;
    Signals* signals_;
    Patience patience_;
    double end_; // on the monotonic clock
-   int fd_;
+   Kiln::OwnedFd socket_;
 };
 
 } // namespace

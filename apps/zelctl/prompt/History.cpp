@@ -1,12 +1,16 @@
-// The history file: one line an entry, added to as lines come, cut back when a session begins.
+// The history file: one line an entry, added to as lines come, cut back when a session begins. libedit's own way to
+// keep a history writes all of it anew, and with it away what other sessions added.
 #include "apps/zelctl/prompt/History.h"
 
 #include "apps/zelctl/terminal/Utf8.h"
+#include "kiln/OwnedFd.h"
 
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <histedit.h>
+#include <new>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -20,19 +24,24 @@ constexpr mode_t ownerOnly = 0600;
 
 // False when not all of it was written.
 bool write(const String& path, int flags, const String& text) {
-   const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | flags, ownerOnly);
-   if (fd < 0) {
+   Kiln::OwnedFd file(open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | flags, ownerOnly));
+   if (!file.isOpen()) {
       return false;
    }
    // One that was there may have been readable by others.
-   const bool isWritten = fchmod(fd, ownerOnly) == 0 &&
-                          ::write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
-   return close(fd) == 0 && isWritten;
+   const bool isWritten = fchmod(file.fd(), ownerOnly) == 0 &&
+                          ::write(file.fd(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
+   return close(file.release()) == 0 && isWritten;
 }
 
 } // namespace
 
-History::History(String path) : path_(std::move(path)) {
+History::History(String path) : path_(std::move(path)), lines_(history_init(), history_end) {
+   HistEvent event;
+   if (lines_ == nullptr || history(lines_.get(), &event, H_SETSIZE, static_cast<int>(limit)) < 0 ||
+       history(lines_.get(), &event, H_SETUNIQUE, 1) < 0) {
+      throw std::bad_alloc();
+   }
    if (!path_.empty()) {
       load();
    }
@@ -45,10 +54,7 @@ void History::load() {
    for (String line; std::getline(file, line); ++inFile) {
       // Whatever else is in the file must not reach the terminal.
       if (!line.empty() && printable(line) == line) {
-         lines_.push_back(line);
-      }
-      if (lines_.size() > limit) {
-         lines_.erase(lines_.begin());
+         enter(line);
       }
    }
    if (inFile > slack * limit) {
@@ -56,9 +62,25 @@ void History::load() {
    }
 }
 
+// False when it repeats the last one.
+bool History::enter(const String& line) {
+   HistEvent event;
+   return history(lines_.get(), &event, H_ENTER, line.c_str()) > 0;
+}
+
+std::vector<String> History::lines() const {
+   std::vector<String> all;
+   HistEvent event;
+   for (int found = history(lines_.get(), &event, H_LAST); found >= 0;
+        found = history(lines_.get(), &event, H_PREV)) {
+      all.emplace_back(event.str);
+   }
+   return all;
+}
+
 void History::rewrite() const {
    String text;
-   for (const String& line : lines_) {
+   for (const String& line : lines()) {
       text += line + "\n";
    }
    const String fresh = path_ + "." + std::to_string(getpid());
@@ -68,14 +90,7 @@ void History::rewrite() const {
 }
 
 void History::add(const String& line) {
-   if (line.find_first_not_of(' ') == String::npos || (!lines_.empty() && lines_.back() == line)) {
-      return;
-   }
-   lines_.push_back(line);
-   if (lines_.size() > limit) {
-      lines_.erase(lines_.begin());
-   }
-   if (path_.empty()) {
+   if (line.find_first_not_of(' ') == String::npos || !enter(line) || path_.empty()) {
       return;
    }
    const std::filesystem::path folder = std::filesystem::path(path_).parent_path();

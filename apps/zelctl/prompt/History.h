@@ -3,7 +3,10 @@
 
 #include "kiln/Types.h"
 
+#include <memory>
 #include <vector>
+
+struct history;
 
 namespace ZelCtl {
 
@@ -19,7 +22,12 @@ class History {
    // Not if it is blank or repeats the last one.
    void add(const Kiln::String& line);
 
-   const std::vector<Kiln::String>& lines() const { return lines_; } // oldest first
+   std::vector<Kiln::String> lines() const; // oldest first
+
+   // The same, as the line editor walks them.
+   struct history* list() {
+      return lines_.get();
+   }
 
    // zelctl/history below $XDG_STATE_HOME, else below ~/.local/state; empty when neither is an absolute path.
    static Kiln::String defaultPath();
@@ -27,9 +35,10 @@ class History {
  private:
    void load();
    void rewrite() const;
+   bool enter(const Kiln::String& line);
 
    Kiln::String path_;
-   std::vector<Kiln::String> lines_;
+   std::unique_ptr<struct history, void (*)(struct history*)> lines_;
 };
 
 } // namespace ZelCtl

@@ -1,9 +1,17 @@
-// Keys, and what they do to the line.
+// What libedit is told, and what it leaves to its user: waiting for keys along with signals, and completion.
 #include "apps/zelctl/prompt/LineEditor.h"
 
+#include "apps/zelctl/terminal/Terminal.h"
 #include "apps/zelctl/terminal/Utf8.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <clocale>
+#include <csignal>
+#include <cstdio>
+#include <histedit.h>
+#include <stdexcept>
+#include <unistd.h>
 #include <utility>
 
 namespace ZelCtl {
@@ -12,283 +20,230 @@ namespace {
 
 using Kiln::String;
 
-constexpr char escapeKey = 0x1b;
-constexpr char deleteKey = 0x7f;
+constexpr wchar_t controlC = 3;
+constexpr wchar_t controlE = 5; // to the end of the line
 
-constexpr char control(char letter) {
-   return static_cast<char>(letter - '@');
+void put(const String& text) {
+   writeOut(text, nullptr);
 }
 
-std::size_t columnsAt(const String& text, std::size_t at) {
-   return columnsOf(codePointAt(text, at).value);
+// From where the cursor is, after something else was written there.
+void drawAnew(EditLine* line) {
+   el_set(line, EL_REFRESH);
 }
 
-std::size_t columnsBetween(const String& text, std::size_t begin, std::size_t end) {
-   return begin < end ? columnsIn(std::string_view(text).substr(begin, end - begin)) : 0;
+// Keys without a letter come as ESC, '[' or 'O', parameters, and a byte that says which key. libedit would
+// look each of them up whole, and take the rest of an unknown one for typed text. Arrows mean the same with
+// Shift, Alt or Ctrl, which are in the parameters.
+unsigned char takeSequence(EditLine* line, int /*key*/) {
+   constexpr std::pair<std::string_view, const wchar_t*> meanings[] = {
+        {"A", L"\x10"}, {"B", L"\x0e"},  {"C", L"\x06"},  {"D", L"\x02"},  // Ctrl-P, Ctrl-N, Ctrl-F, Ctrl-B
+        {"H", L"\x01"}, {"1~", L"\x01"}, {"7~", L"\x01"},                  // Ctrl-A
+        {"F", L"\x05"}, {"4~", L"\x05"}, {"8~", L"\x05"}, {"3~", L"\x04"}, // Ctrl-E, Ctrl-D
+   };
+   String name;
+   wchar_t key = 0;
+   while (el_wgetc(line, &key) == 1 && key >= L'0' && key <= L'?') {
+      name += static_cast<char>(key);
+   }
+   if (key < L' ') { // broken off by a key that means something of its own
+      el_wpush(line, std::wstring{key}.c_str());
+      return CC_NORM;
+   }
+   name = key == L'~' ? name + '~' : String(1, static_cast<char>(key));
+   const LineInfoW* const shown = el_wline(line);
+   const bool isAtEnd = shown->cursor == shown->lastchar; // where Ctrl-D may leave
+   const auto* const found =
+        std::ranges::find(meanings, name, &std::pair<std::string_view, const wchar_t*>::first);
+   if (found != std::end(meanings) && !(name == "3~" && isAtEnd)) {
+      el_wpush(line, found->second);
+   }
+   return CC_NORM;
 }
 
-} // namespace
-
-void LineEditor::clear() {
-   line_.clear();
-   typed_.clear();
-   cursor_ = 0;
-   shownFrom_ = 0;
-   recalled_ = history_.lines().size();
+// As many as fit half the screen.
+String inColumns(const std::vector<String>& words) {
+   const TerminalSize size = terminalSize();
+   std::size_t widest = 0;
+   for (const String& word : words) {
+      widest = std::max(widest, word.size() + 2);
+   }
+   const std::size_t columns = std::max<std::size_t>(1, size.width / widest);
+   const std::size_t fit = columns * std::max<std::size_t>(1, size.height / 2);
+   String text;
+   for (std::size_t i = 0; i < words.size() && i < fit; ++i) {
+      const bool endsRow = (i + 1) % columns == 0 || i + 1 == words.size() || i + 1 == fit;
+      text += words[i] + (endsRow ? "\n" : String(widest - words[i].size(), ' '));
+   }
+   return text + (words.size() > fit ? "and " + std::to_string(words.size() - fit) + " more\n" : "");
 }
 
-LineEditor::Event LineEditor::take(char byte) {
-   const bool isControlKey = static_cast<unsigned char>(byte) < 0x20 || byte == deleteKey;
-   // A sequence that was broken off swallows nothing but itself.
-   if (isControlKey) {
-      pending_.clear();
-      state_ = byte == escapeKey ? State::escape : State::text;
-      return byte == escapeKey ? Event::none : takeControl(byte);
-   }
-   switch (state_) {
-   case State::text:
-      return takeText(byte);
-   case State::escape:
-      state_ = byte == '[' ? State::sequence : byte == 'O' ? State::shift : State::text;
-      return Event::none;
-   case State::sequence:
-      return takeSequence(byte);
-   case State::shift:
-      break;
-   }
-   state_ = State::text;
-   return arrow(byte);
-}
-
-LineEditor::Event LineEditor::takeText(char byte) {
-   constexpr std::size_t longest = 4;
-   pending_ += byte;
-   // What isn't valid yet may become so; what can't any more is dropped.
-   const CodePoint one = codePointAt(pending_, 0);
-   if (!one.isValid && pending_.size() < longest && (static_cast<unsigned char>(pending_[0]) >= 0xc2)) {
-      return Event::none;
-   }
-   const String text = std::exchange(pending_, {});
-   return one.isValid && !isControl(one.value) ? insert(text) : Event::refused;
-}
-
-LineEditor::Event LineEditor::takeControl(char byte) {
-   switch (byte) {
-   case '\r':
-   case '\n':
-      return Event::entered;
-   case '\t':
-      return Event::tab;
-   case control('C'):
-      return Event::abandoned;
-   case control('D'):
-      return line_.empty() ? Event::ended : erase(cursor_, right());
-   case control('H'):
-   case deleteKey:
-      return erase(left(), cursor_);
-   case control('A'):
-      return moveTo(0);
-   case control('E'):
-      return moveTo(line_.size());
-   case control('B'):
-      return moveTo(left());
-   case control('F'):
-      return moveTo(right());
-   case control('K'):
-      return erase(cursor_, line_.size());
-   case control('U'):
-      return erase(0, cursor_);
-   case control('W'):
-      return erase(wordStart(), cursor_);
-   case control('P'):
-      return recall(true);
-   case control('N'):
-      return recall(false);
-   case control('L'):
-      return Event::clearScreen;
-   case control('Z'):
-      return Event::suspend;
-   default:
-      return Event::none;
-   }
-}
-
-// After ESC [ : parameters, then the byte that says what it was.
-LineEditor::Event LineEditor::takeSequence(char byte) {
-   if (byte < '@') {
-      pending_ += byte;
-      return Event::none;
-   }
-   state_ = State::text;
-   const String parameters = std::exchange(pending_, {});
-   if (byte != '~') {
-      return arrow(byte);
-   }
-   if (parameters == "1" || parameters == "7") {
-      return moveTo(0);
-   }
-   if (parameters == "4" || parameters == "8") {
-      return moveTo(line_.size());
-   }
-   return parameters == "3" ? erase(cursor_, right()) : Event::none;
-}
-
-LineEditor::Event LineEditor::arrow(char key) {
-   switch (key) {
-   case 'A':
-      return recall(true);
-   case 'B':
-      return recall(false);
-   case 'C':
-      return moveTo(right());
-   case 'D':
-      return moveTo(left());
-   case 'H':
-      return moveTo(0);
-   case 'F':
-      return moveTo(line_.size());
-   default:
-      return Event::none;
-   }
-}
-
-LineEditor::Event LineEditor::insert(const String& text) {
-   if (line_.size() + text.size() > limit) {
-      return Event::refused;
-   }
-   line_.insert(cursor_, text);
-   cursor_ += text.size();
-   return Event::changed;
-}
-
-LineEditor::Event LineEditor::erase(std::size_t begin, std::size_t end) {
-   if (begin == end) {
-      return Event::refused;
-   }
-   line_.erase(begin, end - begin);
-   cursor_ = begin;
-   return Event::changed;
-}
-
-LineEditor::Event LineEditor::moveTo(std::size_t place) {
-   if (place == cursor_) {
-      return Event::refused;
-   }
-   cursor_ = place;
-   return Event::changed;
-}
-
-LineEditor::Event LineEditor::recall(bool isOlder) {
-   const std::vector<String>& lines = history_.lines();
-   if (isOlder ? recalled_ == 0 : recalled_ >= lines.size()) {
-      return Event::refused;
-   }
-   if (recalled_ == lines.size()) {
-      typed_ = line_;
-   }
-   recalled_ = isOlder ? recalled_ - 1 : recalled_ + 1;
-   line_ = recalled_ == lines.size() ? typed_ : lines[recalled_].substr(0, limit);
-   cursor_ = line_.size();
-   shownFrom_ = 0;
-   return Event::changed;
-}
-
-// A character with the accents that join it.
-std::size_t LineEditor::left() const {
-   std::size_t at = cursor_;
-   while (at > 0) {
-      at = codePointBefore(line_, at);
-      if (columnsAt(line_, at) != 0) {
-         break;
-      }
-   }
-   return at;
-}
-
-std::size_t LineEditor::right() const {
-   std::size_t at = cursor_;
-   while (at < line_.size()) {
-      at += codePointAt(line_, at).length;
-      if (at == line_.size() || columnsAt(line_, at) != 0) {
-         break;
-      }
-   }
-   return at;
-}
-
-std::size_t LineEditor::wordStart() const {
-   std::size_t at = cursor_;
-   while (at > 0 && line_[at - 1] == ' ') {
-      --at;
-   }
-   while (at > 0 && line_[at - 1] != ' ') {
-      --at;
-   }
-   return at;
-}
-
-bool LineEditor::complete(const std::vector<String>& candidates) {
-   if (candidates.empty()) {
-      return false;
+// What all candidates have beyond `known`, which they begin with; a single one is followed by a blank.
+String commonRest(const std::vector<String>& candidates, std::string_view known, bool isBlankNext) {
+   if (candidates.empty() || !candidates.front().starts_with(known)) {
+      return "";
    }
    String common = candidates.front();
    for (const String& one : candidates) {
-      const auto differs = std::mismatch(common.begin(), common.end(), one.begin(), one.end());
-      common.erase(differs.first, common.end());
+      common.erase(std::ranges::mismatch(common, one).in1, common.end());
    }
-   const std::size_t begin = cursor_ > 0 && line_[cursor_ - 1] != ' ' ? wordStart() : cursor_;
-   const std::size_t known = cursor_ - begin;
-   if (common.compare(0, known, line_, begin, known) != 0) {
-      return false;
-   }
-   common.erase(0, known);
+   common.erase(0, known.size());
    // A character that two candidates share the first byte of only.
    while (!common.empty() && printable(common) != common) {
       common.pop_back();
    }
-   if (candidates.size() == 1 && (cursor_ == line_.size() || line_[cursor_] != ' ')) {
-      common += ' ';
-   }
-   return !common.empty() && insert(common) == Event::changed;
+   return common + (candidates.size() == 1 && !isBlankNext ? " " : "");
 }
 
-// Moves the beginning of the picture as little as shows the cursor.
-void LineEditor::scroll(std::size_t room) {
-   shownFrom_ = std::min(shownFrom_, line_.size());
-   if (cursor_ <= shownFrom_) {
-      // A half before it, so that one sees where one goes.
-      shownFrom_ = cursor_;
-      while (shownFrom_ > 0 && columnsBetween(line_, shownFrom_, cursor_) < room / 2) {
-         shownFrom_ = codePointBefore(line_, shownFrom_);
-      }
+} // namespace
+
+LineEditor::LineEditor(String prompt, Signals* signals, History* history, Candidates candidates)
+     : prompt_(std::move(prompt)), signals_(signals), candidates_(std::move(candidates)) {
+   // What is a character, and how wide, libedit asks the locale; the user's may know no umlauts.
+   std::setlocale(LC_CTYPE, "C.UTF-8");
+   line_ = el_init("zelctl", stdin, stdout, stderr);
+   if (line_ == nullptr) {
+      throw std::runtime_error("this terminal takes no line editing");
    }
-   while (columnsBetween(line_, shownFrom_, cursor_) + 1 > room) {
-      shownFrom_ += codePointAt(line_, shownFrom_).length;
+   el_set(line_, EL_CLIENTDATA, this);
+   const auto promptOf = [](EditLine* line) { return of(line).prompt_.data(); };
+   const auto keyOf = [](EditLine* line, wchar_t* key) { return of(line).readKey(key); };
+   el_set(line_, EL_PROMPT, +promptOf);
+   el_wset(line_, EL_GETCFN, +keyOf);
+   el_set(line_, EL_HIST, ::history, history->list());
+   // Keys come in their order, Ctrl-C too, and none of them stops the output.
+   el_set(line_, EL_SETTY, "-d", "-isig", "-ixon", nullptr);
+   bindKeys();
+}
+
+LineEditor::~LineEditor() {
+   el_end(line_);
+}
+
+LineEditor& LineEditor::of(editline* line) {
+   void* self = nullptr;
+   el_get(line, EL_CLIENTDATA, &self);
+   return *static_cast<LineEditor*>(self);
+}
+
+void LineEditor::bindKeys() {
+   el_set(line_, EL_EDITOR, "emacs");
+   const auto bind = [this](const char* key, const char* command) {
+      el_set(line_, EL_BIND, key, command, nullptr);
+   };
+   const auto add = [this](const char* command, unsigned char (*function)(EditLine*, int)) {
+      el_set(line_, EL_ADDFN, command, command, function);
+   };
+   add("zel-complete", [](EditLine* line, int) { return of(line).complete(); });
+   add("zel-drop", [](EditLine* line, int) { return of(line).drop(); });
+   add("zel-suspend", [](EditLine* line, int) { return of(line).suspend(); });
+   add("zel-sequence", takeSequence);
+   bind("^I", "zel-complete");
+   bind("^C", "zel-drop");
+   bind("^Z", "zel-suspend");
+   bind("\\e[", "zel-sequence");
+   bind("\\eO", "zel-sequence");
+   bind("\\e\\e[", "zel-sequence"); // after an ESC that was typed for itself
+   bind("^U", "vi-kill-line-prev"); // up to the cursor, not all of it
+   bind("^W", "ed-delete-prev-word");
+   // No control characters in a line, and no second command language.
+   for (const char* const key : {"^V", "\\ex", "\\eX"}) {
+      bind(key, "ed-unassigned");
    }
 }
 
-String LineEditor::picture(const String& prompt, std::size_t width) {
-   constexpr std::size_t leastRoom = 4;
-   // The last column stays free: a terminal that is written to there may go on to the next line.
-   const std::size_t taken = prompt.size() + 1;
-   const std::size_t room = width > taken + leastRoom ? width - taken : leastRoom;
-   scroll(room);
-   String text = "\r" + prompt;
-   std::size_t column = 0;
-   std::size_t at = shownFrom_;
-   for (; at < line_.size(); at += codePointAt(line_, at).length) {
-      const std::size_t columns = columnsAt(line_, at);
-      const bool isLast = at + codePointAt(line_, at).length == line_.size();
-      if (column + columns + (isLast ? 0 : 1) > room) {
-         text += '>';
-         break;
-      }
-      const bool isCut = at == shownFrom_ && at > 0;
-      text += isCut ? String(columns, '<') : line_.substr(at, codePointAt(line_, at).length);
-      column += columns;
+std::optional<String> LineEditor::readLine() {
+   isDropped_ = false;
+   // Else libedit does so only after it has drawn the prompt, and a key that is pressed at once is not its own.
+   el_set(line_, EL_PREP_TERM, 1);
+   int length = 0;
+   const char* const text = el_gets(line_, &length);
+   if (isDropped_) {
+      return "";
    }
-   const std::size_t place = prompt.size() + columnsBetween(line_, shownFrom_, cursor_);
-   return text + "\x1b[K\r" + (place > 0 ? "\x1b[" + std::to_string(place) + "C" : "");
+   if (text == nullptr) {
+      put("\n");
+      return std::nullopt;
+   }
+   String line(text, static_cast<std::size_t>(length));
+   if (line.ends_with('\n')) {
+      line.pop_back();
+   }
+   return line;
+}
+
+// As libedit wants it: 1 for a key, 0 when no more will come.
+int LineEditor::readKey(wchar_t* key) {
+   constexpr auto isInvalid = static_cast<std::size_t>(-1);
+   constexpr auto isUnfinished = static_cast<std::size_t>(-2);
+   // Signals first: one may have come, and been read, while a command ran.
+   while (signals_->ending() == 0) {
+      if (signals_->takeInterrupt()) {
+         *key = controlC;
+         return 1;
+      }
+      if (signals_->takeResize()) {
+         put("\r\x1b[J"); // what the terminal wrapped
+         el_resize(line_);
+         drawAnew(line_);
+      }
+      const Woken woken = waitFor(signals_, true, -1);
+      char byte = 0;
+      const ssize_t got = woken.byKeys ? read(STDIN_FILENO, &byte, 1) : -1;
+      const bool isGone = woken.byKeys && (got == 0 || (got < 0 && errno != EINTR && errno != EAGAIN));
+      if (woken.readerGone || isGone) {
+         return 0;
+      }
+      std::size_t length = got > 0 ? std::mbrtowc(key, &byte, 1, &unfinishedKey_) : isUnfinished;
+      if (length == isInvalid) {
+         el_beep(line_);
+         unfinishedKey_ = {};
+         length = std::mbrtowc(key, &byte, 1, &unfinishedKey_); // it may begin another
+      }
+      if (length == isInvalid) {
+         unfinishedKey_ = {};
+      } else if (length != isUnfinished) {
+         return 1;
+      }
+   }
+   return 0;
+}
+
+unsigned char LineEditor::complete() {
+   const LineInfo* const shown = el_line(line_);
+   const String before(shown->buffer, shown->cursor);
+   const bool isBlankNext = shown->cursor != shown->lastchar && *shown->cursor == ' ';
+   const std::vector<String> candidates = candidates_(before);
+   const String rest = commonRest(candidates, before.substr(before.find_last_of(' ') + 1), isBlankNext);
+   if (!rest.empty()) {
+      return el_insertstr(line_, rest.c_str()) == 0 ? CC_REFRESH : CC_ERROR;
+   }
+   if (candidates.size() < 2) {
+      return CC_ERROR;
+   }
+   put("\n\x1b[J");
+   put(inColumns(candidates));
+   drawAnew(line_);
+   return CC_NORM;
+}
+
+unsigned char LineEditor::drop() {
+   const LineInfoW* const shown = el_wline(line_);
+   if (shown->cursor != shown->lastchar) { // what follows goes below its last row
+      el_wpush(line_, std::wstring{controlE, controlC}.c_str());
+      return CC_NORM;
+   }
+   put("^C\n");
+   isDropped_ = true;
+   return CC_NEWLINE;
+}
+
+unsigned char LineEditor::suspend() {
+   el_set(line_, EL_PREP_TERM, 0);
+   raise(SIGTSTP);
+   el_set(line_, EL_PREP_TERM, 1);
+   drawAnew(line_);
+   return CC_NORM;
 }
 
 } // namespace ZelCtl

@@ -1,68 +1,49 @@
-// A line as it is typed: keys in, as a terminal sends them; the line, its cursor and its picture out. Knows
-// no terminal and waits for nothing.
+// A line typed at the terminal, edited by libedit.
 #pragma once
 
 #include "apps/zelctl/prompt/History.h"
+#include "apps/zelctl/terminal/Signals.h"
+
+#include <cwchar>
+#include <functional>
+#include <optional>
+
+struct editline;
 
 namespace ZelCtl {
 
+// Standard input and output have to be a terminal. While a line is being typed keys come one by one, Ctrl-C
+// among them; between lines the terminal is as it was. One at a time. From its construction on, the process has
+// the characters of C.UTF-8.
 class LineEditor {
  public:
-   enum class Event : U8 {
-      none,
-      changed, // the picture is another
-      refused, // there is nothing that the key could do: ring the bell
-      entered, // the line is complete; clear() begins the next
-      abandoned,
-      ended, // no more input is wanted
-      tab,   // complete the word before the cursor, by `complete`
-      clearScreen,
-      suspend,
-   };
+   // The words that the last one of an unfinished line may become, or that may follow it after a blank.
+   using Candidates = std::function<std::vector<Kiln::String>(const Kiln::String& unfinished)>;
 
-   static constexpr std::size_t limit = 4095; // bytes: what a command may have
+   // Signals and history have to outlive the editor. std::runtime_error when there is no editing here.
+   LineEditor(Kiln::String prompt, Signals* signals, History* history, Candidates candidates);
+   LineEditor(const LineEditor&) = delete;
+   LineEditor& operator=(const LineEditor&) = delete;
+   ~LineEditor();
 
-   // The history has to outlive the editor.
-   explicit LineEditor(const History& history) : history_(history) { clear(); }
-
-   Event take(char byte);
-
-   const Kiln::String& line() const { return line_; }
-   std::size_t cursor() const { return cursor_; } // in bytes, never within a character
-   void clear();
-
-   // Takes what the candidates have in common in place of the word before the cursor; all of them begin with
-   // that word. A single one is followed by a blank. Returns whether the line changed.
-   bool complete(const std::vector<Kiln::String>& candidates);
-
-   // From the cursor's line start to its place after the line: the prompt and as much of the line as the
-   // width has room for, around the cursor, with '<' or '>' where there is more.
-   Kiln::String picture(const Kiln::String& prompt, std::size_t width);
+   // Without its end; empty for one that Ctrl-C dropped. None when no more will come: after Ctrl-D, a signal
+   // to end, or when the terminal is gone.
+   std::optional<Kiln::String> readLine();
 
  private:
-   enum class State : U8 { text, escape, sequence, shift };
+   static LineEditor& of(editline* line);
+   void bindKeys();
+   int readKey(wchar_t* key);
+   unsigned char complete();
+   unsigned char drop();
+   unsigned char suspend();
 
-   Event takeText(char byte);
-   Event takeControl(char byte);
-   Event takeSequence(char byte);
-   Event insert(const Kiln::String& text);
-   Event erase(std::size_t begin, std::size_t end);
-   Event moveTo(std::size_t place);
-   Event recall(bool isOlder);
-   Event arrow(char key);
-   std::size_t left() const;
-   std::size_t right() const;
-   std::size_t wordStart() const;
-   void scroll(std::size_t room);
-
-   const History& history_;
-   Kiln::String line_;
-   std::size_t cursor_ = 0;
-   std::size_t shownFrom_ = 0; // the byte at which the picture begins
-   std::size_t recalled_ = 0;  // index into the history; its size for the line being typed
-   Kiln::String typed_;        // that line, while another is recalled
-   State state_ = State::text;
-   Kiln::String pending_; // of a character or of an escape sequence
+   Kiln::String prompt_;
+   Signals* signals_;
+   Candidates candidates_;
+   editline* line_;
+   std::mbstate_t unfinishedKey_{}; // of several bytes
+   bool isDropped_ = false;
 };
 
 } // namespace ZelCtl

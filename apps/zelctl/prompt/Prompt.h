@@ -1,7 +1,7 @@
 // The prompt: reads lines at a terminal and has them carried out.
 #pragma once
 
-#include "apps/zelctl/Commands.h"
+#include "apps/zelctl/commands/Commands.h"
 
 namespace ZelCtl {
 

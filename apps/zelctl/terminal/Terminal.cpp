@@ -2,7 +2,6 @@
 #include "apps/zelctl/terminal/Terminal.h"
 
 #include <cerrno>
-#include <chrono>
 #include <cmath>
 #include <cstdlib>
 #include <poll.h>
@@ -25,7 +24,7 @@ bool isScreen() {
    return isatty(STDOUT_FILENO) != 0 && name != nullptr && *name != '\0' && std::string_view(name) != "dumb";
 }
 
-KeyMode::KeyMode(Interrupts interrupts) {
+KeyMode::KeyMode() {
    if (tcgetattr(STDIN_FILENO, &former_) != 0) {
       return;
    }
@@ -35,9 +34,6 @@ KeyMode::KeyMode(Interrupts interrupts) {
    mode.c_cc[VMIN] = 1;
    mode.c_cc[VTIME] = 0;
    mode.c_cc[VSUSP] = _POSIX_VDISABLE; // a stopped process can't put the terminal back
-   if (interrupts == Interrupts::areKeys) {
-      mode.c_lflag &= ~static_cast<tcflag_t>(ISIG);
-   }
    isOn_ = tcsetattr(STDIN_FILENO, TCSADRAIN, &mode) == 0;
 }
 
@@ -77,10 +73,6 @@ Woken waitFor(Signals* signals, bool keys, double seconds) {
 bool readsEndKey() {
    char key = 0;
    return read(STDIN_FILENO, &key, 1) != 1 || key == 'q' || key == 'Q';
-}
-
-double monotonicSeconds() {
-   return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
 }
 
 } // namespace ZelCtl

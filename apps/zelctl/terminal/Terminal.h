@@ -19,12 +19,11 @@ TerminalSize terminalSize();
 // Whether standard output is a terminal that understands more than lines of text.
 bool isScreen();
 
-// Keys come one by one and unseen while it lives; then the terminal is as it was. Does nothing without a
-// terminal on standard input.
+// Keys come one by one and unseen while it lives, Ctrl-C and its like as signals; then the terminal is as it
+// was. Does nothing without a terminal on standard input.
 class KeyMode {
  public:
-   enum class Interrupts : U8 { areKeys, areSignals }; // Ctrl-C and its like
-   explicit KeyMode(Interrupts interrupts);
+   KeyMode();
    KeyMode(const KeyMode&) = delete;
    KeyMode& operator=(const KeyMode&) = delete;
    ~KeyMode();
@@ -53,7 +52,5 @@ Woken waitFor(Signals* signals, bool keys, double seconds);
 // Reads one key, which has to be there: whether it ends what is shown, as 'q' does and as the end of the keys
 // does.
 bool readsEndKey();
-
-double monotonicSeconds();
 
 } // namespace ZelCtl

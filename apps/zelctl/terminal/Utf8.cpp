@@ -1,4 +1,4 @@
-// Decoding, encoding and widths.
+// Decoding and widths.
 #include "apps/zelctl/terminal/Utf8.h"
 
 #include <array>
@@ -7,13 +7,19 @@ namespace ZelCtl {
 
 namespace {
 
+struct CodePoint {
+   char32_t value = 0;
+   std::size_t length = 1; // bytes
+   bool isValid = false;   // not cut short, not overlong, no surrogate
+};
+
 struct Range {
    char32_t first;
    char32_t last;
    unsigned columns;
 };
 
-// Blocks, not single characters: near enough to place a cursor.
+// Blocks, not single characters: near enough to align columns.
 constexpr std::array ranges{
      Range{0x0300, 0x036f, 0},   Range{0x1100, 0x115f, 2},   Range{0x200b, 0x200f, 0},
      Range{0x20d0, 0x20ff, 0},   Range{0x2e80, 0xa4cf, 2},   Range{0xac00, 0xd7a3, 2},
@@ -30,8 +36,7 @@ bool isContinuation(char byte) {
    return (static_cast<unsigned char>(byte) & 0xc0U) == 0x80;
 }
 
-} // namespace
-
+// The one that begins at `at`, which is within the text. What is invalid is one byte long.
 CodePoint codePointAt(std::string_view text, std::size_t at) {
    const auto lead = static_cast<unsigned char>(text[at]);
    const std::size_t length = lengthByLead(lead);
@@ -52,29 +57,6 @@ CodePoint codePointAt(std::string_view text, std::size_t at) {
    return {value, length, true};
 }
 
-std::size_t codePointBefore(std::string_view text, std::size_t at) {
-   constexpr std::size_t longest = 4;
-   for (std::size_t length = 1; length <= longest && length <= at; ++length) {
-      if (!isContinuation(text[at - length])) {
-         return codePointAt(text, at - length).length == length ? at - length : at - 1;
-      }
-   }
-   return at - 1;
-}
-
-void addCodePoint(Kiln::String* text, char32_t value) {
-   const auto add = [&](char32_t byte) { *text += static_cast<char>(byte); };
-   if (value < 0x80) {
-      add(value);
-      return;
-   }
-   const unsigned more = value < 0x800 ? 1 : value < 0x10000 ? 2 : 3;
-   add((0xff00U >> (more + 1) & 0xffU) | value >> (6 * more));
-   for (unsigned i = more; i-- > 0;) {
-      add(0x80U | (value >> (6 * i) & 0x3fU));
-   }
-}
-
 unsigned columnsOf(char32_t value) {
    for (const Range& range : ranges) {
       if (value >= range.first && value <= range.last) {
@@ -83,6 +65,12 @@ unsigned columnsOf(char32_t value) {
    }
    return 1;
 }
+
+bool isControl(char32_t value) {
+   return value < 0x20 || (value >= 0x7f && value < 0xa0);
+}
+
+} // namespace
 
 std::size_t columnsIn(std::string_view text) {
    std::size_t columns = 0;
@@ -101,10 +89,6 @@ Kiln::String cutTo(std::string_view text, std::size_t columns) {
       }
    }
    return Kiln::String(text.substr(0, at));
-}
-
-bool isControl(char32_t value) {
-   return value < 0x20 || (value >= 0x7f && value < 0xa0);
 }
 
 Kiln::String printable(std::string_view text) {

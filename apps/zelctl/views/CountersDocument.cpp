@@ -5,6 +5,8 @@
 #include "apps/zelctl/views/JsonReader.h"
 
 #include <algorithm>
+#include <nlohmann/json.hpp>
+#include <set>
 #include <stdexcept>
 
 namespace ZelCtl {
@@ -12,82 +14,89 @@ namespace ZelCtl {
 namespace {
 
 using Kiln::String;
-using Kind = JsonValue::Kind;
+using Type = Json::value_t;
 
-const JsonValue& need(const JsonValue& object, const char* name, Kind kind) {
-   const JsonValue* const found = object.member(name);
-   if (found == nullptr || found->kind != kind) {
+const Json& need(const Json& object, const char* name, Type type) {
+   const auto found = object.find(name);
+   if (found == object.end() || found->type() != type) {
       throw std::runtime_error(String("it has no proper \"") + name + "\"");
    }
    return *found;
 }
 
-String textOf(const JsonValue& value) {
-   switch (value.kind) {
-   case Kind::null:
-      return "-";
-   case Kind::boolean:
-      return value.truth ? "true" : "false";
-   case Kind::number:
-      return std::to_string(value.number);
-   case Kind::string:
-      return printable(value.text);
-   case Kind::list:
-   case Kind::object:
-      break;
-   }
-   throw std::runtime_error("a row holds more than numbers and texts");
+String needText(const Json& object, const char* name) {
+   return printable(need(object, name, Type::string).get_ref<const String&>());
 }
 
-std::vector<ShownColumn> columnsOf(const JsonValue& rows, const JsonValue& counters) {
+String textOf(const Json& value) {
+   switch (value.type()) {
+   case Type::null:
+      return "-";
+   case Type::boolean:
+      return value.get<bool>() ? "true" : "false";
+   case Type::number_unsigned:
+      return std::to_string(value.get<U64>());
+   case Type::string:
+      return printable(value.get_ref<const String&>());
+   default:
+      throw std::runtime_error("a row holds more than numbers and texts");
+   }
+}
+
+std::vector<ShownColumn> columnsOf(const Json& rows, const Json& counters) {
+   std::set<String> counterNames;
+   for (const Json& counter : counters) {
+      if (counter.is_string()) {
+         counterNames.insert(counter.get<String>());
+      }
+   }
    std::vector<ShownColumn> columns;
-   for (const JsonValue& row : rows.items) {
-      for (const auto& [key, value] : row.members) {
-         const String& name = key;
-         if (std::any_of(columns.begin(), columns.end(),
-                         [&](const ShownColumn& one) { return one.heading == name; })) {
-            continue;
+   for (const Json& row : rows) {
+      if (!row.is_object()) {
+         throw std::runtime_error("it has a row that is no object");
+      }
+      for (const auto& [name, value] : row.items()) {
+         if (std::ranges::find(columns, name, &ShownColumn::heading) == columns.end()) {
+            const bool isCounter = counterNames.contains(name);
+            columns.push_back({name, isCounter ? ShownColumn::Kind::counter : ShownColumn::Kind::key});
          }
-         const bool isCounter =
-              std::any_of(counters.items.begin(), counters.items.end(),
-                          [&](const JsonValue& one) { return one.kind == Kind::string && one.text == name; });
-         columns.push_back({name, isCounter ? ShownColumn::Kind::counter : ShownColumn::Kind::key});
       }
    }
    return columns;
 }
 
-ShownRow rowOf(const JsonValue& members, const std::vector<ShownColumn>& columns) {
+ShownRow rowOf(const Json& members, const std::vector<ShownColumn>& columns) {
    ShownRow row;
    for (const ShownColumn& column : columns) {
-      const JsonValue* const value = members.member(column.heading);
-      const bool isCount =
-           value != nullptr && column.kind == ShownColumn::Kind::counter && value->kind == Kind::number;
-      row.cells.push_back(
-           {value != nullptr ? textOf(*value) : "", isCount ? std::optional(value->number) : std::nullopt});
+      const auto found = members.find(column.heading);
+      ShownCell cell;
+      if (found != members.end()) {
+         cell.text = textOf(*found);
+         if (column.kind == ShownColumn::Kind::counter && found->is_number_unsigned()) {
+            cell.count = found->get<U64>();
+         }
+      }
+      row.cells.push_back(std::move(cell));
    }
    return row;
 }
 
 // With the chip's name, if it doesn't say it.
-String titleOf(const String& chip, const JsonValue& object) {
-   const String title = printable(need(object, "title", Kind::string).text);
-   const String ending = "chip " + chip;
-   const bool saysChip = title.size() >= ending.size() &&
-                         title.compare(title.size() - ending.size(), ending.size(), ending) == 0;
-   return saysChip ? title : chip + ": " + title;
+String titleOf(const String& chip, const Json& object) {
+   const String title = needText(object, "title");
+   return title.ends_with("chip " + chip) ? title : chip + ": " + title;
 }
 
-ShownTable tableOf(const String& chip, const JsonValue& object) {
-   const JsonValue& rows = need(object, "rows", Kind::list);
-   ShownTable table{titleOf(chip, object), columnsOf(rows, need(object, "counters", Kind::list)), {}};
-   for (const JsonValue& row : rows.items) {
+ShownTable tableOf(const String& chip, const Json& object) {
+   const Json& rows = need(object, "rows", Type::array);
+   ShownTable table{titleOf(chip, object), columnsOf(rows, need(object, "counters", Type::array)), {}};
+   for (const Json& row : rows) {
       table.rows.push_back(rowOf(row, table.columns));
    }
    for (ShownColumn& column : table.columns) {
       column.heading = printable(column.heading);
    }
-   for (const JsonValue& note : need(object, "notes", Kind::list).items) {
+   for (const Json& note : need(object, "notes", Type::array)) {
       table.notes.push_back(textOf(note));
    }
    return table;
@@ -98,14 +107,14 @@ ShownTable tableOf(const String& chip, const JsonValue& object) {
 std::vector<ShownTable> readCountersDocument(std::string_view text) {
    std::vector<ShownTable> tables;
    try {
-      const JsonValue document = readJson(text);
-      for (const JsonValue& chip : need(document, "chips", Kind::list).items) {
-         const String name = printable(need(chip, "chip", Kind::string).text);
-         if (chip.member("error") != nullptr) {
-            tables.push_back({name + ": " + printable(need(chip, "error", Kind::string).text), {}, {}});
+      const Json document = readJson(text);
+      for (const Json& chip : need(document, "chips", Type::array)) {
+         const String name = needText(chip, "chip");
+         if (chip.contains("error")) {
+            tables.push_back({name + ": " + needText(chip, "error"), {}, {}});
             continue;
          }
-         for (const JsonValue& table : need(chip, "tables", Kind::list).items) {
+         for (const Json& table : need(chip, "tables", Type::array)) {
             tables.push_back(tableOf(name, table));
          }
       }

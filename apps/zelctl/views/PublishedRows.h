@@ -52,9 +52,9 @@ PublishedTable readPublished(const Silo::Store& store, const char* tableName) {
       }
       table.rows.push_back(std::move(row));
    }
-   std::sort(table.rows.begin(), table.rows.end(), [](const PublishedRow& a, const PublishedRow& b) {
-      return Kiln::naturalCompare(a.name, b.name) < 0;
-   });
+   std::ranges::sort(
+        table.rows, [](const auto& a, const auto& b) { return Kiln::naturalCompare(a, b) < 0; },
+        &PublishedRow::name);
    return table;
 }
 

@@ -96,8 +96,7 @@ std::span<const View> views() {
 }
 
 const View* viewNamed(std::string_view command) {
-   const auto* const found = std::find_if(std::begin(allViews), std::end(allViews),
-                                          [&](const View& view) { return view.command == command; });
+   const auto* const found = std::ranges::find(allViews, command, &View::command);
    return found == std::end(allViews) ? nullptr : found;
 }
 
@@ -128,7 +127,7 @@ unsigned keywordMeant(const View& view, const String& word) {
    unsigned meant = 0;
    std::vector<String> candidates;
    for (const auto& [keyword, name] : keywordNames) {
-      if ((view.takes & keyword) != 0 && std::string_view(name).substr(0, word.size()) == word) {
+      if ((view.takes & keyword) != 0 && std::string_view(name).starts_with(word)) {
          meant = keyword;
          candidates.emplace_back(name);
       }
@@ -140,11 +139,8 @@ unsigned keywordMeant(const View& view, const String& word) {
 }
 
 [[noreturn]] void refuseName(const View& view, const String& word, const std::vector<String>& known) {
-   String keywords;
-   for (const String& keyword : keywordsOf(view)) {
-      keywords += (keywords.empty() ? "" : ", ") + keyword;
-   }
-   throw std::runtime_error(Kiln::unknownInterface(word, known) + "; keywords are " + keywords);
+   throw std::runtime_error(Kiln::unknownInterface(word, known) + "; keywords are " +
+                            Kiln::joined(keywordsOf(view), ", "));
 }
 
 } // namespace
@@ -154,7 +150,7 @@ RecordRequest parseRecordRequest(const std::vector<String>& words, const Publish
    request.view = viewNamed(words.front());
    const std::vector<String> known = namesIn(table);
    for (std::size_t i = 1; i < words.size(); ++i) {
-      const bool isName = std::find(known.begin(), known.end(), words[i]) != known.end();
+      const bool isName = std::ranges::find(known, words[i]) != known.end();
       const unsigned keyword = isName ? 0 : keywordMeant(*request.view, words[i]);
       if (!isName && keyword == 0) {
          refuseName(*request.view, words[i], known);
@@ -170,8 +166,7 @@ RecordRequest parseRecordRequest(const std::vector<String>& words, const Publish
 std::vector<const PublishedRow*> selectRows(const RecordRequest& request, const PublishedTable& table) {
    std::vector<const PublishedRow*> rows;
    for (const PublishedRow& row : table.rows) {
-      if (request.names.empty() ||
-          std::find(request.names.begin(), request.names.end(), row.name) != request.names.end()) {
+      if (request.names.empty() || std::ranges::find(request.names, row.name) != request.names.end()) {
          rows.push_back(&row);
       }
    }

@@ -22,8 +22,7 @@ U64 countOf(const NamedCounter& counter, const RecordRequest& request) {
 }
 
 const NamedCounter* counterNamed(const Vex::RecordText& text, std::string_view name) {
-   const auto found = std::find_if(text.counters.begin(), text.counters.end(),
-                                   [&](const NamedCounter& one) { return one.name == name; });
+   const auto found = std::ranges::find(text.counters, name, &NamedCounter::name);
    return found == text.counters.end() ? nullptr : &*found;
 }
 
@@ -351,7 +350,7 @@ std::vector<String> viewCandidates(const std::vector<String>& words, const Silo:
    } catch (const std::exception&) { // nothing published: keywords only
    }
    std::erase_if(candidates, [&](const String& one) {
-      return one.empty() || std::find(words.begin(), words.end(), one) != words.end();
+      return one.empty() || std::ranges::find(words, one) != words.end();
    });
    return candidates;
 }

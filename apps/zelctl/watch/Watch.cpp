@@ -1,13 +1,11 @@
 // The rounds of a watch, their pace and their screen.
 #include "apps/zelctl/watch/Watch.h"
 
-#include "apps/zelctl/CommandWords.h"
 #include "apps/zelctl/terminal/Terminal.h"
 #include "apps/zelctl/terminal/Utf8.h"
-#include "apps/zelctl/views/RecordRequest.h"
 #include "apps/zelctl/watch/WatchText.h"
 #include "kiln/Choices.h"
-#include "kiln/Numbers.h"
+#include "kiln/Time.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -22,46 +20,7 @@ namespace {
 
 using Kiln::String;
 
-constexpr double shortest = 0.1; // seconds
-constexpr double longest = 3600;
 constexpr int screenPatience = 3; // seconds
-
-String joined(const std::vector<String>& words) {
-   String text;
-   for (const String& word : words) {
-      text += (text.empty() ? "" : " ") + word;
-   }
-   return text;
-}
-
-bool abbreviates(const String& word, std::string_view keyword, std::size_t least = 1) {
-   return word.size() >= least && keyword.substr(0, word.size()) == word;
-}
-
-// Only what is certain to be a show: the agent's own parser would see too late that something else was meant.
-void checkCounters(const std::vector<String>& words) {
-   std::size_t at = 1;
-   if (at < words.size() && abbreviates(words[at], "chip", 2)) {
-      at += 2;
-   }
-   if (at >= words.size()) {
-      throw std::runtime_error("the command to watch is incomplete: expected show after " +
-                               Kiln::quoted(joined(words)));
-   }
-   if (abbreviates(words[at], "clear")) {
-      throw std::runtime_error("watch repeats shows only, and " + Kiln::quoted(joined(words)) +
-                               " clears: expected counters show ...");
-   }
-   if (!abbreviates(words[at], "show")) {
-      throw std::runtime_error("unexpected " + Kiln::quoted(words[at]) +
-                               ": expected a show to watch, as in 'watch counters show drop nonzero'");
-   }
-   for (++at; at < words.size(); ++at) {
-      if (abbreviates(words[at], "json")) {
-         throw std::runtime_error("watch shows tables: leave out " + Kiln::quoted(words[at]));
-      }
-   }
-}
 
 String clockText() {
    const std::time_t now = std::time(nullptr);
@@ -81,7 +40,7 @@ String secondsText(double seconds) {
 // The alternate screen, without a cursor. However this ends, the terminal is as it was.
 class Screen {
  public:
-   Screen() : keys_(KeyMode::Interrupts::areSignals) { writeOut("\x1b[?1049h\x1b[?25l", nullptr); }
+   Screen() { writeOut("\x1b[?1049h\x1b[?25l", nullptr); }
    Screen(const Screen&) = delete;
    Screen& operator=(const Screen&) = delete;
    ~Screen() { writeOut("\x1b[?25h\x1b[?1049l", nullptr); }
@@ -99,7 +58,8 @@ class Watcher {
 
    int run() {
       int status = 0;
-      for (double due = monotonicSeconds(); !isOver_; due = std::max(due, monotonicSeconds())) {
+      for (double due = Kiln::System::monotonicTime(); !isOver_;
+           due = std::max(due, Kiln::System::monotonicTime())) {
          status = runRound();
          due += request_.interval;
          pauseUntil(due);
@@ -126,11 +86,11 @@ class Watcher {
          return 1;
       }
       if (error_.empty()) {
-         const double now = monotonicSeconds();
+         const double now = Kiln::System::monotonicTime();
          sinceLast_ = lastRound_ ? now - *lastRound_ : 0;
          lastRound_ = now;
          tables_ = changes_.compare(round.tables, now);
-         heading_ = printable(joined(request_.words)) + ", " + clockText() +
+         heading_ = printable(Kiln::joined(request_.words, " ")) + ", " + clockText() +
                     (sinceLast_ > 0 ? ", " + secondsText(sinceLast_) + " after the round before" : "");
       }
       return show();
@@ -184,7 +144,7 @@ class Watcher {
    void pauseUntil(double due) {
       bool isDue = false;
       while (!isOver_ && !isDue) { // once at least, since a round may take longer than the interval
-         const double left = std::max(0.0, due - monotonicSeconds());
+         const double left = std::max(0.0, due - Kiln::System::monotonicTime());
          isDue = left == 0;
          const Woken woken = waitFor(signals_, screen_ && screen_->hasKeys(), left);
          isOver_ = woken.readerGone || signals_->isBreaking() || (woken.byKeys && readsEndKey());
@@ -210,35 +170,6 @@ class Watcher {
 };
 
 } // namespace
-
-WatchRequest parseWatch(const std::vector<String>& words) {
-   WatchRequest request;
-   std::size_t at = 1;
-   const bool isNumber = at < words.size() && words[at].find_first_of("0123456789") == 0;
-   if (at < words.size() && (isNumber || words[at].find_first_of("-+.") == 0)) {
-      const std::optional<double> interval = Kiln::parseSeconds(words[at], longest);
-      if (!interval || *interval < shortest) {
-         throw std::runtime_error("the interval of watch is " + Kiln::quoted(words[at]) +
-                                  ": expected 0.1 to 3600 seconds");
-      }
-      request.interval = *interval;
-      ++at;
-   }
-   request.words.assign(words.begin() + static_cast<std::ptrdiff_t>(std::min(at, words.size())), words.end());
-   const std::vector<String> shows = showCommands();
-   if (request.words.empty()) {
-      throw std::runtime_error("watch needs a show after it: expected " + Kiln::choices(shows));
-   }
-   String& command = request.words.front();
-   command = commandNamed(command);
-   if (command == shows.front()) {
-      checkCounters(request.words);
-   } else if (viewNamed(command) == nullptr) {
-      throw std::runtime_error("cannot watch " + Kiln::quoted(command) + ": expected " +
-                               (at == 1 ? "seconds or " : "") + Kiln::choices(shows));
-   }
-   return request;
-}
 
 int runWatch(const WatchRequest& request, const FetchRound& fetch, Signals* signals) {
    const int status = Watcher(request, fetch, signals).run();

@@ -13,10 +13,6 @@ struct WatchRequest {
    std::vector<Kiln::String> words; // the show, its first word in full
 };
 
-// From the words of a line, of which the first is `watch`. Throws std::runtime_error with what is wrong and
-// what is expected: what would change something, or isn't certain to be a show, is refused.
-WatchRequest parseWatch(const std::vector<Kiln::String>& words);
-
 struct WatchRound {
    std::vector<ShownTable> tables;
    Kiln::String error; // with its "% "; instead of tables

@@ -54,7 +54,7 @@ String rowKey(const ShownTable& table, const ShownRow& row) {
 template <class Map>
 String freshKey(const Map& taken, const String& name) {
    String key = name;
-   for (unsigned i = 2; taken.count(key) != 0; ++i) {
+   for (unsigned i = 2; taken.contains(key); ++i) {
       key = name + "\n" + std::to_string(i);
    }
    return key;
@@ -107,7 +107,7 @@ WatchedTable WatchChanges::compareTable(const ShownTable& table, const String& k
    for (const ShownRow& row : table.rows) {
       const String name = freshKey(known->rows, rowKey(table, row));
       const Known* before = nullptr;
-      if (former != tables_.end() && former->second.rows.count(name) != 0) {
+      if (former != tables_.end() && former->second.rows.contains(name)) {
          before = &former->second.rows.at(name);
       }
       Known& one = known->rows[name] = seen(table, row, now, before);
@@ -120,7 +120,7 @@ WatchedTable WatchChanges::compareTable(const ShownTable& table, const String& k
    }
    if (former != tables_.end()) {
       for (auto& [name, before] : former->second.rows) {
-         if (known->rows.count(name) == 0) {
+         if (!known->rows.contains(name)) {
             before.row.state = State::gone;
             watched.rows.push_back(before.row);
          }
@@ -140,7 +140,7 @@ std::vector<WatchedTable> WatchChanges::compare(const std::vector<ShownTable>& t
       watched.push_back(compareTable(table, key, now, &one));
    }
    for (const auto& [key, before] : tables_) {
-      if (known.count(key) == 0 && !before.rows.empty()) {
+      if (!known.contains(key) && !before.rows.empty()) {
          KnownTable none;
          watched.push_back(compareTable({before.title, before.columns, {}, {}}, key, now, &none));
       }

@@ -10,7 +10,6 @@
 #include "tests/support/SocketClient.h"
 #include "tests/support/TemporaryFolder.h"
 
-#include <cstdlib>
 #include <cstring>
 #include <thread>
 

@@ -4,6 +4,7 @@
 #include "tests/apps/zelagent/AgentRig.h"
 
 #include <algorithm>
+#include <nlohmann/json.hpp>
 #include <set>
 #include <sstream>
 #include <stdexcept>
@@ -11,9 +12,8 @@
 namespace {
 
 using Kiln::String;
-using ZelCtl::JsonValue;
+using ZelCtl::Json;
 using ZelCtl::readJson;
-using Kind = ZelCtl::JsonValue::Kind;
 using Words = std::vector<String>;
 
 Words wordsOf(const String& text) {
@@ -21,28 +21,21 @@ Words wordsOf(const String& text) {
    return {std::istream_iterator<String>(words), {}};
 }
 
-const JsonValue& member(const JsonValue& object, const char* name) {
-   const JsonValue* const found = object.member(name);
-   if (found == nullptr) {
-      throw std::runtime_error(String("no ") + name);
-   }
-   return *found;
+// Throws when there is none.
+const Json::array_t& listOf(const Json& object, const char* name) {
+   return object.at(name).get_ref<const Json::array_t&>();
 }
 
-const std::vector<JsonValue>& listOf(const JsonValue& object, const char* name) {
-   return member(object, name).items;
+Words cellWords(const Json& cell) {
+   return cell.is_null()              ? Words{"-"}
+          : cell.is_number_unsigned() ? Words{std::to_string(cell.get<U64>())}
+                                      : wordsOf(cell.get<String>());
 }
 
-Words wordsOf(const JsonValue& cell) {
-   return cell.kind == Kind::null     ? Words{"-"}
-          : cell.kind == Kind::number ? Words{std::to_string(cell.number)}
-                                      : wordsOf(cell.text);
-}
-
-std::vector<const JsonValue*> tablesOf(const JsonValue& document) {
-   std::vector<const JsonValue*> tables;
-   for (const JsonValue& chip : listOf(document, "chips")) {
-      for (const JsonValue& table : listOf(chip, "tables")) {
+std::vector<const Json*> tablesOf(const Json& document) {
+   std::vector<const Json*> tables;
+   for (const Json& chip : listOf(document, "chips")) {
+      for (const Json& table : listOf(chip, "tables")) {
          tables.push_back(&table);
       }
    }
@@ -50,13 +43,13 @@ std::vector<const JsonValue*> tablesOf(const JsonValue& document) {
 }
 
 // The rows as words; where there is no number, "-".
-std::vector<Words> rowsOf(const JsonValue& document) {
+std::vector<Words> rowsOf(const Json& document) {
    std::vector<Words> rows;
-   for (const JsonValue* table : tablesOf(document)) {
-      for (const JsonValue& row : listOf(*table, "rows")) {
+   for (const Json* table : tablesOf(document)) {
+      for (const Json& row : listOf(*table, "rows")) {
          Words& words = rows.emplace_back();
-         for (const auto& [column, cell] : row.members) {
-            const Words more = wordsOf(cell);
+         for (const auto& [column, cell] : row.items()) {
+            const Words more = cellWords(cell);
             words.insert(words.end(), more.begin(), more.end());
          }
       }
@@ -65,7 +58,7 @@ std::vector<Words> rowsOf(const JsonValue& document) {
 }
 
 // The text's rows as words: what is neither title, heading, ruler nor note.
-std::vector<Words> rowsOf(const String& text, const JsonValue& document) {
+std::vector<Words> rowsOf(const String& text, const Json& document) {
    std::set<Words> others = {{},
                              {"none"},
                              wordsOf("Details Packets"),
@@ -78,12 +71,12 @@ std::vector<Words> rowsOf(const String& text, const JsonValue& document) {
                              wordsOf("Pipe Place Decides Packets"),
                              wordsOf("Pipe Counter Packets or cells Bytes State"),
                              wordsOf("Id Counter Handle Size Type Per-pipe Pkts/Bytes")};
-   for (const JsonValue* table : tablesOf(document)) {
-      const String& title = member(*table, "title").text;
+   for (const Json* table : tablesOf(document)) {
+      const String& title = table->at("title").get<String>();
       others.insert(wordsOf(title));
       others.insert(wordsOf(title + ":"));
-      for (const JsonValue& note : listOf(*table, "notes")) {
-         others.insert(wordsOf(note));
+      for (const Json& note : listOf(*table, "notes")) {
+         others.insert(wordsOf(note.get<String>()));
       }
    }
    std::vector<Words> rows;
@@ -103,21 +96,21 @@ std::vector<Words> rowsOf(const String& text, const JsonValue& document) {
 }
 
 // Counters are numbers or unknown, and what is no counter tells the row from every other of its table.
-void expectLabelled(const JsonValue& table) {
+void expectLabelled(const Json& table) {
    std::set<String> counters;
-   for (const JsonValue& name : listOf(table, "counters")) {
-      counters.insert(name.text);
+   for (const Json& name : listOf(table, "counters")) {
+      counters.insert(name.get<String>());
    }
    std::set<std::vector<Words>> labels;
-   for (const JsonValue& row : listOf(table, "rows")) {
+   for (const Json& row : listOf(table, "rows")) {
       std::vector<Words> label;
-      for (const auto& [column, cell] : row.members) {
+      for (const auto& [column, cell] : row.items()) {
          if (counters.count(column) == 0) {
-            label.push_back(wordsOf(cell));
+            label.push_back(cellWords(cell));
          }
-         EXPECT_TRUE(counters.count(column) == 0 || cell.kind != Kind::string) << column << " " << cell.text;
+         EXPECT_TRUE(counters.count(column) == 0 || !cell.is_string()) << column << " " << cell;
       }
-      EXPECT_EQ(row.members.size(), label.size() + counters.size());
+      EXPECT_EQ(row.size(), label.size() + counters.size());
       EXPECT_TRUE(labels.insert(label).second) << testing::PrintToString(label);
    }
 }
@@ -130,12 +123,12 @@ class CountersJson : public ZelTest::AgentRig {
       const String text = ask(command).text;
       const ZelTest::Asked asked = ask(command + " json");
       EXPECT_EQ(asked.error, "");
-      const JsonValue document = readJson(asked.text);
+      const Json document = readJson(asked.text);
       EXPECT_EQ(rowsOf(document), rowsOf(text, document));
       rowCount_ += rowsOf(document).size();
-      for (const JsonValue* table : tablesOf(document)) {
+      for (const Json* table : tablesOf(document)) {
          expectLabelled(*table);
-         const bool hasTitle = text.find(member(*table, "title").text) != String::npos;
+         const bool hasTitle = text.find(table->at("title").get<String>()) != String::npos;
          EXPECT_TRUE(hasTitle || listOf(*table, "rows").empty() || command == "show info");
       }
    }
@@ -202,40 +195,40 @@ TEST_F(CountersJson, ResetsASnapshotThatTheHardwareFellBelowAsTheTextDoes) {
          ask("clear mac");
       }
    }
-   const JsonValue document = readJson(ask("show mac intf Ethernet1 nonzero json").text);
+   const Json document = readJson(ask("show mac intf Ethernet1 nonzero json").text);
    EXPECT_EQ(rowsOf(document), (std::vector<Words>{{"FramesReceivedOK", "7"}, {"FramesReceivedAll", "100"}}));
    EXPECT_EQ(rowsOf(ask("show mac intf Ethernet1 nonzero").text, document), rowsOf(document));
 }
 
 TEST_F(CountersJson, SaysWhyThereIsNothing) {
    start({.chips = 2, .pipes = 1, .ports = 1});
-   const auto notesOf = [](const JsonValue& table) {
+   const auto notesOf = [](const Json& table) {
       EXPECT_TRUE(listOf(table, "rows").empty());
-      return listOf(table, "notes").at(0).text;
+      return listOf(table, "notes").at(0).get<String>();
    };
-   const JsonValue unfetched = readJson(ask("chip Zel0 show pdp json").text);
+   const Json unfetched = readJson(ask("chip Zel0 show pdp json").text);
    EXPECT_EQ(notesOf(*tablesOf(unfetched).at(0)), "PDP counters not fetched yet");
-   const JsonValue unread = readJson(ask("chip Zel0 show traffic-manager json").text);
+   const Json unread = readJson(ask("chip Zel0 show traffic-manager json").text);
    EXPECT_EQ(rowsOf(unread).at(0), wordsOf("0 in from the pipe - -"));
-   EXPECT_EQ(listOf(*tablesOf(unread).at(0), "notes").at(0).text, "Pipe 0, in from the pipe: not read yet");
+   EXPECT_EQ(listOf(*tablesOf(unread).at(0), "notes").at(0), "Pipe 0, in from the pipe: not read yet");
    advance(4.0);
 
    agent_->fleet().faults().failNext("counterReadIndirectStart", 5, 1);
-   const JsonValue failed = readJson(ask("chip Zel0 show table ingressPortCount json").text);
+   const Json failed = readJson(ask("chip Zel0 show table ingressPortCount json").text);
    EXPECT_EQ(notesOf(*tablesOf(failed).at(0)), "Indirect start error: 5");
 
    agent_->fleet().faults().failNext("bf_pipe_path_counter_get", 22, 1);
-   const JsonValue pipeline = readJson(ask("chip Zel0 show pipeline stage parser json").text);
+   const Json pipeline = readJson(ask("chip Zel0 show pipeline stage parser json").text);
    const auto tables = tablesOf(pipeline);
    EXPECT_EQ(rowsOf(pipeline).at(0), wordsOf("0 parser - - -"));
-   EXPECT_EQ(listOf(*tables.at(0), "notes").at(0).text,
+   EXPECT_EQ(listOf(*tables.at(0), "notes").at(0),
              "Error 22 (Internal error) requesting counters for pipe 0, stage parser: shown as last read");
 
    agent_->countersMgr().zelCounters(0)->initializedIs(false);
-   const JsonValue document = readJson(ask("show mac json").text);
-   const std::vector<JsonValue>& chips = listOf(document, "chips");
-   EXPECT_EQ(member(chips.at(0), "error").text, "Agent not initialized yet");
-   EXPECT_EQ(chips.at(0).members.size(), 2U) << "and no tables";
+   const Json document = readJson(ask("show mac json").text);
+   const Json::array_t& chips = listOf(document, "chips");
+   EXPECT_EQ(chips.at(0).at("error"), "Agent not initialized yet");
+   EXPECT_EQ(chips.at(0).size(), 2U) << "and no tables";
    EXPECT_EQ(listOf(chips.at(1), "tables").size(), 1U);
 }
 

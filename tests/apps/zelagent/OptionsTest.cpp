@@ -63,7 +63,8 @@ TEST(Options, RefusesWhatCannotBe) {
         {{"scenario"}, "unknown option 'scenario': 'zelagent --help' lists them all"},
    };
    for (const auto& [arguments, error] : cases) {
-      EXPECT_THAT([&] { parseOptions(arguments); }, testing::ThrowsMessage<std::invalid_argument>(error));
+      EXPECT_THAT([&given = arguments] { parseOptions(given); },
+                  testing::ThrowsMessage<std::invalid_argument>(error));
    }
    EXPECT_THROW(parseOptions(Arguments{"--trace", "ZelCounters"}), std::invalid_argument);
 }

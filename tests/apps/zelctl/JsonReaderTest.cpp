@@ -2,15 +2,15 @@
 #include "apps/zelctl/views/JsonReader.h"
 
 #include "apps/zelctl/views/CountersDocument.h"
+#include "tests/support/Random.h"
 
 #include <gtest/gtest.h>
-#include <random>
+#include <nlohmann/json.hpp>
 #include <stdexcept>
 
 namespace {
 
 using Kiln::String;
-using Kind = ZelCtl::JsonValue::Kind;
 
 template <class Function>
 String problem(Function function) {
@@ -23,52 +23,53 @@ String problem(Function function) {
 }
 
 TEST(JsonReader, ReadsEveryKindOfValue) {
-   const ZelCtl::JsonValue value = ZelCtl::readJson(
+   const ZelCtl::Json value = ZelCtl::readJson(
         " {\"a\": [0, 18446744073709551615, null, true, false, []],\n"
         "\"b\\u0041\": \"q\\\"\\\\\\/\\b\\f\\n\\r\\t\\u00fc\\ud83d\\ude00\xc3\xbc\", \"\": {}}\t");
-   ASSERT_EQ(value.kind, Kind::object);
-   ASSERT_NE(value.member("a"), nullptr);
-   const std::vector<ZelCtl::JsonValue>& items = value.member("a")->items;
+   const ZelCtl::Json& items = value.at("a");
    ASSERT_EQ(items.size(), 6U);
-   EXPECT_EQ(items[0].number, 0U);
-   EXPECT_EQ(items[1].number, 18446744073709551615U);
-   EXPECT_EQ(items[2].kind, Kind::null);
-   EXPECT_TRUE(items[3].truth);
-   EXPECT_FALSE(items[4].truth);
-   EXPECT_EQ(items[5].kind, Kind::list);
-   EXPECT_EQ(value.member("bA")->text, "q\"\\/\b\f\n\r\t\xc3\xbc\xf0\x9f\x98\x80\xc3\xbc");
-   EXPECT_EQ(value.member("none"), nullptr);
+   EXPECT_EQ(items[0].get<U64>(), 0U);
+   EXPECT_EQ(items[1].get<U64>(), 18446744073709551615U);
+   EXPECT_TRUE(items[2].is_null());
+   EXPECT_EQ(items[3], true);
+   EXPECT_EQ(items[4], false);
+   EXPECT_TRUE(items[5].is_array());
+   EXPECT_EQ(value.at("bA"), "q\"\\/\b\f\n\r\t\xc3\xbc\xf0\x9f\x98\x80\xc3\xbc");
+   EXPECT_EQ(value.back(), ZelCtl::Json::object()) << "members keep their order";
 }
 
 TEST(JsonReader, RefusesWhatIsNotExactlyThat) {
+   const String number = "it has a number other than whole ones of 64 bits";
    const std::vector<std::pair<String, String>> cases = {
-        {"", "at byte 1: expected a value"},
-        {"{\"a\":1}x", "at byte 8: expected the end"},
-        {"{\"a\":1,}", "at byte 8: expected a key"},
-        {"[1,]", "at byte 4: expected a value"},
-        {"[1 2]", "at byte 4: expected ',' or ']'"},
-        {"[", "at byte 2: expected a value"},
-        {"{\"a\" 1}", "at byte 6: expected ':'"},
-        {"{\"a\":1,\"a\":2}", "at byte 11: expected each key once, not a again"},
-        {"{a:1}", "at byte 2: expected a key"},
-        {"nul", "at byte 1: expected a value"},
-        {"-1", "at byte 1: expected a value"},
-        {"01", "at byte 1: expected a whole number of at most 64 bits"},
-        {"1.5", "at byte 1: expected a whole number of at most 64 bits"},
-        {"1e3", "at byte 1: expected a whole number of at most 64 bits"},
-        {"18446744073709551616", "at byte 1: expected a whole number of at most 64 bits"},
-        {"\"abc", "at byte 5: expected '\"'"},
-        {"\"a\nb\"", "at byte 3: expected text in UTF-8"},
-        {"\"\xff\"", "at byte 2: expected text in UTF-8"},
-        {"\"\xc0\x80\"", "at byte 2: expected text in UTF-8"},
-        {"\"\\x\"", "at byte 3: expected an escape"},
-        {"\"\\u12\"", "at byte 4: expected four hexadecimal digits"},
-        {"\"\\ud83dx\"", "at byte 8: expected both halves of a surrogate pair"},
-        {"\"\\ude00\"", "at byte 8: expected both halves of a surrogate pair"},
-        {String(33, '[') + String(33, ']'), "at byte 33: expected no more than 32 levels"},
+        {"", "it is no JSON at byte 1"},
+        {"{\"a\":1}x", "it is no JSON at byte 8"},
+        {"{\"a\":1,}", "it is no JSON at byte 8"},
+        {"[1,]", "it is no JSON at byte 4"},
+        {"[1 2]", "it is no JSON at byte 4"},
+        {"[", "it is no JSON at byte 2"},
+        {"{\"a\" 1}", "it is no JSON at byte 6"},
+        {"{\"a\":1,\"b\":{\"a\":2},\"a\":3}", "it has a twice in one object"},
+        {"{a:1}", "it is no JSON at byte 2"},
+        {"nul", "it is no JSON at byte 4"},
+        {"-1", number},
+        {"01", "it is no JSON at byte 2"},
+        {"1.5", number},
+        {"1e3", number},
+        {"1e999", "it is no JSON at byte 5"},
+        {"18446744073709551616", number},
+        {"\"abc", "it is no JSON at byte 5"},
+        {"\"a\nb\"", "it is no JSON at byte 3"},
+        {"\"\xff\"", "it is no JSON at byte 2"},
+        {"\"\xc0\x80\"", "it is no JSON at byte 2"},
+        {"\"\\x\"", "it is no JSON at byte 3"},
+        {"\"\\u12\"", "it is no JSON at byte 6"},
+        {"\"\\ud83dx\"", "it is no JSON at byte 8"},
+        {"\"\\ude00\"", "it is no JSON at byte 7"},
+        {String(33, '[') + String(33, ']'), "it nests deeper than 32 levels"},
+        {String(100000, '['), "it nests deeper than 32 levels"},
    };
    for (const auto& [text, expected] : cases) {
-      EXPECT_EQ(problem([&, &text = text] { ZelCtl::readJson(text); }), expected) << text;
+      EXPECT_EQ(problem([&, &text = text] { ZelCtl::readJson(text); }), expected) << text.substr(0, 99);
    }
    EXPECT_EQ(problem([] { ZelCtl::readJson(String(32, '[') + String(32, ']')); }), "");
 }
@@ -103,7 +104,9 @@ TEST(CountersDocument, BecomesTables) {
 TEST(CountersDocument, AnotherDocumentIsRefused) {
    const String nested = "{\"chips\":[{\"chip\":\"Zel0\",\"tables\":[{\"title\":\"T\",\"counters\":[],"
                          "\"notes\":[],\"rows\":[{\"a\":[]}]}]}]}";
-   for (const String& text : {String("[]"), String("{\"chips\":{}}"), String("{\"chips\":[{}]}"),
+   const String number = "{\"chips\":[{\"chip\":\"Zel0\",\"tables\":[{\"title\":\"T\",\"counters\":[],"
+                         "\"notes\":[],\"rows\":[7]}]}]}";
+   for (const String& text : {number, String("[]"), String("{\"chips\":{}}"), String("{\"chips\":[{}]}"),
                               String("{\"chips\":[{\"chip\":\"Zel0\"}]}"), String("x"), nested}) {
       EXPECT_NE(problem([&] { ZelCtl::readCountersDocument(text); }).find("cannot be read"), String::npos)
            << text;
@@ -112,32 +115,31 @@ TEST(CountersDocument, AnotherDocumentIsRefused) {
 
 // Bytes are changed, lost, doubled and cut off: an answer or an error, never more.
 TEST(CountersDocument, SurvivesGarbage) {
-   const auto seed = std::random_device{}();
-   std::mt19937 random(seed);
+   ZelTest::Random random;
    int read = 0;
    for (int i = 0; i < 30000; ++i) {
       String text = document;
-      for (auto changes = random() % 4 + 1; changes > 0 && !text.empty(); --changes) {
-         const std::size_t at = random() % text.size();
-         const std::size_t length = random() % 12;
-         switch (random() % 4) {
+      for (auto changes = random.below(4) + 1; changes > 0 && !text.empty(); --changes) {
+         const std::size_t at = random.below(text.size());
+         const std::size_t length = random.below(12);
+         switch (random.below(4)) {
          case 0:
-            text[at] = static_cast<char>(random());
+            text[at] = random.byte();
             break;
          case 1:
             text.erase(at, length);
             break;
          case 2:
-            text.insert(random() % text.size(), text.substr(at, length));
+            text.insert(random.below(text.size()), text.substr(at, length));
             break;
          default:
-            text[at] = "{}[]\",:0n\\"[random() % 10];
+            text[at] = "{}[]\",:0n\\"[random.below(10)];
          }
       }
       read += problem([&] { ZelCtl::readCountersDocument(text); }).empty() ? 1 : 0;
    }
-   EXPECT_GT(read, 0) << "seed " << seed;
-   EXPECT_LT(read, 30000) << "seed " << seed;
+   EXPECT_GT(read, 0);
+   EXPECT_LT(read, 30000);
 }
 
 } // namespace

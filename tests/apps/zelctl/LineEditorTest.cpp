@@ -1,181 +1,187 @@
-// Keys at the prompt: what they make of the line, of its picture and of the history.
+// Keys at the prompt: what they make of the line and of the history.
 #include "apps/zelctl/prompt/LineEditor.h"
 
+#include "apps/zelctl/terminal/Terminal.h"
 #include "apps/zelctl/terminal/Utf8.h"
+#include "tests/apps/zelctl/TerminalRig.h"
+#include "tests/support/Random.h"
 #include "tests/support/TemporaryFolder.h"
 
-#include <cstdlib>
-#include <filesystem>
 #include <fstream>
-#include <gtest/gtest.h>
-#include <random>
 #include <sys/stat.h>
 
 namespace {
 
 using Kiln::String;
 using ZelCtl::History;
-using ZelCtl::LineEditor;
-using Event = LineEditor::Event;
+using Words = std::vector<String>;
 
-constexpr const char* left = "\x1b[D";
-constexpr const char* right = "\x1b[C";
-constexpr const char* up = "\x1b[A";
-constexpr const char* down = "\x1b[B";
+const String left = "\x1b[D";
+const String right = "\x1b[C";
+const String up = "\x1b[A";
+const String down = "\x1b[B";
 
-Event type(LineEditor* editor, const String& keys) {
-   Event last = Event::none;
-   for (const char key : keys) {
-      last = editor->take(key);
+class LineEditor : public ZelTest::TerminalRig {
+ protected:
+   // Each line that is entered comes back between angle brackets. Each Tab has the next candidates.
+   void edit(const Words& former = {}, const std::vector<Words>& candidates = {}) {
+      start([&former, &candidates] {
+         std::size_t tabs = 0;
+         ZelCtl::Signals signals;
+         History history("");
+         for (const String& line : former) {
+            history.add(line);
+         }
+         ZelCtl::LineEditor editor("> ", &signals, &history,
+                                   [&](const String&) { return candidates.at(tabs++); });
+         while (const std::optional<String> line = editor.readLine()) {
+            ZelCtl::writeOut("line <" + *line + ">\n", nullptr);
+         }
+         return signals.ending();
+      });
+      expect("> ");
    }
-   return last;
-}
 
-// The line with '|' where the cursor is.
-String state(const LineEditor& editor) {
-   return String(editor.line()).insert(editor.cursor(), "|");
-}
+   // What the keys make of a line, with '|' where the cursor is.
+   String lineOf(const String& keys) {
+      type(keys + "|\r");
+      shownBefore("line <");
+      return shownBefore(">\r\n> ");
+   }
+};
 
-TEST(LineEditor, KeysEditTheLine) {
+TEST_F(LineEditor, KeysEditTheLine) {
    const std::vector<std::pair<String, String>> cases = {
         {"show", "show|"},
-        {String("show") + left + left + "X", "shX|ow"},
-        {String("show") + left + left + right + "X", "shoX|w"},
+        {"show" + left + left + "X", "shX|ow"},
+        {"show" + left + left + right + "X", "shoX|w"},
         {"show\x01X\x05Y", "XshowY|"},
         {"show\x1b[HX\x1b[FY", "XshowY|"},
         {"show\x1bOHX\x1bOFY", "XshowY|"},
         {"show\x1b[1~X\x1b[4~Y\x1b[7~V\x1b[8~W", "VXshowYW|"},
         {"show\x7f\b", "sh|"},
         {"show\x01\x1b[3~\x04", "|ow"},
-        {String("counters show") + left + left + "\x0b", "counters sh|"},
-        {String("counters show") + left + left + "\x15", "|ow"},
+        {"\x1b[3~a", "a|"}, // which isn't Ctrl-D
+        {"counters show" + left + left + "\x0b", "counters sh|"},
+        {"counters show" + left + left + "\x15", "|ow"},
         {"counters show  \x17mac", "counters mac|"},
         {"a\x02"
          "b\x06"
          "c",
          "bac|"},
-        {String("a") + right + left + left + "b", "b|a"},
+        {"a" + right + left + left + "b", "b|a"},
         {"Z\xc3\xbcrich\x1b[D\x1b[D\x1b[D\x1b[D\x7f", "Z|rich"}, // one character of two bytes
         {"\xe6\xbc\xa2\xe5\xad\x97\x1b[D\x7f!", "!|\xe5\xad\x97"},
-        {"e\xcc\x81x\x1b[D\x7f", "|x"},     // an accent of its own goes with its letter
-        {"a\xff\xc3(\xed\xa0\x80z", "az|"}, // what is no character is dropped
+        {"a\xff\xc3(\xed\xa0\x80z", "a(z|"}, // what is no character is dropped
         {"a\x1b[1;5Cb\x1b[200~c\x1b\x1b[Dd", "abd|c"},
-        {"a\x1b[12\x05z", "az|"}, // a sequence broken off takes nothing with it
-        {"a\x1bxb\xc2\x9b", "ab|"},
+        {"a\x1b[12\x05z", "az|"},           // a sequence broken off takes nothing with it
+        {"a\x1bxb\xc2\x9b\x16\x01", "|ab"}, // nor is a key that has no meaning text
+        {"a\xc3\x01"
+         "b",
+         "b|a"},
    };
+   edit();
    for (const auto& [keys, expected] : cases) {
-      const History none("");
-      LineEditor editor(none);
-      type(&editor, keys);
-      EXPECT_EQ(state(editor), expected) << testing::PrintToString(keys);
+      EXPECT_EQ(lineOf(keys), expected) << testing::PrintToString(keys);
    }
 }
 
-TEST(LineEditor, KeysThatAreNotTextSaySo) {
-   const History none("");
-   LineEditor editor(none);
-   EXPECT_EQ(type(&editor, "\x04"), Event::ended);
-   EXPECT_EQ(type(&editor, "\x7f"), Event::refused);
-   EXPECT_EQ(type(&editor, up), Event::refused);
-   EXPECT_EQ(type(&editor, "show\x03"), Event::abandoned);
-   EXPECT_EQ(type(&editor, "\x04"), Event::refused) << "the line isn't empty";
-   EXPECT_EQ(type(&editor, "\r"), Event::entered);
-   EXPECT_EQ(type(&editor, "\t"), Event::tab);
-   EXPECT_EQ(type(&editor, "\x0c"), Event::clearScreen);
-   editor.clear();
-   EXPECT_EQ(type(&editor, String(LineEditor::limit, 'x')), Event::changed);
-   EXPECT_EQ(type(&editor, "x"), Event::refused);
-   EXPECT_EQ(editor.line().size(), LineEditor::limit);
-}
-
-TEST(LineEditor, HistoryIsWalkedAndTheTypedLineComesBack) {
-   History history("");
-   for (const char* line : {"first", "second", "second", "  "}) {
-      history.add(line);
+TEST_F(LineEditor, KeysThatAreNotTextDoWhatTheySay) {
+   edit();
+   for (const String& nothingToDo : {String("\x7f"), up, String("show\x04")}) {
+      SCOPED_TRACE(testing::PrintToString(nothingToDo));
+      type(nothingToDo);
+      expect("\a");
    }
-   LineEditor editor(history);
-   type(&editor, String("typ") + up);
-   EXPECT_EQ(state(editor), "second|");
-   type(&editor, String("X") + up);
-   EXPECT_EQ(state(editor), "first|");
-   EXPECT_EQ(type(&editor, up), Event::refused);
-   type(&editor, String(down) + down);
-   EXPECT_EQ(state(editor), "typ|");
-   EXPECT_EQ(type(&editor, down), Event::refused);
+   type("\x03");
+   expect("^C\r\nline <>\r\n> ");
+   type("\x0c");
+   expect("\x1b[2J"); // the screen is clear
+   EXPECT_EQ(lineOf(String(5000, 'x')), String(5000, 'x') + "|");
+   type("\x04");
+   expectEnd(0);
 }
 
-TEST(LineEditor, CompletionTakesWhatCandidatesShare) {
+TEST_F(LineEditor, DropsALineOfSeveralRowsFromItsMiddle) {
+   edit();
+   type(String(200, 'x') + "\x01\x03");
+   expect("^C\r\nline <>\r\n> ");
+   EXPECT_EQ(lineOf("next"), "next|");
+}
+
+TEST_F(LineEditor, DrawsTheLineAnewInAWindowOfAnotherSize) {
+   edit();
+   type("counters show");
+   expect("show");
+   resize(40, 20);
+   expect("\x1b[J");
+   expect("> counters show");
+   EXPECT_EQ(lineOf(" mac"), "counters show mac|");
+}
+
+TEST_F(LineEditor, WalksTheHistoryAndComesBackToTheTypedLine) {
+   edit({"first", "second", "second", "  ", "n\xc3\xbcr"});
+   EXPECT_EQ(lineOf("typ" + up), "n\xc3\xbcr|");
+   EXPECT_EQ(lineOf("typ" + up + up + "X" + up), "first|");
+   EXPECT_EQ(lineOf("typ" + up + up + up + up + down), "second|");
+   EXPECT_EQ(lineOf("typ" + up + up + down + down + down), "typ|");
+   EXPECT_EQ(lineOf("\x10\x10\x0e"), "n\xc3\xbcr|");
+}
+
+TEST_F(LineEditor, CompletionTakesWhatCandidatesShare) {
    struct Case {
       String keys;
-      std::vector<String> candidates;
+      Words candidates;
       String expected;
    };
    const std::vector<Case> cases = {
-        {"counters sh", {"show"}, "counters show |"},
-        {"interfaces Eth", {"Ethernet1", "Ethernet12"}, "interfaces Ethernet1|"},
-        {"interfaces Ethernet1", {"Ethernet1", "Ethernet12"}, "interfaces Ethernet1|"},
-        {"counters ", {"chip", "clear", "show"}, "counters |"},
-        {"counters ", {"show"}, "counters show |"},
-        {String("sh mac") + left + left + left + left, {"show"}, "show| mac"},
-        {"x", {}, "x|"},
-        {"", {"\xc3\xbc", "\xc3\xb6"}, "|"}, // no half characters
+        {"counters sh\t", {"show"}, "counters show |"},
+        {"interfaces Eth\t", {"Ethernet1", "Ethernet12"}, "interfaces Ethernet1|"},
+        {"interfaces Ethernet1\t", {"Ethernet1", "Ethernet12"}, "interfaces Ethernet1|"},
+        {"counters \t", {"chip", "clear", "show"}, "counters |"},
+        {"counters \t", {"show"}, "counters show |"},
+        {"sh mac" + left + left + left + left + "\t", {"show"}, "show| mac"},
+        {"x\t", {}, "x|"},
+        {"\t", {"\xc3\xbc", "\xc3\xb6"}, "|"}, // no half characters
    };
+   std::vector<Words> candidates;
    for (const Case& one : cases) {
-      const History none("");
-      LineEditor editor(none);
-      type(&editor, one.keys);
-      const String before = state(editor);
-      EXPECT_EQ(editor.complete(one.candidates), before != one.expected) << one.keys;
-      EXPECT_EQ(state(editor), one.expected);
+      candidates.push_back(one.candidates);
+   }
+   edit({}, candidates);
+   for (const Case& one : cases) {
+      EXPECT_EQ(lineOf(one.keys), one.expected) << one.keys;
    }
 }
 
-TEST(LineEditor, APictureShowsTheLineAroundTheCursor) {
-   const History none("");
-   LineEditor editor(none);
-   type(&editor, "abc");
-   EXPECT_EQ(editor.picture("> ", 20), "\r> abc\x1b[K\r\x1b[5C");
-   type(&editor, "defghijklmnopqrstuvwxyz");
-   EXPECT_EQ(editor.picture("> ", 13), "\r> <stuvwxyz\x1b[K\r\x1b[11C");
-   type(&editor, String(left) + left);
-   EXPECT_EQ(editor.picture("> ", 13), "\r> <stuvwxyz\x1b[K\r\x1b[9C") << "no scrolling without need";
-   type(&editor, "\x01");
-   EXPECT_EQ(editor.picture("> ", 13), "\r> abcdefghi>\x1b[K\r\x1b[2C");
-   editor.clear();
-   type(&editor, "\xe6\xbc\xa2\xe5\xad\x97");
-   EXPECT_EQ(editor.picture("> ", 20), "\r> \xe6\xbc\xa2\xe5\xad\x97\x1b[K\r\x1b[6C");
+TEST_F(LineEditor, ListsCandidatesAndGoesOnWithTheLine) {
+   Words many;
+   for (int i = 0; i < 200; ++i) {
+      many.push_back("Ethernet" + std::to_string(1000 + i));
+   }
+   edit({}, {{"chip", "show"}, many, many});
+   type("counters \t");
+   expect("\r\n\x1b[Jchip  show\r\n> counters ");
+   type("\t\t");
+   expect("Ethernet1000  Ethernet1001");
+   expect("and 140 more\r\n> counters Ethernet1"); // five in each of twelve rows, half a screen
+   EXPECT_EQ(lineOf("x"), "counters Ethernet1x|");
 }
 
-TEST(LineEditor, RandomKeysLeaveWholeCharactersAndFitTheScreen) {
-   const auto seed = std::random_device{}();
-   std::mt19937 random(seed);
-   const std::vector<String> keys = {left,       right,          up,         down,    "\x1b[3~", "\x01",
-                                     "\x05",     "\x0b",         "\x17",     "\x7f",  "a",       "b ",
-                                     "\xc3\xbc", "\xe6\xbc\xa2", "\xcc\x81", "\x1b[", "\x1bO"};
-   History history("");
-   history.add("counters show \xe6\xbc\xa2");
-   LineEditor editor(history);
-   for (int i = 0; i < 100000; ++i) {
-      const bool isRandomByte = random() % 8 == 0;
-      type(&editor, isRandomByte ? String(1, static_cast<char>(random())) : keys[random() % keys.size()]);
-      if (random() % 100 == 0) {
-         editor.complete({"ab\xc3\xbc", "ab\xc3\xb6"});
+TEST_F(LineEditor, RandomKeysLeaveWholeCharacters) {
+   ZelTest::Random random;
+   const Words keys = {left,   right, up,   down,       "\x1b[3~a",     "\x01",     "\x05",  "\x0b",  "\x17",
+                       "\x7f", "a",   "b ", "\xc3\xbc", "\xe6\xbc\xa2", "\xcc\x81", "\x1b[", "\x1bO", "\t"};
+   edit({"counters show \xe6\xbc\xa2"}, std::vector<Words>(100000, {"ab\xc3\xbc", "ab\xc3\xb6"}));
+   for (int line = 0; line < 100; ++line) {
+      String typed;
+      for (int i = 0; i < 100; ++i) {
+         const char byte = static_cast<char>(32 + random.below(224));
+         typed += random.oneIn(8) ? String(1, byte) : random.oneOf(keys);
       }
-      ASSERT_EQ(ZelCtl::printable(editor.line()), editor.line()) << "seed " << seed;
-      ASSERT_LE(editor.cursor(), editor.line().size()) << "seed " << seed;
-      ASSERT_EQ(ZelCtl::printable(editor.line().substr(0, editor.cursor())),
-                editor.line().substr(0, editor.cursor()))
-           << "seed " << seed;
-      const std::size_t width = 8 + random() % 30;
-      String picture = editor.picture("> ", width);
-      picture = picture.substr(1, picture.find('\x1b') - 1);
-      std::size_t columns = 0;
-      for (std::size_t at = 0; at < picture.size();) {
-         const ZelCtl::CodePoint one = ZelCtl::codePointAt(picture, at);
-         columns += ZelCtl::columnsOf(one.value);
-         at += one.length;
-      }
-      ASSERT_LT(columns, width) << "seed " << seed << " " << editor.line();
+      const String result = lineOf(typed + "x"); // which ends whatever began
+      ASSERT_FALSE(result.empty()) << testing::PrintToString(typed);
+      ASSERT_EQ(ZelCtl::printable(result), result) << testing::PrintToString(typed);
    }
 }
 

@@ -3,6 +3,7 @@
 
 #include "kiln/JsonWriter.h"
 #include "silo/Table.h"
+#include "tests/support/Files.h"
 #include "tests/support/TemporaryFolder.h"
 #include "vex/PublishedRecords.h"
 
@@ -135,14 +136,11 @@ TEST_F(RecordViewer, JsonHoldsIntegersOnly) {
 TEST_F(RecordViewer, DamagedRecordsAreToldApartFromAbsentOnes) {
    publishPorts();
    const String path = folder_.path() + "/" + Tables::TableName::intfCounters;
-   std::stringstream content;
-   content << std::ifstream(path).rdbuf();
-   String bytes = content.str();
    const U64 octets = 4000;
-   const std::size_t at = bytes.rfind(String(reinterpret_cast<const char*>(&octets), sizeof octets));
+   const std::size_t at =
+        ZelTest::bytesOf(path).rfind(String(reinterpret_cast<const char*>(&octets), sizeof octets));
    ASSERT_NE(at, String::npos);
-   bytes[at] = static_cast<char>(bytes[at] ^ 1);
-   std::ofstream(path) << bytes;
+   ZelTest::overwrite(path, at, "!");
    EXPECT_NE(view("interfaces").find("\nEthernet1   corrupt: checksum mismatch\n"), String::npos)
         << view("interfaces");
    EXPECT_EQ(view("interfaces Ethernet1"), "Ethernet1: corrupt: checksum mismatch\n" + String(noAgent));

@@ -1,30 +1,21 @@
 // The prompt and a watch at a terminal of their own: what is typed, what is seen, and the terminal afterwards.
 #include "agent/CommandSocket.h"
-#include "apps/zelctl/Commands.h"
+#include "apps/zelctl/commands/Commands.h"
 #include "apps/zelctl/prompt/Prompt.h"
 #include "silo/Table.h"
+#include "tests/apps/zelctl/TerminalRig.h"
 #include "tests/support/TemporaryFolder.h"
 #include "vex/PublishedRecords.h"
 
-#include <csignal>
-#include <cstdlib>
-#include <filesystem>
-#include <functional>
-#include <gtest/gtest.h>
 #include <optional>
-#include <poll.h>
-#include <pty.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
-#include <unistd.h>
-#include <utmp.h>
 
 namespace {
 
 using Kiln::String;
 using Silo::Interface::L3IntfCounters;
 
-class Terminal : public testing::Test {
+class Terminal : public ZelTest::TerminalRig {
  protected:
    Terminal() {
       table_.emplace(Silo::Store::directory(folder_.path()), Silo::Interface::TableName::vlanIntfCounters,
@@ -35,17 +26,6 @@ class Terminal : public testing::Test {
                                         .onCorruption = {},
                                         .isBegunAnew = false});
       publish(1000);
-      const winsize size{24, 80, 0, 0};
-      EXPECT_EQ(openpty(&master_, &slave_, nullptr, nullptr, &size), 0);
-      tcgetattr(slave_, &before_);
-   }
-   ~Terminal() override {
-      if (child_ > 0) {
-         kill(child_, SIGKILL);
-         waitpid(child_, nullptr, 0);
-      }
-      close(master_);
-      close(slave_);
    }
 
    void publish(U64 octets) {
@@ -54,63 +34,19 @@ class Terminal : public testing::Test {
       table_->recordIs("Vlan20", counters, Silo::monotonicNow());
    }
 
-   // In a process of its own, with the terminal as its own; it ends with what the function returns.
-   void start(const std::function<int(const ZelCtl::Client&)>& function) {
-      child_ = fork();
-      ASSERT_GE(child_, 0);
-      if (child_ == 0) {
-         close(master_);
-         login_tty(slave_);
-         setenv("TERM", "xterm", 1);
+   void startClient(const std::function<int(const ZelCtl::Client&)>& function) {
+      start([&] {
          setenv("XDG_STATE_HOME", folder_.path().c_str(), 1);
-         _exit(function({folder_.path() + "/no-agent", folder_.path()}));
-      }
-   }
-
-   void type(const String& keys) {
-      ASSERT_EQ(write(master_, keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
-   }
-
-   // Takes what is shown up to the text; fails when it doesn't come.
-   void expect(const String& text) {
-      constexpr int patience = 20000;                       // milliseconds, on a machine that does much else
-      constexpr std::size_t enough = std::size_t(1) << 20U; // bytes, of a watch that goes on and on
-      while (seen_.find(text) == String::npos) {
-         pollfd ready{master_, POLLIN, 0};
-         char bytes[4096];
-         const bool isOut = seen_.size() > enough || poll(&ready, 1, patience) != 1;
-         const ssize_t got = isOut ? -1 : read(master_, bytes, sizeof bytes);
-         ASSERT_GT(got, 0) << "no " << testing::PrintToString(text) << " in "
-                           << testing::PrintToString(seen_.substr(0, enough / 256));
-         seen_.append(bytes, static_cast<std::size_t>(got));
-      }
-      seen_.erase(0, seen_.find(text) + text.size());
-   }
-
-   // That it ends so, and leaves the terminal as it was.
-   void expectEnd(int expected) {
-      int status = 0;
-      ASSERT_EQ(waitpid(child_, &status, 0), child_);
-      child_ = -1;
-      EXPECT_TRUE(WIFEXITED(status));
-      EXPECT_EQ(WEXITSTATUS(status), expected);
-      termios after{};
-      ASSERT_EQ(tcgetattr(slave_, &after), 0);
-      EXPECT_EQ(after.c_lflag, before_.c_lflag);
-      EXPECT_EQ(after.c_iflag, before_.c_iflag);
+         return function({folder_.path() + "/no-agent", folder_.path()});
+      });
    }
 
    const ZelTest::TemporaryFolder folder_;
    std::optional<Silo::Table<L3IntfCounters>> table_;
-   int master_ = -1;
-   int slave_ = -1;
-   pid_t child_ = -1;
-   termios before_{};
-   String seen_;
 };
 
 TEST_F(Terminal, ThePromptEditsCompletesAndRemembers) {
-   start(ZelCtl::runPrompt);
+   startClient(ZelCtl::runPrompt);
    expect("zel> ");
    type("vla\tnonz\tjson \x1b[D\x1b[D\x1b[D\x1b[D\x1b[D\x17\r");
    expect("Vlan20");
@@ -135,11 +71,11 @@ TEST_F(Terminal, ThePromptEditsCompletesAndRemembers) {
 }
 
 TEST_F(Terminal, ThePromptLeavesTheTerminalAsItWasWhenItIsEnded) {
-   start(ZelCtl::runPrompt);
+   startClient(ZelCtl::runPrompt);
    expect("zel> ");
    kill(child_, SIGTERM);
    expectEnd(128 + SIGTERM);
-   start(ZelCtl::runPrompt);
+   startClient(ZelCtl::runPrompt);
    expect("Tab completes");
    expect("zel> ");
    type("\x04");
@@ -150,7 +86,7 @@ TEST_F(Terminal, AWatchShowsChangesAndGoesAsTold) {
    const auto watch = [](const ZelCtl::Client& client) {
       return runLine(client, "watch 0.1 vlans", nullptr);
    };
-   start(watch);
+   startClient(watch);
    expect("\x1b[?1049h");
    expect("Vlan20");
    publish(3000);
@@ -159,7 +95,7 @@ TEST_F(Terminal, AWatchShowsChangesAndGoesAsTold) {
    expect("\x1b[?1049l");
    expectEnd(0);
    for (const auto& [signal, status] : {std::pair{SIGINT, 0}, std::pair{SIGTERM, 128 + SIGTERM}}) {
-      start(watch);
+      startClient(watch);
       expect("\x1b[?1049h"); // the picture that the one before left may still be on its way
       expect("Vlan20");
       if (signal == SIGINT) {
@@ -177,7 +113,8 @@ TEST_F(Terminal, AWatchHearsKeysWhileItsAgentHangs) {
    const Agent::SocketAddress address(folder_.path() + "/no-agent");
    ASSERT_EQ(bind(listening, address.any(), address.length()), 0);
    ASSERT_EQ(listen(listening, 1), 0);
-   start([](const ZelCtl::Client& client) { return runLine(client, "watch 0.1 counters show", nullptr); });
+   startClient(
+        [](const ZelCtl::Client& client) { return runLine(client, "watch 0.1 counters show", nullptr); });
    const int first = accept(listening, nullptr, nullptr);
    char request[64];
    EXPECT_GT(recv(first, request, sizeof request, 0), 0);
@@ -196,7 +133,7 @@ TEST_F(Terminal, AWatchHearsKeysWhileItsAgentHangs) {
 }
 
 TEST_F(Terminal, AWatchEndsInThePromptThatItCameFrom) {
-   start(ZelCtl::runPrompt);
+   startClient(ZelCtl::runPrompt);
    expect("zel> ");
    type("watch 3600 vlans\r");
    expect("Vlan20");

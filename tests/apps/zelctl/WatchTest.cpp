@@ -1,6 +1,5 @@
 // What may be watched, what changed between rounds, and how it is laid out.
-#include "apps/zelctl/watch/Watch.h"
-
+#include "apps/zelctl/commands/WatchCommand.h"
 #include "apps/zelctl/watch/WatchText.h"
 
 #include <gtest/gtest.h>

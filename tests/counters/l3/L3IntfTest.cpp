@@ -1,10 +1,8 @@
 // L3 interfaces: which VLANs are counted on which chips, their sums, and the shared NAT records.
 #include "tests/counters/l3/L3Rig.h"
+#include "tests/support/Files.h"
 
 #include <cstring>
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace {
 
@@ -29,18 +27,12 @@ class L3Intf : public L3Rig {
       std::sort(keys.begin(), keys.end());
       return keys;
    }
-   // Overwrites a word of the interface's record, past the writer, in both places that begin like one.
+   // Overwrites a word of the interface's record behind its writer's back.
    void damage(const IntfId& intf) {
-      const int file = open((folder.path() + "/nat").c_str(), O_RDWR);
-      struct stat info {};
-      ASSERT_EQ(fstat(file, &info), 0);
-      std::string bytes(static_cast<std::size_t>(info.st_size), '\0');
-      ASSERT_EQ(pread(file, bytes.data(), bytes.size(), 0), info.st_size);
-      const std::size_t payload = bytes.rfind(intf.text() + '\0'); // behind the key
-      const U64 garbage = 0x123456789abcdef;
-      const auto at = static_cast<off_t>(payload + offsetof(Silo::Interface::NatCounter, bytes));
-      ASSERT_EQ(pwrite(file, &garbage, sizeof garbage, at), static_cast<ssize_t>(sizeof garbage));
-      close(file);
+      const std::string path = folder.path() + "/nat";
+      const std::size_t payload = bytesOf(path).rfind(intf.text() + '\0'); // behind the key
+      ASSERT_NE(payload, std::string::npos);
+      overwrite(path, payload + offsetof(Silo::Interface::NatCounter, bytes), "garbage!");
    }
 
    const IntfId vlan20{"Vlan20"};

@@ -406,7 +406,7 @@ TEST_F(QueueCounters, HelperAnswersWithWhatIsStored) {
    EXPECT_EQ(record.intfQueueStat(3), Silo::Interface::QueueStatistics{});
 }
 
-TEST_F(QueueCounters, QueuesOfAnOperatorsClear) {
+TEST_F(QueueCounters, AnOperatorsClearIsOfTheNamedInterfaceOrOfAll) {
    addQueueChip(0, 0);
    Kiln::Ptr<ZelCounter::ZelCountersHelper> helper = mgr->zelCountersHelper();
    const Pelt::IntfId intfs[] = {addPort("Ethernet1", 67), addPort("Ethernet2", 5), addPort("Ethernet3", 66)};

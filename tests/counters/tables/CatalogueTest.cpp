@@ -95,7 +95,7 @@ TEST_F(Catalogue, PollersAreMadePerPipeAndType) {
    auto& chip = addChip(0, 1, makeCatalogue(0));
    EXPECT_EQ(chip.pipeIntfQueueCounterSm().size(), 2U);
    std::vector<std::string> made;
-   for (const auto& [key, sm] : chip.pipeTmCounterSm()) {
+   for (const auto& [key, sm] : chip.tm().pipeTmCounterSm()) {
       made.push_back(std::to_string(key.pipe) + "/" + std::to_string(key.counterType) + "/" +
                      std::to_string(sm->physicalPipe()));
       EXPECT_EQ(sm->pollingTimeMin(), 2.0);

@@ -1,4 +1,4 @@
-// Polling of ports over the stub SDK, which does what the soft chip never does.
+// Polling of ports, where a chip goes while it asks. The stub SDK says when, which the soft chip can't.
 #include "tests/support/StubSdkRig.h"
 
 namespace {

@@ -180,7 +180,7 @@ TEST_F(TableCommands, DirectReadErrorsEndTheTable) {
 
 TEST_F(TableCommands, ClosedPipeEndsTheOutput) {
    auto& chip = addChipWith(makeTable("tested", handle, 1000000, false, packetsOnly));
-   chip.showAllTableCounters(ClosedPipe().fd(), false);
+   printToNobody([&](U32 fd) { chip.showAllTableCounters(fd, false); });
    EXPECT_LT(StubSdk::sdk().reads, 10000U);
 }
 

@@ -10,7 +10,6 @@
 #include "tests/support/TemporaryFolder.h"
 
 #include <atomic>
-#include <cstdlib>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <sys/stat.h>

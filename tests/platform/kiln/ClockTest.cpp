@@ -3,7 +3,7 @@
 #include "kiln/ActivityManager.h"
 #include "kiln/RingLog.h"
 #include "kiln/TimerWheel.h"
-#include "tests/platform/kiln/Pipe.h"
+#include "tests/support/Pipe.h"
 #include "tests/support/Random.h"
 
 #include <functional>
@@ -197,31 +197,31 @@ TEST_F(ActivityManager, AClockThatAlwaysRearmsForNowLeavesDescriptorsTheirTurn) 
    bool isServed = false;
    Alarm busy(manager->clock(), [&] { busy.timeMinIs(0.0); });
    busy.timeMinIs(0.0);
-   const Reader reader(manager, pipe.reader(), [&] {
+   const Reader reader(manager, pipe.reader.fd(), [&] {
       isServed = true;
       manager->stop();
    });
-   ASSERT_EQ(write(pipe.writer(), "x", 1), 1);
+   ASSERT_EQ(write(pipe.writer.fd(), "x", 1), 1);
    manager->run();
    EXPECT_TRUE(isServed);
 }
 
 TEST_F(ActivityManager, AReadyDescriptorThatAnotherDestroyedOrSilencedIsNotServed) {
    ZelTest::Pipe pipe;
-   pipe.closeWriter(); // hang-up: all three are ready
+   pipe.writer = {}; // hang-up: all three are ready
    int served = 0;
    std::optional<Reader> second;
    std::optional<Reader> third;
    std::optional<Reader> first;
-   first.emplace(manager, pipe.reader(), [&] {
+   first.emplace(manager, pipe.reader.fd(), [&] {
       ++served;
       second.reset();
       third->wantsIs(false, false);
       manager->stop();
       first.reset(); // this handler with it
    });
-   second.emplace(manager, pipe.reader(), [&] { ++served; });
-   third.emplace(manager, pipe.reader(), [&] { ++served; });
+   second.emplace(manager, pipe.reader.fd(), [&] { ++served; });
+   third.emplace(manager, pipe.reader.fd(), [&] { ++served; });
    manager->run();
    EXPECT_EQ(served, 1);
 }

@@ -5,7 +5,7 @@
 #include "kiln/TextOutput.h"
 #include "kiln/Time.h"
 #include "kiln/Trace.h"
-#include "tests/platform/kiln/Pipe.h"
+#include "tests/support/Pipe.h"
 
 #include <array>
 #include <csignal>
@@ -115,8 +115,8 @@ TEST(OperatorLog, FillsArgumentsInOrderAndNeverExpandsThemAgain) {
 // SIGPIPE is left at its default here: it would end the test program.
 TEST(TextOutput, AClosedPipeTurnsItOffQuietly) {
    ZelTest::Pipe pipe;
-   pipe.closeReader();
-   TextOutput out(pipe.writer());
+   pipe.reader = {};
+   TextOutput out(pipe.writer.fd());
    out.write("lost");
    out.flush();
    EXPECT_FALSE(out.ok());
@@ -137,19 +137,19 @@ TEST(TextOutput, ASlowReaderGetsEveryByteThroughShortWritesAndSignals) {
    for (const bool blocking : {false, true}) {
       ZelTest::Pipe pipe;
       if (!blocking) {
-         ASSERT_EQ(fcntl(pipe.writer(), F_SETFL, O_NONBLOCK), 0);
+         ASSERT_EQ(fcntl(pipe.writer.fd(), F_SETFL, O_NONBLOCK), 0);
       }
       String got;
       std::thread reader([&, writer = pthread_self()] {
          char piece[512];
-         for (ssize_t n = 0; (n = read(pipe.reader(), piece, sizeof piece)) > 0;) {
+         for (ssize_t n = 0; (n = read(pipe.reader.fd(), piece, sizeof piece)) > 0;) {
             got.append(piece, static_cast<std::size_t>(n));
             pthread_kill(writer, SIGUSR1);
          }
       });
       String sent;
       {
-         TextOutput out(pipe.writer());
+         TextOutput out(pipe.writer.fd());
          for (U64 i = 0; i < 40000; ++i) {
             out.number(i, 8);
             out.write("\n");
@@ -157,7 +157,7 @@ TEST(TextOutput, ASlowReaderGetsEveryByteThroughShortWritesAndSignals) {
          }
          EXPECT_TRUE(out.ok());
       }
-      pipe.closeWriter();
+      pipe.writer = {};
       reader.join();
       EXPECT_TRUE(got == sent) << got.size() << " of " << sent.size() << " bytes, blocking: " << blocking;
    }
@@ -167,12 +167,12 @@ TEST(TextOutput, ASlowReaderGetsEveryByteThroughShortWritesAndSignals) {
 TEST(TextOutput, AlignsNumbersAndPrintsLinesOfAnyLength) {
    ZelTest::Pipe pipe;
    {
-      TextOutput out(pipe.writer());
+      TextOutput out(pipe.writer.fd());
       out.number(U64{18446744073709551615U}, 3);
       out.number(S64{-42}, 6);
       out.print("|%*s|", 300, "x");
    }
-   pipe.closeWriter();
+   pipe.writer = {};
    EXPECT_EQ(pipe.readAll(), "18446744073709551615   -42|" + String(299, ' ') + "x|");
 }
 

@@ -4,7 +4,9 @@
 #include "kiln/Name.h"
 #include "kiln/Ptr.h"
 
-#include <gmock/gmock.h>
+#include <atomic>
+#include <functional>
+#include <gtest/gtest.h>
 #include <thread>
 
 namespace {
@@ -58,20 +60,26 @@ TEST(ActivityLock, IsGivenUpWhileYieldingAndTakenBackEvenByAnException) {
    EXPECT_TRUE(ActivityLockAnchor::isHeldByThisThread());
 }
 
-// Ends a loop that nobody else ended.
-struct Deadline : Kiln::Clock::Notifiee {
-   explicit Deadline(const Ptr<Kiln::ActivityManager>& of) : Notifiee(of->clock()), manager(of) {
-      timeMinIs(Kiln::System::currentTime() + 20.0);
+// Does something in the loop.
+struct Alarm : Kiln::Clock::Notifiee {
+   Alarm(const Ptr<Kiln::ActivityManager>& manager, double delay, std::function<void()> handler)
+        : Notifiee(manager->clock()), then(std::move(handler)) {
+      timeMinIs(Kiln::System::currentTime() + delay);
    }
-   void onTime() override { manager->stop(); }
-   const Ptr<Kiln::ActivityManager> manager;
+   void onTime() override { then(); }
+   const std::function<void()> then;
 };
 
 TEST(ActivityLock, TheSleepingLoopLetsOthersIn) {
    const auto manager = Kiln::allocate<Kiln::ActivityManager>();
-   const Deadline deadline(manager);
+   std::atomic<bool> isRunning{false};
    bool wasLetIn = false;
+   const Alarm beginning(manager, 0.0, [&] { isRunning = true; });
+   const Alarm deadline(manager, 20.0, [&] { manager->stop(); });
    std::thread other([&] {
+      while (!isRunning) {
+         std::this_thread::yield();
+      }
       const auto lock = ActivityLockAnchor::lock();
       wasLetIn = !manager->isStopping();
       manager->stop();

@@ -1,6 +1,7 @@
 // Tables that somebody overwrote, cut short or left half-written: nobody crashes, and nobody takes it for good.
 #include "tests/platform/silo/SiloRig.h"
 
+#include <fstream>
 #include <set>
 
 namespace {
@@ -17,7 +18,7 @@ class Damage : public SiloRig {
       for (std::uint64_t i = 0; i < keys.size(); ++i) {
          table.recordIs(keys[i], Small(i), 1.0);
       }
-      return bytesOf("t");
+      return bytesOf(fileOf("t"));
    }
 
    void write(const std::string& bytes) const {
@@ -108,7 +109,7 @@ TEST_F(Damage, AReaderWaitsForALivingWriterButNotForADeadOne) {
    table->recordIs("a", Small(1), 1.0);
    table->recordIs("b", Small(2), 1.0);
    Silo::TableReader<Small> reader(store_, "t");
-   poke("t", slotOffset<Small>(0), "\x05"); // its sequence is odd: being written
+   overwrite(fileOf("t"), slotOffset<Small>(0), "\x05"); // its sequence is odd: being written
 
    auto start = std::chrono::steady_clock::now();
    Silo::Sample<Small> sample;
@@ -139,8 +140,8 @@ TEST_F(Damage, ARestartCompletesTheLastRecordAndBeginsOthersAnew) {
    makeTable();
    // "c" was written last: the journal has it, and mending "a" mustn't cost it.
    for (std::size_t slot : {0u, 2u}) {
-      poke("t", slotOffset<Small>(slot), "\x05");
-      poke("t", slotOffset<Small>(slot) + payloadOffset, "garbage");
+      overwrite(fileOf("t"), slotOffset<Small>(slot), "\x05");
+      overwrite(fileOf("t"), slotOffset<Small>(slot) + payloadOffset, "garbage");
    }
    Silo::Table<Small> table(store_, "t", Small(99), options());
    ASSERT_EQ(corruptions_.size(), 2u);
@@ -162,7 +163,7 @@ TEST_F(Damage, AKilledDeletionBringsNothingBack) {
       table.recordIs("a", Small(1), 1.0);
       table.recordDel("a");
    }
-   poke("t", slotOffset<Small>(0), "\x05"); // killed just before its end
+   overwrite(fileOf("t"), slotOffset<Small>(0), "\x05"); // killed just before its end
    Silo::Table<Small> table(store_, "t", Small(99), options());
    EXPECT_FALSE(table.has("a"));
    ASSERT_EQ(corruptions_.size(), 1u);
@@ -172,7 +173,7 @@ TEST_F(Damage, AKilledDeletionBringsNothingBack) {
 TEST_F(Damage, TheWritersOwnReadFindsDamageAndEveryReadReportsIt) {
    Silo::Table<Small> table(store_, "t", Small(99), options());
    table.recordIs("a", Small(1), 1.0);
-   poke("t", slotOffset<Small>(0) + payloadOffset + 9, "!");
+   overwrite(fileOf("t"), slotOffset<Small>(0) + payloadOffset + 9, "!");
    try {
       table.sample("a");
       FAIL();
@@ -188,7 +189,8 @@ TEST_F(Damage, TheWritersOwnReadFindsDamageAndEveryReadReportsIt) {
    Silo::Sample<Small> sample;
    EXPECT_EQ(reader.read("a", sample), ReadResult::corrupt);
 
-   poke("t", slotOffset<Small>(0), std::string(Silo::RecordSlot::strideFor(sizeof(Small)), '\xff'));
+   overwrite(fileOf("t"), slotOffset<Small>(0),
+             std::string(Silo::RecordSlot::strideFor(sizeof(Small)), '\xff'));
    Silo::TableReader<Small> late(store_, "t");
    EXPECT_NE(late.read("a", sample), ReadResult::ok);
    table.recordIs("a", Small(2), 2.0);

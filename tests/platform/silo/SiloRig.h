@@ -4,13 +4,13 @@
 #include "silo/Table.h"
 #include "silo/TableReader.h"
 #include "tests/support/ChildProcess.h"
+#include "tests/support/Files.h"
 #include "tests/support/Slowdown.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
-#include <fstream>
 #include <gmock/gmock.h>
 #include <string>
 #include <vector>
@@ -52,16 +52,6 @@ class SiloRig : public ::testing::Test {
    }
 
    std::string fileOf(const std::string& table) const { return folder_.path() + "/" + table; }
-   std::string bytesOf(const std::string& table) const {
-      std::ifstream file(fileOf(table), std::ios::binary);
-      return {std::istreambuf_iterator<char>(file), {}};
-   }
-   // Overwrites a part of the table behind the backs of its writer and readers.
-   void poke(const std::string& table, std::size_t offset, const std::string& bytes) const {
-      std::fstream file(fileOf(table), std::ios::binary | std::ios::in | std::ios::out);
-      file.seekp(static_cast<std::streamoff>(offset));
-      file << bytes << std::flush;
-   }
    // Where the record slot lies in the table's file; a writer fills slots from the first one on.
    template <class Record>
    static std::size_t slotOffset(std::size_t slot) {

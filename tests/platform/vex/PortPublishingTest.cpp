@@ -1,12 +1,12 @@
 // A port's counters, from the chip to another process's reader.
 #include "tests/platform/vex/PublishingRig.h"
 #include "tests/support/ChildProcess.h"
+#include "tests/support/Files.h"
 #include "tests/support/Random.h"
 #include "tests/support/Slowdown.h"
 
 #include <chrono>
 #include <filesystem>
-#include <fstream>
 #include <thread>
 
 namespace {
@@ -23,6 +23,7 @@ class PortPublishing : public ZelTest::PublishingRig {
  protected:
    PortPublishing() { intf = addPort("Ethernet1", port); }
 
+   const std::string tablePath = folder.path() + "/" + TableName::intfCounters;
    Pelt::IntfId intf;
 };
 
@@ -175,7 +176,7 @@ TEST_F(PortPublishing, AClearRecordNeverStandsAheadOfItsRecord) {
    start();
    EXPECT_EQ(record(TableName::intfClearCounters).totals[inOctets], 1000U);
    stop();
-   std::filesystem::remove(folder.path() + "/" + TableName::intfCounters);
+   std::filesystem::remove(tablePath);
    rig.chip(0).rmonIs(port, octets, 10);
    start();
    Silo::Sample<IntfCounters> sample;
@@ -217,17 +218,12 @@ TEST_F(PortPublishing, ADamagedRecordBeginsAnewAndIsReported) {
    poll(octets, mark);
    stop();
    // Wherever the value stands, the journal included.
-   const std::string path = folder.path() + "/" + TableName::intfCounters;
-   std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
-   std::string bytes((std::istreambuf_iterator<char>(file)), {});
+   const std::string bytes = ZelTest::bytesOf(tablePath);
    for (std::size_t at = 0; at + sizeof mark <= bytes.size(); at += sizeof mark) {
       if (std::memcmp(bytes.data() + at, &mark, sizeof mark) == 0) {
-         file.clear();
-         file.seekp(static_cast<std::streamoff>(at));
-         file.put('!');
+         ZelTest::overwrite(tablePath, at, "!");
       }
    }
-   file.close();
    Silo::Sample<IntfCounters> sample;
    EXPECT_EQ(read(TableName::intfCounters, "Ethernet1", sample), Silo::ReadResult::corrupt);
 
@@ -245,16 +241,9 @@ TEST_F(PortPublishing, ADamagedRecordBeginsAnewAndIsReported) {
 TEST_F(PortPublishing, ARecordOverwrittenAtRunTimeIsWholeWithTheNextWrite) {
    start();
    poll(octets, 1000);
-   {
-      std::fstream file(folder.path() + "/" + TableName::intfCounters,
-                        std::ios::in | std::ios::out | std::ios::binary);
-      const std::string bytes((std::istreambuf_iterator<char>(file)), {});
-      const std::size_t at = bytes.rfind("Ethernet1");
-      ASSERT_NE(at, std::string::npos);
-      file.clear();
-      file.seekp(static_cast<std::streamoff>(at + sizeof(Silo::Key::Words))); // the payload's first word
-      file.put('!');
-   }
+   const std::size_t at = ZelTest::bytesOf(tablePath).rfind("Ethernet1");
+   ASSERT_NE(at, std::string::npos);
+   ZelTest::overwrite(tablePath, at + sizeof(Silo::Key::Words), "!"); // the payload's first word
    Silo::Sample<IntfCounters> sample;
    EXPECT_EQ(read(TableName::intfCounters, "Ethernet1", sample), Silo::ReadResult::corrupt);
    poll(octets, 1500);

@@ -2,7 +2,6 @@
 #include "zel/SystemStatus.h"
 #include "zel/VlanId.h"
 
-#include <functional>
 #include <gmock/gmock.h>
 #include <stdexcept>
 

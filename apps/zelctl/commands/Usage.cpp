@@ -1,5 +1,5 @@
 // What zelctl can be asked, a line each.
-#include "apps/zelctl/Usage.h"
+#include "apps/zelctl/commands/Usage.h"
 
 #include "apps/zelctl/views/RecordViewer.h"
 

@@ -1,8 +1,10 @@
 // One list, for whoever runs, completes or refuses commands.
-#include "apps/zelctl/CommandWords.h"
+#include "apps/zelctl/commands/CommandWords.h"
 
 #include "apps/zelctl/views/RecordRequest.h"
 #include "kiln/Choices.h"
+
+#include <stdexcept>
 
 namespace ZelCtl {
 
@@ -32,7 +34,7 @@ String commandNamed(const String& word) {
       if (command == word) {
          return command;
       }
-      if (command.compare(0, word.size(), word) == 0) {
+      if (command.starts_with(word)) {
          meant.push_back(command);
       }
    }

@@ -1,11 +1,12 @@
 // The client's own grammar, and a question to the agent for the rest.
-#include "apps/zelctl/prompt/Completion.h"
+#include "apps/zelctl/commands/Completion.h"
 
 #include "agent/CommandRunner.h"
-#include "apps/zelctl/CommandWords.h"
+#include "apps/zelctl/commands/CommandWords.h"
 #include "apps/zelctl/connection/AgentConnection.h"
 #include "apps/zelctl/terminal/Utf8.h"
 #include "apps/zelctl/views/RecordViewer.h"
+#include "kiln/Choices.h"
 #include "kiln/Name.h"
 #include "kiln/Numbers.h"
 
@@ -51,11 +52,7 @@ Words follow(const Client& client, Words before, const String& partial) {
    if (before.front() != "counters") {
       return {};
    }
-   String line;
-   for (const String& word : before) {
-      line += word + " ";
-   }
-   return fromAgent(client, line + partial);
+   return fromAgent(client, Kiln::joined(before, " ") + " " + partial);
 }
 
 } // namespace
@@ -73,10 +70,9 @@ Words completionsOf(const Client& client, const String& line) {
    } catch (const std::exception&) { // an ambiguous word, or no table: nothing can be said
    }
    std::erase_if(all, [&](const String& word) {
-      return word.empty() || word.compare(0, partial.size(), partial) != 0 || printable(word) != word;
+      return word.empty() || !word.starts_with(partial) || printable(word) != word;
    });
-   std::sort(all.begin(), all.end(),
-             [](const String& a, const String& b) { return Kiln::naturalCompare(a, b) < 0; });
+   std::ranges::sort(all, [](const String& a, const String& b) { return Kiln::naturalCompare(a, b) < 0; });
    all.erase(std::unique(all.begin(), all.end()), all.end());
    return all;
 }

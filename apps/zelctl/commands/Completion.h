@@ -1,7 +1,7 @@
 // What may come next in a line that is being typed.
 #pragma once
 
-#include "apps/zelctl/Commands.h"
+#include "apps/zelctl/commands/Commands.h"
 
 namespace ZelCtl {
 

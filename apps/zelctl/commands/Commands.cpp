@@ -1,15 +1,16 @@
 // Which command goes where.
-#include "apps/zelctl/Commands.h"
+#include "apps/zelctl/commands/Commands.h"
 
 #include "agent/CommandRunner.h"
-#include "apps/zelctl/CommandWords.h"
-#include "apps/zelctl/Usage.h"
+#include "apps/zelctl/commands/CommandWords.h"
+#include "apps/zelctl/commands/Usage.h"
+#include "apps/zelctl/commands/WatchCommand.h"
 #include "apps/zelctl/connection/AgentConnection.h"
 #include "apps/zelctl/terminal/Terminal.h"
 #include "apps/zelctl/terminal/Utf8.h"
 #include "apps/zelctl/views/CountersDocument.h"
 #include "apps/zelctl/views/RecordViewer.h"
-#include "apps/zelctl/watch/Watch.h"
+#include "kiln/Choices.h"
 #include "vex/PublishedRecords.h"
 
 #include <cerrno>
@@ -56,11 +57,8 @@ WatchRound fetchRound(const Client& client, const Words& words, Signals* signals
       if (isViewCommand(words.front())) {
          return {showRecords(words, client.store()), ""};
       }
-      String line;
-      for (const String& word : words) {
-         line += word + " ";
-      }
-      const Answer answer = ask(client.socketPath, line + "json", signals, patience);
+      const String line = Kiln::joined(words, " ");
+      const Answer answer = ask(client.socketPath, line + " json", signals, patience);
       if (answer.error.empty()) {
          return {readCountersDocument(answer.text), ""};
       }

@@ -1,0 +1,14 @@
+// A count of packets and the bytes in them.
+#pragma once
+
+#include "kiln/Types.h"
+
+namespace ZelCounter {
+
+// Modulo 2^64, as the hardware counts.
+struct packets_and_bytes {
+   U64 packets = 0;
+   U64 bytes = 0;
+};
+
+} // namespace ZelCounter
