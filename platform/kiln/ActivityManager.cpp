@@ -81,6 +81,8 @@ void ActivityManager::wakeSleeper() const noexcept {
 }
 
 void ActivityManager::stop() noexcept {
+   // Wakes even a loop that is not asleep: a signal may come between its last look at stopping_ and its sleep, and the
+   // event then ends that sleep at once.
    stopping_.store(true);
    wake();
 }
@@ -180,6 +182,7 @@ void ActivityManager::advance(double seconds) {
    for (double expiry = clock_->earliestExpiry(); expiry <= end + instant && !stopping_.load();
         expiry = clock_->earliestExpiry()) {
       time.nowIs(expiry);
+      // No limit, unlike in real time: what a handler arms for this instant fires within the same advance.
       runOne(time.now(), std::numeric_limits<U64>::max());
    }
    if (!stopping_.load()) {

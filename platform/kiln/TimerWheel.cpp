@@ -30,6 +30,7 @@ void TimerWheel::arm(Timer& timer, double delay) {
    const double ticks =
         std::clamp(std::ceil(delay * 1000.0 / tickMs_), 1.0, static_cast<double>(slots_.size() - 1));
    std::list<Timer*>& slot = slots_[(current_ + static_cast<std::size_t>(ticks)) % slots_.size()];
+   // Nodes are used again: once as many timers were armed as ever are, arming allocates nothing.
    if (free_.empty()) {
       slot.push_back(&timer);
    } else {
@@ -62,6 +63,7 @@ void TimerWheel::turn() {
    do {
       current_ = (current_ + 1) % slots_.size();
       for (Timer* timer : slots_[current_]) {
+         // A timer may be disarmed while it waits to be served, and has to know which list it is in.
          timer->slot_ = &due_;
       }
       due_.splice(due_.end(), slots_[current_]);
