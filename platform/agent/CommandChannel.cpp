@@ -45,7 +45,6 @@ class CommandChannel::Listener : public Kiln::ActivityManager::Descriptor {
             channel_->handleConnection(std::move(accepted));
          } else if (errno == EAGAIN) {
             return;
-            // ECONNABORTED: that client gave up before it was accepted; the next one may be waiting.
          } else if (errno != EINTR && errno != ECONNABORTED) {
             // Out of descriptors. The connection stays pending and the socket readable: without a pause the loop would
             // spin.
@@ -128,6 +127,7 @@ void CommandChannel::Client::handleReadable() {
       line_.resize(end); // one command per connection: what follows is ignored
       runCommand();
    } else if (got == 0 && line_.empty()) {
+      // Not a word: such as another agent that looks whether this one is alive.
       channel_->clientDel(this);
    } else if (got == 0) {
       runCommand(); // a last line without its newline counts

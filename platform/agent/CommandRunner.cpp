@@ -120,8 +120,8 @@ CommandResult CommandRunner::run(std::string_view line, const CommandSpool& spoo
       } else {
          result = runWords(splitWords(line), spool.fd());
       }
-      // Whatever a command throws, it must not bring the agent down.
    } catch (const std::exception& error) {
+      // Whatever a command throws, it must not bring the agent down.
       result.error = Kiln::String("the command failed: ") + error.what();
    }
    // An error of the command itself says more than that its output was cut.

@@ -37,6 +37,7 @@ ActivityManager::Descriptor::~Descriptor() {
 void ActivityManager::Descriptor::wantsIs(bool readable, bool writable) {
    readable_ = readable;
    writable_ = writable;
+   // A sleeping loop still waits for what was wanted before.
    manager_->wakeSleeper();
 }
 
@@ -60,6 +61,7 @@ ActivityManager::ActivityManager()
 }
 
 ActivityManager::~ActivityManager() {
+   // Notifiees hold the clock, which may therefore outlive this manager.
    clock_->wakeIs({});
 }
 
@@ -112,6 +114,7 @@ void ActivityManager::sleep() {
    std::vector<pollfd> polled{{wakeEvent_.fd(), POLLIN, 0}};
    std::vector<Descriptor*> waiting{nullptr};
    for (Descriptor* descriptor : descriptors_) {
+      // One that wants nothing is left out: poll would report its hang-up at once and again, and serve() ignore it.
       if (descriptor->readable_ || descriptor->writable_) {
          const int events = (descriptor->readable_ ? POLLIN : 0) | (descriptor->writable_ ? POLLOUT : 0);
          polled.push_back({descriptor->fd_, static_cast<short>(events), 0});

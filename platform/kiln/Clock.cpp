@@ -72,6 +72,7 @@ bool Clock::fireNext(double time, U64 sequenceLimit) const {
          if (expiry.time > time) {
             return false;
          }
+         // Those armed beyond the limit are passed over, not stopped at: one may stand before an older one that is due.
          if (expiry.sequence < sequenceLimit) {
             due = expiry.notifiee;
             break;

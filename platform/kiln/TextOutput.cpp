@@ -102,8 +102,8 @@ void TextOutput::flush() {
       } else if (written < 0 && errno == EAGAIN) {
          pollfd wait{fd_, POLLOUT, 0};
          ::poll(&wait, 1, -1);
-         // Neither progress nor an error: it would be tried for ever.
       } else if (written == 0) {
+         // Neither progress nor an error: it would be tried for ever.
          error_ = EIO;
       } else if (errno != EINTR) {
          error_ = errno;

@@ -14,6 +14,7 @@ TimerWheel::TimerWheel(const Kiln::Ptr<const Kiln::Clock>& clock, U32 tickMs, U3
                        U32 slotCount)
      : tickMs_(tickMs), perTick_(perTick), current_(firstSlot), slots_(slotCount),
        tick_(clock, this, &TimerWheel::handleTick) {
+   // Two slots at least: no timer goes into the current one, which has been passed already.
    KILN_ASSERT(tickMs > 0 && perTick > 0 && slotCount > 1 && firstSlot < slotCount);
 }
 

@@ -11,8 +11,8 @@ namespace Silo {
 
 std::uint64_t Journal::write(std::size_t slot, const RecordContent& content) {
    std::atomic_signal_fence(std::memory_order_seq_cst);
-   // A kill in here leaves a payload that does not match the old seal, so take() rejects it. Nothing is lost: the slot
-   // written last is closed, and the next one is untouched.
+   // A kill from here on leaves a journal that does not match its seal, so take() rejects it. But every slot is whole
+   // then: the one written last is closed, and the next one is untouched.
    std::uint64_t checksum = copyWithChecksum(content, this + 1);
    slot_ = slot + 1;
    seal_ = sealOf(slot, checksum);

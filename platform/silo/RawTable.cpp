@@ -89,7 +89,7 @@ void RawTable::open() {
 
 void RawTable::create() {
    mapping_.grow(geometry_.sizeFor(options_.capacity));
-   // A kill between the two leaves a magic number of 0. The next start takes that for no table and creates it anew.
+   // A kill before this leaves a magic number of 0. The next start takes that for no table and creates it anew.
    header().identityIs(layout_);
 }
 
@@ -186,7 +186,7 @@ void RawTable::mendSlot(SlotIndex i, const char* finding) {
          remedy = Remedy::kept;
       } else {
          remedy = Remedy::restarted;
-         // Generation 1, below what readers have seen, tells them that the record began anew.
+         // A generation below the one that a reader has seen tells it that the record began anew.
          info = {1, unknownSampleTime};
          std::copy(defaultEntry_.begin(), defaultEntry_.end(), scratch_.begin());
       }

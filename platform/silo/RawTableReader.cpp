@@ -138,8 +138,8 @@ bool RawTableReader::refresh(bool isThorough) {
    try {
       attach();
       return true;
-      // Kept, not thrown: the writer may be just restarting, and the next read tries again.
    } catch (const TableError& error) {
+      // Kept, not thrown: the writer may be just restarting, and the next read tries again.
       problem_ = error.what();
       return false;
    }

@@ -140,6 +140,7 @@ void QueuePublisher::clearAll(PublishErrors& errors) {
 
 void QueuePublisher::remove(const Pelt::IntfId& intf) {
    histories_.erase(intf);
+   // Also without a history: the records may be an earlier process's.
    const Silo::Key key(intf.text());
    if (counters_) {
       counters_->table().recordDel(key);

@@ -93,8 +93,8 @@ void CountersSm::startPort(const Pelt::IntfId& intf) {
    }
    try {
       vexPortCounterSmIs(Kiln::allocate<VexPortCounterSm>(intf));
-      // The interface's name is no record key. Nothing can be published under it, but the others go on.
    } catch (const std::invalid_argument& error) {
+      // The interface's name is no record key. Nothing can be published under it, but the others go on.
       errors_.log(intf, error);
       return;
    }
@@ -145,8 +145,8 @@ void CountersSm::updatePort(const Pelt::IntfId& intf) {
       port->update(*context_.helper, reading_, *context_.allIntfCounters,
                    context_.ethPhyIntfStatusDir->speedOrDefault(intf));
       errors_.forget(intf);
-      // The caller may be an SDK callback, which nothing may be thrown into.
    } catch (const Silo::TableError& error) {
+      // The caller may be an SDK callback, which nothing may be thrown into.
       errors_.log(intf, error);
    }
 }
