@@ -31,13 +31,13 @@ U64 offsetOf(unsigned deviceId) {
 } // namespace
 
 HardwareMemory::HardwareMemory(const Kiln::String& path) : path_(path) {
-   // A constructor that throws has no destructor run, so it unmaps by itself.
    static_assert(sizeof(Header) <= headerBytes);
    try {
       if (!path_.empty()) {
          openFile();
       }
    } catch (...) {
+      // No destructor runs for a constructor that throws.
       unmap();
       throw;
    }
