@@ -51,7 +51,7 @@ void DropCounts::ingress(U16 devicePort, IngressReason reason, U64 packets) {
    } else if (reason == IngressReason::noEgressPort) {
       path_.passed(pipe, BF_PIPE_PATH_INGRESS, packets);
       path_.dropped(pipe, BF_PIPE_PATH_INGRESS_DEPARSER, packets);
-      // Counted by no match-action stage as well: the two kinds of drops can then be added.
+      // Not by a match-action stage as well, so that the two counts can be added.
       path_.deparserDrops(pipe, BF_PIPE_INGRESS) += packets;
    } else {
       path_.dropped(pipe, BF_PIPE_PATH_INGRESS, packets);

@@ -94,12 +94,9 @@ bf_status_t bf_port_mac_stats_hw_async_get(bf_dev_id_t dev, bf_dev_port_t port, 
    if (callback == nullptr) {
       return statusInvalidArguments;
    }
+   // A port number that is cut short here is refused below, where checkPort() sees all of it.
    const Completion completion{
-        // A port that is cut short here is refused below, where checkPort() sees all of it.
-        .device = dev,
-        .portOrPipe = static_cast<U16>(port),
-        .macCallback = callback,
-        .cookie = cookie};
+        .device = dev, .portOrPipe = static_cast<U16>(port), .macCallback = callback, .cookie = cookie};
    return request(EntryPoint::portMacStatsGet, completion, [&](Chip& chip) { return chip.checkPort(port); });
 }
 

@@ -235,8 +235,8 @@ void SwitchAgent::portAdd(const Pelt::IntfId& intf, const Kiln::String& chipName
 
 void SwitchAgent::portDel(const Pelt::IntfId& intf) {
    Kiln::ActivityLockAnchor::assertHeld();
-   // In the reverse order of portAdd: counting ends before the port goes.
    const Port port = portOf(intf.text());
+   // The status directory is the first to go: counting ends while the port is still known.
    ethPhyIntfStatusDir_->intfStatusDel(intf);
    systemStatus_->portInfoDel(intf);
    port.chip.portDel(port.devicePort);
