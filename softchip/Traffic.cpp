@@ -33,6 +33,7 @@ void Traffic::handleClock() {
 
 void Traffic::deliver() {
    const double now = Kiln::System::currentTime();
+   // What passed, not a tick: a late clock loses no frames.
    time_ += now - deliveredAt_;
    deliveredAt_ = now;
    for (Chip* chip : fleet_.chips()) {

@@ -12,6 +12,7 @@ ScenarioInput::int_type ScenarioInput::underflow() {
    for (;;) {
       pollfd watched[] = {{fd_, POLLIN, 0}, {endFd_, POLLIN, 0}};
       poll(watched, std::size(watched), -1);
+      // The end comes first, even if there is more to read. After an interrupted poll both are 0, and it is repeated.
       if (watched[1].revents != 0) {
          return traits_type::eof();
       }
