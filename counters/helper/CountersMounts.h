@@ -8,8 +8,8 @@
 
 namespace ZelCounter {
 
-// A plain record of pointers, each null until the agent fills it. Only qosPolicyDropCountSiloTable is
-// required, and only by a chip that counts QoS-policy drops.
+// A plain record of pointers, each null until the agent fills it in. Only qosPolicyDropCountSiloTable is required, and
+// only by a chip that counts QoS-policy drops.
 class CountersMounts : public Kiln::PtrInterface {
  public:
    KILN_POINTER(const Interface::EthPhyIntfConfigDir, ethPhyIntfConfigDir)
