@@ -5,7 +5,7 @@
 
 namespace Bench {
 
-// CPU time of this thread in seconds, so that what else the machine does counts for neither side.
+// The CPU time of this thread in seconds. Unlike elapsed time, it leaves out what else the machine does.
 inline double cpuSeconds() {
    timespec now{};
    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);

@@ -1,5 +1,5 @@
-// The completion path of MAC reads, lock to stored snapshot, for 456 ports a chip and 1 to 8 chips, against a plain
-// memcpy of the same bytes in the same loop; its allocations; and what a trace line that is off costs.
+// The completion path of MAC reads, from the lock to the stored snapshot, for 456 ports a chip and 1 to 8 chips, against
+// a plain memcpy of the same bytes in the same loop. Also its allocations, and the cost of a trace line that is off.
 #include "bench/AllocationCount.h"
 #include "bench/CpuTime.h"
 #include "counters/ZelCounters.h"
@@ -60,7 +60,7 @@ struct Chips {
    std::vector<Kiln::Ptr<ZelCounter::ZelCounters>> chips;
 };
 
-// The floor and the path take turns, so that both see the same machine.
+// The floor and the path take turns, so that both run under the same conditions.
 void completionPath(benchmark::State& state) {
    const auto chipCount = static_cast<unsigned>(state.range(0));
    const std::size_t values = std::size_t{chipCount} * portsPerChip * BF_NUM_RMON_COUNTERS;
@@ -93,7 +93,7 @@ void completionPath(benchmark::State& state) {
 }
 BENCHMARK(completionPath)->Arg(1)->Arg(2)->Arg(4)->Arg(8)->UseManualTime();
 
-// What a port costs in memory: both snapshots and their places in the maps.
+// The memory that a port takes: both snapshots and their places in the maps.
 void memoryPerPort(benchmark::State& state) {
    std::vector<U64> source(std::size_t{portsPerChip} * BF_NUM_RMON_COUNTERS, 1);
    for (auto _ : state) {
@@ -108,7 +108,7 @@ BENCHMARK(memoryPerPort)->Iterations(3);
 
 struct Formatted {
    friend std::ostream& operator<<(std::ostream& out, const Formatted&) {
-      std::abort(); // a line that is off must not get here
+      std::abort(); // a line that is off must not evaluate its arguments
       return out;
    }
 };

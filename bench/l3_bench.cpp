@@ -1,5 +1,5 @@
-// VLAN counters of four chips, 4,094 VLANs of five entries each: one read of all, one NAT refresh pass with how long
-// the activity lock is held by it, and enabling and disabling all, each against its floor in the same run.
+// VLAN counters of four chips with 4,094 VLANs of five entries each: one read of all, one NAT refresh pass and how long
+// it holds the activity lock, and enabling and disabling all. Each is compared with its floor in the same run.
 #include "bench/CpuTime.h"
 #include "counters/l3/ZelCountersL3Intf.h"
 #include "kiln/ActivityLock.h"
@@ -118,7 +118,7 @@ class Floor {
    std::vector<Read> reads_;
 };
 
-// Floor and library take turns, so that both see the same machine.
+// Floor and library take turns, so that both run under the same conditions.
 template <class FloorWork, class Work>
 void against(benchmark::State& state, unsigned units, const char* unit, FloorWork floorWork, Work work) {
    double floorSeconds = 0;

@@ -1,8 +1,9 @@
-// What showing a counter table of 65,536 entries costs, against its floor (the same lines through
-// std::to_chars into one buffer, written once) and against a formatted write to the descriptor for each line.
+// The cost of showing a counter table of 65,536 entries, compared with its floor (the same lines through std::to_chars
+// into one buffer, written once) and with a formatted write to the descriptor for each line.
 //
-// Every round runs the three in turn, so that all see the same machine. The time shown is the command's own;
-// "x_floor" is its multiple of the floor's, "x_faster" the line-by-line multiple of it.
+// Every round runs the three in turn, so that all run under the same conditions. The time shown is the command's own.
+// "x_floor" is the command's time in multiples of the floor's, "x_faster" the line-by-line time in multiples of the
+// command's.
 #include "counters/ZelCounters.h"
 #include "kiln/ActivityLock.h"
 #include "kiln/ActivityManager.h"
@@ -27,7 +28,7 @@ struct Output {
    Output(const Output&) = delete;
    Output& operator=(const Output&) = delete;
    ~Output() { close(fd); }
-   // The pages stay, so that none of the three pays for them.
+   // The file keeps its pages, so that none of the three pays for allocating them.
    void rewind() const { lseek(fd, 0, SEEK_SET); }
    off_t size() const { return lseek(fd, 0, SEEK_CUR); }
    int fd;

@@ -1,4 +1,4 @@
-// What the client shows of published records.
+// The client's views of published records.
 #include "apps/zelctl/views/RecordViewer.h"
 
 #include "kiln/JsonWriter.h"
@@ -52,7 +52,7 @@ class RecordViewer : public testing::Test {
       published.recordIs("Ethernet2", counters(18446744073709551615U, 8), now - 5000);
       published.recordIs("Ethernet1", counters(4000), now);
    }
-   // Ages of records that were just written are shown as NOW.
+   // Replaces the ages of records that were just written by NOW.
    String view(const String& command) {
       std::istringstream words(command);
       const String text = ZelCtl::viewRecords({std::istream_iterator<String>(words), {}}, store_);
@@ -70,7 +70,7 @@ class RecordViewer : public testing::Test {
    const Silo::Store store_ = Silo::Store::directory(folder_.path());
 };
 
-constexpr const char* noAgent = "No agent is running that would publish anything newer.\n";
+constexpr const char* noAgent = "No agent is running, so nothing newer is published.\n";
 
 TEST_F(RecordViewer, ListsInterfacesInNaturalOrderWithTheirAge) {
    publishPorts();
@@ -92,7 +92,7 @@ TEST_F(RecordViewer, KeywordsChooseWhatIsShown) {
    const std::vector<std::pair<String, std::vector<String>>> cases = {
         {"interfaces nonzero raw", {"Ethernet1 .* 5000 ", "Ethernet2 .* 999 ", "Ethernet10 .* 1000 "}},
         {"interfaces nonzero", {"Ethernet1 .* 4000 ", "Ethernet2 .* 18446744073709551615 "}},
-        // An absorbed step has no rate; the others go by the interval, octets as bits.
+        // An absorbed step has no rate. The others are divided by the interval, octets as bits.
         {"interfaces rates nonzero", {"Ethernet1 .* 8000 +- +0 ", "Ethernet2 .* 18446744073709551615 +- "}},
         {"interfaces errors nonzero", {"Ethernet2 .* stale +0 +8 .* 4 +never"}},
         {"interfaces Ethernet2 errors nonzero",
@@ -153,7 +153,7 @@ TEST_F(RecordViewer, DamagedRecordsAreToldApartFromAbsentOnes) {
              "unknown interface 'ethernet2': did you mean Ethernet2?; ke");
 }
 
-TEST_F(RecordViewer, AWatchTakesNoKeywordThatIsNotForIt) {
+TEST_F(RecordViewer, AWatchRefusesJsonAndRates) {
    publishPorts();
    for (const auto& [keyword, error] : {std::pair{"js", "watch shows tables: leave out 'json'"},
                                         std::pair{"rates", "watch shows rates anyway: leave out 'rates'"}}) {
@@ -174,7 +174,7 @@ TEST_F(RecordViewer, AnInterfaceComesBeforeTheKeywordThatItBegins) {
    EXPECT_EQ(view("vlans raw").find("Vlan20"), String::npos) << view("vlans raw");
 }
 
-TEST_F(RecordViewer, ATableThatIsNotThereIsNamed) {
+TEST_F(RecordViewer, AMissingTableIsNamed) {
    EXPECT_NE(refusal("vlans").find(Tables::TableName::vlanIntfCounters), String::npos) << refusal("vlans");
 }
 
