@@ -1,5 +1,6 @@
-// The completion path of MAC reads, from the lock to the stored snapshot, for 456 ports a chip and 1 to 8 chips, against
-// a plain memcpy of the same bytes in the same loop. Also its allocations, and the cost of a trace line that is off.
+// The completion path of MAC reads, from the lock to the stored snapshot, for 456 ports a chip and 1 to 8 chips,
+// compared with a plain memcpy of the same bytes in the same loop. Also its allocations, and the cost of a trace line
+// that is off.
 #include "bench/AllocationCount.h"
 #include "bench/CpuTime.h"
 #include "counters/ZelCounters.h"

@@ -1,6 +1,6 @@
-// The cost of one completion of a pipe's queue counters, publishing included, and of one fetch of the PDP counters, each
-// as a multiple of its floor: the same SDK reads, and nothing else. Both take turns with their floors, so that both run
-// under the same conditions.
+// The cost of one completion of a pipe's queue counters, publishing included, and of one fetch of the PDP counters,
+// each as a multiple of its floor: the same SDK reads, and nothing else. Each takes turns with its floor, so that both
+// run under the same conditions.
 #include "bench/AllocationCount.h"
 #include "bench/CpuTime.h"
 #include "counters/ZelCounters.h"

@@ -1,5 +1,5 @@
-// A polling pass, from request to stored snapshot: every port of 1 to 8 chips is requested through the SDK and completes
-// inline. Compared with a plain memcpy of the same bytes in the same loop. Also its allocations.
+// A polling pass, from request to stored snapshot: every port of 1 to 8 chips is requested through the SDK and
+// completes inline. Compared with a plain memcpy of the same bytes in the same loop. Also its allocations.
 #include "bench/AllocationCount.h"
 #include "bench/CpuTime.h"
 #include "counters/ZelCounters.h"

@@ -1,5 +1,5 @@
-// make-captures FOLDER: writes the captures that tests replay. Shares no code with the reader that they test. The counts
-// to expect are in the tests, and come from another program.
+// make-captures FOLDER: writes the captures that tests replay. Shares no code with the reader that they test. The
+// counts to expect are in the tests, and come from another program.
 #include "kiln/Types.h"
 
 #include <filesystem>

@@ -5,8 +5,8 @@
 
 namespace ZelTest {
 
-// Simulated time that begins at 0 and moves only by advance(), with an activity manager of its own. Its end restores
-// real time. It must be a rig's first member, so that whatever asks for the time in a destructor is destroyed before it.
+// Simulated time that begins at 0 and moves only by advance(), with an activity manager of its own. The destructor
+// restores real time. It must be a rig's first member, so that it is destroyed after all that may ask for the time.
 class SimulatedTime {
  public:
    SimulatedTime();

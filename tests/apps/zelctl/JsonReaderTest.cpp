@@ -2,25 +2,16 @@
 #include "apps/zelctl/views/JsonReader.h"
 
 #include "apps/zelctl/views/CountersDocument.h"
+#include "tests/support/ErrorText.h"
 #include "tests/support/Random.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
-#include <stdexcept>
 
 namespace {
 
 using Kiln::String;
-
-template <class Function>
-String problem(Function function) {
-   try {
-      function();
-      return "";
-   } catch (const std::runtime_error& error) {
-      return error.what();
-   }
-}
+using ZelTest::errorOf;
 
 TEST(JsonReader, ReadsEveryKindOfValue) {
    const ZelCtl::Json value = ZelCtl::readJson(
@@ -69,9 +60,9 @@ TEST(JsonReader, RefusesAnythingElse) {
         {String(100000, '['), "it nests deeper than 32 levels"},
    };
    for (const auto& [text, expected] : cases) {
-      EXPECT_EQ(problem([&, &text = text] { ZelCtl::readJson(text); }), expected) << text.substr(0, 99);
+      EXPECT_EQ(errorOf([&, &text = text] { ZelCtl::readJson(text); }), expected) << text.substr(0, 99);
    }
-   EXPECT_EQ(problem([] { ZelCtl::readJson(String(32, '[') + String(32, ']')); }), "");
+   EXPECT_EQ(errorOf([] { ZelCtl::readJson(String(32, '[') + String(32, ']')); }), "");
 }
 
 constexpr const char* document =
@@ -108,7 +99,7 @@ TEST(CountersDocument, AnotherDocumentIsRefused) {
                          "\"notes\":[],\"rows\":[7]}]}]}";
    for (const String& text : {number, String("[]"), String("{\"chips\":{}}"), String("{\"chips\":[{}]}"),
                               String("{\"chips\":[{\"chip\":\"Zel0\"}]}"), String("x"), nested}) {
-      EXPECT_NE(problem([&] { ZelCtl::readCountersDocument(text); }).find("cannot read the agent's answer: "),
+      EXPECT_NE(errorOf([&] { ZelCtl::readCountersDocument(text); }).find("cannot read the agent's answer: "),
                 String::npos)
            << text;
    }
@@ -137,7 +128,7 @@ TEST(CountersDocument, SurvivesGarbage) {
             text[at] = "{}[]\",:0n\\"[random.below(10)];
          }
       }
-      read += problem([&] { ZelCtl::readCountersDocument(text); }).empty() ? 1 : 0;
+      read += errorOf([&] { ZelCtl::readCountersDocument(text); }).empty() ? 1 : 0;
    }
    EXPECT_GT(read, 0);
    EXPECT_LT(read, 30000);

@@ -3,6 +3,7 @@
 
 #include "kiln/JsonWriter.h"
 #include "silo/Table.h"
+#include "tests/support/ErrorText.h"
 #include "tests/support/Files.h"
 #include "tests/support/TemporaryFolder.h"
 #include "vex/PublishedRecords.h"
@@ -59,11 +60,7 @@ class RecordViewer : public testing::Test {
       return std::regex_replace(text, std::regex("  [0-9]\\.[0-9]s|: [0-9]\\.[0-9]s ago"), " NOW");
    }
    String refusal(const String& command) {
-      try {
-         return "shown: " + view(command);
-      } catch (const std::exception& error) {
-         return error.what();
-      }
+      return ZelTest::errorOf([&] { view(command); });
    }
 
    const ZelTest::TemporaryFolder folder_;
@@ -157,12 +154,10 @@ TEST_F(RecordViewer, AWatchRefusesJsonAndRates) {
    publishPorts();
    for (const auto& [keyword, error] : {std::pair{"js", "watch shows tables: leave out 'json'"},
                                         std::pair{"rates", "watch shows rates anyway: leave out 'rates'"}}) {
-      try {
-         ZelCtl::showRecords({"interfaces", keyword}, store_);
-         ADD_FAILURE() << keyword;
-      } catch (const std::exception& refused) {
-         EXPECT_STREQ(refused.what(), error);
-      }
+      EXPECT_EQ(ZelTest::errorOf([&, word = keyword] {
+                   ZelCtl::showRecords({"interfaces", word}, store_);
+                }),
+                error);
    }
 }
 

@@ -5,6 +5,7 @@
 #include "agent/ListeningSocket.h"
 #include "kiln/ActivityLock.h"
 #include "kiln/TextOutput.h"
+#include "tests/support/ErrorText.h"
 #include "tests/support/SimulatedTime.h"
 #include "tests/support/SocketClient.h"
 #include "tests/support/TemporaryFolder.h"
@@ -123,12 +124,7 @@ class CommandChannel : public testing::Test {
       return channel_->clientCount();
    }
    String openError() {
-      try {
-         open();
-      } catch (const std::runtime_error& error) {
-         return error.what();
-      }
-      return "";
+      return ZelTest::errorOf([this] { open(); });
    }
 
    const ZelTest::SimulatedTime time_;
