@@ -1,4 +1,4 @@
-// Replaces operator new and delete with ones that count.
+// Replaces operator new and delete by counting ones.
 #include "bench/AllocationCount.h"
 
 #include <atomic>

@@ -10,7 +10,7 @@ struct Allocations {
    U64 bytes = 0;
 };
 
-// How many blocks operator new has handed out since the process began. May be called on any thread.
+// Everything that operator new handed out since the process began. Any thread.
 Allocations allocations() noexcept;
 
 } // namespace Bench

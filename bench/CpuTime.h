@@ -5,7 +5,7 @@
 
 namespace Bench {
 
-// The CPU time of this thread in seconds. Unlike elapsed time, it leaves out what else the machine does.
+// CPU time of this thread in seconds, so that what else the machine does counts for neither side.
 inline double cpuSeconds() {
    timespec now{};
    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);

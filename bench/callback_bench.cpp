@@ -1,6 +1,5 @@
-// The completion path of MAC reads, from the lock to the stored snapshot, for 456 ports a chip and 1 to 8 chips,
-// compared with a plain memcpy of the same bytes in the same loop. Also its allocations, and the cost of a trace line
-// that is off.
+// The cost of the completion of MAC reads, from the lock to the stored snapshot, for 456 ports a chip and 1 to 8 chips,
+// against a plain memcpy of the same bytes in the same loop; its allocations; and the cost of a trace line that is off.
 #include "bench/AllocationCount.h"
 #include "bench/CpuTime.h"
 #include "counters/ZelCounters.h"
@@ -61,7 +60,7 @@ struct Chips {
    std::vector<Kiln::Ptr<ZelCounter::ZelCounters>> chips;
 };
 
-// The floor and the path take turns, so that both run under the same conditions.
+// The floor and the path take turns, so that both see the same machine.
 void completionPath(benchmark::State& state) {
    const auto chipCount = static_cast<unsigned>(state.range(0));
    const std::size_t values = std::size_t{chipCount} * portsPerChip * BF_NUM_RMON_COUNTERS;
@@ -109,7 +108,7 @@ BENCHMARK(memoryPerPort)->Iterations(3);
 
 struct Formatted {
    friend std::ostream& operator<<(std::ostream& out, const Formatted&) {
-      std::abort(); // a line that is off must not evaluate its arguments
+      std::abort(); // a line that is off must not get here
       return out;
    }
 };

@@ -1,6 +1,6 @@
-// The cost of one completion of a pipe's queue counters, publishing included, and of one fetch of the PDP counters,
-// each as a multiple of its floor: the same SDK reads, and nothing else. Each takes turns with its floor, so that both
-// run under the same conditions.
+// The cost of one completion of a pipe's queue counters and of one fetch of the PDP counters, each as a multiple of its
+// floor: the same SDK reads, and nothing else. A completion includes the publishing. Floor and library take turns, so
+// that both see the same machine.
 #include "bench/AllocationCount.h"
 #include "bench/CpuTime.h"
 #include "counters/ZelCounters.h"
@@ -102,7 +102,7 @@ void queueCompletion(benchmark::State& state) {
    poller->pollingClockExpired();
    void* const cookie = completions.held().at(0).cookie;
    completions.deliverAllHeld();
-   completions.modeIs({SoftChip::CompletionMode::Kind::lost}); // the benchmark calls back itself
+   completions.modeIs({SoftChip::CompletionMode::Kind::lost}); // this calls back itself
    const U32 handle = one.handleOf("egressPortQueueCount");
    const auto floor = [&] {
       pipe_stat_data_t sent{};

@@ -1,5 +1,5 @@
-// VLAN counters of four chips with 4,094 VLANs of five entries each: one read of all, one NAT refresh pass and how long
-// it holds the activity lock, and enabling and disabling all. Each is compared with its floor in the same run.
+// The cost of VLAN counters of four chips, 4,094 VLANs with five entries each: one read of all; one NAT refresh pass,
+// and how long it holds the activity lock; and enabling and disabling all. Each against its floor in the same run.
 #include "bench/CpuTime.h"
 #include "counters/l3/ZelCountersL3Intf.h"
 #include "kiln/ActivityLock.h"
@@ -118,7 +118,7 @@ class Floor {
    std::vector<Read> reads_;
 };
 
-// Floor and library take turns, so that both run under the same conditions.
+// Floor and library take turns, so that both see the same machine.
 template <class FloorWork, class Work>
 void against(benchmark::State& state, unsigned units, const char* unit, FloorWork floorWork, Work work) {
    double floorSeconds = 0;

@@ -1,7 +1,7 @@
 // The cost of publishing and reading shared records, as a multiple of a bare sequence lock around a memcpy.
 //
-// Each benchmark runs batches of its own passes and of the floor's in turn, so that both run under the same conditions.
-// The time shown is that of one of its passes over all records; "x_floor" is the ratio of the two.
+// Each benchmark runs batches of its own passes and of the floor's in turn, so that both see the same machine. The time
+// shown is that of one of its passes over all records; "x_floor" is the ratio of the two.
 #include "bench/AllocationCount.h"
 #include "bench/CpuTime.h"
 #include "silo/Table.h"
@@ -29,7 +29,7 @@ struct Counters {
    std::uint64_t values[88];
 };
 
-// The floor: the least work that would do. By the language's rules it is a data race.
+// The floor: the least code that publishes a record. Formally a data race, which is why the library does more.
 struct BareSlot {
    std::atomic<std::uint64_t> sequence;
    Counters counters;
@@ -91,7 +91,7 @@ Silo::Mapping makeBare() {
 
 template <class Pass>
 double secondsForBatch(Pass& pass) {
-   pass(); // the caches still hold the data of the other one's batch
+   pass(); // the other one's batch has filled the caches
    double start = Bench::cpuSeconds();
    for (int i = 0; i < passesPerBatch; ++i) {
       pass();
@@ -104,7 +104,7 @@ void compare(benchmark::State& state, Pass pass, Floor floor) {
    double total = 0;
    double floorTotal = 0;
    std::uint64_t allocations = 0;
-   pass(); // warm-up: from here on, keys, index and buffers exist
+   pass(); // warm: keys, index and buffers exist
    for (auto _ : state) {
       floorTotal += secondsForBatch(floor);
       std::uint64_t before = Bench::allocations().count;
@@ -144,7 +144,7 @@ void publish(benchmark::State& state) {
    store().remove("bare");
 }
 
-// The records belong to another process: a child writes them and ends.
+// Another process wrote the records: a child that has ended.
 void fillFromChild() {
    pid_t child = fork();
    if (child == 0) {
@@ -166,7 +166,7 @@ void fillFromChild() {
 
 template <class MakePass>
 void readAgainstFloor(benchmark::State& state, MakePass makePass) {
-   store(); // before the fork, so that the child has the same store
+   store(); // so that the child has the same place
    fillFromChild();
    Silo::TableReader<Counters> reader(store(), "counters");
    Silo::Mapping mapping = store().openForReading("bare");
@@ -177,7 +177,7 @@ void readAgainstFloor(benchmark::State& state, MakePass makePass) {
       for (std::size_t i = 0; i < records; ++i) {
          isGood &= bare[i].read(copies[i]);
       }
-      benchmark::DoNotOptimize(copies.data()); // otherwise the compiler may leave out the copying
+      benchmark::DoNotOptimize(copies.data()); // or the compiler may leave the copying out
       benchmark::ClobberMemory();
    });
    if (!isGood) {

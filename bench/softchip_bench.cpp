@@ -1,4 +1,4 @@
-// The cost of a frame in the soft chip, and of its synthetic traffic per second.
+// The cost of a frame in the soft chip, and of a second of its traffic.
 #include "bench/AllocationCount.h"
 #include "kiln/ActivityManager.h"
 #include "kiln/Time.h"

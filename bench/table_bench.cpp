@@ -1,9 +1,8 @@
-// The cost of showing a counter table of 65,536 entries, compared with its floor (the same lines through std::to_chars
-// into one buffer, written once) and with a formatted write to the descriptor for each line.
+// The cost of showing a counter table of 65,536 entries, against its floor (the same lines through std::to_chars into
+// one buffer, written once) and against a formatted write to the descriptor per line.
 //
-// Every round runs the three in turn, so that all run under the same conditions. The time shown is the command's own.
-// "x_floor" is the command's time in multiples of the floor's, "x_faster" the line-by-line time in multiples of the
-// command's.
+// Every round runs the three in turn, so that all see the same machine. The time shown is the command's; "x_floor" is
+// its multiple of the floor's time, "x_faster" is the line-by-line time's multiple of it.
 #include "counters/ZelCounters.h"
 #include "kiln/ActivityLock.h"
 #include "kiln/ActivityManager.h"
@@ -28,7 +27,7 @@ struct Output {
    Output(const Output&) = delete;
    Output& operator=(const Output&) = delete;
    ~Output() { close(fd); }
-   // The file keeps its pages, so that none of the three pays for allocating them.
+   // Keeps the pages, so that none of the three pays for them.
    void rewind() const { lseek(fd, 0, SEEK_SET); }
    off_t size() const { return lseek(fd, 0, SEEK_CUR); }
    int fd;

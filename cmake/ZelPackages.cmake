@@ -28,7 +28,7 @@ zel_package(SoftChip libzelcounters-softchip-dev libdevel "software switching ch
   "Stands in for the chip maker's SDK where there is no chip: it counts the frames that it is fed. Static library and
 headers."
   "libzelcounters-dev (= ${PROJECT_VERSION})")
-zel_package(Programs zelagent net "switch agent that counts, and its client"
+zel_package(Programs zelagent net "switch agent that publishes interface counters, and its client"
   "zelagent runs libZelCounters over software chips; zelctl asks it for counters, and reads what it publishes.
 Installation does not start the service zelagent."
   "")

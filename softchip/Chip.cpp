@@ -1,4 +1,4 @@
-// The chip's ports, the way of a frame through it, and the checks of what is asked of it.
+// The chip's ports, the way of a frame through it, and the checks of its callers' arguments.
 #include "softchip/Chip.h"
 
 #include "kiln/Time.h"

@@ -88,18 +88,18 @@ constexpr std::array options{
             [](Options& o, const Kiln::String& v) {
                o.agent.ports = number("--ports", v, 0, ZlPort::maxPipes * ZlPort::frontPanelPortsPerPipe);
             }},
-     Option{"--capabilities", "LIST", "out of vlan,vxlan,vrf-nat,qos-policy, or none (all four)",
+     Option{"--capabilities", "LIST", "a list out of vlan,vxlan,vrf-nat,qos-policy, or none (all four)",
             takeCapabilities},
      Option{"--traffic", "SOURCE",
             "synthetic, none, host (its interfaces are the ports), or a capture file for the first "
             "port (synthetic)",
             takeTraffic},
-     Option{"--seed", "N", "of the synthetic traffic (1)",
+     Option{"--seed", "N", "seed of the synthetic traffic (1)",
             [](Options& o, const Kiln::String& v) {
                const auto seed = Kiln::parseNumber<U64>(v);
                o.agent.seed = seed ? *seed : (refuse("--seed", v, "a number from 0 upward"), 0);
             }},
-     Option{"--polling", "SECONDS", "from the end of one polling pass to the start of the next (2)",
+     Option{"--polling", "SECONDS", "time from the end of one polling pass to the start of the next (2)",
             [](Options& o, const Kiln::String& v) {
                const auto interval = Kiln::parseSeconds(v, longestPollingInterval);
                if (!interval || *interval < shortestPollingInterval) {
@@ -107,15 +107,16 @@ constexpr std::array options{
                }
                o.agent.pollingInterval = *interval;
             }},
-     Option{"--socket", "PATH", "where commands come in ($ZEL_SOCKET, else a place of the user's own)",
+     Option{"--socket", "PATH", "socket for commands ($ZEL_SOCKET, else one of the user's own)",
             [](Options& o, const Kiln::String& v) { o.socketPath = v; }},
-     Option{"--silo", "DIR", "keeps shared tables in files there (the machine's shared memory)",
+     Option{"--silo", "DIR", "folder for the shared tables (the machine's shared memory)",
             [](Options& o, const Kiln::String& v) { o.agent.siloFolder = v; }},
-     Option{"--hardware", "FILE", "keeps hardware counters there, so that they outlive the agent (none)",
+     Option{"--hardware", "FILE", "file for the hardware counters, which then outlive the agent (none)",
             [](Options& o, const Kiln::String& v) { o.agent.hardwareFile = v; }},
-     Option{"--trace", "NAME/LEVELS", "trace lines on standard error, as ZelCounters/0-4; may be repeated",
+     Option{"--trace", "NAME/LEVELS",
+            "trace lines on standard error, such as ZelCounters/0-4; may be repeated",
             [](Options&, const Kiln::String& v) { takeTrace(v); }},
-     Option{"--scenario", "FILE", "runs the statements of a file, or of - for standard input",
+     Option{"--scenario", "FILE", "runs the statements of a file, or of standard input (-)",
             [](Options& o, const Kiln::String& v) { o.scenario = v; }},
      Option{"--help", "", "prints this", [](Options& o, const Kiln::String&) { o.help = true; }},
      Option{"--version", "", "prints the version", [](Options& o, const Kiln::String&) { o.version = true; }},

@@ -68,13 +68,13 @@ void openStandardStreams() {
 void printHelp() {
    std::cout
         << "Usage: zelagent [OPTION]...\n\n"
-           "A switch agent that counts: software chips, their ports and the counters library. Ask it with "
-           "zelctl.\n\n"
+           "Runs software switching chips and the counters library, and publishes what they count. zelctl is "
+           "the client.\n\n"
         << ZelAgent::optionsHelp()
-        << "\nStatements of a scenario, one a line; '#' begins a comment. Time stands still but for "
-           "advance.\n\n"
+        << "\nStatements of a scenario, one per line; '#' begins a comment. Only advance lets time "
+           "pass.\n\n"
         << ScenarioConsole::statementsHelp()
-        << "\nA scenario ends with status 0; 1 when a command was refused; 2 for an invalid "
+        << "\nA scenario ends with status 0, with 1 if a command was refused, with 2 at an invalid "
            "statement.\n";
 }
 

@@ -10,13 +10,12 @@ namespace {
 constexpr const char* beginning = R"(Usage: zelctl [OPTION]... COMMAND [WORD]...
        zelctl [OPTION]...           on a terminal, gives a prompt
 
-Words may be shortened as long as they stay unambiguous; at the prompt, Tab
-completes them.
+Words may be shortened while they stay unique. Tab completes them at the prompt.
 
 Dropped frames?  'counters show drop nonzero' says which ports dropped them and
 why. If that is empty, 'counters show pipeline nonzero' says how far they got.
-These two show drops in the pipeline and in queues. 'interfaces errors' shows
-the MAC's own discards; with '--traffic host' there are no others.
+These cover the pipeline and the queues. Discards in 'interfaces errors' are the
+MAC's own; with the agent's '--traffic host' there are no others.
 
 counters ...                        asks the running zelagent
    show drop                        dropped frames by port and reason
@@ -49,8 +48,7 @@ counters ...                        asks the running zelagent
                                     traffic-manager or table: one pipe only
      json                           after a show: prints JSON, for programs
 
-These show what the agent publishes. They read the shared tables, and work even
-when no agent is running
+These read what an agent published in the shared tables, even if none is running
 )";
 
 constexpr const char* end = R"(     INTF                           only these; 'interfaces' shows all counters
@@ -65,9 +63,9 @@ constexpr const char* end = R"(     INTF                           only these; '
      json                           prints JSON, for programs
 
 These are zelctl's own
-   watch [SECONDS] SHOW             repeats a show every SECONDS, or every 2;
-                                    changes stand out, with their rate per
-                                    second; Ctrl-C or q ends it
+   watch [SECONDS] SHOW             repeats any show, every 2 s by default, and
+                                    marks what changed, with rates per second;
+                                    Ctrl-C or q ends it
    help                             prints this
    quit                             leaves the prompt
 

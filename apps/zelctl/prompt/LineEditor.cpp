@@ -52,8 +52,8 @@ unsigned char takeSequence(EditLine* line, int /*key*/) {
    }
    name = key == L'~' ? name + '~' : String(1, static_cast<char>(key));
    const LineInfoW* const shown = el_wline(line);
-   const bool isAtEnd =
-        shown->cursor == shown->lastchar; // here Delete, sent on as Ctrl-D, could end the session
+   // Delete is sent on as Ctrl-D, which on an empty line would end the session.
+   const bool isAtEnd = shown->cursor == shown->lastchar;
    const auto* const found =
         std::ranges::find(meanings, name, &std::pair<std::string_view, const wchar_t*>::first);
    if (found != std::end(meanings) && !(name == "3~" && isAtEnd)) {

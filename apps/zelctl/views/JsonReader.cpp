@@ -60,8 +60,7 @@ class Gate final : public nlohmann::json_sax<Json> {
       return true;
    }
 
-   std::vector<std::set<String>>
-        levels_; // a level for each open object or list; the keys so far of an object
+   std::vector<std::set<String>> levels_; // of each open object or list, the keys so far; a list has none
 };
 
 } // namespace

@@ -15,10 +15,9 @@ struct PublishedRow {
    Kiln::String name; // empty if the record is damaged and its name lost
    Silo::ReadResult result = Silo::ReadResult::absent;
    U64 generation = 0;
-   std::optional<double>
-        age;             // seconds; none if it was sampled on another clock, as before the machine's restart
-   bool isStale = true;  // older than three polling intervals
-   Vex::RecordText text; // empty unless the result is ok
+   std::optional<double> age; // seconds; none if sampled on another clock, as before the machine's restart
+   bool isStale = true;       // older than three polling intervals
+   Vex::RecordText text;      // empty unless the result is ok
 };
 
 struct PublishedTable {

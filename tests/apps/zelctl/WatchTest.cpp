@@ -87,13 +87,12 @@ TEST(Watch, MarksWhatChangedAndRatesItByTheTimeThatPassed) {
                                                                         "  Name  In  /s  Out  /s\n"
                                                                         "  a      1   -    0   -\n"
                                                                         "  b      5   -  100   -\n");
-   EXPECT_EQ(
-        drawn(changes.compare({table({"a 1 3000000", "c 7 -", "b 6 40"})}, 14)),
-        "T\n"
-        "  Name  In   /s      Out    /s\n"
-        "* a      1    0  3000000  750k\n"
-        "+ c      7    -        -     -\n"
-        "* b      6  0.2       40     -\n"); // the exact rate is 0.25; a counter that began anew has no rate
+   EXPECT_EQ(drawn(changes.compare({table({"a 1 3000000", "c 7 -", "b 6 40"})}, 14)),
+             "T\n"
+             "  Name  In   /s      Out    /s\n"
+             "* a      1    0  3000000  750k\n"
+             "+ c      7    -        -     -\n"
+             "* b      6  0.2       40     -\n"); // 0.25; and a counter that began anew has no rate
    EXPECT_EQ(drawn(changes.compare({table({"a 1 3000000", "b 6 140"})}, 15)),
              "T\n"
              "  Name  In  /s      Out   /s\n"

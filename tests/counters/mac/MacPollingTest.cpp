@@ -68,8 +68,7 @@ TEST_F(MacPolling, AsksForThisChipsPortsAndItsOwnInternalInterfaceOnly) {
    EXPECT_TRUE(first.contains(internal));
    EXPECT_FALSE(first.contains(other));
    EXPECT_FALSE(first.contains(foreignInternal));
-   EXPECT_TRUE(rig.counters(1)->macCountersLast().contains(
-        other)); // the same port number on another chip has its own counters
+   EXPECT_TRUE(rig.counters(1)->macCountersLast().contains(other)); // the same port number on chip 1
 }
 
 TEST_F(MacPolling, FollowsPortsThatComeMoveAndGo) {

@@ -121,8 +121,7 @@ TEST_F(PortPublishing, ARestartGoesOnFromWhatWasPublished) {
    EXPECT_EQ(published().totals[inOctets], 1000U);
    rig.advance(2.0);
    EXPECT_EQ(published().totals[inOctets], 1400U);
-   EXPECT_EQ(published().rate(inOctets),
-             200.0); // both samples are on the same clock, though two agents took them
+   EXPECT_EQ(published().rate(inOctets), 200.0); // two agents took the samples, but on the same clock
    EXPECT_EQ(published().discontinuityTime, 0.0);
    EXPECT_TRUE(logged.take().empty());
 }
