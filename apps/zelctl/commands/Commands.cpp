@@ -62,7 +62,7 @@ WatchRound fetchRound(const Client& client, const Words& words, Signals* signals
       if (answer.error.empty()) {
          return {readCountersDocument(answer.text), ""};
       }
-      // The agent may blame the word 'json', which nobody typed. Ask again without it, for the error to show.
+      // The agent may blame the word 'json', which nobody typed. Asked without it, it names the real fault, if any.
       const bool blamesJson = answer.error.find("'json'") != String::npos;
       const String plain = blamesJson ? ask(client.socketPath, line, signals, patience).error : "";
       return {{}, plain.empty() ? answer.error : plain};

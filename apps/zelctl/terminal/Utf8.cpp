@@ -28,7 +28,7 @@ constexpr std::array ranges{
      Range{0x1f900, 0x1f9ff, 2}, Range{0x20000, 0x3fffd, 2},
 };
 
-// 0 for a byte that begins no character: 0xc0 and 0xc1 would be overlong, from 0xf5 on lies nothing.
+// 0 for a byte that begins no character: 0xc0 and 0xc1 would be overlong, 0xf5 and above are beyond Unicode.
 std::size_t lengthByLead(unsigned char lead) {
    return lead < 0x80 ? 1 : lead < 0xc2 ? 0 : lead < 0xe0 ? 2 : lead < 0xf0 ? 3 : lead < 0xf5 ? 4 : 0;
 }

@@ -1,4 +1,4 @@
-// Reads the JSON document that the agent answers a show with `json` with.
+// Reads the JSON document with which the agent answers a show with `json`.
 #pragma once
 
 #include "apps/zelctl/views/ShownTable.h"

@@ -28,7 +28,7 @@ const NamedCounter* counterNamed(const Vex::RecordText& text, std::string_view n
 
 String secondsText(double seconds) {
    char text[32];
-   if (!(std::fabs(seconds) < 1e5)) { // true of NaN too, which a damaged record may hold
+   if (!(std::fabs(seconds) < 1e5)) {
       std::snprintf(text, sizeof text, "%.0fd", seconds / 86400);
    } else if (std::fabs(seconds) >= 1e4) {
       std::snprintf(text, sizeof text, "%.0fh", seconds / 3600);

@@ -20,7 +20,7 @@ struct ShownCell {
 };
 
 struct ShownRow {
-   // One a column. A row without counts, such as one that can't be read, ends early in a text of any length.
+   // One per column. A row without counts, such as one that can't be read, ends early in a text of any length.
    std::vector<ShownCell> cells;
    std::optional<double> sampled{}; // when, on the monotonic clock; none if unknown
 };

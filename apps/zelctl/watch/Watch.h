@@ -20,9 +20,9 @@ struct WatchRound {
 
 using FetchRound = std::function<WatchRound(const Patience&)>;
 
-// Shows rounds until Ctrl-C, 'q' on a terminal, or the end of standard output's reader; all of these are success. An
-// error in the first round ends the watch. A later one ends it only without a terminal; on a terminal it is shown,
-// and the watch goes on trying. Returns the exit status; after a signal to end, 128 plus its number.
+// Shows rounds until Ctrl-C, 'q' on a terminal, or until the reader of standard output is gone; all of these are
+// success. An error in the first round ends the watch. A later one ends it only without a terminal; on a terminal it
+// is shown, and the watch goes on trying. Returns the exit status; after a signal to end, 128 plus its number.
 int runWatch(const WatchRequest& request, const FetchRound& fetch, Signals* signals);
 
 } // namespace ZelCtl
