@@ -193,7 +193,7 @@ std::size_t Completions::deliverAllHeld() {
 // delivered early. Each callback may still make requests.
 void Completions::shutDown() {
    std::unique_lock lock(mutex_);
-   // Or callbacks that ask again would put off the end for ever.
+   // Otherwise callbacks that ask again would put off the end for ever.
    mode_ = CompletionMode{CompletionMode::Kind::lost, 0.0, 1};
    nextModes_.clear();
    std::sort(timed_.begin(), timed_.end(), [](const Timed& a, const Timed& b) { return isLater(b, a); });

@@ -17,6 +17,7 @@ void Traffic::onIs(bool on) {
       return;
    }
    if (on) {
+      // From now on: nothing arrived while traffic was off.
       deliveredAt_ = Kiln::System::currentTime();
       clock_.timeMinIs(deliveredAt_ + tick);
    } else {

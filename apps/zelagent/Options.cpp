@@ -173,6 +173,7 @@ Options parseOptions(std::span<const char* const> arguments) {
       option.take(parsed, value);
    }
    check(parsed);
+   // Host interfaces get the ports. Only after the check, so that a bad --ports is refused here too.
    if (parsed.traffic == Options::Traffic::host) {
       parsed.agent.ports = 0;
    }

@@ -198,6 +198,7 @@ void ScenarioConsole::flushOutput() {
 
 void ScenarioConsole::runLine(const Kiln::String& line) {
    Words words = Agent::splitWords(line);
+   // A # within a word belongs to the word.
    words.erase(std::find_if(words.begin(), words.end(), [](const auto& word) { return word[0] == '#'; }),
                words.end());
    if (words.empty()) {

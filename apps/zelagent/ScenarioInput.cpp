@@ -24,6 +24,7 @@ ScenarioInput::int_type ScenarioInput::underflow() {
       if (got == 0 && watched[0].revents != 0) {
          return traits_type::eof();
       }
+      // Whoever shares the terminal may have made it non-blocking, hence EAGAIN.
       if (got < 0 && errno != EINTR && errno != EAGAIN) {
          throw std::system_error(errno, std::generic_category(), "the scenario");
       }

@@ -66,6 +66,7 @@ SwitchAgent::SwitchAgent(const SwitchAgentConfig& config) : config_(config) {
    fleet_ = std::make_unique<SoftChip::Fleet>(config_.hardwareFile);
    traffic_ = std::make_unique<SoftChip::Traffic>(*fleet_, Kiln::activityManagerClock(), config_.seed);
 
+   // New entities notify nobody, and the manager's reactors live on these notifications.
    systemStatus_ = Kiln::allocate<ZelSystem::SystemStatus>();
    systemStatus_->chipCapabilitiesIs(chipTypeName, config_.capabilities);
    systemStatus_->qosToZelPdpClassMappingIs(pdpClassMapping());
@@ -284,6 +285,7 @@ void SwitchAgent::vniIs(U32 vni, Bridging::VlanId vlan) {
    for (SoftChip::Chip* chip : fleet_->chips()) {
       chip->vniIs(vni, vlan.value());
    }
+   // Kept once the chips took it: what they refuse must not reach later ones.
    vlanOfVni_.set(vni, vlan);
 }
 
