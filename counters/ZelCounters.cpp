@@ -19,20 +19,22 @@ namespace ZelCounter {
 
 namespace {
 
-// The faked array has room to spare, as the SDK's has; only the first BF_NUM_RMON_COUNTERS slots are read.
+// The faked array has spare slots, as the SDK's has; only the first BF_NUM_RMON_COUNTERS are read.
 constexpr std::size_t fakedSlots = 128;
 
 CookieRegistry<ZelCounters>& registry() {
    return CookieRegistry<ZelCounters>::instance();
 }
 
+// Whether the entries of a match table are each pipe's own or the same in all. Asked of the SDK once, before anything
+// is read: what reads the table's counters per pipe relies on it.
 int entryScopeIs(const ChipAccess& chip, U32 tableIndex, U32 scope) {
    return pipe_mgr_tbl_set_property(chip.sessionId(), chip.deviceId(),
                                     chip.zlResourceInfoIntf()->zlTable(tableIndex)->handle,
                                     PIPE_TBL_PROPERTY_ENTRY_SCOPE, scope, 0);
 }
 
-// Only the chip's own internal interface is polled; without a chip status that is none.
+// Of the internal interfaces only the chip's own, which its status names, is polled; without a chip status, none.
 bool isPolled(const ChipAccess& chip, const Pelt::IntfId& intf, const ZelSystem::PortRecord& record) {
    if (record.devId != chip.deviceId()) {
       return false;
@@ -43,6 +45,7 @@ bool isPolled(const ChipAccess& chip, const Pelt::IntfId& intf, const ZelSystem:
    return intf == (chip.chipStatus() ? chip.chipStatus()->internalIntf() : Pelt::IntfId());
 }
 
+// Goes the way of a real completion, callback and registry included, so that a simulation tests that way too.
 void fakePort(ZelCounters* chip, const FakeCounter& fake, U16 devicePort) {
    KILN_TRACE(7, "Faking counter # " << fake.id << " value " << fake.value);
    U64 buffer[fakedSlots] = {};
@@ -52,6 +55,8 @@ void fakePort(ZelCounters* chip, const FakeCounter& fake, U16 devicePort) {
                        chip);
 }
 
+// Announced before the request, since its completion may come inline; a refused request has none, so the announcement
+// is withdrawn. There is no retry: the next pass asks again.
 void requestPort(ZelCounters* chip, const Pelt::IntfId& intf, U16 devicePort) {
    registry().requested(chip);
    const bf_status_t status =
@@ -85,6 +90,7 @@ ZelCounters::ZelCounters(Context context)
    initializedIs(true);
 }
 
+// Whoever lets go of a chip should have stopped it. This is for the others: its pollers must not outlive its parts.
 ZelCounters::~ZelCounters() {
    stop();
 }
@@ -100,6 +106,7 @@ void ZelCounters::stop() {
       return;
    }
    stopped_ = true;
+   // Completions first, then what makes requests: from here on neither a callback nor a clock finds this chip.
    registry().retire(this);
    if (hwTableCountersSm_) {
       hwTableCountersSm_->stop();
@@ -115,6 +122,7 @@ void ZelCounters::initializePerPipeCounters() {
    KILN_ASSERT(pdpClassCountId != 0xFFFFFFF);
    perPipeCounterIs(pdpClassCountId, true);
 
+   // Looked for only on chips with the capability: other programs don't have these tables.
    if (capabilities().qosPolicyCounter) {
       const U32 tableIndex = zlResourceInfoIntf()->zlTableIndex(TableNames::qosPolicyDropCounter);
       KILN_ASSERT(tableIndex != 0xFFFFFFF);
@@ -126,6 +134,7 @@ void ZelCounters::initializePerPipeCounters() {
       perPipeCounterIs(qosPolicyDropCountId, true);
    }
 
+   // On hardware these four tables stay as the P4 program declares them.
    if (simulation()) {
       const U32 queueCountersIndex = zlResourceInfoIntf()->zlTableIndex(TableNames::queueCounters);
       KILN_ASSERT(queueCountersIndex != 0xFFFFFFF);
@@ -153,8 +162,9 @@ void ZelCounters::initializePerPipeCounters() {
       const bf_status_t status = lld_sku_map_pipe_id_to_phy_pipe_id(deviceId(), pipe, &physicalPipeId);
       KILN_ASSERT_MESSAGE(status == 0, "status == 0", "Failed to map logical to physical pipe-id");
       KILN_ASSERT(physicalPipeId <= ZelId::ZelPipeId::max());
+      // Only these pollers ask by physical pipe; everything else here goes by the logical one.
       for (const U32 counterType : polledTmCounterTypes) {
-         tm_.pipeTmCounterSmIs({pipe, counterType}, physicalPipeId, clock)->scheduleClock();
+         pipeTmCounterSmIs({pipe, counterType}, physicalPipeId, clock)->scheduleClock();
       }
    }
 }
@@ -183,6 +193,7 @@ void ZelCounters::requestHwCountersPolling() {
    if (stopped_) {
       return;
    }
+   // These have no completions of their own: they are only marked due, once a pass, after the ports.
    if (vexCountersSm() && context_.vexCommonSmData) {
       for (const Pelt::IntfId& intf : context_.vexCommonSmData->vlanIntf().keys()) {
          vexCountersSm()->updateCounters(VexTypes::CounterType::vlanIntf, intf);
@@ -202,6 +213,8 @@ void ZelCounters::getMacCounters(const Pelt::IntfId& intf, const Kiln::Ptr<VexTy
    }
 }
 
+// The order is fixed: operators' tools know it. PDP counters are not fetched here: the command layer does it, and
+// leaves it out for a chip without tables, where the fetch asserts.
 void ZelCounters::showCounters(ShowTarget out, bool nonZero) {
    KILN_TRACE(8, "ZelCounters::"
                       << "showCounters");
@@ -214,7 +227,8 @@ void ZelCounters::showCounters(ShowTarget out, bool nonZero) {
    mauDrops_.showAll(out, nonZero);
 }
 
-// The order is fixed, as that of the shows is. Drops are deliberately not among the clears.
+// Fixed, too, and not the order of the shows. Drops are deliberately missing: they have clears of their own. Port drops
+// begin anew all the same, as the clear of the tables zeroes theirs.
 void ZelCounters::clearCounters(ShowTarget out) {
    KILN_TRACE(8, "ZelCounters::"
                       << "clearCounters");
@@ -227,6 +241,7 @@ void ZelCounters::clearCounters(ShowTarget out) {
 
 void ZelCountersCallback(bf_dev_id_t dev, bf_dev_port_t port, bf_rmon_counter_array_t* values, void* cookie) {
    const auto lock = Kiln::ActivityLockAnchor::lock();
+   // After the clean-up of a simulation the SDK's threads still deliver, to objects that may be half gone.
    if (ZelCounters::simulation() && smRunning == 0) {
       return;
    }
@@ -234,7 +249,7 @@ void ZelCountersCallback(bf_dev_id_t dev, bf_dev_port_t port, bf_rmon_counter_ar
    KILN_ASSERT(bc);
    // Declared after the lock, so that it is given up before the lock is.
    const Kiln::Ptr<ZelCounters> chip = registry().completed(bc);
-   const ZelId::PortIndex index(static_cast<U16>(port));
+   const ZelId::PortIndex index(static_cast<U16>(port)); // throws above 456, also for a late completion
    if (!chip || chip->deviceId() != dev) {
       KILN_TRACE(4, "ZelCountersCallback, port: " << port << ", late completion of device " << dev
                                                   << " dropped");
@@ -243,6 +258,7 @@ void ZelCountersCallback(bf_dev_id_t dev, bf_dev_port_t port, bf_rmon_counter_ar
    const Pelt::IntfId intf = chip->systemStatus()->portToIntfId(chip->deviceId(), index);
    KILN_TRACE(4, "ZelCountersCallback"
                       << ", port: " << port << ", intf: " << intf);
+   // Empty when the port has no interface any more; then neither step below does anything.
    chip->updateCounters(intf, *values);
    if (chip->vexCountersSm()) {
       chip->vexCountersSm()->updateCounters(VexTypes::CounterType::port, intf);

@@ -26,10 +26,9 @@ class ZelCountersSm;
 // The work is done by the views behind it, one for each kind of counters; what is here forwards to them. A chip without
 // a resource-info service counts ports only: it has no counter tables and no table pollers.
 //
-// Show and clear operations write text to the descriptor that they are given and do not own, or rows to a ShowOutput.
-// They never block on more than the descriptor does, and an output that takes no more ends them early. Of a chip whose
-// construction is not complete they write "Agent not initialized yet"; the table and PDP operations leave that to the
-// command layer.
+// Show and clear operations write text to a descriptor, which they don't own, or rows to a ShowOutput. They block only
+// as the descriptor does, and end early when the output takes no more. Of a chip whose construction is not complete
+// they write "Agent not initialized yet"; the table and PDP operations leave that to the command layer.
 class ZelCounters : public ChipAccess {
  public:
    using IntfId = Pelt::IntfId;
@@ -73,11 +72,10 @@ class ZelCounters : public ChipAccess {
    void requestHwCountersPolling();
    // Stores a port's 89 raw counters as the interface's latest; dropped when the interface has no port record.
    void updateCounters(const IntfId& i, const bf_rmon_counter_array_t& raw) { mac_.updateCounters(i, raw); }
-   // Fills the record from the interface's latest raw counters and vets it against the previous one; does nothing when
-   // there are none.
+   // Fills the record from the interface's latest raw counters, if any, and vets it against the previous one.
    void getMacCounters(const IntfId& intf, const RecordPtr& record, const RecordPtr& previous);
-   // Counts wraps and upsets in the step from the previous record to the new one. A counter whose step was an upset gets
-   // its new value in the previous record, too, so that it has no step.
+   // Counts wraps and upsets in the step from the previous record to the new one. A counter whose step was an upset
+   // gets its new value in the previous record as well, so that no step is left.
    void checkMacCountersOverflow(const IntfId& intf, const RecordPtr& record, const RecordPtr& previous) {
       macAccounting_.checkMacCountersOverflow(intf, record, previous);
    }
@@ -102,8 +100,8 @@ class ZelCounters : public ChipAccess {
       tables_.showPipe(out, id, pipe, nonZero);
    }
    void showAllTableCounters(ShowTarget out, bool nonZero) { tables_.showAll(out, nonZero); }
-   // Write zero to the entries of a table of one pipe, or of all. Tables whose counts belong to another service are left
-   // alone. A refusal by the SDK, but for "not supported", is an assertion.
+   // Write zero to the entries of a table of one pipe, or of all. Tables whose counts belong to another service are
+   // left alone. A refusal by the SDK, but for "not supported", is an assertion.
    void clearTableCounters(ShowTarget, U32 id, PipeId pipe) { tables_.clear(id, pipe); }
    void clearAllTableCounters(ShowTarget) { tables_.clearAll(); }
 
@@ -128,7 +126,7 @@ class ZelCounters : public ChipAccess {
    // Moves the clear snapshot of every interface to what was fetched last; the hardware keeps its counts.
    void clearAllPdpIntfCounters(ShowTarget) { pdp_.clearAll(); }
 
-   // Everything: the views in one fixed order, and the clears in another. PDP class counters are as fetched last.
+   // Everything: the shows in one fixed order, the clears in another. PDP class counters are as fetched last.
    void showCounters(ShowTarget out, bool nonZero);
    void clearCounters(ShowTarget out);
 
@@ -146,8 +144,11 @@ class ZelCounters : public ChipAccess {
    MauDrops& mauDrops() { return mauDrops_; }
    void fetchAllMauDropCounters() { mauDrops_.fetchAll(); }
    void showAllMauDropCounters(ShowTarget out, bool nonZero) { mauDrops_.showAll(out, nonZero); }
-   // The traffic manager's counters, as polled last, and their pollers.
+   // The traffic manager's counters, as polled last, and their pollers, of which Is makes a missing one.
    TmCounters& tm() { return tm_; }
+   const auto& pipeTmCounterSmIs(const PipeTmCounterKey& key, U32 physicalPipe, ClockPtr clock) {
+      return tm_.pipeTmCounterSmIs(key, physicalPipe, std::move(clock));
+   }
    void clearAllTmCounters(ShowTarget out) { tm_.clearAll(out); }
 
    // Queue counters by interface; null for an interface that was never read.
@@ -158,11 +159,11 @@ class ZelCounters : public ChipAccess {
    // Seconds between two polls of a pipe's queues. Throws std::range_error unless it is positive and finite.
    double intfQueueCountersSdkPollingInterval() const { return queues_.pollingInterval(); }
    void intfQueueCountersSdkPollingIntervalIs(double seconds) { queues_.pollingIntervalIs(seconds); }
-   // The pollers by logical pipe. Is makes a missing one; another clock than it has throws std::invalid_argument.
+   // The pollers by logical pipe. Is makes a missing one; throws std::invalid_argument for another clock than it has.
    const auto& pipeIntfQueueCounterSm() const { return queues_.pipeIntfQueueCounterSm(); }
    const auto& pipeIntfQueueCounterSm(PipeId pipe) const { return queues_.pipeIntfQueueCounterSm(pipe); }
    const auto& pipeIntfQueueCounterSmIs(PipeId p, ClockPtr c) {
-      return queues_.pipeIntfQueueCounterSmIs(p, c);
+      return queues_.pipeIntfQueueCounterSmIs(p, std::move(c));
    }
    void pipeIntfQueueCounterSmDel(PipeId pipe) { queues_.pipeIntfQueueCounterSmDel(pipe); }
    void pipeIntfQueueCounterSmDelAll() { queues_.pipeIntfQueueCounterSmDelAll(); }
@@ -192,7 +193,7 @@ class ZelCounters : public ChipAccess {
 Kiln::Ptr<ZelCounters> zelCountersFactory(ZelCounters::Context context);
 
 // The SDK's completion of a MAC statistics read; the cookie is the ZelCounters that asked. Takes the activity lock. A
-// port above 456 is a std::range_error, a null cookie an assertion.
+// Throws std::range_error for a port above 456; asserts that the cookie is not null.
 void ZelCountersCallback(bf_dev_id_t dev, bf_dev_port_t port, bf_rmon_counter_array_t* values, void* cookie);
 
 } // namespace ZelCounter

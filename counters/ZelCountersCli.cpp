@@ -1,4 +1,4 @@
-// Parses a command and has it routed.
+// Parses a command and has it routed, or completed.
 #include "counters/ZelCountersCli.h"
 
 #include "counters/cli/CommandParser.h"
@@ -28,7 +28,8 @@ std::vector<Kiln::String> ZelCountersCli::completions(const std::vector<Kiln::St
    const ZelCountersMgrCli mgrCli(mgr_);
    ZelCountersCommand command;
    CommandParser parser(words, mgrCli);
-   parser.parse(&command);
+   parser.parse(&command); // its error is of no interest: the beginning of a command is mostly incomplete
+   // Nothing may follow what would be refused.
    return mgrCli.areNamesKnown(command) ? parser.next() : std::vector<Kiln::String>();
 }
 

@@ -2,10 +2,10 @@
 //
 //    [chip NAME] KEYWORD... [OPERAND] [OPTION]...
 //
-// Keywords and options may be shortened to any beginning that only one of them has in its place, and so may
-// names of counter tables, where a whole name comes first, then an option, then the beginning of a name. Names
-// of chips and interfaces are given whole. Options stand last, in any order, each at most once: of a show
-// command `json` puts the answer into a document (docs/command-channel.md).
+// Keywords and options may be shortened to any beginning that only one of them has in its place. So may names of
+// counter tables; there a word is taken for a whole name first, then for an option, then for the beginning of a name.
+// Names of chips and interfaces are given whole. Options stand last, in any order, each at most once. With `json` a
+// show command answers by a document (docs/command-channel.md).
 #pragma once
 
 #include "agent/AgentCommand.h"
@@ -16,8 +16,8 @@ class ManagerAccess;
 
 class ZelCountersCli : public Agent::AgentCommandCallback {
  public:
-   // The manager owns this and is not counted. Others may hold this longer: once the manager has let go of it,
-   // it refuses every command.
+   // The manager owns this and is held by a raw pointer. Others may hold this longer: once the manager has let go of
+   // it, it refuses every command.
    ZelCountersCli(Kiln::Name name, Kiln::String commandType, ManagerAccess* mgr);
 
    Agent::CommandResult command(const std::vector<Kiln::String>& words, int fd) override;

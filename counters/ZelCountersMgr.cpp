@@ -60,8 +60,9 @@ ZelCountersMgr::ZelCountersMgr(Kiln::Ptr<const ZelSystem::SystemStatus> systemSt
    handleInitialized();
 }
 
-// Chips stop first: their completions must find nobody. The reactors follow before what they watch. A chip
-// that waits for its last completion keeps the forwarding layer's reactors, but their helper needs this.
+// First what starts requests, then the chips: their completions must find nobody. A chip that waits for its last
+// completion keeps the forwarding layer's reactors alive, whose helper points back here: so these are told to watch
+// nothing any more.
 ZelCountersMgr::~ZelCountersMgr() {
    cliCallbackDel();
    countersMgrSmDel();
@@ -74,6 +75,8 @@ ZelCountersMgr::~ZelCountersMgr() {
    }
 }
 
+// The order matters: each service is made from those before it, and the polling clock comes last, when all are there to
+// be told of a pass.
 void ZelCountersMgr::handleInitialized() {
    const Kiln::Ptr<const Kiln::Clock> activityManagerClock = Kiln::activityManagerClock();
    cliCallbackIs("ZelCounters", "ZelCountersCli", this);
@@ -112,7 +115,7 @@ void ZelCountersMgr::cliCallbackIs(Kiln::Name name, const Kiln::String& commandT
 
 void ZelCountersMgr::cliCallbackDel() {
    if (cliCallback_) {
-      cliCallback_->mgrDel(); // the command directory may keep it
+      cliCallback_->mgrDel(); // the command directory may hold it longer than this lives
    }
    cliCallback_ = nullptr;
 }
@@ -194,6 +197,7 @@ void ZelCountersMgr::zelCountersIs(Kiln::Ptr<ZelCounters> zelCounters) {
       Kiln::throwNullParameter("zelCounters", "ZelCounter::ZelCountersMgr");
    }
    const ZelId::ZelDevId devId = zelCounters->deviceId();
+   // Others may hold the old chip longer: it must neither ask for anything more nor take completions.
    if (const Kiln::Ptr<ZelCounters> old = this->zelCounters(devId); old && old != zelCounters) {
       old->stop();
    }
@@ -211,21 +215,6 @@ void ZelCountersMgr::zelCountersDelAll() {
    Kiln::forEachKey(zelCounters_, [this](ZelId::ZelDevId devId) { zelCountersDel(devId); });
 }
 
-ZelSystem::ChipCapabilities ZelCountersMgr::capabilities(const ZelDriver::ZelDevProfile& devProfile) const {
-   return systemStatus()->chipCapabilities(devProfile.chipTypeName);
-}
-
-void ZelCountersMgr::addTmCounters(ZelId::ZelDevId devId,
-                                   const Kiln::Ptr<const ZelSlice::ChipStatus>& chipStatus) {
-   if (tmCountersData()) {
-      const auto device = tmCountersData()->countersByDevIdIs(devId);
-      const U32 highest = chipStatus ? chipStatus->highestLogicalPipeId() : 0;
-      for (U32 pipe = 0; pipe <= highest; ++pipe) {
-         device->countersByPipeIs(static_cast<U16>(pipe));
-      }
-   }
-}
-
 void ZelCountersMgr::addChip(ZelId::ZelDevId devId, const Kiln::String& chipName,
                              const ZelDriver::ZelDevProfile& devProfile, U32 sessionId,
                              Kiln::Ptr<ZlPd::ZlPdIntf> zlPdIntf,
@@ -238,10 +227,10 @@ void ZelCountersMgr::addChip(ZelId::ZelDevId devId, const Kiln::String& chipName
                              std::to_string(ZelId::maxDevices - 1));
    }
    deleteDevice(devId);
-   addTmCounters(devId, chipStatus);
-   if (capabilities(devProfile).qosPolicyCounter) {
+   if (systemStatus()->chipCapabilities(devProfile.chipTypeName).qosPolicyCounter) {
       KILN_ASSERT(mounts()->qosPolicyDropCountSiloTable());
    }
+   // The chip makes its own entries in tmCountersData, one a pipe.
    zelCountersIs(
         zelCountersFactory({devId, chipName, sessionId, chipStatus, systemStatus(), tmCountersData(),
                             tmCountersDataLastClear(), mounts()->qosPolicyDropCountSiloTable(),
@@ -266,6 +255,7 @@ void ZelCountersMgr::deleteDevice(ZelId::ZelDevId devId) {
 void ZelCountersMgr::deleteChip(const Kiln::String& chipName) {
    Kiln::ActivityLockAnchor::assertHeld();
    KILN_TRACE(1, "deleteChip " << chipName);
+   // Names are the agent's and need not be unique. A snapshot of the keys, since the walk deletes.
    for (const ZelId::ZelDevId devId : zelCounters().keys()) {
       if (zelCounters(devId) && zelCounters(devId)->chipName() == chipName) {
          deleteDevice(devId);
@@ -320,7 +310,7 @@ void ZelCountersMgrSm::armPollingClock() {
    publishQueueInterval();
 }
 
-// Readers judge by it how old a record may be.
+// Readers of the shared tables judge by it how old a record may be.
 void ZelCountersMgrSm::publishInterval(double seconds) {
    publishedInterval_ = seconds;
    const Kiln::Ptr<CountersMounts>& mounts = mgr_->mounts();
@@ -331,12 +321,14 @@ void ZelCountersMgrSm::publishInterval(double seconds) {
       mounts->allVlanIntfCounters()->table().pollingIntervalIs(seconds);
    }
    if (mounts->subIntfCountersDir()) {
+      // Their reactor reads by itself when passes are rarer.
       mounts->subIntfCountersDir()->table().pollingIntervalIs(
            std::min(seconds, ZelCountersMgr::subIntfPollInterval));
    }
 }
 
-// All chips share the table, so the slowest one's.
+// All chips share the table, so its readers are told the slowest one's. Looked at with every pass, since a chip's
+// interval changes without the manager hearing of it.
 void ZelCountersMgrSm::publishQueueInterval() {
    double slowest = 0;
    for (const auto& [devId, chip] : mgr_->zelCounters()) {
@@ -349,7 +341,8 @@ void ZelCountersMgrSm::publishQueueInterval() {
 }
 
 void ZelCountersMgrSm::intfCounterPollingClockExpired() {
-   // Re-armed after the pass, so that the interval runs from its end; also when the pass throws.
+   // Armed after the pass, so that the interval runs from its end: a slow chip gets no denser load. Also when the pass
+   // throws, or one bad port would end the polling of all chips.
    try {
       mgr_->requestHwCountersPolling();
    } catch (...) {
@@ -367,6 +360,8 @@ void ZelCountersMgrSm::handlePortInfo() {
    }
 }
 
+// An internal interface that comes, or changes its port, begins anew here. Of a front-panel interface the poller sees
+// whether its port is another one.
 void ZelCountersMgrSm::handlePortInfo(const Pelt::IntfId& intf) {
    if (Pelt::InternalIntfId::isInternalIntfId(intf) && mgr_->zelCountersHelper()) {
       mgr_->zelCountersHelper()->doClearIntfQueueCounters(intf, true);

@@ -16,7 +16,7 @@
 #include "zl/ZlPd.h"
 #include "zl/ZlResourceInfo.h"
 
-// What the manager is made with and given comes along; of what it owns, those who use it include the header.
+// This header brings the types that the manager is made with. Who uses what it owns includes that header, too.
 namespace Oxbow {
 class TimerWheel;
 }
@@ -36,7 +36,7 @@ class ZelVlanIntfSm;
 // The agent makes one with zelCountersMgrFactory. Everything runs on the activity thread.
 class ZelCountersMgr : public Kiln::Entity, public ManagerAccess {
  public:
-   // Use the factory. An absent cliRequestDirSm is an assertion.
+   // Use the factory. Asserts that there is a cliRequestDirSm.
    ZelCountersMgr(Kiln::Ptr<const ZelSystem::SystemStatus> systemStatus, Kiln::Ptr<CountersMounts> mounts,
                   Kiln::Ptr<Vex::VexCommonSmData> vexCommonSmData,
                   Kiln::Ptr<Agent::AgentCommandRequestDirSm> cliRequestDirSm,
@@ -45,27 +45,27 @@ class ZelCountersMgr : public Kiln::Entity, public ManagerAccess {
                   Kiln::Ptr<CliPortDropData> cliPortDropData);
    ~ZelCountersMgr() override;
 
-   // A chip came up. A chip under a device id that is in use takes its place, as if it had been deleted
-   // first. A device id above 7 is a std::range_error. A chip that counts QoS-policy drops needs the mount
-   // for them (assertion).
+   // A chip came up. If its device id is in use, it takes that chip's place, as if the old one had been deleted first.
+   // Throws std::range_error for a device id above 7. A chip that counts QoS-policy drops needs their mount
+   // (assertion).
    void addChip(ZelId::ZelDevId devId, const Kiln::String& chipName,
                 const ZelDriver::ZelDevProfile& devProfile, U32 sessionId, Kiln::Ptr<ZlPd::ZlPdIntf> zlPdIntf,
                 Kiln::Ptr<ZlResourceInfo::ZlResourceInfoIntf> zlResourceInfoIntf,
                 Kiln::Ptr<const ZelSlice::ChipStatus> chipStatus);
-   // A chip went away. Every chip of that name goes; an unknown name does nothing.
+   // A chip went away. Removes every chip of that name; does nothing for an unknown one.
    void deleteChip(const Kiln::String& chipName);
 
    // Starts the reads of every chip's ports.
    void requestHwCountersPolling();
 
-   // Creates the command handler; does nothing when there is one of that name and type.
+   // Creates the command handler; does nothing when it has that name and type already.
    void cliCallbackIs(Kiln::Name name, const Kiln::String& commandType, ZelCountersMgr* mgr);
 
    // Seconds from the end of one polling pass to the start of the next; taken up, and told to the readers of
-   // the shared tables, when the clock is armed next. Not positive or not finite is a std::range_error.
+   // the shared tables, when the clock is armed next. Throws std::range_error unless positive and finite.
    double sdkPollingInterval() const { return sdkPollingInterval_; }
    void sdkPollingIntervalIs(double seconds);
-   // Subinterfaces are read that often, in seconds, also when polling passes are rarer.
+   // Subinterfaces are read that often, in seconds, even when polling passes are rarer.
    static constexpr double subIntfPollInterval = 2.0;
 
    // The chips by device id, in the order in which they came. A chip that is removed or replaced is stopped.
@@ -116,8 +116,6 @@ class ZelCountersMgr : public Kiln::Entity, public ManagerAccess {
    void vexSubIntfCountersSmIs(Kiln::Ptr<Oxbow::TimerWheel> timerWheel,
                                Kiln::Ptr<ZelCountersSubIntfCountersHelper> helper);
 
-   ZelSystem::ChipCapabilities capabilities(const ZelDriver::ZelDevProfile& devProfile) const;
-   void addTmCounters(ZelId::ZelDevId devId, const Kiln::Ptr<const ZelSlice::ChipStatus>& chipStatus);
    void deleteDevice(ZelId::ZelDevId devId);
 
    Kiln::Ptr<ZelCountersCli> cliCallback_;

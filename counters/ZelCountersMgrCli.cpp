@@ -1,4 +1,5 @@
-// Finds the chips that a command runs on.
+// Finds the chips that a command runs on. What is wrong with a command is a text, empty when nothing is; whatever gets
+// past here exists, so that the operations behind it may assert.
 #include "counters/ZelCountersMgrCli.h"
 
 #include "counters/chip/ManagerAccess.h"
@@ -16,12 +17,11 @@ ZelCountersMgrCli::Chips ZelCountersMgrCli::chipsInDeviceOrder() const {
    for (const auto& [devId, chip] : mgr_->zelCounters()) {
       chips.push_back(chip);
    }
-   std::sort(chips.begin(), chips.end(),
-             [](const auto& a, const auto& b) { return a->deviceId() < b->deviceId(); });
+   std::ranges::sort(chips, {}, [](const auto& chip) { return chip->deviceId(); });
    return chips;
 }
 
-// Device order, all of them without a name.
+// The chips of that name, or all, in device order.
 ZelCountersMgrCli::Chips ZelCountersMgrCli::chipsOf(const std::optional<Kiln::String>& name) const {
    Chips chips = chipsInDeviceOrder();
    std::erase_if(chips, [&](const auto& chip) { return name && chip->chipName() != *name; });
@@ -41,7 +41,7 @@ Kiln::String ZelCountersMgrCli::chipChoices() const {
    return names.empty() ? "no chip is up yet" : "expected " + Kiln::choices(names);
 }
 
-// The names that commands know: of ports, and of what still has a snapshot. In natural order.
+// The interfaces that commands take, in natural order: those with a port, and those that lost it and still have counts.
 std::vector<Pelt::IntfId> ZelCountersMgrCli::knownInterfaces() const {
    std::set<Pelt::IntfId> known;
    for (const auto& [intf, record] : mgr_->systemStatus()->portInfo()) {
@@ -69,7 +69,7 @@ std::vector<Kiln::String> ZelCountersMgrCli::interfaceNames(const std::optional<
 
 std::vector<Kiln::String> ZelCountersMgrCli::tableNames(const std::optional<Kiln::String>& chip,
                                                         bool toClear) const {
-   std::map<Kiln::String, bool> isTaken; // one chip that refuses it is enough
+   std::map<Kiln::String, bool> isTaken; // false once a chip refuses it: so would the command on all
    for (const auto& one : chipsOf(chip)) {
       for (U32 id = 0; id < one->tablesNum(); ++id) {
          const auto& info = *one->zlResourceInfoIntf()->zlTableCounter(id);
@@ -108,17 +108,11 @@ ZelCountersMgrCli::Chips ZelCountersMgrCli::ownersOf(const Pelt::IntfId& intf) c
    return owners;
 }
 
-Kiln::String ZelCountersMgrCli::selectChip(const Kiln::String& name, Chips* chips) const {
-   std::erase_if(*chips, [&](const auto& chip) { return chip->chipName() != name; });
-   return chips->empty() ? "unknown chip " + Kiln::quoted(name) + ": " + chipChoices() : "";
-}
-
 Kiln::String ZelCountersMgrCli::selectInterface(const ZelCountersCommand& command, Chips* chips,
                                                 Pelt::IntfId* intf) const {
-   // Compared as text, since an interned name stays for ever and a typed one may be anything.
+   // Compared as text: making an interface id interns its name for ever, and what is typed may be anything.
    const std::vector<Pelt::IntfId> known = knownInterfaces();
-   const auto found = std::find_if(known.begin(), known.end(),
-                                   [&](const Pelt::IntfId& one) { return one.text() == *command.intf; });
+   const auto found = std::ranges::find(known, *command.intf, &Pelt::IntfId::text);
    if (found == known.end()) {
       std::vector<Kiln::String> names;
       names.reserve(known.size());
@@ -136,7 +130,8 @@ Kiln::String ZelCountersMgrCli::selectInterface(const ZelCountersCommand& comman
    return error;
 }
 
-// What is wrong with asking the named chip for the interface, or, when none is named, its owners.
+// What is wrong with asking the named chip for the interface, or, when none is named, its owners. A chip that the
+// interface has left may be asked while it still has its counts.
 Kiln::String ZelCountersMgrCli::ownerError(const Pelt::IntfId& intf, const ZelCounters* named,
                                            const Chips& owners) const {
    if (owners.empty()) {
@@ -152,8 +147,7 @@ Kiln::String ZelCountersMgrCli::ownerError(const Pelt::IntfId& intf, const ZelCo
 }
 
 bool ZelCountersMgrCli::isTableName(const Kiln::String& name) const {
-   const Chips chips = chipsInDeviceOrder();
-   return std::any_of(chips.begin(), chips.end(), [&](const auto& chip) {
+   return std::ranges::any_of(chipsInDeviceOrder(), [&](const auto& chip) {
       return chip->zlResourceInfoIntf() &&
              chip->zlResourceInfoIntf()->zlTableCounterIndex(name) != ZlResourceInfo::notFound;
    });
@@ -161,7 +155,8 @@ bool ZelCountersMgrCli::isTableName(const Kiln::String& name) const {
 
 namespace {
 
-// The id that a word stands for: itself, a name, or the beginning of just one. Else what is wrong with it.
+// Finds the id that a word stands for, or what is wrong with it. A whole name comes before the beginning of one, which
+// comes before an id: a table may be called "1".
 Kiln::String resolveTable(const ZlResourceInfo::ZlResourceInfoIntf& catalogue, const Kiln::String& word,
                           std::optional<U32>* tableId) {
    const U32 tables = catalogue.zlTableCountersNum();
@@ -214,8 +209,8 @@ Kiln::String resolveOnChip(const ZelCounters& chip, const ZelCountersCommand& co
 
 } // namespace
 
-// Chips may run different programs: the command goes to those that have what it names, and is wrong only when
-// none has. Nothing is asked of the catalogue of a chip that is not initialized.
+// Chips may run different programs: the command goes to those that have what it names, and is wrong only when none has.
+// The catalogue of a chip that is not initialized is not asked; the chip stays, so that it can say what it is.
 Kiln::String ZelCountersMgrCli::selectOperands(const ZelCountersCommand& command,
                                                std::vector<Target>* targets) {
    Kiln::String firstError;
@@ -234,7 +229,7 @@ Kiln::String ZelCountersMgrCli::selectOperands(const ZelCountersCommand& command
    return targets->empty() ? firstError : "";
 }
 
-// A table that is named must not be left alone in silence.
+// The operation skips such tables in silence, which would pass for success with one that was named.
 Kiln::String ZelCountersMgrCli::clearError(const std::vector<Target>& targets) {
    for (const Target& target : targets) {
       if (target.arguments.tableId) {
@@ -250,13 +245,13 @@ Kiln::String ZelCountersMgrCli::clearError(const std::vector<Target>& targets) {
 // The chips that the command goes to, or what is wrong with it.
 Kiln::String ZelCountersMgrCli::select(const ZelCountersCommand& command,
                                        std::vector<Target>* targets) const {
-   Chips chips = chipsInDeviceOrder();
+   Chips chips = chipsOf(command.chip);
    ChipArguments arguments;
    arguments.stage = command.stage;
    arguments.nonZeroOnly = command.nonZeroOnly;
    Kiln::String error;
-   if (command.chip) {
-      error = selectChip(*command.chip, &chips);
+   if (command.chip && chips.empty()) {
+      error = "unknown chip " + Kiln::quoted(*command.chip) + ": " + chipChoices();
    }
    if (error.empty() && command.intf) {
       error = selectInterface(command, &chips, &arguments.intf);
@@ -285,7 +280,7 @@ Agent::CommandResult ZelCountersMgrCli::run(const ZelCountersCommand& command, i
       return {error};
    }
    const std::unique_ptr<ShowOutput> out = answerTo(static_cast<U32>(fd), command.json);
-   if (targets.empty() && !command.json) { // a document lists no chip then
+   if (targets.empty() && !command.json) { // a document says so by its empty list of chips
       out->noTable("", "No chip is up");
    }
    for (const Target& target : targets) {

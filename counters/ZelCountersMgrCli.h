@@ -1,4 +1,4 @@
-// Routes a parsed diagnostic command to the chips that it concerns, once every name in it is known.
+// Routes a parsed diagnostic command to the chips that it is for, after looking up every name in it.
 #pragma once
 
 #include "agent/AgentCommand.h"
@@ -10,11 +10,11 @@ namespace ZelCounter {
 
 class ManagerAccess;
 
-// What a command says of the chip that it runs on.
+// A command's operands, looked up for the chip that it runs on.
 struct ChipArguments {
    Pelt::IntfId intf;               // empty when the command names none
-   std::optional<U32> tableId = {}; // one that the chip has; none: every table
-   std::optional<U16> pipe = {};    // one that the chip has; none: every pipe
+   std::optional<U32> tableId = {}; // one that the chip has; without it, every table
+   std::optional<U16> pipe = {};    // one that the chip has; without it, every pipe
    U32 stage = 0;                   // of the pipeline
    bool nonZeroOnly = false;
 };
@@ -26,10 +26,10 @@ using ChipOperation = void (*)(ZelCounters& chip, ShowOutput& out, const ChipArg
 struct ZelCountersCommand {
    ChipOperation operation = nullptr;
    bool isClear = false;
-   std::optional<Kiln::String> chip; // none: every chip
+   std::optional<Kiln::String> chip; // without it, every chip
    std::optional<Kiln::String> intf;
-   std::optional<Kiln::String> table; // id or name; none: every table
-   std::optional<Kiln::String> pipe;  // none: every pipe
+   std::optional<Kiln::String> table; // id or name; without it, every table
+   std::optional<Kiln::String> pipe;  // without it, every pipe
    U32 stage = 0;                     // of the pipeline
    bool needsTables = false;          // the operation is about counter tables
    bool nonZeroOnly = false;
@@ -41,14 +41,14 @@ class ZelCountersMgrCli {
  public:
    explicit ZelCountersMgrCli(const ManagerAccess* mgr) : mgr_(mgr) {}
 
-   // Runs on the named chip, else on the one that has the interface, else on every chip that has the table and
-   // the pipe, in device order. Nothing runs when a name is unknown everywhere. A chip that is not initialized
-   // answers so.
+   // Runs the command on the named chip, else on the one that has the interface, else on every chip that has the table
+   // and the pipe, in device order. Runs nothing when a name is unknown everywhere. A chip that is not initialized says
+   // so.
    Agent::CommandResult run(const ZelCountersCommand& command, int fd) const;
 
-   // False when a name that the command has is unknown everywhere, so that it would be refused.
+   // False when the command would be refused, since a name in it is unknown everywhere.
    bool areNamesKnown(const ZelCountersCommand& command) const;
-   // What may be said of the named chip, or of any.
+   // What may be typed for the named chip, or, without a name, for any.
    std::vector<Kiln::String> chipNames() const;
    std::vector<Kiln::String> interfaceNames(const std::optional<Kiln::String>& chip) const;
    std::vector<Kiln::String> tableNames(const std::optional<Kiln::String>& chip, bool toClear) const;
@@ -61,7 +61,7 @@ class ZelCountersMgrCli {
  private:
    using Chips = std::vector<Kiln::Ptr<ZelCounters>>;
 
-   // A chip and what the command says of it.
+   // A chip, and the operands as they are on it.
    struct Target {
       Kiln::Ptr<ZelCounters> chip;
       ChipArguments arguments;
@@ -70,7 +70,6 @@ class ZelCountersMgrCli {
    Chips chipsInDeviceOrder() const;
    Chips chipsOf(const std::optional<Kiln::String>& name) const;
    std::vector<Pelt::IntfId> knownInterfaces() const;
-   Kiln::String selectChip(const Kiln::String& name, Chips* chips) const;
    Kiln::String selectInterface(const ZelCountersCommand& command, Chips* chips, Pelt::IntfId* intf) const;
    Chips ownersOf(const Pelt::IntfId& intf) const;
    Kiln::String ownerError(const Pelt::IntfId& intf, const ZelCounters* named, const Chips& owners) const;

@@ -1,4 +1,4 @@
-// Storage of the value types.
+// How raw counters are stored.
 #include "counters/ZelCountersTypes.h"
 
 #include "kiln/Assert.h"

@@ -63,6 +63,7 @@ void takeTraffic(Options& options, const Kiln::String& source) {
    } else if (source == "host") {
       options.traffic = Options::Traffic::host;
    } else if (source.find_first_of("./") != Kiln::String::npos) {
+      // A misspelt keyword must not be looked for as a file.
       options.traffic = Options::Traffic::capture;
       options.captureFile = source;
    } else {
@@ -162,6 +163,7 @@ Options parseOptions(std::span<const char* const> arguments) {
       } else if (i + 1 < arguments.size()) {
          value = arguments[++i];
       }
+      // Most likely its own value was forgotten. After an equals sign such a value is meant.
       const bool isNextOption = equals == std::string_view::npos && value.starts_with("--");
       if (!option.value.empty() && (value.empty() || isNextOption)) {
          throw std::invalid_argument(Kiln::String(option.name) + " needs a value" +
@@ -171,6 +173,7 @@ Options parseOptions(std::span<const char* const> arguments) {
       option.take(parsed, value);
    }
    check(parsed);
+   // Host interfaces get the ports. Only after the check, so that a bad --ports is refused here too.
    if (parsed.traffic == Options::Traffic::host) {
       parsed.agent.ports = 0;
    }

@@ -133,6 +133,7 @@ bool readLine(std::istream& scenario, Kiln::String* line) {
       throw std::runtime_error("the scenario cannot be read: expected a text file");
    }
    if (scenario.fail()) {
+      // getline fails at the end, having read nothing, and if the line is too long.
       if (length == 0) {
          return false;
       }
@@ -197,6 +198,7 @@ void ScenarioConsole::flushOutput() {
 
 void ScenarioConsole::runLine(const Kiln::String& line) {
    Words words = Agent::splitWords(line);
+   // A # within a word belongs to the word.
    words.erase(std::find_if(words.begin(), words.end(), [](const auto& word) { return word[0] == '#'; }),
                words.end());
    if (words.empty()) {
@@ -224,6 +226,7 @@ void ScenarioConsole::advance(const Words& operands) {
 }
 
 void ScenarioConsole::counters(const Words& operands) {
+   // The spool of the channel, so that a scenario prints what a client would get, with the same bound.
    const Agent::CommandSpool spool;
    const Agent::CommandResult result =
         agent_.commandRunner()->run("counters " + Kiln::joined(operands, " "), spool);

@@ -11,14 +11,14 @@ namespace ZelCounter {
 
 namespace {
 
-bool simulationFlag = false;
+bool simulationFlag = false; // the process's: callbacks ask before they know their chip
 
 } // namespace
 
 ChipAccess::ChipAccess(Identity identity) : identity_(std::move(identity)) {
    simulationFlag = std::getenv("SIMULATION_VMID") != nullptr;
    if (simulationFlag) {
-      smRunning = 1;
+      smRunning = 1; // an earlier clean-up may have cleared it
    }
 }
 
@@ -55,6 +55,7 @@ const std::vector<ChipAccess::Port>& ChipAccess::ports() {
    return ports_;
 }
 
+// What shows go by: the order of numbers need not be that of the interfaces' names.
 std::vector<ChipAccess::Port> ChipAccess::portsByNumber() const {
    PortSorter sorter;
    for (const auto& [intf, record] : systemStatus()->portInfo()) {

@@ -41,9 +41,9 @@ class ChipAccess : public Kiln::Entity {
 
    // The chip's logical pipes are 0 to this one, inclusive.
    U16 highestPipe() const { return chipStatus() ? chipStatus()->highestLogicalPipeId() : U16{0}; }
-   // All of them, or only the one given.
+   // All of them, or the given one only.
    Pipes pipes(std::optional<U16> only = {}) const;
-   // The pipes to ask for a table: every logical one, or once all of them (65535).
+   // What to ask a table's pipes by: each logical pipe, or, for a table that isn't read per pipe, 65535 once for all.
    Pipes tablePipes(U32 tableId) const;
 
    // How many counter tables the catalogue has; their ids run from 0. 0 without a resource-info service.
@@ -59,17 +59,17 @@ class ChipAccess : public Kiln::Entity {
       Pelt::IntfId intf;
       U16 devicePort;
    };
-   // This chip's ports in the order of the system's port table. Read anew only when a port has changed, since all
-   // chips share that table; the reference is good until then.
+   // This chip's ports in the order of the system's port table. All chips share that table, so it is searched anew only
+   // when some port has changed; the reference is good until the next call after that.
    const std::vector<Port>& ports();
    // The same in the order of their numbers.
    std::vector<Port> portsByNumber() const;
    // Whether the interface has a port on this chip.
    bool hasPort(const Pelt::IntfId& intf) const;
 
-   // True in a process that was started with SIMULATION_VMID in its environment; set when the first chip comes up.
+   // True when SIMULATION_VMID was in the environment as the last chip came up. One flag for the process.
    static bool simulation();
-   // Whether what is written to a command goes to standard output, too.
+   // Whether commands' output goes to standard output as well: in a simulation that traces at level 8.
    static bool echo();
 
    // Set when the construction is complete.
@@ -81,7 +81,7 @@ class ChipAccess : public Kiln::Entity {
  private:
    Identity identity_;
    std::vector<Port> ports_;
-   U64 portsVersion_ = 0; // of the port table, when ports_ was read
+   U64 portsVersion_ = 0; // of the port table when ports_ was read; at version 0 both are empty
 };
 
 } // namespace ZelCounter

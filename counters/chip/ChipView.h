@@ -1,4 +1,4 @@
-// What the views of a chip share. A view keeps what one kind of show and clear operations is about, and renders it.
+// What the views of a chip share. A view keeps the counts of one kind, shows them and clears them.
 #pragma once
 
 #include "counters/chip/ChipAccess.h"
@@ -18,7 +18,7 @@ class ChipView {
 
    ChipAccess& chip() const { return chip_; }
 
-   // For a chip whose construction is not complete: answers so, and is true.
+   // True for a chip whose construction is not complete, once the output says so.
    bool answeredUninitialized(ShowOutput& out) const {
       if (!chip_.initialized()) {
          out.uninitialized();
@@ -30,7 +30,8 @@ class ChipView {
    ChipAccess& chip_;
 };
 
-// A count for a view: since the last clear, or that it was never read. Counts is a ClearableCounts.
+// A count since the last clear, or that it was never read. Counts is a ClearableCounts; a template, so that this room
+// need not know the one of drops.
 template <class Counts>
 TableView::Cell cellOf(const Counts& counts, std::size_t index) {
    return counts.isRead(index) ? TableView::Cell(counts.sinceClear(index)) : TableView::Unread();

@@ -1,10 +1,9 @@
 // Objects whose addresses the SDK holds as cookies.
 //
-// A completion may come late, twice, or after its object was deleted. So an object is added here before it
-// asks the SDK for anything, every request is announced, and the callback turns its cookie into an object
-// only through completed(). An object that is retired with requests outstanding keeps its storage until the
-// last of them has completed: its address cannot come back as another object's. A completion that is lost
-// keeps its dead object; retiredCount() says how many there are.
+// A completion may come late, twice, or after its object was deleted. So an object is added here before it asks the SDK
+// for anything, every request is announced, and only completed() turns a cookie into an object. An object that is
+// retired with requests outstanding keeps its storage until the last of them has completed, so that its address cannot
+// become another object's. A lost completion keeps its dead object; retiredCount() says how many there are.
 #pragma once
 
 #include "kiln/Accessors.h"
@@ -46,8 +45,8 @@ class CookieRegistry {
    // The request was not accepted: no completion will come.
    void refused(T* object) { complete(object); }
 
-   // The live object behind a cookie, or null: the cookie is unknown, or its object is retired. Frees a
-   // retired object with its last completion. A completion too many of a live object counts for nothing here.
+   // The live object behind a cookie; null when the cookie is unknown or its object retired. The last completion of a
+   // retired object frees it. A surplus completion of a live object is answered like any other.
    Kiln::Ptr<T> completed(T* cookie) { return complete(cookie); }
 
    std::size_t retiredCount() const { return retired_; }
@@ -65,7 +64,8 @@ class CookieRegistry {
       if (entry == nullptr) {
          return nullptr;
       }
-      Kiln::Ptr<T> last; // freed on return, when the entry is as it should be
+      // Released on return: its destructor may come back here, and must find the entry as it should be.
+      Kiln::Ptr<T> last;
       if (entry->outstanding > 0 && --entry->outstanding == 0) {
          last = std::move(entry->kept);
       }

@@ -1,4 +1,5 @@
-// The counter tables and match tables that the library knows by name, as the P4 program names them.
+// The counter tables and match tables that the library knows by name, as the P4 program names them. The name of a
+// match table and that of its counters may differ by two letters: qosPolicyDropCounter has qosPolicyDropCount.
 #pragma once
 
 #include "kiln/Types.h"

@@ -1,4 +1,4 @@
-// What the manager's own services ask of it: the helper of the forwarding layer, and the commands.
+// What the manager's services (the forwarding layer's helper, the commands) ask of it.
 #pragma once
 
 #include "kiln/Collections.h"
@@ -18,7 +18,8 @@ class CountersMounts;
 class ZelCounters;
 class ZelCountersL3IntfSm;
 
-// The manager is one. Its services hold it by a raw back-pointer, and know no more of it than this. Activity thread.
+// The manager implements this. Its services hold it by a raw back-pointer and know no more of it, so that none of them
+// includes the manager, which includes them all. Activity thread.
 class ManagerAccess {
  public:
    // The chips by device id, in the order in which they came; null for no chip.

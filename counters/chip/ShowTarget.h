@@ -1,4 +1,4 @@
-// Where an operation on a chip writes to, so that each is declared once.
+// Where an operation on a chip writes to. With it, each operation is declared once, for descriptors and outputs alike.
 #pragma once
 
 #include "counters/chip/ChipAccess.h"
@@ -27,7 +27,7 @@ class ShowTarget {
    ShowOutput& out_;
 };
 
-// For a command's whole answer: text, or one document. Does not own the descriptor.
+// The output for a command's whole answer: text, or one document. Does not own the descriptor.
 inline std::unique_ptr<ShowOutput> answerTo(U32 fd, bool json) {
    if (json) {
       return std::make_unique<JsonShow>(fd, ChipAccess::echo());

@@ -1,4 +1,5 @@
-// The catalogue of the library's messages. Texts are fixed, odd spellings included: operators match on them.
+// The catalogue of the library's messages. The message texts are fixed, odd spellings included ("exhaustion.Counter",
+// "Statics"): operators' tools match them. Explanations and actions are free.
 #include "counters/chip/ZelCountersLog.h"
 
 namespace ZelCounter {

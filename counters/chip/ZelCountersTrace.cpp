@@ -1,4 +1,4 @@
-// Named after the per-chip object, whose parts trace under its name.
+// The handle has the per-chip object's name, since operators switch the tracing of a chip on as one.
 #include "counters/chip/ZelCountersTrace.h"
 
 namespace ZelCounter {

@@ -1,6 +1,6 @@
-// Goes through the words from the left: the chip, keywords while they narrow the rows down, the operand, the options.
-// Wherever a word would be taken and there is none left, what it may be is noted, so that parsing a line's beginning
-// is also what completes it.
+// Takes the words from the left: the chip, keywords while they narrow the rows down, the operand, the options. Wherever
+// it would take a word and none is left, it notes what the word may be: so parsing the beginning of a line completes
+// it.
 #include "counters/cli/CommandParser.h"
 
 #include "kiln/Choices.h"
@@ -16,6 +16,7 @@ constexpr std::string_view nonZeroOption = "nonzero";
 constexpr std::string_view pipeOption = "pipe";
 constexpr std::string_view jsonOption = "json";
 
+// In the order in which errors and completions list them.
 std::vector<Kiln::String> optionsOf(const CommandRow& row) {
    std::vector<Kiln::String> options;
    if ((row.takes & Takes::pipe) != 0) {
@@ -39,7 +40,7 @@ CommandParser::CommandParser(const std::vector<Kiln::String>& words, const ZelCo
    }
 }
 
-// Empty, with the command filled in, or what is wrong.
+// Fills in what it understood also when something later is wrong: completion asks whether the names in it are known.
 Kiln::String CommandParser::parse(ZelCountersCommand* command) {
    command_ = command;
    const CommandRow* row = nullptr;
@@ -55,24 +56,21 @@ Kiln::String CommandParser::parse(ZelCountersCommand* command) {
    return error_;
 }
 
-// The next word may be one of these: said wherever one would be taken.
+// Called wherever a word is taken: it may be one of these.
 void CommandParser::expect(const Words& words) {
    if (atEnd()) {
       next_.insert(next_.end(), words.begin(), words.end());
    }
 }
 
-// "'show mac'", what was understood so far; nothing at the beginning.
+// " after 'show mac'": the words that were understood so far, as they were typed. Nothing at the beginning.
 Kiln::String CommandParser::understood() const {
-   Kiln::String all;
-   for (std::size_t i = 0; i < at_; ++i) {
-      all += (all.empty() ? "" : " ") + words_[i];
-   }
-   return all.empty() ? "" : " after " + Kiln::quoted(all);
+   const Words taken(words_.begin(), words_.begin() + static_cast<std::ptrdiff_t>(at_));
+   return taken.empty() ? "" : " after " + Kiln::quoted(Kiln::joined(taken, " "));
 }
 
-// The one of the choices that the next word is, or abbreviates; else empty, with the error. `mayEnd` adds
-// to the error that the command may also end here.
+// The one of the choices that the next word is or abbreviates; else empty, with the error. With `mayEnd` the error says
+// that the command may also end here.
 Kiln::String CommandParser::choose(const Words& all, bool mayEnd) {
    expect(all);
    Words expectedHere = all;
@@ -87,7 +85,7 @@ Kiln::String CommandParser::choose(const Words& all, bool mayEnd) {
    const Kiln::String& word = words_[at_];
    Words meant;
    for (const Kiln::String& choice : all) {
-      if (choice == word) {
+      if (choice == word) { // whole, though it may begin others as well
          meant = {choice};
          break;
       }
@@ -116,7 +114,7 @@ CommandParser::Words CommandParser::nextKeywords() const {
    return next;
 }
 
-// The row that the keywords so far spell out, or none.
+// The row that the keywords so far spell out, or null. "show mac" is one, and the beginning of "show mac intf" as well.
 const CommandRow* CommandParser::completeRow() const {
    const auto found = std::ranges::find_if(
         candidates_, [this](const CommandRow* row) { return row->keywordAt(depth_).empty(); });
@@ -128,7 +126,8 @@ void CommandParser::take(const Kiln::String& keyword) {
    ++depth_;
 }
 
-// The optional "chip NAME", and the first keyword, which is told from it.
+// The optional "chip NAME" and the first keyword: together, since an abbreviation is judged among all that may stand
+// here.
 bool CommandParser::parseChip() {
    Words first = nextKeywords();
    first.emplace_back(chipKeyword);
@@ -149,7 +148,7 @@ bool CommandParser::parseChip() {
    return true;
 }
 
-// Narrows the rows by keywords until one is left that the rest of the words is for.
+// Narrows the rows by keywords until the next word is none: what is left of the words is for the row.
 const CommandRow* CommandParser::parseKeywords() {
    for (;;) {
       const CommandRow* row = completeRow();
@@ -169,7 +168,7 @@ const CommandRow* CommandParser::parseKeywords() {
          return nullptr;
       }
       if (std::ranges::find(keywords, chosen) == keywords.end()) {
-         at_ = before; // an option: parsed with the others
+         at_ = before; // an option, which parseOptions takes with the others
          return row;
       }
       take(chosen);
@@ -200,12 +199,13 @@ bool CommandParser::parseOperand(const CommandRow& row) {
 bool CommandParser::parseStage() {
    const auto names = PipelineCounters::stages();
    const Kiln::String chosen = choose(Words(names.begin(), names.end()), false);
+   // Past the end when none was chosen; the command is refused then.
    command_->stage = static_cast<U32>(std::ranges::find(names, chosen) - names.begin());
    return !chosen.empty();
 }
 
-// A table may be left out, so that the next word may be an option instead: it is when it abbreviates one and
-// is no table's whole name.
+// The table may be left out, and then the next word is an option: when it abbreviates one and isn't a table's whole
+// name.
 bool CommandParser::isTable(const CommandRow& row) const {
    const Kiln::String& word = words_[at_];
    const Words options = optionsOf(row);

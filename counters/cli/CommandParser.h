@@ -10,12 +10,12 @@ namespace ZelCounter {
 // Made for one command. Activity thread.
 class CommandParser {
  public:
-   // Both outlive it. Names of chips, interfaces and tables are looked up where the grammar depends on them.
+   // Both outlive it. mgrCli gives completions their names, and tells a table's name from an option.
    CommandParser(const std::vector<Kiln::String>& words, const ZelCountersMgrCli& mgrCli);
 
-   // Empty, with the command filled in, or what is wrong.
+   // Fills the command in and returns nothing, or returns what is wrong.
    Kiln::String parse(ZelCountersCommand* command);
-   // Once they were parsed: what the word after them may be.
+   // After parse: what the next word may be.
    const std::vector<Kiln::String>& next() const { return next_; }
 
  private:
@@ -41,8 +41,8 @@ class CommandParser {
    const Words& words_;
    const ZelCountersMgrCli& mgrCli_;
    std::size_t at_ = 0;                        // the next word
-   std::size_t depth_ = 0;                     // keywords taken
-   std::vector<const CommandRow*> candidates_; // rows that begin with them
+   std::size_t depth_ = 0;                     // how many keywords were taken
+   std::vector<const CommandRow*> candidates_; // the rows that begin with them
    ZelCountersCommand* command_ = nullptr;
    Kiln::String error_;
    Words next_;

@@ -1,4 +1,4 @@
-// What each command does on a chip.
+// What each command does on a chip. Tables, pipes and interfaces in the arguments exist; the chip is initialized.
 #include "counters/cli/CommandTable.h"
 
 #include <array>
@@ -12,7 +12,7 @@ using Chip = ZelCounters;
 using Out = ShowOutput;
 using Args = ChipArguments;
 
-// The tables that one pipe is asked of when no table is named: a symmetric one has no pipes to tell apart.
+// Without a table, a pipe means every table that has it; a symmetric one has no pipes to tell apart.
 template <class Visit>
 void forEachPerPipeTable(const Chip& chip, Visit visit) {
    for (U32 id = 0; id < chip.tablesNum(); ++id) {
@@ -54,6 +54,7 @@ void clearTable(Chip& chip, Out& out, const Args& args) {
    }
 }
 
+// The show asserts that the interface was fetched, and a port that the P4 program doesn't count by class never is.
 void showPdpIntf(Chip& chip, Out& out, const Args& args) {
    chip.fetchPdpCounters();
    if (chip.pdpCountersFetched() && !chip.pdpCountersLast().contains(args.intf)) {
@@ -71,7 +72,7 @@ void fetchPdpWherePresent(Chip& chip) {
    }
 }
 
-constexpr unsigned view = nonZero | json;
+constexpr unsigned view = nonZero | json; // what every show of counts takes
 
 constexpr std::array table{
      CommandRow{"show info", Operand::none, json, true,

@@ -1,4 +1,4 @@
-// The grammar of the diagnostic counters commands: one row a command. A new command is a new row.
+// The grammar of the diagnostic counters commands. A new command is a new row.
 #pragma once
 
 #include "counters/ZelCountersMgrCli.h"
@@ -8,7 +8,7 @@
 
 namespace ZelCounter {
 
-// An interface or a stage has to be named; a table may be.
+// An interface or a stage must be named; a table may be.
 enum class Operand : U8 { none, interface, table, stage };
 
 // Which options a command takes, combined.

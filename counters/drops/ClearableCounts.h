@@ -8,10 +8,11 @@
 
 namespace ZelCounter {
 
-// As many as there have been indices; the others read zero.
+// Grows with the indices that are written; others read 0.
 class ClearableCounts {
  public:
-   // What the hardware has now. Below what it had at the last clear, it has begun anew: so do all counts.
+   // What the hardware has now. When that is below what it had at the last clear, the hardware has begun anew, and so
+   // do all counts: a reset spares none of them.
    void lastIs(std::size_t index, U64 value) {
       if (index >= last_.size()) {
          last_.resize(index + 1);
@@ -29,7 +30,7 @@ class ClearableCounts {
    bool isRead(std::size_t index) const { return index < isRead_.size() && isRead_[index]; }
 
    void clear() { clear_ = last_; }
-   // The hardware has been set to zero, whatever was read last.
+   // The hardware has been set to zero: nothing that was read counts any more.
    void begin() {
       last_.clear();
       clear_.clear();

@@ -1,4 +1,4 @@
-// The drops of ports as the commands show them: as last read, and as they were at the last clear.
+// The drops of ports as the commands show them: as read last, and as at the last clear.
 #pragma once
 
 #include "counters/drops/ClearableCounts.h"
@@ -9,13 +9,12 @@
 
 namespace ZelCounter {
 
-// Counts of a port by point, then by reason. They belong to the place, so that an interface that moves does not
-// take them along.
+// Counts of a port by point, then by reason. They belong to the place: an interface that moves doesn't take them along.
 using PortDropCounts = std::array<ClearableCounts, ZlDrop::tables.size()>;
 
 class CliPortDropData : public Kiln::PtrInterface {
  public:
-   // Those of a device port, all zero when they are new.
+   // The counts of a device port; new ones are 0.
    PortDropCounts& portDropsIs(ZelId::ZelDevId devId, U16 devicePort) {
       const auto key = std::pair(devId, devicePort);
       if (!ports_.contains(key)) {
@@ -23,7 +22,7 @@ class CliPortDropData : public Kiln::PtrInterface {
       }
       return *ports_.find(key);
    }
-   // A table of one pipe, or of all, has been set to zero.
+   // A point's table of one pipe, or of all, has been set to zero.
    void tableWritten(ZelId::ZelDevId devId, ZelId::ZelPipeId pipe, ZlDrop::Point point) {
       for (auto& [key, drops] : ports_) {
          if (key.first == devId &&
@@ -32,7 +31,7 @@ class CliPortDropData : public Kiln::PtrInterface {
          }
       }
    }
-   // The chip has gone, or is new.
+   // The chip has gone, or is a new one.
    void deviceDel(ZelId::ZelDevId devId) {
       for (const auto& key : ports_.keys()) {
          if (key.first == devId) {

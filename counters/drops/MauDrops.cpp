@@ -1,4 +1,4 @@
-// Asks the SDK for the drops of every place in every pipe.
+// Reads the drops of every place in every pipe. The hardware has no port in them, so an interface stands for its pipe.
 #include "counters/drops/MauDrops.h"
 
 #include "counters/chip/SdkStatus.h"
@@ -41,6 +41,7 @@ bf_status_t read(bf_dev_id_t dev, U16 pipe, const DropPlace& place, uint64_t* dr
 } // namespace
 
 void MauDrops::fetchAll() {
+   // The show or clear that follows answers for a chip that isn't initialized.
    if (!chip().initialized()) {
       return;
    }
@@ -57,7 +58,7 @@ void MauDrops::fetchAll() {
          }
       }
    }
-   isFetched_ = true;
+   isFetched_ = true; // also after errors, of which the view has notes
 }
 
 TableView MauDrops::view(const Pelt::IntfId& intf, std::optional<U16> pipe, bool nonZeroOnly) const {

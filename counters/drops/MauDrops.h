@@ -10,9 +10,10 @@ class MauDrops : public ChipView {
  public:
    using ChipView::ChipView;
 
-   // What can't be read keeps its last count, and is noted below the rows.
+   // What can't be read keeps its last count, with a note below the rows.
    void fetchAll();
-   // As fetched last, of one pipe or of all; or of the pipe of an interface, whose ports share the counts.
+   // As fetched last: of one pipe or of all, or of the pipe of an interface, which shares its counts with the pipe's
+   // others.
    void showAll(ShowOutput& out, bool nonZeroOnly, std::optional<U16> pipe = {}) const;
    void show(ShowOutput& out, const Pelt::IntfId& intf, bool nonZeroOnly) const;
    void clearAll(ShowOutput& out);

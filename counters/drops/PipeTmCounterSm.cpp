@@ -1,4 +1,4 @@
-// Reads a pipe's traffic-manager counters of one type, again and again.
+// Polls a pipe's traffic-manager counters of one type. The SDK answers at once, so there is no completion.
 #include "counters/drops/PipeTmCounterSm.h"
 
 #include "counters/chip/SdkStatus.h"
@@ -28,7 +28,7 @@ void PipeTmCounterSm::handlePollingClock() {
       KILN_TRACE(4, pipeReadErrorText(status, key_.pipe) << ", traffic-manager type " << key_.counterType);
    }
    parent()->counterIs(key_, status, counter);
-   scheduleClock();
+   scheduleClock(); // also after a failure: unlike a queue's, this poller never gives up
 }
 
 } // namespace ZelCounter

@@ -12,11 +12,11 @@ namespace ZelCounter {
 
 class TmCounters;
 
-// The SDK's numbers of the traffic-manager counters that are polled, in the order in which they are; 3 and 5
-// are left out on purpose.
+// The SDK's numbers of the traffic-manager counters, in the order in which they are polled; 3 and 5 deliberately are
+// not.
 constexpr std::array<U32, 7> polledTmCounterTypes = {0, 1, 2, 6, 7, 4, 8};
 
-// What a traffic-manager poller reads: a logical pipe and the SDK's number of the kind of counters.
+// What a poller reads: a logical pipe, and the SDK's number of the type of counters.
 struct PipeTmCounterKey {
    ZelId::ZelPipeId pipe;
    U32 counterType = 0;
@@ -25,11 +25,11 @@ struct PipeTmCounterKey {
    }
 };
 
-// Owned by the chip's traffic-manager counters. Activity thread. A read that fails leaves what was read before, and is
-// kept with it.
+// Owned by the chip's traffic-manager counters. Activity thread. The status of a failed read is kept beside the values
+// that were read before it.
 class PipeTmCounterSm : public Kiln::Entity {
  public:
-   // The parent owns this and is not counted.
+   // The parent owns this and is held by a raw pointer.
    PipeTmCounterSm(TmCounters* parent, PipeTmCounterKey key, U32 physicalPipe,
                    Kiln::Ptr<const Kiln::Clock> clock);
 

@@ -28,7 +28,7 @@ std::span<const char* const> PipelineCounters::stages() {
    return stageNames;
 }
 
-// Empty, or what went wrong.
+// The three counts come of one call, so that in, out and dropped of a stage are of the same moment.
 Kiln::String PipelineCounters::read(U16 pipe, U32 stage) {
    bf_pipe_path_count_t count{};
    const bf_status_t status = bf_pipe_path_counter_get(chip().deviceId(), pipe, stage, &count);
@@ -87,7 +87,8 @@ void PipelineCounters::clearAll(ShowOutput& out) {
    if (answeredUninitialized(out)) {
       return;
    }
-   // What passed since the last read belongs to the time before the clear.
+   // What passed since the last read belongs to the time before the clear. A failed read leaves its stage's last counts
+   // to be cleared: the packets since then will show after the clear.
    for (const U16 pipe : chip().pipes()) {
       for (U32 stage = 0; stage < stageNames.size(); ++stage) {
          read(pipe, stage);

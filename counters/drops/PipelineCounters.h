@@ -12,15 +12,16 @@ class PipelineCounters : public ChipView {
 
    // The names of the stages, by number.
    static std::span<const char* const> stages();
-   // Read as they are asked for. A stage is one of the names' (assertion), a pipe one that exists; none: every pipe.
+   // Read when asked for. The stage is an index of stages() (assertion), the pipe one that exists; without one, every
+   // pipe.
    void showAll(ShowOutput& out, bool nonZeroOnly, std::optional<U16> pipe = {});
    void show(ShowOutput& out, U32 stage, bool nonZeroOnly, std::optional<U16> pipe = {});
    void clearAll(ShowOutput& out);
 
  private:
-   // Without a stage or a pipe every one.
+   // Without a stage, every stage; without a pipe, every pipe.
    TableView view(std::optional<U32> stage, std::optional<U16> pipe, bool nonZeroOnly);
-   // Empty, or what went wrong.
+   // Returns what went wrong, or nothing.
    Kiln::String read(U16 pipe, U32 stage);
 
    ClearableCounts counts_;

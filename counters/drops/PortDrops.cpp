@@ -2,9 +2,9 @@
 // copy, at most one sync pass old.
 #include "counters/drops/PortDrops.h"
 
+#include "counters/chip/IndirectRead.h"
 #include "counters/chip/SdkStatus.h"
 #include "counters/chip/ZelCountersTrace.h"
-#include "zl/ZelCountersIntf.h"
 
 #include <algorithm>
 #include <string>
@@ -18,7 +18,7 @@ using ZlDrop::Point;
 using ZlDrop::reasonsPerPort;
 using ZlResourceInfo::ZlTableCounter;
 
-// A number that the program has given no meaning is shown as such.
+// A reason that the program has not named is shown by its number.
 Kiln::String reasonText(const ZlDrop::Table& table, U32 reason) {
    return reason < table.reasons.size() ? table.reasons[reason] : "reason " + std::to_string(reason);
 }
@@ -34,14 +34,14 @@ PortDrops::PortDrops(ChipAccess& chip, Kiln::Ptr<CliPortDropData> data)
    data_->deviceDel(chip.deviceId());
 }
 
-// In the order of their numbers.
+// In the order of their numbers, which has the ports of a pipe together, as read() needs them.
 std::vector<ChipAccess::Port> PortDrops::ports(const Pelt::IntfId& intf) const {
    std::vector<ChipAccess::Port> all = chip().portsByNumber();
    std::erase_if(all, [&](const ChipAccess::Port& port) { return !intf.empty() && port.intf != intf; });
    return all;
 }
 
-// What is wrong with the table, or nothing.
+// What is wrong with the table, or nothing. Each is a note and no assertion: a program need not have drop tables.
 Kiln::String PortDrops::tableError(Point point, const ZlTableCounter** info) const {
    const char* const name = ZlDrop::tables[static_cast<std::size_t>(point)].name;
    const U32 id = chip().zlResourceInfoIntf() ? chip().zlResourceInfoIntf()->zlTableCounterIndex(name)
@@ -61,28 +61,25 @@ Kiln::String PortDrops::tableError(Point point, const ZlTableCounter** info) con
                                     : Kiln::String("Counter table ") + name + " does not tell pipes apart";
 }
 
-// The ports are of one pipe.
+// The ports are of one pipe. After a failed read the others are not tried; they keep what was read before.
 Kiln::String PortDrops::readPipe(Point point, const ZlTableCounter& info,
                                  std::span<const ChipAccess::Port> ports) {
    const U16 pipe = ZlPort::pipeOf(ports.front().devicePort);
-   ZelCountersIntf::ReadBuffer buffer;
-   U32 status = ZelCountersIntf::counterReadIndirectStart(chip().sessionId(), chip().deviceId(), pipe,
-                                                          info.tableHandle, &buffer);
+   IndirectRead read(chip(), pipe, info.tableHandle);
+   U32 status = read.start();
    for (std::size_t i = 0; i < ports.size() && status == 0; ++i) {
       const U16 devicePort = ports[i].devicePort;
       ClearableCounts& atPoint = counts(devicePort)[static_cast<std::size_t>(point)];
       for (U32 reason = 0; reason < reasonsPerPort && status == 0; ++reason) {
          p4_pd_counter_value value{};
-         status = ZelCountersIntf::counterReadIndirectMain(
-              chip().sessionId(), chip().deviceId(), pipe, info.tableHandle,
-              ZlDrop::entryIndex(ZlPort::slotOf(devicePort), reason), &buffer, &value);
+         status = read.entry(ZlDrop::entryIndex(ZlPort::slotOf(devicePort), reason), &value);
          if (status == 0) {
             atPoint.lastIs(reason, value.packets);
          }
       }
    }
    if (status == 0) {
-      status = ZelCountersIntf::counterReadIndirectEnd(chip().sessionId());
+      status = read.end();
    }
    if (status == 0) {
       return "";
@@ -101,6 +98,7 @@ std::vector<Kiln::String> PortDrops::read(std::span<const ChipAccess::Port> port
          continue;
       }
       for (auto first = ports.begin(); first != ports.end();) {
+         // A read covers one pipe, so the ports go by runs of the same one.
          const auto last = std::find_if(first, ports.end(), [&](const ChipAccess::Port& port) {
             return ZlPort::pipeOf(port.devicePort) != ZlPort::pipeOf(first->devicePort);
          });
@@ -132,6 +130,7 @@ TableView PortDrops::view(const Pelt::IntfId& intf, bool nonZeroOnly) {
          const ZlDrop::Table& reasons = ZlDrop::tables[point];
          for (U32 reason = 0; reason < reasonsPerPort; ++reason) {
             const U64 packets = drops[point].sinceClear(reason);
+            // Reasons without a name are shown only when they count something.
             const bool isShown = packets != 0 || (!nonZeroOnly && reason < reasons.reasons.size());
             if (isShown) {
                table.rows.push_back({port.intf.text(), Kiln::String(reasons.point),
@@ -167,6 +166,7 @@ void PortDrops::clearAll(ShowOutput& out) {
    }
 }
 
+// By name, as the points are told apart here: two points never share a table.
 void PortDrops::tableWritten(const ZlTableCounter& info, ZelId::ZelPipeId pipe) {
    for (std::size_t point = 0; point < ZlDrop::tables.size(); ++point) {
       if (info.name == ZlDrop::tables[point].name) {

@@ -1,4 +1,4 @@
-// What was dropped of which interface's frames, where on their way, and why.
+// Drops by interface: where on their way frames were dropped, and why.
 #pragma once
 
 #include "counters/chip/ChipView.h"
@@ -10,17 +10,17 @@ namespace ZelCounter {
 
 class PortDrops : public ChipView {
  public:
-   // Counts of earlier chips under the same device id are dropped. Without data it keeps its own.
+   // Forgets the counts of earlier chips of the same device id. The data is shared and kept; null: it keeps its own.
    PortDrops(ChipAccess& chip, Kiln::Ptr<CliPortDropData> data);
 
    void showAll(ShowOutput& out, bool nonZeroOnly);
    void show(ShowOutput& out, const Pelt::IntfId& intf, bool nonZeroOnly);
    void clearAll(ShowOutput& out);
-   // A counter table of one pipe, or of all, has been set to zero. Does nothing for a table without drops.
+   // A counter table of one pipe, or of all, is set to zero. Does nothing for a table that doesn't hold drops.
    void tableWritten(const ZlResourceInfo::ZlTableCounter& info, ZelId::ZelPipeId pipe);
 
  private:
-   // Without an interface those of all.
+   // Without an interface, all of the chip's.
    TableView view(const Pelt::IntfId& intf, bool nonZeroOnly);
    std::vector<ChipAccess::Port> ports(const Pelt::IntfId& intf) const;
    Kiln::String tableError(ZlDrop::Point point, const ZlResourceInfo::ZlTableCounter** info) const;

@@ -1,4 +1,4 @@
-// Keeps and shows what the pollers of the traffic manager read.
+// Keeps and shows what the pollers read.
 #include "counters/drops/TmCounters.h"
 
 #include "counters/chip/SdkStatus.h"
@@ -17,7 +17,7 @@ using ZelQos::TmCounter;
 struct TmType {
    U32 type;
    const char* name;
-   bool isTotal; // and not a level of the buffer, which a clear leaves as it is
+   bool isTotal; // else a level of the buffer: that has no bytes, and a clear leaves it as it is
 };
 
 constexpr std::array tmTypes = {
@@ -51,7 +51,7 @@ Kiln::String stateOf(const TmCounter& counter) {
 TmCounters::TmCounters(ChipAccess& chip, Kiln::Ptr<ZelQos::TmCountersData> last,
                        Kiln::Ptr<ZelQos::TmCountersData> lastClear)
      : ChipView(chip), last_(std::move(last)), lastClear_(std::move(lastClear)) {
-   // What a chip left that was here before says nothing of this one.
+   // What an earlier chip of this device id left says nothing of this one.
    for (const auto& data : {last_, lastClear_}) {
       if (data) {
          data->countersByDevIdIs(chip.deviceId())->countersByPipeDelAll();
@@ -78,7 +78,7 @@ void TmCounters::counterIs(const PipeTmCounterKey& key, bf_status_t status,
       return;
    }
    TmCounter& counter = last_->countersByDevIdIs(deviceId())->countersByPipeIs(key.pipe)[key.counterType];
-   counter.status = status;
+   counter.status = status; // beside the values: those of the last good read are still shown
    if (status != BF_SUCCESS) {
       return;
    }
@@ -87,7 +87,7 @@ void TmCounters::counterIs(const PipeTmCounterKey& key, bf_status_t status,
       TmCounter& clear =
            lastClear_->countersByDevIdIs(deviceId())->countersByPipeIs(key.pipe)[key.counterType];
       if (clear.count > counter.count || clear.bytes > counter.bytes) {
-         clear = {}; // the hardware has begun anew
+         clear = {}; // the hardware has begun anew, so the whole count is since the clear
       }
    }
 }
@@ -112,6 +112,7 @@ TableView TmCounters::view(std::optional<U16> pipe, bool nonZeroOnly) const {
          const TmCounter& then = clear->countersByPipeIs(onPipe)[type.type];
          const U64 count = type.isTotal ? now.count - then.count : now.count;
          const Kiln::String state = stateOf(now);
+         // Shown with nonzero, too, when it could not be read: its 0 says nothing.
          if (nonZeroOnly && count == 0 && state == readState) {
             continue;
          }

@@ -10,7 +10,8 @@ namespace ZelCounter {
 
 class TmCounters : public ChipView {
  public:
-   // Both are shared with whoever made the manager, and may be null: then nothing is kept, or never cleared.
+   // Both are shared with whoever made the manager. Without the first nothing is kept, without the second nothing
+   // cleared.
    TmCounters(ChipAccess& chip, Kiln::Ptr<ZelQos::TmCountersData> last,
               Kiln::Ptr<ZelQos::TmCountersData> lastClear);
 
@@ -19,13 +20,13 @@ class TmCounters : public ChipView {
    // As polled last.
    void showAll(ShowOutput& out, bool nonZeroOnly, std::optional<U16> pipe = {}) const;
    void clearAll(ShowOutput& out);
-   // A poller has read one, or failed to.
+   // A poller has read a counter, or failed to.
    void counterIs(const PipeTmCounterKey& key, bf_status_t status, const bf_tm_pipe_counter_t& read);
 
    const Kiln::HashMap<PipeTmCounterKey, Kiln::Ptr<PipeTmCounterSm>>& pipeTmCounterSm() const {
       return pipeTmCounterSm_;
    }
-   // The poller of that key, made when it is new.
+   // The key's poller; a missing one is made.
    const Kiln::Ptr<PipeTmCounterSm>& pipeTmCounterSmIs(const PipeTmCounterKey& key, U32 physicalPipe,
                                                        Kiln::Ptr<const Kiln::Clock> clock);
    void pipeTmCounterSmDelAll() { pipeTmCounterSm_ = {}; }

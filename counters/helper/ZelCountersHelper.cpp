@@ -1,4 +1,4 @@
-// Finds the chip that owns an interface and passes the request on.
+// Finds the chip that has an interface and passes the request on.
 #include "counters/helper/ZelCountersHelper.h"
 
 #include "counters/ZelCounters.h"
@@ -19,6 +19,8 @@ Kiln::TraceHandle traceHandle("ZelCountersHelper");
 
 constexpr std::size_t unicastQueues = 8;
 
+// VLAN interfaces and subinterfaces alike. The record is written only when there are counts: the caller's stays
+// otherwise.
 bool readL3Intf(const Kiln::Ptr<ZelCountersL3IntfSm>& l3IntfSm, const Pelt::IntfId& intf,
                 VexTypes::L3IntfCounters& current) {
    Interface::L3IntfStatistics statistics = current.statistics();
@@ -40,6 +42,7 @@ bool readL3Intf(const Kiln::Ptr<ZelCountersL3IntfSm>& l3IntfSm, const Pelt::Intf
 ZelCountersHelper::ZelCountersHelper(ManagerAccess* mgr,
                                      Kiln::Ptr<const ZelSystem::SystemStatus> systemStatus)
      : VexHelperCountersSm("ZelCountersHelper"), mgr_(mgr), systemStatus_(std::move(systemStatus)) {
+   // A queue's counts may fall with its chip, so the forwarding layer adds up differences.
    queueCountersIncrementIs(true);
 }
 
@@ -50,7 +53,7 @@ void ZelCountersHelper::getIntfQueueType(const Pelt::IntfId& intf, VexTypes::Int
    }
 }
 
-// Nothing to set up: the L3 reactor has a VLAN counted as soon as it carries an L3 interface.
+// Nothing to set up, or to take down below: a VLAN is counted from when it carries an L3 interface until it doesn't.
 bool ZelCountersHelper::initializeVlanIntfCounters(const Pelt::IntfId& vlanIntf, U16 vlan) {
    KILN_TRACE(5, "initializeVlanIntfCounters, vlanIntf: " << vlanIntf << ", vlan: " << vlan);
    return true;
@@ -76,6 +79,7 @@ bool ZelCountersHelper::getVlanIntfCounters(const Pelt::IntfId& vlanIntf,
 void ZelCountersHelper::getCounters(const Pelt::IntfId& intf, const Kiln::Ptr<VexTypes::IntfCounters>& record,
                                     const Kiln::Ptr<VexTypes::IntfCounters>& previous) {
    KILN_TRACE(5, "getCounters, intf: " << intf);
+   // An interface without a port is of device 8, which no chip has: its record is left alone.
    const ZelId::ZelDevId devId = systemStatus_->portInfo(intf).devId;
    if (const Kiln::Ptr<ZelCounters> chip = mgr_->zelCounters(devId)) {
       chip->getMacCounters(intf, record, previous);
@@ -100,12 +104,14 @@ void ZelCountersHelper::initialize(const Pelt::IntfId& intf) {
    KILN_ASSERT(vexPortCounterSm);
    const Kiln::Ptr<VexTypes::IntfCounters> prevCounters = vexPortCounterSm->prevCounters();
    KILN_ASSERT(prevCounters);
-   // A corrupt record goes to the table's corruption handler and reads as the default one.
+   // What an earlier process published is where this one's deltas begin, else the first would be the whole total. A
+   // corrupt record goes to the table's corruption handler and reads as the default one.
    const auto published = mgr_->mounts()->allIntfCounters()->table().sampleOrDefault(vexPortCounterSm->key());
    prevCounters->recordIs(published.record);
    prevCounters->sampleTimeIs(published.info.sampleTime);
 }
 
+// Queues only: of ports' counters the forwarding layer itself keeps what was cleared.
 void ZelCountersHelper::doClearCounters(const Kiln::String& name) {
    KILN_TRACE(5, "doClearCounters, name: " << name);
    if (name != "all") {
@@ -129,7 +135,7 @@ VexTypes::IntfQueueCounters ZelCountersHelper::getIntfQueueCounters(const Pelt::
    KILN_TRACE(5, "getIntfQueueCounters"
                       << ", intf: " << intf);
    record = {};
-   // A port that there isn't has no device, and so no chip.
+   // An interface without a port has no device, and so no chip.
    const Kiln::Ptr<ZelCounters> chip = mgr_->zelCounters(systemStatus_->portInfo(intf).devId);
    if (chip) {
       const Kiln::Ptr<IntfQueueCounters> intfQueueCounters = chip->intfQueueCounters(intf);
@@ -161,7 +167,7 @@ void ZelCountersHelper::createSharedQueues(const Pelt::IntfId& intf, unsigned qu
             published->queueIs(intf, queue, Kiln::System::currentTime());
          }
       }
-   } catch (const std::invalid_argument& error) { // no record can have that name
+   } catch (const std::invalid_argument& error) { // the name can't be a key: nothing was ever published of it
       KILN_TRACE(4, "doClearIntfQueueCounters, intf: " << intf << ": " << error.what());
    }
 }

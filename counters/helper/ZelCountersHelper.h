@@ -9,11 +9,11 @@ namespace ZelCounter {
 
 class ManagerAccess;
 
-// One a process, made by the counters manager. Passes what concerns an interface on to the chip that owns it,
-// or to the L3 reactor. Activity thread.
+// One a process, made by the counters manager. Passes requests about an interface on to the chip that has it, or to the
+// L3 reactor. Activity thread.
 class ZelCountersHelper : public VexHelper::VexHelperCountersSm {
  public:
-   // The manager owns this and is not counted.
+   // The manager owns this and is held by a raw pointer.
    ZelCountersHelper(ManagerAccess* mgr, Kiln::Ptr<const ZelSystem::SystemStatus> systemStatus);
 
    void getIntfQueueType(const Pelt::IntfId& intf, VexTypes::IntfQueueType& type) override;
@@ -33,14 +33,14 @@ class ZelCountersHelper : public VexHelper::VexHelperCountersSm {
    void doClearIntfQueueCounters(const Pelt::IntfId& intf, bool portChanged) override;
 
  private:
-   // Those that are missing.
+   // Creates the interface's missing entries in the shared queue table.
    void createSharedQueues(const Pelt::IntfId& intf, unsigned queues);
 
    ManagerAccess* mgr_;
    Kiln::Ptr<const ZelSystem::SystemStatus> systemStatus_;
 };
 
-// The subinterfaces' counterpart.
+// The same for subinterfaces. They have L3 counters only.
 class ZelCountersSubIntfCountersHelper : public VexHelper::VexHelperSubIntfCountersSm {
  public:
    explicit ZelCountersSubIntfCountersHelper(Kiln::Ptr<ZelCountersL3IntfSm> l3IntfSm)

@@ -5,8 +5,8 @@
 
 namespace ZelCounter {
 
-// Does it for every element, also behind one that throws; then the first exception goes on to the caller.
-// What is walked must not change meanwhile.
+// Calls the operation for every element, also after one has thrown; then throws the first exception. The elements must
+// not change meanwhile.
 template <class Elements, class Operation>
 void forEachThenThrow(const Elements& elements, Operation operation) {
    std::exception_ptr first;

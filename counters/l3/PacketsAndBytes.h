@@ -5,7 +5,7 @@
 
 namespace ZelCounter {
 
-// Modulo 2^64, as the hardware counts.
+// Modulo 2^64, as the hardware counts. The name is a fixed one.
 struct packets_and_bytes {
    U64 packets = 0;
    U64 bytes = 0;

@@ -37,6 +37,7 @@ void ZelCountersL3Helper::RetrySm::retryDelayIs(double seconds) {
    retryDelay_ = seconds;
 }
 
+// An armed timer is not moved: a stream of removals must not put the retry off for ever.
 void ZelCountersL3Helper::RetrySm::startTimer() {
    if (!clock_ || clock_->isArmed()) {
       return;
@@ -47,7 +48,7 @@ void ZelCountersL3Helper::RetrySm::startTimer() {
 
 void ZelCountersL3Helper::RetrySm::retryPendingVlan() {
    if (clock_) {
-      clock_->timeMinIs(Kiln::never);
+      clock_->timeMinIs(Kiln::never); // also when this was called before the expiry
    }
    helper_->retryPendingVlan();
 }
@@ -60,10 +61,11 @@ void ZelCountersL3Helper::RetrySm::handleChipStatus() {
    if (state != ZelSlice::chipStateUp) {
       return;
    }
+   // When one throws, its mark stays: it is tried again when the chip comes up the next time.
    forEachThenThrow(helper_->deferredDel().keys(),
                     [this](Bridging::VlanId vlan) { helper_->disableSviStats(vlan); });
    helper_->deferredDelDelAll();
-   startTimer();
+   startTimer(); // even if nothing was deferred: VLANs may be pending since before the chip went down
 }
 
 } // namespace ZelCounter

@@ -1,5 +1,4 @@
-// Tries again what a chip could not take: VLANs that found its tables full, and removals that came while it
-// was not up.
+// Tries again what a chip could not do: add VLANs when its tables were full, and remove VLANs while it was not up.
 #pragma once
 
 #include "counters/l3/ZelCountersL3Helper.h"
@@ -9,32 +8,31 @@
 
 namespace ZelCounter {
 
-// Owned by the helper, which outlives it. There is no polling: a pending VLAN is tried again one retryDelay
-// after entries were given back, or the chip came up, and nothing arms the timer again after that.
+// Owned by the helper, which outlives it. There is no polling: a pending VLAN is tried again one retryDelay after
+// entries were given back or the chip came up. A retry that fails does not arm the timer again.
 class ZelCountersL3Helper::RetrySm : public Kiln::Entity {
  public:
    // The chip status may be null: then there is nothing to watch.
    RetrySm(Kiln::Ptr<const Kiln::Clock> clock, Kiln::Ptr<const ZelSlice::ChipStatus> chipStatus,
            ZelCountersL3Helper* helper);
 
-   // Another clock means a timer that is not armed; without one it can't be.
+   // A new clock's timer is not armed. Without a clock it can't be.
    void clockIs(Kiln::Ptr<const Kiln::Clock> clock);
    void clockDel() { clockIs(nullptr); }
    void chipStatusIs(Kiln::Ptr<const ZelSlice::ChipStatus> chipStatus);
    void chipStatusDel() { chipStatusIs(nullptr); }
 
-   // Arms the one-shot timer; one that is armed is left alone.
+   // Arms the one-shot timer, unless it is armed.
    void startTimer();
    // When it expires; Kiln::never when not armed.
    double timeMin() const { return clock_ ? clock_->timeMin() : Kiln::never; }
    // The timer expired.
    void retryPendingVlan();
-   // The chip's state changed: when it is up, the deferred removals are carried out. The chip status must be
-   // there (assertion).
+   // The chip's state changed: when it is up, carries out the deferred removals. Asserts that there is a chip status.
    void handleChipStatus();
 
-   // Seconds from arming to expiry; taken up when the timer is armed next. Not positive or not finite is a
-   // std::range_error.
+   // Seconds from arming to expiry; taken up when the timer is armed next. Throws std::range_error unless positive and
+   // finite.
    double retryDelay() const { return retryDelay_; }
    void retryDelayIs(double seconds);
 

@@ -16,7 +16,7 @@ constexpr std::string_view closing = "})";
 
 // Takes the text off the front, or answers false.
 bool take(std::string_view& rest, std::string_view text) {
-   if (rest.substr(0, text.size()) != text) {
+   if (!rest.starts_with(text)) {
       return false;
    }
    rest.remove_prefix(text.size());
@@ -67,8 +67,9 @@ std::optional<SviCounterKey> parsed(std::string_view rest) {
 SviCounterKey::SviCounterKey(const Kiln::String& text) {
    const auto key = parsed(text);
    if (!key) {
-      throw std::invalid_argument("'" + text + "' is no SviCounterKey: expected " + Kiln::String(opening) +
-                                  "'decapType': 0 to 255, 'snat': True or False" + Kiln::String(closing));
+      throw std::invalid_argument("'" + text + "' is not an SviCounterKey: expected " +
+                                  Kiln::String(opening) + "'decapType': 0 to 255, 'snat': True or False" +
+                                  Kiln::String(closing));
    }
    *this = *key;
 }

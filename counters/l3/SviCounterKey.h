@@ -1,4 +1,4 @@
-// Which of the hardware entries of one VLAN is meant.
+// Tells apart the hardware entries of one VLAN.
 #pragma once
 
 #include "kiln/Types.h"
@@ -13,7 +13,7 @@ class SviCounterKey {
  public:
    constexpr SviCounterKey() noexcept = default;
    constexpr SviCounterKey(U8 decapType, bool snat) noexcept : decapType_(decapType), snat_(snat) {}
-   // From the text form; any other text is a std::invalid_argument that says what is expected.
+   // From the text form. Throws std::invalid_argument, saying what is expected, for any other text.
    explicit SviCounterKey(const Kiln::String& text);
 
    // 0: ordinary traffic; 1: traffic that was decapsulated on this VLAN.

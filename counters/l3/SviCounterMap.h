@@ -1,5 +1,5 @@
-// The few values that one VLAN has by counter key, in place: a read of 4,094 VLANs on several chips is bound by the
-// memory that it walks through.
+// The few values that one VLAN has by counter key, stored in place: the speed of a read of 4,094 VLANs on several chips
+// is that of the memory that it walks through.
 #pragma once
 
 #include "counters/l3/SviCounterKey.h"
@@ -16,8 +16,8 @@ constexpr SviCounterKey sviOrdinary{0, false};
 constexpr SviCounterKey sviDecapsulated{1, false};
 constexpr SviCounterKey sviSourceNat{0, true}; // ingress only
 
-// A map as the framework's collections are, in the order of insertion, of as many entries as there are keys in
-// use: one more is a std::length_error.
+// A map like the framework's collections, in the order of insertion. It has room for the three keys in use, and throws
+// std::length_error for one more.
 template <class K, class V>
 class SviCounterMap {
  public:

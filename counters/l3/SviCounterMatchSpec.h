@@ -11,8 +11,8 @@ namespace ZelCounter {
 // One per enabled VLAN of a chip.
 class SviCounterMatchSpec : public Kiln::PtrInterface {
  public:
-   // The tables' slots of the entries, set once they are programmed: a read takes the handle from there
-   // instead of looking the match spec up. Null where the match spec has to be looked up.
+   // The entries' slots in the tables, set once the entries are programmed, so that a read needs no look-up by match
+   // spec. A null slot means that one is needed. A slot keeps its address, whatever becomes of the entry.
    struct Entries {
       const ZlTable::EntrySlot* ordinary = nullptr;
       const ZlTable::EntrySlot* decapsulated = nullptr;
@@ -21,7 +21,7 @@ class SviCounterMatchSpec : public Kiln::PtrInterface {
    Entries ingress;
    Entries egress;
 
-   // Nobody watches them, so a change has nothing to tell.
+   // Nobody watches these maps, so a change notifies nobody.
    KILN_MAP_OF_KIND(SviCounterMap, SviCounterKey, Kiln::Ptr<ZlIngL2DomainCount::IngL2DomainCountMatchSpec>,
                     ingL2DomainMatchSpec, static_cast<void>(0), static_cast<void>(0))
    KILN_MAP_OF_KIND(SviCounterMap, SviCounterKey, Kiln::Ptr<ZlEgrL2DomainCount::EgrL2DomainCountMatchSpec>,

@@ -1,4 +1,4 @@
-// Objects by VLAN, found by index: a pass over thousands of VLANs can't afford a search for each.
+// Pointers by VLAN, found by index: a pass over thousands of VLANs can't afford a search for each.
 #pragma once
 
 #include "zel/VlanId.h"
@@ -8,8 +8,8 @@
 
 namespace ZelCounter {
 
-// A map as the framework's collections are, of pointers, in the order of the VLANs; a null pointer is an absent
-// one. References to values stay good until the next set.
+// A map like the framework's collections, in the order of the VLANs. A null pointer is an absent one. References to
+// values stay good until the next set.
 template <class K, class V>
 class VlanMap {
  public:
@@ -27,11 +27,11 @@ class VlanMap {
       return vlan.value() < values_.size() && values_[vlan.value()] ? &values_[vlan.value()] : nullptr;
    }
 
-   // Brings what the next VLAN's pointer points to into the cache, for a walk in the order of the VLANs.
-   // Inlined always, since compilers take a function that does nothing else for one without effect.
+   // For a walk in the order of the VLANs: brings the next VLAN's object into the cache. Always inlined, since
+   // compilers drop calls of a function that does nothing but prefetch.
    [[gnu::always_inline]] void prefetchNext(const K& vlan) const {
       if (std::size_t{vlan.value()} + 1 < values_.size() && values_[vlan.value() + 1U]) {
-         // Spelt out, not in a loop, which would be dropped likewise.
+         // Three lines, not a loop, which they would drop, too.
          static_assert(sizeof(*values_.front()) <= 3 * cacheLine);
          const auto* const object = reinterpret_cast<const char*>(values_[vlan.value() + 1U].ptr());
          __builtin_prefetch(object);
@@ -73,7 +73,7 @@ class VlanMap {
  private:
    static constexpr std::size_t cacheLine = 64;
 
-   std::vector<V> values_; // by VLAN, as far as there ever was one
+   std::vector<V> values_; // by VLAN, up to the highest that there ever was
    std::size_t size_ = 0;
 };
 

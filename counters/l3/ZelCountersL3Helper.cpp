@@ -1,4 +1,4 @@
-// Programs the count entries of VLANs, reads them, and keeps track of those that must wait.
+// Programs and reads the count entries of VLANs, and keeps track of VLANs that must wait.
 #include "counters/l3/ZelCountersL3Helper.h"
 
 #include "counters/chip/ZelCountersLog.h"
@@ -101,7 +101,7 @@ U32 ZelCountersL3Helper::matchTableHandle(const Kiln::String& name) const {
 
 void ZelCountersL3Helper::enableSviStats(Bridging::VlanId vlan) {
    KILN_RINGLOG_TRACE(9, "Enable Vlan " << vlan);
-   deferredDelDel(vlan);
+   deferredDelDel(vlan); // the VLAN came back before its removal: its entries are still there and go on
    if (matchSpec().contains(vlan)) {
       KILN_TRACE(9, "Enable Vlan " << vlan << " already exists");
       return;
@@ -109,7 +109,7 @@ void ZelCountersL3Helper::enableSviStats(Bridging::VlanId vlan) {
    const Kiln::Ptr<SviCounterMatchSpec> spec = newMatchSpec();
    try {
       programEntries(vlan, *spec);
-   } catch (const ZlTable::ZlTableException&) {
+   } catch (const ZlTable::ZlTableException&) { // a table is full: an ordinary state, told and tried again
       KILN_TRACE(9, "Counter Allocation failed.  Vlan " << vlan);
       deleteEntries(*spec);
       updatePendingVlan(vlan, true);
@@ -157,6 +157,7 @@ void ZelCountersL3Helper::programEntries(Bridging::VlanId vlan, SviCounterMatchS
       egrL2DomainCountTable_->entryIs({egrMspec, {}});
    }
 
+   // Only now, when all entries have their place.
    const auto slots = [](const auto& table, const auto& specs) {
       const auto slot = [&](const SviCounterKey& key) {
          const auto* const mspec = specs.find(key);
@@ -168,6 +169,7 @@ void ZelCountersL3Helper::programEntries(Bridging::VlanId vlan, SviCounterMatchS
    spec.egress = slots(egrL2DomainCountTable_, spec.egrL2DomainMatchSpec());
 }
 
+// All of them, whatever was programmed: deleting an entry that the table doesn't have does nothing.
 void ZelCountersL3Helper::deleteEntries(const SviCounterMatchSpec& spec) {
    for (const auto& [key, ingMspec] : spec.ingL2DomainMatchSpec()) {
       ingL2DomainCountTable_->entryDel(*ingMspec);
@@ -181,7 +183,7 @@ void ZelCountersL3Helper::disableSviStats(Bridging::VlanId vlan) {
    KILN_RINGLOG_TRACE(9, "Disable Vlan " << vlan);
    const Kiln::Ptr<SviCounterMatchSpec> spec = matchSpec(vlan);
    if (!spec) {
-      updatePendingVlan(vlan, false);
+      updatePendingVlan(vlan, false); // it may have waited for room
       return;
    }
    KILN_ASSERT(chipStatus());
@@ -193,6 +195,7 @@ void ZelCountersL3Helper::disableSviStats(Bridging::VlanId vlan) {
    deleteEntries(*spec);
    matchSpecDel(vlan);
    deferredDelDel(vlan);
+   // There is room now. Not tried at once: removals come in bursts, and one retry serves them all.
    if (retrySm_) {
       retrySm_->startTimer();
    }
@@ -223,12 +226,14 @@ bool ZelCountersL3Helper::getSviStats(Bridging::VlanId vlan, packets_and_bytes* 
    };
    addIngress(sviOrdinary, spec->ingress.ordinary, 0, rxCounter);
    addEgress(sviOrdinary, spec->egress.ordinary, 0);
+   // Both directions less the outer headers: an interface counts what its hosts send and get.
    if (vxlanSupported()) {
       addIngress(sviDecapsulated, spec->ingress.decapsulated, vxlanOverhead, rxCounter);
       addEgress(sviDecapsulated, spec->egress.decapsulated, vxlanOverhead);
    }
    if (vrfNatSupported()) {
       addIngress(sviSourceNat, spec->ingress.sourceNat, 0, rxSnatCounter);
+      // Each packet hits one entry, so translated ones are in no other and have to be added.
       rxCounter->packets += rxSnatCounter->packets;
       rxCounter->bytes += rxSnatCounter->bytes;
    }
@@ -238,6 +243,7 @@ bool ZelCountersL3Helper::getSviStats(Bridging::VlanId vlan, packets_and_bytes* 
 void ZelCountersL3Helper::accumulateStats(U32 tableHandle, U32 entryHandle, S16 adjust,
                                           packets_and_bytes* counter) const {
    p4_pd_counter_value value{};
+   // All pipes at once: a VLAN has ports in any of them.
    const U32 status = ZelCountersIntf::counterReadDirect(ZelSdk::getZelSessionHdl(), devId_, allPipes,
                                                          tableHandle, entryHandle, 0, &value);
    KILN_ASSERT(status == 0);
@@ -246,7 +252,7 @@ void ZelCountersL3Helper::accumulateStats(U32 tableHandle, U32 entryHandle, S16 
 }
 
 void ZelCountersL3Helper::updatePendingVlan(Bridging::VlanId vlan, bool pending) {
-   if (pendingVlan(vlan) == pending) {
+   if (pendingVlan(vlan) == pending) { // one message a change, however often a retry fails
       return;
    }
    if (pending) {
@@ -254,7 +260,7 @@ void ZelCountersL3Helper::updatePendingVlan(Bridging::VlanId vlan, bool pending)
       log(ZEL_COUNTERS_COUNTER_RESOURCE_FULL, vlan);
    } else {
       pendingVlanDel(vlan);
-      // Operators pair this message with the other one, so it comes also when the VLAN is given up.
+      // Operators pair this message with the other one, so it also comes when the VLAN is given up.
       log(ZEL_COUNTERS_COUNTER_RESOURCE_NORMAL, vlan);
    }
 }

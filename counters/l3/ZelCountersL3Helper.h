@@ -26,8 +26,7 @@ class ZelCountersL3Helper : public Kiln::Entity {
  public:
    class RetrySm;
 
-   // Sets the tables up at once. A program that lacks them, or a null pointer but for the chip status, is an
-   // assertion.
+   // Sets the tables up at once. Asserts that the program has them and that no pointer but the chip status is null.
    ZelCountersL3Helper(ZelId::ZelDevId devId, ZelDriver::ZelDevProfile devProfile,
                        Kiln::Ptr<const ZelSystem::SystemStatus> systemStatus,
                        Kiln::Ptr<ZlPd::ZlPdIntf> zlPdIntf,
@@ -38,19 +37,19 @@ class ZelCountersL3Helper : public Kiln::Entity {
    ZelId::ZelDevId deviceId() const { return devId_; }
    const Kiln::Ptr<const ZelSlice::ChipStatus>& chipStatus() const { return chipStatus_; }
 
-   // Programs the VLAN's entries, all or none; without room for them the VLAN is pending and logged. Other
-   // exceptions of the tables leave the VLAN as it was and go on to the caller.
+   // Programs all of the VLAN's entries; without room for all of them programs none, and the VLAN is pending and
+   // logged. Other exceptions of the tables reach the caller, and leave the VLAN as it was.
    void enableSviStats(Bridging::VlanId vlan);
-   // Removes them, or puts that off until the chip is up; needs a chip status (assertion).
+   // Removes the VLAN's entries, or puts that off until the chip is up. Asserts that there is a chip status.
    void disableSviStats(Bridging::VlanId vlan);
-   // Fills the pairs with the totals of what came in, what went out, and which part of what came in was
-   // source-translated; with zeros, and the answer false, for a VLAN that is not programmed. It reads the
-   // SDK's software copy, as old as the last hardware sync. A null pointer or a failed read is an assertion.
+   // Fills the pairs with the totals of what came in, what went out, and what came in and was source-translated, which
+   // the first includes. False, and zeros, for a VLAN that is not programmed. Reads the SDK's software copy, as old as
+   // the last hardware sync. Asserts that no pointer is null and that the SDK can read.
    bool getSviStats(Bridging::VlanId vlan, packets_and_bytes* rxCounter, packets_and_bytes* txCounter,
                     packets_and_bytes* rxSnatCounter) const;
-   // Adds an entry's count to the pair, each packet `adjust` bytes shorter. Modulo 2^64.
+   // Adds an entry's count to the pair, with `adjust` bytes less for each packet. Modulo 2^64.
    void accumulateStats(U32 tableHandle, U32 entryHandle, S16 adjust, packets_and_bytes* counter) const;
-   // Keeps pendingVlan, and tells the operator when a VLAN gets there or leaves.
+   // Keeps pendingVlan, and tells the operator when a VLAN begins or ceases to be pending.
    void updatePendingVlan(Bridging::VlanId vlan, bool pending);
    // Tries every pending VLAN again.
    void retryPendingVlan();
@@ -68,11 +67,11 @@ class ZelCountersL3Helper : public Kiln::Entity {
    KILN_HASH_MAP(Bridging::VlanId, bool, deferredDel)
 
    const Kiln::Ptr<RetrySm>& retrySm() const { return retrySm_; }
-   // Creates it, on the activity clock; it watches the chip status.
+   // Creates it on the activity clock. It watches the chip status.
    void retrySmIs();
    void retrySmDel();
 
-   // What the chip can do; fixed when the tables are set up.
+   // What the chip can do, set with the tables and fixed from then on.
    KILN_ATTRIBUTE(bool, vxlanSupported, false)
    KILN_ATTRIBUTE(bool, vrfNatSupported, false)
    KILN_ATTRIBUTE(U32, ingL2DomainHandle, 0)

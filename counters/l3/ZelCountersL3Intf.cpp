@@ -19,8 +19,9 @@ using Silo::Interface::NatCounter;
 
 Kiln::TraceHandle traceHandle("ZelCountersL3Intf");
 
-constexpr U32 vlanBits = 0xFFFF; // of a value of the L3 interface table
+constexpr U32 vlanBits = 0xFFFF; // of a value in the L3 interface table
 
+// Cut short where it doesn't fit, and always ended by a zero.
 void intfIdIs(NatCounter& natCounter, const Pelt::IntfId& intf) {
    natCounter.intfId = {};
    std::copy_n(intf.text().begin(), std::min(intf.text().size(), natCounter.intfId.size() - 1),
@@ -56,9 +57,9 @@ ZelCountersL3IntfSm::~ZelCountersL3IntfSm() {
 
 void ZelCountersL3IntfSm::handleInitialized() {
    KILN_TRACE(9, "ZelCountersL3IntfSm::handleInitialized");
-   initializedIs(true);
+   initializedIs(true); // first, since what follows does nothing before
    handleIntfL3Index();
-   dropForeignNatCounters();
+   dropForeignNatCounters(); // after that, when l3IntfToVid tells whose records stay
    routedPortCounterSm_ = Kiln::allocate<RoutedPortCounterSm>(Kiln::activityManagerClock(), this);
    routedPortCounterSm_->hasNotificationActiveIs(true);
 }
@@ -90,9 +91,9 @@ void ZelCountersL3IntfSm::handleIntfL3Index() {
    forEachThenThrow(table->intfIdToL3Id().keys(), [&](const Pelt::IntfId& intf) {
       try {
          handleIntfL3Index(intf);
-      } catch (const std::range_error& error) { // its VLAN is none
+      } catch (const std::range_error& error) { // no such VLAN
          leaveOut(intf, error);
-      } catch (const std::invalid_argument& error) { // its name is none
+      } catch (const std::invalid_argument& error) { // no such key
          leaveOut(intf, error);
       }
    });
@@ -117,7 +118,7 @@ void ZelCountersL3IntfSm::addIntf(const Pelt::IntfId& intf, U32 l3Id) {
       return;
    }
    const Bridging::VlanId vlan(l3Id & vlanBits);
-   const Silo::Key key(intf.text()); // refuses a name that is none
+   const Silo::Key key(intf.text()); // throws for a name that can't be one, before anything is changed
    // Held and published as one: a chip that throws must not leave the interface without its record.
    l3IntfToVidIs(intf, vlan);
    publishNatCounter(intf, key, newNatCounter(intf));
@@ -129,6 +130,7 @@ void ZelCountersL3IntfSm::deleteIntf(const Pelt::IntfId& intf) {
    if (!l3IntfToVid().contains(intf)) {
       return;
    }
+   // Deliberately also when another interface shares the VLAN: nobody counts how often one was enabled.
    const Bridging::VlanId vlan = l3IntfToVid(intf);
    l3IntfToVidDel(intf);
    natCounterDir().counterDel(intf);
@@ -136,7 +138,7 @@ void ZelCountersL3IntfSm::deleteIntf(const Pelt::IntfId& intf) {
    forEachThenThrow(helper_, [&](const auto& entry) { entry.second->disableSviStats(vlan); });
 }
 
-// A table that takes no record (it is full) costs this record only.
+// A full table costs this record only. Told once an interface, not once a second.
 void ZelCountersL3IntfSm::publishNatCounter(const Pelt::IntfId& intf, const Silo::Key& key,
                                             const NatCounter& natCounter) {
    try {
@@ -152,7 +154,7 @@ void ZelCountersL3IntfSm::addDevice(ZelId::ZelDevId devId, const ZelDriver::ZelD
                                     const Kiln::Ptr<ZlResourceInfo::ZlResourceInfoIntf>& zlResourceInfoIntf,
                                     const Kiln::Ptr<const ZelSlice::ChipStatus>& chipStatus) {
    KILN_TRACE(9, "ZelCountersL3IntfSm::addDevice device: " << static_cast<unsigned>(devId));
-   helper_.erase(devId);
+   helper_.erase(devId); // also when the new chip gets none
    if (!systemStatus_->chipCapabilities(devProfile.chipTypeName).vlanCounters) {
       return;
    }
@@ -165,6 +167,7 @@ void ZelCountersL3IntfSm::addDevice(ZelId::ZelDevId devId, const ZelDriver::ZelD
 
 void ZelCountersL3IntfSm::deleteDevice(ZelId::ZelDevId devId) {
    KILN_TRACE(9, "ZelCountersL3IntfSm::deleteDevice device: " << static_cast<unsigned>(devId));
+   // Its entries are not deleted one by one: they went with the chip.
    helper_.erase(devId);
 }
 
@@ -184,10 +187,10 @@ void ZelCountersL3IntfSm::readIntf(const Pelt::IntfId& intf, Bridging::VlanId vl
    *rx = *tx = {};
    packets_and_bytes rxSnat;
    const Silo::Key key(intf.text());
-   // A record that found no room when the interface came is made now.
+   // A record for which there was no room when the interface came is made now.
    const auto& table = natCounterDir().table();
    NatCounter natCounter = table.has(key) ? table.sampleOrDefault(key).record : newNatCounter(intf);
-   // A corrupt record was answered by the default one, which is nobody's.
+   // In place of a corrupt record comes the default one, which has no interface.
    intfIdIs(natCounter, intf);
    for (const auto& [devId, helper] : helper_) {
       packets_and_bytes chipRx;
@@ -218,11 +221,13 @@ void ZelCountersL3IntfSm::RoutedPortCounterSm::routedPortTimerDelayIs(double sec
 }
 
 void ZelCountersL3IntfSm::RoutedPortCounterSm::updateRoutedPortCounters() {
+   // Thrown away: what matters is the NAT record that each read refreshes.
    packets_and_bytes rx;
    packets_and_bytes tx;
    for (const auto& [intf, vlan] : l3IntfSm_->l3IntfToVid()) {
       l3IntfSm_->readIntf(intf, vlan, &rx, &tx);
    }
+   // From the end of the pass, with no catching up: a long pass must not leave the thread nothing else to do.
    clock_.timeMinIs(Kiln::System::currentTime() + routedPortTimerDelay());
 }
 

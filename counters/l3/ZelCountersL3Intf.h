@@ -15,9 +15,9 @@ namespace ZelCounter {
 
 // Owned by the counters manager. Activity thread.
 //
-// Follows the L3 interface table: the VLAN of each of its interfaces is counted on every chip, and each has a
-// record of its source-NAT counts in the shared NAT table, which must be there (assertion) before the first
-// interface is. What an earlier start left in the NAT table is removed.
+// Follows the L3 interface table: has the VLAN of each of its interfaces counted on every chip, and keeps a record of
+// the interface's source-NAT counts in the shared NAT table, which must be there (assertion) before the first interface
+// is. Removes what an earlier process left in the NAT table.
 class ZelCountersL3IntfSm : public Kiln::Entity {
  public:
    class RoutedPortCounterSm;
@@ -27,8 +27,8 @@ class ZelCountersL3IntfSm : public Kiln::Entity {
                        Kiln::Ptr<Silo::Interface::AllNatCounterDir> natCounterDir);
    ~ZelCountersL3IntfSm() override;
 
-   // A chip came: it counts the VLANs of all interfaces, if it can count VLANs at all. A device id that is in
-   // use stands for the new chip from here on.
+   // A chip came: it counts the VLANs of all interfaces, if it can count VLANs at all. A chip that had the device id
+   // before goes.
    void addDevice(ZelId::ZelDevId devId, const ZelDriver::ZelDevProfile& devProfile,
                   const Kiln::Ptr<ZlPd::ZlPdIntf>& zlPdIntf,
                   const Kiln::Ptr<ZlResourceInfo::ZlResourceInfoIntf>& zlResourceInfoIntf,
@@ -36,15 +36,15 @@ class ZelCountersL3IntfSm : public Kiln::Entity {
    // A chip went, and its entries with it.
    void deleteDevice(ZelId::ZelDevId devId);
 
-   // The interface's totals over all chips; what came in includes what was source-translated. Refreshes the
-   // interface's NAT record. An unknown interface is false, and the pairs stay as they are.
+   // The interface's totals over all chips; what came in includes what was source-translated. Refreshes the interface's
+   // NAT record. False for an unknown interface, whose pairs stay as they are.
    bool getIntfCounter(const Pelt::IntfId& intf, packets_and_bytes* rx, packets_and_bytes* tx);
 
-   // The interface may have come or gone. A VLAN outside 1 to 4094, or a name that can't be a key of a shared
-   // table, is refused by exception, and the interface is not added.
+   // The interface may have come or gone. Throws std::range_error for a VLAN outside 1 to 4094, and
+   // std::invalid_argument for a name that can't be a key of a shared table; the interface is not added then.
    void handleIntfL3Index(const Pelt::IntfId& intf);
-   // The same for every interface of the table; one that is refused is logged and left out. What a chip throws
-   // reaches the caller once all were looked at.
+   // The same for every interface of the table; one that is refused is logged and left out. What a chip throws reaches
+   // the caller after all were looked at.
    void handleIntfL3Index();
 
    // By device id, in the order in which the chips came.
@@ -68,7 +68,7 @@ class ZelCountersL3IntfSm : public Kiln::Entity {
    void addIntf(const Pelt::IntfId& intf, U32 l3Id);
    void deleteIntf(const Pelt::IntfId& intf);
    void dropForeignNatCounters();
-   // What getIntfCounter does for an interface that is held.
+   // What getIntfCounter does for an interface in l3IntfToVid.
    void readIntf(const Pelt::IntfId& intf, Bridging::VlanId vlan, packets_and_bytes* rx,
                  packets_and_bytes* tx);
    void publishNatCounter(const Pelt::IntfId& intf, const Silo::Key& key,
@@ -83,7 +83,7 @@ class ZelCountersL3IntfSm : public Kiln::Entity {
    Vex::PublishErrors publishErrors_;
 };
 
-// Refreshes the NAT record of every L3 interface, once as it is made and then again one delay after each pass.
+// Refreshes the NAT record of every L3 interface: when it is made, and then one delay after each pass.
 class ZelCountersL3IntfSm::RoutedPortCounterSm : public Kiln::Entity {
  public:
    // Owned by the L3 interface reactor, which outlives it.
@@ -91,7 +91,7 @@ class ZelCountersL3IntfSm::RoutedPortCounterSm : public Kiln::Entity {
 
    void updateRoutedPortCounters();
 
-   // Seconds; taken up at the end of the next pass. Not positive or not finite is a std::range_error.
+   // Seconds; taken up at the end of the next pass. Throws std::range_error unless positive and finite.
    double routedPortTimerDelay() const { return routedPortTimerDelay_; }
    void routedPortTimerDelayIs(double seconds);
 
@@ -110,7 +110,7 @@ class ZelVlanIntfSm : public Kiln::Entity {
    ZelVlanIntfSm(Kiln::Ptr<Vex::VexCommonSmData> vexCommonSmData,
                  Kiln::Ptr<const Interface::VlanIntfStatusDir> vlanIntfStatusDir);
 
-   // Watches another directory from here on.
+   // Watches this directory from here on.
    void vlanIntfStatusDirIs(Kiln::Ptr<const Interface::VlanIntfStatusDir> vlanIntfStatusDir);
 
    // The interface may have come or gone.

@@ -18,7 +18,8 @@ std::optional<FakeCounter> fakeCounter() {
    if (id == nullptr || value == nullptr) {
       return std::nullopt;
    }
-   // Unsigned and in full width: a negative id fails, and so does one that would only look small once narrowed.
+   // Unsigned and in full width, so that the assertion also catches negative ids, and ids that would be small if
+   // narrowed.
    const auto ctrId = static_cast<U64>(std::strtol(id, nullptr, 10));
    KILN_ASSERT(ctrId < BF_NUM_RMON_COUNTERS);
    return FakeCounter{ctrId, std::strtoull(value, nullptr, 0)};

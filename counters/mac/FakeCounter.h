@@ -1,4 +1,4 @@
-// The one counter that a simulation pretends that every port has.
+// In a simulation: the one counter that every port pretends to have, all others being 0.
 #pragma once
 
 #include "kiln/Types.h"
@@ -13,7 +13,7 @@ struct FakeCounter {
 };
 
 // What ZEL_COUNTER_ID (decimal) and ZEL_COUNTER_VALUE (decimal, hexadecimal or octal) say; nothing outside a simulation
-// or when one of them is not set. An id above 88 is an assertion.
+// or unless both are set. Asserts that the id is at most 88.
 std::optional<FakeCounter> fakeCounter();
 
 } // namespace ZelCounter

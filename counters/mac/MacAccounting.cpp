@@ -1,5 +1,5 @@
-// Vets a reading in two stages: one pass that fills the record and sees that all is normal, as it nearly always is,
-// and a look at each field when it isn't.
+// Vets a reading in two stages: a quick pass fills the record and sees whether all is normal, as it nearly always is.
+// Only when it isn't, each field is looked at.
 #include "counters/mac/MacAccounting.h"
 
 #include "counters/chip/ZelCountersLog.h"
@@ -20,8 +20,8 @@ using Interface::EthIntfStatistics;
 using Interface::FieldGroup;
 using Interface::wrapWindow;
 
-// A wrap leads from the top of the 64-bit range to the bottom. The bounds are deliberately not symmetrical:
-// the old value lies strictly above the one, the new value strictly below the other.
+// A wrap leads from the top 2^48 of the 64-bit range to the bottom. The bounds are deliberately not symmetrical: the
+// old value lies strictly above the first, the new value strictly below the second, which is 2^48 - 1.
 constexpr U64 wrapAbove = 0xFFFF000000000000;
 constexpr U64 wrapBelow = 0xFFFFFFFFFFFF;
 
@@ -38,6 +38,8 @@ U64 zeroIfNegative(U64 value) {
    return static_cast<S64>(value) < 0 ? 0 : value;
 }
 
+// Errors don't come in numbers that could wrap 64 bits: any fall is an upset. A value with the top bit set is
+// negative to this test, deliberately, and counts as 0.
 Step errorStep(U64 oldValue, U64 newValue) {
    const U64 from = zeroIfNegative(oldValue);
    const U64 to = zeroIfNegative(newValue);
@@ -46,8 +48,9 @@ Step errorStep(U64 oldValue, U64 newValue) {
 
 using Silo::WordPair;
 
-// Gathers the bits that are set in any step and any value, two fields at once. In nearly every reading the high ones
-// stay clear: each counter stayed or rose within the window, below the top of the range.
+// Gathers the bits that are set in any step and any value, two fields at once. In nearly every reading the high bits
+// stay clear, since each counter stayed or rose within the window and below the top of the range. A fall sets them, as
+// its difference modulo 2^64 is huge.
 struct Suspicion {
    WordPair steps{};
    WordPair values{};
@@ -56,7 +59,7 @@ struct Suspicion {
       steps |= newValues - oldValues;
       values |= newValues | oldValues;
    }
-   // Says so of no reading with a wrap or an upset.
+   // Never true of a reading with a wrap or an upset; false also of some good ones, which the closer look then passes.
    bool isAllNormal() const {
       return (steps[0] | steps[1]) < wrapWindow && (values[0] | values[1]) < Interface::topBit;
    }
@@ -71,8 +74,9 @@ constexpr auto rmonIndices = [] {
 }();
 
 // Fills the statistics from all the raw counters, and answers whether every step from the previous ones is normal.
-// Fields go through the vector registers in pairs, and each is looked at while it is there, since every port goes
-// through here on every pass. A loop over a table: written out, compilers keep the looking for the end and spill.
+// Every port goes through here on every pass, so fields go through the vector registers in pairs and are looked at
+// while they are there. It is a loop over a table since compilers, given the lines one by one, put off the looking and
+// spill.
 bool fill(EthIntfStatistics& body, const U64* raw, const EthIntfStatistics& previous) {
    constexpr std::size_t last = EthIntfStatistics::fieldCount - 1;
    static_assert(last % 2 == 0, "one field is left of the pairs");
@@ -87,15 +91,16 @@ bool fill(EthIntfStatistics& body, const U64* raw, const EthIntfStatistics& prev
    const U64 value = raw[rmonIndices[last]];
    Interface::wordIs(body, last, value);
    suspicion.add(WordPair{Interface::word(previous, last), 0}, WordPair{value, 0});
+   // This chip family counts queues elsewhere; the record's blocks for them stay 0.
    body.outQueuePkts = {};
    body.outQueueDiscards = {};
    return suspicion.isAllNormal();
 }
 
-// The same from a snapshot that holds only the first counters: the others read 0.
+// The same from a snapshot that has only the first counters, as one that was set by hand may be: the others read 0.
 bool fillFromPart(EthIntfStatistics& body, std::span<const U64> raw, const EthIntfStatistics& previous) {
    bf_rmon_counter_array_t all{};
-   std::copy(raw.begin(), raw.end(), all);
+   std::ranges::copy(raw, std::begin(all));
    return fill(body, all, previous);
 }
 
@@ -128,10 +133,13 @@ void MacAccounting::checkMacCountersOverflow(const Pelt::IntfId& intf,
          wrapSeen = true;
       } else if (step == Step::upset) {
          seuCountInc(1);
+         // The new value may be the flawed one or the first good one after it: either way the difference is 0.
          previous->absorb(i, newValue);
          seuSeen = true;
       }
    }
+   // Once a reading, however many of its counters were hit. Only a wrap goes to the operator: an upset is absorbed
+   // whole.
    if (seuSeen) {
       KILN_RINGLOG_TRACE(4, "SEU error detected in counter of " << intf);
    }

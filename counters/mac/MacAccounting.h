@@ -1,5 +1,4 @@
-// From a port's raw MAC counters to a record whose every step is true: where wraps and flipped bits are found and
-// absorbed.
+// Turns a port's raw MAC counters into a record, and finds and absorbs wraps and flipped bits on the way.
 #pragma once
 
 #include "counters/ZelCountersTypes.h"
@@ -14,7 +13,7 @@ class MacAccounting {
    // Fills the record from a port's raw counters and vets it against the previous one.
    void account(const IntfCounters& snapshot, const Kiln::Ptr<VexTypes::IntfCounters>& record,
                 const Kiln::Ptr<VexTypes::IntfCounters>& previous);
-   // Looks at each counter's step, and at nothing but the two records.
+   // Looks at each counter's step from one record to the other, and at nothing else.
    void checkMacCountersOverflow(const Pelt::IntfId& intf, const Kiln::Ptr<VexTypes::IntfCounters>& record,
                                  const Kiln::Ptr<VexTypes::IntfCounters>& previous);
 

@@ -1,4 +1,4 @@
-// Keeps the snapshots, and shows one less the other.
+// Keeps the two snapshots of each interface, and shows the latest less the cleared.
 #include "counters/mac/MacCounters.h"
 
 #include "counters/chip/ZelCountersTrace.h"
@@ -20,6 +20,7 @@ constexpr TableView::Column columns[] = {{"Counter", TableView::Holds::text},
 void MacCounters::updateCounters(const Pelt::IntfId& intf, const bf_rmon_counter_array_t& counters) {
    const ZelSystem::PortRecord* const record = chip().systemStatus()->portInfo().find(intf);
    if (record == nullptr) {
+      // The port went while its read was under way. Storing it would make the interface known to commands again.
       KILN_RINGLOG_TRACE(4, " intfId missing in systemStatus::portInfo[] for " << intf);
       return;
    }
@@ -34,7 +35,7 @@ void MacCounters::updateCounters(const Pelt::IntfId& intf, const bf_rmon_counter
       macCountersLastIs(intf, cl);
       last = cl.ptr();
    }
-   // A new clear snapshot reads 0 throughout, so that the totals are shown as the hardware has them.
+   // A new clear snapshot reads 0 throughout: until the first clear, shows have the hardware's totals.
    if (!macCountersClear().contains(intf)) {
       KILN_RINGLOG_TRACE(4, "Initialize clear counters for intf " << intf);
       const Kiln::Ptr<IntfCounters> cc = intfCountersFactory(intf);
@@ -54,14 +55,16 @@ void MacCounters::show(ShowOutput& out, const Pelt::IntfId& intf, bool nonZeroOn
    const Kiln::Ptr<IntfCounters> last = macCountersLast(intf);
    const Kiln::Ptr<IntfCounters> clear = macCountersClear(intf);
    if (!last || !clear) {
-      return;
+      return; // never read: nothing at all is shown, not even a heading
    }
+   // 456 for an interface that was read and has lost its port since.
    const U16 devicePort = chip().systemStatus()->portInfo(intf).devicePort;
    out.tableBegin({"Intf " + intf.text() + " (" + std::to_string(devicePort) + ")", columns, TableLayout::mac,
                    HeadingTime::withFirstRow});
    for (std::size_t i = 0; i < BF_NUM_RMON_COUNTERS; ++i) {
       if (clear->counters(i) > last->counters(i)) {
-         // The hardware counted backwards, as after a port reset: from here on the raw totals are shown.
+         // The hardware counted backwards, as after a port reset: from here on the raw totals are shown. All 89, since
+         // a reset spares none; rows that were written before this one stay as they are.
          KILN_TRACE(8, "showMacCounters"
                             << ", clearing macCountersClear for intf " << intf);
          clear->countersAre(bf_rmon_counter_array_t{});
@@ -107,6 +110,8 @@ void MacCounters::clear(ShowOutput& out, const Pelt::IntfId& intf) {
 }
 
 void MacCounters::clearAll(ShowOutput& out) {
+   // By the snapshots, not by the ports: an interface that has lost its port can still be shown, so it is cleared as
+   // well.
    for (const Pelt::IntfId& intf : macCountersClear().keys()) {
       clear(out, intf);
    }

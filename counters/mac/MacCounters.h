@@ -1,4 +1,4 @@
-// The ports' raw MAC counters: as they were read last, as they were at the last clear, and how they are shown.
+// The ports' raw MAC counters: as read last, as at the last clear, and how they are shown.
 #pragma once
 
 #include "counters/ZelCountersTypes.h"

@@ -1,4 +1,4 @@
-// Baselines of queue counters, and their text.
+// Baselines of queue counters, and a counter's text.
 #include "counters/queues/IntfQueueCounters.h"
 
 #include "kiln/Assert.h"
@@ -16,7 +16,7 @@ std::ostream& operator<<(std::ostream& out, const QueueCounter& counter) {
 
 unsigned queuesOfPort(unsigned pipePort) {
    if (pipePort >= ZlPort::portsPerPipe) {
-      KILN_ASSERT(false);
+      KILN_ASSERT(false); // this text is fixed, so the condition stands apart
    }
    return ZlPort::queueCount(pipePort);
 }
@@ -37,6 +37,7 @@ void IntfQueueCounters::readingsAre(U16 devicePort, std::span<const QueueCounter
       }
       readingIs(reading);
    }
+   // A new object's flag stands as its maker set it: only what had a reading, or was restarted, can tell by itself.
    if (restarted_ || readTime_ != Silo::unknownSampleTime) {
       beginsAnewIs(isRebased);
    }
@@ -47,7 +48,7 @@ void IntfQueueCounters::readingsAre(U16 devicePort, std::span<const QueueCounter
 
 void IntfQueueCounters::readingIs(const QueueCounter& reading) {
    QueueCounter& base = baseline_.at(reading.queueId);
-   // The chip was reset: all of it counts from zero.
+   // Any of the three below its baseline: the chip was reset, and all three count from zero.
    if (reading.bytes < base.bytes || reading.pkts < base.pkts || reading.pktsDropped < base.pktsDropped) {
       base = {reading.queueId, 0, 0, 0};
    }
@@ -55,6 +56,7 @@ void IntfQueueCounters::readingIs(const QueueCounter& reading) {
                    reading.pktsDropped - base.pktsDropped});
 }
 
+// The baseline grows by what is stored, which makes it the last reading.
 void IntfQueueCounters::clear() {
    for (std::size_t queue = 0; queue < queueLimit; ++queue) {
       QueueCounter& counter = counters_[queue];

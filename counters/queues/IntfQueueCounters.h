@@ -12,7 +12,7 @@
 
 namespace ZelCounter {
 
-// One queue's counts; bytes and packets that were sent, packets that were dropped.
+// One queue's counts: bytes and packets sent, packets dropped.
 struct QueueCounter {
    QueueCounter() = default;
    QueueCounter(U8 id, U64 sentBytes, U64 sentPkts, U64 dropped)
@@ -28,10 +28,10 @@ struct QueueCounter {
 // "Value('ZelCounter::QueueCounter', ** {'queueId': 1, 'bytes': 2, 'pkts': 3, 'pktsDropped': 4})"
 std::ostream& operator<<(std::ostream& out, const QueueCounter& counter);
 
-// How many queues the port at this index of its pipe has. An index that no port can have is an assertion.
+// How many queues the port at this index of its pipe has. Asserts that a port can have the index.
 unsigned queuesOfPort(unsigned pipePort);
 
-// What is stored is the last reading less the baseline; the baseline moves when the interface is cleared.
+// What is stored is the last reading less the baseline. Clearing the interface moves the baseline.
 // Under the activity lock.
 class IntfQueueCounters : public Kiln::PtrInterface {
  public:
@@ -42,26 +42,26 @@ class IntfQueueCounters : public Kiln::PtrInterface {
    const Pelt::IntfId& intfId() const { return intfId_; }
    // Whether the queue was ever read.
    bool has(std::size_t queue) const { return queue < queueLimit && ((read_ >> queue) & 1) != 0; }
-   // A queue above 16 is a std::out_of_range.
+   // Throws std::out_of_range for a queue above 16.
    const QueueCounter& queueCounter(std::size_t queue) const { return counters_.at(queue); }
    void queueCounterIs(const QueueCounter& counter);
 
-   // What the hardware has now in each of the port's queues, and when that was, in seconds. A reading below
-   // the baseline means that the hardware began anew, and counts whole.
+   // What the hardware has in each of the port's queues at `time`, in seconds. A reading below the baseline means that
+   // the hardware began anew, and counts whole.
    void readingsAre(U16 devicePort, std::span<const QueueCounter> readings, double time);
    // Counts from the last reading on.
    void clear();
-   // The interface came back, or is at another port: counts from the last reading on, or, if the next one is
-   // of another port, from that.
+   // The interface came back, or is at another port: counts from the last reading on, or from the next one if that is
+   // of another port.
    void restart();
 
    // The port that was read for the interface.
    U16 devicePort() const { return devicePort_; }
-   // When the chip had what is stored; Silo::unknownSampleTime before the first reading, here or since the
-   // restart.
+   // When the chip had what is stored; Silo::unknownSampleTime before the first reading, and before the first one since
+   // a restart.
    double readTime() const { return readTime_; }
-   // Whether what was handed over before is of another port. Not so for a chip that came back: its first
-   // reading is compared with the last one that it had.
+   // Whether what was handed over before is of another port. False for a chip that came back: its first reading is
+   // compared with the last one that it had.
    KILN_ATTRIBUTE(bool, beginsAnew, false)
 
  private:

@@ -23,12 +23,12 @@ using ZlPort::portsPerPipe;
 
 constexpr double tableRetryInterval = 1.0; // seconds
 
-// Every port index of a pipe has its place in what a completion gathers, and every queue in a port's.
+// A completion gathers into fixed arrays: a place for every port index of a pipe, and in it one for every queue.
 constexpr std::size_t queuesPerPort = ZlPort::queueLimit;
 
 PipeQueueCountersCookie* cookieSlot(ZelId::ZelDevId devId, ZelId::ZelPipeId pipe) {
-   // One array a device, indexed by pipe; a deque, so that growing moves no slot. Never freed: completions
-   // may outlive static destruction.
+   // By device, then by pipe: two chips have the same pipe numbers. A deque, so that growing moves no slot. Never
+   // freed, since completions may outlive static destruction.
    static auto& pipeQueueCountersCookie =
         *new std::array<std::deque<PipeQueueCountersCookie>, ZelId::maxDevices>;
    auto& slots = pipeQueueCountersCookie.at(devId);
@@ -50,7 +50,8 @@ PipeIntfQueueCounterSm::~PipeIntfQueueCounterSm() {
 }
 
 void PipeIntfQueueCounterSm::stop() {
-   if (cookie_->counters == parent_) { // else a successor's by now
+   // The slot belongs to the place, not to this poller: by now it may be a successor's.
+   if (cookie_->counters == parent_) {
       cookie_->counters = nullptr;
    }
    parent_ = nullptr;
@@ -73,6 +74,7 @@ void PipeIntfQueueCounterSm::pollingClockExpired() {
    const ZlResourceInfo::ZlResourceInfoIntf& catalogue = *parent_->chip().zlResourceInfoIntf();
    const U32 tableHandle = catalogue.zlTableCounterField(TableNames::egressPortQueueCount,
                                                          ZlResourceInfo::ZlCounterFieldId::tableHandle);
+   // At each poll, since another poller of the same place may have had the slot in between.
    *cookie_ = {parent_, pipe_};
    const U32 egressPortQueueCountId = catalogue.zlTableCounterIndex(TableNames::egressPortQueueCount);
    if (!parent_->chip().initializedCounter(egressPortQueueCountId)) {
@@ -87,12 +89,13 @@ void PipeIntfQueueCounterSm::pollingClockExpired() {
         pipe_mgr_stat_database_sync(parent_->chip().sessionId(), {parent_->chip().deviceId(), pipe_},
                                     tableHandle, ZelIntfQueueCountersCallback, cookie_);
    if (rc != 0) {
+      // Deliberately not armed again: this pipe's polling stops, the others go on.
       syncOutstanding_ = false;
       KILN_TRACE(5, pipeReadErrorText(rc, pipe_));
    }
 }
 
-// Uninitialized but for the queues that the pipe's ports have.
+// Some 26 KB on the stack, left uninitialized but for the queues that the pipe's ports have, mostly a part of them.
 struct PipeIntfQueueCounterSm::Readings {
    std::array<pipe_stat_data_t, portsPerPipe * queuesPerPort> sent;
    std::array<uint64_t, portsPerPipe * queuesPerPort> dropped;
@@ -117,8 +120,8 @@ void PipeIntfQueueCounterSm::readDropped(const Port& port, Readings& readings) c
    }
 }
 
-// A front-panel interface that came back at another port has nothing in common with what is stored. An
-// internal one was restarted as its port changed.
+// A front-panel interface that came back at another port has nothing in common with what is stored. An internal one
+// needs nothing here: it was restarted as its port changed.
 void PipeIntfQueueCounterSm::forgetOtherPort(const Port& port) const {
    const Kiln::Ptr<IntfQueueCounters>& stored = parent_->intfQueueCounters(port.intf);
    if (stored && stored->devicePort() != port.devicePort &&
@@ -148,7 +151,7 @@ void PipeIntfQueueCounterSm::syncCompleted() {
       return;
    }
    syncOutstanding_ = false;
-   // Gathered first: handing over may change the ports.
+   // Gathered first, since handing over may change the ports.
    std::array<Port, portsPerPipe> ports;
    std::size_t count = 0;
    for (const auto& [intf, record] : parent_->chip().systemStatus()->portInfo()) {
@@ -159,6 +162,7 @@ void PipeIntfQueueCounterSm::syncCompleted() {
    }
    const U32 tableHandle = parent_->chip().zlResourceInfoIntf()->zlTableCounterField(
         TableNames::egressPortQueueCount, ZlResourceInfo::ZlCounterFieldId::tableHandle);
+   // All reads before all stores: every port of the pipe has counts of one moment, which one time stands for.
    Readings readings;
    const double time = Kiln::System::currentTime();
    for (std::size_t i = 0; i < count; ++i) {
@@ -167,7 +171,7 @@ void PipeIntfQueueCounterSm::syncCompleted() {
    for (std::size_t i = 0; i < count; ++i) {
       readDropped(ports[i], readings);
    }
-   // Handing over may also take the chip away.
+   // Handing over may also take the chip away, and this poller with it.
    for (std::size_t i = 0; i < count && parent_ != nullptr; ++i) {
       storePort(ports[i], readings, time);
    }

@@ -12,8 +12,8 @@ namespace ZelCounter {
 class ChipAccess;
 class QueueCounters;
 
-// What the SDK gets as the cookie of a pipe's sync. A slot is never freed, so that a completion may come at
-// any time; no chip means that the one that asked is gone.
+// What the SDK gets as the cookie of a pipe's sync. A slot is never freed, so that a completion may come at any time;
+// it is without counters when the chip that asked is gone.
 struct PipeQueueCountersCookie {
    QueueCounters* counters = nullptr; // the chip's
    ZelId::ZelPipeId pipe;
@@ -22,7 +22,7 @@ struct PipeQueueCountersCookie {
 // Owned by the chip's queue counters. Everything under the activity lock.
 class PipeIntfQueueCounterSm : public Kiln::Entity {
  public:
-   // The parent owns this and is not counted; it has a resource-info service.
+   // The parent owns this and is held by a raw pointer; its chip has a resource-info service.
    PipeIntfQueueCounterSm(QueueCounters* parent, ZelId::ZelPipeId pipe, Kiln::Ptr<const Kiln::Clock> clock);
    ~PipeIntfQueueCounterSm() override;
 
@@ -32,17 +32,17 @@ class PipeIntfQueueCounterSm : public Kiln::Entity {
    const Kiln::Ptr<const Kiln::Clock>& clock() const { return pollingClock_.clock(); }
    double pollingTimeMin() const { return pollingClock_.timeMin(); }
 
-   // The poller is taken away: its clock is disarmed, its completions find nobody, and what may still hold it
-   // finds it idle.
+   // The poller is taken away: its clock is disarmed, its completions find nobody, and whoever still holds it finds it
+   // idle.
    void stop();
 
-   // Asks for the pipe's counters. A table that is not initialized is tried again after 1.0 s; a request
-   // that is refused ends the polling of this pipe until its clock is set again.
+   // Asks for the pipe's counters. While the table is not initialized, tries again every 1.0 s; a refused request ends
+   // the polling of this pipe until its clock is set again.
    void pollingClockExpired();
    // Arms the clock for the next poll.
    void scheduleClock();
-   // The pipe's counters are there: stores those of every port, hands them over and arms the clock. A
-   // completion that was not asked for is dropped. An SDK that cannot read them is an assertion.
+   // The pipe's counters are there: stores those of every port, hands them over and arms the clock. Drops a completion
+   // that was not asked for. Asserts that the SDK can read them.
    void syncCompleted();
 
  private:
@@ -67,8 +67,8 @@ class PipeIntfQueueCounterSm : public Kiln::Entity {
    Kiln::Timer<PipeIntfQueueCounterSm> pollingClock_;
 };
 
-// The SDK's completion of a pipe's sync; the cookie is the pipe's slot. Takes the activity lock. Null is an
-// assertion; a completion for a chip that is gone, or of another device, is left alone.
+// The SDK's completion of a pipe's sync; the cookie is the pipe's slot. Takes the activity lock. Asserts that the
+// cookie is not null; drops a completion for a chip that is gone, or of another device.
 void ZelIntfQueueCountersCallback(bf_dev_id_t dev, void* cookie);
 
 } // namespace ZelCounter

@@ -53,7 +53,7 @@ void QueueCounters::clear(const Pelt::IntfId& intf, bool portChanged) {
    } else {
       counters->clear();
    }
-   // At once, so that the next report's difference counts from zero.
+   // At once, so that the next report's difference is counted from zero: the forwarding layer adds increments.
    handOver(*counters);
 }
 
@@ -73,9 +73,10 @@ QueueCounters::pipeIntfQueueCounterSmIs(ZelId::ZelPipeId pipe, Kiln::Ptr<const K
    return *pipeIntfQueueCounterSm_.find(pipe);
 }
 
+// The poller may be amid its own completion, whose callback holds it: stopped, it does no more.
 void QueueCounters::pipeIntfQueueCounterSmDel(ZelId::ZelPipeId pipe) {
    if (const Kiln::Ptr<PipeIntfQueueCounterSm> poller = pipeIntfQueueCounterSm(pipe)) {
-      poller->stop(); // who still holds it finds it idle
+      poller->stop();
       pipeIntfQueueCounterSm_.erase(pipe);
    }
 }

@@ -24,9 +24,9 @@ class QueueCounters {
    }
    IntfQueueCounters& intfQueueCountersIs(const Pelt::IntfId& intf);
    void intfQueueCountersDel(const Pelt::IntfId& intf) { intfQueueCounters_.erase(intf); }
-   // Gives the interface's stored counts to the forwarding layer.
+   // Gives an interface's stored counts to the forwarding layer, if there is a counters reactor.
    void handOver(const IntfQueueCounters& counters) const;
-   // The interface's counts read 0 from here on, and so does what is handed over; `portChanged` when its port has just
+   // The interface's counts are 0 from here on, and so is what is handed over; `portChanged` when its port has just
    // appeared or changed. Nothing is asked of the SDK.
    void clear(const Pelt::IntfId& intf, bool portChanged);
 
@@ -54,7 +54,7 @@ class QueueCounters {
    double pollingInterval_ = 2.0; // seconds
 };
 
-// The forwarding layer's record of them: every queue that was read.
+// The counts as the forwarding layer's record, which has every queue that was ever read.
 VexTypes::IntfQueueCounters queueRecord(const IntfQueueCounters& counters);
 
 } // namespace ZelCounter

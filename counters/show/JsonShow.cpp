@@ -1,4 +1,4 @@
-// Rows as objects, written out row by row, since a table may be larger than what memory should hold twice.
+// Rows as objects, each written out at once: a table may be larger than what memory should hold twice.
 #include "counters/show/JsonShow.h"
 
 namespace ZelCounter {
@@ -22,6 +22,7 @@ void JsonShow::flush() {
    json_.textDel();
 }
 
+// The list is begun by the first table, since a chip that is not initialized has an error in its place.
 void JsonShow::tablesBegin() {
    if (!hasTables_) {
       json_.begin("tables", '[');
@@ -72,6 +73,7 @@ void JsonShow::row(std::span<const Cell> cells) {
       } else if (column.holds == TableView::Holds::text) {
          json_.value(column.name, std::string_view(std::get<Kiln::String>(cells[i])));
       } else if (column.holds != TableView::Holds::remark) {
+         // N/A, "-" and never read: no number in a number's column.
          json_.null(column.name);
       }
    }
@@ -90,6 +92,7 @@ void JsonShow::tableEnd(bool /*hasClosingLine*/) {
    flush();
 }
 
+// An empty table with a note, so that programs need not know another form.
 void JsonShow::noTable(const Kiln::String& title, const Kiln::String& why) {
    tableBegin({title, {}, TableLayout::view});
    note(why);
@@ -97,6 +100,7 @@ void JsonShow::noTable(const Kiln::String& title, const Kiln::String& why) {
 }
 
 void JsonShow::uninitialized() {
+   // Once, though several operations of one command may say so.
    if (!hasTables_ && !hasError_) {
       json_.value("error", std::string_view(uninitializedText));
       hasError_ = true;

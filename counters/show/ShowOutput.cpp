@@ -1,4 +1,4 @@
-// Walks a view that stands in memory.
+// Writes a whole view, which is in memory already.
 #include "counters/show/ShowOutput.h"
 
 namespace ZelCounter {

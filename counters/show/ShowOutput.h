@@ -1,5 +1,5 @@
-// Where a show operation puts what it has to say: tables of rows, one after the other, that become text for
-// people or a document for programs.
+// Where a show operation writes to: tables of rows, one after the other, that become text for people or a document for
+// programs.
 #pragma once
 
 #include "counters/show/TableView.h"
@@ -8,10 +8,10 @@
 
 namespace ZelCounter {
 
-// How a table looks as text. Beside `view`, which its columns describe, the layouts are fixed ones.
+// How a table looks as text. A `view` is laid out by its columns; the others are fixed.
 enum class TableLayout : U8 { view, mac, catalogue, directTable, indirectTable, pdpInterface, pdpAll };
 
-// When the text has the table's heading.
+// When the text's heading is printed: at the table's beginning, with the first row if there is one, or it was before.
 enum class HeadingTime : U8 { atOnce, withFirstRow, before };
 
 struct TableHeading {
@@ -34,26 +34,26 @@ class ShowOutput {
    // The tables that follow are of this chip, until its end. Text says so in each title.
    virtual void chipBegin(const Kiln::String& /*name*/) {}
    virtual void chipEnd() {}
-   // Nothing follows. What was written is whole only then.
+   // The answer is whole: nothing may follow.
    virtual void documentEnd() {}
 
-   // False when no more is taken: a long table looks at it and ends early.
+   // False when the output takes no more: a long table asks at each row and ends early.
    virtual bool ok() const = 0;
 
    virtual void tableBegin(const TableHeading& heading) = 0;
    // A cell for each column.
    virtual void row(std::span<const Cell> cells) = 0;
    virtual void note(const Kiln::String& text) = 0;
-   // One that the text leaves to the trace, or says otherwise.
+   // A note that text leaves to the trace, or says elsewhere.
    virtual void unprintedNote(const Kiln::String& text) = 0;
-   // Text without a closing line belongs to a table that others continue, or that a failure cut short.
+   // Without a closing line: a table that another continues, or that a failure cut short. Text only.
    virtual void tableEnd(bool hasClosingLine = true) = 0;
 
    // Instead of a table.
    virtual void noTable(const Kiln::String& title, const Kiln::String& why) = 0;
-   // Between tables; text only.
+   // Between tables. Text only.
    virtual void blankLine() = 0;
-   // Instead of anything of a chip whose construction is not complete.
+   // Instead of all tables of a chip whose construction is not complete.
    virtual void uninitialized() = 0;
 
    void view(const TableView& table);

@@ -1,4 +1,4 @@
-// What a show operation has to say, as rows that are rendered elsewhere.
+// A table that a show operation has made, to be laid out elsewhere.
 #pragma once
 
 #include "kiln/Types.h"
@@ -9,22 +9,22 @@
 namespace ZelCounter {
 
 struct TableView {
-   // Labels tell a row from the others of its table; counters are what moves. Levels are among them where a
-   // table has both: those may fall, and a fall has no rate.
+   // Labels tell a row from the others of its table; counters are what moves. Where a table has levels of a buffer,
+   // these are among the counters: they may fall, and a fall has no rate.
    enum class Holds : U8 {
       text,   // a label
       number, // a label
       counter,
-      remark, // text for people; for programs it is among the notes
+      remark, // text for people; programs have it among the notes
    };
    struct Column {
       const char* name;
       Holds holds;
-      unsigned width = 0; // at least, of a view's; numbers stand at its right end
+      unsigned width = 0; // in a view, at least; numbers are at its right end
    };
-   // A count that was never read, which people see as 0; a note says why.
+   // A count that was never read: 0 in text, null in JSON; a note says why.
    struct Unread {};
-   // A number, or a text; where a number belongs the text stands for its absence.
+   // A number or a text. In a number's column a text stands for its absence.
    using Cell = std::variant<U64, Kiln::String, Unread>;
 
    Kiln::String title;

@@ -1,4 +1,4 @@
-// Lays rows out as text.
+// Lays rows out as text. Each layout is fixed to the blank; where they look alike and differ, they do so deliberately.
 #include "counters/show/TextShow.h"
 
 #include <string>
@@ -37,7 +37,7 @@ U64 numberOf(const Cell& cell) {
    return std::get<U64>(cell);
 }
 
-// Zero when it was never read.
+// A count that was never read is 0 in text, which has no room for more; the note below the table says why.
 U64 countOf(const Cell& cell) {
    const U64* const number = std::get_if<U64>(&cell);
    return number != nullptr ? *number : 0;
@@ -47,6 +47,7 @@ const char* textOf(const Cell& cell) {
    return std::get<Kiln::String>(cell).c_str();
 }
 
+// No formatted print, as a direct table may be long.
 void padded(Kiln::TextOutput& out, std::string_view text, std::size_t width) {
    out.write(text);
    if (text.size() < width) {
@@ -54,6 +55,7 @@ void padded(Kiln::TextOutput& out, std::string_view text, std::size_t width) {
    }
 }
 
+// Signed, since the layout is: a count with the top bit set prints as a negative number.
 void printMacLine(Kiln::TextOutput& out, Cells cells) {
    out.print("%-40s    %15lld\n", textOf(cells[0]), static_cast<long long>(numberOf(cells[1])));
 }
@@ -73,11 +75,11 @@ void printDirectLine(Kiln::TextOutput& out, Cells cells) {
    out.write("\n");
 }
 
-// A line of a big table: no formatted print, there are tens of thousands of them.
+// No formatted print, since a big table has tens of thousands of these lines. Signed, as above.
 void printIndirectLine(Kiln::TextOutput& out, Cells cells) {
    out.number(numberOf(cells[0]), 14);
    for (const Cell& cell : cells.subspan(1)) {
-      // The blanks stand apart from the numbers, so that columns never run together.
+      // The blanks are written apart from the numbers, so that columns never run together.
       out.write("     ");
       if (const U64* const count = std::get_if<U64>(&cell)) {
          out.number(static_cast<S64>(*count), 14);
@@ -93,6 +95,7 @@ void printPdpLine(Kiln::TextOutput& out, Cells cells) {
              static_cast<unsigned long long>(numberOf(cells[2])));
 }
 
+// Each column has two blanks before it.
 std::size_t viewWidth(std::span<const TableView::Column> columns) {
    std::size_t width = 0;
    for (const TableView::Column& column : columns) {
@@ -129,6 +132,7 @@ void TextShow::printHeading() {
       break;
    case TableLayout::directTable:
       out_.write(title_ + "\n" + directRuler);
+      // Of a table with one count, the column's name tells packets from bytes.
       out_.write(columns_.size() > 2                               ? directHeaderBoth
                  : std::string_view(columns_[1].name) == "Packets" ? directHeaderPackets
                                                                    : directHeaderBytes);
@@ -212,7 +216,7 @@ void TextShow::printViewLine(std::span<const Cell> cells) {
       const Kiln::String padding(column.width > text.size() ? column.width - text.size() : 0, ' ');
       line += "  " + (isRight ? padding + text : text + padding);
    }
-   line.erase(line.find_last_not_of(' ') + 1);
+   line.erase(line.find_last_not_of(' ') + 1); // a left-aligned last column ends at its text
    out_.write(line + "\n");
 }
 

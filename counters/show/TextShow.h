@@ -1,4 +1,4 @@
-// The text of show operations, in layouts that operators and their tools know to the letter.
+// Show operations as text, in layouts that operators and their tools know to the letter.
 #pragma once
 
 #include "counters/show/ShowOutput.h"

@@ -4,6 +4,7 @@
 #include "counters/chip/ChipAccess.h"
 #include "counters/chip/CookieRegistry.h"
 #include "counters/chip/CounterTableNames.h"
+#include "counters/chip/SdkStatus.h"
 #include "counters/chip/ZelCountersTrace.h"
 #include "kiln/ActivityLock.h"
 #include "kiln/RingLog.h"
@@ -16,8 +17,6 @@
 namespace ZelCounter {
 
 namespace {
-
-constexpr U32 statusNotSupported = 17;
 
 CookieRegistry<HwTableCountersSm>& registry() {
    return CookieRegistry<HwTableCountersSm>::instance();
@@ -36,6 +35,7 @@ HwTableCountersSm::~HwTableCountersSm() {
    stop();
 }
 
+// A notifiee is bound to its clock, so another clock takes another one.
 void HwTableCountersSm::pollingClockIs(Kiln::Ptr<const Kiln::Clock> clock) {
    if (!clock) {
       Kiln::throwNullParameter("pollingClock", "ZelCounter::HwTableCountersSm");
@@ -77,8 +77,9 @@ void HwTableCountersSm::handlePollingClock() {
    }
    scheduleInProgressIs(false);
    if (pendingCallbacks() != 0) {
-      return; // the last completion goes on
+      return; // the last completion arms the clock
    }
+   // All came inline, or none was asked for. In the second case nothing has landed yet.
    if (anyScheduled) {
       parent_->firstPollingCompleteIs(true);
    }
@@ -94,7 +95,7 @@ U32 HwTableCountersSm::requestSync(U32 tableHandle, bool direct, U16 pipe) {
         sync(parent_->sessionId(), parent_->deviceId(), pipe, tableHandle, hwTableCallback, this);
    if (status != 0) {
       registry().refused(this);
-      // A stray completion may have taken the request's count while it was made.
+      // A stray completion, inline, may have taken this request's count already.
       if (pendingCallbacks() != 0) {
          pendingCallbacksDec(1);
       }
@@ -102,6 +103,8 @@ U32 HwTableCountersSm::requestSync(U32 tableHandle, bool direct, U16 pipe) {
    return status;
 }
 
+// The first refusal ends the table for this pass, since its other pipes are likely to be refused as well; accepted
+// requests complete as usual, and the next pass asks for all pipes again.
 bool HwTableCountersSm::scheduleHwSyncTable(U32 tableId) {
    KILN_TRACE(3, "ZelCounters::HwTableCountersSm::"
                       << "scheduleHwSyncTable"
@@ -124,7 +127,8 @@ bool HwTableCountersSm::scheduleHwSyncTable(U32 tableId) {
    for (const U16 pipe : parent_->tablePipes(tableId)) {
       KILN_TRACE(3, "Pipe: " << pipe);
       const U32 status = requestSync(info->tableHandle, info->direct, pipe);
-      if (status == statusNotSupported) {
+      // To the trace only: such a table says so on every pass, and would fill the ring log.
+      if (status == sdkNotSupported) {
          KILN_TRACE(3, "Counter hw sync error: counters not supported for"
                             << " counter table " << info->name << " pipe: " << pipe);
          return false;
@@ -149,7 +153,8 @@ void HwTableCountersSm::syncCompleted() {
       return;
    }
    if (!parent_->firstPollingComplete() || !scheduleInProgress()) {
-      // A diagnostic of the first pass, whatever its wording says of later ones.
+      // A fixed text, which is misleading: it comes of every completion of the first pass, and of every one that does
+      // not come inline. Nothing is broken.
       KILN_RINGLOG_TRACE(3, "hwTableCallback invoked inline. counters may be broken: " << pendingCallbacks());
    }
    pendingCallbacksDec(1);
@@ -157,6 +162,7 @@ void HwTableCountersSm::syncCompleted() {
       KILN_RINGLOG("hwTableSm counter callback received, pendingCallbacks: " << pendingCallbacks());
    }
    KILN_TRACE(3, "hwTableCallback:Pending callbacks: " << pendingCallbacks());
+   // While a pass still makes its requests, an inline completion may bring the count to 0 again and again.
    if (pendingCallbacks() == 0 && !scheduleInProgress()) {
       parent_->firstPollingCompleteIs(true);
       scheduleClock();
@@ -167,6 +173,7 @@ void hwTableCallback(bf_dev_id_t dev, void* hwTableSm) {
    const auto lock = Kiln::ActivityLockAnchor::lock();
    KILN_TRACE(3, "ZelCounters::HwTableCountersSm::"
                       << "hwTableCallback");
+   // The clean-up of a simulation has begun: nothing may be touched any more.
    if (ChipAccess::simulation() && smRunning == 0) {
       return;
    }

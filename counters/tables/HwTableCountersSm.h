@@ -15,13 +15,13 @@ class ChipAccess;
 //
 // A pass asks for every initialized table in the order of the catalogue, once per pipe where it is read per
 // pipe. The next pass starts hwTableCountersPollingInterval after the last completion of this one; a
-// completion that never comes stops the passes of this chip, and of no other. The first pass whose
-// completions have all come sets the parent's firstPollingComplete.
+// completion that never comes stops the passes of this chip only. The first pass whose completions have all
+// come sets the parent's firstPollingComplete.
 //
 // Everything under the activity lock.
 class HwTableCountersSm : public Kiln::Entity {
  public:
-   // The parent owns this and is not counted; it has a resource-info service.
+   // The parent owns this and is held by a raw pointer; it has a resource-info service.
    HwTableCountersSm(Kiln::Ptr<const Kiln::Clock> clock, ChipAccess* parent);
    ~HwTableCountersSm() override;
 
@@ -40,7 +40,7 @@ class HwTableCountersSm : public Kiln::Entity {
    bool scheduleHwSyncTable(U32 tableId);
    // One request has completed.
    void syncCompleted();
-   // The chip goes away: no more passes, and completions that are still to come find nobody. Idempotent.
+   // The chip goes away: there are no more passes, and outstanding completions find nobody. Idempotent.
    void stop();
 
    // True while a pass issues its requests.
@@ -62,7 +62,7 @@ class HwTableCountersSm : public Kiln::Entity {
 };
 
 // The SDK's completion of a sync; the cookie is the HwTableCountersSm that asked. Takes the activity lock.
-// Null is an assertion; a scheduler that is gone, or of another device, is left alone.
+// Asserts that the cookie is not null; a scheduler that is gone, or of another device, is left alone.
 void hwTableCallback(bf_dev_id_t dev, void* hwTableSm);
 
 } // namespace ZelCounter

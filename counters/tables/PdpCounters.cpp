@@ -2,9 +2,9 @@
 #include "counters/tables/PdpCounters.h"
 
 #include "counters/chip/CounterTableNames.h"
+#include "counters/chip/IndirectRead.h"
 #include "counters/chip/ZelCountersTrace.h"
 #include "kiln/Assert.h"
-#include "zl/ZelCountersIntf.h"
 #include "zl/ZlPortLayout.h"
 
 #include <array>
@@ -17,7 +17,7 @@ namespace {
 using ZelQos::PdpClassId;
 using ZelQos::PdpIntfCounter;
 
-// Each pipe's block of the table: an entry for each class of each port slot.
+// Each pipe's block of the table has an entry for each class of each port slot.
 constexpr U32 pdpClasses = PdpIntfCounter::classes;
 constexpr U32 pdpCounterMaxEntry = ZlPort::pdpTableSize - 1;
 
@@ -43,7 +43,8 @@ PdpIntfCounter* PdpCounters::counterOf(U32 localPortKey) {
       return nullptr;
    }
    const U16* const knownKey = portKey_.find(*intf);
-   // What was cleared at another slot says nothing of this one.
+   // While the chip status follows a move, it may list the interface at both slots: the interface has moved only when
+   // the old slot isn't its own any more. What was cleared there says nothing of this one.
    const bool hasMoved =
         knownKey != nullptr && *knownKey != key && chip().chipStatus()->portToIntfId(*knownKey) != *intf;
    if (!pdpCountersLast().contains(*intf) || hasMoved) {
@@ -56,10 +57,10 @@ PdpIntfCounter* PdpCounters::counterOf(U32 localPortKey) {
    return pdpCountersLast(*intf).ptr();
 }
 
+// False after a failed read. What was read before it stays in pdpCountersLast, but isn't shown until a fetch succeeds.
 bool PdpCounters::fetchPipe(const ZlResourceInfo::ZlTableCounter& info, U16 pipe) {
-   ZelCountersIntf::ReadBuffer buffer;
-   U32 status = ZelCountersIntf::counterReadIndirectStart(chip().sessionId(), chip().deviceId(), pipe,
-                                                          info.tableHandle, &buffer);
+   IndirectRead read(chip(), pipe, info.tableHandle);
+   U32 status = read.start();
    if (status != 0) {
       KILN_TRACE(4, "Indirect start error: " << status);
       return false;
@@ -68,13 +69,13 @@ bool PdpCounters::fetchPipe(const ZlResourceInfo::ZlTableCounter& info, U16 pipe
    PdpIntfCounter* last = nullptr;
    for (U32 index = 0; index <= pdpCounterMaxEntry; ++index) {
       p4_pd_counter_value value{};
-      status = ZelCountersIntf::counterReadIndirectMain(chip().sessionId(), chip().deviceId(), pipe,
-                                                        info.tableHandle, index, &buffer, &value);
+      status = read.entry(index, &value);
       if (status != 0) {
          KILN_TRACE(4, "Indirect main error: " << status);
          return false;
       }
       const U32 pdpClass = index % pdpClasses;
+      // One look-up a slot, not one an entry.
       if (pdpClass == 0) {
          last = counterOf(ZlPort::devicePort(pipe, index / pdpClasses));
       }
@@ -82,7 +83,7 @@ bool PdpCounters::fetchPipe(const ZlResourceInfo::ZlTableCounter& info, U16 pipe
          last->classCountIs(PdpClassId(pdpClass), value.packets);
       }
    }
-   status = ZelCountersIntf::counterReadIndirectEnd(chip().sessionId());
+   status = read.end();
    if (status != 0) {
       KILN_TRACE(4, "Indirect end error: " << status);
    }
@@ -92,6 +93,7 @@ bool PdpCounters::fetchPipe(const ZlResourceInfo::ZlTableCounter& info, U16 pipe
 void PdpCounters::fetch() {
    const U32 pdpCounterTableId = chip().zlResourceInfoIntf()->zlTableCounterIndex(TableNames::pdpClassCount);
    KILN_ASSERT(pdpCounterTableId != 0xFFFFFFF);
+   // Before anything can fail, so that old counts are never shown as if they were of this fetch.
    pdpCountersFetchedIs(false);
    if (!chip().initializedCounter(pdpCounterTableId)) {
       KILN_TRACE(4, "Counters not initialized yet");
@@ -127,6 +129,7 @@ bool PdpCounters::printLine(ShowOutput& out, const Kiln::String& intfName, const
    if (nonZeroOnly && count == 0) {
       return headerDisplayed;
    }
+   // Without nonZeroOnly the caller prints the header, and the answer deliberately stays as it came.
    const bool owesHeader = nonZeroOnly && !headerDisplayed;
    out.tableBegin({title, columns, TableLayout::pdpInterface,
                    owesHeader ? HeadingTime::withFirstRow : HeadingTime::before});
@@ -147,7 +150,8 @@ bool PdpCounters::show(ShowOutput& out, const Pelt::IntfId& intf, bool headerDis
    return headerDisplayed || hasRows;
 }
 
-// True when there were any.
+// True when there were any. "default" is always the last row, also when the mapping lists it; without a mapping it is
+// the only one.
 bool PdpCounters::rows(ShowOutput& out, const Pelt::IntfId& intf, bool nonZeroOnly) {
    const Kiln::Ptr<PdpIntfCounter> last = pdpCountersLast(intf);
    KILN_ASSERT(last);
@@ -178,6 +182,7 @@ void PdpCounters::showAll(ShowOutput& out, bool nonZeroOnly) {
       out.noTable(title, notFetched);
       return;
    }
+   // Ordered, since the port map is in the order in which the ports came. A port that came after the fetch isn't in it.
    std::set<Pelt::IntfId> interfaces;
    if (chip().chipStatus()) {
       for (const auto& [key, intf] : chip().chipStatus()->portToIntfId()) {

@@ -1,4 +1,4 @@
-// The PDP class counters of a chip's interfaces, from the program's table of them.
+// The PDP class counters of a chip's interfaces: packets by class, from the P4 program's table.
 #pragma once
 
 #include "counters/chip/ChipView.h"
@@ -29,7 +29,7 @@ class PdpCounters : public ChipView {
    ZelQos::PdpIntfCounter* counterOf(U32 localPortKey);
    bool rows(ShowOutput& out, const Pelt::IntfId& intf, bool nonZeroOnly);
 
-   Kiln::HashMap<Pelt::IntfId, U16> portKey_; // where pdpCountersLast was read, as a local port key
+   Kiln::HashMap<Pelt::IntfId, U16> portKey_; // the local port key that pdpCountersLast was read at
 };
 
 } // namespace ZelCounter

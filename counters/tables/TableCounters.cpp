@@ -2,6 +2,8 @@
 #include "counters/tables/TableCounters.h"
 
 #include "counters/chip/CounterTableNames.h"
+#include "counters/chip/IndirectRead.h"
+#include "counters/chip/SdkStatus.h"
 #include "counters/chip/ZelCountersTrace.h"
 #include "kiln/Assert.h"
 #include "sdk/pipe_mgr.h"
@@ -18,8 +20,7 @@ namespace {
 using ZlResourceInfo::ZlCounterFieldId;
 using ZlResourceInfo::ZlTableCounter;
 
-constexpr U32 statusNotSupported = 17;
-constexpr U32 printedIndexMask = 0x3FFFFFFF;
+constexpr U32 printedIndexMask = 0x3FFFFFFF; // the layout shows the low 30 bits of an index
 
 using Holds = TableView::Holds;
 
@@ -32,7 +33,7 @@ constexpr TableView::Column detailsColumn{"Details", Holds::text};
 constexpr TableView::Column packetsColumn{"Packets", Holds::counter};
 constexpr TableView::Column bytesColumn{"Bytes", Holds::counter};
 
-// A direct table shows what it counts.
+// A direct table has columns for what it counts only; an indirect one always has both, with N/A.
 std::vector<TableView::Column> directColumns(const ZlTableCounter& info) {
    if (info.packets && info.bytes) {
       return {detailsColumn, packetsColumn, bytesColumn};
@@ -50,7 +51,7 @@ Kiln::String yesNo(bool truth) {
    return truth ? "Y" : "N";
 }
 
-// A table's place in the SDK: what its reads and writes are addressed by.
+// What the SDK's reads and writes of a table are addressed by.
 struct TableTarget {
    U32 session;
    U32 device;
@@ -58,7 +59,8 @@ struct TableTarget {
    U32 handle;
 };
 
-// Calls visit for each match entry until it returns false.
+// Calls visit for each match entry until it returns false. A step that fails ends the walk as the last entry does:
+// there is no entry to go on from.
 template <class Visit>
 void forEachMatchEntry(const TableTarget& table, Visit visit) {
    const dev_target_t target{static_cast<bf_dev_id_t>(table.device), table.pipe};
@@ -71,7 +73,7 @@ void forEachMatchEntry(const TableTarget& table, Visit visit) {
    }
 }
 
-// Whether what the table shows of a value is all zero.
+// Whether all that the table shows of a value is zero. What it doesn't count may hold anything.
 bool isZero(const ZlTableCounter& info, const p4_pd_counter_value& value) {
    return (!info.packets || value.packets == 0) && ((info.packets && !info.bytes) || value.bytes == 0);
 }
@@ -92,7 +94,8 @@ Kiln::String readError(U32 status) {
    return "Got error " + std::to_string(static_cast<int>(status)) + " retrieving the counters";
 }
 
-// What ends a read and is nothing to tell people of.
+// For what the fixed text leaves to the trace. JSON has it as a note: there an empty table must not pass for one
+// without entries.
 void traceError(ShowOutput& out, const char* what, U32 status) {
    KILN_TRACE(8, what << status);
    out.unprintedNote(what + std::to_string(status));
@@ -115,6 +118,7 @@ void TableCounters::showInfo(ShowOutput& out) const {
 }
 
 void TableCounters::showAll(ShowOutput& out, bool nonZeroOnly) {
+   // Once the output takes no more, reading on would be for nobody.
    for (U32 id = 0; id < chip().tablesNum() && out.ok(); ++id) {
       show(out, id, nonZeroOnly);
    }
@@ -122,6 +126,7 @@ void TableCounters::showAll(ShowOutput& out, bool nonZeroOnly) {
 
 void TableCounters::show(ShowOutput& out, U32 tableId, bool nonZeroOnly) {
    if (!chip().initializedCounter(tableId)) {
+      // Once, and not once a pipe: whether the table is read per pipe is not known yet.
       showUninitialized(out, tableId, ZelId::ZelPipeId::allPipes());
       return;
    }
@@ -140,6 +145,7 @@ void TableCounters::showPipe(ShowOutput& out, U32 tableId, ZelId::ZelPipeId pipe
       showUninitialized(out, tableId, pipeId);
       return;
    }
+   // Before the first pass has landed, the SDK's copy has no counts of the hardware yet.
    if (!chip().firstPollingComplete()) {
       KILN_TRACE(8, "First polling still pending");
       showUninitialized(out, tableId, pipeId);
@@ -173,12 +179,14 @@ void TableCounters::showUninitialized(ShowOutput& out, U32 tableId, ZelId::ZelPi
    out.noTable(info != nullptr ? tableTitle(*info, pipeId) : number, number + " not initialized yet");
 }
 
+// Empty without a PD interface: the counts are still worth showing.
 Kiln::String TableCounters::entryDetails(U32 tableHandle, S32 entry) const {
    return chip().zlPdIntf() ? chip().zlPdIntf()->counterDecodeMatch(chip().sessionId(), chip().deviceId(),
                                                                     tableHandle, entry)
                             : Kiln::String();
 }
 
+// A pointer, and nested ifs, for the assertion's text, which is fixed.
 void TableCounters::showDirectTable(ShowOutput& out, const ZlTableCounter* info, ZelId::ZelPipeId pipeId,
                                     bool nonZeroOnly) {
    if (!info->packets) {
@@ -232,21 +240,18 @@ void TableCounters::showIndirectTable(ShowOutput& out, const ZlTableCounter& inf
 
 void TableCounters::indirectRows(ShowOutput& out, const ZlTableCounter& info, ZelId::ZelPipeId pipeId,
                                  bool nonZeroOnly) const {
-   const TableTarget table{chip().sessionId(), chip().deviceId(), pipeId, info.tableHandle};
-   ZelCountersIntf::ReadBuffer buffer;
-   U32 status = ZelCountersIntf::counterReadIndirectStart(table.session, table.device, table.pipe,
-                                                          table.handle, &buffer);
+   IndirectRead read(chip(), pipeId, info.tableHandle);
+   U32 status = read.start();
    if (status != 0) {
       traceError(out, "Indirect start error: ", status);
       return;
    }
    const TableView::Cell notCounted = "N/A";
-   // Used for every row, since there may be tens of thousands.
+   // One for all rows, since there may be tens of thousands: a column that isn't counted keeps its N/A.
    std::array<TableView::Cell, std::size(indirectColumns)> cells{U64{0}, notCounted, notCounted};
    for (U32 index = 0; index < info.size && out.ok(); ++index) {
       p4_pd_counter_value value{};
-      status = ZelCountersIntf::counterReadIndirectMain(table.session, table.device, table.pipe, table.handle,
-                                                        index, &buffer, &value);
+      status = read.entry(index, &value);
       if (status != 0) {
          out.note(readError(status));
          return;
@@ -258,18 +263,20 @@ void TableCounters::indirectRows(ShowOutput& out, const ZlTableCounter& info, Ze
       if (info.packets) {
          cells[1] = U64{value.packets};
       }
-      if (info.bytes || !info.packets) {
+      if (info.bytes || !info.packets) { // a table without either is taken for one of bytes
          cells[2] = U64{value.bytes};
       }
       out.row(cells);
    }
-   status = ZelCountersIntf::counterReadIndirectEnd(table.session);
+   status = read.end();
    if (status != 0) {
       traceError(out, "Indirect end error: ", status);
    }
    KILN_TRACE(8, "Show table counters complete");
 }
 
+// By handle, not by name: what counts is which hardware table a clear would write. The first two tables are
+// taken to be in every program. The VLAN tables may be missing, and then their handles mean nothing.
 const char* TableCounters::otherClear(const ZlTableCounter& info) const {
    const auto handleOf = [this](const Kiln::String& name) {
       return chip().zlResourceInfoIntf()->zlTableCounterField(name, ZlCounterFieldId::tableHandle);
@@ -319,7 +326,9 @@ void TableCounters::clear(U32 tableId, ZelId::ZelPipeId pipeId) {
                                                         index, zero);
       }
    }
-   if (status != 0 && status != statusNotSupported) {
+   // Of a table that the SDK can't clear at all, the first entry says it for all, and that is no fault. Any other
+   // refusal would leave the table half cleared.
+   if (status != 0 && status != sdkNotSupported) {
       KILN_TRACE(8, "Counter set result: " << status);
       KILN_ASSERT(status == 0);
    }

@@ -9,21 +9,20 @@ namespace ZelCounter {
 
 class TableCounters : public ChipView {
  public:
-   // Told of a table of one pipe, or of all, that is about to be set to zero.
+   // Called before a table of one pipe, or of all, is set to zero: who keeps a clear snapshot of it drops that.
    using OnClear = std::function<void(const ZlResourceInfo::ZlTableCounter& info, ZelId::ZelPipeId pipe)>;
 
    TableCounters(ChipAccess& chip, OnClear onClear) : ChipView(chip), onClear_(std::move(onClear)) {}
 
    void showInfo(ShowOutput& out) const;
-   // A table that is not initialized, or a chip whose first pass is not complete, answers with a line that says so. The
-   // id is one of the catalogue's (assertion). A per-pipe table needs a pipe (assertion); for any other, one is refused
-   // with a line.
+   // Of a table that is not initialized, or a chip whose first pass is not complete, a line says so. The id is one of
+   // the catalogue's (assertion). A per-pipe table needs a pipe (assertion); for any other table a line refuses one.
    void show(ShowOutput& out, U32 tableId, bool nonZeroOnly);
    void showPipe(ShowOutput& out, U32 tableId, ZelId::ZelPipeId pipeId, bool nonZeroOnly);
    void showAll(ShowOutput& out, bool nonZeroOnly);
    void clear(U32 tableId, ZelId::ZelPipeId pipeId);
    void clearAll();
-   // What to type for a table that they leave alone; null for any other.
+   // What to type instead for a table that the clears leave alone; null for any other.
    const char* otherClear(const ZlResourceInfo::ZlTableCounter& info) const;
 
  private:

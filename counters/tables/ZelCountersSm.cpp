@@ -29,6 +29,7 @@ bool ZelCountersSm::counterInitialized(U32 tableId) {
    KILN_TRACE(1, "Table handle: 0x" << std::hex << info->tableHandle << ", counter handle: 0x"
                                     << info->counterHandle);
    bool tableInitialized = false;
+   // No assertion, unlike below: early on the SDK may not know the table yet, and it is asked again.
    if (pipe_mgr_stat_tbl_symmetric_mode_initialized(parent_->deviceId(), info->counterHandle,
                                                     &tableInitialized) != 0) {
       KILN_TRACE(1, "Error getting counter initialization mode");
@@ -46,7 +47,7 @@ bool ZelCountersSm::counterInitialized(U32 tableId) {
         status == 0,
         "pipe_mgr_stat_tbl_symmetric_mode( bc()->deviceId(), info->counterHandle, &symmetric ) == 0");
    if (symmetric) {
-      // A table that was made per pipe by name stays so.
+      // No flag is set: a table that was made per pipe by name stays so.
       KILN_TRACE(1, "Counter table " << info->name << " is symmetric");
    } else {
       KILN_TRACE(1, "Counter table " << info->name << " is Asymmetric");
@@ -58,6 +59,7 @@ bool ZelCountersSm::counterInitialized(U32 tableId) {
 void ZelCountersSm::handleInitClock() {
    KILN_TRACE(1, "ZelCountersSm::handleInitClock");
    const U32 countersNum = parent_->zlResourceInfoIntf()->zlTableCountersNum();
+   // Every table on every check: one that stays uninitialized must not keep those behind it from being shown.
    bool pending = false;
    for (U32 tableId = 0; tableId < countersNum; ++tableId) {
       if (!parent_->initializedCounter(tableId) && !counterInitialized(tableId)) {

@@ -12,19 +12,18 @@ class ChipAccess;
 // table that is initialized is never asked about again. Activity thread.
 class ZelCountersSm : public Kiln::Entity {
  public:
-   // The parent owns this and is not counted; it has a resource-info service.
+   // The parent owns this and is held by a raw pointer; it has a resource-info service.
    ZelCountersSm(ChipAccess* parent, Kiln::Ptr<const Kiln::Clock> clock);
 
    ChipAccess* parent() const { return parent_; }
    // When the next check is due; never once all tables are initialized.
    double initClockTimeMin() const { return initClock_.timeMin(); }
 
-   // True when the table is known to be initialized: the parent's flags then say so, and whether it is read
-   // per pipe. False also when the SDK cannot tell.
+   // True when the table is initialized: the parent's flags then say so, and whether it is read per pipe.
+   // False also when the SDK can't tell.
    bool counterInitialized(U32 tableId);
 
-   // The agent shuts down: in simulation, completions that come from here on are ignored, those of every
-   // chip.
+   // The agent shuts down: in a simulation, completions of every chip are ignored from here on.
    void doCleanup();
 
    // Seconds between two checks.
