@@ -317,7 +317,7 @@ TEST_F(Drops, EveryFrameIsAccountedForAtEveryStage) {
    EXPECT_GT(droppedAt(BF_PIPE_PATH_INGRESS), 0U);
    const U64 multicast = tm(0, BF_TM_PIPE_MULTICAST).count + tm(1, BF_TM_PIPE_MULTICAST).count;
    EXPECT_GT(multicast, 0U);
-   EXPECT_GE(tmIn, tmCopies - multicast) << "a frame that is no multicast has one copy";
+   EXPECT_GE(tmIn, tmCopies - multicast) << "a frame that is not multicast has one copy";
 }
 
 } // namespace

@@ -279,7 +279,7 @@ TEST(StandardProgram, HasTheTablesThatTheAgentLooksFor) {
                             "egrL2DomainCounters", "pdpClassCount", "egressPortQueueCount"}) {
       EXPECT_NE(program->zlTableCounterIndex(name), notFound) << name;
    }
-   EXPECT_EQ(program->zlTableIndex("pdpClassCount"), notFound) << "a counter table is no match table";
+   EXPECT_EQ(program->zlTableIndex("pdpClassCount"), notFound) << "a counter table is not a match table";
    EXPECT_EQ(program->zlTableCounterField("nothing", ZlResourceInfo::ZlCounterFieldId::tableHandle),
              notFound);
    const auto* pdp = program->zlTableCounter(program->zlTableCounterIndex("pdpClassCount"));
@@ -465,7 +465,7 @@ TEST_F(PipelineTables, ACongestedPortDropsTheLowestQueuesFirstAndLosesNoFrameUnc
    U64 drops = 0;
    EXPECT_EQ(bf_tm_q_drop_get(0, 1, 3, 0, &drops), 3) << "the port of another pipe";
    EXPECT_EQ(bf_tm_q_drop_get(0, 0, 3, 8, &drops), 3) << "a queue that the port doesn't have";
-   EXPECT_EQ(bf_tm_q_drop_get(0, 0, 4, 0, &drops), 6) << "a port that there isn't";
+   EXPECT_EQ(bf_tm_q_drop_get(0, 0, 4, 0, &drops), 6) << "a port that does not exist";
    chip.queueIs(67, 1, {11, 12}, 13);
    EXPECT_EQ(chip.tableEntry("egressPortQueueCount", 0, 2175), (CounterValue{11, 12}));
    ASSERT_EQ(bf_tm_q_drop_get(0, 0, 67, 1, &drops), 0);

@@ -8,7 +8,7 @@ namespace ZelCtl {
 // at a time. A signal interrupts a system call that waits (EINTR).
 class Signals {
  public:
-   Signals(); // throws std::runtime_error if there is no pipe to be had
+   Signals(); // throws std::runtime_error if no pipe can be created
    Signals(const Signals&) = delete;
    Signals& operator=(const Signals&) = delete;
    ~Signals();

@@ -24,7 +24,7 @@ class TerminalRig : public testing::Test {
    void SetUp() override {
       const winsize size{24, 80, 0, 0};
       if (openpty(&master_, &slave_, nullptr, nullptr, &size) != 0) {
-         GTEST_SKIP() << "no pseudo-terminal can be had here: " << std::strerror(errno);
+         GTEST_SKIP() << "no pseudo-terminal is available: " << std::strerror(errno);
       }
       tcgetattr(slave_, &before_);
    }
