@@ -162,12 +162,11 @@ void ZelCountersMgr::zelSubIntfCountersHelperIs() {
 }
 
 void ZelCountersMgr::vexSubIntfCountersSmIs(Kiln::Ptr<Oxbow::TimerWheel> timerWheel,
-                                            Kiln::Ptr<ZelCountersSubIntfCountersHelper> helper) {
+                                            const Kiln::Ptr<ZelCountersSubIntfCountersHelper>& helper) {
    KILN_TRACE(1, "vexSubIntfCountersSmIs");
    vexSubIntfCountersSm_ = Kiln::allocate<Vex::SubIntfCountersSm>(Vex::SubIntfCountersSm::Context{
         std::move(timerWheel), mounts()->subIntfStatusDir(), mounts()->subIntfCountersDir(),
-        mounts()->subIntfCountersSnapshotDir(), subIntfPollInterval, Kiln::activityManagerClock(),
-        std::move(helper)});
+        mounts()->subIntfCountersSnapshotDir(), subIntfPollInterval, Kiln::activityManagerClock(), helper});
    vexSubIntfCountersSm_->hasNotificationActiveIs(true);
 }
 

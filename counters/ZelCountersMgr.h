@@ -114,7 +114,7 @@ class ZelCountersMgr : public Kiln::Entity, public ManagerAccess {
    void zelCountersL3IntfSmIs();
    void zelSubIntfCountersHelperIs();
    void vexSubIntfCountersSmIs(Kiln::Ptr<Oxbow::TimerWheel> timerWheel,
-                               Kiln::Ptr<ZelCountersSubIntfCountersHelper> helper);
+                               const Kiln::Ptr<ZelCountersSubIntfCountersHelper>& helper);
 
    void deleteDevice(ZelId::ZelDevId devId);
 
