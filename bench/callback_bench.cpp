@@ -1,5 +1,5 @@
-// The completion path of MAC reads, lock to stored snapshot, for 456 ports a chip and 1 to 8 chips, against a plain
-// memcpy of the same bytes in the same loop; its allocations; and what a trace line that is off costs.
+// The cost of the completion of MAC reads, from the lock to the stored snapshot, for 456 ports a chip and 1 to 8 chips,
+// against a plain memcpy of the same bytes in the same loop; its allocations; and the cost of a trace line that is off.
 #include "bench/AllocationCount.h"
 #include "bench/CpuTime.h"
 #include "counters/ZelCounters.h"
@@ -93,7 +93,7 @@ void completionPath(benchmark::State& state) {
 }
 BENCHMARK(completionPath)->Arg(1)->Arg(2)->Arg(4)->Arg(8)->UseManualTime();
 
-// What a port costs in memory: both snapshots and their places in the maps.
+// The memory that a port takes: both snapshots and their places in the maps.
 void memoryPerPort(benchmark::State& state) {
    std::vector<U64> source(std::size_t{portsPerChip} * BF_NUM_RMON_COUNTERS, 1);
    for (auto _ : state) {

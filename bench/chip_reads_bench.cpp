@@ -1,6 +1,6 @@
-// What one completion of a pipe's queue counters and one fetch of the PDP counters cost, each as a multiple of
-// its floor: the same SDK reads, and nothing else. A completion includes the publishing. Both take turns, so that
-// both see the same machine.
+// The cost of one completion of a pipe's queue counters and of one fetch of the PDP counters, each as a multiple of its
+// floor: the same SDK reads, and nothing else. A completion includes the publishing. Floor and library take turns, so
+// that both see the same machine.
 #include "bench/AllocationCount.h"
 #include "bench/CpuTime.h"
 #include "counters/ZelCounters.h"

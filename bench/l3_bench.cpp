@@ -1,5 +1,5 @@
-// VLAN counters of four chips, 4,094 VLANs of five entries each: one read of all, one NAT refresh pass with how long
-// the activity lock is held by it, and enabling and disabling all, each against its floor in the same run.
+// The cost of VLAN counters of four chips, 4,094 VLANs with five entries each: one read of all; one NAT refresh pass,
+// and how long it holds the activity lock; and enabling and disabling all. Each against its floor in the same run.
 #include "bench/CpuTime.h"
 #include "counters/l3/ZelCountersL3Intf.h"
 #include "kiln/ActivityLock.h"

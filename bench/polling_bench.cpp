@@ -1,5 +1,5 @@
-// A polling pass, request to stored snapshot: every port of 1 to 8 chips is asked for through the SDK and
-// completes inline, against a plain memcpy of the same bytes in the same loop; and its allocations.
+// The cost of a polling pass, from request to stored snapshot, against a plain memcpy of the same bytes in the same
+// loop, and its allocations. Every port of 1 to 8 chips is requested from the SDK, and completes inline.
 #include "bench/AllocationCount.h"
 #include "bench/CpuTime.h"
 #include "counters/ZelCounters.h"
@@ -20,7 +20,7 @@ constexpr unsigned pipes = 4;
 using ZlPort::portsPerPipe;
 constexpr unsigned portsPerChip = pipes * portsPerPipe;
 
-// A manager over soft chips that have every port there is; nothing is published.
+// A manager over soft chips with all possible ports; nothing is published.
 class Switch {
  public:
    explicit Switch(unsigned chips) {
@@ -52,7 +52,7 @@ class Switch {
       mgr_->requestHwCountersPolling();
    }
 
-   // Of the snapshots; so that a pass that stores nothing is no measurement.
+   // A sum over the snapshots, to check that a pass really stores something.
    U64 storedSum(std::size_t index) const {
       U64 sum = 0;
       for (const auto& [devId, chip] : mgr_->zelCounters()) {

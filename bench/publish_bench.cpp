@@ -1,6 +1,6 @@
-// What a port's way from raw counters to its published record costs: 456 records converted, vetted, stepped and
-// written, as a multiple of a bare sequence-locked write of the same bytes; the same for reading them from a
-// second mapping; and, for contrast, a record published as decimal strings. Allocations once warm are counted.
+// The cost of a port's path from raw counters to its published record: 456 records converted, vetted, stepped and
+// written, as a multiple of a bare sequence-locked write of the same bytes; the same for reading them from a second
+// mapping; and, for contrast, a record published as decimal strings. Counts allocations once warm.
 //
 // Each path takes turns with its floor, so that both see the same machine.
 #include "bench/AllocationCount.h"
@@ -34,7 +34,7 @@ double secondsSince(Clock::time_point start) {
    return std::chrono::duration<double>(Clock::now() - start).count();
 }
 
-// The least that a record takes, at the price of a data race in the eyes of the language.
+// The floor: the least code that publishes a record. Formally a data race, which is why the library does more.
 struct BareSlot {
    std::atomic<U64> sequence;
    std::byte bytes[recordBytes];
@@ -94,8 +94,8 @@ class Publisher {
       store_.remove("bare");
    }
 
-   // As completions come: new raw counters are stored, and the forwarding layer is told, which is where what is
-   // measured begins. A few ports at a time, since a look at the clock takes long.
+   // As completions do: stores new raw counters, then tells the forwarding layer; the measurement begins there. A few
+   // ports at a time, since reading the clock takes long.
    double pass() {
       time_->charge(2.0);
       const auto chip = mgr_->zelCounters(0);
@@ -143,7 +143,7 @@ class Publisher {
    Silo::Mapping bare_;
 };
 
-// Times of passes. Their median, since a pass that was interrupted says nothing.
+// The times of passes. Reports their median, since an interrupted pass says nothing.
 class Passes {
  public:
    Passes() { seconds_.reserve(1'000'000); }
@@ -191,7 +191,7 @@ void append(Kiln::String& text, const char* prefix, std::size_t field, U64 value
    text.append(digits, end).append(" ");
 }
 
-// As a database of strings would need it: each value of each record formatted, under its name.
+// As a database of strings would need it: each value of each record formatted under its name.
 void publishAsStrings(benchmark::State& state) {
    Publisher agent;
    std::vector<Kiln::String> texts(ports);

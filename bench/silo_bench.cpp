@@ -1,8 +1,7 @@
-// What publishing and reading shared records costs, as a multiple of a bare sequence lock around a memcpy.
+// The cost of publishing and reading shared records, as a multiple of a bare sequence lock around a memcpy.
 //
-// Each benchmark runs batches of its own passes and of the floor's in turn, so that both see the same
-// machine; the time shown is that of one of its passes over all records, and "x_floor" is the ratio of the
-// two.
+// Each benchmark runs batches of its own passes and of the floor's in turn, so that both see the same machine. The time
+// shown is that of one of its passes over all records; "x_floor" is the ratio of the two.
 #include "bench/AllocationCount.h"
 #include "bench/CpuTime.h"
 #include "silo/Table.h"
@@ -22,7 +21,7 @@ namespace {
 constexpr std::size_t records = 456;
 constexpr int passesPerBatch = 20;
 
-// About the size of an interface's record, and no whole number of cache lines.
+// About the size of an interface's record, and not a whole number of cache lines.
 struct Counters {
    static constexpr std::string_view layoutName = "BenchCounters";
    static constexpr std::uint32_t layoutVersion = 1;
@@ -30,7 +29,7 @@ struct Counters {
    std::uint64_t values[88];
 };
 
-// The floor: what the least code would do, at the price of a data race in the eyes of the language.
+// The floor: the least code that publishes a record. Formally a data race, which is why the library does more.
 struct BareSlot {
    std::atomic<std::uint64_t> sequence;
    Counters counters;
@@ -92,7 +91,7 @@ Silo::Mapping makeBare() {
 
 template <class Pass>
 double secondsForBatch(Pass& pass) {
-   pass(); // after the other one's batch the caches are its
+   pass(); // the other one's batch has filled the caches
    double start = Bench::cpuSeconds();
    for (int i = 0; i < passesPerBatch; ++i) {
       pass();
@@ -105,7 +104,7 @@ void compare(benchmark::State& state, Pass pass, Floor floor) {
    double total = 0;
    double floorTotal = 0;
    std::uint64_t allocations = 0;
-   pass(); // warm: keys, index and buffers are there
+   pass(); // warm: keys, index and buffers exist
    for (auto _ : state) {
       floorTotal += secondsForBatch(floor);
       std::uint64_t before = Bench::allocations().count;
@@ -145,7 +144,7 @@ void publish(benchmark::State& state) {
    store().remove("bare");
 }
 
-// The records are another process's: a child writes them and ends.
+// Another process wrote the records: a child that has ended.
 void fillFromChild() {
    pid_t child = fork();
    if (child == 0) {
@@ -178,7 +177,7 @@ void readAgainstFloor(benchmark::State& state, MakePass makePass) {
       for (std::size_t i = 0; i < records; ++i) {
          isGood &= bare[i].read(copies[i]);
       }
-      benchmark::DoNotOptimize(copies.data()); // else the copying may be left out
+      benchmark::DoNotOptimize(copies.data()); // or the compiler may leave the copying out
       benchmark::ClobberMemory();
    });
    if (!isGood) {

@@ -1,4 +1,4 @@
-// What a frame costs in the soft chip, and what its traffic costs a second.
+// The cost of a frame in the soft chip, and of a second of its traffic.
 #include "bench/AllocationCount.h"
 #include "kiln/ActivityManager.h"
 #include "kiln/Time.h"

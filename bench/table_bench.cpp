@@ -1,8 +1,8 @@
-// What showing a counter table of 65,536 entries costs, against its floor (the same lines through
-// std::to_chars into one buffer, written once) and against a formatted write to the descriptor for each line.
+// The cost of showing a counter table of 65,536 entries, against its floor (the same lines through std::to_chars into
+// one buffer, written once) and against a formatted write to the descriptor per line.
 //
-// Every round runs the three in turn, so that all see the same machine. The time shown is the command's own;
-// "x_floor" is its multiple of the floor's, "x_faster" the line-by-line multiple of it.
+// Every round runs the three in turn, so that all see the same machine. The time shown is the command's; "x_floor" is
+// its multiple of the floor's time, "x_faster" is the line-by-line time's multiple of it.
 #include "counters/ZelCounters.h"
 #include "kiln/ActivityLock.h"
 #include "kiln/ActivityManager.h"
@@ -27,7 +27,7 @@ struct Output {
    Output(const Output&) = delete;
    Output& operator=(const Output&) = delete;
    ~Output() { close(fd); }
-   // The pages stay, so that none of the three pays for them.
+   // Keeps the pages, so that none of the three pays for them.
    void rewind() const { lseek(fd, 0, SEEK_SET); }
    off_t size() const { return lseek(fd, 0, SEEK_CUR); }
    int fd;

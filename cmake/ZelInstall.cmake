@@ -1,15 +1,15 @@
-# What `cmake --install` puts where. The installed tree may be moved: nothing in it but the service unit holds
-# a path, and that one is written at installation. Three components: Library, SoftChip, Programs.
+# What `cmake --install` installs, and where. The installed tree may be moved: only the service unit, which is written
+# at installation, holds a path. There are three components: Library, SoftChip and Programs.
 
 include(CMakePackageConfigHelpers)
 
 set(package libZelCounters)
 set(packageDir ${CMAKE_INSTALL_LIBDIR}/cmake/${package})
 set(includeDir ${CMAKE_INSTALL_INCLUDEDIR}/${package})
-# Apart, so that who brings an SDK of their own can't include the software chip by mistake.
+# A folder of its own, so that users with another SDK can't include the software chip by mistake.
 set(softChipIncludeDir ${CMAKE_INSTALL_INCLUDEDIR}/${package}-softchip)
 
-# Headers, as packaging/public-headers.txt lists them. Include roots are as in the source tree.
+# The headers that packaging/public-headers.txt lists, with the include roots of the source tree.
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS packaging/public-headers.txt)
 file(STRINGS packaging/public-headers.txt headers REGEX "^[^#]")
 foreach(header IN LISTS headers)
@@ -36,7 +36,7 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${package}Config.cmake
   ${CMAKE_CURRENT_BINARY_DIR}/${package}ConfigVersion.cmake
   DESTINATION ${packageDir} COMPONENT Library)
 
-# From where the .pc file is back to the prefix, which is then wherever it was moved to.
+# The .pc file names the prefix relative to itself, so that it stays right when the tree is moved.
 file(RELATIVE_PATH pcToPrefix /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
 configure_file(packaging/libZelCounters.pc.in ${package}.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${package}.pc
@@ -56,7 +56,7 @@ install(FILES docs/man/zelctl.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONE
 install(FILES apps/zelctl/zelctl.bash RENAME zelctl
   DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT Programs)
 
-# A unit needs the program's whole path, which --prefix may yet change.
+# The unit needs the program's absolute path, which is known only at installation, since --prefix may change it.
 install(CODE "
   set(sbinDir \"${CMAKE_INSTALL_SBINDIR}\")
   cmake_path(ABSOLUTE_PATH sbinDir BASE_DIRECTORY \"\${CMAKE_INSTALL_PREFIX}\")

@@ -1,5 +1,5 @@
-# Debian packages, one a component: cmake --build build --target package. None has a maintainer script, so none starts
-# a service.
+# Debian packages, one for each component: cmake --build build --target package. None has a maintainer script, so
+# installing them starts no service.
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_DIRECTORY ${CMAKE_BINARY_DIR}/packages)
@@ -11,7 +11,7 @@ set(CPACK_COMPONENTS_ALL Library SoftChip Programs)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 
-# zel_package(COMPONENT NAME SECTION SUMMARY DESCRIPTION DEPENDS)
+# zel_package(COMPONENT NAME SECTION SUMMARY DESCRIPTION DEPENDS): describes the component's package.
 macro(zel_package component name section summary description depends)
   string(TOUPPER ${component} upper)
   set(CPACK_DEBIAN_${upper}_PACKAGE_NAME ${name})
@@ -19,20 +19,20 @@ macro(zel_package component name section summary description depends)
   set(CPACK_DEBIAN_${upper}_DESCRIPTION "${summary}\n${description}")
   set(CPACK_DEBIAN_${upper}_PACKAGE_DEPENDS "${depends}")
 endmacro()
-# Static archives and templates in headers: they want the standard library's headers.
+# The headers include the standard library's.
 zel_package(Library libzelcounters-dev libdevel "counters library for a switch's forwarding agent"
   "libZelCounters polls a switching chip's hardware counters through the chip maker's SDK, vets them, publishes them
 in shared memory and shows them to operators. Static library and headers."
   "libstdc++-12-dev | libstdc++-dev")
 zel_package(SoftChip libzelcounters-softchip-dev libdevel "software switching chip for libZelCounters"
-  "Stands in for the chip maker's SDK where there is no chip: it counts the frames that it is fed with. Static
-library and headers."
+  "Stands in for the chip maker's SDK where there is no chip: it counts the frames that it is fed. Static library and
+headers."
   "libzelcounters-dev (= ${PROJECT_VERSION})")
-zel_package(Programs zelagent net "switch agent that counts, and its client"
-  "zelagent runs libZelCounters over software chips; zelctl asks it for counters, and reads what it publishes. The
-service zelagent isn't started until told to."
+zel_package(Programs zelagent net "switch agent that publishes interface counters, and its client"
+  "zelagent runs libZelCounters over software chips; zelctl asks it for counters, and reads what it publishes.
+Installation does not start the service zelagent."
   "")
-# What the programs link decides what they depend on.
+# The programs' dependencies follow from the shared libraries that they link.
 set(CPACK_DEBIAN_PROGRAMS_PACKAGE_SHLIBDEPS ON)
 
 include(CPack)

@@ -6,18 +6,18 @@ add_library(zel_build_flags INTERFACE)
 target_compile_options(zel_build_flags INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-qual -Wconversion -Wsign-conversion
   $<$<BOOL:${ZEL_WERROR}>:-Werror> -fno-omit-frame-pointer)
-# What is built names its sources from the tree's root, so that it says nothing of the machine that built it. A build
-# folder below the root, and ccache, have them as ../
+# Built files name sources relative to the tree's root, so that they don't depend on where it was built. With a build
+# folder below the root, and with ccache, the compiler gets them as ../
 add_compile_options(-ffile-prefix-map=${CMAKE_SOURCE_DIR}/= -ffile-prefix-map=../=)
 if(ZEL_SANITIZE)
-  # Enough for a report's line numbers, in two thirds of the compile time.
+  # -g1 suffices for line numbers in reports. It takes two thirds of the compile time.
   add_compile_options(-O1 -g1)
   target_compile_options(zel_build_flags INTERFACE -fsanitize=${ZEL_SANITIZE} -fno-sanitize-recover=all)
   target_link_options(zel_build_flags INTERFACE -fsanitize=${ZEL_SANITIZE})
 endif()
 
-# zel_include_root(TREE VARIABLE): sets VARIABLE to a folder from which "TREE/..." can be included and nothing else,
-# so that a library can't include what it may not see. The platform's folders have theirs already.
+# zel_include_root(TREE VARIABLE): sets VARIABLE to a folder from which only "TREE/..." can be included, so that a
+# library can't include headers of a layer above. The platform needs none: its folder is its root.
 function(zel_include_root tree variable)
   set(root ${CMAKE_BINARY_DIR}/include-roots/${tree})
   file(MAKE_DIRECTORY ${root})
@@ -25,7 +25,7 @@ function(zel_include_root tree variable)
   set(${variable} ${root} PARENT_SCOPE)
 endfunction()
 
-# zel_library(NAME FOLDER...): one library of all the sources below the folders, which are of one tree. Headers are
+# zel_library(NAME FOLDER...): a library of all sources below the folders, which must be of one tree. Headers are
 # included by their path from the root of their tree: "kiln/Ptr.h", "counters/mac/MacCounters.h".
 function(zel_library name)
   set(sources)
@@ -42,11 +42,11 @@ function(zel_library name)
     zel_include_root(${ARGV1} root)
   endif()
   target_include_directories(${name} PUBLIC $<BUILD_INTERFACE:${root}>)
-  # Whoever links the installed library builds with flags of their own.
+  # Users of the installed library build with their own flags.
   target_link_libraries(${name} PUBLIC Threads::Threads PRIVATE $<BUILD_INTERFACE:zel_build_flags>)
 endfunction()
 
-# zel_test(FOLDER LIBRARY...): one test program a folder of tests/; ctest runs and names its tests one by one.
+# zel_test(FOLDER LIBRARY...): the test program of a folder of tests/; ctest names and runs its tests one by one.
 function(zel_test folder)
   file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/${folder}/*.cpp)
   if(NOT sources)
@@ -55,7 +55,8 @@ function(zel_test folder)
   string(REPLACE "/" "_" name ${folder})
   add_executable(test_${name} ${sources})
   target_link_libraries(test_${name} PRIVATE ${ARGN} TestSupport zel_build_flags GTest::gmock GTest::gtest_main)
-  # Not optimized: assertion macros cost up to five times as much to compile otherwise, and run once.
+  # Not optimized: with optimization, the assertion macros take up to five times as long to compile, for code that runs
+  # once.
   target_compile_options(test_${name} PRIVATE -O0)
   gtest_discover_tests(test_${name} TEST_PREFIX ${folder}/ NO_PRETTY_VALUES DISCOVERY_TIMEOUT 60
     PROPERTIES TIMEOUT 300)

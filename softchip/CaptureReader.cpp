@@ -40,6 +40,7 @@ CaptureReader::CaptureReader(const Kiln::String& path) : path_(path), file_(std:
 void CaptureReader::readFileHeader() {
    std::array<U8, fileHeaderOctets> header{};
    std::size_t got = read(header);
+   // The kind of file first: of a short text file, "not a pcap file" says more than "cut off".
    if (got >= sizeof(U32)) {
       takeMagic(header);
    }
@@ -120,6 +121,7 @@ std::optional<CapturedFrame> CaptureReader::next() {
 
    CapturedFrame frame;
    frame.originalLength = original - std::min(original, fcsOctetsCaptured_);
+   // A capture that stopped short of the FCS has nothing to take off: only the length of the frame is less.
    frame.bytes = std::span<const U8>(buffer_).first(std::min(captured, frame.originalLength));
    frame.timestamp = std::chrono::seconds(u32(header, 0));
    if (nanoseconds_) {
@@ -166,6 +168,7 @@ U16 CaptureReader::u16(std::span<const U8> bytes, std::size_t offset) const {
    return static_cast<U16>(bytes[offset + high] << 8 | bytes[offset + 1 - high]);
 }
 
+// Leaves the reader at its end: behind a corrupt record nobody knows where the next one begins.
 void CaptureReader::fail(std::string_view what) {
    file_.reset();
    throw CaptureError(path_ + ": " + Kiln::String(what));

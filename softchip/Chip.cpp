@@ -1,4 +1,4 @@
-// The chip's ports, the way of a frame through it, and the checks of what is asked of it.
+// The chip's ports, the way of a frame through it, and the checks of its callers' arguments.
 #include "softchip/Chip.h"
 
 #include "kiln/Time.h"
@@ -20,6 +20,7 @@ using ZlPort::pipeOf;
 using ZlPort::portsPerPipe;
 using ZlPort::slotOf;
 
+// Counts every place, with a port or without: a port that comes and goes must not move the others in the file.
 std::size_t rmonWords(const ChipConfig& config) {
    return std::size_t{config.pipes} * portsPerPipe * BF_NUM_RMON_COUNTERS;
 }
@@ -89,6 +90,7 @@ void Chip::portDel(U16 devicePort) {
    if (hasPort(devicePort)) {
       hasPort_[placeOf(devicePort)] = false;
       std::erase(ports_, devicePort);
+      // Otherwise frames for its stations would still be sent to a place without a port.
       macTable_.portDel(devicePort);
       ++portsVersion_;
    }
@@ -114,9 +116,11 @@ bool Chip::receive(U16 devicePort, const FrameInfo& frame, U64 repeat) {
    if (!hasPort(devicePort)) {
       return false;
    }
+   // Counts whatever becomes of the frame: the MAC is ahead of the pipeline.
    countReceived(frame, rmonOf(devicePort), repeat);
    const unsigned pipe = pipeOf(devicePort);
    if (frame.fcsError) {
+      // Nothing is learned from it either: with a bad FCS no address in it can be trusted.
       drops_.ingress(devicePort, IngressReason::badFcs, repeat);
       return true;
    }
@@ -127,12 +131,15 @@ bool Chip::receive(U16 devicePort, const FrameInfo& frame, U64 repeat) {
    }
    path_.passed(pipe, BF_PIPE_PATH_PORT_RX, repeat);
    path_.passed(pipe, BF_PIPE_PATH_PARSER, repeat);
+   // VLAN 0 only carries a priority and names no VLAN.
    const U16 vlan = frame.outerTag.vlanId != 0 ? frame.outerTag.vlanId : accessVlans_[placeOf(devicePort)];
    std::optional<IngressReason> reason = portVerdict(devicePort, frame, vlan);
    if (!reason) {
       const U64 length = frame.wireLength > fcsOctets ? frame.wireLength - fcsOctets : 0;
       const L2Domain domain = l2Domains_.domainOf(frame, vlan);
       const PassingFrames passing{frame, repeat, length, domain.vlan, domain.decapType, domain.snatHit};
+      // Before anything drops the frame: like the other tables of the stage, this one counts frames that are then
+      // dropped.
       l2Domains_.ingress(passing, pipe);
       now_ = Kiln::System::currentTime();
       reason = pipeline_.ingress(passing, pipe, slotOf(devicePort));
@@ -148,6 +155,7 @@ bool Chip::receive(U16 devicePort, const FrameInfo& frame, U64 repeat) {
 
 // The port's own checks, in the order of the reasons' numbers: a frame that fails several counts for the first.
 std::optional<IngressReason> Chip::portVerdict(U16 devicePort, const FrameInfo& frame, U16 vlan) const {
+   // 4095 is reserved (IEEE 802.1Q).
    if (vlan >= PortRules::vlanLimit - 1) {
       return IngressReason::vlanInvalid;
    }
@@ -162,6 +170,7 @@ std::optional<IngressReason> Chip::portVerdict(U16 devicePort, const FrameInfo& 
 // port that it came from; one for an unknown station or a group goes to all other ports of the VLAN.
 void Chip::forward(U16 devicePort, const PassingFrames& passing) {
    const FrameInfo& frame = passing.frame;
+   // Only here: frames that a check or a table dropped teach nothing. Those that are dropped below do.
    macTable_.learn(frame.sourceMac, devicePort);
    const bool unicast = frame.destination == Destination::unicast;
    const U16 known = unicast ? macTable_.portOf(frame.destinationMac) : MacTable::none;
@@ -185,6 +194,8 @@ void Chip::forward(U16 devicePort, const PassingFrames& passing) {
    const unsigned pipe = pipeOf(devicePort);
    path_.passed(pipe, BF_PIPE_PATH_INGRESS, passing.packets);
    path_.passed(pipe, BF_PIPE_PATH_INGRESS_DEPARSER, passing.packets);
+   // In counts frames, at the pipe where they arrived. Out and Dropped count copies, at the pipe where each is to
+   // leave: see transmit().
    path_.count(pipe, BF_PIPE_PATH_TRAFFIC_MANAGER, passing.packets, 0, 0);
    trafficManager_.accept(pipe, passing.packets, passing.octetsEach);
    drops_.lost(devicePort, ZlDrop::FinalReason::queue, passing.packets - furthest.throughQueue);
@@ -196,6 +207,8 @@ void Chip::forward(U16 devicePort, const PassingFrames& passing) {
 U64 Chip::flood(U16 devicePort, const PassingFrames& passing, Progress* furthest) {
    U64 copies = 0;
    for (const U16 port : ports_) {
+      // A port outside the VLAN gets no copy, so nothing is dropped there. Only a frame for a station known to be
+      // behind such a port is an egress drop.
       if (port != devicePort && rules_.vlanAllowed(placeOf(port), passing.vlan)) {
          const Progress one = transmit(devicePort, port, passing, true);
          furthest->throughQueue = std::max(furthest->throughQueue, one.throughQueue);
@@ -283,6 +296,7 @@ void Chip::rmonFlip(U16 devicePort, unsigned index, unsigned bit) {
 
 void Chip::rmonStuckIs(U16 devicePort, unsigned index, bool stuck) {
    const Lock lock(sdkLock_);
+   // Kept beside the counter, not in it: the hardware goes on counting, and only readMac() reads the old value.
    const U64 value = rmonAt(devicePort, index);
    std::erase_if(stuck_,
                  [&](const StuckCounter& c) { return c.devicePort == devicePort && c.index == index; });
@@ -324,6 +338,8 @@ void Chip::queueIs(U16 devicePort, unsigned queue, const CounterValue& sent, U64
       throw std::invalid_argument("no queue " + std::to_string(queue) + ": expected 0 to " +
                                   std::to_string(ZlPort::queueCount(slot) - 1));
    }
+   // What a queue sent is in a table of the program, what it dropped is in the traffic manager: the SDK reads them by
+   // different entry points.
    counterTable("egressPortQueueCount").hardwareIs(pipeOf(devicePort), ZlPort::queueEntry(slot, queue), sent);
    trafficManager_.drops(place, queue) = drops;
 }
@@ -399,6 +415,7 @@ void Chip::tableInitializedAfterIs(const Kiln::String& table, U32 queries) {
 
 void Chip::capacityIs(const Kiln::String& table, U32 entries) {
    const Lock lock(sdkLock_);
+   // Only for its refusal of an unknown table.
    matchHandle(table);
    MatchTable& found = *tables_.matchTable(table);
    if (entries > found.spec().capacity) {
@@ -478,6 +495,7 @@ int Chip::readDeparserDrops(U16 pipe, U32 direction, U64* drops) {
 }
 
 void Chip::readMac(U16 devicePort, bf_rmon_counter_array_t& into) const {
+   // The port may be gone since the request was accepted. Its place still has its counters.
    std::copy_n(rmonOf(devicePort), BF_NUM_RMON_COUNTERS, into);
    for (const StuckCounter& counter : stuck_) {
       if (counter.devicePort == devicePort) {

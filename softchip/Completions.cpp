@@ -50,6 +50,8 @@ CompletionMode Completions::takeMode() {
    return mode;
 }
 
+// Equal times complete in the order of their requests, so that a run can be repeated. The heap has its greatest element
+// in front, so "later" is its "less".
 bool Completions::isLater(const Timed& a, const Timed& b) {
    return a.due != b.due ? a.due > b.due : a.sequence > b.sequence;
 }
@@ -94,12 +96,15 @@ void Completions::pushTimed(const Completion& completion, double delay) {
 
 void Completions::pushThread(const Completion& completion) {
    forThread_.push_back(completion);
+   // Started with the first request that needs it: a scenario stays on one thread.
    if (!thread_.joinable()) {
       thread_ = std::thread([this] { runThread(); });
    }
    threadWakes_.notify_one();
 }
 
+// Nobody is left to throw to: an exception would end the delivery thread, and the process with it, or keep what else is
+// due from being delivered.
 void Completions::deliverGuarded(const Completion& completion) {
    try {
       deliver_(completion);
@@ -117,6 +122,8 @@ void Completions::handleClock() {
    const U64 limit = sequence_;
    while (!timed_.empty() && timed_.front().due <= now && timed_.front().sequence < limit) {
       std::pop_heap(timed_.begin(), timed_.end(), isLater);
+      // A copy, and unlocked below: the callback takes the activity lock, whose holder may be waiting in accept(), and
+      // may make requests itself.
       const Completion completion = timed_.back().completion;
       timed_.pop_back();
       lock.unlock();
@@ -131,6 +138,7 @@ void Completions::runThread() {
    std::unique_lock lock(mutex_);
    while (true) {
       threadWakes_.wait(lock, [this] { return stopping_ || !forThread_.empty(); });
+      // Told to stop, it still answers what was accepted.
       if (forThread_.empty()) {
          return;
       }
@@ -172,6 +180,7 @@ void Completions::deliverHeld(std::size_t position) {
 
 std::size_t Completions::deliverAllHeld() {
    std::unique_lock lock(mutex_);
+   // What the callbacks ask for stays for the next call: otherwise one that always asks again would never end.
    const std::vector<Completion> taken = std::exchange(held_, {});
    lock.unlock();
    for (const Completion& completion : taken) {
@@ -184,6 +193,7 @@ std::size_t Completions::deliverAllHeld() {
 // delivered early. Each callback may still make requests.
 void Completions::shutDown() {
    std::unique_lock lock(mutex_);
+   // Otherwise callbacks that ask again would put off the end for ever.
    mode_ = CompletionMode{CompletionMode::Kind::lost, 0.0, 1};
    nextModes_.clear();
    std::sort(timed_.begin(), timed_.end(), [](const Timed& a, const Timed& b) { return isLater(b, a); });
@@ -193,6 +203,7 @@ void Completions::shutDown() {
    threadWakes_.notify_all();
    lock.unlock();
    if (thread_.joinable()) {
+      // The thread's callbacks take that lock: whoever joins under it waits for ever.
       KILN_ASSERT(!Kiln::ActivityLockAnchor::isHeldByThisThread());
       thread_.join();
    }

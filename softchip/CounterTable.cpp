@@ -75,6 +75,7 @@ void CounterTable::readAll(U16 pipe, std::vector<CounterValue>& into) const {
 
 void CounterTable::write(U16 pipe, U32 slot, const CounterValue& value) {
    put(hardware_, pipe, slot, value);
+   // The pipe stays as stale as it was: its other slots may still differ.
    put(software_, pipe, slot, value);
 }
 

@@ -36,6 +36,7 @@ void DropCounts::count(Point point, U16 devicePort, U32 reason, U64 packets) {
    CounterTable* const table = tables_[static_cast<std::size_t>(point)];
    const U32 slot = ZlDrop::entryIndex(ZlPort::slotOf(devicePort), reason);
    if (table != nullptr && slot < table->slots()) {
+      // Without bytes, which the drop tables do not count.
       table->count(ZlPort::pipeOf(devicePort), slot, packets, 0);
    }
 }
@@ -43,12 +44,14 @@ void DropCounts::count(Point point, U16 devicePort, U32 reason, U64 packets) {
 void DropCounts::ingress(U16 devicePort, IngressReason reason, U64 packets) {
    const unsigned pipe = ZlPort::pipeOf(devicePort);
    count(Point::ingress, devicePort, static_cast<U32>(reason), packets);
+   // No copy was made yet, so the frame as a whole is lost.
    lost(devicePort, reason == IngressReason::badFcs ? FinalReason::port : FinalReason::ingress, packets);
    if (reason == IngressReason::badFcs) {
       path_.dropped(pipe, BF_PIPE_PATH_PORT_RX, packets);
    } else if (reason == IngressReason::noEgressPort) {
       path_.passed(pipe, BF_PIPE_PATH_INGRESS, packets);
       path_.dropped(pipe, BF_PIPE_PATH_INGRESS_DEPARSER, packets);
+      // Not by a match-action stage as well, so that the two counts can be added.
       path_.deparserDrops(pipe, BF_PIPE_INGRESS) += packets;
    } else {
       path_.dropped(pipe, BF_PIPE_PATH_INGRESS, packets);

@@ -50,6 +50,7 @@ void Faults::clear() {
 int Faults::take(EntryPoint entryPoint) {
    const std::lock_guard lock(mutex_);
    Plan& plan = plans_[static_cast<std::size_t>(entryPoint)];
+   // Charged before the status is known: a call that fails takes its time too.
    if (plan.cost > 0 && Kiln::System::timeSource()->isSimulated()) {
       static_cast<Kiln::SimulatedTime&>(*Kiln::System::timeSource()).charge(plan.cost);
    }

@@ -24,6 +24,7 @@ Fleet::Fleet(const Kiln::String& hardwareFile)
 }
 
 Fleet::~Fleet() {
+   // While the entry points still find the fleet: callbacks read tables and make requests.
    completions_.shutDown();
    theFleet.store(nullptr);
 }
@@ -57,6 +58,7 @@ Chip& Fleet::chipAdd(const ChipConfig& wanted) {
 void Fleet::chipDel(U8 deviceId) {
    const Lock lock(sdkLock_);
    if (chip(deviceId) != nullptr) {
+      // The chip before its memory, which it points to.
       chips_[deviceId] = nullptr;
       hardware_.regionDel(deviceId);
    }
@@ -98,6 +100,7 @@ int Fleet::startRead(EntryPoint entryPoint, PipeManager::Kind kind, U32 device, 
 }
 
 int Fleet::endRead(EntryPoint entryPoint) {
+   // Even if the end is made to fail: its buffer is of no use after it.
    ++readNumber_;
    return faults_.next(entryPoint);
 }
@@ -109,6 +112,7 @@ void Fleet::deliver(const Completion& completion) {
    {
       const Lock lock(sdkLock_);
       Chip* const target = chipAt(completion.device);
+      // For a chip that is gone the counters stay zero: its successor's would pass for its own.
       if (target != nullptr && target->serial() == completion.chipSerial) {
          if (completion.macCallback != nullptr) {
             target->readMac(completion.portOrPipe, counters);

@@ -66,6 +66,7 @@ bool parseTagsAndType(Cursor& cursor, FrameInfo& frame) {
       } else if (frame.tagCount == 1) {
          frame.innerTag = tag;
       }
+      // Stays at its highest value: a jumbo frame has room for more tags.
       if (frame.tagCount < UINT8_MAX) {
          ++frame.tagCount;
       }
@@ -80,6 +81,7 @@ void parseMacControl(const Cursor& cursor, MacControl& control) {
    }
    control.present = true;
    control.opcode = cursor.u16At(0);
+   // The priorities are a field of 16 bits, of which the upper octet is reserved.
    if (control.opcode == macControlPfc && cursor.has(4)) {
       control.pfcPriorities = cursor.at(3);
    }
@@ -88,6 +90,7 @@ void parseMacControl(const Cursor& cursor, MacControl& control) {
 void parseVxlan(Cursor cursor, VxlanHeader& vxlan) {
    constexpr std::size_t headerOctets = 8;
    constexpr U8 vniValid = 0x08;
+   // Without this flag the header has no valid VNI (RFC 7348).
    if (!cursor.has(headerOctets) || (cursor.at(0) & vniValid) == 0) {
       return;
    }
@@ -111,6 +114,7 @@ void parsePorts(Cursor cursor, FrameInfo& frame) {
    if (!cursor.has(4)) {
       return;
    }
+   // All three protocols begin with the source port and the destination port.
    ip.hasPorts = true;
    ip.sourcePort = cursor.u16At(0);
    ip.destinationPort = cursor.u16At(2);
@@ -135,11 +139,13 @@ void parseIpv4(Cursor cursor, FrameInfo& frame) {
    ip.protocol = cursor.at(9);
    cursor.copyTo(ip.source, 12, 4);
    cursor.copyTo(ip.destination, 16, 4);
+   // Later fragments have no layer 4 header: their data would pass for ports.
    bool firstFragment = (cursor.u16At(6) & 0x1fff) == 0;
    // What follows the packet's own end is Ethernet padding. Captures taken above segmentation offload have length 0.
    if (U16 totalLength = cursor.u16At(2); totalLength != 0) {
       cursor.limit(totalLength);
    }
+   // With options cut off, only the ports are out of reach; the addresses are known.
    if (!firstFragment || !cursor.has(headerOctets)) {
       return;
    }
@@ -156,6 +162,7 @@ bool skipIpv6Extensions(Cursor& cursor, IpHeader& ip) {
    constexpr U8 authentication = 51;
    constexpr U8 destinationOptions = 60;
    constexpr std::size_t minOctets = 8;
+   // Ends with the captured bytes, since each turn takes at least 8 of them.
    for (;;) {
       std::size_t octets = minOctets;
       bool laterFragment = false;
@@ -167,12 +174,14 @@ bool skipIpv6Extensions(Cursor& cursor, IpHeader& ip) {
          return false;
       }
       if (ip.protocol == authentication) {
+         // The only one that gives its length in words of 4 octets, less 2 (RFC 4302).
          octets = std::size_t{4} * (cursor.at(1) + 2U);
       } else if (ip.protocol == fragment) {
          laterFragment = (cursor.u16At(2) & 0xfff8) != 0;
       } else {
          octets = std::size_t{8} * (cursor.at(1) + 1U);
       }
+      // Before the return: a later fragment has no ports to read, but its protocol is known.
       ip.protocol = cursor.at(0);
       if (laterFragment || !cursor.has(octets)) {
          return false;
@@ -212,6 +221,7 @@ Destination destinationKind(U64 mac) {
    return (mac & groupBit) != 0 ? Destination::multicast : Destination::unicast;
 }
 
+// A tagged frame of the MAC control type is data: the MAC consumes control frames before anything looks at tags.
 FrameInfo parseFrame(std::span<const U8> captured, U32 originalLength) {
    FrameInfo frame;
    frame.wireLength = originalLength + fcsOctets;

@@ -37,6 +37,7 @@ HardwareMemory::HardwareMemory(const Kiln::String& path) : path_(path) {
          openFile();
       }
    } catch (...) {
+      // No destructor runs for a constructor that throws.
       unmap();
       throw;
    }
@@ -88,6 +89,7 @@ void HardwareMemory::openFile() {
       *header_ = Header{fileMagic, fileVersion, fileByteOrder, {}, 0};
       header_->checksum = checksumOf(*header_);
    }
+   // Before version and checksum: a file of another program is to be called that, and not damaged.
    if (header_->magic != fileMagic) {
       fail(foreign);
    }
@@ -101,6 +103,7 @@ void HardwareMemory::checkHeader(U64 fileSize) const {
    bool fits = header_->checksum == checksumOf(*header_);
    for (unsigned id = 0; fits && id < regionLimit; ++id) {
       const U64 words = header_->slots[id].words;
+      // A place beyond the end of the file would raise a signal at the first count.
       fits = words == 0 ||
              (words <= regionBytesLimit / sizeof(U64) && offsetOf(id) + words * sizeof(U64) <= fileSize);
    }
@@ -133,12 +136,14 @@ void HardwareMemory::claim(U8 deviceId, const Kiln::String& layout, std::size_t 
    if (error != 0) {
       fail(std::strerror(error));
    }
+   // After its space was allocated: a slot must never promise words that the file does not have.
    slot.words = words;
    slot.layout.fill('\0');
    layout.copy(slot.layout.data(), slot.layout.size() - 1);
    header_->checksum = checksumOf(*header_);
 }
 
+// Without a file the memory is mapped too: it begins as zeros, like a new file, and is released in the same way.
 std::span<U64> HardwareMemory::regionIs(U8 deviceId, const Kiln::String& layout, std::size_t words) {
    KILN_ASSERT(deviceId < regionLimit && words > 0 && regions_[deviceId].empty());
    const std::size_t bytes = words * sizeof(U64);
@@ -164,6 +169,7 @@ void HardwareMemory::regionDel(U8 deviceId) {
       return;
    }
    if (header_ != nullptr) {
+      // The space stays in the file, and the next chip of this id must not find these counts there.
       std::fill(region.begin(), region.end(), 0);
       header_->slots[deviceId] = Slot{};
       header_->checksum = checksumOf(*header_);

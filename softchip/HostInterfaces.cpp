@@ -44,6 +44,7 @@ std::optional<U64> readCounter(const Kiln::String& path) {
    return file >> text ? Kiln::parseNumber<U64>(text) : std::nullopt;
 }
 
+// The kernel takes control characters in names. Tables, logs and commands do not.
 bool isPrintable(const Kiln::String& name) {
    return std::all_of(name.begin(), name.end(), [](char c) { return c > ' ' && c <= '~'; });
 }
@@ -68,6 +69,7 @@ std::vector<Kiln::String> HostInterfaces::names() const {
 
 bool HostInterfaces::mirror(const Kiln::String& name, Chip& chip, U16 devicePort) const {
    std::array<U64, BF_NUM_RMON_COUNTERS> rmon{};
+   // Everything is read before anything is set: an interface may go away in between.
    for (const HostCounter& counter : hostCounters) {
       const std::optional<U64> value = readCounter(folder_ + "/" + name + "/statistics/" + counter.name);
       if (!value) {

@@ -87,6 +87,7 @@ bool L2DomainCount::isTranslated(const IpHeader& ip) const {
 }
 
 L2Domain L2DomainCount::domainOf(const FrameInfo& frame, U16 vlan) const {
+   // A VXLAN without a VLAN here is not terminated: its frames are ordinary ones of the outer VLAN.
    if (frame.vxlan.present) {
       const auto found = vlanOfVni_.find(frame.vxlan.vni);
       if (found != vlanOfVni_.end()) {

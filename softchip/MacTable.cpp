@@ -5,6 +5,7 @@ namespace SoftChip {
 
 void MacTable::learn(U64 mac, U16 port) {
    const std::size_t first = firstPlace(mac);
+   // If all places are taken, the first one goes: its station is learned again with its next frame.
    Place* target = &places_[first];
    for (std::size_t i = first; i < first + probes; ++i) {
       if (places_[i].port == none || places_[i].mac == mac) {
@@ -18,6 +19,7 @@ void MacTable::learn(U64 mac, U16 port) {
 U16 MacTable::portOf(U64 mac) const {
    const std::size_t first = firstPlace(mac);
    for (std::size_t i = first; i < first + probes; ++i) {
+      // After a hole was filled an address may be there twice. The newer one is in front.
       if (places_[i].mac == mac && places_[i].port != none) {
          return places_[i].port;
       }

@@ -21,6 +21,8 @@ S32 MatchTable::entryAdd(const MatchRule& rule, U16 pipe) {
    auto place = size_ == entries_.size()
                      ? entries_.end()
                      : std::find_if(entries_.begin(), entries_.end(), [](const Entry& e) { return !e.used; });
+   // Gaps are filled first: a handle is also the slot of the entry's direct counter, and those are no more than
+   // declared.
    if (place == entries_.end()) {
       place = entries_.insert(place, Entry{});
    }

@@ -18,6 +18,7 @@ constexpr U32 indirectHandles = 0x02000001;
 constexpr U32 counterHandles = 0x03000001;
 
 U32 numberOf(U32 handle, U32 kind, std::size_t count) {
+   // A handle below its kind wraps to a large number, and so is not found either.
    return handle - kind < count ? handle - kind : notFound;
 }
 
@@ -68,6 +69,7 @@ U32 P4Program::counterTableOfHandle(U32 tableHandle) const {
       return directCounters_[match];
    }
    const U32 id = numberOf(tableHandle, indirectHandles, counters_.size());
+   // Ids of direct tables leave gaps among the indirect handles, which nobody was given.
    return id == notFound || counters_[id].direct ? notFound : id;
 }
 
@@ -75,7 +77,7 @@ U32 P4Program::counterTableOfCounterHandle(U32 counterHandle) const {
    return numberOf(counterHandle, counterHandles, counters_.size());
 }
 
-// FNV-1a of the names and sizes, in order.
+// FNV-1a of the names and sizes, in order. Of counter tables only: match entries are not kept in a hardware file.
 U32 P4Program::signature() const {
    U32 sum = 0x811c9dc5;
    const auto add = [&sum](const Kiln::String& text) {
@@ -115,6 +117,10 @@ Kiln::Ptr<P4Program> P4Program::standard() {
    constexpr U64 allMacBits = broadcastMac;
    constexpr U64 groupBit = 0x010000000000;
    constexpr U32 vlanEntries = 4096; // all 12-bit VLAN ids, the reserved 0 and 4095 included
+   // Of the rules the first match wins: special addresses come before the group bit, and a rule without conditions
+   // counts the rest. The L2-domain tables have room for what a VLAN may need: ingress counts plain, decapsulated and
+   // translated frames apart, egress has no translated ones. UDP port 19 (chargen) is not used by synthetic traffic, so
+   // the QoS policy drops nothing unasked.
    static const MatchTableSpec matchTables[] = {
         {"pdpPolicy", 64},
         {"queueCounters", 64},

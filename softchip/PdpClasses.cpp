@@ -41,6 +41,7 @@ U8 classByUdp(const IpHeader& ip) {
    if (usesPort(ip, 67, 68) || usesPort(ip, 546, 547)) {
       return idOf("dhcp");
    }
+   // From here on only the destination tells: the source port is the sender's own choice.
    if (ip.destinationPort == 3784 || ip.destinationPort == 4784) {
       return idOf("bfd");
    }

@@ -96,6 +96,7 @@ int PipeManager::checkSync(Kind kind, U32 tableHandle, U16 pipe) const {
 }
 
 void PipeManager::sync(U32 tableHandle, U16 pipe) {
+   // Checked when the request was accepted, and tables do not change after that.
    counterTables_[program_->counterTableOfHandle(tableHandle)].sync(pipe);
 }
 
@@ -113,6 +114,7 @@ int PipeManager::read(Kind kind, U32 tableHandle, U16 pipe, U32 slot, CounterVal
 
 int PipeManager::readAll(Kind kind, U32 tableHandle, U16 pipe, std::vector<CounterValue>& into) const {
    CounterValue first;
+   // One read makes all the checks. Every table has a slot 0.
    const int status = read(kind, tableHandle, pipe, 0, &first);
    if (status == statusOk) {
       find(kind, tableHandle)->readAll(pipe, into);
@@ -138,6 +140,8 @@ int PipeManager::write(Kind kind, U32 tableHandle, U16 pipe, U32 slot, const Cou
    return statusOk;
 }
 
+// In hardware and software copy: handles are used again, and a new entry must not show the old count until the next
+// sync.
 void PipeManager::zero(U32 matchTable, S32 handle) {
    const U32 id = program_->directCounterOf(matchTable);
    if (id != notFound) {

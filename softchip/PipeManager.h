@@ -60,6 +60,7 @@ class PipeManager {
 
    Kiln::Ptr<P4Program> program_;
    unsigned pipes_;
+   // Neither grows after the constructor: pipeline, drop counts and L2 domains keep pointers into them.
    std::vector<CounterTable> counterTables_; // by id
    std::vector<MatchTable> matchTables_;     // by index
 };

@@ -30,6 +30,7 @@ U32 flowHash(const FrameInfo& frame) {
 }
 
 void count(CounterTable* table, unsigned pipe, U32 slot, const PassingFrames& passing) {
+   // A program may lack the table, or declare it smaller.
    if (table != nullptr && slot < table->slots()) {
       table->count(pipe, slot, passing.packets, passing.packets * passing.octetsEach);
    }

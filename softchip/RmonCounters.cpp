@@ -125,6 +125,7 @@ void countGood(const Direction& direction, const FrameInfo& frame, U64* rmon, U6
    if (frame.wireLength > headerAndFcsOctets) {
       rmon[direction.dataOctets] += repeat * (frame.wireLength - headerAndFcsOctets);
    }
+   // MAC control frames too, so that each good frame is one of the three.
    rmon[direction.byDestination[static_cast<std::size_t>(frame.destination)]] += repeat;
    if (frame.tagged()) {
       rmon[direction.tagged] += repeat;
@@ -145,6 +146,7 @@ void count(const Direction& direction, const FrameInfo& frame, U64* rmon, U64 re
    } else {
       rmon[direction.firstBucket + bucketOf(frame.wireLength)] += repeat;
    }
+   // Whatever the tags: only so do oversize frames and jabbers add up to the size buckets from 1519 octets.
    if (frame.wireLength > maxUntaggedOctets) {
       rmon[frame.fcsError ? direction.jabbers : direction.oversize] += repeat;
    }
@@ -172,6 +174,7 @@ bool lengthFieldMismatches(const FrameInfo& frame) {
 void countReceived(const FrameInfo& frame, U64* rmon, U64 repeat) {
    count(received, frame, rmon, repeat);
    if (frame.fcsError) {
+      // RFC 2819: a bad frame of another length is a fragment or a jabber instead.
       if (frame.wireLength >= minFrameOctets && frame.wireLength <= maxUntaggedOctets) {
          rmon[BF_RMON_CRC_ALIGN_ERRORS] += repeat;
       }
@@ -180,6 +183,7 @@ void countReceived(const FrameInfo& frame, U64* rmon, U64 repeat) {
    if (lengthFieldMismatches(frame)) {
       rmon[BF_RMON_IN_RANGE_LENGTH_ERRORS] += repeat;
    }
+   // Between the two a field is neither a length nor a type (IEEE 802.3).
    if (frame.etherType > maxLengthField && frame.etherType < minTypeField) {
       rmon[BF_RMON_OUT_OF_RANGE_LENGTH_FIELDS] += repeat;
    }

@@ -94,12 +94,14 @@ bf_status_t bf_port_mac_stats_hw_async_get(bf_dev_id_t dev, bf_dev_port_t port, 
    if (callback == nullptr) {
       return statusInvalidArguments;
    }
+   // A port number that is cut short here is refused below, where checkPort() sees all of it.
    const Completion completion{
         .device = dev, .portOrPipe = static_cast<U16>(port), .macCallback = callback, .cookie = cookie};
    return request(EntryPoint::portMacStatsGet, completion, [&](Chip& chip) { return chip.checkPort(port); });
 }
 
 bf_status_t bf_port_rmon_counter_to_str(int index, const char** name) {
+   // Asks no chip and has no planned faults: the names are the same everywhere.
    if (index < 0 || index >= BF_NUM_RMON_COUNTERS || name == nullptr) {
       return statusInvalidArguments;
    }
@@ -216,6 +218,7 @@ U32 counterReadDirectStart(U32 session, U32 device, U16 pipe, U32 tableHandle, R
 
 U32 counterReadDirectMain(U32 /*session*/, U32 /*device*/, U16 /*pipe*/, U32 /*tableHandle*/, S32 entry,
                           U32 /*count*/, ReadBuffer* buffer, p4_pd_counter_value* value) {
+   // Device, pipe and table are those of the start, whose values the buffer stands for.
    return static_cast<U32>(readStarted(EntryPoint::readDirectMain, *buffer, static_cast<U32>(entry), value));
 }
 

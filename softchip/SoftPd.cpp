@@ -57,6 +57,7 @@ U32 SoftPd::entryAdd(U32 session, U32 device, U16 pipe, const Kiln::String& matc
          return statusInvalidArguments;
       }
       const L2DomainIndex& domains = tables.matchTable(matchTable)->domains();
+      // The index has one entry for a domain: a second one would hide the first.
       if (domains.handle(rule->vlanId, *rule->decapType, rule->snatHit) != 0) {
          return statusAlreadyExists;
       }

@@ -17,6 +17,7 @@ void Traffic::onIs(bool on) {
       return;
    }
    if (on) {
+      // From now on: nothing arrived while traffic was off.
       deliveredAt_ = Kiln::System::currentTime();
       clock_.timeMinIs(deliveredAt_ + tick);
    } else {
@@ -33,6 +34,7 @@ void Traffic::handleClock() {
 
 void Traffic::deliver() {
    const double now = Kiln::System::currentTime();
+   // What passed, not a tick: a late clock loses no frames.
    time_ += now - deliveredAt_;
    deliveredAt_ = now;
    for (Chip* chip : fleet_.chips()) {

@@ -170,6 +170,7 @@ U32 addIp(SeededRandom& random, FrameInfo& frame, IpVersion version, U32 group) 
    frame.etherType = version == IpVersion::v4 ? etherTypeIpv4 : etherTypeIpv6;
    IpHeader& ip = frame.ip;
    ip.version = version;
+   // In agreement with the tag, so that a frame gets the same queue by either.
    ip.dscp = static_cast<U8>((frame.tagged() ? frame.outerTag.priority : random.below(8)) << 3);
    ip.source = hostAddress(version, frame.sourceMac);
    bool unicast = frame.destination == Destination::unicast;
@@ -225,6 +226,7 @@ FrameInfo drawData(SeededRandom& random, std::size_t port, std::size_t portCount
       frame.destination = Destination::multicast;
    }
    octets += addIp(random, frame, version, group);
+   // The headers have to fit: those of VXLAN over IPv6 alone are longer than the shortest frame.
    frame.wireLength = std::max(octets, drawLength(random));
    return frame;
 }

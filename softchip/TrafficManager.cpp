@@ -19,6 +19,7 @@ constexpr unsigned slowPortPeriod = 8;
 // The part of the burst that the lowest queue leaves to higher ones.
 constexpr double reservedShare = 0.25;
 constexpr unsigned multicastQueue = 8;
+// What a frame takes on the wire beside itself: 12 octets of gap, 8 of preamble.
 constexpr unsigned gapAndPreambleOctets = 20;
 
 unsigned priorityOf(const FrameInfo& frame) {
@@ -33,6 +34,7 @@ unsigned queueOf(const FrameInfo& frame, unsigned slot) {
    case 2:
       return priority / 4;
    case 14:
+      // Six group queues for eight priorities: the highest three share the last.
       return frame.destination == Destination::unicast ? priority : multicastQueue + std::min(priority, 5U);
    default:
       return priority;
@@ -66,6 +68,7 @@ U64 TrafficManager::send(const OfferedCopies& offered, double now) {
    const bool idle = port.burst >= full;
    const double each = static_cast<double>(offered.octetsEach + gapAndPreambleOctets);
    const unsigned priority = std::min(offered.queue, multicastQueue - 1);
+   // Falls with the priority, and the highest queue may use the whole burst.
    const double reserved = full * reservedShare * (multicastQueue - 1 - priority) / multicastQueue;
    const double room = port.burst - reserved;
    const bool allFit = room >= static_cast<double>(offered.packets) * each;
@@ -82,6 +85,7 @@ U64 TrafficManager::send(const OfferedCopies& offered, double now) {
       // A frame can leave before it has arrived whole only at the speed at which it arrives.
       add(pipe, BF_TM_PIPE_CUT_THROUGH, sent, offered.octetsEach);
    }
+   // The peak of a single port: a sum over the pipe would cost 68 ports for each frame.
    U64& watermark = *words(pipe, BF_TM_PIPE_WATERMARK);
    watermark = std::max(watermark, port.cellsAt(now));
    return sent;
@@ -96,6 +100,7 @@ std::optional<bf_tm_pipe_counter_t> TrafficManager::counter(unsigned pipe, U32 t
    case BF_TM_PIPE_WATERMARK:
    case BF_TM_PIPE_CUT_THROUGH:
       return bf_tm_pipe_counter_t{words(pipe, type)[0], words(pipe, type)[1]};
+   // Follows from the time, since queues drain while nobody looks. So it is computed, and not kept with the counters.
    case BF_TM_PIPE_CELLS: {
       const auto first = ports_.begin() + pipe * portsPerPipe;
       const U64 cells = std::accumulate(first, first + portsPerPipe, U64{0},

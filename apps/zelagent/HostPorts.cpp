@@ -33,6 +33,7 @@ void HostPorts::handleClock() {
    // Armed first, in case something below throws.
    clock_.timeMinIs(Kiln::System::currentTime() + tick);
    SoftChip::Chip& chip = agent_.chipNamed(chipName);
+   // Before the new ones, which may need the ports that become free.
    std::erase_if(ports_, [&](const auto& port) {
       const bool isGone = !interfaces_.mirror(port.first, chip, port.second);
       if (isGone) {
@@ -54,6 +55,7 @@ void HostPorts::add(const Kiln::String& name) {
       const U16 devicePort = ZlPort::devicePort(place / perPipe, place % perPipe);
       if (!chip.hasPort(devicePort)) {
          agent_.portAdd(Pelt::IntfId(Kiln::Name(name)), chipName, devicePort);
+         // At once: read as zeros first, the kernel's whole count would be one step of traffic.
          interfaces_.mirror(name, chip, devicePort);
          ports_.emplace(name, devicePort);
          return;

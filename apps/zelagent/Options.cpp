@@ -63,6 +63,7 @@ void takeTraffic(Options& options, const Kiln::String& source) {
    } else if (source == "host") {
       options.traffic = Options::Traffic::host;
    } else if (source.find_first_of("./") != Kiln::String::npos) {
+      // A misspelt keyword must not be looked for as a file.
       options.traffic = Options::Traffic::capture;
       options.captureFile = source;
    } else {
@@ -88,18 +89,18 @@ constexpr std::array options{
             [](Options& o, const Kiln::String& v) {
                o.agent.ports = number("--ports", v, 0, ZlPort::maxPipes * ZlPort::frontPanelPortsPerPipe);
             }},
-     Option{"--capabilities", "LIST", "out of vlan,vxlan,vrf-nat,qos-policy, or none (all four)",
+     Option{"--capabilities", "LIST", "a list out of vlan,vxlan,vrf-nat,qos-policy, or none (all four)",
             takeCapabilities},
      Option{"--traffic", "SOURCE",
             "synthetic, none, host (its interfaces are the ports), or a capture file for the first "
             "port (synthetic)",
             takeTraffic},
-     Option{"--seed", "N", "of the synthetic traffic (1)",
+     Option{"--seed", "N", "seed of the synthetic traffic (1)",
             [](Options& o, const Kiln::String& v) {
                const auto seed = Kiln::parseNumber<U64>(v);
                o.agent.seed = seed ? *seed : (refuse("--seed", v, "a number from 0 upward"), 0);
             }},
-     Option{"--polling", "SECONDS", "from the end of one polling pass to the start of the next (2)",
+     Option{"--polling", "SECONDS", "time from the end of one polling pass to the start of the next (2)",
             [](Options& o, const Kiln::String& v) {
                const auto interval = Kiln::parseSeconds(v, longestPollingInterval);
                if (!interval || *interval < shortestPollingInterval) {
@@ -107,15 +108,16 @@ constexpr std::array options{
                }
                o.agent.pollingInterval = *interval;
             }},
-     Option{"--socket", "PATH", "where commands come in ($ZEL_SOCKET, else a place of the user's own)",
+     Option{"--socket", "PATH", "socket for commands ($ZEL_SOCKET, else one of the user's own)",
             [](Options& o, const Kiln::String& v) { o.socketPath = v; }},
-     Option{"--silo", "DIR", "keeps shared tables in files there (the machine's shared memory)",
+     Option{"--silo", "DIR", "folder for the shared tables (the machine's shared memory)",
             [](Options& o, const Kiln::String& v) { o.agent.siloFolder = v; }},
-     Option{"--hardware", "FILE", "keeps hardware counters there, so that they outlive the agent (none)",
+     Option{"--hardware", "FILE", "file for the hardware counters, which then outlive the agent (none)",
             [](Options& o, const Kiln::String& v) { o.agent.hardwareFile = v; }},
-     Option{"--trace", "NAME/LEVELS", "trace lines on standard error, as ZelCounters/0-4; may be repeated",
+     Option{"--trace", "NAME/LEVELS",
+            "trace lines on standard error, such as ZelCounters/0-4; may be repeated",
             [](Options&, const Kiln::String& v) { takeTrace(v); }},
-     Option{"--scenario", "FILE", "runs the statements of a file, or of - for standard input",
+     Option{"--scenario", "FILE", "runs the statements of a file, or of standard input (-)",
             [](Options& o, const Kiln::String& v) { o.scenario = v; }},
      Option{"--help", "", "prints this", [](Options& o, const Kiln::String&) { o.help = true; }},
      Option{"--version", "", "prints the version", [](Options& o, const Kiln::String&) { o.version = true; }},
@@ -161,6 +163,7 @@ Options parseOptions(std::span<const char* const> arguments) {
       } else if (i + 1 < arguments.size()) {
          value = arguments[++i];
       }
+      // Most likely its own value was forgotten. After an equals sign such a value is meant.
       const bool isNextOption = equals == std::string_view::npos && value.starts_with("--");
       if (!option.value.empty() && (value.empty() || isNextOption)) {
          throw std::invalid_argument(Kiln::String(option.name) + " needs a value" +
@@ -170,6 +173,7 @@ Options parseOptions(std::span<const char* const> arguments) {
       option.take(parsed, value);
    }
    check(parsed);
+   // Host interfaces get the ports. Only after the check, so that a bad --ports is refused here too.
    if (parsed.traffic == Options::Traffic::host) {
       parsed.agent.ports = 0;
    }

@@ -38,26 +38,27 @@ const ScenarioConsole::Statement ScenarioConsole::statements[] = {
      {"rmon INTF INDEX VALUE", "sets a raw hardware RMON counter", &ScenarioConsole::setRmon},
      {"replay INTF FILE", "a capture's frames arrive on the interface, at once", &ScenarioConsole::replay},
      {"traffic on|off", "synthetic traffic, seeded", &ScenarioConsole::traffic},
-     {"polling SECONDS", "from the end of one polling pass to the start of the next, once re-armed",
+     {"polling SECONDS", "sets the time between polling passes, from the next pass on",
       &ScenarioConsole::polling},
      {"table CHIP COUNTER PIPE INDEX PACKETS BYTES",
       "sets an entry of a counter table; PIPE is all where it is not per pipe", &ScenarioConsole::setTable},
-     {"capacity CHIP TABLE N", "how many entries a match table holds", &ScenarioConsole::capacity},
+     {"capacity CHIP TABLE N", "sets how many entries a match table can hold", &ScenarioConsole::capacity},
      {"l3 add INTF VLAN", "the interface becomes an L3 interface, carried by the VLAN",
       &ScenarioConsole::addL3},
-     {"l3 delete INTF", "the interface is no L3 interface any more", &ScenarioConsole::deleteL3},
+     {"l3 delete INTF", "the interface is no longer an L3 interface", &ScenarioConsole::deleteL3},
      {"svi CHIP VLAN ingress|egress DECAP SNAT PACKETS BYTES",
       "adds to a programmed VLAN count entry; DECAP and SNAT are 0 or 1", &ScenarioConsole::addSvi},
-     {"vni VNI VLAN", "the VLAN of a VXLAN network, on every chip", &ScenarioConsole::vni},
-     {"snat PREFIX", "source NAT for what comes from there, as 10.1.0.0/16, on every chip",
+     {"vni VNI VLAN", "sets the VLAN of a VXLAN network, on every chip", &ScenarioConsole::vni},
+     {"snat PREFIX", "source NAT for packets from a prefix, such as 10.1.0.0/16, on every chip",
       &ScenarioConsole::snat},
-     {"access INTF VLAN", "the VLAN of the port's untagged frames", &ScenarioConsole::accessVlan},
+     {"access INTF VLAN", "sets the VLAN of the port's untagged frames", &ScenarioConsole::accessVlan},
      {"queue INTF QUEUE PACKETS BYTES DROPS", "sets a queue's raw hardware counts",
       &ScenarioConsole::setQueue},
-     {"vlan INTF VLAN allow|deny", "whether the port takes and sends frames of the VLAN",
+     {"vlan INTF VLAN allow|deny", "sets whether the port takes and sends frames of the VLAN",
       &ScenarioConsole::allowVlan},
-     {"mtu INTF OCTETS", "the longest frame that leaves the port, FCS included", &ScenarioConsole::mtu},
-     {"flood INTF on|off", "whether the port's frames for unknown stations go to all others",
+     {"mtu INTF OCTETS", "sets the length of the longest frame that the port sends, FCS included",
+      &ScenarioConsole::mtu},
+     {"flood INTF on|off", "sets whether the port's frames for unknown stations go to all others",
       &ScenarioConsole::flood},
      {"sdk completion inline|deferred|lost", "how accepted requests complete from here on",
       &ScenarioConsole::completion},
@@ -65,7 +66,7 @@ const ScenarioConsole::Statement ScenarioConsole::statements[] = {
      {"sdk ENTRY-POINT fail STATUS [TIMES]", "its next calls return STATUS", &ScenarioConsole::failSdk},
      {"sdk ENTRY-POINT takes SECONDS", "each of its calls takes that much time", &ScenarioConsole::costSdk},
      {"chip add NAME", "the chip comes up, with its front-panel ports", &ScenarioConsole::addChip},
-     {"chip delete NAME", "the chip goes away, and its ports", &ScenarioConsole::deleteChip},
+     {"chip delete NAME", "the chip goes away, with its ports", &ScenarioConsole::deleteChip},
      {"chip state NAME N", "sets the state in the chip's status, 8 for up", &ScenarioConsole::chipState},
      {"port add INTF CHIP DEVICE-PORT", "gives an interface the port pipe x 128 + slot",
       &ScenarioConsole::addPort},
@@ -73,7 +74,7 @@ const ScenarioConsole::Statement ScenarioConsole::statements[] = {
      {"interface INTF", "prints the interface's published record", &ScenarioConsole::interface},
      {"queues INTF", "prints its queues' published record", &ScenarioConsole::queues},
      {"nat INTF", "prints its source-NAT record", &ScenarioConsole::nat},
-     {"clear INTF", "what is published counts since now, too; INTF is all for every interface",
+     {"clear INTF", "published counts since the last clear restart at 0; INTF may be all",
       &ScenarioConsole::clear},
      {"log", "prints the operator log since the last log", &ScenarioConsole::log},
      {"ringlog", "prints the ring log", &ScenarioConsole::ringLog},
@@ -132,6 +133,7 @@ bool readLine(std::istream& scenario, Kiln::String* line) {
       throw std::runtime_error("the scenario cannot be read: expected a text file");
    }
    if (scenario.fail()) {
+      // getline fails at the end, having read nothing, and if the line is too long.
       if (length == 0) {
          return false;
       }
@@ -196,6 +198,7 @@ void ScenarioConsole::flushOutput() {
 
 void ScenarioConsole::runLine(const Kiln::String& line) {
    Words words = Agent::splitWords(line);
+   // A # within a word belongs to the word.
    words.erase(std::find_if(words.begin(), words.end(), [](const auto& word) { return word[0] == '#'; }),
                words.end());
    if (words.empty()) {
@@ -223,6 +226,7 @@ void ScenarioConsole::advance(const Words& operands) {
 }
 
 void ScenarioConsole::counters(const Words& operands) {
+   // The spool of the channel, so that a scenario prints what a client would get, with the same bound.
    const Agent::CommandSpool spool;
    const Agent::CommandResult result =
         agent_.commandRunner()->run("counters " + Kiln::joined(operands, " "), spool);

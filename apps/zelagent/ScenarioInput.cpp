@@ -12,6 +12,7 @@ ScenarioInput::int_type ScenarioInput::underflow() {
    for (;;) {
       pollfd watched[] = {{fd_, POLLIN, 0}, {endFd_, POLLIN, 0}};
       poll(watched, std::size(watched), -1);
+      // The end comes first, even if there is more to read. After an interrupted poll both are 0, and it is repeated.
       if (watched[1].revents != 0) {
          return traits_type::eof();
       }
@@ -23,6 +24,7 @@ ScenarioInput::int_type ScenarioInput::underflow() {
       if (got == 0 && watched[0].revents != 0) {
          return traits_type::eof();
       }
+      // Whoever shares the terminal may have made it non-blocking, hence EAGAIN.
       if (got < 0 && errno != EINTR && errno != EAGAIN) {
          throw std::system_error(errno, std::generic_category(), "the scenario");
       }

@@ -49,6 +49,7 @@ Kiln::Ptr<const ZelQos::QosToZelPdpClassMapping> pdpClassMapping() {
 }
 
 void makeFolder(const Kiln::String& path) {
+   // Other users' programs read the tables, so they may enter.
    if (!path.empty() && mkdir(path.c_str(), 0755) != 0 && errno != EEXIST) {
       throw std::runtime_error("cannot create the folder " + path + ": " + std::strerror(errno));
    }
@@ -59,11 +60,13 @@ void makeFolder(const Kiln::String& path) {
 SwitchAgent::SwitchAgent(const SwitchAgentConfig& config) : config_(config) {
    const auto lock = Kiln::ActivityLockAnchor::lock();
    sess_hdl = sdkSession;
+   // The clean-up of an earlier agent leaves 0, and at 0 completions are ignored in simulation.
    smRunning = 1;
    makeFolder(config_.siloFolder);
    fleet_ = std::make_unique<SoftChip::Fleet>(config_.hardwareFile);
    traffic_ = std::make_unique<SoftChip::Traffic>(*fleet_, Kiln::activityManagerClock(), config_.seed);
 
+   // New entities notify nobody, and the manager's reactors live on these notifications.
    systemStatus_ = Kiln::allocate<ZelSystem::SystemStatus>();
    systemStatus_->chipCapabilitiesIs(chipTypeName, config_.capabilities);
    systemStatus_->qosToZelPdpClassMappingIs(pdpClassMapping());
@@ -149,6 +152,7 @@ void SwitchAgent::chipAdd(const Kiln::String& name) {
    const ZelId::ZelDevId devId = deviceOf(name);
    chipDel(name);
    SoftChip::Chip& chip = fleet_->chipAdd({name, devId, config_.pipes});
+   // A chip that comes later has the same networks and rules as the others.
    for (const auto& [vni, vlan] : vlanOfVni_) {
       chip.vniIs(vni, vlan.value());
    }
@@ -179,6 +183,7 @@ void SwitchAgent::portsAdd(SoftChip::Chip& chip) {
 
 void SwitchAgent::chipDel(const Kiln::String& name) {
    Kiln::ActivityLockAnchor::assertHeld();
+   // The library goes first and the hardware last, so that nothing in between asks a chip that is gone.
    mgr_->deleteChip(name);
    if (!chipStatus_.contains(name)) {
       return;
@@ -232,6 +237,7 @@ void SwitchAgent::portAdd(const Pelt::IntfId& intf, const Kiln::String& chipName
 void SwitchAgent::portDel(const Pelt::IntfId& intf) {
    Kiln::ActivityLockAnchor::assertHeld();
    const Port port = portOf(intf.text());
+   // The status directory is the first to go: counting ends while the port is still known.
    ethPhyIntfStatusDir_->intfStatusDel(intf);
    systemStatus_->portInfoDel(intf);
    port.chip.portDel(port.devicePort);
@@ -279,6 +285,7 @@ void SwitchAgent::vniIs(U32 vni, Bridging::VlanId vlan) {
    for (SoftChip::Chip* chip : fleet_->chips()) {
       chip->vniIs(vni, vlan.value());
    }
+   // Kept once the chips took it: what they refuse must not reach later ones.
    vlanOfVni_.set(vni, vlan);
 }
 

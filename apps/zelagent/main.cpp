@@ -35,6 +35,7 @@ int endFd = -1; // readable from the first signal on
 std::atomic<int> endingSignal{0};
 
 void handleSignal(int signal) {
+   // Only what a handler may do, and errno belongs to whatever it interrupted.
    const int error = errno;
    endingSignal.store(signal);
    const U64 one = 1;
@@ -46,6 +47,7 @@ void handleSignal(int signal) {
 void endOnSignals() {
    static const Kiln::Ptr<Kiln::ActivityManager> manager = Kiln::ActivityManager::instance();
    signalled = manager.ptr();
+   // A scenario that waits for its input watches this: stop() alone would not wake it.
    endFd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
    if (endFd < 0) {
       throw std::runtime_error(Kiln::String("cannot wait for signals: ") + std::strerror(errno));
@@ -68,13 +70,13 @@ void openStandardStreams() {
 void printHelp() {
    std::cout
         << "Usage: zelagent [OPTION]...\n\n"
-           "A switch agent that counts: software chips, their ports and the counters library. Ask it with "
-           "zelctl.\n\n"
+           "Runs software switching chips and the counters library, and publishes what they count. zelctl is "
+           "the client.\n\n"
         << ZelAgent::optionsHelp()
-        << "\nStatements of a scenario, one a line; '#' begins a comment. Time stands still but for "
-           "advance.\n\n"
+        << "\nStatements of a scenario, one per line; '#' begins a comment. Only advance lets time "
+           "pass.\n\n"
         << ScenarioConsole::statementsHelp()
-        << "\nA scenario ends with status 0; 1 when a command was refused; 2 for an invalid "
+        << "\nA scenario ends with status 0, with 1 if a command was refused, with 2 at an invalid "
            "statement.\n";
 }
 
@@ -107,6 +109,7 @@ int openScenario(const Kiln::String& name) {
 int runScenario(const Options& options) {
    const Kiln::String& name = *options.scenario;
    const int fd = openScenario(name);
+   // Before the agent is made, since it arms clocks.
    Kiln::System::timeSourceIs(Kiln::allocate<Kiln::SimulatedTime>());
    // Tables of its own: an agent may be running beside the scenario.
    ZelAgent::SwitchAgentConfig config = options.agent;
@@ -117,6 +120,7 @@ int runScenario(const Options& options) {
    ZelAgent::ScenarioInput input(fd, endFd);
    std::istream scenario(&input);
    const int status = ScenarioConsole(agent, STDOUT_FILENO, STDERR_FILENO).run(scenario, name);
+   // Whoever ran the scenario waits for its whole output, and has to see that it was cut short.
    return endingSignal.load() != 0 ? 128 + endingSignal.load() : status;
 }
 
@@ -144,6 +148,8 @@ int runAgent(const Options& options) {
    startTraffic(agent, options, &hostPorts);
    {
       const auto lock = Kiln::ActivityLockAnchor::lock();
+      // Only now, with the host's ports added: tables in shared memory outlive the agent, and may hold ports that it no
+      // longer has.
       agent.countersMgr().vexCountersSm()->forgetAbsentPorts();
    }
    const Agent::CommandChannel channel(manager, agent.commandRunner(), socketPath);
@@ -160,6 +166,7 @@ int runAgent(const Options& options) {
 } // namespace
 
 int main(int argc, char** argv) {
+   // A client or reader that leaves is then an error of one write, and not the end of the agent.
    std::signal(SIGPIPE, SIG_IGN);
    openStandardStreams();
    // Line by line, so that text written through descriptors and through streams appears in its order.

@@ -1,4 +1,4 @@
-// zelctl: sends diagnostic commands to the agent and prints its answers, and shows what the agent publishes.
+// zelctl: sends diagnostic commands to the agent, prints its answers, and shows what the agent publishes.
 #include "agent/CommandSocket.h"
 #include "apps/zelctl/commands/Completion.h"
 #include "apps/zelctl/commands/Usage.h"
@@ -16,7 +16,7 @@ struct Options {
    ZelCtl::Client client{Agent::defaultSocketPath(), ""};
    Kiln::String line;                          // the command
    std::optional<Kiln::String> unfinishedLine; // to complete
-   bool ends = false;                          // what was asked for is done, or wrong
+   bool ends = false;                          // an option was wrong, or has done all that was asked for
    int status = ZelCtl::carriedOut;
 
    void endsIs(int endStatus) {
@@ -27,14 +27,14 @@ struct Options {
 
 constexpr const char* optionNames[] = {"--socket", "--silo", "--complete", "--help", "--version"};
 
-// What the option's value is, for errors.
+// Names the option's value in errors.
 Kiln::String valueOf(std::string_view option) {
    return option == "--socket" ? "the path of the agent's socket"
           : option == "--silo" ? "the folder of the shared tables"
                                : "the line to complete";
 }
 
-// The option that the argument is, with a value that is joined to it by '='.
+// One option of the command line, and its value where '=' joins it to the option.
 struct Argument {
    explicit Argument(const Kiln::String& text)
         : option(text.substr(0, text.find('='))), hasValue(option.size() < text.size()),
@@ -107,6 +107,7 @@ int complete(const Options& options) {
 } // namespace
 
 int main(int argc, char** argv) {
+   // A reader of the output that leaves early shows up as a failed write, which is no error here.
    std::signal(SIGPIPE, SIG_IGN);
    const Options options = parseOptions(argc, argv);
    if (options.ends) {
@@ -119,10 +120,10 @@ int main(int argc, char** argv) {
       if (isatty(STDIN_FILENO) != 0) {
          return ZelCtl::runPrompt(options.client);
       }
-      return ZelCtl::complain("no command: expected counters and keywords; 'zelctl --help' lists them");
+      return ZelCtl::complain("no command: 'zelctl help' lists them");
    }
    if (options.line.find('\n') != Kiln::String::npos) {
-      return ZelCtl::complain("a command is one line: leave out the line break");
+      return ZelCtl::complain("a command is a single line: leave out the line break");
    }
    return ZelCtl::runLine(options.client, options.line, nullptr);
 }

@@ -1,6 +1,6 @@
 # shellcheck shell=bash
 # Completion of zelctl's commands for bash. Source it, or install it as 'zelctl' where bash-completion looks.
-# What may come next, zelctl says itself, within a second; here is only how bash asks for it.
+# The candidates come from 'zelctl --complete', which takes no longer than a second.
 
 _zelctl() {
    local options=() line='' word i
@@ -14,7 +14,7 @@ _zelctl() {
             mapfile -t COMPREPLY < <(compgen -f -- "${COMP_WORDS[COMP_CWORD]}")
             return
          fi
-         # The shell hands words over as they were typed.
+         # Words come as they were typed, so '~' is not expanded yet.
          options+=("$word" "${COMP_WORDS[i]/#'~/'/$HOME/}")
          ;;
       -*) ;;

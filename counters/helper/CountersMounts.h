@@ -8,8 +8,11 @@
 
 namespace ZelCounter {
 
-// A plain record of pointers, each null until the agent fills it in. Only qosPolicyDropCountSiloTable is required, and
-// only by a chip that counts QoS-policy drops.
+// A plain record of pointers, each null until the agent fills it. Only qosPolicyDropCountSiloTable is
+// required, and only by a chip that counts QoS-policy drops.
+//
+// Some are only carried: nothing here reads or writes globalIntfConfig, vexCliConfig, bridgingConfig, the three
+// ...IntfConfigDir, the tables for QoS-policy drops and ACL counts, or the ACL clear requests and responses.
 class CountersMounts : public Kiln::PtrInterface {
  public:
    KILN_POINTER(const Interface::EthPhyIntfConfigDir, ethPhyIntfConfigDir)

@@ -1,5 +1,5 @@
-// A stub of the chip maker's SDK: every function that the library needs at link time. Only the reads of port
-// counters do something; the rest refuses, which the library takes as it takes any failing read.
+// A stub of the chip maker's SDK: every function that the library needs at link time. Only the reads of port counters
+// work; the other functions answer "not supported", which the library treats like any failed read.
 #include "Sdk.h"
 
 #include "sdk/bf_pipe.h"
@@ -81,7 +81,7 @@ bf_status_t lld_sku_map_pipe_id_to_phy_pipe_id(bf_dev_id_t, uint32_t logicalPipe
    return BF_SUCCESS;
 }
 
-// Counter tables: this chip is added without a P4 program, so it has none.
+// Counter tables: the chip is added without a P4 program, so it has none.
 
 pipe_status_t pipe_mgr_stat_tbl_symmetric_mode_initialized(bf_dev_id_t, pipe_stat_tbl_hdl_t, bool*) {
    return notSupported;

@@ -1,4 +1,4 @@
-// The stub SDK's back side: what a real chip does by itself.
+// What drives the stub of the SDK, and what a real chip does by itself.
 #pragma once
 
 #include "sdk/bf_types.h"
@@ -8,7 +8,7 @@ namespace Sdk {
 // Frames arrive on a port.
 void receive(bf_dev_port_t port, unsigned frames);
 
-// The chip answers the reads that it has accepted. A real SDK does this on a thread of its own.
+// Completes the reads that were accepted. A real SDK does this on a thread of its own.
 void completeReads();
 
 } // namespace Sdk

@@ -1,6 +1,6 @@
-// The least that an agent needs around the counters library: what the platform tells of chips and ports, the
-// shared tables, the manager, one chip with one port, and the command line's way in. It polls the stub SDK of
-// Sdk.cpp, answers a command, and reads what it published as any other process would.
+// The smallest agent around the counters library: the status of chips and ports, the shared tables, the manager, one
+// chip with one port, and a command. It polls the stub SDK of Sdk.cpp, runs the command, and reads the published record
+// as any other process would.
 #include "Sdk.h"
 #include "agent/CommandRunner.h"
 #include "counters/ZelCountersMgr.h"
@@ -20,21 +20,20 @@ constexpr const char* chipType = "two-pipe chip";
 constexpr ZelId::ZelDevId device = 0;
 constexpr U16 devicePort = 128 + 4; // pipe 1, slot 4
 
-// Owns what the manager works with. Made and destroyed under the activity lock, as everything that isn't an SDK
-// callback runs under it.
+// Owns what the manager works with. Made and destroyed under the activity lock, like all code here.
 class MinimalAgent {
  public:
    explicit MinimalAgent(const Silo::Store& store)
         : commands_(Kiln::allocate<Agent::AgentCommandRequestDirSm>()) {
-      sess_hdl = 1;  // what the SDK calls its session
+      sess_hdl = 1;  // the SDK's session
       smRunning = 1; // SDK callbacks may come
 
-      // Capabilities go by the type of chip: this one has no VLAN tables, no NAT, no policy drops.
+      // Capabilities belong to a type of chip: this one has no VLAN tables, no NAT, no policy drops.
       systemStatus_->chipCapabilitiesIs(chipType, {});
       systemStatus_->hasNotificationActiveIs(true);
       ports_->hasNotificationActiveIs(true);
 
-      // Mounts that are left out leave out what hangs on them.
+      // A mount may stay null: then its feature is left out.
       const Vex::SharedTables tables = Vex::openSharedTables(store);
       auto mounts = Kiln::allocate<ZelCounter::CountersMounts>();
       mounts->ethPhyIntfStatusDirIs(ports_);
@@ -49,7 +48,7 @@ class MinimalAgent {
                                                Kiln::allocate<ZelCounter::CliPortDropData>());
    }
 
-   // Without the P4 program's services, two nulls here, a chip counts its ports only.
+   // The two nulls are the services of the P4 program. Without them a chip counts its ports only.
    void addChip() {
       chipStatus_->highestLogicalPipeIdIs(1);
       chipStatus_->hasNotificationActiveIs(true);
@@ -62,7 +61,7 @@ class MinimalAgent {
       ports_->intfStatusIs(intf, true); // from here on its counters are published
    }
 
-   // As an operator's line arrives; the agent's CommandChannel takes such lines on a socket.
+   // Runs a line as an operator types it. A real agent takes such lines on a socket, with an Agent::CommandChannel.
    bool run(const char* line) {
       const auto runner = Kiln::allocate<Agent::CommandRunner>(commands_);
       runner->commandTypeIs("counters", "ZelCountersCli");
@@ -84,21 +83,21 @@ class MinimalAgent {
    Kiln::Ptr<ZelCounter::ZelCountersMgr> mgr_;
 };
 
-// What telemetry does, in another process and without the activity lock.
+// Reads as telemetry does, which runs in another process and needs no activity lock.
 U64 publishedFrames(const Silo::Store& store, const char* intf) {
    using Silo::Interface::IntfCounters;
    Silo::TableReader<IntfCounters> reader(store, Silo::Interface::TableName::intfCounters);
    Silo::Sample<IntfCounters> sample;
    const Silo::ReadResult result = reader.read(Silo::Key(intf), sample);
    if (result != Silo::ReadResult::ok) {
-      throw std::runtime_error(std::string("nothing to read of ") + intf + ": " + Silo::text(result));
+      throw std::runtime_error(std::string("cannot read the record of ") + intf + ": " + Silo::text(result));
    }
    return sample.record.reading.inPkts;
 }
 
 void runExample(const Silo::Store& store) {
-   // Time stands still but for advance(), so that the example ends at once. A real agent leaves this line out,
-   // and calls run() on the activity manager in place of advance().
+   // With simulated time only advance() lets time pass, so that the example ends at once. A real agent leaves this line
+   // out, and calls run() on the activity manager instead of advance().
    Kiln::System::timeSourceIs(Kiln::allocate<Kiln::SimulatedTime>());
    const auto manager = Kiln::ActivityManager::instance();
    const auto lock = Kiln::ActivityLockAnchor::lock();
@@ -108,8 +107,7 @@ void runExample(const Silo::Store& store) {
    agent.addPort(Pelt::IntfId("Ethernet1"));
    Sdk::receive(devicePort, 1518);
    manager->advance(2.0); // a polling pass: the library asks the SDK for the port's counters
-   Sdk::completeReads();
-   manager->advance(2.0); // what came is vetted and published
+   Sdk::completeReads();  // each is vetted and published at once
 
    if (!agent.run("counters show mac intf Ethernet1 nonzero")) {
       throw std::runtime_error("the command was refused");

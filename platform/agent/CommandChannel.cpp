@@ -127,6 +127,7 @@ void CommandChannel::Client::handleReadable() {
       line_.resize(end); // one command per connection: what follows is ignored
       runCommand();
    } else if (got == 0 && line_.empty()) {
+      // Not a word: such as another agent that looks whether this one is alive.
       channel_->clientDel(this);
    } else if (got == 0) {
       runCommand(); // a last line without its newline counts
@@ -134,6 +135,7 @@ void CommandChannel::Client::handleReadable() {
 }
 
 void CommandChannel::Client::runCommand() {
+   // Asked before the command runs, so that a refused command has done nothing.
    if (channel_->waitingBytes() > channel_->limits_.waitingBytes) {
       answer("too much output waits for clients that read slowly: try again later");
       return;
@@ -158,6 +160,7 @@ void CommandChannel::Client::answer(const Kiln::String& error) {
 
 void CommandChannel::Client::handleWritable() {
    Progress progress = Progress::none;
+   // SDK threads get in meanwhile, but know of no client: only this thread adds and deletes them, so this one stays.
    Kiln::ActivityLockAnchor::yieldWhile([&] { progress = copyOut(); });
    if (progress == Progress::done || progress == Progress::gone) {
       channel_->clientDel(this);
@@ -177,6 +180,7 @@ CommandChannel::Client::Progress CommandChannel::Client::copyOut() {
       from = channel_->piece_.data();
       length = spool_->read(sent_, channel_->piece_.data(), std::min(pieceSize, size_ - sent_));
    }
+   // MSG_NOSIGNAL: a client that went away is an error of its own connection, not a signal that ends the agent.
    const ssize_t taken = send(fd(), from, length, MSG_NOSIGNAL);
    if (taken < 0) {
       return errno == EAGAIN || errno == EINTR ? Progress::none : Progress::gone;
@@ -220,9 +224,11 @@ void CommandChannel::handleConnection(Kiln::OwnedFd connection) {
       return;
    }
    const Kiln::String answer = errorTail("too many clients at once: try again later");
+   // Not repeated: so short an answer fits into a new socket's buffer, and a client that has gone misses nothing.
    [[maybe_unused]] const auto sent = send(connection.fd(), answer.data(), answer.size(), MSG_NOSIGNAL);
 }
 
+// Mostly called by the client itself, which must not touch itself afterwards.
 void CommandChannel::clientDel(const Client* client) {
    std::erase_if(clients_, [client](const auto& one) { return one.get() == client; });
 }

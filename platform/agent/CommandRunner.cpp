@@ -81,6 +81,7 @@ std::vector<Kiln::String> CommandRunner::completions(std::vector<Kiln::String> w
 void CommandRunner::completeLine(std::string_view line, int fd) const {
    std::vector<Kiln::String> words = splitWords(line);
    Kiln::String begun;
+   // Without a blank behind it, the last word is still being typed.
    if (!words.empty() && blanks.find(line.back()) == std::string_view::npos) {
       begun = words.back();
       words.pop_back();
@@ -120,12 +121,15 @@ CommandResult CommandRunner::run(std::string_view line, const CommandSpool& spoo
          result = runWords(splitWords(line), spool.fd());
       }
    } catch (const std::exception& error) {
+      // Whatever a command throws, it must not bring the agent down.
       result.error = Kiln::String("the command failed: ") + error.what();
    }
+   // An error of the command itself says more than that its output was cut.
    if (result.ok() && spool.isFull()) {
       result.error = "the output ends here, at its bound of " + std::to_string(spool.limit() >> 10U) +
                      " KiB: ask for one chip, interface or table, or with nonzero";
    }
+   // It may quote what was typed, and goes to somebody's terminal as one line.
    result.error = printableLine(std::move(result.error));
    return result;
 }

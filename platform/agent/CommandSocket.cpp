@@ -42,6 +42,7 @@ void prepareDefaultSocketFolder() {
       throw std::runtime_error("cannot create " + folder + " (" + std::strerror(errno) +
                                "): choose a socket with --socket PATH");
    }
+   // Checked even if mkdir found it there, and without following a link: in /tmp anyone may have made it.
    struct stat status {};
    if (lstat(folder.c_str(), &status) != 0 || !S_ISDIR(status.st_mode) || status.st_uid != geteuid() ||
        (status.st_mode & (S_IWGRP | S_IWOTH)) != 0) {

@@ -33,6 +33,7 @@ std::size_t CommandSpool::size() const {
    return isFull() ? wholeLines() : written();
 }
 
+// The bound cuts the last line anywhere, and half a number would be a wrong one.
 std::size_t CommandSpool::wholeLines() const {
    char tail[4096];
    const std::size_t from = limit_ - std::min(limit_, sizeof tail);

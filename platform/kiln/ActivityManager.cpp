@@ -37,6 +37,7 @@ ActivityManager::Descriptor::~Descriptor() {
 void ActivityManager::Descriptor::wantsIs(bool readable, bool writable) {
    readable_ = readable;
    writable_ = writable;
+   // A sleeping loop still waits for what was wanted before.
    manager_->wakeSleeper();
 }
 
@@ -60,6 +61,7 @@ ActivityManager::ActivityManager()
 }
 
 ActivityManager::~ActivityManager() {
+   // Notifiees hold the clock, which may therefore outlive this manager.
    clock_->wakeIs({});
 }
 
@@ -81,6 +83,8 @@ void ActivityManager::wakeSleeper() const noexcept {
 }
 
 void ActivityManager::stop() noexcept {
+   // Wakes even a loop that is not asleep: a signal may come between its last look at stopping_ and its sleep, and the
+   // event then ends that sleep at once.
    stopping_.store(true);
    wake();
 }
@@ -110,6 +114,7 @@ void ActivityManager::sleep() {
    std::vector<pollfd> polled{{wakeEvent_.fd(), POLLIN, 0}};
    std::vector<Descriptor*> waiting{nullptr};
    for (Descriptor* descriptor : descriptors_) {
+      // One that wants nothing is left out: poll would report its hang-up at once and again, and serve() ignore it.
       if (descriptor->readable_ || descriptor->writable_) {
          const int events = (descriptor->readable_ ? POLLIN : 0) | (descriptor->writable_ ? POLLOUT : 0);
          polled.push_back({descriptor->fd_, static_cast<short>(events), 0});
@@ -180,6 +185,7 @@ void ActivityManager::advance(double seconds) {
    for (double expiry = clock_->earliestExpiry(); expiry <= end + instant && !stopping_.load();
         expiry = clock_->earliestExpiry()) {
       time.nowIs(expiry);
+      // No limit, unlike in real time: what a handler arms for this instant fires within the same advance.
       runOne(time.now(), std::numeric_limits<U64>::max());
    }
    if (!stopping_.load()) {

@@ -41,6 +41,7 @@ struct NumberedName {
    explicit NumberedName(const String& text) {
       const std::size_t digits = text.find_last_not_of("0123456789") + 1;
       stem = text.substr(0, digits);
+      // At most nine digits, so that stoul cannot throw.
       isNumbered = text.size() > digits && text.size() - digits < 10;
       number = isNumbered ? std::stoul(text.substr(digits)) : 0;
    }

@@ -27,6 +27,7 @@ void Clock::Notifiee::timeMinIs(double time) {
       throw std::invalid_argument("clock time is not a number");
    }
    const std::lock_guard lock(clock_->mutex_);
+   // Even if the time stays the same: armed anew, this one goes behind the others of that time.
    clock_->disarm(*this);
    // Neither never nor any other infinity is queued: what is not in the queue never fires.
    if (time <= std::numeric_limits<double>::max()) {
@@ -35,6 +36,7 @@ void Clock::Notifiee::timeMinIs(double time) {
 }
 
 Clock::~Clock() {
+   // Notifiees hold their clock, so none can be left that is armed.
    KILN_ASSERT(queue_.empty());
 }
 
@@ -70,6 +72,7 @@ bool Clock::fireNext(double time, U64 sequenceLimit) const {
          if (expiry.time > time) {
             return false;
          }
+         // Those armed beyond the limit are passed over, not stopped at: one may stand before an older one that is due.
          if (expiry.sequence < sequenceLimit) {
             due = expiry.notifiee;
             break;

@@ -35,6 +35,7 @@ Name::Name(std::string_view text) {
       }
    }
    const std::unique_lock lock(all.mutex);
+   // Once more: another thread may have added it between the two locks.
    if (const auto found = all.index.find(text); found != all.index.end()) {
       entry_ = found->second;
       return;

@@ -53,6 +53,7 @@ void OperatorLog::log(const LogMessage& message, std::span<const String> argumen
       entries_.push_back(entry);
       sink = sink_;
    }
+   // Without the mutex, so that a sink may itself log.
    if (sink) {
       sink(entry);
    }

@@ -103,6 +103,7 @@ void TextOutput::flush() {
          pollfd wait{fd_, POLLOUT, 0};
          ::poll(&wait, 1, -1);
       } else if (written == 0) {
+         // Neither progress nor an error: it would be tried for ever.
          error_ = EIO;
       } else if (errno != EINTR) {
          error_ = errno;

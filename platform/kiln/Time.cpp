@@ -13,6 +13,7 @@ namespace {
 std::atomic<TimeSource*> active{nullptr};
 
 Ptr<TimeSource>& held() {
+   // Never freed: logs ask for the time while statics are destroyed.
    static auto* source = new Ptr<TimeSource>;
    return *source;
 }
@@ -24,6 +25,7 @@ double RealTime::now() const {
 }
 
 void SimulatedTime::nowIs(double seconds) {
+   // Never backward: a handler may have been charged beyond the expiry that the driver sets next.
    if (seconds > now_.load(std::memory_order_relaxed)) {
       now_.store(seconds, std::memory_order_relaxed);
    }
@@ -32,6 +34,7 @@ void SimulatedTime::nowIs(double seconds) {
 namespace System {
 
 void timeSourceIs(Ptr<TimeSource> source) {
+   // First, since the old source may end with the next line.
    active.store(source.ptr(), std::memory_order_release);
    held() = std::move(source);
 }

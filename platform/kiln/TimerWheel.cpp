@@ -14,6 +14,7 @@ TimerWheel::TimerWheel(const Kiln::Ptr<const Kiln::Clock>& clock, U32 tickMs, U3
                        U32 slotCount)
      : tickMs_(tickMs), perTick_(perTick), current_(firstSlot), slots_(slotCount),
        tick_(clock, this, &TimerWheel::handleTick) {
+   // Two slots at least: no timer goes into the current one, which has been passed already.
    KILN_ASSERT(tickMs > 0 && perTick > 0 && slotCount > 1 && firstSlot < slotCount);
 }
 
@@ -30,6 +31,7 @@ void TimerWheel::arm(Timer& timer, double delay) {
    const double ticks =
         std::clamp(std::ceil(delay * 1000.0 / tickMs_), 1.0, static_cast<double>(slots_.size() - 1));
    std::list<Timer*>& slot = slots_[(current_ + static_cast<std::size_t>(ticks)) % slots_.size()];
+   // Nodes are used again: once as many timers were armed as ever are, arming allocates nothing.
    if (free_.empty()) {
       slot.push_back(&timer);
    } else {
@@ -62,6 +64,7 @@ void TimerWheel::turn() {
    do {
       current_ = (current_ + 1) % slots_.size();
       for (Timer* timer : slots_[current_]) {
+         // A timer may be disarmed while it waits to be served, and has to know which list it is in.
          timer->slot_ = &due_;
       }
       due_.splice(due_.end(), slots_[current_]);

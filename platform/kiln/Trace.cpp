@@ -77,6 +77,8 @@ TraceHandle::TraceHandle(const char* name) : name_(name) {
    Registry& all = registry();
    const std::lock_guard lock(all.mutex);
    all.handles.push_back(this);
+   // In the order in which they were made: a later setting overrides an earlier one, as it does for a handle that
+   // exists.
    for (const Setting& setting : all.settings) {
       if (matches(setting, name)) {
          levelsIs(setting.mask);
@@ -105,6 +107,7 @@ bool traceSettingIs(std::string_view text, String* error) {
          handle->levelsIs(setting.mask);
       }
    }
+   // Kept for handles that register later.
    all.settings.push_back(std::move(setting));
    return true;
 }

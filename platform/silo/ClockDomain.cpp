@@ -17,6 +17,7 @@ std::array<std::uint64_t, 2> bootId() {
    std::array<std::uint64_t, 2> id{};
    std::size_t digits = 0;
    if (!(file >> text)) {
+      // All zeros, which is comparable with nothing, not even with itself.
       return id;
    }
    for (char c : text) {
@@ -33,6 +34,7 @@ std::array<std::uint64_t, 2> bootId() {
 std::uint64_t processStart() {
    std::ifstream file("/proc/self/stat");
    file.ignore(std::numeric_limits<std::streamsize>::max(), ')'); // the command name may hold blanks
+   // The start time is the 22nd field of the line, the name the 2nd.
    constexpr int fieldsBeforeStart = 19;
    std::string skipped;
    for (int i = 0; i < fieldsBeforeStart; ++i) {
@@ -57,6 +59,7 @@ bool ClockDomain::isComparableWith(const ClockDomain& other) const {
    return simulated == other.simulated && id == other.id && id != std::array<std::uint64_t, 2>{};
 }
 
+// Kiln reads this clock too. Silo does without Kiln, so that any program can read the tables.
 double monotonicNow() {
    timespec now{};
    clock_gettime(CLOCK_MONOTONIC, &now);

@@ -11,6 +11,8 @@ namespace Silo {
 
 std::uint64_t Journal::write(std::size_t slot, const RecordContent& content) {
    std::atomic_signal_fence(std::memory_order_seq_cst);
+   // A kill from here on leaves a journal that does not match its seal, so take() rejects it. But every slot is whole
+   // then: the one written last is closed, and the next one is untouched.
    std::uint64_t checksum = copyWithChecksum(content, this + 1);
    slot_ = slot + 1;
    seal_ = sealOf(slot, checksum);
@@ -30,6 +32,7 @@ std::optional<std::uint64_t> Journal::take(std::size_t slot, Key& key, RecordInf
                                            std::size_t size) const {
    key = Key(key_);
    info = info_;
+   // Summed while it is copied out; the key takes part by its hash. So one comparison covers all that was journalled.
    std::uint64_t checksum = copyWithChecksum({key, info, this + 1, size}, payload);
    if (slot_ != slot + 1 || seal_ != sealOf(slot, checksum) || !key.isValid()) {
       return std::nullopt;

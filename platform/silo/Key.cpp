@@ -19,6 +19,7 @@ Key::Key(std::string_view text) {
    if (text.empty() || text.size() > maxLength || !std::all_of(text.begin(), text.end(), isPrintable)) {
       std::string shown;
       for (char c : text.substr(0, maxLength)) {
+         // The text ends up in logs and on terminals, where control characters would act.
          shown += isPrintable(c) ? c : '?';
       }
       throw std::invalid_argument("\"" + shown + "\" (" + std::to_string(text.size()) +
@@ -37,6 +38,7 @@ std::string_view Key::view() const {
 bool Key::isValid() const {
    std::string_view text = view();
    const char* bytes = text.data();
+   // Keys are compared word by word, so what follows the text has to be zero.
    return !text.empty() && std::all_of(text.begin(), text.end(), isPrintable) &&
           std::all_of(bytes + text.size(), bytes + sizeof words_, [](char c) { return c == 0; });
 }

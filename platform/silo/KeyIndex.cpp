@@ -7,6 +7,7 @@ namespace Silo {
 
 void KeyIndex::reset(std::size_t slots) {
    keys_.assign(slots, Key{});
+   // At least one place stays free even with every slot in use: a look-up ends there.
    places_.assign(std::bit_ceil(2 * slots + 1), Place{});
    mask_ = places_.size() - 1;
    size_ = 0;

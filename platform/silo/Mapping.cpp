@@ -52,6 +52,7 @@ Mapping::~Mapping() {
 }
 
 bool Mapping::lock() {
+   // Does not wait: a second writer is refused with a message, and does not hang until the first one ends.
    struct flock request = wholeFile(F_WRLCK);
    if (fcntl(descriptor_, F_OFD_SETLK, &request) == 0) {
       return true;
@@ -63,6 +64,7 @@ bool Mapping::lock() {
 }
 
 bool Mapping::isLockedByAnother() const {
+   // Only asks. Readers never hold the lock, so none of them can keep a writer from starting.
    struct flock request = wholeFile(F_RDLCK);
    if (fcntl(descriptor_, F_OFD_GETLK, &request) != 0) {
       throwError(errno, "lock query");
@@ -72,6 +74,7 @@ bool Mapping::isLockedByAnother() const {
 
 bool Mapping::isStale() const {
    struct stat status = statusOf(descriptor_);
+   // Beyond the end of a file that was cut, a load would raise SIGBUS.
    return status.st_nlink == 0 || static_cast<std::size_t>(status.st_size) < size_;
 }
 
@@ -95,6 +98,7 @@ void Mapping::swap(Mapping& other) noexcept {
 }
 
 void Mapping::map(std::size_t size) {
+   // mmap refuses a length of 0, and a file that was just created is empty.
    if (size == 0) {
       return;
    }

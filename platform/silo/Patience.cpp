@@ -12,6 +12,7 @@ bool Patience::wait() {
    if (waits_++ < spins) {
       return true;
    }
+   // The spins nearly always suffice, so only a longer wait pays for the clock and for the query of the lock.
    if (deadline_ == Clock::time_point{}) {
       deadline_ = Clock::now() + limit;
    }

@@ -68,6 +68,7 @@ void RawTable::open() {
    } else {
       kept = restoreState();
    }
+   // Never fewer than there were: the records stay, and readers have these slots mapped.
    std::size_t capacity = std::max(kept, options_.capacity);
    if (mapping_.size() < geometry_.sizeFor(capacity)) {
       // In place. New slots are zeros, and so is a free slot: a kill in here does no harm.
@@ -88,6 +89,7 @@ void RawTable::open() {
 
 void RawTable::create() {
    mapping_.grow(geometry_.sizeFor(options_.capacity));
+   // A kill before this leaves a magic number of 0. The next start takes that for no table and creates it anew.
    header().identityIs(layout_);
 }
 
@@ -108,6 +110,8 @@ std::size_t RawTable::restoreState() {
    // The file's size bounds what the header may claim: a file cut short must not be read past its end.
    std::size_t fitting = std::min(geometry_.capacityOf(mapping_.size()), TableHeader::maxCapacity);
    if (header().tryReadState(state_) != TableHeader::StateRead::whole) {
+      // The records can do without the state: the file's size bounds their number, and each slot has its own key. Their
+      // sample times become unknown, since their clock is.
       state_ = {};
       report("", "the header's state is torn", Remedy::headerMended);
       return fitting;
@@ -182,6 +186,7 @@ void RawTable::mendSlot(SlotIndex i, const char* finding) {
          remedy = Remedy::kept;
       } else {
          remedy = Remedy::restarted;
+         // A generation below the one that a reader has seen tells it that the record began anew.
          info = {1, unknownSampleTime};
          std::copy(defaultEntry_.begin(), defaultEntry_.end(), scratch_.begin());
       }
@@ -220,6 +225,7 @@ std::vector<Key> RawTable::keys() const {
 }
 
 void RawTable::write(const Key& key, const void* payload, double sampleTime) {
+   // An infinity stands for a time that is not known, and a NaN would make every age a NaN.
    if (!std::isfinite(sampleTime)) {
       throw std::invalid_argument("table " + name_ + ", record " + std::string(key.view()) +
                                   ": the sample time has to be a finite number of seconds");
@@ -256,6 +262,7 @@ RawTable::SlotIndex RawTable::slotFor(const Key& key) {
 }
 
 void RawTable::writeSlot(SlotIndex i, const RecordContent& content) {
+   // The argument comes first: the journal has to be complete before the slot changes.
    slot(i).write(content, journal().write(i, content));
 }
 
@@ -264,6 +271,7 @@ void RawTable::remove(const Key& key) {
    if (i == KeyIndex::none) {
       return;
    }
+   // The directory version stays: readers notice from the slot itself that its key has gone.
    freeSlot(i);
    index_.erase(i);
    free_.push_back(i);
@@ -281,6 +289,8 @@ RecordInfo RawTable::read(const Key& key, void* payload) const {
       throw AbsentRecord("table " + name_ + " has no record \"" + std::string(key.view()) + "\"");
    }
    RecordInfo info;
+   // One attempt will do: the one writer is the caller itself, so a slot that is not whole was damaged by somebody
+   // else.
    if (slot(i).tryRead(key, info, payload, layout_.size) != RecordSlot::State::whole) {
       throw CorruptionError({name_, std::string(key.view()), "overwritten in memory", Remedy::none});
    }

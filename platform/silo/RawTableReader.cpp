@@ -50,6 +50,7 @@ ReadResult RawTableReader::read(const Key& key, void* payload, RecordInfo& info)
       ReadResult result = ReadResult::absent;
       if (std::size_t i = index_.find(key); i != KeyIndex::none) {
          result = readIndexed(i, patience, key, payload, info);
+         // These two may only mean that the index is old: the key may be in another slot by now.
          if (result != ReadResult::absent && result != ReadResult::corrupt) {
             return result;
          }
@@ -57,6 +58,7 @@ ReadResult RawTableReader::read(const Key& key, void* payload, RecordInfo& info)
       if (isIndexCurrent) {
          return result;
       }
+      // Each new index costs some patience: a writer that keeps adding keys must not hold the reader for ever.
       if (!patience.wait()) {
          return ReadResult::busy;
       }
@@ -70,6 +72,7 @@ const TableState& RawTableReader::state() {
 }
 
 bool RawTableReader::isWriterAlive() {
+   // Refreshed first, so that the lock is asked of the file that has the name now.
    return refresh(true) && mapping_.isLockedByAnother();
 }
 
@@ -130,11 +133,13 @@ bool RawTableReader::refresh(bool isThorough) {
        !(isThorough && mapping_.isStale())) {
       return true;
    }
+   // Given up before a new one is found: a table that was replaced must not pass for a current one.
    mapping_ = {};
    try {
       attach();
       return true;
    } catch (const TableError& error) {
+      // Kept, not thrown: the writer may be just restarting, and the next read tries again.
       problem_ = error.what();
       return false;
    }
@@ -154,6 +159,8 @@ void RawTableReader::attach() {
    }
    Patience patience(mapping);
    TableState state;
+   // Taken before the state: if the state changes in between, this sequence is out of date, and the next read attaches
+   // again.
    std::uint64_t sequence = header.stateSequence();
    for (;;) {
       TableHeader::StateRead result = header.tryReadState(state);
@@ -170,6 +177,7 @@ void RawTableReader::attach() {
       }
       sequence = header.stateSequence();
    }
+   // The checksum vouches for the capacity, not for the file: reading past its end would raise SIGBUS.
    if (state.capacity > geometry_.capacityOf(mapping.size())) {
       throw TableError(who + "was cut short: it has " + std::to_string(mapping.size()) + " bytes, expected " +
                        std::to_string(geometry_.sizeFor(state.capacity)) + " for " +

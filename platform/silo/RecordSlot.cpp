@@ -78,6 +78,8 @@ std::uint64_t RecordSlot::beginWrite() {
 
 void RecordSlot::write(const RecordContent& content, std::uint64_t checksum) {
    std::uint64_t odd = beginWrite();
+   // The order of these stores is free: readers reject them all until the sequence is even, and after a kill the
+   // journal has the record.
    // The key is written every time: if somebody has overwritten it, this makes the record whole again.
    keyHash_.store(content.key.hash(), release);
    storeKey(key_, content.key.words());
@@ -97,6 +99,7 @@ void RecordSlot::clear() {
    std::uint64_t odd = beginWrite();
    // The hash first: without it the key is not valid, so a kill in here leaves no record that looks intact.
    keyHash_.store(0, release);
+   // The payload stays: a slot without a key is free, whatever else lies in it.
    storeKey(key_, {});
    sequence_.store(odd + 1, release);
 }
@@ -153,6 +156,8 @@ RecordSlot::State RecordSlot::load(const Key& key, RecordInfo& info, void* paylo
       sum.add(row);
    }
    if (size != 0) {
+      // The writer filled this row up with zeros, so the whole row is summed. The caller gets only the payload's own
+      // bytes.
       std::uint64_t row[wordsPerRow];
       unrolled<wordsPerRow>([&](std::size_t i) { row[i] = words[i].load(acquire); });
       sum.add(row);

@@ -18,6 +18,7 @@ namespace {
 
 constexpr std::size_t maxNameLength = 63;
 
+// The names become parts of a path: a slash in one would lead out of the store's place.
 void requireName(const std::string& what, const std::string& name) {
    auto isAllowed = [](char c) {
       return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' ||
@@ -116,6 +117,8 @@ std::string Store::pathOf(const std::string& table) const {
 
 int Store::open(const std::string& table, int flags) const {
    std::string path = pathOf(table);
+   // A link is not followed, since another user could have put it there and have the writer overwrite any file.
+   // shm_open sets both flags itself.
    return kind_ == Kind::sharedMemory ? shm_open(path.c_str(), flags, mode_)
                                       : ::open(path.c_str(), flags | O_CLOEXEC | O_NOFOLLOW, mode_);
 }

@@ -55,7 +55,9 @@ std::string TableHeader::identityProblem(const RecordLayout& layout) const {
    if (foundMagic != magic) {
       return "does not begin with a table's magic number: overwritten, or no table at all";
    }
+   // Relaxed from here on: the magic number was stored last, with release, and the identity never changes after it.
    std::uint64_t format = formatVersion_.load(std::memory_order_relaxed);
+   // Before the checksum, whose place and formula belong to the format.
    if (format != formatVersion) {
       return "has format " + std::to_string(format) + ", expected " + std::to_string(formatVersion) +
              ": reader and writer are of different releases";
@@ -94,6 +96,8 @@ void TableHeader::stateIs(const TableState& state) {
                                                state.clockDomain.simulated ? 1u : 0u,
                                                state.clockDomain.id[0],
                                                state.clockDomain.id[1]};
+   // The memory order is that of a record, which RecordSlot.h explains. A dead writer's odd sequence is continued here
+   // too.
    std::uint64_t odd = stateSequence_.load(std::memory_order_relaxed) | 1;
    stateSequence_.store(odd, std::memory_order_relaxed);
    for (std::size_t i = 0; i < stateWords; ++i) {

@@ -27,6 +27,7 @@ bool L3Counters::add(const Pelt::IntfId& intf) {
    }
    try {
       Counted counted{Silo::Key(intf.text()), Kiln::allocate<VexTypes::L3IntfCounters>()};
+      // Counting goes on from what an earlier process published, so that totals never step back over a restart.
       const auto published = counters_->sampleOrDefault(counted.key);
       counted.previous->recordIs(published.record);
       counted.previous->sampleTimeIs(published.info.sampleTime);

@@ -13,6 +13,7 @@ using Silo::Interface::QueueStatistics;
 
 namespace {
 
+// A lower value means that the queue began again from zero, so it counts whole.
 U64 increment(U64 last, U64 value) {
    return value >= last ? value - last : value;
 }
@@ -45,6 +46,7 @@ QueuePublisher::History& QueuePublisher::historyOf(const Pelt::IntfId& intf) {
    if (history == nullptr) {
       histories_.set(intf, {Silo::Key(intf.text())});
       history = histories_.find(intf);
+      // The first look at the interface in this process: an earlier one may have left its clear record ahead.
       if (clearCounters_) {
          dropClearAhead(clearCounters_->table(), history->key,
                         counters_->table().sampleOrDefault(history->key).record);
@@ -59,6 +61,7 @@ void QueuePublisher::publish(const Pelt::IntfId& intf, const VexTypes::IntfQueue
       return;
    }
    History& history = historyOf(intf);
+   // The totals are kept in the table alone, so they go on from where an earlier process left them.
    auto sample = counters_->table().sampleOrDefault(history.key);
    auto& record = sample.record;
    // Another port: its counts cannot be compared with the previous ones, while the published totals stand.
@@ -137,6 +140,7 @@ void QueuePublisher::clearAll(PublishErrors& errors) {
 
 void QueuePublisher::remove(const Pelt::IntfId& intf) {
    histories_.erase(intf);
+   // Also without a history: the records may be an earlier process's.
    const Silo::Key key(intf.text());
    if (counters_) {
       counters_->table().recordDel(key);

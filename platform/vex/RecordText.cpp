@@ -37,6 +37,7 @@ void addLine(Kiln::String* lines, const Kiln::String& name, const Kiln::String& 
    *lines += name + " " + value + "\n";
 }
 
+// A counter that the record does not have stands at 0: a queue may have come after the clear.
 U64 totalOf(const RecordText& text, const Kiln::String& name) {
    const auto found = std::find_if(text.counters.begin(), text.counters.end(),
                                    [&](const NamedCounter& one) { return one.name == name; });
@@ -85,15 +86,18 @@ RecordText textOf(const Silo::Interface::NatCounter& record) {
 }
 
 S64 milliseconds(double seconds) {
+   // Just below 2^63, beyond which llround has no defined result. A record's times come from another process.
    constexpr double most = 9e18;
    return std::isnan(seconds) ? 0 : std::llround(std::clamp(seconds * 1e3, -most, most));
 }
 
 U64 wholeRate(double rate) {
    constexpr auto most = std::numeric_limits<U64>::max();
+   // Written so that a NaN gives 0 too.
    if (!(rate > 0)) {
       return 0;
    }
+   // As a double, the highest count is 2^64, which does not fit any more: therefore less, not less or equal.
    return rate < static_cast<double>(most) ? static_cast<U64>(std::round(rate)) : most;
 }
 

@@ -15,6 +15,7 @@ void AllIntfQueueCounters::queueIs(const Pelt::IntfId& intf, std::size_t queue, 
    auto sample = table().sampleOrDefault(key);
    if (!sample.record.has(queue)) {
       sample.record.present |= U32{1} << queue;
+      // A new entry is no reading: the queues that were read keep their time.
       const bool isSampled = sample.info.sampleTime != unknownSampleTime;
       table().recordIs(key, sample.record, isSampled ? sample.info.sampleTime : now);
    }

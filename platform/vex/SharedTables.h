@@ -87,6 +87,8 @@ class AllNatCounterDir : public IntfTable<NatCounter> {
 
 namespace ZelSystem {
 
+// The tables for QoS-policy drops and for ACL counts. Only carried, from the mounts to each chip: nothing here reads or
+// writes them. A chip that counts QoS-policy drops insists on the first.
 class P4CounterTable : public Kiln::PtrInterface {};
 class AclCounterTable : public Kiln::PtrInterface {};
 
@@ -96,6 +98,7 @@ class AclCounterTable : public Kiln::PtrInterface {};
 
 namespace ZelAclCounter {
 
+// The requests to clear ACL counts, and the answers. Only carried, like the ACL table itself.
 class AclCounterClearRequest : public Kiln::PtrInterface {};
 class AclCounterClearResponse : public Kiln::PtrInterface {};
 

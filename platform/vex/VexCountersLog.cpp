@@ -56,6 +56,7 @@ void logCorruption(const Silo::Corruption& corruption) {
 
 void PublishErrors::log(const Pelt::IntfId& intf, const std::exception& error) {
    KILN_RINGLOG_TRACE(4, "publishing counters of " << intf << ": " << error.what());
+   // Once, until the interface is published again: every polling pass tries, and would fill the log.
    if (logged_.set(intf, true)) {
       const std::array<Kiln::String, 2> arguments{intf.text(), error.what()};
       Kiln::OperatorLog::instance().log(VEX_COUNTERS_PUBLISH_ERROR, arguments);

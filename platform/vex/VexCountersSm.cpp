@@ -57,6 +57,7 @@ void CountersSm::handleInitialized() {
    if (context_.vlanIntfCounterWriterStatus) {
       context_.vlanIntfCounterWriterStatus->activeIs(true);
    }
+   // Ports only: a VLAN interface begins with its first counters, in markVlanIntf.
    if (context_.ethPhyIntfStatusDir) {
       for (const Pelt::IntfId& intf : context_.ethPhyIntfStatusDir->intfStatus().keys()) {
          handleEthPhyIntfStatus(intf);
@@ -93,6 +94,7 @@ void CountersSm::startPort(const Pelt::IntfId& intf) {
    try {
       vexPortCounterSmIs(Kiln::allocate<VexPortCounterSm>(intf));
    } catch (const std::invalid_argument& error) {
+      // The interface's name is no record key. Nothing can be published under it, but the others go on.
       errors_.log(intf, error);
       return;
    }
@@ -107,11 +109,14 @@ void CountersSm::startPort(const Pelt::IntfId& intf) {
 
 void CountersSm::stopPort(const Pelt::IntfId& intf) {
    const Kiln::Ptr<VexPortCounterSm> port = vexPortCounterSm(intf);
+   // Before the port is looked at: an interface whose name was refused never became one, and is reported again when it
+   // comes back.
    errors_.forget(intf);
    if (!port) {
       return;
    }
    KILN_TRACE(4, "no longer counting port " << intf);
+   // Not null here: startPort makes ports only where there is a table.
    context_.allIntfCounters->table().recordDel(port->key());
    if (context_.allIntfClearCounters) {
       context_.allIntfClearCounters->table().recordDel(port->key());
@@ -141,6 +146,7 @@ void CountersSm::updatePort(const Pelt::IntfId& intf) {
                    context_.ethPhyIntfStatusDir->speedOrDefault(intf));
       errors_.forget(intf);
    } catch (const Silo::TableError& error) {
+      // The caller may be an SDK callback, which nothing may be thrown into.
       errors_.log(intf, error);
    }
 }
@@ -190,6 +196,7 @@ bool CountersSm::clear(const Kiln::String& name) {
       return true;
    }
    const Pelt::IntfId intf{Kiln::Name(name)};
+   // All of them are cleared before the answers are put together: a name may have records in more than one place.
    const bool isPort = clearPort(intf);
    const bool isVlanIntf = vlanIntfs_.clear(intf);
    return queues_.clear(intf) || isPort || isVlanIntf;
@@ -202,6 +209,7 @@ bool CountersSm::clearPort(const Pelt::IntfId& intf) {
    }
    if (context_.allIntfClearCounters) {
       try {
+         // The previous record is the published one without its last step, as a clear record has to be.
          context_.allIntfClearCounters->table().recordIs(port->key(), port->prevCounters()->record(),
                                                          Kiln::System::currentTime());
       } catch (const Silo::TableError& error) {

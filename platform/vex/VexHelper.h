@@ -9,7 +9,8 @@
 
 namespace VexHelper {
 
-// One per process. No operation throws for an unknown interface.
+// One per process. No operation throws for an unknown interface. Nothing here calls getIntfQueueType,
+// getIntfAclDropCounters or getCoppCounters: they belong to the interface, and other forwarding layers may.
 class VexHelperCountersSm : public Kiln::Entity {
  public:
    explicit VexHelperCountersSm(Kiln::Name name) : name_(name) {}

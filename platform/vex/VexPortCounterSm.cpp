@@ -32,7 +32,9 @@ void VexPortCounterSm::handleSeed(bool isKept) {
 void VexPortCounterSm::update(VexHelper::VexHelperCountersSm& helper,
                               const Kiln::Ptr<VexTypes::IntfCounters>& reading,
                               Silo::Interface::AllIntfCounters& counters, U64 speed) {
+   // All ports share the reading. A helper that has none leaves it as it is, which is the port before.
    reading->isFilledIs(false);
+   // What was absorbed belongs to the step before.
    prevCounters_->absorbedDelAll();
    helper.getCounters(intf_, reading, prevCounters_);
    if (!reading->isFilled()) {
@@ -40,6 +42,7 @@ void VexPortCounterSm::update(VexHelper::VexHelperCountersSm& helper,
    }
    const double now = Kiln::System::currentTime();
    Silo::Interface::IntfCounters& record = reading->record();
+   // The first step is from another process's reading, or from none: it says nothing about the port's speed.
    if (takePortStep(*prevCounters_, record, now) && !isSeeded_) {
       record.suspects += suspects(record, speed);
       prevCounters_->record().suspects = record.suspects;

@@ -7,6 +7,7 @@ namespace Vex {
 
 namespace {
 
+// Above 1: as long as polling passes ask in time, the wheel only watches.
 constexpr double watchdogIntervals = 1.5;
 
 } // namespace

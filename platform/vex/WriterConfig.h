@@ -32,6 +32,7 @@ class WriterStatus : public Kiln::PtrInterface {
    KILN_ATTRIBUTE(bool, active, false)
 };
 
+// The forwarding layer's command settings. Only carried among the mounts: nothing here reads them.
 class CliConfig : public Kiln::PtrInterface {};
 
 } // namespace Vex::Counters

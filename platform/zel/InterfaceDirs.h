@@ -21,6 +21,8 @@ class IntfDir : public Kiln::Entity {
    KILN_HASH_MAP_NOTIFY(Pelt::IntfId, bool, intfStatus, onIntfStatus)
 };
 
+// The three ...ConfigDir are only carried among the mounts: an interface is counted while a status directory has it,
+// whatever its configuration says.
 class EthPhyIntfConfigDir : public IntfDir {};
 class EthPhyIntfStatusDir : public IntfDir {
  public:
@@ -38,14 +40,14 @@ class VlanIntfStatusDir : public IntfDir {};
 class SubIntfConfigDir : public IntfDir {};
 class SubIntfStatusDir : public IntfDir {};
 
-// Settings that hold for every interface.
+// Settings that hold for every interface. Only carried among the mounts: nothing here reads them.
 class GlobalIntfConfig : public Kiln::PtrInterface {};
 
 } // namespace Interface
 
 namespace Bridging {
 
-// The bridging configuration.
+// The bridging configuration. Only carried among the mounts: nothing here reads it.
 class BridgingConfig : public Kiln::PtrInterface {};
 
 } // namespace Bridging

@@ -18,6 +18,7 @@ void SystemStatus::portInfoIs(const Pelt::IntfId& intf, const PortRecord& record
    if (const PortRecord* old = portInfo_.find(intf)) {
       portToIntfId_[old->devId][old->devicePort] = Pelt::IntfId();
    }
+   // After the old place was freed: the two may be the same.
    place = intf;
    if (Kiln::mapAssign(portInfo_, intf, record)) {
       ++portInfoVersion_;

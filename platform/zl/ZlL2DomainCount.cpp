@@ -9,6 +9,7 @@ U32 Match::key() const {
    return snat << 24 | U32{decapType} << 16 | vlanId.value();
 }
 
+// The optional field is the last, so that the count alone leaves it out.
 MatchFields::MatchFields(const Match& match)
      : fields_{{{"vlanId", match.vlanId.value()},
                 {"decapType", match.decapType},

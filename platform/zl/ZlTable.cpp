@@ -54,6 +54,7 @@ void CountTable::add(U32 key, std::span<const ZlPd::MatchField> match) {
    U32 handle = 0;
    const U32 status = pdIntf_->entryAdd(session_, device_, pipe_, tableName_, match, &handle);
    if (status != 0) {
+      // The slot stays empty, so that a later attempt asks the chip again.
       ++status_.refused;
       throw ZlTableException(tableName_, status);
    }

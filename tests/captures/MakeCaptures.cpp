@@ -1,5 +1,5 @@
-// make-captures FOLDER: writes the captures that the tests replay. What has to be counted of them stands in the
-// tests, by another program's count. Shares no code with the reader that is tested with them.
+// make-captures FOLDER: writes the captures that tests replay. Shares no code with the reader that they test. The
+// counts to expect are in the tests, and come from another program.
 #include "kiln/Types.h"
 
 #include <filesystem>
@@ -12,9 +12,9 @@ namespace {
 
 using Octets = std::vector<U8>;
 
-constexpr U32 fcsOctets = 4; // of a frame on the wire; none is captured
+constexpr U32 fcsOctets = 4; // on the wire; the captures hold no FCS
 
-// A number of so many octets, highest first, as the network has it.
+// A number of so many octets, in network byte order.
 Octets number(U64 value, unsigned octets) {
    Octets made;
    for (unsigned left = octets; left > 0; --left) {
@@ -31,7 +31,7 @@ Octets joined(std::initializer_list<Octets> parts) {
    return made;
 }
 
-// One capture file, written as it is put together: a frame a millisecond.
+// A capture file, written frame by frame, with a frame every millisecond.
 class Capture {
  public:
    explicit Capture(const std::filesystem::path& path, bool bigEndian = false, bool nanoseconds = false)
@@ -46,7 +46,7 @@ class Capture {
       put(1, 4);     // Ethernet
    }
 
-   // So many frames, made up with zeros to the length that they have on the wire; of each, at most so much is kept.
+   // Adds so many frames, padded with zeros to their length on the wire. Of each, at most `kept` octets are captured.
    void add(unsigned count, Octets frame, std::size_t wireLength, std::size_t kept = 65535) {
       frame.resize(wireLength - fcsOctets);
       kept = std::min(kept, frame.size());
@@ -70,7 +70,7 @@ class Capture {
 
    std::ofstream file_;
    bool bigEndian_;
-   U64 tick_; // a millisecond, in what timestamps count beside seconds
+   U64 tick_; // a millisecond, in the unit of the timestamps' fractions
    U64 frames_ = 0;
 };
 
@@ -133,7 +133,7 @@ Octets udp(U16 destinationPort, U16 length) {
    return joined({number(49152, 2), number(destinationPort, 2), number(length, 2), number(0, 2)});
 }
 
-// Sizes on either side of each limit that a counter has, each in a number of its own.
+// Sizes on either side of each counter's limits, each in a different number of frames.
 void writeSizes(Capture capture) {
    const std::size_t sizes[] = {60,   63,   64,   65,   127,  128,  255,  256,  511,  512,  1023, 1024,
                                 1518, 1519, 2047, 2048, 4095, 4096, 8191, 8192, 9215, 9216, 9600};
@@ -144,7 +144,7 @@ void writeSizes(Capture capture) {
 }
 
 void writeDestinations(Capture capture) {
-   constexpr U16 lengthField = 50; // where others have a type
+   constexpr U16 lengthField = 50; // in place of a type
    capture.add(2, ethernet(station, ipv4Type, ipv4(0xc000'0202, 30, udp(7, 30))), 68);
    capture.add(3, ethernet(0x3333'0000'0001, ipv6Type, ipv6(0xfe80'0000'0000'0000, 20, udp(7, 20))), 78);
    capture.add(4, ethernet(0x0180'c200'0014, lengthField, {0xfe, 0xfe, 0x03}), 68);
@@ -161,7 +161,7 @@ void writeTags(Capture capture) {
    capture.add(1, ethernet(everyone, serviceTag, joined({tag(200, customerTag), tag(10, arp)})), 68);
 }
 
-// Ten frames of VXLAN 100: 50 octets of each are around an inner frame.
+// Ten frames of VXLAN 100, each with 50 octets of headers around the inner frame.
 void writeVxlan(Capture capture) {
    for (const U16 length : {U16{148}, U16{92}}) {
       const auto udpLength = static_cast<U16>(length - 34);
@@ -172,7 +172,7 @@ void writeVxlan(Capture capture) {
    }
 }
 
-// From within 10.1.0.0/16 and from just outside of it.
+// Sources within 10.1.0.0/16, and just outside of it.
 void writeSources(Capture capture) {
    const struct {
       unsigned count;
@@ -187,7 +187,7 @@ void writeSources(Capture capture) {
    capture.add(2, ethernet(station, ipv6Type, ipv6(0x0a01'0000'0000'0000, 100, udp(7, 100))), 158);
 }
 
-// Only the beginning of each frame was kept.
+// Only the beginning of each frame is captured.
 void writeClipped(Capture capture) {
    constexpr std::size_t kept = 40;
    capture.add(6, ethernet(station, ipv4Type, ipv4(0xc000'0202, 1480, udp(7, 1480))), 1518, kept);

@@ -113,7 +113,7 @@ TEST_F(Polling, ANewIntervalIsTakenUpAtTheNextArming) {
    EXPECT_DOUBLE_EQ(rig.mgr->sdkPollingInterval(), 0.5);
 }
 
-// Lets the read of a completion fail.
+// Makes a completion's read fail.
 class FailingHelper : public ZelCounter::ZelCountersHelper {
  public:
    using ZelCountersHelper::ZelCountersHelper;
@@ -150,7 +150,7 @@ TEST_F(Polling, AChipUnderAUsedDeviceIdTakesItsPlace) {
    EXPECT_EQ(rig.mgr->zelCounters().size(), 1U);
    EXPECT_EQ(rig.counters(0)->chipName(), "Zel0b");
    rig.advance(2.0);
-   EXPECT_FALSE(old->macCountersLast(port)); // the old one is asked no more
+   EXPECT_FALSE(old->macCountersLast(port)); // the old chip is not polled any more
    EXPECT_TRUE(rig.counters(0)->macCountersLast(port));
 }
 
@@ -163,7 +163,7 @@ TEST_F(Polling, DeleteTakesEveryChipOfTheNameAndNoOther) {
    EXPECT_EQ(rig.mgr->zelCounters().keys(), std::vector<ZelId::ZelDevId>{1});
 }
 
-TEST(ManagerChips, RefusesWhatIsNoChip) {
+TEST(ManagerChips, RefusesInvalidChips) {
    CountersRig rig;
    rig.makeManager();
    const auto lock = Kiln::ActivityLockAnchor::lock();

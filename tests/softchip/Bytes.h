@@ -1,4 +1,4 @@
-// Octets written down as hexadecimal text, for frames and files that a test builds itself.
+// Octets written as hexadecimal text, for frames and files that a test builds itself.
 #pragma once
 
 #include "kiln/Types.h"
@@ -9,7 +9,7 @@
 
 namespace SoftChip {
 
-// The octets of hexadecimal digits; blanks between octets are for the reader's eye.
+// Converts hexadecimal digits into octets. Blanks between octets are ignored.
 inline std::vector<U8> bytes(std::string_view hex) {
    std::vector<U8> octets;
    for (std::size_t i = 0; i < hex.size();) {

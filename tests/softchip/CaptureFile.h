@@ -12,13 +12,13 @@ namespace ZelTest {
 
 using Octets = std::vector<U8>;
 
-// A capture file being put together, in either byte order.
+// Builds a capture file, in either byte order.
 class CaptureFile {
  public:
    explicit CaptureFile(bool bigEndian = false) : bigEndian_(bigEndian) {}
 
    CaptureFile& header(U32 magic = 0xa1b2c3d4, U32 linkType = 1) {
-      constexpr U32 snapLength = 64; // the records say otherwise
+      constexpr U32 snapLength = 64; // records may be longer, which a reader must take
       return u32(magic).u16(2).u16(4).u32(0).u32(0).u32(snapLength).u32(linkType);
    }
    CaptureFile& record(U32 captured, U32 original, const Octets& octets) {

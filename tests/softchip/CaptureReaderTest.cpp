@@ -1,5 +1,5 @@
-// Captures that the test writes itself, sound and broken, and those of tests/captures against another
-// program's count.
+// Captures that the test writes itself, valid and damaged; and those of tests/captures, compared with another program's
+// counts.
 #include "softchip/CaptureReader.h"
 
 #include "kiln/Types.h"
@@ -25,7 +25,7 @@ using testing::StartsWith;
 using ZelTest::CaptureFile;
 using ZelTest::Octets;
 
-// Reads all of it; answers the error's text, or how many frames there were.
+// Reads the whole file. Returns the number of frames, or the error's text.
 std::string outcome(const std::string& path) {
    std::size_t frames = 0;
    try {
@@ -128,7 +128,7 @@ TEST(CaptureReader, SaysWhatIsWrongWithTheFile) {
    EXPECT_THAT(outcome(ZelTest::TemporaryFolder().path()), HasSubstr(": cannot be read: "));
 }
 
-TEST(CaptureReader, SaysWhatIsWrongWithWhichRecord) {
+TEST(CaptureReader, SaysWhichRecordIsWrongAndHow) {
    struct {
       U32 captured, original, held;
       const char* error;
@@ -173,7 +173,7 @@ TEST(CaptureReader, NoticesACutAnywhere) {
    }
 }
 
-// What another program says of these captures, with X for a file:
+// What another program says of these captures, where X is a file:
 //   frames, captured octets         capinfos -TMrcd X; tshark -r X -T fields -e frame.len, summed;
 //                                   octets are that sum and 4 a frame
 //   the others                      tshark -r X -Y FILTER | wc -l, with the filters
@@ -204,7 +204,7 @@ constexpr std::array sampleCounters = {
      BF_RMON_FRAMES_RECEIVED_8192_TO_9215_OCTETS,
      BF_RMON_FRAMES_RECEIVED_9216_OR_MORE_OCTETS,
 };
-using SampleCounts = std::array<U64, sampleCounters.size()>; // what isn't written down is 0
+using SampleCounts = std::array<U64, sampleCounters.size()>; // counters that are not listed are 0
 
 const struct {
    const char* file;

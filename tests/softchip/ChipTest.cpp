@@ -169,7 +169,7 @@ TEST_F(SoftwareChip, AHardwareFileKeepsTheCountersOfEachChipUntilTheChipIsTakenO
    fleet = nullptr;
 }
 
-TEST_F(SoftwareChip, AFileThatIsNoneOfOursIsLeftAlone) {
+TEST_F(SoftwareChip, AForeignFileIsLeftAlone) {
    const Kiln::String foreign = file("foreign");
    std::ofstream(foreign) << Kiln::String(5000, 'x');
    EXPECT_THAT([&] { HardwareMemory memory(foreign); },

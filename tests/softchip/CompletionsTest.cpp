@@ -1,4 +1,4 @@
-// How requests complete: when, on which thread, how often and with which values; and planned failures.
+// How requests complete: when, on which thread, how often and with which values. Also planned failures.
 #include "kiln/ActivityLock.h"
 #include "kiln/RingLog.h"
 #include "tests/softchip/SoftChipRig.h"
@@ -16,7 +16,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using Kind = CompletionMode::Kind;
 
-// Where the callbacks of a test note what came: the cookie points to one of these.
+// Where a test's callbacks record what came. The cookie points to one.
 struct Inbox {
    std::mutex mutex;
    std::condition_variable arrived;
@@ -58,7 +58,7 @@ class SdkCompletions : public ZelTest::SoftChipRig {
          chip.portAdd(port);
       }
    }
-   // What is outstanding is delivered into the inbox, which must still be there.
+   // The fleet's end delivers what is outstanding into the inbox, which must still exist.
    ~SdkCompletions() override { fleet = nullptr; }
 
    bf_status_t ask(bf_dev_port_t port = 0) { return bf_port_mac_stats_hw_async_get(0, port, note, &inbox); }
@@ -102,7 +102,7 @@ TEST_F(SdkCompletions, LateCompletionsComeInTheOrderOfTheirTimes) {
    EXPECT_THAT(inbox.times, ElementsAre(1.5, 3.0));
 }
 
-TEST_F(SdkCompletions, ALostOneNeverComesADoubledOneTwiceAndAHeldOneWhenAskedFor) {
+TEST_F(SdkCompletions, ALostCompletionNeverComesADoubledOneComesTwiceAndAHeldOneOnRequest) {
    Completions& completions = fleet->completions();
    completions.modeIs({Kind::lost});
    ASSERT_EQ(ask(), 0);
@@ -147,7 +147,7 @@ TEST_F(SdkCompletions, TheDeliveryThreadAnswersEachRequestOnceAndSurvivesAnExcep
    EXPECT_EQ(inbox.count(), requests);
 }
 
-TEST_F(SdkCompletions, WhatIsOutstandingWhenTheFleetEndsIsDelivered) {
+TEST_F(SdkCompletions, OutstandingCompletionsAreDeliveredWhenTheFleetEnds) {
    for (const Kind kind : {Kind::deferred, Kind::held, Kind::thread}) {
       fleet->completions().nextModeIs({kind});
       ASSERT_EQ(ask(), 0);
@@ -199,7 +199,7 @@ TEST_F(SdkCompletions, CallsCostSimulatedTimeAndBadPlansAreRefused) {
    EXPECT_THROW(fleet->completions().modeIs({Kind::late, -1.0}), std::invalid_argument);
 }
 
-// What the delivery thread does at the same time as traffic, reads, writes and chips that come and go.
+// The delivery thread runs at the same time as traffic, reads and writes, while chips come and go.
 TEST_F(SdkCompletions, EveryRequestIsAnsweredOnceWhileChipsComeAndGo) {
    constexpr int rounds = 300;
    fleet->completions().modeIs({Kind::thread});

@@ -1,4 +1,4 @@
-// Where the chip counts the frames that it drops, and that none gets lost in between.
+// Where the chip counts the frames that it drops, and that it loses none uncounted.
 #include "sdk/bf_pipe.h"
 #include "sdk/bf_tm.h"
 #include "tests/softchip/SoftChipRig.h"
@@ -10,14 +10,14 @@
 namespace SoftChip {
 namespace {
 
-using Counts = std::map<Kiln::String, U64>; // by "POINT/REASON of port N", or a stage's name
+using Counts = std::map<Kiln::String, U64>; // by "POINT/REASON of port N", or by stage
 
-// Ports 0, 1 and 7 are in pipe 0, 128 in pipe 1; port 7 is a slow one.
+// Ports 0, 1 and 7 are in pipe 0, port 128 in pipe 1. Port 7 is slow.
 class Drops : public ZelTest::SoftChipRig {
  protected:
    Drops() { start(); }
 
-   // A new chip, on which station 0b is behind port 1.
+   // Starts with a new chip, which knows station 0b behind port 1.
    void start() {
       fleet->chipDel(0);
       chip = &addChip();
@@ -27,7 +27,7 @@ class Drops : public ZelTest::SoftChipRig {
       chip->receive(1, frame(broadcastMac, 0x0b));
    }
 
-   // The packets of a drop table: of one reason of one port, or all.
+   // The packets of a drop table: of one reason at one port, or of all.
    U64 dropped(ZlDrop::Point point, U16 port, U32 reason) const {
       return chip
            ->tableEntry(ZlDrop::tables[static_cast<std::size_t>(point)].name, ZlPort::pipeOf(port),
@@ -43,7 +43,7 @@ class Drops : public ZelTest::SoftChipRig {
       return sum;
    }
 
-   // Every drop counter that is not zero: of ports, of stages, of deparsers.
+   // All drop counters of ports, stages and deparsers that are not zero.
    Counts drops() const {
       Counts found;
       const auto enter = [&](const Kiln::String& name, U64 packets) {
@@ -222,10 +222,10 @@ TEST_F(Drops, ACongestedQueueLosesAFrameOnlyWhenNoOtherCopyLeft) {
 
 TEST_F(Drops, TheTrafficManagerTellsCopiesCutThroughAndCells) {
    advance(1);
-   chip->receive(0, frame(0x0b, 0x0a), 4); // to an idle port as fast as its own
+   chip->receive(0, frame(0x0b, 0x0a), 4); // to an idle port of the same speed
    EXPECT_EQ(tm(0, BF_TM_PIPE_CUT_THROUGH).count, 4U);
-   chip->receive(0, frame(0x0b, 0x0a), 2); // it is busy now
-   chip->receive(7, frame(0x0a, 0x0c), 1); // comes from a slower one
+   chip->receive(0, frame(0x0b, 0x0a), 2); // the port is busy now
+   chip->receive(7, frame(0x0a, 0x0c), 1); // from a slower port
    chip->receive(1, frame(broadcastMac, 0x0b), 2);
    EXPECT_EQ(tm(0, BF_TM_PIPE_CUT_THROUGH).count, 4U);
    EXPECT_EQ(tm(0, BF_TM_PIPE_MULTICAST).count, 2U + 2 * 2) << "the one at the start too";
@@ -245,7 +245,7 @@ TEST_F(Drops, TheTrafficManagerTellsCopiesCutThroughAndCells) {
    EXPECT_EQ(tm(0, BF_TM_PIPE_WATERMARK).count, 100'000U);
 }
 
-TEST_F(Drops, WhatIsNotCountedIsRefused) {
+TEST_F(Drops, RefusesToReadWhatIsNotCounted) {
    bf_tm_pipe_counter_t counter{};
    for (const U32 type : {3U, 5U, 9U}) {
       EXPECT_EQ(bf_tm_pipe_counter_get(0, 0, type, &counter), 3) << type;
@@ -261,7 +261,7 @@ TEST_F(Drops, WhatIsNotCountedIsRefused) {
    EXPECT_THROW(chip->vlanAllowedIs(0, 4095, false), std::invalid_argument);
 }
 
-// Synthetic traffic through ports that drop for every reason they can.
+// Synthetic traffic through ports that drop for every possible reason.
 TEST_F(Drops, EveryFrameIsAccountedForAtEveryStage) {
    chip->mtuIs(1, 1000);
    chip->vlanAllowedIs(128, 1, false);

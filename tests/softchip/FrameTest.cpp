@@ -1,4 +1,4 @@
-// What a frame is read as, whole, cut off anywhere, and damaged.
+// How frames are parsed: whole, cut off anywhere, and damaged.
 #include "softchip/Frame.h"
 
 #include "kiln/Types.h"
@@ -123,7 +123,7 @@ TEST(Frame, OnlyUdpToTheTunnelPortWithValidVniIsTunnelled) {
    }
 }
 
-// Expects each field of the part to be either as in the whole frame or absent.
+// Expects each field of a cut frame to be as in the whole frame, or absent.
 void expectPartOf(const FrameInfo& whole, const FrameInfo& part) {
    auto sameOrNone = [](auto expected, auto got) { return got == expected || got == decltype(got){}; };
    EXPECT_EQ(whole.wireLength, part.wireLength);
@@ -140,7 +140,7 @@ void expectPartOf(const FrameInfo& whole, const FrameInfo& part) {
    EXPECT_TRUE(sameOrNone(whole.macControl.pfcPriorities, part.macControl.pfcPriorities));
 }
 
-TEST(Frame, CutAnywhereReadsNothingBeyondAndInventsNothing) {
+TEST(Frame, AFrameCutAnywhereReadsNothingBeyondAndInventsNothing) {
    for (const std::string& hex : {vxlanFrame, extendedIpv6Frame, pfcFrame}) {
       std::vector<U8> octets = bytes(hex);
       FrameInfo whole = parse(octets);

@@ -1,4 +1,4 @@
-// What a frame counts in, and that the manual says the same as the chip.
+// Which counters a frame raises, and that the manual agrees with the chip.
 #include "softchip/RmonCounters.h"
 
 #include "kiln/Types.h"
@@ -37,7 +37,7 @@ FrameInfo frameOf(U32 wireLength, bool fcsError = false) {
    return frame;
 }
 
-// Receives three such frames, and answers what that counts.
+// Receives three such frames, and returns what they counted.
 Counts countsOf(const FrameInfo& frame) {
    Rmon rmon{};
    countReceived(frame, rmon.data(), 2);
@@ -77,7 +77,7 @@ TEST(RmonCounters, BadFrameCountsNowhereAmongGoodOnes) {
              countsOf(frame));
 }
 
-// What such a frame counts in that a plain one of its length does not.
+// The counters that such a frame raises, but a plain one of its length does not.
 std::set<std::string> extraCounts(const FrameInfo& frame) {
    Counts plain = countsOf(frameOf(frame.wireLength));
    std::set<std::string> extra;
@@ -168,7 +168,7 @@ TEST(RmonCounters, LengthFieldMustMatchDataOrPadding) {
    }
 }
 
-// Whatever a receive counter is called, its transmit twin's name differs in one word only.
+// The name of a receive counter and that of its transmit twin differ in one word only.
 std::string transmitName(std::string name) {
    if (name == "FrameCheckSequenceErrors") {
       return "FramesTransmittedWithFcsError";

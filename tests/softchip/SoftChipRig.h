@@ -1,4 +1,4 @@
-// A fleet on simulated time, for tests.
+// A fleet of soft chips in simulated time.
 #pragma once
 
 #include "sdk/bf_port.h"

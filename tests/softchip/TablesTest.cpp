@@ -1,5 +1,5 @@
-// Counter tables behind the SDK's entry points: the two copies, pipes and modes, match entries, and the frames
-// that move them.
+// Counter tables behind the SDK's entry points: both copies, pipes and modes, match entries, and the frames that they
+// count.
 #include "kiln/ActivityManager.h"
 #include "sdk/bf_tm.h"
 #include "sdk/lld.h"
@@ -206,7 +206,7 @@ TEST_F(Tables, AStartedReadKeepsItsValuesAndEndsTheOneBefore) {
              3U);
 }
 
-TEST_F(Tables, WhatCannotBeIsRefused) {
+TEST_F(Tables, RefusesInvalidRequests) {
    using namespace ZelCountersIntf;
    const U32 both = handleOf("both");
    const U32 acl = handleOf("aclCount");
@@ -423,7 +423,7 @@ TEST_F(PipelineTables, QueuesAreCountedWhereEachPortHasThem) {
         {65 * 32 + 15, 108}, // port 65
         {2128, 1},
         {2135, 8},
-        {2136 + 5, 100}, // port 66: the group frames in a queue of their own
+        {2136 + 5, 100}, // port 66: group frames have their own queues
         {2174, 1 + 2 + 3 + 4},
         {2175, 5 + 6 + 7 + 8 + 100}, // port 67: two queues
    };

@@ -1,4 +1,4 @@
-// Synthetic traffic: the same for a seed, however it is asked for, and plausible.
+// Synthetic traffic: plausible, and the same for the same seed however it is asked for.
 #include "softchip/TrafficGenerator.h"
 
 #include "kiln/Types.h"
@@ -15,7 +15,7 @@ namespace {
 using namespace std::chrono_literals;
 using Rmon = std::array<U64, BF_NUM_RMON_COUNTERS>;
 
-// What arrives at the port by `end` when it is asked once every `step`.
+// The frames that arrive at the port by `end` if the generator is asked once every `step`.
 Rmon countUntil(TrafficGenerator& traffic, std::size_t port, std::chrono::nanoseconds end,
                 std::chrono::nanoseconds step) {
    Rmon rmon{};
@@ -85,7 +85,7 @@ TEST(TrafficGenerator, EveryCounterThatTrafficCanRaiseRises) {
    }
 }
 
-// The fewest octets that hold all the headers that the frame claims.
+// The length of all the headers that the frame claims to have.
 U32 headerOctets(const FrameInfo& frame) {
    U32 octets = 18 + 4U * frame.tagCount;
    if (frame.ip.version != IpVersion::none) {

@@ -1,4 +1,4 @@
-// Processes that a test begins and looks at the end of.
+// Processes that a test starts, and whose end it checks.
 #pragma once
 
 #include <functional>
@@ -6,10 +6,11 @@
 
 namespace ZelTest {
 
-// A child process that runs the function and exits with what it returns. No gtest assertion means anything in it.
+// Starts a child process that runs the function and exits with what it returns. A gtest assertion that fails in it does
+// not fail the test.
 pid_t spawn(const std::function<int()>& run);
 
-// Waits for its end: its exit status, or minus the signal that ended it.
+// Waits for the child's end. Returns its exit status, or minus the signal that ended it.
 int statusOf(pid_t child);
 
 } // namespace ZelTest

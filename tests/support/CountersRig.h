@@ -1,4 +1,4 @@
-// The rig of the library's tests: simulated time, soft chips, the platform's status and a counters manager over them.
+// The rig of the library's tests: simulated time, soft chips, the platform's status and a counters manager.
 #pragma once
 
 #include "counters/ZelCounters.h"
@@ -15,7 +15,7 @@ namespace ZelTest {
 class CountersRig {
  public:
    CountersRig() {
-      smRunning = 0; // whatever an earlier test's chips left there
+      smRunning = 0; // an earlier test's chips may have left another value
       status->hasNotificationActiveIs(true);
    }
    CountersRig(const CountersRig&) = delete;
@@ -31,7 +31,7 @@ class CountersRig {
       mgr = nullptr;
    }
 
-   // A chip of the soft fleet, known to the manager.
+   // Adds a chip to the manager, and to the fleet if it isn't there.
    void addChip(U8 devId, const char* name, unsigned pipes = 2) {
       const auto lock = Kiln::ActivityLockAnchor::lock();
       if (fleet.chip(devId) == nullptr) {
@@ -62,7 +62,7 @@ class CountersRig {
 
    SoftChip::Chip& chip(U8 devId) { return *fleet.chip(devId); }
    const Kiln::Ptr<ZelCounter::ZelCounters>& counters(U8 devId) { return mgr->zelCounters(devId); }
-   // The latest raw value that the library has; 0 where it has none.
+   // The latest raw value that the library has; 0 if it has none.
    U64 last(U8 devId, const Pelt::IntfId& intf, std::size_t index) {
       const auto snapshot = counters(devId)->macCountersLast(intf);
       return snapshot ? snapshot->counters(index) : 0;

@@ -1,4 +1,4 @@
-// Sets a variable and puts it back.
+// Sets a variable, and restores it.
 #include "tests/support/Environment.h"
 
 #include <cstdlib>

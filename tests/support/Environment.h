@@ -1,4 +1,4 @@
-// Environment variables for the length of a scope.
+// Environment variables for the duration of a scope.
 #pragma once
 
 #include <optional>
@@ -6,7 +6,7 @@
 
 namespace ZelTest {
 
-// Sets a variable for the life of the object; then it is what it was.
+// Sets a variable as long as the object lives; then restores its former value.
 class Environment {
  public:
    Environment(const char* name, const char* value);

@@ -1,4 +1,4 @@
-// Files as bytes, looked at and damaged behind the backs of those who use them.
+// Files as bytes, to be looked at and damaged while others use them.
 #pragma once
 
 #include <string>
@@ -7,7 +7,7 @@ namespace ZelTest {
 
 std::string bytesOf(const std::string& path);
 
-// Overwrites a part of a file that is there.
+// Overwrites a part of an existing file.
 void overwrite(const std::string& path, std::size_t offset, const std::string& bytes);
 
 } // namespace ZelTest

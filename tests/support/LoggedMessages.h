@@ -1,4 +1,4 @@
-// What operators are told.
+// The messages that operators get.
 #pragma once
 
 #include "kiln/OperatorLog.h"
@@ -8,7 +8,7 @@
 
 namespace ZelTest {
 
-// The operator log's messages since this was made, or since they were last taken.
+// The operator log's messages since the object's construction, or since the last take().
 class LoggedMessages {
  public:
    LoggedMessages() { take(); }

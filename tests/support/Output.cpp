@@ -1,4 +1,4 @@
-// Memory files and pipes that stand for an operator's descriptor.
+// Memory files and pipes stand for an operator's descriptor.
 #include "tests/support/Output.h"
 
 #include "kiln/OwnedFd.h"

@@ -1,4 +1,4 @@
-// What is written to a descriptor.
+// The output of operations that print to a descriptor.
 #pragma once
 
 #include "kiln/Types.h"
@@ -8,10 +8,10 @@
 
 namespace ZelTest {
 
-// What the operation writes to the descriptor that it is given.
+// Returns what the operation writes to the descriptor that it is given.
 std::string printed(const std::function<void(U32 fd)>& operation);
 
-// What the operation is given leads to a reader that is gone.
+// Runs the operation with a descriptor whose reader is gone.
 void printToNobody(const std::function<void(U32 fd)>& operation);
 
 } // namespace ZelTest

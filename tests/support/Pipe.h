@@ -19,7 +19,7 @@ struct Pipe {
       writer = Kiln::OwnedFd(ends[1]);
    }
 
-   // Until the writer is closed.
+   // Reads until the writer is closed.
    std::string readAll() const {
       std::string all;
       char piece[4096];

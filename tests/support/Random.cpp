@@ -1,4 +1,4 @@
-// Takes and tells the seed.
+// Takes the seed from the environment or the machine, and prints it.
 #include "tests/support/Random.h"
 
 #include "kiln/Numbers.h"
@@ -23,7 +23,7 @@ U64 numberFromEnvironment(const char* name, U64 otherwise) {
 }
 
 Random::Random() : seed_(numberFromEnvironment("ZEL_TEST_SEED", std::random_device()())), engine_(seed_) {
-   // At once, since an assertion may end the process.
+   // Flushed at once, since an assertion may end the process.
    std::cout << "ZEL_TEST_SEED=" << seed_ << std::endl;
 }
 

@@ -1,4 +1,4 @@
-// Random numbers of tests.
+// Random numbers for tests.
 #pragma once
 
 #include "kiln/Types.h"
@@ -7,7 +7,7 @@
 
 namespace ZelTest {
 
-// Draws from one seed, which it prints. ZEL_TEST_SEED in the environment repeats a run.
+// Draws numbers from a seed, which it prints. ZEL_TEST_SEED in the environment sets the seed, to repeat a run.
 class Random {
  public:
    Random();
@@ -30,7 +30,8 @@ class Random {
    std::mt19937_64 engine_;
 };
 
-// A number that the environment says, or else this one. Throws std::invalid_argument for what is no number.
+// The number in the environment variable, or `otherwise` if it is not set. Throws std::invalid_argument if its value is
+// not a number.
 U64 numberFromEnvironment(const char* name, U64 otherwise);
 
 } // namespace ZelTest

@@ -1,4 +1,4 @@
-// Reads the table out of the manual.
+// Reads the table from the manual.
 #include "tests/support/RmonManual.h"
 
 #include <fstream>
@@ -7,7 +7,7 @@ namespace ZelTest {
 
 namespace {
 
-// The cells of a table row that begins with a number; nothing for any other line.
+// The cells of a table row that begins with a number; empty for any other line.
 std::vector<std::string> rowCells(const std::string& line) {
    std::vector<std::string> cells;
    if (line.size() < 3 || line[0] != '|' || line[2] < '0' || line[2] > '9') {

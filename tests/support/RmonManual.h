@@ -6,7 +6,8 @@
 
 namespace ZelTest {
 
-// The rows of docs/rmon-counters.md, a cell each: index, name, what counts, field of the interface's record or "-".
+// The table rows of docs/rmon-counters.md. Each has four cells: index, name, what counts, and the field of the
+// interface's record, or "-".
 std::vector<std::vector<std::string>> rmonManual();
 
 } // namespace ZelTest

@@ -1,4 +1,4 @@
-// Installs simulated time, and real time again.
+// Installs simulated time, and restores real time.
 #include "tests/support/SimulatedTime.h"
 
 namespace ZelTest {

@@ -1,12 +1,12 @@
-// Simulated time for the life of a test.
+// Simulated time for the duration of a test.
 #pragma once
 
 #include "kiln/ActivityManager.h"
 
 namespace ZelTest {
 
-// Time that begins at 0 and moves only by advance(), under an activity manager of its own; afterwards it is real again.
-// The first member of a rig: what still asks for the time at its end must end before this.
+// Simulated time that begins at 0 and moves only by advance(), with an activity manager of its own. The destructor
+// restores real time. It must be a rig's first member, so that it is destroyed after all that may ask for the time.
 class SimulatedTime {
  public:
    SimulatedTime();
@@ -15,7 +15,7 @@ class SimulatedTime {
    ~SimulatedTime();
 
    static double now() { return Kiln::System::currentTime(); }
-   // Fires what falls due. Takes the activity lock.
+   // Lets time pass and fires what falls due. Takes the activity lock.
    static void advance(double seconds) { Kiln::ActivityManager::instance()->advance(seconds); }
 };
 

@@ -1,9 +1,9 @@
-// How much slower the build is than a plain one.
+// How much slower this build runs than a plain one.
 #pragma once
 
 namespace ZelTest {
 
-// Sanitizers make everything about ten times slower; counts of rounds are divided by this.
+// Sanitizers make everything about ten times slower. Tests divide their numbers of rounds by this.
 #if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
 inline constexpr int slowdown = 10;
 #elif defined(__has_feature)

@@ -1,4 +1,4 @@
-// A connection to an agent's command socket, for tests: it never waits for ever.
+// A connection to an agent's command socket. It never waits without a limit.
 #pragma once
 
 #include "agent/CommandSocket.h"

@@ -1,4 +1,4 @@
-// The SDK's symbols over the stub's arrays.
+// Defines the SDK's functions on the stub's arrays.
 #include "tests/support/StubSdk.h"
 
 #include "sdk/bf_port.h"

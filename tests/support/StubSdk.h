@@ -1,5 +1,5 @@
-// A chip SDK under the test's control: tables are plain arrays, every answer and every completion is the
-// test's to choose. One a process; reset() between tests. Any thread may deliver completions.
+// A chip SDK under the test's control: tables are plain arrays, and the test chooses every answer and every completion.
+// There is one for the process; reset() it between tests. Any thread may deliver completions.
 #pragma once
 
 #include "sdk/bf_pipe.h"
@@ -16,12 +16,12 @@
 
 namespace StubSdk {
 
-// What one counter table is to the SDK; its record goes into the catalogue.
+// A counter table as the SDK has it. The catalogue holds its `info`.
 struct Table {
    ZlResourceInfo::ZlTableCounter info;
    bool symmetric = true;
-   int checksUntilInitialized = 0; // that many answers are "not yet"
-   // Software copies by (pipe, index or entry handle); all pipes are pipe 65535.
+   int checksUntilInitialized = 0; // the first so many answers are "not yet"
+   // Software copies by pipe, 65535 for all pipes, and by index or entry handle.
    std::map<std::pair<U16, U32>, p4_pd_counter_value> values;
    std::vector<int> entries; // handles of its match entries
 };
@@ -38,20 +38,20 @@ struct Completion {
 struct Sdk {
    // By device and table handle.
    std::map<std::pair<int, U32>, Table> tables;
-   // The status of an entry point by its name, table handle and pipe; else 0.
+   // The statuses that entry points return, by their name, table handle and pipe; 0 if not listed.
    std::map<std::tuple<std::string, U32, U16>, U32> statuses;
-   // By pipe and type, stage or place; absent ones are zero. A deparser's place is 100 + its direction.
+   // By pipe, and by type, stage or place; 0 if not listed. A deparser's place is 100 + its direction.
    std::map<std::pair<U16, U32>, bf_tm_pipe_counter_t> tm;
    std::map<std::pair<U16, U32>, bf_pipe_path_count_t> path;
    std::map<std::pair<U16, U32>, U64> mauDrops;
-   std::map<U32, U64> drops; // of a queue, by device port x 32 + queue
-   // Whether the n-th sync request from now on completes inline; beyond the end, inlineDefault.
+   std::map<U32, U64> drops; // of queues, by device port x 32 + queue
+   // Whether the next sync requests complete inline; those beyond the end go by inlineDefault.
    std::vector<bool> inlineNext;
    bool inlineDefault = false;
    std::vector<Completion> pending;
    // The calls that matter, in order: "sync 0 65535 A01", "property 0 B01 scope 1", ...
    std::vector<std::string> calls;
-   std::function<void()> onMacStatsGet; // while a request for a port's counters, always refused, is under way
+   std::function<void()> onMacStatsGet; // called in each request for a port's counters, which is then refused
    U64 reads = 0;                       // of entries
    U32 physicalPipeOffset = 0;
    std::mutex mutex; // guards pending
@@ -67,7 +67,7 @@ void reset();
 
 class Catalogue : public ZlResourceInfo::ZlResourceInfoIntf {
  public:
-   // Enters the table into the SDK for the device, and the catalogue.
+   // Adds the table to the device's tables in the SDK, and to the catalogue.
    void add(int dev, Table table);
    void addMatch(const std::string& name, U32 handle) { matchTables_.push_back({name, handle}); }
 
@@ -91,7 +91,7 @@ class Pd : public ZlPd::ZlPdIntf {
    Kiln::String counterDecodeMatch(U32, U32, U32, S32 entry) const override {
       return "match " + std::to_string(entry);
    }
-   // Its match tables are always full.
+   // Refuses every entry, since its match tables are always full.
    U32 entryAdd(U32, U32, U16, const Kiln::String&, std::span<const ZlPd::MatchField>, U32*) override {
       return 9;
    }

@@ -1,4 +1,4 @@
-// Chips over the stub SDK, in simulated time.
+// The rig of tests with the stub SDK: chips over it, in simulated time.
 #pragma once
 
 #include "counters/ZelCounters.h"
@@ -31,7 +31,7 @@ inline StubSdk::Table makeTable(const char* name, U32 handle, U32 size, bool dir
    return table;
 }
 
-// A line of that width between the parts of a table.
+// The ruler of that width between the parts of a table.
 inline std::string ruler(std::size_t width) {
    return std::string(width, '=') + "\n";
 }
@@ -40,8 +40,8 @@ class StubSdkRig : public ::testing::Test {
  protected:
    StubSdkRig() {
       StubSdk::reset();
-      smRunning = 0; // whatever an earlier test's chips left there
-      for (ZelId::ZelDevId dev = 0; dev < ZelId::maxDevices; ++dev) { // they outlive the chips
+      smRunning = 0; // an earlier test's chips may have left another value
+      for (ZelId::ZelDevId dev = 0; dev < ZelId::maxDevices; ++dev) { // these outlive the chips
          tm->countersByDevIdIs(dev);
          tmClear->countersByDevIdIs(dev);
       }
@@ -97,14 +97,14 @@ class StubSdkRig : public ::testing::Test {
 
    static void advance(double seconds) { SimulatedTime::advance(seconds); }
 
-   // The queue pollers' requests are refused, so that only the scheduler's are seen.
+   // Refuses the queue pollers' requests, so that only the scheduler's are seen.
    static void refuseQueueSyncs() {
       for (U16 pipe = 0; pipe <= ZelId::ZelPipeId::max(); ++pipe) {
          StubSdk::sdk().statuses[{"databaseSync", queueHandle, pipe}] = 1;
       }
    }
 
-   // The sync requests since the last call, without those of the table that is left to the queue pollers.
+   // The sync requests since the last call, without those for the queue table, which the queue pollers make.
    static std::vector<std::string> takeSyncs() {
       std::vector<std::string> syncs;
       for (std::string& call : StubSdk::sdk().calls) {

@@ -1,4 +1,4 @@
-// Makes and removes the folder.
+// Creates and removes the folder.
 #include "tests/support/TemporaryFolder.h"
 
 #include <cstdlib>
@@ -10,7 +10,7 @@ namespace ZelTest {
 namespace fs = std::filesystem;
 
 TemporaryFolder::TemporaryFolder() {
-   // Memory if there is any: some tests write thousands of small files.
+   // In memory if possible, since some tests write thousands of small files.
    const fs::path parent = fs::exists("/dev/shm") ? fs::path("/dev/shm") : fs::temp_directory_path();
    path_ = parent / "zel-test-XXXXXX";
    if (mkdtemp(path_.data()) == nullptr) {

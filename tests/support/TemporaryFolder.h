@@ -1,11 +1,11 @@
-// A folder that goes with the test.
+// A folder for the duration of a test.
 #pragma once
 
 #include <string>
 
 namespace ZelTest {
 
-// A new folder that only this user may look into, removed at the end with all that is in it.
+// A new folder that only this user may read. The destructor removes it with everything in it.
 class TemporaryFolder {
  public:
    TemporaryFolder();

@@ -1,4 +1,4 @@
-// One list, for whoever runs, completes or refuses commands.
+// The one list of first words: commands are run, completed and refused by it.
 #include "apps/zelctl/commands/CommandWords.h"
 
 #include "apps/zelctl/views/RecordRequest.h"

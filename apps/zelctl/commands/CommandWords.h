@@ -1,4 +1,4 @@
-// The words with which a command begins, and what they abbreviate.
+// The words that a command may begin with, and their abbreviations.
 #pragma once
 
 #include "kiln/Types.h"
@@ -7,17 +7,17 @@
 
 namespace ZelCtl {
 
-// What can be shown over and over.
+// The commands that `watch` can repeat.
 std::vector<Kiln::String> showCommands();
 
-// These, and the client's own.
+// Those, and the client's own.
 std::vector<Kiln::String> allCommands();
 
 // Whether the command leaves the prompt.
 bool isLeaving(const Kiln::String& command);
 
-// The command that the word is, or abbreviates; else the word itself, since an agent may know it. An
-// ambiguous word is a std::runtime_error.
+// Returns the command that the word names or abbreviates; otherwise the word itself, since the agent may know it.
+// Throws std::runtime_error if the word is ambiguous, naming the commands it may stand for.
 Kiln::String commandNamed(const Kiln::String& word);
 
 } // namespace ZelCtl

@@ -1,4 +1,4 @@
-// Which command goes where.
+// Sends each command to what carries it out.
 #include "apps/zelctl/commands/Commands.h"
 
 #include "agent/CommandRunner.h"
@@ -24,13 +24,13 @@ namespace {
 using Kiln::String;
 using Words = std::vector<String>;
 
-// The line with the command's name in full.
+// The line, with its first word written in full; the rest goes to the agent as it was typed.
 String completed(const String& line, const Words& words, const String& command) {
    return command + line.substr(line.find(words.front()) + words.front().size());
 }
 
 int print(std::string_view text, Signals* signals) {
-   // A reader that leaves early has what it wanted.
+   // A reader that leaves early, such as head, has what it wanted.
    if (writeOut(text, signals) == Written::failed) {
       return complain(String("cannot write the answer: ") + std::strerror(errno));
    }
@@ -46,7 +46,7 @@ int askAgent(const Client& client, const String& line, bool isKnown, Signals* si
       return carriedOut;
    }
    if (!isKnown && answer.error.find("unknown command") != String::npos) {
-      answer.error += ", or a command of zelctl's: try help";
+      answer.error += ", or a command of zelctl itself: see 'zelctl help'";
    }
    std::cerr << answer.error << '\n';
    return refused;
@@ -62,7 +62,7 @@ WatchRound fetchRound(const Client& client, const Words& words, Signals* signals
       if (answer.error.empty()) {
          return {readCountersDocument(answer.text), ""};
       }
-      // What is wrong with an unfinished command mustn't be put down to a word that nobody typed.
+      // The agent may blame the word 'json', which nobody typed. Asked without it, it names the real fault, if any.
       const bool blamesJson = answer.error.find("'json'") != String::npos;
       const String plain = blamesJson ? ask(client.socketPath, line, signals, patience).error : "";
       return {{}, plain.empty() ? answer.error : plain};
@@ -82,6 +82,7 @@ int watch(const Client& client, const Words& words, Signals* signals) {
    if (signals != nullptr) {
       return rounds(signals);
    }
+   // Not at the prompt: signals are caught only here, so that other commands die of Ctrl-C as usual.
    Signals own;
    return rounds(&own);
 }

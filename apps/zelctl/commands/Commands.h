@@ -1,4 +1,4 @@
-// Command lines, carried out: by the agent, from the shared tables, or by the client itself.
+// Runs command lines: by the agent, from the shared tables, or in the client itself.
 #pragma once
 
 #include "apps/zelctl/terminal/Signals.h"
@@ -17,14 +17,14 @@ struct Client {
    Kiln::String socketPath;
    Kiln::String siloFolder; // empty: the machine's shared memory
 
-   Silo::Store store() const; // std::runtime_error when there is none
+   Silo::Store store() const; // throws std::runtime_error if there is none
 };
 
-// Prints what the command prints; what is wrong goes to standard error, beginning "% ". Returns the exit
-// status. `signals` may be null; with them, Ctrl-C gives the command up.
+// Runs the command and prints its output; an error goes to standard error, beginning "% ". Returns the exit status.
+// `signals` may be null; otherwise Ctrl-C stops the command.
 int runLine(const Client& client, const Kiln::String& line, Signals* signals);
 
-// Prints a line that says what is wrong, and gives the exit status for it.
+// Prints the problem on standard error as one line, and returns the exit status for it.
 int complain(std::string_view problem);
 
 } // namespace ZelCtl

@@ -1,4 +1,4 @@
-// The client's own grammar, and a question to the agent for the rest.
+// Completes the client's own commands here, and asks the agent about its own.
 #include "apps/zelctl/commands/Completion.h"
 
 #include "agent/CommandRunner.h"
@@ -20,7 +20,7 @@ namespace {
 using Kiln::String;
 using Words = std::vector<String>;
 
-// One command a line.
+// The agent answers with one word a line.
 Words fromAgent(const Client& client, const String& line) {
    Words all;
    std::istringstream answer(ask(client.socketPath, "complete " + line, nullptr, {.inAll = 1}).text);
@@ -30,7 +30,7 @@ Words fromAgent(const Client& client, const String& line) {
    return all;
 }
 
-// What may follow `before`, of which `partial` is known already.
+// The words that may follow `before`; the agent names those that begin with `partial` only.
 Words follow(const Client& client, Words before, const String& partial) {
    if (before.empty()) {
       return allCommands();
@@ -41,6 +41,7 @@ Words follow(const Client& client, Words before, const String& partial) {
       if (!before.empty() && Kiln::parseSeconds(before.front(), std::numeric_limits<double>::max())) {
          before.erase(before.begin());
       }
+      // Words that a watch would refuse are not offered.
       Words shows = before.empty() ? showCommands() : follow(client, before, partial);
       std::erase_if(shows,
                     [](const String& word) { return word == "clear" || word == "json" || word == "rates"; });
@@ -67,7 +68,7 @@ Words completionsOf(const Client& client, const String& line) {
    Words all;
    try {
       all = follow(client, before, partial);
-   } catch (const std::exception&) { // an ambiguous word, or no table: nothing can be said
+   } catch (const std::exception&) { // an ambiguous word, or no table: there is nothing to offer
    }
    std::erase_if(all, [&](const String& word) {
       return word.empty() || !word.starts_with(partial) || printable(word) != word;

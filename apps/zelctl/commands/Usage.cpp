@@ -1,4 +1,4 @@
-// What zelctl can be asked, a line each.
+// The text of --help, a line for each command and option.
 #include "apps/zelctl/commands/Usage.h"
 
 #include "apps/zelctl/views/RecordViewer.h"
@@ -8,14 +8,14 @@ namespace ZelCtl {
 namespace {
 
 constexpr const char* beginning = R"(Usage: zelctl [OPTION]... COMMAND [WORD]...
-       zelctl [OPTION]...           a prompt, on a terminal
+       zelctl [OPTION]...           on a terminal, gives a prompt
 
-Words may be shortened while they stay clear; Tab completes them at the prompt.
+Words may be shortened while they stay unique. Tab completes them at the prompt.
 
 Dropped frames?  'counters show drop nonzero' says which ports dropped them and
 why. If that is empty, 'counters show pipeline nonzero' says how far they got.
-Those two have drops of the pipeline and of queues; discards of 'interfaces
-errors' are the MAC's own, and with '--traffic host' the only ones there are.
+These cover the pipeline and the queues. Discards in 'interfaces errors' are the
+MAC's own; with the agent's '--traffic host' there are no others.
 
 counters ...                        asks the running zelagent
    show drop                        dropped frames by port and reason
@@ -42,42 +42,45 @@ counters ...                        asks the running zelagent
    clear table [ID|NAME]            zeroes the hardware's tables, or one; not
                                     those of queues, classes, VLAN interfaces
    clear                            nearly all of the above
-     chip NAME                      before show or clear: of one chip only
+     chip NAME                      before show or clear: one chip only
      nonzero                        after a show: leaves out what is 0
-     pipe N                         after a pipeline, mau-deparser-drop,
-                                    traffic-manager or table: one pipe's
-     json                           after a show: for programs
+     pipe N                         after pipeline, mau-deparser-drop,
+                                    traffic-manager or table: one pipe only
+     json                           after a show: prints JSON, for programs
 
-These show what the agent publishes, from the shared tables, also when none runs
+These read what an agent published in the shared tables, even if none is running
 )";
 
-constexpr const char* end = R"(     INTF                           these only; 'interfaces' shows them whole
+constexpr const char* end = R"(     INTF                           only these; 'interfaces' shows all counters
+                                    of each
      nonzero                        leaves out what is 0
-     rates                          not of nat: per second, in the last poll
-     errors                         of interfaces: errors, discards, and suspect
-                                    steps: those too big for the port's speed
-     raw                            not of queues, nat: the chip's own counts,
-                                    which wrap and may jump
-     json                           for programs
+     rates                          not for nat: per second, over the last
+                                    polling interval
+     errors                         for interfaces: errors, discards and suspect
+                                    steps (too big for the port's speed)
+     raw                            not for queues and nat: the chip's own
+                                    counts, which wrap and may jump
+     json                           prints JSON, for programs
 
 These are zelctl's own
-   watch [SECONDS] SHOW             repeats any show, every 2 s or as told:
-                                    what changed stands out, with its rate a
-                                    second; Ctrl-C or q ends it
+   watch [SECONDS] SHOW             repeats any show, every 2 s by default, and
+                                    marks what changed, with rates per second;
+                                    Ctrl-C or q ends it
    help                             prints this
    quit                             leaves the prompt
 
 Options
-   --socket PATH                    the agent's socket; else $ZEL_SOCKET; else
+   --socket PATH                    the agent's socket; default: $ZEL_SOCKET, or
                                     zelagent/socket in $XDG_RUNTIME_DIR, in /run
-                                    for root, else /tmp/zelagent-UID/socket
-   --silo DIR                       the shared tables' folder; else in memory
+                                    for root, or /tmp/zelagent-UID/socket
+   --silo DIR                       the folder of the shared tables; default:
+                                    shared memory
    --complete LINE                  prints what may come next, for shells
    --help                           prints this
    --version                        prints the version
 
-A command that is refused prints one line on standard error, beginning "% ", and
-ends with status 1.
+A refused command prints one line on standard error, beginning "% ", and exits
+with status 1.
 )";
 
 } // namespace

@@ -1,4 +1,4 @@
-// Which words may be watched, and how often.
+// Checks what may be watched, and how often.
 #include "apps/zelctl/commands/WatchCommand.h"
 
 #include "apps/zelctl/commands/CommandWords.h"
@@ -21,7 +21,7 @@ bool abbreviates(const String& word, std::string_view keyword, std::size_t least
    return word.size() >= least && keyword.starts_with(word);
 }
 
-// Only what is certain to be a show: the agent's own parser would see too late that something else was meant.
+// Accepts only what is certain to be a show. The agent cannot check this: a clear that is sent to it is carried out.
 void checkCounters(const std::vector<String>& words) {
    std::size_t at = 1;
    if (at < words.size() && abbreviates(words[at], "chip", 2)) {
@@ -54,7 +54,7 @@ WatchRequest parseWatch(const std::vector<String>& words) {
    if (at < words.size() && words[at].find_first_of("-+.0123456789") == 0) {
       const std::optional<double> interval = Kiln::parseSeconds(words[at], longest);
       if (!interval || *interval < shortest) {
-         throw std::runtime_error("the interval of watch is " + Kiln::quoted(words[at]) +
+         throw std::runtime_error("invalid watch interval " + Kiln::quoted(words[at]) +
                                   ": expected 0.1 to 3600 seconds");
       }
       request.interval = *interval;
@@ -63,7 +63,7 @@ WatchRequest parseWatch(const std::vector<String>& words) {
    request.words.assign(words.begin() + static_cast<std::ptrdiff_t>(std::min(at, words.size())), words.end());
    const std::vector<String> shows = showCommands();
    if (request.words.empty()) {
-      throw std::runtime_error("watch needs a show after it: expected " + Kiln::choices(shows));
+      throw std::runtime_error("watch needs a show: expected " + Kiln::choices(shows));
    }
    String& command = request.words.front();
    command = commandNamed(command);

@@ -1,12 +1,12 @@
-// What of a `watch` line is to be shown over and over.
+// Reads a `watch` line: what to show, and how often.
 #pragma once
 
 #include "apps/zelctl/watch/Watch.h"
 
 namespace ZelCtl {
 
-// From the words of a line, of which the first is `watch`. Throws std::runtime_error with what is wrong and
-// what is expected: what would change something, or isn't certain to be a show, is refused.
+// Reads the words of a line that begins with `watch`. Refuses whatever is not certain to be a show, since it might
+// change something. Throws std::runtime_error, saying what is wrong and what was expected.
 WatchRequest parseWatch(const std::vector<Kiln::String>& words);
 
 } // namespace ZelCtl

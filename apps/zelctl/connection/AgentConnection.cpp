@@ -1,4 +1,4 @@
-// One command's conversation with the agent.
+// One command and its answer over the agent's socket.
 #include "apps/zelctl/connection/AgentConnection.h"
 
 #include "agent/CommandSocket.h"
@@ -35,6 +35,7 @@ class Connection {
 
    void open() {
       const Agent::SocketAddress address(path_);
+      // A send timeout bounds connect() as well, which waits while the agent's queue of connections is full.
       const int bound = std::min(patience_.perByte, connectTimeout);
       sendTimeoutIs(patience_.inAll > 0 ? std::min(patience_.inAll, bound) : bound);
       if (connect(socket_.fd(), address.any(), address.length()) == 0) {
@@ -47,10 +48,11 @@ class Connection {
       if (errno == EACCES || errno == EPERM) {
          throw std::runtime_error("no permission to open " + path_ + ": run as the agent's user");
       }
-      throw std::runtime_error("the agent on " + path_ + " takes no connection: " + std::strerror(errno));
+      throw std::runtime_error("cannot connect to the agent on " + path_ + ": " + std::strerror(errno));
    }
 
-   // An agent that refuses early answers before it has read everything, so a failing send is no error yet.
+   // An agent that refuses a command may answer and close before it has read all of it, so a failed send is not an
+   // error: the answer tells.
    void send(const Kiln::String& line) {
       const Kiln::String bytes = line + "\n";
       for (std::size_t sent = 0; sent < bytes.size();) {
@@ -71,10 +73,11 @@ class Connection {
          if (got > 0) {
             all.append(bytes, static_cast<std::size_t>(got));
          } else if (got == 0 || all.find(Agent::errorMark) != Kiln::String::npos) {
+            // An agent that closes before it has read a whole line resets the connection; its refusal counts anyway.
             return all;
          } else if (errno != EINTR) {
             throw std::runtime_error("the agent on " + path_ +
-                                     " broke off its answer: " + std::strerror(errno));
+                                     " did not finish its answer: " + std::strerror(errno));
          }
       }
    }
@@ -89,7 +92,7 @@ class Connection {
                           {patience_.endsByKey ? STDIN_FILENO : -1, POLLIN, 0}};
       do {
          if (signals_ != nullptr && signals_->isBreaking()) {
-            throw std::runtime_error("given up before the agent answered");
+            throw std::runtime_error("interrupted before the agent answered");
          }
          const double left = std::max(0.0, due - Kiln::System::monotonicTime());
          if (poll(watched, std::size(watched), static_cast<int>(std::ceil(left * 1e3))) == 0) {

@@ -6,20 +6,21 @@
 
 namespace ZelCtl {
 
-// An agent's answer: its text, and when it refused the command, what it said, "% " and all.
+// An agent's answer: its text, and for a refused command the line that says why, which begins "% ".
 struct Answer {
    Kiln::String text;
    Kiln::String error; // without its newline; empty when the command was carried out
 };
 
+// How long to wait for an answer.
 struct Patience {
-   int perByte = 30;       // seconds without one
-   int inAll = 0;          // seconds; 0 for no bound
-   bool endsByKey = false; // 'q' on standard input is a Ctrl-C; needs signals
+   int perByte = 30;       // seconds until the next byte
+   int inAll = 0;          // seconds for the whole answer; 0 for no bound
+   bool endsByKey = false; // 'q' on standard input counts as Ctrl-C; needs signals
 };
 
-// Sends one command line to the agent on the socket and takes the whole answer. An agent that does not answer
-// is an error like any other. `signals` may be null; with them, Ctrl-C gives up waiting: an error too.
+// Sends one command line to the agent on the socket and returns the whole answer. An agent that does not answer,
+// or not in time, is reported in Answer::error, as is Ctrl-C, which is noticed only if `signals` is not null.
 Answer ask(const Kiln::String& socketPath, const Kiln::String& line, Signals* signals,
            const Patience& patience = {});
 

@@ -1,5 +1,5 @@
-// The history file: one line an entry, added to as lines come, cut back when a session begins. libedit's own way to
-// keep a history writes all of it anew, and with it away what other sessions added.
+// The history file: one line an entry, appended to as lines are entered, and cut back when a session starts.
+// libedit's own function rewrites the whole file, and so would lose what other sessions have added.
 #include "apps/zelctl/prompt/History.h"
 
 #include "apps/zelctl/terminal/Utf8.h"
@@ -22,13 +22,14 @@ using Kiln::String;
 
 constexpr mode_t ownerOnly = 0600;
 
-// False when not all of it was written.
+// Returns whether the whole text was written. It goes out in one write(): with O_APPEND, lines of sessions that run
+// at the same time do not mix, so the file needs no lock.
 bool write(const String& path, int flags, const String& text) {
    Kiln::OwnedFd file(open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | flags, ownerOnly));
    if (!file.isOpen()) {
       return false;
    }
-   // One that was there may have been readable by others.
+   // A file that already existed may be readable by others.
    const bool isWritten = fchmod(file.fd(), ownerOnly) == 0 &&
                           ::write(file.fd(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
    return close(file.release()) == 0 && isWritten;
@@ -48,11 +49,11 @@ History::History(String path) : path_(std::move(path)), lines_(history_init(), h
 }
 
 void History::load() {
-   constexpr std::size_t slack = 2; // times the limit, before the file is cut back
+   constexpr std::size_t slack = 2; // the file is cut back when it is longer than this many times the limit
    std::ifstream file(path_);
    std::size_t inFile = 0;
    for (String line; std::getline(file, line); ++inFile) {
-      // Whatever else is in the file must not reach the terminal.
+      // The file may have been edited by hand; control characters must not reach the terminal.
       if (!line.empty() && printable(line) == line) {
          enter(line);
       }
@@ -62,7 +63,7 @@ void History::load() {
    }
 }
 
-// False when it repeats the last one.
+// Returns false if the line repeats the last one.
 bool History::enter(const String& line) {
    HistEvent event;
    return history(lines_.get(), &event, H_ENTER, line.c_str()) > 0;
@@ -83,6 +84,7 @@ void History::rewrite() const {
    for (const String& line : lines()) {
       text += line + "\n";
    }
+   // Written aside and renamed, so that no session ever reads half a file.
    const String fresh = path_ + "." + std::to_string(getpid());
    if (!write(fresh, O_EXCL, text) || rename(fresh.c_str(), path_.c_str()) != 0) {
       unlink(fresh.c_str());

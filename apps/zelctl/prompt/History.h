@@ -10,21 +10,21 @@ struct history;
 
 namespace ZelCtl {
 
-// Sessions that run side by side all add to the file; each sees what the others added when it begins. What
-// can't be read or written is no error: history is a convenience.
+// Sessions that run at the same time all append to one file, and each reads what the others have added when it
+// starts. A file that cannot be read or written is ignored: history is a convenience.
 class History {
  public:
    static constexpr std::size_t limit = 500; // lines
 
-   // An empty path keeps lines for this session only.
+   // With an empty path, lines are kept for this session only. Throws std::bad_alloc.
    explicit History(Kiln::String path);
 
-   // Not if it is blank or repeats the last one.
+   // Adds the line, unless it is blank or repeats the last one.
    void add(const Kiln::String& line);
 
    std::vector<Kiln::String> lines() const; // oldest first
 
-   // The same, as the line editor walks them.
+   // The same lines, in the form that the line editor takes.
    struct history* list() {
       return lines_.get();
    }

@@ -1,4 +1,4 @@
-// What libedit is told, and what it leaves to its user: waiting for keys along with signals, and completion.
+// How libedit is set up, and what it leaves to its user: waiting for keys and signals at once, and completion.
 #include "apps/zelctl/prompt/LineEditor.h"
 
 #include "apps/zelctl/terminal/Terminal.h"
@@ -27,14 +27,14 @@ void put(const String& text) {
    writeOut(text, nullptr);
 }
 
-// From where the cursor is, after something else was written there.
+// Draws prompt and line again at the cursor, after other text was written there.
 void drawAnew(EditLine* line) {
    el_set(line, EL_REFRESH);
 }
 
-// Keys without a letter come as ESC, '[' or 'O', parameters, and a byte that says which key. libedit would
-// look each of them up whole, and take the rest of an unknown one for typed text. Arrows mean the same with
-// Shift, Alt or Ctrl, which are in the parameters.
+// Arrows, Home, Delete and their like arrive as ESC, '[' or 'O', parameters, and a last byte that names the key.
+// libedit matches whole sequences only, and inserts the rest of an unknown one as if it had been typed. Shift, Alt
+// and Ctrl are in the parameters; they are ignored, so that an arrow means the same with them.
 unsigned char takeSequence(EditLine* line, int /*key*/) {
    constexpr std::pair<std::string_view, const wchar_t*> meanings[] = {
         {"A", L"\x10"}, {"B", L"\x0e"},  {"C", L"\x06"},  {"D", L"\x02"},  // Ctrl-P, Ctrl-N, Ctrl-F, Ctrl-B
@@ -46,13 +46,14 @@ unsigned char takeSequence(EditLine* line, int /*key*/) {
    while (el_wgetc(line, &key) == 1 && key >= L'0' && key <= L'?') {
       name += static_cast<char>(key);
    }
-   if (key < L' ') { // broken off by a key that means something of its own
+   if (key < L' ') { // a control key cut the sequence short, and keeps its own meaning
       el_wpush(line, std::wstring{key}.c_str());
       return CC_NORM;
    }
    name = key == L'~' ? name + '~' : String(1, static_cast<char>(key));
    const LineInfoW* const shown = el_wline(line);
-   const bool isAtEnd = shown->cursor == shown->lastchar; // where Ctrl-D may leave
+   // Delete is sent on as Ctrl-D, which on an empty line would end the session.
+   const bool isAtEnd = shown->cursor == shown->lastchar;
    const auto* const found =
         std::ranges::find(meanings, name, &std::pair<std::string_view, const wchar_t*>::first);
    if (found != std::end(meanings) && !(name == "3~" && isAtEnd)) {
@@ -61,7 +62,7 @@ unsigned char takeSequence(EditLine* line, int /*key*/) {
    return CC_NORM;
 }
 
-// As many as fit half the screen.
+// As many of the words as fit into half the screen, in columns.
 String inColumns(const std::vector<String>& words) {
    const TerminalSize size = terminalSize();
    std::size_t widest = 0;
@@ -78,7 +79,7 @@ String inColumns(const std::vector<String>& words) {
    return text + (words.size() > fit ? "and " + std::to_string(words.size() - fit) + " more\n" : "");
 }
 
-// What all candidates have beyond `known`, which they begin with; a single one is followed by a blank.
+// All candidates begin with `known`. Returns what else they have in common; after a single candidate, a blank too.
 String commonRest(const std::vector<String>& candidates, std::string_view known, bool isBlankNext) {
    if (candidates.empty() || !candidates.front().starts_with(known)) {
       return "";
@@ -88,7 +89,7 @@ String commonRest(const std::vector<String>& candidates, std::string_view known,
       common.erase(std::ranges::mismatch(common, one).in1, common.end());
    }
    common.erase(0, known.size());
-   // A character that two candidates share the first byte of only.
+   // Two candidates may share only the first bytes of a character.
    while (!common.empty() && printable(common) != common) {
       common.pop_back();
    }
@@ -99,11 +100,11 @@ String commonRest(const std::vector<String>& candidates, std::string_view known,
 
 LineEditor::LineEditor(String prompt, Signals* signals, History* history, Candidates candidates)
      : prompt_(std::move(prompt)), signals_(signals), candidates_(std::move(candidates)) {
-   // What is a character, and how wide, libedit asks the locale; the user's may know no umlauts.
+   // libedit asks the locale what a character is and how wide. In the user's own, it may know ASCII only.
    std::setlocale(LC_CTYPE, "C.UTF-8");
    line_ = el_init("zelctl", stdin, stdout, stderr);
    if (line_ == nullptr) {
-      throw std::runtime_error("this terminal takes no line editing");
+      throw std::runtime_error("this terminal does not support line editing");
    }
    el_set(line_, EL_CLIENTDATA, this);
    const auto promptOf = [](EditLine* line) { return of(line).prompt_.data(); };
@@ -111,7 +112,8 @@ LineEditor::LineEditor(String prompt, Signals* signals, History* history, Candid
    el_set(line_, EL_PROMPT, +promptOf);
    el_wset(line_, EL_GETCFN, +keyOf);
    el_set(line_, EL_HIST, ::history, history->list());
-   // Keys come in their order, Ctrl-C too, and none of them stops the output.
+   // Ctrl-C is a key like any other (-isig), so that it takes effect after the keys typed before it; and Ctrl-S
+   // does not stop the output (-ixon).
    el_set(line_, EL_SETTY, "-d", "-isig", "-ixon", nullptr);
    bindKeys();
 }
@@ -143,10 +145,10 @@ void LineEditor::bindKeys() {
    bind("^Z", "zel-suspend");
    bind("\\e[", "zel-sequence");
    bind("\\eO", "zel-sequence");
-   bind("\\e\\e[", "zel-sequence"); // after an ESC that was typed for itself
-   bind("^U", "vi-kill-line-prev"); // up to the cursor, not all of it
+   bind("\\e\\e[", "zel-sequence"); // an arrow after a lone ESC, or with Alt on some terminals
+   bind("^U", "vi-kill-line-prev"); // as in the shell: up to the cursor, not the whole line
    bind("^W", "ed-delete-prev-word");
-   // No control characters in a line, and no second command language.
+   // ^V would let control characters into the line; ESC x would open libedit's own command prompt.
    for (const char* const key : {"^V", "\\ex", "\\eX"}) {
       bind(key, "ed-unassigned");
    }
@@ -154,7 +156,8 @@ void LineEditor::bindKeys() {
 
 std::optional<String> LineEditor::readLine() {
    isDropped_ = false;
-   // Else libedit does so only after it has drawn the prompt, and a key that is pressed at once is not its own.
+   // libedit itself would switch the terminal only after drawing the prompt; until then, a key that is typed at once
+   // would be echoed, and Ctrl-C would be a signal.
    el_set(line_, EL_PREP_TERM, 1);
    int length = 0;
    const char* const text = el_gets(line_, &length);
@@ -162,7 +165,7 @@ std::optional<String> LineEditor::readLine() {
       return "";
    }
    if (text == nullptr) {
-      put("\n");
+      put("\n"); // the shell's prompt begins its own line
       return std::nullopt;
    }
    String line(text, static_cast<std::size_t>(length));
@@ -172,18 +175,19 @@ std::optional<String> LineEditor::readLine() {
    return line;
 }
 
-// As libedit wants it: 1 for a key, 0 when no more will come.
+// Returns what libedit expects of this function: 1 for a key, 0 when there will be no more.
 int LineEditor::readKey(wchar_t* key) {
    constexpr auto isInvalid = static_cast<std::size_t>(-1);
    constexpr auto isUnfinished = static_cast<std::size_t>(-2);
-   // Signals first: one may have come, and been read, while a command ran.
+   // Signals first: one that came while a command ran may have been taken from the pipe already, and so would not
+   // wake waitFor().
    while (signals_->ending() == 0) {
       if (signals_->takeInterrupt()) {
          *key = controlC;
          return 1;
       }
       if (signals_->takeResize()) {
-         put("\r\x1b[J"); // what the terminal wrapped
+         put("\r\x1b[J"); // the terminal may have wrapped the old line; libedit does not know
          el_resize(line_);
          drawAnew(line_);
       }
@@ -198,7 +202,7 @@ int LineEditor::readKey(wchar_t* key) {
       if (length == isInvalid) {
          el_beep(line_);
          unfinishedKey_ = {};
-         length = std::mbrtowc(key, &byte, 1, &unfinishedKey_); // it may begin another
+         length = std::mbrtowc(key, &byte, 1, &unfinishedKey_); // this byte may begin the next character
       }
       if (length == isInvalid) {
          unfinishedKey_ = {};
@@ -229,7 +233,7 @@ unsigned char LineEditor::complete() {
 
 unsigned char LineEditor::drop() {
    const LineInfoW* const shown = el_wline(line_);
-   if (shown->cursor != shown->lastchar) { // what follows goes below its last row
+   if (shown->cursor != shown->lastchar) { // first go to the end: "^C" belongs behind the line's last row
       el_wpush(line_, std::wstring{controlE, controlC}.c_str());
       return CC_NORM;
    }
@@ -239,6 +243,7 @@ unsigned char LineEditor::drop() {
 }
 
 unsigned char LineEditor::suspend() {
+   // With -isig Ctrl-Z sends no signal, so it is sent here, once the shell gets its terminal back as it was.
    el_set(line_, EL_PREP_TERM, 0);
    raise(SIGTSTP);
    el_set(line_, EL_PREP_TERM, 1);

@@ -1,4 +1,4 @@
-// A line typed at the terminal, edited by libedit.
+// Reads lines at a terminal, edited by libedit.
 #pragma once
 
 #include "apps/zelctl/prompt/History.h"
@@ -12,22 +12,23 @@ struct editline;
 
 namespace ZelCtl {
 
-// Standard input and output have to be a terminal. While a line is being typed keys come one by one, Ctrl-C
-// among them; between lines the terminal is as it was. One at a time. From its construction on, the process has
-// the characters of C.UTF-8.
+// Standard input and output must be a terminal. While a line is being typed, keys arrive one by one, including
+// Ctrl-C; between lines the terminal is in its former mode. There may be only one editor at a time. Its
+// construction sets the process's LC_CTYPE to C.UTF-8 for good.
 class LineEditor {
  public:
-   // The words that the last one of an unfinished line may become, or that may follow it after a blank.
+   // Given an unfinished line, returns the words that its last word may become, or that may follow if the line ends
+   // in a blank.
    using Candidates = std::function<std::vector<Kiln::String>(const Kiln::String& unfinished)>;
 
-   // Signals and history have to outlive the editor. std::runtime_error when there is no editing here.
+   // Signals and history must outlive the editor. Throws std::runtime_error if the terminal does not support editing.
    LineEditor(Kiln::String prompt, Signals* signals, History* history, Candidates candidates);
    LineEditor(const LineEditor&) = delete;
    LineEditor& operator=(const LineEditor&) = delete;
    ~LineEditor();
 
-   // Without its end; empty for one that Ctrl-C dropped. None when no more will come: after Ctrl-D, a signal
-   // to end, or when the terminal is gone.
+   // Returns the line without its newline; empty if Ctrl-C dropped it. Returns none when there will be no more
+   // lines: after Ctrl-D, after a signal to end, or when the terminal is gone.
    std::optional<Kiln::String> readLine();
 
  private:
@@ -42,7 +43,7 @@ class LineEditor {
    Signals* signals_;
    Candidates candidates_;
    editline* line_;
-   std::mbstate_t unfinishedKey_{}; // of several bytes
+   std::mbstate_t unfinishedKey_{}; // a character whose last bytes have not arrived
    bool isDropped_ = false;
 };
 

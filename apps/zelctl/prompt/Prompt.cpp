@@ -1,4 +1,4 @@
-// The editor at the terminal, its history and its completion.
+// The prompt with line editing, history and completion, and the plain one.
 #include "apps/zelctl/prompt/Prompt.h"
 
 #include "agent/CommandRunner.h"
@@ -51,7 +51,7 @@ int runEditedPrompt(const Client& client) {
       if (!line->empty()) {
          history.add(*line);
          runLine(client, *line, &signals);
-         signals.takeInterrupt();
+         signals.takeInterrupt(); // a Ctrl-C meant for the command must not drop the next line
       }
    }
 }

@@ -1,4 +1,4 @@
-// Handlers that write the signal's number into a pipe.
+// Signal handlers write the signal's number into a pipe, so that poll() can wait for signals and keys at once.
 #include "apps/zelctl/terminal/Signals.h"
 
 #include "kiln/Types.h"
@@ -15,13 +15,14 @@ namespace ZelCtl {
 namespace {
 
 constexpr std::array caught{SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGWINCH};
+// A handler gets no argument of its own, so its pipe is global; hence only one Signals at a time.
 int pipeEnds[2] = {-1, -1};
 std::array<struct sigaction, caught.size()> formerActions;
 
 void note(int signal) {
    const int error = errno;
    const auto byte = static_cast<U8>(signal);
-   // A pipe that is full holds enough to be read.
+   // If the pipe is full, thousands of signals are waiting to be read, and this one may get lost.
    [[maybe_unused]] const ssize_t written = write(pipeEnds[1], &byte, 1);
    errno = error;
 }
@@ -32,6 +33,7 @@ Signals::Signals() {
    if (pipe2(pipeEnds, O_CLOEXEC | O_NONBLOCK) != 0) {
       throw std::runtime_error("cannot create a pipe");
    }
+   // No SA_RESTART: system calls that wait return with EINTR, and their callers look at the signals.
    struct sigaction action {};
    action.sa_handler = note;
    for (std::size_t i = 0; i < caught.size(); ++i) {

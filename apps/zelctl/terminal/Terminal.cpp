@@ -1,4 +1,4 @@
-// Terminal modes, waiting and writing.
+// Terminal modes, waiting for keys, and writing.
 #include "apps/zelctl/terminal/Terminal.h"
 
 #include <cerrno>
@@ -33,7 +33,7 @@ KeyMode::KeyMode() {
    mode.c_iflag &= ~static_cast<tcflag_t>(ICRNL | IXON);
    mode.c_cc[VMIN] = 1;
    mode.c_cc[VTIME] = 0;
-   mode.c_cc[VSUSP] = _POSIX_VDISABLE; // a stopped process can't put the terminal back
+   mode.c_cc[VSUSP] = _POSIX_VDISABLE; // Ctrl-Z would stop the process before it can restore the terminal
    isOn_ = tcsetattr(STDIN_FILENO, TCSADRAIN, &mode) == 0;
 }
 
@@ -44,7 +44,7 @@ KeyMode::~KeyMode() {
 }
 
 Written writeOut(std::string_view text, Signals* signals) {
-   constexpr std::size_t piece = 16 * 1024; // between looks at the signals
+   constexpr std::size_t piece = 16 * 1024; // signals are checked after each
    while (!text.empty()) {
       if (signals != nullptr && signals->isBreaking()) {
          return Written::interrupted;
@@ -62,7 +62,7 @@ Written writeOut(std::string_view text, Signals* signals) {
 Woken waitFor(Signals* signals, bool keys, double seconds) {
    pollfd watched[] = {{keys ? STDIN_FILENO : -1, POLLIN, 0},
                        {signals != nullptr ? signals->fd() : -1, POLLIN, 0},
-                       {STDOUT_FILENO, 0, 0}};
+                       {STDOUT_FILENO, 0, 0}}; // no events: only for POLLERR, when the reader is gone
    const int milliseconds = seconds < 0 ? -1 : static_cast<int>(std::ceil(seconds * 1e3));
    if (poll(watched, std::size(watched), milliseconds) <= 0) {
       return {};

@@ -1,4 +1,4 @@
-// The terminal: what it is, how its keys come in, and how text gets out.
+// The terminal: its size and kind, keys from it, and text to it.
 #pragma once
 
 #include "apps/zelctl/terminal/Signals.h"
@@ -14,13 +14,14 @@ struct TerminalSize {
    std::size_t height = 24;
 };
 
+// Standard output's size; 80 x 24 where it is unknown.
 TerminalSize terminalSize();
 
-// Whether standard output is a terminal that understands more than lines of text.
+// Whether standard output is a terminal that understands escape sequences.
 bool isScreen();
 
-// Keys come one by one and unseen while it lives, Ctrl-C and its like as signals; then the terminal is as it
-// was. Does nothing without a terminal on standard input.
+// As long as it lives, keys are read one by one and not echoed, while Ctrl-C and Ctrl-\ still send signals. Its end
+// restores the terminal's mode. Does nothing if standard input is not a terminal.
 class KeyMode {
  public:
    KeyMode();
@@ -37,20 +38,22 @@ class KeyMode {
 
 enum class Written : U8 { all, readerGone, interrupted, failed };
 
-// Writes to standard output. `signals` may be null; with them, Ctrl-C ends it. What failed is in errno.
+// Writes to standard output. `signals` may be null; otherwise Ctrl-C or a signal to end stops it. After
+// Written::failed, errno says why.
 Written writeOut(std::string_view text, Signals* signals);
 
+// Why a wait ended. If neither is set, the time is over or a signal came.
 struct Woken {
    bool byKeys = false;
-   bool readerGone = false; // from standard output
-   // Neither: the time is over, or a signal came.
+   bool readerGone = false; // standard output has no reader any more
 };
 
-// Waits up to so many seconds; below 0 for as long as it takes. Keys are standard input.
+// Waits up to so many seconds, or without a limit if negative, for a signal, or with `keys` for standard input.
+// `signals` may be null.
 Woken waitFor(Signals* signals, bool keys, double seconds);
 
-// Reads one key, which has to be there: whether it ends what is shown, as 'q' does and as the end of the keys
-// does.
+// Reads one key; call it only after a wait ended by keys. Returns whether to end the watch: at 'q', and at the end
+// of standard input.
 bool readsEndKey();
 
 } // namespace ZelCtl

@@ -1,4 +1,4 @@
-// Decoding and widths.
+// Decoding of UTF-8, and widths by blocks of characters.
 #include "apps/zelctl/terminal/Utf8.h"
 
 #include <array>
@@ -10,7 +10,7 @@ namespace {
 struct CodePoint {
    char32_t value = 0;
    std::size_t length = 1; // bytes
-   bool isValid = false;   // not cut short, not overlong, no surrogate
+   bool isValid = false;   // complete, not overlong, not a surrogate
 };
 
 struct Range {
@@ -19,7 +19,7 @@ struct Range {
    unsigned columns;
 };
 
-// Blocks, not single characters: near enough to align columns.
+// Whole blocks, not single characters: exact enough to align columns. A character outside of them takes one column.
 constexpr std::array ranges{
      Range{0x0300, 0x036f, 0},   Range{0x1100, 0x115f, 2},   Range{0x200b, 0x200f, 0},
      Range{0x20d0, 0x20ff, 0},   Range{0x2e80, 0xa4cf, 2},   Range{0xac00, 0xd7a3, 2},
@@ -28,6 +28,7 @@ constexpr std::array ranges{
      Range{0x1f900, 0x1f9ff, 2}, Range{0x20000, 0x3fffd, 2},
 };
 
+// 0 for a byte that begins no character: 0xc0 and 0xc1 would be overlong, 0xf5 and above are beyond Unicode.
 std::size_t lengthByLead(unsigned char lead) {
    return lead < 0x80 ? 1 : lead < 0xc2 ? 0 : lead < 0xe0 ? 2 : lead < 0xf0 ? 3 : lead < 0xf5 ? 4 : 0;
 }
@@ -36,7 +37,8 @@ bool isContinuation(char byte) {
    return (static_cast<unsigned char>(byte) & 0xc0U) == 0x80;
 }
 
-// The one that begins at `at`, which is within the text. What is invalid is one byte long.
+// The code point that begins at `at`, which must be within the text. An invalid one is one byte long, so that
+// decoding goes on with the next byte.
 CodePoint codePointAt(std::string_view text, std::size_t at) {
    const auto lead = static_cast<unsigned char>(text[at]);
    const std::size_t length = lengthByLead(lead);

@@ -1,4 +1,4 @@
-// What of a text in UTF-8 a terminal shows, and how much room that takes.
+// UTF-8 text as a terminal shows it: what is printable, and how many columns it takes.
 #pragma once
 
 #include "kiln/Types.h"
@@ -7,15 +7,14 @@
 
 namespace ZelCtl {
 
-// Columns that it takes on a terminal: none for what joins the character before, 2 for wide East Asian ones
-// and pictures.
+// The columns that the text takes on a terminal: 0 for combining characters, 2 for wide East Asian ones and emoji.
 std::size_t columnsIn(std::string_view text);
 
-// The beginning of the text that takes at most so many columns.
+// The longest beginning of the text that fits into so many columns.
 Kiln::String cutTo(std::string_view text, std::size_t columns);
 
-// The text with '?' for whatever a terminal must not be sent: control characters of either set, and bytes that
-// are no character.
+// The text with '?' for what must not be sent to a terminal: control characters (C0 and C1), and bytes that are not
+// valid UTF-8.
 Kiln::String printable(std::string_view text);
 
 } // namespace ZelCtl

@@ -1,4 +1,4 @@
-// From members to columns and cells.
+// Turns the document's members into columns and cells.
 #include "apps/zelctl/views/CountersDocument.h"
 
 #include "apps/zelctl/terminal/Utf8.h"
@@ -19,7 +19,7 @@ using Type = Json::value_t;
 const Json& need(const Json& object, const char* name, Type type) {
    const auto found = object.find(name);
    if (found == object.end() || found->type() != type) {
-      throw std::runtime_error(String("it has no proper \"") + name + "\"");
+      throw std::runtime_error(String("it has no valid \"") + name + "\"");
    }
    return *found;
 }
@@ -39,7 +39,7 @@ String textOf(const Json& value) {
    case Type::string:
       return printable(value.get_ref<const String&>());
    default:
-      throw std::runtime_error("a row holds more than numbers and texts");
+      throw std::runtime_error("it has a row with a value that is neither a number nor text");
    }
 }
 
@@ -53,7 +53,7 @@ std::vector<ShownColumn> columnsOf(const Json& rows, const Json& counters) {
    std::vector<ShownColumn> columns;
    for (const Json& row : rows) {
       if (!row.is_object()) {
-         throw std::runtime_error("it has a row that is no object");
+         throw std::runtime_error("it has a row that is not an object");
       }
       for (const auto& [name, value] : row.items()) {
          if (std::ranges::find(columns, name, &ShownColumn::heading) == columns.end()) {
@@ -81,7 +81,7 @@ ShownRow rowOf(const Json& members, const std::vector<ShownColumn>& columns) {
    return row;
 }
 
-// With the chip's name, if it doesn't say it.
+// The table's title, with the chip's name before it if it doesn't end in it.
 String titleOf(const String& chip, const Json& object) {
    const String title = needText(object, "title");
    return title.ends_with("chip " + chip) ? title : chip + ": " + title;
@@ -119,8 +119,8 @@ std::vector<ShownTable> readCountersDocument(std::string_view text) {
          }
       }
    } catch (const std::exception& error) {
-      throw std::runtime_error(String("the agent's answer cannot be read, ") + error.what() +
-                               ": are agent and client of the same version?");
+      throw std::runtime_error(String("cannot read the agent's answer: ") + error.what() +
+                               "; are agent and client of the same version?");
    }
    return tables;
 }

@@ -1,4 +1,4 @@
-// The bounds that nlohmann's reader doesn't have.
+// Adds the checks that nlohmann's reader doesn't have.
 #include "apps/zelctl/views/JsonReader.h"
 
 #include "apps/zelctl/terminal/Utf8.h"
@@ -18,9 +18,8 @@ using Kiln::String;
    throw std::runtime_error("it " + problem);
 }
 
-// Goes through a document before it is built. Left to itself the library would take any depth for as long as
-// there is memory, round counts that are too big to what a double can hold, and silently take the last of two
-// equal keys.
+// Checks a document before it is built. The library itself would accept any depth until memory runs out, round
+// counts that are too big to a double, and silently keep the last of two equal keys.
 class Gate final : public nlohmann::json_sax<Json> {
  public:
    bool null() override { return true; }
@@ -44,11 +43,11 @@ class Gate final : public nlohmann::json_sax<Json> {
 
    bool parse_error(std::size_t byte, const std::string& /*token*/,
                     const nlohmann::json::exception& /*error*/) override {
-      refuse("is no JSON at byte " + std::to_string(byte));
+      refuse("is not JSON at byte " + std::to_string(byte));
    }
 
  private:
-   [[noreturn]] static void refuseNumber() { refuse("has a number other than whole ones of 64 bits"); }
+   [[noreturn]] static void refuseNumber() { refuse("has a number that is not an unsigned 64-bit integer"); }
    bool descend() {
       if (levels_.size() == jsonDepth) {
          refuse("nests deeper than " + std::to_string(jsonDepth) + " levels");
@@ -61,7 +60,7 @@ class Gate final : public nlohmann::json_sax<Json> {
       return true;
    }
 
-   std::vector<std::set<String>> levels_; // the keys so far of each object that is open; none of a list's
+   std::vector<std::set<String>> levels_; // of each open object or list, the keys so far; a list has none
 };
 
 } // namespace

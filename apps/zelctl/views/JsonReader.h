@@ -1,4 +1,4 @@
-// JSON as the agent writes it, read strictly: what is not exactly that is refused.
+// Reads JSON as the agent writes it, and refuses everything else.
 #pragma once
 
 #include <nlohmann/json_fwd.hpp>
@@ -6,13 +6,13 @@
 
 namespace ZelCtl {
 
-constexpr std::size_t jsonDepth = 32; // lists and objects within each other
+constexpr std::size_t jsonDepth = 32; // the most lists and objects nested in each other
 
 // Objects keep their members in the order of the text.
 using Json = nlohmann::ordered_json;
 
-// The one value of the text, blanks around it aside. Numbers are whole, not negative, and fit 64 bits; a key
-// comes once in an object. Throws std::runtime_error with what the text is instead.
+// Returns the text's one value; blanks may surround it. Numbers must be unsigned 64-bit integers, and the keys of an
+// object unique. Throws std::runtime_error, saying what is wrong with the text.
 Json readJson(std::string_view text);
 
 } // namespace ZelCtl

@@ -1,4 +1,4 @@
-// A shared table's records, read at one go and in natural order.
+// Reads all records of a shared table at once, in natural order of their names.
 #pragma once
 
 #include "kiln/Name.h"
@@ -12,10 +12,10 @@
 namespace ZelCtl {
 
 struct PublishedRow {
-   Kiln::String name; // empty when the record has lost it
+   Kiln::String name; // empty if the record is damaged and its name lost
    Silo::ReadResult result = Silo::ReadResult::absent;
    U64 generation = 0;
-   std::optional<double> age; // seconds; none when it was sampled on another clock, as before a restart
+   std::optional<double> age; // seconds; none if sampled on another clock, as before the machine's restart
    bool isStale = true;       // older than three polling intervals
    Vex::RecordText text;      // empty unless the result is ok
 };
@@ -28,7 +28,7 @@ struct PublishedTable {
    std::vector<PublishedRow> rows;
 };
 
-// Throws std::runtime_error that says why the table can't be read.
+// Throws std::runtime_error, saying why the table cannot be read.
 template <Silo::RecordType Record>
 PublishedTable readPublished(const Silo::Store& store, const char* tableName) {
    constexpr double staleAfter = 3; // polling intervals
@@ -37,7 +37,7 @@ PublishedTable readPublished(const Silo::Store& store, const char* tableName) {
    if (!reader.snapshot(entries)) {
       throw std::runtime_error(reader.problem());
    }
-   // Taken after the records, so that none is from the future.
+   // The time is taken after the records were read, so that none has a negative age.
    PublishedTable table{
         tableName, reader.state().pollingInterval, reader.isWriterAlive(), Silo::monotonicNow(), {}};
    for (const Silo::Entry<Record>& entry : entries) {

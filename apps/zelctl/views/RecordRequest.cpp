@@ -1,4 +1,4 @@
-// The views, and how words choose among them.
+// The views, and how the words of a command choose what they show.
 #include "apps/zelctl/views/RecordRequest.h"
 
 #include "kiln/Choices.h"
@@ -122,7 +122,7 @@ std::vector<String> namesIn(const PublishedTable& table) {
    return names;
 }
 
-// The keyword that the word is or begins; 0 for none.
+// The keyword that the word names or abbreviates; 0 if none. Throws std::runtime_error if the word is ambiguous.
 unsigned keywordMeant(const View& view, const String& word) {
    unsigned meant = 0;
    std::vector<String> candidates;

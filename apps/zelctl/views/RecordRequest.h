@@ -1,5 +1,4 @@
-// What `zelctl interfaces` and its kin can be asked for: the views, their keywords, and one request read from
-// words.
+// `zelctl interfaces` and its kin: the views, their keywords, and a request read from the words of a command.
 #pragma once
 
 #include "apps/zelctl/views/PublishedRows.h"
@@ -9,12 +8,12 @@
 
 namespace ZelCtl {
 
-// A column of a list: one counter of the record, or of the queue.
+// A column of a list: one counter of the record, or of a queue in it.
 struct Column {
    std::string_view counter;
    std::string_view heading;
    std::string_view rateHeading;
-   unsigned rateFactor = 1; // to the unit of the rate's heading
+   unsigned rateFactor = 1; // from the counter's unit to the rate heading's: 8 from octets to bits
 };
 
 struct TimeColumn {
@@ -27,20 +26,20 @@ enum Keywords : unsigned { nonzero = 1, rates = 2, errors = 4, raw = 8, json = 1
 struct View {
    std::string_view command;
    std::string_view help;
-   unsigned takes; // keywords
+   unsigned takes; // its Keywords
    PublishedTable (*read)(const Silo::Store& store, const char* table);
    const char* table;
    std::span<const Column> columns;
    std::span<const Column> errorColumns;
    TimeColumn time;
-   bool isByQueue; // a line of the list for each queue
-   bool hasMore;   // than a list shows: interfaces that are named are shown whole
+   bool isByQueue; // the list has a line for each queue
+   bool hasMore;   // records have more counters than the list shows: a named interface is shown whole
 };
 
 std::span<const View> views();
 // Null when no view has the name.
 const View* viewNamed(std::string_view command);
-// The view's keywords, in the order in which help names them.
+// The view's keywords, in the order of the help text.
 std::vector<Kiln::String> keywordsOf(const View& view);
 
 struct RecordRequest {
@@ -51,12 +50,12 @@ struct RecordRequest {
    bool has(unsigned keyword) const { return (keywords & keyword) != 0; }
 };
 
-// The first word has to be a view's. A word that no interface of the view's table has for its name is a
-// keyword, or the beginning of a single one. What is neither is a std::runtime_error that says which there
-// are.
+// The first word must be a view's. Any other word is the name of an interface in the view's table, else a keyword or
+// an unambiguous abbreviation of one. Throws std::runtime_error for a word that is neither, listing the names and
+// keywords there are.
 RecordRequest parseRecordRequest(const std::vector<Kiln::String>& words, const PublishedTable& table);
 
-// The rows that are asked for.
+// The rows that the request asks for.
 std::vector<const PublishedRow*> selectRows(const RecordRequest& request, const PublishedTable& table);
 
 } // namespace ZelCtl

@@ -1,4 +1,4 @@
-// What each view shows, as tables, as text for people and as JSON for programs.
+// Turns records into tables, and prints them as text for people or as JSON for programs.
 #include "apps/zelctl/views/RecordViewer.h"
 
 #include "apps/zelctl/views/RecordRequest.h"
@@ -42,7 +42,7 @@ String ageText(const PublishedRow& row) {
    return (row.age ? secondsText(*row.age) : "unknown") + (row.isStale ? " stale" : "");
 }
 
-// How long ago a moment of the record was.
+// How long ago one of the record's times was.
 String sinceText(const PublishedRow& row, const PublishedTable& table, std::string_view name) {
    for (const Vex::NamedTime& one : row.text.times) {
       if (one.name == name && one.time != 0) {
@@ -70,7 +70,7 @@ std::optional<double> sampledAt(const PublishedRow& row, const PublishedTable& t
    return row.age ? std::optional(table.now - *row.age) : std::nullopt;
 }
 
-// Adds one line of a list; not if it is to be left out because it shows nothing but zeros.
+// Adds one line to the list, unless `nonzero` leaves it out.
 void addLine(ShownTable* list, const RecordRequest& request, const PublishedTable& table,
              const PublishedRow& row, const String& queue) {
    const View& view = *request.view;
@@ -190,7 +190,7 @@ std::vector<ShownTable> tablesOf(const RecordRequest& request, const PublishedTa
       }
    }
    if (!table.isWriterAlive) {
-      tables.back().notes.emplace_back("No agent is running that would publish anything newer.");
+      tables.back().notes.emplace_back("No agent is running, so nothing newer is published.");
    }
    return tables;
 }
@@ -333,7 +333,7 @@ String viewRecords(const std::vector<String>& words, const Silo::Store& store) {
    }
    String text;
    for (const ShownTable& shown : tablesOf(request, table)) {
-      // Not in one expression: a literal before a temporary, and g++ 12 at -O3 warns of an overlap that can't be.
+      // Two statements, since g++ 12 at -O3 warns falsely of overlapping memory when a literal precedes a temporary.
       text += text.empty() ? "" : "\n";
       text += textOf(shown);
    }

@@ -1,4 +1,4 @@
-// The commands that show published records, straight from the shared tables: no agent is asked.
+// The commands that show published records. They read the shared tables and ask no agent.
 #pragma once
 
 #include "apps/zelctl/views/ShownTable.h"
@@ -9,17 +9,18 @@ namespace ZelCtl {
 // Whether a command's first word is one of them.
 bool isViewCommand(const Kiln::String& word);
 
-// The text that the command prints. Throws std::runtime_error with what is wrong and what is expected.
+// Returns the text that the command prints. Throws std::runtime_error, saying what is wrong and what was expected.
 Kiln::String viewRecords(const std::vector<Kiln::String>& words, const Silo::Store& store);
 
-// The same as tables, at least one, for a watch, which `json` and `rates` are not for. Throws likewise.
+// Returns the same as tables, at least one, for a watch. Throws likewise, and also for `json` and `rates`, which a
+// watch does not take.
 std::vector<ShownTable> showRecords(const std::vector<Kiln::String>& words, const Silo::Store& store);
 
-// What may follow the words, the first of which is such a command: keywords, and interfaces where there are
-// any.
+// The words that may follow these, the first of which must be such a command: keywords, and the interfaces in the
+// table.
 std::vector<Kiln::String> viewCandidates(const std::vector<Kiln::String>& words, const Silo::Store& store);
 
-// One line a command, for --help.
+// A line for each command, for --help.
 Kiln::String viewCommandsHelp();
 
 } // namespace ZelCtl

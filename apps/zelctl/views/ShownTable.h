@@ -1,5 +1,4 @@
-// What a show shows, before anybody lays it out: tables whose counters are told apart from what names their
-// rows.
+// A show's content before it is laid out: tables that tell counters from the keys that name their rows.
 #pragma once
 
 #include "kiln/Types.h"
@@ -10,20 +9,20 @@
 namespace ZelCtl {
 
 struct ShownColumn {
-   enum class Kind : U8 { key, counter, other }; // keys tell a row from the others of its table
+   enum class Kind : U8 { key, counter, other }; // a row's keys identify it within its table
    Kiln::String heading;
    Kind kind = Kind::key;
 };
 
 struct ShownCell {
    Kiln::String text;
-   std::optional<U64> count{}; // of a counter's column, where it is known
+   std::optional<U64> count{}; // in a counter's column, where it is known
 };
 
 struct ShownRow {
-   // One a column. A row that has nothing to count ends early, in a text as long as it likes.
+   // One per column. A row without counts, such as one that can't be read, ends early in a text of any length.
    std::vector<ShownCell> cells;
-   std::optional<double> sampled{}; // on the monotonic clock, where the row knows it
+   std::optional<double> sampled{}; // when, on the monotonic clock; none if unknown
 };
 
 struct ShownTable {

@@ -1,4 +1,4 @@
-// Lays columns out.
+// Measures columns and pads cells.
 #include "apps/zelctl/views/TextTable.h"
 
 #include <algorithm>

@@ -7,8 +7,8 @@
 
 namespace ZelCtl {
 
-// Columns are as wide as their widest cell: the first is aligned left, the others right. A row that ends
-// early may end in a cell as long as it likes, which widens nothing.
+// Each column is as wide as its widest cell. The first is aligned left, the others right. The last cell of a row that
+// ends early may have any length, and widens no column.
 class TextTable {
  public:
    explicit TextTable(std::vector<Kiln::String> headings) : rows_{std::move(headings)} {}

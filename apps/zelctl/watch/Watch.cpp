@@ -1,4 +1,4 @@
-// The rounds of a watch, their pace and their screen.
+// The rounds of a watch: their pace, their errors, and the screen that they are drawn on.
 #include "apps/zelctl/watch/Watch.h"
 
 #include "apps/zelctl/terminal/Terminal.h"
@@ -20,7 +20,7 @@ namespace {
 
 using Kiln::String;
 
-constexpr int screenPatience = 3; // seconds
+constexpr int screenPatience = 3; // seconds without a byte from the agent
 
 String clockText() {
    const std::time_t now = std::time(nullptr);
@@ -37,7 +37,7 @@ String secondsText(double seconds) {
    return text;
 }
 
-// The alternate screen, without a cursor. However this ends, the terminal is as it was.
+// The alternate screen, without a cursor. The destructor restores the terminal.
 class Screen {
  public:
    Screen() { writeOut("\x1b[?1049h\x1b[?25l", nullptr); }
@@ -58,6 +58,7 @@ class Watcher {
 
    int run() {
       int status = 0;
+      // A round that took longer than the interval delays those after it; they don't crowd to catch up.
       for (double due = Kiln::System::monotonicTime(); !isOver_;
            due = std::max(due, Kiln::System::monotonicTime())) {
          status = runRound();
@@ -66,7 +67,7 @@ class Watcher {
       }
       if (screen_) {
          screen_.reset();
-         // What was last seen stays to be read.
+         // The alternate screen is gone with its text; leave the last picture on the normal one.
          writeOut(picture_ + "\n", nullptr);
       }
       return signals_->ending() != 0 ? 128 + signals_->ending() : status;
@@ -80,6 +81,8 @@ class Watcher {
          return 0;
       }
       error_ = round.error;
+      // A person sees that it is tried again; a program reading the rounds would take it for counters that stand
+      // still.
       if (!error_.empty() && (!isScreen_ || !lastRound_)) {
          std::cerr << error_ << '\n';
          isOver_ = true;
@@ -91,12 +94,13 @@ class Watcher {
          lastRound_ = now;
          tables_ = changes_.compare(round.tables, now);
          heading_ = printable(Kiln::joined(request_.words, " ")) + ", " + clockText() +
-                    (sinceLast_ > 0 ? ", " + secondsText(sinceLast_) + " after the round before" : "");
+                    (sinceLast_ > 0 ? ", " + secondsText(sinceLast_) + " after the previous round" : "");
       }
       return show();
    }
 
-   // On a screen, what is shown shouldn't look newer than it is.
+   // A screen soon says that the agent does not answer, so that its counts do not pass for new ones. The first round,
+   // which has no screen yet, and rounds to a file wait as long as a plain command does.
    Patience patience() const {
       return screen_ ? Patience{.perByte = screenPatience, .endsByKey = screen_->hasKeys()} : Patience{};
    }
@@ -108,6 +112,7 @@ class Watcher {
             screen_.emplace();
          }
          drawPicture();
+         // Drawn over the old picture, and only then is the rest erased: clearing first would flicker.
          written = writeOut("\x1b[H" + picture_ + "\x1b[J", signals_);
       } else {
          String text = "--- " + heading_ + "\n";
@@ -126,7 +131,7 @@ class Watcher {
 
    void drawPicture() {
       const TerminalSize size = terminalSize();
-      const std::size_t frame = 2; // the lines above and below
+      const std::size_t frame = 2; // lines: the heading, and one for an error
       std::vector<String> lines{"\x1b[7m" + cutTo(heading_ + "; q ends", size.width) + "\x1b[0m"};
       for (String& line :
            layOut(tables_, {size.width, std::max<std::size_t>(size.height, 4) - frame, true})) {
@@ -143,7 +148,7 @@ class Watcher {
 
    void pauseUntil(double due) {
       bool isDue = false;
-      while (!isOver_ && !isDue) { // once at least, since a round may take longer than the interval
+      while (!isOver_ && !isDue) { // keys and signals are looked at even if the next round is due already
          const double left = std::max(0.0, due - Kiln::System::monotonicTime());
          isDue = left == 0;
          const Woken woken = waitFor(signals_, screen_ && screen_->hasKeys(), left);
@@ -158,7 +163,7 @@ class Watcher {
    const FetchRound& fetch_;
    Signals* signals_;
    bool isScreen_;
-   std::optional<Screen> screen_; // from the first good round on
+   std::optional<Screen> screen_; // from the first successful round on
    WatchChanges changes_;
    std::vector<WatchedTable> tables_;
    std::optional<double> lastRound_; // on the monotonic clock
@@ -173,7 +178,7 @@ class Watcher {
 
 int runWatch(const WatchRequest& request, const FetchRound& fetch, Signals* signals) {
    const int status = Watcher(request, fetch, signals).run();
-   // The Ctrl-C that ended it is spent.
+   // The Ctrl-C that ended the watch must not also drop a line at the prompt.
    signals->takeInterrupt();
    return status;
 }

@@ -1,4 +1,4 @@
-// Comparison and rates.
+// Compares rounds and computes rates.
 #include "apps/zelctl/watch/WatchChanges.h"
 
 #include <cmath>
@@ -14,8 +14,8 @@ using State = WatchedRow::State;
 
 constexpr const char* unknownRate = "-";
 
-// Three digits are as many as a glance takes in. Slow ones have a fraction, so that a drop every few seconds
-// doesn't look like none.
+// Big rates have three digits and a unit, since a glance takes in no more. Slow ones have a fraction, and never less
+// than 0.1, so that a drop every few seconds does not look like none.
 String rateText(U64 step, double seconds) {
    constexpr double slow = 10;
    constexpr double wide = 99999.5;
@@ -50,7 +50,7 @@ String rowKey(const ShownTable& table, const ShownRow& row) {
    return key;
 }
 
-// The name, or the name with a number, if there are several of it.
+// The name, with a number if the map has it already.
 template <class Map>
 String freshKey(const Map& taken, const String& name) {
    String key = name;
@@ -64,7 +64,7 @@ String freshKey(const Map& taken, const String& name) {
 
 WatchChanges::Known WatchChanges::seen(const ShownTable& table, const ShownRow& row, double now,
                                        const Known* before) {
-   constexpr double sameSample = 1e-6; // seconds: ages are computed, and round
+   constexpr double sameSample = 1e-6; // seconds: times computed from ages have rounding errors
    Known known{{}, row.sampled.value_or(now), row.sampled.has_value(), {}};
    const bool isComparable = before != nullptr && before->isSampleTime == known.isSampleTime;
    const double elapsed = isComparable ? known.time - before->time : 0;
@@ -133,7 +133,7 @@ std::vector<WatchedTable> WatchChanges::compare(const std::vector<ShownTable>& t
    std::map<String, KnownTable> known;
    std::vector<WatchedTable> watched;
    for (const ShownTable& table : tables) {
-      // What a title says beyond these may change: how old the record is.
+      // The rest of the title, how old the record is, changes from round to round.
       const String name = table.title.substr(0, table.title.find(": sampled "));
       const String key = freshKey(known, name);
       KnownTable& one = known[key] = {table.title, table.columns, {}};

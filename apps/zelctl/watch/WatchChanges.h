@@ -1,4 +1,4 @@
-// What changed in a show from one round to the next, row by row.
+// Finds what changed in a show from one round to the next, row by row.
 #pragma once
 
 #include "apps/zelctl/views/ShownTable.h"
@@ -9,8 +9,8 @@ namespace ZelCtl {
 
 struct WatchedCell {
    Kiln::String text;
-   bool hasChanged = false; // a counter's; its rate changes with it
-   Kiln::String rate{};     // a second; "-" while it isn't known; empty where there is no counter
+   bool hasChanged = false; // only a counter's cell can
+   Kiln::String rate{};     // per second; "-" if unknown; empty if the cell is not a counter's
 };
 
 struct WatchedRow {
@@ -27,13 +27,12 @@ struct WatchedTable {
    std::vector<Kiln::String> notes;
 };
 
-// Rows are known by their table's title (up to its colon and chip at least, whatever else it says) and their
-// keys. A counter that went backwards began anew: it has changed, and has no rate. A row that knows when it
-// was sampled is rated by that, and keeps its rate while it isn't sampled anew; others by the time of the
-// round.
+// A row is identified by its keys and its table's title, without the part that says how old the record is. A counter
+// that went backwards began anew: it has changed, and has no rate. The rate of a row that has a sample time is over
+// the time between samples, and stays until the next sample; that of any other row is over the time between rounds.
 class WatchChanges {
  public:
-   // `now` is on the monotonic clock. A row that is gone is in the answer once more, as it was last.
+   // `now` is on the monotonic clock. A row that is gone is returned once more, with its last values.
    std::vector<WatchedTable> compare(const std::vector<ShownTable>& tables, double now);
 
  private:
@@ -41,7 +40,7 @@ class WatchChanges {
       std::vector<std::optional<U64>> counts; // one a column
       double time = 0;
       bool isSampleTime = false;
-      WatchedRow row; // as it was answered
+      WatchedRow row; // as it was returned
    };
    struct KnownTable {
       Kiln::String title;

@@ -1,4 +1,4 @@
-// Columns, marks and what fits.
+// Lays out columns and marks, and leaves out what doesn't fit.
 #include "apps/zelctl/watch/WatchText.h"
 
 #include "apps/zelctl/terminal/Utf8.h"
@@ -37,7 +37,7 @@ const String& textOf(const WatchedRow& row, const Column& column) {
    return column.isRate ? row.cells[column.cell].rate : row.cells[column.cell].text;
 }
 
-// A row that ends early ends in a text of any length, which widens nothing.
+// Whether the cell is the last of a row that ends early. Such a text may have any length, and widens no column.
 bool isLoose(const WatchedTable& table, const WatchedRow& row, std::size_t cell) {
    return row.cells.size() < table.columns.size() && cell + 1 == row.cells.size();
 }
@@ -73,7 +73,8 @@ std::size_t widthOf(const std::vector<Column>& columns) {
    return width;
 }
 
-// What says nothing goes first. Returns how many columns are left out, but for rates of zero.
+// Takes columns out until the others fit: first rates of zero, then counters of zero, then the last ones. Returns how
+// many went, without the rates of zero, which nobody misses.
 std::size_t fitColumns(const WatchedTable& table, std::size_t width, std::vector<Column>* columns) {
    const auto isCounter = [&](const Column& one) { return table.columns[one.cell].kind == Kind::counter; };
    const auto fits = [&] { return width == 0 || widthOf(*columns) <= width; };
@@ -84,7 +85,7 @@ std::size_t fitColumns(const WatchedTable& table, std::size_t width, std::vector
    if (!fits()) {
       leftOut = std::erase_if(*columns, [&](const Column& one) { return isCounter(one) && one.isZero; });
    }
-   // Never half a number.
+   // Whole columns only: half a number would be a wrong one.
    while (!fits() && isCounter(columns->back())) {
       columns->pop_back();
       ++leftOut;
@@ -92,7 +93,7 @@ std::size_t fitColumns(const WatchedTable& table, std::size_t width, std::vector
    return leftOut;
 }
 
-// A line that is put together from pieces and cut at the width. Styles take no room.
+// A line that is put together from pieces and cut to the screen's width. Styles take no columns.
 class Line {
  public:
    explicit Line(const WatchRoom& room) : room_(room) {}
@@ -189,8 +190,8 @@ Block blockOf(const WatchedTable& table, const WatchRoom& room, std::size_t* col
    return block;
 }
 
-// Takes rows that never changed out of the last tables until no more than so many lines are left; a table
-// that had no others goes with them. Returns how many rows.
+// Takes rows that never changed out, last ones first, until so many lines are left or no such row is. A table that has
+// no other rows goes as a whole. Returns how many rows went.
 std::size_t leaveOutQuiet(std::vector<Block>* blocks, std::size_t height) {
    std::size_t lines = 0;
    for (const Block& block : *blocks) {
@@ -247,8 +248,8 @@ std::vector<String> layOut(const std::vector<WatchedTable>& tables, const WatchR
       omitted += (omitted.empty() ? "" : " and ") + Kiln::counted(columns, "column");
    }
    if (!omitted.empty()) {
-      texts.push_back(plainLine("(" + omitted + (rows + columns == 1 ? " has" : " have") +
-                                     " no room: enlarge the window or ask for less)",
+      texts.push_back(plainLine("(" + omitted + (rows + columns == 1 ? " does" : " do") +
+                                     " not fit: enlarge the window or ask for less)",
                                 room));
    }
    return texts;

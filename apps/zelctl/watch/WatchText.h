@@ -1,4 +1,4 @@
-// Lays a round of a watch out: for a terminal, as much as it has room for; else all of it.
+// Lays out a round of a watch: for a terminal as much as fits, otherwise all of it.
 #pragma once
 
 #include "apps/zelctl/watch/WatchChanges.h"
@@ -6,14 +6,14 @@
 namespace ZelCtl {
 
 struct WatchRoom {
-   std::size_t width = 0; // 0: whatever it takes
-   std::size_t height = 0;
+   std::size_t width = 0;  // columns; 0 for no limit
+   std::size_t height = 0; // lines; 0 for no limit
    bool hasStyles = false; // bold for what changed
 };
 
-// Lines without their ends. A mark leads each row: '*' changed, '+' new, '-' gone. To fit the width, counters
-// that are 0 throughout go, and then the last ones; to fit the height, rows that never changed, and then the
-// last ones. What was left out is said in the last line.
+// Returns the lines, without newlines. Each row begins with a mark: '*' changed, '+' new, '-' gone. To fit the width,
+// columns that are 0 throughout are left out, and then the last ones; to fit the height, rows that never changed, and
+// then the last ones. The last line says how much was left out.
 std::vector<Kiln::String> layOut(const std::vector<WatchedTable>& tables, const WatchRoom& room);
 
 } // namespace ZelCtl

@@ -1,4 +1,4 @@
-// An agent in simulated time, and a way to ask it.
+// An agent in simulated time, and commands to it.
 #pragma once
 
 #include "apps/zelagent/SwitchAgent.h"
@@ -18,14 +18,14 @@ struct Asked {
 
 class AgentRig : public testing::Test {
  protected:
-   // With tables of its own, since tests run side by side.
+   // Starts the agent, with tables of its own, since tests run at the same time.
    ZelAgent::SwitchAgent& start(ZelAgent::SwitchAgentConfig config) {
       config.tablePrefix += "-test-" + std::to_string(getpid());
       config.tablesAreTemporary = true;
       return agent_.emplace(config);
    }
 
-   // Of any line, as the channel runs it.
+   // Runs any command line, as the channel does.
    Asked run(const Kiln::String& line) {
       const auto lock = Kiln::ActivityLockAnchor::lock();
       const Agent::CommandSpool spool;

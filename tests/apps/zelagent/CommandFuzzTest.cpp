@@ -1,8 +1,8 @@
-// Whatever the command line is, the agent answers one line of error or some text, and goes on. Lines come from the
-// grammar, which is asked of the agent itself, from mutations of such lines, and from plain random bytes, while
-// traffic runs and chips and ports come and go.
+// Whatever the command line, the agent answers with text or one line of error, and goes on. Lines follow the grammar,
+// which the test learns from the agent's refusals, or are mutations of such lines, or random bytes. Meanwhile traffic
+// runs, and chips and ports come and go.
 //
-// ZEL_FUZZ_LINES says how many lines, ZEL_TEST_SEED repeats a run.
+// ZEL_FUZZ_LINES sets the number of lines; ZEL_TEST_SEED repeats a run.
 #include "agent/CommandChannel.h"
 #include "agent/CommandSocket.h"
 #include "tests/apps/zelagent/AgentRig.h"
@@ -38,10 +38,10 @@ String operandAfter(const String& keyword) {
                                                       : "";
 }
 
-// What the grammar allows after "counters", each sentence with its operands' places.
+// The sentences that the grammar allows after "counters", with placeholders for operands.
 class Grammar {
  public:
-   // `refusalOf` gives the error of a line.
+   // `refusalOf` returns the error that a line gets.
    template <class RefusalOf>
    explicit Grammar(RefusalOf refusalOf) {
       explore({}, refusalOf);
@@ -52,7 +52,7 @@ class Grammar {
  private:
    static constexpr const char* noWord = "!";
 
-   // The words that the agent says could stand in place of one that can't.
+   // The words that the agent, refusing a line, says it expected.
    static Words choicesOf(const String& refusal) {
       const String before = "expected ";
       const std::size_t at = refusal.rfind(before);
@@ -82,7 +82,7 @@ class Grammar {
       for (const String& choice : choicesOf(refusalOf(joined(probe)))) {
          if (choice == "nothing more") {
             sentences_.push_back(sentence);
-         } else if (choice != "chip") { // goes before every sentence
+         } else if (choice != "chip") { // may precede any sentence, so it is added separately
             Words longer = sentence;
             longer.push_back(choice);
             if (const String operand = operandAfter(choice); !operand.empty()) {
@@ -112,7 +112,7 @@ class CommandFuzz : public ZelTest::AgentRig {
       return text;
    }
 
-   // Keywords as they are, or the beginning of them; names that there are, or were.
+   // Keywords in full or shortened; names that exist, or did.
    String spell(const Words& sentence) {
       Words words = {"counters"};
       if (random_.oneIn(4)) {
@@ -126,7 +126,7 @@ class CommandFuzz : public ZelTest::AgentRig {
             words.push_back(std::to_string(random_.below(3)));
          } else if (word == aTable) {
             static const Words tables = {"0", "7", "ingressPortCount", "vlanByteCount", "egr", "pdp"};
-            if (!random_.oneIn(100)) { // else all of them
+            if (!random_.oneIn(100)) { // otherwise all tables
                words.push_back(random_.oneOf(tables));
             }
          } else {
@@ -140,7 +140,7 @@ class CommandFuzz : public ZelTest::AgentRig {
       static const Words oddWords = {
            "-1", "4294967296", "18446744073709551616", "0x10", "\x1b[2J", "%n%s", "chip", "counters",
            "",   "\xff\xfe"};
-      if (random_.oneIn(10)) { // as a prompt asks for what may follow
+      if (random_.oneIn(10)) { // a completion, as a prompt asks for it
          line = "complete " + line.substr(0, random_.below(line.size() + 1));
       }
       for (U64 changes = 1 + random_.below(4); changes > 0; --changes) {
@@ -170,7 +170,7 @@ class CommandFuzz : public ZelTest::AgentRig {
       return line;
    }
 
-   // Chips, ports and time move on.
+   // Adds or takes away chips and ports, and lets time pass.
    void disturb() {
       const auto lock = Kiln::ActivityLockAnchor::lock();
       const U64 number = random_.below(8);
@@ -195,7 +195,7 @@ class CommandFuzz : public ZelTest::AgentRig {
             advance(0.5 * static_cast<double>(1 + random_.below(5)));
          }
       } catch (const std::invalid_argument&) {
-         // what isn't there now can't go, nor a port that is taken come
+         // refused: the chip or port is not there, or the place is taken
       }
    }
 
@@ -214,12 +214,12 @@ class CommandFuzz : public ZelTest::AgentRig {
    ZelTest::Random random_;
 };
 
-// Everything of a chip at once takes a thousand times as long as a short line.
+// Such a line shows everything of a chip, which takes a thousand times as long as a short line.
 bool isLong(const Words& sentence) {
    return sentence.size() == 1 || sentence[1] == "nonzero" || sentence[1] == "json";
 }
 
-TEST_F(CommandFuzz, AnswerWhateverTheLineIs) {
+TEST_F(CommandFuzz, AnswersWhateverTheLineIs) {
    const Grammar grammar([this](const String& line) { return run(line).error; });
    const auto has = [&](const Words& sentence) {
       const auto& all = grammar.sentences();
@@ -244,12 +244,12 @@ TEST_F(CommandFuzz, AnswerWhateverTheLineIs) {
                                     : mutated(spell(*sentence));
       const ZelTest::Asked asked = run(line);
       answered += asked.error.empty() ? 1U : 0U;
-      // One short line that a terminal may show, and nothing done before it.
+      // A refusal is one short line of printable text, and comes before any output.
       EXPECT_LT(asked.error.size(), 1000U) << line;
       EXPECT_EQ(Agent::printableLine(asked.error), asked.error) << line;
       EXPECT_TRUE(asked.error.empty() || asked.text.empty()) << line;
       EXPECT_EQ(asked.text.find('\0'), String::npos) << line;
-      // What the agent offered, it takes: at most a name isn't there, or a short keyword isn't clear.
+      // The agent takes what it offered: at most, a name no longer exists or a shortened keyword is ambiguous.
       EXPECT_FALSE(isWhole && asked.error.starts_with("unexpected")) << line << ": " << asked.error;
       EXPECT_FALSE(isWhole && asked.error.starts_with("the command is incomplete"))
            << line << ": " << asked.error;
@@ -258,16 +258,16 @@ TEST_F(CommandFuzz, AnswerWhateverTheLineIs) {
    expectAPlainAnswer();
 }
 
-// A client that means no good.
+// A client that misbehaves.
 class HostileClient : public ZelTest::SocketClient {
  public:
    using SocketClient::SocketClient;
 
-   // As far as the agent takes them: it may have had enough.
+   // Sends as much as the agent takes; it may close at any time.
    void send(const String& bytes) const {
       ::send(fd(), bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
    }
-   // The beginning of the answer, which may be empty.
+   // Reads the beginning of the answer, which may be empty.
    String receive() const {
       String bytes(100, '\0');
       const ssize_t got = recv(fd(), bytes.data(), bytes.size(), 0);
@@ -277,7 +277,7 @@ class HostileClient : public ZelTest::SocketClient {
    }
 };
 
-TEST_F(CommandFuzz, SocketTakesWhateverComes) {
+TEST_F(CommandFuzz, SurvivesWhateverClientsSend) {
    const ZelTest::TemporaryFolder folder;
    const String path = folder.path() + "/socket";
    const Kiln::Ptr<Kiln::ActivityManager> manager = Kiln::ActivityManager::instance();
@@ -303,7 +303,7 @@ TEST_F(CommandFuzz, SocketTakesWhateverComes) {
       client->send(bytes.substr(half));
       if (random_.oneIn(2)) {
          client->endSending();
-         client->receive(); // comes, whatever was sent
+         client->receive(); // an answer comes, whatever was sent
       }
       if (random_.oneIn(2)) {
          open.pop_back();
@@ -311,7 +311,7 @@ TEST_F(CommandFuzz, SocketTakesWhateverComes) {
    }
    open.clear();
    String answer;
-   do { // until those that went are noticed
+   do { // until the agent has noticed which clients left
       const HostileClient plain(path);
       plain.send("counters show mac intf Ethernet1\n");
       answer = plain.receive();

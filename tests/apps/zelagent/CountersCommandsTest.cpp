@@ -44,7 +44,7 @@ TEST_F(CountersCommands, ReachTheChipsThatTheyConcern) {
         {"chip Zel1 show mac nonzero", zel1},
         {"show mac intf Ethernet3 nonzero", block(3, 0)},
         {"chip Zel1 show mac intf Ethernet3 nonzero", block(3, 0)},
-        // in any clear abbreviation
+        // any unambiguous abbreviation
         {"s mac n", zel0 + zel1},
         {"ch Zel0 sho mac nonz", zel0},
         {"s mac i Ethernet4 n", block(4, 1)},
@@ -209,7 +209,7 @@ TEST_F(CountersCommands, AnInterfaceWithoutPdpCountersGetsItsOwnLine) {
              "No PDP counters of interface Ethernet4: its port has none\n");
 }
 
-// Each answer of a simulation that is traced goes to standard output, too, whoever wrote it.
+// In a simulation with tracing on, each answer also goes to standard output, whatever printed it.
 TEST_F(CountersCommands, AreEchoedInASimulation) {
    const ZelTest::Environment simulation("SIMULATION_VMID", "1");
    start({.chips = 1, .pipes = 1, .ports = 2});
@@ -225,7 +225,7 @@ TEST_F(CountersCommands, AreEchoedInASimulation) {
    for (std::size_t i = 0; i < commands.size(); ++i) {
       agent_->countersMgr().zelCounters(0)->initializedIs(i < 4);
       EXPECT_TRUE(Kiln::traceSettingIs("ZelCounters/8", &error)) << error;
-      testing::internal::CaptureStderr(); // the trace's own lines
+      testing::internal::CaptureStderr(); // takes the trace's own lines
       testing::internal::CaptureStdout();
       const String text = ask(commands[i]).text;
       std::fflush(stdout);
@@ -280,12 +280,12 @@ TEST_F(CountersCommands, AreCompletedByTheirGrammar) {
    }
 }
 
-// Every line that completion can spell out: none is wrong, whatever may still be missing.
+// Follows completion to every line that it can spell out. The agent may find a line incomplete, but never wrong.
 TEST_F(CountersCommands, CompletionOffersOnlyWhatIsTaken) {
    std::vector<String> lines = {"chip Zel0 "};
    for (std::size_t i = 0; i < lines.size(); ++i) {
       const auto lock = Kiln::ActivityLockAnchor::lock();
-      const Agent::CommandSpool spool(4096); // soon full, since the answers are not looked at
+      const Agent::CommandSpool spool(4096); // may fill up: the answers do not matter here
       const String error = agent_->commandRunner()->run("counters " + lines[i], spool).error;
       const bool isFull = error.find("the output ends here") == 0;
       const bool isUnfinished = error.find("the command is incomplete") == 0 || error.find("pipe needs") == 0;

@@ -1,4 +1,4 @@
-// The document of a show command: that it says what the text says, and what it says where there is no text.
+// The JSON document of a show command: it agrees with the text, and marks what the text cannot show.
 #include "apps/zelctl/views/JsonReader.h"
 #include "counters/ZelCounters.h"
 #include "tests/apps/zelagent/AgentRig.h"
@@ -21,7 +21,7 @@ Words wordsOf(const String& text) {
    return {std::istream_iterator<String>(words), {}};
 }
 
-// Throws when there is none.
+// Throws if there is none.
 const Json::array_t& listOf(const Json& object, const char* name) {
    return object.at(name).get_ref<const Json::array_t&>();
 }
@@ -42,7 +42,7 @@ std::vector<const Json*> tablesOf(const Json& document) {
    return tables;
 }
 
-// The rows as words; where there is no number, "-".
+// The document's rows as words, with "-" for null.
 std::vector<Words> rowsOf(const Json& document) {
    std::vector<Words> rows;
    for (const Json* table : tablesOf(document)) {
@@ -57,7 +57,7 @@ std::vector<Words> rowsOf(const Json& document) {
    return rows;
 }
 
-// The text's rows as words: what is neither title, heading, ruler nor note.
+// The text's rows as words, without titles, headings, rulers and notes.
 std::vector<Words> rowsOf(const String& text, const Json& document) {
    std::set<Words> others = {{},
                              {"none"},
@@ -87,7 +87,7 @@ std::vector<Words> rowsOf(const String& text, const Json& document) {
          continue;
       }
       std::replace(words.begin(), words.end(), String("N/A"), String("-"));
-      if (words.back() == "ok") { // the traffic manager's remark
+      if (words.back() == "ok") { // the remark behind each counter of the traffic manager
          words.pop_back();
       }
       rows.push_back(words);
@@ -95,7 +95,7 @@ std::vector<Words> rowsOf(const String& text, const Json& document) {
    return rows;
 }
 
-// Counters are numbers or unknown, and what is no counter tells the row from every other of its table.
+// Checks that counters are numbers or null, and that the other members identify the row within its table.
 void expectLabelled(const Json& table) {
    std::set<String> counters;
    for (const Json& name : listOf(table, "counters")) {
@@ -117,7 +117,7 @@ void expectLabelled(const Json& table) {
 
 class CountersJson : public ZelTest::AgentRig {
  protected:
-   // The same command twice, as text and as a document.
+   // Runs the command twice, for text and for a document, and compares them.
    void expectSame(const String& command) {
       SCOPED_TRACE(command);
       const String text = ask(command).text;
@@ -140,7 +140,7 @@ TEST_F(CountersJson, SaysWhatTheTextSays) {
    start({.chips = 2, .pipes = 2, .ports = 4});
    auto loop = Kiln::ActivityManager::instance();
    for (const char* const command : {"show table", "show pdp", "show mac"}) {
-      expectSame(command); // nothing was read yet
+      expectSame(command); // nothing has been read yet
    }
    loop->advance(2.0);
    agent_->traffic().onIs(true);

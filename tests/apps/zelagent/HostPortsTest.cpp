@@ -1,4 +1,4 @@
-// The host's interfaces as ports, over a folder that stands for the kernel's.
+// The host's interfaces as ports. A temporary folder stands for the kernel's.
 #include "apps/zelagent/HostPorts.h"
 
 #include "silo/TableReader.h"
@@ -42,7 +42,7 @@ class HostPorts : public ZelTest::AgentRig {
       const auto lock = Kiln::ActivityLockAnchor::lock();
       advance(3);
    }
-   // Of the published record; nothing when there is none.
+   // A counter of the published record; none if there is no record.
    std::optional<U64> total(const String& interface, const String& field) {
       using Silo::Interface::IntfCounters;
       Silo::TableReader<IntfCounters> reader(agent_->tableStore(), Silo::Interface::TableName::intfCounters);
@@ -86,7 +86,7 @@ TEST_F(HostPorts, PublishesWhatTheKernelCounts) {
    for (const auto& [field, value] : expected) {
       EXPECT_EQ(total("eth0", field), value) << field;
    }
-   // The kernel's counters aren't of one moment: fewer unicast frames than before is no fall.
+   // The kernel's counters are not read at one moment, so fewer unicast frames than before are not a fall.
    counts("eth0", {{"rx_packets", 101}, {"multicast", 40}});
    poll();
    EXPECT_EQ(total("eth0", "in-unicast-pkts"), 70U);
@@ -103,7 +103,7 @@ TEST_F(HostPorts, FollowsInterfacesThatComeAndGo) {
    poll();
    EXPECT_EQ(total("eth0", "in-octets"), std::nullopt);
    EXPECT_EQ(total("lo", "in-octets"), 2000U);
-   // The new one gets the place that became free, and none of what was counted there.
+   // The new interface gets the freed port, but none of the counts made there.
    counts("wlan0", {{"rx_bytes", 10}});
    poll();
    EXPECT_EQ(total("wlan0", "in-octets"), 10U);
@@ -111,7 +111,7 @@ TEST_F(HostPorts, FollowsInterfacesThatComeAndGo) {
    EXPECT_EQ(hostPorts_->names(), (std::vector<String>{"lo", "wlan0"}));
 }
 
-TEST_F(HostPorts, MoreInterfacesThanPortsLeavesSomeOut) {
+TEST_F(HostPorts, InterfacesBeyondThePortsAreLeftOut) {
    for (unsigned i = 0; i < 130; ++i) {
       counts("veth" + std::to_string(i), {});
    }

@@ -1,4 +1,4 @@
-// The agent's command line, and the ports that it makes of it.
+// The agent's command line, and the chips and ports that follow from it.
 #include "apps/zelagent/Options.h"
 
 #include "silo/TableReader.h"
@@ -38,7 +38,7 @@ TEST(Options, TakesEachOptionInEitherForm) {
              ZelSystem::ChipCapabilities());
 }
 
-TEST(Options, RefusesWhatCannotBe) {
+TEST(Options, RefusesInvalidOptions) {
    const std::vector<std::pair<Arguments, String>> cases = {
         {{"--chips", "9"}, "--chips '9': expected 1 to 8"},
         {{"--chips", "0"}, "--chips '0': expected 1 to 8"},
@@ -107,7 +107,7 @@ TEST_F(SwitchAgent, SpreadsPortsEvenlyOverThePipesAndCountsOnAcrossChips) {
    EXPECT_EQ(agent_->systemStatus().portInfo().size(), 12U);
 }
 
-TEST_F(SwitchAgent, RefusesPortsAndChipsThatCannotBe) {
+TEST_F(SwitchAgent, RefusesInvalidPortsAndChips) {
    start({.chips = 1, .pipes = 2, .ports = 2});
    const auto lock = Kiln::ActivityLockAnchor::lock();
    const auto add = [&](const char* intf, const char* chip, U16 port) {

@@ -1,26 +1,17 @@
-// The agent's documents, and what is none.
+// Reading the agent's JSON documents, and refusing anything else.
 #include "apps/zelctl/views/JsonReader.h"
 
 #include "apps/zelctl/views/CountersDocument.h"
+#include "tests/support/ErrorText.h"
 #include "tests/support/Random.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
-#include <stdexcept>
 
 namespace {
 
 using Kiln::String;
-
-template <class Function>
-String problem(Function function) {
-   try {
-      function();
-      return "";
-   } catch (const std::runtime_error& error) {
-      return error.what();
-   }
-}
+using ZelTest::errorOf;
 
 TEST(JsonReader, ReadsEveryKindOfValue) {
    const ZelCtl::Json value = ZelCtl::readJson(
@@ -38,40 +29,40 @@ TEST(JsonReader, ReadsEveryKindOfValue) {
    EXPECT_EQ(value.back(), ZelCtl::Json::object()) << "members keep their order";
 }
 
-TEST(JsonReader, RefusesWhatIsNotExactlyThat) {
-   const String number = "it has a number other than whole ones of 64 bits";
+TEST(JsonReader, RefusesAnythingElse) {
+   const String number = "it has a number that is not an unsigned 64-bit integer";
    const std::vector<std::pair<String, String>> cases = {
-        {"", "it is no JSON at byte 1"},
-        {"{\"a\":1}x", "it is no JSON at byte 8"},
-        {"{\"a\":1,}", "it is no JSON at byte 8"},
-        {"[1,]", "it is no JSON at byte 4"},
-        {"[1 2]", "it is no JSON at byte 4"},
-        {"[", "it is no JSON at byte 2"},
-        {"{\"a\" 1}", "it is no JSON at byte 6"},
+        {"", "it is not JSON at byte 1"},
+        {"{\"a\":1}x", "it is not JSON at byte 8"},
+        {"{\"a\":1,}", "it is not JSON at byte 8"},
+        {"[1,]", "it is not JSON at byte 4"},
+        {"[1 2]", "it is not JSON at byte 4"},
+        {"[", "it is not JSON at byte 2"},
+        {"{\"a\" 1}", "it is not JSON at byte 6"},
         {"{\"a\":1,\"b\":{\"a\":2},\"a\":3}", "it has a twice in one object"},
-        {"{a:1}", "it is no JSON at byte 2"},
-        {"nul", "it is no JSON at byte 4"},
+        {"{a:1}", "it is not JSON at byte 2"},
+        {"nul", "it is not JSON at byte 4"},
         {"-1", number},
-        {"01", "it is no JSON at byte 2"},
+        {"01", "it is not JSON at byte 2"},
         {"1.5", number},
         {"1e3", number},
-        {"1e999", "it is no JSON at byte 5"},
+        {"1e999", "it is not JSON at byte 5"},
         {"18446744073709551616", number},
-        {"\"abc", "it is no JSON at byte 5"},
-        {"\"a\nb\"", "it is no JSON at byte 3"},
-        {"\"\xff\"", "it is no JSON at byte 2"},
-        {"\"\xc0\x80\"", "it is no JSON at byte 2"},
-        {"\"\\x\"", "it is no JSON at byte 3"},
-        {"\"\\u12\"", "it is no JSON at byte 6"},
-        {"\"\\ud83dx\"", "it is no JSON at byte 8"},
-        {"\"\\ude00\"", "it is no JSON at byte 7"},
+        {"\"abc", "it is not JSON at byte 5"},
+        {"\"a\nb\"", "it is not JSON at byte 3"},
+        {"\"\xff\"", "it is not JSON at byte 2"},
+        {"\"\xc0\x80\"", "it is not JSON at byte 2"},
+        {"\"\\x\"", "it is not JSON at byte 3"},
+        {"\"\\u12\"", "it is not JSON at byte 6"},
+        {"\"\\ud83dx\"", "it is not JSON at byte 8"},
+        {"\"\\ude00\"", "it is not JSON at byte 7"},
         {String(33, '[') + String(33, ']'), "it nests deeper than 32 levels"},
         {String(100000, '['), "it nests deeper than 32 levels"},
    };
    for (const auto& [text, expected] : cases) {
-      EXPECT_EQ(problem([&, &text = text] { ZelCtl::readJson(text); }), expected) << text.substr(0, 99);
+      EXPECT_EQ(errorOf([&, &text = text] { ZelCtl::readJson(text); }), expected) << text.substr(0, 99);
    }
-   EXPECT_EQ(problem([] { ZelCtl::readJson(String(32, '[') + String(32, ']')); }), "");
+   EXPECT_EQ(errorOf([] { ZelCtl::readJson(String(32, '[') + String(32, ']')); }), "");
 }
 
 constexpr const char* document =
@@ -108,12 +99,13 @@ TEST(CountersDocument, AnotherDocumentIsRefused) {
                          "\"notes\":[],\"rows\":[7]}]}]}";
    for (const String& text : {number, String("[]"), String("{\"chips\":{}}"), String("{\"chips\":[{}]}"),
                               String("{\"chips\":[{\"chip\":\"Zel0\"}]}"), String("x"), nested}) {
-      EXPECT_NE(problem([&] { ZelCtl::readCountersDocument(text); }).find("cannot be read"), String::npos)
+      EXPECT_NE(errorOf([&] { ZelCtl::readCountersDocument(text); }).find("cannot read the agent's answer: "),
+                String::npos)
            << text;
    }
 }
 
-// Bytes are changed, lost, doubled and cut off: an answer or an error, never more.
+// Bytes are changed, lost, doubled and cut off. The result is tables or an error, never a crash.
 TEST(CountersDocument, SurvivesGarbage) {
    ZelTest::Random random;
    int read = 0;
@@ -136,7 +128,7 @@ TEST(CountersDocument, SurvivesGarbage) {
             text[at] = "{}[]\",:0n\\"[random.below(10)];
          }
       }
-      read += problem([&] { ZelCtl::readCountersDocument(text); }).empty() ? 1 : 0;
+      read += errorOf([&] { ZelCtl::readCountersDocument(text); }).empty() ? 1 : 0;
    }
    EXPECT_GT(read, 0);
    EXPECT_LT(read, 30000);

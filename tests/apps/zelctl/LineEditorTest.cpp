@@ -1,4 +1,4 @@
-// Keys at the prompt: what they make of the line and of the history.
+// Keys at the prompt, and their effect on the line and the history.
 #include "apps/zelctl/prompt/LineEditor.h"
 
 #include "apps/zelctl/terminal/Terminal.h"
@@ -23,7 +23,7 @@ const String down = "\x1b[B";
 
 class LineEditor : public ZelTest::TerminalRig {
  protected:
-   // Each line that is entered comes back between angle brackets. Each Tab has the next candidates.
+   // Echoes each entered line between angle brackets. Each Tab gets the next set of candidates.
    void edit(const Words& former = {}, const std::vector<Words>& candidates = {}) {
       start([&former, &candidates] {
          std::size_t tabs = 0;
@@ -42,7 +42,7 @@ class LineEditor : public ZelTest::TerminalRig {
       expect("> ");
    }
 
-   // What the keys make of a line, with '|' where the cursor is.
+   // The line that the keys produce, with '|' at the cursor.
    String lineOf(const String& keys) {
       type(keys + "|\r");
       shownBefore("line <");
@@ -61,7 +61,7 @@ TEST_F(LineEditor, KeysEditTheLine) {
         {"show\x1b[1~X\x1b[4~Y\x1b[7~V\x1b[8~W", "VXshowYW|"},
         {"show\x7f\b", "sh|"},
         {"show\x01\x1b[3~\x04", "|ow"},
-        {"\x1b[3~a", "a|"}, // which isn't Ctrl-D
+        {"\x1b[3~a", "a|"}, // Delete on an empty line does not end the session as Ctrl-D does
         {"counters show" + left + left + "\x0b", "counters sh|"},
         {"counters show" + left + left + "\x15", "|ow"},
         {"counters show  \x17mac", "counters mac|"},
@@ -72,10 +72,10 @@ TEST_F(LineEditor, KeysEditTheLine) {
         {"a" + right + left + left + "b", "b|a"},
         {"Z\xc3\xbcrich\x1b[D\x1b[D\x1b[D\x1b[D\x7f", "Z|rich"}, // one character of two bytes
         {"\xe6\xbc\xa2\xe5\xad\x97\x1b[D\x7f!", "!|\xe5\xad\x97"},
-        {"a\xff\xc3(\xed\xa0\x80z", "a(z|"}, // what is no character is dropped
+        {"a\xff\xc3(\xed\xa0\x80z", "a(z|"}, // bytes that are not a character are dropped
         {"a\x1b[1;5Cb\x1b[200~c\x1b\x1b[Dd", "abd|c"},
-        {"a\x1b[12\x05z", "az|"},           // a sequence broken off takes nothing with it
-        {"a\x1bxb\xc2\x9b\x16\x01", "|ab"}, // nor is a key that has no meaning text
+        {"a\x1b[12\x05z", "az|"},           // a sequence cut short swallows nothing
+        {"a\x1bxb\xc2\x9b\x16\x01", "|ab"}, // keys without a meaning insert no text
         {"a\xc3\x01"
          "b",
          "b|a"},
@@ -179,7 +179,7 @@ TEST_F(LineEditor, RandomKeysLeaveWholeCharacters) {
          const char byte = static_cast<char>(32 + random.below(224));
          typed += random.oneIn(8) ? String(1, byte) : random.oneOf(keys);
       }
-      const String result = lineOf(typed + "x"); // which ends whatever began
+      const String result = lineOf(typed + "x"); // x ends any sequence that was begun
       ASSERT_FALSE(result.empty()) << testing::PrintToString(typed);
       ASSERT_EQ(ZelCtl::printable(result), result) << testing::PrintToString(typed);
    }

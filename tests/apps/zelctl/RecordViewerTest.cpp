@@ -1,8 +1,9 @@
-// What the client shows of published records.
+// The client's views of published records.
 #include "apps/zelctl/views/RecordViewer.h"
 
 #include "kiln/JsonWriter.h"
 #include "silo/Table.h"
+#include "tests/support/ErrorText.h"
 #include "tests/support/Files.h"
 #include "tests/support/TemporaryFolder.h"
 #include "vex/PublishedRecords.h"
@@ -52,25 +53,21 @@ class RecordViewer : public testing::Test {
       published.recordIs("Ethernet2", counters(18446744073709551615U, 8), now - 5000);
       published.recordIs("Ethernet1", counters(4000), now);
    }
-   // Ages of records that were just written are shown as NOW.
+   // Replaces the ages of records that were just written by NOW.
    String view(const String& command) {
       std::istringstream words(command);
       const String text = ZelCtl::viewRecords({std::istream_iterator<String>(words), {}}, store_);
       return std::regex_replace(text, std::regex("  [0-9]\\.[0-9]s|: [0-9]\\.[0-9]s ago"), " NOW");
    }
    String refusal(const String& command) {
-      try {
-         return "shown: " + view(command);
-      } catch (const std::exception& error) {
-         return error.what();
-      }
+      return ZelTest::errorOf([&] { view(command); });
    }
 
    const ZelTest::TemporaryFolder folder_;
    const Silo::Store store_ = Silo::Store::directory(folder_.path());
 };
 
-constexpr const char* noAgent = "No agent is running that would publish anything newer.\n";
+constexpr const char* noAgent = "No agent is running, so nothing newer is published.\n";
 
 TEST_F(RecordViewer, ListsInterfacesInNaturalOrderWithTheirAge) {
    publishPorts();
@@ -92,7 +89,7 @@ TEST_F(RecordViewer, KeywordsChooseWhatIsShown) {
    const std::vector<std::pair<String, std::vector<String>>> cases = {
         {"interfaces nonzero raw", {"Ethernet1 .* 5000 ", "Ethernet2 .* 999 ", "Ethernet10 .* 1000 "}},
         {"interfaces nonzero", {"Ethernet1 .* 4000 ", "Ethernet2 .* 18446744073709551615 "}},
-        // An absorbed step has no rate; the others go by the interval, octets as bits.
+        // An absorbed step has no rate. The others are divided by the interval, octets as bits.
         {"interfaces rates nonzero", {"Ethernet1 .* 8000 +- +0 ", "Ethernet2 .* 18446744073709551615 +- "}},
         {"interfaces errors nonzero", {"Ethernet2 .* stale +0 +8 .* 4 +never"}},
         {"interfaces Ethernet2 errors nonzero",
@@ -153,16 +150,14 @@ TEST_F(RecordViewer, DamagedRecordsAreToldApartFromAbsentOnes) {
              "unknown interface 'ethernet2': did you mean Ethernet2?; ke");
 }
 
-TEST_F(RecordViewer, AWatchTakesNoKeywordThatIsNotForIt) {
+TEST_F(RecordViewer, AWatchRefusesJsonAndRates) {
    publishPorts();
    for (const auto& [keyword, error] : {std::pair{"js", "watch shows tables: leave out 'json'"},
                                         std::pair{"rates", "watch shows rates anyway: leave out 'rates'"}}) {
-      try {
-         ZelCtl::showRecords({"interfaces", keyword}, store_);
-         ADD_FAILURE() << keyword;
-      } catch (const std::exception& refused) {
-         EXPECT_STREQ(refused.what(), error);
-      }
+      EXPECT_EQ(ZelTest::errorOf([&, word = keyword] {
+                   ZelCtl::showRecords({"interfaces", word}, store_);
+                }),
+                error);
    }
 }
 
@@ -174,7 +169,7 @@ TEST_F(RecordViewer, AnInterfaceComesBeforeTheKeywordThatItBegins) {
    EXPECT_EQ(view("vlans raw").find("Vlan20"), String::npos) << view("vlans raw");
 }
 
-TEST_F(RecordViewer, ATableThatIsNotThereIsNamed) {
+TEST_F(RecordViewer, AMissingTableIsNamed) {
    EXPECT_NE(refusal("vlans").find(Tables::TableName::vlanIntfCounters), String::npos) << refusal("vlans");
 }
 

@@ -1,4 +1,4 @@
-// A terminal of a test's own: what is typed, what is seen, and what is left of it afterwards.
+// A terminal for a test: types keys, reads the screen, and checks the terminal's mode afterwards.
 #pragma once
 
 #include "kiln/Types.h"
@@ -18,7 +18,7 @@
 
 namespace ZelTest {
 
-// Where there are no pseudo-terminals its tests are skipped.
+// On a machine without pseudo-terminals its tests are skipped.
 class TerminalRig : public testing::Test {
  protected:
    void SetUp() override {
@@ -40,7 +40,7 @@ class TerminalRig : public testing::Test {
       }
    }
 
-   // In a process of its own, with the terminal as its own; it ends with what the function returns.
+   // Runs the function in a child process, at the terminal. The child exits with what the function returns.
    void start(const std::function<int()>& function) {
       child_ = fork();
       ASSERT_GE(child_, 0);
@@ -61,10 +61,10 @@ class TerminalRig : public testing::Test {
       ASSERT_EQ(ioctl(master_, TIOCSWINSZ, &size), 0);
    }
 
-   // Takes what is shown up to the text, and returns what was before it; fails when it doesn't come.
+   // Reads the output up to the text, and returns what came before it. Fails if the text does not come.
    Kiln::String shownBefore(const Kiln::String& text) {
-      constexpr int patience = 20000;                       // milliseconds, on a machine that does much else
-      constexpr std::size_t enough = std::size_t(1) << 20U; // bytes, of a watch that goes on and on
+      constexpr int patience = 20000;                       // milliseconds, enough for a busy machine
+      constexpr std::size_t enough = std::size_t(1) << 20U; // bytes, in case a watch never shows the text
       while (seen_.find(text) == Kiln::String::npos) {
          pollfd ready{master_, POLLIN, 0};
          char bytes[4096];
@@ -84,7 +84,7 @@ class TerminalRig : public testing::Test {
 
    void expect(const Kiln::String& text) { shownBefore(text); }
 
-   // That it ends so, and leaves the terminal as it was.
+   // Expects this exit status, and the terminal's mode as it was before.
    void expectEnd(int expected) {
       int status = 0;
       ASSERT_EQ(waitpid(child_, &status, 0), child_);
@@ -98,7 +98,7 @@ class TerminalRig : public testing::Test {
    }
 
    pid_t child_ = -1;
-   Kiln::String seen_; // since what was last expected
+   Kiln::String seen_; // read, but not yet expected
 
  private:
    int master_ = -1;

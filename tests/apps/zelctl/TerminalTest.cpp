@@ -1,4 +1,4 @@
-// The prompt and a watch at a terminal of their own: what is typed, what is seen, and the terminal afterwards.
+// The prompt and a watch at a terminal: what is typed, what is shown, and the terminal's mode afterwards.
 #include "agent/CommandSocket.h"
 #include "apps/zelctl/commands/Commands.h"
 #include "apps/zelctl/prompt/Prompt.h"
@@ -53,14 +53,14 @@ TEST_F(Terminal, ThePromptEditsCompletesAndRemembers) {
    expect("zel> ");
    type("nonsense\x03");
    expect("^C");
-   type("vlans \t"); // several may follow
+   type("vlans \t"); // several words may follow
    expect("nonzero");
    type("\x15\x10");
    expect("vlans json");
    type("\r");
    expect("\"in-octets\": 1000");
    expect("zel> ");
-   type("counters sh\t"); // no agent: nothing follows, and nothing is said
+   type("counters sh\t"); // without an agent there are no candidates, and no error
    expect("\a");
    type("\x15"
         "bogus\r");
@@ -82,7 +82,7 @@ TEST_F(Terminal, ThePromptLeavesTheTerminalAsItWasWhenItIsEnded) {
    expectEnd(0);
 }
 
-TEST_F(Terminal, AWatchShowsChangesAndGoesAsTold) {
+TEST_F(Terminal, AWatchShowsChangesAndEndsOnRequest) {
    const auto watch = [](const ZelCtl::Client& client) {
       return runLine(client, "watch 0.1 vlans", nullptr);
    };
@@ -96,7 +96,7 @@ TEST_F(Terminal, AWatchShowsChangesAndGoesAsTold) {
    expectEnd(0);
    for (const auto& [signal, status] : {std::pair{SIGINT, 0}, std::pair{SIGTERM, 128 + SIGTERM}}) {
       startClient(watch);
-      expect("\x1b[?1049h"); // the picture that the one before left may still be on its way
+      expect("\x1b[?1049h"); // before it may come the last picture of the previous watch
       expect("Vlan20");
       if (signal == SIGINT) {
          type("\x03");

@@ -1,4 +1,4 @@
-// What may be watched, what changed between rounds, and how it is laid out.
+// Watching: which commands, the changes between rounds, and the layout.
 #include "apps/zelctl/commands/WatchCommand.h"
 #include "apps/zelctl/watch/WatchText.h"
 
@@ -25,12 +25,12 @@ TEST(Watch, TakesShowsAndNothingElse) {
         {"watch 0.5 counters chip clear sh drop nonz", "0.5 counters chip clear sh drop nonz"},
         {"watch 3600 int Ethernet1 nonzero", "3600 interfaces Ethernet1 nonzero"},
         {"watch 0.1 nat", "0.1 nat"},
-        {"watch", "watch needs a show after it: expected " + shows},
-        {"watch 2", "watch needs a show after it: expected " + shows},
-        {"watch 0.09 nat", "the interval of watch is '0.09': expected 0.1 to 3600 seconds"},
-        {"watch 3601 nat", "the interval of watch is '3601': expected 0.1 to 3600 seconds"},
-        {"watch 2s nat", "the interval of watch is '2s': expected 0.1 to 3600 seconds"},
-        {"watch -1 nat", "the interval of watch is '-1': expected 0.1 to 3600 seconds"},
+        {"watch", "watch needs a show: expected " + shows},
+        {"watch 2", "watch needs a show: expected " + shows},
+        {"watch 0.09 nat", "invalid watch interval '0.09': expected 0.1 to 3600 seconds"},
+        {"watch 3601 nat", "invalid watch interval '3601': expected 0.1 to 3600 seconds"},
+        {"watch 2s nat", "invalid watch interval '2s': expected 0.1 to 3600 seconds"},
+        {"watch -1 nat", "invalid watch interval '-1': expected 0.1 to 3600 seconds"},
         {"watch quit", "cannot watch 'quit': expected seconds or " + shows},
         {"watch 1 watch nat", "cannot watch 'watch': expected " + shows},
         {"watch counters clear mac",
@@ -60,7 +60,7 @@ TEST(Watch, TakesShowsAndNothingElse) {
    }
 }
 
-// Rows of a name and counts; "-" is a count that isn't known.
+// Each row is a name and two counts; "-" is an unknown count.
 ShownTable table(const std::vector<String>& rows, const String& title = "T") {
    ShownTable shown{title, {{"Name", Kind::key}, {"In", Kind::counter}, {"Out", Kind::counter}}, {}};
    for (const String& row : rows) {
@@ -92,7 +92,7 @@ TEST(Watch, MarksWhatChangedAndRatesItByTheTimeThatPassed) {
              "  Name  In   /s      Out    /s\n"
              "* a      1    0  3000000  750k\n"
              "+ c      7    -        -     -\n"
-             "* b      6  0.2       40     -\n"); // 0.25; and one that began anew has no rate
+             "* b      6  0.2       40     -\n"); // 0.25; and a counter that began anew has no rate
    EXPECT_EQ(drawn(changes.compare({table({"a 1 3000000", "b 6 140"})}, 15)),
              "T\n"
              "  Name  In  /s      Out   /s\n"
@@ -120,7 +120,7 @@ TEST(Watch, RowsThatKnowTheirSampleAreRatedByIt) {
    EXPECT_EQ(round(109, "a 18446744073709551615 0", 105).cells[1].rate, "18.4E");
 }
 
-TEST(Watch, TwoRowsOrTablesOfOneNameAreTwo) {
+TEST(Watch, RowsAndTablesOfTheSameNameStayApart) {
    ZelCtl::WatchChanges changes;
    changes.compare({table({"a 1 0", "a 2 0"}), table({"a 3 0"})}, 1);
    const auto second = changes.compare({table({"a 1 0", "a 4 0"}), table({"a 3 0"})}, 2);
@@ -131,19 +131,19 @@ TEST(Watch, TwoRowsOrTablesOfOneNameAreTwo) {
                             "  a      3   0    0   0\n");
 }
 
-TEST(Watch, FitsTheScreenByWhatSaysLeast) {
+TEST(Watch, LeavesOutWhatSaysLeastToFitTheScreen) {
    ZelCtl::WatchChanges changes;
    const auto rows = [](int last) {
       return table({"a 1 0", "b 2 0", "c 3 0", "d " + std::to_string(last) + " 0"});
    };
    changes.compare({rows(4), table({"e 0 0"}, "U")}, 1);
    const auto tables = changes.compare({rows(6), table({"e 0 0"}, "U")}, 2);
-   // Rows that never changed go from below, with their table if it had no others; then columns of zeros.
+   // Rows that never changed go, last ones first, and a table of only such rows as a whole; then columns of zeros.
    EXPECT_EQ(drawn(tables, {80, 5, false}), "T\n"
                                             "  Name  In   /s  Out  /s\n"
                                             "  a      1    0    0   0\n"
                                             "* d      6  2.0    0   0\n"
-                                            "(3 rows have no room: enlarge the window or ask for less)\n");
+                                            "(3 rows do not fit: enlarge the window or ask for less)\n");
    EXPECT_EQ(drawn({tables[0]}, {17, 5, false}), "T\n"
                                                  "  Name  In   /s\n"
                                                  "  a      1    0\n"

@@ -34,7 +34,7 @@ class DropViews : public StubSdkRig {
       return chip;
    }
 
-   // In the SDK's software copy.
+   // Sets a count in the SDK's software copy.
    static void dropsAre(U32 handle, U16 devicePort, U32 reason, U64 packets, int dev = 0) {
       StubSdk::sdk()
            .table(dev, handle)
@@ -62,12 +62,12 @@ TEST_F(DropViews, DropsAreListedByPortNumberThenByPointAndReason) {
    auto& chip = addDropChip();
    addPort("Ethernet1", 128);
    addPort("Ethernet20", 67);
-   addPort("Ethernet3", 0, 1); // another chip's
+   addPort("Ethernet3", 0, 1); // a port of another chip
    dropsAre(finalHandle, 128, 3, 4);
    dropsAre(ingressHandle, 128, 0, ~U64{0});
    dropsAre(egressHandle, 67, 0, 7);
-   dropsAre(egressHandle, 67, 15, 1); // a number without a meaning
-   dropsAre(egressHandle, 66, 0, 99); // nobody's
+   dropsAre(egressHandle, 67, 15, 1); // a number that is not a reason
+   dropsAre(egressHandle, 66, 0, 99); // a slot without a port
    EXPECT_EQ(drops(chip), dropHeader +
                                "  Ethernet20        egress   queue congested                          7\n"
                                "  Ethernet20        egress   reason 15                                1\n"
@@ -84,7 +84,7 @@ TEST_F(DropViews, DropsAreListedByPortNumberThenByPointAndReason) {
              noDrops.substr(0, noDrops.size() - 1) + "Interface Ethernet3 has no port on chip Zel0\n\n");
 }
 
-TEST_F(DropViews, AClearIsOfThePlaceAndEndsWhenTheTableBeginsAnew) {
+TEST_F(DropViews, AClearBelongsToThePlaceAndEndsWhenTheTableBeginsAnew) {
    auto& chip = addDropChip();
    const Pelt::IntfId intf = addPort("Ethernet1", 5);
    dropsAre(ingressHandle, 5, 2, 10);
@@ -101,7 +101,7 @@ TEST_F(DropViews, AClearIsOfThePlaceAndEndsWhenTheTableBeginsAnew) {
    EXPECT_THAT(drops(chip),
                HasSubstr("Ethernet9         ingress  VLAN not allowed                         2\n"));
 
-   dropsAre(ingressHandle, 5, 2, 9); // fewer than at the clear
+   dropsAre(ingressHandle, 5, 2, 9); // less than at the clear
    EXPECT_THAT(drops(chip), HasSubstr("VLAN not allowed                         9\n"));
    EXPECT_THAT(drops(chip), testing::Not(HasSubstr("egress"))) << "which is another table";
 
@@ -111,7 +111,7 @@ TEST_F(DropViews, AClearIsOfThePlaceAndEndsWhenTheTableBeginsAnew) {
    EXPECT_THAT(drops(chip), HasSubstr("VLAN not allowed                        11\n"));
 }
 
-TEST_F(DropViews, WhatCantBeReadIsSaidBelowTheRows) {
+TEST_F(DropViews, FailedReadsAreNotedBelowTheRows) {
    auto& chip = addDropChip();
    addPort("Ethernet1", 0);
    addPort("Ethernet2", 128);
@@ -165,7 +165,7 @@ TEST_F(DropViews, MauDropsAreShownAndClearedAsFetched) {
    EXPECT_THAT(show(), HasSubstr("MAU and deparser drops not fetched yet\n"));
    StubSdk::sdk().mauDrops[{1, BF_PIPE_MAU_FORWARDING}] = 6;
    StubSdk::sdk().mauDrops[{1, 100 + BF_PIPE_EGRESS}] = 2;
-   StubSdk::sdk().mauDrops[{0, 0}] = 1; // of the other pipe
+   StubSdk::sdk().mauDrops[{0, 0}] = 1; // in the other pipe
    chip.fetchAllMauDropCounters();
    const std::string rule = ruler(62);
    const std::string header = "MAU and deparser drops since the last clear, chip Zel0\n" + rule +
@@ -179,7 +179,7 @@ TEST_F(DropViews, MauDropsAreShownAndClearedAsFetched) {
    printed([&](U32 fd) { chip.mauDrops().clearAll(ZelCounter::ShowTarget(fd)); });
    EXPECT_EQ(show(), header + "  none\n" + note + "\n");
    StubSdk::sdk().statuses[{"deparser", BF_PIPE_EGRESS, 1}] = 22;
-   StubSdk::sdk().statuses[{"deparser", BF_PIPE_EGRESS, 0}] = 22; // the other pipe's is not said
+   StubSdk::sdk().statuses[{"deparser", BF_PIPE_EGRESS, 0}] = 22; // the other pipe's failure is not shown
    chip.fetchAllMauDropCounters();
    EXPECT_EQ(show(), header + "     1  stage 3           forwarding                         3\n" + note +
                           "Error 22 (Internal error) requesting counters for pipe 1, egress deparser: "

@@ -27,10 +27,10 @@ class L3Intf : public L3Rig {
       std::sort(keys.begin(), keys.end());
       return keys;
    }
-   // Overwrites a word of the interface's record behind its writer's back.
+   // Overwrites a word of the interface's record without its writer's knowledge.
    void damage(const IntfId& intf) {
       const std::string path = folder.path() + "/nat";
-      const std::size_t payload = bytesOf(path).rfind(intf.text() + '\0'); // behind the key
+      const std::size_t payload = bytesOf(path).rfind(intf.text() + '\0'); // the payload follows the key
       ASSERT_NE(payload, std::string::npos);
       overwrite(path, payload + offsetof(Silo::Interface::NatCounter, bytes), "garbage!");
    }
@@ -57,7 +57,7 @@ TEST_F(L3Intf, AnInterfaceBeforeItsChipHasARecordAtOnceAndCountersLater) {
 TEST_F(L3Intf, CountersAreTheSumsOverTheChipsThatCountVlans) {
    makeChip(0, fullChip);
    makeChip(1, plainChip);
-   makeChip(2, {.vxlan = true, .vrfNat = true}); // can't count VLANs
+   makeChip(2, {.vxlan = true, .vrfNat = true}); // this chip can't count VLANs
    makeSm();
    for (const U8 dev : {U8{0}, U8{1}, U8{2}}) {
       addDevice(dev);
@@ -81,15 +81,15 @@ TEST_F(L3Intf, AnInterfaceThatGoesTakesItsEntriesAndItsRecord) {
    makeSm();
    addDevice(0);
    l3Table->intfIdToL3IdIs(vlan20, 20);
-   l3Table->intfIdToL3IdIs(vlan20, 21); // held already: it keeps its VLAN
+   l3Table->intfIdToL3IdIs(vlan20, 21); // already known: it keeps its VLAN
    EXPECT_EQ(sm->l3IntfToVid(vlan20).value(), 20);
    l3Table->intfIdToL3IdIs(routed, 20); // the same VLAN
    EXPECT_EQ(ingress(), 1U);
    EXPECT_EQ(natKeys(), (std::vector<std::string>{"Ethernet3", "Vlan20"}));
    l3Table->intfIdToL3IdDel(vlan20);
-   EXPECT_EQ(ingress(), 0U); // the first to go takes the VLAN's entries
+   EXPECT_EQ(ingress(), 0U); // the first interface to go takes the VLAN's entries along
    EXPECT_EQ(natKeys(), std::vector<std::string>{"Ethernet3"});
-   sm->handleIntfL3Index(vlan20); // is not there any more
+   sm->handleIntfL3Index(vlan20); // it no longer exists
    EXPECT_EQ(natKeys(), std::vector<std::string>{"Ethernet3"});
    packets_and_bytes rx{7, 7};
    packets_and_bytes tx{7, 7};
@@ -97,7 +97,7 @@ TEST_F(L3Intf, AnInterfaceThatGoesTakesItsEntriesAndItsRecord) {
    EXPECT_EQ(text(rx) + text(tx), "7/77/7");
 }
 
-TEST_F(L3Intf, RefusesAVlanThatIsNoneAndAddsTheOthers) {
+TEST_F(L3Intf, RefusesAnInvalidVlanAndAddsTheOthers) {
    const U32 bad[] = {0x10000, 4095, 0xFFFF, 0x21000};
    l3Table->intfIdToL3IdIs(vlan20, 20);
    for (const U32 value : bad) {
@@ -129,7 +129,7 @@ TEST_F(L3Intf, AChipThatThrowsKeepsNoOtherFromCounting) {
    EXPECT_EQ(ingress(1), 1U);
    EXPECT_EQ(natKeys(), std::vector<std::string>{"Vlan20"});
 
-   // In the pass over all interfaces, too, it reaches the caller once the others were added.
+   // In the pass over all interfaces too, the exception reaches the caller only after the others were added.
    sm->l3IntfToVidDelAll();
    l3Table->hasNotificationActiveIs(false);
    l3Table->intfIdToL3IdIs(routed, 30);
@@ -145,7 +145,7 @@ TEST_F(L3Intf, RecordsAreRefreshedOneSecondAfterTheEndOfAPass) {
    addDevice(0);
    count(0, true, 20, true, 5, 500);
    sync();
-   fleet.faults().costIs("counterReadDirect", 0.0625); // five entries
+   fleet.faults().costIs("counterReadDirect", 0.0625); // each VLAN has five entries
    advance(0.9375);
    EXPECT_EQ(nat->counter(vlan20).packets, 0U);
    advance(0.0625);
@@ -228,7 +228,7 @@ TEST(VlanIntf, FollowsTheStatusDirectory) {
    const auto first = makeDir({"Vlan10"});
    const auto sm = Kiln::allocate<ZelCounter::ZelVlanIntfSm>(common, first);
    sm->hasNotificationActiveIs(true);
-   EXPECT_TRUE(common->vlanIntf(IntfId("Vlan10"))); // was there before
+   EXPECT_TRUE(common->vlanIntf(IntfId("Vlan10"))); // it existed before
    first->intfStatusIs(IntfId("Vlan11"), true);
    first->intfStatusDel(IntfId("Vlan10"));
    EXPECT_EQ(common->vlanIntf().keys(), std::vector<IntfId>{IntfId("Vlan11")});
@@ -236,7 +236,7 @@ TEST(VlanIntf, FollowsTheStatusDirectory) {
    const auto second = makeDir({"Vlan12"});
    sm->vlanIntfStatusDirIs(second);
    EXPECT_TRUE(common->vlanIntf(IntfId("Vlan12")));
-   first->intfStatusIs(IntfId("Vlan13"), true); // watched no more
+   first->intfStatusIs(IntfId("Vlan13"), true); // not watched any more
    EXPECT_FALSE(common->vlanIntf(IntfId("Vlan13")));
 }
 

@@ -1,4 +1,4 @@
-// Soft chips, the L3 interface table and a NAT table in a folder of its own, on simulated time.
+// Soft chips, the L3 interface table, and a NAT table in a temporary folder, in simulated time.
 #pragma once
 
 #include "counters/chip/ZelCountersLog.h"
@@ -23,7 +23,7 @@ using ZelCounter::packets_and_bytes;
 constexpr ZelSystem::ChipCapabilities plainChip{.vlanCounters = true};
 constexpr ZelSystem::ChipCapabilities fullChip{.vlanCounters = true, .vxlan = true, .vrfNat = true};
 
-// The PD interface of the soft chips, which can be made to throw at the nth entry from now.
+// The soft chips' PD interface, which can be made to throw at the nth entry from now on.
 class ThrowingPd : public SoftChip::SoftPd {
  public:
    U32 entryAdd(U32 session, U32 device, U16 pipe, const Kiln::String& matchTable,
@@ -40,7 +40,7 @@ class L3Rig : public testing::Test {
  protected:
    L3Rig() { l3Table->hasNotificationActiveIs(true); }
 
-   // A chip of the fleet under a type of its own, and its status.
+   // Adds a chip to the fleet, with a type name of its own, and its status.
    SoftChip::Chip& makeChip(U8 dev, const ZelSystem::ChipCapabilities& capabilities) {
       system->chipCapabilitiesIs(typeOf(dev), capabilities);
       chipStatus[dev] = Kiln::allocate<ZelSlice::ChipStatus>();
@@ -70,7 +70,7 @@ class L3Rig : public testing::Test {
    void addDevice(U8 dev) { sm->addDevice(dev, {typeOf(dev)}, pd, chip(dev).program(), chipStatus[dev]); }
 
    static void advance(double seconds) { SimulatedTime::advance(seconds); }
-   // What the hardware counts is seen by reads from here on.
+   // Lets reads from here on see what the hardware has counted.
    void sync() {
       for (SoftChip::Chip* each : fleet.chips()) {
          for (const char* table : {"ingL2DomainCount", "egrL2DomainCount"}) {
@@ -81,12 +81,12 @@ class L3Rig : public testing::Test {
    static U32 handleOf(SoftChip::Chip& of, const char* table) {
       return of.program()->zlTable(of.program()->zlTableIndex(table))->handle;
    }
-   // How many entries a chip's hardware holds.
+   // How many entries the chip's hardware holds.
    U32 entries(U8 dev, const char* table) { return chip(dev).tables().matchTable(table)->size(); }
    U32 ingress(U8 dev = 0) { return entries(dev, "ingL2DomainCount"); }
    U32 egress(U8 dev = 0) { return entries(dev, "egrL2DomainCount"); }
 
-   // The operator's messages since the last call: "FULL 10".
+   // The operator log's messages since the last call, such as "FULL 10".
    std::vector<std::string> messages() {
       std::vector<std::string> all;
       for (const std::string& message : logged.take()) {
@@ -108,7 +108,7 @@ class L3Rig : public testing::Test {
    Kiln::Ptr<ZelSlice::ChipStatus> chipStatus[8];
    Kiln::Ptr<ThrowingPd> pd = Kiln::allocate<ThrowingPd>();
    Kiln::Ptr<VexL3Intf::Table> l3Table = Kiln::allocate<VexL3Intf::Table>("l3");
-   std::vector<std::string> corrupt; // keys of records that were found so
+   std::vector<std::string> corrupt; // keys of the records reported as corrupt
    Kiln::Ptr<Silo::Interface::AllNatCounterDir> nat;
    Kiln::Ptr<ZelCounter::ZelCountersL3IntfSm> sm;
 };

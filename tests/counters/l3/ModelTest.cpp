@@ -1,5 +1,5 @@
-// Interfaces, chips, chip states and room come and go at random; after every step the whole state is compared
-// with a model of it.
+// Interfaces and chips come and go, and chip states and capacities change, at random. After every step the whole state
+// is compared with a model.
 #include "tests/counters/l3/L3Rig.h"
 #include "tests/support/Random.h"
 
@@ -15,15 +15,15 @@ constexpr unsigned interfaces = 12;
 
 class L3Model : public L3Rig {
  protected:
-   // What a chip is expected to hold.
+   // The expected state of a chip.
    struct ModelChip {
-      unsigned ingressEach; // entries a VLAN
+      unsigned ingressEach; // ingress entries for each VLAN
       unsigned egressEach;
       U32 capacity = 9999; // of the ingress table, entries
       U32 state = 8;
       double retryAt = Kiln::never;
       std::set<U16> programmed;
-      std::vector<U16> pending; // in the order in which they came
+      std::vector<U16> pending; // VLANs, in the order in which they came
       std::set<U16> deferred;
 
       U32 held() const { return static_cast<U32>(programmed.size()) * ingressEach; }
@@ -171,7 +171,7 @@ class L3Model : public L3Rig {
          ASSERT_EQ(nat->counter(intfOf(intf)).creationTime, created);
       }
    }
-   // Within a step, chips may speak in any order.
+   // Within a step, messages of different chips may come in any order.
    void checkMessages() {
       auto seen = messages();
       std::sort(seen.begin(), seen.end());

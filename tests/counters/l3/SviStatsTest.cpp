@@ -1,4 +1,4 @@
-// One chip's VLAN counters: programming, room, removal and reading.
+// One chip's VLAN counters: programming, full tables, removal and reading.
 #include "tests/counters/l3/L3Rig.h"
 
 namespace {
@@ -85,7 +85,7 @@ TEST_F(SviStats, AVlanHasTheEntriesThatTheChipIsCapableOf) {
 TEST_F(SviStats, AFullTableOnEitherSideLeavesNoEntryAndTellsOnce) {
    const struct {
       const char* table;
-      U32 capacity; // for one VLAN, but not for two
+      U32 capacity; // enough for one VLAN, but not for two
    } cases[] = {{"ingL2DomainCount", 5}, {"egrL2DomainCount", 3}, {"ingL2DomainCount", 3}};
    for (const auto& c : cases) {
       makeHelper(fullChip);
@@ -112,7 +112,7 @@ TEST_F(SviStats, MessagesAreToTheLetter) {
    makeHelper(plainChip);
    chip(0).capacityIs("ingL2DomainCount", 0);
    helper->enableSviStats(VlanId(4094));
-   helper->disableSviStats(VlanId(4094)); // was only pending: told all the same
+   helper->disableSviStats(VlanId(4094)); // only pending, but reported all the same
    EXPECT_EQ(state(4094), "");
    EXPECT_THAT(
         logged.take(),
@@ -150,7 +150,7 @@ TEST_F(SviStats, RemovalWaitsForTheChip) {
    helper->disableSviStats(VlanId(11));
    EXPECT_EQ(state(10), "programmed, removal deferred");
    EXPECT_EQ(read(10).rx, "3/300");
-   helper->enableSviStats(VlanId(11)); // wanted again after all
+   helper->enableSviStats(VlanId(11)); // wanted again
    chipStatus[0]->stateIs(7);
    EXPECT_EQ(state(10), "programmed, removal deferred");
    chipStatus[0]->stateIs(8);
@@ -172,7 +172,7 @@ TEST_F(SviStats, APendingVlanIsTriedOneDelayAfterTheFirstRemoval) {
 
    helper->disableSviStats(VlanId(10));
    advance(0.75);
-   helper->disableSviStats(VlanId(11)); // moves nothing
+   helper->disableSviStats(VlanId(11)); // does not move the timer
    EXPECT_DOUBLE_EQ(helper->retrySm()->timeMin(), 61.0);
    advance(0.125);
    EXPECT_EQ(ingress(), 0U);
@@ -190,7 +190,7 @@ TEST_F(SviStats, ARetryThatFindsNoRoomWaitsForTheNextOccasion) {
    helper->retrySm()->retryDelayIs(0.25);
    chipStatus[0]->stateIs(4);
    EXPECT_EQ(helper->retrySm()->timeMin(), Kiln::never);
-   chipStatus[0]->stateIs(8); // an occasion
+   chipStatus[0]->stateIs(8); // an occasion to try again
    EXPECT_DOUBLE_EQ(helper->retrySm()->timeMin(), 0.25);
    advance(10);
    EXPECT_EQ(state(10), "pending");
@@ -205,7 +205,7 @@ TEST_F(SviStats, AHelperThatGoesTakesItsTimerAlong) {
    EXPECT_EQ(Kiln::activityManagerClock()->earliestExpiry(), 1.0);
    helper = nullptr;
    EXPECT_EQ(Kiln::activityManagerClock()->earliestExpiry(), Kiln::never);
-   chipStatus[0]->stateIs(1); // watched by nobody
+   chipStatus[0]->stateIs(1); // nobody watches any more
 }
 
 TEST_F(SviStats, AnEntryThatTheChipWillNotRemoveIsForgotten) {
@@ -219,7 +219,7 @@ TEST_F(SviStats, AnEntryThatTheChipWillNotRemoveIsForgotten) {
 }
 
 TEST_F(SviStats, ReadAddsUpWhatTheEntriesCount) {
-   const std::string half = std::to_string(U64{0} - 400); // 10 packets cost 500 bytes of the 100 there are
+   const std::string half = std::to_string(U64{0} - 400); // 10 packets take 500 bytes off the 100 counted
    const struct {
       ZelSystem::ChipCapabilities capabilities;
       std::vector<std::array<U64, 5>> counted; // ingress, decapType, snat, packets, bytes
@@ -280,7 +280,7 @@ TEST_F(SviStats, AMatchSpecWithoutSlotsIsLookedUp) {
    EXPECT_EQ(read(20), (Counts{"4/400", "5/600", "0/0"}));
 }
 
-TEST_F(SviStats, StopsAtWhatTheProgramOrTheCallerOweIt) {
+TEST_F(SviStats, AFaultOfTheProgramOrTheCallerStopsTheProcess) {
    makeHelper(fullChip);
    helper->enableSviStats(VlanId(20));
    packets_and_bytes pair;

@@ -1,4 +1,4 @@
-// Frames on the wire move the VLAN's counters, and those of no other.
+// Frames on the wire raise their VLAN's counters, and no other's.
 #include "tests/counters/l3/L3Rig.h"
 
 #include <filesystem>
@@ -31,7 +31,7 @@ class L3Traffic : public L3Rig {
    }
 
    static IntfId intfOf(U16 vlan) { return IntfId(("Vlan" + std::to_string(vlan)).c_str()); }
-   // "in / out / of in, source-translated", each packets/bytes.
+   // "in / out / source-translated of in", each as packets/bytes.
    std::string seen(U16 vlan) {
       sync();
       packets_and_bytes rx;
@@ -77,7 +77,7 @@ TEST_F(L3Traffic, CountsAFrameInItsVlanOnly) {
    auto bad = frame();
    bad.fcsError = true;
 
-   // Two of each, flooded to the one other port.
+   // Two frames of each kind, flooded to the only other port.
    const struct {
       const char* name;
       SoftChip::FrameInfo sent;
@@ -96,7 +96,7 @@ TEST_F(L3Traffic, CountsAFrameInItsVlanOnly) {
         {"bad", bad, 0, ""},
    };
    for (const auto& c : cases) {
-      for (const IntfId& intf : l3Table->intfIdToL3Id().keys()) { // entries anew, from zero
+      for (const IntfId& intf : l3Table->intfIdToL3Id().keys()) { // new entries, which begin at zero
          const U32 vlan = l3Table->intfIdToL3Id(intf);
          l3Table->intfIdToL3IdDel(intf);
          l3Table->intfIdToL3IdIs(intf, vlan);
@@ -119,7 +119,7 @@ TEST_F(L3Traffic, AChipWithoutNatCountsTranslatedFramesAsAnyOthers) {
    EXPECT_EQ(seen(10), "1/100 0/0 0/0");
 }
 
-TEST_F(L3Traffic, RefusesForwardingStateThatCantBe) {
+TEST_F(L3Traffic, RefusesInvalidForwardingState) {
    for (const char* prefix : {"", "10.0.0.0", "10.0.0.0/33", "10.0.0.1/24", "10.0/8", "::/129", "10.0.0.0/8x",
                               "2001:db8::1/64", "10.0.0.0/-1"}) {
       EXPECT_THROW(chip(0).snatAdd(prefix), std::invalid_argument) << prefix;
@@ -132,7 +132,7 @@ TEST_F(L3Traffic, RefusesForwardingStateThatCantBe) {
 
 TEST_F(L3Traffic, ReplaysCaptures) {
    const std::string captures = ZEL_CAPTURES;
-   // 8 frames of 148 octets and 2 of 92, of VNI 100: 50 octets less each when they are inside.
+   // VNI 100: 8 frames of 148 octets and 2 of 92; the inner frame of each is 50 octets shorter.
    SoftChip::Traffic::replay(chip(0), port, captures + "/vxlan.pcap");
    // 2 frames of 64 octets with an outer tag of VLAN 200.
    SoftChip::Traffic::replay(chip(0), port, captures + "/tags.pcap");

@@ -1,4 +1,4 @@
-// How a step of a MAC counter is judged, and what becomes of the previous record.
+// How a step of a MAC counter is judged, and how the previous record is rewritten.
 #include "tests/support/CountersRig.h"
 #include "tests/support/LoggedMessages.h"
 #include "tests/support/Random.h"
@@ -145,9 +145,9 @@ TEST_F(Accounting, WithoutASnapshotTheRecordIsLeftAlone) {
    EXPECT_EQ(Interface::word(record->statistics(), inOctets), 2U);
 }
 
-// The rules once more, in arithmetic that can neither wrap nor change sign.
+// The oracle: the same rules in arithmetic that can neither wrap nor change sign.
 struct Oracle {
-   __extension__ typedef unsigned __int128 Wide; // NOLINT(modernize-use-using): __extension__ wants a typedef
+   __extension__ typedef unsigned __int128 Wide; // NOLINT(modernize-use-using): __extension__ needs a typedef
 
    static constexpr Wide two(unsigned power) { return Wide{1} << power; }
    static Wide clamp(FieldGroup group, Wide value) {
@@ -172,7 +172,7 @@ struct Oracle {
    U32 upsets = 0;
 };
 
-// Mostly traffic, with an eye on the bounds: wraps, flips, resets, and values at the window's edge.
+// Mostly steps of ordinary traffic, but also wraps, flips, resets, and values at the window's edge.
 U64 nextReading(Random& random, U64 reading) {
    switch (random.below(16)) {
    case 0:
@@ -192,7 +192,7 @@ U64 nextReading(Random& random, U64 reading) {
    }
 }
 
-// Readings by fours: all counters small, twice a single one out of the ordinary if any, then any of them.
+// Out of four readings, one has small counters only, two have at most one unusual counter, and one has any number.
 TEST_F(Accounting, AMillionRandomStepsAgreeWithTheOracle) {
    Random random;
    constexpr std::size_t steps = 1'000'000;

@@ -1,4 +1,4 @@
-// MAC polling: which ports are asked, what a completion does however it comes, and the fake counter.
+// MAC polling: which ports are read, what a completion does however it comes, and the fake counter.
 #include "counters/chip/CookieRegistry.h"
 #include "counters/chip/SdkStatus.h"
 #include "kiln/RingLog.h"
@@ -30,7 +30,7 @@ class MacPolling : public testing::Test {
    CountersRig rig;
 };
 
-// Waits until every completion was delivered, also those on the delivery thread.
+// Waits until every completion was delivered, including those on the delivery thread.
 void drain(CountersRig& rig) {
    while (rig.fleet.completions().outstanding() != 0) {
       std::this_thread::yield();
@@ -68,7 +68,7 @@ TEST_F(MacPolling, AsksForThisChipsPortsAndItsOwnInternalInterfaceOnly) {
    EXPECT_TRUE(first.contains(internal));
    EXPECT_FALSE(first.contains(other));
    EXPECT_FALSE(first.contains(foreignInternal));
-   EXPECT_TRUE(rig.counters(1)->macCountersLast().contains(other)); // the same port number, each its own
+   EXPECT_TRUE(rig.counters(1)->macCountersLast().contains(other)); // the same port number on chip 1
 }
 
 TEST_F(MacPolling, FollowsPortsThatComeMoveAndGo) {
@@ -138,7 +138,7 @@ TEST_F(MacPolling, CompletionsOfADeletedChipTouchNothingAndFreeItWithTheLast) {
 
    rig.deleteChip("Zel0");
    EXPECT_EQ(registry.retiredCount(), deadBefore + 1);
-   // Its address can't come back as another chip's while a completion may still name it.
+   // Its address is not reused for another chip while a completion may still name it.
    rig.addChip(0, "Zel0");
    rig.fleet.completions().deliverHeld();
    EXPECT_EQ(registry.retiredCount(), deadBefore + 1);
@@ -148,7 +148,7 @@ TEST_F(MacPolling, CompletionsOfADeletedChipTouchNothingAndFreeItWithTheLast) {
    EXPECT_EQ(Kiln::trackedObjectCount(), withBoth);
 }
 
-TEST_F(MacPolling, ACompletionTooManyIsHarmless) {
+TEST_F(MacPolling, AnExtraCompletionIsHarmless) {
    const auto port = rig.addPort("Ethernet1", 0, 0);
    rig.fleet.completions().modeIs({CompletionMode::Kind::deferred, 0.0, 2});
    rig.chip(0).rmonIs(0, 3, 9);
@@ -205,7 +205,7 @@ TEST_F(FakeCounter, ShowsTheOneCounterOnEveryPortAndAsksNoHardware) {
    const Environment id("ZEL_COUNTER_ID", "5");
    for (const auto& [text, value] : {std::pair{"0x10", 16U}, {"010", 8U}, {"12", 12U}}) {
       const Environment fake("ZEL_COUNTER_VALUE", text);
-      rig.fleet.faults().failNext("bf_port_mac_stats_hw_async_get", 1); // would be used up by a request
+      rig.fleet.faults().failNext("bf_port_mac_stats_hw_async_get", 1); // a request would use it up
       rig.advance(2.0);
       for (unsigned i = 0; i < BF_NUM_RMON_COUNTERS; ++i) {
          EXPECT_EQ(rig.last(0, port, i), i == 5 ? value : 0U) << text << " index " << i;
@@ -226,7 +226,7 @@ TEST_F(FakeCounter, CallbacksAfterCleanUpStoreNothing) {
    EXPECT_FALSE(rig.counters(0)->macCountersLast(port));
 }
 
-TEST_F(FakeCounter, RefusesACounterThatIsNone) {
+TEST_F(FakeCounter, RefusesAnInvalidCounter) {
    const Environment value("ZEL_COUNTER_VALUE", "1");
    for (const char* text : {"89", "-1", "4294967301"}) {
       const Environment id("ZEL_COUNTER_ID", text);

@@ -1,4 +1,4 @@
-// Queue counters from the SDK's tables to what the forwarding layer is given.
+// Queue counters, from the SDK's tables to what is reported to the forwarding layer.
 #include "counters/ZelCountersMgr.h"
 #include "counters/helper/ZelCountersHelper.h"
 #include "silo/TableReader.h"
@@ -15,7 +15,7 @@ using namespace ZelTest;
 using ::testing::IsEmpty;
 using ZelCounter::QueueCounter;
 
-// What the forwarding layer was handed, in order.
+// The reports that the forwarding layer got, in order.
 struct Reports : Vex::Counters::WriterConfig::Notifiee {
    void onIntfQueueCounters(const Pelt::IntfId& intf, const VexTypes::IntfQueueCounters& counters) override {
       all.emplace_back(intf.text(), counters);
@@ -136,10 +136,10 @@ TEST_F(QueueCounters, EveryQueueLandsOnItsOwnInterfaceAndQueue) {
    }
 }
 
-TEST_F(QueueCounters, WhatWasSentIsReadOfEveryPortBeforeAnyDrops) {
+TEST_F(QueueCounters, SentCountsOfEveryPortAreReadBeforeAnyDrops) {
    addQueueChip(0, 0);
    addPort("Ethernet1", 67);
-   addPort("Ethernet2", 128 + 5); // of another pipe
+   addPort("Ethernet2", 128 + 5); // in another pipe
    addPort("Ethernet3", 65);
    advance(1.0);
    StubSdk::sdk().calls.clear();
@@ -225,7 +225,7 @@ TEST_F(QueueCounters, ReadingBelowTheBaselineCountsWhole) {
    EXPECT_EQ(stored(intf, 1), QueueCounter(1, 900, 11, 9));
    queueIs(0, 0, 0, 1, 12, 1100, 5);
    poll();
-   EXPECT_EQ(stored(intf, 1), QueueCounter(1, 1100, 12, 5)); // no baseline is left
+   EXPECT_EQ(stored(intf, 1), QueueCounter(1, 1100, 12, 5)); // no baseline remains
 }
 
 TEST_F(QueueCounters, PortThatChangedCountsFromItsNextReading) {
@@ -290,7 +290,7 @@ TEST_F(QueueCounters, FrontPanelPortThatCameBackElsewhereHasNothingOfItsOldPort)
    EXPECT_FALSE(reports.all.back().second.beginsAnew());
 }
 
-TEST_F(QueueCounters, ClearIsNoNewSample) {
+TEST_F(QueueCounters, ClearIsNotANewSample) {
    addQueueChip(0, 0);
    const Pelt::IntfId intf = addPort("Ethernet1", 5);
    poll();
@@ -314,7 +314,7 @@ TEST_F(QueueCounters, ChipsWithTheSamePipesKeepTheirValuesApart) {
    auto pending = std::move(StubSdk::sdk().pending);
    StubSdk::sdk().pending.clear();
    ASSERT_EQ(pending.size(), 2U);
-   pending[1].callback(0, pending[1].cookie); // the second chip's, under the first one's name
+   pending[1].callback(0, pending[1].cookie); // the second chip's completion, with the first one's device
    EXPECT_THAT(reports.all, IsEmpty());
    pending[1].deliver();
    pending[0].deliver();
@@ -406,7 +406,7 @@ TEST_F(QueueCounters, HelperAnswersWithWhatIsStored) {
    EXPECT_EQ(record.intfQueueStat(3), Silo::Interface::QueueStatistics{});
 }
 
-TEST_F(QueueCounters, AnOperatorsClearIsOfTheNamedInterfaceOrOfAll) {
+TEST_F(QueueCounters, AnOperatorsClearIsForTheNamedInterfaceOrForAll) {
    addQueueChip(0, 0);
    Kiln::Ptr<ZelCounter::ZelCountersHelper> helper = mgr->zelCountersHelper();
    const Pelt::IntfId intfs[] = {addPort("Ethernet1", 67), addPort("Ethernet2", 5), addPort("Ethernet3", 66)};
@@ -419,7 +419,6 @@ TEST_F(QueueCounters, AnOperatorsClearIsOfTheNamedInterfaceOrOfAll) {
                  {"all", {true, true, true}}};
    U64 reading = 0;
    for (const auto& c : clears) {
-      // The table of four has entries of the outer two alone, and no room for the one between.
       auto& table = mounts->allIntfQueueCounters()->table();
       reading += 5;
       for (std::size_t i = 0; i < std::size(intfs); ++i) {
@@ -427,6 +426,7 @@ TEST_F(QueueCounters, AnOperatorsClearIsOfTheNamedInterfaceOrOfAll) {
       }
       poll();
       if (c.name == std::string("all")) {
+         // The table holds four records. These two take the room of Ethernet2's, which the clear of all must survive.
          table.recordDel(Silo::Key("Ethernet2"));
          table.recordIs(Silo::Key("Other1"), {}, 0.0);
          table.recordIs(Silo::Key("Other2"), {}, 0.0);

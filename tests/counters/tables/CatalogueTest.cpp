@@ -1,4 +1,4 @@
-// What a chip does with its catalogue of counter tables as it comes up.
+// What a chip does with its catalogue of counter tables when it comes up.
 #include "kiln/RingLog.h"
 #include "tests/support/StubSdkRig.h"
 #include "zl/ZelSdk.h"
@@ -22,7 +22,7 @@ class Catalogue : public StubSdkRig {
    }
 };
 
-// Table id 2, initialized at the third check; the others at the first.
+// Table 2 is initialized at the third check, the others at the first.
 TEST_F(Catalogue, TableIsAskedAboutUntilItIsInitializedAndNeverAgain) {
    auto catalogue = makeCatalogue(0);
    StubSdk::Table late = makeTable("late", 0xA0, 4, false, packetsOnly, false);
@@ -124,7 +124,7 @@ TEST_F(Catalogue, ChipWithoutResourceInfoHasNoTableWork) {
    EXPECT_THAT(StubSdk::sdk().calls, IsEmpty());
 }
 
-// What the program lacks or the SDK refuses, and the assertion that stops the process.
+// A fault of the program or a refusal of the SDK, and the assertion that stops the process.
 struct FatalCase {
    const char* assertion;
    bool simulation;

@@ -1,4 +1,4 @@
-// PDP class counters from the SDK's table to the operator.
+// PDP class counters, from the SDK's table to the operator's view.
 #include "tests/support/StubSdkRig.h"
 
 #include <functional>
@@ -37,7 +37,7 @@ class PdpCounters : public StubSdkRig {
       return intf;
    }
 
-   // The index is the pipe's own.
+   // The index counts within the pipe.
    static void countIs(U16 pipe, U32 slot, U32 pdpClass, U64 packets) {
       StubSdk::sdk().table(0, pdpHandle).values[{pipe, slot * 32 + pdpClass}] = {packets, 0};
    }
@@ -188,10 +188,10 @@ TEST_F(PdpCounters, NothingIsShownUntilAFetchSucceeds) {
 
 TEST_F(PdpCounters, InterfaceWithoutASnapshotIsSkipped) {
    auto& chip = addPdpChip();
-   addPort("Ethernet1", 73);   // no place in the table
-   addPort("Ethernet3", 1, 4); // of another device
+   addPort("Ethernet1", 73);   // a port without a place in the table
+   addPort("Ethernet3", 1, 4); // a port of another device
    chip.fetchPdpCounters();
-   addPort("Ethernet2", 0); // since the fetch
+   addPort("Ethernet2", 0); // it came after the fetch
    EXPECT_EQ(showAll(chip, false), closing);
    EXPECT_DEATH(chip.showPdpIntfCounters(1, Pelt::IntfId("Ethernet2"), true, false, false), "\"last\"");
 }

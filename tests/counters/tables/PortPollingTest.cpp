@@ -1,4 +1,4 @@
-// Polling of ports, where a chip goes while it asks. The stub SDK says when, which the soft chip can't.
+// Polling of ports while their chip is deleted. It takes the stub SDK, which lets the test choose the moment.
 #include "tests/support/StubSdkRig.h"
 
 namespace {
@@ -18,7 +18,7 @@ TEST_F(PortPolling, AChipThatGoesAwayInTheMiddleOfAPassAsksForNothingMore) {
    };
    const auto lock = Kiln::ActivityLockAnchor::lock();
    chip->requestHwCountersPolling();
-   EXPECT_EQ(asked, 1); // a completion of a later request would find an address that is free again
+   EXPECT_EQ(asked, 1); // a later request's completion would bring the address of a freed object
 }
 
 } // namespace

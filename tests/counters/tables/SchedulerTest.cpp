@@ -1,4 +1,4 @@
-// The hardware-sync passes of a chip, however its requests complete.
+// A chip's hardware-sync passes, however its requests complete.
 #include "kiln/RingLog.h"
 #include "tests/support/Random.h"
 #include "tests/support/StubSdkRig.h"
@@ -138,7 +138,7 @@ TEST_F(Scheduler, RefusedRequestEndsItsTableForThisPassOnly) {
    }
 }
 
-// One refused table alone, its accepted requests inline: nothing was synced whole.
+// The only table is refused, and its accepted requests complete inline: no table was synced whole.
 TEST_F(Scheduler, PassWithoutAWholeTableDoesNotCompleteTheFirstPolling) {
    StubSdk::sdk().inlineDefault = true;
    StubSdk::sdk().statuses[{"counterHwSync", pdpHandle, 1}] = 5;
@@ -211,7 +211,7 @@ TEST_F(Scheduler, CleanUpInSimulationLeavesCompletionsUnread) {
    const U32 pending = chip.hwTableCountersSm()->pendingCallbacks();
    chip.zelCountersSm()->doCleanup();
    StubSdk::sdk().pending.front().deliver();
-   ZelCounter::hwTableCallback(0, nullptr); // not even looked at
+   ZelCounter::hwTableCallback(0, nullptr); // ignored
    EXPECT_EQ(chip.hwTableCountersSm()->pendingCallbacks(), pending);
    smRunning = 1;
    StubSdk::sdk().deliverAll();
@@ -224,7 +224,7 @@ TEST_F(Scheduler, NullCookieStopsTheProcess) {
 
 // Eight threads complete requests, some twice, while the activity thread runs passes, prints, clears, deletes
 // and adds chips.
-TEST_F(Scheduler, StormOfCompletionsWhileChipsComeAndGo) {
+TEST_F(Scheduler, SurvivesAStormOfCompletionsWhileChipsComeAndGo) {
    Kiln::threadSafePtrModeIs(true);
    Random random;
    std::atomic<bool> done{false};
@@ -275,7 +275,7 @@ TEST_F(Scheduler, StormOfCompletionsWhileChipsComeAndGo) {
       thread.join();
    }
    StubSdk::sdk().deliverAll();
-   // A duplicate may have stood in for a completion of the same scheduler, never for more than there were.
+   // A duplicate may have counted as a completion of its scheduler, but there are never more than requests.
    for (const auto& [dev, chip] : chips) {
       EXPECT_EQ(chip->hwTableCountersSm()->pendingCallbacks(), 0U) << "device " << dev;
       EXPECT_TRUE(chip->hwTableCountersSm()->pollingTimeMin() != Kiln::never) << "device " << dev;

@@ -18,7 +18,7 @@ class TableCommands : public StubSdkRig {
       refuseQueueSyncs();
    }
 
-   // A chip whose table 2 is this one, its first pass landed.
+   // Adds a chip with this table as its table 2, and lets the first pass complete.
    ZelCounters& addChipWith(StubSdk::Table table, U16 highestPipe = 0) {
       auto catalogue = makeCatalogue(3);
       catalogue->add(3, std::move(table));
@@ -52,7 +52,7 @@ struct TextCase {
    Counts counts;
    bool perPipe;
    bool nonZeroOnly;
-   std::string expected; // of each pipe, but for the line with the pipe
+   std::string expected; // for each pipe, without the line that names the pipe
 };
 
 const std::string both = " Details                                        Packets         Bytes\n";
@@ -89,7 +89,7 @@ const TextCase textCases[] = {
       indirect + "#             1                N/A                 12\n"},
 };
 
-// '#' stands for the rule of the kind of table.
+// '#' stands for the ruler, which depends on the kind of table.
 std::string blockFor(const TextCase& c, const std::string& pipe) {
    const std::string rule = ruler(c.direct ? 80 : 58);
    std::string text =
@@ -107,7 +107,7 @@ TEST_F(TableCommands, TablesAreShownToTheCharacter) {
       StubSdk::Table table = makeTable("tested", handle, 2, c.direct, c.counts, !c.perPipe);
       table.entries = {5, 7};
       for (const U16 pipe : {U16{0}, U16{1}, ZelId::ZelPipeId::allPipes()}) {
-         // The value that the table does not count must not matter.
+         // A value that the table does not count must not matter.
          const bool countsBoth = c.counts == packetsAndBytes;
          table.values[{pipe, c.direct ? 5U : 0U}] = {c.counts == bytesOnly ? 9U : 0U,
                                                      !countsBoth && c.counts == packetsOnly ? 9U : 0U};

@@ -1,10 +1,11 @@
-// The command channel over a real socket: the loop runs on a thread of its own, time is simulated.
+// The command channel over a real socket. The loop runs on a thread of its own, in simulated time.
 #include "agent/CommandChannel.h"
 
 #include "agent/CommandSocket.h"
 #include "agent/ListeningSocket.h"
 #include "kiln/ActivityLock.h"
 #include "kiln/TextOutput.h"
+#include "tests/support/ErrorText.h"
 #include "tests/support/SimulatedTime.h"
 #include "tests/support/SocketClient.h"
 #include "tests/support/TemporaryFolder.h"
@@ -20,7 +21,7 @@ namespace {
 
 using Kiln::String;
 
-// Commands of the tests: "say WORD...", "lines N" (of 64 bytes), "refuse", "throw". Completes "say".
+// The test's commands: "say WORD...", "lines N" (of 64 bytes), "refuse" and "throw". Completes "say".
 class TestCommand : public Agent::AgentCommandCallback {
  public:
    TestCommand() : AgentCommandCallback("Test", "TestCli") {}
@@ -62,7 +63,7 @@ String refusal(const String& error) {
    return String(1, Agent::errorMark) + "% " + error + "\n";
 }
 
-// A client whose whole exchange is looked at.
+// A client that reads the whole answer.
 class Client : public ZelTest::SocketClient {
  public:
    using SocketClient::SocketClient;
@@ -70,7 +71,7 @@ class Client : public ZelTest::SocketClient {
    void send(const String& bytes) {
       EXPECT_EQ(::send(fd(), bytes.data(), bytes.size(), MSG_NOSIGNAL), static_cast<ssize_t>(bytes.size()));
    }
-   // Waits for the first byte of the answer and leaves it where it is.
+   // Waits for the first byte of the answer, but does not take it.
    void awaitAnswer() {
       char byte = 0;
       EXPECT_EQ(recv(fd(), &byte, 1, MSG_PEEK), 1);
@@ -123,12 +124,7 @@ class CommandChannel : public testing::Test {
       return channel_->clientCount();
    }
    String openError() {
-      try {
-         open();
-      } catch (const std::runtime_error& error) {
-         return error.what();
-      }
-      return "";
+      return ZelTest::errorOf([this] { open(); });
    }
 
    const ZelTest::SimulatedTime time_;
@@ -140,7 +136,7 @@ class CommandChannel : public testing::Test {
    std::thread loop_;
 };
 
-constexpr unsigned long manyLines = 50000; // 3.2 MB, more than any socket buffers
+constexpr unsigned long manyLines = 50000; // 3.2 MB, more than any socket's buffers hold
 
 TEST_F(CommandChannel, AnswersALineWithTextAndTheEnd) {
    start();
@@ -279,7 +275,7 @@ TEST_F(CommandChannel, ReplacesOnlyTheSocketOfADeadAgent) {
 
    start();
    const int successor = socket(AF_UNIX, SOCK_STREAM, 0);
-   rename(path_.c_str(), (path_ + ".old").c_str()); // not unlink: its inode must not come back
+   rename(path_.c_str(), (path_ + ".old").c_str()); // not unlink, which would free its inode for reuse
    ASSERT_EQ(bind(successor, address.any(), address.length()), 0);
    stop();
    EXPECT_EQ(access(path_.c_str(), F_OK), 0) << "another's";
@@ -292,7 +288,7 @@ TEST_F(CommandChannel, ReplacesOnlyTheSocketOfADeadAgent) {
    EXPECT_EQ(access(path_.c_str(), F_OK), 0);
 }
 
-TEST_F(CommandChannel, OfSeveralAgentsAtOnceOneGetsTheStaleSocket) {
+TEST_F(CommandChannel, OnlyOneOfSeveralAgentsGetsAStaleSocket) {
    constexpr int agents = 4;
    for (int round = 0; round < 200; ++round) {
       const Agent::SocketAddress address(path_);
@@ -309,7 +305,7 @@ TEST_F(CommandChannel, OfSeveralAgentsAtOnceOneGetsTheStaleSocket) {
             }
             try {
                made = Agent::listenOn(path_);
-            } catch (const std::runtime_error&) { // another was first
+            } catch (const std::runtime_error&) { // another agent was first
             }
          });
       }
@@ -334,7 +330,7 @@ TEST_F(CommandChannel, OnlyItsUserMayOpenTheSocket) {
    EXPECT_EQ(status.st_mode & 0777U, 0600U);
 }
 
-TEST(CommandSocket, APathThatNoSocketCanHaveIsRefused) {
+TEST(CommandSocket, AnInvalidPathIsRefused) {
    EXPECT_THROW(Agent::SocketAddress(""), std::runtime_error);
    EXPECT_THROW(Agent::SocketAddress(String(108, 'x')), std::runtime_error);
    EXPECT_NO_THROW(Agent::SocketAddress(String(107, 'x')));

@@ -1,4 +1,4 @@
-// Clocks, the loop over real and simulated time, and the timer wheel.
+// Clocks, the loop in real and in simulated time, and the timer wheel.
 #include "kiln/ActivityLock.h"
 #include "kiln/ActivityManager.h"
 #include "kiln/RingLog.h"
@@ -27,7 +27,7 @@ struct Alarm : Kiln::Clock::Notifiee {
    std::function<void()> then;
 };
 
-// Simulated time and a manager of its own.
+// Simulated time, with an activity manager of its own.
 struct Clock : testing::Test {
    Clock() { Kiln::System::timeSourceIs(time); }
    ~Clock() override { Kiln::System::timeSourceIs(Kiln::allocate<Kiln::RealTime>()); }
@@ -102,10 +102,10 @@ TEST_F(Clock, ChargedTimeDelaysTheNextAndArmingForThePastFiresWithoutRunningBack
    manager->advance(1.5);
    EXPECT_THAT(fired, ElementsAre(1, 2, 3, 1));
    EXPECT_THAT(times, ElementsAre(2.0, 2.5, 3.0, 4.5));
-   EXPECT_EQ(time->now(), 5.0); // 4.5 and the charge
+   EXPECT_EQ(time->now(), 5.0); // 4.5 plus the charge
 }
 
-// A multimap with arming appended at its key's end says what a clock must do.
+// The oracle is a multimap, which keeps entries of the same time in the order of their arming.
 TEST_F(Clock, AgreesWithAnOracleOnRandomArming) {
    ZelTest::Random random;
    std::multimap<double, int> oracle;
@@ -136,12 +136,12 @@ TEST_F(Clock, AgreesWithAnOracleOnRandomArming) {
    }
 }
 
-// In real time; nothing here waits longer than until its wake-up arrives.
+// In real time. Each test waits only until its wake-up arrives.
 struct ActivityManager : testing::Test {
    Ptr<Kiln::ActivityManager> manager = Kiln::allocate<Kiln::ActivityManager>();
 };
 
-// Each arming comes when the loop sleeps for ever or is about to: a lost wake-up would hang the test.
+// Each arming comes when the loop sleeps without a limit, or is about to, so that a lost wake-up shows.
 TEST_F(ActivityManager, ArmingFromAnotherThreadWakesTheSleepingLoop) {
    constexpr int rounds = 2000;
    std::atomic<int> count{0};
@@ -164,7 +164,7 @@ TEST_F(ActivityManager, TheLoopOutlivesItsHandlersAndEndsAtOnceWhenStopped) {
    std::vector<int> fired;
    Alarm bad(manager->clock(), [&] {
       fired.push_back(1);
-      throw 5; // not even an exception class
+      throw 5; // not derived from std::exception
    });
    Alarm stopper(manager->clock(), [&] {
       fired.push_back(2);
@@ -208,7 +208,7 @@ TEST_F(ActivityManager, AClockThatAlwaysRearmsForNowLeavesDescriptorsTheirTurn) 
 
 TEST_F(ActivityManager, AReadyDescriptorThatAnotherDestroyedOrSilencedIsNotServed) {
    ZelTest::Pipe pipe;
-   pipe.writer = {}; // hang-up: all three are ready
+   pipe.writer = {}; // the hang-up makes all three ready
    int served = 0;
    std::optional<Reader> second;
    std::optional<Reader> third;
@@ -218,7 +218,7 @@ TEST_F(ActivityManager, AReadyDescriptorThatAnotherDestroyedOrSilencedIsNotServe
       second.reset();
       third->wantsIs(false, false);
       manager->stop();
-      first.reset(); // this handler with it
+      first.reset(); // ends this handler too
    });
    second.emplace(manager, pipe.reader.fd(), [&] { ++served; });
    third.emplace(manager, pipe.reader.fd(), [&] { ++served; });
@@ -258,7 +258,7 @@ TEST_F(TimerWheel, ServesAtMostTwentyTimersATickInOrderAndLosesNone) {
 TEST_F(TimerWheel, APeriodicTimerKeepsItsPeriodThoughTicksComeLate) {
    WheelTimer periodic(wheel, [&] {
       times.push_back(Kiln::System::currentTime());
-      time->charge(0.03); // every handler takes its time
+      time->charge(0.03); // the handler takes this long
       periodic.delayIs(2.0);
    });
    periodic.delayIs(2.0);
@@ -275,7 +275,7 @@ TEST_F(TimerWheel, CatchesUpAfterAStallWithinTheBound) {
       timers.back()->delayIs(1.0 + i);
    }
    stall.timeMinIs(0.5);
-   manager->advance(0.5); // now 500.5
+   manager->advance(0.5); // to 500.5
    manager->advance(0.0);
    EXPECT_TRUE(fired.empty() || fired.size() == 20);
    manager->advance(0.2);

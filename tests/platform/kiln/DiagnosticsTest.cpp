@@ -1,4 +1,4 @@
-// What the process says of itself: assertions, trace, ring log, operator log, and text to an operator.
+// Diagnostics: assertions, trace, ring log, operator log, and text output to an operator.
 #include "kiln/Assert.h"
 #include "kiln/OperatorLog.h"
 #include "kiln/RingLog.h"
@@ -19,7 +19,7 @@ namespace {
 using Kiln::String;
 using Kiln::TextOutput;
 
-// A macro of the chip maker's, say: it must be quoted by its name.
+// Stands for a macro of the chip maker's. An assertion must quote its name, not what it expands to.
 #define CHIP_LIMIT 89
 
 void checkLimit(unsigned ctrId) {
@@ -55,7 +55,7 @@ TEST(Trace, ALevelThatIsOffEvaluatesNothing) {
    EXPECT_FALSE(traceHandle.isOn(3));
    ASSERT_TRUE(Kiln::traceSettingIs("*/9", &error));
    EXPECT_TRUE(traceHandle.isOn(9) && !traceHandle.isOn(0));
-   static const Kiln::TraceHandle late("OtherFile"); // the newest setting that fits it holds
+   static const Kiln::TraceHandle late("OtherFile"); // the newest setting that matches applies
    EXPECT_TRUE(late.isOn(9) && !late.isOn(3));
    traceHandle.levelsIs(0);
 }
@@ -98,7 +98,7 @@ TEST(OperatorLog, FillsArgumentsInOrderAndNeverExpandsThemAgain) {
    std::vector<String> seen;
    log.sinkIs([&](const Kiln::OperatorLog::Entry& entry) {
       seen.push_back(String(entry.message->id) + " " + Kiln::severityText(entry.message->severity));
-      EXPECT_FALSE(log.newEntries().empty()); // the sink may ask the log itself
+      EXPECT_FALSE(log.newEntries().empty()); // the sink may read the log
    });
    log.log(full, std::array<String, 3>{"a%s", "Zel0", "7"});
    log.sinkIs({});
@@ -128,7 +128,7 @@ TEST(TextOutput, AClosedPipeTurnsItOffQuietly) {
    EXPECT_EQ(sigismember(&pending, SIGPIPE), 0);
 }
 
-// A pipe holds 64 KiB: short writes when it doesn't block, signals when it does.
+// A pipe holds 64 KiB: a non-blocking one takes short writes, and a blocking one is interrupted by signals.
 TEST(TextOutput, ASlowReaderGetsEveryByteThroughShortWritesAndSignals) {
    struct sigaction interrupt {};
    struct sigaction before {};

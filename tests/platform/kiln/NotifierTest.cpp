@@ -1,5 +1,5 @@
-// Entities and their watchers: who is told, and what a watcher may do while it is told. And the attributes
-// that the accessor macros declare.
+// Entities and their watchers: who is told, and what a watcher may do meanwhile. Also the attributes that the accessor
+// macros declare.
 #include "kiln/Accessors.h"
 #include "kiln/Entity.h"
 
@@ -46,7 +46,7 @@ class Port : public Kiln::Entity {
    KILN_COLLECTION(Net::Port, String, Lane, laneId, lane)
 };
 
-// Long enough to live on the heap, so that a stale reference to it is seen.
+// Long enough to live on the heap, so that AddressSanitizer sees a stale reference to it.
 String longKey(const char* tail) {
    return String("a key that is too long for the string itself: ") + tail;
 }
@@ -187,7 +187,7 @@ TEST(Accessors, NeitherALookUpNorARefusedNullElementChangesTheMap) {
    EXPECT_EQ(port->lane().size(), 1U);
 }
 
-// Whatever kind the map is, an element that ends finds the map already without it.
+// In each kind of map, an element that is being destroyed finds itself already gone.
 TEST(Accessors, AnElementMayLookIntoItsMapWhileItEnds) {
    const auto port = Kiln::allocate<Port>();
    std::vector<std::size_t> sizes;
@@ -220,7 +220,7 @@ TEST(Collections, AHashMapKeepsTheOrderOfInsertionThroughCopyMoveAndOverwrite) {
    EXPECT_THAT(map.keys(), ElementsAre(30, 20, 10));
    const Kiln::HashMap<int, String> moved(std::move(map));
    copy = moved;
-   copy.erase(30); // through the copy's own index, not the original's
+   copy.erase(30); // must go through the copy's own index, not the original's
    EXPECT_THAT(moved.keys(), ElementsAre(30, 20, 10));
    EXPECT_THAT(copy.keys(), ElementsAre(20, 10));
    EXPECT_EQ(*moved.find(30), "new");

@@ -1,4 +1,4 @@
-// What holds between threads: the activity lock, and pointers in thread-safe mode.
+// Between threads: the activity lock, pointers in thread-safe mode, and names.
 #include "kiln/ActivityLock.h"
 #include "kiln/ActivityManager.h"
 #include "kiln/Name.h"
@@ -27,7 +27,7 @@ TEST(ActivityLock, IsRecursiveAndHeldUntilItsFirstGuardEnds) {
    EXPECT_FALSE(ActivityLockAnchor::isHeldByThisThread());
 }
 
-// The plain variable is the witness: without exclusion its count is short, and a race for the sanitizer.
+// The counter is a plain variable: without exclusion its count falls short, and ThreadSanitizer reports a race.
 TEST(ActivityLock, KeepsThreadsApartEvenWhenTakenTwice) {
    constexpr int rounds = 20000;
    int count = 0;
@@ -60,7 +60,7 @@ TEST(ActivityLock, IsGivenUpWhileYieldingAndTakenBackEvenByAnException) {
    EXPECT_TRUE(ActivityLockAnchor::isHeldByThisThread());
 }
 
-// Does something in the loop.
+// Runs something in the loop.
 struct Alarm : Kiln::Clock::Notifiee {
    Alarm(const Ptr<Kiln::ActivityManager>& manager, double delay, std::function<void()> handler)
         : Notifiee(manager->clock()), then(std::move(handler)) {
@@ -124,14 +124,14 @@ TEST_P(PtrInEitherMode, AnObjectLivesExactlyAsLongAsItsPointers) {
       base = special;
       EXPECT_TRUE(base == special);
       Ptr<SpecialThing> moved(std::move(special));
-      EXPECT_EQ(special, nullptr); // NOLINT(bugprone-use-after-move): it is what is tested
+      EXPECT_EQ(special, nullptr); // NOLINT(bugprone-use-after-move): this is what is tested
       EXPECT_EQ(moved->refCount(), 2U);
       const Ptr<SpecialThing>& alias = moved;
       moved = alias;
       EXPECT_EQ(base->refCount(), 2U);
    }
    EXPECT_EQ(Kiln::trackedObjectCount(), before + 1);
-   Kiln::threadSafePtrModeIs(!GetParam()); // the count goes on across a change of mode
+   Kiln::threadSafePtrModeIs(!GetParam()); // the reference count survives a change of mode
    base = nullptr;
    EXPECT_EQ(Kiln::trackedObjectCount(), before);
    EXPECT_THROW(Kiln::allocate<Thing>(true), std::runtime_error);
@@ -153,7 +153,7 @@ TEST(ThreadSafePtr, TwoThreadsMayShareAndDropOneObject) {
          }
       };
       std::thread one(work, shared);
-      std::thread two(work, std::move(shared)); // whoever is last ends it
+      std::thread two(work, std::move(shared)); // whoever drops it last destroys it
       one.join();
       two.join();
    }

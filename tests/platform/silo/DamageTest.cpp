@@ -1,4 +1,4 @@
-// Tables that somebody overwrote, cut short or left half-written: nobody crashes, and nobody takes it for good.
+// Tables that were overwritten, cut short or left half-written: nobody crashes, and nobody takes damage for data.
 #include "tests/platform/silo/SiloRig.h"
 
 #include <fstream>
@@ -12,7 +12,7 @@ using Remedy = Silo::Corruption::Remedy;
 
 class Damage : public SiloRig {
  protected:
-   // Records "a", "b" and "c" in the first three of four slots, closed in good order.
+   // Writes records "a", "b" and "c" into the first three of four slots, and closes the table.
    std::string makeTable() {
       Silo::Table<Small> table(store_, "t", Small(99), options());
       for (std::uint64_t i = 0; i < keys.size(); ++i) {
@@ -52,7 +52,7 @@ class Damage : public SiloRig {
       }
    }
 
-   // After a restart each record is as it was, or was reported and begun anew; and the table works.
+   // Expects that after a restart each record is intact, or reported and begun anew, and that the table works.
    void expectNoNonsenseFromWriter() {
       corruptions_.clear();
       Silo::Table<Small> table(store_, "t", Small(99), options());
@@ -109,7 +109,7 @@ TEST_F(Damage, AReaderWaitsForALivingWriterButNotForADeadOne) {
    table->recordIs("a", Small(1), 1.0);
    table->recordIs("b", Small(2), 1.0);
    Silo::TableReader<Small> reader(store_, "t");
-   overwrite(fileOf("t"), slotOffset<Small>(0), "\x05"); // its sequence is odd: being written
+   overwrite(fileOf("t"), slotOffset<Small>(0), "\x05"); // an odd sequence: the record is being written
 
    auto start = std::chrono::steady_clock::now();
    Silo::Sample<Small> sample;
@@ -127,7 +127,7 @@ TEST_F(Damage, AReaderWaitsForALivingWriterButNotForADeadOne) {
    EXPECT_EQ(reader.read("a", sample), ReadResult::torn);
    EXPECT_EQ(reader.read("b", sample), ReadResult::ok);
 
-   // Every word but the sequence is whole, which the checksum proves.
+   // Only the sequence is damaged; the checksum proves that the rest is intact.
    table.emplace(store_, "t", Small(99), options());
    ASSERT_EQ(corruptions_.size(), 1u);
    EXPECT_EQ(corruptions_[0].key, "a");
@@ -138,7 +138,7 @@ TEST_F(Damage, AReaderWaitsForALivingWriterButNotForADeadOne) {
 
 TEST_F(Damage, ARestartCompletesTheLastRecordAndBeginsOthersAnew) {
    makeTable();
-   // "c" was written last: the journal has it, and mending "a" mustn't cost it.
+   // "c" was written last, so the journal holds it. Repairing "a" must not lose it.
    for (std::size_t slot : {0u, 2u}) {
       overwrite(fileOf("t"), slotOffset<Small>(slot), "\x05");
       overwrite(fileOf("t"), slotOffset<Small>(slot) + payloadOffset, "garbage");
@@ -163,7 +163,7 @@ TEST_F(Damage, AKilledDeletionBringsNothingBack) {
       table.recordIs("a", Small(1), 1.0);
       table.recordDel("a");
    }
-   overwrite(fileOf("t"), slotOffset<Small>(0), "\x05"); // killed just before its end
+   overwrite(fileOf("t"), slotOffset<Small>(0), "\x05"); // as if killed just before the end of the write
    Silo::Table<Small> table(store_, "t", Small(99), options());
    EXPECT_FALSE(table.has("a"));
    ASSERT_EQ(corruptions_.size(), 1u);

@@ -1,4 +1,4 @@
-// Writers and readers at the same time, in threads and in processes, and writers that are killed.
+// Writers and readers that run at the same time, in threads and in processes, and writers that are killed.
 #include "tests/platform/silo/SiloRig.h"
 #include "tests/support/Random.h"
 
@@ -13,7 +13,7 @@ using namespace ZelTest;
 using Silo::ReadResult;
 using Silo::RecordSlot;
 
-// What has this generation here. Writers have the records ready made, so that writing is most of what they do.
+// The record of a generation. Writers have the records prepared, so that they spend most of their time writing.
 constexpr std::uint64_t differentRecords = 64;
 Large recordOf(std::uint64_t generation) {
    return Large(generation % differentRecords);
@@ -37,7 +37,7 @@ class Processes : public SiloRig {
    }
 };
 
-// Both threads use the same addresses, which is what a thread sanitizer can judge; two mappings of one table it can't.
+// Both threads use the same addresses: ThreadSanitizer sees no race between two mappings of a table.
 TEST_F(Processes, ASlotGivesWholeRecordsOnlyAndRacesWithNobody) {
    auto memory = std::make_unique<Silo::Word[]>((RecordSlot::strideFor(sizeof(Large)) + 64) / 8);
    void* start = memory.get();
@@ -49,7 +49,7 @@ TEST_F(Processes, ASlotGivesWholeRecordsOnlyAndRacesWithNobody) {
       std::vector<std::byte> copy(sizeof(Large) + Silo::bytesPerRow);
       for (std::uint64_t n = 1; !isOver; ++n) {
          for (int i = 0; i < 300 && !isOver; ++i) {
-            // Leaves the reader a moment.
+            // Gives the reader time to run.
          }
          Large record = recordOf(n);
          Silo::RecordContent content{keys[n % 2], {n, static_cast<double>(n)}, &record, sizeof record};
@@ -82,7 +82,7 @@ TEST_F(Processes, ASlotGivesWholeRecordsOnlyAndRacesWithNobody) {
    EXPECT_EQ(seen, wanted);
 }
 
-// What one reader process does: exit status 0 if it saw what it should.
+// The reader process. Returns its exit status: 0 if it saw what it should.
 int readWholeRecords(const Silo::Store& store, const std::vector<Silo::Key>& keys, int reads) {
    Silo::TableReader<Large> reader(store, "t");
    std::vector<std::uint64_t> last(keys.size(), 0);
@@ -92,7 +92,7 @@ int readWholeRecords(const Silo::Store& store, const std::vector<Silo::Key>& key
       Silo::Sample<Large> sample;
       ReadResult result = reader.read(keys[i], sample);
       if (result == ReadResult::busy) {
-         continue; // its writer sits on the shelf of a crowded machine
+         continue; // on a busy machine the writer may be suspended in the middle of a write
       }
       if (result != ReadResult::ok) {
          return 10 + static_cast<int>(result);
@@ -107,7 +107,7 @@ int readWholeRecords(const Silo::Store& store, const std::vector<Silo::Key>& key
       last[i] = sample.info.generation;
       ++done;
    }
-   return changes > reads / 1000 ? 0 : 3; // else the writer wasn't running at the same time
+   return changes > reads / 1000 ? 0 : 3; // otherwise the writer was not running at the same time
 }
 
 TEST_F(Processes, FourReadersSeeNoTornRecordWhileTheWriterRunsFlatOut) {
@@ -162,7 +162,7 @@ TEST_F(Processes, AWriterKilledAnywhereLosesNothingAndNoReaderWaits) {
          }
          return 0;
       });
-      // Until it has published for a while.
+      // Waits until the writer has published for a while.
       std::uint64_t until = last[0] + 1 + random.below(3000);
       Silo::Sample<Large> sample;
       while (reader.read(keys[0], sample) != ReadResult::ok || sample.info.generation < until) {

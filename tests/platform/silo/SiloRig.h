@@ -1,4 +1,4 @@
-// What the tests of shared tables stand on: records that prove themselves whole, and a folder of their own.
+// The rig of the tests of shared tables: records that show whether they are whole, and a temporary folder.
 #pragma once
 
 #include "silo/Table.h"
@@ -17,7 +17,7 @@
 
 namespace ZelTest {
 
-// A record that follows from one number, so that a mixture of two shows. Its size is no multiple of anything.
+// A record that follows from one number, so that a mixture of two is noticed. Its size is not a multiple of a word's.
 template <std::size_t size>
 struct Pattern {
    static constexpr std::string_view layoutName = "Pattern";
@@ -26,7 +26,7 @@ struct Pattern {
    Pattern() : Pattern(0) {}
    explicit Pattern(std::uint64_t number) {
       for (std::size_t i = 0; i < size; i += sizeof number) {
-         std::uint64_t word = number * (i + 1); // the number itself, to begin with
+         std::uint64_t word = number * (i + 1); // the first word is the number itself
          std::memcpy(bytes + i, &word, std::min(size - i, sizeof word));
       }
    }
@@ -41,9 +41,9 @@ struct Pattern {
    std::uint8_t bytes[size];
 };
 using Small = Pattern<45>;
-using Large = Pattern<701>; // about an interface's record
+using Large = Pattern<701>; // about the size of an interface's record
 
-// A directory that goes with the test, and the corruptions reported in it.
+// A temporary folder of tables, and the corruptions that they reported.
 class SiloRig : public ::testing::Test {
  protected:
    Silo::TableOptions options(std::size_t capacity = 4) {
@@ -52,7 +52,7 @@ class SiloRig : public ::testing::Test {
    }
 
    std::string fileOf(const std::string& table) const { return folder_.path() + "/" + table; }
-   // Where the record slot lies in the table's file; a writer fills slots from the first one on.
+   // The record slot's offset in the table's file. A writer fills slots from the first one on.
    template <class Record>
    static std::size_t slotOffset(std::size_t slot) {
       return Silo::TableGeometry(Silo::layoutOf<Record>()).sizeFor(slot);

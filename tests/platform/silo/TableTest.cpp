@@ -1,4 +1,4 @@
-// A table's life in good order: what is written is read, over restarts, growth and replacement.
+// Tables without damage: what is written is read, across restarts, growth and replacement.
 #include "tests/platform/silo/SiloRig.h"
 #include "tests/support/Random.h"
 
@@ -13,7 +13,7 @@ using Silo::ReadResult;
 
 class Table : public SiloRig {};
 
-// Compares everything that writer and reader can tell with the oracle.
+// Compares everything that the writer and a reader see with the oracle.
 void expectSame(const std::map<std::string, std::uint64_t>& oracle, Silo::Table<Small>& table,
                 Silo::TableReader<Small>& reader) {
    ASSERT_EQ(table.size(), oracle.size());
@@ -133,7 +133,7 @@ TEST_F(Table, SampleTimesOfAnotherClockMeanNothingAfterARestart) {
       EXPECT_EQ(sample.info.sampleTime, Silo::unknownSampleTime);
       table.recordIs("a", Small(2), 2.5);
    }
-   // The same process, so the same simulated clock.
+   // In the same process the simulated clock is the same.
    Silo::Table<Small> table(store_, "t", Small(), simulated);
    EXPECT_EQ(table.sample("a").info.sampleTime, 2.5);
    Silo::TableReader<Small> reader(store_, "t");
@@ -230,7 +230,7 @@ TEST_F(Table, SharedMemoryServesAReaderWithoutWritePermission) {
    }
    Silo::Store shared = Silo::Store::sharedMemory("silo-test-" + std::to_string(getpid()));
    {
-      mode_t mask = umask(0077); // which must not shut the readers out
+      mode_t mask = umask(0077); // must not shut the readers out
       Silo::Table<Small> table(shared, "t", Small(), options());
       umask(mask);
       table.recordIs("a", Small(1), 1.0);
@@ -256,7 +256,7 @@ TEST_F(Table, SharedMemoryServesAReaderWithoutWritePermission) {
    EXPECT_THROW(Silo::TableReader<Small>(shared, "t"), Silo::TableError);
 }
 
-TEST_F(Table, RefusesWhatMakesNoSense) {
+TEST_F(Table, RefusesInvalidArguments) {
    Silo::Table<Small> table(store_, "t", Small(), options());
    EXPECT_THROW(table.recordIs("", Small(), 1.0), std::invalid_argument);
    EXPECT_THROW(table.recordIs(std::string(64, 'x'), Small(), 1.0), std::invalid_argument);

@@ -1,4 +1,4 @@
-// The counters of subinterfaces: when they are read, and what is published.
+// The counters of subinterfaces: when they are read, and how they are published.
 #include "tests/platform/vex/PublishingRig.h"
 
 namespace {
@@ -48,7 +48,7 @@ class L3Publishing : public ZelTest::PublishingRig {
    Kiln::Ptr<Vex::SubIntfCountersSm> reactor;
 };
 
-TEST_F(L3Publishing, HoweverOftenItIsAskedItReadsOnceATurn) {
+TEST_F(L3Publishing, ReadsOnceATurnHoweverOftenItIsAsked) {
    reactor->updateCounters();
    reactor->updateCounters();
    EXPECT_EQ(helper->reads, 0);
@@ -56,7 +56,7 @@ TEST_F(L3Publishing, HoweverOftenItIsAskedItReadsOnceATurn) {
    EXPECT_EQ(helper->reads, 1);
 }
 
-TEST_F(L3Publishing, AFallIsNoStepAndTheTotalStands) {
+TEST_F(L3Publishing, AFallAddsNothingAndTheTotalStands) {
    helper->hardware = {1000, 10, 500, 5};
    tick();
    helper->hardware = {1600, 16, 500, 5};
@@ -81,7 +81,7 @@ TEST_F(L3Publishing, WithoutCountersNothingIsPublished) {
    EXPECT_EQ(tables.subIntfCountersDir->table().size(), 0U);
 }
 
-TEST_F(L3Publishing, NobodyAskingForLongItReadsOfItsOwnAccord) {
+TEST_F(L3Publishing, ReadsByItselfIfNobodyAsksForLong) {
    rig.advance(2.5);
    EXPECT_EQ(helper->reads, 0);
    rig.advance(1.0);

@@ -31,7 +31,7 @@ TEST_F(PortPublishing, ReadingTotalDeltaAndRateFollowTheChip) {
    start();
    poll(octets, 1000);
    EXPECT_EQ(published().reading.inOctets, 1000U);
-   EXPECT_EQ(published().rate(inOctets), std::nullopt); // one sample makes no rate
+   EXPECT_EQ(published().rate(inOctets), std::nullopt); // a single sample has no rate
    poll(octets, 5000);
    const IntfCounters record = published();
    EXPECT_EQ(record.reading.inOctets, 5000U);
@@ -50,7 +50,7 @@ TEST_F(PortPublishing, AnUpsetMovesTheReadingOnly) {
    EXPECT_EQ(upset.totals[inOctets], 1000U);
    EXPECT_EQ(upset.deltas[inOctets], 0U);
    EXPECT_EQ(upset.rate(inOctets), std::nullopt);
-   EXPECT_EQ(upset.rate(inErrors), 0.0); // the others keep theirs
+   EXPECT_EQ(upset.rate(inErrors), 0.0); // other counters keep their rates
    EXPECT_EQ(upset.discontinuityTime, 4.0);
    poll(octets, (1000 | U64{1} << 60) + 50);
    EXPECT_EQ(published().totals[inOctets], 1050U);
@@ -60,7 +60,7 @@ TEST_F(PortPublishing, AnUpsetMovesTheReadingOnly) {
 
 TEST_F(PortPublishing, AWrapCountsModulo) {
    start();
-   poll(octets, ~U64{0} - 9); // from 0 that is an upset
+   poll(octets, ~U64{0} - 9); // a step from 0 to this is an upset
    poll(octets, 90);
    const IntfCounters record = published();
    EXPECT_EQ(record.deltas[inOctets], 100U);
@@ -121,7 +121,7 @@ TEST_F(PortPublishing, ARestartGoesOnFromWhatWasPublished) {
    EXPECT_EQ(published().totals[inOctets], 1000U);
    rig.advance(2.0);
    EXPECT_EQ(published().totals[inOctets], 1400U);
-   EXPECT_EQ(published().rate(inOctets), 200.0); // two samples of one clock, whoever took them
+   EXPECT_EQ(published().rate(inOctets), 200.0); // two agents took the samples, but on the same clock
    EXPECT_EQ(published().discontinuityTime, 0.0);
    EXPECT_TRUE(logged.take().empty());
 }
@@ -159,7 +159,7 @@ TEST_F(PortPublishing, AnAgentKilledAnywhereGoesOnWithoutAJump) {
       const IntfCounters seeded = published();
       ASSERT_GE(seeded.reading.inOctets, until);
       ASSERT_EQ(seeded.totals[inOctets], seeded.reading.inOctets);
-      last = seeded.reading.inOctets + 5; // the hardware went on meanwhile
+      last = seeded.reading.inOctets + 5; // the hardware has counted on meanwhile
       poll(octets, last);
       ASSERT_EQ(published().totals[inOctets], last);
       stop();
@@ -217,7 +217,7 @@ TEST_F(PortPublishing, ADamagedRecordBeginsAnewAndIsReported) {
    start();
    poll(octets, mark);
    stop();
-   // Wherever the value stands, the journal included.
+   // Damages the value wherever it is stored, including the journal.
    const std::string bytes = ZelTest::bytesOf(tablePath);
    for (std::size_t at = 0; at + sizeof mark <= bytes.size(); at += sizeof mark) {
       if (std::memcmp(bytes.data() + at, &mark, sizeof mark) == 0) {
@@ -235,7 +235,7 @@ TEST_F(PortPublishing, ADamagedRecordBeginsAnewAndIsReported) {
    poll(octets, mark + 1);
    EXPECT_EQ(published().totals[inOctets], mark + 1);
    EXPECT_EQ(published().rate(inOctets), std::nullopt);
-   EXPECT_EQ(published().discontinuityTime, 2.0); // readers must not go on from what they had
+   EXPECT_EQ(published().discontinuityTime, 2.0); // tells readers not to continue from their last value
 }
 
 TEST_F(PortPublishing, ARecordOverwrittenAtRunTimeIsWholeWithTheNextWrite) {
@@ -253,12 +253,12 @@ TEST_F(PortPublishing, ARecordOverwrittenAtRunTimeIsWholeWithTheNextWrite) {
 struct SuspectCase {
    const char* name;
    U64 octetStep;
-   U64 speed; // bit/s; 0 for not told
+   U64 speed; // bit/s; 0 if unknown
    U64 suspects;
 };
 
 TEST_F(PortPublishing, AStepThatThePortsSpeedDoesNotAllowIsSuspect) {
-   // In two seconds: 250 MB at 1 Gbit/s, and a tenth more for the clocks' sake.
+   // In two seconds: 250 MB at 1 Gbit/s, and a tenth more for the clocks' inaccuracy.
    const SuspectCase cases[] = {{"allowed", 275'000'000, 1'000'000'000, 0},
                                 {"too much", 275'000'001, 1'000'000'000, 1},
                                 {"allowed by default", 27'500'000'000, 0, 0},
@@ -266,7 +266,7 @@ TEST_F(PortPublishing, AStepThatThePortsSpeedDoesNotAllowIsSuspect) {
    start();
    U64 reading = 1;
    U64 suspects = 0;
-   poll(octets, reading += U64{1} << 40); // after the seed nothing is known
+   poll(octets, reading += U64{1} << 40); // the first step after the seed has no time to be judged by
    EXPECT_EQ(published().suspects, 0U);
    for (const SuspectCase& each : cases) {
       each.speed != 0 ? ports->speedIs(intf, each.speed) : ports->speedDel(intf);
@@ -276,7 +276,7 @@ TEST_F(PortPublishing, AStepThatThePortsSpeedDoesNotAllowIsSuspect) {
       EXPECT_EQ(published().totals[inOctets], reading) << each.name;
    }
    rig.chip(0).rmonIs(port, errors, U64{1} << 50);
-   poll(octets, reading += U64{1} << 40); // with an upset beside it, a step proves nothing
+   poll(octets, reading += U64{1} << 40); // beside an upset, a step is not judged
    EXPECT_EQ(published().suspects, suspects);
 }
 

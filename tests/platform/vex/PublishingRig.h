@@ -1,4 +1,4 @@
-// A manager over a soft chip that publishes into tables of its own, and readers of these.
+// A manager that publishes a soft chip's counters into tables of its own, and readers of these tables.
 #pragma once
 
 #include "silo/TableReader.h"
@@ -14,11 +14,11 @@ namespace ZelTest {
 class PublishingRig : public testing::Test {
  protected:
    PublishingRig() {
-      rig.fleet.chipAdd({"chip0", 0, 2}); // outlives the agent
+      rig.fleet.chipAdd({"chip0", 0, 2}); // the chip outlives the agent
    }
    ~PublishingRig() override { stop(); }
 
-   // The agent starts, with the ports that there are.
+   // Starts the agent, with the ports that exist.
    void start(const Vex::SharedTableSettings& settings = {}) {
       tables = Vex::openSharedTables(store, settings);
       rig.mounts = Kiln::allocate<ZelCounter::CountersMounts>();
@@ -44,7 +44,7 @@ class PublishingRig : public testing::Test {
       return intf;
    }
 
-   // One poll with the counter at that value.
+   // Polls once, with the counter at that value.
    void poll(bf_rmon_counter_t counter, U64 value) {
       rig.chip(0).rmonIs(port, counter, value);
       rig.advance(2.0);
@@ -52,7 +52,7 @@ class PublishingRig : public testing::Test {
 
    const Kiln::Ptr<Vex::Counters::CountersSm>& sm() { return rig.mgr->vexCountersSm(); }
 
-   // What another process reads.
+   // The record as another process reads it.
    template <class Record>
    Silo::ReadResult read(const char* table, const char* intf, Silo::Sample<Record>& sample) {
       Silo::TableReader<Record> reader(store, table);

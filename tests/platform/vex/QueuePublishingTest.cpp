@@ -1,4 +1,4 @@
-// Queue counters, from a report to another process's reader.
+// Queue counters, from a report to a reader in another process.
 #include "tests/platform/vex/PublishingRig.h"
 #include "vex/RecordText.h"
 
@@ -48,7 +48,7 @@ TEST_F(QueuePublishing, ReportsAddUpAndAFallCountsWhole) {
 
 TEST_F(QueuePublishing, AClearedQueueCountsFromZeroAndItsTotalStands) {
    report(0, {100, 6400, 0});
-   report(0, {}); // what the chip's clear hands over
+   report(0, {}); // a clear reports zeros
    EXPECT_TRUE(sm()->clear("Ethernet1"));
    report(0, {7, 448, 1});
    EXPECT_EQ(queues().totals[0], (QueueStatistics{107, 6848, 1}));
@@ -62,7 +62,7 @@ TEST_F(QueuePublishing, RatesAreOverTheTimeBetweenReadingsOfOnePort) {
    EXPECT_EQ(queues().interval, 2.0);
    const double read = Kiln::System::currentTime();
    rig.advance(1.5);
-   reportAt(read, 0, {}); // an operator's clear
+   reportAt(read, 0, {}); // by an operator's clear
    EXPECT_EQ(queues().interval, 2.0);
    EXPECT_EQ(queues().deltas[0].packets, 200U);
    rig.advance(0.5);
@@ -70,10 +70,10 @@ TEST_F(QueuePublishing, RatesAreOverTheTimeBetweenReadingsOfOnePort) {
    EXPECT_EQ(queues().interval, 2.0);
    EXPECT_EQ(queues().deltas[0].packets, 190U);
    rig.advance(1.0);
-   reportAt(Silo::unknownSampleTime, 0, {}, true); // the port changed
+   reportAt(Silo::unknownSampleTime, 0, {}, true); // the interface moved to another port
    EXPECT_EQ(queues().interval, 0.0);
    rig.advance(1.0);
-   report(0, {5000, 320000, 9}, true); // what it finds at the new one
+   report(0, {5000, 320000, 9}, true); // the first reading there
    EXPECT_EQ(queues().interval, 0.0);
    EXPECT_EQ(queues().deltas[0], QueueStatistics{});
    EXPECT_EQ(queues().totals[0], (QueueStatistics{490, 31360, 0}));
@@ -98,7 +98,7 @@ TEST_F(QueuePublishing, AfterARestartTheFirstReportIsTheFirstPreviousOne) {
    report(0, {100, 6400, 0});
    {
       const auto lock = Kiln::ActivityLockAnchor::lock();
-      tables.allIntfQueueCounters->queueIs(intf, 1, 0.0); // created, never reported
+      tables.allIntfQueueCounters->queueIs(intf, 1, 0.0); // created, but never reported
    }
    stop();
    start();

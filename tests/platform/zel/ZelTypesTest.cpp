@@ -1,4 +1,4 @@
-// The platform's ids and the system status: ranges, and the two directions of the port map.
+// The platform's ids and their ranges, and the system status with the two directions of its port map.
 #include "zel/SystemStatus.h"
 #include "zel/VlanId.h"
 
@@ -65,7 +65,7 @@ TEST_F(SystemStatus, EachDeviceHasItsOwnPortsAndAMovedPortLeavesItsOldPlace) {
    EXPECT_EQ(at(1, 133), "Ethernet1");
    EXPECT_EQ(status->portInfo(one).pipe(), 1);
    EXPECT_EQ(status->portInfo(one).pipePort(), 5);
-   status->portInfoIs(one, {1, 133}); // the same again: nothing to tell
+   status->portInfoIs(one, {1, 133}); // the same again notifies nobody
    status->portInfoDel(status->portInfo().begin()->first);
    status->portInfoDel(one);
    EXPECT_EQ(at(1, 133), "");
