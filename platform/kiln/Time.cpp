@@ -18,6 +18,12 @@ Ptr<TimeSource>& held() {
    return *source;
 }
 
+double timeOf(clockid_t clock) {
+   timespec now{};
+   clock_gettime(clock, &now);
+   return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
+}
+
 } // namespace
 
 double RealTime::now() const {
@@ -52,9 +58,12 @@ double currentTime() {
 }
 
 double monotonicTime() {
-   timespec now{};
-   clock_gettime(CLOCK_MONOTONIC, &now);
-   return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
+   return timeOf(CLOCK_MONOTONIC);
+}
+
+double unixTime() {
+   const TimeSource* source = active.load(std::memory_order_acquire);
+   return source != nullptr && source->isSimulated() ? source->now() : timeOf(CLOCK_REALTIME);
 }
 
 } // namespace System

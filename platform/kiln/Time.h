@@ -43,6 +43,8 @@ Ptr<TimeSource> timeSource();
 double currentTime();
 // CLOCK_MONOTONIC, whatever the source is.
 double monotonicTime();
+// Seconds since 1970, UTC. Simulated time begins there, so that a simulation always has the same dates.
+double unixTime();
 
 } // namespace System
 

@@ -44,8 +44,11 @@ struct CounterRecord {
    // 1: the last step was an upset and has neither delta nor rate. Filled up to whole words.
    std::array<U8, (fieldCount + 7) / 8 * 8> isAbsorbed{};
    double interval = 0;          // seconds that the last step took; 0: not known
-   double discontinuityTime = 0; // of the last wrap, upset or reset; 0: none
+   double discontinuityTime = 0; // when continuity was last broken, by the table's clock; 0: never
    U64 suspects = 0;             // counts steps that the port's speed does not allow
+   double createdTime = 0;       // when it began to count, by the table's clock; 0: not known
+   double createdUnixTime = 0;   // the same in seconds since 1970, UTC
+   U64 speed = 0;                // of the port, bit/s; 0: not known
 
    // The rate of a field in the last step, per second.
    std::optional<double> rate(std::size_t field) const {
@@ -58,12 +61,12 @@ struct CounterRecord {
 
 struct IntfCounters : CounterRecord<::Interface::EthIntfStatistics> {
    static constexpr std::string_view layoutName = "IntfCounters";
-   static constexpr U32 layoutVersion = 2;
+   static constexpr U32 layoutVersion = 3;
 };
 
 struct L3IntfCounters : CounterRecord<::Interface::L3IntfStatistics> {
    static constexpr std::string_view layoutName = "L3IntfCounters";
-   static constexpr U32 layoutVersion = 1;
+   static constexpr U32 layoutVersion = 2;
 };
 
 struct QueueStatistics {
@@ -77,7 +80,7 @@ struct QueueStatistics {
 // The queues of one interface, by queue index.
 struct IntfQueueCounters {
    static constexpr std::string_view layoutName = "IntfQueueCounters";
-   static constexpr U32 layoutVersion = 1;
+   static constexpr U32 layoutVersion = 2;
    static constexpr std::size_t queueCount = 17;
 
    std::array<QueueStatistics, queueCount> totals{}; // never step back
@@ -85,6 +88,11 @@ struct IntfQueueCounters {
    double interval = 0;                              // seconds since the report before; 0: not known
    U32 present = 0;                                  // bit q: the interface has queue q
    U32 reported = 0;                                 // bit q: and it was read at least once
+   U32 absorbed = 0;             // bit q: the last step of queue q was an upset, and has no rate
+   U32 unused = 0;               // fills up a word
+   double discontinuityTime = 0; // as in an interface's record
+   double createdTime = 0;       // the same
+   double createdUnixTime = 0;   // the same
 
    bool has(std::size_t queue) const { return queue < queueCount && ((present >> queue) & 1) != 0; }
 };
@@ -92,13 +100,18 @@ struct IntfQueueCounters {
 // What source NAT translated on an L3 interface.
 struct NatCounter {
    static constexpr std::string_view layoutName = "NatCounter";
-   static constexpr U32 layoutVersion = 1;
+   static constexpr U32 layoutVersion = 2;
 
    std::array<char, 64> intfId{}; // NUL-terminated
    S64 creationTime = 0;          // monotonic clock, whole seconds
-   U64 packets = 0;
+   U64 packets = 0;               // readings: what the chips have now
    U64 bytes = 0;
    double lastUpdate = 0; // seconds, Kiln::System::currentTime(); 0: never read
+   U64 totalPackets = 0;  // never jump, never step back
+   U64 totalBytes = 0;
+   double discontinuityTime = 0; // as in an interface's record
+   double createdTime = 0;       // the same
+   double createdUnixTime = 0;   // the same
 };
 
 } // namespace Silo::Interface
