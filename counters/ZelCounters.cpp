@@ -68,16 +68,30 @@ void requestPort(ZelCounters* chip, const Pelt::IntfId& intf, U16 devicePort) {
    }
 }
 
+// Without shared data the views' counts end with the chip.
+ZelCounters::Context withDropData(ZelCounters::Context context) {
+   if (!context.cliPortDropData) {
+      context.cliPortDropData = Kiln::allocate<CliPortDropData>();
+   }
+   return context;
+}
+
 } // namespace
 
 ZelCounters::ZelCounters(Context context)
      : ChipAccess({context.devId, context.chipName, context.devProfile.chipTypeName, context.sessionId,
                    context.chipStatus, context.systemStatus, context.zlPdIntf, context.zlResourceInfoIntf}),
-       context_(std::move(context)), mac_(*this), portDrops_(*this, context_.cliPortDropData),
-       mauDrops_(*this), pipeline_(*this),
-       tm_(*this, context_.tmCountersData, context_.tmCountersDataLastClear),
+       context_(withDropData(std::move(context))), mac_(*this), portDrops_(*this, context_.cliPortDropData),
+       mauDrops_(*this, context_.cliPortDropData), pipeline_(*this, context_.cliPortDropData),
+       tm_(*this, context_.tmCountersData, context_.tmCountersDataLastClear, context_.cliPortDropData),
        tables_(*this,
-               [this](const auto& info, ZelId::ZelPipeId pipe) { portDrops_.tableWritten(info, pipe); }),
+               [this](const auto& info, ZelId::ZelPipeId pipe, TableCounters::ClearStage stage) {
+                  if (stage == TableCounters::ClearStage::before) {
+                     portDrops_.readOnceMore(info);
+                  } else {
+                     portDrops_.tableWritten(info, pipe);
+                  }
+               }),
        pdp_(*this), queues_(*this, context_.vexCountersSm) {
    // Before anything asks the SDK, whose completion may come inline.
    registry().add(this);
@@ -99,6 +113,18 @@ Kiln::Ptr<ZelCounters> zelCountersFactory(ZelCounters::Context context) {
    auto made = Kiln::allocate<ZelCounters>(std::move(context));
    made->hasNotificationActiveIs(true);
    return made;
+}
+
+// In a simulation's clean-up the SDK may be half gone.
+void ZelCounters::readOnceMore() {
+   if (stopped_ || !initialized() || (simulation() && smRunning == 0)) {
+      return;
+   }
+   portDrops_.readAll();
+   mauDrops_.fetchAll();
+   pipeline_.readAll();
+   tm_.readAll();
+   queues_.readOnceMore();
 }
 
 void ZelCounters::stop() {
@@ -209,7 +235,12 @@ void ZelCounters::getMacCounters(const Pelt::IntfId& intf, const Kiln::Ptr<VexTy
    KILN_TRACE(4, "getMacCounters"
                       << ", intf: " << intf);
    if (const Kiln::Ptr<IntfCounters>* const last = macCountersLast().find(intf)) {
-      macAccounting_.account(**last, record, previous);
+      const IntfCounters& snapshot = **last;
+      // Values of two places are never compared: no step leads to a place that somebody was counted at.
+      if (previous->sourceIs(mac_.sourceOf(snapshot), mac_.isCounted(snapshot)) == Vex::Begin::nothing) {
+         MacAccounting::beginAt(snapshot, *previous);
+      }
+      macAccounting_.account(snapshot, record, previous);
    }
 }
 

@@ -63,6 +63,9 @@ class ZelCounters : public ChipAccess {
    ~ZelCounters() override;
    const Kiln::Ptr<Vex::Counters::CountersSm>& vexCountersSm() const { return context_.vexCountersSm; }
 
+   // The chip is about to go: what it counted since the last reads is read from the SDK's copy. A read that fails changes
+   // nothing.
+   void readOnceMore();
    // The chip goes away: it takes no more completions and asks for nothing more. Idempotent; the last pointer to a
    // chip that was not stopped must be given up under the activity lock.
    void stop();
@@ -70,6 +73,8 @@ class ZelCounters : public ChipAccess {
    // Starts an asynchronous read of every port of this chip, then marks VLAN interfaces and subinterfaces due. A
    // refused request is traced and its port is asked again on the next tick.
    void requestHwCountersPolling();
+   // An interface got a port, got another one, or lost its port.
+   void handlePort(const IntfId& intf) { mac_.handlePort(intf); }
    // Stores a port's 89 raw counters as the interface's latest; dropped when the interface has no port record.
    void updateCounters(const IntfId& i, const bf_rmon_counter_array_t& raw) { mac_.updateCounters(i, raw); }
    // Fills the record from the interface's latest raw counters, if any, and vets it against the previous one.

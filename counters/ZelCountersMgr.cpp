@@ -66,12 +66,34 @@ ZelCountersMgr::ZelCountersMgr(Kiln::Ptr<const ZelSystem::SystemStatus> systemSt
 ZelCountersMgr::~ZelCountersMgr() {
    cliCallbackDel();
    countersMgrSmDel();
+   readOnceMore();
    zelCountersDelAll();
    if (vexCountersSm()) {
       vexCountersSm()->hasNotificationActiveIs(false);
    }
    if (vexSubIntfCountersSm()) {
       vexSubIntfCountersSm()->hasNotificationActiveIs(false);
+   }
+}
+
+// What was counted until an orderly end is not lost.
+void ZelCountersMgr::readOnceMore() {
+   for (const auto& [devId, chip] : zelCounters()) {
+      chip->readOnceMore();
+   }
+   if (zelCountersL3IntfSm()) {
+      zelCountersL3IntfSm()->readAllOnceMore();
+      zelCountersL3IntfSm()->readOnceMoreIs(nullptr);
+   }
+}
+
+void ZelCountersMgr::forgetAbsentInterfaces() {
+   if (vexCountersSm()) {
+      vexCountersSm()->forgetAbsentInterfaces(
+           [this](const Pelt::IntfId& intf) { return systemStatus()->portInfo().contains(intf); });
+   }
+   if (vexSubIntfCountersSm()) {
+      vexSubIntfCountersSm()->forgetAbsentInterfaces();
    }
 }
 
@@ -100,6 +122,10 @@ void ZelCountersMgr::handleInitialized() {
                                                        wheelFirstSlot, wheelSlots);
    zelSubIntfCountersHelperIs();
    vexSubIntfCountersSmIs(std::move(timerWheel), zelSubIntfCountersHelper());
+   zelCountersL3IntfSm()->readOnceMoreIs([this](const Pelt::IntfId& intf) {
+      vexCountersSm()->readVlanIntf(intf);
+      vexSubIntfCountersSm()->readSubIntf(intf);
+   });
    countersMgrSmIs(this, systemStatus(), activityManagerClock);
    initializedIs(true);
 }
@@ -245,6 +271,7 @@ void ZelCountersMgr::deleteDevice(ZelId::ZelDevId devId) {
    if (!zelCounters(devId)) {
       return;
    }
+   zelCounters(devId)->readOnceMore();
    zelCountersDel(devId);
    if (zelCountersL3IntfSm()) {
       zelCountersL3IntfSm()->deleteDevice(devId);
@@ -359,9 +386,17 @@ void ZelCountersMgrSm::handlePortInfo() {
    }
 }
 
-// An internal interface that comes, or changes its port, begins anew here. Of a front-panel interface the poller sees
-// whether its port is another one.
+// An internal interface that comes, or changes its port, begins anew here, and as no directory has it, its queues' record
+// goes here. Of a front-panel interface the poller sees whether its port is another one.
 void ZelCountersMgrSm::handlePortInfo(const Pelt::IntfId& intf) {
+   for (const auto& [devId, chip] : mgr_->zelCounters()) {
+      chip->handlePort(intf);
+   }
+   const bool hasPort = systemStatus_.notifier()->portInfo().contains(intf);
+   const Kiln::Ptr<Vex::Counters::WriterConfig>& writerConfig = mgr_->mounts()->writerConfig();
+   if (Pelt::InternalIntfId::isInternalIntfId(intf) && !hasPort && writerConfig) {
+      writerConfig->intfQueueCountersDel(intf);
+   }
    if (Pelt::InternalIntfId::isInternalIntfId(intf) && mgr_->zelCountersHelper()) {
       mgr_->zelCountersHelper()->doClearIntfQueueCounters(intf, true);
    }

@@ -58,6 +58,10 @@ class ZelCountersMgr : public Kiln::Entity, public ManagerAccess {
    // Starts the reads of every chip's ports.
    void requestHwCountersPolling();
 
+   // Removes the shared records of interfaces that an earlier process published and that are not there any more. To be
+   // called once the agent has the interfaces that it begins with.
+   void forgetAbsentInterfaces();
+
    // Creates the command handler; does nothing when it has that name and type already.
    void cliCallbackIs(Kiln::Name name, const Kiln::String& commandType, ZelCountersMgr* mgr);
 
@@ -117,6 +121,7 @@ class ZelCountersMgr : public Kiln::Entity, public ManagerAccess {
                                const Kiln::Ptr<ZelCountersSubIntfCountersHelper>& helper);
 
    void deleteDevice(ZelId::ZelDevId devId);
+   void readOnceMore();
 
    Kiln::Ptr<ZelCountersCli> cliCallback_;
    double sdkPollingInterval_;

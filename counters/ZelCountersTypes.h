@@ -1,9 +1,10 @@
 // The library's value types.
 #pragma once
 
-#include "kiln/Ptr.h"
+#include "kiln/Accessors.h"
 #include "sdk/bf_rmon.h"
 #include "zel/Pelt.h"
+#include "zel/ZelId.h"
 
 #include <array>
 #include <span>
@@ -17,6 +18,8 @@ class IntfCounters : public Kiln::PtrInterface {
    explicit IntfCounters(Pelt::IntfId intfId) : intfId_(intfId) {}
 
    const Pelt::IntfId& intfId() const { return intfId_; }
+   // The port that was read.
+   KILN_ATTRIBUTE(U16, devicePort, ZelId::PortIndex::invalid)
    // As many as were written.
    std::span<const U64> counters() const { return {counters_.data(), size_}; }
    U64 counters(std::size_t index) const { return index < size_ ? counters_[index] : 0; }

@@ -150,7 +150,7 @@ int runAgent(const Options& options) {
       const auto lock = Kiln::ActivityLockAnchor::lock();
       // Only now, with the host's ports added: tables in shared memory outlive the agent, and may hold ports that it no
       // longer has.
-      agent.countersMgr().vexCountersSm()->forgetAbsentPorts();
+      agent.countersMgr().forgetAbsentInterfaces();
    }
    const Agent::CommandChannel channel(manager, agent.commandRunner(), socketPath);
    endOnSignals();

@@ -11,11 +11,12 @@ namespace ZelCounter {
 
 namespace {
 
+U32 lives = 0; // of the chips so far
 bool simulationFlag = false; // the process's: callbacks ask before they know their chip
 
 } // namespace
 
-ChipAccess::ChipAccess(Identity identity) : identity_(std::move(identity)) {
+ChipAccess::ChipAccess(Identity identity) : identity_(std::move(identity)), life_(++lives) {
    simulationFlag = std::getenv("SIMULATION_VMID") != nullptr;
    if (simulationFlag) {
       smRunning = 1; // an earlier clean-up may have cleared it

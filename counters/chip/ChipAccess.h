@@ -31,6 +31,8 @@ class ChipAccess : public Kiln::Entity {
    ZelId::ZelDevId deviceId() const { return identity_.devId; }
    const Kiln::String& chipName() const { return identity_.chipName; }
    U32 sessionId() const { return identity_.sessionId; }
+   // The chip's life: a number that rises whenever a chip is added.
+   U32 life() const { return life_; }
    const Kiln::Ptr<const ZelSlice::ChipStatus>& chipStatus() const { return identity_.chipStatus; }
    const Kiln::Ptr<const ZelSystem::SystemStatus>& systemStatus() const { return identity_.systemStatus; }
    const Kiln::Ptr<ZlPd::ZlPdIntf>& zlPdIntf() const { return identity_.zlPdIntf; }
@@ -80,6 +82,7 @@ class ChipAccess : public Kiln::Entity {
 
  private:
    Identity identity_;
+   U32 life_;
    std::vector<Port> ports_;
    U64 portsVersion_ = 0; // of the port table when ports_ was read; at version 0 both are empty
 };

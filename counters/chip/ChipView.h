@@ -3,6 +3,7 @@
 
 #include "counters/chip/ChipAccess.h"
 #include "counters/show/ShowOutput.h"
+#include "vex/Continuity.h"
 
 namespace ZelCounter {
 
@@ -30,11 +31,10 @@ class ChipView {
    ChipAccess& chip_;
 };
 
-// A count since the last clear, or that it was never read. Counts is a ClearableCounts; a template, so that this room
-// need not know the one of drops.
-template <class Counts>
-TableView::Cell cellOf(const Counts& counts, std::size_t index) {
-   return counts.isRead(index) ? TableView::Cell(counts.sinceClear(index)) : TableView::Unread();
+// One of a place's counts since the last clear, or that it was never read.
+template <std::size_t n>
+TableView::Cell cellOf(const Vex::ShownCounts<n>& counts, std::size_t place, std::size_t value = 0) {
+   return counts.isRead(place) ? TableView::Cell(counts.sinceClear(place, value)) : TableView::Unread();
 }
 
 } // namespace ZelCounter

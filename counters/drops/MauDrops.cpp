@@ -51,7 +51,7 @@ void MauDrops::fetchAll() {
          uint64_t drops = 0;
          const bf_status_t status = read(chip().deviceId(), pipe, places[at], &drops);
          if (status == BF_SUCCESS) {
-            counts_.lastIs(pipe * places.size() + at, drops);
+            counts_.read(pipe * places.size() + at, chip().life(), {drops});
          } else {
             errors_.emplace_back(pipe, pipeReadErrorText(status, pipe) + ", " + places[at].name);
             KILN_TRACE(4, errors_.back().second);

@@ -2,13 +2,15 @@
 #pragma once
 
 #include "counters/chip/ChipView.h"
-#include "counters/drops/ClearableCounts.h"
+#include "counters/drops/CliPortDropData.h"
 
 namespace ZelCounter {
 
 class MauDrops : public ChipView {
  public:
-   using ChipView::ChipView;
+   // The counts are shared, and kept longer than the chip.
+   MauDrops(ChipAccess& chip, const Kiln::Ptr<CliPortDropData>& data)
+        : ChipView(chip), data_(data), counts_(data->pipeCountsIs(chip.deviceId()).mauDrops) {}
 
    // What can't be read keeps its last count, with a note below the rows.
    void fetchAll();
@@ -21,7 +23,8 @@ class MauDrops : public ChipView {
  private:
    TableView view(const Pelt::IntfId& intf, std::optional<U16> pipe, bool nonZeroOnly) const;
 
-   ClearableCounts counts_;
+   Kiln::Ptr<CliPortDropData> data_;
+   Vex::ShownCounts<1>& counts_; // of data_
    bool isFetched_ = false;
    std::vector<std::pair<U16, Kiln::String>> errors_; // of the last fetch, by pipe
 };

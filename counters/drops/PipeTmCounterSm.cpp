@@ -18,9 +18,7 @@ void PipeTmCounterSm::scheduleClock() {
    pollingClock_.timeMinIs(Kiln::System::currentTime() + pollingInterval());
 }
 
-void PipeTmCounterSm::handlePollingClock() {
-   KILN_TRACE(5,
-              "PipeTmCounterSm::handlePollingClock, pipe: " << key_.pipe << ", type: " << key_.counterType);
+void PipeTmCounterSm::poll() {
    bf_tm_pipe_counter_t counter{};
    const bf_status_t status = bf_tm_pipe_counter_get(parent()->deviceId(), static_cast<U16>(physicalPipe()),
                                                      key_.counterType, &counter);
@@ -28,6 +26,12 @@ void PipeTmCounterSm::handlePollingClock() {
       KILN_TRACE(4, pipeReadErrorText(status, key_.pipe) << ", traffic-manager type " << key_.counterType);
    }
    parent()->counterIs(key_, status, counter);
+}
+
+void PipeTmCounterSm::handlePollingClock() {
+   KILN_TRACE(5,
+              "PipeTmCounterSm::handlePollingClock, pipe: " << key_.pipe << ", type: " << key_.counterType);
+   poll();
    scheduleClock(); // also after a failure: unlike a queue's, this poller never gives up
 }
 

@@ -39,6 +39,8 @@ class PipeTmCounterSm : public Kiln::Entity {
    const Kiln::Ptr<const Kiln::Clock>& clock() const { return pollingClock_.clock(); }
    double pollingTimeMin() const { return pollingClock_.timeMin(); }
 
+   // Reads the counter. A failure changes only its status.
+   void poll();
    // Arms the clock for the next poll.
    void scheduleClock();
 

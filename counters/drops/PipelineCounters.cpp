@@ -16,10 +16,8 @@ constexpr std::array stageNames = {"port-rx",         "parser", "ingress",      
                                    "traffic-manager", "egress", "egress-deparser", "port-tx"};
 static_assert(stageNames.size() == BF_PIPE_PATH_STAGES);
 
-constexpr std::size_t countsPerStage = 3; // in, out, dropped
-
-std::size_t indexOf(U16 pipe, U32 stage) {
-   return (std::size_t{pipe} * BF_PIPE_PATH_STAGES + stage) * countsPerStage;
+std::size_t placeOf(U16 pipe, U32 stage) {
+   return std::size_t{pipe} * BF_PIPE_PATH_STAGES + stage;
 }
 
 } // namespace
@@ -37,10 +35,7 @@ Kiln::String PipelineCounters::read(U16 pipe, U32 stage) {
       KILN_TRACE(4, error);
       return error;
    }
-   const std::size_t index = indexOf(pipe, stage);
-   counts_.lastIs(index, count.in);
-   counts_.lastIs(index + 1, count.out);
-   counts_.lastIs(index + 2, count.dropped);
+   counts_.read(placeOf(pipe, stage), chip().life(), {count.in, count.out, count.dropped});
    return "";
 }
 
@@ -58,13 +53,11 @@ TableView PipelineCounters::view(std::optional<U32> stage, std::optional<U16> pi
          if (!error.empty()) {
             table.notes.push_back(error + ": shown as last read");
          }
-         const std::size_t index = indexOf(onPipe, at);
-         const U64 in = counts_.sinceClear(index);
-         const U64 out = counts_.sinceClear(index + 1);
-         const U64 dropped = counts_.sinceClear(index + 2);
-         if (!nonZeroOnly || in != 0 || out != 0 || dropped != 0) {
-            table.rows.push_back({U64{onPipe}, Kiln::String(stageNames[at]), cellOf(counts_, index),
-                                  cellOf(counts_, index + 1), cellOf(counts_, index + 2)});
+         const std::size_t place = placeOf(onPipe, at);
+         const U64 any = counts_.sinceClear(place, 0) | counts_.sinceClear(place, 1) | counts_.sinceClear(place, 2);
+         if (!nonZeroOnly || any != 0) {
+            table.rows.push_back({U64{onPipe}, Kiln::String(stageNames[at]), cellOf(counts_, place, 0),
+                                  cellOf(counts_, place, 1), cellOf(counts_, place, 2)});
          }
       }
    }
@@ -89,12 +82,16 @@ void PipelineCounters::clearAll(ShowOutput& out) {
    }
    // What passed since the last read belongs to the time before the clear. A failed read leaves its stage's last counts
    // to be cleared: the packets since then will show after the clear.
+   readAll();
+   counts_.clear();
+}
+
+void PipelineCounters::readAll() {
    for (const U16 pipe : chip().pipes()) {
       for (U32 stage = 0; stage < stageNames.size(); ++stage) {
          read(pipe, stage);
       }
    }
-   counts_.clear();
 }
 
 } // namespace ZelCounter

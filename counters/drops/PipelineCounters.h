@@ -2,13 +2,15 @@
 #pragma once
 
 #include "counters/chip/ChipView.h"
-#include "counters/drops/ClearableCounts.h"
+#include "counters/drops/CliPortDropData.h"
 
 namespace ZelCounter {
 
 class PipelineCounters : public ChipView {
  public:
-   using ChipView::ChipView;
+   // The counts are shared, and kept longer than the chip.
+   PipelineCounters(ChipAccess& chip, const Kiln::Ptr<CliPortDropData>& data)
+        : ChipView(chip), data_(data), counts_(data->pipeCountsIs(chip.deviceId()).stages) {}
 
    // The names of the stages, by number.
    static std::span<const char* const> stages();
@@ -17,6 +19,8 @@ class PipelineCounters : public ChipView {
    void showAll(ShowOutput& out, bool nonZeroOnly, std::optional<U16> pipe = {});
    void show(ShowOutput& out, U32 stage, bool nonZeroOnly, std::optional<U16> pipe = {});
    void clearAll(ShowOutput& out);
+   // What can't be read stays as it is.
+   void readAll();
 
  private:
    // Without a stage, every stage; without a pipe, every pipe.
@@ -24,7 +28,8 @@ class PipelineCounters : public ChipView {
    // Returns what went wrong, or nothing.
    Kiln::String read(U16 pipe, U32 stage);
 
-   ClearableCounts counts_;
+   Kiln::Ptr<CliPortDropData> data_;
+   Vex::ShownCounts<3>& counts_; // of data_
 };
 
 } // namespace ZelCounter

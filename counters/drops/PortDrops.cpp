@@ -27,12 +27,17 @@ Kiln::String errorText(U32 status, const ZlTableCounter& info, U32 pipe) {
    return pipeReadErrorText(static_cast<int>(status), pipe) + ", " + info.name;
 }
 
-} // namespace
-
-PortDrops::PortDrops(ChipAccess& chip, Kiln::Ptr<CliPortDropData> data)
-     : ChipView(chip), data_(data ? std::move(data) : Kiln::allocate<CliPortDropData>()) {
-   data_->deviceDel(chip.deviceId());
+// By name, as the points are told apart here: two points never share a table.
+std::optional<Point> pointOf(const ZlTableCounter& info) {
+   for (std::size_t point = 0; point < ZlDrop::tables.size(); ++point) {
+      if (info.name == ZlDrop::tables[point].name) {
+         return static_cast<Point>(point);
+      }
+   }
+   return std::nullopt;
 }
+
+} // namespace
 
 // In the order of their numbers, which has the ports of a pipe together, as read() needs them.
 std::vector<ChipAccess::Port> PortDrops::ports(const Pelt::IntfId& intf) const {
@@ -69,12 +74,12 @@ Kiln::String PortDrops::readPipe(Point point, const ZlTableCounter& info,
    U32 status = read.start();
    for (std::size_t i = 0; i < ports.size() && status == 0; ++i) {
       const U16 devicePort = ports[i].devicePort;
-      ClearableCounts& atPoint = counts(devicePort)[static_cast<std::size_t>(point)];
+      Vex::ShownCounts<1>& atPoint = counts(devicePort)[static_cast<std::size_t>(point)];
       for (U32 reason = 0; reason < reasonsPerPort && status == 0; ++reason) {
          p4_pd_counter_value value{};
          status = read.entry(ZlDrop::entryIndex(ZlPort::slotOf(devicePort), reason), &value);
          if (status == 0) {
-            atPoint.lastIs(reason, value.packets);
+            atPoint.read(reason, chip().life(), {value.packets});
          }
       }
    }
@@ -91,23 +96,29 @@ Kiln::String PortDrops::readPipe(Point point, const ZlTableCounter& info,
 std::vector<Kiln::String> PortDrops::read(std::span<const ChipAccess::Port> ports) {
    std::vector<Kiln::String> errors;
    for (const Point point : {Point::ingress, Point::egress, Point::final}) {
-      const ZlTableCounter* info = nullptr;
-      const Kiln::String wrong = tableError(point, &info);
-      if (!wrong.empty()) {
-         errors.push_back(wrong);
-         continue;
+      const std::vector<Kiln::String> atPoint = readPoint(point, ports);
+      errors.insert(errors.end(), atPoint.begin(), atPoint.end());
+   }
+   return errors;
+}
+
+std::vector<Kiln::String> PortDrops::readPoint(Point point, std::span<const ChipAccess::Port> ports) {
+   const ZlTableCounter* info = nullptr;
+   const Kiln::String wrong = tableError(point, &info);
+   if (!wrong.empty()) {
+      return {wrong};
+   }
+   std::vector<Kiln::String> errors;
+   for (auto first = ports.begin(); first != ports.end();) {
+      // A read covers one pipe, so the ports go by runs of the same one.
+      const auto last = std::find_if(first, ports.end(), [&](const ChipAccess::Port& port) {
+         return ZlPort::pipeOf(port.devicePort) != ZlPort::pipeOf(first->devicePort);
+      });
+      const Kiln::String error = readPipe(point, *info, {first, last});
+      if (!error.empty()) {
+         errors.push_back(error);
       }
-      for (auto first = ports.begin(); first != ports.end();) {
-         // A read covers one pipe, so the ports go by runs of the same one.
-         const auto last = std::find_if(first, ports.end(), [&](const ChipAccess::Port& port) {
-            return ZlPort::pipeOf(port.devicePort) != ZlPort::pipeOf(first->devicePort);
-         });
-         const Kiln::String error = readPipe(point, *info, {first, last});
-         if (!error.empty()) {
-            errors.push_back(error);
-         }
-         first = last;
-      }
+      first = last;
    }
    return errors;
 }
@@ -160,18 +171,21 @@ void PortDrops::clearAll(ShowOutput& out) {
    // What was dropped since the last read belongs to the time before the clear.
    read(all);
    for (const ChipAccess::Port& port : all) {
-      for (ClearableCounts& atPoint : counts(port.devicePort)) {
+      for (Vex::ShownCounts<1>& atPoint : counts(port.devicePort)) {
          atPoint.clear();
       }
    }
 }
 
-// By name, as the points are told apart here: two points never share a table.
+void PortDrops::readOnceMore(const ZlTableCounter& info) {
+   if (const std::optional<Point> point = pointOf(info)) {
+      readPoint(*point, ports({}));
+   }
+}
+
 void PortDrops::tableWritten(const ZlTableCounter& info, ZelId::ZelPipeId pipe) {
-   for (std::size_t point = 0; point < ZlDrop::tables.size(); ++point) {
-      if (info.name == ZlDrop::tables[point].name) {
-         data_->tableWritten(chip().deviceId(), pipe, static_cast<Point>(point));
-      }
+   if (const std::optional<Point> point = pointOf(info)) {
+      data_->tableWritten(chip().deviceId(), pipe, *point);
    }
 }
 

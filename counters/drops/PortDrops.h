@@ -10,13 +10,17 @@ namespace ZelCounter {
 
 class PortDrops : public ChipView {
  public:
-   // Forgets the counts of earlier chips of the same device id. The data is shared and kept; null: it keeps its own.
-   PortDrops(ChipAccess& chip, Kiln::Ptr<CliPortDropData> data);
+   // The data is shared, and kept longer than the chip.
+   PortDrops(ChipAccess& chip, Kiln::Ptr<CliPortDropData> data) : ChipView(chip), data_(std::move(data)) {}
 
    void showAll(ShowOutput& out, bool nonZeroOnly);
    void show(ShowOutput& out, const Pelt::IntfId& intf, bool nonZeroOnly);
    void clearAll(ShowOutput& out);
-   // A counter table of one pipe, or of all, is set to zero. Does nothing for a table that doesn't hold drops.
+   // What can't be read stays as it is.
+   void readAll() { read(ports({})); }
+   // A counter table of one pipe, or of all, is about to be set to zero, or has been. Both do nothing for a table that
+   // doesn't hold drops.
+   void readOnceMore(const ZlResourceInfo::ZlTableCounter& info);
    void tableWritten(const ZlResourceInfo::ZlTableCounter& info, ZelId::ZelPipeId pipe);
 
  private:
@@ -25,6 +29,7 @@ class PortDrops : public ChipView {
    std::vector<ChipAccess::Port> ports(const Pelt::IntfId& intf) const;
    Kiln::String tableError(ZlDrop::Point point, const ZlResourceInfo::ZlTableCounter** info) const;
    std::vector<Kiln::String> read(std::span<const ChipAccess::Port> ports);
+   std::vector<Kiln::String> readPoint(ZlDrop::Point point, std::span<const ChipAccess::Port> ports);
    Kiln::String readPipe(ZlDrop::Point point, const ZlResourceInfo::ZlTableCounter& info,
                          std::span<const ChipAccess::Port> ports);
    PortDropCounts& counts(U16 devicePort) { return data_->portDropsIs(chip().deviceId(), devicePort); }

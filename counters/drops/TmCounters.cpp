@@ -39,6 +39,10 @@ static_assert(tmTypes.size() == polledTmCounterTypes.size() &&
 
 constexpr const char* readState = "ok";
 
+std::size_t placeOf(U16 pipe, U32 type) {
+   return std::size_t{pipe} * ZelQos::tmCounterTypes + type;
+}
+
 Kiln::String stateOf(const TmCounter& counter) {
    if (counter.status != 0) {
       return sdkErrorText(counter.status);
@@ -49,8 +53,9 @@ Kiln::String stateOf(const TmCounter& counter) {
 } // namespace
 
 TmCounters::TmCounters(ChipAccess& chip, Kiln::Ptr<ZelQos::TmCountersData> last,
-                       Kiln::Ptr<ZelQos::TmCountersData> lastClear)
-     : ChipView(chip), last_(std::move(last)), lastClear_(std::move(lastClear)) {
+                       Kiln::Ptr<ZelQos::TmCountersData> lastClear, const Kiln::Ptr<CliPortDropData>& dropData)
+     : ChipView(chip), last_(std::move(last)), lastClear_(std::move(lastClear)), data_(dropData),
+       counts_(dropData->pipeCountsIs(chip.deviceId()).trafficManager) {
    // What an earlier chip of this device id left says nothing of this one.
    for (const auto& data : {last_, lastClear_}) {
       if (data) {
@@ -83,12 +88,12 @@ void TmCounters::counterIs(const PipeTmCounterKey& key, bf_status_t status,
       return;
    }
    counter = {read.count, read.bytes, status, true};
-   if (lastClear_) {
-      TmCounter& clear =
-           lastClear_->countersByDevIdIs(deviceId())->countersByPipeIs(key.pipe)[key.counterType];
-      if (clear.count > counter.count || clear.bytes > counter.bytes) {
-         clear = {}; // the hardware has begun anew, so the whole count is since the clear
-      }
+   counts_.read(placeOf(key.pipe, key.counterType), chip().life(), {read.count, read.bytes});
+}
+
+void TmCounters::readAll() {
+   for (const auto& [key, poller] : pipeTmCounterSm_) {
+      poller->poll();
    }
 }
 
@@ -104,13 +109,11 @@ TableView TmCounters::view(std::optional<U16> pipe, bool nonZeroOnly) const {
       return table;
    }
    const auto last = last_->countersByDevIdIs(deviceId());
-   const auto clear = lastClear_ ? lastClear_->countersByDevIdIs(deviceId())
-                                 : Kiln::allocate<ZelQos::TmDeviceCounters>(deviceId());
    for (const U16 onPipe : chip().pipes(pipe)) {
       for (const TmType& type : tmTypes) {
          const TmCounter& now = last->countersByPipeIs(onPipe)[type.type];
-         const TmCounter& then = clear->countersByPipeIs(onPipe)[type.type];
-         const U64 count = type.isTotal ? now.count - then.count : now.count;
+         const std::size_t place = placeOf(onPipe, type.type);
+         const U64 count = type.isTotal ? counts_.sinceClear(place, 0) : now.count;
          const Kiln::String state = stateOf(now);
          // Shown with nonzero, too, when it could not be read: its 0 says nothing.
          if (nonZeroOnly && count == 0 && state == readState) {
@@ -120,7 +123,7 @@ TableView TmCounters::view(std::optional<U16> pipe, bool nonZeroOnly) const {
             return now.isRead ? TableView::Cell(number) : TableView::Unread();
          };
          table.rows.push_back({U64{onPipe}, Kiln::String(type.name), cell(count),
-                               type.isTotal ? cell(now.bytes - then.bytes) : Kiln::String("-"), state});
+                               type.isTotal ? cell(counts_.sinceClear(place, 1)) : Kiln::String("-"), state});
          if (state != readState) {
             table.unprintedNotes.push_back("Pipe " + std::to_string(onPipe) + ", " + type.name + ": " +
                                            state);
@@ -139,6 +142,7 @@ void TmCounters::showAll(ShowOutput& out, bool nonZeroOnly, std::optional<U16> p
 void TmCounters::clearAll(ShowOutput& out) {
    if (!answeredUninitialized(out) && last_ && lastClear_) {
       lastClear_->countersByDevIdIs(deviceId())->countersAre(*last_->countersByDevIdIs(deviceId()));
+      counts_.clear();
    }
 }
 

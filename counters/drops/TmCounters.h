@@ -2,6 +2,7 @@
 #pragma once
 
 #include "counters/chip/ChipView.h"
+#include "counters/drops/CliPortDropData.h"
 #include "counters/drops/PipeTmCounterSm.h"
 #include "sdk/bf_tm.h"
 #include "zel/TmCountersData.h"
@@ -10,10 +11,11 @@ namespace ZelCounter {
 
 class TmCounters : public ChipView {
  public:
-   // Both are shared with whoever made the manager. Without the first nothing is kept, without the second nothing
-   // cleared.
+   // Both are shared with whoever made the manager: the counters as read last, and as at the last clear. Without the
+   // first nothing is kept, without the second nothing cleared. What they count is kept in the third, longer than the
+   // chip.
    TmCounters(ChipAccess& chip, Kiln::Ptr<ZelQos::TmCountersData> last,
-              Kiln::Ptr<ZelQos::TmCountersData> lastClear);
+              Kiln::Ptr<ZelQos::TmCountersData> lastClear, const Kiln::Ptr<CliPortDropData>& data);
 
    ZelId::ZelDevId deviceId() const { return chip().deviceId(); }
 
@@ -30,12 +32,16 @@ class TmCounters : public ChipView {
    const Kiln::Ptr<PipeTmCounterSm>& pipeTmCounterSmIs(const PipeTmCounterKey& key, U32 physicalPipe,
                                                        Kiln::Ptr<const Kiln::Clock> clock);
    void pipeTmCounterSmDelAll() { pipeTmCounterSm_ = {}; }
+   // Polls every counter now. What can't be read stays as it is.
+   void readAll();
 
  private:
    TableView view(std::optional<U16> pipe, bool nonZeroOnly) const;
 
    Kiln::Ptr<ZelQos::TmCountersData> last_;
    Kiln::Ptr<ZelQos::TmCountersData> lastClear_;
+   Kiln::Ptr<CliPortDropData> data_;
+   Vex::ShownCounts<2>& counts_; // of data_
    Kiln::HashMap<PipeTmCounterKey, Kiln::Ptr<PipeTmCounterSm>> pipeTmCounterSm_;
 };
 

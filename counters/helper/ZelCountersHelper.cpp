@@ -26,7 +26,7 @@ bool readL3Intf(const Kiln::Ptr<ZelCountersL3IntfSm>& l3IntfSm, const Pelt::Intf
    Interface::L3IntfStatistics statistics = current.statistics();
    packets_and_bytes in;
    packets_and_bytes out;
-   if (!l3IntfSm || !l3IntfSm->getIntfCounter(intf, &in, &out)) {
+   if (!l3IntfSm || !l3IntfSm->getIntfCounter(intf, &in, &out, &current.refillParts())) {
       return false;
    }
    statistics.inOctets = in.bytes;
@@ -153,7 +153,7 @@ void ZelCountersHelper::doClearIntfQueueCounters(const Pelt::IntfId& intf, bool 
    }
    const unsigned queues = queuesOfPort(port->pipePort());
    if (const Kiln::Ptr<ZelCounters> chip = mgr_->zelCounters(port->devId)) {
-      chip->queues().clear(intf, portChanged);
+      chip->queues().clear(intf);
    }
    createSharedQueues(intf, queues);
 }

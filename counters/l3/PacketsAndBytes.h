@@ -9,6 +9,10 @@ namespace ZelCounter {
 struct packets_and_bytes {
    U64 packets = 0;
    U64 bytes = 0;
+
+   packets_and_bytes operator+(const packets_and_bytes& other) const {
+      return {packets + other.packets, bytes + other.bytes};
+   }
 };
 
 } // namespace ZelCounter

@@ -21,6 +21,12 @@ class SviCounterMatchSpec : public Kiln::PtrInterface {
    Entries ingress;
    Entries egress;
 
+   // The number of this programming of the entries, one for each in the process: what they count is a source of its own.
+   U32 programming = 0;
+   // Whether anybody was ever counted by these entries: as an interface, and for source NAT.
+   bool isCounted = false;
+   bool isNatCounted = false;
+
    // Nobody watches these maps, so a change notifies nobody.
    KILN_MAP_OF_KIND(SviCounterMap, SviCounterKey, Kiln::Ptr<ZlIngL2DomainCount::IngL2DomainCountMatchSpec>,
                     ingL2DomainMatchSpec, static_cast<void>(0), static_cast<void>(0))

@@ -118,6 +118,8 @@ void ZelCountersL3Helper::enableSviStats(Bridging::VlanId vlan) {
       deleteEntries(*spec);
       throw;
    }
+   static U32 programmings = 0;
+   spec->programming = ++programmings;
    matchSpecIs(vlan, spec);
    updatePendingVlan(vlan, false);
 }
@@ -190,7 +192,12 @@ void ZelCountersL3Helper::disableSviStats(Bridging::VlanId vlan) {
    if (chipStatus()->state() != ZelSlice::chipStateUp) {
       KILN_TRACE(9, "Disable Vlan " << vlan << " deferred");
       deferredDelIs(vlan, true);
+      // Should the VLAN come back before, what they counted meanwhile is nobody's.
+      spec->isCounted = spec->isNatCounted = true;
       return;
+   }
+   if (beforeRemoval_) {
+      beforeRemoval_(vlan);
    }
    deleteEntries(*spec);
    matchSpecDel(vlan);
@@ -203,52 +210,74 @@ void ZelCountersL3Helper::disableSviStats(Bridging::VlanId vlan) {
 
 bool ZelCountersL3Helper::getSviStats(Bridging::VlanId vlan, packets_and_bytes* rxCounter,
                                       packets_and_bytes* txCounter, packets_and_bytes* rxSnatCounter) const {
-   KILN_TRACE(6, "getSviStats vlanId " << vlan);
    KILN_ASSERT(rxCounter && txCounter && rxSnatCounter);
-   *rxCounter = *txCounter = *rxSnatCounter = {};
+   SviReading reading;
+   const bool isCounted = readSvi(vlan, false, &reading);
+   *rxCounter = reading.ordinaryIn + reading.decapsulatedIn + reading.sourceNatIn;
+   *txCounter = reading.ordinaryOut + reading.decapsulatedOut;
+   *rxSnatCounter = reading.sourceNatIn;
+   return isCounted;
+}
+
+bool ZelCountersL3Helper::readSvi(Bridging::VlanId vlan, bool isLastRead, SviReading* reading) const {
+   KILN_TRACE(6, "getSviStats vlanId " << vlan);
+   *reading = {};
    const Kiln::Ptr<SviCounterMatchSpec>& spec = matchSpec(vlan);
    if (!spec) {
       return false;
    }
    matchSpec().prefetchNext(vlan);
+   reading->entries = spec.ptr();
+   U32 lastStatus = 0;
+   const auto add = [&](U32 tableHandle, const ZlTable::EntrySlot& slot, S16 adjust, packets_and_bytes* counter) {
+      if (!isLastRead) {
+         accumulateStats(tableHandle, slot.handle, adjust, counter);
+      } else if (lastStatus == 0) {
+         lastStatus = addEntry(tableHandle, slot.handle, adjust, counter);
+      }
+   };
    const auto addIngress = [&](const SviCounterKey& key, const ZlTable::EntrySlot* entry, S16 adjust,
                                packets_and_bytes* counter) {
       const auto& ingMspec = spec->ingL2DomainMatchSpec(key);
       KILN_ASSERT(!!ingMspec);
-      const auto& slot = entry != nullptr ? *entry : ingL2DomainCountTable_->entry(*ingMspec);
-      accumulateStats(ingL2DomainHandle(), slot.handle, adjust, counter);
+      add(ingL2DomainHandle(), entry != nullptr ? *entry : ingL2DomainCountTable_->entry(*ingMspec), adjust, counter);
    };
-   const auto addEgress = [&](const SviCounterKey& key, const ZlTable::EntrySlot* entry, S16 adjust) {
+   const auto addEgress = [&](const SviCounterKey& key, const ZlTable::EntrySlot* entry, S16 adjust,
+                              packets_and_bytes* counter) {
       const auto& egrMspec = spec->egrL2DomainMatchSpec(key);
       KILN_ASSERT(!!egrMspec);
-      const auto& slot = entry != nullptr ? *entry : egrL2DomainCountTable_->entry(*egrMspec);
-      accumulateStats(egrL2DomainHandle(), slot.handle, adjust, txCounter);
+      add(egrL2DomainHandle(), entry != nullptr ? *entry : egrL2DomainCountTable_->entry(*egrMspec), adjust, counter);
    };
-   addIngress(sviOrdinary, spec->ingress.ordinary, 0, rxCounter);
-   addEgress(sviOrdinary, spec->egress.ordinary, 0);
+   addIngress(sviOrdinary, spec->ingress.ordinary, 0, &reading->ordinaryIn);
+   addEgress(sviOrdinary, spec->egress.ordinary, 0, &reading->ordinaryOut);
    // Both directions less the outer headers: an interface counts what its hosts send and get.
    if (vxlanSupported()) {
-      addIngress(sviDecapsulated, spec->ingress.decapsulated, vxlanOverhead, rxCounter);
-      addEgress(sviDecapsulated, spec->egress.decapsulated, vxlanOverhead);
+      addIngress(sviDecapsulated, spec->ingress.decapsulated, vxlanOverhead, &reading->decapsulatedIn);
+      addEgress(sviDecapsulated, spec->egress.decapsulated, vxlanOverhead, &reading->decapsulatedOut);
    }
+   // Each packet hits one entry, so translated ones are in no other, and sums have to include them.
    if (vrfNatSupported()) {
-      addIngress(sviSourceNat, spec->ingress.sourceNat, 0, rxSnatCounter);
-      // Each packet hits one entry, so translated ones are in no other and have to be added.
-      rxCounter->packets += rxSnatCounter->packets;
-      rxCounter->bytes += rxSnatCounter->bytes;
+      addIngress(sviSourceNat, spec->ingress.sourceNat, 0, &reading->sourceNatIn);
    }
-   return true;
+   return lastStatus == 0;
 }
 
 void ZelCountersL3Helper::accumulateStats(U32 tableHandle, U32 entryHandle, S16 adjust,
                                           packets_and_bytes* counter) const {
+   const U32 status = addEntry(tableHandle, entryHandle, adjust, counter);
+   KILN_ASSERT(status == 0);
+}
+
+U32 ZelCountersL3Helper::addEntry(U32 tableHandle, U32 entryHandle, S16 adjust, packets_and_bytes* counter) const {
    p4_pd_counter_value value{};
    // All pipes at once: a VLAN has ports in any of them.
    const U32 status = ZelCountersIntf::counterReadDirect(ZelSdk::getZelSessionHdl(), devId_, allPipes,
                                                          tableHandle, entryHandle, 0, &value);
-   KILN_ASSERT(status == 0);
-   counter->packets += value.packets;
-   counter->bytes += value.bytes - static_cast<U64>(S64{adjust}) * value.packets;
+   if (status == 0) {
+      counter->packets += value.packets;
+      counter->bytes += value.bytes - static_cast<U64>(S64{adjust}) * value.packets;
+   }
+   return status;
 }
 
 void ZelCountersL3Helper::updatePendingVlan(Bridging::VlanId vlan, bool pending) {

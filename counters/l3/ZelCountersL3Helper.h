@@ -11,6 +11,8 @@
 #include "zel/ZelDevProfile.h"
 #include "zl/ZlResourceInfo.h"
 
+#include <functional>
+
 namespace ZelCounter {
 
 // One a chip, owned by the L3 interface reactor. Activity thread.
@@ -47,10 +49,19 @@ class ZelCountersL3Helper : public Kiln::Entity {
    // the last hardware sync. Asserts that no pointer is null and that the SDK can read.
    bool getSviStats(Bridging::VlanId vlan, packets_and_bytes* rxCounter, packets_and_bytes* txCounter,
                     packets_and_bytes* rxSnatCounter) const;
+   // The same, entry by entry, and who counted. With `isLastRead`, a read that fails gives false.
+   struct SviReading {
+      SviCounterMatchSpec* entries = nullptr;
+      packets_and_bytes ordinaryIn, decapsulatedIn, sourceNatIn, ordinaryOut, decapsulatedOut;
+   };
+   bool readSvi(Bridging::VlanId vlan, bool isLastRead, SviReading* reading) const;
    // Adds an entry's count to the pair, with `adjust` bytes less for each packet. Modulo 2^64.
    void accumulateStats(U32 tableHandle, U32 entryHandle, S16 adjust, packets_and_bytes* counter) const;
    // Keeps pendingVlan, and tells the operator when a VLAN begins or ceases to be pending.
    void updatePendingVlan(Bridging::VlanId vlan, bool pending);
+   // Called with the VLAN before its entries are removed, so that they can be read once more.
+   using BeforeRemoval = std::function<void(Bridging::VlanId)>;
+   void beforeRemovalIs(BeforeRemoval beforeRemoval) { beforeRemoval_ = std::move(beforeRemoval); }
    // Tries every pending VLAN again.
    void retryPendingVlan();
 
@@ -85,6 +96,9 @@ class ZelCountersL3Helper : public Kiln::Entity {
    Kiln::Ptr<SviCounterMatchSpec> newMatchSpec() const;
    void programEntries(Bridging::VlanId vlan, SviCounterMatchSpec& spec);
    void deleteEntries(const SviCounterMatchSpec& spec);
+   U32 addEntry(U32 tableHandle, U32 entryHandle, S16 adjust, packets_and_bytes* counter) const;
+
+   BeforeRemoval beforeRemoval_;
 
    ZelId::ZelDevId devId_;
    ZelDriver::ZelDevProfile devProfile_;

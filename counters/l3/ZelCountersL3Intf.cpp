@@ -31,13 +31,18 @@ void intfIdIs(NatCounter& natCounter, const Pelt::IntfId& intf) {
 NatCounter newNatCounter(const Pelt::IntfId& intf) {
    NatCounter natCounter;
    intfIdIs(natCounter, intf);
-   natCounter.creationTime = static_cast<S64>(Kiln::System::currentTime());
+   const double now = Kiln::System::currentTime();
+   natCounter.creationTime = static_cast<S64>(now);
+   natCounter.createdTime = natCounter.discontinuityTime = now;
+   natCounter.createdUnixTime = Kiln::System::unixTime();
    return natCounter;
 }
 
-void add(packets_and_bytes& sum, const packets_and_bytes& counter) {
-   sum.packets += counter.packets;
-   sum.bytes += counter.bytes;
+std::array<U64, 2> packetsFirst(const packets_and_bytes& counter) {
+   return {counter.packets, counter.bytes};
+}
+std::array<U64, 2> bytesFirst(const packets_and_bytes& counter) {
+   return {counter.bytes, counter.packets};
 }
 
 } // namespace
@@ -121,7 +126,7 @@ void ZelCountersL3IntfSm::addIntf(const Pelt::IntfId& intf, U32 l3Id) {
    const Silo::Key key(intf.text()); // throws for a name that can't be one, before anything is changed
    // Held and published as one: a chip that throws must not leave the interface without its record.
    l3IntfToVidIs(intf, vlan);
-   publishNatCounter(intf, key, newNatCounter(intf));
+   publishNatCounter(intf, key, natCountOf(intf).record);
    forEachThenThrow(helper_, [&](const auto& entry) { entry.second->enableSviStats(vlan); });
 }
 
@@ -132,8 +137,10 @@ void ZelCountersL3IntfSm::deleteIntf(const Pelt::IntfId& intf) {
    }
    // Deliberately also when another interface shares the VLAN: nobody counts how often one was enabled.
    const Bridging::VlanId vlan = l3IntfToVid(intf);
+   readOnceMore(intf, vlan); // the VLAN interface's own record may stay
    l3IntfToVidDel(intf);
    natCounterDir().counterDel(intf);
+   natCounts_.erase(intf);
    publishErrors_.forget(intf);
    forEachThenThrow(helper_, [&](const auto& entry) { entry.second->disableSviStats(vlan); });
 }
@@ -160,6 +167,13 @@ void ZelCountersL3IntfSm::addDevice(ZelId::ZelDevId devId, const ZelDriver::ZelD
    }
    const auto helper = zelCountersL3HelperFactory(devId, devProfile, systemStatus_, zlPdIntf,
                                                   zlResourceInfoIntf, chipStatus);
+   helper->beforeRemovalIs([this](Bridging::VlanId vlan) {
+      for (const auto& [intf, itsVlan] : l3IntfToVid()) {
+         if (itsVlan == vlan) {
+            readOnceMore(intf, vlan);
+         }
+      }
+   });
    helper->hasNotificationActiveIs(true);
    helper_.set(devId, helper);
    forEachThenThrow(l3IntfToVid(), [&](const auto& entry) { helper->enableSviStats(entry.second); });
@@ -167,45 +181,103 @@ void ZelCountersL3IntfSm::addDevice(ZelId::ZelDevId devId, const ZelDriver::ZelD
 
 void ZelCountersL3IntfSm::deleteDevice(ZelId::ZelDevId devId) {
    KILN_TRACE(9, "ZelCountersL3IntfSm::deleteDevice device: " << static_cast<unsigned>(devId));
+   if (helper(devId)) {
+      readAllOnceMore();
+   }
    // Its entries are not deleted one by one: they went with the chip.
    helper_.erase(devId);
 }
 
-bool ZelCountersL3IntfSm::getIntfCounter(const Pelt::IntfId& intf, packets_and_bytes* rx,
-                                         packets_and_bytes* tx) {
-   KILN_TRACE(9, "ZelCountersL3IntfSm::getIntfCounter intf " << intf);
-   const Bridging::VlanId* const vlan = l3IntfToVid().find(intf);
-   if (vlan == nullptr) {
-      return false;
+void ZelCountersL3IntfSm::readAllOnceMore() {
+   for (const auto& [intf, vlan] : l3IntfToVid()) {
+      readOnceMore(intf, vlan);
    }
-   readIntf(intf, *vlan, rx, tx);
-   return true;
 }
 
-void ZelCountersL3IntfSm::readIntf(const Pelt::IntfId& intf, Bridging::VlanId vlan, packets_and_bytes* rx,
-                                   packets_and_bytes* tx) {
-   *rx = *tx = {};
+void ZelCountersL3IntfSm::readOnceMore(const Pelt::IntfId& intf, Bridging::VlanId vlan) {
+   isReadingOnceMore_ = true;
+   packets_and_bytes rx;
+   packets_and_bytes tx;
+   readIntf(intf, vlan, &rx, &tx, nullptr);
+   if (readOnceMore_) {
+      readOnceMore_(intf);
+   }
+   isReadingOnceMore_ = false;
+}
+
+bool ZelCountersL3IntfSm::getIntfCounter(const Pelt::IntfId& intf, packets_and_bytes* rx,
+                                         packets_and_bytes* tx) {
+   return getIntfCounter(intf, rx, tx, nullptr);
+}
+
+bool ZelCountersL3IntfSm::getIntfCounter(const Pelt::IntfId& intf, packets_and_bytes* rx, packets_and_bytes* tx,
+                                         Parts* parts) {
+   KILN_TRACE(9, "ZelCountersL3IntfSm::getIntfCounter intf " << intf);
+   const Bridging::VlanId* const vlan = l3IntfToVid().find(intf);
+   return vlan != nullptr && readIntf(intf, *vlan, rx, tx, parts);
+}
+
+ZelCountersL3IntfSm::NatCount& ZelCountersL3IntfSm::natCountOf(const Pelt::IntfId& intf) {
+   if (NatCount* present = natCounts_.find(intf)) {
+      return *present;
+   }
+   natCounts_.set(intf, {newNatCounter(intf)});
+   return *natCounts_.find(intf);
+}
+
+void ZelCountersL3IntfSm::addNatCounts(NatCount& natCount,
+                                       std::span<const Vex::DevicesMeter<1>::Reading> readings) {
+   const Vex::DevicesMeter<1>::Sum sum = natCount.meter.read(readings);
+   NatCounter& record = natCount.record;
+   record.totalPackets += sum.steps[0].counts[0];
+   record.totalBytes += sum.steps[0].counts[1];
+   if (sum.isMarked) {
+      record.discontinuityTime = Kiln::System::currentTime();
+   }
+}
+
+// False when a last read failed: then nothing is changed.
+bool ZelCountersL3IntfSm::readIntf(const Pelt::IntfId& intf, Bridging::VlanId vlan, packets_and_bytes* rx,
+                                   packets_and_bytes* tx, Parts* parts) {
+   packets_and_bytes rxSum;
+   packets_and_bytes txSum;
    packets_and_bytes rxSnat;
-   const Silo::Key key(intf.text());
-   // A record for which there was no room when the interface came is made now.
-   const auto& table = natCounterDir().table();
-   NatCounter natCounter = table.has(key) ? table.sampleOrDefault(key).record : newNatCounter(intf);
-   // In place of a corrupt record comes the default one, which has no interface.
-   intfIdIs(natCounter, intf);
+   natReadings_.clear();
    for (const auto& [devId, helper] : helper_) {
-      packets_and_bytes chipRx;
-      packets_and_bytes chipTx;
-      packets_and_bytes chipRxSnat;
-      if (helper->getSviStats(vlan, &chipRx, &chipTx, &chipRxSnat)) {
-         add(*rx, chipRx);
-         add(*tx, chipTx);
-         add(rxSnat, chipRxSnat);
+      ZelCountersL3Helper::SviReading svi;
+      if (!helper->readSvi(vlan, isReadingOnceMore_, &svi)) {
+         if (svi.entries != nullptr) {
+            return false;
+         }
+         continue; // this chip does not count the VLAN
+      }
+      rxSum = rxSum + svi.ordinaryIn + svi.decapsulatedIn + svi.sourceNatIn;
+      txSum = txSum + svi.ordinaryOut + svi.decapsulatedOut;
+      rxSnat = rxSnat + svi.sourceNatIn;
+      // No life: every programming has a number of its own over all lives.
+      const Vex::Source source{devId, Vex::Source::Block::l2Domain, vlan.value(), 0, svi.entries->programming};
+      natReadings_.push_back({source, &svi.entries->isNatCounted, {packetsFirst(svi.sourceNatIn)}});
+      if (parts != nullptr) {
+         parts->push_back({source, &svi.entries->isCounted,
+                           {bytesFirst(svi.ordinaryIn), bytesFirst(svi.decapsulatedIn), bytesFirst(svi.sourceNatIn),
+                            bytesFirst(svi.ordinaryOut), bytesFirst(svi.decapsulatedOut)}});
       }
    }
-   natCounter.packets = rxSnat.packets;
-   natCounter.bytes = rxSnat.bytes;
-   natCounter.lastUpdate = Kiln::System::currentTime();
-   publishNatCounter(intf, key, natCounter);
+   *rx = rxSum;
+   *tx = txSum;
+   const Silo::Key key(intf.text());
+   NatCount& natCount = natCountOf(intf);
+   addNatCounts(natCount, natReadings_);
+   // A corrupt record reads as the default one. The totals are not taken from there.
+   const auto& table = natCounterDir().table();
+   if (table.has(key)) {
+      natCount.record.creationTime = table.sampleOrDefault(key).record.creationTime;
+   }
+   natCount.record.packets = rxSnat.packets;
+   natCount.record.bytes = rxSnat.bytes;
+   natCount.record.lastUpdate = Kiln::System::currentTime();
+   publishNatCounter(intf, key, natCount.record);
+   return true;
 }
 
 ZelCountersL3IntfSm::RoutedPortCounterSm::RoutedPortCounterSm(Kiln::Ptr<const Kiln::Clock> clock,
@@ -225,7 +297,7 @@ void ZelCountersL3IntfSm::RoutedPortCounterSm::updateRoutedPortCounters() {
    packets_and_bytes rx;
    packets_and_bytes tx;
    for (const auto& [intf, vlan] : l3IntfSm_->l3IntfToVid()) {
-      l3IntfSm_->readIntf(intf, vlan, &rx, &tx);
+      l3IntfSm_->readIntf(intf, vlan, &rx, &tx, nullptr);
    }
    // From the end of the pass, with no catching up: a long pass must not leave the thread nothing else to do.
    clock_.timeMinIs(Kiln::System::currentTime() + routedPortTimerDelay());

@@ -7,9 +7,13 @@
 #include "vex/VexCommonSmData.h"
 #include "vex/VexCountersLog.h"
 #include "vex/VexL3Intf.h"
+#include "vex/VexTypes.h"
 #include "zel/InterfaceDirs.h"
 
+#include <functional>
 #include <memory>
+#include <span>
+#include <vector>
 
 namespace ZelCounter {
 
@@ -21,6 +25,7 @@ namespace ZelCounter {
 class ZelCountersL3IntfSm : public Kiln::Entity {
  public:
    class RoutedPortCounterSm;
+   using Parts = std::vector<VexTypes::L3IntfCounters::Meter::Reading>;
 
    ZelCountersL3IntfSm(Kiln::Ptr<const VexL3Intf::Table> vexL3IntfTable,
                        Kiln::Ptr<const ZelSystem::SystemStatus> systemStatus,
@@ -36,9 +41,18 @@ class ZelCountersL3IntfSm : public Kiln::Entity {
    // A chip went, and its entries with it.
    void deleteDevice(ZelId::ZelDevId devId);
 
+   // Called with an interface before entries that it counts with go away: what reads it does so now. In that call a read
+   // that fails answers like an unknown interface.
+   using ReadOnceMore = std::function<void(const Pelt::IntfId&)>;
+   void readOnceMoreIs(ReadOnceMore readOnceMore) { readOnceMore_ = std::move(readOnceMore); }
+   // Reads every interface once more: the agent ends, or a chip goes.
+   void readAllOnceMore();
+
    // The interface's totals over all chips; what came in includes what was source-translated. Refreshes the interface's
    // NAT record. False for an unknown interface, whose pairs stay as they are.
    bool getIntfCounter(const Pelt::IntfId& intf, packets_and_bytes* rx, packets_and_bytes* tx);
+   // The same, and each chip's part of it, for the continuity of the totals.
+   bool getIntfCounter(const Pelt::IntfId& intf, packets_and_bytes* rx, packets_and_bytes* tx, Parts* parts);
 
    // The interface may have come or gone. Throws std::range_error for a VLAN outside 1 to 4094, and
    // std::invalid_argument for a name that can't be a key of a shared table; the interface is not added then.
@@ -68,9 +82,18 @@ class ZelCountersL3IntfSm : public Kiln::Entity {
    void addIntf(const Pelt::IntfId& intf, U32 l3Id);
    void deleteIntf(const Pelt::IntfId& intf);
    void dropForeignNatCounters();
+   // An interface's source-NAT counts as published, and what they go on from.
+   struct NatCount {
+      Silo::Interface::NatCounter record;
+      Vex::DevicesMeter<1> meter{};
+   };
+
    // What getIntfCounter does for an interface in l3IntfToVid.
-   void readIntf(const Pelt::IntfId& intf, Bridging::VlanId vlan, packets_and_bytes* rx,
-                 packets_and_bytes* tx);
+   bool readIntf(const Pelt::IntfId& intf, Bridging::VlanId vlan, packets_and_bytes* rx, packets_and_bytes* tx,
+                 Parts* parts);
+   void readOnceMore(const Pelt::IntfId& intf, Bridging::VlanId vlan);
+   NatCount& natCountOf(const Pelt::IntfId& intf);
+   static void addNatCounts(NatCount& natCount, std::span<const Vex::DevicesMeter<1>::Reading> readings);
    void publishNatCounter(const Pelt::IntfId& intf, const Silo::Key& key,
                           const Silo::Interface::NatCounter& natCounter);
    Silo::Interface::AllNatCounterDir& natCounterDir() const;
@@ -80,6 +103,10 @@ class ZelCountersL3IntfSm : public Kiln::Entity {
    Kiln::Ptr<Silo::Interface::AllNatCounterDir> natCounterDir_;
    Kiln::HashMap<ZelId::ZelDevId, Kiln::Ptr<ZelCountersL3Helper>> helper_;
    Kiln::Ptr<RoutedPortCounterSm> routedPortCounterSm_;
+   Kiln::HashMap<Pelt::IntfId, NatCount> natCounts_;
+   std::vector<Vex::DevicesMeter<1>::Reading> natReadings_; // one for all interfaces
+   ReadOnceMore readOnceMore_;
+   bool isReadingOnceMore_ = false;
    Vex::PublishErrors publishErrors_;
 };
 

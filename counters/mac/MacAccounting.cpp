@@ -117,6 +117,11 @@ void MacAccounting::account(const IntfCounters& snapshot, const Kiln::Ptr<VexTyp
    }
 }
 
+void MacAccounting::beginAt(const IntfCounters& snapshot, VexTypes::IntfCounters& previous) {
+   EthIntfStatistics& body = previous.refill();
+   fillFromPart(body, snapshot.counters(), body);
+}
+
 void MacAccounting::checkMacCountersOverflow(const Pelt::IntfId& intf,
                                              const Kiln::Ptr<VexTypes::IntfCounters>& record,
                                              const Kiln::Ptr<VexTypes::IntfCounters>& previous) {

@@ -13,6 +13,8 @@ class MacAccounting {
    // Fills the record from a port's raw counters and vets it against the previous one.
    void account(const IntfCounters& snapshot, const Kiln::Ptr<VexTypes::IntfCounters>& record,
                 const Kiln::Ptr<VexTypes::IntfCounters>& previous);
+   // Makes the previous record's reading that of the snapshot: the next step begins there.
+   static void beginAt(const IntfCounters& snapshot, VexTypes::IntfCounters& previous);
    // Looks at each counter's step from one record to the other, and at nothing else.
    void checkMacCountersOverflow(const Pelt::IntfId& intf, const Kiln::Ptr<VexTypes::IntfCounters>& record,
                                  const Kiln::Ptr<VexTypes::IntfCounters>& previous);

@@ -28,10 +28,15 @@ void MacCounters::updateCounters(const Pelt::IntfId& intf, const bf_rmon_counter
                       << ", intf: " << intf << ", portId: " << record->devicePort);
    // Raw from here on: this runs for every port on every pass, and a counted pointer costs more than the lookup.
    IntfCounters* last = macCountersLast(intf).ptr();
+   if (last != nullptr && last->devicePort() != record->devicePort) {
+      handlePort(intf);
+      last = nullptr;
+   }
    if (last == nullptr) {
       KILN_RINGLOG_TRACE(4, "Initialize counters for intf " << intf);
       const Kiln::Ptr<IntfCounters> cl = intfCountersFactory(intf);
       KILN_ASSERT(cl);
+      cl->devicePortIs(record->devicePort);
       macCountersLastIs(intf, cl);
       last = cl.ptr();
    }
@@ -43,6 +48,15 @@ void MacCounters::updateCounters(const Pelt::IntfId& intf, const bf_rmon_counter
       macCountersClearIs(intf, cc);
    }
    last->countersAre(counters);
+}
+
+void MacCounters::handlePort(const Pelt::IntfId& intf) {
+   const ZelSystem::PortRecord* const port = chip().systemStatus()->portInfo().find(intf);
+   const Kiln::Ptr<IntfCounters> last = macCountersLast(intf);
+   if (port != nullptr && last && (port->devId != chip().deviceId() || port->devicePort != last->devicePort())) {
+      macCountersLastDel(intf);
+      macCountersClearDel(intf);
+   }
 }
 
 void MacCounters::show(ShowOutput& out, const Pelt::IntfId& intf, bool nonZeroOnly) {

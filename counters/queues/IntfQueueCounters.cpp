@@ -1,4 +1,4 @@
-// Baselines of queue counters, and a counter's text.
+// What queues counted since the clear, and a counter's text.
 #include "counters/queues/IntfQueueCounters.h"
 
 #include "kiln/Assert.h"
@@ -27,52 +27,29 @@ void IntfQueueCounters::queueCounterIs(const QueueCounter& counter) {
 }
 
 void IntfQueueCounters::readingsAre(U16 devicePort, std::span<const QueueCounter> readings, double time) {
-   const bool isRebased = restarted_ && devicePort != devicePort_;
-   if (isRebased) {
+   Vex::Begin begin = Vex::Begin::step;
+   if (devicePort_ != devicePort && devicePort_ != ZelId::PortIndex::invalid) {
+      begin = Vex::Begin::nothing;
+      counters_ = {};
       read_ = 0; // the port may have fewer queues than the one before
    }
-   for (const QueueCounter& reading : readings) {
-      if (isRebased) {
-         baseline_.at(reading.queueId) = reading;
-      }
-      readingIs(reading);
-   }
-   // A new object's flag stands as its maker set it: only what had a reading, or was restarted, can tell by itself.
-   if (restarted_ || readTime_ != Silo::unknownSampleTime) {
-      beginsAnewIs(isRebased);
-   }
-   restarted_ = false;
    devicePort_ = devicePort;
    readTime_ = time;
-}
-
-void IntfQueueCounters::readingIs(const QueueCounter& reading) {
-   QueueCounter& base = baseline_.at(reading.queueId);
-   // Any of the three below its baseline: the chip was reset, and all three count from zero.
-   if (reading.bytes < base.bytes || reading.pkts < base.pkts || reading.pktsDropped < base.pktsDropped) {
-      base = {reading.queueId, 0, 0, 0};
+   for (const QueueCounter& reading : readings) {
+      const std::size_t queue = reading.queueId;
+      readings_.at(queue) = reading;
+      const Vex::Step<2> sent = sent_[queue].read({reading.pkts, reading.bytes}, begin);
+      const Vex::Step<1> dropped = dropped_[queue].read({reading.pktsDropped}, begin);
+      const QueueCounter& counter = counters_[queue];
+      queueCounterIs({reading.queueId, counter.bytes + sent.counts[1], counter.pkts + sent.counts[0],
+                      counter.pktsDropped + dropped.counts[0]});
    }
-   queueCounterIs({reading.queueId, reading.bytes - base.bytes, reading.pkts - base.pkts,
-                   reading.pktsDropped - base.pktsDropped});
 }
 
-// The baseline grows by what is stored, which makes it the last reading.
 void IntfQueueCounters::clear() {
-   for (std::size_t queue = 0; queue < queueLimit; ++queue) {
-      QueueCounter& counter = counters_[queue];
-      QueueCounter& base = baseline_[queue];
-      base.bytes += counter.bytes;
-      base.pkts += counter.pkts;
-      base.pktsDropped += counter.pktsDropped;
+   for (QueueCounter& counter : counters_) {
       counter = {counter.queueId, 0, 0, 0};
    }
-}
-
-void IntfQueueCounters::restart() {
-   clear();
-   restarted_ = true;
-   beginsAnewIs(true);
-   readTime_ = Silo::unknownSampleTime;
 }
 
 } // namespace ZelCounter

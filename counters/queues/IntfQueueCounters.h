@@ -1,8 +1,9 @@
-// The egress queue counters of an interface, counted from its last clear.
+// The egress queue counters of an interface.
 #pragma once
 
 #include "kiln/Accessors.h"
 #include "silo/Record.h"
+#include "vex/Continuity.h"
 #include "zel/Pelt.h"
 #include "zel/ZelId.h"
 
@@ -31,8 +32,8 @@ std::ostream& operator<<(std::ostream& out, const QueueCounter& counter);
 // How many queues the port at this index of its pipe has. Asserts that a port can have the index.
 unsigned queuesOfPort(unsigned pipePort);
 
-// What is stored is the last reading less the baseline. Clearing the interface moves the baseline.
-// Under the activity lock.
+// What is stored is what was counted since the library's own clear. The first reading counts whole, but that of another
+// port is only compared with. Under the activity lock.
 class IntfQueueCounters : public Kiln::PtrInterface {
  public:
    static constexpr std::size_t queueLimit = 17; // queues 0 to 16
@@ -46,33 +47,26 @@ class IntfQueueCounters : public Kiln::PtrInterface {
    const QueueCounter& queueCounter(std::size_t queue) const { return counters_.at(queue); }
    void queueCounterIs(const QueueCounter& counter);
 
-   // What the hardware has in each of the port's queues at `time`, in seconds. A reading below the baseline means that
-   // the hardware began anew, and counts whole.
+   // What the hardware has in each of the port's queues at `time`, in seconds.
    void readingsAre(U16 devicePort, std::span<const QueueCounter> readings, double time);
-   // Counts from the last reading on.
+   // What is stored is 0, and counts from the last reading on.
    void clear();
-   // The interface came back, or is at another port: counts from the last reading on, or from the next one if that is
-   // of another port.
-   void restart();
 
+   // What the hardware had in a queue when it was read last. Throws std::out_of_range for a queue above 16.
+   const QueueCounter& reading(std::size_t queue) const { return readings_.at(queue); }
    // The port that was read for the interface.
    U16 devicePort() const { return devicePort_; }
-   // When the chip had what is stored; Silo::unknownSampleTime before the first reading, and before the first one since
-   // a restart.
+   // When the chip had what is stored; Silo::unknownSampleTime before the first reading.
    double readTime() const { return readTime_; }
-   // Whether what was handed over before is of another port. False for a chip that came back: its first reading is
-   // compared with the last one that it had.
-   KILN_ATTRIBUTE(bool, beginsAnew, false)
 
  private:
-   void readingIs(const QueueCounter& reading);
-
    Pelt::IntfId intfId_;
    std::array<QueueCounter, queueLimit> counters_{};
-   std::array<QueueCounter, queueLimit> baseline_{};
+   std::array<QueueCounter, queueLimit> readings_{};
+   std::array<Vex::Meter<2>, queueLimit> sent_{}; // packets and bytes
+   std::array<Vex::Meter<1>, queueLimit> dropped_{};
    U32 read_ = 0; // bit q: queue q was read
    U16 devicePort_ = ZelId::PortIndex::invalid;
-   bool restarted_ = false;
    double readTime_ = Silo::unknownSampleTime;
 };
 

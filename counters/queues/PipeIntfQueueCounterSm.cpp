@@ -14,6 +14,7 @@
 
 #include <array>
 #include <deque>
+#include <span>
 
 namespace ZelCounter {
 
@@ -71,12 +72,11 @@ void PipeIntfQueueCounterSm::pollingClockExpired() {
    if (parent_ == nullptr) {
       return;
    }
-   const ZlResourceInfo::ZlResourceInfoIntf& catalogue = *parent_->chip().zlResourceInfoIntf();
-   const U32 tableHandle = catalogue.zlTableCounterField(TableNames::egressPortQueueCount,
-                                                         ZlResourceInfo::ZlCounterFieldId::tableHandle);
+   const U32 tableHandle = this->tableHandle();
    // At each poll, since another poller of the same place may have had the slot in between.
    *cookie_ = {parent_, pipe_};
-   const U32 egressPortQueueCountId = catalogue.zlTableCounterIndex(TableNames::egressPortQueueCount);
+   const U32 egressPortQueueCountId =
+        parent_->chip().zlResourceInfoIntf()->zlTableCounterIndex(TableNames::egressPortQueueCount);
    if (!parent_->chip().initializedCounter(egressPortQueueCountId)) {
       KILN_TRACE(5, "returning since table instance is not there");
       pollingClock_.timeMinIs(Kiln::System::currentTime() + tableRetryInterval);
@@ -95,29 +95,37 @@ void PipeIntfQueueCounterSm::pollingClockExpired() {
    }
 }
 
+struct PipeIntfQueueCounterSm::Ports {
+   std::array<Port, portsPerPipe> list;
+   std::size_t count = 0;
+
+   std::span<const Port> all() const { return {list.data(), count}; }
+};
+
 // Some 26 KB on the stack, left uninitialized but for the queues that the pipe's ports have, mostly a part of them.
 struct PipeIntfQueueCounterSm::Readings {
    std::array<pipe_stat_data_t, portsPerPipe * queuesPerPort> sent;
    std::array<uint64_t, portsPerPipe * queuesPerPort> dropped;
 };
 
-void PipeIntfQueueCounterSm::readSent(const Port& port, U32 tableHandle, Readings& readings) const {
+pipe_status_t PipeIntfQueueCounterSm::readSent(const Port& port, U32 tableHandle, Readings& readings) const {
    const std::size_t first = port.pipePort * queuesPerPort;
-   for (unsigned queue = 0; queue < port.queues; ++queue) {
-      const pipe_status_t rc = pipe_mgr_stat_ent_query(
-           parent_->chip().sessionId(), parent_->chip().deviceId(), pipe_, tableHandle,
-           ZlPort::queueEntry(port.pipePort, queue), &readings.sent[first + queue]);
-      KILN_ASSERT(rc == 0);
+   pipe_status_t rc = 0;
+   for (unsigned queue = 0; queue < port.queues && rc == 0; ++queue) {
+      rc = pipe_mgr_stat_ent_query(parent_->chip().sessionId(), parent_->chip().deviceId(), pipe_, tableHandle,
+                                   ZlPort::queueEntry(port.pipePort, queue), &readings.sent[first + queue]);
    }
+   return rc;
 }
 
-void PipeIntfQueueCounterSm::readDropped(const Port& port, Readings& readings) const {
+bf_status_t PipeIntfQueueCounterSm::readDropped(const Port& port, Readings& readings) const {
    const std::size_t first = port.pipePort * queuesPerPort;
-   for (unsigned queue = 0; queue < port.queues; ++queue) {
-      const bf_status_t rc = bf_tm_q_drop_get(parent_->chip().deviceId(), pipe_, port.devicePort, queue,
-                                              &readings.dropped[first + queue]);
-      KILN_ASSERT(rc == BF_SUCCESS);
+   bf_status_t rc = BF_SUCCESS;
+   for (unsigned queue = 0; queue < port.queues && rc == BF_SUCCESS; ++queue) {
+      rc = bf_tm_q_drop_get(parent_->chip().deviceId(), pipe_, port.devicePort, queue,
+                            &readings.dropped[first + queue]);
    }
+   return rc;
 }
 
 // A front-panel interface that came back at another port has nothing in common with what is stored. An internal one
@@ -127,7 +135,6 @@ void PipeIntfQueueCounterSm::forgetOtherPort(const Port& port) const {
    if (stored && stored->devicePort() != port.devicePort &&
        !Pelt::InternalIntfId::isInternalIntfId(port.intf)) {
       parent_->intfQueueCountersDel(port.intf);
-      parent_->intfQueueCountersIs(port.intf).beginsAnewIs(true);
    }
 }
 
@@ -151,31 +158,55 @@ void PipeIntfQueueCounterSm::syncCompleted() {
       return;
    }
    syncOutstanding_ = false;
-   // Gathered first, since handing over may change the ports.
-   std::array<Port, portsPerPipe> ports;
-   std::size_t count = 0;
-   for (const auto& [intf, record] : parent_->chip().systemStatus()->portInfo()) {
-      if (record.devId == parent_->chip().deviceId() && record.pipe() == pipe_) {
-         const unsigned queues = queuesOfPort(record.pipePort()); // also asserts that the index has a place
-         ports[count++] = {intf, record.devicePort, record.pipePort(), queues};
-      }
-   }
-   const U32 tableHandle = parent_->chip().zlResourceInfoIntf()->zlTableCounterField(
-        TableNames::egressPortQueueCount, ZlResourceInfo::ZlCounterFieldId::tableHandle);
+   const Ports ports = this->ports();
+   const U32 tableHandle = this->tableHandle();
    // All reads before all stores: every port of the pipe has counts of one moment, which one time stands for.
    Readings readings;
    const double time = Kiln::System::currentTime();
-   for (std::size_t i = 0; i < count; ++i) {
-      readSent(ports[i], tableHandle, readings);
+   for (const Port& port : ports.all()) {
+      const pipe_status_t rc = readSent(port, tableHandle, readings);
+      KILN_ASSERT(rc == 0);
    }
-   for (std::size_t i = 0; i < count; ++i) {
-      readDropped(ports[i], readings);
+   for (const Port& port : ports.all()) {
+      const bf_status_t rc = readDropped(port, readings);
+      KILN_ASSERT(rc == BF_SUCCESS);
    }
    // Handing over may also take the chip away, and this poller with it.
-   for (std::size_t i = 0; i < count && parent_ != nullptr; ++i) {
-      storePort(ports[i], readings, time);
+   for (std::size_t i = 0; i < ports.count && parent_ != nullptr; ++i) {
+      storePort(ports.list[i], readings, time);
    }
    scheduleClock();
+}
+
+void PipeIntfQueueCounterSm::readOnceMore() {
+   Readings readings;
+   const double time = Kiln::System::currentTime();
+   for (const Port& port : ports().all()) {
+      const Kiln::Ptr<IntfQueueCounters>& stored = parent_->intfQueueCounters(port.intf);
+      const bool wasRead = stored && stored->devicePort() == port.devicePort &&
+                           stored->readTime() != Silo::unknownSampleTime;
+      if (wasRead && readSent(port, tableHandle(), readings) == 0 &&
+          readDropped(port, readings) == BF_SUCCESS) {
+         storePort(port, readings, time);
+      }
+   }
+}
+
+U32 PipeIntfQueueCounterSm::tableHandle() const {
+   return parent_->chip().zlResourceInfoIntf()->zlTableCounterField(
+        TableNames::egressPortQueueCount, ZlResourceInfo::ZlCounterFieldId::tableHandle);
+}
+
+// Gathered before anything is handed over, since that may change the ports.
+PipeIntfQueueCounterSm::Ports PipeIntfQueueCounterSm::ports() const {
+   Ports ports;
+   for (const auto& [intf, record] : parent_->chip().systemStatus()->portInfo()) {
+      if (record.devId == parent_->chip().deviceId() && record.pipe() == pipe_) {
+         const unsigned queues = queuesOfPort(record.pipePort()); // also asserts that the index has a place
+         ports.list[ports.count++] = {intf, record.devicePort, record.pipePort(), queues};
+      }
+   }
+   return ports;
 }
 
 void ZelIntfQueueCountersCallback(bf_dev_id_t dev, void* cookie) {

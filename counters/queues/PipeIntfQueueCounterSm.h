@@ -41,6 +41,8 @@ class PipeIntfQueueCounterSm : public Kiln::Entity {
    void pollingClockExpired();
    // Arms the clock for the next poll.
    void scheduleClock();
+   // Stores the queues that were read before as the SDK has them now. A failure changes nothing.
+   void readOnceMore();
    // The pipe's counters are there: stores those of every port, hands them over and arms the clock. Drops a completion
    // that was not asked for. Asserts that the SDK can read them.
    void syncCompleted();
@@ -53,10 +55,13 @@ class PipeIntfQueueCounterSm : public Kiln::Entity {
       U8 pipePort;
       unsigned queues;
    };
+   struct Ports;
    struct Readings;
 
-   void readSent(const Port& port, U32 tableHandle, Readings& readings) const;
-   void readDropped(const Port& port, Readings& readings) const;
+   Ports ports() const;
+   pipe_status_t readSent(const Port& port, U32 tableHandle, Readings& readings) const;
+   bf_status_t readDropped(const Port& port, Readings& readings) const;
+   U32 tableHandle() const;
    void storePort(const Port& port, const Readings& readings, double time) const;
    void forgetOtherPort(const Port& port) const;
 

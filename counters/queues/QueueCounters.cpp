@@ -22,37 +22,55 @@ void QueueCounters::pollingIntervalIs(double seconds) {
    pollingInterval_ = seconds;
 }
 
+namespace {
+
+Silo::Interface::QueueStatistics statisticsOf(const QueueCounter& counter) {
+   return {counter.pkts, counter.bytes, counter.pktsDropped};
+}
+
+} // namespace
+
 VexTypes::IntfQueueCounters queueRecord(const IntfQueueCounters& counters) {
    VexTypes::IntfQueueCounters record;
    record.sampleTimeIs(counters.readTime());
-   record.beginsAnewIs(counters.beginsAnew());
    for (std::size_t queue = 0; queue < IntfQueueCounters::queueLimit; ++queue) {
       if (counters.has(queue)) {
-         const QueueCounter& counter = counters.queueCounter(queue);
-         record.intfQueueStatIs(queue, {counter.pkts, counter.bytes, counter.pktsDropped});
+         record.intfQueueStatIs(queue, statisticsOf(counters.queueCounter(queue)));
       }
    }
    return record;
 }
 
-void QueueCounters::handOver(const IntfQueueCounters& counters) const {
+void QueueCounters::handOver(const IntfQueueCounters& counters) {
    if (!vexCountersSm_) {
       return;
    }
    KILN_ASSERT_TEXT(vexCountersSm_->writerConfig(), "zelCounters->vexCountersSm()->writerConfig()");
-   vexCountersSm_->writerConfig()->intfQueueCountersIs(counters.intfId(), queueRecord(counters));
+   VexTypes::IntfQueueCounters record = queueRecord(counters);
+   if (counters.readTime() != Silo::unknownSampleTime) {
+      // Beside what is stored, which a clear sets to zero, go the readings: a clear changes no total.
+      VexTypes::IntfQueueCounters::Readings& readings = record.readings();
+      readings.source = {chip().deviceId(), Vex::Source::Block::queue, counters.devicePort(), chip().life()};
+      readings.isCounted = &isCounted_.at(counters.devicePort());
+      for (std::size_t queue = 0; queue < IntfQueueCounters::queueLimit; ++queue) {
+         readings.stats[queue] = statisticsOf(counters.reading(queue));
+      }
+   }
+   vexCountersSm_->writerConfig()->intfQueueCountersIs(counters.intfId(), record);
 }
 
-void QueueCounters::clear(const Pelt::IntfId& intf, bool portChanged) {
+void QueueCounters::readOnceMore() {
+   for (const auto& [pipe, poller] : pipeIntfQueueCounterSm_) {
+      poller->readOnceMore();
+   }
+}
+
+void QueueCounters::clear(const Pelt::IntfId& intf) {
    const Kiln::Ptr<IntfQueueCounters> counters = intfQueueCounters(intf);
    if (!counters) {
       return;
    }
-   if (portChanged) {
-      counters->restart();
-   } else {
-      counters->clear();
-   }
+   counters->clear();
    // At once, so that the next report's difference is counted from zero: the forwarding layer adds increments.
    handOver(*counters);
 }

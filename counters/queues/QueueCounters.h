@@ -25,10 +25,12 @@ class QueueCounters {
    IntfQueueCounters& intfQueueCountersIs(const Pelt::IntfId& intf);
    void intfQueueCountersDel(const Pelt::IntfId& intf) { intfQueueCounters_.erase(intf); }
    // Gives an interface's stored counts to the forwarding layer, if there is a counters reactor.
-   void handOver(const IntfQueueCounters& counters) const;
+   void handOver(const IntfQueueCounters& counters);
+   // Reads the queues that were read before once more, as the SDK has them. A failure changes nothing.
+   void readOnceMore();
    // The interface's counts are 0 from here on, and so is what is handed over; `portChanged` when its port has just
    // appeared or changed. Nothing is asked of the SDK.
-   void clear(const Pelt::IntfId& intf, bool portChanged);
+   void clear(const Pelt::IntfId& intf);
 
    // Seconds between two polls of a pipe's queues. Taken up when a pipe's clock is armed next, and told to the readers
    // of the shared table with the next polling pass. Throws std::range_error unless it is positive and finite.
@@ -52,6 +54,8 @@ class QueueCounters {
    Kiln::HashMap<Pelt::IntfId, Kiln::Ptr<IntfQueueCounters>> intfQueueCounters_;
    Kiln::HashMap<U16, Kiln::Ptr<PipeIntfQueueCounterSm>> pipeIntfQueueCounterSm_;
    double pollingInterval_ = 2.0; // seconds
+   // By device port: whether anybody was ever counted there in this life of the chip.
+   std::array<bool, ZelId::PortIndex::invalid + 1> isCounted_{};
 };
 
 // The counts as the forwarding layer's record, which has every queue that was ever read.

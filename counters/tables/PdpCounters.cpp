@@ -34,13 +34,13 @@ using Line = std::array<TableView::Cell, std::size(columns)>;
 
 } // namespace
 
-// The interface's latest counts, made when the port is new; null for an empty slot.
-PdpIntfCounter* PdpCounters::counterOf(U32 localPortKey) {
+// The interface's counts, made when the port is new; nulls for an empty slot.
+PdpCounters::Counter PdpCounters::counterOf(U32 localPortKey) {
    const auto key = static_cast<U16>(localPortKey);
    const Pelt::IntfId* const intf =
         chip().chipStatus() ? chip().chipStatus()->portToIntfId().find(key) : nullptr;
    if (intf == nullptr) {
-      return nullptr;
+      return {};
    }
    const U16* const knownKey = portKey_.find(*intf);
    // While the chip status follows a move, it may list the interface at both slots: the interface has moved only when
@@ -50,11 +50,13 @@ PdpIntfCounter* PdpCounters::counterOf(U32 localPortKey) {
    if (!pdpCountersLast().contains(*intf) || hasMoved) {
       pdpCountersLastIs(*intf, Kiln::allocate<PdpIntfCounter>());
       pdpCountersClearIs(*intf, Kiln::allocate<PdpIntfCounter>());
+   } else if (!pdpCountersClear().contains(*intf)) {
+      pdpCountersClearIs(*intf, Kiln::allocate<PdpIntfCounter>());
    }
    if (knownKey == nullptr || hasMoved) {
       portKey_.set(*intf, key);
    }
-   return pdpCountersLast(*intf).ptr();
+   return {pdpCountersLast(*intf).ptr(), pdpCountersClear(*intf).ptr()};
 }
 
 // False after a failed read. What was read before it stays in pdpCountersLast, but isn't shown until a fetch succeeds.
@@ -66,7 +68,7 @@ bool PdpCounters::fetchPipe(const ZlResourceInfo::ZlTableCounter& info, U16 pipe
       return false;
    }
    KILN_ASSERT_TEXT(info.size >= pdpCounterMaxEntry + 1, "info->size >= pdpCounterMaxEntry + 1");
-   PdpIntfCounter* last = nullptr;
+   Counter counter;
    for (U32 index = 0; index <= pdpCounterMaxEntry; ++index) {
       p4_pd_counter_value value{};
       status = read.entry(index, &value);
@@ -77,10 +79,15 @@ bool PdpCounters::fetchPipe(const ZlResourceInfo::ZlTableCounter& info, U16 pipe
       const U32 pdpClass = index % pdpClasses;
       // One look-up a slot, not one an entry.
       if (pdpClass == 0) {
-         last = counterOf(ZlPort::devicePort(pipe, index / pdpClasses));
+         counter = counterOf(ZlPort::devicePort(pipe, index / pdpClasses));
       }
-      if (last != nullptr) {
-         last->classCountIs(PdpClassId(pdpClass), value.packets);
+      if (counter.last != nullptr) {
+         // After a fall, what the class had is no longer in the subtraction of the clear: modulo 2^64, the clear takes it.
+         const PdpClassId id(pdpClass);
+         if (value.packets < counter.last->classCount(id)) {
+            counter.clear->classCountIs(id, counter.clear->classCount(id) - counter.last->classCount(id));
+         }
+         counter.last->classCountIs(id, value.packets);
       }
    }
    status = read.end();

@@ -26,7 +26,11 @@ class PdpCounters : public ChipView {
 
  private:
    bool fetchPipe(const ZlResourceInfo::ZlTableCounter& info, U16 pipe);
-   ZelQos::PdpIntfCounter* counterOf(U32 localPortKey);
+   struct Counter {
+      ZelQos::PdpIntfCounter* last = nullptr;
+      ZelQos::PdpIntfCounter* clear = nullptr;
+   };
+   Counter counterOf(U32 localPortKey);
    bool rows(ShowOutput& out, const Pelt::IntfId& intf, bool nonZeroOnly);
 
    Kiln::HashMap<Pelt::IntfId, U16> portKey_; // the local port key that pdpCountersLast was read at

@@ -307,7 +307,7 @@ void TableCounters::clear(U32 tableId, ZelId::ZelPipeId pipeId) {
       KILN_TRACE(8, "Counter: " << info->name << " skipping clear command");
       return;
    }
-   onClear_(*info, pipeId);
+   onClear_(*info, pipeId, ClearStage::before);
    KILN_TRACE(8, "Counter: " << info->name << ", handle: " << info->tableHandle << ", size: " << info->size
                              << ", direct: " << info->direct << ", pkts/bytes: " << info->packets << "/"
                              << info->bytes);
@@ -331,6 +331,9 @@ void TableCounters::clear(U32 tableId, ZelId::ZelPipeId pipeId) {
    if (status != 0 && status != sdkNotSupported) {
       KILN_TRACE(8, "Counter set result: " << status);
       KILN_ASSERT(status == 0);
+   }
+   if (status == 0) {
+      onClear_(*info, pipeId, ClearStage::done);
    }
 }
 

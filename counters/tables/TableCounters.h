@@ -9,8 +9,11 @@ namespace ZelCounter {
 
 class TableCounters : public ChipView {
  public:
-   // Called before a table of one pipe, or of all, is set to zero: who keeps a clear snapshot of it drops that.
-   using OnClear = std::function<void(const ZlResourceInfo::ZlTableCounter& info, ZelId::ZelPipeId pipe)>;
+   // Called before a table of one pipe, or of all, is set to zero, for who keeps counts of it to read it once more; and
+   // again once that has been done.
+   enum class ClearStage { before, done };
+   using OnClear = std::function<void(const ZlResourceInfo::ZlTableCounter& info, ZelId::ZelPipeId pipe,
+                                      ClearStage stage)>;
 
    TableCounters(ChipAccess& chip, OnClear onClear) : ChipView(chip), onClear_(std::move(onClear)) {}
 

@@ -2,19 +2,27 @@
 #include "vex/L3Counters.h"
 
 #include "kiln/Time.h"
-#include "vex/CounterSteps.h"
 
 namespace Vex {
 
 namespace {
 
-// A reading is a sum over chips and falls when a chip or its entries go. What it loses was counted before, so a fall is
-// not a step.
-void absorbFalls(VexTypes::L3IntfCounters& previous, const Interface::L3IntfStatistics& reading) {
-   previous.absorbedDelAll();
-   for (std::size_t i = 0; i < Interface::L3IntfStatistics::fieldCount; ++i) {
-      if (Interface::word(reading, i) < Interface::word(previous.statistics(), i)) {
-         previous.absorb(i, Interface::word(reading, i));
+using VexTypes::L3IntfCounters;
+
+// Stands for the parts of a reading that has none: all of it is one device's, which always counts.
+std::array<L3IntfCounters::Meter::Reading, 1> wholeOf(const Interface::L3IntfStatistics& statistics, bool* isCounted) {
+   L3IntfCounters::Meter::Reading whole{{}, isCounted, {}};
+   whole.values[0] = {statistics.inOctets, statistics.inPkts};
+   whole.values[L3IntfCounters::inEntries] = {statistics.outOctets, statistics.outPkts};
+   return {whole};
+}
+
+// Adds what the entries of a direction counted to its two fields.
+void addEntries(Silo::Interface::L3IntfCounters& record, std::size_t firstField, std::span<const Step<2>> entries) {
+   for (const Step<2>& entry : entries) {
+      for (std::size_t i = 0; i < 2; ++i) {
+         record.deltas[firstField + i] += entry.counts[i];
+         record.isAbsorbed[firstField + i] |= static_cast<U8>(entry.isAbsorbed[i]);
       }
    }
 }
@@ -26,16 +34,25 @@ bool L3Counters::add(const Pelt::IntfId& intf) {
       return false;
    }
    try {
-      Counted counted{Silo::Key(intf.text()), Kiln::allocate<VexTypes::L3IntfCounters>()};
+      Counted counted{Silo::Key(intf.text()), Kiln::allocate<L3IntfCounters>()};
+      Silo::Interface::L3IntfCounters& record = counted.previous->record();
+      const double now = Kiln::System::currentTime();
       // Counting goes on from what an earlier process published, so that totals never step back over a restart.
       const auto published = counters_->sampleOrDefault(counted.key);
-      counted.previous->recordIs(published.record);
-      counted.previous->sampleTimeIs(published.info.sampleTime);
-      seed(*counted.previous, counters_->has(counted.key));
-      if (clearCounters_ != nullptr) {
-         dropClearAhead(*clearCounters_, counted.key, counted.previous->record());
+      if (published.info.generation == 0) {
+         beginRecord(record, now);
+      } else {
+         counted.previous->recordIs(published.record);
+         counted.previous->sampleTimeIs(published.info.sampleTime);
+         continueRecord(record, published.info.sampleTime, now);
+         bool isCounted = true;
+         counted.meter.read(wholeOf(record.reading, &isCounted));
+         counted.isKept = true;
       }
-      return intfs_.set(intf, counted);
+      if (clearCounters_ != nullptr) {
+         counted.clear.continueFrom(*clearCounters_, counted.key, record);
+      }
+      return intfs_.set(intf, std::move(counted));
    } catch (const std::invalid_argument& error) {
       errors_.log(intf, error);
       return false;
@@ -83,43 +100,84 @@ void L3Counters::handleEndOfTurn() {
       }
       // Before the read, which may fail: an interface that the table refuses is tried again when it is due again.
       counted.isDue = false;
-      try {
-         update(intf, counted);
-         errors_.forget(intf);
-      } catch (const Silo::TableError& error) {
-         errors_.log(intf, error);
-      }
+      tryUpdate(intf, counted);
+   }
+}
+
+void L3Counters::read(const Pelt::IntfId& intf) {
+   if (Counted* counted = intfs_.find(intf)) {
+      tryUpdate(intf, *counted);
+   }
+}
+
+void L3Counters::tryUpdate(const Pelt::IntfId& intf, Counted& counted) {
+   try {
+      update(intf, counted);
+      errors_.forget(intf);
+   } catch (const Silo::TableError& error) {
+      errors_.log(intf, error);
    }
 }
 
 void L3Counters::update(const Pelt::IntfId& intf, Counted& counted) {
-   VexTypes::L3IntfCounters& counters = *counted.previous;
+   reading_->partsDel();
    if (!read_(intf, reading_, counted.previous)) {
       return;
    }
    const double now = Kiln::System::currentTime();
-   absorbFalls(counters, reading_->statistics());
-   takeStep(counters, reading_->record(), now);
-   counters_->recordIs(counted.key, reading_->record(), now);
+   Silo::Interface::L3IntfCounters& record = reading_->record();
+   Silo::Interface::L3IntfCounters& last = counted.previous->record();
+   bool isCounted = true;
+   const auto whole = wholeOf(record.reading, &isCounted);
+   const L3IntfCounters::Meter::Sum sum =
+        counted.meter.read(reading_->hasParts() ? std::span(reading_->parts()) : std::span(whole));
+   dropStep(record);
+   const std::span steps(sum.steps);
+   addEntries(record, 0, steps.first(L3IntfCounters::inEntries));
+   addEntries(record, 2, steps.last(L3IntfCounters::outEntries));
+   for (std::size_t i = 0; i < record.deltas.size(); ++i) {
+      last.totals[i] += record.deltas[i];
+   }
+   record.totals = last.totals;
+   last.reading = record.reading;
+   // What the entries of an earlier process counted after its last reading is lost.
+   const bool hasEnded = std::exchange(counted.isKept, false) && reading_->hasParts();
+   closeStep(*counted.previous, record, sum.isMarked || hasEnded, sum.isExchanged || hasEnded, now);
+   counters_->recordIs(counted.key, record, now);
+   counted.clear.write(clearCounters_, counted.key);
 }
 
-void L3Counters::clear(const Counted& counted) {
-   if (clearCounters_ != nullptr) {
-      clearCounters_->recordIs(counted.key, counted.previous->record(), Kiln::System::currentTime());
+void L3Counters::clear(const Pelt::IntfId& intf, Counted& counted) {
+   counted.clear.clear(counted.previous->record(), Kiln::System::currentTime());
+   try {
+      counted.clear.write(clearCounters_, counted.key);
+   } catch (const Silo::TableError& error) {
+      errors_.log(intf, error);
    }
 }
 
 bool L3Counters::clear(const Pelt::IntfId& intf) {
-   const Counted* counted = intfs_.find(intf);
+   Counted* counted = intfs_.find(intf);
    if (counted != nullptr) {
-      clear(*counted);
+      clear(intf, *counted);
    }
    return counted != nullptr;
 }
 
 void L3Counters::clearAll() {
-   for (const auto& [intf, counted] : intfs_) {
-      clear(counted);
+   for (auto& [intf, counted] : intfs_) {
+      clear(intf, counted);
+   }
+}
+
+void L3Counters::removeAbsent(const std::function<bool(const Pelt::IntfId&)>& isThere) {
+   for (Table* table : {counters_, clearCounters_}) {
+      for (const Silo::Key& key : table != nullptr ? table->keys() : std::vector<Silo::Key>{}) {
+         const Pelt::IntfId intf{Kiln::Name(Kiln::String(key.view()))};
+         if (!has(intf) && !isThere(intf)) {
+            table->recordDel(key);
+         }
+      }
    }
 }
 

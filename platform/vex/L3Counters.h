@@ -3,6 +3,7 @@
 
 #include "kiln/Timer.h"
 #include "silo/Table.h"
+#include "vex/Clear.h"
 #include "vex/VexCountersLog.h"
 #include "vex/VexTypes.h"
 
@@ -33,24 +34,33 @@ class L3Counters {
    void remove(const Pelt::IntfId& intf);
 
    void dueIs(const Pelt::IntfId& intf);
+   // Reads the interface now, before what it counts with goes away.
+   void read(const Pelt::IntfId& intf);
    void allDueIs();
    // Forgets what is due.
    void cancel() { endOfTurn_.timeMinIs(Kiln::never); }
 
-   // Moves the clear baseline to now. False: no such interface.
+   // Moves the clear baseline to now; what the table does not take comes with the next read. False: no such interface.
    bool clear(const Pelt::IntfId& intf);
    void clearAll();
+
+   // Removes the records of interfaces that an earlier process published, unless they are counted or there.
+   void removeAbsent(const std::function<bool(const Pelt::IntfId&)>& isThere);
 
  private:
    struct Counted {
       Silo::Key key;
       Kiln::Ptr<VexTypes::L3IntfCounters> previous;
+      VexTypes::L3IntfCounters::Meter meter{};
+      Clear<Silo::Interface::L3IntfCounters> clear{};
+      bool isKept = false; // goes on from an earlier process's record, and was not read yet
       bool isDue = false;
    };
 
    void handleEndOfTurn();
    void update(const Pelt::IntfId& intf, Counted& counted);
-   void clear(const Counted& counted);
+   void tryUpdate(const Pelt::IntfId& intf, Counted& counted);
+   void clear(const Pelt::IntfId& intf, Counted& counted);
    void arm();
 
    Table* counters_;

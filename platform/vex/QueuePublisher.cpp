@@ -2,9 +2,7 @@
 #include "vex/QueuePublisher.h"
 
 #include "kiln/Time.h"
-#include "vex/CounterSteps.h"
 
-#include <optional>
 #include <stdexcept>
 
 namespace Vex::Counters {
@@ -13,46 +11,33 @@ using Silo::Interface::QueueStatistics;
 
 namespace {
 
-// A lower value means that the queue began again from zero, so it counts whole.
-U64 increment(U64 last, U64 value) {
-   return value >= last ? value - last : value;
-}
-
-QueueStatistics increments(const QueueStatistics& last, const QueueStatistics& value) {
-   return {increment(last.packets, value.packets), increment(last.bytes, value.bytes),
-           increment(last.drops, value.drops)};
-}
-
-void add(QueueStatistics& total, const QueueStatistics& delta) {
-   total.packets += delta.packets;
-   total.bytes += delta.bytes;
-   total.drops += delta.drops;
-}
-
-// A report without a known time leaves the record's time as it was.
-double sampleTimeOf(const VexTypes::IntfQueueCounters& report, const Silo::RecordInfo& published) {
-   for (const double time : {report.sampleTime(), published.sampleTime}) {
-      if (time != Silo::unknownSampleTime) {
-         return time;
-      }
-   }
-   return Kiln::System::currentTime();
+QueueStatistics sumOf(const QueueStatistics& a, const QueueStatistics& b) {
+   return {a.packets + b.packets, a.bytes + b.bytes, a.drops + b.drops};
 }
 
 } // namespace
 
-QueuePublisher::History& QueuePublisher::historyOf(const Pelt::IntfId& intf) {
-   History* history = histories_.find(intf);
-   if (history == nullptr) {
-      histories_.set(intf, {Silo::Key(intf.text())});
-      history = histories_.find(intf);
-      // The first look at the interface in this process: an earlier one may have left its clear record ahead.
-      if (clearCounters_) {
-         dropClearAhead(clearCounters_->table(), history->key,
-                        counters_->table().sampleOrDefault(history->key).record);
-      }
+QueuePublisher::Counted& QueuePublisher::countedOf(const Pelt::IntfId& intf) {
+   if (Counted* present = counted_.find(intf)) {
+      return *present;
    }
-   return *history;
+   counted_.set(intf, {Silo::Key(intf.text())});
+   Counted& counted = *counted_.find(intf);
+   const auto published = counters_->table().sampleOrDefault(counted.key);
+   const double now = Kiln::System::currentTime();
+   if (published.info.generation == 0) {
+      beginRecord(counted.record, now);
+   } else {
+      counted.record = published.record;
+      counted.sampleTime = published.info.sampleTime;
+      continueRecord(counted.record, counted.sampleTime, now);
+      // Of an entry that was made and never read, there is nothing to go on from.
+      counted.sources.keptIs(counted.record.reported != 0 ? Begin::nothing : Begin::step);
+   }
+   if (clearCounters_) {
+      counted.clear.continueFrom(clearCounters_->table(), counted.key, counted.record);
+   }
+   return counted;
 }
 
 void QueuePublisher::publish(const Pelt::IntfId& intf, const VexTypes::IntfQueueCounters& report,
@@ -60,68 +45,111 @@ void QueuePublisher::publish(const Pelt::IntfId& intf, const VexTypes::IntfQueue
    if (!counters_) {
       return;
    }
-   History& history = historyOf(intf);
-   // The totals are kept in the table alone, so they go on from where an earlier process left them.
-   auto sample = counters_->table().sampleOrDefault(history.key);
-   auto& record = sample.record;
-   // Another port: its counts cannot be compared with the previous ones, while the published totals stand.
-   if (report.beginsAnew()) {
-      history.report = {};
-      history.sampleTime = Silo::unknownSampleTime;
-   }
+   Counted& counted = countedOf(intf);
+   Record& record = counted.record;
+   const VexTypes::IntfQueueCounters::Readings& readings = report.readings();
    // A clear hands over the last reading again. It must not replace the step between the last two readings.
    const bool isNewSample =
-        report.sampleTime() == Silo::unknownSampleTime || report.sampleTime() != history.sampleTime;
+        report.sampleTime() == Silo::unknownSampleTime || report.sampleTime() != counted.reportTime;
+   Begin begin = Begin::step;
+   if (readings.isCounted != nullptr) {
+      begin = counted.sources.next(readings.source, *readings.isCounted);
+   }
+   const bool isExchanged = counted.sources.isExchanged();
+   counted.sources.exchangedDel();
+   if (isExchanged) {
+      dropQueues(counted, report);
+   }
    if (isNewSample) {
-      record.deltas = {};
-      record.interval = intervalBetween(history.sampleTime, report.sampleTime());
-      history.sampleTime = report.sampleTime();
+      dropStep(record);
+      record.interval = isExchanged ? 0 : intervalBetween(counted.reportTime, report.sampleTime());
+      counted.reportTime = report.sampleTime();
    }
-   for (std::size_t queue = 0; queue < VexTypes::IntfQueueCounters::queueCount; ++queue) {
-      if (!report.has(queue)) {
-         continue;
+   // What an earlier process did not see any more is lost.
+   bool isMarked = isExchanged || (begin == Begin::nothing && record.reported != 0);
+   for (std::size_t queue = 0; queue < Record::queueCount; ++queue) {
+      if (report.has(queue)) {
+         isMarked |= takeQueue(counted, queue, report, begin, isIncrement) && isNewSample;
       }
-      const QueueStatistics& value = report.intfQueueStat(queue);
-      QueueStatistics last{};
-      if (history.report.has(queue)) {
-         last = history.report.intfQueueStat(queue);
-      } else if (((record.reported >> queue) & 1) != 0) {
-         last = value; // an earlier process or another port reported it: the total stands
-      }
-      const QueueStatistics delta = increments(last, value);
-      if (isNewSample) {
-         record.deltas[queue] = delta;
-      }
-      if (isIncrement) {
-         add(record.totals[queue], delta);
-      } else {
-         record.totals[queue] = value;
-      }
-      history.report.intfQueueStatIs(queue, value);
-      record.present |= U32{1} << queue;
-      record.reported |= U32{1} << queue;
    }
-   counters_->table().recordIs(history.key, record, sampleTimeOf(report, sample.info));
+   const double now = Kiln::System::currentTime();
+   if (isMarked) {
+      record.discontinuityTime = now;
+   }
+   // A report without a known time leaves the record's time as it was.
+   if (report.sampleTime() != Silo::unknownSampleTime) {
+      counted.sampleTime = report.sampleTime();
+   } else if (counted.sampleTime == Silo::unknownSampleTime) {
+      counted.sampleTime = now;
+   }
+   counters_->table().recordIs(counted.key, record, counted.sampleTime);
+   counted.clear.write(clearTable(), counted.key);
 }
 
-void QueuePublisher::clear(const Silo::Key& key) {
-   if (clearCounters_) {
-      clearCounters_->table().recordIs(key, counters_->table().sampleOrDefault(key).record,
-                                       Kiln::System::currentTime());
+// True if the continuity of the queue's counts is broken.
+bool QueuePublisher::takeQueue(Counted& counted, std::size_t queue, const VexTypes::IntfQueueCounters& report,
+                               Begin begin, bool isIncrement) {
+   Record& record = counted.record;
+   const U32 bit = U32{1} << queue;
+   const bool hasSource = report.readings().isCounted != nullptr;
+   const QueueStatistics& reported = report.intfQueueStat(queue);
+   const QueueStatistics& value = hasSource ? report.readings().stats[queue] : reported;
+   if (!hasSource && (counted.seen & bit) == 0 && (record.reported & bit) != 0) {
+      begin = Begin::nothing; // an earlier process reported it: the total stands
+   }
+   counted.seen |= bit;
+   const Step<2> sent = counted.sent[queue].read({value.packets, value.bytes}, begin);
+   const Step<1> dropped = counted.dropped[queue].read({value.drops}, begin);
+   QueueStatistics& total = record.totals[queue];
+   QueueStatistics& delta = record.deltas[queue];
+   const QueueStatistics step{sent.counts[0], sent.counts[1], dropped.counts[0]};
+   if (isIncrement) {
+      total = sumOf(total, step);
+   } else {
+      total = reported;
+   }
+   delta = sumOf(delta, step);
+   if (sent.isAbsorbed != decltype(sent.isAbsorbed){} || dropped.isAbsorbed[0]) {
+      record.absorbed |= bit;
+   }
+   record.present |= bit;
+   record.reported |= bit;
+   return sent.isMarked || dropped.isMarked;
+}
+
+// The port that is read now does not have them.
+void QueuePublisher::dropQueues(Counted& counted, const VexTypes::IntfQueueCounters& report) {
+   Record& record = counted.record;
+   Record* const cleared = counted.clear.changed();
+   for (std::size_t queue = 0; queue < Record::queueCount; ++queue) {
+      if (record.has(queue) && !report.has(queue)) {
+         record.totals[queue] = {};
+         record.present &= ~(U32{1} << queue);
+         record.reported &= ~(U32{1} << queue);
+         counted.sent[queue] = {};
+         counted.dropped[queue] = {};
+         if (cleared != nullptr) {
+            cleared->totals[queue] = {};
+         }
+      }
+   }
+}
+
+bool QueuePublisher::isPublished(const Pelt::IntfId& intf) const {
+   try {
+      return counters_ && (counted_.contains(intf) || counters_->table().has(Silo::Key(intf.text())));
+   } catch (const std::invalid_argument&) {
+      return false; // no record can have that name
    }
 }
 
 bool QueuePublisher::clear(const Pelt::IntfId& intf) {
-   std::optional<Silo::Key> key;
-   try {
-      key.emplace(intf.text());
-   } catch (const std::invalid_argument&) {
-      return false; // no record can have that name
-   }
-   if (!counters_ || !counters_->table().has(*key)) {
+   if (!isPublished(intf)) {
       return false;
    }
-   clear(*key);
+   Counted& counted = countedOf(intf);
+   counted.clear.clear(counted.record, Kiln::System::currentTime());
+   counted.clear.write(clearTable(), counted.key);
    return true;
 }
 
@@ -129,24 +157,45 @@ void QueuePublisher::clearAll(PublishErrors& errors) {
    if (!counters_) {
       return;
    }
-   for (const Silo::Key& key : counters_->table().keys()) {
+   const auto clearOne = [&](const Pelt::IntfId& intf) {
       try {
-         clear(key);
+         clear(intf);
       } catch (const Silo::TableError& error) { // the others are still to be cleared
-         errors.log(Pelt::IntfId{Kiln::Name(Kiln::String(key.view()))}, error);
+         errors.log(intf, error);
+      }
+   };
+   for (const Silo::Key& key : counters_->table().keys()) {
+      clearOne(Pelt::IntfId{Kiln::Name(Kiln::String(key.view()))});
+   }
+   // Those that the table had no room for.
+   for (const auto& [intf, counted] : counted_) {
+      if (!counters_->table().has(counted.key)) {
+         clearOne(intf);
       }
    }
 }
 
 void QueuePublisher::remove(const Pelt::IntfId& intf) {
-   histories_.erase(intf);
-   // Also without a history: the records may be an earlier process's.
+   counted_.erase(intf);
+   // Also when nothing was counted: the records may be an earlier process's.
    const Silo::Key key(intf.text());
    if (counters_) {
       counters_->table().recordDel(key);
    }
    if (clearCounters_) {
       clearCounters_->table().recordDel(key);
+   }
+}
+
+void QueuePublisher::removeAbsent(const std::function<bool(const Pelt::IntfId&)>& isThere) {
+   if (!counters_) {
+      return;
+   }
+   for (const Silo::Key& key : counters_->table().keys()) {
+      const Pelt::IntfId intf{Kiln::Name(Kiln::String(key.view()))};
+      if (!counted_.contains(intf) && !isThere(intf)) {
+         remove(intf);
+      }
    }
 }
 

@@ -2,9 +2,12 @@
 #pragma once
 
 #include "kiln/Collections.h"
+#include "vex/Clear.h"
 #include "vex/SharedTables.h"
 #include "vex/VexCountersLog.h"
 #include "vex/VexTypes.h"
+
+#include <functional>
 
 namespace Vex::Counters {
 
@@ -16,8 +19,9 @@ class QueuePublisher {
                   Kiln::Ptr<Silo::Interface::AllIntfClearQueueCounters> clearCounters)
         : counters_(std::move(counters)), clearCounters_(std::move(clearCounters)) {}
 
-   // With `isIncrement`, adds the differences from the previous report to the published totals; a value below the
-   // previous one is a restart and counts whole. Without, the report is the total. Throws what the table throws.
+   // Adds what the report's readings counted to the published totals; without readings, the differences between the
+   // reports. Without `isIncrement`, the report is the total. Throws what the table throws; what it did not take comes
+   // with the next report.
    void publish(const Pelt::IntfId& intf, const VexTypes::IntfQueueCounters& report, bool isIncrement);
    // Moves the clear baseline to now. False: no queues of the interface are published.
    bool clear(const Pelt::IntfId& intf);
@@ -25,20 +29,35 @@ class QueuePublisher {
    void clearAll(PublishErrors& errors);
    // The interface is gone.
    void remove(const Pelt::IntfId& intf);
+   // Removes the records of interfaces that an earlier process published and nobody has reported since, unless they are
+   // there.
+   void removeAbsent(const std::function<bool(const Pelt::IntfId&)>& isThere);
 
  private:
-   struct History {
+   using Record = Silo::Interface::IntfQueueCounters;
+
+   struct Counted {
       Silo::Key key;
-      VexTypes::IntfQueueCounters report{};
+      Record record{}; // as published, or as it will be
       double sampleTime = Silo::unknownSampleTime;
+      double reportTime = Silo::unknownSampleTime;
+      U32 seen = 0; // bit q: queue q was reported in this process
+      SourceTrail sources{};
+      std::array<Meter<2>, Record::queueCount> sent{}; // packets and bytes
+      std::array<Meter<1>, Record::queueCount> dropped{};
+      Clear<Record> clear{};
    };
 
-   History& historyOf(const Pelt::IntfId& intf);
-   void clear(const Silo::Key& key);
+   Counted& countedOf(const Pelt::IntfId& intf);
+   Silo::Table<Record>* clearTable() const { return clearCounters_ ? &clearCounters_->table() : nullptr; }
+   static bool takeQueue(Counted& counted, std::size_t queue, const VexTypes::IntfQueueCounters& report,
+                         Begin begin, bool isIncrement);
+   static void dropQueues(Counted& counted, const VexTypes::IntfQueueCounters& report);
+   bool isPublished(const Pelt::IntfId& intf) const;
 
    Kiln::Ptr<Silo::Interface::AllIntfQueueCounters> counters_;
    Kiln::Ptr<Silo::Interface::AllIntfClearQueueCounters> clearCounters_;
-   Kiln::HashMap<Pelt::IntfId, History> histories_;
+   Kiln::HashMap<Pelt::IntfId, Counted> counted_;
 };
 
 } // namespace Vex::Counters

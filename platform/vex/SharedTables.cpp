@@ -2,6 +2,7 @@
 #include "vex/SharedTables.h"
 
 #include "kiln/Time.h"
+#include "vex/Continuity.h"
 #include "vex/VexCountersLog.h"
 
 namespace Silo::Interface {
@@ -14,6 +15,9 @@ void AllIntfQueueCounters::queueIs(const Pelt::IntfId& intf, std::size_t queue, 
    const Key key(intf.text());
    auto sample = table().sampleOrDefault(key);
    if (!sample.record.has(queue)) {
+      if (sample.info.generation == 0) {
+         Vex::beginRecord(sample.record, now);
+      }
       sample.record.present |= U32{1} << queue;
       // A new entry is no reading: the queues that were read keep their time.
       const bool isSampled = sample.info.sampleTime != unknownSampleTime;

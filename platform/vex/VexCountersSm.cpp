@@ -4,7 +4,6 @@
 #include "kiln/Assert.h"
 #include "kiln/Time.h"
 #include "kiln/Trace.h"
-#include "vex/CounterSteps.h"
 
 #include <cstdlib>
 
@@ -101,10 +100,13 @@ void CountersSm::startPort(const Pelt::IntfId& intf) {
    const Kiln::Ptr<VexPortCounterSm> port = vexPortCounterSm(intf);
    // The helper sets the previous record, through this reactor: the port has to be in its collection by now.
    context_.helper->initialize(intf);
-   port->handleSeed(context_.allIntfCounters->table().has(port->key()));
-   if (context_.allIntfClearCounters) {
-      dropClearAhead(context_.allIntfClearCounters->table(), port->key(), port->prevCounters()->record());
-   }
+   port->handleSeed(context_.allIntfCounters->table().has(port->key()), portTables());
+}
+
+// The first table is there wherever there is a port.
+VexPortCounterSm::Tables CountersSm::portTables() const {
+   return {context_.allIntfCounters->table(),
+           context_.allIntfClearCounters ? &context_.allIntfClearCounters->table() : nullptr};
 }
 
 void CountersSm::stopPort(const Pelt::IntfId& intf) {
@@ -116,11 +118,7 @@ void CountersSm::stopPort(const Pelt::IntfId& intf) {
       return;
    }
    KILN_TRACE(4, "no longer counting port " << intf);
-   // Not null here: startPort makes ports only where there is a table.
-   context_.allIntfCounters->table().recordDel(port->key());
-   if (context_.allIntfClearCounters) {
-      context_.allIntfClearCounters->table().recordDel(port->key());
-   }
+   port->remove(portTables());
    queues_.remove(intf);
    vexPortCounterSmDel(intf);
 }
@@ -142,8 +140,8 @@ void CountersSm::updatePort(const Pelt::IntfId& intf) {
       return;
    }
    try {
-      port->update(*context_.helper, reading_, *context_.allIntfCounters,
-                   context_.ethPhyIntfStatusDir->speedOrDefault(intf));
+      port->update(*context_.helper, reading_, portTables(),
+                   context_.ethPhyIntfStatusDir->speed().find(intf));
       errors_.forget(intf);
    } catch (const Silo::TableError& error) {
       // The caller may be an SDK callback, which nothing may be thrown into.
@@ -184,6 +182,13 @@ void CountersSm::handleIntfQueueCounters(const Pelt::IntfId& intf,
    }
 }
 
+void CountersSm::handleIntfQueueCountersDel(const Pelt::IntfId& intf) {
+   try {
+      queues_.remove(intf);
+   } catch (const std::invalid_argument&) { // a name that is not a key: nothing was ever published under it
+   }
+}
+
 bool CountersSm::clear(const Kiln::String& name) {
    // The helper first: clearing its queues publishes a report, which has to count before the baseline moves.
    try {
@@ -207,33 +212,31 @@ bool CountersSm::clearPort(const Pelt::IntfId& intf) {
    if (!port) {
       return false;
    }
-   if (context_.allIntfClearCounters) {
-      try {
-         // The previous record is the published one without its last step, as a clear record has to be.
-         context_.allIntfClearCounters->table().recordIs(port->key(), port->prevCounters()->record(),
-                                                         Kiln::System::currentTime());
-      } catch (const Silo::TableError& error) {
-         errors_.log(intf, error);
-      }
+   try {
+      port->clear(portTables());
+   } catch (const Silo::TableError& error) {
+      errors_.log(intf, error);
    }
    return true;
 }
 
-void CountersSm::forgetAbsentPorts() {
-   if (!context_.allIntfCounters || !context_.ethPhyIntfStatusDir) {
-      return;
-   }
-   for (const Silo::Key& key : context_.allIntfCounters->table().keys()) {
-      const Pelt::IntfId intf{Kiln::Name(Kiln::String(key.view()))};
-      if (context_.ethPhyIntfStatusDir->intfStatus(intf)) {
-         continue;
+void CountersSm::forgetAbsentInterfaces(const std::function<bool(const Pelt::IntfId&)>& hasPort) {
+   const auto isListed = [](const auto& directory, const Pelt::IntfId& intf) {
+      return directory && directory->intfStatus(intf);
+   };
+   const auto isPort = [&](const Pelt::IntfId& intf) { return isListed(context_.ethPhyIntfStatusDir, intf); };
+   if (context_.allIntfCounters && context_.ethPhyIntfStatusDir) {
+      const VexPortCounterSm::Tables tables = portTables();
+      for (auto* table : {&tables.counters, tables.clearCounters}) {
+         for (const Silo::Key& key : table != nullptr ? table->keys() : std::vector<Silo::Key>{}) {
+            if (!isPort(Pelt::IntfId{Kiln::Name(Kiln::String(key.view()))})) {
+               table->recordDel(key);
+            }
+         }
       }
-      context_.allIntfCounters->table().recordDel(key);
-      if (context_.allIntfClearCounters) {
-         context_.allIntfClearCounters->table().recordDel(key);
-      }
-      queues_.remove(intf);
+      queues_.removeAbsent(hasPort);
    }
+   vlanIntfs_.removeAbsent([&](const Pelt::IntfId& intf) { return isListed(context_.vlanIntfStatusDir, intf); });
 }
 
 void CountersSm::clearAll() {

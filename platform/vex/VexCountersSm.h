@@ -52,9 +52,12 @@ class CountersSm : public Kiln::Entity {
    // Moves the clear baseline of an interface, or of "all", to now. False: no such interface.
    bool clear(const Kiln::String& name);
 
-   // Removes the records of ports that an earlier process published and this one does not have. To be called once the
-   // agent has the ports that it begins with.
-   void forgetAbsentPorts();
+   // A VLAN interface's counters are about to go away: reads them now. Ignores one that is not counted.
+   void readVlanIntf(const Pelt::IntfId& intf) { vlanIntfs_.read(intf); }
+
+   // Removes the records of ports, of their queues and of VLAN interfaces that an earlier process published and this one
+   // does not have. Internal interfaces are in no directory, so the caller says whether one has a port.
+   void forgetAbsentInterfaces(const std::function<bool(const Pelt::IntfId&)>& hasPort);
 
    // Ports, with their previous counters.
    KILN_COLLECTION(Vex::Counters::CountersSm, Pelt::IntfId, VexPortCounterSm, intfId, vexPortCounterSm)
@@ -82,6 +85,7 @@ class CountersSm : public Kiln::Entity {
                                const VexTypes::IntfQueueCounters& counters) override {
          sm->handleIntfQueueCounters(intf, counters);
       }
+      void onIntfQueueCountersDel(const Pelt::IntfId& intf) override { sm->handleIntfQueueCountersDel(intf); }
       CountersSm* sm;
    };
 
@@ -89,6 +93,8 @@ class CountersSm : public Kiln::Entity {
    void handleEthPhyIntfStatus(const Pelt::IntfId& intf);
    void handleVlanIntfStatus(const Pelt::IntfId& intf);
    void handleIntfQueueCounters(const Pelt::IntfId& intf, const VexTypes::IntfQueueCounters& counters);
+   void handleIntfQueueCountersDel(const Pelt::IntfId& intf);
+   VexPortCounterSm::Tables portTables() const;
    void startPort(const Pelt::IntfId& intf);
    void stopPort(const Pelt::IntfId& intf);
    void updatePort(const Pelt::IntfId& intf);

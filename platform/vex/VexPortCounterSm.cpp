@@ -3,7 +3,7 @@
 
 #include "kiln/Time.h"
 #include "kiln/VectorClones.h"
-#include "vex/CounterSteps.h"
+#include "zel/InterfaceDirs.h"
 
 namespace Vex::Counters {
 
@@ -16,7 +16,7 @@ constexpr double speedTolerance =
 // A function of its own, since the clones are per function. Only here does a wider register pay: 69 fields a step.
 KILN_VECTOR_CLONES bool takePortStep(VexTypes::IntfCounters& previous, Silo::Interface::IntfCounters& next,
                                      double now) {
-   return takeStep(previous, next, now);
+   return takeVettedStep(previous, next, now);
 }
 
 } // namespace
@@ -24,14 +24,25 @@ KILN_VECTOR_CLONES bool takePortStep(VexTypes::IntfCounters& previous, Silo::Int
 VexPortCounterSm::VexPortCounterSm(const Pelt::IntfId& intf)
      : prevCounters_(Kiln::allocate<VexTypes::IntfCounters>()), intf_(intf), key_(intf.text()) {}
 
-void VexPortCounterSm::handleSeed(bool isKept) {
+void VexPortCounterSm::handleSeed(bool isKept, const Tables& tables) {
    isSeeded_ = true;
-   seed(*prevCounters_, isKept);
+   prevCounters_->followsSourcesIs(true);
+   Silo::Interface::IntfCounters& record = prevCounters_->record();
+   if (isKept) {
+      // The earlier process's last reading is compared with, wherever the port was then.
+      prevCounters_->sources().keptIs(Begin::difference);
+      continueRecord(record, prevCounters_->sampleTime(), Kiln::System::currentTime());
+   } else {
+      beginRecord(record, Kiln::System::currentTime());
+   }
+   if (tables.clearCounters != nullptr) {
+      clear_.continueFrom(*tables.clearCounters, key_, record);
+   }
 }
 
 void VexPortCounterSm::update(VexHelper::VexHelperCountersSm& helper,
-                              const Kiln::Ptr<VexTypes::IntfCounters>& reading,
-                              Silo::Interface::AllIntfCounters& counters, U64 speed) {
+                              const Kiln::Ptr<VexTypes::IntfCounters>& reading, const Tables& tables,
+                              const U64* speed) {
    // All ports share the reading. A helper that has none leaves it as it is, which is the port before.
    reading->isFilledIs(false);
    // What was absorbed belongs to the step before.
@@ -42,14 +53,28 @@ void VexPortCounterSm::update(VexHelper::VexHelperCountersSm& helper,
    }
    const double now = Kiln::System::currentTime();
    Silo::Interface::IntfCounters& record = reading->record();
+   prevCounters_->record().speed = speed != nullptr ? *speed : 0;
    // The first step is from another process's reading, or from none: it says nothing about the port's speed.
    if (takePortStep(*prevCounters_, record, now) && !isSeeded_) {
-      record.suspects += suspects(record, speed);
+      record.suspects += suspects(record, speed != nullptr ? *speed : Interface::EthPhyIntfStatusDir::defaultSpeed);
       prevCounters_->record().suspects = record.suspects;
    }
    isSeeded_ = false;
    // Last: the step counts, even if the table refuses the record.
-   counters.table().recordIs(key_, record, now);
+   tables.counters.recordIs(key_, record, now);
+   clear_.write(tables.clearCounters, key_);
+}
+
+void VexPortCounterSm::clear(const Tables& tables) {
+   clear_.clear(prevCounters_->record(), Kiln::System::currentTime());
+   clear_.write(tables.clearCounters, key_);
+}
+
+void VexPortCounterSm::remove(const Tables& tables) const {
+   tables.counters.recordDel(key_);
+   if (tables.clearCounters != nullptr) {
+      tables.clearCounters->recordDel(key_);
+   }
 }
 
 // How many octet counters rose by more than the speed allows in the interval.

@@ -1,13 +1,14 @@
 // The counters of one port.
 #pragma once
 
+#include "vex/Clear.h"
 #include "vex/SharedTables.h"
 #include "vex/VexHelper.h"
 
 namespace Vex::Counters {
 
 // Takes a port from reading to reading. Owned by the counters reactor, which makes one for each port. Activity thread;
-// allocates only when made.
+// allocates only when made and when cleared.
 class VexPortCounterSm : public Kiln::PtrInterface {
  public:
    // Throws std::invalid_argument if the interface's name cannot be a key of a shared table.
@@ -19,20 +20,32 @@ class VexPortCounterSm : public Kiln::PtrInterface {
    // The record published last, without its deltas and interval. The helper seeds it when counting begins.
    KILN_POINTER(VexTypes::IntfCounters, prevCounters)
 
+   // The tables are the reactor's; the second one may be null.
+   struct Tables {
+      Silo::Table<Silo::Interface::IntfCounters>& counters;
+      Silo::Table<Silo::Interface::IntfCounters>* clearCounters;
+   };
+
    // The previous record was just seeded. `isKept`: the table had a record of the port.
-   void handleSeed(bool isKept);
+   void handleSeed(bool isKept, const Tables& tables);
 
    // Reads, vets and publishes the port's counters. The helper reads into `reading`, which then becomes the published
-   // record; one serves all ports. `speed` is in bit/s. Publishes nothing if the helper has no reading. Throws what the
-   // table throws.
+   // record; one serves all ports. `speed` is in bit/s, null if the platform does not say. Publishes nothing if the
+   // helper has no reading. Throws what the tables throw.
    void update(VexHelper::VexHelperCountersSm& helper, const Kiln::Ptr<VexTypes::IntfCounters>& reading,
-               Silo::Interface::AllIntfCounters& counters, U64 speed);
+               const Tables& tables, const U64* speed);
+
+   // Counts since the clear begin now. Throws what the table throws; what it did not take comes with the next update.
+   void clear(const Tables& tables);
+   // The port is gone.
+   void remove(const Tables& tables) const;
 
  private:
    U64 suspects(const Silo::Interface::IntfCounters& record, U64 speed) const;
 
    Pelt::IntfId intf_;
    Silo::Key key_;
+   Clear<Silo::Interface::IntfCounters> clear_;
    bool isSeeded_ = true; // the previous record is not yet a reading of this process
 };
 

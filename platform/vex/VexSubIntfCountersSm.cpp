@@ -59,6 +59,12 @@ void SubIntfCountersSm::updateCounters() {
    }
 }
 
+void SubIntfCountersSm::forgetAbsentInterfaces() {
+   subIntfs_.removeAbsent([&](const Pelt::IntfId& intf) {
+      return context_.subIntfStatusDir && context_.subIntfStatusDir->intfStatus(intf);
+   });
+}
+
 bool SubIntfCountersSm::clear(const Kiln::String& name) {
    if (name == "all") {
       subIntfs_.clearAll();

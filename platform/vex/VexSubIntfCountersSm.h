@@ -34,7 +34,9 @@ class SubIntfCountersSm : public Kiln::Entity {
    // of the loop, however many chips were asked.
    virtual void updateCounters();
 
-   // Like the counters reactor's.
+   // These are like the counters reactor's.
+   void readSubIntf(const Pelt::IntfId& intf) { subIntfs_.read(intf); }
+   void forgetAbsentInterfaces();
    bool clear(const Kiln::String& name);
 
  private:

@@ -3,6 +3,7 @@
 
 #include "kiln/Accessors.h"
 #include "silo/Record.h"
+#include "vex/Continuity.h"
 #include "vex/PublishedRecords.h"
 #include "zel/Pelt.h"
 
@@ -52,18 +53,49 @@ class CountersOf : public Kiln::PtrInterface {
    Record& record() { return record_; }
    void recordIs(const Record& record) { record_ = record; }
 
+   // Of a previous record that the forwarding layer keeps: which sources its readings were of. Any other previous record
+   // is taken as it is.
+   Vex::SourceTrail& sources() { return sources_; }
+   KILN_ATTRIBUTE(bool, followsSources, false)
+   // A helper tells the source of the next reading before it vets that; see SourceTrail::next.
+   Vex::Begin sourceIs(const Vex::Source& source, bool& isCounted) {
+      return followsSources() ? sources_.next(source, isCounted) : Vex::Begin::step;
+   }
+
    // When the record was sampled, in seconds; Silo::unknownSampleTime if that is not known.
    KILN_ATTRIBUTE(double, sampleTime, Silo::unknownSampleTime)
 
  private:
    Record record_;
+   Vex::SourceTrail sources_;
    std::array<bool, Record::fieldCount> isAbsorbed_{};
    bool hasAbsorbed_ = false;
    bool isFilled_ = false;
 };
 
 class IntfCounters : public CountersOf<Silo::Interface::IntfCounters> {};
-class L3IntfCounters : public CountersOf<Silo::Interface::L3IntfCounters> {};
+// Octets and packets by table entry, as the continuity of the sum needs them: what came in, then what went out.
+class L3IntfCounters : public CountersOf<Silo::Interface::L3IntfCounters> {
+ public:
+   static constexpr std::size_t inEntries = 3;
+   static constexpr std::size_t outEntries = 2;
+   using Meter = Vex::DevicesMeter<inEntries + outEntries>;
+
+   // In a reading: each device's part of the statistics. A helper that can't tell leaves them alone: then the
+   // statistics are taken for one device's.
+   const std::vector<Meter::Reading>& parts() const { return parts_; }
+   bool hasParts() const { return hasParts_; }
+   std::vector<Meter::Reading>& refillParts() {
+      hasParts_ = true;
+      parts_.clear();
+      return parts_;
+   }
+   void partsDel() { hasParts_ = false; }
+
+ private:
+   std::vector<Meter::Reading> parts_;
+   bool hasParts_ = false;
+};
 
 // One reading of an interface's queues: only those that were reported.
 class IntfQueueCounters {
@@ -78,14 +110,23 @@ class IntfQueueCounters {
       reported_ |= 1U << queue;
    }
 
+   // What the hardware has, and the source that counted it; `isCounted` is kept with the source and says whether anybody
+   // was ever counted there. Without a source, what is reported stands for it.
+   struct Readings {
+      Vex::Source source;
+      bool* isCounted = nullptr;
+      std::array<Silo::Interface::QueueStatistics, queueCount> stats{};
+   };
+   const Readings& readings() const { return readings_; }
+   Readings& readings() { return readings_; }
+
    // When the chip had these counts, in seconds; a clear is not a new sample. Silo::unknownSampleTime if that is not
    // known.
    KILN_ATTRIBUTE(double, sampleTime, Silo::unknownSampleTime)
-   // Earlier reports are of another port or chip and cannot be compared with this one.
-   KILN_ATTRIBUTE(bool, beginsAnew, false)
 
  private:
    std::array<Silo::Interface::QueueStatistics, queueCount> stats_{};
+   Readings readings_;
    U32 reported_ = 0;
 };
 

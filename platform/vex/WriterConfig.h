@@ -15,6 +15,7 @@ class WriterConfig : public Kiln::Entity {
     public:
       using NotifieeOf::NotifieeOf;
       virtual void onIntfQueueCounters(const Pelt::IntfId&, const VexTypes::IntfQueueCounters&) {}
+      virtual void onIntfQueueCountersDel(const Pelt::IntfId&) {}
    };
    KILN_NOTIFIER
 
@@ -24,6 +25,8 @@ class WriterConfig : public Kiln::Entity {
    void intfQueueCountersIs(const Pelt::IntfId& intf, const VexTypes::IntfQueueCounters& counters) {
       notify(&Notifiee::onIntfQueueCounters, intf, counters);
    }
+   // The interface has no queues any more: its records go.
+   void intfQueueCountersDel(const Pelt::IntfId& intf) { notify(&Notifiee::onIntfQueueCountersDel, intf); }
 };
 
 // Whether a kind of counters is being written.

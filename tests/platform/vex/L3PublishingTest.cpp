@@ -56,16 +56,16 @@ TEST_F(L3Publishing, ReadsOnceATurnHoweverOftenItIsAsked) {
    EXPECT_EQ(helper->reads, 1);
 }
 
-TEST_F(L3Publishing, AFallAddsNothingAndTheTotalStands) {
+TEST_F(L3Publishing, AFallIsAResetOfItsDirectionAlone) {
    helper->hardware = {1000, 10, 500, 5};
    tick();
    helper->hardware = {1600, 16, 500, 5};
    tick();
    EXPECT_EQ(subIntf().rate(0), 300.0);
-   helper->hardware = {400, 4, 700, 7}; // one of two chips went
+   helper->hardware = {400, 14, 700, 7};
    tick();
-   EXPECT_EQ(subIntf().totals, (std::array<U64, 4>{1600, 16, 700, 7}));
-   EXPECT_EQ(subIntf().rate(0), std::nullopt);
+   EXPECT_EQ(subIntf().totals, (std::array<U64, 4>{2000, 30, 700, 7}));
+   EXPECT_EQ(subIntf().discontinuityTime, Kiln::System::currentTime());
    EXPECT_EQ(subIntf().rate(2), 100.0);
    EXPECT_TRUE(reactor->clear("Ethernet1.100"));
    EXPECT_FALSE(reactor->clear("Ethernet1.200"));
