@@ -42,8 +42,9 @@ struct Parts {
 } // namespace
 
 Chip::Chip(const ChipConfig& config, U64 serial, std::recursive_mutex& sdkLock, std::span<U64> hardware)
-     : config_(config), serial_(serial), sdkLock_(sdkLock), rmon_(Parts(config, hardware).rmon),
-       hasPort_(config.pipes * portsPerPipe), accessVlans_(hasPort_.size(), 1),
+     : config_(config), serial_(serial), sdkLock_(sdkLock), hardware_(hardware),
+       rmon_(Parts(config, hardware).rmon), hasPort_(config.pipes * portsPerPipe),
+       accessVlans_(hasPort_.size(), 1),
        tables_(config.program, config.pipes, Parts(config, hardware).tables), pipeline_(tables_),
        path_(Parts(config, hardware).path), drops_(tables_, path_), rules_(hasPort_.size()),
        l2Domains_(tables_), trafficManager_(config.pipes, Parts(config, hardware).queues) {}
@@ -67,6 +68,15 @@ bool Chip::isPlace(unsigned devicePort) const {
 
 std::size_t Chip::placeOf(U16 devicePort) const {
    return std::size_t{pipeOf(devicePort)} * portsPerPipe + slotOf(devicePort);
+}
+
+void Chip::restart(U64 serial, bool keepsCounters) {
+   const Lock lock(sdkLock_);
+   serial_ = serial;
+   if (!keepsCounters) {
+      std::fill(hardware_.begin(), hardware_.end(), 0);
+   }
+   tables_.restart();
 }
 
 void Chip::portAdd(U16 devicePort) {

@@ -38,6 +38,9 @@ class Chip {
    Chip(const Chip&) = delete;
    Chip& operator=(const Chip&) = delete;
 
+   // Of every port's MAC, in bit/s. The queues behind it send less, see TrafficManager.
+   static constexpr U64 portSpeed = 100'000'000'000;
+
    static std::size_t hardwareWords(const ChipConfig& config);
    // What lies where in them, in a few words: a hardware file of another layout is refused.
    static Kiln::String hardwareLayout(const ChipConfig& config);
@@ -46,6 +49,10 @@ class Chip {
    U8 deviceId() const { return config_.deviceId; }
    unsigned pipes() const { return config_.pipes; }
    U64 serial() const { return serial_; } // no other chip of the fleet ever has the same
+
+   // The driver begins anew, as PipeManager::restart() has it. Ports and what they are told stay, and so do the
+   // hardware's counters, unless they are to begin at 0. The chip has a new serial.
+   void restart(U64 serial, bool keepsCounters);
 
    void portAdd(U16 devicePort);
    void portDel(U16 devicePort);
@@ -135,7 +142,8 @@ class Chip {
    ChipConfig config_;
    U64 serial_;
    std::recursive_mutex& sdkLock_;
-   std::span<U64> rmon_;          // by place, then by index
+   std::span<U64> hardware_;      // all counters
+   std::span<U64> rmon_;          // of these: by place, then by index
    std::vector<bool> hasPort_;    // by place
    std::vector<U16> accessVlans_; // by place
    std::vector<U16> ports_;       // ascending

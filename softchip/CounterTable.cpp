@@ -25,6 +25,12 @@ bool CounterTable::askInitialized() {
    return false;
 }
 
+void CounterTable::restart() {
+   symmetric_ = spec_.symmetric;
+   std::fill(software_.begin(), software_.end(), CounterValue{});
+   stale_.fill(true);
+}
+
 CounterValue CounterTable::sum(std::span<const CounterValue> copy, U16 pipe, U32 slot) const {
    if (pipe != allPipes) {
       return copy[pipe * slots() + slot];

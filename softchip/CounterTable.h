@@ -39,6 +39,9 @@ class CounterTable {
    bool askInitialized();
    void initializedAfterIs(U32 queries) { queriesInVain_ = queries; }
 
+   // The SDK begins anew: its copy is empty until the next sync, and the mode is the program's.
+   void restart();
+
    // Frames are counted.
    void count(unsigned pipe, U32 slot, U64 packets, U64 bytes) {
       CounterValue& counter = hardware_[pipe * slots_ + slot];

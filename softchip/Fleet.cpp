@@ -64,6 +64,13 @@ void Fleet::chipDel(U8 deviceId) {
    }
 }
 
+void Fleet::chipRestart(U8 deviceId, bool keepsCounters) {
+   const Lock lock(sdkLock_);
+   if (Chip* const restarted = chip(deviceId)) {
+      restarted->restart(nextSerial_++, keepsCounters);
+   }
+}
+
 Chip* Fleet::chip(unsigned deviceId) const {
    const Lock lock(sdkLock_);
    return chipAt(static_cast<int>(deviceId));

@@ -31,6 +31,9 @@ class Fleet {
    Chip& chipAdd(const ChipConfig& wanted);
    // The chip is removed. Its counters are gone, and outstanding requests complete with zeros.
    void chipDel(U8 deviceId);
+   // The chip's driver begins anew, with the hardware's counters kept or at 0. Outstanding requests complete as those of
+   // a removed chip. Does nothing if there is no such chip.
+   void chipRestart(U8 deviceId, bool keepsCounters);
    // Null when there is none.
    Chip* chip(unsigned deviceId) const;
    Chip* chip(const Kiln::String& name) const;

@@ -67,12 +67,13 @@ std::vector<Kiln::String> HostInterfaces::names() const {
    return names;
 }
 
-bool HostInterfaces::mirror(const Kiln::String& name, Chip& chip, U16 devicePort) const {
+bool HostInterfaces::mirror(const Kiln::String& name, Chip& chip, U16 devicePort) {
    std::array<U64, BF_NUM_RMON_COUNTERS> rmon{};
    // Everything is read before anything is set: an interface may go away in between.
    for (const HostCounter& counter : hostCounters) {
       const std::optional<U64> value = readCounter(folder_ + "/" + name + "/statistics/" + counter.name);
       if (!value) {
+         received_.erase(name);
          return false;
       }
       for (unsigned i = 0; i < counter.count; ++i) {
@@ -81,16 +82,24 @@ bool HostInterfaces::mirror(const Kiln::String& name, Chip& chip, U16 devicePort
    }
    // The kernel has no counter of unicast frames, so it is the difference of two. They are read one after the other,
    // and a multicast frame in between would make the difference step back: it is kept from that, unless the interface
-   // itself began anew.
+   // itself began anew. Compared with the interface's own last counts: the port may have been another one's before.
    const U64 packets = rmon[BF_RMON_FRAMES_RECEIVED_OK];
    const U64 unicast = packets - std::min(rmon[BF_RMON_MULTICAST_FRAMES_RECEIVED_OK], packets);
-   const bool isSameLife = packets >= chip.rmon(devicePort, BF_RMON_FRAMES_RECEIVED_OK);
-   const U64 unicastBefore = isSameLife ? chip.rmon(devicePort, BF_RMON_UNICAST_FRAMES_RECEIVED_OK) : 0;
-   rmon[BF_RMON_UNICAST_FRAMES_RECEIVED_OK] = std::max(unicast, unicastBefore);
+   Received& last = received_[name];
+   last.unicast = packets >= last.packets ? std::max(unicast, last.unicast) : unicast;
+   last.packets = packets;
+   rmon[BF_RMON_UNICAST_FRAMES_RECEIVED_OK] = last.unicast;
    for (unsigned index = 0; index < rmon.size(); ++index) {
       chip.rmonIs(devicePort, index, rmon[index]);
    }
    return true;
+}
+
+std::optional<U64> HostInterfaces::speed(const Kiln::String& name) const {
+   constexpr U64 fastest = 100'000'000; // Mbit/s; more is one of the ways to say that it is not known
+   constexpr U64 bitsPerMbit = 1'000'000;
+   const std::optional<U64> mbits = readCounter(folder_ + "/" + name + "/speed");
+   return mbits && *mbits > 0 && *mbits <= fastest ? std::optional(*mbits * bitsPerMbit) : std::nullopt;
 }
 
 } // namespace SoftChip

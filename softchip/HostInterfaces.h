@@ -3,6 +3,8 @@
 
 #include "softchip/Chip.h"
 
+#include <map>
+#include <optional>
 #include <vector>
 
 namespace SoftChip {
@@ -12,7 +14,7 @@ namespace SoftChip {
 // says which kernel counter fills which RMON counter. Activity thread.
 class HostInterfaces {
  public:
-   // A folder like the kernel's own: NAME/statistics/COUNTER.
+   // A folder like the kernel's own: NAME/statistics/COUNTER, NAME/speed.
    explicit HostInterfaces(Kiln::String folder = "/sys/class/net") : folder_(std::move(folder)) {}
 
    // The interfaces that exist now, in natural order. Empty if the folder cannot be read.
@@ -20,10 +22,20 @@ class HostInterfaces {
 
    // Sets all RMON counters of a port from an interface. Sets nothing and returns false if the interface no longer
    // exists. Throws std::invalid_argument if the port does not.
-   bool mirror(const Kiln::String& name, Chip& chip, U16 devicePort) const;
+   bool mirror(const Kiln::String& name, Chip& chip, U16 devicePort);
+
+   // In bit/s; none if the kernel does not know it, as of a link that is down or of a loopback.
+   std::optional<U64> speed(const Kiln::String& name) const;
 
  private:
+   // What an interface received when it was last looked at.
+   struct Received {
+      U64 packets = 0;
+      U64 unicast = 0;
+   };
+
    Kiln::String folder_;
+   std::map<Kiln::String, Received> received_; // by interface
 };
 
 } // namespace SoftChip

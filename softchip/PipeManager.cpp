@@ -51,6 +51,22 @@ const CounterTable* PipeManager::find(Kind kind, U32 tableHandle) const {
    return kind == Kind::either || table.spec().direct == (kind == Kind::direct) ? &table : nullptr;
 }
 
+void PipeManager::restart() {
+   for (U32 index = 0; index < matchTables_.size(); ++index) {
+      MatchTable& table = matchTables_[index];
+      // The program's own entries have the first handles.
+      const auto own = static_cast<S32>(table.spec().rules.size());
+      for (S32 handle = table.next(own, allPipes); handle != MatchTable::none;
+           handle = table.next(handle, allPipes)) {
+         table.entryDel(handle);
+         zero(index, handle);
+      }
+   }
+   for (CounterTable& table : counterTables_) {
+      table.restart();
+   }
+}
+
 int PipeManager::initialized(U32 counterHandle, bool* initialized) {
    const U32 id = program_->counterTableOfCounterHandle(counterHandle);
    if (id == notFound) {

@@ -34,6 +34,10 @@ class PipeManager {
    CounterTable* counterTableOf(const MatchTable& table);
    std::vector<MatchTable>& matchTables() { return matchTables_; }
 
+   // The SDK begins anew: of the entries only the program's own are left, and software copies are empty. The hardware
+   // keeps its counts, but those of entries that are gone.
+   void restart();
+
    int initialized(U32 counterHandle, bool* initialized);
    int symmetric(U32 counterHandle, bool* symmetric);
    // The entry scope of a match table sets the mode of all of its counter tables.

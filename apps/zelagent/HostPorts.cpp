@@ -35,9 +35,12 @@ void HostPorts::handleClock() {
    SoftChip::Chip& chip = agent_.chipNamed(chipName);
    // Before the new ones, which may need the ports that become free.
    std::erase_if(ports_, [&](const auto& port) {
+      const Pelt::IntfId intf{Kiln::Name(port.first)};
       const bool isGone = !interfaces_.mirror(port.first, chip, port.second);
       if (isGone) {
-         agent_.portDel(Pelt::IntfId(Kiln::Name(port.first)));
+         agent_.portDel(intf);
+      } else {
+         agent_.portSpeedIs(intf, interfaces_.speed(port.first)); // each time: links renegotiate
       }
       return isGone;
    });
@@ -54,7 +57,9 @@ void HostPorts::add(const Kiln::String& name) {
    for (unsigned place = 0; place < chip.pipes() * perPipe; ++place) {
       const U16 devicePort = ZlPort::devicePort(place / perPipe, place % perPipe);
       if (!chip.hasPort(devicePort)) {
-         agent_.portAdd(Pelt::IntfId(Kiln::Name(name)), chipName, devicePort);
+         const Pelt::IntfId intf{Kiln::Name(name)};
+         agent_.portAdd(intf, chipName, devicePort);
+         agent_.portSpeedIs(intf, interfaces_.speed(name));
          // At once: read as zeros first, the kernel's whole count would be one step of traffic.
          interfaces_.mirror(name, chip, devicePort);
          ports_.emplace(name, devicePort);

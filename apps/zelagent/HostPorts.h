@@ -10,7 +10,7 @@
 namespace ZelAgent {
 
 // Looks at the interfaces twice a second: new ones get the first free ports, those that are gone lose theirs, and the
-// counters of the others are updated. Activity thread; the agent outlives it.
+// counters and speeds of the others are updated. Activity thread; the agent outlives it.
 class HostPorts {
  public:
    HostPorts(SwitchAgent& agent, SoftChip::HostInterfaces interfaces);

@@ -102,7 +102,7 @@ constexpr std::array options{
             }},
      Option{"--polling", "SECONDS", "time from the end of one polling pass to the start of the next (2)",
             [](Options& o, const Kiln::String& v) {
-               const auto interval = Kiln::parseSeconds(v, longestPollingInterval);
+               const auto interval = Kiln::parseDecimal(v, longestPollingInterval);
                if (!interval || *interval < shortestPollingInterval) {
                   refuse("--polling", v, "a time from 0.001 to 1000000 seconds, as 2 or 0.5");
                }

@@ -18,6 +18,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <cmath>
 #include <cstring>
 #include <stdexcept>
 
@@ -67,10 +68,15 @@ const ScenarioConsole::Statement ScenarioConsole::statements[] = {
      {"sdk ENTRY-POINT takes SECONDS", "each of its calls takes that much time", &ScenarioConsole::costSdk},
      {"chip add NAME", "the chip comes up, with its front-panel ports", &ScenarioConsole::addChip},
      {"chip delete NAME", "the chip goes away, with its ports", &ScenarioConsole::deleteChip},
+     {"chip restart NAME keep|reset", "its driver begins anew; the hardware's counters stay, or begin at 0",
+      &ScenarioConsole::restartChip},
      {"chip state NAME N", "sets the state in the chip's status, 8 for up", &ScenarioConsole::chipState},
      {"port add INTF CHIP DEVICE-PORT", "gives an interface the port pipe x 128 + slot",
       &ScenarioConsole::addPort},
+     {"port move INTF CHIP DEVICE-PORT", "gives it another port in place of its own",
+      &ScenarioConsole::movePort},
      {"port delete INTF", "the interface's port goes away", &ScenarioConsole::deletePort},
+     {"speed INTF GBPS", "sets the speed of the interface's port, in Gbit/s", &ScenarioConsole::speed},
      {"interface INTF", "prints the interface's published record", &ScenarioConsole::interface},
      {"queues INTF", "prints its queues' published record", &ScenarioConsole::queues},
      {"nat INTF", "prints its source-NAT record", &ScenarioConsole::nat},
@@ -92,7 +98,7 @@ constexpr double longestAdvance = 1e6; // seconds
 }
 
 double seconds(const Kiln::String& word) {
-   const auto value = Kiln::parseSeconds(word, longestAdvance);
+   const auto value = Kiln::parseDecimal(word, longestAdvance);
    if (!value) {
       refuse("SECONDS", word, "a time from 0 to 1000000, as 2 or 0.5");
    }
@@ -122,6 +128,10 @@ U64 counterValue(std::string_view operand, const Kiln::String& word) {
 
 U16 vlanNumber(const Kiln::String& word) {
    return number<U16>("VLAN", word, Bridging::VlanId::min, Bridging::VlanId::max);
+}
+
+U16 devicePortNumber(const Kiln::String& word) {
+   return number<U16>("DEVICE-PORT", word, 0, ZelId::PortIndex::invalid - 1);
 }
 
 // False at the end. Bounded, since the scenario may turn out to be any file.
@@ -262,7 +272,7 @@ void ScenarioConsole::traffic(const Words& operands) {
 }
 
 void ScenarioConsole::polling(const Words& operands) {
-   const auto interval = Kiln::parseSeconds(operands[0], longestPollingInterval);
+   const auto interval = Kiln::parseDecimal(operands[0], longestPollingInterval);
    if (!interval || *interval < shortestPollingInterval) {
       refuse("SECONDS", operands[0], "a time from 0.001 to 1000000, as 2 or 0.5");
    }
@@ -357,13 +367,32 @@ void ScenarioConsole::deleteChip(const Words& operands) {
    agent_.chipDel(operands[0]);
 }
 
+void ScenarioConsole::restartChip(const Words& operands) {
+   agent_.chipRestart(operands[0], operands[1] == "keep");
+}
+
 void ScenarioConsole::chipState(const Words& operands) {
    agent_.chipStateIs(operands[0], number<U32>("N", operands[1], 0, UINT_MAX));
 }
 
 void ScenarioConsole::addPort(const Words& operands) {
-   agent_.portAdd(Pelt::IntfId(Kiln::Name(operands[0])), operands[1],
-                  number<U16>("DEVICE-PORT", operands[2], 0, ZelId::PortIndex::invalid - 1));
+   agent_.portAdd(Pelt::IntfId(Kiln::Name(operands[0])), operands[1], devicePortNumber(operands[2]));
+}
+
+void ScenarioConsole::movePort(const Words& operands) {
+   agent_.portMove(Pelt::IntfId(Kiln::Name(operands[0])), operands[1], devicePortNumber(operands[2]));
+}
+
+void ScenarioConsole::speed(const Words& operands) {
+   constexpr double slowest = 0.001;
+   constexpr double fastest = 10000;
+   constexpr double bitsPerGbit = 1e9;
+   const auto gbits = Kiln::parseDecimal(operands[1], fastest);
+   if (!gbits || *gbits < slowest) {
+      refuse("GBPS", operands[1], "a speed from 0.001 to 10000 Gbit/s, as 100 or 2.5");
+   }
+   agent_.portSpeedIs(Pelt::IntfId(Kiln::Name(operands[0])),
+                      static_cast<U64>(std::llround(*gbits * bitsPerGbit)));
 }
 
 void ScenarioConsole::deletePort(const Words& operands) {

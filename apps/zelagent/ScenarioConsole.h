@@ -59,6 +59,7 @@ class ScenarioConsole {
    void lateCompletion(const Words& operands);
    void addChip(const Words& operands);
    void deleteChip(const Words& operands);
+   void restartChip(const Words& operands);
    void chipState(const Words& operands);
    void setQueue(const Words& operands);
    void interface(const Words& operands);
@@ -66,7 +67,9 @@ class ScenarioConsole {
    void nat(const Words& operands);
    void clear(const Words& operands);
    void addPort(const Words& operands);
+   void movePort(const Words& operands);
    void deletePort(const Words& operands);
+   void speed(const Words& operands);
    void log(const Words& operands);
    void ringLog(const Words& operands);
 

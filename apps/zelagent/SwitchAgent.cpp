@@ -165,8 +165,20 @@ void SwitchAgent::chipAdd(const Kiln::String& name) {
    status->hasNotificationActiveIs(true);
    chipStatus_.set(name, status);
    portsAdd(chip);
-   mgr_->addChip(devId, name, {chipTypeName}, ZelSdk::getZelSessionHdl(), Kiln::allocate<SoftChip::SoftPd>(),
-                 chip.program(), status);
+   chipUp(chip);
+}
+
+void SwitchAgent::chipUp(SoftChip::Chip& chip) {
+   mgr_->addChip(chip.deviceId(), chip.name(), {chipTypeName}, ZelSdk::getZelSessionHdl(),
+                 Kiln::allocate<SoftChip::SoftPd>(), chip.program(), *chipStatus_.find(chip.name()));
+}
+
+void SwitchAgent::chipRestart(const Kiln::String& name, bool keepsCounters) {
+   Kiln::ActivityLockAnchor::assertHeld();
+   SoftChip::Chip& chip = chipNamed(name);
+   // The hardware first: a driver that restarts asks nobody, and the library only hears of it when the chip is back.
+   fleet_->chipRestart(chip.deviceId(), keepsCounters);
+   chipUp(chip);
 }
 
 // The first ports go to the first pipe, so that names and device ports have the same order.
@@ -192,6 +204,7 @@ void SwitchAgent::chipDel(const Kiln::String& name) {
    for (const Pelt::IntfId& intf : systemStatus_->portInfo().keys()) {
       if (systemStatus_->portInfo(intf).devId == devId) {
          ethPhyIntfStatusDir_->intfStatusDel(intf);
+         ethPhyIntfStatusDir_->speedDel(intf);
          systemStatus_->portInfoDel(intf);
       }
    }
@@ -215,33 +228,70 @@ void SwitchAgent::chipStateIs(const Kiln::String& name, U32 state) {
    (*chipStatus_.find(name))->stateIs(state);
 }
 
-void SwitchAgent::portAdd(const Pelt::IntfId& intf, const Kiln::String& chipName, U16 devicePort) {
-   Kiln::ActivityLockAnchor::assertHeld();
+// Throws std::invalid_argument if there is no such chip, or no such place on it.
+SoftChip::Chip& SwitchAgent::chipWithPlace(const Kiln::String& chipName, U16 devicePort) const {
    SoftChip::Chip& chip = chipNamed(chipName);
-   const ZelSystem::PortRecord record{chip.deviceId(), devicePort};
-   if (record.pipe() >= config_.pipes || record.pipePort() >= ZlPort::portsPerPipe) {
+   if (ZlPort::pipeOf(devicePort) >= config_.pipes || ZlPort::slotOf(devicePort) >= ZlPort::portsPerPipe) {
       throw std::invalid_argument(
            "no device port " + std::to_string(devicePort) + ": expected pipe x 128 + slot, with pipe 0 to " +
            std::to_string(config_.pipes - 1) + " and slot 0 to " + std::to_string(ZlPort::portsPerPipe - 1));
    }
+   return chip;
+}
+
+// The system status comes first: it refuses a place that is taken.
+void SwitchAgent::placeIs(const Pelt::IntfId& intf, SoftChip::Chip& chip, U16 devicePort) {
+   systemStatus_->portInfoIs(intf, {chip.deviceId(), devicePort});
+   chip.portAdd(devicePort);
+   (*chipStatus_.find(chip.name()))->portToIntfIdIs(devicePort, intf);
+}
+
+void SwitchAgent::placeDel(const Port& port) {
+   port.chip.portDel(port.devicePort);
+   (*chipStatus_.find(port.chip.name()))->portToIntfIdDel(port.devicePort);
+}
+
+void SwitchAgent::portAdd(const Pelt::IntfId& intf, const Kiln::String& chipName, U16 devicePort) {
+   Kiln::ActivityLockAnchor::assertHeld();
+   SoftChip::Chip& chip = chipWithPlace(chipName, devicePort);
    if (systemStatus_->portInfo().contains(intf)) {
       throw std::invalid_argument("interface " + intf.text() + " has a port already: delete that first");
    }
-   // The status directory comes last: it starts the counting, for which the port has to be known.
-   systemStatus_->portInfoIs(intf, record);
-   chip.portAdd(devicePort);
-   (*chipStatus_.find(chipName))->portToIntfIdIs(devicePort, intf);
+   placeIs(intf, chip, devicePort);
+   // The status directory's list comes last: it starts the counting, for which the port has to be known.
+   ethPhyIntfStatusDir_->speedIs(intf, SoftChip::Chip::portSpeed);
    ethPhyIntfStatusDir_->intfStatusIs(intf, true);
 }
 
 void SwitchAgent::portDel(const Pelt::IntfId& intf) {
    Kiln::ActivityLockAnchor::assertHeld();
    const Port port = portOf(intf.text());
-   // The status directory is the first to go: counting ends while the port is still known.
+   // The status directory's list is the first to go: counting ends while the port is still known.
    ethPhyIntfStatusDir_->intfStatusDel(intf);
+   ethPhyIntfStatusDir_->speedDel(intf);
    systemStatus_->portInfoDel(intf);
-   port.chip.portDel(port.devicePort);
-   (*chipStatus_.find(port.chip.name()))->portToIntfIdDel(port.devicePort);
+   placeDel(port);
+}
+
+void SwitchAgent::portMove(const Pelt::IntfId& intf, const Kiln::String& chipName, U16 devicePort) {
+   Kiln::ActivityLockAnchor::assertHeld();
+   const Port old = portOf(intf.text());
+   SoftChip::Chip& chip = chipWithPlace(chipName, devicePort);
+   if (&chip == &old.chip && devicePort == old.devicePort) {
+      throw std::invalid_argument("interface " + intf.text() + " has that port already");
+   }
+   placeIs(intf, chip, devicePort);
+   placeDel(old);
+}
+
+void SwitchAgent::portSpeedIs(const Pelt::IntfId& intf, std::optional<U64> speed) {
+   Kiln::ActivityLockAnchor::assertHeld();
+   portOf(intf.text());
+   if (speed) {
+      ethPhyIntfStatusDir_->speedIs(intf, *speed);
+   } else {
+      ethPhyIntfStatusDir_->speedDel(intf);
+   }
 }
 
 // VlanN is a VLAN interface and EthernetN.M a subinterface. A routed port has its status as a port.

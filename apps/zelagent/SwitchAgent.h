@@ -8,6 +8,7 @@
 #include "zel/VlanId.h"
 
 #include <memory>
+#include <optional>
 
 namespace ZelAgent {
 
@@ -57,6 +58,10 @@ class SwitchAgent {
    void chipAdd(const Kiln::String& name);
    // Deletes the chip, its hardware and its ports. Does nothing for an unknown name.
    void chipDel(const Kiln::String& name);
+   // The chip comes up again in place, as after a restart of its driver: ports and interfaces stay, the entries of its
+   // match tables are gone, and the hardware's counters are kept or begin at 0. Throws std::invalid_argument for an
+   // unknown name.
+   void chipRestart(const Kiln::String& name, bool keepsCounters);
    // Throws std::invalid_argument for an unknown name.
    void chipStateIs(const Kiln::String& name, U32 state);
 
@@ -67,6 +72,12 @@ class SwitchAgent {
    void portAdd(const Pelt::IntfId& intf, const Kiln::String& chipName, U16 devicePort);
    // Throws std::invalid_argument for an interface without a port.
    void portDel(const Pelt::IntfId& intf);
+   // Gives an interface another port instead of its own, on any chip; the interface stays all the while. Throws
+   // std::invalid_argument for an interface without a port, and as portAdd does.
+   void portMove(const Pelt::IntfId& intf, const Kiln::String& chipName, U16 devicePort);
+   // The speed of an interface's port in bit/s, if known. A new port has the soft chip's. Throws std::invalid_argument
+   // for an interface without a port.
+   void portSpeedIs(const Pelt::IntfId& intf, std::optional<U64> speed);
 
    // Adds an interface to the L3 interface table, carried by the VLAN; VlanN and EthernetN.M also enter their status
    // directory. Throws std::invalid_argument if the table has it already.
@@ -92,6 +103,10 @@ class SwitchAgent {
  private:
    Kiln::Ptr<ZelCounter::CountersMounts> mount() const;
    void portsAdd(SoftChip::Chip& chip);
+   void chipUp(SoftChip::Chip& chip);
+   SoftChip::Chip& chipWithPlace(const Kiln::String& chipName, U16 devicePort) const;
+   void placeIs(const Pelt::IntfId& intf, SoftChip::Chip& chip, U16 devicePort);
+   void placeDel(const Port& port);
    void l3StatusIs(const Pelt::IntfId& intf, bool present);
 
    SwitchAgentConfig config_;

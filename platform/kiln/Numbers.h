@@ -29,8 +29,8 @@ inline std::optional<U64> parseValue(std::string_view text) {
    return isHex ? parseNumber<U64>(text.substr(2), 0, max, 16) : parseNumber<U64>(text);
 }
 
-// A time from 0 upward, as 2 or 0.25, up to `max` seconds.
-inline std::optional<double> parseSeconds(std::string_view text, double max) {
+// A number from 0 up to `max`, as 2 or 0.25.
+inline std::optional<double> parseDecimal(std::string_view text, double max) {
    double value = 0.0;
    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
    // Written as !(<=), so that NaN is refused too.

@@ -52,17 +52,21 @@ class TableReader {
    // Why the table was unavailable in the last call, naming it, with what was expected.
    const std::string& problem() const { return raw_.problem(); }
 
-   // How old a sample is, in seconds. `now` is a time of the given clock domain; nothing is returned when the sample's
-   // time is not comparable with it.
+   // How old a sample is, in seconds, never negative. `now` is a time of the given clock domain; nothing is returned
+   // when the sample's time is not comparable with it, or is after it: such a sample has a wrong time and any age.
    std::optional<double> age(const RecordInfo& info, double now, const ClockDomain& domain) {
-      if (info.sampleTime == unknownSampleTime || !raw_.state().clockDomain.isComparableWith(domain)) {
+      const double age = now - info.sampleTime;
+      // Written so that a NaN is refused too.
+      if (info.sampleTime == unknownSampleTime || !raw_.state().clockDomain.isComparableWith(domain) ||
+          !(age >= -clockRounding)) {
          return std::nullopt;
       }
-      return now - info.sampleTime;
+      return std::max(age, 0.0);
    }
 
  private:
-   static constexpr int walks = 3; // tries for a snapshot during which no key is added
+   static constexpr double clockRounding = 1e-3; // seconds
+   static constexpr int walks = 3;               // tries for a snapshot during which no key is added
 
    RawTableReader raw_;
 };

@@ -21,6 +21,11 @@ std::optional<double> knownInterval(double interval) {
 }
 
 template <class Record>
+std::vector<NamedTime> timesOf(const Record& record) {
+   return {{"discontinuity", record.discontinuityTime}, {"created", record.createdTime}};
+}
+
+template <class Record>
 RecordText textOfCounters(const Record& record) {
    RecordText text;
    const auto& fields = Interface::fieldsOf<typename Record::Statistics>();
@@ -28,7 +33,7 @@ RecordText textOfCounters(const Record& record) {
       text.counters.push_back({fields[i].name, record.totals[i], Interface::word(record.reading, i),
                                record.rate(i), isErrorField(fields[i])});
    }
-   text.times.push_back({"discontinuity", record.discontinuityTime});
+   text.times = timesOf(record);
    text.interval = knownInterval(record.interval);
    return text;
 }
@@ -49,6 +54,7 @@ U64 totalOf(const RecordText& text, const Kiln::String& name) {
 RecordText textOf(const Silo::Interface::IntfCounters& record) {
    RecordText text = textOfCounters(record);
    text.suspects = record.suspects;
+   text.speed = record.speed;
    return text;
 }
 
@@ -58,6 +64,7 @@ RecordText textOf(const Silo::Interface::L3IntfCounters& record) {
 
 RecordText textOf(const Silo::Interface::IntfQueueCounters& record) {
    RecordText text;
+   text.times = timesOf(record);
    text.interval = knownInterval(record.interval);
    for (std::size_t queue = 0; queue < Silo::Interface::IntfQueueCounters::queueCount; ++queue) {
       if (!record.has(queue)) {
@@ -65,9 +72,9 @@ RecordText textOf(const Silo::Interface::IntfQueueCounters& record) {
       }
       const auto& total = record.totals[queue];
       const auto& delta = record.deltas[queue];
+      const bool hasRate = text.interval && ((record.absorbed >> queue) & 1) == 0;
       const auto add = [&](const char* name, U64 value, U64 step, bool isError) {
-         const auto rate =
-              text.interval ? std::optional(static_cast<double>(step) / *text.interval) : std::nullopt;
+         const auto rate = hasRate ? std::optional(static_cast<double>(step) / *text.interval) : std::nullopt;
          text.counters.push_back(
               {"queue." + std::to_string(queue) + "." + name, value, std::nullopt, rate, isError});
       };
@@ -79,10 +86,32 @@ RecordText textOf(const Silo::Interface::IntfQueueCounters& record) {
 }
 
 RecordText textOf(const Silo::Interface::NatCounter& record) {
-   return {
-        .counters = {{.name = "packets", .total = record.packets}, {.name = "bytes", .total = record.bytes}},
-        .times = {{"creation", static_cast<double>(record.creationTime)},
-                  {"last-update", record.lastUpdate}}};
+   RecordText text;
+   text.counters = {{.name = "packets", .total = record.totalPackets, .reading = record.packets},
+                    {.name = "bytes", .total = record.totalBytes, .reading = record.bytes}};
+   text.times = timesOf(record);
+   text.times.push_back({"creation", static_cast<double>(record.creationTime)});
+   text.times.push_back({"last-update", record.lastUpdate});
+   return text;
+}
+
+double RecordText::time(std::string_view name) const {
+   const auto found = std::ranges::find(times, name, &NamedTime::name);
+   return found == times.end() ? 0 : found->time;
+}
+
+std::vector<U64> sinceClear(const RecordText& text, const RecordText& cleared) {
+   bool isOfThisLife = text.time("created") == cleared.time("created");
+   std::vector<U64> counts;
+   for (const NamedCounter& one : text.counters) {
+      const U64 before = totalOf(cleared, one.name);
+      isOfThisLife = isOfThisLife && before <= one.total;
+      counts.push_back(one.total - before);
+   }
+   if (!isOfThisLife) {
+      std::ranges::transform(text.counters, counts.begin(), &NamedCounter::total);
+   }
+   return counts;
 }
 
 S64 milliseconds(double seconds) {
@@ -113,9 +142,10 @@ Kiln::String linesOf(const RecordText& text, const Silo::RecordInfo& info, const
    for (const NamedCounter& one : text.counters) {
       addLine(&lines, (areReadings ? "total." : "") + one.name, std::to_string(one.total));
    }
-   for (const NamedCounter& one : text.counters) {
-      if (cleared != nullptr) {
-         addLine(&lines, one.name + "-since-clear", std::to_string(one.total - totalOf(*cleared, one.name)));
+   if (cleared != nullptr) {
+      const std::vector<U64> counts = sinceClear(text, *cleared);
+      for (std::size_t i = 0; i < counts.size(); ++i) {
+         addLine(&lines, text.counters[i].name + "-since-clear", std::to_string(counts[i]));
       }
    }
    for (const NamedCounter& one : text.counters) {
@@ -131,6 +161,9 @@ Kiln::String linesOf(const RecordText& text, const Silo::RecordInfo& info, const
    }
    if (text.interval) {
       addLine(&lines, "interval-ms", std::to_string(milliseconds(*text.interval)));
+   }
+   if (text.speed.value_or(0) != 0) {
+      addLine(&lines, "speed", std::to_string(*text.speed));
    }
    const bool isSampled = info.sampleTime != Silo::unknownSampleTime;
    addLine(&lines, "sample-time-ms", std::to_string(isSampled ? milliseconds(info.sampleTime) : 0));

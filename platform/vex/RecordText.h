@@ -19,7 +19,8 @@ struct NamedCounter {
    bool isError = false;         // counts what should not happen
 };
 
-// A moment of a record, on the clock of its table; 0 for never.
+// A moment of a record, on the clock of its table; 0 for never, or not known. All records have "discontinuity" and
+// "created".
 struct NamedTime {
    Kiln::String name;
    double time = 0;
@@ -31,6 +32,10 @@ struct RecordText {
    std::vector<NamedTime> times;
    std::optional<double> interval{}; // seconds that the last step took; if known
    std::optional<U64> suspects{};    // where the record counts them
+   std::optional<U64> speed{};       // of a port, bit/s; 0: not known
+
+   // 0 for a name that the record does not have.
+   double time(std::string_view name) const;
 };
 
 RecordText textOf(const Silo::Interface::IntfCounters& record);
@@ -39,13 +44,18 @@ RecordText textOf(const Silo::Interface::L3IntfCounters& record);
 RecordText textOf(const Silo::Interface::IntfQueueCounters& record);
 RecordText textOf(const Silo::Interface::NatCounter& record);
 
+// The counts since the clear that the clear record was made at, in the order of the record's counters; never more than
+// the totals. They are the totals if the clear record is not of this record's life: of another creation time, or with a
+// total above the record's.
+std::vector<U64> sinceClear(const RecordText& text, const RecordText& cleared);
+
 // A time or a rate as the nearest integer.
 S64 milliseconds(double seconds);
 U64 wholeRate(double rate);
 
 // One `name value` line per number: readings as "NAME" and totals as "total.NAME", or totals as "NAME" in a record
 // without readings; then rates as "rate.NAME", then the rest. `cleared` is the record at the last clear: it adds a line
-// "NAME-since-clear" per total, the difference of the two. Null for no such lines.
+// "NAME-since-clear" per total. Null for no such lines.
 Kiln::String linesOf(const RecordText& text, const Silo::RecordInfo& info, const RecordText* cleared);
 
 } // namespace Vex

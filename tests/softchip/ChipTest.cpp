@@ -169,6 +169,32 @@ TEST_F(SoftwareChip, AHardwareFileKeepsTheCountersOfEachChipUntilTheChipIsTakenO
    fleet = nullptr;
 }
 
+TEST_F(SoftwareChip, ARestartKeepsPortsAndCountersOrSetsAllCountersToZero) {
+   // What each part of the hardware counted: MAC, table, traffic manager, queue's drops, path.
+   const auto counts = [&] {
+      bf_tm_pipe_counter_t tm{};
+      bf_pipe_path_count_t path{};
+      U64 drops = 0;
+      EXPECT_EQ(chip.readTm(0, BF_TM_PIPE_INGRESS, &tm), 0);
+      EXPECT_EQ(chip.readPath(0, BF_PIPE_PATH_PARSER, &path), 0);
+      EXPECT_EQ(chip.readDrops(0, 1, 3, &drops), 0);
+      return std::vector<U64>{chip.rmon(0, BF_RMON_FRAMES_RECEIVED_OK),
+                              chip.tableEntry("l2DmacClassifyCount", allPipes, 1).packets, tm.count, path.in,
+                              drops};
+   };
+   chip.receive(0, frame(broadcastMac, 0x0a), 4);
+   chip.queueIs(1, 3, {}, 7);
+   const U64 serial = chip.serial();
+   fleet->chipRestart(0, true);
+   EXPECT_THAT(counts(), ElementsAre(4, 4, 4, 4, 7));
+   EXPECT_NE(chip.serial(), serial);
+   EXPECT_THAT(chip.ports(), ElementsAre(0, 1, 128));
+   fleet->chipRestart(0, false);
+   EXPECT_THAT(counts(), ElementsAre(0, 0, 0, 0, 0));
+   chip.receive(0, frame(broadcastMac, 0x0a));
+   EXPECT_THAT(counts(), ElementsAre(1, 1, 1, 1, 0));
+}
+
 TEST_F(SoftwareChip, AForeignFileIsLeftAlone) {
    const Kiln::String foreign = file("foreign");
    std::ofstream(foreign) << Kiln::String(5000, 'x');

@@ -172,6 +172,15 @@ TEST_F(SdkCompletions, AChipThatGoesAwayAnswersWithZerosAndItsSuccessorIsNotRead
    EXPECT_THAT(inbox.values, ElementsAre(0, 6));
 }
 
+TEST_F(SdkCompletions, AChipThatRestartsAnswersEarlierRequestsWithZeros) {
+   chip.rmonIs(0, 0, 5);
+   ASSERT_EQ(ask(), 0);
+   fleet->chipRestart(0, true);
+   ASSERT_EQ(ask(), 0);
+   advance(0);
+   EXPECT_THAT(inbox.values, ElementsAre(0, 5));
+}
+
 TEST_F(SdkCompletions, NothingCompletesAfterAnErrorStatus) {
    fleet->completions().modeIs({Kind::inlined});
    EXPECT_EQ(bf_port_mac_stats_hw_async_get(7, 0, note, &inbox), 3) << "no such device";

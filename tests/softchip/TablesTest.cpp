@@ -183,6 +183,21 @@ TEST_F(Tables, EntriesAreWalkedByPipeAndAFullTableTakesNoMore) {
    EXPECT_EQ(read("aclCount", allPipes, 3), (CounterValue{0, 0})) << "an entry starts from zero";
 }
 
+TEST_F(Tables, ARestartLeavesTheProgramsOwnEntriesAndTheHardwaresCounts) {
+   S32 added = 0;
+   ASSERT_EQ(chip->entryAdd("acl", {.vlanId = 9}, &added), 0);
+   for (const U32 entry : {1U, static_cast<U32>(added)}) {
+      chip->tableEntryIs("aclCount", allPipes, entry, {5, 500});
+   }
+   sync("aclCount", allPipes);
+   fleet->chipRestart(0, true);
+   EXPECT_THAT(walk("acl", allPipes), ElementsAre(1, 2));
+   EXPECT_EQ(read("aclCount", allPipes, 1), (CounterValue{0, 0})) << "before the first sync";
+   sync("aclCount", allPipes);
+   EXPECT_EQ(read("aclCount", allPipes, 1), (CounterValue{5, 500}));
+   EXPECT_EQ(read("aclCount", allPipes, static_cast<U32>(added)), (CounterValue{0, 0}));
+}
+
 TEST_F(Tables, AStartedReadKeepsItsValuesAndEndsTheOneBefore) {
    using namespace ZelCountersIntf;
    ASSERT_EQ(counterWriteIndirect(sess_hdl, 0, allPipes, handleOf("both"), 9, {1, 2}), 0U);

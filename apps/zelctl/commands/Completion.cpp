@@ -38,7 +38,7 @@ Words follow(const Client& client, Words before, const String& partial) {
    before.front() = commandNamed(before.front());
    if (before.front() == "watch") {
       before.erase(before.begin());
-      if (!before.empty() && Kiln::parseSeconds(before.front(), std::numeric_limits<double>::max())) {
+      if (!before.empty() && Kiln::parseDecimal(before.front(), std::numeric_limits<double>::max())) {
          before.erase(before.begin());
       }
       // Words that a watch would refuse are not offered.

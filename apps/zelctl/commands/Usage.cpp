@@ -58,8 +58,8 @@ constexpr const char* end = R"(     INTF                           only these; '
                                     polling interval
      errors                         for interfaces: errors, discards and suspect
                                     steps (too big for the port's speed)
-     raw                            not for queues and nat: the chip's own
-                                    counts, which wrap and may jump
+     raw                            not for queues: the chip's own counts, which
+                                    wrap and may jump
      json                           prints JSON, for programs
 
 These are zelctl's own

@@ -52,7 +52,7 @@ WatchRequest parseWatch(const std::vector<String>& words) {
    WatchRequest request;
    std::size_t at = 1;
    if (at < words.size() && words[at].find_first_of("-+.0123456789") == 0) {
-      const std::optional<double> interval = Kiln::parseSeconds(words[at], longest);
+      const std::optional<double> interval = Kiln::parseDecimal(words[at], longest);
       if (!interval || *interval < shortest) {
          throw std::runtime_error("invalid watch interval " + Kiln::quoted(words[at]) +
                                   ": expected 0.1 to 3600 seconds");

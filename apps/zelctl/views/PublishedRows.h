@@ -15,9 +15,10 @@ struct PublishedRow {
    Kiln::String name; // empty if the record is damaged and its name lost
    Silo::ReadResult result = Silo::ReadResult::absent;
    U64 generation = 0;
-   std::optional<double> age; // seconds; none if sampled on another clock, as before the machine's restart
-   bool isStale = true;       // older than three polling intervals
-   Vex::RecordText text;      // empty unless the result is ok
+   // Seconds; none if sampled on another clock, as before the machine's restart, or if its time is yet to come.
+   std::optional<double> age;
+   bool isStale = true;  // older than three polling intervals, or of no known age
+   Vex::RecordText text; // empty unless the result is ok
 };
 
 struct PublishedTable {

@@ -42,14 +42,28 @@ String ageText(const PublishedRow& row) {
    return (row.age ? secondsText(*row.age) : "unknown") + (row.isStale ? " stale" : "");
 }
 
-// How long ago one of the record's times was.
-String sinceText(const PublishedRow& row, const PublishedTable& table, std::string_view name) {
-   for (const Vex::NamedTime& one : row.text.times) {
-      if (one.name == name && one.time != 0) {
-         return row.age ? secondsText(table.now - one.time) : "unknown";
-      }
+// Seconds since one of the record's times; none for one that is 0, yet to come, or of a clock that is not this one.
+std::optional<double> since(const PublishedRow& row, const PublishedTable& table, double time) {
+   const double seconds = table.now - time;
+   return time != 0 && row.age && seconds >= 0 ? std::optional(seconds) : std::nullopt;
+}
+
+String sinceText(const PublishedRow& row, const PublishedTable& table, double time,
+                 const String& unknown = "unknown") {
+   const std::optional<double> seconds = since(row, table, time);
+   return seconds ? secondsText(*seconds) : unknown;
+}
+
+// How long ago one of the record's times was. `atCreation` is the text for a discontinuity that is only the begin of a
+// new record.
+String lastText(const PublishedRow& row, const PublishedTable& table, std::string_view name,
+                const String& atCreation) {
+   const double time = row.text.time(name);
+   if (time == 0) {
+      return "never";
    }
-   return "never";
+   return name == "discontinuity" && time == row.text.time("created") ? atCreation
+                                                                      : sinceText(row, table, time);
 }
 
 ShownCell counterCell(const NamedCounter* counter, const RecordRequest& request, unsigned rateFactor) {
@@ -91,7 +105,7 @@ void addLine(ShownTable* list, const RecordRequest& request, const PublishedTabl
       isZero = isZero && suspects == 0;
    }
    if (hasTimeColumn(request)) {
-      line.cells.push_back({sinceText(row, table, view.time.time)});
+      line.cells.push_back({lastText(row, table, view.time.time, "creation")});
    }
    if (!isZero || !request.has(nonzero)) {
       list->rows.push_back(std::move(line));
@@ -150,6 +164,14 @@ ShownTable listOf(const RecordRequest& request, const PublishedTable& table,
    return list;
 }
 
+String speedText(const Vex::RecordText& text) {
+   char speed[48] = "";
+   if (text.speed.value_or(0) != 0) {
+      std::snprintf(speed, sizeof speed, ", at %.9g Gb/s", static_cast<double>(*text.speed) / 1e9);
+   }
+   return speed;
+}
+
 // Every counter of one interface, a line each.
 ShownTable wholeOf(const RecordRequest& request, const PublishedTable& table, const PublishedRow& row) {
    if (row.result != Silo::ReadResult::ok) {
@@ -157,8 +179,9 @@ ShownTable wholeOf(const RecordRequest& request, const PublishedTable& table, co
    }
    ShownTable whole;
    whole.title = row.name + ": sampled " + (row.age ? secondsText(*row.age) + " ago" : "at an unknown time") +
-                 (row.isStale ? ", stale" : "") +
-                 "; last discontinuity: " + sinceText(row, table, request.view->time.time) +
+                 (row.isStale ? ", stale" : "") + ", counting for " +
+                 sinceText(row, table, row.text.time("created"), "an unknown time") + speedText(row.text) +
+                 "; last discontinuity: " + lastText(row, table, request.view->time.time, "its creation") +
                  "; suspect steps: " + std::to_string(row.text.suspects.value_or(0));
    whole.columns = {{"   Counter", Kind::key}, {request.has(raw) ? "Reading" : "Total", Kind::counter}};
    if (request.has(rates)) {
@@ -276,8 +299,12 @@ void addRow(JsonWriter* out, const RecordRequest& request, const PublishedTable&
       out->value("stale", row.isStale);
       out->value("generation", row.generation);
       for (const Vex::NamedTime& one : row.text.times) {
-         const bool isKnown = one.time != 0 && row.age;
-         addSeconds(out, one.name + "-age-ms", isKnown ? std::optional(table.now - one.time) : std::nullopt);
+         addSeconds(out, one.name + "-age-ms", since(row, table, one.time));
+      }
+      if (row.text.speed.value_or(0) != 0) {
+         out->value("speed", *row.text.speed);
+      } else if (row.text.speed) {
+         out->null("speed");
       }
       if (row.text.suspects) {
          out->value("suspects", *row.text.suspects);

@@ -42,6 +42,12 @@ class HostPorts : public ZelTest::AgentRig {
       const auto lock = Kiln::ActivityLockAnchor::lock();
       advance(3);
    }
+   // What the platform is told; none if nothing.
+   std::optional<U64> speed(const String& interface) {
+      const auto& speeds = agent_->countersMgr().mounts()->ethPhyIntfStatusDir()->speed();
+      const U64* const told = speeds.find(Pelt::IntfId(Kiln::Name(interface)));
+      return told != nullptr ? std::optional(*told) : std::nullopt;
+   }
    // A counter of the published record; none if there is no record.
    std::optional<U64> total(const String& interface, const String& field) {
       using Silo::Interface::IntfCounters;
@@ -109,6 +115,48 @@ TEST_F(HostPorts, FollowsInterfacesThatComeAndGo) {
    EXPECT_EQ(total("wlan0", "in-octets"), 10U);
    EXPECT_EQ(total("wlan0", "in-errors"), 0U);
    EXPECT_EQ(hostPorts_->names(), (std::vector<String>{"lo", "wlan0"}));
+}
+
+TEST_F(HostPorts, UnicastFramesAreComparedWithTheSameInterfacesOnly) {
+   counts("eth0", {{"rx_packets", 100}});
+   begin();
+   std::filesystem::remove_all(folder_.path() + "/eth0");
+   poll();
+   counts("wlan0", {{"rx_packets", 200}, {"multicast", 150}});
+   poll();
+   const ZelAgent::SwitchAgent::Port port = agent_->portOf("wlan0");
+   EXPECT_EQ(port.devicePort, 0U) << "where eth0 was";
+   EXPECT_EQ(port.chip.rmon(0, BF_RMON_UNICAST_FRAMES_RECEIVED_OK), 50U);
+   // The interface itself begins anew.
+   counts("wlan0", {{"rx_packets", 20}, {"multicast", 15}});
+   poll();
+   EXPECT_EQ(port.chip.rmon(0, BF_RMON_UNICAST_FRAMES_RECEIVED_OK), 5U);
+}
+
+TEST_F(HostPorts, SpeedsAreTheKernelsAndFollowTheLink) {
+   const auto mbits = [&](const String& text) {
+      std::ofstream(folder_.path() + "/eth0/speed") << text << '\n';
+   };
+   counts("eth0", {});
+   counts("lo", {});
+   mbits("2500");
+   begin();
+   EXPECT_EQ(speed("eth0"), 2'500'000'000U);
+   EXPECT_EQ(speed("lo"), std::nullopt) << "no such file";
+   mbits("100");
+   poll();
+   EXPECT_EQ(speed("eth0"), 100'000'000U);
+   for (const char* unknown : {"-1", "0", "4294967295"}) {
+      mbits(unknown);
+      poll();
+      EXPECT_EQ(speed("eth0"), std::nullopt) << unknown;
+   }
+   mbits("1000");
+   poll();
+   EXPECT_EQ(speed("eth0"), 1'000'000'000U);
+   std::filesystem::remove_all(folder_.path() + "/eth0");
+   poll();
+   EXPECT_EQ(speed("eth0"), std::nullopt);
 }
 
 TEST_F(HostPorts, InterfacesBeyondThePortsAreLeftOut) {

@@ -49,9 +49,12 @@ class RecordViewer : public testing::Test {
    void publishPorts() {
       auto published = table<Tables::IntfCounters>(Tables::TableName::intfCounters);
       const double now = Silo::monotonicNow();
+      Tables::IntfCounters created = counters(4000);
+      created.createdTime = created.discontinuityTime = now - 118;
+      created.speed = 25'000'000'000;
       published.recordIs("Ethernet10", counters(0), now);
       published.recordIs("Ethernet2", counters(18446744073709551615U, 8), now - 5000);
-      published.recordIs("Ethernet1", counters(4000), now);
+      published.recordIs("Ethernet1", created, now);
    }
    // Replaces the ages of records that were just written by NOW.
    String view(const String& command) {
@@ -93,9 +96,12 @@ TEST_F(RecordViewer, KeywordsChooseWhatIsShown) {
         {"interfaces rates nonzero", {"Ethernet1 .* 8000 +- +0 ", "Ethernet2 .* 18446744073709551615 +- "}},
         {"interfaces errors nonzero", {"Ethernet2 .* stale +0 +8 .* 4 +never"}},
         {"interfaces Ethernet2 errors nonzero",
-         {"last discontinuity: never; suspect steps: 4", " Counter ", "in-fcs-errors +8"}},
+         {"ago, stale, counting for an unknown time; last discontinuity: never; suspect steps: 4",
+          " Counter ", "in-fcs-errors +8"}},
         {"interfaces Ethernet1 rat non",
-         {"Ethernet1: ", " Counter .*Total .*Per second", "in-octets +4000 +1000"}},
+         {"Ethernet1: sampled 0.[0-9]s ago, counting for 118s, at 25 Gb/s; last discontinuity: its "
+          "creation; ",
+          " Counter .*Total .*Per second", "in-octets +4000 +1000"}},
    };
    for (const auto& [command, lines] : cases) {
       std::istringstream shown(view(command));
@@ -118,16 +124,36 @@ TEST_F(RecordViewer, JsonHoldsIntegersOnly) {
    text = std::regex_replace(text, std::regex("\\s"), "");
    text = std::regex_replace(text, std::regex("\"age-ms\":[0-9]{1,3},"), "\"age-ms\":0,");
    text = std::regex_replace(text, std::regex("\"age-ms\":500[0-9]{4},"), "\"age-ms\":5000000,");
+   text = std::regex_replace(text, std::regex("-age-ms\":118[0-9]{3},"), "-age-ms\":118000,");
    EXPECT_EQ(text, "{\"table\":\"IntfCounters\",\"polling-interval-ms\":2000,\"writer-alive\":false,"
                    "\"interfaces\":[{\"name\":\"Ethernet1\",\"state\":\"ok\",\"age-ms\":0,\"stale\":false,"
-                   "\"generation\":1,\"discontinuity-age-ms\":null,\"suspects\":0,"
+                   "\"generation\":1,\"discontinuity-age-ms\":118000,\"created-age-ms\":118000,"
+                   "\"speed\":25000000000,\"suspects\":0,"
                    "\"totals\":{\"in-octets\":4000},\"rates\":{\"in-octets\":1000}},"
                    "{\"name\":\"Ethernet2\",\"state\":\"ok\",\"age-ms\":5000000,\"stale\":true,"
-                   "\"generation\":1,\"discontinuity-age-ms\":null,\"suspects\":4,"
+                   "\"generation\":1,\"discontinuity-age-ms\":null,\"created-age-ms\":null,"
+                   "\"speed\":null,\"suspects\":4,"
                    "\"totals\":{\"in-octets\":18446744073709551615,\"in-fcs-errors\":8},"
                    "\"rates\":{\"in-octets\":4611686018427387904}}]}");
    EXPECT_EQ(Kiln::JsonWriter::quotedString("a\"\\\n\x7f\xff\x01"),
              "\"a\\\"\\\\\\u000a\\u007f\\u00ff\\u0001\"");
+}
+
+TEST_F(RecordViewer, ASampleTimeThatIsYetToComeIsNeitherFreshNorAnAge) {
+   auto published = table<Tables::IntfCounters>(Tables::TableName::intfCounters);
+   Tables::IntfCounters record = counters(4000);
+   record.discontinuityTime = record.createdTime = Silo::monotonicNow() + 1000;
+   published.recordIs("Ethernet1", record, Silo::monotonicNow() + 1000);
+   EXPECT_TRUE(std::regex_search(view("interfaces"), std::regex("\nEthernet1  unknown stale  ")))
+        << view("interfaces");
+   EXPECT_EQ(view("interfaces Ethernet1").substr(0, 58),
+             "Ethernet1: sampled at an unknown time, stale, counting for");
+   const String json = view("interfaces json");
+   EXPECT_NE(json.find("\"age-ms\": null,\n      \"stale\": true"), String::npos) << json;
+   // Nor are times that are yet to come in a record whose sample time is good.
+   published.recordIs("Ethernet1", record, Silo::monotonicNow());
+   EXPECT_NE(view("interfaces Ethernet1").find("counting for an unknown time"), String::npos);
+   EXPECT_NE(view("interfaces json").find("\"created-age-ms\": null"), String::npos);
 }
 
 TEST_F(RecordViewer, DamagedRecordsAreToldApartFromAbsentOnes) {
@@ -163,7 +189,7 @@ TEST_F(RecordViewer, AWatchRefusesJsonAndRates) {
 
 TEST_F(RecordViewer, AnInterfaceComesBeforeTheKeywordThatItBegins) {
    auto published = table<Tables::L3IntfCounters>(Tables::TableName::vlanIntfCounters);
-   EXPECT_EQ(view("vlans"), "Interface  Age  In octets  In pkts  Out octets  Out pkts\n  none\n");
+   EXPECT_EQ(view("vlans"), "Interface  Age  In octets  In pkts  Out octets  Out pkts  Discont\n  none\n");
    published.recordIs("raw", {}, Silo::monotonicNow());
    published.recordIs("Vlan20", {}, Silo::monotonicNow());
    EXPECT_EQ(view("vlans raw").find("Vlan20"), String::npos) << view("vlans raw");
@@ -179,26 +205,28 @@ TEST_F(RecordViewer, QueuesAndL3InterfacesHaveTheirOwnColumns) {
    queues.deltas[3] = {2, 100, 0};
    queues.interval = interval;
    queues.present = 0b1001;
+   queues.createdTime = queues.discontinuityTime = Silo::monotonicNow() - 118;
    table<Tables::IntfQueueCounters>(Tables::TableName::intfQueueCounters)
         .recordIs("Ethernet1", queues, Silo::monotonicNow());
-   EXPECT_EQ(view("queues"), "Interface  Queue   Age  Packets  Bytes  Drops\n"
-                             "Ethernet1      0 NOW        0      0      0\n"
-                             "Ethernet1      3 NOW       10   1000      2\n" +
+   EXPECT_EQ(view("queues"), "Interface  Queue   Age  Packets  Bytes  Drops   Discont\n"
+                             "Ethernet1      0 NOW        0      0      0  creation\n"
+                             "Ethernet1      3 NOW       10   1000      2  creation\n" +
                                   String(noAgent));
-   EXPECT_EQ(view("queues rates nonzero"), "Interface  Queue   Age  Packets/s  Bit/s  Drops/s\n"
-                                           "Ethernet1      3 NOW          1    400        0\n" +
+   EXPECT_EQ(view("queues rates nonzero"), "Interface  Queue   Age  Packets/s  Bit/s  Drops/s   Discont\n"
+                                           "Ethernet1      3 NOW          1    400        0  creation\n" +
                                                 String(noAgent));
    Tables::L3IntfCounters vlan;
    vlan.totals = {1, 2, 3, 4};
    table<Tables::L3IntfCounters>(Tables::TableName::vlanIntfCounters)
         .recordIs("Vlan20", vlan, Silo::monotonicNow());
-   EXPECT_EQ(view("vlans"), "Interface   Age  In octets  In pkts  Out octets  Out pkts\n"
-                            "Vlan20    NOW          1        2           3         4\n" +
+   EXPECT_EQ(view("vlans"), "Interface   Age  In octets  In pkts  Out octets  Out pkts  Discont\n"
+                            "Vlan20    NOW          1        2           3         4    never\n" +
                                  String(noAgent));
    Tables::NatCounter nat;
    nat.creationTime = static_cast<S64>(Silo::monotonicNow()) - 500;
-   nat.packets = 7;
-   nat.bytes = 700;
+   nat.packets = 1;
+   nat.totalPackets = 7;
+   nat.totalBytes = 700;
    table<Tables::NatCounter>(Tables::TableName::intfNatCounters)
         .recordIs("Vlan20", nat, Silo::monotonicNow());
    EXPECT_TRUE(std::regex_search(view("nat"), std::regex("Vlan20 +NOW +7 +700 +50[0-9]s\n"))) << view("nat");

@@ -113,6 +113,8 @@ TEST_F(Table, ARestartKeepsGenerationAndSampleTimeAndMayGrow) {
    EXPECT_EQ(sample.record, Small(2));
    EXPECT_EQ(sample.info.generation, 2u);
    EXPECT_EQ(reader.age(sample.info, 10.0, Silo::ClockDomain::monotonic()), 6.5);
+   EXPECT_EQ(reader.age(sample.info, 3.4995, Silo::ClockDomain::monotonic()), 0.0) << "the clock's rounding";
+   EXPECT_EQ(reader.age(sample.info, 3.49, Silo::ClockDomain::monotonic()), std::nullopt) << "yet to come";
    EXPECT_EQ(reader.read("b", sample), ReadResult::ok);
    table.pollingIntervalIs(0.5);
    EXPECT_EQ(reader.state().pollingInterval, 0.5);

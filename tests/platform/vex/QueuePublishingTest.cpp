@@ -159,11 +159,6 @@ TEST_F(QueuePublishing, AfterARestartTheFirstReportIsTheFirstPreviousOne) {
    EXPECT_EQ(queues().totals[1], (QueueStatistics{9, 576, 0}));
 }
 
-TEST_F(QueuePublishing, AnUnknownSampleTimePrintsAsZero) {
-   EXPECT_EQ(Vex::linesOf(Vex::textOf(IntfQueueCounters{}), {1, Silo::unknownSampleTime}, nullptr),
-             "sample-time-ms 0\ngeneration 1\n");
-}
-
 TEST_F(QueuePublishing, QueuesBeyondTheArrayAreRefused) {
    VexTypes::IntfQueueCounters counters;
    EXPECT_THROW(counters.intfQueueStatIs(17, {}), std::out_of_range);
