@@ -266,20 +266,21 @@ void beginRecord(Record& record, double now) {
 }
 
 // Goes on with a record that an earlier process left. One that was damaged, or is of another clock, has no sample time:
-// then its other times mean nothing either.
+// then its other times mean nothing either. False: it had counted nothing, and begins anew.
 template <class Record>
-void continueRecord(Record& record, double sampleTime, double now) {
+bool continueRecord(Record& record, double sampleTime, double now) {
    dropStep(record);
    if (sampleTime != Silo::unknownSampleTime) {
-      return;
+      return true;
    }
    if (record.totals == decltype(record.totals){}) {
       beginRecord(record, now);
-   } else {
-      record.discontinuityTime = now;
-      const double age = std::max(Kiln::System::unixTime() - record.createdUnixTime, 0.0);
-      record.createdTime = record.createdUnixTime != 0 ? now - age : 0;
+      return false;
    }
+   record.discontinuityTime = now;
+   const double age = std::max(Kiln::System::unixTime() - record.createdUnixTime, 0.0);
+   record.createdTime = record.createdUnixTime != 0 ? now - age : 0;
+   return true;
 }
 
 // Copies what one step leaves as it is.

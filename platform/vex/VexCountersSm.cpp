@@ -204,7 +204,7 @@ bool CountersSm::clear(const Kiln::String& name) {
    // All of them are cleared before the answers are put together: a name may have records in more than one place.
    const bool isPort = clearPort(intf);
    const bool isVlanIntf = vlanIntfs_.clear(intf);
-   return queues_.clear(intf) || isPort || isVlanIntf;
+   return clearQueues(intf) || isPort || isVlanIntf;
 }
 
 bool CountersSm::clearPort(const Pelt::IntfId& intf) {
@@ -218,6 +218,15 @@ bool CountersSm::clearPort(const Pelt::IntfId& intf) {
       errors_.log(intf, error);
    }
    return true;
+}
+
+bool CountersSm::clearQueues(const Pelt::IntfId& intf) {
+   try {
+      return queues_.clear(intf);
+   } catch (const Silo::TableError& error) { // it is noted, and comes with the next report
+      errors_.log(intf, error);
+      return true;
+   }
 }
 
 void CountersSm::forgetAbsentInterfaces(const std::function<bool(const Pelt::IntfId&)>& hasPort) {

@@ -100,6 +100,7 @@ class CountersSm : public Kiln::Entity {
    void updatePort(const Pelt::IntfId& intf);
    void markVlanIntf(const Pelt::IntfId& intf);
    bool clearPort(const Pelt::IntfId& intf);
+   bool clearQueues(const Pelt::IntfId& intf);
    void clearAll();
 
    Context context_;

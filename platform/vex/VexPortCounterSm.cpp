@@ -28,12 +28,11 @@ void VexPortCounterSm::handleSeed(bool isKept, const Tables& tables) {
    isSeeded_ = true;
    prevCounters_->followsSourcesIs(true);
    Silo::Interface::IntfCounters& record = prevCounters_->record();
-   if (isKept) {
+   if (!isKept) {
+      beginRecord(record, Kiln::System::currentTime());
+   } else if (continueRecord(record, prevCounters_->sampleTime(), Kiln::System::currentTime())) {
       // The earlier process's last reading is compared with, wherever the port was then.
       prevCounters_->sources().keptIs(Begin::difference);
-      continueRecord(record, prevCounters_->sampleTime(), Kiln::System::currentTime());
-   } else {
-      beginRecord(record, Kiln::System::currentTime());
    }
    if (tables.clearCounters != nullptr) {
       clear_.continueFrom(*tables.clearCounters, key_, record);
