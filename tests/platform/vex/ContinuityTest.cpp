@@ -165,7 +165,9 @@ class Follower {
            any([](const Seen& last, const Cell& now) { return now.reading() < last.reading(); });
       const bool isFlipped = any([](const Seen&, const Cell& now) { return now.flips != 0; });
       const bool wasFlipped = any([](const Seen& last, const Cell&) { return last.flips != 0; });
-      const bool isMended = any([](const Seen& last, const Cell& now) { return last.isMended(now); });
+      // One that rises all the same has another bit turned.
+      const bool isMended =
+           falls && any([](const Seen& last, const Cell& now) { return last.isMended(now); });
       const bool isTurned = any([](const Seen& last, const Cell& now) { return last.isTurned(now); });
       const bool isMurky = any([](const Seen& last, const Cell&) { return last.isMurky; });
       const bool leaps = any([](const Seen& last, const Cell& now) {
@@ -175,8 +177,8 @@ class Follower {
       const bool isOdd = any([](const Seen& last, const Cell& now) {
          return now.real() >= modulus || ((now.flips | last.flips) != 0 && now.real() >= window);
       });
-      const bool isKnown = !isOdd && (isReset ? falls && !wasFlipped && !isMurky
-                                              : !isMended || (!isFlipped && !isMurky && !leaps));
+      const bool isKnown =
+           !isOdd && (isReset ? falls && !wasFlipped && !isMurky : !isMended || (!isMurky && !leaps));
       const bool isClear = isReset && !isFlipped && !leaps && (falls || (!wasFlipped && !isMurky));
       for (std::size_t i = first; i < end; ++i) {
          const Cell& now = cells[i];
@@ -188,7 +190,7 @@ class Follower {
          }
          if (!isKnown) {
             verdict.add(i, {0, isReset && now.flips == 0 ? std::min(step, window - 1) : window - 1});
-         } else if ((isReset ? now.flips != 0 : last.isTurned(now)) || step >= window) {
+         } else if ((isReset || isMended ? now.flips != 0 : last.isTurned(now)) || step >= window) {
             verdict.upset(i);
             last.owed += step;
             last.isMurky |= step >= window;
@@ -206,42 +208,30 @@ class Follower {
    Mark followVetted(const Cell& now, std::size_t at, Verdict& verdict) const {
       const Seen& last = last_[at];
       const bool isTraffic = at < verdict.layout.traffic;
+      const bool isReset = now.resets != last.resets;
+      const bool falls = now.reading() < last.reading();
+      const bool wraps = now.real() / modulus != last.real() / modulus;
       const U128 step = last.step(now);
-      const Range any{0, 2 * window};
-      const bool isFlipped = (now.flips | last.flips) != 0;
-      if (now.resets == last.resets && now.flips == last.flips && step < window && now.real() < modulus / 2) {
-         verdict.add(at, isFlipped && now.real() >= window ? any : Range{step, step});
-         return isFlipped && now.real() >= window ? Mark::maybe : Mark::never;
-      }
-      if (!isTraffic && std::max(now.real(), last.real()) >= modulus / 2) {
-         verdict.add(at, any); // there are no such counts of errors
+      const bool looksLikeWrap = isReset && falls && isTraffic && last.reading() > modulus - window;
+      const bool isOdd =
+           !isReset && (now.flips | last.flips) != 0 && now.real() / window != last.real() / window;
+      const bool isNegative = !isTraffic && std::max(now.real(), last.real()) >= modulus / 2;
+      if (looksLikeWrap || isOdd || isNegative || step >= modulus) {
+         verdict.add(at, {0, 2 * window});
          return Mark::maybe;
       }
-      if (now.resets != last.resets) {
-         const bool falls = now.reading() < last.reading();
-         if (!falls) {
-            verdict.add(at, {0, now.flips == 0 ? std::min(step, window - 1) : window - 1});
-         } else if (isTraffic && last.reading() > modulus - window) {
-            verdict.add(at, any); // it looks like a wrap
-         }
+      if (isReset) {
+         verdict.add(at, {0, falls ? 0 : now.flips == 0 ? std::min(step, window - 1) : window - 1});
          return falls ? Mark::always : Mark::maybe;
-      }
-      // Counting itself has changed the bits that are flipped, or more than a reading shows.
-      if (step >= modulus || (isFlipped && now.real() / window != last.real() / window)) {
-         verdict.add(at, any);
-         return Mark::maybe;
       }
       if (now.flips != last.flips) {
          verdict.upset(at);
-         return Mark::always;
-      }
-      const bool wraps = now.real() / modulus != last.real() / modulus;
-      if (step < window) {
+      } else if (step < window) {
          verdict.add(at, {step, step});
-      } else if (wraps) {
-         verdict.add(at, any);
+      } else {
+         verdict.add(at, {0, wraps ? 2 * window : 0});
       }
-      return wraps || step >= window ? Mark::always : Mark::never;
+      return now.flips != last.flips || wraps || step >= window ? Mark::always : Mark::never;
    }
 
    std::vector<Seen> last_;
@@ -314,32 +304,33 @@ class Subject {
                                                            Pelt::IntfId("Port3"), Pelt::IntfId("Port4")};
 
  protected:
-   template <class Record>
-   std::optional<View> viewOf(const Silo::Table<Record>& from, std::size_t intf) const {
-      const Silo::Key key(intfs[intf].text());
-      if (!from.has(key)) {
-         return std::nullopt;
-      }
-      const auto [record, info] = from.sample(key);
-      const std::size_t fields = layout.fields();
-      View view{std::vector<U64>(fields), std::vector<U64>(fields), std::vector<bool>(fields),
-                record.createdTime,       record.createdUnixTime,   record.discontinuityTime,
-                record.interval,          info.generation};
-      std::memcpy(view.totals.data(), &record.totals, fields * sizeof(U64));
-      std::memcpy(view.deltas.data(), &record.deltas, fields * sizeof(U64));
-      for (std::size_t i = 0; i < fields; ++i) {
-         if constexpr (requires { record.isAbsorbed; }) {
-            view.isAbsorbed[i] = record.isAbsorbed[i] != 0;
-         } else {
-            view.isAbsorbed[i] = ((record.absorbed >> i / 3) & 1) != 0;
-         }
-      }
-      return view;
-   }
-
    const Vex::SharedTables tables = Vex::openSharedTables(
         Silo::Store::directory(folder.path()), {.ports = tableCapacity, .subIntfs = tableCapacity});
 };
+
+template <class Record>
+std::optional<View> viewOf(const Subject& subject, const Silo::Table<Record>& table, std::size_t intf) {
+   const Silo::Key key(subject.intfs[intf].text());
+   if (!table.has(key)) {
+      return std::nullopt;
+   }
+   const Silo::Sample<Record> sample = table.sample(key);
+   const Record& record = sample.record;
+   const std::size_t fields = subject.layout.fields();
+   View view{std::vector<U64>(fields), std::vector<U64>(fields), std::vector<bool>(fields),
+             record.createdTime,       record.createdUnixTime,   record.discontinuityTime,
+             record.interval,          sample.info.generation};
+   std::memcpy(view.totals.data(), &record.totals, fields * sizeof(U64));
+   std::memcpy(view.deltas.data(), &record.deltas, fields * sizeof(U64));
+   for (std::size_t i = 0; i < fields; ++i) {
+      if constexpr (requires { record.isAbsorbed; }) {
+         view.isAbsorbed[i] = record.isAbsorbed[i] != 0;
+      } else {
+         view.isAbsorbed[i] = ((record.absorbed >> i / 3) & 1) != 0;
+      }
+   }
+   return view;
+}
 
 // Reads ports of the model's, and has them vetted.
 class PortHelper : public ZelCounter::ZelCountersHelper {
@@ -390,15 +381,18 @@ class Reactor : public Subject {
    bool clear(std::size_t intf) override { return sm->clear(intfs[intf].text()); }
    void restart() final {
       sm = nullptr;
-      Vex::Counters::CountersSm::Context context;
-      context.ethPhyIntfStatusDir = ports;
-      context.allIntfCounters = tables.allIntfCounters;
-      context.allIntfClearCounters = tables.allIntfClearCounters;
-      context.allIntfQueueCounters = tables.allIntfQueueCounters;
-      context.allIntfClearQueueCounters = tables.allIntfClearQueueCounters;
-      context.clock = Kiln::activityManagerClock();
-      context.helper = helper;
-      sm = Kiln::allocate<Vex::Counters::CountersSm>(context);
+      sm = Kiln::allocate<Vex::Counters::CountersSm>(
+           Vex::Counters::CountersSm::Context{{},
+                                              ports,
+                                              {},
+                                              tables.allIntfCounters,
+                                              tables.allIntfClearCounters,
+                                              tables.allIntfQueueCounters,
+                                              tables.allIntfClearQueueCounters,
+                                              {},
+                                              {},
+                                              Kiln::activityManagerClock(),
+                                              helper});
       sm->writerConfigIs(writer);
       helper->sm = sm.ptr();
       sm->hasNotificationActiveIs(true);
@@ -421,8 +415,8 @@ class Ports : public Reactor {
       sm->updateCounters(VexTypes::CounterType::port, intfs[intf]);
    }
    std::optional<View> view(std::size_t intf, bool isClear) override {
-      return isClear ? viewOf(tables.allIntfClearCounters->table(), intf)
-                     : viewOf(tables.allIntfCounters->table(), intf);
+      return viewOf(*this, isClear ? tables.allIntfClearCounters->table() : tables.allIntfCounters->table(),
+                    intf);
    }
 
  private:
@@ -455,8 +449,9 @@ class Queues : public Reactor {
       writer->intfQueueCountersIs(intfs[intf], report);
    }
    std::optional<View> view(std::size_t intf, bool isClear) override {
-      return isClear ? viewOf(tables.allIntfClearQueueCounters->table(), intf)
-                     : viewOf(tables.allIntfQueueCounters->table(), intf);
+      return viewOf(
+           *this, isClear ? tables.allIntfClearQueueCounters->table() : tables.allIntfQueueCounters->table(),
+           intf);
    }
 };
 
@@ -491,8 +486,9 @@ class L3Intfs : public Subject {
       }
    }
    std::optional<View> view(std::size_t intf, bool isClear) override {
-      return isClear ? viewOf(tables.subIntfCountersSnapshotDir->table(), intf)
-                     : viewOf(tables.subIntfCountersDir->table(), intf);
+      return viewOf(*this,
+                    isClear ? tables.subIntfCountersSnapshotDir->table() : tables.subIntfCountersDir->table(),
+                    intf);
    }
 
  private:

@@ -58,27 +58,6 @@ TEST_F(PortPublishing, AnUpsetMovesTheReadingOnly) {
    EXPECT_EQ(published().discontinuityTime, 4.0);
 }
 
-TEST_F(PortPublishing, AWrapCountsModulo) {
-   start();
-   poll(octets, ~U64{0} - 9); // a step from 0 to this is an upset
-   poll(octets, 90);
-   const IntfCounters record = published();
-   EXPECT_EQ(record.deltas[inOctets], 100U);
-   EXPECT_EQ(record.totals[inOctets], 100U);
-   EXPECT_EQ(record.rate(inOctets), 50.0);
-   EXPECT_EQ(record.discontinuityTime, 4.0);
-}
-
-TEST_F(PortPublishing, ATotalDoesNotJumpWhereTheVettingReadsZero) {
-   start();
-   poll(errors, 0);
-   for (const U64 reading : {U64{1} << 63, U64{3} << 62, U64{7}, U64{1} << 63 | U64{1} << 50}) {
-      poll(errors, reading);
-      EXPECT_EQ(published().reading.inErrors, reading);
-      EXPECT_EQ(published().totals[inErrors], 0U) << std::hex << reading;
-   }
-}
-
 TEST_F(PortPublishing, WithoutElapsedTimeThereIsNoRate) {
    start();
    poll(octets, 1000);
@@ -198,20 +177,6 @@ TEST_F(PortPublishing, PortsThatAreGoneAfterARestartAreForgottenWhenAsked) {
    EXPECT_EQ(published().reading.inErrors, 0U);
 }
 
-TEST_F(PortPublishing, AResetOfTheHardwareStepsNoTotalBack) {
-   start();
-   poll(octets, 1000);
-   stop();
-   rig.chip(0).rmonIs(port, octets, 10);
-   start();
-   rig.advance(2.0);
-   EXPECT_EQ(published().reading.inOctets, 10U);
-   EXPECT_EQ(published().totals[inOctets], 1000U);
-   EXPECT_EQ(published().discontinuityTime, 4.0);
-   poll(octets, 15);
-   EXPECT_EQ(published().totals[inOctets], 1005U);
-}
-
 TEST_F(PortPublishing, ADamagedRecordBeginsAnewAndIsReported) {
    constexpr U64 mark = 0x112233445566;
    start();
@@ -236,22 +201,6 @@ TEST_F(PortPublishing, ADamagedRecordBeginsAnewAndIsReported) {
    EXPECT_EQ(published().totals[inOctets], mark + 1);
    EXPECT_EQ(published().rate(inOctets), std::nullopt);
    EXPECT_EQ(published().discontinuityTime, 2.0); // tells readers not to continue from their last value
-}
-
-TEST_F(PortPublishing, ARecordOverwrittenAtRunTimeIsWholeWithTheNextWrite) {
-   start();
-   poll(octets, 1000);
-   const std::size_t at = ZelTest::bytesOf(tablePath).rfind("Ethernet1");
-   ASSERT_NE(at, std::string::npos);
-   ZelTest::overwrite(tablePath, at + sizeof(Silo::Key::Words), "!"); // the payload's first word
-   Silo::Sample<IntfCounters> sample;
-   EXPECT_EQ(read(TableName::intfCounters, "Ethernet1", sample), Silo::ReadResult::corrupt);
-   poll(octets, 1500);
-   EXPECT_EQ(published().totals[inOctets], 0U) << "the place was counted before";
-   poll(octets, 1700);
-   EXPECT_EQ(published().totals[inOctets], 200U);
-   EXPECT_EQ(published().createdTime, 2.0);
-   EXPECT_EQ(published().discontinuityTime, 2.0);
 }
 
 struct SuspectCase {

@@ -2,8 +2,6 @@
 #include "tests/platform/vex/PublishingRig.h"
 #include "vex/RecordText.h"
 
-#include <map>
-
 namespace {
 
 using Silo::Interface::IntfQueueCounters;
@@ -24,21 +22,6 @@ class QueuePublishing : public ZelTest::PublishingRig {
       VexTypes::IntfQueueCounters counters;
       counters.intfQueueStatIs(queue, value);
       counters.sampleTimeIs(sampleTime);
-      handOver(counters);
-   }
-   // The hardware has these values in the first queues of a place, of which `stored` were counted since the clear.
-   void reading(const Vex::Source& source, std::vector<QueueStatistics> values, QueueStatistics stored = {}) {
-      VexTypes::IntfQueueCounters counters;
-      for (std::size_t queue = 0; queue < values.size(); ++queue) {
-         counters.intfQueueStatIs(queue, stored);
-         counters.readings().stats[queue] = values[queue];
-      }
-      counters.readings().source = source;
-      counters.readings().isCounted = &isCounted[{source.place, source.life}];
-      counters.sampleTimeIs(Kiln::System::currentTime());
-      handOver(counters);
-   }
-   void handOver(const VexTypes::IntfQueueCounters& counters) {
       const auto lock = Kiln::ActivityLockAnchor::lock();
       writer->intfQueueCountersIs(intf, counters);
    }
@@ -47,12 +30,7 @@ class QueuePublishing : public ZelTest::PublishingRig {
    }
 
    Pelt::IntfId intf;
-   std::map<std::pair<U16, U32>, bool> isCounted; // by place and life
 };
-
-constexpr Vex::Source place(U16 devicePort, U32 life = 1) {
-   return {0, Vex::Source::Block::queue, devicePort, life};
-}
 
 TEST_F(QueuePublishing, ReportsAddUpAndAFallCountsWhole) {
    report(3, {100, 6400, 5});
@@ -90,46 +68,6 @@ TEST_F(QueuePublishing, RatesAreOverTheTimeBetweenReadingsOfOnePort) {
    report(0, {190, 12160, 0});
    EXPECT_EQ(queues().interval, 2.0);
    EXPECT_EQ(queues().deltas[0].packets, 190U);
-}
-
-TEST_F(QueuePublishing, OnlyTheBlockThatWasResetCountsWhole) {
-   reading(place(5), {{1000000, 64000000, 100}});
-   EXPECT_TRUE(sm()->clear("Ethernet1"));
-   rig.advance(2.0);
-   reading(place(5), {{1000001, 64000064, 5}});
-   EXPECT_EQ(queues().totals[0], (QueueStatistics{1000001, 64000064, 105}));
-   EXPECT_EQ(queues(TableName::intfClearQueueCounters).totals[0], (QueueStatistics{1000000, 64000000, 100}));
-   EXPECT_EQ(queues().discontinuityTime, Kiln::System::currentTime());
-   rig.advance(2.0);
-   reading(place(5), {{U64{1} << 50, 64000064, 5}}); // packets and bytes fall together, but an upset is one value's
-   EXPECT_EQ(queues().totals[0], (QueueStatistics{1000001, 64000064, 105}));
-   EXPECT_EQ(queues().absorbed, 1U);
-   rig.advance(2.0);
-   reading(place(5), {{1000003, 64000192, 6}}); // mended
-   EXPECT_EQ(queues().totals[0], (QueueStatistics{1000003, 64000192, 106}));
-   EXPECT_EQ(queues().absorbed, 0U);
-}
-
-TEST_F(QueuePublishing, AnotherPlaceIsABaselineAndTakesItsQueuesOnly) {
-   reading(place(5), {{100, 6400, 0}, {7, 448, 1}});
-   EXPECT_TRUE(sm()->clear("Ethernet1"));
-   rig.advance(2.0);
-   reading(place(6), {{5000, 320000, 9}});
-   EXPECT_EQ(queues().interval, 0.0);
-   EXPECT_EQ(queues().totals[0], (QueueStatistics{100, 6400, 0}));
-   EXPECT_FALSE(queues().has(1));
-   EXPECT_EQ(queues(TableName::intfClearQueueCounters).totals[1], QueueStatistics{});
-   EXPECT_EQ(queues().discontinuityTime, 2.0);
-   rig.advance(2.0);
-   reading(place(6), {{5002, 320128, 9}});
-   EXPECT_EQ(queues().interval, 2.0);
-   EXPECT_EQ(queues().totals[0], (QueueStatistics{102, 6528, 0}));
-   rig.advance(2.0);
-   reading(place(6, 2), {{5005, 320320, 9}}); // the chip's next life, its hardware kept
-   EXPECT_EQ(queues().totals[0], (QueueStatistics{105, 6720, 0}));
-   reading(place(5), {{200, 12800, 0}, {8, 512, 1}}); // back, where this interface was counted
-   EXPECT_EQ(queues().totals[0], (QueueStatistics{105, 6720, 0}));
-   EXPECT_EQ(queues().totals[1], QueueStatistics{});
 }
 
 TEST_F(QueuePublishing, AnInterfaceIsClearedBeforeItsFirstReport) {
