@@ -56,7 +56,9 @@ ZelCountersMgr::ZelCountersMgr(Kiln::Ptr<const ZelSystem::SystemStatus> systemSt
        vexCommonSmData_(std::move(vexCommonSmData)), cliRequestDirSm_(std::move(cliRequestDirSm)),
        tmCountersData_(std::move(tmCountersData)),
        tmCountersDataLastClear_(std::move(tmCountersDataLastClear)),
-       cliPortDropData_(std::move(cliPortDropData)), sdkPollingInterval_(2.0) {
+       cliPortDropData_(std::move(cliPortDropData)),
+       dropData_(cliPortDropData_ ? cliPortDropData_ : Kiln::allocate<CliPortDropData>()),
+       sdkPollingInterval_(2.0) {
    handleInitialized();
 }
 
@@ -261,7 +263,7 @@ void ZelCountersMgr::addChip(ZelId::ZelDevId devId, const Kiln::String& chipName
                             tmCountersDataLastClear(), mounts()->qosPolicyDropCountSiloTable(),
                             mounts()->aclCounterTable(), mounts()->aclCounterClearRequest(),
                             mounts()->aclCounterClearResponse(), vexCountersSm(), vexSubIntfCountersSm(),
-                            zlPdIntf, zlResourceInfoIntf, devProfile, cliPortDropData(), vexCommonSmData()}));
+                            zlPdIntf, zlResourceInfoIntf, devProfile, dropData_, vexCommonSmData()}));
    if (zelCountersL3IntfSm()) {
       zelCountersL3IntfSm()->addDevice(devId, devProfile, zlPdIntf, zlResourceInfoIntf, chipStatus);
    }

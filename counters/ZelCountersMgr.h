@@ -124,6 +124,7 @@ class ZelCountersMgr : public Kiln::Entity, public ManagerAccess {
    void readOnceMore();
 
    Kiln::Ptr<ZelCountersCli> cliCallback_;
+   Kiln::Ptr<CliPortDropData> dropData_; // the one that was given, or one of its own
    double sdkPollingInterval_;
    Kiln::Ptr<ZelCountersMgrSm> countersMgrSm_;
    Kiln::HashMap<ZelId::ZelDevId, Kiln::Ptr<ZelCounters>> zelCounters_;
