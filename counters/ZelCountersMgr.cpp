@@ -258,12 +258,11 @@ void ZelCountersMgr::addChip(ZelId::ZelDevId devId, const Kiln::String& chipName
       KILN_ASSERT(mounts()->qosPolicyDropCountSiloTable());
    }
    // The chip makes its own entries in tmCountersData, one a pipe.
-   zelCountersIs(
-        zelCountersFactory({devId, chipName, sessionId, chipStatus, systemStatus(), tmCountersData(),
-                            tmCountersDataLastClear(), mounts()->qosPolicyDropCountSiloTable(),
-                            mounts()->aclCounterTable(), mounts()->aclCounterClearRequest(),
-                            mounts()->aclCounterClearResponse(), vexCountersSm(), vexSubIntfCountersSm(),
-                            zlPdIntf, zlResourceInfoIntf, devProfile, dropData_, vexCommonSmData()}));
+   zelCountersIs(zelCountersFactory(
+        {devId, chipName, sessionId, chipStatus, systemStatus(), tmCountersData(), tmCountersDataLastClear(),
+         mounts()->qosPolicyDropCountSiloTable(), mounts()->aclCounterTable(),
+         mounts()->aclCounterClearRequest(), mounts()->aclCounterClearResponse(), vexCountersSm(),
+         vexSubIntfCountersSm(), zlPdIntf, zlResourceInfoIntf, devProfile, dropData_, vexCommonSmData()}));
    if (zelCountersL3IntfSm()) {
       zelCountersL3IntfSm()->addDevice(devId, devProfile, zlPdIntf, zlResourceInfoIntf, chipStatus);
    }

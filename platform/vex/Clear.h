@@ -28,7 +28,8 @@ class Clear {
          return;
       }
       const Silo::Sample<Record> sample = table.sampleOrDefault(key);
-      bool isOfRecord = sample.info.generation != 0 && sample.record.createdUnixTime == record.createdUnixTime;
+      bool isOfRecord =
+           sample.info.generation != 0 && sample.record.createdUnixTime == record.createdUnixTime;
       for (std::size_t i = 0; i < record.totals.size(); ++i) {
          isOfRecord &= !isBelow(record.totals[i], sample.record.totals[i]);
       }

@@ -138,8 +138,8 @@ class Meter {
       bool isMended = true;
       for (std::size_t i = 0; i < n; ++i) {
          hasFallen |= reading[i] < last_[i];
-         isMended &= reading[i] >= last_[i] - flip_[i] &&
-                     reading[i] - (last_[i] - flip_[i]) < Interface::wrapWindow;
+         isMended &=
+              reading[i] >= last_[i] - flip_[i] && reading[i] - (last_[i] - flip_[i]) < Interface::wrapWindow;
       }
       if (hasFallen) {
          last_ = isMended ? unflipped() : Values{};
@@ -328,14 +328,14 @@ bool takeVettedStep(Counters& previous, Record& next, double now) {
       Interface::wordIs(last.reading, i, to);
    }
    const bool isExchanged = previous.sources().isExchanged();
-   const bool isContinuous = !previous.hasAbsorbed() && !isExchanged && steps < Interface::wrapWindow &&
-                             falls < Interface::topBit;
+   const bool isContinuous =
+        !previous.hasAbsorbed() && !isExchanged && steps < Interface::wrapWindow && falls < Interface::topBit;
    next.isAbsorbed = {};
    for (std::size_t i = 0; !isContinuous && i < fields.size(); ++i) {
       // The vetting reads a negative value of an upset-only counter as 0, and so lets the step to a flipped top bit
       // pass.
-      const bool isFlip = fields[i].group == Interface::FieldGroup::upsetOnly &&
-                          next.deltas[i] >= Interface::wrapWindow;
+      const bool isFlip =
+           fields[i].group == Interface::FieldGroup::upsetOnly && next.deltas[i] >= Interface::wrapWindow;
       if (previous.isAbsorbed(i) || isFlip) {
          next.isAbsorbed[i] = 1;
          last.totals[i] -= next.deltas[i];

@@ -236,7 +236,8 @@ void CountersSm::forgetAbsentInterfaces(const std::function<bool(const Pelt::Int
       }
       queues_.removeAbsent(hasPort);
    }
-   vlanIntfs_.removeAbsent([&](const Pelt::IntfId& intf) { return isListed(context_.vlanIntfStatusDir, intf); });
+   vlanIntfs_.removeAbsent(
+        [&](const Pelt::IntfId& intf) { return isListed(context_.vlanIntfStatusDir, intf); });
 }
 
 void CountersSm::clearAll() {

@@ -56,7 +56,8 @@ void VexPortCounterSm::update(VexHelper::VexHelperCountersSm& helper,
    prevCounters_->record().speed = speed != nullptr ? *speed : 0;
    // The first step is from another process's reading, or from none: it says nothing about the port's speed.
    if (takePortStep(*prevCounters_, record, now) && !isSeeded_) {
-      record.suspects += suspects(record, speed != nullptr ? *speed : Interface::EthPhyIntfStatusDir::defaultSpeed);
+      record.suspects +=
+           suspects(record, speed != nullptr ? *speed : Interface::EthPhyIntfStatusDir::defaultSpeed);
       prevCounters_->record().suspects = record.suspects;
    }
    isSeeded_ = false;

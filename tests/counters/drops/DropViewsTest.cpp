@@ -113,7 +113,8 @@ TEST_F(DropViews, AClearBelongsToThePlaceAndStands) {
 
    StubSdk::sdk().statuses[{"counterWrite", ingressHandle, 0}] = 17;
    printed([&](U32 fd) { chip.clearTableCounters(fd, 2, 0); });
-   EXPECT_THAT(drops(chip), HasSubstr("VLAN not allowed                        15\n")) << "nothing was cleared";
+   EXPECT_THAT(drops(chip), HasSubstr("VLAN not allowed                        15\n"))
+        << "nothing was cleared";
 
    printed([&](U32 fd) { chip.portDrops().clearAll(ZelCounter::ShowTarget(fd)); });
    auto& again = addDropChip(); // in its place, the hardware kept

@@ -101,7 +101,8 @@ TEST_F(QueuePublishing, OnlyTheBlockThatWasResetCountsWhole) {
    EXPECT_EQ(queues(TableName::intfClearQueueCounters).totals[0], (QueueStatistics{1000000, 64000000, 100}));
    EXPECT_EQ(queues().discontinuityTime, Kiln::System::currentTime());
    rig.advance(2.0);
-   reading(place(5), {{U64{1} << 50, 64000064, 5}}); // packets and bytes fall together, but an upset is one value's
+   reading(place(5),
+           {{U64{1} << 50, 64000064, 5}}); // packets and bytes fall together, but an upset is one value's
    EXPECT_EQ(queues().totals[0], (QueueStatistics{1000001, 64000064, 105}));
    EXPECT_EQ(queues().absorbed, 1U);
    rig.advance(2.0);
