@@ -27,6 +27,8 @@ const char* remedyText(Silo::Corruption::Remedy remedy) {
       return "the record was dropped";
    case Remedy::headerMended:
       return "the header was mended";
+   case Remedy::takenOver:
+      return "they were taken over";
    case Remedy::recreated:
       return "the table was created anew";
    }
@@ -44,7 +46,8 @@ const Kiln::LogMessage VEX_COUNTERS_PUBLISH_ERROR{
 const Kiln::LogMessage VEX_COUNTERS_TABLE_CORRUPT{
      "VEX_COUNTERS_TABLE_CORRUPT", Kiln::Severity::warning, "Shared counters table %s, record %s: %s; %s",
      "A record was found damaged: the agent was stopped while it wrote, or another process wrote into the "
-     "table. What began anew counts from zero.",
+     "table. What began anew counts from zero. A table that was taken over is not damaged: the agent was "
+     "upgraded.",
      "None if the agent was just restarted. Otherwise find the process that writes into the table."};
 
 void logCorruption(const Silo::Corruption& corruption) {
