@@ -61,6 +61,7 @@ class Damage : public SiloRig {
          ASSERT_FALSE(corruption.text.empty());
          reported.insert(corruption.key);
       }
+      const bool isNewTable = !corruptions_.empty() && corruptions_[0].remedy == Remedy::recreated;
       for (std::uint64_t i = 0; i < keys.size(); ++i) {
          Silo::Sample<Small> sample = table.sampleOrDefault(keys[i]);
          if (sample.record != Small(i) || sample.info.generation != 1) {
@@ -69,6 +70,7 @@ class Damage : public SiloRig {
          }
          table.recordIs(keys[i], Small(i + 10), 2.0);
          ASSERT_EQ(table.sample(keys[i]).record, Small(i + 10));
+         ASSERT_GT(table.sample(keys[i]).info.generation, isNewTable ? 0u : 1u) << keys[i];
       }
    }
 
