@@ -56,7 +56,9 @@ ZelCountersMgr::ZelCountersMgr(Kiln::Ptr<const ZelSystem::SystemStatus> systemSt
        vexCommonSmData_(std::move(vexCommonSmData)), cliRequestDirSm_(std::move(cliRequestDirSm)),
        tmCountersData_(std::move(tmCountersData)),
        tmCountersDataLastClear_(std::move(tmCountersDataLastClear)),
-       cliPortDropData_(std::move(cliPortDropData)), sdkPollingInterval_(2.0) {
+       cliPortDropData_(std::move(cliPortDropData)),
+       dropData_(cliPortDropData_ ? cliPortDropData_ : Kiln::allocate<CliPortDropData>()),
+       sdkPollingInterval_(2.0) {
    handleInitialized();
 }
 
@@ -256,12 +258,11 @@ void ZelCountersMgr::addChip(ZelId::ZelDevId devId, const Kiln::String& chipName
       KILN_ASSERT(mounts()->qosPolicyDropCountSiloTable());
    }
    // The chip makes its own entries in tmCountersData, one a pipe.
-   zelCountersIs(
-        zelCountersFactory({devId, chipName, sessionId, chipStatus, systemStatus(), tmCountersData(),
-                            tmCountersDataLastClear(), mounts()->qosPolicyDropCountSiloTable(),
-                            mounts()->aclCounterTable(), mounts()->aclCounterClearRequest(),
-                            mounts()->aclCounterClearResponse(), vexCountersSm(), vexSubIntfCountersSm(),
-                            zlPdIntf, zlResourceInfoIntf, devProfile, cliPortDropData(), vexCommonSmData()}));
+   zelCountersIs(zelCountersFactory(
+        {devId, chipName, sessionId, chipStatus, systemStatus(), tmCountersData(), tmCountersDataLastClear(),
+         mounts()->qosPolicyDropCountSiloTable(), mounts()->aclCounterTable(),
+         mounts()->aclCounterClearRequest(), mounts()->aclCounterClearResponse(), vexCountersSm(),
+         vexSubIntfCountersSm(), zlPdIntf, zlResourceInfoIntf, devProfile, dropData_, vexCommonSmData()}));
    if (zelCountersL3IntfSm()) {
       zelCountersL3IntfSm()->addDevice(devId, devProfile, zlPdIntf, zlResourceInfoIntf, chipStatus);
    }

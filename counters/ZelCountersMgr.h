@@ -43,6 +43,8 @@ class ZelCountersMgr : public Kiln::Entity, public ManagerAccess {
                   Kiln::Ptr<ZelQos::TmCountersData> tmCountersData,
                   Kiln::Ptr<ZelQos::TmCountersData> tmCountersDataLastClear,
                   Kiln::Ptr<CliPortDropData> cliPortDropData);
+   // Reads what the chips counted since the last polls once more and publishes it, so the SDK has to answer still, if
+   // only with errors. The same goes for addChip and deleteChip of a chip that is there.
    ~ZelCountersMgr() override;
 
    // A chip came up. If its device id is in use, it takes that chip's place, as if the old one had been deleted first.
@@ -124,6 +126,7 @@ class ZelCountersMgr : public Kiln::Entity, public ManagerAccess {
    void readOnceMore();
 
    Kiln::Ptr<ZelCountersCli> cliCallback_;
+   Kiln::Ptr<CliPortDropData> dropData_; // the one that was given, or one of its own
    double sdkPollingInterval_;
    Kiln::Ptr<ZelCountersMgrSm> countersMgrSm_;
    Kiln::HashMap<ZelId::ZelDevId, Kiln::Ptr<ZelCounters>> zelCounters_;

@@ -54,7 +54,10 @@ void HostPorts::handleClock() {
 void HostPorts::add(const Kiln::String& name) {
    SoftChip::Chip& chip = agent_.chipNamed(chipName);
    constexpr unsigned perPipe = ZlPort::frontPanelPortsPerPipe;
-   for (unsigned place = 0; place < chip.pipes() * perPipe; ++place) {
+   const unsigned places = chip.pipes() * perPipe;
+   // After the one given last: where nobody was counted before, the kernel's first counts are a new interface's own.
+   for (unsigned i = 0; i < places; ++i) {
+      const unsigned place = (nextPlace_ + i) % places;
       const U16 devicePort = ZlPort::devicePort(place / perPipe, place % perPipe);
       if (!chip.hasPort(devicePort)) {
          const Pelt::IntfId intf{Kiln::Name(name)};
@@ -63,6 +66,7 @@ void HostPorts::add(const Kiln::String& name) {
          // At once: read as zeros first, the kernel's whole count would be one step of traffic.
          interfaces_.mirror(name, chip, devicePort);
          ports_.emplace(name, devicePort);
+         nextPlace_ = place + 1;
          return;
       }
    }

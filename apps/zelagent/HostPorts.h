@@ -9,7 +9,7 @@
 
 namespace ZelAgent {
 
-// Looks at the interfaces twice a second: new ones get the first free ports, those that are gone lose theirs, and the
+// Looks at the interfaces twice a second: new ones get the next free ports, those that are gone lose theirs, and the
 // counters and speeds of the others are updated. Activity thread; the agent outlives it.
 class HostPorts {
  public:
@@ -27,6 +27,7 @@ class HostPorts {
    SwitchAgent& agent_;
    SoftChip::HostInterfaces interfaces_;
    std::map<Kiln::String, U16> ports_; // device ports, by interface
+   unsigned nextPlace_ = 0;
    Kiln::Timer<HostPorts> clock_;
 };
 

@@ -21,6 +21,7 @@
 #include <cmath>
 #include <cstring>
 #include <stdexcept>
+#include <utility>
 
 namespace ZelAgent {
 
@@ -232,7 +233,12 @@ void ScenarioConsole::runLine(const Kiln::String& line) {
 }
 
 void ScenarioConsole::advance(const Words& operands) {
-   Kiln::ActivityManager::instance()->advance(seconds(operands[0]));
+   const double time = seconds(operands[0]);
+   // What was added before time passed is what the agent begins with. Tables that are kept may hold more.
+   if (!std::exchange(hasAdvanced_, true)) {
+      agent_.countersMgr().forgetAbsentInterfaces();
+   }
+   Kiln::ActivityManager::instance()->advance(time);
 }
 
 void ScenarioConsole::counters(const Words& operands) {

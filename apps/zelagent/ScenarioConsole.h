@@ -82,6 +82,7 @@ class ScenarioConsole {
    Kiln::TextOutput out_; // flushed after each line
    int errorFd_;
    bool anyRefused_ = false;
+   bool hasAdvanced_ = false;
 
    static const Statement statements[];
 };

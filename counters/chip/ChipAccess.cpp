@@ -11,7 +11,7 @@ namespace ZelCounter {
 
 namespace {
 
-U32 lives = 0; // of the chips so far
+U32 lives = 0;               // of the chips so far
 bool simulationFlag = false; // the process's: callbacks ask before they know their chip
 
 } // namespace

@@ -54,7 +54,8 @@ TableView PipelineCounters::view(std::optional<U32> stage, std::optional<U16> pi
             table.notes.push_back(error + ": shown as last read");
          }
          const std::size_t place = placeOf(onPipe, at);
-         const U64 any = counts_.sinceClear(place, 0) | counts_.sinceClear(place, 1) | counts_.sinceClear(place, 2);
+         const U64 any =
+              counts_.sinceClear(place, 0) | counts_.sinceClear(place, 1) | counts_.sinceClear(place, 2);
          if (!nonZeroOnly || any != 0) {
             table.rows.push_back({U64{onPipe}, Kiln::String(stageNames[at]), cellOf(counts_, place, 0),
                                   cellOf(counts_, place, 1), cellOf(counts_, place, 2)});

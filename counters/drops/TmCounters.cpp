@@ -53,7 +53,8 @@ Kiln::String stateOf(const TmCounter& counter) {
 } // namespace
 
 TmCounters::TmCounters(ChipAccess& chip, Kiln::Ptr<ZelQos::TmCountersData> last,
-                       Kiln::Ptr<ZelQos::TmCountersData> lastClear, const Kiln::Ptr<CliPortDropData>& dropData)
+                       Kiln::Ptr<ZelQos::TmCountersData> lastClear,
+                       const Kiln::Ptr<CliPortDropData>& dropData)
      : ChipView(chip), last_(std::move(last)), lastClear_(std::move(lastClear)), data_(dropData),
        counts_(dropData->pipeCountsIs(chip.deviceId()).trafficManager) {
    // What an earlier chip of this device id left says nothing of this one.

@@ -229,7 +229,8 @@ bool ZelCountersL3Helper::readSvi(Bridging::VlanId vlan, bool isLastRead, SviRea
    matchSpec().prefetchNext(vlan);
    reading->entries = spec.ptr();
    U32 lastStatus = 0;
-   const auto add = [&](U32 tableHandle, const ZlTable::EntrySlot& slot, S16 adjust, packets_and_bytes* counter) {
+   const auto add = [&](U32 tableHandle, const ZlTable::EntrySlot& slot, S16 adjust,
+                        packets_and_bytes* counter) {
       if (!isLastRead) {
          accumulateStats(tableHandle, slot.handle, adjust, counter);
       } else if (lastStatus == 0) {
@@ -240,13 +241,15 @@ bool ZelCountersL3Helper::readSvi(Bridging::VlanId vlan, bool isLastRead, SviRea
                                packets_and_bytes* counter) {
       const auto& ingMspec = spec->ingL2DomainMatchSpec(key);
       KILN_ASSERT(!!ingMspec);
-      add(ingL2DomainHandle(), entry != nullptr ? *entry : ingL2DomainCountTable_->entry(*ingMspec), adjust, counter);
+      add(ingL2DomainHandle(), entry != nullptr ? *entry : ingL2DomainCountTable_->entry(*ingMspec), adjust,
+          counter);
    };
    const auto addEgress = [&](const SviCounterKey& key, const ZlTable::EntrySlot* entry, S16 adjust,
                               packets_and_bytes* counter) {
       const auto& egrMspec = spec->egrL2DomainMatchSpec(key);
       KILN_ASSERT(!!egrMspec);
-      add(egrL2DomainHandle(), entry != nullptr ? *entry : egrL2DomainCountTable_->entry(*egrMspec), adjust, counter);
+      add(egrL2DomainHandle(), entry != nullptr ? *entry : egrL2DomainCountTable_->entry(*egrMspec), adjust,
+          counter);
    };
    addIngress(sviOrdinary, spec->ingress.ordinary, 0, &reading->ordinaryIn);
    addEgress(sviOrdinary, spec->egress.ordinary, 0, &reading->ordinaryOut);
@@ -268,7 +271,8 @@ void ZelCountersL3Helper::accumulateStats(U32 tableHandle, U32 entryHandle, S16 
    KILN_ASSERT(status == 0);
 }
 
-U32 ZelCountersL3Helper::addEntry(U32 tableHandle, U32 entryHandle, S16 adjust, packets_and_bytes* counter) const {
+U32 ZelCountersL3Helper::addEntry(U32 tableHandle, U32 entryHandle, S16 adjust,
+                                  packets_and_bytes* counter) const {
    p4_pd_counter_value value{};
    // All pipes at once: a VLAN has ports in any of them.
    const U32 status = ZelCountersIntf::counterReadDirect(ZelSdk::getZelSessionHdl(), devId_, allPipes,

@@ -210,8 +210,8 @@ bool ZelCountersL3IntfSm::getIntfCounter(const Pelt::IntfId& intf, packets_and_b
    return getIntfCounter(intf, rx, tx, nullptr);
 }
 
-bool ZelCountersL3IntfSm::getIntfCounter(const Pelt::IntfId& intf, packets_and_bytes* rx, packets_and_bytes* tx,
-                                         Parts* parts) {
+bool ZelCountersL3IntfSm::getIntfCounter(const Pelt::IntfId& intf, packets_and_bytes* rx,
+                                         packets_and_bytes* tx, Parts* parts) {
    KILN_TRACE(9, "ZelCountersL3IntfSm::getIntfCounter intf " << intf);
    const Bridging::VlanId* const vlan = l3IntfToVid().find(intf);
    return vlan != nullptr && readIntf(intf, *vlan, rx, tx, parts);
@@ -255,12 +255,15 @@ bool ZelCountersL3IntfSm::readIntf(const Pelt::IntfId& intf, Bridging::VlanId vl
       txSum = txSum + svi.ordinaryOut + svi.decapsulatedOut;
       rxSnat = rxSnat + svi.sourceNatIn;
       // No life: every programming has a number of its own over all lives.
-      const Vex::Source source{devId, Vex::Source::Block::l2Domain, vlan.value(), 0, svi.entries->programming};
+      const Vex::Source source{devId, Vex::Source::Block::l2Domain, vlan.value(), 0,
+                               svi.entries->programming};
       natReadings_.push_back({source, &svi.entries->isNatCounted, {packetsFirst(svi.sourceNatIn)}});
       if (parts != nullptr) {
-         parts->push_back({source, &svi.entries->isCounted,
-                           {bytesFirst(svi.ordinaryIn), bytesFirst(svi.decapsulatedIn), bytesFirst(svi.sourceNatIn),
-                            bytesFirst(svi.ordinaryOut), bytesFirst(svi.decapsulatedOut)}});
+         parts->push_back(
+              {source,
+               &svi.entries->isCounted,
+               {bytesFirst(svi.ordinaryIn), bytesFirst(svi.decapsulatedIn), bytesFirst(svi.sourceNatIn),
+                bytesFirst(svi.ordinaryOut), bytesFirst(svi.decapsulatedOut)}});
       }
    }
    *rx = rxSum;

@@ -89,8 +89,8 @@ class ZelCountersL3IntfSm : public Kiln::Entity {
    };
 
    // What getIntfCounter does for an interface in l3IntfToVid.
-   bool readIntf(const Pelt::IntfId& intf, Bridging::VlanId vlan, packets_and_bytes* rx, packets_and_bytes* tx,
-                 Parts* parts);
+   bool readIntf(const Pelt::IntfId& intf, Bridging::VlanId vlan, packets_and_bytes* rx,
+                 packets_and_bytes* tx, Parts* parts);
    void readOnceMore(const Pelt::IntfId& intf, Bridging::VlanId vlan);
    NatCount& natCountOf(const Pelt::IntfId& intf);
    static void addNatCounts(NatCount& natCount, std::span<const Vex::DevicesMeter<1>::Reading> readings);

@@ -53,7 +53,8 @@ void MacCounters::updateCounters(const Pelt::IntfId& intf, const bf_rmon_counter
 void MacCounters::handlePort(const Pelt::IntfId& intf) {
    const ZelSystem::PortRecord* const port = chip().systemStatus()->portInfo().find(intf);
    const Kiln::Ptr<IntfCounters> last = macCountersLast(intf);
-   if (port != nullptr && last && (port->devId != chip().deviceId() || port->devicePort != last->devicePort())) {
+   if (port != nullptr && last &&
+       (port->devId != chip().deviceId() || port->devicePort != last->devicePort())) {
       macCountersLastDel(intf);
       macCountersClearDel(intf);
    }

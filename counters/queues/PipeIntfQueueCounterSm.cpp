@@ -112,8 +112,9 @@ pipe_status_t PipeIntfQueueCounterSm::readSent(const Port& port, U32 tableHandle
    const std::size_t first = port.pipePort * queuesPerPort;
    pipe_status_t rc = 0;
    for (unsigned queue = 0; queue < port.queues && rc == 0; ++queue) {
-      rc = pipe_mgr_stat_ent_query(parent_->chip().sessionId(), parent_->chip().deviceId(), pipe_, tableHandle,
-                                   ZlPort::queueEntry(port.pipePort, queue), &readings.sent[first + queue]);
+      rc = pipe_mgr_stat_ent_query(parent_->chip().sessionId(), parent_->chip().deviceId(), pipe_,
+                                   tableHandle, ZlPort::queueEntry(port.pipePort, queue),
+                                   &readings.sent[first + queue]);
    }
    return rc;
 }
@@ -183,8 +184,8 @@ void PipeIntfQueueCounterSm::readOnceMore() {
    const double time = Kiln::System::currentTime();
    for (const Port& port : ports().all()) {
       const Kiln::Ptr<IntfQueueCounters>& stored = parent_->intfQueueCounters(port.intf);
-      const bool wasRead = stored && stored->devicePort() == port.devicePort &&
-                           stored->readTime() != Silo::unknownSampleTime;
+      const bool wasRead =
+           stored && stored->devicePort() == port.devicePort && stored->readTime() != Silo::unknownSampleTime;
       if (wasRead && readSent(port, tableHandle(), readings) == 0 &&
           readDropped(port, readings) == BF_SUCCESS) {
          storePort(port, readings, time);

@@ -28,8 +28,7 @@ class QueueCounters {
    void handOver(const IntfQueueCounters& counters);
    // Reads the queues that were read before once more, as the SDK has them. A failure changes nothing.
    void readOnceMore();
-   // The interface's counts are 0 from here on, and so is what is handed over; `portChanged` when its port has just
-   // appeared or changed. Nothing is asked of the SDK.
+   // What is stored of the interface is 0 from here on, and so is what is handed over. Nothing is asked of the SDK.
    void clear(const Pelt::IntfId& intf);
 
    // Seconds between two polls of a pipe's queues. Taken up when a pipe's clock is armed next, and told to the readers

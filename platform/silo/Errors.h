@@ -36,7 +36,7 @@ class AbsentRecord : public TableError {
    using TableError::TableError;
 };
 
-// One finding of damage in a table, and what was done about it.
+// One finding in a table that its writer opened or read, and what was done about it.
 struct Corruption {
    enum class Remedy {
       none,         // only found; the next write makes the record whole
@@ -45,6 +45,7 @@ struct Corruption {
       restarted,    // began anew from the table's default entry
       freed,        // its key was lost as well: the slot is free again
       headerMended, // the header's changing part was written anew; records kept
+      takenOver,    // no damage: the records of the last release's layout were taken over
       recreated,    // the whole table was created anew, empty
    };
 

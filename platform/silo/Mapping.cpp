@@ -90,6 +90,12 @@ void Mapping::grow(std::size_t size) {
    map(size);
 }
 
+void Mapping::sync() const {
+   if (msync(data_, size_, MS_SYNC) != 0) {
+      throwError(errno, "write back");
+   }
+}
+
 void Mapping::swap(Mapping& other) noexcept {
    std::swap(descriptor_, other.descriptor_);
    std::swap(isWritable_, other.isWritable_);

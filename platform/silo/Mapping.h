@@ -32,6 +32,8 @@ class Mapping {
    // Makes the file longer, with zeros, and maps it anew: pointers into it become invalid. The space is allocated now,
    // so that a full disk is an error here and not a signal at some later store.
    void grow(std::size_t size);
+   // Brings the content to the disk, if there is one below.
+   void sync() const;
 
  private:
    void swap(Mapping& other) noexcept;

@@ -29,7 +29,7 @@ void requirePollingInterval(const std::string& table, double seconds) {
 } // namespace
 
 RawTable::RawTable(const Store& store, const std::string& name, const RecordLayout& layout,
-                   const void* defaultEntry, TableOptions options)
+                   const void* defaultEntry, TableOptions options, const FormerLayout& former)
      : store_(store), name_(name), layout_(layout), geometry_(layout),
        defaultEntry_(bytesOf(defaultEntry, layout.size)), options_(std::move(options)),
        scratch_(layout.size + bytesPerRow) {
@@ -39,11 +39,19 @@ RawTable::RawTable(const Store& store, const std::string& name, const RecordLayo
    }
    requirePollingInterval(name_, options_.pollingInterval);
    try {
-      open();
+      open(former);
    } catch (const std::system_error& error) {
       throw TableError(store_.describe(name_) + ", " + std::to_string(options_.capacity) + " records of " +
                        std::to_string(layout_.size) + " bytes: " + error.what());
    }
+}
+
+RawTable::RawTable(const RawTable& successor, const FormerLayout& former, Mapping mapping)
+     : store_(successor.store_), name_(successor.name_), layout_(former.layout), geometry_(former.layout),
+       defaultEntry_(former.defaultEntry), options_(successor.options_), mapping_(std::move(mapping)),
+       scratch_(former.layout.size + bytesPerRow) {
+   const std::size_t kept = restoreState();
+   restore(kept, kept);
 }
 
 // Pid 0 tells readers and the next writer that the table was closed in good order. The records stay.
@@ -54,41 +62,41 @@ RawTable::~RawTable() {
 
 // The order matters: the identity is checked before anything else is believed, slots are restored before the new
 // state is published, and publishing the state is the last step, since it lets readers in.
-void RawTable::open() {
+void RawTable::open(const FormerLayout& former) {
    mapping_ = store_.openForWriting(name_);
    std::size_t kept = 0;
    if (mapping_.size() == 0) {
-      create();
-   } else if (mapping_.size() < geometry_.sizeFor(1)) {
-      report("", "has only " + std::to_string(mapping_.size()) + " bytes", Remedy::recreated);
+      create(options_.capacity);
+   } else if (options_.isBegunAnew) {
       recreate();
-   } else if (std::string problem = header().identityProblem(layout_); !problem.empty()) {
+   } else if (std::string problem = problemWith(layout_); problem.empty()) {
+      kept = restoreState();
+   } else if (former.upgrade && problemWith(former.layout).empty()) {
+      takeOver(former);
+      return;
+   } else {
       report("", problem, Remedy::recreated);
       recreate();
-   } else {
-      kept = restoreState();
    }
    // Never fewer than there were: the records stay, and readers have these slots mapped.
-   std::size_t capacity = std::max(kept, options_.capacity);
-   if (mapping_.size() < geometry_.sizeFor(capacity)) {
-      // In place. New slots are zeros, and so is a free slot: a kill in here does no harm.
-      mapping_.grow(geometry_.sizeFor(capacity));
-   }
-   index_.reset(capacity);
-   generations_.resize(capacity);
-   free_.reserve(capacity);
-   restoreSlots(kept);
-
-   state_.capacity = capacity;
-   state_.epoch += 1;
-   state_.writerPid = getpid();
-   state_.pollingInterval = options_.pollingInterval;
-   state_.clockDomain = options_.clockDomain;
-   header().stateIs(state_);
+   restore(kept, std::max(kept, options_.capacity));
+   begin();
 }
 
-void RawTable::create() {
-   mapping_.grow(geometry_.sizeFor(options_.capacity));
+// Why the mapping is no table of this layout. Empty: it is one.
+std::string RawTable::problemWith(const RecordLayout& layout) const {
+   std::string problem;
+   if (mapping_.size() >= sizeof(TableHeader)) {
+      problem = header().identityProblem(layout);
+   }
+   if (problem.empty() && mapping_.size() < TableGeometry(layout).sizeFor(1)) {
+      problem = "has only " + std::to_string(mapping_.size()) + " bytes";
+   }
+   return problem;
+}
+
+void RawTable::create(std::size_t capacity) {
+   mapping_.grow(geometry_.sizeFor(capacity));
    // A kill before this leaves a magic number of 0. The next start takes that for no table and creates it anew.
    header().identityIs(layout_);
 }
@@ -102,7 +110,36 @@ void RawTable::recreate() {
    }
    store_.remove(name_);
    mapping_ = store_.openForWriting(name_);
-   create();
+   create(options_.capacity);
+}
+
+// Until the new table is whole the old one keeps the name, and is only mended as what it is. So a kill leaves one or the
+// other, and the next start does what is left to do.
+void RawTable::takeOver(const FormerLayout& former) {
+   RawTable old(*this, former, std::move(mapping_));
+   mapping_ = store_.openSuccessor(name_);
+   const std::size_t capacity = std::max(old.capacity(), options_.capacity);
+   create(capacity);
+   reset(capacity);
+   std::vector<std::byte> record(former.layout.size);
+   for (SlotIndex i = 0; i < old.capacity(); ++i) {
+      if (const Key& key = old.index_.keyOf(i); !key.isEmpty()) {
+         RecordInfo info = old.readOrDefault(key, record.data());
+         info.generation = old.generations_[i];
+         former.upgrade(record.data(), scratch_.data());
+         writeSlot(i, {key, info, scratch_.data(), layout_.size});
+         adopt(i, key, info);
+      }
+   }
+   listFreeSlots();
+   highestGenerationIs(old.highestGeneration_);
+   removedGenerationIs(old.removedGeneration_);
+   state_.epoch = old.state_.epoch;
+   begin();
+   mapping_.sync(); // or a power failure could leave the name to a file whose content never got to the disk
+   store_.promoteSuccessor(name_);
+   report("", "has records of layout version " + std::to_string(former.layout.version), Remedy::takenOver);
+   // The old table ends here. Its end moves its state sequence, which sends its readers back to the name.
 }
 
 // Takes over the last writer's state. Returns how many slots it left.
@@ -125,17 +162,53 @@ std::size_t RawTable::restoreState() {
    return std::min<std::size_t>(state_.capacity, fitting);
 }
 
+// Makes room for so many records, of which the first ones may hold what the last writer left.
+void RawTable::restore(std::size_t kept, std::size_t capacity) {
+   if (mapping_.size() < geometry_.sizeFor(capacity)) {
+      // In place. New slots are zeros, and so is a free slot: a kill in here does no harm.
+      mapping_.grow(geometry_.sizeFor(capacity));
+   }
+   reset(capacity);
+   removedGeneration_ = header().removedGeneration();
+   highestGeneration_ = std::max(header().highestGeneration(), removedGeneration_);
+   restoreSlots(kept);
+   listFreeSlots();
+   // Written anew in any case: they may have been damaged, or missing.
+   highestGenerationIs(highestGeneration_);
+   removedGenerationIs(removedGeneration_);
+}
+
+void RawTable::reset(std::size_t capacity) {
+   index_.reset(capacity);
+   generations_.resize(capacity);
+   free_.reserve(capacity);
+   state_.capacity = capacity;
+}
+
 void RawTable::restoreSlots(std::size_t kept) {
+   // Begun anew last, since they go on from the highest generation of all others.
+   std::vector<SlotIndex> lost;
+   auto restoreOrNote = [this, &lost](SlotIndex i) {
+      if (!restoreSlot(i)) {
+         lost.push_back(i);
+      }
+   };
    // The journal's slot comes first: mending any other slot overwrites the journal.
    SlotIndex first = journal().slot();
    if (first < kept) {
-      restoreSlot(first);
+      restoreOrNote(first);
    }
    for (SlotIndex i = 0; i < kept; ++i) {
       if (i != first) {
-         restoreSlot(i);
+         restoreOrNote(i);
       }
    }
+   for (SlotIndex i : lost) {
+      beginAnew(i);
+   }
+}
+
+void RawTable::listFreeSlots() {
    // Backward, so that the lowest free slot is taken first.
    for (SlotIndex i = capacity(); i-- > 0;) {
       if (index_.keyOf(i).isEmpty()) {
@@ -144,25 +217,29 @@ void RawTable::restoreSlots(std::size_t kept) {
    }
 }
 
-void RawTable::restoreSlot(SlotIndex i) {
-   if (options_.isBegunAnew) {
-      freeSlot(i);
-      return;
-   }
+// Publishes the table: readers may come.
+void RawTable::begin() {
+   state_.epoch += 1;
+   state_.writerPid = getpid();
+   state_.pollingInterval = options_.pollingInterval;
+   state_.clockDomain = options_.clockDomain;
+   header().stateIs(state_);
+}
+
+// False: nothing whole is left in the slot.
+bool RawTable::restoreSlot(SlotIndex i) {
    Key key;
    RecordInfo info;
    RecordSlot::State state = slot(i).tryReadKey(key);
    if (state == RecordSlot::State::free) {
-      return;
+      return true;
    }
    if (state == RecordSlot::State::whole) {
       state = slot(i).tryRead(key, info, scratch_.data(), layout_.size);
    }
-   // has(key): a duplicate, which only damage can make. The first slot keeps the key.
+   // has(key): a duplicate, which only damage can make. The first whole one keeps the key.
    if (state != RecordSlot::State::whole || has(key)) {
-      mendSlot(i, state == RecordSlot::State::changing ? "left half-written by the last writer"
-                                                       : "checksum mismatch");
-      return;
+      return mendSlot(i);
    }
    if (!state_.clockDomain.isComparableWith(options_.clockDomain) && info.sampleTime != unknownSampleTime) {
       // The record's time was taken from another clock and means nothing on this one.
@@ -170,34 +247,26 @@ void RawTable::restoreSlot(SlotIndex i) {
       writeSlot(i, {key, info, scratch_.data(), layout_.size});
    }
    adopt(i, key, info);
+   return true;
 }
 
-// Tries three sources in turn: the journal, which has the record that a kill interrupted; the slot itself, when only
-// its sequence was left odd; and, when just the key is intact, the default entry.
-void RawTable::mendSlot(SlotIndex i, const char* finding) {
+// Tries two sources in turn: the journal, which has the record that a kill interrupted, and the slot itself, when only
+// its sequence was left odd. False: neither has it.
+bool RawTable::mendSlot(SlotIndex i) {
    Key key;
    RecordInfo info;
-   Remedy remedy = Remedy::finished;
    const std::optional<std::uint64_t> journalled =
         journal().take(i, key, info, scratch_.data(), layout_.size);
    if (!journalled) {
       key = slot(i).intactKey();
-      if (slot(i).load(key, info, scratch_.data(), layout_.size) == RecordSlot::State::whole) {
-         remedy = Remedy::kept;
-      } else {
-         remedy = Remedy::restarted;
-         // A generation below the one that a reader has seen tells it that the record began anew.
-         info = {1, unknownSampleTime};
-         std::copy(defaultEntry_.begin(), defaultEntry_.end(), scratch_.begin());
+      if (slot(i).load(key, info, scratch_.data(), layout_.size) != RecordSlot::State::whole) {
+         return false;
       }
    }
-   if (key.isEmpty() || has(key)) {
-      report("", "record " + std::to_string(i) + ": " + finding + ", and no key of its own is left",
-             Remedy::freed);
-      freeSlot(i);
-      return;
+   if (has(key)) {
+      return false;
    }
-   report(std::string(key.view()), finding, remedy);
+   report(std::string(key.view()), findingOf(i), journalled ? Remedy::finished : Remedy::kept);
    const RecordContent content{key, info, scratch_.data(), layout_.size};
    if (journalled) {
       // Straight to the slot: the journal has to stay whole until the slot is.
@@ -206,11 +275,37 @@ void RawTable::mendSlot(SlotIndex i, const char* finding) {
       writeSlot(i, content);
    }
    adopt(i, key, info);
+   return true;
+}
+
+// For a slot of which at most the key is intact.
+void RawTable::beginAnew(SlotIndex i) {
+   const Key key = slot(i).intactKey();
+   if (key.isEmpty() || has(key)) {
+      report("", "record " + std::to_string(i) + ": " + findingOf(i) + ", and no key of its own is left",
+             Remedy::freed);
+      // The lost key may come back, and nobody knows how far its record had come.
+      removedGenerationIs(highestGeneration_);
+      freeSlot(i);
+      return;
+   }
+   report(std::string(key.view()), findingOf(i), Remedy::restarted);
+   const RecordInfo info{highestGeneration_ + 1, unknownSampleTime};
+   highestGenerationIs(info.generation);
+   writeSlot(i, {key, info, defaultEntry_.data(), layout_.size});
+   adopt(i, key, info);
+}
+
+const char* RawTable::findingOf(SlotIndex i) const {
+   Key key;
+   return slot(i).tryReadKey(key) == RecordSlot::State::changing ? "left half-written by the last writer"
+                                                                 : "checksum mismatch";
 }
 
 void RawTable::adopt(SlotIndex i, const Key& key, const RecordInfo& info) {
    index_.insert(key, i);
    generations_[i] = info.generation;
+   highestGeneration_ = std::max(highestGeneration_, info.generation);
 }
 
 std::vector<Key> RawTable::keys() const {
@@ -231,17 +326,32 @@ void RawTable::write(const Key& key, const void* payload, double sampleTime) {
                                   ": the sample time has to be a finite number of seconds");
    }
    SlotIndex i = index_.find(key, nextGuess_);
-   if (i == KeyIndex::none) {
+   const bool isNew = i == KeyIndex::none;
+   if (isNew) {
       i = slotFor(key);
    }
    nextGuess_ = i + 1;
    // From the writer's own copy: a damaged slot must not make a generation step back.
    std::uint64_t generation = ++generations_[i];
+   if (generation > highestGeneration_) {
+      // Before the record, so that no reader has seen a higher one.
+      highestGenerationIs(generation);
+   }
    writeSlot(i, {key, {generation, sampleTime}, payload, layout_.size});
    // After the record is whole: a reader that sees the new version must find the key.
-   if (generation == 1) {
+   if (isNew) {
       header().directoryVersionInc();
    }
+}
+
+void RawTable::highestGenerationIs(std::uint64_t generation) {
+   highestGeneration_ = generation;
+   header().highestGenerationIs(generation);
+}
+
+void RawTable::removedGenerationIs(std::uint64_t generation) {
+   removedGeneration_ = generation;
+   header().removedGenerationIs(generation);
 }
 
 // Gives the key a free slot.
@@ -257,7 +367,8 @@ RawTable::SlotIndex RawTable::slotFor(const Key& key) {
    SlotIndex i = free_.back();
    free_.pop_back();
    index_.insert(key, i);
-   generations_[i] = 0;
+   // The key may have been here before, so it goes on from there.
+   generations_[i] = removedGeneration_;
    return i;
 }
 
@@ -271,6 +382,7 @@ void RawTable::remove(const Key& key) {
    if (i == KeyIndex::none) {
       return;
    }
+   removedGenerationIs(std::max(removedGeneration_, generations_[i]));
    // The directory version stays: readers notice from the slot itself that its key has gone.
    freeSlot(i);
    index_.erase(i);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "silo/Errors.h"
+#include "silo/FormerLayout.h"
 #include "silo/Journal.h"
 #include "silo/KeyIndex.h"
 #include "silo/RecordSlot.h"
@@ -27,7 +28,7 @@ struct TableOptions {
 class RawTable {
  public:
    RawTable(const Store& store, const std::string& name, const RecordLayout& layout, const void* defaultEntry,
-            TableOptions options);
+            TableOptions options, const FormerLayout& former = {});
    ~RawTable();
    RawTable(const RawTable&) = delete;
    RawTable& operator=(const RawTable&) = delete;
@@ -53,14 +54,27 @@ class RawTable {
                                             i * geometry_.slotStride);
    }
 
-   void open();
-   void create();
+   // A table of the former layout that is to be taken over, by its locked mapping.
+   RawTable(const RawTable& successor, const FormerLayout& former, Mapping mapping);
+
+   void open(const FormerLayout& former);
+   std::string problemWith(const RecordLayout& layout) const;
+   void create(std::size_t capacity);
    void recreate();
+   void takeOver(const FormerLayout& former);
    std::size_t restoreState();
+   void restore(std::size_t kept, std::size_t capacity);
+   void reset(std::size_t capacity);
    void restoreSlots(std::size_t kept);
-   void restoreSlot(SlotIndex i);
-   void mendSlot(SlotIndex i, const char* finding);
+   bool restoreSlot(SlotIndex i);
+   bool mendSlot(SlotIndex i);
+   void beginAnew(SlotIndex i);
+   const char* findingOf(SlotIndex i) const;
    void adopt(SlotIndex i, const Key& key, const RecordInfo& info);
+   void listFreeSlots();
+   void begin();
+   void highestGenerationIs(std::uint64_t generation);
+   void removedGenerationIs(std::uint64_t generation);
    SlotIndex slotFor(const Key& key);
    void writeSlot(SlotIndex i, const RecordContent& content);
    void freeSlot(SlotIndex i);
@@ -78,9 +92,11 @@ class RawTable {
    // The writer's own copy of keys and generations: it never trusts shared memory, which others might overwrite.
    KeyIndex index_;
    std::vector<std::uint64_t> generations_; // by slot
-   std::vector<SlotIndex> free_;            // the last one is used next
-   SlotIndex nextGuess_ = 0;                // after the one written last: passes write records in one order
-   std::vector<std::byte> scratch_;         // room for one record, in whole rows
+   std::uint64_t highestGeneration_ = 0;    // see TableHeader
+   std::uint64_t removedGeneration_ = 0;
+   std::vector<SlotIndex> free_;    // the last one is used next
+   SlotIndex nextGuess_ = 0;        // after the one written last: passes write records in one order
+   std::vector<std::byte> scratch_; // room for one record, in whole rows
 };
 
 } // namespace Silo

@@ -43,8 +43,9 @@ constexpr RecordLayout layoutOf() {
 inline constexpr double unknownSampleTime = -std::numeric_limits<double>::infinity();
 
 struct RecordInfo {
-   // Counts the writes of this record since it was created or began anew, from 1. A smaller one than before tells that
-   // the record began anew in between.
+   // Rises with every write of the record and never goes back within the table's life: a record that began anew goes on
+   // from the highest generation in the table, and a new one from the highest of those that were removed. So in a table
+   // that never lost a record it counts writes, from 1.
    std::uint64_t generation = 0;
    double sampleTime = unknownSampleTime; // seconds, in the table's clock domain
 };

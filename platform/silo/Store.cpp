@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -65,7 +66,7 @@ Store Store::directory(const std::string& path, mode_t mode) {
 
 Mapping Store::openForReading(const std::string& table) const {
    // O_NONBLOCK, because opening a FIFO of that name would otherwise block the reader.
-   int descriptor = open(table, O_RDONLY | O_NONBLOCK);
+   int descriptor = open(pathOf(table), O_RDONLY | O_NONBLOCK);
    if (descriptor < 0) {
       fail(table, "open", errno);
    }
@@ -97,10 +98,33 @@ Mapping Store::openForWriting(const std::string& table) const {
    }
 }
 
+Mapping Store::openSuccessor(const std::string& table) const {
+   const std::string path = successorPathOf(table);
+   unlink(path); // a killed writer may have left one; what cannot be removed is an error of the next call
+   const int descriptor = create(path);
+   if (descriptor < 0) {
+      fail(table, "create a successor of", errno);
+   }
+   try {
+      Mapping mapping(descriptor, true);
+      mapping.lock(); // nobody else has it open: the lock on the table itself keeps other writers away
+      return mapping;
+   } catch (const std::system_error& error) {
+      fail(table, "lock or map a successor of", error.code().value());
+   }
+}
+
+void Store::promoteSuccessor(const std::string& table) const {
+   // Shared memory objects have no call for this, but on Linux they are files in this folder.
+   const std::string folder = kind_ == Kind::sharedMemory ? "/dev/shm" : "";
+   if (std::rename((folder + successorPathOf(table)).c_str(), (folder + pathOf(table)).c_str()) != 0) {
+      fail(table, "replace", errno);
+   }
+}
+
 void Store::remove(const std::string& table) const {
-   std::string path = pathOf(table);
-   int result = kind_ == Kind::sharedMemory ? shm_unlink(path.c_str()) : unlink(path.c_str());
-   if (result != 0 && errno != ENOENT) {
+   unlink(successorPathOf(table)); // which only a killed writer leaves
+   if (unlink(pathOf(table)) != 0 && errno != ENOENT) {
       fail(table, "remove", errno);
    }
 }
@@ -115,28 +139,44 @@ std::string Store::pathOf(const std::string& table) const {
    return kind_ == Kind::sharedMemory ? "/" + place_ + "." + table : place_ + "/" + table;
 }
 
-int Store::open(const std::string& table, int flags) const {
-   std::string path = pathOf(table);
+// No table's name has this character.
+std::string Store::successorPathOf(const std::string& table) const {
+   return pathOf(table) + "~";
+}
+
+int Store::open(const std::string& path, int flags) const {
    // A link is not followed, since another user could have put it there and have the writer overwrite any file.
    // shm_open sets both flags itself.
    return kind_ == Kind::sharedMemory ? shm_open(path.c_str(), flags, mode_)
                                       : ::open(path.c_str(), flags | O_CLOEXEC | O_NOFOLLOW, mode_);
 }
 
+int Store::create(const std::string& path) const {
+   int descriptor = open(path, O_RDWR | O_CREAT | O_EXCL);
+   if (descriptor >= 0) {
+      fchmod(descriptor, mode_); // overrides the umask: readers run as other users
+   }
+   return descriptor;
+}
+
+int Store::unlink(const std::string& path) const {
+   return kind_ == Kind::sharedMemory ? shm_unlink(path.c_str()) : ::unlink(path.c_str());
+}
+
 // Opening and creating are two steps, since O_CREAT alone would not tell whether the mode has to be set. Between them
 // another process may create or remove the file: then both are tried again.
 int Store::openOrCreate(const std::string& table) const {
+   const std::string path = pathOf(table);
    for (;;) {
-      int descriptor = open(table, O_RDWR | O_NONBLOCK);
+      int descriptor = open(path, O_RDWR | O_NONBLOCK);
       if (descriptor >= 0) {
          return descriptor;
       }
       if (errno != ENOENT) {
          fail(table, "open for writing", errno);
       }
-      descriptor = open(table, O_RDWR | O_CREAT | O_EXCL);
+      descriptor = create(path);
       if (descriptor >= 0) {
-         fchmod(descriptor, mode_); // overrides the umask: readers run as other users
          return descriptor;
       }
       if (errno != EEXIST) {

@@ -23,6 +23,10 @@ class Store {
    Mapping openForReading(const std::string& table) const;
    // A locked, writable mapping, empty if the table is new. Throws WriterConflict if the table has a writer.
    Mapping openForWriting(const std::string& table) const;
+   // For a table of that name that is to be replaced by another one, by the holder of its lock. First an empty one beside
+   // it, locked and writable; then, once that is whole, its way to the name. A kill leaves the one or the other there.
+   Mapping openSuccessor(const std::string& table) const;
+   void promoteSuccessor(const std::string& table) const;
    // Removes the name; whoever has the table open keeps it. An absent table is not an error.
    void remove(const std::string& table) const;
 
@@ -34,7 +38,10 @@ class Store {
    Store(Kind kind, std::string place, mode_t mode) : kind_(kind), place_(std::move(place)), mode_(mode) {}
 
    std::string pathOf(const std::string& table) const;
-   int open(const std::string& table, int flags) const;
+   std::string successorPathOf(const std::string& table) const;
+   int open(const std::string& path, int flags) const;
+   int create(const std::string& path) const;
+   int unlink(const std::string& path) const;
    int openOrCreate(const std::string& table) const;
    [[noreturn]] void fail(const std::string& table, const char* doing, int error) const;
 

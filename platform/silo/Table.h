@@ -1,6 +1,7 @@
 // A shared table as its one writer sees it.
 #pragma once
 
+#include "silo/FormerLayout.h"
 #include "silo/RawTable.h"
 #include "silo/Record.h"
 
@@ -15,13 +16,20 @@ namespace Silo {
 // The constructor takes over what the last writer left. Whole records stay, with generation and sample time (a sample
 // time of another clock domain becomes unknownSampleTime). Each record that is not whole is reported once to the
 // corruption handler and mended as far as possible: completed from the journal, or begun anew from the default entry. A
-// table of another layout is reported and created anew, empty. Throws WriterConflict if the table has a writer, and
-// TableError for what the system refuses.
+// table of another layout is reported, and created anew, empty, or taken over if it has the given former layout. Throws
+// WriterConflict if the table has a writer, and TableError for what the system refuses.
 template <RecordType Record>
 class Table {
  public:
    Table(const Store& store, const std::string& name, const Record& defaultEntry, TableOptions options)
         : raw_(store, name, layoutOf<Record>(), &defaultEntry, std::move(options)) {}
+
+   // Also takes over a table of Former records, with generations and sample times, as soon as its records are mended: a
+   // kill loses nothing. `upgraded` must make the default entry of a default Former.
+   template <RecordType Former>
+   Table(const Store& store, const std::string& name, const Record& defaultEntry, TableOptions options,
+         Record (*upgraded)(const Former&))
+        : raw_(store, name, layoutOf<Record>(), &defaultEntry, std::move(options), formerLayout(upgraded)) {}
 
    const std::string& name() const { return raw_.name(); }
    std::size_t capacity() const { return raw_.capacity(); }

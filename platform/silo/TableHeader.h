@@ -52,7 +52,24 @@ class alignas(cacheLine) TableHeader {
                               std::memory_order_release);
    }
 
+   // Generations that may not come back: the highest of all records that there ever were, and of those that were
+   // removed. For writers only, and not under the checksum: a writer also knows the generations of the records that it
+   // finds, so these matter only for records that are gone. A table older than these words has zeros here.
+   std::uint64_t highestGeneration() const { return believable(highestGeneration_); }
+   void highestGenerationIs(std::uint64_t generation) {
+      highestGeneration_.store(generation, std::memory_order_release);
+   }
+   std::uint64_t removedGeneration() const { return believable(removedGeneration_); }
+   void removedGenerationIs(std::uint64_t generation) {
+      removedGeneration_.store(generation, std::memory_order_release);
+   }
+
  private:
+   // No record is written so often that its top bit gets set. A damaged word must not bring generations to their end.
+   static std::uint64_t believable(const Word& generation) {
+      const std::uint64_t value = generation.load(std::memory_order_relaxed);
+      return value >> 63 == 0 ? value : 0;
+   }
    std::uint64_t identityChecksum() const;
    static constexpr std::size_t stateWords = 7;
 
@@ -67,7 +84,12 @@ class alignas(cacheLine) TableHeader {
    Word directoryVersion_;
    Word stateChecksum_;
    Word state_[stateWords];
+   Word highestGeneration_;
+   Word removedGeneration_;
 };
+
+// Tables of earlier releases have to fit.
+static_assert(sizeof(TableHeader) == 4 * cacheLine);
 
 // Where things lie in a table of such records.
 struct TableGeometry {

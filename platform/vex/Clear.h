@@ -28,7 +28,8 @@ class Clear {
          return;
       }
       const Silo::Sample<Record> sample = table.sampleOrDefault(key);
-      bool isOfRecord = sample.info.generation != 0 && sample.record.createdUnixTime == record.createdUnixTime;
+      bool isOfRecord =
+           sample.info.generation != 0 && sample.record.createdUnixTime == record.createdUnixTime;
       for (std::size_t i = 0; i < record.totals.size(); ++i) {
          isOfRecord &= !isBelow(record.totals[i], sample.record.totals[i]);
       }
@@ -47,9 +48,16 @@ class Clear {
       time_ = now;
       isOwed_ = true;
    }
-   // Writes the clear if the table lacks it; throws what the table throws.
+   // Writes the clear if the table lacks it; throws what the table throws. Looks now and then whether somebody has damaged
+   // the table's copy.
    void write(Table* table, const Silo::Key& key) {
-      if (isOwed_ && table != nullptr) {
+      if (table == nullptr || !record_) {
+         return;
+      }
+      if (!isOwed_ && ++calls_ % callsPerLook == 0) {
+         isOwed_ = table->sampleOrDefault(key).info.generation == 0;
+      }
+      if (isOwed_) {
          table->recordIs(key, *record_, time_ == Silo::unknownSampleTime ? record_->createdTime : time_);
          isOwed_ = false;
       }
@@ -64,6 +72,8 @@ class Clear {
    std::unique_ptr<Record> record_;
    double time_ = Silo::unknownSampleTime;
    bool isOwed_ = false;
+   static constexpr unsigned callsPerLook = 16; // a call comes with each poll
+   unsigned calls_ = 0;
 };
 
 } // namespace Vex

@@ -111,13 +111,11 @@ class Meter {
    using Values = std::array<U64, n>;
 
    Step<n> read(const Values& reading, Begin begin = Begin::step) {
-      if (begin == Begin::nothing) {
-         *this = {};
+      if (begin == Begin::nothing || begin == Begin::whole) {
          last_ = reading;
-         return {};
-      }
-      if (begin == Begin::whole) {
-         *this = {};
+         flip_ = {};
+         // However much it is: the hardware may have counted for years.
+         return {begin == Begin::whole ? reading : Values{}};
       }
       Step<n> step;
       bool isPlain = true;

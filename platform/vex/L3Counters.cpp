@@ -10,7 +10,8 @@ namespace {
 using VexTypes::L3IntfCounters;
 
 // Stands for the parts of a reading that has none: all of it is one device's, which always counts.
-std::array<L3IntfCounters::Meter::Reading, 1> wholeOf(const Interface::L3IntfStatistics& statistics, bool* isCounted) {
+std::array<L3IntfCounters::Meter::Reading, 1> wholeOf(const Interface::L3IntfStatistics& statistics,
+                                                      bool* isCounted) {
    L3IntfCounters::Meter::Reading whole{{}, isCounted, {}};
    whole.values[0] = {statistics.inOctets, statistics.inPkts};
    whole.values[L3IntfCounters::inEntries] = {statistics.outOctets, statistics.outPkts};
@@ -18,7 +19,8 @@ std::array<L3IntfCounters::Meter::Reading, 1> wholeOf(const Interface::L3IntfSta
 }
 
 // Adds what the entries of a direction counted to its two fields.
-void addEntries(Silo::Interface::L3IntfCounters& record, std::size_t firstField, std::span<const Step<2>> entries) {
+void addEntries(Silo::Interface::L3IntfCounters& record, std::size_t firstField,
+                std::span<const Step<2>> entries) {
    for (const Step<2>& entry : entries) {
       for (std::size_t i = 0; i < 2; ++i) {
          record.deltas[firstField + i] += entry.counts[i];

@@ -3,9 +3,27 @@
 
 #include "kiln/Time.h"
 #include "vex/Continuity.h"
+#include "vex/FormerRecords.h"
 #include "vex/VexCountersLog.h"
 
+namespace Silo {
+
+template <RecordType Record>
+IntfTable<Record>::IntfTable(const Store& store, const std::string& name, TableOptions options)
+     : table_(store, name, Record{}, std::move(options), Interface::upgraded) {}
+
+template class IntfTable<Interface::IntfCounters>;
+template class IntfTable<Interface::L3IntfCounters>;
+template class IntfTable<Interface::IntfQueueCounters>;
+template class IntfTable<Interface::NatCounter>;
+
+} // namespace Silo
+
 namespace Silo::Interface {
+
+AllVlanIntfCounters::AllVlanIntfCounters(const Store& store, const std::string& name,
+                                         const std::string& clearName, const TableOptions& options)
+     : IntfTable(store, name, options), clearTable_(store, clearName, {}, options, upgraded) {}
 
 void AllIntfQueueCounters::queueIs(const Pelt::IntfId& intf, std::size_t queue, double now) {
    if (queue >= IntfQueueCounters::queueCount) {

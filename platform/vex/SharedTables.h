@@ -12,8 +12,8 @@ namespace Silo {
 template <RecordType Record>
 class IntfTable : public Kiln::PtrInterface {
  public:
-   IntfTable(const Store& store, const std::string& name, TableOptions options)
-        : table_(store, name, Record{}, std::move(options)) {}
+   // Takes over a table of the last release, too.
+   IntfTable(const Store& store, const std::string& name, TableOptions options);
 
    Table<Record>& table() { return table_; }
    const Table<Record>& table() const { return table_; }
@@ -51,8 +51,7 @@ class AllIntfQueueCounters : public IntfTable<IntfQueueCounters> {
 class AllVlanIntfCounters : public IntfTable<L3IntfCounters> {
  public:
    AllVlanIntfCounters(const Store& store, const std::string& name, const std::string& clearName,
-                       const TableOptions& options)
-        : IntfTable(store, name, options), clearTable_(store, clearName, {}, options) {}
+                       const TableOptions& options);
 
    Table<L3IntfCounters>& clearTable() { return clearTable_; }
 

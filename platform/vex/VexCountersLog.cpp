@@ -27,6 +27,8 @@ const char* remedyText(Silo::Corruption::Remedy remedy) {
       return "the record was dropped";
    case Remedy::headerMended:
       return "the header was mended";
+   case Remedy::takenOver:
+      return "they were taken over";
    case Remedy::recreated:
       return "the table was created anew";
    }
@@ -47,7 +49,19 @@ const Kiln::LogMessage VEX_COUNTERS_TABLE_CORRUPT{
      "table. What began anew counts from zero.",
      "None if the agent was just restarted. Otherwise find the process that writes into the table."};
 
+const Kiln::LogMessage VEX_COUNTERS_TABLE_TAKEN_OVER{"VEX_COUNTERS_TABLE_TAKEN_OVER", Kiln::Severity::notice,
+                                                     "Shared counters table %s %s; %s",
+                                                     "The agent was upgraded, and the table had the layout "
+                                                     "of the release before. Totals, clears and times stay.",
+                                                     "None."};
+
 void logCorruption(const Silo::Corruption& corruption) {
+   if (corruption.remedy == Silo::Corruption::Remedy::takenOver) {
+      const std::array<Kiln::String, 3> arguments{corruption.table, corruption.text,
+                                                  remedyText(corruption.remedy)};
+      Kiln::OperatorLog::instance().log(VEX_COUNTERS_TABLE_TAKEN_OVER, arguments);
+      return;
+   }
    const std::array<Kiln::String, 4> arguments{corruption.table,
                                                corruption.key.empty() ? "(none)" : corruption.key,
                                                corruption.text, remedyText(corruption.remedy)};

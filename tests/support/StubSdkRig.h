@@ -75,6 +75,7 @@ class StubSdkRig : public ::testing::Test {
       context.systemStatus = systemStatus;
       context.tmCountersData = tm;
       context.tmCountersDataLastClear = tmClear;
+      context.cliPortDropData = dropData;
       context.zlPdIntf = Kiln::allocate<StubSdk::Pd>();
       context.zlResourceInfoIntf = catalogue;
       context.devProfile.chipTypeName = "stub";
@@ -120,6 +121,7 @@ class StubSdkRig : public ::testing::Test {
    Kiln::Ptr<ZelSystem::SystemStatus> systemStatus = Kiln::allocate<ZelSystem::SystemStatus>();
    Kiln::Ptr<ZelQos::TmCountersData> tm = Kiln::allocate<ZelQos::TmCountersData>();
    Kiln::Ptr<ZelQos::TmCountersData> tmClear = Kiln::allocate<ZelQos::TmCountersData>();
+   Kiln::Ptr<ZelCounter::CliPortDropData> dropData = Kiln::allocate<ZelCounter::CliPortDropData>();
    std::map<int, Kiln::Ptr<ZelSlice::ChipStatus>> chipStatus;
    std::map<int, Kiln::Ptr<ZelCounter::ZelCounters>> chips;
 };

@@ -120,7 +120,8 @@ TEST_F(CountersCommands, AMovedPortIsAskedOfTheChipThatHasItNow) {
    agent_->portDel(Pelt::IntfId("Ethernet3"));
    agent_->portAdd(Pelt::IntfId("Ethernet3"), "Zel0", 40);
    EXPECT_EQ(ask("show mac intf Ethernet3 nonzero").text, "") << "not read there yet";
-   EXPECT_EQ(ask("chip Zel1 show mac intf Ethernet3 nonzero").text.substr(0, 21), "Intf Ethernet3 (40):\n");
+   EXPECT_EQ(ask("chip Zel1 show mac intf Ethernet3 nonzero").text, "")
+        << "what was read there is another port's";
 }
 
 TEST_F(CountersCommands, AChipThatIsNotInitializedSaysSo) {

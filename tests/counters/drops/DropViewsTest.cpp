@@ -84,7 +84,7 @@ TEST_F(DropViews, DropsAreListedByPortNumberThenByPointAndReason) {
              noDrops.substr(0, noDrops.size() - 1) + "Interface Ethernet3 has no port on chip Zel0\n\n");
 }
 
-TEST_F(DropViews, AClearBelongsToThePlaceAndEndsWhenTheTableBeginsAnew) {
+TEST_F(DropViews, AClearBelongsToThePlaceAndStands) {
    auto& chip = addDropChip();
    const Pelt::IntfId intf = addPort("Ethernet1", 5);
    dropsAre(ingressHandle, 5, 2, 10);
@@ -101,14 +101,25 @@ TEST_F(DropViews, AClearBelongsToThePlaceAndEndsWhenTheTableBeginsAnew) {
    EXPECT_THAT(drops(chip),
                HasSubstr("Ethernet9         ingress  VLAN not allowed                         2\n"));
 
-   dropsAre(ingressHandle, 5, 2, 9); // less than at the clear
-   EXPECT_THAT(drops(chip), HasSubstr("VLAN not allowed                         9\n"));
+   dropsAre(ingressHandle, 5, 2, 9); // less than at the clear: the table began anew
+   EXPECT_THAT(drops(chip), HasSubstr("VLAN not allowed                        11\n"));
    EXPECT_THAT(drops(chip), testing::Not(HasSubstr("egress"))) << "which is another table";
 
-   printed([&](U32 fd) { chip.portDrops().clearAll(ZelCounter::ShowTarget(fd)); });
+   dropsAre(ingressHandle, 5, 2, 10);
    printed([&](U32 fd) { chip.clearTableCounters(fd, 2, 0); });
-   dropsAre(ingressHandle, 5, 2, 11); // more than at the snapshot
-   EXPECT_THAT(drops(chip), HasSubstr("VLAN not allowed                        11\n"));
+   EXPECT_EQ(drops(chip), noDrops);
+   dropsAre(ingressHandle, 5, 2, 15); // more than was read before the clear
+   EXPECT_THAT(drops(chip), HasSubstr("VLAN not allowed                        15\n"));
+
+   StubSdk::sdk().statuses[{"counterWrite", ingressHandle, 0}] = 17;
+   printed([&](U32 fd) { chip.clearTableCounters(fd, 2, 0); });
+   EXPECT_THAT(drops(chip), HasSubstr("VLAN not allowed                        15\n"))
+        << "nothing was cleared";
+
+   printed([&](U32 fd) { chip.portDrops().clearAll(ZelCounter::ShowTarget(fd)); });
+   auto& again = addDropChip(); // in its place, the hardware kept
+   dropsAre(ingressHandle, 5, 2, 16);
+   EXPECT_THAT(drops(again), HasSubstr("VLAN not allowed                         1\n"));
 }
 
 TEST_F(DropViews, FailedReadsAreNotedBelowTheRows) {
@@ -153,7 +164,7 @@ TEST_F(DropViews, PipelineCountsAreReadWhenAskedForAndClearedTogether) {
                   rule + "\n");
    StubSdk::sdk().path[{0, BF_PIPE_PATH_PARSER}] = {4, 4, 0}; // the chip was reset
    EXPECT_THAT(pipeline(chip),
-               HasSubstr("parser                           4                 4                 0"));
+               HasSubstr("parser                           6                 6                 0"));
 }
 
 TEST_F(DropViews, MauDropsAreShownAndClearedAsFetched) {
@@ -222,7 +233,7 @@ TEST_F(DropViews, TrafficManagerPollersSurviveAFailingReadAndSaySo) {
    StubSdk::sdk().tm[{2, BF_TM_PIPE_EGRESS}] = {1, 60}; // the chip was reset
    advance(2.0);
    EXPECT_EQ(tmText(chip), header +
-                                "     0  out to the pipe                       1                  60  ok\n"
+                                "     0  out to the pipe                      11                 160  ok\n"
                                 "     0  dropped                              98                3998  ok\n" +
                                 levels + rule + "\n");
    deleteChip(0);
@@ -231,8 +242,8 @@ TEST_F(DropViews, TrafficManagerPollersSurviveAFailingReadAndSaySo) {
                                         "not read yet\n"))
         << "which is not known to be 0";
    advance(2.0);
-   EXPECT_THAT(tmText(again), HasSubstr("dropped                             200                9000  ok\n"))
-        << "the clear was the old chip's";
+   EXPECT_THAT(tmText(again), HasSubstr("dropped                              98                3998  ok\n"))
+        << "the clear stands";
 }
 
 TEST_F(DropViews, AChipThatIsNotInitializedSaysSoOnly) {

@@ -61,6 +61,7 @@ class Damage : public SiloRig {
          ASSERT_FALSE(corruption.text.empty());
          reported.insert(corruption.key);
       }
+      const bool isNewTable = !corruptions_.empty() && corruptions_[0].remedy == Remedy::recreated;
       for (std::uint64_t i = 0; i < keys.size(); ++i) {
          Silo::Sample<Small> sample = table.sampleOrDefault(keys[i]);
          if (sample.record != Small(i) || sample.info.generation != 1) {
@@ -69,6 +70,7 @@ class Damage : public SiloRig {
          }
          table.recordIs(keys[i], Small(i + 10), 2.0);
          ASSERT_EQ(table.sample(keys[i]).record, Small(i + 10));
+         ASSERT_GT(table.sample(keys[i]).info.generation, isNewTable ? 0u : 1u) << keys[i];
       }
    }
 
@@ -152,9 +154,40 @@ TEST_F(Damage, ARestartCompletesTheLastRecordAndBeginsOthersAnew) {
    EXPECT_EQ(corruptions_[1].remedy, Remedy::restarted);
    EXPECT_EQ(table.sample("a").record, Small(99));
    EXPECT_EQ(table.sample("a").info.sampleTime, Silo::unknownSampleTime);
+   EXPECT_EQ(table.sample("a").info.generation, 2u) << "beyond that of all records";
    EXPECT_EQ(table.sample("b").record, Small(1));
    EXPECT_EQ(table.sample("c").record, Small(2));
    EXPECT_EQ(table.sample("c").info.sampleTime, 1.0);
+}
+
+TEST_F(Damage, GenerationsRiseWhateverBecomesOfTheirHighestOnes) {
+   // At the end of the header's state, and zero in tables of earlier releases.
+   const std::size_t offset = 208;
+   const std::string intact = "\x09" + std::string(7, '\0') + "\x04" + std::string(7, '\0');
+   for (const std::string& words : {intact, std::string(16, '\0'), std::string(16, '\xff')}) {
+      store_.remove("t");
+      {
+         Silo::Table<Small> table(store_, "t", Small(99), options());
+         for (int i = 0; i < 9; ++i) {
+            table.recordIs(i < 4 ? "removed" : "a", Small(), 1.0);
+         }
+         for (int i = 0; i < 4; ++i) {
+            table.recordIs("a", Small(), 1.0);
+         }
+         table.recordIs("b", Small(), 1.0);
+         table.recordIs("c", Small(), 1.0); // the journal has this one
+         table.recordDel("removed");
+      }
+      ASSERT_EQ(bytesOf(fileOf("t")).substr(offset, 16), intact);
+      overwrite(fileOf("t"), offset, words);
+      overwrite(fileOf("t"), slotOffset<Small>(2) + payloadOffset, "garbage"); // of "b"
+      Silo::Table<Small> table(store_, "t", Small(99), options());
+      EXPECT_EQ(table.sample("b").record, Small(99));
+      EXPECT_EQ(table.sample("b").info.generation, 10u) << "one more than the highest";
+      table.recordDel("a");
+      table.recordIs("a", Small(), 1.0);
+      EXPECT_EQ(table.sample("a").info.generation, 10u);
+   }
 }
 
 TEST_F(Damage, AKilledDeletionBringsNothingBack) {

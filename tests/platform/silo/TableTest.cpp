@@ -32,6 +32,7 @@ void expectSame(const std::map<std::string, std::uint64_t>& oracle, Silo::Table<
 TEST_F(Table, AgreesWithAMapThroughWritesDeletesAndRestarts) {
    Random random;
    std::map<std::string, std::uint64_t> oracle;
+   std::map<std::string, std::uint64_t> generations; // of all keys that there ever were
    std::optional<Silo::Table<Small>> table;
    std::size_t capacity = 6;
    table.emplace(store_, "t", Small(), options(capacity));
@@ -47,6 +48,9 @@ TEST_F(Table, AgreesWithAMapThroughWritesDeletesAndRestarts) {
          } else {
             table->recordIs(key, Small(step), 1.0);
             oracle[key] = step;
+            const std::uint64_t generation = table->sample(key).info.generation;
+            ASSERT_GT(generation, generations[key]) << key;
+            generations[key] = generation;
          }
          break;
       case 3:
@@ -118,6 +122,21 @@ TEST_F(Table, ARestartKeepsGenerationAndSampleTimeAndMayGrow) {
    EXPECT_EQ(reader.read("b", sample), ReadResult::ok);
    table.pollingIntervalIs(0.5);
    EXPECT_EQ(reader.state().pollingInterval, 0.5);
+}
+
+TEST_F(Table, ANewKeyCountsFromOneUntilAnotherWasRemoved) {
+   Silo::Table<Small> table(store_, "t", Small(), options());
+   auto generationOf = [&table](const char* key) {
+      table.recordIs(key, Small(), 1.0);
+      return table.sample(key).info.generation;
+   };
+   EXPECT_EQ(generationOf("a"), 1u);
+   EXPECT_EQ(generationOf("a"), 2u);
+   EXPECT_EQ(generationOf("a"), 3u);
+   EXPECT_EQ(generationOf("b"), 1u);
+   table.recordDel("b");
+   EXPECT_EQ(generationOf("c"), 2u);
+   EXPECT_EQ(generationOf("b"), 2u);
 }
 
 TEST_F(Table, SampleTimesOfAnotherClockMeanNothingAfterARestart) {

@@ -555,7 +555,7 @@ class Trial {
    struct State {
       std::size_t device = 0;
       std::size_t place = 0;
-      U64 generation = 0;   // of its record, which is another one in another life: see end()
+      U64 generation = 0;   // goes on over all its records
       bool isThere = false; // is counted, published or not
       bool isInTable = false;
       bool isDamaged = false;
@@ -685,11 +685,10 @@ class Trial {
       state.count = {std::vector<Range>(subject_.layout.fields()), now, {now}};
       state.owesClear = false;
    }
-   // Its generation goes along: another record has a life of its own.
    void end() {
       note("ends");
       subject_.remove(intf_);
-      state() = {state().device, state().place};
+      state() = {state().device, state().place, state().generation};
    }
    void clear() {
       note("is cleared");
