@@ -61,6 +61,7 @@ struct Cell {
       flips = 0;
       ++resets;
    }
+   void mend() { flips = 0; }
    void flip(Random& random) { flips ^= U64{1} << (48 + random.below(16)); }
 };
 using Cells = std::vector<Cell>;
@@ -116,16 +117,18 @@ struct Verdict {
 // Goes from reading to reading of one place, by what happened there in between.
 class Follower {
  public:
-   // The next step begins at what the place has now, or at zero.
-   void beginAt(const Cells& cells, bool isZero) {
+   // The next step begins at what the place has now. That counts, or is only compared with.
+   void begin(const Cells& cells, bool isWhole, Verdict& verdict) {
       last_.clear();
-      for (const Cell& cell : cells) {
-         Seen& seen = last_.emplace_back(Seen{cell});
-         if (isZero) {
+      for (std::size_t i = 0; i < cells.size(); ++i) {
+         Seen& seen = last_.emplace_back(Seen{cells[i]});
+         seen.isMurky = seen.flips != 0;
+         if (isWhole && verdict.layout.isVetted()) { // a step from zero, which may be an upset
             seen.counted = seen.began;
             seen.flips = 0;
+         } else if (isWhole) {
+            verdict.add(i, {seen.real(), seen.real()});
          }
-         seen.isMurky = seen.flips != 0;
       }
    }
    void follow(const Cells& cells, Verdict& verdict) {
@@ -600,18 +603,20 @@ class Trial {
          note("hardware reset");
          reset(place(), random_.oneIn(2) ? at : cells.size());
       } else if (kind == 2) {
-         note("hardware reset, and a counter near its top");
+         note("hardware reset, and a counter far up");
          reset(place(), at);
-         cells[at].counted += modulus - 1 - random_.below(U64{1} << 20);
+         cells[at].counted +=
+              (subject_.layout.isVetted() ? modulus : window << 10) - 1 - random_.below(U64{1} << 20);
       } else if (kind == 3) {
          note("counter leaps");
          cells[at].counted += window;
-      } else if (kind < 7 && (subject_.layout.isVetted() || cells[at].real() < window)) {
+      } else if (kind < 7 &&
+                 (subject_.layout.isVetted() || (place().wasCounted && cells[at].real() < window))) {
          note("bit flips");
          cells[at].flip(random_);
       } else if (kind < 11) {
          note("bits are mended");
-         std::ranges::for_each(cells, [](Cell& cell) { cell.flips = 0; });
+         std::ranges::for_each(cells, &Cell::mend);
       } else if (kind == 11) {
          replaceChip(devices_[state().device], random_.oneIn(2));
       } else if (kind == 12 && isL3()) {
@@ -642,6 +647,8 @@ class Trial {
       }
       if (isL3() || !isKept) {
          reset(place, place.cells.size());
+      } else if (!subject_.layout.isVetted()) { // what counts whole next has to be true
+         std::ranges::for_each(place.cells, &Cell::mend);
       }
    }
    void replaceChip(Device& device, bool isKept) {
@@ -824,7 +831,7 @@ class Trial {
          if (trail == count.trails.end()) {
             const bool isWhole = !part.place->wasCounted && !(isKept && isQueues());
             trail = count.trails.insert(trail, {part.spot, {}});
-            trail->follower.beginAt(part.place->cells, isWhole);
+            trail->follower.begin(part.place->cells, isWhole, verdict);
          } else if (trail->spot != part.spot) {
             exchange(*trail, part, isKept, verdict);
          }
@@ -837,7 +844,8 @@ class Trial {
       const bool isNextLife = before.device == part.spot.device && before.place == part.spot.place &&
                               before.programming == part.spot.programming;
       if (!isNextLife) {
-         trail.follower.beginAt(part.place->cells, part.spot.programming != 0 && !part.place->wasCounted);
+         trail.follower.begin(part.place->cells, part.spot.programming != 0 && !part.place->wasCounted,
+                              verdict);
       }
       if (!isKept) {
          verdict.isExchanged = true;
@@ -969,10 +977,10 @@ TEST_F(Continuity, HoldsForShownCounts) {
          std::ranges::for_each(place.cells, [&](Cell& each) { kind != 0 ? each.reset() : void(); });
       } else if (kind == 3) {
          cell.counted += window;
-      } else if (kind < 6 && cell.real() < window) {
+      } else if (kind < 6 && place.isRead && cell.real() < window) {
          cell.flip(random);
       } else if (kind < 10) {
-         std::ranges::for_each(place.cells, [](Cell& each) { each.flips = 0; });
+         std::ranges::for_each(place.cells, &Cell::mend);
       } else if (kind == 10) {
          counts.clear();
          std::ranges::for_each(places, [](Shown& each) { each.sinceClear = {}; });
@@ -981,14 +989,15 @@ TEST_F(Continuity, HoldsForShownCounts) {
          for (Shown& each : places) {
             each.sinceClear = {};
             std::ranges::for_each(each.cells, &Cell::reset);
-            each.follower.beginAt(each.cells, true);
+            Verdict none(layout);
+            each.follower.begin(each.cells, false, none);
          }
       }
       if (kind < 60) { // else the read fails
-         if (!std::exchange(place.isRead, true)) {
-            place.follower.beginAt(place.cells, true);
-         }
          Verdict verdict(layout);
+         if (!std::exchange(place.isRead, true)) {
+            place.follower.begin(place.cells, true, verdict);
+         }
          place.follower.follow(place.cells, verdict);
          counts.read(at, life,
                      {place.cells[0].reading(), place.cells[1].reading(), place.cells[2].reading()});
