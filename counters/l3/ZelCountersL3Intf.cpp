@@ -290,11 +290,6 @@ ZelCountersL3IntfSm::RoutedPortCounterSm::RoutedPortCounterSm(Kiln::Ptr<const Ki
    initializedIs(true);
 }
 
-void ZelCountersL3IntfSm::RoutedPortCounterSm::routedPortTimerDelayIs(double seconds) {
-   Kiln::requirePositiveSeconds("routedPortTimerDelay", seconds);
-   routedPortTimerDelay_ = seconds;
-}
-
 void ZelCountersL3IntfSm::RoutedPortCounterSm::updateRoutedPortCounters() {
    // Thrown away: what matters is the NAT record that each read refreshes.
    packets_and_bytes rx;
@@ -329,6 +324,12 @@ void ZelVlanIntfSm::handleVlanIntf() {
    }
    for (const Pelt::IntfId& intf : vlanIntfStatusDir_.notifier()->intfStatus().keys()) {
       handleVlanIntf(intf);
+   }
+   // Also those that went while nobody watched the directory.
+   if (vexCommonSmData_) {
+      for (const Pelt::IntfId& intf : vexCommonSmData_->vlanIntf().keys()) {
+         handleVlanIntf(intf);
+      }
    }
 }
 

@@ -97,8 +97,9 @@ Kiln::String readError(U32 status) {
 // For what the fixed text leaves to the trace. JSON has it as a note: there an empty table must not pass for one
 // without entries.
 void traceError(ShowOutput& out, const char* what, U32 status) {
-   KILN_TRACE(8, what << status);
-   out.unprintedNote(what + std::to_string(status));
+   const auto number = static_cast<int>(status);
+   KILN_TRACE(8, what << number);
+   out.unprintedNote(what + std::to_string(number));
 }
 
 } // namespace
@@ -329,7 +330,7 @@ void TableCounters::clear(U32 tableId, ZelId::ZelPipeId pipeId) {
    // Of a table that the SDK can't clear at all, the first entry says it for all, and that is no fault. Any other
    // refusal would leave the table half cleared.
    if (status != 0 && status != sdkNotSupported) {
-      KILN_TRACE(8, "Counter set result: " << status);
+      KILN_TRACE(8, "Counter set result: " << static_cast<int>(status));
       KILN_ASSERT(status == 0);
    }
    if (status == 0) {
