@@ -264,6 +264,10 @@ void ZelCounters::clearCounters(ShowTarget out) {
    KILN_TRACE(8, "ZelCounters::"
                       << "clearCounters");
    tables_.clearAll();
+   clearAllButTables(out);
+}
+
+void ZelCounters::clearAllButTables(ShowOutput& out) {
    mac_.clearAll(out);
    pipeline_.clearAll(out);
    pdp_.clearAll();

@@ -90,6 +90,10 @@ std::vector<TableView::Cell> directCells(const ZlTableCounter& info, const Kiln:
    return cells;
 }
 
+Kiln::String tableNumber(U32 tableId) {
+   return "Counter table " + std::to_string(static_cast<int>(tableId));
+}
+
 Kiln::String readError(U32 status) {
    return "Got error " + std::to_string(static_cast<int>(status)) + " retrieving the counters";
 }
@@ -174,10 +178,13 @@ Kiln::String TableCounters::tableTitle(const ZlTableCounter& info, ZelId::ZelPip
 }
 
 void TableCounters::showUninitialized(ShowOutput& out, U32 tableId, ZelId::ZelPipeId pipeId) const {
-   const Kiln::String number = "Counter table " + std::to_string(static_cast<int>(tableId));
    const ZlTableCounter* const info =
         tableId < chip().tablesNum() ? chip().zlResourceInfoIntf()->zlTableCounter(tableId) : nullptr;
-   out.noTable(info != nullptr ? tableTitle(*info, pipeId) : number, number + " not initialized yet");
+   out.noTable(info != nullptr ? tableTitle(*info, pipeId) : tableNumber(tableId), uninitializedText(tableId));
+}
+
+Kiln::String TableCounters::uninitializedText(U32 tableId) {
+   return tableNumber(tableId) + " not initialized yet";
 }
 
 // Empty without a PD interface: the counts are still worth showing.
