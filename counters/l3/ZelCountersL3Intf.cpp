@@ -1,6 +1,7 @@
 // The reactors over L3 interfaces and VLAN interfaces.
 #include "counters/l3/ZelCountersL3Intf.h"
 
+#include "counters/chip/Guarded.h"
 #include "counters/l3/ForEachThenThrow.h"
 #include "kiln/ActivityManager.h"
 #include "kiln/Assert.h"
@@ -295,7 +296,7 @@ void ZelCountersL3IntfSm::RoutedPortCounterSm::updateRoutedPortCounters() {
    packets_and_bytes rx;
    packets_and_bytes tx;
    for (const auto& [intf, vlan] : l3IntfSm_->l3IntfToVid()) {
-      l3IntfSm_->readIntf(intf, vlan, &rx, &tx, nullptr);
+      guarded("reading an L3 interface", [&] { l3IntfSm_->readIntf(intf, vlan, &rx, &tx, nullptr); });
    }
    // From the end of the pass, with no catching up: a long pass must not leave the thread nothing else to do.
    clock_.timeMinIs(Kiln::System::currentTime() + routedPortTimerDelay());

@@ -180,7 +180,8 @@ Kiln::String TableCounters::tableTitle(const ZlTableCounter& info, ZelId::ZelPip
 void TableCounters::showUninitialized(ShowOutput& out, U32 tableId, ZelId::ZelPipeId pipeId) const {
    const ZlTableCounter* const info =
         tableId < chip().tablesNum() ? chip().zlResourceInfoIntf()->zlTableCounter(tableId) : nullptr;
-   out.noTable(info != nullptr ? tableTitle(*info, pipeId) : tableNumber(tableId), uninitializedText(tableId));
+   out.noTable(info != nullptr ? tableTitle(*info, pipeId) : tableNumber(tableId),
+               uninitializedText(tableId));
 }
 
 Kiln::String TableCounters::uninitializedText(U32 tableId) {
