@@ -3,6 +3,7 @@
 
 #include "counters/chip/CookieRegistry.h"
 #include "counters/chip/CounterTableNames.h"
+#include "counters/chip/Guarded.h"
 #include "counters/chip/SdkStatus.h"
 #include "counters/chip/ZelCountersTrace.h"
 #include "counters/mac/FakeCounter.h"
@@ -264,6 +265,10 @@ void ZelCounters::clearCounters(ShowTarget out) {
    KILN_TRACE(8, "ZelCounters::"
                       << "clearCounters");
    tables_.clearAll();
+   clearAllButTables(out);
+}
+
+void ZelCounters::clearAllButTables(ShowOutput& out) {
    mac_.clearAll(out);
    pipeline_.clearAll(out);
    pdp_.clearAll();
@@ -289,11 +294,13 @@ void ZelCountersCallback(bf_dev_id_t dev, bf_dev_port_t port, bf_rmon_counter_ar
    const Pelt::IntfId intf = chip->systemStatus()->portToIntfId(chip->deviceId(), index);
    KILN_TRACE(4, "ZelCountersCallback"
                       << ", port: " << port << ", intf: " << intf);
-   // Empty when the port has no interface any more; then neither step below does anything.
-   chip->updateCounters(intf, *values);
-   if (chip->vexCountersSm()) {
-      chip->vexCountersSm()->updateCounters(VexTypes::CounterType::port, intf);
-   }
+   guarded("storing a port's counters", [&] {
+      // Empty when the port has no interface any more; then neither step does anything.
+      chip->updateCounters(intf, *values);
+      if (chip->vexCountersSm()) {
+         chip->vexCountersSm()->updateCounters(VexTypes::CounterType::port, intf);
+      }
+   });
 }
 
 } // namespace ZelCounter

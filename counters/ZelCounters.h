@@ -134,6 +134,7 @@ class ZelCounters : public ChipAccess {
    // Everything: the shows in one fixed order, the clears in another. PDP class counters are as fetched last.
    void showCounters(ShowTarget out, bool nonZero);
    void clearCounters(ShowTarget out);
+   void clearAllButTables(ShowOutput& out);
 
    // Counts of the views below are those since the last clear; a clear moves the view's own snapshot and never the
    // hardware. What can't be read is a note below the rows, and its counts are shown as last read.

@@ -57,8 +57,7 @@ ZelCountersMgr::ZelCountersMgr(Kiln::Ptr<const ZelSystem::SystemStatus> systemSt
        tmCountersData_(std::move(tmCountersData)),
        tmCountersDataLastClear_(std::move(tmCountersDataLastClear)),
        cliPortDropData_(std::move(cliPortDropData)),
-       dropData_(cliPortDropData_ ? cliPortDropData_ : Kiln::allocate<CliPortDropData>()),
-       sdkPollingInterval_(2.0) {
+       dropData_(cliPortDropData_ ? cliPortDropData_ : Kiln::allocate<CliPortDropData>()) {
    handleInitialized();
 }
 
@@ -210,11 +209,6 @@ void ZelCountersMgr::countersMgrSmDel() {
    countersMgrSm_ = nullptr;
 }
 
-void ZelCountersMgr::sdkPollingIntervalIs(double seconds) {
-   Kiln::requirePositiveSeconds("sdkPollingInterval", seconds);
-   sdkPollingInterval_ = seconds;
-}
-
 const Kiln::Ptr<ZelCounters>& ZelCountersMgr::zelCounters(ZelId::ZelDevId devId) const {
    return Kiln::valueOrDefault(zelCounters_, devId);
 }
@@ -242,7 +236,8 @@ void ZelCountersMgr::zelCountersDelAll() {
    Kiln::forEachKey(zelCounters_, [this](ZelId::ZelDevId devId) { zelCountersDel(devId); });
 }
 
-void ZelCountersMgr::addChip(ZelId::ZelDevId devId, const Kiln::String& chipName,
+// The name by value: the caller's may be that of the chip that goes.
+void ZelCountersMgr::addChip(ZelId::ZelDevId devId, Kiln::String chipName,
                              const ZelDriver::ZelDevProfile& devProfile, U32 sessionId,
                              Kiln::Ptr<ZlPd::ZlPdIntf> zlPdIntf,
                              Kiln::Ptr<ZlResourceInfo::ZlResourceInfoIntf> zlResourceInfoIntf,
@@ -259,8 +254,8 @@ void ZelCountersMgr::addChip(ZelId::ZelDevId devId, const Kiln::String& chipName
    }
    // The chip makes its own entries in tmCountersData, one a pipe.
    zelCountersIs(zelCountersFactory(
-        {devId, chipName, sessionId, chipStatus, systemStatus(), tmCountersData(), tmCountersDataLastClear(),
-         mounts()->qosPolicyDropCountSiloTable(), mounts()->aclCounterTable(),
+        {devId, std::move(chipName), sessionId, chipStatus, systemStatus(), tmCountersData(),
+         tmCountersDataLastClear(), mounts()->qosPolicyDropCountSiloTable(), mounts()->aclCounterTable(),
          mounts()->aclCounterClearRequest(), mounts()->aclCounterClearResponse(), vexCountersSm(),
          vexSubIntfCountersSm(), zlPdIntf, zlResourceInfoIntf, devProfile, dropData_, vexCommonSmData()}));
    if (zelCountersL3IntfSm()) {
@@ -279,7 +274,8 @@ void ZelCountersMgr::deleteDevice(ZelId::ZelDevId devId) {
    }
 }
 
-void ZelCountersMgr::deleteChip(const Kiln::String& chipName) {
+// NOLINTNEXTLINE(performance-unnecessary-value-param): the caller's may be that of a chip that goes.
+void ZelCountersMgr::deleteChip(Kiln::String chipName) {
    Kiln::ActivityLockAnchor::assertHeld();
    KILN_TRACE(1, "deleteChip " << chipName);
    // Names are the agent's and need not be unique. A snapshot of the keys, since the walk deletes.

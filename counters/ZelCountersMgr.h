@@ -50,12 +50,12 @@ class ZelCountersMgr : public Kiln::Entity, public ManagerAccess {
    // A chip came up. If its device id is in use, it takes that chip's place, as if the old one had been deleted first.
    // Throws std::range_error for a device id above 7. A chip that counts QoS-policy drops needs their mount
    // (assertion).
-   void addChip(ZelId::ZelDevId devId, const Kiln::String& chipName,
-                const ZelDriver::ZelDevProfile& devProfile, U32 sessionId, Kiln::Ptr<ZlPd::ZlPdIntf> zlPdIntf,
+   void addChip(ZelId::ZelDevId devId, Kiln::String chipName, const ZelDriver::ZelDevProfile& devProfile,
+                U32 sessionId, Kiln::Ptr<ZlPd::ZlPdIntf> zlPdIntf,
                 Kiln::Ptr<ZlResourceInfo::ZlResourceInfoIntf> zlResourceInfoIntf,
                 Kiln::Ptr<const ZelSlice::ChipStatus> chipStatus);
    // A chip went away. Removes every chip of that name; does nothing for an unknown one.
-   void deleteChip(const Kiln::String& chipName);
+   void deleteChip(Kiln::String chipName);
 
    // Starts the reads of every chip's ports.
    void requestHwCountersPolling();
@@ -69,8 +69,7 @@ class ZelCountersMgr : public Kiln::Entity, public ManagerAccess {
 
    // Seconds from the end of one polling pass to the start of the next; taken up, and told to the readers of
    // the shared tables, when the clock is armed next. Throws std::range_error unless positive and finite.
-   double sdkPollingInterval() const { return sdkPollingInterval_; }
-   void sdkPollingIntervalIs(double seconds);
+   KILN_SECONDS(sdkPollingInterval, 2.0)
    // Subinterfaces are read that often, in seconds, even when polling passes are rarer.
    static constexpr double subIntfPollInterval = 2.0;
 
@@ -127,7 +126,6 @@ class ZelCountersMgr : public Kiln::Entity, public ManagerAccess {
 
    Kiln::Ptr<ZelCountersCli> cliCallback_;
    Kiln::Ptr<CliPortDropData> dropData_; // the one that was given, or one of its own
-   double sdkPollingInterval_;
    Kiln::Ptr<ZelCountersMgrSm> countersMgrSm_;
    Kiln::HashMap<ZelId::ZelDevId, Kiln::Ptr<ZelCounters>> zelCounters_;
 };

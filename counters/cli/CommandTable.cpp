@@ -37,21 +37,44 @@ void showTable(Chip& chip, Out& out, const Args& args) {
    }
 }
 
+// Of a table that is not initialized the SDK takes no write, which would be fatal: it is answered as a show is.
+void clearOneTable(Chip& chip, Out& out, U32 id, Pipes pipes) {
+   if (chip.tables().otherClear(*chip.zlResourceInfoIntf()->zlTableCounter(id)) != nullptr) {
+      return;
+   }
+   if (!chip.initializedCounter(id)) {
+      out.noTable("", TableCounters::uninitializedText(id));
+      return;
+   }
+   for (const U16 pipe : pipes) {
+      chip.clearTableCounters(out, id, pipe);
+   }
+}
+
 void clearTable(Chip& chip, Out& out, const Args& args) {
    if (!args.tableId && !args.pipe) {
-      chip.clearAllTableCounters(out);
-   } else if (!args.pipe) {
-      for (const U16 pipeId : chip.tablePipes(*args.tableId)) {
-         chip.clearTableCounters(out, *args.tableId, pipeId);
+      for (U32 id = 0; id < chip.tablesNum(); ++id) {
+         clearOneTable(chip, out, id, chip.tablePipes(id));
       }
+   } else if (!args.pipe) {
+      clearOneTable(chip, out, *args.tableId, chip.tablePipes(*args.tableId));
    } else if (!args.tableId) {
-      forEachPerPipeTable(chip, [&](U32 id) { chip.clearTableCounters(out, id, *args.pipe); });
-   } else if (chip.perPipeCounter(*args.tableId)) {
-      chip.clearTableCounters(out, *args.tableId, *args.pipe);
+      forEachPerPipeTable(chip, [&](U32 id) { clearOneTable(chip, out, id, chip.pipes(args.pipe)); });
+   } else if (chip.perPipeCounter(*args.tableId) || !chip.initializedCounter(*args.tableId)) {
+      clearOneTable(chip, out, *args.tableId, chip.pipes(args.pipe));
    } else {
       // As the show operation answers it.
       out.noTable("", symmetricText);
    }
+}
+
+bool areTablesInitialized(const Chip& chip) {
+   for (U32 id = 0; id < chip.tablesNum(); ++id) {
+      if (!chip.initializedCounter(id)) {
+         return false;
+      }
+   }
+   return true;
 }
 
 // The show asserts that the interface was fetched, and a port that the P4 program doesn't count by class never is.
@@ -147,7 +170,12 @@ constexpr std::array table{
      CommandRow{"clear", Operand::none, nothing, false,
                 [](Chip& chip, Out& out, const Args&) {
                    fetchPdpWherePresent(chip);
-                   chip.clearCounters(out);
+                   if (areTablesInitialized(chip)) {
+                      chip.clearCounters(out);
+                   } else {
+                      clearTable(chip, out, {});
+                      chip.clearAllButTables(out);
+                   }
                 }},
 };
 

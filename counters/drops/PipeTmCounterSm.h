@@ -45,7 +45,7 @@ class PipeTmCounterSm : public Kiln::Entity {
    void scheduleClock();
 
    // Seconds between two polls.
-   KILN_ATTRIBUTE(double, pollingInterval, 2.0)
+   KILN_SECONDS(pollingInterval, 2.0)
 
  private:
    void handlePollingClock();

@@ -32,11 +32,6 @@ void ZelCountersL3Helper::RetrySm::chipStatusIs(Kiln::Ptr<const ZelSlice::ChipSt
    chipStatus_.notifierIs(std::move(chipStatus));
 }
 
-void ZelCountersL3Helper::RetrySm::retryDelayIs(double seconds) {
-   Kiln::requirePositiveSeconds("retryDelay", seconds);
-   retryDelay_ = seconds;
-}
-
 // An armed timer is not moved: a stream of removals must not put the retry off for ever.
 void ZelCountersL3Helper::RetrySm::startTimer() {
    if (!clock_ || clock_->isArmed()) {

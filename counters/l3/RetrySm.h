@@ -33,8 +33,7 @@ class ZelCountersL3Helper::RetrySm : public Kiln::Entity {
 
    // Seconds from arming to expiry; taken up when the timer is armed next. Throws std::range_error unless positive and
    // finite.
-   double retryDelay() const { return retryDelay_; }
-   void retryDelayIs(double seconds);
+   KILN_SECONDS(retryDelay, 1.0)
 
  private:
    struct KilnChipStatus : ZelSlice::ChipStatus::Notifiee {
@@ -44,7 +43,6 @@ class ZelCountersL3Helper::RetrySm : public Kiln::Entity {
    };
 
    ZelCountersL3Helper* helper_;
-   double retryDelay_ = 1.0;
    KilnChipStatus chipStatus_;
    std::unique_ptr<Kiln::Timer<RetrySm>> clock_;
 };

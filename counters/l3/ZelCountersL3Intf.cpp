@@ -1,6 +1,7 @@
 // The reactors over L3 interfaces and VLAN interfaces.
 #include "counters/l3/ZelCountersL3Intf.h"
 
+#include "counters/chip/Guarded.h"
 #include "counters/l3/ForEachThenThrow.h"
 #include "kiln/ActivityManager.h"
 #include "kiln/Assert.h"
@@ -290,17 +291,12 @@ ZelCountersL3IntfSm::RoutedPortCounterSm::RoutedPortCounterSm(Kiln::Ptr<const Ki
    initializedIs(true);
 }
 
-void ZelCountersL3IntfSm::RoutedPortCounterSm::routedPortTimerDelayIs(double seconds) {
-   Kiln::requirePositiveSeconds("routedPortTimerDelay", seconds);
-   routedPortTimerDelay_ = seconds;
-}
-
 void ZelCountersL3IntfSm::RoutedPortCounterSm::updateRoutedPortCounters() {
    // Thrown away: what matters is the NAT record that each read refreshes.
    packets_and_bytes rx;
    packets_and_bytes tx;
    for (const auto& [intf, vlan] : l3IntfSm_->l3IntfToVid()) {
-      l3IntfSm_->readIntf(intf, vlan, &rx, &tx, nullptr);
+      guarded("reading an L3 interface", [&] { l3IntfSm_->readIntf(intf, vlan, &rx, &tx, nullptr); });
    }
    // From the end of the pass, with no catching up: a long pass must not leave the thread nothing else to do.
    clock_.timeMinIs(Kiln::System::currentTime() + routedPortTimerDelay());
@@ -329,6 +325,12 @@ void ZelVlanIntfSm::handleVlanIntf() {
    }
    for (const Pelt::IntfId& intf : vlanIntfStatusDir_.notifier()->intfStatus().keys()) {
       handleVlanIntf(intf);
+   }
+   // Also those that went while nobody watched the directory.
+   if (vexCommonSmData_) {
+      for (const Pelt::IntfId& intf : vexCommonSmData_->vlanIntf().keys()) {
+         handleVlanIntf(intf);
+      }
    }
 }
 

@@ -119,14 +119,12 @@ class ZelCountersL3IntfSm::RoutedPortCounterSm : public Kiln::Entity {
    void updateRoutedPortCounters();
 
    // Seconds; taken up at the end of the next pass. Throws std::range_error unless positive and finite.
-   double routedPortTimerDelay() const { return routedPortTimerDelay_; }
-   void routedPortTimerDelayIs(double seconds);
+   KILN_SECONDS(routedPortTimerDelay, 1.0)
 
    KILN_ATTRIBUTE(bool, initialized, false)
 
  private:
    ZelCountersL3IntfSm* l3IntfSm_;
-   double routedPortTimerDelay_ = 1.0;
    Kiln::Timer<RoutedPortCounterSm> clock_;
 };
 

@@ -2,6 +2,7 @@
 #include "counters/queues/PipeIntfQueueCounterSm.h"
 
 #include "counters/chip/CounterTableNames.h"
+#include "counters/chip/Guarded.h"
 #include "counters/chip/SdkStatus.h"
 #include "counters/chip/ZelCountersTrace.h"
 #include "counters/queues/QueueCounters.h"
@@ -174,7 +175,7 @@ void PipeIntfQueueCounterSm::syncCompleted() {
    }
    // Handing over may also take the chip away, and this poller with it.
    for (std::size_t i = 0; i < ports.count && parent_ != nullptr; ++i) {
-      storePort(ports.list[i], readings, time);
+      guarded("storing a port's queue counters", [&] { storePort(ports.list[i], readings, time); });
    }
    scheduleClock();
 }

@@ -134,8 +134,8 @@ bool HwTableCountersSm::scheduleHwSyncTable(U32 tableId) {
          return false;
       }
       if (status != 0) {
-         KILN_RINGLOG_TRACE(3, "Counter hw sync error: " << status << " for counter table " << info->name
-                                                         << " pipe: " << pipe);
+         KILN_RINGLOG_TRACE(3, "Counter hw sync error: " << static_cast<int>(status) << " for counter table "
+                                                         << info->name << " pipe: " << pipe);
          return false;
       }
       if (!parent_->firstPollingComplete()) {

@@ -46,7 +46,7 @@ class HwTableCountersSm : public Kiln::Entity {
    // True while a pass issues its requests.
    KILN_ATTRIBUTE(bool, scheduleInProgress, false)
    // Seconds.
-   KILN_ATTRIBUTE(double, hwTableCountersPollingInterval, 2.0)
+   KILN_SECONDS(hwTableCountersPollingInterval, 2.0)
    // Requests whose completion has not come yet.
    KILN_COUNTER(U32, pendingCallbacks)
    // Set once the first pass is due.

@@ -64,7 +64,7 @@ bool PdpCounters::fetchPipe(const ZlResourceInfo::ZlTableCounter& info, U16 pipe
    IndirectRead read(chip(), pipe, info.tableHandle);
    U32 status = read.start();
    if (status != 0) {
-      KILN_TRACE(4, "Indirect start error: " << status);
+      KILN_TRACE(4, "Indirect start error: " << static_cast<int>(status));
       return false;
    }
    KILN_ASSERT_TEXT(info.size >= pdpCounterMaxEntry + 1, "info->size >= pdpCounterMaxEntry + 1");
@@ -73,7 +73,7 @@ bool PdpCounters::fetchPipe(const ZlResourceInfo::ZlTableCounter& info, U16 pipe
       p4_pd_counter_value value{};
       status = read.entry(index, &value);
       if (status != 0) {
-         KILN_TRACE(4, "Indirect main error: " << status);
+         KILN_TRACE(4, "Indirect main error: " << static_cast<int>(status));
          return false;
       }
       const U32 pdpClass = index % pdpClasses;
@@ -92,7 +92,7 @@ bool PdpCounters::fetchPipe(const ZlResourceInfo::ZlTableCounter& info, U16 pipe
    }
    status = read.end();
    if (status != 0) {
-      KILN_TRACE(4, "Indirect end error: " << status);
+      KILN_TRACE(4, "Indirect end error: " << static_cast<int>(status));
    }
    return status == 0;
 }

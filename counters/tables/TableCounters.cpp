@@ -90,6 +90,10 @@ std::vector<TableView::Cell> directCells(const ZlTableCounter& info, const Kiln:
    return cells;
 }
 
+Kiln::String tableNumber(U32 tableId) {
+   return "Counter table " + std::to_string(static_cast<int>(tableId));
+}
+
 Kiln::String readError(U32 status) {
    return "Got error " + std::to_string(static_cast<int>(status)) + " retrieving the counters";
 }
@@ -97,8 +101,9 @@ Kiln::String readError(U32 status) {
 // For what the fixed text leaves to the trace. JSON has it as a note: there an empty table must not pass for one
 // without entries.
 void traceError(ShowOutput& out, const char* what, U32 status) {
-   KILN_TRACE(8, what << status);
-   out.unprintedNote(what + std::to_string(status));
+   const auto number = static_cast<int>(status);
+   KILN_TRACE(8, what << number);
+   out.unprintedNote(what + std::to_string(number));
 }
 
 } // namespace
@@ -173,10 +178,14 @@ Kiln::String TableCounters::tableTitle(const ZlTableCounter& info, ZelId::ZelPip
 }
 
 void TableCounters::showUninitialized(ShowOutput& out, U32 tableId, ZelId::ZelPipeId pipeId) const {
-   const Kiln::String number = "Counter table " + std::to_string(static_cast<int>(tableId));
    const ZlTableCounter* const info =
         tableId < chip().tablesNum() ? chip().zlResourceInfoIntf()->zlTableCounter(tableId) : nullptr;
-   out.noTable(info != nullptr ? tableTitle(*info, pipeId) : number, number + " not initialized yet");
+   out.noTable(info != nullptr ? tableTitle(*info, pipeId) : tableNumber(tableId),
+               uninitializedText(tableId));
+}
+
+Kiln::String TableCounters::uninitializedText(U32 tableId) {
+   return tableNumber(tableId) + " not initialized yet";
 }
 
 // Empty without a PD interface: the counts are still worth showing.
@@ -329,7 +338,7 @@ void TableCounters::clear(U32 tableId, ZelId::ZelPipeId pipeId) {
    // Of a table that the SDK can't clear at all, the first entry says it for all, and that is no fault. Any other
    // refusal would leave the table half cleared.
    if (status != 0 && status != sdkNotSupported) {
-      KILN_TRACE(8, "Counter set result: " << status);
+      KILN_TRACE(8, "Counter set result: " << static_cast<int>(status));
       KILN_ASSERT(status == 0);
    }
    if (status == 0) {

@@ -25,6 +25,8 @@ class TableCounters : public ChipView {
    void showAll(ShowOutput& out, bool nonZeroOnly);
    void clear(U32 tableId, ZelId::ZelPipeId pipeId);
    void clearAll();
+   // What is said of a table that the SDK has not initialized yet.
+   static Kiln::String uninitializedText(U32 tableId);
    // What to type instead for a table that the clears leave alone; null for any other.
    const char* otherClear(const ZlResourceInfo::ZlTableCounter& info) const;
 

@@ -27,7 +27,7 @@ class ZelCountersSm : public Kiln::Entity {
    void doCleanup();
 
    // Seconds between two checks.
-   KILN_ATTRIBUTE(double, initDelay, 2.0)
+   KILN_SECONDS(initDelay, 2.0)
    // Set once the first check was made.
    KILN_ATTRIBUTE(bool, initialized, false)
 

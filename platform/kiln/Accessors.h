@@ -15,6 +15,8 @@
 //
 //    KILN_ATTRIBUTE      const T& x() const;  void xIs(T)
 //                        Further arguments are the initial value: KILN_ATTRIBUTE(double, delay, 2.0).
+//    KILN_SECONDS        an interval that can be set: KILN_SECONDS(retryDelay, 1.0). xIs throws std::range_error,
+//                        naming x, unless the value is positive and finite.
 //    ..._NOTIFY          the same, and xIs compares, stores, then notifies; an equal value does nothing
 //    KILN_COUNTER        x(), xIs(v), xInc(n), xDec(n)
 //    KILN_POINTER        const Kiln::Ptr<T>& x() const;  xIs(Kiln::Ptr<T>);  xDel()
@@ -42,6 +44,7 @@
 
 #include "kiln/Collections.h"
 #include "kiln/Ptr.h"
+#include "kiln/Time.h"
 
 #include <stdexcept>
 #include <type_traits>
@@ -102,6 +105,21 @@ void forEachKey(const Map& map, Erase erase) {
                                                                                                              \
  private:                                                                                                    \
    Type x##_{__VA_ARGS__};                                                                                   \
+                                                                                                             \
+ public:
+
+#define KILN_SECONDS(x, ...)                                                                                 \
+ public:                                                                                                     \
+   double x() const {                                                                                        \
+      return x##_;                                                                                           \
+   }                                                                                                         \
+   void x##Is(double seconds) {                                                                              \
+      ::Kiln::requirePositiveSeconds(#x, seconds);                                                           \
+      x##_ = seconds;                                                                                        \
+   }                                                                                                         \
+                                                                                                             \
+ private:                                                                                                    \
+   double x##_{__VA_ARGS__};                                                                                 \
                                                                                                              \
  public:
 

@@ -20,7 +20,8 @@ Kiln::Ptr<T> required(Kiln::Ptr<T> pointer) {
 } // namespace
 
 ZlTableException::ZlTableException(const Kiln::String& tableName, U32 status)
-     : std::runtime_error("table " + tableName + " takes no entry: status " + std::to_string(status)),
+     : std::runtime_error("table " + tableName + " takes no entry: status " +
+                          std::to_string(static_cast<int>(status))),
        status_(status) {}
 
 EntrySlot& KeyManager::slot(U32 key) {
@@ -72,7 +73,8 @@ void CountTable::remove(U32 key) {
    --status_.entries;
    const U32 status = pdIntf_->entryDel(session_, device_, tableName_, handle);
    if (status != 0) {
-      KILN_TRACE(1, "table " << tableName_ << ": entry " << handle << " not deleted: status " << status);
+      KILN_TRACE(1, "table " << tableName_ << ": entry " << handle << " not deleted: status "
+                             << static_cast<int>(status));
    }
 }
 

@@ -163,6 +163,16 @@ TEST_F(Polling, DeleteTakesEveryChipOfTheNameAndNoOther) {
    EXPECT_EQ(rig.mgr->zelCounters().keys(), std::vector<ZelId::ZelDevId>{1});
 }
 
+TEST_F(Polling, AChipsOwnNameOutlivesIt) {
+   rig.addChip(0, Kiln::String(40, 'x').c_str());
+   const auto lock = Kiln::ActivityLockAnchor::lock();
+   rig.mgr->addChip(0, rig.counters(0)->chipName(), {"soft"}, 1, nullptr, nullptr, nullptr);
+   EXPECT_EQ(rig.counters(0)->chipName(), Kiln::String(40, 'x'));
+   rig.mgr->addChip(1, rig.counters(0)->chipName(), {"soft"}, 1, nullptr, nullptr, nullptr);
+   rig.mgr->deleteChip(rig.counters(0)->chipName());
+   EXPECT_TRUE(rig.mgr->zelCounters().empty());
+}
+
 TEST(ManagerChips, RefusesInvalidChips) {
    CountersRig rig;
    rig.makeManager();

@@ -213,9 +213,9 @@ TEST_F(CountersJson, SaysWhyThereIsNothing) {
    EXPECT_EQ(listOf(*tablesOf(unread).at(0), "notes").at(0), "Pipe 0, in from the pipe: not read yet");
    advance(4.0);
 
-   agent_->fleet().faults().failNext("counterReadIndirectStart", 5, 1);
+   agent_->fleet().faults().failNext("counterReadIndirectStart", -5, 1);
    const Json failed = readJson(ask("chip Zel0 show table ingressPortCount json").text);
-   EXPECT_EQ(notesOf(*tablesOf(failed).at(0)), "Indirect start error: 5");
+   EXPECT_EQ(notesOf(*tablesOf(failed).at(0)), "Indirect start error: -5");
 
    agent_->fleet().faults().failNext("bf_pipe_path_counter_get", 22, 1);
    const Json pipeline = readJson(ask("chip Zel0 show pipeline stage parser json").text);

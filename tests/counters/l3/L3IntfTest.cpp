@@ -235,7 +235,7 @@ TEST(VlanIntf, FollowsTheStatusDirectory) {
 
    const auto second = makeDir({"Vlan12"});
    sm->vlanIntfStatusDirIs(second);
-   EXPECT_TRUE(common->vlanIntf(IntfId("Vlan12")));
+   EXPECT_EQ(common->vlanIntf().keys(), std::vector<IntfId>{IntfId("Vlan12")}) << "what went included";
    first->intfStatusIs(IntfId("Vlan13"), true); // not watched any more
    EXPECT_FALSE(common->vlanIntf(IntfId("Vlan13")));
 }

@@ -1,7 +1,11 @@
 // What a chip does with its catalogue of counter tables when it comes up.
+#include "counters/drops/PipeTmCounterSm.h"
+#include "kiln/ActivityManager.h"
 #include "kiln/RingLog.h"
 #include "tests/support/StubSdkRig.h"
 #include "zl/ZelSdk.h"
+
+#include <cmath>
 
 namespace {
 
@@ -205,6 +209,18 @@ TEST_F(Catalogue, ProgramThatDoesNotFitTheLibraryStopsTheProcess) {
            },
            fatal.assertion);
    }
+}
+
+TEST_F(Catalogue, NoPollerTakesAnIntervalThatWouldStopOrSpinIt) {
+   auto& chip = addChip(0, 0, makeCatalogue(0));
+   const auto poller = chip.pipeTmCounterSmIs({0, 0}, 0, Kiln::activityManagerClock());
+   for (const double refused : {0.0, -1.0, std::nan(""), Kiln::never}) {
+      EXPECT_THROW(chip.hwTableCountersSm()->hwTableCountersPollingIntervalIs(refused), std::range_error);
+      EXPECT_THROW(chip.zelCountersSm()->initDelayIs(refused), std::range_error);
+      EXPECT_THROW(poller->pollingIntervalIs(refused), std::range_error);
+   }
+   chip.zelCountersSm()->initDelayIs(0.5);
+   EXPECT_EQ(chip.zelCountersSm()->initDelay(), 0.5);
 }
 
 } // namespace
