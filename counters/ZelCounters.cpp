@@ -118,14 +118,16 @@ Kiln::Ptr<ZelCounters> zelCountersFactory(ZelCounters::Context context) {
 
 // In a simulation's clean-up the SDK may be half gone.
 void ZelCounters::readOnceMore() {
-   if (stopped_ || !initialized() || (simulation() && smRunning == 0)) {
+   if (stopped_ || !initialized() || isReadingOnceMore_ || isCleanedUp()) {
       return;
    }
+   isReadingOnceMore_ = true; // a watcher of what is handed over may take the chip away itself
    portDrops_.readAll();
    mauDrops_.fetchAll();
    pipeline_.readAll();
    tm_.readAll();
    queues_.readOnceMore();
+   isReadingOnceMore_ = false;
 }
 
 void ZelCounters::stop() {
@@ -278,7 +280,7 @@ void ZelCounters::clearAllButTables(ShowOutput& out) {
 void ZelCountersCallback(bf_dev_id_t dev, bf_dev_port_t port, bf_rmon_counter_array_t* values, void* cookie) {
    const auto lock = Kiln::ActivityLockAnchor::lock();
    // After the clean-up of a simulation the SDK's threads still deliver, to objects that may be half gone.
-   if (ZelCounters::simulation() && smRunning == 0) {
+   if (ZelCounters::isCleanedUp()) {
       return;
    }
    auto* const bc = static_cast<ZelCounters*>(cookie);

@@ -74,7 +74,10 @@ class ZelCounters : public ChipAccess {
    // refused request is traced and its port is asked again on the next tick.
    void requestHwCountersPolling();
    // An interface got a port, got another one, or lost its port.
-   void handlePort(const IntfId& intf) { mac_.handlePort(intf); }
+   void handlePort(const IntfId& intf) {
+      mac_.handlePort(intf);
+      queues_.handlePort(intf);
+   }
    // Stores a port's 89 raw counters as the interface's latest; dropped when the interface has no port record.
    void updateCounters(const IntfId& i, const bf_rmon_counter_array_t& raw) { mac_.updateCounters(i, raw); }
    // Fills the record from the interface's latest raw counters, if any, and vets it against the previous one.
@@ -194,6 +197,7 @@ class ZelCounters : public ChipAccess {
    Kiln::Ptr<ZelCountersSm> zelCountersSm_;
    Kiln::Ptr<HwTableCountersSm> hwTableCountersSm_;
    bool stopped_ = false;
+   bool isReadingOnceMore_ = false;
 };
 
 Kiln::Ptr<ZelCounters> zelCountersFactory(ZelCounters::Context context);

@@ -77,13 +77,26 @@ ZelCountersMgr::~ZelCountersMgr() {
    }
 }
 
+void ZelCountersMgr::handlePort(const Pelt::IntfId& intf) {
+   const ZelSystem::PortRecord& port = systemStatus()->portInfo(intf);
+   dropData_->portIs(intf, port.devId, port.devicePort);
+   for (const auto& [devId, chip] : zelCounters()) {
+      chip->handlePort(intf);
+   }
+}
+
 // What was counted until an orderly end is not lost.
 void ZelCountersMgr::readOnceMore() {
-   for (const auto& [devId, chip] : zelCounters()) {
-      chip->readOnceMore();
-   }
+   // What is handed over may take chips away.
+   Kiln::forEachKey(zelCounters_, [this](ZelId::ZelDevId devId) {
+      if (const Kiln::Ptr<ZelCounters> chip = zelCounters(devId)) {
+         chip->readOnceMore();
+      }
+   });
    if (zelCountersL3IntfSm()) {
-      zelCountersL3IntfSm()->readAllOnceMore();
+      if (!ZelCounters::isCleanedUp()) {
+         zelCountersL3IntfSm()->readAllOnceMore();
+      }
       zelCountersL3IntfSm()->readOnceMoreIs(nullptr);
    }
 }
@@ -95,6 +108,9 @@ void ZelCountersMgr::forgetAbsentInterfaces() {
    }
    if (vexSubIntfCountersSm()) {
       vexSubIntfCountersSm()->forgetAbsentInterfaces();
+   }
+   if (zelCountersL3IntfSm()) {
+      zelCountersL3IntfSm()->forgetAbsentInterfaces();
    }
 }
 
@@ -248,7 +264,8 @@ void ZelCountersMgr::addChip(ZelId::ZelDevId devId, Kiln::String chipName,
       throw std::range_error("device id " + std::to_string(devId) + " is above " +
                              std::to_string(ZelId::maxDevices - 1));
    }
-   deleteDevice(devId);
+   // Not read once more: where another life of the chip begins already, the SDK answers for that one.
+   deleteDevice(devId, false);
    if (systemStatus()->chipCapabilities(devProfile.chipTypeName).qosPolicyCounter) {
       KILN_ASSERT(mounts()->qosPolicyDropCountSiloTable());
    }
@@ -263,13 +280,22 @@ void ZelCountersMgr::addChip(ZelId::ZelDevId devId, Kiln::String chipName,
    }
 }
 
-void ZelCountersMgr::deleteDevice(ZelId::ZelDevId devId) {
-   if (!zelCounters(devId)) {
+void ZelCountersMgr::deleteDevice(ZelId::ZelDevId devId, bool isReadOnceMore) {
+   const Kiln::Ptr<ZelCounters> chip = zelCounters(devId); // held: what it hands over may lead here again
+   if (!chip) {
       return;
    }
-   zelCounters(devId)->readOnceMore();
+   if (isReadOnceMore) {
+      chip->readOnceMore();
+   }
+   if (zelCounters(devId) != chip) {
+      return;
+   }
    zelCountersDel(devId);
    if (zelCountersL3IntfSm()) {
+      if (isReadOnceMore) {
+         zelCountersL3IntfSm()->readAllOnceMore();
+      }
       zelCountersL3IntfSm()->deleteDevice(devId);
    }
 }
@@ -281,7 +307,7 @@ void ZelCountersMgr::deleteChip(Kiln::String chipName) {
    // Names are the agent's and need not be unique. A snapshot of the keys, since the walk deletes.
    for (const ZelId::ZelDevId devId : zelCounters().keys()) {
       if (zelCounters(devId) && zelCounters(devId)->chipName() == chipName) {
-         deleteDevice(devId);
+         deleteDevice(devId, true);
       }
    }
 }
@@ -386,9 +412,7 @@ void ZelCountersMgrSm::handlePortInfo() {
 // An internal interface that comes, or changes its port, begins anew here, and as no directory has it, its queues' record
 // goes here. Of a front-panel interface the poller sees whether its port is another one.
 void ZelCountersMgrSm::handlePortInfo(const Pelt::IntfId& intf) {
-   for (const auto& [devId, chip] : mgr_->zelCounters()) {
-      chip->handlePort(intf);
-   }
+   mgr_->handlePort(intf);
    const bool hasPort = systemStatus_.notifier()->portInfo().contains(intf);
    const Kiln::Ptr<Vex::Counters::WriterConfig>& writerConfig = mgr_->mounts()->writerConfig();
    if (Pelt::InternalIntfId::isInternalIntfId(intf) && !hasPort && writerConfig) {

@@ -64,6 +64,9 @@ class ZelCountersMgr : public Kiln::Entity, public ManagerAccess {
    // called once the agent has the interfaces that it begins with.
    void forgetAbsentInterfaces();
 
+   // An interface got a port, got another one, or lost its port: what was counted elsewhere is not its own.
+   void handlePort(const Pelt::IntfId& intf);
+
    // Creates the command handler; does nothing when it has that name and type already.
    void cliCallbackIs(Kiln::Name name, const Kiln::String& commandType, ZelCountersMgr* mgr);
 
@@ -121,7 +124,7 @@ class ZelCountersMgr : public Kiln::Entity, public ManagerAccess {
    void vexSubIntfCountersSmIs(Kiln::Ptr<Oxbow::TimerWheel> timerWheel,
                                const Kiln::Ptr<ZelCountersSubIntfCountersHelper>& helper);
 
-   void deleteDevice(ZelId::ZelDevId devId);
+   void deleteDevice(ZelId::ZelDevId devId, bool isReadOnceMore);
    void readOnceMore();
 
    Kiln::Ptr<ZelCountersCli> cliCallback_;

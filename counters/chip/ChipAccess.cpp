@@ -27,6 +27,10 @@ bool ChipAccess::simulation() {
    return simulationFlag;
 }
 
+bool ChipAccess::isCleanedUp() {
+   return simulationFlag && smRunning == 0;
+}
+
 bool ChipAccess::echo() {
    return simulationFlag && traceHandle.isOn(8);
 }

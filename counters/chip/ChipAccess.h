@@ -71,6 +71,8 @@ class ChipAccess : public Kiln::Entity {
 
    // True when SIMULATION_VMID was in the environment as the last chip came up. One flag for the process.
    static bool simulation();
+   // Whether a simulation's clean-up has begun: the SDK may be half gone, and nothing that it delivers counts any more.
+   static bool isCleanedUp();
    // Whether commands' output goes to standard output as well: in a simulation that traces at level 8.
    static bool echo();
 

@@ -4,12 +4,13 @@
 #include "kiln/Collections.h"
 #include "kiln/Ptr.h"
 #include "vex/Continuity.h"
+#include "zel/Pelt.h"
 #include "zel/ZelId.h"
 #include "zl/ZlDropReasons.h"
 
 namespace ZelCounter {
 
-// Counts of a port by point, then by reason. They belong to the place: an interface that moves doesn't take them along.
+// Counts of a port by point, then by reason.
 using PortDropCounts = std::array<Vex::ShownCounts<1>, ZlDrop::tables.size()>;
 
 // Counts of a chip's pipes, by a place that each view numbers itself.
@@ -22,13 +23,26 @@ struct PipeCounts {
 // Shared by all chips of an agent, and kept when one goes: what was counted and cleared stands when it comes back.
 class CliPortDropData : public Kiln::PtrInterface {
  public:
-   // The counts of a device port; new ones are 0.
-   PortDropCounts& portDropsIs(ZelId::ZelDevId devId, U16 devicePort) {
+   // The counts of an interface at a device port; new ones are 0.
+   PortDropCounts& portDropsIs(ZelId::ZelDevId devId, U16 devicePort, const Pelt::IntfId& intf) {
       const auto key = std::pair(devId, devicePort);
       if (!ports_.contains(key)) {
-         ports_.set(key, {});
+         ports_.set(key, {intf, {}});
       }
-      return *ports_.find(key);
+      PortDrops& port = *ports_.find(key);
+      if (port.intf != intf) {
+         port.leave();
+         port.intf = intf;
+      }
+      return port.counts;
+   }
+   // An interface got this port, or none: what it counted at others ends.
+   void portIs(const Pelt::IntfId& intf, ZelId::ZelDevId devId, U16 devicePort) {
+      for (auto& [key, port] : ports_) {
+         if (port.intf == intf && key != std::pair(devId, devicePort)) {
+            port.leave();
+         }
+      }
    }
    // The counts of a device's pipes; new ones are 0.
    PipeCounts& pipeCountsIs(ZelId::ZelDevId devId) {
@@ -39,16 +53,28 @@ class CliPortDropData : public Kiln::PtrInterface {
    }
    // A point's table of one pipe, or of all, has been set to zero: that clears its counts.
    void tableWritten(ZelId::ZelDevId devId, ZelId::ZelPipeId pipe, ZlDrop::Point point) {
-      for (auto& [key, drops] : ports_) {
+      for (auto& [key, port] : ports_) {
          if (key.first == devId &&
              (pipe == ZelId::ZelPipeId::allPipes() || pipe == ZlPort::pipeOf(key.second))) {
-            drops[static_cast<std::size_t>(point)].zeroed();
+            port.counts[static_cast<std::size_t>(point)].zeroed();
          }
       }
    }
 
  private:
-   Kiln::OrderedMap<std::pair<ZelId::ZelDevId, U16>, PortDropCounts> ports_;
+   struct PortDrops {
+      Pelt::IntfId intf; // empty once it has left
+      PortDropCounts counts;
+
+      void leave() {
+         intf = {};
+         for (Vex::ShownCounts<1>& atPoint : counts) {
+            atPoint.leave();
+         }
+      }
+   };
+
+   Kiln::OrderedMap<std::pair<ZelId::ZelDevId, U16>, PortDrops> ports_;
    Kiln::OrderedMap<ZelId::ZelDevId, PipeCounts> pipes_;
 };
 

@@ -74,7 +74,7 @@ Kiln::String PortDrops::readPipe(Point point, const ZlTableCounter& info,
    U32 status = read.start();
    for (std::size_t i = 0; i < ports.size() && status == 0; ++i) {
       const U16 devicePort = ports[i].devicePort;
-      Vex::ShownCounts<1>& atPoint = counts(devicePort)[static_cast<std::size_t>(point)];
+      Vex::ShownCounts<1>& atPoint = counts(ports[i])[static_cast<std::size_t>(point)];
       for (U32 reason = 0; reason < reasonsPerPort && status == 0; ++reason) {
          p4_pd_counter_value value{};
          status = read.entry(ZlDrop::entryIndex(ZlPort::slotOf(devicePort), reason), &value);
@@ -136,7 +136,7 @@ TableView PortDrops::view(const Pelt::IntfId& intf, bool nonZeroOnly) {
    }
    table.notes = read(shown);
    for (const ChipAccess::Port& port : shown) {
-      const PortDropCounts& drops = counts(port.devicePort);
+      const PortDropCounts& drops = counts(port);
       for (std::size_t point = 0; point < drops.size(); ++point) {
          const ZlDrop::Table& reasons = ZlDrop::tables[point];
          for (U32 reason = 0; reason < reasonsPerPort; ++reason) {
@@ -171,7 +171,7 @@ void PortDrops::clearAll(ShowOutput& out) {
    // What was dropped since the last read belongs to the time before the clear.
    read(all);
    for (const ChipAccess::Port& port : all) {
-      for (Vex::ShownCounts<1>& atPoint : counts(port.devicePort)) {
+      for (Vex::ShownCounts<1>& atPoint : counts(port)) {
          atPoint.clear();
       }
    }

@@ -32,7 +32,9 @@ class PortDrops : public ChipView {
    std::vector<Kiln::String> readPoint(ZlDrop::Point point, std::span<const ChipAccess::Port> ports);
    Kiln::String readPipe(ZlDrop::Point point, const ZlResourceInfo::ZlTableCounter& info,
                          std::span<const ChipAccess::Port> ports);
-   PortDropCounts& counts(U16 devicePort) { return data_->portDropsIs(chip().deviceId(), devicePort); }
+   PortDropCounts& counts(const ChipAccess::Port& port) {
+      return data_->portDropsIs(chip().deviceId(), port.devicePort, port.intf);
+   }
 
    Kiln::Ptr<CliPortDropData> data_;
 };

@@ -167,7 +167,7 @@ void ZelCountersHelper::createSharedQueues(const Pelt::IntfId& intf, unsigned qu
             published->queueIs(intf, queue, Kiln::System::currentTime());
          }
       }
-   } catch (const std::invalid_argument& error) { // the name can't be a key: nothing was ever published of it
+   } catch (const std::exception& error) { // a full table, or a name that can't be a key
       KILN_TRACE(4, "doClearIntfQueueCounters, intf: " << intf << ": " << error.what());
    }
 }

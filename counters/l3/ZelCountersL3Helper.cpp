@@ -20,6 +20,8 @@ using ZlIngL2DomainCount::IngL2DomainCountMatchSpec;
 
 Kiln::TraceHandle traceHandle("ZelCountersL3Helper");
 
+U32 programmings = 0; // of VLANs' entries, on all chips so far
+
 constexpr U16 allPipes = ZelId::ZelPipeId::allPipes();
 // Outer Ethernet, IPv4, UDP and VXLAN headers: what a decapsulated packet was longer by.
 constexpr S16 vxlanOverhead = 50;
@@ -101,9 +103,14 @@ U32 ZelCountersL3Helper::matchTableHandle(const Kiln::String& name) const {
 
 void ZelCountersL3Helper::enableSviStats(Bridging::VlanId vlan) {
    KILN_RINGLOG_TRACE(9, "Enable Vlan " << vlan);
+   const bool wasLeft = deferredDel(vlan);
    deferredDelDel(vlan); // the VLAN came back before its removal: its entries are still there and go on
-   if (matchSpec().contains(vlan)) {
+   if (const Kiln::Ptr<SviCounterMatchSpec> present = matchSpec(vlan)) {
       KILN_TRACE(9, "Enable Vlan " << vlan << " already exists");
+      if (wasLeft) {
+         present->programming = ++programmings; // what they counted meanwhile is nobody's
+         present->isResumed = true;
+      }
       return;
    }
    const Kiln::Ptr<SviCounterMatchSpec> spec = newMatchSpec();
@@ -118,7 +125,6 @@ void ZelCountersL3Helper::enableSviStats(Bridging::VlanId vlan) {
       deleteEntries(*spec);
       throw;
    }
-   static U32 programmings = 0;
    spec->programming = ++programmings;
    matchSpecIs(vlan, spec);
    updatePendingVlan(vlan, false);
@@ -192,8 +198,6 @@ void ZelCountersL3Helper::disableSviStats(Bridging::VlanId vlan) {
    if (chipStatus()->state() != ZelSlice::chipStateUp) {
       KILN_TRACE(9, "Disable Vlan " << vlan << " deferred");
       deferredDelIs(vlan, true);
-      // Should the VLAN come back before, what they counted meanwhile is nobody's.
-      spec->isCounted = spec->isNatCounted = true;
       return;
    }
    if (beforeRemoval_) {

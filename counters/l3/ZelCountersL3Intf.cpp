@@ -65,7 +65,6 @@ void ZelCountersL3IntfSm::handleInitialized() {
    KILN_TRACE(9, "ZelCountersL3IntfSm::handleInitialized");
    initializedIs(true); // first, since what follows does nothing before
    handleIntfL3Index();
-   dropForeignNatCounters(); // after that, when l3IntfToVid tells whose records stay
    routedPortCounterSm_ = Kiln::allocate<RoutedPortCounterSm>(Kiln::activityManagerClock(), this);
    routedPortCounterSm_->hasNotificationActiveIs(true);
 }
@@ -75,7 +74,7 @@ Silo::Interface::AllNatCounterDir& ZelCountersL3IntfSm::natCounterDir() const {
    return *natCounterDir_;
 }
 
-void ZelCountersL3IntfSm::dropForeignNatCounters() {
+void ZelCountersL3IntfSm::forgetAbsentInterfaces() {
    if (!natCounterDir_) {
       return;
    }
@@ -182,9 +181,6 @@ void ZelCountersL3IntfSm::addDevice(ZelId::ZelDevId devId, const ZelDriver::ZelD
 
 void ZelCountersL3IntfSm::deleteDevice(ZelId::ZelDevId devId) {
    KILN_TRACE(9, "ZelCountersL3IntfSm::deleteDevice device: " << static_cast<unsigned>(devId));
-   if (helper(devId)) {
-      readAllOnceMore();
-   }
    // Its entries are not deleted one by one: they went with the chip.
    helper_.erase(devId);
 }
@@ -223,7 +219,16 @@ ZelCountersL3IntfSm::NatCount& ZelCountersL3IntfSm::natCountOf(const Pelt::IntfI
       return *present;
    }
    natCounts_.set(intf, {newNatCounter(intf)});
-   return *natCounts_.find(intf);
+   NatCount& natCount = *natCounts_.find(intf);
+   // Totals that an earlier process published go on; what its entries counted after its last reading is lost.
+   const auto published = natCounterDir().table().sampleOrDefault(Silo::Key(intf.text()));
+   if (published.info.sampleTime != Silo::unknownSampleTime) {
+      natCount.record.totalPackets = published.record.totalPackets;
+      natCount.record.totalBytes = published.record.totalBytes;
+      natCount.record.createdTime = published.record.createdTime;
+      natCount.record.createdUnixTime = published.record.createdUnixTime;
+   }
+   return natCount;
 }
 
 void ZelCountersL3IntfSm::addNatCounts(NatCount& natCount,
@@ -256,8 +261,8 @@ bool ZelCountersL3IntfSm::readIntf(const Pelt::IntfId& intf, Bridging::VlanId vl
       txSum = txSum + svi.ordinaryOut + svi.decapsulatedOut;
       rxSnat = rxSnat + svi.sourceNatIn;
       // No life: every programming has a number of its own over all lives.
-      const Vex::Source source{devId, Vex::Source::Block::l2Domain, vlan.value(), 0,
-                               svi.entries->programming};
+      const Vex::Source source{devId, Vex::Source::Block::l2Domain, vlan.value(),
+                               0,     svi.entries->programming,     svi.entries->isResumed};
       natReadings_.push_back({source, &svi.entries->isNatCounted, {packetsFirst(svi.sourceNatIn)}});
       if (parts != nullptr) {
          parts->push_back(

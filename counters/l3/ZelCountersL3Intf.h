@@ -45,6 +45,8 @@ class ZelCountersL3IntfSm : public Kiln::Entity {
    // that fails answers like an unknown interface.
    using ReadOnceMore = std::function<void(const Pelt::IntfId&)>;
    void readOnceMoreIs(ReadOnceMore readOnceMore) { readOnceMore_ = std::move(readOnceMore); }
+   // Removes the source-NAT records that an earlier process published, of interfaces that are not there.
+   void forgetAbsentInterfaces();
    // Reads every interface once more: the agent ends, or a chip goes.
    void readAllOnceMore();
 
@@ -81,7 +83,6 @@ class ZelCountersL3IntfSm : public Kiln::Entity {
    void handleInitialized();
    void addIntf(const Pelt::IntfId& intf, U32 l3Id);
    void deleteIntf(const Pelt::IntfId& intf);
-   void dropForeignNatCounters();
    // An interface's source-NAT counts as published, and what they go on from.
    struct NatCount {
       Silo::Interface::NatCounter record;

@@ -28,11 +28,14 @@ void IntfQueueCounters::queueCounterIs(const QueueCounter& counter) {
 
 void IntfQueueCounters::readingsAre(U16 devicePort, std::span<const QueueCounter> readings, double time) {
    Vex::Begin begin = Vex::Begin::step;
-   if (devicePort_ != devicePort && devicePort_ != ZelId::PortIndex::invalid) {
+   if (readTime_ == Silo::unknownSampleTime) {
+      begin = Vex::Begin::whole;
+   } else if (hasLeft_ || devicePort_ != devicePort) {
       begin = Vex::Begin::nothing;
       counters_ = {};
       read_ = 0; // the port may have fewer queues than the one before
    }
+   hasLeft_ = false;
    devicePort_ = devicePort;
    readTime_ = time;
    for (const QueueCounter& reading : readings) {

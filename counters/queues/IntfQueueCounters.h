@@ -54,6 +54,9 @@ class IntfQueueCounters : public Kiln::PtrInterface {
 
    // What the hardware had in a queue when it was read last. Throws std::out_of_range for a queue above 16.
    const QueueCounter& reading(std::size_t queue) const { return readings_.at(queue); }
+   // The interface has left the port that was read: what is read there next is only compared with.
+   void leave() { hasLeft_ = true; }
+   bool hasLeft() const { return hasLeft_; }
    // The port that was read for the interface.
    U16 devicePort() const { return devicePort_; }
    // When the chip had what is stored; Silo::unknownSampleTime before the first reading.
@@ -67,6 +70,7 @@ class IntfQueueCounters : public Kiln::PtrInterface {
    std::array<Vex::Meter<1>, queueLimit> dropped_{};
    U32 read_ = 0; // bit q: queue q was read
    U16 devicePort_ = ZelId::PortIndex::invalid;
+   bool hasLeft_ = false;
    double readTime_ = Silo::unknownSampleTime;
 };
 

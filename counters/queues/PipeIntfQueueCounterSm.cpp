@@ -160,6 +160,7 @@ void PipeIntfQueueCounterSm::syncCompleted() {
       return;
    }
    syncOutstanding_ = false;
+   parent_->forgetLeft();
    const Ports ports = this->ports();
    const U32 tableHandle = this->tableHandle();
    // All reads before all stores: every port of the pipe has counts of one moment, which one time stands for.
@@ -183,13 +184,15 @@ void PipeIntfQueueCounterSm::syncCompleted() {
 void PipeIntfQueueCounterSm::readOnceMore() {
    Readings readings;
    const double time = Kiln::System::currentTime();
-   for (const Port& port : ports().all()) {
-      const Kiln::Ptr<IntfQueueCounters>& stored = parent_->intfQueueCounters(port.intf);
-      const bool wasRead =
-           stored && stored->devicePort() == port.devicePort && stored->readTime() != Silo::unknownSampleTime;
+   const Ports ports = this->ports();
+   for (std::size_t i = 0; i < ports.count && parent_ != nullptr; ++i) {
+      const Port& port = ports.list[i];
+      const Kiln::Ptr<IntfQueueCounters> stored = parent_->intfQueueCounters(port.intf);
+      const bool wasRead = stored && !stored->hasLeft() && stored->devicePort() == port.devicePort &&
+                           stored->readTime() != Silo::unknownSampleTime;
       if (wasRead && readSent(port, tableHandle(), readings) == 0 &&
           readDropped(port, readings) == BF_SUCCESS) {
-         storePort(port, readings, time);
+         guarded("storing a port's queue counters", [&] { storePort(port, readings, time); });
       }
    }
 }
@@ -213,7 +216,7 @@ PipeIntfQueueCounterSm::Ports PipeIntfQueueCounterSm::ports() const {
 
 void ZelIntfQueueCountersCallback(bf_dev_id_t dev, void* cookie) {
    const auto lock = Kiln::ActivityLockAnchor::lock();
-   if (ChipAccess::simulation() && smRunning == 0) {
+   if (ChipAccess::isCleanedUp()) {
       return;
    }
    KILN_TRACE(5, "ZelIntfQueueCountersCallback");

@@ -60,8 +60,31 @@ void QueueCounters::handOver(const IntfQueueCounters& counters) {
 }
 
 void QueueCounters::readOnceMore() {
-   for (const auto& [pipe, poller] : pipeIntfQueueCounterSm_) {
-      poller->readOnceMore();
+   // What is handed over may take the chip away, and the pollers with it.
+   for (const U16 pipe : pipeIntfQueueCounterSm_.keys()) {
+      if (const Kiln::Ptr<PipeIntfQueueCounterSm> poller = pipeIntfQueueCounterSm(pipe)) {
+         poller->readOnceMore();
+      }
+   }
+}
+
+void QueueCounters::handlePort(const Pelt::IntfId& intf) {
+   const ZelSystem::PortRecord& port = chip().systemStatus()->portInfo(intf);
+   const Kiln::Ptr<IntfQueueCounters>& counters = intfQueueCounters(intf);
+   if (counters && port != ZelSystem::PortRecord{chip().deviceId(), counters->devicePort()}) {
+      counters->leave();
+      hasLeft_ = true;
+   }
+}
+
+void QueueCounters::forgetLeft() {
+   if (!std::exchange(hasLeft_, false)) {
+      return;
+   }
+   for (const Pelt::IntfId& intf : intfQueueCounters_.keys()) {
+      if (intfQueueCounters(intf)->hasLeft() && !chip().hasPort(intf)) {
+         intfQueueCountersDel(intf);
+      }
    }
 }
 
@@ -71,6 +94,10 @@ void QueueCounters::clear(const Pelt::IntfId& intf) {
       return;
    }
    counters->clear();
+   // What was read before the interface left says nothing of what it is now.
+   if (counters->hasLeft()) {
+      return;
+   }
    // At once, so that the next report's difference is counted from zero: the forwarding layer adds increments.
    handOver(*counters);
 }

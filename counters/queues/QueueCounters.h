@@ -28,6 +28,10 @@ class QueueCounters {
    void handOver(const IntfQueueCounters& counters);
    // Reads the queues that were read before once more, as the SDK has them. A failure changes nothing.
    void readOnceMore();
+   // An interface got a port, got another one, or lost its port.
+   void handlePort(const Pelt::IntfId& intf);
+   // Forgets the interfaces that have left this chip.
+   void forgetLeft();
    // What is stored of the interface is 0 from here on, and so is what is handed over. Nothing is asked of the SDK.
    void clear(const Pelt::IntfId& intf);
 
@@ -53,6 +57,7 @@ class QueueCounters {
    Kiln::HashMap<Pelt::IntfId, Kiln::Ptr<IntfQueueCounters>> intfQueueCounters_;
    Kiln::HashMap<U16, Kiln::Ptr<PipeIntfQueueCounterSm>> pipeIntfQueueCounterSm_;
    double pollingInterval_ = 2.0; // seconds
+   bool hasLeft_ = false;         // some interface has
    // By device port: whether anybody was ever counted there in this life of the chip.
    std::array<bool, ZelId::PortIndex::invalid + 1> isCounted_{};
 };

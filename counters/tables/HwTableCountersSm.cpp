@@ -174,7 +174,7 @@ void hwTableCallback(bf_dev_id_t dev, void* hwTableSm) {
    KILN_TRACE(3, "ZelCounters::HwTableCountersSm::"
                       << "hwTableCallback");
    // The clean-up of a simulation has begun: nothing may be touched any more.
-   if (ChipAccess::simulation() && smRunning == 0) {
+   if (ChipAccess::isCleanedUp()) {
       return;
    }
    KILN_ASSERT(hwTableSm);

@@ -62,11 +62,6 @@ class Clear {
          isOwed_ = false;
       }
    }
-   // What was cleared, to change; null if nothing was. It is written anew.
-   Record* changed() {
-      isOwed_ = record_ != nullptr;
-      return record_.get();
-   }
 
  private:
    std::unique_ptr<Record> record_;

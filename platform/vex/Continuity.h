@@ -1,6 +1,5 @@
 // The one rule of what a count means across whatever happens to the hardware behind it. Every count that is published
-// or shown goes through here. It takes a reading (values, and the source that counted them) and keeps the count (total,
-// since when, the last step, the clear).
+// or shown goes through here: it takes readings, of values and of the source that counted them.
 //
 // 1. A source is what counts on its own in hardware: a place of a block of a device, within one life of the chip. Each
 //    programming of a table entry is a source of its own. Values of two sources are never subtracted from each other,
@@ -9,14 +8,13 @@
 //    vetting decides: a wrap counts modulo 2^64, an upset adds nothing. Elsewhere a rise of 2^48 or more adds nothing. A
 //    fall is a reset of these values alone, which fall together: each counts whole what was counted since. Only if the
 //    values fit on to those before a rise of 2^48 or more, it was a flipped bit that has been mended.
-// 3. The first reading of a source counts whole if its entry was programmed for it, or if nobody was counted at that
-//    place in this life of the chip. Otherwise it is only compared with. A count that goes on at another place begins
-//    with a comparison, too.
-// 4. What broke the continuity marks the record with its time: an upset, a wrap, a reset, the end or exchange of a
-//    source. A source that is added does not.
+// 3. The first reading of a source counts whole if its entry was programmed while the count was there, or if nobody was
+//    counted at that place in this life of the chip. Otherwise it is only compared with. A count that goes on at another
+//    place begins with a comparison, too.
+// 4. An upset, a wrap, a reset, and the end or exchange of a source mark the record with their time; an added one doesn't.
 // 5. Totals never jump and never step back within a record's creation time. They live here, and the shared table has a
-//    copy: what could not be written comes with the next write. An interface that leaves takes its record, its clear and
-//    its queues along, and has a new record when it comes back.
+//    copy: what could not be written comes with the next write. An interface that leaves takes record, clear and queues
+//    along, and has a new record when it comes back.
 // 6. A clear notes the totals and the time, and changes no total. Only the end of the record undoes it.
 // 7. A reading that failed changes nothing.
 #pragma once
@@ -38,14 +36,14 @@ struct Source {
 
    U8 device = 0;
    Block block = Block::none;
-   U16 place = 0;       // in the block: a device port, or a VLAN
-   U32 life = 0;        // of the chip: rises whenever one is added
-   U32 programming = 0; // of a table entry, a number of its own; 0 for what is always there
+   U16 place = 0;          // in the block: a device port, or a VLAN
+   U32 life = 0;           // of the chip: rises whenever one is added
+   U32 programming = 0;    // of a table entry, a number of its own; 0 for what is always there
+   bool isResumed = false; // the entry counted on for nobody before: its first reading is only compared with
 
    bool isKnown() const { return block != Block::none; }
    bool isAt(const Source& other) const {
-      return device == other.device && block == other.block && place == other.place &&
-             programming == other.programming;
+      return device == other.device && block == other.block && place == other.place;
    }
    bool operator==(const Source&) const = default;
 };
@@ -54,6 +52,7 @@ struct Source {
 enum class Begin : U8 {
    step,       // the step from the last one
    whole,      // all of it
+   fromZero,   // the step from zero: the entry was just programmed
    nothing,    // it is only compared with
    difference, // the step from the last one of the chip's life before
 };
@@ -66,29 +65,33 @@ class SourceTrail {
    void keptIs(Begin first) { kept_ = first; }
 
    // The next reading is of this source. `isCounted` is kept with the source and says whether anybody was ever counted
-   // there; it is set.
-   Begin next(const Source& source, bool& isCounted) {
-      return source == source_ ? Begin::step : exchange(source, isCounted);
+   // there; it is set. `isNewer`: the source was made after the count began.
+   Begin next(const Source& source, bool& isCounted, bool isNewer = false) {
+      return source == source_ ? Begin::step : exchange(source, isCounted, isNewer);
    }
    // Whether the source that came last took another's place.
    bool isExchanged() const { return isExchanged_; }
    void exchangedDel() { isExchanged_ = false; }
 
  private:
-   Begin exchange(const Source& source, bool& isCounted) {
+   Begin exchange(const Source& source, bool& isCounted, bool isNewer) {
       const Source before = std::exchange(source_, source);
       const bool wasCounted = std::exchange(isCounted, true);
       const Begin kept = std::exchange(kept_, Begin::step);
       isExchanged_ = before.isKnown();
-      if (isExchanged_ && before.isAt(source)) {
+      const bool isSamePlace = isExchanged_ && before.isAt(source);
+      if (isSamePlace && before.programming == source.programming) {
          return Begin::difference;
       }
       if (!isExchanged_ && kept != Begin::step) {
          return kept;
       }
-      // The place itself says nothing of an entry that was programmed anew.
-      const bool hasMoved = isExchanged_ && source.programming == 0;
-      return wasCounted || hasMoved ? Begin::nothing : Begin::whole;
+      if (source.programming != 0) {
+         // All that the entry counted belongs to whoever was there when it was programmed.
+         const bool isOwn = isNewer || isSamePlace || !wasCounted;
+         return isOwn && !source.isResumed ? Begin::fromZero : Begin::nothing;
+      }
+      return wasCounted || isExchanged_ ? Begin::nothing : Begin::whole;
    }
 
    Source source_;
@@ -96,9 +99,8 @@ class SourceTrail {
    bool isExchanged_ = false;
 };
 
-// What a reading adds to the totals.
 template <std::size_t n>
-struct Step {
+struct Step { // what a reading adds to the totals
    std::array<U64, n> counts{};
    std::array<bool, n> isAbsorbed{}; // the step was implausible, and adds nothing
    bool isMarked = false;            // the continuity is broken
@@ -116,6 +118,9 @@ class Meter {
          flip_ = {};
          // However much it is: the hardware may have counted for years.
          return {begin == Begin::whole ? reading : Values{}};
+      }
+      if (begin == Begin::fromZero) {
+         zeroed();
       }
       Step<n> step;
       bool isPlain = true;
@@ -140,9 +145,9 @@ class Meter {
          hasFallen |= reading[i] < last_[i];
          isMended &= reading[i] >= last_[i] - flip_[i]; // another value may still be flipped
       }
-      if (hasFallen) {
-         last_ = isMended ? unflipped() : Values{};
-         flip_ = {};
+      for (std::size_t i = 0; i < n && hasFallen; ++i) {
+         last_[i] = isMended ? last_[i] - flip_[i] : 0;
+         flip_[i] = 0;
       }
       Step<n> step;
       step.isMarked = true;
@@ -154,14 +159,6 @@ class Meter {
       }
       return step;
    }
-   Values unflipped() const {
-      Values values;
-      for (std::size_t i = 0; i < n; ++i) {
-         values[i] = last_[i] - flip_[i];
-      }
-      return values;
-   }
-
    Values last_{};
    Values flip_{}; // by how much implausible rises have lifted the last reading
 };
@@ -194,12 +191,16 @@ class DevicesMeter {
       std::erase_if(devices_, isGone);
       for (std::size_t at = 0; at < readings.size(); ++at) {
          Device& device = deviceOf(readings[at].source, at);
-         const Begin begin = device.sources.next(readings[at].source, *readings[at].isCounted);
+         const Source& source = readings[at].source;
+         const Begin begin = device.sources.next(source, *readings[at].isCounted, source.place == place_);
          sum.isExchanged |= device.sources.isExchanged();
          device.sources.exchangedDel();
          for (std::size_t entry = 0; entry < entries; ++entry) {
             add(sum.steps[entry], device.meters[entry].read(readings[at].values[entry], begin));
          }
+      }
+      if (!readings.empty() && readings[0].source.isKnown()) {
+         place_ = readings[0].source.place;
       }
       sum.isMarked |= sum.isExchanged;
       for (const Step<2>& step : sum.steps) {
@@ -233,12 +234,12 @@ class DevicesMeter {
    }
 
    std::vector<Device> devices_;
+   U32 place_ = ~U32{0}; // where it counts: an entry that comes there was programmed since the last reading
 };
 
 // Seconds between two samples; 0 if that is not known or no time has passed.
 inline double intervalBetween(double previous, double now) {
-   const double interval = now - previous;
-   return interval > 0 && previous != Silo::unknownSampleTime ? interval : 0;
+   return now > previous && previous != Silo::unknownSampleTime ? now - previous : 0;
 }
 
 // The record without what belongs to its last step.
@@ -280,24 +281,18 @@ bool continueRecord(Record& record, double sampleTime, double now) {
    return true;
 }
 
-// Copies what one step leaves as it is.
-template <class Record>
-void copyLife(Record& to, const Record& from) {
-   to.discontinuityTime = from.discontinuityTime;
-   to.createdTime = from.createdTime;
-   to.createdUnixTime = from.createdUnixTime;
-   to.suspects = from.suspects;
-   to.speed = from.speed;
-}
-
-// The end of a step: its time, and what it leaves as it is. A source that took another's place makes no rate.
+// The end of a step. A source that took another's place makes no rate.
 template <class Counters, class Record>
 void closeStep(Counters& previous, Record& next, bool isMarked, bool isExchanged, double now) {
    Record& last = previous.record();
    if (isMarked) {
       last.discontinuityTime = now;
    }
-   copyLife(next, last);
+   next.discontinuityTime = last.discontinuityTime;
+   next.createdTime = last.createdTime;
+   next.createdUnixTime = last.createdUnixTime;
+   next.suspects = last.suspects;
+   next.speed = last.speed;
    next.interval = isExchanged ? 0 : intervalBetween(previous.sampleTime(), now);
    previous.sources().exchangedDel();
    previous.sampleTimeIs(now);
@@ -357,8 +352,9 @@ class ShownCounts {
          counts_.resize(place + 1);
       }
       Count& count = counts_[place];
-      const Begin begin = count.life == 0 ? Begin::whole : Begin::step;
+      const Begin begin = count.isLeft ? Begin::nothing : count.life == 0 ? Begin::whole : Begin::step;
       count.life = life;
+      count.isLeft = false;
       const Step<n> step = count.meter.read(reading, begin);
       for (std::size_t i = 0; i < n; ++i) {
          count.totals[i] += step.counts[i];
@@ -372,6 +368,14 @@ class ShownCounts {
    void clear() {
       for (Count& count : counts_) {
          count.cleared = count.totals;
+      }
+   }
+   // Who was counted has left: whoever comes next begins with a comparison.
+   void leave() {
+      for (Count& count : counts_) {
+         const bool isLeft = count.life != 0;
+         count = {};
+         count.isLeft = isLeft;
       }
    }
    // The hardware was set to zero, by somebody who meant to clear.
@@ -388,6 +392,7 @@ class ShownCounts {
       std::array<U64, n> totals{};
       std::array<U64, n> cleared{};
       U32 life = 0; // of the chip when it was read last; 0: never
+      bool isLeft = false;
    };
    std::vector<Count> counts_;
 };

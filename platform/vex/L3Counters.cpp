@@ -62,14 +62,18 @@ bool L3Counters::add(const Pelt::IntfId& intf) {
 }
 
 void L3Counters::remove(const Pelt::IntfId& intf) {
-   if (const Counted* counted = intfs_.find(intf)) {
-      counters_->recordDel(counted->key);
-      if (clearCounters_ != nullptr) {
-         clearCounters_->recordDel(counted->key);
-      }
-      intfs_.erase(intf);
-   }
+   intfs_.erase(intf);
    errors_.forget(intf);
+   try {
+      // Also when nothing was counted: the records may be an earlier process's.
+      const Silo::Key key(intf.text());
+      for (Table* table : {counters_, clearCounters_}) {
+         if (table != nullptr) {
+            table->recordDel(key);
+         }
+      }
+   } catch (const std::invalid_argument&) { // a name that is not a key: nothing was ever published under it
+   }
 }
 
 // Due at once: a clock that is armed for now fires after everything armed before it, once this handler has returned.
@@ -158,17 +162,44 @@ void L3Counters::clear(const Pelt::IntfId& intf, Counted& counted) {
    }
 }
 
-bool L3Counters::clear(const Pelt::IntfId& intf) {
-   Counted* counted = intfs_.find(intf);
-   if (counted != nullptr) {
-      clear(intf, *counted);
+// Of an interface that an earlier process counted and nobody has read since.
+bool L3Counters::clearKept(const Silo::Key& key) {
+   if (counters_ == nullptr || !counters_->has(key)) {
+      return false;
    }
-   return counted != nullptr;
+   const auto published = counters_->sampleOrDefault(key);
+   if (clearCounters_ != nullptr && published.info.generation != 0) {
+      Clear<Silo::Interface::L3IntfCounters> clear;
+      clear.clear(published.record, Kiln::System::currentTime());
+      clear.write(clearCounters_, key);
+   }
+   return true;
+}
+
+bool L3Counters::clear(const Pelt::IntfId& intf) {
+   if (Counted* counted = intfs_.find(intf)) {
+      clear(intf, *counted);
+      return true;
+   }
+   try {
+      return clearKept(Silo::Key(intf.text()));
+   } catch (const std::invalid_argument&) {
+      return false; // no record can have that name
+   } catch (const Silo::TableError& error) {
+      errors_.log(intf, error);
+      return true;
+   }
 }
 
 void L3Counters::clearAll() {
    for (auto& [intf, counted] : intfs_) {
       clear(intf, counted);
+   }
+   for (const Silo::Key& key : counters_ != nullptr ? counters_->keys() : std::vector<Silo::Key>{}) {
+      const Pelt::IntfId intf{Kiln::Name(Kiln::String(key.view()))};
+      if (!has(intf)) {
+         clear(intf);
+      }
    }
 }
 

@@ -61,6 +61,7 @@ class L3Counters {
    void update(const Pelt::IntfId& intf, Counted& counted);
    void tryUpdate(const Pelt::IntfId& intf, Counted& counted);
    void clear(const Pelt::IntfId& intf, Counted& counted);
+   bool clearKept(const Silo::Key& key);
    void arm();
 
    Table* counters_;

@@ -57,7 +57,7 @@ void QueuePublisher::publish(const Pelt::IntfId& intf, const VexTypes::IntfQueue
    }
    const bool isExchanged = counted.sources.isExchanged();
    counted.sources.exchangedDel();
-   if (isExchanged) {
+   if (begin != Begin::step) {
       dropQueues(counted, report);
    }
    if (isNewSample) {
@@ -117,20 +117,16 @@ bool QueuePublisher::takeQueue(Counted& counted, std::size_t queue, const VexTyp
    return sent.isMarked || dropped.isMarked;
 }
 
-// The port that is read now does not have them.
+// The port that is read now does not have them. Their totals are kept, should it get them back: within a creation time no
+// total steps back.
 void QueuePublisher::dropQueues(Counted& counted, const VexTypes::IntfQueueCounters& report) {
    Record& record = counted.record;
-   Record* const cleared = counted.clear.changed();
    for (std::size_t queue = 0; queue < Record::queueCount; ++queue) {
       if (record.has(queue) && !report.has(queue)) {
-         record.totals[queue] = {};
          record.present &= ~(U32{1} << queue);
          record.reported &= ~(U32{1} << queue);
          counted.sent[queue] = {};
          counted.dropped[queue] = {};
-         if (cleared != nullptr) {
-            cleared->totals[queue] = {};
-         }
       }
    }
 }

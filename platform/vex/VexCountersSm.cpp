@@ -163,8 +163,12 @@ void CountersSm::markVlanIntf(const Pelt::IntfId& intf) {
 }
 
 void CountersSm::handleVlanIntfStatus(const Pelt::IntfId& intf) {
-   if (!context_.vlanIntfStatusDir->intfStatus(intf) && vlanIntfs_.has(intf)) {
-      vlanIntfs_.remove(intf);
+   if (context_.vlanIntfStatusDir->intfStatus(intf)) {
+      return;
+   }
+   const bool wasCounted = vlanIntfs_.has(intf);
+   vlanIntfs_.remove(intf);
+   if (wasCounted) {
       context_.helper->deleteVlanIntfCounters(intf);
    }
 }

@@ -111,7 +111,7 @@ class IntfQueueCounters {
    }
 
    // What the hardware has, and the source that counted it; `isCounted` is kept with the source and says whether anybody
-   // was ever counted there. Without a source, what is reported stands for it.
+   // was ever counted there; it is good while the report is handed over. Without a source, what is reported stands for it.
    struct Readings {
       Vex::Source source;
       bool* isCounted = nullptr;

@@ -84,7 +84,7 @@ TEST_F(DropViews, DropsAreListedByPortNumberThenByPointAndReason) {
              noDrops.substr(0, noDrops.size() - 1) + "Interface Ethernet3 has no port on chip Zel0\n\n");
 }
 
-TEST_F(DropViews, AClearBelongsToThePlaceAndStands) {
+TEST_F(DropViews, AClearStandsAndEndsWithItsInterfaceOnly) {
    auto& chip = addDropChip();
    const Pelt::IntfId intf = addPort("Ethernet1", 5);
    dropsAre(ingressHandle, 5, 2, 10);
@@ -98,6 +98,8 @@ TEST_F(DropViews, AClearBelongsToThePlaceAndStands) {
 
    systemStatus->portInfoDel(intf);
    addPort("Ethernet9", 5);
+   EXPECT_EQ(drops(chip), noDrops) << "those were another interface's";
+   dropsAre(ingressHandle, 5, 2, 14);
    EXPECT_THAT(drops(chip),
                HasSubstr("Ethernet9         ingress  VLAN not allowed                         2\n"));
 

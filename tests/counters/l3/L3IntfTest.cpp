@@ -176,19 +176,24 @@ TEST_F(L3Intf, ACorruptRecordIsToldOnceAndMadeWholeUnderItsOwnName) {
    EXPECT_EQ(corrupt.size(), 1U);
 }
 
-TEST_F(L3Intf, WhatAnEarlierStartLeftIsRemoved) {
+TEST_F(L3Intf, TotalsOfAnEarlierStartGoOnAndWhatIsNotThereIsRemoved) {
    openNatTable();
    for (const char* name : {"Vlan20", "Vlan99"}) {
       Silo::Interface::NatCounter old;
       std::strcpy(old.intfId.data(), name);
-      old.packets = 9;
+      old.packets = old.totalPackets = 9;
+      old.createdTime = 5;
       nat->counterIs(old, 0.0);
    }
    openNatTable();
    l3Table->intfIdToL3IdIs(vlan20, 20);
    makeSm();
-   EXPECT_EQ(natKeys(), std::vector<std::string>{"Vlan20"});
    EXPECT_EQ(nat->counter(vlan20).packets, 0U);
+   EXPECT_EQ(nat->counter(vlan20).totalPackets, 9U);
+   EXPECT_EQ(nat->counter(vlan20).createdTime, 5.0);
+   EXPECT_EQ(natKeys().size(), 2U);
+   sm->forgetAbsentInterfaces();
+   EXPECT_EQ(natKeys(), std::vector<std::string>{"Vlan20"});
 }
 
 TEST_F(L3Intf, AFullNatTableCostsOneRecordOnly) {

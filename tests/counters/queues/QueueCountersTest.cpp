@@ -278,7 +278,7 @@ TEST_F(QueueCounters, FrontPanelPortThatCameBackElsewhereHasNothingOfItsOldPort)
    clear(intf);
    systemStatus->portInfoDel(intf);
    poll();
-   EXPECT_TRUE(chip.intfQueueCounters(intf)) << "it may come back where it was";
+   EXPECT_FALSE(chip.intfQueueCounters(intf)) << "it took its queues along";
    addPort("Ethernet1", 128 + 67);
    poll();
    EXPECT_EQ(stored(intf, 1), QueueCounter(1, 50000, 500, 3));

@@ -71,6 +71,7 @@ struct Place {
    U16 number = 0;      // in its device
    U32 programming = 0; // 0: always there
    bool isThere = true;
+   bool isResumed = false;  // its entries counted for nobody before
    bool isCounted = false;  // for the engine
    bool wasCounted = false; // for the model
 };
@@ -118,12 +119,12 @@ struct Verdict {
 class Follower {
  public:
    // The next step begins at what the place has now. That counts, or is only compared with.
-   void begin(const Cells& cells, bool isWhole, Verdict& verdict) {
+   void begin(const Cells& cells, bool isWhole, Verdict& verdict, bool isFromZero = false) {
       last_.clear();
       for (std::size_t i = 0; i < cells.size(); ++i) {
          Seen& seen = last_.emplace_back(Seen{cells[i]});
          seen.isMurky = seen.flips != 0;
-         if (isWhole && verdict.layout.isVetted()) { // a step from zero, which may be an upset
+         if (isWhole && (isFromZero || verdict.layout.isVetted())) { // a step that may be an upset
             seen.counted = seen.began;
             seen.flips = 0;
          } else if (isWhole) {
@@ -260,6 +261,7 @@ struct Count {
    double readTime = -1;
    std::vector<Trail> trails{}; // by device, if it counts at all of them
    bool isKept = false;         // an earlier process's, not read since
+   int lastPlace = -1;          // at the reading before
 };
 
 // --- the counters under test ---
@@ -502,8 +504,12 @@ class L3Intfs : public Subject {
       auto& readings = record.refillParts();
       for (const auto& [spot, place] : *parts_) {
          auto& reading = readings.emplace_back();
-         reading.source = {static_cast<U8>(spot.device), Source::Block::l2Domain, spot.place, 0,
-                           spot.programming};
+         reading.source = {static_cast<U8>(spot.device),
+                           Source::Block::l2Domain,
+                           spot.place,
+                           0,
+                           spot.programming,
+                           place->isResumed};
          reading.isCounted = &place->isCounted;
          for (std::size_t i = 0; i < place->cells.size(); ++i) {
             reading.values[i / 2][i % 2] = place->cells[i].reading();
@@ -622,6 +628,10 @@ class Trial {
       } else if (kind == 12 && isL3()) {
          note("entries come or go");
          place().isThere = !place().isThere;
+         if (place().isThere) { // not removed yet
+            place().programming = ++programming_;
+            place().isResumed = true;
+         }
       } else if (kind == 13 && isL3()) {
          note("entries programmed anew");
          begin(place(), false);
@@ -641,7 +651,7 @@ class Trial {
       }
    }
    void begin(Place& place, bool isKept) {
-      place.isCounted = place.wasCounted = false;
+      place.isCounted = place.wasCounted = place.isResumed = false;
       if (isL3()) {
          place.programming = ++programming_;
       }
@@ -772,9 +782,6 @@ class Trial {
       Count& count = state().count;
       Verdict verdict(subject_.layout);
       judge(count, parts, verdict);
-      if (isQueues() && verdict.isExchanged) {
-         dropQueues(parts[0].place->cells.size());
-      }
       const double now = Kiln::System::currentTime();
       before_ = count.totals;
       for (std::size_t i = 0; i < verdict.adds.size(); ++i) {
@@ -797,23 +804,13 @@ class Trial {
          writeClear();
       }
    }
-   // Those that the place does not have.
-   void dropQueues(std::size_t present) {
-      Count& count = state().count;
-      for (std::size_t i = present; i < count.totals.size(); ++i) {
-         count.totals[i] = {};
-         if (!count.cleared.empty()) {
-            count.cleared[i] = {};
-         }
-      }
-      state().owesClear = !count.cleared.empty();
-   }
 
    // What the readings add, by the rules.
    void judge(Count& count, const std::vector<Part>& parts, Verdict& verdict) const {
       const bool isKept = std::exchange(count.isKept, false);
       if (isKept && subject_.restartKind != Restart::difference) {
          count.trails.clear();
+         count.lastPlace = -1;
          count.readTime = -1;
          verdict.atLeast(Mark::always); // what was counted before the first reading is lost
       }
@@ -829,23 +826,30 @@ class Trial {
             return !isL3() || each.spot.device == part.spot.device;
          });
          if (trail == count.trails.end()) {
-            const bool isWhole = !part.place->wasCounted && !(isKept && isQueues());
+            const bool isWhole = isOwn(count, part) && !(isKept && isQueues());
             trail = count.trails.insert(trail, {part.spot, {}});
-            trail->follower.begin(part.place->cells, isWhole, verdict);
+            trail->follower.begin(part.place->cells, isWhole, verdict, isL3());
          } else if (trail->spot != part.spot) {
-            exchange(*trail, part, isKept, verdict);
+            exchange(*trail, part, isKept, isOwn(count, part), verdict);
          }
          part.place->wasCounted = true;
          trail->follower.follow(part.place->cells, verdict);
       }
+      if (!parts.empty()) {
+         count.lastPlace = parts[0].spot.place;
+      }
    }
-   static void exchange(Count::Trail& trail, const Part& part, bool isKept, Verdict& verdict) {
+   // Whether all that the part has counted is the interface's.
+   bool isOwn(const Count& count, const Part& part) const {
+      const bool isNewer = isL3() && count.lastPlace == part.spot.place; // programmed while it was there
+      return !part.place->isResumed && (isNewer || !part.place->wasCounted);
+   }
+   static void exchange(Count::Trail& trail, const Part& part, bool isKept, bool isWhole, Verdict& verdict) {
       const Count::Spot before = std::exchange(trail.spot, part.spot);
       const bool isNextLife = before.device == part.spot.device && before.place == part.spot.place &&
                               before.programming == part.spot.programming;
       if (!isNextLife) {
-         trail.follower.begin(part.place->cells, part.spot.programming != 0 && !part.place->wasCounted,
-                              verdict);
+         trail.follower.begin(part.place->cells, part.spot.programming != 0 && isWhole, verdict, true);
       }
       if (!isKept) {
          verdict.isExchanged = true;
