@@ -21,7 +21,7 @@ namespace ZelCounter {
 //
 // Follows the L3 interface table: has the VLAN of each of its interfaces counted on every chip, and keeps a record of
 // the interface's source-NAT counts in the shared NAT table, which must be there (assertion) before the first interface
-// is. Removes what an earlier process left in the NAT table.
+// is. Totals that an earlier process left in the table go on.
 class ZelCountersL3IntfSm : public Kiln::Entity {
  public:
    class RoutedPortCounterSm;

@@ -19,7 +19,11 @@ using ZelCounter::QueueCounter;
 struct Reports : Vex::Counters::WriterConfig::Notifiee {
    void onIntfQueueCounters(const Pelt::IntfId& intf, const VexTypes::IntfQueueCounters& counters) override {
       all.emplace_back(intf.text(), counters);
+      if (onReport) {
+         onReport();
+      }
    }
+   std::function<void()> onReport;
    std::vector<std::pair<std::string, VexTypes::IntfQueueCounters>> all;
 };
 
@@ -341,6 +345,26 @@ TEST_F(QueueCounters, LateAndDuplicateCompletionsTouchNothing) {
    addQueueChip(0, 0);
    one.deliver();
    EXPECT_EQ(reports.all.size(), 2U);
+}
+
+TEST_F(QueueCounters, AWatcherMayTakeTheChipAwayOrThrow) {
+   auto& chip = addQueueChip(0, 0);
+   addPort("Ethernet1", 3);
+   addPort("Ethernet2", 4);
+   poll();
+   reports.onReport = [] { throw std::runtime_error("no room"); };
+   EXPECT_NO_THROW(poll());
+   EXPECT_EQ(chip.pipeIntfQueueCounterSm(0)->pollingTimeMin(), Kiln::System::currentTime() + 2.0);
+   reports.onReport = [&] { deleteQueueChip("Zel0"); };
+   poll(); // amid the stores of a completion
+   EXPECT_TRUE(mgr->zelCounters().empty());
+   reports.onReport = nullptr;
+   addQueueChip(0, 0);
+   poll();
+   reports.onReport = [&] { deleteQueueChip("Zel0"); };
+   deleteQueueChip("Zel0"); // amid its last reads
+   EXPECT_TRUE(mgr->zelCounters().empty());
+   reports.onReport = nullptr;
 }
 
 TEST_F(QueueCounters, ChipThatIsAddedAgainCountsWhole) {
