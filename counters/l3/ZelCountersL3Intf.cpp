@@ -300,8 +300,9 @@ void ZelCountersL3IntfSm::RoutedPortCounterSm::updateRoutedPortCounters() {
    // Thrown away: what matters is the NAT record that each read refreshes.
    packets_and_bytes rx;
    packets_and_bytes tx;
-   for (const auto& [intf, vlan] : l3IntfSm_->l3IntfToVid()) {
-      guarded("reading an L3 interface", [&] { l3IntfSm_->readIntf(intf, vlan, &rx, &tx, nullptr); });
+   for (const auto& entry : l3IntfSm_->l3IntfToVid()) {
+      guarded("reading an L3 interface",
+              [&] { l3IntfSm_->readIntf(entry.first, entry.second, &rx, &tx, nullptr); });
    }
    // From the end of the pass, with no catching up: a long pass must not leave the thread nothing else to do.
    clock_.timeMinIs(Kiln::System::currentTime() + routedPortTimerDelay());
