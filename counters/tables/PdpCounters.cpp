@@ -34,7 +34,7 @@ using Line = std::array<TableView::Cell, std::size(columns)>;
 
 } // namespace
 
-// The interface's counts, made when the port is new; nulls for an empty slot.
+// The interface and its counts, made when the port is new; nulls for an empty slot.
 PdpCounters::Counter PdpCounters::counterOf(U32 localPortKey) {
    const auto key = static_cast<U16>(localPortKey);
    const Pelt::IntfId* const intf =
@@ -50,13 +50,20 @@ PdpCounters::Counter PdpCounters::counterOf(U32 localPortKey) {
    if (!pdpCountersLast().contains(*intf) || hasMoved) {
       pdpCountersLastIs(*intf, Kiln::allocate<PdpIntfCounter>());
       pdpCountersClearIs(*intf, Kiln::allocate<PdpIntfCounter>());
-   } else if (!pdpCountersClear().contains(*intf)) {
-      pdpCountersClearIs(*intf, Kiln::allocate<PdpIntfCounter>());
    }
    if (knownKey == nullptr || hasMoved) {
       portKey_.set(*intf, key);
    }
-   return {pdpCountersLast(*intf).ptr(), pdpCountersClear(*intf).ptr()};
+   return {pdpCountersLast(*intf).ptr(), intf};
+}
+
+// After a fall, what the class had is no longer in the subtraction of the clear: modulo 2^64, the clear takes it.
+void PdpCounters::handleFall(const Counter& counter, PdpClassId pdpClass) {
+   if (!pdpCountersClear().contains(*counter.intf)) {
+      pdpCountersClearIs(*counter.intf, Kiln::allocate<PdpIntfCounter>());
+   }
+   const Kiln::Ptr<PdpIntfCounter> clear = pdpCountersClear(*counter.intf);
+   clear->classCountIs(pdpClass, clear->classCount(pdpClass) - counter.last->classCount(pdpClass));
 }
 
 // False after a failed read. What was read before it stays in pdpCountersLast, but isn't shown until a fetch succeeds.
@@ -82,10 +89,9 @@ bool PdpCounters::fetchPipe(const ZlResourceInfo::ZlTableCounter& info, U16 pipe
          counter = counterOf(ZlPort::devicePort(pipe, index / pdpClasses));
       }
       if (counter.last != nullptr) {
-         // After a fall, what the class had is no longer in the subtraction of the clear: modulo 2^64, the clear takes it.
          const PdpClassId id(pdpClass);
          if (value.packets < counter.last->classCount(id)) {
-            counter.clear->classCountIs(id, counter.clear->classCount(id) - counter.last->classCount(id));
+            handleFall(counter, id);
          }
          counter.last->classCountIs(id, value.packets);
       }

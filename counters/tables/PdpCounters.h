@@ -28,9 +28,10 @@ class PdpCounters : public ChipView {
    bool fetchPipe(const ZlResourceInfo::ZlTableCounter& info, U16 pipe);
    struct Counter {
       ZelQos::PdpIntfCounter* last = nullptr;
-      ZelQos::PdpIntfCounter* clear = nullptr;
+      const Pelt::IntfId* intf = nullptr;
    };
    Counter counterOf(U32 localPortKey);
+   void handleFall(const Counter& counter, ZelQos::PdpClassId pdpClass);
    bool rows(ShowOutput& out, const Pelt::IntfId& intf, bool nonZeroOnly);
 
    Kiln::HashMap<Pelt::IntfId, U16> portKey_; // the local port key that pdpCountersLast was read at

@@ -135,6 +135,11 @@ TEST_F(PdpCounters, ClearShowsZeroUntilAFetchBringsMoreAndLeavesTheHardware) {
    chip.fetchPdpCounters();
    EXPECT_EQ(showAll(chip, true),
              header + "     Ethernet1                     lacp                  2\n" + closing);
+   countIs(0, 0, 5, 4); // the hardware began anew
+   chip.fetchPdpCounters();
+   EXPECT_EQ(showAll(chip, true),
+             header + "     Ethernet1                     lacp                  6\n" + closing)
+        << "what was counted since the clear, before and after";
 }
 
 TEST_F(PdpCounters, InterfaceThatMovedBeginsAnew) {
