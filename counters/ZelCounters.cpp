@@ -262,7 +262,7 @@ void ZelCounters::showCounters(ShowTarget out, bool nonZero) {
 }
 
 // Fixed, too, and not the order of the shows. Drops are deliberately missing: they have clears of their own. Port drops
-// begin anew all the same, as the clear of the tables zeroes theirs.
+// are cleared all the same, as the clear of the tables zeroes theirs.
 void ZelCounters::clearCounters(ShowTarget out) {
    KILN_TRACE(8, "ZelCounters::"
                       << "clearCounters");

@@ -44,12 +44,12 @@ class ZelCountersMgr : public Kiln::Entity, public ManagerAccess {
                   Kiln::Ptr<ZelQos::TmCountersData> tmCountersDataLastClear,
                   Kiln::Ptr<CliPortDropData> cliPortDropData);
    // Reads what the chips counted since the last polls once more and publishes it, so the SDK has to answer still, if
-   // only with errors. The same goes for addChip and deleteChip of a chip that is there.
+   // only with errors. The same goes for deleteChip.
    ~ZelCountersMgr() override;
 
-   // A chip came up. If its device id is in use, it takes that chip's place, as if the old one had been deleted first.
-   // Throws std::range_error for a device id above 7. A chip that counts QoS-policy drops needs their mount
-   // (assertion).
+   // A chip came up. If its device id is in use, it takes that chip's place, as if the old one had been deleted first, but
+   // without its last reads. Throws std::range_error for a device id above 7. A chip that counts QoS-policy drops needs
+   // their mount (assertion).
    void addChip(ZelId::ZelDevId devId, Kiln::String chipName, const ZelDriver::ZelDevProfile& devProfile,
                 U32 sessionId, Kiln::Ptr<ZlPd::ZlPdIntf> zlPdIntf,
                 Kiln::Ptr<ZlResourceInfo::ZlResourceInfoIntf> zlResourceInfoIntf,
