@@ -51,6 +51,7 @@ void fakePort(ZelCounters* chip, const FakeCounter& fake, U16 devicePort) {
    U64 buffer[fakedSlots] = {};
    buffer[fake.id] = fake.value;
    registry().requested(chip);
+   chip->readings().requested({ReadingKey::Kind::mac, devicePort});
    ZelCountersCallback(chip->deviceId(), devicePort, reinterpret_cast<bf_rmon_counter_array_t*>(buffer),
                        chip);
 }
@@ -59,10 +60,12 @@ void fakePort(ZelCounters* chip, const FakeCounter& fake, U16 devicePort) {
 // is withdrawn. There is no retry: the next pass asks again.
 void requestPort(ZelCounters* chip, const Pelt::IntfId& intf, U16 devicePort) {
    registry().requested(chip);
+   chip->readings().requested({ReadingKey::Kind::mac, devicePort});
    const bf_status_t status =
         bf_port_mac_stats_hw_async_get(chip->deviceId(), devicePort, ZelCountersCallback, chip);
    if (status != BF_SUCCESS) {
       registry().refused(chip);
+      chip->readings().refused({ReadingKey::Kind::mac, devicePort}, status);
       KILN_TRACE(4, sdkErrorText(status)
                          << " requesting counters for intf " << intf << " (" << devicePort << ")");
    }
@@ -308,6 +311,7 @@ void ZelCountersCallback(bf_dev_id_t dev, bf_dev_port_t port, bf_rmon_counter_ar
    const Pelt::IntfId intf = chip->systemStatus()->portToIntfId(chip->deviceId(), index);
    KILN_TRACE(4, "ZelCountersCallback"
                       << ", port: " << port << ", intf: " << intf);
+   chip->readings().completed({ReadingKey::Kind::mac, index});
    guarded("storing a port's counters", [&] {
       // Empty when the port has no interface any more; then neither step does anything.
       chip->updateCounters(intf, *values);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "counters/chip/Pipes.h"
+#include "counters/chip/Readings.h"
 #include "kiln/Accessors.h"
 #include "zel/ChipStatus.h"
 #include "zel/SystemStatus.h"
@@ -57,6 +58,10 @@ class ChipAccess : public Kiln::Entity {
    // Set when the first sync pass has landed.
    KILN_ATTRIBUTE(bool, firstPollingComplete, false)
 
+   // When everything of the chip was read last.
+   Readings& readings() { return readings_; }
+   const Readings& readings() const { return readings_; }
+
    struct Port {
       Pelt::IntfId intf;
       U16 devicePort;
@@ -85,6 +90,7 @@ class ChipAccess : public Kiln::Entity {
  private:
    Identity identity_;
    U32 life_;
+   Readings readings_;
    std::vector<Port> ports_;
    U64 portsVersion_ = 0; // of the port table when ports_ was read; at version 0 both are empty
 };

@@ -80,6 +80,12 @@ const Kiln::Ptr<PipeTmCounterSm>& TmCounters::pipeTmCounterSmIs(const PipeTmCoun
 
 void TmCounters::counterIs(const PipeTmCounterKey& key, bf_status_t status,
                            const bf_tm_pipe_counter_t& read) {
+   const ReadingKey reading{ReadingKey::Kind::trafficManager, key.counterType, key.pipe};
+   if (status == BF_SUCCESS) {
+      chip().readings().completed(reading);
+   } else {
+      chip().readings().refused(reading, status);
+   }
    if (!last_) {
       return;
    }

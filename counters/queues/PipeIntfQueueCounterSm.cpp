@@ -85,6 +85,9 @@ void PipeIntfQueueCounterSm::pollingClockExpired() {
    }
    KILN_ASSERT_TEXT(parent_->chip().perPipeCounter(egressPortQueueCountId),
                     "parent()->perPipeCounter( egressPortQueueCountId )");
+   const ReadingKey key{ReadingKey::Kind::queues, 0, pipe_};
+   parent_->chip().readings().periodIs(key.kind, parent_->pollingInterval());
+   parent_->chip().readings().requested(key);
    syncOutstanding_ = true; // before the request, since its completion may come inline
    const pipe_status_t rc =
         pipe_mgr_stat_database_sync(parent_->chip().sessionId(), {parent_->chip().deviceId(), pipe_},
@@ -92,6 +95,8 @@ void PipeIntfQueueCounterSm::pollingClockExpired() {
    if (rc != 0) {
       // Deliberately not armed again: this pipe's polling stops, the others go on.
       syncOutstanding_ = false;
+      parent_->chip().readings().refused(key, rc);
+      parent_->chip().readings().stopped(key);
       KILN_TRACE(5, pipeReadErrorText(rc, pipe_));
    }
 }
@@ -174,6 +179,7 @@ void PipeIntfQueueCounterSm::syncCompleted() {
       const bf_status_t rc = readDropped(port, readings);
       KILN_ASSERT(rc == BF_SUCCESS);
    }
+   parent_->chip().readings().completed({ReadingKey::Kind::queues, 0, pipe_});
    // Handing over may also take the chip away, and this poller with it.
    for (std::size_t i = 0; i < ports.count && parent_ != nullptr; ++i) {
       guarded("storing a port's queue counters", [&] { storePort(ports.list[i], readings, time); });

@@ -12,6 +12,7 @@
 #include "zl/ZelSdk.h"
 
 #include <ios>
+#include <utility>
 
 namespace ZelCounter {
 
@@ -68,6 +69,8 @@ void HwTableCountersSm::handlePollingClock() {
    KILN_TRACE(3, "ZelCounters::HwTableCountersSm::"
                       << "handlePollingClock");
    pollingClock_->timeMinIs(Kiln::never);
+   parent_->readings().periodIs(ReadingKey::Kind::tableSync, hwTableCountersPollingInterval());
+   asked_.clear();
    scheduleInProgressIs(true);
    const U32 countersNum = parent_->zlResourceInfoIntf()->zlTableCountersNum();
    bool anyScheduled = false;
@@ -82,18 +85,30 @@ void HwTableCountersSm::handlePollingClock() {
    if (anyScheduled) {
       parent_->firstPollingCompleteIs(true);
    }
+   passCompleted();
+}
+
+void HwTableCountersSm::passCompleted() {
+   for (const ReadingKey& key : std::exchange(asked_, {})) {
+      parent_->readings().completed(key);
+   }
    scheduleClock();
 }
 
-U32 HwTableCountersSm::requestSync(U32 tableHandle, bool direct, U16 pipe) {
-   const auto sync = direct ? ZelCountersIntf::counterHwSyncDirect : ZelCountersIntf::counterHwSyncIndirect;
+U32 HwTableCountersSm::requestSync(U32 tableId, const ZlResourceInfo::ZlTableCounter& info, U16 pipe) {
+   const auto sync = info.direct ? ZelCountersIntf::counterHwSyncDirect : ZelCountersIntf::counterHwSyncIndirect;
    // Counted before the request, since its completion may come inline.
    registry().requested(this);
    pendingCallbacksInc(1);
+   const ReadingKey key{ReadingKey::Kind::tableSync, tableId, pipe};
+   parent_->readings().requested(key);
+   asked_.push_back(key);
    const U32 status =
-        sync(parent_->sessionId(), parent_->deviceId(), pipe, tableHandle, hwTableCallback, this);
+        sync(parent_->sessionId(), parent_->deviceId(), pipe, info.tableHandle, hwTableCallback, this);
    if (status != 0) {
       registry().refused(this);
+      parent_->readings().refused(key, static_cast<int>(status));
+      std::erase(asked_, key);
       // A stray completion, inline, may have taken this request's count already.
       if (pendingCallbacks() != 0) {
          pendingCallbacksDec(1);
@@ -125,7 +140,7 @@ bool HwTableCountersSm::scheduleHwSyncTable(U32 tableId) {
                              << ", pkts/bytes: " << info->packets << "/" << info->bytes);
    for (const U16 pipe : parent_->tablePipes(tableId)) {
       KILN_TRACE(3, "Pipe: " << pipe);
-      const U32 status = requestSync(info->tableHandle, info->direct, pipe);
+      const U32 status = requestSync(tableId, *info, pipe);
       // To the trace only: such a table says so on every pass, and would fill the ring log.
       if (status == sdkNotSupported) {
          KILN_TRACE(3, "Counter hw sync error: counters not supported for"
@@ -164,7 +179,7 @@ void HwTableCountersSm::syncCompleted() {
    // While a pass still makes its requests, an inline completion may bring the count to 0 again and again.
    if (pendingCallbacks() == 0 && !scheduleInProgress()) {
       parent_->firstPollingCompleteIs(true);
-      scheduleClock();
+      passCompleted();
    }
 }
 

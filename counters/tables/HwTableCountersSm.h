@@ -56,10 +56,13 @@ class HwTableCountersSm : public Kiln::Entity, public CookieStorage<HwTableCount
  private:
    void handleInitialized();
    void handlePollingClock();
-   U32 requestSync(U32 tableHandle, bool direct, U16 pipe);
+   U32 requestSync(U32 tableId, const ZlResourceInfo::ZlTableCounter& info, U16 pipe);
+   void passCompleted();
 
    ChipAccess* parent_; // owns this
    std::optional<Kiln::Timer<HwTableCountersSm>> pollingClock_;
+   // Accepted in this pass. A completion does not tell its table, so they count as read when the pass has ended.
+   std::vector<ReadingKey> asked_;
 };
 
 // The SDK's completion of a sync; the cookie is the HwTableCountersSm that asked. Takes the activity lock.

@@ -1,0 +1,155 @@
+// Keeps the chip's readings, and judges them by their age and by what the last attempt said.
+#include "counters/chip/Readings.h"
+
+#include "counters/chip/SdkStatus.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace ZelCounter {
+
+namespace {
+
+constexpr double stalePeriods = 3.0;
+
+double now() {
+   return Kiln::System::currentTime();
+}
+
+} // namespace
+
+bool ReadingKey::isPolled() const {
+   return kind == Kind::mac || kind == Kind::tableSync || kind == Kind::queues || kind == Kind::trafficManager;
+}
+
+Reading& Readings::at(const ReadingKey& key) {
+   if (key.kind == ReadingKey::Kind::mac) {
+      if (key.id >= mac_.size()) {
+         mac_.resize(std::size_t{key.id} + 1);
+      }
+      return mac_[key.id];
+   }
+   if (Reading* const known = others_.find(key)) {
+      return *known;
+   }
+   others_.set(key, {});
+   return *others_.find(key);
+}
+
+const Reading& Readings::reading(const ReadingKey& key) const {
+   static const Reading none;
+   if (key.kind == ReadingKey::Kind::mac) {
+      return key.id < mac_.size() ? mac_[key.id] : none;
+   }
+   const Reading* const known = others_.find(key);
+   return known != nullptr ? *known : none;
+}
+
+template <class Visit>
+void Readings::forEach(Visit visit) const {
+   for (const Reading& reading : mac_) {
+      visit(ReadingKey::Kind::mac, reading);
+   }
+   for (const auto& [key, reading] : others_) {
+      visit(key.kind, reading);
+   }
+}
+
+void Readings::requested(const ReadingKey& key) {
+   Reading& reading = at(key);
+   reading.isOutstanding = true;
+   reading.since = std::min(reading.since, now());
+}
+
+void Readings::completed(const ReadingKey& key) {
+   Reading& reading = at(key);
+   reading.readTime = now();
+   reading.since = std::min(reading.since, reading.readTime);
+   reading.status = 0;
+   reading.isOutstanding = false;
+   reading.isStopped = false;
+}
+
+void Readings::refused(const ReadingKey& key, int status) {
+   Reading& reading = at(key);
+   reading.since = std::min(reading.since, now());
+   reading.status = status;
+   reading.isOutstanding = false;
+   ++refused_;
+}
+
+void Readings::stopped(const ReadingKey& key) {
+   at(key).isStopped = true;
+}
+
+void Readings::forget(const ReadingKey& key) {
+   at(key) = {};
+}
+
+void Readings::periodIs(ReadingKey::Kind kind, double seconds) {
+   periods_[static_cast<std::size_t>(kind)] = seconds;
+}
+
+bool Readings::isOld(ReadingKey::Kind kind, const Reading& reading) const {
+   const bool wasRead = reading.readTime != Kiln::never;
+   const double age = now() - (wasRead ? reading.readTime : reading.since);
+   return ReadingKey{kind}.isPolled() && age > stalePeriods * periods_[static_cast<std::size_t>(kind)];
+}
+
+std::optional<Staleness> Readings::staleness(ReadingKey::Kind kind, const Reading& reading) const {
+   if (reading.since == Kiln::never) {
+      return std::nullopt; // nobody has had the time to try
+   }
+   if (reading.status == 0 && !reading.isStopped && !isOld(kind, reading)) {
+      return std::nullopt;
+   }
+   Staleness stale;
+   if (reading.readTime != Kiln::never) {
+      stale.age = now() - reading.readTime;
+   }
+   stale.reason = reading.status != 0     ? sdkStatusText(reading.status)
+                  : reading.isOutstanding ? "no answer"
+                                          : "not asked for";
+   if (reading.isStopped) {
+      stale.reason = "polling stopped: " + stale.reason;
+   }
+   return stale;
+}
+
+std::optional<Staleness> Readings::staleness(const ReadingKey& key) const {
+   return staleness(key.kind, reading(key));
+}
+
+std::optional<double> Readings::age(ReadingKey::Kind kind) const {
+   std::optional<double> oldest;
+   bool isComplete = true;
+   forEach([&](ReadingKey::Kind of, const Reading& reading) {
+      if (of != kind || reading.since == Kiln::never) {
+         return;
+      }
+      if (reading.readTime == Kiln::never) {
+         isComplete = false;
+      } else {
+         oldest = std::max(oldest.value_or(0), now() - reading.readTime);
+      }
+   });
+   return isComplete ? oldest : std::nullopt;
+}
+
+// By their age only: one refusal is no silence. A poller that was stopped says nothing of the chip.
+bool Readings::isSilent() const {
+   std::array<bool, ReadingKey::kinds> isAsked{};
+   std::array<bool, ReadingKey::kinds> isAnswered{};
+   forEach([&](ReadingKey::Kind kind, const Reading& reading) {
+      if (!ReadingKey{kind}.isPolled() || reading.since == Kiln::never || reading.isStopped) {
+         return;
+      }
+      isAsked[static_cast<std::size_t>(kind)] = true;
+      if (!isOld(kind, reading)) {
+         isAnswered[static_cast<std::size_t>(kind)] = true;
+      }
+   });
+   return isAsked != isAnswered;
+}
+
+} // namespace ZelCounter

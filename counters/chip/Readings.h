@@ -1,0 +1,104 @@
+// When each of a chip's readings was made last, and what became of the last attempt. Views say with it how old their
+// counts are, and the chip's health is judged by it.
+#pragma once
+
+#include "kiln/Accessors.h"
+#include "kiln/Time.h"
+
+#include <array>
+#include <optional>
+#include <vector>
+
+namespace ZelCounter {
+
+// What is read in one go.
+struct ReadingKey {
+   enum class Kind : U8 {
+      mac,            // a port's MAC counters; id is its device port
+      tableSync,      // the SDK's copy of a counter table, from the hardware; id is the table's
+      tableCopy,      // the library's counts, from that copy
+      queues,         // a pipe's queues
+      trafficManager, // one of the SDK's types of counters; id is the type
+      pipeline,       // id is the stage
+      mauDeparser,    // id is the place
+      count
+   };
+   static constexpr std::size_t kinds = static_cast<std::size_t>(Kind::count);
+
+   Kind kind = Kind::mac;
+   U32 id = 0;
+   U16 pipe = 0; // 65535 for all; of mac 0
+
+   bool operator==(const ReadingKey&) const = default;
+   // Whether it is read at intervals, and not as somebody asks for it.
+   bool isPolled() const;
+};
+
+} // namespace ZelCounter
+
+template <>
+struct std::hash<ZelCounter::ReadingKey> {
+   std::size_t operator()(const ZelCounter::ReadingKey& key) const noexcept {
+      return (std::size_t{key.id} << 24) ^ (std::size_t{key.pipe} << 8) ^ static_cast<std::size_t>(key.kind);
+   }
+};
+
+namespace ZelCounter {
+
+// One reading as it stands.
+struct Reading {
+   double readTime = Kiln::never; // of the last good one, on the system's clock; never if there was none
+   double since = Kiln::never;    // of the first attempt
+   int status = 0;                // of the last attempt, the SDK's
+   bool isOutstanding = false;    // accepted and not answered yet
+   bool isStopped = false;        // nobody will try again
+};
+
+// What an operator has to know of a reading that isn't as it should be.
+struct Staleness {
+   std::optional<double> age; // seconds; nothing if it was never read
+   Kiln::String reason;       // "HW access fails", "no answer", "polling stopped: ..."
+};
+
+// Part of the per-chip object. Under the activity lock.
+class Readings {
+ public:
+   Readings() { periods_.fill(2.0); } // until the pollers say otherwise
+
+   void requested(const ReadingKey& key);
+   void completed(const ReadingKey& key);
+   void refused(const ReadingKey& key, int status);
+   // After a refusal that ends the polling.
+   void stopped(const ReadingKey& key);
+   // What it was about is gone, or is something else now.
+   void forget(const ReadingKey& key);
+
+   // Seconds from one attempt to the next.
+   void periodIs(ReadingKey::Kind kind, double seconds);
+
+   // The reading as it stands; a default one if nobody ever tried.
+   const Reading& reading(const ReadingKey& key) const;
+   // Nothing while all is well: the last attempt did not fail, and the last good reading is at most three periods old.
+   std::optional<Staleness> staleness(const ReadingKey& key) const;
+   // Seconds since the oldest last good reading of a kind; nothing if one was never made, or none is asked for.
+   std::optional<double> age(ReadingKey::Kind kind) const;
+
+   // Whether every polled reading of some kind is more than three periods old: the chip does not answer.
+   bool isSilent() const;
+
+   U64 refusedCount() const { return refused_; }
+
+ private:
+   Reading& at(const ReadingKey& key);
+   bool isOld(ReadingKey::Kind kind, const Reading& reading) const;
+   std::optional<Staleness> staleness(ReadingKey::Kind kind, const Reading& reading) const;
+   template <class Visit>
+   void forEach(Visit visit) const;
+
+   std::vector<Reading> mac_; // by device port: found without a search, as they are many
+   Kiln::HashMap<ReadingKey, Reading> others_;
+   std::array<double, ReadingKey::kinds> periods_;
+   U64 refused_ = 0;
+};
+
+} // namespace ZelCounter
