@@ -279,11 +279,12 @@ class Table:
         patience = Patience(self)
         for _ in range(3):
             version = self.words[17]
-            found = [self.read_slot((self.first_slot + i * self.stride) // 8, patience) for i in range(self.capacity)]
-            if self.words[17] == version:  # else a key was added: it may have moved to a slot already passed
-                break
-        named = {row.name: row for row in found if row.name}
-        return list(named.values()) + [row for row in found if not row.name and row.state != "absent"]
+            slots = [self.read_slot((self.first_slot + i * self.stride) // 8, patience) for i in range(self.capacity)]
+            found = [row for row in slots if row.state != "absent"]
+            if self.words[17] == version:
+                return found
+        # Keys were added all the time: one may have moved to another slot and been met twice.
+        return list({row.name or id(row): row for row in found}.values())
 
 
 # --- Output
