@@ -66,7 +66,8 @@ ETH_FIELDS = [direction + "-" + name for direction in ("in", "out") for name in 
     "frames-4096-8191-octets", "frames-8192-9215-octets", "frames-9216-or-more-octets")] + [
     "in-discards", "in-errors", "in-fcs-errors", "in-mac-pause-frames", "in-maxsize-exceeded", "in-undersize-frames",
     "in-oversize-frames", "in-fragment-frames", "in-jabber-frames", "in-crc-errors", "in-alignment-errors",
-    "in-symbol-error", "in-mac-errors-rx", "out-discards", "out-errors", "out-mac-pause-frames", "out-mac-errors-tx"] + [
+    "in-symbol-error", "in-mac-errors-rx", "out-discards", "out-errors", "out-mac-pause-frames",
+    "out-mac-errors-tx"] + [
     f"priority.{priority}.{way}-pfc-frames" for way in ("in", "out") for priority in range(8)]
 L3_FIELDS = ["in-octets", "in-pkts", "out-octets", "out-pkts"]
 
@@ -100,7 +101,8 @@ def read_queues(payload):
     for queue in range(17):
         if present >> queue & 1:
             counts = struct.unpack_from("=3Q", payload, 24 * queue)
-            totals.update((f"queue.{queue}.{name}", count) for name, count in zip(("packets", "bytes", "drops"), counts))
+            names = (f"queue.{queue}.{name}" for name in ("packets", "bytes", "drops"))
+            totals.update(zip(names, counts))
     return Record(totals, {"discontinuity": discontinuity, "created": created})
 
 
@@ -186,7 +188,8 @@ class Table:
             # Neither through a symbolic link nor waiting at a pipe that somebody else may have put there.
             self.file = os.open(self.path, os.O_RDONLY | os.O_NOFOLLOW | os.O_NONBLOCK | os.O_CLOEXEC)
             size = os.fstat(self.file).st_size
-            self.require(size >= HEADER_BYTES, f"has only {size} bytes: no table, or its agent is just starting; try again")
+            self.require(size >= HEADER_BYTES,
+                         f"has only {size} bytes: no table, or its agent is just starting; try again")
             # Word by word: taken from this view, each word is one load of the processor.
             self.words = memoryview(mmap.mmap(self.file, size, prot=mmap.PROT_READ))[:size // 8 * 8].cast("Q")
         except OSError as error:
