@@ -216,7 +216,8 @@ void addJson(const View& view, const Row& row, std::ostream& out) {
       }
       out << ",\n      \"totals\": {";
       for (const Counter& one : row.totals) {
-         out << (&one == row.totals.data() ? "" : ",") << "\n        " << quoted(one.name) << ": " << one.total;
+         out << (&one == row.totals.data() ? "" : ",") << "\n        " << quoted(one.name) << ": "
+             << one.total;
       }
       out << (row.totals.empty() ? "}" : "\n      }");
    }
@@ -242,10 +243,11 @@ std::vector<Counter> summary(const std::vector<Counter>& totals) {
    std::vector<Counter> sums;
    for (const auto& [name, total] : totals) {
       const string column = name.starts_with("queue.") ? name.substr(name.rfind('.') + 1) : name;
-      for (const char* const shown : {"in-octets", "in-pkts", "out-octets", "out-pkts", "packets", "bytes", "drops"}) {
+      for (const char* const shown :
+           {"in-octets", "in-pkts", "out-octets", "out-pkts", "packets", "bytes", "drops"}) {
          if (column == shown) {
             const auto found = std::ranges::find(sums, column, &Counter::name);
-            (found != sums.end() ? *found : sums.emplace_back(column, 0)).total += total;
+            (found != sums.end() ? *found : *sums.insert(sums.end(), {column, 0})).total += total;
          }
       }
    }

@@ -1,8 +1,8 @@
 // How a step of a MAC counter is judged, and how the previous record is rewritten.
 #include "tests/support/CountersRig.h"
 #include "tests/support/LoggedMessages.h"
-#include "tests/support/Random.h"
 #include "tests/support/Manual.h"
+#include "tests/support/Random.h"
 
 #include <gmock/gmock.h>
 #include <map>

@@ -113,19 +113,19 @@ class Layout : public SiloRig {
       std::size_t end = 0;
       for (const auto& row : manualRows(document, heading)) {
          const std::size_t offset = sizeIn(row[0], paddedSize);
-         EXPECT_EQ(file_.substr(begin + end, offset - end), std::string(offset - end, '\0')) << "before " << row[3];
+         EXPECT_EQ(file_.substr(begin + end, offset - end), std::string(offset - end, '\0'))
+              << "before " << row[3];
          end = offset + sizeIn(row[1], paddedSize);
          fields[row[3]] = file_.substr(begin + offset, end - offset);
       }
       return fields;
    }
 
-   std::string payload() const {
-      return filledUp({record_.text.data(), record_.text.size()}, paddedSize);
-   }
+   std::string payload() const { return filledUp({record_.text.data(), record_.text.size()}, paddedSize); }
    // What the document says of the record that was written last.
    std::uint64_t checksum() const {
-      Words words{highestGeneration, std::bit_cast<std::uint64_t>(sampleTime), documentedHash("Ethernet1"), 0};
+      Words words{highestGeneration, std::bit_cast<std::uint64_t>(sampleTime), documentedHash("Ethernet1"),
+                  0};
       const Words rows = wordsOf(payload());
       words.insert(words.end(), rows.begin(), rows.end());
       return documentedChecksum(words);
@@ -144,7 +144,8 @@ class Layout : public SiloRig {
 
 TEST_F(Layout, OfTheHeaderIsTheDocumentedOne) {
    const Words name = wordsOf(filledUp("LayoutTest", 32));
-   const Words state{5, epoch, static_cast<std::uint64_t>(getpid()), std::bit_cast<std::uint64_t>(2.5), 1, 11, 12};
+   const Words state{5,  epoch, static_cast<std::uint64_t>(getpid()), std::bit_cast<std::uint64_t>(2.5), 1,
+                     11, 12};
    const Bytes expected{
         {"magic", "ILOTABLE"},
         {"formatVersion", bytesOfWord(2)},
