@@ -312,7 +312,7 @@ void ZelCountersCallback(bf_dev_id_t dev, bf_dev_port_t port, bf_rmon_counter_ar
    const Pelt::IntfId intf = chip->systemStatus()->portToIntfId(chip->deviceId(), index);
    KILN_TRACE(4, "ZelCountersCallback"
                       << ", port: " << port << ", intf: " << intf);
-   chip->readings().completed({ReadingKey::Kind::mac, index});
+   chip->readings().completed({ReadingKey::Kind::mac, index.value()});
    guarded("storing a port's counters", [&] {
       // Empty when the port has no interface any more; then neither step does anything.
       chip->updateCounters(intf, *values);

@@ -287,6 +287,7 @@ Agent::CommandResult ZelCountersMgrCli::run(const ZelCountersCommand& command, i
       out->chipBegin(target.chip->chipName());
       if (target.chip->initialized()) {
          command.operation(*target.chip, *out, target.arguments);
+         out->tellReadings(target.chip->chipName());
       } else {
          out->uninitialized();
       }

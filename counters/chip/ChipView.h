@@ -26,6 +26,21 @@ class ChipView {
       }
       return !chip_.initialized();
    }
+   ToldReading told(const Kiln::String& what, const ReadingKey& key) const {
+      return {what, chip_.readings().state(key)};
+   }
+   static Kiln::String pipeText(U16 pipe) { return "pipe " + std::to_string(pipe); }
+   // Of a counter table's block, which is read from the SDK's copy, which is synced from the hardware.
+   ToldReading toldTable(const ZlResourceInfo::ZlTableCounter& info, U16 pipe) const {
+      const Kiln::String what =
+           pipe == ZelId::ZelPipeId::allPipes() ? info.name : info.name + " " + pipeText(pipe);
+      const U32 id = chip_.zlResourceInfoIntf()->zlTableCounterIndex(info.name);
+      const Readings& readings = chip_.readings();
+      const ReadingState copy = readings.state({ReadingKey::Kind::tableCopy, info.tableHandle, pipe});
+      const ReadingState sync = readings.state({ReadingKey::Kind::tableSync, id, pipe});
+      // A copy that was read now is as old as the last sync.
+      return {what, copy.trouble.empty() ? sync : copy.with(sync)};
+   }
    // Of reads that failed before a clear: what they did not get is not cleared, and will be shown.
    static void tellErrors(ShowOutput& out, const std::vector<Kiln::String>& errors) {
       for (const Kiln::String& error : errors) {

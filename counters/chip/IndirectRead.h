@@ -8,24 +8,38 @@ namespace ZelCounter {
 
 // One read of one pipe's block of a table, or of a table that all pipes share (65535): start, then any entries, then
 // end. Each step returns the SDK's status, 0 for success; after a failure the others are left out. It reads the SDK's
-// software copy. Made for one read; the chip outlives it.
+// software copy, and the chip's readings are told how it went. Made for one read; the chip outlives it.
 class IndirectRead {
  public:
-   IndirectRead(const ChipAccess& chip, U16 pipe, U32 tableHandle)
+   IndirectRead(ChipAccess& chip, U16 pipe, U32 tableHandle)
         : chip_(chip), pipe_(pipe), tableHandle_(tableHandle) {}
 
    U32 start() {
-      return ZelCountersIntf::counterReadIndirectStart(chip_.sessionId(), chip_.deviceId(), pipe_,
-                                                       tableHandle_, &buffer_);
+      return noted(ZelCountersIntf::counterReadIndirectStart(chip_.sessionId(), chip_.deviceId(), pipe_,
+                                                             tableHandle_, &buffer_));
    }
    U32 entry(U32 index, p4_pd_counter_value* value) {
-      return ZelCountersIntf::counterReadIndirectMain(chip_.sessionId(), chip_.deviceId(), pipe_,
-                                                      tableHandle_, index, &buffer_, value);
+      return noted(ZelCountersIntf::counterReadIndirectMain(chip_.sessionId(), chip_.deviceId(), pipe_,
+                                                            tableHandle_, index, &buffer_, value));
    }
-   U32 end() { return ZelCountersIntf::counterReadIndirectEnd(chip_.sessionId()); }
+   U32 end() {
+      const U32 status = noted(ZelCountersIntf::counterReadIndirectEnd(chip_.sessionId()));
+      if (status == 0) {
+         chip_.readings().completed(key());
+      }
+      return status;
+   }
 
  private:
-   const ChipAccess& chip_;
+   ReadingKey key() const { return {ReadingKey::Kind::tableCopy, tableHandle_, pipe_}; }
+   U32 noted(U32 status) {
+      if (status != 0) {
+         chip_.readings().refused(key(), static_cast<int>(status));
+      }
+      return status;
+   }
+
+   ChipAccess& chip_;
    U16 pipe_;
    U32 tableHandle_;
    ZelCountersIntf::ReadBuffer buffer_;

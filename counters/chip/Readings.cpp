@@ -2,6 +2,7 @@
 #include "counters/chip/Readings.h"
 
 #include "counters/chip/SdkStatus.h"
+#include "kiln/Time.h"
 
 #include <algorithm>
 #include <cmath>
@@ -78,6 +79,14 @@ void Readings::refused(const ReadingKey& key, int status) {
    ++refused_;
 }
 
+void Readings::attempted(const ReadingKey& key, int status) {
+   if (status == 0) {
+      completed(key);
+   } else {
+      refused(key, status);
+   }
+}
+
 void Readings::stopped(const ReadingKey& key) {
    at(key).isStopped = true;
 }
@@ -96,28 +105,36 @@ bool Readings::isOld(ReadingKey::Kind kind, const Reading& reading) const {
    return ReadingKey{kind}.isPolled() && age > stalePeriods * periods_[static_cast<std::size_t>(kind)];
 }
 
-std::optional<Staleness> Readings::staleness(ReadingKey::Kind kind, const Reading& reading) const {
-   if (reading.since == Kiln::never) {
-      return std::nullopt; // nobody has had the time to try
-   }
-   if (reading.status == 0 && !reading.isStopped && !isOld(kind, reading)) {
-      return std::nullopt;
-   }
-   Staleness stale;
+ReadingState Readings::state(ReadingKey::Kind kind, const Reading& reading) const {
+   ReadingState state;
    if (reading.readTime != Kiln::never) {
-      stale.age = now() - reading.readTime;
+      state.age = now() - reading.readTime;
    }
-   stale.reason = reading.status != 0     ? sdkStatusText(reading.status)
-                  : reading.isOutstanding ? "no answer"
-                                          : "not asked for";
+   if (reading.since == Kiln::never) {
+      return state; // nobody has had the time to try
+   }
+   if (reading.status != 0) {
+      state.trouble = sdkStatusText(reading.status);
+   } else if (isOld(kind, reading)) {
+      state.trouble = reading.isOutstanding ? "no answer" : "not asked for";
+   }
    if (reading.isStopped) {
-      stale.reason = "polling stopped: " + stale.reason;
+      state.trouble = "polling stopped: " + state.trouble;
    }
-   return stale;
+   return state;
 }
 
-std::optional<Staleness> Readings::staleness(const ReadingKey& key) const {
-   return staleness(key.kind, reading(key));
+ReadingState ReadingState::with(const ReadingState& other) const {
+   ReadingState both = *this;
+   if (!age || !other.age) {
+      both.age = std::nullopt;
+   } else {
+      both.age = std::max(*age, *other.age);
+   }
+   if (trouble.empty()) {
+      both.trouble = other.trouble;
+   }
+   return both;
 }
 
 std::optional<double> Readings::age(ReadingKey::Kind kind) const {

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "kiln/Accessors.h"
-#include "kiln/Time.h"
+#include "kiln/Clock.h"
 
 #include <array>
 #include <optional>
@@ -54,10 +54,15 @@ struct Reading {
    bool isStopped = false;        // nobody will try again
 };
 
-// What an operator has to know of a reading that isn't as it should be.
-struct Staleness {
-   std::optional<double> age; // seconds; nothing if it was never read
-   Kiln::String reason;       // "HW access fails", "no answer", "polling stopped: ..."
+// What an operator has to know of a reading.
+struct ReadingState {
+   std::optional<double> age; // seconds since the last good one; nothing if there was none
+   // Empty while all is well: the last attempt did not fail, and the last good reading is at most three periods old.
+   // Else "HW access fails", "no answer", "polling stopped: ...".
+   Kiln::String trouble;
+
+   // The worse of two that one table is made of.
+   ReadingState with(const ReadingState& other) const;
 };
 
 // Part of the per-chip object. Under the activity lock.
@@ -68,6 +73,8 @@ class Readings {
    void requested(const ReadingKey& key);
    void completed(const ReadingKey& key);
    void refused(const ReadingKey& key, int status);
+   // Of a read that answers at once.
+   void attempted(const ReadingKey& key, int status);
    // After a refusal that ends the polling.
    void stopped(const ReadingKey& key);
    // What it was about is gone, or is something else now.
@@ -78,8 +85,7 @@ class Readings {
 
    // The reading as it stands; a default one if nobody ever tried.
    const Reading& reading(const ReadingKey& key) const;
-   // Nothing while all is well: the last attempt did not fail, and the last good reading is at most three periods old.
-   std::optional<Staleness> staleness(const ReadingKey& key) const;
+   ReadingState state(const ReadingKey& key) const { return state(key.kind, reading(key)); }
    // Seconds since the oldest last good reading of a kind; nothing if one was never made, or none is asked for.
    std::optional<double> age(ReadingKey::Kind kind) const;
 
@@ -91,7 +97,7 @@ class Readings {
  private:
    Reading& at(const ReadingKey& key);
    bool isOld(ReadingKey::Kind kind, const Reading& reading) const;
-   std::optional<Staleness> staleness(ReadingKey::Kind kind, const Reading& reading) const;
+   ReadingState state(ReadingKey::Kind kind, const Reading& reading) const;
    template <class Visit>
    void forEach(Visit visit) const;
 

@@ -50,6 +50,7 @@ void MauDrops::fetchAll() {
       for (std::size_t at = 0; at < places.size(); ++at) {
          uint64_t drops = 0;
          const bf_status_t status = read(chip().deviceId(), pipe, places[at], &drops);
+         chip().readings().attempted({ReadingKey::Kind::mauDeparser, static_cast<U32>(at), pipe}, status);
          if (status == BF_SUCCESS) {
             counts_.read(pipe * places.size() + at, chip().life(), {drops});
          } else {
@@ -83,6 +84,8 @@ TableView MauDrops::view(const Pelt::IntfId& intf, std::optional<U16> pipe, bool
    }
    for (const U16 onPipe : chip().pipes(pipe)) {
       for (std::size_t at = 0; at < places.size(); ++at) {
+         table.readings.push_back(
+              told(pipeText(onPipe), {ReadingKey::Kind::mauDeparser, static_cast<U32>(at), onPipe}));
          const std::size_t index = onPipe * places.size() + at;
          if (!nonZeroOnly || counts_.sinceClear(index) != 0) {
             table.rows.push_back({U64{onPipe}, Kiln::String(places[at].name),

@@ -30,6 +30,7 @@ std::span<const char* const> PipelineCounters::stages() {
 Kiln::String PipelineCounters::read(U16 pipe, U32 stage) {
    bf_pipe_path_count_t count{};
    const bf_status_t status = bf_pipe_path_counter_get(chip().deviceId(), pipe, stage, &count);
+   chip().readings().attempted({ReadingKey::Kind::pipeline, stage, pipe}, status);
    if (status != BF_SUCCESS) {
       Kiln::String error =
            pipeReadErrorText(status, pipe) + ", stage " + stageNames[stage] + ": shown as last read";
@@ -54,6 +55,7 @@ TableView PipelineCounters::view(std::optional<U32> stage, std::optional<U16> pi
          if (!error.empty()) {
             table.notes.push_back(error);
          }
+         table.readings.push_back(told(pipeText(onPipe), {ReadingKey::Kind::pipeline, at, onPipe}));
          const std::size_t place = placeOf(onPipe, at);
          const U64 any =
               counts_.sinceClear(place, 0) | counts_.sinceClear(place, 1) | counts_.sinceClear(place, 2);

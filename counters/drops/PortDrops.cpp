@@ -27,6 +27,18 @@ Kiln::String errorText(U32 status, const ZlTableCounter& info, U32 pipe) {
    return pipeReadErrorText(static_cast<int>(status), pipe) + ", " + info.name;
 }
 
+// Each once. The ports of a pipe are together.
+std::vector<U16> pipesOf(std::span<const ChipAccess::Port> ports) {
+   std::vector<U16> pipes;
+   for (const ChipAccess::Port& port : ports) {
+      const U16 pipe = ZlPort::pipeOf(port.devicePort);
+      if (pipes.empty() || pipes.back() != pipe) {
+         pipes.push_back(pipe);
+      }
+   }
+   return pipes;
+}
+
 // By name, as the points are told apart here: two points never share a table.
 std::optional<Point> pointOf(const ZlTableCounter& info) {
    for (std::size_t point = 0; point < ZlDrop::tables.size(); ++point) {
@@ -147,6 +159,14 @@ TableView PortDrops::view(const Pelt::IntfId& intf, bool nonZeroOnly) {
                table.rows.push_back({port.intf.text(), Kiln::String(reasons.point),
                                      reasonText(reasons, reason), cellOf(drops[point], reason)});
             }
+         }
+      }
+   }
+   for (const Point point : {Point::ingress, Point::egress, Point::final}) {
+      const ZlTableCounter* info = nullptr;
+      if (tableError(point, &info).empty()) {
+         for (const U16 pipe : pipesOf(shown)) {
+            table.readings.push_back(toldTable(*info, pipe));
          }
       }
    }

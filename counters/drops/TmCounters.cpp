@@ -84,12 +84,7 @@ const Kiln::Ptr<PipeTmCounterSm>& TmCounters::pipeTmCounterSmIs(const PipeTmCoun
 
 void TmCounters::counterIs(const PipeTmCounterKey& key, bf_status_t status,
                            const bf_tm_pipe_counter_t& read) {
-   const ReadingKey reading{ReadingKey::Kind::trafficManager, key.counterType, key.pipe};
-   if (status == BF_SUCCESS) {
-      chip().readings().completed(reading);
-   } else {
-      chip().readings().refused(reading, status);
-   }
+   chip().readings().attempted({ReadingKey::Kind::trafficManager, key.counterType, key.pipe}, status);
    if (!last_) {
       return;
    }
@@ -122,6 +117,8 @@ TableView TmCounters::view(std::optional<U16> pipe, bool nonZeroOnly) const {
    const auto last = last_->countersByDevIdIs(deviceId());
    for (const U16 onPipe : chip().pipes(pipe)) {
       for (const TmType& type : tmTypes) {
+         table.readings.push_back(
+              told(pipeText(onPipe), {ReadingKey::Kind::trafficManager, type.type, onPipe}));
          const TmCounter& now = last->countersByPipeIs(onPipe)[type.type];
          const std::size_t place = placeOf(onPipe, type.type);
          const U64 count = type.isTotal ? counts_.sinceClear(place, 0) : now.count;

@@ -55,6 +55,7 @@ void MacCounters::handlePort(const Pelt::IntfId& intf) {
    const Kiln::Ptr<IntfCounters> last = macCountersLast(intf);
    if (port != nullptr && last &&
        (port->devId != chip().deviceId() || port->devicePort != last->devicePort())) {
+      chip().readings().forget({ReadingKey::Kind::mac, last->devicePort()});
       macCountersLastDel(intf);
       macCountersClearDel(intf);
    }
@@ -69,11 +70,15 @@ void MacCounters::show(ShowOutput& out, const Pelt::IntfId& intf, bool nonZeroOn
    }
    const Kiln::Ptr<IntfCounters> last = macCountersLast(intf);
    const Kiln::Ptr<IntfCounters> clear = macCountersClear(intf);
+   const ZelSystem::PortRecord& port = chip().systemStatus()->portInfo(intf);
    if (!last || !clear) {
+      if (port.devId == chip().deviceId()) {
+         out.reading(told(intf.text(), {ReadingKey::Kind::mac, port.devicePort}), false);
+      }
       return; // never read: nothing at all is shown, not even a heading
    }
    // 456 for an interface that was read and has lost its port since.
-   const U16 devicePort = chip().systemStatus()->portInfo(intf).devicePort;
+   const U16 devicePort = port.devicePort;
    out.tableBegin({"Intf " + intf.text() + " (" + std::to_string(devicePort) + ")", columns, TableLayout::mac,
                    HeadingTime::withFirstRow});
    for (std::size_t i = 0; i < BF_NUM_RMON_COUNTERS; ++i) {
@@ -93,6 +98,7 @@ void MacCounters::show(ShowOutput& out, const Pelt::IntfId& intf, bool nonZeroOn
       KILN_ASSERT(rc == BF_SUCCESS);
       out.row(std::array<TableView::Cell, 2>{Kiln::String(name), value});
    }
+   out.reading(told(intf.text(), {ReadingKey::Kind::mac, last->devicePort()}));
    out.tableEnd();
 }
 

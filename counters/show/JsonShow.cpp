@@ -1,6 +1,9 @@
 // Rows as objects, each written out at once: a table may be larger than what memory should hold twice.
 #include "counters/show/JsonShow.h"
 
+#include <cmath>
+#include <utility>
+
 namespace ZelCounter {
 
 JsonShow::JsonShow(U32 fd, bool echo)
@@ -36,8 +39,21 @@ void JsonShow::chipEnd() {
    }
    if (hasTables_) {
       json_.end(']');
+      notes(std::exchange(chipNotes_, {}));
    }
    json_.end('}');
+}
+
+void JsonShow::notes(const std::vector<Kiln::String>& texts) {
+   json_.begin("notes", '[');
+   for (const Kiln::String& text : texts) {
+      json_.value("", std::string_view(text));
+   }
+   json_.end(']');
+}
+
+void JsonShow::tableReading(const ReadingState& state) {
+   reading_ = reading_ ? reading_->with(state) : state;
 }
 
 void JsonShow::documentEnd() {
@@ -83,11 +99,19 @@ void JsonShow::row(std::span<const Cell> cells) {
 
 void JsonShow::tableEnd(bool /*hasClosingLine*/) {
    json_.end(']');
-   json_.begin("notes", '[');
-   for (const Kiln::String& text : notes_) {
-      json_.value("", std::string_view(text));
+   if (const std::optional<ReadingState> state = std::exchange(reading_, std::nullopt)) {
+      if (state->age) {
+         json_.value("age-ms", static_cast<U64>(std::llround(*state->age * 1000)));
+      } else {
+         json_.null("age-ms");
+      }
+      if (state->trouble.empty()) {
+         json_.null("status");
+      } else {
+         json_.value("status", std::string_view(state->trouble));
+      }
    }
-   json_.end(']');
+   notes(notes_);
    json_.end('}');
    flush();
 }

@@ -26,8 +26,13 @@ class JsonShow : public ShowOutput {
    void blankLine() override {}
    void uninitialized() override;
 
+ protected:
+   void tableReading(const ReadingState& state) override;
+   void chipNote(const Kiln::String& text) override { chipNotes_.push_back(text); }
+
  private:
    void tablesBegin();
+   void notes(const std::vector<Kiln::String>& texts);
    void flush();
 
    Kiln::TextOutput out_;
@@ -36,6 +41,8 @@ class JsonShow : public ShowOutput {
    bool hasError_ = false;
    std::span<const TableView::Column> columns_;
    std::vector<Kiln::String> notes_;
+   std::optional<ReadingState> reading_; // of the table, the worst
+   std::vector<Kiln::String> chipNotes_;
 };
 
 } // namespace ZelCounter

@@ -5,6 +5,7 @@
 #include "counters/show/TableView.h"
 
 #include <span>
+#include <vector>
 
 namespace ZelCounter {
 
@@ -49,6 +50,11 @@ class ShowOutput {
    // Without a closing line: a table that another continues, or that a failure cut short. Text only.
    virtual void tableEnd(bool hasClosingLine = true) = 0;
 
+   // A reading of the table that ends next, or, with `hasTable` false, one that nothing is shown of.
+   void reading(const ToldReading& told, bool hasTable = true);
+   // After the operations on a chip: a line for each trouble of what they showed, which is forgotten then.
+   void tellReadings(const Kiln::String& chipName);
+
    // Instead of a table.
    virtual void noTable(const Kiln::String& title, const Kiln::String& why) = 0;
    // Between tables. Text only.
@@ -57,6 +63,15 @@ class ShowOutput {
    virtual void uninitialized() = 0;
 
    void view(const TableView& table);
+
+ protected:
+   // The state of the table that ends; nothing if it isn't made of readings.
+   virtual void tableReading(const ReadingState& /*state*/) {}
+   // Of a chip, after its tables.
+   virtual void chipNote(const Kiln::String& text) = 0;
+
+ private:
+   std::vector<ToldReading> readings_; // of the chip
 };
 
 constexpr const char* uninitializedText = "Agent not initialized yet";

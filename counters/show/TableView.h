@@ -1,12 +1,18 @@
 // A table that a show operation has made, to be laid out elsewhere.
 #pragma once
 
-#include "kiln/Types.h"
+#include "counters/chip/Readings.h"
 
 #include <variant>
 #include <vector>
 
 namespace ZelCounter {
+
+// A reading that counts are from. `what` tells it from the others of its chip: an interface, a pipe, a table.
+struct ToldReading {
+   Kiln::String what;
+   ReadingState state;
+};
 
 struct TableView {
    // Labels tell a row from the others of its table; counters are what moves. Where a table has levels of a buffer,
@@ -32,6 +38,7 @@ struct TableView {
    std::vector<std::vector<Cell>> rows = {};      // each with a cell for each column
    std::vector<Kiln::String> notes = {};          // what could not be read, and why
    std::vector<Kiln::String> unprintedNotes = {}; // of remarks
+   std::vector<ToldReading> readings = {};        // that the rows are from
 };
 
 } // namespace ZelCounter

@@ -21,6 +21,9 @@ class TextShow : public ShowOutput {
    void blankLine() override { out_.write("\n"); }
    void uninitialized() override { out_.write(uninitializedText); }
 
+ protected:
+   void chipNote(const Kiln::String& text) override { out_.write(text + "\n"); }
+
  private:
    void printHeading();
    void printViewHeading();

@@ -5,8 +5,11 @@
 #include "kiln/Accessors.h"
 #include "kiln/Timer.h"
 #include "sdk/bf_types.h"
+#include "counters/chip/Readings.h"
+#include "zl/ZlResourceInfo.h"
 
 #include <optional>
+#include <vector>
 
 namespace ZelCounter {
 

@@ -153,15 +153,29 @@ bool PdpCounters::printLine(ShowOutput& out, const Kiln::String& intfName, const
    return headerDisplayed || owesHeader;
 }
 
+// Of the interface's pipe, or of all.
+void PdpCounters::tellReadings(ShowOutput& out, const Pelt::IntfId& intf) const {
+   const ZlResourceInfo::ZlResourceInfoIntf& catalogue = *chip().zlResourceInfoIntf();
+   const auto* const info =
+        catalogue.zlTableCounter(catalogue.zlTableCounterIndex(TableNames::pdpClassCount));
+   const bool hasPort = !intf.empty() && chip().hasPort(intf);
+   for (const U16 pipe :
+        chip().pipes(hasPort ? std::optional(chip().systemStatus()->portInfo(intf).pipe()) : std::nullopt)) {
+      out.reading(toldTable(*info, pipe));
+   }
+}
+
 bool PdpCounters::show(ShowOutput& out, const Pelt::IntfId& intf, bool headerDisplayed, bool nonZeroOnly,
                        bool footer) {
    if (!pdpCountersFetched()) {
+      tellReadings(out);
       answerNotFetched(out);
       return headerDisplayed;
    }
    out.tableBegin({title, columns, TableLayout::pdpInterface,
                    headerDisplayed ? HeadingTime::before : HeadingTime::withFirstRow});
    const bool hasRows = rows(out, intf, nonZeroOnly);
+   tellReadings(out, intf);
    out.tableEnd(footer);
    return headerDisplayed || hasRows;
 }
@@ -195,6 +209,7 @@ bool PdpCounters::rows(ShowOutput& out, const Pelt::IntfId& intf, bool nonZeroOn
 
 void PdpCounters::showAll(ShowOutput& out, bool nonZeroOnly) {
    if (!pdpCountersFetched()) {
+      tellReadings(out);
       answerNotFetched(out);
       return;
    }
@@ -211,6 +226,7 @@ void PdpCounters::showAll(ShowOutput& out, bool nonZeroOnly) {
    for (const Pelt::IntfId& intf : interfaces) {
       rows(out, intf, nonZeroOnly);
    }
+   tellReadings(out);
    out.tableEnd();
 }
 

@@ -34,6 +34,7 @@ class PdpCounters : public ChipView {
    };
    Counter counterOf(U32 localPortKey);
    void handleFall(const Counter& counter, ZelQos::PdpClassId pdpClass);
+   void tellReadings(ShowOutput& out, const Pelt::IntfId& intf = {}) const;
    bool rows(ShowOutput& out, const Pelt::IntfId& intf, bool nonZeroOnly);
 
    Kiln::HashMap<Pelt::IntfId, U16> portKey_; // the local port key that pdpCountersLast was read at

@@ -203,11 +203,15 @@ void TableCounters::showDirectTable(ShowOutput& out, const ZlTableCounter* info,
    }
    const std::vector<TableView::Column> columns = directColumns(*info);
    out.tableBegin({tableTitle(*info, pipeId), columns, TableLayout::directTable});
-   out.tableEnd(directRows(out, *info, pipeId, nonZeroOnly));
+   const U32 status = directRows(out, *info, pipeId, nonZeroOnly);
+   chip().readings().attempted({ReadingKey::Kind::tableCopy, info->tableHandle, pipeId},
+                               static_cast<int>(status));
+   out.reading(toldTable(*info, pipeId));
+   out.tableEnd(status == 0);
 }
 
-// True when the whole table was read.
-bool TableCounters::directRows(ShowOutput& out, const ZlTableCounter& info, ZelId::ZelPipeId pipeId,
+// The status of the last step.
+U32 TableCounters::directRows(ShowOutput& out, const ZlTableCounter& info, ZelId::ZelPipeId pipeId,
                                bool nonZeroOnly) const {
    const TableTarget table{chip().sessionId(), chip().deviceId(), pipeId, info.tableHandle};
    ZelCountersIntf::ReadBuffer buffer;
@@ -216,7 +220,7 @@ bool TableCounters::directRows(ShowOutput& out, const ZlTableCounter& info, ZelI
                                                         &buffer, &count);
    if (status != 0) {
       traceError(out, "Direct start error: ", status);
-      return false;
+      return status;
    }
    forEachMatchEntry(table, [&](int entry) {
       KILN_TRACE(8, "Read counters, entry " << entry);
@@ -231,19 +235,20 @@ bool TableCounters::directRows(ShowOutput& out, const ZlTableCounter& info, ZelI
       return status == 0 && out.ok();
    });
    if (status != 0) {
-      return false;
+      return status;
    }
    status = ZelCountersIntf::counterReadDirectEnd(table.session);
    if (status != 0) {
       traceError(out, "Direct end error: ", status);
    }
-   return status == 0;
+   return status;
 }
 
 void TableCounters::showIndirectTable(ShowOutput& out, const ZlTableCounter& info, ZelId::ZelPipeId pipeId,
                                       bool nonZeroOnly) {
    out.tableBegin({tableTitle(info, pipeId), indirectColumns, TableLayout::indirectTable});
    indirectRows(out, info, pipeId, nonZeroOnly);
+   out.reading(toldTable(info, pipeId));
    out.tableEnd();
 }
 

@@ -37,7 +37,7 @@ class TableCounters : public ChipView {
                         bool nonZeroOnly);
    void showIndirectTable(ShowOutput& out, const ZlResourceInfo::ZlTableCounter& info,
                           ZelId::ZelPipeId pipeId, bool nonZeroOnly);
-   bool directRows(ShowOutput& out, const ZlResourceInfo::ZlTableCounter& info, ZelId::ZelPipeId pipeId,
+   U32 directRows(ShowOutput& out, const ZlResourceInfo::ZlTableCounter& info, ZelId::ZelPipeId pipeId,
                    bool nonZeroOnly) const;
    void indirectRows(ShowOutput& out, const ZlResourceInfo::ZlTableCounter& info, ZelId::ZelPipeId pipeId,
                      bool nonZeroOnly) const;

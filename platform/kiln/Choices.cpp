@@ -30,6 +30,22 @@ String choices(const std::vector<String>& all) {
    return text;
 }
 
+String durationText(double seconds) {
+   constexpr U64 minute = 60;
+   constexpr U64 hour = 60 * minute;
+   constexpr U64 day = 24 * hour;
+   const auto whole = static_cast<U64>(std::max(seconds, 0.0));
+   const auto two = [&](U64 big, const char* bigUnit, U64 small, const char* smallUnit) {
+      const U64 rest = whole % big / small;
+      return std::to_string(whole / big) + bigUnit +
+             (rest == 0 ? "" : " " + std::to_string(rest) + smallUnit);
+   };
+   return whole < 5 * minute ? std::to_string(whole) + " s"
+          : whole < hour     ? two(minute, " min", 1, " s")
+          : whole < day      ? two(hour, " h", minute, " min")
+                             : two(day, " d", hour, " h");
+}
+
 String counted(U64 number, std::string_view singular) {
    return std::to_string(number) + " " + String(singular) + (number == 1 ? "" : "s");
 }

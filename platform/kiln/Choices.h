@@ -17,6 +17,9 @@ String quoted(std::string_view word);
 // "a", "a or b", "a, b or c".
 String choices(const std::vector<String>& all);
 
+// An age for people: "118 s", from five minutes on "5 min 3 s", then "3 h 20 min" and "2 d 3 h".
+String durationText(double seconds);
+
 // "1 row", "2 rows".
 String counted(U64 number, std::string_view singular);
 
