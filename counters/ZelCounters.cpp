@@ -1,7 +1,6 @@
 // A chip's life, its well-known tables and pollers, the polling of its ports, and the commands for everything of it.
 #include "counters/ZelCounters.h"
 
-#include "counters/chip/CookieRegistry.h"
 #include "counters/chip/CounterTableNames.h"
 #include "counters/chip/Guarded.h"
 #include "counters/chip/SdkStatus.h"
@@ -96,6 +95,15 @@ ZelCounters::ZelCounters(Context context)
        pdp_(*this), queues_(*this, context_.vexCountersSm) {
    // Before anything asks the SDK, whose completion may come inline.
    registry().add(this);
+   try {
+      handleInitialized();
+   } catch (...) {
+      stop();
+      throw;
+   }
+}
+
+void ZelCounters::handleInitialized() {
    if (zlResourceInfoIntf()) {
       const Kiln::Ptr<const Kiln::Clock> clock = Kiln::activityManagerClock();
       initializePerPipeCounters();
@@ -141,8 +149,10 @@ void ZelCounters::stop() {
       hwTableCountersSm_->stop();
    }
    zelCountersSm_ = nullptr;
-   queues_.pipeIntfQueueCounterSmDelAll();
+   queues_.stop();
    tm_.pipeTmCounterSmDelAll();
+   // Whoever holds the chip longer must not keep these: their clocks run, and one process at a time writes a table.
+   context_ = {};
 }
 
 void ZelCounters::initializePerPipeCounters() {
@@ -201,7 +211,6 @@ void ZelCounters::initializePerPipeCounters() {
 void ZelCounters::requestHwCountersPolling() {
    Kiln::ActivityLockAnchor::assertHeld();
    KILN_TRACE(4, "requestHwCountersPolling");
-   const std::optional<FakeCounter> fake = fakeCounter();
    const std::vector<Port>& mine = ports();
    const U64 portsVersion = systemStatus()->portInfoVersion();
    for (const Port& port : mine) {
@@ -213,7 +222,7 @@ void ZelCounters::requestHwCountersPolling() {
          continue;
       }
       KILN_TRACE(7, "PortId: " << port.intf << " (" << record.devicePort << ")");
-      if (fake) {
+      if (const std::optional<FakeCounter> fake = fakeCounter()) {
          fakePort(this, *fake, record.devicePort);
       } else {
          requestPort(this, port.intf, record.devicePort);
@@ -223,13 +232,16 @@ void ZelCounters::requestHwCountersPolling() {
       return;
    }
    // These have no completions of their own: they are only marked due, once a pass, after the ports.
-   if (vexCountersSm() && context_.vexCommonSmData) {
+   // Held: a watcher of what is published may stop this chip.
+   const Kiln::Ptr<Vex::Counters::CountersSm> countersSm = vexCountersSm();
+   const Kiln::Ptr<Vex::SubIntfCountersSm> subIntfCountersSm = context_.vexSubIntfCountersSm;
+   if (countersSm && context_.vexCommonSmData) {
       for (const Pelt::IntfId& intf : context_.vexCommonSmData->vlanIntf().keys()) {
-         vexCountersSm()->updateCounters(VexTypes::CounterType::vlanIntf, intf);
+         countersSm->updateCounters(VexTypes::CounterType::vlanIntf, intf);
       }
    }
-   if (context_.vexSubIntfCountersSm) {
-      context_.vexSubIntfCountersSm->updateCounters();
+   if (subIntfCountersSm) {
+      subIntfCountersSm->updateCounters();
    }
 }
 

@@ -1,6 +1,7 @@
 // The counters of one chip.
 #pragma once
 
+#include "counters/chip/CookieRegistry.h"
 #include "counters/chip/ShowTarget.h"
 #include "counters/drops/MauDrops.h"
 #include "counters/drops/PipelineCounters.h"
@@ -29,7 +30,7 @@ class ZelCountersSm;
 // Show and clear operations write text to a descriptor, which they don't own, or rows to a ShowOutput. They block only
 // as the descriptor does, and end early when the output takes no more. Of a chip whose construction is not complete
 // they write "Agent not initialized yet"; the table and PDP operations leave that to the command layer.
-class ZelCounters : public ChipAccess {
+class ZelCounters : public ChipAccess, public CookieStorage<ZelCounters> {
  public:
    using IntfId = Pelt::IntfId;
    using PipeId = ZelId::ZelPipeId;
@@ -66,8 +67,8 @@ class ZelCounters : public ChipAccess {
    // The chip is about to go: what it counted since the last reads is read from the SDK's copy. A read that fails changes
    // nothing.
    void readOnceMore();
-   // The chip goes away: it takes no more completions and asks for nothing more. Idempotent; the last pointer to a
-   // chip that was not stopped must be given up under the activity lock.
+   // The chip goes away: it takes no more completions, asks for nothing more, and lets go of the reactors and tables that
+   // it fed. Idempotent; the last pointer to a chip must be given up under the activity lock.
    void stop();
 
    // Starts an asynchronous read of every port of this chip, then marks VLAN interfaces and subinterfaces due. A
@@ -182,6 +183,7 @@ class ZelCounters : public ChipAccess {
    const Kiln::Ptr<HwTableCountersSm>& hwTableCountersSm() const { return hwTableCountersSm_; }
 
  private:
+   void handleInitialized();
    void initializePerPipeCounters();
 
    Context context_;

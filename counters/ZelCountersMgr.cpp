@@ -58,17 +58,28 @@ ZelCountersMgr::ZelCountersMgr(Kiln::Ptr<const ZelSystem::SystemStatus> systemSt
        tmCountersDataLastClear_(std::move(tmCountersDataLastClear)),
        cliPortDropData_(std::move(cliPortDropData)),
        dropData_(cliPortDropData_ ? cliPortDropData_ : Kiln::allocate<CliPortDropData>()) {
-   handleInitialized();
+   try {
+      handleInitialized();
+   } catch (...) {
+      stop(); // the command directory is the caller's, and knows this already
+      throw;
+   }
 }
 
-// First what starts requests, then the chips: their completions must find nobody. A chip that waits for its last
-// completion keeps the forwarding layer's reactors alive, whose helper points back here: so these are told to watch
-// nothing any more.
 ZelCountersMgr::~ZelCountersMgr() {
+   stop();
+}
+
+// First what starts requests, then the chips: their completions must find nobody. Others may hold the reactors longer,
+// whose helper points back here: so these are told to watch nothing any more, and their clocks to stop.
+void ZelCountersMgr::stop() {
    cliCallbackDel();
    countersMgrSmDel();
    readOnceMore();
    zelCountersDelAll();
+   if (zelCountersL3IntfSm()) {
+      zelCountersL3IntfSm()->stop();
+   }
    if (vexCountersSm()) {
       vexCountersSm()->hasNotificationActiveIs(false);
    }
@@ -270,13 +281,21 @@ void ZelCountersMgr::addChip(ZelId::ZelDevId devId, Kiln::String chipName,
       KILN_ASSERT(mounts()->qosPolicyDropCountSiloTable());
    }
    // The chip makes its own entries in tmCountersData, one a pipe.
-   zelCountersIs(zelCountersFactory(
+   const auto chip = zelCountersFactory(
         {devId, std::move(chipName), sessionId, chipStatus, systemStatus(), tmCountersData(),
          tmCountersDataLastClear(), mounts()->qosPolicyDropCountSiloTable(), mounts()->aclCounterTable(),
          mounts()->aclCounterClearRequest(), mounts()->aclCounterClearResponse(), vexCountersSm(),
-         vexSubIntfCountersSm(), zlPdIntf, zlResourceInfoIntf, devProfile, dropData_, vexCommonSmData()}));
-   if (zelCountersL3IntfSm()) {
-      zelCountersL3IntfSm()->addDevice(devId, devProfile, zlPdIntf, zlResourceInfoIntf, chipStatus);
+         vexSubIntfCountersSm(), zlPdIntf, zlResourceInfoIntf, devProfile, dropData_, vexCommonSmData()});
+   zelCountersIs(chip);
+   try {
+      if (zelCountersL3IntfSm()) {
+         zelCountersL3IntfSm()->addDevice(devId, devProfile, zlPdIntf, zlResourceInfoIntf, chipStatus);
+      }
+   } catch (...) {
+      if (zelCounters(devId) == chip) {
+         deleteDevice(devId, false);
+      }
+      throw;
    }
 }
 

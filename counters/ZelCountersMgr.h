@@ -49,7 +49,7 @@ class ZelCountersMgr : public Kiln::Entity, public ManagerAccess {
 
    // A chip came up. If its device id is in use, it takes that chip's place, as if the old one had been deleted first, but
    // without its last reads. Throws std::range_error for a device id above 7. A chip that counts QoS-policy drops needs
-   // their mount (assertion).
+   // their mount (assertion). After an exception there is no chip of that device id.
    void addChip(ZelId::ZelDevId devId, Kiln::String chipName, const ZelDriver::ZelDevProfile& devProfile,
                 U32 sessionId, Kiln::Ptr<ZlPd::ZlPdIntf> zlPdIntf,
                 Kiln::Ptr<ZlResourceInfo::ZlResourceInfoIntf> zlResourceInfoIntf,
@@ -126,6 +126,7 @@ class ZelCountersMgr : public Kiln::Entity, public ManagerAccess {
 
    void deleteDevice(ZelId::ZelDevId devId, bool isReadOnceMore);
    void readOnceMore();
+   void stop();
 
    Kiln::Ptr<ZelCountersCli> cliCallback_;
    Kiln::Ptr<CliPortDropData> dropData_; // the one that was given, or one of its own

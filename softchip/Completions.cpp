@@ -8,6 +8,8 @@
 #include <algorithm>
 #include <cmath>
 #include <stdexcept>
+#include <string>
+#include <system_error>
 
 namespace SoftChip {
 
@@ -20,9 +22,27 @@ void Completions::check(const CompletionMode& mode) {
    }
 }
 
+// Started with the first mode that needs it, so that a scenario stays on one thread, and not with the first request: a
+// thread that can't be started has to be known before anybody polls.
+void Completions::startThread() {
+   if (thread_.joinable()) {
+      return;
+   }
+   try {
+      thread_ = std::thread([this] { runThread(); });
+   } catch (const std::system_error& error) {
+      throw std::runtime_error(std::string("cannot start the thread that delivers completions: ") +
+                               error.code().message() +
+                               "; allow this user one more thread (ulimit -u, or the service's TasksMax)");
+   }
+}
+
 void Completions::modeIs(const CompletionMode& mode) {
    check(mode);
    const std::lock_guard lock(mutex_);
+   if (mode.kind == CompletionMode::Kind::thread) {
+      startThread();
+   }
    mode_ = mode;
 }
 
@@ -34,6 +54,9 @@ CompletionMode Completions::mode() const {
 void Completions::nextModeIs(const CompletionMode& mode, U32 times) {
    check(mode);
    const std::lock_guard lock(mutex_);
+   if (mode.kind == CompletionMode::Kind::thread) {
+      startThread();
+   }
    if (times > 0) {
       nextModes_.emplace_back(mode, times);
    }
@@ -96,10 +119,6 @@ void Completions::pushTimed(const Completion& completion, double delay) {
 
 void Completions::pushThread(const Completion& completion) {
    forThread_.push_back(completion);
-   // Started with the first request that needs it: a scenario stays on one thread.
-   if (!thread_.joinable()) {
-      thread_ = std::thread([this] { runThread(); });
-   }
    threadWakes_.notify_one();
 }
 

@@ -81,6 +81,7 @@ class Completions {
    CompletionMode takeMode();
    void deliverGuarded(const Completion& completion);
    void pushTimed(const Completion& completion, double delay);
+   void startThread();
    void pushThread(const Completion& completion);
    void handleClock();
    void runThread();

@@ -58,6 +58,19 @@ void makeFolder(const Kiln::String& path) {
 } // namespace
 
 SwitchAgent::SwitchAgent(const SwitchAgentConfig& config) : config_(config) {
+   try {
+      build();
+   } catch (...) {
+      tearDown();
+      throw;
+   }
+}
+
+SwitchAgent::~SwitchAgent() {
+   tearDown();
+}
+
+void SwitchAgent::build() {
    const auto lock = Kiln::ActivityLockAnchor::lock();
    sess_hdl = sdkSession;
    // The clean-up of an earlier agent leaves 0, and at 0 completions are ignored in simulation.
@@ -92,14 +105,16 @@ SwitchAgent::SwitchAgent(const SwitchAgentConfig& config) : config_(config) {
    }
 }
 
-SwitchAgent::~SwitchAgent() {
-   // The library goes before the fleet, and under the lock: completions that the fleet delivers as it ends then find no
-   // chip. The fleet goes without the lock, since those completions take it.
+// The library goes before the fleet, and under the lock: completions that the fleet delivers as it ends then find no
+// chip. The fleet goes without the lock, since those completions take it.
+void SwitchAgent::tearDown() {
    {
       const auto lock = Kiln::ActivityLockAnchor::lock();
-      for (const auto& [devId, chip] : mgr_->zelCounters()) {
-         if (chip->zelCountersSm()) {
-            chip->zelCountersSm()->doCleanup();
+      if (mgr_) {
+         for (const auto& [devId, chip] : mgr_->zelCounters()) {
+            if (chip->zelCountersSm()) {
+               chip->zelCountersSm()->doCleanup();
+            }
          }
       }
       traffic_ = nullptr;
@@ -164,8 +179,13 @@ void SwitchAgent::chipAdd(const Kiln::String& name) {
    status->internalIntfIs(Pelt::IntfId(Kiln::Name("Internal" + std::to_string(devId + 1))));
    status->hasNotificationActiveIs(true);
    chipStatus_.set(name, status);
-   portsAdd(chip);
-   chipUp(chip);
+   try {
+      portsAdd(chip);
+      chipUp(chip);
+   } catch (...) {
+      chipDel(name);
+      throw;
+   }
 }
 
 void SwitchAgent::chipUp(SoftChip::Chip& chip) {

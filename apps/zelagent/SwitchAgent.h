@@ -101,6 +101,8 @@ class SwitchAgent {
    Silo::Store tableStore() const;
 
  private:
+   void build();
+   void tearDown();
    Kiln::Ptr<ZelCounter::CountersMounts> mount() const;
    void portsAdd(SoftChip::Chip& chip);
    void chipUp(SoftChip::Chip& chip);

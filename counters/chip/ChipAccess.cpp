@@ -17,8 +17,8 @@ bool simulationFlag = false; // the process's: callbacks ask before they know th
 } // namespace
 
 ChipAccess::ChipAccess(Identity identity) : identity_(std::move(identity)), life_(++lives) {
-   simulationFlag = std::getenv("SIMULATION_VMID") != nullptr;
-   if (simulationFlag) {
+   if (std::getenv("SIMULATION_VMID") != nullptr) {
+      simulationFlag = true;
       smRunning = 1; // an earlier clean-up may have cleared it
    }
 }

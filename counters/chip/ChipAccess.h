@@ -69,7 +69,7 @@ class ChipAccess : public Kiln::Entity {
    // Whether the interface has a port on this chip.
    bool hasPort(const Pelt::IntfId& intf) const;
 
-   // True when SIMULATION_VMID was in the environment as the last chip came up. One flag for the process.
+   // True from the first chip on that came up with SIMULATION_VMID in the environment. One flag for the process.
    static bool simulation();
    // Whether a simulation's clean-up has begun: the SDK may be half gone, and nothing that it delivers counts any more.
    static bool isCleanedUp();

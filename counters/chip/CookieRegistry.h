@@ -2,16 +2,20 @@
 //
 // A completion may come late, twice, or after its object was deleted. So an object is added here before it asks the SDK
 // for anything, every request is announced, and only completed() turns a cookie into an object. An object that is
-// retired with requests outstanding keeps its storage until the last of them has completed, so that its address cannot
-// become another object's. A lost completion keeps its dead object; retiredCount() says how many there are.
+// deleted with requests outstanding ends like any other, and gives up all that it held; only its storage waits for the
+// last completion, so that its address cannot become another object's. A lost completion keeps that storage;
+// retiredCount() says of how many objects.
 #pragma once
 
 #include "kiln/Accessors.h"
 #include "kiln/ActivityLock.h"
 
+#include <new>
+
 namespace ZelCounter {
 
-// Everything under the activity lock. One registry a class T, which derives from Kiln::PtrInterface.
+// Everything under the activity lock. One registry a class T, which derives from Kiln::PtrInterface first, and from
+// CookieStorage<T>.
 template <class T>
 class CookieRegistry {
  public:
@@ -27,27 +31,33 @@ class CookieRegistry {
       Kiln::ActivityLockAnchor::assertHeld();
       if (Entry* entry = entries_.find(object); entry != nullptr && entry->live) {
          entry->live = false;
-         if (entry->outstanding == 0) {
-            entries_.erase(object);
-         } else {
-            ++retired_;
-         }
+         ++retired_;
+         forgetWhenDone(object, *entry);
+      }
+   }
+
+   // The object has ended, retired before. Its storage is given back now or with its last completion.
+   void freed(void* storage) {
+      if (Entry* entry = entries_.find(static_cast<T*>(storage))) {
+         entry->storage = storage;
+      } else {
+         ::operator delete(storage);
       }
    }
 
    // Before the request, since its completion may come inline.
    void requested(T* object) {
-      if (Entry* entry = entries_.find(object); entry != nullptr && entry->outstanding++ == 0) {
-         entry->kept = object;
+      if (Entry* entry = entries_.find(object)) {
+         ++entry->outstanding;
       }
    }
 
    // The request was not accepted: no completion will come.
    void refused(T* object) { complete(object); }
 
-   // The live object behind a cookie; null when the cookie is unknown or its object retired. The last completion of a
-   // retired object frees it. A surplus completion of a live object is answered like any other.
-   Kiln::Ptr<T> completed(T* cookie) { return complete(cookie); }
+   // The live object behind a cookie; null when the cookie is unknown or its object retired. A surplus completion of a
+   // live object is answered like any other.
+   Kiln::Ptr<T> completed(T* cookie) { return complete(cookie) ? cookie : nullptr; }
 
    std::size_t retiredCount() const { return retired_; }
 
@@ -55,32 +65,43 @@ class CookieRegistry {
    struct Entry {
       U32 outstanding = 0;
       bool live = true;
-      Kiln::Ptr<T> kept; // while requests are outstanding
+      void* storage = nullptr; // once the object has ended
    };
 
-   Kiln::Ptr<T> complete(T* cookie) {
+   bool complete(T* cookie) {
       Kiln::ActivityLockAnchor::assertHeld();
       Entry* const entry = entries_.find(cookie);
       if (entry == nullptr) {
-         return nullptr;
+         return false;
       }
-      // Released on return: its destructor may come back here, and must find the entry as it should be.
-      Kiln::Ptr<T> last;
-      if (entry->outstanding > 0 && --entry->outstanding == 0) {
-         last = std::move(entry->kept);
+      if (entry->outstanding > 0) {
+         --entry->outstanding;
       }
-      if (entry->live) {
-         return cookie;
+      const bool isLive = entry->live;
+      forgetWhenDone(cookie, *entry);
+      return isLive;
+   }
+
+   void forgetWhenDone(T* object, const Entry& entry) {
+      if (entry.live || entry.outstanding > 0) {
+         return;
       }
-      if (entry->outstanding == 0) {
-         entries_.erase(cookie);
-         --retired_;
-      }
-      return nullptr;
+      ::operator delete(entry.storage); // null as long as the object is there
+      entries_.erase(object);
+      --retired_;
    }
 
    Kiln::HashMap<T*, Entry> entries_;
    std::size_t retired_ = 0;
+};
+
+// Leaves the storage of a T that has ended to its registry.
+template <class T>
+class CookieStorage {
+ public:
+   // Not inlined: a compiler that sees the allocation takes the deletion for a mismatch.
+   [[gnu::noinline]] static void* operator new(std::size_t size) { return ::operator new(size); }
+   static void operator delete(void* storage) { CookieRegistry<T>::instance().freed(storage); }
 };
 
 } // namespace ZelCounter

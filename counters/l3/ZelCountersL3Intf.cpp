@@ -58,7 +58,13 @@ ZelCountersL3IntfSm::ZelCountersL3IntfSm(Kiln::Ptr<const VexL3Intf::Table> vexL3
 }
 
 ZelCountersL3IntfSm::~ZelCountersL3IntfSm() {
+   stop();
+}
+
+void ZelCountersL3IntfSm::stop() {
    routedPortCounterSm_ = nullptr; // before what its pass reads
+   vexL3IntfTable_.notifierIs(nullptr);
+   helper_ = {};
 }
 
 void ZelCountersL3IntfSm::handleInitialized() {

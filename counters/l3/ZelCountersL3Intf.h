@@ -31,6 +31,8 @@ class ZelCountersL3IntfSm : public Kiln::Entity {
                        Kiln::Ptr<const ZelSystem::SystemStatus> systemStatus,
                        Kiln::Ptr<Silo::Interface::AllNatCounterDir> natCounterDir);
    ~ZelCountersL3IntfSm() override;
+   // The manager ends: there are no more passes, nothing is watched, and the chips' helpers go.
+   void stop();
 
    // A chip came: it counts the VLANs of all interfaces, if it can count VLANs at all. A chip that had the device id
    // before goes.

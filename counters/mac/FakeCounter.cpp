@@ -1,4 +1,4 @@
-// Reads the fake counter from the environment, anew for each pass, so that a debugger may change it.
+// Reads the fake counter from the environment, anew for each polled port, so that a debugger may change it.
 #include "counters/mac/FakeCounter.h"
 
 #include "counters/chip/ChipAccess.h"

@@ -130,4 +130,9 @@ void QueueCounters::pipeIntfQueueCounterSmDelAll() {
    Kiln::forEachKey(pipeIntfQueueCounterSm_, [this](U16 pipe) { pipeIntfQueueCounterSmDel(pipe); });
 }
 
+void QueueCounters::stop() {
+   pipeIntfQueueCounterSmDelAll();
+   vexCountersSm_ = nullptr;
+}
+
 } // namespace ZelCounter

@@ -50,6 +50,8 @@ class QueueCounters {
                                                                      Kiln::Ptr<const Kiln::Clock> clock);
    void pipeIntfQueueCounterSmDel(ZelId::ZelPipeId pipe);
    void pipeIntfQueueCounterSmDelAll();
+   // The chip goes away: nothing is polled or handed over any more.
+   void stop();
 
  private:
    ChipAccess& chip_;

@@ -2,7 +2,6 @@
 #include "counters/tables/HwTableCountersSm.h"
 
 #include "counters/chip/ChipAccess.h"
-#include "counters/chip/CookieRegistry.h"
 #include "counters/chip/CounterTableNames.h"
 #include "counters/chip/SdkStatus.h"
 #include "counters/chip/ZelCountersTrace.h"
@@ -26,8 +25,8 @@ CookieRegistry<HwTableCountersSm>& registry() {
 
 HwTableCountersSm::HwTableCountersSm(Kiln::Ptr<const Kiln::Clock> clock, ChipAccess* parent)
      : parent_(parent) {
-   registry().add(this);
    pollingClockIs(std::move(clock));
+   registry().add(this);
    handleInitialized();
 }
 

@@ -1,6 +1,7 @@
 // Refreshes the SDK's software copy of a chip's counter tables from the hardware, pass after pass.
 #pragma once
 
+#include "counters/chip/CookieRegistry.h"
 #include "kiln/Accessors.h"
 #include "kiln/Timer.h"
 #include "sdk/bf_types.h"
@@ -19,7 +20,7 @@ class ChipAccess;
 // come sets the parent's firstPollingComplete.
 //
 // Everything under the activity lock.
-class HwTableCountersSm : public Kiln::Entity {
+class HwTableCountersSm : public Kiln::Entity, public CookieStorage<HwTableCountersSm> {
  public:
    // The parent owns this and is held by a raw pointer; it has a resource-info service.
    HwTableCountersSm(Kiln::Ptr<const Kiln::Clock> clock, ChipAccess* parent);

@@ -219,7 +219,7 @@ TEST_F(Scheduler, CleanUpInSimulationLeavesCompletionsUnread) {
 }
 
 TEST_F(Scheduler, NullCookieStopsTheProcess) {
-   addChip(0, 0, makeCatalogue(0)); // not in a simulation, whatever an earlier test's chips were in
+   addChip(0, 0, makeCatalogue(0));
    EXPECT_DEATH(ZelCounter::hwTableCallback(0, nullptr), "\"hwTableSm\" failed in HwTableCountersSm");
 }
 
