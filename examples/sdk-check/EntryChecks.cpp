@@ -44,8 +44,14 @@ class EntryChecks {
       if (hasSnat_) {
          checkOther("source-NAT", 0, true, entry);
       }
+      U32 again = 0;
+      status = add(lastVlan, 0, false, &again);
+      report_.check(status == 4, "the same entry of " + table_ + " again", "status 4", statusText(status));
       status = remove(entry);
       report_.check(status == 0, "deletion from " + table_, "status 0", statusText(status));
+      status = remove(entry);
+      report_.check(status == 6, "the same deletion from " + table_ + " again", "status 6",
+                    statusText(status));
       checkFull();
    }
 

@@ -40,8 +40,8 @@ Number parse(const char* option, const char* text, Number low, Number high) {
    const char* const end = text + std::strlen(text);
    const auto [stop, error] = std::from_chars(text, end, number);
    if (error != std::errc() || stop != end || !(number >= low) || !(number <= high)) {
-      throw std::invalid_argument(std::string(option) + " " + text + ": expected " + shown(low) +
-                                  " to " + shown(high));
+      throw std::invalid_argument(std::string(option) + " " + text + ": expected " + shown(low) + " to " +
+                                  shown(high));
    }
    return number;
 }
