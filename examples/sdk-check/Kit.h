@@ -79,7 +79,7 @@ std::string text(double seconds);
 
 class Kit {
  public:
-   Kit(const Options& options, Hooks& madeHooks);
+   Kit(const Options& wanted, Hooks& madeHooks);
    Kit(const Kit&) = delete;
    Kit& operator=(const Kit&) = delete;
    ~Kit();

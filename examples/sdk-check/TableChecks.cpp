@@ -254,7 +254,7 @@ class TableChecks {
       report_.check(came.empty(), table.info.name + " read",
                     table.info.direct ? "status 0, and every match entry once"
                                       : "status 0 for start, entries and end",
-                    came.empty() ? std::to_string(entries) + " entries" : came);
+                    came.empty() ? std::to_string(entries) + (entries == 1 ? " entry" : " entries") : came);
    }
 
    // What was wrong, or nothing.

@@ -14,6 +14,8 @@
 extern "C" {
 bf_status_t __real_bf_port_mac_stats_hw_async_get(bf_dev_id_t, bf_dev_port_t, bf_port_mac_stats_cb, void*);
 bf_status_t __real_bf_tm_q_drop_get(bf_dev_id_t, uint16_t, bf_dev_port_t, uint32_t, uint64_t*);
+pipe_status_t __real_pipe_mgr_stat_database_sync(pipe_sess_hdl_t, dev_target_t, pipe_tbl_hdl_t,
+                                                 pipe_mgr_stat_tbl_sync_cback_fn, void*);
 pipe_status_t __real_pipe_mgr_stat_ent_query(pipe_sess_hdl_t, bf_dev_id_t, uint16_t, pipe_tbl_hdl_t,
                                              pipe_stat_ent_idx_t, pipe_stat_data_t*);
 pipe_status_t __real_pipe_mgr_stat_tbl_symmetric_mode(bf_dev_id_t, pipe_stat_tbl_hdl_t, bool*);
@@ -58,6 +60,21 @@ void complete(bf_dev_id_t device, bf_dev_port_t port, bf_rmon_counter_array_t* v
    }
 }
 
+struct Sync {
+   pipe_mgr_stat_tbl_sync_cback_fn callback;
+   void* cookie;
+};
+
+void completeSync(bf_dev_id_t device, void* cookie) {
+   const std::unique_ptr<const Sync> sync(static_cast<const Sync*>(cookie));
+   if (!isWrong("lost sync")) {
+      sync->callback(device, sync->cookie);
+   }
+   if (isWrong("doubled sync")) {
+      sync->callback(device, sync->cookie);
+   }
+}
+
 } // namespace
 
 extern "C" {
@@ -68,13 +85,14 @@ bf_status_t __wrap_bf_port_mac_stats_hw_async_get(bf_dev_id_t device, bf_dev_por
    if (isWrong("lock")) {
       lock.lock();
    }
-   auto read = std::make_unique<Read>(Read{callback, cookie});
-   const bf_status_t status = __real_bf_port_mac_stats_hw_async_get(device, port, complete, read.get());
-   if (status == BF_SUCCESS) {
-      read.release(); // the completion's
-   } else if (isWrong("refused")) {
-      bf_rmon_counter_array_t zeros = {};
-      callback(device, port, &zeros, cookie);
+   auto* const read = new Read{callback, cookie}; // the completion's, if there is one
+   const bf_status_t status = __real_bf_port_mac_stats_hw_async_get(device, port, complete, read);
+   if (status != BF_SUCCESS) {
+      delete read;
+      if (isWrong("refused")) {
+         bf_rmon_counter_array_t zeros = {};
+         callback(device, port, &zeros, cookie);
+      }
    }
    return status;
 }
@@ -90,6 +108,18 @@ pipe_status_t __wrap_pipe_mgr_stat_ent_query(pipe_sess_hdl_t session, bf_dev_id_
                                              pipe_stat_data_t* data) {
    const pipe_stat_ent_idx_t asked = isWrong("queue numbers") && index % 32 != 0 ? index + 8 : index;
    return __real_pipe_mgr_stat_ent_query(session, device, pipe, table, asked, data);
+}
+
+pipe_status_t __wrap_pipe_mgr_stat_database_sync(pipe_sess_hdl_t session, dev_target_t target,
+                                                 pipe_tbl_hdl_t table,
+                                                 pipe_mgr_stat_tbl_sync_cback_fn callback, void* cookie) {
+   auto* const sync = new Sync{callback, cookie};
+   const pipe_status_t status =
+        __real_pipe_mgr_stat_database_sync(session, target, table, completeSync, sync);
+   if (status != BF_SUCCESS) {
+      delete sync;
+   }
+   return status;
 }
 
 pipe_status_t __wrap_pipe_mgr_stat_tbl_symmetric_mode(bf_dev_id_t device, pipe_stat_tbl_hdl_t table,
