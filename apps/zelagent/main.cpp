@@ -17,6 +17,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <iostream>
+#include <new>
 #include <optional>
 #include <sys/eventfd.h>
 #include <unistd.h>
@@ -184,6 +185,9 @@ int main(int argc, char** argv) {
          return 0;
       }
       return options.scenario ? runScenario(options) : runAgent(options);
+   } catch (const std::bad_alloc&) {
+      std::cerr << "% not enough memory: start with fewer chips, pipes or ports, or allow the process more\n";
+      return cannotRun;
    } catch (const std::exception& error) {
       std::cerr << "% " << Agent::printableLine(error.what()) << '\n';
       return cannotRun;

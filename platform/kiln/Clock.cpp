@@ -97,6 +97,11 @@ double Clock::earliestExpiry() const {
    return queue_.empty() ? never : queue_.begin()->time;
 }
 
+std::size_t Clock::armedCount() const {
+   const std::lock_guard lock(mutex_);
+   return queue_.size();
+}
+
 void Clock::wakeIs(std::function<void()> wake) const {
    const std::lock_guard lock(mutex_);
    wake_ = std::move(wake);

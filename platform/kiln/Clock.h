@@ -68,6 +68,7 @@ class Clock : public Entity {
    // The next arming gets this number or a later one.
    U64 nextSequence() const;
    double earliestExpiry() const;
+   std::size_t armedCount() const; // any thread
    // `wake` is called when the earliest expiry has moved forward, under the clock's own lock: it must only signal.
    void wakeIs(std::function<void()> wake) const;
 

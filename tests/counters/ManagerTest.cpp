@@ -63,6 +63,31 @@ TEST(ManagerConstruction, CommandsThatComeAfterItsEndAreRefused) {
    EXPECT_FALSE(handler->command({"show", "mac"}, -1).ok());
 }
 
+// A completion is outstanding and somebody holds the chip: still nobody writes the tables, and no clock runs.
+TEST(ManagerConstruction, ItsEndStopsEverythingWhateverIsOutstanding) {
+   CountersRig rig;
+   const std::size_t clocks = Kiln::activityManagerClock()->armedCount();
+   rig.makeManager();
+   rig.addChip(0, "Zel0");
+   rig.addPort("Ethernet1", 0, 0);
+   rig.fleet.completions().modeIs({SoftChip::CompletionMode::Kind::held});
+   rig.advance(2.0);
+   Kiln::Ptr<ZelCounter::ZelCounters> held = rig.counters(0);
+   const U64 objects = Kiln::trackedObjectCount();
+   rig.deleteManager();
+   EXPECT_EQ(Kiln::activityManagerClock()->armedCount(), clocks);
+   EXPECT_EQ(rig.mounts->refCount(), 1U);
+   {
+      const auto lock = Kiln::ActivityLockAnchor::lock();
+      EXPECT_FALSE(held->vexCountersSm());
+      held->requestHwCountersPolling();
+      held = nullptr;
+   }
+   EXPECT_LT(Kiln::trackedObjectCount(), objects);
+   rig.advance(10.0);
+   rig.fleet.completions().deliverAllHeld();
+}
+
 TEST(ManagerConstruction, AnEqualCommandHandlerIsKept) {
    CountersRig rig;
    rig.makeManager();

@@ -8,6 +8,8 @@
 #include <condition_variable>
 #include <gmock/gmock.h>
 #include <map>
+#include <sys/resource.h>
+#include <unistd.h>
 
 namespace SoftChip {
 namespace {
@@ -238,6 +240,26 @@ TEST_F(SdkCompletions, EveryRequestIsAnsweredOnceWhileChipsComeAndGo) {
    fleet = nullptr;
    EXPECT_EQ(inbox.count(), 2U * rounds);
    EXPECT_EQ(syncs.load(), asked);
+}
+
+// The limit does not hold for root.
+TEST(CompletionsDeathTest, SaysSoIfNoThreadMayBeStarted) {
+   const auto tryThread = [] {
+      const rlimit none{0, 0};
+      if (setrlimit(RLIMIT_NPROC, &none) != 0 || (geteuid() == 0 && setresuid(65534, 65534, 65534) != 0)) {
+         std::fprintf(stderr, "cannot limit the threads\n");
+         _exit(1);
+      }
+      try {
+         Completions([](const Completion&) {}).modeIs({Kind::thread});
+      } catch (const std::runtime_error& error) {
+         std::fprintf(stderr, "%s\n", error.what());
+         _exit(0);
+      }
+      _exit(2);
+   };
+   EXPECT_EXIT(tryThread(), testing::ExitedWithCode(0),
+               "cannot start the thread that delivers completions: Resource temporarily unavailable; allow");
 }
 
 } // namespace

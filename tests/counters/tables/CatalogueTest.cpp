@@ -211,6 +211,61 @@ TEST_F(Catalogue, ProgramThatDoesNotFitTheLibraryStopsTheProcess) {
    }
 }
 
+// Whatever the agent's own service throws reaches the caller, and the half that was built is gone.
+TEST_F(Catalogue, AServiceThatThrowsWhileAChipComesUpLeavesNothingOfIt) {
+   class Throwing : public StubSdk::Catalogue {
+    public:
+      U32 zlTableCountersNum() const override {
+         count();
+         return Catalogue::zlTableCountersNum();
+      }
+      const ZlResourceInfo::ZlTableCounter* zlTableCounter(U32 id) const override {
+         count();
+         return Catalogue::zlTableCounter(id);
+      }
+      U32 zlTableCounterIndex(const Kiln::String& name) const override {
+         count();
+         return Catalogue::zlTableCounterIndex(name);
+      }
+      U32 zlTableCounterField(const Kiln::String& name,
+                              ZlResourceInfo::ZlCounterFieldId field) const override {
+         count();
+         return Catalogue::zlTableCounterField(name, field);
+      }
+      mutable unsigned throwAt = 0;
+
+    private:
+      void count() const {
+         if (throwAt != 0 && --throwAt == 0) {
+            throw std::runtime_error("no catalogue today");
+         }
+      }
+   };
+   auto catalogue = Kiln::allocate<Throwing>();
+   catalogue->add(0, makeTable("pdpClassCount", pdpHandle, 2336, false, packetsOnly, false));
+   catalogue->add(0, makeTable("egressPortQueueCount", queueHandle, 4096, false, packetsAndBytes, false));
+   const std::size_t clocks = Kiln::activityManagerClock()->armedCount();
+   const U64 objects = Kiln::trackedObjectCount();
+   unsigned failures = 0;
+   for (bool isUp = false; !isUp; ++failures) {
+      catalogue->throwAt = failures + 1;
+      try {
+         addChip(0, 1, catalogue);
+         isUp = true;
+      } catch (const std::runtime_error& error) {
+         EXPECT_STREQ(error.what(), "no catalogue today");
+         chipStatus.clear();
+         EXPECT_EQ(Kiln::activityManagerClock()->armedCount(), clocks) << "at call " << failures;
+         EXPECT_EQ(Kiln::trackedObjectCount(), objects) << "at call " << failures;
+      }
+   }
+   EXPECT_GT(failures, 5U);
+   catalogue->throwAt = 0;
+   advance(4.0);
+   StubSdk::sdk().deliverAll();
+   EXPECT_TRUE(chips[0]->firstPollingComplete());
+}
+
 TEST_F(Catalogue, NoPollerTakesAnIntervalThatWouldStopOrSpinIt) {
    auto& chip = addChip(0, 0, makeCatalogue(0));
    const auto poller = chip.pipeTmCounterSmIs({0, 0}, 0, Kiln::activityManagerClock());
