@@ -1,6 +1,5 @@
 // The code of docs/embedding.md, compiled and run over the stub SDK.
 #include "agent/CommandChannel.h"
-#include "agent/CommandSocket.h"
 #include "counters/ZelCountersMgr.h"
 #include "kiln/ActivityLock.h"
 #include "kiln/ActivityManager.h"
@@ -9,6 +8,7 @@
 #include "tests/support/StubSdkRig.h"
 #include "tests/support/TemporaryFolder.h"
 #include "vex/VexL3Intf.h"
+#include "zl/ZelSdk.h"
 
 #include <cstdio>
 #include <gmock/gmock.h>
@@ -226,6 +226,19 @@ TEST_F(Embedding, ProgramWithoutWhatTheLibraryNeedsStops) {
    EXPECT_DEATH(add({.qosPolicyCounter = true}, program), "tableIndex != 0xFFFFFFF");
    EXPECT_DEATH(add({.vlanCounters = true}, nullptr), "systemStatus_ && zlResourceInfoIntf_");
    EXPECT_DEATH(add({.vlanCounters = true}, program), "tableIndex != 0xFFFFFFF");
+}
+
+TEST_F(Embedding, MissingMountStopsOnlyWhatIsCountedThere) {
+   const auto lock = Kiln::ActivityLockAnchor::lock();
+   const auto mgr = ZelCounter::zelCountersMgrFactory(
+        systemStatus, Kiln::allocate<ZelCounter::CountersMounts>(), nullptr,
+        Kiln::allocate<Agent::AgentCommandRequestDirSm>(), nullptr, nullptr, nullptr);
+   mgr->addChip(device, "Chip0", {"chip"}, 0, nullptr, program, nullptr);
+   advance(5.0);
+   const auto& l3Intfs = mgr->vexL3IntfData()->vexL3IntfTable();
+   EXPECT_DEATH(l3Intfs->intfIdToL3IdIs(Pelt::IntfId("Vlan10"), 10), "natCounter.instance\\(\\) != 0");
+   addPort("Ethernet1", 4);
+   EXPECT_DEATH(StubSdk::sdk().deliverAll(), "writerConfig\\(\\)");
 }
 
 TEST_F(Embedding, ProgramWithoutQueuesOrDropsGoesOn) {
