@@ -85,9 +85,10 @@ ZelCounters::ZelCounters(Context context)
        mauDrops_(*this, context_.cliPortDropData), pipeline_(*this, context_.cliPortDropData),
        tm_(*this, context_.tmCountersData, context_.tmCountersDataLastClear, context_.cliPortDropData),
        tables_(*this,
-               [this](const auto& info, ZelId::ZelPipeId pipe, TableCounters::ClearStage stage) {
+               [this](ShowOutput& out, const auto& info, ZelId::ZelPipeId pipe,
+                      TableCounters::ClearStage stage) {
                   if (stage == TableCounters::ClearStage::before) {
-                     portDrops_.readOnceMore(info);
+                     portDrops_.readOnceMore(out, info, pipe);
                   } else {
                      portDrops_.tableWritten(info, pipe);
                   }
@@ -278,7 +279,7 @@ void ZelCounters::showCounters(ShowTarget out, bool nonZero) {
 void ZelCounters::clearCounters(ShowTarget out) {
    KILN_TRACE(8, "ZelCounters::"
                       << "clearCounters");
-   tables_.clearAll();
+   tables_.clearAll(out);
    clearAllButTables(out);
 }
 

@@ -111,8 +111,8 @@ class ZelCounters : public ChipAccess, public CookieStorage<ZelCounters> {
    void showAllTableCounters(ShowTarget out, bool nonZero) { tables_.showAll(out, nonZero); }
    // Write zero to the entries of a table of one pipe, or of all. Tables whose counts belong to another service are
    // left alone. A refusal by the SDK, but for "not supported", is an assertion.
-   void clearTableCounters(ShowTarget, U32 id, PipeId pipe) { tables_.clear(id, pipe); }
-   void clearAllTableCounters(ShowTarget) { tables_.clearAll(); }
+   void clearTableCounters(ShowTarget out, U32 id, PipeId pipe) { tables_.clear(out, id, pipe); }
+   void clearAllTableCounters(ShowTarget out) { tables_.clearAll(out); }
 
    // Reads the PDP class counters into pdpCountersLast. A read that fails is traced and ends the fetch, and the show
    // operations say that nothing was fetched until a later one succeeds.

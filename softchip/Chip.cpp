@@ -47,7 +47,7 @@ Chip::Chip(const ChipConfig& config, U64 serial, std::recursive_mutex& sdkLock, 
        accessVlans_(hasPort_.size(), 1),
        tables_(config.program, config.pipes, Parts(config, hardware).tables), pipeline_(tables_),
        path_(Parts(config, hardware).path), drops_(tables_, path_), rules_(hasPort_.size()),
-       l2Domains_(tables_), trafficManager_(config.pipes, Parts(config, hardware).queues) {}
+       l2Domains_(tables_, config.vxlan), trafficManager_(config.pipes, Parts(config, hardware).queues) {}
 
 std::size_t Chip::hardwareWords(const ChipConfig& config) {
    return rmonWords(config) + TrafficManager::hardwareWords(config.pipes) +

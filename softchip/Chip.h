@@ -23,6 +23,7 @@ struct ChipConfig {
    U8 deviceId = 0;
    unsigned pipes = 2;
    Kiln::Ptr<P4Program> program = {}; // null: the switch's own
+   bool vxlan = true;                 // terminates VXLANs; else their frames stay in the outer VLAN
 };
 
 // Any thread; every operation takes the SDK's lock, which is recursive. Ports are named by device port number: pipe x

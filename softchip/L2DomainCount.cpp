@@ -36,8 +36,8 @@ void checkVlan(U16 vlan) {
    }
 }
 
-L2DomainCount::L2DomainCount(PipeManager& tables)
-     : ingress_(find(tables, "ingL2DomainCount")), egress_(find(tables, "egrL2DomainCount")) {}
+L2DomainCount::L2DomainCount(PipeManager& tables, bool vxlan)
+     : ingress_(find(tables, "ingL2DomainCount")), egress_(find(tables, "egrL2DomainCount")), vxlan_(vxlan) {}
 
 L2DomainCount::Tables L2DomainCount::find(PipeManager& tables, const Kiln::String& matchTable) {
    const MatchTable* const match = tables.matchTable(matchTable);
@@ -88,7 +88,7 @@ bool L2DomainCount::isTranslated(const IpHeader& ip) const {
 
 L2Domain L2DomainCount::domainOf(const FrameInfo& frame, U16 vlan) const {
    // A VXLAN without a VLAN here is not terminated: its frames are ordinary ones of the outer VLAN.
-   if (frame.vxlan.present) {
+   if (vxlan_ && frame.vxlan.present) {
       const auto found = vlanOfVni_.find(frame.vxlan.vni);
       if (found != vlanOfVni_.end()) {
          return {found->second, 1, false};

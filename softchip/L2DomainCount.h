@@ -14,7 +14,8 @@ void checkVlan(U16 vlan);
 // that it arrived with: a decapsulated one with its outer headers.
 class L2DomainCount {
  public:
-   explicit L2DomainCount(PipeManager& tables);
+   // Without `vxlan`, no frame is decapsulated.
+   L2DomainCount(PipeManager& tables, bool vxlan);
 
    // Frames of the VXLAN are decapsulated into the VLAN. Throws std::invalid_argument for a VNI of more than 24 bits or
    // a VLAN outside 1 to 4094.
@@ -57,6 +58,7 @@ class L2DomainCount {
 
    Tables ingress_;
    Tables egress_;
+   bool vxlan_;
    std::unordered_map<U32, U16> vlanOfVni_;
    std::vector<Prefix> snat_;
 };

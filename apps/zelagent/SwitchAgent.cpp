@@ -166,7 +166,8 @@ void SwitchAgent::chipAdd(const Kiln::String& name) {
    Kiln::ActivityLockAnchor::assertHeld();
    const ZelId::ZelDevId devId = deviceOf(name);
    chipDel(name);
-   SoftChip::Chip& chip = fleet_->chipAdd({name, devId, config_.pipes});
+   SoftChip::Chip& chip = fleet_->chipAdd(
+        {.name = name, .deviceId = devId, .pipes = config_.pipes, .vxlan = config_.capabilities.vxlan});
    // A chip that comes later has the same networks and rules as the others.
    for (const auto& [vni, vlan] : vlanOfVni_) {
       chip.vniIs(vni, vlan.value());

@@ -26,6 +26,12 @@ class ChipView {
       }
       return !chip_.initialized();
    }
+   // Of reads that failed before a clear: what they did not get is not cleared, and will be shown.
+   static void tellErrors(ShowOutput& out, const std::vector<Kiln::String>& errors) {
+      for (const Kiln::String& error : errors) {
+         out.noTable("", error);
+      }
+   }
 
  private:
    ChipAccess& chip_;

@@ -95,6 +95,14 @@ void fetchPdpWherePresent(Chip& chip) {
    }
 }
 
+// Before a clear, which takes them as fetched last whether this succeeds or not.
+void fetchPdpToClear(Chip& chip, Out& out) {
+   fetchPdpWherePresent(chip);
+   if (chip.zlResourceInfoIntf() && !chip.pdpCountersFetched()) {
+      PdpCounters::answerNotFetched(out);
+   }
+}
+
 constexpr unsigned view = nonZero | json; // what every show of counts takes
 
 constexpr std::array table{
@@ -153,7 +161,7 @@ constexpr std::array table{
                 [](Chip& chip, Out& out, const Args&) { chip.clearAllMacCounters(out); }},
      CommandRow{"clear pdp", Operand::none, nothing, true,
                 [](Chip& chip, Out& out, const Args&) {
-                   chip.fetchPdpCounters();
+                   fetchPdpToClear(chip, out);
                    chip.clearAllPdpIntfCounters(out);
                 }},
      CommandRow{"clear traffic-manager", Operand::none, nothing, false,
@@ -169,7 +177,7 @@ constexpr std::array table{
                 }},
      CommandRow{"clear", Operand::none, nothing, false,
                 [](Chip& chip, Out& out, const Args&) {
-                   fetchPdpWherePresent(chip);
+                   fetchPdpToClear(chip, out);
                    if (areTablesInitialized(chip)) {
                       chip.clearCounters(out);
                    } else {

@@ -53,7 +53,8 @@ void MauDrops::fetchAll() {
          if (status == BF_SUCCESS) {
             counts_.read(pipe * places.size() + at, chip().life(), {drops});
          } else {
-            errors_.emplace_back(pipe, pipeReadErrorText(status, pipe) + ", " + places[at].name);
+            errors_.emplace_back(pipe, pipeReadErrorText(status, pipe) + ", " + places[at].name +
+                                            ": shown as last read");
             KILN_TRACE(4, errors_.back().second);
          }
       }
@@ -91,7 +92,7 @@ TableView MauDrops::view(const Pelt::IntfId& intf, std::optional<U16> pipe, bool
    }
    for (const auto& [onPipe, error] : errors_) {
       if (!pipe || onPipe == *pipe) {
-         table.notes.push_back(error + ": shown as last read");
+         table.notes.push_back(error);
       }
    }
    return table;
@@ -110,9 +111,13 @@ void MauDrops::show(ShowOutput& out, const Pelt::IntfId& intf, bool nonZeroOnly)
 }
 
 void MauDrops::clearAll(ShowOutput& out) {
-   if (!answeredUninitialized(out)) {
-      counts_.clear();
+   if (answeredUninitialized(out)) {
+      return;
    }
+   for (const auto& [pipe, error] : errors_) {
+      tellErrors(out, {error});
+   }
+   counts_.clear();
 }
 
 } // namespace ZelCounter

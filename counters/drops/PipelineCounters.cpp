@@ -31,7 +31,8 @@ Kiln::String PipelineCounters::read(U16 pipe, U32 stage) {
    bf_pipe_path_count_t count{};
    const bf_status_t status = bf_pipe_path_counter_get(chip().deviceId(), pipe, stage, &count);
    if (status != BF_SUCCESS) {
-      Kiln::String error = pipeReadErrorText(status, pipe) + ", stage " + stageNames[stage];
+      Kiln::String error =
+           pipeReadErrorText(status, pipe) + ", stage " + stageNames[stage] + ": shown as last read";
       KILN_TRACE(4, error);
       return error;
    }
@@ -51,7 +52,7 @@ TableView PipelineCounters::view(std::optional<U32> stage, std::optional<U16> pi
       for (U32 at = stage.value_or(0); at <= (stage ? *stage : stageNames.size() - 1); ++at) {
          const Kiln::String error = read(onPipe, at);
          if (!error.empty()) {
-            table.notes.push_back(error + ": shown as last read");
+            table.notes.push_back(error);
          }
          const std::size_t place = placeOf(onPipe, at);
          const U64 any =
@@ -83,16 +84,21 @@ void PipelineCounters::clearAll(ShowOutput& out) {
    }
    // What passed since the last read belongs to the time before the clear. A failed read leaves its stage's last counts
    // to be cleared: the packets since then will show after the clear.
-   readAll();
+   tellErrors(out, readAll());
    counts_.clear();
 }
 
-void PipelineCounters::readAll() {
+std::vector<Kiln::String> PipelineCounters::readAll() {
+   std::vector<Kiln::String> errors;
    for (const U16 pipe : chip().pipes()) {
       for (U32 stage = 0; stage < stageNames.size(); ++stage) {
-         read(pipe, stage);
+         const Kiln::String error = read(pipe, stage);
+         if (!error.empty()) {
+            errors.push_back(error);
+         }
       }
    }
+   return errors;
 }
 
 } // namespace ZelCounter

@@ -19,8 +19,8 @@ class PipelineCounters : public ChipView {
    void showAll(ShowOutput& out, bool nonZeroOnly, std::optional<U16> pipe = {});
    void show(ShowOutput& out, U32 stage, bool nonZeroOnly, std::optional<U16> pipe = {});
    void clearAll(ShowOutput& out);
-   // What can't be read stays as it is.
-   void readAll();
+   // What can't be read stays as it is, and is told.
+   std::vector<Kiln::String> readAll();
 
  private:
    // Without a stage, every stage; without a pipe, every pipe.

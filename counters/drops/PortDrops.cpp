@@ -169,7 +169,7 @@ void PortDrops::clearAll(ShowOutput& out) {
    }
    const std::vector<ChipAccess::Port> all = ports({});
    // What was dropped since the last read belongs to the time before the clear.
-   read(all);
+   tellErrors(out, read(all));
    for (const ChipAccess::Port& port : all) {
       for (Vex::ShownCounts<1>& atPoint : counts(port)) {
          atPoint.clear();
@@ -177,10 +177,18 @@ void PortDrops::clearAll(ShowOutput& out) {
    }
 }
 
-void PortDrops::readOnceMore(const ZlTableCounter& info) {
-   if (const std::optional<Point> point = pointOf(info)) {
-      readPoint(*point, ports({}));
+// Before the first sync there is nothing to read yet, and nothing to tell.
+void PortDrops::readOnceMore(ShowOutput& out, const ZlTableCounter& info, ZelId::ZelPipeId pipe) {
+   const std::optional<Point> point = pointOf(info);
+   const ZlTableCounter* unused = nullptr;
+   if (!point || !tableError(*point, &unused).empty()) {
+      return;
    }
+   std::vector<ChipAccess::Port> atPipe = ports({});
+   std::erase_if(atPipe, [&](const ChipAccess::Port& port) {
+      return pipe != ZelId::ZelPipeId::allPipes() && ZlPort::pipeOf(port.devicePort) != pipe;
+   });
+   tellErrors(out, readPoint(*point, atPipe));
 }
 
 void PortDrops::tableWritten(const ZlTableCounter& info, ZelId::ZelPipeId pipe) {

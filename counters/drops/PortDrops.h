@@ -20,7 +20,7 @@ class PortDrops : public ChipView {
    void readAll() { read(ports({})); }
    // A counter table of one pipe, or of all, is about to be set to zero, or has been. Both do nothing for a table that
    // doesn't hold drops.
-   void readOnceMore(const ZlResourceInfo::ZlTableCounter& info);
+   void readOnceMore(ShowOutput& out, const ZlResourceInfo::ZlTableCounter& info, ZelId::ZelPipeId pipe);
    void tableWritten(const ZlResourceInfo::ZlTableCounter& info, ZelId::ZelPipeId pipe);
 
  private:

@@ -50,6 +50,10 @@ Kiln::String stateOf(const TmCounter& counter) {
    return counter.isRead ? readState : "not read yet";
 }
 
+Kiln::String stateText(U16 pipe, const TmType& type, const TmCounter& counter) {
+   return "Pipe " + std::to_string(pipe) + ", " + type.name + ": " + stateOf(counter);
+}
+
 } // namespace
 
 TmCounters::TmCounters(ChipAccess& chip, Kiln::Ptr<ZelQos::TmCountersData> last,
@@ -126,8 +130,7 @@ TableView TmCounters::view(std::optional<U16> pipe, bool nonZeroOnly) const {
          table.rows.push_back({U64{onPipe}, Kiln::String(type.name), cell(count),
                                type.isTotal ? cell(counts_.sinceClear(place, 1)) : Kiln::String("-"), state});
          if (state != readState) {
-            table.unprintedNotes.push_back("Pipe " + std::to_string(onPipe) + ", " + type.name + ": " +
-                                           state);
+            table.unprintedNotes.push_back(stateText(onPipe, type, now));
          }
       }
    }
@@ -141,10 +144,21 @@ void TmCounters::showAll(ShowOutput& out, bool nonZeroOnly, std::optional<U16> p
 }
 
 void TmCounters::clearAll(ShowOutput& out) {
-   if (!answeredUninitialized(out) && last_ && lastClear_) {
-      lastClear_->countersByDevIdIs(deviceId())->countersAre(*last_->countersByDevIdIs(deviceId()));
-      counts_.clear();
+   if (answeredUninitialized(out) || !last_ || !lastClear_) {
+      return;
    }
+   // Cleared as polled last. Where that failed, what was counted since will be shown.
+   const auto last = last_->countersByDevIdIs(deviceId());
+   for (const U16 pipe : chip().pipes()) {
+      for (const TmType& type : tmTypes) {
+         const TmCounter& counter = last->countersByPipeIs(pipe)[type.type];
+         if (type.isTotal && counter.status != 0) {
+            tellErrors(out, {stateText(pipe, type, counter)});
+         }
+      }
+   }
+   lastClear_->countersByDevIdIs(deviceId())->countersAre(*last);
+   counts_.clear();
 }
 
 } // namespace ZelCounter

@@ -46,6 +46,7 @@ class ZelCountersSubIntfCountersHelper : public VexHelper::VexHelperSubIntfCount
    explicit ZelCountersSubIntfCountersHelper(Kiln::Ptr<ZelCountersL3IntfSm> l3IntfSm)
         : l3IntfSm_(std::move(l3IntfSm)) {}
 
+   Kiln::String frameworkType() const override { return "ZelCounter::ZelCountersSubIntfCountersHelper"; }
    bool getSubIntfCounters(const Pelt::IntfId& intf, const Kiln::Ptr<VexTypes::L3IntfCounters>& current,
                            const Kiln::Ptr<VexTypes::L3IntfCounters>& previous) override;
 

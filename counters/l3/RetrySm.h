@@ -12,6 +12,13 @@ namespace ZelCounter {
 // entries were given back or the chip came up. A retry that fails does not arm the timer again.
 class ZelCountersL3Helper::RetrySm : public Kiln::Entity {
  public:
+   // The constructor's arguments. The name is a fixed one.
+   // NOLINTNEXTLINE(readability-identifier-naming)
+   static Kiln::Ptr<RetrySm> RetrySmIs(Kiln::Ptr<const Kiln::Clock> clock,
+                                       Kiln::Ptr<const ZelSlice::ChipStatus> chipStatus,
+                                       ZelCountersL3Helper* helper) {
+      return Kiln::allocate<RetrySm>(std::move(clock), std::move(chipStatus), helper);
+   }
    // The chip status may be null: then there is nothing to watch.
    RetrySm(Kiln::Ptr<const Kiln::Clock> clock, Kiln::Ptr<const ZelSlice::ChipStatus> chipStatus,
            ZelCountersL3Helper* helper);

@@ -23,7 +23,7 @@ class SviCounterMatchSpec : public Kiln::PtrInterface {
 
    // The number of this programming of the entries, one for each in the process: what they count is a source of its own.
    U32 programming = 0;
-   // Their VLAN had gone, and came back before they were removed.
+   // Their VLAN had gone, and came back before all of them were removed: what they counted before is nobody's.
    bool isResumed = false;
    // Whether anybody was ever counted by these entries: as an interface, and for source NAT.
    bool isCounted = false;

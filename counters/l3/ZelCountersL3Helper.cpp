@@ -54,9 +54,16 @@ ZelCountersL3Helper::ZelCountersL3Helper(ZelId::ZelDevId devId, ZelDriver::ZelDe
    handleInitialized();
 }
 
-// The retry reactor first: neither an expiry nor a chip state may find a helper that is half gone.
 ZelCountersL3Helper::~ZelCountersL3Helper() {
+   stop();
+}
+
+// The retry reactor first: neither an expiry nor a chip state may find a helper that is half gone.
+void ZelCountersL3Helper::stop() {
    retrySmDel();
+   initializedIs(false);
+   beforeRemoval_ = nullptr;
+   Kiln::forEachKey(pendingVlan(), [this](Bridging::VlanId vlan) { updatePendingVlan(vlan, false); });
 }
 
 void ZelCountersL3Helper::handleInitialized() {
@@ -67,7 +74,7 @@ void ZelCountersL3Helper::handleInitialized() {
 }
 
 void ZelCountersL3Helper::retrySmIs() {
-   retrySm_ = Kiln::allocate<RetrySm>(Kiln::activityManagerClock(), chipStatus_, this);
+   retrySm_ = RetrySm::RetrySmIs(Kiln::activityManagerClock(), chipStatus_, this);
    retrySm_->hasNotificationActiveIs(true);
 }
 
@@ -159,10 +166,10 @@ void ZelCountersL3Helper::programEntries(Bridging::VlanId vlan, SviCounterMatchS
       egrMspec->decapTypeIs(key.decapType());
    }
    for (const auto& [key, ingMspec] : spec.ingL2DomainMatchSpec()) {
-      ingL2DomainCountTable_->entryIs({ingMspec, {}});
+      spec.isResumed |= !ingL2DomainCountTable_->entryIs({ingMspec, {}});
    }
    for (const auto& [key, egrMspec] : spec.egrL2DomainMatchSpec()) {
-      egrL2DomainCountTable_->entryIs({egrMspec, {}});
+      spec.isResumed |= !egrL2DomainCountTable_->entryIs({egrMspec, {}});
    }
 
    // Only now, when all entries have their place.
@@ -308,6 +315,20 @@ void ZelCountersL3Helper::retryPendingVlan() {
    }
    KILN_TRACE(9, "Retrying pending " << pendingVlan().size() << " vlans");
    forEachThenThrow(pendingVlan().keys(), [this](Bridging::VlanId vlan) { enableSviStats(vlan); });
+}
+
+void ZelCountersL3Helper::retryDeletions() {
+   if (chipStatus() && chipStatus()->state() != ZelSlice::chipStateUp) {
+      return;
+   }
+   ingL2DomainCountTable_->retryDeletions();
+   egrL2DomainCountTable_->retryDeletions();
+   // Also those that went when a VLAN was added meanwhile.
+   const U64 lateDeletions =
+        ingL2DomainCountTable_->lateDeletions() + egrL2DomainCountTable_->lateDeletions();
+   if (std::exchange(lateDeletions_, lateDeletions) != lateDeletions && retrySm_) {
+      retrySm_->startTimer();
+   }
 }
 
 } // namespace ZelCounter

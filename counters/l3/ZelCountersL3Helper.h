@@ -64,6 +64,12 @@ class ZelCountersL3Helper : public Kiln::Entity {
    void beforeRemovalIs(BeforeRemoval beforeRemoval) { beforeRemoval_ = std::move(beforeRemoval); }
    // Tries every pending VLAN again.
    void retryPendingVlan();
+   // Tries again to delete the entries that the chip refused to delete, if it is up. For the VLAN they are gone; in the
+   // chip they still take the room that a pending VLAN may wait for.
+   void retryDeletions();
+   // The chip, or its counting, goes: asks the chip for nothing more, and nobody waits for room any more. Whoever has
+   // the helper may keep it.
+   void stop();
 
    const Kiln::Ptr<ZlIngL2DomainCount::IngL2DomainCountTable>& ingL2DomainCountTable() const {
       return ingL2DomainCountTable_;
@@ -99,6 +105,7 @@ class ZelCountersL3Helper : public Kiln::Entity {
    U32 addEntry(U32 tableHandle, U32 entryHandle, S16 adjust, packets_and_bytes* counter) const;
 
    BeforeRemoval beforeRemoval_;
+   U64 lateDeletions_ = 0; // of both tables, when a retry was armed for them
 
    ZelId::ZelDevId devId_;
    ZelDriver::ZelDevProfile devProfile_;

@@ -64,7 +64,7 @@ ZelCountersL3IntfSm::~ZelCountersL3IntfSm() {
 void ZelCountersL3IntfSm::stop() {
    routedPortCounterSm_ = nullptr; // before what its pass reads
    vexL3IntfTable_.notifierIs(nullptr);
-   helper_ = {};
+   Kiln::forEachKey(helper_, [this](ZelId::ZelDevId devId) { helperDel(devId); });
 }
 
 void ZelCountersL3IntfSm::handleInitialized() {
@@ -129,10 +129,11 @@ void ZelCountersL3IntfSm::addIntf(const Pelt::IntfId& intf, U32 l3Id) {
       return;
    }
    const Bridging::VlanId vlan(l3Id & vlanBits);
-   const Silo::Key key(intf.text()); // throws for a name that can't be one, before anything is changed
+   static_cast<void>(
+        Silo::Key(intf.text())); // throws for a name that can't be one, before anything is changed
    // Held and published as one: a chip that throws must not leave the interface without its record.
    l3IntfToVidIs(intf, vlan);
-   publishNatCounter(intf, key, natCountOf(intf).record);
+   publishNatCounter(intf, natCountOf(intf).record);
    forEachThenThrow(helper_, [&](const auto& entry) { entry.second->enableSviStats(vlan); });
 }
 
@@ -152,10 +153,9 @@ void ZelCountersL3IntfSm::deleteIntf(const Pelt::IntfId& intf) {
 }
 
 // A full table costs this record only. Told once an interface, not once a second.
-void ZelCountersL3IntfSm::publishNatCounter(const Pelt::IntfId& intf, const Silo::Key& key,
-                                            const NatCounter& natCounter) {
+void ZelCountersL3IntfSm::publishNatCounter(const Pelt::IntfId& intf, const NatCounter& natCounter) {
    try {
-      natCounterDir().table().recordIs(key, natCounter, Kiln::System::currentTime());
+      natCounterDir().counterIs(natCounter, Kiln::System::currentTime());
       publishErrors_.forget(intf);
    } catch (const Silo::TableError& error) {
       publishErrors_.log(intf, error);
@@ -167,28 +167,46 @@ void ZelCountersL3IntfSm::addDevice(ZelId::ZelDevId devId, const ZelDriver::ZelD
                                     const Kiln::Ptr<ZlResourceInfo::ZlResourceInfoIntf>& zlResourceInfoIntf,
                                     const Kiln::Ptr<const ZelSlice::ChipStatus>& chipStatus) {
    KILN_TRACE(9, "ZelCountersL3IntfSm::addDevice device: " << static_cast<unsigned>(devId));
-   helper_.erase(devId); // also when the new chip gets none
    if (!systemStatus_->chipCapabilities(devProfile.chipTypeName).vlanCounters) {
+      helperDel(devId); // of the chip before
       return;
    }
-   const auto helper = zelCountersL3HelperFactory(devId, devProfile, systemStatus_, zlPdIntf,
-                                                  zlResourceInfoIntf, chipStatus);
-   helper->beforeRemovalIs([this](Bridging::VlanId vlan) {
+   const Kiln::Ptr<ZelCountersL3Helper> helper =
+        helperIs(devId, devProfile, systemStatus_, zlPdIntf, zlResourceInfoIntf, chipStatus);
+   forEachThenThrow(l3IntfToVid(), [&](const auto& entry) { helper->enableSviStats(entry.second); });
+}
+
+const Kiln::Ptr<ZelCountersL3Helper>&
+ZelCountersL3IntfSm::helperIs(ZelId::ZelDevId devId, const ZelDriver::ZelDevProfile& devProfile,
+                              const Kiln::Ptr<const ZelSystem::SystemStatus>& systemStatus,
+                              const Kiln::Ptr<ZlPd::ZlPdIntf>& zlPdIntf,
+                              const Kiln::Ptr<ZlResourceInfo::ZlResourceInfoIntf>& zlResourceInfoIntf,
+                              const Kiln::Ptr<const ZelSlice::ChipStatus>& chipStatus) {
+   helperDel(devId);
+   const auto made =
+        zelCountersL3HelperFactory(devId, devProfile, systemStatus, zlPdIntf, zlResourceInfoIntf, chipStatus);
+   made->beforeRemovalIs([this](Bridging::VlanId vlan) {
       for (const auto& [intf, itsVlan] : l3IntfToVid()) {
          if (itsVlan == vlan) {
             readOnceMore(intf, vlan);
          }
       }
    });
-   helper->hasNotificationActiveIs(true);
-   helper_.set(devId, helper);
-   forEachThenThrow(l3IntfToVid(), [&](const auto& entry) { helper->enableSviStats(entry.second); });
+   made->hasNotificationActiveIs(true);
+   helper_.set(devId, made);
+   return helper(devId);
+}
+
+void ZelCountersL3IntfSm::helperDel(ZelId::ZelDevId devId) {
+   if (const Kiln::Ptr<ZelCountersL3Helper> helper = this->helper(devId)) {
+      helper_.erase(devId);
+      helper->stop();
+   }
 }
 
 void ZelCountersL3IntfSm::deleteDevice(ZelId::ZelDevId devId) {
    KILN_TRACE(9, "ZelCountersL3IntfSm::deleteDevice device: " << static_cast<unsigned>(devId));
-   // Its entries are not deleted one by one: they went with the chip.
-   helper_.erase(devId);
+   helperDel(devId); // its entries are not deleted one by one: they went with the chip
 }
 
 void ZelCountersL3IntfSm::readAllOnceMore() {
@@ -291,7 +309,7 @@ bool ZelCountersL3IntfSm::readIntf(const Pelt::IntfId& intf, Bridging::VlanId vl
    natCount.record.packets = rxSnat.packets;
    natCount.record.bytes = rxSnat.bytes;
    natCount.record.lastUpdate = Kiln::System::currentTime();
-   publishNatCounter(intf, key, natCount.record);
+   publishNatCounter(intf, natCount.record);
    return true;
 }
 
@@ -303,6 +321,9 @@ ZelCountersL3IntfSm::RoutedPortCounterSm::RoutedPortCounterSm(Kiln::Ptr<const Ki
 }
 
 void ZelCountersL3IntfSm::RoutedPortCounterSm::updateRoutedPortCounters() {
+   for (const auto& entry : l3IntfSm_->helper()) {
+      guarded("deleting counter entries", [&] { entry.second->retryDeletions(); });
+   }
    // Thrown away: what matters is the NAT record that each read refreshes.
    packets_and_bytes rx;
    packets_and_bytes tx;

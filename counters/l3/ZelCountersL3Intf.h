@@ -70,6 +70,15 @@ class ZelCountersL3IntfSm : public Kiln::Entity {
    const Kiln::Ptr<ZelCountersL3Helper>& helper(ZelId::ZelDevId devId) const {
       return Kiln::valueOrDefault(helper_, devId);
    }
+   // Makes the chip's helper, in place of the one that the device id had. The arguments are the factory's.
+   const Kiln::Ptr<ZelCountersL3Helper>&
+   helperIs(ZelId::ZelDevId devId, const ZelDriver::ZelDevProfile& devProfile,
+            const Kiln::Ptr<const ZelSystem::SystemStatus>& systemStatus,
+            const Kiln::Ptr<ZlPd::ZlPdIntf>& zlPdIntf,
+            const Kiln::Ptr<ZlResourceInfo::ZlResourceInfoIntf>& zlResourceInfoIntf,
+            const Kiln::Ptr<const ZelSlice::ChipStatus>& chipStatus);
+   // Stops the chip's helper, if there is one.
+   void helperDel(ZelId::ZelDevId devId);
    const Kiln::Ptr<RoutedPortCounterSm>& routedPortCounterSm() const { return routedPortCounterSm_; }
 
    KILN_HASH_MAP(Pelt::IntfId, Bridging::VlanId, l3IntfToVid)
@@ -97,8 +106,7 @@ class ZelCountersL3IntfSm : public Kiln::Entity {
    void readOnceMore(const Pelt::IntfId& intf, Bridging::VlanId vlan);
    NatCount& natCountOf(const Pelt::IntfId& intf);
    static void addNatCounts(NatCount& natCount, std::span<const Vex::DevicesMeter<1>::Reading> readings);
-   void publishNatCounter(const Pelt::IntfId& intf, const Silo::Key& key,
-                          const Silo::Interface::NatCounter& natCounter);
+   void publishNatCounter(const Pelt::IntfId& intf, const Silo::Interface::NatCounter& natCounter);
    Silo::Interface::AllNatCounterDir& natCounterDir() const;
 
    KilnVexL3IntfTable vexL3IntfTable_;

@@ -24,7 +24,6 @@ constexpr U32 pdpCounterMaxEntry = ZlPort::pdpTableSize - 1;
 const Kiln::String defaultClassName = "default";
 
 constexpr const char* title = "PDP Class Counters";
-constexpr const char* notFetched = "PDP counters not fetched yet";
 
 constexpr TableView::Column columns[] = {{"Interface", TableView::Holds::text},
                                          {"Class", TableView::Holds::text},
@@ -137,6 +136,10 @@ void PdpCounters::printHeader(ShowOutput& out) {
    out.tableBegin({title, columns, TableLayout::pdpInterface});
 }
 
+void PdpCounters::answerNotFetched(ShowOutput& out) {
+   out.noTable(title, "PDP counters not fetched yet");
+}
+
 bool PdpCounters::printLine(ShowOutput& out, const Kiln::String& intfName, const Kiln::String& className,
                             U64 count, bool headerDisplayed, bool nonZeroOnly) {
    if (nonZeroOnly && count == 0) {
@@ -153,7 +156,7 @@ bool PdpCounters::printLine(ShowOutput& out, const Kiln::String& intfName, const
 bool PdpCounters::show(ShowOutput& out, const Pelt::IntfId& intf, bool headerDisplayed, bool nonZeroOnly,
                        bool footer) {
    if (!pdpCountersFetched()) {
-      out.noTable(title, notFetched);
+      answerNotFetched(out);
       return headerDisplayed;
    }
    out.tableBegin({title, columns, TableLayout::pdpInterface,
@@ -192,7 +195,7 @@ bool PdpCounters::rows(ShowOutput& out, const Pelt::IntfId& intf, bool nonZeroOn
 
 void PdpCounters::showAll(ShowOutput& out, bool nonZeroOnly) {
    if (!pdpCountersFetched()) {
-      out.noTable(title, notFetched);
+      answerNotFetched(out);
       return;
    }
    // Ordered, since the port map is in the order in which the ports came. A port that came after the fetch isn't in it.

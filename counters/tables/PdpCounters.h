@@ -17,6 +17,8 @@ class PdpCounters : public ChipView {
    bool show(ShowOutput& out, const Pelt::IntfId& intf, bool headerDisplayed, bool nonZeroOnly, bool footer);
    void showAll(ShowOutput& out, bool nonZeroOnly);
    void clearAll();
+   // Instead of counts, where the last fetch did not succeed.
+   static void answerNotFetched(ShowOutput& out);
 
    // As fetched last, and as at the last clear, by interface.
    KILN_HASH_MAP(Pelt::IntfId, Kiln::Ptr<ZelQos::PdpIntfCounter>, pdpCountersLast)

@@ -306,7 +306,7 @@ const char* TableCounters::otherClear(const ZlTableCounter& info) const {
    return nullptr;
 }
 
-void TableCounters::clear(U32 tableId, ZelId::ZelPipeId pipeId) {
+void TableCounters::clear(ShowOutput& out, U32 tableId, ZelId::ZelPipeId pipeId) {
    KILN_ASSERT_TEXT(chip().zlResourceInfoIntf(), "zlResourceInfoIntf()");
    KILN_ASSERT_TEXT(tableId < chip().tablesNum(),
                     "tableId < (U32)zlResourceInfoIntf()->zlTableCountersNum()");
@@ -316,7 +316,7 @@ void TableCounters::clear(U32 tableId, ZelId::ZelPipeId pipeId) {
       KILN_TRACE(8, "Counter: " << info->name << " skipping clear command");
       return;
    }
-   onClear_(*info, pipeId, ClearStage::before);
+   onClear_(out, *info, pipeId, ClearStage::before);
    KILN_TRACE(8, "Counter: " << info->name << ", handle: " << info->tableHandle << ", size: " << info->size
                              << ", direct: " << info->direct << ", pkts/bytes: " << info->packets << "/"
                              << info->bytes);
@@ -342,14 +342,14 @@ void TableCounters::clear(U32 tableId, ZelId::ZelPipeId pipeId) {
       KILN_ASSERT(status == 0);
    }
    if (status == 0) {
-      onClear_(*info, pipeId, ClearStage::done);
+      onClear_(out, *info, pipeId, ClearStage::done);
    }
 }
 
-void TableCounters::clearAll() {
+void TableCounters::clearAll(ShowOutput& out) {
    for (U32 id = 0; id < chip().tablesNum(); ++id) {
       for (const U16 pipe : chip().tablePipes(id)) {
-         clear(id, pipe);
+         clear(out, id, pipe);
       }
    }
 }

@@ -12,8 +12,8 @@ class TableCounters : public ChipView {
    // Called before a table of one pipe, or of all, is set to zero, for who keeps counts of it to read it once more; and
    // again once that has been done.
    enum class ClearStage { before, done };
-   using OnClear = std::function<void(const ZlResourceInfo::ZlTableCounter& info, ZelId::ZelPipeId pipe,
-                                      ClearStage stage)>;
+   using OnClear = std::function<void(ShowOutput& out, const ZlResourceInfo::ZlTableCounter& info,
+                                      ZelId::ZelPipeId pipe, ClearStage stage)>;
 
    TableCounters(ChipAccess& chip, OnClear onClear) : ChipView(chip), onClear_(std::move(onClear)) {}
 
@@ -23,8 +23,8 @@ class TableCounters : public ChipView {
    void show(ShowOutput& out, U32 tableId, bool nonZeroOnly);
    void showPipe(ShowOutput& out, U32 tableId, ZelId::ZelPipeId pipeId, bool nonZeroOnly);
    void showAll(ShowOutput& out, bool nonZeroOnly);
-   void clear(U32 tableId, ZelId::ZelPipeId pipeId);
-   void clearAll();
+   void clear(ShowOutput& out, U32 tableId, ZelId::ZelPipeId pipeId);
+   void clearAll(ShowOutput& out);
    // What is said of a table that the SDK has not initialized yet.
    static Kiln::String uninitializedText(U32 tableId);
    // What to type instead for a table that the clears leave alone; null for any other.

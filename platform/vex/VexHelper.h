@@ -55,6 +55,9 @@ class VexHelperCountersSm : public Kiln::Entity {
 
 class VexHelperSubIntfCountersSm : public Kiln::Entity {
  public:
+   // The framework's name of the object's class.
+   virtual Kiln::String frameworkType() const { return "VexHelper::VexHelperSubIntfCountersSm"; }
+
    // Like getVlanIntfCounters.
    virtual bool getSubIntfCounters(const Pelt::IntfId& intf,
                                    const Kiln::Ptr<VexTypes::L3IntfCounters>& current,

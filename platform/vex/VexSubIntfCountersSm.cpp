@@ -2,10 +2,13 @@
 #include "vex/VexSubIntfCountersSm.h"
 
 #include "kiln/Assert.h"
+#include "kiln/Trace.h"
 
 namespace Vex {
 
 namespace {
+
+Kiln::TraceHandle traceHandle("VexSubIntfCountersSm");
 
 // Above 1: as long as polling passes ask in time, the wheel only watches.
 constexpr double watchdogIntervals = 1.5;
@@ -23,6 +26,7 @@ SubIntfCountersSm::SubIntfCountersSm(Context context)
             }),
        watchdog_(context_.timerWheel, this), subIntfStatusDirNotifiee_(this) {
    KILN_ASSERT(context_.helper);
+   KILN_TRACE(1, "subinterfaces are read through a " << context_.helper->frameworkType());
    subIntfStatusDirNotifiee_.notifierIs(context_.subIntfStatusDir);
 }
 

@@ -39,10 +39,10 @@ class L2DomainCountTable : public ZlTable::CountTable {
  public:
    using CountTable::CountTable;
 
-   // Throws ZlTable::ZlTableException when the chip refuses the entry.
-   void entryIs(const Entry& entry) {
+   // False if the entry was there already, and counts on. Throws ZlTable::ZlTableException when the chip refuses it.
+   bool entryIs(const Entry& entry) {
       const Match match = matchOf(*entry.matchSpec);
-      add(match.key(), MatchFields(match));
+      return add(match.key(), MatchFields(match));
    }
    // The table's own slot of the match spec: tests false, and its handle is 0, while the table holds no such
    // entry. Good as long as the table.

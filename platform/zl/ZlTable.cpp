@@ -1,6 +1,7 @@
 // Adds entries to a chip's table, deletes them, and keeps their handles.
 #include "zl/ZlTable.h"
 
+#include "kiln/Accessors.h"
 #include "kiln/Assert.h"
 #include "kiln/Trace.h"
 
@@ -9,6 +10,13 @@ namespace ZlTable {
 namespace {
 
 Kiln::TraceHandle traceHandle("ZlTable");
+
+constexpr U32 statusAlreadyExists = 4;
+constexpr U32 statusObjectNotFound = 6;
+
+// After so many refusals a round of deletions ends, and the next one goes on where it ended: a chip that refuses
+// thousands must not be asked for all of them at each addition.
+constexpr unsigned refusalsPerRound = 8;
 
 // Asserts within the initializers, since they follow the pointers before the constructor's body could.
 template <class T>
@@ -47,13 +55,25 @@ CountTable::CountTable(Kiln::Ptr<KeyManager> keyManager, Kiln::Ptr<TableStatusMa
        session_(session), device_(device), pipe_(pipe), tableName_(std::move(tableName)),
        status_(tableStatusManager_->tableStatus(tableName_)) {}
 
-void CountTable::add(U32 key, std::span<const ZlPd::MatchField> match) {
+bool CountTable::add(U32 key, std::span<const ZlPd::MatchField> match) {
    EntrySlot& slot = keyManager_->slot(key);
    if (slot) {
-      return;
+      return false;
    }
+   retryDeletions();
+   const Leftover* const own = leftovers_.find(key);
+   // If the chip says that it doesn't have the leftover, only an addition tells whether that is so.
+   const bool isLeft = own != nullptr && !own->isUnknown;
    U32 handle = 0;
-   const U32 status = pdIntf_->entryAdd(session_, device_, pipe_, tableName_, match, &handle);
+   const U32 status = isLeft ? statusAlreadyExists
+                             : pdIntf_->entryAdd(session_, device_, pipe_, tableName_, match, &handle);
+   if (own != nullptr && status == statusAlreadyExists) {
+      slot.handle = own->handle;
+      leftovers_.erase(key);
+      ++status_.entries;
+      KILN_TRACE(1, "table " << tableName_ << ": entry " << slot.handle << " is taken over");
+      return false;
+   }
    if (status != 0) {
       // The slot stays empty, so that a later attempt asks the chip again.
       ++status_.refused;
@@ -61,6 +81,18 @@ void CountTable::add(U32 key, std::span<const ZlPd::MatchField> match) {
    }
    slot.handle = handle;
    ++status_.entries;
+   forgetLeftovers(key, handle);
+   return true;
+}
+
+// A chip that adds an entry, or gives its handle to another one, has deleted it whatever it said.
+void CountTable::forgetLeftovers(U32 key, U32 handle) {
+   leftovers_.erase(key);
+   Kiln::forEachKey(leftovers_, [&](U32 other) {
+      if (leftovers_.find(other)->handle == handle) {
+         leftovers_.erase(other);
+      }
+   });
 }
 
 void CountTable::remove(U32 key) {
@@ -68,14 +100,42 @@ void CountTable::remove(U32 key) {
    if (!slot) {
       return;
    }
-   // Forgotten first: an entry that the chip will not delete is of no use here either.
-   const U32 handle = std::exchange(slot.handle, 0);
+   Leftover leftover{std::exchange(slot.handle, 0)};
    --status_.entries;
-   const U32 status = pdIntf_->entryDel(session_, device_, tableName_, handle);
-   if (status != 0) {
-      KILN_TRACE(1, "table " << tableName_ << ": entry " << handle << " not deleted: status "
-                             << static_cast<int>(status));
+   if (!isDeleted(leftover)) {
+      leftovers_.set(key, leftover);
    }
+}
+
+void CountTable::retryDeletions() {
+   unsigned refusals = 0;
+   for (std::size_t left = leftovers_.size(); left > 0 && refusals < refusalsPerRound; --left) {
+      auto [key, leftover] = *leftovers_.begin();
+      leftovers_.erase(key);
+      if (isDeleted(leftover)) {
+         ++lateDeletions_;
+      } else {
+         ++refusals;
+         leftovers_.set(key, leftover); // behind the others
+      }
+   }
+}
+
+// What the interface throws is a refusal like any other: a rollback has to go on, and the entry must not get lost.
+bool CountTable::isDeleted(Leftover& leftover) const {
+   try {
+      const U32 status = pdIntf_->entryDel(session_, device_, tableName_, leftover.handle);
+      if (status == 0) {
+         return true;
+      }
+      leftover.isUnknown = status == statusObjectNotFound;
+      KILN_TRACE(1, "table " << tableName_ << ": entry " << leftover.handle << " not deleted: status "
+                             << static_cast<int>(status));
+   } catch (const std::exception& error) {
+      KILN_TRACE(1,
+                 "table " << tableName_ << ": entry " << leftover.handle << " not deleted: " << error.what());
+   }
+   return false;
 }
 
 } // namespace ZlTable

@@ -57,6 +57,9 @@ class TableStatusManager : public Kiln::PtrInterface {
 };
 
 // Entries by key. The tables derive from it and add what their match specs look like.
+//
+// For the callers an entry that they delete is gone. If the chip refuses to delete it, it still takes room and counts:
+// the table keeps its handle and tries again, before each addition and whenever it is told to.
 class CountTable : public Kiln::PtrInterface {
  public:
    // Entries go to one pipe or (65535) to all. No flag is defined; pass 0. Asserts that no pointer is null.
@@ -67,14 +70,29 @@ class CountTable : public Kiln::PtrInterface {
    const Kiln::String& tableName() const { return tableName_; }
    U32 size() const { return status_.entries; }
 
+   // Tries again to delete what the chip refused to.
+   void retryDeletions();
+   // How many entries a later try has deleted: each made room.
+   U64 lateDeletions() const { return lateDeletions_; }
+
  protected:
    const EntrySlot& slot(U32 key) const { return keyManager_->slot(key); }
-   // An entry that exists stays as it is. Throws ZlTableException.
-   void add(U32 key, std::span<const ZlPd::MatchField> match);
-   // Does nothing for an absent entry. If the chip refuses, that is traced and the entry is forgotten all the same.
+   // False if the entry was there, and counts on: it was never deleted, or the chip still refuses to delete it. Throws
+   // ZlTableException.
+   bool add(U32 key, std::span<const ZlPd::MatchField> match);
+   // Does nothing for an absent entry.
    void remove(U32 key);
 
  private:
+   // An entry that the chip refused to delete.
+   struct Leftover {
+      U32 handle = 0;
+      bool isUnknown = false; // the chip's last answer was that it has no such entry
+   };
+
+   bool isDeleted(Leftover& leftover) const;
+   void forgetLeftovers(U32 key, U32 handle);
+
    Kiln::Ptr<KeyManager> keyManager_;
    Kiln::Ptr<TableStatusManager> tableStatusManager_;
    Kiln::Ptr<ZlPd::ZlPdIntf> pdIntf_;
@@ -83,6 +101,8 @@ class CountTable : public Kiln::PtrInterface {
    U16 pipe_;
    Kiln::String tableName_;
    TableStatusManager::TableStatus& status_;
+   Kiln::HashMap<U32, Leftover> leftovers_; // by key, the one that was tried last at the end
+   U64 lateDeletions_ = 0;
 };
 
 } // namespace ZlTable

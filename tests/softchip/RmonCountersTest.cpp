@@ -3,7 +3,7 @@
 
 #include "kiln/Types.h"
 #include "softchip/TrafficGenerator.h"
-#include "tests/support/RmonManual.h"
+#include "tests/support/Manual.h"
 
 #include <array>
 #include <gtest/gtest.h>
@@ -206,7 +206,7 @@ TEST(RmonCounters, SumsWrap) {
 }
 
 TEST(RmonCounters, ManualMatchesTable) {
-   const auto manual = ZelTest::rmonManual();
+   const auto manual = ZelTest::manualRows("rmon-counters.md", "# RMON counters");
    ASSERT_EQ(manual.size(), std::size(rmonCounters));
    std::set<std::string> names;
    std::set<std::string> fields;

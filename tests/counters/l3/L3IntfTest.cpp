@@ -3,6 +3,7 @@
 #include "tests/support/Files.h"
 
 #include <cstring>
+#include <functional>
 
 namespace {
 
@@ -136,6 +137,61 @@ TEST_F(L3Intf, AChipThatThrowsKeepsNoOtherFromCounting) {
    pd->throwAt = 1;
    EXPECT_THROW(sm->handleIntfL3Index(), std::runtime_error);
    EXPECT_EQ(natKeys(), (std::vector<std::string>{"Ethernet3", "Vlan20"}));
+}
+
+TEST_F(L3Intf, APassTriesRefusedDeletionsAgainAndAnEntryThatStaysIsABaseline) {
+   makeChip(0, fullChip);
+   makeSm();
+   addDevice(0);
+   for (const bool stays : {false, true}) {
+      l3Table->intfIdToL3IdIs(vlan20, 20);
+      count(0, true, 20, true, 5, 500);
+      sync();
+      advance(1.0);
+      EXPECT_EQ(nat->counter(vlan20).totalPackets, 5U);
+      fleet.faults().failNext("pdEntryDel", 5, stays ? 100 : 5);
+      l3Table->intfIdToL3IdDel(vlan20);
+      EXPECT_EQ(ingress() + egress(), 5U);
+      advance(1.0);
+      EXPECT_EQ(ingress() + egress(), stays ? 5U : 0U);
+   }
+   l3Table->intfIdToL3IdIs(vlan20, 20);
+   advance(1.0);
+   EXPECT_EQ(nat->counter(vlan20).totalPackets, 0U);
+   count(0, true, 20, true, 2, 200);
+   sync();
+   advance(1.0);
+   EXPECT_EQ(nat->counter(vlan20).totalPackets, 2U);
+}
+
+TEST_F(L3Intf, AShortageEndsWithTheInterfaceOrTheChipThatHadIt) {
+   makeChip(0, plainChip);
+   makeSm();
+   chip(0).capacityIs("ingL2DomainCount", 0);
+   l3Table->intfIdToL3IdIs(vlan20, 20);
+   addDevice(0);
+   const auto held = sm->helper(0); // whoever keeps the helper keeps no shortage
+   const std::function<void()> ends[] = {
+        [&] { sm->deleteDevice(0); },
+        [&] { l3Table->intfIdToL3IdDel(vlan20); },
+        [&] {
+           system->chipCapabilitiesIs(typeOf(0), {});
+           addDevice(0);
+        },
+        [&] { sm = nullptr; },
+   };
+   for (const auto& end : ends) {
+      EXPECT_EQ(messages(), std::vector<std::string>{"FULL 20"});
+      end();
+      EXPECT_EQ(messages(), std::vector<std::string>{"NORMAL 20"});
+      if (sm) {
+         system->chipCapabilitiesIs(typeOf(0), plainChip);
+         sm->deleteDevice(0);
+         l3Table->intfIdToL3IdIs(vlan20, 20);
+         addDevice(0);
+      }
+   }
+   EXPECT_FALSE(held->retrySm());
 }
 
 TEST_F(L3Intf, RecordsAreRefreshedOneSecondAfterTheEndOfAPass) {

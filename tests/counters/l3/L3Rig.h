@@ -23,7 +23,7 @@ using ZelCounter::packets_and_bytes;
 constexpr ZelSystem::ChipCapabilities plainChip{.vlanCounters = true};
 constexpr ZelSystem::ChipCapabilities fullChip{.vlanCounters = true, .vxlan = true, .vrfNat = true};
 
-// The soft chips' PD interface, which can be made to throw at the nth entry from now on.
+// The soft chips' PD interface, which can be made to throw at the nth entry from now on, and to lie about deletions.
 class ThrowingPd : public SoftChip::SoftPd {
  public:
    U32 entryAdd(U32 session, U32 device, U16 pipe, const Kiln::String& matchTable,
@@ -33,7 +33,18 @@ class ThrowingPd : public SoftChip::SoftPd {
       }
       return SoftPd::entryAdd(session, device, pipe, matchTable, match, entry);
    }
+   U32 entryDel(U32 session, U32 device, const Kiln::String& matchTable, U32 entry) override {
+      ++deletions;
+      if (deletionThrows) {
+         throw std::runtime_error("the chip is gone");
+      }
+      const U32 status = SoftPd::entryDel(session, device, matchTable, entry);
+      return deletionAnswer.value_or(status);
+   }
    unsigned throwAt = 0;
+   bool deletionThrows = false;
+   std::optional<U32> deletionAnswer; // whatever has become of the entry
+   unsigned deletions = 0;            // tried
 };
 
 class L3Rig : public testing::Test {
@@ -45,7 +56,8 @@ class L3Rig : public testing::Test {
       system->chipCapabilitiesIs(typeOf(dev), capabilities);
       chipStatus[dev] = Kiln::allocate<ZelSlice::ChipStatus>();
       chipStatus[dev]->hasNotificationActiveIs(true);
-      return fleet.chipAdd({.name = "Zel" + std::to_string(dev), .deviceId = dev});
+      return fleet.chipAdd(
+           {.name = "Zel" + std::to_string(dev), .deviceId = dev, .vxlan = capabilities.vxlan});
    }
    static Kiln::String typeOf(U8 dev) { return "type" + std::to_string(dev); }
    SoftChip::Chip& chip(U8 dev) { return *fleet.chip(dev); }

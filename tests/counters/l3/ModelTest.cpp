@@ -78,7 +78,11 @@ class L3Model : public L3Rig {
    }
    void toggleChip() {
       const auto dev = static_cast<U8>(draw(devices));
-      if (chips.erase(dev) != 0) {
+      if (const auto gone = chips.find(dev); gone != chips.end()) {
+         for (const U16 vlan : gone->second.pending) {
+            expectMessage("NORMAL ", vlan);
+         }
+         chips.erase(gone);
          sm->deleteDevice(dev);
          fleet.chipDel(dev);
          return;

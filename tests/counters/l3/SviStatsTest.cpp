@@ -208,14 +208,119 @@ TEST_F(SviStats, AHelperThatGoesTakesItsTimerAlong) {
    chipStatus[0]->stateIs(1); // nobody watches any more
 }
 
-TEST_F(SviStats, AnEntryThatTheChipWillNotRemoveIsForgotten) {
-   makeHelper(plainChip);
+TEST_F(SviStats, ARefusedDeletionIsTriedAgainBeforeTheNextEntry) {
+   for (const int status : {5, 6}) { // 6: the chip says that there is no such entry
+      makeHelper(plainChip);
+      chip(0).capacityIs("ingL2DomainCount", 1);
+      helper->enableSviStats(VlanId(10));
+      fleet.faults().failNext("pdEntryDel", status, 2);
+      helper->disableSviStats(VlanId(10));
+      EXPECT_EQ(state(10), "");
+      EXPECT_EQ(helper->ingL2DomainCountTable()->size(), 0U);
+      EXPECT_EQ(read(10, false), (Counts{"0/0", "0/0", "0/0"}));
+      EXPECT_EQ(ingress(), 1U);
+
+      helper->enableSviStats(VlanId(11));
+      EXPECT_EQ(state(11), "programmed");
+      EXPECT_EQ(ingress(), 1U);
+      EXPECT_EQ(egress(), 1U);
+      removeChip();
+   }
+   EXPECT_EQ(messages(), std::vector<std::string>{});
+}
+
+TEST_F(SviStats, AnEntryThatStaysIsTakenOverWhenItsVlanComesBack) {
+   for (const int status : {5, 6}) {
+      makeHelper(fullChip);
+      helper->enableSviStats(VlanId(10));
+      count(true, 10, 0, true, 3, 300);
+      fleet.faults().failNext("pdEntryDel", status, 100);
+      helper->disableSviStats(VlanId(10));
+      helper->enableSviStats(VlanId(10));
+      EXPECT_EQ(state(10), "programmed");
+      EXPECT_TRUE(helper->matchSpec(VlanId(10))->isResumed) << "what it has counted is a baseline";
+      EXPECT_EQ(read(10).snat, "3/300");
+      fleet.faults().clear();
+      helper->retryDeletions();
+      EXPECT_EQ(ingress() + egress(), 5U);
+      helper->disableSviStats(VlanId(10));
+      EXPECT_EQ(ingress() + egress(), 0U);
+      removeChip();
+   }
+}
+
+TEST_F(SviStats, ARollbackThatFailsHalfWayIsFinishedLater) {
+   makeHelper(fullChip);
+   chip(0).capacityIs("egrL2DomainCount", 1);
+   fleet.faults().failNext("pdEntryDel", 0);
+   fleet.faults().failNext("pdEntryDel", 5, 2);
    helper->enableSviStats(VlanId(10));
-   fleet.faults().failNext("pdEntryDel", 5);
+   EXPECT_EQ(state(10), "pending");
+   EXPECT_EQ(ingress(), 2U);
+   chip(0).capacityIs("egrL2DomainCount", 2);
+   chipStatus[0]->stateIs(5);
+   helper->retryDeletions();
+   EXPECT_EQ(ingress(), 2U) << "the chip is not up";
+   chipStatus[0]->stateIs(8);
+   advance(1.0); // a chip that comes up is an occasion to try again
+   EXPECT_EQ(state(10), "programmed");
+   EXPECT_FALSE(helper->matchSpec(VlanId(10))->isResumed);
+   EXPECT_EQ(ingress() + egress(), 5U);
+
+   pd->deletionThrows = true; // which is a refusal, too
    helper->disableSviStats(VlanId(10));
    EXPECT_EQ(state(10), "");
-   EXPECT_EQ(helper->ingL2DomainCountTable()->size(), 0U);
-   EXPECT_EQ(read(10, false), (Counts{"0/0", "0/0", "0/0"}));
+   pd->deletionThrows = false;
+   helper->retryDeletions();
+   EXPECT_EQ(ingress() + egress(), 0U);
+}
+
+TEST_F(SviStats, RoomThatALateDeletionMakesIsTakenByWhoWaits) {
+   makeHelper(plainChip);
+   chip(0).capacityIs("ingL2DomainCount", 1);
+   helper->enableSviStats(VlanId(10));
+   fleet.faults().failNext("pdEntryDel", 5, 3); // the first try on both sides, and one more
+   helper->disableSviStats(VlanId(10));
+   advance(10); // the removal's own retry
+   helper->enableSviStats(VlanId(11));
+   EXPECT_EQ(state(11), "pending");
+   helper->retryDeletions();
+   advance(1);
+   EXPECT_EQ(state(11), "programmed");
+}
+
+TEST_F(SviStats, AnEntryThatIsGoneAfterAllIsNotDeletedUnderItsNextOwner) {
+   for (const U32 next : {11U, 10U}) {
+      makeHelper(plainChip);
+      helper->enableSviStats(VlanId(10));
+      pd->deletionAnswer = 5; // but the chip has deleted it
+      helper->disableSviStats(VlanId(10));
+      pd->deletionAnswer = std::nullopt;
+      helper->enableSviStats(VlanId(next)); // with the same handles
+      EXPECT_FALSE(helper->matchSpec(VlanId(next))->isResumed);
+      helper->retryDeletions();
+      EXPECT_EQ(ingress() + egress(), 2U);
+      removeChip();
+   }
+}
+
+TEST_F(SviStats, AChipThatRefusesMuchIsAskedForLittleAtATime) {
+   makeHelper(plainChip);
+   for (U32 vlan = 10; vlan < 40; ++vlan) {
+      helper->enableSviStats(VlanId(vlan));
+   }
+   fleet.faults().failNext("pdEntryDel", 5, 60 + 3 * 16);
+   for (U32 vlan = 10; vlan < 40; ++vlan) {
+      helper->disableSviStats(VlanId(vlan));
+   }
+   pd->deletions = 0;
+   for (int round = 0; round < 3; ++round) {
+      helper->retryDeletions();
+   }
+   EXPECT_EQ(pd->deletions, 3U * 16);
+   EXPECT_EQ(ingress() + egress(), 60U);
+   helper->retryDeletions();
+   EXPECT_EQ(ingress() + egress(), 0U);
 }
 
 TEST_F(SviStats, ReadAddsUpWhatTheEntriesCount) {

@@ -108,15 +108,25 @@ TEST_F(L3Traffic, CountsAFrameInItsVlanOnly) {
    }
 }
 
-TEST_F(L3Traffic, AChipWithoutNatCountsTranslatedFramesAsAnyOthers) {
+TEST_F(L3Traffic, AChipWithoutNatAndVxlanCountsTheirFramesAsAnyOthers) {
    sm->deleteDevice(0);
    fleet.chipDel(0);
    makeChip(0, plainChip).portAdd(port);
+   chip(0).portAdd(7);
    chip(0).accessVlanIs(port, 10);
-   chip(0).snatAdd("0.0.0.0/0");
+   chip(0).snatAdd("10.1.0.0/16");
+   chip(0).vniIs(100, 20);
    addDevice(0);
-   chip(0).receive(port, frame());
-   EXPECT_EQ(seen(10), "1/100 0/0 0/0");
+   auto translated = frame();
+   translated.ip.source = {10, 1, 255, 9};
+   chip(0).receive(port, translated);
+   EXPECT_EQ(seen(10), "1/100 1/100 0/0");
+   auto vxlan = frame();
+   vxlan.vxlan.present = true;
+   vxlan.vxlan.vni = 100;
+   chip(0).receive(port, vxlan);
+   EXPECT_EQ(seen(10), "2/200 2/200 0/0");
+   EXPECT_EQ(seen(20), "0/0 0/0 0/0");
 }
 
 TEST_F(L3Traffic, RefusesInvalidForwardingState) {

@@ -1,8 +1,8 @@
 // How a step of a MAC counter is judged, and how the previous record is rewritten.
 #include "tests/support/CountersRig.h"
 #include "tests/support/LoggedMessages.h"
+#include "tests/support/Manual.h"
 #include "tests/support/Random.h"
-#include "tests/support/RmonManual.h"
 
 #include <gmock/gmock.h>
 #include <map>
@@ -111,7 +111,7 @@ TEST_F(Accounting, FieldsAreFilledAsTheDocumentSays) {
    chip->getMacCounters(intf, record, previous);
 
    std::map<std::string, U64> documented;
-   const auto manual = rmonManual();
+   const auto manual = manualRows("rmon-counters.md", "# RMON counters");
    ASSERT_EQ(manual.size(), std::size_t{BF_NUM_RMON_COUNTERS});
    for (std::size_t index = 0; index < manual.size(); ++index) {
       if (const std::string& name = manual[index].back(); name != "-") {

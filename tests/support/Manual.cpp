@@ -1,7 +1,10 @@
-// Reads the table from the manual.
-#include "tests/support/RmonManual.h"
+// Reads tables out of the documents.
+#include "tests/support/Manual.h"
 
-#include <fstream>
+#include "tests/support/Files.h"
+
+#include <sstream>
+#include <stdexcept>
 
 namespace ZelTest {
 
@@ -26,13 +29,24 @@ std::vector<std::string> rowCells(const std::string& line) {
 
 } // namespace
 
-std::vector<std::vector<std::string>> rmonManual() {
-   std::ifstream manual(ZEL_SOURCE_DIR "/docs/rmon-counters.md");
+std::string manual(const std::string& file) {
+   return bytesOf(ZEL_SOURCE_DIR "/docs/" + file);
+}
+
+std::vector<std::vector<std::string>> manualRows(const std::string& file, const std::string& heading) {
+   std::istringstream text(manual(file));
    std::vector<std::vector<std::string>> rows;
-   for (std::string line; std::getline(manual, line);) {
-      if (std::vector<std::string> cells = rowCells(line); !cells.empty()) {
+   bool isBelow = false;
+   for (std::string line; std::getline(text, line);) {
+      if (line.starts_with('#')) {
+         isBelow = line == heading;
+      }
+      if (std::vector<std::string> cells = rowCells(line); isBelow && !cells.empty()) {
          rows.push_back(std::move(cells));
       }
+   }
+   if (rows.empty()) {
+      throw std::out_of_range(file + " has no table below '" + heading + "'");
    }
    return rows;
 }

@@ -1,0 +1,408 @@
+#!/usr/bin/env python3
+# Shows the counters that an agent publishes in shared tables, with nothing but Python's standard library. It is written
+# from the byte layout in docs/published-records.md; a reader in another language looks much the same.
+#
+#    read_counters.py [--silo DIR] [--table TABLE] [--json] [INTF]
+#
+# Exit status: 0 if every record was whole, 2 if one was not (its state says why), 1 if nothing could be read.
+import argparse
+import fcntl
+import itertools
+import json
+import mmap
+import os
+import re
+import signal
+import struct
+import sys
+import time
+
+# --- Words and checksums
+
+MASK = (1 << 64) - 1
+START = (0x243F6A8885A308D3, 0x13198A2E03707344, 0xA4093822299F31D0, 0x082EFA98EC4E6C89)
+MULTIPLIERS = (0x9E3779B97F4A7C15, 0xD6E8FEB86659FD93, 0xC2B2AE3D27D4EB4F, 0xA0761D6478BD642F)
+WEIGHT = 0x452821E638D01377
+
+
+def checksum(words):
+    """The checksum of rows of four words each."""
+    result = 0
+    for lane in range(4):
+        running = list(itertools.accumulate(words[lane::4], initial=START[lane]))
+        result ^= (running[-1] + 2 * WEIGHT * sum(running[1:])) * MULTIPLIERS[lane] & MASK
+    return result
+
+
+def checksum_of_single(words):
+    """The header's way: each word begins a row of its own."""
+    return checksum([one for word in words for one in (word, 0, 0, 0)])
+
+
+def hash_of(key_words):
+    result = 0
+    for word in key_words:
+        result = (result ^ word) * 0x9E3779B97F4A7C15 & MASK
+        result ^= result >> 32
+    return result
+
+
+def key_text(key_words):
+    """The key's text; empty if the words are no key."""
+    text, _, rest = struct.pack("=8Q", *key_words).partition(b"\0")
+    return text.decode() if re.fullmatch(rb"[ -~]{1,63}", text) and not any(rest) else ""
+
+
+def as_double(word):
+    return struct.unpack("=d", struct.pack("=Q", word))[0]
+
+
+# --- Records: what is in a table, and how to take a record's payload apart
+
+ETH_FIELDS = [direction + "-" + name for direction in ("in", "out") for name in (
+    "octets", "pkts", "unicast-pkts", "multicast-pkts", "broadcast-pkts", "8021q-frames", "mac-control-frames",
+    "frames-64-octets", "frames-65-127-octets", "frames-128-255-octets", "frames-256-511-octets",
+    "frames-512-1023-octets", "frames-1024-1518-octets", "frames-1519-2047-octets", "frames-2048-4095-octets",
+    "frames-4096-8191-octets", "frames-8192-9215-octets", "frames-9216-or-more-octets")] + [
+    "in-discards", "in-errors", "in-fcs-errors", "in-mac-pause-frames", "in-maxsize-exceeded", "in-undersize-frames",
+    "in-oversize-frames", "in-fragment-frames", "in-jabber-frames", "in-crc-errors", "in-alignment-errors",
+    "in-symbol-error", "in-mac-errors-rx", "out-discards", "out-errors", "out-mac-pause-frames",
+    "out-mac-errors-tx"] + [
+    f"priority.{priority}.{way}-pfc-frames" for way in ("in", "out") for priority in range(8)]
+L3_FIELDS = ["in-octets", "in-pkts", "out-octets", "out-pkts"]
+
+
+class Record:
+    """A record taken apart: its totals by name, and its times by name, in seconds of the table's clock."""
+
+    def __init__(self, totals, times, numbers=None):
+        self.totals = totals
+        self.times = times
+        self.numbers = numbers or {}  # what only ports have
+
+
+def read_intf(payload):
+    totals = struct.unpack_from("=69Q", payload, 704)
+    _, discontinuity, suspects, created, _, speed = struct.unpack_from("=ddQddQ", payload, 1904)
+    return Record(dict(zip(ETH_FIELDS, totals)), {"discontinuity": discontinuity, "created": created},
+                  {"speed": speed or None, "suspects": suspects})
+
+
+def read_l3(payload):
+    totals = struct.unpack_from("=4Q", payload, 32)
+    discontinuity, _, created = struct.unpack_from("=dQd", payload, 112)
+    return Record(dict(zip(L3_FIELDS, totals)), {"discontinuity": discontinuity, "created": created})
+
+
+def read_queues(payload):
+    present, = struct.unpack_from("=I", payload, 824)
+    discontinuity, created = struct.unpack_from("=2d", payload, 840)
+    totals = {}
+    for queue in range(17):
+        if present >> queue & 1:
+            counts = struct.unpack_from("=3Q", payload, 24 * queue)
+            names = (f"queue.{queue}.{name}" for name in ("packets", "bytes", "drops"))
+            totals.update(zip(names, counts))
+    return Record(totals, {"discontinuity": discontinuity, "created": created})
+
+
+def read_nat(payload):
+    creation, = struct.unpack_from("=q", payload, 64)
+    last_update, packets, octets, discontinuity, created = struct.unpack_from("=d2Q2d", payload, 88)
+    return Record({"packets": packets, "bytes": octets}, {"discontinuity": discontinuity, "created": created,
+                                                          "creation": creation, "last-update": last_update})
+
+
+class Layout:
+    def __init__(self, name, version, size, read):
+        self.name = name
+        self.version = version
+        self.size = size
+        self.read = read
+
+    def __str__(self):
+        return f'records "{self.name}" version {self.version} of {self.size} bytes'
+
+
+INTF = Layout("IntfCounters", 3, 1952, read_intf)
+L3 = Layout("L3IntfCounters", 2, 160, read_l3)
+QUEUES = Layout("IntfQueueCounters", 2, 864, read_queues)
+NAT = Layout("NatCounter", 2, 136, read_nat)
+TABLES = {"IntfCounters": INTF, "IntfClearCounters": INTF, "IntfQueueCounters": QUEUES,
+          "IntfClearQueueCounters": QUEUES, "VlanIntfCounters": L3, "VlanIntfClearCounters": L3,
+          "SubIntfCounters": L3, "SubIntfClearCounters": L3, "IntfNatCounters": NAT}
+
+# --- Tables
+
+MAGIC = 0x454C4241544F4C49
+FORMAT_VERSION = 2
+HEADER_BYTES = 256
+HEAD_BYTES = 128  # of a slot, and of the journal, before the payload
+
+
+class TableError(Exception):
+    """Says in one line why a table cannot be read, and what to do."""
+
+
+class Patience:
+    """How long to wait for what is being written: 50 ms in all, and not at all for a dead writer."""
+
+    def __init__(self, table):
+        self.table = table
+        self.deadline = None
+        self.is_writer_dead = False
+        self.is_exhausted = False
+
+    def wait(self):
+        """True if another look may help."""
+        if self.is_exhausted:
+            return False
+        if self.deadline is None:
+            self.deadline = time.monotonic() + 0.05
+        if not self.table.is_writer_alive():
+            # Once more: it may have finished and gone since the last look.
+            self.is_writer_dead = self.is_exhausted = True
+            return True
+        self.is_exhausted = time.monotonic() >= self.deadline
+        if not self.is_exhausted:
+            time.sleep(0.00005)
+        return not self.is_exhausted
+
+
+class Row:
+    def __init__(self, name, state, generation=0, sample_time=float("-inf"), record=None):
+        self.name = name  # empty: lost
+        self.state = state  # "ok", or why there is no record
+        self.generation = generation
+        self.sample_time = sample_time
+        self.record = record
+
+
+class Table:
+    """A table as it was found under its name. Made anew for each reading: the agent may replace the file."""
+
+    def __init__(self, folder, name):
+        self.path = os.path.join(folder, name) if folder else "/dev/shm/zelagent." + name
+        self.layout = TABLES[name]
+        try:
+            # Neither through a symbolic link nor waiting at a pipe that somebody else may have put there.
+            self.file = os.open(self.path, os.O_RDONLY | os.O_NOFOLLOW | os.O_NONBLOCK | os.O_CLOEXEC)
+            size = os.fstat(self.file).st_size
+            self.require(size >= HEADER_BYTES,
+                         f"has only {size} bytes: no table, or its agent is just starting; try again")
+            # Word by word: taken from this view, each word is one load of the processor.
+            self.words = memoryview(mmap.mmap(self.file, size, prot=mmap.PROT_READ))[:size // 8 * 8].cast("Q")
+        except OSError as error:
+            raise TableError(f"cannot open {self.path}: {error.strerror}; is an agent running, "
+                             "and does it keep its tables there?") from error
+        self.check_identity()
+        self.read_state()
+        payload = -(-self.layout.size // 64) * 64
+        self.stride = HEAD_BYTES + payload
+        self.first_slot = HEADER_BYTES + HEAD_BYTES + payload
+        needed = self.first_slot + self.capacity * self.stride
+        self.require(size >= needed, f"was cut short: {size} bytes, expected {needed}; start its agent again")
+
+    def require(self, condition, problem):
+        if not condition:
+            raise TableError(f"{self.path} {problem}")
+
+    def check_identity(self):
+        magic, version = self.words[0:2].tolist()
+        self.require(magic != 0, "has no header yet: its agent is just starting, or died on its way; try again")
+        self.require(magic == MAGIC, "is no table, or was overwritten; start its agent again")
+        self.require(version == FORMAT_VERSION,
+                     f"has format {version}, expected {FORMAT_VERSION}: use the reader of the agent's release")
+        identity = self.words[1:8].tolist()
+        self.require(self.words[8] == checksum_of_single(identity[1:5] + identity[0:1] + identity[5:7]),
+                     "has a damaged header; start its agent again")
+        name = struct.pack("=4Q", *identity[1:5]).split(b"\0")[0]
+        found = Layout(re.sub("[^ -~]", "?", name.decode("ascii", "replace")), identity[5], identity[6], None)
+        self.require(str(found) == str(self.layout),
+                     f"holds {found}, expected {self.layout}: use the reader of the agent's release")
+
+    def read_state(self):
+        patience = Patience(self)
+        while True:
+            sequence = self.words[16]
+            state_checksum, *state = self.words[18:26].tolist()
+            if sequence and not sequence & 1 and self.words[16] == sequence:
+                break
+            self.require(patience.wait(), "has a half-written header; start its agent again")
+        self.require(state_checksum == checksum_of_single(state), "has a damaged header; start its agent again")
+        self.capacity = state[0]
+        self.polling_interval = as_double(state[3])
+        self.is_simulated = state[4] != 0
+        self.clock_id = (state[5], state[6])
+
+    def is_writer_alive(self):
+        """A writer holds a lock of the whole file, which ends with its process, however that ends."""
+        anybody = struct.pack("@hhqqi4x", fcntl.F_RDLCK, os.SEEK_SET, 0, 0, 0)
+        return struct.unpack("@hhqqi4x", fcntl.fcntl(self.file, fcntl.F_OFD_GETLK, anybody))[0] != fcntl.F_UNLCK
+
+    def has_our_clock(self):
+        """Whether its times are those of this machine's monotonic clock since it was last started."""
+        with open("/proc/sys/kernel/random/boot_id", encoding="ascii") as file:
+            digits = file.read().strip().replace("-", "")
+        return not self.is_simulated and self.clock_id == (int(digits[:16], 16), int(digits[16:], 16))
+
+    def try_read(self, at):
+        """One look at a slot, by the index of its first word. None: it is being written."""
+        sequence = self.words[at]
+        if sequence & 1:
+            return None
+        head = self.words[at:at + 16].tolist()
+        rows = -(-self.layout.size // 32) * 4
+        payload = self.words[at + 16:at + 16 + rows].tolist()
+        if self.words[at] != sequence:
+            return None
+        _, expected, generation, sample_time, key_hash = head[:5]
+        if not any(head[8:]):
+            return Row("", "absent")
+        name = key_text(head[8:])
+        if not name or hash_of(head[8:]) != key_hash:
+            return Row("", "corrupt")
+        if checksum([generation, sample_time, key_hash, 0] + payload) != expected:
+            return Row(name, "corrupt")
+        record = self.layout.read(struct.pack(f"={rows}Q", *payload))
+        return Row(name, "ok", generation, as_double(sample_time), record)
+
+    def read_slot(self, at, patience):
+        while (row := self.try_read(at)) is None and patience.wait():
+            pass
+        if row is None:
+            # Its key, if that is whole, says at least whose record this was.
+            key = self.words[at + 8:at + 16].tolist()
+            name = key_text(key) if hash_of(key) == self.words[at + 4] else ""
+            row = Row(name, "torn" if patience.is_writer_dead else "busy")
+        return row
+
+    def rows(self):
+        """All records. Each is whole, but they are not all of one moment."""
+        patience = Patience(self)
+        for _ in range(3):
+            version = self.words[17]
+            slots = [self.read_slot((self.first_slot + i * self.stride) // 8, patience) for i in range(self.capacity)]
+            found = [row for row in slots if row.state != "absent"]
+            if self.words[17] == version:
+                return found
+        # Keys were added all the time: one may have moved to another slot and been met twice.
+        return list({row.name or id(row): row for row in found}.values())
+
+
+# --- Output
+
+def natural(row):
+    """Orders Ethernet2 before Ethernet10."""
+    return [(0, int(part), "") if part.isdigit() else (1, 0, part) for part in re.split(r"(\d+)", row.name) if part]
+
+
+class View:
+    """What is shown: rows, with what follows from the time of the reading."""
+
+    def __init__(self, table, name, intf):
+        self.name = name
+        self.rows = sorted((row for row in table.rows() if intf in (None, row.name)), key=natural)
+        self.is_writer_alive = table.is_writer_alive()
+        self.polling_interval = table.polling_interval
+        self.has_our_clock = table.has_our_clock()
+        self.now = time.clock_gettime(time.CLOCK_MONOTONIC)  # last, so that no record is younger than now
+
+    def age(self, row):
+        """Seconds; None if the sample time is of another clock, or yet to come."""
+        age = self.now - row.sample_time
+        return max(age, 0.0) if self.has_our_clock and -0.001 <= age < float("inf") else None
+
+    def since(self, row, moment):
+        seconds = self.now - moment
+        return seconds if moment != 0 and self.age(row) is not None and seconds >= 0 else None
+
+    def is_stale(self, row):
+        return self.age(row) is None or self.age(row) > 3 * self.polling_interval
+
+
+def milliseconds(seconds):
+    return None if seconds is None else int(seconds * 1e3 + 0.5)
+
+
+def as_json(view):
+    """The same document as that of the client's commands."""
+    interfaces = []
+    for row in view.rows:
+        shown = {"name": row.name, "state": row.state}
+        if row.state == "ok":
+            shown.update({"age-ms": milliseconds(view.age(row)), "stale": view.is_stale(row),
+                          "generation": row.generation})
+            for name, moment in row.record.times.items():
+                shown[name + "-age-ms"] = milliseconds(view.since(row, moment))
+            shown.update(row.record.numbers)
+            shown["totals"] = row.record.totals
+        interfaces.append(shown)
+    return json.dumps({"table": view.name, "polling-interval-ms": milliseconds(view.polling_interval),
+                       "writer-alive": view.is_writer_alive, "interfaces": interfaces}, indent=2)
+
+
+def summary(totals):
+    """What a list has room for: of queues, their sums."""
+    sums = {}
+    for name, total in totals.items():
+        column = name.split(".")[-1] if name.startswith("queue.") else name
+        if column in L3_FIELDS + ["packets", "bytes", "drops"]:
+            sums[column] = sums.get(column, 0) + total
+    return sums
+
+
+def as_text(view, is_whole):
+    lines = []
+    for row in view.rows:
+        line = f"{row.name or '(name lost)'}: {row.state}"
+        if row.state == "ok":
+            age = view.age(row)
+            line += ", stale" if view.is_stale(row) else ""
+            line += f", sampled {age:.1f} s ago" if age is not None else ", sampled at an unknown time"
+            totals = row.record.totals if is_whole else summary(row.record.totals)
+            separator = "\n   " if is_whole else ", "
+            line += "".join(f"{separator}{name} {total}" for name, total in totals.items())
+        lines.append(line)
+    if not lines:
+        lines.append("no records")
+    if not view.is_writer_alive:
+        lines.append("No agent is running, so nothing newer is published.")
+    return "\n".join(lines)
+
+
+class Parser(argparse.ArgumentParser):
+    def error(self, message):
+        raise TableError(re.sub("[^ -~]", "?", message) + "; see --help")
+
+
+def parse_arguments():
+    parser = Parser(description="Shows the counters that an agent publishes in shared tables.", allow_abbrev=False,
+                    epilog="Exit status: 0 if every record was whole, 2 if one was not, 1 if nothing could be read.")
+    parser.add_argument("--silo", metavar="DIR", help="folder of the shared tables (the machine's shared memory)")
+    parser.add_argument("--table", default="IntfCounters", choices=TABLES, metavar="TABLE",
+                        help="one of " + ", ".join(TABLES) + " (IntfCounters)")
+    parser.add_argument("--json", action="store_true", help="print one JSON document")
+    parser.add_argument("intf", metavar="INTF", nargs="?", help="only this interface, with all its counters")
+    return parser.parse_args()
+
+
+def main():
+    signal.signal(signal.SIGPIPE, signal.SIG_DFL)  # a reader of the output that leaves is no error
+    try:
+        options = parse_arguments()
+        view = View(Table(options.silo, options.table), options.table, options.intf)
+        if options.intf is not None and not view.rows:
+            raise TableError(f"{options.table} has no such record; leave the name out to list all")
+        print(as_json(view) if options.json else as_text(view, options.intf is not None), flush=True)
+        return 0 if all(row.state == "ok" for row in view.rows) else 2
+    except TableError as error:
+        print(f"read-counters: {error}", file=sys.stderr)
+    except OSError as error:
+        print(f"read-counters: cannot write the output: {error.strerror}", file=sys.stderr)
+        os._exit(1)  # not sys.exit, which would try to write it again
+    return 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())
