@@ -92,6 +92,8 @@ class TableChecks {
          if (!isSame || !handles.insert(info->tableHandle).second) {
             wrong = "table " + std::to_string(id) +
                     (isSame ? " with another's handle" : " otherwise by id or name");
+         } else if (info->direct && !info->packets && !info->bytes) {
+            wrong = "table " + std::to_string(id) + ", a direct one, that counts nothing";
          } else {
             tables_.push_back({*info});
          }
