@@ -4,6 +4,7 @@
 #include "counters/chip/CounterTableNames.h"
 #include "counters/chip/Guarded.h"
 #include "counters/chip/SdkStatus.h"
+#include "counters/chip/ZelCountersLog.h"
 #include "counters/chip/ZelCountersTrace.h"
 #include "counters/mac/FakeCounter.h"
 #include "counters/tables/HwTableCountersSm.h"
@@ -235,6 +236,7 @@ void ZelCounters::requestHwCountersPolling() {
    if (stopped_) {
       return;
    }
+   tellSilence();
    // These have no completions of their own: they are only marked due, once a pass, after the ports.
    // Held: a watcher of what is published may stop this chip.
    const Kiln::Ptr<Vex::Counters::CountersSm> countersSm = vexCountersSm();
@@ -246,6 +248,16 @@ void ZelCounters::requestHwCountersPolling() {
    }
    if (subIntfCountersSm) {
       subIntfCountersSm->updateCounters();
+   }
+}
+
+// Once for each silence, however many of its readings fail.
+void ZelCounters::tellSilence() {
+   if (readings().isSilent() != isSilent_) {
+      isSilent_ = !isSilent_;
+      const std::array arguments{chipName()};
+      Kiln::OperatorLog::instance().log(isSilent_ ? ZEL_COUNTERS_CHIP_SILENT : ZEL_COUNTERS_CHIP_ANSWERS,
+                                        arguments);
    }
 }
 
@@ -305,6 +317,7 @@ void ZelCountersCallback(bf_dev_id_t dev, bf_dev_port_t port, bf_rmon_counter_ar
    const Kiln::Ptr<ZelCounters> chip = registry().completed(bc);
    const ZelId::PortIndex index(static_cast<U16>(port)); // throws above 456, also for a late completion
    if (!chip || chip->deviceId() != dev) {
+      ChipAccess::lateCompletionInc(dev);
       KILN_TRACE(4, "ZelCountersCallback, port: " << port << ", late completion of device " << dev
                                                   << " dropped");
       return;
@@ -312,7 +325,11 @@ void ZelCountersCallback(bf_dev_id_t dev, bf_dev_port_t port, bf_rmon_counter_ar
    const Pelt::IntfId intf = chip->systemStatus()->portToIntfId(chip->deviceId(), index);
    KILN_TRACE(4, "ZelCountersCallback"
                       << ", port: " << port << ", intf: " << intf);
-   chip->readings().completed({ReadingKey::Kind::mac, index.value()});
+   const ReadingKey key{ReadingKey::Kind::mac, index.value()};
+   if (!chip->readings().reading(key).isOutstanding) {
+      ChipAccess::lateCompletionInc(dev);
+   }
+   chip->readings().completed(key);
    guarded("storing a port's counters", [&] {
       // Empty when the port has no interface any more; then neither step does anything.
       chip->updateCounters(intf, *values);

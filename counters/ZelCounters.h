@@ -185,6 +185,7 @@ class ZelCounters : public ChipAccess, public CookieStorage<ZelCounters> {
  private:
    void handleInitialized();
    void initializePerPipeCounters();
+   void tellSilence();
 
    Context context_;
    MacCounters mac_;
@@ -200,6 +201,7 @@ class ZelCounters : public ChipAccess, public CookieStorage<ZelCounters> {
    Kiln::Ptr<HwTableCountersSm> hwTableCountersSm_;
    bool stopped_ = false;
    bool isReadingOnceMore_ = false;
+   bool isSilent_ = false; // as the operator log has it
 };
 
 Kiln::Ptr<ZelCounters> zelCountersFactory(ZelCounters::Context context);

@@ -375,6 +375,9 @@ void ZelCountersMgrSm::armPollingClock() {
    if (interval != publishedInterval_) {
       publishInterval(interval);
    }
+   for (const auto& [devId, chip] : mgr_->zelCounters()) {
+      chip->readings().periodIs(ReadingKey::Kind::mac, interval);
+   }
    publishQueueInterval();
 }
 

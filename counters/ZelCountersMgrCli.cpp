@@ -256,7 +256,9 @@ Kiln::String ZelCountersMgrCli::select(const ZelCountersCommand& command,
    if (error.empty() && command.intf) {
       error = selectInterface(command, &chips, &arguments.intf);
    }
+   arguments.mgr = mgr_;
    for (const auto& chip : chips) {
+      arguments.isFirst = targets->empty();
       targets->push_back({chip, arguments});
    }
    if (error.empty() && (command.needsTables || command.pipe)) {

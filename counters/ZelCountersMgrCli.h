@@ -17,6 +17,8 @@ struct ChipArguments {
    std::optional<U16> pipe = {};    // one that the chip has; without it, every pipe
    U32 stage = 0;                   // of the pipeline
    bool nonZeroOnly = false;
+   const ManagerAccess* mgr = nullptr; // for what is not the chip's own
+   bool isFirst = true;                // of the chips that the command goes to
 };
 
 // Carries a command out on one chip.

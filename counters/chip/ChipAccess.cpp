@@ -3,8 +3,11 @@
 
 #include "counters/chip/PortSorter.h"
 #include "counters/chip/ZelCountersTrace.h"
+#include "kiln/Time.h"
 #include "zl/ZelSdk.h"
 
+#include <algorithm>
+#include <array>
 #include <cstdlib>
 
 namespace ZelCounter {
@@ -12,14 +15,30 @@ namespace ZelCounter {
 namespace {
 
 U32 lives = 0;               // of the chips so far
+std::array<U64, ZelId::maxDevices> lateByDevice{};
 bool simulationFlag = false; // the process's: callbacks ask before they know their chip
 
 } // namespace
 
-ChipAccess::ChipAccess(Identity identity) : identity_(std::move(identity)), life_(++lives) {
+ChipAccess::ChipAccess(Identity identity)
+     : identity_(std::move(identity)), life_(++lives), addedTime_(Kiln::System::currentTime()) {
    if (std::getenv("SIMULATION_VMID") != nullptr) {
       simulationFlag = true;
       smRunning = 1; // an earlier clean-up may have cleared it
+   }
+}
+
+double ChipAccess::age() const {
+   return Kiln::System::currentTime() - addedTime_;
+}
+
+U64 ChipAccess::lateCompletions(ZelId::ZelDevId devId) {
+   return lateByDevice.at(devId);
+}
+
+void ChipAccess::lateCompletionInc(int device) {
+   if (device >= 0 && static_cast<std::size_t>(device) < lateByDevice.size()) {
+      ++lateByDevice[static_cast<std::size_t>(device)];
    }
 }
 
@@ -56,6 +75,9 @@ const std::vector<ChipAccess::Port>& ChipAccess::ports() {
             ports_.push_back({intf, record.devicePort});
          }
       }
+      readings_.forgetPortsBut([this](U32 devicePort) {
+         return std::ranges::find(ports_, devicePort, &Port::devicePort) != ports_.end();
+      });
    }
    return ports_;
 }

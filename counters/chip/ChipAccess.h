@@ -34,6 +34,11 @@ class ChipAccess : public Kiln::Entity {
    U32 sessionId() const { return identity_.sessionId; }
    // The chip's life: a number that rises whenever a chip is added.
    U32 life() const { return life_; }
+   // Seconds since it was added.
+   double age() const;
+   // Completions that came for a chip of the device that was gone, or that nobody waited for any more. Of the process.
+   static U64 lateCompletions(ZelId::ZelDevId devId);
+   static void lateCompletionInc(int device);
    const Kiln::Ptr<const ZelSlice::ChipStatus>& chipStatus() const { return identity_.chipStatus; }
    const Kiln::Ptr<const ZelSystem::SystemStatus>& systemStatus() const { return identity_.systemStatus; }
    const Kiln::Ptr<ZlPd::ZlPdIntf>& zlPdIntf() const { return identity_.zlPdIntf; }
@@ -90,6 +95,7 @@ class ChipAccess : public Kiln::Entity {
  private:
    Identity identity_;
    U32 life_;
+   double addedTime_;
    Readings readings_;
    std::vector<Port> ports_;
    U64 portsVersion_ = 0; // of the port table when ports_ was read; at version 0 both are empty

@@ -46,18 +46,9 @@ const Reading& Readings::reading(const ReadingKey& key) const {
    return known != nullptr ? *known : none;
 }
 
-template <class Visit>
-void Readings::forEach(Visit visit) const {
-   for (const Reading& reading : mac_) {
-      visit(ReadingKey::Kind::mac, reading);
-   }
-   for (const auto& [key, reading] : others_) {
-      visit(key.kind, reading);
-   }
-}
-
 void Readings::requested(const ReadingKey& key) {
    Reading& reading = at(key);
+   unanswered_ += reading.isOutstanding ? 1 : 0;
    reading.isOutstanding = true;
    reading.since = std::min(reading.since, now());
 }
@@ -89,10 +80,6 @@ void Readings::attempted(const ReadingKey& key, int status) {
 
 void Readings::stopped(const ReadingKey& key) {
    at(key).isStopped = true;
-}
-
-void Readings::forget(const ReadingKey& key) {
-   at(key) = {};
 }
 
 void Readings::periodIs(ReadingKey::Kind kind, double seconds) {
@@ -138,32 +125,35 @@ ReadingState ReadingState::with(const ReadingState& other) const {
 }
 
 std::optional<double> Readings::age(ReadingKey::Kind kind) const {
-   std::optional<double> oldest;
-   bool isComplete = true;
-   forEach([&](ReadingKey::Kind of, const Reading& reading) {
-      if (of != kind || reading.since == Kiln::never) {
+   std::optional<double> oldest = 0;
+   forEachPolled([&](const ReadingKey& key, const Reading& reading) {
+      if (key.kind != kind || !oldest) {
          return;
       }
       if (reading.readTime == Kiln::never) {
-         isComplete = false;
+         oldest = std::nullopt;
       } else {
-         oldest = std::max(oldest.value_or(0), now() - reading.readTime);
+         oldest = std::max(*oldest, now() - reading.readTime);
       }
    });
-   return isComplete ? oldest : std::nullopt;
+   return oldest;
+}
+
+bool Readings::isAsked(ReadingKey::Kind kind) const {
+   bool isAsked = false;
+   forEachPolled([&](const ReadingKey& key, const Reading&) { isAsked |= key.kind == kind; });
+   return isAsked;
 }
 
 // By their age only: one refusal is no silence. A poller that was stopped says nothing of the chip.
 bool Readings::isSilent() const {
    std::array<bool, ReadingKey::kinds> isAsked{};
    std::array<bool, ReadingKey::kinds> isAnswered{};
-   forEach([&](ReadingKey::Kind kind, const Reading& reading) {
-      if (!ReadingKey{kind}.isPolled() || reading.since == Kiln::never || reading.isStopped) {
-         return;
-      }
-      isAsked[static_cast<std::size_t>(kind)] = true;
-      if (!isOld(kind, reading)) {
-         isAnswered[static_cast<std::size_t>(kind)] = true;
+   forEachPolled([&](const ReadingKey& key, const Reading& reading) {
+      const auto kind = static_cast<std::size_t>(key.kind);
+      if (!reading.isStopped) {
+         isAsked[kind] = true;
+         isAnswered[kind] |= !isOld(key.kind, reading);
       }
    });
    return isAsked != isAnswered;

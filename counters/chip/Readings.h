@@ -78,7 +78,15 @@ class Readings {
    // After a refusal that ends the polling.
    void stopped(const ReadingKey& key);
    // What it was about is gone, or is something else now.
-   void forget(const ReadingKey& key);
+   void forget(const ReadingKey& key) { at(key) = {}; }
+   template <class HasPort>
+   void forgetPortsBut(HasPort hasPort) {
+      for (std::size_t port = 0; port < mac_.size(); ++port) {
+         if (!hasPort(static_cast<U32>(port))) {
+            mac_[port] = {};
+         }
+      }
+   }
 
    // Seconds from one attempt to the next.
    void periodIs(ReadingKey::Kind kind, double seconds);
@@ -86,25 +94,46 @@ class Readings {
    // The reading as it stands; a default one if nobody ever tried.
    const Reading& reading(const ReadingKey& key) const;
    ReadingState state(const ReadingKey& key) const { return state(key.kind, reading(key)); }
-   // Seconds since the oldest last good reading of a kind; nothing if one was never made, or none is asked for.
+   // Seconds since the oldest last good reading of a polled kind; nothing if one was never made.
    std::optional<double> age(ReadingKey::Kind kind) const;
+
+   // Whether anything of the kind was ever asked for.
+   bool isAsked(ReadingKey::Kind kind) const;
+   template <class Visit>
+   void forEachPolled(Visit visit) const {
+      forEach([&](const ReadingKey& key, const Reading& reading) {
+         if (key.isPolled() && reading.since != Kiln::never) {
+            visit(key, reading);
+         }
+      });
+   }
 
    // Whether every polled reading of some kind is more than three periods old: the chip does not answer.
    bool isSilent() const;
 
    U64 refusedCount() const { return refused_; }
+   // Requests that were made again before their answer had come: it is late, or lost.
+   U64 unansweredCount() const { return unanswered_; }
 
  private:
    Reading& at(const ReadingKey& key);
    bool isOld(ReadingKey::Kind kind, const Reading& reading) const;
    ReadingState state(ReadingKey::Kind kind, const Reading& reading) const;
    template <class Visit>
-   void forEach(Visit visit) const;
+   void forEach(Visit visit) const {
+      for (std::size_t port = 0; port < mac_.size(); ++port) {
+         visit(ReadingKey{ReadingKey::Kind::mac, static_cast<U32>(port)}, mac_[port]);
+      }
+      for (const auto& [key, reading] : others_) {
+         visit(key, reading);
+      }
+   }
 
    std::vector<Reading> mac_; // by device port: found without a search, as they are many
    Kiln::HashMap<ReadingKey, Reading> others_;
    std::array<double, ReadingKey::kinds> periods_;
    U64 refused_ = 0;
+   U64 unanswered_ = 0;
 };
 
 } // namespace ZelCounter

@@ -1,6 +1,8 @@
 // What each command does on a chip. Tables, pipes and interfaces in the arguments exist; the chip is initialized.
 #include "counters/cli/CommandTable.h"
 
+#include "counters/cli/HealthView.h"
+
 #include <array>
 
 namespace ZelCounter {
@@ -150,6 +152,10 @@ constexpr std::array table{
      CommandRow{"show traffic-manager", Operand::none, view | pipe, false,
                 [](Chip& chip, Out& out, const Args& args) {
                    chip.tm().showAll(out, args.nonZeroOnly, args.pipe);
+                }},
+     CommandRow{"show health", Operand::none, json, false,
+                [](Chip& chip, Out& out, const Args& args) {
+                   out.view(healthView(chip, *args.mgr, args.isFirst));
                 }},
      CommandRow{"show", Operand::none, view, false,
                 [](Chip& chip, Out& out, const Args& args) {

@@ -161,6 +161,7 @@ void PipeIntfQueueCounterSm::storePort(const Port& port, const Readings& reading
 
 void PipeIntfQueueCounterSm::syncCompleted() {
    if (!syncOutstanding_) {
+      ChipAccess::lateCompletionInc(parent_->chip().deviceId());
       KILN_TRACE(5, "ZelIntfQueueCountersCallback: completion without a request dropped");
       return;
    }
@@ -231,6 +232,7 @@ void ZelIntfQueueCountersCallback(bf_dev_id_t dev, void* cookie) {
    // Declared after the lock, so that it is given up before the lock is.
    const Kiln::Ptr<ChipAccess> chip = slot.counters != nullptr ? &slot.counters->chip() : nullptr;
    if (!chip || chip->deviceId() != dev) {
+      ChipAccess::lateCompletionInc(dev);
       KILN_TRACE(5, "ZelIntfQueueCountersCallback: late completion of device " << dev << " dropped");
       return;
    }

@@ -6,6 +6,14 @@
 
 namespace ZelCounter {
 
+namespace {
+
+Kiln::String keyOf(const TableView::Column& column) {
+   return Kiln::String(column.name) + (column.holds == TableView::Holds::age ? "-ms" : "");
+}
+
+} // namespace
+
 JsonShow::JsonShow(U32 fd, bool echo)
      : out_(static_cast<int>(fd), echo), json_(Kiln::JsonWriter::Style::compact) {
    json_.begin("", '{');
@@ -71,8 +79,8 @@ void JsonShow::tableBegin(const TableHeading& heading) {
    json_.value("title", heading.title);
    json_.begin("counters", '[');
    for (const TableView::Column& column : columns_) {
-      if (column.holds == TableView::Holds::counter) {
-         json_.value("", std::string_view(column.name));
+      if (column.holds == TableView::Holds::counter || column.holds == TableView::Holds::age) {
+         json_.value("", std::string_view(keyOf(column)));
       }
    }
    json_.end(']');
@@ -85,12 +93,12 @@ void JsonShow::row(std::span<const Cell> cells) {
    for (std::size_t i = 0; i < columns_.size(); ++i) {
       const TableView::Column& column = columns_[i];
       if (const U64* const number = std::get_if<U64>(&cells[i])) {
-         json_.value(column.name, *number);
+         json_.value(keyOf(column), *number);
       } else if (column.holds == TableView::Holds::text) {
          json_.value(column.name, std::string_view(std::get<Kiln::String>(cells[i])));
       } else if (column.holds != TableView::Holds::remark) {
          // N/A, "-" and never read: no number in a number's column.
-         json_.null(column.name);
+         json_.null(keyOf(column));
       }
    }
    json_.end('}');

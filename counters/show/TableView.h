@@ -21,6 +21,7 @@ struct TableView {
       text,   // a label
       number, // a label
       counter,
+      age,    // in ms: in text as people say it, in JSON as NAME-ms, and among the counters
       remark, // text for people; programs have it among the notes
    };
    struct Column {

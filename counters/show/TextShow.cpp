@@ -1,6 +1,8 @@
 // Lays rows out as text. Each layout is fixed to the blank; where they look alike and differ, they do so deliberately.
 #include "counters/show/TextShow.h"
 
+#include "kiln/Choices.h"
+
 #include <string>
 
 namespace ZelCounter {
@@ -210,9 +212,12 @@ void TextShow::printViewLine(std::span<const Cell> cells) {
    for (std::size_t i = 0; i < columns_.size(); ++i) {
       const TableView::Column& column = columns_[i];
       const bool isRight =
-           column.holds == TableView::Holds::number || column.holds == TableView::Holds::counter;
+           column.holds != TableView::Holds::text && column.holds != TableView::Holds::remark;
       const Kiln::String* const label = std::get_if<Kiln::String>(&cells[i]);
-      const Kiln::String text = label != nullptr ? *label : std::to_string(countOf(cells[i]));
+      const Kiln::String text =
+           label != nullptr                         ? *label
+           : column.holds == TableView::Holds::age ? Kiln::durationText(static_cast<double>(countOf(cells[i])) / 1000)
+                                                    : std::to_string(countOf(cells[i]));
       const Kiln::String padding(column.width > text.size() ? column.width - text.size() : 0, ' ');
       line += "  " + (isRight ? padding + text : text + padding);
    }

@@ -163,6 +163,7 @@ bool HwTableCountersSm::scheduleHwSyncTable(U32 tableId) {
 
 void HwTableCountersSm::syncCompleted() {
    if (pendingCallbacks() == 0) {
+      ChipAccess::lateCompletionInc(parent_->deviceId());
       KILN_TRACE(3, "hwTableCallback: completion without a request dropped");
       return;
    }
@@ -195,6 +196,7 @@ void hwTableCallback(bf_dev_id_t dev, void* hwTableSm) {
    // Declared after the lock, so that it is given up before the lock is.
    const Kiln::Ptr<HwTableCountersSm> sm = registry().completed(static_cast<HwTableCountersSm*>(hwTableSm));
    if (!sm || sm->parent()->deviceId() != dev) {
+      ChipAccess::lateCompletionInc(dev);
       KILN_TRACE(3, "hwTableCallback: late completion of device " << dev << " dropped");
       return;
    }

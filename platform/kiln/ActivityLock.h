@@ -33,12 +33,13 @@ class ActivityLockAnchor {
 
     private:
       friend class ActivityLockAnchor;
-      Guard() { acquire(); }
+      explicit Guard(const char* who) { acquire(who); }
       bool holds_ = true;
    };
 
-   // Blocks until the calling thread has the lock; the guard gives it up when it ends, or before.
-   static Guard lock() { return {}; }
+   // Blocks until the calling thread has the lock; the guard gives it up when it ends, or before. `who` names the hold in
+   // the statistics: a string that is never freed, unless given the calling function.
+   static Guard lock(const char* who = __builtin_FUNCTION()) { return Guard(who); }
    static bool isHeldByThisThread() noexcept { return heldDepth() != 0; }
    // For a code path that must not run without the lock.
    static void assertHeld() { KILN_ASSERT(isHeldByThisThread()); }
@@ -51,16 +52,28 @@ class ActivityLockAnchor {
       blocking();
    }
 
+   // Of the process so far, on the machine's clock. A hold is from taking the lock to giving it up for good, or to sleep.
+   struct Statistics {
+      double longestHold = 0; // seconds
+      const char* longestHolder = "";
+      double longestWait = 0; // seconds
+      const char* longestWaiter = "";
+   };
+   // Under the lock.
+   static const Statistics& statistics() noexcept;
+
  private:
    struct Yield {
-      Yield() { release(); }
+      Yield() : who(holder()) { release(); }
       Yield(const Yield&) = delete;
       Yield& operator=(const Yield&) = delete;
-      ~Yield() { acquire(); }
+      ~Yield() { acquire(who); }
+      const char* who;
    };
 
    static unsigned heldDepth() noexcept;
-   static void acquire();
+   static const char* holder() noexcept;
+   static void acquire(const char* who);
    static void release() noexcept;
 };
 

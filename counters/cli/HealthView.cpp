@@ -1,0 +1,116 @@
+// Judges a chip by its readings.
+#include "counters/cli/HealthView.h"
+
+#include "counters/ZelCounters.h"
+#include "counters/chip/CookieRegistry.h"
+#include "counters/l3/ZelCountersL3Intf.h"
+#include "counters/tables/HwTableCountersSm.h"
+#include "kiln/ActivityLock.h"
+#include "kiln/Choices.h"
+#include "kiln/Time.h"
+
+#include <algorithm>
+#include <cstdio>
+
+namespace ZelCounter {
+
+namespace {
+
+using Cell = TableView::Cell;
+using Holds = TableView::Holds;
+using Kind = ReadingKey::Kind;
+
+Cell ageCell(const std::optional<double>& seconds) {
+   return seconds ? Cell(static_cast<U64>(*seconds * 1000)) : Cell(Kiln::String("never"));
+}
+
+// Tells a reading from the others of its chip.
+Kiln::String nameOf(ZelCounters& chip, const ReadingKey& key) {
+   const Kiln::String pipe = " pipe " + std::to_string(key.pipe);
+   switch (key.kind) {
+   case Kind::mac: {
+      const auto& ports = chip.ports();
+      const auto port = std::ranges::find(ports, key.id, &ChipAccess::Port::devicePort);
+      return port != ports.end() ? port->intf.text() : "port " + std::to_string(key.id);
+   }
+   case Kind::tableSync: {
+      const auto* const info = chip.zlResourceInfoIntf()->zlTableCounter(key.id);
+      return info->name + (key.pipe == ZelId::ZelPipeId::allPipes() ? "" : pipe);
+   }
+   case Kind::queues:
+      return "queues" + pipe;
+   default:
+      return "traffic manager" + pipe;
+   }
+}
+
+Kiln::String milliseconds(double seconds) {
+   char text[32];
+   std::snprintf(text, sizeof text, "%.1f ms", seconds * 1000);
+   return text;
+}
+
+std::vector<Kiln::String> processNotes() {
+   std::vector<Kiln::String> notes;
+   const std::size_t dead = CookieRegistry<ZelCounters>::instance().retiredCount() +
+                            CookieRegistry<HwTableCountersSm>::instance().retiredCount();
+   if (dead != 0) {
+      notes.push_back(Kiln::counted(dead, "dead object") + " kept for completions that are due or lost");
+   }
+   if (!Kiln::System::timeSource()->isSimulated()) { // there, holds take no time that counts
+      const Kiln::ActivityLockAnchor::Statistics& lock = Kiln::ActivityLockAnchor::statistics();
+      notes.push_back("Activity lock: longest hold " + milliseconds(lock.longestHold) + " by " +
+                      lock.longestHolder + ", longest wait " + milliseconds(lock.longestWait) +
+                      (*lock.longestWaiter != 0 ? Kiln::String(" by ") + lock.longestWaiter : ""));
+   }
+   return notes;
+}
+
+U64 pendingVlans(const ManagerAccess& mgr, ZelId::ZelDevId devId) {
+   const auto& sm = mgr.zelCountersL3IntfSm();
+   const auto helper = sm ? sm->helper(devId) : nullptr;
+   return helper ? helper->pendingVlan().size() : 0;
+}
+
+} // namespace
+
+TableView healthView(ZelCounters& chip, const ManagerAccess& mgr, bool isFirst) {
+   TableView table{"Health of chip " + chip.chipName(),
+                   {{"Chip", Holds::text, 6},
+                    {"Verdict", Holds::text, 8},
+                    {"Up", Holds::age, 8},
+                    {"MAC read", Holds::age, 8},
+                    {"Tables", Holds::age, 8},
+                    {"Queues", Holds::age, 8},
+                    {"Traffic manager", Holds::age, 15},
+                    {"Outstanding", Holds::counter, 11},
+                    {"Refused", Holds::counter, 7},
+                    {"Unanswered", Holds::counter, 10},
+                    {"Late", Holds::counter, 4},
+                    {"Wraps", Holds::counter, 5},
+                    {"Upsets", Holds::counter, 6},
+                    {"VLANs pending", Holds::counter, 13}}};
+   const Readings& readings = chip.readings();
+   U64 outstanding = 0;
+   bool isTroubled = false;
+   readings.forEachPolled([&](const ReadingKey& key, const Reading& reading) {
+      table.readings.push_back({nameOf(chip, key), readings.state(key)});
+      outstanding += reading.isOutstanding ? 1 : 0;
+      isTroubled |= !table.readings.back().state.trouble.empty();
+   });
+   const auto age = [&](Kind kind) {
+      return readings.isAsked(kind) ? ageCell(readings.age(kind)) : Cell(Kiln::String("-"));
+   };
+   table.rows.push_back({chip.chipName(), readings.isSilent() ? "silent" : isTroubled ? "degraded" : "ok",
+                         ageCell(chip.age()), age(Kind::mac), age(Kind::tableSync), age(Kind::queues),
+                         age(Kind::trafficManager), outstanding, readings.refusedCount(),
+                         readings.unansweredCount(), ChipAccess::lateCompletions(chip.deviceId()),
+                         U64{chip.overflowCount()}, U64{chip.seuCount()},
+                         pendingVlans(mgr, chip.deviceId())});
+   if (isFirst) {
+      table.notes = processNotes();
+   }
+   return table;
+}
+
+} // namespace ZelCounter
