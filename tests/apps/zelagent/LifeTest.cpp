@@ -98,6 +98,15 @@ TEST_F(Life, TenThousandChipsLeaveNothingBehind) {
                                 deadSchedulers * (sizeof(ZelCounter::HwTableCountersSm) + upkeep));
 }
 
+TEST_F(Life, AChipsOwnNameMayBeGiven) {
+   auto& agent = start({.chips = 2, .pipes = 1, .ports = 1});
+   const auto lock = Kiln::ActivityLockAnchor::lock();
+   agent.chipAdd(agent.countersMgr().zelCounters(1)->chipName());
+   agent.chipAdd(agent.chipNamed("Zel1").name());
+   agent.chipDel(agent.countersMgr().zelCounters(1)->chipName());
+   EXPECT_EQ(agent.countersMgr().zelCounters().size(), 1U);
+}
+
 // Each in a process that goes on to make the next.
 TEST_F(Life, AStartThatFailsSaysWhyAndLeavesNothingBehind) {
    const TemporaryFolder folder;
