@@ -14,7 +14,7 @@ namespace ZelCounter {
 
 namespace {
 
-U32 lives = 0;               // of the chips so far
+U32 lives = 0; // of the chips so far
 std::array<U64, ZelId::maxDevices> lateByDevice{};
 bool simulationFlag = false; // the process's: callbacks ask before they know their chip
 

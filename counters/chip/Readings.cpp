@@ -20,7 +20,8 @@ double now() {
 } // namespace
 
 bool ReadingKey::isPolled() const {
-   return kind == Kind::mac || kind == Kind::tableSync || kind == Kind::queues || kind == Kind::trafficManager;
+   return kind == Kind::mac || kind == Kind::tableSync || kind == Kind::queues ||
+          kind == Kind::trafficManager;
 }
 
 Reading& Readings::at(const ReadingKey& key) {

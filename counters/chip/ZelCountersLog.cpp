@@ -31,13 +31,15 @@ const Kiln::LogMessage ZEL_COUNTERS_COUNTER_RESOURCE_NORMAL{
 
 const Kiln::LogMessage ZEL_COUNTERS_CHIP_SILENT{
      "ZEL_COUNTERS_CHIP_SILENT", Severity::warning, "Chip %s does not answer. Its counters stand still.",
-     "Reads of the chip's counters were refused, or not answered, for more than three polling intervals. What is "
+     "Reads of the chip's counters were refused, or not answered, for more than three polling intervals. "
+     "What is "
      "shown and published of it is as old as the last answer, and says so. It is asked on and on.",
      "Look at the chip's driver and its log. 'counters show health' says what is not answered, and why."};
 
-const Kiln::LogMessage ZEL_COUNTERS_CHIP_ANSWERS{
-     "ZEL_COUNTERS_CHIP_ANSWERS", Severity::notice, "Chip %s answers again.",
-     "The chip's counters are read as usual. What it counted in between is in the totals, if the hardware kept it.",
-     "None."};
+const Kiln::LogMessage ZEL_COUNTERS_CHIP_ANSWERS{"ZEL_COUNTERS_CHIP_ANSWERS", Severity::notice,
+                                                 "Chip %s answers again.",
+                                                 "The chip's counters are read as usual. What it counted in "
+                                                 "between is in the totals, if the hardware kept it.",
+                                                 "None."};
 
 } // namespace ZelCounter

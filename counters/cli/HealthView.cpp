@@ -101,7 +101,10 @@ TableView healthView(ZelCounters& chip, const ManagerAccess& mgr, bool isFirst) 
    const auto age = [&](Kind kind) {
       return readings.isAsked(kind) ? ageCell(readings.age(kind)) : Cell(Kiln::String("-"));
    };
-   table.rows.push_back({chip.chipName(), readings.isSilent() ? "silent" : isTroubled ? "degraded" : "ok",
+   table.rows.push_back({chip.chipName(),
+                         readings.isSilent() ? "silent"
+                         : isTroubled        ? "degraded"
+                                             : "ok",
                          ageCell(chip.age()), age(Kind::mac), age(Kind::tableSync), age(Kind::queues),
                          age(Kind::trafficManager), outstanding, readings.refusedCount(),
                          readings.unansweredCount(), ChipAccess::lateCompletions(chip.deviceId()),

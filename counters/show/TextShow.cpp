@@ -211,13 +211,12 @@ void TextShow::printViewLine(std::span<const Cell> cells) {
    Kiln::String line;
    for (std::size_t i = 0; i < columns_.size(); ++i) {
       const TableView::Column& column = columns_[i];
-      const bool isRight =
-           column.holds != TableView::Holds::text && column.holds != TableView::Holds::remark;
+      const bool isRight = column.holds != TableView::Holds::text && column.holds != TableView::Holds::remark;
       const Kiln::String* const label = std::get_if<Kiln::String>(&cells[i]);
-      const Kiln::String text =
-           label != nullptr                         ? *label
-           : column.holds == TableView::Holds::age ? Kiln::durationText(static_cast<double>(countOf(cells[i])) / 1000)
-                                                    : std::to_string(countOf(cells[i]));
+      const Kiln::String text = label != nullptr ? *label
+                                : column.holds == TableView::Holds::age
+                                     ? Kiln::durationText(static_cast<double>(countOf(cells[i])) / 1000)
+                                     : std::to_string(countOf(cells[i]));
       const Kiln::String padding(column.width > text.size() ? column.width - text.size() : 0, ' ');
       line += "  " + (isRight ? padding + text : text + padding);
    }

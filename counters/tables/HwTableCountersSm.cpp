@@ -3,6 +3,7 @@
 
 #include "counters/chip/ChipAccess.h"
 #include "counters/chip/CounterTableNames.h"
+#include "counters/chip/Guarded.h"
 #include "counters/chip/SdkStatus.h"
 #include "counters/chip/ZelCountersTrace.h"
 #include "kiln/ActivityLock.h"
@@ -28,7 +29,12 @@ HwTableCountersSm::HwTableCountersSm(Kiln::Ptr<const Kiln::Clock> clock, ChipAcc
      : parent_(parent) {
    pollingClockIs(std::move(clock));
    registry().add(this);
-   handleInitialized();
+   try {
+      handleInitialized();
+   } catch (...) {
+      stop();
+      throw;
+   }
 }
 
 HwTableCountersSm::~HwTableCountersSm() {
@@ -68,17 +74,21 @@ void HwTableCountersSm::scheduleClock() {
 void HwTableCountersSm::handlePollingClock() {
    KILN_TRACE(3, "ZelCounters::HwTableCountersSm::"
                       << "handlePollingClock");
+   // Whatever completes inline may take the chip away.
+   const Kiln::Ptr<HwTableCountersSm> held = this;
    pollingClock_->timeMinIs(Kiln::never);
    parent_->readings().periodIs(ReadingKey::Kind::tableSync, hwTableCountersPollingInterval());
    asked_.clear();
    scheduleInProgressIs(true);
-   const U32 countersNum = parent_->zlResourceInfoIntf()->zlTableCountersNum();
    bool anyScheduled = false;
-   for (U32 tableId = 0; tableId < countersNum; ++tableId) {
-      anyScheduled |= scheduleHwSyncTable(tableId);
-   }
+   guarded("a sync pass", [&] {
+      const U32 countersNum = parent_->zlResourceInfoIntf()->zlTableCountersNum();
+      for (U32 tableId = 0; tableId < countersNum && parent_ != nullptr; ++tableId) {
+         anyScheduled |= scheduleHwSyncTable(tableId);
+      }
+   });
    scheduleInProgressIs(false);
-   if (pendingCallbacks() != 0) {
+   if (parent_ == nullptr || pendingCallbacks() != 0) {
       return; // the last completion arms the clock
    }
    // All came inline, or none was asked for. In the second case nothing has landed yet.
@@ -96,7 +106,8 @@ void HwTableCountersSm::passCompleted() {
 }
 
 U32 HwTableCountersSm::requestSync(U32 tableId, const ZlResourceInfo::ZlTableCounter& info, U16 pipe) {
-   const auto sync = info.direct ? ZelCountersIntf::counterHwSyncDirect : ZelCountersIntf::counterHwSyncIndirect;
+   const auto sync =
+        info.direct ? ZelCountersIntf::counterHwSyncDirect : ZelCountersIntf::counterHwSyncIndirect;
    // Counted before the request, since its completion may come inline.
    registry().requested(this);
    pendingCallbacksInc(1);
@@ -107,7 +118,9 @@ U32 HwTableCountersSm::requestSync(U32 tableId, const ZlResourceInfo::ZlTableCou
         sync(parent_->sessionId(), parent_->deviceId(), pipe, info.tableHandle, hwTableCallback, this);
    if (status != 0) {
       registry().refused(this);
-      parent_->readings().refused(key, static_cast<int>(status));
+      if (parent_ != nullptr) {
+         parent_->readings().refused(key, static_cast<int>(status));
+      }
       std::erase(asked_, key);
       // A stray completion, inline, may have taken this request's count already.
       if (pendingCallbacks() != 0) {
@@ -141,6 +154,9 @@ bool HwTableCountersSm::scheduleHwSyncTable(U32 tableId) {
    for (const U16 pipe : parent_->tablePipes(tableId)) {
       KILN_TRACE(3, "Pipe: " << pipe);
       const U32 status = requestSync(tableId, *info, pipe);
+      if (parent_ == nullptr) {
+         return false;
+      }
       // To the trace only: such a table says so on every pass, and would fill the ring log.
       if (status == sdkNotSupported) {
          KILN_TRACE(3, "Counter hw sync error: counters not supported for"

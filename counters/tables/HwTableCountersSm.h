@@ -2,10 +2,10 @@
 #pragma once
 
 #include "counters/chip/CookieRegistry.h"
+#include "counters/chip/Readings.h"
 #include "kiln/Accessors.h"
 #include "kiln/Timer.h"
 #include "sdk/bf_types.h"
-#include "counters/chip/Readings.h"
 #include "zl/ZlResourceInfo.h"
 
 #include <optional>

@@ -212,7 +212,7 @@ void TableCounters::showDirectTable(ShowOutput& out, const ZlTableCounter* info,
 
 // The status of the last step.
 U32 TableCounters::directRows(ShowOutput& out, const ZlTableCounter& info, ZelId::ZelPipeId pipeId,
-                               bool nonZeroOnly) const {
+                              bool nonZeroOnly) const {
    const TableTarget table{chip().sessionId(), chip().deviceId(), pipeId, info.tableHandle};
    ZelCountersIntf::ReadBuffer buffer;
    U32 count = 0;

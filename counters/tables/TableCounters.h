@@ -38,7 +38,7 @@ class TableCounters : public ChipView {
    void showIndirectTable(ShowOutput& out, const ZlResourceInfo::ZlTableCounter& info,
                           ZelId::ZelPipeId pipeId, bool nonZeroOnly);
    U32 directRows(ShowOutput& out, const ZlResourceInfo::ZlTableCounter& info, ZelId::ZelPipeId pipeId,
-                   bool nonZeroOnly) const;
+                  bool nonZeroOnly) const;
    void indirectRows(ShowOutput& out, const ZlResourceInfo::ZlTableCounter& info, ZelId::ZelPipeId pipeId,
                      bool nonZeroOnly) const;
    Kiln::String entryDetails(U32 tableHandle, S32 entry) const;
