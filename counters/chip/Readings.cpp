@@ -64,11 +64,15 @@ void Readings::completed(const ReadingKey& key) {
 }
 
 void Readings::refused(const ReadingKey& key, int status) {
+   at(key).isOutstanding = false;
+   skipped(key, status);
+   ++refused_;
+}
+
+void Readings::skipped(const ReadingKey& key, int status) {
    Reading& reading = at(key);
    reading.since = std::min(reading.since, now());
    reading.status = status;
-   reading.isOutstanding = false;
-   ++refused_;
 }
 
 void Readings::attempted(const ReadingKey& key, int status) {

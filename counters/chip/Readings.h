@@ -73,6 +73,8 @@ class Readings {
    void requested(const ReadingKey& key);
    void completed(const ReadingKey& key);
    void refused(const ReadingKey& key, int status);
+   // Not asked for, since the same was refused elsewhere.
+   void skipped(const ReadingKey& key, int status);
    // Of a read that answers at once.
    void attempted(const ReadingKey& key, int status);
    // After a refusal that ends the polling.

@@ -174,7 +174,9 @@ void PipeIntfQueueCounterSm::storePort(const Port& port, const Readings& reading
 
 void PipeIntfQueueCounterSm::syncCompleted() {
    if (!syncOutstanding_) {
-      ChipAccess::lateCompletionInc(parent_->chip().deviceId());
+      if (parent_ != nullptr) {
+         ChipAccess::lateCompletionInc(parent_->chip().deviceId());
+      }
       KILN_TRACE(5, "ZelIntfQueueCountersCallback: completion without a request dropped");
       return;
    }

@@ -120,6 +120,11 @@ U32 HwTableCountersSm::requestSync(U32 tableId, const ZlResourceInfo::ZlTableCou
       registry().refused(this);
       if (parent_ != nullptr) {
          parent_->readings().refused(key, static_cast<int>(status));
+         for (const U16 behind : parent_->tablePipes(tableId)) { // not asked for any more in this pass
+            if (behind > pipe) {
+               parent_->readings().skipped({key.kind, tableId, behind}, static_cast<int>(status));
+            }
+         }
       }
       std::erase(asked_, key);
       // A stray completion, inline, may have taken this request's count already.

@@ -2,8 +2,10 @@
 #include "apps/zelctl/views/JsonReader.h"
 #include "counters/ZelCounters.h"
 #include "tests/apps/zelagent/AgentRig.h"
+#include "tests/support/LoggedMessages.h"
 
 #include <algorithm>
+#include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <sstream>
@@ -57,6 +59,27 @@ std::vector<Words> rowsOf(const Json& document) {
    return rows;
 }
 
+// What is told of the chips' readings, in the document and in the text.
+std::vector<String> chipNotesOf(const Json& document) {
+   std::vector<String> notes;
+   for (const Json& chip : listOf(document, "chips")) {
+      for (const Json& note : listOf(chip, "notes")) {
+         notes.push_back(note.get<String>());
+      }
+   }
+   return notes;
+}
+std::vector<String> chipNotesOf(const String& text) {
+   std::vector<String> notes;
+   std::istringstream lines(text);
+   for (String line; std::getline(lines, line);) {
+      if (line.starts_with("Zel")) {
+         notes.push_back(line);
+      }
+   }
+   return notes;
+}
+
 // The text's rows as words, without titles, headings, rulers and notes.
 std::vector<Words> rowsOf(const String& text, const Json& document) {
    std::set<Words> others = {{},
@@ -71,6 +94,9 @@ std::vector<Words> rowsOf(const String& text, const Json& document) {
                              wordsOf("Pipe Place Decides Packets"),
                              wordsOf("Pipe Counter Packets or cells Bytes State"),
                              wordsOf("Id Counter Handle Size Type Per-pipe Pkts/Bytes")};
+   for (const String& note : chipNotesOf(text)) {
+      others.insert(wordsOf(note));
+   }
    for (const Json* table : tablesOf(document)) {
       const String& title = table->at("title").get<String>();
       others.insert(wordsOf(title));
@@ -87,9 +113,10 @@ std::vector<Words> rowsOf(const String& text, const Json& document) {
          continue;
       }
       std::replace(words.begin(), words.end(), String("N/A"), String("-"));
-      if (words.back() == "ok") { // the remark behind each counter of the traffic manager
-         words.pop_back();
-      }
+      // The remark behind each counter of the traffic manager.
+      words.erase(std::find_if(words.begin(), words.end(),
+                               [](const String& word) { return word == "ok" || word == "Error"; }),
+                  words.end());
       rows.push_back(words);
    }
    return rows;
@@ -125,6 +152,7 @@ class CountersJson : public ZelTest::AgentRig {
       EXPECT_EQ(asked.error, "");
       const Json document = readJson(asked.text);
       EXPECT_EQ(rowsOf(document), rowsOf(text, document));
+      EXPECT_EQ(chipNotesOf(document), chipNotesOf(text));
       rowCount_ += rowsOf(document).size();
       for (const Json* table : tablesOf(document)) {
          expectLabelled(*table);
@@ -135,6 +163,26 @@ class CountersJson : public ZelTest::AgentRig {
 
    std::size_t rowCount_ = 0;
 };
+
+// Every show but those of all and of the catalogue.
+const Words shows = {"show table ingressPortCount",
+                     "show table vlanB",
+                     "show table ingressPortCount pipe 1",
+                     "show table vlanB pipe 1",
+                     "show mac",
+                     "show mac intf Ethernet7",
+                     "show pdp",
+                     "show pdp intf Ethernet2",
+                     "show pipeline",
+                     "show pipeline stage egress pipe 1",
+                     "show drop",
+                     "show drop interface Ethernet1",
+                     "show mau-deparser-drop",
+                     "show mau-deparser-drop intf Ethernet3",
+                     "show mau-deparser-drop pipe 0",
+                     "show traffic-manager",
+                     "show traffic-manager pipe 1",
+                     "chip Zel1 show mac"};
 
 TEST_F(CountersJson, SaysWhatTheTextSays) {
    start({.chips = 2, .pipes = 2, .ports = 4});
@@ -147,23 +195,75 @@ TEST_F(CountersJson, SaysWhatTheTextSays) {
    loop->advance(4.0);
    agent_->traffic().onIs(false);
    loop->advance(4.0);
-   for (const String keywords :
-        {"show info", "show table ingressPortCount", "show table vlanB", "show table ingressPortCount pipe 1",
-         "show table vlanB pipe 1", "show mac", "show mac intf Ethernet7", "show pdp",
-         "show pdp intf Ethernet2", "show pipeline", "show pipeline stage egress pipe 1", "show drop",
-         "show drop interface Ethernet1", "show mau-deparser-drop", "show mau-deparser-drop intf Ethernet3",
-         "show mau-deparser-drop pipe 0", "show traffic-manager", "show traffic-manager pipe 1",
-         "chip Zel1 show mac"}) {
+   expectSame("show info");
+   for (const String& keywords : shows) {
       rowCount_ = 0;
       expectSame(keywords);
       EXPECT_TRUE(rowCount_ > 0 || keywords == "show table vlanB pipe 1") << keywords;
-      if (keywords != "show info") {
-         expectSame(keywords + " nonzero");
-      }
+      expectSame(keywords + " nonzero");
+      EXPECT_EQ(chipNotesOf(readJson(ask(keywords + " json").text)), Words()) << "all is well";
    }
    expectSame("show table nonzero");
    expectSame("show table pipe 0 nonzero");
    expectSame("show nonzero");
+}
+
+// Traffic runs on, and for a minute every read fails, or is never answered.
+TEST_F(CountersJson, TellsTheAgeOfEveryViewOfAChipThatIsSilent) {
+   ZelTest::LoggedMessages logged;
+   start({.chips = 2, .pipes = 2, .ports = 4});
+   agent_->traffic().onIs(true);
+   advance(10.0);
+   for (const String& keywords : shows) {
+      ask(keywords); // some are read only then
+   }
+   for (const char* const read :
+        {"bf_port_mac_stats_hw_async_get", "bf_tm_pipe_counter_get", "bf_pipe_path_counter_get",
+         "bf_pipe_mau_drop_get", "bf_pipe_deparser_drop_get", "counterHwSyncDirect", "counterHwSyncIndirect",
+         "pipe_mgr_stat_database_sync"}) {
+      agent_->fleet().faults().failNext(read, 5, 1000000);
+   }
+   advance(60.0);
+   for (const String& keywords : shows) {
+      if (keywords == "show table vlanB pipe 1") {
+         continue; // refused
+      }
+      SCOPED_TRACE(keywords);
+      expectSame(keywords);
+      const Json document = readJson(ask(keywords + " json").text);
+      EXPECT_THAT(chipNotesOf(document), testing::Each(testing::HasSubstr(": HW access fails")));
+      for (const Json& chip : listOf(document, "chips")) {
+         EXPECT_FALSE(listOf(chip, "notes").empty());
+      }
+      for (const Json* table : tablesOf(document)) {
+         if (!table->contains("status")) {
+            EXPECT_TRUE(listOf(*table, "rows").empty()) << *table;
+            continue;
+         }
+         EXPECT_EQ(table->at("status"), "HW access fails");
+         EXPECT_TRUE(table->at("age-ms").is_null() || table->at("age-ms") >= 60000U) << *table;
+      }
+   }
+   EXPECT_THAT(ask("show health").text, testing::HasSubstr("  silent  "));
+   EXPECT_THAT(logged.take(),
+               testing::UnorderedElementsAre(testing::StartsWith("ZEL_COUNTERS_CHIP_SILENT Chip Zel0 "),
+                                             testing::StartsWith("ZEL_COUNTERS_CHIP_SILENT Chip Zel1 ")));
+   agent_->fleet().faults().clear();
+   advance(10.0);
+   EXPECT_THAT(logged.take(),
+               testing::UnorderedElementsAre(testing::StartsWith("ZEL_COUNTERS_CHIP_ANSWERS Chip Zel0 "),
+                                             testing::StartsWith("ZEL_COUNTERS_CHIP_ANSWERS Chip Zel1 ")));
+   EXPECT_EQ(chipNotesOf(ask("show mac").text), Words());
+   {
+      const auto lock = Kiln::ActivityLockAnchor::lock();
+      agent_->fleet().completions().modeIs({SoftChip::CompletionMode::Kind::lost});
+   }
+   advance(60.0);
+   for (const char* const keywords : {"show mac", "show drop", "show table ingressPortCount", "show pdp"}) {
+      expectSame(keywords);
+      EXPECT_THAT(chipNotesOf(ask(keywords).text), testing::Each(testing::HasSubstr("s ago: no answer")));
+   }
+   EXPECT_THAT(logged.take(), testing::SizeIs(2));
 }
 
 TEST_F(CountersJson, IsAnOptionOfShowCommandsInAnyOrder) {
@@ -172,7 +272,8 @@ TEST_F(CountersJson, IsAnOptionOfShowCommandsInAnyOrder) {
    const String whole = ask("show pipeline pipe 1 nonzero json").text;
    EXPECT_EQ(whole, "{\"chips\":[\n{\"chip\":\"Zel0\",\"tables\":[\n"
                     "{\"title\":\"Packets by pipeline stage since the last clear, chip Zel0\","
-                    "\"counters\":[\"In\",\"Out\",\"Dropped\"],\"rows\":[],\"notes\":[]}]}]}\n");
+                    "\"counters\":[\"In\",\"Out\",\"Dropped\"],\"rows\":[],\"age-ms\":0,\"status\":null,"
+                    "\"notes\":[]}],\"notes\":[]}]}\n");
    for (const char* const same :
         {"show pipeline json nonzero pipe 1", "s pipel n j p 1", "s pipel j p 1 n"}) {
       EXPECT_EQ(ask(same).text, whole) << same;
