@@ -249,6 +249,8 @@ Kiln::String ZelCountersMgrCli::select(const ZelCountersCommand& command,
    ChipArguments arguments;
    arguments.stage = command.stage;
    arguments.nonZeroOnly = command.nonZeroOnly;
+   arguments.isFinalShown = command.isFinalShown;
+   arguments.top = command.top;
    Kiln::String error;
    if (command.chip && chips.empty()) {
       error = "unknown chip " + Kiln::quoted(*command.chip) + ": " + chipChoices();

@@ -17,6 +17,8 @@ struct ChipArguments {
    std::optional<U16> pipe = {};    // one that the chip has; without it, every pipe
    U32 stage = 0;                   // of the pipeline
    bool nonZeroOnly = false;
+   bool isFinalShown = false;          // of drops
+   std::optional<U32> top = {};        // so many rows, the worst first
    const ManagerAccess* mgr = nullptr; // for what is not the chip's own
    bool isFirst = true;                // of the chips that the command goes to
 };
@@ -35,7 +37,9 @@ struct ZelCountersCommand {
    U32 stage = 0;                     // of the pipeline
    bool needsTables = false;          // the operation is about counter tables
    bool nonZeroOnly = false;
-   bool json = false; // of a show operation: one document instead of text
+   bool isFinalShown = false; // of drops
+   std::optional<U32> top;    // so many of them, the worst first
+   bool json = false;         // of a show operation: one document instead of text
 };
 
 // Activity thread. Made for one command; the manager outlives it.

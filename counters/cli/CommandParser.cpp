@@ -4,6 +4,7 @@
 #include "counters/cli/CommandParser.h"
 
 #include "kiln/Choices.h"
+#include "kiln/Numbers.h"
 
 #include <algorithm>
 
@@ -14,6 +15,8 @@ namespace {
 constexpr std::string_view chipKeyword = "chip";
 constexpr std::string_view nonZeroOption = "nonzero";
 constexpr std::string_view pipeOption = "pipe";
+constexpr std::string_view topOption = "top";
+constexpr std::string_view finalOption = "final";
 constexpr std::string_view jsonOption = "json";
 
 // In the order in which errors and completions list them.
@@ -24,6 +27,12 @@ std::vector<Kiln::String> optionsOf(const CommandRow& row) {
    }
    if ((row.takes & Takes::nonZero) != 0) {
       options.emplace_back(nonZeroOption);
+   }
+   if ((row.takes & Takes::top) != 0) {
+      options.emplace_back(topOption);
+   }
+   if ((row.takes & Takes::final) != 0) {
+      options.emplace_back(finalOption);
    }
    if ((row.takes & Takes::json) != 0) {
       options.emplace_back(jsonOption);
@@ -217,11 +226,12 @@ void CommandParser::parseOptions(const CommandRow& row) {
    Words left = optionsOf(row);
    while (!atEnd()) {
       const Kiln::String chosen = choose(left, true);
-      if (chosen.empty() || (chosen == pipeOption && !parsePipe())) {
+      if (chosen.empty() || (chosen == pipeOption && !parsePipe()) || (chosen == topOption && !parseTop())) {
          return;
       }
       std::erase(left, chosen);
       command_->nonZeroOnly |= chosen == nonZeroOption;
+      command_->isFinalShown |= chosen == finalOption;
       command_->json |= chosen == jsonOption;
    }
    expect(left);
@@ -234,6 +244,18 @@ bool CommandParser::parsePipe() {
       return false;
    }
    command_->pipe = words_[at_++];
+   return true;
+}
+
+bool CommandParser::parseTop() {
+   constexpr U32 mostTop = 1000;
+   command_->top = atEnd() ? std::nullopt : Kiln::parseNumber<U32>(words_[at_], 1, mostTop);
+   if (!command_->top) {
+      error_ = "top needs a number from 1 to " + std::to_string(mostTop) +
+               (atEnd() ? "" : ", not " + Kiln::quoted(words_[at_]));
+      return false;
+   }
+   ++at_;
    return true;
 }
 

@@ -37,6 +37,7 @@ class CommandParser {
    bool isTable(const CommandRow& row) const;
    void parseOptions(const CommandRow& row);
    bool parsePipe();
+   bool parseTop();
 
    const Words& words_;
    const ZelCountersMgrCli& mgrCli_;

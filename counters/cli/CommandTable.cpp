@@ -90,6 +90,14 @@ void showPdpIntf(Chip& chip, Out& out, const Args& args) {
    chip.showPdpIntfCounters(out, args.intf, false, args.nonZeroOnly, true);
 }
 
+void showDrops(Chip& chip, Out& out, const Args& args) {
+   DropOptions options{args.intf, args.nonZeroOnly, args.isFinalShown};
+   if (args.top) {
+      options.top = *args.top;
+   }
+   chip.portDrops().show(out, options);
+}
+
 // A chip without counter tables has no PDP counters to fetch.
 void fetchPdpWherePresent(Chip& chip) {
    if (chip.zlResourceInfoIntf()) {
@@ -132,13 +140,8 @@ constexpr std::array table{
                 [](Chip& chip, Out& out, const Args& args) {
                    chip.pipeline().showAll(out, args.nonZeroOnly, args.pipe);
                 }},
-     CommandRow{"show drop interface", Operand::interface, view, false,
-                [](Chip& chip, Out& out, const Args& args) {
-                   chip.portDrops().show(out, args.intf, args.nonZeroOnly);
-                }},
-     CommandRow{
-          "show drop", Operand::none, view, false,
-          [](Chip& chip, Out& out, const Args& args) { chip.showAllDropCounters(out, args.nonZeroOnly); }},
+     CommandRow{"show drop interface", Operand::interface, view | final, false, showDrops},
+     CommandRow{"show drop", Operand::none, view | final | top, false, showDrops},
      CommandRow{"show mau-deparser-drop intf", Operand::interface, view, false,
                 [](Chip& chip, Out& out, const Args& args) {
                    chip.fetchAllMauDropCounters();

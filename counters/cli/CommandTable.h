@@ -13,7 +13,7 @@ enum class Operand : U8 { none, interface, table, stage };
 
 // Which options a command takes, combined.
 struct Takes {
-   enum Option : U8 { nothing = 0, nonZero = 1, pipe = 2, json = 4 };
+   enum Option : U8 { nothing = 0, nonZero = 1, pipe = 2, json = 4, top = 8, final = 16 };
 };
 
 struct CommandRow {

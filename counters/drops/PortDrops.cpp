@@ -7,6 +7,9 @@
 #include "counters/chip/ZelCountersTrace.h"
 
 #include <algorithm>
+#include <functional>
+#include <iterator>
+#include <map>
 #include <string>
 
 namespace ZelCounter {
@@ -135,52 +138,129 @@ std::vector<Kiln::String> PortDrops::readPoint(Point point, std::span<const Chip
    return errors;
 }
 
-TableView PortDrops::view(const Pelt::IntfId& intf, bool nonZeroOnly) {
+// What a port counted at a point for a reason.
+struct PortDrops::Drop {
+   const ChipAccess::Port* port;
+   std::size_t point;
+   U32 reason;
+   TableView::Cell cell;
+   U64 packets;
+};
+
+// The worst first, and ports by what they dropped in all. Where they are alike, in the order of ports, points and reasons.
+std::vector<PortDrops::Drop> PortDrops::drops(std::span<const ChipAccess::Port> ports,
+                                              const DropOptions& options) {
+   std::vector<Drop> all;
+   std::vector<std::pair<U64, std::size_t>> worst; // by port
+   for (const ChipAccess::Port& port : ports) {
+      const PortDropCounts& atPoints = counts(port);
+      const std::size_t first = all.size();
+      U64 total = 0;
+      for (std::size_t point = 0; point < atPoints.size(); ++point) {
+         if (static_cast<Point>(point) == Point::final && !options.isFinalShown) {
+            continue; // the same frames again, by where they were lost in the end
+         }
+         for (U32 reason = 0; reason < reasonsPerPort; ++reason) {
+            const U64 packets = atPoints[point].sinceClear(reason);
+            if (static_cast<Point>(point) != Point::final) {
+               total += std::min(packets, ~total); // stays at the top
+            }
+            // Reasons without a name are shown only when they count something.
+            if (packets != 0 || (!options.nonZeroOnly && reason < ZlDrop::tables[point].reasons.size())) {
+               all.push_back({&port, point, reason, cellOf(atPoints[point], reason), packets});
+            }
+         }
+      }
+      std::stable_sort(all.begin() + static_cast<std::ptrdiff_t>(first), all.end(),
+                       [](const Drop& a, const Drop& b) { return a.packets > b.packets; });
+      worst.emplace_back(total, worst.size());
+   }
+   std::ranges::stable_sort(worst, std::greater(), &std::pair<U64, std::size_t>::first);
+   std::vector<Drop> sorted;
+   for (std::size_t rank = 0; rank < worst.size() && rank < options.top; ++rank) {
+      const ChipAccess::Port* const port = &ports[worst[rank].second];
+      std::ranges::copy_if(all, std::back_inserter(sorted),
+                           [&](const Drop& drop) { return drop.port == port; });
+   }
+   return sorted;
+}
+
+// How much, and why: what all the ports dropped, by reason.
+TableView PortDrops::reasonsView(std::span<const ChipAccess::Port> ports, const DropOptions& options) {
+   TableView table{"Drops by reason since the last clear, chip " + chip().chipName(),
+                   {{"Point", Holds::text, 7}, {"Reason", Holds::text, 24}, {"Packets", Holds::counter, 16}}};
+   std::map<std::pair<std::size_t, U32>, U64> byReason;
+   for (const Drop& drop : drops(ports, {.nonZeroOnly = true, .isFinalShown = options.isFinalShown})) {
+      byReason[{drop.point, drop.reason}] += drop.packets;
+   }
+   std::vector<std::pair<U64, std::pair<std::size_t, U32>>> worst;
+   for (const auto& [which, packets] : byReason) {
+      worst.emplace_back(packets, which);
+   }
+   std::ranges::stable_sort(worst, std::greater(), &std::pair<U64, std::pair<std::size_t, U32>>::first);
+   for (std::size_t rank = 0; rank < worst.size() && rank < options.top; ++rank) {
+      const auto& [point, reason] = worst[rank].second;
+      const ZlDrop::Table& reasons = ZlDrop::tables[point];
+      table.rows.push_back(
+           {Kiln::String(reasons.point), reasonText(reasons, reason), U64{worst[rank].first}});
+   }
+   return table;
+}
+
+TableView PortDrops::portsView(std::span<const ChipAccess::Port> ports, const DropOptions& options) {
    TableView table{"Drops by port since the last clear, chip " + chip().chipName(),
                    {{"Interface", Holds::text, 16},
                     {"Point", Holds::text, 7},
                     {"Reason", Holds::text, 24},
                     {"Packets", Holds::counter, 16}}};
-   const std::vector<ChipAccess::Port> shown = ports(intf);
-   if (shown.empty() && !intf.empty()) {
-      table.notes.push_back("Interface " + intf.text() + " has no port on chip " + chip().chipName());
-      return table;
+   if (ports.empty() && !options.intf.empty()) {
+      table.notes.push_back("Interface " + options.intf.text() + " has no port on chip " + chip().chipName());
    }
-   table.notes = read(shown);
-   for (const ChipAccess::Port& port : shown) {
-      const PortDropCounts& drops = counts(port);
-      for (std::size_t point = 0; point < drops.size(); ++point) {
-         const ZlDrop::Table& reasons = ZlDrop::tables[point];
-         for (U32 reason = 0; reason < reasonsPerPort; ++reason) {
-            const U64 packets = drops[point].sinceClear(reason);
-            // Reasons without a name are shown only when they count something.
-            const bool isShown = packets != 0 || (!nonZeroOnly && reason < reasons.reasons.size());
-            if (isShown) {
-               table.rows.push_back({port.intf.text(), Kiln::String(reasons.point),
-                                     reasonText(reasons, reason), cellOf(drops[point], reason)});
-            }
-         }
-      }
-   }
-   for (const Point point : {Point::ingress, Point::egress, Point::final}) {
-      const ZlTableCounter* info = nullptr;
-      if (tableError(point, &info).empty()) {
-         for (const U16 pipe : pipesOf(shown)) {
-            table.readings.push_back(toldTable(*info, pipe));
-         }
-      }
+   for (const Drop& drop : drops(ports, options)) {
+      const ZlDrop::Table& reasons = ZlDrop::tables[drop.point];
+      table.rows.push_back({drop.port->intf.text(), Kiln::String(reasons.point),
+                            reasonText(reasons, drop.reason), drop.cell});
    }
    return table;
 }
 
-void PortDrops::showAll(ShowOutput& out, bool nonZeroOnly) {
-   show(out, {}, nonZeroOnly);
+std::vector<ToldReading> PortDrops::toldReadings(std::span<const ChipAccess::Port> ports) const {
+   std::vector<ToldReading> told;
+   for (const Point point : {Point::ingress, Point::egress, Point::final}) {
+      const ZlTableCounter* info = nullptr;
+      if (tableError(point, &info).empty()) {
+         for (const U16 pipe : pipesOf(ports)) {
+            told.push_back(toldTable(*info, pipe));
+         }
+      }
+   }
+   return told;
 }
 
-void PortDrops::show(ShowOutput& out, const Pelt::IntfId& intf, bool nonZeroOnly) {
-   if (!answeredUninitialized(out)) {
-      out.view(view(intf, nonZeroOnly));
+void PortDrops::showAll(ShowOutput& out, bool nonZeroOnly) {
+   show(out, {.nonZeroOnly = nonZeroOnly});
+}
+
+void PortDrops::show(ShowOutput& out, const DropOptions& options) {
+   if (answeredUninitialized(out)) {
+      return;
    }
+   const std::vector<ChipAccess::Port> shown = ports(options.intf);
+   std::vector<Kiln::String> errors;
+   if (!shown.empty() || options.intf.empty()) {
+      errors = read(shown);
+   }
+   const std::vector<ToldReading> told = toldReadings(shown);
+   // Of a single interface both would say the same.
+   if (options.intf.empty()) {
+      TableView reasons = reasonsView(shown, options);
+      reasons.readings = told;
+      out.view(reasons);
+   }
+   TableView byPort = portsView(shown, options);
+   byPort.notes.insert(byPort.notes.end(), errors.begin(), errors.end());
+   byPort.readings = told;
+   out.view(byPort);
 }
 
 void PortDrops::clearAll(ShowOutput& out) {

@@ -4,9 +4,19 @@
 #include "counters/chip/ChipView.h"
 #include "counters/drops/CliPortDropData.h"
 
+#include <limits>
 #include <span>
 
 namespace ZelCounter {
+
+// Which drops are shown.
+struct DropOptions {
+   Pelt::IntfId intf = {}; // empty: of all the chip's ports
+   bool nonZeroOnly = false;
+   // Where a frame was lost in the end, too. Each was counted with its reason before.
+   bool isFinalShown = false;
+   std::size_t top = std::numeric_limits<std::size_t>::max(); // so many ports, and reasons, the worst first
+};
 
 class PortDrops : public ChipView {
  public:
@@ -14,7 +24,8 @@ class PortDrops : public ChipView {
    PortDrops(ChipAccess& chip, Kiln::Ptr<CliPortDropData> data) : ChipView(chip), data_(std::move(data)) {}
 
    void showAll(ShowOutput& out, bool nonZeroOnly);
-   void show(ShowOutput& out, const Pelt::IntfId& intf, bool nonZeroOnly);
+   // First how much was dropped and why, then by port.
+   void show(ShowOutput& out, const DropOptions& options);
    void clearAll(ShowOutput& out);
    // What can't be read stays as it is.
    void readAll() { read(ports({})); }
@@ -24,8 +35,12 @@ class PortDrops : public ChipView {
    void tableWritten(const ZlResourceInfo::ZlTableCounter& info, ZelId::ZelPipeId pipe);
 
  private:
+   struct Drop;
+   std::vector<Drop> drops(std::span<const ChipAccess::Port> ports, const DropOptions& options);
+   TableView reasonsView(std::span<const ChipAccess::Port> ports, const DropOptions& options);
+   TableView portsView(std::span<const ChipAccess::Port> ports, const DropOptions& options);
+   std::vector<ToldReading> toldReadings(std::span<const ChipAccess::Port> ports) const;
    // Without an interface, all of the chip's.
-   TableView view(const Pelt::IntfId& intf, bool nonZeroOnly);
    std::vector<ChipAccess::Port> ports(const Pelt::IntfId& intf) const;
    Kiln::String tableError(ZlDrop::Point point, const ZlResourceInfo::ZlTableCounter** info) const;
    std::vector<Kiln::String> read(std::span<const ChipAccess::Port> ports);

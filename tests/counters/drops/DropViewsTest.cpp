@@ -42,7 +42,8 @@ class DropViews : public StubSdkRig {
    }
 
    static std::string drops(ZelCounters& chip, bool nonZeroOnly = true) {
-      return printed([&](U32 fd) { chip.showAllDropCounters(fd, nonZeroOnly); });
+      const std::string both = printed([&](U32 fd) { chip.showAllDropCounters(fd, nonZeroOnly); });
+      return both.substr(std::min(both.find("Drops by port"), both.size()));
    }
    static std::string tmText(ZelCounters& chip) {
       return printed([&](U32 fd) { chip.tm().showAll(ZelCounter::ShowTarget(fd), true); });
@@ -58,7 +59,7 @@ const std::string dropHeader = "Drops by port since the last clear, chip Zel0\n"
                                dropRule;
 const std::string noDrops = dropHeader + "  none\n" + dropRule + "\n";
 
-TEST_F(DropViews, DropsAreListedByPortNumberThenByPointAndReason) {
+TEST_F(DropViews, DropsAreListedOnceAndTheWorstFirst) {
    auto& chip = addDropChip();
    addPort("Ethernet1", 128);
    addPort("Ethernet20", 67);
@@ -68,18 +69,35 @@ TEST_F(DropViews, DropsAreListedByPortNumberThenByPointAndReason) {
    dropsAre(egressHandle, 67, 0, 7);
    dropsAre(egressHandle, 67, 15, 1); // a number that is not a reason
    dropsAre(egressHandle, 66, 0, 99); // a slot without a port
-   EXPECT_EQ(drops(chip), dropHeader +
+   addPort("Ethernet4", 1);
+   dropsAre(egressHandle, 1, 0, 7);
+   const std::string worst = "  Ethernet1         ingress  bad FCS                   18446744073709551615\n";
+   EXPECT_EQ(drops(chip), dropHeader + worst +
                                "  Ethernet20        egress   queue congested                          7\n"
                                "  Ethernet20        egress   reason 15                                1\n"
-                               "  Ethernet1         ingress  bad FCS                   18446744073709551615\n"
-                               "  Ethernet1         final    lost at egress                           4\n" +
+                               "  Ethernet4         egress   queue congested                          7\n" +
                                dropRule + "\n");
-   const std::string one = printed([&](U32 fd) {
-      chip.portDrops().show(ZelCounter::ShowTarget(fd), Pelt::IntfId("Ethernet20"), false);
+   const std::string all = printed([&](U32 fd) {
+      chip.portDrops().show(ZelCounter::ShowTarget(fd),
+                            {.nonZeroOnly = true, .isFinalShown = true, .top = 1});
    });
-   EXPECT_EQ(std::count(one.begin(), one.end(), '\n'), 4 + 17 + 1 + 2) << one;
-   const std::string other = printed(
-        [&](U32 fd) { chip.portDrops().show(ZelCounter::ShowTarget(fd), Pelt::IntfId("Ethernet3"), true); });
+   EXPECT_THAT(all,
+               testing::AllOf(
+                    testing::StartsWith("Drops by reason"),
+                    testing::HasSubstr("\n  ingress  bad FCS                   18446744073709551615\n="),
+                    testing::EndsWith(
+                         worst + "  Ethernet1         final    lost at egress                           4\n" +
+                         dropRule + "\n")));
+   const std::string reasons = printed([&](U32 fd) { chip.showAllDropCounters(fd, true); });
+   EXPECT_THAT(reasons, testing::HasSubstr("\n  egress   queue congested                         14\n"));
+   const std::string one = printed([&](U32 fd) {
+      chip.portDrops().show(ZelCounter::ShowTarget(fd), {.intf = Pelt::IntfId("Ethernet20")});
+   });
+   EXPECT_EQ(std::count(one.begin(), one.end(), '\n'), 4 + 13 + 1 + 2) << one;
+   const std::string other = printed([&](U32 fd) {
+      chip.portDrops().show(ZelCounter::ShowTarget(fd),
+                            {.intf = Pelt::IntfId("Ethernet3"), .nonZeroOnly = true});
+   });
    EXPECT_EQ(other,
              noDrops.substr(0, noDrops.size() - 1) + "Interface Ethernet3 has no port on chip Zel0\n\n");
 }
@@ -257,7 +275,7 @@ TEST_F(DropViews, AChipThatIsNotInitializedSaysSoOnly) {
         [&](U32 fd) { chip.pipeline().show(ZelCounter::ShowTarget(fd), 0, false); },
         [&](U32 fd) { chip.clearAllPipelineCounters(fd); },
         [&](U32 fd) { chip.showAllDropCounters(fd, false); },
-        [&](U32 fd) { chip.portDrops().show(ZelCounter::ShowTarget(fd), intf, false); },
+        [&](U32 fd) { chip.portDrops().show(ZelCounter::ShowTarget(fd), {.intf = intf}); },
         [&](U32 fd) { chip.portDrops().clearAll(ZelCounter::ShowTarget(fd)); },
         [&](U32 fd) { chip.showAllMauDropCounters(fd, false); },
         [&](U32 fd) { chip.mauDrops().show(ZelCounter::ShowTarget(fd), intf, false); },
