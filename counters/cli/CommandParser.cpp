@@ -249,10 +249,14 @@ bool CommandParser::parsePipe() {
 
 bool CommandParser::parseTop() {
    constexpr U32 mostTop = 1000;
-   command_->top = atEnd() ? std::nullopt : Kiln::parseNumber<U32>(words_[at_], 1, mostTop);
+   expect({"10"}); // any number will do
+   if (atEnd()) {
+      error_ = "the command is incomplete" + understood() + ": expected a number, as 10";
+      return false;
+   }
+   command_->top = Kiln::parseNumber<U32>(words_[at_], 1, mostTop);
    if (!command_->top) {
-      error_ = "top needs a number from 1 to " + std::to_string(mostTop) +
-               (atEnd() ? "" : ", not " + Kiln::quoted(words_[at_]));
+      error_ = "top " + Kiln::quoted(words_[at_]) + ": expected 1 to " + std::to_string(mostTop);
       return false;
    }
    ++at_;

@@ -89,6 +89,7 @@ std::vector<Words> rowsOf(const String& text, const Json& document) {
                              wordsOf("Details Packets Bytes"),
                              wordsOf("Index Packets Bytes"),
                              wordsOf("Interface Class Packets"),
+                             wordsOf("Point Reason Packets"),
                              wordsOf("Interface Point Reason Packets"),
                              wordsOf("Pipe Stage In Out Dropped"),
                              wordsOf("Pipe Place Decides Packets"),
