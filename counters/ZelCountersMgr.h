@@ -101,10 +101,11 @@ class ZelCountersMgr : public Kiln::Entity, public ManagerAccess {
    void countersMgrSmIs(ZelCountersMgr* mgr, Kiln::Ptr<const ZelSystem::SystemStatus> systemStatus,
                         Kiln::Ptr<const Kiln::Clock> clock);
    void countersMgrSmDel();
-   KILN_POINTER_TO(Vex::Counters::CountersSm, vexCountersSm, override)
    KILN_POINTER_TO(Vex::VexL3IntfData, vexL3IntfData)
-   KILN_POINTER_TO(ZelCountersL3IntfSm, zelCountersL3IntfSm, override)
    KILN_POINTER_TO(ZelCountersSubIntfCountersHelper, zelSubIntfCountersHelper)
+   // These stop when they are let go of, whoever still holds them.
+   KILN_POINTER_TO(Vex::Counters::CountersSm, vexCountersSm, override)
+   KILN_POINTER_TO(ZelCountersL3IntfSm, zelCountersL3IntfSm, override)
    KILN_POINTER_TO(Vex::SubIntfCountersSm, vexSubIntfCountersSm)
    KILN_POINTER_TO(ZelCountersHelper, zelCountersHelper)
    KILN_POINTER_TO(ZelVlanIntfSm, vlanIntfSm)
@@ -139,6 +140,8 @@ class ZelCountersMgrSm : public Kiln::Entity {
  public:
    ZelCountersMgrSm(ZelCountersMgr* mgr, Kiln::Ptr<const ZelSystem::SystemStatus> systemStatus,
                     Kiln::Ptr<const Kiln::Clock> clock);
+   // There are no more passes, and nothing is watched, whoever still holds this.
+   void stop();
 
    // When the next polling pass is due.
    double intfCounterPollingTimeMin() const { return intfCounterPollingClock_.timeMin(); }
@@ -159,7 +162,7 @@ class ZelCountersMgrSm : public Kiln::Entity {
    void publishInterval(double seconds);
    void publishQueueInterval();
 
-   ZelCountersMgr* mgr_; // owns this
+   ZelCountersMgr* mgr_; // owns this; null once stopped
    KilnSystemStatus systemStatus_;
    Kiln::Timer<ZelCountersMgrSm> intfCounterPollingClock_;
    double publishedInterval_ = 0;      // seconds; 0 for none yet

@@ -1,9 +1,14 @@
 // The manager: construction, chips that come and go, and the polling clock.
 #include "counters/helper/ZelCountersHelper.h"
+#include "counters/l3/RetrySm.h"
 #include "counters/l3/ZelCountersL3Intf.h"
+#include "counters/tables/HwTableCountersSm.h"
+#include "counters/tables/ZelCountersSm.h"
 #include "kiln/Trace.h"
 #include "tests/support/CountersRig.h"
+#include "tests/support/TemporaryFolder.h"
 #include "vex/VexL3Intf.h"
+#include "vex/VexSubIntfCountersSm.h"
 
 #include <cmath>
 #include <gmock/gmock.h>
@@ -86,6 +91,95 @@ TEST(ManagerConstruction, ItsEndStopsEverythingWhateverIsOutstanding) {
    EXPECT_LT(Kiln::trackedObjectCount(), objects);
    rig.advance(10.0);
    rig.fleet.completions().deliverAllHeld();
+}
+
+// Whoever holds them, and whatever happens to what they watched.
+TEST(ManagerConstruction, ItsReactorsDoNothingAfterItsEnd) {
+   CountersRig rig;
+   const TemporaryFolder folder;
+   const Pelt::IntfId vlan10("Vlan10");
+   const Pelt::IntfId ethernet1("Ethernet1");
+   const auto ports = Kiln::allocate<Interface::EthPhyIntfStatusDir>();
+   const auto vlans = Kiln::allocate<Interface::VlanIntfStatusDir>();
+   const auto chipStatus = Kiln::allocate<ZelSlice::ChipStatus>();
+   ports->hasNotificationActiveIs(true);
+   vlans->hasNotificationActiveIs(true);
+   chipStatus->hasNotificationActiveIs(true);
+   const Vex::SharedTables tables = Vex::openSharedTables(Silo::Store::directory(folder.path()));
+   rig.mounts->ethPhyIntfStatusDirIs(ports);
+   rig.mounts->vlanIntfStatusDirIs(vlans);
+   rig.mounts->writerConfigIs(Kiln::allocate<Vex::Counters::WriterConfig>());
+   rig.mounts->allIntfCountersIs(tables.allIntfCounters);
+   rig.mounts->allIntfQueueCountersIs(tables.allIntfQueueCounters);
+   rig.mounts->allVlanIntfCountersIs(tables.allVlanIntfCounters);
+   rig.mounts->intfAllNatCounterDirIs(tables.intfAllNatCounterDir);
+   const std::size_t clocks = Kiln::activityManagerClock()->armedCount();
+   rig.makeManager();
+   rig.addPort("Ethernet1", 0, 0);
+   rig.status->chipCapabilitiesIs("soft", {.vlanCounters = true});
+   SoftChip::Chip& chip = rig.fleet.chipAdd({.name = "chip0", .deviceId = 0, .pipes = 1});
+   chip.portAdd(0);
+
+   {
+      const auto lock = Kiln::ActivityLockAnchor::lock();
+      rig.mgr->addChip(0, "Zel0", {"soft"}, ZelSdk::getZelSessionHdl(), Kiln::allocate<SoftChip::SoftPd>(),
+                       chip.program(), chipStatus);
+      chip.capacityIs("ingL2DomainCount", 0);
+      ports->intfStatusIs(ethernet1, true);
+      rig.mgr->vexL3IntfData()->vexL3IntfTable()->intfIdToL3IdIs(vlan10, 10); // which waits for room
+   }
+   rig.advance(2.0);
+   const auto mgrSm = rig.mgr->countersMgrSm();
+   const auto countersSm = rig.mgr->vexCountersSm();
+   const auto subIntfCountersSm = rig.mgr->vexSubIntfCountersSm();
+   const auto helper = rig.mgr->zelCountersHelper();
+   const auto vlanIntfSm = rig.mgr->vlanIntfSm();
+   const auto l3IntfSm = rig.mgr->zelCountersL3IntfSm();
+   const auto l3Table = rig.mgr->vexL3IntfData()->vexL3IntfTable();
+   const auto routedPortCounterSm = l3IntfSm->routedPortCounterSm();
+   const auto l3Helper = l3IntfSm->helper(0);
+   const auto retrySm = l3Helper->retrySm();
+   auto counters = rig.counters(0);
+   const auto zelCountersSm = counters->zelCountersSm();
+   const auto hwTableCountersSm = counters->hwTableCountersSm();
+   const auto queuePoller = counters->pipeIntfQueueCounterSm(0);
+   const auto tmPollers = counters->tm().pipeTmCounterSm();
+   retrySm->startTimer();
+   rig.deleteManager();
+   EXPECT_EQ(retrySm->timeMin(), Kiln::never);
+   rig.advance(10.0); // the wheel of the subinterfaces' reactor stops with its next tick
+   EXPECT_EQ(Kiln::activityManagerClock()->armedCount(), clocks);
+   {
+      const auto lock = Kiln::ActivityLockAnchor::lock();
+      counters = nullptr;
+      rig.status->portInfoIs(Pelt::IntfId("Ethernet2"), {0, 1});
+      chipStatus->stateIs(5);
+      chipStatus->stateIs(ZelSlice::chipStateUp);
+      ports->intfStatusIs(Pelt::IntfId("Ethernet2"), true);
+      vlans->intfStatusIs(vlan10, true);
+      l3Table->intfIdToL3IdIs(Pelt::IntfId("Vlan11"), 11);
+      countersSm->updateCounters(VexTypes::CounterType::port, ethernet1);
+      EXPECT_TRUE(countersSm->clear("Ethernet1"));
+      countersSm->clear("all");
+      subIntfCountersSm->updateCounters();
+      helper->initialize(ethernet1);
+      helper->doClearIntfQueueCounters(ethernet1, true);
+      EXPECT_FALSE(helper->getIntfQueueCounters(ethernet1, {}).has(0));
+      const auto l3Record = Kiln::allocate<VexTypes::L3IntfCounters>();
+      EXPECT_FALSE(helper->getVlanIntfCounters(vlan10, l3Record, l3Record));
+      routedPortCounterSm->updateRoutedPortCounters();
+      retrySm->startTimer();
+      retrySm->retryPendingVlan();
+      EXPECT_FALSE(zelCountersSm->counterInitialized(0));
+      EXPECT_FALSE(zelCountersSm->parent());
+      queuePoller->pollingClockExpired();
+      for (const auto& [key, poller] : tmPollers) {
+         poller->poll();
+         poller->scheduleClock();
+      }
+   }
+   EXPECT_EQ(Kiln::activityManagerClock()->armedCount(), clocks);
+   EXPECT_FALSE(rig.common->vlanIntf(vlan10));
 }
 
 TEST(ManagerConstruction, AnEqualCommandHandlerIsKept) {
