@@ -365,6 +365,12 @@ void ZelVlanIntfSm::handleInitialized() {
 void ZelVlanIntfSm::vlanIntfStatusDirIs(Kiln::Ptr<const Interface::VlanIntfStatusDir> vlanIntfStatusDir) {
    vlanIntfStatusDir_.notifierIs(vlanIntfStatusDir);
    handleVlanIntf();
+   // Also those that only the directory before had. At construction there was none: what is listed is not this one's.
+   if (vexCommonSmData_) {
+      for (const Pelt::IntfId& intf : vexCommonSmData_->vlanIntf().keys()) {
+         handleVlanIntf(intf);
+      }
+   }
 }
 
 void ZelVlanIntfSm::handleVlanIntf() {
@@ -373,12 +379,6 @@ void ZelVlanIntfSm::handleVlanIntf() {
    }
    for (const Pelt::IntfId& intf : vlanIntfStatusDir_.notifier()->intfStatus().keys()) {
       handleVlanIntf(intf);
-   }
-   // Also those that went while nobody watched the directory.
-   if (vexCommonSmData_) {
-      for (const Pelt::IntfId& intf : vexCommonSmData_->vlanIntf().keys()) {
-         handleVlanIntf(intf);
-      }
    }
 }
 

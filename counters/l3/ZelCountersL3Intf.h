@@ -149,7 +149,7 @@ class ZelVlanIntfSm : public Kiln::Entity {
    ZelVlanIntfSm(Kiln::Ptr<Vex::VexCommonSmData> vexCommonSmData,
                  Kiln::Ptr<const Interface::VlanIntfStatusDir> vlanIntfStatusDir);
 
-   // Watches this directory from here on.
+   // Watches this directory from here on, and takes over all of it: VLAN interfaces that it lacks are removed.
    void vlanIntfStatusDirIs(Kiln::Ptr<const Interface::VlanIntfStatusDir> vlanIntfStatusDir);
 
    // The interface may have come or gone.
