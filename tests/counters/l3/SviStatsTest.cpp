@@ -208,6 +208,22 @@ TEST_F(SviStats, AHelperThatGoesTakesItsTimerAlong) {
    chipStatus[0]->stateIs(1); // nobody watches any more
 }
 
+TEST_F(SviStats, ANewRetryReactorTakesTheFormersPlace) {
+   makeHelper(plainChip);
+   chip(0).capacityIs("ingL2DomainCount", 0);
+   helper->enableSviStats(VlanId(10));
+   const auto former = helper->retrySm();
+   former->startTimer();
+   helper->retrySmIs();
+   EXPECT_EQ(former->timeMin(), Kiln::never);
+   chip(0).capacityIs("ingL2DomainCount", 1);
+   chipStatus[0]->stateIs(5);
+   chipStatus[0]->stateIs(8);
+   EXPECT_EQ(former->timeMin(), Kiln::never);
+   advance(1.0);
+   EXPECT_EQ(state(10), "programmed");
+}
+
 TEST_F(SviStats, ARefusedDeletionIsTriedAgainBeforeTheNextEntry) {
    makeHelper(plainChip);
    chip(0).capacityIs("ingL2DomainCount", 1);
