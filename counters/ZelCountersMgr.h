@@ -43,8 +43,9 @@ class ZelCountersMgr : public Kiln::Entity, public ManagerAccess {
                   Kiln::Ptr<ZelQos::TmCountersData> tmCountersData,
                   Kiln::Ptr<ZelQos::TmCountersData> tmCountersDataLastClear,
                   Kiln::Ptr<CliPortDropData> cliPortDropData);
-   // Reads what the chips counted since the last polls once more and publishes it, so the SDK has to answer still, if
-   // only with errors. The same goes for deleteChip.
+   // Reads once more what the SDK gives at once (queues, drops, pipeline, traffic manager, VLANs), and publishes it: so
+   // the SDK has to answer still, if only with errors. Neither reads ports nor syncs tables, which complete later: of what
+   // these counted, the last polls stand. The same goes for deleteChip.
    ~ZelCountersMgr() override;
 
    // A chip came up. If its device id is in use, it takes that chip's place, as if the old one had been deleted first, but
@@ -57,7 +58,7 @@ class ZelCountersMgr : public Kiln::Entity, public ManagerAccess {
    // A chip went away. Removes every chip of that name; does nothing for an unknown one.
    void deleteChip(Kiln::String chipName);
 
-   // Starts the reads of every chip's ports.
+   // Starts the reads of every chip's ports, besides those of the clock. Syncs no table.
    void requestHwCountersPolling();
 
    // Removes the shared records of interfaces that an earlier process published and that are not there any more. To be
