@@ -30,11 +30,13 @@ String joined(const Words& words) {
 const String anIntf = "<interface>";
 const String aPipe = "<pipe>";
 const String aTable = "<table>";
+const String aNumber = "<number>";
 
 String operandAfter(const String& keyword) {
    return keyword == "intf" || keyword == "interface" ? anIntf
           : keyword == "pipe"                         ? aPipe
           : keyword == "table"                        ? aTable
+          : keyword == "top"                          ? aNumber
                                                       : "";
 }
 
@@ -76,7 +78,7 @@ class Grammar {
    void explore(const Words& sentence, RefusalOf refusalOf) {
       Words probe = {"counters"};
       for (const String& word : sentence) {
-         probe.push_back(word[0] == '<' ? "0" : word);
+         probe.push_back(word[0] == '<' ? "1" : word);
       }
       probe.emplace_back(noWord);
       for (const String& choice : choicesOf(refusalOf(joined(probe)))) {
@@ -124,6 +126,8 @@ class CommandFuzz : public ZelTest::AgentRig {
             words.push_back("Ethernet" + std::to_string(1 + random_.below(9)));
          } else if (word == aPipe) {
             words.push_back(std::to_string(random_.below(3)));
+         } else if (word == aNumber) {
+            words.push_back(std::to_string(random_.below(20)));
          } else if (word == aTable) {
             static const Words tables = {"0", "7", "ingressPortCount", "vlanByteCount", "egr", "pdp"};
             if (!random_.oneIn(100)) { // otherwise all tables
