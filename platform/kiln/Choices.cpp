@@ -1,8 +1,10 @@
 // Joins, quotes and shortens words for people.
 #include "kiln/Choices.h"
 
+#include "kiln/Numbered.h"
+
 #include <algorithm>
-#include <strings.h>
+#include <numeric>
 
 namespace Kiln {
 
@@ -30,30 +32,25 @@ String choices(const std::vector<String>& all) {
    return text;
 }
 
+String durationText(double seconds) {
+   constexpr U64 minute = 60;
+   constexpr U64 hour = 60 * minute;
+   constexpr U64 day = 24 * hour;
+   const auto whole = static_cast<U64>(std::max(seconds, 0.0));
+   const auto two = [&](U64 big, const char* bigUnit, U64 small, const char* smallUnit) {
+      const U64 rest = whole % big / small;
+      return std::to_string(whole / big) + bigUnit +
+             (rest == 0 ? "" : " " + std::to_string(rest) + smallUnit);
+   };
+   return whole < 5 * minute ? std::to_string(whole) + " s"
+          : whole < hour     ? two(minute, " min", 1, " s")
+          : whole < day      ? two(hour, " h", minute, " min")
+                             : two(day, " d", hour, " h");
+}
+
 String counted(U64 number, std::string_view singular) {
    return std::to_string(number) + " " + String(singular) + (number == 1 ? "" : "s");
 }
-
-namespace {
-
-// A name as a stem and a number: "Ethernet3.100" is "Ethernet3." and 100.
-struct NumberedName {
-   explicit NumberedName(const String& text) {
-      const std::size_t digits = text.find_last_not_of("0123456789") + 1;
-      stem = text.substr(0, digits);
-      // At most nine digits, so that stoul cannot throw.
-      isNumbered = text.size() > digits && text.size() - digits < 10;
-      number = isNumbered ? std::stoul(text.substr(digits)) : 0;
-   }
-   bool isFollowedBy(const NumberedName& next) const {
-      return isNumbered && next.isNumbered && stem == next.stem && number + 1 == next.number;
-   }
-   String stem;
-   bool isNumbered = false;
-   unsigned long number = 0;
-};
-
-} // namespace
 
 String nameRanges(const std::vector<String>& sorted) {
    constexpr std::size_t shown = 8;
@@ -61,7 +58,7 @@ String nameRanges(const std::vector<String>& sorted) {
    for (std::size_t i = 0; i < sorted.size();) {
       std::size_t last = i;
       while (last + 1 < sorted.size() &&
-             NumberedName(sorted[last]).isFollowedBy(NumberedName(sorted[last + 1]))) {
+             Numbered(sorted[last]).isFollowedBy(Numbered(sorted[last + 1]))) {
          ++last;
       }
       ranges.push_back(last == i ? sorted[i] : sorted[i] + " to " + sorted[last]);
@@ -74,14 +71,82 @@ String nameRanges(const std::vector<String>& sorted) {
    return choices(ranges);
 }
 
+namespace {
+
+constexpr std::string_view shortInterface = "intf";
+constexpr std::string_view longInterface = "interface";
+
+bool begins(std::string_view choice, std::string_view word) {
+   return choice.starts_with(word) || (choice == shortInterface && longInterface.starts_with(word)) ||
+          (choice == longInterface && shortInterface.starts_with(word));
+}
+
+String lowered(std::string_view text) {
+   String low(text);
+   std::ranges::transform(low, low.begin(), [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; });
+   return low;
+}
+
+// How many keys have to be added, dropped, changed or swapped with their neighbour to make one word the other.
+std::size_t keysBetween(const String& from, const String& to) {
+   std::vector<std::vector<std::size_t>> keys(from.size() + 1, std::vector<std::size_t>(to.size() + 1));
+   std::iota(keys[0].begin(), keys[0].end(), 0);
+   for (std::size_t i = 1; i <= from.size(); ++i) {
+      keys[i][0] = i;
+      for (std::size_t j = 1; j <= to.size(); ++j) {
+         const std::size_t change = from[i - 1] == to[j - 1] ? 0 : 1;
+         keys[i][j] = std::min({keys[i - 1][j] + 1, keys[i][j - 1] + 1, keys[i - 1][j - 1] + change});
+         if (i > 1 && j > 1 && from[i - 1] == to[j - 2] && from[i - 2] == to[j - 1]) {
+            keys[i][j] = std::min(keys[i][j], keys[i - 2][j - 2] + 1);
+         }
+      }
+   }
+   return keys[from.size()][to.size()];
+}
+
+} // namespace
+
+std::vector<String> wordsMeant(std::string_view word, const std::vector<String>& all) {
+   std::vector<String> meant;
+   for (const String& choice : all) {
+      if (choice == word) {
+         return {choice};
+      }
+      if (begins(choice, word)) {
+         meant.push_back(choice);
+      }
+   }
+   return meant;
+}
+
+String nearest(std::string_view word, const std::vector<String>& all) {
+   constexpr std::size_t longest = 40; // of a word that is worth the comparison
+   const String low = lowered(word);
+   String near;
+   // A word of two letters is two keys away from half the language, and numbers that differ are different things.
+   std::size_t least = word.size() > longest ? 0 : word.size() < 3 ? 1 : word.size() < 5 ? 2 : 3;
+   for (const String& choice : all) {
+      const String other = lowered(choice);
+      const bool isOtherNumber = low != other && Numbered(low).isNumbered && Numbered(other).isNumbered &&
+                                 Numbered(low).number != Numbered(other).number;
+      const std::size_t keys = choice.size() > longest || isOtherNumber ? least : keysBetween(low, other);
+      if (keys < least) {
+         least = keys;
+         near = choice;
+      }
+   }
+   return near;
+}
+
+String meantOrExpected(std::string_view word, const std::vector<String>& all, const String& expected) {
+   const String near = nearest(word, all);
+   return near.empty() ? "expected " + expected : "did you mean " + near + "?";
+}
+
 String unknownInterface(const String& word, const std::vector<String>& sorted) {
-   const auto near = std::find_if(sorted.begin(), sorted.end(), [&](const String& one) {
-      return strcasecmp(one.c_str(), word.c_str()) == 0;
-   });
    return "unknown interface " + quoted(word) + ": " +
-          (near != sorted.end() ? "did you mean " + *near + "?"
-           : sorted.empty()     ? "no interface is known yet"
-                                : "expected " + nameRanges(sorted));
+          (sorted.empty() ? "no interface is known yet"
+                          : meantOrExpected(word, sorted, nameRanges(sorted)));
 }
 
 } // namespace Kiln
