@@ -17,6 +17,7 @@ struct NamedCounter {
    std::optional<U64> reading{}; // where the record has one
    std::optional<double> rate{}; // of the last step, per second; if known
    bool isError = false;         // counts what should not happen
+   bool isRead = true;           // false: its 0 was never read
 };
 
 // A moment of a record, on the clock of its table; 0 for never, or not known. All records have "discontinuity" and

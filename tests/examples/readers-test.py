@@ -69,9 +69,14 @@ def document_of_client(view):
 
 
 def ages_out(node):
-    """The document without what depends on when it was read; the ages in the order in which they were."""
+    """The document without what depends on when it was read; the ages in the order in which they were. What the client
+    concludes from several numbers or tables goes, too."""
     ages = []
+    node.pop("notes", None)
     for row in node["interfaces"]:
+        for name in ("activity", "queue-activity", "in-use-per-mille", "out-use-per-mille", "queue-drops-age-ms"):
+            row.pop(name, None)
+        row.get("totals", {}).pop("out-queue-drops", None)
         for name in [one for one in row if one.endswith("age-ms")]:
             ages.append(row.pop(name))
         row.pop("stale", None)

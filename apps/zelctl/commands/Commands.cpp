@@ -11,6 +11,7 @@
 #include "apps/zelctl/views/CountersDocument.h"
 #include "apps/zelctl/views/RecordViewer.h"
 #include "kiln/Choices.h"
+#include "kiln/Time.h"
 #include "vex/PublishedRecords.h"
 
 #include <cerrno>
@@ -58,9 +59,10 @@ WatchRound fetchRound(const Client& client, const Words& words, Signals* signals
          return {showRecords(words, client.store()), ""};
       }
       const String line = Kiln::joined(words, " ");
+      const double asked = Kiln::System::monotonicTime();
       const Answer answer = ask(client.socketPath, line + " json", signals, patience);
       if (answer.error.empty()) {
-         return {readCountersDocument(answer.text), ""};
+         return {readCountersDocument(answer.text, asked, Kiln::System::monotonicTime()), ""};
       }
       // The agent may blame the word 'json', which nobody typed. Asked without it, it names the real fault, if any.
       const bool blamesJson = answer.error.find("'json'") != String::npos;
@@ -117,7 +119,7 @@ int runLine(const Client& client, const String& line, Signals* signals) {
       }
       if (isViewCommand(command)) {
          words.front() = command;
-         return print(viewRecords(words, client.store()), signals);
+         return print(viewRecords(words, client.store(), isScreen() ? terminalSize().width : 0), signals);
       }
       return askAgent(client, completed(line, words, command), command == "counters", signals);
    } catch (const std::exception& error) {
