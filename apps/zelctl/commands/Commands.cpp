@@ -10,6 +10,7 @@
 #include "apps/zelctl/terminal/Utf8.h"
 #include "apps/zelctl/views/CountersDocument.h"
 #include "apps/zelctl/views/RecordViewer.h"
+#include "apps/zelctl/views/TopView.h"
 #include "kiln/Choices.h"
 #include "kiln/Time.h"
 #include "vex/PublishedRecords.h"
@@ -28,6 +29,11 @@ using Words = std::vector<String>;
 // The line, with its first word written in full; the rest goes to the agent as it was typed.
 String completed(const String& line, const Words& words, const String& command) {
    return command + line.substr(line.find(words.front()) + words.front().size());
+}
+
+// Of a terminal; a file has no limit.
+std::size_t textWidth() {
+   return isScreen() ? terminalSize().width : 0;
 }
 
 int print(std::string_view text, Signals* signals) {
@@ -58,6 +64,9 @@ WatchRound fetchRound(const Client& client, const Words& words, Signals* signals
       if (isViewCommand(words.front())) {
          return {showRecords(words, client.store()), ""};
       }
+      if (words.front() == topCommand) {
+         return {showTop(words, client.store()), ""};
+      }
       const String line = Kiln::joined(words, " ");
       const double asked = Kiln::System::monotonicTime();
       const Answer answer = ask(client.socketPath, line + " json", signals, patience);
@@ -73,8 +82,7 @@ WatchRound fetchRound(const Client& client, const Words& words, Signals* signals
    }
 }
 
-int watch(const Client& client, const Words& words, Signals* signals) {
-   const WatchRequest request = parseWatch(words);
+int watch(const Client& client, const WatchRequest& request, Signals* signals) {
    const auto rounds = [&](Signals* caught) {
       return runWatch(
            request,
@@ -115,11 +123,17 @@ int runLine(const Client& client, const String& line, Signals* signals) {
          return carriedOut;
       }
       if (command == "watch") {
-         return watch(client, words, signals);
+         return watch(client, parseWatch(words), signals);
       }
       if (isViewCommand(command)) {
          words.front() = command;
-         return print(viewRecords(words, client.store(), isScreen() ? terminalSize().width : 0), signals);
+         return print(viewRecords(words, client.store(), textWidth()), signals);
+      }
+      if (command == topCommand) {
+         words.front() = command;
+         return isScreen() && !isTopJson(words)
+                     ? watch(client, {.words = words}, signals)
+                     : print(viewTop(words, client.store(), textWidth()), signals);
       }
       return askAgent(client, completed(line, words, command), command == "counters", signals);
    } catch (const std::exception& error) {

@@ -1,6 +1,7 @@
 // The client's views of published records.
 #include "apps/zelctl/views/RecordViewer.h"
 
+#include "apps/zelctl/views/TopView.h"
 #include "kiln/Choices.h"
 #include "kiln/JsonWriter.h"
 #include "silo/Table.h"
@@ -23,6 +24,7 @@ namespace {
 
 using Kiln::String;
 namespace Tables = Silo::Interface;
+using Words = std::vector<String>;
 constexpr double interval = 2.0;
 
 Tables::IntfCounters counters(U64 inOctets, U64 inFcsErrors = 0) {
@@ -340,6 +342,54 @@ TEST_F(RecordViewer, TextAndJsonOfEveryViewAgree) {
         << view("interfaces errors");
    EXPECT_NE(view("interfaces errors").find("\nQueue drops of Ethernet10: as of 54 s ago\n"), String::npos);
    EXPECT_TRUE(std::regex_search(view("vlans"), std::regex("Vlan20 .* 2 d 7 h ago\n"))) << view("vlans");
+}
+
+TEST_F(RecordViewer, TopRanksPortsAndQueuesAlikeInTextAndJson) {
+   publishPorts();
+   auto queueTable = table<Tables::IntfQueueCounters>(Tables::TableName::intfQueueCounters);
+   Tables::IntfQueueCounters queues;
+   queues.totals[1] = {10, 1000, 500};
+   queues.totals[2] = {10, 1000, 7};
+   queues.deltas[1].drops = 1;
+   queues.deltas[2].drops = 4;
+   queues.interval = interval;
+   queues.present = queues.reported = 0b110;
+   queueTable.recordIs("Ethernet10", queues, Silo::monotonicNow());
+   queues.deltas = {};
+   queueTable.recordIs("Ethernet1", queues, Silo::monotonicNow());
+   const auto top = [&](const Words& words) { return ZelCtl::viewTop(words, store_, 0); };
+   EXPECT_EQ(top({"top", "by", "dro"}),
+             "Ports, by drops\n"
+             "Interface   State  In use  Out use  In bit/s  Out bit/s  Pkts/s  Drops/s  Drops  Errs/s  Errs\n"
+             "Ethernet10   idle       -       0%         0          0       -      2.5    507       0     0\n"
+             "Ethernet1      up   49.6%       0%     12.0G          0   2.50M        0    507       0     0\n"
+             "\n"
+             "Queues, by drops\n"
+             "Interface   Queue  State  Out bit/s  Pkts/s  Drops/s  Drops\n"
+             "Ethernet10      2   idle          0       0      2.0      7\n"
+             "Ethernet10      1   idle          0       0      0.5    500\n"
+             "Ethernet1       1   idle          0       0        0    500\n"
+             "Ethernet1       2   idle          0       0        0      7\n");
+   const auto document = nlohmann::json::parse(top({"top", "json", "by", "drops"}));
+   String ranks;
+   for (const auto& ranking : document["rankings"]) {
+      for (const auto& row : ranking["rows"]) {
+         ranks += row["name"].get<String>() + row.value("queue", "") + " " + row["activity"].get<String>() + " " +
+                  row["drops-per-second"].dump() + " " + row["drops"].dump() + " " +
+                  row["packets-per-second"].dump() + "\n";
+      }
+   }
+   EXPECT_EQ(ranks, "Ethernet10 idle 3 507 null\nEthernet1 up 0 507 2500000\n"
+                    "Ethernet102 idle 2 7 0\nEthernet101 idle 1 500 0\nEthernet11 idle 0 500 0\n"
+                    "Ethernet12 idle 0 7 0\n");
+   ports_.reset();
+   EXPECT_EQ(top({"top", "by", "errors"}), "Ports, by errors\n  none\n" + String(noAgent));
+   for (const auto& [words, error] : std::vector<std::pair<Words, String>>{
+             {{"top", "bye"}, "unexpected 'bye': did you mean by?"},
+             {{"top", "by"}, "by needs a column: expected use, in, out, packets, drops or errors"},
+             {{"top", "by", "speed"}, "unexpected 'speed': expected use, in, out, packets, drops or errors"}}) {
+      EXPECT_EQ(ZelTest::errorOf([&, one = words] { top(one); }), error);
+   }
 }
 
 } // namespace

@@ -20,13 +20,14 @@ std::vector<String> wordsOf(const String& line) {
 }
 
 TEST(Watch, TakesShowsAndNothingElse) {
-   const String shows = "counters, interfaces, queues, vlans, subinterfaces or nat";
+   const String shows = "counters, interfaces, queues, vlans, subinterfaces, nat or top";
    const String example = ": expected a show to watch, as in 'watch counters show drop nonzero'";
    const std::vector<std::pair<String, String>> cases = {
         {"watch counters show", "2 counters show"},
         {"watch 0.5 counters chip clear sh drop nonz", "0.5 counters chip clear sh drop nonz"},
         {"watch 3600 int Ethernet1 nonzero", "3600 interfaces Ethernet1 nonzero"},
         {"watch 0.1 nat", "0.1 nat"},
+        {"watch top by drops", "2 top by drops"},
         {"watch", "watch needs a show: expected " + shows},
         {"watch 2", "watch needs a show: expected " + shows},
         {"watch 0.09 nat", "invalid watch interval '0.09': expected 0.1 to 3600 seconds"},
