@@ -26,8 +26,8 @@ using ChipOperation = void (*)(ZelCounters& chip, ShowOutput& out, const ChipArg
 struct ZelCountersCommand {
    ChipOperation operation = nullptr;
    bool isClear = false;
-   std::optional<Kiln::String> chip; // without it, every chip
-   std::optional<Kiln::String> intf; // one or several, as kiln/NameChoice.h reads it
+   std::optional<Kiln::String> chip;  // without it, every chip
+   std::optional<Kiln::String> intf;  // one or several, as kiln/NameChoice.h reads it
    std::optional<Kiln::String> table; // id or name; without it, every table
    std::optional<Kiln::String> pipe;  // without it, every pipe
    U32 stage = 0;                     // of the pipeline

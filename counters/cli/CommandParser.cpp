@@ -181,7 +181,8 @@ bool CommandParser::parseOperand(const CommandRow& row) {
    }
    if (atEnd()) {
       expect(mgrCli_.interfaceNames(command_->chip));
-      error_ = "the command is incomplete" + understood() + ": expected an interface, as Ethernet1 or Ethernet1-4,7";
+      error_ = "the command is incomplete" + understood() +
+               ": expected an interface, as Ethernet1 or Ethernet1-4,7";
       return false;
    }
    command_->intf = words_[at_++];

@@ -57,8 +57,7 @@ String nameRanges(const std::vector<String>& sorted) {
    std::vector<String> ranges;
    for (std::size_t i = 0; i < sorted.size();) {
       std::size_t last = i;
-      while (last + 1 < sorted.size() &&
-             Numbered(sorted[last]).isFollowedBy(Numbered(sorted[last + 1]))) {
+      while (last + 1 < sorted.size() && Numbered(sorted[last]).isFollowedBy(Numbered(sorted[last + 1]))) {
          ++last;
       }
       ranges.push_back(last == i ? sorted[i] : sorted[i] + " to " + sorted[last]);
@@ -83,7 +82,8 @@ bool begins(std::string_view choice, std::string_view word) {
 
 String lowered(std::string_view text) {
    String low(text);
-   std::ranges::transform(low, low.begin(), [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; });
+   std::ranges::transform(low, low.begin(),
+                          [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; });
    return low;
 }
 
@@ -145,8 +145,7 @@ String meantOrExpected(std::string_view word, const std::vector<String>& all, co
 
 String unknownInterface(const String& word, const std::vector<String>& sorted) {
    return "unknown interface " + quoted(word) + ": " +
-          (sorted.empty() ? "no interface is known yet"
-                          : meantOrExpected(word, sorted, nameRanges(sorted)));
+          (sorted.empty() ? "no interface is known yet" : meantOrExpected(word, sorted, nameRanges(sorted)));
 }
 
 } // namespace Kiln

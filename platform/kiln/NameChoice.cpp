@@ -56,8 +56,8 @@ class Chooser {
          if (stem == shortStem) {
             return String(part);
          }
-         if (letters > 0 && letters < part.size() && stem.size() < name.size() && stem.starts_with(shortStem) &&
-             std::ranges::find(stems, stem) == stems.end()) {
+         if (letters > 0 && letters < part.size() && stem.size() < name.size() &&
+             stem.starts_with(shortStem) && std::ranges::find(stems, stem) == stems.end()) {
             stems.push_back(stem);
          }
       }

@@ -72,7 +72,8 @@ RecordText textOf(const Silo::Interface::IntfQueueCounters& record) {
       }
       const auto& total = record.totals[queue];
       const auto& delta = record.deltas[queue];
-      const bool isRead = ((record.reported >> queue) & 1) != 0 || total != Silo::Interface::QueueStatistics{};
+      const bool isRead =
+           ((record.reported >> queue) & 1) != 0 || total != Silo::Interface::QueueStatistics{};
       const bool hasRate = isRead && text.interval && ((record.absorbed >> queue) & 1) == 0;
       const auto add = [&](const char* name, U64 value, U64 step, bool isError) {
          const auto rate = hasRate ? std::optional(static_cast<double>(step) / *text.interval) : std::nullopt;

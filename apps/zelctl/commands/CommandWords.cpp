@@ -26,6 +26,10 @@ std::vector<String> allCommands() {
    return all;
 }
 
+bool isRecordCommand(const String& command) {
+   return viewNamed(command) != nullptr || command == topCommand;
+}
+
 bool isLeaving(const String& command) {
    return command == "quit" || command == "exit";
 }

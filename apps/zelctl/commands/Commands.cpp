@@ -3,7 +3,8 @@
 
 #include "agent/CommandRunner.h"
 #include "apps/zelctl/commands/CommandWords.h"
-#include "apps/zelctl/commands/Usage.h"
+#include "apps/zelctl/commands/Completion.h"
+#include "apps/zelctl/commands/Help.h"
 #include "apps/zelctl/commands/WatchCommand.h"
 #include "apps/zelctl/connection/AgentConnection.h"
 #include "apps/zelctl/terminal/Terminal.h"
@@ -18,6 +19,7 @@
 #include <cerrno>
 #include <cstring>
 #include <iostream>
+#include <unistd.h>
 
 namespace ZelCtl {
 
@@ -34,6 +36,14 @@ String completed(const String& line, const Words& words, const String& command) 
 // Of a terminal; a file has no limit.
 std::size_t textWidth() {
    return isScreen() ? terminalSize().width : 0;
+}
+
+// An error is one line; a terminal gets it broken between words.
+void printError(const String& error) {
+   const std::size_t width = isatty(STDERR_FILENO) != 0 ? terminalSize().width : 0;
+   for (const String& line : wrapped(error, width)) {
+      std::cerr << line << '\n';
+   }
 }
 
 int print(std::string_view text, Signals* signals) {
@@ -55,7 +65,7 @@ int askAgent(const Client& client, const String& line, bool isKnown, Signals* si
    if (!isKnown && answer.error.find("unknown command") != String::npos) {
       answer.error += ", or a command of zelctl itself: see 'zelctl help'";
    }
-   std::cerr << answer.error << '\n';
+   printError(answer.error);
    return refused;
 }
 
@@ -82,6 +92,15 @@ WatchRound fetchRound(const Client& client, const Words& words, Signals* signals
    }
 }
 
+// What was meant by a line that the agent would refuse, though another command is just that; empty if there is none.
+String misplaced(const Words& words, const String& command) {
+   if (command != "counters") {
+      return rightCommand(words);
+   }
+   const bool isShow = words.size() > 2 && String("show").starts_with(words[1]) && isRecordCommand(words[2]);
+   return isShow ? rightCommand({words.begin() + 1, words.end()}) : "";
+}
+
 int watch(const Client& client, const WatchRequest& request, Signals* signals) {
    const auto rounds = [&](Signals* caught) {
       return runWatch(
@@ -105,7 +124,7 @@ Silo::Store Client::store() const {
 }
 
 int complain(std::string_view problem) {
-   std::cerr << "% " << printable(problem) << '\n';
+   printError("% " + printable(problem));
    return refused;
 }
 
@@ -115,9 +134,12 @@ int runLine(const Client& client, const String& line, Signals* signals) {
       return complain("no command: 'zelctl help' lists them");
    }
    try {
+      if (words.back().ends_with('?')) {
+         return print(helpOnNext(completionsOf(client, line.substr(0, line.rfind('?')))), signals);
+      }
       const String command = commandNamed(words.front());
       if (command == "help") {
-         return print(helpText(), signals);
+         return print(helpOn(words), signals);
       }
       if (isLeaving(command) && words.size() == 1) {
          return carriedOut;
@@ -131,9 +153,11 @@ int runLine(const Client& client, const String& line, Signals* signals) {
       }
       if (command == topCommand) {
          words.front() = command;
-         return isScreen() && !isTopJson(words)
-                     ? watch(client, {.words = words}, signals)
-                     : print(viewTop(words, client.store(), textWidth()), signals);
+         return isScreen() && !isTopJson(words) ? watch(client, {.words = words}, signals)
+                                                : print(viewTop(words, client.store(), textWidth()), signals);
+      }
+      if (const String right = misplaced(words, command); !right.empty()) {
+         return complain("unknown command " + Kiln::quoted(Kiln::joined(words, " ")) + ": try: " + right);
       }
       return askAgent(client, completed(line, words, command), command == "counters", signals);
    } catch (const std::exception& error) {

@@ -47,12 +47,12 @@ Activity PublishedTable::activity(const PublishedRow& row, std::string_view queu
          isMoving = isMoving || one.rate.value_or(0) > 0;
       }
    }
-   return !isRead        ? Activity::neverRead
-          : !isWriterAlive           ? Activity::agentGone
-          : row.isStale              ? Activity::stale
-          : isMoving                 ? Activity::up
-          : isRated                  ? Activity::idle
-                                     : Activity::unrated;
+   return !isRead          ? Activity::neverRead
+          : !isWriterAlive ? Activity::agentGone
+          : row.isStale    ? Activity::stale
+          : isMoving       ? Activity::up
+          : isRated        ? Activity::idle
+                           : Activity::unrated;
 }
 
 std::vector<String> PublishedTable::notes() const {

@@ -12,7 +12,8 @@ using Kiln::String;
 
 // The value, at least 1000, with so many digits and a unit.
 String scaled(double value, int digits) {
-   const double rounded = 1 - 0.5 / (digits == 3 ? 1e3 : 1e4); // 999.5 of three digits is the next unit's 1.00
+   const double rounded =
+        1 - 0.5 / (digits == 3 ? 1e3 : 1e4); // 999.5 of three digits is the next unit's 1.00
    const char* unit = "kMGTPE";
    for (value /= 1000; value >= 1000 * rounded && unit[1] != '\0'; value /= 1000) {
       ++unit;

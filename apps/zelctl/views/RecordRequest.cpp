@@ -12,8 +12,8 @@ using Kiln::String;
 namespace Tables = Silo::Interface;
 
 constexpr std::array keywordNames{std::pair{nonzero, "nonzero"}, std::pair{rates, "rates"},
-                                  std::pair{errors, "errors"}, std::pair{raw, "raw"},
-                                  std::pair{exact, "exact"},   std::pair{json, "json"}};
+                                  std::pair{errors, "errors"},   std::pair{raw, "raw"},
+                                  std::pair{exact, "exact"},     std::pair{json, "json"}};
 
 using enum Column::Shows;
 
@@ -32,11 +32,16 @@ constexpr Column intfColumns[] = {
      {"out-discards", "Out disc", "Out disc/s"},
 };
 constexpr Column intfErrorColumns[] = {
-     {"in-errors", "In errs", "In errs/s"},           {"in-fcs-errors", "FCS", "FCS/s"},
-     {"in-alignment-errors", "Align", "Align/s"},     {"in-symbol-error", "Symbol", "Symbol/s"},
-     {"in-undersize-frames", "Undersz", "Undersz/s"}, {"in-fragment-frames", "Frags", "Frags/s"},
-     {"in-jabber-frames", "Jabber", "Jabber/s"},      {"in-discards", "MAC in disc", "MAC in disc/s"},
-     {"out-errors", "Out errs", "Out errs/s"},        {"out-discards", "MAC out disc", "MAC out disc/s"},
+     {"in-errors", "In errs", "In errs/s"},
+     {"in-fcs-errors", "FCS", "FCS/s"},
+     {"in-alignment-errors", "Align", "Align/s"},
+     {"in-symbol-error", "Symbol", "Symbol/s"},
+     {"in-undersize-frames", "Undersz", "Undersz/s"},
+     {"in-fragment-frames", "Frags", "Frags/s"},
+     {"in-jabber-frames", "Jabber", "Jabber/s"},
+     {"in-discards", "MAC in disc", "MAC in disc/s"},
+     {"out-errors", "Out errs", "Out errs/s"},
+     {"out-discards", "MAC out disc", "MAC out disc/s"},
      {"out-queue-drops", "Queue drops", "Queue drops/s"},
 };
 constexpr Column queueColumns[] = {
@@ -153,7 +158,8 @@ unsigned keywordMeant(const View& view, const String& word) {
       throw std::runtime_error("unexpected " + Kiln::quoted(word) + ": did you mean " + near + "?");
    }
    const bool isAsked = error.ends_with('?');
-   throw std::runtime_error(error + (isAsked ? "" : "; keywords are " + Kiln::joined(keywordsOf(view), ", ")));
+   throw std::runtime_error(error +
+                            (isAsked ? "" : "; keywords are " + Kiln::joined(keywordsOf(view), ", ")));
 }
 
 bool isInterfaceWord(const String& word) {

@@ -99,7 +99,8 @@ std::vector<Column> columnsOf(const RecordRequest& request, bool isWatched) {
    std::vector<Column> columns(all.begin(), all.end());
    std::erase_if(columns, [&](const Column& one) {
       const bool isQueues = one.counter == "out-queue-drops"; // the chip has no reading of their sum
-      return (one.shows == Column::Shows::rate && (isWatched || request.has(rates))) || (isQueues && request.has(raw));
+      return (one.shows == Column::Shows::rate && (isWatched || request.has(rates))) ||
+             (isQueues && request.has(raw));
    });
    return columns;
 }
@@ -198,8 +199,8 @@ std::vector<String> queuesOf(const PublishedRow& row) {
 }
 
 // Queue drops stand in a port's line, and were read at another time.
-void addQueueNote(ShownTable* list, const RecordRequest& request, const std::vector<const PublishedRow*>& rows,
-                  const PublishedTable& table) {
+void addQueueNote(ShownTable* list, const RecordRequest& request,
+                  const std::vector<const PublishedRow*>& rows, const PublishedTable& table) {
    std::vector<String> names;
    double oldest = 0;
    for (const PublishedRow* row : rows) {

@@ -72,7 +72,9 @@ String rowText(const ShownTable& table, const ShownRow& row, const std::vector<C
       const std::size_t width = isLoose(table, row, column.cell) ? 0 : column.width;
       const String blanks(width - std::min(columnsIn(text), width), ' ');
       const bool isFirst = &column == &columns.front();
-      line += isFirst ? text + (isLoose(table, row, 0) ? String(column.width - std::min(columnsIn(text), column.width), ' ') : blanks)
+      line += isFirst ? text + (isLoose(table, row, 0)
+                                     ? String(column.width - std::min(columnsIn(text), column.width), ' ')
+                                     : blanks)
                       : String(gap, ' ') + blanks + text;
    }
    line.resize(line.find_last_not_of(' ') + 1);

@@ -88,9 +88,10 @@ String choose(const String& word, const Words& all) {
    if (meant.size() == 1) {
       return meant.front();
    }
-   throw std::runtime_error(meant.empty() ? "unexpected " + Kiln::quoted(word) + ": " +
-                                                 Kiln::meantOrExpected(word, all, Kiln::choices(all))
-                                          : Kiln::quoted(word) + " is ambiguous: expected " + Kiln::choices(meant));
+   throw std::runtime_error(meant.empty()
+                                 ? "unexpected " + Kiln::quoted(word) + ": " +
+                                        Kiln::meantOrExpected(word, all, Kiln::choices(all))
+                                 : Kiln::quoted(word) + " is ambiguous: expected " + Kiln::choices(meant));
 }
 
 Request parse(const Words& words) {
@@ -137,8 +138,9 @@ Place portOf(const PublishedTable& table, const PublishedRow& row) {
         {std::tuple{inUse, inBits, "in-pkts"}, std::tuple{outUse, outBits, "out-pkts"}}) {
       addUp(&port, row, {name}, packets);
       const bool isKnown = speed > 0 && port.rates[bits] && port.rates[packets];
-      port.rates[use] = isKnown ? std::optional(1000 * (port.value(bits) + overhead * port.value(packets)) / speed)
-                                 : std::nullopt;
+      port.rates[use] =
+           isKnown ? std::optional(1000 * (port.value(bits) + overhead * port.value(packets)) / speed)
+                   : std::nullopt;
    }
    addUp(&port, row, {"in-pkts", "out-pkts"}, packets);
    addUp(&port, row, {"in-discards", "out-discards", "out-queue-drops"}, drops, dropTotal);
@@ -186,9 +188,11 @@ double rank(const Place& place, const Order& order) {
 
 std::vector<Place> ranked(std::vector<Place> places, const Ranking& ranking) {
    const Order& order = *ranking.order;
-   std::erase_if(places, [&](const Place& one) { return rank(one, order) == 0 && one.value(order.second) == 0; });
+   std::erase_if(places,
+                 [&](const Place& one) { return rank(one, order) == 0 && one.value(order.second) == 0; });
    std::ranges::stable_sort(places, [&](const Place& a, const Place& b) {
-      return std::pair(rank(a, order), a.value(order.second)) > std::pair(rank(b, order), b.value(order.second));
+      return std::pair(rank(a, order), a.value(order.second)) >
+             std::pair(rank(b, order), b.value(order.second));
    });
    places.resize(std::min(places.size(), ranking.rows));
    return places;
@@ -202,7 +206,8 @@ String cellText(const Place& place, std::size_t value) {
    if (!rate) {
       return "-";
    }
-   return value == inUse || value == outUse ? perMilleText(Vex::wholeRate(*rate), *rate == 0) : rateText(*rate);
+   return value == inUse || value == outUse ? perMilleText(Vex::wholeRate(*rate), *rate == 0)
+                                            : rateText(*rate);
 }
 
 // What is shown: rankings, each with its places.

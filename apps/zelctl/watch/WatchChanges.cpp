@@ -80,8 +80,7 @@ WatchChanges::Known WatchChanges::seen(const ShownTable& table, const ShownRow& 
    return known;
 }
 
-WatchedTable WatchChanges::compareTable(const ShownTable& table, const String& key,
-                                        KnownTable* known) {
+WatchedTable WatchChanges::compareTable(const ShownTable& table, const String& key, KnownTable* known) {
    WatchedTable watched{table.title, table.columns, {}, table.notes};
    const auto former = tables_.find(key);
    for (const ShownRow& row : table.rows) {

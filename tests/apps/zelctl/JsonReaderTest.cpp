@@ -99,7 +99,9 @@ TEST(CountersDocument, AnotherDocumentIsRefused) {
                          "\"notes\":[],\"rows\":[7]}]}]}";
    for (const String& text : {number, String("[]"), String("{\"chips\":{}}"), String("{\"chips\":[{}]}"),
                               String("{\"chips\":[{\"chip\":\"Zel0\"}]}"), String("x"), nested}) {
-      EXPECT_NE(errorOf([&] { ZelCtl::readCountersDocument(text, 0, 0); }).find("cannot read the agent's answer: "),
+      EXPECT_NE(errorOf([&] {
+                   ZelCtl::readCountersDocument(text, 0, 0);
+                }).find("cannot read the agent's answer: "),
                 String::npos)
            << text;
    }

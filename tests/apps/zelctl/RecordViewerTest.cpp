@@ -14,8 +14,8 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <map>
-#include <nlohmann/json.hpp>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <regex>
 #include <set>
 #include <sstream>
@@ -86,13 +86,14 @@ constexpr const char* noAgent = "No agent is running, so nothing newer is publis
 
 TEST_F(RecordViewer, ListsInterfacesInNaturalOrderWithWhatIsKnownOfThem) {
    publishPorts();
-   EXPECT_EQ(view("interfaces nonzero"),
-             "Interface  State         Age  Speed  In use  Out use  In bit/s  Out bit/s  In octets  Out octets  "
-             "In pkts  Out pkts  In errs  Out errs  In disc  Out disc\n"
-             "Ethernet1     up         0 s    25G   49.6%       0%     12.0G          0       4000           0  "
-             "      0         0        0         0        0         0\n"
-             "Ethernet2  stale  1 h 23 min      -       -        -         -          -     18.45E           0  "
-             "      0         0        0         0        0         0\n");
+   EXPECT_EQ(
+        view("interfaces nonzero"),
+        "Interface  State         Age  Speed  In use  Out use  In bit/s  Out bit/s  In octets  Out octets  "
+        "In pkts  Out pkts  In errs  Out errs  In disc  Out disc\n"
+        "Ethernet1     up         0 s    25G   49.6%       0%     12.0G          0       4000           0  "
+        "      0         0        0         0        0         0\n"
+        "Ethernet2  stale  1 h 23 min      -       -        -         -          -     18.45E           0  "
+        "      0         0        0         0        0         0\n");
    // What does not fit goes as whole columns, those of zeros first.
    EXPECT_EQ(view("interfaces", 60), "Interface   State         Age  Speed  In use  Out use\n"
                                      "Ethernet1      up         0 s    25G   49.6%       0%\n"
@@ -104,7 +105,8 @@ TEST_F(RecordViewer, ListsInterfacesInNaturalOrderWithWhatIsKnownOfThem) {
    ports_.reset();
    EXPECT_TRUE(std::regex_search(
         view("interfaces"),
-        std::regex("Ethernet1 +agent gone +0 s +25G +- +- +- +- +4000 +0 [^]*\nEthernet2 [^]*\n" + String(noAgent))))
+        std::regex("Ethernet1 +agent gone +0 s +25G +- +- +- +- +4000 +0 [^]*\nEthernet2 [^]*\n" +
+                   String(noAgent))))
         << view("interfaces");
 }
 
@@ -112,18 +114,21 @@ TEST_F(RecordViewer, KeywordsChooseWhatIsShown) {
    publishPorts();
    const std::vector<std::pair<String, std::vector<String>>> cases = {
         {"interfaces nonzero raw", {"Ethernet1 .* 5000 ", "Ethernet2 .* 999 ", "Ethernet10 .* 1000 "}},
-        {"interfaces nonzero exact", {"Ethernet1 .* 12000000000 .* 4000 ", "Ethernet2 .* 18446744073709551615 "}},
+        {"interfaces nonzero exact",
+         {"Ethernet1 .* 12000000000 .* 4000 ", "Ethernet2 .* 18446744073709551615 "}},
         {"interfaces Eth1-2 errors nonzero",
          {"Ethernet1: up,", " Counter", "^$", "Ethernet2: stale,", " Counter", "in-fcs-errors +8"}},
         // An absorbed step has no rate, and nor has a stale record. The others are divided by the interval.
         {"interfaces rates nonzero", {"Ethernet1 .* 12.0G +0 +2.50M "}},
         {"interfaces errors nonzero", {"Ethernet2 +stale .* 0 +8 .* 4 +never"}},
         {"interfaces interface Ethernet2 errors nonzero",
-         {"Ethernet2: stale, sampled 1 h 23 min ago, counting for an unknown time; last discontinuity: never; "
+         {"Ethernet2: stale, sampled 1 h 23 min ago, counting for an unknown time; last discontinuity: "
+          "never; "
           "suspect steps: 4",
           " Counter ", "in-fcs-errors +8"}},
         {"interfaces Ethernet1 rat non",
-         {"Ethernet1: up, sampled 0 s ago, counting for 118 s, at 25Gb/s, in 49.6%, out 0%; last discontinuity: its "
+         {"Ethernet1: up, sampled 0 s ago, counting for 118 s, at 25Gb/s, in 49.6%, out 0%; last "
+          "discontinuity: its "
           "creation; ",
           " Counter .*Total .*Per second", "in-octets +4000 +1500000000", "in-pkts +0 +2500000"}},
    };
@@ -149,20 +154,21 @@ TEST_F(RecordViewer, JsonHoldsIntegersOnly) {
    text = std::regex_replace(text, std::regex("\"age-ms\":[0-9]{1,3},"), "\"age-ms\":0,");
    text = std::regex_replace(text, std::regex("\"age-ms\":500[0-9]{4},"), "\"age-ms\":5000000,");
    text = std::regex_replace(text, std::regex("-age-ms\":118[0-9]{3},"), "-age-ms\":118000,");
-   EXPECT_EQ(text, "{\"table\":\"IntfCounters\",\"polling-interval-ms\":2000,\"writer-alive\":true,"
-                   "\"interfaces\":[{\"name\":\"Ethernet1\",\"state\":\"ok\",\"age-ms\":0,\"stale\":false,"
-                   "\"activity\":\"up\","
-                   "\"generation\":1,\"discontinuity-age-ms\":118000,\"created-age-ms\":118000,"
-                   "\"speed\":25000000000,\"in-use-per-mille\":496,\"out-use-per-mille\":0,"
-                   "\"queue-drops-age-ms\":null,\"suspects\":0,"
-                   "\"totals\":{\"in-octets\":4000},\"rates\":{\"in-octets\":1500000000,\"in-pkts\":2500000}},"
-                   "{\"name\":\"Ethernet2\",\"state\":\"ok\",\"age-ms\":5000000,\"stale\":true,"
-                   "\"activity\":\"stale\","
-                   "\"generation\":1,\"discontinuity-age-ms\":null,\"created-age-ms\":null,"
-                   "\"speed\":null,\"in-use-per-mille\":null,\"out-use-per-mille\":null,"
-                   "\"queue-drops-age-ms\":null,\"suspects\":4,"
-                   "\"totals\":{\"in-octets\":18446744073709551615,\"in-fcs-errors\":8},"
-                   "\"rates\":{}}],\"notes\":[]}");
+   EXPECT_EQ(text,
+             "{\"table\":\"IntfCounters\",\"polling-interval-ms\":2000,\"writer-alive\":true,"
+             "\"interfaces\":[{\"name\":\"Ethernet1\",\"state\":\"ok\",\"age-ms\":0,\"stale\":false,"
+             "\"activity\":\"up\","
+             "\"generation\":1,\"discontinuity-age-ms\":118000,\"created-age-ms\":118000,"
+             "\"speed\":25000000000,\"in-use-per-mille\":496,\"out-use-per-mille\":0,"
+             "\"queue-drops-age-ms\":null,\"suspects\":0,"
+             "\"totals\":{\"in-octets\":4000},\"rates\":{\"in-octets\":1500000000,\"in-pkts\":2500000}},"
+             "{\"name\":\"Ethernet2\",\"state\":\"ok\",\"age-ms\":5000000,\"stale\":true,"
+             "\"activity\":\"stale\","
+             "\"generation\":1,\"discontinuity-age-ms\":null,\"created-age-ms\":null,"
+             "\"speed\":null,\"in-use-per-mille\":null,\"out-use-per-mille\":null,"
+             "\"queue-drops-age-ms\":null,\"suspects\":4,"
+             "\"totals\":{\"in-octets\":18446744073709551615,\"in-fcs-errors\":8},"
+             "\"rates\":{}}],\"notes\":[]}");
    EXPECT_EQ(Kiln::JsonWriter::quotedString("a\"\\\n\x7f\xff\x01"),
              "\"a\\\"\\\\\\u000a\\u007f\\u00ff\\u0001\"");
 }
@@ -201,8 +207,7 @@ TEST_F(RecordViewer, DamagedRecordsAreToldApartFromAbsentOnes) {
              "unknown interface 'Ethernet3': expected Ethernet1 to Ethernet2 or Ethernet10; keywords are "
              "nonzero, rates, errors, raw, exact, json");
    EXPECT_EQ(refusal("interfaces ra"), "'ra' is ambiguous: expected rates or raw");
-   EXPECT_EQ(refusal("interfaces ethernet2 json"),
-             "unknown interface 'ethernet2': did you mean Ethernet2?");
+   EXPECT_EQ(refusal("interfaces ethernet2 json"), "unknown interface 'ethernet2': did you mean Ethernet2?");
 }
 
 TEST_F(RecordViewer, AWatchRefusesJsonAndRates) {
@@ -218,11 +223,17 @@ TEST_F(RecordViewer, AWatchRefusesJsonAndRates) {
 
 TEST_F(RecordViewer, ANameThatExistsComesBeforeWhateverElseTheWordMayMean) {
    auto published = table<Tables::L3IntfCounters>(Tables::TableName::vlanIntfCounters);
-   EXPECT_EQ(view("vlans"), "Interface  State  Age  In octets  In pkts  Out octets  Out pkts  Discont\n  none\n"
-                            "An agent is running and publishes nothing here.\n");
+   EXPECT_EQ(view("vlans"),
+             "Interface  State  Age  In octets  In pkts  Out octets  Out pkts  Discont\n  none\n"
+             "An agent is running and publishes nothing here.\n");
    const std::vector<std::pair<String, std::vector<String>>> cases = {
-        {"raw", {"raw"}},       {"br-1", {"br-1"}},   {"intf", {"intf"}},     {"intf json", {"intf", "json"}},
-        {"br-1,Vl20", {"Vlan20", "br-1"}}, {"Vlan10-4094", {"Vlan20"}},       {"interface json raw", {"json", "raw"}}};
+        {"raw", {"raw"}},
+        {"br-1", {"br-1"}},
+        {"intf", {"intf"}},
+        {"intf json", {"intf", "json"}},
+        {"br-1,Vl20", {"Vlan20", "br-1"}},
+        {"Vlan10-4094", {"Vlan20"}},
+        {"interface json raw", {"json", "raw"}}};
    for (const char* const name : {"raw", "br-1", "json", "intf", "Vlan20"}) {
       published.recordIs(name, {}, Silo::monotonicNow());
    }
@@ -236,7 +247,8 @@ TEST_F(RecordViewer, ANameThatExistsComesBeforeWhateverElseTheWordMayMean) {
       EXPECT_EQ(seen, names) << words;
    }
    EXPECT_EQ(refusal("vlans nonzreo"), "unexpected 'nonzreo': did you mean nonzero?");
-   EXPECT_EQ(refusal("vlans interface"), "interface needs an interface: expected Vlan20, br-1, intf, json or raw");
+   EXPECT_EQ(refusal("vlans interface"),
+             "interface needs an interface: expected Vlan20, br-1, intf, json or raw");
 }
 
 TEST_F(RecordViewer, AMissingTableIsNamed) {
@@ -295,11 +307,16 @@ TEST_F(RecordViewer, TextAndJsonOfEveryViewAgree) {
    nat.totalPackets = 7;
    natTable.recordIs("Vlan20", nat, now);
 
-   const std::map<String, String> members = {
-        {"In octets", "in-octets"},     {"Out octets", "out-octets"}, {"In pkts", "in-pkts"},
-        {"Out pkts", "out-pkts"},       {"In errs", "in-errors"},     {"FCS", "in-fcs-errors"},
-        {"Queue drops", "out-queue-drops"}, {"Packets", "packets"},   {"Bytes", "bytes"},
-        {"Drops", "drops"}};
+   const std::map<String, String> members = {{"In octets", "in-octets"},
+                                             {"Out octets", "out-octets"},
+                                             {"In pkts", "in-pkts"},
+                                             {"Out pkts", "out-pkts"},
+                                             {"In errs", "in-errors"},
+                                             {"FCS", "in-fcs-errors"},
+                                             {"Queue drops", "out-queue-drops"},
+                                             {"Packets", "packets"},
+                                             {"Bytes", "bytes"},
+                                             {"Drops", "drops"}};
    std::set<String> states;
    std::size_t counts = 0;
    for (const String command : {"interfaces exact", "interfaces errors exact", "queues exact", "vlans exact",
@@ -316,7 +333,8 @@ TEST_F(RecordViewer, TextAndJsonOfEveryViewAgree) {
          const bool isQueue = row.contains("Queue");
          const String where = command + " of " + row.at("Interface");
          const auto& activity = isQueue ? json["queue-activity"][row.at("Queue")] : json["activity"];
-         EXPECT_EQ(row.at("State"), activity.get<String>() == "no rate" && command == "nat exact" ? "ok" : activity)
+         EXPECT_EQ(row.at("State"),
+                   activity.get<String>() == "no rate" && command == "nat exact" ? "ok" : activity)
               << where;
          states.insert(row.at("State"));
          const bool isAgeKnown = !json["age-ms"].is_null();
@@ -374,8 +392,8 @@ TEST_F(RecordViewer, TopRanksPortsAndQueuesAlikeInTextAndJson) {
    String ranks;
    for (const auto& ranking : document["rankings"]) {
       for (const auto& row : ranking["rows"]) {
-         ranks += row["name"].get<String>() + row.value("queue", "") + " " + row["activity"].get<String>() + " " +
-                  row["drops-per-second"].dump() + " " + row["drops"].dump() + " " +
+         ranks += row["name"].get<String>() + row.value("queue", "") + " " + row["activity"].get<String>() +
+                  " " + row["drops-per-second"].dump() + " " + row["drops"].dump() + " " +
                   row["packets-per-second"].dump() + "\n";
       }
    }
@@ -387,7 +405,8 @@ TEST_F(RecordViewer, TopRanksPortsAndQueuesAlikeInTextAndJson) {
    for (const auto& [words, error] : std::vector<std::pair<Words, String>>{
              {{"top", "bye"}, "unexpected 'bye': did you mean by?"},
              {{"top", "by"}, "by needs a column: expected use, in, out, packets, drops or errors"},
-             {{"top", "by", "speed"}, "unexpected 'speed': expected use, in, out, packets, drops or errors"}}) {
+             {{"top", "by", "speed"},
+              "unexpected 'speed': expected use, in, out, packets, drops or errors"}}) {
       EXPECT_EQ(ZelTest::errorOf([&, one = words] { top(one); }), error);
    }
 }

@@ -128,7 +128,8 @@ TEST(Watch, RatesAreTrueAtAnyInterval) {
          const String& rate = tables[0].rows[0].cells[1].rate;
          if (rate != "-") {
             ++rated;
-            EXPECT_NEAR(std::stod(rate), 27000, 27000 * 0.03) << "round " << round << " of " << interval << " s";
+            EXPECT_NEAR(std::stod(rate), 27000, 27000 * 0.03)
+                 << "round " << round << " of " << interval << " s";
          }
       }
       EXPECT_GE(rated, 79 - std::ceil(2.1 / interval));
@@ -138,9 +139,10 @@ TEST(Watch, RatesAreTrueAtAnyInterval) {
 TEST(Watch, WhatIsNotReadAnyMoreHasNoRate) {
    ZelCtl::WatchChanges changes;
    const auto rate = [&](double sampled, const String& status) {
-      const String answer = R"({"chips": [{"chip": "Zel0", "tables": [{"title": "T", "counters": ["In"], "rows": [
+      const String answer =
+           R"({"chips": [{"chip": "Zel0", "tables": [{"title": "T", "counters": ["In"], "rows": [
          {"Name": "a", "In": 5}], "notes": [], "age-ms": 0, "status": )" +
-                            status + R"(}], "notes": ["Zel0: as of 54 s ago: HW access fails"]}]})";
+           status + R"(}], "notes": ["Zel0: as of 54 s ago: HW access fails"]}]})";
       const auto tables = changes.compare(ZelCtl::readCountersDocument(answer, sampled, sampled));
       EXPECT_EQ(drawn({tables.back()}), "Zel0: as of 54 s ago: HW access fails\n");
       return tables[0].rows[0].cells[1].rate;
@@ -191,9 +193,9 @@ TEST(Watch, ARowThatEndsEarlyEndsInText) {
    ShownTable shown = table({"a 1 0"}, 1);
    shown.rows.push_back({{{"b"}, {"corrupt: checksum mismatch"}}, {}});
    EXPECT_EQ(drawn(changes.compare({shown})), "T\n"
-                                                 "  Name  In  /s  Out  /s\n"
-                                                 "  a      1   -    0   -\n"
-                                                 "  b     corrupt: checksum mismatch\n");
+                                              "  Name  In  /s  Out  /s\n"
+                                              "  a      1   -    0   -\n"
+                                              "  b     corrupt: checksum mismatch\n");
 }
 
 } // namespace
