@@ -125,7 +125,7 @@ Kiln::String ZelCountersMgrCli::selectInterfaces(const ZelCountersCommand& comma
    for (const Kiln::String& name : choice.names) {
       const Pelt::IntfId& intf = *std::ranges::find(known, name, &Pelt::IntfId::text);
       const Chips owners = ownersOf(intf);
-      const Kiln::String error = ownerError(intf, command.chip ? chips.front().ptr() : nullptr, owners);
+      Kiln::String error = ownerError(intf, command.chip ? chips.front().ptr() : nullptr, owners);
       if (!error.empty()) {
          return error;
       }

@@ -22,7 +22,7 @@ using Words = std::vector<String>;
 struct Topic {
    std::string_view word;
    std::string_view line;
-   std::string_view more = "";
+   std::string_view more{};
 };
 
 constexpr std::array topics{

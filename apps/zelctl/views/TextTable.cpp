@@ -69,13 +69,12 @@ String rowText(const ShownTable& table, const ShownRow& row, const std::vector<C
          break;
       }
       const String& text = row.cells[column.cell].text;
-      const std::size_t width = isLoose(table, row, column.cell) ? 0 : column.width;
-      const String blanks(width - std::min(columnsIn(text), width), ' ');
       const bool isFirst = &column == &columns.front();
-      line += isFirst ? text + (isLoose(table, row, 0)
-                                     ? String(column.width - std::min(columnsIn(text), column.width), ' ')
-                                     : blanks)
-                      : String(gap, ' ') + blanks + text;
+      const std::size_t width = isFirst || !isLoose(table, row, column.cell) ? column.width : 0;
+      const String blanks(width - std::min(columnsIn(text), width), ' ');
+      line.append(isFirst ? 0 : gap, ' ');
+      line += isFirst ? text : blanks;
+      line += isFirst ? blanks : text;
    }
    line.resize(line.find_last_not_of(' ') + 1);
    return line + "\n";
