@@ -193,8 +193,14 @@ Kiln::String resolveTable(const ZlResourceInfo::ZlResourceInfoIntf& catalogue, c
    if (!meant.empty()) {
       return "table " + Kiln::quoted(word) + " is ambiguous: expected " + Kiln::choices(meant);
    }
-   return "unknown table " + Kiln::quoted(word) + ": expected an id below " + std::to_string(tables) +
-          " or a name, as 'show info' lists them";
+   std::vector<Kiln::String> names;
+   for (U32 id = 0; id < tables; ++id) {
+      names.push_back(catalogue.zlTableCounter(id)->name);
+   }
+   return "unknown table " + Kiln::quoted(word) + ": " +
+          Kiln::meantOrExpected(word, names,
+                                "an id below " + std::to_string(tables) +
+                                     " or a name, as 'show info' lists them");
 }
 
 Kiln::String resolveOnChip(const ZelCounters& chip, const ZelCountersCommand& command,

@@ -4,6 +4,7 @@
 #include "kiln/Numbered.h"
 
 #include <algorithm>
+#include <array>
 #include <numeric>
 
 namespace Kiln {
@@ -87,9 +88,12 @@ String lowered(std::string_view text) {
    return low;
 }
 
-// How many keys have to be added, dropped, changed or swapped with their neighbour to make one word the other.
-std::size_t keysBetween(const String& from, const String& to) {
-   std::vector<std::vector<std::size_t>> keys(from.size() + 1, std::vector<std::size_t>(to.size() + 1));
+constexpr std::size_t longestCompared = 40; // letters: a longer word is no mistyped one
+
+// How many keys have to be added, dropped, changed or swapped with their neighbour to make one word the other. Allocates
+// nothing, since a command may compare thousands of names.
+std::size_t keysBetween(std::string_view from, std::string_view to) {
+   std::array<std::array<std::size_t, longestCompared + 1>, longestCompared + 1> keys;
    std::iota(keys[0].begin(), keys[0].end(), 0);
    for (std::size_t i = 1; i <= from.size(); ++i) {
       keys[i][0] = i;
@@ -120,16 +124,24 @@ std::vector<String> wordsMeant(std::string_view word, const std::vector<String>&
 }
 
 String nearest(std::string_view word, const std::vector<String>& all) {
-   constexpr std::size_t longest = 40; // of a word that is worth the comparison
-   const String low = lowered(word);
    String near;
+   if (word.size() > longestCompared) {
+      return near;
+   }
+   const String low = lowered(word);
+   const Numbered numbered(low);
    // A word of two letters is two keys away from half the language, and numbers that differ are different things.
-   std::size_t least = word.size() > longest ? 0 : word.size() < 3 ? 1 : word.size() < 5 ? 2 : 3;
+   std::size_t least = word.size() < 3 ? 1 : word.size() < 5 ? 2 : 3;
    for (const String& choice : all) {
+      if (choice.size() >= word.size() + least || choice.size() + least <= word.size() ||
+          choice.size() > longestCompared) {
+         continue;
+      }
       const String other = lowered(choice);
-      const bool isOtherNumber = low != other && Numbered(low).isNumbered && Numbered(other).isNumbered &&
-                                 Numbered(low).number != Numbered(other).number;
-      const std::size_t keys = choice.size() > longest || isOtherNumber ? least : keysBetween(low, other);
+      const Numbered otherNumbered(other);
+      const bool isOtherNumber =
+           numbered.isNumbered && otherNumbered.isNumbered && numbered.number != otherNumbered.number;
+      const std::size_t keys = isOtherNumber ? least : keysBetween(low, other);
       if (keys < least) {
          least = keys;
          near = choice;

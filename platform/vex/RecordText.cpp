@@ -93,6 +93,7 @@ RecordText textOf(const Silo::Interface::NatCounter& record) {
    text.counters = {
         {.name = "packets", .total = record.totalPackets, .reading = record.packets, .isRead = isRead},
         {.name = "bytes", .total = record.totalBytes, .reading = record.bytes, .isRead = isRead}};
+   text.isRated = false;
    text.times = timesOf(record);
    text.times.push_back({"creation", static_cast<double>(record.creationTime)});
    text.times.push_back({"last-update", record.lastUpdate});

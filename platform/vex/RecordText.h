@@ -34,6 +34,7 @@ struct RecordText {
    std::optional<double> interval{}; // seconds that the last step took; if known
    std::optional<U64> suspects{};    // where the record counts them
    std::optional<U64> speed{};       // of a port, bit/s; 0: not known
+   bool isRated = true;              // false: records of this kind have no rates
 
    // 0 for a name that the record does not have.
    double time(std::string_view name) const;

@@ -2,7 +2,6 @@
 #include "apps/zelctl/commands/Help.h"
 
 #include "apps/zelctl/commands/CommandWords.h"
-#include "apps/zelctl/terminal/Utf8.h"
 #include "apps/zelctl/views/RecordRequest.h"
 #include "apps/zelctl/views/TopView.h"
 #include "kiln/Choices.h"

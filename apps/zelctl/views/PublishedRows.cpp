@@ -17,6 +17,8 @@ const char* text(Activity activity) {
       return "up";
    case Activity::idle:
       return "idle";
+   case Activity::read:
+      return "ok";
    case Activity::unrated:
       return "no rate";
    case Activity::stale:
@@ -47,12 +49,13 @@ Activity PublishedTable::activity(const PublishedRow& row, std::string_view queu
          isMoving = isMoving || one.rate.value_or(0) > 0;
       }
    }
-   return !isRead          ? Activity::neverRead
-          : !isWriterAlive ? Activity::agentGone
-          : row.isStale    ? Activity::stale
-          : isMoving       ? Activity::up
-          : isRated        ? Activity::idle
-                           : Activity::unrated;
+   return !isRead             ? Activity::neverRead
+          : !isWriterAlive    ? Activity::agentGone
+          : row.isStale       ? Activity::stale
+          : !row.text.isRated ? Activity::read
+          : isMoving          ? Activity::up
+          : isRated           ? Activity::idle
+                              : Activity::unrated;
 }
 
 std::vector<String> PublishedTable::notes() const {

@@ -15,6 +15,7 @@ namespace ZelCtl {
 enum class Activity : U8 {
    up,        // packets passed during the last polling interval
    idle,      // none did
+   read,      // fresh, of a kind that has no rates
    unrated,   // fresh, but nobody knows how many: it was read once, or the last step was an upset
    stale,     // nobody has read it for three polling intervals
    neverRead, // nor ever

@@ -45,11 +45,11 @@ String rateText(double rate) {
    return text;
 }
 
-String speedText(U64 bitsPerSecond) {
+String speedText(U64 bitsPerSecond, const char* unit) {
    constexpr double giga = 1e9;
    char text[48];
-   std::snprintf(text, sizeof text, "%.9gG", static_cast<double>(bitsPerSecond) / giga);
-   return text;
+   std::snprintf(text, sizeof text, "%.9g", static_cast<double>(bitsPerSecond) / giga);
+   return String(text) + unit;
 }
 
 String perMilleText(U64 perMille, bool isZero) {

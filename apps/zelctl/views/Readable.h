@@ -12,8 +12,8 @@ Kiln::String countText(U64 count);
 // drop every few seconds does not look like none.
 Kiln::String rateText(double rate);
 
-// Of a port: "100G", "0.1G".
-Kiln::String speedText(U64 bitsPerSecond);
+// Of a port, in the unit of 10^9 bit/s: "100G", "0.1 Gb/s".
+Kiln::String speedText(U64 bitsPerSecond, const char* unit);
 
 // Of 1000: "7.5%", "100%"; what is more than 0 never looks like it.
 Kiln::String perMilleText(U64 perMille, bool isZero);

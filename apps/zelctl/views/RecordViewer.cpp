@@ -131,13 +131,11 @@ void addLine(ShownTable* list, const RecordRequest& request, bool isWatched, con
    if (view.isByQueue) {
       line.cells.push_back({queue});
    }
-   const Activity activity = table.activity(row, queue);
-   const bool isFresh = activity == Activity::unrated && (view.takes & rates) == 0;
-   line.cells.push_back({isFresh ? "ok" : text(activity)});
+   line.cells.push_back({text(table.activity(row, queue))});
    line.cells.push_back({ageText(row)});
    if (hasSpeed(request)) {
       const U64 speed = row.text.speed.value_or(0);
-      line.cells.push_back({speed == 0 ? unknown : speedText(speed)});
+      line.cells.push_back({speed == 0 ? unknown : speedText(speed, "G")});
    }
    for (const Column& column : columnsOf(request, isWatched)) {
       const String name = (queue.empty() ? "" : "queue." + queue + ".") + String(column.counter);
@@ -198,25 +196,6 @@ std::vector<String> queuesOf(const PublishedRow& row) {
    return queues;
 }
 
-// Queue drops stand in a port's line, and were read at another time.
-void addQueueNote(ShownTable* list, const RecordRequest& request,
-                  const std::vector<const PublishedRow*>& rows, const PublishedTable& table) {
-   std::vector<String> names;
-   double oldest = 0;
-   for (const PublishedRow* row : rows) {
-      const double age = row->queuesAge.value_or(0);
-      if (request.has(errors) && !row->isStale && age > staleAfter * table.pollingInterval) {
-         names.push_back(row->name);
-         oldest = std::max(oldest, age);
-      }
-   }
-   if (!names.empty()) {
-      list->notes.push_back("Queue drops of " +
-                            (names.size() == 1 ? names.front() : Kiln::counted(names.size(), "port")) +
-                            ": as of " + Kiln::durationText(oldest) + " ago");
-   }
-}
-
 ShownTable listOf(const RecordRequest& request, bool isWatched, const PublishedTable& table,
                   const std::vector<const PublishedRow*>& rows) {
    ShownTable list{"", listColumns(request, isWatched), {}};
@@ -235,14 +214,13 @@ ShownTable listOf(const RecordRequest& request, bool isWatched, const PublishedT
    if (list.rows.empty()) {
       list.notes.emplace_back("  none");
    }
-   addQueueNote(&list, request, rows, table);
    return list;
 }
 
 // The line's speed, and how much of it is used.
 String lineText(const PublishedRow& row) {
    const U64 speed = row.text.speed.value_or(0);
-   String text = speed == 0 ? "" : ", at " + speedText(speed) + "b/s";
+   String text = speed == 0 ? "" : ", at " + speedText(speed, " Gb/s");
    for (const char* const direction : {"in", "out"}) {
       const NamedCounter* const octets = row.counter(String(direction) + "-octets");
       if (octets != nullptr && usePerMille(row, direction)) {
@@ -288,6 +266,27 @@ ShownTable wholeOf(const RecordRequest& request, const PublishedTable& table, co
    return whole;
 }
 
+// What is to be said below the rows. Queue drops stand in a port's line, and were read at another time.
+std::vector<String> notesOf(const RecordRequest& request, const PublishedTable& table,
+                            const std::vector<const PublishedRow*>& rows) {
+   std::vector<String> notes = table.notes();
+   std::vector<String> names;
+   double oldest = 0;
+   for (const PublishedRow* row : rows) {
+      const double age = row->queuesAge.value_or(0);
+      if (!row->isStale && age > staleAfter * table.pollingInterval) {
+         names.push_back(row->name);
+         oldest = std::max(oldest, age);
+      }
+   }
+   if (!names.empty() && (request.has(errors) || !request.names.empty())) {
+      notes.push_back("Queue drops of " +
+                      (names.size() == 1 ? names.front() : Kiln::counted(names.size(), "port")) + ": as of " +
+                      Kiln::durationText(oldest) + " ago");
+   }
+   return notes;
+}
+
 std::vector<ShownTable> tablesOf(const RecordRequest& request, const PublishedTable& table, bool isWatched) {
    std::vector<ShownTable> tables;
    const std::vector<const PublishedRow*> rows = selectRows(request, table);
@@ -298,7 +297,7 @@ std::vector<ShownTable> tablesOf(const RecordRequest& request, const PublishedTa
          tables.push_back(wholeOf(request, table, *row));
       }
    }
-   for (const String& note : table.notes()) {
+   for (const String& note : notesOf(request, table, rows)) {
       tables.back().notes.push_back(note);
    }
    return tables;
@@ -409,12 +408,13 @@ String jsonOf(const RecordRequest& request, const PublishedTable& table) {
    out.value("polling-interval-ms", Vex::milliseconds(table.pollingInterval));
    out.value("writer-alive", table.isWriterAlive);
    out.begin("interfaces", '[');
-   for (const PublishedRow* row : selectRows(request, table)) {
+   const std::vector<const PublishedRow*> rows = selectRows(request, table);
+   for (const PublishedRow* row : rows) {
       addRow(&out, request, table, *row);
    }
    out.end(']');
    out.begin("notes", '[');
-   for (const String& note : table.notes()) {
+   for (const String& note : notesOf(request, table, rows)) {
       out.value("", std::string_view(note));
    }
    out.end(']');
