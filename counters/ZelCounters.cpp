@@ -149,7 +149,10 @@ void ZelCounters::stop() {
    if (hwTableCountersSm_) {
       hwTableCountersSm_->stop();
    }
-   zelCountersSm_ = nullptr;
+   if (zelCountersSm_) {
+      zelCountersSm_->stop();
+      zelCountersSm_ = nullptr;
+   }
    queues_.stop();
    tm_.pipeTmCounterSmDelAll();
    // Whoever holds the chip longer must not keep these: their clocks run, and one process at a time writes a table.

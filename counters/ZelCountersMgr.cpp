@@ -29,6 +29,31 @@ constexpr U32 wheelEntriesPerTick = 20;
 constexpr U32 wheelFirstSlot = 0;
 constexpr U32 wheelSlots = 1024;
 
+// Others may hold a service longer than the manager does: from then on it watches nothing and asks nobody.
+void stop(Vex::Counters::CountersSm& sm) {
+   sm.hasNotificationActiveIs(false);
+}
+void stop(Vex::SubIntfCountersSm& sm) {
+   sm.hasNotificationActiveIs(false);
+}
+void stop(ZelCountersL3IntfSm& sm) {
+   sm.stop();
+}
+void stop(ZelVlanIntfSm& sm) {
+   sm.vlanIntfStatusDirIs(nullptr);
+}
+void stop(ZelCountersHelper& helper) {
+   helper.mgrDel();
+}
+
+template <class Service>
+void replaceService(Kiln::Ptr<Service>& service, Kiln::Ptr<Service> successor) {
+   if (service && service != successor) {
+      stop(*service);
+   }
+   service = std::move(successor);
+}
+
 } // namespace
 
 Kiln::Ptr<ZelCountersMgr> zelCountersMgrFactory(Kiln::Ptr<const ZelSystem::SystemStatus> systemStatus,
@@ -70,22 +95,18 @@ ZelCountersMgr::~ZelCountersMgr() {
    stop();
 }
 
-// First what starts requests, then the chips: their completions must find nobody. Others may hold the reactors longer,
-// whose helper points back here: so these are told to watch nothing any more, and their clocks to stop.
+// First what starts requests, then the chips: their completions must find nobody. Then the services, which stop as the
+// manager lets go of them.
 void ZelCountersMgr::stop() {
    cliCallbackDel();
    countersMgrSmDel();
    readOnceMore();
    zelCountersDelAll();
-   if (zelCountersL3IntfSm()) {
-      zelCountersL3IntfSm()->stop();
-   }
-   if (vexCountersSm()) {
-      vexCountersSm()->hasNotificationActiveIs(false);
-   }
-   if (vexSubIntfCountersSm()) {
-      vexSubIntfCountersSm()->hasNotificationActiveIs(false);
-   }
+   zelCountersL3IntfSmDel();
+   vlanIntfSmDel();
+   vexCountersSmDel();
+   vexSubIntfCountersSmDel();
+   zelCountersHelperDel();
 }
 
 void ZelCountersMgr::handlePort(const Pelt::IntfId& intf) {
@@ -228,11 +249,15 @@ void ZelCountersMgr::countersMgrSmIs(ZelCountersMgr* mgr,
                                      Kiln::Ptr<const ZelSystem::SystemStatus> systemStatus,
                                      Kiln::Ptr<const Kiln::Clock> clock) {
    KILN_TRACE(1, "countersMgrSmIs");
+   countersMgrSmDel();
    countersMgrSm_ = Kiln::allocate<ZelCountersMgrSm>(mgr, std::move(systemStatus), std::move(clock));
    countersMgrSm_->hasNotificationActiveIs(true);
 }
 
 void ZelCountersMgr::countersMgrSmDel() {
+   if (countersMgrSm_) {
+      countersMgrSm_->stop();
+   }
    countersMgrSm_ = nullptr;
 }
 
@@ -347,13 +372,48 @@ KILN_POINTER_TO_DEFINE(ZelCountersMgr, Agent::AgentCommandRequestDirSm, cliReque
 KILN_POINTER_TO_DEFINE(ZelCountersMgr, ZelQos::TmCountersData, tmCountersData)
 KILN_POINTER_TO_DEFINE(ZelCountersMgr, ZelQos::TmCountersData, tmCountersDataLastClear)
 KILN_POINTER_TO_DEFINE(ZelCountersMgr, CliPortDropData, cliPortDropData)
-KILN_POINTER_TO_DEFINE(ZelCountersMgr, Vex::Counters::CountersSm, vexCountersSm)
 KILN_POINTER_TO_DEFINE(ZelCountersMgr, Vex::VexL3IntfData, vexL3IntfData)
-KILN_POINTER_TO_DEFINE(ZelCountersMgr, ZelCountersL3IntfSm, zelCountersL3IntfSm)
 KILN_POINTER_TO_DEFINE(ZelCountersMgr, ZelCountersSubIntfCountersHelper, zelSubIntfCountersHelper)
-KILN_POINTER_TO_DEFINE(ZelCountersMgr, Vex::SubIntfCountersSm, vexSubIntfCountersSm)
-KILN_POINTER_TO_DEFINE(ZelCountersMgr, ZelCountersHelper, zelCountersHelper)
-KILN_POINTER_TO_DEFINE(ZelCountersMgr, ZelVlanIntfSm, vlanIntfSm)
+
+void ZelCountersMgr::vexCountersSmIs(Kiln::Ptr<Vex::Counters::CountersSm> value) {
+   replaceService(vexCountersSm_, std::move(value));
+}
+
+void ZelCountersMgr::vexCountersSmDel() {
+   replaceService(vexCountersSm_, {});
+}
+
+void ZelCountersMgr::zelCountersL3IntfSmIs(Kiln::Ptr<ZelCountersL3IntfSm> value) {
+   replaceService(zelCountersL3IntfSm_, std::move(value));
+}
+
+void ZelCountersMgr::zelCountersL3IntfSmDel() {
+   replaceService(zelCountersL3IntfSm_, {});
+}
+
+void ZelCountersMgr::vexSubIntfCountersSmIs(Kiln::Ptr<Vex::SubIntfCountersSm> value) {
+   replaceService(vexSubIntfCountersSm_, std::move(value));
+}
+
+void ZelCountersMgr::vexSubIntfCountersSmDel() {
+   replaceService(vexSubIntfCountersSm_, {});
+}
+
+void ZelCountersMgr::zelCountersHelperIs(Kiln::Ptr<ZelCountersHelper> value) {
+   replaceService(zelCountersHelper_, std::move(value));
+}
+
+void ZelCountersMgr::zelCountersHelperDel() {
+   replaceService(zelCountersHelper_, {});
+}
+
+void ZelCountersMgr::vlanIntfSmIs(Kiln::Ptr<ZelVlanIntfSm> value) {
+   replaceService(vlanIntfSm_, std::move(value));
+}
+
+void ZelCountersMgr::vlanIntfSmDel() {
+   replaceService(vlanIntfSm_, {});
+}
 
 ZelCountersMgrSm::ZelCountersMgrSm(ZelCountersMgr* mgr, Kiln::Ptr<const ZelSystem::SystemStatus> systemStatus,
                                    Kiln::Ptr<const Kiln::Clock> clock)
@@ -369,7 +429,16 @@ void ZelCountersMgrSm::handleInitialized() {
    initializedIs(true);
 }
 
+void ZelCountersMgrSm::stop() {
+   intfCounterPollingClock_.timeMinIs(Kiln::never);
+   systemStatus_.notifierIs(nullptr);
+   mgr_ = nullptr;
+}
+
 void ZelCountersMgrSm::armPollingClock() {
+   if (mgr_ == nullptr) { // stopped in the middle of a pass
+      return;
+   }
    const double interval = mgr_->sdkPollingInterval();
    intfCounterPollingClock_.timeMinIs(Kiln::System::currentTime() + interval);
    if (interval != publishedInterval_) {

@@ -43,8 +43,9 @@ class ZelCountersMgr : public Kiln::Entity, public ManagerAccess {
                   Kiln::Ptr<ZelQos::TmCountersData> tmCountersData,
                   Kiln::Ptr<ZelQos::TmCountersData> tmCountersDataLastClear,
                   Kiln::Ptr<CliPortDropData> cliPortDropData);
-   // Reads what the chips counted since the last polls once more and publishes it, so the SDK has to answer still, if
-   // only with errors. The same goes for deleteChip.
+   // Reads once more what the SDK gives at once (queues, drops, pipeline, traffic manager, VLANs), and publishes it: so
+   // the SDK has to answer still, if only with errors. Neither reads ports nor syncs tables, which complete later: of what
+   // these counted, the last polls stand. The same goes for deleteChip.
    ~ZelCountersMgr() override;
 
    // A chip came up. If its device id is in use, it takes that chip's place, as if the old one had been deleted first, but
@@ -57,7 +58,7 @@ class ZelCountersMgr : public Kiln::Entity, public ManagerAccess {
    // A chip went away. Removes every chip of that name; does nothing for an unknown one.
    void deleteChip(Kiln::String chipName);
 
-   // Starts the reads of every chip's ports.
+   // Starts the reads of every chip's ports, besides those of the clock. Syncs no table.
    void requestHwCountersPolling();
 
    // Removes the shared records of interfaces that an earlier process published and that are not there any more. To be
@@ -101,10 +102,11 @@ class ZelCountersMgr : public Kiln::Entity, public ManagerAccess {
    void countersMgrSmIs(ZelCountersMgr* mgr, Kiln::Ptr<const ZelSystem::SystemStatus> systemStatus,
                         Kiln::Ptr<const Kiln::Clock> clock);
    void countersMgrSmDel();
-   KILN_POINTER_TO(Vex::Counters::CountersSm, vexCountersSm, override)
    KILN_POINTER_TO(Vex::VexL3IntfData, vexL3IntfData)
-   KILN_POINTER_TO(ZelCountersL3IntfSm, zelCountersL3IntfSm, override)
    KILN_POINTER_TO(ZelCountersSubIntfCountersHelper, zelSubIntfCountersHelper)
+   // These stop when they are let go of, whoever still holds them.
+   KILN_POINTER_TO(Vex::Counters::CountersSm, vexCountersSm, override)
+   KILN_POINTER_TO(ZelCountersL3IntfSm, zelCountersL3IntfSm, override)
    KILN_POINTER_TO(Vex::SubIntfCountersSm, vexSubIntfCountersSm)
    KILN_POINTER_TO(ZelCountersHelper, zelCountersHelper)
    KILN_POINTER_TO(ZelVlanIntfSm, vlanIntfSm)
@@ -139,6 +141,8 @@ class ZelCountersMgrSm : public Kiln::Entity {
  public:
    ZelCountersMgrSm(ZelCountersMgr* mgr, Kiln::Ptr<const ZelSystem::SystemStatus> systemStatus,
                     Kiln::Ptr<const Kiln::Clock> clock);
+   // There are no more passes, and nothing is watched, whoever still holds this.
+   void stop();
 
    // When the next polling pass is due.
    double intfCounterPollingTimeMin() const { return intfCounterPollingClock_.timeMin(); }
@@ -159,7 +163,7 @@ class ZelCountersMgrSm : public Kiln::Entity {
    void publishInterval(double seconds);
    void publishQueueInterval();
 
-   ZelCountersMgr* mgr_; // owns this
+   ZelCountersMgr* mgr_; // owns this; null once stopped
    KilnSystemStatus systemStatus_;
    Kiln::Timer<ZelCountersMgrSm> intfCounterPollingClock_;
    double publishedInterval_ = 0;      // seconds; 0 for none yet

@@ -12,11 +12,12 @@ using Chip = ZelCounters;
 using Out = ShowOutput;
 using Args = ChipArguments;
 
-// Without a table, a pipe means every table that has it; a symmetric one has no pipes to tell apart.
+// Without a table, a pipe means every table that has it; a symmetric one has no pipes to tell apart. Whether a table has
+// them is not known before it is initialized: each of these says so.
 template <class Visit>
 void forEachPerPipeTable(const Chip& chip, Visit visit) {
    for (U32 id = 0; id < chip.tablesNum(); ++id) {
-      if (chip.perPipeCounter(id)) {
+      if (chip.perPipeCounter(id) || !chip.initializedCounter(id)) {
          visit(id);
       }
    }

@@ -15,11 +15,22 @@ PipeTmCounterSm::PipeTmCounterSm(TmCounters* parent, PipeTmCounterKey key, U32 p
      : parent_(parent), key_(key), physicalPipe_(physicalPipe),
        pollingClock_(std::move(clock), this, &PipeTmCounterSm::handlePollingClock) {}
 
+void PipeTmCounterSm::stop() {
+   pollingClock_.timeMinIs(Kiln::never);
+   parent_ = nullptr;
+}
+
 void PipeTmCounterSm::scheduleClock() {
+   if (parent_ == nullptr) {
+      return;
+   }
    pollingClock_.timeMinIs(Kiln::System::currentTime() + pollingInterval());
 }
 
 void PipeTmCounterSm::poll() {
+   if (parent_ == nullptr) {
+      return;
+   }
    bf_tm_pipe_counter_t counter{};
    const bf_status_t status = bf_tm_pipe_counter_get(parent()->deviceId(), static_cast<U16>(physicalPipe()),
                                                      key_.counterType, &counter);

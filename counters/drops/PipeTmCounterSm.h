@@ -33,6 +33,10 @@ class PipeTmCounterSm : public Kiln::Entity {
    PipeTmCounterSm(TmCounters* parent, PipeTmCounterKey key, U32 physicalPipe,
                    Kiln::Ptr<const Kiln::Clock> clock);
 
+   // The chip goes away: nothing is polled any more, whoever still holds this.
+   void stop();
+
+   // Null once stopped.
    TmCounters* parent() const { return parent_; }
    const PipeTmCounterKey& key() const { return key_; }
    U32 physicalPipe() const { return physicalPipe_; }
@@ -50,7 +54,7 @@ class PipeTmCounterSm : public Kiln::Entity {
  private:
    void handlePollingClock();
 
-   TmCounters* parent_; // owns this
+   TmCounters* parent_; // owns this; null once stopped
    PipeTmCounterKey key_;
    U32 physicalPipe_;
    Kiln::Timer<PipeTmCounterSm> pollingClock_;

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <string>
+#include <utility>
 
 namespace ZelCounter {
 
@@ -80,6 +81,12 @@ const Kiln::Ptr<PipeTmCounterSm>& TmCounters::pipeTmCounterSmIs(const PipeTmCoun
       pipeTmCounterSm_.set(key, Kiln::allocate<PipeTmCounterSm>(this, key, physicalPipe, std::move(clock)));
    }
    return *pipeTmCounterSm_.find(key);
+}
+
+void TmCounters::pipeTmCounterSmDelAll() {
+   for (const auto& [key, poller] : std::exchange(pipeTmCounterSm_, {})) {
+      poller->stop();
+   }
 }
 
 void TmCounters::counterIs(const PipeTmCounterKey& key, bf_status_t status,

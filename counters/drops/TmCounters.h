@@ -31,7 +31,7 @@ class TmCounters : public ChipView {
    // The key's poller; a missing one is made.
    const Kiln::Ptr<PipeTmCounterSm>& pipeTmCounterSmIs(const PipeTmCounterKey& key, U32 physicalPipe,
                                                        Kiln::Ptr<const Kiln::Clock> clock);
-   void pipeTmCounterSmDelAll() { pipeTmCounterSm_ = {}; }
+   void pipeTmCounterSmDelAll();
    // Polls every counter now. What can't be read stays as it is.
    void readAll();
 

@@ -53,6 +53,11 @@ void ZelCountersHelper::getIntfQueueType(const Pelt::IntfId& intf, VexTypes::Int
    }
 }
 
+// An interface without a port is of device 8, which no chip has.
+Kiln::Ptr<ZelCounters> ZelCountersHelper::chipOf(const Pelt::IntfId& intf) const {
+   return mgr_ != nullptr ? mgr_->zelCounters(systemStatus_->portInfo(intf).devId) : nullptr;
+}
+
 // Nothing to set up, or to take down below: a VLAN is counted from when it carries an L3 interface until it doesn't.
 bool ZelCountersHelper::initializeVlanIntfCounters(const Pelt::IntfId& vlanIntf, U16 vlan) {
    KILN_TRACE(5, "initializeVlanIntfCounters, vlanIntf: " << vlanIntf << ", vlan: " << vlan);
@@ -73,15 +78,13 @@ bool ZelCountersHelper::getVlanIntfCounters(const Pelt::IntfId& vlanIntf,
                                             const Kiln::Ptr<VexTypes::L3IntfCounters>& current,
                                             const Kiln::Ptr<VexTypes::L3IntfCounters>&) {
    KILN_TRACE(5, "getVlanIntfCounters, vlanIntf: " << vlanIntf);
-   return readL3Intf(mgr_->zelCountersL3IntfSm(), vlanIntf, *current);
+   return mgr_ != nullptr && readL3Intf(mgr_->zelCountersL3IntfSm(), vlanIntf, *current);
 }
 
 void ZelCountersHelper::getCounters(const Pelt::IntfId& intf, const Kiln::Ptr<VexTypes::IntfCounters>& record,
                                     const Kiln::Ptr<VexTypes::IntfCounters>& previous) {
    KILN_TRACE(5, "getCounters, intf: " << intf);
-   // An interface without a port is of device 8, which no chip has: its record is left alone.
-   const ZelId::ZelDevId devId = systemStatus_->portInfo(intf).devId;
-   if (const Kiln::Ptr<ZelCounters> chip = mgr_->zelCounters(devId)) {
+   if (const Kiln::Ptr<ZelCounters> chip = chipOf(intf)) {
       chip->getMacCounters(intf, record, previous);
    }
 }
@@ -99,6 +102,9 @@ void ZelCountersHelper::initialize(const Pelt::IntfId& intf) {
    KILN_TRACE(1, "ZelCountersHelper::"
                       << "initialize"
                       << ", intf: " << intf);
+   if (mgr_ == nullptr) {
+      return;
+   }
    const Kiln::Ptr<Vex::Counters::VexPortCounterSm> vexPortCounterSm =
         mgr_->vexCountersSm()->vexPortCounterSm(intf);
    KILN_ASSERT(vexPortCounterSm);
@@ -135,9 +141,7 @@ VexTypes::IntfQueueCounters ZelCountersHelper::getIntfQueueCounters(const Pelt::
    KILN_TRACE(5, "getIntfQueueCounters"
                       << ", intf: " << intf);
    record = {};
-   // An interface without a port has no device, and so no chip.
-   const Kiln::Ptr<ZelCounters> chip = mgr_->zelCounters(systemStatus_->portInfo(intf).devId);
-   if (chip) {
+   if (const Kiln::Ptr<ZelCounters> chip = chipOf(intf)) {
       const Kiln::Ptr<IntfQueueCounters> intfQueueCounters = chip->intfQueueCounters(intf);
       KILN_ASSERT(intfQueueCounters);
       record = queueRecord(*intfQueueCounters);
@@ -148,11 +152,11 @@ VexTypes::IntfQueueCounters ZelCountersHelper::getIntfQueueCounters(const Pelt::
 void ZelCountersHelper::doClearIntfQueueCounters(const Pelt::IntfId& intf, bool portChanged) {
    KILN_TRACE(5, "doClearIntfQueueCounters, intf: " << intf << ", portChanged: " << portChanged);
    const ZelSystem::PortRecord* const port = systemStatus_->portInfo().find(intf);
-   if (port == nullptr) {
+   if (mgr_ == nullptr || port == nullptr) {
       return;
    }
    const unsigned queues = queuesOfPort(port->pipePort());
-   if (const Kiln::Ptr<ZelCounters> chip = mgr_->zelCounters(port->devId)) {
+   if (const Kiln::Ptr<ZelCounters> chip = chipOf(intf)) {
       chip->queues().clear(intf);
    }
    createSharedQueues(intf, queues);

@@ -8,13 +8,16 @@
 namespace ZelCounter {
 
 class ManagerAccess;
+class ZelCounters;
 
 // One a process, made by the counters manager. Passes requests about an interface on to the chip that has it, or to the
 // L3 reactor. Activity thread.
 class ZelCountersHelper : public VexHelper::VexHelperCountersSm {
  public:
-   // The manager owns this and is held by a raw pointer.
+   // The manager owns this and is held by a raw pointer. The forwarding layer may hold this longer: once the manager has
+   // let go of it, no interface is known.
    ZelCountersHelper(ManagerAccess* mgr, Kiln::Ptr<const ZelSystem::SystemStatus> systemStatus);
+   void mgrDel() { mgr_ = nullptr; }
 
    void getIntfQueueType(const Pelt::IntfId& intf, VexTypes::IntfQueueType& type) override;
    bool initializeVlanIntfCounters(const Pelt::IntfId& vlanIntf, U16 vlan) override;
@@ -36,7 +39,10 @@ class ZelCountersHelper : public VexHelper::VexHelperCountersSm {
    // Creates the interface's missing entries in the shared queue table.
    void createSharedQueues(const Pelt::IntfId& intf, unsigned queues);
 
-   ManagerAccess* mgr_;
+   // The chip that has the interface, if any.
+   Kiln::Ptr<ZelCounters> chipOf(const Pelt::IntfId& intf) const;
+
+   ManagerAccess* mgr_; // owns this; null once it has let go
    Kiln::Ptr<const ZelSystem::SystemStatus> systemStatus_;
 };
 

@@ -23,6 +23,12 @@ ZelCountersL3Helper::RetrySm::RetrySm(Kiln::Ptr<const Kiln::Clock> clock,
    chipStatusIs(std::move(chipStatus));
 }
 
+void ZelCountersL3Helper::RetrySm::stop() {
+   clockDel();
+   chipStatusDel();
+   helper_ = nullptr;
+}
+
 void ZelCountersL3Helper::RetrySm::clockIs(Kiln::Ptr<const Kiln::Clock> clock) {
    clock_ = clock ? std::make_unique<Kiln::Timer<RetrySm>>(std::move(clock), this, &RetrySm::retryPendingVlan)
                   : nullptr;
@@ -34,7 +40,7 @@ void ZelCountersL3Helper::RetrySm::chipStatusIs(Kiln::Ptr<const ZelSlice::ChipSt
 
 // An armed timer is not moved: a stream of removals must not put the retry off for ever.
 void ZelCountersL3Helper::RetrySm::startTimer() {
-   if (!clock_ || clock_->isArmed()) {
+   if (helper_ == nullptr || !clock_ || clock_->isArmed()) {
       return;
    }
    KILN_RINGLOG_TRACE(9, "Starting timer for " << helper_->pendingVlan().size() << " vlans");
@@ -42,6 +48,9 @@ void ZelCountersL3Helper::RetrySm::startTimer() {
 }
 
 void ZelCountersL3Helper::RetrySm::retryPendingVlan() {
+   if (helper_ == nullptr) {
+      return;
+   }
    if (clock_) {
       clock_->timeMinIs(Kiln::never); // also when this was called before the expiry
    }
@@ -49,6 +58,9 @@ void ZelCountersL3Helper::RetrySm::retryPendingVlan() {
 }
 
 void ZelCountersL3Helper::RetrySm::handleChipStatus() {
+   if (helper_ == nullptr) {
+      return;
+   }
    KILN_ASSERT(chipStatus_.notifier());
    const U32 state = chipStatus_.notifier()->state();
    KILN_RINGLOG_TRACE(9, "handleChipStatus device: " << static_cast<unsigned>(helper_->deviceId())

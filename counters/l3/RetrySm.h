@@ -8,7 +8,7 @@
 
 namespace ZelCounter {
 
-// Owned by the helper, which outlives it. There is no polling: a pending VLAN is tried again one retryDelay after
+// Owned by the helper, which stops it before its own end. There is no polling: a pending VLAN is tried again one retryDelay after
 // entries were given back or the chip came up. A retry that fails does not arm the timer again.
 class ZelCountersL3Helper::RetrySm : public Kiln::Entity {
  public:
@@ -22,6 +22,9 @@ class ZelCountersL3Helper::RetrySm : public Kiln::Entity {
    // The chip status may be null: then there is nothing to watch.
    RetrySm(Kiln::Ptr<const Kiln::Clock> clock, Kiln::Ptr<const ZelSlice::ChipStatus> chipStatus,
            ZelCountersL3Helper* helper);
+
+   // Nothing is tried again from here on, whoever still holds this.
+   void stop();
 
    // A new clock's timer is not armed. Without a clock it can't be.
    void clockIs(Kiln::Ptr<const Kiln::Clock> clock);
@@ -49,7 +52,7 @@ class ZelCountersL3Helper::RetrySm : public Kiln::Entity {
       RetrySm* sm;
    };
 
-   ZelCountersL3Helper* helper_;
+   ZelCountersL3Helper* helper_; // owns this; null once stopped
    KilnChipStatus chipStatus_;
    std::unique_ptr<Kiln::Timer<RetrySm>> clock_;
 };

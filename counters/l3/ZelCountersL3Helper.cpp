@@ -74,11 +74,15 @@ void ZelCountersL3Helper::handleInitialized() {
 }
 
 void ZelCountersL3Helper::retrySmIs() {
+   retrySmDel();
    retrySm_ = RetrySm::RetrySmIs(Kiln::activityManagerClock(), chipStatus_, this);
    retrySm_->hasNotificationActiveIs(true);
 }
 
 void ZelCountersL3Helper::retrySmDel() {
+   if (retrySm_) {
+      retrySm_->stop();
+   }
    retrySm_ = nullptr;
 }
 

@@ -62,9 +62,14 @@ ZelCountersL3IntfSm::~ZelCountersL3IntfSm() {
 }
 
 void ZelCountersL3IntfSm::stop() {
-   routedPortCounterSm_ = nullptr; // before what its pass reads
+   if (routedPortCounterSm_) { // before what its pass reads
+      routedPortCounterSm_->stop();
+      routedPortCounterSm_ = nullptr;
+   }
    vexL3IntfTable_.notifierIs(nullptr);
    Kiln::forEachKey(helper_, [this](ZelId::ZelDevId devId) { helperDel(devId); });
+   l3IntfToVidDelAll();
+   natCounterDir_ = nullptr; // one process at a time writes it
 }
 
 void ZelCountersL3IntfSm::handleInitialized() {
@@ -322,7 +327,15 @@ ZelCountersL3IntfSm::RoutedPortCounterSm::RoutedPortCounterSm(Kiln::Ptr<const Ki
    initializedIs(true);
 }
 
+void ZelCountersL3IntfSm::RoutedPortCounterSm::stop() {
+   clock_.timeMinIs(Kiln::never);
+   l3IntfSm_ = nullptr;
+}
+
 void ZelCountersL3IntfSm::RoutedPortCounterSm::updateRoutedPortCounters() {
+   if (l3IntfSm_ == nullptr) {
+      return;
+   }
    for (const auto& entry : l3IntfSm_->helper()) {
       guarded("deleting counter entries", [&] { entry.second->retryDeletions(); });
    }
@@ -352,6 +365,12 @@ void ZelVlanIntfSm::handleInitialized() {
 void ZelVlanIntfSm::vlanIntfStatusDirIs(Kiln::Ptr<const Interface::VlanIntfStatusDir> vlanIntfStatusDir) {
    vlanIntfStatusDir_.notifierIs(vlanIntfStatusDir);
    handleVlanIntf();
+   // Also those that only the directory before had. At construction there was none: what is listed is not this one's.
+   if (vexCommonSmData_) {
+      for (const Pelt::IntfId& intf : vexCommonSmData_->vlanIntf().keys()) {
+         handleVlanIntf(intf);
+      }
+   }
 }
 
 void ZelVlanIntfSm::handleVlanIntf() {
@@ -360,12 +379,6 @@ void ZelVlanIntfSm::handleVlanIntf() {
    }
    for (const Pelt::IntfId& intf : vlanIntfStatusDir_.notifier()->intfStatus().keys()) {
       handleVlanIntf(intf);
-   }
-   // Also those that went while nobody watched the directory.
-   if (vexCommonSmData_) {
-      for (const Pelt::IntfId& intf : vexCommonSmData_->vlanIntf().keys()) {
-         handleVlanIntf(intf);
-      }
    }
 }
 

@@ -31,7 +31,8 @@ class ZelCountersL3IntfSm : public Kiln::Entity {
                        Kiln::Ptr<const ZelSystem::SystemStatus> systemStatus,
                        Kiln::Ptr<Silo::Interface::AllNatCounterDir> natCounterDir);
    ~ZelCountersL3IntfSm() override;
-   // The manager ends: there are no more passes, nothing is watched, and the chips' helpers go.
+   // The manager ends: there are no more passes, nothing is watched or published, and the chips' helpers go. Whoever
+   // still holds this finds it without interfaces.
    void stop();
 
    // A chip came: it counts the VLANs of all interfaces, if it can count VLANs at all. A chip that had the device id
@@ -124,8 +125,10 @@ class ZelCountersL3IntfSm : public Kiln::Entity {
 // Refreshes the NAT record of every L3 interface: when it is made, and then one delay after each pass.
 class ZelCountersL3IntfSm::RoutedPortCounterSm : public Kiln::Entity {
  public:
-   // Owned by the L3 interface reactor, which outlives it.
+   // Owned by the L3 interface reactor, which stops it before its own end.
    RoutedPortCounterSm(Kiln::Ptr<const Kiln::Clock> clock, ZelCountersL3IntfSm* l3IntfSm);
+   // There are no more passes, whoever still holds this.
+   void stop();
 
    void updateRoutedPortCounters();
 
@@ -135,7 +138,7 @@ class ZelCountersL3IntfSm::RoutedPortCounterSm : public Kiln::Entity {
    KILN_ATTRIBUTE(bool, initialized, false)
 
  private:
-   ZelCountersL3IntfSm* l3IntfSm_;
+   ZelCountersL3IntfSm* l3IntfSm_; // owns this; null once stopped
    Kiln::Timer<RoutedPortCounterSm> clock_;
 };
 
@@ -146,7 +149,7 @@ class ZelVlanIntfSm : public Kiln::Entity {
    ZelVlanIntfSm(Kiln::Ptr<Vex::VexCommonSmData> vexCommonSmData,
                  Kiln::Ptr<const Interface::VlanIntfStatusDir> vlanIntfStatusDir);
 
-   // Watches this directory from here on.
+   // Watches this directory from here on, and takes over all of it: VLAN interfaces that it lacks are removed.
    void vlanIntfStatusDirIs(Kiln::Ptr<const Interface::VlanIntfStatusDir> vlanIntfStatusDir);
 
    // The interface may have come or gone.

@@ -21,7 +21,15 @@ void ZelCountersSm::handleInitialized() {
    initializedIs(true);
 }
 
+void ZelCountersSm::stop() {
+   initClock_.timeMinIs(Kiln::never);
+   parent_ = nullptr;
+}
+
 bool ZelCountersSm::counterInitialized(U32 tableId) {
+   if (parent_ == nullptr) {
+      return false;
+   }
    KILN_TRACE(1, "ZelCountersSm::"
                       << "counterInitialized"
                       << ", tableId: " << tableId);

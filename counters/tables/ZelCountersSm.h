@@ -15,12 +15,16 @@ class ZelCountersSm : public Kiln::Entity {
    // The parent owns this and is held by a raw pointer; it has a resource-info service.
    ZelCountersSm(ChipAccess* parent, Kiln::Ptr<const Kiln::Clock> clock);
 
+   // The chip goes away: nothing is checked any more, whoever still holds this.
+   void stop();
+
+   // Null once stopped.
    ChipAccess* parent() const { return parent_; }
    // When the next check is due; never once all tables are initialized.
    double initClockTimeMin() const { return initClock_.timeMin(); }
 
    // True when the table is initialized: the parent's flags then say so, and whether it is read per pipe.
-   // False also when the SDK can't tell.
+   // False also when the SDK can't tell, and once stopped.
    bool counterInitialized(U32 tableId);
 
    // The agent shuts down: in a simulation, completions of every chip are ignored from here on.
@@ -36,7 +40,7 @@ class ZelCountersSm : public Kiln::Entity {
    void handleInitClock();
    void checkTables();
 
-   ChipAccess* parent_; // owns this
+   ChipAccess* parent_; // owns this; null once stopped
    Kiln::Timer<ZelCountersSm> initClock_;
 };
 

@@ -11,7 +11,8 @@
 
 namespace SdkCheck {
 
-// What is checked: a device, and one port of it that carries no other traffic meanwhile.
+// What is checked: a device, and one port of it that carries no other traffic meanwhile. The device should never refuse
+// what it can do: but for the tables' initialization, the checks ask once.
 struct Target {
    bf_dev_id_t device = 0;
    unsigned pipes = 1;     // the device's logical pipes are 0 to pipes - 1

@@ -7,7 +7,7 @@
 extern "C" {
 #endif
 
-// Packets that one queue of a port dropped.
+// Packets that one queue of a port dropped. `pipe` is the port's, a logical one.
 bf_status_t bf_tm_q_drop_get(bf_dev_id_t dev, uint16_t pipe, bf_dev_port_t port, uint32_t queue,
                              uint64_t* drops);
 

@@ -19,7 +19,7 @@ enum { PIPE_MAT_ENT_HDL_NONE = -1 };
 enum { PIPE_TBL_PROPERTY_ENTRY_SCOPE = 1 };
 enum { PIPE_ENTRY_SCOPE_ALL_PIPELINES = 0, PIPE_ENTRY_SCOPE_SINGLE_PIPELINE = 1 };
 
-// Where an operation applies: a device, and one of its pipes or 65535 for all.
+// Where an operation applies: a device, and one of its logical pipes or 65535 for all.
 typedef struct {
    bf_dev_id_t device_id;
    uint16_t dev_pipe_id;
@@ -40,10 +40,10 @@ pipe_status_t pipe_mgr_tbl_set_property(pipe_sess_hdl_t session, bf_dev_id_t dev
                                         uint32_t property, uint32_t value, uint32_t arguments);
 
 // Refreshes the software copy of a table's statistics from the hardware. On 0 the callback comes exactly
-// once.
+// once. Here and in the next, `table` is the handle that names the counter table to syncs and reads.
 pipe_status_t pipe_mgr_stat_database_sync(pipe_sess_hdl_t session, dev_target_t target, pipe_tbl_hdl_t table,
                                           pipe_mgr_stat_tbl_sync_cback_fn callback, void* cookie);
-// Reads one entry of the software copy.
+// Reads one entry of the software copy. `pipe` is a logical one.
 pipe_status_t pipe_mgr_stat_ent_query(pipe_sess_hdl_t session, bf_dev_id_t dev, uint16_t pipe,
                                       pipe_tbl_hdl_t table, pipe_stat_ent_idx_t index,
                                       pipe_stat_data_t* result);

@@ -2,6 +2,9 @@
 //
 // All functions read and write the SDK's software copy; a hardware sync refreshes it, and a write goes to the hardware
 // as well. Each returns an SDK status, 0 for success. Activity thread, except for the sync callback.
+//
+// A table handle is the catalogue's `tableHandle`, of a direct table the match table's. Pipes are logical ones: each in
+// turn, or 65535 for all of a symmetric table.
 #pragma once
 
 #include "kiln/Types.h"
@@ -30,6 +33,8 @@ U32 counterHwSyncDirect(U32 session, U32 device, U16 pipe, U32 tableHandle, Sync
 U32 counterHwSyncIndirect(U32 session, U32 device, U16 pipe, U32 tableHandle, SyncCallback callback,
                           void* cookie);
 
+// Start, then Main for each match entry, then End. `count` is yours: what the start says is handed to each Main, which
+// writes one value whatever it is. The software chip says 1.
 U32 counterReadDirectStart(U32 session, U32 device, U16 pipe, U32 tableHandle, ReadBuffer* buffer,
                            U32* count);
 U32 counterReadDirectMain(U32 session, U32 device, U16 pipe, U32 tableHandle, S32 entry, U32 count,
@@ -41,7 +46,7 @@ U32 counterReadIndirectMain(U32 session, U32 device, U16 pipe, U32 tableHandle, 
                             p4_pd_counter_value* value);
 U32 counterReadIndirectEnd(U32 session);
 
-// Reads one match entry's value, without a started read. No flag is defined; pass 0.
+// Reads one match entry's value, without a started read; the pipe is always 65535. No flag is defined; pass 0.
 U32 counterReadDirect(U32 session, U32 device, U16 pipe, U32 tableHandle, U32 entry, U32 flags,
                       p4_pd_counter_value* value);
 

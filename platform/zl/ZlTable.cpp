@@ -61,18 +61,17 @@ bool CountTable::add(U32 key, std::span<const ZlPd::MatchField> match) {
       return false;
    }
    retryDeletions();
-   const Leftover* const own = leftovers_.find(key);
-   // If the chip says that it doesn't have the leftover, only an addition tells whether that is so.
-   const bool isLeft = own != nullptr && !own->isUnknown;
+   // Asked for also when the chip has kept an entry of this key, since only the chip knows whether it has it still.
    U32 handle = 0;
-   const U32 status = isLeft ? statusAlreadyExists
-                             : pdIntf_->entryAdd(session_, device_, pipe_, tableName_, match, &handle);
-   if (own != nullptr && status == statusAlreadyExists) {
-      slot.handle = own->handle;
-      leftovers_.erase(key);
-      ++status_.entries;
-      KILN_TRACE(1, "table " << tableName_ << ": entry " << slot.handle << " is taken over");
-      return false;
+   const U32 status = pdIntf_->entryAdd(session_, device_, pipe_, tableName_, match, &handle);
+   if (status == statusAlreadyExists) {
+      if (const std::optional<U32> kept = leftover(key)) {
+         forgetLeftover(key);
+         slot.handle = *kept;
+         ++status_.entries;
+         KILN_TRACE(1, "table " << tableName_ << ": entry " << *kept << " is taken over");
+         return false;
+      }
    }
    if (status != 0) {
       // The slot stays empty, so that a later attempt asks the chip again.
@@ -81,18 +80,12 @@ bool CountTable::add(U32 key, std::span<const ZlPd::MatchField> match) {
    }
    slot.handle = handle;
    ++status_.entries;
-   forgetLeftovers(key, handle);
+   // A chip that adds an entry, or gives its handle to another one, has deleted it whatever it said.
+   forgetLeftover(key);
+   if (const U32* const former = keyOfLeftover_.find(handle)) {
+      forgetLeftover(*former);
+   }
    return true;
-}
-
-// A chip that adds an entry, or gives its handle to another one, has deleted it whatever it said.
-void CountTable::forgetLeftovers(U32 key, U32 handle) {
-   leftovers_.erase(key);
-   Kiln::forEachKey(leftovers_, [&](U32 other) {
-      if (leftovers_.find(other)->handle == handle) {
-         leftovers_.erase(other);
-      }
-   });
 }
 
 void CountTable::remove(U32 key) {
@@ -100,42 +93,65 @@ void CountTable::remove(U32 key) {
    if (!slot) {
       return;
    }
-   Leftover leftover{std::exchange(slot.handle, 0)};
+   const U32 handle = std::exchange(slot.handle, 0);
    --status_.entries;
-   if (!isDeleted(leftover)) {
-      leftovers_.set(key, leftover);
-   }
+   tryDeletion(key, handle);
 }
 
 void CountTable::retryDeletions() {
    unsigned refusals = 0;
-   for (std::size_t left = leftovers_.size(); left > 0 && refusals < refusalsPerRound; --left) {
-      auto [key, leftover] = *leftovers_.begin();
-      leftovers_.erase(key);
-      if (isDeleted(leftover)) {
+   for (std::size_t left = refused_.size(); left > 0 && refusals < refusalsPerRound; --left) {
+      const auto [key, handle] = *refused_.begin();
+      forgetLeftover(key);
+      if (tryDeletion(key, handle)) {
          ++lateDeletions_;
       } else {
          ++refusals;
-         leftovers_.set(key, leftover); // behind the others
       }
    }
 }
 
-// What the interface throws is a refusal like any other: a rollback has to go on, and the entry must not get lost.
-bool CountTable::isDeleted(Leftover& leftover) const {
-   try {
-      const U32 status = pdIntf_->entryDel(session_, device_, tableName_, leftover.handle);
-      if (status == 0) {
-         return true;
-      }
-      leftover.isUnknown = status == statusObjectNotFound;
-      KILN_TRACE(1, "table " << tableName_ << ": entry " << leftover.handle << " not deleted: status "
-                             << static_cast<int>(status));
-   } catch (const std::exception& error) {
-      KILN_TRACE(1,
-                 "table " << tableName_ << ": entry " << leftover.handle << " not deleted: " << error.what());
+bool CountTable::tryDeletion(U32 key, U32 handle) {
+   const std::optional<U32> status = deletionStatus(handle);
+   if (status == U32{0}) {
+      return true;
    }
-   return false;
+   const bool isUnknown = status == statusObjectNotFound;
+   (isUnknown ? unknown_ : refused_).set(key, handle); // behind the others
+   keyOfLeftover_.set(handle, key);
+   return isUnknown;
+}
+
+// What the interface throws is a refusal like any other: a rollback has to go on, and the entry must not get lost.
+std::optional<U32> CountTable::deletionStatus(U32 handle) const {
+   try {
+      const U32 status = pdIntf_->entryDel(session_, device_, tableName_, handle);
+      if (status != 0) {
+         KILN_TRACE(1, "table " << tableName_ << ": entry " << handle << " not deleted: status "
+                                << static_cast<int>(status));
+      }
+      return status;
+   } catch (const std::exception& error) {
+      KILN_TRACE(1, "table " << tableName_ << ": entry " << handle << " not deleted: " << error.what());
+      return std::nullopt;
+   }
+}
+
+std::optional<U32> CountTable::leftover(U32 key) const {
+   for (const auto* const leftovers : {&refused_, &unknown_}) {
+      if (const U32* const handle = leftovers->find(key)) {
+         return *handle;
+      }
+   }
+   return std::nullopt;
+}
+
+void CountTable::forgetLeftover(U32 key) {
+   if (const std::optional<U32> handle = leftover(key)) {
+      keyOfLeftover_.erase(*handle);
+      refused_.erase(key);
+      unknown_.erase(key);
+   }
 }
 
 } // namespace ZlTable

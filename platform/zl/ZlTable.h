@@ -8,6 +8,7 @@
 #include "zl/ZlPd.h"
 
 #include <deque>
+#include <optional>
 #include <span>
 #include <stdexcept>
 
@@ -59,7 +60,8 @@ class TableStatusManager : public Kiln::PtrInterface {
 // Entries by key. The tables derive from it and add what their match specs look like.
 //
 // For the callers an entry that they delete is gone. If the chip refuses to delete it, it still takes room and counts:
-// the table keeps its handle and tries again, before each addition and whenever it is told to.
+// the table keeps its handle and tries again, before each addition and whenever it is told to. If the chip says that it
+// has no such entry, it is not asked again. An addition that meets a kept entry takes it over.
 class CountTable : public Kiln::PtrInterface {
  public:
    // Entries go to one pipe or (65535) to all. No flag is defined; pass 0. Asserts that no pointer is null.
@@ -72,26 +74,24 @@ class CountTable : public Kiln::PtrInterface {
 
    // Tries again to delete what the chip refused to.
    void retryDeletions();
-   // How many entries a later try has deleted: each made room.
+   // How many entries a later try has deleted, or found gone: each made room.
    U64 lateDeletions() const { return lateDeletions_; }
 
  protected:
    const EntrySlot& slot(U32 key) const { return keyManager_->slot(key); }
-   // False if the entry was there, and counts on: it was never deleted, or the chip still refuses to delete it. Throws
+   // False if the entry was there, and counts on: it was never deleted, or the chip has kept it. Throws
    // ZlTableException.
    bool add(U32 key, std::span<const ZlPd::MatchField> match);
    // Does nothing for an absent entry.
    void remove(U32 key);
 
  private:
-   // An entry that the chip refused to delete.
-   struct Leftover {
-      U32 handle = 0;
-      bool isUnknown = false; // the chip's last answer was that it has no such entry
-   };
-
-   bool isDeleted(Leftover& leftover) const;
-   void forgetLeftovers(U32 key, U32 handle);
+   // True if the entry is gone: the chip deleted it, or has none.
+   bool tryDeletion(U32 key, U32 handle);
+   std::optional<U32> deletionStatus(U32 handle) const; // none if the interface threw
+   // The handle of the key's entry that the chip did not delete.
+   std::optional<U32> leftover(U32 key) const;
+   void forgetLeftover(U32 key);
 
    Kiln::Ptr<KeyManager> keyManager_;
    Kiln::Ptr<TableStatusManager> tableStatusManager_;
@@ -101,7 +101,10 @@ class CountTable : public Kiln::PtrInterface {
    U16 pipe_;
    Kiln::String tableName_;
    TableStatusManager::TableStatus& status_;
-   Kiln::HashMap<U32, Leftover> leftovers_; // by key, the one that was tried last at the end
+   // The handles, by key, of entries that the chip did not delete. A key is in one of them.
+   Kiln::HashMap<U32, U32> refused_;       // tried again; the one that was tried last at the end
+   Kiln::HashMap<U32, U32> unknown_;       // the chip says that it has no such entry; not tried again
+   Kiln::HashMap<U32, U32> keyOfLeftover_; // the keys of both, by handle
    U64 lateDeletions_ = 0;
 };
 

@@ -1,13 +1,18 @@
 // The manager: construction, chips that come and go, and the polling clock.
 #include "counters/helper/ZelCountersHelper.h"
+#include "counters/l3/RetrySm.h"
 #include "counters/l3/ZelCountersL3Intf.h"
+#include "counters/tables/HwTableCountersSm.h"
+#include "counters/tables/ZelCountersSm.h"
 #include "kiln/Trace.h"
 #include "tests/support/CountersRig.h"
+#include "tests/support/TemporaryFolder.h"
 #include "vex/VexL3Intf.h"
+#include "vex/VexSubIntfCountersSm.h"
 
 #include <cmath>
+#include <functional>
 #include <gmock/gmock.h>
-#include <limits>
 #include <regex>
 #include <vector>
 
@@ -40,6 +45,8 @@ TEST(ManagerConstruction, BuildsItsServicesInTheirOrder) {
    EXPECT_TRUE(rig.mgr->hasNotificationActive());
    EXPECT_TRUE(rig.commands->agentCommandCallback("ZelCountersCli"));
    EXPECT_TRUE(rig.mgr->vexL3IntfData()->vexL3IntfTable()->hasNotificationActive());
+   const Kiln::Ptr<VexHelper::VexHelperSubIntfCountersSm> subIntfHelper = rig.mgr->zelSubIntfCountersHelper();
+   EXPECT_EQ(subIntfHelper->frameworkType(), "ZelCounter::ZelCountersSubIntfCountersHelper");
 }
 
 TEST(ManagerConstruction, NeedsTheCommandDirectory) {
@@ -96,6 +103,132 @@ TEST(ManagerConstruction, AnEqualCommandHandlerIsKept) {
    EXPECT_EQ(rig.mgr->cliCallback().ptr(), before);
 }
 
+// A manager with all reactors, and a chip with all of its own.
+class Reactors : public testing::Test {
+ protected:
+   Reactors() {
+      ports->hasNotificationActiveIs(true);
+      vlans->hasNotificationActiveIs(true);
+      chipStatus->hasNotificationActiveIs(true);
+      const Vex::SharedTables tables = Vex::openSharedTables(Silo::Store::directory(folder.path()));
+      rig.mounts->ethPhyIntfStatusDirIs(ports);
+      rig.mounts->vlanIntfStatusDirIs(vlans);
+      rig.mounts->writerConfigIs(Kiln::allocate<Vex::Counters::WriterConfig>());
+      rig.mounts->allIntfCountersIs(tables.allIntfCounters);
+      rig.mounts->allIntfQueueCountersIs(tables.allIntfQueueCounters);
+      rig.mounts->allVlanIntfCountersIs(tables.allVlanIntfCounters);
+      rig.mounts->intfAllNatCounterDirIs(tables.intfAllNatCounterDir);
+      rig.makeManager();
+      rig.status->chipCapabilitiesIs("soft", {.vlanCounters = true});
+      SoftChip::Chip& chip = rig.fleet.chipAdd({.name = "chip0", .deviceId = 0, .pipes = 1});
+      chip.capacityIs("ingL2DomainCount", 0);
+      rig.addPort("Ethernet1", 0, 0);
+      {
+         const auto lock = Kiln::ActivityLockAnchor::lock();
+         rig.mgr->addChip(0, "Zel0", {"soft"}, ZelSdk::getZelSessionHdl(), Kiln::allocate<SoftChip::SoftPd>(),
+                          chip.program(), chipStatus);
+         ports->intfStatusIs(ethernet1, true);
+         rig.mgr->vexL3IntfData()->vexL3IntfTable()->intfIdToL3IdIs(vlan10, 10); // which waits for room
+      }
+      rig.advance(2.0);
+   }
+
+   const Pelt::IntfId ethernet1{"Ethernet1"};
+   const Pelt::IntfId vlan10{"Vlan10"};
+   const TemporaryFolder folder;
+   CountersRig rig;
+   const std::size_t clocks = Kiln::activityManagerClock()->armedCount(); // before there is a manager
+   const Kiln::Ptr<Interface::EthPhyIntfStatusDir> ports = Kiln::allocate<Interface::EthPhyIntfStatusDir>();
+   const Kiln::Ptr<Interface::VlanIntfStatusDir> vlans = Kiln::allocate<Interface::VlanIntfStatusDir>();
+   const Kiln::Ptr<ZelSlice::ChipStatus> chipStatus = Kiln::allocate<ZelSlice::ChipStatus>();
+};
+
+// Whoever holds them, and whatever happens to what they watched.
+TEST_F(Reactors, DoNothingAfterTheManagersEnd) {
+   const auto mgrSm = rig.mgr->countersMgrSm();
+   const auto countersSm = rig.mgr->vexCountersSm();
+   const auto subIntfCountersSm = rig.mgr->vexSubIntfCountersSm();
+   const auto helper = rig.mgr->zelCountersHelper();
+   const auto vlanIntfSm = rig.mgr->vlanIntfSm();
+   const auto l3IntfSm = rig.mgr->zelCountersL3IntfSm();
+   const auto l3Table = rig.mgr->vexL3IntfData()->vexL3IntfTable();
+   const auto routedPortCounterSm = l3IntfSm->routedPortCounterSm();
+   const auto l3Helper = l3IntfSm->helper(0);
+   const auto retrySm = l3Helper->retrySm();
+   auto counters = rig.counters(0);
+   const auto zelCountersSm = counters->zelCountersSm();
+   const auto hwTableCountersSm = counters->hwTableCountersSm();
+   const auto queuePoller = counters->pipeIntfQueueCounterSm(0);
+   const auto tmPollers = counters->tm().pipeTmCounterSm();
+   retrySm->startTimer();
+   rig.deleteManager();
+   EXPECT_EQ(retrySm->timeMin(), Kiln::never);
+   rig.advance(10.0); // the wheel of the subinterfaces' reactor stops with its next tick
+   EXPECT_EQ(Kiln::activityManagerClock()->armedCount(), clocks);
+   {
+      const auto lock = Kiln::ActivityLockAnchor::lock();
+      counters = nullptr;
+      rig.status->portInfoIs(Pelt::IntfId("Ethernet2"), {0, 1});
+      chipStatus->stateIs(5);
+      chipStatus->stateIs(ZelSlice::chipStateUp);
+      ports->intfStatusIs(Pelt::IntfId("Ethernet2"), true);
+      vlans->intfStatusIs(vlan10, true);
+      l3Table->intfIdToL3IdIs(Pelt::IntfId("Vlan11"), 11);
+      countersSm->updateCounters(VexTypes::CounterType::port, ethernet1);
+      EXPECT_TRUE(countersSm->clear("Ethernet1"));
+      countersSm->clear("all");
+      subIntfCountersSm->updateCounters();
+      helper->initialize(ethernet1);
+      helper->doClearIntfQueueCounters(ethernet1, true);
+      EXPECT_FALSE(helper->getIntfQueueCounters(ethernet1, {}).has(0));
+      const auto l3Record = Kiln::allocate<VexTypes::L3IntfCounters>();
+      EXPECT_FALSE(helper->getVlanIntfCounters(vlan10, l3Record, l3Record));
+      routedPortCounterSm->updateRoutedPortCounters();
+      retrySm->startTimer();
+      retrySm->retryPendingVlan();
+      EXPECT_FALSE(zelCountersSm->counterInitialized(0));
+      EXPECT_FALSE(zelCountersSm->parent());
+      queuePoller->pollingClockExpired();
+      for (const auto& [key, poller] : tmPollers) {
+         poller->poll();
+         poller->scheduleClock();
+      }
+   }
+   EXPECT_EQ(Kiln::activityManagerClock()->armedCount(), clocks);
+   EXPECT_FALSE(rig.common->vlanIntf(vlan10));
+}
+
+TEST_F(Reactors, TakeNoIntervalThatWouldStopOrSpinThem) {
+   auto& chip = *rig.counters(0);
+   auto& l3IntfSm = *rig.mgr->zelCountersL3IntfSm();
+   const auto tmPoller = chip.tm().pipeTmCounterSm().begin()->second;
+#define INTERVAL(object, x)                                                                                  \
+   {                                                                                                         \
+#x, [&](double seconds) { (object).x##Is(seconds); }, [&] { return (object).x(); }                     \
+   }
+   const struct {
+      const char* name;
+      std::function<void(double)> set;
+      std::function<double()> get;
+   } intervals[] = {
+        INTERVAL(*rig.mgr, sdkPollingInterval),
+        INTERVAL(*l3IntfSm.routedPortCounterSm(), routedPortTimerDelay),
+        INTERVAL(*l3IntfSm.helper(0)->retrySm(), retryDelay),
+        INTERVAL(*chip.zelCountersSm(), initDelay),
+        INTERVAL(*chip.hwTableCountersSm(), hwTableCountersPollingInterval),
+        INTERVAL(*tmPoller, pollingInterval),
+        INTERVAL(chip, intfQueueCountersSdkPollingInterval),
+   };
+#undef INTERVAL
+   for (const auto& interval : intervals) {
+      interval.set(0.25);
+      for (const double refused : {0.0, -1.0, std::nan(""), Kiln::never}) {
+         EXPECT_THROW(interval.set(refused), std::range_error) << interval.name << ' ' << refused;
+      }
+      EXPECT_EQ(interval.get(), 0.25) << interval.name;
+   }
+}
+
 class Polling : public testing::Test {
  protected:
    Polling() {
@@ -132,10 +265,6 @@ TEST_F(Polling, ANewIntervalIsTakenUpAtTheNextArming) {
    EXPECT_DOUBLE_EQ(rig.mgr->countersMgrSm()->intfCounterPollingTimeMin(), 2.0);
    rig.advance(2.0);
    EXPECT_DOUBLE_EQ(rig.mgr->countersMgrSm()->intfCounterPollingTimeMin(), 2.5);
-   for (const double refused : {0.0, -1.0, std::nan(""), std::numeric_limits<double>::infinity()}) {
-      EXPECT_THROW(rig.mgr->sdkPollingIntervalIs(refused), std::range_error) << refused;
-   }
-   EXPECT_DOUBLE_EQ(rig.mgr->sdkPollingInterval(), 0.5);
 }
 
 // Makes a completion's read fail.

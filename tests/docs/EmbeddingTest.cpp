@@ -1,16 +1,22 @@
 // The code of docs/embedding.md, compiled and run over the stub SDK.
 #include "agent/CommandChannel.h"
+#include "agent/CommandSocket.h"
 #include "counters/ZelCountersMgr.h"
+#include "counters/chip/SdkStatus.h"
 #include "kiln/ActivityLock.h"
 #include "kiln/ActivityManager.h"
 #include "kiln/OperatorLog.h"
+#include "kiln/TextOutput.h"
 #include "tests/support/LoggedMessages.h"
+#include "tests/support/Manual.h"
 #include "tests/support/StubSdkRig.h"
 #include "tests/support/TemporaryFolder.h"
 #include "vex/VexL3Intf.h"
 #include "zl/ZelSdk.h"
 
+#include <csignal>
 #include <cstdio>
+#include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <optional>
@@ -70,9 +76,25 @@ Kiln::Ptr<Program> programOf(U32 pdpHandle, U32 queueHandle) {
 
 constexpr ZelId::ZelDevId device = 0;
 
+class FanCommand : public Agent::AgentCommandCallback {
+ public:
+   using AgentCommandCallback::AgentCommandCallback;
+
+   Agent::CommandResult command(const std::vector<Kiln::String>& words, int fd) override {
+      if (words != std::vector<Kiln::String>{"show"}) {
+         return {"expected 'show'"};
+      }
+      Kiln::TextOutput(fd).write("fan 1: 7200 rpm\n");
+      return {};
+   }
+};
+
 // What an agent keeps. Made and destroyed under the activity lock.
 struct YourAgent {
    explicit YourAgent(const Silo::Store& store) : tables(Vex::openSharedTables(store)) {
+      const auto classes = Kiln::allocate<ZelQos::QosToZelPdpClassMapping>();
+      classes->zelPdpClassIs("bgp", ZelQos::PdpClassId(3)); // as the policy of the P4 program numbers them
+      systemStatus->qosToZelPdpClassMappingIs(classes);
       systemStatus->hasNotificationActiveIs(true);
       ports->hasNotificationActiveIs(true);
       vlans->hasNotificationActiveIs(true);
@@ -108,10 +130,19 @@ struct YourAgent {
       ports->speedIs(intf, 100'000'000'000);                // bit/s: more than that is marked suspect
       ports->intfStatusIs(intf, true);                      // published from here on
    }
+
    void deletePort(const Pelt::IntfId& intf, U16 devicePort) {
-      ports->intfStatusDel(intf);
+      ports->intfStatusDel(intf); // its record goes, with its clear and its queues
+      ports->speedDel(intf);
+      systemStatus->portInfoDel(intf); // polled no more
       chipStatus->portToIntfIdDel(devicePort);
-      systemStatus->portInfoDel(intf);
+   }
+
+   // `waitForReads` is yours: it returns when your SDK has completed what it was asked, or after a second.
+   void retireChip(const Kiln::String& name, const std::function<void()>& waitForReads) {
+      mgr->requestHwCountersPolling();                    // every port of every chip
+      Kiln::ActivityLockAnchor::yieldWhile(waitForReads); // asserts that the lock is held exactly once
+      mgr->deleteChip(name);                              // the rest, from the SDK's copy
    }
 
    void addVlanIntf(const Pelt::IntfId& intf, U32 vlan) {
@@ -134,9 +165,28 @@ void logToStandardError() {
    });
 }
 
+Kiln::ActivityManager* signalled = nullptr;
+
+void stopOnSignal() {
+   signalled = Kiln::ActivityManager::instance().ptr(); // here, since a handler must not ask for it
+   std::signal(SIGTERM, [](int) { signalled->stop(); });
+}
+
+Kiln::String commandSocket() {
+   Agent::prepareDefaultSocketFolder(); // nothing to do if ZEL_SOCKET is set
+   return Agent::defaultSocketPath();   // where zelctl looks
+}
+
+void addFanCommand(const Kiln::Ptr<Agent::AgentCommandRequestDirSm>& commands,
+                   const Kiln::Ptr<Agent::CommandRunner>& runner) {
+   commands->agentCommandCallbackIs(Kiln::allocate<FanCommand>("fans", "FanCommand"));
+   runner->commandTypeIs("fans", "FanCommand"); // the first word of its lines
+}
+
 void runYourAgent(const Silo::Store& store, const Kiln::String& socketPath, const Kiln::Ptr<Program>& program,
                   const Kiln::Ptr<ZlPd::ZlPdIntf>& pd) {
    Kiln::threadSafePtrModeIs(true); // before the SDK has a thread that calls back
+   stopOnSignal();
    const auto manager = Kiln::ActivityManager::instance();
    auto lock = Kiln::ActivityLockAnchor::lock();
    std::optional<YourAgent> agent(std::in_place, store);
@@ -145,6 +195,7 @@ void runYourAgent(const Silo::Store& store, const Kiln::String& socketPath, cons
    agent->mgr->forgetAbsentInterfaces(); // records of an earlier process
    const auto runner = Kiln::allocate<Agent::CommandRunner>(agent->commands);
    runner->commandTypeIs("counters", "ZelCountersCli");
+   addFanCommand(agent->commands, runner);
    std::optional<Agent::CommandChannel> channel(std::in_place, manager, runner, socketPath);
 
    lock.giveUp(); // the loop takes the lock itself, and gives it up only to sleep
@@ -152,7 +203,7 @@ void runYourAgent(const Silo::Store& store, const Kiln::String& socketPath, cons
 
    const auto atTheEnd = Kiln::ActivityLockAnchor::lock();
    channel.reset();
-   agent.reset(); // reads once more what was counted: the SDK has to answer still
+   agent.reset(); // deletes the chips: the SDK has to answer still
 }
 
 class Embedding : public ZelTest::StubSdkRig {
@@ -180,14 +231,18 @@ TEST_F(Embedding, LoopRunsWithTheLockGivenUpUntilItIsStopped) {
    Kiln::ActivityManager::instanceDel();
    struct Stop : Kiln::Clock::Notifiee {
       using Notifiee::Notifiee;
-      void onTime() override { Kiln::ActivityManager::instance()->stop(); }
+      void onTime() override { std::raise(SIGTERM); }
    } stop(Kiln::activityManagerClock());
    {
       const auto lock = Kiln::ActivityLockAnchor::lock();
       stop.timeMinIs(Kiln::System::currentTime());
    }
    logToStandardError();
-   runYourAgent(store, folder.path() + "/socket", program, nullptr);
+   const Kiln::String socket = folder.path() + "/socket";
+   const ZelTest::Environment environment("ZEL_SOCKET", socket.c_str());
+   EXPECT_EQ(commandSocket(), socket);
+   runYourAgent(store, commandSocket(), program, nullptr);
+   std::signal(SIGTERM, SIG_DFL);
    EXPECT_TRUE(Kiln::ActivityManager::instance()->isStopping());
    EXPECT_FALSE(Kiln::ActivityLockAnchor::isHeldByThisThread());
    Kiln::threadSafePtrModeIs(false);
@@ -205,6 +260,82 @@ TEST_F(Embedding, PortIsPublishedWhileItIsThere) {
    EXPECT_TRUE(agent.tables.allIntfQueueCounters->table().has("Ethernet1"));
    agent.deletePort(intf, 132);
    EXPECT_FALSE(agent.tables.allIntfCounters->table().has("Ethernet1"));
+}
+
+// The first total of a port whose counters all have the same value.
+U64 total(const YourAgent& agent, const char* intf) {
+   return agent.tables.allIntfCounters->table().sampleOrDefault(Silo::Key(intf)).record.totals.front();
+}
+
+// Takes the port's next reading.
+void read(U64 value) {
+   ASSERT_EQ(StubSdk::sdk().portReads.size(), 1U);
+   StubSdk::sdk().portReads.front().deliver(value);
+   StubSdk::sdk().portReads.clear();
+}
+
+TEST_F(Embedding, ChipThatGoesByPlanHasItsPortsReadOnceMore) {
+   const auto lock = Kiln::ActivityLockAnchor::lock();
+   YourAgent agent(store);
+   agent.addChip(program, nullptr);
+   agent.addPort(Pelt::IntfId("Ethernet1"), 132);
+   StubSdk::sdk().takesPortReads = true;
+   advance(2.0);
+   read(1000);
+   agent.retireChip("Chip0", [] {
+      EXPECT_FALSE(Kiln::ActivityLockAnchor::isHeldByThisThread());
+      read(1500);
+   });
+   EXPECT_EQ(total(agent, "Ethernet1"), 1500U);
+   EXPECT_TRUE(agent.mgr->zelCounters().empty());
+}
+
+TEST_F(Embedding, DeletionAsksNoPortAndKeepsItsRecord) {
+   const auto lock = Kiln::ActivityLockAnchor::lock();
+   YourAgent agent(store);
+   agent.addChip(program, nullptr);
+   agent.addPort(Pelt::IntfId("Ethernet1"), 132);
+   StubSdk::sdk().takesPortReads = true;
+   advance(2.0);
+   read(1000);
+   agent.mgr->deleteChip("Chip0");
+   EXPECT_THAT(StubSdk::sdk().portReads, testing::IsEmpty());
+   EXPECT_TRUE(agent.tables.allIntfCounters->table().has("Ethernet1"));
+
+   // Counting goes on when it comes back: from below, what it counted before its first reading is only compared with.
+   agent.addChip(program, nullptr);
+   advance(2.0);
+   read(400);
+   EXPECT_EQ(total(agent, "Ethernet1"), 1000U);
+   advance(2.0);
+   read(450);
+   EXPECT_EQ(total(agent, "Ethernet1"), 1050U);
+}
+
+TEST_F(Embedding, OwnCommandIsRunByItsFirstWord) {
+   const auto lock = Kiln::ActivityLockAnchor::lock();
+   const auto commands = Kiln::allocate<Agent::AgentCommandRequestDirSm>();
+   const auto runner = Kiln::allocate<Agent::CommandRunner>(commands);
+   addFanCommand(commands, runner);
+   const Agent::CommandSpool answer;
+   EXPECT_TRUE(runner->run("fans show", answer).ok());
+   EXPECT_EQ(runner->run("fans stop", answer).error, "expected 'show'");
+   EXPECT_EQ(ZelTest::printed([&](U32 fd) {
+                Kiln::TextOutput out(static_cast<int>(fd));
+                answer.copyTo(out);
+             }),
+             "fan 1: 7200 rpm\n");
+}
+
+TEST_F(Embedding, GuideListsTheTextsOfAllStatuses) {
+   int status = 0;
+   for (const auto& row : ZelTest::manualRows("embedding.md", "## Statuses")) {
+      for (std::size_t cell = 0; cell + 1 < row.size() && !row[cell].empty(); cell += 2, ++status) {
+         EXPECT_EQ(row[cell], std::to_string(status));
+         EXPECT_EQ(row[cell + 1], ZelCounter::sdkStatusText(status));
+      }
+   }
+   EXPECT_STREQ(ZelCounter::sdkStatusText(status), "Unknown error");
 }
 
 // As docs/embedding.md says of chips that can do more than their program.

@@ -1,6 +1,7 @@
 // An SDK that breaks the contract in one way, which WRONG in the environment names: it stands between the contract kit
 // and the soft chip, by the linker's --wrap.
 #include "kiln/Types.h"
+#include "sdk-check/Hooks.h"
 #include "sdk/bf_port.h"
 #include "sdk/bf_tm.h"
 #include "sdk/pipe_mgr.h"
@@ -125,8 +126,26 @@ pipe_status_t __wrap_pipe_mgr_stat_database_sync(pipe_sess_hdl_t session, dev_ta
 pipe_status_t __wrap_pipe_mgr_stat_tbl_symmetric_mode(bf_dev_id_t device, pipe_stat_tbl_hdl_t table,
                                                       bool* symmetric) {
    const pipe_status_t status = __real_pipe_mgr_stat_tbl_symmetric_mode(device, table, symmetric);
-   *symmetric = *symmetric || isWrong("symmetric");
+   *symmetric = (*symmetric || isWrong("symmetric")) && !isWrong("asymmetric");
    return status;
 }
 }
+
+namespace SdkCheck {
+
+Hooks realHooks(const Target& target) __asm__("__real__ZN8SdkCheck9makeHooksERKNS_6TargetE");
+Hooks wrongHooks(const Target& target) __asm__("__wrap__ZN8SdkCheck9makeHooksERKNS_6TargetE");
+
+Hooks wrongHooks(const Target& target) {
+   Hooks hooks = realHooks(target);
+   if (isWrong("VLAN counters")) {
+      // The program is this process's own, and no chip asks for it by this handle.
+      auto& tables =
+           const_cast<std::vector<ZlResourceInfo::ZlTableCounter>&>(*hooks.resourceInfo->zlTableCounters());
+      tables[hooks.resourceInfo->zlTableCounterIndex("ingL2DomainCounters")].tableHandle += 0x100;
+   }
+   return hooks;
+}
+
+} // namespace SdkCheck
 // NOLINTEND(bugprone-reserved-identifier,readability-identifier-naming)

@@ -1,8 +1,6 @@
 // Defines the SDK's functions on the stub's arrays.
 #include "tests/support/StubSdk.h"
 
-#include "sdk/bf_port.h"
-#include "sdk/bf_tm.h"
 #include "sdk/lld.h"
 #include "zl/ZelSdk.h"
 
@@ -86,6 +84,12 @@ void reset() {
 U32 Sdk::status(const char* entryPoint, U32 handle, U16 pipe) const {
    const auto at = statuses.find({entryPoint, handle, pipe});
    return at == statuses.end() ? 0 : at->second;
+}
+
+void PortRead::deliver(U64 value) const {
+   bf_rmon_counter_array_t values;
+   std::fill(std::begin(values), std::end(values), value);
+   callback(dev, port, &values, cookie);
 }
 
 void Sdk::deliverAll() {
@@ -263,11 +267,16 @@ bf_status_t bf_pipe_deparser_drop_get(bf_dev_id_t, uint16_t pipe, uint32_t direc
    return static_cast<bf_status_t>(sdk().status("deparser", direction, pipe));
 }
 
-bf_status_t bf_port_mac_stats_hw_async_get(bf_dev_id_t, bf_dev_port_t, bf_port_mac_stats_cb, void*) {
+bf_status_t bf_port_mac_stats_hw_async_get(bf_dev_id_t dev, bf_dev_port_t port, bf_port_mac_stats_cb callback,
+                                           void* cookie) {
    if (sdk().onMacStatsGet) {
       sdk().onMacStatsGet();
    }
-   return 3;
+   if (!sdk().takesPortReads) {
+      return 3;
+   }
+   sdk().portReads.push_back({dev, port, callback, cookie});
+   return BF_SUCCESS;
 }
 
 bf_status_t bf_port_rmon_counter_to_str(int, const char** name) {

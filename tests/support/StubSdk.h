@@ -3,6 +3,7 @@
 #pragma once
 
 #include "sdk/bf_pipe.h"
+#include "sdk/bf_port.h"
 #include "sdk/bf_tm.h"
 #include "sdk/pipe_mgr.h"
 #include "zl/ZelCountersIntf.h"
@@ -35,6 +36,15 @@ struct Completion {
    void deliver() const { callback(dev, cookie); }
 };
 
+struct PortRead {
+   bf_dev_id_t dev;
+   bf_dev_port_t port;
+   bf_port_mac_stats_cb callback;
+   void* cookie;
+   // All counters have that value.
+   void deliver(U64 value) const;
+};
+
 struct Sdk {
    // By device and table handle.
    std::map<std::pair<int, U32>, Table> tables;
@@ -51,7 +61,9 @@ struct Sdk {
    std::vector<Completion> pending;
    // The calls that matter, in order: "sync 0 65535 A01", "property 0 B01 scope 1", ...
    std::vector<std::string> calls;
-   std::function<void()> onMacStatsGet; // called in each request for a port's counters, which is then refused
+   std::function<void()> onMacStatsGet; // called in each request for a port's counters
+   bool takesPortReads = false;         // else these requests are refused
+   std::vector<PortRead> portReads;     // for the test to deliver
    U64 reads = 0;                       // of entries
    U32 physicalPipeOffset = 0;
    std::mutex mutex; // guards pending

