@@ -4,7 +4,8 @@
 //
 // Keywords and options may be shortened to any beginning that only one of them has in its place. So may names of
 // counter tables; there a word is taken for a whole name first, then for an option, then for the beginning of a name.
-// Names of chips and interfaces are given whole. Options stand last, in any order, each at most once. With `json` a
+// Names of chips are given whole; an interface is one word, which may name several (kiln/NameChoice.h). `intf` and
+// `interface` are the same keyword. Options stand last, in any order, each at most once. With `json` a
 // show command answers by a document (docs/command-channel.md).
 #pragma once
 

@@ -4,9 +4,11 @@
 
 #include "counters/chip/ManagerAccess.h"
 #include "kiln/Choices.h"
+#include "kiln/NameChoice.h"
 #include "kiln/Numbers.h"
 
 #include <algorithm>
+#include <iterator>
 #include <map>
 #include <set>
 
@@ -108,26 +110,35 @@ ZelCountersMgrCli::Chips ZelCountersMgrCli::ownersOf(const Pelt::IntfId& intf) c
    return owners;
 }
 
-Kiln::String ZelCountersMgrCli::selectInterface(const ZelCountersCommand& command, Chips* chips,
-                                                Pelt::IntfId* intf) const {
+// A target for each chip that has some of the interfaces, or for the chip that the command names.
+Kiln::String ZelCountersMgrCli::selectInterfaces(const ZelCountersCommand& command, const Chips& chips,
+                                                 const ChipArguments& arguments,
+                                                 std::vector<Target>* targets) const {
    // Compared as text: making an interface id interns its name for ever, and what is typed may be anything.
    const std::vector<Pelt::IntfId> known = knownInterfaces();
-   const auto found = std::ranges::find(known, *command.intf, &Pelt::IntfId::text);
-   if (found == known.end()) {
-      std::vector<Kiln::String> names;
-      names.reserve(known.size());
-      for (const Pelt::IntfId& one : known) {
-         names.push_back(one.text());
+   std::vector<Kiln::String> names;
+   std::ranges::transform(known, std::back_inserter(names), &Pelt::IntfId::text);
+   const Kiln::NameChoice choice = Kiln::chooseNames(*command.intf, names);
+   if (!choice.error.empty()) {
+      return choice.error;
+   }
+   for (const Kiln::String& name : choice.names) {
+      const Pelt::IntfId& intf = *std::ranges::find(known, name, &Pelt::IntfId::text);
+      const Chips owners = ownersOf(intf);
+      Kiln::String error = ownerError(intf, command.chip ? chips.front().ptr() : nullptr, owners);
+      if (!error.empty()) {
+         return error;
       }
-      return Kiln::unknownInterface(*command.intf, names);
+      for (const auto& chip : command.chip ? chips : owners) {
+         auto target = std::ranges::find(*targets, chip, &Target::chip);
+         if (target == targets->end()) {
+            target = targets->insert(target, {chip, arguments, {}});
+         }
+         target->intfs.push_back(intf);
+      }
    }
-   *intf = *found;
-   Chips owners = ownersOf(*intf);
-   Kiln::String error = ownerError(*intf, command.chip ? chips->front().ptr() : nullptr, owners);
-   if (error.empty() && !command.chip) {
-      chips->swap(owners);
-   }
-   return error;
+   std::ranges::sort(*targets, {}, [](const Target& target) { return target.chip->deviceId(); });
+   return "";
 }
 
 // What is wrong with asking the named chip for the interface, or, when none is named, its owners. A chip that the
@@ -182,8 +193,14 @@ Kiln::String resolveTable(const ZlResourceInfo::ZlResourceInfoIntf& catalogue, c
    if (!meant.empty()) {
       return "table " + Kiln::quoted(word) + " is ambiguous: expected " + Kiln::choices(meant);
    }
-   return "unknown table " + Kiln::quoted(word) + ": expected an id below " + std::to_string(tables) +
-          " or a name, as 'show info' lists them";
+   std::vector<Kiln::String> names;
+   for (U32 id = 0; id < tables; ++id) {
+      names.push_back(catalogue.zlTableCounter(id)->name);
+   }
+   return "unknown table " + Kiln::quoted(word) + ": " +
+          Kiln::meantOrExpected(word, names,
+                                "an id below " + std::to_string(tables) +
+                                     " or a name, as 'show info' lists them");
 }
 
 Kiln::String resolveOnChip(const ZelCounters& chip, const ZelCountersCommand& command,
@@ -245,7 +262,7 @@ Kiln::String ZelCountersMgrCli::clearError(const std::vector<Target>& targets) {
 // The chips that the command goes to, or what is wrong with it.
 Kiln::String ZelCountersMgrCli::select(const ZelCountersCommand& command,
                                        std::vector<Target>* targets) const {
-   Chips chips = chipsOf(command.chip);
+   const Chips chips = chipsOf(command.chip);
    ChipArguments arguments;
    arguments.stage = command.stage;
    arguments.nonZeroOnly = command.nonZeroOnly;
@@ -256,12 +273,11 @@ Kiln::String ZelCountersMgrCli::select(const ZelCountersCommand& command,
       error = "unknown chip " + Kiln::quoted(*command.chip) + ": " + chipChoices();
    }
    if (error.empty() && command.intf) {
-      error = selectInterface(command, &chips, &arguments.intf);
-   }
-   arguments.mgr = mgr_;
-   for (const auto& chip : chips) {
-      arguments.isFirst = targets->empty();
-      targets->push_back({chip, arguments});
+      error = selectInterfaces(command, chips, arguments, targets);
+   } else {
+      for (const auto& chip : chips) {
+         targets->push_back({chip, arguments, {{}}});
+      }
    }
    if (error.empty() && (command.needsTables || command.pipe)) {
       error = selectOperands(command, targets);
@@ -287,10 +303,15 @@ Agent::CommandResult ZelCountersMgrCli::run(const ZelCountersCommand& command, i
    if (targets.empty() && !command.json) { // a document says so by its empty list of chips
       out->noTable("", "No chip is up");
    }
-   for (const Target& target : targets) {
+   for (Target& target : targets) {
+      target.arguments.mgr = mgr_;
+      target.arguments.isFirst = &target == targets.data();
       out->chipBegin(target.chip->chipName());
       if (target.chip->initialized()) {
-         command.operation(*target.chip, *out, target.arguments);
+         for (const Pelt::IntfId& intf : target.intfs) {
+            target.arguments.intf = intf;
+            command.operation(*target.chip, *out, target.arguments);
+         }
          out->tellReadings(target.chip->chipName());
       } else {
          out->uninitialized();

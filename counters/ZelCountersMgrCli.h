@@ -30,8 +30,8 @@ using ChipOperation = void (*)(ZelCounters& chip, ShowOutput& out, const ChipArg
 struct ZelCountersCommand {
    ChipOperation operation = nullptr;
    bool isClear = false;
-   std::optional<Kiln::String> chip; // without it, every chip
-   std::optional<Kiln::String> intf;
+   std::optional<Kiln::String> chip;  // without it, every chip
+   std::optional<Kiln::String> intf;  // one or several, as kiln/NameChoice.h reads it
    std::optional<Kiln::String> table; // id or name; without it, every table
    std::optional<Kiln::String> pipe;  // without it, every pipe
    U32 stage = 0;                     // of the pipeline
@@ -47,7 +47,7 @@ class ZelCountersMgrCli {
  public:
    explicit ZelCountersMgrCli(const ManagerAccess* mgr) : mgr_(mgr) {}
 
-   // Runs the command on the named chip, else on the one that has the interface, else on every chip that has the table
+   // Runs the command on the named chip, else on those that have the interfaces, else on every chip that has the table
    // and the pipe, in device order. Runs nothing when a name is unknown everywhere. A chip that is not initialized says
    // so.
    Agent::CommandResult run(const ZelCountersCommand& command, int fd) const;
@@ -67,16 +67,18 @@ class ZelCountersMgrCli {
  private:
    using Chips = std::vector<Kiln::Ptr<ZelCounters>>;
 
-   // A chip, and the operands as they are on it.
+   // A chip, and the operands as they are on it: the operation is run for each interface.
    struct Target {
       Kiln::Ptr<ZelCounters> chip;
       ChipArguments arguments;
+      std::vector<Pelt::IntfId> intfs;
    };
 
    Chips chipsInDeviceOrder() const;
    Chips chipsOf(const std::optional<Kiln::String>& name) const;
    std::vector<Pelt::IntfId> knownInterfaces() const;
-   Kiln::String selectInterface(const ZelCountersCommand& command, Chips* chips, Pelt::IntfId* intf) const;
+   Kiln::String selectInterfaces(const ZelCountersCommand& command, const Chips& chips,
+                                 const ChipArguments& arguments, std::vector<Target>* targets) const;
    Chips ownersOf(const Pelt::IntfId& intf) const;
    Kiln::String ownerError(const Pelt::IntfId& intf, const ZelCounters* named, const Chips& owners) const;
    static Kiln::String selectOperands(const ZelCountersCommand& command, std::vector<Target>* targets);

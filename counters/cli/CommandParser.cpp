@@ -92,22 +92,14 @@ Kiln::String CommandParser::choose(const Words& all, bool mayEnd) {
       return "";
    }
    const Kiln::String& word = words_[at_];
-   Words meant;
-   for (const Kiln::String& choice : all) {
-      if (choice == word) { // whole, though it may begin others as well
-         meant = {choice};
-         break;
-      }
-      if (choice.starts_with(word)) {
-         meant.push_back(choice);
-      }
-   }
+   const Words meant = Kiln::wordsMeant(word, all);
    if (meant.size() == 1) {
       ++at_;
       return meant.front();
    }
    error_ = meant.empty()
-                 ? "unexpected " + Kiln::quoted(word) + understood() + ": expected " + expected
+                 ? "unexpected " + Kiln::quoted(word) + understood() + ": " +
+                        Kiln::meantOrExpected(word, all, expected)
                  : Kiln::quoted(word) + " is ambiguous" + understood() + ": expected " + Kiln::choices(meant);
    return "";
 }
@@ -198,7 +190,8 @@ bool CommandParser::parseOperand(const CommandRow& row) {
    }
    if (atEnd()) {
       expect(mgrCli_.interfaceNames(command_->chip));
-      error_ = "the command is incomplete" + understood() + ": expected an interface's name";
+      error_ = "the command is incomplete" + understood() +
+               ": expected an interface, as Ethernet1 or Ethernet1-4,7";
       return false;
    }
    command_->intf = words_[at_++];

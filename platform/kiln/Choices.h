@@ -27,6 +27,16 @@ String counted(U64 number, std::string_view singular);
 // Internal1".
 String nameRanges(const std::vector<String>& sorted);
 
+// The choices that the word names: the one that it is, else all that begin with it. `intf` and `interface` are one word.
+std::vector<String> wordsMeant(std::string_view word, const std::vector<String>& all);
+
+// The choice that the word was most likely meant to be: at most two keys away, or other only in case. Empty if none is
+// near, or the word is too short to tell.
+String nearest(std::string_view word, const std::vector<String>& all);
+
+// "did you mean drop?" if a choice is near the word, else "expected " and the choices, which are what `expected` says.
+String meantOrExpected(std::string_view word, const std::vector<String>& all, const String& expected);
+
 // Says that there is no such interface, and which ones there are.
 String unknownInterface(const String& word, const std::vector<String>& sorted);
 

@@ -9,11 +9,11 @@ namespace Vex {
 
 namespace {
 
-// Flow control is not an error, although it is vetted like one.
+// Flow control and jumbo frames are no errors, although they are vetted like some.
 bool isErrorField(const Interface::StatisticsField& field) {
    const std::string_view name = field.name;
    return field.group == Interface::FieldGroup::upsetOnly && name.find("pause") == name.npos &&
-          name.find("pfc") == name.npos;
+          name.find("pfc") == name.npos && name != "in-oversize-frames";
 }
 
 std::optional<double> knownInterval(double interval) {
@@ -72,11 +72,13 @@ RecordText textOf(const Silo::Interface::IntfQueueCounters& record) {
       }
       const auto& total = record.totals[queue];
       const auto& delta = record.deltas[queue];
-      const bool hasRate = text.interval && ((record.absorbed >> queue) & 1) == 0;
+      const bool isRead =
+           ((record.reported >> queue) & 1) != 0 || total != Silo::Interface::QueueStatistics{};
+      const bool hasRate = isRead && text.interval && ((record.absorbed >> queue) & 1) == 0;
       const auto add = [&](const char* name, U64 value, U64 step, bool isError) {
          const auto rate = hasRate ? std::optional(static_cast<double>(step) / *text.interval) : std::nullopt;
          text.counters.push_back(
-              {"queue." + std::to_string(queue) + "." + name, value, std::nullopt, rate, isError});
+              {"queue." + std::to_string(queue) + "." + name, value, std::nullopt, rate, isError, isRead});
       };
       add("packets", total.packets, delta.packets, false);
       add("bytes", total.bytes, delta.bytes, false);
@@ -87,8 +89,11 @@ RecordText textOf(const Silo::Interface::IntfQueueCounters& record) {
 
 RecordText textOf(const Silo::Interface::NatCounter& record) {
    RecordText text;
-   text.counters = {{.name = "packets", .total = record.totalPackets, .reading = record.packets},
-                    {.name = "bytes", .total = record.totalBytes, .reading = record.bytes}};
+   const bool isRead = record.lastUpdate != 0 || record.totalPackets != 0;
+   text.counters = {
+        {.name = "packets", .total = record.totalPackets, .reading = record.packets, .isRead = isRead},
+        {.name = "bytes", .total = record.totalBytes, .reading = record.bytes, .isRead = isRead}};
+   text.isRated = false;
    text.times = timesOf(record);
    text.times.push_back({"creation", static_cast<double>(record.creationTime)});
    text.times.push_back({"last-update", record.lastUpdate});

@@ -17,6 +17,7 @@ struct NamedCounter {
    std::optional<U64> reading{}; // where the record has one
    std::optional<double> rate{}; // of the last step, per second; if known
    bool isError = false;         // counts what should not happen
+   bool isRead = true;           // false: its 0 was never read
 };
 
 // A moment of a record, on the clock of its table; 0 for never, or not known. All records have "discontinuity" and
@@ -33,6 +34,7 @@ struct RecordText {
    std::optional<double> interval{}; // seconds that the last step took; if known
    std::optional<U64> suspects{};    // where the record counts them
    std::optional<U64> speed{};       // of a port, bit/s; 0: not known
+   bool isRated = true;              // false: records of this kind have no rates
 
    // 0 for a name that the record does not have.
    double time(std::string_view name) const;

@@ -65,7 +65,14 @@ def document_of(reader, table="IntfCounters", statuses=(0,)):
 
 
 def document_of_client(view):
-    return document([client, "--silo", silo, view, "json"])
+    """What the client says of one table's records, without what it concludes from several numbers or tables."""
+    node = document([client, "--silo", silo, view, "json"])
+    node.pop("notes")
+    for row in node["interfaces"]:
+        for name in ("activity", "queue-activity", "in-use-per-mille", "out-use-per-mille", "queue-drops-age-ms"):
+            row.pop(name, None)
+        row.get("totals", {}).pop("out-queue-drops", None)
+    return node
 
 
 def ages_out(node):

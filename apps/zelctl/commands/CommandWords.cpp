@@ -2,6 +2,7 @@
 #include "apps/zelctl/commands/CommandWords.h"
 
 #include "apps/zelctl/views/RecordRequest.h"
+#include "apps/zelctl/views/TopView.h"
 #include "kiln/Choices.h"
 
 #include <stdexcept>
@@ -15,6 +16,7 @@ std::vector<String> showCommands() {
    for (const View& view : views()) {
       all.emplace_back(view.command);
    }
+   all.emplace_back(topCommand);
    return all;
 }
 
@@ -24,20 +26,20 @@ std::vector<String> allCommands() {
    return all;
 }
 
+bool isRecordCommand(const String& command) {
+   return viewNamed(command) != nullptr || command == topCommand;
+}
+
 bool isLeaving(const String& command) {
    return command == "quit" || command == "exit";
 }
 
 String commandNamed(const String& word) {
-   std::vector<String> meant;
-   for (const String& command : allCommands()) {
-      if (command == word) {
-         return command;
-      }
-      if (command.starts_with(word)) {
-         meant.push_back(command);
-      }
+   // The table of ports has the name of its rows, too.
+   if (Kiln::wordsMeant(word, {"intf", "interfaces"}) == std::vector<String>{"intf"}) {
+      return "interfaces";
    }
+   const std::vector<String> meant = Kiln::wordsMeant(word, allCommands());
    if (meant.size() > 1) {
       throw std::runtime_error(Kiln::quoted(word) + " is ambiguous: expected " + Kiln::choices(meant));
    }

@@ -13,6 +13,9 @@ std::vector<Kiln::String> showCommands();
 // Those, and the client's own.
 std::vector<Kiln::String> allCommands();
 
+// Whether the command reads the shared tables.
+bool isRecordCommand(const Kiln::String& command);
+
 // Whether the command leaves the prompt.
 bool isLeaving(const Kiln::String& command);
 

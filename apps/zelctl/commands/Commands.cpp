@@ -3,19 +3,23 @@
 
 #include "agent/CommandRunner.h"
 #include "apps/zelctl/commands/CommandWords.h"
-#include "apps/zelctl/commands/Usage.h"
+#include "apps/zelctl/commands/Completion.h"
+#include "apps/zelctl/commands/Help.h"
 #include "apps/zelctl/commands/WatchCommand.h"
 #include "apps/zelctl/connection/AgentConnection.h"
 #include "apps/zelctl/terminal/Terminal.h"
 #include "apps/zelctl/terminal/Utf8.h"
 #include "apps/zelctl/views/CountersDocument.h"
 #include "apps/zelctl/views/RecordViewer.h"
+#include "apps/zelctl/views/TopView.h"
 #include "kiln/Choices.h"
+#include "kiln/Time.h"
 #include "vex/PublishedRecords.h"
 
 #include <cerrno>
 #include <cstring>
 #include <iostream>
+#include <unistd.h>
 
 namespace ZelCtl {
 
@@ -27,6 +31,19 @@ using Words = std::vector<String>;
 // The line, with its first word written in full; the rest goes to the agent as it was typed.
 String completed(const String& line, const Words& words, const String& command) {
    return command + line.substr(line.find(words.front()) + words.front().size());
+}
+
+// Of a terminal; a file has no limit.
+std::size_t textWidth() {
+   return isScreen() ? terminalSize().width : 0;
+}
+
+// An error is one line; a terminal gets it broken between words.
+void printError(const String& error) {
+   const std::size_t width = isatty(STDERR_FILENO) != 0 ? terminalSize().width : 0;
+   for (const String& line : wrapped(error, width)) {
+      std::cerr << line << '\n';
+   }
 }
 
 int print(std::string_view text, Signals* signals) {
@@ -48,7 +65,7 @@ int askAgent(const Client& client, const String& line, bool isKnown, Signals* si
    if (!isKnown && answer.error.find("unknown command") != String::npos) {
       answer.error += ", or a command of zelctl itself: see 'zelctl help'";
    }
-   std::cerr << answer.error << '\n';
+   printError(answer.error);
    return refused;
 }
 
@@ -57,10 +74,14 @@ WatchRound fetchRound(const Client& client, const Words& words, Signals* signals
       if (isViewCommand(words.front())) {
          return {showRecords(words, client.store()), ""};
       }
+      if (words.front() == topCommand) {
+         return {showTop(words, client.store()), ""};
+      }
       const String line = Kiln::joined(words, " ");
+      const double asked = Kiln::System::monotonicTime();
       const Answer answer = ask(client.socketPath, line + " json", signals, patience);
       if (answer.error.empty()) {
-         return {readCountersDocument(answer.text), ""};
+         return {readCountersDocument(answer.text, asked, Kiln::System::monotonicTime()), ""};
       }
       // The agent may blame the word 'json', which nobody typed. Asked without it, it names the real fault, if any.
       const bool blamesJson = answer.error.find("'json'") != String::npos;
@@ -71,8 +92,16 @@ WatchRound fetchRound(const Client& client, const Words& words, Signals* signals
    }
 }
 
-int watch(const Client& client, const Words& words, Signals* signals) {
-   const WatchRequest request = parseWatch(words);
+// What was meant by a line that the agent would refuse, though another command is just that; empty if there is none.
+String misplaced(const Words& words, const String& command) {
+   if (command != "counters") {
+      return rightCommand(words);
+   }
+   const bool isShow = words.size() > 2 && String("show").starts_with(words[1]) && isRecordCommand(words[2]);
+   return isShow ? rightCommand({words.begin() + 1, words.end()}) : "";
+}
+
+int watch(const Client& client, const WatchRequest& request, Signals* signals) {
    const auto rounds = [&](Signals* caught) {
       return runWatch(
            request,
@@ -95,7 +124,7 @@ Silo::Store Client::store() const {
 }
 
 int complain(std::string_view problem) {
-   std::cerr << "% " << printable(problem) << '\n';
+   printError("% " + printable(problem));
    return refused;
 }
 
@@ -105,19 +134,30 @@ int runLine(const Client& client, const String& line, Signals* signals) {
       return complain("no command: 'zelctl help' lists them");
    }
    try {
+      if (words.back().ends_with('?')) {
+         return print(helpOnNext(completionsOf(client, line.substr(0, line.rfind('?')))), signals);
+      }
       const String command = commandNamed(words.front());
       if (command == "help") {
-         return print(helpText(), signals);
+         return print(helpOn(words), signals);
       }
       if (isLeaving(command) && words.size() == 1) {
          return carriedOut;
       }
       if (command == "watch") {
-         return watch(client, words, signals);
+         return watch(client, parseWatch(words), signals);
       }
       if (isViewCommand(command)) {
          words.front() = command;
-         return print(viewRecords(words, client.store()), signals);
+         return print(viewRecords(words, client.store(), textWidth()), signals);
+      }
+      if (command == topCommand) {
+         words.front() = command;
+         return isScreen() && !isTopJson(words) ? watch(client, {.words = words}, signals)
+                                                : print(viewTop(words, client.store(), textWidth()), signals);
+      }
+      if (const String right = misplaced(words, command); !right.empty()) {
+         return complain("unknown command " + Kiln::quoted(Kiln::joined(words, " ")) + ": try: " + right);
       }
       return askAgent(client, completed(line, words, command), command == "counters", signals);
    } catch (const std::exception& error) {

@@ -6,6 +6,7 @@
 #include "apps/zelctl/connection/AgentConnection.h"
 #include "apps/zelctl/terminal/Utf8.h"
 #include "apps/zelctl/views/RecordViewer.h"
+#include "apps/zelctl/views/TopView.h"
 #include "kiln/Choices.h"
 #include "kiln/Name.h"
 #include "kiln/Numbers.h"
@@ -49,6 +50,9 @@ Words follow(const Client& client, Words before, const String& partial) {
    }
    if (isViewCommand(before.front())) {
       return viewCandidates(before, client.store());
+   }
+   if (before.front() == topCommand) {
+      return topCandidates(before);
    }
    if (before.front() != "counters") {
       return {};

@@ -10,12 +10,14 @@ namespace {
 constexpr const char* beginning = R"(Usage: zelctl [OPTION]... COMMAND [WORD]...
        zelctl [OPTION]...           on a terminal, gives a prompt
 
-Words may be shortened while they stay unique. Tab completes them at the prompt.
+Words may be shortened while they stay unique; 'intf' and 'interface' are one.
+Tab completes them at the prompt.
 
 Dropped frames?  'counters show drop nonzero' says which ports dropped them and
 why. If that is empty, 'counters show pipeline nonzero' says how far they got.
-These cover the pipeline and the queues. Discards in 'interfaces errors' are the
-MAC's own; with the agent's '--traffic host' there are no others.
+'top by drops' says which ports and queues drop now. 'interfaces errors' has the
+MAC's discards beside the queues' drops; with the agent's '--traffic host' there
+are no others.
 
 counters ...                        asks the running zelagent
    show drop                        dropped frames by port and reason
@@ -52,21 +54,29 @@ These read what an agent published in the shared tables, even if none is running
 )";
 
 constexpr const char* end = R"(     INTF                           only these; 'interfaces' shows all counters
-                                    of each
+                                    of each; also Ethernet1-4,7 and Eth1
      nonzero                        leaves out what is 0
      rates                          not for nat: per second, over the last
                                     polling interval
-     errors                         for interfaces: errors, discards and suspect
-                                    steps (too big for the port's speed)
+     errors                         for interfaces: errors, discards, drops of
+                                    the queues and suspect steps (too big for
+                                    the port's speed)
      raw                            not for queues: the chip's own counts, which
                                     wrap and may jump
+     exact                          every digit of large numbers
+     json                           prints JSON, for programs
+
+   top [by COLUMN]                  the busiest, most dropping and most erring
+                                    ports and queues, live on a terminal; by
+                                    use, in, out, packets, drops or errors
      json                           prints JSON, for programs
 
 These are zelctl's own
    watch [SECONDS] SHOW             repeats any show, every 2 s by default, and
                                     marks what changed, with rates per second;
                                     Ctrl-C or q ends it
-   help                             prints this
+   help [WORD]                      lists the topics, or explains one; a line
+                                    that ends in ? lists what may come next
    quit                             leaves the prompt
 
 Options

@@ -2,10 +2,11 @@
 #include "apps/zelctl/commands/WatchCommand.h"
 
 #include "apps/zelctl/commands/CommandWords.h"
-#include "apps/zelctl/views/RecordRequest.h"
+#include "apps/zelctl/commands/Help.h"
 #include "kiln/Choices.h"
 #include "kiln/Numbers.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 namespace ZelCtl {
@@ -69,7 +70,11 @@ WatchRequest parseWatch(const std::vector<String>& words) {
    command = commandNamed(command);
    if (command == shows.front()) {
       checkCounters(request.words);
-   } else if (viewNamed(command) == nullptr) {
+   } else if (std::ranges::find(shows, command) == shows.end()) {
+      const String right = rightCommand(request.words);
+      if (!right.empty() && std::ranges::find(shows, right.substr(0, right.find(' '))) != shows.end()) {
+         throw std::runtime_error("cannot watch " + Kiln::quoted(command) + ": try: watch " + right);
+      }
       throw std::runtime_error("cannot watch " + Kiln::quoted(command) + ": expected " +
                                (at == 1 ? "seconds or " : "") + Kiln::choices(shows));
    }

@@ -93,6 +93,21 @@ Kiln::String cutTo(std::string_view text, std::size_t columns) {
    return Kiln::String(text.substr(0, at));
 }
 
+std::vector<Kiln::String> wrapped(std::string_view text, std::size_t columns) {
+   std::vector<Kiln::String> lines{""};
+   for (bool isFirst = true; isFirst || !text.empty(); isFirst = false) {
+      const std::string_view word = text.substr(0, text.find(' ', text.find_first_not_of(' ')));
+      const bool fits = columns == 0 || columnsIn(lines.back()) + columnsIn(word) <= columns;
+      if (fits || lines.back().empty()) {
+         lines.back() += word;
+      } else {
+         lines.emplace_back(word.substr(std::min(word.find_first_not_of(' '), word.size())));
+      }
+      text.remove_prefix(word.size());
+   }
+   return lines;
+}
+
 Kiln::String printable(std::string_view text) {
    Kiln::String shown;
    for (std::size_t at = 0; at < text.size();) {

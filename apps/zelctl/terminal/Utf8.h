@@ -4,6 +4,7 @@
 #include "kiln/Types.h"
 
 #include <string_view>
+#include <vector>
 
 namespace ZelCtl {
 
@@ -12,6 +13,10 @@ std::size_t columnsIn(std::string_view text);
 
 // The longest beginning of the text that fits into so many columns.
 Kiln::String cutTo(std::string_view text, std::size_t columns);
+
+// The text in lines of at most so many columns, broken between words; a longer word has a line of its own. 0 columns for
+// no limit.
+std::vector<Kiln::String> wrapped(std::string_view text, std::size_t columns);
 
 // The text with '?' for what must not be sent to a terminal: control characters (C0 and C1), and bytes that are not
 // valid UTF-8.

@@ -87,24 +87,43 @@ String titleOf(const String& chip, const Json& object) {
    return title.ends_with("chip " + chip) ? title : chip + ": " + title;
 }
 
-ShownTable tableOf(const String& chip, const Json& object) {
+std::vector<String> notesOf(const Json& object) {
+   std::vector<String> notes;
+   for (const Json& note : need(object, "notes", Type::array)) {
+      notes.push_back(textOf(note));
+   }
+   return notes;
+}
+
+// The agent rounds ages to milliseconds, and told them at some time between the two.
+std::optional<SampleTime> sampledOf(const Json& object, double asked, double answered) {
+   constexpr double rounding = 1e-3; // seconds
+   const auto age = object.find("age-ms");
+   const auto status = object.find("status");
+   if (age == object.end() || !age->is_number_unsigned() || (status != object.end() && !status->is_null())) {
+      return std::nullopt;
+   }
+   const double seconds = static_cast<double>(age->get<U64>()) / 1e3;
+   return SampleTime{asked - seconds - rounding, answered - seconds + rounding};
+}
+
+ShownTable tableOf(const String& chip, const Json& object, double asked, double answered) {
    const Json& rows = need(object, "rows", Type::array);
    ShownTable table{titleOf(chip, object), columnsOf(rows, need(object, "counters", Type::array)), {}};
    for (const Json& row : rows) {
       table.rows.push_back(rowOf(row, table.columns));
+      table.rows.back().sampled = sampledOf(object, asked, answered);
    }
    for (ShownColumn& column : table.columns) {
       column.heading = printable(column.heading);
    }
-   for (const Json& note : need(object, "notes", Type::array)) {
-      table.notes.push_back(textOf(note));
-   }
+   table.notes = notesOf(object);
    return table;
 }
 
 } // namespace
 
-std::vector<ShownTable> readCountersDocument(std::string_view text) {
+std::vector<ShownTable> readCountersDocument(std::string_view text, double asked, double answered) {
    std::vector<ShownTable> tables;
    try {
       const Json document = readJson(text);
@@ -115,7 +134,10 @@ std::vector<ShownTable> readCountersDocument(std::string_view text) {
             continue;
          }
          for (const Json& table : need(chip, "tables", Type::array)) {
-            tables.push_back(tableOf(name, table));
+            tables.push_back(tableOf(name, table, asked, answered));
+         }
+         if (const auto notes = chip.find("notes"); notes != chip.end() && !notes->empty()) {
+            tables.push_back({"", {}, {}, notesOf(chip)});
          }
       }
    } catch (const std::exception& error) {

@@ -1,4 +1,4 @@
-// Reads all records of a shared table at once, in natural order of their names.
+// Reads all records of a shared table at once, in natural order of their names, and says what may be believed of each.
 #pragma once
 
 #include "kiln/Name.h"
@@ -11,6 +11,20 @@
 
 namespace ZelCtl {
 
+// What is happening, as far as the record tells.
+enum class Activity : U8 {
+   up,        // packets passed during the last polling interval
+   idle,      // none did
+   read,      // fresh, of a kind that has no rates
+   unrated,   // fresh, but nobody knows how many: it was read once, or the last step was an upset
+   stale,     // nobody has read it for three polling intervals
+   neverRead, // nor ever
+   agentGone  // and nobody will
+};
+const char* text(Activity activity);
+
+inline constexpr double staleAfter = 3; // polling intervals
+
 struct PublishedRow {
    Kiln::String name; // empty if the record is damaged and its name lost
    Silo::ReadResult result = Silo::ReadResult::absent;
@@ -18,7 +32,11 @@ struct PublishedRow {
    // Seconds; none if sampled on another clock, as before the machine's restart, or if its time is yet to come.
    std::optional<double> age;
    bool isStale = true;  // older than three polling intervals, or of no known age
-   Vex::RecordText text; // empty unless the result is ok
+   Vex::RecordText text; // empty unless the result is ok; without rates where these are not of now
+   // Of a port: the age of its queues' drops, if these are known.
+   std::optional<double> queuesAge;
+
+   const Vex::NamedCounter* counter(std::string_view counterName) const;
 };
 
 struct PublishedTable {
@@ -27,12 +45,16 @@ struct PublishedTable {
    bool isWriterAlive = false;
    double now = 0; // on the table's clock
    std::vector<PublishedRow> rows;
+
+   // What happens at the row's interface, or at one of its queues.
+   Activity activity(const PublishedRow& row, std::string_view queue = "") const;
+   // What else is to be said of the table as a whole.
+   std::vector<Kiln::String> notes() const;
 };
 
 // Throws std::runtime_error, saying why the table cannot be read.
 template <Silo::RecordType Record>
 PublishedTable readPublished(const Silo::Store& store, const char* tableName) {
-   constexpr double staleAfter = 3; // polling intervals
    Silo::TableReader<Record> reader(store, tableName);
    std::vector<Silo::Entry<Record>> entries;
    if (!reader.snapshot(entries)) {
@@ -50,6 +72,9 @@ PublishedTable readPublished(const Silo::Store& store, const char* tableName) {
          row.age = reader.age(entry.sample.info, table.now, Silo::ClockDomain::monotonic());
          row.isStale = !row.age || *row.age > staleAfter * table.pollingInterval;
          row.text = Vex::textOf(entry.sample.record);
+         if (row.isStale || !table.isWriterAlive) {
+            std::ranges::for_each(row.text.counters, [](auto& one) { one.rate.reset(); });
+         }
       }
       table.rows.push_back(std::move(row));
    }
@@ -58,5 +83,8 @@ PublishedTable readPublished(const Silo::Store& store, const char* tableName) {
         &PublishedRow::name);
    return table;
 }
+
+// The ports, each with the sum of its queues' drops as the counter "out-queue-drops", where these are published.
+PublishedTable readPorts(const Silo::Store& store, const char* tableName);
 
 } // namespace ZelCtl

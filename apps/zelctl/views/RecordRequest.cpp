@@ -2,6 +2,7 @@
 #include "apps/zelctl/views/RecordRequest.h"
 
 #include "kiln/Choices.h"
+#include "kiln/NameChoice.h"
 
 namespace ZelCtl {
 
@@ -11,22 +12,37 @@ using Kiln::String;
 namespace Tables = Silo::Interface;
 
 constexpr std::array keywordNames{std::pair{nonzero, "nonzero"}, std::pair{rates, "rates"},
-                                  std::pair{errors, "errors"}, std::pair{raw, "raw"},
-                                  std::pair{json, "json"}};
+                                  std::pair{errors, "errors"},   std::pair{raw, "raw"},
+                                  std::pair{exact, "exact"},     std::pair{json, "json"}};
+
+using enum Column::Shows;
 
 constexpr Column intfColumns[] = {
-     {"in-octets", "In octets", "In bit/s", 8},    {"in-pkts", "In pkts", "In pkts/s"},
-     {"in-errors", "In errs", "In errs/s"},        {"in-discards", "In disc", "In disc/s"},
-     {"out-octets", "Out octets", "Out bit/s", 8}, {"out-pkts", "Out pkts", "Out pkts/s"},
-     {"out-errors", "Out errs", "Out errs/s"},     {"out-discards", "Out disc", "Out disc/s"},
+     {"in-octets", "In use", "In use", 8, use},
+     {"out-octets", "Out use", "Out use", 8, use},
+     {"in-octets", "In bit/s", "In bit/s", 8, rate},
+     {"out-octets", "Out bit/s", "Out bit/s", 8, rate},
+     {"in-octets", "In octets", "In bit/s", 8},
+     {"out-octets", "Out octets", "Out bit/s", 8},
+     {"in-pkts", "In pkts", "In pkts/s"},
+     {"out-pkts", "Out pkts", "Out pkts/s"},
+     {"in-errors", "In errs", "In errs/s"},
+     {"out-errors", "Out errs", "Out errs/s"},
+     {"in-discards", "In disc", "In disc/s"},
+     {"out-discards", "Out disc", "Out disc/s"},
 };
 constexpr Column intfErrorColumns[] = {
-     {"in-errors", "In errs", "In errs/s"},           {"in-fcs-errors", "FCS", "FCS/s"},
-     {"in-alignment-errors", "Align", "Align/s"},     {"in-symbol-error", "Symbol", "Symbol/s"},
-     {"in-undersize-frames", "Undersz", "Undersz/s"}, {"in-oversize-frames", "Oversz", "Oversz/s"},
-     {"in-fragment-frames", "Frags", "Frags/s"},      {"in-jabber-frames", "Jabber", "Jabber/s"},
-     {"in-discards", "In disc", "In disc/s"},         {"out-errors", "Out errs", "Out errs/s"},
-     {"out-discards", "Out disc", "Out disc/s"},
+     {"in-errors", "In errs", "In errs/s"},
+     {"in-fcs-errors", "FCS", "FCS/s"},
+     {"in-alignment-errors", "Align", "Align/s"},
+     {"in-symbol-error", "Symbol", "Symbol/s"},
+     {"in-undersize-frames", "Undersz", "Undersz/s"},
+     {"in-fragment-frames", "Frags", "Frags/s"},
+     {"in-jabber-frames", "Jabber", "Jabber/s"},
+     {"in-discards", "MAC in disc", "MAC in disc/s"},
+     {"out-errors", "Out errs", "Out errs/s"},
+     {"out-discards", "MAC out disc", "MAC out disc/s"},
+     {"out-queue-drops", "Queue drops", "Queue drops/s"},
 };
 constexpr Column queueColumns[] = {
      {"packets", "Packets", "Packets/s"}, {"bytes", "Bytes", "Bit/s", 8}, {"drops", "Drops", "Drops/s"}};
@@ -39,8 +55,8 @@ constexpr Column natColumns[] = {{"packets", "Packets", ""}, {"bytes", "Bytes", 
 constexpr View allViews[] = {
      {"interfaces",
       "counters of ports",
-      nonzero | rates | errors | raw | json,
-      readPublished<Tables::IntfCounters>,
+      nonzero | rates | errors | raw | exact | json,
+      readPorts,
       Tables::TableName::intfCounters,
       intfColumns,
       intfErrorColumns,
@@ -49,7 +65,7 @@ constexpr View allViews[] = {
       true},
      {"queues",
       "counters of egress queues",
-      nonzero | rates | json,
+      nonzero | rates | exact | json,
       readPublished<Tables::IntfQueueCounters>,
       Tables::TableName::intfQueueCounters,
       queueColumns,
@@ -59,7 +75,7 @@ constexpr View allViews[] = {
       false},
      {"vlans",
       "counters of VLAN interfaces",
-      nonzero | rates | raw | json,
+      nonzero | rates | raw | exact | json,
       readPublished<Tables::L3IntfCounters>,
       Tables::TableName::vlanIntfCounters,
       l3Columns,
@@ -69,7 +85,7 @@ constexpr View allViews[] = {
       false},
      {"subinterfaces",
       "counters of subinterfaces",
-      nonzero | rates | raw | json,
+      nonzero | rates | raw | exact | json,
       readPublished<Tables::L3IntfCounters>,
       Tables::TableName::subIntfCounters,
       l3Columns,
@@ -79,7 +95,7 @@ constexpr View allViews[] = {
       false},
      {"nat",
       "what source NAT translated",
-      nonzero | raw | json,
+      nonzero | raw | exact | json,
       readPublished<Tables::NatCounter>,
       Tables::TableName::intfNatCounters,
       natColumns,
@@ -124,23 +140,30 @@ std::vector<String> namesIn(const PublishedTable& table) {
 
 // The keyword that the word names or abbreviates; 0 if none. Throws std::runtime_error if the word is ambiguous.
 unsigned keywordMeant(const View& view, const String& word) {
-   unsigned meant = 0;
-   std::vector<String> candidates;
+   const std::vector<String> meant = Kiln::wordsMeant(word, keywordsOf(view));
+   if (meant.size() > 1) {
+      throw std::runtime_error(Kiln::quoted(word) + " is ambiguous: expected " + Kiln::choices(meant));
+   }
    for (const auto& [keyword, name] : keywordNames) {
-      if ((view.takes & keyword) != 0 && std::string_view(name).starts_with(word)) {
-         meant = keyword;
-         candidates.emplace_back(name);
+      if (!meant.empty() && meant.front() == name) {
+         return keyword;
       }
    }
-   if (candidates.size() > 1) {
-      throw std::runtime_error(Kiln::quoted(word) + " is ambiguous: expected " + Kiln::choices(candidates));
-   }
-   return meant;
+   return 0;
 }
 
-[[noreturn]] void refuseName(const View& view, const String& word, const std::vector<String>& known) {
-   throw std::runtime_error(Kiln::unknownInterface(word, known) + "; keywords are " +
-                            Kiln::joined(keywordsOf(view), ", "));
+[[noreturn]] void refuseWord(const View& view, const String& word, const String& error) {
+   const String near = Kiln::nearest(word, keywordsOf(view));
+   if (!near.empty()) {
+      throw std::runtime_error("unexpected " + Kiln::quoted(word) + ": did you mean " + near + "?");
+   }
+   const bool isAsked = error.ends_with('?');
+   throw std::runtime_error(error +
+                            (isAsked ? "" : "; keywords are " + Kiln::joined(keywordsOf(view), ", ")));
+}
+
+bool isInterfaceWord(const String& word) {
+   return word == "intf" || word == "interface";
 }
 
 } // namespace
@@ -149,15 +172,21 @@ RecordRequest parseRecordRequest(const std::vector<String>& words, const Publish
    RecordRequest request;
    request.view = viewNamed(words.front());
    const std::vector<String> known = namesIn(table);
+   const auto isKnown = [&](const String& word) { return std::ranges::find(known, word) != known.end(); };
    for (std::size_t i = 1; i < words.size(); ++i) {
-      const bool isName = std::ranges::find(known, words[i]) != known.end();
-      const unsigned keyword = isName ? 0 : keywordMeant(*request.view, words[i]);
-      if (!isName && keyword == 0) {
-         refuseName(*request.view, words[i], known);
+      const bool isNamed = isInterfaceWord(words[i]) && !isKnown(words[i]);
+      if (isNamed && ++i == words.size()) {
+         throw std::runtime_error(words.back() + " needs an interface: expected " +
+                                  (known.empty() ? "none, as none is published" : Kiln::nameRanges(known)));
       }
+      const unsigned keyword = isNamed || isKnown(words[i]) ? 0 : keywordMeant(*request.view, words[i]);
       request.keywords |= keyword;
-      if (isName) {
-         request.names.push_back(words[i]);
+      if (keyword == 0) {
+         const Kiln::NameChoice choice = Kiln::chooseNames(words[i], known);
+         if (!choice.error.empty()) {
+            refuseWord(*request.view, words[i], choice.error);
+         }
+         request.names.insert(request.names.end(), choice.names.begin(), choice.names.end());
       }
    }
    return request;

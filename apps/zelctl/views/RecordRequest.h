@@ -14,6 +14,9 @@ struct Column {
    std::string_view heading;
    std::string_view rateHeading;
    unsigned rateFactor = 1; // from the counter's unit to the rate heading's: 8 from octets to bits
+   // Instead of the count: its rate, or the use of the line in percent. A list of rates, or a watch, which has rates
+   // anyway, leaves out the former.
+   enum class Shows : U8 { count, rate, use } shows = Shows::count;
 };
 
 struct TimeColumn {
@@ -21,7 +24,7 @@ struct TimeColumn {
    std::string_view heading;
 };
 
-enum Keywords : unsigned { nonzero = 1, rates = 2, errors = 4, raw = 8, json = 16 };
+enum Keywords : unsigned { nonzero = 1, rates = 2, errors = 4, raw = 8, exact = 16, json = 32 };
 
 struct View {
    std::string_view command;
@@ -51,8 +54,9 @@ struct RecordRequest {
 };
 
 // The first word must be a view's. Any other word is the name of an interface in the view's table, else a keyword or
-// an unambiguous abbreviation of one. Throws std::runtime_error for a word that is neither, listing the names and
-// keywords there are.
+// an unambiguous abbreviation of one, else a short form, a range or a list of names. After `intf` or `interface` a word
+// is no keyword. Throws std::runtime_error for any other word, saying what it may have been meant to be, or listing the
+// names and keywords there are.
 RecordRequest parseRecordRequest(const std::vector<Kiln::String>& words, const PublishedTable& table);
 
 // The rows that the request asks for.

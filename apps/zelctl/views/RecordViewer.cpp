@@ -1,12 +1,13 @@
 // Turns records into tables, and prints them as text for people or as JSON for programs.
 #include "apps/zelctl/views/RecordViewer.h"
 
+#include "apps/zelctl/views/Readable.h"
 #include "apps/zelctl/views/RecordRequest.h"
 #include "apps/zelctl/views/TextTable.h"
+#include "kiln/Choices.h"
 #include "kiln/JsonWriter.h"
 
-#include <cmath>
-#include <cstdio>
+#include <algorithm>
 
 namespace ZelCtl {
 
@@ -17,29 +18,31 @@ using Kiln::String;
 using Vex::NamedCounter;
 using Kind = ShownColumn::Kind;
 
+constexpr const char* unknown = "-";
+
 U64 countOf(const NamedCounter& counter, const RecordRequest& request) {
    return request.has(raw) ? counter.reading.value_or(counter.total) : counter.total;
 }
 
-const NamedCounter* counterNamed(const Vex::RecordText& text, std::string_view name) {
-   const auto found = std::ranges::find(text.counters, name, &NamedCounter::name);
-   return found == text.counters.end() ? nullptr : &*found;
+String shownCount(U64 count, const RecordRequest& request) {
+   return request.has(exact) ? std::to_string(count) : countText(count);
 }
 
-String secondsText(double seconds) {
-   char text[32];
-   if (!(std::fabs(seconds) < 1e5)) {
-      std::snprintf(text, sizeof text, "%.0fd", seconds / 86400);
-   } else if (std::fabs(seconds) >= 1e4) {
-      std::snprintf(text, sizeof text, "%.0fh", seconds / 3600);
-   } else {
-      std::snprintf(text, sizeof text, std::fabs(seconds) < 100 ? "%.1fs" : "%.0fs", seconds);
+// Of the line's capacity, by RFC 2819: each packet also takes a preamble and a gap of 20 octets.
+std::optional<U64> usePerMille(const PublishedRow& row, std::string_view direction) {
+   constexpr double overhead = 20; // octets
+   const NamedCounter* const octets = row.counter(String(direction) + "-octets");
+   const NamedCounter* const packets = row.counter(String(direction) + "-pkts");
+   const U64 speed = row.text.speed.value_or(0);
+   if (speed == 0 || octets == nullptr || packets == nullptr || !octets->rate || !packets->rate) {
+      return std::nullopt;
    }
-   return text;
+   const double bits = 8 * (*octets->rate + overhead * *packets->rate);
+   return Vex::wholeRate(1000 * bits / static_cast<double>(speed));
 }
 
 String ageText(const PublishedRow& row) {
-   return (row.age ? secondsText(*row.age) : "unknown") + (row.isStale ? " stale" : "");
+   return row.age ? Kiln::durationText(*row.age) : "unknown";
 }
 
 // Seconds since one of the record's times; none for one that is 0, yet to come, or of a clock that is not this one.
@@ -48,10 +51,9 @@ std::optional<double> since(const PublishedRow& row, const PublishedTable& table
    return time != 0 && row.age && seconds >= 0 ? std::optional(seconds) : std::nullopt;
 }
 
-String sinceText(const PublishedRow& row, const PublishedTable& table, double time,
-                 const String& unknown = "unknown") {
+String sinceText(const PublishedRow& row, const PublishedTable& table, double time, const String& ago) {
    const std::optional<double> seconds = since(row, table, time);
-   return seconds ? secondsText(*seconds) : unknown;
+   return seconds ? Kiln::durationText(*seconds) + ago : ago.empty() ? "an unknown time" : "unknown";
 }
 
 // How long ago one of the record's times was. `atCreation` is the text for a discontinuity that is only the begin of a
@@ -63,29 +65,65 @@ String lastText(const PublishedRow& row, const PublishedTable& table, std::strin
       return "never";
    }
    return name == "discontinuity" && time == row.text.time("created") ? atCreation
-                                                                      : sinceText(row, table, time);
+                                                                      : sinceText(row, table, time, " ago");
 }
 
-ShownCell counterCell(const NamedCounter* counter, const RecordRequest& request, unsigned rateFactor) {
-   std::optional<U64> value;
-   if (counter != nullptr && request.has(rates)) {
-      value = counter->rate ? std::optional(Vex::wholeRate(*counter->rate * rateFactor)) : std::nullopt;
-   } else if (counter != nullptr) {
-      value = countOf(*counter, request);
+ShownCell useCell(const PublishedRow& row, const NamedCounter& octets) {
+   const std::optional<U64> perMille = usePerMille(row, octets.name.substr(0, octets.name.find('-')));
+   return {perMille ? perMilleText(*perMille, octets.rate.value_or(0) == 0) : unknown};
+}
+
+ShownCell columnCell(const Column& column, const PublishedRow& row, const NamedCounter* counter,
+                     const RecordRequest& request) {
+   if (counter == nullptr || !counter->isRead) {
+      return {unknown};
    }
-   return {value ? std::to_string(*value) : "-", value};
+   if (column.shows == Column::Shows::use) {
+      return useCell(row, *counter);
+   }
+   if (column.shows == Column::Shows::count && !request.has(rates)) {
+      const U64 count = countOf(*counter, request);
+      return {shownCount(count, request), count};
+   }
+   if (!counter->rate) {
+      return {unknown};
+   }
+   const double rate = *counter->rate * column.rateFactor;
+   return {request.has(exact) ? std::to_string(Vex::wholeRate(rate)) : rateText(rate),
+           column.shows == Column::Shows::count ? std::optional(Vex::wholeRate(rate)) : std::nullopt};
+}
+
+// The columns of a list, or of a watched one.
+std::vector<Column> columnsOf(const RecordRequest& request, bool isWatched) {
+   const auto all = request.has(errors) ? request.view->errorColumns : request.view->columns;
+   std::vector<Column> columns(all.begin(), all.end());
+   std::erase_if(columns, [&](const Column& one) {
+      const bool isQueues = one.counter == "out-queue-drops"; // the chip has no reading of their sum
+      return (one.shows == Column::Shows::rate && (isWatched || request.has(rates))) ||
+             (isQueues && request.has(raw));
+   });
+   return columns;
 }
 
 bool hasTimeColumn(const RecordRequest& request) {
    return !request.view->time.time.empty() && (request.has(errors) || request.view->errorColumns.empty());
 }
 
-std::optional<double> sampledAt(const PublishedRow& row, const PublishedTable& table) {
-   return row.age ? std::optional(table.now - *row.age) : std::nullopt;
+std::optional<SampleTime> sampledAt(const PublishedRow& row, const PublishedTable& table) {
+   constexpr double rounding = 1e-6; // seconds: the time is computed from an age
+   if (row.isStale || !table.isWriterAlive) {
+      return std::nullopt;
+   }
+   const double time = table.now - *row.age;
+   return SampleTime{time - rounding, time + rounding};
+}
+
+bool hasSpeed(const RecordRequest& request) {
+   return request.view->hasMore && !request.has(errors);
 }
 
 // Adds one line to the list, unless `nonzero` leaves it out.
-void addLine(ShownTable* list, const RecordRequest& request, const PublishedTable& table,
+void addLine(ShownTable* list, const RecordRequest& request, bool isWatched, const PublishedTable& table,
              const PublishedRow& row, const String& queue) {
    const View& view = *request.view;
    ShownRow line{{{row.name}}, sampledAt(row, table)};
@@ -93,15 +131,20 @@ void addLine(ShownTable* list, const RecordRequest& request, const PublishedTabl
    if (view.isByQueue) {
       line.cells.push_back({queue});
    }
+   line.cells.push_back({text(table.activity(row, queue))});
    line.cells.push_back({ageText(row)});
-   for (const Column& column : request.has(errors) ? view.errorColumns : view.columns) {
+   if (hasSpeed(request)) {
+      const U64 speed = row.text.speed.value_or(0);
+      line.cells.push_back({speed == 0 ? unknown : speedText(speed, "G")});
+   }
+   for (const Column& column : columnsOf(request, isWatched)) {
       const String name = (queue.empty() ? "" : "queue." + queue + ".") + String(column.counter);
-      line.cells.push_back(counterCell(counterNamed(row.text, name), request, column.rateFactor));
+      line.cells.push_back(columnCell(column, row, row.counter(name), request));
       isZero = isZero && line.cells.back().count.value_or(0) == 0;
    }
    if (request.has(errors)) {
       const U64 suspects = row.text.suspects.value_or(0);
-      line.cells.push_back({std::to_string(suspects), suspects});
+      line.cells.push_back({shownCount(suspects, request), suspects});
       isZero = isZero && suspects == 0;
    }
    if (hasTimeColumn(request)) {
@@ -112,15 +155,25 @@ void addLine(ShownTable* list, const RecordRequest& request, const PublishedTabl
    }
 }
 
-std::vector<ShownColumn> listColumns(const RecordRequest& request) {
+std::vector<ShownColumn> listColumns(const RecordRequest& request, bool isWatched) {
    const View& view = *request.view;
    std::vector<ShownColumn> columns{{"Interface", Kind::key}};
    if (view.isByQueue) {
       columns.push_back({"Queue", Kind::key});
    }
+   columns.push_back({"State", Kind::other});
    columns.push_back({"Age", Kind::other});
-   for (const Column& column : request.has(errors) ? view.errorColumns : view.columns) {
-      columns.push_back({String(request.has(rates) ? column.rateHeading : column.heading), Kind::counter});
+   if (hasSpeed(request)) {
+      columns.push_back({"Speed", Kind::other});
+   }
+   for (const Column& column : columnsOf(request, isWatched)) {
+      ShownColumn shown{String(request.has(rates) ? column.rateHeading : column.heading),
+                        column.shows == Column::Shows::count ? Kind::counter : Kind::other};
+      if (column.rateFactor == 8) {
+         shown.rateHeading = "bit/s";
+         shown.rateFactor = column.rateFactor;
+      }
+      columns.push_back(std::move(shown));
    }
    if (request.has(errors)) {
       columns.push_back({"Suspect", Kind::counter});
@@ -143,19 +196,19 @@ std::vector<String> queuesOf(const PublishedRow& row) {
    return queues;
 }
 
-ShownTable listOf(const RecordRequest& request, const PublishedTable& table,
+ShownTable listOf(const RecordRequest& request, bool isWatched, const PublishedTable& table,
                   const std::vector<const PublishedRow*>& rows) {
-   ShownTable list{"", listColumns(request), {}};
+   ShownTable list{"", listColumns(request, isWatched), {}};
    for (const PublishedRow* row : rows) {
       if (row->result != Silo::ReadResult::ok) {
          list.rows.push_back(
               {{{row->name.empty() ? "(name lost)" : row->name}, {Silo::text(row->result)}}, {}});
       } else if (request.view->isByQueue) {
          for (const String& queue : queuesOf(*row)) {
-            addLine(&list, request, table, *row, queue);
+            addLine(&list, request, isWatched, table, *row, queue);
          }
       } else {
-         addLine(&list, request, table, *row, "");
+         addLine(&list, request, isWatched, table, *row, "");
       }
    }
    if (list.rows.empty()) {
@@ -164,12 +217,17 @@ ShownTable listOf(const RecordRequest& request, const PublishedTable& table,
    return list;
 }
 
-String speedText(const Vex::RecordText& text) {
-   char speed[48] = "";
-   if (text.speed.value_or(0) != 0) {
-      std::snprintf(speed, sizeof speed, ", at %.9g Gb/s", static_cast<double>(*text.speed) / 1e9);
+// The line's speed, and how much of it is used.
+String lineText(const PublishedRow& row) {
+   const U64 speed = row.text.speed.value_or(0);
+   String text = speed == 0 ? "" : ", at " + speedText(speed, " Gb/s");
+   for (const char* const direction : {"in", "out"}) {
+      const NamedCounter* const octets = row.counter(String(direction) + "-octets");
+      if (octets != nullptr && usePerMille(row, direction)) {
+         text += String(", ") + direction + " " + useCell(row, *octets).text;
+      }
    }
-   return speed;
+   return text;
 }
 
 // Every counter of one interface, a line each.
@@ -178,9 +236,9 @@ ShownTable wholeOf(const RecordRequest& request, const PublishedTable& table, co
       return {row.name + ": " + Silo::text(row.result), {}, {}};
    }
    ShownTable whole;
-   whole.title = row.name + ": sampled " + (row.age ? secondsText(*row.age) + " ago" : "at an unknown time") +
-                 (row.isStale ? ", stale" : "") + ", counting for " +
-                 sinceText(row, table, row.text.time("created"), "an unknown time") + speedText(row.text) +
+   whole.title = row.name + ": " + text(table.activity(row)) + ", sampled " +
+                 (row.age ? ageText(row) + " ago" : "at an unknown time") + ", counting for " +
+                 sinceText(row, table, row.text.time("created"), "") + lineText(row) +
                  "; last discontinuity: " + lastText(row, table, request.view->time.time, "its creation") +
                  "; suspect steps: " + std::to_string(row.text.suspects.value_or(0));
    whole.columns = {{"   Counter", Kind::key}, {request.has(raw) ? "Reading" : "Total", Kind::counter}};
@@ -193,7 +251,13 @@ ShownTable wholeOf(const RecordRequest& request, const PublishedTable& table, co
       if ((request.has(nonzero) && isZero) || (request.has(errors) && !one.isError)) {
          continue;
       }
+      // There is room for every digit, and one interface is looked at closely.
       ShownRow line{{{"   " + one.name}, {std::to_string(count), count}}, sampledAt(row, table)};
+      if (request.has(raw) && !one.reading) {
+         line.cells.back() = {"not supported"};
+      } else if (!one.isRead) {
+         line.cells.back() = {"never read"};
+      }
       if (request.has(rates)) {
          line.cells.push_back({one.rate ? std::to_string(Vex::wholeRate(*one.rate)) : "-"});
       }
@@ -202,43 +266,41 @@ ShownTable wholeOf(const RecordRequest& request, const PublishedTable& table, co
    return whole;
 }
 
-std::vector<ShownTable> tablesOf(const RecordRequest& request, const PublishedTable& table) {
+// What is to be said below the rows. Queue drops stand in a port's line, and were read at another time.
+std::vector<String> notesOf(const RecordRequest& request, const PublishedTable& table,
+                            const std::vector<const PublishedRow*>& rows) {
+   std::vector<String> notes = table.notes();
+   std::vector<String> names;
+   double oldest = 0;
+   for (const PublishedRow* row : rows) {
+      const double age = row->queuesAge.value_or(0);
+      if (!row->isStale && age > staleAfter * table.pollingInterval) {
+         names.push_back(row->name);
+         oldest = std::max(oldest, age);
+      }
+   }
+   if (!names.empty() && (request.has(errors) || !request.names.empty())) {
+      notes.push_back("Queue drops of " +
+                      (names.size() == 1 ? names.front() : Kiln::counted(names.size(), "port")) + ": as of " +
+                      Kiln::durationText(oldest) + " ago");
+   }
+   return notes;
+}
+
+std::vector<ShownTable> tablesOf(const RecordRequest& request, const PublishedTable& table, bool isWatched) {
    std::vector<ShownTable> tables;
    const std::vector<const PublishedRow*> rows = selectRows(request, table);
    if (request.names.empty() || !request.view->hasMore) {
-      tables.push_back(listOf(request, table, rows));
+      tables.push_back(listOf(request, isWatched, table, rows));
    } else {
       for (const PublishedRow* row : rows) {
          tables.push_back(wholeOf(request, table, *row));
       }
    }
-   if (!table.isWriterAlive) {
-      tables.back().notes.emplace_back("No agent is running, so nothing newer is published.");
+   for (const String& note : notesOf(request, table, rows)) {
+      tables.back().notes.push_back(note);
    }
    return tables;
-}
-
-String textOf(const ShownTable& table) {
-   String text = table.title + (table.title.empty() ? "" : "\n");
-   if (!table.columns.empty()) {
-      std::vector<String> headings;
-      for (const ShownColumn& column : table.columns) {
-         headings.push_back(column.heading);
-      }
-      TextTable list(headings);
-      for (const ShownRow& row : table.rows) {
-         std::vector<String> cells;
-         for (const ShownCell& cell : row.cells) {
-            cells.push_back(cell.text);
-         }
-         list.add(std::move(cells));
-      }
-      text += list.text();
-   }
-   for (const String& note : table.notes) {
-      text += note + "\n";
-   }
-   return text;
 }
 
 const char* stateWord(Silo::ReadResult result) {
@@ -267,12 +329,26 @@ void addSeconds(JsonWriter* out, const String& key, const std::optional<double>&
    }
 }
 
+void addUse(JsonWriter* out, const PublishedRow& row) {
+   for (const char* const direction : {"in", "out"}) {
+      const String key = String(direction) + "-use-per-mille";
+      if (const std::optional<U64> use = usePerMille(row, direction)) {
+         out->value(key, *use);
+      } else {
+         out->null(key);
+      }
+   }
+   addSeconds(out, "queue-drops-age-ms", row.queuesAge);
+}
+
 void addCounters(JsonWriter* out, const RecordRequest& request, const Vex::RecordText& text) {
    const auto isShown = [&](const NamedCounter& one) { return one.isError || !request.has(errors); };
    out->begin(request.has(raw) ? "readings" : "totals", '{');
    for (const NamedCounter& one : text.counters) {
       const U64 count = countOf(one, request);
-      if (isShown(one) && (count != 0 || !request.has(nonzero))) {
+      if (isShown(one) && !(one.isRead && (!request.has(raw) || one.reading))) {
+         out->null(one.name);
+      } else if (isShown(one) && (count != 0 || !request.has(nonzero))) {
          out->value(one.name, count);
       }
    }
@@ -297,6 +373,14 @@ void addRow(JsonWriter* out, const RecordRequest& request, const PublishedTable&
    if (row.result == Silo::ReadResult::ok) {
       addSeconds(out, "age-ms", row.age);
       out->value("stale", row.isStale);
+      out->value("activity", std::string_view(text(table.activity(row))));
+      if (request.view->isByQueue) {
+         out->begin("queue-activity", '{');
+         for (const String& queue : queuesOf(row)) {
+            out->value(queue, std::string_view(text(table.activity(row, queue))));
+         }
+         out->end('}');
+      }
       out->value("generation", row.generation);
       for (const Vex::NamedTime& one : row.text.times) {
          addSeconds(out, one.name + "-age-ms", since(row, table, one.time));
@@ -305,6 +389,9 @@ void addRow(JsonWriter* out, const RecordRequest& request, const PublishedTable&
          out->value("speed", *row.text.speed);
       } else if (row.text.speed) {
          out->null("speed");
+      }
+      if (request.view->hasMore) {
+         addUse(out, row);
       }
       if (row.text.suspects) {
          out->value("suspects", *row.text.suspects);
@@ -321,8 +408,14 @@ String jsonOf(const RecordRequest& request, const PublishedTable& table) {
    out.value("polling-interval-ms", Vex::milliseconds(table.pollingInterval));
    out.value("writer-alive", table.isWriterAlive);
    out.begin("interfaces", '[');
-   for (const PublishedRow* row : selectRows(request, table)) {
+   const std::vector<const PublishedRow*> rows = selectRows(request, table);
+   for (const PublishedRow* row : rows) {
       addRow(&out, request, table, *row);
+   }
+   out.end(']');
+   out.begin("notes", '[');
+   for (const String& note : notesOf(request, table, rows)) {
+      out.value("", std::string_view(note));
    }
    out.end(']');
    out.end('}');
@@ -349,20 +442,20 @@ std::vector<ShownTable> showRecords(const std::vector<String>& words, const Silo
    if (request.has(rates)) {
       throw std::runtime_error("watch shows rates anyway: leave out 'rates'");
    }
-   return tablesOf(request, table);
+   return tablesOf(request, table, true);
 }
 
-String viewRecords(const std::vector<String>& words, const Silo::Store& store) {
+String viewRecords(const std::vector<String>& words, const Silo::Store& store, std::size_t width) {
    const PublishedTable table = tableOf(words, store);
    const RecordRequest request = parseRecordRequest(words, table);
    if (request.has(json)) {
       return jsonOf(request, table);
    }
    String text;
-   for (const ShownTable& shown : tablesOf(request, table)) {
+   for (const ShownTable& shown : tablesOf(request, table, false)) {
       // Two statements, since g++ 12 at -O3 warns falsely of overlapping memory when a literal precedes a temporary.
       text += text.empty() ? "" : "\n";
-      text += textOf(shown);
+      text += tableText(shown, width);
    }
    return text;
 }

@@ -9,8 +9,8 @@ namespace ZelCtl {
 // Whether a command's first word is one of them.
 bool isViewCommand(const Kiln::String& word);
 
-// Returns the text that the command prints. Throws std::runtime_error, saying what is wrong and what was expected.
-Kiln::String viewRecords(const std::vector<Kiln::String>& words, const Silo::Store& store);
+// Returns the text that the command prints, at most so many columns wide unless that is 0. Throws std::runtime_error, saying what is wrong and what was expected.
+Kiln::String viewRecords(const std::vector<Kiln::String>& words, const Silo::Store& store, std::size_t width);
 
 // Returns the same as tables, at least one, for a watch. Throws likewise, and also for `json` and `rates`, which a
 // watch does not take.

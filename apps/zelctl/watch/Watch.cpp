@@ -92,7 +92,7 @@ class Watcher {
          const double now = Kiln::System::monotonicTime();
          sinceLast_ = lastRound_ ? now - *lastRound_ : 0;
          lastRound_ = now;
-         tables_ = changes_.compare(round.tables, now);
+         tables_ = changes_.compare(round.tables);
          heading_ = printable(Kiln::joined(request_.words, " ")) + ", " + clockText() +
                     (sinceLast_ > 0 ? ", " + secondsText(sinceLast_) + " after the previous round" : "");
       }

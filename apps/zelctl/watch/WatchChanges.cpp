@@ -1,8 +1,9 @@
 // Compares rounds and computes rates.
 #include "apps/zelctl/watch/WatchChanges.h"
 
-#include <cmath>
-#include <cstdio>
+#include "apps/zelctl/views/Readable.h"
+
+#include <regex>
 
 namespace ZelCtl {
 
@@ -14,30 +15,10 @@ using State = WatchedRow::State;
 
 constexpr const char* unknownRate = "-";
 
-// Big rates have three digits and a unit, since a glance takes in no more. Slow ones have a fraction, and never less
-// than 0.1, so that a drop every few seconds does not look like none.
-String rateText(U64 step, double seconds) {
-   constexpr double slow = 10;
-   constexpr double wide = 99999.5;
-   double rate = static_cast<double>(step) / seconds;
-   char text[48];
-   if (step == 0) {
-      return "0";
-   }
-   if (rate < wide) {
-      std::snprintf(text, sizeof text, rate < slow ? "%.1f" : "%.0f", std::max(rate, 0.1));
-      return text;
-   }
-   const char* unit = "kMGTPE";
-   for (rate /= 1000; rate >= 999.5 && unit[1] != '\0'; rate /= 1000) {
-      ++unit;
-   }
-   std::snprintf(text, sizeof text,
-                 rate < 9.995   ? "%.2f%c"
-                 : rate < 99.95 ? "%.1f%c"
-                                : "%.0f%c",
-                 rate, *unit);
-   return text;
+// A title holds how old a record or how long ago a clear is, which changes from round to round.
+String withoutAges(const String& title) {
+   static const std::regex age("[0-9]+ (s|min|h|d)( [0-9]+ (s|min|h))? ago|counting for .*");
+   return std::regex_replace(title, age, "");
 }
 
 String rowKey(const ShownTable& table, const ShownRow& row) {
@@ -62,16 +43,11 @@ String freshKey(const Map& taken, const String& name) {
 
 } // namespace
 
-WatchChanges::Known WatchChanges::seen(const ShownTable& table, const ShownRow& row, double now,
-                                       const Known* before) {
-   constexpr double sameSample = 1e-6; // seconds: times computed from ages have rounding errors
-   Known known{{}, row.sampled.value_or(now), row.sampled.has_value(), {}};
-   const bool isComparable = before != nullptr && before->isSampleTime == known.isSampleTime;
-   const double elapsed = isComparable ? known.time - before->time : 0;
-   const bool isSame = isComparable && known.isSampleTime && std::fabs(elapsed) < sameSample;
-   if (isSame) {
-      known.time = before->time;
-   }
+WatchChanges::Known WatchChanges::seen(const ShownTable& table, const ShownRow& row, const Known* before) {
+   Known known{{}, {}, row.sampled, {}};
+   const bool isComparable = before != nullptr && before->sampled && row.sampled;
+   const bool isNewer = isComparable && row.sampled->earliest > before->sampled->latest;
+   const double elapsed = isNewer ? row.sampled->middle() - before->sampled->middle() : 0;
    for (std::size_t i = 0; i < row.cells.size(); ++i) {
       const std::optional<U64> count = row.cells[i].count;
       known.counts.push_back(count);
@@ -79,18 +55,22 @@ WatchChanges::Known WatchChanges::seen(const ShownTable& table, const ShownRow& 
       const bool isText = row.cells.size() < table.columns.size() && i + 1 == row.cells.size();
       if (i < table.columns.size() && table.columns[i].kind == Kind::counter && !isText) {
          const bool hadCell = before != nullptr && i < before->counts.size();
-         const std::optional<U64> former = hadCell ? before->counts[i] : std::nullopt;
-         cell.hasChanged = hadCell && former != count;
-         const bool isRated = former && count && *count >= *former;
-         if (isRated && isSame && *count == *former) {
-            cell.rate = before->row.cells[i].rate;
+         cell.hasChanged = hadCell && before->counts[i] != count;
+         const std::optional<U64> former = hadCell && isComparable ? before->sampledCounts[i] : std::nullopt;
+         if (!former || !count || *count < *former) {
+            cell.rate = unknownRate;
+         } else if (isNewer) {
+            cell.rate =
+                 rateText(static_cast<double>(*count - *former) / elapsed * table.columns[i].rateFactor);
          } else {
-            cell.rate = isRated && elapsed > 0 ? rateText(*count - *former, elapsed) : unknownRate;
+            cell.rate = before->row.cells[i].rate;
          }
       }
       known.row.hasEverChanged = known.row.hasEverChanged || cell.hasChanged;
       known.row.cells.push_back(std::move(cell));
    }
+   known.sampledCounts = isComparable && !isNewer ? before->sampledCounts : known.counts;
+   known.sampled = isComparable && !isNewer ? before->sampled : row.sampled;
    known.row.state = known.row.hasEverChanged ? State::changed : State::same;
    if (before == nullptr) {
       known.row.state = State::appeared;
@@ -100,8 +80,7 @@ WatchChanges::Known WatchChanges::seen(const ShownTable& table, const ShownRow& 
    return known;
 }
 
-WatchedTable WatchChanges::compareTable(const ShownTable& table, const String& key, double now,
-                                        KnownTable* known) {
+WatchedTable WatchChanges::compareTable(const ShownTable& table, const String& key, KnownTable* known) {
    WatchedTable watched{table.title, table.columns, {}, table.notes};
    const auto former = tables_.find(key);
    for (const ShownRow& row : table.rows) {
@@ -110,15 +89,15 @@ WatchedTable WatchChanges::compareTable(const ShownTable& table, const String& k
       if (former != tables_.end() && former->second.rows.contains(name)) {
          before = &former->second.rows.at(name);
       }
-      Known& one = known->rows[name] = seen(table, row, now, before);
-      if (isFirstRound_) {
+      Known& one = known->rows[name] = seen(table, row, before);
+      if (isFirstRound_ || table.isRanking) {
          one.row.state = State::same;
       } else if (before == nullptr) {
          one.row.hasEverChanged = true;
       }
       watched.rows.push_back(one.row);
    }
-   if (former != tables_.end()) {
+   if (former != tables_.end() && !table.isRanking) {
       for (auto& [name, before] : former->second.rows) {
          if (!known->rows.contains(name)) {
             before.row.state = State::gone;
@@ -129,20 +108,18 @@ WatchedTable WatchChanges::compareTable(const ShownTable& table, const String& k
    return watched;
 }
 
-std::vector<WatchedTable> WatchChanges::compare(const std::vector<ShownTable>& tables, double now) {
+std::vector<WatchedTable> WatchChanges::compare(const std::vector<ShownTable>& tables) {
    std::map<String, KnownTable> known;
    std::vector<WatchedTable> watched;
    for (const ShownTable& table : tables) {
-      // The rest of the title, how old the record is, changes from round to round.
-      const String name = table.title.substr(0, table.title.find(": sampled "));
-      const String key = freshKey(known, name);
+      const String key = freshKey(known, withoutAges(table.title));
       KnownTable& one = known[key] = {table.title, table.columns, {}};
-      watched.push_back(compareTable(table, key, now, &one));
+      watched.push_back(compareTable(table, key, &one));
    }
    for (const auto& [key, before] : tables_) {
       if (!known.contains(key) && !before.rows.empty()) {
          KnownTable none;
-         watched.push_back(compareTable({before.title, before.columns, {}, {}}, key, now, &none));
+         watched.push_back(compareTable({before.title, before.columns, {}, {}}, key, &none));
       }
    }
    tables_ = std::move(known);

@@ -27,19 +27,20 @@ struct WatchedTable {
    std::vector<Kiln::String> notes;
 };
 
-// A row is identified by its keys and its table's title, without the part that says how old the record is. A counter
-// that went backwards began anew: it has changed, and has no rate. The rate of a row that has a sample time is over
-// the time between samples, and stays until the next sample; that of any other row is over the time between rounds.
+// A row is identified by its keys and its table's title, without the ages in it. A counter that went backwards began
+// anew: it has changed, and has no rate. Rates are over the time between samples, never between rounds: a round that has
+// nothing newer keeps them, and a row whose sample time is unknown has none.
 class WatchChanges {
  public:
-   // `now` is on the monotonic clock. A row that is gone is returned once more, with its last values.
-   std::vector<WatchedTable> compare(const std::vector<ShownTable>& tables, double now);
+   // A row that is gone is returned once more, with its last values.
+   std::vector<WatchedTable> compare(const std::vector<ShownTable>& tables);
 
  private:
    struct Known {
       std::vector<std::optional<U64>> counts; // one a column
-      double time = 0;
-      bool isSampleTime = false;
+      // The sample that the next rate is from: the last one that was certainly newer than the one before.
+      std::vector<std::optional<U64>> sampledCounts;
+      std::optional<SampleTime> sampled;
       WatchedRow row; // as it was returned
    };
    struct KnownTable {
@@ -48,8 +49,8 @@ class WatchChanges {
       std::map<Kiln::String, Known> rows; // by their keys
    };
 
-   static Known seen(const ShownTable& table, const ShownRow& row, double now, const Known* before);
-   WatchedTable compareTable(const ShownTable& table, const Kiln::String& key, double now, KnownTable* known);
+   static Known seen(const ShownTable& table, const ShownRow& row, const Known* before);
+   WatchedTable compareTable(const ShownTable& table, const Kiln::String& key, KnownTable* known);
 
    bool isFirstRound_ = true;
    std::map<Kiln::String, KnownTable> tables_;

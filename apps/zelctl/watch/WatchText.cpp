@@ -47,7 +47,7 @@ std::vector<Column> columnsOf(const WatchedTable& table) {
    for (std::size_t i = 0; i < table.columns.size(); ++i) {
       columns.push_back({i, false, table.columns[i].heading});
       if (table.columns[i].kind == Kind::counter) {
-         columns.push_back({i, true, "/s"});
+         columns.push_back({i, true, table.columns[i].rateHeading});
       }
    }
    for (Column& column : columns) {
@@ -59,7 +59,7 @@ std::vector<Column> columnsOf(const WatchedTable& table) {
          const String& text = textOf(row, column);
          column.width = std::max(column.width, columnsIn(text));
          column.isZero = column.isZero && (text.empty() || text == "0" || text == "-");
-         column.isNumber = column.isNumber && text.find_first_not_of("0123456789-.kMGTPE") == String::npos;
+         column.isNumber = column.isNumber && text.find_first_not_of("0123456789-.kMGTPE%") == String::npos;
       }
    }
    return columns;

@@ -73,7 +73,7 @@ constexpr const char* document =
      "{\"chip\":\"Zel1\",\"error\":\"Agent not initialized yet\"}]}";
 
 TEST(CountersDocument, BecomesTables) {
-   const std::vector<ZelCtl::ShownTable> tables = ZelCtl::readCountersDocument(document);
+   const std::vector<ZelCtl::ShownTable> tables = ZelCtl::readCountersDocument(document, 0, 0);
    ASSERT_EQ(tables.size(), 3U);
    EXPECT_EQ(tables[0].title, "Packets, chip Zel0");
    String headings;
@@ -99,7 +99,9 @@ TEST(CountersDocument, AnotherDocumentIsRefused) {
                          "\"notes\":[],\"rows\":[7]}]}]}";
    for (const String& text : {number, String("[]"), String("{\"chips\":{}}"), String("{\"chips\":[{}]}"),
                               String("{\"chips\":[{\"chip\":\"Zel0\"}]}"), String("x"), nested}) {
-      EXPECT_NE(errorOf([&] { ZelCtl::readCountersDocument(text); }).find("cannot read the agent's answer: "),
+      EXPECT_NE(errorOf([&] {
+                   ZelCtl::readCountersDocument(text, 0, 0);
+                }).find("cannot read the agent's answer: "),
                 String::npos)
            << text;
    }
@@ -128,7 +130,7 @@ TEST(CountersDocument, SurvivesGarbage) {
             text[at] = "{}[]\",:0n\\"[random.below(10)];
          }
       }
-      read += errorOf([&] { ZelCtl::readCountersDocument(text); }).empty() ? 1 : 0;
+      read += errorOf([&] { ZelCtl::readCountersDocument(text, 0, 0); }).empty() ? 1 : 0;
    }
    EXPECT_GT(read, 0);
    EXPECT_LT(read, 30000);

@@ -1,7 +1,9 @@
 // Watching: which commands, the changes between rounds, and the layout.
 #include "apps/zelctl/commands/WatchCommand.h"
+#include "apps/zelctl/views/CountersDocument.h"
 #include "apps/zelctl/watch/WatchText.h"
 
+#include <cmath>
 #include <gtest/gtest.h>
 #include <iterator>
 #include <sstream>
@@ -18,13 +20,14 @@ std::vector<String> wordsOf(const String& line) {
 }
 
 TEST(Watch, TakesShowsAndNothingElse) {
-   const String shows = "counters, interfaces, queues, vlans, subinterfaces or nat";
+   const String shows = "counters, interfaces, queues, vlans, subinterfaces, nat or top";
    const String example = ": expected a show to watch, as in 'watch counters show drop nonzero'";
    const std::vector<std::pair<String, String>> cases = {
         {"watch counters show", "2 counters show"},
         {"watch 0.5 counters chip clear sh drop nonz", "0.5 counters chip clear sh drop nonz"},
         {"watch 3600 int Ethernet1 nonzero", "3600 interfaces Ethernet1 nonzero"},
         {"watch 0.1 nat", "0.1 nat"},
+        {"watch top by drops", "2 top by drops"},
         {"watch", "watch needs a show: expected " + shows},
         {"watch 2", "watch needs a show: expected " + shows},
         {"watch 0.09 nat", "invalid watch interval '0.09': expected 0.1 to 3600 seconds"},
@@ -61,10 +64,11 @@ TEST(Watch, TakesShowsAndNothingElse) {
 }
 
 // Each row is a name and two counts; "-" is an unknown count.
-ShownTable table(const std::vector<String>& rows, const String& title = "T") {
+ShownTable table(const std::vector<String>& rows, double sampled, const String& title = "T") {
    ShownTable shown{title, {{"Name", Kind::key}, {"In", Kind::counter}, {"Out", Kind::counter}}, {}};
    for (const String& row : rows) {
       shown.rows.emplace_back();
+      shown.rows.back().sampled = {sampled, sampled};
       for (const String& word : wordsOf(row)) {
          const bool isCount = !shown.rows.back().cells.empty() && word != "-";
          shown.rows.back().cells.push_back({word, isCount ? std::optional(std::stoull(word)) : std::nullopt});
@@ -81,49 +85,77 @@ String drawn(const std::vector<ZelCtl::WatchedTable>& tables, const ZelCtl::Watc
    return text;
 }
 
-TEST(Watch, MarksWhatChangedAndRatesItByTheTimeThatPassed) {
+TEST(Watch, MarksWhatChangedAndRatesItByTheTimeBetweenSamples) {
    ZelCtl::WatchChanges changes;
-   EXPECT_EQ(drawn(changes.compare({table({"a 1 0", "b 5 100"})}, 10)), "T\n"
+   EXPECT_EQ(drawn(changes.compare({table({"a 1 0", "b 5 100"}, 10)})), "T\n"
                                                                         "  Name  In  /s  Out  /s\n"
                                                                         "  a      1   -    0   -\n"
                                                                         "  b      5   -  100   -\n");
-   EXPECT_EQ(drawn(changes.compare({table({"a 1 3000000", "c 7 -", "b 6 40"})}, 14)),
+   EXPECT_EQ(drawn(changes.compare({table({"a 1 3000000", "c 7 -", "b 6 40"}, 14)})),
              "T\n"
              "  Name  In   /s      Out    /s\n"
              "* a      1    0  3000000  750k\n"
              "+ c      7    -        -     -\n"
              "* b      6  0.2       40     -\n"); // 0.25; and a counter that began anew has no rate
-   EXPECT_EQ(drawn(changes.compare({table({"a 1 3000000", "b 6 140"})}, 15)),
+   EXPECT_EQ(drawn(changes.compare({table({"a 1 3000000", "b 6 140"}, 15)})),
              "T\n"
              "  Name  In  /s      Out   /s\n"
              "  a      1   0  3000000    0\n"
              "* b      6   0      140  100\n"
              "- c      7   -        -    -\n");
-   EXPECT_EQ(drawn(changes.compare({}, 16)).substr(0, 2), "T\n") << "rows of a table that is gone";
-   EXPECT_EQ(drawn(changes.compare({}, 17)), "");
+   EXPECT_EQ(drawn(changes.compare({})).substr(0, 2), "T\n") << "rows of a table that is gone";
+   EXPECT_EQ(drawn(changes.compare({})), "");
 }
 
-TEST(Watch, RowsThatKnowTheirSampleAreRatedByIt) {
+// An agent's counter rises by 27000 a second and is sampled every 2 seconds, the first time at 0.3. Answers take up to
+// 40 ms; rounds come at any interval, and once the agent hangs.
+TEST(Watch, RatesAreTrueAtAnyInterval) {
+   for (const double interval : {0.1, 0.5, 1.0, 2.0, 3.7}) {
+      ZelCtl::WatchChanges changes;
+      std::size_t rated = 0;
+      for (int round = 0; round < 80; ++round) {
+         const double hang = round < 40 ? 0 : 11.3;
+         const double asked = 1 + interval * round + hang;
+         const double told = asked + 0.004 * (round * 7 % 10);
+         const double sampled = 0.3 + 2 * std::floor((told - 0.3) / 2);
+         const String answer =
+              R"({"chips": [{"chip": "Zel0", "tables": [{"title": "Drops, cleared )" + std::to_string(round) +
+              R"( s ago", "counters": ["In"], "rows": [{"Name": "a", "In": )" +
+              std::to_string(std::llround(27000 * sampled)) + R"(}], "notes": [], "age-ms": )" +
+              std::to_string(std::llround((told - sampled) * 1000)) + R"(, "status": null}], "notes": []}]})";
+         const auto tables = changes.compare(ZelCtl::readCountersDocument(answer, asked, asked + 0.04));
+         ASSERT_EQ(tables.size(), 1U) << "the same table whatever the age in its title";
+         const String& rate = tables[0].rows[0].cells[1].rate;
+         if (rate != "-") {
+            ++rated;
+            EXPECT_NEAR(std::stod(rate), 27000, 27000 * 0.03)
+                 << "round " << round << " of " << interval << " s";
+         }
+      }
+      EXPECT_GE(rated, 79 - std::ceil(2.1 / interval));
+   }
+}
+
+TEST(Watch, WhatIsNotReadAnyMoreHasNoRate) {
    ZelCtl::WatchChanges changes;
-   const auto round = [&](double sampled, const char* row, double now) {
-      ShownTable shown = table({row}, "x: sampled " + std::to_string(now) + "s ago");
-      shown.rows[0].sampled = sampled;
-      return changes.compare({shown}, now)[0].rows[0];
+   const auto rate = [&](double sampled, const String& status) {
+      const String answer =
+           R"({"chips": [{"chip": "Zel0", "tables": [{"title": "T", "counters": ["In"], "rows": [
+         {"Name": "a", "In": 5}], "notes": [], "age-ms": 0, "status": )" +
+           status + R"(}], "notes": ["Zel0: as of 54 s ago: HW access fails"]}]})";
+      const auto tables = changes.compare(ZelCtl::readCountersDocument(answer, sampled, sampled));
+      EXPECT_EQ(drawn({tables.back()}), "Zel0: as of 54 s ago: HW access fails\n");
+      return tables[0].rows[0].cells[1].rate;
    };
-   round(100, "a 10 0", 101);
-   EXPECT_EQ(round(104, "a 50 0", 102).cells[1].rate, "10");
-   const ZelCtl::WatchedRow same = round(104 + 1e-9, "a 50 0", 103);
-   EXPECT_EQ(same.cells[1].rate, "10") << "nothing newer is known";
-   EXPECT_EQ(same.state, ZelCtl::WatchedRow::State::same);
-   EXPECT_TRUE(same.hasEverChanged);
-   EXPECT_EQ(round(108, "a 50 0", 104).cells[1].rate, "0");
-   EXPECT_EQ(round(109, "a 18446744073709551615 0", 105).cells[1].rate, "18.4E");
+   rate(1, "null");
+   EXPECT_EQ(rate(3, "null"), "0");
+   EXPECT_EQ(rate(5, R"("HW access fails")"), "-");
 }
 
 TEST(Watch, RowsAndTablesOfTheSameNameStayApart) {
    ZelCtl::WatchChanges changes;
-   changes.compare({table({"a 1 0", "a 2 0"}), table({"a 3 0"})}, 1);
-   const auto second = changes.compare({table({"a 1 0", "a 4 0"}), table({"a 3 0"})}, 2);
+   changes.compare({table({"a 1 0", "a 2 0"}, 1), table({"a 3 0"}, 1)});
+   const auto second = changes.compare({table({"a 1 0", "a 4 0"}, 2), table({"a 3 0"}, 2)});
    EXPECT_EQ(drawn(second), "T\n  Name  In   /s  Out  /s\n"
                             "  a      1    0    0   0\n"
                             "* a      4  2.0    0   0\n"
@@ -133,11 +165,11 @@ TEST(Watch, RowsAndTablesOfTheSameNameStayApart) {
 
 TEST(Watch, LeavesOutWhatSaysLeastToFitTheScreen) {
    ZelCtl::WatchChanges changes;
-   const auto rows = [](int last) {
-      return table({"a 1 0", "b 2 0", "c 3 0", "d " + std::to_string(last) + " 0"});
+   const auto rows = [](int last, double sampled) {
+      return table({"a 1 0", "b 2 0", "c 3 0", "d " + std::to_string(last) + " 0"}, sampled);
    };
-   changes.compare({rows(4), table({"e 0 0"}, "U")}, 1);
-   const auto tables = changes.compare({rows(6), table({"e 0 0"}, "U")}, 2);
+   changes.compare({rows(4, 1), table({"e 0 0"}, 1, "U")});
+   const auto tables = changes.compare({rows(6, 2), table({"e 0 0"}, 2, "U")});
    // Rows that never changed go, last ones first, and a table of only such rows as a whole; then columns of zeros.
    EXPECT_EQ(drawn(tables, {80, 5, false}), "T\n"
                                             "  Name  In   /s  Out  /s\n"
@@ -158,12 +190,12 @@ TEST(Watch, LeavesOutWhatSaysLeastToFitTheScreen) {
 
 TEST(Watch, ARowThatEndsEarlyEndsInText) {
    ZelCtl::WatchChanges changes;
-   ShownTable shown = table({"a 1 0"});
+   ShownTable shown = table({"a 1 0"}, 1);
    shown.rows.push_back({{{"b"}, {"corrupt: checksum mismatch"}}, {}});
-   EXPECT_EQ(drawn(changes.compare({shown}, 1)), "T\n"
-                                                 "  Name  In  /s  Out  /s\n"
-                                                 "  a      1   -    0   -\n"
-                                                 "  b     corrupt: checksum mismatch\n");
+   EXPECT_EQ(drawn(changes.compare({shown})), "T\n"
+                                              "  Name  In  /s  Out  /s\n"
+                                              "  a      1   -    0   -\n"
+                                              "  b     corrupt: checksum mismatch\n");
 }
 
 } // namespace

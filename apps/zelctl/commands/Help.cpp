@@ -1,0 +1,197 @@
+// The topics, a line for each word, and guesses.
+#include "apps/zelctl/commands/Help.h"
+
+#include "apps/zelctl/commands/CommandWords.h"
+#include "apps/zelctl/views/RecordRequest.h"
+#include "apps/zelctl/views/TopView.h"
+#include "kiln/Choices.h"
+
+#include <algorithm>
+#include <array>
+#include <stdexcept>
+
+namespace ZelCtl {
+
+namespace {
+
+using Kiln::String;
+using Words = std::vector<String>;
+
+// What a word does; some have more to say.
+struct Topic {
+   std::string_view word;
+   std::string_view line;
+   std::string_view more{};
+};
+
+constexpr std::array topics{
+     Topic{"dropped", "where frames were dropped, and why: begin here", R"(
+   counters show drop nonzero       which ports dropped them, and why
+   counters show pipeline nonzero   how far frames got, if that is empty
+   top by drops                     which ports and queues drop now
+   interfaces errors nonzero        the MAC's discards beside the queues' drops
+)"},
+     Topic{"counters", "asks the running agent", R"(
+   counters [chip NAME] show WORD...
+   counters [chip NAME] clear [WORD...]
+
+'counters show ?' lists the words.
+)"},
+     Topic{"show", "after counters: shows them", "\n   counters [chip NAME] show WORD...\n"},
+     Topic{"clear", "after counters: they count from zero again",
+           "\n   counters [chip NAME] clear [WORD...]\n"},
+     Topic{"chip", "one chip only: its name follows"},
+     Topic{"drop", "dropped frames by port and reason", "\n   counters show drop [interface INTF]\n"},
+     Topic{"pipeline", "packets in, out and dropped by pipeline stage",
+           "\n   counters show pipeline [stage NAME] [pipe N]\n"},
+     Topic{"stage", "of one pipeline stage: its name follows"},
+     Topic{"mau-deparser-drop", "drops by match-action stage",
+           "\n   counters show mau-deparser-drop [intf INTF | pipe N]\n"},
+     Topic{"traffic-manager", "the buffer: totals, drops, cells in use",
+           "\n   counters show traffic-manager [pipe N]\n"},
+     Topic{"mac", "MAC counters of ports", "\n   counters show mac [intf INTF]\n"},
+     Topic{"pdp", "packets by class", "\n   counters show pdp [intf INTF]\n"},
+     Topic{"table", "counter tables of the P4 program", "\n   counters show table [ID|NAME] [pipe N]\n"},
+     Topic{"info", "which counter tables there are", "\n   counters show info\n"},
+     Topic{"interfaces", "counters of ports", R"(
+   interfaces [INTF...] [nonzero] [rates] [errors] [raw] [exact] [json]
+
+Speed, state, use of the line, bits per second, octets, packets, errors and
+discards. 'interfaces INTF' shows all counters of one. See 'help states'.
+)"},
+     Topic{"queues", "counters of egress queues", "\n   queues [INTF...] [nonzero] [rates] [exact] [json]\n"},
+     Topic{"vlans", "counters of VLAN interfaces",
+           "\n   vlans [INTF...] [nonzero] [rates] [raw] [exact] [json]\n"},
+     Topic{"subinterfaces", "counters of subinterfaces",
+           "\n   subinterfaces [INTF...] [nonzero] [rates] [raw] [exact] [json]\n"},
+     Topic{"nat", "what source NAT translated", "\n   nat [INTF...] [nonzero] [raw] [exact] [json]\n"},
+     Topic{"top", "the busiest, most dropping and most erring ports and queues", R"(
+   top [by use|in|out|packets|drops|errors] [json]
+
+On a terminal it goes on until Ctrl-C or q.
+)"},
+     Topic{"watch", "repeats a show, with rates", R"(
+   watch [SECONDS] SHOW
+
+Marks what changed, and gives rates over the time between readings. Ctrl-C or q
+ends it.
+)"},
+     Topic{"names", "how interfaces are written", R"(
+   Ethernet1        one
+   Eth1             the same, while only one name begins so
+   Ethernet1-4      a range
+   Ethernet1-4,7    a list
+
+A word that is an interface's name means that interface, whatever else it is.
+'intf' and 'interface' are the same word.
+)"},
+     Topic{"states", "what up, idle, stale and the others mean", R"(
+   up               packets passed during the last polling interval
+   idle             none did
+   no rate          it was read, but nobody knows how many: for the first time,
+                    or the last step was an upset
+   stale            not read for three polling intervals
+   never read       nor ever
+   agent gone       no agent is running that could read it
+   not supported    there is no such counter
+   -                not known
+)"},
+     Topic{"intf", "an interface: 'help names'"},
+     Topic{"interface", "an interface: 'help names'"},
+     Topic{"nonzero", "leaves out what is 0"},
+     Topic{"pipe", "one pipe only: its number follows"},
+     Topic{"rates", "per second, over the last polling interval"},
+     Topic{"errors", "errors, discards and queue drops"},
+     Topic{"raw", "the chip's own counts, which wrap and may jump"},
+     Topic{"exact", "every digit of large numbers"},
+     Topic{"json", "for programs"},
+     Topic{"by", "the column to rank by follows"},
+     Topic{"help", "what there is to type; 'help WORD' explains a word"},
+     Topic{"quit", "leaves the prompt"},
+     Topic{"exit", "leaves the prompt"}};
+
+const Topic* topicNamed(std::string_view word) {
+   const auto* const found = std::ranges::find(topics, word, &Topic::word);
+   return found == topics.end() ? nullptr : &*found;
+}
+
+String lineOf(std::string_view word, std::string_view meaning) {
+   constexpr std::size_t column = 18;
+   String line = "   " + String(word);
+   line.resize(std::max(line.size() + 1, 3 + column), ' ');
+   return line + String(meaning) + "\n";
+}
+
+} // namespace
+
+String helpOn(const Words& words) {
+   if (words.size() < 2) {
+      String text = "'help WORD' explains one of these. A line that ends in ? lists what may come\n"
+                    "next. 'zelctl --help' has everything.\n\n";
+      for (const Topic& topic : topics) {
+         text += topic.more.empty() ? "" : lineOf(topic.word, topic.line);
+      }
+      return text;
+   }
+   // Of a line, the last word is in question.
+   Words all;
+   for (const Topic& topic : topics) {
+      all.emplace_back(topic.word);
+   }
+   const String& word = words.back();
+   const Words meant = Kiln::wordsMeant(word, all);
+   if (meant.empty()) {
+      throw std::runtime_error("no help on " + Kiln::quoted(word) + ": " +
+                               Kiln::meantOrExpected(word, all, "a word that 'help' lists"));
+   }
+   String text;
+   for (const String& one : meant) {
+      const Topic& topic = *topicNamed(one);
+      text += (text.empty() ? "" : "\n") + one + ": " + String(topic.line) + "\n" + String(topic.more);
+   }
+   return text;
+}
+
+String helpOnNext(const Words& candidates) {
+   if (candidates.empty()) {
+      return "   nothing more, or a word that zelctl does not know\n";
+   }
+   String text;
+   Words names;
+   for (const String& word : candidates) {
+      if (const Topic* const topic = topicNamed(word)) {
+         text += lineOf(word, topic->line);
+      } else {
+         names.push_back(word);
+      }
+   }
+   return text + (names.empty() ? "" : lineOf("one of", Kiln::nameRanges(names)));
+}
+
+String rightCommand(const Words& words) {
+   const Words shown{"drop",  "pipeline", "mau-deparser-drop", "traffic-manager", "mac", "pdp",
+                     "table", "info"};
+   constexpr std::size_t least = 2; // letters of an abbreviation that is worth a guess
+   const auto rest = [&](std::size_t from) {
+      return Kiln::joined({words.begin() + static_cast<std::ptrdiff_t>(from), words.end()}, " ");
+   };
+   const String& first = words.front();
+   const bool isShow = first.size() >= least && String("show").starts_with(first);
+   const bool isClear = first.size() >= least && String("clear").starts_with(first);
+   if (isShow && words.size() > 1) {
+      const String command = commandNamed(words[1]);
+      if (isRecordCommand(command)) {
+         return command + (words.size() > 2 ? " " + rest(2) : "");
+      }
+   }
+   if (isShow || isClear) {
+      return String("counters ") + (isShow ? "show" : "clear") + (words.size() > 1 ? " " + rest(1) : "");
+   }
+   if (first.size() >= least && (first == "chip" || !Kiln::wordsMeant(first, shown).empty())) {
+      return (first == "chip" ? "counters " : "counters show ") + rest(0);
+   }
+   const String near = Kiln::nearest(first, allCommands());
+   return near.empty() ? "" : near + (words.size() > 1 ? " " + rest(1) : "");
+}
+
+} // namespace ZelCtl

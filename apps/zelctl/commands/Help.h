@@ -1,0 +1,20 @@
+// Help while a command is being typed: on one word, on what may come next, and on what was probably meant.
+#pragma once
+
+#include "kiln/Types.h"
+
+#include <vector>
+
+namespace ZelCtl {
+
+// `help`: the topics; `help WORD`: the topic. Throws std::runtime_error for an unknown word, naming what there is.
+Kiln::String helpOn(const std::vector<Kiln::String>& words);
+
+// What may come next, a line for each word that has a meaning here; names together.
+Kiln::String helpOnNext(const std::vector<Kiln::String>& candidates);
+
+// The command that a line with a wrong first word was meant to be: "interfaces" for "show interfaces", "counters show
+// drop" for "drop". Empty if that cannot be told.
+Kiln::String rightCommand(const std::vector<Kiln::String>& words);
+
+} // namespace ZelCtl

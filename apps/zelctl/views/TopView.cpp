@@ -1,0 +1,366 @@
+// Ranks the rates of published records.
+#include "apps/zelctl/views/TopView.h"
+
+#include "apps/zelctl/views/PublishedRows.h"
+#include "apps/zelctl/views/Readable.h"
+#include "apps/zelctl/views/TextTable.h"
+#include "kiln/Choices.h"
+#include "kiln/JsonWriter.h"
+#include "vex/PublishedRecords.h"
+
+#include <array>
+
+namespace ZelCtl {
+
+namespace {
+
+using Kiln::String;
+using Vex::NamedCounter;
+using Kind = ShownColumn::Kind;
+using Words = std::vector<String>;
+
+enum Value : U8 { inUse, outUse, inBits, outBits, packets, drops, dropTotal, errors, errorTotal, valueCount };
+
+struct ValueColumn {
+   const char* heading;
+   const char* member; // in JSON
+   bool isOfQueues;
+};
+constexpr std::array<ValueColumn, valueCount> valueColumns{{{"In use", "in-use-per-mille", false},
+                                                            {"Out use", "out-use-per-mille", false},
+                                                            {"In bit/s", "in-bits-per-second", false},
+                                                            {"Out bit/s", "out-bits-per-second", true},
+                                                            {"Pkts/s", "packets-per-second", true},
+                                                            {"Drops/s", "drops-per-second", true},
+                                                            {"Drops", "drops", true},
+                                                            {"Errs/s", "errors-per-second", false},
+                                                            {"Errs", "errors", false}}};
+
+struct Place {
+   String intf;
+   String queue; // empty for a port
+   Activity activity = Activity::unrated;
+   std::array<std::optional<double>, valueCount> rates{};
+   std::array<std::optional<U64>, valueCount> totals{};
+
+   // What is unknown ranks as 0.
+   double value(Value which) const {
+      return rates[which].value_or(static_cast<double>(totals[which].value_or(0)));
+   }
+};
+
+// What `by` may be followed by. A use is that of the direction that is used more.
+struct Order {
+   const char* word;
+   Value first;
+   Value second;
+   bool isHigherOfBoth; // else the second decides between equal firsts
+   bool isOfQueues;
+};
+constexpr std::array orders{
+     Order{"use", inUse, outUse, true, false},      Order{"in", inBits, inBits, false, false},
+     Order{"out", outBits, outBits, false, true},   Order{"packets", packets, packets, false, true},
+     Order{"drops", drops, dropTotal, false, true}, Order{"errors", errors, errorTotal, false, false}};
+
+struct Ranking {
+   const char* title;
+   const Order* order;
+   bool isOfQueues;
+   std::size_t rows;
+};
+
+struct Request {
+   const Order* by = nullptr;
+   bool json = false;
+};
+
+Words orderWords() {
+   Words words;
+   for (const Order& order : orders) {
+      words.emplace_back(order.word);
+   }
+   return words;
+}
+
+// The one of the choices that the word is, begins or was meant to be.
+String choose(const String& word, const Words& all) {
+   const Words meant = Kiln::wordsMeant(word, all);
+   if (meant.size() == 1) {
+      return meant.front();
+   }
+   throw std::runtime_error(meant.empty()
+                                 ? "unexpected " + Kiln::quoted(word) + ": " +
+                                        Kiln::meantOrExpected(word, all, Kiln::choices(all))
+                                 : Kiln::quoted(word) + " is ambiguous: expected " + Kiln::choices(meant));
+}
+
+Request parse(const Words& words) {
+   Request request;
+   for (std::size_t i = 1; i < words.size(); ++i) {
+      const String option = choose(words[i], {"by", "json"});
+      if (option == "json") {
+         request.json = true;
+      } else if (++i == words.size()) {
+         throw std::runtime_error("by needs a column: expected " + Kiln::choices(orderWords()));
+      } else {
+         request.by = std::ranges::find(orders, choose(words[i], orderWords()), &Order::word);
+      }
+   }
+   return request;
+}
+
+// Adds the counters up that the record has. Their rate is known if all theirs are.
+void addUp(Place* place, const PublishedRow& row, std::initializer_list<String> names, Value rate,
+           std::optional<Value> total = std::nullopt, double factor = 1) {
+   std::optional<double> sum;
+   bool isKnown = true;
+   for (const String& name : names) {
+      const NamedCounter* const counter = row.counter(name);
+      if (counter == nullptr || !counter->isRead) {
+         continue;
+      }
+      isKnown = isKnown && counter->rate;
+      sum = sum.value_or(0) + factor * counter->rate.value_or(0);
+      if (total) {
+         place->totals[*total] = place->totals[*total].value_or(0) + counter->total;
+      }
+   }
+   place->rates[rate] = isKnown ? sum : std::nullopt;
+}
+
+Place portOf(const PublishedTable& table, const PublishedRow& row) {
+   constexpr double overhead = 160; // bits that each packet also takes on the line: RFC 2819
+   Place port{row.name, "", table.activity(row), {}, {}};
+   addUp(&port, row, {"in-octets"}, inBits, {}, 8);
+   addUp(&port, row, {"out-octets"}, outBits, {}, 8);
+   const double speed = static_cast<double>(row.text.speed.value_or(0));
+   for (const auto& [use, bits, name] :
+        {std::tuple{inUse, inBits, "in-pkts"}, std::tuple{outUse, outBits, "out-pkts"}}) {
+      addUp(&port, row, {name}, packets);
+      const bool isKnown = speed > 0 && port.rates[bits] && port.rates[packets];
+      port.rates[use] =
+           isKnown ? std::optional(1000 * (port.value(bits) + overhead * port.value(packets)) / speed)
+                   : std::nullopt;
+   }
+   addUp(&port, row, {"in-pkts", "out-pkts"}, packets);
+   addUp(&port, row, {"in-discards", "out-discards", "out-queue-drops"}, drops, dropTotal);
+   addUp(&port, row, {"in-errors", "out-errors"}, errors, errorTotal);
+   return port;
+}
+
+std::vector<Place> portsIn(const PublishedTable& table) {
+   std::vector<Place> ports;
+   for (const PublishedRow& row : table.rows) {
+      if (row.result == Silo::ReadResult::ok) {
+         ports.push_back(portOf(table, row));
+      }
+   }
+   return ports;
+}
+
+std::vector<Place> queuesIn(const Silo::Store& store) {
+   std::vector<Place> queues;
+   try {
+      const auto table = readPublished<Silo::Interface::IntfQueueCounters>(
+           store, Silo::Interface::TableName::intfQueueCounters);
+      for (const PublishedRow& row : table.rows) {
+         for (std::size_t queue = 0; queue < Silo::Interface::IntfQueueCounters::queueCount; ++queue) {
+            const String number = std::to_string(queue);
+            const String prefix = "queue." + number + ".";
+            if (row.counter(prefix + "packets") != nullptr) {
+               Place place{row.name, number, table.activity(row, number), {}, {}};
+               addUp(&place, row, {prefix + "bytes"}, outBits, {}, 8);
+               addUp(&place, row, {prefix + "packets"}, packets);
+               addUp(&place, row, {prefix + "drops"}, drops, dropTotal);
+               queues.push_back(std::move(place));
+            }
+         }
+      }
+   } catch (const std::exception&) { // no agent has published queues
+   }
+   return queues;
+}
+
+double rank(const Place& place, const Order& order) {
+   return order.isHigherOfBoth ? std::max(place.value(order.first), place.value(order.second))
+                               : place.value(order.first);
+}
+
+std::vector<Place> ranked(std::vector<Place> places, const Ranking& ranking) {
+   const Order& order = *ranking.order;
+   std::erase_if(places,
+                 [&](const Place& one) { return rank(one, order) == 0 && one.value(order.second) == 0; });
+   std::ranges::stable_sort(places, [&](const Place& a, const Place& b) {
+      return std::pair(rank(a, order), a.value(order.second)) >
+             std::pair(rank(b, order), b.value(order.second));
+   });
+   places.resize(std::min(places.size(), ranking.rows));
+   return places;
+}
+
+String cellText(const Place& place, std::size_t value) {
+   if (place.totals[value]) {
+      return countText(*place.totals[value]);
+   }
+   const std::optional<double>& rate = place.rates[value];
+   if (!rate) {
+      return "-";
+   }
+   return value == inUse || value == outUse ? perMilleText(Vex::wholeRate(*rate), *rate == 0)
+                                            : rateText(*rate);
+}
+
+// What is shown: rankings, each with its places.
+struct Shown {
+   std::vector<std::pair<Ranking, std::vector<Place>>> rankings;
+   Words notes;
+};
+
+Shown shownOf(const Request& request, const Silo::Store& store) {
+   constexpr std::size_t few = 5;
+   constexpr std::size_t many = 20;
+   const Order* const use = &orders[0];
+   const Order* const out = &orders[2];
+   const Order* const dropping = &orders[4];
+   const Order* const erring = &orders[5];
+   std::vector<Ranking> rankings;
+   if (request.by == nullptr) {
+      rankings = {{"Busiest ports", use, false, few},
+                  {"Ports that drop most", dropping, false, few},
+                  {"Ports that err most", erring, false, few},
+                  {"Busiest queues", out, true, few},
+                  {"Queues that drop most", dropping, true, few}};
+   } else {
+      rankings.push_back({"Ports", request.by, false, many});
+      if (request.by->isOfQueues) {
+         rankings.push_back({"Queues", request.by, true, many});
+      }
+   }
+   const PublishedTable table = readPorts(store, Silo::Interface::TableName::intfCounters);
+   const std::vector<Place> ports = portsIn(table);
+   const std::vector<Place> queues = queuesIn(store);
+   Shown shown{{}, table.notes()};
+   for (const Ranking& ranking : rankings) {
+      shown.rankings.emplace_back(ranking, ranked(ranking.isOfQueues ? queues : ports, ranking));
+   }
+   return shown;
+}
+
+std::vector<ShownTable> tablesOf(const Shown& shown) {
+   std::vector<ShownTable> tables;
+   for (const auto& [ranking, places] : shown.rankings) {
+      ShownTable table{ranking.title + String(", by ") + ranking.order->word, {{"Interface", Kind::key}}, {}};
+      table.isRanking = true;
+      if (ranking.isOfQueues) {
+         table.columns.push_back({"Queue", Kind::key});
+      }
+      table.columns.push_back({"State", Kind::other});
+      for (const ValueColumn& column : valueColumns) {
+         if (!ranking.isOfQueues || column.isOfQueues) {
+            table.columns.push_back({column.heading, Kind::other});
+         }
+      }
+      for (const Place& place : places) {
+         ShownRow row{{{place.intf}}};
+         if (ranking.isOfQueues) {
+            row.cells.push_back({place.queue});
+         }
+         row.cells.push_back({text(place.activity)});
+         for (std::size_t i = 0; i < valueCount; ++i) {
+            if (!ranking.isOfQueues || valueColumns[i].isOfQueues) {
+               row.cells.push_back({cellText(place, i)});
+            }
+         }
+         table.rows.push_back(std::move(row));
+      }
+      if (places.empty()) {
+         table.columns.clear();
+         table.notes.emplace_back("  none");
+      }
+      tables.push_back(std::move(table));
+   }
+   tables.back().notes.insert(tables.back().notes.end(), shown.notes.begin(), shown.notes.end());
+   return tables;
+}
+
+String jsonOf(const Shown& shown) {
+   Kiln::JsonWriter out;
+   out.begin("", '{');
+   out.begin("rankings", '[');
+   for (const auto& [ranking, places] : shown.rankings) {
+      out.begin("", '{');
+      out.value("title", std::string_view(ranking.title));
+      out.value("by", std::string_view(ranking.order->word));
+      out.begin("rows", '[');
+      for (const Place& place : places) {
+         out.begin("", '{');
+         out.value("name", std::string_view(place.intf));
+         if (ranking.isOfQueues) {
+            out.value("queue", std::string_view(place.queue));
+         }
+         out.value("activity", std::string_view(text(place.activity)));
+         for (std::size_t i = 0; i < valueCount; ++i) {
+            if (ranking.isOfQueues && !valueColumns[i].isOfQueues) {
+               continue;
+            }
+            if (place.totals[i]) {
+               out.value(valueColumns[i].member, *place.totals[i]);
+            } else if (place.rates[i]) {
+               out.value(valueColumns[i].member, Vex::wholeRate(*place.rates[i]));
+            } else {
+               out.null(valueColumns[i].member);
+            }
+         }
+         out.end('}');
+      }
+      out.end(']');
+      out.end('}');
+   }
+   out.end(']');
+   out.begin("notes", '[');
+   for (const String& note : shown.notes) {
+      out.value("", std::string_view(note));
+   }
+   out.end(']');
+   out.end('}');
+   return out.text();
+}
+
+} // namespace
+
+bool isTopJson(const Words& words) {
+   return parse(words).json;
+}
+
+std::vector<ShownTable> showTop(const Words& words, const Silo::Store& store) {
+   const Request request = parse(words);
+   if (request.json) {
+      throw std::runtime_error("watch shows tables: leave out 'json'");
+   }
+   return tablesOf(shownOf(request, store));
+}
+
+String viewTop(const Words& words, const Silo::Store& store, std::size_t width) {
+   const Request request = parse(words);
+   const Shown shown = shownOf(request, store);
+   if (request.json) {
+      return jsonOf(shown);
+   }
+   String text;
+   for (const ShownTable& table : tablesOf(shown)) {
+      text += text.empty() ? "" : "\n";
+      text += tableText(table, width);
+   }
+   return text;
+}
+
+Words topCandidates(const Words& words) {
+   if (words.back() == "by") {
+      return orderWords();
+   }
+   Words candidates{"by", "json"};
+   std::erase_if(candidates, [&](const String& one) { return std::ranges::find(words, one) != words.end(); });
+   return candidates;
+}
+
+} // namespace ZelCtl
