@@ -8,6 +8,7 @@
 #include <csignal>
 #include <iostream>
 #include <optional>
+#include <stdexcept>
 #include <unistd.h>
 
 namespace {
@@ -98,8 +99,12 @@ int complete(const Options& options) {
       }
       return ZelCtl::carriedOut;
    }
-   for (const Kiln::String& candidate : ZelCtl::completionsOf(options.client, line)) {
-      std::cout << candidate << '\n';
+   try {
+      for (const Kiln::String& candidate : ZelCtl::completionsOf(options.client, line)) {
+         std::cout << candidate << '\n';
+      }
+   } catch (const std::runtime_error& error) {
+      return ZelCtl::complain(error.what());
    }
    return ZelCtl::carriedOut;
 }

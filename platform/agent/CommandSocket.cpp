@@ -1,7 +1,10 @@
-// The command socket's place and address.
+// The command socket's place and address, and the protocol's version.
 #include "agent/CommandSocket.h"
 
+#include "kiln/Numbers.h"
+
 #include <cerrno>
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <stdexcept>
@@ -27,6 +30,17 @@ Kiln::String defaultFolder() {
 }
 
 } // namespace
+
+Kiln::String protocolWord() {
+   return Kiln::String(protocolPrefix) + std::to_string(protocolVersion);
+}
+
+std::optional<unsigned> protocolVersionOf(std::string_view word) {
+   if (!word.starts_with(protocolPrefix)) {
+      return std::nullopt;
+   }
+   return Kiln::parseNumber<unsigned>(word.substr(protocolPrefix.size()), protocolVersion, UINT_MAX);
+}
 
 Kiln::String defaultSocketPath() {
    const Kiln::String chosen = environment("ZEL_SOCKET");

@@ -1,18 +1,30 @@
-// What the agent and its client agree on: where the command socket is, and how an answer ends.
+// What the agent and its client agree on: where the command socket is, and how requests and answers begin and end.
 //
-// A connection carries one command: one line in, text out, end of file. The answer to a refused command ends with a NUL
-// byte, "% ", what is wrong and what is expected, and a newline. Text never holds a NUL, so the client can tell the two
-// apart, and a person with a plain socket tool still reads the line.
+// A connection carries one command. The client sends one line, which begins with the word "zel/2", the protocol and its
+// version. The agent sends a line "zel/2", text, a NUL byte, and one more line: "done", or for a refused command "% ",
+// what is wrong and what is expected. Text never holds a NUL, so an answer is complete if and only if the line after one
+// is; and a person with a plain socket tool can read all of it.
 #pragma once
 
 #include "kiln/Types.h"
 
+#include <optional>
+#include <string_view>
 #include <sys/socket.h>
 #include <sys/un.h>
 
 namespace Agent {
 
-constexpr char errorMark = '\0';
+// Its own versions apart, "zel/" and a number is all that later versions have to keep. The first version sent no such
+// word.
+constexpr std::string_view protocolPrefix = "zel/";
+constexpr unsigned protocolVersion = 2;
+Kiln::String protocolWord(); // "zel/2"
+// The version that the word names, of this protocol or a later one; nothing if it names none.
+std::optional<unsigned> protocolVersionOf(std::string_view word);
+
+constexpr char endMark = '\0';
+constexpr std::string_view doneText = "done";
 constexpr std::size_t commandLineLimit = 4096; // bytes, newline included
 
 // $ZEL_SOCKET; else zelagent/socket below $XDG_RUNTIME_DIR, below /run for root, else

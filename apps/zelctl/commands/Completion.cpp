@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <sstream>
+#include <stdexcept>
 
 namespace ZelCtl {
 
@@ -20,11 +21,20 @@ namespace {
 using Kiln::String;
 using Words = std::vector<String>;
 
+// Candidates of an agent that ended while it answered: there may be more.
+struct CutAnswer : std::runtime_error {
+   using runtime_error::runtime_error;
+};
+
 // The agent answers with one word a line.
 Words fromAgent(const Client& client, const String& line) {
+   const Answer answer = ask(client.socketPath, "complete " + line, nullptr, {.inAll = 1, .isSaid = false});
+   if (answer.isCut) {
+      throw CutAnswer(answer.error.substr(2)); // without its "% "
+   }
    Words all;
-   std::istringstream answer(ask(client.socketPath, "complete " + line, nullptr, {.inAll = 1}).text);
-   for (String word; std::getline(answer, word);) {
+   std::istringstream lines(answer.text);
+   for (String word; std::getline(lines, word);) {
       all.push_back(word);
    }
    return all;
@@ -68,6 +78,8 @@ Words completionsOf(const Client& client, const String& line) {
    Words all;
    try {
       all = follow(client, before, partial);
+   } catch (const CutAnswer&) {
+      throw;
    } catch (const std::exception&) { // an ambiguous word, or no table: there is nothing to offer
    }
    std::erase_if(all, [&](const String& word) {

@@ -118,7 +118,9 @@ TEST_F(Terminal, AWatchHearsKeysWhileItsAgentHangs) {
    const int first = accept(listening, nullptr, nullptr);
    char request[64];
    EXPECT_GT(recv(first, request, sizeof request, 0), 0);
-   const String answer = R"({"chips": [{"chip": "Zel0", "error": "nothing yet"}]})";
+   const String answer = "zel/2\n"
+                         R"({"chips": [{"chip": "Zel0", "error": "nothing yet"}]})" +
+                         String("\0done\n", 6);
    EXPECT_EQ(send(first, answer.data(), answer.size(), 0), static_cast<ssize_t>(answer.size()));
    close(first);
    expect("nothing yet");
