@@ -1,6 +1,7 @@
 // zelagent: a switch agent over software chips, in real time or through a scenario.
 #include "agent/CommandChannel.h"
 #include "agent/CommandSocket.h"
+#include "agent/LogCommand.h"
 #include "apps/zelagent/HostPorts.h"
 #include "apps/zelagent/Options.h"
 #include "apps/zelagent/ScenarioConsole.h"
@@ -128,8 +129,7 @@ int runScenario(const Options& options) {
 // Prints log messages for the operator as they come.
 void logToStandardError() {
    Kiln::OperatorLog::instance().sinkIs([](const Kiln::OperatorLog::Entry& entry) {
-      std::fprintf(stderr, "%s (%s): %s\n", entry.message->id, Kiln::severityText(entry.message->severity),
-                   entry.text.c_str());
+      std::fprintf(stderr, "%s\n", Agent::logText(entry).c_str());
    });
 }
 

@@ -119,7 +119,7 @@ int runLine(const Client& client, const String& line, Signals* signals) {
          words.front() = command;
          return print(viewRecords(words, client.store()), signals);
       }
-      return askAgent(client, completed(line, words, command), command == "counters", signals);
+      return askAgent(client, completed(line, words, command), isAgentCommand(command), signals);
    } catch (const std::exception& error) {
       return complain(error.what());
    }

@@ -60,7 +60,7 @@ Words follow(const Client& client, Words before, const String& partial) {
    if (isViewCommand(before.front())) {
       return viewCandidates(before, client.store());
    }
-   if (before.front() != "counters") {
+   if (!isAgentCommand(before.front())) {
       return {};
    }
    return fromAgent(client, Kiln::joined(before, " ") + " " + partial);

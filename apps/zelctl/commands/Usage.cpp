@@ -47,6 +47,8 @@ counters ...                        asks the running zelagent
      pipe N                         after pipeline, mau-deparser-drop,
                                     traffic-manager or table: one pipe only
      json                           after a show: prints JSON, for programs
+log [json]                          the agent's messages for the operator
+ringlog [json]                      its diagnostics; both oldest first
 
 These read what an agent published in the shared tables, even if none is running
 )";

@@ -242,8 +242,9 @@ TEST_F(CountersCommands, AreCompletedByTheirGrammar) {
    const String stages =
         "port-rx parser ingress ingress-deparser traffic-manager egress egress-deparser port-tx ";
    const std::vector<std::pair<String, String>> cases = {
-        {"", "counters "},
+        {"", "counters log ringlog "},
         {"cou", "counters "},
+        {"log ", "json "},
         {"complete", ""},
         {"bogus ", ""},
         {"counters ", "show clear chip "},
