@@ -154,9 +154,19 @@ int runAgent(const Options& options) {
       agent.countersMgr().forgetAbsentInterfaces();
    }
    const Agent::CommandChannel channel(manager, agent.commandRunner(), socketPath);
+   std::optional<Agent::CommandChannel> readChannel;
+   if (options.readGroup) {
+      readChannel.emplace(manager, agent.commandRunner(), options.readSocketPath,
+                          Agent::CommandChannelLimits{},
+                          Agent::CommandReaders{*options.readGroup, socketPath});
+   }
    endOnSignals();
    std::printf("zelagent: %s, %s each, commands on %s\n", Kiln::counted(options.agent.chips, "chip").c_str(),
                Kiln::counted(options.agent.ports, "port").c_str(), socketPath.c_str());
+   if (readChannel) {
+      std::printf("zelagent: %s may read on %s\n", Agent::groupName(*options.readGroup).c_str(),
+                  options.readSocketPath.c_str());
+   }
    if (hostPorts) {
       std::printf("zelagent: ports are the host's: %s\n", Kiln::joined(hostPorts->names(), ", ").c_str());
    }

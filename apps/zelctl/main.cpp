@@ -1,5 +1,4 @@
 // zelctl: sends diagnostic commands to the agent, prints its answers, and shows what the agent publishes.
-#include "agent/CommandSocket.h"
 #include "apps/zelctl/commands/Completion.h"
 #include "apps/zelctl/commands/Usage.h"
 #include "apps/zelctl/prompt/Prompt.h"
@@ -14,7 +13,7 @@
 namespace {
 
 struct Options {
-   ZelCtl::Client client{Agent::defaultSocketPath(), ""};
+   ZelCtl::Client client;
    Kiln::String line;                          // the command
    std::optional<Kiln::String> unfinishedLine; // to complete
    bool ends = false;                          // an option was wrong, or has done all that was asked for

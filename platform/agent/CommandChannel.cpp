@@ -161,6 +161,11 @@ void CommandChannel::Client::handleLine() {
 }
 
 void CommandChannel::Client::runCommand(std::string_view command) {
+   if (channel_->readers_ && channel_->runner_->changes(command)) {
+      answer("this socket is for reading only: as " + userName(geteuid()) + ", use --socket " +
+             channel_->readers_->fullSocket);
+      return;
+   }
    // Asked before the command runs, so that a refused command has done nothing.
    if (channel_->waitingBytes() > channel_->limits_.waitingBytes) {
       answer("too much output waits for clients that read slowly: try again later");
@@ -232,9 +237,11 @@ void CommandChannel::Client::handleTimeout() {
 
 CommandChannel::CommandChannel(const Kiln::Ptr<Kiln::ActivityManager>& manager,
                                Kiln::Ptr<const CommandRunner> runner, Kiln::String path,
-                               const CommandChannelLimits& limits)
-     : manager_(manager), runner_(std::move(runner)), path_(std::move(path)), limits_(limits) {
-   listener_ = std::make_unique<Listener>(this, listenOn(path_));
+                               const CommandChannelLimits& limits, std::optional<CommandReaders> readers)
+     : manager_(manager), runner_(std::move(runner)), path_(std::move(path)), readers_(std::move(readers)),
+       limits_(limits) {
+   listener_ = std::make_unique<Listener>(
+        this, listenOn(path_, readers_ ? std::optional(readers_->group) : std::nullopt));
    inode_ = inodeOf(path_);
 }
 

@@ -7,6 +7,8 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <grp.h>
+#include <pwd.h>
 #include <stdexcept>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -45,6 +47,28 @@ std::optional<unsigned> protocolVersionOf(std::string_view word) {
 Kiln::String defaultSocketPath() {
    const Kiln::String chosen = environment("ZEL_SOCKET");
    return chosen.empty() ? defaultFolder() + "/socket" : chosen;
+}
+
+std::vector<Kiln::String> clientSocketPaths() {
+   std::vector<Kiln::String> paths{defaultSocketPath()};
+   if (environment("ZEL_SOCKET").empty()) {
+      // As the service's unit has them.
+      if (paths.front() != "/run/zelagent/socket") {
+         paths.emplace_back("/run/zelagent/socket");
+      }
+      paths.emplace_back("/run/zelagent/read-socket");
+   }
+   return paths;
+}
+
+Kiln::String userName(uid_t user) {
+   const passwd* const entry = getpwuid(user);
+   return entry != nullptr ? entry->pw_name : "user " + std::to_string(user);
+}
+
+Kiln::String groupName(gid_t group) {
+   const ::group* const entry = getgrgid(group);
+   return entry != nullptr ? Kiln::String("group ") + entry->gr_name : "group " + std::to_string(group);
 }
 
 void prepareDefaultSocketFolder() {

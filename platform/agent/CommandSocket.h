@@ -11,7 +11,9 @@
 #include <optional>
 #include <string_view>
 #include <sys/socket.h>
+#include <sys/types.h>
 #include <sys/un.h>
+#include <vector>
 
 namespace Agent {
 
@@ -30,6 +32,14 @@ constexpr std::size_t commandLineLimit = 4096; // bytes, newline included
 // $ZEL_SOCKET; else zelagent/socket below $XDG_RUNTIME_DIR, below /run for root, else
 // /tmp/zelagent-UID/socket.
 Kiln::String defaultSocketPath();
+
+// Where a client looks for an agent, in this order: only $ZEL_SOCKET if it is set; else the default socket, the
+// service's, and the one on which the service's readers ask.
+std::vector<Kiln::String> clientSocketPaths();
+
+// "root", or "user 1000" if it has no name; "group adm" or "group 1000". One thread at a time.
+Kiln::String userName(uid_t user);
+Kiln::String groupName(gid_t group);
 
 // Creates the default socket's folder, for its user only; the folder of $ZEL_SOCKET is its user's business. Throws
 // std::runtime_error if another user owns the folder or may write to it: that user could listen there.

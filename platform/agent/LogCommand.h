@@ -16,6 +16,7 @@ class LogCommand : public AgentCommandCallback {
         : AgentCommandCallback(Kiln::Name(commandType), commandType), log_(log) {}
 
    CommandResult command(const std::vector<Kiln::String>& words, int fd) override;
+   bool changes(const std::vector<Kiln::String>& /*words*/) const override { return false; }
    std::vector<Kiln::String> completions(const std::vector<Kiln::String>& words) const override;
 
  private:

@@ -2,10 +2,10 @@
 #include "apps/zelctl/commands/Commands.h"
 
 #include "agent/CommandRunner.h"
+#include "agent/CommandSocket.h"
 #include "apps/zelctl/commands/CommandWords.h"
 #include "apps/zelctl/commands/Usage.h"
 #include "apps/zelctl/commands/WatchCommand.h"
-#include "apps/zelctl/connection/AgentConnection.h"
 #include "apps/zelctl/terminal/Terminal.h"
 #include "apps/zelctl/terminal/Utf8.h"
 #include "apps/zelctl/views/CountersDocument.h"
@@ -38,7 +38,7 @@ int print(std::string_view text, Signals* signals) {
 }
 
 int askAgent(const Client& client, const String& line, bool isKnown, Signals* signals) {
-   Answer answer = ask(client.socketPath, line, signals);
+   Answer answer = client.ask(line, signals);
    if (print(answer.text, signals) != carriedOut) {
       return refused;
    }
@@ -58,13 +58,13 @@ WatchRound fetchRound(const Client& client, const Words& words, Signals* signals
          return {showRecords(words, client.store()), ""};
       }
       const String line = Kiln::joined(words, " ");
-      const Answer answer = ask(client.socketPath, line + " json", signals, patience);
+      const Answer answer = client.ask(line + " json", signals, patience);
       if (answer.error.empty()) {
          return {readCountersDocument(answer.text), ""};
       }
       // The agent may blame the word 'json', which nobody typed. Asked without it, it names the real fault, if any.
       const bool blamesJson = answer.error.find("'json'") != String::npos;
-      const String plain = blamesJson ? ask(client.socketPath, line, signals, patience).error : "";
+      const String plain = blamesJson ? client.ask(line, signals, patience).error : "";
       return {{}, plain.empty() ? answer.error : plain};
    } catch (const std::exception& error) {
       return {{}, String("% ") + error.what()};
@@ -88,6 +88,11 @@ int watch(const Client& client, const Words& words, Signals* signals) {
 }
 
 } // namespace
+
+Answer Client::ask(const String& line, Signals* signals, const Patience& patience) const {
+   return ZelCtl::ask(socketPath.empty() ? Agent::clientSocketPaths() : Words{socketPath}, line, signals,
+                      patience);
+}
 
 Silo::Store Client::store() const {
    return siloFolder.empty() ? Silo::Store::sharedMemory(Silo::Interface::defaultTablePrefix)

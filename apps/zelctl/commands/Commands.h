@@ -1,7 +1,7 @@
 // Runs command lines: by the agent, from the shared tables, or in the client itself.
 #pragma once
 
-#include "apps/zelctl/terminal/Signals.h"
+#include "apps/zelctl/connection/AgentConnection.h"
 #include "kiln/Types.h"
 #include "silo/Store.h"
 
@@ -14,9 +14,11 @@ enum ExitStatus : int { carriedOut = 0, refused = 1 };
 
 // Where a client finds what it shows.
 struct Client {
-   Kiln::String socketPath;
+   Kiln::String socketPath; // empty: wherever an agent answers
    Kiln::String siloFolder; // empty: the machine's shared memory
 
+   // The agent's answer to the line.
+   Answer ask(const Kiln::String& line, Signals* signals, const Patience& patience = {}) const;
    Silo::Store store() const; // throws std::runtime_error if there is none
 };
 

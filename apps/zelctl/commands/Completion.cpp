@@ -3,7 +3,6 @@
 
 #include "agent/CommandRunner.h"
 #include "apps/zelctl/commands/CommandWords.h"
-#include "apps/zelctl/connection/AgentConnection.h"
 #include "apps/zelctl/terminal/Utf8.h"
 #include "apps/zelctl/views/RecordViewer.h"
 #include "kiln/Choices.h"
@@ -28,7 +27,7 @@ struct CutAnswer : std::runtime_error {
 
 // The agent answers with one word a line.
 Words fromAgent(const Client& client, const String& line) {
-   const Answer answer = ask(client.socketPath, "complete " + line, nullptr, {.inAll = 1, .isSaid = false});
+   const Answer answer = client.ask("complete " + line, nullptr, {.inAll = 1, .isSaid = false});
    if (answer.isCut) {
       throw CutAnswer(answer.error.substr(2)); // without its "% "
    }

@@ -74,7 +74,8 @@ These are zelctl's own
 Options
    --socket PATH                    the agent's socket; default: $ZEL_SOCKET, or
                                     zelagent/socket in $XDG_RUNTIME_DIR, in /run
-                                    for root, or /tmp/zelagent-UID/socket
+                                    for root, or /tmp/zelagent-UID/socket; then
+                                    those of the service in /run/zelagent
    --silo DIR                       the folder of the shared tables; default:
                                     shared memory
    --complete LINE                  prints what may come next, for shells

@@ -15,6 +15,7 @@
 #include <optional>
 #include <poll.h>
 #include <stdexcept>
+#include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -22,12 +23,30 @@ namespace ZelCtl {
 
 namespace {
 
+using Paths = std::vector<Kiln::String>;
+
 constexpr int connectTimeout = 5; // seconds
+
+// What a user without the right to open these sockets can do: become who may, or join the group of a socket for readers.
+Kiln::String deniedText(const Paths& denied) {
+   struct stat status {};
+   const bool isSeen = stat(denied.front().c_str(), &status) == 0;
+   const Kiln::String owner = isSeen ? Agent::userName(status.st_uid) : "the agent's user";
+   Kiln::String text = "no permission to open " + denied.front() +
+                       (isSeen ? ", which is " + owner + "'s" : "") + ": run zelctl as " + owner +
+                       ", such as by sudo";
+   for (const Kiln::String& path : denied) {
+      if (stat(path.c_str(), &status) == 0 && (status.st_mode & S_IWGRP) != 0) {
+         text += ", or, to read, as a member of " + Agent::groupName(status.st_gid);
+      }
+   }
+   return text;
+}
 
 class Connection {
  public:
-   Connection(const Kiln::String& path, Signals* signals, const Patience& patience)
-        : path_(path), signals_(signals), patience_(patience),
+   Connection(Signals* signals, const Patience& patience)
+        : signals_(signals), patience_(patience),
           end_(Kiln::System::monotonicTime() + (patience.inAll > 0 ? patience.inAll : never)),
           socket_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
       if (!socket_.isOpen()) {
@@ -35,25 +54,28 @@ class Connection {
       }
    }
 
-   void open() {
-      const int bound =
-           std::min({patience_.perByte, connectTimeout, patience_.inAll > 0 ? patience_.inAll : never});
-      int error = connectWithin(silence);
-      if (error == EAGAIN && bound > silence) {
-         sayWaiting();
-         error = connectWithin(bound - silence);
+   // Connects to the first of the paths on which an agent answers.
+   void open(const Paths& paths) {
+      Paths denied;
+      for (const Kiln::String& path : paths) {
+         path_ = path;
+         const int error = connectToPath();
+         if (error == 0) {
+            return;
+         }
+         if (error == EACCES || error == EPERM) {
+            denied.push_back(path);
+         } else if (error != ENOENT && error != ECONNREFUSED && error != ENOTDIR && error != ENOTSOCK) {
+            throw std::runtime_error("cannot connect to the agent on " + path + ": " + std::strerror(error));
+         }
       }
-      if (error == ENOENT || error == ECONNREFUSED || error == ENOTDIR || error == ENOTSOCK) {
-         throw std::runtime_error("no agent answers on " + path_ +
-                                  ": start one with 'zelagent', or name its socket with --socket PATH");
-      }
-      if (error == EACCES || error == EPERM) {
-         throw std::runtime_error("no permission to open " + path_ + ": run as the agent's user");
-      }
-      if (error != 0) {
-         throw std::runtime_error("cannot connect to the agent on " + path_ + ": " + std::strerror(error));
-      }
+      throw std::runtime_error(denied.empty() ? "no agent answers on " + Kiln::choices(paths) +
+                                                     ": start one with 'zelagent', or name its socket with "
+                                                     "--socket PATH"
+                                              : deniedText(denied));
    }
+
+   const Kiln::String& path() const { return path_; }
 
    // An agent that refuses a command may answer and close before it has read all of it, so a failed send is not an
    // error: the answer tells.
@@ -128,6 +150,17 @@ class Connection {
 
    // Returns 0, or why there is no connection, as an errno value: EAGAIN if the agent's queue of connections stayed
    // full.
+   int connectToPath() {
+      const int bound =
+           std::min({patience_.perByte, connectTimeout, patience_.inAll > 0 ? patience_.inAll : never});
+      int error = connectWithin(silence);
+      if (error == EAGAIN && bound > silence) {
+         sayWaiting();
+         error = connectWithin(bound - silence);
+      }
+      return error;
+   }
+
    int connectWithin(int seconds) {
       const Agent::SocketAddress address(path_);
       const timeval timeout{seconds, 0};
@@ -171,13 +204,12 @@ Answer answerIn(const Kiln::String& bytes, const Kiln::String& path) {
 
 } // namespace
 
-Answer ask(const Kiln::String& socketPath, const Kiln::String& line, Signals* signals,
-           const Patience& patience) {
+Answer ask(const Paths& socketPaths, const Kiln::String& line, Signals* signals, const Patience& patience) {
    try {
-      Connection connection(socketPath, signals, patience);
-      connection.open();
+      Connection connection(signals, patience);
+      connection.open(socketPaths);
       connection.send(Agent::protocolWord() + " " + line);
-      return answerIn(connection.receive(), socketPath);
+      return answerIn(connection.receive(), connection.path());
    } catch (const std::exception& error) {
       return {"", Kiln::String("% ") + error.what()};
    }

@@ -4,6 +4,8 @@
 #include "apps/zelctl/terminal/Signals.h"
 #include "kiln/Types.h"
 
+#include <vector>
+
 namespace ZelCtl {
 
 // An agent's answer: its text, and for a refused command the line that says why, which begins "% ".
@@ -22,10 +24,10 @@ struct Patience {
    bool isSaid = true;     // after a second of silence, standard error says that the agent is waited for
 };
 
-// Sends one command line to the agent on the socket and returns the whole answer. An agent that does not answer, or not
+// Sends one command line to the first agent that answers on one of the sockets, and returns the whole answer. An agent that does not answer, or not
 // in time, or that ends before its answer is complete, or that speaks another version of the protocol, is reported in
 // Answer::error, as is Ctrl-C, which is noticed only if `signals` is not null.
-Answer ask(const Kiln::String& socketPath, const Kiln::String& line, Signals* signals,
+Answer ask(const std::vector<Kiln::String>& socketPaths, const Kiln::String& line, Signals* signals,
            const Patience& patience = {});
 
 } // namespace ZelCtl

@@ -44,7 +44,7 @@ class AgentConnection : public testing::Test {
    }
 
    ZelCtl::Answer answerTo(const String& bytes) {
-      return beside("zel/2 show\n", bytes, [this] { return ZelCtl::ask(path_, "show", nullptr); });
+      return beside("zel/2 show\n", bytes, [this] { return ZelCtl::ask({path_}, "show", nullptr); });
    }
 
    const ZelTest::TemporaryFolder folder_;
@@ -75,6 +75,15 @@ TEST_F(AgentConnection, HalfOfTheCandidatesAreAnError) {
       return ZelTest::errorOf([this] { ZelCtl::completionsOf({path_, ""}, "counters s"); });
    };
    EXPECT_EQ("% " + beside("zel/2 complete counters s\n", "zel/2\nshow\n", complete), cut);
+}
+
+TEST_F(AgentConnection, IsToTheFirstAgentThatAnswers) {
+   const std::vector<String> paths{folder_.path() + "/none", folder_.path(), path_};
+   const auto askAll = [&] { return ZelCtl::ask(paths, "show", nullptr).text; };
+   EXPECT_EQ(beside("zel/2 show\n", String("zel/2\nhere\n\0done\n", 17), askAll), "here\n");
+   EXPECT_EQ(ZelCtl::ask({paths[0], paths[1]}, "show", nullptr).error,
+             "% no agent answers on " + paths[0] + " or " + paths[1] +
+                  ": start one with 'zelagent', or name its socket with --socket PATH");
 }
 
 TEST_F(AgentConnection, SaysWhatToUpgrade) {
@@ -135,7 +144,7 @@ TEST(AgentsThatAreKilled, GiveAsManyErrors) {
       char none = 0;
       EXPECT_EQ(read(started[0], &none, 1), 0);
       close(started[0]);
-      const ZelCtl::Answer answer = ZelCtl::ask(path, "show", nullptr);
+      const ZelCtl::Answer answer = ZelCtl::ask({path}, "show", nullptr);
       errors += answer.isCut && answer.error == cut ? 1U : 0U;
       lengths.insert(answer.text.size());
       EXPECT_EQ(ZelTest::statusOf(agent), -SIGKILL);

@@ -44,6 +44,8 @@ class TestCommand : public Agent::AgentCommandCallback {
       return {};
    }
 
+   bool changes(const std::vector<String>& words) const override { return words.at(0) != "say"; }
+
    std::vector<String> completions(const std::vector<String>& words) const override {
       return words == std::vector<String>{"say"} ? std::vector<String>{"one", "two", "no word", "no\x1b"}
                                                  : std::vector<String>();
@@ -103,8 +105,9 @@ class CommandChannel : public testing::Test {
    }
    ~CommandChannel() override { stop(); }
 
-   void start(const Agent::CommandChannelLimits& limits = {}) {
-      channel_ = open(limits);
+   void start(const Agent::CommandChannelLimits& limits = {},
+              const std::optional<Agent::CommandReaders>& readers = {}) {
+      channel_ = open(limits, readers);
       loop_ = std::thread([this] { manager_->run(); });
    }
    void stop() {
@@ -114,8 +117,9 @@ class CommandChannel : public testing::Test {
       }
       channel_ = nullptr;
    }
-   Kiln::Ptr<Agent::CommandChannel> open(const Agent::CommandChannelLimits& limits = {}) {
-      return Kiln::allocate<Agent::CommandChannel>(manager_, runner_, path_, limits);
+   Kiln::Ptr<Agent::CommandChannel> open(const Agent::CommandChannelLimits& limits = {},
+                                         const std::optional<Agent::CommandReaders>& readers = {}) {
+      return Kiln::allocate<Agent::CommandChannel>(manager_, runner_, path_, limits, readers);
    }
 
    String ask(const String& line) {
@@ -351,6 +355,29 @@ TEST_F(CommandChannel, OnlyItsUserMayOpenTheSocket) {
    struct stat status {};
    ASSERT_EQ(stat(path_.c_str(), &status), 0);
    EXPECT_EQ(status.st_mode & 0777U, 0600U);
+}
+
+TEST_F(CommandChannel, ReadersGetWhatChangesNothing) {
+   const gid_t group = getuid() == 0 ? 4321 : getgid(); // root may give a file to any group
+   start({}, Agent::CommandReaders{group, "/full"});
+   struct stat status {};
+   ASSERT_EQ(stat(path_.c_str(), &status), 0);
+   EXPECT_EQ(status.st_mode & 0777U, 0660U);
+   EXPECT_EQ(status.st_gid, group);
+   const String readOnly =
+        refusal("this socket is for reading only: as " + Agent::userName(getuid()) + ", use --socket /full");
+   const std::vector<std::pair<String, String>> cases = {
+        {"test say x", done("x\n")},
+        {"test lines 1", readOnly},
+        {"test", readOnly}, // it throws, so nobody knows
+        {"complete test say o", done("one\n")},
+        {" complete test", done("test\n")},
+        {"bogus", refusal("unknown command 'bogus': expected later, test")},
+        {"", refusal("no command: expected later, test")},
+   };
+   for (const auto& [line, answer] : cases) {
+      EXPECT_EQ(ask(line), answer) << line;
+   }
 }
 
 TEST(CommandSocket, AnInvalidPathIsRefused) {
