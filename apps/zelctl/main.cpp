@@ -25,7 +25,8 @@ struct Options {
    }
 };
 
-constexpr const char* optionNames[] = {"--socket", "--silo", "--complete", "--help", "--version"};
+constexpr const char* optionNames[] = {"--socket",   "--silo", "--no-pager",
+                                       "--complete", "--help", "--version"};
 
 // Names the option's value in errors.
 Kiln::String valueOf(std::string_view option) {
@@ -41,7 +42,7 @@ struct Argument {
           value(hasValue ? text.substr(option.size() + 1) : "") {}
 
    bool isTaken() const { return std::ranges::find(optionNames, option) != std::end(optionNames); }
-   bool takesValue() const { return option != "--help" && option != "--version"; }
+   bool takesValue() const { return option == "--socket" || option == "--silo" || option == "--complete"; }
 
    Kiln::String option;
    bool hasValue;
@@ -53,6 +54,8 @@ void take(const Argument& argument, Options* options) {
       options->endsIs(ZelCtl::complain(argument.option + " needs " + valueOf(argument.option)));
    } else if (!argument.takesValue() && argument.hasValue) {
       options->endsIs(ZelCtl::complain(argument.option + " takes no value"));
+   } else if (argument.option == "--no-pager") {
+      options->client.usesPager = false;
    } else if (!argument.takesValue()) {
       std::cout << (argument.option == "--help" ? ZelCtl::helpText() : "zelctl " ZEL_VERSION "\n");
       options->endsIs(ZelCtl::carriedOut);
@@ -75,8 +78,9 @@ Options parseOptions(int argc, char** argv) {
       }
       Argument argument(word);
       if (!argument.isTaken()) {
-         options.endsIs(ZelCtl::complain("unknown option '" + argument.option +
-                                         "': expected --socket, --silo, --complete, --help or --version"));
+         options.endsIs(
+              ZelCtl::complain("unknown option '" + argument.option +
+                               "': expected --socket, --silo, --no-pager, --complete, --help or --version"));
       } else if (argument.takesValue() && !argument.hasValue && i + 1 == argc) {
          options.endsIs(ZelCtl::complain(argument.option + " needs " + valueOf(argument.option)));
       } else {

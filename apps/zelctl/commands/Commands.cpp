@@ -4,9 +4,10 @@
 #include "agent/CommandRunner.h"
 #include "agent/CommandSocket.h"
 #include "apps/zelctl/commands/CommandWords.h"
+#include "apps/zelctl/commands/Filters.h"
 #include "apps/zelctl/commands/Usage.h"
 #include "apps/zelctl/commands/WatchCommand.h"
-#include "apps/zelctl/terminal/Terminal.h"
+#include "apps/zelctl/terminal/Pager.h"
 #include "apps/zelctl/terminal/Utf8.h"
 #include "apps/zelctl/views/CountersDocument.h"
 #include "apps/zelctl/views/RecordViewer.h"
@@ -16,6 +17,7 @@
 #include <cerrno>
 #include <cstring>
 #include <iostream>
+#include <stdexcept>
 
 namespace ZelCtl {
 
@@ -29,17 +31,27 @@ String completed(const String& line, const Words& words, const String& command) 
    return command + line.substr(line.find(words.front()) + words.front().size());
 }
 
-int print(std::string_view text, Signals* signals) {
+// How the output of a line is printed.
+struct Printing {
+   const std::vector<Filter>& filters;
+   bool usesPager;
+   Signals* signals;
+};
+
+int print(const String& text, const Printing& printing) {
+   const String shown = filtered(printing.filters, text);
    // A reader that leaves early, such as head, has what it wanted.
-   if (writeOut(text, signals) == Written::failed) {
+   if ((printing.usesPager ? pageOut : writeOut)(shown, printing.signals) == Written::failed) {
       return complain(String("cannot write the answer: ") + std::strerror(errno));
    }
    return carriedOut;
 }
 
-int askAgent(const Client& client, const String& line, bool isKnown, Signals* signals) {
-   Answer answer = client.ask(line, signals);
-   if (print(answer.text, signals) != carriedOut) {
+int askAgent(const Client& client, const String& line, bool isKnown, const Printing& printing) {
+   Answer answer = client.ask(line, printing.signals);
+   // Nothing is counted of a command that was refused.
+   const bool hasText = answer.error.empty() || !answer.text.empty();
+   if (hasText && print(answer.text, printing) != carriedOut) {
       return refused;
    }
    if (answer.error.empty()) {
@@ -105,26 +117,31 @@ int complain(std::string_view problem) {
 }
 
 int runLine(const Client& client, const String& line, Signals* signals) {
-   Words words = Agent::splitWords(line);
-   if (words.empty()) {
-      return complain("no command: 'zelctl help' lists them");
-   }
    try {
+      const FilteredLine split = splitFilters(line);
+      const Printing printing{split.filters, client.usesPager, signals};
+      Words words = Agent::splitWords(split.command);
+      if (words.empty()) {
+         return complain("no command: 'zelctl help' lists them");
+      }
       const String command = commandNamed(words.front());
       if (command == "help") {
-         return print(helpText(), signals);
+         return print(helpText(), printing);
       }
       if (isLeaving(command) && words.size() == 1) {
          return carriedOut;
       }
       if (command == "watch") {
+         if (!split.filters.empty()) {
+            throw std::runtime_error("watch shows tables: leave out '|' and what follows it");
+         }
          return watch(client, words, signals);
       }
       if (isViewCommand(command)) {
          words.front() = command;
-         return print(viewRecords(words, client.store()), signals);
+         return print(viewRecords(words, client.store()), printing);
       }
-      return askAgent(client, completed(line, words, command), isAgentCommand(command), signals);
+      return askAgent(client, completed(split.command, words, command), isAgentCommand(command), printing);
    } catch (const std::exception& error) {
       return complain(error.what());
    }

@@ -3,6 +3,7 @@
 
 #include "agent/CommandRunner.h"
 #include "apps/zelctl/commands/CommandWords.h"
+#include "apps/zelctl/commands/Filters.h"
 #include "apps/zelctl/terminal/Utf8.h"
 #include "apps/zelctl/views/RecordViewer.h"
 #include "kiln/Choices.h"
@@ -43,6 +44,9 @@ Words fromAgent(const Client& client, const String& line) {
 Words follow(const Client& client, Words before, const String& partial) {
    if (before.empty()) {
       return allCommands();
+   }
+   if (std::ranges::any_of(before, [](const String& word) { return word.starts_with('|'); })) {
+      return before.back() == "|" ? filterNames() : Words();
    }
    before.front() = commandNamed(before.front());
    if (before.front() == "watch") {

@@ -68,6 +68,9 @@ These are zelctl's own
    watch [SECONDS] SHOW             repeats any show, every 2 s by default, and
                                     marks what changed, with rates per second;
                                     Ctrl-C or q ends it
+   ... | include TEXT               after a command: only lines with the text
+   ... | exclude TEXT               only those without
+   ... | count                      their number
    help                             prints this
    quit                             leaves the prompt
 
@@ -78,6 +81,8 @@ Options
                                     those of the service in /run/zelagent
    --silo DIR                       the folder of the shared tables; default:
                                     shared memory
+   --no-pager                       does not send what is longer than the screen
+                                    through $PAGER, or less or more
    --complete LINE                  prints what may come next, for shells
    --help                           prints this
    --version                        prints the version
