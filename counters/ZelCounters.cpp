@@ -131,11 +131,11 @@ void ZelCounters::readOnceMore() {
       return;
    }
    isReadingOnceMore_ = true; // a watcher of what is handed over may take the chip away itself
-   portDrops_.readAll();
-   mauDrops_.fetchAll();
-   pipeline_.readAll();
-   tm_.readAll();
-   queues_.readOnceMore();
+   guarded("reading drops once more", [this] { portDrops_.readAll(); });
+   guarded("reading drops once more", [this] { mauDrops_.fetchAll(); });
+   guarded("reading the pipeline once more", [this] { pipeline_.readAll(); });
+   guarded("reading the traffic manager once more", [this] { tm_.readAll(); });
+   guarded("reading queues once more", [this] { queues_.readOnceMore(); });
    isReadingOnceMore_ = false;
 }
 
@@ -312,8 +312,8 @@ void ZelCountersCallback(bf_dev_id_t dev, bf_dev_port_t port, bf_rmon_counter_ar
    guarded("storing a port's counters", [&] {
       // Empty when the port has no interface any more; then neither step does anything.
       chip->updateCounters(intf, *values);
-      if (chip->vexCountersSm()) {
-         chip->vexCountersSm()->updateCounters(VexTypes::CounterType::port, intf);
+      if (const Kiln::Ptr<Vex::Counters::CountersSm> countersSm = chip->vexCountersSm()) {
+         countersSm->updateCounters(VexTypes::CounterType::port, intf);
       }
    });
 }

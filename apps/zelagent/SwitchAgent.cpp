@@ -9,11 +9,13 @@
 #include "kiln/ActivityManager.h"
 #include "kiln/Choices.h"
 #include "kiln/Numbers.h"
+#include "kiln/RingLog.h"
 #include "softchip/PdpClasses.h"
 #include "zl/ZelSdk.h"
 
 #include <cerrno>
 #include <cstring>
+#include <exception>
 #include <stdexcept>
 #include <sys/stat.h>
 
@@ -62,8 +64,13 @@ SwitchAgent::SwitchAgent(const SwitchAgentConfig& config) : config_(config) {
    try {
       build();
    } catch (...) {
-      tearDown();
-      throw;
+      const std::exception_ptr why = std::current_exception();
+      try {
+         tearDown();
+      } catch (const std::exception& error) {
+         KILN_RINGLOG("taking back a start that failed: " << error.what());
+      }
+      std::rethrow_exception(why);
    }
 }
 
@@ -168,29 +175,32 @@ Kiln::Ptr<ZelCounter::CountersMounts> SwitchAgent::mount() const {
    return mounts;
 }
 
-void SwitchAgent::chipAdd(const Kiln::String& name) {
+// The name by value: the caller's may be that of the chip that goes. The same in chipDel.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
+void SwitchAgent::chipAdd(Kiln::String name) {
    Kiln::ActivityLockAnchor::assertHeld();
    const ZelId::ZelDevId devId = deviceOf(name);
    chipDel(name);
    SoftChip::Chip& chip = fleet_->chipAdd(
         {.name = name, .deviceId = devId, .pipes = config_.pipes, .vxlan = config_.capabilities.vxlan});
-   // A chip that comes later has the same networks and rules as the others.
-   for (const auto& [vni, vlan] : vlanOfVni_) {
-      chip.vniIs(vni, vlan.value());
-   }
-   for (const Kiln::String& prefix : snatPrefixes_) {
-      chip.snatAdd(prefix);
-   }
-   auto status = Kiln::allocate<ZelSlice::ChipStatus>();
-   status->highestLogicalPipeIdIs(static_cast<U16>(config_.pipes - 1));
-   status->internalIntfIs(Pelt::IntfId(Kiln::Name("Internal" + std::to_string(devId + 1))));
-   status->hasNotificationActiveIs(true);
-   chipStatus_.set(name, status);
    try {
+      // A chip that comes later has the same networks and rules as the others.
+      for (const auto& [vni, vlan] : vlanOfVni_) {
+         chip.vniIs(vni, vlan.value());
+      }
+      for (const Kiln::String& prefix : snatPrefixes_) {
+         chip.snatAdd(prefix);
+      }
+      auto status = Kiln::allocate<ZelSlice::ChipStatus>();
+      status->highestLogicalPipeIdIs(static_cast<U16>(config_.pipes - 1));
+      status->internalIntfIs(Pelt::IntfId(Kiln::Name("Internal" + std::to_string(devId + 1))));
+      status->hasNotificationActiveIs(true);
+      chipStatus_.set(name, status);
       portsAdd(chip);
       chipUp(chip);
    } catch (...) {
       chipDel(name);
+      fleet_->chipDel(devId);
       throw;
    }
 }
@@ -220,7 +230,8 @@ void SwitchAgent::portsAdd(SoftChip::Chip& chip) {
    }
 }
 
-void SwitchAgent::chipDel(const Kiln::String& name) {
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
+void SwitchAgent::chipDel(Kiln::String name) {
    Kiln::ActivityLockAnchor::assertHeld();
    // The library goes first and the hardware last, so that nothing in between asks a chip that is gone.
    mgr_->deleteChip(name);

@@ -55,9 +55,9 @@ class SwitchAgent {
 
    // Brings up a chip with its ports; a chip of that name is deleted first. Throws std::invalid_argument for a name
    // other than Zel0 to Zel7.
-   void chipAdd(const Kiln::String& name);
+   void chipAdd(Kiln::String name);
    // Deletes the chip, its hardware and its ports. Does nothing for an unknown name.
-   void chipDel(const Kiln::String& name);
+   void chipDel(Kiln::String name);
    // The chip comes up again in place, as after a restart of its driver: ports and interfaces stay, the entries of its
    // match tables are gone, and the hardware's counters are kept or begin at 0. Throws std::invalid_argument for an
    // unknown name.

@@ -4,12 +4,14 @@
 // for anything, every request is announced, and only completed() turns a cookie into an object. An object that is
 // deleted with requests outstanding ends like any other, and gives up all that it held; only its storage waits for the
 // last completion, so that its address cannot become another object's. A lost completion keeps that storage;
-// retiredCount() says of how many objects.
+// retiredCount() says of how many objects. As a doubled completion passes for the answer to another request, storage is
+// kept on until `quarantine` more objects have ended.
 #pragma once
 
 #include "kiln/Accessors.h"
 #include "kiln/ActivityLock.h"
 
+#include <array>
 #include <new>
 
 namespace ZelCounter {
@@ -19,6 +21,8 @@ namespace ZelCounter {
 template <class T>
 class CookieRegistry {
  public:
+   static constexpr std::size_t quarantine = 64;
+
    static CookieRegistry& instance() {
       static auto* registry = new CookieRegistry; // completions may outlive static destruction
       return *registry;
@@ -31,17 +35,20 @@ class CookieRegistry {
       Kiln::ActivityLockAnchor::assertHeld();
       if (Entry* entry = entries_.find(object); entry != nullptr && entry->live) {
          entry->live = false;
-         ++retired_;
-         forgetWhenDone(object, *entry);
+         retired_ += entry->outstanding > 0 ? 1 : 0;
       }
    }
 
-   // The object has ended, retired before. Its storage is given back now or with its last completion.
+   // The object has ended, retired before, or was never added.
    void freed(void* storage) {
-      if (Entry* entry = entries_.find(static_cast<T*>(storage))) {
-         entry->storage = storage;
-      } else {
+      Entry* const entry = entries_.find(static_cast<T*>(storage));
+      if (entry == nullptr) {
          ::operator delete(storage);
+         return;
+      }
+      entry->hasEnded = true;
+      if (entry->outstanding == 0) {
+         toQuarantine(static_cast<T*>(storage));
       }
    }
 
@@ -59,13 +66,14 @@ class CookieRegistry {
    // live object is answered like any other.
    Kiln::Ptr<T> completed(T* cookie) { return complete(cookie) ? cookie : nullptr; }
 
+   // How many objects have ended, or will, with requests outstanding.
    std::size_t retiredCount() const { return retired_; }
 
  private:
    struct Entry {
       U32 outstanding = 0;
       bool live = true;
-      void* storage = nullptr; // once the object has ended
+      bool hasEnded = false; // its storage is kept
    };
 
    bool complete(T* cookie) {
@@ -74,25 +82,30 @@ class CookieRegistry {
       if (entry == nullptr) {
          return false;
       }
-      if (entry->outstanding > 0) {
-         --entry->outstanding;
+      if (entry->outstanding > 0 && --entry->outstanding == 0 && !entry->live) {
+         --retired_;
+         if (entry->hasEnded) {
+            toQuarantine(cookie);
+         }
+         return false;
       }
-      const bool isLive = entry->live;
-      forgetWhenDone(cookie, *entry);
-      return isLive;
+      return entry->live;
    }
 
-   void forgetWhenDone(T* object, const Entry& entry) {
-      if (entry.live || entry.outstanding > 0) {
-         return;
+   // The oldest leaves for it.
+   void toQuarantine(T* ended) {
+      T*& place = quarantined_[next_++ % quarantine];
+      if (place != nullptr) {
+         entries_.erase(place);
+         ::operator delete(static_cast<void*>(place));
       }
-      ::operator delete(entry.storage); // null as long as the object is there
-      entries_.erase(object);
-      --retired_;
+      place = ended;
    }
 
    Kiln::HashMap<T*, Entry> entries_;
    std::size_t retired_ = 0;
+   std::array<T*, quarantine> quarantined_{}; // storage only
+   std::size_t next_ = 0;
 };
 
 // Leaves the storage of a T that has ended to its registry.

@@ -1,6 +1,7 @@
 // Polls a pipe's traffic-manager counters of one type. The SDK answers at once, so there is no completion.
 #include "counters/drops/PipeTmCounterSm.h"
 
+#include "counters/chip/Guarded.h"
 #include "counters/chip/SdkStatus.h"
 #include "counters/chip/ZelCountersTrace.h"
 #include "counters/drops/TmCounters.h"
@@ -31,7 +32,7 @@ void PipeTmCounterSm::poll() {
 void PipeTmCounterSm::handlePollingClock() {
    KILN_TRACE(5,
               "PipeTmCounterSm::handlePollingClock, pipe: " << key_.pipe << ", type: " << key_.counterType);
-   poll();
+   guarded("polling the traffic manager", [this] { poll(); });
    scheduleClock(); // also after a failure: unlike a queue's, this poller never gives up
 }
 

@@ -8,8 +8,9 @@
 
 namespace ZelCounter {
 
-// A plain record of pointers, each null until the agent fills it. Only qosPolicyDropCountSiloTable is
-// required, and only by a chip that counts QoS-policy drops.
+// A plain record of pointers, each null until the agent fills it. What needs a null one is left out. But these are
+// required (assertion): qosPolicyDropCountSiloTable by a chip that counts QoS-policy drops, writerConfig by a chip that
+// counts queues, intfAllNatCounterDir by an L3 interface.
 //
 // Some are only carried: nothing here reads or writes globalIntfConfig, vexCliConfig, bridgingConfig, the three
 // ...IntfConfigDir, the tables for QoS-policy drops and ACL counts, or the ACL clear requests and responses.

@@ -217,12 +217,14 @@ void ZelCountersL3IntfSm::readAllOnceMore() {
 
 void ZelCountersL3IntfSm::readOnceMore(const Pelt::IntfId& intf, Bridging::VlanId vlan) {
    isReadingOnceMore_ = true;
-   packets_and_bytes rx;
-   packets_and_bytes tx;
-   readIntf(intf, vlan, &rx, &tx, nullptr);
-   if (readOnceMore_) {
-      readOnceMore_(intf);
-   }
+   guarded("reading an L3 interface once more", [&] {
+      packets_and_bytes rx;
+      packets_and_bytes tx;
+      readIntf(intf, vlan, &rx, &tx, nullptr);
+      if (readOnceMore_) {
+         readOnceMore_(intf);
+      }
+   });
    isReadingOnceMore_ = false;
 }
 

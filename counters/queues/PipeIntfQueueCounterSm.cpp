@@ -45,7 +45,7 @@ PipeQueueCountersCookie* cookieSlot(ZelId::ZelDevId devId, ZelId::ZelPipeId pipe
 PipeIntfQueueCounterSm::PipeIntfQueueCounterSm(QueueCounters* parent, ZelId::ZelPipeId pipe,
                                                Kiln::Ptr<const Kiln::Clock> clock)
      : parent_(parent), pipe_(pipe), cookie_(cookieSlot(parent->chip().deviceId(), pipe)),
-       pollingClock_(std::move(clock), this, &PipeIntfQueueCounterSm::pollingClockExpired) {}
+       pollingClock_(std::move(clock), this, &PipeIntfQueueCounterSm::handlePollingClock) {}
 
 PipeIntfQueueCounterSm::~PipeIntfQueueCounterSm() {
    stop();
@@ -66,6 +66,19 @@ void PipeIntfQueueCounterSm::scheduleClock() {
       return;
    }
    pollingClock_.timeMinIs(Kiln::System::currentTime() + parent_->pollingInterval());
+}
+
+// A poll that throws is made again.
+void PipeIntfQueueCounterSm::handlePollingClock() {
+   bool isPolled = false;
+   guarded("polling a pipe's queues", [&] {
+      pollingClockExpired();
+      isPolled = true;
+   });
+   if (!isPolled) {
+      syncOutstanding_ = false;
+      scheduleClock();
+   }
 }
 
 void PipeIntfQueueCounterSm::pollingClockExpired() {
@@ -160,6 +173,11 @@ void PipeIntfQueueCounterSm::syncCompleted() {
       return;
    }
    syncOutstanding_ = false;
+   guarded("reading a pipe's queues", [this] { readAll(); });
+   scheduleClock();
+}
+
+void PipeIntfQueueCounterSm::readAll() {
    parent_->forgetLeft();
    const Ports ports = this->ports();
    const U32 tableHandle = this->tableHandle();
@@ -178,7 +196,6 @@ void PipeIntfQueueCounterSm::syncCompleted() {
    for (std::size_t i = 0; i < ports.count && parent_ != nullptr; ++i) {
       guarded("storing a port's queue counters", [&] { storePort(ports.list[i], readings, time); });
    }
-   scheduleClock();
 }
 
 void PipeIntfQueueCounterSm::readOnceMore() {

@@ -48,6 +48,8 @@ class PipeIntfQueueCounterSm : public Kiln::Entity {
    void syncCompleted();
 
  private:
+   void handlePollingClock();
+   void readAll();
    // A port of this pipe.
    struct Port {
       Pelt::IntfId intf;

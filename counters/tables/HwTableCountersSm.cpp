@@ -3,6 +3,7 @@
 
 #include "counters/chip/ChipAccess.h"
 #include "counters/chip/CounterTableNames.h"
+#include "counters/chip/Guarded.h"
 #include "counters/chip/SdkStatus.h"
 #include "counters/chip/ZelCountersTrace.h"
 #include "kiln/ActivityLock.h"
@@ -27,7 +28,12 @@ HwTableCountersSm::HwTableCountersSm(Kiln::Ptr<const Kiln::Clock> clock, ChipAcc
      : parent_(parent) {
    pollingClockIs(std::move(clock));
    registry().add(this);
-   handleInitialized();
+   try {
+      handleInitialized();
+   } catch (...) {
+      stop();
+      throw;
+   }
 }
 
 HwTableCountersSm::~HwTableCountersSm() {
@@ -67,15 +73,19 @@ void HwTableCountersSm::scheduleClock() {
 void HwTableCountersSm::handlePollingClock() {
    KILN_TRACE(3, "ZelCounters::HwTableCountersSm::"
                       << "handlePollingClock");
+   // Whatever completes inline may take the chip away.
+   const Kiln::Ptr<HwTableCountersSm> held = this;
    pollingClock_->timeMinIs(Kiln::never);
    scheduleInProgressIs(true);
-   const U32 countersNum = parent_->zlResourceInfoIntf()->zlTableCountersNum();
    bool anyScheduled = false;
-   for (U32 tableId = 0; tableId < countersNum; ++tableId) {
-      anyScheduled |= scheduleHwSyncTable(tableId);
-   }
+   guarded("a sync pass", [&] {
+      const U32 countersNum = parent_->zlResourceInfoIntf()->zlTableCountersNum();
+      for (U32 tableId = 0; tableId < countersNum && parent_ != nullptr; ++tableId) {
+         anyScheduled |= scheduleHwSyncTable(tableId);
+      }
+   });
    scheduleInProgressIs(false);
-   if (pendingCallbacks() != 0) {
+   if (parent_ == nullptr || pendingCallbacks() != 0) {
       return; // the last completion arms the clock
    }
    // All came inline, or none was asked for. In the second case nothing has landed yet.
@@ -126,6 +136,9 @@ bool HwTableCountersSm::scheduleHwSyncTable(U32 tableId) {
    for (const U16 pipe : parent_->tablePipes(tableId)) {
       KILN_TRACE(3, "Pipe: " << pipe);
       const U32 status = requestSync(info->tableHandle, info->direct, pipe);
+      if (parent_ == nullptr) {
+         return false;
+      }
       // To the trace only: such a table says so on every pass, and would fill the ring log.
       if (status == sdkNotSupported) {
          KILN_TRACE(3, "Counter hw sync error: counters not supported for"

@@ -2,6 +2,7 @@
 #include "counters/tables/ZelCountersSm.h"
 
 #include "counters/chip/ChipAccess.h"
+#include "counters/chip/Guarded.h"
 #include "counters/chip/ZelCountersTrace.h"
 #include "kiln/Assert.h"
 #include "kiln/Time.h"
@@ -16,7 +17,7 @@ ZelCountersSm::ZelCountersSm(ChipAccess* parent, Kiln::Ptr<const Kiln::Clock> cl
 }
 
 void ZelCountersSm::handleInitialized() {
-   handleInitClock();
+   checkTables();
    initializedIs(true);
 }
 
@@ -56,7 +57,13 @@ bool ZelCountersSm::counterInitialized(U32 tableId) {
    return true;
 }
 
+// Checked again, too, when the agent's own service threw.
 void ZelCountersSm::handleInitClock() {
+   initClock_.timeMinIs(Kiln::System::currentTime() + initDelay());
+   guarded("checking the counter tables", [this] { checkTables(); });
+}
+
+void ZelCountersSm::checkTables() {
    KILN_TRACE(1, "ZelCountersSm::handleInitClock");
    const U32 countersNum = parent_->zlResourceInfoIntf()->zlTableCountersNum();
    // Every table on every check: one that stays uninitialized must not keep those behind it from being shown.

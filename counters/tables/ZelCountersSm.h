@@ -34,6 +34,7 @@ class ZelCountersSm : public Kiln::Entity {
  private:
    void handleInitialized();
    void handleInitClock();
+   void checkTables();
 
    ChipAccess* parent_; // owns this
    Kiln::Timer<ZelCountersSm> initClock_;

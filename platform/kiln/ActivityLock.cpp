@@ -30,6 +30,7 @@ void ActivityLockAnchor::acquire() {
 }
 
 void ActivityLockAnchor::release() noexcept {
+   KILN_ASSERT(depthOfThisThread != 0);
    if (--depthOfThisThread == 0) {
       activityMutex().unlock();
    }

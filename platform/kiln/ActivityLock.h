@@ -9,22 +9,35 @@
 
 #include "kiln/Assert.h"
 
+#include <utility>
+
 namespace Kiln {
 
 class ActivityLockAnchor {
  public:
+   // One hold of the thread that took it, which also has to end it.
    class [[nodiscard]] Guard {
     public:
+      Guard(Guard&& other) noexcept : holds_(std::exchange(other.holds_, false)) {}
       Guard(const Guard&) = delete;
       Guard& operator=(const Guard&) = delete;
-      ~Guard() { release(); }
+      ~Guard() { giveUp(); }
+
+      // Ends the hold early; does nothing when that has been done, or when the hold has moved on. Asserts that the
+      // thread is the one that took it.
+      void giveUp() noexcept {
+         if (std::exchange(holds_, false)) {
+            release();
+         }
+      }
 
     private:
       friend class ActivityLockAnchor;
       Guard() { acquire(); }
+      bool holds_ = true;
    };
 
-   // Blocks until the calling thread has the lock; the guard gives it up when it ends.
+   // Blocks until the calling thread has the lock; the guard gives it up when it ends, or before.
    static Guard lock() { return {}; }
    static bool isHeldByThisThread() noexcept { return heldDepth() != 0; }
    // For a code path that must not run without the lock.

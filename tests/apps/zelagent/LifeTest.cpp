@@ -4,6 +4,7 @@
 #include "kiln/RingLog.h"
 #include "tests/apps/zelagent/AgentRig.h"
 #include "tests/support/Random.h"
+#include "tests/support/Slowdown.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <filesystem>
@@ -71,7 +72,9 @@ class Life : public AgentRig {
    }
 };
 
+// ZEL_CHIPS sets the number, of which a sanitizer takes a tenth.
 TEST_F(Life, TenThousandChipsLeaveNothingBehind) {
+   const U64 chips = numberFromEnvironment("ZEL_CHIPS", slowdown > 1 ? 1000 : 10000);
    auto& agent = start({.chips = 1, .pipes = 2, .ports = 4});
    Random random;
    for (int warmUp = 0; warmUp < 200; ++warmUp) {
@@ -80,7 +83,7 @@ TEST_F(Life, TenThousandChipsLeaveNothingBehind) {
    settle();
    const Holdings before;
    const U64 lostBefore = agent.fleet().completions().lostCount();
-   for (int chip = 0; chip < 10000; ++chip) {
+   for (U64 chip = 0; chip < chips; ++chip) {
       cycle(random);
    }
    settle();
@@ -96,6 +99,15 @@ TEST_F(Life, TenThousandChipsLeaveNothingBehind) {
    constexpr std::size_t upkeep = 128; // of one dead object
    EXPECT_LE(after.memory, before.memory + 65536 + deadChips * (sizeof(ZelCounter::ZelCounters) + upkeep) +
                                 deadSchedulers * (sizeof(ZelCounter::HwTableCountersSm) + upkeep));
+}
+
+TEST_F(Life, AChipsOwnNameMayBeGiven) {
+   auto& agent = start({.chips = 2, .pipes = 1, .ports = 1});
+   const auto lock = Kiln::ActivityLockAnchor::lock();
+   agent.chipAdd(agent.countersMgr().zelCounters(1)->chipName());
+   agent.chipAdd(agent.chipNamed("Zel1").name());
+   agent.chipDel(agent.countersMgr().zelCounters(1)->chipName());
+   EXPECT_EQ(agent.countersMgr().zelCounters().size(), 1U);
 }
 
 // Each in a process that goes on to make the next.

@@ -148,6 +148,27 @@ TEST_F(MacPolling, CompletionsOfADeletedChipTouchNothingAndFreeItWithTheLast) {
    EXPECT_EQ(Kiln::trackedObjectCount(), withBoth);
 }
 
+// The second answer to one port's read passes for the answer to the other's, which then comes to nobody.
+TEST_F(MacPolling, ALateCompletionAfterADoubledOneIsNotItsSuccessors) {
+   rig.addPort("Ethernet1", 0, 0);
+   rig.addPort("Ethernet2", 0, 1);
+   rig.fleet.completions().modeIs(held);
+   rig.advance(2.0);
+   auto* const cookie = rig.counters(0).ptr();
+   bf_rmon_counter_array_t counters{};
+   counters[0] = 7;
+   for (int i = 0; i < 2; ++i) {
+      ZelCounter::ZelCountersCallback(0, 0, &counters, cookie);
+   }
+   for (int life = 0; life < 10; ++life) {
+      rig.deleteChip("Zel0");
+      rig.addChip(0, "Zel0");
+      EXPECT_NE(rig.counters(0).ptr(), cookie);
+      ZelCounter::ZelCountersCallback(0, 1, &counters, cookie);
+      EXPECT_TRUE(rig.counters(0)->macCountersLast().empty());
+   }
+}
+
 TEST_F(MacPolling, AnExtraCompletionIsHarmless) {
    const auto port = rig.addPort("Ethernet1", 0, 0);
    rig.fleet.completions().modeIs({CompletionMode::Kind::deferred, 0.0, 2});

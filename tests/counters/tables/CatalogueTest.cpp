@@ -244,6 +244,8 @@ TEST_F(Catalogue, AServiceThatThrowsWhileAChipComesUpLeavesNothingOfIt) {
    auto catalogue = Kiln::allocate<Throwing>();
    catalogue->add(0, makeTable("pdpClassCount", pdpHandle, 2336, false, packetsOnly, false));
    catalogue->add(0, makeTable("egressPortQueueCount", queueHandle, 4096, false, packetsAndBytes, false));
+   catalogue->add(0, makeTable("late", 0xA0, 4, false, packetsOnly));
+   StubSdk::sdk().table(0, 0xA0).checksUntilInitialized = 1000;
    const std::size_t clocks = Kiln::activityManagerClock()->armedCount();
    const U64 objects = Kiln::trackedObjectCount();
    unsigned failures = 0;
@@ -260,10 +262,22 @@ TEST_F(Catalogue, AServiceThatThrowsWhileAChipComesUpLeavesNothingOfIt) {
       }
    }
    EXPECT_GT(failures, 5U);
+   // Nor does it end what polls from then on.
+   StubSdk::sdk().inlineDefault = true;
+   StubSdk::sdk().table(0, 0xA0).checksUntilInitialized = 20;
+   for (unsigned call = 1; call <= 40; ++call) {
+      catalogue->throwAt = call;
+      advance(2.0);
+   }
    catalogue->throwAt = 0;
+   advance(100.0);
+   EXPECT_TRUE(chips[0]->initializedCounter(2));
+   takeSyncs();
+   const U64 reads = StubSdk::sdk().reads;
+   addPort("Ethernet1", 0);
    advance(4.0);
-   StubSdk::sdk().deliverAll();
-   EXPECT_TRUE(chips[0]->firstPollingComplete());
+   EXPECT_FALSE(takeSyncs().empty());
+   EXPECT_GT(StubSdk::sdk().reads, reads) << "of queues";
 }
 
 TEST_F(Catalogue, NoPollerTakesAnIntervalThatWouldStopOrSpinIt) {

@@ -7,6 +7,7 @@
 #include <atomic>
 #include <functional>
 #include <gtest/gtest.h>
+#include <optional>
 #include <thread>
 
 namespace {
@@ -28,6 +29,35 @@ TEST(ActivityLock, IsRecursiveAndHeldUntilItsFirstGuardEnds) {
 }
 
 // The counter is a plain variable: without exclusion its count falls short, and ThreadSanitizer reports a race.
+TEST(ActivityLock, IsGivenUpByAGuardEarlyAndOnce) {
+   const auto outer = ActivityLockAnchor::lock();
+   {
+      auto inner = ActivityLockAnchor::lock();
+      inner.giveUp();
+      inner.giveUp(); // and again at the end of its scope: a second release would take the outer hold
+   }
+   EXPECT_TRUE(ActivityLockAnchor::isHeldByThisThread());
+}
+
+TEST(ActivityLock, FollowsAGuardThatMoves) {
+   std::optional<ActivityLockAnchor::Guard> kept;
+   {
+      auto lock = ActivityLockAnchor::lock();
+      kept.emplace(std::move(lock));
+   }
+   EXPECT_TRUE(ActivityLockAnchor::isHeldByThisThread());
+   kept->giveUp();
+   EXPECT_FALSE(ActivityLockAnchor::isHeldByThisThread());
+}
+
+TEST(ActivityLockDeathTest, RefusesAGuardThatEndsOnAnotherThread) {
+   const auto endElsewhere = [] {
+      auto lock = ActivityLockAnchor::lock();
+      std::thread([moved = std::move(lock)]() mutable { moved.giveUp(); }).join();
+   };
+   EXPECT_DEATH(endElsewhere(), "depthOfThisThread != 0");
+}
+
 TEST(ActivityLock, KeepsThreadsApartEvenWhenTakenTwice) {
    constexpr int rounds = 20000;
    int count = 0;
