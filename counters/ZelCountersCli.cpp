@@ -21,6 +21,15 @@ Agent::CommandResult ZelCountersCli::command(const std::vector<Kiln::String>& wo
    return mgrCli.run(command, fd);
 }
 
+bool ZelCountersCli::changes(const std::vector<Kiln::String>& words) const {
+   if (mgr_ == nullptr) {
+      return false;
+   }
+   ZelCountersCommand command;
+   const bool isRefused = !CommandParser(words, ZelCountersMgrCli(mgr_)).parse(&command).empty();
+   return !isRefused && command.isClear;
+}
+
 std::vector<Kiln::String> ZelCountersCli::completions(const std::vector<Kiln::String>& words) const {
    if (mgr_ == nullptr) {
       return {};

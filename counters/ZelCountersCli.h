@@ -22,6 +22,7 @@ class ZelCountersCli : public Agent::AgentCommandCallback {
    ZelCountersCli(Kiln::Name name, Kiln::String commandType, ManagerAccess* mgr);
 
    Agent::CommandResult command(const std::vector<Kiln::String>& words, int fd) override;
+   bool changes(const std::vector<Kiln::String>& words) const override;
    std::vector<Kiln::String> completions(const std::vector<Kiln::String>& words) const override;
    void mgrDel() { mgr_ = nullptr; }
 

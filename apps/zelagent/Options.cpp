@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <grp.h>
 #include <stdexcept>
 
 namespace ZelAgent {
@@ -78,6 +79,16 @@ void takeTrace(const Kiln::String& setting) {
    }
 }
 
+void takeReadGroup(Options& options, const Kiln::String& name) {
+   if (const group* const known = getgrnam(name.c_str())) {
+      options.readGroup = known->gr_gid;
+   } else if (const auto number = Kiln::parseNumber<gid_t>(name)) {
+      options.readGroup = *number;
+   } else {
+      refuse("--read-group", name, "the name of a group on this machine, or a number");
+   }
+}
+
 constexpr std::array options{
      Option{"--chips", "N", "switching chips, 1 to 8 (1)",
             [](Options& o, const Kiln::String& v) { o.agent.chips = number("--chips", v, 1, maxChips); }},
@@ -110,6 +121,10 @@ constexpr std::array options{
             }},
      Option{"--socket", "PATH", "socket for commands ($ZEL_SOCKET, else one of the user's own)",
             [](Options& o, const Kiln::String& v) { o.socketPath = v; }},
+     Option{"--read-socket", "PATH", "another one, for commands that only read; needs --read-group (none)",
+            [](Options& o, const Kiln::String& v) { o.readSocketPath = v; }},
+     Option{"--read-group", "GROUP", "whose members may open the --read-socket, such as adm (none)",
+            takeReadGroup},
      Option{"--silo", "DIR", "folder for the shared tables (the machine's shared memory)",
             [](Options& o, const Kiln::String& v) { o.agent.siloFolder = v; }},
      Option{"--hardware", "FILE", "file for the hardware counters, which then outlive the agent (none)",
@@ -137,6 +152,13 @@ const Option& optionNamed(std::string_view name) {
 void check(const Options& parsed) {
    if (parsed.traffic == Options::Traffic::host && parsed.scenario) {
       throw std::invalid_argument("--traffic host goes with real time only: leave out --scenario");
+   }
+   if (parsed.readSocketPath.empty() == parsed.readGroup.has_value()) {
+      throw std::invalid_argument("--read-socket and --read-group go together: give both, or neither");
+   }
+   if (!parsed.readSocketPath.empty() && parsed.readSocketPath == parsed.socketPath) {
+      throw std::invalid_argument("--read-socket '" + parsed.readSocketPath +
+                                  "': expected another path than that of --socket");
    }
    const unsigned most = parsed.agent.pipes * ZlPort::frontPanelPortsPerPipe;
    if (parsed.agent.ports > most) {

@@ -5,6 +5,7 @@
 
 #include <optional>
 #include <span>
+#include <sys/types.h>
 #include <vector>
 
 namespace ZelAgent {
@@ -16,6 +17,8 @@ struct Options {
    Traffic traffic = Traffic::synthetic;
    Kiln::String captureFile;             // of Traffic::capture
    Kiln::String socketPath;              // empty: the default one
+   Kiln::String readSocketPath;          // for readers; empty if there is none
+   std::optional<gid_t> readGroup;       // whose members may open it
    std::optional<Kiln::String> scenario; // a file, or "-" for standard input
    bool help = false;
    bool version = false;

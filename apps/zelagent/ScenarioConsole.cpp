@@ -3,6 +3,7 @@
 
 #include "agent/CommandSocket.h"
 #include "agent/CommandSpool.h"
+#include "agent/LogCommand.h"
 #include "apps/zelagent/StatementForm.h"
 #include "kiln/ActivityLock.h"
 #include "kiln/ActivityManager.h"
@@ -479,8 +480,7 @@ void ScenarioConsole::setQueue(const Words& operands) {
 
 void ScenarioConsole::log(const Words& /*operands*/) {
    for (const Kiln::OperatorLog::Entry& entry : Kiln::OperatorLog::instance().newEntries()) {
-      out_.print("%.6f %s (%s): %s\n", entry.time, entry.message->id,
-                 Kiln::severityText(entry.message->severity), entry.text.c_str());
+      out_.print("%.6f %s\n", entry.time, Agent::logText(entry).c_str());
    }
 }
 

@@ -1,6 +1,7 @@
 // Wires the agent's parts together, and brings chips and ports up and down.
 #include "apps/zelagent/SwitchAgent.h"
 
+#include "agent/LogCommand.h"
 #include "counters/ZelCounters.h"
 #include "counters/l3/ZelCountersL3Intf.h"
 #include "counters/tables/ZelCountersSm.h"
@@ -106,6 +107,11 @@ void SwitchAgent::build() {
    mgr_->sdkPollingIntervalIs(config_.pollingInterval);
    commandRunner_ = Kiln::allocate<Agent::CommandRunner>(commandDirectory_);
    commandRunner_->commandTypeIs("counters", "ZelCountersCli");
+   for (const auto& [keyword, log] : {std::pair{"log", Agent::LogCommand::Log::operatorLog},
+                                      std::pair{"ringlog", Agent::LogCommand::Log::ringLog}}) {
+      commandDirectory_->agentCommandCallbackIs(Kiln::allocate<Agent::LogCommand>(keyword, log));
+      commandRunner_->commandTypeIs(keyword, keyword);
+   }
 
    for (unsigned chip = 0; chip < config_.chips; ++chip) {
       chipAdd(Kiln::String(chipNamePrefix) + std::to_string(chip));

@@ -1,6 +1,7 @@
 // zelagent: a switch agent over software chips, in real time or through a scenario.
 #include "agent/CommandChannel.h"
 #include "agent/CommandSocket.h"
+#include "agent/LogCommand.h"
 #include "apps/zelagent/HostPorts.h"
 #include "apps/zelagent/Options.h"
 #include "apps/zelagent/ScenarioConsole.h"
@@ -128,8 +129,7 @@ int runScenario(const Options& options) {
 // Prints log messages for the operator as they come.
 void logToStandardError() {
    Kiln::OperatorLog::instance().sinkIs([](const Kiln::OperatorLog::Entry& entry) {
-      std::fprintf(stderr, "%s (%s): %s\n", entry.message->id, Kiln::severityText(entry.message->severity),
-                   entry.text.c_str());
+      std::fprintf(stderr, "%s\n", Agent::logText(entry).c_str());
    });
 }
 
@@ -154,9 +154,19 @@ int runAgent(const Options& options) {
       agent.countersMgr().forgetAbsentInterfaces();
    }
    const Agent::CommandChannel channel(manager, agent.commandRunner(), socketPath);
+   std::optional<Agent::CommandChannel> readChannel;
+   if (options.readGroup) {
+      readChannel.emplace(manager, agent.commandRunner(), options.readSocketPath,
+                          Agent::CommandChannelLimits{},
+                          Agent::CommandReaders{*options.readGroup, socketPath});
+   }
    endOnSignals();
    std::printf("zelagent: %s, %s each, commands on %s\n", Kiln::counted(options.agent.chips, "chip").c_str(),
                Kiln::counted(options.agent.ports, "port").c_str(), socketPath.c_str());
+   if (readChannel) {
+      std::printf("zelagent: %s may read on %s\n", Agent::groupName(*options.readGroup).c_str(),
+                  options.readSocketPath.c_str());
+   }
    if (hostPorts) {
       std::printf("zelagent: ports are the host's: %s\n", Kiln::joined(hostPorts->names(), ", ").c_str());
    }

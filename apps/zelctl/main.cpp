@@ -1,5 +1,4 @@
 // zelctl: sends diagnostic commands to the agent, prints its answers, and shows what the agent publishes.
-#include "agent/CommandSocket.h"
 #include "apps/zelctl/commands/Completion.h"
 #include "apps/zelctl/commands/Usage.h"
 #include "apps/zelctl/prompt/Prompt.h"
@@ -8,12 +7,13 @@
 #include <csignal>
 #include <iostream>
 #include <optional>
+#include <stdexcept>
 #include <unistd.h>
 
 namespace {
 
 struct Options {
-   ZelCtl::Client client{Agent::defaultSocketPath(), ""};
+   ZelCtl::Client client;
    Kiln::String line;                          // the command
    std::optional<Kiln::String> unfinishedLine; // to complete
    bool ends = false;                          // an option was wrong, or has done all that was asked for
@@ -25,7 +25,8 @@ struct Options {
    }
 };
 
-constexpr const char* optionNames[] = {"--socket", "--silo", "--complete", "--help", "--version"};
+constexpr const char* optionNames[] = {"--socket",   "--silo", "--no-pager",
+                                       "--complete", "--help", "--version"};
 
 // Names the option's value in errors.
 Kiln::String valueOf(std::string_view option) {
@@ -41,7 +42,7 @@ struct Argument {
           value(hasValue ? text.substr(option.size() + 1) : "") {}
 
    bool isTaken() const { return std::ranges::find(optionNames, option) != std::end(optionNames); }
-   bool takesValue() const { return option != "--help" && option != "--version"; }
+   bool takesValue() const { return option == "--socket" || option == "--silo" || option == "--complete"; }
 
    Kiln::String option;
    bool hasValue;
@@ -53,6 +54,8 @@ void take(const Argument& argument, Options* options) {
       options->endsIs(ZelCtl::complain(argument.option + " needs " + valueOf(argument.option)));
    } else if (!argument.takesValue() && argument.hasValue) {
       options->endsIs(ZelCtl::complain(argument.option + " takes no value"));
+   } else if (argument.option == "--no-pager") {
+      options->client.usesPager = false;
    } else if (!argument.takesValue()) {
       std::cout << (argument.option == "--help" ? ZelCtl::helpText() : "zelctl " ZEL_VERSION "\n");
       options->endsIs(ZelCtl::carriedOut);
@@ -75,8 +78,9 @@ Options parseOptions(int argc, char** argv) {
       }
       Argument argument(word);
       if (!argument.isTaken()) {
-         options.endsIs(ZelCtl::complain("unknown option '" + argument.option +
-                                         "': expected --socket, --silo, --complete, --help or --version"));
+         options.endsIs(
+              ZelCtl::complain("unknown option '" + argument.option +
+                               "': expected --socket, --silo, --no-pager, --complete, --help or --version"));
       } else if (argument.takesValue() && !argument.hasValue && i + 1 == argc) {
          options.endsIs(ZelCtl::complain(argument.option + " needs " + valueOf(argument.option)));
       } else {
@@ -98,8 +102,12 @@ int complete(const Options& options) {
       }
       return ZelCtl::carriedOut;
    }
-   for (const Kiln::String& candidate : ZelCtl::completionsOf(options.client, line)) {
-      std::cout << candidate << '\n';
+   try {
+      for (const Kiln::String& candidate : ZelCtl::completionsOf(options.client, line)) {
+         std::cout << candidate << '\n';
+      }
+   } catch (const std::runtime_error& error) {
+      return ZelCtl::complain(error.what());
    }
    return ZelCtl::carriedOut;
 }

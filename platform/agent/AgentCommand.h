@@ -28,6 +28,8 @@ class AgentCommandCallback : public Kiln::PtrInterface {
    // Carries out the words after the command's own name. Writes its text to fd, which it does not own and which never
    // blocks. Answers whatever the words are, and throws nothing.
    virtual CommandResult command(const std::vector<Kiln::String>& words, int fd) = 0;
+   // Whether carrying out these words would change anything. False for words that are refused anyway.
+   virtual bool changes(const std::vector<Kiln::String>& /*words*/) const { return true; }
    // The words that may follow these; none if these do not begin a command.
    virtual std::vector<Kiln::String> completions(const std::vector<Kiln::String>& /*words*/) const {
       return {};

@@ -23,9 +23,14 @@ ino_t inodeOf(const Kiln::String& path) {
    return lstat(path.c_str(), &status) == 0 ? status.st_ino : 0;
 }
 
-// What a refused command's answer ends with.
-Kiln::String errorTail(const Kiln::String& error) {
-   return Kiln::String(1, errorMark) + "% " + error + "\n";
+// What an answer begins with.
+Kiln::String head() {
+   return protocolWord() + "\n";
+}
+
+// What an answer ends with; the error is empty if the command was carried out.
+Kiln::String tail(const Kiln::String& error) {
+   return Kiln::String(1, endMark) + (error.empty() ? Kiln::String(doneText) : "% " + error) + "\n";
 }
 
 } // namespace
@@ -78,7 +83,7 @@ class CommandChannel::Client : public Kiln::ActivityManager::Descriptor {
    }
 
    // Bytes of text that the client has yet to take.
-   std::size_t waitingBytes() const { return size_ - sent_; }
+   std::size_t waitingBytes() const { return answerSize() - sent_; }
 
    void onReady(bool /*readable*/, bool /*writable*/) override {
       if (answering_) {
@@ -94,8 +99,11 @@ class CommandChannel::Client : public Kiln::ActivityManager::Descriptor {
    void handleReadable();
    void handleWritable();
    void handleTimeout();
-   void runCommand();
+   void handleLine();
+   void runCommand(std::string_view command);
    void answer(const Kiln::String& error);
+   std::size_t answerSize() const { return head_.size() + size_ + tail_.size(); }
+   std::string_view nextPiece();
    Progress copyOut();
 
    CommandChannel* channel_;
@@ -103,10 +111,12 @@ class CommandChannel::Client : public Kiln::ActivityManager::Descriptor {
    Kiln::Timer<Client> timeout_;
    Kiln::String line_;
    bool answering_ = false;
+   // The answer is the head, the text and the tail.
+   Kiln::String head_ = head();
    std::unique_ptr<CommandSpool> spool_; // none when the command was not run
    std::size_t size_ = 0;                // bytes in the spool
-   std::size_t sent_ = 0;                // of them, bytes sent
-   Kiln::String tail_;                   // the unsent rest of the error
+   Kiln::String tail_;
+   std::size_t sent_ = 0; // bytes of the answer
 };
 
 void CommandChannel::Client::handleReadable() {
@@ -125,16 +135,37 @@ void CommandChannel::Client::handleReadable() {
              " bytes: expected one line of words");
    } else if (end != Kiln::String::npos) {
       line_.resize(end); // one command per connection: what follows is ignored
-      runCommand();
+      handleLine();
    } else if (got == 0 && line_.empty()) {
       // Not a word: such as another agent that looks whether this one is alive.
       channel_->clientDel(this);
    } else if (got == 0) {
-      runCommand(); // a last line without its newline counts
+      handleLine(); // a last line without its newline counts
    }
 }
 
-void CommandChannel::Client::runCommand() {
+void CommandChannel::Client::handleLine() {
+   const std::string_view line = line_;
+   const std::size_t end = std::min(line.find_first_of(" \t\r"), line.size());
+   const std::optional<unsigned> version = protocolVersionOf(line.substr(0, end));
+   if (!version) {
+      // A client that sends no version would take the agent's for a line of the answer.
+      head_.clear();
+      answer("this client is older than the agent: upgrade zelctl; by hand, begin the line with '" +
+             protocolWord() + "'");
+   } else if (*version != protocolVersion) {
+      answer("this client is newer than the agent: upgrade zelagent");
+   } else {
+      runCommand(line.substr(end));
+   }
+}
+
+void CommandChannel::Client::runCommand(std::string_view command) {
+   if (channel_->readers_ && channel_->runner_->changes(command)) {
+      answer("this socket is for reading only: as " + userName(geteuid()) + ", use --socket " +
+             channel_->readers_->fullSocket);
+      return;
+   }
    // Asked before the command runs, so that a refused command has done nothing.
    if (channel_->waitingBytes() > channel_->limits_.waitingBytes) {
       answer("too much output waits for clients that read slowly: try again later");
@@ -146,14 +177,14 @@ void CommandChannel::Client::runCommand() {
       answer(error.what());
       return;
    }
-   const CommandResult result = channel_->runner_->run(line_, *spool_);
+   const CommandResult result = channel_->runner_->run(command, *spool_);
    size_ = spool_->size();
    answer(result.error);
 }
 
 void CommandChannel::Client::answer(const Kiln::String& error) {
    answering_ = true;
-   tail_ = error.empty() ? "" : errorTail(error);
+   tail_ = tail(error);
    wantsIs(false, true);
    timeout_.timeMinIs(Kiln::System::currentTime() + channel_->limits_.readerTimeout);
 }
@@ -169,28 +200,29 @@ void CommandChannel::Client::handleWritable() {
    }
 }
 
+// Bytes of the answer from sent_ on.
+std::string_view CommandChannel::Client::nextPiece() {
+   if (sent_ < head_.size()) {
+      return std::string_view(head_).substr(sent_);
+   }
+   const std::size_t offset = sent_ - head_.size();
+   if (offset < size_) {
+      return {channel_->piece_.data(),
+              spool_->read(offset, channel_->piece_.data(), std::min(pieceSize, size_ - offset))};
+   }
+   return std::string_view(tail_).substr(offset - size_);
+}
+
 // One piece per turn, so that a fast reader of a long answer does not keep the loop from its clocks.
 CommandChannel::Client::Progress CommandChannel::Client::copyOut() {
-   if (sent_ == size_ && tail_.empty()) {
-      return Progress::done;
-   }
-   const char* from = tail_.data();
-   std::size_t length = tail_.size();
-   if (sent_ < size_) {
-      from = channel_->piece_.data();
-      length = spool_->read(sent_, channel_->piece_.data(), std::min(pieceSize, size_ - sent_));
-   }
+   const std::string_view piece = nextPiece();
    // MSG_NOSIGNAL: a client that went away is an error of its own connection, not a signal that ends the agent.
-   const ssize_t taken = send(fd(), from, length, MSG_NOSIGNAL);
+   const ssize_t taken = send(fd(), piece.data(), piece.size(), MSG_NOSIGNAL);
    if (taken < 0) {
       return errno == EAGAIN || errno == EINTR ? Progress::none : Progress::gone;
    }
-   if (sent_ < size_) {
-      sent_ += static_cast<std::size_t>(taken);
-   } else {
-      tail_.erase(0, static_cast<std::size_t>(taken));
-   }
-   return sent_ == size_ && tail_.empty() ? Progress::done : Progress::some;
+   sent_ += static_cast<std::size_t>(taken);
+   return sent_ == answerSize() ? Progress::done : Progress::some;
 }
 
 void CommandChannel::Client::handleTimeout() {
@@ -205,9 +237,11 @@ void CommandChannel::Client::handleTimeout() {
 
 CommandChannel::CommandChannel(const Kiln::Ptr<Kiln::ActivityManager>& manager,
                                Kiln::Ptr<const CommandRunner> runner, Kiln::String path,
-                               const CommandChannelLimits& limits)
-     : manager_(manager), runner_(std::move(runner)), path_(std::move(path)), limits_(limits) {
-   listener_ = std::make_unique<Listener>(this, listenOn(path_));
+                               const CommandChannelLimits& limits, std::optional<CommandReaders> readers)
+     : manager_(manager), runner_(std::move(runner)), path_(std::move(path)), readers_(std::move(readers)),
+       limits_(limits) {
+   listener_ = std::make_unique<Listener>(
+        this, listenOn(path_, readers_ ? std::optional(readers_->group) : std::nullopt));
    inode_ = inodeOf(path_);
 }
 
@@ -223,7 +257,7 @@ void CommandChannel::handleConnection(Kiln::OwnedFd connection) {
       clients_.push_back(std::make_unique<Client>(this, std::move(connection)));
       return;
    }
-   const Kiln::String answer = errorTail("too many clients at once: try again later");
+   const Kiln::String answer = head() + tail("too many clients at once: try again later");
    // Not repeated: so short an answer fits into a new socket's buffer, and a client that has gone misses nothing.
    [[maybe_unused]] const auto sent = send(connection.fd(), answer.data(), answer.size(), MSG_NOSIGNAL);
 }

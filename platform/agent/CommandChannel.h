@@ -12,6 +12,7 @@
 
 #include <array>
 #include <memory>
+#include <optional>
 #include <sys/types.h>
 
 namespace Agent {
@@ -24,13 +25,20 @@ struct CommandChannelLimits {
    double readerTimeout = 60.0;                        // seconds for a client to take another byte
 };
 
+// Makes a channel one for readers: its socket is open to a group, and takes commands only that change nothing.
+struct CommandReaders {
+   gid_t group;
+   Kiln::String fullSocket; // where the other commands go, for the refusal
+};
+
 class CommandChannel : public Kiln::PtrInterface {
  public:
-   // Listens on the socket, which only its user may open. Replaces the socket of an agent that died. Throws
-   // std::runtime_error, saying what to do, for a living agent's socket and for a file that is not a socket. Activity
-   // thread, as everything here.
+   // Listens on the socket, which only its user may open, and the readers if there are any. Replaces the socket of an
+   // agent that died. Throws std::runtime_error, saying what to do, for a living agent's socket, for a file that is not
+   // a socket, and for a group that the user may not give the socket to. Activity thread, as everything here.
    CommandChannel(const Kiln::Ptr<Kiln::ActivityManager>& manager, Kiln::Ptr<const CommandRunner> runner,
-                  Kiln::String path, const CommandChannelLimits& limits = {});
+                  Kiln::String path, const CommandChannelLimits& limits = {},
+                  std::optional<CommandReaders> readers = {});
    // Closes every connection and removes the socket's file, unless another file has taken its place.
    ~CommandChannel() override;
 
@@ -49,6 +57,7 @@ class CommandChannel : public Kiln::PtrInterface {
    Kiln::Ptr<Kiln::ActivityManager> manager_;
    Kiln::Ptr<const CommandRunner> runner_;
    Kiln::String path_;
+   std::optional<CommandReaders> readers_;
    ino_t inode_ = 0; // of the socket's file, to tell it from a successor's
    CommandChannelLimits limits_;
    std::array<char, pieceSize> piece_; // one for all clients: each is served to the end of its turn

@@ -67,13 +67,16 @@ Kiln::String CommandRunner::expectedKeywords() const {
    return Kiln::joined(keywords(), ", ");
 }
 
+Kiln::Ptr<AgentCommandCallback> CommandRunner::callbackFor(const Kiln::String& keyword) const {
+   const Kiln::String* const type = commandTypes_.find(keyword);
+   return type != nullptr ? directory_->agentCommandCallback(*type) : nullptr;
+}
+
 std::vector<Kiln::String> CommandRunner::completions(std::vector<Kiln::String> words) const {
    if (words.empty()) {
       return keywords();
    }
-   const Kiln::String* const type = commandTypes_.find(words.front());
-   const Kiln::Ptr<AgentCommandCallback> callback =
-        type != nullptr ? directory_->agentCommandCallback(*type) : nullptr;
+   const Kiln::Ptr<AgentCommandCallback> callback = callbackFor(words.front());
    words.erase(words.begin());
    return callback ? callback->completions(words) : std::vector<Kiln::String>();
 }
@@ -99,16 +102,30 @@ CommandResult CommandRunner::runWords(std::vector<Kiln::String> words, int fd) c
       return {"no command: expected " + expectedKeywords()};
    }
    const Kiln::String keyword = words.front();
-   const Kiln::String* type = commandTypes_.find(keyword);
-   if (type == nullptr) {
+   if (!commandTypes_.contains(keyword)) {
       return {"unknown command '" + keyword.substr(0, 40) + "': expected " + expectedKeywords()};
    }
-   const Kiln::Ptr<AgentCommandCallback> callback = directory_->agentCommandCallback(*type);
+   const Kiln::Ptr<AgentCommandCallback> callback = callbackFor(keyword);
    if (!callback) {
       return {"nobody answers '" + keyword + "' yet: try again when the agent is up"};
    }
    words.erase(words.begin());
    return callback->command(words, fd);
+}
+
+bool CommandRunner::changes(std::string_view line) const {
+   Kiln::ActivityLockAnchor::assertHeld();
+   std::vector<Kiln::String> words = splitWords(line);
+   if (words.empty() || lineToComplete(line)) {
+      return false;
+   }
+   const Kiln::Ptr<AgentCommandCallback> callback = callbackFor(words.front());
+   words.erase(words.begin());
+   try {
+      return callback && callback->changes(words);
+   } catch (const std::exception&) { // nobody knows
+      return true;
+   }
 }
 
 CommandResult CommandRunner::run(std::string_view line, const CommandSpool& spool) const {

@@ -30,8 +30,12 @@ class CommandRunner : public Kiln::PtrInterface {
    // An error is one printable line. Nothing is thrown.
    CommandResult run(std::string_view line, const CommandSpool& spool) const;
 
+   // Whether running the line would change anything, as its callback says. Under the same conditions.
+   bool changes(std::string_view line) const;
+
  private:
    std::vector<Kiln::String> keywords() const;
+   Kiln::Ptr<AgentCommandCallback> callbackFor(const Kiln::String& keyword) const;
    Kiln::String expectedKeywords() const;
    std::vector<Kiln::String> completions(std::vector<Kiln::String> words) const;
    void completeLine(std::string_view line, int fd) const;

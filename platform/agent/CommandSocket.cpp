@@ -1,9 +1,14 @@
-// The command socket's place and address.
+// The command socket's place and address, and the protocol's version.
 #include "agent/CommandSocket.h"
 
+#include "kiln/Numbers.h"
+
 #include <cerrno>
+#include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <grp.h>
+#include <pwd.h>
 #include <stdexcept>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -28,9 +33,42 @@ Kiln::String defaultFolder() {
 
 } // namespace
 
+Kiln::String protocolWord() {
+   return Kiln::String(protocolPrefix) + std::to_string(protocolVersion);
+}
+
+std::optional<unsigned> protocolVersionOf(std::string_view word) {
+   if (!word.starts_with(protocolPrefix)) {
+      return std::nullopt;
+   }
+   return Kiln::parseNumber<unsigned>(word.substr(protocolPrefix.size()), protocolVersion, UINT_MAX);
+}
+
 Kiln::String defaultSocketPath() {
    const Kiln::String chosen = environment("ZEL_SOCKET");
    return chosen.empty() ? defaultFolder() + "/socket" : chosen;
+}
+
+std::vector<Kiln::String> clientSocketPaths() {
+   std::vector<Kiln::String> paths{defaultSocketPath()};
+   if (environment("ZEL_SOCKET").empty()) {
+      // As the service's unit has them.
+      if (paths.front() != "/run/zelagent/socket") {
+         paths.emplace_back("/run/zelagent/socket");
+      }
+      paths.emplace_back("/run/zelagent/read-socket");
+   }
+   return paths;
+}
+
+Kiln::String userName(uid_t user) {
+   const passwd* const entry = getpwuid(user);
+   return entry != nullptr ? entry->pw_name : "user " + std::to_string(user);
+}
+
+Kiln::String groupName(gid_t group) {
+   const ::group* const entry = getgrgid(group);
+   return entry != nullptr ? Kiln::String("group ") + entry->gr_name : "group " + std::to_string(group);
 }
 
 void prepareDefaultSocketFolder() {

@@ -9,6 +9,7 @@
 #include <stdexcept>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace Agent {
 
@@ -63,16 +64,34 @@ Kiln::OwnedFd lockFolderOf(const Kiln::String& path) {
    return opened;
 }
 
+// By the file's name: the descriptor's own owner and mode are not the file's.
+void groupIs(const Kiln::String& path, gid_t group) {
+   if (chmod(path.c_str(), S_IRUSR | S_IWUSR | S_IRGRP | S_IWGRP) == 0 &&
+       lchown(path.c_str(), static_cast<uid_t>(-1), group) == 0) {
+      return;
+   }
+   const Kiln::String reason = std::strerror(errno);
+   unlink(path.c_str());
+   throw std::runtime_error("cannot give " + path + " to " + groupName(group) + " (" + reason +
+                            "): the agent must be its member, or root");
+}
+
 } // namespace
 
-Kiln::OwnedFd listenOn(const Kiln::String& path) {
+Kiln::OwnedFd listenOn(const Kiln::String& path, std::optional<gid_t> group) {
    const SocketAddress address(path);
    const Kiln::OwnedFd lock = lockFolderOf(path);
    removeStaleSocket(address, path);
    Kiln::OwnedFd made = streamSocket();
    // Before the socket has a name, so that others can open it at no moment.
    fchmod(made.fd(), S_IRUSR | S_IWUSR);
-   if (bind(made.fd(), address.any(), address.length()) != 0 || listen(made.fd(), SOMAXCONN) != 0) {
+   if (bind(made.fd(), address.any(), address.length()) != 0) {
+      throwErrno("cannot listen on " + path);
+   }
+   if (group) {
+      groupIs(path, *group);
+   }
+   if (listen(made.fd(), SOMAXCONN) != 0) {
       throwErrno("cannot listen on " + path);
    }
    return made;

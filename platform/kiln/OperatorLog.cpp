@@ -59,6 +59,11 @@ void OperatorLog::log(const LogMessage& message, std::span<const String> argumen
    }
 }
 
+std::vector<OperatorLog::Entry> OperatorLog::entries() const {
+   const std::lock_guard lock(mutex_);
+   return {entries_.begin(), entries_.end()};
+}
+
 std::vector<OperatorLog::Entry> OperatorLog::newEntries() {
    const std::lock_guard lock(mutex_);
    std::vector<Entry> taken(std::make_move_iterator(entries_.begin()),

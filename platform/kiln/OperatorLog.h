@@ -39,7 +39,9 @@ class OperatorLog {
 
    // Any thread. The newest entryLimit entries are kept.
    void log(const LogMessage& message, std::span<const String> arguments);
-   // Entries since the last call, oldest first.
+   // The entries that are kept, oldest first.
+   std::vector<Entry> entries() const;
+   // The same, and keeps them no longer.
    std::vector<Entry> newEntries();
    // Called for each new entry, without the log's lock. An empty function for none.
    void sinkIs(std::function<void(const Entry&)> sink);

@@ -13,18 +13,26 @@ RingLog& RingLog::instance() {
 }
 
 void RingLog::lineIs(String text) {
-   char time[32];
-   std::snprintf(time, sizeof time, "%.6f ", System::currentTime());
    const std::lock_guard lock(mutex_);
    if (lines_.size() == lineLimit) {
       lines_.pop_front();
    }
-   lines_.push_back(time + std::move(text));
+   lines_.push_back({System::currentTime(), std::move(text)});
+}
+
+std::vector<RingLog::Entry> RingLog::entries() const {
+   const std::lock_guard lock(mutex_);
+   return {lines_.begin(), lines_.end()};
 }
 
 std::vector<String> RingLog::lines() const {
-   const std::lock_guard lock(mutex_);
-   return {lines_.begin(), lines_.end()};
+   std::vector<String> lines;
+   for (const Entry& entry : entries()) {
+      char time[32];
+      std::snprintf(time, sizeof time, "%.6f ", entry.time);
+      lines.push_back(time + entry.text);
+   }
+   return lines;
 }
 
 void RingLog::lineDelAll() {

@@ -16,18 +16,23 @@ namespace Kiln {
 
 class RingLog {
  public:
+   struct Entry {
+      double time; // seconds, Kiln::System::currentTime()
+      String text;
+   };
    static constexpr std::size_t lineLimit = 4096;
 
    static RingLog& instance();
 
    void lineIs(String text);
+   std::vector<Entry> entries() const; // oldest first
    // Oldest first, each "SECONDS text" with six decimals.
    std::vector<String> lines() const;
    void lineDelAll();
 
  private:
    mutable std::mutex mutex_;
-   std::deque<String> lines_;
+   std::deque<Entry> lines_;
 };
 
 } // namespace Kiln

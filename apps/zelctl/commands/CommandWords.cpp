@@ -22,12 +22,16 @@ std::vector<String> showCommands() {
 
 std::vector<String> allCommands() {
    std::vector<String> all = showCommands();
-   all.insert(all.end(), {"watch", "help", "quit", "exit"});
+   all.insert(all.end(), {"log", "ringlog", "watch", "help", "quit", "exit"});
    return all;
 }
 
 bool isRecordCommand(const String& command) {
    return viewNamed(command) != nullptr || command == topCommand;
+}
+
+bool isAgentCommand(const String& command) {
+   return command == "counters" || command == "log" || command == "ringlog";
 }
 
 bool isLeaving(const String& command) {

@@ -10,7 +10,10 @@ namespace ZelCtl {
 // The commands that `watch` can repeat.
 std::vector<Kiln::String> showCommands();
 
-// Those, and the client's own.
+// Whether the agent carries the command out.
+bool isAgentCommand(const Kiln::String& command);
+
+// All commands, the client's own too.
 std::vector<Kiln::String> allCommands();
 
 // Whether the command reads the shared tables.

@@ -2,12 +2,13 @@
 #include "apps/zelctl/commands/Commands.h"
 
 #include "agent/CommandRunner.h"
+#include "agent/CommandSocket.h"
 #include "apps/zelctl/commands/CommandWords.h"
 #include "apps/zelctl/commands/Completion.h"
+#include "apps/zelctl/commands/Filters.h"
 #include "apps/zelctl/commands/Help.h"
 #include "apps/zelctl/commands/WatchCommand.h"
-#include "apps/zelctl/connection/AgentConnection.h"
-#include "apps/zelctl/terminal/Terminal.h"
+#include "apps/zelctl/terminal/Pager.h"
 #include "apps/zelctl/terminal/Utf8.h"
 #include "apps/zelctl/views/CountersDocument.h"
 #include "apps/zelctl/views/RecordViewer.h"
@@ -19,6 +20,7 @@
 #include <cerrno>
 #include <cstring>
 #include <iostream>
+#include <stdexcept>
 #include <unistd.h>
 
 namespace ZelCtl {
@@ -46,17 +48,27 @@ void printError(const String& error) {
    }
 }
 
-int print(std::string_view text, Signals* signals) {
+// How the output of a line is printed.
+struct Printing {
+   const std::vector<Filter>& filters;
+   bool usesPager;
+   Signals* signals;
+};
+
+int print(const String& text, const Printing& printing) {
+   const String shown = filtered(printing.filters, text);
    // A reader that leaves early, such as head, has what it wanted.
-   if (writeOut(text, signals) == Written::failed) {
+   if ((printing.usesPager ? pageOut : writeOut)(shown, printing.signals) == Written::failed) {
       return complain(String("cannot write the answer: ") + std::strerror(errno));
    }
    return carriedOut;
 }
 
-int askAgent(const Client& client, const String& line, bool isKnown, Signals* signals) {
-   Answer answer = ask(client.socketPath, line, signals);
-   if (print(answer.text, signals) != carriedOut) {
+int askAgent(const Client& client, const String& line, bool isKnown, const Printing& printing) {
+   Answer answer = client.ask(line, printing.signals);
+   // Nothing is counted of a command that was refused.
+   const bool hasText = answer.error.empty() || !answer.text.empty();
+   if (hasText && print(answer.text, printing) != carriedOut) {
       return refused;
    }
    if (answer.error.empty()) {
@@ -79,13 +91,13 @@ WatchRound fetchRound(const Client& client, const Words& words, Signals* signals
       }
       const String line = Kiln::joined(words, " ");
       const double asked = Kiln::System::monotonicTime();
-      const Answer answer = ask(client.socketPath, line + " json", signals, patience);
+      const Answer answer = client.ask(line + " json", signals, patience);
       if (answer.error.empty()) {
          return {readCountersDocument(answer.text, asked, Kiln::System::monotonicTime()), ""};
       }
       // The agent may blame the word 'json', which nobody typed. Asked without it, it names the real fault, if any.
       const bool blamesJson = answer.error.find("'json'") != String::npos;
-      const String plain = blamesJson ? ask(client.socketPath, line, signals, patience).error : "";
+      const String plain = blamesJson ? client.ask(line, signals, patience).error : "";
       return {{}, plain.empty() ? answer.error : plain};
    } catch (const std::exception& error) {
       return {{}, String("% ") + error.what()};
@@ -94,7 +106,7 @@ WatchRound fetchRound(const Client& client, const Words& words, Signals* signals
 
 // What was meant by a line that the agent would refuse, though another command is just that; empty if there is none.
 String misplaced(const Words& words, const String& command) {
-   if (command != "counters") {
+   if (!isAgentCommand(command)) {
       return rightCommand(words);
    }
    const bool isShow = words.size() > 2 && String("show").starts_with(words[1]) && isRecordCommand(words[2]);
@@ -118,6 +130,11 @@ int watch(const Client& client, const WatchRequest& request, Signals* signals) {
 
 } // namespace
 
+Answer Client::ask(const String& line, Signals* signals, const Patience& patience) const {
+   return ZelCtl::ask(socketPath.empty() ? Agent::clientSocketPaths() : Words{socketPath}, line, signals,
+                      patience);
+}
+
 Silo::Store Client::store() const {
    return siloFolder.empty() ? Silo::Store::sharedMemory(Silo::Interface::defaultTablePrefix)
                              : Silo::Store::directory(siloFolder);
@@ -129,37 +146,43 @@ int complain(std::string_view problem) {
 }
 
 int runLine(const Client& client, const String& line, Signals* signals) {
-   Words words = Agent::splitWords(line);
-   if (words.empty()) {
-      return complain("no command: 'zelctl help' lists them");
-   }
    try {
+      const FilteredLine split = splitFilters(line);
+      const Printing printing{split.filters, client.usesPager, signals};
+      Words words = Agent::splitWords(split.command);
+      if (words.empty()) {
+         return complain("no command: 'zelctl help' lists them");
+      }
       if (words.back().ends_with('?')) {
-         return print(helpOnNext(completionsOf(client, line.substr(0, line.rfind('?')))), signals);
+         return print(helpOnNext(completionsOf(client, line.substr(0, line.rfind('?')))), printing);
       }
       const String command = commandNamed(words.front());
       if (command == "help") {
-         return print(helpOn(words), signals);
+         return print(helpOn(words), printing);
       }
       if (isLeaving(command) && words.size() == 1) {
          return carriedOut;
       }
       if (command == "watch") {
+         if (!split.filters.empty()) {
+            throw std::runtime_error("watch shows tables: leave out '|' and what follows it");
+         }
          return watch(client, parseWatch(words), signals);
       }
       if (isViewCommand(command)) {
          words.front() = command;
-         return print(viewRecords(words, client.store(), textWidth()), signals);
+         return print(viewRecords(words, client.store(), textWidth()), printing);
       }
       if (command == topCommand) {
          words.front() = command;
-         return isScreen() && !isTopJson(words) ? watch(client, {.words = words}, signals)
-                                                : print(viewTop(words, client.store(), textWidth()), signals);
+         const bool isLive = isScreen() && split.filters.empty() && !isTopJson(words);
+         return isLive ? watch(client, {.words = words}, signals)
+                       : print(viewTop(words, client.store(), textWidth()), printing);
       }
       if (const String right = misplaced(words, command); !right.empty()) {
          return complain("unknown command " + Kiln::quoted(Kiln::joined(words, " ")) + ": try: " + right);
       }
-      return askAgent(client, completed(line, words, command), command == "counters", signals);
+      return askAgent(client, completed(split.command, words, command), isAgentCommand(command), printing);
    } catch (const std::exception& error) {
       return complain(error.what());
    }

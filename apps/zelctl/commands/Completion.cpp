@@ -3,7 +3,7 @@
 
 #include "agent/CommandRunner.h"
 #include "apps/zelctl/commands/CommandWords.h"
-#include "apps/zelctl/connection/AgentConnection.h"
+#include "apps/zelctl/commands/Filters.h"
 #include "apps/zelctl/terminal/Utf8.h"
 #include "apps/zelctl/views/RecordViewer.h"
 #include "apps/zelctl/views/TopView.h"
@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <sstream>
+#include <stdexcept>
 
 namespace ZelCtl {
 
@@ -21,11 +22,20 @@ namespace {
 using Kiln::String;
 using Words = std::vector<String>;
 
+// Candidates of an agent that ended while it answered: there may be more.
+struct CutAnswer : std::runtime_error {
+   using runtime_error::runtime_error;
+};
+
 // The agent answers with one word a line.
 Words fromAgent(const Client& client, const String& line) {
+   const Answer answer = client.ask("complete " + line, nullptr, {.inAll = 1, .isSaid = false});
+   if (answer.isCut) {
+      throw CutAnswer(answer.error.substr(2)); // without its "% "
+   }
    Words all;
-   std::istringstream answer(ask(client.socketPath, "complete " + line, nullptr, {.inAll = 1}).text);
-   for (String word; std::getline(answer, word);) {
+   std::istringstream lines(answer.text);
+   for (String word; std::getline(lines, word);) {
       all.push_back(word);
    }
    return all;
@@ -35,6 +45,9 @@ Words fromAgent(const Client& client, const String& line) {
 Words follow(const Client& client, Words before, const String& partial) {
    if (before.empty()) {
       return allCommands();
+   }
+   if (std::ranges::any_of(before, [](const String& word) { return word.starts_with('|'); })) {
+      return before.back() == "|" ? filterNames() : Words();
    }
    before.front() = commandNamed(before.front());
    if (before.front() == "watch") {
@@ -54,7 +67,7 @@ Words follow(const Client& client, Words before, const String& partial) {
    if (before.front() == topCommand) {
       return topCandidates(before);
    }
-   if (before.front() != "counters") {
+   if (!isAgentCommand(before.front())) {
       return {};
    }
    return fromAgent(client, Kiln::joined(before, " ") + " " + partial);
@@ -72,6 +85,8 @@ Words completionsOf(const Client& client, const String& line) {
    Words all;
    try {
       all = follow(client, before, partial);
+   } catch (const CutAnswer&) {
+      throw;
    } catch (const std::exception&) { // an ambiguous word, or no table: there is nothing to offer
    }
    std::erase_if(all, [&](const String& word) {

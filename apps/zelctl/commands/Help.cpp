@@ -41,7 +41,8 @@ constexpr std::array topics{
      Topic{"clear", "after counters: they count from zero again",
            "\n   counters [chip NAME] clear [WORD...]\n"},
      Topic{"chip", "one chip only: its name follows"},
-     Topic{"drop", "dropped frames by port and reason", "\n   counters show drop [interface INTF]\n"},
+     Topic{"drop", "dropped frames by reason and port, the worst first",
+           "\n   counters show drop [interface INTF] [nonzero] [top N] [final]\n"},
      Topic{"pipeline", "packets in, out and dropped by pipeline stage",
            "\n   counters show pipeline [stage NAME] [pipe N]\n"},
      Topic{"stage", "of one pipeline stage: its name follows"},
@@ -53,6 +54,10 @@ constexpr std::array topics{
      Topic{"pdp", "packets by class", "\n   counters show pdp [intf INTF]\n"},
      Topic{"table", "counter tables of the P4 program", "\n   counters show table [ID|NAME] [pipe N]\n"},
      Topic{"info", "which counter tables there are", "\n   counters show info\n"},
+     Topic{"health", "a verdict on each chip, and how old its readings are", "\n   counters show health\n"},
+     Topic{"final", "drops also by where frames were lost in the end"},
+     Topic{"log", "the agent's messages for operators", "\n   log [json]\n"},
+     Topic{"ringlog", "the agent's diagnostics", "\n   ringlog [json]\n"},
      Topic{"interfaces", "counters of ports", R"(
    interfaces [INTF...] [nonzero] [rates] [errors] [raw] [exact] [json]
 

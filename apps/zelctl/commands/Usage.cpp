@@ -49,6 +49,8 @@ counters ...                        asks the running zelagent
      pipe N                         after pipeline, mau-deparser-drop,
                                     traffic-manager or table: one pipe only
      json                           after a show: prints JSON, for programs
+log [json]                          the agent's messages for the operator
+ringlog [json]                      its diagnostics; both oldest first
 
 These read what an agent published in the shared tables, even if none is running
 )";
@@ -75,6 +77,9 @@ These are zelctl's own
    watch [SECONDS] SHOW             repeats any show, every 2 s by default, and
                                     marks what changed, with rates per second;
                                     Ctrl-C or q ends it
+   ... | include TEXT               after a command: only lines with the text
+   ... | exclude TEXT               only those without
+   ... | count                      their number
    help [WORD]                      lists the topics, or explains one; a line
                                     that ends in ? lists what may come next
    quit                             leaves the prompt
@@ -82,9 +87,12 @@ These are zelctl's own
 Options
    --socket PATH                    the agent's socket; default: $ZEL_SOCKET, or
                                     zelagent/socket in $XDG_RUNTIME_DIR, in /run
-                                    for root, or /tmp/zelagent-UID/socket
+                                    for root, or /tmp/zelagent-UID/socket; then
+                                    those of the service in /run/zelagent
    --silo DIR                       the folder of the shared tables; default:
                                     shared memory
+   --no-pager                       does not send what is longer than the screen
+                                    through $PAGER, or less or more
    --complete LINE                  prints what may come next, for shells
    --help                           prints this
    --version                        prints the version

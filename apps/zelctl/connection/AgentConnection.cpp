@@ -10,9 +10,12 @@
 #include <cerrno>
 #include <cmath>
 #include <cstring>
+#include <iostream>
 #include <limits>
+#include <optional>
 #include <poll.h>
 #include <stdexcept>
+#include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -20,36 +23,59 @@ namespace ZelCtl {
 
 namespace {
 
+using Paths = std::vector<Kiln::String>;
+
 constexpr int connectTimeout = 5; // seconds
+
+// What a user without the right to open these sockets can do: become who may, or join the group of a socket for readers.
+Kiln::String deniedText(const Paths& denied) {
+   struct stat status {};
+   const bool isSeen = stat(denied.front().c_str(), &status) == 0;
+   const Kiln::String owner = isSeen ? Agent::userName(status.st_uid) : "the agent's user";
+   Kiln::String text = "no permission to open " + denied.front() +
+                       (isSeen ? ", which is " + owner + "'s" : "") + ": run zelctl as " + owner +
+                       ", such as by sudo";
+   for (const Kiln::String& path : denied) {
+      if (stat(path.c_str(), &status) == 0 && (status.st_mode & S_IWGRP) != 0) {
+         text += ", or, to read, as a member of " + Agent::groupName(status.st_gid);
+      }
+   }
+   return text;
+}
 
 class Connection {
  public:
-   Connection(const Kiln::String& path, Signals* signals, const Patience& patience)
-        : path_(path), signals_(signals), patience_(patience),
-          end_(patience.inAll > 0 ? Kiln::System::monotonicTime() + patience.inAll : never),
+   Connection(Signals* signals, const Patience& patience)
+        : signals_(signals), patience_(patience),
+          end_(Kiln::System::monotonicTime() + (patience.inAll > 0 ? patience.inAll : never)),
           socket_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
       if (!socket_.isOpen()) {
          throw std::runtime_error(Kiln::String("cannot create a socket: ") + std::strerror(errno));
       }
    }
 
-   void open() {
-      const Agent::SocketAddress address(path_);
-      // A send timeout bounds connect() as well, which waits while the agent's queue of connections is full.
-      const int bound = std::min(patience_.perByte, connectTimeout);
-      sendTimeoutIs(patience_.inAll > 0 ? std::min(patience_.inAll, bound) : bound);
-      if (connect(socket_.fd(), address.any(), address.length()) == 0) {
-         return;
+   // Connects to the first of the paths on which an agent answers.
+   void open(const Paths& paths) {
+      Paths denied;
+      for (const Kiln::String& path : paths) {
+         path_ = path;
+         const int error = connectToPath();
+         if (error == 0) {
+            return;
+         }
+         if (error == EACCES || error == EPERM) {
+            denied.push_back(path);
+         } else if (error != ENOENT && error != ECONNREFUSED && error != ENOTDIR && error != ENOTSOCK) {
+            throw std::runtime_error("cannot connect to the agent on " + path + ": " + std::strerror(error));
+         }
       }
-      if (errno == ENOENT || errno == ECONNREFUSED || errno == ENOTDIR || errno == ENOTSOCK) {
-         throw std::runtime_error("no agent answers on " + path_ +
-                                  ": start one with 'zelagent', or name its socket with --socket PATH");
-      }
-      if (errno == EACCES || errno == EPERM) {
-         throw std::runtime_error("no permission to open " + path_ + ": run as the agent's user");
-      }
-      throw std::runtime_error("cannot connect to the agent on " + path_ + ": " + std::strerror(errno));
+      throw std::runtime_error(denied.empty() ? "no agent answers on " + Kiln::choices(paths) +
+                                                     ": start one with 'zelagent', or name its socket with "
+                                                     "--socket PATH"
+                                              : deniedText(denied));
    }
+
+   const Kiln::String& path() const { return path_; }
 
    // An agent that refuses a command may answer and close before it has read all of it, so a failed send is not an
    // error: the answer tells.
@@ -64,6 +90,8 @@ class Connection {
       }
    }
 
+   // All that comes until the agent closes the connection. One that closes before it has read a whole line resets it;
+   // what it sent before counts anyway.
    Kiln::String receive() {
       Kiln::String all;
       char bytes[64 * 1024];
@@ -72,8 +100,7 @@ class Connection {
          const ssize_t got = recv(socket_.fd(), bytes, sizeof bytes, 0);
          if (got > 0) {
             all.append(bytes, static_cast<std::size_t>(got));
-         } else if (got == 0 || all.find(Agent::errorMark) != Kiln::String::npos) {
-            // An agent that closes before it has read a whole line resets the connection; its refusal counts anyway.
+         } else if (got == 0 || errno == ECONNRESET) {
             return all;
          } else if (errno != EINTR) {
             throw std::runtime_error("the agent on " + path_ +
@@ -83,10 +110,12 @@ class Connection {
    }
 
  private:
-   static constexpr double never = std::numeric_limits<double>::infinity();
+   static constexpr int never = std::numeric_limits<int>::max(); // seconds
+   static constexpr int silence = 1; // seconds, after which a person should know what is waited for
 
    void awaitBytes() {
-      const double due = std::min(end_, Kiln::System::monotonicTime() + patience_.perByte);
+      const double began = Kiln::System::monotonicTime();
+      const double due = std::min(end_, began + patience_.perByte);
       pollfd watched[] = {{socket_.fd(), POLLIN, 0},
                           {signals_ != nullptr ? signals_->fd() : -1, POLLIN, 0},
                           {patience_.endsByKey ? STDIN_FILENO : -1, POLLIN, 0}};
@@ -94,11 +123,15 @@ class Connection {
          if (signals_ != nullptr && signals_->isBreaking()) {
             throw std::runtime_error("interrupted before the agent answered");
          }
-         const double left = std::max(0.0, due - Kiln::System::monotonicTime());
+         const double next = isSaid() ? due : std::min(due, began + silence);
+         const double left = std::max(0.0, next - Kiln::System::monotonicTime());
          if (poll(watched, std::size(watched), static_cast<int>(std::ceil(left * 1e3))) == 0) {
-            const int waited = patience_.inAll > 0 ? patience_.inAll : patience_.perByte;
-            throw std::runtime_error("the agent on " + path_ + " did not answer within " +
-                                     Kiln::counted(static_cast<U64>(waited), "second") + ": try again");
+            if (next == due) {
+               const int waited = patience_.inAll > 0 ? patience_.inAll : patience_.perByte;
+               throw std::runtime_error("the agent on " + path_ + " did not answer within " +
+                                        Kiln::counted(static_cast<U64>(waited), "second") + ": try again");
+            }
+            sayWaiting();
          }
          if (watched[2].revents != 0 && readsEndKey()) {
             signals_->interruptIs();
@@ -106,39 +139,80 @@ class Connection {
       } while (watched[0].revents == 0);
    }
 
-   void sendTimeoutIs(int seconds) {
+   bool isSaid() const { return wasSaid_ || !patience_.isSaid; }
+
+   void sayWaiting() {
+      if (!isSaid()) {
+         std::cerr << "waiting for the agent; Ctrl-C ends\n";
+         wasSaid_ = true;
+      }
+   }
+
+   // Returns 0, or why there is no connection, as an errno value: EAGAIN if the agent's queue of connections stayed
+   // full.
+   int connectToPath() {
+      const int bound =
+           std::min({patience_.perByte, connectTimeout, patience_.inAll > 0 ? patience_.inAll : never});
+      int error = connectWithin(silence);
+      if (error == EAGAIN && bound > silence) {
+         sayWaiting();
+         error = connectWithin(bound - silence);
+      }
+      return error;
+   }
+
+   int connectWithin(int seconds) {
+      const Agent::SocketAddress address(path_);
       const timeval timeout{seconds, 0};
-      setsockopt(socket_.fd(), SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof timeout);
+      setsockopt(socket_.fd(), SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof timeout); // bounds connect() as well
+      return connect(socket_.fd(), address.any(), address.length()) == 0 ? 0 : errno;
    }
 
    Kiln::String path_;
    Signals* signals_;
    Patience patience_;
+   bool wasSaid_ = false;
    double end_; // on the monotonic clock
    Kiln::OwnedFd socket_;
 };
 
+constexpr const char* cutText = "% the agent ended before its answer was complete";
+
+// Takes an answer apart. Throws std::runtime_error if it is of another version of the protocol.
+Answer answerIn(const Kiln::String& bytes, const Kiln::String& path) {
+   const std::size_t headEnd = bytes.find('\n');
+   if (headEnd == Kiln::String::npos) {
+      return {"", cutText, true};
+   }
+   const std::optional<unsigned> version = Agent::protocolVersionOf(bytes.substr(0, headEnd));
+   if (!version) {
+      throw std::runtime_error("the agent on " + path +
+                               " is older than this zelctl: upgrade zelagent, and start it again");
+   }
+   if (*version != Agent::protocolVersion) {
+      throw std::runtime_error("the agent on " + path + " is newer than this zelctl: upgrade zelctl");
+   }
+   const std::size_t textBegin = headEnd + 1;
+   const std::size_t mark = bytes.find(Agent::endMark, textBegin);
+   if (mark == Kiln::String::npos || bytes.back() != '\n') {
+      const std::size_t textEnd = bytes.rfind('\n', mark) + 1;
+      return {bytes.substr(textBegin, textEnd - textBegin), cutText, true};
+   }
+   const Kiln::String end = bytes.substr(mark + 1, bytes.size() - mark - 2);
+   return {bytes.substr(textBegin, mark - textBegin), end == Agent::doneText ? "" : end};
+}
+
 } // namespace
 
-Answer ask(const Kiln::String& socketPath, const Kiln::String& line, Signals* signals,
-           const Patience& patience) {
-   Answer answer;
+Answer ask(const Paths& socketPaths, const Kiln::String& line, Signals* signals, const Patience& patience) {
    try {
-      Connection connection(socketPath, signals, patience);
-      connection.open();
-      connection.send(line);
-      answer.text = connection.receive();
+      Connection connection(signals, patience);
+      connection.open(socketPaths);
+      connection.send(Agent::protocolWord() + " " + line);
+      return answerIn(connection.receive(), connection.path());
    } catch (const std::exception& error) {
-      answer.error = Kiln::String("% ") + error.what();
-      return answer;
+      return {"", Kiln::String("% ") + error.what()};
    }
-   const std::size_t mark = answer.text.find(Agent::errorMark);
-   if (mark != Kiln::String::npos) {
-      answer.error = answer.text.substr(mark + 1);
-      answer.error.resize(std::min(answer.error.find('\n'), answer.error.size()));
-      answer.text.resize(mark);
-   }
-   return answer;
 }
 
 } // namespace ZelCtl

@@ -4,12 +4,16 @@
 #include "apps/zelctl/terminal/Signals.h"
 #include "kiln/Types.h"
 
+#include <vector>
+
 namespace ZelCtl {
 
 // An agent's answer: its text, and for a refused command the line that says why, which begins "% ".
 struct Answer {
    Kiln::String text;
    Kiln::String error; // without its newline; empty when the command was carried out
+   bool isCut =
+        false; // the agent ended before the answer was complete; the text is the whole lines that came
 };
 
 // How long to wait for an answer.
@@ -17,11 +21,13 @@ struct Patience {
    int perByte = 30;       // seconds until the next byte
    int inAll = 0;          // seconds for the whole answer; 0 for no bound
    bool endsByKey = false; // 'q' on standard input counts as Ctrl-C; needs signals
+   bool isSaid = true;     // after a second of silence, standard error says that the agent is waited for
 };
 
-// Sends one command line to the agent on the socket and returns the whole answer. An agent that does not answer,
-// or not in time, is reported in Answer::error, as is Ctrl-C, which is noticed only if `signals` is not null.
-Answer ask(const Kiln::String& socketPath, const Kiln::String& line, Signals* signals,
+// Sends one command line to the first agent that answers on one of the sockets, and returns the whole answer. An agent that does not answer, or not
+// in time, or that ends before its answer is complete, or that speaks another version of the protocol, is reported in
+// Answer::error, as is Ctrl-C, which is noticed only if `signals` is not null.
+Answer ask(const std::vector<Kiln::String>& socketPaths, const Kiln::String& line, Signals* signals,
            const Patience& patience = {});
 
 } // namespace ZelCtl

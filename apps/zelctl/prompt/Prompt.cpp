@@ -33,11 +33,19 @@ bool leaves(const String& line) {
    }
 }
 
+std::vector<String> candidatesFor(const Client& client, const String& unfinished) {
+   try {
+      return completionsOf(client, unfinished);
+   } catch (const std::runtime_error&) { // the next command says that the agent is gone
+      return {};
+   }
+}
+
 int runEditedPrompt(const Client& client) {
    Signals signals;
    History history(History::defaultPath());
    LineEditor editor(prompt, &signals, &history,
-                     [&](const String& unfinished) { return completionsOf(client, unfinished); });
+                     [&](const String& unfinished) { return candidatesFor(client, unfinished); });
    writeOut(String(greeting) + "; Tab completes\n", nullptr);
    for (;;) {
       std::optional<String> line = editor.readLine();

@@ -102,7 +102,8 @@ class Watcher {
    // A screen soon says that the agent does not answer, so that its counts do not pass for new ones. The first round,
    // which has no screen yet, and rounds to a file wait as long as a plain command does.
    Patience patience() const {
-      return screen_ ? Patience{.perByte = screenPatience, .endsByKey = screen_->hasKeys()} : Patience{};
+      return screen_ ? Patience{.perByte = screenPatience, .endsByKey = screen_->hasKeys(), .isSaid = false}
+                     : Patience{};
    }
 
    int show() {

@@ -242,8 +242,9 @@ TEST_F(CountersCommands, AreCompletedByTheirGrammar) {
    const String stages =
         "port-rx parser ingress ingress-deparser traffic-manager egress egress-deparser port-tx ";
    const std::vector<std::pair<String, String>> cases = {
-        {"", "counters "},
+        {"", "counters log ringlog "},
         {"cou", "counters "},
+        {"log ", "json "},
         {"complete", ""},
         {"bogus ", ""},
         {"counters ", "show clear chip "},
@@ -290,6 +291,10 @@ TEST_F(CountersCommands, CompletionOffersOnlyWhatIsTaken) {
       const String error = agent_->commandRunner()->run("counters " + lines[i], spool).error;
       const bool isFull = error.find("the output ends here") == 0;
       const bool isUnfinished = error.find("the command is incomplete") == 0 || error.find("pipe needs") == 0;
+      // What readers may not: what is carried out, and clears.
+      EXPECT_EQ(agent_->commandRunner()->changes("counters " + lines[i]),
+                !isUnfinished && lines[i].find("clear ") != String::npos)
+           << lines[i];
       const String next = completions("counters " + lines[i]);
       EXPECT_TRUE(error.empty() || isFull || (isUnfinished && !next.empty())) << lines[i] << error;
       std::istringstream words(next);
@@ -298,6 +303,9 @@ TEST_F(CountersCommands, CompletionOffersOnlyWhatIsTaken) {
       }
    }
    EXPECT_GT(lines.size(), 500U);
+   const auto lock = Kiln::ActivityLockAnchor::lock();
+   EXPECT_TRUE(agent_->commandRunner()->changes(" counters\tch Zel0 cl"));
+   EXPECT_FALSE(agent_->commandRunner()->changes("ringlog"));
 }
 
 } // namespace

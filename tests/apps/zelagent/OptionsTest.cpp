@@ -20,7 +20,8 @@ TEST(Options, TakesEachOptionInEitherForm) {
                                 "vxlan,vrf-nat",    "--seed",     "18446744073709551615",
                                 "--traffic=a.pcap", "--socket",   "/s",
                                 "--silo=/d",        "--hardware", "/h",
-                                "--scenario",       "-",          "--polling=0.25"};
+                                "--scenario",       "-",          "--polling=0.25",
+                                "--read-socket",    "/r",         "--read-group=77777"};
    const Options options = parseOptions(arguments);
    EXPECT_EQ(options.agent.chips, 8U);
    EXPECT_EQ(options.agent.pipes, 4U);
@@ -30,6 +31,9 @@ TEST(Options, TakesEachOptionInEitherForm) {
    EXPECT_EQ(options.traffic, Options::Traffic::capture);
    EXPECT_EQ(options.captureFile, "a.pcap");
    EXPECT_EQ(options.socketPath, "/s");
+   EXPECT_EQ(options.readSocketPath, "/r");
+   EXPECT_EQ(options.readGroup, gid_t{77777});
+   EXPECT_EQ(parseOptions(Arguments{"--read-group", "root", "--read-socket", "/r"}).readGroup, gid_t{0});
    EXPECT_EQ(options.agent.siloFolder, "/d");
    EXPECT_EQ(options.agent.hardwareFile, "/h");
    EXPECT_EQ(options.scenario, "-");
@@ -54,6 +58,12 @@ TEST(Options, RefusesInvalidOptions) {
         {{"--chips"}, "--chips needs a value: switching chips, 1 to 8 (1)"},
         {{"--chips="}, "--chips needs a value: switching chips, 1 to 8 (1)"},
         {{"--chips", "--ports", "4"}, "--chips needs a value before '--ports': switching chips, 1 to 8 (1)"},
+        {{"--read-group", "no such"},
+         "--read-group 'no such': expected the name of a group on this machine, or a number"},
+        {{"--read-group", "root"}, "--read-socket and --read-group go together: give both, or neither"},
+        {{"--read-socket", "/r"}, "--read-socket and --read-group go together: give both, or neither"},
+        {{"--socket", "/s", "--read-socket", "/s", "--read-group", "0"},
+         "--read-socket '/s': expected another path than that of --socket"},
         {{"--help=x"}, "--help takes no value"},
         {{"--capabilities", "vlan,"},
          "--capabilities 'vlan,': expected none, or a list out of vlan,vxlan,vrf-nat,qos-policy"},

@@ -48,6 +48,7 @@ class TerminalRig : public testing::Test {
          close(master_);
          login_tty(slave_);
          setenv("TERM", "xterm", 1);
+         setenv("PAGER", "", 1); // none, unless a test names one
          _exit(function());
       }
    }

@@ -34,7 +34,7 @@ class Terminal : public ZelTest::TerminalRig {
       table_->recordIs("Vlan20", counters, Silo::monotonicNow());
    }
 
-   void startClient(const std::function<int(const ZelCtl::Client&)>& function) {
+   void startClient(const std::function<int(ZelCtl::Client)>& function) {
       start([&] {
          setenv("XDG_STATE_HOME", folder_.path().c_str(), 1);
          return function({folder_.path() + "/no-agent", folder_.path()});
@@ -47,6 +47,9 @@ class Terminal : public ZelTest::TerminalRig {
 
 TEST_F(Terminal, ThePromptEditsCompletesAndRemembers) {
    startClient(ZelCtl::runPrompt);
+   expect("zel> ");
+   type("vlans | inc\tVlan | count\r");
+   expect("1 line");
    expect("zel> ");
    type("vla\tnonz\tjson \x1b[D\x1b[D\x1b[D\x1b[D\x1b[D\x17\r");
    expect("Vlan20");
@@ -118,7 +121,9 @@ TEST_F(Terminal, AWatchHearsKeysWhileItsAgentHangs) {
    const int first = accept(listening, nullptr, nullptr);
    char request[64];
    EXPECT_GT(recv(first, request, sizeof request, 0), 0);
-   const String answer = R"({"chips": [{"chip": "Zel0", "error": "nothing yet"}]})";
+   const String answer = "zel/2\n"
+                         R"({"chips": [{"chip": "Zel0", "error": "nothing yet"}]})" +
+                         String("\0done\n", 6);
    EXPECT_EQ(send(first, answer.data(), answer.size(), 0), static_cast<ssize_t>(answer.size()));
    close(first);
    expect("nothing yet");
@@ -130,6 +135,41 @@ TEST_F(Terminal, AWatchHearsKeysWhileItsAgentHangs) {
    expectEnd(0);
    close(second);
    close(listening);
+}
+
+TEST_F(Terminal, WhatIsLongerThanTheScreenGoesThroughThePager) {
+   const auto run = [this](const char* pager, const String& line, bool usesPager = true) {
+      startClient([=](ZelCtl::Client client) {
+         client.usesPager = usesPager;
+         setenv("PAGER", pager, 1);
+         return runLine(client, line, nullptr);
+      });
+   };
+   resize(80, 2); // less than the table and a prompt
+   run("sed s/^/paged:/", "vlans");
+   expect("paged:Vlan20");
+   expectEnd(0);
+   const std::vector<std::tuple<const char*, const char*, bool>> unpaged = {
+        {"sed s/^/paged:/", "vlans", false},
+        {"sed s/^/paged:/", "vlans | include Vlan20", true},
+        {"", "vlans", true},
+        {"/none/such", "vlans", true},
+   };
+   for (const auto& [pager, line, usesPager] : unpaged) {
+      run(pager, line, usesPager);
+      const String before = shownBefore("Vlan20");
+      EXPECT_EQ(before.find("paged:"), String::npos) << before;
+      expectEnd(0);
+   }
+   // Ctrl-C is the pager's own, and so is the terminal until it ends.
+   run("trap 'echo interrupted' INT; cat; echo waiting; until read -r key </dev/tty; do :; done; echo over",
+       "vlans");
+   expect("waiting");
+   type("\x03");
+   expect("interrupted");
+   type("\r");
+   expect("over");
+   expectEnd(0);
 }
 
 TEST_F(Terminal, AWatchEndsInThePromptThatItCameFrom) {

@@ -44,6 +44,8 @@ class TestCommand : public Agent::AgentCommandCallback {
       return {};
    }
 
+   bool changes(const std::vector<String>& words) const override { return words.at(0) != "say"; }
+
    std::vector<String> completions(const std::vector<String>& words) const override {
       return words == std::vector<String>{"say"} ? std::vector<String>{"one", "two", "no word", "no\x1b"}
                                                  : std::vector<String>();
@@ -59,8 +61,12 @@ String linesText(unsigned long count) {
    return text;
 }
 
-String refusal(const String& error) {
-   return String(1, Agent::errorMark) + "% " + error + "\n";
+// A whole answer.
+String done(const String& text) {
+   return "zel/2\n" + text + String(1, '\0') + "done\n";
+}
+String refusal(const String& error, const String& text = "") {
+   return "zel/2\n" + text + String(1, '\0') + "% " + error + "\n";
 }
 
 // A client that reads the whole answer.
@@ -99,8 +105,9 @@ class CommandChannel : public testing::Test {
    }
    ~CommandChannel() override { stop(); }
 
-   void start(const Agent::CommandChannelLimits& limits = {}) {
-      channel_ = open(limits);
+   void start(const Agent::CommandChannelLimits& limits = {},
+              const std::optional<Agent::CommandReaders>& readers = {}) {
+      channel_ = open(limits, readers);
       loop_ = std::thread([this] { manager_->run(); });
    }
    void stop() {
@@ -110,13 +117,14 @@ class CommandChannel : public testing::Test {
       }
       channel_ = nullptr;
    }
-   Kiln::Ptr<Agent::CommandChannel> open(const Agent::CommandChannelLimits& limits = {}) {
-      return Kiln::allocate<Agent::CommandChannel>(manager_, runner_, path_, limits);
+   Kiln::Ptr<Agent::CommandChannel> open(const Agent::CommandChannelLimits& limits = {},
+                                         const std::optional<Agent::CommandReaders>& readers = {}) {
+      return Kiln::allocate<Agent::CommandChannel>(manager_, runner_, path_, limits, readers);
    }
 
    String ask(const String& line) {
       Client client(path_);
-      client.send(line + "\n");
+      client.send("zel/2 " + line + "\n");
       return client.receiveAll();
    }
    std::size_t clientCount() {
@@ -140,9 +148,28 @@ constexpr unsigned long manyLines = 50000; // 3.2 MB, more than any socket's buf
 
 TEST_F(CommandChannel, AnswersALineWithTextAndTheEnd) {
    start();
-   EXPECT_EQ(ask("test say one \t two\r"), "one\ntwo\n");
-   EXPECT_EQ(ask("test say"), "");
-   EXPECT_EQ(ask("test lines 50000"), linesText(manyLines));
+   EXPECT_EQ(ask("test say one \t two\r"), done("one\ntwo\n"));
+   EXPECT_EQ(ask("test say"), done(""));
+   EXPECT_EQ(ask("test lines 50000"), done(linesText(manyLines)));
+}
+
+TEST_F(CommandChannel, TellsAClientOfAnotherVersionWhatToUpgrade) {
+   start();
+   const String older =
+        "this client is older than the agent: upgrade zelctl; by hand, begin the line with 'zel/2'";
+   const std::vector<std::pair<String, String>> cases = {
+        {"test say x", refusal(older).substr(6)}, // it would print the version
+        {"", refusal(older).substr(6)},
+        {"zel/1 test say x", refusal(older).substr(6)},
+        {"zel/2x test say x", refusal(older).substr(6)},
+        {"zel/3 test say x", refusal("this client is newer than the agent: upgrade zelagent")},
+        {"zel/2\r", refusal("no command: expected later, test")},
+   };
+   for (const auto& [line, answer] : cases) {
+      Client client(path_);
+      client.send(line + "\n");
+      EXPECT_EQ(client.receiveAll(), answer) << line;
+   }
 }
 
 TEST_F(CommandChannel, CompletesALineWithWordsThatCanBeTyped) {
@@ -155,18 +182,18 @@ TEST_F(CommandChannel, CompletesALineWithWordsThatCanBeTyped) {
         {"complete test bogus ", ""},
    };
    for (const auto& [line, words] : cases) {
-      EXPECT_EQ(ask(line), words) << line;
+      EXPECT_EQ(ask(line), done(words)) << line;
    }
 }
 
 TEST_F(CommandChannel, TakesALineInPiecesAndOneThatEndsWithTheConnection) {
    start();
    Client client(path_);
-   client.send("test sa");
-   EXPECT_EQ(ask("test say between"), "between\n");
+   client.send("zel/2 test sa");
+   EXPECT_EQ(ask("test say between"), done("between\n"));
    client.send("y whole");
    client.endSending();
-   EXPECT_EQ(client.receiveAll(), "whole\n");
+   EXPECT_EQ(client.receiveAll(), done("whole\n"));
 }
 
 TEST_F(CommandChannel, RefusesWithOnePrintableLineAfterTheMark) {
@@ -183,29 +210,29 @@ TEST_F(CommandChannel, RefusesWithOnePrintableLineAfterTheMark) {
    for (const auto& [line, error] : cases) {
       EXPECT_EQ(ask(line), refusal(error)) << line.substr(0, 40);
    }
-   EXPECT_EQ(ask("test say " + String(4095 - 9, 'a')), String(4095 - 9, 'a') + "\n") << "just fits";
+   EXPECT_EQ(ask("test say " + String(4095 - 15, 'a')), done(String(4095 - 15, 'a') + "\n")) << "just fits";
 }
 
 TEST_F(CommandChannel, AReaderThatStallsHoldsUpNobody) {
    start();
    Client slow(path_);
-   slow.send("test lines 50000\n");
+   slow.send("zel/2 test lines 50000\n");
    slow.awaitAnswer();
-   EXPECT_EQ(ask("test say quick"), "quick\n");
+   EXPECT_EQ(ask("test say quick"), done("quick\n"));
    EXPECT_EQ(clientCount(), 1U);
-   EXPECT_EQ(slow.receiveAll(), linesText(manyLines));
+   EXPECT_EQ(slow.receiveAll(), done(linesText(manyLines)));
 }
 
 TEST_F(CommandChannel, AReaderThatLeavesIsForgotten) {
    start();
    {
       Client leaving(path_);
-      leaving.send("test lines 50000\n");
+      leaving.send("zel/2 test lines 50000\n");
       leaving.awaitAnswer();
       const Client silent(path_);
    }
-   EXPECT_EQ(ask("test say next"), "next\n");
-   EXPECT_EQ(ask("test say next"), "next\n");
+   EXPECT_EQ(ask("test say next"), done("next\n"));
+   EXPECT_EQ(ask("test say next"), done("next\n"));
    EXPECT_EQ(clientCount(), 0U);
 }
 
@@ -213,8 +240,8 @@ TEST_F(CommandChannel, TextEndsWithAWholeLineAtTheBound) {
    start({.answerBytes = 3 * 4096});
    const String error = "the output ends here, at its bound of 12 KiB: ask for one chip, interface or table, "
                         "or with nonzero";
-   EXPECT_EQ(ask("test lines 100000"), linesText(192) + refusal(error)) << "64 bytes a line: exactly full";
-   EXPECT_EQ(ask("test say x " + String(4000, 'y')), "x\n" + String(4000, 'y') + "\n");
+   EXPECT_EQ(ask("test lines 100000"), refusal(error, linesText(192))) << "64 bytes a line: exactly full";
+   EXPECT_EQ(ask("test say x " + String(4000, 'y')), done("x\n" + String(4000, 'y') + "\n"));
 }
 
 TEST(CommandSpool, CutsTheLineThatTheBoundCuts) {
@@ -235,7 +262,7 @@ TEST(CommandSpool, CutsTheLineThatTheBoundCuts) {
 TEST_F(CommandChannel, RefusesMoreClientsAndMoreWaitingTextThanItsLimits) {
    start({.clients = 2, .waitingBytes = 1U << 20U});
    Client slow(path_);
-   slow.send("test lines 50000\n");
+   slow.send("zel/2 test lines 50000\n");
    slow.awaitAnswer();
    EXPECT_EQ(ask("test say x"),
              refusal("too much output waits for clients that read slowly: try again later"));
@@ -243,15 +270,15 @@ TEST_F(CommandChannel, RefusesMoreClientsAndMoreWaitingTextThanItsLimits) {
       Client silent(path_);
       EXPECT_EQ(Client(path_).receiveAll(), refusal("too many clients at once: try again later"));
    }
-   EXPECT_EQ(slow.receiveAll(), linesText(manyLines));
-   EXPECT_EQ(ask("test say x"), "x\n");
+   EXPECT_EQ(slow.receiveAll(), done(linesText(manyLines)));
+   EXPECT_EQ(ask("test say x"), done("x\n"));
 }
 
 TEST_F(CommandChannel, TimesOutClientsThatSendOrTakeNothing) {
    start();
    Client silent(path_);
    Client stalled(path_);
-   stalled.send("test lines 50000\n");
+   stalled.send("zel/2 test lines 50000\n");
    stalled.awaitAnswer();
    manager_->advance(10.0);
    EXPECT_EQ(silent.receiveAll(), refusal("no command came: expected one line"));
@@ -266,10 +293,10 @@ TEST_F(CommandChannel, ReplacesOnlyTheSocketOfADeadAgent) {
    ASSERT_EQ(bind(dead, address.any(), address.length()), 0);
    close(dead);
    start();
-   EXPECT_EQ(ask("test say here"), "here\n");
+   EXPECT_EQ(ask("test say here"), done("here\n"));
    EXPECT_EQ(openError(),
              "another agent answers on " + path_ + ": stop it, or choose another socket with --socket PATH");
-   EXPECT_EQ(ask("test say still"), "still\n");
+   EXPECT_EQ(ask("test say still"), done("still\n"));
    stop();
    EXPECT_NE(access(path_.c_str(), F_OK), 0) << "removed at the end";
 
@@ -328,6 +355,29 @@ TEST_F(CommandChannel, OnlyItsUserMayOpenTheSocket) {
    struct stat status {};
    ASSERT_EQ(stat(path_.c_str(), &status), 0);
    EXPECT_EQ(status.st_mode & 0777U, 0600U);
+}
+
+TEST_F(CommandChannel, ReadersGetWhatChangesNothing) {
+   const gid_t group = getuid() == 0 ? 4321 : getgid(); // root may give a file to any group
+   start({}, Agent::CommandReaders{group, "/full"});
+   struct stat status {};
+   ASSERT_EQ(stat(path_.c_str(), &status), 0);
+   EXPECT_EQ(status.st_mode & 0777U, 0660U);
+   EXPECT_EQ(status.st_gid, group);
+   const String readOnly =
+        refusal("this socket is for reading only: as " + Agent::userName(getuid()) + ", use --socket /full");
+   const std::vector<std::pair<String, String>> cases = {
+        {"test say x", done("x\n")},
+        {"test lines 1", readOnly},
+        {"test", readOnly}, // it throws, so nobody knows
+        {"complete test say o", done("one\n")},
+        {" complete test", done("test\n")},
+        {"bogus", refusal("unknown command 'bogus': expected later, test")},
+        {"", refusal("no command: expected later, test")},
+   };
+   for (const auto& [line, answer] : cases) {
+      EXPECT_EQ(ask(line), answer) << line;
+   }
 }
 
 TEST(CommandSocket, AnInvalidPathIsRefused) {
