@@ -1,7 +1,7 @@
 // An SDK that breaks the contract in one way, which WRONG in the environment names: it stands between the contract kit
 // and the soft chip, by the linker's --wrap.
+#include "examples/sdk-check/Hooks.h"
 #include "kiln/Types.h"
-#include "sdk-check/Hooks.h"
 #include "sdk/bf_port.h"
 #include "sdk/bf_tm.h"
 #include "sdk/pipe_mgr.h"
