@@ -7,10 +7,10 @@
 #include "counters/chip/ZelCountersTrace.h"
 
 #include <algorithm>
-#include <functional>
 #include <iterator>
 #include <map>
 #include <string>
+#include <tuple>
 
 namespace ZelCounter {
 
@@ -28,6 +28,12 @@ Kiln::String reasonText(const ZlDrop::Table& table, U32 reason) {
 
 Kiln::String errorText(U32 status, const ZlTableCounter& info, U32 pipe) {
    return pipeReadErrorText(static_cast<int>(status), pipe) + ", " + info.name;
+}
+
+// The greater count comes first; where counts are alike, what comes first in its order.
+template <class Place>
+bool isWorse(const std::pair<U64, Place>& a, const std::pair<U64, Place>& b) {
+   return a.first != b.first ? a.first > b.first : a.second < b.second;
 }
 
 // Each once. The ports of a pipe are together.
@@ -171,11 +177,13 @@ std::vector<PortDrops::Drop> PortDrops::drops(std::span<const ChipAccess::Port> 
             }
          }
       }
-      std::stable_sort(all.begin() + static_cast<std::ptrdiff_t>(first), all.end(),
-                       [](const Drop& a, const Drop& b) { return a.packets > b.packets; });
+      std::sort(all.begin() + static_cast<std::ptrdiff_t>(first), all.end(),
+                [](const Drop& a, const Drop& b) {
+                   return std::tie(b.packets, a.point, a.reason) < std::tie(a.packets, b.point, b.reason);
+                });
       worst.emplace_back(total, worst.size());
    }
-   std::ranges::stable_sort(worst, std::greater(), &std::pair<U64, std::size_t>::first);
+   std::ranges::sort(worst, isWorse<std::size_t>);
    std::vector<Drop> sorted;
    for (std::size_t rank = 0; rank < worst.size() && rank < options.top; ++rank) {
       const ChipAccess::Port* const port = &ports[worst[rank].second];
@@ -197,7 +205,7 @@ TableView PortDrops::reasonsView(std::span<const ChipAccess::Port> ports, const 
    for (const auto& [which, packets] : byReason) {
       worst.emplace_back(packets, which);
    }
-   std::ranges::stable_sort(worst, std::greater(), &std::pair<U64, std::pair<std::size_t, U32>>::first);
+   std::ranges::sort(worst, isWorse<std::pair<std::size_t, U32>>);
    for (std::size_t rank = 0; rank < worst.size() && rank < options.top; ++rank) {
       const auto& [point, reason] = worst[rank].second;
       const ZlDrop::Table& reasons = ZlDrop::tables[point];

@@ -39,9 +39,12 @@ String durationText(double seconds) {
    constexpr U64 day = 24 * hour;
    const auto whole = static_cast<U64>(std::max(seconds, 0.0));
    const auto two = [&](U64 big, const char* bigUnit, U64 small, const char* smallUnit) {
-      const U64 rest = whole % big / small;
-      return std::to_string(whole / big) + bigUnit +
-             (rest == 0 ? "" : " " + std::to_string(rest) + smallUnit);
+      String text = std::to_string(whole / big) + bigUnit;
+      if (const U64 rest = whole % big / small; rest != 0) {
+         text += ' ';
+         text += std::to_string(rest) + smallUnit;
+      }
+      return text;
    };
    return whole < 5 * minute ? std::to_string(whole) + " s"
           : whole < hour     ? two(minute, " min", 1, " s")
