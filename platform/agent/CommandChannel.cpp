@@ -30,7 +30,9 @@ Kiln::String head() {
 
 // What an answer ends with; the error is empty if the command was carried out.
 Kiln::String tail(const Kiln::String& error) {
-   return Kiln::String(1, endMark) + (error.empty() ? Kiln::String(doneText) : "% " + error) + "\n";
+   Kiln::String text(1, endMark);
+   text += error.empty() ? Kiln::String(doneText) : "% " + error;
+   return text + '\n';
 }
 
 } // namespace

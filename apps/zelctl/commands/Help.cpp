@@ -177,8 +177,13 @@ String rightCommand(const Words& words) {
    const Words shown{"drop",  "pipeline", "mau-deparser-drop", "traffic-manager", "mac", "pdp",
                      "table", "info"};
    constexpr std::size_t least = 2; // letters of an abbreviation that is worth a guess
-   const auto rest = [&](std::size_t from) {
-      return Kiln::joined({words.begin() + static_cast<std::ptrdiff_t>(from), words.end()}, " ");
+   // The command, and the words from there on.
+   const auto with = [&](String command, std::size_t from) {
+      for (std::size_t i = from; i < words.size(); ++i) {
+         command += ' ';
+         command += words[i];
+      }
+      return command;
    };
    const String& first = words.front();
    const bool isShow = first.size() >= least && String("show").starts_with(first);
@@ -186,17 +191,17 @@ String rightCommand(const Words& words) {
    if (isShow && words.size() > 1) {
       const String command = commandNamed(words[1]);
       if (isRecordCommand(command)) {
-         return command + (words.size() > 2 ? " " + rest(2) : "");
+         return with(command, 2);
       }
    }
    if (isShow || isClear) {
-      return String("counters ") + (isShow ? "show" : "clear") + (words.size() > 1 ? " " + rest(1) : "");
+      return with(isShow ? "counters show" : "counters clear", 1);
    }
    if (first.size() >= least && (first == "chip" || !Kiln::wordsMeant(first, shown).empty())) {
-      return (first == "chip" ? "counters " : "counters show ") + rest(0);
+      return with(first == "chip" ? "counters" : "counters show", 0);
    }
    const String near = Kiln::nearest(first, allCommands());
-   return near.empty() ? "" : near + (words.size() > 1 ? " " + rest(1) : "");
+   return near.empty() ? "" : with(near, 1);
 }
 
 } // namespace ZelCtl

@@ -56,8 +56,12 @@ String perMilleText(U64 perMille, bool isZero) {
    if (perMille == 0) {
       return isZero ? "0%" : "<0.1%";
    }
-   const String tenths = perMille < 1000 ? "." + std::to_string(perMille % 10) : "";
-   return std::to_string(perMille / 10) + tenths + "%";
+   String text = std::to_string(perMille / 10);
+   if (perMille < 1000) {
+      text += '.';
+      text += std::to_string(perMille % 10);
+   }
+   return text + '%';
 }
 
 } // namespace ZelCtl

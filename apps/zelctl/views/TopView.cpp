@@ -9,6 +9,8 @@
 #include "vex/PublishedRecords.h"
 
 #include <array>
+#include <numeric>
+#include <tuple>
 
 namespace ZelCtl {
 
@@ -190,12 +192,18 @@ std::vector<Place> ranked(std::vector<Place> places, const Ranking& ranking) {
    const Order& order = *ranking.order;
    std::erase_if(places,
                  [&](const Place& one) { return rank(one, order) == 0 && one.value(order.second) == 0; });
-   std::ranges::stable_sort(places, [&](const Place& a, const Place& b) {
-      return std::pair(rank(a, order), a.value(order.second)) >
-             std::pair(rank(b, order), b.value(order.second));
+   // Of those that rank alike, the first in the table comes first.
+   std::vector<std::size_t> worst(places.size());
+   std::iota(worst.begin(), worst.end(), std::size_t{0});
+   std::ranges::sort(worst, [&](std::size_t a, std::size_t b) {
+      return std::tuple(rank(places[a], order), places[a].value(order.second), b) >
+             std::tuple(rank(places[b], order), places[b].value(order.second), a);
    });
-   places.resize(std::min(places.size(), ranking.rows));
-   return places;
+   std::vector<Place> shown;
+   for (std::size_t i = 0; i < worst.size() && i < ranking.rows; ++i) {
+      shown.push_back(std::move(places[worst[i]]));
+   }
+   return shown;
 }
 
 String cellText(const Place& place, std::size_t value) {

@@ -3,7 +3,8 @@
 
 #include "apps/zelctl/views/Readable.h"
 
-#include <regex>
+#include <algorithm>
+#include <string_view>
 
 namespace ZelCtl {
 
@@ -16,9 +17,16 @@ using State = WatchedRow::State;
 constexpr const char* unknownRate = "-";
 
 // A title holds how old a record or how long ago a clear is, which changes from round to round.
-String withoutAges(const String& title) {
-   static const std::regex age("[0-9]+ (s|min|h|d)( [0-9]+ (s|min|h))? ago|counting for .*");
-   return std::regex_replace(title, age, "");
+String withoutAges(String title) {
+   constexpr std::string_view ago = " ago";
+   title.resize(std::min(title.find("counting for "), title.size()));
+   for (std::size_t end = title.find(ago); end != String::npos; end = title.find(ago)) {
+      // What numbers and the units s, min, h and d are made of. A letter too many does no harm: it goes in each round.
+      const std::size_t before = title.find_last_not_of("0123456789 dhimns", end);
+      const std::size_t begin = before == String::npos ? 0 : before + 1;
+      title.erase(begin, end + ago.size() - begin);
+   }
+   return title;
 }
 
 String rowKey(const ShownTable& table, const ShownRow& row) {
