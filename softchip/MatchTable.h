@@ -13,7 +13,7 @@ class MatchTable {
  public:
    static constexpr S32 none = -1;
 
-   // Starts with the spec's rules, in all pipes.
+   // Starts with the rules that it is declared with, in all pipes.
    explicit MatchTable(const MatchTableSpec& spec);
 
    const MatchTableSpec& spec() const { return spec_; }

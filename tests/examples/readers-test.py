@@ -198,7 +198,7 @@ def test_living_agent():
         wanted = [frozenset(pair) for pair in itertools.combinations(programs, 2)]
         met = collections.Counter()
         deadline = time.monotonic() + LIMIT
-        while min(met[pair] for pair in wanted) < 16 or len(seen) < 5 * 16:
+        while min(met[pair] for pair in wanted) < 48 or len(seen) < 5 * 16:
             check(time.monotonic() < deadline, "too few records were seen twice:", met, len(seen))
             for name, program in programs.items():
                 for record, totals in rows_of(program()).items():
