@@ -85,7 +85,7 @@ ShownRow rowOf(const Json& members, const std::vector<ShownColumn>& columns) {
 // The table's title, with the chip's name before it if it doesn't end in it. Of one that does, the agent's text says in
 // the title when it was cleared; of others, the notes do.
 String titleOf(const String& chip, const Json& object) {
-   const String title = needText(object, "title");
+   String title = needText(object, "title");
    if (!title.ends_with("chip " + chip)) {
       return chip + ": " + title;
    }
