@@ -21,7 +21,7 @@ using Holds = TableView::Holds;
 using Kind = ReadingKey::Kind;
 
 Cell ageCell(const std::optional<double>& seconds) {
-   return seconds ? Cell(static_cast<U64>(*seconds * 1000)) : Cell(Kiln::String("never"));
+   return seconds ? Cell(static_cast<U64>(*seconds * 1000)) : Cell(TableView::Unread());
 }
 
 // Tells a reading from the others of its chip.
@@ -99,7 +99,7 @@ TableView healthView(ZelCounters& chip, const ManagerAccess& mgr, bool isFirst) 
       isTroubled |= !table.readings.back().state.trouble.empty();
    });
    const auto age = [&](Kind kind) {
-      return readings.isAsked(kind) ? ageCell(readings.age(kind)) : Cell(Kiln::String("-"));
+      return readings.isAsked(kind) ? ageCell(readings.age(kind)) : Cell(TableView::Unsupported());
    };
    table.rows.push_back({chip.chipName(),
                          readings.isSilent() ? "silent"

@@ -39,14 +39,19 @@ U64 numberOf(const Cell& cell) {
    return std::get<U64>(cell);
 }
 
-// A count that was never read is 0 in text, which has no room for more; the note below the table says why.
-U64 countOf(const Cell& cell) {
-   const U64* const number = std::get_if<U64>(&cell);
-   return number != nullptr ? *number : 0;
-}
-
 const char* textOf(const Cell& cell) {
    return std::get<Kiln::String>(cell).c_str();
+}
+
+// Of a view.
+Kiln::String cellText(const Cell& cell, bool isAge) {
+   if (const Kiln::String* const label = std::get_if<Kiln::String>(&cell)) {
+      return *label;
+   }
+   if (const U64* const number = std::get_if<U64>(&cell)) {
+      return isAge ? Kiln::durationText(static_cast<double>(*number) / 1000) : std::to_string(*number);
+   }
+   return std::holds_alternative<TableView::Unread>(cell) ? "never read" : "not supported";
 }
 
 // No formatted print, as a direct table may be long.
@@ -212,11 +217,7 @@ void TextShow::printViewLine(std::span<const Cell> cells) {
    for (std::size_t i = 0; i < columns_.size(); ++i) {
       const TableView::Column& column = columns_[i];
       const bool isRight = column.holds != TableView::Holds::text && column.holds != TableView::Holds::remark;
-      const Kiln::String* const label = std::get_if<Kiln::String>(&cells[i]);
-      const Kiln::String text = label != nullptr ? *label
-                                : column.holds == TableView::Holds::age
-                                     ? Kiln::durationText(static_cast<double>(countOf(cells[i])) / 1000)
-                                     : std::to_string(countOf(cells[i]));
+      const Kiln::String text = cellText(cells[i], column.holds == TableView::Holds::age);
       const Kiln::String padding(column.width > text.size() ? column.width - text.size() : 0, ' ');
       line += "  " + (isRight ? padding + text : text + padding);
    }

@@ -98,8 +98,8 @@ A word that is an interface's name means that interface, whatever else it is.
    stale            not read for three polling intervals
    never read       nor ever
    agent gone       no agent is running that could read it
-   not supported    there is no such counter
-   -                not known
+   not supported    there is no such counter; N/A in the agent's tables
+   -                not known: as a rate before the second reading
 )"},
      Topic{"intf", "an interface: 'help names'"},
      Topic{"interface", "an interface: 'help names'"},

@@ -75,8 +75,11 @@ ShownCell useCell(const PublishedRow& row, const NamedCounter& octets) {
 
 ShownCell columnCell(const Column& column, const PublishedRow& row, const NamedCounter* counter,
                      const RecordRequest& request) {
-   if (counter == nullptr || !counter->isRead) {
+   if (counter == nullptr) {
       return {unknown};
+   }
+   if (!counter->isRead) {
+      return {text(Activity::neverRead)};
    }
    if (column.shows == Column::Shows::use) {
       return useCell(row, *counter);
@@ -256,7 +259,7 @@ ShownTable wholeOf(const RecordRequest& request, const PublishedTable& table, co
       if (request.has(raw) && !one.reading) {
          line.cells.back() = {"not supported"};
       } else if (!one.isRead) {
-         line.cells.back() = {"never read"};
+         line.cells.back() = {text(Activity::neverRead)};
       }
       if (request.has(rates)) {
          line.cells.push_back({one.rate ? std::to_string(Vex::wholeRate(*one.rate)) : "-"});
@@ -343,16 +346,26 @@ void addUse(JsonWriter* out, const PublishedRow& row) {
 
 void addCounters(JsonWriter* out, const RecordRequest& request, const Vex::RecordText& text) {
    const auto isShown = [&](const NamedCounter& one) { return one.isError || !request.has(errors); };
+   std::vector<String> unsupported;
    out->begin(request.has(raw) ? "readings" : "totals", '{');
    for (const NamedCounter& one : text.counters) {
       const U64 count = countOf(one, request);
-      if (isShown(one) && !(one.isRead && (!request.has(raw) || one.reading))) {
+      const bool isUnsupported = request.has(raw) && !one.reading;
+      if (isShown(one) && (isUnsupported || !one.isRead)) {
          out->null(one.name);
+         unsupported.insert(unsupported.end(), isUnsupported ? 1 : 0, one.name);
       } else if (isShown(one) && (count != 0 || !request.has(nonzero))) {
          out->value(one.name, count);
       }
    }
    out->end('}');
+   if (!unsupported.empty()) {
+      out->begin("not-supported", '[');
+      for (const String& name : unsupported) {
+         out->value("", std::string_view(name));
+      }
+      out->end(']');
+   }
    if (!request.has(rates)) {
       return;
    }

@@ -342,8 +342,11 @@ TEST_F(RecordViewer, TextAndJsonOfEveryViewAgree) {
          for (const auto& [heading, member] : members) {
             if (row.contains(heading)) {
                const String name = (isQueue ? "queue." + row.at("Queue") + "." : "") + member;
-               const auto& total = json["totals"].contains(name) ? json["totals"][name] : nlohmann::json();
-               EXPECT_EQ(row.at(heading), total.is_null() ? "-" : total.dump()) << where << ": " << name;
+               const auto& totals = json["totals"];
+               const String told = !totals.contains(name)   ? "-"
+                                   : totals[name].is_null() ? "never read"
+                                                            : totals[name].dump();
+               EXPECT_EQ(row.at(heading), told) << where << ": " << name;
                ++counts;
             }
          }
@@ -354,6 +357,9 @@ TEST_F(RecordViewer, TextAndJsonOfEveryViewAgree) {
       }
    }
    EXPECT_EQ(counts, 15U + 9 + 18 + 4 + 4 + 4);
+   const auto readings = nlohmann::json::parse(view("interfaces Ethernet1 raw json"))["interfaces"][0];
+   EXPECT_EQ(readings["not-supported"], nlohmann::json{"out-queue-drops"});
+   EXPECT_TRUE(readings["readings"]["out-queue-drops"].is_null());
    EXPECT_EQ(states, (std::set<String>{"up", "idle", "no rate", "stale", "never read", "ok"}));
    EXPECT_TRUE(std::regex_search(view("interfaces errors"), std::regex("Ethernet1 .* 183.0M +0 +creation\n")))
         << view("interfaces errors");
