@@ -76,20 +76,20 @@ U64 pendingVlans(const ManagerAccess& mgr, ZelId::ZelDevId devId) {
 
 TableView healthView(ZelCounters& chip, const ManagerAccess& mgr, bool isFirst) {
    TableView table{"Health of chip " + chip.chipName(),
-                   {{"Chip", Holds::text, 6},
-                    {"Verdict", Holds::text, 8},
-                    {"Up", Holds::age, 8},
-                    {"MAC read", Holds::age, 8},
-                    {"Tables", Holds::age, 8},
-                    {"Queues", Holds::age, 8},
-                    {"Traffic manager", Holds::age, 15},
-                    {"Outstanding", Holds::counter, 11},
-                    {"Refused", Holds::counter, 7},
-                    {"Unanswered", Holds::counter, 10},
-                    {"Late", Holds::counter, 4},
-                    {"Wraps", Holds::counter, 5},
-                    {"Upsets", Holds::counter, 6},
-                    {"VLANs pending", Holds::counter, 13}}};
+                   {{"Chip", Holds::text},
+                    {"Verdict", Holds::text},
+                    {"Up", Holds::age},
+                    {"MAC read", Holds::age},
+                    {"Tables", Holds::age},
+                    {"Queues", Holds::age},
+                    {"Traffic manager", Holds::age},
+                    {"Outstanding", Holds::counter},
+                    {"Refused", Holds::counter},
+                    {"Unanswered", Holds::counter},
+                    {"Late", Holds::counter},
+                    {"Wraps", Holds::counter},
+                    {"Upsets", Holds::counter},
+                    {"VLANs pending", Holds::counter}}};
    const Readings& readings = chip.readings();
    U64 outstanding = 0;
    bool isTroubled = false;

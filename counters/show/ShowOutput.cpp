@@ -58,8 +58,8 @@ void ShowOutput::tellReadings(const Kiln::String& chipName) {
    }
 }
 
-void ShowOutput::view(const TableView& table) {
-   tableBegin({table.title, table.columns, TableLayout::view});
+void ShowOutput::view(const TableView& table, TableLayout layout) {
+   tableBegin({table.title, table.columns, layout});
    for (std::size_t i = 0; i < table.rows.size() && ok(); ++i) {
       row(table.rows[i]);
    }
