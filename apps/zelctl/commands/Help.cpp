@@ -129,6 +129,14 @@ String lineOf(std::string_view word, std::string_view meaning) {
 
 } // namespace
 
+Words helpTopics() {
+   Words all;
+   for (const Topic& topic : topics) {
+      all.emplace_back(topic.word);
+   }
+   return all;
+}
+
 String helpOn(const Words& words) {
    if (words.size() < 2) {
       String text = "'help WORD' explains one of these. A line that ends in ? lists what may come\n"
@@ -139,10 +147,7 @@ String helpOn(const Words& words) {
       return text;
    }
    // Of a line, the last word is in question.
-   Words all;
-   for (const Topic& topic : topics) {
-      all.emplace_back(topic.word);
-   }
+   const Words all = helpTopics();
    const String& word = words.back();
    const Words meant = Kiln::wordsMeant(word, all);
    if (meant.empty()) {

@@ -6,6 +6,7 @@
 #include "apps/zelctl/views/TextTable.h"
 #include "kiln/Choices.h"
 #include "kiln/JsonWriter.h"
+#include "kiln/NameChoice.h"
 
 #include <algorithm>
 
@@ -473,15 +474,21 @@ String viewRecords(const std::vector<String>& words, const Silo::Store& store, s
    return text;
 }
 
-std::vector<String> viewCandidates(const std::vector<String>& words, const Silo::Store& store) {
+std::vector<String> viewCandidates(const std::vector<String>& words, const String& begun,
+                                   const Silo::Store& store) {
    const View& view = *viewNamed(words.front());
-   std::vector<String> candidates = keywordsOf(view);
+   std::vector<String> names;
    try {
       for (const PublishedRow& row : view.read(store, view.table).rows) {
-         candidates.push_back(row.name);
+         names.push_back(row.name);
       }
    } catch (const std::exception&) { // nothing published: keywords only
    }
+   const bool isNamed = words.size() > 1 && isInterfaceWord(words.back(), names);
+   std::vector<String> candidates = isNamed ? std::vector<String>() : keywordsOf(view);
+   const std::vector<String> continued = Kiln::continuedNames(begun, names);
+   candidates.insert(candidates.end(), names.begin(), names.end());
+   candidates.insert(candidates.end(), continued.begin(), continued.end());
    std::erase_if(candidates, [&](const String& one) {
       return one.empty() || std::ranges::find(words, one) != words.end();
    });
