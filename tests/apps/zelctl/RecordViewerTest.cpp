@@ -251,6 +251,26 @@ TEST_F(RecordViewer, ANameThatExistsComesBeforeWhateverElseTheWordMayMean) {
              "interface needs an interface: expected Vlan20, br-1, intf, json or raw");
 }
 
+TEST_F(RecordViewer, CandidatesAreNamesListsAndRanges) {
+   publishPorts();
+   const auto offered = [&](const Words& words, const String& begun) {
+      return Kiln::joined(ZelCtl::viewCandidates(words, begun, store_), " ");
+   };
+   EXPECT_EQ(offered({"interfaces", "json"}, "E"),
+             "nonzero rates errors raw exact Ethernet1 Ethernet2 Ethernet10");
+   const String names = "Ethernet1 Ethernet2 Ethernet10";
+   EXPECT_EQ(offered({"interfaces", "intf"}, ""), names) << "no keyword may follow";
+   for (const auto& [begun, more] :
+        std::map<String, String>{{"Ethernet1,", " Ethernet1,2 Ethernet1,10"},
+                                 {"Ethernet1,E", " Ethernet1,Ethernet2 Ethernet1,Ethernet10"},
+                                 {"Ethernet1,2-", " Ethernet1,2-10"},
+                                 {"Eth1-", " Eth1-2 Eth1-10"},
+                                 {"Ethernet10-", ""},
+                                 {"Ethernet3-", ""}}) {
+      EXPECT_EQ(offered({"interfaces", "intf"}, begun), names + more) << begun;
+   }
+}
+
 TEST_F(RecordViewer, AMissingTableIsNamed) {
    EXPECT_NE(refusal("vlans").find(Tables::TableName::vlanIntfCounters), String::npos) << refusal("vlans");
 }
