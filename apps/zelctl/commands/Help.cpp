@@ -101,6 +101,17 @@ A word that is an interface's name means that interface, whatever else it is.
    not supported    there is no such counter; N/A in the agent's tables
    -                not known: as a rate before the second reading
 )"},
+     Topic{"filters", "which lines of an answer are shown", R"(
+   ... | include TEXT   only lines with the text
+   ... | exclude TEXT   only those without
+   ... | count          their number
+
+Several may follow each other. Lines that say how old counts are always stay, on
+standard error. In a shell, quote the command with its filters.
+)"},
+     Topic{"include", "of the lines, only those with the text that follows: 'help filters'"},
+     Topic{"exclude", "of the lines, only those without the text that follows: 'help filters'"},
+     Topic{"count", "how many lines: 'help filters'"},
      Topic{"intf", "an interface: 'help names'"},
      Topic{"interface", "an interface: 'help names'"},
      Topic{"nonzero", "leaves out what is 0"},
