@@ -110,8 +110,16 @@ String misplaced(const Words& words, const String& command) {
    if (!isAgentCommand(command)) {
       return rightCommand(words);
    }
-   const bool isShow = words.size() > 2 && String("show").starts_with(words[1]) && isRecordCommand(words[2]);
-   return isShow ? rightCommand({words.begin() + 1, words.end()}) : "";
+   const bool isShow = words.size() > 2 && String("show").starts_with(words[1]);
+   const Words rest(words.begin() + (isShow ? 2 : 1), words.end());
+   if (command != "counters" || rest.empty()) {
+      return "";
+   }
+   if (isRecordCommand(rest.front()) || isLog(rest.front())) {
+      return Kiln::joined(rest, " ");
+   }
+   const String right = isShow ? "" : rightCommand(rest);
+   return right.starts_with("counters show " + rest.front()) ? right : "";
 }
 
 int watch(const Client& client, const WatchRequest& request, Signals* signals) {
