@@ -185,7 +185,15 @@ int runLine(const Client& client, const String& line, Signals* signals) {
          return complain("no command: 'zelctl help' lists them");
       }
       if (words.back().ends_with('?')) {
-         return print(helpOnNext(completionsOf(client, line.substr(0, line.rfind('?')))), printing);
+         const Words next = completionsOf(client, line.substr(0, line.rfind('?')));
+         const bool needsAgent = next.empty() && isAgentCommand(commandNamed(words.front()));
+         const String error =
+              needsAgent ? client.ask("complete", signals, {.inAll = 1, .isSaid = false}).error : "";
+         if (error.empty()) {
+            return print(helpOnNext(next), printing);
+         }
+         printError(error);
+         return refused;
       }
       const String command = commandNamed(words.front());
       if (command == "help") {
