@@ -9,6 +9,7 @@
 #include "kiln/ActivityLock.h"
 #include "kiln/ActivityManager.h"
 #include "kiln/Choices.h"
+#include "kiln/MappedFault.h"
 #include "kiln/OperatorLog.h"
 
 #include <atomic>
@@ -179,6 +180,7 @@ int runAgent(const Options& options) {
 int main(int argc, char** argv) {
    // A client or reader that leaves is then an error of one write, and not the end of the agent.
    std::signal(SIGPIPE, SIG_IGN);
+   Kiln::surviveMappedFaults();
    openStandardStreams();
    // Line by line, so that text written through descriptors and through streams appears in its order.
    std::setvbuf(stdout, nullptr, _IOLBF, 0);

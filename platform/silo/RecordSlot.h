@@ -41,6 +41,13 @@ class alignas(cacheLine) RecordSlot {
    // For the one writer. `checksum` is the content's; the journal has just computed it.
    void write(const RecordContent& content, std::uint64_t checksum);
    void clear();
+   // Whether the head of the slot is that of this record, as its writer left it. Cheap where the record is about to be
+   // written.
+   bool isHeadedBy(const Key& key, std::uint64_t generation) const {
+      constexpr auto relaxed = std::memory_order_relaxed;
+      return (sequence_.load(relaxed) & 1) == 0 && generation_.load(relaxed) == generation &&
+             keyHash_.load(relaxed) == key.hash() && key_[0].load(relaxed) == key.words()[0];
+   }
 
    enum class State {
       whole,

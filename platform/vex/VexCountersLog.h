@@ -12,6 +12,7 @@ namespace Vex {
 
 extern const Kiln::LogMessage VEX_COUNTERS_PUBLISH_ERROR;
 extern const Kiln::LogMessage VEX_COUNTERS_TABLE_CORRUPT;
+extern const Kiln::LogMessage VEX_COUNTERS_TABLE_LOST;
 extern const Kiln::LogMessage VEX_COUNTERS_TABLE_TAKEN_OVER;
 
 // The corruption handler of the shared tables.
