@@ -11,6 +11,7 @@
 #include "kiln/Choices.h"
 #include "kiln/MappedFault.h"
 #include "kiln/OperatorLog.h"
+#include "kiln/Utf8.h"
 
 #include <atomic>
 #include <cerrno>
@@ -130,7 +131,7 @@ int runScenario(const Options& options) {
 // Prints log messages for the operator as they come.
 void logToStandardError() {
    Kiln::OperatorLog::instance().sinkIs([](const Kiln::OperatorLog::Entry& entry) {
-      std::fprintf(stderr, "%s\n", Agent::logText(entry).c_str());
+      std::fprintf(stderr, "%s\n", Kiln::printable(Agent::logText(entry)).c_str());
    });
 }
 
@@ -169,7 +170,8 @@ int runAgent(const Options& options) {
                   options.readSocketPath.c_str());
    }
    if (hostPorts) {
-      std::printf("zelagent: ports are the host's: %s\n", Kiln::joined(hostPorts->names(), ", ").c_str());
+      std::printf("zelagent: ports are the host's: %s\n",
+                  Kiln::printable(Kiln::joined(hostPorts->names(), ", ")).c_str());
    }
    manager->run();
    return 0;
@@ -201,7 +203,7 @@ int main(int argc, char** argv) {
       std::cerr << "% not enough memory: start with fewer chips, pipes or ports, or allow the process more\n";
       return cannotRun;
    } catch (const std::exception& error) {
-      std::cerr << "% " << Agent::printableLine(error.what()) << '\n';
+      std::cerr << "% " << Kiln::printable(error.what()) << '\n';
       return cannotRun;
    }
 }

@@ -111,7 +111,8 @@ bool RawTable::restoreIdentity(const RecordLayout& layout) {
    }
    const TableGeometry geometry(layout);
    std::vector<std::byte> payload(layout.size + bytesPerRow);
-   for (std::size_t i = 0; i < std::min(geometry.capacityOf(mapping_.size()), TableHeader::maxCapacity); ++i) {
+   for (std::size_t i = 0; i < std::min(geometry.capacityOf(mapping_.size()), TableHeader::maxCapacity);
+        ++i) {
       const auto& found = *reinterpret_cast<const RecordSlot*>(mapping_.data() + geometry.slotsOffset +
                                                                i * geometry.slotStride);
       RecordInfo info;

@@ -104,11 +104,11 @@ class RawTable {
    std::vector<std::uint64_t> looked_;      // the generations when mend() looked last
    std::vector<bool> isLost_;               // by slot: missing or overwritten, and reported
    std::uint64_t losses_ = 0;
-   bool isNameLost_ = false; // reported, and not yet made anew
-   std::uint64_t highestGeneration_ = 0;    // see TableHeader
+   bool isNameLost_ = false;             // reported, and not yet made anew
+   std::uint64_t highestGeneration_ = 0; // see TableHeader
    std::uint64_t removedGeneration_ = 0;
-   std::vector<SlotIndex> free_;    // the last one is used next
-   SlotIndex nextGuess_ = 0;        // after the one written last: passes write records in one order
+   std::vector<SlotIndex> free_;            // the last one is used next
+   SlotIndex nextGuess_ = 0;                // after the one written last: passes write records in one order
    mutable std::vector<std::byte> scratch_; // room for one record, in whole rows
 };
 

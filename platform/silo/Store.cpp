@@ -100,7 +100,8 @@ Mapping Store::openForWriting(const std::string& table) const {
 
 Mapping Store::openSuccessor(const std::string& table) const {
    const std::string path = successorPathOf(table);
-   removeSuccessor(table); // a killed writer may have left one; what cannot be removed is an error of the next call
+   removeSuccessor(
+        table); // a killed writer may have left one; what cannot be removed is an error of the next call
    const int descriptor = create(path);
    if (descriptor < 0) {
       fail(table, "create a successor of", errno);
@@ -133,7 +134,8 @@ std::string Store::lossOf(const std::string& table, const Mapping& mapping) cons
       return "was replaced by another file";
    }
    if (mapping.isLost() || static_cast<std::size_t>(status.st_size) < mapping.size()) {
-      return "was cut to " + std::to_string(status.st_size) + " of " + std::to_string(mapping.size()) + " bytes";
+      return "was cut to " + std::to_string(status.st_size) + " of " + std::to_string(mapping.size()) +
+             " bytes";
    }
    return "";
 }

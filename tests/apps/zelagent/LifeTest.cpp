@@ -128,23 +128,23 @@ TEST_F(Life, AStartThatFailsSaysWhyAndLeavesNothingBehind) {
 }
 
 TEST_F(Life, EveryTableThatIsRemovedIsThereAgainAfterAPollingPass) {
-   const auto fileOf = [](const Kiln::String& table) {
-      return "/dev/shm/" + ZelAgent::SwitchAgentConfig{}.tablePrefix + "-test-" + std::to_string(getpid()) + "." +
-             table;
-   };
-   start({});
+   const TemporaryFolder folder;
+   const auto fileOf = [&](const Kiln::String& table) { return folder.path() + "/" + table; };
+   start({.siloFolder = folder.path()});
    advance(4.0);
    LoggedMessages logged;
    std::vector<testing::Matcher<std::string>> expected;
    for (const Kiln::String table : Silo::Interface::TableName::all) {
       ASSERT_TRUE(std::filesystem::remove(fileOf(table))) << table;
-      expected.push_back(testing::HasSubstr("VEX_COUNTERS_TABLE_LOST Shared counters table " + table + " was removed"));
+      expected.push_back(
+           testing::HasSubstr("VEX_COUNTERS_TABLE_LOST Shared counters table " + table + " was removed"));
    }
    advance(4.0);
    EXPECT_THAT(logged.take(), testing::UnorderedElementsAreArray(expected));
    for (const Kiln::String table : Silo::Interface::TableName::all) {
       EXPECT_TRUE(std::filesystem::exists(fileOf(table))) << table;
    }
+   agent_.reset(); // before the folder
 }
 
 } // namespace

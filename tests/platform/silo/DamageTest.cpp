@@ -289,7 +289,8 @@ TEST_F(LostTable, IsNoticedReportedOnceAndMadeAnewForReadersToo) {
    };
    const Loss losses[] = {
         {"was removed", [](const std::string& file) { std::filesystem::remove(file); }, count},
-        {"was removed", [](const std::string& file) { std::filesystem::rename(file, file + ".moved"); }, count},
+        {"was removed", [](const std::string& file) { std::filesystem::rename(file, file + ".moved"); },
+         count},
         {"was replaced by another file",
          [](const std::string& file) {
             std::ofstream(file + ".other") << "other";
@@ -385,7 +386,8 @@ TEST_F(LostTable, OverwrittenRecordsAreReportedOnceWhoeverWritesThem) {
    Silo::Sample<Small> sample;
    // In one record the payload, of others also the keys.
    overwrite(fileOf("t"), slotOffset<Small>(99) + payloadOffset + 9, "!");
-   overwrite(fileOf("t"), slotOffset<Small>(10), std::string(slotOffset<Small>(20) - slotOffset<Small>(10), '\0'));
+   overwrite(fileOf("t"), slotOffset<Small>(10),
+             std::string(slotOffset<Small>(20) - slotOffset<Small>(10), '\0'));
    ASSERT_EQ(mend(), 1u);
    EXPECT_EQ(corruptions_[0].key, "10");
    EXPECT_NE(corruptions_[0].text.find("10 more"), std::string::npos) << corruptions_[0].text;

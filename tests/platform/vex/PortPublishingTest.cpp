@@ -111,9 +111,10 @@ TEST_F(PortPublishing, LostTablesComeBackWithTotalsAndClears) {
    EXPECT_EQ(record(TableName::intfClearCounters).createdUnixTime, created);
    poll(octets, 1800);
    EXPECT_EQ(published().totals[inOctets], 1800U);
-   EXPECT_THAT(logged.take(),
-               testing::ElementsAre(testing::HasSubstr("VEX_COUNTERS_TABLE_LOST Shared counters table IntfCounters"),
-                                    testing::HasSubstr("table IntfClearCounters was cut to 0 of")));
+   EXPECT_THAT(
+        logged.take(),
+        testing::ElementsAre(testing::HasSubstr("VEX_COUNTERS_TABLE_LOST Shared counters table IntfCounters"),
+                             testing::HasSubstr("table IntfClearCounters was cut to 0 of")));
    std::signal(SIGBUS, SIG_DFL);
 }
 
