@@ -289,7 +289,7 @@ bool RawTable::restoreSlot(SlotIndex i) {
 bool RawTable::mendSlot(SlotIndex i) {
    Key key;
    RecordInfo info;
-   const std::optional<std::uint64_t> journalled =
+   const std::optional<RecordChecksums> journalled =
         journal().take(i, key, info, scratch_.data(), layout_.size);
    if (!journalled) {
       key = slot(i).intactKey();

@@ -254,6 +254,24 @@ TEST_F(Damage, TheWritersOwnReadFindsDamageAndEveryReadReportsIt) {
    EXPECT_EQ(corruptions_.size(), 2u);
 }
 
+TEST_F(Damage, FlippedBitsAtTheTopsOfTwoWordsAreFound) {
+   Silo::Table<Large> table(store_, "large", Large(), options());
+   Silo::TableReader<Large> reader(store_, "large");
+   Silo::Sample<Large> sample;
+   const auto flip = [&](std::size_t word) {
+      const std::size_t top = slotOffset<Large>(0) + payloadOffset + 8 * word + 7;
+      overwrite(fileOf("large"), top,
+                std::string(1, static_cast<char>(bytesOf(fileOf("large"))[top] ^ 0x80)));
+   };
+   for (std::size_t other = 1; other < sizeof(Large) / 8; ++other) {
+      table.recordIs("a", Large(other), 1.0);
+      flip(0);
+      flip(other);
+      // Only two rows apart, and by multiples of that, does one lane's damage cancel out.
+      EXPECT_EQ(reader.read("a", sample), other % 8 == 0 ? ReadResult::ok : ReadResult::corrupt) << other;
+   }
+}
+
 // What somebody may do to the file of a table whose writer is running.
 struct Loss {
    const char* found; // a part of the report
