@@ -1,6 +1,9 @@
 // Rows as objects, each written out at once: a table may be larger than what memory should hold twice.
 #include "counters/show/JsonShow.h"
 
+#include "kiln/Time.h"
+
+#include <algorithm>
 #include <cmath>
 #include <utility>
 
@@ -10,6 +13,10 @@ namespace {
 
 Kiln::String keyOf(const TableView::Column& column) {
    return Kiln::String(column.name) + (column.holds == TableView::Holds::age ? "-ms" : "");
+}
+
+U64 milliseconds(double seconds) {
+   return static_cast<U64>(std::llround(std::max(seconds, 0.0) * 1000));
 }
 
 } // namespace
@@ -60,8 +67,11 @@ void JsonShow::notes(const std::vector<Kiln::String>& texts) {
    json_.end(']');
 }
 
-void JsonShow::tableReading(const ReadingState& state) {
-   reading_ = reading_ ? reading_->with(state) : state;
+void JsonShow::tableReading(const ToldReading& told) {
+   reading_ = reading_ ? reading_->with(told.state) : told.state;
+   if (told.cleared && (!cleared_ || cleared_->time < told.cleared->time)) {
+      cleared_ = told.cleared;
+   }
 }
 
 void JsonShow::documentEnd() {
@@ -72,6 +82,8 @@ void JsonShow::documentEnd() {
 
 void JsonShow::tableBegin(const TableHeading& heading) {
    columns_ = heading.columns;
+   isSinceClear_ = (heading.layout != TableLayout::view && heading.layout != TableLayout::overview) ||
+                   !heading.since.empty();
    notes_.clear();
    tablesBegin();
    json_.newLine();
@@ -90,6 +102,7 @@ void JsonShow::tableBegin(const TableHeading& heading) {
 void JsonShow::row(std::span<const Cell> cells) {
    json_.newLine();
    json_.begin("", '{');
+   std::vector<const TableView::Column*> unsupported;
    for (std::size_t i = 0; i < columns_.size(); ++i) {
       const TableView::Column& column = columns_[i];
       if (const U64* const number = std::get_if<U64>(&cells[i])) {
@@ -97,9 +110,18 @@ void JsonShow::row(std::span<const Cell> cells) {
       } else if (column.holds == TableView::Holds::text) {
          json_.value(column.name, std::string_view(std::get<Kiln::String>(cells[i])));
       } else if (column.holds != TableView::Holds::remark) {
-         // N/A, "-" and never read: no number in a number's column.
          json_.null(keyOf(column));
+         if (std::holds_alternative<TableView::Unsupported>(cells[i])) {
+            unsupported.push_back(&column);
+         }
       }
+   }
+   if (!unsupported.empty()) {
+      json_.begin("not-supported", '[');
+      for (const TableView::Column* const column : unsupported) {
+         json_.value("", std::string_view(keyOf(*column)));
+      }
+      json_.end(']');
    }
    json_.end('}');
    flush();
@@ -109,7 +131,7 @@ void JsonShow::tableEnd(bool /*hasClosingLine*/) {
    json_.end(']');
    if (const std::optional<ReadingState> state = std::exchange(reading_, std::nullopt)) {
       if (state->age) {
-         json_.value("age-ms", static_cast<U64>(std::llround(*state->age * 1000)));
+         json_.value("age-ms", milliseconds(*state->age));
       } else {
          json_.null("age-ms");
       }
@@ -117,6 +139,14 @@ void JsonShow::tableEnd(bool /*hasClosingLine*/) {
          json_.null("status");
       } else {
          json_.value("status", std::string_view(state->trouble));
+      }
+      const Cleared cleared = std::exchange(cleared_, std::nullopt);
+      if (cleared) {
+         json_.value("cleared-age-ms", milliseconds(Kiln::System::currentTime() - cleared->time));
+         json_.value("cleared-by", std::string_view(cleared->who));
+      } else if (isSinceClear_) {
+         json_.null("cleared-age-ms");
+         json_.null("cleared-by");
       }
    }
    notes(notes_);

@@ -9,8 +9,18 @@
 
 namespace ZelCounter {
 
-// How a table looks as text. A `view` is laid out by its columns; the others are fixed.
-enum class TableLayout : U8 { view, mac, catalogue, directTable, indirectTable, pdpInterface, pdpAll };
+// How a table looks as text. A `view` is laid out by its columns. The tables of an `overview` have the same columns, and
+// become one, folded where a line gets too long; it stands at the document's end. The others are fixed.
+enum class TableLayout : U8 {
+   view,
+   overview,
+   mac,
+   catalogue,
+   directTable,
+   indirectTable,
+   pdpInterface,
+   pdpAll
+};
 
 // When the text's heading is printed: at the table's beginning, with the first row if there is one, or it was before.
 enum class HeadingTime : U8 { atOnce, withFirstRow, before };
@@ -20,6 +30,7 @@ struct TableHeading {
    std::span<const TableView::Column> columns; // outlive the table's end
    TableLayout layout;
    HeadingTime time = HeadingTime::atOnce;
+   Kiln::String since = {}; // of a view: the title goes on with it in text; programs have it as numbers
 };
 
 // Each table is begun, then has its rows, then its notes in any order among them, then its end.
@@ -52,7 +63,8 @@ class ShowOutput {
 
    // A reading of the table that ends next, or, with `hasTable` false, one that nothing is shown of.
    void reading(const ToldReading& told, bool hasTable = true);
-   // After the operations on a chip: a line for each trouble of what they showed, which is forgotten then.
+   // After the operations on a chip: a line for each trouble of what they showed, and for each clear that no title tells.
+   // All is forgotten then.
    void tellReadings(const Kiln::String& chipName);
 
    // Instead of a table.
@@ -62,11 +74,11 @@ class ShowOutput {
    // Instead of all tables of a chip whose construction is not complete.
    virtual void uninitialized() = 0;
 
-   void view(const TableView& table);
+   void view(const TableView& table, TableLayout layout = TableLayout::view);
 
  protected:
-   // The state of the table that ends; nothing if it isn't made of readings.
-   virtual void tableReading(const ReadingState& /*state*/) {}
+   // Of the table that ends; nothing if it isn't made of readings.
+   virtual void tableReading(const ToldReading& /*told*/) {}
    // Of a chip, after its tables.
    virtual void chipNote(const Kiln::String& text) = 0;
 

@@ -1,6 +1,7 @@
 // A table that a show operation has made, to be laid out elsewhere.
 #pragma once
 
+#include "counters/chip/Clears.h"
 #include "counters/chip/Readings.h"
 
 #include <variant>
@@ -12,6 +13,7 @@ namespace ZelCounter {
 struct ToldReading {
    Kiln::String what;
    ReadingState state;
+   Cleared cleared = {}; // what is shown of it
 };
 
 struct TableView {
@@ -29,10 +31,12 @@ struct TableView {
       Holds holds;
       unsigned width = 0; // in a view, at least; numbers are at its right end
    };
-   // A count that was never read: 0 in text, null in JSON; a note says why.
+   // A count that was never read; a note says why.
    struct Unread {};
-   // A number or a text. In a number's column a text stands for its absence.
-   using Cell = std::variant<U64, Kiln::String, Unread>;
+   // A count that the row does not have, or that the chip does not support.
+   struct Unsupported {};
+   // Text for a label or a remark; the others for numbers. The last two are null in JSON, which lists the latter.
+   using Cell = std::variant<U64, Kiln::String, Unread, Unsupported>;
 
    Kiln::String title;
    std::vector<Column> columns;
@@ -40,6 +44,7 @@ struct TableView {
    std::vector<Kiln::String> notes = {};          // what could not be read, and why
    std::vector<Kiln::String> unprintedNotes = {}; // of remarks
    std::vector<ToldReading> readings = {};        // that the rows are from
+   bool isSinceClear = false;                     // the title goes on with when that was
 };
 
 } // namespace ZelCounter

@@ -206,7 +206,7 @@ void TableCounters::showDirectTable(ShowOutput& out, const ZlTableCounter* info,
    const U32 status = directRows(out, *info, pipeId, nonZeroOnly);
    chip().readings().attempted({ReadingKey::Kind::tableCopy, info->tableHandle, pipeId},
                                static_cast<int>(status));
-   out.reading(toldTable(*info, pipeId));
+   out.reading(toldTable(*info, pipeId, clears_.last(info->tableHandle, pipeId)));
    out.tableEnd(status == 0);
 }
 
@@ -248,7 +248,7 @@ void TableCounters::showIndirectTable(ShowOutput& out, const ZlTableCounter& inf
                                       bool nonZeroOnly) {
    out.tableBegin({tableTitle(info, pipeId), indirectColumns, TableLayout::indirectTable});
    indirectRows(out, info, pipeId, nonZeroOnly);
-   out.reading(toldTable(info, pipeId));
+   out.reading(toldTable(info, pipeId, clears_.last(info.tableHandle, pipeId)));
    out.tableEnd();
 }
 
@@ -260,8 +260,8 @@ void TableCounters::indirectRows(ShowOutput& out, const ZlTableCounter& info, Ze
       traceError(out, "Indirect start error: ", status);
       return;
    }
-   const TableView::Cell notCounted = "N/A";
-   // One for all rows, since there may be tens of thousands: a column that isn't counted keeps its N/A.
+   constexpr TableView::Unsupported notCounted;
+   // One for all rows, since there may be tens of thousands: a column that isn't counted stays as it is.
    std::array<TableView::Cell, std::size(indirectColumns)> cells{U64{0}, notCounted, notCounted};
    for (U32 index = 0; index < info.size && out.ok(); ++index) {
       p4_pd_counter_value value{};
@@ -348,6 +348,7 @@ void TableCounters::clear(ShowOutput& out, U32 tableId, ZelId::ZelPipeId pipeId)
    }
    if (status == 0) {
       onClear_(out, *info, pipeId, ClearStage::done);
+      clears_.cleared(info->tableHandle, pipeId);
    }
 }
 

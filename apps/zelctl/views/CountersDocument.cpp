@@ -3,6 +3,7 @@
 
 #include "apps/zelctl/terminal/Utf8.h"
 #include "apps/zelctl/views/JsonReader.h"
+#include "kiln/Choices.h"
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
@@ -28,10 +29,17 @@ String needText(const Json& object, const char* name) {
    return printable(need(object, name, Type::string).get_ref<const String&>());
 }
 
+constexpr const char* unsupportedMember = "not-supported"; // of a row: the counters that it doesn't have
+
+bool isUnsupported(const Json& row, const String& name) {
+   const auto list = row.find(unsupportedMember);
+   return list != row.end() && std::ranges::find(*list, Json(name)) != list->end();
+}
+
 String textOf(const Json& value) {
    switch (value.type()) {
    case Type::null:
-      return "-";
+      return "never read";
    case Type::boolean:
       return value.get<bool>() ? "true" : "false";
    case Type::number_unsigned:
@@ -56,7 +64,8 @@ std::vector<ShownColumn> columnsOf(const Json& rows, const Json& counters) {
          throw std::runtime_error("it has a row that is not an object");
       }
       for (const auto& [name, value] : row.items()) {
-         if (std::ranges::find(columns, name, &ShownColumn::heading) == columns.end()) {
+         if (name != unsupportedMember &&
+             std::ranges::find(columns, name, &ShownColumn::heading) == columns.end()) {
             const bool isCounter = counterNames.contains(name);
             columns.push_back({name, isCounter ? ShownColumn::Kind::counter : ShownColumn::Kind::key});
          }
@@ -71,7 +80,7 @@ ShownRow rowOf(const Json& members, const std::vector<ShownColumn>& columns) {
       const auto found = members.find(column.heading);
       ShownCell cell;
       if (found != members.end()) {
-         cell.text = textOf(*found);
+         cell.text = isUnsupported(members, column.heading) ? "not supported" : textOf(*found);
          if (column.kind == ShownColumn::Kind::counter && found->is_number_unsigned()) {
             cell.count = found->get<U64>();
          }
@@ -81,10 +90,22 @@ ShownRow rowOf(const Json& members, const std::vector<ShownColumn>& columns) {
    return row;
 }
 
-// The table's title, with the chip's name before it if it doesn't end in it.
+// The table's title, with the chip's name before it if it doesn't end in it. Of one that does, the agent's text says in
+// the title when it was cleared; of others, the notes do.
 String titleOf(const String& chip, const Json& object) {
-   const String title = needText(object, "title");
-   return title.ends_with("chip " + chip) ? title : chip + ": " + title;
+   String title = needText(object, "title");
+   if (!title.ends_with("chip " + chip)) {
+      return chip + ": " + title;
+   }
+   const auto age = object.find("cleared-age-ms");
+   if (age == object.end()) {
+      return title;
+   }
+   return title +
+          (age->is_number_unsigned()
+                ? ", since the clear " + Kiln::durationText(static_cast<double>(age->get<U64>()) / 1e3) +
+                       " ago by " + needText(object, "cleared-by")
+                : ", never cleared");
 }
 
 std::vector<String> notesOf(const Json& object) {

@@ -23,15 +23,26 @@ Words wordsOf(const String& text) {
    return {std::istream_iterator<String>(words), {}};
 }
 
+// What follows the title of a table that counts since a clear.
+const char* const sinceMark = ", since the clear";
+const char* const neverMark = ", never cleared";
+
 // Throws if there is none.
 const Json::array_t& listOf(const Json& object, const char* name) {
    return object.at(name).get_ref<const Json::array_t&>();
 }
 
+constexpr const char* unsupported = "not-supported"; // of a row: names those of its nulls
+
 Words cellWords(const Json& cell) {
-   return cell.is_null()              ? Words{"-"}
-          : cell.is_number_unsigned() ? Words{std::to_string(cell.get<U64>())}
-                                      : wordsOf(cell.get<String>());
+   return cell.is_number_unsigned() ? Words{std::to_string(cell.get<U64>())} : wordsOf(cell.get<String>());
+}
+
+// A null as the text says it.
+Words nullWords(const Json& row, const String& column) {
+   const Json::array_t none;
+   const auto& names = row.contains(unsupported) ? listOf(row, unsupported) : none;
+   return wordsOf(std::ranges::count(names, Json(column)) != 0 ? "not supported" : "never read");
 }
 
 std::vector<const Json*> tablesOf(const Json& document) {
@@ -44,14 +55,16 @@ std::vector<const Json*> tablesOf(const Json& document) {
    return tables;
 }
 
-// The document's rows as words, with "-" for null.
+// The document's rows as words.
 std::vector<Words> rowsOf(const Json& document) {
    std::vector<Words> rows;
    for (const Json* table : tablesOf(document)) {
       for (const Json& row : listOf(*table, "rows")) {
          Words& words = rows.emplace_back();
          for (const auto& [column, cell] : row.items()) {
-            const Words more = cellWords(cell);
+            const Words more = cell.is_null()          ? nullWords(row, column)
+                               : column == unsupported ? Words()
+                                                       : cellWords(cell);
             words.insert(words.end(), more.begin(), more.end());
          }
       }
@@ -109,11 +122,13 @@ std::vector<Words> rowsOf(const String& text, const Json& document) {
    std::vector<Words> rows;
    std::istringstream lines(text);
    for (String line; std::getline(lines, line);) {
-      Words words = wordsOf(line);
+      Words words = wordsOf(line.substr(0, std::min(line.find(sinceMark), line.find(neverMark))));
       if (line.compare(0, 3, "===") == 0 || others.count(words) != 0) {
          continue;
       }
-      std::replace(words.begin(), words.end(), String("N/A"), String("-"));
+      if (const auto absent = std::ranges::find(words, "N/A"); absent != words.end()) {
+         words.insert(words.erase(absent), {"not", "supported"});
+      }
       // The remark behind each counter of the traffic manager.
       words.erase(std::find_if(words.begin(), words.end(),
                                [](const String& word) { return word == "ok" || word == "Error"; }),
@@ -133,12 +148,12 @@ void expectLabelled(const Json& table) {
    for (const Json& row : listOf(table, "rows")) {
       std::vector<Words> label;
       for (const auto& [column, cell] : row.items()) {
-         if (counters.count(column) == 0) {
+         if (counters.count(column) == 0 && column != unsupported) {
             label.push_back(cellWords(cell));
          }
          EXPECT_TRUE(counters.count(column) == 0 || !cell.is_string()) << column << " " << cell;
       }
-      EXPECT_EQ(row.size(), label.size() + counters.size());
+      EXPECT_EQ(row.size(), label.size() + counters.size() + row.count(unsupported));
       EXPECT_TRUE(labels.insert(label).second) << testing::PrintToString(label);
    }
 }
@@ -267,14 +282,60 @@ TEST_F(CountersJson, TellsTheAgeOfEveryViewOfAChipThatIsSilent) {
    EXPECT_THAT(logged.take(), testing::SizeIs(2));
 }
 
+TEST_F(CountersJson, TellsWhenEachViewWasClearedAndByWhom) {
+   start({.chips = 2, .pipes = 2, .ports = 4});
+   advance(10.0);
+   ask("chip Zel0 clear");
+   advance(7.0);
+   for (const String& keywords : shows) {
+      if (keywords == "show table vlanB pipe 1") {
+         continue; // refused
+      }
+      SCOPED_TRACE(keywords);
+      expectSame(keywords);
+      const Json document = readJson(ask(keywords + " json").text);
+      const bool isOther = keywords.find("mau-") != String::npos; // has its own clear only
+      for (const Json& chip : listOf(document, "chips")) {
+         const bool isCleared = chip.at("chip") == "Zel0" && !isOther;
+         for (const Json& table : listOf(chip, "tables")) {
+            if (!isCleared) {
+               EXPECT_TRUE(!table.contains("cleared-by") || table.at("cleared-by").is_null()) << table;
+               continue;
+            }
+            EXPECT_EQ(table.at("cleared-age-ms"), 7000U) << table;
+            EXPECT_EQ(table.at("cleared-by"), "the test");
+         }
+         const String text = ask("chip " + chip.at("chip").get<String>() + " " + keywords).text;
+         EXPECT_EQ(isCleared, text.find("7 s ago by the test") != String::npos) << text;
+      }
+   }
+   // A part alone: the title has no room for two.
+   ask("chip Zel0 clear table ingressPortDropCount pipe 1");
+   advance(2.0);
+   const String drops = ask("chip Zel0 show drop").text;
+   EXPECT_THAT(drops, testing::HasSubstr("Drops by port, chip Zel0, since the clears below"));
+   EXPECT_THAT(chipNotesOf(drops),
+               testing::Contains("Zel0, ingressPortDropCount pipe 1: cleared 2 s ago by the test"));
+   expectSame("chip Zel0 show drop");
+   // The port begins again.
+   const auto port = agent_->portOf("Ethernet1");
+   port.chip.rmonIs(port.devicePort, 0, 50);
+   advance(2.0);
+   ask("clear mac");
+   port.chip.rmonIs(port.devicePort, 0, 7);
+   advance(2.0);
+   ask("show mac");
+   EXPECT_EQ(ask("show mac intf Ethernet1").text.find("cleared"), String::npos);
+}
+
 TEST_F(CountersJson, IsAnOptionOfShowCommandsInAnyOrder) {
    start({.chips = 1, .pipes = 2, .ports = 2});
    advance(4.0);
    const String whole = ask("show pipeline pipe 1 nonzero json").text;
    EXPECT_EQ(whole, "{\"chips\":[\n{\"chip\":\"Zel0\",\"tables\":[\n"
-                    "{\"title\":\"Packets by pipeline stage since the last clear, chip Zel0\","
+                    "{\"title\":\"Packets by pipeline stage, chip Zel0\","
                     "\"counters\":[\"In\",\"Out\",\"Dropped\"],\"rows\":[],\"age-ms\":0,\"status\":null,"
-                    "\"notes\":[]}],\"notes\":[]}]}\n");
+                    "\"cleared-age-ms\":null,\"cleared-by\":null,\"notes\":[]}],\"notes\":[]}]}\n");
    for (const char* const same :
         {"show pipeline json nonzero pipe 1", "s pipel n j p 1", "s pipel j p 1 n"}) {
       EXPECT_EQ(ask(same).text, whole) << same;
@@ -311,7 +372,7 @@ TEST_F(CountersJson, SaysWhyThereIsNothing) {
    const Json unfetched = readJson(ask("chip Zel0 show pdp json").text);
    EXPECT_EQ(notesOf(*tablesOf(unfetched).at(0)), "PDP counters not fetched yet");
    const Json unread = readJson(ask("chip Zel0 show traffic-manager json").text);
-   EXPECT_EQ(rowsOf(unread).at(0), wordsOf("0 in from the pipe - -"));
+   EXPECT_EQ(rowsOf(unread).at(0), wordsOf("0 in from the pipe never read never read"));
    EXPECT_EQ(listOf(*tablesOf(unread).at(0), "notes").at(0), "Pipe 0, in from the pipe: not read yet");
    advance(4.0);
 
@@ -322,7 +383,7 @@ TEST_F(CountersJson, SaysWhyThereIsNothing) {
    agent_->fleet().faults().failNext("bf_pipe_path_counter_get", 22, 1);
    const Json pipeline = readJson(ask("chip Zel0 show pipeline stage parser json").text);
    const auto tables = tablesOf(pipeline);
-   EXPECT_EQ(rowsOf(pipeline).at(0), wordsOf("0 parser - - -"));
+   EXPECT_EQ(rowsOf(pipeline).at(0), wordsOf("0 parser never read never read never read"));
    EXPECT_EQ(listOf(*tables.at(0), "notes").at(0),
              "Error 22 (Internal error) requesting counters for pipe 0, stage parser: shown as last read");
 
