@@ -48,6 +48,8 @@ HardwareMemory::~HardwareMemory() {
 }
 
 void HardwareMemory::unmap() {
+   guards_ = {};
+   headerGuard_ = {};
    for (const auto& region : regions_) {
       if (!region.empty()) {
          munmap(region.data(), region.size_bytes());
@@ -85,6 +87,7 @@ void HardwareMemory::openFile() {
       fail(std::strerror(errno));
    }
    header_ = static_cast<Header*>(mapped);
+   headerGuard_ = Kiln::GuardedMapping(mapped, headerBytes);
    if (isNew) {
       *header_ = Header{fileMagic, fileVersion, fileByteOrder, {}, 0};
       header_->checksum = checksumOf(*header_);
@@ -160,6 +163,9 @@ std::span<U64> HardwareMemory::regionIs(U8 deviceId, const Kiln::String& layout,
    if (mapped == MAP_FAILED) {
       throw std::runtime_error(Kiln::String("no memory for a chip's counters: ") + std::strerror(errno));
    }
+   if (header_ != nullptr) {
+      guards_[deviceId] = Kiln::GuardedMapping(mapped, bytes);
+   }
    return regions_[deviceId] = {static_cast<U64*>(mapped), words};
 }
 
@@ -174,6 +180,7 @@ void HardwareMemory::regionDel(U8 deviceId) {
       header_->slots[deviceId] = Slot{};
       header_->checksum = checksumOf(*header_);
    }
+   guards_[deviceId] = {};
    munmap(region.data(), region.size_bytes());
 }
 

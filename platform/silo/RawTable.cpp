@@ -72,18 +72,13 @@ void RawTable::open(const FormerLayout& former) {
       create(options_.capacity);
    } else if (options_.isBegunAnew) {
       recreate();
-   } else if (std::string problem = problemWith(layout_); problem.empty()) {
+   } else if (holds(layout_)) {
       kept = restoreState();
-   } else if (former.upgrade && problemWith(former.layout).empty()) {
-      takeOver(former);
-      return;
-   } else if (restoreIdentity(layout_)) {
-      kept = restoreState();
-   } else if (former.upgrade && restoreIdentity(former.layout)) {
+   } else if (former.upgrade && holds(former.layout)) {
       takeOver(former);
       return;
    } else {
-      report("", problem, Remedy::recreated);
+      report("", problemWith(layout_), Remedy::recreated);
       recreate();
    }
    // Never fewer than there were: the records stay, and readers have these slots mapped.
@@ -101,6 +96,10 @@ std::string RawTable::problemWith(const RecordLayout& layout) const {
       problem = "has only " + std::to_string(mapping_.size()) + " bytes";
    }
    return problem;
+}
+
+bool RawTable::holds(const RecordLayout& layout) {
+   return problemWith(layout).empty() || restoreIdentity(layout);
 }
 
 // For a table whose identity was overwritten. The records are there all the same, each with a checksum of its own, and
