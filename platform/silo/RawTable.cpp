@@ -41,8 +41,12 @@ RawTable::RawTable(const Store& store, const std::string& name, const RecordLayo
    try {
       open(former);
    } catch (const std::system_error& error) {
+      removeIfNew();
       throw TableError(store_.describe(name_) + ", " + std::to_string(options_.capacity) + " records of " +
                        std::to_string(layout_.size) + " bytes: " + error.what());
+   } catch (...) {
+      removeIfNew();
+      throw;
    }
 }
 
@@ -58,14 +62,22 @@ RawTable::RawTable(const RawTable& successor, const FormerLayout& former, Mappin
 RawTable::~RawTable() {
    state_.writerPid = 0;
    header().stateIs(state_);
+   if (options_.isProvisional) {
+      removeIfNew();
+   }
 }
 
 // The order matters: the identity is checked before anything else is believed, slots are restored before the new
 // state is published, and publishing the state is the last step, since it lets readers in.
 void RawTable::open(const FormerLayout& former) {
-   mapping_ = store_.openForWriting(name_);
+   OpenedTable opened = store_.openForWriting(name_);
+   mapping_ = std::move(opened.mapping);
+   if (!opened.replaced.empty()) {
+      report("", opened.replaced, Remedy::recreated);
+   }
    std::size_t kept = 0;
    if (mapping_.size() == 0) {
+      isNew_ = true;
       create(options_.capacity);
    } else if (options_.isBegunAnew) {
       recreate();
@@ -109,7 +121,7 @@ void RawTable::recreate() {
       reinterpret_cast<TableHeader*>(old.data())->retire();
    }
    store_.remove(name_);
-   mapping_ = store_.openForWriting(name_);
+   mapping_ = store_.openForWriting(name_).mapping;
    create(options_.capacity);
 }
 
@@ -427,6 +439,16 @@ void RawTable::pollingIntervalIs(double seconds) {
    requirePollingInterval(name_, seconds);
    state_.pollingInterval = seconds;
    header().stateIs(state_);
+}
+
+// While the lock is held: what has the name is this writer's own.
+void RawTable::removeIfNew() {
+   if (isNew_) {
+      try {
+         store_.remove(name_);
+      } catch (const TableError&) { // then it stays, whole and empty
+      }
+   }
 }
 
 void RawTable::report(const std::string& key, std::string text, Remedy remedy) const {
