@@ -25,7 +25,7 @@ constexpr U64 fileMagic = 0x3157485f4c455a00; // "\0ZEL_HW1" as it lies in the f
 constexpr U32 fileVersion = 2;
 constexpr U32 formerVersion = 1; // one checksum for the whole header
 constexpr U32 fileByteOrder = 0x01020304;
-constexpr double lockPatience = 0.2; // seconds: an agent that is just ending may still have it
+constexpr double lockPatience = 0.2;      // seconds: an agent that is just ending may still have it
 constexpr std::size_t headerBytes = 4096; // a page, since places are mapped one by one
 
 U64 offsetOf(unsigned deviceId) {
@@ -137,7 +137,8 @@ void HardwareMemory::checkFile() {
 bool HardwareMemory::isUnsealed(U64 fileSize) const {
    const auto* const bytes = reinterpret_cast<const unsigned char*>(header_);
    return fileSize <= headerBytes && header_->magic == 0 &&
-          std::all_of(bytes + offsetof(Header, slots), bytes + headerBytes, [](auto byte) { return byte == 0; });
+          std::all_of(bytes + offsetof(Header, slots), bytes + headerBytes,
+                      [](auto byte) { return byte == 0; });
 }
 
 void HardwareMemory::beginFile() {

@@ -23,11 +23,11 @@ struct SwitchAgentConfig {
    unsigned pipes = 2;  // of each chip
    unsigned ports = 32; // front-panel ports of each chip, spread over its pipes
    ZelSystem::ChipCapabilities capabilities{true, true, true, true};
-   U64 seed = 1;                 // of the synthetic traffic
-   double pollingInterval = 2.0; // seconds, from the first pass on
-   Kiln::String siloFolder{};    // where shared tables live; empty for this user's in shared memory
+   U64 seed = 1;                    // of the synthetic traffic
+   double pollingInterval = 2.0;    // seconds, from the first pass on
+   Kiln::String siloFolder{};       // where shared tables live; empty for this user's in shared memory
    bool tablesAreTemporary = false; // without a folder: only this process can open them then
-   Kiln::String hardwareFile{}; // where hardware counters live; empty for the process's own memory
+   Kiln::String hardwareFile{};     // where hardware counters live; empty for the process's own memory
 };
 
 // One at a time in a process, on the activity manager and time source that are in place. Every call needs the activity

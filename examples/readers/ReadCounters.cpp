@@ -319,9 +319,10 @@ int run(const Options& options) {
       std::cout << help << std::flush;
       return 0;
    }
-   const Silo::Store store = options.folder.empty()
-                                  ? Silo::Store::sharedMemoryOfUserOrRoot(Tables::defaultTablePrefix, options.table)
-                                  : Silo::Store::directory(options.folder);
+   const Silo::Store store =
+        options.folder.empty()
+             ? Silo::Store::sharedMemoryOfUserOrRoot(Tables::defaultTablePrefix, options.table)
+             : Silo::Store::directory(options.folder);
    const View view = readers().at(options.table)(store, options);
    std::cout << (options.isJson ? asJson(view) : asText(view, !options.intf.empty())) << std::flush;
    const bool isWhole =

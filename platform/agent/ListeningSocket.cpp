@@ -38,7 +38,8 @@ void removeStaleSocket(const SocketAddress& address, const Kiln::String& path) {
    }
    if (status.st_uid != geteuid()) {
       throw std::runtime_error(path + " belongs to " + userName(status.st_uid) + ", not to " +
-                               userName(geteuid()) + ": remove it, or choose another socket with --socket PATH");
+                               userName(geteuid()) +
+                               ": remove it, or choose another socket with --socket PATH");
    }
    const Kiln::OwnedFd probe = streamSocket();
    // EAGAIN: the other's queue of connections is full, so it lives.

@@ -52,7 +52,7 @@ std::string distrustOf(const struct stat& status) {
 
 void requireTrusted(const std::string& path, const struct stat& status) {
    if (const std::string why = distrustOf(status); !why.empty()) {
-      throw UntrustedFile(path + " " + why + ": remove it, or name another");
+      throw UntrustedFile(path, why, "remove it, or name another");
    }
 }
 
@@ -124,17 +124,16 @@ void requireTrustedFolder(const std::string& path) {
    if (stat(path.c_str(), &status) != 0) {
       return;
    }
-   const char* const advice = ": name a folder that only its owner may write to";
+   std::string why;
    if (!S_ISDIR(status.st_mode)) {
-      throw UntrustedFile(path + " is no folder");
+      why = "is none";
+   } else if (status.st_uid != geteuid() && status.st_uid != 0) {
+      why = "belongs to " + userText(status.st_uid) + ", not to " + userText(geteuid());
+   } else if ((status.st_mode & writableByOthers) != 0 && (status.st_mode & S_ISVTX) == 0) {
+      why = "may be written by others (mode " + modeText(status.st_mode) + ")";
    }
-   if (status.st_uid != geteuid() && status.st_uid != 0) {
-      throw UntrustedFile("the folder " + path + " belongs to " + userText(status.st_uid) + ", not to " +
-                          userText(geteuid()) + advice);
-   }
-   if ((status.st_mode & writableByOthers) != 0 && (status.st_mode & S_ISVTX) == 0) {
-      throw UntrustedFile("the folder " + path + " may be written by others (mode " +
-                          modeText(status.st_mode) + ")" + advice);
+   if (!why.empty()) {
+      throw UntrustedFile("the folder " + path, why, "name one that only its owner may write to");
    }
 }
 

@@ -6,13 +6,19 @@
 #include <stdexcept>
 #include <string>
 #include <sys/types.h>
+#include <utility>
 
 namespace Kiln {
 
 // Something of this name is not what it has to be. The text is one line that names it, says why, and what to do.
 class UntrustedFile : public std::runtime_error {
  public:
-   using std::runtime_error::runtime_error;
+   UntrustedFile(const std::string& name, std::string why, const std::string& advice)
+        : std::runtime_error(name + " " + why + ": " + advice), why_(std::move(why)) {}
+   const std::string& why() const { return why_; } // without name and advice
+
+ private:
+   std::string why_;
 };
 
 struct OpenedFile {

@@ -60,7 +60,8 @@ struct Store::TemporaryFiles {
    std::map<std::string, Kiln::OwnedFd> files; // by table
 };
 
-Store::Store(Kind kind, std::string place, mode_t mode) : kind_(kind), place_(std::move(place)), mode_(mode) {}
+Store::Store(Kind kind, std::string place, mode_t mode)
+     : kind_(kind), place_(std::move(place)), mode_(mode) {}
 
 Store Store::sharedMemory(const std::string& prefix, mode_t mode) {
    requireName("shared memory prefix", prefix);
@@ -183,7 +184,8 @@ Mapping Store::openSuccessor(const std::string& table) const {
       return openForWriting(table).mapping;
    }
    const std::string path = successorPathOf(table);
-   unlink(path.c_str()); // a killed writer may have left one; what cannot be removed is an error of the next call
+   unlink(
+        path.c_str()); // a killed writer may have left one; what cannot be removed is an error of the next call
    const int descriptor = open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, ownerOnly);
    if (descriptor < 0) {
       fail(table, "create a successor of", errno);
@@ -199,8 +201,7 @@ Mapping Store::openSuccessor(const std::string& table) const {
 }
 
 void Store::promoteSuccessor(const std::string& table) const {
-   if (kind_ != Kind::temporary &&
-       std::rename(successorPathOf(table).c_str(), pathOf(table).c_str()) != 0) {
+   if (kind_ != Kind::temporary && std::rename(successorPathOf(table).c_str(), pathOf(table).c_str()) != 0) {
       fail(table, "replace", errno);
    }
 }
@@ -246,7 +247,7 @@ int Store::openOrCreate(const std::string& table, std::string& replaced) const {
          if (!replacesForeign() || attempt == attempts || !Kiln::freeName(path)) {
             throw;
          }
-         replaced = error.what();
+         replaced = error.why();
       }
    }
 }

@@ -69,8 +69,8 @@ SharedTables openSharedTables(const Silo::Store& store, const SharedTableSetting
    const auto vlanIntfs = options(settings.vlanIntfs, settings.pollingInterval, settings.areProvisional);
    const auto subIntfs = options(settings.subIntfs, settings.pollingInterval, settings.areProvisional);
    // Routed ports, VLAN interfaces and subinterfaces may all translate addresses.
-   const auto l3Intfs =
-        options(settings.ports + settings.vlanIntfs + settings.subIntfs, settings.natPollingInterval, settings.areProvisional);
+   const auto l3Intfs = options(settings.ports + settings.vlanIntfs + settings.subIntfs,
+                                settings.natPollingInterval, settings.areProvisional);
    return {
         Kiln::allocate<Tables::AllIntfCounters>(store, TableName::intfCounters, ports),
         Kiln::allocate<Tables::AllIntfClearCounters>(store, TableName::intfClearCounters, ports),
@@ -94,12 +94,6 @@ void keepSharedTables(const SharedTables& tables) {
    tables.subIntfCountersDir->table().keep();
    tables.subIntfCountersSnapshotDir->table().keep();
    tables.intfAllNatCounterDir->table().keep();
-}
-
-void removeSharedTables(const Silo::Store& store) {
-   for (const char* name : Silo::Interface::TableName::all) {
-      store.remove(name);
-   }
 }
 
 } // namespace Vex

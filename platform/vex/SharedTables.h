@@ -112,7 +112,7 @@ struct SharedTableSettings {
    std::size_t subIntfs = 4096;
    double pollingInterval = 2.0;    // seconds
    double natPollingInterval = 1.0; // seconds
-   bool areProvisional = false;     // tables that are created go with their last pointer, unless they are kept
+   bool areProvisional = false; // tables that are created go with their last pointer, unless they are kept
 };
 
 struct SharedTables {
@@ -136,7 +136,5 @@ inline Silo::Store defaultTableStore() {
 SharedTables openSharedTables(const Silo::Store& store, const SharedTableSettings& settings = {});
 // Provisional tables stay from now on: the start that made them went well.
 void keepSharedTables(const SharedTables& tables);
-// Removes the tables' names, so that the next start finds none. Whoever has a table open keeps it.
-void removeSharedTables(const Silo::Store& store);
 
 } // namespace Vex

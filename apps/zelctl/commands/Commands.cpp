@@ -136,10 +136,9 @@ Answer Client::ask(const String& line, Signals* signals, const Patience& patienc
 }
 
 Silo::Store Client::store() const {
-   return siloFolder.empty()
-               ? Silo::Store::sharedMemoryOfUserOrRoot(Silo::Interface::defaultTablePrefix,
-                                                       Silo::Interface::TableName::intfCounters)
-               : Silo::Store::directory(siloFolder);
+   return siloFolder.empty() ? Silo::Store::sharedMemoryOfUserOrRoot(Silo::Interface::defaultTablePrefix,
+                                                                     Silo::Interface::TableName::intfCounters)
+                             : Silo::Store::directory(siloFolder);
 }
 
 int complain(std::string_view problem) {
