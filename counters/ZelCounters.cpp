@@ -254,14 +254,34 @@ void ZelCounters::requestHwCountersPolling() {
    }
 }
 
-// Once for each silence, however many of its readings fail.
+// Once for each silence, however many of its readings fail. A pass that comes very late says that the agent stood still:
+// until it has read as usual, old readings are no fault of the chip's.
 void ZelCounters::tellSilence() {
-   if (readings().isSilent() != isSilent_) {
-      isSilent_ = !isSilent_;
-      const std::array arguments{chipName()};
-      Kiln::OperatorLog::instance().log(isSilent_ ? ZEL_COUNTERS_CHIP_SILENT : ZEL_COUNTERS_CHIP_ANSWERS,
-                                        arguments);
+   const double now = Kiln::System::currentTime();
+   const double patience = readings().patience(ReadingKey::Kind::mac);
+   if (now - std::exchange(lastPass_, now) > patience) { // never so in the first pass
+      judgedFrom_ = now + patience;
    }
+   const std::vector<ReadingKey::Kind> silent = readings().silentKinds();
+   if (now < judgedFrom_ || silent.empty() != isSilent_) {
+      isSuspected_ = false;
+      return;
+   }
+   if (!isSilent_ && !std::exchange(isSuspected_, true)) {
+      return; // the other kinds become old by the next pass
+   }
+   isSuspected_ = false;
+   isSilent_ = !silent.empty();
+   if (!isSilent_) {
+      Kiln::OperatorLog::instance().log(ZEL_COUNTERS_CHIP_ANSWERS, std::array{chipName()});
+      return;
+   }
+   std::vector<Kiln::String> names;
+   for (const ReadingKey::Kind kind : silent) {
+      names.emplace_back(ReadingKey::textOf(kind));
+   }
+   Kiln::OperatorLog::instance().log(ZEL_COUNTERS_CHIP_SILENT,
+                                     std::array{chipName(), Kiln::joined(names, ", ")});
 }
 
 void ZelCounters::getMacCounters(const Pelt::IntfId& intf, const Kiln::Ptr<VexTypes::IntfCounters>& record,

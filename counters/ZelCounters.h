@@ -91,6 +91,7 @@ class ZelCounters : public ChipAccess, public CookieStorage<ZelCounters> {
    // Wraps and single-event upsets (flipped bits) since the chip came up.
    U32 overflowCount() const { return macAccounting_.overflowCount(); }
    U32 seuCount() const { return macAccounting_.seuCount(); }
+   const MacAccounting& macAccounting() const { return macAccounting_; }
    // The ports' raw counters: the latest completed read, and the values at the last clear.
    KILN_FORWARDED_MAP(mac_, IntfId, Kiln::Ptr<IntfCounters>, macCountersLast)
    KILN_FORWARDED_MAP(mac_, IntfId, Kiln::Ptr<IntfCounters>, macCountersClear)
@@ -202,6 +203,9 @@ class ZelCounters : public ChipAccess, public CookieStorage<ZelCounters> {
    bool stopped_ = false;
    bool isReadingOnceMore_ = false;
    bool isSilent_ = false; // as the operator log has it
+   bool isSuspected_ = false; // it was silent in the last pass
+   double lastPass_ = Kiln::never;
+   double judgedFrom_ = 0; // before that, old readings may be the agent's own fault
 };
 
 Kiln::Ptr<ZelCounters> zelCountersFactory(ZelCounters::Context context);

@@ -246,7 +246,7 @@ void ScenarioConsole::counters(const Words& operands) {
    // The spool of the channel, so that a scenario prints what a client would get, with the same bound.
    const Agent::CommandSpool spool;
    const Agent::CommandResult result =
-        agent_.commandRunner()->run("counters " + Kiln::joined(operands, " "), spool);
+        agent_.commandRunner()->run("counters " + Kiln::joined(operands, " "), spool, "the console");
    spool.copyTo(out_);
    if (!result.ok()) {
       refuseCommand(result.error);

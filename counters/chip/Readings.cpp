@@ -19,6 +19,22 @@ double now() {
 
 } // namespace
 
+const char* ReadingKey::textOf(Kind kind) {
+   switch (kind) {
+   case Kind::mac:
+      return "MAC counters";
+   case Kind::queues:
+      return "queues";
+   case Kind::trafficManager:
+      return "the traffic manager";
+   case Kind::pipeline:
+   case Kind::mauDeparser:
+      return "the pipeline";
+   default:
+      return "tables";
+   }
+}
+
 bool ReadingKey::isPolled() const {
    return kind == Kind::mac || kind == Kind::tableSync || kind == Kind::queues ||
           kind == Kind::trafficManager;
@@ -94,7 +110,11 @@ void Readings::periodIs(ReadingKey::Kind kind, double seconds) {
 bool Readings::isOld(ReadingKey::Kind kind, const Reading& reading) const {
    const bool wasRead = reading.readTime != Kiln::never;
    const double age = now() - (wasRead ? reading.readTime : reading.since);
-   return ReadingKey{kind}.isPolled() && age > stalePeriods * periods_[static_cast<std::size_t>(kind)];
+   return ReadingKey{kind}.isPolled() && age > patience(kind);
+}
+
+double Readings::patience(ReadingKey::Kind kind) const {
+   return stalePeriods * periods_[static_cast<std::size_t>(kind)];
 }
 
 ReadingState Readings::state(ReadingKey::Kind kind, const Reading& reading) const {
@@ -151,7 +171,7 @@ bool Readings::isAsked(ReadingKey::Kind kind) const {
 }
 
 // By their age only: one refusal is no silence. A poller that was stopped says nothing of the chip.
-bool Readings::isSilent() const {
+std::vector<ReadingKey::Kind> Readings::silentKinds() const {
    std::array<bool, ReadingKey::kinds> isAsked{};
    std::array<bool, ReadingKey::kinds> isAnswered{};
    forEachPolled([&](const ReadingKey& key, const Reading& reading) {
@@ -161,7 +181,21 @@ bool Readings::isSilent() const {
          isAnswered[kind] |= !isOld(key.kind, reading);
       }
    });
-   return isAsked != isAnswered;
+   std::vector<ReadingKey::Kind> silent;
+   for (std::size_t kind = 0; kind < ReadingKey::kinds; ++kind) {
+      if (isAsked[kind] && !isAnswered[kind]) {
+         silent.push_back(static_cast<ReadingKey::Kind>(kind));
+      }
+   }
+   return silent;
+}
+
+bool Readings::isSilent() const {
+   using Kind = ReadingKey::Kind;
+   const std::vector<Kind> silent = silentKinds();
+   return !silent.empty() && std::ranges::all_of(std::array{Kind::mac, Kind::tableSync, Kind::queues}, [&](Kind kind) {
+      return !isAsked(kind) || std::ranges::find(silent, kind) != silent.end();
+   });
 }
 
 } // namespace ZelCounter

@@ -30,6 +30,7 @@ struct ReadingKey {
    U16 pipe = 0; // 65535 for all; of mac 0
 
    bool operator==(const ReadingKey&) const = default;
+   static const char* textOf(Kind kind); // "MAC counters"
    // Whether it is read at intervals, and not as somebody asks for it.
    bool isPolled() const;
 };
@@ -90,6 +91,8 @@ class Readings {
       }
    }
 
+   // Seconds until a reading counts as old.
+   double patience(ReadingKey::Kind kind) const;
    // Seconds from one attempt to the next.
    void periodIs(ReadingKey::Kind kind, double seconds);
 
@@ -110,7 +113,9 @@ class Readings {
       });
    }
 
-   // Whether every polled reading of some kind is more than three periods old: the chip does not answer.
+   // The kinds whose every polled reading is more than three periods old: the chip does not answer them.
+   std::vector<ReadingKey::Kind> silentKinds() const;
+   // Whether these are all that are read from the hardware. The traffic manager's are the SDK's own.
    bool isSilent() const;
 
    U64 refusedCount() const { return refused_; }

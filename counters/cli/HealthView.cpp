@@ -66,6 +66,14 @@ std::vector<Kiln::String> processNotes() {
    return notes;
 }
 
+void addEvent(TableView* table, const Kiln::String& what, const std::optional<MacAccounting::Event>& event) {
+   if (event) {
+      table->notes.push_back("Last " + what + ": " + event->intf.text() + " " + event->counter + " from " +
+                             std::to_string(event->before) + " to " + std::to_string(event->after) + ", " +
+                             Kiln::durationText(Kiln::System::currentTime() - event->time) + " ago");
+   }
+}
+
 U64 pendingVlans(const ManagerAccess& mgr, ZelId::ZelDevId devId) {
    const auto& sm = mgr.zelCountersL3IntfSm();
    const auto helper = sm ? sm->helper(devId) : nullptr;
@@ -110,8 +118,11 @@ TableView healthView(ZelCounters& chip, const ManagerAccess& mgr, bool isFirst) 
                          readings.unansweredCount(), ChipAccess::lateCompletions(chip.deviceId()),
                          U64{chip.overflowCount()}, U64{chip.seuCount()},
                          pendingVlans(mgr, chip.deviceId())});
+   addEvent(&table, "wrap", chip.macAccounting().lastWrap());
+   addEvent(&table, "upset", chip.macAccounting().lastUpset());
    if (isFirst) {
-      table.notes = processNotes();
+      const std::vector<Kiln::String> notes = processNotes();
+      table.notes.insert(table.notes.end(), notes.begin(), notes.end());
    }
    return table;
 }

@@ -1,6 +1,7 @@
 // What the views of a chip's packet path count: drops by port, and the counts of its pipes.
 #pragma once
 
+#include "counters/chip/Clears.h"
 #include "kiln/Collections.h"
 #include "kiln/Ptr.h"
 #include "vex/Continuity.h"
@@ -13,11 +14,25 @@ namespace ZelCounter {
 // Counts of a port by point, then by reason.
 using PortDropCounts = std::array<Vex::ShownCounts<1>, ZlDrop::tables.size()>;
 
+// Counts that are cleared together.
+template <std::size_t n>
+class ClearedCounts : public Vex::ShownCounts<n> {
+ public:
+   void clear() {
+      Vex::ShownCounts<n>::clear();
+      cleared_ = Agent::CommandOrigin::current();
+   }
+   const Cleared& cleared() const { return cleared_; }
+
+ private:
+   Cleared cleared_;
+};
+
 // Counts of a chip's pipes, by a place that each view numbers itself.
 struct PipeCounts {
-   Vex::ShownCounts<3> stages;         // in, out, dropped
-   Vex::ShownCounts<1> mauDrops;       // by stage and deparser
-   Vex::ShownCounts<2> trafficManager; // packets, bytes
+   ClearedCounts<3> stages;         // in, out, dropped
+   ClearedCounts<1> mauDrops;       // by stage and deparser
+   ClearedCounts<2> trafficManager; // packets, bytes
 };
 
 // Shared by all chips of an agent, and kept when one goes: what was counted and cleared stands when it comes back.
@@ -59,6 +74,14 @@ class CliPortDropData : public Kiln::PtrInterface {
             port.counts[static_cast<std::size_t>(point)].zeroed();
          }
       }
+      portClearsIs(devId).cleared(static_cast<U32>(point), pipe);
+   }
+   // When a device's port drops were cleared, by the number of the point.
+   Clears& portClearsIs(ZelId::ZelDevId devId) {
+      if (!portClears_.contains(devId)) {
+         portClears_.set(devId, {});
+      }
+      return *portClears_.find(devId);
    }
 
  private:
@@ -76,6 +99,7 @@ class CliPortDropData : public Kiln::PtrInterface {
 
    Kiln::OrderedMap<std::pair<ZelId::ZelDevId, U16>, PortDrops> ports_;
    Kiln::OrderedMap<ZelId::ZelDevId, PipeCounts> pipes_;
+   Kiln::OrderedMap<ZelId::ZelDevId, Clears> portClears_;
 };
 
 } // namespace ZelCounter

@@ -64,7 +64,7 @@ void MauDrops::fetchAll() {
 }
 
 TableView MauDrops::view(const Pelt::IntfId& intf, std::optional<U16> pipe, bool nonZeroOnly) const {
-   TableView table{"MAU and deparser drops since the last clear, chip " + chip().chipName(),
+   TableView table{"MAU and deparser drops, chip " + chip().chipName(),
                    {{"Pipe", Holds::number, 4},
                     {"Place", Holds::text, 16},
                     {"Decides", Holds::text, 18},
@@ -82,10 +82,12 @@ TableView MauDrops::view(const Pelt::IntfId& intf, std::optional<U16> pipe, bool
       table.notes.emplace_back("MAU and deparser drops not fetched yet");
       return table;
    }
+   table.isSinceClear = true;
    for (const U16 onPipe : chip().pipes(pipe)) {
       for (std::size_t at = 0; at < places.size(); ++at) {
-         table.readings.push_back(
-              told(pipeText(onPipe), {ReadingKey::Kind::mauDeparser, static_cast<U32>(at), onPipe}));
+         table.readings.push_back(told(pipeText(onPipe),
+                                       {ReadingKey::Kind::mauDeparser, static_cast<U32>(at), onPipe},
+                                       counts_.cleared()));
          const std::size_t index = onPipe * places.size() + at;
          if (!nonZeroOnly || counts_.sinceClear(index) != 0) {
             table.rows.push_back({U64{onPipe}, Kiln::String(places[at].name),

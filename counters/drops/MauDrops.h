@@ -24,7 +24,7 @@ class MauDrops : public ChipView {
    TableView view(const Pelt::IntfId& intf, std::optional<U16> pipe, bool nonZeroOnly) const;
 
    Kiln::Ptr<CliPortDropData> data_;
-   Vex::ShownCounts<1>& counts_; // of data_
+   ClearedCounts<1>& counts_; // of data_
    bool isFetched_ = false;
    std::vector<std::pair<U16, Kiln::String>> errors_; // of the last fetch, by pipe
 };

@@ -43,19 +43,21 @@ Kiln::String PipelineCounters::read(U16 pipe, U32 stage) {
 
 TableView PipelineCounters::view(std::optional<U32> stage, std::optional<U16> pipe, bool nonZeroOnly) {
    KILN_ASSERT(!stage || *stage < stageNames.size());
-   TableView table{"Packets by pipeline stage since the last clear, chip " + chip().chipName(),
+   TableView table{"Packets by pipeline stage, chip " + chip().chipName(),
                    {{"Pipe", Holds::number, 4},
                     {"Stage", Holds::text, 16},
                     {"In", Holds::counter, 16},
                     {"Out", Holds::counter, 16},
                     {"Dropped", Holds::counter, 16}}};
+   table.isSinceClear = true;
    for (const U16 onPipe : chip().pipes(pipe)) {
       for (U32 at = stage.value_or(0); at <= (stage ? *stage : stageNames.size() - 1); ++at) {
          const Kiln::String error = read(onPipe, at);
          if (!error.empty()) {
             table.notes.push_back(error);
          }
-         table.readings.push_back(told(pipeText(onPipe), {ReadingKey::Kind::pipeline, at, onPipe}));
+         table.readings.push_back(
+              told(pipeText(onPipe), {ReadingKey::Kind::pipeline, at, onPipe}, counts_.cleared()));
          const std::size_t place = placeOf(onPipe, at);
          const U64 any =
               counts_.sinceClear(place, 0) | counts_.sinceClear(place, 1) | counts_.sinceClear(place, 2);

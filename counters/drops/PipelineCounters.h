@@ -29,7 +29,7 @@ class PipelineCounters : public ChipView {
    Kiln::String read(U16 pipe, U32 stage);
 
    Kiln::Ptr<CliPortDropData> data_;
-   Vex::ShownCounts<3>& counts_; // of data_
+   ClearedCounts<3>& counts_; // of data_
 };
 
 } // namespace ZelCounter

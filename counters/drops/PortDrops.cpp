@@ -195,7 +195,7 @@ std::vector<PortDrops::Drop> PortDrops::drops(std::span<const ChipAccess::Port> 
 
 // How much, and why: what all the ports dropped, by reason.
 TableView PortDrops::reasonsView(std::span<const ChipAccess::Port> ports, const DropOptions& options) {
-   TableView table{"Drops by reason since the last clear, chip " + chip().chipName(),
+   TableView table{"Drops by reason, chip " + chip().chipName(),
                    {{"Point", Holds::text, 7}, {"Reason", Holds::text, 24}, {"Packets", Holds::counter, 16}}};
    std::map<std::pair<std::size_t, U32>, U64> byReason;
    for (const Drop& drop : drops(ports, {.nonZeroOnly = true, .isFinalShown = options.isFinalShown})) {
@@ -216,7 +216,7 @@ TableView PortDrops::reasonsView(std::span<const ChipAccess::Port> ports, const 
 }
 
 TableView PortDrops::portsView(std::span<const ChipAccess::Port> ports, const DropOptions& options) {
-   TableView table{"Drops by port since the last clear, chip " + chip().chipName(),
+   TableView table{"Drops by port, chip " + chip().chipName(),
                    {{"Interface", Holds::text, 16},
                     {"Point", Holds::text, 7},
                     {"Reason", Holds::text, 24},
@@ -238,7 +238,7 @@ std::vector<ToldReading> PortDrops::toldReadings(std::span<const ChipAccess::Por
       const ZlTableCounter* info = nullptr;
       if (tableError(point, &info).empty()) {
          for (const U16 pipe : pipesOf(ports)) {
-            told.push_back(toldTable(*info, pipe));
+            told.push_back(toldTable(*info, pipe, clears().last(static_cast<U32>(point), pipe)));
          }
       }
    }
@@ -263,11 +263,13 @@ void PortDrops::show(ShowOutput& out, const DropOptions& options) {
    if (options.intf.empty()) {
       TableView reasons = reasonsView(shown, options);
       reasons.readings = told;
+      reasons.isSinceClear = true;
       out.view(reasons);
    }
    TableView byPort = portsView(shown, options);
    byPort.notes.insert(byPort.notes.end(), errors.begin(), errors.end());
    byPort.readings = told;
+   byPort.isSinceClear = true;
    out.view(byPort);
 }
 
@@ -282,6 +284,9 @@ void PortDrops::clearAll(ShowOutput& out) {
       for (Vex::ShownCounts<1>& atPoint : counts(port)) {
          atPoint.clear();
       }
+   }
+   for (const Point point : {Point::ingress, Point::egress, Point::final}) {
+      clears().cleared(static_cast<U32>(point), ZelId::ZelPipeId::allPipes());
    }
 }
 

@@ -50,6 +50,7 @@ class PortDrops : public ChipView {
    PortDropCounts& counts(const ChipAccess::Port& port) {
       return data_->portDropsIs(chip().deviceId(), port.devicePort, port.intf);
    }
+   Clears& clears() const { return data_->portClearsIs(chip().deviceId()); }
 
    Kiln::Ptr<CliPortDropData> data_;
 };

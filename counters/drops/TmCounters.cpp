@@ -111,7 +111,7 @@ void TmCounters::readAll() {
 }
 
 TableView TmCounters::view(std::optional<U16> pipe, bool nonZeroOnly) const {
-   TableView table{"Traffic manager since the last clear, chip " + chip().chipName(),
+   TableView table{"Traffic manager, chip " + chip().chipName(),
                    {{"Pipe", Holds::number, 4},
                     {"Counter", Holds::text, 21},
                     {"Packets or cells", Holds::counter, 16},
@@ -121,11 +121,12 @@ TableView TmCounters::view(std::optional<U16> pipe, bool nonZeroOnly) const {
       table.notes.emplace_back("No traffic-manager counters are kept");
       return table;
    }
+   table.isSinceClear = true;
    const auto last = last_->countersByDevIdIs(deviceId());
    for (const U16 onPipe : chip().pipes(pipe)) {
       for (const TmType& type : tmTypes) {
-         table.readings.push_back(
-              told(pipeText(onPipe), {ReadingKey::Kind::trafficManager, type.type, onPipe}));
+         table.readings.push_back(told(
+              pipeText(onPipe), {ReadingKey::Kind::trafficManager, type.type, onPipe}, counts_.cleared()));
          const TmCounter& now = last->countersByPipeIs(onPipe)[type.type];
          const std::size_t place = placeOf(onPipe, type.type);
          const U64 count = type.isTotal ? counts_.sinceClear(place, 0) : now.count;

@@ -41,7 +41,7 @@ class TmCounters : public ChipView {
    Kiln::Ptr<ZelQos::TmCountersData> last_;
    Kiln::Ptr<ZelQos::TmCountersData> lastClear_;
    Kiln::Ptr<CliPortDropData> data_;
-   Vex::ShownCounts<2>& counts_; // of data_
+   ClearedCounts<2>& counts_; // of data_
    Kiln::HashMap<PipeTmCounterKey, Kiln::Ptr<PipeTmCounterSm>> pipeTmCounterSm_;
 };
 

@@ -5,6 +5,7 @@
 #include "counters/chip/ZelCountersLog.h"
 #include "counters/chip/ZelCountersTrace.h"
 #include "kiln/RingLog.h"
+#include "kiln/Time.h"
 #include "silo/Words.h"
 
 #include <algorithm>
@@ -133,10 +134,19 @@ void MacAccounting::checkMacCountersOverflow(const Pelt::IntfId& intf,
       const U64 oldValue = Interface::word(previous->statistics(), i);
       const bool isTraffic = Interface::ethIntfFields[i].group == FieldGroup::wrapChecked;
       const Step step = isTraffic ? trafficStep(oldValue, newValue) : errorStep(oldValue, newValue);
+      if (step == Step::normal) {
+         continue;
+      }
+      const Event event{intf, Interface::ethIntfFields[i].name, oldValue, newValue,
+                        Kiln::System::currentTime()};
+      KILN_RINGLOG(intf << ": " << event.counter << (step == Step::wrap ? " wrapped" : " was upset")
+                        << " from " << oldValue << " to " << newValue);
       if (step == Step::wrap) {
+         lastWrap_ = event;
          overflowCountInc(1);
          wrapSeen = true;
-      } else if (step == Step::upset) {
+      } else {
+         lastUpset_ = event;
          seuCountInc(1);
          // The new value may be the flawed one or the first good one after it: either way the difference is 0.
          previous->absorb(i, newValue);

@@ -5,6 +5,8 @@
 #include "kiln/Accessors.h"
 #include "vex/VexTypes.h"
 
+#include <optional>
+
 namespace ZelCounter {
 
 // Part of the per-chip object, which documents the operations. Under the activity lock.
@@ -22,6 +24,22 @@ class MacAccounting {
    // Events since the chip came up: wraps, and single-event upsets (flipped bits).
    KILN_COUNTER(U32, overflowCount)
    KILN_COUNTER(U32, seuCount)
+
+   // A counter whose step was a wrap or an upset.
+   struct Event {
+      Pelt::IntfId intf;
+      const char* counter;
+      U64 before;
+      U64 after;
+      double time; // on the system's clock
+   };
+   // Nothing if there was none yet.
+   const std::optional<Event>& lastWrap() const { return lastWrap_; }
+   const std::optional<Event>& lastUpset() const { return lastUpset_; }
+
+ private:
+   std::optional<Event> lastWrap_;
+   std::optional<Event> lastUpset_;
 };
 
 } // namespace ZelCounter

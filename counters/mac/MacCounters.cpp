@@ -58,6 +58,7 @@ void MacCounters::handlePort(const Pelt::IntfId& intf) {
       chip().readings().forget({ReadingKey::Kind::mac, last->devicePort()});
       macCountersLastDel(intf);
       macCountersClearDel(intf);
+      cleared_.erase(intf);
    }
 }
 
@@ -88,6 +89,7 @@ void MacCounters::show(ShowOutput& out, const Pelt::IntfId& intf, bool nonZeroOn
          KILN_TRACE(8, "showMacCounters"
                             << ", clearing macCountersClear for intf " << intf);
          clear->countersAre(bf_rmon_counter_array_t{});
+         cleared_.erase(intf);
       }
       const U64 value = last->counters(i) - clear->counters(i);
       if (nonZeroOnly && value == 0) {
@@ -98,7 +100,9 @@ void MacCounters::show(ShowOutput& out, const Pelt::IntfId& intf, bool nonZeroOn
       KILN_ASSERT(rc == BF_SUCCESS);
       out.row(std::array<TableView::Cell, 2>{Kiln::String(name), value});
    }
-   out.reading(told(intf.text(), {ReadingKey::Kind::mac, last->devicePort()}));
+   const Agent::CommandOrigin* const cleared = cleared_.find(intf);
+   out.reading(told(intf.text(), {ReadingKey::Kind::mac, last->devicePort()},
+                    cleared != nullptr ? Cleared(*cleared) : std::nullopt));
    out.tableEnd();
 }
 
@@ -127,6 +131,7 @@ void MacCounters::clear(ShowOutput& out, const Pelt::IntfId& intf) {
       for (std::size_t i = 0; i < BF_NUM_RMON_COUNTERS; ++i) {
          clear->countersIs(i, last->counters(i));
       }
+      cleared_.set(intf, Agent::CommandOrigin::current());
    }
 }
 

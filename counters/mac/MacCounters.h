@@ -33,6 +33,7 @@ class MacCounters : public ChipView {
    KILN_HASH_MAP(Pelt::IntfId, Kiln::Ptr<IntfCounters>, macCountersClear)
 
  private:
+   Kiln::HashMap<Pelt::IntfId, Agent::CommandOrigin> cleared_;   // those that hold
    std::array<bool, ZelId::PortIndex::invalid + 1> isCounted_{}; // by device port
 };
 

@@ -1,6 +1,9 @@
 // Rows as objects, each written out at once: a table may be larger than what memory should hold twice.
 #include "counters/show/JsonShow.h"
 
+#include "kiln/Time.h"
+
+#include <algorithm>
 #include <cmath>
 #include <utility>
 
@@ -10,6 +13,10 @@ namespace {
 
 Kiln::String keyOf(const TableView::Column& column) {
    return Kiln::String(column.name) + (column.holds == TableView::Holds::age ? "-ms" : "");
+}
+
+U64 milliseconds(double seconds) {
+   return static_cast<U64>(std::llround(std::max(seconds, 0.0) * 1000));
 }
 
 } // namespace
@@ -60,8 +67,11 @@ void JsonShow::notes(const std::vector<Kiln::String>& texts) {
    json_.end(']');
 }
 
-void JsonShow::tableReading(const ReadingState& state) {
-   reading_ = reading_ ? reading_->with(state) : state;
+void JsonShow::tableReading(const ToldReading& told) {
+   reading_ = reading_ ? reading_->with(told.state) : told.state;
+   if (told.cleared && (!cleared_ || cleared_->time < told.cleared->time)) {
+      cleared_ = told.cleared;
+   }
 }
 
 void JsonShow::documentEnd() {
@@ -72,6 +82,7 @@ void JsonShow::documentEnd() {
 
 void JsonShow::tableBegin(const TableHeading& heading) {
    columns_ = heading.columns;
+   isSinceClear_ = heading.layout != TableLayout::view || !heading.since.empty();
    notes_.clear();
    tablesBegin();
    json_.newLine();
@@ -109,7 +120,7 @@ void JsonShow::tableEnd(bool /*hasClosingLine*/) {
    json_.end(']');
    if (const std::optional<ReadingState> state = std::exchange(reading_, std::nullopt)) {
       if (state->age) {
-         json_.value("age-ms", static_cast<U64>(std::llround(*state->age * 1000)));
+         json_.value("age-ms", milliseconds(*state->age));
       } else {
          json_.null("age-ms");
       }
@@ -117,6 +128,14 @@ void JsonShow::tableEnd(bool /*hasClosingLine*/) {
          json_.null("status");
       } else {
          json_.value("status", std::string_view(state->trouble));
+      }
+      const Cleared cleared = std::exchange(cleared_, std::nullopt);
+      if (cleared) {
+         json_.value("cleared-age-ms", milliseconds(Kiln::System::currentTime() - cleared->time));
+         json_.value("cleared-by", std::string_view(cleared->who));
+      } else if (isSinceClear_) {
+         json_.null("cleared-age-ms");
+         json_.null("cleared-by");
       }
    }
    notes(notes_);

@@ -27,7 +27,7 @@ class JsonShow : public ShowOutput {
    void uninitialized() override;
 
  protected:
-   void tableReading(const ReadingState& state) override;
+   void tableReading(const ToldReading& told) override;
    void chipNote(const Kiln::String& text) override { chipNotes_.push_back(text); }
 
  private:
@@ -42,6 +42,8 @@ class JsonShow : public ShowOutput {
    std::span<const TableView::Column> columns_;
    std::vector<Kiln::String> notes_;
    std::optional<ReadingState> reading_; // of the table, the worst
+   Cleared cleared_;                     // of the table, the latest
+   bool isSinceClear_ = false;           // else it tells how things are
    std::vector<Kiln::String> chipNotes_;
 };
 

@@ -2,6 +2,7 @@
 #include "counters/show/ShowOutput.h"
 
 #include "kiln/Choices.h"
+#include "kiln/Time.h"
 
 #include <algorithm>
 #include <map>
@@ -21,6 +22,18 @@ Kiln::String listed(const std::vector<Kiln::String>& names) {
           std::to_string(names.size() - namesInNote) + " more";
 }
 
+bool isEarlier(const Cleared& a, const Cleared& b) {
+   return b && (!a || a->time < b->time);
+}
+
+Kiln::String clearText(const Agent::CommandOrigin& clear) {
+   return Kiln::durationText(Kiln::System::currentTime() - clear.time) + " ago by " + clear.who;
+}
+
+Kiln::String sinceText(const Cleared& cleared) {
+   return cleared ? ", since the clear " + clearText(*cleared) : ", never cleared";
+}
+
 } // namespace
 
 void ShowOutput::reading(const ToldReading& told, bool hasTable) {
@@ -29,9 +42,10 @@ void ShowOutput::reading(const ToldReading& told, bool hasTable) {
       readings_.push_back(told);
    } else {
       known->state = known->state.with(told.state);
+      known->cleared = std::max(known->cleared, told.cleared, isEarlier);
    }
    if (hasTable) {
-      tableReading(told.state);
+      tableReading(told);
    }
 }
 
@@ -43,23 +57,40 @@ void ShowOutput::tellReadings(const Kiln::String& chipName) {
    };
    const std::vector<ToldReading> readings = std::exchange(readings_, {});
    std::map<std::pair<Kiln::String, bool>, Troubled> byTrouble; // and whether they were ever read
-   for (const auto& [what, state] : readings) {
+   std::map<Kiln::String, std::vector<Kiln::String>> byClear;
+   for (const auto& [what, state, cleared] : readings) {
       if (!state.trouble.empty()) {
          Troubled& troubled = byTrouble[{state.trouble, state.age.has_value()}];
          troubled.names.push_back(what);
          troubled.age = std::max(troubled.age, state.age.value_or(0));
       }
+      if (cleared) {
+         byClear[clearText(*cleared)].push_back(what);
+      }
    }
+   const auto tell = [&](const std::vector<Kiln::String>& names, const Kiln::String& text) {
+      const bool isWholeChip = names.size() == readings.size();
+      chipNote(chipName + (isWholeChip ? "" : ", " + listed(names)) + ": " + text);
+   };
    for (const auto& [trouble, troubled] : byTrouble) {
-      const bool isWholeChip = troubled.names.size() == readings.size();
-      chipNote(chipName + (isWholeChip ? "" : ", " + listed(troubled.names)) + ": " +
-               (trouble.second ? "as of " + Kiln::durationText(troubled.age) + " ago" : "never read") + ": " +
-               trouble.first);
+      tell(troubled.names,
+           (trouble.second ? "as of " + Kiln::durationText(troubled.age) + " ago" : "never read") + ": " +
+                trouble.first);
+   }
+   for (const auto& [clear, names] : byClear) {
+      tell(names, "cleared " + clear);
    }
 }
 
 void ShowOutput::view(const TableView& table) {
-   tableBegin({table.title, table.columns, TableLayout::view});
+   // A title has room for one clear.
+   const bool isClearInTitle = table.isSinceClear && !table.readings.empty() &&
+                               std::ranges::adjacent_find(table.readings, std::ranges::not_equal_to(),
+                                                          &ToldReading::cleared) == table.readings.end();
+   tableBegin({table.title, table.columns, TableLayout::view, HeadingTime::atOnce,
+               isClearInTitle                                  ? sinceText(table.readings.front().cleared)
+               : table.isSinceClear && !table.readings.empty() ? ", since the clears below"
+                                                               : ""});
    for (std::size_t i = 0; i < table.rows.size() && ok(); ++i) {
       row(table.rows[i]);
    }
@@ -69,8 +100,12 @@ void ShowOutput::view(const TableView& table) {
    for (const Kiln::String& text : table.unprintedNotes) {
       unprintedNote(text);
    }
-   for (const ToldReading& told : table.readings) {
-      reading(told);
+   for (ToldReading told : table.readings) {
+      tableReading(told);
+      if (isClearInTitle) {
+         told.cleared.reset();
+      }
+      reading(told, false);
    }
    tableEnd();
 }

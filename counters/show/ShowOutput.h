@@ -20,6 +20,7 @@ struct TableHeading {
    std::span<const TableView::Column> columns; // outlive the table's end
    TableLayout layout;
    HeadingTime time = HeadingTime::atOnce;
+   Kiln::String since = {}; // of a view: the title goes on with it in text; programs have it as numbers
 };
 
 // Each table is begun, then has its rows, then its notes in any order among them, then its end.
@@ -52,7 +53,8 @@ class ShowOutput {
 
    // A reading of the table that ends next, or, with `hasTable` false, one that nothing is shown of.
    void reading(const ToldReading& told, bool hasTable = true);
-   // After the operations on a chip: a line for each trouble of what they showed, which is forgotten then.
+   // After the operations on a chip: a line for each trouble of what they showed, and for each clear that no title tells.
+   // All is forgotten then.
    void tellReadings(const Kiln::String& chipName);
 
    // Instead of a table.
@@ -65,8 +67,8 @@ class ShowOutput {
    void view(const TableView& table);
 
  protected:
-   // The state of the table that ends; nothing if it isn't made of readings.
-   virtual void tableReading(const ReadingState& /*state*/) {}
+   // Of the table that ends; nothing if it isn't made of readings.
+   virtual void tableReading(const ToldReading& /*told*/) {}
    // Of a chip, after its tables.
    virtual void chipNote(const Kiln::String& text) = 0;
 

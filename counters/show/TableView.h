@@ -1,6 +1,7 @@
 // A table that a show operation has made, to be laid out elsewhere.
 #pragma once
 
+#include "counters/chip/Clears.h"
 #include "counters/chip/Readings.h"
 
 #include <variant>
@@ -12,6 +13,7 @@ namespace ZelCounter {
 struct ToldReading {
    Kiln::String what;
    ReadingState state;
+   Cleared cleared = {}; // what is shown of it
 };
 
 struct TableView {
@@ -40,6 +42,7 @@ struct TableView {
    std::vector<Kiln::String> notes = {};          // what could not be read, and why
    std::vector<Kiln::String> unprintedNotes = {}; // of remarks
    std::vector<ToldReading> readings = {};        // that the rows are from
+   bool isSinceClear = false;                     // the title goes on with when that was
 };
 
 } // namespace ZelCounter

@@ -109,7 +109,7 @@ std::size_t viewWidth(std::span<const TableView::Column> columns) {
 } // namespace
 
 void TextShow::tableBegin(const TableHeading& heading) {
-   title_ = heading.title;
+   title_ = heading.title + heading.since;
    columns_ = heading.columns;
    layout_ = heading.layout;
    isHeadingDue_ = heading.time != HeadingTime::before;

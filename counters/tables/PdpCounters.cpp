@@ -161,7 +161,7 @@ void PdpCounters::tellReadings(ShowOutput& out, const Pelt::IntfId& intf) const 
    const bool hasPort = !intf.empty() && chip().hasPort(intf);
    for (const U16 pipe :
         chip().pipes(hasPort ? std::optional(chip().systemStatus()->portInfo(intf).pipe()) : std::nullopt)) {
-      out.reading(toldTable(*info, pipe));
+      out.reading(toldTable(*info, pipe, cleared_));
    }
 }
 
@@ -237,6 +237,7 @@ void PdpCounters::clearAll() {
       }
       pdpCountersClear(intf)->classCountsAre(last->classCount());
    }
+   cleared_ = Agent::CommandOrigin::current();
 }
 
 } // namespace ZelCounter

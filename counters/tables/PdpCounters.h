@@ -37,6 +37,7 @@ class PdpCounters : public ChipView {
    void tellReadings(ShowOutput& out, const Pelt::IntfId& intf = {}) const;
    bool rows(ShowOutput& out, const Pelt::IntfId& intf, bool nonZeroOnly);
 
+   Cleared cleared_;
    Kiln::HashMap<Pelt::IntfId, U16> portKey_; // the local port key that pdpCountersLast was read at
 };
 

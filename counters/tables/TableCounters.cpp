@@ -206,7 +206,7 @@ void TableCounters::showDirectTable(ShowOutput& out, const ZlTableCounter* info,
    const U32 status = directRows(out, *info, pipeId, nonZeroOnly);
    chip().readings().attempted({ReadingKey::Kind::tableCopy, info->tableHandle, pipeId},
                                static_cast<int>(status));
-   out.reading(toldTable(*info, pipeId));
+   out.reading(toldTable(*info, pipeId, clears_.last(info->tableHandle, pipeId)));
    out.tableEnd(status == 0);
 }
 
@@ -248,7 +248,7 @@ void TableCounters::showIndirectTable(ShowOutput& out, const ZlTableCounter& inf
                                       bool nonZeroOnly) {
    out.tableBegin({tableTitle(info, pipeId), indirectColumns, TableLayout::indirectTable});
    indirectRows(out, info, pipeId, nonZeroOnly);
-   out.reading(toldTable(info, pipeId));
+   out.reading(toldTable(info, pipeId, clears_.last(info.tableHandle, pipeId)));
    out.tableEnd();
 }
 
@@ -348,6 +348,7 @@ void TableCounters::clear(ShowOutput& out, U32 tableId, ZelId::ZelPipeId pipeId)
    }
    if (status == 0) {
       onClear_(out, *info, pipeId, ClearStage::done);
+      clears_.cleared(info->tableHandle, pipeId);
    }
 }
 

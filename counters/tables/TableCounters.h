@@ -44,6 +44,7 @@ class TableCounters : public ChipView {
    Kiln::String entryDetails(U32 tableHandle, S32 entry) const;
 
    OnClear onClear_;
+   Clears clears_; // by handle
 };
 
 } // namespace ZelCounter

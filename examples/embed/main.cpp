@@ -66,7 +66,7 @@ class MinimalAgent {
       const auto runner = Kiln::allocate<Agent::CommandRunner>(commands_);
       runner->commandTypeIs("counters", "ZelCountersCli");
       const Agent::CommandSpool answer;
-      const Agent::CommandResult result = runner->run(line, answer);
+      const Agent::CommandResult result = runner->run(line, answer, "the agent");
       Kiln::TextOutput out(STDOUT_FILENO);
       answer.copyTo(out);
       if (!result.ok()) {

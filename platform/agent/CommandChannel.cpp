@@ -1,6 +1,7 @@
 // The command channel's listener and its clients.
 #include "agent/CommandChannel.h"
 
+#include "agent/CommandOrigin.h"
 #include "agent/CommandSocket.h"
 #include "agent/ListeningSocket.h"
 #include "kiln/ActivityLock.h"
@@ -21,6 +22,14 @@ namespace {
 ino_t inodeOf(const Kiln::String& path) {
    struct stat status {};
    return lstat(path.c_str(), &status) == 0 ? status.st_ino : 0;
+}
+
+// Who opened the connection.
+Kiln::String peerOf(int connection) {
+   ucred peer{};
+   socklen_t size = sizeof peer;
+   return getsockopt(connection, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 ? CommandOrigin::textOf(peer.uid)
+                                                                             : "an unknown user";
 }
 
 // What an answer begins with.
@@ -179,7 +188,7 @@ void CommandChannel::Client::runCommand(std::string_view command) {
       answer(error.what());
       return;
    }
-   const CommandResult result = channel_->runner_->run(command, *spool_);
+   const CommandResult result = channel_->runner_->run(command, *spool_, peerOf(fd()));
    size_ = spool_->size();
    answer(result.error);
 }

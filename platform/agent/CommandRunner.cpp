@@ -1,6 +1,7 @@
 // Splits lines into words, and runs and completes them.
 #include "agent/CommandRunner.h"
 
+#include "agent/CommandOrigin.h"
 #include "kiln/ActivityLock.h"
 #include "kiln/Choices.h"
 #include "kiln/TextOutput.h"
@@ -128,8 +129,10 @@ bool CommandRunner::changes(std::string_view line) const {
    }
 }
 
-CommandResult CommandRunner::run(std::string_view line, const CommandSpool& spool) const {
+CommandResult CommandRunner::run(std::string_view line, const CommandSpool& spool,
+                                 const Kiln::String& who) const {
    Kiln::ActivityLockAnchor::assertHeld();
+   const CommandOriginScope origin(who);
    CommandResult result;
    try {
       if (const auto begun = lineToComplete(line)) {

@@ -27,8 +27,8 @@ class CommandRunner : public Kiln::PtrInterface {
    // that begin like LINE's last word. No word and no error if none may follow.
    //
    // Activity thread, under the activity lock. The text goes to the spool; a command that fills it ends with an error.
-   // An error is one printable line. Nothing is thrown.
-   CommandResult run(std::string_view line, const CommandSpool& spool) const;
+   // An error is one printable line. Nothing is thrown. `who` gave the command, as agent/CommandOrigin.h has it.
+   CommandResult run(std::string_view line, const CommandSpool& spool, const Kiln::String& who) const;
 
    // Whether running the line would change anything, as its callback says. Under the same conditions.
    bool changes(std::string_view line) const;

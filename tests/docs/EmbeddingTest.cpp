@@ -318,8 +318,8 @@ TEST_F(Embedding, OwnCommandIsRunByItsFirstWord) {
    const auto runner = Kiln::allocate<Agent::CommandRunner>(commands);
    addFanCommand(commands, runner);
    const Agent::CommandSpool answer;
-   EXPECT_TRUE(runner->run("fans show", answer).ok());
-   EXPECT_EQ(runner->run("fans stop", answer).error, "expected 'show'");
+   EXPECT_TRUE(runner->run("fans show", answer, "the test").ok());
+   EXPECT_EQ(runner->run("fans stop", answer, "the test").error, "expected 'show'");
    EXPECT_EQ(ZelTest::printed([&](U32 fd) {
                 Kiln::TextOutput out(static_cast<int>(fd));
                 answer.copyTo(out);

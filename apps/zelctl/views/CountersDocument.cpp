@@ -3,6 +3,7 @@
 
 #include "apps/zelctl/terminal/Utf8.h"
 #include "apps/zelctl/views/JsonReader.h"
+#include "kiln/Choices.h"
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
@@ -81,10 +82,22 @@ ShownRow rowOf(const Json& members, const std::vector<ShownColumn>& columns) {
    return row;
 }
 
-// The table's title, with the chip's name before it if it doesn't end in it.
+// The table's title, with the chip's name before it if it doesn't end in it. Of one that does, the agent's text says in
+// the title when it was cleared; of others, the notes do.
 String titleOf(const String& chip, const Json& object) {
-   const String title = needText(object, "title");
-   return title.ends_with("chip " + chip) ? title : chip + ": " + title;
+   String title = needText(object, "title");
+   if (!title.ends_with("chip " + chip)) {
+      return chip + ": " + title;
+   }
+   const auto age = object.find("cleared-age-ms");
+   if (age == object.end()) {
+      return title;
+   }
+   return title +
+          (age->is_number_unsigned()
+                ? ", since the clear " + Kiln::durationText(static_cast<double>(age->get<U64>()) / 1e3) +
+                       " ago by " + needText(object, "cleared-by")
+                : ", never cleared");
 }
 
 std::vector<String> notesOf(const Json& object) {

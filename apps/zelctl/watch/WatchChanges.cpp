@@ -16,15 +16,10 @@ using State = WatchedRow::State;
 
 constexpr const char* unknownRate = "-";
 
-// A title holds how old a record or how long ago a clear is, which changes from round to round.
+// A title ends with how old a record is, or since when and by whose clear it counts, which changes from round to round.
 String withoutAges(String title) {
-   constexpr std::string_view ago = " ago";
-   title.resize(std::min(title.find("counting for "), title.size()));
-   for (std::size_t end = title.find(ago); end != String::npos; end = title.find(ago)) {
-      // What numbers and the units s, min, h and d are made of. A letter too many does no harm: it goes in each round.
-      const std::size_t before = title.find_last_not_of("0123456789 dhimns", end);
-      const std::size_t begin = before == String::npos ? 0 : before + 1;
-      title.erase(begin, end + ago.size() - begin);
+   for (const std::string_view changing : {", sampled ", ", since the clear", ", never cleared"}) {
+      title.resize(std::min(title.find(changing), title.size()));
    }
    return title;
 }

@@ -28,7 +28,7 @@ class AgentRig : public testing::Test {
    Asked run(const Kiln::String& line) {
       const auto lock = Kiln::ActivityLockAnchor::lock();
       const Agent::CommandSpool spool;
-      const Agent::CommandResult result = agent_->commandRunner()->run(line, spool);
+      const Agent::CommandResult result = agent_->commandRunner()->run(line, spool, "the test");
       Kiln::String text(spool.size(), '\0');
       spool.read(0, text.data(), text.size());
       return {text, result.error};

@@ -63,9 +63,10 @@ TEST_F(CountersCommands, WithoutNonzeroEveryCounterIsShown) {
 
 TEST_F(CountersCommands, ClearOnlyTheNamedChip) {
    EXPECT_EQ(ask("chip Zel0 cl mac").text, "");
-   EXPECT_EQ(ask("show mac nonzero").text, "\n" + zel1);
+   EXPECT_EQ(ask("show mac nonzero").text, "\nZel0: cleared 0 s ago by the test\n" + zel1);
    EXPECT_EQ(ask("clear mac").error, "");
-   EXPECT_EQ(ask("show mac nonzero").text, "\n\n");
+   EXPECT_EQ(ask("show mac nonzero").text,
+             "\nZel0: cleared 0 s ago by the test\n\nZel1: cleared 0 s ago by the test\n");
 }
 
 TEST_F(CountersCommands, RefusedOnesSayWhatIsExpectedAndDoNothing) {
@@ -288,7 +289,7 @@ TEST_F(CountersCommands, CompletionOffersOnlyWhatIsTaken) {
    for (std::size_t i = 0; i < lines.size(); ++i) {
       const auto lock = Kiln::ActivityLockAnchor::lock();
       const Agent::CommandSpool spool(4096); // may fill up: the answers do not matter here
-      const String error = agent_->commandRunner()->run("counters " + lines[i], spool).error;
+      const String error = agent_->commandRunner()->run("counters " + lines[i], spool, "the test").error;
       const bool isFull = error.find("the output ends here") == 0;
       const bool isUnfinished = error.find("the command is incomplete") == 0 || error.find("pipe needs") == 0;
       // What readers may not: what is carried out, and clears.

@@ -119,8 +119,8 @@ TEST(Watch, RatesAreTrueAtAnyInterval) {
          const double told = asked + 0.004 * (round * 7 % 10);
          const double sampled = 0.3 + 2 * std::floor((told - 0.3) / 2);
          const String answer =
-              R"({"chips": [{"chip": "Zel0", "tables": [{"title": "Drops, cleared )" + std::to_string(round) +
-              R"( s ago", "counters": ["In"], "rows": [{"Name": "a", "In": )" +
+              R"({"chips": [{"chip": "Zel0", "tables": [{"title": "Drops, chip Zel0", "cleared-by": "root", "cleared-age-ms": )" +
+              std::to_string(round * 1000) + R"(, "counters": ["In"], "rows": [{"Name": "a", "In": )" +
               std::to_string(std::llround(27000 * sampled)) + R"(}], "notes": [], "age-ms": )" +
               std::to_string(std::llround((told - sampled) * 1000)) + R"(, "status": null}], "notes": []}]})";
          const auto tables = changes.compare(ZelCtl::readCountersDocument(answer, asked, asked + 0.04));
