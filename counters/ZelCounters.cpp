@@ -11,6 +11,7 @@
 #include "counters/tables/ZelCountersSm.h"
 #include "kiln/ActivityLock.h"
 #include "kiln/ActivityManager.h"
+#include "kiln/Choices.h"
 #include "sdk/bf_port.h"
 #include "sdk/lld.h"
 #include "sdk/pipe_mgr.h"
