@@ -1,14 +1,19 @@
 // The cost of the completion of MAC reads, from the lock to the stored snapshot, for 456 ports a chip and 1 to 8 chips,
-// against a plain memcpy of the same bytes in the same loop; its allocations; and the cost of a trace line that is off.
+// against a plain memcpy of the same bytes in the same loop; its allocations; the cost of the activity lock; and that of a
+// trace line that is off.
 #include "bench/AllocationCount.h"
 #include "bench/CpuTime.h"
 #include "counters/ZelCounters.h"
 #include "counters/chip/ZelCountersTrace.h"
 #include "kiln/ActivityLock.h"
+#include "kiln/Time.h"
 
 #include <benchmark/benchmark.h>
 #include <cstring>
+#include <future>
 #include <memory>
+#include <mutex>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -105,6 +110,45 @@ void memoryPerPort(benchmark::State& state) {
    }
 }
 BENCHMARK(memoryPerPort)->Iterations(3);
+
+// An outermost hold, with its statistics, against a bare recursive mutex, and the two clock readings that they need. A
+// second thread waits meanwhile, as one does in every agent: the C library's mutex is cheaper without.
+void activityLock(benchmark::State& state) {
+   std::promise<void> isOver;
+   std::jthread other([over = isOver.get_future()] { over.wait(); });
+   constexpr unsigned holds = 1000;
+   // The CPU seconds of so many calls.
+   const auto timeOf = [](auto call) {
+      const double begin = cpuSeconds();
+      for (unsigned i = 0; i < holds; ++i) {
+         call();
+         benchmark::ClobberMemory();
+      }
+      return cpuSeconds() - begin;
+   };
+   std::recursive_mutex mutex;
+   double mutexSeconds = 0.0;
+   double clockSeconds = 0.0;
+   double lockSeconds = 0.0;
+   for (auto _ : state) {
+      mutexSeconds += timeOf([&] { const std::lock_guard hold(mutex); });
+      clockSeconds += timeOf([] {
+         benchmark::DoNotOptimize(Kiln::System::monotonicTime());
+         benchmark::DoNotOptimize(Kiln::System::monotonicTime());
+      });
+      const double seconds = timeOf([] { const auto hold = Kiln::ActivityLockAnchor::lock(); });
+      lockSeconds += seconds;
+      state.SetIterationTime(seconds);
+   }
+   isOver.set_value();
+   const double calls = static_cast<double>(state.iterations()) * holds;
+   state.counters["ns_per_hold"] = 1e9 * lockSeconds / calls;
+   state.counters["ns_of_mutex"] = 1e9 * mutexSeconds / calls;
+   state.counters["ns_of_two_clock_readings"] = 1e9 * clockSeconds / calls;
+   state.counters["x_mutex"] = lockSeconds / mutexSeconds;
+   state.counters["x_mutex_and_readings"] = lockSeconds / (mutexSeconds + clockSeconds);
+}
+BENCHMARK(activityLock)->UseManualTime();
 
 struct Formatted {
    friend std::ostream& operator<<(std::ostream& out, const Formatted&) {

@@ -202,7 +202,7 @@ class ZelCounters : public ChipAccess, public CookieStorage<ZelCounters> {
    Kiln::Ptr<HwTableCountersSm> hwTableCountersSm_;
    bool stopped_ = false;
    bool isReadingOnceMore_ = false;
-   bool isSilent_ = false; // as the operator log has it
+   bool isSilent_ = false;    // as the operator log has it
    bool isSuspected_ = false; // it was silent in the last pass
    double lastPass_ = Kiln::never;
    double judgedFrom_ = 0; // before that, old readings may be the agent's own fault

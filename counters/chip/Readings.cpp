@@ -171,7 +171,7 @@ bool Readings::isAsked(ReadingKey::Kind kind) const {
 }
 
 // By their age only: one refusal is no silence. A poller that was stopped says nothing of the chip.
-std::vector<ReadingKey::Kind> Readings::silentKinds() const {
+std::vector<std::pair<ReadingKey::Kind, bool>> Readings::answeredKinds() const {
    std::array<bool, ReadingKey::kinds> isAsked{};
    std::array<bool, ReadingKey::kinds> isAnswered{};
    forEachPolled([&](const ReadingKey& key, const Reading& reading) {
@@ -181,21 +181,34 @@ std::vector<ReadingKey::Kind> Readings::silentKinds() const {
          isAnswered[kind] |= !isOld(key.kind, reading);
       }
    });
-   std::vector<ReadingKey::Kind> silent;
+   std::vector<std::pair<ReadingKey::Kind, bool>> answered;
    for (std::size_t kind = 0; kind < ReadingKey::kinds; ++kind) {
-      if (isAsked[kind] && !isAnswered[kind]) {
-         silent.push_back(static_cast<ReadingKey::Kind>(kind));
+      if (isAsked[kind]) {
+         answered.emplace_back(static_cast<ReadingKey::Kind>(kind), isAnswered[kind]);
+      }
+   }
+   return answered;
+}
+
+std::vector<ReadingKey::Kind> Readings::silentKinds() const {
+   std::vector<ReadingKey::Kind> silent;
+   for (const auto& [kind, isAnswered] : answeredKinds()) {
+      if (!isAnswered) {
+         silent.push_back(kind);
       }
    }
    return silent;
 }
 
 bool Readings::isSilent() const {
-   using Kind = ReadingKey::Kind;
-   const std::vector<Kind> silent = silentKinds();
-   return !silent.empty() && std::ranges::all_of(std::array{Kind::mac, Kind::tableSync, Kind::queues}, [&](Kind kind) {
-      return !isAsked(kind) || std::ranges::find(silent, kind) != silent.end();
-   });
+   std::size_t silent = 0;
+   for (const auto& [kind, isAnswered] : answeredKinds()) {
+      if (kind != ReadingKey::Kind::trafficManager && isAnswered) {
+         return false;
+      }
+      silent += isAnswered ? 0 : 1;
+   }
+   return silent != 0;
 }
 
 } // namespace ZelCounter

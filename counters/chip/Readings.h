@@ -113,9 +113,9 @@ class Readings {
       });
    }
 
-   // The kinds whose every polled reading is more than three periods old: the chip does not answer them.
+   // The kinds of whose polled readings all are more than three periods old: the chip does not answer them.
    std::vector<ReadingKey::Kind> silentKinds() const;
-   // Whether these are all that are read from the hardware. The traffic manager's are the SDK's own.
+   // Whether no other kind is read from the hardware. The traffic manager's counts are the SDK's own.
    bool isSilent() const;
 
    U64 refusedCount() const { return refused_; }
@@ -124,6 +124,8 @@ class Readings {
 
  private:
    Reading& at(const ReadingKey& key);
+   // The polled kinds, and whether any reading of them is fresh.
+   std::vector<std::pair<ReadingKey::Kind, bool>> answeredKinds() const;
    bool isOld(ReadingKey::Kind kind, const Reading& reading) const;
    ReadingState state(ReadingKey::Kind kind, const Reading& reading) const;
    template <class Visit>

@@ -30,11 +30,14 @@ const Kiln::LogMessage ZEL_COUNTERS_COUNTER_RESOURCE_NORMAL{
      "None."};
 
 const Kiln::LogMessage ZEL_COUNTERS_CHIP_SILENT{
-     "ZEL_COUNTERS_CHIP_SILENT", Severity::warning, "Chip %s does not answer reads of %s. These counters stand still.",
+     "ZEL_COUNTERS_CHIP_SILENT", Severity::warning,
+     "Chip %s does not answer reads of %s. These counters stand still.",
      "Reads of the chip's counters were refused, or not answered, for more than three polling intervals. "
-     "What is shown and published of them is as old as the last answer, and says so. The chip is asked on and on, but "
+     "What is shown and published of them is as old as the last answer, and says so. The chip is asked on "
+     "and on, but "
      "for tables after an answer that was lost: their syncs go on when the chip is added again.",
-     "Look at the chip's driver and its log. 'counters show health' says what is not answered, and why. If the driver is "
+     "Look at the chip's driver and its log. 'counters show health' says what is not answered, and why. If "
+     "the driver is "
      "well and the tables stay old, take the chip away and add it again."};
 
 const Kiln::LogMessage ZEL_COUNTERS_CHIP_ANSWERS{"ZEL_COUNTERS_CHIP_ANSWERS", Severity::notice,

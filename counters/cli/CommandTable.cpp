@@ -159,7 +159,7 @@ constexpr std::array table{
                 }},
      CommandRow{"show health", Operand::none, json, false,
                 [](Chip& chip, Out& out, const Args& args) {
-                   out.view(healthView(chip, *args.mgr, args.isFirst));
+                   out.view(healthView(chip, *args.mgr, args.isFirst), TableLayout::overview);
                 }},
      CommandRow{"show", Operand::none, view, false,
                 [](Chip& chip, Out& out, const Args& args) {

@@ -21,7 +21,7 @@ using Holds = TableView::Holds;
 using Kind = ReadingKey::Kind;
 
 Cell ageCell(const std::optional<double>& seconds) {
-   return seconds ? Cell(static_cast<U64>(*seconds * 1000)) : Cell(Kiln::String("never"));
+   return seconds ? Cell(static_cast<U64>(*seconds * 1000)) : Cell(TableView::Unread());
 }
 
 // Tells a reading from the others of its chip.
@@ -66,10 +66,12 @@ std::vector<Kiln::String> processNotes() {
    return notes;
 }
 
-void addEvent(TableView* table, const Kiln::String& what, const std::optional<MacAccounting::Event>& event) {
+void addEvent(TableView* table, const Kiln::String& chipName, const Kiln::String& what,
+              const std::optional<MacAccounting::Event>& event) {
    if (event) {
-      table->notes.push_back("Last " + what + ": " + event->intf.text() + " " + event->counter + " from " +
-                             std::to_string(event->before) + " to " + std::to_string(event->after) + ", " +
+      table->notes.push_back(chipName + ", last " + what + ": " + event->intf.text() + " " + event->counter +
+                             " from " + std::to_string(event->before) + " to " +
+                             std::to_string(event->after) + ", " +
                              Kiln::durationText(Kiln::System::currentTime() - event->time) + " ago");
    }
 }
@@ -84,20 +86,20 @@ U64 pendingVlans(const ManagerAccess& mgr, ZelId::ZelDevId devId) {
 
 TableView healthView(ZelCounters& chip, const ManagerAccess& mgr, bool isFirst) {
    TableView table{"Health of chip " + chip.chipName(),
-                   {{"Chip", Holds::text, 6},
-                    {"Verdict", Holds::text, 8},
-                    {"Up", Holds::age, 8},
-                    {"MAC read", Holds::age, 8},
-                    {"Tables", Holds::age, 8},
-                    {"Queues", Holds::age, 8},
-                    {"Traffic manager", Holds::age, 15},
-                    {"Outstanding", Holds::counter, 11},
-                    {"Refused", Holds::counter, 7},
-                    {"Unanswered", Holds::counter, 10},
-                    {"Late", Holds::counter, 4},
-                    {"Wraps", Holds::counter, 5},
-                    {"Upsets", Holds::counter, 6},
-                    {"VLANs pending", Holds::counter, 13}}};
+                   {{"Chip", Holds::text},
+                    {"Verdict", Holds::text},
+                    {"Up", Holds::age},
+                    {"MAC read", Holds::age},
+                    {"Tables", Holds::age},
+                    {"Queues", Holds::age},
+                    {"Traffic manager", Holds::age},
+                    {"Outstanding", Holds::counter},
+                    {"Refused", Holds::counter},
+                    {"Unanswered", Holds::counter},
+                    {"Late", Holds::counter},
+                    {"Wraps", Holds::counter},
+                    {"Upsets", Holds::counter},
+                    {"VLANs pending", Holds::counter}}};
    const Readings& readings = chip.readings();
    U64 outstanding = 0;
    bool isTroubled = false;
@@ -107,7 +109,7 @@ TableView healthView(ZelCounters& chip, const ManagerAccess& mgr, bool isFirst) 
       isTroubled |= !table.readings.back().state.trouble.empty();
    });
    const auto age = [&](Kind kind) {
-      return readings.isAsked(kind) ? ageCell(readings.age(kind)) : Cell(Kiln::String("-"));
+      return readings.isAsked(kind) ? ageCell(readings.age(kind)) : Cell(TableView::Unsupported());
    };
    table.rows.push_back({chip.chipName(),
                          readings.isSilent() ? "silent"
@@ -118,8 +120,8 @@ TableView healthView(ZelCounters& chip, const ManagerAccess& mgr, bool isFirst) 
                          readings.unansweredCount(), ChipAccess::lateCompletions(chip.deviceId()),
                          U64{chip.overflowCount()}, U64{chip.seuCount()},
                          pendingVlans(mgr, chip.deviceId())});
-   addEvent(&table, "wrap", chip.macAccounting().lastWrap());
-   addEvent(&table, "upset", chip.macAccounting().lastUpset());
+   addEvent(&table, chip.chipName(), "wrap", chip.macAccounting().lastWrap());
+   addEvent(&table, chip.chipName(), "upset", chip.macAccounting().lastUpset());
    if (isFirst) {
       const std::vector<Kiln::String> notes = processNotes();
       table.notes.insert(table.notes.end(), notes.begin(), notes.end());

@@ -139,7 +139,8 @@ TableView TmCounters::view(std::optional<U16> pipe, bool nonZeroOnly) const {
             return now.isRead ? TableView::Cell(number) : TableView::Unread();
          };
          table.rows.push_back({U64{onPipe}, Kiln::String(type.name), cell(count),
-                               type.isTotal ? cell(counts_.sinceClear(place, 1)) : Kiln::String("-"), state});
+                               type.isTotal ? cell(counts_.sinceClear(place, 1)) : TableView::Unsupported(),
+                               state});
          if (state != readState) {
             table.unprintedNotes.push_back(stateText(onPipe, type, now));
          }

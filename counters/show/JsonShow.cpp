@@ -82,7 +82,8 @@ void JsonShow::documentEnd() {
 
 void JsonShow::tableBegin(const TableHeading& heading) {
    columns_ = heading.columns;
-   isSinceClear_ = heading.layout != TableLayout::view || !heading.since.empty();
+   isSinceClear_ = (heading.layout != TableLayout::view && heading.layout != TableLayout::overview) ||
+                   !heading.since.empty();
    notes_.clear();
    tablesBegin();
    json_.newLine();
@@ -101,6 +102,7 @@ void JsonShow::tableBegin(const TableHeading& heading) {
 void JsonShow::row(std::span<const Cell> cells) {
    json_.newLine();
    json_.begin("", '{');
+   std::vector<const TableView::Column*> unsupported;
    for (std::size_t i = 0; i < columns_.size(); ++i) {
       const TableView::Column& column = columns_[i];
       if (const U64* const number = std::get_if<U64>(&cells[i])) {
@@ -108,9 +110,18 @@ void JsonShow::row(std::span<const Cell> cells) {
       } else if (column.holds == TableView::Holds::text) {
          json_.value(column.name, std::string_view(std::get<Kiln::String>(cells[i])));
       } else if (column.holds != TableView::Holds::remark) {
-         // N/A, "-" and never read: no number in a number's column.
          json_.null(keyOf(column));
+         if (std::holds_alternative<TableView::Unsupported>(cells[i])) {
+            unsupported.push_back(&column);
+         }
       }
+   }
+   if (!unsupported.empty()) {
+      json_.begin("not-supported", '[');
+      for (const TableView::Column* const column : unsupported) {
+         json_.value("", std::string_view(keyOf(*column)));
+      }
+      json_.end(']');
    }
    json_.end('}');
    flush();

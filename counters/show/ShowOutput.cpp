@@ -82,12 +82,12 @@ void ShowOutput::tellReadings(const Kiln::String& chipName) {
    }
 }
 
-void ShowOutput::view(const TableView& table) {
+void ShowOutput::view(const TableView& table, TableLayout layout) {
    // A title has room for one clear.
    const bool isClearInTitle = table.isSinceClear && !table.readings.empty() &&
                                std::ranges::adjacent_find(table.readings, std::ranges::not_equal_to(),
                                                           &ToldReading::cleared) == table.readings.end();
-   tableBegin({table.title, table.columns, TableLayout::view, HeadingTime::atOnce,
+   tableBegin({table.title, table.columns, layout, HeadingTime::atOnce,
                isClearInTitle                                  ? sinceText(table.readings.front().cleared)
                : table.isSinceClear && !table.readings.empty() ? ", since the clears below"
                                                                : ""});

@@ -9,8 +9,18 @@
 
 namespace ZelCounter {
 
-// How a table looks as text. A `view` is laid out by its columns; the others are fixed.
-enum class TableLayout : U8 { view, mac, catalogue, directTable, indirectTable, pdpInterface, pdpAll };
+// How a table looks as text. A `view` is laid out by its columns. The tables of an `overview` have the same columns, and
+// become one, folded where a line gets too long; it stands at the document's end. The others are fixed.
+enum class TableLayout : U8 {
+   view,
+   overview,
+   mac,
+   catalogue,
+   directTable,
+   indirectTable,
+   pdpInterface,
+   pdpAll
+};
 
 // When the text's heading is printed: at the table's beginning, with the first row if there is one, or it was before.
 enum class HeadingTime : U8 { atOnce, withFirstRow, before };
@@ -64,7 +74,7 @@ class ShowOutput {
    // Instead of all tables of a chip whose construction is not complete.
    virtual void uninitialized() = 0;
 
-   void view(const TableView& table);
+   void view(const TableView& table, TableLayout layout = TableLayout::view);
 
  protected:
    // Of the table that ends; nothing if it isn't made of readings.

@@ -31,10 +31,12 @@ struct TableView {
       Holds holds;
       unsigned width = 0; // in a view, at least; numbers are at its right end
    };
-   // A count that was never read: 0 in text, null in JSON; a note says why.
+   // A count that was never read; a note says why.
    struct Unread {};
-   // A number or a text. In a number's column a text stands for its absence.
-   using Cell = std::variant<U64, Kiln::String, Unread>;
+   // A count that the row does not have, or that the chip does not support.
+   struct Unsupported {};
+   // Text for a label or a remark; the others for numbers. The last two are null in JSON, which lists the latter.
+   using Cell = std::variant<U64, Kiln::String, Unread, Unsupported>;
 
    Kiln::String title;
    std::vector<Column> columns;

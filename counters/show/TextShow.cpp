@@ -3,6 +3,7 @@
 
 #include "kiln/Choices.h"
 
+#include <algorithm>
 #include <string>
 
 namespace ZelCounter {
@@ -39,14 +40,19 @@ U64 numberOf(const Cell& cell) {
    return std::get<U64>(cell);
 }
 
-// A count that was never read is 0 in text, which has no room for more; the note below the table says why.
-U64 countOf(const Cell& cell) {
-   const U64* const number = std::get_if<U64>(&cell);
-   return number != nullptr ? *number : 0;
-}
-
 const char* textOf(const Cell& cell) {
    return std::get<Kiln::String>(cell).c_str();
+}
+
+// Of a view.
+Kiln::String cellText(const Cell& cell, bool isAge) {
+   if (const Kiln::String* const label = std::get_if<Kiln::String>(&cell)) {
+      return *label;
+   }
+   if (const U64* const number = std::get_if<U64>(&cell)) {
+      return isAge ? Kiln::durationText(static_cast<double>(*number) / 1000) : std::to_string(*number);
+   }
+   return std::holds_alternative<TableView::Unread>(cell) ? "never read" : "not supported";
 }
 
 // No formatted print, as a direct table may be long.
@@ -97,13 +103,18 @@ void printPdpLine(Kiln::TextOutput& out, Cells cells) {
              static_cast<unsigned long long>(numberOf(cells[2])));
 }
 
-// Each column has two blanks before it.
+constexpr std::size_t gap = 2; // blanks before each column
+
 std::size_t viewWidth(std::span<const TableView::Column> columns) {
    std::size_t width = 0;
    for (const TableView::Column& column : columns) {
-      width += column.width + 2;
+      width += column.width + gap;
    }
    return width;
+}
+
+bool isLeft(const TableView::Column& column) {
+   return column.holds == TableView::Holds::text || column.holds == TableView::Holds::remark;
 }
 
 } // namespace
@@ -123,6 +134,10 @@ void TextShow::tableBegin(const TableHeading& heading) {
 void TextShow::printHeading() {
    isHeadingDue_ = false;
    switch (layout_) {
+   case TableLayout::overview:
+      overview_.title = title_.substr(0, title_.find(" of chip "));
+      overview_.columns.assign(columns_.begin(), columns_.end());
+      break;
    case TableLayout::view:
       printViewHeading();
       break;
@@ -158,6 +173,9 @@ void TextShow::row(std::span<const Cell> cells) {
    switch (layout_) {
    case TableLayout::view:
       return printViewLine(cells);
+   case TableLayout::overview:
+      overview_.rows.emplace_back(cells.begin(), cells.end());
+      return;
    case TableLayout::mac:
       return printMacLine(out_, cells);
    case TableLayout::catalogue:
@@ -185,7 +203,7 @@ void TextShow::tableEnd(bool hasClosingLine) {
       out_.write(pdpClosingRuler);
    }
    for (const Kiln::String& text : notes_) {
-      out_.write(text + "\n");
+      chipNote(text);
    }
    if (layout_ == TableLayout::view) {
       out_.write("\n");
@@ -196,13 +214,82 @@ void TextShow::noTable(const Kiln::String& /*title*/, const Kiln::String& why) {
    out_.write(why + "\n");
 }
 
+void TextShow::uninitialized() {
+   out_.write(uninitializedText);
+   isLineOpen_ = true;
+}
+
+void TextShow::chipNote(const Kiln::String& text) {
+   if (layout_ == TableLayout::overview) {
+      overview_.notes.push_back(text);
+   } else {
+      out_.write(text + "\n");
+   }
+}
+
+void TextShow::documentEnd() {
+   if (!overview_.rows.empty()) {
+      out_.write(isLineOpen_ ? "\n" : "");
+      printOverview();
+   }
+}
+
+// In blocks of at most 80 columns, each with the first column: ages, counts and what else does not fit.
+void TextShow::printOverview() {
+   constexpr std::size_t widest = 80;
+   std::vector<TableView::Column>& columns = overview_.columns;
+   for (std::size_t i = 0; i < columns.size(); ++i) {
+      std::size_t width = std::string_view(columns[i].name).size();
+      for (const std::vector<Cell>& row : overview_.rows) {
+         width = std::max(width, cellText(row[i], columns[i].holds == TableView::Holds::age).size());
+      }
+      columns[i].width = static_cast<unsigned>(width);
+   }
+   out_.write(overview_.title + "\n");
+   std::vector<std::size_t> block{0};
+   std::size_t used = columns[0].width + gap;
+   for (std::size_t i = 1; i < columns.size(); ++i) {
+      const bool isOfAnotherKind = !isLeft(columns[i - 1]) && columns[i].holds != columns[i - 1].holds;
+      if (isOfAnotherKind || used + gap + columns[i].width > widest) {
+         printBlock(block);
+         block = {0};
+         used = columns[0].width + gap;
+      }
+      block.push_back(i);
+      used += gap + columns[i].width;
+   }
+   printBlock(block);
+   for (const Kiln::String& text : overview_.notes) {
+      out_.write(text + "\n");
+   }
+}
+
+void TextShow::printBlock(std::span<const std::size_t> columns) {
+   std::vector<TableView::Column> chosen;
+   for (const std::size_t column : columns) {
+      chosen.push_back(overview_.columns[column]);
+   }
+   columns_ = chosen;
+   title_.clear();
+   printViewHeading();
+   for (const std::vector<Cell>& row : overview_.rows) {
+      std::vector<Cell> cells;
+      for (const std::size_t column : columns) {
+         cells.push_back(row[column]);
+      }
+      printViewLine(cells);
+   }
+   out_.write(ruler(viewWidth(chosen)) + "\n");
+   columns_ = {};
+}
+
 void TextShow::printViewHeading() {
    std::vector<Cell> names;
    for (const TableView::Column& column : columns_) {
       names.emplace_back(Kiln::String(column.name));
    }
    const Kiln::String line = ruler(viewWidth(columns_));
-   out_.write(title_ + "\n" + line);
+   out_.write((title_.empty() ? "" : title_ + "\n") + line);
    printViewLine(names);
    out_.write(line);
 }
@@ -211,14 +298,9 @@ void TextShow::printViewLine(std::span<const Cell> cells) {
    Kiln::String line;
    for (std::size_t i = 0; i < columns_.size(); ++i) {
       const TableView::Column& column = columns_[i];
-      const bool isRight = column.holds != TableView::Holds::text && column.holds != TableView::Holds::remark;
-      const Kiln::String* const label = std::get_if<Kiln::String>(&cells[i]);
-      const Kiln::String text = label != nullptr ? *label
-                                : column.holds == TableView::Holds::age
-                                     ? Kiln::durationText(static_cast<double>(countOf(cells[i])) / 1000)
-                                     : std::to_string(countOf(cells[i]));
+      const Kiln::String text = cellText(cells[i], column.holds == TableView::Holds::age);
       const Kiln::String padding(column.width > text.size() ? column.width - text.size() : 0, ' ');
-      line += "  " + (isRight ? padding + text : text + padding);
+      line += Kiln::String(gap, ' ') + (isLeft(column) ? text + padding : padding + text);
    }
    line.erase(line.find_last_not_of(' ') + 1); // a left-aligned last column ends at its text
    out_.write(line + "\n");

@@ -11,6 +11,8 @@ class TextShow : public ShowOutput {
    // Does not own the descriptor. With echo, standard output gets the same text.
    TextShow(U32 fd, bool echo) : out_(static_cast<int>(fd), echo) {}
 
+   void documentEnd() override;
+
    bool ok() const override { return out_.ok(); }
    void tableBegin(const TableHeading& heading) override;
    void row(std::span<const Cell> cells) override;
@@ -19,15 +21,17 @@ class TextShow : public ShowOutput {
    void tableEnd(bool hasClosingLine) override;
    void noTable(const Kiln::String& title, const Kiln::String& why) override;
    void blankLine() override { out_.write("\n"); }
-   void uninitialized() override { out_.write(uninitializedText); }
+   void uninitialized() override;
 
  protected:
-   void chipNote(const Kiln::String& text) override { out_.write(text + "\n"); }
+   void chipNote(const Kiln::String& text) override;
 
  private:
    void printHeading();
    void printViewHeading();
    void printViewLine(std::span<const Cell> cells);
+   void printOverview();
+   void printBlock(std::span<const std::size_t> columns);
 
    Kiln::TextOutput out_;
    // Of the table that was begun last.
@@ -37,6 +41,14 @@ class TextShow : public ShowOutput {
    bool isHeadingDue_ = false;
    bool hasRows_ = false;
    std::vector<Kiln::String> notes_;
+   // Of an overview, until the document's end.
+   struct Overview {
+      Kiln::String title;
+      std::vector<TableView::Column> columns;
+      std::vector<std::vector<Cell>> rows;
+      std::vector<Kiln::String> notes;
+   } overview_;
+   bool isLineOpen_ = false; // a chip that isn't initialized said so
 };
 
 } // namespace ZelCounter

@@ -260,8 +260,8 @@ void TableCounters::indirectRows(ShowOutput& out, const ZlTableCounter& info, Ze
       traceError(out, "Indirect start error: ", status);
       return;
    }
-   const TableView::Cell notCounted = "N/A";
-   // One for all rows, since there may be tens of thousands: a column that isn't counted keeps its N/A.
+   constexpr TableView::Unsupported notCounted;
+   // One for all rows, since there may be tens of thousands: a column that isn't counted stays as it is.
    std::array<TableView::Cell, std::size(indirectColumns)> cells{U64{0}, notCounted, notCounted};
    for (U32 index = 0; index < info.size && out.ok(); ++index) {
       p4_pd_counter_value value{};

@@ -140,4 +140,36 @@ NameChoice chooseNames(std::string_view word, const std::vector<String>& known) 
    return Chooser(known).take(word);
 }
 
+std::vector<String> continuedNames(std::string_view begun, const std::vector<String>& known) {
+   const std::size_t comma = begun.rfind(',');
+   const std::size_t from = comma == std::string_view::npos ? 0 : comma + 1;
+   const std::size_t dash = begun.find('-', from);
+   const bool isRange = dash != std::string_view::npos;
+   if (from == 0 && !isRange) {
+      return {};
+   }
+   // What is typed already must stand for names, the last of which tells the stem, and where a range begins.
+   const std::size_t end = isRange ? dash : comma;
+   const NameChoice before = chooseNames(begun.substr(0, end), known);
+   if (!before.error.empty()) {
+      return {};
+   }
+   const Numbered last(before.names.back());
+   const String head(begun.substr(0, end + 1));
+   std::vector<String> words;
+   for (const String& name : known) {
+      const Numbered one(name);
+      const bool isOfStem = last.isNumbered && one.isNumbered && one.stem == last.stem;
+      const bool isTaken = std::ranges::find(before.names, name) != before.names.end();
+      if (isRange ? isOfStem && one.number > last.number : isOfStem && !isTaken) {
+         words.push_back(head + std::to_string(one.number));
+      }
+      if (!isRange && !isTaken && !(isOfStem && begun.size() == from)) { // its number is enough
+         words.push_back(head + name);
+      }
+   }
+   std::erase_if(words, [&](const String& word) { return !word.starts_with(begun); });
+   return words;
+}
+
 } // namespace Kiln

@@ -22,4 +22,8 @@ struct NameChoice {
 //    Ethernet1-4,7    a list; a number alone has the stem of the name before it
 NameChoice chooseNames(std::string_view word, const std::vector<String>& known);
 
+// What the beginning of such a word may become, as far as its last name or number: for "Ethernet1,3-" all lists up to
+// "Ethernet1,3-64". Only for a list or a range: a name alone is one of the known.
+std::vector<String> continuedNames(std::string_view begun, const std::vector<String>& known);
+
 } // namespace Kiln

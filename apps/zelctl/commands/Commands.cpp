@@ -56,11 +56,12 @@ struct Printing {
 };
 
 int print(const String& text, const Printing& printing) {
-   const String shown = filtered(printing.filters, text);
+   const auto [shown, notes] = filtered(printing.filters, text);
    // A reader that leaves early, such as head, has what it wanted.
    if ((printing.usesPager ? pageOut : writeOut)(shown, printing.signals) == Written::failed) {
       return complain(String("cannot write the answer: ") + std::strerror(errno));
    }
+   std::cerr << notes;
    return carriedOut;
 }
 
@@ -148,9 +149,11 @@ int complain(std::string_view problem) {
 
 int runLine(const Client& client, const String& line, Signals* signals) {
    try {
-      const FilteredLine split = splitFilters(line);
+      Words words = Agent::splitWords(line);
+      const bool asksForFilters = words.size() > 1 && words.back() == "?" && words[words.size() - 2] == "|";
+      const FilteredLine split = asksForFilters ? FilteredLine{line, {}} : splitFilters(line);
       const Printing printing{split.filters, client.usesPager, signals};
-      Words words = Agent::splitWords(split.command);
+      words = Agent::splitWords(split.command);
       if (words.empty()) {
          return complain("no command: 'zelctl help' lists them");
       }

@@ -4,11 +4,14 @@
 #include "agent/CommandRunner.h"
 #include "apps/zelctl/commands/CommandWords.h"
 #include "apps/zelctl/commands/Filters.h"
+#include "apps/zelctl/commands/Help.h"
 #include "apps/zelctl/terminal/Utf8.h"
+#include "apps/zelctl/views/RecordRequest.h"
 #include "apps/zelctl/views/RecordViewer.h"
 #include "apps/zelctl/views/TopView.h"
 #include "kiln/Choices.h"
 #include "kiln/Name.h"
+#include "kiln/NameChoice.h"
 #include "kiln/Numbers.h"
 
 #include <algorithm>
@@ -62,15 +65,23 @@ Words follow(const Client& client, Words before, const String& partial) {
       return shows;
    }
    if (isViewCommand(before.front())) {
-      return viewCandidates(before, client.store());
+      return viewCandidates(before, partial, client.store());
    }
    if (before.front() == topCommand) {
       return topCandidates(before);
    }
+   if (before.front() == "help") {
+      return before.size() == 1 ? helpTopics() : Words();
+   }
    if (!isAgentCommand(before.front())) {
       return {};
    }
-   return fromAgent(client, Kiln::joined(before, " ") + " " + partial);
+   const String line = Kiln::joined(before, " ") + " ";
+   Words words = fromAgent(client, line + partial);
+   if (words.empty() && isInterfaceWord(before.back(), {})) {
+      words = Kiln::continuedNames(partial, fromAgent(client, line));
+   }
+   return words;
 }
 
 } // namespace

@@ -52,17 +52,26 @@ Filter filterOf(std::string_view words) {
    return {kind, text};
 }
 
-String linesWith(const String& text, const String& wanted, bool isKept) {
+template <class IsKept>
+String linesThat(const String& text, IsKept isKept) {
    String kept;
    for (std::size_t begin = 0; begin < text.size();) {
       const std::size_t end = std::min(text.find('\n', begin), text.size() - 1) + 1;
       const std::string_view line = std::string_view(text).substr(begin, end - begin);
-      if ((line.find(wanted) != std::string_view::npos) == isKept) {
+      if (isKept(line)) {
          kept += line;
       }
       begin = end;
    }
    return kept;
+}
+
+// "Zel0, Ethernet3: as of 54 s ago: HW access fails", or that an agent does not run or publish; not within JSON.
+bool isNoteOfAge(std::string_view line) {
+   const auto has = [&](std::string_view text) { return line.find(text) != std::string_view::npos; };
+   return line.find_first_of(" {\"") != 0 &&
+          (has(": as of ") || has(": never read: ") || line.starts_with("No agent is running") ||
+           line.starts_with("An agent is running"));
 }
 
 } // namespace
@@ -84,13 +93,21 @@ FilteredLine splitFilters(const String& line) {
    return split;
 }
 
-String filtered(const std::vector<Filter>& filters, String text) {
+FilteredText filtered(const std::vector<Filter>& filters, String text) {
+   if (filters.empty()) {
+      return {std::move(text), ""};
+   }
+   const String notes = linesThat(text, isNoteOfAge);
+   text = linesThat(text, [](std::string_view line) { return !isNoteOfAge(line); });
    for (const Filter& filter : filters) {
+      const bool isWanted = filter.kind == Filter::Kind::include;
       text = filter.kind == Filter::Kind::count
                   ? Kiln::counted(static_cast<U64>(std::ranges::count(text, '\n')), "line") + "\n"
-                  : linesWith(text, filter.text, filter.kind == Filter::Kind::include);
+                  : linesThat(text, [&](std::string_view line) {
+                       return (line.find(filter.text) != std::string_view::npos) == isWanted;
+                    });
    }
-   return text;
+   return {std::move(text), notes};
 }
 
 } // namespace ZelCtl

@@ -26,7 +26,11 @@ std::vector<Kiln::String> filterNames();
 // expected.
 FilteredLine splitFilters(const Kiln::String& line);
 
-// The lines that the filters leave of the text, or their number.
-Kiln::String filtered(const std::vector<Filter>& filters, Kiln::String text);
+struct FilteredText {
+   Kiln::String text;  // the lines that the filters leave, or their number
+   Kiln::String notes; // the lines that say how old the counts are: no filter takes them away
+};
+// Without filters, all of the text.
+FilteredText filtered(const std::vector<Filter>& filters, Kiln::String text);
 
 } // namespace ZelCtl

@@ -98,9 +98,20 @@ A word that is an interface's name means that interface, whatever else it is.
    stale            not read for three polling intervals
    never read       nor ever
    agent gone       no agent is running that could read it
-   not supported    there is no such counter
-   -                not known
+   not supported    there is no such counter; N/A in the agent's tables
+   -                not known: as a rate before the second reading
 )"},
+     Topic{"filters", "which lines of an answer are shown", R"(
+   ... | include TEXT   only lines with the text
+   ... | exclude TEXT   only those without
+   ... | count          their number
+
+Several may follow each other. Lines that say how old counts are always stay, on
+standard error. In a shell, quote the command with its filters.
+)"},
+     Topic{"include", "of the lines, only those with the text that follows: 'help filters'"},
+     Topic{"exclude", "of the lines, only those without the text that follows: 'help filters'"},
+     Topic{"count", "how many lines: 'help filters'"},
      Topic{"intf", "an interface: 'help names'"},
      Topic{"interface", "an interface: 'help names'"},
      Topic{"nonzero", "leaves out what is 0"},
@@ -129,6 +140,14 @@ String lineOf(std::string_view word, std::string_view meaning) {
 
 } // namespace
 
+Words helpTopics() {
+   Words all;
+   for (const Topic& topic : topics) {
+      all.emplace_back(topic.word);
+   }
+   return all;
+}
+
 String helpOn(const Words& words) {
    if (words.size() < 2) {
       String text = "'help WORD' explains one of these. A line that ends in ? lists what may come\n"
@@ -139,10 +158,7 @@ String helpOn(const Words& words) {
       return text;
    }
    // Of a line, the last word is in question.
-   Words all;
-   for (const Topic& topic : topics) {
-      all.emplace_back(topic.word);
-   }
+   const Words all = helpTopics();
    const String& word = words.back();
    const Words meant = Kiln::wordsMeant(word, all);
    if (meant.empty()) {

@@ -10,6 +10,9 @@ namespace ZelCtl {
 // `help`: the topics; `help WORD`: the topic. Throws std::runtime_error for an unknown word, naming what there is.
 Kiln::String helpOn(const std::vector<Kiln::String>& words);
 
+// The words that `help` explains.
+std::vector<Kiln::String> helpTopics();
+
 // What may come next, a line for each word that has a meaning here; names together.
 Kiln::String helpOnNext(const std::vector<Kiln::String>& candidates);
 

@@ -79,7 +79,8 @@ These are zelctl's own
                                     Ctrl-C or q ends it
    ... | include TEXT               after a command: only lines with the text
    ... | exclude TEXT               only those without
-   ... | count                      their number
+   ... | count                      their number. Lines that say how old counts
+                                    are always stay, on standard error
    help [WORD]                      lists the topics, or explains one; a line
                                     that ends in ? lists what may come next
    quit                             leaves the prompt

@@ -70,6 +70,9 @@ WatchRequest parseWatch(const std::vector<String>& words) {
    command = commandNamed(command);
    if (command == shows.front()) {
       checkCounters(request.words);
+   } else if (isAgentCommand(command)) {
+      throw std::runtime_error("watch shows counts, which a log has none of: try: " +
+                               Kiln::joined(request.words, " "));
    } else if (std::ranges::find(shows, command) == shows.end()) {
       const String right = rightCommand(request.words);
       if (!right.empty() && std::ranges::find(shows, right.substr(0, right.find(' '))) != shows.end()) {

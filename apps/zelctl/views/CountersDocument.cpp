@@ -29,10 +29,17 @@ String needText(const Json& object, const char* name) {
    return printable(need(object, name, Type::string).get_ref<const String&>());
 }
 
+constexpr const char* unsupportedMember = "not-supported"; // of a row: the counters that it doesn't have
+
+bool isUnsupported(const Json& row, const String& name) {
+   const auto list = row.find(unsupportedMember);
+   return list != row.end() && std::ranges::find(*list, Json(name)) != list->end();
+}
+
 String textOf(const Json& value) {
    switch (value.type()) {
    case Type::null:
-      return "-";
+      return "never read";
    case Type::boolean:
       return value.get<bool>() ? "true" : "false";
    case Type::number_unsigned:
@@ -57,7 +64,8 @@ std::vector<ShownColumn> columnsOf(const Json& rows, const Json& counters) {
          throw std::runtime_error("it has a row that is not an object");
       }
       for (const auto& [name, value] : row.items()) {
-         if (std::ranges::find(columns, name, &ShownColumn::heading) == columns.end()) {
+         if (name != unsupportedMember &&
+             std::ranges::find(columns, name, &ShownColumn::heading) == columns.end()) {
             const bool isCounter = counterNames.contains(name);
             columns.push_back({name, isCounter ? ShownColumn::Kind::counter : ShownColumn::Kind::key});
          }
@@ -72,7 +80,7 @@ ShownRow rowOf(const Json& members, const std::vector<ShownColumn>& columns) {
       const auto found = members.find(column.heading);
       ShownCell cell;
       if (found != members.end()) {
-         cell.text = textOf(*found);
+         cell.text = isUnsupported(members, column.heading) ? "not supported" : textOf(*found);
          if (column.kind == ShownColumn::Kind::counter && found->is_number_unsigned()) {
             cell.count = found->get<U64>();
          }

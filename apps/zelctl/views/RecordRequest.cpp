@@ -162,11 +162,11 @@ unsigned keywordMeant(const View& view, const String& word) {
                             (isAsked ? "" : "; keywords are " + Kiln::joined(keywordsOf(view), ", ")));
 }
 
-bool isInterfaceWord(const String& word) {
-   return word == "intf" || word == "interface";
-}
-
 } // namespace
+
+bool isInterfaceWord(const String& word, const std::vector<String>& known) {
+   return (word == "intf" || word == "interface") && std::ranges::find(known, word) == known.end();
+}
 
 RecordRequest parseRecordRequest(const std::vector<String>& words, const PublishedTable& table) {
    RecordRequest request;
@@ -174,7 +174,7 @@ RecordRequest parseRecordRequest(const std::vector<String>& words, const Publish
    const std::vector<String> known = namesIn(table);
    const auto isKnown = [&](const String& word) { return std::ranges::find(known, word) != known.end(); };
    for (std::size_t i = 1; i < words.size(); ++i) {
-      const bool isNamed = isInterfaceWord(words[i]) && !isKnown(words[i]);
+      const bool isNamed = isInterfaceWord(words[i], known);
       if (isNamed && ++i == words.size()) {
          throw std::runtime_error(words.back() + " needs an interface: expected " +
                                   (known.empty() ? "none, as none is published" : Kiln::nameRanges(known)));

@@ -59,6 +59,9 @@ struct RecordRequest {
 // names and keywords there are.
 RecordRequest parseRecordRequest(const std::vector<Kiln::String>& words, const PublishedTable& table);
 
+// Whether an interface's name follows the word, and no keyword; not if the word is one itself.
+bool isInterfaceWord(const Kiln::String& word, const std::vector<Kiln::String>& known);
+
 // The rows that the request asks for.
 std::vector<const PublishedRow*> selectRows(const RecordRequest& request, const PublishedTable& table);
 

@@ -6,6 +6,7 @@
 #include "apps/zelctl/views/TextTable.h"
 #include "kiln/Choices.h"
 #include "kiln/JsonWriter.h"
+#include "kiln/NameChoice.h"
 
 #include <algorithm>
 
@@ -75,8 +76,11 @@ ShownCell useCell(const PublishedRow& row, const NamedCounter& octets) {
 
 ShownCell columnCell(const Column& column, const PublishedRow& row, const NamedCounter* counter,
                      const RecordRequest& request) {
-   if (counter == nullptr || !counter->isRead) {
+   if (counter == nullptr) {
       return {unknown};
+   }
+   if (!counter->isRead) {
+      return {text(Activity::neverRead)};
    }
    if (column.shows == Column::Shows::use) {
       return useCell(row, *counter);
@@ -256,7 +260,7 @@ ShownTable wholeOf(const RecordRequest& request, const PublishedTable& table, co
       if (request.has(raw) && !one.reading) {
          line.cells.back() = {"not supported"};
       } else if (!one.isRead) {
-         line.cells.back() = {"never read"};
+         line.cells.back() = {text(Activity::neverRead)};
       }
       if (request.has(rates)) {
          line.cells.push_back({one.rate ? std::to_string(Vex::wholeRate(*one.rate)) : "-"});
@@ -343,16 +347,26 @@ void addUse(JsonWriter* out, const PublishedRow& row) {
 
 void addCounters(JsonWriter* out, const RecordRequest& request, const Vex::RecordText& text) {
    const auto isShown = [&](const NamedCounter& one) { return one.isError || !request.has(errors); };
+   std::vector<String> unsupported;
    out->begin(request.has(raw) ? "readings" : "totals", '{');
    for (const NamedCounter& one : text.counters) {
       const U64 count = countOf(one, request);
-      if (isShown(one) && !(one.isRead && (!request.has(raw) || one.reading))) {
+      const bool isUnsupported = request.has(raw) && !one.reading;
+      if (isShown(one) && (isUnsupported || !one.isRead)) {
          out->null(one.name);
+         unsupported.insert(unsupported.end(), isUnsupported ? 1 : 0, one.name);
       } else if (isShown(one) && (count != 0 || !request.has(nonzero))) {
          out->value(one.name, count);
       }
    }
    out->end('}');
+   if (!unsupported.empty()) {
+      out->begin("not-supported", '[');
+      for (const String& name : unsupported) {
+         out->value("", std::string_view(name));
+      }
+      out->end(']');
+   }
    if (!request.has(rates)) {
       return;
    }
@@ -460,15 +474,21 @@ String viewRecords(const std::vector<String>& words, const Silo::Store& store, s
    return text;
 }
 
-std::vector<String> viewCandidates(const std::vector<String>& words, const Silo::Store& store) {
+std::vector<String> viewCandidates(const std::vector<String>& words, const String& begun,
+                                   const Silo::Store& store) {
    const View& view = *viewNamed(words.front());
-   std::vector<String> candidates = keywordsOf(view);
+   std::vector<String> names;
    try {
       for (const PublishedRow& row : view.read(store, view.table).rows) {
-         candidates.push_back(row.name);
+         names.push_back(row.name);
       }
    } catch (const std::exception&) { // nothing published: keywords only
    }
+   const bool isNamed = words.size() > 1 && isInterfaceWord(words.back(), names);
+   std::vector<String> candidates = isNamed ? std::vector<String>() : keywordsOf(view);
+   const std::vector<String> continued = Kiln::continuedNames(begun, names);
+   candidates.insert(candidates.end(), names.begin(), names.end());
+   candidates.insert(candidates.end(), continued.begin(), continued.end());
    std::erase_if(candidates, [&](const String& one) {
       return one.empty() || std::ranges::find(words, one) != words.end();
    });

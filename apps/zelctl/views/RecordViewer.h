@@ -17,8 +17,9 @@ Kiln::String viewRecords(const std::vector<Kiln::String>& words, const Silo::Sto
 std::vector<ShownTable> showRecords(const std::vector<Kiln::String>& words, const Silo::Store& store);
 
 // The words that may follow these, the first of which must be such a command: keywords, and the interfaces in the
-// table.
-std::vector<Kiln::String> viewCandidates(const std::vector<Kiln::String>& words, const Silo::Store& store);
+// table; also the lists and ranges that `begun` may become.
+std::vector<Kiln::String> viewCandidates(const std::vector<Kiln::String>& words, const Kiln::String& begun,
+                                         const Silo::Store& store);
 
 // A line for each command, for --help.
 Kiln::String viewCommandsHelp();

@@ -34,7 +34,7 @@ std::vector<Column> columnsOf(const ShownTable& table) {
          if (!isLoose(table, row, i)) {
             const String& text = row.cells[i].text;
             column.width = std::max(column.width, columnsIn(text));
-            column.isZero = column.isZero && (text == "0" || text == "-");
+            column.isZero = column.isZero && (text == "0" || text == "-" || text == "not supported");
          }
       }
       columns.push_back(column);

@@ -32,10 +32,24 @@ TEST(Filters, LeaveTheLinesThatAreAskedFor) {
       String result;
       const String error = ZelTest::errorOf([&, &typed = line] {
          const ZelCtl::FilteredLine split = ZelCtl::splitFilters(typed);
-         result = split.command + ": " + filtered(split.filters, text);
+         result = split.command + ": " + filtered(split.filters, text).text;
       });
       EXPECT_EQ(error.empty() ? result : error, expected) << line;
    }
+}
+
+TEST(Filters, NeverTakeAwayHowOldTheCountsAre) {
+   const String notes = "Zel0, Ethernet3: as of 54 s ago: HW access fails\nZel1: never read: no answer\n"
+                        "No agent is running, so nothing newer is published.\n";
+   const String json = "{\"chip\":\"Zel0\",\"notes\":[\"Zel0: as of 54 s ago: no answer\"]}\n";
+   const String text = "Ethernet3 5\n" + json + notes;
+   for (const auto& [typed, left] : std::vector<std::pair<String, String>>{
+             {"| count", "2 lines\n"}, {"| exclude Zel", "Ethernet3 5\n"}, {"| include Zel", json}}) {
+      const auto result = filtered(ZelCtl::splitFilters(typed).filters, text);
+      EXPECT_EQ(result.text, left) << typed;
+      EXPECT_EQ(result.notes, notes) << typed;
+   }
+   EXPECT_EQ(ZelCtl::filtered({}, text).text, text);
 }
 
 } // namespace

@@ -68,7 +68,8 @@ TEST(JsonReader, RefusesAnythingElse) {
 constexpr const char* document =
      "{\"chips\":[{\"chip\":\"Zel0\",\"tables\":[{\"title\":\"Packets, chip Zel0\","
      "\"counters\":[\"In\",\"Out\"],\"rows\":[{\"Pipe\":0,\"Stage\":\"parser\",\"In\":12,\"Out\":null},"
-     "{\"Pipe\":1,\"Stage\":\"p\\u001b[31m\",\"In\":7,\"Out\":5,\"Late\":3}],\"notes\":[\"one \\u00e9\"]},"
+     "{\"Pipe\":1,\"Stage\":\"p\\u001b[31m\",\"In\":null,\"Out\":5,\"not-supported\":[\"In\"],\"Late\":3}],"
+     "\"notes\":[\"one \\u00e9\"]},"
      "{\"title\":\"Empty\",\"counters\":[],\"rows\":[],\"notes\":[]}]},"
      "{\"chip\":\"Zel1\",\"error\":\"Agent not initialized yet\"}]}";
 
@@ -84,9 +85,10 @@ TEST(CountersDocument, BecomesTables) {
    ASSERT_EQ(tables[0].rows.size(), 2U);
    EXPECT_EQ(tables[0].rows[0].cells[2].count, std::optional<U64>(12));
    EXPECT_EQ(tables[0].rows[0].cells[3].count, std::nullopt);
-   EXPECT_EQ(tables[0].rows[0].cells[3].text, "-");
+   EXPECT_EQ(tables[0].rows[0].cells[3].text, "never read");
    EXPECT_EQ(tables[0].rows[0].cells[4].text, "");
    EXPECT_EQ(tables[0].rows[1].cells[1].text, "p?[31m") << "nothing that a terminal would obey";
+   EXPECT_EQ(tables[0].rows[1].cells[2].text, "not supported");
    EXPECT_EQ(tables[0].notes, std::vector<String>{"one \xc3\xa9"});
    EXPECT_EQ(tables[1].title, "Zel0: Empty");
    EXPECT_EQ(tables[2].title, "Zel1: Agent not initialized yet");

@@ -251,6 +251,26 @@ TEST_F(RecordViewer, ANameThatExistsComesBeforeWhateverElseTheWordMayMean) {
              "interface needs an interface: expected Vlan20, br-1, intf, json or raw");
 }
 
+TEST_F(RecordViewer, CandidatesAreNamesListsAndRanges) {
+   publishPorts();
+   const auto offered = [&](const Words& words, const String& begun) {
+      return Kiln::joined(ZelCtl::viewCandidates(words, begun, store_), " ");
+   };
+   EXPECT_EQ(offered({"interfaces", "json"}, "E"),
+             "nonzero rates errors raw exact Ethernet1 Ethernet2 Ethernet10");
+   const String names = "Ethernet1 Ethernet2 Ethernet10";
+   EXPECT_EQ(offered({"interfaces", "intf"}, ""), names) << "no keyword may follow";
+   for (const auto& [begun, more] :
+        std::map<String, String>{{"Ethernet1,", " Ethernet1,2 Ethernet1,10"},
+                                 {"Ethernet1,E", " Ethernet1,Ethernet2 Ethernet1,Ethernet10"},
+                                 {"Ethernet1,2-", " Ethernet1,2-10"},
+                                 {"Eth1-", " Eth1-2 Eth1-10"},
+                                 {"Ethernet10-", ""},
+                                 {"Ethernet3-", ""}}) {
+      EXPECT_EQ(offered({"interfaces", "intf"}, begun), names + more) << begun;
+   }
+}
+
 TEST_F(RecordViewer, AMissingTableIsNamed) {
    EXPECT_NE(refusal("vlans").find(Tables::TableName::vlanIntfCounters), String::npos) << refusal("vlans");
 }
@@ -342,8 +362,11 @@ TEST_F(RecordViewer, TextAndJsonOfEveryViewAgree) {
          for (const auto& [heading, member] : members) {
             if (row.contains(heading)) {
                const String name = (isQueue ? "queue." + row.at("Queue") + "." : "") + member;
-               const auto& total = json["totals"].contains(name) ? json["totals"][name] : nlohmann::json();
-               EXPECT_EQ(row.at(heading), total.is_null() ? "-" : total.dump()) << where << ": " << name;
+               const auto& totals = json["totals"];
+               const String told = !totals.contains(name)   ? "-"
+                                   : totals[name].is_null() ? "never read"
+                                                            : totals[name].dump();
+               EXPECT_EQ(row.at(heading), told) << where << ": " << name;
                ++counts;
             }
          }
@@ -354,6 +377,9 @@ TEST_F(RecordViewer, TextAndJsonOfEveryViewAgree) {
       }
    }
    EXPECT_EQ(counts, 15U + 9 + 18 + 4 + 4 + 4);
+   const auto readings = nlohmann::json::parse(view("interfaces Ethernet1 raw json"))["interfaces"][0];
+   EXPECT_EQ(readings["not-supported"], nlohmann::json{"out-queue-drops"});
+   EXPECT_TRUE(readings["readings"]["out-queue-drops"].is_null());
    EXPECT_EQ(states, (std::set<String>{"up", "idle", "no rate", "stale", "never read", "ok"}));
    EXPECT_TRUE(std::regex_search(view("interfaces errors"), std::regex("Ethernet1 .* 183.0M +0 +creation\n")))
         << view("interfaces errors");
