@@ -42,8 +42,12 @@ RawTable::RawTable(const Store& store, const std::string& name, const RecordLayo
    try {
       open(former);
    } catch (const std::system_error& error) {
+      removeIfNew();
       throw TableError(store_.describe(name_) + ", " + std::to_string(options_.capacity) + " records of " +
                        std::to_string(layout_.size) + " bytes: " + error.what());
+   } catch (...) {
+      removeIfNew();
+      throw;
    }
 }
 
@@ -61,14 +65,22 @@ RawTable::~RawTable() {
       state_.writerPid = 0;
       header().stateIs(state_);
    }
+   if (options_.isProvisional) {
+      removeIfNew();
+   }
 }
 
 // The order matters: the identity is checked before anything else is believed, slots are restored before the new
 // state is published, and publishing the state is the last step, since it lets readers in.
 void RawTable::open(const FormerLayout& former) {
-   mapping_ = store_.openForWriting(name_);
+   OpenedTable opened = store_.openForWriting(name_);
+   mapping_ = std::move(opened.mapping);
+   if (!opened.replaced.empty()) {
+      report("", opened.replaced, Remedy::recreated);
+   }
    std::size_t kept = 0;
    if (mapping_.size() == 0) {
+      isNew_ = true;
       create(options_.capacity);
    } else if (options_.isBegunAnew) {
       recreate();
@@ -140,7 +152,7 @@ void RawTable::recreate() {
       reinterpret_cast<TableHeader*>(old.data())->retire();
    }
    store_.remove(name_);
-   mapping_ = store_.openForWriting(name_);
+   mapping_ = store_.openForWriting(name_).mapping;
    create(options_.capacity);
 }
 
@@ -486,7 +498,8 @@ std::string RawTable::lossInMemory() const {
 // won first: another agent may have begun to write there.
 void RawTable::remake(const std::string& problem) {
    try {
-      const Mapping claim = store_.isNamed(name_, mapping_) ? Mapping() : store_.openForWriting(name_);
+      const Mapping claim =
+           store_.isNamed(name_, mapping_) ? Mapping() : store_.openForWriting(name_).mapping;
       Mapping other = store_.openSuccessor(name_);
       std::size_t missing = 0;
       std::swap(mapping_, other); // from here on, `other` is the old one
@@ -513,6 +526,16 @@ void RawTable::remake(const std::string& problem) {
    } catch (const std::runtime_error& error) { // of the system or the store: the next pass tries again
       if (!std::exchange(isNameLost_, true)) {
          report("", problem + ", and cannot be made anew: " + error.what(), Remedy::lost);
+      }
+   }
+}
+
+// While the lock is held: what has the name is this writer's own.
+void RawTable::removeIfNew() {
+   if (isNew_) {
+      try {
+         store_.remove(name_);
+      } catch (const TableError&) { // then it stays, whole and empty
       }
    }
 }

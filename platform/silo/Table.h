@@ -71,6 +71,9 @@ class Table {
    // Seconds between two samples, from which readers judge how old a record may be.
    void pollingIntervalIs(double seconds) { raw_.pollingIntervalIs(seconds); }
 
+   // A provisional table stays from now on, as any other does.
+   void keep() { raw_.keep(); }
+
  private:
    RawTable raw_;
 };
