@@ -17,9 +17,9 @@ class HardwareMemory {
    static constexpr unsigned regionLimit = 8;
    static constexpr std::size_t regionBytesLimit = 64U << 20;
 
-   // `path` empty: the process's own memory. Otherwise a file of this user's, created if missing. What an agent that was
-   // killed has left unsealed begins anew: the whole file, or a chip's region. Throws std::runtime_error, naming the file,
-   // if it cannot be opened, is another user's or program's, or is in use by another agent.
+   // `path` empty: the process's own memory. Otherwise a file of this user's, created if missing. What an agent that
+   // was killed has left unsealed begins anew: the whole file, or a chip's region. Throws std::runtime_error, naming
+   // the file, if it cannot be opened, is another user's or program's, or is in use by another agent.
    explicit HardwareMemory(const Kiln::String& path);
    HardwareMemory(const HardwareMemory&) = delete;
    HardwareMemory& operator=(const HardwareMemory&) = delete;

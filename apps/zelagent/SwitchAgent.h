@@ -45,8 +45,8 @@ class SwitchAgent {
    SwitchAgent& operator=(const SwitchAgent&) = delete;
    ~SwitchAgent();
 
-   // The start went well: what it created stays when the agent ends. Otherwise tables, their folder and the hardware file
-   // go with the agent, unless they were there before.
+   // The start went well: what it created stays when the agent ends. Otherwise tables, their folder and the hardware
+   // file go with the agent, unless they were there before.
    void createdIsKept();
 
    ZelCounter::ZelCountersMgr& countersMgr() { return *mgr_; }

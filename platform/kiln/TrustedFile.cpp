@@ -56,9 +56,9 @@ void requireTrusted(const std::string& path, const struct stat& status) {
    }
 }
 
-// The lock of all but one byte says who is the one. It belongs to the open file: another one in the same process neither
-// shares it nor drops it by being closed. But the kernel does not tell its process, so that has the last byte as well,
-// by a lock of the kind that belongs to a process. Nothing else depends on that.
+// The lock of all but one byte says who is the one. It belongs to the open file: another one in the same process
+// neither shares it nor drops it by being closed. But the kernel does not tell its process, so that has the last byte
+// as well, by a lock of the kind that belongs to a process. Nothing else depends on that.
 constexpr off_t nameByte = off_t{1} << 62;
 
 struct flock lockOf(short type, off_t start, off_t length) {

@@ -35,8 +35,8 @@ OpenedFile openOwnFile(const std::string& path, mode_t mode);
 // and writable by nobody else.
 std::string distrustOfReading(int file, uid_t owner);
 
-// Throws UntrustedFile unless the folder is this user's or root's, and nobody else may write to it; or is sticky, as /tmp,
-// where each file's owner decides. An absent folder is no error.
+// Throws UntrustedFile unless the folder is this user's or root's, and nobody else may write to it; or is sticky, as
+// /tmp, where each file's owner decides. An absent folder is no error.
 void requireTrustedFolder(const std::string& path);
 
 // The folder that a path lies in.

@@ -15,12 +15,12 @@ struct OpenedTable {
    std::string replaced; // why what had the name before was removed; empty if nothing was
 };
 
-// A value: names a place and holds nothing open, but for temporary tables. A table's name is 1 to 63 letters, digits, '.',
-// '_' or '-', not beginning with '.'. Every failure throws TableError, naming the table, its place and what to do.
+// A value: names a place and holds nothing open, but for temporary tables. A table's name is 1 to 63 letters, digits,
+// '.', '_' or '-', not beginning with '.'. Every failure throws TableError, naming the table, its place and what to do.
 //
-// A writer takes a file only if it is its user's own and nobody else may write to it. Root replaces what others have put
-// under a table's name in shared memory; anywhere else such a thing is refused. A reader takes files of its own user, of
-// root, and of whoever owns the directory.
+// A writer takes a file only if it is its user's own and nobody else may write to it. Root replaces what others have
+// put under a table's name in shared memory; anywhere else such a thing is refused. A reader takes files of its own
+// user, of root, and of whoever owns the directory.
 class Store {
  public:
    static constexpr mode_t defaultMode = 0644; // every process may read, only the owner may write
@@ -40,8 +40,8 @@ class Store {
 
    // A read-only mapping; read permission is enough.
    Mapping openForReading(const std::string& table) const;
-   // Throws WriterConflict if the table has a writer. A lock of anybody else's does not keep a writer away: the table then
-   // goes on in another file. Waits for others that open the table at the same time, but not for ever.
+   // Throws WriterConflict if the table has a writer. A lock of anybody else's does not keep a writer away: the table
+   // then goes on in another file. Waits for others that open the table at the same time, but not for ever.
    OpenedTable openForWriting(const std::string& table) const;
    // For a table of that name that is to be replaced by another one, by the holder of its lock. First an empty one beside
    // it, locked and writable; then, once that is whole, its way to the name. A kill leaves the one or the other there.
