@@ -44,11 +44,6 @@ std::optional<U64> readCounter(const Kiln::String& path) {
    return file >> text ? Kiln::parseNumber<U64>(text) : std::nullopt;
 }
 
-// The kernel takes control characters in names. Tables, logs and commands do not.
-bool isPrintable(const Kiln::String& name) {
-   return std::all_of(name.begin(), name.end(), [](char c) { return c > ' ' && c <= '~'; });
-}
-
 } // namespace
 
 std::vector<Kiln::String> HostInterfaces::names() const {
@@ -58,7 +53,7 @@ std::vector<Kiln::String> HostInterfaces::names() const {
         at.increment(error)) {
       const Kiln::String name = at->path().filename().string();
       // The kernel's folder has plain files beside the interfaces.
-      if (isPrintable(name) && readCounter(folder_ + "/" + name + "/statistics/rx_packets")) {
+      if (readCounter(folder_ + "/" + name + "/statistics/rx_packets")) {
          names.push_back(name);
       }
    }

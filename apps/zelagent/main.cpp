@@ -9,7 +9,9 @@
 #include "kiln/ActivityLock.h"
 #include "kiln/ActivityManager.h"
 #include "kiln/Choices.h"
+#include "kiln/MappedFault.h"
 #include "kiln/OperatorLog.h"
+#include "kiln/Utf8.h"
 
 #include <atomic>
 #include <cerrno>
@@ -129,7 +131,7 @@ int runScenario(const Options& options) {
 // Prints log messages for the operator as they come.
 void logToStandardError() {
    Kiln::OperatorLog::instance().sinkIs([](const Kiln::OperatorLog::Entry& entry) {
-      std::fprintf(stderr, "%s\n", Agent::logText(entry).c_str());
+      std::fprintf(stderr, "%s\n", Kiln::printable(Agent::logText(entry)).c_str());
    });
 }
 
@@ -183,7 +185,8 @@ int runAgent(const Options& options) {
                   options.readSocketPath.c_str());
    }
    if (hostPorts) {
-      std::printf("zelagent: ports are the host's: %s\n", Kiln::joined(hostPorts->names(), ", ").c_str());
+      std::printf("zelagent: ports are the host's: %s\n",
+                  Kiln::printable(Kiln::joined(hostPorts->names(), ", ")).c_str());
    }
    manager->run();
    return 0;
@@ -194,6 +197,7 @@ int runAgent(const Options& options) {
 int main(int argc, char** argv) {
    // A client or reader that leaves is then an error of one write, and not the end of the agent.
    std::signal(SIGPIPE, SIG_IGN);
+   Kiln::surviveMappedFaults();
    openStandardStreams();
    // Line by line, so that text written through descriptors and through streams appears in its order.
    std::setvbuf(stdout, nullptr, _IOLBF, 0);
@@ -214,7 +218,7 @@ int main(int argc, char** argv) {
       std::cerr << "% not enough memory: start with fewer chips, pipes or ports, or allow the process more\n";
       return cannotRun;
    } catch (const std::exception& error) {
-      std::cerr << "% " << Agent::printableLine(error.what()) << '\n';
+      std::cerr << "% " << Kiln::printable(error.what()) << '\n';
       return cannotRun;
    }
 }

@@ -7,6 +7,7 @@
 #include "kiln/RingLog.h"
 #include "kiln/TextOutput.h"
 #include "kiln/Time.h"
+#include "kiln/Utf8.h"
 
 #include <algorithm>
 #include <cmath>
@@ -62,7 +63,7 @@ void writeText(const std::vector<Line>& lines, int fd) {
    for (const Line& line : lines) {
       const Kiln::String text =
            line.message != nullptr ? logText({line.time, line.message, line.text}) : line.text;
-      out.write(dateText(line.time) + " " + printableLine(text) + "\n");
+      out.write(dateText(line.time) + " " + Kiln::printable(text) + "\n");
    }
 }
 

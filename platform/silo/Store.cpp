@@ -167,7 +167,7 @@ OpenedTable Store::openForWriting(const std::string& table) const {
       } while (opened.mapping.isStale());
       // Only now may readers open it: nobody can lock it any more. This overrides the umask, too.
       opened.mapping.modeIs(mode_);
-      unlink(successorPathOf(table).c_str()); // which only a killed writer leaves
+      removeSuccessor(table); // which only a killed writer leaves
       return opened;
    } catch (const std::system_error& error) {
       fail(table, "lock or map", error.code().value());
@@ -184,8 +184,8 @@ Mapping Store::openSuccessor(const std::string& table) const {
       return openForWriting(table).mapping;
    }
    const std::string path = successorPathOf(table);
-   unlink(
-        path.c_str()); // a killed writer may have left one; what cannot be removed is an error of the next call
+   removeSuccessor(
+        table); // a killed writer may have left one; what can't be removed is an error of the next call
    const int descriptor = open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, ownerOnly);
    if (descriptor < 0) {
       fail(table, "create a successor of", errno);
@@ -206,12 +206,45 @@ void Store::promoteSuccessor(const std::string& table) const {
    }
 }
 
+void Store::removeSuccessor(const std::string& table) const {
+   if (kind_ != Kind::temporary) {
+      unlink(successorPathOf(table).c_str());
+   }
+}
+
+std::string Store::lossOf(const std::string& table, const Mapping& mapping) const {
+   struct stat status {};
+   if (kind_ == Kind::temporary) {
+      return ""; // nobody else has it
+   }
+   if (!statusOf(table, status)) {
+      return "was removed";
+   }
+   if (!mapping.isOf(status)) {
+      return "was replaced by another file";
+   }
+   if (mapping.isLost() || static_cast<std::size_t>(status.st_size) < mapping.size()) {
+      return "was cut to " + std::to_string(status.st_size) + " of " + std::to_string(mapping.size()) +
+             " bytes";
+   }
+   return "";
+}
+
+bool Store::isNamed(const std::string& table, const Mapping& mapping) const {
+   struct stat status {};
+   return kind_ == Kind::temporary || (statusOf(table, status) && mapping.isOf(status));
+}
+
+bool Store::statusOf(const std::string& table, struct stat& status) const {
+   return lstat(pathOf(table).c_str(), &status) == 0;
+}
+
 void Store::remove(const std::string& table) const {
    if (kind_ == Kind::temporary) {
       temporary_->files.erase(table);
       return;
    }
-   unlink(successorPathOf(table).c_str()); // which only a killed writer leaves
+   removeSuccessor(table); // which only a killed writer leaves
    if (unlink(pathOf(table).c_str()) != 0 && errno != ENOENT) {
       fail(table, "remove", errno);
    }

@@ -47,6 +47,11 @@ class Store {
    // it, locked and writable; then, once that is whole, its way to the name. A kill leaves the one or the other there.
    Mapping openSuccessor(const std::string& table) const;
    void promoteSuccessor(const std::string& table) const;
+   void removeSuccessor(const std::string& table) const;
+   // What became of the file of a table that was opened: removed, replaced or cut. Empty: nothing.
+   std::string lossOf(const std::string& table, const Mapping& mapping) const;
+   // Whether the name is that of the file that was opened.
+   bool isNamed(const std::string& table, const Mapping& mapping) const;
    // Removes the name; whoever has the table open keeps it. An absent table is not an error.
    void remove(const std::string& table) const;
 
@@ -66,6 +71,7 @@ class Store {
    int openOrCreate(const std::string& table, std::string& replaced) const;
    Mapping copyOf(const std::string& table, const Mapping& old) const;
    int openTemporary(const std::string& table, int flags) const;
+   bool statusOf(const std::string& table, struct stat& status) const;
    [[noreturn]] void fail(const std::string& table, const char* doing, int error) const;
 
    Kind kind_;
