@@ -68,6 +68,8 @@ HardwareMemory::~HardwareMemory() {
 }
 
 void HardwareMemory::unmap() {
+   guards_ = {};
+   headerGuard_ = {};
    for (const auto& region : regions_) {
       if (!region.empty()) {
          munmap(region.data(), region.size_bytes());
@@ -118,6 +120,7 @@ void HardwareMemory::checkFile() {
       fail(std::strerror(errno));
    }
    header_ = static_cast<Header*>(mapped);
+   headerGuard_ = Kiln::GuardedMapping(mapped, headerBytes);
    if (isUnsealed(static_cast<U64>(status.st_size))) {
       beginFile();
    }
@@ -215,6 +218,9 @@ std::span<U64> HardwareMemory::regionIs(U8 deviceId, const Kiln::String& layout,
    if (mapped == MAP_FAILED) {
       throw std::runtime_error(Kiln::String("no memory for a chip's counters: ") + std::strerror(errno));
    }
+   if (header_ != nullptr) {
+      guards_[deviceId] = Kiln::GuardedMapping(mapped, bytes);
+   }
    regions_[deviceId] = {static_cast<U64*>(mapped), words};
    if (header_ != nullptr && isNewRegion_[deviceId]) {
       // After its space was allocated: a sealed slot must never promise words that the file does not have. What a chip
@@ -237,6 +243,7 @@ void HardwareMemory::regionDel(U8 deviceId) {
       keepOrder();
       header_->slots[deviceId] = Slot{};
    }
+   guards_[deviceId] = {};
    munmap(region.data(), region.size_bytes());
 }
 

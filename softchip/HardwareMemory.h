@@ -2,6 +2,7 @@
 // as those of a real chip do.
 #pragma once
 
+#include "kiln/MappedFault.h"
 #include "kiln/TrustedFile.h"
 #include "kiln/Types.h"
 
@@ -67,6 +68,9 @@ class HardwareMemory {
    std::array<bool, regionLimit> isNewRegion_{};
    Header* header_ = nullptr;
    std::array<std::span<U64>, regionLimit> regions_;
+   // A chip whose file was cut counts from zero, in memory only.
+   Kiln::GuardedMapping headerGuard_;
+   std::array<Kiln::GuardedMapping, regionLimit> guards_;
 };
 
 } // namespace SoftChip

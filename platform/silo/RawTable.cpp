@@ -84,18 +84,13 @@ void RawTable::open(const FormerLayout& former) {
       create(options_.capacity);
    } else if (options_.isBegunAnew) {
       recreate();
-   } else if (std::string problem = problemWith(layout_); problem.empty()) {
+   } else if (holds(layout_)) {
       kept = restoreState();
-   } else if (former.upgrade && problemWith(former.layout).empty()) {
-      takeOver(former);
-      return;
-   } else if (restoreIdentity(layout_)) {
-      kept = restoreState();
-   } else if (former.upgrade && restoreIdentity(former.layout)) {
+   } else if (former.upgrade && holds(former.layout)) {
       takeOver(former);
       return;
    } else {
-      report("", problem, Remedy::recreated);
+      report("", problemWith(layout_), Remedy::recreated);
       recreate();
    }
    // Never fewer than there were: the records stay, and readers have these slots mapped.
@@ -113,6 +108,10 @@ std::string RawTable::problemWith(const RecordLayout& layout) const {
       problem = "has only " + std::to_string(mapping_.size()) + " bytes";
    }
    return problem;
+}
+
+bool RawTable::holds(const RecordLayout& layout) {
+   return problemWith(layout).empty() || restoreIdentity(layout);
 }
 
 // For a table whose identity was overwritten. The records are there all the same, each with a checksum of its own, and
@@ -462,7 +461,7 @@ RecordInfo RawTable::readOrDefault(const Key& key, void* payload) const {
          return read(key, payload);
       }
    } catch (const CorruptionError& error) {
-      if (options_.onCorruption) {
+      if (options_.onCorruption && !isLost_[index_.find(key)]) { // of those, mend() has told
          options_.onCorruption(error.corruption());
       }
    }
@@ -514,14 +513,15 @@ void RawTable::remake(const std::string& problem) {
       const Mapping claim =
            store_.isNamed(name_, mapping_) ? Mapping() : store_.openForWriting(name_).mapping;
       Mapping other = store_.openSuccessor(name_);
-      other.grow(geometry_.sizeFor(capacity()));
-      std::swap(mapping_, other); // from here on, `other` is the old one
       std::size_t missing = 0;
+      std::swap(mapping_, other); // from here on, `other` is the old one
       try {
+         mapping_.grow(geometry_.sizeFor(capacity()));
          missing = carryOver(other);
          store_.promoteSuccessor(name_);
       } catch (...) {
          std::swap(mapping_, other);
+         store_.removeSuccessor(name_); // what takes the last space of a disk helps nobody
          throw;
       }
       other.remap(); // what is lost of it would not reach the readers
@@ -536,7 +536,6 @@ void RawTable::remake(const std::string& problem) {
                                             " records come with their next reading"),
              Remedy::remade);
    } catch (const std::runtime_error& error) { // of the system or the store: the next pass tries again
-      store_.removeSuccessor(name_);
       if (!std::exchange(isNameLost_, true)) {
          report("", problem + ", and cannot be made anew: " + error.what(), Remedy::lost);
       }
@@ -580,11 +579,13 @@ std::size_t RawTable::carryOver(const Mapping& old) {
 void RawTable::findOverwritten() {
    const Key* first = nullptr;
    std::size_t count = 0;
-   for (SlotIndex i = 0; i < capacity(); ++i) {
+   std::size_t left = size();
+   for (SlotIndex i = 0; left != 0; ++i) {
       const Key& key = index_.keyOf(i);
       if (key.isEmpty()) {
          continue;
       }
+      --left;
       const bool isWritten = std::exchange(looked_[i], generations_[i]) != generations_[i];
       const bool isGood = isWritten ? slot(i).isHeadedBy(key, generations_[i]) : isIntact(i);
       if (!isGood && !isLost_[i]) {

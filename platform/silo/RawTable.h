@@ -65,6 +65,7 @@ class RawTable {
    void open(const FormerLayout& former);
    void removeIfNew();
    std::string problemWith(const RecordLayout& layout) const;
+   bool holds(const RecordLayout& layout);
    bool restoreIdentity(const RecordLayout& layout);
    void create(std::size_t capacity);
    void recreate();

@@ -52,7 +52,7 @@ class Table {
    }
 
    // The same, but an absent key gives the default entry, with generation 0. So does a corrupt record, which is also
-   // reported to the corruption handler at every read; the next recordIs makes it whole.
+   // reported to the corruption handler at every read, unless mend() has done so; the next recordIs makes it whole.
    Sample<Record> sampleOrDefault(const Key& key) const {
       Sample<Record> result;
       result.info = raw_.readOrDefault(key, &result.record);

@@ -97,6 +97,8 @@ std::vector<String> chipNotesOf(const String& text) {
 std::vector<Words> rowsOf(const String& text, const Json& document) {
    std::set<Words> others = {{},
                              {"none"},
+                             wordsOf("Chip Zel0:"),
+                             wordsOf("Chip Zel1:"),
                              wordsOf("Details Packets"),
                              wordsOf("Details Bytes"),
                              wordsOf("Details Packets Bytes"),
