@@ -218,6 +218,9 @@ std::span<U64> HardwareMemory::regionIs(U8 deviceId, const Kiln::String& layout,
    if (mapped == MAP_FAILED) {
       throw std::runtime_error(Kiln::String("no memory for a chip's counters: ") + std::strerror(errno));
    }
+   if (header_ != nullptr) {
+      guards_[deviceId] = Kiln::GuardedMapping(mapped, bytes);
+   }
    regions_[deviceId] = {static_cast<U64*>(mapped), words};
    if (header_ != nullptr) {
       guards_[deviceId] = Kiln::GuardedMapping(mapped, bytes);

@@ -3,7 +3,6 @@
 #pragma once
 
 #include "kiln/MappedFault.h"
-#include "kiln/OwnedFd.h"
 #include "kiln/TrustedFile.h"
 #include "kiln/Types.h"
 

@@ -92,15 +92,15 @@ void Mapping::grow(std::size_t size) {
    map(size);
 }
 
-void Mapping::remap() {
-   unmap();
-   map(fileSize());
-}
-
 void Mapping::modeIs(mode_t mode) {
    if (fchmod(descriptor_, mode) != 0) {
       throwError(errno, "change the mode of");
    }
+}
+
+void Mapping::remap() {
+   unmap();
+   map(fileSize());
 }
 
 void Mapping::sync() const {

@@ -50,10 +50,10 @@ class Mapping {
    // Makes the file longer, with zeros, and maps it anew: pointers into it become invalid. The space is allocated now,
    // so that a full disk is an error here and not a signal at some later store.
    void grow(std::size_t size);
-   // Maps what the file has now: pointers into it become invalid.
-   void remap();
    // Who may open the file from now on.
    void modeIs(mode_t mode);
+   // Maps what the file has now: pointers into it become invalid.
+   void remap();
    // Brings the content to the disk, if there is one below.
    void sync() const;
 

@@ -475,6 +475,18 @@ void RawTable::pollingIntervalIs(double seconds) {
    header().stateIs(state_);
 }
 
+// What has the name may be another's by now.
+void RawTable::removeIfNew() {
+   if (isNew_) {
+      try {
+         if (store_.isNamed(name_, mapping_)) {
+            store_.remove(name_);
+         }
+      } catch (const TableError&) { // then it stays, whole and empty
+      }
+   }
+}
+
 void RawTable::mend() {
    std::string problem = store_.lossOf(name_, mapping_);
    if (problem.empty()) {
@@ -526,16 +538,6 @@ void RawTable::remake(const std::string& problem) {
    } catch (const std::runtime_error& error) { // of the system or the store: the next pass tries again
       if (!std::exchange(isNameLost_, true)) {
          report("", problem + ", and cannot be made anew: " + error.what(), Remedy::lost);
-      }
-   }
-}
-
-// While the lock is held: what has the name is this writer's own.
-void RawTable::removeIfNew() {
-   if (isNew_) {
-      try {
-         store_.remove(name_);
-      } catch (const TableError&) { // then it stays, whole and empty
       }
    }
 }

@@ -45,10 +45,10 @@ class RawTable {
    RecordInfo read(const Key& key, void* payload) const;
    RecordInfo readOrDefault(const Key& key, void* payload) const;
    void pollingIntervalIs(double seconds);
+   void keep() { options_.isProvisional = false; }
    void mend();
    std::uint64_t losses() const { return losses_; }
    bool isIntact(const Key& key) const;
-   void keep() { options_.isProvisional = false; }
 
  private:
    using SlotIndex = std::size_t;

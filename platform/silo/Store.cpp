@@ -167,7 +167,7 @@ OpenedTable Store::openForWriting(const std::string& table) const {
       } while (opened.mapping.isStale());
       // Only now may readers open it: nobody can lock it any more. This overrides the umask, too.
       opened.mapping.modeIs(mode_);
-      unlink(successorPathOf(table).c_str()); // which only a killed writer leaves
+      removeSuccessor(table); // which only a killed writer leaves
       return opened;
    } catch (const std::system_error& error) {
       fail(table, "lock or map", error.code().value());
@@ -185,7 +185,7 @@ Mapping Store::openSuccessor(const std::string& table) const {
    }
    const std::string path = successorPathOf(table);
    removeSuccessor(
-        table); // a killed writer may have left one; what cannot be removed is an error of the next call
+        table); // a killed writer may have left one; what can't be removed is an error of the next call
    const int descriptor = open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, ownerOnly);
    if (descriptor < 0) {
       fail(table, "create a successor of", errno);
@@ -216,7 +216,7 @@ void Store::removeSuccessor(const std::string& table) const {
 std::string Store::lossOf(const std::string& table, const Mapping& mapping) const {
    struct stat status {};
    if (kind_ == Kind::temporary) {
-      return "";
+      return ""; // nobody else has it
    }
    if (!statusOf(table, status)) {
       return "was removed";

@@ -67,11 +67,11 @@ class Store {
 
    std::string pathOf(const std::string& table) const;
    std::string successorPathOf(const std::string& table) const;
-   bool statusOf(const std::string& table, struct stat& status) const;
    bool replacesForeign() const;
    int openOrCreate(const std::string& table, std::string& replaced) const;
    Mapping copyOf(const std::string& table, const Mapping& old) const;
    int openTemporary(const std::string& table, int flags) const;
+   bool statusOf(const std::string& table, struct stat& status) const;
    [[noreturn]] void fail(const std::string& table, const char* doing, int error) const;
 
    Kind kind_;
