@@ -222,9 +222,6 @@ std::span<U64> HardwareMemory::regionIs(U8 deviceId, const Kiln::String& layout,
       guards_[deviceId] = Kiln::GuardedMapping(mapped, bytes);
    }
    regions_[deviceId] = {static_cast<U64*>(mapped), words};
-   if (header_ != nullptr) {
-      guards_[deviceId] = Kiln::GuardedMapping(mapped, bytes);
-   }
    if (header_ != nullptr && isNewRegion_[deviceId]) {
       // After its space was allocated: a sealed slot must never promise words that the file does not have. What a chip
       // before it has counted there is gone.

@@ -212,7 +212,6 @@ void Store::removeSuccessor(const std::string& table) const {
    }
 }
 
-// A temporary table has no name that could be lost, and no other process can open it.
 std::string Store::lossOf(const std::string& table, const Mapping& mapping) const {
    struct stat status {};
    if (kind_ == Kind::temporary) {
