@@ -31,7 +31,7 @@ const Kiln::LogMessage ZEL_COUNTERS_COUNTER_RESOURCE_NORMAL{
 
 const Kiln::LogMessage ZEL_COUNTERS_CHIP_SILENT{
      "ZEL_COUNTERS_CHIP_SILENT", Severity::warning,
-     "Chip %s does not answer reads of %s. These counters stand still.",
+     "Chip %s gives no answer, or errors, to reads of %s. These counters stand still.",
      "Reads of the chip's counters were refused, or not answered, for more than three polling intervals. "
      "What is shown and published of them is as old as the last answer, and says so. The chip is asked on "
      "and on, but "

@@ -28,8 +28,14 @@ constexpr std::array topics{
      Topic{"dropped", "where frames were dropped, and why: begin here", R"(
    counters show drop nonzero       which ports dropped them, and why
    counters show pipeline nonzero   how far frames got, if that is empty
-   top by drops                     which ports and queues drop now
+   watch counters show drop nonzero which of them still do
+   top by drops                     which queues drop now
    interfaces errors nonzero        the MAC's discards beside the queues' drops
+
+Points: at ingress and egress a program drops a frame for a reason. 'final' has
+the same frames again, by where they were lost. Among the reasons, 'same port'
+is a frame that would go out where it came in, 'queue congested' one for which
+there was no room in the buffer.
 )"},
      Topic{"counters", "asks the running agent", R"(
    counters [chip NAME] show WORD...
@@ -54,7 +60,31 @@ constexpr std::array topics{
      Topic{"pdp", "packets by class", "\n   counters show pdp [intf INTF]\n"},
      Topic{"table", "counter tables of the P4 program", "\n   counters show table [ID|NAME] [pipe N]\n"},
      Topic{"info", "which counter tables there are", "\n   counters show info\n"},
-     Topic{"health", "a verdict on each chip, and how old its readings are", "\n   counters show health\n"},
+     Topic{"health", "a verdict on each chip, and how old its readings are", R"(
+   counters show health [json]
+
+Verdict         ok; degraded: something was not read for three intervals, or
+                the last try failed; silent: nothing was read from the hardware
+Up              how long the chip has been up
+MAC read, Tables, Queues, Traffic manager
+                how long ago the oldest good reading of these was
+Outstanding     requests that wait for their answer
+Refused         requests that the chip refused or answered with an error
+Unanswered      requests made again before their answer came: late, or lost
+Late            answers that nobody waited for any more
+Wraps           counters that ran over 64 bits; totals go on
+Upsets          values that cannot be, as after a flipped bit or a reset of the
+                hardware; totals leave the step out. The last of both is named
+VLANs pending   VLANs without counters, for want of table entries
+
+'ringlog' has each wrap and upset while it lasts. A step that a port's speed
+does not allow is a 'suspect' one: 'interfaces errors' counts them.
+)"},
+     Topic{"wrap", "a counter that ran over 64 bits: 'help health'"},
+     Topic{"upset", "a value that cannot be: 'help health'"},
+     Topic{"suspect", "a step that is too big for the port's speed: 'help health'"},
+     Topic{"silent", "a chip that does not answer: 'help health'"},
+     Topic{"stale", "not read for three polling intervals: 'help states'"},
      Topic{"final", "drops also by where frames were lost in the end"},
      Topic{"log", "the agent's messages for operators", "\n   log [json]\n"},
      Topic{"ringlog", "the agent's diagnostics", "\n   ringlog [json]\n"},

@@ -14,14 +14,19 @@ Words may be shortened while they stay unique; 'intf' and 'interface' are one.
 Tab completes them at the prompt.
 
 Dropped frames?  'counters show drop nonzero' says which ports dropped them and
-why. If that is empty, 'counters show pipeline nonzero' says how far they got.
-'top by drops' says which ports and queues drop now. 'interfaces errors' has the
-MAC's discards beside the queues' drops; with the agent's '--traffic host' there
-are no others.
+why; 'watch counters show drop nonzero' which of them still do. If that is
+empty, 'counters show pipeline nonzero' says how far they got. 'top by drops'
+says which queues drop now, 'interfaces errors' has the MAC's discards beside
+the queues' drops; with the agent's '--traffic host' there are no others.
+
+Counts that stand still?  'counters show health' says which chip is silent, and
+which counter wrapped or was upset.
 
 counters ...                        asks the running zelagent
    show drop                        dropped frames by port and reason
    show drop interface NAME            of one port
+     top N                          after show drop: only the N worst
+     final                          where frames were lost in the end, too
    show pipeline                    packets in, out, dropped by pipeline stage
    show pipeline stage NAME            of one stage
    show mau-deparser-drop           drops by match-action stage
@@ -34,6 +39,7 @@ counters ...                        asks the running zelagent
    show table                       all counter tables of the P4 program
    show table ID|NAME                  one of them
    show info                        which counter tables there are
+   show health                      a verdict on each chip: 'help health'
    show                             nearly all of the above
    clear drop                       'show drop' counts from zero
    clear pipeline                   likewise
@@ -43,7 +49,7 @@ counters ...                        asks the running zelagent
    clear pdp                        likewise
    clear table [ID|NAME]            zeroes the hardware's tables, or one; not
                                     those of queues, classes, VLAN interfaces
-   clear                            nearly all of the above
+   clear                            all of the above but mau-deparser-drop
      chip NAME                      before show or clear: one chip only
      nonzero                        after a show: leaves out what is 0
      pipe N                         after pipeline, mau-deparser-drop,
