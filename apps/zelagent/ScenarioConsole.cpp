@@ -184,7 +184,7 @@ ScenarioConsole::Status ScenarioConsole::run(std::istream& scenario, const Kiln:
       } catch (const std::exception& error) {
          out_.flush(); // what was printed before the error, in case both go to one terminal
          const Kiln::String text = name + ":" + std::to_string(number) + ": " + error.what();
-         Kiln::TextOutput(errorFd_).write(Agent::printableLine(text) + "\n");
+         Kiln::TextOutput(errorFd_).write(Kiln::printable(text) + "\n");
          return badStatement;
       }
       flushOutput();

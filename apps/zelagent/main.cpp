@@ -10,6 +10,7 @@
 #include "kiln/ActivityManager.h"
 #include "kiln/Choices.h"
 #include "kiln/OperatorLog.h"
+#include "kiln/Utf8.h"
 
 #include <atomic>
 #include <cerrno>
@@ -199,7 +200,7 @@ int main(int argc, char** argv) {
       std::cerr << "% not enough memory: start with fewer chips, pipes or ports, or allow the process more\n";
       return cannotRun;
    } catch (const std::exception& error) {
-      std::cerr << "% " << Agent::printableLine(error.what()) << '\n';
+      std::cerr << "% " << Kiln::printable(error.what()) << '\n';
       return cannotRun;
    }
 }

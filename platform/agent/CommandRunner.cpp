@@ -5,6 +5,7 @@
 #include "kiln/ActivityLock.h"
 #include "kiln/Choices.h"
 #include "kiln/TextOutput.h"
+#include "kiln/Utf8.h"
 
 #include <optional>
 
@@ -26,7 +27,7 @@ std::optional<std::string_view> lineToComplete(std::string_view line) {
 
 // A name may hold anything; only a word of a line can be typed, and offered.
 bool isWord(const Kiln::String& text) {
-   return !text.empty() && text.find_first_of(blanks) == Kiln::String::npos && printableLine(text) == text;
+   return !text.empty() && text.find_first_of(blanks) == Kiln::String::npos && Kiln::printable(text) == text;
 }
 
 } // namespace
@@ -40,16 +41,6 @@ std::vector<Kiln::String> splitWords(std::string_view line) {
       begin = end;
    }
    return words;
-}
-
-Kiln::String printableLine(Kiln::String text) {
-   for (char& c : text) {
-      const auto byte = static_cast<unsigned char>(c);
-      if (byte < ' ' || byte == 0x7f) {
-         c = '?';
-      }
-   }
-   return text;
 }
 
 void CommandRunner::commandTypeIs(const Kiln::String& keyword, Kiln::String commandType) {
@@ -150,7 +141,7 @@ CommandResult CommandRunner::run(std::string_view line, const CommandSpool& spoo
                      " KiB: ask for one chip, interface or table, or with nonzero";
    }
    // It may quote what was typed, and goes to somebody's terminal as one line.
-   result.error = printableLine(std::move(result.error));
+   result.error = Kiln::printable(result.error);
    return result;
 }
 

@@ -12,10 +12,6 @@ namespace Agent {
 // The words of a line, separated by blanks.
 std::vector<Kiln::String> splitWords(std::string_view line);
 
-// The text with '?' in place of control characters. An error echoes words that may hold anything, and a terminal would
-// obey them.
-Kiln::String printableLine(Kiln::String text);
-
 class CommandRunner : public Kiln::PtrInterface {
  public:
    explicit CommandRunner(Kiln::Ptr<AgentCommandRequestDirSm> directory) : directory_(std::move(directory)) {}

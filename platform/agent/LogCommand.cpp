@@ -1,12 +1,12 @@
 // The logs as lines of text and as one JSON document.
 #include "agent/LogCommand.h"
 
-#include "agent/CommandRunner.h"
 #include "kiln/Choices.h"
 #include "kiln/JsonWriter.h"
 #include "kiln/RingLog.h"
 #include "kiln/TextOutput.h"
 #include "kiln/Time.h"
+#include "kiln/Utf8.h"
 
 #include <algorithm>
 #include <cmath>
@@ -62,7 +62,7 @@ void writeText(const std::vector<Line>& lines, int fd) {
    for (const Line& line : lines) {
       const Kiln::String text =
            line.message != nullptr ? logText({line.time, line.message, line.text}) : line.text;
-      out.write(dateText(line.time) + " " + printableLine(text) + "\n");
+      out.write(dateText(line.time) + " " + Kiln::printable(text) + "\n");
    }
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "kiln/Types.h"
+#include "kiln/Utf8.h"
 
 #include <string_view>
 #include <vector>
@@ -18,8 +19,6 @@ Kiln::String cutTo(std::string_view text, std::size_t columns);
 // no limit.
 std::vector<Kiln::String> wrapped(std::string_view text, std::size_t columns);
 
-// The text with '?' for what must not be sent to a terminal: control characters (C0 and C1), and bytes that are not
-// valid UTF-8.
-Kiln::String printable(std::string_view text);
+using Kiln::printable;
 
 } // namespace ZelCtl

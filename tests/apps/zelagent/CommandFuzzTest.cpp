@@ -5,6 +5,7 @@
 // ZEL_FUZZ_LINES sets the number of lines; ZEL_TEST_SEED repeats a run.
 #include "agent/CommandChannel.h"
 #include "agent/CommandSocket.h"
+#include "kiln/Utf8.h"
 #include "tests/apps/zelagent/AgentRig.h"
 #include "tests/support/Random.h"
 #include "tests/support/SocketClient.h"
@@ -250,7 +251,7 @@ TEST_F(CommandFuzz, AnswersWhateverTheLineIs) {
       answered += asked.error.empty() ? 1U : 0U;
       // A refusal is one short line of printable text, and comes before any output.
       EXPECT_LT(asked.error.size(), 1000U) << line;
-      EXPECT_EQ(Agent::printableLine(asked.error), asked.error) << line;
+      EXPECT_EQ(Kiln::printable(asked.error), asked.error) << line;
       EXPECT_TRUE(asked.error.empty() || asked.text.empty()) << line;
       EXPECT_EQ(asked.text.find('\0'), String::npos) << line;
       // The agent takes what it offered: at most, a name no longer exists or a shortened keyword is ambiguous.
