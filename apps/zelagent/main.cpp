@@ -9,13 +9,13 @@
 #include "kiln/ActivityLock.h"
 #include "kiln/ActivityManager.h"
 #include "kiln/Choices.h"
+#include "kiln/LogOutput.h"
 #include "kiln/OperatorLog.h"
 #include "kiln/Utf8.h"
 
 #include <atomic>
 #include <cerrno>
 #include <csignal>
-#include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <iostream>
@@ -29,8 +29,6 @@ namespace {
 using ZelAgent::Options;
 using ZelAgent::ScenarioConsole;
 using ZelAgent::SwitchAgent;
-
-constexpr int cannotRun = 1; // exit status: invalid options, or what they ask for is not possible
 
 // For the signal handler. Set before the handler is installed, and valid until the process ends.
 Kiln::ActivityManager* signalled = nullptr;
@@ -122,7 +120,7 @@ int runScenario(const Options& options) {
    SwitchAgent agent(config);
    ZelAgent::ScenarioInput input(fd, endFd);
    std::istream scenario(&input);
-   const int status = ScenarioConsole(agent, STDOUT_FILENO, STDERR_FILENO).run(scenario, name);
+   const int status = ScenarioConsole(agent, STDOUT_FILENO, STDERR_FILENO, endFd).run(scenario, name);
    // Whoever ran the scenario waits for its whole output, and has to see that it was cut short.
    return endingSignal.load() != 0 ? 128 + endingSignal.load() : status;
 }
@@ -130,8 +128,20 @@ int runScenario(const Options& options) {
 // Prints log messages for the operator as they come.
 void logToStandardError() {
    Kiln::OperatorLog::instance().sinkIs([](const Kiln::OperatorLog::Entry& entry) {
-      std::fprintf(stderr, "%s\n", Agent::logText(entry).c_str());
+      Kiln::LogOutput::standardError().write(Kiln::printable(Agent::logText(entry)) + "\n");
    });
+}
+
+// The exit status of invalid options, or of options that ask for what is not possible. A reader of the error is not
+// waited for: by now a signal may no longer end the process by itself.
+int cannotRunBecause(const char* reason) {
+   Kiln::LogOutput::standardError().write("% " + Kiln::printable(reason) + "\n");
+   return 1;
+}
+
+// One line of the agent's on standard output, which is a log too: the agent waits for no reader.
+void say(const Kiln::String& line) {
+   Kiln::LogOutput::standardOutput().write("zelagent: " + Kiln::printable(line) + "\n");
 }
 
 int runAgent(const Options& options) {
@@ -162,14 +172,13 @@ int runAgent(const Options& options) {
                           Agent::CommandReaders{*options.readGroup, socketPath});
    }
    endOnSignals();
-   std::printf("zelagent: %s, %s each, commands on %s\n", Kiln::counted(options.agent.chips, "chip").c_str(),
-               Kiln::counted(options.agent.ports, "port").c_str(), socketPath.c_str());
+   say(Kiln::counted(options.agent.chips, "chip") + ", " + Kiln::counted(options.agent.ports, "port") +
+       " each, commands on " + socketPath);
    if (readChannel) {
-      std::printf("zelagent: %s may read on %s\n", Agent::groupName(*options.readGroup).c_str(),
-                  options.readSocketPath.c_str());
+      say(Agent::groupName(*options.readGroup) + " may read on " + options.readSocketPath);
    }
    if (hostPorts) {
-      std::printf("zelagent: ports are the host's: %s\n", Kiln::joined(hostPorts->names(), ", ").c_str());
+      say("ports are the host's: " + Kiln::joined(hostPorts->names(), ", "));
    }
    manager->run();
    return 0;
@@ -181,8 +190,6 @@ int main(int argc, char** argv) {
    // A client or reader that leaves is then an error of one write, and not the end of the agent.
    std::signal(SIGPIPE, SIG_IGN);
    openStandardStreams();
-   // Line by line, so that text written through descriptors and through streams appears in its order.
-   std::setvbuf(stdout, nullptr, _IOLBF, 0);
    try {
       const Options options = ZelAgent::parseOptions({argv + 1, static_cast<std::size_t>(argc - 1)});
       if (options.help) {
@@ -197,10 +204,8 @@ int main(int argc, char** argv) {
       }
       return options.scenario ? runScenario(options) : runAgent(options);
    } catch (const std::bad_alloc&) {
-      std::cerr << "% not enough memory: start with fewer chips, pipes or ports, or allow the process more\n";
-      return cannotRun;
+      return cannotRunBecause("not enough memory: start with fewer chips, pipes or ports, or allow the process more");
    } catch (const std::exception& error) {
-      std::cerr << "% " << Kiln::printable(error.what()) << '\n';
-      return cannotRun;
+      return cannotRunBecause(error.what());
    }
 }
