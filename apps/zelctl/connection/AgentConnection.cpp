@@ -38,8 +38,10 @@ struct Stranger {
 };
 
 Kiln::String strangerText(const Stranger& stranger) {
-   return "the agent on " + stranger.path + " is run by " + Agent::userName(stranger.user) + ": expected " +
-          (geteuid() == 0 ? "" : Agent::userName(geteuid()) + " or ") + "root, so it was asked nothing";
+   const Kiln::String theirs = Agent::userName(stranger.user);
+   return "the agent on " + stranger.path + " is run by " + theirs + ", not by root" +
+          (geteuid() == 0 ? "" : " or " + Agent::userName(geteuid())) + ": if that is meant, run zelctl as " +
+          theirs;
 }
 
 // What a user without the right to open these sockets can do: become who may, or join the group of a socket for readers.

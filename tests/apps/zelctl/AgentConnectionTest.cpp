@@ -118,6 +118,12 @@ TEST_F(AgentConnection, EndsAnAnswerThatIsLongerThanAnyAgents) {
                                 " answers with more than 64 MiB, which no agent does: find out who listens there");
 }
 
+TEST_F(AgentConnection, EndsWhenNothingComes) {
+   EXPECT_EQ(ZelCtl::ask({path_}, "show", nullptr, {.perByte = 1, .isSaid = false}).error,
+             "% the agent on " + path_ + " did not answer within 1 second: try again");
+   EXPECT_EQ(ZelCtl::Patience().perByte, 30);
+}
+
 TEST_F(AgentConnection, IsToNoOtherUsersAgentThanRoots) {
    if (geteuid() != 0) {
       GTEST_SKIP() << "only root can be somebody else";
@@ -142,7 +148,7 @@ TEST_F(AgentConnection, IsToNoOtherUsersAgentThanRoots) {
    char byte = 0;
    ASSERT_EQ(read(listens.reader.fd(), &byte, 1), 1);
    EXPECT_EQ(ZelCtl::ask({theirs}, "show", nullptr).error,
-             "% the agent on " + theirs + " is run by nobody: expected root, so it was asked nothing");
+             "% the agent on " + theirs + " is run by nobody, not by root: if that is meant, run zelctl as nobody");
    const auto askBoth = [&] { return ZelCtl::ask({theirs, path_}, "show", nullptr).text; };
    EXPECT_EQ(beside("zel/2 show\n", String("zel/2\nhere\n\0done\n", 17), askBoth), "here\n");
    EXPECT_EQ(ZelTest::statusOf(stranger), 0);
