@@ -467,6 +467,24 @@ void ZelCountersMgrSm::publishInterval(double seconds) {
    }
 }
 
+// First in a pass, so that what was lost comes with it.
+void ZelCountersMgrSm::mendTables() {
+   const CountersMounts& mounts = *mgr_->mounts();
+   const auto mend = [](const auto& mounted) {
+      if (mounted) {
+         mounted->mend();
+      }
+   };
+   mend(mounts.allIntfCounters());
+   mend(mounts.allIntfClearCounters());
+   mend(mounts.allIntfQueueCounters());
+   mend(mounts.allIntfClearQueueCounters());
+   mend(mounts.allVlanIntfCounters());
+   mend(mounts.subIntfCountersDir());
+   mend(mounts.subIntfCountersSnapshotDir());
+   mend(mounts.intfAllNatCounterDir());
+}
+
 // All chips share the table, so its readers are told the slowest one's. Looked at with every pass, since a chip's
 // interval changes without the manager hearing of it.
 void ZelCountersMgrSm::publishQueueInterval() {
@@ -484,6 +502,7 @@ void ZelCountersMgrSm::intfCounterPollingClockExpired() {
    // Armed after the pass, so that the interval runs from its end: a slow chip gets no denser load. Also when the pass
    // throws, or one bad port would end the polling of all chips.
    try {
+      mendTables();
       mgr_->requestHwCountersPolling();
    } catch (...) {
       armPollingClock();

@@ -160,6 +160,7 @@ class ZelCountersMgrSm : public Kiln::Entity {
    void handlePortInfo(const Pelt::IntfId& intf);
    void intfCounterPollingClockExpired();
    void armPollingClock();
+   void mendTables();
    void publishInterval(double seconds);
    void publishQueueInterval();
 

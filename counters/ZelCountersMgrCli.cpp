@@ -306,7 +306,7 @@ Agent::CommandResult ZelCountersMgrCli::run(const ZelCountersCommand& command, i
    for (Target& target : targets) {
       target.arguments.mgr = mgr_;
       target.arguments.isFirst = &target == targets.data();
-      out->chipBegin(target.chip->chipName());
+      out->chipBegin(target.chip->chipName(), targets.size() > 1);
       if (target.chip->initialized()) {
          for (const Pelt::IntfId& intf : target.intfs) {
             target.arguments.intf = intf;

@@ -40,11 +40,6 @@ constexpr HostCounter hostCounters[] = {
      {"tx_dropped", {BF_RMON_FRAMES_DROPPED_ON_TRANSMIT}, 1},
 };
 
-// The kernel takes control characters in names. Tables, logs and commands do not.
-bool isPrintable(const Kiln::String& name) {
-   return std::all_of(name.begin(), name.end(), [](char c) { return c > ' ' && c <= '~'; });
-}
-
 } // namespace
 
 // Only a file that is not there says that the interface is gone, and a link that is down has no speed (EINVAL): all else
@@ -70,8 +65,7 @@ std::vector<Kiln::String> HostInterfaces::names() {
       const Kiln::String name = at->path().filename().string();
       std::error_code ignored;
       // The kernel's folder has plain files beside the interfaces.
-      if (isPrintable(name) && at->is_directory(ignored) &&
-          read(folder_ + "/" + name + "/statistics/rx_packets").value) {
+      if (at->is_directory(ignored) && read(folder_ + "/" + name + "/statistics/rx_packets").value) {
          names.push_back(name);
       }
    }

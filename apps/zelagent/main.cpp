@@ -10,6 +10,7 @@
 #include "kiln/ActivityManager.h"
 #include "kiln/Choices.h"
 #include "kiln/LogOutput.h"
+#include "kiln/MappedFault.h"
 #include "kiln/OperatorLog.h"
 #include "kiln/Utf8.h"
 
@@ -189,6 +190,7 @@ int runAgent(const Options& options) {
 int main(int argc, char** argv) {
    // A client or reader that leaves is then an error of one write, and not the end of the agent.
    std::signal(SIGPIPE, SIG_IGN);
+   Kiln::surviveMappedFaults();
    openStandardStreams();
    try {
       const Options options = ZelAgent::parseOptions({argv + 1, static_cast<std::size_t>(argc - 1)});

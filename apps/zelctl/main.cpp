@@ -2,6 +2,7 @@
 #include "apps/zelctl/commands/Completion.h"
 #include "apps/zelctl/commands/Usage.h"
 #include "apps/zelctl/prompt/Prompt.h"
+#include "kiln/MappedFault.h"
 
 #include <algorithm>
 #include <csignal>
@@ -117,6 +118,7 @@ int complete(const Options& options) {
 int main(int argc, char** argv) {
    // A reader of the output that leaves early shows up as a failed write, which is no error here.
    std::signal(SIGPIPE, SIG_IGN);
+   Kiln::surviveMappedFaults();
    const Options options = parseOptions(argc, argv);
    if (options.ends) {
       return options.status;

@@ -59,4 +59,10 @@ TableView::Cell cellOf(const Vex::ShownCounts<n>& counts, std::size_t place, std
    return counts.isRead(place) ? TableView::Cell(counts.sinceClear(place, value)) : TableView::Unread();
 }
 
+// What a failed read leaves to be shown of a place: the end of its note.
+template <std::size_t n>
+const char* shownInstead(const Vex::ShownCounts<n>& counts, std::size_t place) {
+   return counts.isRead(place) ? ": shown as last read" : ": never read";
+}
+
 } // namespace ZelCounter

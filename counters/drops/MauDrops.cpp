@@ -48,14 +48,15 @@ void MauDrops::fetchAll() {
    errors_.clear();
    for (const U16 pipe : chip().pipes()) {
       for (std::size_t at = 0; at < places.size(); ++at) {
+         const std::size_t place = pipe * places.size() + at;
          uint64_t drops = 0;
          const bf_status_t status = read(chip().deviceId(), pipe, places[at], &drops);
          chip().readings().attempted({ReadingKey::Kind::mauDeparser, static_cast<U32>(at), pipe}, status);
          if (status == BF_SUCCESS) {
-            counts_.read(pipe * places.size() + at, chip().life(), {drops});
+            counts_.read(place, chip().life(), {drops});
          } else {
             errors_.emplace_back(pipe, pipeReadErrorText(status, pipe) + ", " + places[at].name +
-                                            ": shown as last read");
+                                            shownInstead(counts_, place));
             KILN_TRACE(4, errors_.back().second);
          }
       }
@@ -89,7 +90,8 @@ TableView MauDrops::view(const Pelt::IntfId& intf, std::optional<U16> pipe, bool
                                        {ReadingKey::Kind::mauDeparser, static_cast<U32>(at), onPipe},
                                        counts_.cleared()));
          const std::size_t index = onPipe * places.size() + at;
-         if (!nonZeroOnly || counts_.sinceClear(index) != 0) {
+         // A count that was never read is not known to be 0.
+         if (!nonZeroOnly || counts_.sinceClear(index) != 0 || !counts_.isRead(index)) {
             table.rows.push_back({U64{onPipe}, Kiln::String(places[at].name),
                                   Kiln::String(places[at].decides), cellOf(counts_, index)});
          }

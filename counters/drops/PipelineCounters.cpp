@@ -32,8 +32,8 @@ Kiln::String PipelineCounters::read(U16 pipe, U32 stage) {
    const bf_status_t status = bf_pipe_path_counter_get(chip().deviceId(), pipe, stage, &count);
    chip().readings().attempted({ReadingKey::Kind::pipeline, stage, pipe}, status);
    if (status != BF_SUCCESS) {
-      Kiln::String error =
-           pipeReadErrorText(status, pipe) + ", stage " + stageNames[stage] + ": shown as last read";
+      Kiln::String error = pipeReadErrorText(status, pipe) + ", stage " + stageNames[stage] +
+                           shownInstead(counts_, placeOf(pipe, stage));
       KILN_TRACE(4, error);
       return error;
    }
@@ -61,7 +61,8 @@ TableView PipelineCounters::view(std::optional<U32> stage, std::optional<U16> pi
          const std::size_t place = placeOf(onPipe, at);
          const U64 any =
               counts_.sinceClear(place, 0) | counts_.sinceClear(place, 1) | counts_.sinceClear(place, 2);
-         if (!nonZeroOnly || any != 0) {
+         // A count that was never read is not known to be 0.
+         if (!nonZeroOnly || any != 0 || !counts_.isRead(place)) {
             table.rows.push_back({U64{onPipe}, Kiln::String(stageNames[at]), cellOf(counts_, place, 0),
                                   cellOf(counts_, place, 1), cellOf(counts_, place, 2)});
          }

@@ -109,8 +109,9 @@ void ZelCountersL3IntfSm::handleIntfL3Index() {
          handleIntfL3Index(intf);
       } catch (const std::range_error& error) { // no such VLAN
          leaveOut(intf, error);
-      } catch (const std::invalid_argument& error) { // no such key
+      } catch (const std::invalid_argument& error) { // its name is no key
          leaveOut(intf, error);
+         publishErrors_.log(intf, error);
       }
    });
 }
@@ -144,6 +145,7 @@ void ZelCountersL3IntfSm::addIntf(const Pelt::IntfId& intf, U32 l3Id) {
 
 void ZelCountersL3IntfSm::deleteIntf(const Pelt::IntfId& intf) {
    KILN_TRACE(9, "Remove L3Intf " << intf);
+   publishErrors_.forget(intf); // first: one whose name was refused never came to be
    if (!l3IntfToVid().contains(intf)) {
       return;
    }
@@ -153,7 +155,6 @@ void ZelCountersL3IntfSm::deleteIntf(const Pelt::IntfId& intf) {
    l3IntfToVidDel(intf);
    natCounterDir().counterDel(intf);
    natCounts_.erase(intf);
-   publishErrors_.forget(intf);
    forEachThenThrow(helper_, [&](const auto& entry) { entry.second->disableSviStats(vlan); });
 }
 

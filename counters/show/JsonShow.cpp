@@ -27,7 +27,7 @@ JsonShow::JsonShow(U32 fd, bool echo)
    json_.begin("chips", '[');
 }
 
-void JsonShow::chipBegin(const Kiln::String& name) {
+void JsonShow::chipBegin(const Kiln::String& name, bool /*isOneOfSeveral*/) {
    hasTables_ = false;
    hasError_ = false;
    json_.newLine();

@@ -12,7 +12,7 @@ class JsonShow : public ShowOutput {
    // Does not own the descriptor. With echo, standard output gets the same document.
    JsonShow(U32 fd, bool echo);
 
-   void chipBegin(const Kiln::String& name) override;
+   void chipBegin(const Kiln::String& name, bool isOneOfSeveral) override;
    void chipEnd() override;
    void documentEnd() override;
 

@@ -43,8 +43,9 @@ class ShowOutput {
    ShowOutput& operator=(const ShowOutput&) = delete;
    virtual ~ShowOutput() = default;
 
-   // The tables that follow are of this chip, until its end. Text says so in each title.
-   virtual void chipBegin(const Kiln::String& /*name*/) {}
+   // The tables that follow are of this chip, until its end. Of several chips, text names the one before what does not
+   // tell itself.
+   virtual void chipBegin(const Kiln::String& name, bool isOneOfSeveral) = 0;
    virtual void chipEnd() {}
    // The answer is whole: nothing may follow.
    virtual void documentEnd() {}

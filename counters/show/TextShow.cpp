@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <string>
+#include <utility>
 
 namespace ZelCounter {
 
@@ -131,8 +132,26 @@ void TextShow::tableBegin(const TableHeading& heading) {
    }
 }
 
+void TextShow::chipBegin(const Kiln::String& name, bool isOneOfSeveral) {
+   chip_ = isOneOfSeveral ? name : "";
+}
+
+void TextShow::lineBegin() {
+   if (std::exchange(isLineOpen_, false)) {
+      out_.write("\n");
+   }
+}
+
+void TextShow::nameChip() {
+   lineBegin();
+   if (!chip_.empty()) {
+      out_.write("Chip " + std::exchange(chip_, "") + ":\n");
+   }
+}
+
 void TextShow::printHeading() {
    isHeadingDue_ = false;
+   lineBegin();
    switch (layout_) {
    case TableLayout::overview:
       overview_.title = title_.substr(0, title_.find(" of chip "));
@@ -145,6 +164,7 @@ void TextShow::printHeading() {
       out_.write(title_ + ":\n");
       break;
    case TableLayout::catalogue:
+      nameChip();
       out_.write(catalogueRuler + catalogueHeader + catalogueRuler);
       break;
    case TableLayout::directTable:
@@ -160,6 +180,7 @@ void TextShow::printHeading() {
       break;
    case TableLayout::pdpInterface:
    case TableLayout::pdpAll:
+      nameChip();
       out_.write(pdpTitle + pdpRuler + pdpHeader + pdpRuler);
       break;
    }
@@ -211,10 +232,12 @@ void TextShow::tableEnd(bool hasClosingLine) {
 }
 
 void TextShow::noTable(const Kiln::String& /*title*/, const Kiln::String& why) {
+   nameChip();
    out_.write(why + "\n");
 }
 
 void TextShow::uninitialized() {
+   nameChip();
    out_.write(uninitializedText);
    isLineOpen_ = true;
 }
@@ -229,7 +252,7 @@ void TextShow::chipNote(const Kiln::String& text) {
 
 void TextShow::documentEnd() {
    if (!overview_.rows.empty()) {
-      out_.write(isLineOpen_ ? "\n" : "");
+      lineBegin();
       printOverview();
    }
 }

@@ -11,6 +11,7 @@ class TextShow : public ShowOutput {
    // Does not own the descriptor. With echo, standard output gets the same text.
    TextShow(U32 fd, bool echo) : out_(static_cast<int>(fd), echo) {}
 
+   void chipBegin(const Kiln::String& name, bool isOneOfSeveral) override;
    void documentEnd() override;
 
    bool ok() const override { return out_.ok(); }
@@ -27,6 +28,8 @@ class TextShow : public ShowOutput {
    void chipNote(const Kiln::String& text) override;
 
  private:
+   void lineBegin();
+   void nameChip();
    void printHeading();
    void printViewHeading();
    void printViewLine(std::span<const Cell> cells);
@@ -41,6 +44,8 @@ class TextShow : public ShowOutput {
    bool isHeadingDue_ = false;
    bool hasRows_ = false;
    std::vector<Kiln::String> notes_;
+   Kiln::String chip_;       // to be named; empty for none
+   bool isLineOpen_ = false; // a chip that isn't initialized said so
    // Of an overview, until the document's end.
    struct Overview {
       Kiln::String title;
@@ -48,7 +53,6 @@ class TextShow : public ShowOutput {
       std::vector<std::vector<Cell>> rows;
       std::vector<Kiln::String> notes;
    } overview_;
-   bool isLineOpen_ = false; // a chip that isn't initialized said so
 };
 
 } // namespace ZelCounter

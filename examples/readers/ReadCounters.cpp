@@ -3,6 +3,7 @@
 //    read-counters [--silo DIR] [--table TABLE] [--json] [INTF]
 //
 // Exit status: 0 if every record was whole, 2 if one was not (its state says why), 1 if nothing could be read.
+#include "kiln/MappedFault.h"
 #include "kiln/Name.h"
 #include "silo/Errors.h"
 #include "silo/TableReader.h"
@@ -331,6 +332,7 @@ int run(const Options& options) {
 } // namespace
 
 int main(int argc, char** argv) {
+   Kiln::surviveMappedFaults(); // a table that somebody cuts is then an error, and not the end
    try {
       const int status = run(parseOptions({argv + 1, argv + argc}));
       if (std::cout) {

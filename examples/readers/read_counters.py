@@ -25,13 +25,26 @@ MULTIPLIERS = (0x9E3779B97F4A7C15, 0xD6E8FEB86659FD93, 0xC2B2AE3D27D4EB4F, 0xA07
 WEIGHT = 0x452821E638D01377
 
 
-def checksum(words):
-    """The checksum of rows of four words each."""
-    result = 0
+def sums(words):
+    """Of each lane of rows of four words each."""
     for lane in range(4):
         running = list(itertools.accumulate(words[lane::4], initial=START[lane]))
-        result ^= (running[-1] + 2 * WEIGHT * sum(running[1:])) * MULTIPLIERS[lane] & MASK
+        yield running[-1] & MASK, sum(running[1:]) & MASK
+
+
+def checksum(words):
+    result = 0
+    for (word, total), multiplier in zip(sums(words), MULTIPLIERS):
+        result ^= (word + 2 * WEIGHT * total) * multiplier & MASK
     return result
+
+
+def second_checksum(words):
+    def exchanged(word):
+        return word << 32 & MASK | word >> 32
+
+    return sum(exchanged(word) * MULTIPLIERS[lane] + exchanged(total) * MULTIPLIERS[3 - lane]
+               for lane, (word, total) in enumerate(sums(words))) & MASK | 1
 
 
 def checksum_of_single(words):
@@ -256,13 +269,14 @@ class Table:
         payload = self.words[at + 16:at + 16 + rows].tolist()
         if self.words[at] != sequence:
             return None
-        _, expected, generation, sample_time, key_hash = head[:5]
+        _, expected, generation, sample_time, key_hash, second = head[:6]
         if not any(head[8:]):
             return Row("", "absent")
         name = key_text(head[8:])
         if not name or hash_of(head[8:]) != key_hash:
             return Row("", "corrupt")
-        if checksum([generation, sample_time, key_hash, 0] + payload) != expected:
+        summed = [generation, sample_time, key_hash, 0] + payload
+        if checksum(summed) != expected or second not in (0, second_checksum(summed)):
             return Row(name, "corrupt")
         record = self.layout.read(struct.pack(f"={rows}Q", *payload))
         return Row(name, "ok", generation, as_double(sample_time), record)

@@ -1,8 +1,9 @@
 // Places quotes, commas and line breaks.
 #include "kiln/JsonWriter.h"
 
+#include "kiln/Utf8.h"
+
 #include <charconv>
-#include <cstdio>
 #include <utility>
 
 namespace Kiln {
@@ -15,21 +16,33 @@ std::string_view digitsOf(Integer number, char (&digits)[24]) {
    return {digits, static_cast<std::size_t>(end - digits)};
 }
 
+// A code unit of UTF-16.
+void appendEscape(String* to, char32_t unit) {
+   constexpr std::string_view digits = "0123456789abcdef";
+   *to += "\\u";
+   for (const unsigned shift : {12U, 8U, 4U, 0U}) {
+      *to += digits[unit >> shift & 0xfU];
+   }
+}
+
 } // namespace
 
 void JsonWriter::appendQuoted(String* to, std::string_view text) {
    *to += '"';
-   for (const char c : text) {
-      const auto byte = static_cast<unsigned char>(c);
+   for (std::size_t at = 0; at < text.size();) {
+      const char c = text[at];
+      const CodePoint one = codePointAt(text, at);
+      at += one.length;
       if (c == '"' || c == '\\') {
          *to += '\\';
          *to += c;
-      } else if (byte >= 0x20 && byte < 0x7f) {
+      } else if (c >= 0x20 && c < 0x7f) {
          *to += c;
-      } else {
-         char escape[8];
-         std::snprintf(escape, sizeof escape, "\\u%04x", byte);
-         *to += escape;
+      } else if (one.value < 0x10000) {
+         appendEscape(to, one.isValid ? one.value : static_cast<unsigned char>(c));
+      } else { // in two halves, as JSON has it
+         appendEscape(to, 0xd800 + (one.value - 0x10000) / 0x400);
+         appendEscape(to, 0xdc00 + one.value % 0x400);
       }
    }
    *to += '"';

@@ -8,8 +8,8 @@
 namespace Kiln {
 
 // Objects and lists nest as they are begun and ended. Each value within an object has a key; within a list the key is
-// empty. Strings may hold any bytes: one that is not printable ASCII is escaped as the code point of its number. A
-// document ends with a newline.
+// empty. Strings are UTF-8, but may hold any bytes: what is not printable ASCII is escaped, and a byte that is not UTF-8
+// as the code point of its number. A document ends with a newline.
 class JsonWriter {
  public:
    enum class Style : U8 {

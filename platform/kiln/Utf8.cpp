@@ -1,4 +1,4 @@
-// Decoding of UTF-8, and texts made harmless.
+// Decodes UTF-8, and makes text harmless.
 #include "kiln/Utf8.h"
 
 namespace Kiln {
@@ -14,16 +14,12 @@ bool isContinuation(char byte) {
    return (static_cast<unsigned char>(byte) & 0xc0U) == 0x80;
 }
 
-bool isControl(char32_t value) {
-   return value < 0x20 || (value >= 0x7f && value < 0xa0);
-}
-
-String harmless(std::string_view text, std::string_view allowed) {
+String harmless(std::string_view text, std::string_view allowedControls) {
    String shown;
    shown.reserve(text.size());
    for (std::size_t at = 0; at < text.size();) {
       const CodePoint one = codePointAt(text, at);
-      if (one.isValid && (!isControl(one.value) || allowed.find(text[at]) != std::string_view::npos)) {
+      if (one.isValid && (!one.isControl() || allowedControls.find(text[at]) != std::string_view::npos)) {
          shown.append(text, at, one.length);
       } else {
          shown += '?';

@@ -1,4 +1,4 @@
-// UTF-8 text: its code points, and what of it may go to a terminal.
+// Decoding of UTF-8, and text that may go to a terminal.
 #pragma once
 
 #include "kiln/Types.h"
@@ -11,10 +11,12 @@ struct CodePoint {
    char32_t value = 0;
    std::size_t length = 1; // bytes
    bool isValid = false;   // complete, not overlong, not a surrogate
+
+   bool isControl() const { return value < 0x20 || (value >= 0x7f && value < 0xa0); } // C0, DEL, C1
 };
 
-// The code point that begins at `at`, which must be within the text. An invalid one is one byte long, so that
-// decoding goes on with the next byte.
+// The code point that begins at `at`, which must be within the text. An invalid one is one byte long, so that decoding
+// goes on with the next byte.
 CodePoint codePointAt(std::string_view text, std::size_t at);
 
 // The text as one line with '?' for what a terminal might obey: control characters (C0, DEL, C1), and bytes that are

@@ -15,6 +15,7 @@ struct ClockDomain {
    static ClockDomain monotonic();     // of this boot
    static ClockDomain simulatedTime(); // of this process
    bool isComparableWith(const ClockDomain& other) const;
+   bool operator==(const ClockDomain&) const = default;
 };
 
 // CLOCK_MONOTONIC in seconds.

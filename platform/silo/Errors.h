@@ -47,6 +47,8 @@ struct Corruption {
       headerMended, // the header's changing part was written anew; records kept
       takenOver,    // no damage: the records of the last release's layout were taken over
       recreated,    // the whole table was created anew, empty
+      remade,       // the whole table was made anew by its living writer, with its records
+      lost,         // that failed: nobody finds the table until it succeeds
    };
 
    std::string table;

@@ -9,17 +9,17 @@ namespace Silo {
 // apart. The first: the slot written last has to be closed before its journal entry is overwritten. The second: this
 // entry has to be complete before its slot changes.
 
-std::uint64_t Journal::write(std::size_t slot, const RecordContent& content) {
+RecordChecksums Journal::write(std::size_t slot, const RecordContent& content) {
    std::atomic_signal_fence(std::memory_order_seq_cst);
    // A kill from here on leaves a journal that does not match its seal, so take() rejects it. But every slot is whole
    // then: the one written last is closed, and the next one is untouched.
-   std::uint64_t checksum = copyWithChecksum(content, this + 1);
+   const RecordChecksums checksums = copyWithChecksum(content, this + 1);
    slot_ = slot + 1;
-   seal_ = sealOf(slot, checksum);
+   seal_ = sealOf(slot, checksums.first);
    info_ = content.info;
    key_ = content.key.words();
    std::atomic_signal_fence(std::memory_order_seq_cst);
-   return checksum;
+   return checksums;
 }
 
 void Journal::clear() {
@@ -28,16 +28,16 @@ void Journal::clear() {
    std::atomic_signal_fence(std::memory_order_seq_cst);
 }
 
-std::optional<std::uint64_t> Journal::take(std::size_t slot, Key& key, RecordInfo& info, void* payload,
-                                           std::size_t size) const {
+std::optional<RecordChecksums> Journal::take(std::size_t slot, Key& key, RecordInfo& info, void* payload,
+                                             std::size_t size) const {
    key = Key(key_);
    info = info_;
    // Summed while it is copied out; the key takes part by its hash. So one comparison covers all that was journalled.
-   std::uint64_t checksum = copyWithChecksum({key, info, this + 1, size}, payload);
-   if (slot_ != slot + 1 || seal_ != sealOf(slot, checksum) || !key.isValid()) {
+   const RecordChecksums checksums = copyWithChecksum({key, info, this + 1, size}, payload);
+   if (slot_ != slot + 1 || seal_ != sealOf(slot, checksums.first) || !key.isValid()) {
       return std::nullopt;
    }
-   return checksum;
+   return checksums;
 }
 
 } // namespace Silo

@@ -20,16 +20,16 @@ class alignas(cacheLine) Journal {
       return sizeof(Journal) + (payloadSize + cacheLine - 1) / cacheLine * cacheLine;
    }
 
-   // Returns the record's checksum.
-   std::uint64_t write(std::size_t slot, const RecordContent& content);
+   // Returns the record's checksums.
+   RecordChecksums write(std::size_t slot, const RecordContent& content);
    // To be called before a slot is cleared; else a restart would bring its record back.
    void clear();
    // The slot of the journalled record. After damage it may be any number.
    std::size_t slot() const { return slot_ - 1; }
-   // Hands out the journalled record and returns its checksum, if it is whole and was on its way to this slot.
+   // Hands out the journalled record and returns its checksums, if it is whole and was on its way to this slot.
    // Otherwise the arguments hold nothing valid. The payload is copied out in whole rows.
-   std::optional<std::uint64_t> take(std::size_t slot, Key& key, RecordInfo& info, void* payload,
-                                     std::size_t size) const;
+   std::optional<RecordChecksums> take(std::size_t slot, Key& key, RecordInfo& info, void* payload,
+                                       std::size_t size) const;
 
  private:
    static std::uint64_t sealOf(std::size_t slot, std::uint64_t checksum) {

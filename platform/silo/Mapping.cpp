@@ -75,7 +75,24 @@ bool Mapping::isLockedByAnother() const {
 bool Mapping::isStale() const {
    struct stat status = statusOf(descriptor_);
    // Beyond the end of a file that was cut, a load would raise SIGBUS.
-   return status.st_nlink == 0 || static_cast<std::size_t>(status.st_size) < size_;
+   return isLost() || status.st_nlink == 0 || static_cast<std::size_t>(status.st_size) < size_;
+}
+
+std::size_t Mapping::fileSize() const {
+   return static_cast<std::size_t>(statusOf(descriptor_).st_size);
+}
+
+bool Mapping::isOf(const struct stat& status) const {
+   const struct stat own = statusOf(descriptor_);
+   return own.st_dev == status.st_dev && own.st_ino == status.st_ino;
+}
+
+bool Mapping::copyFromFile(std::size_t offset, void* to, std::size_t size) const {
+   ssize_t copied;
+   do {
+      copied = pread(descriptor_, to, size, static_cast<off_t>(offset));
+   } while (copied < 0 && errno == EINTR);
+   return copied == static_cast<ssize_t>(size);
 }
 
 void Mapping::grow(std::size_t size) {
@@ -90,6 +107,11 @@ void Mapping::grow(std::size_t size) {
    map(size);
 }
 
+void Mapping::remap() {
+   unmap();
+   map(fileSize());
+}
+
 void Mapping::sync() const {
    if (msync(data_, size_, MS_SYNC) != 0) {
       throwError(errno, "write back");
@@ -101,6 +123,7 @@ void Mapping::swap(Mapping& other) noexcept {
    std::swap(isWritable_, other.isWritable_);
    std::swap(data_, other.data_);
    std::swap(size_, other.size_);
+   std::swap(guard_, other.guard_);
 }
 
 void Mapping::map(std::size_t size) {
@@ -115,10 +138,12 @@ void Mapping::map(std::size_t size) {
    }
    data_ = static_cast<std::byte*>(data);
    size_ = size;
+   guard_ = Kiln::GuardedMapping(data_, size_);
 }
 
 void Mapping::unmap() {
    if (data_ != nullptr) {
+      guard_ = {};
       munmap(data_, size_);
       data_ = nullptr;
       size_ = 0;

@@ -1,7 +1,10 @@
 // A file mapped into memory, with the lock that makes its holder the one writer.
 #pragma once
 
+#include "kiln/MappedFault.h"
+
 #include <cstddef>
+#include <sys/stat.h>
 #include <utility>
 
 namespace Silo {
@@ -27,11 +30,21 @@ class Mapping {
    bool lock();
    // Whether somebody holds the writer's lock through another descriptor, in any process.
    bool isLockedByAnother() const;
-   // Whether the file has been removed, or cut shorter than the mapping, since it was opened.
+   // Whether the file has been removed, or was cut shorter than the mapping, since it was opened.
    bool isStale() const;
+   // Whether a part that the file no longer has was touched: see kiln/MappedFault.h.
+   bool isLost() const { return guard_.isLost(); }
+   // The size of the file as it is now.
+   std::size_t fileSize() const;
+   // Whether the status is that of the mapped file.
+   bool isOf(const struct stat& status) const;
+   // Copies from the file itself, which raises no signal. False: it does not reach that far.
+   bool copyFromFile(std::size_t offset, void* to, std::size_t size) const;
    // Makes the file longer, with zeros, and maps it anew: pointers into it become invalid. The space is allocated now,
    // so that a full disk is an error here and not a signal at some later store.
    void grow(std::size_t size);
+   // Maps what the file has now: pointers into it become invalid.
+   void remap();
    // Brings the content to the disk, if there is one below.
    void sync() const;
 
@@ -44,6 +57,7 @@ class Mapping {
    bool isWritable_ = false;
    std::byte* data_ = nullptr;
    std::size_t size_ = 0;
+   Kiln::GuardedMapping guard_;
 };
 
 } // namespace Silo

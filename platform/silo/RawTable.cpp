@@ -7,6 +7,7 @@
 #include <stdexcept>
 #include <system_error>
 #include <unistd.h>
+#include <utility>
 
 namespace Silo {
 
@@ -56,8 +57,10 @@ RawTable::RawTable(const RawTable& successor, const FormerLayout& former, Mappin
 
 // Pid 0 tells readers and the next writer that the table was closed in good order. The records stay.
 RawTable::~RawTable() {
-   state_.writerPid = 0;
-   header().stateIs(state_);
+   if (mapping_.fileSize() >= mapping_.size()) {
+      state_.writerPid = 0;
+      header().stateIs(state_);
+   }
 }
 
 // The order matters: the identity is checked before anything else is believed, slots are restored before the new
@@ -72,6 +75,11 @@ void RawTable::open(const FormerLayout& former) {
    } else if (std::string problem = problemWith(layout_); problem.empty()) {
       kept = restoreState();
    } else if (former.upgrade && problemWith(former.layout).empty()) {
+      takeOver(former);
+      return;
+   } else if (restoreIdentity(layout_)) {
+      kept = restoreState();
+   } else if (former.upgrade && restoreIdentity(former.layout)) {
       takeOver(former);
       return;
    } else {
@@ -93,6 +101,30 @@ std::string RawTable::problemWith(const RecordLayout& layout) const {
       problem = "has only " + std::to_string(mapping_.size()) + " bytes";
    }
    return problem;
+}
+
+// For a table whose identity was overwritten. The records are there all the same, each with a checksum of its own, and
+// those that are whole say what the table holds.
+bool RawTable::restoreIdentity(const RecordLayout& layout) {
+   if (mapping_.size() < sizeof(TableHeader) || header().isIdentityIntact()) {
+      return false;
+   }
+   const TableGeometry geometry(layout);
+   std::vector<std::byte> payload(layout.size + bytesPerRow);
+   for (std::size_t i = 0; i < std::min(geometry.capacityOf(mapping_.size()), TableHeader::maxCapacity);
+        ++i) {
+      const auto& found = *reinterpret_cast<const RecordSlot*>(mapping_.data() + geometry.slotsOffset +
+                                                               i * geometry.slotStride);
+      RecordInfo info;
+      const Key key = found.intactKey();
+      if (!key.isEmpty() &&
+          found.tryRead(key, info, payload.data(), layout.size) == RecordSlot::State::whole) {
+         report("", "the header was overwritten", Remedy::headerMended);
+         header().identityIs(layout);
+         return true;
+      }
+   }
+   return false;
 }
 
 void RawTable::create(std::size_t capacity) {
@@ -181,6 +213,8 @@ void RawTable::restore(std::size_t kept, std::size_t capacity) {
 void RawTable::reset(std::size_t capacity) {
    index_.reset(capacity);
    generations_.resize(capacity);
+   looked_.resize(capacity);
+   isLost_.resize(capacity);
    free_.reserve(capacity);
    state_.capacity = capacity;
 }
@@ -255,7 +289,7 @@ bool RawTable::restoreSlot(SlotIndex i) {
 bool RawTable::mendSlot(SlotIndex i) {
    Key key;
    RecordInfo info;
-   const std::optional<std::uint64_t> journalled =
+   const std::optional<RecordChecksums> journalled =
         journal().take(i, key, info, scratch_.data(), layout_.size);
    if (!journalled) {
       key = slot(i).intactKey();
@@ -326,11 +360,12 @@ void RawTable::write(const Key& key, const void* payload, double sampleTime) {
                                   ": the sample time has to be a finite number of seconds");
    }
    SlotIndex i = index_.find(key, nextGuess_);
-   const bool isNew = i == KeyIndex::none;
-   if (isNew) {
+   if (i == KeyIndex::none) {
       i = slotFor(key);
    }
    nextGuess_ = i + 1;
+   // Not there under its key: made anew, or overwritten.
+   const bool wasThere = slot(i).isHeadedBy(key, generations_[i]);
    // From the writer's own copy: a damaged slot must not make a generation step back.
    std::uint64_t generation = ++generations_[i];
    if (generation > highestGeneration_) {
@@ -339,7 +374,7 @@ void RawTable::write(const Key& key, const void* payload, double sampleTime) {
    }
    writeSlot(i, {key, {generation, sampleTime}, payload, layout_.size});
    // After the record is whole: a reader that sees the new version must find the key.
-   if (isNew) {
+   if (!wasThere) {
       header().directoryVersionInc();
    }
 }
@@ -427,6 +462,130 @@ void RawTable::pollingIntervalIs(double seconds) {
    requirePollingInterval(name_, seconds);
    state_.pollingInterval = seconds;
    header().stateIs(state_);
+}
+
+void RawTable::mend() {
+   std::string problem = store_.lossOf(name_, mapping_);
+   if (problem.empty()) {
+      problem = lossInMemory();
+   }
+   if (!problem.empty()) {
+      remake(problem);
+   } else {
+      findOverwritten();
+   }
+}
+
+std::string RawTable::lossInMemory() const {
+   TableState found;
+   const bool isIntact = header().identityProblem(layout_).empty() &&
+                         header().tryReadState(found) == TableHeader::StateRead::whole && found == state_;
+   return isIntact ? "" : "had its header overwritten";
+}
+
+// Beside the old one, which keeps its name until the new one is whole. Where the name is gone or another's, it has to be
+// won first: another agent may have begun to write there.
+void RawTable::remake(const std::string& problem) {
+   try {
+      const Mapping claim = store_.isNamed(name_, mapping_) ? Mapping() : store_.openForWriting(name_);
+      Mapping other = store_.openSuccessor(name_);
+      other.grow(geometry_.sizeFor(capacity()));
+      std::swap(mapping_, other); // from here on, `other` is the old one
+      std::size_t missing = 0;
+      try {
+         missing = carryOver(other);
+         store_.promoteSuccessor(name_);
+      } catch (...) {
+         std::swap(mapping_, other);
+         throw;
+      }
+      other.remap(); // what is lost of it would not reach the readers
+      if (other.size() >= sizeof(TableHeader)) {
+         reinterpret_cast<TableHeader*>(other.data())->retire();
+      }
+      isNameLost_ = false;
+      ++losses_;
+      report("",
+             problem + (missing == 0 ? ""
+                                     : ", " + std::to_string(missing) + " of " + std::to_string(size()) +
+                                            " records come with their next reading"),
+             Remedy::remade);
+   } catch (const std::runtime_error& error) { // of the system or the store: the next pass tries again
+      store_.removeSuccessor(name_);
+      if (!std::exchange(isNameLost_, true)) {
+         report("", problem + ", and cannot be made anew: " + error.what(), Remedy::lost);
+      }
+   }
+}
+
+// Copies into the new mapping what is left in the old file, each record to its slot. Returns how many are not there as
+// they were written last.
+std::size_t RawTable::carryOver(const Mapping& old) {
+   header().identityIs(layout_);
+   highestGenerationIs(highestGeneration_);
+   removedGenerationIs(removedGeneration_);
+   struct alignas(cacheLine) Line {
+      std::byte bytes[cacheLine];
+   };
+   std::vector<Line> copy(geometry_.slotStride / cacheLine);
+   const auto& found = *reinterpret_cast<const RecordSlot*>(copy.data());
+   std::size_t missing = 0;
+   for (SlotIndex i = 0; i < capacity(); ++i) {
+      const Key& key = index_.keyOf(i);
+      if (key.isEmpty()) {
+         continue;
+      }
+      RecordInfo info;
+      // From the file, since what the mapping shows may be gone, or touching it a signal.
+      if (old.copyFromFile(geometry_.slotsOffset + i * geometry_.slotStride, copy.data(),
+                           geometry_.slotStride) &&
+          found.tryRead(key, info, scratch_.data(), layout_.size) == RecordSlot::State::whole &&
+          info.generation <= generations_[i]) {
+         writeSlot(i, {key, info, scratch_.data(), layout_.size});
+      }
+      isLost_[i] = !isIntact(i);
+      missing += isLost_[i] ? 1U : 0U;
+   }
+   header().stateIs(state_);
+   return missing;
+}
+
+// Records that nobody has written since the last look are read as a whole; of the others, which were whole a moment ago,
+// only the head is looked at.
+void RawTable::findOverwritten() {
+   const Key* first = nullptr;
+   std::size_t count = 0;
+   for (SlotIndex i = 0; i < capacity(); ++i) {
+      const Key& key = index_.keyOf(i);
+      if (key.isEmpty()) {
+         continue;
+      }
+      const bool isWritten = std::exchange(looked_[i], generations_[i]) != generations_[i];
+      const bool isGood = isWritten ? slot(i).isHeadedBy(key, generations_[i]) : isIntact(i);
+      if (!isGood && !isLost_[i]) {
+         first = first != nullptr ? first : &key;
+         ++count;
+      }
+      isLost_[i] = !isGood;
+   }
+   if (count != 0) {
+      ++losses_;
+      report(std::string(first->view()),
+             "overwritten in memory" +
+                  (count == 1 ? "" : ", and " + std::to_string(count - 1) + " more with it"),
+             Remedy::none);
+   }
+}
+
+bool RawTable::isIntact(const Key& key) const {
+   const SlotIndex i = index_.find(key);
+   return i != KeyIndex::none && isIntact(i);
+}
+
+bool RawTable::isIntact(SlotIndex i) const {
+   RecordInfo info;
+   return slot(i).tryRead(index_.keyOf(i), info, scratch_.data(), layout_.size) == RecordSlot::State::whole &&
+          info.generation == generations_[i];
 }
 
 void RawTable::report(const std::string& key, std::string text, Remedy remedy) const {

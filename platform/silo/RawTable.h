@@ -44,6 +44,9 @@ class RawTable {
    RecordInfo read(const Key& key, void* payload) const;
    RecordInfo readOrDefault(const Key& key, void* payload) const;
    void pollingIntervalIs(double seconds);
+   void mend();
+   std::uint64_t losses() const { return losses_; }
+   bool isIntact(const Key& key) const;
 
  private:
    using SlotIndex = std::size_t;
@@ -59,12 +62,18 @@ class RawTable {
 
    void open(const FormerLayout& former);
    std::string problemWith(const RecordLayout& layout) const;
+   bool restoreIdentity(const RecordLayout& layout);
    void create(std::size_t capacity);
    void recreate();
    void takeOver(const FormerLayout& former);
    std::size_t restoreState();
    void restore(std::size_t kept, std::size_t capacity);
    void reset(std::size_t capacity);
+   std::string lossInMemory() const;
+   void remake(const std::string& problem);
+   std::size_t carryOver(const Mapping& old);
+   void findOverwritten();
+   bool isIntact(SlotIndex i) const;
    void restoreSlots(std::size_t kept);
    bool restoreSlot(SlotIndex i);
    bool mendSlot(SlotIndex i);
@@ -92,11 +101,15 @@ class RawTable {
    // The writer's own copy of keys and generations: it never trusts shared memory, which others might overwrite.
    KeyIndex index_;
    std::vector<std::uint64_t> generations_; // by slot
-   std::uint64_t highestGeneration_ = 0;    // see TableHeader
+   std::vector<std::uint64_t> looked_;      // the generations when mend() looked last
+   std::vector<bool> isLost_;               // by slot: missing or overwritten, and reported
+   std::uint64_t losses_ = 0;
+   bool isNameLost_ = false;             // reported, and not yet made anew
+   std::uint64_t highestGeneration_ = 0; // see TableHeader
    std::uint64_t removedGeneration_ = 0;
-   std::vector<SlotIndex> free_;    // the last one is used next
-   SlotIndex nextGuess_ = 0;        // after the one written last: passes write records in one order
-   std::vector<std::byte> scratch_; // room for one record, in whole rows
+   std::vector<SlotIndex> free_;            // the last one is used next
+   SlotIndex nextGuess_ = 0;                // after the one written last: passes write records in one order
+   mutable std::vector<std::byte> scratch_; // room for one record, in whole rows
 };
 
 } // namespace Silo

@@ -39,9 +39,19 @@ ReadResult RawTableReader::read(const Key& key, void* payload, RecordInfo& info)
    if (isThorough) {
       readsUntilThorough_ = readsPerThoroughLook;
    }
-   if (!refresh(isThorough)) {
-      return ReadResult::unavailable;
+   for (;; isThorough = true) {
+      if (!refresh(isThorough)) {
+         return ReadResult::unavailable;
+      }
+      const ReadResult result = readAttached(key, payload, info);
+      // What is not there in a file that was removed or cut says nothing of the table that has the name now.
+      if (result == ReadResult::ok || result == ReadResult::busy || !mapping_.isStale()) {
+         return result;
+      }
    }
+}
+
+ReadResult RawTableReader::readAttached(const Key& key, void* payload, RecordInfo& info) {
    Patience patience(mapping_);
    for (bool isIndexNew = false;; isIndexNew = true) {
       // Asked before the slot is read. If the index was current then and the slot turns out to hold another key, the
@@ -84,8 +94,13 @@ bool RawTableReader::beginWalk() {
    return true;
 }
 
-bool RawTableReader::endWalk() const {
-   return header().directoryVersion() == walkVersion_;
+RawTableReader::WalkEnd RawTableReader::endWalk() {
+   // Zeros that stand for what was lost look like free slots.
+   if (mapping_.isStale()) {
+      problem_ = store_.describe(name_) + " was removed or cut short while it was read";
+      return WalkEnd::lost;
+   }
+   return header().directoryVersion() == walkVersion_ ? WalkEnd::stable : WalkEnd::keysAdded;
 }
 
 ReadResult RawTableReader::readSlot(std::size_t i, Patience& patience, Key& key, void* payload,
@@ -154,8 +169,11 @@ void RawTableReader::attach() {
                        "; its writer is just starting, or it is no table");
    }
    auto& header = *reinterpret_cast<const TableHeader*>(mapping.data());
+   const auto fail = [&](const std::string& problem) {
+      throw TableError(who + (mapping.isLost() ? "was cut short while it was read" : problem));
+   };
    if (std::string problem = header.identityProblem(layout_); !problem.empty()) {
-      throw TableError(who + problem);
+      fail(problem);
    }
    Patience patience(mapping);
    TableState state;
@@ -168,20 +186,20 @@ void RawTableReader::attach() {
          break;
       }
       if (result == TableHeader::StateRead::corrupt) {
-         throw TableError(who +
-                          "has a damaged header: its state's checksum fails; its writer has to be restarted");
+         fail("has a damaged header: its state's checksum fails; a running writer mends that with its next "
+              "polling pass, a restarted one at once");
       }
       if (!patience.wait()) {
-         throw TableError(who + "has a half-written header: its writer " +
-                          (patience.isWriterDead() ? "died, and has to be restarted" : "is stuck"));
+         fail(std::string("has a half-written header: its writer ") +
+              (patience.isWriterDead() ? "died, and has to be restarted" : "is stuck"));
       }
       sequence = header.stateSequence();
    }
    // The checksum vouches for the capacity, not for the file: reading past its end would raise SIGBUS.
    if (state.capacity > geometry_.capacityOf(mapping.size())) {
-      throw TableError(who + "was cut short: it has " + std::to_string(mapping.size()) + " bytes, expected " +
-                       std::to_string(geometry_.sizeFor(state.capacity)) + " for " +
-                       std::to_string(state.capacity) + " records");
+      fail("was cut short: it has " + std::to_string(mapping.size()) + " bytes, expected " +
+           std::to_string(geometry_.sizeFor(state.capacity)) + " for " + std::to_string(state.capacity) +
+           " records");
    }
    mapping_ = std::move(mapping);
    state_ = state;

@@ -30,7 +30,12 @@ class RawTableReader {
    // `absent` for a free slot. `key` goes in as the caller's guess, which saves time if it is right, and comes out as
    // the slot's key.
    ReadResult readSlot(std::size_t i, Patience& patience, Key& key, void* payload, RecordInfo& info) const;
-   bool endWalk() const; // false: keys were added meanwhile
+   enum class WalkEnd {
+      stable,
+      keysAdded, // one may have moved to another slot, or been missed
+      lost,      // the table was replaced, removed or cut meanwhile; problem() says so
+   };
+   WalkEnd endWalk();
 
  private:
    const TableHeader& header() const { return *reinterpret_cast<const TableHeader*>(mapping_.data()); }
@@ -41,6 +46,7 @@ class RawTableReader {
 
    bool refresh(bool isThorough);
    void attach();
+   ReadResult readAttached(const Key& key, void* payload, RecordInfo& info);
    void indexKeys();
    ReadResult readIndexed(std::size_t i, Patience& patience, const Key& key, void* payload,
                           RecordInfo& info) const;

@@ -50,7 +50,7 @@ const char* text(ReadResult result) {
    return "table unavailable";
 }
 
-std::uint64_t copyWithChecksum(const RecordContent& content, void* copy) {
+RecordChecksums copyWithChecksum(const RecordContent& content, void* copy) {
    // The key's hash stands for the key: a reader compares the key itself anyway.
    Checksum<WordPair> sum;
    sum.add({WordPair{content.info.generation, std::bit_cast<std::uint64_t>(content.info.sampleTime)},
@@ -65,7 +65,7 @@ std::uint64_t copyWithChecksum(const RecordContent& content, void* copy) {
       sum.add(pairs);
       to += bytesPerRow;
    });
-   return sum.value();
+   return {sum.value(), sum.second()};
 }
 
 // Relaxed will do: the release stores of the words that follow carry the odd sequence along. OR-ing 1 in also continues
@@ -76,7 +76,7 @@ std::uint64_t RecordSlot::beginWrite() {
    return odd;
 }
 
-void RecordSlot::write(const RecordContent& content, std::uint64_t checksum) {
+void RecordSlot::write(const RecordContent& content, const RecordChecksums& checksums) {
    std::uint64_t odd = beginWrite();
    // The order of these stores is free: readers reject them all until the sequence is even, and after a kill the
    // journal has the record.
@@ -85,7 +85,8 @@ void RecordSlot::write(const RecordContent& content, std::uint64_t checksum) {
    storeKey(key_, content.key.words());
    generation_.store(content.info.generation, release);
    sampleTime_.store(std::bit_cast<std::uint64_t>(content.info.sampleTime), release);
-   checksum_.store(checksum, release);
+   checksum_.store(checksums.first, release);
+   secondChecksum_.store(checksums.second, release);
    Word* words = payloadWords();
    forEachRow(content.payload, content.size, [&words](const std::byte* row) {
       unrolled<wordsPerRow>(
@@ -139,6 +140,7 @@ RecordSlot::State RecordSlot::load(const Key& key, RecordInfo& info, void* paylo
    std::uint64_t generation = generation_.load(acquire);
    std::uint64_t sampleTimeBits = sampleTime_.load(acquire);
    std::uint64_t expected = checksum_.load(acquire);
+   std::uint64_t second = secondChecksum_.load(acquire);
    info = {generation, std::bit_cast<double>(sampleTimeBits)};
 
    Checksum<std::uint64_t> sum;
@@ -163,7 +165,8 @@ RecordSlot::State RecordSlot::load(const Key& key, RecordInfo& info, void* paylo
       sum.add(row);
       std::memcpy(to, row, size);
    }
-   return sum.value() == expected ? State::whole : State::corrupt;
+   const bool isWhole = sum.value() == expected && (second == 0 || sum.second() == second);
+   return isWhole ? State::whole : State::corrupt;
 }
 
 Key RecordSlot::intactKey() const {

@@ -27,9 +27,14 @@ struct RecordContent {
    std::size_t size; // of the payload, bytes
 };
 
-// Copies the record's payload to `copy`, which has room for whole rows, and returns the record's checksum: one pass
+struct RecordChecksums {
+   std::uint64_t first;
+   std::uint64_t second; // 0: not known
+};
+
+// Copies the record's payload to `copy`, which has room for whole rows, and returns the record's checksums: one pass
 // over the payload does both.
-std::uint64_t copyWithChecksum(const RecordContent& content, void* copy);
+RecordChecksums copyWithChecksum(const RecordContent& content, void* copy);
 
 class alignas(cacheLine) RecordSlot {
  public:
@@ -38,9 +43,16 @@ class alignas(cacheLine) RecordSlot {
       return sizeof(RecordSlot) + (payloadSize + cacheLine - 1) / cacheLine * cacheLine;
    }
 
-   // For the one writer. `checksum` is the content's; the journal has just computed it.
-   void write(const RecordContent& content, std::uint64_t checksum);
+   // For the one writer. `checksums` are the content's; the journal has just computed them.
+   void write(const RecordContent& content, const RecordChecksums& checksums);
    void clear();
+   // Whether the head of the slot is that of this record, as its writer left it. Cheap where the record is about to be
+   // written.
+   bool isHeadedBy(const Key& key, std::uint64_t generation) const {
+      constexpr auto relaxed = std::memory_order_relaxed;
+      return (sequence_.load(relaxed) & 1) == 0 && generation_.load(relaxed) == generation &&
+             keyHash_.load(relaxed) == key.hash() && key_[0].load(relaxed) == key.words()[0];
+   }
 
    enum class State {
       whole,
@@ -70,9 +82,10 @@ class alignas(cacheLine) RecordSlot {
    Word sequence_;
    Word checksum_;
    Word generation_;
-   Word sampleTime_; // the bits of a double
-   Word keyHash_;    // of the key alone, so that the key of a torn record can still be trusted
-   Word unused_[3];
+   Word sampleTime_;     // the bits of a double
+   Word keyHash_;        // of the key alone, so that the key of a torn record can still be trusted
+   Word secondChecksum_; // 0: not known, since a writer of an earlier build wrote it
+   Word unused_[2];
    Word key_[8]; // all zero: the slot is free
 };
 

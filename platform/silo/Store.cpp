@@ -100,7 +100,8 @@ Mapping Store::openForWriting(const std::string& table) const {
 
 Mapping Store::openSuccessor(const std::string& table) const {
    const std::string path = successorPathOf(table);
-   unlink(path); // a killed writer may have left one; what cannot be removed is an error of the next call
+   removeSuccessor(
+        table); // a killed writer may have left one; what cannot be removed is an error of the next call
    const int descriptor = create(path);
    if (descriptor < 0) {
       fail(table, "create a successor of", errno);
@@ -115,15 +116,41 @@ Mapping Store::openSuccessor(const std::string& table) const {
 }
 
 void Store::promoteSuccessor(const std::string& table) const {
-   // Shared memory objects have no call for this, but on Linux they are files in this folder.
-   const std::string folder = kind_ == Kind::sharedMemory ? "/dev/shm" : "";
-   if (std::rename((folder + successorPathOf(table)).c_str(), (folder + pathOf(table)).c_str()) != 0) {
+   if (std::rename(fileOf(successorPathOf(table)).c_str(), fileOf(pathOf(table)).c_str()) != 0) {
       fail(table, "replace", errno);
    }
 }
 
+void Store::removeSuccessor(const std::string& table) const {
+   unlink(successorPathOf(table));
+}
+
+std::string Store::lossOf(const std::string& table, const Mapping& mapping) const {
+   struct stat status {};
+   if (!statusOf(table, status)) {
+      return "was removed";
+   }
+   if (!mapping.isOf(status)) {
+      return "was replaced by another file";
+   }
+   if (mapping.isLost() || static_cast<std::size_t>(status.st_size) < mapping.size()) {
+      return "was cut to " + std::to_string(status.st_size) + " of " + std::to_string(mapping.size()) +
+             " bytes";
+   }
+   return "";
+}
+
+bool Store::isNamed(const std::string& table, const Mapping& mapping) const {
+   struct stat status {};
+   return statusOf(table, status) && mapping.isOf(status);
+}
+
+bool Store::statusOf(const std::string& table, struct stat& status) const {
+   return lstat(fileOf(pathOf(table)).c_str(), &status) == 0;
+}
+
 void Store::remove(const std::string& table) const {
-   unlink(successorPathOf(table)); // which only a killed writer leaves
+   removeSuccessor(table); // which only a killed writer leaves
    if (unlink(pathOf(table)) != 0 && errno != ENOENT) {
       fail(table, "remove", errno);
    }
@@ -142,6 +169,11 @@ std::string Store::pathOf(const std::string& table) const {
 // No table's name has this character.
 std::string Store::successorPathOf(const std::string& table) const {
    return pathOf(table) + "~";
+}
+
+// Shared memory objects have no call for all that files can do, but on Linux they are files in this folder.
+std::string Store::fileOf(const std::string& path) const {
+   return (kind_ == Kind::sharedMemory ? "/dev/shm" : "") + path;
 }
 
 int Store::open(const std::string& path, int flags) const {

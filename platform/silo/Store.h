@@ -27,6 +27,11 @@ class Store {
    // it, locked and writable; then, once that is whole, its way to the name. A kill leaves the one or the other there.
    Mapping openSuccessor(const std::string& table) const;
    void promoteSuccessor(const std::string& table) const;
+   void removeSuccessor(const std::string& table) const;
+   // What became of the file of a table that was opened: removed, replaced or cut. Empty: nothing.
+   std::string lossOf(const std::string& table, const Mapping& mapping) const;
+   // Whether the name is that of the file that was opened.
+   bool isNamed(const std::string& table, const Mapping& mapping) const;
    // Removes the name; whoever has the table open keeps it. An absent table is not an error.
    void remove(const std::string& table) const;
 
@@ -39,6 +44,8 @@ class Store {
 
    std::string pathOf(const std::string& table) const;
    std::string successorPathOf(const std::string& table) const;
+   std::string fileOf(const std::string& path) const;
+   bool statusOf(const std::string& table, struct stat& status) const;
    int open(const std::string& path, int flags) const;
    int create(const std::string& path) const;
    int unlink(const std::string& path) const;

@@ -59,6 +59,15 @@ class Table {
       return result;
    }
 
+   // To be called with each polling pass: finds and reports a table whose file was removed, replaced or cut, or whose
+   // header was damaged, and makes it anew with the records that are left. Also reports records that were overwritten.
+   // Each is reported once. Records that are lost keep their generations, and come with their next recordIs.
+   void mend() { raw_.mend(); }
+   // Rises when mend() found that records were lost.
+   std::uint64_t losses() const { return raw_.losses(); }
+   // Whether the table has the record as it was written last.
+   bool isIntact(const Key& key) const { return raw_.isIntact(key); }
+
    // Seconds between two samples, from which readers judge how old a record may be.
    void pollingIntervalIs(double seconds) { raw_.pollingIntervalIs(seconds); }
 

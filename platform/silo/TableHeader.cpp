@@ -77,6 +77,11 @@ std::string TableHeader::identityProblem(const RecordLayout& layout) const {
    return found == expected ? "" : "holds " + found + ", expected " + expected;
 }
 
+bool TableHeader::isIdentityIntact() const {
+   return magic_.load(std::memory_order_acquire) == magic &&
+          identityChecksum_.load(std::memory_order_relaxed) == identityChecksum();
+}
+
 std::uint64_t TableHeader::identityChecksum() const {
    std::array<std::uint64_t, std::size(decltype(layoutName_){}) + 3> words{};
    for (std::size_t i = 0; i < std::size(layoutName_); ++i) {

@@ -23,6 +23,8 @@ struct TableState {
    pid_t writerPid = 0;        // 0: the last writer closed the table in good order
    double pollingInterval = 0; // seconds between two samples of a record
    ClockDomain clockDomain;    // of the sample times
+
+   bool operator==(const TableState&) const = default;
 };
 
 class alignas(cacheLine) TableHeader {
@@ -34,6 +36,8 @@ class alignas(cacheLine) TableHeader {
    void identityIs(const RecordLayout& layout);
    // Empty if this is a table of such records; else says what it is instead and what was expected.
    std::string identityProblem(const RecordLayout& layout) const;
+   // Whether the identity is as some writer wrote it; if not, it says nothing of what the table holds.
+   bool isIdentityIntact() const;
 
    // The state: one writer, under the same kind of sequence lock as a record.
    void stateIs(const TableState& state);

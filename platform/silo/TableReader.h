@@ -24,8 +24,9 @@ struct Entry {
 // be read, calls return `unavailable` and problem() says why. No call waits longer than about 50 ms, and none waits for
 // a dead writer. Nothing is allocated as long as the keys stay the same. One thread at a time.
 //
-// One case a reader cannot handle: when somebody with write permission cuts a table's file short, touching the missing
-// part raises a signal. The writer itself never cuts a file; it replaces it.
+// When somebody with write permission cuts a table's file short, touching the missing part raises SIGBUS. (The writer
+// itself never cuts a file; it replaces it.) A program that shall outlive that calls Kiln::surviveMappedFaults() of
+// kiln/MappedFault.h once: then the table is unavailable until its writer has made it anew.
 template <RecordType Record>
 class TableReader {
  public:
@@ -74,8 +75,9 @@ class TableReader {
 template <RecordType Record>
 bool TableReader<Record>::snapshot(std::vector<Entry<Record>>& entries) {
    Patience patience = raw_.patience();
-   bool isStable = false;
-   for (int walk = 0; walk < walks && !isStable; ++walk) {
+   using WalkEnd = RawTableReader::WalkEnd;
+   WalkEnd end = WalkEnd::lost;
+   for (int walk = 0; walk < walks && end != WalkEnd::stable; ++walk) {
       if (!raw_.beginWalk()) {
          entries.clear();
          return false;
@@ -96,9 +98,13 @@ bool TableReader<Record>::snapshot(std::vector<Entry<Record>>& entries) {
          ++used;
       }
       entries.resize(used);
-      isStable = raw_.endWalk();
+      end = raw_.endWalk();
    }
-   if (!isStable) {
+   if (end == WalkEnd::lost) {
+      entries.clear();
+      return false;
+   }
+   if (end != WalkEnd::stable) {
       // A key may have moved to another slot during the walk and been met twice.
       std::sort(entries.begin(), entries.end(),
                 [](const auto& a, const auto& b) { return a.key.words() < b.key.words(); });

@@ -4,7 +4,9 @@
 #include "silo/Table.h"
 #include "vex/Continuity.h"
 
+#include <cstdint>
 #include <memory>
+#include <utility>
 
 namespace Vex {
 
@@ -48,14 +50,13 @@ class Clear {
       time_ = now;
       isOwed_ = true;
    }
-   // Writes the clear if the table lacks it; throws what the table throws. Looks now and then whether somebody has damaged
-   // the table's copy.
+   // Writes the clear if the table lacks it; throws what the table throws.
    void write(Table* table, const Silo::Key& key) {
       if (table == nullptr || !record_) {
          return;
       }
-      if (!isOwed_ && ++calls_ % callsPerLook == 0) {
-         isOwed_ = table->sampleOrDefault(key).info.generation == 0;
+      if (std::exchange(losses_, table->losses()) != table->losses()) {
+         isOwed_ = isOwed_ || !table->isIntact(key);
       }
       if (isOwed_) {
          table->recordIs(key, *record_, time_ == Silo::unknownSampleTime ? record_->createdTime : time_);
@@ -67,8 +68,7 @@ class Clear {
    std::unique_ptr<Record> record_;
    double time_ = Silo::unknownSampleTime;
    bool isOwed_ = false;
-   static constexpr unsigned callsPerLook = 16; // a call comes with each poll
-   unsigned calls_ = 0;
+   std::uint64_t losses_ = 0; // of the table, when it was looked at last
 };
 
 } // namespace Vex

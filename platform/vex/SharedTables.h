@@ -17,6 +17,8 @@ class IntfTable : public Kiln::PtrInterface {
 
    Table<Record>& table() { return table_; }
    const Table<Record>& table() const { return table_; }
+   // With each polling pass: see Table.
+   void mend() { table_.mend(); }
 
  private:
    Table<Record> table_;
@@ -54,6 +56,10 @@ class AllVlanIntfCounters : public IntfTable<L3IntfCounters> {
                        const TableOptions& options);
 
    Table<L3IntfCounters>& clearTable() { return clearTable_; }
+   void mend() {
+      IntfTable::mend();
+      clearTable_.mend();
+   }
 
  private:
    Table<L3IntfCounters> clearTable_;

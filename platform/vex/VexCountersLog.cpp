@@ -5,6 +5,7 @@
 #include "kiln/Trace.h"
 
 #include <array>
+#include <stdexcept>
 
 namespace Vex {
 
@@ -31,6 +32,10 @@ const char* remedyText(Silo::Corruption::Remedy remedy) {
       return "they were taken over";
    case Remedy::recreated:
       return "the table was created anew";
+   case Remedy::remade:
+      return "it was made anew";
+   case Remedy::lost:
+      return "the next polling pass tries again";
    }
    return "unknown";
 }
@@ -55,11 +60,29 @@ const Kiln::LogMessage VEX_COUNTERS_TABLE_TAKEN_OVER{"VEX_COUNTERS_TABLE_TAKEN_O
                                                      "of the release before. Totals, clears and times stay.",
                                                      "None."};
 
+const Kiln::LogMessage VEX_COUNTERS_TABLE_LOST{
+     "VEX_COUNTERS_TABLE_LOST", Kiln::Severity::error, "Shared counters table %s %s; %s",
+     "Somebody removed, replaced, cut or overwrote the table's file while the agent was running. Once the "
+     "table is made "
+     "anew, readers find it by themselves, and totals, clears and times go on.",
+     "Find who does so. If the table could not be made anew, do away with the reason that is given."};
+
+namespace {
+
+const Kiln::LogMessage* messageOfTable(Silo::Corruption::Remedy remedy) {
+   using Remedy = Silo::Corruption::Remedy;
+   return remedy == Remedy::takenOver                          ? &VEX_COUNTERS_TABLE_TAKEN_OVER
+          : remedy == Remedy::remade || remedy == Remedy::lost ? &VEX_COUNTERS_TABLE_LOST
+                                                               : nullptr;
+}
+
+} // namespace
+
 void logCorruption(const Silo::Corruption& corruption) {
-   if (corruption.remedy == Silo::Corruption::Remedy::takenOver) {
+   if (const Kiln::LogMessage* const message = messageOfTable(corruption.remedy)) {
       const std::array<Kiln::String, 3> arguments{corruption.table, corruption.text,
                                                   remedyText(corruption.remedy)};
-      Kiln::OperatorLog::instance().log(VEX_COUNTERS_TABLE_TAKEN_OVER, arguments);
+      Kiln::OperatorLog::instance().log(*message, arguments);
       return;
    }
    const std::array<Kiln::String, 4> arguments{corruption.table,
@@ -68,17 +91,36 @@ void logCorruption(const Silo::Corruption& corruption) {
    Kiln::OperatorLog::instance().log(VEX_COUNTERS_TABLE_CORRUPT, arguments);
 }
 
+namespace {
+
+// Interfaces whose names are no keys, whoever found it out first.
+Kiln::HashMap<Pelt::IntfId, bool>& refusedNames() {
+   static auto* const names = new Kiln::HashMap<Pelt::IntfId, bool>;
+   return *names;
+}
+
+} // namespace
+
+PublishErrors::~PublishErrors() {
+   for (const auto& [intf, isLogged] : logged_) {
+      refusedNames().erase(intf);
+   }
+}
+
 void PublishErrors::log(const Pelt::IntfId& intf, const std::exception& error) {
    KILN_RINGLOG_TRACE(4, "publishing counters of " << intf << ": " << error.what());
+   const bool isOfName = dynamic_cast<const std::invalid_argument*>(&error) != nullptr;
    // Once, until the interface is published again: every polling pass tries, and would fill the log.
-   if (logged_.set(intf, true)) {
+   if (logged_.set(intf, true) && (!isOfName || refusedNames().set(intf, true))) {
       const std::array<Kiln::String, 2> arguments{intf.text(), error.what()};
       Kiln::OperatorLog::instance().log(VEX_COUNTERS_PUBLISH_ERROR, arguments);
    }
 }
 
 void PublishErrors::forget(const Pelt::IntfId& intf) {
-   logged_.erase(intf);
+   if (logged_.erase(intf)) {
+      refusedNames().erase(intf);
+   }
 }
 
 } // namespace Vex

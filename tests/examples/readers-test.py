@@ -352,9 +352,10 @@ def expect_header_refused(text, changes):
 
 
 def changed(changes):
-    """These changes of the second slot, with the checksum that makes its record whole."""
+    """These changes of the second slot, with the checksums that make its record whole."""
     words = [changes.get(at, word_at(at)) for at in range(SLOT, SLOT + 128 + 1952, 8)]
-    return {**changes, SLOT + 8: python_reader.checksum([words[2], words[3], words[4], 0] + words[16:])}
+    summed = [words[2], words[3], words[4], 0] + words[16:]
+    return {**changes, SLOT + 8: python_reader.checksum(summed), SLOT + 40: python_reader.second_checksum(summed)}
 
 
 def expect_unknown_age():

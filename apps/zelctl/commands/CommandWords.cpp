@@ -31,7 +31,11 @@ bool isRecordCommand(const String& command) {
 }
 
 bool isAgentCommand(const String& command) {
-   return command == "counters" || command == "log" || command == "ringlog";
+   return command == "counters" || isLog(command);
+}
+
+bool isLog(const String& command) {
+   return command == "log" || command == "ringlog";
 }
 
 bool isLeaving(const String& command) {

@@ -19,6 +19,9 @@ std::vector<Kiln::String> allCommands();
 // Whether the command reads the shared tables.
 bool isRecordCommand(const Kiln::String& command);
 
+// Whether the command shows one of the agent's logs.
+bool isLog(const Kiln::String& command);
+
 // Whether the command leaves the prompt.
 bool isLeaving(const Kiln::String& command);
 

@@ -48,6 +48,24 @@ void printError(const String& error) {
    }
 }
 
+// The agent lays its text out without knowing the terminal: longer lines are broken between words, and rulers cut.
+String fitted(const String& text) {
+   const std::size_t width = textWidth();
+   if (width == 0) {
+      return text;
+   }
+   String lines;
+   for (std::size_t begin = 0; begin < text.size();) {
+      const std::size_t end = std::min(text.find('\n', begin), text.size());
+      const String line = text.substr(begin, end - begin);
+      const bool isRuler = line.find_first_not_of('=') == String::npos;
+      lines += isRuler ? cutTo(line, width) : Kiln::joined(wrapped(line, width), "\n");
+      lines += end < text.size() ? "\n" : "";
+      begin = end + 1;
+   }
+   return lines;
+}
+
 // How the output of a line is printed.
 struct Printing {
    const std::vector<Filter>& filters;
@@ -69,7 +87,9 @@ int askAgent(const Client& client, const String& line, bool isKnown, const Print
    Answer answer = client.ask(line, printing.signals);
    // Nothing is counted of a command that was refused.
    const bool hasText = answer.error.empty() || !answer.text.empty();
-   if (hasText && print(answer.text, printing) != carriedOut) {
+   // A filter looks at lines as they are, and within JSON no line may be broken.
+   const bool isWhole = !printing.filters.empty() || answer.text.starts_with('{');
+   if (hasText && print(isWhole ? answer.text : fitted(answer.text), printing) != carriedOut) {
       return refused;
    }
    if (answer.error.empty()) {
@@ -110,8 +130,16 @@ String misplaced(const Words& words, const String& command) {
    if (!isAgentCommand(command)) {
       return rightCommand(words);
    }
-   const bool isShow = words.size() > 2 && String("show").starts_with(words[1]) && isRecordCommand(words[2]);
-   return isShow ? rightCommand({words.begin() + 1, words.end()}) : "";
+   const bool isShow = words.size() > 2 && String("show").starts_with(words[1]);
+   const Words rest(words.begin() + (isShow ? 2 : 1), words.end());
+   if (command != "counters" || rest.empty()) {
+      return "";
+   }
+   if (isRecordCommand(rest.front()) || isLog(rest.front())) {
+      return Kiln::joined(rest, " ");
+   }
+   const String right = isShow ? "" : rightCommand(rest);
+   return right.starts_with("counters show " + rest.front()) ? right : "";
 }
 
 int watch(const Client& client, const WatchRequest& request, Signals* signals) {
@@ -157,7 +185,15 @@ int runLine(const Client& client, const String& line, Signals* signals) {
          return complain("no command: 'zelctl help' lists them");
       }
       if (words.back().ends_with('?')) {
-         return print(helpOnNext(completionsOf(client, line.substr(0, line.rfind('?')))), printing);
+         const Words next = completionsOf(client, line.substr(0, line.rfind('?')));
+         const bool needsAgent = next.empty() && isAgentCommand(commandNamed(words.front()));
+         const String error =
+              needsAgent ? client.ask("complete", signals, {.inAll = 1, .isSaid = false}).error : "";
+         if (error.empty()) {
+            return print(helpOnNext(next), printing);
+         }
+         printError(error);
+         return refused;
       }
       const String command = commandNamed(words.front());
       if (command == "help") {

@@ -190,8 +190,8 @@ String helpOnNext(const Words& candidates) {
 }
 
 String rightCommand(const Words& words) {
-   const Words shown{"drop",  "pipeline", "mau-deparser-drop", "traffic-manager", "mac", "pdp",
-                     "table", "info"};
+   const Words shown{"drop", "pipeline", "mau-deparser-drop", "traffic-manager", "mac", "pdp", "table",
+                     "info", "health"};
    constexpr std::size_t least = 2; // letters of an abbreviation that is worth a guess
    // The command, and the words from there on.
    const auto with = [&](String command, std::size_t from) {
@@ -206,7 +206,7 @@ String rightCommand(const Words& words) {
    const bool isClear = first.size() >= least && String("clear").starts_with(first);
    if (isShow && words.size() > 1) {
       const String command = commandNamed(words[1]);
-      if (isRecordCommand(command)) {
+      if (isRecordCommand(command) || isLog(command)) {
          return with(command, 2);
       }
    }

@@ -5,9 +5,9 @@
 
 namespace ZelCtl {
 
-namespace {
-
 using Kiln::codePointAt;
+
+namespace {
 
 struct Range {
    char32_t first;

@@ -1,7 +1,6 @@
-// UTF-8 text as a terminal shows it: what is printable, and how many columns it takes.
+// UTF-8 text as a terminal shows it: how many columns it takes.
 #pragma once
 
-#include "kiln/Types.h"
 #include "kiln/Utf8.h"
 
 #include <string_view>

@@ -9,6 +9,7 @@
 #include <nlohmann/json.hpp>
 #include <set>
 #include <stdexcept>
+#include <utility>
 
 namespace ZelCtl {
 
@@ -128,6 +129,23 @@ std::optional<SampleTime> sampledOf(const Json& object, double asked, double ans
    return SampleTime{asked - seconds - rounding, answered - seconds + rounding};
 }
 
+// A counter NAME-ms is an age: said in words, and without a rate.
+void sayAges(ShownTable* table, std::size_t index) {
+   constexpr std::string_view suffix = "-ms";
+   ShownColumn& column = table->columns[index];
+   if (column.kind != ShownColumn::Kind::counter || !column.heading.ends_with(suffix)) {
+      return;
+   }
+   column.kind = ShownColumn::Kind::other;
+   column.heading.erase(column.heading.size() - suffix.size());
+   for (ShownRow& row : table->rows) {
+      ShownCell& cell = row.cells[index];
+      if (const auto milliseconds = std::exchange(cell.count, std::nullopt)) {
+         cell.text = Kiln::durationText(static_cast<double>(*milliseconds) / 1000);
+      }
+   }
+}
+
 ShownTable tableOf(const String& chip, const Json& object, double asked, double answered) {
    const Json& rows = need(object, "rows", Type::array);
    ShownTable table{titleOf(chip, object), columnsOf(rows, need(object, "counters", Type::array)), {}};
@@ -135,8 +153,9 @@ ShownTable tableOf(const String& chip, const Json& object, double asked, double 
       table.rows.push_back(rowOf(row, table.columns));
       table.rows.back().sampled = sampledOf(object, asked, answered);
    }
-   for (ShownColumn& column : table.columns) {
-      column.heading = printable(column.heading);
+   for (std::size_t i = 0; i < table.columns.size(); ++i) {
+      sayAges(&table, i);
+      table.columns[i].heading = printable(table.columns[i].heading);
    }
    table.notes = notesOf(object);
    return table;

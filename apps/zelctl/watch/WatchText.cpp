@@ -85,10 +85,12 @@ std::size_t fitColumns(const WatchedTable& table, std::size_t width, std::vector
    if (!fits()) {
       leftOut = std::erase_if(*columns, [&](const Column& one) { return isCounter(one) && one.isZero; });
    }
-   // Whole columns only: half a number would be a wrong one.
-   while (!fits() && isCounter(columns->back())) {
-      columns->pop_back();
-      ++leftOut;
+   // Whole columns only: half a number would be a wrong one. What names the rows stays.
+   for (std::size_t i = columns->size(); i-- > 0 && !fits();) {
+      if (table.columns[(*columns)[i].cell].kind != Kind::key) {
+         columns->erase(columns->begin() + static_cast<std::ptrdiff_t>(i));
+         ++leftOut;
+      }
    }
    return leftOut;
 }
@@ -185,7 +187,9 @@ Block blockOf(const WatchedTable& table, const WatchRoom& room, std::size_t* col
            {rowLine(table, row, columns, room), !row.hasEverChanged && row.state == State::same});
    }
    for (const String& note : table.notes) {
-      block.notes.push_back(plainLine(note, room));
+      for (const String& line : wrapped(note, room.width)) {
+         block.notes.push_back(plainLine(line, room));
+      }
    }
    return block;
 }

@@ -5,6 +5,7 @@
 #include "tests/apps/zelagent/AgentRig.h"
 #include "tests/support/Environment.h"
 
+#include <gmock/gmock.h>
 #include <sstream>
 
 namespace {
@@ -128,7 +129,10 @@ TEST_F(CountersCommands, AMovedPortIsAskedOfTheChipThatHasItNow) {
 TEST_F(CountersCommands, AChipThatIsNotInitializedSaysSo) {
    agent_->countersMgr().zelCounters(0)->initializedIs(false);
    EXPECT_EQ(ask("chip Zel0 show table bogus pipe 9").text, "Agent not initialized yet");
-   EXPECT_EQ(ask("show mac nonzero").text, "Agent not initialized yet" + zel1);
+   EXPECT_EQ(ask("show mac nonzero").text, "Chip Zel0:\nAgent not initialized yet\n" + zel1);
+   EXPECT_THAT(ask("show info").text,
+               testing::StartsWith("Chip Zel0:\nAgent not initialized yet\nChip Zel1:\n="));
+   EXPECT_THAT(ask("chip Zel1 show info").text, testing::StartsWith("="));
    EXPECT_EQ(ask("show mac intf Ethernet1").text, "Agent not initialized yet");
    EXPECT_EQ(ask("chip Zel0 clear mac").text, "Agent not initialized yet");
 }

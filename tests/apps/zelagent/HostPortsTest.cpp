@@ -9,6 +9,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <gmock/gmock.h>
 
 namespace {
 
@@ -181,6 +182,22 @@ TEST_F(HostPorts, SpeedsAreTheKernelsAndFollowTheLink) {
    std::filesystem::remove_all(folder_.path() + "/eth0");
    poll();
    EXPECT_EQ(speed("eth0"), std::nullopt);
+}
+
+TEST_F(HostPorts, AnInterfaceWhoseNameIsNoKeyIsLoggedOnceAndShownByTheAgent) {
+   counts("eth0", {});
+   counts("caf\xc3\xa9", {{"rx_packets", 7}});
+   counts("a\x1b[2J", {});
+   ZelTest::LoggedMessages logged;
+   begin();
+   poll();
+   poll();
+   EXPECT_THAT(logged.take(), testing::UnorderedElementsAre(
+                                   testing::HasSubstr("Counters of interface caf\xc3\xa9 are not published"),
+                                   testing::HasSubstr("Counters of interface a\x1b[2J are not published")));
+   EXPECT_EQ(total("eth0", "in-pkts"), 0U);
+   EXPECT_THAT(ask("show mac intf caf\xc3\xa9 json").text, testing::HasSubstr("\"Intf caf\\u00e9 (1)\""));
+   EXPECT_THAT(ask("show mac json").text, testing::HasSubstr("\"Intf a\\u001b[2J (0)\""));
 }
 
 TEST_F(HostPorts, InterfacesBeyondThePortsAreLeftOut) {

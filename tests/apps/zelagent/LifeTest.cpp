@@ -3,6 +3,7 @@
 #include "counters/tables/HwTableCountersSm.h"
 #include "kiln/RingLog.h"
 #include "tests/apps/zelagent/AgentRig.h"
+#include "tests/support/LoggedMessages.h"
 #include "tests/support/Random.h"
 #include "tests/support/Slowdown.h"
 #include "tests/support/TemporaryFolder.h"
@@ -124,6 +125,26 @@ TEST_F(Life, AStartThatFailsSaysWhyAndLeavesNothingBehind) {
    start({.chips = 2, .pipes = 4, .ports = 4, .hardwareFile = hardware});
    advance(4.0);
    EXPECT_EQ(agent_->countersMgr().zelCounters().size(), 2U);
+}
+
+TEST_F(Life, EveryTableThatIsRemovedIsThereAgainAfterAPollingPass) {
+   const TemporaryFolder folder;
+   const auto fileOf = [&](const Kiln::String& table) { return folder.path() + "/" + table; };
+   start({.siloFolder = folder.path()});
+   advance(4.0);
+   LoggedMessages logged;
+   std::vector<testing::Matcher<std::string>> expected;
+   for (const Kiln::String table : Silo::Interface::TableName::all) {
+      ASSERT_TRUE(std::filesystem::remove(fileOf(table))) << table;
+      expected.push_back(
+           testing::HasSubstr("VEX_COUNTERS_TABLE_LOST Shared counters table " + table + " was removed"));
+   }
+   advance(4.0);
+   EXPECT_THAT(logged.take(), testing::UnorderedElementsAreArray(expected));
+   for (const Kiln::String table : Silo::Interface::TableName::all) {
+      EXPECT_TRUE(std::filesystem::exists(fileOf(table))) << table;
+   }
+   agent_.reset(); // before the folder
 }
 
 } // namespace

@@ -70,7 +70,7 @@ constexpr const char* document =
      "\"counters\":[\"In\",\"Out\"],\"rows\":[{\"Pipe\":0,\"Stage\":\"parser\",\"In\":12,\"Out\":null},"
      "{\"Pipe\":1,\"Stage\":\"p\\u001b[31m\",\"In\":null,\"Out\":5,\"not-supported\":[\"In\"],\"Late\":3}],"
      "\"notes\":[\"one \\u00e9\"]},"
-     "{\"title\":\"Empty\",\"counters\":[],\"rows\":[],\"notes\":[]}]},"
+     "{\"title\":\"Ages\",\"counters\":[\"Up-ms\"],\"rows\":[{\"Up-ms\":66000}],\"notes\":[]}]},"
      "{\"chip\":\"Zel1\",\"error\":\"Agent not initialized yet\"}]}";
 
 TEST(CountersDocument, BecomesTables) {
@@ -90,7 +90,9 @@ TEST(CountersDocument, BecomesTables) {
    EXPECT_EQ(tables[0].rows[1].cells[1].text, "p?[31m") << "nothing that a terminal would obey";
    EXPECT_EQ(tables[0].rows[1].cells[2].text, "not supported");
    EXPECT_EQ(tables[0].notes, std::vector<String>{"one \xc3\xa9"});
-   EXPECT_EQ(tables[1].title, "Zel0: Empty");
+   EXPECT_EQ(tables[1].title, "Zel0: Ages");
+   EXPECT_EQ(tables[1].columns[0].heading + " " + tables[1].rows[0].cells[0].text, "Up 66 s");
+   EXPECT_EQ(tables[1].rows[0].cells[0].count, std::nullopt) << "an age has no rate";
    EXPECT_EQ(tables[2].title, "Zel1: Agent not initialized yet");
 }
 

@@ -169,8 +169,8 @@ TEST_F(RecordViewer, JsonHoldsIntegersOnly) {
              "\"queue-drops-age-ms\":null,\"suspects\":4,"
              "\"totals\":{\"in-octets\":18446744073709551615,\"in-fcs-errors\":8},"
              "\"rates\":{}}],\"notes\":[]}");
-   EXPECT_EQ(Kiln::JsonWriter::quotedString("a\"\\\n\x7f\xff\x01"),
-             "\"a\\\"\\\\\\u000a\\u007f\\u00ff\\u0001\"");
+   EXPECT_EQ(Kiln::JsonWriter::quotedString("a\"\\\n\x7f\xff\x01\xc3\xbc\xf0\x9f\x98\x80"),
+             "\"a\\\"\\\\\\u000a\\u007f\\u00ff\\u0001\\u00fc\\ud83d\\ude00\"");
 }
 
 TEST_F(RecordViewer, ASampleTimeThatIsYetToComeIsNeitherFreshNorAnAge) {

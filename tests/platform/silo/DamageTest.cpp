@@ -1,8 +1,14 @@
 // Tables that were overwritten, cut short or left half-written: nobody crashes, and nobody takes damage for data.
+#include "kiln/MappedFault.h"
 #include "tests/platform/silo/SiloRig.h"
 
+#include <csignal>
+#include <fcntl.h>
+#include <filesystem>
 #include <fstream>
+#include <functional>
 #include <set>
+#include <sys/mman.h>
 
 namespace {
 
@@ -59,9 +65,9 @@ class Damage : public SiloRig {
       std::set<std::string> reported;
       for (const Silo::Corruption& corruption : corruptions_) {
          ASSERT_FALSE(corruption.text.empty());
+         ASSERT_NE(corruption.remedy, Remedy::recreated);
          reported.insert(corruption.key);
       }
-      const bool isNewTable = !corruptions_.empty() && corruptions_[0].remedy == Remedy::recreated;
       for (std::uint64_t i = 0; i < keys.size(); ++i) {
          Silo::Sample<Small> sample = table.sampleOrDefault(keys[i]);
          if (sample.record != Small(i) || sample.info.generation != 1) {
@@ -70,7 +76,7 @@ class Damage : public SiloRig {
          }
          table.recordIs(keys[i], Small(i + 10), 2.0);
          ASSERT_EQ(table.sample(keys[i]).record, Small(i + 10));
-         ASSERT_GT(table.sample(keys[i]).info.generation, isNewTable ? 0u : 1u) << keys[i];
+         ASSERT_GT(table.sample(keys[i]).info.generation, 1u) << keys[i];
       }
    }
 
@@ -86,6 +92,20 @@ TEST_F(Damage, AFlippedBitInAnyByteIsFoundByReaderAndWriter) {
       write(damaged);
       ASSERT_NO_FATAL_FAILURE(expectNoNonsenseFromReader());
       ASSERT_NO_FATAL_FAILURE(expectNoNonsenseFromWriter());
+   }
+}
+
+TEST_F(Damage, AnOverwrittenHeaderLosesNoRecord) {
+   const std::string whole = makeTable();
+   for (const std::size_t size : {8u, 128u, 256u}) {
+      write(std::string(size, '\0') + whole.substr(size));
+      corruptions_.clear();
+      Silo::Table<Small> table(store_, "t", Small(99), options());
+      EXPECT_FALSE(corruptions_.empty());
+      for (std::uint64_t i = 0; i < keys.size(); ++i) {
+         EXPECT_EQ(table.sample(keys[i]).record, Small(i)) << size;
+         EXPECT_EQ(table.sample(keys[i]).info.generation, 1u) << size;
+      }
    }
 }
 
@@ -232,6 +252,183 @@ TEST_F(Damage, TheWritersOwnReadFindsDamageAndEveryReadReportsIt) {
    EXPECT_EQ(late.read("a", sample), ReadResult::ok);
    EXPECT_EQ(reader.read("a", sample), ReadResult::ok);
    EXPECT_EQ(corruptions_.size(), 2u);
+}
+
+TEST_F(Damage, FlippedBitsAtTheTopsOfTwoWordsAreFound) {
+   Silo::Table<Large> table(store_, "large", Large(), options());
+   Silo::TableReader<Large> reader(store_, "large");
+   Silo::Sample<Large> sample;
+   const auto flip = [&](std::size_t word) {
+      const std::size_t top = slotOffset<Large>(0) + payloadOffset + 8 * word + 7;
+      overwrite(fileOf("large"), top,
+                std::string(1, static_cast<char>(bytesOf(fileOf("large"))[top] ^ 0x80)));
+   };
+   for (std::size_t other = 1; other < sizeof(Large) / 8; ++other) {
+      table.recordIs("a", Large(other), 1.0);
+      flip(0);
+      flip(other);
+      // Only two rows apart, and by multiples of that, does one lane's damage cancel out.
+      EXPECT_EQ(reader.read("a", sample), other % 8 == 0 ? ReadResult::ok : ReadResult::corrupt) << other;
+   }
+}
+
+// What somebody may do to the file of a table whose writer is running.
+struct Loss {
+   const char* found; // a part of the report
+   std::function<void(const std::string& file)> inflict;
+   std::size_t left; // records that are there again before they are written
+};
+
+class LostTable : public SiloRig {
+ protected:
+   static constexpr std::size_t count = 100; // several pages of slots
+   static constexpr const char* last = "99"; // the key in the last slot
+
+   LostTable() { Kiln::surviveMappedFaults(); }
+   ~LostTable() override { std::signal(SIGBUS, SIG_DFL); }
+
+   void writeAll(std::uint64_t number) {
+      for (std::size_t i = 0; i < count; ++i) {
+         table.recordIs(std::to_string(i), Small(number + i), 1.0);
+      }
+   }
+   std::size_t mend() {
+      corruptions_.clear();
+      table.mend();
+      return corruptions_.size();
+   }
+
+   Silo::Table<Small> table{store_, "t", Small(99), options(count)};
+};
+
+TEST_F(LostTable, IsNoticedReportedOnceAndMadeAnewForReadersToo) {
+   const auto cutTo = [](std::size_t size) {
+      return [size](const std::string& file) { std::filesystem::resize_file(file, size); };
+   };
+   const Loss losses[] = {
+        {"was removed", [](const std::string& file) { std::filesystem::remove(file); }, count},
+        {"was removed", [](const std::string& file) { std::filesystem::rename(file, file + ".moved"); },
+         count},
+        {"was replaced by another file",
+         [](const std::string& file) {
+            std::ofstream(file + ".other") << "other";
+            std::filesystem::rename(file + ".other", file);
+         },
+         count},
+        {"was cut to 0 of", cutTo(0), 0},
+        {"was cut to 5000 of", cutTo(5000), 23},
+        {"had its header overwritten",
+         [](const std::string& file) { overwrite(file, 0, std::string(8, '\0')); }, count},
+        {"had its header overwritten", [](const std::string& file) { overwrite(file, 170, "!"); }, count},
+        {"had its header overwritten",
+         [](const std::string& file) { overwrite(file, 0, std::string(19648, '\0')); }, 1},
+   };
+   writeAll(0);
+   Silo::TableReader<Small> reader(store_, "t");
+   std::uint64_t number = 0;
+   for (const Loss& loss : losses) {
+      SCOPED_TRACE(loss.found + std::to_string(number));
+      Silo::Sample<Small> before;
+      ASSERT_EQ(reader.read(last, before), ReadResult::ok);
+      loss.inflict(fileOf("t"));
+      table.recordIs(last, Small(number), 1.0); // into the void, where the file was cut
+      ASSERT_EQ(mend(), 1u);
+      EXPECT_EQ(corruptions_[0].remedy, Remedy::remade);
+      EXPECT_NE(corruptions_[0].text.find(loss.found), std::string::npos) << corruptions_[0].text;
+      EXPECT_EQ(mend(), 0u);
+      std::vector<Silo::Entry<Small>> entries;
+      ASSERT_TRUE(reader.snapshot(entries)) << reader.problem();
+      EXPECT_EQ(entries.size(), loss.left);
+      for (const auto& entry : entries) {
+         EXPECT_EQ(entry.result, ReadResult::ok);
+      }
+      number += 1000;
+      writeAll(number);
+      EXPECT_EQ(mend(), 0u);
+      for (std::size_t i = 0; i < count; ++i) {
+         Silo::Sample<Small> sample;
+         ASSERT_EQ(reader.read(std::to_string(i), sample), ReadResult::ok) << i;
+         EXPECT_EQ(sample.record, Small(number + i));
+         EXPECT_TRUE(std::to_string(i) != last || sample.info.generation == before.info.generation + 2);
+      }
+   }
+   EXPECT_EQ(table.losses(), std::size(losses));
+   EXPECT_FALSE(std::filesystem::exists(fileOf("t~")));
+}
+
+TEST_F(LostTable, WhoseNameAnotherWriterTookIsReportedOnceAndWonBack) {
+   writeAll(0);
+   std::filesystem::remove(fileOf("t"));
+   std::optional<Silo::Table<Small>> other;
+   other.emplace(store_, "t", Small(99), options());
+   ASSERT_EQ(mend(), 1u);
+   EXPECT_EQ(corruptions_[0].remedy, Remedy::lost);
+   EXPECT_NE(corruptions_[0].text.find("already has a writer"), std::string::npos) << corruptions_[0].text;
+   EXPECT_EQ(mend(), 0u);
+   other->recordIs("theirs", Small(1), 1.0);
+   EXPECT_EQ(other->sample("theirs").record, Small(1));
+   other.reset();
+   ASSERT_EQ(mend(), 1u);
+   EXPECT_EQ(corruptions_[0].remedy, Remedy::remade);
+   Silo::TableReader<Small> reader(store_, "t");
+   Silo::Sample<Small> sample;
+   EXPECT_EQ(reader.read(last, sample), ReadResult::ok);
+}
+
+TEST_F(LostTable, ThatWasCutUnderAReaderIsNamedAndNotRead) {
+   writeAll(0);
+   for (const std::size_t size : {0u, 5000u}) {
+      Silo::TableReader<Small> reader(store_, "t");
+      Silo::TableReader<Small> other(store_, "t");
+      Silo::Sample<Small> sample;
+      std::vector<Silo::Entry<Small>> entries;
+      ASSERT_EQ(reader.read(last, sample), ReadResult::ok);
+      ASSERT_TRUE(other.snapshot(entries));
+      std::filesystem::resize_file(fileOf("t"), size);
+      EXPECT_EQ(reader.read(last, sample), ReadResult::unavailable);
+      EXPECT_FALSE(other.snapshot(entries));
+      for (const auto& problem : {reader.problem(), other.problem()}) {
+         EXPECT_NE(problem.find("table t (" + fileOf("t")), std::string::npos) << problem;
+         EXPECT_NE(problem.find(size == 0 ? "too short" : "cut short"), std::string::npos) << problem;
+      }
+      table.mend();
+      writeAll(1);
+      EXPECT_EQ(reader.read(last, sample), ReadResult::ok);
+   }
+}
+
+TEST_F(LostTable, OverwrittenRecordsAreReportedOnceWhoeverWritesThem) {
+   writeAll(0);
+   EXPECT_EQ(mend(), 0u);
+   Silo::TableReader<Small> reader(store_, "t");
+   Silo::Sample<Small> sample;
+   // In one record the payload, of others also the keys.
+   overwrite(fileOf("t"), slotOffset<Small>(99) + payloadOffset + 9, "!");
+   overwrite(fileOf("t"), slotOffset<Small>(10),
+             std::string(slotOffset<Small>(20) - slotOffset<Small>(10), '\0'));
+   ASSERT_EQ(mend(), 1u);
+   EXPECT_EQ(corruptions_[0].key, "10");
+   EXPECT_NE(corruptions_[0].text.find("10 more"), std::string::npos) << corruptions_[0].text;
+   EXPECT_EQ(mend(), 0u);
+   EXPECT_FALSE(table.isIntact("10"));
+   EXPECT_EQ(reader.read("10", sample), ReadResult::absent);
+   writeAll(1);
+   EXPECT_TRUE(table.isIntact("10"));
+   EXPECT_EQ(reader.read("10", sample), ReadResult::ok) << "its key is found again";
+   EXPECT_EQ(mend(), 0u);
+}
+
+TEST_F(LostTable, NoOtherBusErrorIsOutlived) {
+   EXPECT_EQ(statusOf(spawn([] { return std::raise(SIGBUS); })), -SIGBUS);
+   EXPECT_EQ(statusOf(spawn([&] {
+                // Not announced, so nobody knows what its user could do without it.
+                std::ofstream(fileOf("other")) << std::string(8192, ' ');
+                const int file = open(fileOf("other").c_str(), O_RDWR | O_CLOEXEC);
+                void* const data = mmap(nullptr, 8192, PROT_READ, MAP_SHARED, file, 0);
+                std::filesystem::resize_file(fileOf("other"), 0);
+                return data == MAP_FAILED ? 1 : *static_cast<volatile const char*>(data) * 0;
+             })),
+             -SIGBUS);
 }
 
 } // namespace

@@ -58,10 +58,16 @@ std::uint64_t documentedHash(const std::string& key) {
    return hash;
 }
 
-std::uint64_t documentedChecksum(const Words& words) {
+struct Checksums {
+   std::uint64_t first = 0;
+   std::uint64_t second = 0;
+};
+
+Checksums documentedChecksums(const Words& words) {
    const auto lanes = manualRows(document, "### Hash and checksum");
    constexpr std::uint64_t weight = 0x452821e638d01377;
-   std::uint64_t checksum = 0;
+   const auto multiplier = [&](std::size_t lane) { return std::stoull(lanes[lane][2], nullptr, 16); };
+   Checksums checksums;
    for (std::size_t lane = 0; lane < lanes.size(); ++lane) {
       std::uint64_t word = std::stoull(lanes[lane][1], nullptr, 16);
       std::uint64_t sum = 0;
@@ -69,9 +75,16 @@ std::uint64_t documentedChecksum(const Words& words) {
          word += words[i];
          sum += word;
       }
-      checksum ^= (word + 2 * weight * sum) * std::stoull(lanes[lane][2], nullptr, 16);
+      checksums.first ^= (word + 2 * weight * sum) * multiplier(lane);
+      checksums.second += (word >> 32 | word << 32) * multiplier(lane);
+      checksums.second += (sum >> 32 | sum << 32) * multiplier(3 - lane);
    }
-   return checksum;
+   checksums.second |= 1;
+   return checksums;
+}
+
+std::uint64_t documentedChecksum(const Words& words) {
+   return documentedChecksums(words).first;
 }
 
 // The header's way: each word begins a row of its own.
@@ -123,12 +136,12 @@ class Layout : public SiloRig {
 
    std::string payload() const { return filledUp({record_.text.data(), record_.text.size()}, paddedSize); }
    // What the document says of the record that was written last.
-   std::uint64_t checksum() const {
+   Checksums checksums() const {
       Words words{highestGeneration, std::bit_cast<std::uint64_t>(sampleTime), documentedHash("Ethernet1"),
                   0};
       const Words rows = wordsOf(payload());
       words.insert(words.end(), rows.begin(), rows.end());
-      return documentedChecksum(words);
+      return documentedChecksums(words);
    }
 
    static constexpr int epoch = 7;
@@ -173,10 +186,11 @@ TEST_F(Layout, OfTheHeaderIsTheDocumentedOne) {
 TEST_F(Layout, OfASlotIsTheDocumentedOne) {
    const Bytes expected{
         {"sequence", bytesOfWord(2 * highestGeneration)},
-        {"checksum", bytesOfWord(checksum())},
+        {"checksum", bytesOfWord(checksums().first)},
         {"generation", bytesOfWord(highestGeneration)},
         {"sampleTime", bytesOfDouble(sampleTime)},
         {"keyHash", bytesOfWord(documentedHash("Ethernet1"))},
+        {"secondChecksum", bytesOfWord(checksums().second)},
         {"key", filledUp("Ethernet1", 64)},
         {"payload", payload()},
    };
@@ -188,7 +202,7 @@ TEST_F(Layout, OfASlotIsTheDocumentedOne) {
 TEST_F(Layout, OfTheJournalIsTheDocumentedOne) {
    const Bytes expected{
         {"slot", bytesOfWord(slot + 1)},
-        {"seal", bytesOfWord(checksum() ^ (slot + 1) * 0x9e3779b97f4a7c15)},
+        {"seal", bytesOfWord(checksums().first ^ (slot + 1) * 0x9e3779b97f4a7c15)},
         {"generation", bytesOfWord(highestGeneration)},
         {"sampleTime", bytesOfDouble(sampleTime)},
         {"key", filledUp("Ethernet1", 64)},
@@ -222,6 +236,7 @@ TEST(Checksum, IsTheDocumentedOneForAnyRows) {
       checksum.add(added);
       words.insert(words.end(), std::begin(added), std::end(added));
       ASSERT_EQ(documentedChecksum(words), checksum.value()) << row;
+      ASSERT_EQ(documentedChecksums(words).second, checksum.second()) << row;
    }
    for (const char* key : {"a", "Ethernet1", "a key that is longer than a single word, and has blanks"}) {
       EXPECT_EQ(documentedHash(key), Silo::Key(key).hash());
@@ -237,7 +252,7 @@ TEST(Checksum, AndHashHaveTheDocumentedExamples) {
    };
    for (const std::uint64_t example :
         {Silo::Key("Ethernet1").hash(), documentedChecksum({}), documentedChecksum({1, 2, 3, 4}),
-         documentedChecksum({1, 2, 3, 4, 5, 6, 7, 8})}) {
+         documentedChecksum({1, 2, 3, 4, 5, 6, 7, 8}), documentedChecksums({1, 2, 3, 4}).second}) {
       EXPECT_NE(text.find(hex(example)), text.npos) << hex(example);
    }
 }

@@ -1,4 +1,5 @@
 // A port's counters, from the chip to another process's reader.
+#include "kiln/MappedFault.h"
 #include "tests/platform/vex/PublishingRig.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/Files.h"
@@ -6,6 +7,7 @@
 #include "tests/support/Slowdown.h"
 
 #include <chrono>
+#include <csignal>
 #include <filesystem>
 #include <thread>
 
@@ -89,6 +91,31 @@ TEST_F(PortPublishing, AClearMovesTheBaselineAndNothingElse) {
    EXPECT_FALSE(sm()->clear(""));
    EXPECT_TRUE(sm()->clear("all"));
    EXPECT_EQ(record(TableName::intfClearCounters).totals[inOctets], 1300U);
+}
+
+TEST_F(PortPublishing, LostTablesComeBackWithTotalsAndClears) {
+   Kiln::surviveMappedFaults();
+   start();
+   poll(octets, 1000);
+   EXPECT_TRUE(sm()->clear("Ethernet1"));
+   poll(octets, 1300);
+   const double created = published().createdUnixTime;
+   for (const char* const name : {TableName::intfCounters, TableName::intfClearCounters}) {
+      std::filesystem::resize_file(folder.path() + "/" + name, 0);
+   }
+   poll(octets, 1700);
+   EXPECT_EQ(published().totals[inOctets], 1700U);
+   EXPECT_EQ(published().rate(inOctets), 200.0);
+   EXPECT_EQ(published().createdUnixTime, created);
+   EXPECT_EQ(record(TableName::intfClearCounters).totals[inOctets], 1000U);
+   EXPECT_EQ(record(TableName::intfClearCounters).createdUnixTime, created);
+   poll(octets, 1800);
+   EXPECT_EQ(published().totals[inOctets], 1800U);
+   EXPECT_THAT(
+        logged.take(),
+        testing::ElementsAre(testing::HasSubstr("VEX_COUNTERS_TABLE_LOST Shared counters table IntfCounters"),
+                             testing::HasSubstr("table IntfClearCounters was cut to 0 of")));
+   std::signal(SIGBUS, SIG_DFL);
 }
 
 TEST_F(PortPublishing, ARestartGoesOnFromWhatWasPublished) {
