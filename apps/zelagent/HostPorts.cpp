@@ -19,13 +19,15 @@ Kiln::TraceHandle traceHandle("HostPorts");
 constexpr Kiln::LogMessage hostUnreadable{
      "ZEL_AGENT_HOST_UNREADABLE", Kiln::Severity::warning,
      "The host's interfaces can't be looked at: %s. Their counts stand still.",
-     "The kernel's counters of some or all interfaces could not be read. Their ports stay, with the counts and "
+     "The kernel's counters of some or all interfaces could not be read. Their ports stay, with the counts "
+     "and "
      "speeds of the last look. Interfaces that come are not seen.",
-     "If the process has too many open files, see what holds them in its folder of /proc, and raise its limit."};
+     "If the process has too many open files, see what holds them in its folder of /proc, and raise its "
+     "limit."};
 
-constexpr Kiln::LogMessage hostReadable{
-     "ZEL_AGENT_HOST_READABLE", Kiln::Severity::notice, "The host's interfaces are looked at again.",
-     "What they counted in between is in the totals.", "None."};
+constexpr Kiln::LogMessage hostReadable{"ZEL_AGENT_HOST_READABLE", Kiln::Severity::notice,
+                                        "The host's interfaces are looked at again.",
+                                        "What they counted in between is in the totals.", "None."};
 
 } // namespace
 

@@ -206,7 +206,8 @@ int main(int argc, char** argv) {
       }
       return options.scenario ? runScenario(options) : runAgent(options);
    } catch (const std::bad_alloc&) {
-      return cannotRunBecause("not enough memory: start with fewer chips, pipes or ports, or allow the process more");
+      return cannotRunBecause(
+           "not enough memory: start with fewer chips, pipes or ports, or allow the process more");
    } catch (const std::exception& error) {
       return cannotRunBecause(error.what());
    }

@@ -57,7 +57,8 @@ void refuse(const Kiln::OwnedFd& connection, const Kiln::String& error) {
 constexpr Kiln::LogMessage clientsRefused{
      "AGENT_COMMANDS_REFUSED", Kiln::Severity::warning, "Clients on %s are refused: %s.",
      "A client could not be connected, so its command was not run. Counting and publishing go on.",
-     "If the process has too many open files, see what holds them in its folder of /proc, and raise its limit."};
+     "If the process has too many open files, see what holds them in its folder of /proc, and raise its "
+     "limit."};
 
 constexpr Kiln::LogMessage clientsTaken{"AGENT_COMMANDS_TAKEN", Kiln::Severity::notice,
                                         "Clients on %s are served again.", "Commands are run as usual.",

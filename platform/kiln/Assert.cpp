@@ -16,8 +16,9 @@ void assertionFailed(const char* expression, const char* file, const char* funct
    const char* dot = std::strrchr(name, '.');
    const int length = static_cast<int>(dot != nullptr ? dot - name : static_cast<long>(std::strlen(name)));
    char text[1024];
-   std::snprintf(text, sizeof text, "assertion \"%s\" failed in %.*s, %s(), line %d%s%s\n", expression, length, name,
-                 function, line, message != nullptr ? ": " : "", message != nullptr ? message : "");
+   std::snprintf(text, sizeof text, "assertion \"%s\" failed in %.*s, %s(), line %d%s%s\n", expression,
+                 length, name, function, line, message != nullptr ? ": " : "",
+                 message != nullptr ? message : "");
    LogOutput::standardError().write(text); // not waited for: the process has to stop
    std::abort();
 }

@@ -92,8 +92,8 @@ void TraceHandle::write(unsigned level, std::string_view text) const {
    char head[64];
    std::snprintf(head, sizeof head, "%.6f ", System::currentTime());
    // One call per line, so that the lines of several threads do not mix.
-   LogOutput::standardError().write(head + String(name_) + "/" + std::to_string(level) + " " + printable(text) +
-                                    "\n");
+   LogOutput::standardError().write(head + String(name_) + "/" + std::to_string(level) + " " +
+                                    printable(text) + "\n");
 }
 
 bool traceSettingIs(std::string_view text, String* error) {

@@ -289,8 +289,9 @@ class HostileClients : public CommandFuzz {
    HostileClients() {
       const auto runner = agent_->commandRunner();
       channel_ = Kiln::allocate<Agent::CommandChannel>(manager_, runner, path_);
-      readers_ = Kiln::allocate<Agent::CommandChannel>(manager_, runner, readPath_, Agent::CommandChannelLimits{},
-                                                       Agent::CommandReaders{getgid(), path_});
+      readers_ =
+           Kiln::allocate<Agent::CommandChannel>(manager_, runner, readPath_, Agent::CommandChannelLimits{},
+                                                 Agent::CommandReaders{getgid(), path_});
       loop_ = std::thread([this] { manager_->run(); });
    }
    ~HostileClients() override {
@@ -300,9 +301,11 @@ class HostileClients : public CommandFuzz {
 
    String hostileBytes() {
       static const Words starts = {"zel/2 counters show mac", "zel/2 counters show table",
-                                   "zel/2 counters show mac intf Ethernet1 nonzero", "counters show drop", "zel/"};
-      static const std::vector<Words> clears = {{"clear"},         {"clear", "mac"}, {"clear", "mac", "intf", anIntf},
-                                                {"clear", "drop"}, {"clear", "pdp"}, {"clear", "table", aTable}};
+                                   "zel/2 counters show mac intf Ethernet1 nonzero", "counters show drop",
+                                   "zel/"};
+      static const std::vector<Words> clears = {
+           {"clear"},         {"clear", "mac"}, {"clear", "mac", "intf", anIntf},
+           {"clear", "drop"}, {"clear", "pdp"}, {"clear", "table", aTable}};
       if (random_.oneIn(2)) {
          const String clear = spell(random_.oneOf(clears));
          return "zel/2 " + (random_.oneIn(4) ? clear : mutated(clear)) + "\n";

@@ -134,13 +134,15 @@ TEST_F(HostPorts, KeepsWhatItCannotLookAtAndSaysSoOnce) {
    EXPECT_EQ(hostPorts_->names(), (std::vector<String>{"eth0"}));
    EXPECT_EQ(speed("eth0"), 100'000'000U);
    EXPECT_EQ(total("eth0", "in-octets"), 1000U);
-   EXPECT_EQ(messages.take(), (std::vector<String>{"ZEL_AGENT_HOST_UNREADABLE The host's interfaces can't be looked at: "
-                                                   "Too many open files. Their counts stand still."}));
+   EXPECT_EQ(messages.take(),
+             (std::vector<String>{"ZEL_AGENT_HOST_UNREADABLE The host's interfaces can't be looked at: "
+                                  "Too many open files. Their counts stand still."}));
    counts("eth0", {{"rx_bytes", 3000}});
    poll();
    poll();
    EXPECT_EQ(total("eth0", "in-octets"), 3000U);
-   EXPECT_EQ(messages.take(), (std::vector<String>{"ZEL_AGENT_HOST_READABLE The host's interfaces are looked at again."}));
+   EXPECT_EQ(messages.take(),
+             (std::vector<String>{"ZEL_AGENT_HOST_READABLE The host's interfaces are looked at again."}));
 }
 
 TEST_F(HostPorts, UnicastFramesAreComparedWithTheSameInterfacesOnly) {

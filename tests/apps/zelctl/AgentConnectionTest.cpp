@@ -99,11 +99,12 @@ TEST_F(AgentConnection, SaysWhatToUpgrade) {
 }
 
 TEST_F(AgentConnection, GivesNothingThatATerminalMightObey) {
-   const ZelCtl::Answer answer =
-        answerTo("zel/2\na\tb \x1b[2J\x7f\r\x9bm \xc2\x9bm \xc3\xa4\n" + String(1, '\0') + "% no\x9b\x1b\n\xc2\x85\n");
+   const ZelCtl::Answer answer = answerTo("zel/2\na\tb \x1b[2J\x7f\r\x9bm \xc2\x9bm \xc3\xa4\n" +
+                                          String(1, '\0') + "% no\x9b\x1b\n\xc2\x85\n");
    EXPECT_EQ(answer.text, "a\tb ?[2J???m ?m \xc3\xa4\n");
    EXPECT_EQ(answer.error, "% no????");
-   EXPECT_EQ(ZelCtl::ask({folder_.path() + "/\x1b[2J\x9b"}, "show", nullptr).error.find_first_of("\x1b\x9b"), String::npos);
+   EXPECT_EQ(ZelCtl::ask({folder_.path() + "/\x1b[2J\x9b"}, "show", nullptr).error.find_first_of("\x1b\x9b"),
+             String::npos);
 }
 
 TEST_F(AgentConnection, EndsAnAnswerThatIsLongerThanAnyAgents) {
@@ -114,8 +115,9 @@ TEST_F(AgentConnection, EndsAnAnswerThatIsLongerThanAnyAgents) {
    const ZelCtl::Answer answer =
         beside("zel/2 show\n", "zel/2\n" + String(longest + (1U << 20U), 'x') + end, askIt, 1);
    EXPECT_EQ(answer.text, "");
-   EXPECT_EQ(answer.error, "% the agent on " + path_ +
-                                " answers with more than 64 MiB, which no agent does: find out who listens there");
+   EXPECT_EQ(answer.error,
+             "% the agent on " + path_ +
+                  " answers with more than 64 MiB, which no agent does: find out who listens there");
 }
 
 TEST_F(AgentConnection, EndsWhenNothingComes) {
@@ -134,7 +136,8 @@ TEST_F(AgentConnection, IsToNoOtherUsersAgentThanRoots) {
    const pid_t stranger = ZelTest::spawn([&] {
       const Agent::SocketAddress address(theirs);
       const Kiln::OwnedFd listening(socket(AF_UNIX, SOCK_STREAM, 0));
-      const bool isListening = setuid(65534) == 0 && bind(listening.fd(), address.any(), address.length()) == 0 &&
+      const bool isListening = setuid(65534) == 0 &&
+                               bind(listening.fd(), address.any(), address.length()) == 0 &&
                                listen(listening.fd(), 8) == 0 && write(listens.writer.fd(), "x", 1) == 1;
       char line[64];
       for (int i = 0; i < 2; ++i) { // neither client sends anything
@@ -148,7 +151,8 @@ TEST_F(AgentConnection, IsToNoOtherUsersAgentThanRoots) {
    char byte = 0;
    ASSERT_EQ(read(listens.reader.fd(), &byte, 1), 1);
    EXPECT_EQ(ZelCtl::ask({theirs}, "show", nullptr).error,
-             "% the agent on " + theirs + " is run by nobody, not by root: if that is meant, run zelctl as nobody");
+             "% the agent on " + theirs +
+                  " is run by nobody, not by root: if that is meant, run zelctl as nobody");
    const auto askBoth = [&] { return ZelCtl::ask({theirs, path_}, "show", nullptr).text; };
    EXPECT_EQ(beside("zel/2 show\n", String("zel/2\nhere\n\0done\n", 17), askBoth), "here\n");
    EXPECT_EQ(ZelTest::statusOf(stranger), 0);

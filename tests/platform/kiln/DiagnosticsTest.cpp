@@ -135,7 +135,8 @@ TEST(LogOutput, NeverWaitsForAReaderAndSaysHowManyLinesItDropped) {
    ASSERT_TRUE(all.starts_with(got) && got.ends_with('\n'));
    const auto kept = std::count(got.begin(), got.end(), '\n');
    log.write("then\x9b\n");
-   EXPECT_EQ(readSome(), std::to_string(100002 - kept) + " lines of this log dropped: nobody read them in time\nthen?\n");
+   EXPECT_EQ(readSome(),
+             std::to_string(100002 - kept) + " lines of this log dropped: nobody read them in time\nthen?\n");
 }
 
 TEST(LogOutput, WaitsNeitherForASocketNorForAClosedPipe) {
