@@ -145,10 +145,13 @@ TEST(LogOutput, WaitsNeitherForASocketNorForAClosedPipe) {
    const Kiln::OwnedFd reader(ends[0]);
    const Kiln::OwnedFd writer(ends[1]);
    Kiln::LogOutput log(writer.fd());
-   const String line(4095, 'x');
+   const String line = String(4095, 'x') + "\n";
    for (int i = 0; i < 1000; ++i) {
-      log.write(line + "\n");
+      log.write(line);
    }
+   String got(line.size(), '\0');
+   EXPECT_EQ(recv(reader.fd(), got.data(), got.size(), MSG_WAITALL), ssize_t(line.size()));
+   EXPECT_EQ(got, line);
    ZelTest::Pipe closed;
    closed.reader = {};
    Kiln::LogOutput(closed.writer.fd()).write("nobody gets this\n"); // SIGPIPE would end the test
