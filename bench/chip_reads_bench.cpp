@@ -14,7 +14,6 @@
 #include "zl/ZelSdk.h"
 
 #include <benchmark/benchmark.h>
-#include <unistd.h>
 
 namespace {
 
@@ -55,7 +54,6 @@ struct Switch {
    ~Switch() {
       chip = nullptr;
       mgr = nullptr;
-      Vex::removeSharedTables(store);
    }
 
    U32 handleOf(const char* table) const {
@@ -66,7 +64,7 @@ struct Switch {
    Kiln::Ptr<Kiln::SimulatedTime> time = Kiln::allocate<Kiln::SimulatedTime>();
    SoftChip::Fleet fleet;
    Kiln::Ptr<SoftChip::P4Program> program = SoftChip::P4Program::standard();
-   Silo::Store store = Silo::Store::sharedMemory("zel-chip-reads-bench-" + std::to_string(getpid()));
+   Silo::Store store = Silo::Store::temporary();
    Kiln::Ptr<ZelCounter::ZelCountersMgr> mgr;
    Kiln::Ptr<ZelCounter::ZelCounters> chip;
 };

@@ -11,7 +11,6 @@
 
 #include <algorithm>
 #include <benchmark/benchmark.h>
-#include <filesystem>
 #include <memory>
 #include <vector>
 
@@ -33,9 +32,8 @@ Pelt::IntfId intfOf(unsigned vlan) {
 class Switch {
  public:
    Switch() {
-      std::filesystem::create_directories(folder_);
       nat_ = Kiln::allocate<Silo::Interface::AllNatCounterDir>(
-           Silo::Store::directory(folder_), "nat",
+           Silo::Store::temporary(), "nat",
            Silo::TableOptions{.capacity = VlanId::max,
                               .pollingInterval = 1,
                               .clockDomain = Silo::ClockDomain::monotonic(),
@@ -55,7 +53,6 @@ class Switch {
    ~Switch() {
       sm = nullptr;
       nat_ = nullptr;
-      std::filesystem::remove_all(folder_);
    }
 
    void addVlans() {
@@ -69,7 +66,6 @@ class Switch {
    Kiln::Ptr<ZelCounter::ZelCountersL3IntfSm> sm;
 
  private:
-   Kiln::String folder_ = "/dev/shm/l3_bench." + std::to_string(getpid());
    SoftChip::Fleet fleet_;
    Kiln::Ptr<SoftChip::SoftPd> pd_ = Kiln::allocate<SoftChip::SoftPd>();
    Kiln::Ptr<ZelSystem::SystemStatus> system_ = Kiln::allocate<ZelSystem::SystemStatus>();

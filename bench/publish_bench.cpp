@@ -16,7 +16,6 @@
 #include <charconv>
 #include <chrono>
 #include <cstring>
-#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -57,7 +56,7 @@ struct BareSlot {
 // A manager with one chip of 456 ports, whose counters move a little with each pass.
 class Publisher {
  public:
-   Publisher() : store_(Silo::Store::sharedMemory("zel-publish-bench-" + std::to_string(getpid()))) {
+   Publisher() : store_(Silo::Store::temporary()) {
       const auto lock = Kiln::ActivityLockAnchor::lock();
       Kiln::System::timeSourceIs(time_);
       status_->hasNotificationActiveIs(true);
@@ -82,7 +81,7 @@ class Publisher {
       for (unsigned port = 0; port < ports; ++port) {
          records.push_back(tables.allIntfCounters->table().sample(keys[port]).record);
       }
-      bare_ = store_.openForWriting("bare");
+      bare_ = store_.openForWriting("bare").mapping;
       bare_.grow(ports * sizeof(BareSlot));
    }
    Publisher(const Publisher&) = delete;
@@ -90,8 +89,6 @@ class Publisher {
    ~Publisher() {
       const auto lock = Kiln::ActivityLockAnchor::lock();
       mgr_ = nullptr;
-      Vex::removeSharedTables(store_);
-      store_.remove("bare");
    }
 
    // As completions do: stores new raw counters, then tells the forwarding layer; the measurement begins there. A few

@@ -84,7 +84,7 @@ BareSlot* mapBare(Silo::Mapping& mapping) {
 }
 
 Silo::Mapping makeBare() {
-   Silo::Mapping mapping = store().openForWriting("bare");
+   Silo::Mapping mapping = store().openForWriting("bare").mapping;
    mapping.grow(records * sizeof(BareSlot));
    return mapping;
 }

@@ -39,6 +39,7 @@ class Fleet {
    Chip* chip(const Kiln::String& name) const;
    std::vector<Chip*> chips() const; // by device id
 
+   HardwareMemory& hardware() { return hardware_; }
    Faults& faults() { return faults_; }
    Completions& completions() { return completions_; }
 

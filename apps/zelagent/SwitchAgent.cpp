@@ -18,6 +18,7 @@
 #include <exception>
 #include <stdexcept>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace ZelAgent {
 
@@ -51,11 +52,23 @@ Kiln::Ptr<const ZelQos::QosToZelPdpClassMapping> pdpClassMapping() {
    return mapping;
 }
 
-void makeFolder(const Kiln::String& path) {
+// Returns whether it was not there yet.
+bool makeFolder(const Kiln::String& path) {
    // Other users' programs read the tables, so they may enter.
-   if (!path.empty() && mkdir(path.c_str(), 0755) != 0 && errno != EEXIST) {
+   if (path.empty() || mkdir(path.c_str(), 0755) == 0) {
+      return !path.empty();
+   }
+   if (errno != EEXIST) {
       throw std::runtime_error("cannot create the folder " + path + ": " + std::strerror(errno));
    }
+   return false;
+}
+
+Silo::Store storeFor(const SwitchAgentConfig& config) {
+   if (!config.siloFolder.empty()) {
+      return Silo::Store::directory(config.siloFolder);
+   }
+   return config.tablesAreTemporary ? Silo::Store::temporary() : Vex::defaultTableStore();
 }
 
 } // namespace
@@ -83,7 +96,7 @@ void SwitchAgent::build() {
    sess_hdl = sdkSession;
    // The clean-up of an earlier agent leaves 0, and at 0 completions are ignored in simulation.
    smRunning = 1;
-   makeFolder(config_.siloFolder);
+   hasMadeFolder_ = makeFolder(config_.siloFolder);
    fleet_ = std::make_unique<SoftChip::Fleet>(config_.hardwareFile);
    traffic_ = std::make_unique<SoftChip::Traffic>(*fleet_, Kiln::activityManagerClock(), config_.seed);
 
@@ -134,19 +147,29 @@ void SwitchAgent::tearDown() {
       commandRunner_ = nullptr;
       mgr_ = nullptr;
    }
+   newTables_.reset();
+   if (fleet_ && !isKept_) {
+      fleet_->hardware().createdDel();
+   }
    fleet_ = nullptr;
-   if (config_.tablesAreTemporary) {
-      Vex::removeSharedTables(tableStore());
+   if (hasMadeFolder_ && !isKept_) {
+      rmdir(config_.siloFolder.c_str());
    }
 }
 
-Silo::Store SwitchAgent::tableStore() const {
-   return config_.siloFolder.empty() ? Silo::Store::sharedMemory(config_.tablePrefix)
-                                     : Silo::Store::directory(config_.siloFolder);
+void SwitchAgent::createdIsKept() {
+   const auto lock = Kiln::ActivityLockAnchor::lock();
+   isKept_ = true;
+   Vex::keepSharedTables(*newTables_);
+   newTables_.reset();
 }
 
-Kiln::Ptr<ZelCounter::CountersMounts> SwitchAgent::mount() const {
-   const Vex::SharedTables tables = Vex::openSharedTables(tableStore());
+Kiln::Ptr<ZelCounter::CountersMounts> SwitchAgent::mount() {
+   store_ = storeFor(config_);
+   Vex::SharedTableSettings settings;
+   settings.areProvisional = true;
+   newTables_ = Vex::openSharedTables(*store_, settings);
+   const Vex::SharedTables& tables = *newTables_;
    auto mounts = Kiln::allocate<ZelCounter::CountersMounts>();
    mounts->ethPhyIntfConfigDirIs(Kiln::allocate<Interface::EthPhyIntfConfigDir>());
    mounts->ethPhyIntfStatusDirIs(ethPhyIntfStatusDir_);

@@ -23,13 +23,11 @@ struct SwitchAgentConfig {
    unsigned pipes = 2;  // of each chip
    unsigned ports = 32; // front-panel ports of each chip, spread over its pipes
    ZelSystem::ChipCapabilities capabilities{true, true, true, true};
-   U64 seed = 1;                 // of the synthetic traffic
-   double pollingInterval = 2.0; // seconds, from the first pass on
-   Kiln::String siloFolder{};    // where shared tables live; empty for the machine's shared memory
-   // In shared memory: the prefix of the tables' names, and whether they are removed when the agent ends.
-   Kiln::String tablePrefix = Silo::Interface::defaultTablePrefix;
-   bool tablesAreTemporary = false;
-   Kiln::String hardwareFile{}; // where hardware counters live; empty for the process's own memory
+   U64 seed = 1;                    // of the synthetic traffic
+   double pollingInterval = 2.0;    // seconds, from the first pass on
+   Kiln::String siloFolder{};       // where shared tables live; empty for this user's in shared memory
+   bool tablesAreTemporary = false; // without a folder: only this process can open them then
+   Kiln::String hardwareFile{};     // where hardware counters live; empty for the process's own memory
 };
 
 // One at a time in a process, on the activity manager and time source that are in place. Every call needs the activity
@@ -46,6 +44,10 @@ class SwitchAgent {
    SwitchAgent(const SwitchAgent&) = delete;
    SwitchAgent& operator=(const SwitchAgent&) = delete;
    ~SwitchAgent();
+
+   // The start went well: what it created stays when the agent ends. Otherwise tables, their folder and the hardware
+   // file go with the agent, unless they were there before.
+   void createdIsKept();
 
    ZelCounter::ZelCountersMgr& countersMgr() { return *mgr_; }
    const ZelSystem::SystemStatus& systemStatus() const { return *systemStatus_; }
@@ -98,12 +100,12 @@ class SwitchAgent {
    Port portOf(const Kiln::String& intf) const;
 
    // Where the agent's shared tables are.
-   Silo::Store tableStore() const;
+   const Silo::Store& tableStore() const { return *store_; }
 
  private:
    void build();
    void tearDown();
-   Kiln::Ptr<ZelCounter::CountersMounts> mount() const;
+   Kiln::Ptr<ZelCounter::CountersMounts> mount();
    void portsAdd(SoftChip::Chip& chip);
    void chipUp(SoftChip::Chip& chip);
    SoftChip::Chip& chipWithPlace(const Kiln::String& chipName, U16 devicePort) const;
@@ -112,6 +114,10 @@ class SwitchAgent {
    void l3StatusIs(const Pelt::IntfId& intf, bool present);
 
    SwitchAgentConfig config_;
+   bool isKept_ = false; // see createdIsKept
+   bool hasMadeFolder_ = false;
+   std::optional<Silo::Store> store_;
+   std::optional<Vex::SharedTables> newTables_; // until they are kept
    std::unique_ptr<SoftChip::Fleet> fleet_;
    std::unique_ptr<SoftChip::Traffic> traffic_;
    Kiln::Ptr<ZelSystem::SystemStatus> systemStatus_;

@@ -116,9 +116,9 @@ int runScenario(const Options& options) {
    // Tables of its own: an agent may be running beside the scenario.
    ZelAgent::SwitchAgentConfig config = options.agent;
    config.tablesAreTemporary = config.siloFolder.empty();
-   config.tablePrefix += "-scenario-" + std::to_string(getpid());
-   endOnSignals(); // before the agent makes tables, which have to be removed even after a signal
+   endOnSignals();
    SwitchAgent agent(config);
+   agent.createdIsKept();
    ZelAgent::ScenarioInput input(fd, endFd);
    std::istream scenario(&input);
    const int status = ScenarioConsole(agent, STDOUT_FILENO, STDERR_FILENO, endFd).run(scenario, name);
@@ -145,13 +145,24 @@ void say(const Kiln::String& line) {
    Kiln::LogOutput::standardOutput().write("zelagent: " + Kiln::printable(line) + "\n");
 }
 
+// Takes the socket's folder back from a start that fails.
+struct SocketFolder {
+   Kiln::String made = Agent::prepareDefaultSocketFolder(); // empty: it was there before
+   ~SocketFolder() {
+      if (!made.empty()) {
+         rmdir(made.c_str());
+      }
+   }
+};
+
 int runAgent(const Options& options) {
    // The SDK's completions come on a thread of their own.
    Kiln::threadSafePtrModeIs(true);
    logToStandardError();
    const auto manager = Kiln::ActivityManager::instance();
+   std::optional<SocketFolder> folder;
    if (options.socketPath.empty()) {
-      Agent::prepareDefaultSocketFolder();
+      folder.emplace();
    }
    const Kiln::String socketPath =
         options.socketPath.empty() ? Agent::defaultSocketPath() : options.socketPath;
@@ -171,6 +182,10 @@ int runAgent(const Options& options) {
       readChannel.emplace(manager, agent.commandRunner(), options.readSocketPath,
                           Agent::CommandChannelLimits{},
                           Agent::CommandReaders{*options.readGroup, socketPath});
+   }
+   agent.createdIsKept();
+   if (folder) {
+      folder->made.clear();
    }
    endOnSignals();
    say(Kiln::counted(options.agent.chips, "chip") + ", " + Kiln::counted(options.agent.ports, "port") +

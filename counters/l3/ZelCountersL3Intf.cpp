@@ -309,10 +309,10 @@ bool ZelCountersL3IntfSm::readIntf(const Pelt::IntfId& intf, Bridging::VlanId vl
    const Silo::Key key(intf.text());
    NatCount& natCount = natCountOf(intf);
    addNatCounts(natCount, natReadings_);
-   // A corrupt record reads as the default one. The totals are not taken from there.
-   const auto& table = natCounterDir().table();
-   if (table.has(key)) {
-      natCount.record.creationTime = table.sampleOrDefault(key).record.creationTime;
+   // A corrupt record reads as the default one. Nothing is taken from there.
+   const auto published = natCounterDir().table().sampleOrDefault(key);
+   if (published.info.generation != 0) {
+      natCount.record.creationTime = published.record.creationTime;
    }
    natCount.record.packets = rxSnat.packets;
    natCount.record.bytes = rxSnat.bytes;

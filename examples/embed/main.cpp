@@ -119,14 +119,12 @@ void runExample(const Silo::Store& store) {
 } // namespace
 
 int main() {
-   const Silo::Store store = Silo::Store::sharedMemory("embed-" + std::to_string(getpid()));
-   int status = 0;
    try {
-      runExample(store);
+      // Its own, without a name. An agent that others read has Vex::defaultTableStore().
+      runExample(Silo::Store::temporary());
+      return 0;
    } catch (const std::exception& error) {
       std::cerr << "embed: " << error.what() << '\n';
-      status = 1;
+      return 1;
    }
-   Vex::removeSharedTables(store);
-   return status;
 }

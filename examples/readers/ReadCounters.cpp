@@ -28,13 +28,13 @@ constexpr const char* help =
      "usage: read-counters [--silo DIR] [--table TABLE] [--json] [INTF]\n\n"
      "Shows the counters that an agent publishes in shared tables.\n\n"
      "  INTF           only this interface, with all its counters\n"
-     "  --silo DIR     folder of the shared tables (the machine's shared memory)\n"
+     "  --silo DIR     folder of the shared tables (this user's in shared memory, or root's)\n"
      "  --table TABLE  one of those in docs/published-records.md (IntfCounters)\n"
      "  --json         print one JSON document\n\n"
      "Exit status: 0 if every record was whole, 2 if one was not, 1 if nothing could be read.\n";
 
 struct Options {
-   string folder; // empty: the machine's shared memory
+   string folder; // empty: this user's in shared memory, or root's
    string table = Tables::TableName::intfCounters;
    string intf; // empty: all
    bool isJson = false;
@@ -320,8 +320,10 @@ int run(const Options& options) {
       std::cout << help << std::flush;
       return 0;
    }
-   const Silo::Store store = options.folder.empty() ? Silo::Store::sharedMemory(Tables::defaultTablePrefix)
-                                                    : Silo::Store::directory(options.folder);
+   const Silo::Store store =
+        options.folder.empty()
+             ? Silo::Store::sharedMemoryOfUserOrRoot(Tables::defaultTablePrefix, options.table)
+             : Silo::Store::directory(options.folder);
    const View view = readers().at(options.table)(store, options);
    std::cout << (options.isJson ? asJson(view) : asText(view, !options.intf.empty())) << std::flush;
    const bool isWhole =

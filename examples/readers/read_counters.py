@@ -13,6 +13,7 @@ import mmap
 import os
 import re
 import signal
+import stat
 import struct
 import sys
 import time
@@ -191,15 +192,49 @@ class Row:
         self.record = record
 
 
+def open_table(path, owners):
+    """Neither through a symbolic link nor waiting at a pipe, and only what nobody else could have put there."""
+    file = os.open(path, os.O_RDONLY | os.O_NOFOLLOW | os.O_NONBLOCK | os.O_CLOEXEC)
+    status = os.fstat(file)
+    if not stat.S_ISREG(status.st_mode) or status.st_uid not in owners or status.st_mode & 0o022:
+        os.close(file)
+        raise TableError(f"{path} is no file of {' or '.join('user ' + str(one) for one in sorted(owners))} "
+                         "that nobody else may write to")
+    return file
+
+
+def has_writer(file):
+    """A writer holds a lock of the file, which ends with its process, however that ends."""
+    anybody = struct.pack("@hhqqi4x", fcntl.F_RDLCK, os.SEEK_SET, 0, 0, 0)
+    return struct.unpack("@hhqqi4x", fcntl.fcntl(file, fcntl.F_OFD_GETLK, anybody))[0] != fcntl.F_UNLCK
+
+
+def path_in_memory(name):
+    """This user's table, or root's: the first that an agent writes, or else the first that is there."""
+    user = os.geteuid()
+    paths = ([f"/dev/shm/zelagent.{user}.{name}"] if user else []) + ["/dev/shm/zelagent." + name]
+    there = []
+    for path in paths:
+        try:
+            file = open_table(path, {user, 0})
+        except (OSError, TableError):
+            continue
+        there.append(path)
+        is_written = has_writer(file)
+        os.close(file)
+        if is_written:
+            return path
+    return (there + paths)[0]
+
+
 class Table:
     """A table as it was found under its name. Made anew for each reading: the agent may replace the file."""
 
     def __init__(self, folder, name):
-        self.path = os.path.join(folder, name) if folder else "/dev/shm/zelagent." + name
+        self.path = os.path.join(folder, name) if folder else path_in_memory(name)
         self.layout = TABLES[name]
         try:
-            # Neither through a symbolic link nor waiting at a pipe that somebody else may have put there.
-            self.file = os.open(self.path, os.O_RDONLY | os.O_NOFOLLOW | os.O_NONBLOCK | os.O_CLOEXEC)
+            self.file = open_table(self.path, {os.geteuid(), 0} | ({os.stat(folder).st_uid} if folder else set()))
             size = os.fstat(self.file).st_size
             self.require(size >= HEADER_BYTES,
                          f"has only {size} bytes: no table, or its agent is just starting; try again")
@@ -249,9 +284,7 @@ class Table:
         self.clock_id = (state[5], state[6])
 
     def is_writer_alive(self):
-        """A writer holds a lock of the whole file, which ends with its process, however that ends."""
-        anybody = struct.pack("@hhqqi4x", fcntl.F_RDLCK, os.SEEK_SET, 0, 0, 0)
-        return struct.unpack("@hhqqi4x", fcntl.fcntl(self.file, fcntl.F_OFD_GETLK, anybody))[0] != fcntl.F_UNLCK
+        return has_writer(self.file)
 
     def has_our_clock(self):
         """Whether its times are those of this machine's monotonic clock since it was last started."""
@@ -393,7 +426,7 @@ class Parser(argparse.ArgumentParser):
 def parse_arguments():
     parser = Parser(description="Shows the counters that an agent publishes in shared tables.", allow_abbrev=False,
                     epilog="Exit status: 0 if every record was whole, 2 if one was not, 1 if nothing could be read.")
-    parser.add_argument("--silo", metavar="DIR", help="folder of the shared tables (the machine's shared memory)")
+    parser.add_argument("--silo", metavar="DIR", help="folder of the shared tables (this user's in shared memory, or root's)")
     parser.add_argument("--table", default="IntfCounters", choices=TABLES, metavar="TABLE",
                         help="one of " + ", ".join(TABLES) + " (IntfCounters)")
     parser.add_argument("--json", action="store_true", help="print one JSON document")

@@ -71,12 +71,13 @@ Kiln::String groupName(gid_t group) {
    return entry != nullptr ? Kiln::String("group ") + entry->gr_name : "group " + std::to_string(group);
 }
 
-void prepareDefaultSocketFolder() {
+Kiln::String prepareDefaultSocketFolder() {
    if (!environment("ZEL_SOCKET").empty()) {
-      return;
+      return "";
    }
    const Kiln::String folder = defaultFolder();
-   if (mkdir(folder.c_str(), S_IRWXU) != 0 && errno != EEXIST) {
+   const bool isNew = mkdir(folder.c_str(), S_IRWXU) == 0;
+   if (!isNew && errno != EEXIST) {
       throw std::runtime_error("cannot create " + folder + " (" + std::strerror(errno) +
                                "): choose a socket with --socket PATH");
    }
@@ -87,6 +88,7 @@ void prepareDefaultSocketFolder() {
       throw std::runtime_error(folder + " is not a folder that only this user may write to: " +
                                "choose a socket with --socket PATH");
    }
+   return isNew ? folder : "";
 }
 
 SocketAddress::SocketAddress(const Kiln::String& path) {

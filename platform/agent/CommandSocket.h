@@ -43,9 +43,10 @@ std::vector<Kiln::String> clientSocketPaths();
 Kiln::String userName(uid_t user);
 Kiln::String groupName(gid_t group);
 
-// Creates the default socket's folder, for its user only; the folder of $ZEL_SOCKET is its user's business. Throws
-// std::runtime_error if another user owns the folder or may write to it: that user could listen there.
-void prepareDefaultSocketFolder();
+// Creates the default socket's folder, for its user only, and returns its path; empty if it was there, or if
+// $ZEL_SOCKET names another. Throws std::runtime_error if another user owns the folder or may write to it: that user
+// could listen there.
+Kiln::String prepareDefaultSocketFolder();
 
 struct SocketAddress {
    // Throws std::runtime_error if the path is empty or too long for a socket.

@@ -2,13 +2,13 @@
 #include "agent/ListeningSocket.h"
 
 #include "agent/CommandSocket.h"
+#include "kiln/TrustedFile.h"
 
 #include <cerrno>
 #include <cstring>
-#include <fcntl.h>
 #include <stdexcept>
-#include <sys/file.h>
 #include <sys/stat.h>
+#include <system_error>
 #include <unistd.h>
 
 namespace Agent {
@@ -36,6 +36,11 @@ void removeStaleSocket(const SocketAddress& address, const Kiln::String& path) {
    if (!S_ISSOCK(status.st_mode)) {
       throw std::runtime_error(path + " exists and is no socket: choose another with --socket PATH");
    }
+   if (status.st_uid != geteuid()) {
+      throw std::runtime_error(path + " belongs to " + userName(status.st_uid) + ", not to " +
+                               userName(geteuid()) +
+                               ": remove it, or choose another socket with --socket PATH");
+   }
    const Kiln::OwnedFd probe = streamSocket();
    // EAGAIN: the other's queue of connections is full, so it lives.
    if (connect(probe.fd(), address.any(), address.length()) == 0 || errno == EAGAIN) {
@@ -46,22 +51,6 @@ void removeStaleSocket(const SocketAddress& address, const Kiln::String& path) {
       throwErrno("cannot tell whether an agent answers on " + path);
    }
    unlink(path.c_str());
-}
-
-// Until the descriptor is closed, no other agent looks for a stale socket there: it could take the socket that this one
-// has bound, but does not listen on yet, for a stale one. The folder itself is locked, so that no lock file is left
-// behind.
-Kiln::OwnedFd lockFolderOf(const Kiln::String& path) {
-   const std::size_t slash = path.rfind('/');
-   const Kiln::String folder = slash == Kiln::String::npos ? "." : path.substr(0, slash + 1);
-   Kiln::OwnedFd opened(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-   int status = -1;
-   while (opened.isOpen() && (status = flock(opened.fd(), LOCK_EX)) != 0 && errno == EINTR) {
-   }
-   if (status != 0) {
-      throwErrno("cannot listen on " + path);
-   }
-   return opened;
 }
 
 // By the file's name: the descriptor's own owner and mode are not the file's.
@@ -80,7 +69,15 @@ void groupIs(const Kiln::String& path, gid_t group) {
 
 Kiln::OwnedFd listenOn(const Kiln::String& path, std::optional<gid_t> group) {
    const SocketAddress address(path);
-   const Kiln::OwnedFd lock = lockFolderOf(path);
+   Kiln::requireTrustedFolder(Kiln::folderOf(path));
+   // No other agent looks for a stale socket meanwhile: it could take the socket that this one has bound, but does not
+   // listen on yet, for a stale one.
+   std::optional<Kiln::FileLock> lock;
+   try {
+      lock.emplace(path, Kiln::FileLock::patience);
+   } catch (const std::system_error& error) {
+      throw std::runtime_error("cannot listen on " + path + ": " + error.code().message());
+   }
    removeStaleSocket(address, path);
    Kiln::OwnedFd made = streamSocket();
    // Before the socket has a name, so that others can open it at no moment.

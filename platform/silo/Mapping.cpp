@@ -1,6 +1,8 @@
 // Maps, grows and locks the file.
 #include "silo/Mapping.h"
 
+#include "kiln/TrustedFile.h"
+
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -24,18 +26,10 @@ struct stat statusOf(int descriptor) {
    return status;
 }
 
-// Locks belong to the open file description, not to the process: a reader in the writer's own process neither
-// shares the lock nor drops it by closing its descriptor.
-struct flock wholeFile(short type) {
-   struct flock request {};
-   request.l_type = type;
-   request.l_whence = SEEK_SET;
-   return request;
-}
-
 } // namespace
 
-Mapping::Mapping(int descriptor, bool isWritable) : descriptor_(descriptor), isWritable_(isWritable) {
+Mapping::Mapping(int descriptor, bool isWritable, Names names)
+     : descriptor_(descriptor), isWritable_(isWritable), isNamed_(names == Names::one) {
    try {
       map(static_cast<std::size_t>(statusOf(descriptor_).st_size));
    } catch (...) {
@@ -52,30 +46,21 @@ Mapping::~Mapping() {
 }
 
 bool Mapping::lock() {
-   // Does not wait: a second writer is refused with a message, and does not hang until the first one ends.
-   struct flock request = wholeFile(F_WRLCK);
-   if (fcntl(descriptor_, F_OFD_SETLK, &request) == 0) {
-      return true;
-   }
-   if (errno != EAGAIN && errno != EACCES) {
-      throwError(errno, "lock");
-   }
-   return false;
+   return Kiln::tryLock(descriptor_);
+}
+
+Kiln::LockHolder Mapping::lockHolder() const {
+   return Kiln::lockHolder(descriptor_);
 }
 
 bool Mapping::isLockedByAnother() const {
-   // Only asks. Readers never hold the lock, so none of them can keep a writer from starting.
-   struct flock request = wholeFile(F_RDLCK);
-   if (fcntl(descriptor_, F_OFD_GETLK, &request) != 0) {
-      throwError(errno, "lock query");
-   }
-   return request.l_type != F_UNLCK;
+   return Kiln::isWriteLocked(descriptor_);
 }
 
 bool Mapping::isStale() const {
    struct stat status = statusOf(descriptor_);
    // Beyond the end of a file that was cut, a load would raise SIGBUS.
-   return isLost() || status.st_nlink == 0 || static_cast<std::size_t>(status.st_size) < size_;
+   return isLost() || (isNamed_ && status.st_nlink == 0) || static_cast<std::size_t>(status.st_size) < size_;
 }
 
 std::size_t Mapping::fileSize() const {
@@ -107,6 +92,12 @@ void Mapping::grow(std::size_t size) {
    map(size);
 }
 
+void Mapping::modeIs(mode_t mode) {
+   if (fchmod(descriptor_, mode) != 0) {
+      throwError(errno, "change the mode of");
+   }
+}
+
 void Mapping::remap() {
    unmap();
    map(fileSize());
@@ -121,6 +112,7 @@ void Mapping::sync() const {
 void Mapping::swap(Mapping& other) noexcept {
    std::swap(descriptor_, other.descriptor_);
    std::swap(isWritable_, other.isWritable_);
+   std::swap(isNamed_, other.isNamed_);
    std::swap(data_, other.data_);
    std::swap(size_, other.size_);
    std::swap(guard_, other.guard_);

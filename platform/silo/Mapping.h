@@ -5,7 +5,12 @@
 
 #include <cstddef>
 #include <sys/stat.h>
+#include <sys/types.h>
 #include <utility>
+
+namespace Kiln {
+struct LockHolder;
+}
 
 namespace Silo {
 
@@ -15,7 +20,8 @@ class Mapping {
  public:
    Mapping() = default;
    // Takes over the descriptor. An empty file gives an empty mapping.
-   Mapping(int descriptor, bool isWritable);
+   enum class Names { one, none }; // of the file: a temporary one never has a name
+   Mapping(int descriptor, bool isWritable, Names names = Names::one);
    ~Mapping();
    Mapping(Mapping&& other) noexcept { swap(other); }
    Mapping& operator=(Mapping&& other) noexcept {
@@ -26,8 +32,9 @@ class Mapping {
    std::byte* data() const { return data_; }
    std::size_t size() const { return size_; }
 
-   // Takes the writer's lock; false if another holds it.
+   // Takes the writer's lock; false if another has a lock, which may be a reader that is up to no good.
    bool lock();
+   Kiln::LockHolder lockHolder() const;
    // Whether somebody holds the writer's lock through another descriptor, in any process.
    bool isLockedByAnother() const;
    // Whether the file has been removed, or was cut shorter than the mapping, since it was opened.
@@ -43,6 +50,8 @@ class Mapping {
    // Makes the file longer, with zeros, and maps it anew: pointers into it become invalid. The space is allocated now,
    // so that a full disk is an error here and not a signal at some later store.
    void grow(std::size_t size);
+   // Who may open the file from now on.
+   void modeIs(mode_t mode);
    // Maps what the file has now: pointers into it become invalid.
    void remap();
    // Brings the content to the disk, if there is one below.
@@ -55,6 +64,7 @@ class Mapping {
 
    int descriptor_ = -1;
    bool isWritable_ = false;
+   bool isNamed_ = true;
    std::byte* data_ = nullptr;
    std::size_t size_ = 0;
    Kiln::GuardedMapping guard_;

@@ -42,8 +42,12 @@ RawTable::RawTable(const Store& store, const std::string& name, const RecordLayo
    try {
       open(former);
    } catch (const std::system_error& error) {
+      removeIfNew();
       throw TableError(store_.describe(name_) + ", " + std::to_string(options_.capacity) + " records of " +
                        std::to_string(layout_.size) + " bytes: " + error.what());
+   } catch (...) {
+      removeIfNew();
+      throw;
    }
 }
 
@@ -61,29 +65,32 @@ RawTable::~RawTable() {
       state_.writerPid = 0;
       header().stateIs(state_);
    }
+   if (options_.isProvisional) {
+      removeIfNew();
+   }
 }
 
 // The order matters: the identity is checked before anything else is believed, slots are restored before the new
 // state is published, and publishing the state is the last step, since it lets readers in.
 void RawTable::open(const FormerLayout& former) {
-   mapping_ = store_.openForWriting(name_);
+   OpenedTable opened = store_.openForWriting(name_);
+   mapping_ = std::move(opened.mapping);
+   if (!opened.replaced.empty()) {
+      report("", opened.replaced, Remedy::recreated);
+   }
    std::size_t kept = 0;
    if (mapping_.size() == 0) {
+      isNew_ = true;
       create(options_.capacity);
    } else if (options_.isBegunAnew) {
       recreate();
-   } else if (std::string problem = problemWith(layout_); problem.empty()) {
+   } else if (holds(layout_)) {
       kept = restoreState();
-   } else if (former.upgrade && problemWith(former.layout).empty()) {
-      takeOver(former);
-      return;
-   } else if (restoreIdentity(layout_)) {
-      kept = restoreState();
-   } else if (former.upgrade && restoreIdentity(former.layout)) {
+   } else if (former.upgrade && holds(former.layout)) {
       takeOver(former);
       return;
    } else {
-      report("", problem, Remedy::recreated);
+      report("", problemWith(layout_), Remedy::recreated);
       recreate();
    }
    // Never fewer than there were: the records stay, and readers have these slots mapped.
@@ -101,6 +108,10 @@ std::string RawTable::problemWith(const RecordLayout& layout) const {
       problem = "has only " + std::to_string(mapping_.size()) + " bytes";
    }
    return problem;
+}
+
+bool RawTable::holds(const RecordLayout& layout) {
+   return problemWith(layout).empty() || restoreIdentity(layout);
 }
 
 // For a table whose identity was overwritten. The records are there all the same, each with a checksum of its own, and
@@ -141,7 +152,7 @@ void RawTable::recreate() {
       reinterpret_cast<TableHeader*>(old.data())->retire();
    }
    store_.remove(name_);
-   mapping_ = store_.openForWriting(name_);
+   mapping_ = store_.openForWriting(name_).mapping;
    create(options_.capacity);
 }
 
@@ -450,7 +461,7 @@ RecordInfo RawTable::readOrDefault(const Key& key, void* payload) const {
          return read(key, payload);
       }
    } catch (const CorruptionError& error) {
-      if (options_.onCorruption) {
+      if (options_.onCorruption && !isLost_[index_.find(key)]) { // of those, mend() has told
          options_.onCorruption(error.corruption());
       }
    }
@@ -462,6 +473,18 @@ void RawTable::pollingIntervalIs(double seconds) {
    requirePollingInterval(name_, seconds);
    state_.pollingInterval = seconds;
    header().stateIs(state_);
+}
+
+// What has the name may be another's by now.
+void RawTable::removeIfNew() {
+   if (isNew_) {
+      try {
+         if (store_.isNamed(name_, mapping_)) {
+            store_.remove(name_);
+         }
+      } catch (const TableError&) { // then it stays, whole and empty
+      }
+   }
 }
 
 void RawTable::mend() {
@@ -487,16 +510,18 @@ std::string RawTable::lossInMemory() const {
 // won first: another agent may have begun to write there.
 void RawTable::remake(const std::string& problem) {
    try {
-      const Mapping claim = store_.isNamed(name_, mapping_) ? Mapping() : store_.openForWriting(name_);
+      const Mapping claim =
+           store_.isNamed(name_, mapping_) ? Mapping() : store_.openForWriting(name_).mapping;
       Mapping other = store_.openSuccessor(name_);
-      other.grow(geometry_.sizeFor(capacity()));
-      std::swap(mapping_, other); // from here on, `other` is the old one
       std::size_t missing = 0;
+      std::swap(mapping_, other); // from here on, `other` is the old one
       try {
+         mapping_.grow(geometry_.sizeFor(capacity()));
          missing = carryOver(other);
          store_.promoteSuccessor(name_);
       } catch (...) {
          std::swap(mapping_, other);
+         store_.removeSuccessor(name_); // what takes the last space of a disk helps nobody
          throw;
       }
       other.remap(); // what is lost of it would not reach the readers
@@ -511,7 +536,6 @@ void RawTable::remake(const std::string& problem) {
                                             " records come with their next reading"),
              Remedy::remade);
    } catch (const std::runtime_error& error) { // of the system or the store: the next pass tries again
-      store_.removeSuccessor(name_);
       if (!std::exchange(isNameLost_, true)) {
          report("", problem + ", and cannot be made anew: " + error.what(), Remedy::lost);
       }
@@ -555,11 +579,13 @@ std::size_t RawTable::carryOver(const Mapping& old) {
 void RawTable::findOverwritten() {
    const Key* first = nullptr;
    std::size_t count = 0;
-   for (SlotIndex i = 0; i < capacity(); ++i) {
+   std::size_t left = size();
+   for (SlotIndex i = 0; left != 0; ++i) {
       const Key& key = index_.keyOf(i);
       if (key.isEmpty()) {
          continue;
       }
+      --left;
       const bool isWritten = std::exchange(looked_[i], generations_[i]) != generations_[i];
       const bool isGood = isWritten ? slot(i).isHeadedBy(key, generations_[i]) : isIntact(i);
       if (!isGood && !isLost_[i]) {

@@ -22,6 +22,7 @@ struct TableOptions {
    ClockDomain clockDomain;        // of the sample times that will be written
    CorruptionHandler onCorruption; // may be empty
    bool isBegunAnew = false;       // drop the records of an earlier start
+   bool isProvisional = false;     // a table that is created goes with its writer, unless that keeps it
 };
 
 // See Table for the contract. One thread at a time. Neither copied nor moved: the mapping has one owner.
@@ -44,6 +45,7 @@ class RawTable {
    RecordInfo read(const Key& key, void* payload) const;
    RecordInfo readOrDefault(const Key& key, void* payload) const;
    void pollingIntervalIs(double seconds);
+   void keep() { options_.isProvisional = false; }
    void mend();
    std::uint64_t losses() const { return losses_; }
    bool isIntact(const Key& key) const;
@@ -61,7 +63,9 @@ class RawTable {
    RawTable(const RawTable& successor, const FormerLayout& former, Mapping mapping);
 
    void open(const FormerLayout& former);
+   void removeIfNew();
    std::string problemWith(const RecordLayout& layout) const;
+   bool holds(const RecordLayout& layout);
    bool restoreIdentity(const RecordLayout& layout);
    void create(std::size_t capacity);
    void recreate();
@@ -97,6 +101,7 @@ class RawTable {
    TableOptions options_;
 
    Mapping mapping_;
+   bool isNew_ = false; // made by this writer, in place of nothing
    TableState state_;
    // The writer's own copy of keys and generations: it never trusts shared memory, which others might overwrite.
    KeyIndex index_;

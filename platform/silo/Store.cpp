@@ -1,13 +1,16 @@
 // Opens, creates and removes tables by name, and explains what the system refuses.
 #include "silo/Store.h"
 
+#include "kiln/TrustedFile.h"
 #include "silo/Errors.h"
 #include "silo/TableHeader.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <fcntl.h>
+#include <map>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <system_error>
@@ -18,6 +21,9 @@ namespace Silo {
 namespace {
 
 constexpr std::size_t maxNameLength = 63;
+// Where Linux has shared memory objects, as files.
+constexpr const char* sharedMemoryFolder = "/dev/shm/";
+constexpr mode_t ownerOnly = 0600;
 
 // The names become parts of a path: a slash in one would lead out of the store's place.
 void requireName(const std::string& what, const std::string& name) {
@@ -50,9 +56,42 @@ std::string hintFor(int error) {
 
 } // namespace
 
+struct Store::TemporaryFiles {
+   std::map<std::string, Kiln::OwnedFd> files; // by table
+};
+
+Store::Store(Kind kind, std::string place, mode_t mode)
+     : kind_(kind), place_(std::move(place)), mode_(mode) {}
+
 Store Store::sharedMemory(const std::string& prefix, mode_t mode) {
    requireName("shared memory prefix", prefix);
    return {Kind::sharedMemory, prefix, mode};
+}
+
+Store Store::sharedMemoryOfUser(const std::string& name, mode_t mode) {
+   const uid_t user = geteuid();
+   return sharedMemory(user == 0 ? name : name + "." + std::to_string(user), mode);
+}
+
+Store Store::sharedMemoryOfUserOrRoot(const std::string& name, const std::string& table) {
+   Store own = sharedMemoryOfUser(name);
+   Store roots = sharedMemory(name);
+   if (geteuid() == 0) {
+      return roots;
+   }
+   own.foundOwner_ = "user " + std::to_string(geteuid());
+   roots.foundOwner_ = "root";
+   const Store* found = nullptr;
+   for (const Store* one : {&own, &roots}) {
+      try {
+         if (one->openForReading(table).isLockedByAnother()) {
+            return *one;
+         }
+         found = found == nullptr ? one : found;
+      } catch (const std::exception&) { // not there, or none to trust
+      }
+   }
+   return found != nullptr ? *found : own;
 }
 
 Store Store::directory(const std::string& path, mode_t mode) {
@@ -64,51 +103,97 @@ Store Store::directory(const std::string& path, mode_t mode) {
    return {Kind::directory, path, mode};
 }
 
+Store Store::temporary() {
+   Store store(Kind::temporary, "", ownerOnly);
+   store.temporary_ = std::make_shared<TemporaryFiles>();
+   return store;
+}
+
 Mapping Store::openForReading(const std::string& table) const {
-   // O_NONBLOCK, because opening a FIFO of that name would otherwise block the reader.
-   int descriptor = open(pathOf(table), O_RDONLY | O_NONBLOCK);
-   if (descriptor < 0) {
+   if (kind_ == Kind::temporary) {
+      return {openTemporary(table, O_RDONLY), false, Mapping::Names::none};
+   }
+   // O_NONBLOCK, because opening a FIFO of that name would otherwise block the reader. A link is not followed, since
+   // anybody could have put it there.
+   Kiln::OwnedFd file(open(pathOf(table).c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOFOLLOW));
+   if (!file.isOpen()) {
       fail(table, "open", errno);
    }
+   struct stat folder {};
+   if (kind_ == Kind::directory && stat(place_.c_str(), &folder) != 0) {
+      fail(table, "open", errno);
+   }
+   if (const std::string why = Kiln::distrustOfReading(file.fd(), folder.st_uid); !why.empty()) {
+      throw TableError(describe(table) + " " + why + ": no table to read from");
+   }
    try {
-      return {descriptor, false};
+      return {file.release(), false};
    } catch (const std::system_error& error) {
       fail(table, "map", error.code().value());
    }
 }
 
-Mapping Store::openForWriting(const std::string& table) const {
-   try {
-      for (;;) {
-         Mapping mapping(openOrCreate(table), true);
-         if (!mapping.lock()) {
-            pid_t holder = writerPidOf(mapping);
-            throw WriterConflict(describe(table) + " already has a writer" +
-                                      (holder != 0 ? ", process " + std::to_string(holder) : "") +
-                                      ": stop that one first, or use another place for the tables",
-                                 holder);
-         }
-         if (!mapping.isStale()) {
-            return mapping;
-         }
-         // Another writer replaced the file after it was opened here and before it was locked: open the new one.
+OpenedTable Store::openForWriting(const std::string& table) const {
+   if (kind_ == Kind::temporary) {
+      Mapping mapping(openTemporary(table, O_RDWR), true, Mapping::Names::none);
+      if (!mapping.lock()) {
+         throw WriterConflict(describe(table) + " already has a writer", getpid());
       }
+      return {std::move(mapping), ""};
+   }
+   try {
+      if (kind_ == Kind::directory) {
+         Kiln::requireTrustedFolder(place_);
+      }
+      // Whoever creates or replaces the file does so alone.
+      const Kiln::FileLock opening(pathOf(table), Kiln::FileLock::patience,
+                                   replacesForeign() ? Kiln::FileLock::Foreign::removed
+                                                     : Kiln::FileLock::Foreign::refused);
+      OpenedTable opened;
+      do {
+         opened.mapping = Mapping(openOrCreate(table, opened.replaced), true);
+         if (!opened.mapping.lock()) {
+            const Kiln::LockHolder holder = opened.mapping.lockHolder();
+            if (!holder.isReader) {
+               throw WriterConflict(
+                    describe(table) + " already has a writer" +
+                         (holder.process != 0 ? ", process " + std::to_string(holder.process) : "") +
+                         ": stop that one first, or use another place for the tables",
+                    holder.process);
+            }
+            opened.mapping = copyOf(table, opened.mapping);
+         }
+         // Stale if it was removed after it was opened and before it was locked.
+      } while (opened.mapping.isStale());
+      // Only now may readers open it: nobody can lock it any more. This overrides the umask, too.
+      opened.mapping.modeIs(mode_);
+      removeSuccessor(table); // which only a killed writer leaves
+      return opened;
    } catch (const std::system_error& error) {
       fail(table, "lock or map", error.code().value());
+   } catch (const TableError&) {
+      throw;
+   } catch (const std::runtime_error& error) { // what Kiln has to say of files and locks
+      throw TableError("table " + table + ": " + error.what());
    }
 }
 
 Mapping Store::openSuccessor(const std::string& table) const {
+   if (kind_ == Kind::temporary) {
+      temporary_->files.erase(table);
+      return openForWriting(table).mapping;
+   }
    const std::string path = successorPathOf(table);
    removeSuccessor(
-        table); // a killed writer may have left one; what cannot be removed is an error of the next call
-   const int descriptor = create(path);
+        table); // a killed writer may have left one; what can't be removed is an error of the next call
+   const int descriptor = open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, ownerOnly);
    if (descriptor < 0) {
       fail(table, "create a successor of", errno);
    }
    try {
       Mapping mapping(descriptor, true);
-      mapping.lock(); // nobody else has it open: the lock on the table itself keeps other writers away
+      mapping.lock(); // nobody else has it open
+      mapping.modeIs(mode_);
       return mapping;
    } catch (const std::system_error& error) {
       fail(table, "lock or map a successor of", error.code().value());
@@ -116,17 +201,23 @@ Mapping Store::openSuccessor(const std::string& table) const {
 }
 
 void Store::promoteSuccessor(const std::string& table) const {
-   if (std::rename(fileOf(successorPathOf(table)).c_str(), fileOf(pathOf(table)).c_str()) != 0) {
+   if (kind_ != Kind::temporary && std::rename(successorPathOf(table).c_str(), pathOf(table).c_str()) != 0) {
       fail(table, "replace", errno);
    }
 }
 
 void Store::removeSuccessor(const std::string& table) const {
-   unlink(successorPathOf(table));
+   if (kind_ != Kind::temporary) {
+      unlink(successorPathOf(table).c_str());
+   }
 }
 
+// A temporary table has no name that could be lost, and no other process can open it.
 std::string Store::lossOf(const std::string& table, const Mapping& mapping) const {
    struct stat status {};
+   if (kind_ == Kind::temporary) {
+      return ""; // nobody else has it
+   }
    if (!statusOf(table, status)) {
       return "was removed";
    }
@@ -142,28 +233,31 @@ std::string Store::lossOf(const std::string& table, const Mapping& mapping) cons
 
 bool Store::isNamed(const std::string& table, const Mapping& mapping) const {
    struct stat status {};
-   return statusOf(table, status) && mapping.isOf(status);
+   return kind_ == Kind::temporary || (statusOf(table, status) && mapping.isOf(status));
 }
 
 bool Store::statusOf(const std::string& table, struct stat& status) const {
-   return lstat(fileOf(pathOf(table)).c_str(), &status) == 0;
+   return lstat(pathOf(table).c_str(), &status) == 0;
 }
 
 void Store::remove(const std::string& table) const {
+   if (kind_ == Kind::temporary) {
+      temporary_->files.erase(table);
+      return;
+   }
    removeSuccessor(table); // which only a killed writer leaves
-   if (unlink(pathOf(table)) != 0 && errno != ENOENT) {
+   if (unlink(pathOf(table).c_str()) != 0 && errno != ENOENT) {
       fail(table, "remove", errno);
    }
 }
 
 std::string Store::describe(const std::string& table) const {
-   return "table " + table + " (" + (kind_ == Kind::sharedMemory ? "shared memory " : "") + pathOf(table) +
-          ")";
+   return "table " + table + " (" + (kind_ == Kind::temporary ? "temporary" : pathOf(table)) + ")";
 }
 
 std::string Store::pathOf(const std::string& table) const {
    requireName("table name", table);
-   return kind_ == Kind::sharedMemory ? "/" + place_ + "." + table : place_ + "/" + table;
+   return kind_ == Kind::sharedMemory ? sharedMemoryFolder + place_ + "." + table : place_ + "/" + table;
 }
 
 // No table's name has this character.
@@ -171,50 +265,56 @@ std::string Store::successorPathOf(const std::string& table) const {
    return pathOf(table) + "~";
 }
 
-// Shared memory objects have no call for all that files can do, but on Linux they are files in this folder.
-std::string Store::fileOf(const std::string& path) const {
-   return (kind_ == Kind::sharedMemory ? "/dev/shm" : "") + path;
+// The folder of shared memory is root's, so root may remove what is in it.
+bool Store::replacesForeign() const {
+   return kind_ == Kind::sharedMemory && geteuid() == 0;
 }
 
-int Store::open(const std::string& path, int flags) const {
-   // A link is not followed, since another user could have put it there and have the writer overwrite any file.
-   // shm_open sets both flags itself.
-   return kind_ == Kind::sharedMemory ? shm_open(path.c_str(), flags, mode_)
-                                      : ::open(path.c_str(), flags | O_CLOEXEC | O_NOFOLLOW, mode_);
-}
-
-int Store::create(const std::string& path) const {
-   int descriptor = open(path, O_RDWR | O_CREAT | O_EXCL);
-   if (descriptor >= 0) {
-      fchmod(descriptor, mode_); // overrides the umask: readers run as other users
-   }
-   return descriptor;
-}
-
-int Store::unlink(const std::string& path) const {
-   return kind_ == Kind::sharedMemory ? shm_unlink(path.c_str()) : ::unlink(path.c_str());
-}
-
-// Opening and creating are two steps, since O_CREAT alone would not tell whether the mode has to be set. Between them
-// another process may create or remove the file: then both are tried again.
-int Store::openOrCreate(const std::string& table) const {
+// A file of this user's. Created for the owner only, so that nobody else has it open when it is locked.
+int Store::openOrCreate(const std::string& table, std::string& replaced) const {
+   constexpr int attempts = 100; // against somebody who puts things there again and again
    const std::string path = pathOf(table);
-   for (;;) {
-      int descriptor = open(path, O_RDWR | O_NONBLOCK);
-      if (descriptor >= 0) {
-         return descriptor;
-      }
-      if (errno != ENOENT) {
-         fail(table, "open for writing", errno);
-      }
-      descriptor = create(path);
-      if (descriptor >= 0) {
-         return descriptor;
-      }
-      if (errno != EEXIST) {
-         fail(table, "create", errno);
+   for (int attempt = 1;; ++attempt) {
+      try {
+         return Kiln::openOwnFile(path, ownerOnly).file.release();
+      } catch (const Kiln::UntrustedFile& error) {
+         if (!replacesForeign() || attempt == attempts || !Kiln::freeName(path)) {
+            throw;
+         }
+         replaced = error.why();
       }
    }
+}
+
+// The same table in a file that nobody else has open. Under the lock for opening, and nobody writes to the old one: who
+// has a read lock keeps everybody else's write lock away.
+Mapping Store::copyOf(const std::string& table, const Mapping& old) const {
+   Mapping copy = openSuccessor(table);
+   if (old.size() != 0) {
+      copy.grow(old.size());
+      std::memcpy(copy.data(), old.data(), old.size());
+      copy.sync();
+   }
+   promoteSuccessor(table);
+   if (old.size() >= sizeof(TableHeader)) {
+      reinterpret_cast<TableHeader*>(old.data())->retire(); // sends readers to the copy
+   }
+   return copy;
+}
+
+// Opened anew each time, since a lock belongs to what was opened.
+int Store::openTemporary(const std::string& table, int flags) const {
+   requireName("table name", table);
+   Kiln::OwnedFd& file = temporary_->files[table];
+   if (!file.isOpen() && flags == O_RDWR) {
+      file = Kiln::OwnedFd(memfd_create(table.c_str(), MFD_CLOEXEC));
+   }
+   const std::string path = "/proc/self/fd/" + std::to_string(file.fd());
+   const int opened = file.isOpen() ? open(path.c_str(), flags | O_CLOEXEC) : -1;
+   if (opened < 0) {
+      fail(table, "open", file.isOpen() ? errno : ENOENT);
+   }
+   return opened;
 }
 
 void Store::fail(const std::string& table, const char* doing, int error) const {

@@ -52,7 +52,7 @@ class Table {
    }
 
    // The same, but an absent key gives the default entry, with generation 0. So does a corrupt record, which is also
-   // reported to the corruption handler at every read; the next recordIs makes it whole.
+   // reported to the corruption handler at every read, unless mend() has done so; the next recordIs makes it whole.
    Sample<Record> sampleOrDefault(const Key& key) const {
       Sample<Record> result;
       result.info = raw_.readOrDefault(key, &result.record);
@@ -70,6 +70,9 @@ class Table {
 
    // Seconds between two samples, from which readers judge how old a record may be.
    void pollingIntervalIs(double seconds) { raw_.pollingIntervalIs(seconds); }
+
+   // A provisional table stays from now on, as any other does.
+   void keep() { raw_.keep(); }
 
  private:
    RawTable raw_;

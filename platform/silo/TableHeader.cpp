@@ -142,14 +142,4 @@ TableGeometry::TableGeometry(const RecordLayout& layout)
      : journalOffset(sizeof(TableHeader)), slotsOffset(journalOffset + Journal::sizeFor(layout.size)),
        slotStride(RecordSlot::strideFor(layout.size)) {}
 
-pid_t writerPidOf(const Mapping& mapping) {
-   TableState state;
-   if (mapping.size() < sizeof(TableHeader) ||
-       reinterpret_cast<const TableHeader*>(mapping.data())->tryReadState(state) !=
-            TableHeader::StateRead::whole) {
-      return 0;
-   }
-   return state.writerPid;
-}
-
 } // namespace Silo

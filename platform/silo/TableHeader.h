@@ -109,7 +109,4 @@ struct TableGeometry {
    std::size_t slotStride;
 };
 
-// The writer named in a table's header; 0 if there is none or the header cannot be read.
-pid_t writerPidOf(const Mapping& mapping);
-
 } // namespace Silo

@@ -49,14 +49,15 @@ namespace Vex {
 
 namespace {
 
-Silo::TableOptions options(std::size_t capacity, double pollingInterval) {
+Silo::TableOptions options(std::size_t capacity, double pollingInterval, bool isProvisional) {
    const auto source = Kiln::System::timeSource();
    return {.capacity = capacity,
            .pollingInterval = pollingInterval,
            .clockDomain =
                 source->isSimulated() ? Silo::ClockDomain::simulatedTime() : Silo::ClockDomain::monotonic(),
            .onCorruption = logCorruption,
-           .isBegunAnew = false};
+           .isBegunAnew = false,
+           .isProvisional = isProvisional};
 }
 
 } // namespace
@@ -64,12 +65,12 @@ Silo::TableOptions options(std::size_t capacity, double pollingInterval) {
 SharedTables openSharedTables(const Silo::Store& store, const SharedTableSettings& settings) {
    namespace Tables = Silo::Interface;
    namespace TableName = Silo::Interface::TableName;
-   const auto ports = options(settings.ports, settings.pollingInterval);
-   const auto vlanIntfs = options(settings.vlanIntfs, settings.pollingInterval);
-   const auto subIntfs = options(settings.subIntfs, settings.pollingInterval);
+   const auto ports = options(settings.ports, settings.pollingInterval, settings.areProvisional);
+   const auto vlanIntfs = options(settings.vlanIntfs, settings.pollingInterval, settings.areProvisional);
+   const auto subIntfs = options(settings.subIntfs, settings.pollingInterval, settings.areProvisional);
    // Routed ports, VLAN interfaces and subinterfaces may all translate addresses.
-   const auto l3Intfs =
-        options(settings.ports + settings.vlanIntfs + settings.subIntfs, settings.natPollingInterval);
+   const auto l3Intfs = options(settings.ports + settings.vlanIntfs + settings.subIntfs,
+                                settings.natPollingInterval, settings.areProvisional);
    return {
         Kiln::allocate<Tables::AllIntfCounters>(store, TableName::intfCounters, ports),
         Kiln::allocate<Tables::AllIntfClearCounters>(store, TableName::intfClearCounters, ports),
@@ -83,10 +84,16 @@ SharedTables openSharedTables(const Silo::Store& store, const SharedTableSetting
    };
 }
 
-void removeSharedTables(const Silo::Store& store) {
-   for (const char* name : Silo::Interface::TableName::all) {
-      store.remove(name);
-   }
+void keepSharedTables(const SharedTables& tables) {
+   tables.allIntfCounters->table().keep();
+   tables.allIntfClearCounters->table().keep();
+   tables.allIntfQueueCounters->table().keep();
+   tables.allIntfClearQueueCounters->table().keep();
+   tables.allVlanIntfCounters->table().keep();
+   tables.allVlanIntfCounters->clearTable().keep();
+   tables.subIntfCountersDir->table().keep();
+   tables.subIntfCountersSnapshotDir->table().keep();
+   tables.intfAllNatCounterDir->table().keep();
 }
 
 } // namespace Vex

@@ -118,6 +118,7 @@ struct SharedTableSettings {
    std::size_t subIntfs = 4096;
    double pollingInterval = 2.0;    // seconds
    double natPollingInterval = 1.0; // seconds
+   bool areProvisional = false; // tables that are created go with their last pointer, unless they are kept
 };
 
 struct SharedTables {
@@ -131,10 +132,15 @@ struct SharedTables {
    Kiln::Ptr<Silo::Interface::AllNatCounterDir> intfAllNatCounterDir;
 };
 
+// Where an agent of this user's has its tables, unless it is told another place.
+inline Silo::Store defaultTableStore() {
+   return Silo::Store::sharedMemoryOfUser(Silo::Interface::defaultTablePrefix);
+}
+
 // Opens every table for writing, taking over what the last writer left. Corruption goes to the operator log.
 // Sample times are those of the process's time source, so set that first. Throws Silo::TableError.
 SharedTables openSharedTables(const Silo::Store& store, const SharedTableSettings& settings = {});
-// Removes the tables' names, so that the next start finds none. Whoever has a table open keeps it.
-void removeSharedTables(const Silo::Store& store);
+// Provisional tables stay from now on: the start that made them went well.
+void keepSharedTables(const SharedTables& tables);
 
 } // namespace Vex

@@ -202,12 +202,53 @@ TEST_F(SoftwareChip, AForeignFileIsLeftAlone) {
                testing::ThrowsMessage<std::runtime_error>(HasSubstr("not a file of hardware counters")));
    EXPECT_EQ(std::filesystem::file_size(foreign), 5000U);
    EXPECT_THROW(HardwareMemory{folder.path()}, std::runtime_error);
+}
 
-   const Kiln::String damaged = file("damaged");
-   { HardwareMemory memory(damaged); }
-   ZelTest::overwrite(damaged, 40, "\x7f");
-   EXPECT_THAT([&] { HardwareMemory memory(damaged); },
-               testing::ThrowsMessage<std::runtime_error>(HasSubstr("damaged")));
+TEST_F(SoftwareChip, WhatAKillLeftUnsealedInAHardwareFileBeginsAnewAndTheRestStays) {
+   constexpr std::size_t version = 8;
+   constexpr std::size_t checksum = 592; // the last release's
+   constexpr std::size_t seals = 600;
+   const Kiln::String path = file("killed");
+   // What two chips had counted before this start, which each count some more.
+   const auto start = [&] {
+      HardwareMemory memory(path);
+      std::vector<U64> found;
+      for (const U8 device : {U8{0}, U8{3}}) {
+         U64& counter = memory.regionIs(device, "8 counters", 8)[0];
+         found.push_back(counter);
+         counter += device + 1U;
+      }
+      return found;
+   };
+   const auto write = [&](const std::string& bytes) {
+      std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
+   };
+   EXPECT_THAT(start(), ElementsAre(0, 0));
+   EXPECT_THAT(start(), ElementsAre(1, 4));
+   const std::string whole = ZelTest::bytesOf(path);
+   // Killed before the header was sealed: no page, one of zeros, and all but the magic number.
+   for (const std::string& head :
+        {std::string(), std::string(16, '\0'), std::string(8, '\0') + whole.substr(8, 8)}) {
+      write(head.empty() ? head : head + std::string(4096 - head.size(), '\0'));
+      EXPECT_THAT(start(), ElementsAre(0, 0));
+      EXPECT_THAT(start(), ElementsAre(1, 4));
+   }
+   ZelTest::overwrite(path, seals + 3 * sizeof(U64), std::string(sizeof(U64), '\0'));
+   EXPECT_THAT(start(), ElementsAre(2, 0)) << "killed before a slot was sealed";
+
+   std::string former = whole;
+   former[version] = 1;
+   former.replace(seals, 8 * sizeof(U64), 8 * sizeof(U64), '\0');
+   U64 sum = 0xcbf29ce484222325;
+   for (std::size_t i = 0; i < checksum; ++i) {
+      sum = (sum ^ static_cast<unsigned char>(former[i])) * 0x100000001b3;
+   }
+   former.replace(checksum, sizeof sum, reinterpret_cast<const char*>(&sum), sizeof sum);
+   write(former);
+   EXPECT_THAT(start(), ElementsAre(2, 8)) << "the last release's file goes on";
+   former[checksum] ^= 1;
+   write(former);
+   EXPECT_THAT(start(), ElementsAre(0, 0)) << "as its kills left it";
 }
 
 } // namespace

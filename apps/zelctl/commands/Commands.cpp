@@ -165,7 +165,8 @@ Answer Client::ask(const String& line, Signals* signals, const Patience& patienc
 }
 
 Silo::Store Client::store() const {
-   return siloFolder.empty() ? Silo::Store::sharedMemory(Silo::Interface::defaultTablePrefix)
+   return siloFolder.empty() ? Silo::Store::sharedMemoryOfUserOrRoot(Silo::Interface::defaultTablePrefix,
+                                                                     Silo::Interface::TableName::intfCounters)
                              : Silo::Store::directory(siloFolder);
 }
 

@@ -15,7 +15,7 @@ enum ExitStatus : int { carriedOut = 0, refused = 1 };
 // Where a client finds what it shows.
 struct Client {
    Kiln::String socketPath; // empty: wherever an agent answers
-   Kiln::String siloFolder; // empty: the machine's shared memory
+   Kiln::String siloFolder; // empty: this user's in shared memory, or root's
    bool usesPager = true;   // for what is longer than the screen
 
    // The agent's answer to the line.

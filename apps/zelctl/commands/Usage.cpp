@@ -91,7 +91,7 @@ Options
                                     for root, or /tmp/zelagent-UID/socket; then
                                     those of the service in /run/zelagent
    --silo DIR                       the folder of the shared tables; default:
-                                    shared memory
+                                    this user's in shared memory, or root's
    --no-pager                       does not send what is longer than the screen
                                     through $PAGER, or less or more
    --complete LINE                  prints what may come next, for shells

@@ -3,7 +3,7 @@
 #include "apps/zelctl/prompt/History.h"
 
 #include "apps/zelctl/terminal/Utf8.h"
-#include "kiln/OwnedFd.h"
+#include "kiln/TrustedFile.h"
 
 #include <cstdlib>
 #include <fcntl.h>
@@ -12,6 +12,7 @@
 #include <histedit.h>
 #include <new>
 #include <sys/stat.h>
+#include <system_error>
 #include <unistd.h>
 
 namespace ZelCtl {
@@ -24,15 +25,11 @@ constexpr mode_t ownerOnly = 0600;
 
 // Returns whether the whole text was written. It goes out in one write(): with O_APPEND, lines of sessions that run
 // at the same time do not mix, so the file needs no lock.
-bool write(const String& path, int flags, const String& text) {
-   Kiln::OwnedFd file(open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | flags, ownerOnly));
-   if (!file.isOpen()) {
-      return false;
-   }
-   // A file that already existed may be readable by others.
-   const bool isWritten = fchmod(file.fd(), ownerOnly) == 0 &&
-                          ::write(file.fd(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
-   return close(file.release()) == 0 && isWritten;
+bool append(const Kiln::OwnedFd& file, const String& text) {
+   return fcntl(file.fd(), F_SETFL, O_APPEND) == 0 &&
+          // A file that already existed may be readable by others.
+          fchmod(file.fd(), ownerOnly) == 0 &&
+          ::write(file.fd(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
 }
 
 } // namespace
@@ -50,16 +47,27 @@ History::History(String path) : path_(std::move(path)), lines_(history_init(), h
 
 void History::load() {
    constexpr std::size_t slack = 2; // the file is cut back when it is longer than this many times the limit
-   std::ifstream file(path_);
-   std::size_t inFile = 0;
-   for (String line; std::getline(file, line); ++inFile) {
-      // The file may have been edited by hand; control characters must not reach the terminal.
-      if (!line.empty() && printable(line) == line) {
-         enter(line);
+   try {
+      if (access(path_.c_str(), F_OK) != 0) {
+         return;
       }
-   }
-   if (inFile > slack * limit) {
-      rewrite();
+      const Kiln::OwnedFd opened = Kiln::openOwnFile(path_, ownerOnly).file;
+      // What was looked at, and not what has the name by now.
+      std::ifstream file("/proc/self/fd/" + std::to_string(opened.fd()));
+      std::size_t inFile = 0;
+      for (String line; std::getline(file, line); ++inFile) {
+         // The file may have been edited by hand; control characters must not reach the terminal.
+         if (!line.empty() && printable(line) == line) {
+            enter(line);
+         }
+      }
+      if (inFile > slack * limit) {
+         rewrite();
+      }
+   } catch (const Kiln::UntrustedFile& error) {
+      problem_ = error.what();
+      path_.clear();
+   } catch (const std::system_error&) { // then without
    }
 }
 
@@ -86,7 +94,8 @@ void History::rewrite() const {
    }
    // Written aside and renamed, so that no session ever reads half a file.
    const String fresh = path_ + "." + std::to_string(getpid());
-   if (!write(fresh, O_EXCL, text) || rename(fresh.c_str(), path_.c_str()) != 0) {
+   const Kiln::OpenedFile opened = Kiln::openOwnFile(fresh, ownerOnly);
+   if (!opened.isNew || !append(opened.file, text) || rename(fresh.c_str(), path_.c_str()) != 0) {
       unlink(fresh.c_str());
    }
 }
@@ -100,7 +109,10 @@ void History::add(const String& line) {
    if (std::filesystem::create_directories(folder, error)) {
       std::filesystem::permissions(folder, std::filesystem::perms::owner_all, error);
    }
-   write(path_, O_APPEND, line + "\n");
+   try {
+      append(Kiln::openOwnFile(path_, ownerOnly).file, line + "\n");
+   } catch (const std::runtime_error&) { // then only for this session
+   }
 }
 
 String History::defaultPath() {

@@ -11,7 +11,8 @@ struct history;
 namespace ZelCtl {
 
 // Sessions that run at the same time all append to one file, and each reads what the others have added when it
-// starts. A file that cannot be read or written is ignored: history is a convenience.
+// starts. A file that cannot be read or written is ignored: history is a convenience. So is one that is not this user's
+// own, but that is told.
 class History {
  public:
    static constexpr std::size_t limit = 500; // lines
@@ -23,6 +24,9 @@ class History {
    void add(const Kiln::String& line);
 
    std::vector<Kiln::String> lines() const; // oldest first
+
+   // Why the file is left alone; empty if it is not.
+   const Kiln::String& problem() const { return problem_; }
 
    // The same lines, in the form that the line editor takes.
    struct history* list() {
@@ -38,6 +42,7 @@ class History {
    bool enter(const Kiln::String& line);
 
    Kiln::String path_;
+   Kiln::String problem_;
    std::unique_ptr<struct history, void (*)(struct history*)> lines_;
 };
 

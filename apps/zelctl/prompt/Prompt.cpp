@@ -47,6 +47,9 @@ int runEditedPrompt(const Client& client) {
    LineEditor editor(prompt, &signals, &history,
                      [&](const String& unfinished) { return candidatesFor(client, unfinished); });
    writeOut(String(greeting) + "; Tab completes\n", nullptr);
+   if (!history.problem().empty()) {
+      complain("history is not kept: " + history.problem());
+   }
    for (;;) {
       std::optional<String> line = editor.readLine();
       if (line) {

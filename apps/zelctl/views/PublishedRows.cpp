@@ -59,14 +59,25 @@ Activity PublishedTable::activity(const PublishedRow& row, std::string_view queu
 }
 
 std::vector<String> PublishedTable::notes() const {
+   std::vector<String> all;
+   if (const String activity = activityNote(); !activity.empty()) {
+      all.push_back(activity);
+   }
+   if (!owner.empty()) {
+      all.push_back("Published by the agent of " + owner + ".");
+   }
+   return all;
+}
+
+String PublishedTable::activityNote() const {
    if (!isWriterAlive) {
-      return {"No agent is running, so nothing newer is published."};
+      return "No agent is running, so nothing newer is published.";
    }
    if (rows.empty()) {
-      return {"An agent is running and publishes nothing here."};
+      return "An agent is running and publishes nothing here.";
    }
    if (std::ranges::any_of(rows, [](const PublishedRow& row) { return !row.isStale; })) {
-      return {};
+      return "";
    }
    std::optional<double> youngest;
    for (const PublishedRow& row : rows) {
@@ -74,8 +85,8 @@ std::vector<String> PublishedTable::notes() const {
          youngest = std::min(*row.age, youngest.value_or(*row.age));
       }
    }
-   return {"An agent is running, but has published nothing here" +
-           (youngest ? " for " + Kiln::durationText(*youngest) : "") + "."};
+   return "An agent is running, but has published nothing here" +
+          (youngest ? " for " + Kiln::durationText(*youngest) : "") + ".";
 }
 
 PublishedTable readPorts(const Silo::Store& store, const char* tableName) {

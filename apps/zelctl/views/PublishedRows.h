@@ -41,6 +41,7 @@ struct PublishedRow {
 
 struct PublishedTable {
    Kiln::String name;
+   Kiln::String owner;         // whose table it is; empty if there was no choice
    double pollingInterval = 0; // seconds
    bool isWriterAlive = false;
    double now = 0; // on the table's clock
@@ -50,6 +51,9 @@ struct PublishedTable {
    Activity activity(const PublishedRow& row, std::string_view queue = "") const;
    // What else is to be said of the table as a whole.
    std::vector<Kiln::String> notes() const;
+
+ private:
+   Kiln::String activityNote() const;
 };
 
 // Throws std::runtime_error, saying why the table cannot be read.
@@ -61,8 +65,12 @@ PublishedTable readPublished(const Silo::Store& store, const char* tableName) {
       throw std::runtime_error(reader.problem());
    }
    // The time is taken after the records were read, so that none has a negative age.
-   PublishedTable table{
-        tableName, reader.state().pollingInterval, reader.isWriterAlive(), Silo::monotonicNow(), {}};
+   PublishedTable table{tableName,
+                        store.foundOwner(),
+                        reader.state().pollingInterval,
+                        reader.isWriterAlive(),
+                        Silo::monotonicNow(),
+                        {}};
    for (const Silo::Entry<Record>& entry : entries) {
       PublishedRow row;
       row.name = entry.key.isValid() ? Kiln::String(entry.key.view()) : Kiln::String();

@@ -7,7 +7,6 @@
 
 #include <gtest/gtest.h>
 #include <optional>
-#include <unistd.h>
 
 namespace ZelTest {
 
@@ -20,9 +19,9 @@ class AgentRig : public testing::Test {
  protected:
    // Starts the agent, with tables of its own, since tests run at the same time.
    ZelAgent::SwitchAgent& start(ZelAgent::SwitchAgentConfig config) {
-      config.tablePrefix += "-test-" + std::to_string(getpid());
       config.tablesAreTemporary = true;
-      return agent_.emplace(config);
+      agent_.emplace(config).createdIsKept();
+      return *agent_;
    }
 
    // Runs any command line, as the channel does.

@@ -205,6 +205,19 @@ TEST(History, IsKeptBoundedAndPrivate) {
    struct stat status {};
    ASSERT_EQ(stat(path.c_str(), &status), 0);
    EXPECT_EQ(status.st_mode & 0777U, 0600U);
+   for (const mode_t mode :
+        {S_IFREG | 0666U, S_IFIFO | 0600U}) { // others could write to it; would not be opened
+      unlink(path.c_str());
+      ASSERT_EQ(mknod(path.c_str(), mode & ~0777U, 0), 0);
+      chmod(path.c_str(), mode & 0777U);
+      History foreign(path);
+      EXPECT_NE(foreign.problem(), "");
+      foreign.add("kept for now");
+      struct stat untouched {};
+      ASSERT_EQ(stat(path.c_str(), &untouched), 0);
+      EXPECT_EQ(untouched.st_mode, mode);
+      EXPECT_EQ(untouched.st_size, 0);
+   }
    History nowhere("/dev/null/history");
    nowhere.add("kept for now");
    EXPECT_EQ(nowhere.lines().size(), 1U);

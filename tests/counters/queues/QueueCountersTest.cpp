@@ -46,7 +46,6 @@ class QueueCounters : public StubSdkRig {
    ~QueueCounters() override {
       const auto lock = Kiln::ActivityLockAnchor::lock();
       mgr = nullptr;
-      store.remove("queues");
    }
 
    ZelCounter::ZelCounters& addQueueChip(int dev, U16 highestPipe,
@@ -93,7 +92,7 @@ class QueueCounters : public StubSdkRig {
       return mounts->allIntfQueueCounters()->table().sampleOrDefault(Silo::Key(intf.text())).record;
    }
 
-   const Silo::Store store = Silo::Store::sharedMemory("zel-queue-test-" + std::to_string(getpid()));
+   const Silo::Store store = Silo::Store::temporary();
    Kiln::Ptr<ZelCounter::CountersMounts> mounts = Kiln::allocate<ZelCounter::CountersMounts>();
    Kiln::Ptr<ZelCounter::ZelCountersMgr> mgr;
    Reports reports;

@@ -411,6 +411,8 @@ TEST_F(LostTable, OverwrittenRecordsAreReportedOnceWhoeverWritesThem) {
    EXPECT_NE(corruptions_[0].text.find("10 more"), std::string::npos) << corruptions_[0].text;
    EXPECT_EQ(mend(), 0u);
    EXPECT_FALSE(table.isIntact("10"));
+   EXPECT_EQ(table.sampleOrDefault("10").record, Small(99));
+   EXPECT_EQ(corruptions_.size(), 0u);
    EXPECT_EQ(reader.read("10", sample), ReadResult::absent);
    writeAll(1);
    EXPECT_TRUE(table.isIntact("10"));

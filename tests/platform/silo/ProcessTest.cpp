@@ -1,9 +1,12 @@
 // Writers and readers that run at the same time, in threads and in processes, and writers that are killed.
+#include "kiln/OwnedFd.h"
 #include "tests/platform/silo/SiloRig.h"
 #include "tests/support/Random.h"
 
 #include <atomic>
 #include <chrono>
+#include <fcntl.h>
+#include <filesystem>
 #include <memory>
 #include <thread>
 
@@ -199,6 +202,46 @@ TEST_F(Processes, AWriterKilledAnywhereLosesNothingAndNoReaderWaits) {
       ASSERT_GE(last[0], until);
    }
    EXPECT_GT(torn, 0) << "no kill hit a record half-written";
+}
+
+// The lock of a reader, which anybody can hold, keeps no writer away and lets no two in.
+TEST_F(Processes, OneOfSeveralWritersGetsATableThatIsNewOrThatAReaderLocks) {
+   constexpr int writers = 4;
+   for (int round = 0; round < 60; ++round) {
+      struct flock lock {};
+      lock.l_type = F_RDLCK;
+      const Kiln::OwnedFd reader(open(fileOf("t").c_str(), O_RDONLY | O_CLOEXEC));
+      ASSERT_TRUE(round == 0 || fcntl(reader.fd(), F_OFD_SETLK, &lock) == 0);
+      std::atomic<int> waiting{writers};
+      std::atomic<int> conflicts{0};
+      std::vector<std::unique_ptr<Silo::Table<Small>>> tables(writers);
+      std::vector<std::thread> starts;
+      for (auto& table : tables) {
+         starts.emplace_back([&] {
+            --waiting;
+            while (waiting > 0) {
+               std::this_thread::yield();
+            }
+            try {
+               table = std::make_unique<Silo::Table<Small>>(
+                    store_, "t", Small(), Silo::TableOptions{4, 2.0, Silo::ClockDomain::monotonic(), {}});
+            } catch (const Silo::WriterConflict&) {
+               ++conflicts;
+            }
+         });
+      }
+      for (std::thread& one : starts) {
+         one.join();
+      }
+      ASSERT_EQ(conflicts, writers - 1) << "round " << round;
+      const auto found = std::ranges::find_if(tables, [](const auto& one) { return one != nullptr; });
+      Silo::Sample<Small> kept = (*found)->sampleOrDefault("a");
+      ASSERT_EQ(kept.record.number(), static_cast<std::uint64_t>(round));
+      (*found)->recordIs("a", Small(static_cast<std::uint64_t>(round) + 1), 1.0);
+      ASSERT_EQ(Silo::TableReader<Small>(store_, "t").read("a", kept), ReadResult::ok);
+      const auto files = std::distance(std::filesystem::directory_iterator(folder_.path()), {});
+      ASSERT_EQ(files, 1) << "something was left beside the table";
+   }
 }
 
 } // namespace

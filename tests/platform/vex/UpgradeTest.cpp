@@ -22,6 +22,8 @@ class Upgrade : public testing::Test {
    Upgrade() {
       for (const char* table : TableName::all) {
          std::filesystem::copy(std::string(ZEL_TABLE_IMAGES) + "/" + table, fileOf(table));
+         std::filesystem::permissions(fileOf(table),
+                                      std::filesystem::perms(0644)); // whatever they were checked out with
       }
    }
 
