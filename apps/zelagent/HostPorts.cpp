@@ -2,16 +2,32 @@
 #include "apps/zelagent/HostPorts.h"
 
 #include "kiln/ActivityManager.h"
+#include "kiln/OperatorLog.h"
 #include "kiln/Time.h"
 #include "kiln/Trace.h"
 
 #include <algorithm>
+#include <array>
+#include <cstring>
 
 namespace ZelAgent {
 
 namespace {
 
 Kiln::TraceHandle traceHandle("HostPorts");
+
+constexpr Kiln::LogMessage hostUnreadable{
+     "ZEL_AGENT_HOST_UNREADABLE", Kiln::Severity::warning,
+     "The host's interfaces can't be looked at: %s. Their counts stand still.",
+     "The kernel's counters of some or all interfaces could not be read. Their ports stay, with the counts "
+     "and "
+     "speeds of the last look. Interfaces that come are not seen.",
+     "If the process has too many open files, see what holds them in its folder of /proc, and raise its "
+     "limit."};
+
+constexpr Kiln::LogMessage hostReadable{"ZEL_AGENT_HOST_READABLE", Kiln::Severity::notice,
+                                        "The host's interfaces are looked at again.",
+                                        "What they counted in between is in the totals.", "None."};
 
 } // namespace
 
@@ -36,7 +52,8 @@ void HostPorts::handleClock() {
    // Before the new ones, which may need the ports that become free.
    std::erase_if(ports_, [&](const auto& port) {
       const Pelt::IntfId intf{Kiln::Name(port.first)};
-      const bool isGone = !interfaces_.mirror(port.first, chip, port.second);
+      const bool isGone =
+           interfaces_.mirror(port.first, chip, port.second) == SoftChip::HostInterfaces::Mirrored::gone;
       if (isGone) {
          agent_.portDel(intf);
       } else {
@@ -48,6 +65,19 @@ void HostPorts::handleClock() {
       if (!ports_.contains(name)) {
          add(name);
       }
+   }
+   errorIs(interfaces_.takeError());
+}
+
+void HostPorts::errorIs(int error) {
+   if ((error != 0) == isTroubled_) {
+      return;
+   }
+   isTroubled_ = error != 0;
+   if (isTroubled_) {
+      Kiln::OperatorLog::instance().log(hostUnreadable, std::array<Kiln::String, 1>{std::strerror(error)});
+   } else {
+      Kiln::OperatorLog::instance().log(hostReadable, {});
    }
 }
 
@@ -64,9 +94,12 @@ void HostPorts::add(const Kiln::String& name) {
          agent_.portAdd(intf, chipName, devicePort);
          agent_.portSpeedIs(intf, interfaces_.speed(name));
          // At once: read as zeros first, the kernel's whole count would be one step of traffic.
-         interfaces_.mirror(name, chip, devicePort);
-         ports_.emplace(name, devicePort);
-         nextPlace_ = place + 1;
+         if (interfaces_.mirror(name, chip, devicePort) == SoftChip::HostInterfaces::Mirrored::done) {
+            ports_.emplace(name, devicePort);
+            nextPlace_ = place + 1;
+         } else {
+            agent_.portDel(intf);
+         }
          return;
       }
    }

@@ -10,7 +10,8 @@
 namespace ZelAgent {
 
 // Looks at the interfaces twice a second: new ones get the next free ports, those that are gone lose theirs, and the
-// counters and speeds of the others are updated. Activity thread; the agent outlives it.
+// counters and speeds of the others are updated. One that can't be looked at stays as it is; the operator log says so
+// once, and once when it is over. Activity thread; the agent outlives it.
 class HostPorts {
  public:
    HostPorts(SwitchAgent& agent, SoftChip::HostInterfaces interfaces);
@@ -20,6 +21,7 @@ class HostPorts {
  private:
    void handleClock();
    void add(const Kiln::String& name);
+   void errorIs(int error);
 
    static constexpr double tick = 0.5; // seconds
    static constexpr const char* chipName = "Zel0";
@@ -28,6 +30,7 @@ class HostPorts {
    SoftChip::HostInterfaces interfaces_;
    std::map<Kiln::String, U16> ports_; // device ports, by interface
    unsigned nextPlace_ = 0;
+   bool isTroubled_ = false; // as the log has it
    Kiln::Timer<HostPorts> clock_;
 };
 

@@ -162,8 +162,22 @@ bool readLine(std::istream& scenario, Kiln::String* line) {
 
 } // namespace
 
-ScenarioConsole::ScenarioConsole(SwitchAgent& agent, int outFd, int errorFd)
-     : agent_(agent), out_(outFd), errorFd_(errorFd) {}
+ScenarioConsole::ScenarioConsole(SwitchAgent& agent, int outFd, int errorFd, int endFd)
+     : agent_(agent), out_(outFd), error_(errorFd) {
+   out_.endFdIs(endFd);
+   error_.endFdIs(endFd);
+}
+
+// Names of a scenario may hold anything, and it may be somebody else's.
+void ScenarioConsole::print(std::string_view text) {
+   out_.write(Kiln::printableText(text));
+}
+
+void ScenarioConsole::printError(const Kiln::String& line) {
+   out_.flush(); // what was printed before the error, in case both go to one terminal
+   error_.write(Kiln::printable(line) + "\n");
+   error_.flush();
+}
 
 Kiln::String ScenarioConsole::statementsHelp() {
    constexpr std::size_t column = 48;
@@ -183,9 +197,7 @@ ScenarioConsole::Status ScenarioConsole::run(std::istream& scenario, const Kiln:
             return anyRefused_ ? commandRefused : passed;
          }
       } catch (const std::exception& error) {
-         out_.flush(); // what was printed before the error, in case both go to one terminal
-         const Kiln::String text = name + ":" + std::to_string(number) + ": " + error.what();
-         Kiln::TextOutput(errorFd_).write(Kiln::printable(text) + "\n");
+         printError(name + ":" + std::to_string(number) + ": " + error.what());
          return badStatement;
       }
       flushOutput();
@@ -204,7 +216,7 @@ bool ScenarioConsole::runNextLine(std::istream& scenario) {
 
 void ScenarioConsole::flushOutput() {
    out_.flush();
-   if (!out_.ok() && out_.error() != EPIPE) {
+   if (!out_.ok() && out_.error() != EPIPE && out_.error() != ECANCELED) {
       throw std::runtime_error(Kiln::String("cannot write the output: ") + std::strerror(out_.error()));
    }
 }
@@ -248,7 +260,9 @@ void ScenarioConsole::counters(const Words& operands) {
    const Agent::CommandSpool spool;
    const Agent::CommandResult result =
         agent_.commandRunner()->run("counters " + Kiln::joined(operands, " "), spool, "the console");
-   spool.copyTo(out_);
+   Kiln::String text(spool.size(), '\0');
+   spool.read(0, text.data(), text.size());
+   print(text);
    if (!result.ok()) {
       refuseCommand(result.error);
    }
@@ -256,8 +270,7 @@ void ScenarioConsole::counters(const Words& operands) {
 
 void ScenarioConsole::refuseCommand(const Kiln::String& problem) {
    anyRefused_ = true;
-   out_.flush(); // what was printed before the refusal
-   Kiln::TextOutput(errorFd_).write("% " + problem + "\n");
+   printError("% " + problem);
 }
 
 void ScenarioConsole::setRmon(const Words& operands) {
@@ -430,7 +443,7 @@ bool ScenarioConsole::printRecord(const Kiln::String& name, const char* table, c
    if (isCleared || isAlwaysCleared) {
       cleared = Vex::textOf(clearSample.record);
    }
-   out_.write(Vex::linesOf(Vex::textOf(sample.record), sample.info, cleared ? &*cleared : nullptr));
+   print(Vex::linesOf(Vex::textOf(sample.record), sample.info, cleared ? &*cleared : nullptr));
    return true;
 }
 
@@ -481,13 +494,13 @@ void ScenarioConsole::setQueue(const Words& operands) {
 
 void ScenarioConsole::log(const Words& /*operands*/) {
    for (const Kiln::OperatorLog::Entry& entry : Kiln::OperatorLog::instance().newEntries()) {
-      out_.print("%.6f %s\n", entry.time, Agent::logText(entry).c_str());
+      out_.print("%.6f %s\n", entry.time, Kiln::printable(Agent::logText(entry)).c_str());
    }
 }
 
 void ScenarioConsole::ringLog(const Words& /*operands*/) {
    for (const Kiln::String& line : Kiln::RingLog::instance().lines()) {
-      out_.write(line + "\n");
+      out_.write(Kiln::printable(line) + "\n");
    }
 }
 

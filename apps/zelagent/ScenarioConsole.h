@@ -14,12 +14,13 @@ class ScenarioConsole {
    // Exit statuses. After a refused command the scenario goes on; an invalid statement stops it.
    enum Status { passed = 0, commandRefused = 1, badStatement = 2 };
 
-   // Statements print to outFd, errors go to errorFd; neither is owned. The agent outlives the console.
-   ScenarioConsole(SwitchAgent& agent, int outFd, int errorFd);
+   // Statements print to outFd, errors go to errorFd. Their readers are waited for until endFd is readable. No descriptor
+   // is owned. The agent outlives the console.
+   ScenarioConsole(SwitchAgent& agent, int outFd, int errorFd, int endFd);
 
    // `name` is the scenario's in errors: "NAME:LINE: message". Not under the activity lock. Stopping the activity
    // manager ends it after the statement that is running. Throws std::runtime_error if the output cannot be written; a
-   // reader that has closed its pipe is not an error.
+   // reader that has closed its pipe, or is no longer waited for, is not an error.
    Status run(std::istream& scenario, const Kiln::String& name);
 
    // One line per statement, for --help.
@@ -73,6 +74,8 @@ class ScenarioConsole {
    void log(const Words& operands);
    void ringLog(const Words& operands);
 
+   void print(std::string_view text);
+   void printError(const Kiln::String& line);
    void refuseCommand(const Kiln::String& problem);
    template <class Record>
    bool printRecord(const Kiln::String& name, const char* table, const char* clearTable,
@@ -80,7 +83,7 @@ class ScenarioConsole {
 
    SwitchAgent& agent_;
    Kiln::TextOutput out_; // flushed after each line
-   int errorFd_;
+   Kiln::TextOutput error_;
    bool anyRefused_ = false;
    bool hasAdvanced_ = false;
 

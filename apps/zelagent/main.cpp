@@ -9,6 +9,7 @@
 #include "kiln/ActivityLock.h"
 #include "kiln/ActivityManager.h"
 #include "kiln/Choices.h"
+#include "kiln/LogOutput.h"
 #include "kiln/MappedFault.h"
 #include "kiln/OperatorLog.h"
 #include "kiln/Utf8.h"
@@ -16,7 +17,6 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
-#include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <iostream>
@@ -30,8 +30,6 @@ namespace {
 using ZelAgent::Options;
 using ZelAgent::ScenarioConsole;
 using ZelAgent::SwitchAgent;
-
-constexpr int cannotRun = 1; // exit status: invalid options, or what they ask for is not possible
 
 // For the signal handler. Set before the handler is installed, and valid until the process ends.
 Kiln::ActivityManager* signalled = nullptr;
@@ -123,7 +121,7 @@ int runScenario(const Options& options) {
    agent.createdIsKept();
    ZelAgent::ScenarioInput input(fd, endFd);
    std::istream scenario(&input);
-   const int status = ScenarioConsole(agent, STDOUT_FILENO, STDERR_FILENO).run(scenario, name);
+   const int status = ScenarioConsole(agent, STDOUT_FILENO, STDERR_FILENO, endFd).run(scenario, name);
    // Whoever ran the scenario waits for its whole output, and has to see that it was cut short.
    return endingSignal.load() != 0 ? 128 + endingSignal.load() : status;
 }
@@ -131,8 +129,20 @@ int runScenario(const Options& options) {
 // Prints log messages for the operator as they come.
 void logToStandardError() {
    Kiln::OperatorLog::instance().sinkIs([](const Kiln::OperatorLog::Entry& entry) {
-      std::fprintf(stderr, "%s\n", Kiln::printable(Agent::logText(entry)).c_str());
+      Kiln::LogOutput::standardError().write(Kiln::printable(Agent::logText(entry)) + "\n");
    });
+}
+
+// The exit status of invalid options, or of options that ask for what is not possible. A reader of the error is not
+// waited for: by now a signal may no longer end the process by itself.
+int cannotRunBecause(const char* reason) {
+   Kiln::LogOutput::standardError().write("% " + Kiln::printable(reason) + "\n");
+   return 1;
+}
+
+// One line of the agent's on standard output, which is a log too: the agent waits for no reader.
+void say(const Kiln::String& line) {
+   Kiln::LogOutput::standardOutput().write("zelagent: " + Kiln::printable(line) + "\n");
 }
 
 // Takes the socket's folder back from a start that fails.
@@ -178,15 +188,13 @@ int runAgent(const Options& options) {
       folder->made.clear();
    }
    endOnSignals();
-   std::printf("zelagent: %s, %s each, commands on %s\n", Kiln::counted(options.agent.chips, "chip").c_str(),
-               Kiln::counted(options.agent.ports, "port").c_str(), socketPath.c_str());
+   say(Kiln::counted(options.agent.chips, "chip") + ", " + Kiln::counted(options.agent.ports, "port") +
+       " each, commands on " + socketPath);
    if (readChannel) {
-      std::printf("zelagent: %s may read on %s\n", Agent::groupName(*options.readGroup).c_str(),
-                  options.readSocketPath.c_str());
+      say(Agent::groupName(*options.readGroup) + " may read on " + options.readSocketPath);
    }
    if (hostPorts) {
-      std::printf("zelagent: ports are the host's: %s\n",
-                  Kiln::printable(Kiln::joined(hostPorts->names(), ", ")).c_str());
+      say("ports are the host's: " + Kiln::joined(hostPorts->names(), ", "));
    }
    manager->run();
    return 0;
@@ -199,8 +207,6 @@ int main(int argc, char** argv) {
    std::signal(SIGPIPE, SIG_IGN);
    Kiln::surviveMappedFaults();
    openStandardStreams();
-   // Line by line, so that text written through descriptors and through streams appears in its order.
-   std::setvbuf(stdout, nullptr, _IOLBF, 0);
    try {
       const Options options = ZelAgent::parseOptions({argv + 1, static_cast<std::size_t>(argc - 1)});
       if (options.help) {
@@ -215,10 +221,9 @@ int main(int argc, char** argv) {
       }
       return options.scenario ? runScenario(options) : runAgent(options);
    } catch (const std::bad_alloc&) {
-      std::cerr << "% not enough memory: start with fewer chips, pipes or ports, or allow the process more\n";
-      return cannotRun;
+      return cannotRunBecause(
+           "not enough memory: start with fewer chips, pipes or ports, or allow the process more");
    } catch (const std::exception& error) {
-      std::cerr << "% " << Kiln::printable(error.what()) << '\n';
-      return cannotRun;
+      return cannotRunBecause(error.what());
    }
 }

@@ -5,12 +5,15 @@
 #include "agent/CommandSocket.h"
 #include "agent/ListeningSocket.h"
 #include "kiln/ActivityLock.h"
+#include "kiln/OperatorLog.h"
 #include "kiln/RingLog.h"
 #include "kiln/Timer.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -44,6 +47,23 @@ Kiln::String tail(const Kiln::String& error) {
    return text + '\n';
 }
 
+// Answers a client that is not served.
+void refuse(const Kiln::OwnedFd& connection, const Kiln::String& error) {
+   const Kiln::String answer = head() + tail(error);
+   // Not repeated: so short an answer fits into a new socket's buffer, and a client that has gone misses nothing.
+   [[maybe_unused]] const auto sent = send(connection.fd(), answer.data(), answer.size(), MSG_NOSIGNAL);
+}
+
+constexpr Kiln::LogMessage clientsRefused{
+     "AGENT_COMMANDS_REFUSED", Kiln::Severity::warning, "Clients on %s are refused: %s.",
+     "A client could not be connected, so its command was not run. Counting and publishing go on.",
+     "If the process has too many open files, see what holds them in its folder of /proc, and raise its "
+     "limit."};
+
+constexpr Kiln::LogMessage clientsTaken{"AGENT_COMMANDS_TAKEN", Kiln::Severity::notice,
+                                        "Clients on %s are served again.", "Commands are run as usual.",
+                                        "None."};
+
 } // namespace
 
 class CommandChannel::Listener : public Kiln::ActivityManager::Descriptor {
@@ -54,19 +74,17 @@ class CommandChannel::Listener : public Kiln::ActivityManager::Descriptor {
       wantsIs(true, false);
    }
 
+   // Not all that wait: whoever connects without end must not keep the loop from its clocks.
    void onReady(bool /*readable*/, bool /*writable*/) override {
-      for (;;) {
-         Kiln::OwnedFd accepted(accept4(fd(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+      for (unsigned i = 0; i < acceptsPerTurn; ++i) {
+         Kiln::OwnedFd accepted = nextConnection();
          if (accepted.isOpen()) {
+            troubleIs("");
             channel_->handleConnection(std::move(accepted));
          } else if (errno == EAGAIN) {
             return;
          } else if (errno != EINTR && errno != ECONNABORTED) {
-            // Out of descriptors. The connection stays pending and the socket readable: without a pause the loop would
-            // spin.
-            KILN_RINGLOG("command channel: cannot accept: " << std::strerror(errno));
-            wantsIs(false, false);
-            pause_.timeMinIs(Kiln::System::currentTime() + acceptPause);
+            handleTrouble(std::strerror(errno));
             return;
          }
       }
@@ -74,10 +92,48 @@ class CommandChannel::Listener : public Kiln::ActivityManager::Descriptor {
 
  private:
    static constexpr double acceptPause = 1.0; // seconds
+   static constexpr unsigned acceptsPerTurn = 16;
+
+   Kiln::OwnedFd nextConnection() const {
+      return Kiln::OwnedFd(accept4(fd(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+   }
+
+   static Kiln::OwnedFd spare() { return Kiln::OwnedFd(open("/dev/null", O_RDONLY | O_CLOEXEC)); }
+
+   // Mostly no descriptor is left. The client gets the one that was kept for it, to hear why it is not served.
+   void handleTrouble(const Kiln::String& reason) {
+      if (reserve_.isOpen()) {
+         reserve_ = {};
+         // None if nobody waits any more: without a descriptor, accept() looks no further.
+         if (const Kiln::OwnedFd refused = nextConnection(); refused.isOpen()) {
+            refuse(refused, "the agent has no descriptors left: try again later");
+            troubleIs(reason);
+         }
+      } else {
+         // The connection stays pending and the socket readable: without a pause the loop would spin.
+         wantsIs(false, false);
+         pause_.timeMinIs(Kiln::System::currentTime() + acceptPause);
+         troubleIs(reason);
+      }
+      reserve_ = spare();
+   }
+
+   // Why there is no connection; empty if there is one. Said once, and once when it is over.
+   void troubleIs(const Kiln::String& trouble) {
+      if (!trouble.empty() && !isTroubled_) {
+         Kiln::OperatorLog::instance().log(clientsRefused,
+                                           std::array<Kiln::String, 2>{channel_->path_, trouble});
+      } else if (trouble.empty() && isTroubled_) {
+         Kiln::OperatorLog::instance().log(clientsTaken, std::array<Kiln::String, 1>{channel_->path_});
+      }
+      isTroubled_ = !trouble.empty();
+   }
 
    void handlePauseEnd() { wantsIs(true, false); }
 
    CommandChannel* channel_;
+   Kiln::OwnedFd reserve_ = spare();
+   bool isTroubled_ = false; // as the log has it
    Kiln::OwnedFd socket_;
    Kiln::Timer<Listener> pause_;
 };
@@ -268,9 +324,7 @@ void CommandChannel::handleConnection(Kiln::OwnedFd connection) {
       clients_.push_back(std::make_unique<Client>(this, std::move(connection)));
       return;
    }
-   const Kiln::String answer = head() + tail("too many clients at once: try again later");
-   // Not repeated: so short an answer fits into a new socket's buffer, and a client that has gone misses nothing.
-   [[maybe_unused]] const auto sent = send(connection.fd(), answer.data(), answer.size(), MSG_NOSIGNAL);
+   refuse(connection, "too many clients at once: try again later");
 }
 
 // Mostly called by the client itself, which must not touch itself afterwards.

@@ -28,6 +28,8 @@ std::optional<unsigned> protocolVersionOf(std::string_view word);
 constexpr char endMark = '\0';
 constexpr std::string_view doneText = "done";
 constexpr std::size_t commandLineLimit = 4096; // bytes, newline included
+constexpr std::size_t answerFrameLimit =
+     64U << 10U; // bytes of an answer besides its text, of which an error has most
 
 // $ZEL_SOCKET; else zelagent/socket below $XDG_RUNTIME_DIR, below /run for root, else
 // /tmp/zelagent-UID/socket.

@@ -1,7 +1,6 @@
 // The logs as lines of text and as one JSON document.
 #include "agent/LogCommand.h"
 
-#include "agent/CommandRunner.h"
 #include "kiln/Choices.h"
 #include "kiln/JsonWriter.h"
 #include "kiln/RingLog.h"

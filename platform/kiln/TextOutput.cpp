@@ -1,17 +1,17 @@
 // Gathers text and writes it, whatever the descriptor does.
 #include "kiln/TextOutput.h"
 
+#include "kiln/LogOutput.h"
+#include "kiln/PipeWrite.h"
+
 #include <cerrno>
 #include <charconv>
-#include <csignal>
+#include <climits>
 #include <cstdarg>
 #include <cstdio>
 #include <poll.h>
-#include <unistd.h>
 
 namespace Kiln {
-
-TextOutput::TextOutput(int fd, bool echo) : fd_(fd), echo_(echo) {}
 
 TextOutput::~TextOutput() {
    flush();
@@ -65,43 +65,31 @@ void TextOutput::number(S64 value, unsigned width) {
    appendNumber(value, width);
 }
 
-namespace {
-
-// Like write(2), but a closed pipe gives EPIPE only. The library must not change the process's signal handling, so this
-// thread blocks SIGPIPE for the write, and removes the one that the write raised; one that was pending before stays.
-ssize_t writeWithoutSignal(int fd, std::string_view text) {
-   sigset_t pipeSignal;
-   sigset_t before;
-   sigset_t pending;
-   sigemptyset(&pipeSignal);
-   sigaddset(&pipeSignal, SIGPIPE);
-   sigpending(&pending);
-   pthread_sigmask(SIG_BLOCK, &pipeSignal, &before);
-   const ssize_t written = ::write(fd, text.data(), text.size());
-   const int error = errno;
-   if (written < 0 && error == EPIPE && sigismember(&pending, SIGPIPE) == 0) {
-      const timespec atOnce{};
-      sigtimedwait(&pipeSignal, nullptr, &atOnce);
+// Returns false if the wait was given up.
+bool TextOutput::awaitRoom() const {
+   pollfd watched[] = {{fd_, POLLOUT, 0}, {endFd_, POLLIN, 0}};
+   while (poll(watched, std::size(watched), -1) < 0 && errno == EINTR) {
    }
-   pthread_sigmask(SIG_SETMASK, &before, nullptr);
-   errno = error;
-   return written;
+   // What there is room for is written even then: a reader that is there gets all.
+   return watched[0].revents != 0;
 }
-
-} // namespace
 
 void TextOutput::flush() {
    std::string_view left = buffer_;
    if (echo_) {
-      std::fwrite(left.data(), 1, left.size(), stdout);
+      LogOutput::standardOutput().write(left);
    }
    while (ok() && !left.empty()) {
-      const ssize_t written = writeWithoutSignal(fd_, left);
+      if (endFd_ >= 0 && !awaitRoom()) {
+         error_ = ECANCELED;
+         break;
+      }
+      // A pipe that has room at all has it for this much, so that the write does not wait.
+      const ssize_t written = writeWithoutSignal(fd_, endFd_ >= 0 ? left.substr(0, PIPE_BUF) : left);
       if (written > 0) {
          left.remove_prefix(static_cast<std::size_t>(written));
       } else if (written < 0 && errno == EAGAIN) {
-         pollfd wait{fd_, POLLOUT, 0};
-         ::poll(&wait, 1, -1);
+         awaitRoom();
       } else if (written == 0) {
          // Neither progress nor an error: it would be tried for ever.
          error_ = EIO;

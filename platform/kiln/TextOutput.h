@@ -13,12 +13,16 @@ namespace Kiln {
 
 class TextOutput {
  public:
-   // Does not own the descriptor. With `echo`, standard output gets the same text.
-   explicit TextOutput(int fd, bool echo = false);
+   // Does not own the descriptor. With `echo`, standard output gets the same text, as a log.
+   explicit TextOutput(int fd, bool echo = false) : fd_(fd), echo_(echo) {}
    TextOutput(const TextOutput&) = delete;
    TextOutput& operator=(const TextOutput&) = delete;
    // Flushes.
    ~TextOutput();
+
+   // A descriptor, not owned. When it is readable, a reader is no longer waited for: error() is then ECANCELED. -1 for
+   // none.
+   void endFdIs(int endFd) { endFd_ = endFd; }
 
    bool ok() const noexcept { return error_ == 0; }
    // Why it takes no more, as an errno value; 0 while it does.
@@ -34,11 +38,13 @@ class TextOutput {
  private:
    template <class Integer>
    void appendNumber(Integer value, unsigned width);
+   bool awaitRoom() const;
 
    static constexpr std::size_t pieceSize = 64 * 1024;
 
    int fd_;
    bool echo_;
+   int endFd_ = -1;
    int error_ = 0;
    String buffer_;
 };

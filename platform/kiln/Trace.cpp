@@ -1,7 +1,9 @@
 // The registry of trace handles and the settings that apply to them.
 #include "kiln/Trace.h"
 
+#include "kiln/LogOutput.h"
 #include "kiln/Time.h"
+#include "kiln/Utf8.h"
 
 #include <charconv>
 #include <cstdio>
@@ -87,9 +89,11 @@ TraceHandle::TraceHandle(const char* name) : name_(name) {
 }
 
 void TraceHandle::write(unsigned level, std::string_view text) const {
+   char head[64];
+   std::snprintf(head, sizeof head, "%.6f ", System::currentTime());
    // One call per line, so that the lines of several threads do not mix.
-   std::fprintf(stderr, "%.6f %s/%u %.*s\n", System::currentTime(), name_, level,
-                static_cast<int>(text.size()), text.data());
+   LogOutput::standardError().write(head + String(name_) + "/" + std::to_string(level) + " " +
+                                    printable(text) + "\n");
 }
 
 bool traceSettingIs(std::string_view text, String* error) {

@@ -1,5 +1,5 @@
-// Trace: development diagnostics by source file and level, switched at run time and written to standard
-// error.
+// Trace: development diagnostics by source file and level, switched at run time and written to standard error, which
+// is never waited for.
 //
 //    static Kiln::TraceHandle traceHandle("ZelCounters");
 //    KILN_TRACE(4, "updateCounters, intf: " << intf);

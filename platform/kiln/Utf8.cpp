@@ -1,4 +1,4 @@
-// Decodes UTF-8.
+// Decodes UTF-8, and makes text harmless.
 #include "kiln/Utf8.h"
 
 namespace Kiln {
@@ -12,6 +12,21 @@ std::size_t lengthByLead(unsigned char lead) {
 
 bool isContinuation(char byte) {
    return (static_cast<unsigned char>(byte) & 0xc0U) == 0x80;
+}
+
+String harmless(std::string_view text, std::string_view allowedControls) {
+   String shown;
+   shown.reserve(text.size());
+   for (std::size_t at = 0; at < text.size();) {
+      const CodePoint one = codePointAt(text, at);
+      if (one.isValid && (!one.isControl() || allowedControls.find(text[at]) != std::string_view::npos)) {
+         shown.append(text, at, one.length);
+      } else {
+         shown += '?';
+      }
+      at += one.length;
+   }
+   return shown;
 }
 
 } // namespace
@@ -37,17 +52,11 @@ CodePoint codePointAt(std::string_view text, std::size_t at) {
 }
 
 String printable(std::string_view text) {
-   String shown;
-   for (std::size_t at = 0; at < text.size();) {
-      const CodePoint one = codePointAt(text, at);
-      if (one.isValid && !one.isControl()) {
-         shown += text.substr(at, one.length);
-      } else {
-         shown += '?';
-      }
-      at += one.length;
-   }
-   return shown;
+   return harmless(text, {});
+}
+
+String printableText(std::string_view text) {
+   return harmless(text, "\n\t");
 }
 
 } // namespace Kiln

@@ -19,8 +19,11 @@ struct CodePoint {
 // goes on with the next byte.
 CodePoint codePointAt(std::string_view text, std::size_t at);
 
-// The text with '?' for what must not be sent to a terminal: control characters (C0 and C1), line breaks among them, and
-// bytes that are not valid UTF-8.
+// The text as one line with '?' for what a terminal might obey: control characters (C0, DEL, C1), and bytes that are
+// not valid UTF-8, since a terminal without UTF-8 takes 0x80 to 0x9f for C1.
 String printable(std::string_view text);
+
+// The same for text of several lines: newlines and tabs stay.
+String printableText(std::string_view text);
 
 } // namespace Kiln

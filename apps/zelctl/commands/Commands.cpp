@@ -121,7 +121,7 @@ WatchRound fetchRound(const Client& client, const Words& words, Signals* signals
       const String plain = blamesJson ? client.ask(line, signals, patience).error : "";
       return {{}, plain.empty() ? answer.error : plain};
    } catch (const std::exception& error) {
-      return {{}, String("% ") + error.what()};
+      return {{}, "% " + printable(error.what())};
    }
 }
 

@@ -2,10 +2,12 @@
 #include "apps/zelctl/connection/AgentConnection.h"
 
 #include "agent/CommandSocket.h"
+#include "agent/CommandSpool.h"
 #include "apps/zelctl/terminal/Terminal.h"
 #include "kiln/Choices.h"
 #include "kiln/OwnedFd.h"
 #include "kiln/Time.h"
+#include "kiln/Utf8.h"
 
 #include <cerrno>
 #include <cmath>
@@ -26,6 +28,21 @@ namespace {
 using Paths = std::vector<Kiln::String>;
 
 constexpr int connectTimeout = 5; // seconds
+// An agent's text, and what it has around that.
+constexpr std::size_t answerLimit = Agent::CommandSpool::sizeLimit + Agent::answerFrameLimit; // bytes
+
+// A socket on which somebody answers who is not to be believed.
+struct Stranger {
+   Kiln::String path;
+   uid_t user;
+};
+
+Kiln::String strangerText(const Stranger& stranger) {
+   const Kiln::String theirs = Agent::userName(stranger.user);
+   return "the agent on " + stranger.path + " is run by " + theirs + ", not by root" +
+          (geteuid() == 0 ? "" : " or " + Agent::userName(geteuid())) + ": if that is meant, run zelctl as " +
+          theirs;
+}
 
 // What a user without the right to open these sockets can do: become who may, or join the group of a socket for readers.
 Kiln::String deniedText(const Paths& denied) {
@@ -47,27 +64,30 @@ class Connection {
  public:
    Connection(Signals* signals, const Patience& patience)
         : signals_(signals), patience_(patience),
-          end_(Kiln::System::monotonicTime() + (patience.inAll > 0 ? patience.inAll : never)),
-          socket_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-      if (!socket_.isOpen()) {
-         throw std::runtime_error(Kiln::String("cannot create a socket: ") + std::strerror(errno));
-      }
-   }
+          end_(Kiln::System::monotonicTime() + (patience.inAll > 0 ? patience.inAll : never)) {}
 
-   // Connects to the first of the paths on which an agent answers.
+   // Connects to the first of the paths on which an agent of this user's, or of root's, answers. In a folder that all
+   // may write to, such as /tmp, anybody may listen.
    void open(const Paths& paths) {
       Paths denied;
+      std::optional<Stranger> stranger;
       for (const Kiln::String& path : paths) {
          path_ = path;
          const int error = connectToPath();
          if (error == 0) {
-            return;
-         }
-         if (error == EACCES || error == EPERM) {
+            const uid_t user = peer();
+            if (user == 0 || user == geteuid()) {
+               return;
+            }
+            stranger = Stranger{path, user};
+         } else if (error == EACCES || error == EPERM) {
             denied.push_back(path);
          } else if (error != ENOENT && error != ECONNREFUSED && error != ENOTDIR && error != ENOTSOCK) {
             throw std::runtime_error("cannot connect to the agent on " + path + ": " + std::strerror(error));
          }
+      }
+      if (stranger) {
+         throw std::runtime_error(strangerText(*stranger));
       }
       throw std::runtime_error(denied.empty() ? "no agent answers on " + Kiln::choices(paths) +
                                                      ": start one with 'zelagent', or name its socket with "
@@ -98,6 +118,11 @@ class Connection {
       for (;;) {
          awaitBytes();
          const ssize_t got = recv(socket_.fd(), bytes, sizeof bytes, 0);
+         if (got > 0 && all.size() + static_cast<std::size_t>(got) > answerLimit) {
+            throw std::runtime_error("the agent on " + path_ + " answers with more than " +
+                                     std::to_string(Agent::CommandSpool::sizeLimit >> 20U) +
+                                     " MiB, which no agent does: find out who listens there");
+         }
          if (got > 0) {
             all.append(bytes, static_cast<std::size_t>(got));
          } else if (got == 0 || errno == ECONNRESET) {
@@ -112,6 +137,16 @@ class Connection {
  private:
    static constexpr int never = std::numeric_limits<int>::max(); // seconds
    static constexpr int silence = 1; // seconds, after which a person should know what is waited for
+
+   // Who listens, as the kernel has noted it.
+   uid_t peer() const {
+      ucred credentials{};
+      socklen_t size = sizeof credentials;
+      if (getsockopt(socket_.fd(), SOL_SOCKET, SO_PEERCRED, &credentials, &size) != 0) {
+         throw std::runtime_error("cannot tell who runs the agent on " + path_ + ": " + std::strerror(errno));
+      }
+      return credentials.uid;
+   }
 
    void awaitBytes() {
       const double began = Kiln::System::monotonicTime();
@@ -153,6 +188,11 @@ class Connection {
    int connectToPath() {
       const int bound =
            std::min({patience_.perByte, connectTimeout, patience_.inAll > 0 ? patience_.inAll : never});
+      // Anew for each path: the last one may be connected to a stranger.
+      socket_ = Kiln::OwnedFd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+      if (!socket_.isOpen()) {
+         throw std::runtime_error(Kiln::String("cannot create a socket: ") + std::strerror(errno));
+      }
       int error = connectWithin(silence);
       if (error == EAGAIN && bound > silence) {
          sayWaiting();
@@ -209,9 +249,12 @@ Answer ask(const Paths& socketPaths, const Kiln::String& line, Signals* signals,
       Connection connection(signals, patience);
       connection.open(socketPaths);
       connection.send(Agent::protocolWord() + " " + line);
-      return answerIn(connection.receive(), connection.path());
+      Answer answer = answerIn(connection.receive(), connection.path());
+      answer.text = Kiln::printableText(answer.text);
+      answer.error = Kiln::printable(answer.error);
+      return answer;
    } catch (const std::exception& error) {
-      return {"", Kiln::String("% ") + error.what()};
+      return {"", "% " + Kiln::printable(error.what())};
    }
 }
 

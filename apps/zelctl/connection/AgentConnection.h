@@ -8,7 +8,8 @@
 
 namespace ZelCtl {
 
-// An agent's answer: its text, and for a refused command the line that says why, which begins "% ".
+// An agent's answer: its text, and for a refused command the line that says why, which begins "% ". Neither holds
+// anything that a terminal might obey.
 struct Answer {
    Kiln::String text;
    Kiln::String error; // without its newline; empty when the command was carried out
@@ -24,9 +25,10 @@ struct Patience {
    bool isSaid = true;     // after a second of silence, standard error says that the agent is waited for
 };
 
-// Sends one command line to the first agent that answers on one of the sockets, and returns the whole answer. An agent that does not answer, or not
-// in time, or that ends before its answer is complete, or that speaks another version of the protocol, is reported in
-// Answer::error, as is Ctrl-C, which is noticed only if `signals` is not null.
+// Sends one command line to the first agent that answers on one of the sockets, and returns the whole answer. Whoever
+// listens there is asked only if it is root or this process's user. An agent that does not answer, or not in time, or
+// with more than any agent sends, or that ends before its answer is complete, or that speaks another version of the
+// protocol, is reported in Answer::error, as is Ctrl-C, which is noticed only if `signals` is not null.
 Answer ask(const std::vector<Kiln::String>& socketPaths, const Kiln::String& line, Signals* signals,
            const Patience& patience = {});
 

@@ -282,50 +282,90 @@ class HostileClient : public ZelTest::SocketClient {
    }
 };
 
-TEST_F(CommandFuzz, SurvivesWhateverClientsSend) {
-   const ZelTest::TemporaryFolder folder;
-   const String path = folder.path() + "/socket";
-   const Kiln::Ptr<Kiln::ActivityManager> manager = Kiln::ActivityManager::instance();
-   auto channel = Kiln::allocate<Agent::CommandChannel>(manager, agent_->commandRunner(), path);
-   std::thread loop([&] { manager->run(); });
-   const Words starts = {"zel/2 counters show mac",  "zel/2 counters show table",
-                         "zel/2 counters clear mac", "zel/2 counters show mac intf Ethernet1 nonzero",
-                         "counters show drop",       "zel/"};
-   std::vector<std::unique_ptr<HostileClient>> open;
-   for (U64 round = 0; round < lines_ / 100; ++round) {
-      if (open.size() > 20) { // more than the agent serves at once
-         open.clear();
+// Half lines, long lines, NULs, clears in any disguise; clients that read nothing, or leave, and more of them than are
+// served at once.
+class HostileClients : public CommandFuzz {
+ protected:
+   HostileClients() {
+      const auto runner = agent_->commandRunner();
+      channel_ = Kiln::allocate<Agent::CommandChannel>(manager_, runner, path_);
+      readers_ =
+           Kiln::allocate<Agent::CommandChannel>(manager_, runner, readPath_, Agent::CommandChannelLimits{},
+                                                 Agent::CommandReaders{getgid(), path_});
+      loop_ = std::thread([this] { manager_->run(); });
+   }
+   ~HostileClients() override {
+      manager_->stop();
+      loop_.join();
+   }
+
+   String hostileBytes() {
+      static const Words starts = {"zel/2 counters show mac", "zel/2 counters show table",
+                                   "zel/2 counters show mac intf Ethernet1 nonzero", "counters show drop",
+                                   "zel/"};
+      static const std::vector<Words> clears = {
+           {"clear"},         {"clear", "mac"}, {"clear", "mac", "intf", anIntf},
+           {"clear", "drop"}, {"clear", "pdp"}, {"clear", "table", aTable}};
+      if (random_.oneIn(2)) {
+         const String clear = spell(random_.oneOf(clears));
+         return "zel/2 " + (random_.oneIn(4) ? clear : mutated(clear)) + "\n";
       }
-      const auto& client = open.emplace_back(std::make_unique<HostileClient>(path));
       String bytes = random_.oneIn(2) ? random_.oneOf(starts) : "";
       if (!random_.oneIn(4)) {
          bytes += randomBytes(random_.oneIn(4) ? 3 * Agent::commandLineLimit : 100);
       }
-      if (random_.oneIn(2)) {
-         bytes += '\n';
-      }
-      const std::size_t half = random_.below(bytes.size() + 1);
-      client->send(bytes.substr(0, half));
-      client->send(bytes.substr(half));
-      if (random_.oneIn(2)) {
-         client->endSending();
-         client->receive(); // an answer comes, whatever was sent
-      }
-      if (random_.oneIn(2)) {
-         open.pop_back();
-      }
+      return bytes + (random_.oneIn(2) ? "\n" : "");
    }
-   open.clear();
-   String answer;
-   do { // until the agent has noticed which clients left
-      const HostileClient plain(path);
-      plain.send("zel/2 counters show mac intf Ethernet1\n");
-      answer = plain.receive();
-   } while (answer.find("too many clients at once") != String::npos);
-   EXPECT_EQ(answer.substr(0, 26), "zel/2\nIntf Ethernet1 (0):\n");
-   manager->stop();
-   loop.join();
-   channel = nullptr;
+
+   void attack(const String& path) {
+      std::vector<std::unique_ptr<HostileClient>> open;
+      for (U64 round = 0; round < lines_ / 40; ++round) {
+         if (open.size() > 20) { // more than the agent serves at once
+            open.clear();
+         }
+         const auto& client = open.emplace_back(std::make_unique<HostileClient>(path));
+         const String bytes = hostileBytes();
+         const std::size_t half = random_.below(bytes.size() + 1);
+         client->send(bytes.substr(0, half));
+         client->send(bytes.substr(half));
+         if (random_.oneIn(2)) {
+            client->endSending();
+            client->receive(); // an answer comes, whatever was sent
+         }
+         if (random_.oneIn(2)) {
+            open.pop_back();
+         }
+      }
+      open.clear();
+      String answer;
+      do { // until the agent has noticed which clients left
+         const HostileClient plain(path);
+         plain.send("zel/2 counters show mac intf Ethernet1\n");
+         answer = plain.receive();
+      } while (answer.find("too many clients at once") != String::npos);
+      EXPECT_EQ(answer.substr(0, 26), "zel/2\nIntf Ethernet1 (0):\n");
+   }
+
+   // Who has cleared something.
+   bool isCleared() { return run("counters show json").text.find("\"cleared-by\":\"") != String::npos; }
+
+   const ZelTest::TemporaryFolder folder_;
+   const String path_ = folder_.path() + "/socket";
+   const String readPath_ = folder_.path() + "/read-socket";
+   const Kiln::Ptr<Kiln::ActivityManager> manager_ = Kiln::ActivityManager::instance();
+   Kiln::Ptr<Agent::CommandChannel> channel_;
+   Kiln::Ptr<Agent::CommandChannel> readers_;
+   std::thread loop_;
+};
+
+TEST_F(HostileClients, ChangeNothingOnTheSocketForReaders) {
+   attack(readPath_);
+   EXPECT_FALSE(isCleared());
+}
+
+TEST_F(HostileClients, AreSurvivedOnTheAgentsOwnSocket) {
+   attack(path_);
+   EXPECT_TRUE(isCleared()) << "some of what they send are clears";
 }
 
 } // namespace

@@ -4,6 +4,7 @@
 #include "silo/TableReader.h"
 #include "tests/apps/zelagent/AgentRig.h"
 #include "tests/support/LoggedMessages.h"
+#include "tests/support/NoDescriptors.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <filesystem>
@@ -117,6 +118,31 @@ TEST_F(HostPorts, FollowsInterfacesThatComeAndGo) {
    EXPECT_EQ(total("wlan0", "in-octets"), 10U);
    EXPECT_EQ(total("wlan0", "in-errors"), 0U);
    EXPECT_EQ(hostPorts_->names(), (std::vector<String>{"lo", "wlan0"}));
+}
+
+TEST_F(HostPorts, KeepsWhatItCannotLookAtAndSaysSoOnce) {
+   counts("eth0", {{"rx_bytes", 1000}});
+   std::ofstream(folder_.path() + "/eth0/speed") << "100\n";
+   begin();
+   poll();
+   ZelTest::LoggedMessages messages;
+   {
+      const ZelTest::NoDescriptors none;
+      poll();
+      poll();
+   }
+   EXPECT_EQ(hostPorts_->names(), (std::vector<String>{"eth0"}));
+   EXPECT_EQ(speed("eth0"), 100'000'000U);
+   EXPECT_EQ(total("eth0", "in-octets"), 1000U);
+   EXPECT_EQ(messages.take(),
+             (std::vector<String>{"ZEL_AGENT_HOST_UNREADABLE The host's interfaces can't be looked at: "
+                                  "Too many open files. Their counts stand still."}));
+   counts("eth0", {{"rx_bytes", 3000}});
+   poll();
+   poll();
+   EXPECT_EQ(total("eth0", "in-octets"), 3000U);
+   EXPECT_EQ(messages.take(),
+             (std::vector<String>{"ZEL_AGENT_HOST_READABLE The host's interfaces are looked at again."}));
 }
 
 TEST_F(HostPorts, UnicastFramesAreComparedWithTheSameInterfacesOnly) {

@@ -1,4 +1,4 @@
-// Answers that end early, in another version, or late.
+// Answers that end early, in another version, or late, or that come from somebody who is not to be believed.
 #include "apps/zelctl/connection/AgentConnection.h"
 
 #include "agent/CommandChannel.h"
@@ -7,6 +7,7 @@
 #include "kiln/TextOutput.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/ErrorText.h"
+#include "tests/support/Pipe.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <csignal>
@@ -14,6 +15,7 @@
 #include <set>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -28,9 +30,10 @@ class AgentConnection : public testing::Test {
       EXPECT_EQ(listen(listening_.fd(), 8), 0);
    }
 
-   // Runs the function beside an agent that takes this line, sends these bytes and closes the connection.
+   // Runs the function beside an agent that takes this line, sends these bytes and closes the connection. Its status
+   // is 1 if it could not do that.
    template <class Function>
-   auto beside(const String& expected, const String& bytes, Function function) {
+   auto beside(const String& expected, const String& bytes, Function function, int agentStatus = 0) {
       const pid_t agent = ZelTest::spawn([&] {
          const int client = accept(listening_.fd(), nullptr, nullptr);
          char line[64];
@@ -39,7 +42,7 @@ class AgentConnection : public testing::Test {
          return isRight && write(client, bytes.data(), bytes.size()) == ssize_t(bytes.size()) ? 0 : 1;
       });
       auto result = function();
-      EXPECT_EQ(ZelTest::statusOf(agent), 0);
+      EXPECT_EQ(ZelTest::statusOf(agent), agentStatus);
       return result;
    }
 
@@ -93,6 +96,66 @@ TEST_F(AgentConnection, SaysWhatToUpgrade) {
    EXPECT_EQ(answerTo(String(1, '\0') + "% unknown command 'zel/2': expected counters\n").error, older);
    EXPECT_EQ(answerTo("Intf Ethernet1 (0):\n").error, older);
    EXPECT_EQ(answerTo("zel/3\nwhatever\n").error, newer);
+}
+
+TEST_F(AgentConnection, GivesNothingThatATerminalMightObey) {
+   const ZelCtl::Answer answer = answerTo("zel/2\na\tb \x1b[2J\x7f\r\x9bm \xc2\x9bm \xc3\xa4\n" +
+                                          String(1, '\0') + "% no\x9b\x1b\n\xc2\x85\n");
+   EXPECT_EQ(answer.text, "a\tb ?[2J???m ?m \xc3\xa4\n");
+   EXPECT_EQ(answer.error, "% no????");
+   EXPECT_EQ(ZelCtl::ask({folder_.path() + "/\x1b[2J\x9b"}, "show", nullptr).error.find_first_of("\x1b\x9b"),
+             String::npos);
+}
+
+TEST_F(AgentConnection, EndsAnAnswerThatIsLongerThanAnyAgents) {
+   const std::size_t longest = Agent::CommandSpool::sizeLimit;
+   const String end("\0done\n", 6);
+   EXPECT_EQ(answerTo("zel/2\n" + String(longest, 'x') + end).text.size(), longest);
+   const auto askIt = [this] { return ZelCtl::ask({path_}, "show", nullptr); };
+   const ZelCtl::Answer answer =
+        beside("zel/2 show\n", "zel/2\n" + String(longest + (1U << 20U), 'x') + end, askIt, 1);
+   EXPECT_EQ(answer.text, "");
+   EXPECT_EQ(answer.error,
+             "% the agent on " + path_ +
+                  " answers with more than 64 MiB, which no agent does: find out who listens there");
+}
+
+TEST_F(AgentConnection, EndsWhenNothingComes) {
+   EXPECT_EQ(ZelCtl::ask({path_}, "show", nullptr, {.perByte = 1, .isSaid = false}).error,
+             "% the agent on " + path_ + " did not answer within 1 second: try again");
+   EXPECT_EQ(ZelCtl::Patience().perByte, 30);
+}
+
+TEST_F(AgentConnection, IsToNoOtherUsersAgentThanRoots) {
+   if (geteuid() != 0) {
+      GTEST_SKIP() << "only root can be somebody else";
+   }
+   ASSERT_EQ(chmod(folder_.path().c_str(), 0777), 0);
+   const String theirs = folder_.path() + "/theirs";
+   const ZelTest::Pipe listens;
+   const pid_t stranger = ZelTest::spawn([&] {
+      const Agent::SocketAddress address(theirs);
+      const Kiln::OwnedFd listening(socket(AF_UNIX, SOCK_STREAM, 0));
+      const bool isListening = setuid(65534) == 0 &&
+                               bind(listening.fd(), address.any(), address.length()) == 0 &&
+                               listen(listening.fd(), 8) == 0 && write(listens.writer.fd(), "x", 1) == 1;
+      char line[64];
+      for (int i = 0; i < 2; ++i) { // neither client sends anything
+         const Kiln::OwnedFd client(accept(listening.fd(), nullptr, nullptr));
+         if (!isListening || recv(client.fd(), line, sizeof line, 0) != 0) {
+            return 1;
+         }
+      }
+      return 0;
+   });
+   char byte = 0;
+   ASSERT_EQ(read(listens.reader.fd(), &byte, 1), 1);
+   EXPECT_EQ(ZelCtl::ask({theirs}, "show", nullptr).error,
+             "% the agent on " + theirs +
+                  " is run by nobody, not by root: if that is meant, run zelctl as nobody");
+   const auto askBoth = [&] { return ZelCtl::ask({theirs, path_}, "show", nullptr).text; };
+   EXPECT_EQ(beside("zel/2 show\n", String("zel/2\nhere\n\0done\n", 17), askBoth), "here\n");
+   EXPECT_EQ(ZelTest::statusOf(stranger), 0);
 }
 
 // Prints more than sockets hold; the process kills itself so many turns of its loop later.

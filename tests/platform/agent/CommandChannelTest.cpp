@@ -6,6 +6,8 @@
 #include "kiln/ActivityLock.h"
 #include "kiln/TextOutput.h"
 #include "tests/support/ErrorText.h"
+#include "tests/support/LoggedMessages.h"
+#include "tests/support/NoDescriptors.h"
 #include "tests/support/SimulatedTime.h"
 #include "tests/support/SocketClient.h"
 #include "tests/support/TemporaryFolder.h"
@@ -274,6 +276,27 @@ TEST_F(CommandChannel, RefusesMoreClientsAndMoreWaitingTextThanItsLimits) {
    EXPECT_EQ(ask("test say x"), done("x\n"));
 }
 
+TEST_F(CommandChannel, RefusesTheNewestClientWithoutDescriptorsAndSaysSoOnce) {
+   start();
+   EXPECT_EQ(ask("test say x"), done("x\n"));
+   while (clientCount() > 0) {
+   }
+   ZelTest::LoggedMessages messages;
+   {
+      ZelTest::NoDescriptors none;
+      none.give(1); // the client's
+      for (int i = 0; i < 3; ++i) {
+         EXPECT_EQ(Client(path_).receiveAll(), refusal("the agent has no descriptors left: try again later"));
+      }
+   }
+   EXPECT_EQ(messages.take(), (std::vector<String>{"AGENT_COMMANDS_REFUSED Clients on " + path_ +
+                                                   " are refused: Too many open files."}));
+   EXPECT_EQ(ask("test say x"), done("x\n"));
+   EXPECT_EQ(ask("test say x"), done("x\n"));
+   EXPECT_EQ(messages.take(),
+             (std::vector<String>{"AGENT_COMMANDS_TAKEN Clients on " + path_ + " are served again."}));
+}
+
 TEST_F(CommandChannel, TimesOutClientsThatSendOrTakeNothing) {
    start();
    Client silent(path_);
@@ -374,10 +397,48 @@ TEST_F(CommandChannel, ReadersGetWhatChangesNothing) {
         {" complete test", done("test\n")},
         {"bogus", refusal("unknown command 'bogus': expected later, test")},
         {"", refusal("no command: expected later, test")},
+        {"\t test\vlines\f1", readOnly},
+        {"test say x\ntest lines 1", done("x\n")}, // one command a connection
+        {"comp test lines 1", refusal("unknown command 'comp': expected later, test")},
+        {"completetest lines 1", refusal("unknown command 'completetest': expected later, test")},
+        {"complete\vtest lines 1", done("")},
+        {String("test\0lines 1", 12), refusal("unknown command 'test?lines': expected later, test")},
+        {"test say " + String(4096, 'x'),
+         refusal("the command is longer than 4095 bytes: expected one line of words")},
    };
    for (const auto& [line, answer] : cases) {
       EXPECT_EQ(ask(line), answer) << line;
    }
+}
+
+// Connections that come without end are taken a few at a time.
+TEST_F(CommandChannel, WhoeverConnectsWithoutEndHoldsUpNoOtherSocket) {
+   start();
+   const String other = folder_.path() + "/other";
+   Kiln::Ptr<Agent::CommandChannel> channel;
+   {
+      const auto lock = Kiln::ActivityLockAnchor::lock();
+      channel = Kiln::allocate<Agent::CommandChannel>(manager_, runner_, other);
+   }
+   std::atomic<bool> isOver{false};
+   std::vector<std::thread> flood;
+   for (int i = 0; i < 3; ++i) {
+      flood.emplace_back([&] {
+         while (!isOver) {
+            const Client client(path_);
+         }
+      });
+   }
+   for (int i = 0; i < 50; ++i) {
+      Client client(other);
+      client.send("zel/2 test say x\n");
+      EXPECT_EQ(client.receiveAll(), done("x\n"));
+   }
+   isOver = true;
+   for (std::thread& one : flood) {
+      one.join();
+   }
+   stop();
 }
 
 TEST(CommandSocket, AnInvalidPathIsRefused) {

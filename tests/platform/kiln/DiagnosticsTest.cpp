@@ -1,5 +1,6 @@
 // Diagnostics: assertions, trace, ring log, operator log, and text output to an operator.
 #include "kiln/Assert.h"
+#include "kiln/LogOutput.h"
 #include "kiln/OperatorLog.h"
 #include "kiln/RingLog.h"
 #include "kiln/TextOutput.h"
@@ -11,6 +12,7 @@
 #include <csignal>
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/socket.h>
 #include <thread>
 #include <unistd.h>
 
@@ -112,6 +114,49 @@ TEST(OperatorLog, FillsArgumentsInOrderAndNeverExpandsThemAgain) {
    EXPECT_TRUE(log.newEntries().empty());
 }
 
+TEST(LogOutput, NeverWaitsForAReaderAndSaysHowManyLinesItDropped) {
+   const ZelTest::Pipe pipe;
+   const int flags = fcntl(pipe.writer.fd(), F_GETFL);
+   Kiln::LogOutput log(pipe.writer.fd());
+   String all;
+   for (int line = 0; line < 100000; ++line) {
+      const String text = "line " + std::to_string(line) + "\n";
+      log.write(text);
+      all += text;
+   }
+   EXPECT_EQ(fcntl(pipe.writer.fd(), F_GETFL), flags) << "others write there, too";
+   log.write("one\ntwo\n");
+   const auto readSome = [&] {
+      String some(all.size(), '\0');
+      some.resize(static_cast<std::size_t>(read(pipe.reader.fd(), some.data(), some.size())));
+      return some;
+   };
+   const String got = readSome();
+   ASSERT_TRUE(all.starts_with(got) && got.ends_with('\n'));
+   const auto kept = std::count(got.begin(), got.end(), '\n');
+   log.write("then\x9b\n");
+   EXPECT_EQ(readSome(),
+             std::to_string(100002 - kept) + " lines of this log dropped: nobody read them in time\nthen?\n");
+}
+
+TEST(LogOutput, WaitsNeitherForASocketNorForAClosedPipe) {
+   int ends[2];
+   ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
+   const Kiln::OwnedFd reader(ends[0]);
+   const Kiln::OwnedFd writer(ends[1]);
+   Kiln::LogOutput log(writer.fd());
+   const String line = String(4095, 'x') + "\n";
+   for (int i = 0; i < 1000; ++i) {
+      log.write(line);
+   }
+   String got(line.size(), '\0');
+   EXPECT_EQ(recv(reader.fd(), got.data(), got.size(), MSG_WAITALL), ssize_t(line.size()));
+   EXPECT_EQ(got, line);
+   ZelTest::Pipe closed;
+   closed.reader = {};
+   Kiln::LogOutput(closed.writer.fd()).write("nobody gets this\n"); // SIGPIPE would end the test
+}
+
 // SIGPIPE is left at its default here: it would end the test program.
 TEST(TextOutput, AClosedPipeTurnsItOffQuietly) {
    ZelTest::Pipe pipe;
@@ -162,6 +207,28 @@ TEST(TextOutput, ASlowReaderGetsEveryByteThroughShortWritesAndSignals) {
       EXPECT_TRUE(got == sent) << got.size() << " of " << sent.size() << " bytes, blocking: " << blocking;
    }
    sigaction(SIGUSR1, &before, nullptr);
+}
+
+TEST(TextOutput, AReaderIsWaitedForUntilTheEndDescriptorSaysSo) {
+   ZelTest::Pipe pipe;
+   const ZelTest::Pipe end;
+   const String text(200000, 'x');
+   TextOutput out(pipe.writer.fd());
+   out.endFdIs(end.reader.fd());
+   std::thread reader([&] {
+      char byte = 0;
+      EXPECT_EQ(read(pipe.reader.fd(), &byte, 1), 1); // the write has begun, and then nothing is read
+      EXPECT_EQ(write(end.writer.fd(), "x", 1), 1);
+   });
+   out.write(text);
+   out.flush();
+   reader.join();
+   EXPECT_EQ(out.error(), ECANCELED);
+   TextOutput late(end.writer.fd());
+   late.endFdIs(end.reader.fd());
+   late.write("what there is room for is written even then");
+   late.flush();
+   EXPECT_TRUE(late.ok());
 }
 
 TEST(TextOutput, AlignsNumbersAndPrintsLinesOfAnyLength) {
