@@ -1,0 +1,139 @@
+// What becomes of a table whose file is removed, replaced, cut or overwritten while it is written: it is made anew, with
+// what can be saved.
+#include "silo/RawTable.h"
+
+#include <stdexcept>
+#include <utility>
+
+namespace Silo {
+
+using Remedy = Corruption::Remedy;
+
+void RawTable::mend() {
+   std::string problem = store_.lossOf(name_, mapping_);
+   if (problem.empty()) {
+      problem = lossInMemory();
+   }
+   if (!problem.empty()) {
+      remake(problem);
+   } else {
+      findOverwritten();
+   }
+}
+
+std::string RawTable::lossInMemory() const {
+   TableState found;
+   const bool isIntact = header().identityProblem(layout_).empty() &&
+                         header().tryReadState(found) == TableHeader::StateRead::whole && found == state_;
+   return isIntact ? "" : "had its header overwritten";
+}
+
+// Beside the old one, which keeps its name until the new one is whole. Where the name is gone or another's, it has to be
+// won first: another agent may have begun to write there.
+void RawTable::remake(const std::string& problem) {
+   try {
+      const Mapping claim =
+           store_.isNamed(name_, mapping_) ? Mapping() : store_.openForWriting(name_).mapping;
+      Mapping other = store_.openSuccessor(name_);
+      std::size_t missing = 0;
+      std::swap(mapping_, other); // from here on, `other` is the old one
+      try {
+         mapping_.grow(geometry_.sizeFor(capacity()));
+         missing = carryOver(other);
+         store_.promoteSuccessor(name_);
+      } catch (...) {
+         std::swap(mapping_, other);
+         store_.removeSuccessor(name_); // what takes the last space of a disk helps nobody
+         throw;
+      }
+      other.remap(); // what is lost of it would not reach the readers
+      if (other.size() >= sizeof(TableHeader)) {
+         reinterpret_cast<TableHeader*>(other.data())->retire();
+      }
+      isNameLost_ = false;
+      ++losses_;
+      report("",
+             problem + (missing == 0 ? ""
+                                     : ", " + std::to_string(missing) + " of " + std::to_string(size()) +
+                                            " records come with their next reading"),
+             Remedy::remade);
+   } catch (const std::runtime_error& error) { // of the system or the store: the next pass tries again
+      if (!std::exchange(isNameLost_, true)) {
+         report("", problem + ", and cannot be made anew: " + error.what(), Remedy::lost);
+      }
+   }
+}
+
+// Copies into the new mapping what is left in the old file, each record to its slot. Returns how many are not there as
+// they were written last.
+std::size_t RawTable::carryOver(const Mapping& old) {
+   header().identityIs(layout_);
+   highestGenerationIs(highestGeneration_);
+   removedGenerationIs(removedGeneration_);
+   struct alignas(cacheLine) Line {
+      std::byte bytes[cacheLine];
+   };
+   std::vector<Line> copy(geometry_.slotStride / cacheLine);
+   const auto& found = *reinterpret_cast<const RecordSlot*>(copy.data());
+   std::size_t missing = 0;
+   for (SlotIndex i = 0; i < capacity(); ++i) {
+      const Key& key = index_.keyOf(i);
+      if (key.isEmpty()) {
+         continue;
+      }
+      RecordInfo info;
+      // From the file, since what the mapping shows may be gone, or touching it a signal.
+      if (old.copyFromFile(geometry_.slotsOffset + i * geometry_.slotStride, copy.data(),
+                           geometry_.slotStride) &&
+          found.tryRead(key, info, scratch_.data(), layout_.size) == RecordSlot::State::whole &&
+          info.generation <= generations_[i]) {
+         writeSlot(i, {key, info, scratch_.data(), layout_.size});
+      }
+      isLost_[i] = !isIntact(i);
+      missing += isLost_[i] ? 1U : 0U;
+   }
+   header().stateIs(state_);
+   return missing;
+}
+
+// Records that nobody has written since the last look are read as a whole; of the others, which were whole a moment ago,
+// only the head is looked at.
+void RawTable::findOverwritten() {
+   const Key* first = nullptr;
+   std::size_t count = 0;
+   std::size_t left = size();
+   for (SlotIndex i = 0; left != 0; ++i) {
+      const Key& key = index_.keyOf(i);
+      if (key.isEmpty()) {
+         continue;
+      }
+      --left;
+      const bool isWritten = std::exchange(looked_[i], generations_[i]) != generations_[i];
+      const bool isGood = isWritten ? slot(i).isHeadedBy(key, generations_[i]) : isIntact(i);
+      if (!isGood && !isLost_[i]) {
+         first = first != nullptr ? first : &key;
+         ++count;
+      }
+      isLost_[i] = !isGood;
+   }
+   if (count != 0) {
+      ++losses_;
+      report(std::string(first->view()),
+             "overwritten in memory" +
+                  (count == 1 ? "" : ", and " + std::to_string(count - 1) + " more with it"),
+             Remedy::none);
+   }
+}
+
+bool RawTable::isIntact(const Key& key) const {
+   const SlotIndex i = index_.find(key);
+   return i != KeyIndex::none && isIntact(i);
+}
+
+bool RawTable::isIntact(SlotIndex i) const {
+   RecordInfo info;
+   return slot(i).tryRead(index_.keyOf(i), info, scratch_.data(), layout_.size) == RecordSlot::State::whole &&
+          info.generation == generations_[i];
+}
+
+} // namespace Silo
