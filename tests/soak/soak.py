@@ -151,11 +151,10 @@ def fill_disk(rng):
     filler = silo / "filler"
     while not over.wait(rng.uniform(2, 6)):
         full_until[0] = time.monotonic() + 3600
-        with open(filler, "wb") as file:
+        with open(filler, "wb", buffering=0) as file:
             try:
-                while True:
-                    file.write(bytes(1 << 16))
-                    file.flush()
+                while file.write(bytes(1 << 16)):
+                    pass
             except OSError:
                 pass
             count("full disks")

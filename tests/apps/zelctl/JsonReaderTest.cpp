@@ -60,7 +60,7 @@ TEST(JsonReader, RefusesAnythingElse) {
         {String(100000, '['), "it nests deeper than 32 levels"},
    };
    for (const auto& [text, expected] : cases) {
-      EXPECT_EQ(errorOf([&, &text = text] { ZelCtl::readJson(text); }), expected) << text.substr(0, 99);
+      EXPECT_EQ(errorOf([&, &input = text] { ZelCtl::readJson(input); }), expected) << text.substr(0, 99);
    }
    EXPECT_EQ(errorOf([] { ZelCtl::readJson(String(32, '[') + String(32, ']')); }), "");
 }
