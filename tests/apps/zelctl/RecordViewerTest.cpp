@@ -353,7 +353,7 @@ TEST_F(RecordViewer, TextAndJsonOfEveryViewAgree) {
          const bool isQueue = row.contains("Queue");
          const String where = command + " of " + row.at("Interface");
          const auto& activity = isQueue ? json["queue-activity"][row.at("Queue")] : json["activity"];
-         EXPECT_EQ(row.at("State"), activity) << where;
+         EXPECT_EQ(row.at("State"), activity.get<String>()) << where;
          states.insert(row.at("State"));
          const bool isAgeKnown = !json["age-ms"].is_null();
          EXPECT_EQ(row.at("Age"),
