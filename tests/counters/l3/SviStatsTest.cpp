@@ -108,21 +108,6 @@ TEST_F(SviStats, AFullTableOnEitherSideLeavesNoEntryAndTellsOnce) {
    }
 }
 
-TEST_F(SviStats, MessagesAreToTheLetter) {
-   makeHelper(plainChip);
-   chip(0).capacityIs("ingL2DomainCount", 0);
-   helper->enableSviStats(VlanId(4094));
-   helper->disableSviStats(VlanId(4094)); // only pending, but reported all the same
-   EXPECT_EQ(state(4094), "");
-   EXPECT_THAT(
-        logged.take(),
-        ElementsAre(
-             "ZEL_COUNTERS_COUNTER_RESOURCE_FULL Unable to allocate counter for VLAN 4094 due to hardware "
-             "resource exhaustion.Counter for this VLAN will not be available",
-             "ZEL_COUNTERS_COUNTER_RESOURCE_NORMAL Statics counter for VLAN 4094 was successfully "
-             "programmed in hardware."));
-}
-
 TEST_F(SviStats, AnyOtherExceptionRollsBackAndGoesOnToTheCaller) {
    makeHelper(fullChip);
    for (const bool pending : {false, true}) {
