@@ -264,13 +264,6 @@ TEST_F(L3Intf, AFullNatTableCostsOneRecordOnly) {
    EXPECT_EQ(nat->counter(vlan20).lastUpdate, 6.0);
 }
 
-TEST_F(L3Intf, NeedsItsNatTableOnceThereIsAnInterface) {
-   const auto make = [&] { Kiln::allocate<ZelCounter::ZelCountersL3IntfSm>(l3Table, system, nullptr); };
-   make();
-   l3Table->intfIdToL3IdIs(vlan20, 20);
-   EXPECT_DEATH(make(), "natCounter.instance\\(\\) != 0");
-}
-
 TEST(VlanIntf, FollowsTheStatusDirectory) {
    const auto common = Kiln::allocate<Vex::VexCommonSmData>();
    const auto makeDir = [](std::initializer_list<const char*> names) {
