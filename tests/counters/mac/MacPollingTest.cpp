@@ -157,16 +157,6 @@ TEST_F(MacPolling, ALateCompletionAfterADoubledOneIsNotItsSuccessors) {
    }
 }
 
-TEST_F(MacPolling, AnExtraCompletionIsHarmless) {
-   const auto port = rig.addPort("Ethernet1", 0, 0);
-   rig.fleet.completions().modeIs({CompletionMode::Kind::deferred, 0.0, 2});
-   rig.chip(0).rmonIs(0, 3, 9);
-   rig.advance(4.0);
-   EXPECT_EQ(rig.last(0, port, 3), 9U);
-   rig.deleteChip("Zel0");
-   rig.advance(2.0);
-}
-
 class RawCallback : public MacPolling {
  protected:
    void complete(int dev, int port, void* cookie) {
