@@ -244,29 +244,6 @@ class Polling : public testing::Test {
    Pelt::IntfId port;
 };
 
-TEST_F(Polling, FirstPassComesAfterTwoSecondsAndTheNextTwoSecondsAfterAPassThatTookTime) {
-   rig.fleet.faults().costIs("bf_port_mac_stats_hw_async_get", 0.25);
-   hardware(1);
-   rig.advance(1.75);
-   EXPECT_EQ(seen(), 0U);
-   rig.advance(0.5); // the pass runs from 2.0 to 2.25
-   EXPECT_EQ(seen(), 1U);
-   EXPECT_DOUBLE_EQ(rig.mgr->countersMgrSm()->intfCounterPollingTimeMin(), 4.25);
-   hardware(2);
-   rig.advance(1.9375);
-   EXPECT_EQ(seen(), 1U);
-   rig.advance(0.3125); // the pass runs from 4.25 to 4.5
-   EXPECT_EQ(seen(), 2U);
-   EXPECT_DOUBLE_EQ(rig.mgr->countersMgrSm()->intfCounterPollingTimeMin(), 6.5);
-}
-
-TEST_F(Polling, ANewIntervalIsTakenUpAtTheNextArming) {
-   rig.mgr->sdkPollingIntervalIs(0.5);
-   EXPECT_DOUBLE_EQ(rig.mgr->countersMgrSm()->intfCounterPollingTimeMin(), 2.0);
-   rig.advance(2.0);
-   EXPECT_DOUBLE_EQ(rig.mgr->countersMgrSm()->intfCounterPollingTimeMin(), 2.5);
-}
-
 // Makes a completion's read fail.
 class FailingHelper : public ZelCounter::ZelCountersHelper {
  public:

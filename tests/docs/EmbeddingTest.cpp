@@ -217,15 +217,6 @@ class Embedding : public ZelTest::StubSdkRig {
    Kiln::Ptr<Program> program;
 };
 
-TEST_F(Embedding, ProgramAnswersByNameAndNumber) {
-   EXPECT_EQ(program->zlTableCounterIndex("egressPortQueueCount"), 1U);
-   EXPECT_EQ(program->zlTableCounter(1)->tableHandle, ZelTest::queueHandle);
-   EXPECT_EQ(program->zlTableCounterField("pdpClassCount", ZlResourceInfo::ZlCounterFieldId::tableHandle),
-             ZelTest::pdpHandle);
-   EXPECT_EQ(program->zlTableCounterIndex("other"), ZlResourceInfo::notFound);
-   EXPECT_EQ(program->zlTableIndex("other"), ZlResourceInfo::notFound);
-}
-
 TEST_F(Embedding, LoopRunsWithTheLockGivenUpUntilItIsStopped) {
    Kiln::System::timeSourceIs(nullptr); // real time, as an agent has it
    Kiln::ActivityManager::instanceDel();
@@ -346,15 +337,6 @@ TEST_F(Embedding, ProgramWithoutWhatTheLibraryNeedsStops) {
       agent.systemStatus->chipCapabilitiesIs("chip", capabilities);
       agent.mgr->addChip(device, "Chip0", {"chip"}, 0, nullptr, of, agent.chipStatus);
    };
-   const auto dropsOnly =
-        Kiln::allocate<Program>(std::vector<ZlResourceInfo::ZlTableCounter>{{.name = "ingressPortDropCount",
-                                                                             .tableHandle = 1,
-                                                                             .counterHandle = 2,
-                                                                             .size = 2048,
-                                                                             .packets = true}},
-                                std::vector<ZlResourceInfo::ZlTable>{});
-   EXPECT_DEATH(add({}, dropsOnly), "pdpClassCountId != 0xFFFFFFF");
-   EXPECT_DEATH(add({.qosPolicyCounter = true}, program), "tableIndex != 0xFFFFFFF");
    EXPECT_DEATH(add({.vlanCounters = true}, nullptr), "systemStatus_ && zlResourceInfoIntf_");
    EXPECT_DEATH(add({.vlanCounters = true}, program), "tableIndex != 0xFFFFFFF");
 }

@@ -69,15 +69,6 @@ class SdkCompletions : public ZelTest::SoftChipRig {
    Inbox inbox;
 };
 
-TEST_F(SdkCompletions, InlineCompletesBeforeTheRequestReturns) {
-   fleet->completions().modeIs({Kind::inlined});
-   chip.rmonIs(0, 0, 7);
-   ASSERT_EQ(ask(), 0);
-   EXPECT_THAT(inbox.values, ElementsAre(7));
-   advance(10);
-   EXPECT_EQ(inbox.count(), 1U);
-}
-
 TEST_F(SdkCompletions, DeferredCompletesInOrderAtTheSameInstantWithTheValuesOfThen) {
    ASSERT_EQ(ask(1), 0);
    ASSERT_EQ(ask(0), 0);

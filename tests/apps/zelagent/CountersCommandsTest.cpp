@@ -39,29 +39,6 @@ String block(unsigned number, unsigned port) {
 const String zel0 = block(1, 0) + block(2, 1) + "\n";
 const String zel1 = block(3, 0) + block(4, 1) + "\n";
 
-TEST_F(CountersCommands, ReachTheChipsThatTheyConcern) {
-   const std::vector<std::pair<String, String>> cases = {
-        {"show mac nonzero", zel0 + zel1},
-        {"chip Zel1 show mac nonzero", zel1},
-        {"show mac intf Ethernet3 nonzero", block(3, 0)},
-        {"chip Zel1 show mac intf Ethernet3 nonzero", block(3, 0)},
-        // any unambiguous abbreviation
-        {"s mac n", zel0 + zel1},
-        {"ch Zel0 sho mac nonz", zel0},
-        {"s mac i Ethernet4 n", block(4, 1)},
-   };
-   for (const auto& [command, text] : cases) {
-      const ZelTest::Asked asked = ask(command);
-      EXPECT_EQ(asked.text, text) << command;
-      EXPECT_EQ(asked.error, "") << command;
-   }
-}
-
-TEST_F(CountersCommands, WithoutNonzeroEveryCounterIsShown) {
-   const String text = ask("show mac intf Ethernet2").text;
-   EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1 + BF_NUM_RMON_COUNTERS + 1);
-}
-
 TEST_F(CountersCommands, ClearOnlyTheNamedChip) {
    EXPECT_EQ(ask("chip Zel0 cl mac").text, "");
    EXPECT_EQ(ask("show mac nonzero").text, "\nZel0: cleared 0 s ago by the test\n" + zel1);
@@ -72,30 +49,14 @@ TEST_F(CountersCommands, ClearOnlyTheNamedChip) {
 
 TEST_F(CountersCommands, RefusedOnesSayWhatIsExpectedAndDoNothing) {
    const std::vector<std::pair<String, String>> cases = {
-        {"", "the command is incomplete: expected"},
-        {"c mac", "'c' is ambiguous: expected clear or chip"},
         {"Show mac", "unexpected 'Show': did you mean show?"},
         {"show mace", "unexpected 'mace' after 'show': did you mean mac?"},
         {"clear x", "unexpected 'x' after 'clear': expected"},
         {"show m", "'m' is ambiguous after 'show': expected mac or mau-deparser-drop"},
-        {"show pipeline stage", "the command is incomplete after 'show pipeline stage': expected port-rx"},
-        {"show traffic-manager pipe 1", "unknown pipe '1': expected 0 to 0"},
-        {"clear mac x", "unexpected 'x' after 'clear mac': expected nothing more"},
-        {"clear mac intf Ethernet1", "unexpected 'intf' after 'clear mac': expected nothing more"},
-        {"show mac nonzero intf",
-         "unexpected 'intf' after 'show mac nonzero': expected json or nothing more"},
-        {"show mac x", "unexpected 'x' after 'show mac': expected intf, nonzero, json or nothing more"},
-        {"show mac intf",
-         "the command is incomplete after 'show mac intf': expected an interface, as Ethernet1"},
-        {"show mac intf Ethernet5", "unknown interface 'Ethernet5': expected Ethernet1 to Ethernet4"},
-        {"show mac intf ETHERNET1", "unknown interface 'ETHERNET1': did you mean Ethernet1?"},
         {"show mac intf " + String(50, 'x'),
          "unknown interface '" + String(40, 'x') + "...': expected Ethernet1 to Ethernet4"},
-        {"chip", "chip needs a name: expected Zel0 or Zel1"},
-        {"chip Zel clear mac", "unknown chip 'Zel': expected Zel0 or Zel1"},
         {"chip Zel0", "the command is incomplete after 'chip Zel0': expected"},
         {"chip Zel0 chip Zel1 clear mac", "unexpected 'chip' after 'chip Zel0': expected"},
-        {"chip Zel0 show mac intf Ethernet3", "interface Ethernet3 is not on chip Zel0: expected chip Zel1"},
    };
    for (const auto& [command, error] : cases) {
       const ZelTest::Asked asked = ask(command);

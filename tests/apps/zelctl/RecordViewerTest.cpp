@@ -46,11 +46,7 @@ class RecordViewer : public testing::Test {
    template <class Record>
    Silo::Table<Record> table(const char* name) {
       return {store_, name, Record{},
-              Silo::TableOptions{.capacity = 16,
-                                 .pollingInterval = interval,
-                                 .clockDomain = Silo::ClockDomain::monotonic(),
-                                 .onCorruption = {},
-                                 .isBegunAnew = false}};
+              Silo::TableOptions{16, interval, Silo::ClockDomain::monotonic(), {}, false}};
    }
    void publishPorts() {
       ports_.reset(new auto(table<Tables::IntfCounters>(Tables::TableName::intfCounters)));

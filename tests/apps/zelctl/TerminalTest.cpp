@@ -19,12 +19,7 @@ class Terminal : public ZelTest::TerminalRig {
  protected:
    Terminal() {
       table_.emplace(Silo::Store::directory(folder_.path()), Silo::Interface::TableName::vlanIntfCounters,
-                     L3IntfCounters{},
-                     Silo::TableOptions{.capacity = 16,
-                                        .pollingInterval = 2,
-                                        .clockDomain = Silo::ClockDomain::monotonic(),
-                                        .onCorruption = {},
-                                        .isBegunAnew = false});
+                     L3IntfCounters{}, Silo::TableOptions{16, 2, Silo::ClockDomain::monotonic(), {}, false});
       publish(1000);
    }
 

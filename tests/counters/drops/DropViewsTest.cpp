@@ -175,24 +175,13 @@ TEST_F(DropViews, FailedReadsAreNotedBelowTheRows) {
    EXPECT_THAT(drops(without), HasSubstr("Chip Zel1 has no counter table egressPortDropCount\n"));
 }
 
-TEST_F(DropViews, PipelineCountsAreReadWhenAskedForAndClearedTogether) {
+TEST_F(DropViews, APipelineCountThatFellAfterAClearCountsWhole) {
    auto& chip = addDropChip();
    StubSdk::sdk().path[{0, BF_PIPE_PATH_PARSER}] = {10, 9, 1};
-   StubSdk::sdk().path[{1, BF_PIPE_PATH_PORT_TX}] = {3, 3, 0};
-   const std::string rule = ruler(78);
-   const std::string header =
-        "Packets by pipeline stage, chip Zel0\n" + rule +
-        "  Pipe  Stage                           In               Out           Dropped\n" + rule;
-   EXPECT_EQ(pipeline(chip),
-             header +
-                  "     0  parser                          10                 9                 1\n"
-                  "     1  port-tx                          3                 3                 0\n" +
-                  rule + "\n");
    printed([&](U32 fd) { chip.clearAllPipelineCounters(fd); });
    StubSdk::sdk().path[{0, BF_PIPE_PATH_PARSER}] = {12, 11, 1};
-   EXPECT_EQ(pipeline(chip),
-             header + "     0  parser                           2                 2                 0\n" +
-                  rule + "\n");
+   EXPECT_THAT(pipeline(chip),
+               HasSubstr("parser                           2                 2                 0"));
    StubSdk::sdk().path[{0, BF_PIPE_PATH_PARSER}] = {4, 4, 0}; // the chip was reset
    EXPECT_THAT(pipeline(chip),
                HasSubstr("parser                           6                 6                 0"));

@@ -55,28 +55,6 @@ TEST_F(L3Intf, AnInterfaceBeforeItsChipHasARecordAtOnceAndCountersLater) {
    EXPECT_EQ(read(vlan20), "4/400 0/0");
 }
 
-TEST_F(L3Intf, CountersAreTheSumsOverTheChipsThatCountVlans) {
-   makeChip(0, fullChip);
-   makeChip(1, plainChip);
-   makeChip(2, {.vxlan = true, .vrfNat = true}); // this chip can't count VLANs
-   makeSm();
-   for (const U8 dev : {U8{0}, U8{1}, U8{2}}) {
-      addDevice(dev);
-   }
-   l3Table->intfIdToL3IdIs(vlan20, 20);
-   EXPECT_FALSE(sm->helper(2));
-   EXPECT_EQ(ingress(2), 0U);
-   count(0, true, 20, false, 1, 100);
-   count(0, true, 20, true, 2, 200);
-   count(0, false, 20, false, 4, 400);
-   count(1, true, 20, false, 8, 800);
-   count(1, false, 20, false, 16, 1600);
-   EXPECT_EQ(read(vlan20), "11/1100 20/2000");
-   EXPECT_EQ(text({nat->counter(vlan20).packets, nat->counter(vlan20).bytes}), "2/200");
-   sm->deleteDevice(0);
-   EXPECT_EQ(read(vlan20), "8/800 16/1600");
-}
-
 TEST_F(L3Intf, AnInterfaceThatGoesTakesItsEntriesAndItsRecord) {
    makeChip(0, plainChip);
    makeSm();
@@ -284,13 +262,6 @@ TEST_F(L3Intf, AFullNatTableCostsOneRecordOnly) {
    l3Table->intfIdToL3IdDel(routed);
    advance(1);
    EXPECT_EQ(nat->counter(vlan20).lastUpdate, 6.0);
-}
-
-TEST_F(L3Intf, NeedsItsNatTableOnceThereIsAnInterface) {
-   const auto make = [&] { Kiln::allocate<ZelCounter::ZelCountersL3IntfSm>(l3Table, system, nullptr); };
-   make();
-   l3Table->intfIdToL3IdIs(vlan20, 20);
-   EXPECT_DEATH(make(), "natCounter.instance\\(\\) != 0");
 }
 
 TEST(VlanIntf, FollowsTheStatusDirectory) {

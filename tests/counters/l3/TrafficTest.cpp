@@ -1,8 +1,6 @@
 // Frames on the wire raise their VLAN's counters, and no other's.
 #include "tests/counters/l3/L3Rig.h"
 
-#include <filesystem>
-
 namespace {
 
 using namespace ZelTest;
@@ -138,20 +136,6 @@ TEST_F(L3Traffic, RefusesInvalidForwardingState) {
    EXPECT_THROW(chip(0).vniIs(1, 4095), std::invalid_argument);
    EXPECT_THROW(chip(0).l2DomainCountAdd(true, {40, 0, false}, {1, 1}), std::invalid_argument);
    EXPECT_THROW(chip(0).l2DomainCountAdd(true, {5000, 9, false}, {1, 1}), std::invalid_argument);
-}
-
-TEST_F(L3Traffic, ReplaysCaptures) {
-   const std::string captures = ZEL_CAPTURES;
-   // VNI 100: 8 frames of 148 octets and 2 of 92; the inner frame of each is 50 octets shorter.
-   SoftChip::Traffic::replay(chip(0), port, captures + "/vxlan.pcap");
-   // 2 frames of 64 octets with an outer tag of VLAN 200.
-   SoftChip::Traffic::replay(chip(0), port, captures + "/tags.pcap");
-   EXPECT_EQ(chip(0).tableEntry("ingL2DomainCounters", SoftChip::allPipes,
-                                sm->helper(0)->matchSpec(VlanId(20))->ingress.decapsulated->handle),
-             (SoftChip::CounterValue{10, 1368}));
-   EXPECT_EQ(seen(20).substr(0, 7), "10/868 ");
-   EXPECT_EQ(seen(200).substr(0, 6), "2/128 ");
-   EXPECT_EQ(seen(10), "0/0 0/0 0/0");
 }
 
 } // namespace

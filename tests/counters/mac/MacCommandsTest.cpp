@@ -38,15 +38,6 @@ class MacCommands : public testing::Test {
    Pelt::IntfId port;
 };
 
-TEST_F(MacCommands, ShowEveryCounterOrTheMovedOnes) {
-   EXPECT_EQ(show(), "Intf Ethernet1 (7):\n" + line(0, "1000") + line(4, "2000") + "\n");
-   std::string all = "Intf Ethernet1 (7):\n";
-   for (unsigned i = 0; i < BF_NUM_RMON_COUNTERS; ++i) {
-      all += line(i, i == 0 ? "1000" : i == 4 ? "2000" : "0");
-   }
-   EXPECT_EQ(show(false), all + "\n");
-}
-
 TEST_F(MacCommands, AfterAClearShowOnlyWhatMovedSince) {
    clear();
    EXPECT_EQ(show(), "");
@@ -56,44 +47,11 @@ TEST_F(MacCommands, AfterAClearShowOnlyWhatMovedSince) {
    EXPECT_EQ(rig.chip(0).rmon(7, 4), 2005U); // the hardware is not cleared
 }
 
-TEST_F(MacCommands, ACounterBelowItsClearValueDropsTheWholeBaselineInTheMiddleOfThePrint) {
-   clear();
-   rig.chip(0).rmonIs(7, 0, 1001);
-   rig.chip(0).rmonIs(7, 4, 1999);
-   rig.advance(2.0);
-   // Counter 0 was printed before the fall was seen.
-   EXPECT_EQ(show(), "Intf Ethernet1 (7):\n" + line(0, "1") + line(4, "1999") + "\n");
-   EXPECT_EQ(show(), "Intf Ethernet1 (7):\n" + line(0, "1001") + line(4, "1999") + "\n");
-}
-
 TEST_F(MacCommands, AValueAboveTheSignedRangePrintsNegative) {
    rig.chip(0).rmonIs(7, 0, ~U64{0});
    rig.chip(0).rmonIs(7, 4, 0);
    rig.advance(2.0);
    EXPECT_EQ(show(), "Intf Ethernet1 (7):\n" + line(0, "-1") + "\n");
-}
-
-TEST_F(MacCommands, PortsComeInPortOrderAndOnlyThoseOfTheChip) {
-   rig.addChip(1, "Zel1");
-   rig.addPort("Ethernet10", 0, 2);
-   rig.addPort("Ethernet2", 0, 130);
-   rig.addPort("Ethernet3", 1, 1);
-   for (const U16 devicePort : {U16{2}, U16{130}}) {
-      rig.chip(0).rmonIs(devicePort, 0, devicePort);
-   }
-   rig.chip(1).rmonIs(1, 0, 1);
-   rig.advance(2.0);
-   const std::string expected = "Intf Ethernet10 (2):\n" + line(0, "2") + "\nIntf Ethernet1 (7):\n" +
-                                line(0, "1000") + line(4, "2000") + "\nIntf Ethernet2 (130):\n" +
-                                line(0, "130") + "\n\n";
-   EXPECT_EQ(printed([&](U32 fd) { rig.counters(0)->showAllMacCounters(fd, true); }), expected);
-   EXPECT_EQ(printed([&](U32 fd) { rig.counters(0)->clearAllMacCounters(fd); }), "");
-   EXPECT_EQ(printed([&](U32 fd) { rig.counters(0)->showAllMacCounters(fd, true); }), "\n");
-}
-
-TEST_F(MacCommands, APortWithoutItsRecordShowsTheInvalidNumber) {
-   rig.status->portInfoDel(port);
-   EXPECT_EQ(show(), "Intf Ethernet1 (456):\n" + line(0, "1000") + line(4, "2000") + "\n");
 }
 
 TEST_F(MacCommands, AChipThatIsNotReadySaysSo) {

@@ -59,20 +59,6 @@ TEST_F(MacPolling, StoresAllCountersHoweverTheCompletionComes) {
    Kiln::threadSafePtrModeIs(false);
 }
 
-TEST_F(MacPolling, AsksForThisChipsPortsAndItsOwnInternalInterfaceOnly) {
-   const auto own = rig.addPort("Ethernet1", 0, 0);
-   const auto other = rig.addPort("Ethernet2", 1, 0);
-   const auto internal = rig.addPort("Internal1", 0, 66);
-   const auto foreignInternal = rig.addPort("Internal2", 0, 67);
-   rig.advance(2.0);
-   const auto& first = rig.counters(0)->macCountersLast();
-   EXPECT_TRUE(first.contains(own));
-   EXPECT_TRUE(first.contains(internal));
-   EXPECT_FALSE(first.contains(other));
-   EXPECT_FALSE(first.contains(foreignInternal));
-   EXPECT_TRUE(rig.counters(1)->macCountersLast().contains(other)); // the same port number on chip 1
-}
-
 TEST_F(MacPolling, FollowsPortsThatComeMoveAndGo) {
    const auto port = rig.addPort("Ethernet1", 0, 0);
    rig.fleet.completions().modeIs(held);
@@ -169,16 +155,6 @@ TEST_F(MacPolling, ALateCompletionAfterADoubledOneIsNotItsSuccessors) {
       ZelCounter::ZelCountersCallback(0, 1, &counters, cookie);
       EXPECT_TRUE(rig.counters(0)->macCountersLast().empty());
    }
-}
-
-TEST_F(MacPolling, AnExtraCompletionIsHarmless) {
-   const auto port = rig.addPort("Ethernet1", 0, 0);
-   rig.fleet.completions().modeIs({CompletionMode::Kind::deferred, 0.0, 2});
-   rig.chip(0).rmonIs(0, 3, 9);
-   rig.advance(4.0);
-   EXPECT_EQ(rig.last(0, port, 3), 9U);
-   rig.deleteChip("Zel0");
-   rig.advance(2.0);
 }
 
 class RawCallback : public MacPolling {

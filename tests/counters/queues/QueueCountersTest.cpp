@@ -104,40 +104,6 @@ struct PortCase {
    U32 firstEntry;
 };
 
-constexpr PortCase portCases[] = {
-     {0, 8, 0}, {3, 8, 120}, {5, 8, 168}, {65, 8, 2088}, {66, 14, 2128}, {67, 2, 2174},
-};
-
-TEST_F(QueueCounters, EveryQueueLandsOnItsOwnInterfaceAndQueue) {
-   addQueueChip(2, 1);
-   for (const PortCase& c : portCases) {
-      const auto devicePort = static_cast<U16>(128 + c.pipePort);
-      addPort("Ethernet" + std::to_string(c.pipePort), devicePort, 2);
-      for (U32 q = 0; q < c.queues; ++q) {
-         const U64 value = c.pipePort * 100U + q + 1;
-         queueIs(2, devicePort, c.firstEntry, q, value, value * 1000, value * 1000000);
-      }
-   }
-   poll();
-   ASSERT_EQ(reports.all.size(), std::size(portCases));
-   for (std::size_t i = 0; i < reports.all.size(); ++i) {
-      const PortCase& c = portCases[i];
-      const auto& [name, report] = reports.all[i];
-      EXPECT_EQ(name, "Ethernet" + std::to_string(c.pipePort));
-      for (U32 q = 0; q < 17; ++q) {
-         SCOPED_TRACE(name + " queue " + std::to_string(q));
-         const U64 value = c.pipePort * 100U + q + 1;
-         ASSERT_EQ(report.has(q), q < c.queues);
-         if (report.has(q)) {
-            EXPECT_EQ(report.intfQueueStat(q),
-                      (Silo::Interface::QueueStatistics{value, value * 1000, value * 1000000}));
-            EXPECT_EQ(stored(Pelt::IntfId(name.c_str()), q),
-                      QueueCounter(static_cast<U8>(q), value * 1000, value, value * 1000000));
-         }
-      }
-   }
-}
-
 TEST_F(QueueCounters, SentCountsOfEveryPortAreReadBeforeAnyDrops) {
    addQueueChip(0, 0);
    addPort("Ethernet1", 67);

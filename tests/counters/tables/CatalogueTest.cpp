@@ -131,62 +131,37 @@ struct FatalCase {
    const char* assertion;
    bool simulation;
    bool qosPolicy;
-   void (*breakIt)(StubSdk::Catalogue& catalogue);
+   std::size_t parts; // how many of pdpClassCount and the match tables below are there
+   void (*breakIt)(StubSdk::Catalogue& catalogue) = [](StubSdk::Catalogue&) {};
 };
 
-void addPdp(StubSdk::Catalogue& catalogue) {
-   catalogue.add(0, makeTable("pdpClassCount", pdpHandle, 2336, false, packetsOnly));
-}
+constexpr std::pair<const char*, U32> fatalMatches[] = {
+     {"queueCounters", 0xB1}, {"pdpPolicy", 0xB2}, {"l2DmacClassify", 0xB3}};
 
 const FatalCase fatalCases[] = {
-     {"pdpClassCountId != 0xFFFFFFF", false, false, [](StubSdk::Catalogue&) {}},
-     {"tableIndex != 0xFFFFFFF", false, true, addPdp},
-     {"qosPolicyDropCountId != 0xFFFFFFF", false, true,
-      [](StubSdk::Catalogue& c) {
-         addPdp(c);
-         c.addMatch("qosPolicyDropCounter", 0xB4);
-      }},
-     {"queueCountersIndex != 0xFFFFFFF", true, false, addPdp},
-     {"pdpPolicyIndex != 0xFFFFFFF", true, false,
-      [](StubSdk::Catalogue& c) {
-         addPdp(c);
-         c.addMatch("queueCounters", 0xB1);
-      }},
-     {"pps == 0", true, false,
-      [](StubSdk::Catalogue& c) {
-         addPdp(c);
-         c.addMatch("queueCounters", 0xB1);
+     {"pdpClassCountId != 0xFFFFFFF", false, false, 0},
+     {"tableIndex != 0xFFFFFFF", false, true, 1},
+     {"qosPolicyDropCountId != 0xFFFFFFF", false, true, 1,
+      [](StubSdk::Catalogue& c) { c.addMatch("qosPolicyDropCounter", 0xB4); }},
+     {"queueCountersIndex != 0xFFFFFFF", true, false, 1},
+     {"pdpPolicyIndex != 0xFFFFFFF", true, false, 2},
+     {"pps == 0", true, false, 2,
+      [](StubSdk::Catalogue&) {
          StubSdk::sdk().statuses[{"property", 0xB1, 0}] = 3;
       }},
-     {"l2DmacClassifyIndex != 0xFFFFFFF", true, false,
-      [](StubSdk::Catalogue& c) {
-         addPdp(c);
-         c.addMatch("queueCounters", 0xB1);
-         c.addMatch("pdpPolicy", 0xB2);
-      }},
-     {"l2DmacClassifyCountId != 0xFFFFFFF", true, false,
-      [](StubSdk::Catalogue& c) {
-         addPdp(c);
-         c.addMatch("queueCounters", 0xB1);
-         c.addMatch("pdpPolicy", 0xB2);
-         c.addMatch("l2DmacClassify", 0xB3);
-      }},
+     {"l2DmacClassifyIndex != 0xFFFFFFF", true, false, 3},
+     {"l2DmacClassifyCountId != 0xFFFFFFF", true, false, 4},
      {"failed in ZelCounters, initializePerPipeCounters.*: Failed to map logical to physical pipe-id", false,
-      false,
-      [](StubSdk::Catalogue& c) {
-         addPdp(c);
+      false, 1,
+      [](StubSdk::Catalogue&) {
          StubSdk::sdk().statuses[{"map", 0, 0}] = 3;
       }},
-     {"physicalPipeId <= ZelId::ZelPipeId::max\\(\\)", false, false,
-      [](StubSdk::Catalogue& c) {
-         addPdp(c);
-         StubSdk::sdk().physicalPipeOffset = 4;
-      }},
+     {"physicalPipeId <= ZelId::ZelPipeId::max\\(\\)", false, false, 1,
+      [](StubSdk::Catalogue&) { StubSdk::sdk().physicalPipeOffset = 4; }},
      {"pipe_mgr_stat_tbl_symmetric_mode\\( bc\\(\\)->deviceId\\(\\), info->counterHandle, &symmetric \\) == "
       "0",
-      false, false,
-      [](StubSdk::Catalogue& c) {
-         addPdp(c);
+      false, false, 1,
+      [](StubSdk::Catalogue&) {
          StubSdk::sdk().statuses[{"symmetric", 0x10D0, 0}] = 5;
       }},
 };
@@ -202,6 +177,12 @@ TEST_F(Catalogue, ProgramThatDoesNotFitTheLibraryStopsTheProcess) {
               }
               systemStatus->chipCapabilitiesIs("stub", {false, false, false, fatal.qosPolicy});
               auto catalogue = Kiln::allocate<StubSdk::Catalogue>();
+              if (fatal.parts > 0) {
+                 catalogue->add(0, makeTable("pdpClassCount", pdpHandle, 2336, false, packetsOnly));
+              }
+              for (std::size_t i = 1; i < fatal.parts; ++i) {
+                 catalogue->addMatch(fatalMatches[i - 1].first, fatalMatches[i - 1].second);
+              }
               fatal.breakIt(*catalogue);
               addChip(0, 0, catalogue);
            },

@@ -111,19 +111,6 @@ TEST_F(PdpCounters, DefaultLineReadsTheIdThatTheMappingGives) {
              header + "     Ethernet1                  default                  0\n" + closing);
 }
 
-TEST_F(PdpCounters, PortsOnEveryPipeHaveTheirOwnValues) {
-   auto& chip = addPdpChip(3);
-   for (U16 pipe = 0; pipe < 4; ++pipe) {
-      addPort("Ethernet" + std::to_string(pipe + 1), static_cast<U16>(pipe * 128 + 71));
-      countIs(pipe, 71, 5, pipe + 1U);
-   }
-   chip.fetchPdpCounters();
-   for (U16 pipe = 0; pipe < 4; ++pipe) {
-      const Pelt::IntfId intf(("Ethernet" + std::to_string(pipe + 1)).c_str());
-      EXPECT_EQ(chip.pdpCountersLast(intf)->classCount(ZelQos::PdpClassId(5)), pipe + 1U);
-   }
-}
-
 TEST_F(PdpCounters, ClearShowsZeroUntilAFetchBringsMoreAndLeavesTheHardware) {
    auto& chip = addPdpChip();
    addPort("Ethernet1", 0);

@@ -56,16 +56,6 @@ TEST_F(Scheduler, DeferredPassEndsWithTheNinthCompletion) {
    EXPECT_TRUE(chip.firstPollingComplete());
 }
 
-TEST_F(Scheduler, InlinePassEndsItself) {
-   StubSdk::sdk().inlineDefault = true;
-   auto& chip = addNineRequestChip(0);
-   advance(2.0);
-   EXPECT_EQ(takeSyncs().size(), 9U);
-   EXPECT_EQ(chip.hwTableCountersSm()->pendingCallbacks(), 0U);
-   EXPECT_TRUE(chip.firstPollingComplete());
-   EXPECT_EQ(chip.hwTableCountersSm()->pollingTimeMin(), 4.0);
-}
-
 // Every mixture of inline and deferred completions of the nine requests.
 TEST_F(Scheduler, MixedPassEndsOnceWhateverTheMixture) {
    auto& chip = addNineRequestChip(0);

@@ -32,20 +32,6 @@ class TableCommands : public StubSdkRig {
    }
 };
 
-TEST_F(TableCommands, CatalogueIsListed) {
-   auto& chip = addChipWith(makeTable("aclCount", handle, 123, true, bytesOnly));
-   EXPECT_EQ(
-        printed([&](U32 fd) { chip.showCountersInfo(fd); }),
-        ruler(96) +
-             " Id                              Counter         Handle     Size      Type  Per-pipe "
-             "Pkts/Bytes\n" +
-             ruler(96) +
-             "  0                            pdpClassCount         D0     2336   indirect       Y     Y/N \n"
-             "  1                     egressPortQueueCount         E0     4096   indirect       Y     Y/Y \n"
-             "  2                                 aclCount     ABCDEF      123     direct       N     N/Y "
-             "\n");
-}
-
 struct TextCase {
    const char* name;
    bool direct;
@@ -120,14 +106,6 @@ TEST_F(TableCommands, TablesAreShownToTheCharacter) {
    }
 }
 
-TEST_F(TableCommands, AllZeroTableShowsHeadersAndClosingLineOnly) {
-   StubSdk::Table table = makeTable("tested", handle, 1, true, packetsAndBytes, true);
-   table.entries = {1};
-   auto& chip = addChipWith(table);
-   const std::string rule = ruler(80);
-   EXPECT_EQ(show(chip, true), "Table: tested, DevId: 3, PipeId: FFFF\n" + rule + both + rule + rule + "\n");
-}
-
 TEST_F(TableCommands, NothingIsShownBeforeTheTableAndTheFirstPassAreReady) {
    StubSdk::sdk().inlineDefault = false;
    StubSdk::Table late = makeTable("tested", handle, 1, false, packetsOnly, false);
@@ -140,12 +118,6 @@ TEST_F(TableCommands, NothingIsShownBeforeTheTableAndTheFirstPassAreReady) {
    auto& again = addChip(3, 1, makeCatalogue(3));
    EXPECT_EQ(show(again, false, 2), not2) << "no such table is not initialized either";
    EXPECT_EQ(printed([&](U32 fd) { again.showTableCountersPipe(fd, 2, 0, false); }), not2);
-}
-
-TEST_F(TableCommands, PipeOfASymmetricTableIsRefused) {
-   auto& chip = addChipWith(makeTable("tested", handle, 1, false, packetsOnly));
-   EXPECT_EQ(printed([&](U32 fd) { chip.showTableCountersPipe(fd, testedId, 0, false); }),
-             "Symmetric counters cannot have a pipe option\n");
 }
 
 TEST_F(TableCommands, ReadErrorsEndTheTable) {

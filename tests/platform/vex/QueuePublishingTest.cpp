@@ -32,28 +32,6 @@ class QueuePublishing : public ZelTest::PublishingRig {
    Pelt::IntfId intf;
 };
 
-TEST_F(QueuePublishing, ReportsAddUpAndAFallCountsWhole) {
-   report(3, {100, 6400, 5});
-   rig.advance(2.0);
-   report(3, {150, 9600, 5});
-   report(16, {1, 64, 0}); // a report of one queue leaves the others' totals alone
-   EXPECT_EQ(queues().totals[3], (QueueStatistics{150, 9600, 5}));
-   report(3, {20, 1280, 1});
-   EXPECT_EQ(queues().totals[3], (QueueStatistics{170, 10880, 6}));
-   EXPECT_EQ(queues().totals[16], (QueueStatistics{1, 64, 0}));
-   EXPECT_TRUE(queues().has(3) && queues().has(16));
-   EXPECT_FALSE(queues().has(4));
-}
-
-TEST_F(QueuePublishing, AClearedQueueCountsFromZeroAndItsTotalStands) {
-   report(0, {100, 6400, 0});
-   report(0, {}); // a clear reports zeros
-   EXPECT_TRUE(sm()->clear("Ethernet1"));
-   report(0, {7, 448, 1});
-   EXPECT_EQ(queues().totals[0], (QueueStatistics{107, 6848, 1}));
-   EXPECT_EQ(queues(TableName::intfClearQueueCounters).totals[0], (QueueStatistics{100, 6400, 0}));
-}
-
 TEST_F(QueuePublishing, RatesAreOverTheTimeBetweenReadingsOfOnePort) {
    report(0, {100, 6400, 0});
    rig.advance(2.0);
@@ -68,17 +46,6 @@ TEST_F(QueuePublishing, RatesAreOverTheTimeBetweenReadingsOfOnePort) {
    report(0, {190, 12160, 0});
    EXPECT_EQ(queues().interval, 2.0);
    EXPECT_EQ(queues().deltas[0].packets, 190U);
-}
-
-TEST_F(QueuePublishing, AnInterfaceIsClearedBeforeItsFirstReport) {
-   report(0, {100, 6400, 0});
-   stop();
-   start();
-   EXPECT_TRUE(sm()->clear("Ethernet1"));
-   EXPECT_EQ(queues(TableName::intfClearQueueCounters).totals[0], (QueueStatistics{100, 6400, 0}));
-   EXPECT_FALSE(sm()->clear("Ethernet2"));
-   EXPECT_FALSE(sm()->clear(""));
-   EXPECT_FALSE(sm()->clear(std::string(64, 'x')));
 }
 
 TEST_F(QueuePublishing, AfterARestartTheFirstReportIsTheFirstPreviousOne) {
