@@ -92,6 +92,14 @@ void HardwareMemory::openFile() {
       lock_.emplace(path_, lockPatience);
       Kiln::OpenedFile opened = Kiln::openOwnFile(path_, ownerOnly);
       file_ = std::move(opened.file);
+      // The file itself, too, for one whose lock file somebody has removed. A reader's lock says nothing: a file of an
+      // earlier release may be open to all.
+      if (!Kiln::tryLock(file_.fd())) {
+         const Kiln::LockHolder holder = Kiln::lockHolder(file_.fd());
+         if (!holder.isReader) {
+            throw Kiln::FileInUse(path_, holder);
+         }
+      }
       isNewFile_ = opened.isNew;
    } catch (const Kiln::FileInUse& error) {
       fail("in use by another agent" +

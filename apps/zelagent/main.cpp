@@ -58,6 +58,10 @@ void endOnSignals() {
    action.sa_handler = handleSignal;
    sigaction(SIGTERM, &action, nullptr);
    sigaction(SIGINT, &action, nullptr);
+   struct sigaction hangup {};
+   if (sigaction(SIGHUP, nullptr, &hangup) == 0 && hangup.sa_handler != SIG_IGN) { // as under nohup
+      sigaction(SIGHUP, &action, nullptr);
+   }
 }
 
 // The next file to be opened would take the number of a closed standard stream, and output would go into that file.
@@ -160,6 +164,7 @@ int runAgent(const Options& options) {
    Kiln::threadSafePtrModeIs(true);
    logToStandardError();
    const auto manager = Kiln::ActivityManager::instance();
+   endOnSignals(); // before anything is created: a signal during the start then takes it back in good order
    std::optional<SocketFolder> folder;
    if (options.socketPath.empty()) {
       folder.emplace();
@@ -187,7 +192,6 @@ int runAgent(const Options& options) {
    if (folder) {
       folder->made.clear();
    }
-   endOnSignals();
    say(Kiln::counted(options.agent.chips, "chip") + ", " + Kiln::counted(options.agent.ports, "port") +
        " each, commands on " + socketPath);
    if (readChannel) {
@@ -205,6 +209,7 @@ int runAgent(const Options& options) {
 int main(int argc, char** argv) {
    // A client or reader that leaves is then an error of one write, and not the end of the agent.
    std::signal(SIGPIPE, SIG_IGN);
+   std::signal(SIGXFSZ, SIG_IGN); // a file that may not grow: likewise
    Kiln::surviveMappedFaults();
    openStandardStreams();
    try {

@@ -151,6 +151,20 @@ bool freeName(const std::string& path) {
    return rmdir(path.c_str()) == 0 || rename(path.c_str(), aside.c_str()) == 0;
 }
 
+// At once, so that nobody has the time to take the name again.
+OwnedFd openInPlaceOfForeign(const std::string& path, mode_t mode, std::string& replaced) {
+   for (int attempt = 1;; ++attempt) {
+      try {
+         return openOwnFile(path, mode).file;
+      } catch (const UntrustedFile& error) {
+         if (attempt == attemptsAtName || !freeName(path)) {
+            throw;
+         }
+         replaced = error.why();
+      }
+   }
+}
+
 bool tryLock(int file) {
    struct flock request = lockOf(F_WRLCK, 0, nameByte);
    if (fcntl(file, F_OFD_SETLK, &request) == 0) {
@@ -201,14 +215,10 @@ FileLock::FileLock(const std::string& path, double seconds, Foreign foreign) : p
 
 // Whoever has the lock removes the file before it lets go. So a lock counts only if the file still has its name.
 bool FileLock::tryOnce(Foreign foreign) {
-   try {
-      file_ = openOwnFile(path_, S_IRUSR | S_IWUSR).file;
-   } catch (const UntrustedFile&) {
-      if (foreign == Foreign::refused || !freeName(path_)) {
-         throw;
-      }
-      return false;
-   }
+   constexpr mode_t ownerOnly = S_IRUSR | S_IWUSR;
+   std::string replaced;
+   file_ = foreign == Foreign::removed ? openInPlaceOfForeign(path_, ownerOnly, replaced)
+                                       : openOwnFile(path_, ownerOnly).file;
    struct stat status {};
    if (fstat(file_.fd(), &status) == 0 && (status.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
       unlink(path_.c_str()); // others could lock it, and no agent makes such a file
@@ -217,8 +227,14 @@ bool FileLock::tryOnce(Foreign foreign) {
    return tryLock(file_.fd()) && fstat(file_.fd(), &status) == 0 && status.st_nlink != 0;
 }
 
+// Only its own file: somebody may have removed that, and another process have made and locked a new one.
 FileLock::~FileLock() {
-   unlink(path_.c_str());
+   struct stat own {};
+   struct stat named {};
+   if (fstat(file_.fd(), &own) == 0 && lstat(path_.c_str(), &named) == 0 && own.st_ino == named.st_ino &&
+       own.st_dev == named.st_dev) {
+      unlink(path_.c_str());
+   }
 }
 
 } // namespace Kiln

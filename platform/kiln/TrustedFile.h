@@ -46,6 +46,12 @@ std::string folderOf(const std::string& path);
 // removed gets another name. Returns whether the name is free.
 bool freeName(const std::string& path);
 
+// How often a name is freed for one that somebody else takes again and again.
+constexpr int attemptsAtName = 100;
+
+// openOwnFile, but what another user has put there is taken away, for a folder of this user's. `replaced` is then why.
+OwnedFd openInPlaceOfForeign(const std::string& path, mode_t mode, std::string& replaced);
+
 // --- Locks. They belong to the open file, so the kernel drops them however the process ends.
 
 // Takes the one write lock of the file; false if somebody has a lock there. Does not wait.

@@ -184,9 +184,14 @@ Mapping Store::openSuccessor(const std::string& table) const {
       return openForWriting(table).mapping;
    }
    const std::string path = successorPathOf(table);
-   removeSuccessor(
-        table); // a killed writer may have left one; what can't be removed is an error of the next call
-   const int descriptor = open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, ownerOnly);
+   int descriptor = -1;
+   for (int attempt = 0; descriptor < 0 && attempt < Kiln::attemptsAtName; ++attempt) {
+      removeSuccessor(table); // a killed writer may have left one, or another user have put something there
+      descriptor = open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, ownerOnly);
+      if (descriptor < 0 && errno != EEXIST) {
+         break;
+      }
+   }
    if (descriptor < 0) {
       fail(table, "create a successor of", errno);
    }
@@ -207,7 +212,9 @@ void Store::promoteSuccessor(const std::string& table) const {
 }
 
 void Store::removeSuccessor(const std::string& table) const {
-   if (kind_ != Kind::temporary) {
+   if (replacesForeign()) {
+      Kiln::freeName(successorPathOf(table));
+   } else if (kind_ != Kind::temporary) {
       unlink(successorPathOf(table).c_str());
    }
 }
@@ -271,18 +278,9 @@ bool Store::replacesForeign() const {
 
 // A file of this user's. Created for the owner only, so that nobody else has it open when it is locked.
 int Store::openOrCreate(const std::string& table, std::string& replaced) const {
-   constexpr int attempts = 100; // against somebody who puts things there again and again
    const std::string path = pathOf(table);
-   for (int attempt = 1;; ++attempt) {
-      try {
-         return Kiln::openOwnFile(path, ownerOnly).file.release();
-      } catch (const Kiln::UntrustedFile& error) {
-         if (!replacesForeign() || attempt == attempts || !Kiln::freeName(path)) {
-            throw;
-         }
-         replaced = error.why();
-      }
-   }
+   return replacesForeign() ? Kiln::openInPlaceOfForeign(path, ownerOnly, replaced).release()
+                            : Kiln::openOwnFile(path, ownerOnly).file.release();
 }
 
 // The same table in a file that nobody else has open. Under the lock for opening, and nobody writes to the old one: who
