@@ -240,6 +240,33 @@ std::span<U64> HardwareMemory::regionIs(U8 deviceId, const Kiln::String& layout,
    return regions_[deviceId];
 }
 
+Kiln::String HardwareMemory::loss() const {
+   struct stat status {};
+   if (header_ == nullptr || fstat(file_.fd(), &status) != 0) {
+      return "";
+   }
+   if (status.st_nlink == 0) {
+      return "was removed";
+   }
+   U64 needed = headerBytes;
+   bool isCut = headerGuard_.isLost();
+   for (unsigned id = 0; id < regionLimit; ++id) {
+      if (!regions_[id].empty()) {
+         needed = std::max<U64>(needed, offsetOf(id) + regions_[id].size_bytes());
+         isCut |= guards_[id].isLost();
+      }
+   }
+   // The size first: beyond the end of a file that was cut, a load would raise a signal.
+   if (isCut || static_cast<U64>(status.st_size) < needed) {
+      return "was cut";
+   }
+   bool isIntact = header_->magic == fileMagic && header_->version == fileVersion;
+   for (unsigned id = 0; id < regionLimit; ++id) {
+      isIntact &= regions_[id].empty() || header_->seals[id] == sealOf(id);
+   }
+   return isIntact ? "" : "was overwritten";
+}
+
 void HardwareMemory::regionDel(U8 deviceId) {
    const std::span<U64> region = std::exchange(regions_[deviceId], {});
    if (region.empty()) {

@@ -32,6 +32,9 @@ class HardwareMemory {
    std::span<U64> regionIs(U8 deviceId, const Kiln::String& layout, std::size_t words);
    // The chip is gone, and so are its counters.
    void regionDel(U8 deviceId);
+   const Kiln::String& path() const { return path_; }
+   // What became of the file under the running agent: "was removed", "was cut", "was overwritten". Empty: nothing.
+   Kiln::String loss() const;
    // What this object has created goes: the file, or regions in it. The memory stays until the end.
    void createdDel();
 

@@ -9,10 +9,12 @@
 #include "kiln/ActivityManager.h"
 #include "kiln/Choices.h"
 #include "kiln/Numbers.h"
+#include "kiln/OperatorLog.h"
 #include "kiln/RingLog.h"
 #include "softchip/PdpClasses.h"
 #include "zl/ZelSdk.h"
 
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <exception>
@@ -27,6 +29,14 @@ namespace {
 constexpr const char* chipTypeName = "soft chip";
 constexpr std::string_view chipNamePrefix = "Zel";
 constexpr U32 sdkSession = 1;
+
+constexpr Kiln::LogMessage hardwareLost{
+     "ZEL_AGENT_HARDWARE_LOST", Kiln::Severity::error,
+     "The file of hardware counters %s %s. Counters are kept no longer than this agent runs.",
+     "Somebody removed, cut or overwrote the file while the agent was running. It counts on, in memory; "
+     "counters that the "
+     "file has lost began at zero. Published totals stay.",
+     "Find who does so. Then stop the agent, remove what is left of the file, and start the agent again."};
 
 ZelId::ZelDevId deviceOf(const Kiln::String& chipName) {
    const std::string_view name = chipName;
@@ -129,6 +139,21 @@ void SwitchAgent::build() {
    for (unsigned chip = 0; chip < config_.chips; ++chip) {
       chipAdd(Kiln::String(chipNamePrefix) + std::to_string(chip));
    }
+   if (!config_.hardwareFile.empty()) {
+      hardwareClock_.emplace(Kiln::activityManagerClock(), this, &SwitchAgent::handleHardwareClock);
+      handleHardwareClock();
+   }
+}
+
+// Told once: what is lost does not come back, and the agent goes on without it.
+void SwitchAgent::handleHardwareClock() {
+   constexpr double tick = 2.0; // seconds
+   const Kiln::String loss = fleet_->hardware().loss();
+   if (loss.empty()) {
+      hardwareClock_->timeMinIs(Kiln::System::currentTime() + tick);
+   } else {
+      Kiln::OperatorLog::instance().log(hardwareLost, std::array{fleet_->hardware().path(), loss});
+   }
 }
 
 // The library goes before the fleet, and under the lock: completions that the fleet delivers as it ends then find no
@@ -143,6 +168,7 @@ void SwitchAgent::tearDown() {
             }
          }
       }
+      hardwareClock_.reset();
       traffic_ = nullptr;
       commandRunner_ = nullptr;
       mgr_ = nullptr;

@@ -4,6 +4,7 @@
 
 #include "agent/CommandRunner.h"
 #include "counters/ZelCountersMgr.h"
+#include "kiln/Timer.h"
 #include "softchip/SoftChip.h"
 #include "zel/VlanId.h"
 
@@ -105,6 +106,7 @@ class SwitchAgent {
  private:
    void build();
    void tearDown();
+   void handleHardwareClock();
    Kiln::Ptr<ZelCounter::CountersMounts> mount();
    void portsAdd(SoftChip::Chip& chip);
    void chipUp(SoftChip::Chip& chip);
@@ -130,6 +132,7 @@ class SwitchAgent {
    Kiln::Ptr<Agent::CommandRunner> commandRunner_;
    Kiln::OrderedMap<U32, Bridging::VlanId> vlanOfVni_;
    std::vector<Kiln::String> snatPrefixes_;
+   std::optional<Kiln::Timer<SwitchAgent>> hardwareClock_; // of a file, until its loss is told
 };
 
 } // namespace ZelAgent

@@ -47,6 +47,7 @@ struct Corruption {
       headerMended, // the header's changing part was written anew; records kept
       takenOver,    // no damage: the records of the last release's layout were taken over
       recreated,    // the whole table was created anew, empty
+      modeMended,   // who may open the file was changed, and is as before again
       remade,       // the whole table was made anew by its living writer, with its records
       lost,         // that failed: nobody finds the table until it succeeds
    };

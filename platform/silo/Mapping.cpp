@@ -92,6 +92,11 @@ void Mapping::grow(std::size_t size) {
    map(size);
 }
 
+mode_t Mapping::mode() const {
+   constexpr mode_t permissions = 07777;
+   return statusOf(descriptor_).st_mode & permissions;
+}
+
 void Mapping::modeIs(mode_t mode) {
    if (fchmod(descriptor_, mode) != 0) {
       throwError(errno, "change the mode of");

@@ -50,7 +50,8 @@ class Mapping {
    // Makes the file longer, with zeros, and maps it anew: pointers into it become invalid. The space is allocated now,
    // so that a full disk is an error here and not a signal at some later store.
    void grow(std::size_t size);
-   // Who may open the file from now on.
+   // Who may open the file.
+   mode_t mode() const;
    void modeIs(mode_t mode);
    // Maps what the file has now: pointers into it become invalid.
    void remap();

@@ -77,6 +77,7 @@ class RawTable {
    void remake(const std::string& problem);
    std::size_t carryOver(const Mapping& old);
    void findOverwritten();
+   void clearOverwrittenUnused();
    bool isIntact(SlotIndex i) const;
    void restoreSlots(std::size_t kept);
    bool restoreSlot(SlotIndex i);
@@ -108,6 +109,7 @@ class RawTable {
    std::vector<std::uint64_t> generations_; // by slot
    std::vector<std::uint64_t> looked_;      // the generations when mend() looked last
    std::vector<bool> isLost_;               // by slot: missing or overwritten, and reported
+   SlotIndex lookedAt_ = 0;                 // the last one that was looked at for being unused
    std::uint64_t losses_ = 0;
    bool isNameLost_ = false;             // reported, and not yet made anew
    std::uint64_t highestGeneration_ = 0; // see TableHeader

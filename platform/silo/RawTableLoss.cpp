@@ -16,9 +16,13 @@ void RawTable::mend() {
    }
    if (!problem.empty()) {
       remake(problem);
-   } else {
-      findOverwritten();
+      return;
    }
+   if (const std::string change = store_.restoreMode(mapping_); !change.empty()) {
+      report("", change, Remedy::modeMended);
+   }
+   findOverwritten();
+   clearOverwrittenUnused();
 }
 
 std::string RawTable::lossInMemory() const {
@@ -122,6 +126,26 @@ void RawTable::findOverwritten() {
              "overwritten in memory" +
                   (count == 1 ? "" : ", and " + std::to_string(count - 1) + " more with it"),
              Remedy::none);
+   }
+}
+
+// Readers would take what lies in a slot without a record for one. A part of the slots with each look, since they are many,
+// and nothing else touches their memory.
+void RawTable::clearOverwrittenUnused() {
+   constexpr std::size_t looksForAll = 16;
+   std::size_t cleared = 0;
+   for (std::size_t left = capacity() / looksForAll + 1; left != 0; --left) {
+      lookedAt_ = (lookedAt_ + 1) % capacity();
+      Key key;
+      if (index_.keyOf(lookedAt_).isEmpty() && slot(lookedAt_).tryReadKey(key) != RecordSlot::State::free) {
+         freeSlot(lookedAt_);
+         ++cleared;
+      }
+   }
+   if (cleared != 0) {
+      ++losses_;
+      report("", "written by somebody else where there was none, in " + std::to_string(cleared) + " places",
+             Remedy::freed);
    }
 }
 

@@ -237,6 +237,17 @@ std::string Store::lossOf(const std::string& table, const Mapping& mapping) cons
    return "";
 }
 
+std::string Store::restoreMode(Mapping& mapping) const {
+   const mode_t mode = mapping.mode();
+   if (kind_ == Kind::temporary || mode == mode_) {
+      return "";
+   }
+   mapping.modeIs(mode_);
+   char text[8];
+   std::snprintf(text, sizeof text, "%04o", static_cast<unsigned>(mode));
+   return std::string("had its mode changed to ") + text;
+}
+
 bool Store::isNamed(const std::string& table, const Mapping& mapping) const {
    struct stat status {};
    return kind_ == Kind::temporary || (statusOf(table, status) && mapping.isOf(status));

@@ -50,6 +50,8 @@ class Store {
    void removeSuccessor(const std::string& table) const;
    // What became of the file of a table that was opened: removed, replaced or cut. Empty: nothing.
    std::string lossOf(const std::string& table, const Mapping& mapping) const;
+   // Gives the file of a table that was opened its mode again. What had become of it; empty: nothing.
+   std::string restoreMode(Mapping& mapping) const;
    // Whether the name is that of the file that was opened.
    bool isNamed(const std::string& table, const Mapping& mapping) const;
    // Removes the name; whoever has the table open keeps it. An absent table is not an error.

@@ -32,6 +32,8 @@ const char* remedyText(Silo::Corruption::Remedy remedy) {
       return "they were taken over";
    case Remedy::recreated:
       return "the table was created anew";
+   case Remedy::modeMended:
+      return "it is as before again";
    case Remedy::remade:
       return "it was made anew";
    case Remedy::lost:
@@ -62,7 +64,9 @@ const Kiln::LogMessage VEX_COUNTERS_TABLE_TAKEN_OVER{"VEX_COUNTERS_TABLE_TAKEN_O
 
 const Kiln::LogMessage VEX_COUNTERS_TABLE_LOST{
      "VEX_COUNTERS_TABLE_LOST", Kiln::Severity::error, "Shared counters table %s %s; %s",
-     "Somebody removed, replaced, cut or overwrote the table's file while the agent was running. Once the "
+     "Somebody removed, replaced, cut or overwrote the table's file, or changed who may open it, while the "
+     "agent was "
+     "running. Once the "
      "table is made "
      "anew, readers find it by themselves, and totals, clears and times go on.",
      "Find who does so. If the table could not be made anew, do away with the reason that is given."};
@@ -71,9 +75,10 @@ namespace {
 
 const Kiln::LogMessage* messageOfTable(Silo::Corruption::Remedy remedy) {
    using Remedy = Silo::Corruption::Remedy;
-   return remedy == Remedy::takenOver                          ? &VEX_COUNTERS_TABLE_TAKEN_OVER
-          : remedy == Remedy::remade || remedy == Remedy::lost ? &VEX_COUNTERS_TABLE_LOST
-                                                               : nullptr;
+   return remedy == Remedy::takenOver ? &VEX_COUNTERS_TABLE_TAKEN_OVER
+          : remedy == Remedy::remade || remedy == Remedy::lost || remedy == Remedy::modeMended
+               ? &VEX_COUNTERS_TABLE_LOST
+               : nullptr;
 }
 
 } // namespace

@@ -420,6 +420,26 @@ TEST_F(LostTable, OverwrittenRecordsAreReportedOnceWhoeverWritesThem) {
    EXPECT_EQ(mend(), 0u);
 }
 
+TEST_F(LostTable, SlotsWithoutARecordAreFreeAgainAndTheModeIsAsBefore) {
+   writeAll(0);
+   table.recordDel("50");
+   overwrite(fileOf("t"), slotOffset<Small>(50), std::string(sizeof(Silo::RecordSlot), '\xff'));
+   ASSERT_EQ(chmod(fileOf("t").c_str(), 0666), 0);
+   std::vector<Remedy> found;
+   for (int look = 0; look < 40; ++look) { // twice as many as it takes to see all slots
+      mend();
+      for (const auto& corruption : corruptions_) {
+         found.push_back(corruption.remedy);
+      }
+   }
+   EXPECT_EQ(found, (std::vector{Remedy::modeMended, Remedy::freed}));
+   EXPECT_EQ(std::filesystem::status(fileOf("t")).permissions(), std::filesystem::perms(0644));
+   Silo::TableReader<Small> reader(store_, "t");
+   std::vector<Silo::Entry<Small>> entries;
+   ASSERT_TRUE(reader.snapshot(entries));
+   EXPECT_EQ(entries.size(), count - 1);
+}
+
 TEST_F(LostTable, NoOtherBusErrorIsOutlived) {
    EXPECT_EQ(statusOf(spawn([] { return std::raise(SIGBUS); })), -SIGBUS);
    EXPECT_EQ(statusOf(spawn([&] {
