@@ -90,8 +90,9 @@ void LogOutput::write(std::string_view lines) {
    follow();
    std::string_view left = text;
    if (dropped_ > 0) {
-      const String notice = (isMidLine_ ? "\n" : "") + counted(dropped_, "line") +
-                            " of this log dropped: nobody read them in time\n";
+      String notice = isMidLine_ ? "\n" : "";
+      notice += counted(dropped_, "line");
+      notice += " of this log dropped: nobody read them in time\n";
       dropped_ = takeAll(notice).empty() ? 0 : dropped_;
    }
    if (dropped_ == 0) {
