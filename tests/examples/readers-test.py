@@ -287,7 +287,7 @@ def test_killed_agent():
         seen.take(left[0], is_fresh)
         check(not left[0]["writer-alive"] and len(left[0]["interfaces"]) == 64, left[0])
         check(ages_out(left[0])[0] == ages_out(left[1])[0] == ages_out(left[2])[0], *left)
-    check(seen.newest > 100, "the agents hardly wrote anything: generation", seen.newest)
+    check(seen.newest > 30, "the agents hardly wrote anything: generation", seen.newest)
     print(f"{kills} kills, {seen.records} records read, {seen.torn} left torn")
 
 
