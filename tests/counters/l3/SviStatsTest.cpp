@@ -4,7 +4,6 @@
 namespace {
 
 using namespace ZelTest;
-using testing::ElementsAre;
 using ZelCounter::ZelCountersL3Helper;
 
 class SviStats : public L3Rig {

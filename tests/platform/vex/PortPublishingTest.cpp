@@ -14,7 +14,6 @@
 namespace {
 
 using Silo::Interface::IntfCounters;
-using ZelTest::inErrors;
 using ZelTest::inOctets;
 namespace TableName = Silo::Interface::TableName;
 
