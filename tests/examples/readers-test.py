@@ -104,12 +104,13 @@ class Agent:
         self.process.stdout.close()
 
 
-def await_records():
-    """Waits for an agent's first records."""
+def await_records(generation=0):
+    """Waits for an agent's first records, or for one that was written so often."""
     deadline = time.monotonic() + LIMIT
     while True:
         done = read("C++", "--json")
-        if done.returncode == 0 and json.loads(done.stdout)["interfaces"]:
+        if done.returncode == 0 and any(row.get("generation", 0) > generation
+                                        for row in json.loads(done.stdout)["interfaces"]):
             return
         check(time.monotonic() < deadline, "nothing was published:", done.stderr)
         time.sleep(0.01)
@@ -274,7 +275,7 @@ def test_killed_agent():
                    stdin=subprocess.PIPE) as running:
             running.process.stdin.write(b"advance 4\ntraffic on\nadvance 1000000\n")
             running.process.stdin.close()
-            await_records()
+            await_records(100 if turn == 0 else 0)  # one at least has written a while, however slow it is
             seen.take(document_of("C++", statuses=(0, 2)), is_fresh)
             name = next(readers)
             reader = subprocess.Popen([*READERS[name], "--silo", silo, "--json"], stdout=subprocess.PIPE)
@@ -287,7 +288,7 @@ def test_killed_agent():
         seen.take(left[0], is_fresh)
         check(not left[0]["writer-alive"] and len(left[0]["interfaces"]) == 64, left[0])
         check(ages_out(left[0])[0] == ages_out(left[1])[0] == ages_out(left[2])[0], *left)
-    check(seen.newest > 30, "the agents hardly wrote anything: generation", seen.newest)
+    check(seen.newest > 100, "the agents hardly wrote anything: generation", seen.newest)
     print(f"{kills} kills, {seen.records} records read, {seen.torn} left torn")
 
 
