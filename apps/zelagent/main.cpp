@@ -22,6 +22,7 @@
 #include <iostream>
 #include <new>
 #include <optional>
+#include <sstream>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -149,6 +150,22 @@ void say(const Kiln::String& line) {
    Kiln::LogOutput::standardOutput().write("zelagent: " + Kiln::printable(line) + "\n");
 }
 
+// What the flight recorder takes of the machine's memory.
+void sayHistory(const ZelAgent::SwitchAgentConfig& config, std::size_t ports) {
+   if (config.historyMinutes == 0) {
+      say("no history is kept");
+      return;
+   }
+   constexpr std::size_t kilobyte = 1000;
+   const std::size_t bytes =
+        Vex::HistorySettings{.minutes = config.historyMinutes, .pollingInterval = config.pollingInterval}
+             .bytesPerPort();
+   std::ostringstream minutes;
+   minutes << config.historyMinutes;
+   say("history of the last " + minutes.str() + " min takes " + std::to_string(bytes / kilobyte) +
+       " kB a port, " + std::to_string(ports * bytes / kilobyte) + " kB for " + Kiln::counted(ports, "port"));
+}
+
 // Takes the socket's folder back from a start that fails.
 struct SocketFolder {
    Kiln::String made = Agent::prepareDefaultSocketFolder(); // empty: it was there before
@@ -194,6 +211,8 @@ int runAgent(const Options& options) {
    }
    say(Kiln::counted(options.agent.chips, "chip") + ", " + Kiln::counted(options.agent.ports, "port") +
        " each, commands on " + socketPath);
+   sayHistory(options.agent,
+              hostPorts ? hostPorts->names().size() : options.agent.chips * options.agent.ports);
    if (readChannel) {
       say(Agent::groupName(*options.readGroup) + " may read on " + options.readSocketPath);
    }
