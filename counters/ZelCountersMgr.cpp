@@ -9,6 +9,7 @@
 #include "counters/l3/ZelCountersL3Intf.h"
 #include "kiln/ActivityLock.h"
 #include "kiln/ActivityManager.h"
+#include "kiln/EventLog.h"
 #include "kiln/Time.h"
 #include "kiln/TimerWheel.h"
 #include "kiln/Trace.h"
@@ -208,7 +209,8 @@ void ZelCountersMgr::vexCountersSmIs() {
         vexCommonSmData(), mounts()->ethPhyIntfStatusDir(), mounts()->vlanIntfStatusDir(),
         mounts()->allIntfCounters(), mounts()->allIntfClearCounters(), mounts()->allIntfQueueCounters(),
         mounts()->allIntfClearQueueCounters(), mounts()->allVlanIntfCounters(),
-        mounts()->vlanIntfCounterWriterStatus(), Kiln::activityManagerClock(), zelCountersHelper()});
+        mounts()->vlanIntfCounterWriterStatus(), Kiln::activityManagerClock(), zelCountersHelper(),
+        mounts()->history()});
    vexCountersSm_->hasNotificationActiveIs(true);
 }
 
@@ -289,6 +291,14 @@ void ZelCountersMgr::zelCountersDelAll() {
 }
 
 // The name by value: the caller's may be that of the chip that goes.
+namespace {
+
+Kiln::String deviceText(ZelId::ZelDevId devId) {
+   return "device " + std::to_string(devId);
+}
+
+} // namespace
+
 void ZelCountersMgr::addChip(ZelId::ZelDevId devId, Kiln::String chipName,
                              const ZelDriver::ZelDevProfile& devProfile, U32 sessionId,
                              Kiln::Ptr<ZlPd::ZlPdIntf> zlPdIntf,
@@ -312,6 +322,8 @@ void ZelCountersMgr::addChip(ZelId::ZelDevId devId, Kiln::String chipName,
          mounts()->aclCounterClearRequest(), mounts()->aclCounterClearResponse(), vexCountersSm(),
          vexSubIntfCountersSm(), zlPdIntf, zlResourceInfoIntf, devProfile, dropData_, vexCommonSmData()});
    zelCountersIs(chip);
+   Kiln::EventLog::instance().record(
+        {.kind = Kiln::EventKind::chipCame, .where = chip->chipName(), .what = deviceText(devId)});
    try {
       if (zelCountersL3IntfSm()) {
          zelCountersL3IntfSm()->addDevice(devId, devProfile, zlPdIntf, zlResourceInfoIntf, chipStatus);
@@ -336,6 +348,8 @@ void ZelCountersMgr::deleteDevice(ZelId::ZelDevId devId, bool isReadOnceMore) {
       return;
    }
    zelCountersDel(devId);
+   Kiln::EventLog::instance().record(
+        {.kind = Kiln::EventKind::chipWent, .where = chip->chipName(), .what = deviceText(devId)});
    if (zelCountersL3IntfSm()) {
       if (isReadOnceMore) {
          zelCountersL3IntfSm()->readAllOnceMore();
@@ -460,6 +474,9 @@ void ZelCountersMgrSm::publishInterval(double seconds) {
    if (mounts->allVlanIntfCounters()) {
       mounts->allVlanIntfCounters()->table().pollingIntervalIs(seconds);
    }
+   if (mounts->history()) {
+      mounts->history()->pollingIntervalIs(seconds);
+   }
    if (mounts->subIntfCountersDir()) {
       // Their reactor reads by itself when passes are rarer.
       mounts->subIntfCountersDir()->table().pollingIntervalIs(
@@ -483,6 +500,8 @@ void ZelCountersMgrSm::mendTables() {
    mend(mounts.subIntfCountersDir());
    mend(mounts.subIntfCountersSnapshotDir());
    mend(mounts.intfAllNatCounterDir());
+   mend(mounts.history());
+   mend(mounts.events());
 }
 
 // All chips share the table, so its readers are told the slowest one's. Looked at with every pass, since a chip's

@@ -4,6 +4,7 @@
 
 #include "counters/chip/ManagerAccess.h"
 #include "kiln/Choices.h"
+#include "kiln/EventLog.h"
 #include "kiln/NameChoice.h"
 #include "kiln/Numbers.h"
 
@@ -319,6 +320,12 @@ Agent::CommandResult ZelCountersMgrCli::run(const ZelCountersCommand& command, i
       out->chipEnd();
    }
    out->documentEnd();
+   if (command.isClear) {
+      Kiln::EventLog::instance().record({.kind = Kiln::EventKind::clear,
+                                         .where = command.intf.value_or(command.chip.value_or("")),
+                                         .what = Agent::CommandOrigin::current().who,
+                                         .text = command.text});
+   }
    return {};
 }
 

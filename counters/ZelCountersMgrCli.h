@@ -30,6 +30,7 @@ using ChipOperation = void (*)(ZelCounters& chip, ShowOutput& out, const ChipArg
 struct ZelCountersCommand {
    ChipOperation operation = nullptr;
    bool isClear = false;
+   Kiln::String text;                 // as it was typed
    std::optional<Kiln::String> chip;  // without it, every chip
    std::optional<Kiln::String> intf;  // one or several, as kiln/NameChoice.h reads it
    std::optional<Kiln::String> table; // id or name; without it, every table

@@ -119,6 +119,14 @@ constexpr std::array options{
                }
                o.agent.pollingInterval = *interval;
             }},
+     Option{"--history", "MINUTES", "how long the readings of ports are kept, up to 1440; 0 for none (15)",
+            [](Options& o, const Kiln::String& v) {
+               const auto minutes = Kiln::parseDecimal(v, longestHistory);
+               if (!minutes) {
+                  refuse("--history", v, "minutes from 0 to 1440, as 15 or 0.5");
+               }
+               o.agent.historyMinutes = *minutes;
+            }},
      Option{"--socket", "PATH", "socket for commands ($ZEL_SOCKET, else one of the user's own)",
             [](Options& o, const Kiln::String& v) { o.socketPath = v; }},
      Option{"--read-socket", "PATH", "another one, for commands that only read; needs --read-group (none)",

@@ -194,6 +194,8 @@ Kiln::Ptr<ZelCounter::CountersMounts> SwitchAgent::mount() {
    store_ = storeFor(config_);
    Vex::SharedTableSettings settings;
    settings.areProvisional = true;
+   settings.pollingInterval = config_.pollingInterval;
+   settings.historyMinutes = config_.historyMinutes;
    newTables_ = Vex::openSharedTables(*store_, settings);
    const Vex::SharedTables& tables = *newTables_;
    auto mounts = Kiln::allocate<ZelCounter::CountersMounts>();
@@ -218,6 +220,8 @@ Kiln::Ptr<ZelCounter::CountersMounts> SwitchAgent::mount() {
    mounts->subIntfCountersDirIs(tables.subIntfCountersDir);
    mounts->subIntfCountersSnapshotDirIs(tables.subIntfCountersSnapshotDir);
    mounts->intfAllNatCounterDirIs(tables.intfAllNatCounterDir);
+   mounts->historyIs(tables.history);
+   mounts->eventsIs(tables.events);
    mounts->aclCounterTableIs(Kiln::allocate<Silo::ZelSystem::AclCounterTable>());
    mounts->aclCounterClearRequestIs(Kiln::allocate<ZelAclCounter::AclCounterClearRequest>());
    mounts->aclCounterClearResponseIs(Kiln::allocate<ZelAclCounter::AclCounterClearResponse>());

@@ -18,6 +18,7 @@ constexpr unsigned maxChips = ZelId::maxDevices;
 // anything but polling.
 constexpr double shortestPollingInterval = 1e-3;
 constexpr double longestPollingInterval = 1e6;
+constexpr double longestHistory = 1440; // minutes
 
 struct SwitchAgentConfig {
    unsigned chips = 1;
@@ -26,6 +27,7 @@ struct SwitchAgentConfig {
    ZelSystem::ChipCapabilities capabilities{true, true, true, true};
    U64 seed = 1;                    // of the synthetic traffic
    double pollingInterval = 2.0;    // seconds, from the first pass on
+   double historyMinutes = 15;      // 0: no history is kept
    Kiln::String siloFolder{};       // where shared tables live; empty for this user's in shared memory
    bool tablesAreTemporary = false; // without a folder: only this process can open them then
    Kiln::String hardwareFile{};     // where hardware counters live; empty for the process's own memory

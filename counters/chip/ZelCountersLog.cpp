@@ -30,7 +30,8 @@ const Kiln::LogMessage ZEL_COUNTERS_COUNTER_RESOURCE_NORMAL{
      "None."};
 
 const Kiln::LogMessage ZEL_COUNTERS_CHIP_SILENT{
-     "ZEL_COUNTERS_CHIP_SILENT", Severity::warning,
+     "ZEL_COUNTERS_CHIP_SILENT",
+     Severity::warning,
      "Chip %s gives no answer, or errors, to reads of %s. These counters stand still.",
      "Reads of the chip's counters were refused, or not answered, for more than three polling intervals. "
      "What is shown and published of them is as old as the last answer, and says so. The chip is asked on "
@@ -38,12 +39,15 @@ const Kiln::LogMessage ZEL_COUNTERS_CHIP_SILENT{
      "for tables after an answer that was lost: their syncs go on when the chip is added again.",
      "Look at the chip's driver and its log. 'counters show health' says what is not answered, and why. If "
      "the driver is "
-     "well and the tables stay old, take the chip away and add it again."};
+     "well and the tables stay old, take the chip away and add it again.",
+     Kiln::EventKind::chipSilent};
 
-const Kiln::LogMessage ZEL_COUNTERS_CHIP_ANSWERS{"ZEL_COUNTERS_CHIP_ANSWERS", Severity::notice,
+const Kiln::LogMessage ZEL_COUNTERS_CHIP_ANSWERS{"ZEL_COUNTERS_CHIP_ANSWERS",
+                                                 Severity::notice,
                                                  "Chip %s answers again.",
                                                  "The chip's counters are read as usual. What it counted in "
                                                  "between is in the totals, if the hardware kept it.",
-                                                 "None."};
+                                                 "None.",
+                                                 Kiln::EventKind::chipAnswers};
 
 } // namespace ZelCounter

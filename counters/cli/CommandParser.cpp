@@ -60,6 +60,7 @@ Kiln::String CommandParser::parse(ZelCountersCommand* command) {
       parseOptions(*row);
       command_->operation = row->operation;
       command_->isClear = row->isClear();
+      command_->text = Kiln::joined(words_, " ");
       command_->needsTables = row->needsTables;
    }
    return error_;

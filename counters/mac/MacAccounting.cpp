@@ -4,14 +4,17 @@
 
 #include "counters/chip/ZelCountersLog.h"
 #include "counters/chip/ZelCountersTrace.h"
+#include "kiln/EventLog.h"
 #include "kiln/RingLog.h"
 #include "kiln/Time.h"
 #include "silo/Words.h"
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstring>
 #include <span>
+#include <vector>
 
 namespace ZelCounter {
 
@@ -123,11 +126,72 @@ void MacAccounting::beginAt(const IntfCounters& snapshot, VexTypes::IntfCounters
    fillFromPart(body, snapshot.counters(), body);
 }
 
+namespace {
+
+// The bits in which two values differ, as "bit 47" or "bits 3, 12".
+Kiln::String flippedBits(U64 before, U64 after) {
+   constexpr int mostToName = 4;
+   const U64 flipped = before ^ after;
+   if (std::popcount(flipped) > mostToName) {
+      return "";
+   }
+   Kiln::String text;
+   for (U64 left = flipped; left != 0; left &= left - 1) {
+      text += (text.empty() ? "" : ", ") + std::to_string(std::countr_zero(left));
+   }
+   return (std::popcount(flipped) == 1 ? "flipped bit " : "flipped bits ") + text;
+}
+
+// The wraps and upsets of one step, as events. A few counters are told one by one. More of them at once are one event:
+// where they fell, the port's counters began again.
+class StepEvents {
+ public:
+   explicit StepEvents(const Pelt::IntfId& intf) : intf_(intf) {}
+   StepEvents(const StepEvents&) = delete;
+   StepEvents& operator=(const StepEvents&) = delete;
+   ~StepEvents() {
+      tell(wraps_, Kiln::EventKind::wrap);
+      const bool isReset = upsets_.size() > mostToTell && std::ranges::all_of(upsets_, [](const auto& one) {
+                              return one.after < one.before;
+                           });
+      tell(upsets_, isReset ? Kiln::EventKind::reset : Kiln::EventKind::upset);
+   }
+   void add(const MacAccounting::Event& event, bool isWrap) { (isWrap ? wraps_ : upsets_).push_back(event); }
+
+ private:
+   static constexpr std::size_t mostToTell = 3;
+
+   void tell(const std::vector<MacAccounting::Event>& events, const char* kind) const {
+      const bool isOne = events.size() > mostToTell;
+      for (const MacAccounting::Event& event : events) {
+         const bool isUpset = kind == Kiln::EventKind::upset;
+         Kiln::EventLog::instance().record({.kind = kind,
+                                            .where = intf_.text(),
+                                            .what = event.counter,
+                                            .text = isUpset ? flippedBits(event.before, event.after) : "",
+                                            .hasValues = true,
+                                            .before = event.before,
+                                            .after = event.after,
+                                            .others = isOne ? events.size() - 1 : 0});
+         if (isOne) {
+            break;
+         }
+      }
+   }
+
+   const Pelt::IntfId& intf_;
+   std::vector<MacAccounting::Event> wraps_;
+   std::vector<MacAccounting::Event> upsets_;
+};
+
+} // namespace
+
 void MacAccounting::checkMacCountersOverflow(const Pelt::IntfId& intf,
                                              const Kiln::Ptr<VexTypes::IntfCounters>& record,
                                              const Kiln::Ptr<VexTypes::IntfCounters>& previous) {
    bool wrapSeen = false;
    bool seuSeen = false;
+   StepEvents told(intf);
    const EthIntfStatistics& reading = record->statistics();
    for (std::size_t i = 0; i < EthIntfStatistics::fieldCount; ++i) {
       const U64 newValue = Interface::word(reading, i);
@@ -141,6 +205,7 @@ void MacAccounting::checkMacCountersOverflow(const Pelt::IntfId& intf,
                         Kiln::System::currentTime()};
       KILN_RINGLOG(intf << ": " << event.counter << (step == Step::wrap ? " wrapped" : " was upset")
                         << " from " << oldValue << " to " << newValue);
+      told.add(event, step == Step::wrap);
       if (step == Step::wrap) {
          lastWrap_ = event;
          overflowCountInc(1);

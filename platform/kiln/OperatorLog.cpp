@@ -57,6 +57,11 @@ void OperatorLog::log(const LogMessage& message, std::span<const String> argumen
    if (sink) {
       sink(entry);
    }
+   const bool isPlaced = message.event != EventKind::message && !arguments.empty();
+   EventLog::instance().record({.kind = message.event,
+                                .where = isPlaced ? arguments.front() : String(),
+                                .what = message.id,
+                                .text = entry.text});
 }
 
 std::vector<OperatorLog::Entry> OperatorLog::entries() const {

@@ -2,6 +2,7 @@
 // means and what to do about it.
 #pragma once
 
+#include "kiln/EventLog.h"
 #include "kiln/Types.h"
 
 #include <deque>
@@ -24,6 +25,8 @@ struct LogMessage {
    const char* text;              // each %s or %d stands for one argument, in order
    const char* explanation;       // what happened and what it touches
    const char* recommendedAction; // what the operator should do
+   const char* event =
+        EventKind::message; // which kind of event it is; of any other, the first argument says where
 };
 
 class OperatorLog {
@@ -37,7 +40,7 @@ class OperatorLog {
 
    static OperatorLog& instance();
 
-   // Any thread. The newest entryLimit entries are kept.
+   // Any thread. The newest entryLimit entries are kept. Each is an event, too.
    void log(const LogMessage& message, std::span<const String> arguments);
    // The entries that are kept, oldest first.
    std::vector<Entry> entries() const;

@@ -265,6 +265,7 @@ void RawTable::listFreeSlots() {
 // Publishes the table: readers may come.
 void RawTable::begin() {
    state_.epoch += 1;
+   unclosedBy_ = state_.writerPid;
    state_.writerPid = getpid();
    state_.pollingInterval = options_.pollingInterval;
    state_.clockDomain = options_.clockDomain;

@@ -23,6 +23,8 @@ struct TableOptions {
    CorruptionHandler onCorruption; // may be empty
    bool isBegunAnew = false;       // drop the records of an earlier start
    bool isProvisional = false;     // a table that is created goes with its writer, unless that keeps it
+   std::size_t restingLooks =
+        TableHeader::maxCapacity; // records that nobody writes of which a mend() reads so many
 };
 
 // See Table for the contract. One thread at a time. Neither copied nor moved: the mapping has one owner.
@@ -49,6 +51,7 @@ class RawTable {
    void mend();
    std::uint64_t losses() const { return losses_; }
    bool isIntact(const Key& key) const;
+   pid_t unclosedBy() const { return unclosedBy_; }
 
  private:
    using SlotIndex = std::size_t;
@@ -103,6 +106,7 @@ class RawTable {
 
    Mapping mapping_;
    bool isNew_ = false; // made by this writer, in place of nothing
+   pid_t unclosedBy_ = 0;
    TableState state_;
    // The writer's own copy of keys and generations: it never trusts shared memory, which others might overwrite.
    KeyIndex index_;
@@ -110,6 +114,7 @@ class RawTable {
    std::vector<std::uint64_t> looked_;      // the generations when mend() looked last
    std::vector<bool> isLost_;               // by slot: missing or overwritten, and reported
    SlotIndex lookedAt_ = 0;                 // the last one that was looked at for being unused
+   SlotIndex restingAt_ = 0;                // the next one that is looked at although nobody writes it
    std::uint64_t losses_ = 0;
    bool isNameLost_ = false;             // reported, and not yet made anew
    std::uint64_t highestGeneration_ = 0; // see TableHeader

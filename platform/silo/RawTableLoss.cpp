@@ -1,5 +1,6 @@
 // What becomes of a table whose file is removed, replaced, cut or overwritten while it is written: it is made anew, with
 // what can be saved.
+#include "silo/FileSuccessor.h"
 #include "silo/RawTable.h"
 
 #include <stdexcept>
@@ -32,28 +33,11 @@ std::string RawTable::lossInMemory() const {
    return isIntact ? "" : "had its header overwritten";
 }
 
-// Beside the old one, which keeps its name until the new one is whole. Where the name is gone or another's, it has to be
-// won first: another agent may have begun to write there.
 void RawTable::remake(const std::string& problem) {
    try {
-      const Mapping claim =
-           store_.isNamed(name_, mapping_) ? Mapping() : store_.openForWriting(name_).mapping;
-      Mapping other = store_.openSuccessor(name_);
       std::size_t missing = 0;
-      std::swap(mapping_, other); // from here on, `other` is the old one
-      try {
-         mapping_.grow(geometry_.sizeFor(capacity()));
-         missing = carryOver(other);
-         store_.promoteSuccessor(name_);
-      } catch (...) {
-         std::swap(mapping_, other);
-         store_.removeSuccessor(name_); // what takes the last space of a disk helps nobody
-         throw;
-      }
-      other.remap(); // what is lost of it would not reach the readers
-      if (other.size() >= sizeof(TableHeader)) {
-         reinterpret_cast<TableHeader*>(other.data())->retire();
-      }
+      replaceFile(store_, name_, mapping_, geometry_.sizeFor(capacity()),
+                  [&](const Mapping& old) { missing = carryOver(old); });
       isNameLost_ = false;
       ++losses_;
       report("",
@@ -100,12 +84,15 @@ std::size_t RawTable::carryOver(const Mapping& old) {
    return missing;
 }
 
-// Records that nobody has written since the last look are read as a whole; of the others, which were whole a moment ago,
-// only the head is looked at.
+// Records that nobody has written since the last look are read as a whole, or as many of them as the writer asked for; of
+// the others, which were whole a moment ago, only the head is looked at.
 void RawTable::findOverwritten() {
    const Key* first = nullptr;
    std::size_t count = 0;
    std::size_t left = size();
+   const SlotIndex restingFrom = restingAt_;
+   std::size_t restingLeft = options_.restingLooks;
+   restingAt_ = 0;
    for (SlotIndex i = 0; left != 0; ++i) {
       const Key& key = index_.keyOf(i);
       if (key.isEmpty()) {
@@ -113,6 +100,14 @@ void RawTable::findOverwritten() {
       }
       --left;
       const bool isWritten = std::exchange(looked_[i], generations_[i]) != generations_[i];
+      if (!isWritten && i < restingFrom) {
+         continue;
+      }
+      if (!isWritten && restingLeft == 0) {
+         restingAt_ = restingAt_ != 0 ? restingAt_ : i; // the next look begins here
+         continue;
+      }
+      restingLeft -= isWritten ? 0 : 1;
       const bool isGood = isWritten ? slot(i).isHeadedBy(key, generations_[i]) : isIntact(i);
       if (!isGood && !isLost_[i]) {
          first = first != nullptr ? first : &key;

@@ -1,9 +1,5 @@
-// A reader of a shared table: attaches by name, and attaches again whenever the writer replaces the table.
+// Finds records by their keys in the table that is attached.
 #include "silo/RawTableReader.h"
-
-#include "silo/Errors.h"
-
-#include <utility>
 
 namespace Silo {
 
@@ -30,8 +26,12 @@ ReadResult resultOf(RecordSlot::State state, const Patience& patience) {
 } // namespace
 
 RawTableReader::RawTableReader(const Store& store, const std::string& name, const RecordLayout& layout)
-     : store_(store), name_(name), layout_(layout), geometry_(layout) {
-   attach();
+     : layout_(layout), geometry_(layout),
+       attachment_(store, name, layout, [this](const Mapping&, const TableState& state) {
+          return geometry_.sizeFor(state.capacity);
+       }) {
+   attachment_.attach();
+   forgetKeys();
 }
 
 ReadResult RawTableReader::read(const Key& key, void* payload, RecordInfo& info) {
@@ -45,14 +45,14 @@ ReadResult RawTableReader::read(const Key& key, void* payload, RecordInfo& info)
       }
       const ReadResult result = readAttached(key, payload, info);
       // What is not there in a file that was removed or cut says nothing of the table that has the name now.
-      if (result == ReadResult::ok || result == ReadResult::busy || !mapping_.isStale()) {
+      if (result == ReadResult::ok || result == ReadResult::busy || !attachment_.mapping().isStale()) {
          return result;
       }
    }
 }
 
 ReadResult RawTableReader::readAttached(const Key& key, void* payload, RecordInfo& info) {
-   Patience patience(mapping_);
+   Patience patience(attachment_.mapping());
    for (bool isIndexNew = false;; isIndexNew = true) {
       // Asked before the slot is read. If the index was current then and the slot turns out to hold another key, the
       // key was absent at some moment of this call, which is all that `absent` claims.
@@ -78,12 +78,12 @@ ReadResult RawTableReader::readAttached(const Key& key, void* payload, RecordInf
 
 const TableState& RawTableReader::state() {
    refresh(true);
-   return state_;
+   return attachment_.state();
 }
 
 bool RawTableReader::isWriterAlive() {
    // Refreshed first, so that the lock is asked of the file that has the name now.
-   return refresh(true) && mapping_.isLockedByAnother();
+   return refresh(true) && attachment_.mapping().isLockedByAnother();
 }
 
 bool RawTableReader::beginWalk() {
@@ -96,8 +96,8 @@ bool RawTableReader::beginWalk() {
 
 RawTableReader::WalkEnd RawTableReader::endWalk() {
    // Zeros that stand for what was lost look like free slots.
-   if (mapping_.isStale()) {
-      problem_ = store_.describe(name_) + " was removed or cut short while it was read";
+   if (attachment_.mapping().isStale()) {
+      attachment_.problemIs(attachment_.describe() + " was removed or cut short while it was read");
       return WalkEnd::lost;
    }
    return header().directoryVersion() == walkVersion_ ? WalkEnd::stable : WalkEnd::keysAdded;
@@ -142,79 +142,26 @@ RecordSlot::State RawTableReader::settle(std::size_t i, Patience& patience, cons
    return state;
 }
 
-// Makes sure that the mapping is the table that has the name now. One load in the usual case.
 bool RawTableReader::refresh(bool isThorough) {
-   if (mapping_.size() != 0 && header().stateSequence() == stateSequence_ &&
-       !(isThorough && mapping_.isStale())) {
-      return true;
+   bool hasChanged = false;
+   const bool isThere = attachment_.refresh(isThorough, hasChanged);
+   if (isThere && hasChanged) {
+      forgetKeys();
    }
-   // Given up before a new one is found: a table that was replaced must not pass for a current one.
-   mapping_ = {};
-   try {
-      attach();
-      return true;
-   } catch (const TableError& error) {
-      // Kept, not thrown: the writer may be just restarting, and the next read tries again.
-      problem_ = error.what();
-      return false;
-   }
+   return isThere;
 }
 
-void RawTableReader::attach() {
-   Mapping mapping = store_.openForReading(name_);
-   std::string who = store_.describe(name_) + " ";
-   if (mapping.size() < geometry_.slotsOffset) {
-      throw TableError(who + "is too short: it has " + std::to_string(mapping.size()) +
-                       " bytes, expected at least " + std::to_string(geometry_.slotsOffset) +
-                       "; its writer is just starting, or it is no table");
-   }
-   auto& header = *reinterpret_cast<const TableHeader*>(mapping.data());
-   const auto fail = [&](const std::string& problem) {
-      throw TableError(who + (mapping.isLost() ? "was cut short while it was read" : problem));
-   };
-   if (std::string problem = header.identityProblem(layout_); !problem.empty()) {
-      fail(problem);
-   }
-   Patience patience(mapping);
-   TableState state;
-   // Taken before the state: if the state changes in between, this sequence is out of date, and the next read attaches
-   // again.
-   std::uint64_t sequence = header.stateSequence();
-   for (;;) {
-      TableHeader::StateRead result = header.tryReadState(state);
-      if (result == TableHeader::StateRead::whole) {
-         break;
-      }
-      if (result == TableHeader::StateRead::corrupt) {
-         fail("has a damaged header: its state's checksum fails; a running writer mends that with its next "
-              "polling pass, a restarted one at once");
-      }
-      if (!patience.wait()) {
-         fail(std::string("has a half-written header: its writer ") +
-              (patience.isWriterDead() ? "died, and has to be restarted" : "is stuck"));
-      }
-      sequence = header.stateSequence();
-   }
-   // The checksum vouches for the capacity, not for the file: reading past its end would raise SIGBUS.
-   if (state.capacity > geometry_.capacityOf(mapping.size())) {
-      fail("was cut short: it has " + std::to_string(mapping.size()) + " bytes, expected " +
-           std::to_string(geometry_.sizeFor(state.capacity)) + " for " + std::to_string(state.capacity) +
-           " records");
-   }
-   mapping_ = std::move(mapping);
-   state_ = state;
-   stateSequence_ = sequence;
+void RawTableReader::forgetKeys() {
    indexVersion_.reset();
-   index_.reset(state_.capacity);
-   problem_.clear();
+   index_.reset(capacity());
 }
 
 void RawTableReader::indexKeys() {
    // The version is taken first: a key that is added during the walk makes this index out of date at once.
    indexVersion_ = header().directoryVersion();
    isIndexComplete_ = true;
-   index_.reset(state_.capacity);
-   for (std::size_t i = 0; i < state_.capacity; ++i) {
+   index_.reset(capacity());
+   for (std::size_t i = 0; i < capacity(); ++i) {
       if (Key key = slot(i).intactKey(); !key.isEmpty()) {
          if (index_.find(key) == KeyIndex::none) {
             index_.insert(key, i);

@@ -4,8 +4,7 @@
 #include "silo/KeyIndex.h"
 #include "silo/Patience.h"
 #include "silo/RecordSlot.h"
-#include "silo/Store.h"
-#include "silo/TableHeader.h"
+#include "silo/TableAttachment.h"
 
 #include <cstddef>
 #include <optional>
@@ -21,12 +20,12 @@ class RawTableReader {
    ReadResult read(const Key& key, void* payload, RecordInfo& info);
    const TableState& state();
    bool isWriterAlive();
-   const std::string& problem() const { return problem_; }
-   Patience patience() const { return Patience(mapping_); }
+   const std::string& problem() const { return attachment_.problem(); }
+   Patience patience() const { return Patience(attachment_.mapping()); }
 
    // A walk over the slots, for snapshots. Within it the reader stays with the mapping that it has.
    bool beginWalk(); // false: unavailable
-   std::size_t capacity() const { return state_.capacity; }
+   std::size_t capacity() const { return attachment_.state().capacity; }
    // `absent` for a free slot. `key` goes in as the caller's guess, which saves time if it is right, and comes out as
    // the slot's key.
    ReadResult readSlot(std::size_t i, Patience& patience, Key& key, void* payload, RecordInfo& info) const;
@@ -38,14 +37,14 @@ class RawTableReader {
    WalkEnd endWalk();
 
  private:
-   const TableHeader& header() const { return *reinterpret_cast<const TableHeader*>(mapping_.data()); }
+   const TableHeader& header() const { return attachment_.header(); }
    const RecordSlot& slot(std::size_t i) const {
-      return *reinterpret_cast<const RecordSlot*>(mapping_.data() + geometry_.slotsOffset +
+      return *reinterpret_cast<const RecordSlot*>(attachment_.mapping().data() + geometry_.slotsOffset +
                                                   i * geometry_.slotStride);
    }
 
    bool refresh(bool isThorough);
-   void attach();
+   void forgetKeys();
    ReadResult readAttached(const Key& key, void* payload, RecordInfo& info);
    void indexKeys();
    ReadResult readIndexed(std::size_t i, Patience& patience, const Key& key, void* payload,
@@ -53,15 +52,9 @@ class RawTableReader {
    RecordSlot::State settle(std::size_t i, Patience& patience, const Key& key, void* payload,
                             RecordInfo& info) const;
 
-   const Store store_;
-   const std::string name_;
    const RecordLayout layout_;
    const TableGeometry geometry_;
-
-   Mapping mapping_; // empty: not attached
-   std::uint64_t stateSequence_ = 0;
-   TableState state_;
-   std::string problem_;
+   TableAttachment attachment_;
    unsigned readsUntilThorough_ = 0;
    std::uint64_t walkVersion_ = 0;
 

@@ -68,6 +68,8 @@ class Table {
    // Whether the table has the record as it was written last.
    bool isIntact(const Key& key) const { return raw_.isIntact(key); }
 
+   // The writer that left the table without closing it, as a killed one does; 0: none.
+   pid_t unclosedBy() const { return raw_.unclosedBy(); }
    // Seconds between two samples, from which readers judge how old a record may be.
    void pollingIntervalIs(double seconds) { raw_.pollingIntervalIs(seconds); }
 

@@ -82,8 +82,21 @@ void QueuePublisher::publish(const Pelt::IntfId& intf, const VexTypes::IntfQueue
    } else if (counted.sampleTime == Silo::unknownSampleTime) {
       counted.sampleTime = now;
    }
+   if (history_) {
+      history_->queuesAre(counted.key, record, counted.sampleTime);
+   }
    counters_->table().recordIs(counted.key, record, counted.sampleTime);
    counted.clear.write(clearTable(), counted.key);
+}
+
+U64 QueuePublisher::drops(const Pelt::IntfId& intf) const {
+   U64 drops = 0;
+   if (const Counted* counted = counted_.find(intf)) {
+      for (const QueueStatistics& queue : counted->record.totals) {
+         drops += queue.drops;
+      }
+   }
+   return drops;
 }
 
 // True if the continuity of the queue's counts is broken.

@@ -14,15 +14,19 @@ namespace Vex::Counters {
 // Part of the counters reactor. Activity thread; allocates only for a new interface.
 class QueuePublisher {
  public:
-   // Either table may be null: then nothing is published, or cleared.
+   // Any of them may be null: then nothing is published, cleared, or kept.
    QueuePublisher(Kiln::Ptr<Silo::Interface::AllIntfQueueCounters> counters,
-                  Kiln::Ptr<Silo::Interface::AllIntfClearQueueCounters> clearCounters)
-        : counters_(std::move(counters)), clearCounters_(std::move(clearCounters)) {}
+                  Kiln::Ptr<Silo::Interface::AllIntfClearQueueCounters> clearCounters,
+                  Kiln::Ptr<History> history)
+        : counters_(std::move(counters)), clearCounters_(std::move(clearCounters)),
+          history_(std::move(history)) {}
 
    // Adds what the report's readings counted to the published totals; without readings, the differences between the
    // reports. Without `isIncrement`, the report is the total. Throws what the table throws; what it did not take comes
    // with the next report.
    void publish(const Pelt::IntfId& intf, const VexTypes::IntfQueueCounters& report, bool isIncrement);
+   // Packets that the queues of the interface dropped, as published last; 0 if it has none.
+   U64 drops(const Pelt::IntfId& intf) const;
    // Moves the clear baseline to now. False: no queues of the interface are published.
    bool clear(const Pelt::IntfId& intf);
    // Logs an interface that the table refuses, and clears the others.
@@ -57,6 +61,7 @@ class QueuePublisher {
 
    Kiln::Ptr<Silo::Interface::AllIntfQueueCounters> counters_;
    Kiln::Ptr<Silo::Interface::AllIntfClearQueueCounters> clearCounters_;
+   Kiln::Ptr<History> history_;
    Kiln::HashMap<Pelt::IntfId, Counted> counted_;
 };
 

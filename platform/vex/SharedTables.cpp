@@ -6,6 +6,8 @@
 #include "vex/FormerRecords.h"
 #include "vex/VexCountersLog.h"
 
+#include <algorithm>
+
 namespace Silo {
 
 template <RecordType Record>
@@ -60,6 +62,18 @@ Silo::TableOptions options(std::size_t capacity, double pollingInterval, bool is
            .isProvisional = isProvisional};
 }
 
+void sayStarted(const SharedTables& tables) {
+   double lastSign = Silo::unknownSampleTime;
+   const auto& ports = tables.allIntfCounters->table();
+   for (const Silo::Key& key : ports.keys()) {
+      lastSign = std::max(lastSign, ports.sampleOrDefault(key).info.sampleTime);
+   }
+   tables.events->started(lastSign);
+   if (tables.history) {
+      tables.history->tellBeginning();
+   }
+}
+
 } // namespace
 
 SharedTables openSharedTables(const Silo::Store& store, const SharedTableSettings& settings) {
@@ -71,7 +85,10 @@ SharedTables openSharedTables(const Silo::Store& store, const SharedTableSetting
    // Routed ports, VLAN interfaces and subinterfaces may all translate addresses.
    const auto l3Intfs = options(settings.ports + settings.vlanIntfs + settings.subIntfs,
                                 settings.natPollingInterval, settings.areProvisional);
-   return {
+   // First, since what becomes of the others is an event.
+   const auto events =
+        Kiln::allocate<EventRecorder>(store, settings.pollingInterval, settings.areProvisional);
+   SharedTables tables{
         Kiln::allocate<Tables::AllIntfCounters>(store, TableName::intfCounters, ports),
         Kiln::allocate<Tables::AllIntfClearCounters>(store, TableName::intfClearCounters, ports),
         Kiln::allocate<Tables::AllIntfQueueCounters>(store, TableName::intfQueueCounters, ports),
@@ -81,7 +98,18 @@ SharedTables openSharedTables(const Silo::Store& store, const SharedTableSetting
         Kiln::allocate<Tables::SubIntfCountersDir>(store, TableName::subIntfCounters, subIntfs),
         Kiln::allocate<Tables::SubIntfCountersSnapshotDir>(store, TableName::subIntfClearCounters, subIntfs),
         Kiln::allocate<Tables::AllNatCounterDir>(store, TableName::intfNatCounters, l3Intfs),
+        nullptr,
+        events,
    };
+   if (settings.historyMinutes > 0) {
+      tables.history =
+           Kiln::allocate<History>(store, HistorySettings{settings.historyMinutes, settings.pollingInterval,
+                                                          settings.ports, settings.areProvisional});
+   }
+   if (!settings.areProvisional) {
+      sayStarted(tables);
+   }
+   return tables;
 }
 
 void keepSharedTables(const SharedTables& tables) {
@@ -94,6 +122,10 @@ void keepSharedTables(const SharedTables& tables) {
    tables.subIntfCountersDir->table().keep();
    tables.subIntfCountersSnapshotDir->table().keep();
    tables.intfAllNatCounterDir->table().keep();
+   if (tables.history) {
+      tables.history->keep();
+   }
+   sayStarted(tables);
 }
 
 } // namespace Vex

@@ -3,6 +3,8 @@
 
 #include "kiln/Ptr.h"
 #include "silo/Table.h"
+#include "vex/EventRecorder.h"
+#include "vex/History.h"
 #include "vex/PublishedRecords.h"
 #include "zel/Pelt.h"
 
@@ -118,6 +120,7 @@ struct SharedTableSettings {
    std::size_t subIntfs = 4096;
    double pollingInterval = 2.0;    // seconds
    double natPollingInterval = 1.0; // seconds
+   double historyMinutes = 15;      // how long samples of ports are kept; 0: no history
    bool areProvisional = false; // tables that are created go with their last pointer, unless they are kept
 };
 
@@ -130,6 +133,8 @@ struct SharedTables {
    Kiln::Ptr<Silo::Interface::SubIntfCountersDir> subIntfCountersDir;
    Kiln::Ptr<Silo::Interface::SubIntfCountersSnapshotDir> subIntfCountersSnapshotDir;
    Kiln::Ptr<Silo::Interface::AllNatCounterDir> intfAllNatCounterDir;
+   Kiln::Ptr<History> history; // null if none is kept
+   Kiln::Ptr<EventRecorder> events;
 };
 
 // Where an agent of this user's has its tables, unless it is told another place.
@@ -140,7 +145,7 @@ inline Silo::Store defaultTableStore() {
 // Opens every table for writing, taking over what the last writer left. Corruption goes to the operator log.
 // Sample times are those of the process's time source, so set that first. Throws Silo::TableError.
 SharedTables openSharedTables(const Silo::Store& store, const SharedTableSettings& settings = {});
-// Provisional tables stay from now on: the start that made them went well.
+// The start went well: that is an event, and provisional tables stay from now on.
 void keepSharedTables(const SharedTables& tables);
 
 } // namespace Vex

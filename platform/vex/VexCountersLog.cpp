@@ -1,6 +1,8 @@
 // The catalogue of the forwarding layer's messages.
 #include "vex/VexCountersLog.h"
 
+#include "agent/CommandOrigin.h"
+#include "kiln/EventLog.h"
 #include "kiln/RingLog.h"
 #include "kiln/Trace.h"
 
@@ -45,31 +47,47 @@ const char* remedyText(Silo::Corruption::Remedy remedy) {
 } // namespace
 
 const Kiln::LogMessage VEX_COUNTERS_PUBLISH_ERROR{
-     "VEX_COUNTERS_PUBLISH_ERROR", Kiln::Severity::error, "Counters of interface %s are not published: %s",
+     "VEX_COUNTERS_PUBLISH_ERROR",
+     Kiln::Severity::error,
+     "Counters of interface %s are not published: %s",
      "The shared table that other processes read counters from did not take the interface's record. Readers "
      "see no record, or an old one.",
-     "Remove interfaces that are not needed, or start the agent with larger tables."};
+     "Remove interfaces that are not needed, or start the agent with larger tables.",
+     Kiln::EventKind::tableFull};
+
+const Kiln::LogMessage VEX_COUNTERS_HISTORY_ERROR{
+     "VEX_COUNTERS_HISTORY_ERROR", Kiln::Severity::warning, "No history is kept of some interfaces: %s",
+     "There was no room for the history of an interface. Its counters are published all the same.",
+     "Give shared memory more room, or start the agent with a shorter --history."};
 
 const Kiln::LogMessage VEX_COUNTERS_TABLE_CORRUPT{
-     "VEX_COUNTERS_TABLE_CORRUPT", Kiln::Severity::warning, "Shared counters table %s, record %s: %s; %s",
+     "VEX_COUNTERS_TABLE_CORRUPT",
+     Kiln::Severity::warning,
+     "Shared counters table %s, record %s: %s; %s",
      "A record was found damaged: the agent was stopped while it wrote, or another process wrote into the "
      "table. What began anew counts from zero.",
-     "None if the agent was just restarted. Otherwise find the process that writes into the table."};
+     "None if the agent was just restarted. Otherwise find the process that writes into the table.",
+     Kiln::EventKind::tableMended};
 
-const Kiln::LogMessage VEX_COUNTERS_TABLE_TAKEN_OVER{"VEX_COUNTERS_TABLE_TAKEN_OVER", Kiln::Severity::notice,
+const Kiln::LogMessage VEX_COUNTERS_TABLE_TAKEN_OVER{"VEX_COUNTERS_TABLE_TAKEN_OVER",
+                                                     Kiln::Severity::notice,
                                                      "Shared counters table %s %s; %s",
                                                      "The agent was upgraded, and the table had the layout "
                                                      "of the release before. Totals, clears and times stay.",
-                                                     "None."};
+                                                     "None.",
+                                                     Kiln::EventKind::tableRemade};
 
 const Kiln::LogMessage VEX_COUNTERS_TABLE_LOST{
-     "VEX_COUNTERS_TABLE_LOST", Kiln::Severity::error, "Shared counters table %s %s; %s",
+     "VEX_COUNTERS_TABLE_LOST",
+     Kiln::Severity::error,
+     "Shared counters table %s %s; %s",
      "Somebody removed, replaced, cut or overwrote the table's file, or changed who may open it, while the "
      "agent was "
      "running. Once the "
      "table is made "
      "anew, readers find it by themselves, and totals, clears and times go on.",
-     "Find who does so. If the table could not be made anew, do away with the reason that is given."};
+     "Find who does so. If the table could not be made anew, do away with the reason that is given.",
+     Kiln::EventKind::tableRemade};
 
 namespace {
 
@@ -94,6 +112,13 @@ void logCorruption(const Silo::Corruption& corruption) {
                                                corruption.key.empty() ? "(none)" : corruption.key,
                                                corruption.text, remedyText(corruption.remedy)};
    Kiln::OperatorLog::instance().log(VEX_COUNTERS_TABLE_CORRUPT, arguments);
+}
+
+void tellPublishedClear(const Kiln::String& name) {
+   Kiln::EventLog::instance().record({.kind = Kiln::EventKind::clear,
+                                      .where = name == "all" ? "" : name,
+                                      .what = Agent::CommandOrigin::current().who,
+                                      .text = "published counters of " + name});
 }
 
 namespace {

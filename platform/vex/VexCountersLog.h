@@ -11,12 +11,16 @@
 namespace Vex {
 
 extern const Kiln::LogMessage VEX_COUNTERS_PUBLISH_ERROR;
+extern const Kiln::LogMessage VEX_COUNTERS_HISTORY_ERROR;
 extern const Kiln::LogMessage VEX_COUNTERS_TABLE_CORRUPT;
 extern const Kiln::LogMessage VEX_COUNTERS_TABLE_LOST;
 extern const Kiln::LogMessage VEX_COUNTERS_TABLE_TAKEN_OVER;
 
 // The corruption handler of the shared tables.
 void logCorruption(const Silo::Corruption& corruption);
+
+// An interface's published counters, or those of "all", were cleared: that is an event, with who did it.
+void tellPublishedClear(const Kiln::String& name);
 
 // Tells the operator, once per interface, that its counters cannot be published and why. That its name is no key of a
 // table is told once for all tables. Activity thread.

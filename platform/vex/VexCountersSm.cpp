@@ -2,6 +2,7 @@
 #include "vex/VexCountersSm.h"
 
 #include "kiln/Assert.h"
+#include "kiln/EventLog.h"
 #include "kiln/Time.h"
 #include "kiln/Trace.h"
 
@@ -25,7 +26,7 @@ U16 vlanOf(const Pelt::IntfId& vlanIntf) {
 
 CountersSm::CountersSm(Context context)
      : context_(std::move(context)),
-       queues_(context_.allIntfQueueCounters, context_.allIntfClearQueueCounters),
+       queues_(context_.allIntfQueueCounters, context_.allIntfClearQueueCounters, context_.history),
        vlanIntfs_(context_.clock,
                   context_.allVlanIntfCounters ? &context_.allVlanIntfCounters->table() : nullptr,
                   context_.allVlanIntfCounters ? &context_.allVlanIntfCounters->clearTable() : nullptr,
@@ -100,13 +101,19 @@ void CountersSm::startPort(const Pelt::IntfId& intf) {
    const Kiln::Ptr<VexPortCounterSm> port = vexPortCounterSm(intf);
    // The helper sets the previous record, through this reactor: the port has to be in its collection by now.
    context_.helper->initialize(intf);
-   port->handleSeed(context_.allIntfCounters->table().has(port->key()), portTables());
+   const bool isKept = context_.allIntfCounters->table().has(port->key());
+   port->handleSeed(isKept, portTables());
+   port->queueDropsIs(queues_.drops(intf));
+   if (!isKept) { // what an earlier agent counted already is no news
+      Kiln::EventLog::instance().record({.kind = Kiln::EventKind::portCame, .where = intf.text()});
+   }
 }
 
 // The first table is there wherever there is a port.
 VexPortCounterSm::Tables CountersSm::portTables() const {
    return {context_.allIntfCounters->table(),
-           context_.allIntfClearCounters ? &context_.allIntfClearCounters->table() : nullptr};
+           context_.allIntfClearCounters ? &context_.allIntfClearCounters->table() : nullptr,
+           context_.history.ptr()};
 }
 
 void CountersSm::stopPort(const Pelt::IntfId& intf) {
@@ -121,6 +128,7 @@ void CountersSm::stopPort(const Pelt::IntfId& intf) {
    port->remove(portTables());
    queues_.remove(intf);
    vexPortCounterSmDel(intf);
+   Kiln::EventLog::instance().record({.kind = Kiln::EventKind::portWent, .where = intf.text()});
 }
 
 void CountersSm::updateCounters(VexTypes::CounterType type, const Pelt::IntfId& intf) {
@@ -180,6 +188,9 @@ void CountersSm::handleIntfQueueCounters(const Pelt::IntfId& intf,
    }
    try {
       queues_.publish(intf, counters, context_.helper->queueCountersIncrement());
+      if (const Kiln::Ptr<VexPortCounterSm> port = vexPortCounterSm(intf)) {
+         port->queueDropsIs(queues_.drops(intf));
+      }
    } catch (const std::exception&
                  error) { // the table's, or a name that is not a key; an SDK callback called this
       errors_.log(intf, error);
@@ -202,13 +213,18 @@ bool CountersSm::clear(const Kiln::String& name) {
    }
    if (name == "all") {
       clearAll();
+      tellPublishedClear(name);
       return true;
    }
    const Pelt::IntfId intf{Kiln::Name(name)};
    // All of them are cleared before the answers are put together: a name may have records in more than one place.
    const bool isPort = clearPort(intf);
    const bool isVlanIntf = vlanIntfs_.clear(intf);
-   return clearQueues(intf) || isPort || isVlanIntf;
+   const bool isCleared = clearQueues(intf) || isPort || isVlanIntf;
+   if (isCleared) {
+      tellPublishedClear(name);
+   }
+   return isCleared;
 }
 
 bool CountersSm::clearPort(const Pelt::IntfId& intf) {

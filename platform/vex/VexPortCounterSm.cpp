@@ -1,6 +1,7 @@
 // From a port's reading to its published record.
 #include "vex/VexPortCounterSm.h"
 
+#include "kiln/EventLog.h"
 #include "kiln/Time.h"
 #include "kiln/VectorClones.h"
 #include "zel/InterfaceDirs.h"
@@ -46,9 +47,13 @@ void VexPortCounterSm::update(VexHelper::VexHelperCountersSm& helper,
    reading->isFilledIs(false);
    // What was absorbed belongs to the step before.
    prevCounters_->absorbedDelAll();
+   const Source source = prevCounters_->sources().source();
    helper.getCounters(intf_, reading, prevCounters_);
    if (!reading->isFilled()) {
       return;
+   }
+   if (prevCounters_->sources().isExchanged()) {
+      tellExchange(source);
    }
    const double now = Kiln::System::currentTime();
    Silo::Interface::IntfCounters& record = reading->record();
@@ -60,9 +65,30 @@ void VexPortCounterSm::update(VexHelper::VexHelperCountersSm& helper,
       prevCounters_->record().suspects = record.suspects;
    }
    isSeeded_ = false;
+   if (tables.history != nullptr) {
+      tables.history->portIs(key_, record, now, queueDrops_);
+   }
    // Last: the step counts, even if the table refuses the record.
    tables.counters.recordIs(key_, record, now);
    clear_.write(tables.clearCounters, key_);
+}
+
+// The port goes on at another place, or its chip began another life.
+void VexPortCounterSm::tellExchange(const Source& before) const {
+   const Source& now = prevCounters_->sources().source();
+   const auto placeText = [](const Source& source) {
+      return "port " + std::to_string(source.place) + " of device " + std::to_string(source.device);
+   };
+   if (now.isAt(before)) {
+      Kiln::EventLog::instance().record(
+           {.kind = Kiln::EventKind::discontinuity,
+            .where = intf_.text(),
+            .text = "its chip came again: counters go on if the hardware kept them"});
+   } else {
+      Kiln::EventLog::instance().record({.kind = Kiln::EventKind::portMoved,
+                                         .where = intf_.text(),
+                                         .text = "from " + placeText(before) + " to " + placeText(now)});
+   }
 }
 
 void VexPortCounterSm::clear(const Tables& tables) {
@@ -89,6 +115,14 @@ U64 VexPortCounterSm::suspects(const Silo::Interface::IntfCounters& record, U64 
         {offsetof(EthIntfStatistics, inOctets), offsetof(EthIntfStatistics, outOctets)}) {
       if (static_cast<double>(record.deltas[offset / sizeof(U64)]) > most) {
          ++found;
+         Kiln::EventLog::instance().record(
+              {.kind = Kiln::EventKind::suspect,
+               .where = intf_.text(),
+               .what = Interface::ethIntfFields[offset / sizeof(U64)].name,
+               .text = "more than the port's speed allows",
+               .hasValues = true,
+               .before = record.totals[offset / sizeof(U64)] - record.deltas[offset / sizeof(U64)],
+               .after = record.totals[offset / sizeof(U64)]});
       }
    }
    return found;

@@ -20,10 +20,11 @@ class VexPortCounterSm : public Kiln::PtrInterface {
    // The record published last, without its deltas and interval. The helper seeds it when counting begins.
    KILN_POINTER(VexTypes::IntfCounters, prevCounters)
 
-   // The tables are the reactor's; the second one may be null.
+   // The tables are the reactor's; all but the first may be null.
    struct Tables {
       Silo::Table<Silo::Interface::IntfCounters>& counters;
       Silo::Table<Silo::Interface::IntfCounters>* clearCounters;
+      History* history;
    };
 
    // The previous record was just seeded. `isKept`: the table had a record of the port.
@@ -35,6 +36,9 @@ class VexPortCounterSm : public Kiln::PtrInterface {
    void update(VexHelper::VexHelperCountersSm& helper, const Kiln::Ptr<VexTypes::IntfCounters>& reading,
                const Tables& tables, const U64* speed);
 
+   // The drops of all its queues, as published last.
+   void queueDropsIs(U64 packets) { queueDrops_ = packets; }
+
    // Counts since the clear begin now. Throws what the table throws; what it did not take comes with the next update.
    void clear(const Tables& tables);
    // The port is gone.
@@ -42,10 +46,12 @@ class VexPortCounterSm : public Kiln::PtrInterface {
 
  private:
    U64 suspects(const Silo::Interface::IntfCounters& record, U64 speed) const;
+   void tellExchange(const Source& before) const;
 
    Pelt::IntfId intf_;
    Silo::Key key_;
    Clear<Silo::Interface::IntfCounters> clear_;
+   U64 queueDrops_ = 0;
    bool isSeeded_ = true; // the previous record is not yet a reading of this process
 };
 

@@ -3,6 +3,7 @@
 
 #include "kiln/Assert.h"
 #include "kiln/Trace.h"
+#include "vex/VexCountersLog.h"
 
 namespace Vex {
 
@@ -70,11 +71,15 @@ void SubIntfCountersSm::forgetAbsentInterfaces() {
 }
 
 bool SubIntfCountersSm::clear(const Kiln::String& name) {
-   if (name == "all") {
+   if (name == "all") { // an event of the counters reactor's, which clears all too
       subIntfs_.clearAll();
       return true;
    }
-   return subIntfs_.clear(Pelt::IntfId{Kiln::Name(name)});
+   const bool isCleared = subIntfs_.clear(Pelt::IntfId{Kiln::Name(name)});
+   if (isCleared) {
+      tellPublishedClear(name);
+   }
+   return isCleared;
 }
 
 } // namespace Vex

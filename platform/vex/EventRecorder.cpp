@@ -1,0 +1,190 @@
+// Numbers events, joins those that repeat, and writes them to the shared ring.
+#include "vex/EventRecorder.h"
+
+#include "kiln/Time.h"
+#include "vex/VexCountersLog.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <string_view>
+#include <unistd.h>
+#include <utility>
+
+namespace Vex {
+
+using Silo::Interface::eventLimit;
+
+namespace {
+
+constexpr double repeatTime = 60;        // seconds
+constexpr unsigned ownEvents = 4;        // of those that come again with other values
+constexpr double together = 1;           // seconds
+constexpr std::size_t restingLooks = 64; // with each polling pass
+
+template <std::size_t size>
+void textIs(std::array<char, size>& field, std::string_view text) {
+   constexpr std::string_view cut = "...";
+   field = {};
+   const std::size_t most = size - 1;
+   std::memcpy(field.data(), text.data(), std::min(text.size(), most));
+   if (text.size() > most) {
+      std::memcpy(field.data() + most - cut.size(), cut.data(), cut.size());
+   }
+}
+
+// Interfaces come and go in crowds.
+bool isOfCrowd(std::string_view kind) {
+   return kind == Kiln::EventKind::portCame || kind == Kiln::EventKind::portWent;
+}
+
+} // namespace
+
+EventRecorder::EventRecorder(const Silo::Store& store, double pollingInterval, bool isProvisional)
+     : table_(store, Silo::Interface::TableName::events, Record{},
+              {.capacity = eventLimit,
+               .pollingInterval = pollingInterval,
+               .clockDomain = Kiln::System::timeSource()->isSimulated() ? Silo::ClockDomain::simulatedTime()
+                                                                        : Silo::ClockDomain::monotonic(),
+               .onCorruption = logCorruption,
+               .isProvisional = isProvisional,
+               .restingLooks = restingLooks}),
+       ring_(eventLimit) {
+   for (const Silo::Key& key : table_.keys()) {
+      const Record record = table_.sampleOrDefault(key).record;
+      if (key == Silo::Key(std::to_string(record.number % eventLimit))) {
+         at(record.number) = record;
+         last_ = std::max(last_, record.number);
+      }
+   }
+   sinkBefore_ = Kiln::EventLog::instance().sinkIs([this](const Kiln::Event& event) { record(event); });
+}
+
+EventRecorder::~EventRecorder() {
+   Kiln::EventLog::instance().sinkIs(std::move(sinkBefore_));
+   if (hasStarted_) {
+      record({.kind = Kiln::EventKind::agentEnded, .what = "pid " + std::to_string(getpid())});
+   }
+}
+
+void EventRecorder::started(double lastSign) {
+   const std::lock_guard lock(mutex_);
+   table_.keep();
+   hasStarted_ = true;
+   if (const pid_t former = table_.unclosedBy(); former != 0) {
+      write({.kind = Kiln::EventKind::agentKilled,
+             .what = "pid " + std::to_string(former),
+             .text = "it ended without closing its tables, after it had published for the last time",
+             .time = std::isfinite(lastSign) ? lastSign : 0});
+   }
+   write({.kind = Kiln::EventKind::agentStarted, .what = "pid " + std::to_string(getpid())});
+   writeWaiting();
+}
+
+void EventRecorder::pollingIntervalIs(double seconds) {
+   const std::lock_guard lock(mutex_);
+   table_.pollingIntervalIs(seconds);
+}
+
+void EventRecorder::mend() {
+   const std::lock_guard lock(mutex_);
+   const bool wasHeld = std::exchange(isHeld_, true); // what is found is an event too
+   table_.mend();
+   if (!wasHeld) {
+      writeWaiting();
+   }
+}
+
+void EventRecorder::record(const Kiln::Event& event) {
+   const std::lock_guard lock(mutex_);
+   waiting_.push_back(event);
+   if (!isHeld_) {
+      writeWaiting();
+   }
+}
+
+void EventRecorder::writeWaiting() {
+   isHeld_ = true;
+   while (!waiting_.empty()) {
+      const Kiln::Event next = std::move(waiting_.front());
+      waiting_.pop_front();
+      write(next);
+   }
+   isHeld_ = false;
+}
+
+void EventRecorder::write(const Kiln::Event& event) {
+   const double now = Kiln::System::currentTime();
+   const double time = event.time != 0 ? event.time : now;
+   const double unixTime = Kiln::System::unixTime() - (now - time);
+   Record came{.time = time,
+               .unixTime = unixTime,
+               .count = 1,
+               .lastTime = time,
+               .lastUnixTime = unixTime,
+               .hasValues = event.hasValues ? U64{1} : U64{0},
+               .before = event.before,
+               .after = event.after,
+               .others = event.others};
+   textIs(came.kind, event.kind);
+   textIs(came.where, event.where);
+   textIs(came.what, event.what);
+   textIs(came.text, event.text);
+   if (joins(came)) {
+      return;
+   }
+   const Kiln::String same =
+        Kiln::String(event.kind) + '\n' + event.where + '\n' + event.what + '\n' + event.text;
+   Repeat& repeat = repeats_[same];
+   Record& known = at(repeat.number);
+   const bool isRepeated = repeat.number != 0 && known.number == repeat.number &&
+                           came.time - known.lastTime <= repeatTime && came.time >= known.lastTime;
+   if (isRepeated && countOn(known, repeat.inARow, came)) {
+      put(known);
+      return;
+   }
+   repeat.inARow = isRepeated ? repeat.inARow + 1 : 1;
+   repeat.number = came.number = ++last_;
+   at(came.number) = came;
+   put(came);
+   if (repeats_.size() > eventLimit) {
+      std::erase_if(repeats_,
+                    [this](const auto& each) { return at(each.second.number).number != each.second.number; });
+   }
+}
+
+bool EventRecorder::countOn(Record& known, unsigned inARow, const Record& came) {
+   const bool isSame =
+        known.before == came.before && known.after == came.after && known.others == came.others;
+   if (!isSame && inARow < ownEvents) {
+      return false;
+   }
+   known.count += 1;
+   known.lastTime = came.lastTime;
+   known.lastUnixTime = came.lastUnixTime;
+   known.before = came.before;
+   known.after = came.after;
+   known.others = came.others;
+   return true;
+}
+
+// Of a crowd, the newest event counts the others, and names the last one.
+bool EventRecorder::joins(const Record& came) {
+   Record& newest = at(last_);
+   if (last_ == 0 || !isOfCrowd(came.kind.data()) || newest.kind != came.kind ||
+       came.time - newest.lastTime > together) {
+      return false;
+   }
+   newest.others += 1;
+   newest.lastTime = came.lastTime;
+   newest.lastUnixTime = came.lastUnixTime;
+   newest.what = came.where;
+   put(newest);
+   return true;
+}
+
+void EventRecorder::put(const Record& record) {
+   table_.recordIs(Silo::Key(std::to_string(record.number % eventLimit)), record, record.lastTime);
+}
+
+} // namespace Vex
