@@ -81,7 +81,7 @@ void printHelp() {
            "the client.\n\n"
         << ZelAgent::optionsHelp()
         << "\nStatements of a scenario, one per line; '#' begins a comment. Only advance lets time "
-           "pass.\n\n"
+           "pass; with --realtime it waits.\n\n"
         << ScenarioConsole::statementsHelp()
         << "\nA scenario ends with status 0, with 1 if a command was refused, with 2 at an invalid "
            "statement.\n";
@@ -95,12 +95,13 @@ void flushOutput() {
 
 void startTraffic(SwitchAgent& agent, const Options& options, std::optional<ZelAgent::HostPorts>* hostPorts) {
    const auto lock = Kiln::ActivityLockAnchor::lock();
-   if (options.traffic == Options::Traffic::synthetic) {
+   const Options::Traffic traffic = options.traffic.value_or(Options::Traffic::synthetic);
+   if (traffic == Options::Traffic::synthetic) {
       agent.traffic().onIs(true);
-   } else if (options.traffic == Options::Traffic::capture) {
+   } else if (traffic == Options::Traffic::capture) {
       const SwitchAgent::Port port = agent.portOf("Ethernet1");
       SoftChip::Traffic::replay(port.chip, port.devicePort, options.captureFile);
-   } else if (options.traffic == Options::Traffic::host) {
+   } else if (traffic == Options::Traffic::host) {
       hostPorts->emplace(agent, SoftChip::HostInterfaces());
    }
 }
@@ -113,9 +114,16 @@ int openScenario(const Kiln::String& name) {
    return fd;
 }
 
-int runScenario(const Options& options) {
-   const Kiln::String& name = *options.scenario;
-   const int fd = openScenario(name);
+int runStatements(SwitchAgent& agent, const Kiln::String& name, int fd) {
+   ZelAgent::ScenarioInput input(fd, endFd);
+   std::istream scenario(&input);
+   const int status = ScenarioConsole(agent, STDOUT_FILENO, STDERR_FILENO, endFd).run(scenario, name);
+   // Whoever ran the scenario waits for its whole output, and has to see that it was cut short.
+   return endingSignal.load() != 0 ? 128 + endingSignal.load() : status;
+}
+
+int runSimulation(const Options& options) {
+   const int fd = openScenario(*options.scenario);
    // Before the agent is made, since it arms clocks.
    Kiln::System::timeSourceIs(Kiln::allocate<Kiln::SimulatedTime>());
    // Tables of its own: an agent may be running beside the scenario.
@@ -124,11 +132,7 @@ int runScenario(const Options& options) {
    endOnSignals();
    SwitchAgent agent(config);
    agent.createdIsKept();
-   ZelAgent::ScenarioInput input(fd, endFd);
-   std::istream scenario(&input);
-   const int status = ScenarioConsole(agent, STDOUT_FILENO, STDERR_FILENO, endFd).run(scenario, name);
-   // Whoever ran the scenario waits for its whole output, and has to see that it was cut short.
-   return endingSignal.load() != 0 ? 128 + endingSignal.load() : status;
+   return runStatements(agent, *options.scenario, fd);
 }
 
 // Prints log messages for the operator as they come.
@@ -176,7 +180,9 @@ struct SocketFolder {
    }
 };
 
+// Until it is told to end, or its scenario is over.
 int runAgent(const Options& options) {
+   const int scenarioFd = options.scenario ? openScenario(*options.scenario) : -1;
    // The SDK's completions come on a thread of their own.
    Kiln::threadSafePtrModeIs(true);
    logToStandardError();
@@ -191,8 +197,8 @@ int runAgent(const Options& options) {
    SwitchAgent agent(options.agent);
    agent.fleet().completions().modeIs({SoftChip::CompletionMode::Kind::thread, 0.0, 1});
    std::optional<ZelAgent::HostPorts> hostPorts;
-   startTraffic(agent, options, &hostPorts);
-   {
+   if (!options.scenario) { // whose statements say what comes
+      startTraffic(agent, options, &hostPorts);
       const auto lock = Kiln::ActivityLockAnchor::lock();
       // Only now, with the host's ports added: tables in shared memory outlive the agent, and may hold ports that it no
       // longer has.
@@ -219,6 +225,9 @@ int runAgent(const Options& options) {
    if (hostPorts) {
       say("ports are the host's: " + Kiln::joined(hostPorts->names(), ", "));
    }
+   if (options.scenario) {
+      return runStatements(agent, *options.scenario, scenarioFd);
+   }
    manager->run();
    return 0;
 }
@@ -243,7 +252,8 @@ int main(int argc, char** argv) {
          flushOutput();
          return 0;
       }
-      return options.scenario ? runScenario(options) : runAgent(options);
+      const bool isSimulated = options.scenario && !options.scenarioIsRealTime;
+      return isSimulated ? runSimulation(options) : runAgent(options);
    } catch (const std::bad_alloc&) {
       return cannotRunBecause(
            "not enough memory: start with fewer chips, pipes or ports, or allow the process more");
