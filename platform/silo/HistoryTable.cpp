@@ -150,8 +150,11 @@ void HistoryTable::adopt() {
       }
       index_.insert(key, i);
       nextUnused_ = i + 1;
+      if (ring(i).sequence() % 2 != 0) {
+         ring(i).keyIs(key); // a writer was killed while it gave the ring away
+      }
       if (const auto samples = geometry_.samplesOf(ring(i)); !samples.empty()) {
-         rings_[i] = {samples.back().number, samples.back().time};
+         rings_[i] = {samples.back().number, samples.back().time, samples.back().time};
       }
    }
 }
@@ -180,11 +183,14 @@ void HistoryTable::write(const Key& key, double time, const HistoryMarks& marks,
       return;
    }
    // A ring's first sample is marked if that was just now.
-   const double before = own.lastTime == unknownSampleTime ? time - options_.pollingInterval : own.lastTime;
+   const double before =
+        own.lastTime == unknownSampleTime ? time - options_.pollingInterval : own.markedUntil;
    const std::uint64_t flags = (marks.discontinuity > before ? SampleFlag::discontinuity : 0) |
                                (marks.begun > before ? SampleFlag::begun : 0);
    ++own.last;
    own.lastTime = time;
+   // A mark may be newer than its sample, which was read from the chip a moment before.
+   own.markedUntil = std::max({time, marks.discontinuity, marks.begun});
    geometry_.sample(ring(i), own.last % geometry_.depth).write(own.last, flags, time, values);
 }
 

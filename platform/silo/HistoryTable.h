@@ -89,6 +89,7 @@ class HistoryTable {
    struct Ring {              // the writer's own copy: it never trusts shared memory
       std::uint64_t last = 0; // number of the newest sample
       double lastTime = unknownSampleTime;
+      double markedUntil = unknownSampleTime; // what came up to here is marked already
    };
 
    const Store store_;
