@@ -95,7 +95,7 @@ std::string HistoryTable::problemWithFile() {
    return "";
 }
 
-// Zeros are free rings.
+// Zeros are free rings. The file is whole before it takes a name: a writer that is killed then loses nothing.
 void HistoryTable::createIn(std::size_t rings) {
    if (mapping_.size() < geometry_.sizeFor(rings)) {
       mapping_.grow(geometry_.sizeFor(rings));
@@ -103,6 +103,9 @@ void HistoryTable::createIn(std::size_t rings) {
    historyHeader().depthIs(geometry_.depth);
    header().identityIs(layout_);
    state_.capacity = rings;
+   state_.pollingInterval = options_.pollingInterval;
+   state_.clockDomain = options_.clockDomain;
+   header().stateIs(state_);
 }
 
 // In a new file: readers may have the old one mapped.
@@ -274,10 +277,8 @@ std::string HistoryTable::lossInMemory() const {
 
 void HistoryTable::remake(const std::string& problem) {
    try {
-      replaceFile(store_, name_, mapping_, geometry_.sizeFor(state_.capacity), [&](const Mapping& old) {
-         carryOver(old, geometry_);
-         header().stateIs(state_);
-      });
+      replaceFile(store_, name_, mapping_, geometry_.sizeFor(state_.capacity),
+                  [&](const Mapping& old) { carryOver(old, geometry_); });
       isNameLost_ = false;
       report(problem + ", with the samples that are left", Remedy::remade);
    } catch (const std::runtime_error& error) { // of the system or the store: the next pass tries again
