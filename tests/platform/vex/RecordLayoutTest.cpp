@@ -133,10 +133,11 @@ TEST(RecordLayout, OfHistoriesIsTheDocumentedOne) {
    EXPECT_EQ(parts.at(1).at(1), std::to_string(sizeof(Silo::HistoryHeader)));
    EXPECT_EQ(parts.at(2).at(0), std::to_string(geometry.ringsOffset));
 
-   std::vector<std::byte> file(geometry.sizeFor(2) + Silo::cacheLine);
-   auto* const start =
-        reinterpret_cast<std::byte*>((reinterpret_cast<std::uintptr_t>(file.data()) + Silo::cacheLine - 1) /
-                                     Silo::cacheLine * Silo::cacheLine);
+   struct alignas(Silo::cacheLine) Line {
+      std::byte bytes[Silo::cacheLine];
+   };
+   std::vector<Line> file(geometry.sizeFor(2) / sizeof(Line));
+   auto* const start = reinterpret_cast<std::byte*>(file.data());
    Silo::RingHead& ring = geometry.ring(start, 1);
    ring.keyIs(Silo::Key("Ethernet1"));
    std::vector<U64> totals(geometry.fields);
