@@ -63,7 +63,8 @@ std::optional<U64> PastSamples::since(double time, std::size_t field) const {
       return std::nullopt;
    }
    U64 counted = 0;
-   for (std::size_t i = from == nullptr ? 0 : from - samples.data() + 1; i < samples.size(); ++i) {
+   const std::size_t first = from == nullptr ? 0 : static_cast<std::size_t>(from - samples.data()) + 1;
+   for (std::size_t i = first; i < samples.size(); ++i) {
       const std::optional<U64> one = step(i, field);
       if (!one) {
          return std::nullopt;
