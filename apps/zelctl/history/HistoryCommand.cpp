@@ -13,6 +13,7 @@
 #include <cmath>
 #include <map>
 #include <stdexcept>
+#include <utility>
 
 namespace ZelCtl {
 
@@ -112,11 +113,17 @@ TimeSpan spanOf(const HistoryRequest& request, const TableClock& clock, const He
       return span;
    }
    const TimeTexts texts{clock};
-   throw std::runtime_error(String(isMissed ? "no samples" : "no history") + " from " +
-                            texts.full(span.begin) + " to " + texts.full(span.end) +
-                            ": there are samples from " + texts.full(held.time.begin) + " to " +
-                            texts.full(held.time.end) + " (" + durationText(held.time.seconds()) +
-                            "): expected times between, or none for all");
+   const String begin = texts.full(held.time.begin);
+   const String end = texts.full(held.time.end);
+   const auto seconds = static_cast<U64>(held.time.seconds());
+   const bool tryLast = request.last && clock.now - held.time.end < held.time.seconds();
+   const String lastWord = seconds < 120 ? std::to_string(seconds) + "s" : std::to_string(seconds / 60) + "m";
+   throw std::runtime_error(String(isMissed ? "no samples then" : "that is beyond the history") +
+                            ": there are some from " + begin + " to " + end + " (" +
+                            durationText(held.time.seconds()) + "): " +
+                            (tryLast          ? "try: last " + lastWord
+                             : clock.isOfHere ? "try: from " + begin + " to " + end
+                                              : "leave out the times to see all"));
 }
 
 // One counter of one interface, ready to be drawn.
@@ -229,10 +236,10 @@ class Picture {
       return newest;
    }
 
-   String agoText(double time) const {
-      const double ago = answer_.clock.now - time;
-      return answer_.clock.isSimulated || !answer_.clock.isOfHere ? ""
-                                                                  : ", " + Kiln::durationText(ago) + " ago";
+   String newestText(Activity activity, double time) const {
+      const bool isKnown = answer_.clock.isOfHere && !answer_.clock.isSimulated;
+      return String(ZelCtl::text(activity)) + ": the newest sample is of " + texts_.full(time) +
+             (isKnown ? ", " + Kiln::durationText(answer_.clock.now - time) + " ago" : "");
    }
 
    String heading() const {
@@ -244,11 +251,11 @@ class Picture {
       if (!isRates() && !isTall) {
          text += "; counted since " + texts_(span.begin);
       }
+      text = sentence(text);
       if (!answer_.isWriterAlive) {
-         text += String("; ") + ZelCtl::text(Activity::agentGone) + ", newest sample of " +
-                 texts_.full(newest()) + agoText(newest());
+         text += sentence(newestText(Activity::agentGone, newest()));
       }
-      return sentence(text);
+      return text;
    }
 
    String titleOf(const Line& line) const {
@@ -261,7 +268,7 @@ class Picture {
                               : durationText(grid_.column);
    }
 
-   void addLines(String* all, std::size_t index) const {
+   void addLines(String* all, std::size_t index) {
       const HistoryGroup& group = answer_.groups[index];
       const bool isFirst = index == 0 || answer_.groups[index - 1].intf != group.intf;
       const bool isLast = index + 1 == answer_.groups.size() || answer_.groups[index + 1].intf != group.intf;
@@ -279,7 +286,11 @@ class Picture {
       if (isLast) {
          *all += trimmed(String(left_ + 1, ' ') + axis());
       }
-      *all += legendOf(group, marks);
+      const String legend = legendOf(group, marks);
+      legends_ += legends_.find(legend) == String::npos ? legend : "";
+      if (isLast) {
+         *all += std::exchange(legends_, "");
+      }
    }
 
    void addTall(String* all, const HistoryGroup& group) const {
@@ -299,7 +310,7 @@ class Picture {
       const Words names = figureNames();
       Words parts;
       for (std::size_t i = 0; i < names.size(); ++i) {
-         parts.push_back(names[i] + " " + line.figures[i]);
+         parts.push_back((names[i] == "p95" ? "95th percentile" : names[i]) + " " + line.figures[i]);
          if (names[i] == "max" && found && found->highest > 0) {
             parts.back() += " at " + texts_(found->highestTime);
          }
@@ -340,8 +351,7 @@ class Picture {
                     explained("+ a new record, counting from 0: ", moments(marks.begins));
       const double newest = group.past.samples.back().time;
       if (answer_.isWriterAlive && group.past.isGap(answer_.clock.now - newest)) {
-         text += sentence(group.intf + ": " + ZelCtl::text(Activity::stale) + ", newest sample of " +
-                          texts_.full(newest) + agoText(newest));
+         text += sentence(newestText(Activity::stale, newest));
       }
       return text;
    }
@@ -370,6 +380,7 @@ class Picture {
    std::vector<std::vector<Line>> lines_; // by group
    std::size_t left_ = 0;                 // columns of the widest name with its unit
    std::size_t figureWidth_ = 0;
+   String legends_; // of the interface whose lines are being added
    TimeGrid grid_;
 };
 

@@ -15,7 +15,9 @@ HistorySeries::HistorySeries(const PastSamples& past, std::size_t field, const T
    for (std::size_t i = 1; i < past.samples.size(); ++i) {
       const TimeSpan step{past.samples[i - 1].time, past.samples[i].time};
       const TimeSpan within{std::max(step.begin, span.begin), std::min(step.end, span.end)};
-      if (within.seconds() <= 0) {
+      // What is counted is the difference of samples within the span, a rate also that of a part of a step.
+      const bool isWhole = within.seconds() == step.seconds();
+      if (within.seconds() <= 0 || (values == Values::counts && !isWhole)) {
          continue;
       }
       const std::optional<U64> count = past.step(i, field);
@@ -82,9 +84,8 @@ std::optional<double> HistorySeries::last() const {
 HistoryMarks HistoryMarks::of(const PastSamples& past, const TimeSpan& span) {
    HistoryMarks marks;
    const auto addGap = [&](double from, double to) {
-      const TimeSpan gap{std::max(from, span.begin), std::min(to, span.end)};
-      if (past.isGap(to - from) && gap.seconds() > 0) {
-         marks.gaps.push_back(gap);
+      if (past.isGap(to - from) && to > span.begin && from < span.end) {
+         marks.gaps.push_back({from, to});
       }
    };
    double before = span.begin;

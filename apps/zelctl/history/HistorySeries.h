@@ -54,7 +54,7 @@ class HistorySeries {
 
 // What the samples of a ring say of their own continuity within the span.
 struct HistoryMarks {
-   std::vector<TimeSpan> gaps;
+   std::vector<TimeSpan> gaps;          // whole, also where they reach beyond the span
    std::vector<double> discontinuities; // when the sample after one was taken
    std::vector<double> begins;          // likewise, of a new record
 
