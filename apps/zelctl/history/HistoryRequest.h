@@ -43,8 +43,8 @@ struct HistoryRequest {
    std::optional<double> to;
 };
 
-// Interfaces are named as in other views, counters by their names or a beginning that only one has; `queue.3` stands for
-// all counters of that queue. Throws std::runtime_error, saying what is wrong and what was expected.
+// Interfaces are named as in other views, counters by their names or a beginning that only one has; `queue.3` is short
+// for all counters of that queue. Throws std::runtime_error, saying what is wrong and what was expected.
 HistoryRequest parseHistoryRequest(const std::vector<Kiln::String>& words, PastTables& past,
                                    const TableClock& clock);
 

@@ -31,8 +31,8 @@ struct Statistics {
    double highestTime = 0; // when it ended
 };
 
-// Rates per second, or what was counted since the span's first sample. Nothing is known of the time between samples that
-// lie too far apart, and of steps of a total that went back.
+// Rates per second, or what was counted since the span's first sample. Nothing is known of the time between samples
+// that lie too far apart, and of steps of a total that went back.
 class HistorySeries {
  public:
    enum class Values : U8 { rates, counts };

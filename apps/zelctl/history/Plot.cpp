@@ -135,7 +135,8 @@ TallPlot plotTall(const std::vector<PlotColumn>& columns, Charset charset, const
    // The row above the highest mark has its text only.
    for (std::size_t row = marks * rowsPerMark + 1; row-- > 0;) {
       const bool isMark = row % rowsPerMark == 0;
-      String text = isMark ? textOf(static_cast<double>(row / rowsPerMark) * step) : "";
+      const std::size_t mark = row / rowsPerMark;
+      const String text = isMark ? textOf(static_cast<double>(mark) * step) : "";
       String line = String(width - text.size(), ' ') + text + ' ';
       line += isMark ? (isUtf8 ? "┤" : "+") : (isUtf8 ? "│" : "|");
       const double height = step / rowsPerMark;

@@ -39,9 +39,10 @@ class HistoryPlots : public testing::Test {
            table(Silo::Interface::TableName::intfQueueHistory, IntfQueueHistory::layout, 20);
       std::vector<U64> queue(IntfQueueHistory::queuesPerRing * IntfQueueHistory::fieldNames.size());
       queue[IntfQueueHistory::field(3, 2)] = ~U64{0} - 5;
-      queues.write("Ethernet1", 20, {0, 10}, queue);
+      // That the record is new is noticed after the first reading, and marks that one only.
+      queues.write("Ethernet1", 20, {0, 21}, queue);
       queue[IntfQueueHistory::field(3, 2)] += 10; // modulo 2^64
-      queues.write("Ethernet1", 40, {0, 10}, queue);
+      queues.write("Ethernet1", 40, {0, 21}, queue);
    }
 
    Silo::HistoryTable table(const char* name, const Silo::RecordLayout& layout, double interval) {
