@@ -15,12 +15,15 @@ const Kiln::LogMessage ZEL_COUNTERS_OVERFLOW_ERROR{
      "years to count that far, so the chip may be faulty."};
 
 const Kiln::LogMessage ZEL_COUNTERS_COUNTER_RESOURCE_FULL{
-     "ZEL_COUNTERS_COUNTER_RESOURCE_FULL", Severity::warning,
+     "ZEL_COUNTERS_COUNTER_RESOURCE_FULL",
+     Severity::warning,
      "Unable to allocate counter for VLAN %d due to hardware resource exhaustion.Counter for this VLAN will "
      "not be available",
      "The chip's table of VLAN counters is full. The VLAN forwards as before, but its L3 interface is not "
      "counted. Programming is tried again when entries are given back.",
-     "Remove L3 interfaces that are not needed, if the VLAN's counters are."};
+     "Remove L3 interfaces that are not needed, if the VLAN's counters are.",
+     Kiln::EventKind::tableFull,
+     "Vlan"};
 
 const Kiln::LogMessage ZEL_COUNTERS_COUNTER_RESOURCE_NORMAL{
      "ZEL_COUNTERS_COUNTER_RESOURCE_NORMAL", Severity::notice,

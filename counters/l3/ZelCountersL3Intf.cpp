@@ -8,6 +8,7 @@
 #include "kiln/RingLog.h"
 #include "kiln/Time.h"
 #include "kiln/Trace.h"
+#include "vex/BreakEvents.h"
 
 #include <algorithm>
 #include <stdexcept>
@@ -272,6 +273,8 @@ void ZelCountersL3IntfSm::addNatCounts(NatCount& natCount,
    if (sum.isMarked) {
       record.discontinuityTime = Kiln::System::currentTime();
    }
+   Vex::tellBreaks<1>(record.intfId.data(), sum, {{{"nat-packets", "nat-bytes"}}},
+                      "its entries for source NAT are other ones than before");
 }
 
 // False when a last read failed: then nothing is changed.

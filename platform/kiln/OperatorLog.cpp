@@ -42,7 +42,7 @@ OperatorLog& OperatorLog::instance() {
    return *log;
 }
 
-void OperatorLog::log(const LogMessage& message, std::span<const String> arguments) {
+void OperatorLog::log(const LogMessage& message, std::span<const String> arguments, const char* event) {
    Entry entry{System::currentTime(), &message, formatted(message.text, arguments)};
    std::function<void(const Entry&)> sink;
    {
@@ -57,9 +57,10 @@ void OperatorLog::log(const LogMessage& message, std::span<const String> argumen
    if (sink) {
       sink(entry);
    }
-   const bool isPlaced = message.event != EventKind::message && !arguments.empty();
-   EventLog::instance().record({.kind = message.event,
-                                .where = isPlaced ? arguments.front() : String(),
+   const char* const kind = event != nullptr ? event : message.event;
+   const bool isPlaced = kind != EventKind::message && !arguments.empty();
+   EventLog::instance().record({.kind = kind,
+                                .where = isPlaced ? message.placePrefix + arguments.front() : String(),
                                 .what = message.id,
                                 .text = entry.text});
 }

@@ -25,8 +25,9 @@ struct LogMessage {
    const char* text;              // each %s or %d stands for one argument, in order
    const char* explanation;       // what happened and what it touches
    const char* recommendedAction; // what the operator should do
-   const char* event =
-        EventKind::message; // which kind of event it is; of any other, the first argument says where
+   // Which kind of event it is. Of any other kind, the first argument, with this before it, says where.
+   const char* event = EventKind::message;
+   const char* placePrefix = "";
 };
 
 class OperatorLog {
@@ -41,7 +42,8 @@ class OperatorLog {
    static OperatorLog& instance();
 
    // Any thread. The newest entryLimit entries are kept. Each is an event, too.
-   void log(const LogMessage& message, std::span<const String> arguments);
+   // `event`: its kind where that is not always the same; null for the message's own.
+   void log(const LogMessage& message, std::span<const String> arguments, const char* event = nullptr);
    // The entries that are kept, oldest first.
    std::vector<Entry> entries() const;
    // The same, and keeps them no longer.

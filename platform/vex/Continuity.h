@@ -99,11 +99,20 @@ class SourceTrail {
    bool isExchanged_ = false;
 };
 
+struct Break {
+   std::size_t field = 0; // the first one that did not go on as it may
+   U64 before = 0;
+   U64 after = 0;
+
+   bool isFall() const { return after < before; }
+};
+
 template <std::size_t n>
 struct Step { // what a reading adds to the totals
    std::array<U64, n> counts{};
    std::array<bool, n> isAbsorbed{}; // the step was implausible, and adds nothing
    bool isMarked = false;            // the continuity is broken
+   Break broken{};                   // how, if it is
 };
 
 // Takes values that fall together from reading to reading.
@@ -138,7 +147,16 @@ class Meter {
    void zeroed() { *this = {}; }
 
  private:
+   Break breakAt(const Values& reading) const {
+      std::size_t field = 0;
+      while (field + 1 < n && reading[field] >= last_[field] &&
+             reading[field] - last_[field] < Interface::wrapWindow) {
+         ++field;
+      }
+      return {field, last_[field], reading[field]};
+   }
    Step<n> takeBroken(const Values& reading) {
+      const Break broken = breakAt(reading);
       bool hasFallen = false;
       bool isMended = true;
       for (std::size_t i = 0; i < n; ++i) {
@@ -151,6 +169,7 @@ class Meter {
       }
       Step<n> step;
       step.isMarked = true;
+      step.broken = broken;
       for (std::size_t i = 0; i < n; ++i) {
          const U64 count = reading[i] - last_[i];
          step.isAbsorbed[i] = count >= Interface::wrapWindow;
@@ -230,6 +249,7 @@ class DevicesMeter {
          sum.counts[i] += step.counts[i];
          sum.isAbsorbed[i] |= step.isAbsorbed[i];
       }
+      sum.broken = step.isMarked ? step.broken : sum.broken;
       sum.isMarked |= step.isMarked;
    }
 

@@ -20,6 +20,7 @@ namespace {
 constexpr double repeatTime = 60;        // seconds
 constexpr unsigned ownEvents = 4;        // of those that come again with other values
 constexpr double together = 1;           // seconds
+constexpr unsigned ofACrowd = 64;        // events that stand by themselves
 constexpr std::size_t restingLooks = 64; // with each polling pass
 
 template <std::size_t size>
@@ -33,10 +34,34 @@ void textIs(std::array<char, size>& field, std::string_view text) {
    }
 }
 
-// Interfaces come and go in crowds.
-bool isOfCrowd(std::string_view kind) {
-   return kind == Kiln::EventKind::portCame || kind == Kiln::EventKind::portWent;
+// Whether one event tells it for all interfaces that it happens to at once.
+bool isOfAll(std::string_view kind) {
+   return kind == Kiln::EventKind::portCame || kind == Kiln::EventKind::portWent ||
+          kind == Kiln::EventKind::discontinuity;
 }
+
+// What is counted on: all that is told, but for the values.
+Kiln::String sameAs(const Silo::Interface::Event& event) {
+   return Kiln::String(event.kind.data()) + '\n' + event.where.data() + '\n' + event.what.data() + '\n' +
+          event.text.data();
+}
+
+Kiln::String crowdOf(const Silo::Interface::Event& event) {
+   return Kiln::String(event.kind.data()) + '\n' + (isOfAll(event.kind.data()) ? event.text.data() : "");
+}
+
+// Events wait while it lives.
+class Held {
+ public:
+   explicit Held(bool& isHeld) : isHeld_(isHeld), wasHeld_(std::exchange(isHeld, true)) {}
+   Held(const Held&) = delete;
+   Held& operator=(const Held&) = delete;
+   ~Held() { isHeld_ = wasHeld_; }
+
+ private:
+   bool& isHeld_;
+   bool wasHeld_;
+};
 
 } // namespace
 
@@ -78,6 +103,7 @@ void EventRecorder::started(double lastSign) {
              .time = std::isfinite(lastSign) ? lastSign : 0});
    }
    write({.kind = Kiln::EventKind::agentStarted, .what = "pid " + std::to_string(getpid())});
+   isHeld_ = false;
    writeWaiting();
 }
 
@@ -88,9 +114,11 @@ void EventRecorder::pollingIntervalIs(double seconds) {
 
 void EventRecorder::mend() {
    const std::lock_guard lock(mutex_);
-   const bool wasHeld = std::exchange(isHeld_, true); // what is found is an event too
-   table_.mend();
-   if (!wasHeld) {
+   {
+      const Held held(isHeld_); // what is found is an event too
+      table_.mend();
+   }
+   if (!isHeld_) {
       writeWaiting();
    }
 }
@@ -104,13 +132,12 @@ void EventRecorder::record(const Kiln::Event& event) {
 }
 
 void EventRecorder::writeWaiting() {
-   isHeld_ = true;
+   const Held held(isHeld_);
    while (!waiting_.empty()) {
       const Kiln::Event next = std::move(waiting_.front());
       waiting_.pop_front();
       write(next);
    }
-   isHeld_ = false;
 }
 
 void EventRecorder::write(const Kiln::Event& event) {
@@ -130,22 +157,13 @@ void EventRecorder::write(const Kiln::Event& event) {
    textIs(came.where, event.where);
    textIs(came.what, event.what);
    textIs(came.text, event.text);
-   if (joins(came)) {
+   if (joins(came) || isCounted(came)) {
       return;
    }
-   const Kiln::String same =
-        Kiln::String(event.kind) + '\n' + event.where + '\n' + event.what + '\n' + event.text;
-   Repeat& repeat = repeats_[same];
-   Record& known = at(repeat.number);
-   const bool isRepeated = repeat.number != 0 && known.number == repeat.number &&
-                           came.time - known.lastTime <= repeatTime && came.time >= known.lastTime;
-   if (isRepeated && countOn(known, repeat.inARow, came)) {
-      put(known);
-      return;
-   }
-   repeat.inARow = isRepeated ? repeat.inARow + 1 : 1;
-   repeat.number = came.number = ++last_;
+   came.number = ++last_;
    at(came.number) = came;
+   crowds_[crowdOf(came)].number = came.number;
+   repeats_[sameAs(came)].number = came.number;
    put(came);
    if (repeats_.size() > eventLimit) {
       std::erase_if(repeats_,
@@ -153,10 +171,39 @@ void EventRecorder::write(const Kiln::Event& event) {
    }
 }
 
-bool EventRecorder::countOn(Record& known, unsigned inARow, const Record& came) {
+// Of a crowd, the newest event counts the others, and names the last one.
+bool EventRecorder::joins(const Record& came) {
+   Crowd& crowd = crowds_[crowdOf(came)];
+   const bool isTogether = came.time >= crowd.lastTime && came.time - crowd.lastTime <= together;
+   crowd.count = isTogether ? crowd.count + 1 : 1;
+   crowd.lastTime = came.time;
+   Record& newest = at(crowd.number);
+   const bool isAll = isOfAll(came.kind.data());
+   if (crowd.count <= (isAll ? 1 : ofACrowd) || crowd.number == 0 || newest.number != crowd.number) {
+      return false;
+   }
+   newest.others += 1;
+   newest.lastTime = came.lastTime;
+   newest.lastUnixTime = came.lastUnixTime;
+   if (isAll) {
+      newest.what = came.where;
+   } else {
+      textIs(newest.text, Kiln::String("and others at the same time, the last ") + came.where.data() + " " +
+                               came.what.data());
+   }
+   put(newest);
+   return true;
+}
+
+bool EventRecorder::isCounted(const Record& came) {
+   Repeat& repeat = repeats_[sameAs(came)];
+   Record& known = at(repeat.number);
+   const bool isRepeated = repeat.number != 0 && known.number == repeat.number &&
+                           came.time >= known.lastTime && came.time - known.lastTime <= repeatTime;
    const bool isSame =
         known.before == came.before && known.after == came.after && known.others == came.others;
-   if (!isSame && inARow < ownEvents) {
+   if (!isRepeated || (!isSame && repeat.inARow < ownEvents)) {
+      repeat.inARow = isRepeated ? repeat.inARow + 1 : 1;
       return false;
    }
    known.count += 1;
@@ -165,21 +212,7 @@ bool EventRecorder::countOn(Record& known, unsigned inARow, const Record& came) 
    known.before = came.before;
    known.after = came.after;
    known.others = came.others;
-   return true;
-}
-
-// Of a crowd, the newest event counts the others, and names the last one.
-bool EventRecorder::joins(const Record& came) {
-   Record& newest = at(last_);
-   if (last_ == 0 || !isOfCrowd(came.kind.data()) || newest.kind != came.kind ||
-       came.time - newest.lastTime > together) {
-      return false;
-   }
-   newest.others += 1;
-   newest.lastTime = came.lastTime;
-   newest.lastUnixTime = came.lastUnixTime;
-   newest.what = came.where;
-   put(newest);
+   put(known);
    return true;
 }
 

@@ -13,8 +13,9 @@
 namespace Vex {
 
 // While it lives, it is the sink of Kiln::EventLog. What repeats is one event with a count: the same with the same values
-// within a minute, and from the fifth within a minute on also with others. Any thread may record; the rest is the activity
-// thread's.
+// within a minute, and from the fifth within a minute on also with others. What comes in a crowd is one event, too, which
+// says how many others came within a second: interfaces that come, go or are broken all at once, and from the 65th on any
+// kind, so that one bad moment doesn't push out what led to it. Any thread may record; the rest is the activity thread's.
 class EventRecorder : public Kiln::PtrInterface {
  public:
    // Throws what Silo::Table throws. The ring of an earlier process goes on.
@@ -36,12 +37,17 @@ class EventRecorder : public Kiln::PtrInterface {
       unsigned inARow =
            0; // how many of its kind came one after the other, each within the time of the one before
    };
+   struct Crowd {
+      U64 number = 0; // of its newest event
+      unsigned count = 0;
+      double lastTime = 0;
+   };
 
    void record(const Kiln::Event& event);
    void writeWaiting();
    void write(const Kiln::Event& event);
-   bool countOn(Record& known, unsigned inARow, const Record& came);
    bool joins(const Record& came);
+   bool isCounted(const Record& came);
    void put(const Record& record);
    Record& at(U64 number) { return ring_[number % Silo::Interface::eventLimit]; }
 
@@ -52,6 +58,7 @@ class EventRecorder : public Kiln::PtrInterface {
    std::vector<Record> ring_;                         // by number modulo eventLimit: the writer's own copy
    U64 last_ = 0;                                     // number of the newest
    std::unordered_map<Kiln::String, Repeat> repeats_; // by kind, where, what and text
+   std::unordered_map<Kiln::String, Crowd> crowds_;   // by kind, and the cause of what is broken
    bool hasStarted_ = false;
    Kiln::EventLog::Sink sinkBefore_;
 };

@@ -2,12 +2,22 @@
 #include "vex/L3Counters.h"
 
 #include "kiln/Time.h"
+#include "vex/BreakEvents.h"
 
 namespace Vex {
 
 namespace {
 
 using VexTypes::L3IntfCounters;
+
+constexpr auto entryNames = [] {
+   std::array<std::array<const char*, 2>, L3IntfCounters::inEntries + L3IntfCounters::outEntries> names{};
+   for (std::size_t entry = 0; entry < names.size(); ++entry) {
+      const bool isIn = entry < L3IntfCounters::inEntries;
+      names[entry] = {isIn ? "in-octets" : "out-octets", isIn ? "in-pkts" : "out-pkts"};
+   }
+   return names;
+}();
 
 // Stands for the parts of a reading that has none: all of it is one device's, which always counts.
 std::array<L3IntfCounters::Meter::Reading, 1> wholeOf(const Interface::L3IntfStatistics& statistics,
@@ -137,6 +147,8 @@ void L3Counters::update(const Pelt::IntfId& intf, Counted& counted) {
    const auto whole = wholeOf(record.reading, &isCounted);
    const L3IntfCounters::Meter::Sum sum =
         counted.meter.read(reading_->hasParts() ? std::span(reading_->parts()) : std::span(whole));
+   tellBreaks<entryNames.size()>(intf.text(), sum, entryNames,
+                                 "its entries in the chips' tables are other ones than before");
    dropStep(record);
    const std::span steps(sum.steps);
    addEntries(record, 0, steps.first(L3IntfCounters::inEntries));

@@ -2,6 +2,7 @@
 #include "vex/QueuePublisher.h"
 
 #include "kiln/Time.h"
+#include "vex/BreakEvents.h"
 
 #include <stdexcept>
 
@@ -13,6 +14,15 @@ namespace {
 
 QueueStatistics sumOf(const QueueStatistics& a, const QueueStatistics& b) {
    return {a.packets + b.packets, a.bytes + b.bytes, a.drops + b.drops};
+}
+
+template <std::size_t n>
+void tellQueue(const Silo::Key& key, std::size_t queue, const Step<n>& step,
+               const std::array<const char*, n>& names) {
+   if (step.isMarked) {
+      tellBreak(Kiln::String(key.view()), "queue." + std::to_string(queue) + "." + names[step.broken.field],
+                step.broken);
+   }
 }
 
 } // namespace
@@ -59,6 +69,9 @@ void QueuePublisher::publish(const Pelt::IntfId& intf, const VexTypes::IntfQueue
    counted.sources.exchangedDel();
    if (begin != Begin::step) {
       dropQueues(counted, report);
+   }
+   if (isExchanged) {
+      tellDiscontinuity(intf.text(), "its queues are read at another place, or their chip came again");
    }
    if (isNewSample) {
       dropStep(record);
@@ -122,6 +135,8 @@ bool QueuePublisher::takeQueue(Counted& counted, std::size_t queue, const VexTyp
       total = reported;
    }
    delta = sumOf(delta, step);
+   tellQueue<2>(counted.key, queue, sent, {"packets", "bytes"});
+   tellQueue<1>(counted.key, queue, dropped, {"drops"});
    if (sent.isAbsorbed != decltype(sent.isAbsorbed){} || dropped.isAbsorbed[0]) {
       record.absorbed |= bit;
    }

@@ -47,13 +47,10 @@ const char* remedyText(Silo::Corruption::Remedy remedy) {
 } // namespace
 
 const Kiln::LogMessage VEX_COUNTERS_PUBLISH_ERROR{
-     "VEX_COUNTERS_PUBLISH_ERROR",
-     Kiln::Severity::error,
-     "Counters of interface %s are not published: %s",
+     "VEX_COUNTERS_PUBLISH_ERROR", Kiln::Severity::error, "Counters of interface %s are not published: %s",
      "The shared table that other processes read counters from did not take the interface's record. Readers "
      "see no record, or an old one.",
-     "Remove interfaces that are not needed, or start the agent with larger tables.",
-     Kiln::EventKind::tableFull};
+     "Remove interfaces that are not needed, or start the agent with larger tables."};
 
 const Kiln::LogMessage VEX_COUNTERS_HISTORY_ERROR{
      "VEX_COUNTERS_HISTORY_ERROR", Kiln::Severity::warning, "No history is kept of some interfaces: %s",
@@ -143,7 +140,9 @@ void PublishErrors::log(const Pelt::IntfId& intf, const std::exception& error) {
    // Once, until the interface is published again: every polling pass tries, and would fill the log.
    if (logged_.set(intf, true) && (!isOfName || refusedNames().set(intf, true))) {
       const std::array<Kiln::String, 2> arguments{intf.text(), error.what()};
-      Kiln::OperatorLog::instance().log(VEX_COUNTERS_PUBLISH_ERROR, arguments);
+      const bool isFull = dynamic_cast<const Silo::CapacityError*>(&error) != nullptr;
+      Kiln::OperatorLog::instance().log(VEX_COUNTERS_PUBLISH_ERROR, arguments,
+                                        isFull ? Kiln::EventKind::tableFull : nullptr);
    }
 }
 

@@ -4,6 +4,7 @@
 #include "kiln/EventLog.h"
 #include "kiln/Time.h"
 #include "kiln/VectorClones.h"
+#include "vex/BreakEvents.h"
 #include "zel/InterfaceDirs.h"
 
 namespace Vex::Counters {
@@ -80,10 +81,7 @@ void VexPortCounterSm::tellExchange(const Source& before) const {
       return "port " + std::to_string(source.place) + " of device " + std::to_string(source.device);
    };
    if (now.isAt(before)) {
-      Kiln::EventLog::instance().record(
-           {.kind = Kiln::EventKind::discontinuity,
-            .where = intf_.text(),
-            .text = "its chip came again: counters go on if the hardware kept them"});
+      tellDiscontinuity(intf_.text(), "its chip came again: counters go on if the hardware kept them");
    } else {
       Kiln::EventLog::instance().record({.kind = Kiln::EventKind::portMoved,
                                          .where = intf_.text(),

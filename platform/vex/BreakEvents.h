@@ -1,0 +1,29 @@
+// Says where continuity is broken, as events.
+#pragma once
+
+#include "vex/Continuity.h"
+
+namespace Vex {
+
+// A step of values that fall together was no plain one: they began again, or were implausible. `counter` is the one that
+// broke first.
+void tellBreak(const Kiln::String& intf, const Kiln::String& counter, const Break& broken);
+// The count goes on from another source.
+void tellDiscontinuity(const Kiln::String& intf, const char* cause);
+// Of a sum of several devices' counts; `names` are those of each entry's two values. A plain sum is no event.
+template <std::size_t entries>
+void tellBreaks(const Kiln::String& intf, const typename DevicesMeter<entries>::Sum& sum,
+                const std::array<std::array<const char*, 2>, entries>& names, const char* exchanged) {
+   bool isTold = !sum.isMarked;
+   for (std::size_t entry = 0; entry < entries && sum.isMarked; ++entry) {
+      if (const Step<2>& step = sum.steps[entry]; step.isMarked) {
+         tellBreak(intf, names[entry][step.broken.field], step.broken);
+         isTold = true;
+      }
+   }
+   if (sum.isExchanged || !isTold) {
+      tellDiscontinuity(intf, exchanged);
+   }
+}
+
+} // namespace Vex
