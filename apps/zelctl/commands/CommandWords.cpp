@@ -1,6 +1,7 @@
 // The one list of first words: commands are run, completed and refused by it.
 #include "apps/zelctl/commands/CommandWords.h"
 
+#include "apps/zelctl/events/EventsRequest.h"
 #include "apps/zelctl/views/RecordRequest.h"
 #include "apps/zelctl/views/TopView.h"
 #include "kiln/Choices.h"
@@ -22,12 +23,12 @@ std::vector<String> showCommands() {
 
 std::vector<String> allCommands() {
    std::vector<String> all = showCommands();
-   all.insert(all.end(), {"log", "ringlog", "watch", "help", "quit", "exit"});
+   all.insert(all.end(), {eventsCommand, "log", "ringlog", "watch", "help", "quit", "exit"});
    return all;
 }
 
 bool isRecordCommand(const String& command) {
-   return viewNamed(command) != nullptr || command == topCommand;
+   return viewNamed(command) != nullptr || command == topCommand || command == eventsCommand;
 }
 
 bool isAgentCommand(const String& command) {

@@ -5,6 +5,7 @@
 #include "apps/zelctl/commands/CommandWords.h"
 #include "apps/zelctl/commands/Filters.h"
 #include "apps/zelctl/commands/Help.h"
+#include "apps/zelctl/events/EventsRequest.h"
 #include "apps/zelctl/terminal/Utf8.h"
 #include "apps/zelctl/views/RecordRequest.h"
 #include "apps/zelctl/views/RecordViewer.h"
@@ -69,6 +70,9 @@ Words follow(const Client& client, Words before, const String& partial) {
    }
    if (before.front() == topCommand) {
       return topCandidates(before);
+   }
+   if (before.front() == eventsCommand) {
+      return eventsCandidates(before, partial, client.store());
    }
    if (before.front() == "help") {
       return before.size() == 1 ? helpTopics() : Words();
