@@ -1,13 +1,34 @@
 // Keeps a queue of statuses and a cost per entry point.
 #include "softchip/Faults.h"
 
-#include "kiln/Time.h"
+#include "kiln/ActivityManager.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <stdexcept>
+#include <thread>
 
 namespace SoftChip {
+
+namespace {
+
+void spend(double seconds) {
+   if (Kiln::System::timeSource()->isSimulated()) {
+      static_cast<Kiln::SimulatedTime&>(*Kiln::System::timeSource()).charge(seconds);
+      return;
+   }
+   // In slices: nothing wakes a thread that sleeps within the SDK, and an agent that was told to end must not be kept.
+   constexpr double slice = 0.05; // seconds
+   const auto manager = Kiln::ActivityManager::instance();
+   const double end = Kiln::System::monotonicTime() + seconds;
+   for (double left = seconds; left > 0 && !manager->isStopping();
+        left = end - Kiln::System::monotonicTime()) {
+      std::this_thread::sleep_for(std::chrono::duration<double>(std::min(left, slice)));
+   }
+}
+
+} // namespace
 
 Faults::Plan& Faults::planOf(std::string_view entryPoint) {
    const auto* const found = std::find(entryPointNames.begin(), entryPointNames.end(), entryPoint);
@@ -48,19 +69,21 @@ void Faults::clear() {
 }
 
 int Faults::take(EntryPoint entryPoint) {
-   const std::lock_guard lock(mutex_);
+   std::unique_lock lock(mutex_);
    Plan& plan = plans_[static_cast<std::size_t>(entryPoint)];
-   // Charged before the status is known: a call that fails takes its time too.
-   if (plan.cost > 0 && Kiln::System::timeSource()->isSimulated()) {
-      static_cast<Kiln::SimulatedTime&>(*Kiln::System::timeSource()).charge(plan.cost);
+   int status = 0;
+   if (!plan.runs.empty()) {
+      Run& run = plan.runs.front();
+      status = run.status;
+      if (--run.times == 0) {
+         plan.runs.pop_front();
+      }
    }
-   if (plan.runs.empty()) {
-      return 0;
-   }
-   Run& run = plan.runs.front();
-   const int status = run.status;
-   if (--run.times == 0) {
-      plan.runs.pop_front();
+   const double cost = plan.cost;
+   lock.unlock(); // other calls do not wait for this one
+   // A call that fails takes its time too.
+   if (cost > 0) {
+      spend(cost);
    }
    return status;
 }

@@ -80,11 +80,12 @@ class Faults {
    // The entry point's next `times` calls return this status and do nothing else. Plans queue up. Status 0 lets a call
    // through, so that a later one can be made to fail.
    void failNext(std::string_view entryPoint, int status, U32 times = 1);
-   // Every call of the entry point takes this much simulated time. No effect in real time.
+   // Every call of the entry point takes this much time. In real time the caller sleeps, until the activity manager is
+   // stopped.
    void costIs(std::string_view entryPoint, double seconds);
    void clear();
 
-   // Each call asks once: charges the cost and returns the status to fail with, or 0 to go on.
+   // Each call asks once: takes its time and returns the status to fail with, or 0 to go on.
    int next(EntryPoint entryPoint) { return armed_.load(std::memory_order_acquire) ? take(entryPoint) : 0; }
 
  private:

@@ -142,6 +142,8 @@ constexpr std::array options{
             [](Options&, const Kiln::String& v) { takeTrace(v); }},
      Option{"--scenario", "FILE", "runs the statements of a file, or of standard input (-)",
             [](Options& o, const Kiln::String& v) { o.scenario = v; }},
+     Option{"--realtime", "", "runs the --scenario on the machine's clock, as a living agent",
+            [](Options& o, const Kiln::String&) { o.scenarioIsRealTime = true; }},
      Option{"--help", "", "prints this", [](Options& o, const Kiln::String&) { o.help = true; }},
      Option{"--version", "", "prints the version", [](Options& o, const Kiln::String&) { o.version = true; }},
 };
@@ -158,8 +160,18 @@ const Option& optionNamed(std::string_view name) {
 
 // Refuses options that are valid one by one but not together.
 void check(const Options& parsed) {
+   if (parsed.scenarioIsRealTime && !parsed.scenario) {
+      throw std::invalid_argument(
+           "--realtime is for a scenario, and an agent without one runs in real time: add "
+           "--scenario FILE, or leave out --realtime");
+   }
    if (parsed.traffic == Options::Traffic::host && parsed.scenario) {
-      throw std::invalid_argument("--traffic host goes with real time only: leave out --scenario");
+      throw std::invalid_argument("--traffic host does not go with a scenario: leave out --scenario");
+   }
+   if (parsed.scenarioIsRealTime && parsed.traffic && parsed.traffic != Options::Traffic::none) {
+      throw std::invalid_argument(
+           "--traffic does not go with --realtime: put 'traffic on' or 'replay INTF FILE' into "
+           "the scenario");
    }
    if (parsed.readSocketPath.empty() == parsed.readGroup.has_value()) {
       throw std::invalid_argument("--read-socket and --read-group go together: give both, or neither");

@@ -14,12 +14,13 @@ struct Options {
    enum class Traffic : U8 { none, synthetic, capture, host };
 
    SwitchAgentConfig agent;
-   Traffic traffic = Traffic::synthetic;
+   std::optional<Traffic> traffic;       // none given: synthetic, but not in a scenario
    Kiln::String captureFile;             // of Traffic::capture
    Kiln::String socketPath;              // empty: the default one
    Kiln::String readSocketPath;          // for readers; empty if there is none
    std::optional<gid_t> readGroup;       // whose members may open it
    std::optional<Kiln::String> scenario; // a file, or "-" for standard input
+   bool scenarioIsRealTime = false;
    bool help = false;
    bool version = false;
 };

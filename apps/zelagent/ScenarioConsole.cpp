@@ -252,7 +252,8 @@ void ScenarioConsole::advance(const Words& operands) {
    if (!std::exchange(hasAdvanced_, true)) {
       agent_.countersMgr().forgetAbsentInterfaces();
    }
-   Kiln::ActivityManager::instance()->advance(time);
+   // Not under the statement's hold: in real time the loop gives the lock up to sleep, and others get in.
+   Kiln::ActivityLockAnchor::yieldWhile([&] { Kiln::ActivityManager::instance()->advance(time); });
 }
 
 void ScenarioConsole::counters(const Words& operands) {

@@ -1,5 +1,5 @@
-// The scenario console: runs statements, line by line, on an agent in simulated time. The same scenario and seed print
-// the same bytes every time.
+// The scenario console: runs statements, line by line, on an agent in simulated or real time. In simulated time, the
+// same scenario and seed print the same bytes every time.
 #pragma once
 
 #include "apps/zelagent/SwitchAgent.h"

@@ -1,4 +1,5 @@
-// Reads a scenario's text from a descriptor, and stops waiting for it when the agent is told to end.
+// Reads a scenario's text from a descriptor, and stops waiting for it when the agent is told to end. In simulated time
+// nothing happens while it waits; in real time the agent goes on.
 #pragma once
 
 #include <array>
@@ -8,7 +9,8 @@ namespace ZelAgent {
 
 class ScenarioInput : public std::streambuf {
  public:
-   // Reads `fd` until its end, or until more is needed while `endFd` is readable. Neither is owned.
+   // Reads `fd` until its end, or until more is needed while `endFd` is readable. Neither is owned. Whoever makes
+   // `endFd` readable also stops the activity manager.
    ScenarioInput(int fd, int endFd) : fd_(fd), endFd_(endFd) {}
 
  protected:

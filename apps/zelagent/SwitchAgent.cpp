@@ -194,7 +194,7 @@ Kiln::Ptr<ZelCounter::CountersMounts> SwitchAgent::mount() {
    store_ = storeFor(config_);
    Vex::SharedTableSettings settings;
    settings.areProvisional = true;
-   settings.pollingInterval = config_.pollingInterval;
+   settings.historyInterval = config_.pollingInterval;
    settings.historyMinutes = config_.historyMinutes;
    newTables_ = Vex::openSharedTables(*store_, settings);
    const Vex::SharedTables& tables = *newTables_;

@@ -22,6 +22,7 @@
 #include <iostream>
 #include <new>
 #include <optional>
+#include <sstream>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -80,7 +81,7 @@ void printHelp() {
            "the client.\n\n"
         << ZelAgent::optionsHelp()
         << "\nStatements of a scenario, one per line; '#' begins a comment. Only advance lets time "
-           "pass.\n\n"
+           "pass; with --realtime it waits.\n\n"
         << ScenarioConsole::statementsHelp()
         << "\nA scenario ends with status 0, with 1 if a command was refused, with 2 at an invalid "
            "statement.\n";
@@ -94,12 +95,13 @@ void flushOutput() {
 
 void startTraffic(SwitchAgent& agent, const Options& options, std::optional<ZelAgent::HostPorts>* hostPorts) {
    const auto lock = Kiln::ActivityLockAnchor::lock();
-   if (options.traffic == Options::Traffic::synthetic) {
+   const Options::Traffic traffic = options.traffic.value_or(Options::Traffic::synthetic);
+   if (traffic == Options::Traffic::synthetic) {
       agent.traffic().onIs(true);
-   } else if (options.traffic == Options::Traffic::capture) {
+   } else if (traffic == Options::Traffic::capture) {
       const SwitchAgent::Port port = agent.portOf("Ethernet1");
       SoftChip::Traffic::replay(port.chip, port.devicePort, options.captureFile);
-   } else if (options.traffic == Options::Traffic::host) {
+   } else if (traffic == Options::Traffic::host) {
       hostPorts->emplace(agent, SoftChip::HostInterfaces());
    }
 }
@@ -112,9 +114,16 @@ int openScenario(const Kiln::String& name) {
    return fd;
 }
 
-int runScenario(const Options& options) {
-   const Kiln::String& name = *options.scenario;
-   const int fd = openScenario(name);
+int runStatements(SwitchAgent& agent, const Kiln::String& name, int fd) {
+   ZelAgent::ScenarioInput input(fd, endFd);
+   std::istream scenario(&input);
+   const int status = ScenarioConsole(agent, STDOUT_FILENO, STDERR_FILENO, endFd).run(scenario, name);
+   // Whoever ran the scenario waits for its whole output, and has to see that it was cut short.
+   return endingSignal.load() != 0 ? 128 + endingSignal.load() : status;
+}
+
+int runSimulation(const Options& options) {
+   const int fd = openScenario(*options.scenario);
    // Before the agent is made, since it arms clocks.
    Kiln::System::timeSourceIs(Kiln::allocate<Kiln::SimulatedTime>());
    // Tables of its own: an agent may be running beside the scenario.
@@ -123,11 +132,7 @@ int runScenario(const Options& options) {
    endOnSignals();
    SwitchAgent agent(config);
    agent.createdIsKept();
-   ZelAgent::ScenarioInput input(fd, endFd);
-   std::istream scenario(&input);
-   const int status = ScenarioConsole(agent, STDOUT_FILENO, STDERR_FILENO, endFd).run(scenario, name);
-   // Whoever ran the scenario waits for its whole output, and has to see that it was cut short.
-   return endingSignal.load() != 0 ? 128 + endingSignal.load() : status;
+   return runStatements(agent, *options.scenario, fd);
 }
 
 // Prints log messages for the operator as they come.
@@ -149,6 +154,22 @@ void say(const Kiln::String& line) {
    Kiln::LogOutput::standardOutput().write("zelagent: " + Kiln::printable(line) + "\n");
 }
 
+// What the flight recorder takes of the machine's memory.
+void sayHistory(const ZelAgent::SwitchAgentConfig& config, std::size_t ports) {
+   if (config.historyMinutes == 0) {
+      say("no history is kept");
+      return;
+   }
+   constexpr std::size_t kilobyte = 1000;
+   const std::size_t bytes =
+        Vex::HistorySettings{.minutes = config.historyMinutes, .pollingInterval = config.pollingInterval}
+             .bytesPerPort();
+   std::ostringstream minutes;
+   minutes << config.historyMinutes;
+   say("history of the last " + minutes.str() + " min takes " + std::to_string(bytes / kilobyte) +
+       " kB a port, " + std::to_string(ports * bytes / kilobyte) + " kB for " + Kiln::counted(ports, "port"));
+}
+
 // Takes the socket's folder back from a start that fails.
 struct SocketFolder {
    Kiln::String made = Agent::prepareDefaultSocketFolder(); // empty: it was there before
@@ -159,7 +180,9 @@ struct SocketFolder {
    }
 };
 
+// Until it is told to end, or its scenario is over.
 int runAgent(const Options& options) {
+   const int scenarioFd = options.scenario ? openScenario(*options.scenario) : -1;
    // The SDK's completions come on a thread of their own.
    Kiln::threadSafePtrModeIs(true);
    logToStandardError();
@@ -174,8 +197,8 @@ int runAgent(const Options& options) {
    SwitchAgent agent(options.agent);
    agent.fleet().completions().modeIs({SoftChip::CompletionMode::Kind::thread, 0.0, 1});
    std::optional<ZelAgent::HostPorts> hostPorts;
-   startTraffic(agent, options, &hostPorts);
-   {
+   if (!options.scenario) { // whose statements say what comes
+      startTraffic(agent, options, &hostPorts);
       const auto lock = Kiln::ActivityLockAnchor::lock();
       // Only now, with the host's ports added: tables in shared memory outlive the agent, and may hold ports that it no
       // longer has.
@@ -194,11 +217,16 @@ int runAgent(const Options& options) {
    }
    say(Kiln::counted(options.agent.chips, "chip") + ", " + Kiln::counted(options.agent.ports, "port") +
        " each, commands on " + socketPath);
+   sayHistory(options.agent,
+              hostPorts ? hostPorts->names().size() : options.agent.chips * options.agent.ports);
    if (readChannel) {
       say(Agent::groupName(*options.readGroup) + " may read on " + options.readSocketPath);
    }
    if (hostPorts) {
       say("ports are the host's: " + Kiln::joined(hostPorts->names(), ", "));
+   }
+   if (options.scenario) {
+      return runStatements(agent, *options.scenario, scenarioFd);
    }
    manager->run();
    return 0;
@@ -224,7 +252,8 @@ int main(int argc, char** argv) {
          flushOutput();
          return 0;
       }
-      return options.scenario ? runScenario(options) : runAgent(options);
+      const bool isSimulated = options.scenario && !options.scenarioIsRealTime;
+      return isSimulated ? runSimulation(options) : runAgent(options);
    } catch (const std::bad_alloc&) {
       return cannotRunBecause(
            "not enough memory: start with fewer chips, pipes or ports, or allow the process more");

@@ -23,6 +23,13 @@ Ptr<ActivityManager>& instanceHolder() {
    return *holder;
 }
 
+// The end of an advance in real time.
+struct Alarm : Clock::Notifiee {
+   using Notifiee::Notifiee;
+   void onTime() override { hasRung = true; }
+   bool hasRung = false;
+};
+
 } // namespace
 
 ActivityManager::Descriptor::Descriptor(Ptr<ActivityManager> manager, int fd)
@@ -164,21 +171,34 @@ void ActivityManager::serve(Descriptor* descriptor, int fd, int events) {
 }
 
 void ActivityManager::run() {
+   runUntil([] { return false; });
+}
+
+void ActivityManager::runUntil(const std::function<bool()>& isOver) {
    const auto lock = ActivityLockAnchor::lock();
-   while (!stopping_.load()) {
+   const auto isToEnd = [&] { return stopping_.load() || isOver(); };
+   while (!isToEnd()) {
       runDue();
-      if (!stopping_.load()) {
+      if (!isToEnd()) {
          sleep();
       }
    }
 }
 
 void ActivityManager::advance(double seconds) {
-   KILN_ASSERT(System::timeSource()->isSimulated());
    KILN_ASSERT(seconds >= 0.0);
+   const double end = System::currentTime() + seconds;
+   if (System::timeSource()->isSimulated()) {
+      advanceSimulated(static_cast<SimulatedTime&>(*System::timeSource()), end);
+   } else {
+      Alarm alarm(clock_);
+      alarm.timeMinIs(end);
+      runUntil([&] { return alarm.hasRung; });
+   }
+}
+
+void ActivityManager::advanceSimulated(SimulatedTime& time, double end) {
    const auto lock = ActivityLockAnchor::lock();
-   auto& time = static_cast<SimulatedTime&>(*System::timeSource());
-   const double end = time.now() + seconds;
    // Sums of decimal fractions are off by their rounding: what was meant for the end is due although it lies just
    // beyond.
    constexpr double instant = 1e-9;

@@ -6,6 +6,7 @@
 #include "kiln/OwnedFd.h"
 #include "kiln/Time.h"
 
+#include <functional>
 #include <vector>
 
 namespace Kiln {
@@ -47,13 +48,16 @@ class ActivityManager : public PtrInterface {
    // Real time: runs clocks and descriptors until stop(). Holds the activity lock except while it sleeps. When a
    // handler throws, the exception goes to the ring log and the loop goes on.
    void run();
-   // Ends run() and advance() for good, after the handler that is running. Any thread, and signal handlers.
+   // The same, but also ends when `isOver`, which is asked after each turn, says so.
+   void runUntil(const std::function<bool()>& isOver);
+   // Ends run(), runUntil() and advance() for good, after the handler that is running. Any thread, and signal handlers.
    void stop() noexcept;
    bool isStopping() const { return stopping_.load(); }
 
-   // Simulated time, which must be the active source: fires everything that is due in the next `seconds`, in order of
-   // time; during a handler, time is its expiry. Ends at now + `seconds`, or later when a handler was charged beyond
-   // that; what is due in the excess fires in the next advance. Takes the activity lock.
+   // Lets `seconds` pass. In real time, runs that long. In simulated time, fires everything that is due until then, in
+   // order of time; during a handler, time is its expiry. Ends at now + `seconds`, or later when a handler was charged
+   // beyond that; what is due in the excess fires in the next advance. Takes the activity lock, which in real time must
+   // not be held.
    void advance(double seconds);
 
  private:
@@ -62,6 +66,7 @@ class ActivityManager : public PtrInterface {
    void runDue();
    bool runOne(double time, U64 sequenceLimit);
    void sleep();
+   void advanceSimulated(SimulatedTime& time, double end);
    void serve(Descriptor* descriptor, int fd, int events);
 
    Ptr<Clock> clock_;

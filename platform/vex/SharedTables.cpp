@@ -103,7 +103,7 @@ SharedTables openSharedTables(const Silo::Store& store, const SharedTableSetting
    };
    if (settings.historyMinutes > 0) {
       tables.history =
-           Kiln::allocate<History>(store, HistorySettings{settings.historyMinutes, settings.pollingInterval,
+           Kiln::allocate<History>(store, HistorySettings{settings.historyMinutes, settings.historyInterval,
                                                           settings.ports, settings.areProvisional});
    }
    if (!settings.areProvisional) {

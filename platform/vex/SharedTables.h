@@ -121,6 +121,7 @@ struct SharedTableSettings {
    double pollingInterval = 2.0;    // seconds
    double natPollingInterval = 1.0; // seconds
    double historyMinutes = 15;      // how long samples of ports are kept; 0: no history
+   double historyInterval = 2.0;    // seconds between two polling passes, and so between these
    bool areProvisional = false; // tables that are created go with their last pointer, unless they are kept
 };
 

@@ -36,7 +36,7 @@ class CountersSm : public Kiln::Entity {
       Kiln::Ptr<WriterStatus> vlanIntfCounterWriterStatus;
       Kiln::Ptr<const Kiln::Clock> clock;
       Kiln::Ptr<VexHelper::VexHelperCountersSm> helper;
-      Kiln::Ptr<History> history;
+      Kiln::Ptr<History> history{}; // null: none is kept
    };
 
    explicit CountersSm(Context context);

@@ -64,6 +64,13 @@ TEST(Options, RefusesInvalidOptions) {
         {{"--read-socket", "/r"}, "--read-socket and --read-group go together: give both, or neither"},
         {{"--socket", "/s", "--read-socket", "/s", "--read-group", "0"},
          "--read-socket '/s': expected another path than that of --socket"},
+        {{"--realtime"},
+         "--realtime is for a scenario, and an agent without one runs in real time: add --scenario FILE, or "
+         "leave out --realtime"},
+        {{"--scenario", "-", "--realtime", "--traffic", "synthetic"},
+         "--traffic does not go with --realtime: put 'traffic on' or 'replay INTF FILE' into the scenario"},
+        {{"--scenario", "-", "--realtime", "--traffic", "host"},
+         "--traffic host does not go with a scenario: leave out --scenario"},
         {{"--help=x"}, "--help takes no value"},
         {{"--capabilities", "vlan,"},
          "--capabilities 'vlan,': expected none, or a list out of vlan,vxlan,vrf-nat,qos-policy"},
