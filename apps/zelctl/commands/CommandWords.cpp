@@ -2,6 +2,7 @@
 #include "apps/zelctl/commands/CommandWords.h"
 
 #include "apps/zelctl/events/EventsRequest.h"
+#include "apps/zelctl/history/HistoryRequest.h"
 #include "apps/zelctl/views/RecordRequest.h"
 #include "apps/zelctl/views/TopView.h"
 #include "kiln/Choices.h"
@@ -23,12 +24,13 @@ std::vector<String> showCommands() {
 
 std::vector<String> allCommands() {
    std::vector<String> all = showCommands();
-   all.insert(all.end(), {eventsCommand, "log", "ringlog", "watch", "help", "quit", "exit"});
+   all.insert(all.end(), {eventsCommand, historyCommand, "log", "ringlog", "watch", "help", "quit", "exit"});
    return all;
 }
 
 bool isRecordCommand(const String& command) {
-   return viewNamed(command) != nullptr || command == topCommand || command == eventsCommand;
+   return viewNamed(command) != nullptr || command == topCommand || command == eventsCommand ||
+          command == historyCommand;
 }
 
 bool isAgentCommand(const String& command) {

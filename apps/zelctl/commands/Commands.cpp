@@ -9,6 +9,7 @@
 #include "apps/zelctl/commands/Help.h"
 #include "apps/zelctl/commands/WatchCommand.h"
 #include "apps/zelctl/events/EventsView.h"
+#include "apps/zelctl/history/HistoryCommand.h"
 #include "apps/zelctl/terminal/Pager.h"
 #include "apps/zelctl/terminal/Utf8.h"
 #include "apps/zelctl/views/CountersDocument.h"
@@ -234,6 +235,10 @@ int runLine(const Client& client, const String& line, Signals* signals) {
          return untilSignal(signals, [&](Signals* caught) {
             return followEvents(words, client.store(), textWidth(), caught);
          });
+      }
+      if (command == historyCommand) {
+         const Charset charset = showsUtf8() ? Charset::utf8 : Charset::ascii;
+         return print(viewHistory(words, client.store(), textWidth(), charset), printing);
       }
       if (const String right = misplaced(words, command); !right.empty()) {
          return complain("unknown command " + Kiln::quoted(Kiln::joined(words, " ")) + ": try: " + right);

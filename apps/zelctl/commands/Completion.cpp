@@ -6,6 +6,7 @@
 #include "apps/zelctl/commands/Filters.h"
 #include "apps/zelctl/commands/Help.h"
 #include "apps/zelctl/events/EventsRequest.h"
+#include "apps/zelctl/history/HistoryRequest.h"
 #include "apps/zelctl/terminal/Utf8.h"
 #include "apps/zelctl/views/RecordRequest.h"
 #include "apps/zelctl/views/RecordViewer.h"
@@ -73,6 +74,9 @@ Words follow(const Client& client, Words before, const String& partial) {
    }
    if (before.front() == eventsCommand) {
       return eventsCandidates(before, partial, client.store());
+   }
+   if (before.front() == historyCommand) {
+      return historyCandidates(before, partial, client.store());
    }
    if (before.front() == "help") {
       return before.size() == 1 ? helpTopics() : Words();

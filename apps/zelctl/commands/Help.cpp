@@ -100,6 +100,19 @@ discards. 'interfaces INTF' shows all counters of one. See 'help states'.
      Topic{"subinterfaces", "counters of subinterfaces",
            "\n   subinterfaces [INTF...] [nonzero] [rates] [raw] [exact] [json]\n"},
      Topic{"nat", "what source NAT translated", "\n   nat [INTF...] [nonzero] [raw] [exact] [json]\n"},
+     Topic{"history", "what counters did, as plots", R"(
+   history INTF... [COUNTER...] [last DURATION | from TIME to TIME] [totals]
+           [json | csv]
+
+   history Ethernet1                     all counters, a line each
+   history Ethernet1 in-octets last 5m   one counter, taller
+   history Ethernet1 queue.3             packets, bytes and drops of a queue
+   history Ethernet1-4 in-pkts from 14:05 to 14:10:30
+
+It reads shared memory, also after the agent ended. A column has the mean of its
+rates, 'max' the highest between two samples. Empty columns with '-' below have
+no samples; '!' is a discontinuity: a counter wrapped, was upset or reset.
+)"},
      Topic{"top", "the busiest, most dropping and most erring ports and queues", R"(
    top [by use|in|out|packets|drops|errors] [json]
 
@@ -151,6 +164,11 @@ standard error. In a shell, quote the command with its filters.
      Topic{"raw", "the chip's own counts, which wrap and may jump"},
      Topic{"exact", "every digit of large numbers"},
      Topic{"json", "for programs"},
+     Topic{"last", "counted back from now: a duration as 90s, 5m or 1h30m follows"},
+     Topic{"from", "a time as 14:05, 14:05:09 or 2026-11-22 14:05:09 follows"},
+     Topic{"to", "a time as 14:05, 14:05:09 or 2026-11-22 14:05:09 follows"},
+     Topic{"totals", "what was counted, not rates"},
+     Topic{"csv", "for spreadsheets: a line for each sample"},
      Topic{"by", "the column to rank by follows"},
      Topic{"help", "what there is to type; 'help WORD' explains a word"},
      Topic{"quit", "leaves the prompt"},

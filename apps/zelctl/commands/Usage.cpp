@@ -79,6 +79,13 @@ constexpr const char* end = R"(     INTF                           only these; '
                                     use, in, out, packets, drops or errors
      json                           prints JSON, for programs
 
+   history INTF... [COUNTER...]     what counters did, as plots; of one counter
+                                    a taller one; queue.3 is all of a queue
+     last 5m                        back from now, instead of all there is
+     from 14:05 to 14:10:30         between these times
+     totals                         what was counted, not rates
+     json, csv                      prints the samples, for programs
+
 These are zelctl's own
    watch [SECONDS] SHOW             repeats any show, every 2 s by default, and
                                     marks what changed, with rates per second;

@@ -1,7 +1,11 @@
 // Widths by blocks of characters.
 #include "apps/zelctl/terminal/Utf8.h"
 
+#include <algorithm>
 #include <array>
+#include <cctype>
+#include <cstdlib>
+#include <unistd.h>
 
 namespace ZelCtl {
 
@@ -67,6 +71,26 @@ std::vector<Kiln::String> wrapped(std::string_view text, std::size_t columns) {
       text.remove_prefix(word.size());
    }
    return lines;
+}
+
+bool showsUtf8() {
+   // The first that is set decides.
+   const char* locale = nullptr;
+   for (const char* const name : {"LC_ALL", "LC_CTYPE", "LANG"}) {
+      if (locale == nullptr || *locale == '\0') {
+         locale = std::getenv(name);
+      }
+   }
+   Kiln::String charset = locale == nullptr ? "" : locale;
+   std::ranges::transform(charset, charset.begin(),
+                          [](char one) { return one == '-' ? '-' : std::toupper(one); });
+   if (charset.find("UTF-8") == Kiln::String::npos && charset.find("UTF8") == Kiln::String::npos) {
+      return false;
+   }
+   constexpr std::array poor{"linux", "dumb", "vt100", "vt102", "vt220"};
+   const char* const terminal = std::getenv("TERM");
+   return isatty(STDOUT_FILENO) == 0 ||
+          (terminal != nullptr && std::ranges::find(poor, std::string_view(terminal)) == poor.end());
 }
 
 } // namespace ZelCtl

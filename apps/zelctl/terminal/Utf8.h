@@ -18,6 +18,10 @@ Kiln::String cutTo(std::string_view text, std::size_t columns);
 // no limit.
 std::vector<Kiln::String> wrapped(std::string_view text, std::size_t columns);
 
+// Whether what reads standard output shows UTF-8: the locale says so, and it is no terminal whose fonts lack block
+// characters.
+bool showsUtf8();
+
 using Kiln::printable;
 
 } // namespace ZelCtl

@@ -35,8 +35,12 @@ Silo::HistoryReader open(const Silo::Store& store, PastTable::Kind kind) {
 
 } // namespace
 
+bool PastSamples::isGap(double seconds) const {
+   return seconds > gapAfter * interval;
+}
+
 bool PastSamples::isAfterGap(std::size_t sample) const {
-   return sample > 0 && samples[sample].time - samples[sample - 1].time > gapAfter * interval;
+   return sample > 0 && isGap(samples[sample].time - samples[sample - 1].time);
 }
 
 std::optional<U64> PastSamples::step(std::size_t sample, std::size_t field) const {

@@ -17,7 +17,8 @@ struct PastSamples {
    double interval = 0;                      // seconds from one to the next, as the writer is told now
    std::vector<Silo::HistorySample> samples; // oldest first
 
-   // Whether so much time passed before the sample that nobody knows when what it counts came.
+   // Whether so much time passed between two samples, or since the newest, that some are missing.
+   bool isGap(double seconds) const;
    bool isAfterGap(std::size_t sample) const;
    // What the field counted in the step to this sample. After the beginning of a new record these are its counts from
    // zero; what the former one counted last is lost with it. None for the first sample, unless its record had just begun,
@@ -46,6 +47,7 @@ class PastTable {
    std::size_t queueCount(const Kiln::String& intf) const;
 
    bool isWriterAlive() { return reader_.isWriterAlive(); }
+   std::size_t depth() { return reader_.depth(); } // samples that a ring keeps
    double interval() { return reader_.state().pollingInterval; }
    const Kiln::String& owner() const { return owner_; } // empty if there was no choice of tables
    // The clock of its times. In simulated time, and on a clock of another boot, now is when the newest sample was taken.

@@ -230,21 +230,18 @@ Since takeSince(const std::vector<String>& words, std::size_t* at, const TableCl
    if (const auto seconds = parseDuration(words[*at])) {
       return {clock.now - *seconds};
    }
-   std::size_t last = *at;
-   std::optional<double> time;
-   try {
-      time = takeTime(words, &last, clock);
-   } catch (const std::exception&) {
+   if (words[*at].find_first_of(":-") == String::npos) {
       throw std::runtime_error(Kiln::quoted(words[*at]) + " after since is no moment: expected " + expected);
    }
+   const double time = takeTime(words, at, clock);
    if (!clock.isOfHere) {
       throw std::runtime_error("the records are of before the machine was last started, and the time of their "
                                "clock is not known: expected clear, or a span as 5m before the newest of them");
    }
-   if (*time > clock.now) {
-      throw std::runtime_error(momentOf(*time, clock) + " is yet to come: expected " + expected);
+   if (time > clock.now) {
+      throw std::runtime_error(momentOf(time, clock) + " is yet to come: now it is " +
+                               clock.dateAndTimeText(clock.now));
    }
-   *at = last;
    return {time};
 }
 

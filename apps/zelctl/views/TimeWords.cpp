@@ -12,8 +12,12 @@ namespace {
 using Kiln::String;
 using Words = std::vector<String>;
 
-constexpr const char* times = "14:05, 14:05:09 or 2026-11-22 14:05:09";
-constexpr const char* durations = "90s, 5m, 1h30m or 2d";
+constexpr const char* durations = "one as 90s, 5m or 1h30m";
+
+String expectedTimes(const TableClock& clock) {
+   return ": expected one as 14:05, 14:05:09 or 2026-11-22 14:05:09; now it is " +
+          clock.dateAndTimeText(clock.now);
+}
 
 String unquoted(String text) {
    std::erase_if(text, [](char c) { return c == '"' || c == '\''; });
@@ -25,30 +29,28 @@ String unquoted(String text) {
 double takeTime(const Words& words, std::size_t* at, const TableClock& clock) {
    const String& before = words[*at - 1];
    if (*at == words.size()) {
-      throw std::runtime_error(before + " needs a time: expected " + times);
+      throw std::runtime_error(before + " needs a time" + expectedTimes(clock));
    }
-   const String& first = words[*at];
-   if (*at + 1 < words.size()) {
-      if (const auto time = parseTime(unquoted(first + " " + words[*at + 1]), clock)) {
-         ++*at;
-         return *time;
-      }
+   String text = unquoted(words[*at]);
+   // A date and its time are two words.
+   if (text.find('-') != String::npos && text.find(':') == String::npos && *at + 1 < words.size()) {
+      text += " " + unquoted(words[++*at]);
    }
-   if (const auto time = parseTime(unquoted(first), clock)) {
-      return *time;
+   const std::optional<double> time = parseTime(text, clock);
+   if (!time) {
+      throw std::runtime_error("invalid time " + Kiln::quoted(text) + expectedTimes(clock));
    }
-   throw std::runtime_error(Kiln::quoted(first) + " after " + before + " is no time: expected " + times);
+   return *time;
 }
 
 double takeDuration(const Words& words, std::size_t at) {
    const String& before = words[at - 1];
    if (at == words.size()) {
-      throw std::runtime_error(before + " needs a span of time: expected " + durations);
+      throw std::runtime_error(before + " needs a duration: expected " + durations);
    }
    const auto seconds = parseDuration(words[at]);
    if (!seconds) {
-      throw std::runtime_error(Kiln::quoted(words[at]) + " after " + before +
-                               " is no span of time: expected " + durations);
+      throw std::runtime_error("invalid duration " + Kiln::quoted(words[at]) + ": expected " + durations);
    }
    return *seconds;
 }

@@ -1,0 +1,242 @@
+// Tells interfaces, counters, times and keywords apart.
+#include "apps/zelctl/history/HistoryRequest.h"
+
+#include "apps/zelctl/views/RecordRequest.h"
+#include "apps/zelctl/views/TimeWords.h"
+#include "kiln/Choices.h"
+#include "kiln/Name.h"
+#include "kiln/NameChoice.h"
+
+#include <algorithm>
+#include <stdexcept>
+
+namespace ZelCtl {
+
+namespace {
+
+using Kiln::String;
+using Silo::Interface::IntfHistory;
+using Silo::Interface::IntfQueueHistory;
+using Words = std::vector<String>;
+
+const Words keywords{"last", "from", "to", "totals", "json", "csv"};
+
+bool isIn(const Words& words, const String& word) {
+   return std::ranges::find(words, word) != words.end();
+}
+
+void addNew(Words* all, const Words& more) {
+   std::ranges::copy_if(more, std::back_inserter(*all), [&](const String& one) { return !isIn(*all, one); });
+}
+
+bool isQueueWord(const String& word) {
+   return word.starts_with("queue");
+}
+
+class Parser {
+ public:
+   Parser(const Words& words, PastTables& past, const TableClock& clock)
+        : words_(words), past_(past), clock_(clock) {}
+
+   HistoryRequest parse() {
+      const Words& known = past_.ports().interfaces();
+      for (at_ = 1; at_ < words_.size(); ++at_) {
+         const String& word = words_[at_];
+         if (isInterfaceWord(word, known)) {
+            nameIs(known, operandOf(word, "an interface", expectedNames(known)));
+         } else if (isIn(known, word) || !(takesKeyword(word) || takesCounter(word))) {
+            nameIs(known, word);
+         }
+      }
+      finish(known);
+      return request_;
+   }
+
+ private:
+   static String expectedNames(const Words& known) {
+      return known.empty() ? "none, as none has a history" : Kiln::nameRanges(known);
+   }
+
+   const String& operandOf(const String& word, const char* what, const String& expected) {
+      if (++at_ == words_.size()) {
+         throw std::runtime_error(word + " needs " + what + ": expected " + expected);
+      }
+      return words_[at_];
+   }
+
+   bool takesKeyword(const String& word) {
+      const Words meant = Kiln::wordsMeant(word, keywords);
+      // "to" is a whole word, and the beginning of another.
+      const String keyword = meant.size() == 1 ? meant.front() : "";
+      if (keyword == "last") {
+         request_.last = takeDuration(words_, ++at_);
+      } else if (keyword == "from") {
+         request_.from = takeTime(words_, &++at_, clock_);
+      } else if (keyword == "to") {
+         request_.to = takeTime(words_, &++at_, clock_);
+      } else if (keyword == "totals") {
+         request_.values = HistorySeries::Values::counts;
+      } else if (keyword == "json" || keyword == "csv") {
+         request_.format = keyword == "json" ? HistoryRequest::Format::json : HistoryRequest::Format::csv;
+      }
+      return !keyword.empty();
+   }
+
+   bool takesCounter(const String& word) {
+      if (isQueueWord(word)) {
+         queueWords_.push_back(word); // which queues there are is known when the interfaces are
+         return true;
+      }
+      const Words meant = Kiln::wordsMeant(word, past_.portCounters());
+      if (meant.size() > 1) {
+         throw std::runtime_error(Kiln::quoted(word) + " is ambiguous: expected " + Kiln::choices(meant));
+      }
+      addNew(&request_.counters, meant);
+      return !meant.empty();
+   }
+
+   void nameIs(const Words& known, const String& word) {
+      const Kiln::NameChoice choice = Kiln::chooseNames(word, known);
+      if (!choice.error.empty()) {
+         Words counters = past_.portCounters();
+         Words all = keywords;
+         addNew(&all, counters);
+         const String near = Kiln::nearest(word, all);
+         counters.emplace_back("queue.N.drops");
+         throw std::runtime_error(
+              near.empty() ? choice.error + (choice.error.ends_with('?')
+                                                  ? ""
+                                                  : "; counters are " + Kiln::joined(counters, ", ") +
+                                                         "; keywords are " + Kiln::joined(keywords, ", "))
+                           : "unexpected " + Kiln::quoted(word) + ": did you mean " + near + "?");
+      }
+      addNew(&request_.intfs, choice.names);
+   }
+
+   void addQueues() {
+      const Words known = past_.queueCounters(request_.intfs);
+      for (const String& word : queueWords_) {
+         Words meant;
+         // "queue.3" is all of that queue, "queue" all of all.
+         std::ranges::copy_if(known, std::back_inserter(meant),
+                              [&](const String& one) { return one == word || one.starts_with(word + "."); });
+         if (meant.empty()) {
+            meant = Kiln::wordsMeant(word, known);
+            meant.resize(meant.size() == 1 ? 1 : 0);
+         }
+         if (meant.empty()) {
+            throw std::runtime_error("no counter " + Kiln::quoted(word) + ": " + expectedQueues(known));
+         }
+         addNew(&request_.counters, meant);
+      }
+   }
+
+   static String expectedQueues(const Words& known) {
+      if (known.empty()) {
+         return "no queue of these interfaces has a history";
+      }
+      const std::size_t count = known.size() / IntfQueueHistory::fieldNames.size();
+      return "expected queue.N, queue.N.packets, queue.N.bytes or queue.N.drops, with N from 0 to " +
+             std::to_string(count - 1);
+   }
+
+   void finish(const Words& known) {
+      if (request_.intfs.empty()) {
+         throw std::runtime_error("history needs an interface: expected " + expectedNames(known));
+      }
+      std::ranges::sort(request_.intfs,
+                        [](const String& a, const String& b) { return Kiln::naturalCompare(a, b) < 0; });
+      if (!queueWords_.empty()) {
+         addQueues();
+      }
+      if (request_.counters.empty()) {
+         request_.counters = past_.portCounters();
+      }
+      const bool isBetween = request_.from || request_.to;
+      if (request_.last && isBetween) {
+         throw std::runtime_error(
+              "'last' counts back from now, and 'from' and 'to' are times: leave out one of them");
+      }
+      if (isBetween && !clock_.isOfHere) {
+         throw std::runtime_error("the history is from before the machine was started, when nobody knows: "
+                                  "expected no times, or 'last 5m', which counts from its end");
+      }
+      if (request_.from && request_.to && *request_.from >= *request_.to) {
+         throw std::runtime_error("from " + clock_.dateAndTimeText(*request_.from) + " is not before to " +
+                                  clock_.dateAndTimeText(*request_.to) + ": now it is " +
+                                  clock_.dateAndTimeText(clock_.now));
+      }
+   }
+
+   const Words& words_;
+   PastTables& past_;
+   const TableClock& clock_;
+   std::size_t at_ = 0;
+   Words queueWords_;
+   HistoryRequest request_;
+};
+
+} // namespace
+
+PastTable& PastTables::queues() {
+   if (!queues_) {
+      queues_.emplace(store_, PastTable::Kind::queues);
+   }
+   return *queues_;
+}
+
+Words PastTables::portCounters() const {
+   return {IntfHistory::fieldNames.begin(), IntfHistory::fieldNames.end()};
+}
+
+Words PastTables::queueCounters(const Words& intfs) {
+   std::size_t count = 0;
+   for (const String& intf : intfs) {
+      count = std::max(count, queues().queueCount(intf));
+   }
+   Words names;
+   for (std::size_t queue = 0; queue < count; ++queue) {
+      for (const std::string_view field : IntfQueueHistory::fieldNames) {
+         names.push_back("queue." + std::to_string(queue) + "." + String(field));
+      }
+   }
+   return names;
+}
+
+HistoryRequest parseHistoryRequest(const Words& words, PastTables& past, const TableClock& clock) {
+   return Parser(words, past, clock).parse();
+}
+
+Words historyCandidates(const Words& words, const String& begun, const Silo::Store& store) {
+   if (words.back() == "last" && words.size() > 1) {
+      return {"1m", "5m", "15m"};
+   }
+   if (words.back() == "from" || words.back() == "to") {
+      return {};
+   }
+   Words candidates;
+   try {
+      PastTables past(store);
+      const Words& known = past.ports().interfaces();
+      candidates = known;
+      addNew(&candidates, Kiln::continuedNames(begun, known));
+      if (!isInterfaceWord(words.back(), known)) {
+         addNew(&candidates, keywords);
+         addNew(&candidates, past.portCounters());
+         // There are too many to be listed with the others.
+         if (!begun.empty() && (isQueueWord(begun) || String("queue").starts_with(begun))) {
+            Words named;
+            for (const String& word : words) {
+               addNew(&named, Kiln::chooseNames(word, known).names);
+            }
+            addNew(&candidates, past.queueCounters(named));
+         }
+      }
+   } catch (const std::exception&) { // nothing is published: keywords only
+      candidates = keywords;
+   }
+   std::erase_if(candidates, [&](const String& one) { return isIn(words, one); });
+   return candidates;
+}
+
+} // namespace ZelCtl
