@@ -33,9 +33,10 @@ inline constexpr const char* agentKilled = "agent-killed";
 inline constexpr const char* historyAnew = "history-anew";
 inline constexpr const char* message = "message"; // any other message of the operator log
 
-inline constexpr std::array all{wrap,       upset,     reset,        suspect,     discontinuity, portCame,    portWent,
-                                portMoved,  chipCame,  chipWent,     chipSilent,  chipAnswers,   tableFull,   tableMended,
-                                tableRemade, clear,    agentStarted, agentEnded,  agentKilled,   historyAnew, message};
+inline constexpr std::array all{wrap,        upset,       reset,       suspect,  discontinuity, portCame,
+                                portWent,    portMoved,   chipCame,    chipWent, chipSilent,    chipAnswers,
+                                tableFull,   tableMended, tableRemade, clear,    agentStarted,  agentEnded,
+                                agentKilled, historyAnew, message};
 } // namespace EventKind
 
 struct Event {

@@ -68,8 +68,8 @@ bool RecordedEvent::isAt(const String& place) const {
       return where == place;
    }
    const String stem = Numbered(place).stem;
-   return (stem == Numbered(where).stem || stem == Numbered(what).stem) && Kiln::naturalCompare(where, place) <= 0 &&
-          Kiln::naturalCompare(place, what) <= 0;
+   return (stem == Numbered(where).stem || stem == Numbered(what).stem) &&
+          Kiln::naturalCompare(where, place) <= 0 && Kiln::naturalCompare(place, what) <= 0;
 }
 
 std::vector<String> RecordedEvents::notes() const {

@@ -19,9 +19,7 @@ using Kiln::String;
 constexpr std::size_t gap = 2;
 
 String placeText(const RecordedEvent& event) {
-   return event.isCrowd()       ? event.where + " to " + event.what
-          : event.where.empty() ? "-"
-                                : event.where;
+   return event.isCrowd() ? event.where + " to " + event.what : event.where.empty() ? "-" : event.where;
 }
 
 // "in-octets: 1000 -> 384 and 12 more counters, flipped bit 60".
@@ -43,8 +41,8 @@ String happened(const RecordedEvent& event) {
       add(": ", values);
    }
    if (event.others != 0) {
-      add(" ", "and " + std::to_string(event.others) +
-                    (event.others == 1 ? " more counter" : " more counters"));
+      add(" ",
+          "and " + std::to_string(event.others) + (event.others == 1 ? " more counter" : " more counters"));
    }
    // A message begins with its id.
    if (event.text.starts_with(event.what)) {
@@ -56,9 +54,9 @@ String happened(const RecordedEvent& event) {
 }
 
 String repeated(const RecordedEvent& event, const TableClock& clock) {
-   return event.count < 2 ? ""
-                          : "; " + std::to_string(event.count) + " times, last " +
-                                 momentText(event.lastUnixTime, clock);
+   return event.count < 2
+               ? ""
+               : "; " + std::to_string(event.count) + " times, last " + momentText(event.lastUnixTime, clock);
 }
 
 void addMilliseconds(Kiln::JsonWriter* out, const char* key, const std::optional<double>& seconds) {

@@ -52,7 +52,8 @@ Words placesMeant(const String& word, const RecordedEvents& recorded, const Word
    }
    throw std::runtime_error("no event is of " + Kiln::quoted(word) + ": there are some of " +
                             (known.empty() ? "no place" : Kiln::nameRanges(known)) +
-                            "; other words are kinds of events, as wrap, and " + Kiln::joined(keywords, ", "));
+                            "; other words are kinds of events, as wrap, and " +
+                            Kiln::joined(keywords, ", "));
 }
 
 void checkSpan(const EventsRequest& request) {
@@ -71,7 +72,8 @@ void checkSpan(const EventsRequest& request) {
 
 bool EventsRequest::takes(const RecordedEvent& event, const TableClock& clock) const {
    const auto isOf = [&](const String& place) { return event.isAt(place); };
-   if ((!kinds.empty() && !has(kinds, event.kind)) || (!places.empty() && std::ranges::none_of(places, isOf))) {
+   if ((!kinds.empty() && !has(kinds, event.kind)) ||
+       (!places.empty() && std::ranges::none_of(places, isOf))) {
       return false;
    }
    if (last) {

@@ -84,7 +84,8 @@ class Follower {
             news.push_back(event);
          }
       }
-      while (!shown_.empty() && shown_.begin()->first + Silo::Interface::eventLimit < shown_.rbegin()->first) {
+      while (!shown_.empty() &&
+             shown_.begin()->first + Silo::Interface::eventLimit < shown_.rbegin()->first) {
          shown_.erase(shown_.begin());
       }
       EventLines lines(width_);

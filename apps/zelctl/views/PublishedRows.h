@@ -35,7 +35,7 @@ struct CountedSpan {
       neverCleared, // the same, as nobody ever cleared it
       unknown,      // nothing is known of it
    } begin = Begin::unknown;
-   double from = 0; // by the table's clock; 0: not known
+   double from = 0;                           // by the table's clock; 0: not known
    std::vector<Vex::NamedCounter> counters{}; // those that have a past; rates are means
    std::optional<U64> suspects{};             // where that is known
    Kiln::String by{};                         // who cleared, where that is known

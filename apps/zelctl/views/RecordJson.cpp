@@ -165,8 +165,8 @@ String recordsJson(const RecordRequest& request, const PublishedTable& table) {
    out.value("polling-interval-ms", Vex::milliseconds(table.pollingInterval));
    out.value("writer-alive", table.isWriterAlive);
    if (request.span) {
-      addSeconds(&out, "since-age-ms", request.span->time ? std::optional(table.clock.now - *request.span->time)
-                                                          : std::nullopt);
+      addSeconds(&out, "since-age-ms",
+                 request.span->time ? std::optional(table.clock.now - *request.span->time) : std::nullopt);
    }
    out.begin("interfaces", '[');
    const std::vector<const PublishedRow*> rows = selectRows(request, table);

@@ -38,7 +38,7 @@ struct View {
    TimeColumn time;
    bool isByQueue; // the list has a line for each queue
    bool hasMore;   // records have more counters than the list shows: a named interface is shown whole
-   const char* clearTable = nullptr; // null if nothing can be cleared
+   const char* clearTable = nullptr;      // null if nothing can be cleared
    std::optional<PastTable::Kind> past{}; // which history there is; none for none
 };
 

@@ -105,7 +105,8 @@ bool hasSpeed(const RecordRequest& request) {
 
 // Since the clear, each row has a moment of its own; since another moment, some may.
 bool hasBeginColumn(const RecordRequest& request, const PublishedTable& table) {
-   return request.span && (!request.span->time || std::ranges::any_of(table.rows, [](const PublishedRow& row) {
+   return request.span &&
+          (!request.span->time || std::ranges::any_of(table.rows, [](const PublishedRow& row) {
              return row.span && row.span->begin != CountedSpan::Begin::asked;
           }));
 }
@@ -132,7 +133,8 @@ void addLine(ShownTable* list, const RecordRequest& request, bool isWatched, con
    }
    if (request.has(errors)) {
       const std::optional<U64> suspects = suspectsOf(row);
-      line.cells.push_back(suspects ? ShownCell{shownCount(*suspects, request), suspects} : ShownCell{unknown});
+      line.cells.push_back(suspects ? ShownCell{shownCount(*suspects, request), suspects}
+                                    : ShownCell{unknown});
       isZero = isZero && suspects.value_or(0) == 0;
    }
    if (hasBeginColumn(request, table)) {
@@ -146,7 +148,8 @@ void addLine(ShownTable* list, const RecordRequest& request, bool isWatched, con
    }
 }
 
-std::vector<ShownColumn> listColumns(const RecordRequest& request, const PublishedTable& table, bool isWatched) {
+std::vector<ShownColumn> listColumns(const RecordRequest& request, const PublishedTable& table,
+                                     bool isWatched) {
    const View& view = *request.view;
    std::vector<ShownColumn> columns{{"Interface", Kind::key}};
    if (view.isByQueue) {
@@ -248,7 +251,11 @@ ShownTable wholeOf(const RecordRequest& request, const PublishedTable& table, co
                  sinceText(row, table, row.text.time("created"), "") + lineText(row) +
                  "; last discontinuity: " + lastText(row, table, request.view->time.time, "its creation") +
                  "; suspect steps: " + suspectsText(row) + spanText(request, table, row);
-   whole.columns = {{"   Counter", Kind::key}, {request.has(raw) ? "Reading" : row.span ? "Counted" : "Total", Kind::counter}};
+   whole.columns = {{"   Counter", Kind::key},
+                    {request.has(raw) ? "Reading"
+                     : row.span       ? "Counted"
+                                      : "Total",
+                     Kind::counter}};
    if (request.has(rates)) {
       whole.columns.push_back({"Per second", Kind::other});
    }

@@ -89,12 +89,15 @@ class RecordPast {
          return;
       }
       const auto* const afterFrom = from == nullptr ? &front : from + 1;
-      const bool hasBegun = std::any_of(afterFrom, ring.samples.data() + ring.samples.size(),
-                                        [](const auto& sample) { return sample.has(Silo::SampleFlag::begun); });
+      const bool hasBegun =
+           std::any_of(afterFrom, ring.samples.data() + ring.samples.size(),
+                       [](const auto& sample) { return sample.has(Silo::SampleFlag::begun); });
       const double created = row_.text.time("created");
       const double begin = isWhole ? created : from == nullptr ? front.time : from->time;
       const bool isNear = from != nullptr && asked - from->time <= gapAfter * ring.interval;
-      span->begin = (from == nullptr ? isWhole : hasBegun) ? Begin::begun : isNear ? Begin::asked : Begin::other;
+      span->begin = (from == nullptr ? isWhole : hasBegun) ? Begin::begun
+                    : isNear                               ? Begin::asked
+                                                           : Begin::other;
       span->from = span->begin == Begin::begun ? created : begin;
       add(span, one, *count, ring.samples.back().time - begin);
    }
@@ -178,7 +181,8 @@ String clearedBy(const String& name, double time, const std::vector<RecordedEven
    return who;
 }
 
-std::vector<String> countCleared(const View& view, const std::vector<PublishedRow*>& rows, const Silo::Store& store) {
+std::vector<String> countCleared(const View& view, const std::vector<PublishedRow*>& rows,
+                                 const Silo::Store& store) {
    const PublishedTable cleared = view.read(store, view.clearTable);
    std::vector<RecordedEvent> events;
    try {
@@ -195,7 +199,8 @@ std::vector<String> countCleared(const View& view, const std::vector<PublishedRo
       if (span.from == Silo::unknownSampleTime) {
          span.from = 0;
       }
-      const std::vector<U64> counts = isCleared ? Vex::sinceClear(row->text, found->text) : std::vector<U64>();
+      const std::vector<U64> counts =
+           isCleared ? Vex::sinceClear(row->text, found->text) : std::vector<U64>();
       for (std::size_t i = 0; i < row->text.counters.size(); ++i) {
          const NamedCounter& one = row->text.counters[i];
          add(&span, one, isCleared ? counts[i] : one.total, span.from == 0 ? 0 : row->sampleTime - span.from);
@@ -235,8 +240,9 @@ Since takeSince(const std::vector<String>& words, std::size_t* at, const TableCl
    }
    const double time = takeTime(words, at, clock);
    if (!clock.isOfHere) {
-      throw std::runtime_error("the records are of before the machine was last started, and the time of their "
-                               "clock is not known: expected clear, or a span as 5m before the newest of them");
+      throw std::runtime_error(
+           "the records are of before the machine was last started, and the time of their "
+           "clock is not known: expected clear, or a span as 5m before the newest of them");
    }
    if (time > clock.now) {
       throw std::runtime_error(momentOf(time, clock) + " is yet to come: now it is " +

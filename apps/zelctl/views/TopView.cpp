@@ -286,7 +286,9 @@ Shown shownOf(const Request& request, const Silo::Store& store) {
 std::vector<ShownTable> tablesOf(const Shown& shown) {
    std::vector<ShownTable> tables;
    for (const auto& [ranking, places] : shown.rankings) {
-      ShownTable table{ranking.title + String(", by ") + ranking.order->word + shown.span, {{"Interface", Kind::key}}, {}};
+      ShownTable table{ranking.title + String(", by ") + ranking.order->word + shown.span,
+                       {{"Interface", Kind::key}},
+                       {}};
       table.isRanking = true;
       if (ranking.isOfQueues) {
          table.columns.push_back({"Queue", Kind::key});
