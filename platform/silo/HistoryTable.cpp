@@ -180,11 +180,13 @@ void HistoryTable::write(const Key& key, double time, const HistoryMarks& marks,
       return;
    }
    // A ring's first sample is marked if that was just now.
-   const double before = own.lastTime == unknownSampleTime ? time - options_.pollingInterval : own.lastTime;
+   const double before = own.lastTime == unknownSampleTime ? time - options_.pollingInterval
+                                                           : std::max(own.lastTime, own.lastMark);
    const std::uint64_t flags = (marks.discontinuity > before ? SampleFlag::discontinuity : 0) |
                                (marks.begun > before ? SampleFlag::begun : 0);
    ++own.last;
    own.lastTime = time;
+   own.lastMark = std::max(marks.discontinuity, marks.begun);
    geometry_.sample(ring(i), own.last % geometry_.depth).write(own.last, flags, time, values);
 }
 

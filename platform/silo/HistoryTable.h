@@ -89,6 +89,7 @@ class HistoryTable {
    struct Ring {              // the writer's own copy: it never trusts shared memory
       std::uint64_t last = 0; // number of the newest sample
       double lastTime = unknownSampleTime;
+      double lastMark = 0; // what that sample was marked with may have been noticed only after its time
    };
 
    const Store store_;

@@ -345,7 +345,8 @@ class Picture {
          gaps.push_back(texts_(gap.begin) + " to " + texts_(gap.end) + " (" + durationText(gap.seconds()) +
                         ")");
       }
-      String text = explained("- no samples: ", gaps) +
+      const bool isOfQueues = PastCounter::named(group.counters.front())->kind == PastTable::Kind::queues;
+      String text = explained(isOfQueues ? "- no samples of queues: " : "- no samples: ", gaps) +
                     explained("! discontinuity (a counter wrapped, was upset or reset): ",
                               moments(marks.discontinuities)) +
                     explained("+ a new record, counting from 0: ", moments(marks.begins));
