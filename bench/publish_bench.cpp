@@ -1,5 +1,6 @@
 // The cost of a port's path from raw counters to its published record: 456 records converted, vetted, stepped and
-// written, as a multiple of a bare sequence-locked write of the same bytes; the same for reading them from a second
+// written, as a multiple of a bare sequence-locked write of the same bytes, without and with their history, which is
+// written in turns so that both see the same machine; the same for reading them from a second
 // mapping; and, for contrast, a record published as decimal strings. Counts allocations once warm.
 //
 // Each path takes turns with its floor, so that both see the same machine.
@@ -8,6 +9,7 @@
 #include "counters/ZelCountersMgr.h"
 #include "kiln/ActivityLock.h"
 #include "kiln/ActivityManager.h"
+#include "silo/HistoryReader.h"
 #include "silo/TableReader.h"
 #include "vex/SharedTables.h"
 
@@ -56,13 +58,17 @@ struct BareSlot {
 // A manager with one chip of 456 ports, whose counters move a little with each pass.
 class Publisher {
  public:
-   Publisher() : store_(Silo::Store::temporary()) {
+   enum class History { none, kept };
+   explicit Publisher(History history = History::none) : store_(Silo::Store::temporary()) {
       const auto lock = Kiln::ActivityLockAnchor::lock();
       Kiln::System::timeSourceIs(time_);
       status_->hasNotificationActiveIs(true);
       auto mounts = Kiln::allocate<ZelCounter::CountersMounts>();
       const Vex::SharedTables tables = Vex::openSharedTables(store_);
       mounts->allIntfCountersIs(tables.allIntfCounters);
+      if (history == History::kept) {
+         mounts->historyIs(tables.history);
+      }
       auto directory = Kiln::allocate<Interface::EthPhyIntfStatusDir>();
       mounts->ethPhyIntfStatusDirIs(directory);
       for (unsigned port = 0; port < ports; ++port) {
@@ -181,6 +187,33 @@ void publish(benchmark::State& state) {
    state.counters["allocations"] = static_cast<double>(spent.count);
 }
 
+// Two agents take turns.
+void publishWithHistory(benchmark::State& state) {
+   Publisher without;
+   Publisher with(Publisher::History::kept);
+   const auto lock = Kiln::ActivityLockAnchor::lock();
+   Passes passes;
+   Passes floor;
+   Bench::Allocations spent;
+   for (auto _ : state) {
+      floor.add(without.pass());
+      const auto before = Bench::allocations();
+      const double pass = with.pass();
+      spent.count += Bench::allocations().count - before.count;
+      passes.add(pass);
+      state.SetIterationTime(pass);
+   }
+   Silo::HistoryReader reader(with.store(), Silo::Interface::TableName::intfHistory,
+                              Silo::Interface::IntfHistory::layout);
+   std::vector<Silo::HistorySample> samples;
+   reader.read(with.keys.back(), samples);
+   state.counters["samples_kept"] = static_cast<double>(samples.size());
+   state.counters["x_without"] = passes.median() / floor.median();
+   state.counters["ns_per_record"] = passes.median() / ports * 1e9;
+   state.counters["without_ns_per_record"] = floor.median() / ports * 1e9;
+   state.counters["allocations"] = static_cast<double>(spent.count);
+}
+
 void append(Kiln::String& text, const char* prefix, std::size_t field, U64 value) {
    char digits[24];
    const auto end = std::to_chars(digits, digits + sizeof digits, value).ptr;
@@ -253,6 +286,7 @@ void readAll(benchmark::State& state) {
 }
 
 BENCHMARK(publish)->UseManualTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK(publishWithHistory)->UseManualTime()->Unit(benchmark::kMicrosecond);
 BENCHMARK(publishAsStrings)->UseManualTime()->Unit(benchmark::kMicrosecond);
 BENCHMARK(readAll)->UseManualTime()->Unit(benchmark::kMicrosecond);
 

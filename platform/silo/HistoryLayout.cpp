@@ -100,13 +100,13 @@ std::optional<std::uint64_t> HistoryHeader::depth() const {
    return isWhole ? std::optional(depth) : std::nullopt;
 }
 
-std::vector<HistorySample> HistoryGeometry::samplesOf(const RingHead& ring) const {
+std::vector<HistorySample> HistoryGeometry::samplesOf(const std::byte* bank, std::size_t ring) const {
    std::vector<HistorySample> samples;
    HistorySample found;
    found.values.resize(fields);
    for (std::size_t i = 0; i < depth; ++i) {
       // One that stands in another's place was put there by somebody else.
-      if (sample(ring, i).tryRead(found) && found.number % depth == i) {
+      if (sample(bank, ring, i).tryRead(found) && found.number % depth == i) {
          samples.push_back(found);
       }
    }
@@ -119,7 +119,7 @@ std::vector<HistorySample> HistoryGeometry::samplesOf(const RingHead& ring) cons
 
 std::optional<HistoryGeometry> historyGeometryOf(const RecordLayout& layout, const std::byte* file,
                                                  std::size_t size) {
-   if (size < HistoryGeometry::ringsOffset) {
+   if (size < HistoryGeometry::banksOffset) {
       return std::nullopt;
    }
    const auto depth = reinterpret_cast<const HistoryHeader*>(file + sizeof(TableHeader))->depth();

@@ -1,7 +1,9 @@
 // The memory of a history: rings of samples, one ring for each key.
 //
 // The file begins as any other table's, with a TableHeader whose layout names the values of one sample and whose capacity
-// counts rings. The depth of the rings follows, then the rings. There is no journal: each sample stands on its own, so a
+// counts rings. The depth of the rings follows, then the rings, in banks of sixteen. A bank has the heads of its rings, then
+// the first sample of each, then the second of each, and so on: a polling pass writes what lies side by side, and finds the
+// memory that nobody has touched for a quarter of an hour in long runs. There is no journal: each sample stands on its own, so a
 // writer that dies in the middle of one leaves all others as they were.
 //
 // Memory order is as in RecordSlot.h: every word is stored with release and loaded with acquire. A sample's mark is 0
@@ -100,34 +102,46 @@ struct HistoryGeometry {
    HistoryGeometry(const RecordLayout& layout, std::size_t samples)
         : fields(layout.size / sizeof(std::uint64_t)), depth(samples),
           sampleStride(HistorySlot::strideFor(fields)),
-          ringStride((sizeof(RingHead) + depth * sampleStride + cacheLine - 1) / cacheLine * cacheLine) {}
+          bankStride(ringsPerBank * (sizeof(RingHead) + depth * sampleStride)) {}
 
    static constexpr std::size_t maxDepth = 1'000'000;
-   static constexpr std::size_t ringsOffset = sizeof(TableHeader) + sizeof(HistoryHeader);
-   std::size_t sizeFor(std::size_t rings) const { return ringsOffset + rings * ringStride; }
-   std::size_t capacityOf(std::size_t size) const {
-      return size < ringsOffset ? 0 : (size - ringsOffset) / ringStride;
-   }
+   static constexpr std::size_t ringsPerBank = 16;
+   static constexpr std::size_t banksOffset = sizeof(TableHeader) + sizeof(HistoryHeader);
 
-   template <class Byte>
-   auto& ring(Byte* file, std::size_t i) const {
-      using Head = std::conditional_t<std::is_const_v<Byte>, const RingHead, RingHead>;
-      return *reinterpret_cast<Head*>(file + ringsOffset + i * ringStride);
+   // Files have whole banks.
+   static constexpr std::size_t wholeBanks(std::size_t rings) {
+      return (rings + ringsPerBank - 1) / ringsPerBank * ringsPerBank;
    }
-   template <class Head>
-   auto& sample(Head& ring, std::size_t i) const {
-      using Byte = std::conditional_t<std::is_const_v<Head>, const std::byte, std::byte>;
-      using Slot = std::conditional_t<std::is_const_v<Head>, const HistorySlot, HistorySlot>;
-      return *reinterpret_cast<Slot*>(reinterpret_cast<Byte*>(&ring) + sizeof(RingHead) + i * sampleStride);
+   std::size_t sizeFor(std::size_t rings) const {
+      return banksOffset + wholeBanks(rings) / ringsPerBank * bankStride;
+   }
+   std::size_t capacityOf(std::size_t size) const {
+      return size < banksOffset ? 0 : (size - banksOffset) / bankStride * ringsPerBank;
+   }
+   std::size_t bankOffset(std::size_t ring) const { return banksOffset + ring / ringsPerBank * bankStride; }
+
+   // In a bank, of which `ring` is one.
+   template <class Byte>
+   auto& head(Byte* bank, std::size_t ring) const {
+      using Head = std::conditional_t<std::is_const_v<Byte>, const RingHead, RingHead>;
+      return *reinterpret_cast<Head*>(bank + ring % ringsPerBank * sizeof(RingHead));
+   }
+   template <class Byte>
+   auto& sample(Byte* bank, std::size_t ring, std::size_t place) const {
+      using Slot = std::conditional_t<std::is_const_v<Byte>, const HistorySlot, HistorySlot>;
+      return *reinterpret_cast<Slot*>(bank + ringsPerBank * sizeof(RingHead) +
+                                      (place * ringsPerBank + ring % ringsPerBank) * sampleStride);
    }
    // The whole samples of a ring, oldest first.
-   std::vector<HistorySample> samplesOf(const RingHead& ring) const;
+   std::vector<HistorySample> samplesOf(const std::byte* bank, std::size_t ring) const;
 
    std::size_t fields; // values of a sample
    std::size_t depth;  // samples of a ring
    std::size_t sampleStride;
-   std::size_t ringStride;
+   std::size_t bankStride;
 };
+// A bank is a multiple of cache lines, whatever a sample's size: sixteen words are two.
+static_assert(HistoryGeometry::ringsPerBank * sizeof(Word) % cacheLine == 0);
 
 // Of a file that begins with a whole header of this layout; none if it is too short, or its depth is damaged.
 std::optional<HistoryGeometry> historyGeometryOf(const RecordLayout& layout, const std::byte* file,

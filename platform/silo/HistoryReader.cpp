@@ -2,7 +2,6 @@
 #include "silo/HistoryReader.h"
 
 #include <algorithm>
-#include <utility>
 
 namespace Silo {
 
@@ -38,6 +37,10 @@ HistoryGeometry HistoryReader::geometry() const {
                : HistoryGeometry(layout_, 0);
 }
 
+const std::byte* HistoryReader::bank(const HistoryGeometry& rings, std::size_t i) const {
+   return attachment_.mapping().data() + rings.bankOffset(i);
+}
+
 std::size_t HistoryReader::depth() {
    return refresh() ? geometry().depth : 0;
 }
@@ -49,7 +52,7 @@ bool HistoryReader::keys(std::vector<Key>& keys) {
    }
    const HistoryGeometry rings = geometry();
    for (std::size_t i = 0; rings.depth != 0 && i < attachment_.state().capacity; ++i) {
-      const Key key = rings.ring(attachment_.mapping().data(), i).key();
+      const Key key = rings.head(bank(rings, i), i).key();
       if (!key.isEmpty() && std::ranges::find(keys, key) == keys.end()) {
          keys.push_back(key);
       }
@@ -66,12 +69,12 @@ bool HistoryReader::read(const Key& key, std::vector<HistorySample>& samples) {
    const std::size_t count = rings.depth == 0 ? 0 : attachment_.state().capacity;
    for (std::size_t looked = 0; looked < count; ++looked) {
       const std::size_t i = (nextGuess_ + looked) % count;
-      const RingHead& ring = rings.ring(std::as_const(attachment_.mapping()).data(), i);
+      const RingHead& ring = rings.head(bank(rings, i), i);
       const std::uint64_t sequence = ring.sequence();
       if (!(ring.key() == key)) {
          continue;
       }
-      samples = rings.samplesOf(ring);
+      samples = rings.samplesOf(bank(rings, i), i);
       // Otherwise it was given to another key meanwhile, and its samples are nobody's.
       if (sequence % 2 == 0 && ring.sequence() == sequence) {
          nextGuess_ = i + 1;

@@ -33,6 +33,7 @@ class HistoryReader {
    bool refresh();
    bool isLost();
    HistoryGeometry geometry() const;
+   const std::byte* bank(const HistoryGeometry& rings, std::size_t i) const;
 
    const RecordLayout layout_;
    TableAttachment attachment_;

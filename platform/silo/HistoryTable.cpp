@@ -16,7 +16,7 @@ namespace {
 
 using Remedy = Corruption::Remedy;
 
-constexpr std::size_t firstRings = 16;
+constexpr std::size_t firstRings = HistoryGeometry::ringsPerBank;
 constexpr double silentAfter = 3; // polling intervals
 
 } // namespace
@@ -31,13 +31,14 @@ HistoryTable::HistoryTable(const Store& store, const std::string& name, const Re
                                   ": expected 1 to 1000000 samples for each of 1 to 1000000 keys, and an "
                                   "interval above 0");
    }
+   options_.maxRings = HistoryGeometry::wholeBanks(options_.maxRings);
    index_.reset(options_.maxRings);
    try {
       open();
    } catch (const std::system_error& error) {
       removeIfNew();
-      throw TableError(store_.describe(name_) + ", rings of " + std::to_string(geometry_.ringStride) +
-                       " bytes: " + error.what());
+      throw TableError(store_.describe(name_) + ", rings of " +
+                       std::to_string(geometry_.bankStride / firstRings) + " bytes: " + error.what());
    } catch (...) {
       removeIfNew();
       throw;
@@ -80,7 +81,7 @@ void HistoryTable::open() {
 
 // Why the file is no history of this layout, or else its state.
 std::string HistoryTable::problemWithFile() {
-   if (mapping_.size() < HistoryGeometry::ringsOffset) {
+   if (mapping_.size() < HistoryGeometry::banksOffset) {
       return "has only " + std::to_string(mapping_.size()) + " bytes";
    }
    if (std::string problem = header().identityProblem(layout_); !problem.empty()) {
@@ -120,39 +121,44 @@ void HistoryTable::carryOver(const Mapping& old, const HistoryGeometry& from) {
    struct alignas(cacheLine) Line {
       std::byte bytes[cacheLine];
    };
-   std::vector<Line> copy(from.ringStride / cacheLine);
-   const auto& found = *reinterpret_cast<const RingHead*>(copy.data());
+   std::vector<Line> copy(from.bankStride / cacheLine);
+   const std::byte* const oldBank = copy.data()->bytes;
+   bool isThere = false;
    for (RingIndex i = 0; i < state_.capacity; ++i) {
-      // From the file, since what the mapping shows may be gone, or touching it a signal.
-      const bool isThere = old.copyFromFile(from.sizeFor(i), copy.data(), from.ringStride);
-      const Key key = index_.size() != 0 ? index_.keyOf(i) : isThere ? found.key() : Key();
+      if (i % HistoryGeometry::ringsPerBank == 0) {
+         // From the file, since what the mapping shows may be gone, or touching it a signal.
+         isThere = old.copyFromFile(from.bankOffset(i), copy.data(), from.bankStride);
+      }
+      const Key key = index_.size() != 0 ? index_.keyOf(i) : isThere ? from.head(oldBank, i).key() : Key();
       if (key.isEmpty()) {
          continue;
       }
-      ring(i).keyIs(key);
-      std::vector<HistorySample> samples = isThere ? from.samplesOf(found) : std::vector<HistorySample>();
+      head(i).keyIs(key);
+      const std::vector<HistorySample> samples =
+           isThere ? from.samplesOf(oldBank, i) : std::vector<HistorySample>();
       const std::size_t tooMany = samples.size() - std::min(samples.size(), geometry_.depth);
       for (std::size_t s = tooMany; s < samples.size(); ++s) {
          const HistorySample& each = samples[s];
-         geometry_.sample(ring(i), each.number % geometry_.depth)
-              .write(each.number, each.flags, each.time, each.values);
+         sample(i, each.number % geometry_.depth).write(each.number, each.flags, each.time, each.values);
       }
    }
 }
 
 void HistoryTable::adopt() {
-   rings_.assign(state_.capacity, {});
+   rings_.assign(state_.capacity, Ring{.place = 1 % geometry_.depth});
    for (RingIndex i = 0; i < state_.capacity; ++i) {
-      const Key key = ring(i).key();
+      const Key key = head(i).key();
       // A ring without a key, or with one that another ring has, was damaged: whoever comes next has it.
       if (key.isEmpty() || index_.find(key) != KeyIndex::none) {
          continue;
       }
       index_.insert(key, i);
       nextUnused_ = i + 1;
-      if (const auto samples = geometry_.samplesOf(ring(i)); !samples.empty()) {
-         rings_[i] = {samples.back().number, samples.back().time};
+      if (const auto samples = geometry_.samplesOf(bank(i), i); !samples.empty()) {
+         rings_[i].last = samples.back().number;
+         rings_[i].lastTime = samples.back().time;
       }
+      rings_[i].place = (rings_[i].last + 1) % geometry_.depth;
    }
 }
 
@@ -187,7 +193,21 @@ void HistoryTable::write(const Key& key, double time, const HistoryMarks& marks,
    ++own.last;
    own.lastTime = time;
    own.lastMark = std::max(marks.discontinuity, marks.begun);
-   geometry_.sample(ring(i), own.last % geometry_.depth).write(own.last, flags, time, values);
+   sample(i, own.place).write(own.last, flags, time, values);
+   own.place = own.place + 1 == geometry_.depth ? 0 : own.place + 1;
+   prefetch(i + 1);
+}
+
+// Nobody has touched a sample's memory since the ring turned. Passes write rings in one order, so the next one's is asked
+// for while there is other work to do.
+void HistoryTable::prefetch(RingIndex i) const {
+   if (i < nextUnused_) {
+      const HistorySlot& next = sample(i, rings_[i].place);
+      for (std::size_t byte = 0; byte < geometry_.sampleStride; byte += cacheLine) {
+         __builtin_prefetch(reinterpret_cast<const std::byte*>(&next) + byte, 1);
+      }
+      __builtin_prefetch(reinterpret_cast<const std::byte*>(&next) + geometry_.sampleStride - 1, 1);
+   }
 }
 
 HistoryTable::RingIndex HistoryTable::ringFor(const Key& key, double time) {
@@ -195,11 +215,11 @@ HistoryTable::RingIndex HistoryTable::ringFor(const Key& key, double time) {
    if (!index_.keyOf(i).isEmpty()) {
       index_.erase(i);
    }
-   ring(i).begin();
+   head(i).begin();
    for (std::size_t s = 0; s < geometry_.depth; ++s) {
-      geometry_.sample(ring(i), s).clear();
+      sample(i, s).clear();
    }
-   ring(i).keyIs(key);
+   head(i).keyIs(key);
    index_.insert(key, i);
    // Numbers go on: none comes twice in a ring.
    rings_[i].lastTime = unknownSampleTime;
@@ -213,7 +233,8 @@ HistoryTable::RingIndex HistoryTable::ringToTake(double time) {
       return silent;
    }
    if (nextUnused_ == rings_.size() && rings_.size() < options_.maxRings) {
-      growTo(std::min(options_.maxRings, rings_.size() + std::max(firstRings, rings_.size() / 2)));
+      growTo(std::min(options_.maxRings,
+                      HistoryGeometry::wholeBanks(rings_.size() + std::max(firstRings, rings_.size() / 2))));
    }
    if (nextUnused_ < rings_.size()) {
       return nextUnused_++;
@@ -240,7 +261,7 @@ void HistoryTable::growTo(std::size_t rings) {
       throw TableError(store_.describe(name_) + " has no room for more than " +
                        std::to_string(rings_.size()) + " keys: " + error.what());
    }
-   rings_.resize(rings);
+   rings_.resize(rings, Ring{.place = 1 % geometry_.depth});
    state_.capacity = rings;
    header().stateIs(state_);
 }
@@ -288,8 +309,8 @@ void HistoryTable::mendHeads() {
    std::size_t mended = 0;
    for (RingIndex i = 0; i < nextUnused_; ++i) {
       const Key& key = index_.keyOf(i);
-      if (!key.isEmpty() && !(ring(i).key() == key && ring(i).sequence() % 2 == 0)) {
-         ring(i).keyIs(key);
+      if (!key.isEmpty() && !(head(i).key() == key && head(i).sequence() % 2 == 0)) {
+         head(i).keyIs(key);
          ++mended;
       }
    }

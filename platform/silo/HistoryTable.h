@@ -22,7 +22,7 @@ struct HistoryMarks {
 
 struct HistoryOptions {
    std::size_t depth = 0;          // samples of a ring
-   std::size_t maxRings = 0;       // the file grows up to these
+   std::size_t maxRings = 0;       // the file grows up to these, in banks of sixteen
    double pollingInterval = 0;     // seconds between two samples of a ring, above 0
    double spacing = 0;             // a sample that comes sooner after the one before is left out
    ClockDomain clockDomain;        // of the times that will be written
@@ -48,7 +48,7 @@ class HistoryTable {
    // Why there is nothing of an earlier writer's; empty if there is, or never was any.
    const std::string& whyBegunAnew() const { return whyBegunAnew_; }
    static std::size_t bytesPerRing(const RecordLayout& layout, std::size_t depth) {
-      return HistoryGeometry(layout, depth).ringStride;
+      return HistoryGeometry(layout, depth).bankStride / HistoryGeometry::ringsPerBank;
    }
 
    // Adds a sample, in the place of the oldest one if the ring is full. As many values as the layout has. A key without a
@@ -67,7 +67,9 @@ class HistoryTable {
    HistoryHeader& historyHeader() const {
       return *reinterpret_cast<HistoryHeader*>(mapping_.data() + sizeof(TableHeader));
    }
-   RingHead& ring(RingIndex i) const { return geometry_.ring(mapping_.data(), i); }
+   std::byte* bank(RingIndex i) const { return mapping_.data() + geometry_.bankOffset(i); }
+   RingHead& head(RingIndex i) const { return geometry_.head(bank(i), i); }
+   HistorySlot& sample(RingIndex i, std::size_t place) const { return geometry_.sample(bank(i), i, place); }
 
    void open();
    void createIn(std::size_t rings);
@@ -79,6 +81,7 @@ class HistoryTable {
    void remake(const std::string& problem);
    std::string lossInMemory() const;
    void mendHeads();
+   void prefetch(RingIndex i) const;
    RingIndex ringFor(const Key& key, double time);
    RingIndex ringToTake(double time);
    RingIndex longestSilent() const;
@@ -88,6 +91,7 @@ class HistoryTable {
 
    struct Ring {              // the writer's own copy: it never trusts shared memory
       std::uint64_t last = 0; // number of the newest sample
+      std::size_t place = 0;  // of the next one: its number modulo the depth
       double lastTime = unknownSampleTime;
       double lastMark = 0; // what that sample was marked with may have been noticed only after its time
    };

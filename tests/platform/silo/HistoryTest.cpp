@@ -184,23 +184,23 @@ TEST_F(History, MarksWhatWasBrokenSinceTheSampleBefore) {
    EXPECT_EQ(flags, (std::vector<std::uint64_t>{0, discontinuity, 0, discontinuity | begun}));
 }
 
-// Each key that comes gets a ring as long as there is room, then that of the one that is silent the longest.
+// Rings come in banks of sixteen, so that there are 32. Each key that comes gets one as long as there is room, then that of the one that is silent the longest.
 TEST_F(History, GivesRingsOfSilentKeysAwayOnlyWhenNeeded) {
    HistoryTable table(store_, "History", layout, options(4, 20));
-   for (int port = 1; port <= 20; ++port) {
+   for (int port = 1; port <= 32; ++port) {
       write(table, "Ethernet" + std::to_string(port), 1);
    }
    write(table, "Ethernet2", 3);
-   EXPECT_THROW(write(table, "Ethernet21", 3), Silo::CapacityError) << "the others were read just now";
+   EXPECT_THROW(write(table, "Ethernet33", 3), Silo::CapacityError) << "the others were read just now";
    EXPECT_EQ(timesOf("Ethernet1"), (Times{1}));
-   write(table, "Ethernet21", 4.5);
-   EXPECT_EQ(timesOf("Ethernet21"), (Times{4.5}));
+   write(table, "Ethernet33", 4.5);
+   EXPECT_EQ(timesOf("Ethernet33"), (Times{4.5}));
    EXPECT_EQ(timesOf("Ethernet2"), (Times{1, 3}));
    std::size_t left = 0;
-   for (int port = 1; port <= 20; ++port) {
+   for (int port = 1; port <= 32; ++port) {
       left += timesOf("Ethernet" + std::to_string(port)).size();
    }
-   EXPECT_EQ(left, 20U) << "one went, and Ethernet2 has two";
+   EXPECT_EQ(left, 32U) << "one went, and Ethernet2 has two";
 }
 
 // Whatever is overwritten: samples that are given out are as they were written, and the next polling pass mends the rest.
