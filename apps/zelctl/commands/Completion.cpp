@@ -62,8 +62,9 @@ Words follow(const Client& client, Words before, const String& partial) {
       }
       // Words that a watch would refuse are not offered.
       Words shows = before.empty() ? showCommands() : follow(client, before, partial);
-      std::erase_if(shows,
-                    [](const String& word) { return word == "clear" || word == "json" || word == "rates"; });
+      std::erase_if(shows, [](const String& word) {
+         return word == "clear" || word == "json" || word == "rates" || word == "since";
+      });
       return shows;
    }
    if (isViewCommand(before.front())) {

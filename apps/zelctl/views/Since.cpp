@@ -276,7 +276,7 @@ String sinceText(const Since& since, const TableClock& clock) {
 
 String beginText(const PublishedRow& row, const TableClock& clock) {
    const CountedSpan& span = *row.span;
-   const String moment = span.from == 0 ? "unknown" : momentOf(span.from, clock);
+   String moment = span.from == 0 ? "unknown" : momentOf(span.from, clock);
    switch (span.begin) {
    case Begin::asked:
    case Begin::other:
