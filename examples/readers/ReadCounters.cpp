@@ -1,4 +1,5 @@
-// Shows the counters that an agent publishes in shared tables, read with the installed TableReader.
+// Shows what an agent publishes in shared tables, counters, their history, and events: read with the installed
+// TableReader and HistoryReader.
 //
 //    read-counters [--silo DIR] [--table TABLE] [--json] [INTF]
 //
@@ -6,13 +7,16 @@
 #include "kiln/MappedFault.h"
 #include "kiln/Name.h"
 #include "silo/Errors.h"
+#include "silo/HistoryReader.h"
 #include "silo/TableReader.h"
+#include "vex/PublishedHistory.h"
 #include "vex/PublishedRecords.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <cstring>
+#include <ctime>
 #include <functional>
 #include <iomanip>
 #include <iostream>
@@ -26,8 +30,8 @@ using std::string;
 
 constexpr const char* help =
      "usage: read-counters [--silo DIR] [--table TABLE] [--json] [INTF]\n\n"
-     "Shows the counters that an agent publishes in shared tables.\n\n"
-     "  INTF           only this interface, with all its counters\n"
+     "Shows what an agent publishes in shared tables.\n\n"
+     "  INTF           only this interface, with all its counters, samples or events\n"
      "  --silo DIR     folder of the shared tables (this user's in shared memory, or root's)\n"
      "  --table TABLE  one of those in docs/published-records.md (IntfCounters)\n"
      "  --json         print one JSON document\n\n"
@@ -59,12 +63,22 @@ struct Row {
    std::optional<std::uint64_t> suspects{};
 };
 
+struct Ring {
+   string name;
+   std::vector<Silo::HistorySample> samples; // at least one
+};
+
+// What is shown of a table: one of the three.
 struct View {
    string table;
    double pollingInterval = 0; // seconds
    bool isWriterAlive = false;
    double now = 0;
    std::vector<Row> rows{};
+   std::size_t depth = 0;
+   std::vector<Ring> rings{};
+   std::vector<Silo::Entry<Tables::Event>> events{};
+   Silo::ClockDomain clock{}; // of the samples' times
 };
 
 // --- Records
@@ -145,26 +159,74 @@ View readTable(const Silo::Store& store, const Options& options) {
    return view;
 }
 
-using Read = std::function<View(const Silo::Store&, const Options&)>;
-const std::map<string, Read>& readers() {
-   static const std::map<string, Read> all{
-        {Tables::TableName::intfCounters, readTable<Tables::IntfCounters>},
-        {Tables::TableName::intfClearCounters, readTable<Tables::IntfCounters>},
-        {Tables::TableName::intfQueueCounters, readTable<Tables::IntfQueueCounters>},
-        {Tables::TableName::intfClearQueueCounters, readTable<Tables::IntfQueueCounters>},
-        {Tables::TableName::vlanIntfCounters, readTable<Tables::L3IntfCounters>},
-        {Tables::TableName::vlanIntfClearCounters, readTable<Tables::L3IntfCounters>},
-        {Tables::TableName::subIntfCounters, readTable<Tables::L3IntfCounters>},
-        {Tables::TableName::subIntfClearCounters, readTable<Tables::L3IntfCounters>},
-        {Tables::TableName::intfNatCounters, readTable<Tables::NatCounter>},
+// Of a history nothing is waited for: what is being written, or was damaged, is left out.
+template <class Layout>
+View readHistory(const Silo::Store& store, const Options& options) {
+   Silo::HistoryReader reader(store, options.table, Layout::layout);
+   std::vector<Silo::Key> keys;
+   if (!reader.keys(keys)) {
+      throw Silo::TableError(reader.problem());
+   }
+   View view{.table = options.table, .depth = reader.depth()};
+   for (const Silo::Key& key : keys) {
+      // The queues from 8 on are beside the others.
+      const string name(key.view());
+      Ring ring{name, {}};
+      if (options.intf.empty() || name == options.intf || name == options.intf + " 8" ||
+          name == options.intf + " 16") {
+         if (!reader.read(key, ring.samples)) {
+            throw Silo::TableError(reader.problem());
+         }
+      }
+      if (!ring.samples.empty()) {
+         view.rings.push_back(std::move(ring));
+      }
+   }
+   if (!options.intf.empty() && view.rings.empty()) {
+      throw Silo::TableError(options.table + " has no samples of it; leave the name out to list all");
+   }
+   const auto isBefore = [](const auto& a, const auto& b) { return Kiln::naturalCompare(a, b) < 0; };
+   std::ranges::sort(view.rings, isBefore, &Ring::name);
+   view.pollingInterval = reader.state().pollingInterval;
+   view.clock = reader.state().clockDomain;
+   view.isWriterAlive = reader.isWriterAlive();
+   view.now = Silo::monotonicNow();
+   return view;
+}
+
+// A text of the record, for any terminal.
+template <std::size_t size>
+string printable(const std::array<char, size>& field) {
+   string text(field.data(), strnlen(field.data(), size));
+   std::ranges::replace_if(
+        text, [](char c) { return c < ' ' || c > '~'; }, '?');
+   return text;
+}
+
+View readEvents(const Silo::Store& store, const Options& options) {
+   Silo::TableReader<Tables::Event> reader(store, options.table);
+   View view{.table = options.table};
+   if (!reader.snapshot(view.events)) {
+      throw Silo::TableError(reader.problem());
+   }
+   const auto isOther = [&](const Silo::Entry<Tables::Event>& entry) {
+      return entry.result == Silo::ReadResult::ok && printable(entry.sample.record.where) != options.intf;
    };
-   return all;
+   if (!options.intf.empty()) {
+      std::erase_if(view.events, isOther);
+   }
+   std::ranges::sort(view.events, {}, [](const Silo::Entry<Tables::Event>& entry) {
+      return entry.result == Silo::ReadResult::ok ? entry.sample.record.number : 0;
+   });
+   view.pollingInterval = reader.state().pollingInterval;
+   view.isWriterAlive = reader.isWriterAlive();
+   return view;
 }
 
 // --- Output
 
-const char* stateOf(const Row& row) {
-   switch (row.result) {
+const char* stateOf(Silo::ReadResult result) {
+   switch (result) {
    case Silo::ReadResult::ok:
       return "ok";
    case Silo::ReadResult::busy:
@@ -203,7 +265,8 @@ string quoted(const string& text) {
 }
 
 void addJson(const View& view, const Row& row, std::ostream& out) {
-   out << "    {\n      \"name\": " << quoted(row.name) << ",\n      \"state\": \"" << stateOf(row) << '"';
+   out << "    {\n      \"name\": " << quoted(row.name) << ",\n      \"state\": \"" << stateOf(row.result)
+       << '"';
    if (row.result == Silo::ReadResult::ok) {
       out << ",\n      \"age-ms\": " << milliseconds(row.age);
       out << ",\n      \"stale\": " << truth(row.isStale);
@@ -225,18 +288,24 @@ void addJson(const View& view, const Row& row, std::ostream& out) {
    out << "\n    }";
 }
 
-// The same document as that of the client's commands.
-string asJson(const View& view) {
+// Of all tables: what is shown of them comes as the last member, an array.
+template <class Shown>
+string document(const View& view, const string& more, const char* name, const std::vector<Shown>& shown) {
    std::ostringstream out;
    out << "{\n  \"table\": " << quoted(view.table);
    out << ",\n  \"polling-interval-ms\": " << milliseconds(view.pollingInterval);
-   out << ",\n  \"writer-alive\": " << truth(view.isWriterAlive) << ",\n  \"interfaces\": [";
-   for (const Row& row : view.rows) {
-      out << (&row == view.rows.data() ? "\n" : ",\n");
-      addJson(view, row, out);
+   out << ",\n  \"writer-alive\": " << truth(view.isWriterAlive) << more << ",\n  \"" << name << "\": [";
+   for (const Shown& one : shown) {
+      out << (&one == shown.data() ? "\n" : ",\n");
+      addJson(view, one, out);
    }
-   out << (view.rows.empty() ? "]\n}\n" : "\n  ]\n}\n");
+   out << (shown.empty() ? "]\n}\n" : "\n  ]\n}\n");
    return out.str();
+}
+
+// The same document as that of the client's commands.
+string recordsAsJson(const View& view) {
+   return document(view, "", "interfaces", view.rows);
 }
 
 // What a list has room for: of queues, their sums.
@@ -255,30 +324,218 @@ std::vector<Counter> summary(const std::vector<Counter>& totals) {
    return sums;
 }
 
-string asText(const View& view, bool isWhole) {
+// The end of every text.
+string withWriter(const View& view, std::ostringstream& out, const char* empty) {
+   string text = out.str();
+   if (text.empty()) {
+      text = string(empty) + '\n';
+   }
+   return view.isWriterAlive ? text : text + "No agent is running, so nothing newer is published.\n";
+}
+
+string ageText(const std::optional<double>& age) {
+   std::ostringstream out;
+   if (age) {
+      out << std::fixed << std::setprecision(1) << *age << " s ago";
+   } else {
+      out << "at an unknown time";
+   }
+   return out.str();
+}
+
+string recordsAsText(const View& view, bool isWhole) {
    std::ostringstream out;
    for (const Row& row : view.rows) {
-      out << (row.name.empty() ? "(name lost)" : row.name) << ": " << stateOf(row);
+      out << (row.name.empty() ? "(name lost)" : row.name) << ": " << stateOf(row.result);
       if (row.result == Silo::ReadResult::ok) {
-         out << (row.isStale ? ", stale" : "") << ", sampled ";
-         if (row.age) {
-            out << std::fixed << std::setprecision(1) << *row.age << " s ago";
-         } else {
-            out << "at an unknown time";
-         }
+         out << (row.isStale ? ", stale" : "") << ", sampled " << ageText(row.age);
          for (const auto& [name, total] : isWhole ? row.totals : summary(row.totals)) {
             out << (isWhole ? "\n   " : ", ") << name << ' ' << total;
          }
       }
       out << '\n';
    }
-   if (view.rows.empty()) {
-      out << "no records\n";
+   return withWriter(view, out, "no records");
+}
+
+// --- Output of histories
+
+std::optional<double> ageOf(const View& view, const Silo::HistorySample& sample) {
+   const double age = view.now - sample.time;
+   const bool isKnown =
+        view.clock.isComparableWith(Silo::ClockDomain::monotonic()) && age >= -1e-3 && std::isfinite(age);
+   return isKnown ? std::optional(std::max(age, 0.0)) : std::nullopt;
+}
+
+std::vector<Counter> totalsOf(const View& view, const Ring& ring, const Silo::HistorySample& sample) {
+   std::vector<Counter> totals;
+   if (view.table == Tables::TableName::intfHistory) {
+      for (std::size_t i = 0; i < sample.values.size(); ++i) {
+         totals.push_back({string(Tables::IntfHistory::fieldNames[i]), sample.values[i]});
+      }
+      return totals;
    }
-   if (!view.isWriterAlive) {
-      out << "No agent is running, so nothing newer is published.\n";
+   const auto& names = Tables::IntfQueueHistory::fieldNames;
+   const std::size_t first = ring.name.ends_with(" 8") ? 8 : ring.name.ends_with(" 16") ? 16 : 0;
+   for (std::size_t i = 0; i < sample.values.size(); ++i) {
+      const string queue = std::to_string(first + i / names.size());
+      totals.push_back({"queue." + queue + "." + string(names[i % names.size()]), sample.values[i]});
    }
+   return totals;
+}
+
+std::vector<string> marksOf(const Silo::HistorySample& sample) {
+   std::vector<string> marks;
+   if (sample.has(Silo::SampleFlag::begun)) {
+      marks.emplace_back("begun");
+   }
+   if (sample.has(Silo::SampleFlag::discontinuity)) {
+      marks.emplace_back("discontinuity");
+   }
+   return marks;
+}
+
+string joined(const std::vector<string>& words, const char* separator) {
+   string text;
+   for (const string& word : words) {
+      text += (&word == words.data() ? "" : separator) + word;
+   }
+   return text;
+}
+
+void addJson(const View& view, const Ring& ring, std::ostream& out) {
+   out << "    {\"name\": " << quoted(ring.name)
+       << ", \"age-ms\": " << milliseconds(ageOf(view, ring.samples.back())) << ", \"samples\": [";
+   for (const Silo::HistorySample& sample : ring.samples) {
+      std::vector<string> marks;
+      for (const string& mark : marksOf(sample)) {
+         marks.push_back(quoted(mark));
+      }
+      std::vector<string> totals;
+      for (const auto& [name, total] : totalsOf(view, ring, sample)) {
+         totals.push_back(quoted(name) + ": " + std::to_string(total));
+      }
+      out << (&sample == ring.samples.data() ? "" : ",") << "\n      {\"number\": " << sample.number
+          << ", \"time-ms\": " << milliseconds(sample.time) << ", \"marks\": [" << joined(marks, ", ")
+          << "], \"totals\": {" << joined(totals, ", ") << "}}";
+   }
+   out << "]}";
+}
+
+string historyAsJson(const View& view) {
+   return document(view, ",\n  \"depth\": " + std::to_string(view.depth), "rings", view.rings);
+}
+
+string historyAsText(const View& view, bool isWhole) {
+   std::ostringstream out;
+   for (const Ring& ring : view.rings) {
+      out << ring.name << ": " << ring.samples.size() << " samples, the newest "
+          << ageText(ageOf(view, ring.samples.back())) << '\n';
+      for (std::size_t i = 0; isWhole && i < ring.samples.size(); ++i) {
+         const Silo::HistorySample& sample = ring.samples[i];
+         std::vector<string> words = marksOf(sample);
+         for (const auto& [name, total] : totalsOf(view, ring, sample)) {
+            words.push_back(name + ' ' + std::to_string(total));
+         }
+         out << "   " << sample.number << " at " << std::fixed << std::setprecision(3) << sample.time
+             << " s: " << joined(words, ", ") << '\n';
+      }
+   }
+   return withWriter(view, out, "no samples");
+}
+
+// --- Output of events
+
+void addJson(const View&, const Silo::Entry<Tables::Event>& entry, std::ostream& out) {
+   out << "    {\"state\": \"" << stateOf(entry.result) << '"';
+   if (entry.result == Silo::ReadResult::ok) {
+      const Tables::Event& event = entry.sample.record;
+      const bool hasValues = event.hasValues != 0;
+      out << ", \"number\": " << event.number << ", \"time-ms\": " << milliseconds(event.time)
+          << ", \"unix-time-ms\": " << milliseconds(event.unixTime) << ", \"count\": " << event.count
+          << ", \"last-time-ms\": " << milliseconds(event.lastTime)
+          << ", \"last-unix-time-ms\": " << milliseconds(event.lastUnixTime)
+          << ", \"kind\": " << quoted(printable(event.kind))
+          << ", \"where\": " << quoted(printable(event.where))
+          << ", \"what\": " << quoted(printable(event.what))
+          << ", \"before\": " << (hasValues ? std::to_string(event.before) : "null")
+          << ", \"after\": " << (hasValues ? std::to_string(event.after) : "null")
+          << ", \"others\": " << event.others << ", \"text\": " << quoted(printable(event.text));
+   }
+   out << '}';
+}
+
+string date(double unixTime) {
+   constexpr double year10000 = 253402300800;
+   if (!(unixTime >= 0 && unixTime < year10000)) {
+      return "(unknown time)";
+   }
+   const auto seconds = static_cast<std::time_t>(unixTime);
+   std::tm parts{};
+   gmtime_r(&seconds, &parts);
+   std::ostringstream out;
+   out << std::put_time(&parts, "%Y-%m-%d %H:%M:%S");
    return out.str();
+}
+
+string eventAsText(const Tables::Event& event) {
+   std::vector<string> words{std::to_string(event.number), date(event.unixTime), printable(event.kind),
+                             printable(event.where), printable(event.what)};
+   if (event.hasValues != 0) {
+      words.push_back(std::to_string(event.before) + " -> " + std::to_string(event.after));
+   }
+   if (event.others != 0) {
+      words.push_back("and " + std::to_string(event.others) + " others");
+   }
+   if (event.count > 1) {
+      words.push_back(std::to_string(event.count) + " times until " + date(event.lastUnixTime));
+   }
+   std::erase(words, "");
+   const string text = printable(event.text);
+   return joined(words, " ") + (text.empty() ? "" : ": " + text);
+}
+
+string eventsAsJson(const View& view) {
+   return document(view, "", "events", view.events);
+}
+
+string eventsAsText(const View& view, bool) {
+   std::ostringstream out;
+   for (const auto& entry : view.events) {
+      if (entry.result == Silo::ReadResult::ok) {
+         out << eventAsText(entry.sample.record) << '\n';
+      } else {
+         out << "an event is " << stateOf(entry.result) << '\n';
+      }
+   }
+   return withWriter(view, out, "no events");
+}
+
+// --- Tables
+
+struct Format {
+   std::function<View(const Silo::Store&, const Options&)> read;
+   string (*asJson)(const View&) = recordsAsJson;
+   string (*asText)(const View&, bool isWhole) = recordsAsText;
+};
+
+const std::map<string, Format>& formats() {
+   static const std::map<string, Format> all{
+        {Tables::TableName::intfCounters, {readTable<Tables::IntfCounters>}},
+        {Tables::TableName::intfClearCounters, {readTable<Tables::IntfCounters>}},
+        {Tables::TableName::intfQueueCounters, {readTable<Tables::IntfQueueCounters>}},
+        {Tables::TableName::intfClearQueueCounters, {readTable<Tables::IntfQueueCounters>}},
+        {Tables::TableName::vlanIntfCounters, {readTable<Tables::L3IntfCounters>}},
+        {Tables::TableName::vlanIntfClearCounters, {readTable<Tables::L3IntfCounters>}},
+        {Tables::TableName::subIntfCounters, {readTable<Tables::L3IntfCounters>}},
+        {Tables::TableName::subIntfClearCounters, {readTable<Tables::L3IntfCounters>}},
+        {Tables::TableName::intfNatCounters, {readTable<Tables::NatCounter>}},
+        {Tables::TableName::intfHistory, {readHistory<Tables::IntfHistory>, historyAsJson, historyAsText}},
+        {Tables::TableName::intfQueueHistory,
+         {readHistory<Tables::IntfQueueHistory>, historyAsJson, historyAsText}},
+        {Tables::TableName::events, {readEvents, eventsAsJson, eventsAsText}},
+   };
+   return all;
 }
 
 // --- Options
@@ -309,7 +566,7 @@ Options parseOptions(const std::vector<string>& words) {
          options.intf = words[i];
       }
    }
-   if (!readers().contains(options.table)) {
+   if (!formats().contains(options.table)) {
       throw UsageError("unknown table: expected one of those in docs/published-records.md");
    }
    return options;
@@ -324,11 +581,12 @@ int run(const Options& options) {
         options.folder.empty()
              ? Silo::Store::sharedMemoryOfUserOrRoot(Tables::defaultTablePrefix, options.table)
              : Silo::Store::directory(options.folder);
-   const View view = readers().at(options.table)(store, options);
-   std::cout << (options.isJson ? asJson(view) : asText(view, !options.intf.empty())) << std::flush;
-   const bool isWhole =
-        std::ranges::all_of(view.rows, [](const Row& row) { return row.result == Silo::ReadResult::ok; });
-   return isWhole ? 0 : 2;
+   const Format& format = formats().at(options.table);
+   const View view = format.read(store, options);
+   std::cout << (options.isJson ? format.asJson(view) : format.asText(view, !options.intf.empty()))
+             << std::flush;
+   const auto isWhole = [](const auto& one) { return one.result == Silo::ReadResult::ok; };
+   return std::ranges::all_of(view.rows, isWhole) && std::ranges::all_of(view.events, isWhole) ? 0 : 2;
 }
 
 } // namespace

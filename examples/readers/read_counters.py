@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
-# Shows the counters that an agent publishes in shared tables, with nothing but Python's standard library. It is written
-# from the byte layout in docs/published-records.md; a reader in another language looks much the same.
+# Shows what an agent publishes in shared tables, counters, their history, and events, with nothing but Python's
+# standard library. It is written from the byte layout in docs/published-records.md; a reader in another language looks
+# much the same.
 #
 #    read_counters.py [--silo DIR] [--table TABLE] [--json] [INTF]
 #
@@ -127,8 +128,23 @@ def read_nat(payload):
                                                           "creation": creation, "last-update": last_update})
 
 
+class Event:
+    def __init__(self, payload):
+        (self.number, self.time, self.unix_time, self.count, self.last_time, self.last_unix_time, self.has_values,
+         self.before, self.after, self.others, *texts) = struct.unpack("=Q2dQ2d4Q24s64s64s256s", payload[:488])
+        self.kind, self.where, self.what, self.text = (printable(text.split(b"\0")[0]) for text in texts)
+
+
+def printable(text):
+    return re.sub(b"[^ -~]", b"?", text).decode()
+
+
+HISTORY_FIELDS = ["in-octets", "out-octets", "in-pkts", "out-pkts", "in-errors", "out-errors", "in-discards",
+                  "out-discards", "out-queue-drops"]
+
+
 class Layout:
-    def __init__(self, name, version, size, read):
+    def __init__(self, name, version, size, read=None):
         self.name = name
         self.version = version
         self.size = size
@@ -144,7 +160,9 @@ QUEUES = Layout("IntfQueueCounters", 2, 864, read_queues)
 NAT = Layout("NatCounter", 2, 136, read_nat)
 TABLES = {"IntfCounters": INTF, "IntfClearCounters": INTF, "IntfQueueCounters": QUEUES,
           "IntfClearQueueCounters": QUEUES, "VlanIntfCounters": L3, "VlanIntfClearCounters": L3,
-          "SubIntfCounters": L3, "SubIntfClearCounters": L3, "IntfNatCounters": NAT}
+          "SubIntfCounters": L3, "SubIntfClearCounters": L3, "IntfNatCounters": NAT,
+          "Events": Layout("Event", 1, 488, Event)}
+HISTORIES = {"IntfHistory": Layout("IntfHistory", 1, 72), "IntfQueueHistory": Layout("IntfQueueHistory", 1, 192)}
 
 # --- Tables
 
@@ -232,7 +250,7 @@ class Table:
 
     def __init__(self, folder, name):
         self.path = os.path.join(folder, name) if folder else path_in_memory(name)
-        self.layout = TABLES[name]
+        self.layout = (TABLES | HISTORIES)[name]
         try:
             self.file = open_table(self.path, {os.geteuid(), 0} | ({os.stat(folder).st_uid} if folder else set()))
             size = os.fstat(self.file).st_size
@@ -245,11 +263,14 @@ class Table:
                              "and does it keep its tables there?") from error
         self.check_identity()
         self.read_state()
+        self.measure(size)
+        needed = self.first_slot + self.capacity * self.stride
+        self.require(size >= needed, f"was cut short: {size} bytes, expected {needed}; start its agent again")
+
+    def measure(self, _):
         payload = -(-self.layout.size // 64) * 64
         self.stride = HEAD_BYTES + payload
         self.first_slot = HEADER_BYTES + HEAD_BYTES + payload
-        needed = self.first_slot + self.capacity * self.stride
-        self.require(size >= needed, f"was cut short: {size} bytes, expected {needed}; start its agent again")
 
     def require(self, condition, problem):
         if not condition:
@@ -337,6 +358,72 @@ class Table:
         return list({row.name or id(row): row for row in found}.values())
 
 
+class Sample:
+    def __init__(self, mark, time_word, values):
+        self.number = mark >> 8
+        self.marks = [name for flag, name in ((2, "begun"), (1, "discontinuity")) if mark & flag]
+        self.time = as_double(time_word)
+        self.values = values
+
+
+BANK_RINGS = 16
+
+
+class Ring:
+    def __init__(self, name, samples):
+        self.name = name
+        self.samples = samples  # whole ones, oldest first
+
+
+class History(Table):
+    """A table of rings instead of slots. Nothing of it is worth waiting for: what is being written is left out."""
+
+    def measure(self, size):
+        self.require(size >= HEADER_BYTES + 64, f"has only {size} bytes: no history; start its agent again")
+        self.depth, expected = self.words[32:34].tolist()
+        self.require(expected == checksum_of_single([self.depth]) and 1 <= self.depth <= 1_000_000,
+                     "has a damaged header; start its agent again")
+        self.sample_words = 3 + self.layout.size // 8
+        self.stride = 128 + self.depth * 8 * self.sample_words  # of a ring; capacity is in whole banks
+        self.first_slot = HEADER_BYTES + 64
+
+    def try_read_sample(self, at):
+        """The sample at this word; None if there is none, or none that is whole."""
+        mark, time_word, expected, *values = self.words[at:at + self.sample_words].tolist()
+        padding = [0] * (-len(values) % 4)
+        if mark == 0 or self.words[at] != mark or checksum([mark, time_word, 0, 0] + values + padding) != expected:
+            return None
+        return Sample(mark, time_word, values)
+
+    def samples(self, bank, k):
+        """Those of ring k of the bank at this word."""
+        found = []
+        for i in range(self.depth):
+            sample = self.try_read_sample(bank + 16 * BANK_RINGS + (i * BANK_RINGS + k) * self.sample_words)
+            if sample and sample.number % self.depth == i:
+                found.append(sample)
+        # The ring may have turned meanwhile: what was met before the newest ones came is too old.
+        newest = max((sample.number for sample in found), default=0)
+        return sorted((one for one in found if one.number + self.depth > newest), key=lambda one: one.number)
+
+    def rings(self, is_wanted):
+        """Of all keys that are wanted and have samples."""
+        found = {}
+        for i in range(self.capacity):
+            k = i % BANK_RINGS
+            bank = (self.first_slot + (i - k) * self.stride) // 8
+            at = bank + 16 * k
+            sequence = self.words[at]
+            key = self.words[at + 8:at + 16].tolist()
+            name = key_text(key)
+            if not name or hash_of(key) != self.words[at + 1] or sequence & 1 or not is_wanted(name):
+                continue
+            samples = self.samples(bank, k)
+            if self.words[at] == sequence and samples:  # else it was given to another key meanwhile
+                found.setdefault(name, Ring(name, samples))
+        return sorted(found.values(), key=natural)
+
+
 # --- Output
 
 def natural(row):
@@ -344,49 +431,61 @@ def natural(row):
     return [(0, int(part), "") if part.isdigit() else (1, 0, part) for part in re.split(r"(\d+)", row.name) if part]
 
 
-class View:
-    """What is shown: rows, with what follows from the time of the reading."""
+def milliseconds(seconds):
+    return None if seconds is None else int(seconds * 1e3 + 0.5)
 
-    def __init__(self, table, name, intf):
+
+class View:
+    """What is shown of a table, and what follows from the time of the reading."""
+
+    def __init__(self, table, name, shown):
         self.name = name
-        self.rows = sorted((row for row in table.rows() if intf in (None, row.name)), key=natural)
+        self.shown = shown
         self.is_writer_alive = table.is_writer_alive()
         self.polling_interval = table.polling_interval
         self.has_our_clock = table.has_our_clock()
-        self.now = time.clock_gettime(time.CLOCK_MONOTONIC)  # last, so that no record is younger than now
+        self.now = time.clock_gettime(time.CLOCK_MONOTONIC)  # last, so that nothing is younger than now
 
-    def age(self, row):
+    def age(self, sample_time):
         """Seconds; None if the sample time is of another clock, or yet to come."""
-        age = self.now - row.sample_time
+        age = self.now - sample_time
         return max(age, 0.0) if self.has_our_clock and -0.001 <= age < float("inf") else None
+
+    def age_text(self, sample_time):
+        age = self.age(sample_time)
+        return f"{age:.1f} s ago" if age is not None else "at an unknown time"
 
     def since(self, row, moment):
         seconds = self.now - moment
-        return seconds if moment != 0 and self.age(row) is not None and seconds >= 0 else None
+        return seconds if moment != 0 and self.age(row.sample_time) is not None and seconds >= 0 else None
 
     def is_stale(self, row):
-        return self.age(row) is None or self.age(row) > 3 * self.polling_interval
+        age = self.age(row.sample_time)
+        return age is None or age > 3 * self.polling_interval
 
+    def as_json(self, rest):
+        return json.dumps({"table": self.name, "polling-interval-ms": milliseconds(self.polling_interval),
+                           "writer-alive": self.is_writer_alive, **rest}, indent=2)
 
-def milliseconds(seconds):
-    return None if seconds is None else int(seconds * 1e3 + 0.5)
+    def as_text(self, lines, empty):
+        return "\n".join((lines or [empty]) + (
+            [] if self.is_writer_alive else ["No agent is running, so nothing newer is published."]))
 
 
 def as_json(view):
     """The same document as that of the client's commands."""
     interfaces = []
-    for row in view.rows:
+    for row in view.shown:
         shown = {"name": row.name, "state": row.state}
         if row.state == "ok":
-            shown.update({"age-ms": milliseconds(view.age(row)), "stale": view.is_stale(row),
+            shown.update({"age-ms": milliseconds(view.age(row.sample_time)), "stale": view.is_stale(row),
                           "generation": row.generation})
             for name, moment in row.record.times.items():
                 shown[name + "-age-ms"] = milliseconds(view.since(row, moment))
             shown.update(row.record.numbers)
             shown["totals"] = row.record.totals
         interfaces.append(shown)
-    return json.dumps({"table": view.name, "polling-interval-ms": milliseconds(view.polling_interval),
-                       "writer-alive": view.is_writer_alive, "interfaces": interfaces}, indent=2)
+    return view.as_json({"interfaces": interfaces})
 
 
 def summary(totals):
@@ -401,21 +500,111 @@ def summary(totals):
 
 def as_text(view, is_whole):
     lines = []
-    for row in view.rows:
+    for row in view.shown:
         line = f"{row.name or '(name lost)'}: {row.state}"
         if row.state == "ok":
-            age = view.age(row)
-            line += ", stale" if view.is_stale(row) else ""
-            line += f", sampled {age:.1f} s ago" if age is not None else ", sampled at an unknown time"
+            line += (", stale" if view.is_stale(row) else "") + ", sampled " + view.age_text(row.sample_time)
             totals = row.record.totals if is_whole else summary(row.record.totals)
             separator = "\n   " if is_whole else ", "
             line += "".join(f"{separator}{name} {total}" for name, total in totals.items())
         lines.append(line)
-    if not lines:
-        lines.append("no records")
-    if not view.is_writer_alive:
-        lines.append("No agent is running, so nothing newer is published.")
-    return "\n".join(lines)
+    return view.as_text(lines, "no records")
+
+
+def show_records(options):
+    table = Table(options.silo, options.table)
+    rows = sorted((row for row in table.rows() if options.intf in (None, row.name)), key=natural)
+    view = View(table, options.table, rows)
+    if options.intf is not None and not rows:
+        raise TableError(f"{options.table} has no such record; leave the name out to list all")
+    print(as_json(view) if options.json else as_text(view, options.intf is not None), flush=True)
+    return all(row.state == "ok" for row in rows)
+
+
+# --- Output of histories
+
+def totals_of(table, ring, sample):
+    if table == "IntfHistory":
+        return dict(zip(HISTORY_FIELDS, sample.values))
+    more = re.fullmatch(".* ([0-9]+)", ring.name)  # the ring's first queue, where that isn't 0
+    names = (f"queue.{queue + (int(more[1]) if more else 0)}.{name}"
+             for queue in range(8) for name in ("packets", "bytes", "drops"))
+    return dict(zip(names, sample.values))
+
+
+def history_as_json(view, depth):
+    rings = [{"name": ring.name, "age-ms": milliseconds(view.age(ring.samples[-1].time)),
+              "samples": [{"number": one.number, "time-ms": milliseconds(one.time), "marks": one.marks,
+                           "totals": totals_of(view.name, ring, one)} for one in ring.samples]}
+             for ring in view.shown]
+    return view.as_json({"depth": depth, "rings": rings})
+
+
+def history_as_text(view, is_whole):
+    lines = []
+    for ring in view.shown:
+        lines.append(f"{ring.name}: {len(ring.samples)} samples, the newest {view.age_text(ring.samples[-1].time)}")
+        for one in ring.samples if is_whole else []:
+            totals = totals_of(view.name, ring, one)
+            words = one.marks + [f"{name} {total}" for name, total in totals.items()]
+            lines.append(f"   {one.number} at {one.time:.3f} s: " + ", ".join(words))
+    return view.as_text(lines, "no samples")
+
+
+def show_history(options):
+    table = History(options.silo, options.table)
+    keys = (options.intf, f"{options.intf} 8", f"{options.intf} 16")
+    rings = table.rings(lambda name: options.intf is None or name in keys)
+    view = View(table, options.table, rings)
+    if options.intf is not None and not rings:
+        raise TableError(f"{options.table} has no samples of it; leave the name out to list all")
+    print(history_as_json(view, table.depth) if options.json else history_as_text(view, options.intf is not None),
+          flush=True)
+    return True
+
+
+# --- Output of events
+
+def events_as_json(view):
+    events = []
+    for row in view.shown:
+        shown = {"state": row.state}
+        if row.state == "ok":
+            event = row.record
+            shown.update({"number": event.number, "time-ms": milliseconds(event.time),
+                          "unix-time-ms": milliseconds(event.unix_time), "count": event.count,
+                          "last-time-ms": milliseconds(event.last_time),
+                          "last-unix-time-ms": milliseconds(event.last_unix_time), "kind": event.kind,
+                          "where": event.where, "what": event.what,
+                          "before": event.before if event.has_values else None,
+                          "after": event.after if event.has_values else None, "others": event.others,
+                          "text": event.text})
+        events.append(shown)
+    return view.as_json({"events": events})
+
+
+def event_as_text(event):
+    def date(seconds):
+        known = 0 <= seconds < 253402300800  # the year 10000
+        return time.strftime("%Y-%m-%d %H:%M:%S", time.gmtime(seconds)) if known else "(unknown time)"
+
+    words = [str(event.number), date(event.unix_time), event.kind, event.where, event.what]
+    words += [str(event.before), "->", str(event.after)] if event.has_values else []
+    words += [f"and {event.others} others"] if event.others else []
+    words += [f"{event.count} times until {date(event.last_unix_time)}"] if event.count > 1 else []
+    return " ".join(word for word in words if word) + (f": {event.text}" if event.text else "")
+
+
+def show_events(options):
+    table = Table(options.silo, options.table)
+    rows = [row for row in table.rows() if row.state != "ok" or options.intf in (None, row.record.where)]
+    rows.sort(key=lambda row: (row.state == "ok", row.record.number if row.record else 0))
+    view = View(table, options.table, rows)
+    lines = [event_as_text(row.record) if row.record else f"an event is {row.state}" for row in rows]
+    print(events_as_json(view) if options.json else view.as_text(lines, "no events"), flush=True)
+    return all(row.state == "ok" for row in rows)
+
+
 
 
 class Parser(argparse.ArgumentParser):
@@ -424,13 +613,16 @@ class Parser(argparse.ArgumentParser):
 
 
 def parse_arguments():
-    parser = Parser(description="Shows the counters that an agent publishes in shared tables.", allow_abbrev=False,
+    tables = list(TABLES) + list(HISTORIES)
+    parser = Parser(description="Shows what an agent publishes in shared tables.", allow_abbrev=False,
                     epilog="Exit status: 0 if every record was whole, 2 if one was not, 1 if nothing could be read.")
-    parser.add_argument("--silo", metavar="DIR", help="folder of the shared tables (this user's in shared memory, or root's)")
-    parser.add_argument("--table", default="IntfCounters", choices=TABLES, metavar="TABLE",
-                        help="one of " + ", ".join(TABLES) + " (IntfCounters)")
+    parser.add_argument("--silo", metavar="DIR",
+                        help="folder of the shared tables (this user's in shared memory, or root's)")
+    parser.add_argument("--table", default="IntfCounters", choices=tables, metavar="TABLE",
+                        help="one of " + ", ".join(tables) + " (IntfCounters)")
     parser.add_argument("--json", action="store_true", help="print one JSON document")
-    parser.add_argument("intf", metavar="INTF", nargs="?", help="only this interface, with all its counters")
+    parser.add_argument("intf", metavar="INTF", nargs="?",
+                        help="only this interface, with all its counters, samples or events")
     return parser.parse_args()
 
 
@@ -438,11 +630,10 @@ def main():
     signal.signal(signal.SIGPIPE, signal.SIG_DFL)  # a reader of the output that leaves is no error
     try:
         options = parse_arguments()
-        view = View(Table(options.silo, options.table), options.table, options.intf)
-        if options.intf is not None and not view.rows:
-            raise TableError(f"{options.table} has no such record; leave the name out to list all")
-        print(as_json(view) if options.json else as_text(view, options.intf is not None), flush=True)
-        return 0 if all(row.state == "ok" for row in view.rows) else 2
+        show = show_records if options.table in TABLES else show_history
+        if options.table == "Events":
+            show = show_events
+        return 0 if show(options) else 2
     except TableError as error:
         print(f"read-counters: {error}", file=sys.stderr)
     except OSError as error:

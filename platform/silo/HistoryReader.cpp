@@ -19,15 +19,6 @@ bool HistoryReader::refresh() {
    return attachment_.refresh(true, hasChanged);
 }
 
-// Zeros that stand for what was lost look like no samples.
-bool HistoryReader::isLost() {
-   if (!attachment_.mapping().isStale()) {
-      return false;
-   }
-   attachment_.problemIs(attachment_.describe() + " was removed or cut short while it was read");
-   return true;
-}
-
 // The depth of an attached file was found whole. Should it be overwritten since, there is nothing to read.
 HistoryGeometry HistoryReader::geometry() const {
    const Mapping& mapping = attachment_.mapping();
@@ -45,26 +36,37 @@ std::size_t HistoryReader::depth() {
    return refresh() ? geometry().depth : 0;
 }
 
+// Of a file that was removed, replaced or cut meanwhile, zeros may stand for what is lost: then the one that has the name
+// now is read.
 bool HistoryReader::keys(std::vector<Key>& keys) {
-   keys.clear();
-   if (!refresh()) {
-      return false;
-   }
-   const HistoryGeometry rings = geometry();
-   for (std::size_t i = 0; rings.depth != 0 && i < attachment_.state().capacity; ++i) {
-      const Key key = rings.head(bank(rings, i), i).key();
-      if (!key.isEmpty() && std::ranges::find(keys, key) == keys.end()) {
-         keys.push_back(key);
+   do {
+      keys.clear();
+      if (!refresh()) {
+         return false;
       }
-   }
-   return !isLost();
+      const HistoryGeometry rings = geometry();
+      for (std::size_t i = 0; rings.depth != 0 && i < attachment_.state().capacity; ++i) {
+         const Key key = rings.head(bank(rings, i), i).key();
+         if (!key.isEmpty() && std::ranges::find(keys, key) == keys.end()) {
+            keys.push_back(key);
+         }
+      }
+   } while (attachment_.mapping().isStale());
+   return true;
 }
 
 bool HistoryReader::read(const Key& key, std::vector<HistorySample>& samples) {
-   samples.clear();
-   if (!refresh()) {
-      return false;
-   }
+   do {
+      samples.clear();
+      if (!refresh()) {
+         return false;
+      }
+      readAttached(key, samples);
+   } while (attachment_.mapping().isStale());
+   return true;
+}
+
+void HistoryReader::readAttached(const Key& key, std::vector<HistorySample>& samples) {
    const HistoryGeometry rings = geometry();
    const std::size_t count = rings.depth == 0 ? 0 : attachment_.state().capacity;
    for (std::size_t looked = 0; looked < count; ++looked) {
@@ -78,11 +80,10 @@ bool HistoryReader::read(const Key& key, std::vector<HistorySample>& samples) {
       // Otherwise it was given to another key meanwhile, and its samples are nobody's.
       if (sequence % 2 == 0 && ring.sequence() == sequence) {
          nextGuess_ = i + 1;
-         break;
+         return;
       }
       samples.clear();
    }
-   return !isLost();
 }
 
 } // namespace Silo

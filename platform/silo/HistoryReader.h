@@ -31,7 +31,7 @@ class HistoryReader {
 
  private:
    bool refresh();
-   bool isLost();
+   void readAttached(const Key& key, std::vector<HistorySample>& samples);
    HistoryGeometry geometry() const;
    const std::byte* bank(const HistoryGeometry& rings, std::size_t i) const;
 

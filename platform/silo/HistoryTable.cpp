@@ -96,7 +96,7 @@ std::string HistoryTable::problemWithFile() {
    return "";
 }
 
-// Zeros are free rings.
+// Zeros are free rings. The file is whole before it takes a name: a writer that is killed then loses nothing.
 void HistoryTable::createIn(std::size_t rings) {
    if (mapping_.size() < geometry_.sizeFor(rings)) {
       mapping_.grow(geometry_.sizeFor(rings));
@@ -104,6 +104,9 @@ void HistoryTable::createIn(std::size_t rings) {
    historyHeader().depthIs(geometry_.depth);
    header().identityIs(layout_);
    state_.capacity = rings;
+   state_.pollingInterval = options_.pollingInterval;
+   state_.clockDomain = options_.clockDomain;
+   header().stateIs(state_);
 }
 
 // In a new file: readers may have the old one mapped.
@@ -154,9 +157,13 @@ void HistoryTable::adopt() {
       }
       index_.insert(key, i);
       nextUnused_ = i + 1;
+      if (head(i).sequence() % 2 != 0) {
+         head(i).keyIs(key); // a writer was killed while it gave the ring away
+      }
       if (const auto samples = geometry_.samplesOf(bank(i), i); !samples.empty()) {
-         rings_[i].last = samples.back().number;
-         rings_[i].lastTime = samples.back().time;
+         rings_[i] = {.last = samples.back().number,
+                      .lastTime = samples.back().time,
+                      .markedUntil = samples.back().time};
       }
       rings_[i].place = (rings_[i].last + 1) % geometry_.depth;
    }
@@ -186,13 +193,14 @@ void HistoryTable::write(const Key& key, double time, const HistoryMarks& marks,
       return;
    }
    // A ring's first sample is marked if that was just now.
-   const double before = own.lastTime == unknownSampleTime ? time - options_.pollingInterval
-                                                           : std::max(own.lastTime, own.lastMark);
+   const double before =
+        own.lastTime == unknownSampleTime ? time - options_.pollingInterval : own.markedUntil;
    const std::uint64_t flags = (marks.discontinuity > before ? SampleFlag::discontinuity : 0) |
                                (marks.begun > before ? SampleFlag::begun : 0);
    ++own.last;
    own.lastTime = time;
-   own.lastMark = std::max(marks.discontinuity, marks.begun);
+   // A mark may be newer than its sample, which was read from the chip a moment before.
+   own.markedUntil = std::max({time, marks.discontinuity, marks.begun});
    sample(i, own.place).write(own.last, flags, time, values);
    own.place = own.place + 1 == geometry_.depth ? 0 : own.place + 1;
    prefetch(i + 1);
@@ -291,10 +299,8 @@ std::string HistoryTable::lossInMemory() const {
 
 void HistoryTable::remake(const std::string& problem) {
    try {
-      replaceFile(store_, name_, mapping_, geometry_.sizeFor(state_.capacity), [&](const Mapping& old) {
-         carryOver(old, geometry_);
-         header().stateIs(state_);
-      });
+      replaceFile(store_, name_, mapping_, geometry_.sizeFor(state_.capacity),
+                  [&](const Mapping& old) { carryOver(old, geometry_); });
       isNameLost_ = false;
       report(problem + ", with the samples that are left", Remedy::remade);
    } catch (const std::runtime_error& error) { // of the system or the store: the next pass tries again

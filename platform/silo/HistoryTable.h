@@ -93,7 +93,7 @@ class HistoryTable {
       std::uint64_t last = 0; // number of the newest sample
       std::size_t place = 0;  // of the next one: its number modulo the depth
       double lastTime = unknownSampleTime;
-      double lastMark = 0; // what that sample was marked with may have been noticed only after its time
+      double markedUntil = unknownSampleTime; // what came up to here is marked already
    };
 
    const Store store_;

@@ -28,16 +28,16 @@ std::size_t depthOf(double minutes, double interval) {
 }
 
 // Between two samples of a port. Passes that come quicker than that are not all kept, so that memory stays bounded.
+constexpr double leastInterval = 0.5; // seconds
 double portInterval(double pollingInterval) {
-   constexpr double least = 0.5; // seconds
-   return std::max(pollingInterval, least);
+   return std::max(pollingInterval, leastInterval);
 }
 double queueInterval(double pollingInterval) {
    return portInterval(pollingInterval) * IntfQueueHistory::intervals;
 }
-// Passes are not quite regular.
+// Passes are not quite regular. Of quick ones, a ring must not get more than it has room for.
 double spacingFor(double interval, double pollingInterval) {
-   return interval - portInterval(pollingInterval) / 2;
+   return pollingInterval < leastInterval ? interval : interval - pollingInterval / 2;
 }
 
 Silo::HistoryOptions options(const HistorySettings& settings, double interval, std::size_t rings) {

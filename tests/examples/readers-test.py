@@ -38,6 +38,7 @@ TABLES = ("IntfCounters", "IntfClearCounters", "IntfQueueCounters", "IntfClearQu
           "VlanIntfClearCounters", "SubIntfCounters", "SubIntfClearCounters", "IntfNatCounters")
 VIEWS = {"interfaces": "IntfCounters", "queues": "IntfQueueCounters", "vlans": "VlanIntfCounters",
          "subinterfaces": "SubIntfCounters", "nat": "IntfNatCounters"}
+RECORDER = {"IntfHistory": "rings", "IntfQueueHistory": "rings", "Events": "events"}  # and what is in the document
 LIMIT = 20  # seconds: a reader that takes longer hangs, even on a machine that is busy
 
 
@@ -104,13 +105,13 @@ class Agent:
         self.process.stdout.close()
 
 
-def await_records(generation=0):
-    """Waits for an agent's first records, or for one that was written so often."""
+def await_records(generation=0, count=1):
+    """Waits for so many records of an agent, and for one that was written more often."""
     deadline = time.monotonic() + LIMIT
     while True:
         done = read("C++", "--json")
-        if done.returncode == 0 and any(row.get("generation", 0) > generation
-                                        for row in json.loads(done.stdout)["interfaces"]):
+        rows = json.loads(done.stdout)["interfaces"] if done.returncode == 0 else []
+        if len(rows) >= count and any(row.get("generation", 0) > generation for row in rows):
             return
         check(time.monotonic() < deadline, "nothing was published:", done.stderr)
         time.sleep(0.01)
@@ -135,7 +136,7 @@ rmon Ethernet1 4 1500000
 rmon Ethernet1 7 flip 60
 queue Ethernet1 3 1001001 64064064 205
 svi Zel0 20 ingress 0 0 4 400
-advance 4
+advance 24
 interface Ethernet1
 """
 
@@ -155,6 +156,42 @@ def expect_same_of_all_tables(is_alive):
             check(texts[0].stdout == texts[1].stdout, table, texts[0].stdout, "and", texts[1].stdout)
 
 
+def expect_same_of_recorder(is_alive):
+    """History and events, by both readers, and by what they must say after the scenario."""
+    found = {}
+    for table, member in RECORDER.items():
+        documents = [document_of(reader, table) for reader in READERS]
+        check(documents[0] == documents[1] and documents[0][member], table, *documents)
+        check(documents[0]["writer-alive"] == is_alive, table, "alive:", documents[0]["writer-alive"])
+        for options in ([], ["Ethernet1"]):
+            texts = [read(reader, "--table", table, *options) for reader in READERS]
+            check(texts[0].returncode == 0 and len(texts[0].stdout) > 40, texts[0])
+            check(texts[0].stdout == texts[1].stdout, table, texts[0].stdout, "and", texts[1].stdout)
+        found[table] = documents[0][member]
+
+    ports = {row["name"]: row["totals"] for row in document_of("C++")["interfaces"]}
+    for ring in found["IntfHistory"]:
+        expect_order(ring["samples"], is_gapless=True)
+        newest = ring["samples"][-1]["totals"]
+        drops = newest.pop("out-queue-drops")
+        check(drops == (205 if ring["name"] == "Ethernet1" else 0), ring["name"], drops)
+        check(newest.items() <= ports[ring["name"]].items(), ring["name"], newest, "is not what is published")
+    check(found["IntfQueueHistory"][0]["samples"][-1]["totals"]["queue.3.drops"] == 205, found["IntfQueueHistory"])
+    told = {(event["kind"], event["where"], event["what"]): event for event in found["Events"]}
+    flipped = told["upset", "Ethernet1", "in-unicast-pkts"]
+    check(flipped["before"] ^ flipped["after"] == 1 << 60 and "60" in flipped["text"], flipped)
+    check(("clear", "", "the agent") in told and ("port-came", "Ethernet1", "Ethernet2") in told, *told)
+
+
+def expect_order(samples, is_gapless):
+    """Each sample once, oldest first, and totals that never fall."""
+    for one, after in zip(samples, samples[1:]):
+        step = after["number"] - one["number"]
+        check(step == 1 if is_gapless else step > 0, one, "before", after)
+        check(after["time-ms"] > one["time-ms"], one, "before", after)
+        check(all(after["totals"][name] >= total for name, total in one["totals"].items()), one, "before", after)
+
+
 def test_every_table():
     with Agent("--ports", "2", "--pipes", "1", "--scenario", "-", stdin=subprocess.PIPE) as running:
         running.process.stdin.write(SCENARIO.encode())
@@ -162,9 +199,11 @@ def test_every_table():
         while not running.process.stdout.readline().startswith(b"generation "):  # the last line of a record
             pass
         expect_same_of_all_tables(is_alive=True)
+        expect_same_of_recorder(is_alive=True)
         running.process.stdin.close()
         check(running.process.wait(LIMIT) == 0, "the scenario failed")
         expect_same_of_all_tables(is_alive=False)
+        expect_same_of_recorder(is_alive=False)
 
 
 # --- An agent that writes all the time
@@ -275,7 +314,7 @@ def test_killed_agent():
                    stdin=subprocess.PIPE) as running:
             running.process.stdin.write(b"advance 4\ntraffic on\nadvance 1000000\n")
             running.process.stdin.close()
-            await_records(100 if turn == 0 else 0)  # one at least has written a while, however slow it is
+            await_records(100 if turn == 0 else 0, count=64)  # one at least has written a while, however slow it is
             seen.take(document_of("C++", statuses=(0, 2)), is_fresh)
             name = next(readers)
             reader = subprocess.Popen([*READERS[name], "--silo", silo, "--json"], stdout=subprocess.PIPE)
@@ -290,6 +329,34 @@ def test_killed_agent():
         check(ages_out(left[0])[0] == ages_out(left[1])[0] == ages_out(left[2])[0], *left)
     check(seen.newest > 100, "the agents hardly wrote anything: generation", seen.newest)
     print(f"{kills} kills, {seen.records} records read, {seen.torn} left torn")
+
+
+def samples_of_first_port(reader):
+    return document([*READERS[reader], "--silo", silo, "--table", "IntfHistory", "--json", "Ethernet1"])[
+        "rings"][0]["samples"]
+
+
+def test_turning_ring():
+    """A ring that turns faster than it is read: no sample is mixed of two, and none comes twice."""
+    seen = {}
+    with Agent("--ports", "2", "--pipes", "1", "--polling", "0.5", "--history", "0.5", "--scenario", "-",
+               stdin=subprocess.PIPE) as running:
+        running.process.stdin.write(b"advance 4\ntraffic on\nadvance 1000000\n")
+        running.process.stdin.close()
+        await_records(100)
+        for reader in itertools.islice(itertools.cycle(READERS), 16):
+            samples = samples_of_first_port(reader)
+            check(len(samples) <= 61, len(samples), "of a ring of 61")
+            expect_order(samples, is_gapless=False)
+            for one in samples:
+                check(seen.setdefault(one["number"], one) == one, one, "was", seen[one["number"]])
+        check(running.process.poll() is None, "the agent has ended: nothing was written meanwhile")
+        running.kill()
+    check(len(seen) > 100, "the ring hardly turned:", len(seen))
+    left = samples_of_first_port("C++")
+    check(left == samples_of_first_port("Python"), "the readers differ on what is left")
+    check(60 <= len(left) <= 61, len(left), "of a ring of 61 are left")
+    expect_order(left, is_gapless=True)
 
 
 # --- Damage
@@ -452,7 +519,7 @@ def test_options():
 
 
 try:
-    for test in (test_every_table, test_living_agent, test_killed_agent, test_damage, test_options):
+    for test in (test_every_table, test_living_agent, test_killed_agent, test_turning_ring, test_damage, test_options):
         started = time.monotonic()
         shutil.rmtree(silo, ignore_errors=True)
         test()

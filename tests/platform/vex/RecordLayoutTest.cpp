@@ -1,11 +1,16 @@
 // The fields of published records, compared with their tables in docs/published-records.md. Whoever changes a record has
 // to change the document, and the record's layout version.
+#include "silo/HistoryLayout.h"
 #include "silo/Record.h"
 #include "tests/support/Manual.h"
+#include "vex/PublishedHistory.h"
 #include "vex/PublishedRecords.h"
 
+#include <cstring>
+#include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <numeric>
 #include <set>
 #include <sstream>
 
@@ -106,9 +111,80 @@ TEST(RecordLayout, OfSourceNatIsTheDocumentedOne) {
                     record.createdUnixTime));
 }
 
+TEST(RecordLayout, OfEventsIsTheDocumentedOne) {
+   const Event record;
+   [[maybe_unused]] const auto& [a, b, c, d, e, f, g, h, i, j, k, l, m, n] = record;
+   EXPECT_EQ(documented("### Record of an event: Event"),
+             rowsOf(record,
+                    {"number", "time", "unixTime", "count", "lastTime", "lastUnixTime", "hasValues", "before",
+                     "after", "others", "kind", "where", "what", "text"},
+                    record.number, record.time, record.unixTime, record.count, record.lastTime,
+                    record.lastUnixTime, record.hasValues, record.before, record.after, record.others,
+                    record.kind, record.where, record.what, record.text));
+}
+
+// Where things lie in a history, by a sample that is written and the words that are found.
+TEST(RecordLayout, OfHistoriesIsTheDocumentedOne) {
+   constexpr std::size_t depth = 3;
+   const Silo::HistoryGeometry geometry(IntfQueueHistory::layout, depth);
+   const std::size_t values = IntfQueueHistory::layout.size;
+   const Rows parts = manualRows(document, "### Histories");
+   EXPECT_EQ(parts.at(1).at(0), std::to_string(sizeof(Silo::TableHeader)));
+   EXPECT_EQ(parts.at(1).at(1), std::to_string(sizeof(Silo::HistoryHeader)));
+   EXPECT_EQ(parts.at(2).at(0), std::to_string(geometry.banksOffset));
+
+   struct alignas(Silo::cacheLine) Line {
+      std::byte bytes[Silo::cacheLine];
+   };
+   constexpr std::size_t ring = 18; // in the second bank
+   std::vector<Line> file(geometry.sizeFor(2 * Silo::HistoryGeometry::ringsPerBank) / sizeof(Line));
+   auto* const start = reinterpret_cast<std::byte*>(file.data());
+   std::byte* const bank = start + geometry.bankOffset(ring);
+   EXPECT_EQ(bank - start, geometry.banksOffset + 16 * (128 + depth * (24 + values)));
+   geometry.head(bank, ring).keyIs(Silo::Key("Ethernet1"));
+   std::vector<U64> totals(geometry.fields);
+   std::iota(totals.begin(), totals.end(), 100);
+   geometry.sample(bank, ring, 5 % depth).write(5, Silo::SampleFlag::begun, 0.0, totals);
+
+   const auto word = [&](std::size_t at) {
+      U64 found = 0;
+      std::memcpy(&found, bank + at, sizeof found);
+      return found;
+   };
+   const auto offset = [](const Rows& rows, std::size_t row) { return std::stoul(rows.at(row).at(0)); };
+   const Rows bankRows = manualRows(document, "### Bank");
+   EXPECT_EQ(bankRows.at(0).at(0), "128 x k");
+   EXPECT_EQ(bankRows.at(1).at(0), "2048 + (p x 16 + k) x (24 + V)");
+   const Rows head = manualRows(document, "### Ring");
+   const std::size_t headAt = 128 * (ring % 16);
+   EXPECT_EQ(word(headAt + offset(head, 0)), 2U);
+   EXPECT_EQ(word(headAt + offset(head, 1)), Silo::Key("Ethernet1").hash());
+   EXPECT_EQ(word(headAt + offset(head, 3)), Silo::Key("Ethernet1").words()[0]);
+   const Rows sample = manualRows(document, "### Sample");
+   const std::size_t at = 2048 + (5 % depth * 16 + ring % 16) * (24 + values);
+   EXPECT_EQ(word(at + offset(sample, 0)), 5 * 256 + 2);
+   Silo::Checksum<U64> checksum;
+   checksum.add({5 * 256 + 2, word(at + offset(sample, 1))});
+   for (std::size_t i = 0; i < totals.size(); i += 4) {
+      checksum.add({totals[i], totals[i + 1], totals[i + 2], totals[i + 3]});
+   }
+   EXPECT_EQ(word(at + offset(sample, 2)), checksum.value());
+   EXPECT_EQ(word(at + offset(sample, 3)), 100U);
+   EXPECT_EQ(word(at + 24 + values - sizeof(U64)), totals.back());
+}
+
+template <class Record>
+constexpr Silo::RecordLayout layoutOf() {
+   if constexpr (Silo::RecordType<Record>) {
+      return Silo::layoutOf<Record>();
+   } else {
+      return Record::layout;
+   }
+}
+
 template <class Record>
 Row versionRow() {
-   constexpr Silo::RecordLayout layout = Silo::layoutOf<Record>();
+   constexpr Silo::RecordLayout layout = layoutOf<Record>();
    return {std::to_string(layout.size), std::string(layout.name), std::to_string(layout.version)};
 }
 
@@ -124,24 +200,33 @@ TEST(RecordLayout, HasTheDocumentedVersionsAndTables) {
       versions.push_back(row);
    }
    EXPECT_EQ(versions, (Rows{versionRow<IntfCounters>(), versionRow<L3IntfCounters>(),
-                             versionRow<IntfQueueCounters>(), versionRow<NatCounter>()}));
-   EXPECT_EQ(tables, std::set<std::string>(TableName::all.begin(), TableName::all.end()));
+                             versionRow<IntfQueueCounters>(), versionRow<NatCounter>(), versionRow<Event>(),
+                             versionRow<IntfHistory>(), versionRow<IntfQueueHistory>()}));
+   std::set<std::string> published(TableName::all.begin(), TableName::all.end());
+   published.insert({TableName::events, TableName::intfHistory, TableName::intfQueueHistory});
+   EXPECT_EQ(tables, published);
 }
 
-template <class Statistics>
-void expectDocumentedFields(const std::string& heading) {
+template <class Fields, class Name>
+void expectDocumentedFields(const std::string& heading, const Fields& fields, Name nameOf) {
    const Rows rows = manualRows(document, heading);
-   const auto& fields = ::Interface::fieldsOf<Statistics>();
    ASSERT_EQ(rows.size(), fields.size());
    for (std::size_t i = 0; i < fields.size(); ++i) {
       EXPECT_EQ(rows[i][0], std::to_string(i));
-      EXPECT_EQ(rows[i][1], "`" + std::string(fields[i].name) + "`");
+      EXPECT_EQ(rows[i][1], "`" + std::string(nameOf(fields[i])) + "`");
    }
 }
 
 TEST(RecordLayout, HasTheDocumentedFields) {
-   expectDocumentedFields<::Interface::EthIntfStatistics>("### Fields of a port");
-   expectDocumentedFields<::Interface::L3IntfStatistics>("### Fields of an L3 interface");
+   const auto nameOf = [](const auto& field) { return field.name; };
+   expectDocumentedFields("### Fields of a port", ::Interface::fieldsOf<::Interface::EthIntfStatistics>(),
+                          nameOf);
+   expectDocumentedFields("### Fields of an L3 interface",
+                          ::Interface::fieldsOf<::Interface::L3IntfStatistics>(), nameOf);
+   expectDocumentedFields("### Values of a port's sample: IntfHistory", IntfHistory::fieldNames,
+                          std::identity());
+   expectDocumentedFields("### Values of eight queues' sample: IntfQueueHistory",
+                          IntfQueueHistory::fieldNames, std::identity());
 }
 
 } // namespace
