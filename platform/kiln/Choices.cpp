@@ -25,10 +25,11 @@ String quoted(std::string_view word) {
    return text + (word.size() > shown ? "...'" : "'");
 }
 
-String choices(const std::vector<String>& all) {
+String choices(const std::vector<String>& all, std::string_view last) {
    String text;
    for (std::size_t i = 0; i < all.size(); ++i) {
-      text += (i == 0 ? "" : i + 1 == all.size() ? " or " : ", ") + all[i];
+      text += i == 0 ? "" : i + 1 == all.size() ? last : ", ";
+      text += all[i];
    }
    return text;
 }
@@ -56,7 +57,7 @@ String counted(U64 number, std::string_view singular) {
    return std::to_string(number) + " " + String(singular) + (number == 1 ? "" : "s");
 }
 
-String nameRanges(const std::vector<String>& sorted) {
+String nameRanges(const std::vector<String>& sorted, std::string_view lastSeparator) {
    constexpr std::size_t shown = 8;
    std::vector<String> ranges;
    for (std::size_t i = 0; i < sorted.size();) {
@@ -71,7 +72,7 @@ String nameRanges(const std::vector<String>& sorted) {
       ranges.resize(shown);
       ranges.emplace_back("others");
    }
-   return choices(ranges);
+   return choices(ranges, lastSeparator);
 }
 
 namespace {

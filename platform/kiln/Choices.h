@@ -15,7 +15,7 @@ String joined(const std::vector<String>& all, std::string_view separator);
 String quoted(std::string_view word);
 
 // "a", "a or b", "a, b or c".
-String choices(const std::vector<String>& all);
+String choices(const std::vector<String>& all, std::string_view last = " or ");
 
 // An age for people: "118 s", from five minutes on "5 min 3 s", then "3 h 20 min" and "2 d 3 h".
 String durationText(double seconds);
@@ -24,8 +24,8 @@ String durationText(double seconds);
 String counted(U64 number, std::string_view singular);
 
 // The first few of the names, which are in natural order, with neighbours drawn together: "Ethernet1 to Ethernet64 or
-// Internal1".
-String nameRanges(const std::vector<String>& sorted);
+// Internal1". `lastSeparator` stands before the last one.
+String nameRanges(const std::vector<String>& sorted, std::string_view lastSeparator = " or ");
 
 // The choices that the word names: the one that it is, else all that begin with it. `intf` and `interface` are one word.
 std::vector<String> wordsMeant(std::string_view word, const std::vector<String>& all);

@@ -3,6 +3,7 @@
 
 #include "kiln/Types.h"
 
+#include <array>
 #include <functional>
 #include <mutex>
 
@@ -31,6 +32,11 @@ inline constexpr const char* agentEnded = "agent-ended";
 inline constexpr const char* agentKilled = "agent-killed";
 inline constexpr const char* historyAnew = "history-anew";
 inline constexpr const char* message = "message"; // any other message of the operator log
+
+inline constexpr std::array all{wrap,        upset,       reset,       suspect,  discontinuity, portCame,
+                                portWent,    portMoved,   chipCame,    chipWent, chipSilent,    chipAnswers,
+                                tableFull,   tableMended, tableRemade, clear,    agentStarted,  agentEnded,
+                                agentKilled, historyAnew, message};
 } // namespace EventKind
 
 struct Event {

@@ -115,7 +115,7 @@ void tellPublishedClear(const Kiln::String& name) {
    Kiln::EventLog::instance().record({.kind = Kiln::EventKind::clear,
                                       .where = name == "all" ? "" : name,
                                       .what = Agent::CommandOrigin::current().who,
-                                      .text = "published counters of " + name});
+                                      .text = Kiln::String(publishedClear) + name});
 }
 
 namespace {

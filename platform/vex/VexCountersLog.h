@@ -7,6 +7,7 @@
 #include "zel/Pelt.h"
 
 #include <exception>
+#include <string_view>
 
 namespace Vex {
 
@@ -19,7 +20,8 @@ extern const Kiln::LogMessage VEX_COUNTERS_TABLE_TAKEN_OVER;
 // The corruption handler of the shared tables.
 void logCorruption(const Silo::Corruption& corruption);
 
-// An interface's published counters, or those of "all", were cleared: that is an event, with who did it.
+// An interface's published counters, or those of "all", were cleared: that is an event, with who did it. Its text begins so.
+inline constexpr std::string_view publishedClear = "published counters of ";
 void tellPublishedClear(const Kiln::String& name);
 
 // Tells the operator, once per interface, that its counters cannot be published and why. That its name is no key of a

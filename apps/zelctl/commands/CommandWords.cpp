@@ -1,6 +1,7 @@
 // The one list of first words: commands are run, completed and refused by it.
 #include "apps/zelctl/commands/CommandWords.h"
 
+#include "apps/zelctl/events/EventsRequest.h"
 #include "apps/zelctl/history/HistoryRequest.h"
 #include "apps/zelctl/views/RecordRequest.h"
 #include "apps/zelctl/views/TopView.h"
@@ -23,12 +24,13 @@ std::vector<String> showCommands() {
 
 std::vector<String> allCommands() {
    std::vector<String> all = showCommands();
-   all.insert(all.end(), {historyCommand, "log", "ringlog", "watch", "help", "quit", "exit"});
+   all.insert(all.end(), {eventsCommand, historyCommand, "log", "ringlog", "watch", "help", "quit", "exit"});
    return all;
 }
 
 bool isRecordCommand(const String& command) {
-   return viewNamed(command) != nullptr || command == topCommand || command == historyCommand;
+   return viewNamed(command) != nullptr || command == topCommand || command == eventsCommand ||
+          command == historyCommand;
 }
 
 bool isAgentCommand(const String& command) {

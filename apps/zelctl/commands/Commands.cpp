@@ -8,6 +8,7 @@
 #include "apps/zelctl/commands/Filters.h"
 #include "apps/zelctl/commands/Help.h"
 #include "apps/zelctl/commands/WatchCommand.h"
+#include "apps/zelctl/events/EventsView.h"
 #include "apps/zelctl/history/HistoryCommand.h"
 #include "apps/zelctl/terminal/Pager.h"
 #include "apps/zelctl/terminal/Utf8.h"
@@ -143,19 +144,23 @@ String misplaced(const Words& words, const String& command) {
    return right.starts_with("counters show " + rest.front()) ? right : "";
 }
 
+// Not at the prompt, signals are caught only by what goes on until one, so that other commands die of Ctrl-C as usual.
+template <class Run>
+int untilSignal(Signals* signals, Run run) {
+   if (signals != nullptr) {
+      return run(signals);
+   }
+   Signals own;
+   return run(&own);
+}
+
 int watch(const Client& client, const WatchRequest& request, Signals* signals) {
-   const auto rounds = [&](Signals* caught) {
+   return untilSignal(signals, [&](Signals* caught) {
       return runWatch(
            request,
            [&](const Patience& patience) { return fetchRound(client, request.words, caught, patience); },
            caught);
-   };
-   if (signals != nullptr) {
-      return rounds(signals);
-   }
-   // Not at the prompt: signals are caught only here, so that other commands die of Ctrl-C as usual.
-   Signals own;
-   return rounds(&own);
+   });
 }
 
 } // namespace
@@ -219,6 +224,17 @@ int runLine(const Client& client, const String& line, Signals* signals) {
          const bool isLive = isScreen() && split.filters.empty() && !isTopJson(words);
          return isLive ? watch(client, {.words = words}, signals)
                        : print(viewTop(words, client.store(), textWidth()), printing);
+      }
+      if (command == eventsCommand) {
+         if (!isFollowing(words, client.store())) {
+            return print(viewEvents(words, client.store(), textWidth()), printing);
+         }
+         if (!split.filters.empty()) {
+            throw std::runtime_error("follow goes on until it is stopped: leave out '|' and what follows it");
+         }
+         return untilSignal(signals, [&](Signals* caught) {
+            return followEvents(words, client.store(), textWidth(), caught);
+         });
       }
       if (command == historyCommand) {
          const Charset charset = showsUtf8() ? Charset::utf8 : Charset::ascii;

@@ -5,6 +5,7 @@
 #include "apps/zelctl/commands/CommandWords.h"
 #include "apps/zelctl/commands/Filters.h"
 #include "apps/zelctl/commands/Help.h"
+#include "apps/zelctl/events/EventsRequest.h"
 #include "apps/zelctl/history/HistoryRequest.h"
 #include "apps/zelctl/terminal/Utf8.h"
 #include "apps/zelctl/views/RecordRequest.h"
@@ -61,8 +62,9 @@ Words follow(const Client& client, Words before, const String& partial) {
       }
       // Words that a watch would refuse are not offered.
       Words shows = before.empty() ? showCommands() : follow(client, before, partial);
-      std::erase_if(shows,
-                    [](const String& word) { return word == "clear" || word == "json" || word == "rates"; });
+      std::erase_if(shows, [](const String& word) {
+         return word == "clear" || word == "json" || word == "rates" || word == "since";
+      });
       return shows;
    }
    if (isViewCommand(before.front())) {
@@ -70,6 +72,9 @@ Words follow(const Client& client, Words before, const String& partial) {
    }
    if (before.front() == topCommand) {
       return topCandidates(before);
+   }
+   if (before.front() == eventsCommand) {
+      return eventsCandidates(before, partial, client.store());
    }
    if (before.front() == historyCommand) {
       return historyCandidates(before, partial, client.store());

@@ -84,22 +84,66 @@ does not allow is a 'suspect' one: 'interfaces errors' counts them.
      Topic{"upset", "a value that cannot be: 'help health'"},
      Topic{"suspect", "a step that is too big for the port's speed: 'help health'"},
      Topic{"silent", "a chip that does not answer: 'help health'"},
+     Topic{"reset", "counters of a port that fell together: they began again"},
+     Topic{"discontinuity", "a port whose chip came again: its counts go on, or anew"},
+     Topic{"port-came", "an interface got a port"},
+     Topic{"port-went", "an interface lost its port"},
+     Topic{"port-moved", "an interface goes on at another port"},
+     Topic{"chip-came", "a chip came up"},
+     Topic{"chip-went", "a chip went away"},
+     Topic{"chip-silent", "a chip that answers no reads: its counters stand still"},
+     Topic{"chip-answers", "a chip that was silent answers again"},
+     Topic{"table-full", "a table had no room for an interface"},
+     Topic{"table-mended", "a damaged record was made whole"},
+     Topic{"table-remade", "a damaged or lost table was made anew"},
+     Topic{"agent-started", "an agent began to publish"},
+     Topic{"agent-ended", "an agent ended in good order"},
+     Topic{"agent-killed", "an agent ended without closing its tables"},
+     Topic{"history-anew", "the history of an earlier agent was lost"},
+     Topic{"message", "any other message of the operator log"},
      Topic{"stale", "not read for three polling intervals: 'help states'"},
      Topic{"final", "drops also by where frames were lost in the end"},
      Topic{"log", "the agent's messages for operators", "\n   log [json]\n"},
      Topic{"ringlog", "the agent's diagnostics", "\n   ringlog [json]\n"},
      Topic{"interfaces", "counters of ports", R"(
    interfaces [INTF...] [nonzero] [rates] [errors] [raw] [exact] [json]
+              [since MOMENT]
 
 Speed, state, use of the line, bits per second, octets, packets, errors and
 discards. 'interfaces INTF' shows all counters of one. See 'help states'.
 )"},
-     Topic{"queues", "counters of egress queues", "\n   queues [INTF...] [nonzero] [rates] [exact] [json]\n"},
+     Topic{"queues", "counters of egress queues",
+           "\n   queues [INTF...] [nonzero] [rates] [exact] [json] [since MOMENT]\n"},
      Topic{"vlans", "counters of VLAN interfaces",
-           "\n   vlans [INTF...] [nonzero] [rates] [raw] [exact] [json]\n"},
+           "\n   vlans [INTF...] [nonzero] [rates] [raw] [exact] [json] [since clear]\n"},
      Topic{"subinterfaces", "counters of subinterfaces",
-           "\n   subinterfaces [INTF...] [nonzero] [rates] [raw] [exact] [json]\n"},
+           "\n   subinterfaces [INTF...] [nonzero] [rates] [raw] [exact] [json] [since clear]\n"},
      Topic{"nat", "what source NAT translated", "\n   nat [INTF...] [nonzero] [raw] [exact] [json]\n"},
+     Topic{"events", "what happened, and when", R"(
+   events [INTF...] [KIND...] [last DURATION | from TIME to TIME] [follow]
+          [json]
+
+   events Ethernet1 last 1h         of one interface; also of a chip or a table
+   events wrap upset reset          of these kinds: 'events ?' lists them
+   events follow                    goes on until Ctrl-C
+
+Oldest first: when, of which kind, where, what, and values before -> after. What
+came again is one line with how often, and when last. It reads shared memory,
+also after the agent ended; the newest 4096 are kept.
+)"},
+     Topic{"since", "counts since a moment, or since the clear", R"(
+   interfaces since 5m
+   queues since 14:05:09            or with a date: 2026-11-22 14:05:09
+   interfaces Ethernet1 since clear
+
+Counts are differences up to the newest sample, rates and use are means over
+that time. '-' is a counter without a history. 'since' in a row says where its
+counts begin if that is elsewhere; 'begun': there, the record counted from zero.
+)"},
+     Topic{"follow", "goes on until Ctrl-C"},
+     Topic{"last", "back from now: a duration follows, as 90s, 5m or 1h30m"},
+     Topic{"from", "a time follows, as 14:05, 14:05:09 or 2026-11-22 14:05:09"},
+     Topic{"to", "a time follows, as 14:05, 14:05:09 or 2026-11-22 14:05:09"},
      Topic{"history", "what counters did, as plots", R"(
    history INTF... [COUNTER...] [last DURATION | from TIME to TIME] [totals]
            [json | csv]
@@ -114,7 +158,7 @@ rates, 'max' the highest between two samples. Empty columns with '-' below have
 no samples; '!' is a discontinuity: a counter wrapped, was upset or reset.
 )"},
      Topic{"top", "the busiest, most dropping and most erring ports and queues", R"(
-   top [by use|in|out|packets|drops|errors] [json]
+   top [by use|in|out|packets|drops|errors] [last DURATION] [json]
 
 On a terminal it goes on until Ctrl-C or q.
 )"},

@@ -72,11 +72,21 @@ constexpr const char* end = R"(     INTF                           only these; '
      raw                            not for queues: the chip's own counts, which
                                     wrap and may jump
      exact                          every digit of large numbers
+     since 5m|clear|14:05:09        counts since then, and mean rates; history
+                                    there is of interfaces and queues only
      json                           prints JSON, for programs
 
    top [by COLUMN]                  the busiest, most dropping and most erring
                                     ports and queues, live on a terminal; by
                                     use, in, out, packets, drops or errors
+     last 5m                        by what happened in that time
+     json                           prints JSON, for programs
+
+   events [INTF...] [KIND...]       what happened: wraps, upsets, silent chips,
+                                    clears, ports and agents that came and went
+     last 1h                        back from now
+     from 14:05 to 14:10:30         between these times
+     follow                         and goes on until Ctrl-C
      json                           prints JSON, for programs
 
    history INTF... [COUNTER...]     what counters did, as plots; of one counter

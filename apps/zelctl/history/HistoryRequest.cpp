@@ -2,6 +2,7 @@
 #include "apps/zelctl/history/HistoryRequest.h"
 
 #include "apps/zelctl/views/RecordRequest.h"
+#include "apps/zelctl/views/TimeWords.h"
 #include "kiln/Choices.h"
 #include "kiln/Name.h"
 #include "kiln/NameChoice.h"
@@ -68,37 +69,17 @@ class Parser {
       // "to" is a whole word, and the beginning of another.
       const String keyword = meant.size() == 1 ? meant.front() : "";
       if (keyword == "last") {
-         const String& text = operandOf("last", "a duration", "one as 90s, 5m or 1h30m");
-         request_.last = parseDuration(text);
-         if (!request_.last) {
-            throw std::runtime_error("invalid duration " + Kiln::quoted(text) +
-                                     ": expected one as 90s, 5m or 1h30m");
-         }
+         request_.last = takeDuration(words_, ++at_);
       } else if (keyword == "from") {
-         request_.from = timeAfter("from");
+         request_.from = takeTime(words_, &++at_, clock_);
       } else if (keyword == "to") {
-         request_.to = timeAfter("to");
+         request_.to = takeTime(words_, &++at_, clock_);
       } else if (keyword == "totals") {
          request_.values = HistorySeries::Values::counts;
       } else if (keyword == "json" || keyword == "csv") {
          request_.format = keyword == "json" ? HistoryRequest::Format::json : HistoryRequest::Format::csv;
       }
       return !keyword.empty();
-   }
-
-   double timeAfter(const char* keyword) {
-      const String expected =
-           "one as 14:05, 14:05:09 or 2026-11-22 14:05:09; now it is " + clock_.dateAndTimeText(clock_.now);
-      String text = operandOf(keyword, "a time", expected);
-      // A date and its time are two words.
-      if (text.find('-') != String::npos && text.find(':') == String::npos && at_ + 1 < words_.size()) {
-         text += " " + words_[++at_];
-      }
-      const std::optional<double> time = parseTime(text, clock_);
-      if (!time) {
-         throw std::runtime_error("invalid time " + Kiln::quoted(text) + ": expected " + expected);
-      }
-      return *time;
    }
 
    bool takesCounter(const String& word) {

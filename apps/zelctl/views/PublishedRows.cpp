@@ -32,8 +32,9 @@ const char* text(Activity activity) {
 }
 
 const NamedCounter* PublishedRow::counter(std::string_view counterName) const {
-   const auto found = std::ranges::find(text.counters, counterName, &NamedCounter::name);
-   return found == text.counters.end() ? nullptr : &*found;
+   const std::vector<NamedCounter>& shown = span ? span->counters : text.counters;
+   const auto found = std::ranges::find(shown, counterName, &NamedCounter::name);
+   return found == shown.end() ? nullptr : &*found;
 }
 
 Activity PublishedTable::activity(const PublishedRow& row, std::string_view queue) const {
@@ -59,7 +60,7 @@ Activity PublishedTable::activity(const PublishedRow& row, std::string_view queu
 }
 
 std::vector<String> PublishedTable::notes() const {
-   std::vector<String> all;
+   std::vector<String> all = spanNotes;
    if (const String activity = activityNote(); !activity.empty()) {
       all.push_back(activity);
    }
@@ -93,7 +94,10 @@ PublishedTable readPorts(const Silo::Store& store, const char* tableName) {
    PublishedTable ports = readPublished<Silo::Interface::IntfCounters>(store, tableName);
    std::map<String, PublishedRow> queues;
    try {
-      const char* const name = Silo::Interface::TableName::intfQueueCounters;
+      namespace TableName = Silo::Interface::TableName;
+      const char* const name = std::string_view(tableName) == TableName::intfClearCounters
+                                    ? TableName::intfClearQueueCounters
+                                    : TableName::intfQueueCounters;
       for (PublishedRow& row : readPublished<Silo::Interface::IntfQueueCounters>(store, name).rows) {
          queues.emplace(row.name, std::move(row));
       }

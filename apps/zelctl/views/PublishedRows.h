@@ -1,6 +1,7 @@
 // Reads all records of a shared table at once, in natural order of their names, and says what may be believed of each.
 #pragma once
 
+#include "apps/zelctl/views/TimeSpan.h"
 #include "kiln/Name.h"
 #include "silo/TableReader.h"
 #include "vex/RecordText.h"
@@ -25,6 +26,21 @@ const char* text(Activity activity);
 
 inline constexpr double staleAfter = 3; // polling intervals
 
+// What a record counted over a span of time that ends with its newest sample.
+struct CountedSpan {
+   enum class Begin : U8 {
+      asked,        // where it was asked for
+      other,        // where its history begins, or before a gap
+      begun,        // where the record begins: it counted from zero within the span
+      neverCleared, // the same, as nobody ever cleared it
+      unknown,      // nothing is known of it
+   } begin = Begin::unknown;
+   double from = 0;                           // by the table's clock; 0: not known
+   std::vector<Vex::NamedCounter> counters{}; // those that have a past; rates are means
+   std::optional<U64> suspects{};             // where that is known
+   Kiln::String by{};                         // who cleared, where that is known
+};
+
 struct PublishedRow {
    Kiln::String name; // empty if the record is damaged and its name lost
    Silo::ReadResult result = Silo::ReadResult::absent;
@@ -33,9 +49,12 @@ struct PublishedRow {
    std::optional<double> age;
    bool isStale = true;  // older than three polling intervals, or of no known age
    Vex::RecordText text; // empty unless the result is ok; without rates where these are not of now
+   double sampleTime = Silo::unknownSampleTime; // by the table's clock
+   std::optional<CountedSpan> span{};           // if counts over one are shown, then instead of totals
    // Of a port: the age of its queues' drops, if these are known.
    std::optional<double> queuesAge;
 
+   // As it is shown; null if there is none, or nothing is known of it over the span.
    const Vex::NamedCounter* counter(std::string_view counterName) const;
 };
 
@@ -44,8 +63,10 @@ struct PublishedTable {
    Kiln::String owner;         // whose table it is; empty if there was no choice
    double pollingInterval = 0; // seconds
    bool isWriterAlive = false;
-   double now = 0; // on the table's clock
+   double now = 0;     // on the machine's monotonic clock
+   TableClock clock{}; // of the records' times; of one of another boot, now is the newest sample's
    std::vector<PublishedRow> rows;
+   std::vector<Kiln::String> spanNotes{}; // of the span that counts are shown over
 
    // What happens at the row's interface, or at one of its queues.
    Activity activity(const PublishedRow& row, std::string_view queue = "") const;
@@ -70,13 +91,17 @@ PublishedTable readPublished(const Silo::Store& store, const char* tableName) {
                         reader.state().pollingInterval,
                         reader.isWriterAlive(),
                         Silo::monotonicNow(),
+                        {},
                         {}};
+   double newest = 0;
    for (const Silo::Entry<Record>& entry : entries) {
       PublishedRow row;
       row.name = entry.key.isValid() ? Kiln::String(entry.key.view()) : Kiln::String();
       row.result = entry.result;
       if (row.result == Silo::ReadResult::ok) {
          row.generation = entry.sample.info.generation;
+         row.sampleTime = entry.sample.info.sampleTime;
+         newest = std::max(newest, row.sampleTime);
          row.age = reader.age(entry.sample.info, table.now, Silo::ClockDomain::monotonic());
          row.isStale = !row.age || *row.age > staleAfter * table.pollingInterval;
          row.text = Vex::textOf(entry.sample.record);
@@ -86,13 +111,16 @@ PublishedTable readPublished(const Silo::Store& store, const char* tableName) {
       }
       table.rows.push_back(std::move(row));
    }
+   table.clock = TableClock::of(reader.state(), newest);
+   table.clock.now = table.clock.isOfHere ? table.clock.now : newest;
    std::ranges::sort(
         table.rows, [](const auto& a, const auto& b) { return Kiln::naturalCompare(a, b) < 0; },
         &PublishedRow::name);
    return table;
 }
 
-// The ports, each with the sum of its queues' drops as the counter "out-queue-drops", where these are published.
+// The ports of the table or the clear table, each with the sum of its queues' drops as the counter "out-queue-drops",
+// where these are published.
 PublishedTable readPorts(const Silo::Store& store, const char* tableName);
 
 } // namespace ZelCtl

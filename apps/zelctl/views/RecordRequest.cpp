@@ -13,7 +13,8 @@ namespace Tables = Silo::Interface;
 
 constexpr std::array keywordNames{std::pair{nonzero, "nonzero"}, std::pair{rates, "rates"},
                                   std::pair{errors, "errors"},   std::pair{raw, "raw"},
-                                  std::pair{exact, "exact"},     std::pair{json, "json"}};
+                                  std::pair{exact, "exact"},     std::pair{json, "json"},
+                                  std::pair{since, "since"}};
 
 using enum Column::Shows;
 
@@ -55,44 +56,50 @@ constexpr Column natColumns[] = {{"packets", "Packets", ""}, {"bytes", "Bytes", 
 constexpr View allViews[] = {
      {"interfaces",
       "counters of ports",
-      nonzero | rates | errors | raw | exact | json,
+      nonzero | rates | errors | raw | exact | json | since,
       readPorts,
       Tables::TableName::intfCounters,
       intfColumns,
       intfErrorColumns,
       {"discontinuity", "Discont"},
       false,
-      true},
+      true,
+      Tables::TableName::intfClearCounters,
+      PastTable::Kind::ports},
      {"queues",
       "counters of egress queues",
-      nonzero | rates | exact | json,
+      nonzero | rates | exact | json | since,
       readPublished<Tables::IntfQueueCounters>,
       Tables::TableName::intfQueueCounters,
       queueColumns,
       {},
       {"discontinuity", "Discont"},
       true,
-      false},
+      false,
+      Tables::TableName::intfClearQueueCounters,
+      PastTable::Kind::queues},
      {"vlans",
       "counters of VLAN interfaces",
-      nonzero | rates | raw | exact | json,
+      nonzero | rates | raw | exact | json | since,
       readPublished<Tables::L3IntfCounters>,
       Tables::TableName::vlanIntfCounters,
       l3Columns,
       {},
       {"discontinuity", "Discont"},
       false,
-      false},
+      false,
+      Tables::TableName::vlanIntfClearCounters},
      {"subinterfaces",
       "counters of subinterfaces",
-      nonzero | rates | raw | exact | json,
+      nonzero | rates | raw | exact | json | since,
       readPublished<Tables::L3IntfCounters>,
       Tables::TableName::subIntfCounters,
       l3Columns,
       {},
       {"discontinuity", "Discont"},
       false,
-      false},
+      false,
+      Tables::TableName::subIntfClearCounters},
      {"nat",
       "what source NAT translated",
       nonzero | raw | exact | json,
@@ -153,6 +160,10 @@ unsigned keywordMeant(const View& view, const String& word) {
 }
 
 [[noreturn]] void refuseWord(const View& view, const String& word, const String& error) {
+   if (word == "since") {
+      throw std::runtime_error("only interfaces and queues have a history, and " + String(view.command) +
+                               " has no clear either: leave out since");
+   }
    const String near = Kiln::nearest(word, keywordsOf(view));
    if (!near.empty()) {
       throw std::runtime_error("unexpected " + Kiln::quoted(word) + ": did you mean " + near + "?");
@@ -181,13 +192,18 @@ RecordRequest parseRecordRequest(const std::vector<String>& words, const Publish
       }
       const unsigned keyword = isNamed || isKnown(words[i]) ? 0 : keywordMeant(*request.view, words[i]);
       request.keywords |= keyword;
-      if (keyword == 0) {
+      if (keyword == since) {
+         request.span = takeSince(words, &i, table.clock);
+      } else if (keyword == 0) {
          const Kiln::NameChoice choice = Kiln::chooseNames(words[i], known);
          if (!choice.error.empty()) {
             refuseWord(*request.view, words[i], choice.error);
          }
          request.names.insert(request.names.end(), choice.names.begin(), choice.names.end());
       }
+   }
+   if (request.has(since) && request.has(raw)) {
+      throw std::runtime_error("the chip's own counts have no past: leave out raw, or since");
    }
    return request;
 }

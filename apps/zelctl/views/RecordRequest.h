@@ -1,7 +1,8 @@
 // `zelctl interfaces` and its kin: the views, their keywords, and a request read from the words of a command.
 #pragma once
 
-#include "apps/zelctl/views/PublishedRows.h"
+#include "apps/zelctl/views/PastSamples.h"
+#include "apps/zelctl/views/Since.h"
 
 #include <array>
 #include <span>
@@ -24,7 +25,7 @@ struct TimeColumn {
    std::string_view heading;
 };
 
-enum Keywords : unsigned { nonzero = 1, rates = 2, errors = 4, raw = 8, exact = 16, json = 32 };
+enum Keywords : unsigned { nonzero = 1, rates = 2, errors = 4, raw = 8, exact = 16, json = 32, since = 64 };
 
 struct View {
    std::string_view command;
@@ -37,6 +38,8 @@ struct View {
    TimeColumn time;
    bool isByQueue; // the list has a line for each queue
    bool hasMore;   // records have more counters than the list shows: a named interface is shown whole
+   const char* clearTable = nullptr;      // null if nothing can be cleared
+   std::optional<PastTable::Kind> past{}; // which history there is; none for none
 };
 
 std::span<const View> views();
@@ -49,6 +52,7 @@ struct RecordRequest {
    const View* view = nullptr;
    unsigned keywords = 0;
    std::vector<Kiln::String> names;
+   std::optional<Since> span{}; // if `since` is asked for
 
    bool has(unsigned keyword) const { return (keywords & keyword) != 0; }
 };

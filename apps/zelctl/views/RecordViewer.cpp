@@ -2,10 +2,11 @@
 #include "apps/zelctl/views/RecordViewer.h"
 
 #include "apps/zelctl/views/Readable.h"
+#include "apps/zelctl/views/RecordJson.h"
 #include "apps/zelctl/views/RecordRequest.h"
+#include "apps/zelctl/views/RecordValues.h"
 #include "apps/zelctl/views/TextTable.h"
 #include "kiln/Choices.h"
-#include "kiln/JsonWriter.h"
 #include "kiln/NameChoice.h"
 
 #include <algorithm>
@@ -14,46 +15,22 @@ namespace ZelCtl {
 
 namespace {
 
-using Kiln::JsonWriter;
 using Kiln::String;
 using Vex::NamedCounter;
 using Kind = ShownColumn::Kind;
 
 constexpr const char* unknown = "-";
 
-U64 countOf(const NamedCounter& counter, const RecordRequest& request) {
-   return request.has(raw) ? counter.reading.value_or(counter.total) : counter.total;
-}
-
 String shownCount(U64 count, const RecordRequest& request) {
    return request.has(exact) ? std::to_string(count) : countText(count);
-}
-
-// Of the line's capacity, by RFC 2819: each packet also takes a preamble and a gap of 20 octets.
-std::optional<U64> usePerMille(const PublishedRow& row, std::string_view direction) {
-   constexpr double overhead = 20; // octets
-   const NamedCounter* const octets = row.counter(String(direction) + "-octets");
-   const NamedCounter* const packets = row.counter(String(direction) + "-pkts");
-   const U64 speed = row.text.speed.value_or(0);
-   if (speed == 0 || octets == nullptr || packets == nullptr || !octets->rate || !packets->rate) {
-      return std::nullopt;
-   }
-   const double bits = 8 * (*octets->rate + overhead * *packets->rate);
-   return Vex::wholeRate(1000 * bits / static_cast<double>(speed));
 }
 
 String ageText(const PublishedRow& row) {
    return row.age ? Kiln::durationText(*row.age) : "unknown";
 }
 
-// Seconds since one of the record's times; none for one that is 0, yet to come, or of a clock that is not this one.
-std::optional<double> since(const PublishedRow& row, const PublishedTable& table, double time) {
-   const double seconds = table.now - time;
-   return time != 0 && row.age && seconds >= 0 ? std::optional(seconds) : std::nullopt;
-}
-
 String sinceText(const PublishedRow& row, const PublishedTable& table, double time, const String& ago) {
-   const std::optional<double> seconds = since(row, table, time);
+   const std::optional<double> seconds = secondsSince(row, table, time);
    return seconds ? Kiln::durationText(*seconds) + ago : ago.empty() ? "an unknown time" : "unknown";
 }
 
@@ -126,6 +103,14 @@ bool hasSpeed(const RecordRequest& request) {
    return request.view->hasMore && !request.has(errors);
 }
 
+// Since the clear, each row has a moment of its own; since another moment, some may.
+bool hasBeginColumn(const RecordRequest& request, const PublishedTable& table) {
+   return request.span &&
+          (!request.span->time || std::ranges::any_of(table.rows, [](const PublishedRow& row) {
+             return row.span && row.span->begin != CountedSpan::Begin::asked;
+          }));
+}
+
 // Adds one line to the list, unless `nonzero` leaves it out.
 void addLine(ShownTable* list, const RecordRequest& request, bool isWatched, const PublishedTable& table,
              const PublishedRow& row, const String& queue) {
@@ -147,9 +132,13 @@ void addLine(ShownTable* list, const RecordRequest& request, bool isWatched, con
       isZero = isZero && line.cells.back().count.value_or(0) == 0;
    }
    if (request.has(errors)) {
-      const U64 suspects = row.text.suspects.value_or(0);
-      line.cells.push_back({shownCount(suspects, request), suspects});
-      isZero = isZero && suspects == 0;
+      const std::optional<U64> suspects = suspectsOf(row);
+      line.cells.push_back(suspects ? ShownCell{shownCount(*suspects, request), suspects}
+                                    : ShownCell{unknown});
+      isZero = isZero && suspects.value_or(0) == 0;
+   }
+   if (hasBeginColumn(request, table)) {
+      line.cells.push_back({beginText(row, table.clock)});
    }
    if (hasTimeColumn(request)) {
       line.cells.push_back({lastText(row, table, view.time.time, "creation")});
@@ -159,7 +148,8 @@ void addLine(ShownTable* list, const RecordRequest& request, bool isWatched, con
    }
 }
 
-std::vector<ShownColumn> listColumns(const RecordRequest& request, bool isWatched) {
+std::vector<ShownColumn> listColumns(const RecordRequest& request, const PublishedTable& table,
+                                     bool isWatched) {
    const View& view = *request.view;
    std::vector<ShownColumn> columns{{"Interface", Kind::key}};
    if (view.isByQueue) {
@@ -182,27 +172,22 @@ std::vector<ShownColumn> listColumns(const RecordRequest& request, bool isWatche
    if (request.has(errors)) {
       columns.push_back({"Suspect", Kind::counter});
    }
+   if (hasBeginColumn(request, table)) {
+      columns.push_back({"Since", Kind::other});
+   }
    if (hasTimeColumn(request)) {
       columns.push_back({String(view.time.heading), Kind::other});
    }
    return columns;
 }
 
-std::vector<String> queuesOf(const PublishedRow& row) {
-   constexpr std::string_view prefix = "queue.";
-   std::vector<String> queues;
-   for (const NamedCounter& one : row.text.counters) {
-      const String queue = one.name.substr(prefix.size(), one.name.find('.', prefix.size()) - prefix.size());
-      if (queues.empty() || queues.back() != queue) {
-         queues.push_back(queue);
-      }
-   }
-   return queues;
-}
-
 ShownTable listOf(const RecordRequest& request, bool isWatched, const PublishedTable& table,
                   const std::vector<const PublishedRow*>& rows) {
-   ShownTable list{"", listColumns(request, isWatched), {}};
+   ShownTable list{"", listColumns(request, table, isWatched), {}};
+   if (request.span) {
+      list.title = String(request.view->help) + ", " + sinceText(*request.span, table.clock);
+      list.title.front() = static_cast<char>(std::toupper(list.title.front()));
+   }
    for (const PublishedRow* row : rows) {
       if (row->result != Silo::ReadResult::ok) {
          list.rows.push_back(
@@ -234,6 +219,27 @@ String lineText(const PublishedRow& row) {
    return text;
 }
 
+String suspectsText(const PublishedRow& row) {
+   const std::optional<U64> suspects = suspectsOf(row);
+   return suspects ? std::to_string(*suspects) : unknown;
+}
+
+// In a title: over which time its counts are.
+String spanText(const RecordRequest& request, const PublishedTable& table, const PublishedRow& row) {
+   if (!row.span) {
+      return "";
+   }
+   using enum CountedSpan::Begin;
+   const CountedSpan& span = *row.span;
+   const String moment = beginText(row, table.clock);
+   return span.begin == begun          ? "; it has " + moment + ", and counts since then"
+          : span.begin == neverCleared ? "; never cleared"
+          : span.begin == unknown      ? "; nothing is known of its counts since then"
+          : span.begin == other        ? "; counts since " + moment
+          : request.span->time         ? "; counts " + sinceText(*request.span, table.clock)
+                                       : "; counts since the clear at " + moment;
+}
+
 // Every counter of one interface, a line each.
 ShownTable wholeOf(const RecordRequest& request, const PublishedTable& table, const PublishedRow& row) {
    if (row.result != Silo::ReadResult::ok) {
@@ -244,12 +250,24 @@ ShownTable wholeOf(const RecordRequest& request, const PublishedTable& table, co
                  (row.age ? ageText(row) + " ago" : "at an unknown time") + ", counting for " +
                  sinceText(row, table, row.text.time("created"), "") + lineText(row) +
                  "; last discontinuity: " + lastText(row, table, request.view->time.time, "its creation") +
-                 "; suspect steps: " + std::to_string(row.text.suspects.value_or(0));
-   whole.columns = {{"   Counter", Kind::key}, {request.has(raw) ? "Reading" : "Total", Kind::counter}};
+                 "; suspect steps: " + suspectsText(row) + spanText(request, table, row);
+   whole.columns = {{"   Counter", Kind::key},
+                    {request.has(raw) ? "Reading"
+                     : row.span       ? "Counted"
+                                      : "Total",
+                     Kind::counter}};
    if (request.has(rates)) {
       whole.columns.push_back({"Per second", Kind::other});
    }
-   for (const NamedCounter& one : row.text.counters) {
+   for (const NamedCounter& each : row.text.counters) {
+      const NamedCounter* const known = row.counter(each.name);
+      if (known == nullptr) {
+         if (!request.has(nonzero) && (each.isError || !request.has(errors))) {
+            whole.rows.push_back({{{"   " + each.name}, {unknown}}});
+         }
+         continue;
+      }
+      const NamedCounter& one = *known;
       const U64 count = countOf(one, request);
       const bool isZero = count == 0 && (!request.has(rates) || one.rate.value_or(0) == 0);
       if ((request.has(nonzero) && isZero) || (request.has(errors) && !one.isError)) {
@@ -270,27 +288,6 @@ ShownTable wholeOf(const RecordRequest& request, const PublishedTable& table, co
    return whole;
 }
 
-// What is to be said below the rows. Queue drops stand in a port's line, and were read at another time.
-std::vector<String> notesOf(const RecordRequest& request, const PublishedTable& table,
-                            const std::vector<const PublishedRow*>& rows) {
-   std::vector<String> notes = table.notes();
-   std::vector<String> names;
-   double oldest = 0;
-   for (const PublishedRow* row : rows) {
-      const double age = row->queuesAge.value_or(0);
-      if (!row->isStale && age > staleAfter * table.pollingInterval) {
-         names.push_back(row->name);
-         oldest = std::max(oldest, age);
-      }
-   }
-   if (!names.empty() && (request.has(errors) || !request.names.empty())) {
-      notes.push_back("Queue drops of " +
-                      (names.size() == 1 ? names.front() : Kiln::counted(names.size(), "port")) + ": as of " +
-                      Kiln::durationText(oldest) + " ago");
-   }
-   return notes;
-}
-
 std::vector<ShownTable> tablesOf(const RecordRequest& request, const PublishedTable& table, bool isWatched) {
    std::vector<ShownTable> tables;
    const std::vector<const PublishedRow*> rows = selectRows(request, table);
@@ -305,135 +302,6 @@ std::vector<ShownTable> tablesOf(const RecordRequest& request, const PublishedTa
       tables.back().notes.push_back(note);
    }
    return tables;
-}
-
-const char* stateWord(Silo::ReadResult result) {
-   switch (result) {
-   case Silo::ReadResult::ok:
-      return "ok";
-   case Silo::ReadResult::absent:
-      return "absent";
-   case Silo::ReadResult::busy:
-      return "busy";
-   case Silo::ReadResult::torn:
-      return "torn";
-   case Silo::ReadResult::corrupt:
-      return "corrupt";
-   case Silo::ReadResult::unavailable:
-      break;
-   }
-   return "unavailable";
-}
-
-void addSeconds(JsonWriter* out, const String& key, const std::optional<double>& seconds) {
-   if (seconds) {
-      out->value(key, Vex::milliseconds(*seconds));
-   } else {
-      out->null(key);
-   }
-}
-
-void addUse(JsonWriter* out, const PublishedRow& row) {
-   for (const char* const direction : {"in", "out"}) {
-      const String key = String(direction) + "-use-per-mille";
-      if (const std::optional<U64> use = usePerMille(row, direction)) {
-         out->value(key, *use);
-      } else {
-         out->null(key);
-      }
-   }
-   addSeconds(out, "queue-drops-age-ms", row.queuesAge);
-}
-
-void addCounters(JsonWriter* out, const RecordRequest& request, const Vex::RecordText& text) {
-   const auto isShown = [&](const NamedCounter& one) { return one.isError || !request.has(errors); };
-   std::vector<String> unsupported;
-   out->begin(request.has(raw) ? "readings" : "totals", '{');
-   for (const NamedCounter& one : text.counters) {
-      const U64 count = countOf(one, request);
-      const bool isUnsupported = request.has(raw) && !one.reading;
-      if (isShown(one) && (isUnsupported || !one.isRead)) {
-         out->null(one.name);
-         unsupported.insert(unsupported.end(), isUnsupported ? 1 : 0, one.name);
-      } else if (isShown(one) && (count != 0 || !request.has(nonzero))) {
-         out->value(one.name, count);
-      }
-   }
-   out->end('}');
-   if (!unsupported.empty()) {
-      out->begin("not-supported", '[');
-      for (const String& name : unsupported) {
-         out->value("", std::string_view(name));
-      }
-      out->end(']');
-   }
-   if (!request.has(rates)) {
-      return;
-   }
-   out->begin("rates", '{');
-   for (const NamedCounter& one : text.counters) {
-      if (isShown(one) && one.rate && (*one.rate != 0 || !request.has(nonzero))) {
-         out->value(one.name, Vex::wholeRate(*one.rate));
-      }
-   }
-   out->end('}');
-}
-
-void addRow(JsonWriter* out, const RecordRequest& request, const PublishedTable& table,
-            const PublishedRow& row) {
-   out->begin("", '{');
-   out->value("name", std::string_view(row.name));
-   out->value("state", std::string_view(stateWord(row.result)));
-   if (row.result == Silo::ReadResult::ok) {
-      addSeconds(out, "age-ms", row.age);
-      out->value("stale", row.isStale);
-      out->value("activity", std::string_view(text(table.activity(row))));
-      if (request.view->isByQueue) {
-         out->begin("queue-activity", '{');
-         for (const String& queue : queuesOf(row)) {
-            out->value(queue, std::string_view(text(table.activity(row, queue))));
-         }
-         out->end('}');
-      }
-      out->value("generation", row.generation);
-      for (const Vex::NamedTime& one : row.text.times) {
-         addSeconds(out, one.name + "-age-ms", since(row, table, one.time));
-      }
-      if (row.text.speed.value_or(0) != 0) {
-         out->value("speed", *row.text.speed);
-      } else if (row.text.speed) {
-         out->null("speed");
-      }
-      if (request.view->hasMore) {
-         addUse(out, row);
-      }
-      if (row.text.suspects) {
-         out->value("suspects", *row.text.suspects);
-      }
-      addCounters(out, request, row.text);
-   }
-   out->end('}');
-}
-
-String jsonOf(const RecordRequest& request, const PublishedTable& table) {
-   JsonWriter out;
-   out.begin("", '{');
-   out.value("table", std::string_view(table.name));
-   out.value("polling-interval-ms", Vex::milliseconds(table.pollingInterval));
-   out.value("writer-alive", table.isWriterAlive);
-   out.begin("interfaces", '[');
-   const std::vector<const PublishedRow*> rows = selectRows(request, table);
-   for (const PublishedRow* row : rows) {
-      addRow(&out, request, table, *row);
-   }
-   out.end(']');
-   out.begin("notes", '[');
-   for (const String& note : notesOf(request, table, rows)) {
-      out.value("", std::string_view(note));
-   }
-   out.end(']');
-   out.end('}');
-   return out.text();
 }
 
 PublishedTable tableOf(const std::vector<String>& words, const Silo::Store& store) {
@@ -456,14 +324,20 @@ std::vector<ShownTable> showRecords(const std::vector<String>& words, const Silo
    if (request.has(rates)) {
       throw std::runtime_error("watch shows rates anyway: leave out 'rates'");
    }
+   if (request.has(since)) {
+      throw std::runtime_error("watch shows what changes: leave out 'since'");
+   }
    return tablesOf(request, table, true);
 }
 
 String viewRecords(const std::vector<String>& words, const Silo::Store& store, std::size_t width) {
-   const PublishedTable table = tableOf(words, store);
+   PublishedTable table = tableOf(words, store);
    const RecordRequest request = parseRecordRequest(words, table);
+   if (request.span) {
+      countSince(*request.span, *request.view, request.names, &table, store);
+   }
    if (request.has(json)) {
-      return jsonOf(request, table);
+      return recordsJson(request, table);
    }
    String text;
    for (const ShownTable& shown : tablesOf(request, table, false)) {
@@ -476,6 +350,9 @@ String viewRecords(const std::vector<String>& words, const Silo::Store& store, s
 
 std::vector<String> viewCandidates(const std::vector<String>& words, const String& begun,
                                    const Silo::Store& store) {
+   if (words.back() == "since") {
+      return {"clear"};
+   }
    const View& view = *viewNamed(words.front());
    std::vector<String> names;
    try {

@@ -3,7 +3,9 @@
 
 #include "apps/zelctl/views/PublishedRows.h"
 #include "apps/zelctl/views/Readable.h"
+#include "apps/zelctl/views/RecordRequest.h"
 #include "apps/zelctl/views/TextTable.h"
+#include "apps/zelctl/views/TimeWords.h"
 #include "kiln/Choices.h"
 #include "kiln/JsonWriter.h"
 #include "vex/PublishedRecords.h"
@@ -74,6 +76,7 @@ struct Ranking {
 struct Request {
    const Order* by = nullptr;
    bool json = false;
+   std::optional<double> last{}; // seconds; none for the last polling interval
 };
 
 Words orderWords() {
@@ -99,9 +102,11 @@ String choose(const String& word, const Words& all) {
 Request parse(const Words& words) {
    Request request;
    for (std::size_t i = 1; i < words.size(); ++i) {
-      const String option = choose(words[i], {"by", "json"});
+      const String option = choose(words[i], {"by", "last", "json"});
       if (option == "json") {
          request.json = true;
+      } else if (option == "last") {
+         request.last = takeDuration(words, ++i);
       } else if (++i == words.size()) {
          throw std::runtime_error("by needs a column: expected " + Kiln::choices(orderWords()));
       } else {
@@ -160,27 +165,48 @@ std::vector<Place> portsIn(const PublishedTable& table) {
    return ports;
 }
 
-std::vector<Place> queuesIn(const Silo::Store& store) {
+// Has the rows count what they counted in the span, if one is asked for.
+void countLast(const Request& request, const char* view, PublishedTable* table, const Silo::Store& store) {
+   if (request.last) {
+      countSince({table->clock.now - *request.last}, *viewNamed(view), {}, table, store);
+   }
+}
+
+std::vector<Place> queuesIn(const PublishedTable& table) {
    std::vector<Place> queues;
-   try {
-      const auto table = readPublished<Silo::Interface::IntfQueueCounters>(
-           store, Silo::Interface::TableName::intfQueueCounters);
-      for (const PublishedRow& row : table.rows) {
-         for (std::size_t queue = 0; queue < Silo::Interface::IntfQueueCounters::queueCount; ++queue) {
-            const String number = std::to_string(queue);
-            const String prefix = "queue." + number + ".";
-            if (row.counter(prefix + "packets") != nullptr) {
-               Place place{row.name, number, table.activity(row, number), {}, {}};
-               addUp(&place, row, {prefix + "bytes"}, outBits, {}, 8);
-               addUp(&place, row, {prefix + "packets"}, packets);
-               addUp(&place, row, {prefix + "drops"}, drops, dropTotal);
-               queues.push_back(std::move(place));
-            }
+   for (const PublishedRow& row : table.rows) {
+      for (std::size_t queue = 0; queue < Silo::Interface::IntfQueueCounters::queueCount; ++queue) {
+         const String number = std::to_string(queue);
+         const String prefix = "queue." + number + ".";
+         if (row.counter(prefix + "packets") != nullptr) {
+            Place place{row.name, number, table.activity(row, number), {}, {}};
+            addUp(&place, row, {prefix + "bytes"}, outBits, {}, 8);
+            addUp(&place, row, {prefix + "packets"}, packets);
+            addUp(&place, row, {prefix + "drops"}, drops, dropTotal);
+            queues.push_back(std::move(place));
          }
       }
-   } catch (const std::exception&) { // no agent has published queues
    }
    return queues;
+}
+
+// None if no agent has published queues. What is to be said of their span goes into the notes.
+std::vector<Place> readQueues(const Request& request, const Silo::Store& store, Words* notes) {
+   PublishedTable table;
+   try {
+      table = readPublished<Silo::Interface::IntfQueueCounters>(
+           store, Silo::Interface::TableName::intfQueueCounters);
+   } catch (const std::exception&) {
+      return {};
+   }
+   try {
+      countLast(request, "queues", &table, store);
+   } catch (const std::exception& error) { // their samples are fewer than those of ports
+      notes->push_back(String("No queues: ") + error.what() + ".");
+      return {};
+   }
+   notes->insert(notes->end(), table.spanNotes.begin(), table.spanNotes.end());
+   return queuesIn(table);
 }
 
 double rank(const Place& place, const Order& order) {
@@ -222,6 +248,7 @@ String cellText(const Place& place, std::size_t value) {
 struct Shown {
    std::vector<std::pair<Ranking, std::vector<Place>>> rankings;
    Words notes;
+   String span; // for the titles
 };
 
 Shown shownOf(const Request& request, const Silo::Store& store) {
@@ -244,10 +271,12 @@ Shown shownOf(const Request& request, const Silo::Store& store) {
          rankings.push_back({"Queues", request.by, true, many});
       }
    }
-   const PublishedTable table = readPorts(store, Silo::Interface::TableName::intfCounters);
+   PublishedTable table = readPorts(store, Silo::Interface::TableName::intfCounters);
+   countLast(request, "interfaces", &table, store);
    const std::vector<Place> ports = portsIn(table);
-   const std::vector<Place> queues = queuesIn(store);
-   Shown shown{{}, table.notes()};
+   Words notes = table.notes();
+   const std::vector<Place> queues = readQueues(request, store, &notes);
+   Shown shown{{}, std::move(notes), request.last ? ", over the last " + durationText(*request.last) : ""};
    for (const Ranking& ranking : rankings) {
       shown.rankings.emplace_back(ranking, ranked(ranking.isOfQueues ? queues : ports, ranking));
    }
@@ -257,7 +286,9 @@ Shown shownOf(const Request& request, const Silo::Store& store) {
 std::vector<ShownTable> tablesOf(const Shown& shown) {
    std::vector<ShownTable> tables;
    for (const auto& [ranking, places] : shown.rankings) {
-      ShownTable table{ranking.title + String(", by ") + ranking.order->word, {{"Interface", Kind::key}}, {}};
+      ShownTable table{ranking.title + String(", by ") + ranking.order->word + shown.span,
+                       {{"Interface", Kind::key}},
+                       {}};
       table.isRanking = true;
       if (ranking.isOfQueues) {
          table.columns.push_back({"Queue", Kind::key});
@@ -366,7 +397,10 @@ Words topCandidates(const Words& words) {
    if (words.back() == "by") {
       return orderWords();
    }
-   Words candidates{"by", "json"};
+   if (words.back() == "last") {
+      return {};
+   }
+   Words candidates{"by", "last", "json"};
    std::erase_if(candidates, [&](const String& one) { return std::ranges::find(words, one) != words.end(); });
    return candidates;
 }

@@ -201,7 +201,7 @@ TEST_F(RecordViewer, DamagedRecordsAreToldApartFromAbsentOnes) {
    EXPECT_NE(view("interfaces json").find("\"state\": \"corrupt\"\n"), String::npos);
    EXPECT_EQ(refusal("interfaces Ethernet1 Ethernet3"),
              "unknown interface 'Ethernet3': expected Ethernet1 to Ethernet2 or Ethernet10; keywords are "
-             "nonzero, rates, errors, raw, exact, json");
+             "nonzero, rates, errors, raw, exact, json, since");
    EXPECT_EQ(refusal("interfaces ra"), "'ra' is ambiguous: expected rates or raw");
    EXPECT_EQ(refusal("interfaces ethernet2 json"), "unknown interface 'ethernet2': did you mean Ethernet2?");
 }
@@ -253,7 +253,7 @@ TEST_F(RecordViewer, CandidatesAreNamesListsAndRanges) {
       return Kiln::joined(ZelCtl::viewCandidates(words, begun, store_), " ");
    };
    EXPECT_EQ(offered({"interfaces", "json"}, "E"),
-             "nonzero rates errors raw exact Ethernet1 Ethernet2 Ethernet10");
+             "nonzero rates errors raw exact since Ethernet1 Ethernet2 Ethernet10");
    const String names = "Ethernet1 Ethernet2 Ethernet10";
    EXPECT_EQ(offered({"interfaces", "intf"}, ""), names) << "no keyword may follow";
    for (const auto& [begun, more] :

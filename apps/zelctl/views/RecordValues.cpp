@@ -1,0 +1,70 @@
+// Values of records that are computed, and notes.
+#include "apps/zelctl/views/RecordValues.h"
+
+#include "kiln/Choices.h"
+
+namespace ZelCtl {
+
+using Kiln::String;
+using Vex::NamedCounter;
+
+U64 countOf(const NamedCounter& counter, const RecordRequest& request) {
+   return request.has(raw) ? counter.reading.value_or(counter.total) : counter.total;
+}
+
+// Of the line's capacity, by RFC 2819: each packet also takes a preamble and a gap of 20 octets.
+std::optional<U64> usePerMille(const PublishedRow& row, std::string_view direction) {
+   constexpr double overhead = 20; // octets
+   const NamedCounter* const octets = row.counter(String(direction) + "-octets");
+   const NamedCounter* const packets = row.counter(String(direction) + "-pkts");
+   const U64 speed = row.text.speed.value_or(0);
+   if (speed == 0 || octets == nullptr || packets == nullptr || !octets->rate || !packets->rate) {
+      return std::nullopt;
+   }
+   const double bits = 8 * (*octets->rate + overhead * *packets->rate);
+   return Vex::wholeRate(1000 * bits / static_cast<double>(speed));
+}
+
+std::optional<U64> suspectsOf(const PublishedRow& row) {
+   return row.span ? row.span->suspects : row.text.suspects.value_or(0);
+}
+
+std::optional<double> secondsSince(const PublishedRow& row, const PublishedTable& table, double time) {
+   const double seconds = table.now - time;
+   return time != 0 && row.age && seconds >= 0 ? std::optional(seconds) : std::nullopt;
+}
+
+std::vector<String> queuesOf(const PublishedRow& row) {
+   constexpr std::string_view prefix = "queue.";
+   std::vector<String> queues;
+   for (const NamedCounter& one : row.text.counters) {
+      const String queue = one.name.substr(prefix.size(), one.name.find('.', prefix.size()) - prefix.size());
+      if (queues.empty() || queues.back() != queue) {
+         queues.push_back(queue);
+      }
+   }
+   return queues;
+}
+
+// Queue drops stand in a port's line, and were read at another time.
+std::vector<String> notesOf(const RecordRequest& request, const PublishedTable& table,
+                            const std::vector<const PublishedRow*>& rows) {
+   std::vector<String> notes = table.notes();
+   std::vector<String> names;
+   double oldest = 0;
+   for (const PublishedRow* row : rows) {
+      const double age = row->queuesAge.value_or(0);
+      if (!row->isStale && age > staleAfter * table.pollingInterval) {
+         names.push_back(row->name);
+         oldest = std::max(oldest, age);
+      }
+   }
+   if (!names.empty() && (request.has(errors) || !request.names.empty())) {
+      notes.push_back("Queue drops of " +
+                      (names.size() == 1 ? names.front() : Kiln::counted(names.size(), "port")) + ": as of " +
+                      Kiln::durationText(oldest) + " ago");
+   }
+   return notes;
+}
+
+} // namespace ZelCtl
