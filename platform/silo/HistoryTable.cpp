@@ -196,7 +196,7 @@ void HistoryTable::write(const Key& key, double time, const HistoryMarks& marks,
    const double before =
         own.lastTime == unknownSampleTime ? time - options_.pollingInterval : own.markedUntil;
    const std::uint64_t flags = (marks.discontinuity > before ? SampleFlag::discontinuity : 0) |
-                               (marks.begun > before ? SampleFlag::begun : 0);
+                               (marks.begun > before ? SampleFlag::begun : 0) | marks.others;
    ++own.last;
    own.lastTime = time;
    // A mark may be newer than its sample, which was read from the chip a moment before.
