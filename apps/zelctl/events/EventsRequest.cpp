@@ -2,7 +2,6 @@
 #include "apps/zelctl/events/EventsRequest.h"
 
 #include "apps/zelctl/views/RecordRequest.h"
-#include "apps/zelctl/views/TimeWords.h"
 #include "kiln/Choices.h"
 #include "kiln/EventLog.h"
 #include "kiln/NameChoice.h"
@@ -56,18 +55,6 @@ Words placesMeant(const String& word, const RecordedEvents& recorded, const Word
                             Kiln::joined(keywords, ", "));
 }
 
-void checkSpan(const EventsRequest& request) {
-   if (request.last && (request.from || request.to)) {
-      throw std::runtime_error("last is a span that ends now: leave it out, or from and to");
-   }
-   if (request.from && request.to && *request.to < *request.from) {
-      throw std::runtime_error("the time after to is before the one after from: expected a later one");
-   }
-   if (request.follow && request.to) {
-      throw std::runtime_error("follow goes on until it is stopped: leave out to");
-   }
-}
-
 } // namespace
 
 bool EventsRequest::takes(const RecordedEvent& event, const TableClock& clock) const {
@@ -76,21 +63,19 @@ bool EventsRequest::takes(const RecordedEvent& event, const TableClock& clock) c
        (!places.empty() && std::ranges::none_of(places, isOf))) {
       return false;
    }
-   if (last) {
+   if (span.last) {
       // Not by the wall's clock, which somebody may have set meanwhile, if it can be helped.
       const bool isComparable = event.lastTime && clock.isOfHere;
       return (isComparable ? clock.now - *event.lastTime
-                           : clock.now + clock.unixOffset - event.lastUnixTime) <= *last;
+                           : clock.now + clock.unixOffset - event.lastUnixTime) <= *span.last;
    }
-   return (!from || event.lastUnixTime >= *from) && (!to || event.unixTime <= *to);
+   return (!span.from || event.lastUnixTime >= *span.from + clock.unixOffset) &&
+          (!span.to || event.unixTime <= *span.to + clock.unixOffset);
 }
 
 EventsRequest parseEvents(const Words& words, const RecordedEvents& recorded) {
    EventsRequest request;
    const Words known = recorded.places();
-   const auto timeAt = [&](std::size_t* at) {
-      return takeTime(words, &++*at, recorded.clock) + recorded.clock.unixOffset;
-   };
    for (std::size_t i = 1; i < words.size(); ++i) {
       const bool isNamed = isInterfaceWord(words[i], known);
       if (isNamed && ++i == words.size()) {
@@ -100,21 +85,20 @@ EventsRequest parseEvents(const Words& words, const RecordedEvents& recorded) {
       if (word.empty()) {
          const Words places = placesMeant(words[i], recorded, known);
          request.places.insert(request.places.end(), places.begin(), places.end());
-      } else if (word == "last") {
-         request.last = takeDuration(words, ++i);
-      } else if (word == "from") {
-         request.from = timeAt(&i);
-      } else if (word == "to") {
-         request.to = timeAt(&i);
-      } else if (word == "follow") {
-         request.follow = true;
-      } else if (word == "json") {
-         request.json = true;
+      } else if (request.span.take(word, words, &i, recorded.clock)) {
+         continue;
+      } else if (word == "follow" || word == "json") {
+         bool& flag = word == "follow" ? request.follow : request.json;
+         refuseAgain(flag, word);
+         flag = true;
       } else {
          request.kinds.push_back(word);
       }
    }
-   checkSpan(request);
+   if (request.follow && request.span.to) {
+      throw std::runtime_error("follow goes on until it is stopped: leave out to");
+   }
+   request.span.finish(recorded.clock);
    return request;
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "apps/zelctl/events/EventReader.h"
+#include "apps/zelctl/views/TimeWords.h"
 
 namespace ZelCtl {
 
@@ -10,9 +11,7 @@ inline constexpr const char* eventsCommand = "events";
 struct EventsRequest {
    std::vector<Kiln::String> places; // empty for all
    std::vector<Kiln::String> kinds;  // empty for all
-   std::optional<double> last;       // seconds
-   std::optional<double> from;       // seconds since 1970
-   std::optional<double> to;
+   AskedSpan span;
    bool follow = false;
    bool json = false;
 

@@ -37,9 +37,9 @@ String forgottenNote(const EventsRequest& request, const RecordedEvents& recorde
       return "";
    }
    const RecordedEvent& oldest = recorded.events.front();
-   const double now = recorded.clock.now + recorded.clock.unixOffset;
-   const auto from = request.last ? std::optional(now - *request.last) : request.from;
-   return from && *from >= oldest.unixTime
+   const AskedSpan& span = request.span;
+   const auto from = span.last ? std::optional(recorded.clock.now - *span.last) : span.from;
+   return from && *from + recorded.clock.unixOffset >= oldest.unixTime
                ? ""
                : "Events before " + momentText(oldest.unixTime, recorded.clock) + " are no longer kept.";
 }

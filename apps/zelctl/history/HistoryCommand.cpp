@@ -102,11 +102,12 @@ Held heldIn(const std::vector<HistoryGroup>& groups, PastTables* past) {
 }
 
 TimeSpan spanOf(const HistoryRequest& request, const TableClock& clock, const Held& held) {
-   const bool isAll = !request.last && !request.from && !request.to;
+   const AskedSpan& asked = request.span;
+   const bool isAll = !asked.last && !asked.from && !asked.to;
    TimeSpan span = held.time;
    if (!isAll) {
-      span.end = std::min(request.to.value_or(clock.now), clock.now);
-      span.begin = request.last ? clock.now - *request.last : request.from.value_or(held.time.begin);
+      span.end = asked.to.value_or(clock.now);
+      span.begin = asked.last ? clock.now - *asked.last : asked.from.value_or(held.time.begin);
    }
    const bool isMissed = span.end <= held.time.begin || span.begin >= held.time.end;
    if (isAll || (!isMissed && span.begin >= std::min(held.time.begin, held.time.end - held.depth))) {
@@ -116,7 +117,7 @@ TimeSpan spanOf(const HistoryRequest& request, const TableClock& clock, const He
    const String begin = texts.full(held.time.begin);
    const String end = texts.full(held.time.end);
    const auto seconds = static_cast<U64>(held.time.seconds());
-   const bool tryLast = request.last && clock.now - held.time.end < held.time.seconds();
+   const bool tryLast = asked.last && clock.now - held.time.end < held.time.seconds();
    const String lastWord = seconds < 120 ? std::to_string(seconds) + "s" : std::to_string(seconds / 60) + "m";
    throw std::runtime_error(String(isMissed ? "no samples then" : "that is beyond the history") +
                             ": there are some from " + begin + " to " + end + " (" +
@@ -183,8 +184,8 @@ class Picture {
       };
       if (!isRates()) {
          const auto samples = answer_.samplesOf(group);
-         line.figures = {found ? text(found->highest) : "-",
-                         samples.empty() ? "-" : countText(samples.back()->values[group.fields[index]])};
+         const auto total = samples.empty() ? std::nullopt : group.totalIn(*samples.back(), index);
+         line.figures = {found ? text(found->highest) : "-", total ? countText(*total) : "-"};
       } else if (found) {
          line.figures = {text(found->least), text(found->mean), text(found->percentile95),
                          text(found->highest), text(line.series.last())};
@@ -350,11 +351,39 @@ class Picture {
                     explained("! discontinuity (a counter wrapped, was upset or reset): ",
                               moments(marks.discontinuities)) +
                     explained("+ a new record, counting from 0: ", moments(marks.begins));
+      if (group.past.isOfPorts && std::ranges::find(group.counters, unreadCounter()) != group.counters.end()) {
+         text += explained(unreadCounter() + " is unknown, as the queues were not read: ", unreadTimes(group));
+      }
       const double newest = group.past.samples.back().time;
       if (answer_.isWriterAlive && group.past.isGap(answer_.clock.now - newest)) {
          text += sentence(newestText(Activity::stale, newest));
       }
       return text;
+   }
+
+   static String unreadCounter() {
+      using Silo::Interface::IntfHistory;
+      return String(IntfHistory::fieldNames[IntfHistory::outQueueDrops]);
+   }
+
+   // From when to when there are samples of the group whose queues were not read.
+   Words unreadTimes(const HistoryGroup& group) const {
+      std::vector<TimeSpan> times;
+      bool goesOn = false;
+      for (const Silo::HistorySample* const sample : answer_.samplesOf(group)) {
+         const bool isUnread = sample->has(Silo::SampleFlag::queuesUnread);
+         if (isUnread && !goesOn) {
+            times.push_back({sample->time, sample->time});
+         } else if (isUnread) {
+            times.back().end = sample->time;
+         }
+         goesOn = isUnread;
+      }
+      Words texts;
+      std::ranges::transform(times, std::back_inserter(texts), [&](const TimeSpan& one) {
+         return one.seconds() > 0 ? texts_(one.begin) + " to " + texts_(one.end) : texts_(one.begin);
+      });
+      return texts;
    }
 
    Words moments(const std::vector<double>& times) const {

@@ -16,6 +16,7 @@ using Kiln::JsonWriter;
 using Kiln::String;
 using Silo::SampleFlag::begun;
 using Silo::SampleFlag::discontinuity;
+using Silo::SampleFlag::queuesUnread;
 
 constexpr double microsecondsPerSecond = 1e6;
 
@@ -43,9 +44,16 @@ void addGroup(JsonWriter* out, const HistoryAnswer& answer, const HistoryGroup& 
       addTime(out, "", sample->time, answer.clock);
       out->value("discontinuity", sample->has(discontinuity));
       out->value("begun", sample->has(begun));
+      if (group.past.isOfPorts) {
+         out->value("queues-unread", sample->has(queuesUnread));
+      }
       out->begin("totals", '{');
       for (std::size_t i = 0; i < group.counters.size(); ++i) {
-         out->value(group.counters[i], sample->values[group.fields[i]]);
+         if (const std::optional<U64> total = group.totalIn(*sample, i)) {
+            out->value(group.counters[i], *total);
+         } else {
+            out->null(group.counters[i]);
+         }
       }
       out->end('}');
       out->end('}');
@@ -69,6 +77,11 @@ String secondsText(double seconds) {
 }
 
 } // namespace
+
+std::optional<U64> HistoryGroup::totalIn(const Silo::HistorySample& sample, std::size_t counter) const {
+   const auto index = static_cast<std::size_t>(&sample - past.samples.data());
+   return past.isRead(index, fields[counter]) ? std::optional(sample.values[fields[counter]]) : std::nullopt;
+}
 
 std::vector<const Silo::HistorySample*> HistoryAnswer::samplesOf(const HistoryGroup& group) const {
    std::vector<const Silo::HistorySample*> samples;
@@ -110,14 +123,14 @@ String historyCsv(const HistoryAnswer& answer) {
          text += sample->has(discontinuity) ? ",1" : ",0";
          text += sample->has(begun) ? ",1" : ",0";
          text += group.past.isAfterGap(index) ? ",1" : ",0";
-         // A counter that is sampled at other times has no value here.
+         // A counter that is sampled at other times, or was not read, has no value here.
          for (const String& column : columns) {
             const auto found = std::ranges::find(group.counters, column);
-            text += ",";
-            text += found == group.counters.end()
-                         ? ""
-                         : std::to_string(sample->values[group.fields[static_cast<std::size_t>(
-                                found - group.counters.begin())]]);
+            const auto total =
+                 found == group.counters.end()
+                      ? std::nullopt
+                      : group.totalIn(*sample, static_cast<std::size_t>(found - group.counters.begin()));
+            text += "," + (total ? std::to_string(*total) : String());
          }
          text += "\n";
       }

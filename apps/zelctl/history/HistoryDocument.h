@@ -11,6 +11,9 @@ struct HistoryGroup {
    std::vector<Kiln::String> counters;
    std::vector<std::size_t> fields; // of the counters
    PastSamples past;
+
+   // A counter's total in one of the past's samples; none if it is an earlier one's.
+   std::optional<U64> totalIn(const Silo::HistorySample& sample, std::size_t counter) const;
 };
 
 // What a request found.

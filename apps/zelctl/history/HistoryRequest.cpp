@@ -2,7 +2,6 @@
 #include "apps/zelctl/history/HistoryRequest.h"
 
 #include "apps/zelctl/views/RecordRequest.h"
-#include "apps/zelctl/views/TimeWords.h"
 #include "kiln/Choices.h"
 #include "kiln/Name.h"
 #include "kiln/NameChoice.h"
@@ -68,18 +67,25 @@ class Parser {
       const Words meant = Kiln::wordsMeant(word, keywords);
       // "to" is a whole word, and the beginning of another.
       const String keyword = meant.size() == 1 ? meant.front() : "";
-      if (keyword == "last") {
-         request_.last = takeDuration(words_, ++at_);
-      } else if (keyword == "from") {
-         request_.from = takeTime(words_, &++at_, clock_);
-      } else if (keyword == "to") {
-         request_.to = takeTime(words_, &++at_, clock_);
-      } else if (keyword == "totals") {
+      if (request_.span.take(keyword, words_, &at_, clock_)) {
+         return true;
+      }
+      if (keyword == "totals") {
+         refuseAgain(request_.values == HistorySeries::Values::counts, keyword);
          request_.values = HistorySeries::Values::counts;
       } else if (keyword == "json" || keyword == "csv") {
+         refuseAgain(isFormat(keyword), keyword);
+         if (request_.format != HistoryRequest::Format::plot) {
+            throw std::runtime_error("json and csv are two formats: leave out one of them");
+         }
          request_.format = keyword == "json" ? HistoryRequest::Format::json : HistoryRequest::Format::csv;
       }
       return !keyword.empty();
+   }
+
+   bool isFormat(const String& keyword) const {
+      return request_.format ==
+             (keyword == "json" ? HistoryRequest::Format::json : HistoryRequest::Format::csv);
    }
 
    bool takesCounter(const String& word) {
@@ -152,19 +158,10 @@ class Parser {
       if (request_.counters.empty()) {
          request_.counters = past_.portCounters();
       }
-      const bool isBetween = request_.from || request_.to;
-      if (request_.last && isBetween) {
-         throw std::runtime_error(
-              "'last' counts back from now, and 'from' and 'to' are times: leave out one of them");
-      }
-      if (isBetween && !clock_.isOfHere) {
+      request_.span.finish(clock_);
+      if ((request_.span.from || request_.span.to) && !clock_.isOfHere) {
          throw std::runtime_error("the history is from before the machine was started, when nobody knows: "
                                   "expected no times, or 'last 5m', which counts from its end");
-      }
-      if (request_.from && request_.to && *request_.from >= *request_.to) {
-         throw std::runtime_error("from " + clock_.dateAndTimeText(*request_.from) + " is not before to " +
-                                  clock_.dateAndTimeText(*request_.to) + ": now it is " +
-                                  clock_.dateAndTimeText(clock_.now));
       }
    }
 

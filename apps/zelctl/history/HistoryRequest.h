@@ -3,6 +3,7 @@
 
 #include "apps/zelctl/history/HistorySeries.h"
 #include "apps/zelctl/views/PastSamples.h"
+#include "apps/zelctl/views/TimeWords.h"
 
 #include <optional>
 #include <vector>
@@ -37,10 +38,7 @@ struct HistoryRequest {
    std::vector<Kiln::String> counters; // at least one, each once
    HistorySeries::Values values = HistorySeries::Values::rates;
    Format format = Format::plot;
-   // The span as it was asked for; neither for all that there is.
-   std::optional<double> last; // seconds up to now
-   std::optional<double> from; // by the clock
-   std::optional<double> to;
+   AskedSpan span;
 };
 
 // Interfaces are named as in other views, counters by their names or a beginning that only one has; `queue.3` is short

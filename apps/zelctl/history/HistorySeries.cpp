@@ -14,15 +14,15 @@ HistorySeries::HistorySeries(const PastSamples& past, std::size_t field, const T
    double counted = 0;
    for (std::size_t i = 1; i < past.samples.size(); ++i) {
       const TimeSpan step{past.samples[i - 1].time, past.samples[i].time};
-      const TimeSpan within{std::max(step.begin, span.begin), std::min(step.end, span.end)};
-      // What is counted is the difference of samples within the span, a rate also that of a part of a step.
-      const bool isWhole = within.seconds() == step.seconds();
-      if (within.seconds() <= 0 || (values == Values::counts && !isWhole)) {
+      const TimeSpan within{std::max(step.begin, span.begin), step.end};
+      // What is counted is the difference of samples within the span, a rate also that of a part of its first step.
+      const bool isWhole = within.begin == step.begin;
+      if (step.end > span.end || within.seconds() <= 0 || (values == Values::counts && !isWhole)) {
          continue;
       }
       const std::optional<U64> count = past.step(i, field);
       counted += static_cast<double>(count.value_or(0)) * factor;
-      endsKnown_ = count && !past.isAfterGap(i);
+      endsKnown_ = count && past.isStepTimed(i, field);
       if (endsKnown_) {
          const double rate = static_cast<double>(*count) * factor / step.seconds();
          stretches_.push_back({within, values == Values::rates ? rate : counted});

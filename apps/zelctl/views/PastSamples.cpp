@@ -18,6 +18,7 @@ using Silo::HistorySample;
 using Silo::Interface::IntfHistory;
 using Silo::Interface::IntfQueueHistory;
 using Silo::SampleFlag::begun;
+using Silo::SampleFlag::queuesUnread;
 namespace TableName = Silo::Interface::TableName;
 
 constexpr double gapAfter = 3; // intervals
@@ -43,6 +44,14 @@ bool PastSamples::isAfterGap(std::size_t sample) const {
    return sample > 0 && isGap(samples[sample].time - samples[sample - 1].time);
 }
 
+bool PastSamples::isRead(std::size_t sample, std::size_t field) const {
+   return !isOfPorts || field != IntfHistory::outQueueDrops || !samples[sample].has(queuesUnread);
+}
+
+bool PastSamples::isStepTimed(std::size_t sample, std::size_t field) const {
+   return !isAfterGap(sample) && isRead(sample, field) && (sample == 0 || isRead(sample - 1, field));
+}
+
 std::optional<U64> PastSamples::step(std::size_t sample, std::size_t field) const {
    const U64 after = samples[sample].values[field];
    if (samples[sample].has(begun)) {
@@ -64,6 +73,10 @@ const HistorySample* PastSamples::at(double time) const {
 std::optional<U64> PastSamples::since(double time, std::size_t field) const {
    const HistorySample* const from = at(time);
    if (samples.empty() || (from == nullptr && !samples.front().has(begun))) {
+      return std::nullopt;
+   }
+   const bool isFromRead = from == nullptr || isRead(static_cast<std::size_t>(from - samples.data()), field);
+   if (!isFromRead || !isRead(samples.size() - 1, field)) {
       return std::nullopt;
    }
    U64 counted = 0;
@@ -99,6 +112,7 @@ PastSamples PastTable::samples(const String& intf, std::size_t queue) {
       throw std::runtime_error(reader_.problem());
    }
    past.interval = interval();
+   past.isOfPorts = kind_ == Kind::ports;
    return past;
 }
 

@@ -15,11 +15,16 @@ namespace ZelCtl {
 // The samples of one ring. Differences are those of the totals, modulo 2^64.
 struct PastSamples {
    double interval = 0;                      // seconds from one to the next, as the writer is told now
+   bool isOfPorts = false;                   // else of queues
    std::vector<Silo::HistorySample> samples; // oldest first
 
    // Whether so much time passed between two samples, or since the newest, that some are missing.
    bool isGap(double seconds) const;
    bool isAfterGap(std::size_t sample) const;
+   // Whether the sample's total of the field is that of its time. Of a port whose queues were not read, their drops' is not.
+   bool isRead(std::size_t sample, std::size_t field) const;
+   // Whether it is known when the step to this sample was counted: no sample is missing, and both totals were read.
+   bool isStepTimed(std::size_t sample, std::size_t field) const;
    // What the field counted in the step to this sample. After the beginning of a new record these are its counts from
    // zero; what the former one counted last is lost with it. None for the first sample, unless its record had just begun,
    // and if the total went back.
@@ -27,7 +32,7 @@ struct PastSamples {
    // The newest sample at or before this time; null if there is none.
    const Silo::HistorySample* at(double time) const;
    // What the field counted from that sample to the newest one. None if there is no such sample, unless the first one's
-   // record had just begun, and if the total went back.
+   // record had just begun, if the total went back, and if it was not read at either end.
    std::optional<U64> since(double time, std::size_t field) const;
 };
 

@@ -122,6 +122,9 @@ PublishedTable readPorts(const Silo::Store& store, const char* tableName) {
          drops.rate.reset();
       }
       port.queuesAge = row.age;
+      if (port.sampleTime != Silo::unknownSampleTime && row.sampleTime != Silo::unknownSampleTime) {
+         port.queuesBehind = port.sampleTime - row.sampleTime;
+      }
       port.text.counters.push_back(std::move(drops));
    }
    return ports;

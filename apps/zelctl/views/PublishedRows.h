@@ -53,6 +53,8 @@ struct PublishedRow {
    std::optional<CountedSpan> span{};           // if counts over one are shown, then instead of totals
    // Of a port: the age of its queues' drops, if these are known.
    std::optional<double> queuesAge;
+   // And how much older they are than the rest; 0 if that is not known.
+   double queuesBehind = 0;
 
    // As it is shown; null if there is none, or nothing is known of it over the span.
    const Vex::NamedCounter* counter(std::string_view counterName) const;

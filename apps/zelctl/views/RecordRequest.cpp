@@ -1,6 +1,7 @@
 // The views, and how the words of a command choose what they show.
 #include "apps/zelctl/views/RecordRequest.h"
 
+#include "apps/zelctl/views/TimeWords.h"
 #include "kiln/Choices.h"
 #include "kiln/NameChoice.h"
 
@@ -159,6 +160,12 @@ unsigned keywordMeant(const View& view, const String& word) {
    return 0;
 }
 
+String nameOf(unsigned keyword) {
+   const auto* const found =
+        std::ranges::find(keywordNames, keyword, [](const auto& one) { return unsigned{one.first}; });
+   return found == keywordNames.end() ? "" : found->second;
+}
+
 [[noreturn]] void refuseWord(const View& view, const String& word, const String& error) {
    if (word == "since") {
       throw std::runtime_error("only interfaces and queues have a history, and " + String(view.command) +
@@ -191,6 +198,7 @@ RecordRequest parseRecordRequest(const std::vector<String>& words, const Publish
                                   (known.empty() ? "none, as none is published" : Kiln::nameRanges(known)));
       }
       const unsigned keyword = isNamed || isKnown(words[i]) ? 0 : keywordMeant(*request.view, words[i]);
+      refuseAgain((request.keywords & keyword) != 0, nameOf(keyword));
       request.keywords |= keyword;
       if (keyword == since) {
          request.span = takeSince(words, &i, table.clock);

@@ -52,17 +52,19 @@ std::vector<String> notesOf(const RecordRequest& request, const PublishedTable& 
    std::vector<String> notes = table.notes();
    std::vector<String> names;
    double oldest = 0;
+   double mostBehind = 0;
    for (const PublishedRow* row : rows) {
-      const double age = row->queuesAge.value_or(0);
-      if (!row->isStale && age > staleAfter * table.pollingInterval) {
+      if (row->queuesBehind > staleAfter * table.pollingInterval) {
          names.push_back(row->name);
-         oldest = std::max(oldest, age);
+         oldest = std::max(oldest, row->queuesAge.value_or(0));
+         mostBehind = std::max(mostBehind, row->queuesBehind);
       }
    }
    if (!names.empty() && (request.has(errors) || !request.names.empty())) {
       notes.push_back("Queue drops of " +
                       (names.size() == 1 ? names.front() : Kiln::counted(names.size(), "port")) + ": as of " +
-                      Kiln::durationText(oldest) + " ago");
+                      (oldest > 0 ? Kiln::durationText(oldest) + " ago"
+                                  : Kiln::durationText(mostBehind) + " before the other counts"));
    }
    return notes;
 }

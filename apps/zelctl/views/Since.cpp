@@ -236,17 +236,15 @@ Since takeSince(const std::vector<String>& words, std::size_t* at, const TableCl
       return {clock.now - *seconds};
    }
    if (words[*at].find_first_of(":-") == String::npos) {
-      throw std::runtime_error(Kiln::quoted(words[*at]) + " after since is no moment: expected " + expected);
+      const bool isNumber = words[*at].find_first_not_of("0123456789") == String::npos;
+      throw std::runtime_error(Kiln::quoted(words[*at]) + " after since is no moment: expected " +
+                               (isNumber ? words[*at] + "s or " + words[*at] + "m" : String(expected)));
    }
-   const double time = takeTime(words, at, clock);
+   const double time = takePastTime(words, at, clock);
    if (!clock.isOfHere) {
       throw std::runtime_error(
            "the records are of before the machine was last started, and the time of their "
            "clock is not known: expected clear, or a span as 5m before the newest of them");
-   }
-   if (time > clock.now) {
-      throw std::runtime_error(momentOf(time, clock) + " is yet to come: now it is " +
-                               clock.dateAndTimeText(clock.now));
    }
    return {time};
 }

@@ -115,8 +115,8 @@ std::optional<double> parseTime(const Kiln::String& text, const TableClock& cloc
          return std::nullopt;
       }
       double time = static_cast<double>(unixTime) - clock.unixOffset;
-      // What the clock shows will come only later today was yesterday.
-      if (!hasDate && time > clock.now) {
+      // After midnight, 23:50 is that of the evening before.
+      if (!hasDate && time > clock.now && time - day > clock.now - 12 * hour) {
          time -= day;
       }
       return time;

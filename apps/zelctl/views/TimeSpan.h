@@ -27,8 +27,8 @@ std::optional<double> parseDuration(const Kiln::String& text);
 // "5 min", "1 h 30 min", "45 s".
 Kiln::String durationText(double seconds);
 
-// "14:05", "14:05:09" or "2026-11-22 14:05:09" (also with T between): a time by the table's clock. Without a date, the
-// latest one that is not after now. None if it is no such text.
+// "14:05", "14:05:09" or "2026-11-22 14:05:09" (also with T between): a time by the table's clock. Without a date it is
+// of today, unless it is yet to come and was less than twelve hours ago yesterday. None if it is no such text.
 std::optional<double> parseTime(const Kiln::String& text, const TableClock& clock);
 
 } // namespace ZelCtl

@@ -47,9 +47,11 @@ struct Place {
    std::array<std::optional<double>, valueCount> rates{};
    std::array<std::optional<U64>, valueCount> totals{};
 
-   // What is unknown ranks as 0.
+   std::array<double, valueCount> least{}; // of rates: what is known of them
+
+   // What is unknown ranks by the part of it that is known.
    double value(Value which) const {
-      return rates[which].value_or(static_cast<double>(totals[which].value_or(0)));
+      return rates[which].value_or(totals[which] ? static_cast<double>(*totals[which]) : least[which]);
    }
 };
 
@@ -103,6 +105,10 @@ Request parse(const Words& words) {
    Request request;
    for (std::size_t i = 1; i < words.size(); ++i) {
       const String option = choose(words[i], {"by", "last", "json"});
+      const bool isThere = option == "json"   ? request.json
+                           : option == "last" ? request.last.has_value()
+                                              : request.by != nullptr;
+      refuseAgain(isThere, option);
       if (option == "json") {
          request.json = true;
       } else if (option == "last") {
@@ -121,8 +127,16 @@ void addUp(Place* place, const PublishedRow& row, std::initializer_list<String> 
            std::optional<Value> total = std::nullopt, double factor = 1) {
    std::optional<double> sum;
    bool isKnown = true;
+   bool isWhole = true; // of the total
    for (const String& name : names) {
       const NamedCounter* const counter = row.counter(name);
+      // What the record counts, but nobody knows over the span, is part of the sum as well.
+      const bool isLost = counter == nullptr &&
+                          std::ranges::find(row.text.counters, name, &NamedCounter::name) != row.text.counters.end();
+      if (isLost) {
+         isKnown = isWhole = false;
+         continue;
+      }
       if (counter == nullptr || !counter->isRead) {
          continue;
       }
@@ -133,11 +147,15 @@ void addUp(Place* place, const PublishedRow& row, std::initializer_list<String> 
       }
    }
    place->rates[rate] = isKnown ? sum : std::nullopt;
+   place->least[rate] = sum.value_or(0);
+   if (total && !isWhole) {
+      place->totals[*total].reset();
+   }
 }
 
 Place portOf(const PublishedTable& table, const PublishedRow& row) {
    constexpr double overhead = 160; // bits that each packet also takes on the line: RFC 2819
-   Place port{row.name, "", table.activity(row), {}, {}};
+   Place port{row.name, "", table.activity(row), {}, {}, {}};
    addUp(&port, row, {"in-octets"}, inBits, {}, 8);
    addUp(&port, row, {"out-octets"}, outBits, {}, 8);
    const double speed = static_cast<double>(row.text.speed.value_or(0));
@@ -179,7 +197,7 @@ std::vector<Place> queuesIn(const PublishedTable& table) {
          const String number = std::to_string(queue);
          const String prefix = "queue." + number + ".";
          if (row.counter(prefix + "packets") != nullptr) {
-            Place place{row.name, number, table.activity(row, number), {}, {}};
+            Place place{row.name, number, table.activity(row, number), {}, {}, {}};
             addUp(&place, row, {prefix + "bytes"}, outBits, {}, 8);
             addUp(&place, row, {prefix + "packets"}, packets);
             addUp(&place, row, {prefix + "drops"}, drops, dropTotal);
