@@ -1,11 +1,13 @@
 // Puts the ring in order, and judges each of its records.
 #include "apps/zelctl/events/EventReader.h"
 
+#include "apps/zelctl/views/TimeWords.h"
 #include "kiln/Choices.h"
 #include "kiln/EventLog.h"
 #include "kiln/Name.h"
 #include "kiln/Numbered.h"
 #include "kiln/Utf8.h"
+#include "vex/PublishedRecords.h"
 
 #include <algorithm>
 
@@ -40,6 +42,22 @@ RecordedEvent eventOf(const Silo::Sample<Event>& sample) {
            .where = textOf(event.where),
            .what = textOf(event.what),
            .text = textOf(event.text)};
+}
+
+// When any port was sampled last; 0 if nobody knows.
+double newestPublished(const Silo::Store& store) {
+   double newest = 0;
+   try {
+      Silo::TableReader<Silo::Interface::IntfCounters> ports(store, Silo::Interface::TableName::intfCounters);
+      std::vector<Silo::Entry<Silo::Interface::IntfCounters>> entries;
+      if (ports.snapshot(entries)) {
+         for (const auto& entry : entries) {
+            newest = entry.result == Silo::ReadResult::ok ? std::max(newest, entry.sample.info.sampleTime) : newest;
+         }
+      }
+   } catch (const std::exception&) { // no ports are published
+   }
+   return newest;
 }
 
 // The names of a crowd: all of them if they are numbered one after the other, otherwise the first and the last.
@@ -78,6 +96,14 @@ std::vector<String> RecordedEvents::notes() const {
       all.push_back(Kiln::counted(unreadable, "event") + " cannot be read, and " +
                     (unreadable == 1 ? "is" : "are") + " not shown.");
    }
+   if (lostWriter != 0) {
+      all.push_back("pid " + std::to_string(lostWriter) +
+                    " ended without closing its tables: it was killed or crashed" +
+                    (lastPublished == 0 || !clock.isOfHere
+                          ? String()
+                          : " after " + momentText(lastPublished + clock.unixOffset, clock)) +
+                    ".");
+   }
    if (!isWriterAlive) {
       all.emplace_back("No agent is running, so nothing newer is recorded.");
    }
@@ -100,7 +126,7 @@ std::vector<String> RecordedEvents::places() const {
 }
 
 EventReader::EventReader(const Silo::Store& store)
-     : owner_(store.foundOwner()), reader_(store, Silo::Interface::TableName::events) {}
+     : store_(store), owner_(store.foundOwner()), reader_(store, Silo::Interface::TableName::events) {}
 
 RecordedEvents EventReader::read() {
    RecordedEvents all;
@@ -119,7 +145,12 @@ RecordedEvents EventReader::read() {
       newest = std::max(newest, all.events.back().lastTime.value_or(0));
    }
    std::ranges::sort(all.events, {}, &RecordedEvent::number);
-   all.clock = TableClock::of(reader_.state(), newest);
+   const Silo::TableState& state = reader_.state();
+   all.lostWriter = all.isWriterAlive ? 0 : state.writerPid;
+   if (all.lostWriter != 0 || state.clockDomain.simulated) {
+      all.lastPublished = newestPublished(store_);
+   }
+   all.clock = TableClock::of(state, std::max(newest, all.lastPublished));
    return all;
 }
 

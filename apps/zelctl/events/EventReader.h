@@ -39,8 +39,11 @@ struct RecordedEvents {
    std::vector<RecordedEvent> events; // oldest first
    std::size_t unreadable = 0;        // how many there are besides
    bool isWriterAlive = false;
+   // If the last writer ended without closing its tables: its pid, and when it published last by the table's clock.
+   pid_t lostWriter = 0;
+   double lastPublished = 0; // 0: not known
    Kiln::String owner; // whose table it is; empty if there was no choice
-   TableClock clock;   // in simulated time, now is when the newest event came last
+   TableClock clock;   // in simulated time, now is when anything was recorded or published last
 
    // What else is to be said, below the events.
    std::vector<Kiln::String> notes() const;
@@ -57,6 +60,7 @@ class EventReader {
    RecordedEvents read();
 
  private:
+   const Silo::Store store_;
    Kiln::String owner_;
    Silo::TableReader<Silo::Interface::Event> reader_;
    std::vector<Silo::Entry<Silo::Interface::Event>> entries_;

@@ -36,6 +36,7 @@ struct CountedSpan {
       unknown,      // nothing is known of it
    } begin = Begin::unknown;
    double from = 0;                           // by the table's clock; 0: not known
+   double to = 0;                             // likewise
    std::vector<Vex::NamedCounter> counters{}; // those that have a past; rates are means
    std::optional<U64> suspects{};             // where that is known
    Kiln::String by{};                         // who cleared, where that is known

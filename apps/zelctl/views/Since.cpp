@@ -48,7 +48,8 @@ class RecordPast {
    RecordPast(PastTable& past, PastTable::Kind kind, const PublishedRow& row)
         : past_(past), kind_(kind), row_(row) {}
 
-   CountedSpan since(double asked) {
+   CountedSpan since(double asked, bool isStrict) {
+      isStrict_ = isStrict;
       CountedSpan span;
       for (const NamedCounter& one : row_.text.counters) {
          const auto counter = PastCounter::named(one.name);
@@ -61,6 +62,8 @@ class RecordPast {
    // Of all its rings; none if they are empty.
    std::optional<double> first() const { return first_; }
    std::optional<double> newest() const { return newest_; }
+   // Whether there is no sample for so long before the moment that it is in a gap.
+   bool hasGap() const { return hasGap_; }
 
  private:
    const PastSamples& samplesOf(std::size_t queue) {
@@ -95,10 +98,17 @@ class RecordPast {
       const double created = row_.text.time("created");
       const double begin = isWhole ? created : from == nullptr ? front.time : from->time;
       const bool isNear = from != nullptr && asked - from->time <= gapAfter * ring.interval;
+      if (from != nullptr && !isNear) {
+         hasGap_ = true;
+         if (isStrict_) {
+            return;
+         }
+      }
       span->begin = (from == nullptr ? isWhole : hasBegun) ? Begin::begun
                     : isNear                               ? Begin::asked
                                                            : Begin::other;
       span->from = span->begin == Begin::begun ? created : begin;
+      span->to = ring.samples.back().time;
       add(span, one, *count, ring.samples.back().time - begin);
    }
 
@@ -108,6 +118,8 @@ class RecordPast {
    std::map<std::size_t, PastSamples> rings_;
    std::optional<double> first_;
    std::optional<double> newest_;
+   bool hasGap_ = false;
+   bool isStrict_ = false;
 };
 
 // "90s", "14m": as it can be typed, and not longer than so many seconds.
@@ -118,21 +130,27 @@ String typedSpan(double seconds) {
 }
 
 // The rows' spans; returns what is to be said of them.
-std::vector<String> countPast(double asked, PastTable::Kind kind, const std::vector<PublishedRow*>& rows,
+std::vector<String> countPast(const Since& since, PastTable::Kind kind, const std::vector<PublishedRow*>& rows,
                               const Silo::Store& store) {
+   const double asked = *since.time;
    PastTable past(store, kind);
    const TableClock clock = past.clock();
    std::optional<double> first;
    std::optional<double> newest;
    bool reachesBack = false;
-   std::vector<String> others;
+   std::vector<String> later; // of these, the history begins later
+   double latest = 0;
+   std::vector<String> withGaps;
    for (PublishedRow* row : rows) {
       RecordPast record(past, kind, *row);
-      row->span = record.since(asked);
+      row->span = record.since(asked, since.isStrict);
       reachesBack = reachesBack || row->span->begin == Begin::asked || row->span->begin == Begin::begun ||
                     record.first().value_or(asked + 1) <= asked;
-      if (row->span->begin == Begin::other) {
-         others.push_back(row->name);
+      if (record.hasGap()) {
+         withGaps.push_back(row->name);
+      } else if (row->span->begin == Begin::other) {
+         later.push_back(row->name);
+         latest = std::max(latest, row->span->from);
       }
       if (record.first()) {
          first = std::min(first.value_or(*record.first()), *record.first());
@@ -150,18 +168,25 @@ std::vector<String> countPast(double asked, PastTable::Kind kind, const std::vec
       throw std::runtime_error("nothing was sampled after " + momentAndAge(*newest, clock) +
                                ": expected a time before that, or a longer span");
    }
-   if (!reachesBack) {
+   if (!reachesBack && asked < *newest - static_cast<double>(past.depth()) * past.interval()) {
       throw std::runtime_error("the history begins at " + momentAndAge(*first, clock) +
                                ": expected a later time, or as much as " + typedSpan(clock.now - *first));
    }
    std::vector<String> notes;
-   if (!others.empty()) {
-      notes.push_back("The history begins later, or has a gap at that time, of " +
-                      Kiln::nameRanges(others, " and ") + ".");
+   const char* const of = kind == PastTable::Kind::queues ? " of queues of " : " of ";
+   if (!later.empty()) {
+      notes.push_back(String("The history") + of + Kiln::nameRanges(later, " and ") +
+                      " begins later: counts are since " + momentOf(latest, clock) + (later.size() == 1 ? "." : " or earlier."));
+   }
+   if (!withGaps.empty()) {
+      notes.push_back(String("The history") + of + Kiln::nameRanges(withGaps, " and ") +
+                      " has a gap at that time: " +
+                      (since.isStrict ? "they are left out." : "counts are since the last sample before it."));
    }
    if (kind == PastTable::Kind::queues) {
       notes.push_back("Of queues a sample is kept every " + durationText(past.interval()) +
-                      ": counts begin and end up to that much earlier.");
+                      ": counts begin and end up to that much earlier" +
+                      (since.isStrict || withGaps.empty() ? "." : ", but after a gap as their rows say."));
    }
    return notes;
 }
@@ -190,6 +215,7 @@ std::vector<String> countCleared(const View& view, const std::vector<PublishedRo
    } catch (const std::exception&) { // then nobody knows who it was
    }
    std::map<String, std::vector<String>> namesBy;
+   std::vector<String> never;
    for (PublishedRow* row : rows) {
       const auto found = std::ranges::find(cleared.rows, row->name, &PublishedRow::name);
       const bool isCleared = found != cleared.rows.end() && found->result == Silo::ReadResult::ok &&
@@ -205,6 +231,9 @@ std::vector<String> countCleared(const View& view, const std::vector<PublishedRo
          const NamedCounter& one = row->text.counters[i];
          add(&span, one, isCleared ? counts[i] : one.total, span.from == 0 ? 0 : row->sampleTime - span.from);
       }
+      if (!isCleared) {
+         never.push_back(row->name);
+      }
       span.suspects = row->text.suspects;
       if (isCleared && span.suspects) {
          *span.suspects -= std::min(*span.suspects, found->text.suspects.value_or(0));
@@ -216,6 +245,11 @@ std::vector<String> countCleared(const View& view, const std::vector<PublishedRo
       row->span = std::move(span);
    }
    std::vector<String> notes;
+   if (!never.empty()) {
+      notes.push_back("Published counts of " + Kiln::nameRanges(never, " and ") +
+                      " were never cleared: 'counters clear' does not touch them" +
+                      (view.past ? "; 'since 14:05' compares with any moment." : "."));
+   }
    for (const auto& [who, names] : namesBy) {
       notes.push_back("Cleared by " + who + ": " + Kiln::nameRanges(names, " and ") + ".");
    }
@@ -233,7 +267,7 @@ Since takeSince(const std::vector<String>& words, std::size_t* at, const TableCl
       return {};
    }
    if (const auto seconds = parseDuration(words[*at])) {
-      return {clock.now - *seconds};
+      return {.time = clock.now - *seconds};
    }
    if (words[*at].find_first_of(":-") == String::npos) {
       const bool isNumber = words[*at].find_first_not_of("0123456789") == String::npos;
@@ -246,7 +280,7 @@ Since takeSince(const std::vector<String>& words, std::size_t* at, const TableCl
            "the records are of before the machine was last started, and the time of their "
            "clock is not known: expected clear, or a span as 5m before the newest of them");
    }
-   return {time};
+   return {.time = time};
 }
 
 void countSince(const Since& since, const View& view, const std::vector<String>& names, PublishedTable* table,
@@ -264,12 +298,29 @@ void countSince(const Since& since, const View& view, const std::vector<String>&
       throw std::runtime_error("only interfaces and queues have a history: try: " + String(view.command) +
                                " since clear");
    } else {
-      table->spanNotes = countPast(*since.time, *view.past, rows, store);
+      table->spanNotes = countPast(since, *view.past, rows, store);
    }
 }
 
 String sinceText(const Since& since, const TableClock& clock) {
    return since.time ? "since " + momentAndAge(*since.time, clock) : "since the clear";
+}
+
+String lastText(const PublishedTable& table, double seconds, double interval) {
+   const double asked = table.clock.now - seconds;
+   double from = table.clock.now;
+   double to = 0;
+   for (const PublishedRow& row : table.rows) {
+      if (row.span && !row.span->counters.empty()) {
+         from = std::min(from, row.span->from);
+         to = std::max(to, row.span->to);
+      }
+   }
+   const double gap = gapAfter * interval;
+   const bool isAsAsked = to == 0 || (from - asked <= gap && table.clock.now - to <= gap);
+   return isAsAsked ? ", over the last " + durationText(seconds)
+                    : ", from " + momentOf(from, table.clock) + " to " + momentOf(to, table.clock) + " (" +
+                           durationText(to - from) + ")";
 }
 
 String beginText(const PublishedRow& row, const TableClock& clock) {

@@ -81,6 +81,18 @@ struct Request {
    std::optional<double> last{}; // seconds; none for the last polling interval
 };
 
+// What is shown: rankings, each with its places.
+struct Shown {
+   std::vector<std::pair<Ranking, std::vector<Place>>> rankings;
+   Words notes;
+   String portSpan; // for the titles
+   String queueSpan;
+
+   String title(const Ranking& ranking) const {
+      return String(ranking.title) + ", by " + ranking.order->word + (ranking.isOfQueues ? queueSpan : portSpan);
+   }
+};
+
 Words orderWords() {
    Words words;
    for (const Order& order : orders) {
@@ -186,7 +198,7 @@ std::vector<Place> portsIn(const PublishedTable& table) {
 // Has the rows count what they counted in the span, if one is asked for.
 void countLast(const Request& request, const char* view, PublishedTable* table, const Silo::Store& store) {
    if (request.last) {
-      countSince({table->clock.now - *request.last}, *viewNamed(view), {}, table, store);
+      countSince({.time = table->clock.now - *request.last, .isStrict = true}, *viewNamed(view), {}, table, store);
    }
 }
 
@@ -209,7 +221,7 @@ std::vector<Place> queuesIn(const PublishedTable& table) {
 }
 
 // None if no agent has published queues. What is to be said of their span goes into the notes.
-std::vector<Place> readQueues(const Request& request, const Silo::Store& store, Words* notes) {
+std::vector<Place> readQueues(const Request& request, const Silo::Store& store, Shown* shown) {
    PublishedTable table;
    try {
       table = readPublished<Silo::Interface::IntfQueueCounters>(
@@ -220,10 +232,14 @@ std::vector<Place> readQueues(const Request& request, const Silo::Store& store, 
    try {
       countLast(request, "queues", &table, store);
    } catch (const std::exception& error) { // their samples are fewer than those of ports
-      notes->push_back(String("No queues: ") + error.what() + ".");
+      shown->notes.push_back(String("No queues: ") + error.what() + ".");
       return {};
    }
-   notes->insert(notes->end(), table.spanNotes.begin(), table.spanNotes.end());
+   shown->notes.insert(shown->notes.end(), table.spanNotes.begin(), table.spanNotes.end());
+   if (request.last) {
+      shown->queueSpan =
+           lastText(table, *request.last, table.pollingInterval * Silo::Interface::IntfQueueHistory::intervals);
+   }
    return queuesIn(table);
 }
 
@@ -262,13 +278,6 @@ String cellText(const Place& place, std::size_t value) {
                                             : rateText(*rate);
 }
 
-// What is shown: rankings, each with its places.
-struct Shown {
-   std::vector<std::pair<Ranking, std::vector<Place>>> rankings;
-   Words notes;
-   String span; // for the titles
-};
-
 Shown shownOf(const Request& request, const Silo::Store& store) {
    constexpr std::size_t few = 5;
    constexpr std::size_t many = 20;
@@ -292,9 +301,12 @@ Shown shownOf(const Request& request, const Silo::Store& store) {
    PublishedTable table = readPorts(store, Silo::Interface::TableName::intfCounters);
    countLast(request, "interfaces", &table, store);
    const std::vector<Place> ports = portsIn(table);
-   Words notes = table.notes();
-   const std::vector<Place> queues = readQueues(request, store, &notes);
-   Shown shown{{}, std::move(notes), request.last ? ", over the last " + durationText(*request.last) : ""};
+   Shown shown;
+   shown.notes = table.notes();
+   if (request.last) {
+      shown.portSpan = shown.queueSpan = lastText(table, *request.last, table.pollingInterval);
+   }
+   const std::vector<Place> queues = readQueues(request, store, &shown);
    for (const Ranking& ranking : rankings) {
       shown.rankings.emplace_back(ranking, ranked(ranking.isOfQueues ? queues : ports, ranking));
    }
@@ -304,9 +316,7 @@ Shown shownOf(const Request& request, const Silo::Store& store) {
 std::vector<ShownTable> tablesOf(const Shown& shown) {
    std::vector<ShownTable> tables;
    for (const auto& [ranking, places] : shown.rankings) {
-      ShownTable table{ranking.title + String(", by ") + ranking.order->word + shown.span,
-                       {{"Interface", Kind::key}},
-                       {}};
+      ShownTable table{shown.title(ranking), {{"Interface", Kind::key}}, {}};
       table.isRanking = true;
       if (ranking.isOfQueues) {
          table.columns.push_back({"Queue", Kind::key});
@@ -346,7 +356,7 @@ String jsonOf(const Shown& shown) {
    out.begin("rankings", '[');
    for (const auto& [ranking, places] : shown.rankings) {
       out.begin("", '{');
-      out.value("title", std::string_view(ranking.title));
+      out.value("title", shown.portSpan.empty() ? String(ranking.title) : shown.title(ranking));
       out.value("by", std::string_view(ranking.order->word));
       out.begin("rows", '[');
       for (const Place& place : places) {

@@ -94,7 +94,8 @@ TEST_F(HistoryPlots, GivesSamplesAsTheyAre) {
    EXPECT_EQ(series[0]["samples"].size(), 406);
    EXPECT_EQ(series[0]["samples"][1],
              nlohmann::json::parse(R"({"unix-us": 4000000, "clock-us": 4000000, "discontinuity": false,
-                                       "begun": false, "totals": {"in-octets": 500000}})"));
+                                       "begun": false, "queues-unread": false,
+                                       "totals": {"in-octets": 500000}})"));
    EXPECT_EQ(series[0]["gaps"].dump(), R"([{"from-clock-us":480000000,"from-unix-us":480000000,)"
                                        R"("to-clock-us":570000000,"to-unix-us":570000000}])");
    EXPECT_EQ(series[1]["samples"][0]["totals"]["queue.3.drops"], ~U64{0} - 5);
@@ -108,9 +109,14 @@ TEST_F(HistoryPlots, SaysWhatThereIsWhenAskedForSomethingElse) {
    const String there = "there are some from 00:00:02 to 00:15:00 (14 min 58 s): try: ";
    EXPECT_EQ(error({"Ethernet1", "last", "2h"}), "that is beyond the history: " + there + "last 14m");
    EXPECT_EQ(error({"Ethernet1", "from", "00:20", "to", "00:30"}),
-             "no samples then: " + there + "from 00:00:02 to 00:15:00");
+             "00:20:00 is yet to come: now it is 1970-01-01 00:15:00");
+   EXPECT_EQ(error({"Ethernet1", "from", "23:50", "to", "00:00:01"}),
+             "no samples then: " + there + "from 00:00:02 to 00:15:00"); // of the evening before
+   EXPECT_EQ(error({"Ethernet1", "last", "5m", "last", "6m"}), "last is given twice: leave out one of them");
+   EXPECT_EQ(error({"Ethernet1", "json", "csv"}), "json and csv are two formats: leave out one of them");
+   EXPECT_EQ(error({"Ethernet1", "last", "5"}), "invalid duration '5': expected 5s or 5m");
    EXPECT_EQ(error({"Ethernet1", "from", "00:10", "to", "00:05"}),
-             "from 1970-01-01 00:10:00 is not before to 1970-01-01 00:05:00: now it is 1970-01-01 00:15:00");
+             "from 1970-01-01 00:10:00 is after to 1970-01-01 00:05:00: now it is 1970-01-01 00:15:00");
    EXPECT_EQ(error({"Ethernet1", "last", "soon"}),
              "invalid duration 'soon': expected one as 90s, 5m or 1h30m");
    EXPECT_EQ(error({"Ethernet1", "in"}),
@@ -120,6 +126,27 @@ TEST_F(HistoryPlots, SaysWhatThereIsWhenAskedForSomethingElse) {
    EXPECT_EQ(error({"in-octets"}), "history needs an interface: expected Ethernet1");
    EXPECT_EQ(error({"Ethernet1", "in-octts"}), "unexpected 'in-octts': did you mean in-octets?");
    EXPECT_NE(error({"Ethernet2"}).find("expected Ethernet1; counters are in-octets"), String::npos);
+}
+
+// Queue drops that are as old as an earlier sample's are not those of this one's time, and everything else is.
+TEST_F(HistoryPlots, LeavesOutQueueDropsThatWereNotRead) {
+   std::vector<U64> totals(IntfHistory::fieldNames.size(), 200'000'000);
+   for (const double time : {902., 904., 906.}) {
+      totals[IntfHistory::outQueueDrops] += time == 906 ? 50 : 0;
+      table(Silo::Interface::TableName::intfHistory, IntfHistory::layout, 2)
+           .write("Ethernet1", time, {0, 0, time == 904 ? Silo::SampleFlag::queuesUnread : 0}, totals);
+   }
+   const String csv = show({"Ethernet1", "in-octets", "out-queue-drops", "from", "00:15:02", "csv"});
+   EXPECT_NE(csv.find(",200000000,200000000\n"), String::npos) << csv;
+   EXPECT_NE(csv.find(",200000000,\n"), String::npos) << csv;
+   const String plot = show({"Ethernet1", "out-queue-drops", "from", "00:15:02"});
+   EXPECT_NE(plot.find("min -, mean -"), String::npos) << plot; // nobody knows when the 50 were
+   EXPECT_NE(plot.find("out-queue-drops is unknown, as the queues were not read: 00:15:04\n"), String::npos) << plot;
+   ZelCtl::PastTable past(store_, ZelCtl::PastTable::Kind::ports);
+   const ZelCtl::PastSamples samples = past.samples("Ethernet1");
+   EXPECT_EQ(samples.since(902, IntfHistory::outQueueDrops), 50);
+   EXPECT_EQ(samples.since(904, IntfHistory::outQueueDrops), std::nullopt);
+   EXPECT_EQ(samples.since(904, IntfHistory::inOctets), 0);
 }
 
 TEST_F(HistoryPlots, TakesDifferencesOverTheBeginningOfARecord) {
