@@ -112,7 +112,11 @@ Words completionsOf(const Client& client, const String& line) {
    std::erase_if(all, [&](const String& word) {
       return word.empty() || !word.starts_with(partial) || printable(word) != word;
    });
-   std::ranges::sort(all, [](const String& a, const String& b) { return Kiln::naturalCompare(a, b) < 0; });
+   // Keywords come before names, which are numbered, and may fill the screen.
+   const auto isName = [](const String& word) { return word.find_first_of("0123456789") != String::npos; };
+   std::ranges::sort(all, [&](const String& a, const String& b) {
+      return isName(a) != isName(b) ? isName(b) : Kiln::naturalCompare(a, b) < 0;
+   });
    all.erase(std::unique(all.begin(), all.end()), all.end());
    return all;
 }

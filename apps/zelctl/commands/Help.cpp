@@ -3,6 +3,7 @@
 
 #include "apps/zelctl/commands/CommandWords.h"
 #include "apps/zelctl/views/RecordRequest.h"
+#include "apps/zelctl/views/TimeWords.h"
 #include "apps/zelctl/views/TopView.h"
 #include "kiln/Choices.h"
 
@@ -230,6 +231,24 @@ String lineOf(std::string_view word, std::string_view meaning) {
    return line + String(meaning) + "\n";
 }
 
+constexpr std::string_view clearHelp =
+     "when what is published was cleared; 'counters clear' does not do that";
+
+// What may follow a word such as `last`.
+String helpOnTimes(const String& before) {
+   String text;
+   if (before == "last" || before == "since") {
+      text += lineOf("5m", "so long before now; also as 90s, 1m, 15m or 1h30m");
+   }
+   if (before != "last") {
+      text += lineOf("HH:MM:SS", "a time; also as 14:05, or 2026-11-22 14:05:09 with its date");
+   }
+   if (before == "since") {
+      text += lineOf("clear", clearHelp);
+   }
+   return text;
+}
+
 } // namespace
 
 Words helpTopics() {
@@ -265,7 +284,13 @@ String helpOn(const Words& words) {
    return text;
 }
 
-String helpOnNext(const Words& candidates) {
+String helpOnNext(const Words& candidates, const String& before) {
+   if (isTimeWord(before) && (before == "from" || before == "to" || std::ranges::find(candidates, "5m") != candidates.end())) {
+      return helpOnTimes(before);
+   }
+   if (before == "since" && candidates == Words{"clear"}) {
+      return lineOf("clear", clearHelp);
+   }
    if (candidates.empty()) {
       return "   nothing more, or a word that zelctl does not know\n";
    }

@@ -13,8 +13,9 @@ Kiln::String helpOn(const std::vector<Kiln::String>& words);
 // The words that `help` explains.
 std::vector<Kiln::String> helpTopics();
 
-// What may come next, a line for each word that has a meaning here; names together.
-Kiln::String helpOnNext(const std::vector<Kiln::String>& candidates);
+// What may come next, a line for each word that has a meaning here; names together. `before` is the word that it follows,
+// empty for none.
+Kiln::String helpOnNext(const std::vector<Kiln::String>& candidates, const Kiln::String& before);
 
 // The command that a line with a wrong first word was meant to be: "interfaces" for "show interfaces", "counters show
 // drop" for "drop". Empty if that cannot be told.

@@ -103,8 +103,8 @@ EventsRequest parseEvents(const Words& words, const RecordedEvents& recorded) {
 }
 
 Words eventsCandidates(const Words& words, const String& begun, const Silo::Store& store) {
-   if (has({"last", "from", "to"}, words.back())) {
-      return {}; // times are nobody's to guess
+   if (isTimeWord(words.back())) {
+      return timeCandidates(words.back());
    }
    Words places;
    try {
@@ -115,7 +115,10 @@ Words eventsCandidates(const Words& words, const String& begun, const Silo::Stor
    const Words continued = Kiln::continuedNames(begun, places);
    candidates.insert(candidates.end(), places.begin(), places.end());
    candidates.insert(candidates.end(), continued.begin(), continued.end());
-   std::erase_if(candidates, [&](const String& one) { return has(words, one); });
+   std::erase_if(candidates, [&](const String& one) {
+      const bool isEndless = (one == "to" && has(words, "follow")) || (one == "follow" && has(words, "to"));
+      return has(words, one) || isEndless || isRefusedAfter(one, words);
+   });
    return candidates;
 }
 

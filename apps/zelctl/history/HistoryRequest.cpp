@@ -5,6 +5,8 @@
 #include "kiln/Choices.h"
 #include "kiln/Name.h"
 #include "kiln/NameChoice.h"
+#include "vex/PublishedRecords.h"
+#include "vex/RecordText.h"
 
 #include <algorithm>
 #include <stdexcept>
@@ -101,10 +103,19 @@ class Parser {
       return !meant.empty();
    }
 
+   static bool isPublished(const String& word) {
+      const auto counters = Vex::textOf(Silo::Interface::IntfCounters()).counters;
+      return std::ranges::find(counters, word, &Vex::NamedCounter::name) != counters.end();
+   }
+
    void nameIs(const Words& known, const String& word) {
       const Kiln::NameChoice choice = Kiln::chooseNames(word, known);
       if (!choice.error.empty()) {
          Words counters = past_.portCounters();
+         if (isPublished(word)) {
+            throw std::runtime_error(word + " has no history: these have one: " + Kiln::joined(counters, ", ") +
+                                     ", queue.N.drops; 'interfaces INTF' shows all as they are now");
+         }
          Words all = keywords;
          addNew(&all, counters);
          const String near = Kiln::nearest(word, all);
@@ -205,11 +216,8 @@ HistoryRequest parseHistoryRequest(const Words& words, PastTables& past, const T
 }
 
 Words historyCandidates(const Words& words, const String& begun, const Silo::Store& store) {
-   if (words.back() == "last" && words.size() > 1) {
-      return {"1m", "5m", "15m"};
-   }
-   if (words.back() == "from" || words.back() == "to") {
-      return {};
+   if (words.size() > 1 && isTimeWord(words.back())) {
+      return timeCandidates(words.back());
    }
    Words candidates;
    try {
@@ -232,7 +240,10 @@ Words historyCandidates(const Words& words, const String& begun, const Silo::Sto
    } catch (const std::exception&) { // nothing is published: keywords only
       candidates = keywords;
    }
-   std::erase_if(candidates, [&](const String& one) { return isIn(words, one); });
+   std::erase_if(candidates, [&](const String& one) {
+      const bool isOtherFormat = (one == "json" && isIn(words, "csv")) || (one == "csv" && isIn(words, "json"));
+      return isIn(words, one) || isOtherFormat || isRefusedAfter(one, words);
+   });
    return candidates;
 }
 

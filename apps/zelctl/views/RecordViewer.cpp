@@ -6,6 +6,7 @@
 #include "apps/zelctl/views/RecordRequest.h"
 #include "apps/zelctl/views/RecordValues.h"
 #include "apps/zelctl/views/TextTable.h"
+#include "apps/zelctl/views/TimeWords.h"
 #include "kiln/Choices.h"
 #include "kiln/NameChoice.h"
 
@@ -351,9 +352,11 @@ String viewRecords(const std::vector<String>& words, const Silo::Store& store, s
 std::vector<String> viewCandidates(const std::vector<String>& words, const String& begun,
                                    const Silo::Store& store) {
    if (words.back() == "since") {
-      return {"clear"};
+      // Of the others only the clear is known.
+      return viewNamed(words.front())->past ? timeCandidates("since") : std::vector<String>{"clear"};
    }
    const View& view = *viewNamed(words.front());
+   const auto has = [&](const char* word) { return std::ranges::find(words, word) != words.end(); };
    std::vector<String> names;
    try {
       for (const PublishedRow& row : view.read(store, view.table).rows) {
@@ -367,7 +370,8 @@ std::vector<String> viewCandidates(const std::vector<String>& words, const Strin
    candidates.insert(candidates.end(), names.begin(), names.end());
    candidates.insert(candidates.end(), continued.begin(), continued.end());
    std::erase_if(candidates, [&](const String& one) {
-      return one.empty() || std::ranges::find(words, one) != words.end();
+      const bool isRefused = (one == "raw" && has("since")) || (one == "since" && has("raw"));
+      return one.empty() || has(one.c_str()) || isRefused;
    });
    return candidates;
 }

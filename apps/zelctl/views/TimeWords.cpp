@@ -110,6 +110,28 @@ void AskedSpan::finish(const TableClock& clock) {
    }
 }
 
+bool isTimeWord(const String& word) {
+   return word == "last" || word == "from" || word == "to" || word == "since";
+}
+
+Words timeCandidates(const String& word) {
+   Words candidates;
+   if (word == "last" || word == "since") {
+      candidates = {"1m", "5m", "15m"};
+   }
+   if (word == "since") {
+      candidates.emplace_back("clear");
+   }
+   return candidates;
+}
+
+bool isRefusedAfter(const String& word, const Words& words) {
+   const auto has = [&](const char* one) { return std::ranges::find(words, one) != words.end(); };
+   return word == "last"                  ? has("from") || has("to")
+          : word == "from" || word == "to" ? has("last")
+                                           : false;
+}
+
 String momentText(double unixTime, const TableClock& clock) {
    const double time = unixTime - clock.unixOffset;
    const String whole = clock.dateAndTimeText(time);

@@ -32,6 +32,13 @@ double takePastTime(const std::vector<Kiln::String>& words, std::size_t* at, con
 // The duration at words[at], in seconds. Throws likewise.
 double takeDuration(const std::vector<Kiln::String>& words, std::size_t at);
 
+// Whether a time or a duration follows the word: after `last`, `from`, `to` and `since`.
+bool isTimeWord(const Kiln::String& word);
+// What may follow it; times are nobody's to guess.
+std::vector<Kiln::String> timeCandidates(const Kiln::String& word);
+// Whether the word is of another kind of span than the one that is asked for among the words.
+bool isRefusedAfter(const Kiln::String& word, const std::vector<Kiln::String>& words);
+
 // "14:05:09" of the day that it is by the clock, otherwise with its date. `unixTime` in seconds since 1970.
 Kiln::String momentText(double unixTime, const TableClock& clock);
 

@@ -426,7 +426,7 @@ Words topCandidates(const Words& words) {
       return orderWords();
    }
    if (words.back() == "last") {
-      return {};
+      return timeCandidates("last");
    }
    Words candidates{"by", "last", "json"};
    std::erase_if(candidates, [&](const String& one) { return std::ranges::find(words, one) != words.end(); });
