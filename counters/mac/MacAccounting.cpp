@@ -142,8 +142,8 @@ Kiln::String flippedBits(U64 before, U64 after) {
    return (std::popcount(flipped) == 1 ? "flipped bit " : "flipped bits ") + text;
 }
 
-// The wraps and upsets of one step, as events. A few counters are told one by one. More of them at once are one event:
-// where they fell, the port's counters began again.
+// The wraps and upsets of one step, as events. A few counters are told one by one, more of them at once are one event.
+// Where all that had counted fell, the port's counters began again.
 class StepEvents {
  public:
    explicit StepEvents(const Pelt::IntfId& intf) : intf_(intf) {}
@@ -151,18 +151,19 @@ class StepEvents {
    StepEvents& operator=(const StepEvents&) = delete;
    ~StepEvents() {
       tell(wraps_, Kiln::EventKind::wrap);
-      const bool isReset = upsets_.size() > mostToTell && std::ranges::all_of(upsets_, [](const auto& one) {
-                              return one.after < one.before;
-                           });
+      const bool isReset = !hasStanding_ && std::ranges::all_of(upsets_, [](const auto& one) {
+         return one.after < one.before;
+      });
       tell(upsets_, isReset ? Kiln::EventKind::reset : Kiln::EventKind::upset);
    }
+   void stands(U64 value) { hasStanding_ |= value != 0; }
    void add(const MacAccounting::Event& event, bool isWrap) { (isWrap ? wraps_ : upsets_).push_back(event); }
 
  private:
    static constexpr std::size_t mostToTell = 3;
 
    void tell(const std::vector<MacAccounting::Event>& events, const char* kind) const {
-      const bool isOne = events.size() > mostToTell;
+      const bool isOne = events.size() > mostToTell || kind == Kiln::EventKind::reset;
       for (const MacAccounting::Event& event : events) {
          const bool isUpset = kind == Kiln::EventKind::upset;
          Kiln::EventLog::instance().record({.kind = kind,
@@ -180,6 +181,7 @@ class StepEvents {
    }
 
    const Pelt::IntfId& intf_;
+   bool hasStanding_ = false; // some counter went on from what it had counted
    std::vector<MacAccounting::Event> wraps_;
    std::vector<MacAccounting::Event> upsets_;
 };
@@ -199,6 +201,7 @@ void MacAccounting::checkMacCountersOverflow(const Pelt::IntfId& intf,
       const bool isTraffic = Interface::ethIntfFields[i].group == FieldGroup::wrapChecked;
       const Step step = isTraffic ? trafficStep(oldValue, newValue) : errorStep(oldValue, newValue);
       if (step == Step::normal) {
+         told.stands(oldValue);
          continue;
       }
       const Event event{intf, Interface::ethIntfFields[i].name, oldValue, newValue,

@@ -169,9 +169,10 @@ void EventRecorder::write(const Kiln::Event& event) {
 // Of a crowd, the newest event counts the others, and names the last one.
 bool EventRecorder::joins(const Record& came) {
    Crowd& crowd = crowds_[crowdOf(came)];
-   const bool isTogether = came.time >= crowd.lastTime && came.time - crowd.lastTime <= together;
-   crowd.count = isTogether ? crowd.count + 1 : 1;
-   crowd.lastTime = came.time;
+   if (crowd.count == 0 || came.time < crowd.since || came.time - crowd.since > together) {
+      crowd = {.since = came.time};
+   }
+   ++crowd.count;
    Record& newest = at(crowd.number);
    const bool isAll = Kiln::EventKind::isOfCrowds(came.kind.data());
    if (crowd.count <= (isAll ? 1 : ofACrowd) || crowd.number == 0 || newest.number != crowd.number) {

@@ -40,7 +40,7 @@ class EventRecorder : public Kiln::PtrInterface {
    struct Crowd {
       U64 number = 0; // of its newest event
       unsigned count = 0;
-      double lastTime = 0;
+      double since = 0;
    };
 
    void record(const Kiln::Event& event);

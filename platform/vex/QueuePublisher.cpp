@@ -102,12 +102,13 @@ void QueuePublisher::publish(const Pelt::IntfId& intf, const VexTypes::IntfQueue
    counted.clear.write(clearTable(), counted.key);
 }
 
-U64 QueuePublisher::drops(const Pelt::IntfId& intf) const {
-   U64 drops = 0;
+QueueDrops QueuePublisher::drops(const Pelt::IntfId& intf) const {
+   QueueDrops drops;
    if (const Counted* counted = counted_.find(intf)) {
       for (const QueueStatistics& queue : counted->record.totals) {
-         drops += queue.drops;
+         drops.packets += queue.drops;
       }
+      drops.time = counted->record.reported != 0 ? counted->sampleTime : Silo::unknownSampleTime;
    }
    return drops;
 }
