@@ -27,7 +27,6 @@ class EventRecorder : public Kiln::PtrInterface {
    // The agent has started: the ring stays, and what happened meanwhile is written. `lastSign`: when an earlier agent published last, by the table's clock; not
    // finite if that is not known.
    void started(double lastSign);
-   void pollingIntervalIs(double seconds);
    void mend();
 
  private:
@@ -40,7 +39,7 @@ class EventRecorder : public Kiln::PtrInterface {
    struct Crowd {
       U64 number = 0; // of its newest event
       unsigned count = 0;
-      double lastTime = 0;
+      double time = 0; // of its first event
    };
 
    void record(const Kiln::Event& event);
