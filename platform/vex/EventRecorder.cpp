@@ -76,7 +76,8 @@ EventRecorder::EventRecorder(const Silo::Store& store, double pollingInterval, b
                .restingLooks = restingLooks}),
        ring_(eventLimit) {
    for (const Silo::Key& key : table_.keys()) {
-      const Record record = table_.sampleOrDefault(key).record;
+      const auto [record, info] = table_.sampleOrDefault(key);
+      lastSign_ = std::max(lastSign_, info.sampleTime);
       if (key == Silo::Key(std::to_string(record.number % eventLimit))) {
          at(record.number) = record;
          last_ = std::max(last_, record.number);
@@ -98,6 +99,7 @@ void EventRecorder::started(double lastSign) {
    const std::lock_guard lock(mutex_);
    table_.keep();
    hasStarted_ = true;
+   lastSign = std::max(lastSign, lastSign_); // it may have been killed before it published anything
    if (const pid_t former = table_.unclosedBy(); former != 0) {
       write({.kind = Kiln::EventKind::agentKilled,
              .what = "pid " + std::to_string(former),
