@@ -1,6 +1,7 @@
 // The statements of a scenario.
 #include "apps/zelagent/ScenarioConsole.h"
 
+#include "agent/CommandOrigin.h"
 #include "agent/CommandSocket.h"
 #include "agent/CommandSpool.h"
 #include "agent/LogCommand.h"
@@ -92,6 +93,8 @@ const ScenarioConsole::Statement ScenarioConsole::statements[] = {
 namespace {
 
 using Words = std::vector<Kiln::String>;
+
+constexpr const char* consoleName = "the console"; // as who gave a command
 
 // More would run for days and is taken for a typing error.
 constexpr double longestAdvance = 1e6; // seconds
@@ -260,7 +263,7 @@ void ScenarioConsole::counters(const Words& operands) {
    // The spool of the channel, so that a scenario prints what a client would get, with the same bound.
    const Agent::CommandSpool spool;
    const Agent::CommandResult result =
-        agent_.commandRunner()->run("counters " + Kiln::joined(operands, " "), spool, "the console");
+        agent_.commandRunner()->run("counters " + Kiln::joined(operands, " "), spool, consoleName);
    Kiln::String text(spool.size(), '\0');
    spool.read(0, text.data(), text.size());
    print(text);
@@ -477,6 +480,7 @@ void ScenarioConsole::nat(const Words& operands) {
 }
 
 void ScenarioConsole::clear(const Words& operands) {
+   const Agent::CommandOriginScope origin(consoleName);
    // One reactor has ports and VLAN interfaces, the other has subinterfaces; `all` concerns both.
    const bool cleared = agent_.countersMgr().vexCountersSm()->clear(operands[0]);
    const bool subIntfCleared = agent_.countersMgr().vexSubIntfCountersSm()->clear(operands[0]);

@@ -198,19 +198,14 @@ void MacAccounting::checkMacCountersOverflow(const Pelt::IntfId& intf,
       const U64 oldValue = Interface::word(previous->statistics(), i);
       const bool isTraffic = Interface::ethIntfFields[i].group == FieldGroup::wrapChecked;
       const Step step = isTraffic ? trafficStep(oldValue, newValue) : errorStep(oldValue, newValue);
-      // The totals leave out the flip of a top bit, which the check takes for 0.
-      const bool isFlip = step == Step::normal && !isTraffic && newValue - oldValue >= wrapWindow;
-      if (step == Step::normal && !isFlip) {
+      if (step == Step::normal) {
          continue;
       }
       const Event event{intf, Interface::ethIntfFields[i].name, oldValue, newValue,
                         Kiln::System::currentTime()};
-      told.add(event, step == Step::wrap);
-      if (isFlip) {
-         continue;
-      }
       KILN_RINGLOG(intf << ": " << event.counter << (step == Step::wrap ? " wrapped" : " was upset")
                         << " from " << oldValue << " to " << newValue);
+      told.add(event, step == Step::wrap);
       if (step == Step::wrap) {
          lastWrap_ = event;
          overflowCountInc(1);

@@ -6,6 +6,7 @@
 #include <array>
 #include <functional>
 #include <mutex>
+#include <string_view>
 
 namespace Kiln {
 
@@ -37,6 +38,12 @@ inline constexpr std::array all{wrap,        upset,       reset,       suspect, 
                                 portWent,    portMoved,   chipCame,    chipWent, chipSilent,    chipAnswers,
                                 tableFull,   tableMended, tableRemade, clear,    agentStarted,  agentEnded,
                                 agentKilled, historyAnew, message};
+
+// Whether one event tells it for all interfaces that it happens to at once: `where` is the first of them, `what` the last,
+// and `others` how many came after the first.
+constexpr bool isOfCrowds(std::string_view kind) {
+   return kind == portCame || kind == portWent || kind == discontinuity;
+}
 } // namespace EventKind
 
 struct Event {

@@ -28,6 +28,8 @@ namespace Silo {
 namespace SampleFlag {
 inline constexpr std::uint64_t discontinuity = 1; // continuity was broken in the step that leads here
 inline constexpr std::uint64_t begun = 2;         // the first one of a record that counts from zero
+// Of a port: its queues were not read of late, so that their drops are as old as an earlier sample's.
+inline constexpr std::uint64_t queuesUnread = 4;
 inline constexpr unsigned bits = 8;
 } // namespace SampleFlag
 

@@ -200,7 +200,7 @@ void HistoryTable::write(const Key& key, double time, const HistoryMarks& marks,
    const bool isBegun = isNews(marks.begun, own.marks.begun);
    const std::uint64_t flags =
         (isBegun || isNews(marks.discontinuity, own.marks.discontinuity) ? SampleFlag::discontinuity : 0) |
-        (isBegun ? SampleFlag::begun : 0);
+        (isBegun ? SampleFlag::begun : 0) | marks.others;
    ++own.last;
    own.lastTime = time;
    own.marks = marks;

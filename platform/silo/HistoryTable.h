@@ -18,6 +18,7 @@ namespace Silo {
 struct HistoryMarks {
    double discontinuity;
    double begun;
+   std::uint64_t others = 0; // flags that are set as they are
 };
 
 struct HistoryOptions {

@@ -5,8 +5,8 @@
 
 namespace Vex {
 
-// A step of values that fall together was no plain one: they began again, or were implausible. `counter` is the one that
-// broke first.
+// A step was no plain one: what fell began again, or else was implausible. `counter` is the one of those that fall together
+// that broke first.
 void tellBreak(const Kiln::String& intf, const Kiln::String& counter, const Break& broken);
 // The count goes on from another source.
 void tellDiscontinuity(const Kiln::String& intf, const char* cause);

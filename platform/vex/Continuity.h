@@ -320,9 +320,10 @@ void closeStep(Counters& previous, Record& next, bool isMarked, bool isExchanged
 
 // One step of a vetted record. `next` comes with a new reading and gets its totals, deltas, interval and times.
 // `previous` is moved on to that reading, its totals and its times; it keeps nothing of the step itself. A field that
-// was absorbed makes no step. Everything is modulo 2^64. True if nothing broke the continuity.
+// was absorbed makes no step. Everything is modulo 2^64. True if nothing broke the continuity. `flip`: the last one that
+// was absorbed here, and not by the vetting.
 template <class Counters, class Record>
-bool takeVettedStep(Counters& previous, Record& next, double now) {
+bool takeVettedStep(Counters& previous, Record& next, double now, Break& flip) {
    constexpr const auto& fields = Interface::fieldsOf<typename Record::Statistics>();
    Record& last = previous.record();
    // Nearly always every step counts as it is. A step that may not leaves a high bit in one of these, so that one test
@@ -351,6 +352,10 @@ bool takeVettedStep(Counters& previous, Record& next, double now) {
       // pass.
       const bool isFlip =
            fields[i].group == Interface::FieldGroup::upsetOnly && next.deltas[i] >= Interface::wrapWindow;
+      if (isFlip && !previous.isAbsorbed(i)) {
+         const U64 to = Interface::word(next.reading, i);
+         flip = {i, to - next.deltas[i], to};
+      }
       if (previous.isAbsorbed(i) || isFlip) {
          next.isAbsorbed[i] = 1;
          last.totals[i] -= next.deltas[i];

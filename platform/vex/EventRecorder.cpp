@@ -34,12 +34,6 @@ void textIs(std::array<char, size>& field, std::string_view text) {
    }
 }
 
-// Whether one event tells it for all interfaces that it happens to at once.
-bool isOfAll(std::string_view kind) {
-   return kind == Kiln::EventKind::portCame || kind == Kiln::EventKind::portWent ||
-          kind == Kiln::EventKind::discontinuity;
-}
-
 // What is counted on: all that is told, but for the values.
 Kiln::String sameAs(const Silo::Interface::Event& event) {
    return Kiln::String(event.kind.data()) + '\n' + event.where.data() + '\n' + event.what.data() + '\n' +
@@ -47,7 +41,8 @@ Kiln::String sameAs(const Silo::Interface::Event& event) {
 }
 
 Kiln::String crowdOf(const Silo::Interface::Event& event) {
-   return Kiln::String(event.kind.data()) + '\n' + (isOfAll(event.kind.data()) ? event.text.data() : "");
+   return Kiln::String(event.kind.data()) + '\n' +
+          (Kiln::EventKind::isOfCrowds(event.kind.data()) ? event.text.data() : "");
 }
 
 // Events wait while it lives.
@@ -178,7 +173,7 @@ bool EventRecorder::joins(const Record& came) {
    crowd.count = isTogether ? crowd.count + 1 : 1;
    crowd.time = isTogether ? crowd.time : came.time;
    Record& newest = at(crowd.number);
-   const bool isAll = isOfAll(came.kind.data());
+   const bool isAll = Kiln::EventKind::isOfCrowds(came.kind.data());
    const bool isAlone = isAll && newest.others == 0 && newest.where == came.where; // it comes again
    if (crowd.count <= (isAll ? 1 : ofACrowd) || crowd.number == 0 || newest.number != crowd.number ||
        isAlone) {

@@ -17,8 +17,8 @@ constexpr double speedTolerance =
 
 // A function of its own, since the clones are per function. Only here does a wider register pay: 69 fields a step.
 KILN_VECTOR_CLONES bool takePortStep(VexTypes::IntfCounters& previous, Silo::Interface::IntfCounters& next,
-                                     double now) {
-   return takeVettedStep(previous, next, now);
+                                     double now, Break& flip) {
+   return takeVettedStep(previous, next, now, flip);
 }
 
 } // namespace
@@ -59,8 +59,13 @@ void VexPortCounterSm::update(VexHelper::VexHelperCountersSm& helper,
    const double now = Kiln::System::currentTime();
    Silo::Interface::IntfCounters& record = reading->record();
    prevCounters_->record().speed = speed != nullptr ? *speed : 0;
+   Break flip;
+   const bool isContinuous = takePortStep(*prevCounters_, record, now, flip);
+   if (flip.before != flip.after) {
+      tellBreak(intf_.text(), Interface::ethIntfFields[flip.field].name, flip);
+   }
    // The first step is from another process's reading, or from none: it says nothing about the port's speed.
-   if (takePortStep(*prevCounters_, record, now) && !isSeeded_) {
+   if (isContinuous && !isSeeded_) {
       record.suspects +=
            suspects(record, speed != nullptr ? *speed : Interface::EthPhyIntfStatusDir::defaultSpeed);
       prevCounters_->record().suspects = record.suspects;

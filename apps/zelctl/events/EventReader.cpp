@@ -60,7 +60,7 @@ std::vector<String> namesIn(const RecordedEvent& crowd) {
 } // namespace
 
 bool RecordedEvent::isCrowd() const {
-   return others != 0 && (kind == Kiln::EventKind::portCame || kind == Kiln::EventKind::portWent);
+   return others != 0 && Kiln::EventKind::isOfCrowds(kind);
 }
 
 bool RecordedEvent::isAt(const String& place) const {

@@ -19,13 +19,19 @@ using Kiln::String;
 constexpr std::size_t gap = 2;
 
 String placeText(const RecordedEvent& event) {
-   return event.isCrowd() ? event.where + " to " + event.what : event.where.empty() ? "-" : event.where;
+   String text = event.where.empty() ? "-" : event.where;
+   if (event.isCrowd()) {
+      text += " to " + event.what;
+   }
+   return text;
 }
 
 // "in-octets: 1000 -> 384 and 12 more counters, flipped bit 60".
 String happened(const RecordedEvent& event) {
    if (event.isCrowd()) {
-      return Kiln::counted(event.others + 1, "interface");
+      String text = Kiln::counted(event.others + 1, "interface");
+      text += event.text.empty() ? "" : ": " + event.text;
+      return text;
    }
    if (event.kind == Kiln::EventKind::clear) {
       return event.text + ", by " + event.what;
@@ -41,8 +47,9 @@ String happened(const RecordedEvent& event) {
       add(": ", values);
    }
    if (event.others != 0) {
-      add(" ",
-          "and " + std::to_string(event.others) + (event.others == 1 ? " more counter" : " more counters"));
+      String others = "and " + std::to_string(event.others) + " more";
+      others += !event.hasValues ? "" : event.others == 1 ? " counter" : " counters";
+      add(" ", others);
    }
    // A message begins with its id.
    if (event.text.starts_with(event.what)) {
@@ -54,9 +61,12 @@ String happened(const RecordedEvent& event) {
 }
 
 String repeated(const RecordedEvent& event, const TableClock& clock) {
-   return event.count < 2
-               ? ""
-               : "; " + std::to_string(event.count) + " times, last " + momentText(event.lastUnixTime, clock);
+   String text;
+   if (event.count > 1) {
+      text += "; " + std::to_string(event.count) + " times, last ";
+      text += momentText(event.lastUnixTime, clock);
+   }
+   return text;
 }
 
 void addMilliseconds(Kiln::JsonWriter* out, const char* key, const std::optional<double>& seconds) {
