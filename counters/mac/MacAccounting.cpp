@@ -8,10 +8,10 @@
 #include "kiln/RingLog.h"
 #include "kiln/Time.h"
 #include "silo/Words.h"
+#include "vex/BreakEvents.h"
 
 #include <algorithm>
 #include <array>
-#include <bit>
 #include <cstring>
 #include <span>
 #include <vector>
@@ -128,20 +128,6 @@ void MacAccounting::beginAt(const IntfCounters& snapshot, VexTypes::IntfCounters
 
 namespace {
 
-// The bits in which two values differ, as "bit 47" or "bits 3, 12".
-Kiln::String flippedBits(U64 before, U64 after) {
-   constexpr int mostToName = 4;
-   const U64 flipped = before ^ after;
-   if (std::popcount(flipped) > mostToName) {
-      return "";
-   }
-   Kiln::String text;
-   for (U64 left = flipped; left != 0; left &= left - 1) {
-      text += (text.empty() ? "" : ", ") + std::to_string(std::countr_zero(left));
-   }
-   return (std::popcount(flipped) == 1 ? "flipped bit " : "flipped bits ") + text;
-}
-
 // The wraps and upsets of one step, as events. A few counters are told one by one, more of them at once are one event.
 // Where all that had counted fell, the port's counters began again.
 class StepEvents {
@@ -166,14 +152,15 @@ class StepEvents {
       const bool isOne = events.size() > mostToTell || kind == Kiln::EventKind::reset;
       for (const MacAccounting::Event& event : events) {
          const bool isUpset = kind == Kiln::EventKind::upset;
-         Kiln::EventLog::instance().record({.kind = kind,
-                                            .where = intf_.text(),
-                                            .what = event.counter,
-                                            .text = isUpset ? flippedBits(event.before, event.after) : "",
-                                            .hasValues = true,
-                                            .before = event.before,
-                                            .after = event.after,
-                                            .others = isOne ? events.size() - 1 : 0});
+         Kiln::EventLog::instance().record(
+              {.kind = kind,
+               .where = intf_.text(),
+               .what = event.counter,
+               .text = isUpset ? Vex::flippedBits(event.before, event.after) : "",
+               .hasValues = true,
+               .before = event.before,
+               .after = event.after,
+               .others = isOne ? events.size() - 1 : 0});
          if (isOne) {
             break;
          }

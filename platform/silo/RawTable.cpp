@@ -59,8 +59,8 @@ RawTable::RawTable(const RawTable& successor, const FormerLayout& former, Mappin
    restore(kept, kept);
 }
 
-// Pid 0 tells readers and the next writer that the table was closed in good order. The records stay. A start that failed
-// leaves as it found it how the writer before ended.
+// Pid 0 tells readers and the next writer that the table was closed in good order. The records stay. A start that fails
+// hides nothing: the next one still sees that a writer before it was killed.
 RawTable::~RawTable() {
    if (mapping_.fileSize() >= mapping_.size()) {
       state_.writerPid = options_.isProvisional ? unclosedBy_ : 0;

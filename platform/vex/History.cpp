@@ -104,9 +104,9 @@ template <class Write>
 void History::tryTo(Write write) {
    try {
       write();
-      isRefused_ = false;
    } catch (const std::runtime_error& error) {
-      if (!std::exchange(isRefused_, true)) {
+      isRefused_ = true;
+      if (!std::exchange(isTold_, true)) {
          const std::array<Kiln::String, 1> arguments{error.what()};
          Kiln::OperatorLog::instance().log(VEX_COUNTERS_HISTORY_ERROR, arguments);
       }
@@ -156,6 +156,7 @@ void History::pollingIntervalIs(double seconds) {
 }
 
 void History::mend() {
+   isTold_ = std::exchange(isRefused_, false) && isTold_;
    ports_.mend();
    queues_.mend();
 }

@@ -55,7 +55,8 @@ class History : public Kiln::PtrInterface {
    double queueInterval_; // seconds between two readings of a queue
    Silo::HistoryTable ports_;
    Silo::HistoryTable queues_;
-   bool isRefused_ = false; // and told
+   bool isRefused_ = false; // something was, since the last polling pass began
+   bool isTold_ = false;    // and it has not been otherwise since
 };
 
 } // namespace Vex

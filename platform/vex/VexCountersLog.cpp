@@ -106,16 +106,21 @@ const Kiln::LogMessage* messageOfTable(Silo::Corruption::Remedy remedy) {
 } // namespace
 
 void logCorruption(const Silo::Corruption& corruption) {
+   using Remedy = Silo::Corruption::Remedy;
    if (const Kiln::LogMessage* const message = messageOfTable(corruption.remedy)) {
       const std::array<Kiln::String, 3> arguments{corruption.table, corruption.text,
                                                   remedyText(corruption.remedy)};
-      Kiln::OperatorLog::instance().log(*message, arguments);
+      Kiln::OperatorLog::instance().log(*message, arguments,
+                                        corruption.remedy == Remedy::modeMended ? Kiln::EventKind::tableMended
+                                                                                : nullptr);
       return;
    }
    const std::array<Kiln::String, 4> arguments{corruption.table,
                                                corruption.key.empty() ? "(none)" : corruption.key,
                                                corruption.text, remedyText(corruption.remedy)};
-   Kiln::OperatorLog::instance().log(VEX_COUNTERS_TABLE_CORRUPT, arguments);
+   Kiln::OperatorLog::instance().log(VEX_COUNTERS_TABLE_CORRUPT, arguments,
+                                     corruption.remedy == Remedy::recreated ? Kiln::EventKind::tableRemade
+                                                                            : nullptr);
 }
 
 void tellPublishedClear(const Kiln::String& name) {

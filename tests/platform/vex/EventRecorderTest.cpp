@@ -104,6 +104,28 @@ TEST_F(Events, OfACrowdAreOneAndAFloodDoesNotPushOutTheRest) {
    EXPECT_EQ(lines[68], "port-came Ethernet201 - 0 1");
 }
 
+TEST_F(Events, OfOnePortThatComesAgainAndAgainAreNoCrowd) {
+   const auto recorder = start();
+   const auto come = [](const char* port) {
+      EventLog::instance().record({.kind = EventKind::portCame, .where = port});
+   };
+   come("Ethernet1");
+   time_.advance(10);
+   come("Ethernet2");
+   time_.advance(10);
+   come("Ethernet1");
+   come("Ethernet3"); // with Ethernet1, and not with the one that came last before
+   time_.advance(2);
+   for (int i = 0; i < 10; ++i) {
+      time_.advance(0.9);
+      come("Ethernet4");
+   }
+   Lines lines = told();
+   lines.erase(lines.begin());
+   EXPECT_EQ(lines, (Lines{"port-came Ethernet1 Ethernet3 1 2", "port-came Ethernet2 - 0 1",
+                           "port-came Ethernet4 - 0 10"}));
+}
+
 TEST_F(Events, GoOnOverRestartsAndTellOfAKill) {
    const pid_t child = ZelTest::spawn([&]() -> int {
       const auto recorder = start();
