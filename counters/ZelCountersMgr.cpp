@@ -511,9 +511,13 @@ void ZelCountersMgrSm::publishQueueInterval() {
    for (const auto& [devId, chip] : mgr_->zelCounters()) {
       slowest = std::max(slowest, chip->intfQueueCountersSdkPollingInterval());
    }
-   if (slowest > 0 && slowest != publishedQueueInterval_ && mgr_->mounts()->allIntfQueueCounters()) {
+   const CountersMounts& mounts = *mgr_->mounts();
+   if (slowest > 0 && slowest != publishedQueueInterval_ && mounts.allIntfQueueCounters()) {
       publishedQueueInterval_ = slowest;
-      mgr_->mounts()->allIntfQueueCounters()->table().pollingIntervalIs(slowest);
+      mounts.allIntfQueueCounters()->table().pollingIntervalIs(slowest);
+      if (mounts.history()) {
+         mounts.history()->queueIntervalIs(slowest);
+      }
    }
 }
 

@@ -7,12 +7,15 @@ namespace ZelCounter {
 using Kiln::Severity;
 
 const Kiln::LogMessage ZEL_COUNTERS_OVERFLOW_ERROR{
-     "ZEL_COUNTERS_OVERFLOW_ERROR", Severity::error,
+     "ZEL_COUNTERS_OVERFLOW_ERROR",
+     Severity::error,
      "Received wrong hardware counter value for interface %s.",
      "A traffic counter of the interface ran over the top of its 64 bits and began again from zero. The "
      "published totals go on without a step; only raw readings start over.",
      "None. If the message comes back, compare the interface's traffic with its peer's: a real port needs "
-     "years to count that far, so the chip may be faulty."};
+     "years to count that far, so the chip may be faulty.",
+     Kiln::EventKind::message,
+     ""};
 
 const Kiln::LogMessage ZEL_COUNTERS_COUNTER_RESOURCE_FULL{
      "ZEL_COUNTERS_COUNTER_RESOURCE_FULL",
@@ -26,11 +29,14 @@ const Kiln::LogMessage ZEL_COUNTERS_COUNTER_RESOURCE_FULL{
      "Vlan"};
 
 const Kiln::LogMessage ZEL_COUNTERS_COUNTER_RESOURCE_NORMAL{
-     "ZEL_COUNTERS_COUNTER_RESOURCE_NORMAL", Severity::notice,
+     "ZEL_COUNTERS_COUNTER_RESOURCE_NORMAL",
+     Severity::notice,
      "Statics counter for VLAN %d was successfully programmed in hardware.",
      "A VLAN that could not be counted for want of entries is counted from now on, or is not to be counted "
      "any more.",
-     "None."};
+     "None.",
+     Kiln::EventKind::message,
+     "Vlan"};
 
 const Kiln::LogMessage ZEL_COUNTERS_CHIP_SILENT{
      "ZEL_COUNTERS_CHIP_SILENT",
@@ -43,7 +49,8 @@ const Kiln::LogMessage ZEL_COUNTERS_CHIP_SILENT{
      "Look at the chip's driver and its log. 'counters show health' says what is not answered, and why. If "
      "the driver is "
      "well and the tables stay old, take the chip away and add it again.",
-     Kiln::EventKind::chipSilent};
+     Kiln::EventKind::chipSilent,
+     ""};
 
 const Kiln::LogMessage ZEL_COUNTERS_CHIP_ANSWERS{"ZEL_COUNTERS_CHIP_ANSWERS",
                                                  Severity::notice,
@@ -51,6 +58,7 @@ const Kiln::LogMessage ZEL_COUNTERS_CHIP_ANSWERS{"ZEL_COUNTERS_CHIP_ANSWERS",
                                                  "The chip's counters are read as usual. What it counted in "
                                                  "between is in the totals, if the hardware kept it.",
                                                  "None.",
-                                                 Kiln::EventKind::chipAnswers};
+                                                 Kiln::EventKind::chipAnswers,
+                                                 ""};
 
 } // namespace ZelCounter

@@ -8,10 +8,10 @@
 #include "kiln/RingLog.h"
 #include "kiln/Time.h"
 #include "silo/Words.h"
+#include "vex/BreakEvents.h"
 
 #include <algorithm>
 #include <array>
-#include <bit>
 #include <cstring>
 #include <span>
 #include <vector>
@@ -128,22 +128,8 @@ void MacAccounting::beginAt(const IntfCounters& snapshot, VexTypes::IntfCounters
 
 namespace {
 
-// The bits in which two values differ, as "bit 47" or "bits 3, 12".
-Kiln::String flippedBits(U64 before, U64 after) {
-   constexpr int mostToName = 4;
-   const U64 flipped = before ^ after;
-   if (std::popcount(flipped) > mostToName) {
-      return "";
-   }
-   Kiln::String text;
-   for (U64 left = flipped; left != 0; left &= left - 1) {
-      text += (text.empty() ? "" : ", ") + std::to_string(std::countr_zero(left));
-   }
-   return (std::popcount(flipped) == 1 ? "flipped bit " : "flipped bits ") + text;
-}
-
-// The wraps and upsets of one step, as events. A few counters are told one by one. More of them at once are one event:
-// where they fell, the port's counters began again.
+// The wraps and upsets of one step, as events. A few counters are told one by one, more of them at once are one event.
+// Where all that had counted fell, the port's counters began again.
 class StepEvents {
  public:
    explicit StepEvents(const Pelt::IntfId& intf) : intf_(intf) {}
@@ -151,28 +137,30 @@ class StepEvents {
    StepEvents& operator=(const StepEvents&) = delete;
    ~StepEvents() {
       tell(wraps_, Kiln::EventKind::wrap);
-      const bool isReset = upsets_.size() > mostToTell && std::ranges::all_of(upsets_, [](const auto& one) {
-                              return one.after < one.before;
-                           });
+      const bool isReset = !hasStanding_ && std::ranges::all_of(upsets_, [](const auto& one) {
+         return one.after < one.before;
+      });
       tell(upsets_, isReset ? Kiln::EventKind::reset : Kiln::EventKind::upset);
    }
+   void stands(U64 value) { hasStanding_ |= value != 0; }
    void add(const MacAccounting::Event& event, bool isWrap) { (isWrap ? wraps_ : upsets_).push_back(event); }
 
  private:
    static constexpr std::size_t mostToTell = 3;
 
    void tell(const std::vector<MacAccounting::Event>& events, const char* kind) const {
-      const bool isOne = events.size() > mostToTell;
+      const bool isOne = events.size() > mostToTell || kind == Kiln::EventKind::reset;
       for (const MacAccounting::Event& event : events) {
          const bool isUpset = kind == Kiln::EventKind::upset;
-         Kiln::EventLog::instance().record({.kind = kind,
-                                            .where = intf_.text(),
-                                            .what = event.counter,
-                                            .text = isUpset ? flippedBits(event.before, event.after) : "",
-                                            .hasValues = true,
-                                            .before = event.before,
-                                            .after = event.after,
-                                            .others = isOne ? events.size() - 1 : 0});
+         Kiln::EventLog::instance().record(
+              {.kind = kind,
+               .where = intf_.text(),
+               .what = event.counter,
+               .text = isUpset ? Vex::flippedBits(event.before, event.after) : "",
+               .hasValues = true,
+               .before = event.before,
+               .after = event.after,
+               .others = isOne ? events.size() - 1 : 0});
          if (isOne) {
             break;
          }
@@ -180,6 +168,7 @@ class StepEvents {
    }
 
    const Pelt::IntfId& intf_;
+   bool hasStanding_ = false; // some counter went on from what it had counted
    std::vector<MacAccounting::Event> wraps_;
    std::vector<MacAccounting::Event> upsets_;
 };
@@ -199,6 +188,7 @@ void MacAccounting::checkMacCountersOverflow(const Pelt::IntfId& intf,
       const bool isTraffic = Interface::ethIntfFields[i].group == FieldGroup::wrapChecked;
       const Step step = isTraffic ? trafficStep(oldValue, newValue) : errorStep(oldValue, newValue);
       if (step == Step::normal) {
+         told.stands(oldValue);
          continue;
       }
       const Event event{intf, Interface::ethIntfFields[i].name, oldValue, newValue,

@@ -58,7 +58,7 @@ void OperatorLog::log(const LogMessage& message, std::span<const String> argumen
       sink(entry);
    }
    const char* const kind = event != nullptr ? event : message.event;
-   const bool isPlaced = kind != EventKind::message && !arguments.empty();
+   const bool isPlaced = message.placePrefix != nullptr && !arguments.empty();
    EventLog::instance().record({.kind = kind,
                                 .where = isPlaced ? message.placePrefix + arguments.front() : String(),
                                 .what = message.id,

@@ -20,14 +20,14 @@ const char* severityText(Severity severity);
 
 // A catalogue entry; static storage.
 struct LogMessage {
-   const char* id;                // "ZEL_COUNTERS_OVERFLOW_ERROR"
-   Severity severity;             // RFC 5424
-   const char* text;              // each %s or %d stands for one argument, in order
-   const char* explanation;       // what happened and what it touches
-   const char* recommendedAction; // what the operator should do
-   // Which kind of event it is. Of any other kind, the first argument, with this before it, says where.
-   const char* event = EventKind::message;
-   const char* placePrefix = "";
+   const char* id;                         // "ZEL_COUNTERS_OVERFLOW_ERROR"
+   Severity severity;                      // RFC 5424
+   const char* text;                       // each %s or %d stands for one argument, in order
+   const char* explanation;                // what happened and what it touches
+   const char* recommendedAction;          // what the operator should do
+   const char* event = EventKind::message; // which kind of event it is
+   // Set if the first argument, with this before it, says where.
+   const char* placePrefix = nullptr;
 };
 
 class OperatorLog {

@@ -161,9 +161,7 @@ void HistoryTable::adopt() {
          head(i).keyIs(key); // a writer was killed while it gave the ring away
       }
       if (const auto samples = geometry_.samplesOf(bank(i), i); !samples.empty()) {
-         rings_[i] = {.last = samples.back().number,
-                      .lastTime = samples.back().time,
-                      .markedUntil = samples.back().time};
+         rings_[i] = {.last = samples.back().number, .lastTime = samples.back().time};
       }
       rings_[i].place = (rings_[i].last + 1) % geometry_.depth;
    }
@@ -192,15 +190,20 @@ void HistoryTable::write(const Key& key, double time, const HistoryMarks& marks,
    if (time - own.lastTime < options_.spacing) {
       return;
    }
-   // A ring's first sample is marked if that was just now.
-   const double before =
-        own.lastTime == unknownSampleTime ? time - options_.pollingInterval : own.markedUntil;
-   const std::uint64_t flags = (marks.discontinuity > before ? SampleFlag::discontinuity : 0) |
-                               (marks.begun > before ? SampleFlag::begun : 0) | marks.others;
+   const bool isFirst = own.lastTime == unknownSampleTime;
+   const double since = isFirst ? time - options_.pollingInterval : own.lastTime;
+   // Of the samples before, this writer knows the marks. They may be newer than the sample, which was read from the chip
+   // a moment before, or as old as the next break, where time stands still.
+   const auto isNews = [&](double mark, double known) {
+      return known == unknownSampleTime ? mark > since : mark != known;
+   };
+   const bool isBegun = isNews(marks.begun, own.marks.begun);
+   const std::uint64_t flags =
+        (isBegun || isNews(marks.discontinuity, own.marks.discontinuity) ? SampleFlag::discontinuity : 0) |
+        (isBegun ? SampleFlag::begun : 0) | marks.others;
    ++own.last;
    own.lastTime = time;
-   // A mark may be newer than its sample, which was read from the chip a moment before.
-   own.markedUntil = std::max({time, marks.discontinuity, marks.begun});
+   own.marks = marks;
    sample(i, own.place).write(own.last, flags, time, values);
    own.place = own.place + 1 == geometry_.depth ? 0 : own.place + 1;
    prefetch(i + 1);
@@ -230,7 +233,7 @@ HistoryTable::RingIndex HistoryTable::ringFor(const Key& key, double time) {
    head(i).keyIs(key);
    index_.insert(key, i);
    // Numbers go on: none comes twice in a ring.
-   rings_[i].lastTime = unknownSampleTime;
+   rings_[i] = {.last = rings_[i].last, .place = rings_[i].place};
    return i;
 }
 
@@ -240,7 +243,7 @@ HistoryTable::RingIndex HistoryTable::ringToTake(double time) {
    if (silence > static_cast<double>(geometry_.depth) * options_.pollingInterval) {
       return silent;
    }
-   if (nextUnused_ == rings_.size() && rings_.size() < options_.maxRings) {
+   if (nextUnused_ == rings_.size() && rings_.size() < options_.maxRings && noRoom_.empty()) {
       growTo(std::min(options_.maxRings,
                       HistoryGeometry::wholeBanks(rings_.size() + std::max(firstRings, rings_.size() / 2))));
    }
@@ -249,6 +252,9 @@ HistoryTable::RingIndex HistoryTable::ringToTake(double time) {
    }
    if (silence > silentAfter * options_.pollingInterval) {
       return silent;
+   }
+   if (!noRoom_.empty()) {
+      throw TableError(noRoom_);
    }
    throw CapacityError(store_.describe(name_) + " is full: it has rings for " +
                        std::to_string(rings_.size()) + " keys");
@@ -266,8 +272,10 @@ void HistoryTable::growTo(std::size_t rings) {
    try {
       mapping_.grow(geometry_.sizeFor(rings));
    } catch (const std::system_error& error) {
-      throw TableError(store_.describe(name_) + " has no room for more than " +
-                       std::to_string(rings_.size()) + " keys: " + error.what());
+      // Others that come in this pass would only wait for the same answer, which takes the system long.
+      noRoom_ = store_.describe(name_) + " has no room for more than " + std::to_string(rings_.size()) +
+                " keys: " + error.what();
+      return;
    }
    rings_.resize(rings, Ring{.place = 1 % geometry_.depth});
    state_.capacity = rings;
@@ -275,6 +283,7 @@ void HistoryTable::growTo(std::size_t rings) {
 }
 
 void HistoryTable::mend() {
+   noRoom_.clear();
    std::string problem = store_.lossOf(name_, mapping_);
    if (problem.empty()) {
       problem = lossInMemory();

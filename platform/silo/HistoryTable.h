@@ -94,7 +94,8 @@ class HistoryTable {
       std::uint64_t last = 0; // number of the newest sample
       std::size_t place = 0;  // of the next one: its number modulo the depth
       double lastTime = unknownSampleTime;
-      double markedUntil = unknownSampleTime; // what came up to here is marked already
+      HistoryMarks marks{unknownSampleTime,
+                         unknownSampleTime}; // of the newest sample; unknown: not this writer's
    };
 
    const Store store_;
@@ -111,6 +112,7 @@ class HistoryTable {
    RingIndex nextUnused_ = 0; // all rings from here on are free
    std::size_t nextGuess_ = 0;
    std::string whyBegunAnew_;
+   std::string noRoom_; // why the file could not get longer; tried again after the next mend()
 };
 
 } // namespace Silo

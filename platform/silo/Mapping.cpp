@@ -88,8 +88,13 @@ void Mapping::grow(std::size_t size) {
    if (error != 0) {
       throwError(error, "allocate");
    }
-   unmap();
+   // The former one goes last: whoever is refused goes on with it.
+   std::byte* const former = data_;
+   const std::size_t formerSize = size_;
    map(size);
+   if (former != nullptr) {
+      munmap(former, formerSize);
+   }
 }
 
 mode_t Mapping::mode() const {

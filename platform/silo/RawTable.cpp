@@ -59,10 +59,11 @@ RawTable::RawTable(const RawTable& successor, const FormerLayout& former, Mappin
    restore(kept, kept);
 }
 
-// Pid 0 tells readers and the next writer that the table was closed in good order. The records stay.
+// Pid 0 tells readers and the next writer that the table was closed in good order. The records stay. A start that fails
+// hides nothing: the next one still sees that a writer before it was killed.
 RawTable::~RawTable() {
    if (mapping_.fileSize() >= mapping_.size()) {
-      state_.writerPid = 0;
+      state_.writerPid = options_.isProvisional ? unclosedBy_ : 0;
       header().stateIs(state_);
    }
    if (options_.isProvisional) {

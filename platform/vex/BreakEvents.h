@@ -5,6 +5,10 @@
 
 namespace Vex {
 
+// The bits in which two values differ, as "flipped bit 47" or "flipped bits 3, 12"; empty if they are more than four.
+Kiln::String flippedBits(U64 before, U64 after);
+// A counter was implausible.
+void tellUpset(const Kiln::String& intf, const Kiln::String& counter, U64 before, U64 after);
 // A step was no plain one: what fell began again, or else was implausible. `counter` is the one of those that fall together
 // that broke first.
 void tellBreak(const Kiln::String& intf, const Kiln::String& counter, const Break& broken);

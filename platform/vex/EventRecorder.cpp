@@ -71,10 +71,13 @@ EventRecorder::EventRecorder(const Silo::Store& store, double pollingInterval, b
                .restingLooks = restingLooks}),
        ring_(eventLimit) {
    for (const Silo::Key& key : table_.keys()) {
-      const Record record = table_.sampleOrDefault(key).record;
+      const auto [record, info] = table_.sampleOrDefault(key);
+      lastSign_ = std::max(lastSign_, info.sampleTime);
       if (key == Silo::Key(std::to_string(record.number % eventLimit))) {
          at(record.number) = record;
          last_ = std::max(last_, record.number);
+      } else { // somebody else's, or damaged: the ring has room for its own only
+         table_.recordDel(key);
       }
    }
    sinkBefore_ = Kiln::EventLog::instance().sinkIs([this](const Kiln::Event& event) { record(event); });
@@ -91,6 +94,7 @@ void EventRecorder::started(double lastSign) {
    const std::lock_guard lock(mutex_);
    table_.keep();
    hasStarted_ = true;
+   lastSign = std::max(lastSign, lastSign_); // it may have been killed before it published anything
    if (const pid_t former = table_.unclosedBy(); former != 0) {
       write({.kind = Kiln::EventKind::agentKilled,
              .what = "pid " + std::to_string(former),
@@ -100,11 +104,6 @@ void EventRecorder::started(double lastSign) {
    write({.kind = Kiln::EventKind::agentStarted, .what = "pid " + std::to_string(getpid())});
    isHeld_ = false;
    writeWaiting();
-}
-
-void EventRecorder::pollingIntervalIs(double seconds) {
-   const std::lock_guard lock(mutex_);
-   table_.pollingIntervalIs(seconds);
 }
 
 void EventRecorder::mend() {
@@ -169,12 +168,15 @@ void EventRecorder::write(const Kiln::Event& event) {
 // Of a crowd, the newest event counts the others, and names the last one.
 bool EventRecorder::joins(const Record& came) {
    Crowd& crowd = crowds_[crowdOf(came)];
-   const bool isTogether = came.time >= crowd.lastTime && came.time - crowd.lastTime <= together;
+   // From its first one on, or what comes again and again would be one crowd without an end.
+   const bool isTogether = came.time >= crowd.time && came.time - crowd.time <= together;
    crowd.count = isTogether ? crowd.count + 1 : 1;
-   crowd.lastTime = came.time;
+   crowd.time = isTogether ? crowd.time : came.time;
    Record& newest = at(crowd.number);
    const bool isAll = Kiln::EventKind::isOfCrowds(came.kind.data());
-   if (crowd.count <= (isAll ? 1 : ofACrowd) || crowd.number == 0 || newest.number != crowd.number) {
+   const bool isAlone = isAll && newest.others == 0 && newest.where == came.where; // it comes again
+   if (crowd.count <= (isAll ? 1 : ofACrowd) || crowd.number == 0 || newest.number != crowd.number ||
+       isAlone) {
       return false;
    }
    newest.others += 1;
@@ -207,6 +209,7 @@ bool EventRecorder::isCounted(const Record& came) {
    known.before = came.before;
    known.after = came.after;
    known.others = came.others;
+   crowds_[crowdOf(came)].number = known.number; // who comes with it is counted there
    put(known);
    return true;
 }

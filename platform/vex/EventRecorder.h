@@ -24,10 +24,9 @@ class EventRecorder : public Kiln::PtrInterface {
    EventRecorder(const EventRecorder&) = delete;
    EventRecorder& operator=(const EventRecorder&) = delete;
 
-   // The agent has started: the ring stays, and what happened meanwhile is written. `lastSign`: when an earlier agent published last, by the table's clock; not
-   // finite if that is not known.
+   // The agent has started: the ring stays, and what happened meanwhile is written. `lastSign`: when an earlier agent
+   // published last, by the table's clock; not finite if that is not known.
    void started(double lastSign);
-   void pollingIntervalIs(double seconds);
    void mend();
 
  private:
@@ -40,7 +39,7 @@ class EventRecorder : public Kiln::PtrInterface {
    struct Crowd {
       U64 number = 0; // of its newest event
       unsigned count = 0;
-      double lastTime = 0;
+      double time = 0; // of its first event
    };
 
    void record(const Kiln::Event& event);
@@ -60,6 +59,7 @@ class EventRecorder : public Kiln::PtrInterface {
    std::unordered_map<Kiln::String, Repeat> repeats_; // by kind, where, what and text
    std::unordered_map<Kiln::String, Crowd> crowds_;   // by kind, and the cause of what is broken
    bool hasStarted_ = false;
+   double lastSign_ = Silo::unknownSampleTime; // when an earlier agent recorded last
    Kiln::EventLog::Sink sinkBefore_;
 };
 

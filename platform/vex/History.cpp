@@ -87,7 +87,8 @@ std::size_t HistorySettings::bytesPerPort() const {
 }
 
 History::History(const Silo::Store& store, const HistorySettings& settings)
-     : ports_(store, Silo::Interface::TableName::intfHistory, IntfHistory::layout,
+     : queueInterval_(settings.pollingInterval),
+       ports_(store, Silo::Interface::TableName::intfHistory, IntfHistory::layout,
               options(settings, portInterval(settings.pollingInterval), settings.ports)),
        queues_(store, Silo::Interface::TableName::intfQueueHistory, IntfQueueHistory::layout,
                // A few ports have more queues than fit into one ring.
@@ -103,22 +104,27 @@ template <class Write>
 void History::tryTo(Write write) {
    try {
       write();
-      isRefused_ = false;
    } catch (const std::runtime_error& error) {
-      if (!std::exchange(isRefused_, true)) {
+      isRefused_ = true;
+      if (!std::exchange(isTold_, true)) {
          const std::array<Kiln::String, 1> arguments{error.what()};
          Kiln::OperatorLog::instance().log(VEX_COUNTERS_HISTORY_ERROR, arguments);
       }
    }
 }
 
-void History::portIs(const Silo::Key& key, const IntfCounters& record, double time, U64 queueDrops) {
+void History::portIs(const Silo::Key& key, const IntfCounters& record, double time, const QueueDrops& drops) {
+   constexpr double unreadAfter = 3; // intervals
    std::array<U64, IntfHistory::fieldNames.size()> values;
    for (std::size_t i = 0; i < recordFields.size(); ++i) {
       values[i] = record.totals[recordFields[i]];
    }
-   values[IntfHistory::outQueueDrops] = queueDrops;
-   tryTo([&] { ports_.write(key, time, marksOf(record), values); });
+   values[IntfHistory::outQueueDrops] = drops.packets;
+   Silo::HistoryMarks marks = marksOf(record);
+   if (time - drops.time > unreadAfter * queueInterval_) { // by far, if they were never read
+      marks.others = Silo::SampleFlag::queuesUnread;
+   }
+   tryTo([&] { ports_.write(key, time, marks, values); });
 }
 
 void History::queuesAre(const Silo::Key& key, const IntfQueueCounters& record, double time) {
@@ -150,6 +156,7 @@ void History::pollingIntervalIs(double seconds) {
 }
 
 void History::mend() {
+   isTold_ = std::exchange(isRefused_, false) && isTold_;
    ports_.mend();
    queues_.mend();
 }

@@ -10,6 +10,12 @@
 
 namespace Vex {
 
+// Of all queues of an interface, as they were read last.
+struct QueueDrops {
+   U64 packets = 0;
+   double time = Silo::unknownSampleTime;
+};
+
 struct HistorySettings {
    double minutes = 15;
    double pollingInterval = 2; // seconds, of ports
@@ -32,11 +38,13 @@ class History : public Kiln::PtrInterface {
    void tellBeginning() const;
    // A port's record was published at `time`.
    void portIs(const Silo::Key& key, const Silo::Interface::IntfCounters& record, double time,
-               U64 queueDrops);
+               const QueueDrops& drops);
    // Its queues' record was. Kept once in IntfQueueHistory::intervals polling intervals.
    void queuesAre(const Silo::Key& key, const Silo::Interface::IntfQueueCounters& record, double time);
 
    void pollingIntervalIs(double seconds);
+   // Between two readings of a queue.
+   void queueIntervalIs(double seconds) { queueInterval_ = seconds; }
    void mend();
    void keep();
 
@@ -44,9 +52,11 @@ class History : public Kiln::PtrInterface {
    template <class Write>
    void tryTo(Write write);
 
+   double queueInterval_; // seconds between two readings of a queue
    Silo::HistoryTable ports_;
    Silo::HistoryTable queues_;
-   bool isRefused_ = false; // and told
+   bool isRefused_ = false; // something was, since the last polling pass began
+   bool isTold_ = false;    // and it has not been otherwise since
 };
 
 } // namespace Vex

@@ -160,6 +160,10 @@ void L3Counters::update(const Pelt::IntfId& intf, Counted& counted) {
    last.reading = record.reading;
    // What the entries of an earlier process counted after its last reading is lost.
    const bool hasEnded = std::exchange(counted.isKept, false) && reading_->hasParts();
+   if (hasEnded) {
+      tellDiscontinuity(intf.text(),
+                        "what its entries counted after an earlier agent's last reading is lost");
+   }
    closeStep(*counted.previous, record, sum.isMarked || hasEnded, sum.isExchanged || hasEnded, now);
    counters_->recordIs(counted.key, record, now);
    counted.clear.write(clearCounters_, counted.key);

@@ -73,13 +73,17 @@ void QueuePublisher::publish(const Pelt::IntfId& intf, const VexTypes::IntfQueue
    if (isExchanged) {
       tellDiscontinuity(intf.text(), "its queues are read at another place, or their chip came again");
    }
+   // What an earlier process did not see any more is lost.
+   const bool isLost = !isExchanged && begin == Begin::nothing && record.reported != 0;
+   if (isLost) {
+      tellDiscontinuity(intf.text(), "what its queues counted after an earlier agent's last reading is lost");
+   }
    if (isNewSample) {
       dropStep(record);
       record.interval = isExchanged ? 0 : intervalBetween(counted.reportTime, report.sampleTime());
       counted.reportTime = report.sampleTime();
    }
-   // What an earlier process did not see any more is lost.
-   bool isMarked = isExchanged || (begin == Begin::nothing && record.reported != 0);
+   bool isMarked = isExchanged || isLost;
    for (std::size_t queue = 0; queue < Record::queueCount; ++queue) {
       if (report.has(queue)) {
          isMarked |= takeQueue(counted, queue, report, begin, isIncrement) && isNewSample;
@@ -102,12 +106,18 @@ void QueuePublisher::publish(const Pelt::IntfId& intf, const VexTypes::IntfQueue
    counted.clear.write(clearTable(), counted.key);
 }
 
-U64 QueuePublisher::drops(const Pelt::IntfId& intf) const {
-   U64 drops = 0;
-   if (const Counted* counted = counted_.find(intf)) {
-      for (const QueueStatistics& queue : counted->record.totals) {
-         drops += queue.drops;
-      }
+QueueDrops QueuePublisher::drops(const Pelt::IntfId& intf) const {
+   // Those that an earlier process published go on.
+   const Counted* const counted = counted_.find(intf);
+   const Record record = counted != nullptr ? counted->record
+                         : counters_ ? counters_->table().sampleOrDefault(Silo::Key(intf.text())).record
+                                     : Record{};
+   QueueDrops drops;
+   for (const QueueStatistics& queue : record.totals) {
+      drops.packets += queue.drops;
+   }
+   if (counted != nullptr && counted->record.reported != 0) {
+      drops.time = counted->sampleTime;
    }
    return drops;
 }

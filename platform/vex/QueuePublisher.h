@@ -25,8 +25,8 @@ class QueuePublisher {
    // reports. Without `isIncrement`, the report is the total. Throws what the table throws; what it did not take comes
    // with the next report.
    void publish(const Pelt::IntfId& intf, const VexTypes::IntfQueueCounters& report, bool isIncrement);
-   // Packets that the queues of the interface dropped, as published last; 0 if it has none.
-   U64 drops(const Pelt::IntfId& intf) const;
+   // Packets that the queues of the interface dropped, as published last; none at no time if it has none.
+   QueueDrops drops(const Pelt::IntfId& intf) const;
    // Moves the clear baseline to now. False: no queues of the interface are published.
    bool clear(const Pelt::IntfId& intf);
    // Logs an interface that the table refuses, and clears the others.

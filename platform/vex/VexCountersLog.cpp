@@ -47,10 +47,14 @@ const char* remedyText(Silo::Corruption::Remedy remedy) {
 } // namespace
 
 const Kiln::LogMessage VEX_COUNTERS_PUBLISH_ERROR{
-     "VEX_COUNTERS_PUBLISH_ERROR", Kiln::Severity::error, "Counters of interface %s are not published: %s",
+     "VEX_COUNTERS_PUBLISH_ERROR",
+     Kiln::Severity::error,
+     "Counters of interface %s are not published: %s",
      "The shared table that other processes read counters from did not take the interface's record. Readers "
      "see no record, or an old one.",
-     "Remove interfaces that are not needed, or start the agent with larger tables."};
+     "Remove interfaces that are not needed, or start the agent with larger tables.",
+     Kiln::EventKind::message,
+     ""};
 
 const Kiln::LogMessage VEX_COUNTERS_HISTORY_ERROR{
      "VEX_COUNTERS_HISTORY_ERROR", Kiln::Severity::warning, "No history is kept of some interfaces: %s",
@@ -64,7 +68,8 @@ const Kiln::LogMessage VEX_COUNTERS_TABLE_CORRUPT{
      "A record was found damaged: the agent was stopped while it wrote, or another process wrote into the "
      "table. What began anew counts from zero.",
      "None if the agent was just restarted. Otherwise find the process that writes into the table.",
-     Kiln::EventKind::tableMended};
+     Kiln::EventKind::tableMended,
+     ""};
 
 const Kiln::LogMessage VEX_COUNTERS_TABLE_TAKEN_OVER{"VEX_COUNTERS_TABLE_TAKEN_OVER",
                                                      Kiln::Severity::notice,
@@ -72,7 +77,8 @@ const Kiln::LogMessage VEX_COUNTERS_TABLE_TAKEN_OVER{"VEX_COUNTERS_TABLE_TAKEN_O
                                                      "The agent was upgraded, and the table had the layout "
                                                      "of the release before. Totals, clears and times stay.",
                                                      "None.",
-                                                     Kiln::EventKind::tableRemade};
+                                                     Kiln::EventKind::tableRemade,
+                                                     ""};
 
 const Kiln::LogMessage VEX_COUNTERS_TABLE_LOST{
      "VEX_COUNTERS_TABLE_LOST",
@@ -84,7 +90,8 @@ const Kiln::LogMessage VEX_COUNTERS_TABLE_LOST{
      "table is made "
      "anew, readers find it by themselves, and totals, clears and times go on.",
      "Find who does so. If the table could not be made anew, do away with the reason that is given.",
-     Kiln::EventKind::tableRemade};
+     Kiln::EventKind::tableRemade,
+     ""};
 
 namespace {
 
@@ -99,16 +106,21 @@ const Kiln::LogMessage* messageOfTable(Silo::Corruption::Remedy remedy) {
 } // namespace
 
 void logCorruption(const Silo::Corruption& corruption) {
+   using Remedy = Silo::Corruption::Remedy;
    if (const Kiln::LogMessage* const message = messageOfTable(corruption.remedy)) {
       const std::array<Kiln::String, 3> arguments{corruption.table, corruption.text,
                                                   remedyText(corruption.remedy)};
-      Kiln::OperatorLog::instance().log(*message, arguments);
+      Kiln::OperatorLog::instance().log(*message, arguments,
+                                        corruption.remedy == Remedy::modeMended ? Kiln::EventKind::tableMended
+                                                                                : nullptr);
       return;
    }
    const std::array<Kiln::String, 4> arguments{corruption.table,
                                                corruption.key.empty() ? "(none)" : corruption.key,
                                                corruption.text, remedyText(corruption.remedy)};
-   Kiln::OperatorLog::instance().log(VEX_COUNTERS_TABLE_CORRUPT, arguments);
+   Kiln::OperatorLog::instance().log(VEX_COUNTERS_TABLE_CORRUPT, arguments,
+                                     corruption.remedy == Remedy::recreated ? Kiln::EventKind::tableRemade
+                                                                            : nullptr);
 }
 
 void tellPublishedClear(const Kiln::String& name) {

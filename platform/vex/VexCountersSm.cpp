@@ -260,6 +260,10 @@ void CountersSm::forgetAbsentInterfaces(const std::function<bool(const Pelt::Int
          for (const Silo::Key& key : table != nullptr ? table->keys() : std::vector<Silo::Key>{}) {
             if (!isPort(Pelt::IntfId{Kiln::Name(Kiln::String(key.view()))})) {
                table->recordDel(key);
+               if (table == &tables.counters) {
+                  Kiln::EventLog::instance().record(
+                       {.kind = Kiln::EventKind::portWent, .where = Kiln::String(key.view())});
+               }
             }
          }
       }

@@ -62,7 +62,7 @@ void VexPortCounterSm::update(VexHelper::VexHelperCountersSm& helper,
    Break flip;
    const bool isContinuous = takePortStep(*prevCounters_, record, now, flip);
    if (flip.before != flip.after) {
-      tellBreak(intf_.text(), Interface::ethIntfFields[flip.field].name, flip);
+      tellUpset(intf_.text(), Interface::ethIntfFields[flip.field].name, flip.before, flip.after);
    }
    // The first step is from another process's reading, or from none: it says nothing about the port's speed.
    if (isContinuous && !isSeeded_) {

@@ -37,7 +37,7 @@ class VexPortCounterSm : public Kiln::PtrInterface {
                const Tables& tables, const U64* speed);
 
    // The drops of all its queues, as published last.
-   void queueDropsIs(U64 packets) { queueDrops_ = packets; }
+   void queueDropsIs(const QueueDrops& drops) { queueDrops_ = drops; }
 
    // Counts since the clear begin now. Throws what the table throws; what it did not take comes with the next update.
    void clear(const Tables& tables);
@@ -51,7 +51,7 @@ class VexPortCounterSm : public Kiln::PtrInterface {
    Pelt::IntfId intf_;
    Silo::Key key_;
    Clear<Silo::Interface::IntfCounters> clear_;
-   U64 queueDrops_ = 0;
+   QueueDrops queueDrops_;
    bool isSeeded_ = true; // the previous record is not yet a reading of this process
 };
 

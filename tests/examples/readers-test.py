@@ -180,7 +180,7 @@ def expect_same_of_recorder(is_alive):
     told = {(event["kind"], event["where"], event["what"]): event for event in found["Events"]}
     flipped = told["upset", "Ethernet1", "in-unicast-pkts"]
     check(flipped["before"] ^ flipped["after"] == 1 << 60 and "60" in flipped["text"], flipped)
-    check(("clear", "", "the agent") in told and ("port-came", "Ethernet1", "Ethernet2") in told, *told)
+    check(("clear", "", "the console") in told and ("port-came", "Ethernet1", "Ethernet2") in told, *told)
 
 
 def expect_order(samples, is_gapless):

@@ -172,7 +172,7 @@ TEST_F(History, MarksWhatWasBrokenSinceTheSampleBefore) {
    marked(10, {1, 1});    // a record of long ago
    marked(11, {10.5, 1}); // broken in between
    marked(12, {10.5, 1});
-   marked(13, {13, 13}); // began anew
+   marked(13, {12, 12}); // began anew in the moment of the sample before, as where time is simulated
    Silo::HistoryReader reader(store_, "History", layout);
    std::vector<HistorySample> samples;
    ASSERT_TRUE(reader.read("Ethernet1", samples));
