@@ -198,8 +198,8 @@ int runLine(const Client& client, const String& line, Signals* signals) {
               needsAgent ? client.ask("complete", signals, {.inAll = 1, .isSaid = false}).error : "";
          if (error.empty()) {
             const bool hasTimes = isRecordCommand(commandNamed(words.front()));
-         const String before = hasTimes && words.size() > 2 ? words[words.size() - 2] : "";
-         return print(helpOnNext(next, before), printing);
+            const String before = hasTimes && words.size() > 2 ? words[words.size() - 2] : "";
+            return print(helpOnNext(next, before), printing);
          }
          printError(error);
          return refused;

@@ -285,7 +285,8 @@ String helpOn(const Words& words) {
 }
 
 String helpOnNext(const Words& candidates, const String& before) {
-   if (isTimeWord(before) && (before == "from" || before == "to" || std::ranges::find(candidates, "5m") != candidates.end())) {
+   if (isTimeWord(before) &&
+       (before == "from" || before == "to" || std::ranges::find(candidates, "5m") != candidates.end())) {
       return helpOnTimes(before);
    }
    if (before == "since" && candidates == Words{"clear"}) {

@@ -52,7 +52,8 @@ double newestPublished(const Silo::Store& store) {
       std::vector<Silo::Entry<Silo::Interface::IntfCounters>> entries;
       if (ports.snapshot(entries)) {
          for (const auto& entry : entries) {
-            newest = entry.result == Silo::ReadResult::ok ? std::max(newest, entry.sample.info.sampleTime) : newest;
+            newest = entry.result == Silo::ReadResult::ok ? std::max(newest, entry.sample.info.sampleTime)
+                                                          : newest;
          }
       }
    } catch (const std::exception&) { // no ports are published

@@ -42,8 +42,8 @@ struct RecordedEvents {
    // If the last writer ended without closing its tables: its pid, and when it published last by the table's clock.
    pid_t lostWriter = 0;
    double lastPublished = 0; // 0: not known
-   Kiln::String owner; // whose table it is; empty if there was no choice
-   TableClock clock;   // in simulated time, now is when anything was recorded or published last
+   Kiln::String owner;       // whose table it is; empty if there was no choice
+   TableClock clock;         // in simulated time, now is when anything was recorded or published last
 
    // What else is to be said, below the events.
    std::vector<Kiln::String> notes() const;

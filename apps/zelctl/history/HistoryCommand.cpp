@@ -351,8 +351,10 @@ class Picture {
                     explained("! discontinuity (a counter wrapped, was upset or reset): ",
                               moments(marks.discontinuities)) +
                     explained("+ a new record, counting from 0: ", moments(marks.begins));
-      if (group.past.isOfPorts && std::ranges::find(group.counters, unreadCounter()) != group.counters.end()) {
-         text += explained(unreadCounter() + " is unknown, as the queues were not read: ", unreadTimes(group));
+      if (group.past.isOfPorts &&
+          std::ranges::find(group.counters, unreadCounter()) != group.counters.end()) {
+         text +=
+              explained(unreadCounter() + " is unknown, as the queues were not read: ", unreadTimes(group));
       }
       const double newest = group.past.samples.back().time;
       if (answer_.isWriterAlive && group.past.isGap(answer_.clock.now - newest)) {

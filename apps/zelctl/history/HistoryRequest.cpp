@@ -113,7 +113,8 @@ class Parser {
       if (!choice.error.empty()) {
          Words counters = past_.portCounters();
          if (isPublished(word)) {
-            throw std::runtime_error(word + " has no history: these have one: " + Kiln::joined(counters, ", ") +
+            throw std::runtime_error(word +
+                                     " has no history: these have one: " + Kiln::joined(counters, ", ") +
                                      ", queue.N.drops; 'interfaces INTF' shows all as they are now");
          }
          Words all = keywords;
@@ -241,7 +242,8 @@ Words historyCandidates(const Words& words, const String& begun, const Silo::Sto
       candidates = keywords;
    }
    std::erase_if(candidates, [&](const String& one) {
-      const bool isOtherFormat = (one == "json" && isIn(words, "csv")) || (one == "csv" && isIn(words, "json"));
+      const bool isOtherFormat =
+           (one == "json" && isIn(words, "csv")) || (one == "csv" && isIn(words, "json"));
       return isIn(words, one) || isOtherFormat || isRefusedAfter(one, words);
    });
    return candidates;

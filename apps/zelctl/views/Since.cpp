@@ -130,8 +130,8 @@ String typedSpan(double seconds) {
 }
 
 // The rows' spans; returns what is to be said of them.
-std::vector<String> countPast(const Since& since, PastTable::Kind kind, const std::vector<PublishedRow*>& rows,
-                              const Silo::Store& store) {
+std::vector<String> countPast(const Since& since, PastTable::Kind kind,
+                              const std::vector<PublishedRow*>& rows, const Silo::Store& store) {
    const double asked = *since.time;
    PastTable past(store, kind);
    const TableClock clock = past.clock();
@@ -176,12 +176,13 @@ std::vector<String> countPast(const Since& since, PastTable::Kind kind, const st
    const char* const of = kind == PastTable::Kind::queues ? " of queues of " : " of ";
    if (!later.empty()) {
       notes.push_back(String("The history") + of + Kiln::nameRanges(later, " and ") +
-                      " begins later: counts are since " + momentOf(latest, clock) + (later.size() == 1 ? "." : " or earlier."));
+                      " begins later: counts are since " + momentOf(latest, clock) +
+                      (later.size() == 1 ? "." : " or earlier."));
    }
    if (!withGaps.empty()) {
-      notes.push_back(String("The history") + of + Kiln::nameRanges(withGaps, " and ") +
-                      " has a gap at that time: " +
-                      (since.isStrict ? "they are left out." : "counts are since the last sample before it."));
+      notes.push_back(
+           String("The history") + of + Kiln::nameRanges(withGaps, " and ") + " has a gap at that time: " +
+           (since.isStrict ? "they are left out." : "counts are since the last sample before it."));
    }
    if (kind == PastTable::Kind::queues) {
       notes.push_back("Of queues a sample is kept every " + durationText(past.interval()) +

@@ -99,7 +99,8 @@ void AskedSpan::finish(const TableClock& clock) {
    }
    if (from && to && *to < *from) {
       throw std::runtime_error("from " + clock.dateAndTimeText(*from) + " is after to " +
-                               clock.dateAndTimeText(*to) + ": now it is " + clock.dateAndTimeText(clock.now));
+                               clock.dateAndTimeText(*to) + ": now it is " +
+                               clock.dateAndTimeText(clock.now));
    }
    if (from && to && *from == *to) {
       constexpr double toTheNext = 1 - 1e-6; // seconds, to the microsecond that clocks are read in
@@ -127,9 +128,7 @@ Words timeCandidates(const String& word) {
 
 bool isRefusedAfter(const String& word, const Words& words) {
    const auto has = [&](const char* one) { return std::ranges::find(words, one) != words.end(); };
-   return word == "last"                  ? has("from") || has("to")
-          : word == "from" || word == "to" ? has("last")
-                                           : false;
+   return word == "last" ? has("from") || has("to") : word == "from" || word == "to" ? has("last") : false;
 }
 
 String momentText(double unixTime, const TableClock& clock) {

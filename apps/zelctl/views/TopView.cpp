@@ -89,7 +89,8 @@ struct Shown {
    String queueSpan;
 
    String title(const Ranking& ranking) const {
-      return String(ranking.title) + ", by " + ranking.order->word + (ranking.isOfQueues ? queueSpan : portSpan);
+      return String(ranking.title) + ", by " + ranking.order->word +
+             (ranking.isOfQueues ? queueSpan : portSpan);
    }
 };
 
@@ -143,8 +144,9 @@ void addUp(Place* place, const PublishedRow& row, std::initializer_list<String> 
    for (const String& name : names) {
       const NamedCounter* const counter = row.counter(name);
       // What the record counts, but nobody knows over the span, is part of the sum as well.
-      const bool isLost = counter == nullptr &&
-                          std::ranges::find(row.text.counters, name, &NamedCounter::name) != row.text.counters.end();
+      const bool isLost =
+           counter == nullptr &&
+           std::ranges::find(row.text.counters, name, &NamedCounter::name) != row.text.counters.end();
       if (isLost) {
          isKnown = isWhole = false;
          continue;
@@ -198,7 +200,8 @@ std::vector<Place> portsIn(const PublishedTable& table) {
 // Has the rows count what they counted in the span, if one is asked for.
 void countLast(const Request& request, const char* view, PublishedTable* table, const Silo::Store& store) {
    if (request.last) {
-      countSince({.time = table->clock.now - *request.last, .isStrict = true}, *viewNamed(view), {}, table, store);
+      countSince({.time = table->clock.now - *request.last, .isStrict = true}, *viewNamed(view), {}, table,
+                 store);
    }
 }
 
@@ -237,8 +240,8 @@ std::vector<Place> readQueues(const Request& request, const Silo::Store& store, 
    }
    shown->notes.insert(shown->notes.end(), table.spanNotes.begin(), table.spanNotes.end());
    if (request.last) {
-      shown->queueSpan =
-           lastText(table, *request.last, table.pollingInterval * Silo::Interface::IntfQueueHistory::intervals);
+      shown->queueSpan = lastText(table, *request.last,
+                                  table.pollingInterval * Silo::Interface::IntfQueueHistory::intervals);
    }
    return queuesIn(table);
 }

@@ -141,7 +141,8 @@ TEST_F(HistoryPlots, LeavesOutQueueDropsThatWereNotRead) {
    EXPECT_NE(csv.find(",200000000,\n"), String::npos) << csv;
    const String plot = show({"Ethernet1", "out-queue-drops", "from", "00:15:02"});
    EXPECT_NE(plot.find("min -, mean -"), String::npos) << plot; // nobody knows when the 50 were
-   EXPECT_NE(plot.find("out-queue-drops is unknown, as the queues were not read: 00:15:04\n"), String::npos) << plot;
+   EXPECT_NE(plot.find("out-queue-drops is unknown, as the queues were not read: 00:15:04\n"), String::npos)
+        << plot;
    ZelCtl::PastTable past(store_, ZelCtl::PastTable::Kind::ports);
    const ZelCtl::PastSamples samples = past.samples("Ethernet1");
    EXPECT_EQ(samples.since(902, IntfHistory::outQueueDrops), 50);
