@@ -134,7 +134,8 @@ String EventLines::lineOf(const RecordedEvent& event, const TableClock& clock) c
       for (const String& part : wrapped(rest, width_ > indent ? width_ - indent : 1)) {
          if (!isFirst) {
             line.resize(line.find_last_not_of(' ') + 1);
-            line += "\n" + String(indent, ' ');
+            line += '\n';
+            line.append(indent, ' ');
          }
          line += part;
          isFirst = false;
