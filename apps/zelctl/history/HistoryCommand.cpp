@@ -334,7 +334,8 @@ class Picture {
    String figuresText(const Words& figures) const {
       String text;
       for (const String& figure : figures) {
-         text += " " + String(figureWidth_ - figure.size(), ' ') + figure;
+         text.append(1 + figureWidth_ - figure.size(), ' ');
+         text += figure;
       }
       return text + "\n";
    }

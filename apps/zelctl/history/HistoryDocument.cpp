@@ -119,7 +119,8 @@ String historyCsv(const HistoryAnswer& answer) {
          const auto index = static_cast<std::size_t>(sample - group.past.samples.data());
          text += group.intf + ",";
          text += answer.clock.isOfHere ? secondsText(sample->time + answer.clock.unixOffset) : "";
-         text += "," + secondsText(sample->time);
+         text += ',';
+         text += secondsText(sample->time);
          text += sample->has(discontinuity) ? ",1" : ",0";
          text += sample->has(begun) ? ",1" : ",0";
          text += group.past.isAfterGap(index) ? ",1" : ",0";
@@ -130,7 +131,8 @@ String historyCsv(const HistoryAnswer& answer) {
                  found == group.counters.end()
                       ? std::nullopt
                       : group.totalIn(*sample, static_cast<std::size_t>(found - group.counters.begin()));
-            text += "," + (total ? std::to_string(*total) : String());
+            text += ',';
+            text += total ? std::to_string(*total) : String();
          }
          text += "\n";
       }

@@ -89,7 +89,10 @@ Kiln::String durationText(double seconds) {
    for (const Unit& unit : units) {
       const double count = std::floor(left / unit.seconds);
       if (count > 0 && parts < 2) {
-         text += (parts == 0 ? "" : " ") + std::to_string(static_cast<U64>(count)) + " " + unit.text;
+         text += parts == 0 ? "" : " ";
+         text += std::to_string(static_cast<U64>(count));
+         text += ' ';
+         text += unit.text;
          left -= count * unit.seconds;
          ++parts;
       } else if (parts > 0) {

@@ -39,7 +39,8 @@ double takeTime(const Words& words, std::size_t* at, const TableClock& clock) {
    String text = unquoted(words[*at]);
    // A date and its time are two words.
    if (text.find('-') != String::npos && text.find(':') == String::npos && *at + 1 < words.size()) {
-      text += " " + unquoted(words[++*at]);
+      text += ' ';
+      text += unquoted(words[++*at]);
    }
    const std::optional<double> time = parseTime(text, clock);
    if (!time) {
