@@ -107,19 +107,19 @@ void QueuePublisher::publish(const Pelt::IntfId& intf, const VexTypes::IntfQueue
 }
 
 QueueDrops QueuePublisher::drops(const Pelt::IntfId& intf) const {
+   const auto sumOfDrops = [](const Record& record) {
+      U64 packets = 0;
+      for (const QueueStatistics& queue : record.totals) {
+         packets += queue.drops;
+      }
+      return packets;
+   };
+   if (const Counted* const counted = counted_.find(intf)) {
+      return {sumOfDrops(counted->record),
+              counted->record.reported != 0 ? counted->sampleTime : Silo::unknownSampleTime};
+   }
    // Those that an earlier process published go on.
-   const Counted* const counted = counted_.find(intf);
-   const Record record = counted != nullptr ? counted->record
-                         : counters_ ? counters_->table().sampleOrDefault(Silo::Key(intf.text())).record
-                                     : Record{};
-   QueueDrops drops;
-   for (const QueueStatistics& queue : record.totals) {
-      drops.packets += queue.drops;
-   }
-   if (counted != nullptr && counted->record.reported != 0) {
-      drops.time = counted->sampleTime;
-   }
-   return drops;
+   return {counters_ ? sumOfDrops(counters_->table().sampleOrDefault(Silo::Key(intf.text())).record) : 0};
 }
 
 // True if the continuity of the queue's counts is broken.
