@@ -1,6 +1,7 @@
 // Makes the new file beside the old one, which keeps its name until the new one is whole.
 #include "silo/FileSuccessor.h"
 
+#include "silo/Errors.h"
 #include "silo/TableHeader.h"
 
 #include <utility>
@@ -25,6 +26,15 @@ void replaceFile(const Store& store, const std::string& table, Mapping& mapping,
    other.remap(); // what is lost of it would not reach the readers
    if (other.size() >= sizeof(TableHeader)) {
       reinterpret_cast<TableHeader*>(other.data())->retire();
+   }
+}
+
+void removeOwnFile(const Store& store, const std::string& table, const Mapping& mapping) {
+   try {
+      if (store.isNamed(table, mapping)) {
+         store.remove(table);
+      }
+   } catch (const TableError&) { // then it stays, whole and empty
    }
 }
 

@@ -341,15 +341,9 @@ void HistoryTable::pollingIntervalIs(double seconds, double spacing) {
    header().stateIs(state_);
 }
 
-// What has the name may be another's by now.
 void HistoryTable::removeIfNew() {
    if (isNew_) {
-      try {
-         if (store_.isNamed(name_, mapping_)) {
-            store_.remove(name_);
-         }
-      } catch (const TableError&) { // then it stays, whole and empty
-      }
+      removeOwnFile(store_, name_, mapping_);
    }
 }
 

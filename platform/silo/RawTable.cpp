@@ -1,6 +1,8 @@
 // The writer of a shared table: takes over whatever the last writer left, then writes under sequence locks.
 #include "silo/RawTable.h"
 
+#include "silo/FileSuccessor.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstring>
@@ -477,15 +479,9 @@ void RawTable::pollingIntervalIs(double seconds) {
    header().stateIs(state_);
 }
 
-// What has the name may be another's by now.
 void RawTable::removeIfNew() {
    if (isNew_) {
-      try {
-         if (store_.isNamed(name_, mapping_)) {
-            store_.remove(name_);
-         }
-      } catch (const TableError&) { // then it stays, whole and empty
-      }
+      removeOwnFile(store_, name_, mapping_);
    }
 }
 
