@@ -1,0 +1,32 @@
+// What the agent publishes, as metrics for a collector: OpenMetrics 1.0, or Prometheus' text format.
+#pragma once
+
+#include "apps/metrics/Collectors.h"
+#include "kiln/Types.h"
+#include "silo/Store.h"
+
+namespace ZelMetrics {
+
+enum class Format : U8 { openMetrics, prometheusText };
+
+// What a Content-Type header says of the format.
+const char* contentType(Format format);
+
+// Reads the shared tables and asks no agent. Tables may be missing, and come and go: what can't be read is left out, and
+// counted as an error of its collector. One thread at a time.
+class Exposition {
+ public:
+   Exposition(Silo::Store store, Collectors collectors);
+   ~Exposition();
+   Exposition(const Exposition&) = delete;
+   Exposition& operator=(const Exposition&) = delete;
+
+   // Replaces the text, whose memory is used again, by a scrape of now. Never throws for what is in the tables.
+   void scrape(Format format, Kiln::String* text);
+
+ private:
+   Silo::Store store_;
+   Collectors collectors_;
+};
+
+} // namespace ZelMetrics
