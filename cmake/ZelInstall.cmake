@@ -63,6 +63,8 @@ install(FILES docs/man/zelctl.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONE
 install(FILES apps/zelctl/zelctl.bash RENAME zelctl
   DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT Programs)
 
+install(DIRECTORY packaging/prometheus DESTINATION ${CMAKE_INSTALL_DATADIR}/${package} COMPONENT Programs)
+
 # The unit needs the program's absolute path, which is known only at installation, since --prefix may change it.
 install(CODE "
   set(sbinDir \"${CMAKE_INSTALL_SBINDIR}\")
