@@ -77,12 +77,16 @@ Kiln::String listOf(const Request& request, const char* name) {
 
 // The page of a site elsewhere can make a browser ask here under that site's name, and would then read the answer. No
 // such name is an IP address, or localhost.
-bool isNameOfHere(Kiln::String host) {
-   const bool isBracketed = host.starts_with('[');
-   host = host.substr(isBracketed ? 1 : 0, host.find(isBracketed ? ']' : ':') - (isBracketed ? 1 : 0));
+bool isNameOfHere(const Kiln::String& host) {
    in6_addr address{};
-   return strcasecmp(host.c_str(), "localhost") == 0 ||
-          inet_pton(isBracketed ? AF_INET6 : AF_INET, host.c_str(), &address) == 1;
+   const bool isBracketed = host.starts_with('[');
+   const std::size_t end = isBracketed ? host.find(']') : host.find(':');
+   if (isBracketed) {
+      const bool isWhole = end != Kiln::String::npos && (end + 1 == host.size() || host[end + 1] == ':');
+      return isWhole && inet_pton(AF_INET6, host.substr(1, end - 1).c_str(), &address) == 1;
+   }
+   const Kiln::String name = host.substr(0, end);
+   return strcasecmp(name.c_str(), "localhost") == 0 || inet_pton(AF_INET, name.c_str(), &address) == 1;
 }
 
 // What the library answers by itself has no text.

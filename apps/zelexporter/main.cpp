@@ -34,9 +34,12 @@ Kiln::OwnedFd endSignals() {
 void printHelp() {
    std::cout
         << "Usage: zelexporter [OPTION]...\n\n"
-           "Gives collectors what the agent publishes: metrics on /metrics, whether it lives on /healthz, "
-           "and a page for operators on /. Only reads the shared tables.\n\n"
-        << ZelExporter::optionsHelp();
+           "Gives collectors what the agent publishes, over HTTP: metrics on /metrics, whether the agent "
+           "lives on\n/healthz, and a page for operators on /. It only reads the shared tables, and asks no "
+           "agent.\n\n"
+        << ZelExporter::optionsHelp()
+        << "\nWithout options, only this machine can reach it. For a collector elsewhere, without queues:\n\n"
+           "   zelexporter --listen 0.0.0.0:9469 --no-collect queues\n";
 }
 
 int run(const Options& options) {
