@@ -87,7 +87,7 @@ def cpu_of(pid):
 
 def memory_of(pid, what="Private_(?:Clean|Dirty)", file="smaps_rollup"):
     """MB."""
-    found = re.findall(rf"^{what}: +(\d+) kB", pathlib.Path(f"/proc/{pid}/{file}").read_text(), re.M)
+    found = re.findall(rf"^{what}:\s+(\d+) kB", pathlib.Path(f"/proc/{pid}/{file}").read_text(), re.M)
     return sum(int(kilobytes) for kilobytes in found) / 1024
 
 
@@ -160,7 +160,7 @@ def run(packaging, seconds, switches):
     for i, port in enumerate(ports):
         exporters.append(start("exporters", exporter_program, "--silo", scratch / f"s{i}", "--listen", f"127.0.0.1:{port}"))
     for port in ports:
-        await_(f"a scrape of port {port}", lambda: b"zel_chip_verdict" in (tries(port, "/metrics") or b""))
+        await_(f"a scrape of port {port}", lambda: b"zel_queue_packets" in (tries(port, "/metrics") or b""))
     prometheus = start("prometheus", "prometheus", "--config.file", configure(packaging, ports), "--storage.tsdb.path", scratch / "tsdb",
                        "--web.listen-address", f"127.0.0.1:{prometheus_port}", "--log.level", "warn")
     await_("Prometheus", lambda: tries(prometheus_port, "/-/ready"))
@@ -197,8 +197,8 @@ def run(packaging, seconds, switches):
     print(f"bytes of a scrape   {plain}, {packed} packed")
     appended = (after["prometheus_tsdb_head_samples_appended_total"]
                 - before["prometheus_tsdb_head_samples_appended_total"]) / seconds
-    print(f"Prometheus          {after['prometheus_tsdb_head_series']:.0f} series, {appended:.0f} samples a second with "
-          f"what rules record; {highest:.0f} MB resident at most")
+    print(f"series              {after['prometheus_tsdb_head_series']:.0f} in Prometheus, {appended:.0f} samples a second, "
+          f"with what its rules record; it had {highest:.0f} MB resident at most")
     for name, pids in groups.items():
         print(f"{name:19} {100 * cpu[name] / seconds:.1f} % of a core; private memory {sum(memory[name]):.0f} MB"
               + (f", at most {max(memory[name]):.1f} MB of one" if len(pids) > 1 else ""))
