@@ -9,7 +9,7 @@ using Kiln::String;
 
 // A gauge without labels.
 std::vector<Column> bare(std::size_t family) {
-   return {Column(family, String(bareTail))};
+   return {Column(family, bareTail)};
 }
 
 } // namespace
