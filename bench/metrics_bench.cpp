@@ -41,7 +41,8 @@ double median(std::vector<double>& all) {
    return *middle;
 }
 
-// What an agent of so many ports publishes, just sampled: chips of four pipes of 64 ports.
+// What an agent of so many ports publishes, just sampled: chips of four pipes of 64 ports, and for each port a VLAN
+// interface with source NAT, and a subinterface.
 class Published {
  public:
    explicit Published(unsigned portCount) {
@@ -71,13 +72,23 @@ class Published {
    U64 count() { return random_() >> (12 + random_() % 50); }
 
    template <class Record>
+   static bool isNamed(const Record&, std::size_t) {
+      return true;
+   }
+   static bool isNamed(const Tables::IntfDropCounters&, std::size_t place) {
+      return place % ZlDrop::reasonsPerPort < ZlDrop::tables[place / ZlDrop::reasonsPerPort].reasons.size();
+   }
+   static bool isNamed(const Tables::IntfPdpCounters& record, std::size_t place) {
+      return record.classNames[place][0] != '\0';
+   }
+   template <class Record>
    void publishPlaced(Silo::Table<Record>& into, const String& key, Record record = {}) {
       record.createdTime = now_;
       record.createdUnixTime = unixNow_;
       for (std::size_t place = 0; place < Record::placeCount; ++place) {
          record.readTimes[place] = now_;
          for (U64& total : record.totals[place]) {
-            total = count();
+            total = isNamed(record, place) ? count() : 0;
          }
       }
       into.recordIs(key, record, now_);
@@ -99,6 +110,15 @@ class Published {
       queues.createdTime = now_;
       queues.createdUnixTime = unixNow_;
       queues_.recordIs(name, queues, now_);
+
+      Tables::L3IntfCounters l3;
+      std::ranges::generate(l3.totals, [&] { return count(); });
+      l3.createdUnixTime = unixNow_;
+      vlans_.recordIs("Vlan" + name.substr(8), l3, now_);
+      subIntfs_.recordIs(name + ".100", l3, now_);
+      Tables::NatCounter nat{.lastUpdate = now_, .totalPackets = count(), .totalBytes = count()};
+      nat.createdUnixTime = unixNow_;
+      nat_.recordIs("Vlan" + name.substr(8), nat, now_);
    }
    void publishPlaces(const String& name, unsigned chip, unsigned port) {
       Tables::IntfPlace place{.devicePort = port, .speed = 25'000'000'000};
@@ -262,16 +282,22 @@ void scrapeBy(benchmark::State& state, const String& list) {
    malloc_trim(0);
    const double before = privateBytes();
    ZelMetrics::Exposition exposition(agent.store(), list == "all" ? Collectors() : only(list));
-   String text;
+   std::size_t bytes = 0;
+   const auto add = [&](std::string_view piece) { bytes += piece.size(); };
    for (auto _ : state) {
-      exposition.scrape(Format::openMetrics, &text);
+      bytes = 0;
+      exposition.scrape(Format::openMetrics, add);
    }
    state.counters["private_bytes"] = privateBytes() - before;
-   state.counters["bytes"] = static_cast<double>(text.size());
-   state.counters["series"] = static_cast<double>(std::ranges::count(text, '\n')) -
-                              3 * static_cast<double>(std::ranges::count(text, '#'));
-   exposition.scrape(Format::prometheusText, &text);
-   state.counters["text_format_bytes"] = static_cast<double>(text.size());
+   state.counters["bytes"] = static_cast<double>(bytes);
+   std::ptrdiff_t series = 0;
+   exposition.scrape(Format::openMetrics, [&](std::string_view piece) {
+      series += std::ranges::count(piece, '\n') - std::ranges::count(piece, '#');
+   });
+   state.counters["series"] = static_cast<double>(series);
+   bytes = 0;
+   exposition.scrape(Format::prometheusText, add);
+   state.counters["text_format_bytes"] = static_cast<double>(bytes);
 }
 
 } // namespace

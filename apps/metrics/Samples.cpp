@@ -230,36 +230,48 @@ std::size_t Samples::bytes(Format format) const {
 }
 
 void Samples::write(Format format, Output* out) const {
-   const auto writeEach = [&](const std::vector<Run>& runs, auto writeSamples) {
-      for (const Run& run : runs) {
-         const std::size_t before = out->size();
-         out->add(run.header[static_cast<std::size_t>(format)]);
-         const std::size_t begin = out->size();
-         writeSamples(run);
-         if (out->size() == begin) {
-            out->sizeIs(before); // a family without samples is not mentioned
-         }
-      }
-   };
-   writeEach(counterRuns_, [&](const Run& run) { writeCounters(run, format == Format::openMetrics, out); });
-   writeEach(gaugeRuns_, [&](const Run& run) { writeGauges(run, out); });
+   for (const Run& run : counterRuns_) {
+      writeCounters(run, format, out);
+   }
+   for (const Run& run : gaugeRuns_) {
+      writeGauges(run, format, out);
+   }
 }
 
-void Samples::writeCounters(const Run& run, bool hasCreated, Output* out) const {
+// A family without samples is not mentioned.
+class Samples::Header {
+ public:
+   Header(const Run& run, Format format, Output* out)
+        : text_(&run.header[static_cast<std::size_t>(format)]), out_(out) {}
+   void isNeeded() {
+      if (text_ != nullptr) {
+         out_->add(*text_);
+         text_ = nullptr;
+      }
+   }
+
+ private:
+   const String* text_;
+   Output* out_;
+};
+
+void Samples::writeCounters(const Run& run, Format format, Output* out) const {
+   Header header(run, format, out);
    const std::size_t columns = counterColumns_.size();
    for (std::size_t i = 0; i < used_; ++i) {
       const Row& one = rows_[i];
-      const bool isCreatedKnown = hasCreated && !one.created.isEmpty();
+      const bool isCreatedTold = format == Format::openMetrics && !one.created.isEmpty();
       for (std::size_t column = run.begin; column < run.end; ++column) {
          if ((one.present[column / 64] >> column % 64 & 1) == 0) {
             continue;
          }
+         header.isNeeded();
          const Piece& tail = tailOf(i, column);
          char* to = out->room(2 * (run.createdName.size() + one.labels.size() + tail.size() + longestNumber));
          to = tail.copyTo(one.labels.copyTo(run.name.copyTo(to)));
          to = putNumber(to, counts_[i * columns + column]);
          *to++ = '\n';
-         if (isCreatedKnown) {
+         if (isCreatedTold) {
             to = one.created.copyTo(tail.copyTo(one.labels.copyTo(run.createdName.copyTo(to))));
          }
          out->endIs(to);
@@ -267,7 +279,8 @@ void Samples::writeCounters(const Run& run, bool hasCreated, Output* out) const 
    }
 }
 
-void Samples::writeGauges(const Run& run, Output* out) const {
+void Samples::writeGauges(const Run& run, Format format, Output* out) const {
+   Header header(run, format, out);
    for (std::size_t i = 0; i < used_; ++i) {
       const Row& one = rows_[i];
       for (std::size_t column = run.begin; column < run.end; ++column) {
@@ -275,6 +288,7 @@ void Samples::writeGauges(const Run& run, Output* out) const {
          if (!gauge.isKnown) {
             continue;
          }
+         header.isNeeded();
          const Piece& tail = gaugeColumns_[column].tails.front();
          char* to = out->room(run.name.size() + one.labels.size() + tail.size() + longestNumber);
          to = putGauge(tail.copyTo(one.labels.copyTo(run.name.copyTo(to))), gauge);

@@ -119,13 +119,14 @@ class Samples {
       Piece name;                         // of a sample
       Piece createdName;
    };
+   class Header;
    static std::vector<Run> runsOf(const std::vector<Column>& columns);
 
    Row& row() { return rows_[used_ - 1]; }
    void grow();
    void beginRow();
-   void writeCounters(const Run& run, bool hasCreated, Output* out) const;
-   void writeGauges(const Run& run, Output* out) const;
+   void writeCounters(const Run& run, Format format, Output* out) const;
+   void writeGauges(const Run& run, Format format, Output* out) const;
    const Piece& tailOf(std::size_t rowAt, std::size_t column) const {
       const Column& one = counterColumns_[column];
       return one.tails[one.tails.size() == 1 ? 0 : variants_[rowAt * counterColumns_.size() + column]];
