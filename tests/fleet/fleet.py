@@ -218,7 +218,9 @@ def sizes():
     for chips, ports in ((1, 32), (2, 228), (8, 256)):
         silo = scratch / f"{chips}x{ports}"
         # What 2,048 ports cost in software is not the question: traffic for some digits, and then none.
-        (scratch / "scenario").write_text("traffic on\nadvance 10\ntraffic off\nadvance 3600\n")
+        vlans = (f"l3 add {name} {vlan}" for i in range(100) for name, vlan in ((f"Vlan{i + 2}", i + 2),
+                                                                                (f"Ethernet1.{i + 2000}", i + 2000)))
+        (scratch / "scenario").write_text("\n".join((*vlans, "traffic on", "advance 10", "traffic off", "advance 3600")))
         agent = start("agents", agent_program, "--chips", chips, "--pipes", 4, "--ports", ports, "--silo", silo,
                       "--socket", scratch / "socket", "--scenario", scratch / "scenario", "--realtime")
         time.sleep(20)
