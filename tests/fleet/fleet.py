@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-# Runs a fleet of small switches on this machine and one Prometheus that collects from them. Fails if a scrape or a sample
-# is missing, or a total fell; reports what it took.
+# Runs a fleet of small switches on this machine and one Prometheus that collects from them. Fails if a scrape or a
+# sample is missing, or a total fell; reports what it took.
 #
 #    fleet.py ZELAGENT ZELEXPORTER PACKAGING/PROMETHEUS SECONDS SWITCHES
 #    fleet.py ZELAGENT ZELEXPORTER sizes
@@ -79,6 +79,10 @@ def start(name, *command):
     return process.pid
 
 
+def start_exporter(silo, port, *options):
+    return start("exporters", exporter_program, "--silo", silo, "--listen", f"127.0.0.1:{port}", *options)
+
+
 def cpu_of(pid):
     """Seconds of a processor's time that the process has taken."""
     fields = pathlib.Path(f"/proc/{pid}/stat").read_text().rpartition(") ")[2].split()
@@ -93,7 +97,8 @@ def memory_of(pid, what="Private_(?:Clean|Dirty)", file="smaps_rollup"):
 
 def prometheus_metrics(port):
     """Prometheus' own, those without labels, and samples of the usual type."""
-    return {name: float(value) for name, value in re.findall(r"^(\w+)(?:{type=\"float\"})? (\S+)$", fetch(port, "/metrics").decode(), re.M)}
+    text = fetch(port, "/metrics").decode()
+    return {name: float(value) for name, value in re.findall(r"^(\w+)(?:{type=\"float\"})? (\S+)$", text, re.M)}
 
 
 def query(port, expression, at):
@@ -108,7 +113,8 @@ def by_switch(port, expression, at):
 def configure(packaging, ports):
     for rules in pathlib.Path(packaging).glob("zel-*.yml"):
         shutil.copy(rules, scratch)
-    targets = "".join(f"\n      - targets: [127.0.0.1:{port}]\n        labels: {{switch: s{i}}}" for i, port in enumerate(ports))
+    targets = "".join(f"\n      - targets: [127.0.0.1:{port}]\n        labels: {{switch: s{i}}}"
+                      for i, port in enumerate(ports))
     text = pathlib.Path(packaging, "zel.yml").read_text()
     for pattern, change in ((r"(?<=_interval: )15s", f"{INTERVAL}s"), (r"(?<=scrape_timeout: )10s", f"{INTERVAL}s"),
                             (r"\n +- targets:\n +- 127\.0\.0\.1:9469", targets)):
@@ -127,7 +133,7 @@ def check_scrapes(port, switches, begin, end):
         times = [at for at, _ in target["values"]]
         check(all(value == "1" for _, value in target["values"]), target["metric"]["switch"], "was down")
         gaps += [after - before for before, after in zip(times, times[1:])]
-        check(times[0] - begin < 2 * INTERVAL and end - times[-1] < 2 * INTERVAL, target["metric"]["switch"], "was late")
+        check(max(times[0] - begin, end - times[-1]) < 2 * INTERVAL, target["metric"]["switch"], "was late")
     check(max(gaps) < 1.5 * INTERVAL, "two scrapes were", max(gaps), "s apart")
     return sum(len(target["values"]) for target in found), max(gaps)
 
@@ -154,15 +160,16 @@ def run(packaging, seconds, switches):
     prometheus_port = ports.pop()
     agents, exporters = [], []
     for i in range(switches):
-        agents.append(start("agents", agent_program, "--ports", PORTS, "--pipes", 1, "--seed", i + 1, "--silo", scratch / f"s{i}",
-                            "--socket", scratch / f"s{i}.socket"))
+        agents.append(start("agents", agent_program, "--ports", PORTS, "--pipes", 1, "--seed", i + 1,
+                            "--silo", scratch / f"s{i}", "--socket", scratch / f"s{i}.socket"))
         time.sleep(0.02)  # or all would poll at the same instant, as no fleet does
     for i, port in enumerate(ports):
-        exporters.append(start("exporters", exporter_program, "--silo", scratch / f"s{i}", "--listen", f"127.0.0.1:{port}"))
+        exporters.append(start_exporter(scratch / f"s{i}", port))
     for port in ports:
         await_(f"a scrape of port {port}", lambda: b"zel_queue_packets" in (tries(port, "/metrics") or b""))
-    prometheus = start("prometheus", "prometheus", "--config.file", configure(packaging, ports), "--storage.tsdb.path", scratch / "tsdb",
-                       "--web.listen-address", f"127.0.0.1:{prometheus_port}", "--log.level", "warn")
+    prometheus = start("prometheus", "prometheus", "--config.file", configure(packaging, ports),
+                       "--storage.tsdb.path", scratch / "tsdb", "--web.listen-address", f"127.0.0.1:{prometheus_port}",
+                       "--log.level", "warn")
     await_("Prometheus", lambda: tries(prometheus_port, "/-/ready"))
     # Scrapes begin within an interval; until then there is nothing to lose.
     await_("a scrape of all", lambda: query(prometheus_port, f'sum(up{{job="zel"}}) == {switches}', time.time()))
@@ -190,15 +197,16 @@ def run(packaging, seconds, switches):
     plain, packed = (len(fetch(ports[0], "/metrics", **headers)) for headers in (ACCEPT, PACKED))
     alerts = query(prometheus_port, 'count by (alertname, alertstate) (ALERTS)', end)
 
-    print(f"{switches} switches of {PORTS} ports, scraped every {INTERVAL} s for {end - begin} s on {os.cpu_count()} cores")
+    print(f"{switches} switches of {PORTS} ports, scraped every {INTERVAL} s for {end - begin} s "
+          f"on {os.cpu_count()} cores")
     print(f"scrapes             {scrapes}, none failed, at most {gap:.2f} s apart; half of them within "
           f"{statistics.median(took) * 1000:.1f} ms, all within {longest * 1000:.0f} ms")
     print(f"samples             {samples} scraped and all stored, no counter fell; {samples / scrapes:.0f} a scrape")
     print(f"bytes of a scrape   {plain}, {packed} packed")
     appended = (after["prometheus_tsdb_head_samples_appended_total"]
                 - before["prometheus_tsdb_head_samples_appended_total"]) / seconds
-    print(f"series              {after['prometheus_tsdb_head_series']:.0f} in Prometheus, {appended:.0f} samples a second, "
-          f"with what its rules record; it had {highest:.0f} MB resident at most")
+    print(f"series              {after['prometheus_tsdb_head_series']:.0f} in Prometheus, {appended:.0f} samples a "
+          f"second, with what its rules record; it had {highest:.0f} MB resident at most")
     for name, pids in groups.items():
         print(f"{name:19} {100 * cpu[name] / seconds:.1f} % of a core; private memory {sum(memory[name]):.0f} MB"
               + (f", at most {max(memory[name]):.1f} MB of one" if len(pids) > 1 else ""))
@@ -213,20 +221,22 @@ def stop(pid):
 
 
 def sizes():
-    """For ports and collectors: series and bytes of a scrape, packed bytes, and the exporter's CPU of it, packed or not."""
-    print("| Ports | Collectors | Series | Bytes | Packed | CPU | CPU, packed | Memory |\n|---:|---|---:|---:|---:|---:|---:|---:|")
+    """For ports and collectors: series and bytes of a scrape, packed bytes, and the exporter's CPU of it."""
+    print("| Ports | Collectors | Series | Bytes | Packed | CPU | CPU, packed | Memory |")
+    print("|---:|---|---:|---:|---:|---:|---:|---:|")
     for chips, ports in ((1, 32), (2, 228), (8, 256)):
         silo = scratch / f"{chips}x{ports}"
         # What 2,048 ports cost in software is not the question: traffic for some digits, and then none.
         vlans = (f"l3 add {name} {vlan}" for i in range(100) for name, vlan in ((f"Vlan{i + 2}", i + 2),
                                                                                 (f"Ethernet1.{i + 2000}", i + 2000)))
-        (scratch / "scenario").write_text("\n".join((*vlans, "traffic on", "advance 10", "traffic off", "advance 3600")))
+        statements = (*vlans, "traffic on", "advance 10", "traffic off", "advance 3600")
+        (scratch / "scenario").write_text("\n".join(statements))
         agent = start("agents", agent_program, "--chips", chips, "--pipes", 4, "--ports", ports, "--silo", silo,
                       "--socket", scratch / "socket", "--scenario", scratch / "scenario", "--realtime")
         time.sleep(20)
         for collectors in ((), *(("--collect", one) for one in COLLECTORS)):
             port, = free_ports(1)
-            exporter = start("exporters", exporter_program, "--silo", silo, "--listen", f"127.0.0.1:{port}", *collectors)
+            exporter = start_exporter(silo, port, *collectors)
             await_("the exporter", lambda: tries(port, "/healthz"))
             text = fetch(port, "/metrics", **ACCEPT)
             took = []
@@ -240,8 +250,9 @@ def sizes():
                     time.sleep(5 * (time.monotonic() - begin))
                 took.append(1000 * (cpu_of(exporter) - cpu) / scrapes)
             series = len(re.findall(rb"^[^#]", text, re.M))
-            print(f"| {chips * ports} | {collectors[-1] if collectors else 'all'} | {series:,} | {len(text):,} | {len(packed):,} "
-                  f"| {took[0]:.2f} ms | {took[1]:.2f} ms | {memory_of(exporter):.1f} MB |", flush=True)
+            print(f"| {chips * ports} | {collectors[-1] if collectors else 'all'} | {series:,} | {len(text):,} "
+                  f"| {len(packed):,} | {took[0]:.2f} ms | {took[1]:.2f} ms | {memory_of(exporter):.1f} MB |",
+                  flush=True)
             stop(exporter)
         stop(agent)
 

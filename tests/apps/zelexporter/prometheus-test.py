@@ -5,9 +5,9 @@
 #
 #    prometheus-test.py ZELAGENT ZELCTL ZELEXPORTER READ_COUNTERS.PY PACKAGING/PROMETHEUS
 #
-# What a scrape found is known exactly only if nothing moved around it. So before each comparison the traffic stops, until
-# all records have been read again and show the same; then comes another scrape. Scrapes are half a second apart and not
-# 15 s, for the test to end soon; all else is as in the configuration that is installed.
+# What a scrape found is known exactly only if nothing moved around it. So before each comparison the traffic stops,
+# until all records have been read again and show the same; then comes another scrape. Scrapes are half a second apart
+# and not 15 s, for the test to end soon; all else is as in the configuration that is installed.
 import collections
 import contextlib
 import importlib.util
@@ -61,7 +61,8 @@ def free_port():
 
 
 def fetch(port, path, **headers):
-    with urllib.request.urlopen(urllib.request.Request(f"http://127.0.0.1:{port}{path}", headers=headers), timeout=LIMIT) as answer:
+    request = urllib.request.Request(f"http://127.0.0.1:{port}{path}", headers=headers)
+    with urllib.request.urlopen(request, timeout=LIMIT) as answer:
         return answer.read().decode()
 
 
@@ -80,8 +81,9 @@ class Agent:
     """A scenario in real time, whose statements come while it lives."""
 
     def __init__(self):
-        self.process = start("agent", [agent_program, "--ports", 4, "--polling", 0.2, "--hardware", scratch / "hardware",
-                                       "--silo", silo, "--socket", scratch / "socket", "--scenario", "-", "--realtime"],
+        self.process = start("agent", [agent_program, "--ports", 4, "--polling", 0.2, "--silo", silo,
+                                       "--hardware", scratch / "hardware", "--socket", scratch / "socket",
+                                       "--scenario", "-", "--realtime"],
                              stdin=subprocess.PIPE, stdout=subprocess.DEVNULL, text=True)
 
     def does(self, *statements):
@@ -287,7 +289,8 @@ def run():
         for series, step in steps.items():
             if series.name == name:
                 found = estimates.get(Series("", series.labels))
-                check(found is not None and abs(found - step) <= 0.05 * step, series, "increased by", found, "not", step)
+                check(found is not None and abs(found - step) <= 0.05 * step, series, "increased by", found,
+                      "instead of", step)
 
     # Creation times come with OpenMetrics, which Prometheus asks for.
     for row in tables.Table(silo, "IntfCounters").rows():
@@ -303,7 +306,8 @@ def run():
     missing = sorted(name for name in names if not query(f"count(last_over_time({name}[{window}ms]))", last.at))
     check(not missing, "no series", missing)
     groups = json.loads(fetch(prometheus_port, "/api/v1/rules"))["data"]["groups"]
-    unwell = [(rule["name"], rule.get("lastError")) for group in groups for rule in group["rules"] if rule["health"] != "ok"]
+    unwell = [(rule["name"], rule.get("lastError")) for group in groups for rule in group["rules"]
+              if rule["health"] != "ok"]
     check(not unwell, "rules that fail:", unwell)
 
     text = fetch(exporter_port, "/metrics", Accept="text/plain")
