@@ -178,9 +178,8 @@ class Site::Tables {
          response.set_header("Content-Encoding", "gzip");
       }
       // The text itself does not pass through the library, which would copy it for each reader.
-      response.set_header(
-           "Content-Length",
-           std::to_string(answer_.isUnpacked ? answer_.text->unpackedSize() : answer_.text->packed().size()));
+      response.set_header("Content-Length", std::to_string(answer_.isUnpacked ? answer_.text->unpackedSize
+                                                                              : answer_.text->packed.size()));
    }
 
    void giveHealth(Response& response) const {
