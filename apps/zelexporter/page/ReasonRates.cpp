@@ -20,7 +20,7 @@ void ReasonRates::take(const std::vector<Silo::Entry<Record>>& entries, double l
       Port& port = found->second;
       for (std::size_t i = 0; i < Record::placeCount; ++i) {
          const double seconds = now.readTimes[i] - port.record.readTimes[i];
-         if (isNew || seconds < 0 || seconds > longest) {
+         if (isNew || port.record.readTimes[i] == 0 || seconds < 0 || seconds > longest) {
             port.rates[i].reset();
          } else if (seconds > 0) {
             port.rates[i] = static_cast<double>(now.totals[i][0] - port.record.totals[i][0]) / seconds;

@@ -23,7 +23,7 @@ using ZelCtl::Place;
 using ZelCtl::PublishedRow;
 namespace TableName = Silo::Interface::TableName;
 
-constexpr std::size_t listedDrops = 10; // ports, and reasons
+constexpr std::size_t listedDrops = 6; // ports, and reasons
 constexpr double rateReach = 10;        // polling intervals between two readings that still make a rate of now
 
 constexpr std::array dropCounters{"in-discards", "out-discards", "out-queue-drops"};
