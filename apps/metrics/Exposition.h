@@ -2,12 +2,10 @@
 #pragma once
 
 #include "apps/metrics/Collectors.h"
-#include "kiln/Types.h"
+#include "apps/metrics/Parts.h"
 #include "silo/Store.h"
 
 namespace ZelMetrics {
-
-enum class Format : U8 { openMetrics, prometheusText };
 
 // What a Content-Type header says of the format.
 const char* contentType(Format format);
@@ -25,8 +23,15 @@ class Exposition {
    void scrape(Format format, Kiln::String* text);
 
  private:
+   void tellScrape(bool isAgentUp, double begin);
+
    Silo::Store store_;
    Collectors collectors_;
+   std::vector<std::unique_ptr<Part>> parts_;
+   Samples agent_;     // whether it lives
+   Samples build_;     // of this program
+   Samples duration_;  // of the scrape
+   Samples collected_; // by collector
 };
 
 } // namespace ZelMetrics
