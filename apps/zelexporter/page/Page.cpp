@@ -21,7 +21,6 @@ using Kiln::String;
 constexpr int badRequest = 400;
 constexpr int notFound = 404;
 constexpr int notModified = 304;
-constexpr int serverError = 500;
 constexpr double leastSpan = 10;        // seconds of a history
 constexpr double longestSpan = 86'400;
 constexpr const char* defaultSpan = "15m";
@@ -31,10 +30,10 @@ void addHeaders(Response& response) {
    response.set_header("Content-Security-Policy",
                        "default-src 'none'; script-src 'self'; style-src 'self'; connect-src 'self'; "
                        "img-src 'self'; base-uri 'none'; form-action 'none'; frame-ancestors 'none'");
-   response.set_header("X-Content-Type-Options", "nosniff");
    response.set_header("Referrer-Policy", "no-referrer");
    response.set_header("Cross-Origin-Resource-Policy", "same-origin");
    response.set_header("Cache-Control", "no-cache"); // ask each time whether it is another one
+   response.set_header("Vary", "Accept-Encoding");
 }
 
 void refuse(Response& response, int status, const String& why) {
@@ -53,30 +52,15 @@ bool isKnown(const Request& request, Response& response, std::string_view tag) {
    return true;
 }
 
-// As it is: the server would pack it anew for each browser.
-void answer(Response& response, const std::shared_ptr<const String>& text, const char* contentType) {
-   response.set_content_provider(text->size(), contentType,
-                                 [text](std::size_t offset, std::size_t length, httplib::DataSink& sink) {
-                                    return sink.write(text->data() + offset, length);
-                                 });
-}
-
-void answer(const Request& request, Response& response, const Document& document) {
+void answer(const Request& request, Response& response, const Document& document, const GiveText& give) {
    constexpr double milliseconds = 1000;
    if (!document.text) {
       refuse(response, notFound, "no such interface");
       return;
    }
    response.set_header("Zel-Next-Reading-Ms", std::to_string(std::llround(document.untilNext * milliseconds)));
-   response.set_header("Vary", "Accept-Encoding");
-   if (isKnown(request, response, document.tag)) {
-      return;
-   }
-   if (request.get_header_value("Accept-Encoding").find("gzip") != String::npos) {
-      response.set_header("Content-Encoding", "gzip");
-      answer(response, document.packed, "application/json");
-   } else {
-      answer(response, document.text, "application/json");
+   if (!isKnown(request, response, document.tag)) {
+      give(request, response, document.text, "application/json");
    }
 }
 
@@ -129,45 +113,43 @@ class Parameters {
 
 // Serves what `make` makes of a request.
 template <class Make>
-void addDocument(httplib::Server& server, const char* path, Make make) {
-   server.Get(path, [make](const Request& request, Response& response) {
+void addDocument(httplib::Server& server, const char* path, const GiveText& give, Make make) {
+   server.Get(path, [make, give](const Request& request, Response& response) {
       addHeaders(response);
       try {
-         answer(request, response, make(request));
+         answer(request, response, make(request), give);
       } catch (const std::invalid_argument& error) {
          refuse(response, badRequest, error.what());
-      } catch (const std::exception& error) {
-         refuse(response, serverError, error.what());
       }
    });
 }
 
 } // namespace
 
-void addPage(httplib::Server& server, const Silo::Store& store) {
+void addPage(httplib::Server& server, const Silo::Store& store, const GiveText& give) {
    for (const PageFile& file : pageFiles()) {
-      const auto text = std::make_shared<const String>(file.text);
-      server.Get(String(file.path), [&file, text](const Request& request, Response& response) {
+      const auto text = std::make_shared<const PackedText>(file.text);
+      server.Get(String(file.path), [&file, text, give](const Request& request, Response& response) {
          addHeaders(response);
          if (!isKnown(request, response, file.tag)) {
-            answer(response, text, file.contentType.data());
+            give(request, response, text, file.contentType.data());
          }
       });
    }
    const auto data = std::make_shared<PageData>(store);
-   addDocument(server, "/api/ports", [data](const Request& request) {
+   addDocument(server, "/api/ports", give, [data](const Request& request) {
       return Parameters(request, {}), data->ports();
    });
-   addDocument(server, "/api/drops", [data](const Request& request) {
+   addDocument(server, "/api/drops", give, [data](const Request& request) {
       return Parameters(request, {}), data->drops();
    });
-   addDocument(server, "/api/events", [data](const Request& request) {
+   addDocument(server, "/api/events", give, [data](const Request& request) {
       return Parameters(request, {}), data->events();
    });
-   addDocument(server, "/api/port", [data](const Request& request) {
+   addDocument(server, "/api/port", give, [data](const Request& request) {
       return data->port(Parameters(request, {"interface"}).interface());
    });
-   addDocument(server, "/api/history", [data](const Request& request) {
+   addDocument(server, "/api/history", give, [data](const Request& request) {
       const Parameters parameters(request, {"interface", "last"});
       return data->history(parameters.interface(), parameters.last());
    });

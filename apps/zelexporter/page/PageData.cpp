@@ -6,7 +6,6 @@
 #include "apps/zelexporter/page/PageJson.h"
 
 #include <functional>
-#include <zlib.h>
 
 namespace ZelExporter {
 
@@ -22,25 +21,6 @@ constexpr std::size_t keptDocuments = 64; // so that browsers which ask for ever
 constexpr std::size_t plotColumns = 300;
 constexpr double leastInterval = 0.5; // seconds between two readings
 constexpr double lostInterval = 1;    // while there is nothing to read
-
-String packed(const String& text) {
-   constexpr int gzipBits = 15 + 16; // the largest window, in gzip's format
-   constexpr int level = 3;          // a tenth more than the best, in a third of the time
-   constexpr int memoryLevel = 8;
-   z_stream stream{};
-   if (deflateInit2(&stream, level, Z_DEFLATED, gzipBits, memoryLevel, Z_DEFAULT_STRATEGY) != Z_OK) {
-      throw std::bad_alloc();
-   }
-   String out(deflateBound(&stream, text.size()), '\0');
-   stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(text.data()));
-   stream.avail_in = static_cast<uInt>(text.size());
-   stream.next_out = reinterpret_cast<Bytef*>(out.data());
-   stream.avail_out = static_cast<uInt>(out.size());
-   deflate(&stream, Z_FINISH);
-   out.resize(stream.total_out);
-   deflateEnd(&stream);
-   return out;
-}
 
 } // namespace
 
@@ -59,12 +39,11 @@ void PageData::refresh(double now) {
 
 template <class Make>
 Document PageData::document(const String& key, Make make) {
-   const std::lock_guard lock(mutex_);
    const double now = Silo::monotonicNow();
    refresh(now);
    auto found = documents_.find(key);
    if (found == documents_.end()) {
-      String text = make();
+      const String text = make();
       if (text.empty()) {
          return {};
       }
@@ -73,8 +52,7 @@ Document PageData::document(const String& key, Make make) {
       }
       Document made;
       made.tag = std::to_string(std::hash<String>()(text));
-      made.packed = std::make_shared<const String>(packed(text));
-      made.text = std::make_shared<const String>(std::move(text));
+      made.text = std::make_shared<const PackedText>(text);
       found = documents_.emplace(key, std::move(made)).first;
    }
    Document answer = found->second;

@@ -3,22 +3,21 @@
 
 #include "apps/zelctl/events/EventReader.h"
 #include "apps/zelctl/views/PastSamples.h"
+#include "apps/zelexporter/PackedText.h"
 #include "apps/zelexporter/page/SwitchReading.h"
 
 #include <memory>
-#include <mutex>
 
 namespace ZelExporter {
 
 struct Document {
-   std::shared_ptr<const Kiln::String> text; // JSON; null: there is no such interface
-   std::shared_ptr<const Kiln::String> packed; // the same by gzip
-   Kiln::String tag;                         // another one for another text
-   double untilNext = 0;                     // seconds until there may be a newer one
+   std::shared_ptr<const PackedText> text; // JSON; null: there is no such interface
+   Kiln::String tag;                       // another one for another text
+   double untilNext = 0;                   // seconds until there may be a newer one
 };
 
 // Reads when it is asked, and at most once a polling interval; again at once if the agent came or went. Within a reading,
-// each document is made once. Any thread.
+// each document is made once. One thread at a time.
 class PageData {
  public:
    explicit PageData(const Silo::Store& store);
@@ -38,7 +37,6 @@ class PageData {
    Kiln::String historyJson(const Kiln::String& intf, double seconds);
 
    const Silo::Store store_;
-   std::mutex mutex_; // guards all below
    SwitchReading reading_;
    std::optional<ZelCtl::PastTable> past_;
    std::optional<ZelCtl::EventReader> events_;
