@@ -242,6 +242,13 @@ def test_equality(browser, exporter, agent):
         wanted = {counter: "never read" if total is None else str(total) for counter, total in wanted.items()}
         until(lambda: browser.run(table) == wanted, f"equality of {name}")
     check(browser.run("return document.querySelectorAll('img, #field script').length") == 0, "a name became markup")
+    for counter, factor in (("out-octets", 8), ("out-pkts", 1)):
+        samples = records("history", "Ethernet3", counter)["series"][0]["samples"]
+        plot = json.loads(exporter.ask("/api/history?interface=Ethernet3&last=90s")[1])
+        rates = [factor * (after["totals"][counter] - before["totals"][counter]) * 1e6 /
+                 (after["clock-us"] - before["clock-us"]) for before, after in zip(samples, samples[1:])]
+        highest = max(peak or 0 for peak in plot["series"][counter]["peaks"]) / 1000
+        check(highest > 0 and abs(highest - max(rates)) < highest / 1000, counter, "has a peak of", highest, rates)
     events = [[one["kind"], one["where"]] for one in reversed(records("events")["events"])]
     shown = """return [...document.querySelectorAll('#events li')].map(one => [one.querySelector('.kind').textContent,
         one.querySelector('.kind').nextSibling.textContent.split(' to ')[0]])"""
