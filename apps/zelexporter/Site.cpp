@@ -128,9 +128,8 @@ class Site::Tables {
       routes_.Get("/metrics", [this](const Request& q, Response& a) { giveMetrics(q, a); });
       routes_.Get("/healthz", [this](const Request&, Response& a) { giveHealth(a); });
       addPage(routes_, store_,
-              [this](const Request& q, Response& a, std::shared_ptr<const PackedText> text, const char* contentType) {
-                 give(q, a, std::move(text), contentType);
-              });
+              [this](const Request& q, Response& a, std::shared_ptr<const PackedText> text,
+                     const char* contentType) { give(q, a, std::move(text), contentType); });
    }
 
    Kiln::String place() const { return store_.describe(Silo::Interface::TableName::intfCounters); }
@@ -177,8 +176,8 @@ class Site::Tables {
       if (!answer_.isUnpacked) {
          response.set_header("Content-Encoding", "gzip");
       }
-      response.set_header("Content-Length", std::to_string(answer_.isUnpacked ? text->unpackedSize()
-                                                                              : text->packed().size()));
+      response.set_header("Content-Length",
+                          std::to_string(answer_.isUnpacked ? text->unpackedSize() : text->packed().size()));
       answer_.text = std::move(text);
    }
 

@@ -9,7 +9,18 @@ namespace ZelCtl {
 
 struct Place {
    // Use is in thousandths of the line. Drops are those of the MAC and of the queues.
-   enum Value : U8 { inUse, outUse, inBits, outBits, packets, drops, dropTotal, errors, errorTotal, valueCount };
+   enum Value : U8 {
+      inUse,
+      outUse,
+      inBits,
+      outBits,
+      packets,
+      drops,
+      dropTotal,
+      errors,
+      errorTotal,
+      valueCount
+   };
 
    Kiln::String intf;
    Kiln::String queue; // empty for a port

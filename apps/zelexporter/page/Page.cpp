@@ -21,7 +21,7 @@ using Kiln::String;
 constexpr int badRequest = 400;
 constexpr int notFound = 404;
 constexpr int notModified = 304;
-constexpr double leastSpan = 10;        // seconds of a history
+constexpr double leastSpan = 10; // seconds of a history
 constexpr double longestSpan = 86'400;
 constexpr const char* defaultSpan = "15m";
 
@@ -58,7 +58,8 @@ void answer(const Request& request, Response& response, const Document& document
       refuse(response, notFound, "no such interface");
       return;
    }
-   response.set_header("Zel-Next-Reading-Ms", std::to_string(std::llround(document.untilNext * milliseconds)));
+   response.set_header("Zel-Next-Reading-Ms",
+                       std::to_string(std::llround(document.untilNext * milliseconds)));
    if (!isKnown(request, response, document.tag)) {
       give(request, response, document.text, "application/json");
    }
@@ -70,8 +71,9 @@ class Parameters {
    Parameters(const Request& request, std::initializer_list<const char*> expected) : request_(request) {
       for (const auto& [name, value] : request.params) {
          if (std::ranges::find(expected, name) == expected.end()) {
-            throw std::invalid_argument("unexpected parameter" +
-                                        (expected.size() == 0 ? ": expected none" : ": expected " + listed(expected)));
+            throw std::invalid_argument("unexpected parameter" + (expected.size() == 0
+                                                                       ? ": expected none"
+                                                                       : ": expected " + listed(expected)));
          }
          if (request.get_param_value_count(name.c_str()) > 1) {
             throw std::invalid_argument("parameter " + name + " is there twice");
@@ -82,8 +84,8 @@ class Parameters {
    String interface() const {
       const String name = request_.get_param_value("interface");
       if (name.empty() || name.size() > Silo::Key::maxLength) {
-         throw std::invalid_argument("interface: expected a name of 1 to " + std::to_string(Silo::Key::maxLength) +
-                                     " bytes");
+         throw std::invalid_argument("interface: expected a name of 1 to " +
+                                     std::to_string(Silo::Key::maxLength) + " bytes");
       }
       return name;
    }
@@ -137,15 +139,12 @@ void addPage(httplib::Server& server, const Silo::Store& store, const GiveText& 
       });
    }
    const auto data = std::make_shared<PageData>(store);
-   addDocument(server, "/api/ports", give, [data](const Request& request) {
-      return Parameters(request, {}), data->ports();
-   });
-   addDocument(server, "/api/drops", give, [data](const Request& request) {
-      return Parameters(request, {}), data->drops();
-   });
-   addDocument(server, "/api/events", give, [data](const Request& request) {
-      return Parameters(request, {}), data->events();
-   });
+   addDocument(server, "/api/ports", give,
+               [data](const Request& request) { return Parameters(request, {}), data->ports(); });
+   addDocument(server, "/api/drops", give,
+               [data](const Request& request) { return Parameters(request, {}), data->drops(); });
+   addDocument(server, "/api/events", give,
+               [data](const Request& request) { return Parameters(request, {}), data->events(); });
    addDocument(server, "/api/port", give, [data](const Request& request) {
       return data->port(Parameters(request, {"interface"}).interface());
    });

@@ -10,16 +10,16 @@ namespace httplib {
 struct Request;
 struct Response;
 class Server;
-}
+} // namespace httplib
 
 namespace ZelExporter {
 
 // Has the text sent as the answer, packed if the request's Accept-Encoding says so.
-using GiveText = std::function<void(const httplib::Request&, httplib::Response&, std::shared_ptr<const PackedText>,
-                                    const char* contentType)>;
+using GiveText = std::function<void(const httplib::Request&, httplib::Response&,
+                                    std::shared_ptr<const PackedText>, const char* contentType)>;
 
-// Adds "/" and what it loads to the server, which then reads the store's tables, and has one thread. It must not be running
-// yet.
+// Adds "/" and what it loads to the server, which then reads the store's tables, and has one thread. It must not be
+// running yet.
 void addPage(httplib::Server& server, const Silo::Store& store, const GiveText& give);
 
 } // namespace ZelExporter

@@ -33,7 +33,8 @@ void PageData::refresh(double now) {
    }
    reading_.read();
    wasWriterAlive_ = reading_.isWriterAlive();
-   due_ = now + (reading_.pollingInterval() > 0 ? std::max(reading_.pollingInterval(), leastInterval) : lostInterval);
+   due_ = now + (reading_.pollingInterval() > 0 ? std::max(reading_.pollingInterval(), leastInterval)
+                                                : lostInterval);
    documents_.clear();
 }
 
@@ -171,7 +172,8 @@ String PageData::historyJson(const String& intf, double seconds) {
       out.end(']');
    }
    out.end(']');
-   for (const auto& [key, times] : {std::pair("discontinuities-ms", &marks.discontinuities), std::pair("begins-ms", &marks.begins)}) {
+   for (const auto& [key, times] :
+        {std::pair("discontinuities-ms", &marks.discontinuities), std::pair("begins-ms", &marks.begins)}) {
       out.begin(key, '[');
       for (const double time : *times) {
          addMilliseconds(&out, "", time + offset);

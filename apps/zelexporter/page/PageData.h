@@ -16,8 +16,8 @@ struct Document {
    double untilNext = 0;                   // seconds until there may be a newer one
 };
 
-// Reads when it is asked, and at most once a polling interval; again at once if the agent came or went. Within a reading,
-// each document is made once. One thread at a time.
+// Reads when it is asked, and at most once a polling interval; again at once if the agent came or went. Within a
+// reading, each document is made once. One thread at a time.
 class PageData {
  public:
    explicit PageData(const Silo::Store& store);

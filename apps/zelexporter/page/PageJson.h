@@ -25,7 +25,8 @@ inline void addCount(Kiln::JsonWriter* out, std::string_view key, const std::opt
    }
 }
 
-inline void addMilliseconds(Kiln::JsonWriter* out, std::string_view key, const std::optional<double>& seconds) {
+inline void addMilliseconds(Kiln::JsonWriter* out, std::string_view key,
+                            const std::optional<double>& seconds) {
    if (seconds) {
       out->value(key, Vex::milliseconds(*seconds));
    } else {

@@ -27,8 +27,8 @@ class ReasonRates {
    // happens now. Ports that are not among the entries are forgotten.
    void take(const std::vector<Silo::Entry<Record>>& entries, double longest);
 
-   // Drops of the port, those that there ever were any of; the final point counts none that is not there already, and is
-   // left out. `isOfNow`: whether rates are.
+   // Drops of the port, those that there ever were any of; the final point counts none that is not there already, and
+   // is left out. `isOfNow`: whether rates are.
    std::vector<ReasonDrops> of(const Kiln::String& intf, bool isOfNow) const;
 
  private:

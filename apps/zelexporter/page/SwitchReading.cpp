@@ -24,7 +24,7 @@ using ZelCtl::PublishedRow;
 namespace TableName = Silo::Interface::TableName;
 
 constexpr std::size_t listedDrops = 6; // ports, and reasons
-constexpr double rateReach = 10;        // polling intervals between two readings that still make a rate of now
+constexpr double rateReach = 10;       // polling intervals between two readings that still make a rate of now
 
 constexpr std::array dropCounters{"in-discards", "out-discards", "out-queue-drops"};
 
@@ -33,9 +33,9 @@ bool comesBefore(const String& a, const String& b) {
 }
 
 // What a row's numbers are, in this order.
-constexpr std::array portColumns{"name",    "chip",        "state",      "age-ms",         "speed",
-                                 "in-use",  "out-use",     "in-bits",    "out-bits",       "packets",
-                                 "drops",   "drops-total", "errors",     "errors-total"};
+constexpr std::array portColumns{"name",   "chip",        "state",   "age-ms",      "speed",
+                                 "in-use", "out-use",     "in-bits", "out-bits",    "packets",
+                                 "drops",  "drops-total", "errors",  "errors-total"};
 
 const char* stateOf(const Place& place, ReadResult result) {
    return result == ReadResult::ok ? ZelCtl::text(place.activity) : Silo::text(result);
@@ -62,8 +62,10 @@ struct Ranked {
 
 // The highest first, those alone that count something; says whether they rank by rate.
 bool rank(std::vector<Ranked>* all) {
-   const bool isByRate = std::ranges::any_of(*all, [](const Ranked& one) { return one.rate.value_or(0) > 0; });
-   std::erase_if(*all, [&](const Ranked& one) { return isByRate ? one.rate.value_or(0) <= 0 : one.total == 0; });
+   const bool isByRate =
+        std::ranges::any_of(*all, [](const Ranked& one) { return one.rate.value_or(0) > 0; });
+   std::erase_if(*all,
+                 [&](const Ranked& one) { return isByRate ? one.rate.value_or(0) <= 0 : one.total == 0; });
    std::ranges::sort(*all, [&](const Ranked& a, const Ranked& b) {
       const auto key = [&](const Ranked& one) {
          return std::tuple(isByRate ? -*one.rate : 0., ~one.total, one.index);
@@ -77,12 +79,8 @@ bool rank(std::vector<Ranked>* all) {
 } // namespace
 
 SwitchReading::SwitchReading(Silo::Store store)
-     : store_(std::move(store)),
-       ports_(TableName::intfCounters),
-       queues_(TableName::intfQueueCounters),
-       places_(TableName::intfPlaces),
-       drops_(TableName::intfDropCounters),
-       health_(TableName::chipHealth) {}
+     : store_(std::move(store)), ports_(TableName::intfCounters), queues_(TableName::intfQueueCounters),
+       places_(TableName::intfPlaces), drops_(TableName::intfDropCounters), health_(TableName::chipHealth) {}
 
 void SwitchReading::read() {
    ports_.read(store_);
@@ -127,8 +125,7 @@ void SwitchReading::readPorts() {
    shown_.clear();
    for (std::size_t i = 0; i < ports_.entries().size(); ++i) {
       const PublishedRow row = rowsOf(i).port;
-      Port port{row.name,  Place::ofPort(table_, row), {}, row.result, row.age,
-                row.text.speed.value_or(0), i};
+      Port port{row.name, Place::ofPort(table_, row), {}, row.result, row.age, row.text.speed.value_or(0), i};
       for (const char* const name : dropCounters) {
          const NamedCounter* const counter = row.counter(name);
          if (counter != nullptr && counter->isRead && counter->total != 0) {
@@ -160,7 +157,8 @@ void SwitchReading::readChips() {
       const IntfPlace& place = entry.sample.record;
       if (entry.result == ReadResult::ok &&
           std::ranges::find(chips_, place.device, &Chip::device) == chips_.end()) {
-         chips_.push_back({String(place.chip.data(), strnlen(place.chip.data(), place.chip.size())), place.device});
+         chips_.push_back(
+              {String(place.chip.data(), strnlen(place.chip.data(), place.chip.size())), place.device});
       }
    }
    for (const auto& entry : health_.entries()) {
@@ -264,7 +262,8 @@ void SwitchReading::addPort(JsonWriter* out, const Port& port) const {
    out->value("", std::string_view(stateOf(port.place, port.result)));
    addMilliseconds(out, "", port.age);
    out->value("", port.speed);
-   for (const Place::Value rate : {Place::inUse, Place::outUse, Place::inBits, Place::outBits, Place::packets}) {
+   for (const Place::Value rate :
+        {Place::inUse, Place::outUse, Place::inBits, Place::outBits, Place::packets}) {
       addRate(out, "", rates[rate]);
    }
    addRate(out, "", rates[Place::drops]);

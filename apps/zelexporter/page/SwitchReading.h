@@ -49,7 +49,7 @@ class SwitchReading {
       Silo::ReadResult result = Silo::ReadResult::absent;
       std::optional<double> age;
       U64 speed = 0;
-      std::size_t entry = 0;            // of the table of ports
+      std::size_t entry = 0;             // of the table of ports
       std::optional<std::size_t> chip{}; // among the chips; none if nobody says
       U32 devicePort = 0;
    };
@@ -82,8 +82,8 @@ class SwitchReading {
    ZelCtl::PublishedTable table_; // of ports, without rows
    double unixTime_ = 0;          // of the reading
    ReasonRates reasons_;
-   std::vector<Chip> chips_;      // by device
-   std::vector<Port> shown_;      // in natural order
+   std::vector<Chip> chips_; // by device
+   std::vector<Port> shown_; // in natural order
    std::map<Kiln::String, std::size_t, std::less<>> queueEntries_;
 };
 

@@ -354,7 +354,8 @@ function makeField(groups) {
     }));
     const heading = make("h3", { id: `group-${i}` }, group.chip.name);
     list.setAttribute("aria-labelledby", heading.id);
-    return make("div", { className: "group" }, make("div", { className: "head" }, heading, head.verdict, head.facts), list);
+    return make("div", { className: "group" },
+      make("div", { className: "head" }, heading, head.verdict, head.facts), list);
   }));
   const first = shown.tiles.get(focused ?? chosen.port) ?? shown.order[0];
   if (first) {
@@ -409,7 +410,8 @@ function drawTile(tile, port) {
   tile.button.className = `tile ${level}`;
   tile.value.textContent = text;
   tile.button.setAttribute("aria-pressed", String(isChosen));
-  tile.button.setAttribute("aria-label", `${port.name}, ${old ? `not up to date, ${text}` : `${text} ${scale.legend}`}`);
+  const spoken = old ? `not up to date, ${text}` : `${text} ${scale.legend}`;
+  tile.button.setAttribute("aria-label", `${port.name}, ${spoken}`);
 }
 
 // The list that rows are drawn in: those that are there are written anew, so that the focus stays where it is.
@@ -442,7 +444,8 @@ const dropCounterNames = { "in-discards": "discarded at the input", "out-discard
 function drawDrops(drops) {
   const [ports, reasons] = byId("drops").querySelectorAll("table");
   const caption = (table, what, isByRate) =>
-    setText(table.caption, isByRate ? `${what}, packets per second` : `${what}, packets in total${isNow ? "; none now" : ""}`);
+    setText(table.caption, what + (isByRate ? ", packets per second"
+      : `, packets in total${isNow ? "; none now" : ""}`));
   const isNow = shown.ports !== null && shown.ports["writer-alive"];
   const valueOf = (one, isByRate) => (isByRate ? rateText(one.rate) : countText(one.total));
   caption(ports, "Ports", drops["ports-by-rate"]);
@@ -541,7 +544,8 @@ function drawDetails() {
 }
 
 function drawCounters(port) {
-  const makeRow = () => make("tr", {}, make("td"), make("td", { className: "number" }), make("td", { className: "number" }));
+  const makeRow = () => make("tr", {}, make("td"), make("td", { className: "number" }),
+    make("td", { className: "number" }));
   const writeRow = (row, [name, total, rate]) => {
     setText(row.cells[0], name);
     setText(row.cells[1], exactText(total));

@@ -26,7 +26,8 @@ class PageTables : public Test {
    template <class Record>
    std::unique_ptr<Silo::Table<Record>> table(const char* name) {
       return std::make_unique<Silo::Table<Record>>(
-           store_, name, Record{}, Silo::TableOptions{16, interval, Silo::ClockDomain::monotonic(), {}, false});
+           store_, name, Record{},
+           Silo::TableOptions{16, interval, Silo::ClockDomain::monotonic(), {}, false});
    }
 
    void publishPort(const char* name, U64 total, U64 delta) {

@@ -325,7 +325,8 @@ def test_looks(browser):
             check(worst[-1][0] >= 4.5, scheme, colour, sorted(contrasts)[:5])
     print(f"contrast of {min(worst)[0]:.2f} at least")
     wide = """return [...document.querySelectorAll('body *')].filter(one => one.checkVisibility() &&
-        one.getBoundingClientRect().right > innerWidth + 0.5 && !one.closest('svg')).map(one => one.outerHTML.slice(0, 80))"""
+        one.getBoundingClientRect().right > innerWidth + 0.5 && !one.closest('svg'))
+        .map(one => one.outerHTML.slice(0, 80))"""
     for is_open in (True, False):
         browser.look(360, 740)
         time.sleep(0.2)
