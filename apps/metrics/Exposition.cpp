@@ -9,7 +9,7 @@ using Kiln::String;
 
 // A gauge without labels.
 std::vector<Column> bare(std::size_t family) {
-   return {Column(family, String(bareTail))};
+   return {Column(family, bareTail)};
 }
 
 } // namespace
@@ -29,8 +29,19 @@ Exposition::Exposition(Silo::Store store, Collectors collectors)
 Exposition::~Exposition() = default;
 
 void Exposition::scrape(Format format, String* text) {
-   const double begin = Silo::monotonicNow();
-   const bool isAgentUp = parts_.front()->isWriterAlive(store_);
+   const std::size_t expected = read(format);
+   Output out(text, expected);
+   write(format, &out);
+}
+
+void Exposition::scrape(Format format, const TakePiece& take) {
+   read(format);
+   Output out(&piece_, take);
+   write(format, &out);
+}
+
+std::size_t Exposition::read(Format format) {
+   begin_ = Silo::monotonicNow();
    constexpr std::size_t mostOfScrape = 16384; // bytes of what is told of the scrape
    std::size_t expected = mostOfScrape;
    for (const auto& part : parts_) {
@@ -39,27 +50,30 @@ void Exposition::scrape(Format format, String* text) {
          expected += part->samples().bytes(format);
       }
    }
-   Output out(text, expected);
-   for (const auto& part : parts_) {
-      if (collectors_.has(part->collector)) {
-         part->samples().write(format, &out);
-      }
-   }
-   tellScrape(isAgentUp, begin);
-   for (const Samples* const samples : {&agent_, &build_, &duration_, &collected_}) {
-      samples->write(format, &out);
-   }
-   if (format == Format::openMetrics) {
-      out.add("# EOF\n");
-   }
-   out.finish();
+   return expected;
 }
 
-void Exposition::tellScrape(bool isAgentUp, double begin) {
+void Exposition::write(Format format, Output* out) {
+   for (const auto& part : parts_) {
+      if (collectors_.has(part->collector)) {
+         part->samples().write(format, out);
+      }
+   }
+   tellScrape();
+   for (const Samples* const samples : {&agent_, &build_, &duration_, &collected_}) {
+      samples->write(format, out);
+   }
+   if (format == Format::openMetrics) {
+      out->add("# EOF\n");
+   }
+   out->finish();
+}
+
+void Exposition::tellScrape() {
    constexpr auto noLabels = [](const Silo::Key&, String*) { return true; };
    agent_.begin();
    agent_.add("agent", noLabels);
-   agent_.gaugeIs(0, integer(isAgentUp ? 1 : 0));
+   agent_.gaugeIs(0, integer(parts_.front()->isWriterAlive(store_) ? 1 : 0));
    build_.begin();
    build_.add(ZEL_VERSION, [](const Silo::Key& key, String* labels) {
       *labels += '{';
@@ -91,7 +105,7 @@ void Exposition::tellScrape(bool isAgentUp, double begin) {
    }
    duration_.begin();
    duration_.add("scrape", noLabels);
-   duration_.gaugeIs(0, finely(Silo::monotonicNow() - begin));
+   duration_.gaugeIs(0, finely(Silo::monotonicNow() - begin_));
 }
 
 } // namespace ZelMetrics

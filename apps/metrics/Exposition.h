@@ -21,11 +21,18 @@ class Exposition {
 
    // Replaces the text, whose memory is used again, by a scrape of now. Never throws for what is in the tables.
    void scrape(Format format, Kiln::String* text);
+   // The same in pieces, for who does not need it whole: that of 2,048 ports has some 50 MB.
+   void scrape(Format format, const TakePiece& take);
 
  private:
-   void tellScrape(bool isAgentUp, double begin);
+   // What the scrape expects to write, in bytes.
+   std::size_t read(Format format);
+   void write(Format format, Output* out);
+   void tellScrape();
 
    Silo::Store store_;
+   double begin_ = 0; // of the scrape, by the machine's clock
+   Kiln::String piece_;
    Collectors collectors_;
    std::vector<std::unique_ptr<Part>> parts_;
    Samples agent_;     // whether it lives

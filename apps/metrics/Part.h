@@ -67,6 +67,7 @@ class TablePart : public Part {
    Teller teller_;
    Samples samples_;
    std::optional<Silo::TableReader<Record>> reader_; // none until there is a table
+   Silo::TableState state_;                          // as of the last read
    const Silo::ClockDomain domain_ = Silo::ClockDomain::monotonic();
 };
 
@@ -90,8 +91,9 @@ bool TablePart<Record, Teller>::read(const Silo::Store& store) {
    begin();
    isRead = open(store);
    if (isRead) {
+      state_ = reader_->state();
       Moment moment;
-      moment.oldest = staleAfter * reader_->state().pollingInterval;
+      moment.oldest = staleAfter * state_.pollingInterval;
       moment.isFresh = reader_->isWriterAlive();
       isRead = reader_->walk(begin, [&](const auto& entry) { take(entry, moment); });
    }
@@ -109,7 +111,7 @@ void TablePart<Record, Teller>::take(const Silo::Entry<Record>& entry, Moment mo
       return;
    }
    moment.now = Silo::monotonicNow();
-   moment.age = reader_->age(entry.sample.info, moment.now, domain_);
+   moment.age = reader_->age(state_, entry.sample.info, moment.now, domain_);
    moment.isFresh = moment.isFresh && moment.age && *moment.age <= moment.oldest;
    teller_.tell(entry.sample.record, moment, &samples_);
 }

@@ -88,7 +88,7 @@ std::vector<Column> fieldColumns(std::size_t first) {
       first += !columns.empty() && form.name != last.name ? 1U : 0U;
       columns.emplace_back(first);
       if (!form.label.empty()) {
-         columns.back().tails.front() = tail(form.label, form.value.view());
+         columns.back().tails.front().textIs(tail(form.label, form.value.view()));
       }
       last = form;
    }
@@ -137,19 +137,17 @@ struct Places : ByInterface {
       if (!moment.isFresh) {
          return;
       }
-      // The key's label is there, and what follows it changes when the port moves.
-      String& labels = samples->labels();
-      labels.clear();
-      ByInterface::labels(samples->key(), &labels);
-      const auto add = [&](std::string_view name, std::string_view value) {
-         labels += ',';
-         addLabel(name, value, &labels);
-      };
-      add("chip", textOf(record.chip));
-      add("port", std::to_string(record.devicePort));
-      if (record.speed != 0) {
-         add("speed", std::to_string(record.speed));
-      }
+      samples->addLabels([&](String* labels) {
+         const auto add = [&](std::string_view name, std::string_view value) {
+            *labels += ',';
+            addLabel(name, value, labels);
+         };
+         add("chip", textOf(record.chip));
+         add("port", std::to_string(record.devicePort));
+         if (record.speed != 0) {
+            add("speed", std::to_string(record.speed));
+         }
+      });
       samples->gaugeIs(0, integer(1));
    }
 };
@@ -446,7 +444,7 @@ struct Agent {
                   familyNamed("zel_agent_dead_objects"), familyNamed("zel_agent_lock_longest_hold_seconds"),
                   familyNamed("zel_agent_lock_longest_wait_seconds")});
       for (Column& column : columns) {
-         column.tails.front() = bareTail;
+         column.tails.front().textIs(bareTail);
       }
       return columns;
    }

@@ -24,11 +24,6 @@ Gauge decimals(double value, U64 scale, U8 digits) {
    return {scaled / scale, static_cast<U32>(scaled % scale), digits, true};
 }
 
-char* put(char* to, std::string_view text) {
-   std::memcpy(to, text.data(), text.size());
-   return to + text.size();
-}
-
 char* putNumber(char* to, U64 value) {
    return std::to_chars(to, to + mostDigits, value).ptr;
 }
@@ -101,11 +96,16 @@ Gauge finely(double value) {
 
 void addLabel(std::string_view name, std::string_view value, String* labels) {
    labels->append(name).append("=\"");
-   for (const char c : Kiln::printable(value)) {
-      if (c == '\\' || c == '"') {
-         *labels += '\\';
+   const auto isPlain = [](char c) { return c >= ' ' && c <= '~' && c != '"' && c != '\\'; };
+   if (std::ranges::all_of(value, isPlain)) {
+      labels->append(value);
+   } else {
+      for (const char c : Kiln::printable(value)) {
+         if (c == '\\' || c == '"') {
+            *labels += '\\';
+         }
+         *labels += c;
       }
-      *labels += c;
    }
    *labels += '"';
 }
@@ -134,8 +134,8 @@ std::vector<Samples::Run> Samples::runsOf(const std::vector<Column>& columns) {
       runs.push_back({i,
                       i + 1,
                       {headerOf(family, Format::openMetrics), headerOf(family, Format::prometheusText)},
-                      name + String(suffix(family.type)),
-                      name + "_created"});
+                      Piece(name + String(suffix(family.type))),
+                      Piece(name + "_created")});
    }
    return runs;
 }
@@ -146,7 +146,7 @@ void Samples::begin() {
    constexpr std::size_t manyTails = 64;
    for (Column& column : counterColumns_) {
       if (column.tails.size() > manyTails) {
-         column.tails.resize(1);
+         column.tails.erase(column.tails.begin() + 1, column.tails.end());
       }
    }
 }
@@ -177,11 +177,12 @@ void Samples::createdIs(double unixTime) {
       return;
    }
    of.createdUnixTime = unixTime;
-   of.created.clear();
+   of.created.textIs("");
    if (const Gauge time = seconds(unixTime); time.isKnown && unixTime > 0) {
       std::array<char, longestNumber> text{};
-      of.created.assign(text.data(), putGauge(text.data(), time));
-      of.created += '\n';
+      char* const end = putGauge(text.data(), time);
+      *end = '\n';
+      of.created.textIs({text.data(), end + 1});
    }
 }
 
@@ -193,12 +194,12 @@ void Samples::countersAre(const U64* values, std::size_t count) {
    }
 }
 
-void Samples::tailIs(std::size_t column, const String& text) {
-   std::vector<String>& tails = counterColumns_[column].tails;
-   const auto found = std::ranges::find(tails, text);
+void Samples::tailIs(std::size_t column, std::string_view text) {
+   std::vector<Piece>& tails = counterColumns_[column].tails;
+   const auto found = std::ranges::find(tails, text, &Piece::text);
    const auto variant = static_cast<U16>(found - tails.begin());
    if (found == tails.end()) {
-      tails.push_back(text);
+      tails.emplace_back(text);
    }
    if (variant != 0 && variants_.empty()) {
       variants_.resize(counts_.size());
@@ -218,7 +219,7 @@ std::size_t Samples::bytes(Format format) const {
       for (const Run& run : runs) {
          sum += run.header[static_cast<std::size_t>(format)].size();
          for (std::size_t column = run.begin; column < run.end; ++column) {
-            const auto longest = std::ranges::max(columns[column].tails, {}, &String::size);
+            const Piece& longest = *std::ranges::max_element(columns[column].tails, {}, &Piece::size);
             sum += lines * (labels + used_ * (run.createdName.size() + longest.size() + longestNumber));
          }
       }
@@ -229,53 +230,68 @@ std::size_t Samples::bytes(Format format) const {
 }
 
 void Samples::write(Format format, Output* out) const {
-   const auto writeEach = [&](const std::vector<Run>& runs, auto writeSamples) {
-      for (const Run& run : runs) {
-         const std::size_t before = out->size();
-         out->add(run.header[static_cast<std::size_t>(format)]);
-         const std::size_t begin = out->size();
-         writeSamples(run);
-         if (out->size() == begin) {
-            out->sizeIs(before); // a family without samples is not mentioned
-         }
-      }
-   };
-   writeEach(counterRuns_, [&](const Run& run) { writeCounters(run, format == Format::openMetrics, out); });
-   writeEach(gaugeRuns_, [&](const Run& run) { writeGauges(run, out); });
+   for (const Run& run : counterRuns_) {
+      writeCounters(run, format, out);
+   }
+   for (const Run& run : gaugeRuns_) {
+      writeGauges(run, format, out);
+   }
 }
 
-void Samples::writeCounters(const Run& run, bool hasCreated, Output* out) const {
+// A family without samples is not mentioned.
+class Samples::Header {
+ public:
+   Header(const Run& run, Format format, Output* out)
+        : text_(&run.header[static_cast<std::size_t>(format)]), out_(out) {}
+   void isNeeded() {
+      if (text_ != nullptr) {
+         out_->add(*text_);
+         text_ = nullptr;
+      }
+   }
+
+ private:
+   const String* text_;
+   Output* out_;
+};
+
+void Samples::writeCounters(const Run& run, Format format, Output* out) const {
+   Header header(run, format, out);
+   const std::size_t columns = counterColumns_.size();
    for (std::size_t i = 0; i < used_; ++i) {
       const Row& one = rows_[i];
-      const bool isCreatedKnown = hasCreated && !one.created.empty();
+      const bool isCreatedTold = format == Format::openMetrics && !one.created.isEmpty();
       for (std::size_t column = run.begin; column < run.end; ++column) {
          if ((one.present[column / 64] >> column % 64 & 1) == 0) {
             continue;
          }
-         const String& behind = tailOf(i, column);
-         char* to =
-              out->room(2 * (run.createdName.size() + one.labels.size() + behind.size() + longestNumber));
-         to = put(put(put(to, run.name), one.labels), behind);
-         to = putNumber(to, counts_[i * counterColumns_.size() + column]);
+         header.isNeeded();
+         const Piece& tail = tailOf(i, column);
+         char* to = out->room(2 * (run.createdName.size() + one.labels.size() + tail.size() + longestNumber));
+         to = tail.copyTo(one.labels.copyTo(run.name.copyTo(to)));
+         to = putNumber(to, counts_[i * columns + column]);
          *to++ = '\n';
-         if (isCreatedKnown) {
-            to = put(put(put(put(to, run.createdName), one.labels), behind), one.created);
+         if (isCreatedTold) {
+            to = one.created.copyTo(tail.copyTo(one.labels.copyTo(run.createdName.copyTo(to))));
          }
          out->endIs(to);
       }
    }
 }
 
-void Samples::writeGauges(const Run& run, Output* out) const {
+void Samples::writeGauges(const Run& run, Format format, Output* out) const {
+   Header header(run, format, out);
    for (std::size_t i = 0; i < used_; ++i) {
+      const Row& one = rows_[i];
       for (std::size_t column = run.begin; column < run.end; ++column) {
          const Gauge& gauge = gauges_[i * gaugeColumns_.size() + column];
          if (!gauge.isKnown) {
             continue;
          }
-         const String& behind = gaugeColumns_[column].tails.front();
-         char* to = out->room(run.name.size() + rows_[i].labels.size() + behind.size() + longestNumber);
-         to = putGauge(put(put(put(to, run.name), rows_[i].labels), behind), gauge);
+         header.isNeeded();
+         const Piece& tail = gaugeColumns_[column].tails.front();
+         char* to = out->room(run.name.size() + one.labels.size() + tail.size() + longestNumber);
+         to = putGauge(tail.copyTo(one.labels.copyTo(run.name.copyTo(to))), gauge);
          *to++ = '\n';
          out->endIs(to);
       }

@@ -29,10 +29,10 @@ void addLabel(std::string_view name, std::string_view value, Kiln::String* label
 
 // A family's value, and what stands between a row's own labels and the number.
 struct Column {
-   explicit Column(std::size_t of, Kiln::String tail = "} ") : family(of), tails{std::move(tail)} {}
+   explicit Column(std::size_t of, std::string_view tail = "} ") : family(of), tails{tail} {}
 
    std::size_t family;
-   std::vector<Kiln::String> tails; // mostly one; rows may differ in which one they have
+   std::vector<Piece> tails; // mostly one; rows may differ in which one they have
 };
 
 // What stands there for one label more.
@@ -57,20 +57,30 @@ class Samples {
       }
       Row& row = rows_[used_];
       if (!(row.key == key)) {
-         row.labels.clear();
          row.key = {};
-         if (!makeLabels(key, &row.labels)) {
+         scratch_.clear();
+         if (!makeLabels(key, &scratch_)) {
             return false;
          }
          row.key = key;
+         row.labels.textIs(scratch_);
+         row.ofKey = scratch_.size();
       }
       beginRow();
       return true;
    }
 
    // Of the row that was added last. Counters that are not told have no sample.
-   const Silo::Key& key() { return row().key; }
-   Kiln::String& labels() { return row().labels; }
+   // Its labels that its key does not tell, behind those that it does: addMore(&labels).
+   template <class AddMore>
+   void addLabels(AddMore addMore) {
+      Row& of = row();
+      scratch_.assign(of.labels.text().substr(0, of.ofKey));
+      addMore(&scratch_);
+      if (of.labels.text() != scratch_) {
+         of.labels.textIs(scratch_);
+      }
+   }
    void createdIs(double unixTime); // 0: not known
    void counterIs(std::size_t column, U64 value) {
       counts_[(used_ - 1) * counterColumns_.size() + column] = value;
@@ -82,10 +92,10 @@ class Samples {
       gauges_[(used_ - 1) * gaugeColumns_.size() + column] = value;
    }
    // Instead of the column's first one.
-   void tailIs(std::size_t column, const Kiln::String& text);
+   void tailIs(std::size_t column, std::string_view text);
    // Of all rows.
-   void gaugeTailIs(std::size_t column, Kiln::String text) {
-      gaugeColumns_[column].tails.front() = std::move(text);
+   void gaugeTailIs(std::size_t column, std::string_view text) {
+      gaugeColumns_[column].tails.front().textIs(text);
    }
 
    // An upper bound of what write() writes.
@@ -95,9 +105,10 @@ class Samples {
  private:
    struct Row {
       Silo::Key key;
-      Kiln::String labels; // with the brace that opens; empty for none
+      Piece labels;          // with the brace that opens; empty for none
+      std::size_t ofKey = 0; // bytes of them that the key tells
       double createdUnixTime = 0;
-      Kiln::String created; // as it is written, with the line's end; empty if it is not known
+      Piece created; // as it is written, with the line's end; empty if it is not known
       std::array<U64, maxCounters / 64> present{};
    };
    // Of one family.
@@ -105,17 +116,18 @@ class Samples {
       std::size_t begin = 0;
       std::size_t end = 0;
       std::array<Kiln::String, 2> header; // by format
-      Kiln::String name;                  // of a sample
-      Kiln::String createdName;
+      Piece name;                         // of a sample
+      Piece createdName;
    };
+   class Header;
    static std::vector<Run> runsOf(const std::vector<Column>& columns);
 
    Row& row() { return rows_[used_ - 1]; }
    void grow();
    void beginRow();
-   void writeCounters(const Run& run, bool hasCreated, Output* out) const;
-   void writeGauges(const Run& run, Output* out) const;
-   const Kiln::String& tailOf(std::size_t rowAt, std::size_t column) const {
+   void writeCounters(const Run& run, Format format, Output* out) const;
+   void writeGauges(const Run& run, Format format, Output* out) const;
+   const Piece& tailOf(std::size_t rowAt, std::size_t column) const {
       const Column& one = counterColumns_[column];
       return one.tails[one.tails.size() == 1 ? 0 : variants_[rowAt * counterColumns_.size() + column]];
    }
@@ -129,6 +141,7 @@ class Samples {
    std::vector<U64> counts_;   // row by row
    std::vector<U16> variants_; // of tails, the same; empty while every column has but one
    std::vector<Gauge> gauges_; // row by row
+   Kiln::String scratch_;
 };
 
 } // namespace ZelMetrics

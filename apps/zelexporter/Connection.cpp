@@ -27,7 +27,8 @@ Connection::Connection(Kiln::OwnedFd socket, Clock::time_point now)
      : socket_(std::move(socket)), since_(now) {}
 
 short Connection::events() const {
-   return isSending() ? POLLOUT : POLLIN;
+   // With requests sent ahead, nothing is read before the next of them is answered.
+   return isSending() ? POLLOUT : hasRequest() ? 0 : POLLIN;
 }
 
 Connection::Clock::time_point Connection::deadline() const {

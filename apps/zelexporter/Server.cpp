@@ -8,6 +8,7 @@
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <set>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <vector>
 
@@ -18,7 +19,22 @@ namespace {
 constexpr std::size_t acceptedAtOnce = 64;            // so that those who are there get their turn in between
 constexpr std::chrono::milliseconds acceptPause{100}; // while the system has no descriptor for one more
 
+// For the tables of all kinds, while they are read and while they are looked for.
+constexpr rlim_t otherDescriptors = 64;
+
+std::size_t descriptorsForClients() {
+   rlimit limit{};
+   if (getrlimit(RLIMIT_NOFILE, &limit) != 0 ||
+       limit.rlim_cur >= otherDescriptors + Server::mostConnections) {
+      return Server::mostConnections;
+   }
+   return std::max<rlim_t>(limit.rlim_cur, otherDescriptors + 1) - otherDescriptors;
+}
+
 } // namespace
+
+Server::Server(Kiln::OwnedFd listener, Site& site)
+     : listener_(std::move(listener)), site_(&site), places_(descriptorsForClients()) {}
 
 int Server::pollTimeout(Clock::time_point now) const {
    auto until = now + std::chrono::hours(1);
@@ -59,11 +75,9 @@ void Server::runUntil(int endFd) {
 
 void Server::serve(Connection& client, short events) {
    const auto now = Clock::now();
-   if (client.isSending()) {
-      if (events != 0) {
-         client.send(now);
-      }
-   } else if (events != 0) {
+   if (events != 0 && client.isSending()) {
+      client.send(now);
+   } else if (events != 0 && !client.hasRequest()) {
       client.receive(now);
    }
    // One at a time: the others get their turn before the next.
@@ -119,7 +133,7 @@ void Server::accept() {
          }
          continue;
       }
-      if (clients_.size() >= mostConnections) {
+      if (clients_.size() >= places_) {
          evict();
       }
       const int on = 1;

@@ -22,7 +22,7 @@ class Server {
    static constexpr std::size_t mostTexts = 4;            // of metrics, that wait for theirs
 
    // The site must outlive the server.
-   Server(Kiln::OwnedFd listener, Site& site) : listener_(std::move(listener)), site_(&site) {}
+   Server(Kiln::OwnedFd listener, Site& site);
 
    // Until the descriptor becomes readable.
    void runUntil(int endFd);
@@ -39,6 +39,7 @@ class Server {
 
    Kiln::OwnedFd listener_;
    Site* site_;
+   std::size_t places_;            // mostConnections, or as many as the process may have descriptors for
    std::list<Connection> clients_; // as they came
    Clock::time_point acceptsFrom_{};
 };

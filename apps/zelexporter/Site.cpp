@@ -99,15 +99,10 @@ void explainError(const Request& /*request*/, Response& response) {
    }
 }
 
-void logException(const Request& /*request*/, Response& response, std::exception_ptr thrown) {
-   constexpr int internalError = 500;
-   try {
-      std::rethrow_exception(std::move(thrown));
-   } catch (const std::exception& error) {
-      Kiln::LogOutput::standardError().write("% a request failed: " + Kiln::printable(error.what()) + "\n");
-   }
-   response.status = internalError;
-   response.set_content("this request failed: the exporter's log says why\n", plainText);
+Answer failed(const Kiln::String& reason) {
+   constexpr unsigned internalError = 500;
+   Kiln::LogOutput::standardError().write("% a request failed: " + Kiln::printable(reason) + "\n");
+   return refused(internalError, "Internal Server Error", "this request failed: the exporter's log says why");
 }
 
 } // namespace
@@ -121,7 +116,10 @@ class Site::Tables {
       routes_.set_keep_alive_timeout(Server::idlePatience.count());
       routes_.set_default_headers({{"X-Content-Type-Options", "nosniff"}, {"Accept-Ranges", "none"}});
       routes_.set_error_handler(explainError);
-      routes_.set_exception_handler(logException);
+      // The library would tell the client what the exception says.
+      routes_.set_exception_handler([](const Request&, Response&, std::exception_ptr thrown) {
+         std::rethrow_exception(std::move(thrown));
+      });
       if (options.listen.isLoopback()) {
          routes_.set_pre_routing_handler(checkHost);
       }
@@ -148,7 +146,10 @@ class Site::Tables {
             request.headers.emplace("Accept-Encoding", "gzip");
          }
       });
-      answer_.closes = isLast || isClosing || !isAnswered;
+      if (!isAnswered) {
+         return failed("its answer is too long");
+      }
+      answer_.closes = isLast || isClosing;
       if (head.starts_with("HEAD ")) {
          answer_.text.reset();
       }
@@ -229,8 +230,12 @@ void Site::choose() {
 }
 
 Answer Site::answer(std::string_view head, bool isLast) {
-   choose();
-   return tables_->answer(head, isLast);
+   try {
+      choose();
+      return tables_->answer(head, isLast);
+   } catch (const std::exception& error) {
+      return failed(error.what());
+   }
 }
 
 Answer refused(unsigned status, std::string_view reason, std::string_view explanation) {

@@ -63,9 +63,14 @@ class TableReader {
    // How old a sample is, in seconds, never negative. `now` is a time of the given clock domain; nothing is returned
    // when the sample's time is not comparable with it, or is after it: such a sample has a wrong time and any age.
    std::optional<double> age(const RecordInfo& info, double now, const ClockDomain& domain) {
+      return age(raw_.state(), info, now, domain);
+   }
+   // The same by a state that was asked for before, for many records.
+   static std::optional<double> age(const TableState& state, const RecordInfo& info, double now,
+                                    const ClockDomain& domain) {
       const double age = now - info.sampleTime;
       // Written so that a NaN is refused too.
-      if (info.sampleTime == unknownSampleTime || !raw_.state().clockDomain.isComparableWith(domain) ||
+      if (info.sampleTime == unknownSampleTime || !state.clockDomain.isComparableWith(domain) ||
           !(age >= -clockRounding)) {
          return std::nullopt;
       }

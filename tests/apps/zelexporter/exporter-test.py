@@ -81,8 +81,8 @@ class Program:
 
 
 class Exporter(Program):
-    def __init__(self, *options):
-        super().__init__(*(NOBODY if inside else []), programs / "zelexporter", "--listen", "0", *options)
+    def __init__(self, *options, limits=()):
+        super().__init__(*limits, *(NOBODY if inside else []), exporter, "--listen", "0", *options)
         self.port = int(re.search(r"http://127\.0\.0\.1:(\d+)/$", self.line.strip())[1])
 
     def ask(self, path="/metrics", method="GET", headers=None, within=PROMPT):
@@ -99,6 +99,11 @@ class Exporter(Program):
         answer = self.ask("/healthz")
         check((answer.status == 200) == (answer.text == b"ok\n"), answer.status, answer.text)
         return "" if answer.status == 200 else answer.text.decode()
+
+    def value(self, sample):
+        """Of a metric, as it is scraped; nothing if it has no sample."""
+        found = re.search(rf"^{re.escape(sample)} (.+)$", self.ask().text.decode(), re.M)
+        return found and float(found[1])
 
     def connect(self):
         return socket.create_connection(("127.0.0.1", self.port), timeout=LIMIT)
@@ -123,8 +128,8 @@ class Exporter(Program):
 def start_agent(*options, as_other=False):
     silo = [] if inside else ["--silo", scratch / "silo"]
     socket_path = scratch / ("other" if as_other else "own") / "socket"
-    return Program(*(NOBODY if as_other else []), programs / "zelagent", "--ports", 4, "--pipes", 1, "--polling", 0.2,
-                   "--socket", socket_path, *silo, *options)
+    return Program(*(NOBODY if as_other else []), agent, "--polling", 0.2, "--socket", socket_path, *silo,
+                   *(options or ["--ports", 4]))
 
 
 def test_options():
@@ -213,36 +218,46 @@ def test_refusals(it):
         check(answers == [expected], "host", host, "was answered with", answers)
 
 
-def test_crowds(it):
-    """Others take all places there are, and a scrape is answered in time."""
-    resource.setrlimit(resource.RLIMIT_NOFILE, (4096, max(4096, resource.getrlimit(resource.RLIMIT_NOFILE)[1])))
-    head = b"GET /metrics HTTP/1.1\r\nHost: localhost\r\nAccept: application/openmetrics-text\r\n"
-    for name, count, first, then in (("slow requests", 500, head, b"X"), ("silent ones", 2000, b"", b""),
-                                     ("readers of nothing", 500, (head + b"\r\n") * 100, head + b"\r\n")):
-        with contextlib.ExitStack() as opened:
-            crowd = []
-            for i in range(count):
-                connection = socket.socket()
-                connection.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 4096)
-                connection.settimeout(LIMIT)
-                connection.connect(("127.0.0.1", it.port))
-                connection.setblocking(False)
-                crowd.append(opened.enter_context(connection))
+HEAD = b"GET /metrics HTTP/1.1\r\nHost: localhost\r\nAccept: application/openmetrics-text\r\n"
+PACKED = HEAD + b"Accept-Encoding: gzip\r\n\r\n"
+
+
+def crowd(it, count, first, then):
+    """So many others are there, who send this first and then that, and a scrape is answered in time."""
+    with contextlib.ExitStack() as opened:
+        others = []
+        for _ in range(count):
+            connection = opened.enter_context(socket.socket())
+            connection.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 4096)
+            connection.settimeout(LIMIT)
+            connection.connect(("127.0.0.1", it.port))
+            connection.setblocking(False)
+            others.append(connection)
+            with contextlib.suppress(OSError):
+                connection.send(first)
+        for _ in range(10):
+            for connection in others:
                 with contextlib.suppress(OSError):
-                    connection.send(first)
-            for _ in range(10):
-                for connection in crowd:
-                    with contextlib.suppress(OSError):
-                        connection.send(then)
-                check(it.ask(headers={"Accept-Encoding": "gzip"}).status == 200, name)
-                it.health()
-            check(len(list(it.proc("fd").iterdir())) < 320, name, "took descriptors without end")
-            check(it.status("Threads") <= THREADS, name, "took threads:", it.status("Threads"))
-            check(not is_plain or it.status("RssAnon") < 65536, name, "took", it.status("RssAnon"), "KiB")
+                    connection.send(then)
+            check(it.ask(headers={"Accept-Encoding": "gzip"}).status == 200 and not it.health(), it.health())
+        check(len(list(it.proc("fd").iterdir())) < 320, "descriptors are taken without end")
+        check(it.status("Threads") <= THREADS, it.status("Threads"), "threads")
+        check(not is_plain or it.status("RssAnon") < 65536, "it took", it.status("RssAnon"), "KiB")
+
+
+def test_crowds(it, *options):
+    resource.setrlimit(resource.RLIMIT_NOFILE, (4096, max(4096, resource.getrlimit(resource.RLIMIT_NOFILE)[1])))
+    crowd(it, 500, HEAD, b"X")  # requests that never end
+    crowd(it, 2000, b"", b"")
+    crowd(it, 500, (HEAD + b"\r\n") * 100, HEAD + b"\r\n")  # readers of nothing
+    crowd(it, 500, PACKED * 100, PACKED)
     with it.connect() as half:
-        half.sendall(head)
+        half.sendall(HEAD)
         begin = time.monotonic()
         check(half.recv(1) == b"" and time.monotonic() - begin < LIMIT / 2, "a half request may stay")
+    with Exporter(*options, limits=["prlimit", "--nofile=100", "--"]) as poor:
+        crowd(poor, 500, b"", b"")  # who leave descriptors for the tables
+        check(poor.value("zel_agent_up") == 1, "the tables could not be read")
 
 
 def test_rights(it):
@@ -264,27 +279,32 @@ def remove_tables():
 def test_lives(it):
     """Agents and tables come and go."""
     check("nothing is published" in it.health() or "no director" in it.health(), it.health())
-    check(it.ask().status == 200, "a scrape without an agent")
+    check(it.value("zel_agent_up") == 0, "a scrape without an agent")
+    received = 'zel_interface_in_bytes_total{interface="Ethernet4"}'
     with start_agent() as one:
-        reached(lambda: not it.health(), "the agent is seen")
+        reached(lambda: it.value(received), "the agent is seen")
+        reached(lambda: it.value("zel_agent_up") == 1 and not it.health(), "its life is told")
         remove_tables()
         reached(lambda: it.health() == "", "the tables are back")
         one.process.send_signal(signal.SIGSTOP)
-        for _ in range(5):
-            check(it.ask().status == 200, "a scrape of a hung agent")
+        check(it.value("zel_agent_up") == 1, "a scrape of a hung agent")
+        reached(lambda: "has published nothing for" in it.health() and it.value(received) is None,
+                "that an agent hangs is told")
         one.end(signal.SIGKILL)
         check("no agent is running" in it.health(), it.health())
+        reached(lambda: it.value("zel_agent_up") == 0 and it.value(received) is None, "the end of a dead agent's samples")
     with start_agent():
         reached(lambda: not it.health(), "the next agent is seen")
         test_rights(it)
     remove_tables()
     check("nothing is published" in it.health() and it.ask().status == 200, it.health())
     if inside:
-        with start_agent(as_other=True):  # of the exporter's own user
-            reached(lambda: not it.health(), "an agent of its own user is seen")
-        remove_tables()
         with start_agent():
-            reached(lambda: not it.health(), "root's agent is seen again")
+            reached(lambda: it.value(received), "root's agent is seen")
+            with start_agent("--ports", 2, as_other=True):  # of the exporter's own user, whose tables come first
+                reached(lambda: it.value(received) is None, "an agent of its own user is preferred")
+                check(not it.health() and it.value("zel_agent_up") == 1, it.health())
+            reached(lambda: it.value(received), "root's agent is seen again")
     else:
         shutil.rmtree(scratch / "silo")
         check(it.health() and it.ask().status == 200, "no folder")
@@ -307,11 +327,11 @@ try:
     silo_option = [] if inside else ["--silo", scratch / "silo"]
     with Exporter(*silo_option) as it:
         test_lives(it)
-        with start_agent():
-            reached(lambda: not it.health(), "the agent is seen")
+        with start_agent("--chips", 4, "--pipes", 4, "--ports", 128):  # for answers that fill all buffers
+            reached(lambda: it.value('zel_interface_in_bytes_total{interface="Ethernet512"}'), "traffic")
             test_formats(it)
             test_refusals(it)
-            test_crowds(it)
+            test_crowds(it, *silo_option)
             test_rights(it)
             check(not it.health(), it.health())
         with contextlib.ExitStack() as stack:
