@@ -1,5 +1,6 @@
 // What is published, as metrics: complete, exact, and nothing that may not be true any more.
 #include "apps/zelctl/views/RecordViewer.h"
+#include "kiln/Choices.h"
 #include "kiln/Time.h"
 #include "silo/Table.h"
 #include "tests/apps/metrics/ReadScrape.h"
@@ -97,7 +98,7 @@ class Exposition : public testing::Test {
       String whole;
       ZelMetrics::Exposition exposition(store_, collectors);
       exposition.scrape(format, &whole);
-      const ReadScrape read = ZelTest::readScrape(format, whole);
+      ReadScrape read = ZelTest::readScrape(format, whole);
       // In pieces it is the same, but for ages.
       String joined;
       exposition.scrape(format, [&](std::string_view piece) { joined += piece; });
@@ -231,13 +232,13 @@ TEST_F(Exposition, TextJsonAndMetricsTellTheSameNumbersOfEveryCounter) {
          View{"nat", "Vlan100", "zel_nat_", 2}}) {
       const auto totals = totalsIn(metrics, prefix, interface);
       EXPECT_EQ(totals.size(), counters) << command;
-      auto json = totalsInJson(view(command + " json " + interface));
-      EXPECT_EQ(totals, json);
+      EXPECT_EQ(totals, totalsInJson(view(Kiln::joined({command, "json", interface}, " "))));
+      const String text = view(Kiln::joined({command, "exact", interface}, " "));
       if (command == "interfaces") {
-         EXPECT_EQ(totals, totalsInText(view(command + " exact " + interface)));
+         EXPECT_EQ(totals, totalsInText(text));
       }
       for (const auto& [name, total] : totals) {
-         EXPECT_THAT(view(command + " exact " + interface), testing::HasSubstr(total)) << name;
+         EXPECT_THAT(text, testing::HasSubstr(total)) << name;
       }
    }
    const Labels labels{{"interface", "Ethernet1"}};

@@ -33,7 +33,7 @@ class Line {
              (std::isalnum(static_cast<unsigned char>(text_[at_])) != 0 || text_[at_] == '_')) {
          ++at_;
       }
-      const String name = text_.substr(begin, at_ - begin);
+      String name = text_.substr(begin, at_ - begin);
       need(!name.empty() && std::isdigit(static_cast<unsigned char>(name[0])) == 0, "a name was expected");
       return name;
    }
