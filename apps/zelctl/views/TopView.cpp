@@ -212,7 +212,7 @@ std::vector<Place> queuesIn(const PublishedTable& table) {
          const String number = std::to_string(queue);
          const String prefix = "queue." + number + ".";
          if (row.counter(prefix + "packets") != nullptr) {
-            Place place{row.name, number, table.activity(row, number), {}, {}, {}};
+            Place place{row.name, number, table.activity(row, prefix), {}, {}, {}};
             addUp(&place, row, {prefix + "bytes"}, outBits, {}, 8);
             addUp(&place, row, {prefix + "packets"}, packets);
             addUp(&place, row, {prefix + "drops"}, drops, dropTotal);
