@@ -95,7 +95,7 @@ bool Connection::nextPiece() {
       }
       return false;
    }
-   const std::string_view packed = answer_.text->packed();
+   const std::string_view packed = answer_.text->packed;
    if (unsent_.data() == packed.data() + packed.size()) {
       return false;
    }

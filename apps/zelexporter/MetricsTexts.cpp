@@ -24,8 +24,9 @@ std::shared_ptr<const PackedText> MetricsTexts::text(ZelMetrics::Format format) 
    Made& made = made_[static_cast<std::size_t>(format)];
    if (!made.text || Clock::now() >= made.sharedUntil) {
       const auto begin = processorTime();
-      exposition_.scrape(format, &scratch_);
-      made.text = std::make_shared<const PackedText>(scratch_);
+      Packer packer;
+      exposition_.scrape(format, [&packer](std::string_view piece) { packer.add(piece); });
+      made.text = packer.text();
       made.sharedUntil =
            Clock::now() + std::min<Clock::duration>((processorTime() - begin) * sharedFor, longestShared);
    }

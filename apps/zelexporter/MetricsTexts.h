@@ -26,7 +26,6 @@ class MetricsTexts {
    };
 
    ZelMetrics::Exposition exposition_;
-   Kiln::String scratch_;
    std::array<Made, 2> made_{}; // by format
 };
 

@@ -1,8 +1,6 @@
 // Packs and unpacks with zlib.
 #include "apps/zelexporter/PackedText.h"
 
-#include <algorithm>
-#include <limits>
 #include <new>
 #include <zlib.h>
 
@@ -20,30 +18,53 @@ Bytef* bytes(const Kiln::String& text, std::size_t at) {
 
 } // namespace
 
-PackedText::PackedText(std::string_view text) : unpackedSize_(text.size()) {
-   z_stream stream{};
+struct Packer::Stream {
+   z_stream state{};
+
    // The fastest level: numbers and names that repeat pack well at any.
-   if (deflateInit2(&stream, Z_BEST_SPEED, Z_DEFLATED, gzipWindow, defaultMemory, Z_DEFAULT_STRATEGY) !=
-       Z_OK) {
-      throw std::bad_alloc();
-   }
-   int status = Z_OK;
-   while (status == Z_OK) {
-      const std::size_t had = packed_.size();
-      packed_.resize(had + pieceSize);
-      stream.next_out = bytes(packed_, had);
-      stream.avail_out = pieceSize;
-      if (stream.avail_in == 0) { // which is shorter than a text may be
-         const std::size_t part = std::min<std::size_t>(text.size(), std::numeric_limits<uInt>::max());
-         stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(text.data()));
-         stream.avail_in = static_cast<uInt>(part);
-         text.remove_prefix(part);
+   Stream() {
+      if (deflateInit2(&state, Z_BEST_SPEED, Z_DEFLATED, gzipWindow, defaultMemory, Z_DEFAULT_STRATEGY) !=
+          Z_OK) {
+         throw std::bad_alloc();
       }
-      status = deflate(&stream, text.empty() ? Z_FINISH : Z_NO_FLUSH);
-      packed_.resize(packed_.size() - stream.avail_out);
    }
-   deflateEnd(&stream);
-   packed_.shrink_to_fit();
+   ~Stream() { deflateEnd(&state); }
+   Stream(const Stream&) = delete;
+   Stream& operator=(const Stream&) = delete;
+};
+
+Packer::Packer() : stream_(std::make_unique<Stream>()), made_(std::make_shared<PackedText>()) {}
+Packer::~Packer() = default;
+
+void Packer::add(std::string_view piece) {
+   made_->unpackedSize += piece.size();
+   stream_->state.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(piece.data()));
+   stream_->state.avail_in = static_cast<uInt>(piece.size());
+   pack(Z_NO_FLUSH);
+}
+
+// As long as there is something to write.
+void Packer::pack(int flush) {
+   do {
+      const std::size_t had = made_->packed.size();
+      made_->packed.resize(had + pieceSize);
+      stream_->state.next_out = bytes(made_->packed, had);
+      stream_->state.avail_out = pieceSize;
+      deflate(&stream_->state, flush);
+      made_->packed.resize(made_->packed.size() - stream_->state.avail_out);
+   } while (stream_->state.avail_out == 0);
+}
+
+std::shared_ptr<const PackedText> Packer::text() {
+   pack(Z_FINISH);
+   made_->packed.shrink_to_fit();
+   return std::move(made_);
+}
+
+std::shared_ptr<const PackedText> packed(std::string_view text) {
+   Packer packer;
+   packer.add(text);
+   return packer.text();
 }
 
 struct Unpacker::Stream {
@@ -62,7 +83,7 @@ struct Unpacker::Stream {
 };
 
 Unpacker::Unpacker(std::shared_ptr<const PackedText> text)
-     : text_(std::move(text)), stream_(std::make_unique<Stream>(text_->packed())) {}
+     : text_(std::move(text)), stream_(std::make_unique<Stream>(text_->packed)) {}
 Unpacker::~Unpacker() = default;
 Unpacker::Unpacker(Unpacker&& other) noexcept = default;
 Unpacker& Unpacker::operator=(Unpacker&& other) noexcept = default;

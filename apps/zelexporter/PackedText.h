@@ -8,18 +8,33 @@
 
 namespace ZelExporter {
 
-// Never changes, so that any number of readers share it.
-class PackedText {
- public:
-   explicit PackedText(std::string_view text);
+struct PackedText {
+   Kiln::String packed;
+   std::size_t unpackedSize = 0;
+};
 
-   const Kiln::String& packed() const { return packed_; }
-   std::size_t unpackedSize() const { return unpackedSize_; }
+// Packs a text that comes in pieces, so that all of it is never in memory.
+class Packer {
+ public:
+   Packer();
+   ~Packer();
+   Packer(const Packer&) = delete;
+   Packer& operator=(const Packer&) = delete;
+
+   void add(std::string_view piece);
+   // Once, at the end. Any number of readers may share it.
+   std::shared_ptr<const PackedText> text();
 
  private:
-   Kiln::String packed_;
-   std::size_t unpackedSize_;
+   struct Stream;
+   void pack(int flush);
+
+   std::unique_ptr<Stream> stream_;
+   std::shared_ptr<PackedText> made_;
 };
+
+// A text that is there as a whole.
+std::shared_ptr<const PackedText> packed(std::string_view text);
 
 // Gives the text back piece by piece.
 class Unpacker {

@@ -178,7 +178,7 @@ class Site::Tables {
          response.set_header("Content-Encoding", "gzip");
       }
       response.set_header("Content-Length",
-                          std::to_string(answer_.isUnpacked ? text->unpackedSize() : text->packed().size()));
+                          std::to_string(answer_.isUnpacked ? text->unpackedSize : text->packed.size()));
       answer_.text = std::move(text);
    }
 

@@ -53,7 +53,7 @@ Document PageData::document(const String& key, Make make) {
       }
       Document made;
       made.tag = std::to_string(std::hash<String>()(text));
-      made.text = std::make_shared<const PackedText>(text);
+      made.text = packed(text);
       found = documents_.emplace(key, std::move(made)).first;
    }
    Document answer = found->second;

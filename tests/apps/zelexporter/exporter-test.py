@@ -222,15 +222,43 @@ HEAD = b"GET /metrics HTTP/1.1\r\nHost: localhost\r\nAccept: application/openmet
 PACKED = HEAD + b"Accept-Encoding: gzip\r\n\r\n"
 
 
+def slow_reader(it):
+    connection = socket.socket()
+    connection.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 4096)
+    connection.settimeout(LIMIT)
+    connection.connect(("127.0.0.1", it.port))
+    return connection
+
+
+def test_old_answers(it):
+    """Of answers that wait for their readers, the oldest are taken back."""
+    packed = {"Accept": "application/openmetrics-text", "Accept-Encoding": "gzip"}
+    with contextlib.ExitStack() as opened:
+        readers = [opened.enter_context(slow_reader(it)) for _ in range(6)]
+        for reader in readers:
+            reader.sendall(PACKED)
+            text = it.ask(headers=packed).text
+            reached(lambda: it.ask(headers=packed).text != text, "another text")
+        whole = []
+        for reader in readers:
+            answer = b""
+            with contextlib.suppress(ConnectionError):
+                while not answer or len(answer) < int(re.search(rb"Content-Length: (\d+)", answer)[1]):
+                    part = reader.recv(65536)
+                    if not part:
+                        break
+                    answer += part
+            length = int(re.search(rb"Content-Length: (\d+)", answer)[1])
+            whole.append(len(answer) >= length)
+        check(whole[:2] == [False] * 2 and whole[-1], "answers that came whole:", whole)
+
+
 def crowd(it, count, first, then):
     """So many others are there, who send this first and then that, and a scrape is answered in time."""
     with contextlib.ExitStack() as opened:
         others = []
         for _ in range(count):
-            connection = opened.enter_context(socket.socket())
-            connection.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 4096)
-            connection.settimeout(LIMIT)
-            connection.connect(("127.0.0.1", it.port))
+            connection = opened.enter_context(slow_reader(it))
             connection.setblocking(False)
             others.append(connection)
             with contextlib.suppress(OSError):
@@ -331,6 +359,7 @@ try:
             reached(lambda: it.value('zel_interface_in_bytes_total{interface="Ethernet512"}'), "traffic")
             test_formats(it)
             test_refusals(it)
+            test_old_answers(it)
             test_crowds(it, *silo_option)
             test_rights(it)
             check(not it.health(), it.health())
