@@ -206,7 +206,8 @@ RecordText textOf(const Silo::Interface::ChipHealth& record) {
    }
    // Whatever another process may have written.
    const auto verdict = static_cast<std::size_t>(record.verdict);
-   text.words = {{"verdict", verdict < record.verdictNames.size() ? record.verdictNames[verdict] : "unknown"}};
+   text.words = {
+        {"verdict", verdict < record.verdictNames.size() ? record.verdictNames[verdict] : "unknown"}};
    return text;
 }
 

@@ -117,12 +117,12 @@ TEST(RecordLayout, OfSourceNatIsTheDocumentedOne) {
 // Structured bindings do not reach into a base, so the sizes must add up.
 template <class Record, class... Members>
 Rows rowsOfPlaces(const Record& record, std::initializer_list<const char*> names, const Members&... own) {
-   Rows rows = rowsOf(record,
-                      {"totals", "readings", "lifts", "readTimes", "discontinuityTime", "createdTime",
-                       "createdUnixTime", "device", "devicePort"},
-                      record.totals, record.readings, record.lifts, record.readTimes,
-                      record.discontinuityTime, record.createdTime, record.createdUnixTime, record.device,
-                      record.devicePort);
+   Rows rows =
+        rowsOf(record,
+               {"totals", "readings", "lifts", "readTimes", "discontinuityTime", "createdTime",
+                "createdUnixTime", "device", "devicePort"},
+               record.totals, record.readings, record.lifts, record.readTimes, record.discontinuityTime,
+               record.createdTime, record.createdUnixTime, record.device, record.devicePort);
    if constexpr (sizeof...(own) != 0) {
       const Rows more = rowsOf(record, names, own...);
       rows.insert(rows.end(), more.begin(), more.end());
@@ -161,12 +161,12 @@ TEST(RecordLayout, OfWhatChipsCountIsTheDocumentedOne) {
                     place.devicePort, place.speed));
    const AgentHealth agent;
    [[maybe_unused]] const auto& [e, f, g, h, i, j] = agent;
-   EXPECT_EQ(documented("### Record of the agent: AgentHealth"),
-             rowsOf(agent,
-                    {"version", "startedTime", "startedUnixTime", "deadObjects", "longestHold",
-                     "longestWait"},
-                    agent.version, agent.startedTime, agent.startedUnixTime, agent.deadObjects,
-                    agent.longestHold, agent.longestWait));
+   EXPECT_EQ(
+        documented("### Record of the agent: AgentHealth"),
+        rowsOf(agent,
+               {"version", "startedTime", "startedUnixTime", "deadObjects", "longestHold", "longestWait"},
+               agent.version, agent.startedTime, agent.startedUnixTime, agent.deadObjects, agent.longestHold,
+               agent.longestWait));
 }
 
 TEST(RecordLayout, OfEventsIsTheDocumentedOne) {
@@ -257,13 +257,13 @@ TEST(RecordLayout, HasTheDocumentedVersionsAndTables) {
       row.resize(3);
       versions.push_back(row);
    }
-   EXPECT_EQ(versions, (Rows{versionRow<IntfCounters>(), versionRow<L3IntfCounters>(),
-                             versionRow<IntfQueueCounters>(), versionRow<NatCounter>(), versionRow<Event>(),
-                             versionRow<IntfPlace>(), versionRow<IntfDropCounters>(),
-                             versionRow<IntfPdpCounters>(), versionRow<PipeStageCounters>(),
-                             versionRow<PipeDropCounters>(), versionRow<PipeTmCounters>(),
-                             versionRow<ChipHealth>(), versionRow<AgentHealth>(),
-                             versionRow<IntfHistory>(), versionRow<IntfQueueHistory>()}));
+   EXPECT_EQ(
+        versions,
+        (Rows{versionRow<IntfCounters>(), versionRow<L3IntfCounters>(), versionRow<IntfQueueCounters>(),
+              versionRow<NatCounter>(), versionRow<Event>(), versionRow<IntfPlace>(),
+              versionRow<IntfDropCounters>(), versionRow<IntfPdpCounters>(), versionRow<PipeStageCounters>(),
+              versionRow<PipeDropCounters>(), versionRow<PipeTmCounters>(), versionRow<ChipHealth>(),
+              versionRow<AgentHealth>(), versionRow<IntfHistory>(), versionRow<IntfQueueHistory>()}));
    std::set<std::string> published(TableName::all.begin(), TableName::all.end());
    published.insert(TableName::ofChips.begin(), TableName::ofChips.end());
    published.insert({TableName::events, TableName::intfHistory, TableName::intfQueueHistory});
