@@ -61,6 +61,12 @@ std::shared_ptr<const PackedText> Packer::text() {
    return std::move(made_);
 }
 
+std::shared_ptr<const PackedText> packed(std::string_view text) {
+   Packer packer;
+   packer.add(text);
+   return packer.text();
+}
+
 struct Unpacker::Stream {
    z_stream state{};
 

@@ -33,6 +33,8 @@ class Packer {
    std::shared_ptr<PackedText> made_;
 };
 
+std::shared_ptr<const PackedText> packed(std::string_view text);
+
 // Gives the text back piece by piece.
 class Unpacker {
  public:

@@ -125,7 +125,9 @@ class Site::Tables {
       }
       routes_.Get("/metrics", [this](const Request& q, Response& a) { giveMetrics(q, a); });
       routes_.Get("/healthz", [this](const Request&, Response& a) { giveHealth(a); });
-      addPage(routes_, store_);
+      addPage(routes_, store_,
+              [this](const Request& q, Response& a, std::shared_ptr<const PackedText> text,
+                     const char* contentType) { give(q, a, std::move(text), contentType); });
    }
 
    Kiln::String place() const { return store_.describe(Silo::Interface::TableName::intfCounters); }
@@ -167,19 +169,24 @@ class Site::Tables {
       return Routes::HandlerResponse::Handled;
    }
 
-   void giveMetrics(const Request& request, Response& response) {
-      const auto format = formatFor(listOf(request, "Accept"));
-      answer_.text = texts_.text(format);
+   // The text itself does not pass through the library, which would copy it for each reader.
+   void give(const Request& request, Response& response, std::shared_ptr<const PackedText> text,
+             const char* contentType) {
       answer_.isUnpacked = !request.has_header("Accept-Encoding");
-      response.set_header("Cache-Control", "no-store");
-      response.set_header("Vary", "Accept, Accept-Encoding");
-      response.set_header("Content-Type", ZelMetrics::contentType(format));
+      response.set_header("Content-Type", contentType);
       if (!answer_.isUnpacked) {
          response.set_header("Content-Encoding", "gzip");
       }
-      // The text itself does not pass through the library, which would copy it for each reader.
-      response.set_header("Content-Length", std::to_string(answer_.isUnpacked ? answer_.text->unpackedSize
-                                                                              : answer_.text->packed.size()));
+      response.set_header("Content-Length",
+                          std::to_string(answer_.isUnpacked ? text->unpackedSize : text->packed.size()));
+      answer_.text = std::move(text);
+   }
+
+   void giveMetrics(const Request& request, Response& response) {
+      const auto format = formatFor(listOf(request, "Accept"));
+      response.set_header("Cache-Control", "no-store");
+      response.set_header("Vary", "Accept, Accept-Encoding");
+      give(request, response, texts_.text(format), ZelMetrics::contentType(format));
    }
 
    void giveHealth(Response& response) const {

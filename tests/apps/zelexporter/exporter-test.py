@@ -234,7 +234,7 @@ def test_old_answers(it):
     """Of answers that wait for their readers, the oldest are taken back."""
     packed = {"Accept": "application/openmetrics-text", "Accept-Encoding": "gzip"}
     with contextlib.ExitStack() as opened:
-        readers = [opened.enter_context(slow_reader(it)) for _ in range(6)]
+        readers = [opened.enter_context(slow_reader(it)) for _ in range(40)]  # of half a megabyte each
         for reader in readers:
             reader.sendall(PACKED)
             text = it.ask(headers=packed).text
@@ -250,7 +250,7 @@ def test_old_answers(it):
                     answer += part
             length = int(re.search(rb"Content-Length: (\d+)", answer)[1])
             whole.append(len(answer) >= length)
-        check(whole[:2] == [False] * 2 and whole[-1], "answers that came whole:", whole)
+        check(not whole[0] and whole[-1], "answers that came whole:", whole)
 
 
 def crowd(it, count, first, then):
