@@ -26,8 +26,6 @@ Exposition::Exposition(Silo::Store store, Collectors collectors)
        collected_({}, {Column(familyNamed("zel_scrape_collector_errors")),
                        Column(familyNamed("zel_scrape_unreadable_records"))}) {}
 
-Exposition::~Exposition() = default;
-
 void Exposition::scrape(Format format, String* text) {
    const std::size_t expected = read(format);
    Output out(text, expected);

@@ -15,9 +15,6 @@ const char* contentType(Format format);
 class Exposition {
  public:
    Exposition(Silo::Store store, Collectors collectors);
-   ~Exposition();
-   Exposition(const Exposition&) = delete;
-   Exposition& operator=(const Exposition&) = delete;
 
    // Replaces the text, whose memory is used again, by a scrape of now. Never throws for what is in the tables.
    void scrape(Format format, Kiln::String* text);

@@ -5,6 +5,7 @@
 #include "kiln/Utf8.h"
 
 #include <charconv>
+#include <cmath>
 
 namespace ZelMetrics {
 
@@ -20,7 +21,7 @@ Gauge decimals(double value, U64 scale, U8 digits) {
    if (!(value >= 0) || value > 9e18 / static_cast<double>(scale)) {
       return {};
    }
-   const auto scaled = static_cast<U64>(value * static_cast<double>(scale) + 0.5);
+   const auto scaled = static_cast<U64>(std::llround(value * static_cast<double>(scale)));
    return {scaled / scale, static_cast<U32>(scaled % scale), digits, true};
 }
 

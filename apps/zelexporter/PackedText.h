@@ -33,6 +33,7 @@ class Packer {
    std::shared_ptr<PackedText> made_;
 };
 
+// A text that is there as a whole.
 std::shared_ptr<const PackedText> packed(std::string_view text);
 
 // Gives the text back piece by piece.

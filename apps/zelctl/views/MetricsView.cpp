@@ -5,6 +5,7 @@
 #include "kiln/Choices.h"
 
 #include <algorithm>
+#include <optional>
 #include <stdexcept>
 
 namespace ZelCtl {
@@ -36,6 +37,7 @@ String viewMetrics(const Words& words, const Silo::Store& store) {
    ZelMetrics::Collectors collectors;
    auto format = ZelMetrics::Format::prometheusText;
    Words taken;
+   std::optional<String> left; // out
    for (std::size_t i = 1; i < words.size(); ++i) {
       const String word = keywordNamed(words[i]);
       if (std::ranges::find(taken, word) != taken.end()) {
@@ -50,8 +52,12 @@ String viewMetrics(const Words& words, const Silo::Store& store) {
       if (word == "collect") {
          collectors.are(list);
       } else {
-         collectors.remove(list);
+         left = list;
       }
+   }
+   // In whatever order they were typed.
+   if (left) {
+      collectors.remove(*left);
    }
    String text;
    ZelMetrics::Exposition(store, collectors).scrape(format, &text);

@@ -130,7 +130,7 @@ void addDocument(httplib::Server& server, const char* path, const GiveText& give
 
 void addPage(httplib::Server& server, const Silo::Store& store, const GiveText& give) {
    for (const PageFile& file : pageFiles()) {
-      const auto text = packed(file.text);
+      const auto text = ZelExporter::packed(file.text);
       server.Get(String(file.path), [&file, text, give](const Request& request, Response& response) {
          addHeaders(response);
          if (!isKnown(request, response, file.tag)) {
