@@ -66,6 +66,9 @@ install(FILES docs/man/zelctl.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONE
 install(FILES apps/zelctl/zelctl.bash RENAME zelctl
   DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT Programs)
 
+# What Prometheus is given to begin with; who uses it copies it.
+install(DIRECTORY packaging/prometheus DESTINATION ${CMAKE_INSTALL_DATADIR}/${package} COMPONENT Exporter)
+
 # zel_unit(PROGRAM COMPONENT): its service unit. It needs the program's absolute path, which is known only at
 # installation, since --prefix may change it.
 function(zel_unit program component)
