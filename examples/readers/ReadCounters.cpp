@@ -219,8 +219,8 @@ void take(const Tables::AgentHealth& record, Row* row) {
    row->words = {{"version", printable(record.version)}};
    row->times = {{"started", record.startedTime}};
    row->totals = {{"dead-objects", record.deadObjects},
-                  {"longest-hold-us", static_cast<std::uint64_t>(record.longestHold * 1e6 + 0.5)},
-                  {"longest-wait-us", static_cast<std::uint64_t>(record.longestWait * 1e6 + 0.5)}};
+                  {"longest-hold-us", static_cast<std::uint64_t>(std::llround(record.longestHold * 1e6))},
+                  {"longest-wait-us", static_cast<std::uint64_t>(std::llround(record.longestWait * 1e6))}};
 }
 
 // Reads the whole table, or one record. No call of a TableReader waits longer than about 50 ms, and none for a dead
