@@ -109,6 +109,9 @@ void ZelCountersMgr::stop() {
    cliCallbackDel();
    countersMgrSmDel();
    readOnceMore();
+   if (!zelCounters_.keys().empty()) {
+      publishHealth();
+   }
    zelCountersDelAll();
    zelCountersL3IntfSmDel();
    vlanIntfSmDel();
@@ -126,11 +129,12 @@ void ZelCountersMgr::handlePort(const Pelt::IntfId& intf) {
    if (!chipPublisher_ || systemStatus()->portInfo().contains(intf)) {
       return;
    }
-   // No directory has an internal interface: it is gone with its port.
-   if (Pelt::InternalIntfId::isInternalIntfId(intf)) {
-      chipPublisher_->intfDel(intf);
+   // No directory has an internal interface: it is gone with its port. So is one that has left its directory before.
+   const auto& directory = mounts()->ethPhyIntfStatusDir();
+   if (directory && directory->intfStatus().contains(intf)) {
+      chipPublisher_->portDel(intf);
    } else {
-      chipPublisher_->placeDel(intf);
+      chipPublisher_->intfDel(intf);
    }
 }
 
@@ -391,8 +395,11 @@ void ZelCountersMgr::deleteDevice(ZelId::ZelDevId devId, bool isReadOnceMore, co
    if (zelCounters(devId) != chip) {
       return;
    }
-   if (chip->chipPublishingSm() && chip->chipName() != successor) {
-      chip->chipPublishingSm()->withdraw();
+   if (const auto& publishing = chip->chipPublishingSm()) {
+      publishing->healthIs(healthOf(*chip, *this)); // what went wrong since the last pass goes on with its name
+      if (chip->chipName() != successor) {
+         publishing->withdraw();
+      }
    }
    zelCountersDel(devId);
    Kiln::EventLog::instance().record(

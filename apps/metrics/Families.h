@@ -94,7 +94,7 @@ inline constexpr std::array others{
    Description{Collector::drops, Type::counter, "zel_interface_dropped_packets", "interface,point,reason", "Packets that the program dropped: at ingress by the port of arrival, copies at egress by the port that they would have left by."},
    Description{Collector::drops, Type::counter, "zel_interface_lost_packets", "interface,reason", "Packets that lost every copy, by the port of arrival and by how far they came; zel_interface_dropped_packets has the same ones by reason."},
    Description{Collector::drops, Type::gauge, "zel_interface_drops_age_seconds", "interface", "How long ago the drops of the port were read."},
-   Description{Collector::classes, Type::counter, "zel_interface_class_packets", "interface,class", "Packets received, by protocol data class."},
+   Description{Collector::classes, Type::counter, "zel_interface_class_packets", "interface,class,id", "Packets received, by protocol data class."},
    Description{Collector::classes, Type::gauge, "zel_interface_classes_age_seconds", "interface", "How long ago the classes of the port were read."},
    Description{Collector::pipeline, Type::counter, "zel_pipe_stage_in_packets", "chip,pipe,stage", "Packets that came into the stage of the pipe."},
    Description{Collector::pipeline, Type::counter, "zel_pipe_stage_out_packets", "chip,pipe,stage", "Packets that left the stage of the pipe."},

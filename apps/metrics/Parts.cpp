@@ -298,8 +298,9 @@ class Classes : public ByInterface {
       }
       names_ = names;
       for (std::size_t i = 0; i < tails_.size(); ++i) {
+         // The number, too: what counts is the class, whose name may change, and be another's.
          const std::string_view name = textOf(names[i]);
-         tails_[i] = tail("class", name.empty() ? numbered(i) : String(name));
+         tails_[i] = tail({{"class", name.empty() ? numbered(i) : String(name)}, {"id", std::to_string(i)}});
       }
    }
 

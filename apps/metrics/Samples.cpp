@@ -112,8 +112,15 @@ void addLabel(std::string_view name, std::string_view value, String* labels) {
 }
 
 String tail(std::string_view name, std::string_view value) {
-   String text = ",";
-   addLabel(name, value, &text);
+   return tail({{name, value}});
+}
+
+String tail(std::initializer_list<std::pair<std::string_view, std::string_view>> labels) {
+   String text;
+   for (const auto& [name, value] : labels) {
+      text += ',';
+      addLabel(name, value, &text);
+   }
    return text + "} ";
 }
 

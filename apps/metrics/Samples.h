@@ -35,8 +35,9 @@ struct Column {
    std::vector<Piece> tails; // mostly one; rows may differ in which one they have
 };
 
-// What stands there for one label more.
+// What stands there for one label more, or for several.
 Kiln::String tail(std::string_view name, std::string_view value);
+Kiln::String tail(std::initializer_list<std::pair<std::string_view, std::string_view>> labels);
 // For rows without labels.
 inline constexpr std::string_view bareTail = " ";
 

@@ -66,6 +66,12 @@ void ChipPublisher::agentHealthIs(AgentHealth health) {
    });
 }
 
+void ChipPublisher::portDel(const Pelt::IntfId& intf) {
+   drops_.leave(intf);
+   classes_.leave(intf);
+   placeDel(intf);
+}
+
 void ChipPublisher::intfDel(const Pelt::IntfId& intf) {
    drops_.remove(intf);
    classes_.remove(intf);

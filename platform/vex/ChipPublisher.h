@@ -39,6 +39,8 @@ class ChipPublisher : public Kiln::PtrInterface {
    // Version and times are set here.
    void agentHealthIs(Silo::Interface::AgentHealth health);
 
+   // An interface has no port any more, and goes on when it has one again.
+   void portDel(const Pelt::IntfId& intf);
    // An interface is gone, and begins anew when it comes back.
    void intfDel(const Pelt::IntfId& intf);
    // A pipe or a chip is away, and goes on when it comes back.

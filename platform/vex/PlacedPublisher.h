@@ -72,6 +72,8 @@ class PlacedPublisher {
       }
    }
 
+   // Whom it counts has left where it was read last: its next reading is only compared with.
+   void leave(const Pelt::IntfId& name);
    // Whom it counted is gone, and begins anew when it comes back.
    void remove(const Pelt::IntfId& name);
    // Whom it counts is away, and goes on when it comes back.
@@ -211,7 +213,8 @@ typename PlacedPublisher<Record>::Counted& PlacedPublisher<Record>::countedOf(co
    }
    Counted& counted = *counted_.find(name);
    if (counted.sources_.source() != source) {
-      counted.sourceIs(source, isCountedAt(source));
+      bool isNobodyCounted = false; // before what began at zero
+      counted.sourceIs(source, source.programming != 0 ? isNobodyCounted : isCountedAt(source));
    }
    return counted;
 }
@@ -229,6 +232,14 @@ void PlacedPublisher<Record>::publish(const Pelt::IntfId& name, Complete complet
    }
    complete(counted->record_);
    table_.recordIs(counted->key_, counted->record_, counted->sampleTime_);
+}
+
+template <class Record>
+void PlacedPublisher<Record>::leave(const Pelt::IntfId& name) {
+   if (Counted* const counted = counted_.find(name)) {
+      counted->sources_ = {};
+      counted->sources_.keptIs(Begin::nothing);
+   }
 }
 
 template <class Record>

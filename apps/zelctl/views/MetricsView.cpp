@@ -70,8 +70,13 @@ Words metricsCandidates(const Words& words, const String& begun) {
        std::ranges::find(keywords, words.back()) != keywords.end()) {
       // The next of a list.
       const String before = begun.substr(0, begun.rfind(',') + 1);
+      String listed = ",";
+      listed += before;
       for (const std::string_view name : ZelMetrics::collectorNames) {
-         if (("," + before).find("," + String(name) + ",") == String::npos) {
+         String item = ",";
+         item += name;
+         item += ",";
+         if (listed.find(item) == String::npos) {
             candidates.push_back(before + String(name));
          }
       }

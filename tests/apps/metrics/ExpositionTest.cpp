@@ -344,9 +344,9 @@ TEST_F(ChipRecords, AreToldWholeByPlace) {
              text(drops_.record.totals[Drops::place(ZlDrop::Point::egress, 12)][0]));
    EXPECT_EQ(metrics.value("zel_interface_lost_packets_total", with(port, "reason", "lost in the queues")),
              text(drops_.record.totals[Drops::place(ZlDrop::Point::final, 2)][0]));
-   EXPECT_EQ(metrics.value("zel_interface_class_packets_total", with(port, "class", "bgp")),
+   EXPECT_EQ(metrics.value("zel_interface_class_packets_total", with(with(port, "class", "bgp"), "id", "3")),
              text(classes_.record.totals[3][0]));
-   EXPECT_EQ(metrics.value("zel_interface_class_packets_total", with(port, "class", "class 31")),
+   EXPECT_EQ(metrics.value("zel_interface_class_packets_total", with(with(port, "class", "class 31"), "id", "31")),
              text(classes_.record.totals[31][0]));
    EXPECT_EQ(metrics.value("zel_pipe_stage_dropped_packets_total", with(pipe_, "stage", "ingress-deparser")),
              text(stages_.record.totals[3][Tables::PipeStageCounters::dropped]));
@@ -474,6 +474,7 @@ TEST_F(ChipRecords, HostileNamesStayLabelsOfOneLine) {
    assign(classes_.record.classNames[0], "a\nb\\\"c\x01\xff");
    assign(places_.record.chip, String(64, 'x')); // without an end
    classes_.record.classNames[1].fill('y');
+   classes_.record.classNames[2].fill('y'); // the same name again
    publish();
    ports_.publish(hostileName);
    classes_.publish(hostileName);
@@ -492,7 +493,8 @@ TEST_F(ChipRecords, HostileNamesStayLabelsOfOneLine) {
            {std::pair{hostileName, "a?b\\\"c??"}, std::pair{"Ethernet1", "a?b\\\"c??"},
             std::pair{"Ethernet2", "other"}}) {
          EXPECT_EQ(
-              metrics.value("zel_interface_class_packets_total", {{"interface", interface}, {"class", name}}),
+              metrics.value("zel_interface_class_packets_total",
+                            {{"interface", interface}, {"class", name}, {"id", "0"}}),
               total)
               << interface;
       }
