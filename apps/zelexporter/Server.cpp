@@ -91,9 +91,9 @@ void Server::serve(Connection& client, short events) {
 
 void Server::answer(Connection& client) {
    const Connection::Request request = client.takeRequest();
-   const Refusal& refusal = request.refusal;
-   client.answerIs(refusal.status != 0 ? refused(refusal.status, refusal.reason, refusal.explanation)
-                                       : site_->answer(request.head, client.answered() + 1 >= mostRequests),
+   client.answerIs(request.refusal.status != 0
+                        ? refused(request.head, request.refusal)
+                        : site_->answer(request.head, client.answered() + 1 >= mostRequests),
                    Clock::now());
    client.send(Clock::now());
 }

@@ -9,6 +9,7 @@
 #include <cmath>
 #include <httplib.h>
 #include <initializer_list>
+#include <regex>
 
 namespace ZelExporter {
 
@@ -131,7 +132,7 @@ void addDocument(httplib::Server& server, const char* path, const GiveText& give
 void addPage(httplib::Server& server, const Silo::Store& store, const GiveText& give) {
    for (const PageFile& file : pageFiles()) {
       const auto text = ZelExporter::packed(file.text);
-      server.Get(String(file.path), [&file, text, give](const Request& request, Response& response) {
+      server.Get(std::regex_replace(String(file.path), std::regex("[.]"), "[.]"), [&file, text, give](const Request& request, Response& response) {
          addHeaders(response);
          if (!isKnown(request, response, file.tag)) {
             give(request, response, text, file.contentType.data());

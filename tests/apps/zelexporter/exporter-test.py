@@ -80,6 +80,15 @@ class Program:
         return self.process.returncode
 
 
+def ask(port, path="/metrics", method="GET", headers=None):
+    connection = http.client.HTTPConnection("127.0.0.1", port, timeout=LIMIT)
+    connection.request(method, path, headers=headers or {})
+    answer = connection.getresponse()
+    answer.text = answer.read()
+    connection.close()
+    return answer
+
+
 class Exporter(Program):
     def __init__(self, *options, limits=()):
         super().__init__(*limits, *(NOBODY if inside else []), exporter, "--listen", "0", *options)
@@ -87,11 +96,7 @@ class Exporter(Program):
 
     def ask(self, path="/metrics", method="GET", headers=None, within=PROMPT):
         begin = time.monotonic()
-        connection = http.client.HTTPConnection("127.0.0.1", self.port, timeout=LIMIT)
-        connection.request(method, path, headers=headers or {})
-        answer = connection.getresponse()
-        answer.text = answer.read()
-        connection.close()
+        answer = ask(self.port, path, method, headers)
         check(time.monotonic() - begin < within, method, path, "took", time.monotonic() - begin, "s")
         return answer
 
@@ -149,6 +154,9 @@ def test_options():
             check(re.fullmatch("% " + expected + "\n", done.stderr), options, "said", done.stderr)
     with Program(exporter, "--listen", "[::1]:0") as other:
         check(re.search(r"http://\[::1\]:\d+/$", other.line.strip()), other.line)
+    with Program(exporter, "--listen", "[::ffff:127.0.0.1]:0") as other:
+        port = re.search(r":(\d+)/$", other.line.strip())[1]
+        check(ask(port, headers={"Host": "evil.example"}).status == 421, "IPv4's loopback in IPv6 is open to all names")
 
 
 def test_formats(it):
@@ -190,20 +198,30 @@ def test_refusals(it):
         answer = it.ask("/metrics", method)
         check(answer.status == 405 and answer.headers["Allow"] == "GET, HEAD", method, answer.status, answer.headers)
     for path in ("/../../etc/passwd", "/%2e%2e/%2e%2e/etc/passwd", "//etc/passwd", "/metrics/", "/metrics/..",
-                 "/metrics%00", "/metrics\\..\\", "/METRICS", "/%", "/%zz", "http://127.0.0.1/etc/passwd", "*", "/'\""):
+                 "/metrics%00", "/metrics\\..\\", "/METRICS", "/page-css", "/%", "/%zz", "http://127.0.0.1/etc/passwd", "*", "/'\""):
         answer = it.ask(path)
         check(answer.status == 404 and path.encode() not in answer.text, path, answer.status, answer.text)
-    get = b"GET /healthz HTTP/1.1\r\n"
+    get = b"GET /healthz HTTP/1.1\r\nHost: localhost\r\n"
     for request, expected in (
             (b"GET /" + b"a" * 3000 + b" HTTP/1.1\r\n\r\n", 414), (b"a" * 9000, 414),
             (get + b"a: b\r\n" * 3000 + b"\r\n", 431), (get + b"a: " + b"b" * 9000 + b"\r\n\r\n", 431),
             (get + b"Content-Length: 5\r\n\r\nhello", 413), (get + b"content-length:\t99999999999999999999\r\n\r\n", 413),
             (get + b"Transfer-Encoding: chunked\r\n\r\n0\r\n\r\n", 413),
             (b"POST /metrics HTTP/1.1\r\nContent-Length: 1000000000\r\n\r\n" + b"x" * 100000, 405),
-            (b"\r\n\r\n", 405), (b"\0\x01\x02\xff\r\n\r\n", 405), (get[:-2] + b"\nContent-Length: 5\r\n\r\n", 400)):
+            (b"\r\n\r\n", 405), (b"\0\x01\x02\xff\r\n\r\n", 405), (b"HEAD /healthz HTTP/1.1\r\nContent-Length: 5\r\n\r\nhello", 413),
+            (get + b"Content-Length: 0 0\r\n\r\n", 413), (get + b"content-length:\r\n\r\n", 413),
+            *((get + odd + b"\r\n\r\n" + b"GET /healthz HTTP/1.0\r\n\r\n", 400) for odd in (
+                b"Content-Length : 5", b"Content-Length\t: 5", b"Transfer-Encoding : chunked", b"X:\r\n Content-Length: 5",
+                b" X: y", b"X: y\nContent-Length: 5", b"X: y\rContent-Length: 5", b"X: y\0", b"no colon", b": y",
+                b"Host : evil.example", b"host: localhost")),
+            *((line + b"\r\n\r\n" + b"GET /healthz HTTP/1.0\r\n\r\n", 400) for line in (
+                b"GET /healthz HTTP/1.1", b"GET /healthz HTTP/1.1\r\nHost: ", b"GET /healthz HTTP/1.9",
+                b"GET /healthz HTTP/2.0", b"GET /healthz\0x HTTP/1.1\r\nHost: localhost", b"GET /healthz",
+                b"GET /healthz HTTP/1.1 x"))):
         answer = it.say(request)
         check(answer.startswith(b"HTTP/1.1 %d " % expected), request[:60], answer[:200])
         check(answer.count(b"HTTP/1.1 ") == 1, "what follows", request[:60], "was answered:", answer[:400])
+        check(answer.endswith(b"\r\n\r\n") == request.startswith(b"HEAD "), "text for", request[:60], answer)
     end = b"Connection: close\r\n\r\n"
     # Ranges would have one request answered with a multiple of the text.
     for ranges in (b"bytes=" + b"0-,1-," * 900, b"bytes=" + b"1" * 7000, b"bytes=0-0"):
@@ -214,8 +232,11 @@ def test_refusals(it):
     for host, expected in ((b"evil.example", 421), (b"127.0.0.1.evil.example:80", 421), (b"localhost.evil", 421),
                            (b"[::1].evil", 421), (b"[evil", 421), (b"LOCALHOST:1", 200), (b"[::1]:1", 200),
                            (b"10.0.0.1", 200)):
-        answers = it.statuses(b"GET /metrics HTTP/1.1\r\nHost: " + host + b"\r\n" + end)
-        check(answers == [expected], "host", host, "was answered with", answers)
+        for request in (b"GET /metrics HTTP/1.1\r\nHost: " + host,
+                        b"GET HTTP://" + host + b"/metrics HTTP/1.1\r\nHost: 10.0.0.1"):
+            answers = it.statuses(request + b"\r\n" + end)
+            check(answers == [expected], request, "was answered with", answers)
+    check(it.statuses(b"GET http://localhost HTTP/1.1\r\nHost: evil.example\r\n" + end) == [200], "no path")
 
 
 HEAD = b"GET /metrics HTTP/1.1\r\nHost: localhost\r\nAccept: application/openmetrics-text\r\n"
