@@ -289,6 +289,11 @@ def crowd(it, count, first, then):
                 with contextlib.suppress(OSError):
                     connection.send(then)
             check(it.ask(headers={"Accept-Encoding": "gzip"}).status == 200 and not it.health(), it.health())
+            late = opened.enter_context(it.connect())
+            for _ in range(8):
+                opened.enter_context(it.connect())
+            late.sendall(b"GET /healthz HTTP/1.0\r\n\r\n")
+            check(late.recv(12) == b"HTTP/1.1 200", "who came before others is refused")
         check(len(list(it.proc("fd").iterdir())) < 320, "descriptors are taken without end")
         check(it.status("Threads") <= THREADS, it.status("Threads"), "threads")
         check(not is_plain or it.status("RssAnon") < 65536, "it took", it.status("RssAnon"), "KiB")
