@@ -126,6 +126,9 @@ class Exporter(Program):
     def proc(self, name):
         return pathlib.Path(f"/proc/{self.process.pid}/{name}")
 
+    def processor_time(self):
+        return sum(map(int, self.proc("stat").read_text().split()[13:15])) / os.sysconf("SC_CLK_TCK")
+
     def status(self, name):
         return int(re.search(rf"^{name}:\s+(\d+)", self.proc("status").read_text(), re.M)[1])
 
@@ -305,6 +308,16 @@ def test_crowds(it, *options):
     crowd(it, 2000, b"", b"")
     crowd(it, 500, (HEAD + b"\r\n") * 100, HEAD + b"\r\n")  # readers of nothing
     crowd(it, 500, PACKED * 100, PACKED)
+    with contextlib.ExitStack() as opened:  # heads of which each byte comes alone
+        heads = [opened.enter_context(it.connect()) for _ in range(200)]
+        for head in heads:
+            head.sendall(HEAD + b"\r" * 7900)
+        before = it.processor_time()
+        for head in heads:
+            head.sendall(b"\r")
+            time.sleep(0.002)
+        used = it.processor_time() - before
+        check(not is_plain or used < 0.5, "a few bytes took", used, "s of a processor")
     with it.connect() as half:
         half.sendall(HEAD)
         begin = time.monotonic()
