@@ -42,8 +42,7 @@ class Field {
    bool hasName() const {
       constexpr std::string_view token = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789"
                                          "!#$%&'*+-.^_`|~";
-      return !name_.empty() && !value_.empty() &&
-             name_.find_first_not_of(token) == std::string_view::npos;
+      return !name_.empty() && !value_.empty() && name_.find_first_not_of(token) == std::string_view::npos;
    }
    bool isNamed(std::string_view name) const { return isSame(name_, name); }
    // Of a field that has a name.

@@ -25,8 +25,8 @@ struct Refusal {
 };
 Refusal refusalOf(std::string_view text, bool isComplete);
 
-// The head as it is obeyed. Parts of an answer (Range) would multiply what a request costs, so they are left out. A host
-// within the target, "http://HOST/PATH", becomes that of the request (RFC 9112, 3.2.2).
+// The head as it is obeyed. Parts of an answer (Range) would multiply what a request costs, so they are left out. A
+// host within the target, "http://HOST/PATH", becomes that of the request (RFC 9112, 3.2.2).
 Kiln::String obeyedHead(std::string_view head);
 
 } // namespace ZelExporter

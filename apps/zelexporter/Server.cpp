@@ -16,8 +16,8 @@ namespace ZelExporter {
 
 namespace {
 
-// Places are in quarters. Those who read their answers slowly may keep three of them; the last is for those whose request
-// comes, and more are not accepted at once: all who have a place get their turn before it may be taken from them.
+// Places are in quarters. Those who read their answers slowly may keep three of them; the last is for those whose
+// request comes, and more are not accepted at once: all get their turn before their place may be taken from them.
 constexpr std::size_t quarters = 4;
 constexpr std::chrono::milliseconds acceptPause{100}; // while the system has no descriptor for one more
 
@@ -160,7 +160,8 @@ bool Server::evict(std::size_t newOnes) {
    const bool readersFirst = sending > places_ - std::max<std::size_t>(places_ / quarters, 1);
    const auto end = std::prev(clients_.end(), static_cast<std::ptrdiff_t>(newOnes));
    const auto one = std::min_element(clients_.begin(), end, [=](const Connection& a, const Connection& b) {
-      return std::pair(a.isSending() != readersFirst, a.since()) < std::pair(b.isSending() != readersFirst, b.since());
+      return std::pair(a.isSending() != readersFirst, a.since()) <
+             std::pair(b.isSending() != readersFirst, b.since());
    });
    if (one == end) {
       return false;

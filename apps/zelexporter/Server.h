@@ -9,10 +9,10 @@
 namespace ZelExporter {
 
 // Serves all clients on one thread, which never waits for any of them. A request is answered at once when it is
-// complete; so the slow ones take a place, and nothing else. When places or descriptors get scarce, one loses his who has
-// kept it for longest without a complete request, or, once most places are theirs, of those whose answers wait to be
-// read. So some places are always for requests, and a client that sends its own at once gets its answer, whoever else
-// is there.
+// complete; so the slow ones take a place, and nothing else. When places or descriptors get scarce, one loses his who
+// has kept it for longest without a complete request, or, once three quarters are theirs, of those whose answers wait
+// to be read. So a quarter of the places is always for requests, and a client that sends its own at once gets its
+// answer, unless as many others connect before it does.
 class Server {
  public:
    static constexpr std::chrono::seconds idlePatience{

@@ -205,7 +205,7 @@ class Site::Tables {
    const Kiln::String problem_; // why there is no such place; empty if there is
    MetricsTexts texts_;
    Routes routes_;
-   Answer answer_; // to the present request
+   Answer answer_;            // to the present request
    bool isUnderstood_ = true; // by the library
 };
 

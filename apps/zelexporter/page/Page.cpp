@@ -132,7 +132,8 @@ void addDocument(httplib::Server& server, const char* path, const GiveText& give
 void addPage(httplib::Server& server, const Silo::Store& store, const GiveText& give) {
    for (const PageFile& file : pageFiles()) {
       const auto text = ZelExporter::packed(file.text);
-      server.Get(std::regex_replace(String(file.path), std::regex("[.]"), "[.]"), [&file, text, give](const Request& request, Response& response) {
+      const String pattern = std::regex_replace(String(file.path), std::regex("[.]"), "[.]");
+      server.Get(pattern, [&file, text, give](const Request& request, Response& response) {
          addHeaders(response);
          if (!isKnown(request, response, file.tag)) {
             give(request, response, text, file.contentType.data());

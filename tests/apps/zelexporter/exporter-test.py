@@ -201,7 +201,8 @@ def test_refusals(it):
         answer = it.ask("/metrics", method)
         check(answer.status == 405 and answer.headers["Allow"] == "GET, HEAD", method, answer.status, answer.headers)
     for path in ("/../../etc/passwd", "/%2e%2e/%2e%2e/etc/passwd", "//etc/passwd", "/metrics/", "/metrics/..",
-                 "/metrics%00", "/metrics\\..\\", "/METRICS", "/page-css", "/%", "/%zz", "http://127.0.0.1/etc/passwd", "*", "/'\""):
+                 "/metrics%00", "/metrics\\..\\", "/METRICS", "/page-css", "/%", "/%zz",
+                 "http://127.0.0.1/etc/passwd", "*", "/'\""):
         answer = it.ask(path)
         check(answer.status == 404 and path.encode() not in answer.text, path, answer.status, answer.text)
     get = b"GET /healthz HTTP/1.1\r\nHost: localhost\r\n"
@@ -211,11 +212,13 @@ def test_refusals(it):
             (get + b"Content-Length: 5\r\n\r\nhello", 413), (get + b"content-length:\t99999999999999999999\r\n\r\n", 413),
             (get + b"Transfer-Encoding: chunked\r\n\r\n0\r\n\r\n", 413),
             (b"POST /metrics HTTP/1.1\r\nContent-Length: 1000000000\r\n\r\n" + b"x" * 100000, 405),
-            (b"\r\n\r\n", 405), (b"\0\x01\x02\xff\r\n\r\n", 405), (b"HEAD /healthz HTTP/1.1\r\nContent-Length: 5\r\n\r\nhello", 413),
+            (b"\r\n\r\n", 405), (b"\0\x01\x02\xff\r\n\r\n", 405),
+            (b"HEAD /healthz HTTP/1.1\r\nContent-Length: 5\r\n\r\nhello", 413),
             (get + b"Content-Length: 0 0\r\n\r\n", 413), (get + b"content-length:\r\n\r\n", 413),
             *((get + odd + b"\r\n\r\n" + b"GET /healthz HTTP/1.0\r\n\r\n", 400) for odd in (
-                b"Content-Length : 5", b"Content-Length\t: 5", b"Transfer-Encoding : chunked", b"X:\r\n Content-Length: 5",
-                b" X: y", b"X: y\nContent-Length: 5", b"X: y\rContent-Length: 5", b"X: y\0", b"no colon", b": y",
+                b"Content-Length : 5", b"Content-Length\t: 5", b"Transfer-Encoding : chunked",
+                b"X:\r\n Content-Length: 5", b" X: y", b"X: y\nContent-Length: 5", b"X: y\rContent-Length: 5", b"X: y\0",
+                b"no colon", b": y",
                 b"Host : evil.example", b"host: localhost")),
             *((line + b"\r\n\r\n" + b"GET /healthz HTTP/1.0\r\n\r\n", 400) for line in (
                 b"GET /healthz HTTP/1.1", b"GET /healthz HTTP/1.1\r\nHost: ", b"GET /healthz HTTP/1.9",
@@ -313,11 +316,11 @@ def test_crowds(it, *options):
         for head in heads:
             head.sendall(HEAD + b"\r" * 7900)
         before = it.processor_time()
-        for head in heads:
+        for head in heads[:100]:
             head.sendall(b"\r")
-            time.sleep(0.002)
+            time.sleep(0.01)
         used = it.processor_time() - before
-        check(not is_plain or used < 0.5, "a few bytes took", used, "s of a processor")
+        check(not is_plain or used < 0.15, "a few bytes took", used, "s of a processor")
     with it.connect() as half:
         half.sendall(HEAD)
         begin = time.monotonic()
