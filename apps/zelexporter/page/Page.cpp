@@ -58,8 +58,10 @@ void answer(const Request& request, Response& response, const Document& document
       refuse(response, notFound, "no such interface");
       return;
    }
-   response.set_header("Zel-Next-Reading-Ms",
-                       std::to_string(std::llround(document.untilNext * milliseconds)));
+   for (const auto& [name, seconds] : {std::pair("Zel-Next-Reading-Ms", document.untilNext),
+                                       std::pair("Zel-Reading-Age-Ms", document.age)}) {
+      response.set_header(name, std::to_string(std::llround(seconds * milliseconds)));
+   }
    if (!isKnown(request, response, document.tag)) {
       give(request, response, document.text, "application/json");
    }
@@ -128,7 +130,7 @@ void addDocument(httplib::Server& server, const char* path, const GiveText& give
 
 } // namespace
 
-void addPage(httplib::Server& server, const Silo::Store& store, const GiveText& give) {
+void addPage(httplib::Server& server, const Silo::Store& store, const String& problem, const GiveText& give) {
    for (const PageFile& file : pageFiles()) {
       const auto text = ZelExporter::packed(file.text);
       server.Get(String(file.path), [&file, text, give](const Request& request, Response& response) {
@@ -138,7 +140,7 @@ void addPage(httplib::Server& server, const Silo::Store& store, const GiveText& 
          }
       });
    }
-   const auto data = std::make_shared<PageData>(store);
+   const auto data = std::make_shared<PageData>(store, problem);
    addDocument(server, "/api/ports", give,
                [data](const Request& request) { return Parameters(request, {}), data->ports(); });
    addDocument(server, "/api/drops", give,

@@ -208,6 +208,7 @@ def tiles(browser):
 def test_answers(exporter):
     """Browsers share a reading, and wrong requests are told what was expected."""
     until(lambda: '"Ethernet1"' in exporter.ask("/api/ports")[1], "publishing")
+    check(0 <= int(exporter.ask("/api/ports")[2]["Zel-Reading-Age-Ms"]) <= 1000 * (POLL + BUSY), "the reading's age")
     readings = {exporter.ask("/api/ports")[2]["ETag"] for _ in range(10)}
     check(len(readings) <= 2, "ten browsers had", len(readings), "readings")
     status, text, headers = exporter.ask("/")
@@ -273,6 +274,10 @@ def test_drops(browser, agent):
     print(f"drops seen after {time.monotonic() - begin:.1f} s, polls every {POLL} s")
     until(lambda: "Ethernet4" in browser.text("#drops table"), "the ranking", POLL + BUSY)
     check("discarded at the output" in browser.text("#drops table"), browser.text("#drops table"))
+    agent.do("mtu Ethernet5 100")
+    until(lambda: "Ethernet50/s" not in tiles(browser)["Ethernet5"]["text"] and
+          tiles(browser)["Ethernet5"]["label"].endswith("packets dropped per second"), "drops of a port by reason")
+    until(lambda: "MTU exceeded" in browser.text("#drops table"), "the reason beside the port")
     agent.do("clear Ethernet2")
     until(lambda: "clear" in browser.text("#events li") and "Ethernet2" in browser.text("#events li"), "the event",
           2 * POLL + BUSY)
@@ -292,8 +297,12 @@ def test_keyboard(browser):
             reached.add(at)
     missed = [name for i, name in enumerate(names) if i not in reached]
     check(not missed and len(names) > 12, "Tab does not reach", missed, "of", names)
-    browser.press(ESCAPE)
-    check(browser.run("return document.querySelector('#details').hidden"), "Escape does not close")
+    closed = "return [document.querySelector('#details').hidden, document.querySelector('#details-body').hidden]"
+    for is_open in (False, True, False):
+        browser.press(ESCAPE) if not is_open else browser.run("document.querySelector('.tile').click()")
+        check(browser.run(closed)[0] != is_open, "Escape does not close, or a click does not open")
+        if is_open:
+            until(lambda: browser.run(closed) == [False, False], "details of a port that was open before", POLL / 2)
     browser.run("document.querySelector('.tile[tabindex=\"0\"]').focus()")
     focused = "return document.activeElement.tile?.name ?? document.activeElement.id"
     all_names = list(tiles(browser))
