@@ -533,7 +533,8 @@ function drawDetails() {
   const port = shown.details;
   byId("details").classList.toggle("empty", port?.problem !== undefined);
   if (!port || port.name !== chosen.port) {
-    setText(byId("details-facts"), port?.problem ? `${port.problem.trim()}; Escape or ✕ closes this.` : "Reading …");
+    setText(byId("details-facts"),
+      port?.problem ? `${port.problem.trim()}; Escape or ✕ closes this.` : "Reading …");
     byId("details-body").hidden = true;
     return;
   }
