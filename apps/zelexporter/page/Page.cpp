@@ -43,7 +43,9 @@ void refuse(Response& response, int status, const String& why) {
 
 // Whether the browser has the text with this tag already, and was told so.
 bool isKnown(const Request& request, Response& response, std::string_view tag) {
-   const String quoted = "\"" + String(tag) + "\"";
+   String quoted = "\"";
+   quoted += tag;
+   quoted += '"';
    response.set_header("ETag", quoted);
    if (request.get_header_value("If-None-Match").find(quoted) == String::npos) {
       return false;
