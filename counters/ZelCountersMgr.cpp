@@ -396,7 +396,8 @@ void ZelCountersMgr::deleteDevice(ZelId::ZelDevId devId, bool isReadOnceMore, co
       return;
    }
    if (const auto& publishing = chip->chipPublishingSm()) {
-      publishing->healthIs(healthOf(*chip, *this)); // what went wrong since the last pass goes on with its name
+      publishing->healthIs(
+           healthOf(*chip, *this)); // what went wrong since the last pass goes on with its name
       if (chip->chipName() != successor) {
          publishing->withdraw();
       }

@@ -114,7 +114,7 @@ class Site::Tables {
       }
       routes_.Get("/metrics", [this](const Request& q, Response& a) { giveMetrics(q, a); });
       routes_.Get("/healthz", [this](const Request&, Response& a) { giveHealth(a); });
-      addPage(routes_, store_,
+      addPage(routes_, store_, problem_,
               [this](const Request& q, Response& a, std::shared_ptr<const PackedText> text,
                      const char* contentType) { give(q, a, std::move(text), contentType); });
    }

@@ -44,7 +44,9 @@ void refuse(Response& response, int status, const String& why) {
 
 // Whether the browser has the text with this tag already, and was told so.
 bool isKnown(const Request& request, Response& response, std::string_view tag) {
-   const String quoted = "\"" + String(tag) + "\"";
+   String quoted = "\"";
+   quoted += tag;
+   quoted += '"';
    response.set_header("ETag", quoted);
    if (request.get_header_value("If-None-Match").find(quoted) == String::npos) {
       return false;
@@ -59,8 +61,10 @@ void answer(const Request& request, Response& response, const Document& document
       refuse(response, notFound, "no such interface");
       return;
    }
-   response.set_header("Zel-Next-Reading-Ms",
-                       std::to_string(std::llround(document.untilNext * milliseconds)));
+   for (const auto& [name, seconds] : {std::pair("Zel-Next-Reading-Ms", document.untilNext),
+                                       std::pair("Zel-Reading-Age-Ms", document.age)}) {
+      response.set_header(name, std::to_string(std::llround(seconds * milliseconds)));
+   }
    if (!isKnown(request, response, document.tag)) {
       give(request, response, document.text, "application/json");
    }
@@ -129,7 +133,7 @@ void addDocument(httplib::Server& server, const char* path, const GiveText& give
 
 } // namespace
 
-void addPage(httplib::Server& server, const Silo::Store& store, const GiveText& give) {
+void addPage(httplib::Server& server, const Silo::Store& store, const String& problem, const GiveText& give) {
    for (const PageFile& file : pageFiles()) {
       const auto text = ZelExporter::packed(file.text);
       const String pattern = std::regex_replace(String(file.path), std::regex("[.]"), "[.]");
@@ -140,7 +144,7 @@ void addPage(httplib::Server& server, const Silo::Store& store, const GiveText& 
          }
       });
    }
-   const auto data = std::make_shared<PageData>(store);
+   const auto data = std::make_shared<PageData>(store, problem);
    addDocument(server, "/api/ports", give,
                [data](const Request& request) { return Parameters(request, {}), data->ports(); });
    addDocument(server, "/api/drops", give,

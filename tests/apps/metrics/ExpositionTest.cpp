@@ -346,8 +346,9 @@ TEST_F(ChipRecords, AreToldWholeByPlace) {
              text(drops_.record.totals[Drops::place(ZlDrop::Point::final, 2)][0]));
    EXPECT_EQ(metrics.value("zel_interface_class_packets_total", with(with(port, "class", "bgp"), "id", "3")),
              text(classes_.record.totals[3][0]));
-   EXPECT_EQ(metrics.value("zel_interface_class_packets_total", with(with(port, "class", "class 31"), "id", "31")),
-             text(classes_.record.totals[31][0]));
+   EXPECT_EQ(
+        metrics.value("zel_interface_class_packets_total", with(with(port, "class", "class 31"), "id", "31")),
+        text(classes_.record.totals[31][0]));
    EXPECT_EQ(metrics.value("zel_pipe_stage_dropped_packets_total", with(pipe_, "stage", "ingress-deparser")),
              text(stages_.record.totals[3][Tables::PipeStageCounters::dropped]));
    EXPECT_EQ(metrics.value("zel_pipe_dropped_packets_total", with(pipe_, "place", "stage 4")),
@@ -492,10 +493,9 @@ TEST_F(ChipRecords, HostileNamesStayLabelsOfOneLine) {
       for (const auto& [interface, name] :
            {std::pair{hostileName, "a?b\\\"c??"}, std::pair{"Ethernet1", "a?b\\\"c??"},
             std::pair{"Ethernet2", "other"}}) {
-         EXPECT_EQ(
-              metrics.value("zel_interface_class_packets_total",
-                            {{"interface", interface}, {"class", name}, {"id", "0"}}),
-              total)
+         EXPECT_EQ(metrics.value("zel_interface_class_packets_total",
+                                 {{"interface", interface}, {"class", name}, {"id", "0"}}),
+                   total)
               << interface;
       }
       EXPECT_EQ(metrics.value("zel_scrape_unreadable_records", {{"collector", "pipeline"}}), "2");
