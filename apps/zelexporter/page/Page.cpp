@@ -9,7 +9,6 @@
 #include <cmath>
 #include <httplib.h>
 #include <initializer_list>
-#include <regex>
 
 namespace ZelExporter {
 
@@ -136,7 +135,10 @@ void addDocument(httplib::Server& server, const char* path, const GiveText& give
 void addPage(httplib::Server& server, const Silo::Store& store, const String& problem, const GiveText& give) {
    for (const PageFile& file : pageFiles()) {
       const auto text = ZelExporter::packed(file.text);
-      const String pattern = std::regex_replace(String(file.path), std::regex("[.]"), "[.]");
+      String pattern; // the library takes paths for regular expressions
+      for (const char one : file.path) {
+         pattern += one == '.' ? "[.]" : String(1, one);
+      }
       server.Get(pattern, [&file, text, give](const Request& request, Response& response) {
          addHeaders(response);
          if (!isKnown(request, response, file.tag)) {
