@@ -391,6 +391,7 @@ agent, exporter = (programs / pathlib.Path(program).name for program in (agent, 
 if inside:
     os.chown(scratch / "other", 65534, 65534)
 is_plain = not re.search(rb"__(tsan|asan)_init", exporter.read_bytes())
+PORTS = 128 if is_plain else 32  # of a chip
 THREADS = 1 if is_plain else 2  # ThreadSanitizer has one of its own
 
 try:
@@ -399,11 +400,12 @@ try:
     with Exporter(*silo_option) as it:
         test_lives(it)
         # For answers that fill all buffers.
-        with start_agent("--chips", 4, "--pipes", 4, "--ports", 128, polling=2):
-            reached(lambda: it.value('zel_interface_in_bytes_total{interface="Ethernet512"}'), "traffic")
+        with start_agent("--chips", 4, "--pipes", 4, "--ports", PORTS, polling=2):
+            reached(lambda: it.value(f'zel_interface_in_bytes_total{{interface="Ethernet{4 * PORTS}"}}'), "traffic")
             test_formats(it)
             test_refusals(it)
-            test_old_answers(it)
+            if is_plain:  # it takes the answers of many ports
+                test_old_answers(it)
             test_crowds(it, *silo_option)
             test_rights(it)
             check(not it.health(), it.health())
