@@ -1,0 +1,26 @@
+// The shared tables as another process sees them.
+#pragma once
+
+#include "silo/TableReader.h"
+#include "tests/campaign/Campaign.h"
+#include "vex/PublishedRecords.h"
+
+namespace Campaign {
+
+struct Run::Readers {
+   template <class Record>
+   using Reader = Silo::TableReader<Record>;
+
+   explicit Readers(const Silo::Store& store)
+        : ports(store, Silo::Interface::TableName::intfCounters),
+          clearedPorts(store, Silo::Interface::TableName::intfClearCounters),
+          queues(store, Silo::Interface::TableName::intfQueueCounters),
+          clearedQueues(store, Silo::Interface::TableName::intfClearQueueCounters) {}
+
+   Reader<Silo::Interface::IntfCounters> ports;
+   Reader<Silo::Interface::IntfCounters> clearedPorts;
+   Reader<Silo::Interface::IntfQueueCounters> queues;
+   Reader<Silo::Interface::IntfQueueCounters> clearedQueues;
+};
+
+} // namespace Campaign
