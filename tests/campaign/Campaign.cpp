@@ -76,6 +76,12 @@ const Run::Kind Run::kinds[] = {
      {"port", 4, &Run::port},
      {"intervals", 1, &Run::intervals},
      {"clear", 2, &Run::clear},
+     {"L3 interface", 5, &Run::l3Intf},
+     {"L3 traffic", 8, &Run::l3Traffic},
+     {"L3 trouble", 2, &Run::l3Trouble},
+     {"restart", 1, &Run::restart},
+     {"damage", 1, &Run::damage},
+     {"assertion", 1, &Run::assertion},
      {"quiet", 1, &Run::quiet},
      {"wait", 19, &Run::wait},
 };
@@ -136,6 +142,7 @@ void Run::runEvent(U64 number) {
       std::fflush(stdout);
    }
    ++result_.events;
+   lastEvent_ = number;
    note(static_cast<U64>(kind - kinds));
    {
       const auto lock = Kiln::ActivityLockAnchor::lock();
@@ -144,6 +151,7 @@ void Run::runEvent(U64 number) {
    note(now());
    checkSchedulers();
    checkCounts();
+   checkL3();
    constexpr U64 eventsBetweenChecks = 1000;
    if (number % eventsBetweenChecks == 0) {
       checkTables();
@@ -173,17 +181,26 @@ void Run::advance(double seconds) {
 }
 
 void Run::startAgent() {
-   model_.hardware.clear(); // TODO
    for (unsigned device = 0; device < config_.chips; ++device) {
       model_.chipCame(static_cast<U8>(device), config_.pipes);
    }
    agent_ = std::make_unique<ZelAgent::SwitchAgent>(config_);
    agent_->createdIsKept();
    readers_ = std::make_unique<Readers>(agent_->tableStore());
+   const auto lock = Kiln::ActivityLockAnchor::lock();
    for (const auto& [intf, record] : agent_->systemStatus().portInfo()) {
       model_.portCame(intf.text(), {record.devId, record.devicePort}, now(), now());
    }
+   std::erase_if(model_.ports, [&](const auto& entry) {
+      return !agent_->systemStatus().portInfo().contains(Pelt::IntfId(Kiln::Name(entry.first)));
+   });
+   for (auto& [intf, l3Intf] : model_.l3) {
+      l3Intf.createdTime = now();
+      agent_->l3Add(Pelt::IntfId(Kiln::Name(intf)), Bridging::VlanId(l3Intf.vlan));
+   }
+   agent_->countersMgr().forgetAbsentInterfaces();
    agent_->fleet().completions().modeIs({CompletionMode::Kind::deferred, 0.0, 1});
+   model_.mayRefuseDeletions = false;
    lost_ = 0;
    pollingInterval_ = 2.0;
 }
@@ -195,6 +212,9 @@ void Run::endAgent(bool isOrderly) {
 }
 
 void Run::requested(const Request& request) {
+   if (request.kind == Request::Kind::mac) {
+      passed();
+   }
    Chip& chip = model_.chips.at(request.device);
    if (request.kind == Request::Kind::tableSync) {
       ++chip.pending;
@@ -524,15 +544,18 @@ void Run::quiet(Draws& draws) {
 // Faults stop, and what was late comes. Then all must be fresh within ten seconds but what a lost answer, or a refused
 // sync of queues, has stopped for good.
 void Run::calm() {
+   const auto lock = Kiln::ActivityLockAnchor::lock();
    SoftChip::Fleet& fleet = agent_->fleet();
    fleet.faults().clear();
+   model_.mayRefuseDeletions = false;
    fleet.completions().modeIs({CompletionMode::Kind::deferred, 0.0, 1});
    agent_->countersMgr().sdkPollingIntervalIs(2.0);
    pollingInterval_ = 2.0;
-   for (const auto& [device, chip] : model_.chips) {
+   for (auto& [device, chip] : model_.chips) {
       const auto& counters = agent_->countersMgr().zelCounters(device);
       counters->hwTableCountersSm()->hwTableCountersPollingIntervalIs(2.0);
       counters->intfQueueCountersSdkPollingIntervalIs(2.0);
+      agent_->chipStateIs(chipName(device), chip.state = 8);
    }
    constexpr double longestInterval = 60;
    advance(longestLate);
@@ -542,7 +565,12 @@ void Run::calm() {
    constexpr double patience = 10;
    advance(patience);
    checkFresh(since);
+   for (auto& [device, chip] : model_.chips) {
+      chip.hasLeftovers = false; // no entry without an owner, once the chip answers
+   }
+   checkL3();
    checkTables();
+   checkL3Records(true);
 }
 
 } // namespace Campaign

@@ -39,6 +39,8 @@ class Run : private SdkListener {
 
    // Throws Failure.
    Result run();
+   // The number of the event that happens, or happened last.
+   static U64 lastEvent() { return lastEvent_; }
 
  private:
    struct Kind;
@@ -53,6 +55,7 @@ class Run : private SdkListener {
    void answering(const Request& request) override;
    void answered(const Request& request, const bf_rmon_counter_array_t* values) override;
 
+   inline static U64 lastEvent_ = 0;
    static double now() { return ZelTest::SimulatedTime::now(); }
    void advance(double seconds);
    void runEvent(U64 number);
@@ -86,6 +89,12 @@ class Run : private SdkListener {
    void clear(Draws& draws);
    void quiet(Draws& draws);
    void wait(Draws& draws);
+   void l3Intf(Draws& draws);
+   void l3Traffic(Draws& draws);
+   void l3Trouble(Draws& draws);
+   void restart(Draws& draws);
+   void damage(Draws& draws);
+   void assertion(Draws& draws);
 
    void addChip(U8 device);
    void deleteChip(U8 device);
@@ -102,6 +111,9 @@ class Run : private SdkListener {
    void checkCounts();
    void checkTables();
    void checkFresh(double since);
+   void checkL3();
+   void checkL3Records(bool isCalm);
+   void passed(); // a pass of the manager has begun
 
    const Settings settings_;
    const ZelTest::SimulatedTime time_;
@@ -113,6 +125,11 @@ class Run : private SdkListener {
    double pollingInterval_ = 2.0;
    double passDue_ = 0; // when the manager's clock is due, at the latest
    U64 lost_ = 0;       // answers, so far
+   double damagedAt_ = -never; // some table
+   bool isMended_ = true;      // since then
+   unsigned folders_ = 0;
+   std::map<U16, int> shortages_; // of a VLAN: messages of its beginning less those of its end
+   U64 wrapMessages_ = 0;
    std::string failure_;
    Result result_;
 };

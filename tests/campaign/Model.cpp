@@ -73,11 +73,16 @@ void Model::happened(double now, const char* kind, const std::string& where, con
 void Model::chipCame(U8 device, unsigned pipes) {
    Chip& chip = chips[device] = {};
    chip.life = ++lives_;
+   chip.hasLeftovers = mayRefuseDeletions;
    for (U16 pipe = 0; pipe < pipes; ++pipe) {
       chip.pipes[pipe] = {};
    }
    for (auto& [intf, port] : ports) {
       port.queues.isStored &= port.place.device != device;
+   }
+   for (auto& [intf, l3Intf] : l3) {
+      chip.wanted.insert(l3Intf.vlan);
+      l3Intf.isLossy = true;
    }
 }
 
@@ -85,6 +90,9 @@ void Model::chipWent(U8 device) {
    chips.erase(device);
    std::erase_if(ports, [&](const auto& entry) { return entry.second.place.device == device; });
    std::erase_if(hardware, [&](const auto& entry) { return entry.first.device == device; });
+   for (auto& [intf, l3Intf] : l3) {
+      l3Intf.isLossy = true;
+   }
 }
 
 void Model::chipRestarted(U8 device, bool keepsCounters, unsigned pipes) {
@@ -167,6 +175,7 @@ void Model::takeMac(const std::string& intf, Port& port, double now) {
    const Hardware& counts = hardware[port.place];
    const Begin begin = port.trail.next(port.place, chip.life, chip.macCounted);
    bool isMarked = port.trail.isExchanged;
+   const U32 wrapsBefore = chip.overflowCount;
    port.isAbsorbed = {};
    for (std::size_t field = 0; field < fieldCount; ++field) {
       const U64 to = counts.mac[rmonOfField_[field]];
@@ -199,6 +208,7 @@ void Model::takeMac(const std::string& intf, Port& port, double now) {
       port.deltas[field] = step;
       port.totals[field] += step;
    }
+   wrapReadings += chip.overflowCount != wrapsBefore ? 1U : 0U;
    port.interval = port.trail.isExchanged || port.sampleTime == -never ? 0 : now - port.sampleTime;
    if (isMarked) {
       port.discontinuityTime = now;
@@ -281,6 +291,36 @@ void Model::clear(const std::string& intf) {
    Port& port = ports.at(intf);
    port.cleared = port.totals;
    port.queues.cleared = port.queues.totals;
+}
+
+void Model::l3Came(const std::string& intf, U16 vlan, double now) {
+   L3Intf& made = l3[intf];
+   if (made.vlan == 0) { // else an earlier agent's goes on
+      made = {vlan, now};
+   }
+   for (const auto& [other, l3Intf] : l3) {
+      made.isLossy |= other != intf && l3Intf.vlan == vlan;
+   }
+   for (auto& [device, chip] : chips) {
+      made.isLossy |= chip.hasLeftovers || chip.state != 8;
+      chip.wanted.insert(vlan);
+   }
+   if (made.isLossy) {
+      // Its entries may be there already. It counts from the SDK's copy, which may lack any part of what was before.
+      made.counted = vlans[vlan].counted;
+      made.nat = vlans[vlan].nat;
+   }
+}
+
+void Model::l3Went(const std::string& intf) {
+   const U16 vlan = l3.at(intf).vlan;
+   l3.erase(intf);
+   for (auto& [other, l3Intf] : l3) {
+      l3Intf.isLossy |= l3Intf.vlan == vlan;
+   }
+   for (auto& [device, chip] : chips) {
+      chip.wanted.erase(vlan);
+   }
 }
 
 } // namespace Campaign

@@ -74,6 +74,7 @@ struct Port {
    double createdUnixTime = 0;
 
    bool isPublished = false;
+   bool isSure = true;  // false: somebody damaged the table since it was published
    bool isFirst = true; // no step of this agent yet
    std::array<U64, fieldCount> reading{};
    std::array<U64, fieldCount> totals{};
@@ -89,6 +90,7 @@ struct Port {
 
    struct Queues {
       bool isReported = false;
+      bool isSure = true;
       U32 present = 0;
       bool isStored = false; // read at this place, in this life of the chip
       std::array<QueueCount, queueLimit> totals{};
@@ -99,6 +101,17 @@ struct Port {
       Trail trail;
       std::optional<std::array<QueueCount, queueLimit>> cleared;
    } queues;
+};
+
+// An L3 interface, and what was counted for it while it was there.
+struct L3Intf {
+   U16 vlan = 0;
+   double createdTime = 0;
+   bool isLossy = false; // some of that nobody can know
+   std::array<U64, 4> counted{}; // octets and packets in, and out
+   std::array<U64, 4> seen{};    // the published totals, last
+   std::array<U64, 2> nat{};     // packets and bytes
+   std::array<U64, 2> natSeen{};
 };
 
 struct Chip {
@@ -117,6 +130,8 @@ struct Chip {
       bool hasLost = false;
    };
    std::map<U16, Pipe> pipes;
+   std::set<U16> wanted;       // VLANs that are to be counted
+   bool hasLeftovers = false;  // it may have refused to delete an entry
 };
 
 class Model {
@@ -127,6 +142,10 @@ class Model {
    std::map<U8, Chip> chips;                   // that are up
    std::map<std::string, Port> ports;          // by interface
    std::map<Place, Hardware> hardware;         // it outlives ports
+   std::map<std::string, L3Intf> l3;
+   std::map<U16, L3Intf> vlans; // what was ever counted of a VLAN, for whomever
+   bool mayRefuseDeletions = false; // chips, of entries
+   U64 wrapReadings = 0; // with at least one wrap
    std::vector<Happening> happenings;          // since somebody took them
 
    U32 lifeOf(U8 device) const;
@@ -146,6 +165,8 @@ class Model {
    bool queuesAnswered(U8 device, U16 pipe, double now);
    void synced(U8 device, U16 pipe);
    void clear(const std::string& intf);
+   void l3Came(const std::string& intf, U16 vlan, double now);
+   void l3Went(const std::string& intf);
 
  private:
    void takeMac(const std::string& intf, Port& port, double now);

@@ -15,12 +15,18 @@ struct Run::Readers {
         : ports(store, Silo::Interface::TableName::intfCounters),
           clearedPorts(store, Silo::Interface::TableName::intfClearCounters),
           queues(store, Silo::Interface::TableName::intfQueueCounters),
-          clearedQueues(store, Silo::Interface::TableName::intfClearQueueCounters) {}
+          clearedQueues(store, Silo::Interface::TableName::intfClearQueueCounters),
+          vlanIntfs(store, Silo::Interface::TableName::vlanIntfCounters),
+          subIntfs(store, Silo::Interface::TableName::subIntfCounters),
+          nat(store, Silo::Interface::TableName::intfNatCounters) {}
 
    Reader<Silo::Interface::IntfCounters> ports;
    Reader<Silo::Interface::IntfCounters> clearedPorts;
    Reader<Silo::Interface::IntfQueueCounters> queues;
    Reader<Silo::Interface::IntfQueueCounters> clearedQueues;
+   Reader<Silo::Interface::L3IntfCounters> vlanIntfs;
+   Reader<Silo::Interface::L3IntfCounters> subIntfs;
+   Reader<Silo::Interface::NatCounter> nat;
 };
 
 } // namespace Campaign
