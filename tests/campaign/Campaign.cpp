@@ -82,6 +82,7 @@ const Run::Kind Run::kinds[] = {
      {"restart", 1, &Run::restart},
      {"damage", 1, &Run::damage},
      {"assertion", 1, &Run::assertion},
+     {"command", 1, &Run::command},
      {"quiet", 1, &Run::quiet},
      {"wait", 19, &Run::wait},
 };
@@ -154,6 +155,8 @@ void Run::runEvent(U64 number) {
    checkL3();
    constexpr U64 eventsBetweenChecks = 1000;
    if (number % eventsBetweenChecks == 0) {
+      const auto lock = Kiln::ActivityLockAnchor::lock();
+      checkViews();
       checkTables();
    }
    throwFailure();
@@ -570,6 +573,7 @@ void Run::calm() {
    }
    checkL3();
    checkTables();
+   checkViews();
    checkL3Records(true);
 }
 

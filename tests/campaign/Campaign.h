@@ -5,6 +5,7 @@
 #include "apps/zelagent/SwitchAgent.h"
 #include "tests/campaign/Draws.h"
 #include "tests/campaign/Model.h"
+#include "tests/support/ShownRows.h"
 #include "tests/support/SimulatedTime.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -95,6 +96,7 @@ class Run : private SdkListener {
    void restart(Draws& draws);
    void damage(Draws& draws);
    void assertion(Draws& draws);
+   void command(Draws& draws);
 
    void addChip(U8 device);
    void deleteChip(U8 device);
@@ -103,6 +105,7 @@ class Run : private SdkListener {
    const std::string* drawPort(Draws& draws) const;
    std::optional<Place> drawFreePlace(Draws& draws) const;
    void calm();
+   std::string ask(const std::string& command);
 
    // What must hold.
    void checkPort(const std::string& intf);
@@ -110,6 +113,8 @@ class Run : private SdkListener {
    void checkSchedulers();
    void checkCounts();
    void checkTables();
+   void checkViews();
+   void checkShownMac(const ZelTest::Json& table);
    void checkFresh(double since);
    void checkL3();
    void checkL3Records(bool isCalm);

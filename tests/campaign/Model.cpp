@@ -109,7 +109,18 @@ void Model::chipRestarted(U8 device, bool keepsCounters, unsigned pipes) {
    }
 }
 
+// What other places have shown of the interface is not its own any more.
+void Model::placed(const std::string& intf, Place place) {
+   for (auto& [device, chip] : chips) {
+      const auto shown = chip.shown.find(intf);
+      if (shown != chip.shown.end() && (device != place.device || shown->second.port != place.port)) {
+         chip.shown.erase(shown);
+      }
+   }
+}
+
 void Model::portCame(const std::string& intf, Place place, double now, double unixNow) {
+   placed(intf, place);
    Port& port = ports[intf];
    if (port.isPublished) { // by an earlier agent: it is gone on with
       port.place = place;
@@ -128,6 +139,7 @@ void Model::portWent(const std::string& intf) {
 }
 
 void Model::portMoved(const std::string& intf, Place place) {
+   placed(intf, place);
    Port& port = ports.at(intf);
    port.place = place;
    port.queues.isStored = false;
@@ -163,9 +175,12 @@ void Model::agentEnded(bool isOrderly, double now) {
 }
 
 void Model::macAnswered(Place place, double now) {
-   chips.at(place.device).macRead = now;
    const std::string intf = intfAt(place);
    if (!intf.empty()) {
+      Shown& shown = chips.at(place.device).shown[intf];
+      shown.port = place.port;
+      shown.readTime = now;
+      shown.last = hardware[place].mac;
       takeMac(intf, ports.at(intf), now);
    }
 }

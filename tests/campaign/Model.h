@@ -114,6 +114,14 @@ struct L3Intf {
    std::array<U64, 2> natSeen{};
 };
 
+// The MAC counters of an interface, as the chip's view has them.
+struct Shown {
+   U16 port = 0;
+   double readTime = 0;
+   std::array<U64, rmonCount> last{};
+   std::array<U64, rmonCount> clear{};
+};
+
 struct Chip {
    U32 life = 0;
    U32 state = 8;
@@ -121,7 +129,6 @@ struct Chip {
    U32 overflowCount = 0;
    U32 pending = 0; // syncs of tables
    bool hasLost = false; // one of them is never answered
-   double macRead = -never; // when a read was answered last
    std::set<U16> macCounted;
    std::set<U16> queuesCounted;
    struct Pipe {
@@ -130,6 +137,7 @@ struct Chip {
       bool hasLost = false;
    };
    std::map<U16, Pipe> pipes;
+   std::map<std::string, Shown> shown;
    std::set<U16> wanted;       // VLANs that are to be counted
    bool hasLeftovers = false;  // it may have refused to delete an entry
 };
@@ -169,6 +177,7 @@ class Model {
    void l3Went(const std::string& intf);
 
  private:
+   void placed(const std::string& intf, Place place);
    void takeMac(const std::string& intf, Port& port, double now);
    void takeQueues(const std::string& intf, Port& port, double now);
    void happened(double now, const char* kind, const std::string& where, const std::string& what = "");
