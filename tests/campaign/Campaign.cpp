@@ -52,6 +52,12 @@ constexpr std::array refusable = {
 };
 constexpr std::array statuses = {1, 5, 10, 17, 22, -1, 26};
 
+std::size_t deadObjects() {
+   const auto lock = Kiln::ActivityLockAnchor::lock();
+   return ZelCounter::CookieRegistry<ZelCounter::ZelCounters>::instance().retiredCount() +
+          ZelCounter::CookieRegistry<ZelCounter::HwTableCountersSm>::instance().retiredCount();
+}
+
 } // namespace
 
 struct Run::Kind {
@@ -123,6 +129,13 @@ Result Run::run() {
    throwFailure();
    result_.hours = now() / secondsPerHour;
    endAgent(true);
+   // What is left is a dead object for each that waits for a lost answer.
+   const auto dead = std::ranges::count_if(
+        unanswered_, [](const auto& entry) { return entry.first.second != Request::Kind::queueSync; });
+   expect(deadObjects() == static_cast<std::size_t>(dead), std::to_string(deadObjects()) +
+                                                                " dead objects are kept and not " +
+                                                                std::to_string(dead));
+   expect(Kiln::activityManagerClock()->armedCount() == 0, "clocks are armed");
    throwFailure();
    return result_;
 }
@@ -158,6 +171,8 @@ void Run::runEvent(U64 number) {
       const auto lock = Kiln::ActivityLockAnchor::lock();
       checkViews();
       checkTables();
+      checkHistory(false);
+      checkEvents();
    }
    throwFailure();
 }
@@ -186,16 +201,24 @@ void Run::advance(double seconds) {
 void Run::startAgent() {
    for (unsigned device = 0; device < config_.chips; ++device) {
       model_.chipCame(static_cast<U8>(device), config_.pipes);
+      model_.happened(now(), "chip-came", chipName(static_cast<U8>(device)));
    }
    agent_ = std::make_unique<ZelAgent::SwitchAgent>(config_);
    agent_->createdIsKept();
+   model_.happened(now(), "agent-started", "");
    readers_ = std::make_unique<Readers>(agent_->tableStore());
    const auto lock = Kiln::ActivityLockAnchor::lock();
    for (const auto& [intf, record] : agent_->systemStatus().portInfo()) {
-      model_.portCame(intf.text(), {record.devId, record.devicePort}, now(), now());
+      comesPort(intf.text(), {record.devId, record.devicePort});
    }
+   const auto hasPort = [&](const std::string& intf) {
+      return agent_->systemStatus().portInfo().contains(Pelt::IntfId(Kiln::Name(intf)));
+   };
    std::erase_if(model_.ports, [&](const auto& entry) {
-      return !agent_->systemStatus().portInfo().contains(Pelt::IntfId(Kiln::Name(entry.first)));
+      if (entry.second.isPublished && !hasPort(entry.first)) {
+         model_.happened(now(), "port-went", entry.first);
+      }
+      return !hasPort(entry.first);
    });
    for (auto& [intf, l3Intf] : model_.l3) {
       l3Intf.createdTime = now();
@@ -218,6 +241,7 @@ void Run::requested(const Request& request) {
    if (request.kind == Request::Kind::mac) {
       passed();
    }
+   ++unanswered_[{request.life, request.kind}];
    Chip& chip = model_.chips.at(request.device);
    if (request.kind == Request::Kind::tableSync) {
       ++chip.pending;
@@ -228,11 +252,20 @@ void Run::requested(const Request& request) {
 
 void Run::refused(const Request& request) {
    ++result_.faults;
+   answeredOnce(request);
    Chip& chip = model_.chips.at(request.device);
    if (request.kind == Request::Kind::tableSync) {
       chip.pending -= chip.pending > 0 ? 1 : 0;
    } else if (request.kind == Request::Kind::queueSync) {
       chip.pipes.at(request.place) = {.isOutstanding = false, .isStopped = true};
+   }
+}
+
+// Twice does not count twice.
+void Run::answeredOnce(const Request& request) {
+   const auto found = unanswered_.find({request.life, request.kind});
+   if (found != unanswered_.end() && --found->second == 0) {
+      unanswered_.erase(found);
    }
 }
 
@@ -256,6 +289,7 @@ void Run::answering(const Request& request) {
 }
 
 void Run::answered(const Request& request, const bf_rmon_counter_array_t* values) {
+   answeredOnce(request);
    note(static_cast<U64>(request.kind) << 32 | U64{request.device} << 16 | request.place);
    const bool isAlive = request.life == model_.lifeOf(request.device) && request.life != 0;
    if (request.kind == Request::Kind::queueSync) {
@@ -443,16 +477,23 @@ void Run::refuse(Draws& draws) {
 
 void Run::addChip(U8 device) {
    model_.chipCame(device, config_.pipes);
+   model_.happened(now(), "chip-came", chipName(device));
    agent_->chipAdd(chipName(device));
    for (const auto& [intf, record] : agent_->systemStatus().portInfo()) {
       if (record.devId == device) {
-         model_.portCame(intf.text(), {record.devId, record.devicePort}, now(), now());
+         comesPort(intf.text(), {record.devId, record.devicePort});
       }
    }
 }
 
 void Run::deleteChip(U8 device) {
    agent_->chipDel(chipName(device));
+   for (const auto& [intf, port] : model_.ports) {
+      if (port.place.device == device) {
+         model_.happened(now(), "port-went", intf);
+      }
+   }
+   model_.happened(now(), "chip-went", chipName(device));
    model_.chipWent(device);
 }
 
@@ -467,7 +508,7 @@ void Run::chip(Draws& draws) {
       const std::string intf = "Ethernet" + std::to_string(number);
       if (model_.ports.contains(intf)) {
          agent_->portDel(Pelt::IntfId(Kiln::Name(intf)));
-         model_.portWent(intf);
+         goesPort(intf);
       }
    }
    addChip(device);
@@ -481,11 +522,26 @@ void Run::restartChip(Draws& draws) {
    const bool keepsCounters = draws.oneIn(2);
    model_.chipRestarted(device, keepsCounters, config_.pipes);
    agent_->chipRestart(chipName(device), keepsCounters);
+   model_.happened(now(), "chip-went", chipName(device));
+   model_.happened(now(), "chip-came", chipName(device));
 }
 
 void Run::addPort(const std::string& intf, Place place) {
    agent_->portAdd(Pelt::IntfId(Kiln::Name(intf)), chipName(place.device), place.port);
-   model_.portCame(intf, place, now(), now());
+   comesPort(intf, place);
+}
+
+void Run::comesPort(const std::string& intf, Place place) {
+   const auto port = model_.ports.find(intf);
+   if (port == model_.ports.end() || !port->second.isPublished) { // else an earlier agent told of it
+      model_.happened(now(), "port-came", intf);
+   }
+   model_.portCame(intf, place, now());
+}
+
+void Run::goesPort(const std::string& intf) {
+   model_.happened(now(), "port-went", intf);
+   model_.portWent(intf);
 }
 
 void Run::port(Draws& draws) {
@@ -503,7 +559,7 @@ void Run::port(Draws& draws) {
    } else if (what == 1 && present != nullptr) {
       const std::string intf = *present;
       agent_->portDel(Pelt::IntfId(Kiln::Name(intf)));
-      model_.portWent(intf);
+      goesPort(intf);
    } else if (what == 2 && present != nullptr && free) {
       agent_->portMove(Pelt::IntfId(Kiln::Name(*present)), chipName(free->device), free->port);
       model_.portMoved(*present, *free);
@@ -525,6 +581,7 @@ void Run::clear(Draws& draws) {
    const std::string* const one = drawPort(draws);
    const bool isAll = one == nullptr || draws.oneIn(3);
    agent_->countersMgr().vexCountersSm()->clear(isAll ? "all" : *one);
+   model_.happened(now(), "clear", isAll ? "" : *one);
    for (const auto& [intf, port] : model_.ports) {
       if (isAll || intf == *one) {
          model_.clear(intf);
@@ -575,6 +632,8 @@ void Run::calm() {
    checkTables();
    checkViews();
    checkL3Records(true);
+   checkHistory(true);
+   checkEvents();
 }
 
 } // namespace Campaign

@@ -101,6 +101,9 @@ class Run : private SdkListener {
    void addChip(U8 device);
    void deleteChip(U8 device);
    void addPort(const std::string& intf, Place place);
+   void comesPort(const std::string& intf, Place place);
+   void goesPort(const std::string& intf);
+   void answeredOnce(const Request& request);
    // Null, or an interface that has a port.
    const std::string* drawPort(Draws& draws) const;
    std::optional<Place> drawFreePlace(Draws& draws) const;
@@ -115,6 +118,8 @@ class Run : private SdkListener {
    void checkTables();
    void checkViews();
    void checkShownMac(const ZelTest::Json& table);
+   void checkHistory(bool isCalm);
+   void checkEvents();
    void checkFresh(double since);
    void checkL3();
    void checkL3Records(bool isCalm);
@@ -132,6 +137,10 @@ class Run : private SdkListener {
    U64 lost_ = 0;       // answers, so far
    double damagedAt_ = -never; // some table
    bool isMended_ = true;      // since then
+   bool wasDamaged_ = false;   // since the events were looked at
+   U64 newestEvent_ = 0;       // then
+   std::map<std::pair<U32, Request::Kind>, U32> unanswered_; // by life
+   static constexpr double mendingTime = 130; // seconds, after which everything was read again
    unsigned folders_ = 0;
    std::map<U16, int> shortages_; // of a VLAN: messages of its beginning less those of its end
    U64 wrapMessages_ = 0;

@@ -66,10 +66,6 @@ U32 Model::lifeOf(U8 device) const {
    return found != chips.end() ? found->second.life : 0;
 }
 
-void Model::happened(double now, const char* kind, const std::string& where, const std::string& what) {
-   happenings.push_back({now, kind, where, what});
-}
-
 void Model::chipCame(U8 device, unsigned pipes) {
    Chip& chip = chips[device] = {};
    chip.life = ++lives_;
@@ -119,7 +115,7 @@ void Model::placed(const std::string& intf, Place place) {
    }
 }
 
-void Model::portCame(const std::string& intf, Place place, double now, double unixNow) {
+void Model::portCame(const std::string& intf, Place place, double now) {
    placed(intf, place);
    Port& port = ports[intf];
    if (port.isPublished) { // by an earlier agent: it is gone on with
@@ -131,7 +127,6 @@ void Model::portCame(const std::string& intf, Place place, double now, double un
    port.queues = queues; // likewise
    port.place = place;
    port.createdTime = port.discontinuityTime = now;
-   port.createdUnixTime = unixNow;
 }
 
 void Model::portWent(const std::string& intf) {
@@ -154,7 +149,7 @@ std::string Model::intfAt(Place place) const {
 void Model::agentEnded(bool isOrderly, double now) {
    for (auto& [intf, port] : ports) {
       if (isOrderly && port.queues.isStored) {
-         takeQueues(intf, port, now);
+         takeQueues(port, now);
       }
    }
    for (auto& [intf, port] : ports) {
@@ -188,9 +183,14 @@ void Model::macAnswered(Place place, double now) {
 void Model::takeMac(const std::string& intf, Port& port, double now) {
    Chip& chip = chips.at(port.place.device);
    const Hardware& counts = hardware[port.place];
+   const auto before = port.trail.last;
    const Begin begin = port.trail.next(port.place, chip.life, chip.macCounted);
+   if (before && before->first != port.place) {
+      happened(now, "port-moved", intf);
+   }
    bool isMarked = port.trail.isExchanged;
    const U32 wrapsBefore = chip.overflowCount;
+   bool hasUpset = false;
    port.isAbsorbed = {};
    for (std::size_t field = 0; field < fieldCount; ++field) {
       const U64 to = counts.mac[rmonOfField_[field]];
@@ -214,16 +214,18 @@ void Model::takeMac(const std::string& intf, Port& port, double now) {
       if (port.isAbsorbed[field]) {
          step = 0;
       }
-      if (isWrap) {
-         happened(now, "wrap", intf, "");
-      } else if (port.isAbsorbed[field]) {
-         happened(now, "upset", intf, "");
-      }
+      hasUpset |= port.isAbsorbed[field];
       isMarked |= isWrap || port.isAbsorbed[field] || (from & ~to) >> 63 != 0;
       port.deltas[field] = step;
       port.totals[field] += step;
    }
-   wrapReadings += chip.overflowCount != wrapsBefore ? 1U : 0U;
+   if (chip.overflowCount != wrapsBefore) {
+      ++wrapReadings;
+      happened(now, "wrap", intf);
+   }
+   if (hasUpset) {
+      happened(now, "upset", intf);
+   }
    port.interval = port.trail.isExchanged || port.sampleTime == -never ? 0 : now - port.sampleTime;
    if (isMarked) {
       port.discontinuityTime = now;
@@ -264,13 +266,13 @@ bool Model::queuesAnswered(U8 device, U16 pipe, double now) {
    }
    for (auto& [intf, port] : ports) {
       if (port.place.device == device && port.place.pipe() == pipe) {
-         takeQueues(intf, port, now);
+         takeQueues(port, now);
       }
    }
    return true;
 }
 
-void Model::takeQueues(const std::string& intf, Port& port, double now) {
+void Model::takeQueues(Port& port, double now) {
    Port::Queues& queues = port.queues;
    Chip& chip = chips.at(port.place.device);
    const Hardware& counts = hardware[port.place];
@@ -298,7 +300,6 @@ void Model::takeQueues(const std::string& intf, Port& port, double now) {
    queues.sampleTime = now;
    if (isMarked) {
       queues.discontinuityTime = now;
-      happened(now, "queues", intf);
    }
 }
 

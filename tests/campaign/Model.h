@@ -65,13 +65,11 @@ struct Happening {
    double time;
    std::string kind;
    std::string where;
-   std::string what;
 };
 
 struct Port {
    Place place;
    double createdTime = 0;
-   double createdUnixTime = 0;
 
    bool isPublished = false;
    bool isSure = true;  // false: somebody damaged the table since it was published
@@ -161,7 +159,7 @@ class Model {
    void chipWent(U8 device);
    // The chip's driver began anew in place.
    void chipRestarted(U8 device, bool keepsCounters, unsigned pipes);
-   void portCame(const std::string& intf, Place place, double now, double unixNow);
+   void portCame(const std::string& intf, Place place, double now);
    void portWent(const std::string& intf);
    void portMoved(const std::string& intf, Place place);
    // The agent ended, in good order or not, and another goes on with its tables.
@@ -173,14 +171,16 @@ class Model {
    bool queuesAnswered(U8 device, U16 pipe, double now);
    void synced(U8 device, U16 pipe);
    void clear(const std::string& intf);
+   void happened(double now, const char* kind, const std::string& where) {
+      happenings.push_back({now, kind, where});
+   }
    void l3Came(const std::string& intf, U16 vlan, double now);
    void l3Went(const std::string& intf);
 
  private:
    void placed(const std::string& intf, Place place);
    void takeMac(const std::string& intf, Port& port, double now);
-   void takeQueues(const std::string& intf, Port& port, double now);
-   void happened(double now, const char* kind, const std::string& where, const std::string& what = "");
+   void takeQueues(Port& port, double now);
 
    const std::array<unsigned, fieldCount> rmonOfField_;
    U32 lives_ = 0;

@@ -1,8 +1,10 @@
 // The shared tables as another process sees them.
 #pragma once
 
+#include "silo/HistoryReader.h"
 #include "silo/TableReader.h"
 #include "tests/campaign/Campaign.h"
+#include "vex/PublishedHistory.h"
 #include "vex/PublishedRecords.h"
 
 namespace Campaign {
@@ -18,7 +20,9 @@ struct Run::Readers {
           clearedQueues(store, Silo::Interface::TableName::intfClearQueueCounters),
           vlanIntfs(store, Silo::Interface::TableName::vlanIntfCounters),
           subIntfs(store, Silo::Interface::TableName::subIntfCounters),
-          nat(store, Silo::Interface::TableName::intfNatCounters) {}
+          nat(store, Silo::Interface::TableName::intfNatCounters),
+          events(store, Silo::Interface::TableName::events),
+          history(store, Silo::Interface::TableName::intfHistory, Silo::Interface::IntfHistory::layout) {}
 
    Reader<Silo::Interface::IntfCounters> ports;
    Reader<Silo::Interface::IntfCounters> clearedPorts;
@@ -27,6 +31,8 @@ struct Run::Readers {
    Reader<Silo::Interface::L3IntfCounters> vlanIntfs;
    Reader<Silo::Interface::L3IntfCounters> subIntfs;
    Reader<Silo::Interface::NatCounter> nat;
+   Reader<Silo::Interface::Event> events;
+   Silo::HistoryReader history;
 };
 
 } // namespace Campaign

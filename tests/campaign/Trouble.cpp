@@ -20,12 +20,6 @@ namespace Campaign {
 
 namespace fs = std::filesystem;
 
-namespace {
-
-constexpr double mendingTime = 130; // seconds, after which everything was read again
-
-} // namespace
-
 void Run::passed() {
    if (!isMended_) {
       isMended_ = true;
@@ -53,6 +47,7 @@ void Run::restart(Draws& draws) {
    }
    Kiln::ActivityLockAnchor::yieldWhile([&] {
       endAgent(!isKilled);
+      model_.happened(now(), isKilled ? "agent-killed" : "agent-ended", "");
       if (isKilled) {
          fs::remove_all(former);
          fs::remove(formerHardware);
@@ -91,6 +86,7 @@ void Run::damage(Draws& draws) {
       ZelTest::overwrite(file, at, bytes);
    }
    damagedAt_ = now();
+   wasDamaged_ = true;
    isMended_ = false;
 }
 
