@@ -52,12 +52,6 @@ constexpr std::array refusable = {
 };
 constexpr std::array statuses = {1, 5, 10, 17, 22, -1, 26};
 
-std::size_t deadObjects() {
-   const auto lock = Kiln::ActivityLockAnchor::lock();
-   return ZelCounter::CookieRegistry<ZelCounter::ZelCounters>::instance().retiredCount() +
-          ZelCounter::CookieRegistry<ZelCounter::HwTableCountersSm>::instance().retiredCount();
-}
-
 } // namespace
 
 struct Run::Kind {
@@ -107,6 +101,12 @@ Run::Run(const Settings& settings) : settings_(settings), model_(rmonOfField()) 
    config_.hardwareFile = folder_.path() + "/hardware";
 }
 
+std::size_t Run::deadObjects() {
+   const auto lock = Kiln::ActivityLockAnchor::lock();
+   return ZelCounter::CookieRegistry<ZelCounter::ZelCounters>::instance().retiredCount() +
+          ZelCounter::CookieRegistry<ZelCounter::HwTableCountersSm>::instance().retiredCount();
+}
+
 Run::~Run() {
    if (agent_) {
       endAgent(true);
@@ -132,7 +132,7 @@ Result Run::run() {
    // What is left is a dead object for each that waits for a lost answer.
    const auto dead = std::ranges::count_if(
         unanswered_, [](const auto& entry) { return entry.first.second != Request::Kind::queueSync; });
-   expect(deadObjects() == static_cast<std::size_t>(dead), std::to_string(deadObjects()) +
+   expect(deadObjects() - deadBefore_ == static_cast<std::size_t>(dead), std::to_string(deadObjects() - deadBefore_) +
                                                                 " dead objects are kept and not " +
                                                                 std::to_string(dead));
    expect(Kiln::activityManagerClock()->armedCount() == 0, "clocks are armed");
@@ -615,6 +615,12 @@ void Run::calm() {
       const auto& counters = agent_->countersMgr().zelCounters(device);
       counters->hwTableCountersSm()->hwTableCountersPollingIntervalIs(2.0);
       counters->intfQueueCountersSdkPollingIntervalIs(2.0);
+      for (const char* const table : {"ingL2DomainCount", "egrL2DomainCount"}) {
+         constexpr U32 enough = 8000;
+         fleet.chip(device)->capacityIs(table, enough);
+      }
+      // Which VLANs that wait for room take for an occasion.
+      agent_->chipStateIs(chipName(device), 5);
       agent_->chipStateIs(chipName(device), chip.state = 8);
    }
    constexpr double longestInterval = 60;
@@ -629,6 +635,9 @@ void Run::calm() {
       chip.hasLeftovers = false; // no entry without an owner, once the chip answers
    }
    checkL3();
+   for (const auto& [vlan, count] : shortages_) {
+      expect(count == 0, "VLAN " + std::to_string(vlan) + " still waits for room");
+   }
    checkTables();
    checkViews();
    checkL3Records(true);

@@ -42,6 +42,8 @@ class Run : private SdkListener {
    Result run();
    // The number of the event that happens, or happened last.
    static U64 lastEvent() { return lastEvent_; }
+   // Of the library, which wait for answers that were lost.
+   static std::size_t deadObjects();
 
  private:
    struct Kind;
@@ -139,6 +141,7 @@ class Run : private SdkListener {
    bool isMended_ = true;      // since then
    bool wasDamaged_ = false;   // since the events were looked at
    U64 newestEvent_ = 0;       // then
+   const std::size_t deadBefore_ = deadObjects();
    std::map<std::pair<U32, Request::Kind>, U32> unanswered_; // by life
    static constexpr double mendingTime = 130; // seconds, after which everything was read again
    unsigned folders_ = 0;

@@ -6,20 +6,47 @@
 #include "tests/support/ChildProcess.h"
 #include "tests/support/Files.h"
 
+#include <array>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
+#include <filesystem>
+#include <new>
 #include <sstream>
 #include <unistd.h>
+
+namespace {
+
+U64 blocks = 0; // of memory in use
+
+} // namespace
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+void* operator new(std::size_t size) {
+   void* const block = std::malloc(size);
+   if (block == nullptr) {
+      throw std::bad_alloc();
+   }
+   ++blocks;
+   return block;
+}
+void operator delete(void* block) noexcept {
+   blocks -= block != nullptr ? 1 : 0;
+   std::free(block);
+}
+void operator delete(void* block, std::size_t /*size*/) noexcept {
+   operator delete(block);
+}
+#endif
 
 namespace {
 
 using namespace Campaign;
 
 constexpr const char* usage =
-     "usage: campaign [--seed N | --seeds A-B] [--hours H] [--for SECONDS] [--only EVENT,...] [--shrink] "
+     "usage: campaign [--seed N | --seeds A-B] [--hours H] [--for SECONDS] [--only EVENT,...] [--shrink | --base-line] "
      "[--verbose]\n"
      "Runs the seeds, each for H simulated hours, until SECONDS have passed, and fails if one fails.\n";
 
@@ -29,6 +56,7 @@ struct Options {
    U64 lastSeed = 1;
    double seconds = 0; // 0: no limit
    bool isShrunk = false;
+   bool isBaseLine = false;
 };
 
 [[noreturn]] void refuse(const std::string& what) {
@@ -66,6 +94,8 @@ Options parse(int argc, char** argv) {
          }
       } else if (option == "--shrink") {
          options.isShrunk = true;
+      } else if (option == "--base-line") {
+         options.isBaseLine = true;
       } else if (option == "--verbose") {
          options.settings.isTold = true;
       } else {
@@ -79,7 +109,7 @@ unsigned long long wide(U64 value) {
    return value;
 }
 
-// In this process. The failing event's number goes to `reached`.
+// In this process.
 int runHere(const Settings& settings) {
    try {
       const Result result = Run(settings).run();
@@ -112,7 +142,6 @@ int runChild(const Settings& settings) {
 struct Attempt {
    bool isFailure = false;
    std::string kind; // the message without its numbers
-   U64 lastEvent = 0;
 };
 
 Attempt attempt(const Settings& settings) {
@@ -181,6 +210,24 @@ int shrink(Settings settings) {
    return 1;
 }
 
+// Runs it three times in this process: the third one must leave no more behind than the second.
+int compareBaseLine(const Settings& settings) {
+   const auto leftBehind = [&] {
+      const int failed = runHere(settings);
+      const auto descriptors = std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+      return std::array{static_cast<U64>(failed), blocks, static_cast<U64>(descriptors), Run::deadObjects()};
+   };
+   leftBehind();
+   const auto second = leftBehind();
+   const auto third = leftBehind();
+   constexpr U64 blocksPerDeadObject = 2; // its storage, and the note that it waits
+   const bool isKept = third[0] == 0 && third[2] == second[2] &&
+                       third[1] <= second[1] + blocksPerDeadObject * (third[3] - second[3]);
+   std::printf("blocks: %llu and %llu, descriptors: %llu and %llu, dead objects: %llu and %llu\n", wide(second[1]),
+               wide(third[1]), wide(second[2]), wide(third[2]), wide(second[3]), wide(third[3]));
+   return isKept ? 0 : 1;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -191,6 +238,9 @@ int main(int argc, char** argv) {
    settings.seed = options.firstSeed;
    if (options.isShrunk) {
       return shrink(settings);
+   }
+   if (options.isBaseLine) {
+      return compareBaseLine(settings);
    }
    const auto begin = std::chrono::steady_clock::now();
    const auto isOver = [&] {
