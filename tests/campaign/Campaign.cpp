@@ -43,11 +43,21 @@ std::array<unsigned, fieldCount> rmonOfField() {
 
 // Entry points that may be refused without an assertion.
 constexpr std::array refusable = {
-     "bf_port_mac_stats_hw_async_get", "bf_tm_pipe_counter_get",   "bf_pipe_path_counter_get",
-     "bf_pipe_mau_drop_get",           "bf_pipe_deparser_drop_get", "pipe_mgr_stat_tbl_symmetric_mode_initialized",
-     "pipe_mgr_get_first_entry_handle", "pipe_mgr_get_next_entry_handles", "counterHwSyncDirect",
-     "counterHwSyncIndirect",          "counterReadDirectStart",   "counterReadDirectMain",
-     "counterReadDirectEnd",           "counterReadIndirectStart", "counterReadIndirectMain",
+     "bf_port_mac_stats_hw_async_get",
+     "bf_tm_pipe_counter_get",
+     "bf_pipe_path_counter_get",
+     "bf_pipe_mau_drop_get",
+     "bf_pipe_deparser_drop_get",
+     "pipe_mgr_stat_tbl_symmetric_mode_initialized",
+     "pipe_mgr_get_first_entry_handle",
+     "pipe_mgr_get_next_entry_handles",
+     "counterHwSyncDirect",
+     "counterHwSyncIndirect",
+     "counterReadDirectStart",
+     "counterReadDirectMain",
+     "counterReadDirectEnd",
+     "counterReadIndirectStart",
+     "counterReadIndirectMain",
      "counterReadIndirectEnd",
 };
 constexpr std::array statuses = {1, 5, 10, 17, 22, -1, 26};
@@ -132,9 +142,9 @@ Result Run::run() {
    // What is left is a dead object for each that waits for a lost answer.
    const auto dead = std::ranges::count_if(
         unanswered_, [](const auto& entry) { return entry.first.second != Request::Kind::queueSync; });
-   expect(deadObjects() - deadBefore_ == static_cast<std::size_t>(dead), std::to_string(deadObjects() - deadBefore_) +
-                                                                " dead objects are kept and not " +
-                                                                std::to_string(dead));
+   expect(deadObjects() - deadBefore_ == static_cast<std::size_t>(dead),
+          std::to_string(deadObjects() - deadBefore_) + " dead objects are kept and not " +
+               std::to_string(dead));
    expect(Kiln::activityManagerClock()->armedCount() == 0, "clocks are armed");
    throwFailure();
    return result_;
@@ -354,7 +364,11 @@ void Run::jump(Draws& draws) {
       return;
    }
    const Place place = model_.ports.at(*intf).place;
-   const auto index = static_cast<unsigned>(draws.below(rmonCount));
+   // A few, so that they go from one bound to another.
+   constexpr std::array<unsigned, 5> indices{
+        BF_RMON_OCTETS_RECEIVED_GOOD, BF_RMON_FRAMES_RECEIVED_ALL, BF_RMON_FRAMES_RECEIVED_WITH_ERRORS,
+        BF_RMON_PAUSE_FRAMES_RECEIVED, BF_RMON_PFC_FRAMES_TRANSMITTED_PRIORITY_7};
+   const unsigned index = draws.oneOf(indices);
    U64& value = model_.hardware[place].mac[index];
    constexpr U64 window = U64{1} << 48;
    constexpr std::array<U64, 12> bounds{0,           1,          window - 2,         window - 1,

@@ -135,15 +135,15 @@ class Run : private SdkListener {
    std::unique_ptr<ZelAgent::SwitchAgent> agent_;
    std::unique_ptr<Readers> readers_;
    double pollingInterval_ = 2.0;
-   double passDue_ = 0; // when the manager's clock is due, at the latest
-   U64 lost_ = 0;       // answers, so far
+   double passDue_ = 0;        // when the manager's clock is due, at the latest
+   U64 lost_ = 0;              // answers, so far
    double damagedAt_ = -never; // some table
    bool isMended_ = true;      // since then
    bool wasDamaged_ = false;   // since the events were looked at
    U64 newestEvent_ = 0;       // then
    const std::size_t deadBefore_ = deadObjects();
    std::map<std::pair<U32, Request::Kind>, U32> unanswered_; // by life
-   static constexpr double mendingTime = 130; // seconds, after which everything was read again
+   static constexpr double mendingTime = 130;                // seconds, after which everything was read again
    unsigned folders_ = 0;
    std::map<U16, int> shortages_; // of a VLAN: messages of its beginning less those of its end
    U64 wrapMessages_ = 0;

@@ -46,9 +46,11 @@ void Run::checkPort(const std::string& intf) {
    }
    expect(sample.info.sampleTime == port.sampleTime, "the sample time of " + intf + " is wrong");
    expect(port.isFirst || record.interval == port.interval, "the interval of " + intf + " is wrong");
-   expect(record.discontinuityTime == port.discontinuityTime, "the discontinuity time of " + intf + " is wrong");
+   expect(record.discontinuityTime == port.discontinuityTime,
+          "the discontinuity time of " + intf + " is wrong");
    expect(record.createdTime == port.createdTime, "the creation time of " + intf + " is wrong");
-   expect(record.suspects == port.suspects, differ("the suspects of " + intf, record.suspects, port.suspects));
+   expect(record.suspects == port.suspects,
+          differ("the suspects of " + intf, record.suspects, port.suspects));
 }
 
 void Run::checkQueues(const std::string& intf) {
@@ -73,7 +75,8 @@ void Run::checkQueues(const std::string& intf) {
          note(is[i]);
       }
    }
-   expect(sample.info.sampleTime == queues.sampleTime, "the sample time of the queues of " + intf + " is wrong");
+   expect(sample.info.sampleTime == queues.sampleTime,
+          "the sample time of the queues of " + intf + " is wrong");
    expect(sample.record.discontinuityTime == std::max(queues.discontinuityTime, sample.record.createdTime),
           "the discontinuity time of the queues of " + intf + " is wrong");
 }
@@ -82,14 +85,16 @@ void Run::checkCounts() {
    for (const auto& [device, chip] : model_.chips) {
       const auto& counters = agent_->countersMgr().zelCounters(device);
       const std::string of = " of device " + std::to_string(device);
-      expect(counters->seuCount() == chip.seuCount, differ("seuCount" + of, counters->seuCount(), chip.seuCount));
+      expect(counters->seuCount() == chip.seuCount,
+             differ("seuCount" + of, counters->seuCount(), chip.seuCount));
       expect(counters->overflowCount() == chip.overflowCount,
              differ("overflowCount" + of, counters->overflowCount(), chip.overflowCount));
    }
 }
 
 void Run::checkSchedulers() {
-   expect(agent_->countersMgr().zelCounters().size() == model_.chips.size(), "there is a chip too few or too many");
+   expect(agent_->countersMgr().zelCounters().size() == model_.chips.size(),
+          "there is a chip too few or too many");
    const double due = agent_->countersMgr().countersMgrSm()->intfCounterPollingTimeMin();
    expect(due <= std::max(passDue_, now() + pollingInterval_), "the manager's clock is due too late");
    passDue_ = due;
@@ -104,7 +109,8 @@ void Run::checkSchedulers() {
       for (const auto& [pipe, state] : chip.pipes) {
          const bool isArmed = counters->pipeIntfQueueCounterSm(pipe)->pollingTimeMin() != never;
          expect(isArmed + state.isOutstanding + state.isStopped == 1,
-                "the poller of pipe " + std::to_string(pipe) + of + " is not exactly one of armed, waiting and stopped");
+                "the poller of pipe " + std::to_string(pipe) + of +
+                     " is not exactly one of armed, waiting and stopped");
       }
    }
 }
@@ -114,7 +120,8 @@ void Run::checkTables() {
       return;
    }
    std::vector<Silo::Entry<Silo::Interface::IntfCounters>> entries;
-   expect(readers_->ports.snapshot(entries), "the table of ports is not to be read: " + readers_->ports.problem());
+   expect(readers_->ports.snapshot(entries),
+          "the table of ports is not to be read: " + readers_->ports.problem());
    for (const auto& entry : entries) {
       const auto port = model_.ports.find(std::string(entry.key.view()));
       const bool isKnown = entry.result == Silo::ReadResult::ok;
@@ -123,10 +130,12 @@ void Run::checkTables() {
    for (const auto& [intf, port] : model_.ports) {
       Silo::Sample<Silo::Interface::IntfCounters> cleared;
       const bool isCleared = readers_->clearedPorts.read(intf, cleared) == Silo::ReadResult::ok;
-      expect(!port.isSure || isCleared == port.cleared.has_value(), "it is wrong whether " + intf + " was cleared");
+      expect(!port.isSure || isCleared == port.cleared.has_value(),
+             "it is wrong whether " + intf + " was cleared");
       if (isCleared && port.cleared) {
          expect(cleared.record.totals == *port.cleared, "the clear of " + intf + " is wrong");
-         expect(cleared.record.createdTime == port.createdTime, "the clear of " + intf + " is of another record");
+         expect(cleared.record.createdTime == port.createdTime,
+                "the clear of " + intf + " is of another record");
       }
       if (port.isPublished) {
          checkPort(intf);
@@ -136,7 +145,8 @@ void Run::checkTables() {
       }
       Silo::Sample<Silo::Interface::IntfQueueCounters> clearedQueues;
       const bool areCleared = readers_->clearedQueues.read(intf, clearedQueues) == Silo::ReadResult::ok;
-      expect(!port.queues.isSure || areCleared == port.queues.cleared.has_value(), "it is wrong whether the queues of " + intf + " were cleared");
+      expect(!port.queues.isSure || areCleared == port.queues.cleared.has_value(),
+             "it is wrong whether the queues of " + intf + " were cleared");
       for (std::size_t queue = 0; areCleared && port.queues.cleared && queue < queueLimit; ++queue) {
          const auto& total = clearedQueues.record.totals[queue];
          expect(QueueCount{total.packets, total.bytes, total.drops} == (*port.queues.cleared)[queue],
@@ -155,8 +165,8 @@ void Run::checkFresh(double since) {
              "the queues of " + intf + " are not fresh");
    }
    for (const auto& [device, chip] : model_.chips) {
-      const auto age = agent_->countersMgr().zelCounters(device)->readings().age(
-           ZelCounter::ReadingKey::Kind::tableSync);
+      const auto age =
+           agent_->countersMgr().zelCounters(device)->readings().age(ZelCounter::ReadingKey::Kind::tableSync);
       expect(chip.hasLost || (age && *age <= now() - since),
              "the tables of device " + std::to_string(device) + " are not fresh");
    }

@@ -11,7 +11,9 @@ namespace Campaign {
 // expression, since compilers choose the order of operands.
 class Draws {
  public:
-   Draws(U64 seed, U64 stream) : state_(seed * 0x9E3779B97F4A7C15 ^ (stream + 1) * 0xD1B54A32D192ED03) { next(); }
+   Draws(U64 seed, U64 stream) : state_(seed * 0x9E3779B97F4A7C15 ^ (stream + 1) * 0xD1B54A32D192ED03) {
+      next();
+   }
 
    U64 next() { // after Steele, Lea and Flood, "Fast splittable pseudorandom number generators" (2014)
       U64 z = state_ += 0x9E3779B97F4A7C15;

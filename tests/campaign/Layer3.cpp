@@ -77,7 +77,8 @@ void Run::l3Trouble(Draws& draws) {
    ++result_.faults;
    const U64 what = draws.below(4);
    if (what == 0) {
-      agent_->fleet().faults().failNext("pdEntryAdd", draws.oneIn(2) ? 9 : 22, static_cast<U32>(1 + draws.below(3)));
+      agent_->fleet().faults().failNext("pdEntryAdd", draws.oneIn(2) ? 9 : 22,
+                                        static_cast<U32>(1 + draws.below(3)));
    } else if (what == 1) {
       agent_->fleet().faults().failNext("pdEntryDel", 22, static_cast<U32>(1 + draws.below(3)));
       model_.mayRefuseDeletions = true;
@@ -88,7 +89,8 @@ void Run::l3Trouble(Draws& draws) {
          l3.isLossy = true;
       }
    } else if (!model_.chips.empty()) {
-      auto& [device, chip] = *std::next(model_.chips.begin(), static_cast<std::ptrdiff_t>(draws.below(model_.chips.size())));
+      auto& [device, chip] =
+           *std::next(model_.chips.begin(), static_cast<std::ptrdiff_t>(draws.below(model_.chips.size())));
       if (what == 2) {
          const U64 room = draws.below(24);
          agent_->fleet().chip(device)->capacityIs(draws.oneIn(2) ? "ingL2DomainCount" : "egrL2DomainCount",
@@ -145,11 +147,13 @@ void Run::checkL3() {
       const std::string id = entry.message->id;
       const std::size_t vlan = entry.text.find("VLAN ");
       if (id.starts_with("ZEL_COUNTERS_COUNTER_RESOURCE")) {
-         shortages_[static_cast<U16>(std::stoul(entry.text.substr(vlan + 5)))] += id.ends_with("FULL") ? 1 : -1;
+         shortages_[static_cast<U16>(std::stoul(entry.text.substr(vlan + 5)))] +=
+              id.ends_with("FULL") ? 1 : -1;
       } else if (id == "ZEL_COUNTERS_OVERFLOW_ERROR") {
          ++wrapMessages_;
       } else {
-         const bool isOfTables = id.starts_with("VEX_COUNTERS_TABLE") || id.starts_with("VEX_COUNTERS_HISTORY");
+         const bool isOfTables =
+              id.starts_with("VEX_COUNTERS_TABLE") || id.starts_with("VEX_COUNTERS_HISTORY");
          expect(id.starts_with("ZEL_COUNTERS_CHIP") || (isOfTables && damagedAt_ > -never),
                 "there is a message " + id + ": " + entry.text);
       }
@@ -165,18 +169,22 @@ void Run::checkL3() {
 }
 
 void Run::checkL3Records(bool isCalm) {
-   const bool isAnswered = std::ranges::none_of(model_.chips, [](const auto& entry) { return entry.second.hasLost; });
+   const bool isAnswered =
+        std::ranges::none_of(model_.chips, [](const auto& entry) { return entry.second.hasLost; });
    for (auto& [intf, l3] : model_.l3) {
       Silo::Sample<Silo::Interface::NatCounter> nat;
       expect(readers_->nat.read(intf, nat) == Silo::ReadResult::ok, "there is no NAT record of " + intf);
-      expect(nat.record.creationTime == static_cast<S64>(l3.createdTime), "the creation time of " + intf + " is wrong");
+      expect(nat.record.creationTime == static_cast<S64>(l3.createdTime),
+             "the creation time of " + intf + " is wrong");
       expect(!isCalm || now() - nat.record.lastUpdate <= 1.0, "the NAT record of " + intf + " is old");
       const std::array<U64, 2> natTotals{nat.record.totalPackets, nat.record.totalBytes};
       const bool isKnown = isCalm && isAnswered && !l3.isLossy && config_.capabilities.vlanCounters;
       for (std::size_t i = 0; i < natTotals.size(); ++i) {
-         expect(natTotals[i] <= l3.nat[i] && natTotals[i] >= l3.natSeen[i] && (!isKnown || natTotals[i] == l3.nat[i]),
+         expect(natTotals[i] <= l3.nat[i] && natTotals[i] >= l3.natSeen[i] &&
+                     (!isKnown || natTotals[i] == l3.nat[i]),
                 "NAT total " + std::to_string(i) + " of " + intf + " is " + std::to_string(natTotals[i]) +
-                     ", after " + std::to_string(l3.natSeen[i]) + ", and " + std::to_string(l3.nat[i]) + " were counted");
+                     ", after " + std::to_string(l3.natSeen[i]) + ", and " + std::to_string(l3.nat[i]) +
+                     " were counted");
       }
       l3.natSeen = natTotals;
       const bool isVlanIntf = intf.starts_with("Vlan");

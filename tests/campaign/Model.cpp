@@ -141,8 +141,8 @@ void Model::portMoved(const std::string& intf, Place place) {
 }
 
 std::string Model::intfAt(Place place) const {
-   const auto found =
-        std::find_if(ports.begin(), ports.end(), [&](const auto& entry) { return entry.second.place == place; });
+   const auto found = std::find_if(ports.begin(), ports.end(),
+                                   [&](const auto& entry) { return entry.second.place == place; });
    return found != ports.end() ? found->first : std::string();
 }
 

@@ -105,7 +105,7 @@ struct Port {
 struct L3Intf {
    U16 vlan = 0;
    double createdTime = 0;
-   bool isLossy = false; // some of that nobody can know
+   bool isLossy = false;         // some of that nobody can know
    std::array<U64, 4> counted{}; // octets and packets in, and out
    std::array<U64, 4> seen{};    // the published totals, last
    std::array<U64, 2> nat{};     // packets and bytes
@@ -125,7 +125,7 @@ struct Chip {
    U32 state = 8;
    U32 seuCount = 0;
    U32 overflowCount = 0;
-   U32 pending = 0; // syncs of tables
+   U32 pending = 0;      // syncs of tables
    bool hasLost = false; // one of them is never answered
    std::set<U16> macCounted;
    std::set<U16> queuesCounted;
@@ -136,8 +136,8 @@ struct Chip {
    };
    std::map<U16, Pipe> pipes;
    std::map<std::string, Shown> shown;
-   std::set<U16> wanted;       // VLANs that are to be counted
-   bool hasLeftovers = false;  // it may have refused to delete an entry
+   std::set<U16> wanted;      // VLANs that are to be counted
+   bool hasLeftovers = false; // it may have refused to delete an entry
 };
 
 class Model {
@@ -145,14 +145,14 @@ class Model {
    // By field: which RMON counter fills it.
    explicit Model(std::array<unsigned, fieldCount> rmonOfField) : rmonOfField_(rmonOfField) {}
 
-   std::map<U8, Chip> chips;                   // that are up
-   std::map<std::string, Port> ports;          // by interface
-   std::map<Place, Hardware> hardware;         // it outlives ports
+   std::map<U8, Chip> chips;           // that are up
+   std::map<std::string, Port> ports;  // by interface
+   std::map<Place, Hardware> hardware; // it outlives ports
    std::map<std::string, L3Intf> l3;
-   std::map<U16, L3Intf> vlans; // what was ever counted of a VLAN, for whomever
-   bool mayRefuseDeletions = false; // chips, of entries
-   U64 wrapReadings = 0; // with at least one wrap
-   std::vector<Happening> happenings;          // since somebody took them
+   std::map<U16, L3Intf> vlans;       // what was ever counted of a VLAN, for whomever
+   bool mayRefuseDeletions = false;   // chips, of entries
+   U64 wrapReadings = 0;              // with at least one wrap
+   std::vector<Happening> happenings; // since somebody took them
 
    U32 lifeOf(U8 device) const;
    void chipCame(U8 device, unsigned pipes);

@@ -45,11 +45,13 @@ void Run::checkHistory(bool isCalm) {
       for (const Silo::HistorySample& sample : samples) {
          expect(sample.time > before, "the history of " + intf + " is not in order");
          before = sample.time;
-         const auto known = std::ranges::find(port.history, sample.time, &std::pair<double, std::array<U64, 9>>::first);
+         const auto known =
+              std::ranges::find(port.history, sample.time, &std::pair<double, std::array<U64, 9>>::first);
          if (port.history.empty() || sample.time < port.history.front().first) {
             continue; // from before what the model remembers
          }
-         expect(known != port.history.end(), "the history of " + intf + " has a sample of a moment without one");
+         expect(known != port.history.end(),
+                "the history of " + intf + " has a sample of a moment without one");
          expect(known == port.history.end() || std::ranges::equal(sample.values, known->second),
                 "the history of " + intf + " differs from its totals");
       }
@@ -80,7 +82,8 @@ void Run::checkEvents() {
       const bool isTold = isCrowdKind(kind) || kind == "chip-came" || kind == "chip-went" || kind == "wrap" ||
                           kind == "port-moved";
       const bool isKnown = std::ranges::any_of(happenings, [&](const Happening& happening) {
-         return happening.kind == kind && happening.where == event.where.data() && happening.time == event.time;
+         return happening.kind == kind && happening.where == event.where.data() &&
+                happening.time == event.time;
       });
       expect(!isTold || event.number <= known || isKnown,
              "there is an event " + kind + " of " + event.where.data() + ", which never was");

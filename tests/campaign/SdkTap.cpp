@@ -16,9 +16,9 @@ bf_status_t __real_bf_port_mac_stats_hw_async_get(bf_dev_id_t, bf_dev_port_t, bf
 pipe_status_t __real_pipe_mgr_stat_database_sync(pipe_sess_hdl_t, dev_target_t, pipe_tbl_hdl_t,
                                                  pipe_mgr_stat_tbl_sync_cback_fn, void*);
 U32 __real__ZN15ZelCountersIntf19counterHwSyncDirectEjjtjPFviPvES0_(U32, U32, U16, U32,
-                                                                   ZelCountersIntf::SyncCallback, void*);
+                                                                    ZelCountersIntf::SyncCallback, void*);
 U32 __real__ZN15ZelCountersIntf21counterHwSyncIndirectEjjtjPFviPvES0_(U32, U32, U16, U32,
-                                                                     ZelCountersIntf::SyncCallback, void*);
+                                                                      ZelCountersIntf::SyncCallback, void*);
 }
 
 namespace Campaign {
@@ -117,7 +117,7 @@ extern "C" U32 __wrap__ZN15ZelCountersIntf19counterHwSyncDirectEjjtjPFviPvES0_(
    tableCallback = callback;
    return passOn(Request::Kind::tableSync, static_cast<int>(device), pipe, cookie, [&](void* token) {
       return __real__ZN15ZelCountersIntf19counterHwSyncDirectEjjtjPFviPvES0_(session, device, pipe, table,
-                                                                            answerSync, token);
+                                                                             answerSync, token);
    });
 }
 
@@ -126,7 +126,7 @@ extern "C" U32 __wrap__ZN15ZelCountersIntf21counterHwSyncIndirectEjjtjPFviPvES0_
    tableCallback = callback;
    return passOn(Request::Kind::tableSync, static_cast<int>(device), pipe, cookie, [&](void* token) {
       return __real__ZN15ZelCountersIntf21counterHwSyncIndirectEjjtjPFviPvES0_(session, device, pipe, table,
-                                                                              answerSync, token);
+                                                                               answerSync, token);
    });
 }
 // NOLINTEND(bugprone-reserved-identifier,readability-identifier-naming)

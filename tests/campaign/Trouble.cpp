@@ -1,7 +1,7 @@
 // What may happen to the process and its shared memory.
 #include "counters/ZelCounters.h"
-#include "counters/queues/PipeIntfQueueCounterSm.h"
 #include "counters/l3/ZelCountersL3Intf.h"
+#include "counters/queues/PipeIntfQueueCounterSm.h"
 #include "softchip/SoftPd.h"
 #include "tests/campaign/Campaign.h"
 #include "tests/campaign/Readers.h"
@@ -106,7 +106,8 @@ void Run::assertion(Draws& draws) {
       }
    };
    const bool hasQueues = std::ranges::any_of(model_.ports, [&, dev = device](const auto& entry) {
-      return entry.second.place.device == dev && entry.second.place.pipe() == 0 && entry.second.queues.isStored;
+      return entry.second.place.device == dev && entry.second.place.pipe() == 0 &&
+             entry.second.queues.isStored;
    });
    std::string expected;
    std::function<void()> provoke;
@@ -159,7 +160,8 @@ void Run::assertion(Draws& draws) {
    }));
    const std::string text = ZelTest::bytesOf(path);
    expect(status == -SIGABRT && text.find(expected) != std::string::npos,
-          "a child ended with " + std::to_string(status) + " and not in the assertion " + expected + ": " + text);
+          "a child ended with " + std::to_string(status) + " and not in the assertion " + expected + ": " +
+               text);
 }
 
 } // namespace Campaign

@@ -46,7 +46,8 @@ namespace {
 using namespace Campaign;
 
 constexpr const char* usage =
-     "usage: campaign [--seed N | --seeds A-B] [--hours H] [--for SECONDS] [--only EVENT,...] [--shrink | --base-line] "
+     "usage: campaign [--seed N | --seeds A-B] [--hours H] [--for SECONDS] [--only EVENT,...] [--shrink | "
+     "--base-line] "
      "[--verbose]\n"
      "Runs the seeds, each for H simulated hours, until SECONDS have passed, and fails if one fails.\n";
 
@@ -113,12 +114,13 @@ unsigned long long wide(U64 value) {
 int runHere(const Settings& settings) {
    try {
       const Result result = Run(settings).run();
-      std::printf("seed %llu: %016llx, %llu events, %llu faults, %.1f h\n", wide(settings.seed), wide(result.hash),
-                  wide(result.events), wide(result.faults), result.hours);
+      std::printf("seed %llu: %016llx, %llu events, %llu faults, %.1f h\n", wide(settings.seed),
+                  wide(result.hash), wide(result.events), wide(result.faults), result.hours);
       std::fflush(stdout);
       return 0;
    } catch (const std::exception& error) {
-      std::printf("seed %llu fails in event %llu: %s\n", wide(settings.seed), wide(Run::lastEvent()), error.what());
+      std::printf("seed %llu fails in event %llu: %s\n", wide(settings.seed), wide(Run::lastEvent()),
+                  error.what());
       std::fflush(stdout);
       return 1;
    }
@@ -223,8 +225,9 @@ int compareBaseLine(const Settings& settings) {
    constexpr U64 blocksPerDeadObject = 2; // its storage, and the note that it waits
    const bool isKept = third[0] == 0 && third[2] == second[2] &&
                        third[1] <= second[1] + blocksPerDeadObject * (third[3] - second[3]);
-   std::printf("blocks: %llu and %llu, descriptors: %llu and %llu, dead objects: %llu and %llu\n", wide(second[1]),
-               wide(third[1]), wide(second[2]), wide(third[2]), wide(second[3]), wide(third[3]));
+   std::printf("blocks: %llu and %llu, descriptors: %llu and %llu, dead objects: %llu and %llu\n",
+               wide(second[1]), wide(third[1]), wide(second[2]), wide(third[2]), wide(second[3]),
+               wide(third[3]));
    return isKept ? 0 : 1;
 }
 
