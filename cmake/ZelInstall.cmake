@@ -1,5 +1,6 @@
-# What `cmake --install` installs, and where. The installed tree may be moved: only the service unit, which is written
-# at installation, holds a path. There are three components: Library, SoftChip and Programs.
+# What `cmake --install` installs, and where. The installed tree may be moved: only the service units, which are written
+# at installation, hold a path. There are four components: Library, SoftChip, Programs
+# and Exporter.
 
 include(CMakePackageConfigHelpers)
 
@@ -58,18 +59,29 @@ install(EXPORT ${package}SoftChip NAMESPACE ZelCounters:: FILE ${package}SoftChi
 
 install(TARGETS zelagent RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR} COMPONENT Programs)
 install(TARGETS zelctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT Programs)
+install(TARGETS zelexporter RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR} COMPONENT Exporter)
+install(FILES docs/man/zelexporter.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8 COMPONENT Exporter)
 install(FILES docs/man/zelagent.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8 COMPONENT Programs)
 install(FILES docs/man/zelctl.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT Programs)
 install(FILES apps/zelctl/zelctl.bash RENAME zelctl
   DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT Programs)
 
-# The unit needs the program's absolute path, which is known only at installation, since --prefix may change it.
-install(CODE "
-  set(sbinDir \"${CMAKE_INSTALL_SBINDIR}\")
-  cmake_path(ABSOLUTE_PATH sbinDir BASE_DIRECTORY \"\${CMAKE_INSTALL_PREFIX}\")
-  configure_file(\"${CMAKE_SOURCE_DIR}/packaging/zelagent.service.in\"
-    \"${CMAKE_CURRENT_BINARY_DIR}/zelagent.service\" @ONLY)" COMPONENT Programs)
-install(FILES ${CMAKE_CURRENT_BINARY_DIR}/zelagent.service DESTINATION lib/systemd/system COMPONENT Programs)
+# What Prometheus is given to begin with; who uses it copies it.
+install(DIRECTORY packaging/prometheus DESTINATION ${CMAKE_INSTALL_DATADIR}/${package} COMPONENT Exporter)
+
+# zel_unit(PROGRAM COMPONENT): its service unit. It needs the program's absolute path, which is known only at
+# installation, since --prefix may change it.
+function(zel_unit program component)
+  install(CODE "
+    set(sbinDir \"${CMAKE_INSTALL_SBINDIR}\")
+    cmake_path(ABSOLUTE_PATH sbinDir BASE_DIRECTORY \"\${CMAKE_INSTALL_PREFIX}\")
+    configure_file(\"${CMAKE_SOURCE_DIR}/packaging/${program}.service.in\"
+      \"${CMAKE_CURRENT_BINARY_DIR}/${program}.service\" @ONLY)" COMPONENT ${component})
+  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${program}.service DESTINATION lib/systemd/system
+    COMPONENT ${component})
+endfunction()
+zel_unit(zelagent Programs)
+zel_unit(zelexporter Exporter)
 
 install(FILES README.md CHANGELOG.md scripts/sdk-symbols.txt DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT Library)
 install(DIRECTORY docs examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT Library

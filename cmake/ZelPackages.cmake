@@ -7,7 +7,7 @@ set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_PACKAGE_VENDOR "libZelCounters")
 set(CPACK_PACKAGE_CONTACT "libZelCounters developers <libzelcounters@localhost>")
-set(CPACK_COMPONENTS_ALL Library SoftChip Programs)
+set(CPACK_COMPONENTS_ALL Library SoftChip Programs Exporter)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 
@@ -32,7 +32,14 @@ zel_package(Programs zelagent net "switch agent that publishes interface counter
   "zelagent runs libZelCounters over software chips; zelctl asks it for counters, and reads what it publishes.
 Installation does not start the service zelagent."
   "")
+# A package of its own: nobody who runs an agent has to have a library for HTTP.
+zel_package(Exporter zelexporter net "metrics of a switch agent over HTTP"
+  "zelexporter gives Prometheus, or another collector of OpenMetrics, what zelagent publishes in shared memory, and
+operators a page to look at. Installation does not start the service zelexporter."
+  "")
 # The programs' dependencies follow from the shared libraries that they link.
 set(CPACK_DEBIAN_PROGRAMS_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_EXPORTER_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_EXPORTER_PACKAGE_SUGGESTS zelagent)
 
 include(CPack)

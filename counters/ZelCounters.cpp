@@ -7,6 +7,7 @@
 #include "counters/chip/ZelCountersLog.h"
 #include "counters/chip/ZelCountersTrace.h"
 #include "counters/mac/FakeCounter.h"
+#include "counters/publish/ChipPublishingSm.h"
 #include "counters/tables/HwTableCountersSm.h"
 #include "counters/tables/ZelCountersSm.h"
 #include "kiln/ActivityLock.h"
@@ -92,10 +93,16 @@ ZelCounters::ZelCounters(Context context)
        tables_(*this,
                [this](ShowOutput& out, const auto& info, ZelId::ZelPipeId pipe,
                       TableCounters::ClearStage stage) {
-                  if (stage == TableCounters::ClearStage::before) {
+                  const bool isBefore = stage == TableCounters::ClearStage::before;
+                  if (isBefore) {
                      portDrops_.readOnceMore(out, info, pipe);
                   } else {
                      portDrops_.tableWritten(info, pipe);
+                  }
+                  if (chipPublishingSm_ && isBefore) {
+                     chipPublishingSm_->readOnceMore(info, pipe);
+                  } else if (chipPublishingSm_) {
+                     chipPublishingSm_->tableWritten(info, pipe);
                   }
                }),
        pdp_(*this), queues_(*this, context_.vexCountersSm) {
@@ -110,8 +117,11 @@ ZelCounters::ZelCounters(Context context)
 }
 
 void ZelCounters::handleInitialized() {
+   const Kiln::Ptr<const Kiln::Clock> clock = Kiln::activityManagerClock();
+   if (context_.chipPublisher) {
+      chipPublishingSm_ = Kiln::allocate<ChipPublishingSm>(*this, tm_, context_.chipPublisher, clock);
+   }
    if (zlResourceInfoIntf()) {
-      const Kiln::Ptr<const Kiln::Clock> clock = Kiln::activityManagerClock();
       initializePerPipeCounters();
       zelCountersSm_ = Kiln::allocate<ZelCountersSm>(this, clock);
       hwTableCountersSm_ = Kiln::allocate<HwTableCountersSm>(clock, this);
@@ -140,6 +150,10 @@ void ZelCounters::readOnceMore() {
    guarded("reading drops once more", [this] { mauDrops_.fetchAll(); });
    guarded("reading the pipeline once more", [this] { pipeline_.readAll(); });
    guarded("reading the traffic manager once more", [this] { tm_.readAll(); });
+   // Of a chip without tables nothing else is published but its health.
+   if (chipPublishingSm_ && hwTableCountersSm_) {
+      chipPublishingSm_->readOnceMore();
+   }
    guarded("reading queues once more", [this] { queues_.readOnceMore(); });
    isReadingOnceMore_ = false;
 }
@@ -158,10 +172,20 @@ void ZelCounters::stop() {
       zelCountersSm_->stop();
       zelCountersSm_ = nullptr;
    }
+   if (chipPublishingSm_) {
+      chipPublishingSm_->stop();
+      chipPublishingSm_ = nullptr;
+   }
    queues_.stop();
    tm_.pipeTmCounterSmDelAll();
    // Whoever holds the chip longer must not keep these: their clocks run, and one process at a time writes a table.
    context_ = {};
+}
+
+void ZelCounters::handleSyncPass() {
+   if (chipPublishingSm_) {
+      chipPublishingSm_->handleSyncPass();
+   }
 }
 
 void ZelCounters::initializePerPipeCounters() {

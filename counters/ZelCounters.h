@@ -12,12 +12,14 @@
 #include "counters/queues/QueueCounters.h"
 #include "counters/tables/PdpCounters.h"
 #include "counters/tables/TableCounters.h"
+#include "vex/ChipPublisher.h"
 #include "vex/VexCommonSmData.h"
 #include "vex/VexSubIntfCountersSm.h"
 #include "zel/ZelDevProfile.h"
 
 namespace ZelCounter {
 
+class ChipPublishingSm;
 class HwTableCountersSm;
 class ZelCountersSm;
 
@@ -58,6 +60,7 @@ class ZelCounters : public ChipAccess, public CookieStorage<ZelCounters> {
       ZelDriver::ZelDevProfile devProfile;
       Kiln::Ptr<CliPortDropData> cliPortDropData;
       Kiln::Ptr<Vex::VexCommonSmData> vexCommonSmData;
+      Kiln::Ptr<Vex::ChipPublisher> chipPublisher;
    };
 
    explicit ZelCounters(Context context);
@@ -70,6 +73,8 @@ class ZelCounters : public ChipAccess, public CookieStorage<ZelCounters> {
    // The chip goes away: it takes no more completions, asks for nothing more, and lets go of the reactors and tables that
    // it fed. Idempotent; the last pointer to a chip must be given up under the activity lock.
    void stop();
+
+   void handleSyncPass() override;
 
    // Starts an asynchronous read of every port of this chip, then marks VLAN interfaces and subinterfaces due. A
    // refused request is traced and its port is asked again on the next tick.
@@ -182,6 +187,8 @@ class ZelCounters : public ChipAccess, public CookieStorage<ZelCounters> {
    // What waits for the tables to be initialized, and what syncs them; null without a resource-info service.
    const Kiln::Ptr<ZelCountersSm>& zelCountersSm() const { return zelCountersSm_; }
    const Kiln::Ptr<HwTableCountersSm>& hwTableCountersSm() const { return hwTableCountersSm_; }
+   // What publishes what the chip counts; null without a publisher.
+   const Kiln::Ptr<ChipPublishingSm>& chipPublishingSm() const { return chipPublishingSm_; }
 
  private:
    void handleInitialized();
@@ -200,6 +207,7 @@ class ZelCounters : public ChipAccess, public CookieStorage<ZelCounters> {
    QueueCounters queues_;
    Kiln::Ptr<ZelCountersSm> zelCountersSm_;
    Kiln::Ptr<HwTableCountersSm> hwTableCountersSm_;
+   Kiln::Ptr<ChipPublishingSm> chipPublishingSm_;
    bool stopped_ = false;
    bool isReadingOnceMore_ = false;
    bool isSilent_ = false;    // as the operator log has it

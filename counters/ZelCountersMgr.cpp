@@ -7,6 +7,9 @@
 #include "counters/helper/CountersMounts.h"
 #include "counters/helper/ZelCountersHelper.h"
 #include "counters/l3/ZelCountersL3Intf.h"
+#include "counters/publish/ChipHealth.h"
+#include "counters/publish/ChipPublishingSm.h"
+#include "counters/tables/HwTableCountersSm.h"
 #include "kiln/ActivityLock.h"
 #include "kiln/ActivityManager.h"
 #include "kiln/EventLog.h"
@@ -16,6 +19,7 @@
 #include "vex/VexL3Intf.h"
 
 #include <algorithm>
+#include <set>
 #include <stdexcept>
 
 namespace ZelCounter {
@@ -83,7 +87,10 @@ ZelCountersMgr::ZelCountersMgr(Kiln::Ptr<const ZelSystem::SystemStatus> systemSt
        tmCountersData_(std::move(tmCountersData)),
        tmCountersDataLastClear_(std::move(tmCountersDataLastClear)),
        cliPortDropData_(std::move(cliPortDropData)),
-       dropData_(cliPortDropData_ ? cliPortDropData_ : Kiln::allocate<CliPortDropData>()) {
+       dropData_(cliPortDropData_ ? cliPortDropData_ : Kiln::allocate<CliPortDropData>()),
+       chipPublisher_(this->mounts()->chipTables()
+                           ? Kiln::allocate<Vex::ChipPublisher>(this->mounts()->chipTables())
+                           : nullptr) {
    try {
       handleInitialized();
    } catch (...) {
@@ -116,6 +123,21 @@ void ZelCountersMgr::handlePort(const Pelt::IntfId& intf) {
    for (const auto& [devId, chip] : zelCounters()) {
       chip->handlePort(intf);
    }
+   if (!chipPublisher_ || systemStatus()->portInfo().contains(intf)) {
+      return;
+   }
+   // No directory has an internal interface: it is gone with its port.
+   if (Pelt::InternalIntfId::isInternalIntfId(intf)) {
+      chipPublisher_->intfDel(intf);
+   } else {
+      chipPublisher_->placeDel(intf);
+   }
+}
+
+void ZelCountersMgr::publishHealth() {
+   if (chipPublisher_) {
+      ZelCounter::publishHealth(*this, *chipPublisher_);
+   }
 }
 
 // What was counted until an orderly end is not lost.
@@ -142,9 +164,29 @@ void ZelCountersMgr::forgetAbsentInterfaces() {
    if (vexSubIntfCountersSm()) {
       vexSubIntfCountersSm()->forgetAbsentInterfaces();
    }
+   if (chipPublisher_) {
+      forgetAbsentChips();
+   }
    if (zelCountersL3IntfSm()) {
       zelCountersL3IntfSm()->forgetAbsentInterfaces();
    }
+}
+
+void ZelCountersMgr::forgetAbsentChips() {
+   std::set<Kiln::String> chips;
+   std::set<Kiln::String> pipes;
+   for (const auto& [devId, chip] : zelCounters()) {
+      chips.insert(chip->chipName());
+      for (const U16 pipe : chip->pipes()) {
+         pipes.insert(ChipPublishingSm::pipeName(*chip, pipe));
+      }
+   }
+   chipPublisher_->absentDel(
+        [this](const Kiln::String& intf) {
+           return systemStatus()->portInfo().contains(Pelt::IntfId{Kiln::Name(intf)});
+        },
+        [&](const Kiln::String& pipe) { return pipes.contains(pipe); },
+        [&](const Kiln::String& chip) { return chips.contains(chip); });
 }
 
 // The order matters: each service is made from those before it, and the polling clock comes last, when all are there to
@@ -210,7 +252,7 @@ void ZelCountersMgr::vexCountersSmIs() {
         mounts()->allIntfCounters(), mounts()->allIntfClearCounters(), mounts()->allIntfQueueCounters(),
         mounts()->allIntfClearQueueCounters(), mounts()->allVlanIntfCounters(),
         mounts()->vlanIntfCounterWriterStatus(), Kiln::activityManagerClock(), zelCountersHelper(),
-        mounts()->history()});
+        mounts()->history(), chipPublisher_});
    vexCountersSm_->hasNotificationActiveIs(true);
 }
 
@@ -311,7 +353,7 @@ void ZelCountersMgr::addChip(ZelId::ZelDevId devId, Kiln::String chipName,
                              std::to_string(ZelId::maxDevices - 1));
    }
    // Not read once more: where another life of the chip begins already, the SDK answers for that one.
-   deleteDevice(devId, false);
+   deleteDevice(devId, false, chipName);
    if (systemStatus()->chipCapabilities(devProfile.chipTypeName).qosPolicyCounter) {
       KILN_ASSERT(mounts()->qosPolicyDropCountSiloTable());
    }
@@ -320,7 +362,8 @@ void ZelCountersMgr::addChip(ZelId::ZelDevId devId, Kiln::String chipName,
         {devId, std::move(chipName), sessionId, chipStatus, systemStatus(), tmCountersData(),
          tmCountersDataLastClear(), mounts()->qosPolicyDropCountSiloTable(), mounts()->aclCounterTable(),
          mounts()->aclCounterClearRequest(), mounts()->aclCounterClearResponse(), vexCountersSm(),
-         vexSubIntfCountersSm(), zlPdIntf, zlResourceInfoIntf, devProfile, dropData_, vexCommonSmData()});
+         vexSubIntfCountersSm(), zlPdIntf, zlResourceInfoIntf, devProfile, dropData_, vexCommonSmData(),
+         chipPublisher_});
    zelCountersIs(chip);
    Kiln::EventLog::instance().record(
         {.kind = Kiln::EventKind::chipCame, .where = chip->chipName(), .what = deviceText(devId)});
@@ -336,7 +379,8 @@ void ZelCountersMgr::addChip(ZelId::ZelDevId devId, Kiln::String chipName,
    }
 }
 
-void ZelCountersMgr::deleteDevice(ZelId::ZelDevId devId, bool isReadOnceMore) {
+// The records of a chip go until it comes back; they stay if its successor has its name.
+void ZelCountersMgr::deleteDevice(ZelId::ZelDevId devId, bool isReadOnceMore, const Kiln::String& successor) {
    const Kiln::Ptr<ZelCounters> chip = zelCounters(devId); // held: what it hands over may lead here again
    if (!chip) {
       return;
@@ -346,6 +390,9 @@ void ZelCountersMgr::deleteDevice(ZelId::ZelDevId devId, bool isReadOnceMore) {
    }
    if (zelCounters(devId) != chip) {
       return;
+   }
+   if (chip->chipPublishingSm() && chip->chipName() != successor) {
+      chip->chipPublishingSm()->withdraw();
    }
    zelCountersDel(devId);
    Kiln::EventLog::instance().record(
@@ -462,6 +509,7 @@ void ZelCountersMgrSm::armPollingClock() {
       chip->readings().periodIs(ReadingKey::Kind::mac, interval);
    }
    publishQueueInterval();
+   publishSyncInterval();
 }
 
 // Readers of the shared tables judge by it how old a record may be.
@@ -476,6 +524,9 @@ void ZelCountersMgrSm::publishInterval(double seconds) {
    }
    if (mounts->history()) {
       mounts->history()->pollingIntervalIs(seconds);
+   }
+   if (mounts->chipTables()) {
+      mounts->chipTables()->pollingIntervalIs(seconds);
    }
    if (mounts->subIntfCountersDir()) {
       // Their reactor reads by itself when passes are rarer.
@@ -502,6 +553,7 @@ void ZelCountersMgrSm::mendTables() {
    mend(mounts.intfAllNatCounterDir());
    mend(mounts.history());
    mend(mounts.events());
+   mend(mounts.chipTables());
 }
 
 // All chips share the table, so its readers are told the slowest one's. Looked at with every pass, since a chip's
@@ -521,11 +573,27 @@ void ZelCountersMgrSm::publishQueueInterval() {
    }
 }
 
+// The same for what comes with the sync passes.
+void ZelCountersMgrSm::publishSyncInterval() {
+   double slowest = 0;
+   for (const auto& [devId, chip] : mgr_->zelCounters()) {
+      if (chip->hwTableCountersSm()) {
+         slowest = std::max(slowest, chip->hwTableCountersSm()->hwTableCountersPollingInterval());
+      }
+   }
+   const Kiln::Ptr<Vex::ChipTables>& tables = mgr_->mounts()->chipTables();
+   if (slowest > 0 && slowest != publishedSyncInterval_ && tables) {
+      publishedSyncInterval_ = slowest;
+      tables->syncIntervalIs(slowest);
+   }
+}
+
 void ZelCountersMgrSm::intfCounterPollingClockExpired() {
    // Armed after the pass, so that the interval runs from its end: a slow chip gets no denser load. Also when the pass
    // throws, or one bad port would end the polling of all chips.
    try {
       mendTables();
+      mgr_->publishHealth();
       mgr_->requestHwCountersPolling();
    } catch (...) {
       armPollingClock();

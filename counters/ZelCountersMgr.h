@@ -65,6 +65,8 @@ class ZelCountersMgr : public Kiln::Entity, public ManagerAccess {
    // called once the agent has the interfaces that it begins with.
    void forgetAbsentInterfaces();
 
+   // With each polling pass: how chips and agent fare, and where interfaces are.
+   void publishHealth();
    // An interface got a port, got another one, or lost its port: what was counted elsewhere is not its own.
    void handlePort(const Pelt::IntfId& intf);
 
@@ -126,12 +128,14 @@ class ZelCountersMgr : public Kiln::Entity, public ManagerAccess {
    void vexSubIntfCountersSmIs(Kiln::Ptr<Oxbow::TimerWheel> timerWheel,
                                const Kiln::Ptr<ZelCountersSubIntfCountersHelper>& helper);
 
-   void deleteDevice(ZelId::ZelDevId devId, bool isReadOnceMore);
+   void deleteDevice(ZelId::ZelDevId devId, bool isReadOnceMore, const Kiln::String& successor = {});
+   void forgetAbsentChips();
    void readOnceMore();
    void stop();
 
    Kiln::Ptr<ZelCountersCli> cliCallback_;
-   Kiln::Ptr<CliPortDropData> dropData_; // the one that was given, or one of its own
+   Kiln::Ptr<CliPortDropData> dropData_;         // the one that was given, or one of its own
+   Kiln::Ptr<Vex::ChipPublisher> chipPublisher_; // null without tables for it
    Kiln::Ptr<ZelCountersMgrSm> countersMgrSm_;
    Kiln::HashMap<ZelId::ZelDevId, Kiln::Ptr<ZelCounters>> zelCounters_;
 };
@@ -163,12 +167,14 @@ class ZelCountersMgrSm : public Kiln::Entity {
    void mendTables();
    void publishInterval(double seconds);
    void publishQueueInterval();
+   void publishSyncInterval();
 
    ZelCountersMgr* mgr_; // owns this; null once stopped
    KilnSystemStatus systemStatus_;
    Kiln::Timer<ZelCountersMgrSm> intfCounterPollingClock_;
    double publishedInterval_ = 0;      // seconds; 0 for none yet
    double publishedQueueInterval_ = 0; // the same
+   double publishedSyncInterval_ = 0;  // the same
 };
 
 // Makes the manager, wired and with its polling clock armed. Activity thread.

@@ -194,6 +194,7 @@ Kiln::Ptr<ZelCounter::CountersMounts> SwitchAgent::mount() {
    store_ = storeFor(config_);
    Vex::SharedTableSettings settings;
    settings.areProvisional = true;
+   settings.agentVersion = ZEL_VERSION;
    settings.historyInterval = config_.pollingInterval;
    settings.historyMinutes = config_.historyMinutes;
    newTables_ = Vex::openSharedTables(*store_, settings);
@@ -222,6 +223,7 @@ Kiln::Ptr<ZelCounter::CountersMounts> SwitchAgent::mount() {
    mounts->intfAllNatCounterDirIs(tables.intfAllNatCounterDir);
    mounts->historyIs(tables.history);
    mounts->eventsIs(tables.events);
+   mounts->chipTablesIs(tables.chipTables);
    mounts->aclCounterTableIs(Kiln::allocate<Silo::ZelSystem::AclCounterTable>());
    mounts->aclCounterClearRequestIs(Kiln::allocate<ZelAclCounter::AclCounterClearRequest>());
    mounts->aclCounterClearResponseIs(Kiln::allocate<ZelAclCounter::AclCounterClearResponse>());

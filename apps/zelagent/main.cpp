@@ -12,6 +12,7 @@
 #include "kiln/LogOutput.h"
 #include "kiln/MappedFault.h"
 #include "kiln/OperatorLog.h"
+#include "kiln/StandardStreams.h"
 #include "kiln/Utf8.h"
 
 #include <atomic>
@@ -62,15 +63,6 @@ void endOnSignals() {
    struct sigaction hangup {};
    if (sigaction(SIGHUP, nullptr, &hangup) == 0 && hangup.sa_handler != SIG_IGN) { // as under nohup
       sigaction(SIGHUP, &action, nullptr);
-   }
-}
-
-// The next file to be opened would take the number of a closed standard stream, and output would go into that file.
-void openStandardStreams() {
-   for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-      if (fcntl(fd, F_GETFD) < 0) {
-         open("/dev/null", O_RDWR);
-      }
    }
 }
 
@@ -239,7 +231,7 @@ int main(int argc, char** argv) {
    std::signal(SIGPIPE, SIG_IGN);
    std::signal(SIGXFSZ, SIG_IGN); // a file that may not grow: likewise
    Kiln::surviveMappedFaults();
-   openStandardStreams();
+   Kiln::openStandardStreams();
    try {
       const Options options = ZelAgent::parseOptions({argv + 1, static_cast<std::size_t>(argc - 1)});
       if (options.help) {

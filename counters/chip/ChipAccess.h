@@ -63,6 +63,9 @@ class ChipAccess : public Kiln::Entity {
    // Set when the first sync pass has landed.
    KILN_ATTRIBUTE(bool, firstPollingComplete, false)
 
+   // The SDK's copy of the tables is as new as it gets: a sync pass has ended.
+   virtual void handleSyncPass() {}
+
    // When everything of the chip was read last.
    Readings& readings() { return readings_; }
    const Readings& readings() const { return readings_; }

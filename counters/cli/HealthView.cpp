@@ -2,9 +2,7 @@
 #include "counters/cli/HealthView.h"
 
 #include "counters/ZelCounters.h"
-#include "counters/chip/CookieRegistry.h"
-#include "counters/l3/ZelCountersL3Intf.h"
-#include "counters/tables/HwTableCountersSm.h"
+#include "counters/publish/ChipHealth.h"
 #include "kiln/ActivityLock.h"
 #include "kiln/Choices.h"
 #include "kiln/Time.h"
@@ -19,6 +17,7 @@ namespace {
 using Cell = TableView::Cell;
 using Holds = TableView::Holds;
 using Kind = ReadingKey::Kind;
+using Silo::Interface::ChipHealth;
 
 Cell ageCell(const std::optional<double>& seconds) {
    return seconds ? Cell(static_cast<U64>(*seconds * 1000)) : Cell(TableView::Unread());
@@ -52,9 +51,7 @@ Kiln::String milliseconds(double seconds) {
 
 std::vector<Kiln::String> processNotes() {
    std::vector<Kiln::String> notes;
-   const std::size_t dead = CookieRegistry<ZelCounters>::instance().retiredCount() +
-                            CookieRegistry<HwTableCountersSm>::instance().retiredCount();
-   if (dead != 0) {
+   if (const std::size_t dead = deadObjects(); dead != 0) {
       notes.push_back(Kiln::counted(dead, "dead object") + " kept for completions that are due or lost");
    }
    if (!Kiln::System::timeSource()->isSimulated()) { // there, holds take no time that counts
@@ -76,12 +73,6 @@ void addEvent(TableView* table, const Kiln::String& chipName, const Kiln::String
    }
 }
 
-U64 pendingVlans(const ManagerAccess& mgr, ZelId::ZelDevId devId) {
-   const auto& sm = mgr.zelCountersL3IntfSm();
-   const auto helper = sm ? sm->helper(devId) : nullptr;
-   return helper ? helper->pendingVlan().size() : 0;
-}
-
 } // namespace
 
 TableView healthView(ZelCounters& chip, const ManagerAccess& mgr, bool isFirst) {
@@ -101,25 +92,19 @@ TableView healthView(ZelCounters& chip, const ManagerAccess& mgr, bool isFirst) 
                     {"Upsets", Holds::counter},
                     {"VLANs pending", Holds::counter}}};
    const Readings& readings = chip.readings();
-   U64 outstanding = 0;
-   bool isTroubled = false;
-   readings.forEachPolled([&](const ReadingKey& key, const Reading& reading) {
+   readings.forEachPolled([&](const ReadingKey& key, const Reading&) {
       table.readings.push_back({nameOf(chip, key), readings.state(key)});
-      outstanding += reading.isOutstanding ? 1 : 0;
-      isTroubled |= !table.readings.back().state.trouble.empty();
    });
+   const ChipHealth health = healthOf(chip, mgr);
+   const auto count = [&](ChipHealth::Place place) { return U64{health.readings[place][0]}; };
    const auto age = [&](Kind kind) {
       return readings.isAsked(kind) ? ageCell(readings.age(kind)) : Cell(TableView::Unsupported());
    };
-   table.rows.push_back({chip.chipName(),
-                         readings.isSilent() ? "silent"
-                         : isTroubled        ? "degraded"
-                                             : "ok",
+   table.rows.push_back({chip.chipName(), ChipHealth::verdictNames[static_cast<std::size_t>(health.verdict)],
                          ageCell(chip.age()), age(Kind::mac), age(Kind::tableSync), age(Kind::queues),
-                         age(Kind::trafficManager), outstanding, readings.refusedCount(),
-                         readings.unansweredCount(), ChipAccess::lateCompletions(chip.deviceId()),
-                         U64{chip.overflowCount()}, U64{chip.seuCount()},
-                         pendingVlans(mgr, chip.deviceId())});
+                         age(Kind::trafficManager), health.outstanding, count(ChipHealth::refused),
+                         count(ChipHealth::unanswered), count(ChipHealth::late), count(ChipHealth::wraps),
+                         count(ChipHealth::upsets), health.pendingVlans});
    addEvent(&table, chip.chipName(), "wrap", chip.macAccounting().lastWrap());
    addEvent(&table, chip.chipName(), "upset", chip.macAccounting().lastUpset());
    if (isFirst) {

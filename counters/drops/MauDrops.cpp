@@ -4,6 +4,7 @@
 #include "counters/chip/SdkStatus.h"
 #include "counters/chip/ZelCountersTrace.h"
 #include "sdk/bf_pipe.h"
+#include "vex/PublishedChip.h"
 
 #include <string>
 
@@ -13,32 +14,38 @@ namespace {
 
 using Holds = TableView::Holds;
 
-// In the order in which a frame passes them.
+constexpr auto& names = Silo::Interface::PipeDropCounters::placeNames;
+
+// In the order in which a frame passes them, which is that of the names.
 struct DropPlace {
-   const char* name;
    const char* decides;
    bool isDeparser;
    U32 number; // stage, or direction
 };
 
 constexpr std::array places = {
-     DropPlace{"stage 0", "ingress port check", false, BF_PIPE_MAU_INGRESS_PORT_CHECK},
-     DropPlace{"stage 1", "QoS policy", false, BF_PIPE_MAU_QOS_POLICY},
-     DropPlace{"stage 2", "ingress ACL", false, BF_PIPE_MAU_INGRESS_ACL},
-     DropPlace{"stage 3", "forwarding", false, BF_PIPE_MAU_FORWARDING},
-     DropPlace{"ingress deparser", "no egress port", true, BF_PIPE_INGRESS},
-     DropPlace{"stage 4", "egress port check", false, BF_PIPE_MAU_EGRESS_PORT_CHECK},
-     DropPlace{"stage 5", "egress ACL", false, BF_PIPE_MAU_EGRESS_ACL},
-     DropPlace{"egress deparser", "MTU exceeded", true, BF_PIPE_EGRESS},
+     DropPlace{"ingress port check", false, BF_PIPE_MAU_INGRESS_PORT_CHECK},
+     DropPlace{"QoS policy", false, BF_PIPE_MAU_QOS_POLICY},
+     DropPlace{"ingress ACL", false, BF_PIPE_MAU_INGRESS_ACL},
+     DropPlace{"forwarding", false, BF_PIPE_MAU_FORWARDING},
+     DropPlace{"no egress port", true, BF_PIPE_INGRESS},
+     DropPlace{"egress port check", false, BF_PIPE_MAU_EGRESS_PORT_CHECK},
+     DropPlace{"egress ACL", false, BF_PIPE_MAU_EGRESS_ACL},
+     DropPlace{"MTU exceeded", true, BF_PIPE_EGRESS},
 };
-static_assert(places.size() == std::size_t{BF_PIPE_MAU_STAGES} + BF_PIPE_DIRECTIONS);
-
-bf_status_t read(bf_dev_id_t dev, U16 pipe, const DropPlace& place, uint64_t* drops) {
-   return place.isDeparser ? bf_pipe_deparser_drop_get(dev, pipe, place.number, drops)
-                           : bf_pipe_mau_drop_get(dev, pipe, place.number, drops);
-}
+static_assert(places.size() == names.size() &&
+              places.size() == std::size_t{BF_PIPE_MAU_STAGES} + BF_PIPE_DIRECTIONS);
 
 } // namespace
+
+bf_status_t MauDrops::read(ZelId::ZelDevId device, U16 pipe, std::size_t place, U64* drops) {
+   uint64_t count = 0;
+   const bf_status_t status = places[place].isDeparser
+                                   ? bf_pipe_deparser_drop_get(device, pipe, places[place].number, &count)
+                                   : bf_pipe_mau_drop_get(device, pipe, places[place].number, &count);
+   *drops = count;
+   return status;
+}
 
 void MauDrops::fetchAll() {
    // The show or clear that follows answers for a chip that isn't initialized.
@@ -49,13 +56,13 @@ void MauDrops::fetchAll() {
    for (const U16 pipe : chip().pipes()) {
       for (std::size_t at = 0; at < places.size(); ++at) {
          const std::size_t place = pipe * places.size() + at;
-         uint64_t drops = 0;
-         const bf_status_t status = read(chip().deviceId(), pipe, places[at], &drops);
+         U64 drops = 0;
+         const bf_status_t status = read(chip().deviceId(), pipe, at, &drops);
          chip().readings().attempted({ReadingKey::Kind::mauDeparser, static_cast<U32>(at), pipe}, status);
          if (status == BF_SUCCESS) {
             counts_.read(place, chip().life(), {drops});
          } else {
-            errors_.emplace_back(pipe, pipeReadErrorText(status, pipe) + ", " + places[at].name +
+            errors_.emplace_back(pipe, pipeReadErrorText(status, pipe) + ", " + names[at] +
                                             shownInstead(counts_, place));
             KILN_TRACE(4, errors_.back().second);
          }
@@ -92,8 +99,8 @@ TableView MauDrops::view(const Pelt::IntfId& intf, std::optional<U16> pipe, bool
          const std::size_t index = onPipe * places.size() + at;
          // A count that was never read is not known to be 0.
          if (!nonZeroOnly || counts_.sinceClear(index) != 0 || !counts_.isRead(index)) {
-            table.rows.push_back({U64{onPipe}, Kiln::String(places[at].name),
-                                  Kiln::String(places[at].decides), cellOf(counts_, index)});
+            table.rows.push_back({U64{onPipe}, Kiln::String(names[at]), Kiln::String(places[at].decides),
+                                  cellOf(counts_, index)});
          }
       }
    }

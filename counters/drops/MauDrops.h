@@ -3,6 +3,7 @@
 
 #include "counters/chip/ChipView.h"
 #include "counters/drops/CliPortDropData.h"
+#include "sdk/bf_types.h"
 
 namespace ZelCounter {
 
@@ -19,6 +20,9 @@ class MauDrops : public ChipView {
    void showAll(ShowOutput& out, bool nonZeroOnly, std::optional<U16> pipe = {}) const;
    void show(ShowOutput& out, const Pelt::IntfId& intf, bool nonZeroOnly) const;
    void clearAll(ShowOutput& out);
+
+   // One place's count, from the SDK; nothing else is told of it. The place is one of PipeDropCounters.
+   static bf_status_t read(ZelId::ZelDevId device, U16 pipe, std::size_t place, U64* drops);
 
  private:
    TableView view(const Pelt::IntfId& intf, std::optional<U16> pipe, bool nonZeroOnly) const;

@@ -5,6 +5,7 @@
 #include "counters/chip/ZelCountersTrace.h"
 #include "kiln/Assert.h"
 #include "sdk/bf_pipe.h"
+#include "vex/PublishedChip.h"
 
 namespace ZelCounter {
 
@@ -12,8 +13,7 @@ namespace {
 
 using Holds = TableView::Holds;
 
-constexpr std::array stageNames = {"port-rx",         "parser", "ingress",         "ingress-deparser",
-                                   "traffic-manager", "egress", "egress-deparser", "port-tx"};
+constexpr auto& stageNames = Silo::Interface::PipeStageCounters::placeNames;
 static_assert(stageNames.size() == BF_PIPE_PATH_STAGES);
 
 std::size_t placeOf(U16 pipe, U32 stage) {

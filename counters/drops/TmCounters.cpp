@@ -3,6 +3,7 @@
 
 #include "counters/chip/SdkStatus.h"
 #include "sdk/bf_tm.h"
+#include "vex/PublishedChip.h"
 
 #include <algorithm>
 #include <string>
@@ -15,27 +16,17 @@ namespace {
 using Holds = TableView::Holds;
 using ZelQos::TmCounter;
 
-struct TmType {
-   U32 type;
-   const char* name;
-   bool isTotal; // else a level of the buffer: that has no bytes, and a clear leaves it as it is
-};
+using Places = Silo::Interface::PipeTmCounters;
 
-constexpr std::array tmTypes = {
-     TmType{BF_TM_PIPE_INGRESS, "in from the pipe", true},
-     TmType{BF_TM_PIPE_EGRESS, "out to the pipe", true},
-     TmType{BF_TM_PIPE_DROPS, "dropped", true},
-     TmType{BF_TM_PIPE_MULTICAST, "multicast copies", true},
-     TmType{BF_TM_PIPE_CUT_THROUGH, "cut through", true},
-     TmType{BF_TM_PIPE_CELLS, "cells in use", false},
-     TmType{BF_TM_PIPE_WATERMARK, "cells of a port, peak", false},
-};
+// The SDK's type of each place.
+constexpr std::array<U32, Places::placeCount> types = {
+     BF_TM_PIPE_INGRESS,     BF_TM_PIPE_EGRESS, BF_TM_PIPE_DROPS,    BF_TM_PIPE_MULTICAST,
+     BF_TM_PIPE_CUT_THROUGH, BF_TM_PIPE_CELLS,  BF_TM_PIPE_WATERMARK};
 
 constexpr bool isShown(U32 polled) {
-   return std::any_of(tmTypes.begin(), tmTypes.end(),
-                      [polled](const TmType& type) { return type.type == polled; });
+   return std::find(types.begin(), types.end(), polled) != types.end();
 }
-static_assert(tmTypes.size() == polledTmCounterTypes.size() &&
+static_assert(types.size() == polledTmCounterTypes.size() &&
               std::all_of(polledTmCounterTypes.begin(), polledTmCounterTypes.end(), isShown));
 
 constexpr const char* readState = "ok";
@@ -51,8 +42,8 @@ Kiln::String stateOf(const TmCounter& counter) {
    return counter.isRead ? readState : "not read yet";
 }
 
-Kiln::String stateText(U16 pipe, const TmType& type, const TmCounter& counter) {
-   return "Pipe " + std::to_string(pipe) + ", " + type.name + ": " + stateOf(counter);
+Kiln::String stateText(U16 pipe, std::size_t place, const TmCounter& counter) {
+   return "Pipe " + std::to_string(pipe) + ", " + Places::placeNames[place] + ": " + stateOf(counter);
 }
 
 } // namespace
@@ -104,6 +95,15 @@ void TmCounters::counterIs(const PipeTmCounterKey& key, bf_status_t status,
    counts_.read(placeOf(key.pipe, key.counterType), chip().life(), {read.count, read.bytes});
 }
 
+TmCounters::Polled TmCounters::polled(U16 pipe, std::size_t place) const {
+   if (!last_) {
+      return {};
+   }
+   const TmCounter& counter = last_->countersByDevIdIs(deviceId())->countersByPipeIs(pipe)[types[place]];
+   const Reading& reading = chip().readings().reading({ReadingKey::Kind::trafficManager, types[place], pipe});
+   return {counter.isRead, counter.count, counter.bytes, reading.readTime};
+}
+
 void TmCounters::readAll() {
    for (const auto& [key, poller] : pipeTmCounterSm_) {
       poller->poll();
@@ -124,12 +124,14 @@ TableView TmCounters::view(std::optional<U16> pipe, bool nonZeroOnly) const {
    table.isSinceClear = true;
    const auto last = last_->countersByDevIdIs(deviceId());
    for (const U16 onPipe : chip().pipes(pipe)) {
-      for (const TmType& type : tmTypes) {
-         table.readings.push_back(told(
-              pipeText(onPipe), {ReadingKey::Kind::trafficManager, type.type, onPipe}, counts_.cleared()));
-         const TmCounter& now = last->countersByPipeIs(onPipe)[type.type];
-         const std::size_t place = placeOf(onPipe, type.type);
-         const U64 count = type.isTotal ? counts_.sinceClear(place, 0) : now.count;
+      for (std::size_t at = 0; at < types.size(); ++at) {
+         const U32 type = types[at];
+         const bool isTotal = !Places::isLevel(at); // a clear leaves a level as it is
+         table.readings.push_back(
+              told(pipeText(onPipe), {ReadingKey::Kind::trafficManager, type, onPipe}, counts_.cleared()));
+         const TmCounter& now = last->countersByPipeIs(onPipe)[type];
+         const std::size_t place = placeOf(onPipe, type);
+         const U64 count = isTotal ? counts_.sinceClear(place, 0) : now.count;
          const Kiln::String state = stateOf(now);
          // Shown with nonzero, too, when it could not be read: its 0 says nothing.
          if (nonZeroOnly && count == 0 && state == readState) {
@@ -138,11 +140,11 @@ TableView TmCounters::view(std::optional<U16> pipe, bool nonZeroOnly) const {
          const auto cell = [&](U64 number) {
             return now.isRead ? TableView::Cell(number) : TableView::Unread();
          };
-         table.rows.push_back({U64{onPipe}, Kiln::String(type.name), cell(count),
-                               type.isTotal ? cell(counts_.sinceClear(place, 1)) : TableView::Unsupported(),
+         table.rows.push_back({U64{onPipe}, Kiln::String(Places::placeNames[at]), cell(count),
+                               isTotal ? cell(counts_.sinceClear(place, 1)) : TableView::Unsupported(),
                                state});
          if (state != readState) {
-            table.unprintedNotes.push_back(stateText(onPipe, type, now));
+            table.unprintedNotes.push_back(stateText(onPipe, at, now));
          }
       }
    }
@@ -162,10 +164,10 @@ void TmCounters::clearAll(ShowOutput& out) {
    // Cleared as polled last. Where that failed, what was counted since will be shown.
    const auto last = last_->countersByDevIdIs(deviceId());
    for (const U16 pipe : chip().pipes()) {
-      for (const TmType& type : tmTypes) {
-         const TmCounter& counter = last->countersByPipeIs(pipe)[type.type];
-         if (type.isTotal && counter.status != 0) {
-            tellErrors(out, {stateText(pipe, type, counter)});
+      for (std::size_t at = 0; at < types.size(); ++at) {
+         const TmCounter& counter = last->countersByPipeIs(pipe)[types[at]];
+         if (!Places::isLevel(at) && counter.status != 0) {
+            tellErrors(out, {stateText(pipe, at, counter)});
          }
       }
    }

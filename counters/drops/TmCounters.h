@@ -22,6 +22,14 @@ class TmCounters : public ChipView {
    // As polled last.
    void showAll(ShowOutput& out, bool nonZeroOnly, std::optional<U16> pipe = {}) const;
    void clearAll(ShowOutput& out);
+   // A counter as polled last, by its place in PipeTmCounters.
+   struct Polled {
+      bool isRead = false;
+      U64 count = 0; // packets or cells
+      U64 bytes = 0;
+      double time = 0;
+   };
+   Polled polled(U16 pipe, std::size_t place) const;
    // A poller has read a counter, or failed to.
    void counterIs(const PipeTmCounterKey& key, bf_status_t status, const bf_tm_pipe_counter_t& read);
 

@@ -39,6 +39,7 @@ class CountersMounts : public Kiln::PtrInterface {
    KILN_POINTER(Silo::Interface::AllNatCounterDir, intfAllNatCounterDir)
    KILN_POINTER(Vex::History, history)
    KILN_POINTER(Vex::EventRecorder, events)
+   KILN_POINTER(Vex::ChipTables, chipTables)
    KILN_POINTER(Silo::ZelSystem::AclCounterTable, aclCounterTable)
    KILN_POINTER(const ZelAclCounter::AclCounterClearRequest, aclCounterClearRequest)
    KILN_POINTER(ZelAclCounter::AclCounterClearResponse, aclCounterClearResponse)

@@ -102,6 +102,7 @@ void HwTableCountersSm::passCompleted() {
    for (const ReadingKey& key : std::exchange(asked_, {})) {
       parent_->readings().completed(key);
    }
+   parent_->handleSyncPass();
    scheduleClock();
 }
 

@@ -6,7 +6,9 @@
 
 #include <algorithm>
 #include <optional>
+#include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace Silo {
@@ -46,6 +48,11 @@ class TableReader {
    // added again and again meanwhile may be missed. False: the table is unavailable. Pass the same vector to the next
    // call to save allocations.
    bool snapshot(std::vector<Entry<Record>>& entries);
+   // The same for a caller who keeps something else of the records: take(entry) is called with each, in an entry that is
+   // used again, and begin() before the first, at which the caller forgets what it was given. The table may be walked
+   // through three times.
+   template <class Begin, class Take>
+   bool walk(Begin begin, Take take);
 
    // What the header says, or said last, while the table is unavailable.
    const TableState& state() { return raw_.state(); }
@@ -56,9 +63,14 @@ class TableReader {
    // How old a sample is, in seconds, never negative. `now` is a time of the given clock domain; nothing is returned
    // when the sample's time is not comparable with it, or is after it: such a sample has a wrong time and any age.
    std::optional<double> age(const RecordInfo& info, double now, const ClockDomain& domain) {
+      return age(raw_.state(), info, now, domain);
+   }
+   // The same by a state that was asked for before, for many records.
+   static std::optional<double> age(const TableState& state, const RecordInfo& info, double now,
+                                    const ClockDomain& domain) {
       const double age = now - info.sampleTime;
       // Written so that a NaN is refused too.
-      if (info.sampleTime == unknownSampleTime || !raw_.state().clockDomain.isComparableWith(domain) ||
+      if (info.sampleTime == unknownSampleTime || !state.clockDomain.isComparableWith(domain) ||
           !(age >= -clockRounding)) {
          return std::nullopt;
       }
@@ -67,52 +79,75 @@ class TableReader {
 
  private:
    static constexpr double clockRounding = 1e-3; // seconds
-   static constexpr int walks = 3;               // tries for a snapshot during which no key is added
+   static constexpr int walks = 3;               // tries for a walk during which no key is added
+
+   template <class Room>
+   bool walkThrough(Room& room);
 
    RawTableReader raw_;
 };
 
 template <RecordType Record>
+template <class Begin, class Take>
+bool TableReader<Record>::walk(Begin begin, Take take) {
+   Entry<Record> entry;
+   struct Room {
+      Begin& begin;
+      Take& take;
+      Entry<Record>& entry;
+      void clear() { begin(); }
+      Entry<Record>& next() { return entry; }
+      void keep() { take(std::as_const(entry)); }
+   } room{begin, take, entry};
+   return walkThrough(room);
+}
+
+template <RecordType Record>
 bool TableReader<Record>::snapshot(std::vector<Entry<Record>>& entries) {
-   Patience patience = raw_.patience();
-   using WalkEnd = RawTableReader::WalkEnd;
-   WalkEnd end = WalkEnd::lost;
-   for (int walk = 0; walk < walks && end != WalkEnd::stable; ++walk) {
-      if (!raw_.beginWalk()) {
-         entries.clear();
-         return false;
-      }
+   struct Room {
+      std::vector<Entry<Record>>& entries;
       std::size_t used = 0;
-      for (std::size_t i = 0; i < raw_.capacity(); ++i) {
+      void clear() { used = 0; }
+      Entry<Record>& next() {
          if (used == entries.size()) {
             entries.emplace_back();
          }
-         Entry<Record>& entry = entries[used];
+         return entries[used];
+      }
+      void keep() { ++used; }
+   } room{entries};
+   const bool isRead = walkThrough(room);
+   entries.resize(isRead ? room.used : 0);
+   return isRead;
+}
+
+template <RecordType Record>
+template <class Room>
+bool TableReader<Record>::walkThrough(Room& room) {
+   Patience patience = raw_.patience();
+   using WalkEnd = RawTableReader::WalkEnd;
+   WalkEnd end = WalkEnd::lost;
+   for (int walk = 1; walk <= walks && end != WalkEnd::stable; ++walk) {
+      if (!raw_.beginWalk()) {
+         return false;
+      }
+      room.clear();
+      // A key that is added may come from another slot, and be met twice. Nothing follows the last walk.
+      std::set<Key::Words> met;
+      for (std::size_t i = 0; i < raw_.capacity(); ++i) {
+         Entry<Record>& entry = room.next();
          entry.result = raw_.readSlot(i, patience, entry.key, &entry.sample.record, entry.sample.info);
-         if (entry.result == ReadResult::absent) {
+         if (entry.result == ReadResult::absent || (walk == walks && !met.insert(entry.key.words()).second)) {
             continue;
          }
          if (entry.result != ReadResult::ok) {
             entry.sample = {};
          }
-         ++used;
+         room.keep();
       }
-      entries.resize(used);
       end = raw_.endWalk();
    }
-   if (end == WalkEnd::lost) {
-      entries.clear();
-      return false;
-   }
-   if (end != WalkEnd::stable) {
-      // A key may have moved to another slot during the walk and been met twice.
-      std::sort(entries.begin(), entries.end(),
-                [](const auto& a, const auto& b) { return a.key.words() < b.key.words(); });
-      entries.erase(std::unique(entries.begin(), entries.end(),
-                                [](const auto& a, const auto& b) { return a.key == b.key; }),
-                    entries.end());
-   }
-   return true;
+   return end != WalkEnd::lost;
 }
 
 } // namespace Silo

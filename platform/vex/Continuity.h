@@ -32,11 +32,11 @@
 namespace Vex {
 
 struct Source {
-   enum class Block : U8 { none, mac, queue, l2Domain };
+   enum class Block : U8 { none, mac, queue, l2Domain, path };
 
    U8 device = 0;
    Block block = Block::none;
-   U16 place = 0;          // in the block: a device port, or a VLAN
+   U16 place = 0;          // in the block: a device port, a VLAN, or a pipe
    U32 life = 0;           // of the chip: rises whenever one is added
    U32 programming = 0;    // of a table entry, a number of its own; 0 for what is always there
    bool isResumed = false; // the entry counted on for nobody before: its first reading is only compared with
@@ -145,6 +145,12 @@ class Meter {
    }
    // The hardware was set to zero.
    void zeroed() { *this = {}; }
+   // By how much implausible rises have lifted the last reading. A later process goes on from both.
+   const Values& lift() const { return flip_; }
+   void continueFrom(const Values& last, const Values& lift) {
+      last_ = last;
+      flip_ = lift;
+   }
 
  private:
    Break breakAt(const Values& reading) const {
@@ -179,7 +185,7 @@ class Meter {
       return step;
    }
    Values last_{};
-   Values flip_{}; // by how much implausible rises have lifted the last reading
+   Values flip_{};
 };
 
 // A count that each device adds to, by table entries of packets and bytes.
@@ -287,7 +293,9 @@ void beginRecord(Record& record, double now) {
 // then its other times mean nothing either. False: it had counted nothing, and begins anew.
 template <class Record>
 bool continueRecord(Record& record, double sampleTime, double now) {
-   dropStep(record);
+   if constexpr (requires { record.deltas; }) {
+      dropStep(record);
+   }
    if (sampleTime != Silo::unknownSampleTime) {
       return true;
    }

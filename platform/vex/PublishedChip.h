@@ -49,14 +49,17 @@ struct PlacedCounters {
    static constexpr std::size_t valueCount = n;
    using Values = std::array<U64, n>;
 
-   std::array<Values, places> totals{};    // no clear touches them; never jump, never step back
-   std::array<Values, places> readings{};  // as the chip has them
-   std::array<double, places> readTimes{}; // when a place was read last, by the table's clock; 0: never
-   double discontinuityTime = 0;           // as in an interface's record
-   double createdTime = 0;                 // the same
-   double createdUnixTime = 0;             // the same
-   U32 device = 0;                         // of the chip that was read last
-   U32 devicePort = 0;                     // of an interface, at which it was read last; of a pipe its number
+   std::array<Values, places> totals{};   // no clear touches them; never jump, never step back
+   std::array<Values, places> readings{}; // as the chip has them; 0 of a place that was not read there yet
+   // By how much flipped bits have lifted the readings, so that a later agent sees when they are mended.
+   std::array<Values, places> lifts{};
+   // When the chip had a place's reading, by the table's clock; 0: not yet, where the device and port below are.
+   std::array<double, places> readTimes{};
+   double discontinuityTime = 0; // as in an interface's record
+   double createdTime = 0;       // the same
+   double createdUnixTime = 0;   // the same
+   U32 device = 0;               // of the chip that was read last
+   U32 devicePort = 0;           // of an interface, at which it was read last; of a pipe its number
 };
 
 // Packets that a port dropped, by point and reason.
@@ -115,7 +118,8 @@ struct PipeTmCounters : PlacedCounters<7, 2> {
    static constexpr bool isLevel(std::size_t place) { return place >= 5; }
 };
 
-// How a chip's reads fare: the figures of `show health`. Its places count on over chips that come back and over agents.
+// How a chip's reads fare: the figures of `show health`. Its places count on over chips that come back and over agents;
+// its readings are those of the chip's present life.
 struct ChipHealth : PlacedCounters<5, 1> {
    static constexpr std::string_view layoutName = "ChipHealth";
    static constexpr U32 layoutVersion = 1;
@@ -124,6 +128,7 @@ struct ChipHealth : PlacedCounters<5, 1> {
    static constexpr std::array<const char*, placeCount> placeNames{"refused", "unanswered", "late", "wraps",
                                                                    "upsets"};
    enum class Verdict : U32 { ok, degraded, silent };
+   static constexpr std::array<const char*, 3> verdictNames{"ok", "degraded", "silent"};
    enum Kind : std::size_t { mac, tables, queues, trafficManager };
    static constexpr std::array<const char*, 4> kindNames{"mac", "tables", "queues", "traffic-manager"};
 

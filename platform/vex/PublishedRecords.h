@@ -95,6 +95,10 @@ struct IntfQueueCounters {
    double createdUnixTime = 0;   // the same
 
    bool has(std::size_t queue) const { return queue < queueCount && ((present >> queue) & 1) != 0; }
+   // Whether its counts were ever read.
+   bool isRead(std::size_t queue) const {
+      return ((reported >> queue) & 1) != 0 || totals[queue] != QueueStatistics{};
+   }
 };
 
 // What source NAT translated on an L3 interface.
@@ -112,6 +116,8 @@ struct NatCounter {
    double discontinuityTime = 0; // as in an interface's record
    double createdTime = 0;       // the same
    double createdUnixTime = 0;   // the same
+
+   bool isRead() const { return lastUpdate != 0 || totalPackets != 0; }
 };
 
 } // namespace Silo::Interface

@@ -72,8 +72,7 @@ RecordText textOf(const Silo::Interface::IntfQueueCounters& record) {
       }
       const auto& total = record.totals[queue];
       const auto& delta = record.deltas[queue];
-      const bool isRead =
-           ((record.reported >> queue) & 1) != 0 || total != Silo::Interface::QueueStatistics{};
+      const bool isRead = record.isRead(queue);
       const bool hasRate = isRead && text.interval && ((record.absorbed >> queue) & 1) == 0;
       const auto add = [&](const char* name, U64 value, U64 step, bool isError) {
          const auto rate = hasRate ? std::optional(static_cast<double>(step) / *text.interval) : std::nullopt;
@@ -89,7 +88,7 @@ RecordText textOf(const Silo::Interface::IntfQueueCounters& record) {
 
 RecordText textOf(const Silo::Interface::NatCounter& record) {
    RecordText text;
-   const bool isRead = record.lastUpdate != 0 || record.totalPackets != 0;
+   const bool isRead = record.isRead();
    text.counters = {
         {.name = "packets", .total = record.totalPackets, .reading = record.packets, .isRead = isRead},
         {.name = "bytes", .total = record.totalBytes, .reading = record.bytes, .isRead = isRead}};

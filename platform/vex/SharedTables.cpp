@@ -5,6 +5,7 @@
 #include "vex/Continuity.h"
 #include "vex/FormerRecords.h"
 #include "vex/VexCountersLog.h"
+#include "zel/ZelId.h"
 
 #include <algorithm>
 
@@ -85,6 +86,9 @@ SharedTables openSharedTables(const Silo::Store& store, const SharedTableSetting
    // Routed ports, VLAN interfaces and subinterfaces may all translate addresses.
    const auto l3Intfs = options(settings.ports + settings.vlanIntfs + settings.subIntfs,
                                 settings.natPollingInterval, settings.areProvisional);
+   const auto chips = options(ZelId::maxDevices, settings.pollingInterval, settings.areProvisional);
+   const auto pipes = options(std::size_t{ZelId::maxDevices} * ZlPort::maxPipes, settings.pollingInterval,
+                              settings.areProvisional);
    // First, since what becomes of the others is an event.
    const auto events =
         Kiln::allocate<EventRecorder>(store, settings.pollingInterval, settings.areProvisional);
@@ -100,6 +104,7 @@ SharedTables openSharedTables(const Silo::Store& store, const SharedTableSetting
         Kiln::allocate<Tables::AllNatCounterDir>(store, TableName::intfNatCounters, l3Intfs),
         nullptr,
         events,
+        Kiln::allocate<ChipTables>(store, ChipTables::Options{ports, pipes, chips, settings.agentVersion}),
    };
    if (settings.historyMinutes > 0) {
       tables.history =
@@ -122,6 +127,7 @@ void keepSharedTables(const SharedTables& tables) {
    tables.subIntfCountersDir->table().keep();
    tables.subIntfCountersSnapshotDir->table().keep();
    tables.intfAllNatCounterDir->table().keep();
+   tables.chipTables->keep();
    if (tables.history) {
       tables.history->keep();
    }

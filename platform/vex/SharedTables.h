@@ -3,6 +3,7 @@
 
 #include "kiln/Ptr.h"
 #include "silo/Table.h"
+#include "vex/ChipTables.h"
 #include "vex/EventRecorder.h"
 #include "vex/History.h"
 #include "vex/PublishedRecords.h"
@@ -123,6 +124,7 @@ struct SharedTableSettings {
    double historyMinutes = 15;      // how long samples of ports are kept; 0: no history
    double historyInterval = 2.0;    // seconds between two polling passes, and so between these
    bool areProvisional = false; // tables that are created go with their last pointer, unless they are kept
+   Kiln::String agentVersion{}; // for readers
 };
 
 struct SharedTables {
@@ -136,6 +138,7 @@ struct SharedTables {
    Kiln::Ptr<Silo::Interface::AllNatCounterDir> intfAllNatCounterDir;
    Kiln::Ptr<History> history; // null if none is kept
    Kiln::Ptr<EventRecorder> events;
+   Kiln::Ptr<ChipTables> chipTables;
 };
 
 // Where an agent of this user's has its tables, unless it is told another place.

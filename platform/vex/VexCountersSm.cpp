@@ -127,6 +127,9 @@ void CountersSm::stopPort(const Pelt::IntfId& intf) {
    KILN_TRACE(4, "no longer counting port " << intf);
    port->remove(portTables());
    queues_.remove(intf);
+   if (context_.chipPublisher) {
+      context_.chipPublisher->intfDel(intf);
+   }
    vexPortCounterSmDel(intf);
    Kiln::EventLog::instance().record({.kind = Kiln::EventKind::portWent, .where = intf.text()});
 }

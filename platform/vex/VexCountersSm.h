@@ -2,6 +2,7 @@
 #pragma once
 
 #include "kiln/Accessors.h"
+#include "vex/ChipPublisher.h"
 #include "vex/L3Counters.h"
 #include "vex/QueuePublisher.h"
 #include "vex/SharedTables.h"
@@ -37,6 +38,7 @@ class CountersSm : public Kiln::Entity {
       Kiln::Ptr<const Kiln::Clock> clock;
       Kiln::Ptr<VexHelper::VexHelperCountersSm> helper;
       Kiln::Ptr<History> history{}; // null: none is kept
+      Kiln::Ptr<ChipPublisher> chipPublisher{};
    };
 
    explicit CountersSm(Context context);

@@ -3,6 +3,7 @@
 
 #include "apps/zelctl/events/EventsRequest.h"
 #include "apps/zelctl/history/HistoryRequest.h"
+#include "apps/zelctl/views/MetricsView.h"
 #include "apps/zelctl/views/RecordRequest.h"
 #include "apps/zelctl/views/TopView.h"
 #include "kiln/Choices.h"
@@ -24,13 +25,14 @@ std::vector<String> showCommands() {
 
 std::vector<String> allCommands() {
    std::vector<String> all = showCommands();
-   all.insert(all.end(), {eventsCommand, historyCommand, "log", "ringlog", "watch", "help", "quit", "exit"});
+   all.insert(all.end(), {eventsCommand, historyCommand, metricsCommand, "log", "ringlog", "watch", "help",
+                          "quit", "exit"});
    return all;
 }
 
 bool isRecordCommand(const String& command) {
    return viewNamed(command) != nullptr || command == topCommand || command == eventsCommand ||
-          command == historyCommand;
+          command == historyCommand || command == metricsCommand;
 }
 
 bool isAgentCommand(const String& command) {

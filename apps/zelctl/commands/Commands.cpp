@@ -13,6 +13,7 @@
 #include "apps/zelctl/terminal/Pager.h"
 #include "apps/zelctl/terminal/Utf8.h"
 #include "apps/zelctl/views/CountersDocument.h"
+#include "apps/zelctl/views/MetricsView.h"
 #include "apps/zelctl/views/RecordViewer.h"
 #include "apps/zelctl/views/TopView.h"
 #include "kiln/Choices.h"
@@ -241,6 +242,9 @@ int runLine(const Client& client, const String& line, Signals* signals) {
       if (command == historyCommand) {
          const Charset charset = showsUtf8() ? Charset::utf8 : Charset::ascii;
          return print(viewHistory(words, client.store(), textWidth(), charset), printing);
+      }
+      if (command == metricsCommand) {
+         return print(viewMetrics(words, client.store()), printing);
       }
       if (const String right = misplaced(words, command); !right.empty()) {
          return complain("unknown command " + Kiln::quoted(Kiln::joined(words, " ")) + ": try: " + right);

@@ -8,6 +8,7 @@
 #include "apps/zelctl/events/EventsRequest.h"
 #include "apps/zelctl/history/HistoryRequest.h"
 #include "apps/zelctl/terminal/Utf8.h"
+#include "apps/zelctl/views/MetricsView.h"
 #include "apps/zelctl/views/RecordRequest.h"
 #include "apps/zelctl/views/RecordViewer.h"
 #include "apps/zelctl/views/TopView.h"
@@ -78,6 +79,9 @@ Words follow(const Client& client, Words before, const String& partial) {
    }
    if (before.front() == historyCommand) {
       return historyCandidates(before, partial, client.store());
+   }
+   if (before.front() == metricsCommand) {
+      return metricsCandidates(before, partial);
    }
    if (before.front() == "help") {
       return before.size() == 1 ? helpTopics() : Words();

@@ -158,6 +158,17 @@ It reads shared memory, also after the agent ended. A column has the mean of its
 rates, 'max' the highest between two samples. Empty columns with '-' below have
 no samples; '!' is a discontinuity: a counter wrapped, was upset or reset.
 )"},
+     Topic{"metrics", "all that is published, as Prometheus reads it", R"(
+   metrics [openmetrics] [collect LIST] [no-collect LIST]
+
+   metrics collect interfaces,drops   what follows 'collect ?', with commas
+
+Counts are totals, which nothing clears. It reads shared memory, also if no
+agent is running.
+)"},
+     Topic{"openmetrics", "in OpenMetrics, with creation times and units"},
+     Topic{"collect", "only some collectors: their names follow, with commas between"},
+     Topic{"no-collect", "all but some collectors: their names follow, with commas between"},
      Topic{"top", "the busiest, most dropping and most erring ports and queues", R"(
    top [by use|in|out|packets|drops|errors] [last DURATION] [json]
 

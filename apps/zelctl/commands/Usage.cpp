@@ -96,6 +96,12 @@ constexpr const char* end = R"(     INTF                           only these; '
      totals                         what was counted, not rates
      json, csv                      prints the samples, for programs
 
+   metrics                          all that is published, as Prometheus reads
+                                    it; works without an agent, too
+     openmetrics                    in OpenMetrics, with creation times
+     collect LIST                   only these, such as interfaces,drops
+     no-collect LIST                all but these
+
 These are zelctl's own
    watch [SECONDS] SHOW             repeats any show, every 2 s by default, and
                                     marks what changed, with rates per second;

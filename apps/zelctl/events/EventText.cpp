@@ -18,48 +18,6 @@ using Kiln::String;
 
 constexpr std::size_t gap = 2;
 
-String placeText(const RecordedEvent& event) {
-   String text = event.where.empty() ? "-" : event.where;
-   if (event.isCrowd()) {
-      text += " to " + event.what;
-   }
-   return text;
-}
-
-// "in-octets: 1000 -> 384 and 12 more counters, flipped bit 60".
-String happened(const RecordedEvent& event) {
-   if (event.isCrowd()) {
-      String text = Kiln::counted(event.others + 1, "interface");
-      text += event.text.empty() ? "" : ": " + event.text;
-      return text;
-   }
-   if (event.kind == Kiln::EventKind::clear) {
-      return event.text + ", by " + event.what;
-   }
-   String text = event.what;
-   const auto add = [&](const char* separator, const String& more) {
-      text += text.empty() || more.empty() ? "" : separator;
-      text += more;
-   };
-   if (event.hasValues) {
-      String values = std::to_string(event.before);
-      values += " -> " + std::to_string(event.after);
-      add(": ", values);
-   }
-   if (event.others != 0) {
-      String others = "and " + std::to_string(event.others) + " more";
-      others += !event.hasValues ? "" : event.others == 1 ? " counter" : " counters";
-      add(" ", others);
-   }
-   // A message begins with its id.
-   if (event.text.starts_with(event.what)) {
-      text = event.text;
-   } else {
-      add(event.hasValues ? ", " : ": ", event.text);
-   }
-   return text;
-}
-
 String repeated(const RecordedEvent& event, const TableClock& clock) {
    String text;
    if (event.count > 1) {
@@ -102,6 +60,47 @@ void addEvent(Kiln::JsonWriter* out, const RecordedEvent& event) {
 
 } // namespace
 
+String placeText(const RecordedEvent& event) {
+   String text = event.where.empty() ? "-" : event.where;
+   if (event.isCrowd()) {
+      text += " to " + event.what;
+   }
+   return text;
+}
+
+String happenedText(const RecordedEvent& event) {
+   if (event.isCrowd()) {
+      String text = Kiln::counted(event.others + 1, "interface");
+      text += event.text.empty() ? "" : ": " + event.text;
+      return text;
+   }
+   if (event.kind == Kiln::EventKind::clear) {
+      return event.text + ", by " + event.what;
+   }
+   String text = event.what;
+   const auto add = [&](const char* separator, const String& more) {
+      text += text.empty() || more.empty() ? "" : separator;
+      text += more;
+   };
+   if (event.hasValues) {
+      String values = std::to_string(event.before);
+      values += " -> " + std::to_string(event.after);
+      add(": ", values);
+   }
+   if (event.others != 0) {
+      String others = "and " + std::to_string(event.others) + " more";
+      others += !event.hasValues ? "" : event.others == 1 ? " counter" : " counters";
+      add(" ", others);
+   }
+   // A message begins with its id.
+   if (event.text.starts_with(event.what)) {
+      text = event.text;
+   } else {
+      add(event.hasValues ? ", " : ": ", event.text);
+   }
+   return text;
+}
+
 void EventLines::columnsFor(const std::vector<const RecordedEvent*>& events, const TableClock& clock) {
    for (const RecordedEvent* event : events) {
       time_ = std::max(time_, momentText(event->unixTime, clock).size());
@@ -120,7 +119,7 @@ String EventLines::lineOf(const RecordedEvent& event, const TableClock& clock) c
    const String time = momentText(event.unixTime, clock);
    const String head = String(time_ - std::min(time_, time.size()), ' ') + time + String(gap, ' ') +
                        filled(event.kind, kind_) + filled(placeText(event), place_);
-   const String rest = happened(event) + repeated(event, clock);
+   const String rest = happenedText(event) + repeated(event, clock);
    const std::size_t begin = time_ + gap + kind_ + gap;
    constexpr std::size_t least = 40; // columns, in which values and words can still be read
    String line = head;

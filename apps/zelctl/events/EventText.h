@@ -5,6 +5,11 @@
 
 namespace ZelCtl {
 
+// Where it was: "Ethernet1", or "Ethernet1 to Ethernet8" for a crowd; "-" for the whole system.
+Kiln::String placeText(const RecordedEvent& event);
+// "in-octets: 1000 -> 384 and 12 more counters, flipped bit 60".
+Kiln::String happenedText(const RecordedEvent& event);
+
 // Lays out lines whose columns stand below each other.
 class EventLines {
  public:

@@ -90,6 +90,28 @@ String PublishedTable::activityNote() const {
           (youngest ? " for " + Kiln::durationText(*youngest) : "") + ".";
 }
 
+void addQueueDrops(PublishedRow* port, const PublishedRow& queues) {
+   if (port->result != Silo::ReadResult::ok || queues.result != Silo::ReadResult::ok) {
+      return;
+   }
+   NamedCounter drops{.name = "out-queue-drops", .rate = 0, .isError = true, .isRead = false};
+   for (const NamedCounter& one : queues.text.counters) {
+      if (one.name.ends_with(".drops") && one.isRead) {
+         drops.isRead = true;
+         drops.total += one.total;
+         drops.rate = one.rate && drops.rate ? std::optional(*drops.rate + *one.rate) : std::nullopt;
+      }
+   }
+   if (!drops.isRead) {
+      drops.rate.reset();
+   }
+   port->queuesAge = queues.age;
+   if (port->sampleTime != Silo::unknownSampleTime && queues.sampleTime != Silo::unknownSampleTime) {
+      port->queuesBehind = port->sampleTime - queues.sampleTime;
+   }
+   port->text.counters.push_back(std::move(drops));
+}
+
 PublishedTable readPorts(const Silo::Store& store, const char* tableName) {
    PublishedTable ports = readPublished<Silo::Interface::IntfCounters>(store, tableName);
    std::map<String, PublishedRow> queues;
@@ -104,28 +126,9 @@ PublishedTable readPorts(const Silo::Store& store, const char* tableName) {
    } catch (const std::exception&) { // no agent has published queues: they are shown as unknown
    }
    for (PublishedRow& port : ports.rows) {
-      const auto found = queues.find(port.name);
-      if (port.result != Silo::ReadResult::ok || found == queues.end() ||
-          found->second.result != Silo::ReadResult::ok) {
-         continue;
+      if (const auto found = queues.find(port.name); found != queues.end()) {
+         addQueueDrops(&port, found->second);
       }
-      const PublishedRow& row = found->second;
-      NamedCounter drops{.name = "out-queue-drops", .rate = 0, .isError = true, .isRead = false};
-      for (const NamedCounter& one : row.text.counters) {
-         if (one.name.ends_with(".drops") && one.isRead) {
-            drops.isRead = true;
-            drops.total += one.total;
-            drops.rate = one.rate && drops.rate ? std::optional(*drops.rate + *one.rate) : std::nullopt;
-         }
-      }
-      if (!drops.isRead) {
-         drops.rate.reset();
-      }
-      port.queuesAge = row.age;
-      if (port.sampleTime != Silo::unknownSampleTime && row.sampleTime != Silo::unknownSampleTime) {
-         port.queuesBehind = port.sampleTime - row.sampleTime;
-      }
-      port.text.counters.push_back(std::move(drops));
    }
    return ports;
 }

@@ -80,6 +80,26 @@ struct PublishedTable {
    Kiln::String activityNote() const;
 };
 
+// What may be believed of a record that was read from the reader's table by `now` of the machine's monotonic clock.
+template <Silo::RecordType Record>
+PublishedRow rowOf(Silo::TableReader<Record>& reader, const Silo::Entry<Record>& entry, double now,
+                   bool isWriterAlive) {
+   PublishedRow row;
+   row.name = entry.key.isValid() ? Kiln::String(entry.key.view()) : Kiln::String();
+   row.result = entry.result;
+   if (row.result == Silo::ReadResult::ok) {
+      row.generation = entry.sample.info.generation;
+      row.sampleTime = entry.sample.info.sampleTime;
+      row.age = reader.age(entry.sample.info, now, Silo::ClockDomain::monotonic());
+      row.isStale = !row.age || *row.age > staleAfter * reader.state().pollingInterval;
+      row.text = Vex::textOf(entry.sample.record);
+      if (row.isStale || !isWriterAlive) {
+         std::ranges::for_each(row.text.counters, [](auto& one) { one.rate.reset(); });
+      }
+   }
+   return row;
+}
+
 // Throws std::runtime_error, saying why the table cannot be read.
 template <Silo::RecordType Record>
 PublishedTable readPublished(const Silo::Store& store, const char* tableName) {
@@ -98,21 +118,8 @@ PublishedTable readPublished(const Silo::Store& store, const char* tableName) {
                         {}};
    double newest = 0;
    for (const Silo::Entry<Record>& entry : entries) {
-      PublishedRow row;
-      row.name = entry.key.isValid() ? Kiln::String(entry.key.view()) : Kiln::String();
-      row.result = entry.result;
-      if (row.result == Silo::ReadResult::ok) {
-         row.generation = entry.sample.info.generation;
-         row.sampleTime = entry.sample.info.sampleTime;
-         newest = std::max(newest, row.sampleTime);
-         row.age = reader.age(entry.sample.info, table.now, Silo::ClockDomain::monotonic());
-         row.isStale = !row.age || *row.age > staleAfter * table.pollingInterval;
-         row.text = Vex::textOf(entry.sample.record);
-         if (row.isStale || !table.isWriterAlive) {
-            std::ranges::for_each(row.text.counters, [](auto& one) { one.rate.reset(); });
-         }
-      }
-      table.rows.push_back(std::move(row));
+      table.rows.push_back(rowOf(reader, entry, table.now, table.isWriterAlive));
+      newest = entry.result == Silo::ReadResult::ok ? std::max(newest, table.rows.back().sampleTime) : newest;
    }
    table.clock = TableClock::of(reader.state(), newest);
    table.clock.now = table.clock.isOfHere ? table.clock.now : newest;
@@ -121,6 +128,9 @@ PublishedTable readPublished(const Silo::Store& store, const char* tableName) {
         &PublishedRow::name);
    return table;
 }
+
+// Gives a port the sum of its queues' drops as the counter "out-queue-drops", if both records could be read.
+void addQueueDrops(PublishedRow* port, const PublishedRow& queues);
 
 // The ports of the table or the clear table, each with the sum of its queues' drops as the counter "out-queue-drops",
 // where these are published.

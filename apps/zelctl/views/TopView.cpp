@@ -1,7 +1,7 @@
 // Ranks the rates of published records.
 #include "apps/zelctl/views/TopView.h"
 
-#include "apps/zelctl/views/PublishedRows.h"
+#include "apps/zelctl/views/Place.h"
 #include "apps/zelctl/views/Readable.h"
 #include "apps/zelctl/views/RecordRequest.h"
 #include "apps/zelctl/views/TextTable.h"
@@ -19,11 +19,10 @@ namespace ZelCtl {
 namespace {
 
 using Kiln::String;
-using Vex::NamedCounter;
+using Value = Place::Value;
+using enum Place::Value;
 using Kind = ShownColumn::Kind;
 using Words = std::vector<String>;
-
-enum Value : U8 { inUse, outUse, inBits, outBits, packets, drops, dropTotal, errors, errorTotal, valueCount };
 
 struct ValueColumn {
    const char* heading;
@@ -39,21 +38,6 @@ constexpr std::array<ValueColumn, valueCount> valueColumns{{{"In use", "in-use-p
                                                             {"Drops", "drops", true},
                                                             {"Errs/s", "errors-per-second", false},
                                                             {"Errs", "errors", false}}};
-
-struct Place {
-   String intf;
-   String queue; // empty for a port
-   Activity activity = Activity::unrated;
-   std::array<std::optional<double>, valueCount> rates{};
-   std::array<std::optional<U64>, valueCount> totals{};
-
-   std::array<double, valueCount> least{}; // of rates: what is known of them
-
-   // What is unknown ranks by the part of it that is known.
-   double value(Value which) const {
-      return rates[which].value_or(totals[which] ? static_cast<double>(*totals[which]) : least[which]);
-   }
-};
 
 // What `by` may be followed by. A use is that of the direction that is used more.
 struct Order {
@@ -135,63 +119,11 @@ Request parse(const Words& words) {
    return request;
 }
 
-// Adds the counters up that the record has. Their rate is known if all theirs are.
-void addUp(Place* place, const PublishedRow& row, std::initializer_list<String> names, Value rate,
-           std::optional<Value> total = std::nullopt, double factor = 1) {
-   std::optional<double> sum;
-   bool isKnown = true;
-   bool isWhole = true; // of the total
-   for (const String& name : names) {
-      const NamedCounter* const counter = row.counter(name);
-      // What the record counts, but nobody knows over the span, is part of the sum as well.
-      const bool isLost =
-           counter == nullptr &&
-           std::ranges::find(row.text.counters, name, &NamedCounter::name) != row.text.counters.end();
-      if (isLost) {
-         isKnown = isWhole = false;
-         continue;
-      }
-      if (counter == nullptr || !counter->isRead) {
-         continue;
-      }
-      isKnown = isKnown && counter->rate;
-      sum = sum.value_or(0) + factor * counter->rate.value_or(0);
-      if (total) {
-         place->totals[*total] = place->totals[*total].value_or(0) + counter->total;
-      }
-   }
-   place->rates[rate] = isKnown ? sum : std::nullopt;
-   place->least[rate] = sum.value_or(0);
-   if (total && !isWhole) {
-      place->totals[*total].reset();
-   }
-}
-
-Place portOf(const PublishedTable& table, const PublishedRow& row) {
-   constexpr double overhead = 160; // bits that each packet also takes on the line: RFC 2819
-   Place port{row.name, "", table.activity(row), {}, {}, {}};
-   addUp(&port, row, {"in-octets"}, inBits, {}, 8);
-   addUp(&port, row, {"out-octets"}, outBits, {}, 8);
-   const double speed = static_cast<double>(row.text.speed.value_or(0));
-   for (const auto& [use, bits, name] :
-        {std::tuple{inUse, inBits, "in-pkts"}, std::tuple{outUse, outBits, "out-pkts"}}) {
-      addUp(&port, row, {name}, packets);
-      const bool isKnown = speed > 0 && port.rates[bits] && port.rates[packets];
-      port.rates[use] =
-           isKnown ? std::optional(1000 * (port.value(bits) + overhead * port.value(packets)) / speed)
-                   : std::nullopt;
-   }
-   addUp(&port, row, {"in-pkts", "out-pkts"}, packets);
-   addUp(&port, row, {"in-discards", "out-discards", "out-queue-drops"}, drops, dropTotal);
-   addUp(&port, row, {"in-errors", "out-errors"}, errors, errorTotal);
-   return port;
-}
-
 std::vector<Place> portsIn(const PublishedTable& table) {
    std::vector<Place> ports;
    for (const PublishedRow& row : table.rows) {
       if (row.result == Silo::ReadResult::ok) {
-         ports.push_back(portOf(table, row));
+         ports.push_back(Place::ofPort(table, row));
       }
    }
    return ports;
@@ -208,17 +140,8 @@ void countLast(const Request& request, const char* view, PublishedTable* table, 
 std::vector<Place> queuesIn(const PublishedTable& table) {
    std::vector<Place> queues;
    for (const PublishedRow& row : table.rows) {
-      for (std::size_t queue = 0; queue < Silo::Interface::IntfQueueCounters::queueCount; ++queue) {
-         const String number = std::to_string(queue);
-         const String prefix = "queue." + number + ".";
-         if (row.counter(prefix + "packets") != nullptr) {
-            Place place{row.name, number, table.activity(row, number), {}, {}, {}};
-            addUp(&place, row, {prefix + "bytes"}, outBits, {}, 8);
-            addUp(&place, row, {prefix + "packets"}, packets);
-            addUp(&place, row, {prefix + "drops"}, drops, dropTotal);
-            queues.push_back(std::move(place));
-         }
-      }
+      const std::vector<Place> ofPort = Place::ofQueues(table, row);
+      queues.insert(queues.end(), ofPort.begin(), ofPort.end());
    }
    return queues;
 }

@@ -9,6 +9,7 @@
 #include "tests/support/SimulatedTime.h"
 #include "tests/support/Slowdown.h"
 #include "tests/support/TemporaryFolder.h"
+#include "vex/PlacedPublisher.h"
 #include "vex/VexCountersSm.h"
 
 #include <deque>
@@ -74,6 +75,7 @@ struct Place {
    bool isResumed = false;  // its entries counted for nobody before
    bool isCounted = false;  // for the engine
    bool wasCounted = false; // for the model
+   bool isTaken = false;    // an earlier process's records say so, of whichever life
 };
 
 struct Device {
@@ -284,7 +286,7 @@ struct Part {
 };
 
 // How the first reading after a restart counts.
-enum class Restart : U8 { difference, baseline, byProgramming };
+enum class Restart : U8 { difference, baseline, byProgramming, byPlace };
 
 class Subject {
  public:
@@ -314,18 +316,9 @@ class Subject {
 };
 
 template <class Record>
-std::optional<View> viewOf(const Subject& subject, const Silo::Table<Record>& table, std::size_t intf) {
-   const Silo::Key key(subject.intfs[intf].text());
-   if (!table.has(key)) {
-      return std::nullopt;
-   }
-   const Silo::Sample<Record> sample = table.sample(key);
-   const Record& record = sample.record;
-   const std::size_t fields = subject.layout.fields();
-   View view{std::vector<U64>(fields), std::vector<U64>(fields), std::vector<bool>(fields),
-             record.createdTime,       record.createdUnixTime,   record.discontinuityTime,
-             record.interval,          sample.info.generation};
-   std::memcpy(view.totals.data(), &record.totals, fields * sizeof(U64));
+void addStep(const Record& record, View& view) {
+   const std::size_t fields = view.totals.size();
+   view.interval = record.interval;
    std::memcpy(view.deltas.data(), &record.deltas, fields * sizeof(U64));
    for (std::size_t i = 0; i < fields; ++i) {
       if constexpr (requires { record.isAbsorbed; }) {
@@ -334,7 +327,32 @@ std::optional<View> viewOf(const Subject& subject, const Silo::Table<Record>& ta
          view.isAbsorbed[i] = ((record.absorbed >> i / 3) & 1) != 0;
       }
    }
-   return view;
+}
+
+template <class Record>
+std::optional<View> viewOf(const Subject& subject, const Silo::Table<Record>& table, std::size_t intf) {
+   const Silo::Key key(subject.intfs[intf].text());
+   if (!table.has(key)) {
+      return std::nullopt;
+   }
+   const Silo::Sample<Record> sample = table.sample(key);
+   const Record& record = sample.record;
+   const std::size_t fields = subject.layout.fields();
+   View view{std::vector<U64>(fields),
+             std::vector<U64>(fields),
+             std::vector<bool>(fields),
+             record.createdTime,
+             record.createdUnixTime,
+             record.discontinuityTime,
+             0,
+             sample.info.generation};
+   std::memcpy(view.totals.data(), &record.totals, fields * sizeof(U64));
+   if constexpr (requires { Record::placeCount; }) {
+      return view; // it says nothing of a step
+   } else {
+      addStep(record, view);
+      return view;
+   }
 }
 
 // Reads ports of the model's, and has them vetted.
@@ -523,6 +541,62 @@ class L3Intfs : public Subject {
    std::vector<std::size_t> added_;
 };
 
+// Places of a port or pipe. A clear of theirs, if it is one, is written to the hardware.
+class Places : public Subject {
+ public:
+   Places()
+        : Subject({std::vector<std::size_t>(8, 3), oneEach(24)}, Restart::byPlace, "Places"),
+          table_(Silo::Store::directory(folder.path()), table, {},
+                 {.capacity = tableCapacity, .pollingInterval = 2, .clockDomain = {}, .onCorruption = {}}) {
+      restart();
+   }
+   void remove(std::size_t intf) override { publisher_->remove(intfs[intf]); }
+   void read(std::size_t intf, const std::vector<Part>* parts) override {
+      if (parts == nullptr) {
+         publisher_->publish(intfs[intf]);
+         return;
+      }
+      const auto& [spot, place] = parts->front();
+      const Source source{static_cast<U8>(spot.device), Source::Block::path, spot.place, spot.life};
+      auto& counted = publisher_->countedOf(intfs[intf], source);
+      for (std::size_t i = 0; i < Record::placeCount; ++i) {
+         const Cell* const cells = &place->cells[3 * i];
+         counted.take(i, {cells[0].reading(), cells[1].reading(), cells[2].reading()},
+                      Kiln::System::currentTime());
+      }
+      publish(intf);
+   }
+   bool clear(std::size_t intf) override {
+      const auto isAny = [](U16) { return true; };
+      for (const int device : {0, 1}) {
+         publisher_->forEachAt(static_cast<U8>(device), isAny, [&](const Pelt::IntfId& name, auto& counted) {
+            for (std::size_t i = 0; i < Record::placeCount && name == intfs[intf]; ++i) {
+               counted.zeroed(i);
+            }
+         });
+      }
+      publish(intf);
+      return true;
+   }
+   void restart() final { publisher_ = std::make_unique<Vex::PlacedPublisher<Record>>(table_); }
+   std::optional<View> view(std::size_t intf, bool isClear) override {
+      return isClear ? std::nullopt : viewOf(*this, table_, intf);
+   }
+
+ private:
+   using Record = Silo::Interface::PipeStageCounters;
+
+   void publish(std::size_t intf) {
+      try {
+         publisher_->publish(intfs[intf]);
+      } catch (const Silo::CapacityError&) { // there is one interface too many
+      }
+   }
+
+   Silo::Table<Record> table_;
+   std::unique_ptr<Vex::PlacedPublisher<Record>> publisher_;
+};
+
 // --- the sequences ---
 
 class Trial {
@@ -576,6 +650,9 @@ class Trial {
 
    bool isQueues() const { return subject_.restartKind == Restart::baseline; }
    bool isL3() const { return subject_.restartKind == Restart::byProgramming; }
+   bool isPlaces() const { return subject_.restartKind == Restart::byPlace; }
+   // A record comes with its first reading.
+   bool isLazy() const { return isQueues() || isPlaces(); }
    State& state() { return states_[intf_]; }
    Place& place() { return devices_[state().device].places[state().place]; }
    void note(const char* what) {
@@ -693,7 +770,7 @@ class Trial {
       subject_.add(intf_);
       state().isThere = true;
       newCount(state());
-      if (isQueues()) {
+      if (isLazy()) {
          read(); // that is how they begin
       }
    }
@@ -709,11 +786,25 @@ class Trial {
    }
    void clear() {
       note("is cleared");
+      if (isPlaces()) {
+         clearHardware();
+         return;
+      }
       load(state());
       require(subject_.clear(intf_), "it was not cleared");
       state().count.cleared = state().count.totals;
       state().owesClear = true;
       writeClear();
+   }
+   // It is read before, so that nothing is lost.
+   void clearHardware() {
+      read();
+      before_.clear();
+      reset(place(), place().cells.size());
+      subject_.clear(intf_);
+      Verdict none(subject_.layout);
+      state().count.trails.front().follower.begin(place().cells, false, none);
+      state().count.discontinuity = {Kiln::System::currentTime()};
    }
    template <class Is>
    bool takes(Is isIn) {
@@ -742,9 +833,16 @@ class Trial {
          replaceChip(device, true);
       }
       note("the agent restarts");
+      for (Device& device : devices_) {
+         std::ranges::for_each(device.places, [](Place& place) { place.isTaken = false; });
+      }
       for (State& state : states_) {
          state.isLoaded = false;
-         if (isQueues()) {
+         if (isPlaces() && state.isInTable && !state.isDamaged) { // its record says where it was counted
+            const Count::Spot& spot = state.count.trails.front().spot;
+            devices_[spot.device].places[spot.place].isTaken = true;
+         }
+         if (isLazy()) {
             state.isThere &= state.isInTable; // others begin with a report
          } else {
             load(state);
@@ -808,7 +906,7 @@ class Trial {
    // What the readings add, by the rules.
    void judge(Count& count, const std::vector<Part>& parts, Verdict& verdict) const {
       const bool isKept = std::exchange(count.isKept, false);
-      if (isKept && subject_.restartKind != Restart::difference) {
+      if (isKept && (isQueues() || isL3())) {
          count.trails.clear();
          count.lastPlace = -1;
          count.readTime = -1;
@@ -833,6 +931,7 @@ class Trial {
             exchange(*trail, part, isKept, isOwn(count, part), verdict);
          }
          part.place->wasCounted = true;
+         part.place->isTaken = false;
          trail->follower.follow(part.place->cells, verdict);
       }
       if (!parts.empty()) {
@@ -842,7 +941,7 @@ class Trial {
    // Whether all that the part has counted is the interface's.
    bool isOwn(const Count& count, const Part& part) const {
       const bool isNewer = isL3() && count.lastPlace == part.spot.place; // programmed while it was there
-      return !part.place->isResumed && (isNewer || !part.place->wasCounted);
+      return !part.place->isResumed && !part.place->isTaken && (isNewer || !part.place->wasCounted);
    }
    static void exchange(Count::Trail& trail, const Part& part, bool isKept, bool isWhole, Verdict& verdict) {
       const Count::Spot before = std::exchange(trail.spot, part.spot);
@@ -894,6 +993,9 @@ class Trial {
       state.generation = view.generation;
    }
    void checkStep(const View& view) {
+      if (isPlaces()) {
+         return;
+      }
       for (std::size_t i = 0; i < view.totals.size(); ++i) {
          const bool isSure = before_[i].low == before_[i].high;
          require(!isSure || before_[i].low + view.deltas[i] == view.totals[i],
@@ -952,6 +1054,10 @@ TEST_F(Continuity, HoldsForPorts) {
 
 TEST_F(Continuity, HoldsForQueues) {
    holdsFor(Queues());
+}
+
+TEST_F(Continuity, HoldsForPlaces) {
+   holdsFor(Places());
 }
 
 TEST_F(Continuity, HoldsForL3Interfaces) {
