@@ -23,8 +23,8 @@ bool tells(const Event& event, const Happening& happening) {
    const bool isCrowd = isCrowdKind(kind) && event.others > 0;
    const bool isThere = event.where.data() == happening.where || (isCrowd && event.others > 1) ||
                         (isCrowd && event.what.data() == happening.where);
-   // Of an agent that was killed, its last sign of life.
-   constexpr double longestSilence = 65;
+   // Of an agent that was killed, its last sign of life: without chips, long ago.
+   constexpr double longestSilence = 1000;
    const double end = std::max(event.lastTime, event.time + (isCrowd ? crowdTime : 0));
    return isKind && isThere &&
           (kind == "agent-killed" ? happening.time - event.time <= longestSilence
