@@ -56,7 +56,10 @@ void MacCounters::handlePort(const Pelt::IntfId& intf) {
    if (port != nullptr && last &&
        (port->devId != chip().deviceId() || port->devicePort != last->devicePort())) {
       // Another interface may have been read at the place that this one left long ago.
-      if (chip().systemStatus()->portToIntfId(chip().deviceId(), ZelId::PortIndex(last->devicePort())).empty()) {
+      if (chip()
+               .systemStatus()
+               ->portToIntfId(chip().deviceId(), ZelId::PortIndex(last->devicePort()))
+               .empty()) {
          chip().readings().forget({ReadingKey::Kind::mac, last->devicePort()});
       }
       macCountersLastDel(intf);

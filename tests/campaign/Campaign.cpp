@@ -118,9 +118,10 @@ std::size_t Run::deadObjects() {
 }
 
 Run::~Run() {
-   if (agent_) {
-      endAgent(true);
-   }
+   // After a failure; what is still answered is of no interest.
+   model_.chips.clear();
+   readers_ = nullptr;
+   agent_ = nullptr;
 }
 
 Result Run::run() {

@@ -123,8 +123,9 @@ void Run::checkShownMac(const ZelTest::Json& table) {
    // Of a port that went and came back nobody has read anything yet.
    const auto& age = table.at("age-ms");
    constexpr double msPerSecond = 1000;
-   const bool isRight = age.is_null() ? port->second.createdTime >= shown.readTime
-                                      : std::abs(age.get<double>() - (now() - shown.readTime) * msPerSecond) <= 1;
+   const bool isRight = age.is_null()
+                             ? port->second.createdTime >= shown.readTime
+                             : std::abs(age.get<double>() - (now() - shown.readTime) * msPerSecond) <= 1;
    expect(isRight, title + " tells a wrong age");
 }
 
