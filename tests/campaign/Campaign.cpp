@@ -19,6 +19,8 @@ namespace {
 
 using SoftChip::CompletionMode;
 
+U64 runningEvent = 0; // or the last one
+
 constexpr unsigned devices = 3;
 constexpr double longestLate = 60; // seconds
 
@@ -111,6 +113,10 @@ Run::Run(const Settings& settings) : settings_(settings), model_(rmonOfField()) 
    config_.hardwareFile = folder_.path() + "/hardware";
 }
 
+U64 Run::lastEvent() {
+   return runningEvent;
+}
+
 std::size_t Run::deadObjects() {
    const auto lock = Kiln::ActivityLockAnchor::lock();
    return ZelCounter::CookieRegistry<ZelCounter::ZelCounters>::instance().retiredCount() +
@@ -167,7 +173,7 @@ void Run::runEvent(U64 number) {
       std::fflush(stdout);
    }
    ++result_.events;
-   lastEvent_ = number;
+   runningEvent = number;
    note(static_cast<U64>(kind - kinds));
    {
       const auto lock = Kiln::ActivityLockAnchor::lock();

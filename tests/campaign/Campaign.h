@@ -41,7 +41,7 @@ class Run : private SdkListener {
    // Throws Failure.
    Result run();
    // The number of the event that happens, or happened last.
-   static U64 lastEvent() { return lastEvent_; }
+   static U64 lastEvent();
    // Of the library, which wait for answers that were lost.
    static std::size_t deadObjects();
 
@@ -58,7 +58,6 @@ class Run : private SdkListener {
    void answering(const Request& request) override;
    void answered(const Request& request, const bf_rmon_counter_array_t* values) override;
 
-   inline static U64 lastEvent_ = 0;
    static double now() { return ZelTest::SimulatedTime::now(); }
    void advance(double seconds);
    void runEvent(U64 number);

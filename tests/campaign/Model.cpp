@@ -70,8 +70,8 @@ void Model::chipCame(U8 device, unsigned pipes) {
    Chip& chip = chips[device] = {};
    chip.life = ++lives_;
    chip.hasLeftovers = mayRefuseDeletions;
-   for (U16 pipe = 0; pipe < pipes; ++pipe) {
-      chip.pipes[pipe] = {};
+   for (unsigned pipe = 0; pipe < pipes; ++pipe) {
+      chip.pipes[static_cast<U16>(pipe)] = {};
    }
    for (auto& [intf, port] : ports) {
       port.queues.isStored &= port.place.device != device;

@@ -24,7 +24,10 @@ constexpr std::size_t queueLimit = 17;
 struct Place {
    U8 device = 0;
    U16 port = 0;
-   auto operator<=>(const Place&) const = default;
+   bool operator==(const Place&) const = default;
+   bool operator<(const Place& other) const {
+      return device != other.device ? device < other.device : port < other.port;
+   }
    unsigned pipe() const { return port / 128; }
    unsigned slot() const { return port % 128; }
    unsigned queues() const { return slot() == 66 ? 14 : slot() == 67 ? 2 : 8; }

@@ -95,7 +95,7 @@ void Run::assertion(Draws& draws) {
    if (model_.chips.empty()) {
       return;
    }
-   const auto& [device, chip] = draws.oneOf(model_.chips);
+   const U8 device = draws.oneOf(model_.chips).first;
    const auto& counters = agent_->countersMgr().zelCounters(device);
    SoftChip::Faults& faults = agent_->fleet().faults();
    const auto pollQueues = [&](const char* entryPoint) {
@@ -105,8 +105,8 @@ void Run::assertion(Draws& draws) {
          counters->pipeIntfQueueCounterSm(ZelId::ZelPipeId(0))->pollingClockExpired();
       }
    };
-   const bool hasQueues = std::ranges::any_of(model_.ports, [&, dev = device](const auto& entry) {
-      return entry.second.place.device == dev && entry.second.place.pipe() == 0 &&
+   const bool hasQueues = std::ranges::any_of(model_.ports, [&](const auto& entry) {
+      return entry.second.place.device == device && entry.second.place.pipe() == 0 &&
              entry.second.queues.isStored;
    });
    std::string expected;
