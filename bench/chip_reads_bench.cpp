@@ -1,10 +1,11 @@
-// The cost of one completion of a pipe's queue counters and of one fetch of the PDP counters, each as a multiple of its
-// floor: the same SDK reads, and nothing else. A completion includes the publishing. Floor and library take turns, so
-// that both see the same machine.
+// The cost of one completion of a pipe's queue counters, of one fetch of the PDP counters, and of what is published after
+// a sync pass, each as a multiple of its floor: the same SDK reads, and nothing else. A completion includes the
+// publishing. Floor and library take turns, so that both see the same machine.
 #include "bench/AllocationCount.h"
 #include "bench/CpuTime.h"
 #include "counters/ZelCounters.h"
 #include "counters/ZelCountersMgr.h"
+#include "counters/publish/ChipPublishingSm.h"
 #include "counters/queues/PipeIntfQueueCounterSm.h"
 #include "kiln/ActivityLock.h"
 #include "kiln/ActivityManager.h"
@@ -41,6 +42,7 @@ struct Switch {
       const Vex::SharedTables tables = Vex::openSharedTables(store);
       mounts->allIntfQueueCountersIs(tables.allIntfQueueCounters);
       mounts->allIntfClearQueueCountersIs(tables.allIntfClearQueueCounters);
+      mounts->chipTablesIs(tables.chipTables);
       mounts->writerConfigIs(Kiln::allocate<Vex::Counters::WriterConfig>());
       mgr = ZelCounter::zelCountersMgrFactory(systemStatus, mounts, Kiln::allocate<Vex::VexCommonSmData>(),
                                               Kiln::allocate<Agent::AgentCommandRequestDirSm>(), nullptr,
@@ -152,6 +154,41 @@ void pdpFetch(benchmark::State& state) {
    }
 }
 BENCHMARK(pdpFetch)->UseManualTime()->Unit(benchmark::kMicrosecond);
+
+// All of a chip's slices: drops, classes, stages and the rest of 256 ports; and health, with where these ports are.
+void publishedPass(benchmark::State& state) {
+   Switch one;
+   const auto readTable = [&](const char* table, U16 pipe, U32 stride, U32 entries) {
+      const U32 handle = one.handleOf(table);
+      ZelCountersIntf::ReadBuffer buffer;
+      p4_pd_counter_value value{};
+      ZelCountersIntf::counterReadIndirectStart(sess_hdl, 0, pipe, handle, &buffer);
+      for (U32 port = 0; port < portsPerPipe; ++port) {
+         for (U32 entry = 0; entry < entries; ++entry) {
+            ZelCountersIntf::counterReadIndirectMain(sess_hdl, 0, pipe, handle, port * stride + entry,
+                                                     &buffer, &value);
+            benchmark::DoNotOptimize(value);
+         }
+      }
+      ZelCountersIntf::counterReadIndirectEnd(sess_hdl);
+   };
+   const auto floor = [&] {
+      for (U16 pipe = 0; pipe < pipes; ++pipe) {
+         for (const ZlDrop::Table& table : ZlDrop::tables) {
+            readTable(table.name, pipe, ZlDrop::reasonsPerPort, ZlDrop::reasonsPerPort);
+         }
+         readTable("pdpClassCount", pipe, ZlPort::pdpClassesPerSlot, ZlPort::pdpClassesPerSlot);
+      }
+   };
+   compare(
+        state, [] {},
+        [&] {
+           one.chip->chipPublishingSm()->readOnceMore();
+           one.mgr->publishHealth();
+        },
+        floor);
+}
+BENCHMARK(publishedPass)->UseManualTime()->Unit(benchmark::kMicrosecond);
 
 } // namespace
 

@@ -379,7 +379,7 @@ struct TrafficManager : ByPipe {
 
 struct Chips : ByChip {
    using Record = Tables::ChipHealth;
-   static constexpr std::array verdicts{"ok", "degraded", "silent"};
+   static constexpr auto& verdicts = Record::verdictNames;
    enum Gauges : std::size_t {
       verdict,
       outstanding = verdict + verdicts.size(),

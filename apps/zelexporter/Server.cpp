@@ -111,9 +111,11 @@ void Server::boundAnswers() {
    std::ranges::sort(sending, std::greater{}, &Connection::since);
    for (Connection* const client : sending) { // the newest first: they stay
       held += client->heldBytes();
-      texts.insert(client->text());
-      texts.erase(nullptr);
-      if (held > mostHeldBytes || texts.size() > mostTexts) {
+      const PackedText* const text = client->text();
+      if (text != nullptr && texts.insert(text).second) {
+         held += text->packed.size();
+      }
+      if (held > mostHeldBytes) {
          client->close();
       }
    }

@@ -18,8 +18,8 @@ class Server {
         120}; // between two requests; collectors mostly come each minute
    static constexpr std::size_t mostRequests = 1000; // of a connection
    static constexpr std::size_t mostConnections = 256;
-   static constexpr std::size_t mostHeldBytes = 16777216; // of answers that wait for their readers
-   static constexpr std::size_t mostTexts = 4;            // of metrics, that wait for theirs
+   static constexpr std::size_t mostHeldBytes =
+        16777216; // of answers that wait for their readers, each text once
 
    // The site must outlive the server.
    Server(Kiln::OwnedFd listener, Site& site);

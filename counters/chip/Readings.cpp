@@ -171,44 +171,38 @@ bool Readings::isAsked(ReadingKey::Kind kind) const {
 }
 
 // By their age only: one refusal is no silence. A poller that was stopped says nothing of the chip.
-std::vector<std::pair<ReadingKey::Kind, bool>> Readings::answeredKinds() const {
-   std::array<bool, ReadingKey::kinds> isAsked{};
-   std::array<bool, ReadingKey::kinds> isAnswered{};
+std::array<std::optional<bool>, ReadingKey::kinds> Readings::answeredKinds() const {
+   std::array<std::optional<bool>, ReadingKey::kinds> answered;
    forEachPolled([&](const ReadingKey& key, const Reading& reading) {
-      const auto kind = static_cast<std::size_t>(key.kind);
       if (!reading.isStopped) {
-         isAsked[kind] = true;
-         isAnswered[kind] |= !isOld(key.kind, reading);
+         std::optional<bool>& isAnswered = answered[static_cast<std::size_t>(key.kind)];
+         isAnswered = isAnswered.value_or(false) || !isOld(key.kind, reading);
       }
    });
-   std::vector<std::pair<ReadingKey::Kind, bool>> answered;
-   for (std::size_t kind = 0; kind < ReadingKey::kinds; ++kind) {
-      if (isAsked[kind]) {
-         answered.emplace_back(static_cast<ReadingKey::Kind>(kind), isAnswered[kind]);
-      }
-   }
    return answered;
 }
 
 std::vector<ReadingKey::Kind> Readings::silentKinds() const {
    std::vector<ReadingKey::Kind> silent;
-   for (const auto& [kind, isAnswered] : answeredKinds()) {
-      if (!isAnswered) {
-         silent.push_back(kind);
+   const auto answered = answeredKinds();
+   for (std::size_t kind = 0; kind < answered.size(); ++kind) {
+      if (answered[kind] == false) {
+         silent.push_back(static_cast<ReadingKey::Kind>(kind));
       }
    }
    return silent;
 }
 
 bool Readings::isSilent() const {
-   std::size_t silent = 0;
-   for (const auto& [kind, isAnswered] : answeredKinds()) {
-      if (kind != ReadingKey::Kind::trafficManager && isAnswered) {
+   bool isSilent = false;
+   const auto answered = answeredKinds();
+   for (std::size_t kind = 0; kind < answered.size(); ++kind) {
+      if (answered[kind] == true && static_cast<ReadingKey::Kind>(kind) != ReadingKey::Kind::trafficManager) {
          return false;
       }
-      silent += isAnswered ? 0 : 1;
+      isSilent |= answered[kind] == false;
    }
-   return silent != 0;
+   return isSilent;
 }
 
 } // namespace ZelCounter

@@ -124,8 +124,8 @@ class Readings {
 
  private:
    Reading& at(const ReadingKey& key);
-   // The polled kinds, and whether any reading of them is fresh.
-   std::vector<std::pair<ReadingKey::Kind, bool>> answeredKinds() const;
+   // Of each polled kind, whether any reading of it is fresh; nothing of others.
+   std::array<std::optional<bool>, ReadingKey::kinds> answeredKinds() const;
    bool isOld(ReadingKey::Kind kind, const Reading& reading) const;
    ReadingState state(ReadingKey::Kind kind, const Reading& reading) const;
    template <class Visit>

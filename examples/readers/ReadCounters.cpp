@@ -9,6 +9,7 @@
 #include "silo/Errors.h"
 #include "silo/HistoryReader.h"
 #include "silo/TableReader.h"
+#include "vex/PublishedChip.h"
 #include "vex/PublishedHistory.h"
 #include "vex/PublishedRecords.h"
 
@@ -20,6 +21,7 @@
 #include <functional>
 #include <iomanip>
 #include <iostream>
+#include <iterator>
 #include <map>
 #include <sstream>
 
@@ -61,6 +63,7 @@ struct Row {
    std::vector<std::pair<string, double>> times{}; // by the table's clock; 0 for never, or not known
    std::optional<std::uint64_t> speed{};           // only ports have this and the next
    std::optional<std::uint64_t> suspects{};
+   std::vector<std::pair<string, string>> words{};
 };
 
 struct Ring {
@@ -79,6 +82,7 @@ struct View {
    std::vector<Ring> rings{};
    std::vector<Silo::Entry<Tables::Event>> events{};
    Silo::ClockDomain clock{}; // of the samples' times
+   const char* subject = "interfaces";
 };
 
 // --- Records
@@ -118,6 +122,105 @@ void take(const Tables::NatCounter& record, Row* row) {
    addTimes(record, row);
    row->times.emplace_back("creation", static_cast<double>(record.creationTime));
    row->times.emplace_back("last-update", record.lastUpdate);
+}
+
+// A text of the record, for any terminal.
+template <std::size_t size>
+string printable(const std::array<char, size>& field) {
+   string text(field.data(), strnlen(field.data(), size));
+   std::ranges::replace_if(
+        text, [](char c) { return c < ' ' || c > '~'; }, '?');
+   return text;
+}
+
+// A place's values, by their names, unless it was never read.
+template <class Record>
+void takePlace(const Record& record, std::size_t place, const string& prefix,
+               std::initializer_list<const char*> values, Row* row, bool isLevel = false) {
+   std::size_t i = 0;
+   for (const char* const value : values) {
+      const std::uint64_t total = (isLevel ? record.readings : record.totals)[place][i++];
+      if (record.readTimes[place] != 0 || total != 0) {
+         row->totals.push_back({prefix + value, total});
+      }
+   }
+   addTimes(record, row);
+}
+
+void take(const Tables::IntfDropCounters& record, Row* row) {
+   for (std::size_t place = 0; place < record.placeCount; ++place) {
+      const ZlDrop::Table& point = ZlDrop::tables[place / ZlDrop::reasonsPerPort];
+      const std::size_t reason = place % ZlDrop::reasonsPerPort;
+      const bool isNamed = reason < point.reasons.size();
+      const string name = isNamed ? point.reasons[reason] : "reason " + std::to_string(reason);
+      if (isNamed || record.totals[place][0] != 0) {
+         takePlace(record, place, string("drops.") + point.point + " " + name + ".", {"packets"}, row);
+      }
+   }
+}
+
+void take(const Tables::IntfPdpCounters& record, Row* row) {
+   for (std::size_t place = 0; place < record.placeCount; ++place) {
+      const string name = printable(record.classNames[place]);
+      if (!name.empty() || record.totals[place][0] != 0) {
+         takePlace(record, place, "class." + (name.empty() ? "class " + std::to_string(place) : name) + ".",
+                   {"packets"}, row);
+      }
+   }
+}
+
+void take(const Tables::PipeStageCounters& record, Row* row) {
+   for (std::size_t place = 0; place < record.placeCount; ++place) {
+      takePlace(record, place, string("stage.") + record.placeNames[place] + ".", {"in", "out", "dropped"},
+                row);
+   }
+}
+
+void take(const Tables::PipeDropCounters& record, Row* row) {
+   for (std::size_t place = 0; place < record.placeCount; ++place) {
+      takePlace(record, place, string("drops.") + record.placeNames[place] + ".", {"packets"}, row);
+   }
+}
+
+void take(const Tables::PipeTmCounters& record, Row* row) {
+   for (std::size_t place = 0; place < record.placeCount; ++place) {
+      const string prefix = string("tm.") + record.placeNames[place] + ".";
+      if (record.isLevel(place)) {
+         takePlace(record, place, prefix, {"cells"}, row, true);
+      } else {
+         takePlace(record, place, prefix, {"packets", "bytes"}, row);
+      }
+   }
+}
+
+void take(const Tables::ChipHealth& record, Row* row) {
+   for (std::size_t place = 0; place < record.placeCount; ++place) {
+      takePlace(record, place, "", {record.placeNames[place]}, row);
+   }
+   row->totals.push_back({"outstanding", record.outstanding});
+   row->totals.push_back({"pending-vlans", record.pendingVlans});
+   row->times.emplace_back("up", record.upTime);
+   for (std::size_t kind = 0; kind < record.kindNames.size(); ++kind) {
+      if (record.isPolled[kind] != 0) {
+         row->times.emplace_back(string(record.kindNames[kind]) + "-read", record.oldestReadTimes[kind]);
+      }
+   }
+   const auto verdict = static_cast<std::size_t>(record.verdict);
+   row->words = {
+        {"verdict", verdict < record.verdictNames.size() ? record.verdictNames[verdict] : "unknown"}};
+}
+
+void take(const Tables::IntfPlace& record, Row* row) {
+   row->words = {{"chip", printable(record.chip)}};
+   row->totals = {{"device", record.device}, {"device-port", record.devicePort}, {"speed", record.speed}};
+}
+
+void take(const Tables::AgentHealth& record, Row* row) {
+   row->words = {{"version", printable(record.version)}};
+   row->times = {{"started", record.startedTime}};
+   row->totals = {{"dead-objects", record.deadObjects},
+                  {"longest-hold-us", static_cast<std::uint64_t>(std::llround(record.longestHold * 1e6))},
+                  {"longest-wait-us", static_cast<std::uint64_t>(std::llround(record.longestWait * 1e6))}};
 }
 
 // Reads the whole table, or one record. No call of a TableReader waits longer than about 50 ms, and none for a dead
@@ -192,15 +295,6 @@ View readHistory(const Silo::Store& store, const Options& options) {
    view.isWriterAlive = reader.isWriterAlive();
    view.now = Silo::monotonicNow();
    return view;
-}
-
-// A text of the record, for any terminal.
-template <std::size_t size>
-string printable(const std::array<char, size>& field) {
-   string text(field.data(), strnlen(field.data(), size));
-   std::ranges::replace_if(
-        text, [](char c) { return c < ' ' || c > '~'; }, '?');
-   return text;
 }
 
 View readEvents(const Silo::Store& store, const Options& options) {
@@ -278,6 +372,9 @@ void addJson(const View& view, const Row& row, std::ostream& out) {
          out << ",\n      \"speed\": " << (*row.speed != 0 ? std::to_string(*row.speed) : "null");
          out << ",\n      \"suspects\": " << *row.suspects;
       }
+      for (const auto& [name, word] : row.words) {
+         out << ",\n      \"" << name << "\": " << quoted(word);
+      }
       out << ",\n      \"totals\": {";
       for (const Counter& one : row.totals) {
          out << (&one == row.totals.data() ? "" : ",") << "\n        " << quoted(one.name) << ": "
@@ -305,12 +402,18 @@ string document(const View& view, const string& more, const char* name, const st
 
 // The same document as that of the client's commands.
 string recordsAsJson(const View& view) {
-   return document(view, "", "interfaces", view.rows);
+   return document(view, "", view.subject, view.rows);
 }
 
-// What a list has room for: of queues, their sums.
+// What a list has room for: of queues, their sums; of places, those that count.
 std::vector<Counter> summary(const std::vector<Counter>& totals) {
    std::vector<Counter> sums;
+   const auto isOfPlace = [](const Counter& one) {
+      return one.name.find('.') != string::npos && !one.name.starts_with("queue.") &&
+             !one.name.starts_with("priority.");
+   };
+   std::ranges::copy_if(totals, std::back_inserter(sums),
+                        [&](const Counter& one) { return isOfPlace(one) && one.total != 0; });
    for (const auto& [name, total] : totals) {
       const string column = name.starts_with("queue.") ? name.substr(name.rfind('.') + 1) : name;
       for (const char* const shown :
@@ -349,6 +452,9 @@ string recordsAsText(const View& view, bool isWhole) {
       out << (row.name.empty() ? "(name lost)" : row.name) << ": " << stateOf(row.result);
       if (row.result == Silo::ReadResult::ok) {
          out << (row.isStale ? ", stale" : "") << ", sampled " << ageText(row.age);
+         for (const auto& [name, word] : row.words) {
+            out << ", " << name << ' ' << word;
+         }
          for (const auto& [name, total] : isWhole ? row.totals : summary(row.totals)) {
             out << (isWhole ? "\n   " : ", ") << name << ' ' << total;
          }
@@ -519,6 +625,15 @@ struct Format {
    string (*asText)(const View&, bool isWhole) = recordsAsText;
 };
 
+template <class Record>
+auto readOf(const char* subject) {
+   return [subject](const Silo::Store& store, const Options& options) {
+      View view = readTable<Record>(store, options);
+      view.subject = subject;
+      return view;
+   };
+}
+
 const std::map<string, Format>& formats() {
    static const std::map<string, Format> all{
         {Tables::TableName::intfCounters, {readTable<Tables::IntfCounters>}},
@@ -530,6 +645,14 @@ const std::map<string, Format>& formats() {
         {Tables::TableName::subIntfCounters, {readTable<Tables::L3IntfCounters>}},
         {Tables::TableName::subIntfClearCounters, {readTable<Tables::L3IntfCounters>}},
         {Tables::TableName::intfNatCounters, {readTable<Tables::NatCounter>}},
+        {Tables::TableName::intfPlaces, {readTable<Tables::IntfPlace>}},
+        {Tables::TableName::intfDropCounters, {readTable<Tables::IntfDropCounters>}},
+        {Tables::TableName::intfPdpCounters, {readTable<Tables::IntfPdpCounters>}},
+        {Tables::TableName::pipeStageCounters, {readOf<Tables::PipeStageCounters>("pipes")}},
+        {Tables::TableName::pipeDropCounters, {readOf<Tables::PipeDropCounters>("pipes")}},
+        {Tables::TableName::pipeTmCounters, {readOf<Tables::PipeTmCounters>("pipes")}},
+        {Tables::TableName::chipHealth, {readOf<Tables::ChipHealth>("chips")}},
+        {Tables::TableName::agentHealth, {readOf<Tables::AgentHealth>("agents")}},
         {Tables::TableName::intfHistory, {readHistory<Tables::IntfHistory>, historyAsJson, historyAsText}},
         {Tables::TableName::intfQueueHistory,
          {readHistory<Tables::IntfQueueHistory>, historyAsJson, historyAsText}},

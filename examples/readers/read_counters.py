@@ -93,7 +93,7 @@ class Record:
     def __init__(self, totals, times, numbers=None):
         self.totals = totals
         self.times = times
-        self.numbers = numbers or {}  # what only ports have
+        self.numbers = numbers or {}  # what only some have; also words
 
 
 def read_intf(payload):
@@ -128,6 +128,104 @@ def read_nat(payload):
                                                           "creation": creation, "last-update": last_update})
 
 
+POINTS = {
+    "ingress": ["bad FCS", "invalid VLAN id", "VLAN not allowed", "group source address", "QoS policy", "ACL denied",
+                "same port", "unknown unicast filtered", "no egress port"],
+    "egress": ["queue congested", "VLAN not allowed", "ACL denied", "MTU exceeded"],
+    "final": ["lost at the port", "lost at ingress", "lost in the queues", "lost at egress"]}
+REASONS = [f"{point} {reasons[i] if i < len(reasons) else f'reason {i}'}"
+           for point, reasons in POINTS.items() for i in range(16)]
+STAGES = ["port-rx", "parser", "ingress", "ingress-deparser", "traffic-manager", "egress", "egress-deparser", "port-tx"]
+DROP_PLACES = ["stage 0", "stage 1", "stage 2", "stage 3", "ingress deparser", "stage 4", "stage 5", "egress deparser"]
+TM_COUNTERS = ["in from the pipe", "out to the pipe", "dropped", "multicast copies", "cut through"]
+TM_LEVELS = ["cells in use", "cells of a port, peak"]
+HEALTH = ["refused", "unanswered", "late", "wraps", "upsets"]
+HEALTH_KINDS = ["mac", "tables", "queues", "traffic-manager"]
+VERDICTS = ["ok", "degraded", "silent"]
+
+
+class Places:
+    """What all records of places begin with: arrays of so many places with so many values each."""
+
+    def __init__(self, payload, places, values):
+        count = places * values
+        words = struct.unpack_from(f"={3 * count}Q{places + 2}d", payload)
+        self.totals = [words[i:i + values] for i in range(0, count, values)]
+        self.readings = [words[count + i:count + i + values] for i in range(0, count, values)]
+        self.read_times = words[3 * count:3 * count + places]
+        self.times = dict(zip(("discontinuity", "created"), words[-2:]))
+        self.end = 8 * (3 * count + places) + 32
+
+    def named(self, place, prefix, names, is_level=False):
+        """A place's values, by their names, unless it was never read."""
+        values = (self.readings if is_level else self.totals)[place]
+        return {prefix + name: value for name, value in zip(names, values) if value or self.read_times[place]}
+
+
+def read_drops(payload):
+    places = Places(payload, 48, 1)
+    totals = {}
+    for place, name in enumerate(REASONS):
+        if " reason " not in name or places.totals[place][0]:
+            totals.update(places.named(place, f"drops.{name}.", ["packets"]))
+    return Record(totals, places.times)
+
+
+def read_classes(payload):
+    places = Places(payload, 32, 1)
+    totals = {}
+    for place in range(32):
+        name = printable(payload[places.end + 64 * place:places.end + 64 * place + 64].split(b"\0")[0])
+        if name or places.totals[place][0]:
+            totals.update(places.named(place, f"class.{name or f'class {place}'}.", ["packets"]))
+    return Record(totals, places.times)
+
+
+def reader_of_pipes(kind, names, values):
+    def read(payload):
+        places = Places(payload, len(names), len(values))
+        totals = {}
+        for place, name in enumerate(names):
+            totals.update(places.named(place, f"{kind}.{name}.", values))
+        return Record(totals, places.times)
+    return read
+
+
+def read_tm(payload):
+    places = Places(payload, 7, 2)
+    totals = {}
+    for place, name in enumerate(TM_COUNTERS):
+        totals.update(places.named(place, f"tm.{name}.", ["packets", "bytes"]))
+    for place, name in enumerate(TM_LEVELS, len(TM_COUNTERS)):
+        totals.update(places.named(place, f"tm.{name}.", ["cells"], True))
+    return Record(totals, places.times)
+
+
+def read_health(payload):
+    places = Places(payload, 5, 1)
+    verdict, _, up, *rest = struct.unpack_from("=2Id4d6Q", payload, places.end)
+    totals = {}
+    for place, name in enumerate(HEALTH):
+        totals.update(places.named(place, "", [name]))
+    totals.update({"outstanding": rest[8], "pending-vlans": rest[9]})
+    times = places.times | {"up": up} | {kind + "-read": moment for kind, moment, is_polled
+                                         in zip(HEALTH_KINDS, rest, rest[4:]) if is_polled}
+    return Record(totals, times, {"verdict": VERDICTS[verdict] if verdict < len(VERDICTS) else "unknown"})
+
+
+def read_place(payload):
+    chip, device, port, speed = struct.unpack_from("=64s2IQ", payload)
+    return Record({"device": device, "device-port": port, "speed": speed}, {},
+                  {"chip": printable(chip.split(b"\0")[0])})
+
+
+def read_agent(payload):
+    version, started, _, dead, hold, wait = struct.unpack_from("=32s2dQ2d", payload)
+    return Record({"dead-objects": dead, "longest-hold-us": int(hold * 1e6 + 0.5),
+                   "longest-wait-us": int(wait * 1e6 + 0.5)}, {"started": started},
+                  {"version": printable(version.split(b"\0")[0])})
+
+
 class Event:
     def __init__(self, payload):
         (self.number, self.time, self.unix_time, self.count, self.last_time, self.last_unix_time, self.has_values,
@@ -144,7 +242,8 @@ HISTORY_FIELDS = ["in-octets", "out-octets", "in-pkts", "out-pkts", "in-errors",
 
 
 class Layout:
-    def __init__(self, name, version, size, read=None):
+    def __init__(self, name, version, size, read=None, subject="interfaces"):
+        self.subject = subject  # what its records are of
         self.name = name
         self.version = version
         self.size = size
@@ -161,6 +260,16 @@ NAT = Layout("NatCounter", 2, 136, read_nat)
 TABLES = {"IntfCounters": INTF, "IntfClearCounters": INTF, "IntfQueueCounters": QUEUES,
           "IntfClearQueueCounters": QUEUES, "VlanIntfCounters": L3, "VlanIntfClearCounters": L3,
           "SubIntfCounters": L3, "SubIntfClearCounters": L3, "IntfNatCounters": NAT,
+          "IntfPlaces": Layout("IntfPlace", 1, 80, read_place),
+          "IntfDropCounters": Layout("IntfDropCounters", 1, 1568, read_drops),
+          "IntfPdpCounters": Layout("IntfPdpCounters", 1, 3104, read_classes),
+          "PipeStageCounters": Layout("PipeStageCounters", 1, 672,
+                                      reader_of_pipes("stage", STAGES, ["in", "out", "dropped"]), "pipes"),
+          "PipeDropCounters": Layout("PipeDropCounters", 1, 288, reader_of_pipes("drops", DROP_PLACES, ["packets"]),
+                                     "pipes"),
+          "PipeTmCounters": Layout("PipeTmCounters", 1, 424, read_tm, "pipes"),
+          "ChipHealth": Layout("ChipHealth", 1, 288, read_health, "chips"),
+          "AgentHealth": Layout("AgentHealth", 1, 72, read_agent, "agents"),
           "Events": Layout("Event", 1, 488, Event)}
 HISTORIES = {"IntfHistory": Layout("IntfHistory", 1, 72), "IntfQueueHistory": Layout("IntfQueueHistory", 1, 192)}
 
@@ -485,12 +594,13 @@ def as_json(view):
             shown.update(row.record.numbers)
             shown["totals"] = row.record.totals
         interfaces.append(shown)
-    return view.as_json({"interfaces": interfaces})
+    return view.as_json({TABLES[view.name].subject: interfaces})
 
 
 def summary(totals):
-    """What a list has room for: of queues, their sums."""
-    sums = {}
+    """What a list has room for: of queues, their sums; of places, those that count."""
+    sums = {name: total for name, total in totals.items()
+            if total and "." in name and not name.startswith(("queue.", "priority."))}
     for name, total in totals.items():
         column = name.split(".")[-1] if name.startswith("queue.") else name
         if column in L3_FIELDS + ["packets", "bytes", "drops"]:
@@ -504,6 +614,7 @@ def as_text(view, is_whole):
         line = f"{row.name or '(name lost)'}: {row.state}"
         if row.state == "ok":
             line += (", stale" if view.is_stale(row) else "") + ", sampled " + view.age_text(row.sample_time)
+            line += "".join(f", {name} {word}" for name, word in row.record.numbers.items() if isinstance(word, str))
             totals = row.record.totals if is_whole else summary(row.record.totals)
             separator = "\n   " if is_whole else ", "
             line += "".join(f"{separator}{name} {total}" for name, total in totals.items())

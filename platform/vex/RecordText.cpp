@@ -38,6 +38,34 @@ RecordText textOfCounters(const Record& record) {
    return text;
 }
 
+// Adds a place's counters, one for each name of a value.
+template <class Record>
+void addPlace(RecordText* text, const Record& record, std::size_t place, const Kiln::String& prefix,
+              std::initializer_list<const char*> values, bool isError) {
+   const bool isRead = record.readTimes[place] != 0;
+   std::size_t i = 0;
+   for (const std::string_view value : values) {
+      U64 total = record.totals[place][i];
+      if constexpr (requires { Record::isLevel(place); }) {
+         total = Record::isLevel(place) ? record.readings[place][i] : total;
+      }
+      text->counters.push_back({.name = prefix + Kiln::String(value),
+                                .total = total,
+                                .isError = isError || value == "dropped",
+                                .isRead = isRead || total != 0,
+                                .readTime = record.readTimes[place]});
+      ++i;
+   }
+}
+
+template <class Record>
+RecordText beginPlaces(const Record& record) {
+   RecordText text;
+   text.times = timesOf(record);
+   text.isRated = false;
+   return text;
+}
+
 void addLine(Kiln::String* lines, const Kiln::String& name, const Kiln::String& value) {
    *lines += name + " " + value + "\n";
 }
@@ -99,6 +127,90 @@ RecordText textOf(const Silo::Interface::NatCounter& record) {
    return text;
 }
 
+RecordText textOf(const Silo::Interface::IntfDropCounters& record) {
+   RecordText text = beginPlaces(record);
+   for (std::size_t point = 0; point < ZlDrop::tables.size(); ++point) {
+      const ZlDrop::Table& table = ZlDrop::tables[point];
+      for (U32 reason = 0; reason < ZlDrop::reasonsPerPort; ++reason) {
+         const std::size_t place = record.place(static_cast<ZlDrop::Point>(point), reason);
+         const bool isNamed = reason < table.reasons.size();
+         if (isNamed || record.totals[place][0] != 0) {
+            const Kiln::String name =
+                 isNamed ? Kiln::String(table.reasons[reason]) : "reason " + std::to_string(reason);
+            addPlace(&text, record, place, Kiln::String("drops.") + table.point + " " + name + ".",
+                     {"packets"}, true);
+         }
+      }
+   }
+   return text;
+}
+
+RecordText textOf(const Silo::Interface::IntfPdpCounters& record) {
+   RecordText text = beginPlaces(record);
+   for (std::size_t place = 0; place < record.totals.size(); ++place) {
+      const auto& chars = record.classNames[place];
+      Kiln::String name(chars.begin(), std::find(chars.begin(), chars.end(), '\0'));
+      if (!name.empty() || record.totals[place][0] != 0) {
+         name = name.empty() ? "class " + std::to_string(place) : name;
+         addPlace(&text, record, place, "class." + name + ".", {"packets"}, false);
+      }
+   }
+   return text;
+}
+
+RecordText textOf(const Silo::Interface::PipeStageCounters& record) {
+   RecordText text = beginPlaces(record);
+   for (std::size_t place = 0; place < record.totals.size(); ++place) {
+      addPlace(&text, record, place, Kiln::String("stage.") + record.placeNames[place] + ".",
+               {"in", "out", "dropped"}, false);
+   }
+   return text;
+}
+
+RecordText textOf(const Silo::Interface::PipeDropCounters& record) {
+   RecordText text = beginPlaces(record);
+   for (std::size_t place = 0; place < record.totals.size(); ++place) {
+      addPlace(&text, record, place, Kiln::String("drops.") + record.placeNames[place] + ".", {"packets"},
+               true);
+   }
+   return text;
+}
+
+RecordText textOf(const Silo::Interface::PipeTmCounters& record) {
+   RecordText text = beginPlaces(record);
+   for (std::size_t place = 0; place < record.totals.size(); ++place) {
+      const Kiln::String prefix = Kiln::String("tm.") + record.placeNames[place] + ".";
+      if (record.isLevel(place)) {
+         addPlace(&text, record, place, prefix, {"cells"}, false);
+      } else {
+         addPlace(&text, record, place, prefix, {"packets", "bytes"},
+                  record.placeNames[place] == std::string_view("dropped"));
+      }
+   }
+   return text;
+}
+
+RecordText textOf(const Silo::Interface::ChipHealth& record) {
+   using Silo::Interface::ChipHealth;
+   RecordText text = beginPlaces(record);
+   for (std::size_t place = 0; place < record.totals.size(); ++place) {
+      addPlace(&text, record, place, "", {record.placeNames[place]}, true);
+   }
+   text.counters.push_back({.name = "outstanding", .total = record.outstanding});
+   text.counters.push_back({.name = "pending-vlans", .total = record.pendingVlans});
+   text.times.push_back({"up", record.upTime});
+   for (std::size_t kind = 0; kind < record.kindNames.size(); ++kind) {
+      if (record.isPolled[kind] != 0) {
+         text.times.push_back({Kiln::String(record.kindNames[kind]) + "-read", record.oldestReadTimes[kind]});
+      }
+   }
+   // Whatever another process may have written.
+   const auto verdict = static_cast<std::size_t>(record.verdict);
+   text.words = {
+        {"verdict", verdict < record.verdictNames.size() ? record.verdictNames[verdict] : "unknown"}};
+   return text;
+}
+
 double RecordText::time(std::string_view name) const {
    const auto found = std::ranges::find(times, name, &NamedTime::name);
    return found == times.end() ? 0 : found->time;
@@ -116,6 +228,11 @@ std::vector<U64> sinceClear(const RecordText& text, const RecordText& cleared) {
       std::ranges::transform(text.counters, counts.begin(), &NamedCounter::total);
    }
    return counts;
+}
+
+std::optional<Kiln::String> RecordText::word(std::string_view name) const {
+   const auto found = std::ranges::find(words, name, &NamedWord::name);
+   return found == words.end() ? std::nullopt : std::optional(found->word);
 }
 
 S64 milliseconds(double seconds) {

@@ -3,6 +3,7 @@
 
 #include "kiln/Types.h"
 #include "silo/Record.h"
+#include "vex/PublishedChip.h"
 #include "vex/PublishedRecords.h"
 
 #include <optional>
@@ -10,7 +11,8 @@
 
 namespace Vex {
 
-// A counter of a record. Names are OpenConfig's, or formed like them: "in-octets", "queue.3.drops".
+// A counter of a record. Names are OpenConfig's, or formed like them: "in-octets". Those of a place are its kind, its
+// name and a value's: "queue.3.drops", "drops.ingress ACL denied.packets". Neither kinds nor values have a point in them.
 struct NamedCounter {
    Kiln::String name;
    U64 total = 0;
@@ -18,6 +20,13 @@ struct NamedCounter {
    std::optional<double> rate{}; // of the last step, per second; if known
    bool isError = false;         // counts what should not happen
    bool isRead = true;           // false: its 0 was never read
+   double readTime = 0;          // of a place that is read on its own, on the clock of its table
+};
+
+// What a record says in a word, such as a verdict.
+struct NamedWord {
+   Kiln::String name;
+   Kiln::String word;
 };
 
 // A moment of a record, on the clock of its table; 0 for never, or not known. All records have "discontinuity" and
@@ -35,9 +44,12 @@ struct RecordText {
    std::optional<U64> suspects{};    // where the record counts them
    std::optional<U64> speed{};       // of a port, bit/s; 0: not known
    bool isRated = true;              // false: records of this kind have no rates
+   std::vector<NamedWord> words{};
 
    // 0 for a name that the record does not have.
    double time(std::string_view name) const;
+   // Nothing for a name that the record does not have.
+   std::optional<Kiln::String> word(std::string_view name) const;
 };
 
 RecordText textOf(const Silo::Interface::IntfCounters& record);
@@ -45,6 +57,14 @@ RecordText textOf(const Silo::Interface::L3IntfCounters& record);
 // Three counters for each queue that the interface has, in order: packets, bytes, drops.
 RecordText textOf(const Silo::Interface::IntfQueueCounters& record);
 RecordText textOf(const Silo::Interface::NatCounter& record);
+// Places in the order of the record. A reason or class without a name is there only if it counts something.
+RecordText textOf(const Silo::Interface::IntfDropCounters& record);
+RecordText textOf(const Silo::Interface::IntfPdpCounters& record);
+RecordText textOf(const Silo::Interface::PipeStageCounters& record);
+RecordText textOf(const Silo::Interface::PipeDropCounters& record);
+RecordText textOf(const Silo::Interface::PipeTmCounters& record);
+// Its counters have plain names; those of now, such as "outstanding", are among them.
+RecordText textOf(const Silo::Interface::ChipHealth& record);
 
 // The counts since the clear that the clear record was made at, in the order of the record's counters; never more than
 // the totals. They are the totals if the clear record is not of this record's life: of another creation time, or with a

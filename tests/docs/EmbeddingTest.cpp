@@ -109,6 +109,7 @@ struct YourAgent {
       mounts->subIntfCountersDirIs(tables.subIntfCountersDir);
       mounts->subIntfCountersSnapshotDirIs(tables.subIntfCountersSnapshotDir);
       mounts->intfAllNatCounterDirIs(tables.intfAllNatCounterDir);
+      mounts->chipTablesIs(tables.chipTables);
       mounts->qosPolicyDropCountSiloTableIs(Kiln::allocate<Silo::ZelSystem::P4CounterTable>());
       mounts->writerConfigIs(Kiln::allocate<Vex::Counters::WriterConfig>());
       mgr = ZelCounter::zelCountersMgrFactory(systemStatus, mounts, Kiln::allocate<Vex::VexCommonSmData>(),

@@ -35,9 +35,13 @@ spec.loader.exec_module(python_reader)
 
 READERS = {"C++": [in_cpp], "Python": [sys.executable, "-B", in_python]}
 TABLES = ("IntfCounters", "IntfClearCounters", "IntfQueueCounters", "IntfClearQueueCounters", "VlanIntfCounters",
-          "VlanIntfClearCounters", "SubIntfCounters", "SubIntfClearCounters", "IntfNatCounters")
+          "VlanIntfClearCounters", "SubIntfCounters", "SubIntfClearCounters", "IntfNatCounters", "IntfPlaces",
+          "IntfDropCounters", "IntfPdpCounters", "PipeStageCounters", "PipeDropCounters", "PipeTmCounters", "ChipHealth",
+          "AgentHealth")
 VIEWS = {"interfaces": "IntfCounters", "queues": "IntfQueueCounters", "vlans": "VlanIntfCounters",
-         "subinterfaces": "SubIntfCounters", "nat": "IntfNatCounters"}
+         "subinterfaces": "SubIntfCounters", "nat": "IntfNatCounters", "drops": "IntfDropCounters",
+         "classes": "IntfPdpCounters", "pipeline": "PipeStageCounters", "mau-drops": "PipeDropCounters",
+         "traffic-manager": "PipeTmCounters", "health": "ChipHealth"}
 RECORDER = {"IntfHistory": "rings", "IntfQueueHistory": "rings", "Events": "events"}  # and what is in the document
 LIMIT = 20  # seconds: a reader that takes longer hangs, even on a machine that is busy
 
@@ -65,12 +69,18 @@ def document_of(reader, table="IntfCounters", statuses=(0,)):
     return document([*READERS[reader], "--silo", silo, "--table", table, "--json"], statuses)
 
 
+def rows_of(node):
+    """The records, whatever they are of."""
+    return next(node[subject] for subject in ("interfaces", "pipes", "chips", "agents") if subject in node)
+
+
 def document_of_client(view):
     """What the client says of one table's records, without what it concludes from several numbers or tables."""
     node = document([client, "--silo", silo, view, "json"])
     node.pop("notes")
-    for row in node["interfaces"]:
-        for name in ("activity", "queue-activity", "in-use-per-mille", "out-use-per-mille", "queue-drops-age-ms"):
+    for row in rows_of(node):
+        for name in ("activity", "queue-activity", "activities", "in-use-per-mille", "out-use-per-mille",
+                     "queue-drops-age-ms"):
             row.pop(name, None)
         row.get("totals", {}).pop("out-queue-drops", None)
     return node
@@ -79,7 +89,7 @@ def document_of_client(view):
 def ages_out(node):
     """The document without what depends on when it was read; the ages in the order in which they were."""
     ages = []
-    for row in node["interfaces"]:
+    for row in rows_of(node):
         for name in [one for one in row if one.endswith("age-ms")]:
             ages.append(row.pop(name))
         row.pop("stale", None)
@@ -146,11 +156,11 @@ def expect_same_of_all_tables(is_alive):
         documents = [document_of(reader, table) for reader in READERS]
         documents += [document_of_client(view) for view, name in VIEWS.items() if name == table]
         check(documents[0]["writer-alive"] == is_alive, table, "alive:", documents[0]["writer-alive"])
-        check(documents[0]["interfaces"], table, "is empty: nothing is compared")
+        check(rows_of(documents[0]), table, "is empty: nothing is compared")
         check(all(one == documents[0] for one in documents), table, *documents)
         if is_alive:
             continue
-        for options in ([], [documents[0]["interfaces"][0]["name"]]):
+        for options in ([], [rows_of(documents[0])[0]["name"]]):
             texts = [read(reader, "--table", table, *options) for reader in READERS]
             check(texts[0].returncode == 0 and len(texts[0].stdout) > 40, texts[0])
             check(texts[0].stdout == texts[1].stdout, table, texts[0].stdout, "and", texts[1].stdout)
@@ -209,7 +219,7 @@ def test_every_table():
 # --- An agent that writes all the time
 
 
-def rows_of(node):
+def totals_of(node):
     return {(node["table"], row["name"], row["generation"]): row["totals"]
             for row in node["interfaces"] if row["state"] == "ok"}
 
@@ -241,7 +251,7 @@ def test_living_agent():
         while min(met[pair] for pair in wanted) < 48 or len(seen) < 5 * 16:
             check(time.monotonic() < deadline, "too few records were seen twice:", met, len(seen))
             for name, program in programs.items():
-                for record, totals in rows_of(program()).items():
+                for record, totals in totals_of(program()).items():
                     for other, said in seen[record].items():
                         check(said == totals, record, other, said, name, totals)
                         met[frozenset((name, other))] += 1

@@ -242,7 +242,7 @@ def sizes():
             took = []
             for headers in (ACCEPT, PACKED):
                 cpu, scrapes = cpu_of(exporter), 0
-                while cpu_of(exporter) - cpu < 0.25:  # which the kernel tells in steps of 0.01
+                while scrapes < 10 or cpu_of(exporter) - cpu < 0.25:  # the kernel tells of steps of 0.01
                     scrapes += 1
                     begin = time.monotonic()
                     packed = fetch(port, "/metrics", **headers)

@@ -138,7 +138,8 @@ String misplaced(const Words& words, const String& command) {
    if (command != "counters" || rest.empty()) {
       return "";
    }
-   if (isRecordCommand(rest.front()) || isLog(rest.front())) {
+   const bool isPublished = isRecordCommand(rest.front()) && !isAgentShow(rest.front());
+   if (isPublished || isLog(rest.front())) {
       return Kiln::joined(rest, " ");
    }
    const String right = isShow ? "" : rightCommand(rest);

@@ -50,19 +50,32 @@ there was no room in the buffer.
      Topic{"chip", "one chip only: its name follows"},
      Topic{"drop", "dropped frames by reason and port, the worst first",
            "\n   counters show drop [interface INTF] [nonzero] [top N] [final]\n"},
+     Topic{"drops", "drops of ports by reason, as published",
+           "\n   drops [INTF...] [nonzero] [exact] [json]\n\nTotals, which no clear changes.\n"},
+     Topic{"classes", "packets of ports by class, as published",
+           "\n   classes [INTF...] [nonzero] [exact] [json]\n\nTotals, which no clear changes.\n"},
+     Topic{"mau-drops", "drops by match-action stage, as published",
+           "\n   mau-drops [PIPE...] [nonzero] [exact] [json]\n\nTotals, which no clear changes.\n"},
      Topic{"pipeline", "packets in, out and dropped by pipeline stage",
-           "\n   counters show pipeline [stage NAME] [pipe N]\n"},
+           "\n   counters show pipeline [stage NAME] [pipe N]\n"
+           "   pipeline [PIPE...] [nonzero] [exact] [json]\n\n"
+           "The second shows what is published: totals, which no clear changes.\n"},
      Topic{"stage", "of one pipeline stage: its name follows"},
      Topic{"mau-deparser-drop", "drops by match-action stage",
            "\n   counters show mau-deparser-drop [intf INTF | pipe N]\n"},
      Topic{"traffic-manager", "the buffer: totals, drops, cells in use",
-           "\n   counters show traffic-manager [pipe N]\n"},
+           "\n   counters show traffic-manager [pipe N]\n"
+           "   traffic-manager [PIPE...] [nonzero] [exact] [json]\n\n"
+           "The second shows what is published: totals, which no clear changes.\n"},
      Topic{"mac", "MAC counters of ports", "\n   counters show mac [intf INTF]\n"},
      Topic{"pdp", "packets by class", "\n   counters show pdp [intf INTF]\n"},
      Topic{"table", "counter tables of the P4 program", "\n   counters show table [ID|NAME] [pipe N]\n"},
      Topic{"info", "which counter tables there are", "\n   counters show info\n"},
      Topic{"health", "a verdict on each chip, and how old its readings are", R"(
    counters show health [json]
+   health [CHIP...] [nonzero] [exact] [json]
+
+The second shows what is published: totals over restarts.
 
 Verdict         ok; degraded: something was not read for three intervals, or
                 the last try failed; silent: nothing was read from the hardware
@@ -318,9 +331,18 @@ String helpOnNext(const Words& candidates, const String& before) {
    return text + (names.empty() ? "" : lineOf("one of", Kiln::nameRanges(names)));
 }
 
+namespace {
+
+const Words shown{"drop", "pipeline", "mau-deparser-drop", "traffic-manager", "mac", "pdp", "table",
+                  "info", "health"};
+
+} // namespace
+
+bool isAgentShow(const String& word) {
+   return std::ranges::find(shown, word) != shown.end();
+}
+
 String rightCommand(const Words& words) {
-   const Words shown{"drop", "pipeline", "mau-deparser-drop", "traffic-manager", "mac", "pdp", "table",
-                     "info", "health"};
    constexpr std::size_t least = 2; // letters of an abbreviation that is worth a guess
    // The command, and the words from there on.
    const auto with = [&](String command, std::size_t from) {
@@ -333,7 +355,7 @@ String rightCommand(const Words& words) {
    const String& first = words.front();
    const bool isShow = first.size() >= least && String("show").starts_with(first);
    const bool isClear = first.size() >= least && String("clear").starts_with(first);
-   if (isShow && words.size() > 1) {
+   if (isShow && words.size() > 1 && !isAgentShow(words[1])) {
       const String command = commandNamed(words[1]);
       if (isRecordCommand(command) || isLog(command)) {
          return with(command, 2);

@@ -20,5 +20,7 @@ Kiln::String helpOnNext(const std::vector<Kiln::String>& candidates, const Kiln:
 // The command that a line with a wrong first word was meant to be: "interfaces" for "show interfaces", "counters show
 // drop" for "drop". Empty if that cannot be told.
 Kiln::String rightCommand(const std::vector<Kiln::String>& words);
+// Whether the agent shows it as well: then it is no mistake to ask the agent.
+bool isAgentShow(const Kiln::String& word);
 
 } // namespace ZelCtl

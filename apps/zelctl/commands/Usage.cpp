@@ -64,13 +64,14 @@ These read what an agent published in the shared tables, even if none is running
 constexpr const char* end = R"(     INTF                           only these; 'interfaces' shows all counters
                                     of each; also Ethernet1-4,7 and Eth1
      nonzero                        leaves out what is 0
-     rates                          not for nat: per second, over the last
-                                    polling interval
+     rates                          of interfaces, queues, vlans, subinterfaces:
+                                    per second, over the last polling interval
      errors                         for interfaces: errors, discards, drops of
                                     the queues and suspect steps (too big for
                                     the port's speed)
-     raw                            not for queues: the chip's own counts, which
-                                    wrap and may jump
+     raw                            of interfaces, vlans, subinterfaces, nat:
+                                    the chip's own counts, which wrap and may
+                                    jump
      exact                          every digit of large numbers
      since 5m|clear|14:05:09        counts since then, and mean rates; history
                                     there is of interfaces and queues only

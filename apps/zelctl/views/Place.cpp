@@ -68,7 +68,7 @@ std::vector<Place> Place::ofQueues(const PublishedTable& table, const PublishedR
       const String number = std::to_string(queue);
       const String prefix = "queue." + number + ".";
       if (row.counter(prefix + "packets") != nullptr) {
-         Place place{row.name, number, table.activity(row, number)};
+         Place place{row.name, number, table.activity(row, prefix)};
          place.addUp(row, {prefix + "bytes"}, outBits, {}, 8);
          place.addUp(row, {prefix + "packets"}, packets);
          place.addUp(row, {prefix + "drops"}, drops, dropTotal);

@@ -37,8 +37,14 @@ const NamedCounter* PublishedRow::counter(std::string_view counterName) const {
    return found == shown.end() ? nullptr : &*found;
 }
 
-Activity PublishedTable::activity(const PublishedRow& row, std::string_view queue) const {
-   const String prefix = queue.empty() ? "" : "queue." + String(queue) + ".";
+std::optional<double> PublishedRow::ageOf(std::string_view prefix) const {
+   const auto found = std::ranges::find_if(
+        text.counters, [&](const NamedCounter& one) { return one.name.starts_with(prefix); });
+   const bool isOfPlace = !prefix.empty() && found != text.counters.end() && found->readTime != 0;
+   return age && isOfPlace ? std::optional(*age + std::max(sampleTime - found->readTime, 0.0)) : age;
+}
+
+Activity PublishedTable::activity(const PublishedRow& row, std::string_view prefix) const {
    bool isRead = false;
    bool isRated = false;
    bool isMoving = false;
@@ -50,9 +56,10 @@ Activity PublishedTable::activity(const PublishedRow& row, std::string_view queu
          isMoving = isMoving || one.rate.value_or(0) > 0;
       }
    }
+   const bool isStale = row.isStale || row.ageOf(prefix).value_or(0) > staleAfter * pollingInterval;
    return !isRead             ? Activity::neverRead
           : !isWriterAlive    ? Activity::agentGone
-          : row.isStale       ? Activity::stale
+          : isStale           ? Activity::stale
           : !row.text.isRated ? Activity::read
           : isMoving          ? Activity::up
           : isRated           ? Activity::idle

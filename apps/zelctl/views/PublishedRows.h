@@ -59,6 +59,8 @@ struct PublishedRow {
 
    // As it is shown; null if there is none, or nothing is known of it over the span.
    const Vex::NamedCounter* counter(std::string_view counterName) const;
+   // The age of the counters that begin so: the record's, or that of a place that is read on its own.
+   std::optional<double> ageOf(std::string_view prefix) const;
 };
 
 struct PublishedTable {
@@ -71,8 +73,8 @@ struct PublishedTable {
    std::vector<PublishedRow> rows;
    std::vector<Kiln::String> spanNotes{}; // of the span that counts are shown over
 
-   // What happens at the row's interface, or at one of its queues.
-   Activity activity(const PublishedRow& row, std::string_view queue = "") const;
+   // What happens at the row's interface, or at one of its queues or places: those whose counters begin so.
+   Activity activity(const PublishedRow& row, std::string_view prefix = "") const;
    // What else is to be said of the table as a whole.
    std::vector<Kiln::String> notes() const;
 

@@ -125,12 +125,15 @@ void addRow(JsonWriter* out, const RecordRequest& request, const PublishedTable&
       addSeconds(out, "age-ms", row.age);
       out->value("stale", row.isStale);
       out->value("activity", std::string_view(text(table.activity(row))));
-      if (request.view->isByQueue) {
-         out->begin("queue-activity", '{');
-         for (const String& queue : queuesOf(row)) {
-            out->value(queue, std::string_view(text(table.activity(row, queue))));
+      if (const Places& places = request.view->places; !places.prefix.empty()) {
+         out->begin(String(places.json), '{');
+         for (const String& place : placesOf(row, places)) {
+            out->value(place, std::string_view(text(table.activity(row, prefixOf(places, place)))));
          }
          out->end('}');
+      }
+      for (const Vex::NamedWord& one : row.text.words) {
+         out->value(one.name, std::string_view(one.word));
       }
       out->value("generation", row.generation);
       for (const Vex::NamedTime& one : row.text.times) {
@@ -168,7 +171,7 @@ String recordsJson(const RecordRequest& request, const PublishedTable& table) {
       addSeconds(&out, "since-age-ms",
                  request.span->time ? std::optional(table.clock.now - *request.span->time) : std::nullopt);
    }
-   out.begin("interfaces", '[');
+   out.begin(String(request.view->subject.json), '[');
    const std::vector<const PublishedRow*> rows = selectRows(request, table);
    for (const PublishedRow* row : rows) {
       addRow(&out, request, table, *row);

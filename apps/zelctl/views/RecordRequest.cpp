@@ -53,20 +53,51 @@ constexpr Column l3Columns[] = {{"in-octets", "In octets", "In bit/s", 8},
                                 {"out-octets", "Out octets", "Out bit/s", 8},
                                 {"out-pkts", "Out pkts", "Out pkts/s"}};
 constexpr Column natColumns[] = {{"packets", "Packets", ""}, {"bytes", "Bytes", ""}};
+constexpr Column packetColumns[] = {{"packets", "Packets", ""}};
+constexpr Column stageColumns[] = {{"in", "In", ""}, {"out", "Out", ""}, {"dropped", "Dropped", ""}};
+constexpr Column tmColumns[] = {{"packets", "Packets", ""}, {"bytes", "Bytes", ""}, {"cells", "Cells", ""}};
+constexpr Column healthColumns[] = {
+     {"verdict", "Verdict", "", 1, word},
+     {"up", "Up", "", 1, age},
+     {"mac-read", "MAC read", "", 1, age},
+     {"tables-read", "Tables", "", 1, age},
+     {"queues-read", "Queues", "", 1, age},
+     {"traffic-manager-read", "Traffic manager", "", 1, age},
+     {"outstanding", "Outstanding", ""},
+     {"refused", "Refused", ""},
+     {"unanswered", "Unanswered", ""},
+     {"late", "Late", ""},
+     {"wraps", "Wraps", ""},
+     {"upsets", "Upsets", ""},
+     {"pending-vlans", "VLANs pending", ""},
+};
+
+constexpr TimeColumn lastBreak{"discontinuity", "Discont"};
+constexpr Places noPlaces{};
+
+template <class Record>
+constexpr View placesView(std::string_view command, std::string_view help, const char* table,
+                          std::span<const Column> columns, const Places& places,
+                          const Subject& subject = ofInterfaces) {
+   return {command,
+           help,
+           nonzero | exact | json,
+           readPublished<Record>,
+           table,
+           columns,
+           {},
+           lastBreak,
+           places,
+           false,
+           nullptr,
+           {},
+           subject};
+}
 
 constexpr View allViews[] = {
-     {"interfaces",
-      "counters of ports",
-      nonzero | rates | errors | raw | exact | json | since,
-      readPorts,
-      Tables::TableName::intfCounters,
-      intfColumns,
-      intfErrorColumns,
-      {"discontinuity", "Discont"},
-      false,
-      true,
-      Tables::TableName::intfClearCounters,
-      PastTable::Kind::ports},
+     {"interfaces", "counters of ports", nonzero | rates | errors | raw | exact | json | since, readPorts,
+      Tables::TableName::intfCounters, intfColumns, intfErrorColumns, lastBreak, noPlaces, true,
+      Tables::TableName::intfClearCounters, PastTable::Kind::ports},
      {"queues",
       "counters of egress queues",
       nonzero | rates | exact | json | since,
@@ -74,8 +105,8 @@ constexpr View allViews[] = {
       Tables::TableName::intfQueueCounters,
       queueColumns,
       {},
-      {"discontinuity", "Discont"},
-      true,
+      lastBreak,
+      {"queue.", "Queue", "queue-activity"},
       false,
       Tables::TableName::intfClearQueueCounters,
       PastTable::Kind::queues},
@@ -86,8 +117,8 @@ constexpr View allViews[] = {
       Tables::TableName::vlanIntfCounters,
       l3Columns,
       {},
-      {"discontinuity", "Discont"},
-      false,
+      lastBreak,
+      noPlaces,
       false,
       Tables::TableName::vlanIntfClearCounters},
      {"subinterfaces",
@@ -97,8 +128,8 @@ constexpr View allViews[] = {
       Tables::TableName::subIntfCounters,
       l3Columns,
       {},
-      {"discontinuity", "Discont"},
-      false,
+      lastBreak,
+      noPlaces,
       false,
       Tables::TableName::subIntfClearCounters},
      {"nat",
@@ -109,8 +140,25 @@ constexpr View allViews[] = {
       natColumns,
       {},
       {"creation", "Created"},
-      false,
+      noPlaces,
       false},
+     placesView<Tables::IntfDropCounters>("drops", "drops of ports, by reason",
+                                          Tables::TableName::intfDropCounters, packetColumns,
+                                          {"drops.", "Reason", "activities"}),
+     placesView<Tables::IntfPdpCounters>("classes", "packets that ports received, by class",
+                                         Tables::TableName::intfPdpCounters, packetColumns,
+                                         {"class.", "Class", "activities"}),
+     placesView<Tables::PipeStageCounters>("pipeline", "packets by stage of a pipe",
+                                           Tables::TableName::pipeStageCounters, stageColumns,
+                                           {"stage.", "Stage", "activities"}, ofPipes),
+     placesView<Tables::PipeDropCounters>("mau-drops", "drops of match-action stages and deparsers",
+                                          Tables::TableName::pipeDropCounters, packetColumns,
+                                          {"drops.", "Place", "activities"}, ofPipes),
+     placesView<Tables::PipeTmCounters>("traffic-manager", "what the traffic manager counts of a pipe",
+                                        Tables::TableName::pipeTmCounters, tmColumns,
+                                        {"tm.", "Counter", "activities"}, ofPipes),
+     placesView<Tables::ChipHealth>("health", "how the reads of chips fare", Tables::TableName::chipHealth,
+                                    healthColumns, noPlaces, ofChips),
 };
 
 } // namespace

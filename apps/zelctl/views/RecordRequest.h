@@ -9,15 +9,32 @@
 
 namespace ZelCtl {
 
-// A column of a list: one counter of the record, or of a queue in it.
+// A column of a list: one counter of the record, or of a queue or place in it.
 struct Column {
    std::string_view counter;
    std::string_view heading;
    std::string_view rateHeading;
    unsigned rateFactor = 1; // from the counter's unit to the rate heading's: 8 from octets to bits
    // Instead of the count: its rate, or the use of the line in percent. A list of rates, or a watch, which has rates
-   // anyway, leaves out the former.
-   enum class Shows : U8 { count, rate, use } shows = Shows::count;
+   // anyway, leaves out the former. Or one of the record's words, or the age of one of its times.
+   enum class Shows : U8 { count, rate, use, word, age } shows = Shows::count;
+};
+
+// What a view's records are of.
+struct Subject {
+   std::string_view heading;
+   std::string_view json; // of their list
+   std::string_view help; // stands for a name
+};
+inline constexpr Subject ofInterfaces{"Interface", "interfaces", "INTF"};
+inline constexpr Subject ofPipes{"Pipe", "pipes", "PIPE"};
+inline constexpr Subject ofChips{"Chip", "chips", "CHIP"};
+
+// What a list has a line for each of, in a record.
+struct Places {
+   std::string_view prefix; // of its counters; empty for one line for the record
+   std::string_view heading;
+   std::string_view json; // of their activities
 };
 
 struct TimeColumn {
@@ -36,10 +53,11 @@ struct View {
    std::span<const Column> columns;
    std::span<const Column> errorColumns;
    TimeColumn time;
-   bool isByQueue; // the list has a line for each queue
-   bool hasMore;   // records have more counters than the list shows: a named interface is shown whole
+   Places places;
+   bool hasMore; // records have more counters than the list shows: a named interface is shown whole
    const char* clearTable = nullptr;      // null if nothing can be cleared
    std::optional<PastTable::Kind> past{}; // which history there is; none for none
+   Subject subject = ofInterfaces;
 };
 
 std::span<const View> views();

@@ -34,16 +34,21 @@ std::optional<double> secondsSince(const PublishedRow& row, const PublishedTable
    return time != 0 && row.age && seconds >= 0 ? std::optional(seconds) : std::nullopt;
 }
 
-std::vector<String> queuesOf(const PublishedRow& row) {
-   constexpr std::string_view prefix = "queue.";
-   std::vector<String> queues;
+// The name of a class may have a point in it, that of a value has none.
+std::vector<String> placesOf(const PublishedRow& row, const Places& places) {
+   std::vector<String> names;
    for (const NamedCounter& one : row.text.counters) {
-      const String queue = one.name.substr(prefix.size(), one.name.find('.', prefix.size()) - prefix.size());
-      if (queues.empty() || queues.back() != queue) {
-         queues.push_back(queue);
+      const std::size_t begin = places.prefix.size();
+      const String name = one.name.substr(begin, one.name.rfind('.') - begin);
+      if (names.empty() || names.back() != name) {
+         names.push_back(name);
       }
    }
-   return queues;
+   return names;
+}
+
+String prefixOf(const Places& places, const String& place) {
+   return place.empty() ? String() : String(places.prefix) + place + ".";
 }
 
 // Queue drops stand in a port's line, and were read at another time.

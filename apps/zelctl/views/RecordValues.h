@@ -17,8 +17,10 @@ std::optional<U64> suspectsOf(const PublishedRow& row);
 // Seconds since one of the record's times; none for one that is 0, yet to come, or of a clock that is not this one.
 std::optional<double> secondsSince(const PublishedRow& row, const PublishedTable& table, double time);
 
-// The queues that the row has counters of.
-std::vector<Kiln::String> queuesOf(const PublishedRow& row);
+// The queues or places that the row has counters of.
+std::vector<Kiln::String> placesOf(const PublishedRow& row, const Places& places);
+// What the counters of one of them begin with; without one, nothing.
+Kiln::String prefixOf(const Places& places, const Kiln::String& place);
 
 // What is to be said below the rows.
 std::vector<Kiln::String> notesOf(const RecordRequest& request, const PublishedTable& table,

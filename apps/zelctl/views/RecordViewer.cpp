@@ -26,8 +26,8 @@ String shownCount(U64 count, const RecordRequest& request) {
    return request.has(exact) ? std::to_string(count) : countText(count);
 }
 
-String ageText(const PublishedRow& row) {
-   return row.age ? Kiln::durationText(*row.age) : "unknown";
+String ageText(const std::optional<double>& age) {
+   return age ? Kiln::durationText(*age) : "unknown";
 }
 
 String sinceText(const PublishedRow& row, const PublishedTable& table, double time, const String& ago) {
@@ -114,22 +114,31 @@ bool hasBeginColumn(const RecordRequest& request, const PublishedTable& table) {
 
 // Adds one line to the list, unless `nonzero` leaves it out.
 void addLine(ShownTable* list, const RecordRequest& request, bool isWatched, const PublishedTable& table,
-             const PublishedRow& row, const String& queue) {
+             const PublishedRow& row, const String& place) {
    const View& view = *request.view;
+   const String prefix = prefixOf(view.places, place);
    ShownRow line{{{row.name}}, sampledAt(row, table)};
    bool isZero = true;
-   if (view.isByQueue) {
-      line.cells.push_back({queue});
+   if (!view.places.prefix.empty()) {
+      line.cells.push_back({place});
    }
-   line.cells.push_back({text(table.activity(row, queue))});
-   line.cells.push_back({ageText(row)});
+   line.cells.push_back({text(table.activity(row, prefix))});
+   line.cells.push_back({ageText(row.ageOf(prefix))});
    if (hasSpeed(request)) {
       const U64 speed = row.text.speed.value_or(0);
       line.cells.push_back({speed == 0 ? unknown : speedText(speed, "G")});
    }
    for (const Column& column : columnsOf(request, isWatched)) {
-      const String name = (queue.empty() ? "" : "queue." + queue + ".") + String(column.counter);
-      line.cells.push_back(columnCell(column, row, row.counter(name), request));
+      if (column.shows == Column::Shows::word) {
+         line.cells.push_back({row.text.word(column.counter).value_or(unknown)});
+         continue;
+      }
+      if (column.shows == Column::Shows::age) {
+         const std::optional<double> age = secondsSince(row, table, row.text.time(column.counter));
+         line.cells.push_back({age ? Kiln::durationText(*age) : unknown});
+         continue;
+      }
+      line.cells.push_back(columnCell(column, row, row.counter(prefix + String(column.counter)), request));
       isZero = isZero && line.cells.back().count.value_or(0) == 0;
    }
    if (request.has(errors)) {
@@ -152,9 +161,9 @@ void addLine(ShownTable* list, const RecordRequest& request, bool isWatched, con
 std::vector<ShownColumn> listColumns(const RecordRequest& request, const PublishedTable& table,
                                      bool isWatched) {
    const View& view = *request.view;
-   std::vector<ShownColumn> columns{{"Interface", Kind::key}};
-   if (view.isByQueue) {
-      columns.push_back({"Queue", Kind::key});
+   std::vector<ShownColumn> columns{{String(view.subject.heading), Kind::key}};
+   if (!view.places.prefix.empty()) {
+      columns.push_back({String(view.places.heading), Kind::key});
    }
    columns.push_back({"State", Kind::other});
    columns.push_back({"Age", Kind::other});
@@ -193,9 +202,9 @@ ShownTable listOf(const RecordRequest& request, bool isWatched, const PublishedT
       if (row->result != Silo::ReadResult::ok) {
          list.rows.push_back(
               {{{row->name.empty() ? "(name lost)" : row->name}, {Silo::text(row->result)}}, {}});
-      } else if (request.view->isByQueue) {
-         for (const String& queue : queuesOf(*row)) {
-            addLine(&list, request, isWatched, table, *row, queue);
+      } else if (!request.view->places.prefix.empty()) {
+         for (const String& place : placesOf(*row, request.view->places)) {
+            addLine(&list, request, isWatched, table, *row, place);
          }
       } else {
          addLine(&list, request, isWatched, table, *row, "");
@@ -248,7 +257,7 @@ ShownTable wholeOf(const RecordRequest& request, const PublishedTable& table, co
    }
    ShownTable whole;
    whole.title = row.name + ": " + text(table.activity(row)) + ", sampled " +
-                 (row.age ? ageText(row) + " ago" : "at an unknown time") + ", counting for " +
+                 (row.age ? ageText(row.age) + " ago" : "at an unknown time") + ", counting for " +
                  sinceText(row, table, row.text.time("created"), "") + lineText(row) +
                  "; last discontinuity: " + lastText(row, table, request.view->time.time, "its creation") +
                  "; suspect steps: " + suspectsText(row) + spanText(request, table, row);
@@ -380,7 +389,7 @@ String viewCommandsHelp() {
    constexpr std::size_t column = 33;
    String text;
    for (const View& view : views()) {
-      String left = String(view.command) + " [INTF...]";
+      String left = String(view.command) + " [" + String(view.subject.help) + "...]";
       left.resize(std::max(column, left.size() + 1), ' ');
       text += "   " + left + String(view.help) + "\n";
    }

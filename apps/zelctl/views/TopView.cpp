@@ -20,7 +20,6 @@ namespace {
 
 using Kiln::String;
 using Value = Place::Value;
-using enum Place::Value;
 using Kind = ShownColumn::Kind;
 using Words = std::vector<String>;
 
@@ -29,15 +28,15 @@ struct ValueColumn {
    const char* member; // in JSON
    bool isOfQueues;
 };
-constexpr std::array<ValueColumn, valueCount> valueColumns{{{"In use", "in-use-per-mille", false},
-                                                            {"Out use", "out-use-per-mille", false},
-                                                            {"In bit/s", "in-bits-per-second", false},
-                                                            {"Out bit/s", "out-bits-per-second", true},
-                                                            {"Pkts/s", "packets-per-second", true},
-                                                            {"Drops/s", "drops-per-second", true},
-                                                            {"Drops", "drops", true},
-                                                            {"Errs/s", "errors-per-second", false},
-                                                            {"Errs", "errors", false}}};
+constexpr std::array<ValueColumn, Place::valueCount> valueColumns{{{"In use", "in-use-per-mille", false},
+                                                                   {"Out use", "out-use-per-mille", false},
+                                                                   {"In bit/s", "in-bits-per-second", false},
+                                                                   {"Out bit/s", "out-bits-per-second", true},
+                                                                   {"Pkts/s", "packets-per-second", true},
+                                                                   {"Drops/s", "drops-per-second", true},
+                                                                   {"Drops", "drops", true},
+                                                                   {"Errs/s", "errors-per-second", false},
+                                                                   {"Errs", "errors", false}}};
 
 // What `by` may be followed by. A use is that of the direction that is used more.
 struct Order {
@@ -47,10 +46,12 @@ struct Order {
    bool isHigherOfBoth; // else the second decides between equal firsts
    bool isOfQueues;
 };
-constexpr std::array orders{
-     Order{"use", inUse, outUse, true, false},      Order{"in", inBits, inBits, false, false},
-     Order{"out", outBits, outBits, false, true},   Order{"packets", packets, packets, false, true},
-     Order{"drops", drops, dropTotal, false, true}, Order{"errors", errors, errorTotal, false, false}};
+constexpr std::array orders{Order{"use", Place::inUse, Place::outUse, true, false},
+                            Order{"in", Place::inBits, Place::inBits, false, false},
+                            Order{"out", Place::outBits, Place::outBits, false, true},
+                            Order{"packets", Place::packets, Place::packets, false, true},
+                            Order{"drops", Place::drops, Place::dropTotal, false, true},
+                            Order{"errors", Place::errors, Place::errorTotal, false, false}};
 
 struct Ranking {
    const char* title;
@@ -200,8 +201,8 @@ String cellText(const Place& place, std::size_t value) {
    if (!rate) {
       return "-";
    }
-   return value == inUse || value == outUse ? perMilleText(Vex::wholeRate(*rate), *rate == 0)
-                                            : rateText(*rate);
+   return value == Place::inUse || value == Place::outUse ? perMilleText(Vex::wholeRate(*rate), *rate == 0)
+                                                          : rateText(*rate);
 }
 
 Shown shownOf(const Request& request, const Silo::Store& store) {
@@ -259,7 +260,7 @@ std::vector<ShownTable> tablesOf(const Shown& shown) {
             row.cells.push_back({place.queue});
          }
          row.cells.push_back({text(place.activity)});
-         for (std::size_t i = 0; i < valueCount; ++i) {
+         for (std::size_t i = 0; i < Place::valueCount; ++i) {
             if (!ranking.isOfQueues || valueColumns[i].isOfQueues) {
                row.cells.push_back({cellText(place, i)});
             }
@@ -292,7 +293,7 @@ String jsonOf(const Shown& shown) {
             out.value("queue", std::string_view(place.queue));
          }
          out.value("activity", std::string_view(text(place.activity)));
-         for (std::size_t i = 0; i < valueCount; ++i) {
+         for (std::size_t i = 0; i < Place::valueCount; ++i) {
             if (ranking.isOfQueues && !valueColumns[i].isOfQueues) {
                continue;
             }

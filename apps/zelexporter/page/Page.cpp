@@ -75,14 +75,14 @@ class Parameters {
                                                                        ? ": expected none"
                                                                        : ": expected " + listed(expected)));
          }
-         if (request.get_param_value_count(name.c_str()) > 1) {
+         if (request.params.count(name) > 1) {
             throw std::invalid_argument("parameter " + name + " is there twice");
          }
       }
    }
 
    String interface() const {
-      const String name = request_.get_param_value("interface");
+      String name = request_.get_param_value("interface");
       if (name.empty() || name.size() > Silo::Key::maxLength) {
          throw std::invalid_argument("interface: expected a name of 1 to " +
                                      std::to_string(Silo::Key::maxLength) + " bytes");

@@ -6,7 +6,7 @@
 
 #include <functional>
 
-namespace httplib {
+namespace httplib { // NOLINT(readability-identifier-naming): the library's
 struct Request;
 struct Response;
 class Server;

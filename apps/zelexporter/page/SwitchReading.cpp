@@ -16,7 +16,6 @@ namespace {
 using Kiln::JsonWriter;
 using Kiln::String;
 using Silo::ReadResult;
-using Silo::Interface::ChipHealth;
 using Silo::Interface::IntfPlace;
 using Vex::NamedCounter;
 using ZelCtl::Place;
@@ -39,18 +38,6 @@ constexpr std::array portColumns{"name",   "chip",        "state",   "age-ms",  
 
 const char* stateOf(const Place& place, ReadResult result) {
    return result == ReadResult::ok ? ZelCtl::text(place.activity) : Silo::text(result);
-}
-
-const char* verdictText(ChipHealth::Verdict verdict) {
-   switch (verdict) {
-   case ChipHealth::Verdict::ok:
-      return "ok";
-   case ChipHealth::Verdict::degraded:
-      return "degraded";
-   case ChipHealth::Verdict::silent:
-      return "silent";
-   }
-   return "unknown"; // another program wrote it
 }
 
 // What ranks by its rate, or by its total if nothing has a rate above 0.
@@ -169,7 +156,7 @@ void SwitchReading::readChips() {
       if (chip == chips_.end()) {
          chip = chips_.insert(chips_.end(), {String(entry.key.view()), entry.sample.record.device});
       }
-      chip->health = entry.sample.record;
+      chip->health = Vex::textOf(entry.sample.record);
       chip->age = health_.reader()->age(entry.sample.info, table_.now, Silo::ClockDomain::monotonic());
    }
    std::ranges::sort(chips_, {}, &Chip::device);
@@ -229,20 +216,24 @@ void SwitchReading::addChip(JsonWriter* out, const Chip& chip) const {
    out->value("name", std::string_view(chip.name));
    out->value("device", U64{chip.device});
    if (chip.health) {
-      const ChipHealth& health = *chip.health;
-      out->value("verdict", std::string_view(verdictText(health.verdict)));
+      constexpr std::string_view readTime =
+           "-read"; // ends the name of a time when a kind of readings was read last
+      const Vex::RecordText& health = *chip.health;
+      out->value("verdict", std::string_view(health.word("verdict").value_or("unknown")));
       addMilliseconds(out, "age-ms", chip.age);
-      addMilliseconds(out, "up-ms", age(health.upTime));
+      addMilliseconds(out, "up-ms", age(health.time("up")));
       out->begin("read-ages-ms", '{');
-      for (std::size_t kind = 0; kind < ChipHealth::kindNames.size(); ++kind) {
-         if (health.isPolled[kind] != 0) {
-            addMilliseconds(out, ChipHealth::kindNames[kind], age(health.oldestReadTimes[kind]));
+      for (const Vex::NamedTime& one : health.times) {
+         if (one.name.ends_with(readTime)) {
+            addMilliseconds(out, one.name.substr(0, one.name.size() - readTime.size()), age(one.time));
          }
       }
       out->end('}');
       out->begin("counts", '{');
-      for (std::size_t place = 0; place < ChipHealth::placeCount; ++place) {
-         addCount(out, ChipHealth::placeNames[place], health.totals[place][0]);
+      for (const NamedCounter& one : health.counters) {
+         if (one.isError) {
+            addCount(out, one.name, one.total);
+         }
       }
       out->end('}');
    }

@@ -33,7 +33,7 @@ class SwitchReading {
    struct Chip {
       Kiln::String name;
       U32 device = 0;
-      std::optional<Silo::Interface::ChipHealth> health{};
+      std::optional<Vex::RecordText> health{};
       std::optional<double> age{}; // of what is known of its health
    };
    // One of the counters that a port's drops are the sum of.

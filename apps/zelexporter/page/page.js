@@ -443,12 +443,11 @@ const dropCounterNames = { "in-discards": "discarded at the input", "out-discard
 
 function drawDrops(drops) {
   const [ports, reasons] = byId("drops").querySelectorAll("table");
-  const caption = (table, what, isByRate) =>
-    setText(table.caption, what + (isByRate ? ", packets per second"
-      : `, packets in total${isNow ? "; none now" : ""}`));
-  const isNow = shown.ports !== null && shown.ports["writer-alive"];
+  // A rate that is not known is not one of 0.
+  const caption = (table, what, isByRate, rows) => setText(table.caption, what + (isByRate ? ", packets per second"
+    : `, packets in total${rows.some((row) => row.rate === 0) ? "; none now" : ""}`));
   const valueOf = (one, isByRate) => (isByRate ? rateText(one.rate) : countText(one.total));
-  caption(ports, "Ports", drops["ports-by-rate"]);
+  caption(ports, "Ports", drops["ports-by-rate"], drops.ports);
   drawRows(ports.tBodies[0], drops.ports,
     () => make("tr", {}, make("td", {}, portButton("")), make("td", { className: "why" }),
       make("td", { className: "number" })),
@@ -460,7 +459,7 @@ function drawDrops(drops) {
         (parts.length > 1 ? ` ${valueOf(part, isByRate)}` : "")).join(", "));
       setText(row.cells[2], valueOf(port, isByRate));
     });
-  caption(reasons, "Reasons", drops["reasons-by-rate"]);
+  caption(reasons, "Reasons", drops["reasons-by-rate"], drops.reasons);
   drawRows(reasons.tBodies[0], drops.reasons,
     () => make("tr", {}, make("td", {}, make("div"), make("div", { className: "why" })),
       make("td", { className: "number" })),

@@ -20,7 +20,9 @@ std::vector<String> wordsOf(const String& line) {
 }
 
 TEST(Watch, TakesShowsAndNothingElse) {
-   const String shows = "counters, interfaces, queues, vlans, subinterfaces, nat or top";
+   const String shows =
+        "counters, interfaces, queues, vlans, subinterfaces, nat, drops, classes, pipeline, mau-drops, "
+        "traffic-manager, health or top";
    const String example = ": expected a show to watch, as in 'watch counters show drop nonzero'";
    const std::vector<std::pair<String, String>> cases = {
         {"watch counters show", "2 counters show"},

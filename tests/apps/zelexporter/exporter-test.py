@@ -234,7 +234,7 @@ def test_old_answers(it):
     """Of answers that wait for their readers, the oldest are taken back."""
     packed = {"Accept": "application/openmetrics-text", "Accept-Encoding": "gzip"}
     with contextlib.ExitStack() as opened:
-        readers = [opened.enter_context(slow_reader(it)) for _ in range(6)]
+        readers = [opened.enter_context(slow_reader(it)) for _ in range(40)]  # of half a megabyte each
         for reader in readers:
             reader.sendall(PACKED)
             text = it.ask(headers=packed).text
@@ -250,7 +250,7 @@ def test_old_answers(it):
                     answer += part
             length = int(re.search(rb"Content-Length: (\d+)", answer)[1])
             whole.append(len(answer) >= length)
-        check(whole[:2] == [False] * 2 and whole[-1], "answers that came whole:", whole)
+        check(not whole[0] and whole[-1], "answers that came whole:", whole)
 
 
 def crowd(it, count, first, then):
@@ -313,7 +313,7 @@ def test_lives(it):
         reached(lambda: it.value(received), "the agent is seen")
         reached(lambda: it.value("zel_agent_up") == 1 and not it.health(), "its life is told")
         remove_tables()
-        reached(lambda: it.health() == "", "the tables are back")
+        reached(lambda: it.value("zel_agent_started_timestamp_seconds") and not it.health(), "the tables are back")
         one.process.send_signal(signal.SIGSTOP)
         check(it.value("zel_agent_up") == 1, "a scrape of a hung agent")
         reached(lambda: "has published nothing for" in it.health() and it.value(received) is None,

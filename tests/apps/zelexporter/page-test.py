@@ -32,6 +32,7 @@ POLL = 1.0  # seconds between two polls of the agent
 BUSY = 1.5  # more, for a machine that is busy
 LIMIT = 30  # for what has no bound of its own
 WHOLE = 240  # for all of the test
+PICTURED = 200  # of traffic, before the picture is taken
 HOSTILE = "<img/src=x/onerror=alert(1)>"
 scratch = pathlib.Path(tempfile.mkdtemp())
 silo = scratch / "silo"
@@ -399,7 +400,7 @@ def take_picture():
     with Agent("--chips", 2, "--ports", 32) as agent, Exporter() as exporter, Browser() as browser:
         agent.do("traffic on")
         browser.look(1280, 800)
-        time.sleep(60)
+        time.sleep(PICTURED)
         agent.do("rmon Ethernet6 4 0xfffffffffff00000", "rmon Ethernet43 7 flip 60", "counters clear mac")
         time.sleep(8)
         browser.open(f"http://127.0.0.1:{exporter.port}/?colour=drops&port=Ethernet16&last=5m")
@@ -431,7 +432,7 @@ def expire(*_):
 
 
 signal.signal(signal.SIGALRM, expire)
-signal.alarm(WHOLE)
+signal.alarm(WHOLE + (PICTURED if picture else 0))
 try:
     if picture:
         take_picture()

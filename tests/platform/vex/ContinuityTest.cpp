@@ -1064,6 +1064,40 @@ TEST_F(Continuity, HoldsForL3Interfaces) {
    holdsFor(L3Intfs());
 }
 
+// Each place is read on its own, and one read may fail at a new port where the others succeed.
+TEST_F(Continuity, APlaceThatWasNotReadAtItsPortIsOnlyComparedWithByALaterAgent) {
+   using Record = Silo::Interface::IntfDropCounters;
+   const ZelTest::TemporaryFolder folder;
+   Silo::Table<Record> table(Silo::Store::directory(folder.path()), "Drops", {},
+                             {.capacity = 1, .pollingInterval = 2, .clockDomain = {}, .onCorruption = {}});
+   const Pelt::IntfId intf("Port1");
+   const Source before{0, Source::Block::path, 5, 1};
+   const Source after{0, Source::Block::path, 6, 1};
+   auto publisher = std::make_unique<Vex::PlacedPublisher<Record>>(table);
+   const auto read = [&](const Source& source, std::initializer_list<std::pair<std::size_t, U64>> places) {
+      ZelTest::SimulatedTime::advance(1.0);
+      auto& counted = publisher->countedOf(intf, source);
+      for (const auto& [place, value] : places) {
+         counted.take(place, {value}, Kiln::System::currentTime());
+      }
+      publisher->publish(intf);
+      return table.sample("Port1").record;
+   };
+   read(before, {{0, 100}, {1, 50}});
+   const Record moved = read(after, {{0, 1000}});
+   EXPECT_EQ(moved.totals[0][0], 100U);
+   EXPECT_EQ(moved.totals[1][0], 50U);
+   EXPECT_EQ(moved.readTimes[1], 0.0);
+   EXPECT_EQ(moved.readings[1][0], 0U);
+
+   publisher = std::make_unique<Vex::PlacedPublisher<Record>>(table); // the agent restarts
+   const Record later = read({0, Source::Block::path, 6, 2}, {{0, 1005}, {1, 700}});
+   EXPECT_EQ(later.totals[0][0], 105U);
+   EXPECT_EQ(later.totals[1][0], 50U);
+   EXPECT_EQ(later.createdTime, moved.createdTime);
+   EXPECT_EQ(read({0, Source::Block::path, 6, 2}, {{0, 2}, {1, 703}}).totals[0][0], 107U) << "a reset";
+}
+
 // Places that outlive their chips, with clears that may also be written to the hardware.
 TEST_F(Continuity, HoldsForShownCounts) {
    struct Shown {

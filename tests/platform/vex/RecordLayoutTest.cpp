@@ -3,6 +3,7 @@
 #include "silo/HistoryLayout.h"
 #include "silo/Record.h"
 #include "tests/support/Manual.h"
+#include "vex/PublishedChip.h"
 #include "vex/PublishedHistory.h"
 #include "vex/PublishedRecords.h"
 
@@ -33,6 +34,8 @@ template <class T>
 std::string typeName(const std::string& counts = "") {
    if constexpr (isArray<T>) {
       return typeName<typename T::value_type>(counts + "[" + std::to_string(std::tuple_size_v<T>) + "]");
+   } else if constexpr (std::is_enum_v<T>) {
+      return typeName<std::underlying_type_t<T>>(counts);
    } else if constexpr (std::is_class_v<T>) {
       return typeName<U64>(counts + "[" + std::to_string(sizeof(T) / sizeof(U64)) + "]");
    } else if constexpr (std::is_same_v<T, char>) {
@@ -109,6 +112,61 @@ TEST(RecordLayout, OfSourceNatIsTheDocumentedOne) {
                     record.intfId, record.creationTime, record.packets, record.bytes, record.lastUpdate,
                     record.totalPackets, record.totalBytes, record.discontinuityTime, record.createdTime,
                     record.createdUnixTime));
+}
+
+// Structured bindings do not reach into a base, so the sizes must add up.
+template <class Record, class... Members>
+Rows rowsOfPlaces(const Record& record, std::initializer_list<const char*> names, const Members&... own) {
+   Rows rows =
+        rowsOf(record,
+               {"totals", "readings", "lifts", "readTimes", "discontinuityTime", "createdTime",
+                "createdUnixTime", "device", "devicePort"},
+               record.totals, record.readings, record.lifts, record.readTimes, record.discontinuityTime,
+               record.createdTime, record.createdUnixTime, record.device, record.devicePort);
+   if constexpr (sizeof...(own) != 0) {
+      const Rows more = rowsOf(record, names, own...);
+      rows.insert(rows.end(), more.begin(), more.end());
+   }
+   std::size_t size = 0;
+   for (const Row& row : rows) {
+      size += std::stoul(row[1]);
+   }
+   EXPECT_EQ(size, sizeof record);
+   return rows;
+}
+
+TEST(RecordLayout, OfWhatChipsCountIsTheDocumentedOne) {
+   EXPECT_EQ(documented("### Record of an interface's drops: IntfDropCounters"),
+             rowsOfPlaces(IntfDropCounters(), {}));
+   const IntfPdpCounters classes;
+   EXPECT_EQ(documented("### Record of an interface's classes: IntfPdpCounters"),
+             rowsOfPlaces(classes, {"classNames"}, classes.classNames));
+   EXPECT_EQ(documented("### Record of a pipe's stages: PipeStageCounters"),
+             rowsOfPlaces(PipeStageCounters(), {}));
+   EXPECT_EQ(documented("### Record of a pipe's drops: PipeDropCounters"),
+             rowsOfPlaces(PipeDropCounters(), {}));
+   EXPECT_EQ(documented("### Record of a pipe's traffic manager: PipeTmCounters"),
+             rowsOfPlaces(PipeTmCounters(), {}));
+   const ChipHealth health;
+   EXPECT_EQ(documented("### Record of a chip's health: ChipHealth"),
+             rowsOfPlaces(health,
+                          {"verdict", "unused", "upTime", "oldestReadTimes", "isPolled", "outstanding",
+                           "pendingVlans"},
+                          health.verdict, health.unused, health.upTime, health.oldestReadTimes,
+                          health.isPolled, health.outstanding, health.pendingVlans));
+   const IntfPlace place;
+   [[maybe_unused]] const auto& [a, b, c, d] = place;
+   EXPECT_EQ(documented("### Record of an interface's place: IntfPlace"),
+             rowsOf(place, {"chip", "device", "devicePort", "speed"}, place.chip, place.device,
+                    place.devicePort, place.speed));
+   const AgentHealth agent;
+   [[maybe_unused]] const auto& [e, f, g, h, i, j] = agent;
+   EXPECT_EQ(
+        documented("### Record of the agent: AgentHealth"),
+        rowsOf(agent,
+               {"version", "startedTime", "startedUnixTime", "deadObjects", "longestHold", "longestWait"},
+               agent.version, agent.startedTime, agent.startedUnixTime, agent.deadObjects, agent.longestHold,
+               agent.longestWait));
 }
 
 TEST(RecordLayout, OfEventsIsTheDocumentedOne) {
@@ -199,10 +257,15 @@ TEST(RecordLayout, HasTheDocumentedVersionsAndTables) {
       row.resize(3);
       versions.push_back(row);
    }
-   EXPECT_EQ(versions, (Rows{versionRow<IntfCounters>(), versionRow<L3IntfCounters>(),
-                             versionRow<IntfQueueCounters>(), versionRow<NatCounter>(), versionRow<Event>(),
-                             versionRow<IntfHistory>(), versionRow<IntfQueueHistory>()}));
+   EXPECT_EQ(
+        versions,
+        (Rows{versionRow<IntfCounters>(), versionRow<L3IntfCounters>(), versionRow<IntfQueueCounters>(),
+              versionRow<NatCounter>(), versionRow<Event>(), versionRow<IntfPlace>(),
+              versionRow<IntfDropCounters>(), versionRow<IntfPdpCounters>(), versionRow<PipeStageCounters>(),
+              versionRow<PipeDropCounters>(), versionRow<PipeTmCounters>(), versionRow<ChipHealth>(),
+              versionRow<AgentHealth>(), versionRow<IntfHistory>(), versionRow<IntfQueueHistory>()}));
    std::set<std::string> published(TableName::all.begin(), TableName::all.end());
+   published.insert(TableName::ofChips.begin(), TableName::ofChips.end());
    published.insert({TableName::events, TableName::intfHistory, TableName::intfQueueHistory});
    EXPECT_EQ(tables, published);
 }

@@ -68,4 +68,29 @@ TEST(RecordText, NatCountsAreTotalsBesideTheReadings) {
    EXPECT_THAT(lines, testing::StartsWith("packets 3\nbytes 0\ntotal.packets 10\ntotal.bytes 0\n"));
 }
 
+// Each has the time of its own reading. One without a name is there only if it counts; a level has no total.
+TEST(RecordText, PlacesHaveTheirKindNameAndValues) {
+   Silo::Interface::IntfDropCounters drops;
+   const auto unnamed = drops.place(ZlDrop::Point::egress, 12);
+   EXPECT_EQ(Vex::textOf(drops).counters.size(), 9U + 4U + 4U);
+   EXPECT_FALSE(Vex::textOf(drops).counters[0].isRead);
+   drops.totals[unnamed] = {5};
+   drops.readTimes[unnamed] = 2.5;
+   const Vex::NamedCounter named = Vex::textOf(drops).counters.at(9 + 4);
+   EXPECT_EQ(Vex::textOf(drops).counters[5].name, "drops.ingress ACL denied.packets");
+   EXPECT_EQ(named.name + " " + std::to_string(named.total), "drops.egress reason 12.packets 5");
+   EXPECT_EQ(named.readTime, 2.5);
+
+   Silo::Interface::IntfPdpCounters classes;
+   classes.classNames[4] = {'a', '.', 'b'};
+   EXPECT_EQ(Vex::textOf(classes).counters.at(0).name, "class.a.b.packets");
+   Silo::Interface::PipeTmCounters manager;
+   manager.readings[5] = {7, 0};
+   const Vex::NamedCounter cells = Vex::textOf(manager).counters.at(10);
+   EXPECT_EQ(cells.name + " " + std::to_string(cells.total), "tm.cells in use.cells 7");
+   Silo::Interface::ChipHealth health;
+   health.verdict = static_cast<Silo::Interface::ChipHealth::Verdict>(9);
+   EXPECT_EQ(Vex::textOf(health).word("verdict"), "unknown");
+}
+
 } // namespace
