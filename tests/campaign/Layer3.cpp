@@ -76,11 +76,11 @@ void Run::l3Traffic(Draws& draws) {
 void Run::l3Trouble(Draws& draws) {
    ++result_.faults;
    const U64 what = draws.below(4);
+   const auto times = static_cast<U32>(1 + draws.below(3));
    if (what == 0) {
-      agent_->fleet().faults().failNext("pdEntryAdd", draws.oneIn(2) ? 9 : 22,
-                                        static_cast<U32>(1 + draws.below(3)));
+      agent_->fleet().faults().failNext("pdEntryAdd", draws.oneIn(2) ? 9 : 22, times);
    } else if (what == 1) {
-      agent_->fleet().faults().failNext("pdEntryDel", 22, static_cast<U32>(1 + draws.below(3)));
+      agent_->fleet().faults().failNext("pdEntryDel", 22, times);
       model_.mayRefuseDeletions = true;
       for (auto& [device, chip] : model_.chips) {
          chip.hasLeftovers = true;
