@@ -140,7 +140,9 @@ void Run::assertion(Draws& draws) {
       expected = "\"status == 0\" failed";
       provoke = [&] {
          faults.failNext("counterWriteIndirect", 22);
-         counters->clearAllTableCounters(static_cast<U32>(STDERR_FILENO));
+         // A table that nothing is published of.
+         const U32 table = counters->zlResourceInfoIntf()->zlTableCounterIndex("ingressPortCount");
+         counters->clearTableCounters(static_cast<U32>(STDERR_FILENO), table, ZelId::ZelPipeId(0));
       };
       break;
    }
