@@ -94,7 +94,7 @@ const Run::Kind Run::kinds[] = {
      {"restart", 1, &Run::restart},
      {"damage", 1, &Run::damage},
      {"assertion", 1, &Run::assertion},
-     {"command", 1, &Run::command},
+     {"command", 3, &Run::command},
      {"quiet", 1, &Run::quiet},
      {"wait", 19, &Run::wait},
 };

@@ -16,6 +16,20 @@ std::string differ(const std::string& what, U64 is, U64 expected) {
    return what + " is " + std::to_string(is) + " and not " + std::to_string(expected);
 }
 
+// Of the records that are whole.
+template <class Record>
+std::vector<std::string> keysOf(Silo::TableReader<Record>& reader) {
+   std::vector<Silo::Entry<Record>> entries;
+   reader.snapshot(entries);
+   std::vector<std::string> keys;
+   for (const auto& entry : entries) {
+      if (entry.result == Silo::ReadResult::ok) {
+         keys.emplace_back(entry.key.view());
+      }
+   }
+   return keys;
+}
+
 } // namespace
 
 void Run::checkPort(const std::string& intf) {
@@ -119,14 +133,18 @@ void Run::checkTables() {
    if (!isMended_) {
       return;
    }
-   std::vector<Silo::Entry<Silo::Interface::IntfCounters>> entries;
-   expect(readers_->ports.snapshot(entries),
-          "the table of ports is not to be read: " + readers_->ports.problem());
-   for (const auto& entry : entries) {
-      const auto port = model_.ports.find(std::string(entry.key.view()));
-      const bool isKnown = entry.result == Silo::ReadResult::ok;
-      expect(!isKnown || port != model_.ports.end(), "there is a record of " + std::string(entry.key.view()));
-   }
+   const auto checkKeys = [&](auto& reader, const auto& known, const char* of) {
+      for (const std::string& key : keysOf(reader)) {
+         expect(known.contains(key), std::string(of) + " has a record of " + key);
+      }
+   };
+   checkKeys(readers_->ports, model_.ports, "the table of ports");
+   checkKeys(readers_->clearedPorts, model_.ports, "that of their clears");
+   checkKeys(readers_->queues, model_.ports, "the table of queues");
+   checkKeys(readers_->clearedQueues, model_.ports, "that of their clears");
+   checkKeys(readers_->vlanIntfs, model_.l3, "the table of VLAN interfaces");
+   checkKeys(readers_->subIntfs, model_.l3, "the table of subinterfaces");
+   checkKeys(readers_->nat, model_.l3, "the table of source NAT");
    for (const auto& [intf, port] : model_.ports) {
       Silo::Sample<Silo::Interface::IntfCounters> cleared;
       const bool isCleared = readers_->clearedPorts.read(intf, cleared) == Silo::ReadResult::ok;

@@ -40,8 +40,9 @@ std::string Run::ask(const std::string& command) {
 }
 
 void Run::command(Draws& draws) {
-   constexpr std::array clears{"clear mac",      "clear pdp",  "clear traffic-manager",   "clear table",
-                               "clear pipeline", "clear drop", "clear mau-deparser-drop", "clear"};
+   constexpr std::array clears{"clear mac",   "clear mac",      "clear pdp",  "clear traffic-manager",
+                               "clear table", "clear pipeline", "clear drop", "clear mau-deparser-drop",
+                               "clear"};
    const std::string drawn = draws.oneOf(clears);
    const bool isRefused = draws.oneIn(4);
    if (isRefused) { // which a clear takes for a table that cannot be written
