@@ -117,7 +117,7 @@ class Run : private SdkListener {
    void checkSchedulers();
    void checkCounts();
    void checkTables();
-   void checkViews();
+   void checkViews(std::string_view only = {});
    void checkShownMac(const ZelTest::Json& table);
    void checkHistory(bool isCalm);
    void checkEvents();
