@@ -55,7 +55,13 @@ void MacCounters::handlePort(const Pelt::IntfId& intf) {
    const Kiln::Ptr<IntfCounters> last = macCountersLast(intf);
    if (port != nullptr && last &&
        (port->devId != chip().deviceId() || port->devicePort != last->devicePort())) {
-      chip().readings().forget({ReadingKey::Kind::mac, last->devicePort()});
+      // Another interface may have been read at the place that this one left long ago.
+      if (chip()
+               .systemStatus()
+               ->portToIntfId(chip().deviceId(), ZelId::PortIndex(last->devicePort()))
+               .empty()) {
+         chip().readings().forget({ReadingKey::Kind::mac, last->devicePort()});
+      }
       macCountersLastDel(intf);
       macCountersClearDel(intf);
       cleared_.erase(intf);
