@@ -25,7 +25,14 @@ struct World {
    const ZelTest::TemporaryFolder folder;
    std::unique_ptr<ZelAgent::SwitchAgent> agent = std::make_unique<ZelAgent::SwitchAgent>(
         ZelAgent::SwitchAgentConfig{.chips = 1, .pipes = 1, .ports = 2, .siloFolder = folder.path()});
-   ZelExporter::Site site{{.siloFolder = folder.path()}};
+   ZelExporter::Site site{options()};
+
+ private:
+   ZelExporter::Options options() const {
+      ZelExporter::Options options;
+      options.siloFolder = folder.path();
+      return options;
+   }
 };
 
 World& world() {

@@ -95,7 +95,6 @@ void tryTable(Silo::TableReader<Twice>& reader, std::size_t size, bool isForged)
       must(sample.record.isWhole() || isForged, "a record is whole or the default");
       must(result == Silo::ReadResult::ok || sample.info.generation == 0, "what is not read is the default");
    }
-   reader.isWriterAlive();
 }
 
 void tryHistory(Silo::HistoryReader& reader, std::size_t size, bool isForged) {
@@ -122,7 +121,6 @@ void tryHistory(Silo::HistoryReader& reader, std::size_t size, bool isForged) {
          must(sample.values[1] == ~sample.values[0] || isForged, "a sample is whole");
       }
    }
-   reader.isWriterAlive();
 }
 
 constexpr std::size_t step = sizeof(U16) + sizeof(U64);
