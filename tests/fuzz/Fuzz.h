@@ -10,6 +10,7 @@
 #include <string_view>
 
 // Defined by each target; called by libFuzzer, or by Replay.cpp. Returns 0.
+// NOLINTNEXTLINE(readability-identifier-naming): the name is libFuzzer's.
 extern "C" int LLVMFuzzerTestOneInput(const U8* data, std::size_t size);
 
 namespace ZelFuzz {

@@ -1,4 +1,5 @@
 // A scenario, run twice: once from a stream, once from a descriptor. Both print the same bytes.
+#include "agent/CommandSpool.h"
 #include "apps/zelagent/ScenarioConsole.h"
 #include "apps/zelagent/ScenarioInput.h"
 #include "kiln/OperatorLog.h"
@@ -15,23 +16,11 @@ using ZelFuzz::must;
 
 namespace {
 
-class MemoryFile {
- public:
-   explicit MemoryFile(std::string_view bytes = "") {
-      must(write(file_.fd(), bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size()),
-           "there is memory for the file");
-      lseek(file_.fd(), 0, SEEK_SET);
-   }
-   int fd() const { return file_.fd(); }
-   String bytes() const {
-      String text(static_cast<std::size_t>(lseek(fd(), 0, SEEK_END)), '\0');
-      must(pread(fd(), text.data(), text.size(), 0) == static_cast<ssize_t>(text.size()), "the file is read");
-      return text;
-   }
-
- private:
-   const Kiln::OwnedFd file_{memfd_create("fuzz", MFD_CLOEXEC)};
-};
+String textOf(const Agent::CommandSpool& file) {
+   String text(file.size(), '\0');
+   file.read(0, text.data(), text.size());
+   return text;
+}
 
 struct Outcome {
    ZelAgent::ScenarioConsole::Status status;
@@ -45,11 +34,12 @@ Outcome outcomeOf(std::istream& scenario) {
    // Those are the process's, and go on from one agent to the next.
    Kiln::OperatorLog::instance().newEntries();
    Kiln::RingLog::instance().lineDelAll();
-   ZelAgent::SwitchAgent agent({.chips = 1, .pipes = 1, .ports = 2, .tablesAreTemporary = true});
-   const MemoryFile out;
-   const MemoryFile error;
+   ZelAgent::SwitchAgent agent(
+        {.chips = 1, .pipes = 1, .ports = 2, .historyMinutes = 0, .tablesAreTemporary = true});
+   const Agent::CommandSpool out;
+   const Agent::CommandSpool error;
    const auto status = ZelAgent::ScenarioConsole(agent, out.fd(), error.fd(), -1).run(scenario, "scenario");
-   return {status, out.bytes(), error.bytes()};
+   return {status, textOf(out), textOf(error)};
 }
 
 // What would take hours, what opens files of this machine, and what is to end in an assertion: reads of the hardware that
@@ -77,7 +67,9 @@ int LLVMFuzzerTestOneInput(const U8* data, std::size_t size) {
    }
    std::istringstream whole(text);
    const Outcome first = outcomeOf(whole);
-   const MemoryFile file(text);
+   const Kiln::OwnedFd file(memfd_create("scenario", MFD_CLOEXEC));
+   must(pwrite(file.fd(), text.data(), size, 0) == static_cast<ssize_t>(size),
+        "there is memory for the file");
    ZelAgent::ScenarioInput input(file.fd(), -1);
    std::istream pieces(&input);
    must(outcomeOf(pieces) == first, "the same scenario prints the same bytes, however it comes");
