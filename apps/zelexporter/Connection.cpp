@@ -52,23 +52,26 @@ void Connection::receive(Clock::time_point now) {
       phase_ = Phase::over;
    } else if (phase_ == Phase::reading) {
       since_ = received_.empty() ? now : since_;
+      const std::size_t searched = received_.size();
       received_.append(bytes.data(), static_cast<std::size_t>(n));
+      findHead(searched);
    }
 }
 
-bool Connection::hasRequest() const {
-   return phase_ == Phase::reading && (received_.size() >= longestHead || headLength(received_) != 0);
+// Once for what has come: a head of which each byte comes alone would otherwise be looked through for each of them.
+void Connection::findHead(std::size_t searched) {
+   headLength_ = headLength(received_, searched);
 }
 
 Connection::Request Connection::takeRequest() {
-   const std::size_t length = headLength(received_);
-   taken_ = length != 0 ? length : received_.size();
+   taken_ = headLength_ != 0 ? headLength_ : received_.size();
    const std::string_view head = std::string_view(received_).substr(0, taken_);
-   return {head, refusalOf(head, length != 0)};
+   return {head, refusalOf(head, headLength_ != 0)};
 }
 
 void Connection::answerIs(Answer answer, Clock::time_point now) {
    received_.erase(0, taken_);
+   findHead(0);
    if (received_.empty()) {
       received_.shrink_to_fit(); // it may be idle for long
    }

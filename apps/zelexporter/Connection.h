@@ -31,7 +31,7 @@ class Connection {
 
    void receive(Clock::time_point now);
    // Whether a request waits for its answer: a whole head, or one that is too long.
-   bool hasRequest() const;
+   bool hasRequest() const { return phase_ == Phase::reading && (headLength_ != 0 || isTooLong()); }
    std::size_t answered() const { return answered_; } // requests
    // Takes the request out. `head` is valid until the connection's next use.
    struct Request {
@@ -46,6 +46,8 @@ class Connection {
  private:
    enum class Phase : U8 { reading, sending, closing, over };
 
+   bool isTooLong() const { return received_.size() >= longestHead; }
+   void findHead(std::size_t searched);
    bool nextPiece();
    void answerIsSent(Clock::time_point now);
 
@@ -55,7 +57,8 @@ class Connection {
    Clock::time_point progress_{}; // of sending
    std::size_t answered_ = 0;
    Kiln::String received_;
-   std::size_t taken_ = 0; // of it, the request that is being answered
+   std::size_t headLength_ = 0; // of its first request; 0 if that is not complete
+   std::size_t taken_ = 0;      // of it, the request that is being answered
    Answer answer_;
    std::optional<Unpacker> unpacker_;
    Kiln::String piece_; // what is sent now: of the answer, or unpacked

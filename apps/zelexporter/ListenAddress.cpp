@@ -68,10 +68,13 @@ ListenAddress::ListenAddress(const Kiln::String& text) : text_(text) {
 }
 
 bool ListenAddress::isLoopback() const {
-   if (storage_.ss_family == AF_INET6) {
-      return IN6_IS_ADDR_LOOPBACK(&reinterpret_cast<const sockaddr_in6*>(&storage_)->sin6_addr) != 0;
-   }
    constexpr U32 loopbackNet = 127;
+   if (storage_.ss_family == AF_INET6) {
+      const in6_addr& address = reinterpret_cast<const sockaddr_in6*>(&storage_)->sin6_addr;
+      constexpr std::size_t firstOfIpv4 = 12;
+      return IN6_IS_ADDR_LOOPBACK(&address) != 0 ||
+             (IN6_IS_ADDR_V4MAPPED(&address) != 0 && address.s6_addr[firstOfIpv4] == loopbackNet);
+   }
    return ntohl(reinterpret_cast<const sockaddr_in*>(&storage_)->sin_addr.s_addr) >> 24 == loopbackNet;
 }
 

@@ -16,7 +16,9 @@ namespace ZelExporter {
 
 namespace {
 
-constexpr std::size_t acceptedAtOnce = 64;            // so that those who are there get their turn in between
+// Places are in quarters. Those who read their answers slowly may keep three of them; the last is for those whose
+// request comes, and more are not accepted at once: all get their turn before their place may be taken from them.
+constexpr std::size_t quarters = 4;
 constexpr std::chrono::milliseconds acceptPause{100}; // while the system has no descriptor for one more
 
 // For the tables of all kinds, while they are read and while they are looked for.
@@ -91,9 +93,9 @@ void Server::serve(Connection& client, short events) {
 
 void Server::answer(Connection& client) {
    const Connection::Request request = client.takeRequest();
-   const Refusal& refusal = request.refusal;
-   client.answerIs(refusal.status != 0 ? refused(refusal.status, refusal.reason, refusal.explanation)
-                                       : site_->answer(request.head, client.answered() + 1 >= mostRequests),
+   client.answerIs(request.refusal.status != 0
+                        ? refused(request.head, request.refusal)
+                        : site_->answer(request.head, client.answered() + 1 >= mostRequests),
                    Clock::now());
    client.send(Clock::now());
 }
@@ -122,33 +124,46 @@ void Server::boundAnswers() {
 }
 
 void Server::accept() {
-   for (std::size_t n = 0; n < acceptedAtOnce; ++n) {
+   std::size_t newOnes = 0; // at the end of the list
+   for (std::size_t n = 0; n < std::max<std::size_t>(places_ / quarters, 1); ++n) {
       Kiln::OwnedFd made(accept4(listener_.fd(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
       if (!made.isOpen()) {
          const bool isShort = errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM;
          if (!isShort) {
             return; // nobody else is there, or somebody has left again
          }
-         if (!evict()) {
+         if (!evict(newOnes)) {
             acceptsFrom_ = Clock::now() + acceptPause;
             return;
          }
          continue;
       }
       if (clients_.size() >= places_) {
-         evict();
+         evict(newOnes);
       }
       const int on = 1;
       setsockopt(made.fd(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
       clients_.emplace_back(std::move(made), Clock::now());
+      // Its request mostly came with it, and is then answered before anybody else can take its place.
+      serve(clients_.back(), POLLIN);
+      if (clients_.back().isOver()) {
+         clients_.pop_back();
+      } else {
+         ++newOnes;
+      }
    }
 }
 
-// False if there is none.
-bool Server::evict() {
-   const auto one = std::ranges::min_element(
-        clients_, {}, [](const Connection& client) { return std::pair(client.isSending(), client.since()); });
-   if (one == clients_.end()) {
+// Takes a place from one who is none of the newest; false if there is nobody else.
+bool Server::evict(std::size_t newOnes) {
+   const auto sending = static_cast<std::size_t>(std::ranges::count_if(clients_, &Connection::isSending));
+   const bool readersFirst = sending > places_ - std::max<std::size_t>(places_ / quarters, 1);
+   const auto end = std::prev(clients_.end(), static_cast<std::ptrdiff_t>(newOnes));
+   const auto one = std::min_element(clients_.begin(), end, [=](const Connection& a, const Connection& b) {
+      return std::pair(a.isSending() != readersFirst, a.since()) <
+             std::pair(b.isSending() != readersFirst, b.since());
+   });
+   if (one == end) {
       return false;
    }
    clients_.erase(one);

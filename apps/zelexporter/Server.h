@@ -9,9 +9,10 @@
 namespace ZelExporter {
 
 // Serves all clients on one thread, which never waits for any of them. A request is answered at once when it is
-// complete; so the slow ones take a place, and nothing else. When places, descriptors or memory get scarce, those who
-// have kept theirs for longest without a complete request lose it first: a client that sends its request at once gets
-// its answer, whoever else is there.
+// complete; so the slow ones take a place, and nothing else. When places or descriptors get scarce, one loses his who
+// has kept it for longest without a complete request, or, once three quarters are theirs, of those whose answers wait
+// to be read. So a quarter of the places is always for requests, and a client that sends its own at once gets its
+// answer, unless as many others connect before it does.
 class Server {
  public:
    static constexpr std::chrono::seconds idlePatience{
@@ -35,7 +36,7 @@ class Server {
    void answer(Connection& client);
    void boundAnswers();
    void accept();
-   bool evict();
+   bool evict(std::size_t newOnes);
 
    Kiln::OwnedFd listener_;
    Site* site_;

@@ -89,20 +89,9 @@ bool isNameOfHere(const Kiln::String& host) {
    return strcasecmp(name.c_str(), "localhost") == 0 || inet_pton(AF_INET, name.c_str(), &address) == 1;
 }
 
-// What the library answers by itself has no text.
-void explainError(const Request& /*request*/, Response& response) {
-   constexpr int notFound = 404;
-   if (response.body.empty()) {
-      response.set_content(response.status == notFound ? "not found: /metrics, /healthz and / are here\n"
-                                                       : "this request cannot be answered\n",
-                           plainText);
-   }
-}
-
-Answer failed(const Kiln::String& reason) {
-   constexpr unsigned internalError = 500;
+Answer failed(std::string_view head, const Kiln::String& reason) {
    Kiln::LogOutput::standardError().write("% a request failed: " + Kiln::printable(reason) + "\n");
-   return refused(internalError, "Internal Server Error", "this request failed: the exporter's log says why");
+   return refused(head, {500, "Internal Server Error", "this request failed: the exporter's log says why"});
 }
 
 } // namespace
@@ -115,7 +104,7 @@ class Site::Tables {
       routes_.set_keep_alive_max_count(Server::mostRequests);
       routes_.set_keep_alive_timeout(Server::idlePatience.count());
       routes_.set_default_headers({{"X-Content-Type-Options", "nosniff"}, {"Accept-Ranges", "none"}});
-      routes_.set_error_handler(explainError);
+      routes_.set_error_handler([this](const Request&, Response& a) { explainError(a); });
       // The library would tell the client what the exception says.
       routes_.set_exception_handler([](const Request&, Response&, std::exception_ptr thrown) {
          std::rethrow_exception(std::move(thrown));
@@ -125,7 +114,7 @@ class Site::Tables {
       }
       routes_.Get("/metrics", [this](const Request& q, Response& a) { giveMetrics(q, a); });
       routes_.Get("/healthz", [this](const Request&, Response& a) { giveHealth(a); });
-      addPage(routes_, store_,
+      addPage(routes_, store_, problem_,
               [this](const Request& q, Response& a, std::shared_ptr<const PackedText> text,
                      const char* contentType) { give(q, a, std::move(text), contentType); });
    }
@@ -135,7 +124,8 @@ class Site::Tables {
 
    Answer answer(std::string_view head, bool isLast) {
       answer_ = {};
-      const Kiln::String obeyed = withoutRanges(head);
+      isUnderstood_ = true;
+      const Kiln::String obeyed = obeyedHead(head);
       Exchange exchange(obeyed, &answer_.bytes);
       bool isClosing = false;
       const bool isAnswered = routes_.process_request(exchange, isLast, isClosing, [](Request& request) {
@@ -147,7 +137,10 @@ class Site::Tables {
          }
       });
       if (!isAnswered) {
-         return failed("its answer is too long");
+         return failed(head, "its answer is too long");
+      }
+      if (!isUnderstood_) { // nor is it known what the bytes after it are
+         return refused(head, {400, "Bad Request", "this request cannot be understood"});
       }
       answer_.closes = isLast || isClosing;
       if (head.starts_with("HEAD ")) {
@@ -170,6 +163,15 @@ class Site::Tables {
                            "machine only\n",
                            plainText);
       return Routes::HandlerResponse::Handled;
+   }
+
+   // What the library answers by itself has no text.
+   void explainError(Response& response) {
+      constexpr int notFound = 404;
+      if (response.status == notFound && response.body.empty()) {
+         response.set_content("not found: /metrics, /healthz and / are here\n", plainText);
+      }
+      isUnderstood_ = !response.body.empty();
    }
 
    // The text itself does not pass through the library, which would copy it for each reader.
@@ -206,7 +208,8 @@ class Site::Tables {
    const Kiln::String problem_; // why there is no such place; empty if there is
    MetricsTexts texts_;
    Routes routes_;
-   Answer answer_; // to the present request
+   Answer answer_;            // to the present request
+   bool isUnderstood_ = true; // by the library
 };
 
 Site::Site(const Options& options) : options_(options) {}
@@ -237,19 +240,20 @@ Answer Site::answer(std::string_view head, bool isLast) {
       choose();
       return tables_->answer(head, isLast);
    } catch (const std::exception& error) {
-      return failed(error.what());
+      return failed(head, error.what());
    }
 }
 
-Answer refused(unsigned status, std::string_view reason, std::string_view explanation) {
+Answer refused(std::string_view head, const Refusal& refusal) {
    constexpr unsigned wrongMethod = 405;
+   const Kiln::String text = Kiln::String(refusal.explanation) + "\n";
    Answer answer;
-   answer.bytes = "HTTP/1.1 " + std::to_string(status) + " " + Kiln::String(reason) +
+   answer.bytes = "HTTP/1.1 " + std::to_string(refusal.status) + " " + refusal.reason +
                   "\r\nConnection: close\r\nContent-Type: " + plainText +
                   "\r\nX-Content-Type-Options: nosniff\r\n" +
-                  (status == wrongMethod ? "Allow: GET, HEAD\r\n" : "") +
-                  "Content-Length: " + std::to_string(explanation.size() + 1) + "\r\n\r\n" +
-                  Kiln::String(explanation) + "\n";
+                  (refusal.status == wrongMethod ? "Allow: GET, HEAD\r\n" : "") +
+                  "Content-Length: " + std::to_string(text.size()) + "\r\n\r\n" +
+                  (head.starts_with("HEAD ") ? "" : text);
    answer.closes = true;
    return answer;
 }

@@ -3,6 +3,7 @@
 
 #include "apps/zelexporter/Answer.h"
 #include "apps/zelexporter/Options.h"
+#include "apps/zelexporter/RequestHead.h"
 #include "silo/Store.h"
 
 namespace ZelExporter {
@@ -28,6 +29,6 @@ class Site {
 };
 
 // The answer that refuses a request, and ends the connection.
-Answer refused(unsigned status, std::string_view reason, std::string_view explanation);
+Answer refused(std::string_view head, const Refusal& refusal);
 
 } // namespace ZelExporter

@@ -9,6 +9,7 @@
 #include <cmath>
 #include <httplib.h>
 #include <initializer_list>
+#include <regex>
 
 namespace ZelExporter {
 
@@ -60,8 +61,10 @@ void answer(const Request& request, Response& response, const Document& document
       refuse(response, notFound, "no such interface");
       return;
    }
-   response.set_header("Zel-Next-Reading-Ms",
-                       std::to_string(std::llround(document.untilNext * milliseconds)));
+   for (const auto& [name, seconds] : {std::pair("Zel-Next-Reading-Ms", document.untilNext),
+                                       std::pair("Zel-Reading-Age-Ms", document.age)}) {
+      response.set_header(name, std::to_string(std::llround(seconds * milliseconds)));
+   }
    if (!isKnown(request, response, document.tag)) {
       give(request, response, document.text, "application/json");
    }
@@ -130,17 +133,18 @@ void addDocument(httplib::Server& server, const char* path, const GiveText& give
 
 } // namespace
 
-void addPage(httplib::Server& server, const Silo::Store& store, const GiveText& give) {
+void addPage(httplib::Server& server, const Silo::Store& store, const String& problem, const GiveText& give) {
    for (const PageFile& file : pageFiles()) {
       const auto text = ZelExporter::packed(file.text);
-      server.Get(String(file.path), [&file, text, give](const Request& request, Response& response) {
+      const String pattern = std::regex_replace(String(file.path), std::regex("[.]"), "[.]");
+      server.Get(pattern, [&file, text, give](const Request& request, Response& response) {
          addHeaders(response);
          if (!isKnown(request, response, file.tag)) {
             give(request, response, text, file.contentType.data());
          }
       });
    }
-   const auto data = std::make_shared<PageData>(store);
+   const auto data = std::make_shared<PageData>(store, problem);
    addDocument(server, "/api/ports", give,
                [data](const Request& request) { return Parameters(request, {}), data->ports(); });
    addDocument(server, "/api/drops", give,

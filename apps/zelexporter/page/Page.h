@@ -19,7 +19,8 @@ using GiveText = std::function<void(const httplib::Request&, httplib::Response&,
                                     std::shared_ptr<const PackedText>, const char* contentType)>;
 
 // Adds "/" and what it loads to the server, which then reads the store's tables, and has one thread. It must not be
-// running yet.
-void addPage(httplib::Server& server, const Silo::Store& store, const GiveText& give);
+// running yet. `problem`: why the store is none to read; empty if it is one.
+void addPage(httplib::Server& server, const Silo::Store& store, const Kiln::String& problem,
+             const GiveText& give);
 
 } // namespace ZelExporter

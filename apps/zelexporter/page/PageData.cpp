@@ -24,7 +24,8 @@ constexpr double lostInterval = 1;    // while there is nothing to read
 
 } // namespace
 
-PageData::PageData(const Silo::Store& store) : store_(store), reading_(store) {}
+PageData::PageData(const Silo::Store& store, const String& problem)
+     : store_(store), reading_(store, problem) {}
 
 void PageData::refresh(double now) {
    const bool isWriterAlive = reading_.isWriterAlive();
@@ -58,6 +59,7 @@ Document PageData::document(const String& key, Make make) {
    }
    Document answer = found->second;
    answer.untilNext = std::max(due_ - now, 0.);
+   answer.age = std::max(now - reading_.time(), 0.);
    return answer;
 }
 

@@ -14,13 +14,15 @@ struct Document {
    std::shared_ptr<const PackedText> text; // JSON; null: there is no such interface
    Kiln::String tag;                       // another one for another text
    double untilNext = 0;                   // seconds until there may be a newer one
+   double age = 0;                         // seconds since the tables were read
 };
 
 // Reads when it is asked, and at most once a polling interval; again at once if the agent came or went. Within a
 // reading, each document is made once. One thread at a time.
 class PageData {
  public:
-   explicit PageData(const Silo::Store& store);
+   // `problem`: why the store is none to read; empty if it is one.
+   explicit PageData(const Silo::Store& store, const Kiln::String& problem = "");
 
    Document ports();
    Document drops();

@@ -16,6 +16,8 @@ struct ReasonDrops {
    Kiln::String reason;
    U64 total = 0;
    std::optional<double> rate{}; // per second, between the last two readings; if known
+   // Whether it is part of the port's drops: "same port" is how a switch works, and "bad FCS" one of the errors.
+   bool isSummed = true;
 };
 
 // One thread at a time.
@@ -23,9 +25,14 @@ class ReasonRates {
  public:
    using Record = Silo::Interface::IntfDropCounters;
 
-   // Takes what was read now. `longest` is the time between two readings, in seconds, over which a rate still says what
-   // happens now. Ports that are not among the entries are forgotten.
-   void take(const std::vector<Silo::Entry<Record>>& entries, double longest);
+   // What makes a rate one of now, in seconds: how far apart its two readings may be, and how old the later one.
+   struct Limits {
+      double apart;
+      double age;
+   };
+
+   // Takes what was read at `now`, by the clock of the records. Ports that are not among the entries are forgotten.
+   void take(const std::vector<Silo::Entry<Record>>& entries, double now, const Limits& limits);
 
    // Drops of the port, those that there ever were any of; the final point counts none that is not there already, and
    // is left out. `isOfNow`: whether rates are.

@@ -23,7 +23,7 @@ using ZelCtl::PublishedRow;
 namespace TableName = Silo::Interface::TableName;
 
 constexpr std::size_t listedDrops = 6; // ports, and reasons
-constexpr double rateReach = 10;       // polling intervals between two readings that still make a rate of now
+constexpr double rateReach = 10;       // intervals between two readings that still make a rate of now
 
 constexpr std::array dropCounters{"in-discards", "out-discards", "out-queue-drops"};
 
@@ -65,9 +65,10 @@ bool rank(std::vector<Ranked>* all) {
 
 } // namespace
 
-SwitchReading::SwitchReading(Silo::Store store)
-     : store_(std::move(store)), ports_(TableName::intfCounters), queues_(TableName::intfQueueCounters),
-       places_(TableName::intfPlaces), drops_(TableName::intfDropCounters), health_(TableName::chipHealth) {}
+SwitchReading::SwitchReading(Silo::Store store, String problem)
+     : store_(std::move(store)), problem_(std::move(problem)), ports_(TableName::intfCounters),
+       queues_(TableName::intfQueueCounters), places_(TableName::intfPlaces),
+       drops_(TableName::intfDropCounters), health_(TableName::chipHealth) {}
 
 void SwitchReading::read() {
    ports_.read(store_);
@@ -85,9 +86,18 @@ void SwitchReading::read() {
    if (ports_.reader() != nullptr) {
       table_.pollingInterval = ports_.reader()->state().pollingInterval;
    }
-   reasons_.take(drops_.entries(), rateReach * table_.pollingInterval);
+   // Reasons are published at an interval of their own, and read here at that of ports.
+   const double interval = drops_.reader() != nullptr ? drops_.reader()->state().pollingInterval : 0;
+   reasons_.take(drops_.entries(), table_.now,
+                 {rateReach * std::max(interval, table_.pollingInterval), ZelCtl::staleAfter * interval});
    readChips();
    readPorts();
+}
+
+// Where a queue's drops are not known, the port drops nothing only if nobody says otherwise.
+std::optional<double> SwitchReading::Port::dropRate() const {
+   return counted.rate || reasoned.rate.value_or(0) > 0 ? std::max(counted.rate, reasoned.rate)
+                                                        : std::nullopt;
 }
 
 SwitchReading::Rows SwitchReading::rowsOf(std::size_t entry) {
@@ -112,11 +122,24 @@ void SwitchReading::readPorts() {
    shown_.clear();
    for (std::size_t i = 0; i < ports_.entries().size(); ++i) {
       const PublishedRow row = rowsOf(i).port;
-      Port port{row.name, Place::ofPort(table_, row), {}, row.result, row.age, row.text.speed.value_or(0), i};
+      Port port{row.name, Place::ofPort(table_, row), {}, {}, {}, row.result,
+                row.age,  row.text.speed.value_or(0), i};
+      port.counted.rate = port.place.rates[Place::drops];
+      port.counted.total = port.place.totals[Place::dropTotal];
       for (const char* const name : dropCounters) {
          const NamedCounter* const counter = row.counter(name);
          if (counter != nullptr && counter->isRead && counter->total != 0) {
-            port.dropParts.push_back({name, counter->total, counter->rate});
+            port.counted.parts.push_back({name, counter->total, counter->rate});
+         }
+      }
+      port.reasons = reasons_.of(port.name, table_.isWriterAlive && port.age);
+      for (const ReasonDrops& drops : port.reasons) {
+         if (drops.isSummed) {
+            port.reasoned.parts.push_back({drops.reason, drops.total, drops.rate});
+            port.reasoned.total = port.reasoned.total.value_or(0) + drops.total;
+            if (drops.rate) {
+               port.reasoned.rate = port.reasoned.rate.value_or(0) + *drops.rate;
+            }
          }
       }
       shown_.push_back(std::move(port));
@@ -165,7 +188,7 @@ void SwitchReading::readChips() {
 std::vector<String> SwitchReading::notes() const {
    std::vector<String> all;
    if (!ports_.problem().empty()) {
-      all.push_back(ports_.problem());
+      all.push_back(problem_.empty() ? ports_.problem() : problem_);
    }
    if (!table_.owner.empty()) {
       all.push_back("Published by the agent of " + table_.owner + ".");
@@ -257,8 +280,8 @@ void SwitchReading::addPort(JsonWriter* out, const Port& port) const {
         {Place::inUse, Place::outUse, Place::inBits, Place::outBits, Place::packets}) {
       addRate(out, "", rates[rate]);
    }
-   addRate(out, "", rates[Place::drops]);
-   addCount(out, "", totals[Place::dropTotal]);
+   addRate(out, "", port.dropRate());
+   addCount(out, "", port.dropTotal());
    addRate(out, "", rates[Place::errors]);
    addCount(out, "", totals[Place::errorTotal]);
    out->end(']');
@@ -276,10 +299,10 @@ String SwitchReading::dropsJson() const {
 void SwitchReading::addDroppingPorts(JsonWriter* out) const {
    std::vector<Ranked> worst;
    for (std::size_t i = 0; i < shown_.size(); ++i) {
-      const Place& place = shown_[i].place;
-      worst.push_back({i, place.rates[Place::drops], place.totals[Place::dropTotal].value_or(0)});
+      worst.push_back({i, shown_[i].dropRate(), shown_[i].dropTotal().value_or(0)});
    }
-   out->value("ports-by-rate", rank(&worst));
+   const bool isByRate = rank(&worst);
+   out->value("ports-by-rate", isByRate);
    out->begin("ports", '[');
    for (const Ranked& one : worst) {
       const Port& port = shown_[one.index];
@@ -288,9 +311,11 @@ void SwitchReading::addDroppingPorts(JsonWriter* out) const {
       addRate(out, "rate", one.rate);
       addCount(out, "total", one.total);
       out->begin("parts", '[');
-      for (const Part& part : port.dropParts) {
+      const bool isReasoned =
+           isByRate ? port.reasoned.rate > port.counted.rate : port.reasoned.total > port.counted.total;
+      for (const Part& part : (isReasoned ? port.reasoned : port.counted).parts) {
          out->begin("", '{');
-         out->value("counter", std::string_view(part.counter));
+         out->value("name", std::string_view(part.name));
          addRate(out, "rate", part.rate);
          addCount(out, "total", part.total);
          out->end('}');
@@ -310,7 +335,7 @@ void SwitchReading::addReasons(JsonWriter* out) const {
    };
    std::map<std::pair<String, String>, Sum> sums;
    for (std::size_t i = 0; i < shown_.size(); ++i) {
-      for (const ReasonDrops& drops : reasonsOf(shown_[i])) {
+      for (const ReasonDrops& drops : shown_[i].reasons) {
          Sum& sum = sums[{String(drops.point), drops.reason}];
          sum.point = drops.point;
          sum.reason = drops.reason;
@@ -384,7 +409,7 @@ String SwitchReading::portJson(const String& intf) {
    }
    out.end(']');
    out.begin("reasons", '[');
-   for (const ReasonDrops& drops : reasonsOf(port)) {
+   for (const ReasonDrops& drops : port.reasons) {
       out.begin("", '{');
       out.value("point", drops.point);
       out.value("reason", std::string_view(drops.reason));

@@ -11,12 +11,14 @@ namespace ZelExporter {
 // Documents are JSON, with numbers as PageJson.h has them. One thread at a time.
 class SwitchReading {
  public:
-   explicit SwitchReading(Silo::Store store);
+   // `problem`: why the store is none to read; empty if it is one.
+   explicit SwitchReading(Silo::Store store, Kiln::String problem = "");
 
    // Reads all tables. Those that are missing are left out.
    void read();
    // Whether there is an agent now, whatever was read.
    bool isWriterAlive() { return ports_.isWriterAlive(); }
+   double time() const { return table_.now; }                        // of the reading, on the monotonic clock
    double pollingInterval() const { return table_.pollingInterval; } // 0 if it is not known
 
    // All ports with what their tiles show; the chips; and what is to be said of the agent.
@@ -36,22 +38,34 @@ class SwitchReading {
       std::optional<Vex::RecordText> health{};
       std::optional<double> age{}; // of what is known of its health
    };
-   // One of the counters that a port's drops are the sum of.
+   // One of those that a port's drops are the sum of: a counter, or a reason.
    struct Part {
-      const char* counter;
+      Kiln::String name;
       U64 total = 0;
       std::optional<double> rate{};
+   };
+   // Sums of rates and of totals, if they are known.
+   struct Drops {
+      std::vector<Part> parts; // those that ever counted
+      std::optional<double> rate{};
+      std::optional<U64> total{};
    };
    struct Port {
       Kiln::String name;
       ZelCtl::Place place;
-      std::vector<Part> dropParts; // those that ever counted
+      Drops counted;  // by MAC and queues
+      Drops reasoned; // by reason
+      std::vector<ReasonDrops> reasons;
       Silo::ReadResult result = Silo::ReadResult::absent;
       std::optional<double> age;
       U64 speed = 0;
       std::size_t entry = 0;             // of the table of ports
       std::optional<std::size_t> chip{}; // among the chips; none if nobody says
       U32 devicePort = 0;
+
+      // A frame may be counted by both, so they are not added: the higher one is what the port drops.
+      std::optional<double> dropRate() const;
+      std::optional<U64> dropTotal() const { return std::max(counted.total, reasoned.total); }
    };
 
    // The row of a port with its queues' drops, and that of the queues.
@@ -64,15 +78,13 @@ class SwitchReading {
    void readChips();
    std::vector<Kiln::String> notes() const;
    std::optional<double> age(double time) const;
-   std::vector<ReasonDrops> reasonsOf(const Port& port) const {
-      return reasons_.of(port.name, table_.isWriterAlive && port.age);
-   }
    void addChip(Kiln::JsonWriter* out, const Chip& chip) const;
    void addPort(Kiln::JsonWriter* out, const Port& port) const;
    void addDroppingPorts(Kiln::JsonWriter* out) const;
    void addReasons(Kiln::JsonWriter* out) const;
 
    const Silo::Store store_;
+   const Kiln::String problem_;
    KeptTable<IntfCounters> ports_;
    KeptTable<IntfQueueCounters> queues_;
    KeptTable<Silo::Interface::IntfPlace> places_;

@@ -11,15 +11,16 @@ const askAtMostEvery = 250;
 const chosen = { colour: "use", port: null, last: "15m" };
 const shown = {
   ports: null, // the document
-  portsAt: 0, // performance.now() when it came
+  portsAt: 0, // performance.now() when the exporter read it
   tiles: new Map(), // by name
   order: [], // tiles as they stand
-  lostSince: null, // when the exporter was heard last, as a Date
+  heardAt: new Date(), // when the exporter answered last; the page is an answer, too
+  lostSince: null, // the same, while it does not answer
   details: null,
   history: null,
   cursor: null, // a time in the plots
 };
-const tags = new Map(); // of the documents that are here, by address
+let documents = new Map(); // what was drawn last, with its tag, by address
 let timer = 0;
 let round = 0;
 
@@ -133,7 +134,8 @@ const scales = {
   drops: {
     limits: [0, 1, 10, 100, 1000, 100000],
     labels: ["0", "< 1", "< 10", "< 100", "< 1k", "< 100k", "100k and more"],
-    legend: "packets dropped per second, by MAC and queues",
+    legend: "packets dropped per second",
+    note: "; not “same port”, nor “bad FCS”, which is an error",
     value: (port) => (port.drops === null ? null : port.drops / 1000),
     text: (port) => (port.drops === null ? "–" : rateText(port.drops, true) + "/s"),
   },
@@ -156,20 +158,20 @@ function levelOf(value, limits) {
 
 // Documents.
 
-// Asks for a document; null if it is the one that is here. Throws if there is no answer in time.
+// Asks for a document, which may be the one that was drawn last. Throws if there is no answer in time.
 async function load(address) {
-  const headers = tags.has(address) ? { "If-None-Match": tags.get(address) } : {};
+  const drawn = documents.get(address);
+  const headers = drawn ? { "If-None-Match": drawn.tag } : {};
   const answer = await fetch(address, { headers, cache: "no-store", signal: AbortSignal.timeout(answerWithin) });
   const next = Number(answer.headers.get("Zel-Next-Reading-Ms"));
   if (answer.status === 304) {
-    return { next, document: null };
+    return { ...drawn, next, isNew: false };
   }
   if (!answer.ok) {
     throw Object.assign(new Error(await answer.text()), { status: answer.status });
   }
-  const document = await answer.json();
-  tags.set(address, answer.headers.get("ETag"));
-  return { next, document };
+  return { tag: answer.headers.get("ETag"), document: await answer.json(), next, isNew: true,
+    readAt: performance.now() - Number(answer.headers.get("Zel-Reading-Age-Ms")) };
 }
 
 const query = (name) => `interface=${encodeURIComponent(name)}`;
@@ -185,38 +187,39 @@ async function refresh() {
   }
   let next = askAtLeastEvery;
   try {
-    const [ports, drops, events, ...ofPort] = await Promise.all(addresses.map((address, i) =>
+    const answers = await Promise.all(addresses.map((address, i) =>
       // A port that went is no reason to show nothing of the others.
       load(address).catch((error) => {
         if (i < 3 || error.status === undefined) {
           throw error;
         }
-        return { next: askAtLeastEvery, document: { problem: error.message } };
+        return { document: { problem: error.message } };
       })));
     if (mine !== round) {
       return;
     }
+    // What another round overtook was not drawn, and is asked for again: so tags are kept here.
+    documents = new Map(answers.map((answer, i) => [addresses[i], answer]).filter(([, answer]) => answer.tag));
+    const [ports, drops, events, details, history] = answers;
     next = Math.min(Math.max(ports.next + 30, askAtMostEvery), askAtLeastEvery);
+    shown.heardAt = new Date();
     shown.lostSince = null;
-    if (ports.document) {
-      takePorts(ports.document);
+    if (ports.isNew) {
+      takePorts(ports);
     }
-    if (drops.document) {
+    if (drops.isNew) {
       drawDrops(drops.document);
     }
-    if (events.document) {
+    if (events.isNew) {
       drawEvents(events.document);
     }
-    if (ofPort.length > 0) {
-      shown.details = ofPort[0].document ?? shown.details;
-      shown.history = ofPort[1].document ?? shown.history;
-    }
+    shown.details = details?.document;
+    shown.history = history?.document;
   } catch {
     if (mine !== round) {
       return;
     }
-    shown.lostSince ??= new Date();
-    tags.clear();
+    shown.lostSince ??= shown.heardAt;
   }
   draw();
   if (!document.hidden) {
@@ -225,10 +228,10 @@ async function refresh() {
 }
 
 // The ports, as objects by column.
-function takePorts(ports) {
+function takePorts({ document: ports, readAt }) {
   ports.ports = ports.ports.map((row) => Object.fromEntries(ports.columns.map((column, i) => [column, row[i]])));
   shown.ports = ports;
-  shown.portsAt = performance.now();
+  shown.portsAt = readAt;
 }
 
 // Milliseconds since the reading that is shown.
@@ -241,6 +244,12 @@ function isOld(port) {
 
 function ageOf(port) {
   return port["age-ms"] === null ? null : port["age-ms"] + sinceReading();
+}
+
+// Health that nobody tells any more is none.
+function hasHealth(chip) {
+  return chip.verdict !== undefined && shown.ports["writer-alive"] && shown.lostSince === null &&
+    chip["age-ms"] !== null && chip["age-ms"] + sinceReading() <= shown.ports["stale-after-ms"] + askAtLeastEvery;
 }
 
 // Drawing.
@@ -257,7 +266,8 @@ function draw() {
 
 function drawBanner() {
   const ports = shown.ports;
-  const silent = (ports?.chips ?? []).filter((chip) => chip.verdict === "silent").map((chip) => chip.name);
+  const silent = (ports?.chips ?? []).filter((chip) => chip.verdict === "silent" && hasHealth(chip))
+    .map((chip) => chip.name);
   let text = "";
   if (shown.lostSince) {
     text = `No answer from the exporter since ${timeText(shown.lostSince)}.` +
@@ -268,10 +278,10 @@ function drawBanner() {
     const ages = ports.ports.map(ageOf).filter((age) => age !== null);
     text = "The agent is gone: nothing newer is published." +
       (ages.length > 0 ? ` What is shown is ${durationText(Math.min(...ages))} old.` : "");
-  } else if (ports && ports.ports.length > 0 && ports.ports.every(isOld)) {
-    text = "An agent is running, but publishes nothing new.";
   } else if (silent.length > 0) {
     text = `${silent.join(", ")}: no answer from the chip.`;
+  } else if (ports && ports.ports.length > 0 && ports.ports.every(isOld)) {
+    text = "An agent is running, but publishes nothing new.";
   }
   setText(byId("banner"), text);
   document.title = `${text === "" ? "" : "⚠ "}Ports of ${location.hostname}`;
@@ -298,7 +308,7 @@ function drawLegend() {
   byId("legend").replaceChildren(
     ...scale.labels.map((label, level) => make("span", { className: `l${level}` }, label)),
     make("span", { className: "old" }, "not up to date"),
-    make("span", {}, scale.legend));
+    make("span", {}, scale.legend + (scale.note ?? "")));
 }
 
 // A name without what all names share: "Eth7", or "7" where there is no room.
@@ -370,9 +380,7 @@ const verdictSigns = { ok: "●", degraded: "▲", silent: "■" };
 
 function drawChip(chip, ports, head) {
   const isKnown = chip.verdict !== undefined;
-  // Health that nobody tells any more is none.
-  const isNow = isKnown && shown.ports["writer-alive"] && shown.lostSince === null &&
-    chip["age-ms"] !== null && chip["age-ms"] + sinceReading() <= shown.ports["stale-after-ms"] + askAtLeastEvery;
+  const isNow = hasHealth(chip);
   head.verdict.className = isNow ? `verdict ${chip.verdict}` : isKnown ? "verdict old" : "";
   setText(head.verdict, !isKnown ? "" : isNow ? `${verdictSigns[chip.verdict] ?? ""} ${chip.verdict}`
     : `was ${chip.verdict}`);
@@ -402,7 +410,7 @@ function drawTile(tile, port) {
   const level = old ? "old" : `l${levelOf(value, scale.limits)}`;
   const isChosen = port.name === chosen.port;
   tile.port = port;
-  const key = `${level} ${text} ${isChosen}`;
+  const key = `${chosen.colour} ${level} ${text} ${isChosen}`;
   if (key === tile.key) {
     return;
   }
@@ -455,7 +463,7 @@ function drawDrops(drops) {
       const isByRate = drops["ports-by-rate"];
       const parts = port.parts.filter((part) => !isByRate || part.rate > 0);
       writePortButton(row.cells[0].firstChild, port.name);
-      setText(row.cells[1], parts.map((part) => (dropCounterNames[part.counter] ?? part.counter) +
+      setText(row.cells[1], parts.map((part) => (dropCounterNames[part.name] ?? part.name) +
         (parts.length > 1 ? ` ${valueOf(part, isByRate)}` : "")).join(", "));
       setText(row.cells[2], valueOf(port, isByRate));
     });
@@ -480,14 +488,17 @@ const graveKinds = ["upset", "suspect", "reset", "chip-silent", "chip-went", "ta
 function drawEvents(events) {
   const list = byId("events").querySelector("ol");
   setText(byId("events-note"), [events.problem, ...events.notes].filter((note) => note).join(" "));
-  const there = new Map([...list.children].map((item) => [item.number, item]));
+  // Numbers begin anew with new tables.
+  const keyOf = (event) => [event.number, event["unix-ms"], event.kind, event.where].join(" ");
+  const there = new Map([...list.children].map((item) => [item.key, item]));
   const isFirst = there.size === 0;
   const items = events.events.map((event) => {
-    let item = there.get(event.number);
+    const key = keyOf(event);
+    let item = there.get(key);
     if (!item) {
       const place = shown.tiles.has(event.where) && event.place === event.where
         ? portButton(event.where) : make("span", {}, event.place === "-" ? "" : event.place);
-      item = make("li", { className: graveKinds.includes(event.kind) ? "grave" : "", number: event.number },
+      item = make("li", { className: graveKinds.includes(event.kind) ? "grave" : "", key },
         make("time"), make("div", {}, make("span", { className: "kind" }, event.kind), place),
         make("div", { className: "what" }));
       item.classList.toggle("new", !isFirst);
@@ -520,8 +531,10 @@ function drawDetails() {
   }
   setText(byId("details-name"), chosen.port);
   const port = shown.details;
+  byId("details").classList.toggle("empty", port?.problem !== undefined);
   if (!port || port.name !== chosen.port) {
-    setText(byId("details-facts"), port?.problem ?? "Reading …");
+    setText(byId("details-facts"),
+      port?.problem ? `${port.problem.trim()}; Escape or ✕ closes this.` : "Reading …");
     byId("details-body").hidden = true;
     return;
   }
@@ -735,6 +748,7 @@ function readAddress() {
 }
 
 function openPort(name, isByKey) {
+  shown.details = shown.history = null;
   choose({ port: name });
   refresh();
   shown.tiles.get(name)?.button.scrollIntoView({ block: "nearest" });

@@ -19,6 +19,9 @@ using ZelExporter::SwitchReading;
 using Point = ZlDrop::Point;
 using testing::Test;
 constexpr double interval = 2.0;
+constexpr U32 badFcs = 0;
+constexpr U32 aclDeny = 5;
+constexpr U32 samePort = 6;
 constexpr U64 large = (U64{1} << 63) + 1; // more than a browser's numbers hold
 
 class PageTables : public Test {
@@ -43,11 +46,12 @@ class PageTables : public Test {
    }
 
    // What a port dropped at ingress for a reason, and the same at the final point, which counts it again.
-   void publishReason(const char* name, U64 total, double readTime, double createdTime = 1) {
+   void publishReason(const char* name, U64 total, double readTime, double createdTime = 1,
+                      U32 reason = aclDeny) {
       Tables::IntfDropCounters record;
       record.createdTime = createdTime;
       for (const Point point : {Point::ingress, Point::final}) {
-         const std::size_t place = Tables::IntfDropCounters::place(point, 5);
+         const std::size_t place = Tables::IntfDropCounters::place(point, reason);
          record.totals[place] = {total};
          record.readTimes[place] = readTime;
       }
@@ -79,19 +83,24 @@ class PageTables : public Test {
 using PageReading = PageTables;
 
 TEST_F(PageReading, RatesReasonsBetweenTwoReadingsThatAreNotFarApart) {
+   const double now = Silo::monotonicNow();
    publishPort("Ethernet1", 0, 0);
-   publishReason("Ethernet1", 1000, 100);
+   publishReason("Ethernet1", 1000, now - 205);
    SwitchReading reading(store_);
    json reasons = reasonsIn(&reading);
    ASSERT_EQ(reasons.size(), 1U) << "drops were counted again where they were lost in the end";
    EXPECT_EQ(reasons[0]["reason"], "ACL denied");
    EXPECT_TRUE(reasons[0]["rate"].is_null());
-   publishReason("Ethernet1", 1500, 102);
+   publishReason("Ethernet1", 1500, now - 203);
+   EXPECT_TRUE(reasonsIn(&reading)[0]["rate"].is_null()) << "the chip was not read any more";
+   publishReason("Ethernet1", 9500, now - 5);
+   EXPECT_TRUE(reasonsIn(&reading)[0]["rate"].is_null()) << "a rate of long ago";
+   publishReason("Ethernet1", 10000, now - 3);
    EXPECT_EQ(reasonsIn(&reading)[0]["rate"], 250'000);
    EXPECT_EQ(reasonsIn(&reading)[0]["rate"], 250'000) << "nothing was read meanwhile";
-   publishReason("Ethernet1", 9500, 300);
-   EXPECT_TRUE(reasonsIn(&reading)[0]["rate"].is_null()) << "a rate of long ago";
-   publishReason("Ethernet1", 40, 302, 301);
+   publishReason("Ethernet1", 9000, now - 2);
+   EXPECT_TRUE(reasonsIn(&reading)[0]["rate"].is_null()) << "a total went back";
+   publishReason("Ethernet1", 40, now - 1, now);
    EXPECT_TRUE(reasonsIn(&reading)[0]["rate"].is_null()) << "of another record";
    EXPECT_EQ(reasonsIn(&reading)[0]["total"], "40");
 }
@@ -107,6 +116,20 @@ TEST_F(PageReading, RanksByRateAndWithoutAnAgentByTotal) {
    ASSERT_EQ(drops["ports"].size(), 1U);
    EXPECT_EQ(drops["ports"][0]["name"], "Ethernet2");
    EXPECT_EQ(drops["ports"][0]["rate"], 10'000);
+   const double now = Silo::monotonicNow();
+   publishPort("Ethernet3", 0, 0);
+   for (const auto& [name, reason] : {std::pair("Ethernet1", samePort), std::pair("Ethernet3", badFcs),
+                                      std::pair("Ethernet10", aclDeny)}) {
+      publishReason(name, 50, now - 2, 1, reason);
+      reading.read();
+      publishReason(name, 2050, now - 1, 1, reason);
+   }
+   reading.read();
+   drops = json::parse(reading.dropsJson());
+   ASSERT_EQ(drops["ports"].size(), 2U) << "neither how a switch works nor errors are drops";
+   EXPECT_EQ(drops["ports"][0]["name"], "Ethernet10");
+   EXPECT_EQ(drops["ports"][0]["rate"], 2'000'000);
+   EXPECT_EQ(drops["ports"][0]["parts"][0]["name"], "ACL denied");
    ports_.reset();
    reading.read();
    drops = json::parse(reading.dropsJson());
