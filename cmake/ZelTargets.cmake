@@ -15,6 +15,9 @@ if(ZEL_SANITIZE)
   target_compile_options(zel_build_flags INTERFACE -fsanitize=${ZEL_SANITIZE} -fno-sanitize-recover=all)
   target_link_options(zel_build_flags INTERFACE -fsanitize=${ZEL_SANITIZE})
 endif()
+if(ZEL_FUZZ)
+  target_compile_options(zel_build_flags INTERFACE -fsanitize=fuzzer-no-link)
+endif()
 
 # zel_include_root(TREE VARIABLE): sets VARIABLE to a folder from which only "TREE/..." can be included, so that a
 # library can't include headers of a layer above. The platform needs none: its folder is its root.

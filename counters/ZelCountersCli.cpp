@@ -25,9 +25,11 @@ bool ZelCountersCli::changes(const std::vector<Kiln::String>& words) const {
    if (mgr_ == nullptr) {
       return false;
    }
+   const ZelCountersMgrCli mgrCli(mgr_);
    ZelCountersCommand command;
-   const bool isRefused = !CommandParser(words, ZelCountersMgrCli(mgr_)).parse(&command).empty();
-   return !isRefused && command.isClear;
+   const bool isRefused = !CommandParser(words, mgrCli).parse(&command).empty();
+   // Names are looked up as the command itself will do.
+   return !isRefused && command.isClear && mgrCli.areNamesKnown(command);
 }
 
 std::vector<Kiln::String> ZelCountersCli::completions(const std::vector<Kiln::String>& words) const {

@@ -145,6 +145,9 @@ class Site::Tables {
       answer_.closes = isLast || isClosing;
       if (head.starts_with("HEAD ")) {
          answer_.text.reset();
+         // The library does not know the method of a request line that it cannot read, and gives a body.
+         constexpr std::string_view headEnd = "\r\n\r\n";
+         answer_.bytes.resize(answer_.bytes.find(headEnd) + headEnd.size());
       }
       return std::move(answer_);
    }

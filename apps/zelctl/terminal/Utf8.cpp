@@ -82,8 +82,7 @@ bool showsUtf8() {
       }
    }
    Kiln::String charset = locale == nullptr ? "" : locale;
-   std::ranges::transform(charset, charset.begin(),
-                          [](char one) { return one == '-' ? '-' : std::toupper(one); });
+   std::ranges::transform(charset, charset.begin(), [](unsigned char one) { return std::toupper(one); });
    if (charset.find("UTF-8") == Kiln::String::npos && charset.find("UTF8") == Kiln::String::npos) {
       return false;
    }
