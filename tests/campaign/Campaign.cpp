@@ -588,7 +588,7 @@ void Run::port(Draws& draws) {
 }
 
 void Run::intervals(Draws& draws) {
-   constexpr std::array<double, 6> choices{0.25, 1, 2, 5, 30, 60};
+   constexpr std::array<double, 6> choices{0.5, 1, 2, 5, 30, 60};
    pollingInterval_ = draws.oneOf(choices);
    agent_->countersMgr().sdkPollingIntervalIs(pollingInterval_);
    for (const auto& [device, chip] : model_.chips) {
@@ -611,7 +611,8 @@ void Run::clear(Draws& draws) {
 }
 
 void Run::wait(Draws& draws) {
-   const U64 longest = draws.oneIn(6) ? 20000 : 3000; // milliseconds
+   constexpr U64 longWait = 600000; // milliseconds
+   const U64 longest = draws.oneIn(60) ? longWait : draws.oneIn(6) ? 20000 : 3000;
    // Not a whole number, so that things seldom fall due at the same moment.
    advance(static_cast<double>(draws.below(longest)) / 1000 + 0.0001);
 }

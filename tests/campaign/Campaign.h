@@ -10,6 +10,7 @@
 #include "tests/support/TemporaryFolder.h"
 
 #include <memory>
+#include <sstream>
 #include <stdexcept>
 
 namespace Campaign {
@@ -66,10 +67,18 @@ class Run : private SdkListener {
    void note(U64 value) { result_.hash = (result_.hash ^ value) * 0x100000001B3; }
    void note(double value);
    void fail(const std::string& what); // thrown when the event is over, as it may be within a callback
-   void expect(bool holds, const std::string& what) {
+   // The text is made of the parts only where it does not hold.
+   template <class... Parts>
+   void expect(bool holds, const Parts&... what) {
       if (!holds) {
-         fail(what);
+         std::ostringstream text;
+         (text << ... << what);
+         fail(text.str());
       }
+   }
+   template <class... Parts>
+   void expectIs(U64 is, U64 expected, const Parts&... what) {
+      expect(is == expected, what..., " is ", is, " and not ", expected);
    }
    void throwFailure() const;
 

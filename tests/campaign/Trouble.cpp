@@ -33,7 +33,7 @@ void Run::passed() {
 void Run::restart(Draws& draws) {
    const bool isKilled = draws.oneIn(2);
    const bool keepsCounters = !draws.oneIn(3);
-   if (now() - damagedAt_ < mendingTime || !draws.oneIn(4)) {
+   if (now() - damagedAt_ < mendingTime || !draws.oneIn(6)) {
       return;
    }
    const std::string former = config_.siloFolder;
