@@ -3,6 +3,7 @@
 #pragma once
 
 #include "apps/zelagent/SwitchAgent.h"
+#include "silo/TableReader.h"
 #include "tests/campaign/Draws.h"
 #include "tests/campaign/Model.h"
 #include "tests/support/ShownRows.h"
@@ -59,6 +60,7 @@ class Run : private SdkListener {
    void answering(const Request& request) override;
    void answered(const Request& request, const bf_rmon_counter_array_t* values) override;
 
+   static std::string chipName(U8 device) { return "Zel" + std::to_string(device); }
    static double now() { return ZelTest::SimulatedTime::now(); }
    void advance(double seconds);
    void runEvent(U64 number);
@@ -88,6 +90,7 @@ class Run : private SdkListener {
    void flip(Draws& draws);
    void resetBlock(Draws& draws);
    void queueTraffic(Draws& draws);
+   void packets(Draws& draws);
    void queueTrouble(Draws& draws);
    void completions(Draws& draws);
    void someCompletions(Draws& draws);
@@ -114,10 +117,16 @@ class Run : private SdkListener {
    void comesPort(const std::string& intf, Place place);
    void goesPort(const std::string& intf);
    void answeredOnce(const Request& request);
+   void beginCounted(Family family, const std::string& name, Place place, bool isMoved);
+   void beginPort(const std::string& intf, Place place, bool isMoved);
+   void beginChip(U8 device);
+   void clearedCounted(const std::string& clear, bool isExact);
+   const Chip* chipOf(Family family, const std::string& name) const;
    // Null, or an interface that has a port.
    const std::string* drawPort(Draws& draws) const;
    std::optional<Place> drawFreePlace(Draws& draws) const;
    void calm();
+   void command(const std::string& clear);
    std::string ask(const std::string& command);
 
    // What must hold.
@@ -131,6 +140,11 @@ class Run : private SdkListener {
    void checkHistory(bool isCalm);
    void checkEvents();
    void checkFresh(double since);
+   void checkShownCounted(Family family, const ZelTest::Json& document, bool isCalm);
+   template <class Record>
+   void checkCountedRecords(Silo::TableReader<Record>& reader, Family family, bool isCalm);
+   void checkCounted(bool isCalm);
+   void checkCalmCounted();
    void checkL3();
    void checkL3Records(bool isCalm);
    void passed(); // a pass of the manager has begun
@@ -151,6 +165,7 @@ class Run : private SdkListener {
    U64 newestEvent_ = 0;       // then
    const std::size_t deadBefore_ = deadObjects();
    std::map<std::pair<U32, Request::Kind>, U32> unanswered_; // by life
+   S64 strays_ = 0;                                          // answers that may have passed for others'
    static constexpr double mendingTime = 130;                // seconds, after which everything was read again
    unsigned folders_ = 0;
    std::map<U16, int> shortages_; // of a VLAN: messages of its beginning less those of its end
