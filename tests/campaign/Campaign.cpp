@@ -12,6 +12,7 @@
 #include <bit>
 #include <cstdio>
 #include <filesystem>
+#include <thread>
 
 namespace Campaign {
 
@@ -91,6 +92,7 @@ const Run::Kind Run::kinds[] = {
      {"restart", 1, &Run::restart},
      {"damage", 1, &Run::damage},
      {"assertion", 1, &Run::assertion},
+     {"fake counter", 1, &Run::fake},
      {"command", 3, &Run::command},
      {"quiet", 1, &Run::quiet},
      {"wait", 19, &Run::wait},
@@ -108,6 +110,9 @@ Run::Run(const Settings& settings) : settings_(settings), model_(rmonOfField()) 
    config_.historyMinutes = 1;
    config_.siloFolder = folder_.path() + "/tables";
    config_.hardwareFile = folder_.path() + "/hardware";
+   if (isSimulation_) {
+      setenv("SIMULATION_VMID", "1", 1);
+   }
 }
 
 U64 Run::lastEvent() {
@@ -487,10 +492,41 @@ void Run::someCompletions(Draws& draws) {
 }
 
 void Run::deliverHeld(Draws& draws) {
-   const std::size_t held = agent_->fleet().completions().held().size();
-   for (U64 left = std::min<U64>(held, 1 + draws.below(6)); left > 0; --left) {
-      const std::size_t present = agent_->fleet().completions().held().size();
-      agent_->fleet().completions().deliverHeld(draws.below(present));
+   SoftChip::Completions& completions = agent_->fleet().completions();
+   const auto deliver = [&](U64 most) {
+      for (U64 left = std::min<U64>(completions.held().size(), most); left > 0; --left) {
+         completions.deliverHeld(draws.below(completions.held().size()));
+      }
+   };
+   const U64 most = 1 + draws.below(6);
+   if (draws.oneIn(3)) { // on another thread, which the SDK may have
+      Kiln::ActivityLockAnchor::yieldWhile([&] { std::thread([&] { deliver(most); }).join(); });
+   } else {
+      deliver(most);
+   }
+}
+
+// In a simulation all ports may pretend to have the same single counter.
+void Run::fake(Draws& draws) {
+   const U64 id = draws.below(rmonCount);
+   const U64 bits = draws.below(64);
+   const U64 value = draws.next() >> bits;
+   if (!isSimulation_) {
+      return;
+   }
+   setenv("ZEL_COUNTER_ID", std::to_string(id).c_str(), 1);
+   setenv("ZEL_COUNTER_VALUE", std::to_string(value).c_str(), 1);
+   agent_->countersMgr().requestHwCountersPolling();
+   unsetenv("ZEL_COUNTER_ID");
+   for (const auto& [intf, port] : model_.ports) {
+      if (isPolled(intf, port)) {
+         std::array<U64, rmonCount>& mac = model_.hardware[port.place].mac;
+         const auto before = std::exchange(mac, {});
+         mac[id] = value;
+         model_.macAnswered(port.place, now());
+         mac = before;
+         checkPort(intf);
+      }
    }
 }
 

@@ -110,6 +110,7 @@ class Run : private SdkListener {
    void damage(Draws& draws);
    void assertion(Draws& draws);
    void command(Draws& draws);
+   void fake(Draws& draws);
 
    void addChip(U8 device);
    void deleteChip(U8 device);
@@ -125,6 +126,11 @@ class Run : private SdkListener {
    // Null, or an interface that has a port.
    const std::string* drawPort(Draws& draws) const;
    std::optional<Place> drawFreePlace(Draws& draws) const;
+   static bool isPolled(const std::string& intf, const Port& port) {
+      return !intf.starts_with("Internal") || intf == "Internal" + std::to_string(port.place.device + 1);
+   }
+   std::string provoke(Draws& draws, U8 device, std::function<void()>& how);
+   void leaveHalfWritten();
    void calm();
    void command(const std::string& clear);
    std::string ask(const std::string& command);
@@ -152,6 +158,7 @@ class Run : private SdkListener {
    const Settings settings_;
    const ZelTest::SimulatedTime time_;
    const ZelTest::TemporaryFolder folder_;
+   const bool isSimulation_ = settings_.seed % 4 == 2; // for the library
    ZelAgent::SwitchAgentConfig config_;
    Model model_;
    std::unique_ptr<ZelAgent::SwitchAgent> agent_;
@@ -162,6 +169,7 @@ class Run : private SdkListener {
    double damagedAt_ = -never; // some table
    bool isMended_ = true;      // since then
    bool wasDamaged_ = false;   // since the events were looked at
+   bool wasMended_ = false;    // some table, ever
    U64 newestEvent_ = 0;       // then
    const std::size_t deadBefore_ = deadObjects();
    std::map<std::pair<U32, Request::Kind>, U32> unanswered_; // by life

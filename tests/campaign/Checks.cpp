@@ -163,9 +163,7 @@ void Run::checkTables() {
 
 void Run::checkFresh(double since) {
    for (const auto& [intf, port] : model_.ports) {
-      const std::string own = "Internal" + std::to_string(port.place.device + 1);
-      const bool isPolled = !intf.starts_with("Internal") || intf == own;
-      expect(!isPolled || port.sampleTime >= since, intf + " is not fresh");
+      expect(!isPolled(intf, port) || port.sampleTime >= since, intf + " is not fresh");
       const auto& pipe = model_.chips.at(port.place.device).pipes.at(static_cast<U16>(port.place.pipe()));
       expect(pipe.isStopped || pipe.hasLost || port.queues.sampleTime >= since,
              "the queues of " + intf + " are not fresh");
