@@ -191,6 +191,7 @@ void Run::runEvent(U64 number) {
       checkViews();
       checkTables();
       checkCounted(false);
+      checkMetrics(false);
       checkHistory(false);
       checkEvents();
    }
@@ -708,6 +709,7 @@ void Run::calm() {
    }
    checkTables();
    checkCalmCounted();
+   checkMetrics(true);
    checkViews();
    checkL3Records(true);
    checkHistory(true);

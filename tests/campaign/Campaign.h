@@ -151,6 +151,7 @@ class Run : private SdkListener {
    void checkCountedRecords(Silo::TableReader<Record>& reader, Family family, bool isCalm);
    void checkCounted(bool isCalm);
    void checkCalmCounted();
+   void checkMetrics(bool isCalm);
    void checkL3();
    void checkL3Records(bool isCalm);
    void passed(); // a pass of the manager has begun
