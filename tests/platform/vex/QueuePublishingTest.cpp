@@ -91,6 +91,27 @@ TEST_F(QueuePublishing, AClearReachesThoseOfPortsAndThoseThatTheTableHasNoRoomFo
              200U);
 }
 
+TEST_F(QueuePublishing, AQueueThatComesAtAnotherPortCountsFromZero) {
+   std::array<bool, 2> isCounted{};
+   const auto reportAtPlace = [&](U16 place, std::initializer_list<U64> packets) {
+      VexTypes::IntfQueueCounters counters;
+      counters.readings().source = {.block = Vex::Source::Block::queue, .place = place, .life = 1};
+      counters.readings().isCounted = &isCounted.at(place);
+      std::size_t queue = 0;
+      for (const U64 each : packets) {
+         counters.intfQueueStatIs(queue, {each, 0, 0});
+         counters.readings().stats[queue++] = {each, 0, 0};
+      }
+      const auto lock = Kiln::ActivityLockAnchor::lock();
+      writer->intfQueueCountersIs(intf, counters);
+   };
+   reportAtPlace(0, {7, 100});
+   reportAtPlace(1, {5});
+   EXPECT_FALSE(queues().has(1));
+   reportAtPlace(1, {6, 130});
+   EXPECT_EQ(queues().totals[1].packets, 230U);
+}
+
 TEST_F(QueuePublishing, TheHistoryHasEachQueueAndTellsOfTooLittleRoomEachTime) {
    using Silo::Interface::IntfQueueHistory;
    const ZelTest::TemporaryFolder place;
