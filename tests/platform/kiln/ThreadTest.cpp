@@ -209,6 +209,33 @@ TEST(FileLock, EndsWithoutTheFileOfWhoeverHasTheNameSince) {
    EXPECT_FALSE(std::filesystem::exists(path + "~lock"));
 }
 
+TEST(FileLock, IsHeldByOneAtATimeThoughItsFileComesAndGoes) {
+   const ZelTest::TemporaryFolder folder;
+   std::atomic<int> inside{0};
+   const auto take = [&] {
+      const Kiln::FileLock lock(folder.path() + "/thing", Kiln::FileLock::patience);
+      EXPECT_EQ(++inside, 1);
+      std::this_thread::yield();
+      --inside;
+   };
+   std::atomic<bool> isOver{false};
+   std::vector<std::thread> others;
+   for (int i = 0; i < 3; ++i) {
+      others.emplace_back([&] {
+         while (!isOver) {
+            take();
+         }
+      });
+   }
+   for (int time = 0; time < 20000 && !testing::Test::HasFailure(); ++time) {
+      take();
+   }
+   isOver = true;
+   for (std::thread& other : others) {
+      other.join();
+   }
+}
+
 TEST(Name, OneTextIsOneNameInEveryThread) {
    std::vector<Kiln::Name> mine;
    std::vector<Kiln::Name> theirs;
