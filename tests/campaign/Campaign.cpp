@@ -264,7 +264,6 @@ void Run::endAgent(bool isOrderly) {
 void Run::requested(const Request& request) {
    if (request.kind == Request::Kind::mac) {
       passed();
-      expect(!model_.intfAt({request.device, request.place}).empty(), "a port is read that is not there");
    }
    ++unanswered_[{request.life, request.kind}];
    Chip& chip = model_.chips.at(request.device);
