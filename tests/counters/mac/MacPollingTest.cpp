@@ -136,6 +136,8 @@ TEST_F(MacPolling, CompletionsOfADeletedChipTouchNothingAndFreeItWithTheLast) {
    EXPECT_EQ(registry.retiredCount(), deadBefore);
    EXPECT_TRUE(rig.counters(0)->macCountersLast().empty());
    EXPECT_EQ(Kiln::trackedObjectCount(), withBoth);
+   rig.deleteChip("Zel1"); // of which nothing is outstanding
+   EXPECT_EQ(registry.retiredCount(), deadBefore);
 }
 
 // The second answer to one port's read passes for the answer to the other's, which then comes to nobody.
