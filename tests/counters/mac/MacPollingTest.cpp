@@ -77,25 +77,14 @@ TEST_F(MacPolling, FollowsPortsThatComeMoveAndGo) {
    EXPECT_EQ(asked(), (Ports{{0, 0}, {0, 1}}));
    rig.chip(1).portAdd(5);
    rig.status->portInfoIs(port, {1, 5});
+   EXPECT_EQ(rig.counters(0)->readings().reading({ZelCounter::ReadingKey::Kind::mac, 0}).readTime,
+             Kiln::never)
+        << "at once: health is published before ports are looked at";
    EXPECT_EQ(asked(), (Ports{{0, 1}, {1, 5}}));
    rig.status->portInfoDel(port);
    EXPECT_EQ(asked(), (Ports{{0, 1}}));
    EXPECT_FALSE(rig.counters(1)->readings().isAsked(ZelCounter::ReadingKey::Kind::mac))
         << "what is known of a port goes with it";
-}
-
-TEST_F(MacPolling, ARefusedPortKeepsItsValuesAndTheOthersGoOn) {
-   const auto first = rig.addPort("Ethernet1", 0, 0);
-   const auto second = rig.addPort("Ethernet2", 0, 1);
-   rig.advance(2.0);
-   rig.chip(0).rmonIs(0, 0, 7);
-   rig.chip(0).rmonIs(1, 0, 8);
-   rig.fleet.faults().failNext("bf_port_mac_stats_hw_async_get", 26);
-   rig.advance(2.0);
-   EXPECT_EQ(rig.last(0, first, 0), 0U);
-   EXPECT_EQ(rig.last(0, second, 0), 8U);
-   rig.advance(2.0);
-   EXPECT_EQ(rig.last(0, first, 0), 7U);
 }
 
 TEST(SdkStatusText, EveryCodeOutsideTheTableIsUnknown) {

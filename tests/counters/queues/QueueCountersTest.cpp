@@ -341,19 +341,6 @@ TEST_F(QueueCounters, AWatcherMayTakeTheChipAwayOrThrow) {
    reports.onReport = nullptr;
 }
 
-TEST_F(QueueCounters, ChipThatIsAddedAgainCountsWhole) {
-   const Pelt::IntfId intf = addPort("Ethernet1", 5);
-   U64 total = 0;
-   for (const U64 reading : {1000U, 20U, 5U}) {
-      addQueueChip(0, 0);
-      queueIs(0, 5, 168, 3, reading, reading * 64, 0);
-      poll();
-      total += reading;
-      EXPECT_EQ(published(intf).totals[3], (Silo::Interface::QueueStatistics{total, total * 64, 0}));
-      deleteQueueChip("Zel0");
-   }
-}
-
 TEST_F(QueueCounters, PollerThatOutlivesItsChipStaysIdle) {
    auto& chip = addQueueChip(0, 1);
    addPort("Ethernet1", 3);

@@ -156,20 +156,6 @@ TEST_F(Scheduler, PassWithoutAWholeTableDoesNotCompleteTheFirstPolling) {
    EXPECT_TRUE(chip.firstPollingComplete());
 }
 
-TEST_F(Scheduler, LostCompletionStallsItsOwnChipOnly) {
-   auto& lossy = addNineRequestChip(0);
-   auto& whole = addNineRequestChip(1);
-   advance(2.0);
-   StubSdk::sdk().pending.erase(StubSdk::sdk().pending.begin()); // chip 0's first
-   StubSdk::sdk().deliverAll();
-   takeSyncs();
-   advance(20.0);
-   EXPECT_THAT(takeSyncs(), ::testing::Each(::testing::StartsWith("sync 1 ")));
-   EXPECT_EQ(lossy.hwTableCountersSm()->pendingCallbacks(), 1U);
-   EXPECT_FALSE(lossy.firstPollingComplete());
-   EXPECT_TRUE(whole.firstPollingComplete());
-}
-
 TEST_F(Scheduler, DuplicateAndForeignCompletionsCountForNothing) {
    auto& chip = addNineRequestChip(0);
    auto& sm = *chip.hwTableCountersSm();
