@@ -169,8 +169,11 @@ TEST_F(ChipRecords, GoOnOverAgentsAndChips) {
    receive(1);
    locked([&] { agent_->chipDel("Zel0"); });
    EXPECT_FALSE(sample<PipeStageCounters>(TableName::pipeStageCounters, "Zel0:0"));
+   EXPECT_FALSE(sample<PipeDropCounters>(TableName::pipeDropCounters, "Zel0:1"));
+   EXPECT_FALSE(sample<PipeTmCounters>(TableName::pipeTmCounters, "Zel0:1"));
    EXPECT_FALSE(sample<ChipHealth>(TableName::chipHealth, "Zel0"));
    EXPECT_FALSE(sample<IntfDropCounters>(TableName::intfDropCounters, "Ethernet1"));
+   EXPECT_FALSE(sample<IntfPdpCounters>(TableName::intfPdpCounters, "Ethernet1"));
    EXPECT_FALSE(sample<IntfPlace>(TableName::intfPlaces, "Ethernet1"));
    locked([&] { agent_->chipAdd("Zel0"); });
    advance(4.0);
@@ -178,6 +181,39 @@ TEST_F(ChipRecords, GoOnOverAgentsAndChips) {
    EXPECT_EQ(stages().createdUnixTime, before.createdUnixTime);
    EXPECT_EQ(health().totals[ChipHealth::upsets][0], later + 1);
    EXPECT_GT(drops().createdTime, 0.0) << "its interfaces went with it";
+
+   using SoftChip::CompletionMode;
+   agent_->fleet().completions().modeIs({CompletionMode::Kind::late, 3.0, 1});
+   advance(2.0);
+   locked([&] { agent_->chipRestart("Zel0", true); });
+   agent_->fleet().completions().modeIs({CompletionMode::Kind::deferred, 0.0, 1});
+   advance(8.0);
+   const U64 late = health().totals[ChipHealth::late][0];
+   EXPECT_GT(late, 0U);
+   locked([&] { agent_->chipRestart("Zel0", true); });
+   advance(4.0);
+   EXPECT_EQ(health().totals[ChipHealth::late][0], late) << "each counts in one life of the chip";
+}
+
+// The platform may take a port from an interface that its directory still has.
+TEST_F(ChipRecords, CountNothingThatAPortCountedWithoutTheirInterface) {
+   startAgent();
+   const auto countedAre = [&](U64 packets) {
+      aclDropsAre(packets);
+      chip().tableEntryIs("pdpClassCount", 0, ZlPort::pdpEntry(0, 3), {packets, 0});
+      advance(4.0);
+   };
+   auto& status = const_cast<ZelSystem::SystemStatus&>(agent_->systemStatus());
+   const Pelt::IntfId intf("Ethernet1");
+   const ZelSystem::PortRecord place = status.portInfo(intf);
+   countedAre(7);
+   locked([&] { status.portInfoDel(intf); });
+   countedAre(9);
+   locked([&] { status.portInfoIs(intf, place); });
+   advance(4.0);
+   countedAre(10);
+   EXPECT_EQ(aclDrops(), 8U);
+   EXPECT_EQ(record<IntfPdpCounters>(TableName::intfPdpCounters, "Ethernet1").totals[3][0], 8U);
 }
 
 TEST_F(ChipRecords, OfWhatIsGoneWithAnEarlierAgentAreRemoved) {

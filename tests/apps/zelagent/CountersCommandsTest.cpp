@@ -51,6 +51,7 @@ TEST_F(CountersCommands, RefusedOnesSayWhatIsExpectedAndDoNothing) {
    const std::vector<std::pair<String, String>> cases = {
         {"Show mac", "unexpected 'Show': did you mean show?"},
         {"show mace", "unexpected 'mace' after 'show': did you mean mac?"},
+        {"show mca", "unexpected 'mca' after 'show': did you mean mac?"},
         {"clear x", "unexpected 'x' after 'clear': expected"},
         {"show m", "'m' is ambiguous after 'show': expected mac or mau-deparser-drop"},
         {"show mac intf " + String(50, 'x'),

@@ -73,6 +73,12 @@ TEST_F(AgentConnection, AnAnswerIsCompleteAtItsLastByteAndNotBefore) {
    }
 }
 
+TEST_F(AgentConnection, AnAnswerOfAnAgentThatHasNotReadAllOfTheLineCounts) {
+   const String line(100, 'x'); // the rest of which resets the connection when the agent closes it
+   const auto askIt = [&] { return ZelCtl::ask({path_}, line, nullptr).text; };
+   EXPECT_EQ(beside(("zel/2 " + line).substr(0, 64), String("zel/2\nhere\n\0done\n", 17), askIt), "here\n");
+}
+
 TEST_F(AgentConnection, HalfOfTheCandidatesAreAnError) {
    const auto complete = [this] {
       return ZelTest::errorOf([this] { ZelCtl::completionsOf({path_, ""}, "counters s"); });

@@ -271,6 +271,12 @@ TEST_F(SviStats, AnEntryThatIsGoneAfterAllIsAddedAnewHoweverManyOthersAreLeft) {
       pd->deletionAnswer = 5;
       helper->disableSviStats(VlanId(19));
    }
+   helper->enableSviStats(VlanId(50)); // with handles that others had
+   pd->deletionAnswer = std::nullopt;
+   for (int round = 0; round < 3; ++round) {
+      helper->retryDeletions();
+   }
+   EXPECT_EQ(ingress() + egress(), 2U);
 }
 
 TEST_F(SviStats, AChipThatHasLostItsEntriesIsNotAskedToDeleteThemAgain) {

@@ -84,6 +84,11 @@ class Client : public ZelTest::SocketClient {
       char byte = 0;
       EXPECT_EQ(recv(fd(), &byte, 1, MSG_PEEK), 1);
    }
+   String receive(std::size_t size) {
+      String some(size, '\0');
+      EXPECT_EQ(recv(fd(), some.data(), size, MSG_WAITALL), static_cast<ssize_t>(size));
+      return some;
+   }
    String receiveAll() {
       String all;
       char bytes[65536];
@@ -303,9 +308,15 @@ TEST_F(CommandChannel, TimesOutClientsThatSendOrTakeNothing) {
    Client stalled(path_);
    stalled.send("zel/2 test lines 50000\n");
    stalled.awaitAnswer();
+   Client slow(path_);
+   slow.send("zel/2 test lines 50000\n");
+   slow.awaitAnswer();
    manager_->advance(10.0);
    EXPECT_EQ(silent.receiveAll(), refusal("no command came: expected one line"));
-   manager_->advance(60.0);
+   const String begun =
+        slow.receive(1U << 20U); // more than a socket holds: the agent has sent of it just now
+   manager_->advance(55.0);
+   EXPECT_EQ(begun + slow.receiveAll(), done(linesText(manyLines)));
    EXPECT_LT(stalled.receiveAll().size(), linesText(manyLines).size());
    EXPECT_EQ(clientCount(), 0U);
 }
@@ -329,6 +340,12 @@ TEST_F(CommandChannel, ReplacesOnlyTheSocketOfADeadAgent) {
    ASSERT_EQ(bind(successor, address.any(), address.length()), 0);
    stop();
    EXPECT_EQ(access(path_.c_str(), F_OK), 0) << "another's";
+   ASSERT_EQ(listen(successor, 0), 0);
+   {
+      const Client waiting(path_); // fills its queue
+      EXPECT_EQ(openError(), "another agent answers on " + path_ +
+                                  ": stop it, or choose another socket with --socket PATH");
+   }
    close(successor);
    unlink((path_ + ".old").c_str());
    unlink(path_.c_str());

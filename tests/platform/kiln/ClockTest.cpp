@@ -194,6 +194,7 @@ TEST_F(ActivityManager, AClockThatAlwaysRearmsForNowLeavesDescriptorsTheirTurn) 
 TEST_F(ActivityManager, AReadyDescriptorThatAnotherDestroyedOrSilencedIsNotServed) {
    ZelTest::Pipe pipe;
    pipe.writer = {}; // the hang-up makes all three ready
+   const ZelTest::Pipe quiet;
    int served = 0;
    std::optional<Reader> second;
    std::optional<Reader> third;
@@ -201,6 +202,7 @@ TEST_F(ActivityManager, AReadyDescriptorThatAnotherDestroyedOrSilencedIsNotServe
    first.emplace(manager, pipe.reader.fd(), [&] {
       ++served;
       second.reset();
+      second.emplace(manager, quiet.reader.fd(), [&] { ++served; }); // at the same address
       third->wantsIs(false, false);
       manager->stop();
       first.reset(); // ends this handler too

@@ -137,6 +137,13 @@ TEST(LogOutput, NeverWaitsForAReaderAndSaysHowManyLinesItDropped) {
    log.write("then\x9b\n");
    EXPECT_EQ(readSome(),
              std::to_string(100002 - kept) + " lines of this log dropped: nobody read them in time\nthen?\n");
+   log.write(String(all.size() * 4, 'x') + "\n"); // of which the pipe takes a part
+   EXPECT_EQ(readSome().find_first_not_of('x'), String::npos);
+   while (fcntl(pipe.reader.fd(), F_SETFL, O_NONBLOCK) == 0 &&
+          read(pipe.reader.fd(), all.data(), all.size()) > 0) {
+   }
+   log.write("then\n");
+   EXPECT_EQ(readSome(), "\n1 line of this log dropped: nobody read them in time\nthen\n");
 }
 
 TEST(LogOutput, WaitsNeitherForASocketNorForAClosedPipe) {

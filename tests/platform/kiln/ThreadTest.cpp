@@ -1,10 +1,13 @@
-// Between threads: the activity lock, pointers in thread-safe mode, and names.
+// Between threads: the activity lock, pointers in thread-safe mode, names, and lock files.
 #include "kiln/ActivityLock.h"
 #include "kiln/ActivityManager.h"
 #include "kiln/Name.h"
 #include "kiln/Ptr.h"
+#include "kiln/TrustedFile.h"
+#include "tests/support/TemporaryFolder.h"
 
 #include <atomic>
+#include <filesystem>
 #include <functional>
 #include <gtest/gtest.h>
 #include <optional>
@@ -189,6 +192,48 @@ TEST(ThreadSafePtr, TwoThreadsMayShareAndDropOneObject) {
    }
    EXPECT_EQ(Kiln::trackedObjectCount(), before);
    Kiln::threadSafePtrModeIs(false);
+}
+
+TEST(FileLock, EndsWithoutTheFileOfWhoeverHasTheNameSince) {
+   const ZelTest::TemporaryFolder folder;
+   const std::string path = folder.path() + "/thing";
+   std::optional<Kiln::FileLock> first;
+   first.emplace(path, 0.0);
+   EXPECT_THROW(Kiln::FileLock(path, 0.0), Kiln::FileInUse);
+   std::filesystem::rename(path + "~lock", path + "~moved");
+   {
+      const Kiln::FileLock second(path, 0.0);
+      first.reset();
+      EXPECT_TRUE(std::filesystem::exists(path + "~lock"));
+   }
+   EXPECT_FALSE(std::filesystem::exists(path + "~lock"));
+}
+
+TEST(FileLock, IsHeldByOneAtATimeThoughItsFileComesAndGoes) {
+   const ZelTest::TemporaryFolder folder;
+   std::atomic<int> inside{0};
+   const auto take = [&] {
+      const Kiln::FileLock lock(folder.path() + "/thing", Kiln::FileLock::patience);
+      EXPECT_EQ(++inside, 1);
+      std::this_thread::yield();
+      --inside;
+   };
+   std::atomic<bool> isOver{false};
+   std::vector<std::thread> others;
+   for (int i = 0; i < 3; ++i) {
+      others.emplace_back([&] {
+         while (!isOver) {
+            take();
+         }
+      });
+   }
+   for (int time = 0; time < 20000 && !testing::Test::HasFailure(); ++time) {
+      take();
+   }
+   isOver = true;
+   for (std::thread& other : others) {
+      other.join();
+   }
 }
 
 TEST(Name, OneTextIsOneNameInEveryThread) {

@@ -1,6 +1,7 @@
 // Tables that were overwritten, cut short or left half-written: nobody crashes, and nobody takes damage for data.
 #include "kiln/MappedFault.h"
 #include "tests/platform/silo/SiloRig.h"
+#include "tests/support/NoRoom.h"
 
 #include <csignal>
 #include <fcntl.h>
@@ -97,11 +98,13 @@ TEST_F(Damage, AFlippedBitInAnyByteIsFoundByReaderAndWriter) {
 
 TEST_F(Damage, AnOverwrittenHeaderLosesNoRecord) {
    const std::string whole = makeTable();
-   for (const std::size_t size : {8u, 128u, 256u}) {
-      write(std::string(size, '\0') + whole.substr(size));
+   for (const auto& [size, with] : {std::pair{8u, '\0'}, {128u, '\0'}, {256u, '\0'}, {256u, '\x05'}}) {
+      write(std::string(size, with) + whole.substr(size));
       corruptions_.clear();
       Silo::Table<Small> table(store_, "t", Small(99), options());
       EXPECT_FALSE(corruptions_.empty());
+      Silo::Sample<Small> sample;
+      EXPECT_EQ(Silo::TableReader<Small>(store_, "t").read("a", sample), ReadResult::ok) << size;
       for (std::uint64_t i = 0; i < keys.size(); ++i) {
          EXPECT_EQ(table.sample(keys[i]).record, Small(i)) << size;
          EXPECT_EQ(table.sample(keys[i]).info.generation, 1u) << size;
@@ -252,6 +255,13 @@ TEST_F(Damage, TheWritersOwnReadFindsDamageAndEveryReadReportsIt) {
    EXPECT_EQ(late.read("a", sample), ReadResult::ok);
    EXPECT_EQ(reader.read("a", sample), ReadResult::ok);
    EXPECT_EQ(corruptions_.size(), 2u);
+
+   // The later words of a key, which the writer does not look at when it writes the record again.
+   table.recordIs("a longer key", Small(3), 2.0);
+   overwrite(fileOf("t"), slotOffset<Small>(1) + payloadOffset - 56, "!");
+   EXPECT_NE(late.read("a longer key", sample), ReadResult::ok);
+   table.recordIs("a longer key", Small(4), 2.0);
+   EXPECT_EQ(late.read("a longer key", sample), ReadResult::ok);
 }
 
 TEST_F(Damage, FlippedBitsAtTheTopsOfTwoWordsAreFound) {
@@ -370,6 +380,16 @@ TEST_F(LostTable, WhoseNameAnotherWriterTookIsReportedOnceAndWonBack) {
    other.reset();
    ASSERT_EQ(mend(), 1u);
    EXPECT_EQ(corruptions_[0].remedy, Remedy::remade);
+
+   std::filesystem::remove(fileOf("t"));
+   {
+      const NoRoom noRoom(4096);
+      ASSERT_EQ(mend(), 1u) << "it was whole in between";
+      EXPECT_EQ(corruptions_[0].remedy, Remedy::lost);
+      EXPECT_FALSE(std::filesystem::exists(fileOf("t~"))) << "what is left of the room is others'";
+   }
+   ASSERT_EQ(mend(), 1u);
+   EXPECT_EQ(corruptions_[0].remedy, Remedy::remade);
    Silo::TableReader<Small> reader(store_, "t");
    Silo::Sample<Small> sample;
    EXPECT_EQ(reader.read(last, sample), ReadResult::ok);
@@ -380,9 +400,11 @@ TEST_F(LostTable, ThatWasCutUnderAReaderIsNamedAndNotRead) {
    for (const std::size_t size : {0u, 5000u}) {
       Silo::TableReader<Small> reader(store_, "t");
       Silo::TableReader<Small> other(store_, "t");
+      Silo::TableReader<Small> early(store_, "t"); // it reads what is left only
       Silo::Sample<Small> sample;
       std::vector<Silo::Entry<Small>> entries;
       ASSERT_EQ(reader.read(last, sample), ReadResult::ok);
+      ASSERT_EQ(early.read("0", sample), ReadResult::ok);
       ASSERT_TRUE(other.snapshot(entries));
       std::filesystem::resize_file(fileOf("t"), size);
       EXPECT_EQ(reader.read(last, sample), ReadResult::unavailable);
@@ -391,9 +413,12 @@ TEST_F(LostTable, ThatWasCutUnderAReaderIsNamedAndNotRead) {
          EXPECT_NE(problem.find("table t (" + fileOf("t")), std::string::npos) << problem;
          EXPECT_NE(problem.find(size == 0 ? "too short" : "cut short"), std::string::npos) << problem;
       }
+      table.recordIs(last, Small(1), 1.0); // into the void
       table.mend();
-      writeAll(1);
+      writeAll(size + 1);
       EXPECT_EQ(reader.read(last, sample), ReadResult::ok);
+      EXPECT_EQ(early.read("0", sample), ReadResult::ok);
+      EXPECT_EQ(sample.record, Small(size + 1));
    }
 }
 
@@ -418,6 +443,22 @@ TEST_F(LostTable, OverwrittenRecordsAreReportedOnceWhoeverWritesThem) {
    EXPECT_TRUE(table.isIntact("10"));
    EXPECT_EQ(reader.read("10", sample), ReadResult::ok) << "its key is found again";
    EXPECT_EQ(mend(), 0u);
+}
+
+TEST_F(LostTable, RestingRecordsAreLookedAtInTurns) {
+   Silo::TableOptions options = this->options(count);
+   options.restingLooks = 30;
+   Silo::Table<Small> resting(store_, "resting", Small(99), options);
+   for (std::size_t i = 0; i < count; ++i) {
+      resting.recordIs(std::to_string(i), Small(i), 1.0);
+   }
+   resting.mend();
+   overwrite(fileOf("resting"), slotOffset<Small>(50) + payloadOffset + 9, "!");
+   for (int look = 0; look < 4; ++look) {
+      resting.mend();
+   }
+   ASSERT_EQ(corruptions_.size(), 1u);
+   EXPECT_EQ(corruptions_[0].key, "50");
 }
 
 TEST_F(LostTable, SlotsWithoutARecordAreFreeAgainAndTheModeIsAsBefore) {

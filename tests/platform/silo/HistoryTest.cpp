@@ -2,6 +2,8 @@
 #include "silo/HistoryReader.h"
 #include "silo/HistoryTable.h"
 #include "tests/support/ChildProcess.h"
+#include "tests/support/Files.h"
+#include "tests/support/NoRoom.h"
 #include "tests/support/Random.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -188,13 +190,25 @@ TEST_F(History, MarksWhatWasBrokenSinceTheSampleBefore) {
 TEST_F(History, GivesRingsOfSilentKeysAwayOnlyWhenNeeded) {
    HistoryTable table(store_, "History", layout, options(4, 20));
    for (int port = 1; port <= 32; ++port) {
-      write(table, "Ethernet" + std::to_string(port), 1);
+      const std::string name = "Ethernet" + std::to_string(port);
+      if (port == 17) { // no room for the second bank, for a while
+         {
+            const ZelTest::NoRoom noRoom(std::filesystem::file_size(folder_.path() + "/History"));
+            EXPECT_THROW(write(table, name, 1), Silo::TableError);
+         }
+         EXPECT_THROW(write(table, name, 1), Silo::TableError) << "the system is asked once in a pass";
+         table.mend();
+      }
+      write(table, name, 1);
    }
    write(table, "Ethernet2", 3);
    EXPECT_THROW(write(table, "Ethernet33", 3), Silo::CapacityError) << "the others were read just now";
    EXPECT_EQ(timesOf("Ethernet1"), (Times{1}));
    write(table, "Ethernet33", 4.5);
    EXPECT_EQ(timesOf("Ethernet33"), (Times{4.5}));
+   std::vector<HistorySample> samples;
+   ASSERT_TRUE(Silo::HistoryReader(store_, "History", layout).read("Ethernet33", samples));
+   EXPECT_EQ(samples.front().number, 2U) << "no number comes twice in a ring";
    EXPECT_EQ(timesOf("Ethernet2"), (Times{1, 3}));
    std::size_t left = 0;
    for (int port = 1; port <= 32; ++port) {
@@ -246,6 +260,12 @@ TEST_F(History, DamageIsLeftOutAndMended) {
    std::filesystem::remove(path);
    table.mend();
    EXPECT_EQ(timesOf("Ethernet1").size(), 8U) << "with the samples that the removed file had";
+   const std::size_t heads = Silo::HistoryGeometry::banksOffset;
+   ZelTest::overwrite(path, heads + sizeof(Silo::RingHead),
+                      ZelTest::bytesOf(path).substr(heads, sizeof(Silo::RingHead)));
+   std::vector<Key> found;
+   ASSERT_TRUE(Silo::HistoryReader(store_, "History", layout).keys(found));
+   EXPECT_EQ(found, std::vector<Key>{"Ethernet1"}) << "once, though two rings have it";
 }
 
 } // namespace

@@ -7,6 +7,7 @@
 #include "tests/support/ChildProcess.h"
 #include "tests/support/SimulatedTime.h"
 #include "tests/support/TemporaryFolder.h"
+#include "vex/BreakEvents.h"
 
 #include <algorithm>
 #include <csignal>
@@ -149,6 +150,26 @@ TEST_F(Events, GoOnOverRestartsAndTellOfAKill) {
                             "agent-killed - " + first + " 0 1", "agent-started - " + pid() + " 0 1",
                             "wrap Ethernet2 in-octets 0 1", "agent-ended - " + pid() + " 0 1"}));
    EXPECT_EQ(records().at(2).time, 97) << "when it published last";
+}
+
+// By a clock that goes on over agents.
+TEST_F(Events, OfAnAgentKilledBeforeItPublishedTellOfItsLastEvent) {
+   Kiln::System::timeSourceIs(Kiln::allocate<Kiln::RealTime>());
+   const pid_t child = ZelTest::spawn([&]() -> int {
+      const auto recorder = start();
+      raise(SIGKILL);
+      return 0;
+   });
+   EXPECT_EQ(ZelTest::statusOf(child), -SIGKILL);
+   const double known = Kiln::System::currentTime();
+   const auto recorder = start();
+   EXPECT_LT(records().at(1).time, known) << "the moment in which its end was noticed says nothing";
+}
+
+TEST(FlippedBits, AreNamedUpToFour) {
+   EXPECT_EQ(Vex::flippedBits(5, 4), "flipped bit 0");
+   EXPECT_EQ(Vex::flippedBits(1, (U64{15} << 60) + 1), "flipped bits 60, 61, 62, 63");
+   EXPECT_EQ(Vex::flippedBits(0, 31), "");
 }
 
 TEST_F(Events, TurnTheRingOver) {

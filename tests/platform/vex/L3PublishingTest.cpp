@@ -23,17 +23,20 @@ class SubIntfHelper : public VexHelper::VexHelperSubIntfCountersSm {
 class L3Publishing : public ZelTest::PublishingRig {
  protected:
    L3Publishing() {
-      tables = Vex::openSharedTables(store);
+      tables = Vex::openSharedTables(store, {.subIntfs = 1});
       directory->hasNotificationActiveIs(true);
-      directory->intfStatusIs(Pelt::IntfId("Ethernet1.100"), true);
+      directory->intfStatusIs(intf, true);
+      startReactor();
+   }
+   ~L3Publishing() override { reactor = nullptr; }
+
+   void startReactor() {
       const auto clock = Kiln::activityManagerClock();
       reactor = Kiln::allocate<Vex::SubIntfCountersSm>(Vex::SubIntfCountersSm::Context{
            Kiln::allocate<Oxbow::TimerWheel>(clock, 100U, 20U, 0U, 1024U), directory,
            tables.subIntfCountersDir, tables.subIntfCountersSnapshotDir, 2.0, clock, helper});
       reactor->hasNotificationActiveIs(true);
    }
-   ~L3Publishing() override { reactor = nullptr; }
-
    void tick(double seconds = 2.0) {
       rig.advance(seconds);
       reactor->updateCounters();
@@ -43,6 +46,7 @@ class L3Publishing : public ZelTest::PublishingRig {
       return record<L3IntfCounters>(table, "Ethernet1.100");
    }
 
+   const Pelt::IntfId intf{"Ethernet1.100"};
    Kiln::Ptr<Interface::SubIntfStatusDir> directory = Kiln::allocate<Interface::SubIntfStatusDir>();
    Kiln::Ptr<SubIntfHelper> helper = Kiln::allocate<SubIntfHelper>();
    Kiln::Ptr<Vex::SubIntfCountersSm> reactor;
@@ -86,15 +90,42 @@ TEST_F(L3Publishing, ReadsByItselfIfNobodyAsksForLong) {
    EXPECT_EQ(helper->reads, 0);
    rig.advance(1.0);
    EXPECT_EQ(helper->reads, 1);
+   for (int pass = 0; pass < 3; ++pass) {
+      tick();
+   }
+   EXPECT_EQ(helper->reads, 4) << "only those that were asked for";
 }
 
 TEST_F(L3Publishing, WhatLeavesTheDirectoryIsGone) {
    helper->hardware = {1000, 10, 500, 5};
    tick();
-   directory->intfStatusDel(Pelt::IntfId("Ethernet1.100"));
+   reactor->clear("all");
+   directory->intfStatusDel(intf);
    tick();
    EXPECT_EQ(helper->reads, 1);
    EXPECT_EQ(tables.subIntfCountersDir->table().size(), 0U);
+   EXPECT_EQ(tables.subIntfCountersSnapshotDir->table().size(), 0U);
+}
+
+TEST_F(L3Publishing, ClearsWhatAnEarlierAgentCountedAndNobodyHasReadSince) {
+   helper->hardware = {1000, 10, 500, 5};
+   tick();
+   reactor = nullptr;
+   directory->intfStatusDel(intf);
+   startReactor();
+   reactor->clear("all");
+   EXPECT_EQ(subIntf(TableName::subIntfClearCounters).totals[0], 1000U);
+}
+
+TEST_F(L3Publishing, WhatTheTableHasNoRoomForIsToldEachTimeItComes) {
+   tick();
+   for (int time = 0; time < 2; ++time) {
+      directory->intfStatusIs(Pelt::IntfId("Ethernet1.200"), true);
+      tick();
+      tick();
+      EXPECT_EQ(logged.take().size(), 1U) << time;
+      directory->intfStatusDel(Pelt::IntfId("Ethernet1.200"));
+   }
 }
 
 } // namespace

@@ -136,12 +136,15 @@ TEST_F(PortPublishing, PortsThatAreGoneAfterARestartAreForgottenWhenAsked) {
    addPort("Ethernet2", 6);
    start();
    rig.advance(2.0);
+   tables.allIntfQueueCounters->queueIs(Pelt::IntfId("Ethernet2"), 0, 1.0);
    sm()->clear("all");
    stop();
    ports->intfStatusDel(Pelt::IntfId("Ethernet2"));
+   rig.status->portInfoDel(Pelt::IntfId("Ethernet2"));
    start();
    EXPECT_EQ(tables.allIntfCounters->table().size(), 2U);
    rig.mgr->forgetAbsentInterfaces();
+   EXPECT_FALSE(tables.allIntfQueueCounters->table().has("Ethernet2"));
    EXPECT_EQ(tables.allIntfCounters->table().size(), 1U);
    EXPECT_EQ(tables.allIntfClearCounters->table().size(), 1U);
    EXPECT_EQ(published().reading.inErrors, 0U);
@@ -237,6 +240,23 @@ TEST_F(PortPublishing, AFullTableIsToldOnceAndTheOthersGoOn) {
    EXPECT_THAT(messages[0], testing::StartsWith("VEX_COUNTERS_PUBLISH_ERROR Counters of interface Ethernet2 "
                                                 "are not published: "));
    EXPECT_THAT(messages[0], testing::HasSubstr("IntfCounters"));
+
+   const std::string noKey(64, 'x');
+   for (int time = 0; time < 2; ++time) {
+      const auto lock = Kiln::ActivityLockAnchor::lock();
+      ports->intfStatusIs(Pelt::IntfId(noKey.c_str()), true);
+      EXPECT_EQ(logged.take().size(), 1U) << time;
+      ports->intfStatusDel(Pelt::IntfId(noKey.c_str()));
+   }
+}
+
+TEST_F(PortPublishing, TheTablesOfAStartThatSucceededStay) {
+   const ZelTest::TemporaryFolder place;
+   Vex::keepSharedTables(
+        Vex::openSharedTables(Silo::Store::directory(place.path()), {.areProvisional = true}));
+   for (const char* const name : TableName::all) {
+      EXPECT_TRUE(std::filesystem::exists(place.path() + "/" + name)) << name;
+   }
 }
 
 } // namespace
