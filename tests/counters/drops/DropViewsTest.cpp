@@ -123,6 +123,8 @@ TEST_F(DropViews, AClearStandsAndEndsWithItsInterfaceOnly) {
    auto& chip = addDropChip();
    const Pelt::IntfId intf = addPort("Ethernet1", 5);
    dropsAre(ingressHandle, 5, 2, 10);
+   addPort("Ethernet2", 128 + 5); // in another pipe, whose clear stands when the table of this one is cleared
+   dropsAre(ingressHandle, 128 + 5, 2, 10);
    dropsAre(egressHandle, 5, 1, 3);
    printed([&](U32 fd) { chip.portDrops().clearAll(ZelCounter::ShowTarget(fd)); });
    EXPECT_EQ(drops(chip), noDrops);
@@ -171,6 +173,14 @@ TEST_F(DropViews, FailedReadsAreNotedBelowTheRows) {
    EXPECT_THAT(text, HasSubstr("bad FCS                                  5\n"));
    EXPECT_THAT(text, HasSubstr(dropRule + "Error 14 (IO error) requesting counters for pipe 0, "
                                           "ingressPortDropCount: shown as last read\n\n"));
+   const std::string document = printed([&](U32 fd) {
+      const auto out = ZelCounter::answerTo(fd, true);
+      out->chipBegin("Zel0", false);
+      chip.portDrops().showAll(*out, true);
+      out->chipEnd();
+      out->documentEnd();
+   });
+   EXPECT_THAT(document, HasSubstr("\"status\":\"IO error\""));
    chip.firstPollingCompleteIs(false);
    EXPECT_THAT(drops(chip), HasSubstr("Counter table egressPortDropCount not initialized yet\n"));
    chip.firstPollingCompleteIs(true);
@@ -295,6 +305,9 @@ TEST_F(DropViews, WhatIsPublishedFollowsClearsReadsThatFailAndPassesThatOverlap)
    advance(2.0);
    EXPECT_EQ(published("Ethernet1"), 10U);
    EXPECT_EQ(published("Ethernet2"), 25U);
+   EXPECT_EQ(chip.readings().reading({ZelCounter::ReadingKey::Kind::tableCopy, ingressHandle, 1}).readTime,
+             Kiln::never)
+        << "no command has read it";
    StubSdk::sdk().statuses.erase({"counterReadIndirectStart", ingressHandle, 0});
    StubSdk::sdk().statuses[{"counterHwSync", ingressHandle, 0}] = 5;
    advance(2.0);

@@ -1,4 +1,5 @@
 // L3 interfaces: which VLANs are counted on which chips, their sums, and the shared NAT records.
+#include "counters/l3/ForEachThenThrow.h"
 #include "tests/counters/l3/L3Rig.h"
 #include "tests/support/Files.h"
 
@@ -114,6 +115,12 @@ TEST_F(L3Intf, AChipThatThrowsKeepsNoOtherFromCounting) {
    l3Table->intfIdToL3IdIs(routed, 30);
    pd->throwAt = 1;
    EXPECT_THROW(sm->handleIntfL3Index(), std::runtime_error);
+   const auto throwIt = [](const char* what) { throw std::runtime_error(what); };
+   EXPECT_THAT(
+        [&] {
+           ZelCounter::forEachThenThrow(std::array{"first", "second"}, throwIt);
+        },
+        testing::ThrowsMessage<std::runtime_error>("first"));
    EXPECT_EQ(natKeys(), (std::vector<std::string>{"Ethernet3", "Vlan20"}));
 }
 

@@ -1,4 +1,5 @@
 // MAC polling: which ports are read, what a completion does however it comes, and the fake counter.
+#include "counters/chip/CookieRegistry.h"
 #include "counters/chip/SdkStatus.h"
 #include "counters/helper/ZelCountersHelper.h"
 #include "kiln/RingLog.h"
@@ -76,6 +77,9 @@ TEST_F(MacPolling, FollowsPortsThatComeMoveAndGo) {
    EXPECT_EQ(asked(), (Ports{{0, 0}, {0, 1}}));
    rig.chip(1).portAdd(5);
    rig.status->portInfoIs(port, {1, 5});
+   EXPECT_EQ(rig.counters(0)->readings().reading({ZelCounter::ReadingKey::Kind::mac, 0}).readTime,
+             Kiln::never)
+        << "at once: health is published before ports are looked at";
    EXPECT_EQ(asked(), (Ports{{0, 1}, {1, 5}}));
    rig.status->portInfoDel(port);
    EXPECT_EQ(asked(), (Ports{{0, 1}}));
@@ -100,6 +104,29 @@ TEST_F(MacPolling, APortThatWentAwayIsDroppedAndNoted) {
    EXPECT_TRUE(rig.counters(0)->macCountersLast().empty());
    EXPECT_THAT(Kiln::RingLog::instance().lines(),
                testing::Contains(testing::HasSubstr(" intfId missing in systemStatus::portInfo[] for ")));
+}
+
+TEST_F(MacPolling, CompletionsOfADeletedChipTouchNothingAndFreeItWithTheLast) {
+   rig.addPort("Ethernet1", 0, 0);
+   rig.addPort("Ethernet2", 0, 1);
+   rig.fleet.completions().modeIs(held);
+   rig.advance(2.0);
+   const U64 withBoth = Kiln::trackedObjectCount();
+   auto& registry = ZelCounter::CookieRegistry<ZelCounter::ZelCounters>::instance();
+   const std::size_t deadBefore = registry.retiredCount();
+
+   rig.deleteChip("Zel0");
+   EXPECT_EQ(registry.retiredCount(), deadBefore + 1);
+   // Its address is not reused for another chip while a completion may still name it.
+   rig.addChip(0, "Zel0");
+   rig.fleet.completions().deliverHeld();
+   EXPECT_EQ(registry.retiredCount(), deadBefore + 1);
+   rig.fleet.completions().deliverHeld();
+   EXPECT_EQ(registry.retiredCount(), deadBefore);
+   EXPECT_TRUE(rig.counters(0)->macCountersLast().empty());
+   EXPECT_EQ(Kiln::trackedObjectCount(), withBoth);
+   rig.deleteChip("Zel1"); // of which nothing is outstanding
+   EXPECT_EQ(registry.retiredCount(), deadBefore);
 }
 
 class RawCallback : public MacPolling {
