@@ -39,6 +39,13 @@ struct Parts {
    std::span<U64> tables;
 };
 
+void checkWithin(const char* what, U32 number, U32 limit) {
+   if (number >= limit) {
+      throw std::invalid_argument("no " + std::string(what) + " " + std::to_string(number) +
+                                  ": expected 0 to " + std::to_string(limit - 1));
+   }
+}
+
 } // namespace
 
 Chip::Chip(const ChipConfig& config, U64 serial, std::recursive_mutex& sdkLock, std::span<U64> hardware)
@@ -402,6 +409,27 @@ void Chip::checkEntry(const CounterTable& table, U16 pipe, U32 index) const {
       throw std::invalid_argument(table.spec().name + " has no entry " + std::to_string(index) +
                                   ": expected 0 to " + std::to_string(table.slots() - 1));
    }
+}
+
+void Chip::pathAdd(U16 pipe, U32 stage, const bf_pipe_path_count_t& counted) {
+   const Lock lock(sdkLock_);
+   checkWithin("pipe", pipe, pipes());
+   checkWithin("stage", stage, BF_PIPE_PATH_STAGES);
+   path_.count(pipe, stage, counted.in, counted.out, counted.dropped);
+}
+
+void Chip::pipeDropsAdd(U16 pipe, bool isDeparser, U32 number, U64 packets) {
+   const Lock lock(sdkLock_);
+   checkWithin("pipe", pipe, pipes());
+   checkWithin("stage", number, isDeparser ? U32{BF_PIPE_DIRECTIONS} : U32{BF_PIPE_MAU_STAGES});
+   (isDeparser ? path_.deparserDrops(pipe, number) : path_.mauDrops(pipe, number)) += packets;
+}
+
+void Chip::tmAdd(U16 pipe, U32 type, U64 packets, U64 octetsEach) {
+   const Lock lock(sdkLock_);
+   checkWithin("pipe", pipe, pipes());
+   checkWithin("type", type, U32{BF_TM_PIPE_CUT_THROUGH} + 1);
+   trafficManager_.add(pipe, type, packets, octetsEach);
 }
 
 CounterValue Chip::tableEntry(const Kiln::String& table, U16 pipe, U32 index) const {

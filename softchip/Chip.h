@@ -88,6 +88,12 @@ class Chip {
    // The raw hardware counts of a port's queue: what it sent and what it dropped.
    void queueIs(U16 devicePort, unsigned queue, const CounterValue& sent, U64 drops);
 
+   // Adds to what a pipe counts at a stage of its path, drops in a match-action stage or a deparser, and has in its traffic
+   // manager, of a type that counts.
+   void pathAdd(U16 pipe, U32 stage, const bf_pipe_path_count_t& counted);
+   void pipeDropsAdd(U16 pipe, bool isDeparser, U32 number, U64 packets);
+   void tmAdd(U16 pipe, U32 type, U64 packets, U64 octetsEach);
+
    // One entry of a counter table, by its index or, in a direct table, by its match entry's handle. The pipe is a
    // single one for an asymmetric table and 65535 for a symmetric one, as in the SDK.
    CounterValue tableEntry(const Kiln::String& counterTable, U16 pipe, U32 index) const;

@@ -45,6 +45,11 @@ class TrafficManager {
    void accept(unsigned pipe, U64 packets, U64 octetsEach) {
       add(pipe, BF_TM_PIPE_INGRESS, packets, octetsEach);
    }
+   // The type counts so many more.
+   void add(std::size_t pipe, U32 type, U64 packets, U64 octetsEach) {
+      words(pipe, type)[0] += packets;
+      words(pipe, type)[1] += packets * octetsEach;
+   }
    // Copies are to leave at a time, in seconds. Returns how many do; the rest are counted as dropped.
    U64 send(const OfferedCopies& offered, double now);
 
@@ -66,10 +71,6 @@ class TrafficManager {
    static constexpr unsigned counterWords = 2 * counterTypes;
 
    U64* words(std::size_t pipe, U32 type) const { return &counters_[pipe * counterWords + 2 * type]; }
-   void add(std::size_t pipe, U32 type, U64 packets, U64 octetsEach) {
-      words(pipe, type)[0] += packets;
-      words(pipe, type)[1] += packets * octetsEach;
-   }
 
    std::vector<Port> ports_;
    std::span<U64> drops_;    // by place, then by queue

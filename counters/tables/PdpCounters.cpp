@@ -42,10 +42,12 @@ PdpCounters::Counter PdpCounters::counterOf(U32 localPortKey) {
       return {};
    }
    const U16* const knownKey = portKey_.find(*intf);
-   // While the chip status follows a move, it may list the interface at both slots: the interface has moved only when
-   // the old slot isn't its own any more. What was cleared there says nothing of this one.
-   const bool hasMoved =
-        knownKey != nullptr && *knownKey != key && chip().chipStatus()->portToIntfId(*knownKey) != *intf;
+   // While the chip status follows a move, it may list the interface at both slots: it has moved, and is counted at the
+   // new one, only when the old one isn't its own any more. What was cleared there says nothing of this one.
+   const bool hasMoved = knownKey != nullptr && *knownKey != key;
+   if (hasMoved && chip().chipStatus()->portToIntfId(*knownKey) == *intf) {
+      return {};
+   }
    if (!pdpCountersLast().contains(*intf) || hasMoved) {
       pdpCountersLastIs(*intf, Kiln::allocate<PdpIntfCounter>());
       pdpCountersClearIs(*intf, Kiln::allocate<PdpIntfCounter>());

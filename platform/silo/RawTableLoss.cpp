@@ -131,8 +131,7 @@ void RawTable::clearOverwrittenUnused() {
    std::size_t cleared = 0;
    for (std::size_t left = capacity() / looksForAll + 1; left != 0; --left) {
       lookedAt_ = (lookedAt_ + 1) % capacity();
-      Key key;
-      if (index_.keyOf(lookedAt_).isEmpty() && slot(lookedAt_).tryReadKey(key) != RecordSlot::State::free) {
+      if (!slot(lookedAt_).isFree() && index_.keyOf(lookedAt_).isEmpty()) {
          freeSlot(lookedAt_);
          ++cleared;
       }

@@ -54,6 +54,15 @@ class alignas(cacheLine) RecordSlot {
              keyHash_.load(relaxed) == key.hash() && key_[0].load(relaxed) == key.words()[0];
    }
 
+   // Whether nothing is here, for the one writer. Cheap: a table has thousands that are free.
+   bool isFree() const {
+      std::uint64_t any = sequence_.load(std::memory_order_relaxed) & 1;
+      for (const Word& word : key_) {
+         any |= word.load(std::memory_order_relaxed);
+      }
+      return any == 0;
+   }
+
    enum class State {
       whole,
       free,

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "apps/zelagent/SwitchAgent.h"
+#include "silo/TableReader.h"
 #include "tests/campaign/Draws.h"
 #include "tests/campaign/Model.h"
 #include "tests/support/ShownRows.h"
@@ -10,6 +11,7 @@
 #include "tests/support/TemporaryFolder.h"
 
 #include <memory>
+#include <sstream>
 #include <stdexcept>
 
 namespace Campaign {
@@ -58,6 +60,7 @@ class Run : private SdkListener {
    void answering(const Request& request) override;
    void answered(const Request& request, const bf_rmon_counter_array_t* values) override;
 
+   static std::string chipName(U8 device) { return "Zel" + std::to_string(device); }
    static double now() { return ZelTest::SimulatedTime::now(); }
    void advance(double seconds);
    void runEvent(U64 number);
@@ -66,10 +69,18 @@ class Run : private SdkListener {
    void note(U64 value) { result_.hash = (result_.hash ^ value) * 0x100000001B3; }
    void note(double value);
    void fail(const std::string& what); // thrown when the event is over, as it may be within a callback
-   void expect(bool holds, const std::string& what) {
+   // The text is made of the parts only where it does not hold.
+   template <class... Parts>
+   void expect(bool holds, const Parts&... what) {
       if (!holds) {
-         fail(what);
+         std::ostringstream text;
+         (text << ... << what);
+         fail(text.str());
       }
+   }
+   template <class... Parts>
+   void expectIs(U64 is, U64 expected, const Parts&... what) {
+      expect(is == expected, what..., " is ", is, " and not ", expected);
    }
    void throwFailure() const;
 
@@ -79,6 +90,7 @@ class Run : private SdkListener {
    void flip(Draws& draws);
    void resetBlock(Draws& draws);
    void queueTraffic(Draws& draws);
+   void packets(Draws& draws);
    void queueTrouble(Draws& draws);
    void completions(Draws& draws);
    void someCompletions(Draws& draws);
@@ -98,6 +110,7 @@ class Run : private SdkListener {
    void damage(Draws& draws);
    void assertion(Draws& draws);
    void command(Draws& draws);
+   void fake(Draws& draws);
 
    void addChip(U8 device);
    void deleteChip(U8 device);
@@ -105,10 +118,21 @@ class Run : private SdkListener {
    void comesPort(const std::string& intf, Place place);
    void goesPort(const std::string& intf);
    void answeredOnce(const Request& request);
+   void beginCounted(Family family, const std::string& name, Place place, bool isMoved);
+   void beginPort(const std::string& intf, Place place, bool isMoved);
+   void beginChip(U8 device);
+   void clearedCounted(const std::string& clear, bool isExact);
+   const Chip* chipOf(Family family, const std::string& name) const;
    // Null, or an interface that has a port.
    const std::string* drawPort(Draws& draws) const;
    std::optional<Place> drawFreePlace(Draws& draws) const;
+   static bool isPolled(const std::string& intf, const Port& port) {
+      return !intf.starts_with("Internal") || intf == "Internal" + std::to_string(port.place.device + 1);
+   }
+   std::string provoke(Draws& draws, U8 device, std::function<void()>& how);
+   void leaveHalfWritten();
    void calm();
+   void command(const std::string& clear);
    std::string ask(const std::string& command);
 
    // What must hold.
@@ -122,6 +146,12 @@ class Run : private SdkListener {
    void checkHistory(bool isCalm);
    void checkEvents();
    void checkFresh(double since);
+   void checkShownCounted(Family family, const ZelTest::Json& document, bool isCalm);
+   template <class Record>
+   void checkCountedRecords(Silo::TableReader<Record>& reader, Family family, bool isCalm);
+   void checkCounted(bool isCalm);
+   void checkCalmCounted();
+   void checkMetrics(bool isCalm);
    void checkL3();
    void checkL3Records(bool isCalm);
    void passed(); // a pass of the manager has begun
@@ -129,6 +159,7 @@ class Run : private SdkListener {
    const Settings settings_;
    const ZelTest::SimulatedTime time_;
    const ZelTest::TemporaryFolder folder_;
+   const bool isSimulation_ = settings_.seed % 4 == 2; // for the library
    ZelAgent::SwitchAgentConfig config_;
    Model model_;
    std::unique_ptr<ZelAgent::SwitchAgent> agent_;
@@ -139,9 +170,11 @@ class Run : private SdkListener {
    double damagedAt_ = -never; // some table
    bool isMended_ = true;      // since then
    bool wasDamaged_ = false;   // since the events were looked at
+   bool wasMended_ = false;    // some table, ever
    U64 newestEvent_ = 0;       // then
    const std::size_t deadBefore_ = deadObjects();
    std::map<std::pair<U32, Request::Kind>, U32> unanswered_; // by life
+   S64 strays_ = 0;                                          // answers that may have passed for others'
    static constexpr double mendingTime = 130;                // seconds, after which everything was read again
    unsigned folders_ = 0;
    std::map<U16, int> shortages_; // of a VLAN: messages of its beginning less those of its end

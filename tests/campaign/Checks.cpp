@@ -12,10 +12,6 @@ namespace Campaign {
 
 namespace {
 
-std::string differ(const std::string& what, U64 is, U64 expected) {
-   return what + " is " + std::to_string(is) + " and not " + std::to_string(expected);
-}
-
 // Of the records that are whole.
 template <class Record>
 std::vector<std::string> keysOf(Silo::TableReader<Record>& reader) {
@@ -46,25 +42,22 @@ void Run::checkPort(const std::string& intf) {
    }
    const auto& record = sample.record;
    for (std::size_t field = 0; field < fieldCount; ++field) {
-      const std::string name = "field " + std::to_string(field) + " of " + intf;
       const U64 reading = Interface::word(record.reading, field);
-      expect(reading == port.reading[field], differ("the reading of " + name, reading, port.reading[field]));
-      expect(record.totals[field] == port.totals[field],
-             differ("the total of " + name, record.totals[field], port.totals[field]));
+      expectIs(reading, port.reading[field], "the reading of field ", field, " of ", intf);
+      expectIs(record.totals[field], port.totals[field], "the total of field ", field, " of ", intf);
       const bool isStep = !port.isFirst; // else it is still the last one of the agent before
-      expect(!isStep || record.deltas[field] == port.deltas[field],
-             differ("the delta of " + name, record.deltas[field], port.deltas[field]));
+      expect(!isStep || record.deltas[field] == port.deltas[field], "the delta of field ", field, " of ",
+             intf, " is ", record.deltas[field], " and not ", port.deltas[field]);
       expect(!isStep || (record.isAbsorbed[field] != 0) == port.isAbsorbed[field],
-             "it is wrong whether " + name + " was absorbed");
+             "it is wrong whether field ", field, " of ", intf, " was absorbed");
       note(record.totals[field]);
    }
-   expect(sample.info.sampleTime == port.sampleTime, "the sample time of " + intf + " is wrong");
-   expect(port.isFirst || record.interval == port.interval, "the interval of " + intf + " is wrong");
-   expect(record.discontinuityTime == port.discontinuityTime,
-          "the discontinuity time of " + intf + " is wrong");
-   expect(record.createdTime == port.createdTime, "the creation time of " + intf + " is wrong");
-   expect(record.suspects == port.suspects,
-          differ("the suspects of " + intf, record.suspects, port.suspects));
+   expect(sample.info.sampleTime == port.sampleTime, "the sample time of ", intf, " is wrong");
+   expect(port.isFirst || record.interval == port.interval, "the interval of ", intf, " is wrong");
+   expect(record.discontinuityTime == port.discontinuityTime, "the discontinuity time of ", intf,
+          " is wrong");
+   expect(record.createdTime == port.createdTime, "the creation time of ", intf, " is wrong");
+   expectIs(record.suspects, port.suspects, "the suspects of ", intf);
 }
 
 void Run::checkQueues(const std::string& intf) {
@@ -83,9 +76,7 @@ void Run::checkQueues(const std::string& intf) {
       const auto& total = sample.record.totals[queue];
       const QueueCount is{total.packets, total.bytes, total.drops};
       for (std::size_t i = 0; i < is.size(); ++i) {
-         expect(is[i] == queues.totals[queue][i],
-                differ("count " + std::to_string(i) + " of queue " + std::to_string(queue) + " of " + intf,
-                       is[i], queues.totals[queue][i]));
+         expectIs(is[i], queues.totals[queue][i], "count ", i, " of queue ", queue, " of ", intf);
          note(is[i]);
       }
    }
@@ -98,11 +89,11 @@ void Run::checkQueues(const std::string& intf) {
 void Run::checkCounts() {
    for (const auto& [device, chip] : model_.chips) {
       const auto& counters = agent_->countersMgr().zelCounters(device);
-      const std::string of = " of device " + std::to_string(device);
-      expect(counters->seuCount() == chip.seuCount,
-             differ("seuCount" + of, counters->seuCount(), chip.seuCount));
-      expect(counters->overflowCount() == chip.overflowCount,
-             differ("overflowCount" + of, counters->overflowCount(), chip.overflowCount));
+      expectIs(counters->seuCount(), chip.seuCount, "seuCount of device ", +device);
+      expectIs(counters->overflowCount(), chip.overflowCount, "overflowCount of device ", +device);
+      expectIs(counters->macCountersLast().size(), chip.shown.size(), "the snapshots of device ", +device);
+      expectIs(counters->macCountersClear().size(), chip.shown.size(), "the clear snapshots of device ",
+               +device);
    }
 }
 
@@ -113,18 +104,15 @@ void Run::checkSchedulers() {
    expect(due <= std::max(passDue_, now() + pollingInterval_), "the manager's clock is due too late");
    passDue_ = due;
    for (const auto& [device, chip] : model_.chips) {
-      const std::string of = " of device " + std::to_string(device);
       const auto& counters = agent_->countersMgr().zelCounters(device);
       const auto& tables = counters->hwTableCountersSm();
-      expect(tables->pendingCallbacks() == chip.pending,
-             differ("pendingCallbacks" + of, tables->pendingCallbacks(), chip.pending));
+      expectIs(tables->pendingCallbacks(), chip.pending, "pendingCallbacks of device ", +device);
       expect((tables->pollingTimeMin() != never) == (chip.pending == 0),
-             "the clock of the table syncs" + of + " is wrongly armed or not");
+             "the clock of the table syncs of device ", +device, " is wrongly armed or not");
       for (const auto& [pipe, state] : chip.pipes) {
          const bool isArmed = counters->pipeIntfQueueCounterSm(pipe)->pollingTimeMin() != never;
-         expect(isArmed + state.isOutstanding + state.isStopped == 1,
-                "the poller of pipe " + std::to_string(pipe) + of +
-                     " is not exactly one of armed, waiting and stopped");
+         expect(isArmed + state.isOutstanding + state.isStopped == 1, "the poller of pipe ", pipe,
+                " of device ", +device, " is not exactly one of armed, waiting and stopped");
       }
    }
 }
@@ -175,9 +163,7 @@ void Run::checkTables() {
 
 void Run::checkFresh(double since) {
    for (const auto& [intf, port] : model_.ports) {
-      const std::string own = "Internal" + std::to_string(port.place.device + 1);
-      const bool isPolled = !intf.starts_with("Internal") || intf == own;
-      expect(!isPolled || port.sampleTime >= since, intf + " is not fresh");
+      expect(!isPolled(intf, port) || port.sampleTime >= since, intf + " is not fresh");
       const auto& pipe = model_.chips.at(port.place.device).pipes.at(static_cast<U16>(port.place.pipe()));
       expect(pipe.isStopped || pipe.hasLost || port.queues.sampleTime >= since,
              "the queues of " + intf + " are not fresh");

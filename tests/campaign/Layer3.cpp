@@ -107,13 +107,13 @@ void Run::checkL3() {
    const auto& l3Sm = agent_->countersMgr().zelCountersL3IntfSm();
    expect(l3Sm->l3IntfToVid().size() == model_.l3.size(), "there is an L3 interface too few or too many");
    for (const auto& [intf, l3] : model_.l3) {
-      expect(l3Sm->l3IntfToVid().contains(idOf(intf)), intf + " is not held");
+      expect(l3Sm->l3IntfToVid().contains(idOf(intf)), intf, " is not held");
    }
-   std::map<U16, int> pending;
+   std::array<int, vlanLimit> pending{};
    for (auto& [device, chip] : model_.chips) {
       const auto& helper = l3Sm->helper(device);
-      const std::string of = " of device " + std::to_string(device);
-      expect(!!helper == config_.capabilities.vlanCounters, "the helper" + of + " is missing, or should be");
+      expect(!!helper == config_.capabilities.vlanCounters, "the helper of device ", +device,
+             " is missing, or should be");
       if (!helper) {
          continue;
       }
@@ -124,23 +124,23 @@ void Run::checkL3() {
          const bool isProgrammed = !!helper->matchSpec(vlan);
          const bool isPending = helper->pendingVlan(vlan);
          const bool isDeferred = helper->deferredDel(vlan);
-         const std::string name = "VLAN " + std::to_string(number) + of;
          programmed += isProgrammed ? 1 : 0;
          pending[number] += isPending ? 1 : 0;
-         expect(!isPending || !isProgrammed, name + " is programmed and pending");
-         expect(((isProgrammed && !isDeferred) || isPending) == chip.wanted.contains(number),
-                name + " is neither programmed nor pending, or not wanted");
-         expect(!isDeferred || (isProgrammed && chip.state != 8), name + " is wrongly deferred");
+         expect(!isPending || !isProgrammed, "VLAN ", number, " of device ", +device,
+                " is programmed and pending");
+         expect(((isProgrammed && !isDeferred) || isPending) == chip.wanted.contains(number), "VLAN ", number,
+                " of device ", +device, " is neither programmed nor pending, or not wanted");
+         expect(!isDeferred || (isProgrammed && chip.state != 8), "VLAN ", number, " of device ", +device,
+                " is wrongly deferred");
          entries[0] += isProgrammed ? 1U + config_.capabilities.vxlan + config_.capabilities.vrfNat : 0;
          entries[1] += isProgrammed ? 1U + config_.capabilities.vxlan : 0;
       }
-      expect(helper->matchSpec().size() == programmed, "there are other VLANs" + of);
+      expect(helper->matchSpec().size() == programmed, "there are other VLANs of device ", +device);
       constexpr std::array tables{"ingL2DomainCount", "egrL2DomainCount"};
       for (std::size_t i = 0; i < tables.size(); ++i) {
          const std::size_t present = agent_->fleet().chip(device)->tables().matchTable(tables[i])->size();
-         expect(present == entries[i] || (chip.hasLeftovers && present > entries[i]),
-                std::string(tables[i]) + of + " has " + std::to_string(present) + " entries and not " +
-                     std::to_string(entries[i]));
+         expect(present == entries[i] || (chip.hasLeftovers && present > entries[i]), tables[i],
+                " of device ", +device, " has ", present, " entries and not ", entries[i]);
       }
    }
    for (const auto& entry : Kiln::OperatorLog::instance().newEntries()) {
@@ -154,18 +154,15 @@ void Run::checkL3() {
       } else {
          const bool isOfTables =
               id.starts_with("VEX_COUNTERS_TABLE") || id.starts_with("VEX_COUNTERS_HISTORY");
-         expect(id.starts_with("ZEL_COUNTERS_CHIP") || (isOfTables && damagedAt_ > -never),
+         expect(id.starts_with("ZEL_COUNTERS_CHIP") || (isOfTables && wasMended_),
                 "there is a message " + id + ": " + entry.text);
       }
    }
-   for (const auto& [vlan, count] : pending) {
-      expect(shortages_[vlan] == count, "the messages of VLAN " + std::to_string(vlan) + " tell of " +
-                                             std::to_string(shortages_[vlan]) + " shortages and not of " +
-                                             std::to_string(count));
+   for (U16 vlan = firstVlan; vlan < vlanLimit; ++vlan) {
+      expect(shortages_[vlan] == pending[vlan], "the messages of VLAN ", vlan, " tell of ", shortages_[vlan],
+             " shortages and not of ", pending[vlan]);
    }
-   expect(wrapMessages_ == model_.wrapReadings, "there are " + std::to_string(wrapMessages_) +
-                                                     " messages of wraps and not " +
-                                                     std::to_string(model_.wrapReadings));
+   expectIs(wrapMessages_, model_.wrapReadings, "the number of messages of wraps");
 }
 
 void Run::checkL3Records(bool isCalm) {

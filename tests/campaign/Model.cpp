@@ -1,6 +1,8 @@
 // The rules of what counts.
 #include "tests/campaign/Model.h"
 
+#include "vex/PublishedChip.h"
+
 #include <algorithm>
 #include <utility>
 
@@ -67,6 +69,8 @@ U32 Model::lifeOf(U8 device) const {
 }
 
 void Model::chipCame(U8 device, unsigned pipes) {
+   counted[{Family::health, "Zel" + std::to_string(device)}].isTotalKnown =
+        false; // the last pass may not have told all
    Chip& chip = chips[device] = {};
    chip.life = ++lives_;
    chip.hasLeftovers = mayRefuseDeletions;
@@ -147,6 +151,9 @@ std::string Model::intfAt(Place place) const {
 }
 
 void Model::agentEnded(bool isOrderly, double now) {
+   for (auto& [key, places] : counted) {
+      places.isTotalKnown = places.isShownKnown = false;
+   }
    for (auto& [intf, port] : ports) {
       if (isOrderly && port.queues.isStored) {
          takeQueues(port, now);
@@ -190,6 +197,7 @@ void Model::takeMac(const std::string& intf, Port& port, double now) {
    }
    bool isMarked = port.trail.isExchanged;
    const U32 wrapsBefore = chip.overflowCount;
+   const U32 upsetsBefore = chip.seuCount;
    bool hasUpset = false;
    port.isAbsorbed = {};
    for (std::size_t field = 0; field < fieldCount; ++field) {
@@ -219,6 +227,9 @@ void Model::takeMac(const std::string& intf, Port& port, double now) {
       port.deltas[field] = step;
       port.totals[field] += step;
    }
+   auto& health = counted[{Family::health, "Zel" + std::to_string(port.place.device)}].tallies;
+   health[Silo::Interface::ChipHealth::wraps][0].total += chip.overflowCount - wrapsBefore;
+   health[Silo::Interface::ChipHealth::upsets][0].total += chip.seuCount - upsetsBefore;
    if (chip.overflowCount != wrapsBefore) {
       ++wrapReadings;
       happened(now, "wrap", intf);

@@ -123,6 +123,22 @@ struct Shown {
    std::array<U64, rmonCount> clear{};
 };
 
+// What is read place by place. Its health is counted by chip, the rest by interface or by pipe.
+enum class Family : U8 { drops, classes, stages, pipeDrops, trafficManager, health };
+
+struct Tally {
+   U64 total = 0; // the most that the record may have
+   U64 seen = 0;  // that it had
+   U64 shown = 0; // the most that the view may show
+};
+
+struct Counted {
+   std::map<std::size_t, std::array<Tally, 3>> tallies; // by place
+   double createdTime = 0;
+   bool isTotalKnown = true; // exactly, once nothing is under way
+   bool isShownKnown = true;
+};
+
 struct Chip {
    U32 life = 0;
    U32 state = 8;
@@ -152,12 +168,15 @@ class Model {
    std::map<std::string, Port> ports;  // by interface
    std::map<Place, Hardware> hardware; // it outlives ports
    std::map<std::string, L3Intf> l3;
+   std::map<std::pair<Family, std::string>, Counted> counted;
+   std::array<double, 8> syncTimes{}; // by device, when a sync of a table was answered last
    std::map<U16, L3Intf> vlans;       // what was ever counted of a VLAN, for whomever
    bool mayRefuseDeletions = false;   // chips, of entries
    U64 wrapReadings = 0;              // with at least one wrap
    std::vector<Happening> happenings; // since somebody took them
 
    U32 lifeOf(U8 device) const;
+   U32 lives() const { return lives_; } // so far
    void chipCame(U8 device, unsigned pipes);
    void chipWent(U8 device);
    // The chip's driver began anew in place.

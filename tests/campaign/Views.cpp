@@ -48,18 +48,22 @@ void Run::command(Draws& draws) {
    if (isRefused) { // which a clear takes for a table that cannot be written
       agent_->fleet().faults().failNext(draws.oneIn(2) ? "counterWriteDirect" : "counterWriteIndirect", 17);
    }
-   if (model_.chips.empty()) {
-      return;
+   if (!model_.chips.empty()) {
+      command(drawn);
+      clearedCounted(drawn, false);
+      checkViews("show mac");
    }
-   ask(drawn);
+}
+
+void Run::command(const std::string& clear) {
+   ask(clear);
    for (auto& [device, chip] : model_.chips) {
       for (auto& [intf, shown] : chip.shown) {
-         if (drawn == "clear mac" || drawn == "clear") {
+         if (clear == "clear mac" || clear == "clear") {
             shown.clear = shown.last;
          }
       }
    }
-   checkViews("show mac");
 }
 
 // Text and document of each view, or of one, say the same, and of MAC counters what the model says.

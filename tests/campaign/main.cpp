@@ -46,7 +46,7 @@ namespace {
 using namespace Campaign;
 
 constexpr const char* usage =
-     "usage: campaign [--seed N | --seeds A-B] [--hours H] [--for SECONDS] [--only EVENT,...] [--shrink | "
+     "usage: campaign [--seed N | --seeds A-[B]] [--hours H] [--for SECONDS] [--only EVENT,...] [--shrink | "
      "--base-line] "
      "[--verbose]\n"
      "Runs the seeds, each for H simulated hours, until SECONDS have passed, and fails if one fails.\n";
@@ -81,7 +81,8 @@ Options parse(int argc, char** argv) {
          const std::string range = value();
          const std::size_t dash = range.find('-');
          options.firstSeed = number(range.substr(0, dash));
-         options.lastSeed = dash == std::string::npos ? ~U64{0} : number(range.substr(dash + 1));
+         const bool isOpen = dash == std::string::npos || dash + 1 == range.size();
+         options.lastSeed = isOpen ? ~U64{0} : number(range.substr(dash + 1));
       } else if (option == "--hours" || option == "--for") {
          const std::string word = value();
          const auto decimal = Kiln::parseDecimal(word, 1e6);

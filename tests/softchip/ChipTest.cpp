@@ -47,9 +47,11 @@ TEST_F(SoftwareChip, FramesGoWhereTheirDestinationWasSeenElseEverywhereElse) {
    EXPECT_THAT(sent(), ElementsAre(6, 1, 2));
    chip.receive(128, frame(0x0a, 0x0b));
    EXPECT_THAT(sent(), ElementsAre(6, 2, 2)) << "the station moved";
+   chip.receive(1, frame(broadcastMac, 0x0d));
    chip.portDel(1);
    chip.receive(128, frame(0x0a, 0x0b));
-   EXPECT_EQ(chip.rmon(0, BF_RMON_FRAMES_TRANSMITTED_ALL), 7U) << "forgotten with its port";
+   chip.receive(128, frame(0x0d, 0x0b));
+   EXPECT_EQ(chip.rmon(0, BF_RMON_FRAMES_TRANSMITTED_ALL), 9U) << "both forgotten with their port";
    EXPECT_FALSE(chip.receive(1, frame(0x0a, 0x0b)));
 }
 
@@ -116,9 +118,16 @@ TEST_F(SoftwareChip, TwoChipsHaveTrafficOfTheirOwn) {
    Traffic traffic(*fleet, Kiln::activityManagerClock(), 7);
    traffic.onIs(true);
    advance(0.75);
+   const U64 before = chip.rmon(0, BF_RMON_FRAMES_RECEIVED_ALL);
    traffic.onIs(false);
+   EXPECT_GT(chip.rmon(0, BF_RMON_FRAMES_RECEIVED_ALL), before) << "what has arrived until then";
    EXPECT_GT(other.rmon(0, BF_RMON_FRAMES_RECEIVED_ALL), 500U);
    EXPECT_NE(other.rmon(0, BF_RMON_OCTETS_RECEIVED_ALL), chip.rmon(0, BF_RMON_OCTETS_RECEIVED_ALL));
+   traffic.onIs(true);
+   advance(0.25);
+   other.portAdd(1);
+   advance(0.5);
+   EXPECT_GT(other.rmon(1, BF_RMON_FRAMES_RECEIVED_ALL), 0U);
 }
 
 TEST_F(SoftwareChip, AHardwareFileKeepsTheCountersOfEachChipUntilTheChipIsTakenOut) {
@@ -148,6 +157,13 @@ TEST_F(SoftwareChip, AHardwareFileKeepsTheCountersOfEachChipUntilTheChipIsTakenO
                testing::ThrowsMessage<std::runtime_error>(HasSubstr("holds device 1 with 2 pipes")));
    EXPECT_EQ(fleet->chip(1U), nullptr);
    fleet = nullptr;
+   {
+      HardwareMemory memory(path);
+      memory.regionIs(5, "8 counters", 8)[0] = 9;
+      memory.createdDel();
+   }
+   EXPECT_EQ(HardwareMemory(path).regionIs(5, "4 counters", 4)[0], 0U)
+        << "a start that failed leaves nothing";
 }
 
 TEST_F(SoftwareChip, ARestartKeepsPortsAndCountersOrSetsAllCountersToZero) {

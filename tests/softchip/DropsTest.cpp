@@ -119,6 +119,17 @@ TEST_F(Drops, EachReasonRaisesItsOwnCountersAndNoOthers) {
          {{"ingress/ACL denied of port 0", 5},
           {"final/lost at ingress of port 0", 5},
           {"stage 2 of pipe 0", 5}}},
+        {"QoS policy, and an ACL behind it",
+         [](Chip& c, FrameInfo& f) {
+            S32 handle = 0;
+            f.ip = {.protocol = 17};
+            f.ip.destinationPort = 19;
+            ASSERT_EQ(c.entryDel("ingressAcl", 6), 0);
+            ASSERT_EQ(c.entryAdd("ingressAcl", {.ipProtocol = 17, .drop = true}, &handle), 0);
+         },
+         {{"ingress/QoS policy of port 0", 5},
+          {"final/lost at ingress of port 0", 5},
+          {"stage 1 of pipe 0", 5}}},
         {"VLAN on leaving",
          [](Chip& c, FrameInfo&) { c.vlanAllowedIs(1, 1, false); },
          {{"egress/VLAN not allowed of port 1", 5},
@@ -198,6 +209,7 @@ TEST_F(Drops, TheTrafficManagerTellsCopiesCutThroughAndCells) {
    EXPECT_EQ(tm(0, BF_TM_PIPE_CELLS).count, 50'000U) << "125 million octets a second";
    advance(1);
    EXPECT_EQ(tm(0, BF_TM_PIPE_CELLS).count, 0U);
+   chip->receive(0, frame(0x0c, 0x0a));
    EXPECT_EQ(tm(0, BF_TM_PIPE_WATERMARK).count, 100'000U);
 }
 

@@ -124,6 +124,8 @@ TEST_F(Tables, ASymmetricTableReadsAsTheSumOverItsPipes) {
    EXPECT_EQ(value.bytes, 7U * 60) << "without FCS";
    EXPECT_EQ(read("aclCount", onPipe1, 2).packets, 4U);
    EXPECT_EQ(read("aclCount", allPipes, 1).packets, 0U) << "no TCP frame came";
+   ASSERT_EQ(ZelCountersIntf::counterWriteDirect(sess_hdl, 0, allPipes, handleOf("aclCount"), 2, {5, 5}), 0U);
+   EXPECT_EQ(read("aclCount", allPipes, 2), (CounterValue{5, 5}));
 }
 
 TEST_F(Tables, TheEntryScopeOfAMatchTableDecidesTheModeOfItsCounters) {
@@ -137,6 +139,8 @@ TEST_F(Tables, TheEntryScopeOfAMatchTableDecidesTheModeOfItsCounters) {
    ASSERT_EQ(pipe_mgr_tbl_set_property(sess_hdl, 0, matchHandleOf("policy"), 1, 0, 0), 0);
    EXPECT_FALSE(isSymmetric("aclCount"));
    EXPECT_TRUE(isSymmetric("both"));
+   fleet->chipRestart(0, true);
+   EXPECT_TRUE(isSymmetric("aclCount")) << "as the program declares it";
 }
 
 TEST_F(Tables, ATableIsInitializedFromTheNthQueryOn) {
@@ -174,6 +178,8 @@ TEST_F(Tables, EntriesAreWalkedByPipeAndAFullTableTakesNoMore) {
    ASSERT_EQ(ZelCountersIntf::counterWriteDirect(sess_hdl, 0, allPipes, handleOf("aclCount"), third, {5, 5}),
              0U);
    ASSERT_EQ(chip->entryDel("acl", third), 0);
+   EXPECT_EQ(chip->tableEntry("aclCount", allPipes, 3), (CounterValue{0, 0}))
+        << "what it counted goes with it";
    EXPECT_EQ(chip->entryDel("acl", third), 6);
    EXPECT_EQ(ZelCountersIntf::counterWriteDirect(sess_hdl, 0, allPipes, handleOf("aclCount"), third, {5, 5}),
              6U);
@@ -240,6 +246,8 @@ TEST_F(Tables, RefusesInvalidRequests) {
          counterHwSyncIndirect(sess_hdl, 0, 0, acl, countCallback, &callbacks), 23},
         {"sync of a match table without counters",
          counterHwSyncDirect(sess_hdl, 0, 0, matchHandleOf("policy"), countCallback, &callbacks), 23},
+        {"sync by an indirect handle that no table has",
+         pipe_mgr_stat_database_sync(sess_hdl, {0, 0}, both - 1, countCallback, &callbacks), 23},
         {"sync of a pipe that is none",
          counterHwSyncIndirect(sess_hdl, 0, 2, both, countCallback, &callbacks), 3},
         {"sync in another session",

@@ -34,7 +34,11 @@ U32 sync(const char* entryPoint, int dev, U16 pipe, U32 handle, ZelCountersIntf:
          void* cookie) {
    Sdk& s = sdk();
    s.calls.push_back("sync " + std::to_string(dev) + " " + std::to_string(pipe) + " " + hex(handle));
+   const Completion completion{callback, dev, cookie, handle, pipe};
    if (const U32 status = s.status(entryPoint, handle, pipe)) {
+      if (s.answersRefused) {
+         completion.deliver();
+      }
       return status;
    }
    bool isInline = s.inlineDefault;
@@ -42,7 +46,6 @@ U32 sync(const char* entryPoint, int dev, U16 pipe, U32 handle, ZelCountersIntf:
       isInline = s.inlineNext.front();
       s.inlineNext.erase(s.inlineNext.begin());
    }
-   const Completion completion{callback, dev, cookie, handle, pipe};
    if (isInline) {
       completion.deliver();
    } else {
@@ -64,8 +67,10 @@ U32 read(const char* entryPoint, U32 dev, U16 pipe, U32 handle, U32 key, p4_pd_c
 }
 
 U32 write(const char* entryPoint, U32 dev, U16 pipe, U32 handle, U32 key, const p4_pd_counter_value& value) {
-   if (const U32 status = sdk().status(entryPoint, handle, pipe)) {
-      return status;
+   for (const std::string& what : {std::string(entryPoint), "index " + std::to_string(key)}) {
+      if (const U32 status = sdk().status(what.c_str(), handle, pipe)) {
+         return status;
+      }
    }
    sdk().table(static_cast<int>(dev), handle).values[{pipe, key}] = value;
    return 0;

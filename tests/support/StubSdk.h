@@ -58,6 +58,7 @@ struct Sdk {
    // Whether the next sync requests complete inline; those beyond the end go by inlineDefault.
    std::vector<bool> inlineNext;
    bool inlineDefault = false;
+   bool answersRefused = false; // completes refused requests, too, inline
    std::vector<Completion> pending;
    // The calls that matter, in order: "sync 0 65535 A01", "property 0 B01 scope 1", ...
    std::vector<std::string> calls;

@@ -76,6 +76,7 @@ class StubSdkRig : public ::testing::Test {
       context.tmCountersData = tm;
       context.tmCountersDataLastClear = tmClear;
       context.cliPortDropData = dropData;
+      context.chipPublisher = publisher;
       context.zlPdIntf = Kiln::allocate<StubSdk::Pd>();
       context.zlResourceInfoIntf = catalogue;
       context.devProfile.chipTypeName = "stub";
@@ -122,6 +123,7 @@ class StubSdkRig : public ::testing::Test {
    Kiln::Ptr<ZelQos::TmCountersData> tm = Kiln::allocate<ZelQos::TmCountersData>();
    Kiln::Ptr<ZelQos::TmCountersData> tmClear = Kiln::allocate<ZelQos::TmCountersData>();
    Kiln::Ptr<ZelCounter::CliPortDropData> dropData = Kiln::allocate<ZelCounter::CliPortDropData>();
+   Kiln::Ptr<Vex::ChipPublisher> publisher; // null: nothing is published
    std::map<int, Kiln::Ptr<ZelSlice::ChipStatus>> chipStatus;
    std::map<int, Kiln::Ptr<ZelCounter::ZelCounters>> chips;
 };

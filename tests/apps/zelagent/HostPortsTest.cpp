@@ -158,6 +158,11 @@ TEST_F(HostPorts, UnicastFramesAreComparedWithTheSameInterfacesOnly) {
    counts("wlan0", {{"rx_packets", 20}, {"multicast", 15}});
    poll();
    EXPECT_EQ(port.chip.rmon(port.devicePort, BF_RMON_UNICAST_FRAMES_RECEIVED_OK), 5U);
+   // One that comes back has nothing of its former counts.
+   counts("eth0", {{"rx_packets", 200}, {"multicast", 150}});
+   poll();
+   const ZelAgent::SwitchAgent::Port back = agent_->portOf("eth0");
+   EXPECT_EQ(back.chip.rmon(back.devicePort, BF_RMON_UNICAST_FRAMES_RECEIVED_OK), 50U);
 }
 
 TEST_F(HostPorts, SpeedsAreTheKernelsAndFollowTheLink) {

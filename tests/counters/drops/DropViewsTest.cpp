@@ -99,6 +99,12 @@ TEST_F(DropViews, DropsAreListedOnceAndTheWorstFirst) {
                     testing::EndsWith(
                          worst + "  Ethernet1         final    lost at egress                           4\n" +
                          dropRule + "\n")));
+   dropsAre(finalHandle, 1, 3, 7); // the same frames
+   const std::string two = printed([&](U32 fd) {
+      chip.portDrops().show(ZelCounter::ShowTarget(fd),
+                            {.nonZeroOnly = true, .isFinalShown = true, .top = 2});
+   });
+   EXPECT_THAT(two, testing::AllOf(HasSubstr("Ethernet20"), testing::Not(HasSubstr("Ethernet4"))));
    const std::string reasons = printed([&](U32 fd) { chip.showAllDropCounters(fd, true); });
    EXPECT_THAT(reasons, testing::HasSubstr("\n  egress   queue congested                         14\n"));
    const std::string one = printed([&](U32 fd) {
@@ -258,11 +264,58 @@ TEST_F(DropViews, TrafficManagerPollersSurviveAFailingReadAndSaySo) {
                                 levels + rule + "\n");
    deleteChip(0);
    auto& again = addChip(0, 0, makeCatalogue(0));
+   EXPECT_TRUE(tmClear->countersByDevIdIs(0)->countersByPipe().empty());
    EXPECT_THAT(tmText(again), HasSubstr("dropped                      never read          never read  "
                                         "not read yet\n"));
    advance(2.0);
    EXPECT_THAT(tmText(again), HasSubstr("dropped                              98                3998  ok\n"))
         << "the clear stands";
+}
+
+TEST_F(DropViews, WhatIsPublishedFollowsClearsReadsThatFailAndPassesThatOverlap) {
+   const Silo::Store store = Silo::Store::temporary();
+   const Silo::TableOptions options{4, 2.0, Silo::ClockDomain::simulatedTime(), {}, false};
+   const auto tables =
+        Kiln::allocate<Vex::ChipTables>(store, Vex::ChipTables::Options{options, options, options, "1"});
+   publisher = Kiln::allocate<Vex::ChipPublisher>(tables);
+   auto& chip = addDropChip();
+   addPort("Ethernet1", 5);
+   addPort("Ethernet2", 128 + 5);
+   const auto published = [&](const char* intf) {
+      return tables->drops().sampleOrDefault(Silo::Key(intf)).record.totals[0][0];
+   };
+   dropsAre(ingressHandle, 5, 0, 10);
+   dropsAre(ingressHandle, 128 + 5, 0, 20);
+   advance(2.0);
+   EXPECT_EQ(published("Ethernet1"), 10U);
+   chip.clearTableCounters(0, 2, 0); // of one pipe
+   dropsAre(ingressHandle, 5, 0, 7);
+   dropsAre(ingressHandle, 128 + 5, 0, 25);
+   StubSdk::sdk().statuses[{"counterReadIndirectStart", ingressHandle, 0}] = 14;
+   advance(2.0);
+   EXPECT_EQ(published("Ethernet1"), 10U);
+   EXPECT_EQ(published("Ethernet2"), 25U);
+   StubSdk::sdk().statuses.erase({"counterReadIndirectStart", ingressHandle, 0});
+   StubSdk::sdk().statuses[{"counterHwSync", ingressHandle, 0}] = 5;
+   advance(2.0);
+   EXPECT_EQ(published("Ethernet1"), 17U) << "what the sync before has brought";
+
+   struct Amid { // behind the slices of pipe 0, which come one a turn: drops, classes, path
+      void handle() {
+         if (++turns < 5) {
+            timer.timeMinIs(Kiln::System::currentTime());
+            return;
+         }
+         StubSdk::sdk().path[{0, BF_PIPE_PATH_PARSER}] = {9, 9, 0};
+         chip.handleSyncPass();
+      }
+      ZelCounters& chip;
+      int turns = 0;
+      Kiln::Timer<Amid> timer{Kiln::activityManagerClock(), this, &Amid::handle};
+   } amid{chip};
+   amid.timer.timeMinIs(Kiln::System::currentTime() + 2.0);
+   advance(2.0);
+   EXPECT_EQ(tables->stages().sampleOrDefault(Silo::Key("Zel0:0")).record.totals[BF_PIPE_PATH_PARSER][0], 9U);
 }
 
 TEST_F(DropViews, AChipThatIsNotInitializedSaysSoOnly) {

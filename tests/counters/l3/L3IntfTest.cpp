@@ -213,6 +213,9 @@ TEST_F(L3Intf, RecordsAreRefreshedOneSecondAfterTheEndOfAPass) {
    advance(1.0);
    advance(0.5);
    EXPECT_EQ(nat->counter(vlan20).lastUpdate, 4.125);
+   fleet.faults().failNext("counterReadDirect", 6);
+   sm->readAllOnceMore();
+   EXPECT_EQ(nat->counter(vlan20).packets, 5U) << "a last read that fails changes nothing";
 }
 
 TEST_F(L3Intf, ACorruptRecordIsToldOnceAndMadeWholeUnderItsOwnName) {

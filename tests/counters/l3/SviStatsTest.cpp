@@ -206,17 +206,35 @@ TEST_F(SviStats, ARollbackThatFailsHalfWayIsFinishedLater) {
 }
 
 TEST_F(SviStats, RoomThatALateDeletionMakesIsTakenByWhoWaits) {
+   for (const bool isIngress : {true, false}) {
+      makeHelper(plainChip);
+      chip(0).capacityIs(isIngress ? "ingL2DomainCount" : "egrL2DomainCount", 1);
+      helper->enableSviStats(VlanId(10));
+      for (const int status : {isIngress ? 5 : 0, isIngress ? 0 : 5, 5}) { // each side, and once more
+         fleet.faults().failNext("pdEntryDel", status);
+      }
+      helper->disableSviStats(VlanId(10));
+      advance(10); // the removal's own retry
+      helper->enableSviStats(VlanId(11));
+      EXPECT_EQ(state(11), "pending");
+      helper->retryDeletions();
+      advance(1);
+      EXPECT_EQ(state(11), "programmed");
+      removeChip();
+   }
+}
+
+TEST_F(SviStats, RemovalsDoNotPutOffTheRetry) {
    makeHelper(plainChip);
-   chip(0).capacityIs("ingL2DomainCount", 1);
-   helper->enableSviStats(VlanId(10));
-   fleet.faults().failNext("pdEntryDel", 5, 3); // the first try on both sides, and one more
+   chip(0).capacityIs("ingL2DomainCount", 2);
+   for (const U32 vlan : {10U, 11U, 12U}) {
+      helper->enableSviStats(VlanId(vlan));
+   }
    helper->disableSviStats(VlanId(10));
-   advance(10); // the removal's own retry
-   helper->enableSviStats(VlanId(11));
-   EXPECT_EQ(state(11), "pending");
-   helper->retryDeletions();
-   advance(1);
-   EXPECT_EQ(state(11), "programmed");
+   advance(0.75);
+   helper->disableSviStats(VlanId(11));
+   advance(0.25);
+   EXPECT_EQ(state(12), "programmed");
 }
 
 TEST_F(SviStats, AnEntryThatIsGoneAfterAllIsNotDeletedUnderItsNextOwner) {

@@ -72,6 +72,8 @@ TEST_F(L3Traffic, CountsAFrameInItsVlanOnly) {
    translatedV6.ip.source = {0x20, 0x01, 0x0d, 0xb8, 0x7f};
    auto notQuiteV6 = translatedV6;
    notQuiteV6.ip.source[4] = 0x80;
+   auto likeV4 = translatedV6;
+   likeV4.ip.source = {10, 1, 255, 9};
    auto bad = frame();
    bad.fcsError = true;
 
@@ -91,6 +93,7 @@ TEST_F(L3Traffic, CountsAFrameInItsVlanOnly) {
         {"not translated", notQuite, 10, "2/200 2/200 0/0"},
         {"translated v6", translatedV6, 10, "2/200 2/200 2/200"},
         {"not translated v6", notQuiteV6, 10, "2/200 2/200 0/0"},
+        {"v6 that begins like the v4 prefix", likeV4, 10, "2/200 2/200 0/0"},
         {"bad", bad, 0, ""},
    };
    for (const auto& c : cases) {

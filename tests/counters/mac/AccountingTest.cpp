@@ -1,4 +1,5 @@
 // How a step of a MAC counter is judged, and how the previous record is rewritten.
+#include "kiln/EventLog.h"
 #include "tests/support/CountersRig.h"
 #include "tests/support/LoggedMessages.h"
 #include "tests/support/Manual.h"
@@ -57,6 +58,19 @@ TEST_F(Accounting, OneReadingMayWrapAndBeUpsetAndLogsOnce) {
    EXPECT_THAT(logged_.take(),
                testing::ElementsAre("ZEL_COUNTERS_OVERFLOW_ERROR "
                                     "Received wrong hardware counter value for interface Ethernet1."));
+}
+
+TEST_F(Accounting, FallsAreAResetUnlessSomethingWentOn) {
+   std::vector<std::string> kinds;
+   auto before =
+        Kiln::EventLog::instance().sinkIs([&](const Kiln::Event& event) { kinds.emplace_back(event.kind); });
+   step(inErrors, 9, 3);
+   check();
+   step(inErrors, 9, 3);
+   step(outOctets, 5, 7);
+   check();
+   Kiln::EventLog::instance().sinkIs(std::move(before));
+   EXPECT_THAT(kinds, testing::ElementsAre("reset", "upset"));
 }
 
 TEST_F(Accounting, FieldsAreFilledAsTheDocumentSays) {

@@ -45,6 +45,13 @@ TEST_F(MacCommands, AfterAClearShowOnlyWhatMovedSince) {
    rig.advance(2.0);
    EXPECT_EQ(show(), "Intf Ethernet1 (7):\n" + line(4, "5") + "\n");
    EXPECT_EQ(rig.chip(0).rmon(7, 4), 2005U); // the hardware is not cleared
+   rig.chip(0).portAdd(8);
+   rig.chip(0).rmonIs(8, 0, 1500);
+   rig.chip(0).rmonIs(8, 4, 3000);
+   rig.status->portInfoIs(port, {0, 8});
+   rig.advance(2.0);
+   EXPECT_EQ(show(), "Intf Ethernet1 (8):\n" + line(0, "1500") + line(4, "3000") + "\n")
+        << "nothing of its former port";
 }
 
 TEST_F(MacCommands, AValueAboveTheSignedRangePrintsNegative) {

@@ -80,6 +80,8 @@ TEST_F(MacPolling, FollowsPortsThatComeMoveAndGo) {
    EXPECT_EQ(asked(), (Ports{{0, 1}, {1, 5}}));
    rig.status->portInfoDel(port);
    EXPECT_EQ(asked(), (Ports{{0, 1}}));
+   EXPECT_FALSE(rig.counters(1)->readings().isAsked(ZelCounter::ReadingKey::Kind::mac))
+        << "what is known of a port goes with it";
 }
 
 TEST_F(MacPolling, ARefusedPortKeepsItsValuesAndTheOthersGoOn) {

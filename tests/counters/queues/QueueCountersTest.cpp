@@ -240,7 +240,15 @@ TEST_F(QueueCounters, FrontPanelPortThatCameBackElsewhereHasNothingOfItsOldPort)
    queueIs(0, 5, 168, 7, 10, 1000, 7);
    queueIs(0, 128 + 67, 2174, 1, 500, 50000, 3);
    poll();
+   systemStatus->portInfoDel(intf);
+   addPort("Ethernet1", 5);
+   poll();
+   EXPECT_EQ(stored(intf, 7), QueueCounter(7, 0, 0, 0)) << "whoever was there meanwhile";
+   systemStatus->portInfoDel(intf);
+   addPort("Ethernet1", 5);
+   const std::size_t reported = reports.all.size();
    clear(intf);
+   EXPECT_EQ(reports.all.size(), reported) << "what was read before it left is not handed over again";
    systemStatus->portInfoDel(intf);
    poll();
    EXPECT_FALSE(chip.intfQueueCounters(intf)) << "it took its queues along";
@@ -251,6 +259,11 @@ TEST_F(QueueCounters, FrontPanelPortThatCameBackElsewhereHasNothingOfItsOldPort)
    const Vex::Source& source = reports.all.back().second.readings().source;
    EXPECT_EQ(source.place, 128 + 67);
    EXPECT_EQ(source.life, chip.life());
+   systemStatus->portInfoDel(intf);
+   addPort("Ethernet1", 128 + 67);
+   deleteQueueChip("Zel0");
+   EXPECT_EQ(reports.all.back().second.intfQueueStat(1).packets, 500U)
+        << "nor is it read again by the last read";
 }
 
 TEST_F(QueueCounters, ClearIsNotANewSample) {
@@ -344,7 +357,8 @@ TEST_F(QueueCounters, ChipThatIsAddedAgainCountsWhole) {
 TEST_F(QueueCounters, PollerThatOutlivesItsChipStaysIdle) {
    auto& chip = addQueueChip(0, 1);
    addPort("Ethernet1", 3);
-   const auto pollers = {chip.pipeIntfQueueCounterSm(0), chip.pipeIntfQueueCounterSm(1)};
+   std::vector<Kiln::Ptr<ZelCounter::PipeIntfQueueCounterSm>> pollers{chip.pipeIntfQueueCounterSm(0),
+                                                                      chip.pipeIntfQueueCounterSm(1)};
    chip.pipeIntfQueueCounterSmDel(1);
    deleteQueueChip("Zel0");
    StubSdk::sdk().deliverAll();
@@ -357,6 +371,11 @@ TEST_F(QueueCounters, PollerThatOutlivesItsChipStaysIdle) {
    }
    EXPECT_THAT(StubSdk::sdk().calls, IsEmpty());
    EXPECT_THAT(reports.all, IsEmpty());
+   addQueueChip(0, 1);
+   advance(1.0);
+   pollers.clear();
+   StubSdk::sdk().deliverAll();
+   EXPECT_EQ(reports.all.size(), 1U) << "its end takes nothing from its successor";
 }
 
 TEST_F(QueueCounters, CleanUpInSimulationLeavesCompletionsUnread) {

@@ -135,9 +135,13 @@ TEST_F(PdpCounters, InterfaceThatMovedBeginsAnew) {
    countIs(0, 0, 5, 7);
    chip.fetchPdpCounters();
    chip.clearAllPdpIntfCounters(0);
-   chipStatus.at(0)->portToIntfIdDel(0);
    addPort("Ethernet1", 1);
    countIs(0, 1, 5, 3);
+   for (int fetch = 0; fetch < 2; ++fetch) {
+      chip.fetchPdpCounters();
+      EXPECT_EQ(showAll(chip, true), closing) << "listed at both slots";
+   }
+   chipStatus.at(0)->portToIntfIdDel(0);
    const std::string shown =
         header + "     Ethernet1                     lacp                  3\n" + closing;
    for (int fetch = 0; fetch < 2; ++fetch) {

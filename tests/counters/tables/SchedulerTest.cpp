@@ -120,12 +120,27 @@ TEST_F(Scheduler, RefusedRequestEndsItsTableForThisPassOnly) {
                 refusal.inRingLog);
       StubSdk::sdk().deliverAll();
       EXPECT_TRUE(chip.firstPollingComplete());
+      for (U16 pipe = 0; pipe < 4; ++pipe) {
+         const ZelCounter::ReadingKey key{ZelCounter::ReadingKey::Kind::tableSync, 2, pipe};
+         EXPECT_EQ(chip.readings().reading(key).status, pipe < refusal.pipe ? 0 : int(refusal.status))
+              << pipe;
+      }
       StubSdk::sdk().statuses.erase({"counterHwSync", perPipeHandle, refusal.pipe});
       advance(2.0);
       EXPECT_EQ(takeSyncs().size(), 9U) << "the next pass tries again";
       EXPECT_EQ(Kiln::System::currentTime(), start + 4.0);
       StubSdk::sdk().deliverAll();
    }
+}
+
+TEST_F(Scheduler, ARefusedRequestThatIsAnsweredAllTheSameStallsNothing) {
+   StubSdk::sdk().inlineDefault = StubSdk::sdk().answersRefused = true;
+   StubSdk::sdk().statuses[{"counterHwSync", allPipesHandle, ZelId::ZelPipeId::allPipes()}] =
+        5; // the last one
+   auto& chip = addNineRequestChip(0);
+   advance(2.0);
+   EXPECT_EQ(chip.hwTableCountersSm()->pendingCallbacks(), 0U);
+   EXPECT_EQ(chip.hwTableCountersSm()->pollingTimeMin(), 4.0);
 }
 
 // The only table is refused, and its accepted requests complete inline: no table was synced whole.

@@ -67,10 +67,8 @@ const TextCase textCases[] = {
                  "             1                 -1                 12\n"},
      {"indirect both nonzero", false, packetsAndBytes, false, true,
       indirect + "#             1                 -1                 12\n"},
-     {"indirect packets", false, packetsOnly, false, false,
-      indirect + "#"
-                 "             0                  0                N/A\n"
-                 "             1                 -1                N/A\n"},
+     {"indirect packets nonzero", false, packetsOnly, false, true,
+      indirect + "#             1                 -1                N/A\n"},
      {"indirect bytes nonzero", false, bytesOnly, true, true,
       indirect + "#             1                N/A                 12\n"},
 };
@@ -161,11 +159,11 @@ TEST_F(TableCommands, ClearWritesZeroToEveryEntryOfThePipesAsked) {
       SCOPED_TRACE(direct ? "direct" : "indirect");
       StubSdk::Table table = makeTable("tested", handle, 2, direct, packetsAndBytes, false);
       table.entries = {0, 1};
-      for (const U16 pipe : {U16{0}, U16{1}}) {
+      for (const U16 pipe : {U16{0}, U16{1}, U16{2}}) {
          table.values[{pipe, 0}] = {1, 2};
          table.values[{pipe, 1}] = {3, 4};
       }
-      auto& chip = addChipWith(table, 1);
+      auto& chip = addChipWith(table, 2);
       const auto sum = [&](U16 pipe) {
          const auto& values = StubSdk::sdk().table(3, handle).values;
          return values.at({pipe, 0}).packets + values.at({pipe, 0}).bytes + values.at({pipe, 1}).packets +
@@ -174,8 +172,9 @@ TEST_F(TableCommands, ClearWritesZeroToEveryEntryOfThePipesAsked) {
       chip.clearTableCounters(0, testedId, 1);
       EXPECT_EQ(sum(0), 10U);
       EXPECT_EQ(sum(1), 0U);
+      EXPECT_EQ(sum(2), 10U);
       chip.clearAllTableCounters(0);
-      EXPECT_EQ(sum(0), 0U);
+      EXPECT_EQ(sum(0) + sum(2), 0U);
       deleteChip(3);
    }
 }
@@ -203,6 +202,12 @@ TEST_F(TableCommands, UnsupportedClearEndsQuietlyAndAnyOtherRefusalStopsTheProce
    chip.clearTableCounters(0, testedId, all);
    StubSdk::sdk().statuses[{"counterWrite", handle, all}] = 5;
    EXPECT_DEATH(chip.clearTableCounters(0, testedId, all), "\"status == 0\" failed");
+   StubSdk::sdk().statuses.erase({"counterWrite", handle, all});
+   StubSdk::Table direct = makeTable("tested", handle, 2, true, packetsOnly);
+   direct.entries = {5, 7};
+   auto& other = addChipWith(direct);
+   StubSdk::sdk().statuses[{"index 5", handle, all}] = 5; // but not its next entry
+   EXPECT_DEATH(other.clearTableCounters(0, testedId, all), "\"status == 0\" failed");
 }
 
 TEST_F(TableCommands, MisuseStopsTheProcess) {
