@@ -160,6 +160,7 @@ class Run : private SdkListener {
    const ZelTest::SimulatedTime time_;
    const ZelTest::TemporaryFolder folder_;
    const bool isSimulation_ = settings_.seed % 4 == 2; // for the library
+   bool isCleanedUp_ = false;                          // the last agent, as that of a simulation
    ZelAgent::SwitchAgentConfig config_;
    Model model_;
    std::unique_ptr<ZelAgent::SwitchAgent> agent_;

@@ -62,8 +62,8 @@ void Run::leaveHalfWritten() {
 void Run::restart(Draws& draws) {
    const bool isKilled = draws.oneIn(2);
    const bool keepsCounters = !draws.oneIn(3);
-   const bool isInAWrite = draws.oneIn(2);
-   if (now() - damagedAt_ < mendingTime || !draws.oneIn(6)) {
+   const bool isInAWrite = !draws.oneIn(3);
+   if (now() - damagedAt_ < mendingTime || !draws.oneIn(4)) {
       return;
    }
    const std::string former = config_.siloFolder;

@@ -24,6 +24,13 @@ int LLVMFuzzerTestOneInput(const U8* data, std::size_t size) {
             // Of memory of just that size, so that a sanitizer sees a read beyond it.
             const std::vector<U8> captured(frame->bytes.begin(), frame->bytes.end());
             const SoftChip::FrameInfo info = SoftChip::parseFrame(captured, frame->originalLength);
+            must((info.tagCount > 0) == info.outerTag.present(), "a tag that is counted is there");
+            must((info.tagCount > 1) == info.innerTag.present(), "so is a second one");
+            must(!info.vxlan.present || info.ip.destinationPort == SoftChip::vxlanUdpPort,
+                 "a tunnel has its port");
+            must(!info.ip.hasPorts || info.ip.version != SoftChip::IpVersion::none, "ports are of IP");
+            must(info.macControl.pfcPriorities == 0 || info.macControl.opcode == SoftChip::macControlPfc,
+                 "priorities are paused by PFC only");
             must(info.wireLength == frame->originalLength + SoftChip::fcsOctets, "the FCS is counted");
          }
       } catch (const SoftChip::CaptureError& error) {

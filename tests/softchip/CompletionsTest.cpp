@@ -4,7 +4,6 @@
 #include "tests/softchip/SoftChipRig.h"
 #include "zl/ZelSdk.h"
 
-#include <atomic>
 #include <condition_variable>
 #include <gmock/gmock.h>
 #include <map>
@@ -114,28 +113,6 @@ TEST_F(SdkCompletions, LateCompletionsComeInTheOrderOfTheirTimes) {
    EXPECT_THAT(inbox.times, ElementsAre(1.5, 3.0));
 }
 
-TEST_F(SdkCompletions, ALostCompletionNeverComesADoubledOneComesTwiceAndAHeldOneOnRequest) {
-   Completions& completions = fleet->completions();
-   completions.modeIs({Kind::lost});
-   ASSERT_EQ(ask(), 0);
-   completions.modeIs({Kind::deferred, 0.0, 2});
-   ASSERT_EQ(ask(1), 0);
-   advance(100);
-   EXPECT_THAT(inbox.ports, ElementsAre(1, 1));
-   EXPECT_EQ(completions.lostCount(), 1U);
-
-   completions.nextModeIs({Kind::held}, 2);
-   completions.modeIs({Kind::inlined});
-   ASSERT_EQ(ask(1), 0);
-   ASSERT_EQ(ask(2), 0);
-   ASSERT_EQ(ask(3), 0);
-   EXPECT_EQ(completions.outstanding(), 2U);
-   completions.deliverHeld(1);
-   completions.deliverHeld(0);
-   EXPECT_THROW(completions.deliverHeld(0), std::out_of_range);
-   EXPECT_THAT(inbox.ports, ElementsAre(1, 1, 3, 2, 1));
-}
-
 TEST_F(SdkCompletions, TheDeliveryThreadAnswersEachRequestOnceAndSurvivesAnException) {
    constexpr std::size_t requests = 2000;
    fleet->completions().modeIs({Kind::thread});
@@ -223,38 +200,6 @@ TEST_F(SdkCompletions, CallsCostSimulatedTimeAndBadPlansAreRefused) {
    EXPECT_THROW(fleet->faults().failNext("bf_port_mac", 1), std::invalid_argument);
    EXPECT_THROW(fleet->faults().costIs("bf_port_mac_stats_hw_async_get", -1), std::invalid_argument);
    EXPECT_THROW(fleet->completions().modeIs({Kind::late, -1.0}), std::invalid_argument);
-}
-
-// The delivery thread runs at the same time as traffic, reads and writes, while chips come and go.
-TEST_F(SdkCompletions, EveryRequestIsAnsweredOnceWhileChipsComeAndGo) {
-   constexpr int rounds = 300;
-   fleet->completions().modeIs({Kind::thread});
-   const U32 table =
-        chip.program()->zlTableCounter(chip.program()->zlTableCounterIndex("frameLengthCount"))->tableHandle;
-   std::atomic<int> syncs{0};
-   const auto onSync = [](bf_dev_id_t /*dev*/, void* cookie) { ++*static_cast<std::atomic<int>*>(cookie); };
-   int asked = 0;
-   for (int round = 0; round < rounds; ++round) {
-      const auto activity = Kiln::ActivityLockAnchor::lock();
-      Chip& other = addChip(1);
-      other.portAdd(5);
-      ASSERT_EQ(bf_port_mac_stats_hw_async_get(1, 5, note, &inbox), 0);
-      ASSERT_EQ(ask(round % 4), 0);
-      for (const U32 device : {0U, 1U}) {
-         ASSERT_EQ(ZelCountersIntf::counterHwSyncIndirect(sess_hdl, device, allPipes, table, onSync, &syncs),
-                   0U);
-         ++asked;
-      }
-      chip.receive(0, frame(broadcastMac, 1));
-      other.receive(5, frame(broadcastMac, 1));
-      p4_pd_counter_value value{};
-      ASSERT_EQ(ZelCountersIntf::counterWriteIndirect(sess_hdl, 0, allPipes, table, 3, value), 0U);
-      fleet->chipDel(1);
-   }
-   inbox.waitFor(2 * rounds);
-   fleet = nullptr;
-   EXPECT_EQ(inbox.count(), 2U * rounds);
-   EXPECT_EQ(syncs.load(), asked);
 }
 
 // The limit does not hold for root.

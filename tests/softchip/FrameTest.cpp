@@ -1,9 +1,8 @@
-// How frames are parsed: whole, cut off anywhere, and damaged.
+// How frames are parsed, whole and cut off anywhere. The fuzz target of captures has damaged ones.
 #include "softchip/Frame.h"
 
 #include "kiln/Types.h"
 #include "tests/softchip/Bytes.h"
-#include "tests/support/Random.h"
 
 #include <gtest/gtest.h>
 #include <string>
@@ -150,24 +149,6 @@ TEST(Frame, AFrameCutAnywhereReadsNothingBeyondAndInventsNothing) {
          std::vector<U8> cut(octets.begin(), octets.begin() + static_cast<std::ptrdiff_t>(length));
          expectPartOf(whole, parseFrame(cut, static_cast<U32>(octets.size())));
       }
-   }
-}
-
-TEST(Frame, DamagedFramesStayConsistent) {
-   ZelTest::Random random;
-   const std::vector<U8> models[] = {bytes(vxlanFrame), bytes(extendedIpv6Frame), bytes(pfcFrame)};
-   for (int round = 0; round < 30'000; ++round) {
-      std::vector<U8> octets = random.oneOf(models);
-      for (U64 damage = 1 + random.below(4); damage > 0; --damage) {
-         octets[random.below(octets.size())] = static_cast<U8>(random.next());
-      }
-      octets.resize(random.below(octets.size() + 1));
-      FrameInfo frame = parse(std::vector<U8>(octets));
-      ASSERT_EQ(frame.tagCount > 0, frame.outerTag.present());
-      ASSERT_EQ(frame.tagCount > 1, frame.innerTag.present());
-      ASSERT_TRUE(!frame.vxlan.present || frame.ip.destinationPort == vxlanUdpPort);
-      ASSERT_TRUE(!frame.ip.hasPorts || frame.ip.version != IpVersion::none);
-      ASSERT_TRUE(frame.macControl.pfcPriorities == 0 || frame.macControl.opcode == macControlPfc);
    }
 }
 

@@ -10,19 +10,23 @@
 
 namespace ZelTest {
 
-U64 numberFromEnvironment(const char* name, U64 otherwise) {
-   const char* const text = std::getenv(name);
+namespace {
+
+U64 chosenSeed() {
+   const char* const text = std::getenv("ZEL_TEST_SEED");
    if (text == nullptr) {
-      return otherwise;
+      return std::random_device()();
    }
    const auto number = Kiln::parseNumber<U64>(text);
    if (!number) {
-      throw std::invalid_argument(std::string(name) + " '" + text + "': expected a number");
+      throw std::invalid_argument(std::string("ZEL_TEST_SEED '") + text + "': expected a number");
    }
    return *number;
 }
 
-Random::Random() : seed_(numberFromEnvironment("ZEL_TEST_SEED", std::random_device()())), engine_(seed_) {
+} // namespace
+
+Random::Random() : seed_(chosenSeed()), engine_(seed_) {
    // Flushed at once, since an assertion may end the process.
    std::cout << "ZEL_TEST_SEED=" << seed_ << std::endl;
 }

@@ -30,8 +30,4 @@ class Random {
    std::mt19937_64 engine_;
 };
 
-// The number in the environment variable, or `otherwise` if it is not set. Throws std::invalid_argument if its value is
-// not a number.
-U64 numberFromEnvironment(const char* name, U64 otherwise);
-
 } // namespace ZelTest

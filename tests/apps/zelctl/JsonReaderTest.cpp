@@ -3,7 +3,6 @@
 
 #include "apps/zelctl/views/CountersDocument.h"
 #include "tests/support/ErrorText.h"
-#include "tests/support/Random.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -109,35 +108,6 @@ TEST(CountersDocument, AnotherDocumentIsRefused) {
                 String::npos)
            << text;
    }
-}
-
-// Bytes are changed, lost, doubled and cut off. The result is tables or an error, never a crash.
-TEST(CountersDocument, SurvivesGarbage) {
-   ZelTest::Random random;
-   int read = 0;
-   for (int i = 0; i < 30000; ++i) {
-      String text = document;
-      for (auto changes = random.below(4) + 1; changes > 0 && !text.empty(); --changes) {
-         const std::size_t at = random.below(text.size());
-         const std::size_t length = random.below(12);
-         switch (random.below(4)) {
-         case 0:
-            text[at] = random.byte();
-            break;
-         case 1:
-            text.erase(at, length);
-            break;
-         case 2:
-            text.insert(random.below(text.size()), text.substr(at, length));
-            break;
-         default:
-            text[at] = "{}[]\",:0n\\"[random.below(10)];
-         }
-      }
-      read += errorOf([&] { ZelCtl::readCountersDocument(text, 0, 0); }).empty() ? 1 : 0;
-   }
-   EXPECT_GT(read, 0);
-   EXPECT_LT(read, 30000);
 }
 
 } // namespace

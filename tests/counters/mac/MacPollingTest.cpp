@@ -1,5 +1,4 @@
 // MAC polling: which ports are read, what a completion does however it comes, and the fake counter.
-#include "counters/chip/CookieRegistry.h"
 #include "counters/chip/SdkStatus.h"
 #include "counters/helper/ZelCountersHelper.h"
 #include "kiln/RingLog.h"
@@ -84,20 +83,6 @@ TEST_F(MacPolling, FollowsPortsThatComeMoveAndGo) {
         << "what is known of a port goes with it";
 }
 
-TEST_F(MacPolling, ARefusedPortKeepsItsValuesAndTheOthersGoOn) {
-   const auto first = rig.addPort("Ethernet1", 0, 0);
-   const auto second = rig.addPort("Ethernet2", 0, 1);
-   rig.advance(2.0);
-   rig.chip(0).rmonIs(0, 0, 7);
-   rig.chip(0).rmonIs(1, 0, 8);
-   rig.fleet.faults().failNext("bf_port_mac_stats_hw_async_get", 26);
-   rig.advance(2.0);
-   EXPECT_EQ(rig.last(0, first, 0), 0U);
-   EXPECT_EQ(rig.last(0, second, 0), 8U);
-   rig.advance(2.0);
-   EXPECT_EQ(rig.last(0, first, 0), 7U);
-}
-
 TEST(SdkStatusText, EveryCodeOutsideTheTableIsUnknown) {
    EXPECT_STREQ(ZelCounter::sdkStatusText(17), "Operation not supported");
    EXPECT_STREQ(ZelCounter::sdkStatusText(25), "Object not implemented");
@@ -115,48 +100,6 @@ TEST_F(MacPolling, APortThatWentAwayIsDroppedAndNoted) {
    EXPECT_TRUE(rig.counters(0)->macCountersLast().empty());
    EXPECT_THAT(Kiln::RingLog::instance().lines(),
                testing::Contains(testing::HasSubstr(" intfId missing in systemStatus::portInfo[] for ")));
-}
-
-TEST_F(MacPolling, CompletionsOfADeletedChipTouchNothingAndFreeItWithTheLast) {
-   rig.addPort("Ethernet1", 0, 0);
-   rig.addPort("Ethernet2", 0, 1);
-   rig.fleet.completions().modeIs(held);
-   rig.advance(2.0);
-   const U64 withBoth = Kiln::trackedObjectCount();
-   auto& registry = ZelCounter::CookieRegistry<ZelCounter::ZelCounters>::instance();
-   const std::size_t deadBefore = registry.retiredCount();
-
-   rig.deleteChip("Zel0");
-   EXPECT_EQ(registry.retiredCount(), deadBefore + 1);
-   // Its address is not reused for another chip while a completion may still name it.
-   rig.addChip(0, "Zel0");
-   rig.fleet.completions().deliverHeld();
-   EXPECT_EQ(registry.retiredCount(), deadBefore + 1);
-   rig.fleet.completions().deliverHeld();
-   EXPECT_EQ(registry.retiredCount(), deadBefore);
-   EXPECT_TRUE(rig.counters(0)->macCountersLast().empty());
-   EXPECT_EQ(Kiln::trackedObjectCount(), withBoth);
-}
-
-// The second answer to one port's read passes for the answer to the other's, which then comes to nobody.
-TEST_F(MacPolling, ALateCompletionAfterADoubledOneIsNotItsSuccessors) {
-   rig.addPort("Ethernet1", 0, 0);
-   rig.addPort("Ethernet2", 0, 1);
-   rig.fleet.completions().modeIs(held);
-   rig.advance(2.0);
-   auto* const cookie = rig.counters(0).ptr();
-   bf_rmon_counter_array_t counters{};
-   counters[0] = 7;
-   for (int i = 0; i < 2; ++i) {
-      ZelCounter::ZelCountersCallback(0, 0, &counters, cookie);
-   }
-   for (int life = 0; life < 10; ++life) {
-      rig.deleteChip("Zel0");
-      rig.addChip(0, "Zel0");
-      EXPECT_NE(rig.counters(0).ptr(), cookie);
-      ZelCounter::ZelCountersCallback(0, 1, &counters, cookie);
-      EXPECT_TRUE(rig.counters(0)->macCountersLast().empty());
-   }
 }
 
 class RawCallback : public MacPolling {

@@ -129,6 +129,8 @@ TEST_F(QueueCounters, UninitializedTableIsRetriedEachSecondWithoutARequest) {
    EXPECT_THAT(StubSdk::sdk().calls, ::testing::Not(::testing::Contains("sync 0 0 E0")));
    advance(2.0);
    EXPECT_THAT(StubSdk::sdk().calls, ::testing::Contains("sync 0 0 E0"));
+   const StubSdk::Completion sync = StubSdk::sdk().pending.back();
+   sync.callback(1, sync.cookie); // of another device
    EXPECT_EQ(chip.pipeIntfQueueCounterSm(0)->pollingTimeMin(), Kiln::never) << "the completion arms it";
    StubSdk::sdk().deliverAll();
    EXPECT_EQ(chip.pipeIntfQueueCounterSm(0)->pollingTimeMin(), 5.0);
@@ -266,61 +268,6 @@ TEST_F(QueueCounters, FrontPanelPortThatCameBackElsewhereHasNothingOfItsOldPort)
         << "nor is it read again by the last read";
 }
 
-TEST_F(QueueCounters, ClearIsNotANewSample) {
-   addQueueChip(0, 0);
-   const Pelt::IntfId intf = addPort("Ethernet1", 5);
-   poll();
-   const double read = Kiln::System::currentTime();
-   EXPECT_EQ(reports.all.back().second.sampleTime(), read);
-   advance(1.0);
-   clear(intf);
-   EXPECT_EQ(reports.all.back().second.sampleTime(), read);
-}
-
-TEST_F(QueueCounters, ChipsWithTheSamePipesKeepTheirValuesApart) {
-   addQueueChip(0, 0);
-   addQueueChip(1, 0);
-   const Pelt::IntfId first = addPort("Ethernet1", 3);
-   const Pelt::IntfId second = addPort("Ethernet2", 3, 1);
-   queueIs(0, 3, 120, 0, 1, 11, 0);
-   queueIs(1, 3, 120, 0, 2, 22, 0);
-   advance(1.0);
-   auto pending = std::move(StubSdk::sdk().pending);
-   StubSdk::sdk().pending.clear();
-   ASSERT_EQ(pending.size(), 2U);
-   pending[1].callback(0, pending[1].cookie); // the second chip's completion, with the first one's device
-   EXPECT_THAT(reports.all, IsEmpty());
-   pending[1].deliver();
-   pending[0].deliver();
-   EXPECT_EQ(stored(first, 0), QueueCounter(0, 11, 1, 0));
-   EXPECT_EQ(stored(second, 0), QueueCounter(0, 22, 2, 0));
-   std::vector<std::tuple<std::string, U64, U64>> handedOver;
-   for (const auto& [name, report] : reports.all) {
-      handedOver.emplace_back(name, report.intfQueueStat(0).packets, report.intfQueueStat(0).bytes);
-   }
-   EXPECT_THAT(handedOver,
-               ::testing::ElementsAre(std::tuple("Ethernet2", 2, 22), std::tuple("Ethernet1", 1, 11)));
-}
-
-TEST_F(QueueCounters, LateAndDuplicateCompletionsTouchNothing) {
-   auto& chip = addQueueChip(0, 0);
-   addPort("Ethernet1", 3);
-   advance(1.0);
-   const StubSdk::Completion one = StubSdk::sdk().pending.at(0);
-   StubSdk::sdk().deliverAll();
-   EXPECT_EQ(reports.all.size(), 1U);
-   advance(0.5);
-   one.deliver();
-   EXPECT_EQ(chip.pipeIntfQueueCounterSm(0)->pollingTimeMin(), 3.0) << "the duplicate re-arms nothing";
-   advance(1.5);
-   deleteQueueChip("Zel0");
-   EXPECT_EQ(reports.all.size(), 2U) << "what was counted until the end";
-   StubSdk::sdk().deliverAll();
-   addQueueChip(0, 0);
-   one.deliver();
-   EXPECT_EQ(reports.all.size(), 2U);
-}
-
 TEST_F(QueueCounters, AWatcherMayTakeTheChipAwayOrThrow) {
    auto& chip = addQueueChip(0, 0);
    addPort("Ethernet1", 3);
@@ -341,16 +288,17 @@ TEST_F(QueueCounters, AWatcherMayTakeTheChipAwayOrThrow) {
    reports.onReport = nullptr;
 }
 
-TEST_F(QueueCounters, ChipThatIsAddedAgainCountsWhole) {
-   const Pelt::IntfId intf = addPort("Ethernet1", 5);
-   U64 total = 0;
-   for (const U64 reading : {1000U, 20U, 5U}) {
+TEST_F(QueueCounters, ALastReadThatIsRefusedReportsNothing) {
+   addPort("Ethernet1", 3);
+   using Call = std::tuple<std::string, U32, U16>;
+   for (const Call& refused : {Call{"query", queueHandle, 0}, Call{"drops", 0, 0}}) {
       addQueueChip(0, 0);
-      queueIs(0, 5, 168, 3, reading, reading * 64, 0);
       poll();
-      total += reading;
-      EXPECT_EQ(published(intf).totals[3], (Silo::Interface::QueueStatistics{total, total * 64, 0}));
+      const std::size_t reported = reports.all.size();
+      StubSdk::sdk().statuses[refused] = 5;
       deleteQueueChip("Zel0");
+      EXPECT_EQ(reports.all.size(), reported);
+      StubSdk::sdk().statuses.erase(refused);
    }
 }
 
@@ -405,6 +353,7 @@ TEST_F(QueueCounters, HelperAnswersWithWhatIsStored) {
    const auto record = helper.getIntfQueueCounters(intf, filled);
    EXPECT_EQ(record.intfQueueStat(7), (Silo::Interface::QueueStatistics{4, 400, 1}));
    EXPECT_EQ(record.intfQueueStat(3), Silo::Interface::QueueStatistics{});
+   EXPECT_EQ(helper.getIntfAclDropCounters(intf), 0U) << "the chip has none";
 }
 
 TEST_F(QueueCounters, AnOperatorsClearIsForTheNamedInterfaceOrForAll) {

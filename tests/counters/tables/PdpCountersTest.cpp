@@ -96,6 +96,25 @@ TEST_F(PdpCounters, OneInterfaceIsShownWithItsHeaderAndFooter) {
                   rule + "displayed");
 }
 
+TEST_F(PdpCounters, ALineBringsItsHeaderOnlyWhereZerosAreLeftOut) {
+   auto& chip = addPdpChip();
+   const auto line = [&](U64 count, bool headerDisplayed, bool nonZeroOnly) {
+      bool displayed = false;
+      const std::string text = printed([&](U32 fd) {
+         displayed =
+              chip.printPdpClassCountLine(fd, "Ethernet1", "lacp", count, headerDisplayed, nonZeroOnly);
+      });
+      return text + (displayed ? "displayed" : "owed");
+   };
+   const std::string seven = "     Ethernet1                     lacp                  7\n";
+   EXPECT_EQ(printed([&](U32 fd) { chip.printPdpCountersHeader(fd); }), header);
+   EXPECT_EQ(line(7, false, true), header + seven + "displayed");
+   EXPECT_EQ(line(7, true, true), seven + "displayed");
+   EXPECT_EQ(line(0, false, true), "owed");
+   EXPECT_EQ(line(0, true, true), "displayed");
+   EXPECT_EQ(line(7, false, false), seven + "owed") << "its caller has printed the header";
+}
+
 TEST_F(PdpCounters, DefaultLineReadsTheIdThatTheMappingGives) {
    auto mapping = Kiln::allocate<ZelQos::QosToZelPdpClassMapping>();
    mapping->zelPdpClassIs("default", ZelQos::PdpClassId(9));

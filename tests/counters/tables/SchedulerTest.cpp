@@ -56,26 +56,6 @@ TEST_F(Scheduler, DeferredPassEndsWithTheNinthCompletion) {
    EXPECT_TRUE(chip.firstPollingComplete());
 }
 
-// Every mixture of inline and deferred completions of the nine requests.
-TEST_F(Scheduler, MixedPassEndsOnceWhateverTheMixture) {
-   auto& chip = addNineRequestChip(0);
-   auto& sm = *chip.hwTableCountersSm();
-   for (unsigned mixture = 0; mixture < 512; ++mixture) {
-      const double due = sm.pollingTimeMin();
-      for (unsigned request = 0; request < 9; ++request) {
-         StubSdk::sdk().inlineNext.push_back((mixture >> request & 1) != 0);
-      }
-      advance(due - Kiln::System::currentTime());
-      const std::size_t deferred = StubSdk::sdk().pending.size();
-      ASSERT_EQ(sm.pendingCallbacks(), deferred) << "mixture " << mixture;
-      while (!StubSdk::sdk().pending.empty()) {
-         ASSERT_EQ(sm.pollingTimeMin(), Kiln::never);
-         deliverOne();
-      }
-      ASSERT_EQ(sm.pollingTimeMin(), due + 2.0) << "mixture " << mixture;
-   }
-}
-
 TEST_F(Scheduler, NoTableInitializedMeansEmptyPassesForEver) {
    auto catalogue = makeCatalogue(0);
    StubSdk::sdk().table(0, pdpHandle).checksUntilInitialized = 1000;
@@ -156,20 +136,6 @@ TEST_F(Scheduler, PassWithoutAWholeTableDoesNotCompleteTheFirstPolling) {
    EXPECT_TRUE(chip.firstPollingComplete());
 }
 
-TEST_F(Scheduler, LostCompletionStallsItsOwnChipOnly) {
-   auto& lossy = addNineRequestChip(0);
-   auto& whole = addNineRequestChip(1);
-   advance(2.0);
-   StubSdk::sdk().pending.erase(StubSdk::sdk().pending.begin()); // chip 0's first
-   StubSdk::sdk().deliverAll();
-   takeSyncs();
-   advance(20.0);
-   EXPECT_THAT(takeSyncs(), ::testing::Each(::testing::StartsWith("sync 1 ")));
-   EXPECT_EQ(lossy.hwTableCountersSm()->pendingCallbacks(), 1U);
-   EXPECT_FALSE(lossy.firstPollingComplete());
-   EXPECT_TRUE(whole.firstPollingComplete());
-}
-
 TEST_F(Scheduler, DuplicateAndForeignCompletionsCountForNothing) {
    auto& chip = addNineRequestChip(0);
    auto& sm = *chip.hwTableCountersSm();
@@ -182,29 +148,6 @@ TEST_F(Scheduler, DuplicateAndForeignCompletionsCountForNothing) {
    EXPECT_EQ(sm.pendingCallbacks(), 9U);
    ZelCounter::hwTableCallback(1, one.cookie);
    EXPECT_EQ(sm.pendingCallbacks(), 9U) << "of another device";
-}
-
-TEST_F(Scheduler, CompletionOfADeletedChipTouchesNothing) {
-   const auto clock = Kiln::activityManagerClock();
-   const U64 objects = Kiln::trackedObjectCount();
-   addNineRequestChip(0);
-   advance(2.0);
-   deleteChip(0);
-   EXPECT_GT(Kiln::trackedObjectCount(), objects) << "kept until its last completion";
-   auto& next = addNineRequestChip(0);
-   advance(2.0);
-   std::vector<StubSdk::Completion> old(StubSdk::sdk().pending.begin(), StubSdk::sdk().pending.begin() + 9);
-   StubSdk::sdk().pending.erase(StubSdk::sdk().pending.begin(), StubSdk::sdk().pending.begin() + 9);
-   for (const StubSdk::Completion& late : old) {
-      late.deliver();
-   }
-   old.front().deliver();
-   EXPECT_EQ(next.hwTableCountersSm()->pendingCallbacks(), 9U);
-   EXPECT_FALSE(next.firstPollingComplete());
-   deleteChip(0);
-   StubSdk::sdk().deliverAll();
-   chipStatus.clear();
-   EXPECT_EQ(Kiln::trackedObjectCount(), objects);
 }
 
 TEST_F(Scheduler, CleanUpInSimulationLeavesCompletionsUnread) {

@@ -206,29 +206,6 @@ TEST_F(PortPublishing, AStepThatThePortsSpeedDoesNotAllowIsSuspect) {
    EXPECT_EQ(published().suspects, suspects);
 }
 
-TEST_F(PortPublishing, APortThatGoesTakesItsRecordsAlong) {
-   start();
-   poll(octets, 1000);
-   sm()->clear("Ethernet1");
-   {
-      const auto lock = Kiln::ActivityLockAnchor::lock();
-      ports->intfStatusDel(intf);
-   }
-   Silo::Sample<IntfCounters> sample;
-   EXPECT_EQ(read(TableName::intfCounters, "Ethernet1", sample), Silo::ReadResult::absent);
-   EXPECT_EQ(read(TableName::intfClearCounters, "Ethernet1", sample), Silo::ReadResult::absent);
-   {
-      const auto lock = Kiln::ActivityLockAnchor::lock();
-      ports->intfStatusIs(intf, true);
-   }
-   poll(octets, 1500);
-   EXPECT_EQ(published().totals[inOctets], 0U) << "the place was counted before";
-   poll(octets, 1700);
-   EXPECT_EQ(published().totals[inOctets], 200U);
-   EXPECT_EQ(published().createdTime, 2.0);
-   EXPECT_EQ(published().discontinuityTime, 2.0);
-}
-
 TEST_F(PortPublishing, AFullTableIsToldOnceAndTheOthersGoOn) {
    addPort("Ethernet2", port + 1);
    start({.ports = 1});
