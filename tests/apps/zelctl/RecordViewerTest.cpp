@@ -143,6 +143,28 @@ TEST_F(RecordViewer, KeywordsChooseWhatIsShown) {
    }
 }
 
+TEST_F(RecordViewer, AClearCountsForItsOwnRecordAndLeavesOutTheSuspectsBefore) {
+   publishPorts();
+   auto clears = table<Tables::IntfCounters>(Tables::TableName::intfClearCounters);
+   Tables::IntfCounters ofEarlierRecord = counters(3000);
+   ofEarlierRecord.createdTime = 1;
+   clears.recordIs("Ethernet1", ofEarlierRecord, Silo::monotonicNow());
+   clears.recordIs("Ethernet2", counters(5, 2), Silo::monotonicNow() - 6000);
+   auto queues = table<Tables::IntfQueueCounters>(Tables::TableName::intfQueueCounters);
+   auto queueClears = table<Tables::IntfQueueCounters>(Tables::TableName::intfClearQueueCounters);
+   Tables::IntfQueueCounters record;
+   record.present = record.reported = 1;
+   for (auto* const each : {&queueClears, &queues}) {
+      record.totals[0].drops += 500;
+      each->recordIs("Ethernet2", record, Silo::monotonicNow());
+   }
+   const String shown = view("interfaces Ethernet1-2 since clear errors nonzero");
+   EXPECT_TRUE(std::regex_search(shown, std::regex("Ethernet1: .*; never cleared\n"))) << shown;
+   EXPECT_TRUE(std::regex_search(shown, std::regex("Ethernet2: .*; suspect steps: 3; counts since")))
+        << shown;
+   EXPECT_TRUE(std::regex_search(shown, std::regex("in-fcs-errors +6\n *out-queue-drops +500\n"))) << shown;
+}
+
 TEST_F(RecordViewer, JsonHoldsIntegersOnly) {
    publishPorts();
    String text = view("interfaces json rates nonzero Ethernet2 Ethernet1");
@@ -421,6 +443,13 @@ TEST_F(RecordViewer, TopRanksPortsAndQueuesAlikeInTextAndJson) {
    EXPECT_EQ(ranks, "Ethernet10 idle 3 507 null\nEthernet1 up 0 507 2500000\n"
                     "Ethernet102 idle 2 7 0\nEthernet101 idle 1 500 0\nEthernet11 idle 0 500 0\n"
                     "Ethernet12 idle 0 7 0\n");
+   queues.absorbed = 0b010;
+   queueTable.recordIs("Ethernet1", queues, Silo::monotonicNow());
+   EXPECT_TRUE(std::regex_search(top({"top", "by", "drops"}), std::regex("Ethernet1 .* - +507 ")))
+        << "of one queue";
+   ports_->recordIs("Ethernet3", ports_->sample("Ethernet1").record, Silo::monotonicNow());
+   const String alike = top({"top", "by", "in"});
+   EXPECT_LT(alike.find("Ethernet1 "), alike.find("Ethernet3 ")) << alike;
    ports_.reset();
    EXPECT_EQ(top({"top", "by", "errors"}), "Ports, by errors\n  none\n" + String(noAgent));
    for (const auto& [words, error] : std::vector<std::pair<Words, String>>{

@@ -109,6 +109,15 @@ TEST(Watch, MarksWhatChangedAndRatesItByTheTimeBetweenSamples) {
    EXPECT_EQ(drawn(changes.compare({})), "");
 }
 
+TEST(Watch, AnswersOfWhichNobodyCanTellWhetherTheyAreNewerLeaveTheRateToTheNext) {
+   ZelCtl::WatchChanges changes;
+   changes.compare({table({"a 100 0"}, 10)});
+   ShownTable unsure = table({"a 300 0"}, 10);
+   unsure.rows[0].sampled = {9.9, 10.1};
+   changes.compare({unsure});
+   EXPECT_EQ(changes.compare({table({"a 500 0"}, 12)})[0].rows[0].cells[1].rate, "200");
+}
+
 // An agent's counter rises by 27000 a second and is sampled every 2 seconds, the first time at 0.3. Answers take up to
 // 40 ms; rounds come at any interval, and once the agent hangs.
 TEST(Watch, RatesAreTrueAtAnyInterval) {
