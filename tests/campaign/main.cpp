@@ -23,7 +23,7 @@ U64 blocks = 0; // of memory in use
 
 } // namespace
 
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#ifdef ZEL_COUNT_BLOCKS // not with the sanitizers, which have their own
 void* operator new(std::size_t size) {
    void* const block = std::malloc(size);
    if (block == nullptr) {
