@@ -58,11 +58,12 @@ void Run::l3Traffic(Draws& draws) {
    } catch (const std::invalid_argument&) {
       return; // it has no such entry
    }
+   const bool isCountedAsNat = isNat && config_.capabilities.vrfNat; // else in the entry of all others
    const auto count = [&](L3Intf& l3) {
       l3.counted[isIngress ? 0 : 2] += bytes - (isDecapsulated ? packets * outerHeaders : 0);
       l3.counted[isIngress ? 1 : 3] += packets;
-      l3.nat[0] += isNat ? packets : 0;
-      l3.nat[1] += isNat ? bytes : 0;
+      l3.nat[0] += isCountedAsNat ? packets : 0;
+      l3.nat[1] += isCountedAsNat ? bytes : 0;
    };
    count(model_.vlans[vlan]);
    for (auto& [intf, l3] : model_.l3) {
