@@ -254,6 +254,7 @@ void Run::startAgent() {
    model_.mayRefuseDeletions = false;
    lost_ = 0;
    pollingInterval_ = 2.0;
+   passDue_ = now() + pollingInterval_;
 }
 
 void Run::endAgent(bool isOrderly) {
@@ -698,8 +699,11 @@ void Run::calm() {
       agent_->chipStateIs(chipName(device), chip.state = 8);
    }
    constexpr double longestInterval = 60;
-   advance(longestLate);
-   fleet.completions().deliverAllHeld();
+   // What is planned for the next requests may hold answers once more, when a chip gets to making them.
+   for (unsigned rounds = 2; rounds > 0; --rounds) {
+      advance(longestLate);
+      rounds = fleet.completions().deliverAllHeld() != 0 ? 3 : rounds;
+   }
    advance(longestInterval + 2);
    const double since = now();
    constexpr double patience = 10;
