@@ -127,8 +127,11 @@ void Model::portCame(const std::string& intf, Place place, double now) {
       return;
    }
    const Port::Queues queues = std::move(port.queues);
+   // A clear is known by when its record was created, and no time passes between two agents.
+   const auto cleared = port.createdTime == now ? port.cleared : std::nullopt;
    port = {};
    port.queues = queues; // likewise
+   port.cleared = cleared;
    port.place = place;
    port.createdTime = port.discontinuityTime = now;
 }
