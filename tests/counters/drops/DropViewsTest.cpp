@@ -1,4 +1,5 @@
 // The pipeline, drop, MAU, deparser and traffic-manager views over the SDK's answers.
+#include "counters/drops/CliPortDropData.h"
 #include "tests/support/StubSdkRig.h"
 
 #include <functional>
@@ -351,6 +352,16 @@ TEST_F(DropViews, AChipThatIsNotInitializedSaysSoOnly) {
    for (std::size_t i = 0; i < operations.size(); ++i) {
       EXPECT_EQ(printed(operations[i]), "Agent not initialized yet") << i;
    }
+}
+
+TEST(CliPortDropData, AnInterfaceThatMovesOnItsChipLeavesWhatItCountedAtItsOldPort) {
+   const auto data = Kiln::allocate<ZelCounter::CliPortDropData>();
+   const Pelt::IntfId intf("Ethernet1");
+   data->portDropsIs(0, 4, intf)[0].read(0, 1, {7});
+   ASSERT_EQ(data->portDropsIs(0, 4, intf)[0].sinceClear(0), 7U);
+   data->portIs(intf, 0, 5);
+   data->portIs(intf, 0, 4); // it comes back
+   EXPECT_EQ(data->portDropsIs(0, 4, intf)[0].sinceClear(0), 0U);
 }
 
 } // namespace
