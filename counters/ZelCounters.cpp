@@ -377,7 +377,11 @@ void ZelCountersCallback(bf_dev_id_t dev, bf_dev_port_t port, bf_rmon_counter_ar
    if (!chip->readings().reading(key).isOutstanding) {
       ChipAccess::lateCompletionInc(dev);
    }
-   chip->readings().completed(key);
+   if (intf.empty()) {
+      chip->readings().forget(key); // the snapshot of who had the port is no newer for it
+   } else {
+      chip->readings().completed(key);
+   }
    guarded("storing a port's counters", [&] {
       // Empty when the port has no interface any more; then neither step does anything.
       chip->updateCounters(intf, *values);
