@@ -134,8 +134,8 @@ void Run::checkShownMac(const ZelTest::Json& table) {
    const bool isRight = age.is_null()
                              ? port->second.createdTime >= shown.readTime
                              : std::abs(age.get<double>() - (now() - shown.readTime) * msPerSecond) <= 1;
-   expect(isRight, title, " tells an age of ", age.dump(), " ms, read at ", shown.readTime, ", of a record of ",
-          port->second.createdTime);
+   expect(isRight, title, " tells an age of ", age.dump(), " ms, read at ", shown.readTime,
+          ", of a record of ", port->second.createdTime);
 }
 
 } // namespace Campaign
