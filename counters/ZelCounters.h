@@ -30,7 +30,8 @@ class ZelCountersSm;
 // a resource-info service counts ports only: it has no counter tables and no table pollers.
 //
 // Show and clear operations write text to a descriptor, which they don't own, or rows to a ShowOutput. They block only
-// as the descriptor does, and end early when the output takes no more. Of a chip whose construction is not complete
+// as the descriptor does, and end early when the output takes no more. All but those of one interface work in slices: where
+// the lock is held once, others get in between, and may take the chip away, which ends the operation (chip/Slices.h). Of a chip whose construction is not complete
 // they write "Agent not initialized yet"; the table and PDP operations leave that to the command layer.
 class ZelCounters : public ChipAccess, public CookieStorage<ZelCounters> {
  public:
@@ -194,6 +195,10 @@ class ZelCounters : public ChipAccess, public CookieStorage<ZelCounters> {
    void handleInitialized();
    void initializePerPipeCounters();
    void tellSilence();
+   U32 handleTableClear(ShowOutput& out, const ZlResourceInfo::ZlTableCounter& info, PipeId pipe,
+                        bool isBefore);
+   template <class... Pieces>
+   void inSlices(Pieces... pieces);
 
    Context context_;
    MacCounters mac_;
@@ -208,7 +213,6 @@ class ZelCounters : public ChipAccess, public CookieStorage<ZelCounters> {
    Kiln::Ptr<ZelCountersSm> zelCountersSm_;
    Kiln::Ptr<HwTableCountersSm> hwTableCountersSm_;
    Kiln::Ptr<ChipPublishingSm> chipPublishingSm_;
-   bool stopped_ = false;
    bool isReadingOnceMore_ = false;
    bool isSilent_ = false;    // as the operator log has it
    bool isSuspected_ = false; // it was silent in the last pass

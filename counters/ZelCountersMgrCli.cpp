@@ -3,6 +3,7 @@
 #include "counters/ZelCountersMgrCli.h"
 
 #include "counters/chip/ManagerAccess.h"
+#include "kiln/ActivityLock.h"
 #include "kiln/Choices.h"
 #include "kiln/EventLog.h"
 #include "kiln/NameChoice.h"
@@ -294,6 +295,30 @@ bool ZelCountersMgrCli::areNamesKnown(const ZelCountersCommand& command) const {
    return select(command, &targets).empty();
 }
 
+// In slices, between which any target may go, and the manager, too. So of a chip that is gone nothing is asked, nor of the
+// manager for it: a manager that goes stops its chips.
+void ZelCountersMgrCli::runOn(Target& target, const ZelCountersCommand& command, ShowOutput& out) {
+   ZelCounters& chip = *target.chip;
+   if (!chip.initialized()) {
+      out.uninitialized();
+      return;
+   }
+   const auto ports = [&] { return chip.isStopped() ? std::vector<ChipAccess::Port>() : chip.ports(); };
+   const std::vector<ChipAccess::Port> before = ports();
+   for (std::size_t i = 0; i < target.intfs.size() && !chip.isStopped(); ++i) {
+      target.arguments.intf = target.intfs[i];
+      command.operation(chip, out, target.arguments);
+      Kiln::ActivityLockAnchor::giveWay("run");
+   }
+   const Kiln::String whileDone = command.isClear ? " while this was cleared" : " while this was shown";
+   if (chip.isStopped()) {
+      out.changed("Chip " + chip.chipName() + " went" + whileDone);
+   } else if (ports() != before) {
+      out.changed("Ports of chip " + chip.chipName() + " changed" + whileDone);
+   }
+   out.tellReadings(chip.chipName());
+}
+
 Agent::CommandResult ZelCountersMgrCli::run(const ZelCountersCommand& command, int fd) const {
    std::vector<Target> targets;
    const Kiln::String error = select(command, &targets);
@@ -308,16 +333,9 @@ Agent::CommandResult ZelCountersMgrCli::run(const ZelCountersCommand& command, i
       target.arguments.mgr = mgr_;
       target.arguments.isFirst = &target == targets.data();
       out->chipBegin(target.chip->chipName(), targets.size() > 1);
-      if (target.chip->initialized()) {
-         for (const Pelt::IntfId& intf : target.intfs) {
-            target.arguments.intf = intf;
-            command.operation(*target.chip, *out, target.arguments);
-         }
-         out->tellReadings(target.chip->chipName());
-      } else {
-         out->uninitialized();
-      }
+      runOn(target, command, *out);
       out->chipEnd();
+      Kiln::ActivityLockAnchor::giveWay("run");
    }
    out->documentEnd();
    if (command.isClear) {
