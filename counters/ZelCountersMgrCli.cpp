@@ -45,17 +45,32 @@ Kiln::String ZelCountersMgrCli::chipChoices() const {
    return names.empty() ? "no chip is up yet" : "expected " + Kiln::choices(names);
 }
 
-// The interfaces that commands take, in natural order: those with a port, and those that lost it and still have counts.
-std::vector<Pelt::IntfId> ZelCountersMgrCli::knownInterfaces() const {
-   std::set<Pelt::IntfId> known;
-   for (const auto& [intf, record] : mgr_->systemStatus()->portInfo()) {
-      known.insert(intf);
+// The interfaces that commands take, until visit returns false: those with a port, and those that lost it and still have
+// counts. These may be of several chips, and come as often.
+template <class Visit>
+void ZelCountersMgrCli::forEachKnownInterface(Visit visit) const {
+   const auto& ports = mgr_->systemStatus()->portInfo();
+   for (const auto& [intf, record] : ports) {
+      if (!visit(intf)) {
+         return;
+      }
    }
    for (const auto& [devId, chip] : mgr_->zelCounters()) {
       for (const auto& [intf, counters] : chip->macCountersLast()) {
-         known.insert(intf);
+         if (!ports.contains(intf) && !visit(intf)) {
+            return;
+         }
       }
    }
+}
+
+// Each once, in natural order.
+std::vector<Pelt::IntfId> ZelCountersMgrCli::knownInterfaces() const {
+   std::set<Pelt::IntfId> known;
+   forEachKnownInterface([&](const Pelt::IntfId& intf) {
+      known.insert(known.end(), intf); // ports mostly come in order
+      return true;
+   });
    return {known.begin(), known.end()};
 }
 
@@ -116,8 +131,18 @@ ZelCountersMgrCli::Chips ZelCountersMgrCli::ownersOf(const Pelt::IntfId& intf) c
 Kiln::String ZelCountersMgrCli::selectInterfaces(const ZelCountersCommand& command, const Chips& chips,
                                                  const ChipArguments& arguments,
                                                  std::vector<Target>* targets) const {
-   // Compared as text: making an interface id interns its name for ever, and what is typed may be anything.
-   const std::vector<Pelt::IntfId> known = knownInterfaces();
+   // Compared as text: making an interface id interns its name for ever, and what is typed may be anything. A whole name is
+   // that interface, whatever the others are called.
+   std::vector<Pelt::IntfId> known;
+   forEachKnownInterface([&](const Pelt::IntfId& intf) {
+      if (intf.text() == *command.intf) {
+         known = {intf};
+      }
+      return known.empty();
+   });
+   if (known.empty()) {
+      known = knownInterfaces();
+   }
    std::vector<Kiln::String> names;
    std::ranges::transform(known, std::back_inserter(names), &Pelt::IntfId::text);
    const Kiln::NameChoice choice = Kiln::chooseNames(*command.intf, names);

@@ -233,7 +233,8 @@ TableView PortDrops::reasonsView(std::span<const Drop> drops, const DropOptions&
    return table;
 }
 
-TableView PortDrops::portsView(std::span<const Drop> drops, const DropOptions& options, Slices& slices) const {
+TableView PortDrops::portsView(std::span<const Drop> drops, const DropOptions& options,
+                               Slices& slices) const {
    TableView table{"Drops by port, chip " + chip().chipName(),
                    {{"Interface", Holds::text, 16},
                     {"Point", Holds::text, 7},

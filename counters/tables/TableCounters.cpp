@@ -8,6 +8,7 @@
 #include "counters/chip/ZelCountersTrace.h"
 #include "counters/tables/MatchEntries.h"
 #include "kiln/Assert.h"
+#include "kiln/Time.h"
 #include "zl/ZelCountersIntf.h"
 
 #include <algorithm>
@@ -24,11 +25,8 @@ using ZlResourceInfo::ZlTableCounter;
 
 constexpr U32 printedIndexMask = 0x3FFFFFFF; // the layout shows the low 30 bits of an index
 
-// An SDK may copy the table at each start. So a block has at least the first number of entries, however long its start
-// took, and grows by as many while its slice lasts, up to the second.
-constexpr std::size_t entriesPerStep = 256;
-constexpr std::size_t entriesPerBlock = 4096;
-// Rows, or writes, between two looks at the clock.
+constexpr std::size_t entriesPerBlock = 4096; // at most
+// Rows, entries or writes between two looks at the clock.
 constexpr std::size_t rowsPerLook = 16;
 
 using Holds = TableView::Holds;
@@ -60,14 +58,6 @@ Kiln::String yesNo(bool truth) {
    return truth ? "Y" : "N";
 }
 
-// What the SDK's reads and writes of a table are addressed by.
-struct TableTarget {
-   U32 session;
-   U32 device;
-   U16 pipe;
-   U32 handle;
-};
-
 // Whether all that the table shows of a value is zero. What it doesn't count may hold anything.
 bool isZero(const ZlTableCounter& info, const p4_pd_counter_value& value) {
    return (!info.packets || value.packets == 0) && ((info.packets && !info.bytes) || value.bytes == 0);
@@ -97,35 +87,37 @@ void traceError(ShowOutput& out, const char* what, U32 status) {
    out.unprintedNote(what + std::to_string(number));
 }
 
-// Whether a block that has so many entries ends.
-bool isBlockOver(std::size_t entries) {
-   return entries == entriesPerBlock ||
-          (entries != 0 && entries % entriesPerStep == 0 && Slices::isOver());
-}
+// Says when a block ends: with its slice, but it is read for half as long as its start took at least. An SDK may copy the
+// whole table at each start.
+class BlockTime {
+ public:
+   void handleStarted() { startedTime_ = Kiln::System::monotonicTime(); }
+   bool isOver(std::size_t entries) const {
+      return entries == entriesPerBlock ||
+             (entries != 0 && entries % rowsPerLook == 0 && Slices::isOver() &&
+              Kiln::System::monotonicTime() - startedTime_ >= (startedTime_ - begunTime_) / 2);
+   }
+
+ private:
+   double begunTime_ = Kiln::System::monotonicTime();
+   double startedTime_ = begunTime_;
+};
 
 } // namespace
 
 // While a table is being cleared, however that ends.
 class TableCounters::WritingScope {
  public:
-   WritingScope(Writings* writings, U32 handle) : writings_(writings), handle_(handle) {
-      Writing writing = of();
-      ++writing.begun;
-      ++writing.running;
-      writings_->set(handle_, writing);
+   explicit WritingScope(Writing& writing) : writing_(writing) {
+      ++writing_.begun;
+      ++writing_.running;
    }
    WritingScope(const WritingScope&) = delete;
    WritingScope& operator=(const WritingScope&) = delete;
-   ~WritingScope() { --writings_->find(handle_)->running; }
+   ~WritingScope() { --writing_.running; }
 
  private:
-   Writing of() const {
-      const Writing* const known = writings_->find(handle_);
-      return known != nullptr ? *known : Writing{};
-   }
-
-   Writings* writings_;
-   U32 handle_;
+   Writing& writing_;
 };
 
 void TableCounters::showInfo(ShowOutput& out) const {
@@ -268,6 +260,7 @@ U32 TableCounters::directRows(ShowOutput& out, const ZlTableCounter& info, ZelId
 void TableCounters::readDirect(MatchEntries& entries, const ZlTableCounter& info, ZelId::ZelPipeId pipeId,
                                Block* block) const {
    *block = {.failedStep = "Direct start error: "};
+   BlockTime time;
    ZelCountersIntf::ReadBuffer buffer;
    U32 count = 0;
    block->status = ZelCountersIntf::counterReadDirectStart(chip().sessionId(), chip().deviceId(), pipeId,
@@ -275,8 +268,9 @@ void TableCounters::readDirect(MatchEntries& entries, const ZlTableCounter& info
    if (block->status != 0) {
       return;
    }
+   time.handleStarted();
    block->failedStep = nullptr;
-   while (!block->isLast && !isBlockOver(block->values.size())) {
+   while (!block->isLast && !time.isOver(block->values.size())) {
       const std::optional<int> entry = entries.next();
       block->isLast = !entry;
       if (!entry) {
@@ -284,9 +278,8 @@ void TableCounters::readDirect(MatchEntries& entries, const ZlTableCounter& info
       }
       KILN_TRACE(8, "Read counters, entry " << *entry);
       p4_pd_counter_value value{};
-      block->status =
-           ZelCountersIntf::counterReadDirectMain(chip().sessionId(), chip().deviceId(), pipeId,
-                                                  info.tableHandle, *entry, count, &buffer, &value);
+      block->status = ZelCountersIntf::counterReadDirectMain(
+           chip().sessionId(), chip().deviceId(), pipeId, info.tableHandle, *entry, count, &buffer, &value);
       if (block->status != 0) {
          return;
       }
@@ -340,14 +333,16 @@ void TableCounters::indirectRows(ShowOutput& out, const ZlTableCounter& info, Ze
 void TableCounters::readIndirect(const ZlTableCounter& info, ZelId::ZelPipeId pipeId, U32 first,
                                  Block* block) const {
    *block = {.failedStep = "Indirect start error: "};
+   BlockTime time;
    IndirectRead read(chip(), pipeId, info.tableHandle);
    block->status = read.start();
    if (block->status != 0) {
       return;
    }
+   time.handleStarted();
    block->failedStep = nullptr;
    U32 index = first;
-   while (index < info.size && !isBlockOver(block->values.size())) {
+   while (index < info.size && !time.isOver(block->values.size())) {
       p4_pd_counter_value value{};
       block->status = read.entry(index++, &value);
       if (block->status != 0) {
@@ -372,10 +367,10 @@ void TableCounters::tellError(ShowOutput& out, const Block& block) {
 }
 
 TableCounters::Moment TableCounters::momentOf(const ZlTableCounter& info, ZelId::ZelPipeId pipeId) const {
-   const Writing* const writing = writings_.find(info.tableHandle);
+   const auto writing = writings_.find(info.tableHandle);
    return {chip().tableSyncs(),
            chip().readings().reading({ReadingKey::Kind::queues, 0, pipeId}).readTime, // a sync of its own
-           writing != nullptr ? *writing : Writing{}};
+           writing != writings_.end() ? writing->second : Writing{}};
 }
 
 // What was read is not of the moment of the first block.
@@ -436,10 +431,10 @@ void TableCounters::clear(ShowOutput& out, U32 tableId, ZelId::ZelPipeId pipeId)
    KILN_TRACE(8, "Counter: " << info->name << ", handle: " << info->tableHandle << ", size: " << info->size
                              << ", direct: " << info->direct << ", pkts/bytes: " << info->packets << "/"
                              << info->bytes);
-   const WritingScope writing(&writings_, info->tableHandle);
+   const WritingScope writing(writings_[info->tableHandle]);
    const U32 kept = onClear_(out, *info, pipeId, ClearStage::before);
-   const U32 status = info->direct ? zeroDirect(*info, pipeId, slices)
-                                   : zeroIndirect(out, *info, pipeId, kept, slices);
+   const U32 status =
+        info->direct ? zeroDirect(*info, pipeId, slices) : zeroIndirect(out, *info, pipeId, kept, slices);
    // Of a table that the SDK can't clear at all, the first entry says it for all, and that is no fault. Any other
    // refusal would leave the table half cleared.
    if (status != 0 && status != sdkNotSupported) {
@@ -471,8 +466,8 @@ U32 TableCounters::zeroDirect(const ZlTableCounter& info, ZelId::ZelPipeId pipeI
 
 // Those that somebody keeps counts of first, and in one piece: a sync that came between their last reading and their
 // zeroes would bring counts that nobody reads, and a reading between the zeroes would take them for a reset.
-U32 TableCounters::zeroIndirect(ShowOutput& out, const ZlTableCounter& info, ZelId::ZelPipeId pipeId, U32 kept,
-                                Slices& slices) const {
+U32 TableCounters::zeroIndirect(ShowOutput& out, const ZlTableCounter& info, ZelId::ZelPipeId pipeId,
+                                U32 kept, Slices& slices) const {
    U32 index = 0;
    U32 status = 0;
    const auto zeroNext = [&] {

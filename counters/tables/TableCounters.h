@@ -6,6 +6,7 @@
 #include "zl/ZelCountersIntf.h"
 
 #include <functional>
+#include <map>
 
 namespace ZelCounter {
 
@@ -51,7 +52,6 @@ class TableCounters : public ChipView {
       U64 begun = 0;
       U32 running = 0;
    };
-   using Writings = Kiln::OrderedMap<U32, Writing>; // by handle
    class WritingScope;
    // Differs between two readings that don't fit together.
    struct Moment {
@@ -78,11 +78,12 @@ class TableCounters : public ChipView {
    Kiln::String entryDetails(U32 tableHandle, S32 entry) const;
    bool isOfQueues(const Info& info) const;
    U32 zeroDirect(const Info& info, ZelId::ZelPipeId pipeId, Slices& slices) const;
-   U32 zeroIndirect(ShowOutput& out, const Info& info, ZelId::ZelPipeId pipeId, U32 kept, Slices& slices) const;
+   U32 zeroIndirect(ShowOutput& out, const Info& info, ZelId::ZelPipeId pipeId, U32 kept,
+                    Slices& slices) const;
 
    OnClear onClear_;
-   Clears clears_; // by handle
-   Writings writings_;
+   Clears clears_;                   // by handle
+   std::map<U32, Writing> writings_; // by handle
 };
 
 } // namespace ZelCounter
