@@ -3,6 +3,7 @@
 #pragma once
 
 #include <benchmark/benchmark.h>
+
 #include <cstddef>
 #include <vector>
 

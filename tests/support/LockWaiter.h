@@ -21,6 +21,7 @@ class LockWaiter {
              const pid_t id = gettid();
              id_ = id;
              const auto lock = Kiln::ActivityLockAnchor::lock("LockWaiter");
+             const auto whole = Kiln::ActivityLockAnchor::lock(); // so that the work does not give way
              work();
           }) {
       while (!isAsleep()) {
