@@ -30,9 +30,11 @@ class ZelCountersSm;
 // a resource-info service counts ports only: it has no counter tables and no table pollers.
 //
 // Show and clear operations write text to a descriptor, which they don't own, or rows to a ShowOutput. They block only
-// as the descriptor does, and end early when the output takes no more. All but those of one interface work in slices: where
-// the lock is held once, others get in between, and may take the chip away, which ends the operation (chip/Slices.h). Of a chip whose construction is not complete
+// as the descriptor does, and end early when the output takes no more. Of a chip whose construction is not complete
 // they write "Agent not initialized yet"; the table and PDP operations leave that to the command layer.
+//
+// All but those of one interface work in slices: unless the lock is held more than once, others get in between, and may
+// take the chip away, which ends the operation.
 class ZelCounters : public ChipAccess, public CookieStorage<ZelCounters> {
  public:
    using IntfId = Pelt::IntfId;

@@ -4,6 +4,7 @@
 
 #include "counters/chip/IndirectRead.h"
 #include "counters/chip/SdkStatus.h"
+#include "counters/chip/Slices.h"
 #include "counters/chip/ZelCountersTrace.h"
 
 #include <algorithm>

@@ -2,13 +2,14 @@
 #pragma once
 
 #include "counters/chip/ChipView.h"
-#include "counters/chip/Slices.h"
 #include "counters/drops/CliPortDropData.h"
 
 #include <limits>
 #include <span>
 
 namespace ZelCounter {
+
+class Slices;
 
 // Which drops are shown.
 struct DropOptions {

@@ -5,6 +5,7 @@
 #include "counters/chip/CounterTableNames.h"
 #include "counters/chip/IndirectRead.h"
 #include "counters/chip/SdkStatus.h"
+#include "counters/chip/Slices.h"
 #include "counters/chip/ZelCountersTrace.h"
 #include "counters/tables/MatchEntries.h"
 #include "kiln/Assert.h"
@@ -228,21 +229,18 @@ void TableCounters::showDirectTable(ShowOutput& out, const ZlTableCounter* info,
    out.tableEnd(status == 0);
 }
 
-// The status of the last step.
-U32 TableCounters::directRows(ShowOutput& out, const ZlTableCounter& info, ZelId::ZelPipeId pipeId,
-                              bool nonZeroOnly, Slices& slices) const {
-   MatchEntries entries(chip(), pipeId, info.tableHandle);
+// Block after block; the rows of one are copies. The status of the last step.
+template <class Read, class WriteRow>
+U32 TableCounters::rows(ShowOutput& out, const ZlTableCounter& info, ZelId::ZelPipeId pipeId,
+                        bool nonZeroOnly, Slices& slices, Read read, WriteRow writeRow) const {
    const Moment first = momentOf(info, pipeId);
    Block block;
    do {
-      if (slices.wasAway()) {
-         entries.handleAway();
-      }
-      readDirect(entries, info, pipeId, &block);
+      read(&block);
       tellChanges(out, info, pipeId, first);
       for (std::size_t i = 0; i < block.values.size() && out.ok(); ++i) {
          if (!nonZeroOnly || !isZero(info, block.values[i])) {
-            out.row(directCells(info, block.details[i], block.values[i]));
+            writeRow(block, i);
          }
          if (i % rowsPerLook == 0) {
             slices.next();
@@ -250,10 +248,27 @@ U32 TableCounters::directRows(ShowOutput& out, const ZlTableCounter& info, ZelId
       }
       tellError(out, block);
    } while (!block.isLast && block.status == 0 && out.ok() && slices.next());
+   return block.status;
+}
+
+U32 TableCounters::directRows(ShowOutput& out, const ZlTableCounter& info, ZelId::ZelPipeId pipeId,
+                              bool nonZeroOnly, Slices& slices) const {
+   MatchEntries entries(chip(), pipeId, info.tableHandle);
+   const U32 status = rows(
+        out, info, pipeId, nonZeroOnly, slices,
+        [&](Block* block) {
+           if (slices.wasAway()) {
+              entries.handleAway();
+           }
+           readDirect(entries, info, pipeId, block);
+        },
+        [&](const Block& block, std::size_t i) {
+           out.row(directCells(info, block.details[i], block.values[i]));
+        });
    if (entries.hasLost()) {
       out.changed("Entries of " + tableText(info, pipeId) + " went while it was shown");
    }
-   return block.status;
+   return status;
 }
 
 // With what the entries match: later they may be gone, and their handles used again.
@@ -303,36 +318,29 @@ void TableCounters::indirectRows(ShowOutput& out, const ZlTableCounter& info, Ze
    constexpr TableView::Unsupported notCounted;
    // One for all rows, since there may be tens of thousands: a column that isn't counted stays as it is.
    std::array<TableView::Cell, std::size(indirectColumns)> cells{U64{0}, notCounted, notCounted};
-   const Moment first = momentOf(info, pipeId);
-   Block block;
-   U32 index = 0;
-   do {
-      readIndirect(info, pipeId, index, &block);
-      tellChanges(out, info, pipeId, first);
-      for (std::size_t i = 0; i < block.values.size() && out.ok(); ++i, ++index) {
-         const p4_pd_counter_value& value = block.values[i];
-         if (!nonZeroOnly || !isZero(info, value)) {
-            cells[0] = U64{index & printedIndexMask};
-            if (info.packets) {
-               cells[1] = U64{value.packets};
-            }
-            if (info.bytes || !info.packets) { // a table without either is taken for one of bytes
-               cells[2] = U64{value.bytes};
-            }
-            out.row(cells);
-         }
-         if (i % rowsPerLook == 0) {
-            slices.next();
-         }
-      }
-      tellError(out, block);
-   } while (!block.isLast && block.status == 0 && out.ok() && slices.next());
+   U32 next = 0;
+   rows(
+        out, info, pipeId, nonZeroOnly, slices,
+        [&](Block* block) {
+           readIndirect(info, pipeId, next, block);
+           next += static_cast<U32>(block->values.size());
+        },
+        [&](const Block& block, std::size_t i) {
+           cells[0] = U64{(block.first + static_cast<U32>(i)) & printedIndexMask};
+           if (info.packets) {
+              cells[1] = U64{block.values[i].packets};
+           }
+           if (info.bytes || !info.packets) { // a table without either is taken for one of bytes
+              cells[2] = U64{block.values[i].bytes};
+           }
+           out.row(cells);
+        });
    KILN_TRACE(8, "Show table counters complete");
 }
 
 void TableCounters::readIndirect(const ZlTableCounter& info, ZelId::ZelPipeId pipeId, U32 first,
                                  Block* block) const {
-   *block = {.failedStep = "Indirect start error: "};
+   *block = {.first = first, .failedStep = "Indirect start error: "};
    BlockTime time;
    IndirectRead read(chip(), pipeId, info.tableHandle);
    block->status = read.start();

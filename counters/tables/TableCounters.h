@@ -2,7 +2,6 @@
 #pragma once
 
 #include "counters/chip/ChipView.h"
-#include "counters/chip/Slices.h"
 #include "zl/ZelCountersIntf.h"
 
 #include <functional>
@@ -11,8 +10,9 @@
 namespace ZelCounter {
 
 class MatchEntries;
+class Slices;
 
-// Shows and clears work in slices. When the chip goes meanwhile, they end.
+// Shows and clears work in slices (chip/Slices.h). When the chip goes meanwhile, they end.
 class TableCounters : public ChipView {
  public:
    // Called before a table of one pipe, or of all, is set to zero, for who keeps counts of it to read it once more.
@@ -41,6 +41,7 @@ class TableCounters : public ChipView {
    using Info = ZlResourceInfo::ZlTableCounter;
    // Entries that were read in one hold of the lock.
    struct Block {
+      U32 first = 0; // its index in an indirect table
       std::vector<p4_pd_counter_value> values{};
       std::vector<Kiln::String> details{}; // of a direct table
       bool isLast = false;
@@ -66,6 +67,9 @@ class TableCounters : public ChipView {
                         Slices& slices);
    void showIndirectTable(ShowOutput& out, const Info& info, ZelId::ZelPipeId pipeId, bool nonZeroOnly,
                           Slices& slices);
+   template <class Read, class WriteRow>
+   U32 rows(ShowOutput& out, const Info& info, ZelId::ZelPipeId pipeId, bool nonZeroOnly, Slices& slices,
+            Read read, WriteRow writeRow) const;
    U32 directRows(ShowOutput& out, const Info& info, ZelId::ZelPipeId pipeId, bool nonZeroOnly,
                   Slices& slices) const;
    void indirectRows(ShowOutput& out, const Info& info, ZelId::ZelPipeId pipeId, bool nonZeroOnly,
