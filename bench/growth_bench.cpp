@@ -163,7 +163,7 @@ BENCHMARK(ports)
      ->Iterations(rounds)
      ->Unit(benchmark::kMillisecond);
 
-// Beside 32 ports a chip. The time without VLANs is the row of 0.
+// Beside 32 ports a chip.
 void vlans(benchmark::State& state) {
    const auto count = static_cast<unsigned>(state.range(1));
    Agent agent(static_cast<unsigned>(state.range(0)), 32);
@@ -184,7 +184,7 @@ void vlans(benchmark::State& state) {
 }
 BENCHMARK(vlans)
      ->ArgNames({"chips", "vlans"})
-     ->ArgsProduct({{1, 8}, {0, 1, 64, 512, 2048, 4094}})
+     ->ArgsProduct({{1, 8}, {1, 64, 512, 2048, 4094}})
      ->Iterations(rounds)
      ->Unit(benchmark::kMillisecond);
 

@@ -10,6 +10,7 @@ import math
 import os
 import pathlib
 import re
+import statistics
 import subprocess
 import sys
 
@@ -27,9 +28,9 @@ def die(*problem):
 
 def run(program, fast):
     """The context of google-benchmark, and each benchmark's results by its name."""
-    arguments = [str(program), "--benchmark_format=json", f"--benchmark_min_time={0.02 if fast else 0.5}"]
+    arguments = [str(program), "--benchmark_format=json", f"--benchmark_min_time={0.02 if fast else 0.3}"]
     if fast and program.name == "growth_bench":
-        arguments.append("--benchmark_filter=chips:[18]/(ports:(32|256)|vlans:(0|64|4094))/")
+        arguments.append("--benchmark_filter=chips:[18]/(ports:(32|256)|vlans:(1|512|4094))/")
     print(f"measure: {program.name}", file=sys.stderr, flush=True)
     try:
         ended = subprocess.run(arguments, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, timeout=LIMIT)
@@ -45,6 +46,14 @@ def run(program, fast):
         name = re.sub(r"/(iterations:\d+|manual_time|real_time)", "", result["name"])
         results[name] = result | {"time_us": result["real_time"] * MICROSECONDS[result["time_unit"]]}
     return said["context"], results
+
+
+def with_history(figures):
+    """publish_bench compares a publication with history with one without, which it compares with the floor."""
+    results = figures.get("publish_bench", {})
+    both = results.get("publishWithHistory", {})
+    if "x_without" in both and "publish" in results:
+        both.setdefault("x_floor", both["x_without"] * results["publish"]["x_floor"])
 
 
 def machine(context):
@@ -72,6 +81,8 @@ def number(value, digits=2):
 def duration(microseconds):
     if microseconds is None:
         return "-"
+    if microseconds < 0:
+        return "-" + duration(-microseconds)
     for unit, size in (("s", 1e6), ("ms", 1e3), ("µs", 1)):
         if microseconds >= size:
             return f"{number(microseconds / size, 3)} {unit}"
@@ -95,8 +106,10 @@ def table(head, rows):
 # What is wanted; and where it is found: program, pattern of the benchmark's name, counter, the most that it may be, unit.
 # Of several benchmarks the worst one counts.
 TARGETS = (
-    ("a port stored, vetted and published, cold", "publish_bench", r"completeCold/history:1", "x_memcpy", 6,
+    ("a port stored, vetted and published, cold", "publish_bench", r"completePorts/cold:1/history:1", "x_memcpy", 6,
      "x a `memcpy` of its raw values"),
+    ("a port's queues, cold", "publish_bench", r"completeQueues/cold:1/history:1", "x_memcpy", 6,
+     "x a `memcpy` of their raw values"),
     ("a port's record published, with its history", "publish_bench", r"publishWithHistory", "x_floor", 3,
      "x a bare write"),
     ("a port's record read", "publish_bench", r"readAll", "x_floor", 1.8, "x a bare read"),
@@ -133,18 +146,18 @@ ELSEWHERE = re.compile(r"(growth|memory|beside|latency)_bench .*|metrics_bench (
 
 
 def ratio(result):
-    return next((result[name] for name in ("x_floor", "x_memcpy", "x_mutex_and_readings", "x_without")
-                 if result and name in result), None)
+    return next((result[name] for name in ("x_floor", "x_memcpy", "x_mutex_and_readings") if result and name in result), None)
 
 
 def paths(figures):
-    """A row for each path: its time and its multiple of its floor, hot and cold. NAMECold is NAME's cold one."""
+    """A row for each path: its time and its multiple of its floor, hot and cold. NAMECold or NAME/cold:1 is the cold one."""
     found = {}
     for program, results in figures.items():
         for name, result in results.items():
             if not ELSEWHERE.fullmatch(f"{program} {name}"):
-                plain = re.sub(r"Cold(?=/|$)", "", name)
-                found.setdefault((program, plain), {})["hot" if plain == name else "cold"] = result
+                plain = re.sub(r"Cold(?=/|$)|/cold:[01]", "", name)
+                cold = re.search(r"Cold(/|$)|/cold:1", name)
+                found.setdefault((program, plain), {})["cold" if cold else "hot"] = result
     rows = []
     for (program, name), both in sorted(found.items()):
         hot, cold = both.get("hot"), both.get("cold")
@@ -172,16 +185,6 @@ def sizes(results, bench):
             for name, result in results.items() if (found := form.fullmatch(name))}
 
 
-def exponent(points):
-    """Of the power that fits best: 1 is linear. Least squares of the logarithms."""
-    logs = [(math.log(n), math.log(value)) for n, value in points if n > 0 and value > 0]
-    if len({x for x, _ in logs}) < 2:
-        return None
-    x0 = sum(x for x, _ in logs) / len(logs)
-    y0 = sum(y for _, y in logs) / len(logs)
-    return sum((x - x0) * (y - y0) for x, y in logs) / sum((x - x0) ** 2 for x, _ in logs)
-
-
 def port_points(figures):
     """(all ports, chips, ports a chip) and what they take, in the order of all ports."""
     heap = sizes(figures["memory_bench"], "ports")
@@ -196,14 +199,20 @@ PORT_COLUMNS = (("pass_us", "pass, hot", duration), ("pass_cold_us", "pass, cold
 
 
 def growth(points, columns, first):
-    """A row for each size; the costs of one more unit from the least to the most; the exponents."""
+    """A row for each size; and what one more costs up to an eighth of the most, and from there."""
     rows = [[*map(str, names), *(form(result[key]) for key, _, form in columns)] for names, _, result in points]
-    (_, least, low), (_, most, high) = points[0], points[-1]
-    pad = [""] * (len(first) - 1)
-    rows.append(["one more", *pad, *(form((high[key] - low[key]) / (most - least)) for key, _, form in columns)])
-    rows.append(["exponent", *pad, *(number(exponent([(n, result[key]) for _, n, result in points]))
-                                     for key, _, _ in columns)])
+    least, middle, most = points[0][1], points[-1][1] // 8, points[-1][1]
+    middle = max(n for _, n, _ in points if n <= middle + 1)
+    for text, low, high in ((f"one more, up to {middle:,}", least, middle), ("one more, beyond", middle, most)):
+        rows.append([text, *[""] * (len(first) - 1),
+                     *(form((typical(points, key, high) - typical(points, key, low)) / (high - low))
+                       for key, _, form in columns)])
     return table([*first, *(title for _, title, _ in columns)], rows)
+
+
+def typical(points, key, size):
+    """The median of those of one size."""
+    return statistics.median(result[key] for _, n, result in points if n == size)
 
 
 def growth_ports(figures):
@@ -212,26 +221,14 @@ def growth_ports(figures):
 
 
 def vlan_points(figures, chips):
-    """VLANs and what they take beside an agent without any."""
-    results = sizes(figures["growth_bench"], "vlans")
     heap = sizes(figures["memory_bench"], "vlans")
-    none = results[chips, 0]
-    return [(vlans, result | {"added_us": result["two_seconds_us"] - none["two_seconds_us"],
-                              "heap_bytes": heap[chips, vlans]["heap_bytes"]})
-            for (of, vlans), result in sorted(results.items()) if of == chips and vlans > 0]
+    return [((chips, vlans), vlans, result | {"heap_bytes": heap[chips, vlans]["heap_bytes"]})
+            for (of, vlans), result in sorted(sizes(figures["growth_bench"], "vlans").items()) if of == chips]
 
 
 def growth_vlans(figures):
-    columns = (("added_us", "all in 2 s, beside none", signed), ("read_us", "read", duration), ("heap_bytes", "heap", amount))
-    parts = []
-    for chips in (1, 8):
-        points = [((chips, vlans), vlans, result) for vlans, result in vlan_points(figures, chips)]
-        parts.append(growth(points, columns, ["chips", "VLANs"]))
-    return "\n\n".join(parts)
-
-
-def signed(microseconds):
-    return duration(microseconds) if microseconds > 0 else "below noise"
+    columns = (("two_seconds_us", "all in 2 s", duration), ("read_us", "read", duration), ("heap_bytes", "heap", amount))
+    return "\n\n".join(growth(vlan_points(figures, chips), columns, ["chips", "VLANs"]) for chips in (1, 8))
 
 
 def start(figures):
@@ -305,7 +302,8 @@ def beside(figures):
 
 # --- the plot
 
-PANEL = 400, 300  # width and height
+PANEL = 400, 350  # width and height, of which the legend takes
+LEGEND = 72
 COLOURS = ("#c2410c", "#1d4ed8", "#15803d", "#7e22ce")
 
 
@@ -331,8 +329,8 @@ def panel(left, title, unit, form, curves):
     curves = [(name, [(x, y) for x, y in points if x > 0 and y > 0]) for name, points in curves]
     xs = [x for _, points in curves for x, _ in points]
     ys = [y for _, points in curves for _, y in points]
-    across = Axis(xs, left + 62, left + width - 12)
-    up = Axis(ys, height - 42, 34)
+    across = Axis(xs, left + 62, left + width - 26)
+    up = Axis(ys, height - LEGEND - 42, 34)
     svg = [f'<text x="{left + 62}" y="20" class="title">{title}</text>']
     for tick in across.ticks():
         x = across.at(tick)
@@ -342,7 +340,7 @@ def panel(left, title, unit, form, curves):
         y = up.at(tick)
         svg.append(f'<path d="M{across.start} {y:.1f}H{across.end}" class="grid"/>'
                    f'<text x="{across.start - 6}" y="{y + 4:.1f}" text-anchor="end">{form(tick)}</text>')
-    svg.append(f'<text x="{(across.start + across.end) / 2:.1f}" y="{height - 8}" text-anchor="middle">{unit}</text>')
+    svg.append(f'<text x="{(across.start + across.end) / 2:.1f}" y="{up.start + 34}" text-anchor="middle">{unit}</text>')
     x1, y1 = max(curves[0][1])
     x0 = max(min(xs), x1 * 10 ** up.low / y1)
     svg.append(f'<path d="M{across.at(x0):.1f} {up.at(y1 * x0 / x1):.1f}L{across.at(x1):.1f} {up.at(y1):.1f}" '
@@ -351,8 +349,9 @@ def panel(left, title, unit, form, curves):
         line = "L".join(f"{across.at(x):.1f} {up.at(y):.1f}" for x, y in sorted(points))
         svg.append(f'<path d="M{line}" fill="none" stroke="{COLOURS[i]}" stroke-width="2"/>')
         svg += [f'<circle cx="{across.at(x):.1f}" cy="{up.at(y):.1f}" r="2.5" fill="{COLOURS[i]}"/>' for x, y in points]
-        svg.append(f'<text x="{across.start + 10}" y="{up.end + 14 + 15 * i}" fill="{COLOURS[i]}" '
-                   f'class="name">{name}</text>')
+        y = height - LEGEND + 14 + 15 * i
+        svg.append(f'<path d="M{across.start} {y - 4}h24" stroke="{COLOURS[i]}" stroke-width="2"/>'
+                   f'<text x="{across.start + 32}" y="{y}">{name}</text>')
     return "\n".join(svg)
 
 
@@ -365,17 +364,12 @@ def plain_amount(size):
 
 
 def plot(figures):
-    ports = port_points(figures)
-
     def of_ports(key):
-        """The middle of those with the same number of ports in all."""
-        totals = {}
-        for total, _, _, result in ports:
-            totals.setdefault(total, []).append(result[key])
-        return [(total, sorted(values)[len(values) // 2]) for total, values in totals.items()]
+        points = [(None, total, result) for total, _, _, result in port_points(figures)]
+        return [(total, typical(points, key, total)) for total in sorted({total for _, total, _ in points})]
 
     def of_vlans(key, chips):
-        return [(vlans, result[key]) for vlans, result in vlan_points(figures, chips)]
+        return [(vlans, result[key]) for _, vlans, result in vlan_points(figures, chips)]
 
     panels = [
         panel(0, "Time by ports", "ports of all chips", plain_duration,
@@ -383,8 +377,8 @@ def plot(figures):
                ("polling pass, cold", of_ports("pass_cold_us")), ("polling pass, hot", of_ports("pass_us")),
                ("read of all records", of_ports("read_us"))]),
         panel(PANEL[0], "Time by VLANs", "VLANs", plain_duration,
-              [("added to 2 s, on 8 chips", of_vlans("added_us", 8)),
-               ("added to 2 s, on 1 chip", of_vlans("added_us", 1)), ("read of all records", of_vlans("read_us", 1))]),
+              [("all in 2 s, on 8 chips", of_vlans("two_seconds_us", 8)),
+               ("all in 2 s, on 1 chip", of_vlans("two_seconds_us", 1)), ("read of all records", of_vlans("read_us", 1))]),
         panel(2 * PANEL[0], "Heap", "ports or VLANs", plain_amount,
               [("ports", of_ports("heap_bytes")), ("VLANs on 8 chips", of_vlans("heap_bytes", 8)),
                ("VLANs on 1 chip", of_vlans("heap_bytes", 1))])]
@@ -392,8 +386,7 @@ def plot(figures):
     return (f'<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 {width} {height}" width="{width}" height="{height}">\n'
             "<style>text{font:12px sans-serif;fill:#333}.title{font-weight:bold;font-size:14px}"
             ".grid{stroke:#ddd;fill:none}.linear{stroke:#888;stroke-dasharray:5 4;fill:none}</style>\n"
-            f'<rect width="{width}" height="{height}" fill="#fff"/>\n' + "\n".join(panels) + "\n</svg>\n"
-            ).replace('class="name">', 'style="font-weight:bold">')
+            f'<rect width="{width}" height="{height}" fill="#fff"/>\n' + "\n".join(panels) + "\n</svg>\n")
 
 
 # --- the document
@@ -420,6 +413,7 @@ def main():
     figures = {}
     for program in programs:
         context, figures[program.name] = run(program, options.fast)
+    with_history(figures)
     document, picture = DOCUMENT, PLOT
     if options.out:
         document, picture = options.out / DOCUMENT.name, options.out / "images" / PLOT.name
