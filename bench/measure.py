@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-# Runs all benchmarks of a folder once and writes their figures into docs/performance.md, between its markers, and into
-# the plot beside it. What else that document says is written by hand. Run by scripts/measure.
+# Runs all benchmarks of a folder once and writes their figures into docs/performance.md, between its markers, and
+# into its plot. What else that document says is written by hand. Run by scripts/measure.
 #
 #    measure.py BENCH_DIR [--fast] [--out DIR]
 import argparse
@@ -10,12 +10,14 @@ import math
 import os
 import pathlib
 import re
+import shutil
 import statistics
 import subprocess
 import sys
 
 DOCUMENT = pathlib.Path("docs/performance.md")
 PLOT = pathlib.Path("docs/images/growth.svg")
+SHARED_MEMORY = pathlib.Path("/dev/shm") # where benchmarks have their folders
 LIMIT = 900  # seconds for one program
 MICROSECONDS = {"ns": 1e-3, "us": 1, "ms": 1e3, "s": 1e6}
 
@@ -32,13 +34,20 @@ def run(program, fast):
     if fast and program.name == "growth_bench":
         arguments.append("--benchmark_filter=chips:[18]/(ports:(32|256)|vlans:(1|512|4094))/")
     print(f"measure: {program.name}", file=sys.stderr, flush=True)
-    try:
-        ended = subprocess.run(arguments, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, timeout=LIMIT)
-    except subprocess.TimeoutExpired:
-        die(program.name, "has not ended after", LIMIT, "seconds")
-    if ended.returncode != 0:
-        die(f"{program.name} ended with status {ended.returncode}:\n{ended.stderr}")
-    said = json.loads(ended.stdout)
+    with subprocess.Popen(arguments, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True) as running:
+        try:
+            output, errors = running.communicate(timeout=LIMIT)
+        except BaseException as why:
+            running.kill()
+            if isinstance(why, subprocess.TimeoutExpired):
+                die(program.name, "has not ended after", LIMIT, "seconds")
+            raise
+        finally: # what a benchmark that was killed leaves; its processes end with it
+            for left in SHARED_MEMORY.glob(f"*_bench.{running.pid}"):
+                shutil.rmtree(left, ignore_errors=True)
+    if running.returncode != 0:
+        die(f"{program.name} ended with status {running.returncode}:\n{errors}")
+    said = json.loads(output)
     results = {}
     for result in said["benchmarks"]:
         if result.get("error_occurred"):
@@ -103,8 +112,8 @@ def table(head, rows):
 
 # --- targets
 
-# What is wanted; and where it is found: program, pattern of the benchmark's name, counter, the most that it may be, unit.
-# Of several benchmarks the worst one counts.
+# What is wanted; and where it is found: program, pattern of the benchmark's name, counter, the most that it may be,
+# unit. Of several benchmarks the worst one counts.
 TARGETS = (
     ("a port stored, vetted and published, cold", "publish_bench", r"completePorts/cold:1/history:1", "x_memcpy", 6,
      "x a `memcpy` of its raw values"),
@@ -146,11 +155,12 @@ ELSEWHERE = re.compile(r"(growth|memory|beside|latency)_bench .*|metrics_bench (
 
 
 def ratio(result):
-    return next((result[name] for name in ("x_floor", "x_memcpy", "x_mutex_and_readings") if result and name in result), None)
+    names = ("x_floor", "x_memcpy", "x_mutex_and_readings")
+    return next((result[name] for name in names if result and name in result), None)
 
 
 def paths(figures):
-    """A row for each path: its time and its multiple of its floor, hot and cold. NAMECold or NAME/cold:1 is the cold one."""
+    """A row for each path: its time and its multiple of its floor. NAMECold or NAME/cold:1 is the cold one."""
     found = {}
     for program, results in figures.items():
         for name, result in results.items():
@@ -227,16 +237,16 @@ def vlan_points(figures, chips):
 
 
 def growth_vlans(figures):
-    columns = (("two_seconds_us", "all in 2 s", duration), ("read_us", "read", duration), ("heap_bytes", "heap", amount))
+    columns = (("two_seconds_us", "all in 2 s", duration), ("read_us", "read", duration),
+               ("heap_bytes", "heap", amount))
     return "\n\n".join(growth(vlan_points(figures, chips), columns, ["chips", "VLANs"]) for chips in (1, 8))
 
 
 def start(figures):
     rows = []
     for (chips, ports), result in sorted(sizes(figures["growth_bench"], "startUp").items()):
-        rows.append([f"{chips} x {ports}", duration(result["start_ms"] * 1e3), duration(result["longest_start_ms"] * 1e3),
-                     duration(result["published_ms"] * 1e3), amount(result["private_bytes"]),
-                     amount(result["table_bytes"])])
+        times = (duration(result[key] * 1e3) for key in ("start_ms", "longest_start_ms", "published_ms"))
+        rows.append([f"{chips} x {ports}", *times, amount(result["private_bytes"]), amount(result["table_bytes"])])
     return table(["Chips x ports", "Answers, median", "Longest", "Every port published", "Own memory", "Tables"], rows)
 
 
@@ -378,12 +388,14 @@ def plot(figures):
                ("read of all records", of_ports("read_us"))]),
         panel(PANEL[0], "Time by VLANs", "VLANs", plain_duration,
               [("all in 2 s, on 8 chips", of_vlans("two_seconds_us", 8)),
-               ("all in 2 s, on 1 chip", of_vlans("two_seconds_us", 1)), ("read of all records", of_vlans("read_us", 1))]),
+               ("all in 2 s, on 1 chip", of_vlans("two_seconds_us", 1)),
+               ("read of all records", of_vlans("read_us", 1))]),
         panel(2 * PANEL[0], "Heap", "ports or VLANs", plain_amount,
               [("ports", of_ports("heap_bytes")), ("VLANs on 8 chips", of_vlans("heap_bytes", 8)),
                ("VLANs on 1 chip", of_vlans("heap_bytes", 1))])]
     width, height = PANEL[0] * 3, PANEL[1]
-    return (f'<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 {width} {height}" width="{width}" height="{height}">\n'
+    return (f'<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 {width} {height}" '
+            f'width="{width}" height="{height}">\n'
             "<style>text{font:12px sans-serif;fill:#333}.title{font-weight:bold;font-size:14px}"
             ".grid{stroke:#ddd;fill:none}.linear{stroke:#888;stroke-dasharray:5 4;fill:none}</style>\n"
             f'<rect width="{width}" height="{height}" fill="#fff"/>\n' + "\n".join(panels) + "\n</svg>\n")
