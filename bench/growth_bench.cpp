@@ -169,10 +169,14 @@ void vlans(benchmark::State& state) {
    Agent agent(static_cast<unsigned>(state.range(0)), 32);
    agent.vlansAre(count);
    Reading<Tables::L3IntfCounters> reading(agent, TableName::vlanIntfCounters);
+   Bench::ColdMemory others;
    Bench::Times hotRead;
    Bench::Times twoSeconds;
+   Bench::Times coldTwoSeconds;
    for (auto _ : state) {
       twoSeconds.add(timeOf([] { Kiln::ActivityManager::instance()->advance(interval); }));
+      others.walk();
+      coldTwoSeconds.add(timeOf([] { Kiln::ActivityManager::instance()->advance(interval); }));
       if (!reading.has(count)) {
          state.SkipWithError("a VLAN is not published");
       }
@@ -180,6 +184,7 @@ void vlans(benchmark::State& state) {
    }
    report(state, "read_us", hotRead);
    report(state, "two_seconds_us", twoSeconds);
+   report(state, "two_seconds_cold_us", coldTwoSeconds);
    state.counters["shared_bytes"] = agent.folder.bytes();
 }
 BENCHMARK(vlans)
