@@ -1,6 +1,7 @@
 // Keeps the two snapshots of each interface, and shows the latest less the cleared.
 #include "counters/mac/MacCounters.h"
 
+#include "counters/chip/Slices.h"
 #include "counters/chip/ZelCountersTrace.h"
 #include "kiln/Assert.h"
 #include "kiln/RingLog.h"
@@ -118,8 +119,14 @@ void MacCounters::showAll(ShowOutput& out, bool nonZeroOnly) {
    if (answeredUninitialized(out)) {
       return;
    }
+   Slices slices(chip());
    for (const ChipAccess::Port& port : chip().portsByNumber()) {
-      show(out, port.intf, nonZeroOnly);
+      if (!out.ok() || !slices.next()) {
+         return;
+      }
+      if (chip().hasPort(port.intf)) { // it may have gone meanwhile
+         show(out, port.intf, nonZeroOnly);
+      }
    }
    out.blankLine();
 }
@@ -144,7 +151,11 @@ void MacCounters::clear(ShowOutput& out, const Pelt::IntfId& intf) {
 void MacCounters::clearAll(ShowOutput& out) {
    // By the snapshots, not by the ports: an interface that has lost its port can still be shown, so it is cleared as
    // well.
+   Slices slices(chip());
    for (const Pelt::IntfId& intf : macCountersClear().keys()) {
+      if (!slices.next()) {
+         return;
+      }
       clear(out, intf);
    }
 }
