@@ -3,8 +3,8 @@
 // written in turns so that both see the same machine; the same for reading them from a second
 // mapping; and, for contrast, a record published as decimal strings. Counts allocations once warm.
 //
-// The cold ones walk other memory before each pass, as the two seconds between two polls do, and time the whole
-// completion: of a port's 89 values, and of the three of each of its 17 queues. Their floor is a memcpy of the raw values.
+// The last ones time the whole completion: of a port's 89 values, and of the three of each of its 17 queues, on hot memory
+// and on cold, when other memory was walked before each pass. Their floor is a memcpy of the raw values, hot or cold, too.
 //
 // Each path takes turns with its floor, so that both see the same machine.
 #include "bench/AllocationCount.h"
@@ -30,6 +30,7 @@ using Silo::Interface::IntfCounters;
 
 constexpr unsigned ports = ZelId::PortIndex::invalid; // 456
 constexpr std::size_t portQueues = ZelCounter::IntfQueueCounters::queueLimit;
+constexpr int passesOfHistory = 460; // until its rings have turned once, and no sample is in memory of its own
 constexpr unsigned burst = 8;
 static_assert(ports % burst == 0);
 constexpr std::size_t recordBytes = sizeof(IntfCounters);
@@ -247,27 +248,35 @@ void publishWithHistory(benchmark::State& state) {
 
 // `valuesPerPort` of the raw values are the floor's to copy. complete() is timed, move() is not.
 template <class Move, class Complete>
-void compareCold(benchmark::State& state, Publisher& agent, std::size_t valuesPerPort, Move move,
-                 Complete complete) {
+void compareWithCopy(benchmark::State& state, Publisher& agent, std::size_t valuesPerPort, Move move,
+                     Complete complete) {
+   const bool isCold = state.range(0) != 0;
    Bench::ColdMemory others;
+   const auto forget = [&] {
+      if (isCold) {
+         others.walk();
+      }
+   };
    const std::vector<U64> source(ports * valuesPerPort, 1);
    std::vector<U64> copy(source.size());
+   for (int i = 0; i < passesOfHistory; ++i) {
+      move();
+      complete();
+   }
    Passes passes;
    Passes floor;
    Passes bare;
    for (auto _ : state) {
-      others.walk();
+      forget();
       const auto start = Clock::now();
-      for (unsigned port = 0; port < ports; ++port) {
-         std::memcpy(&copy[port * valuesPerPort], &source[port * valuesPerPort], valuesPerPort * sizeof(U64));
-      }
+      std::memcpy(copy.data(), source.data(), source.size() * sizeof(U64));
       benchmark::DoNotOptimize(copy.data());
       benchmark::ClobberMemory();
       floor.add(secondsSince(start));
-      others.walk();
+      forget();
       bare.add(agent.floor());
       move();
-      others.walk();
+      forget();
       const double pass = complete();
       passes.add(pass);
       state.SetIterationTime(pass);
@@ -278,8 +287,8 @@ void compareCold(benchmark::State& state, Publisher& agent, std::size_t valuesPe
    state.counters["memcpy_ns_per_port"] = floor.median() / ports * 1e9;
 }
 
-void completeCold(benchmark::State& state) {
-   Publisher agent(state.range(0) != 0 ? Publisher::History::kept : Publisher::History::none);
+void completePorts(benchmark::State& state) {
+   Publisher agent(state.range(1) != 0 ? Publisher::History::kept : Publisher::History::none);
    const auto lock = Kiln::ActivityLockAnchor::lock();
    std::vector<U64> raw(std::size_t{ports} * BF_NUM_RMON_COUNTERS, 1'000'000);
    const auto move = [&] {
@@ -287,11 +296,11 @@ void completeCold(benchmark::State& state) {
          value += 1000;
       }
    };
-   compareCold(state, agent, BF_NUM_RMON_COUNTERS, move, [&] { return agent.completeAll(raw); });
+   compareWithCopy(state, agent, BF_NUM_RMON_COUNTERS, move, [&] { return agent.completeAll(raw); });
 }
 
-void completeQueuesCold(benchmark::State& state) {
-   Publisher agent(state.range(0) != 0 ? Publisher::History::kept : Publisher::History::none);
+void completeQueues(benchmark::State& state) {
+   Publisher agent(state.range(1) != 0 ? Publisher::History::kept : Publisher::History::none);
    const auto lock = Kiln::ActivityLockAnchor::lock();
    std::vector<ZelCounter::QueueCounter> raw;
    for (std::size_t i = 0; i < ports * portQueues; ++i) {
@@ -302,8 +311,8 @@ void completeQueuesCold(benchmark::State& state) {
          one = {one.queueId, one.bytes + 1000, one.pkts + 10, one.pktsDropped + 1};
       }
    };
-   compareCold(state, agent, portQueues * sizeof(Silo::Interface::QueueStatistics) / sizeof(U64), move,
-               [&] { return agent.completeQueues(raw); });
+   compareWithCopy(state, agent, portQueues * sizeof(Silo::Interface::QueueStatistics) / sizeof(U64), move,
+                   [&] { return agent.completeQueues(raw); });
 }
 
 void append(Kiln::String& text, const char* prefix, std::size_t field, U64 value) {
@@ -379,9 +388,12 @@ void readAll(benchmark::State& state) {
 
 BENCHMARK(publish)->UseManualTime()->Unit(benchmark::kMicrosecond);
 BENCHMARK(publishWithHistory)->UseManualTime()->Unit(benchmark::kMicrosecond);
-constexpr int coldPasses = 60; // enough for a median: a walk takes long
-BENCHMARK(completeCold)->ArgName("history")->Arg(0)->Arg(1)->Iterations(coldPasses)->UseManualTime();
-BENCHMARK(completeQueuesCold)->ArgName("history")->Arg(0)->Arg(1)->Iterations(coldPasses)->UseManualTime();
+void hotAndCold(benchmark::internal::Benchmark* bench) {
+   constexpr int passes = 60; // enough for a median: a walk takes long
+   bench->ArgNames({"cold", "history"})->ArgsProduct({{0, 1}, {0, 1}})->Iterations(passes)->UseManualTime();
+}
+BENCHMARK(completePorts)->Apply(hotAndCold);
+BENCHMARK(completeQueues)->Apply(hotAndCold);
 BENCHMARK(publishAsStrings)->UseManualTime()->Unit(benchmark::kMicrosecond);
 BENCHMARK(readAll)->UseManualTime()->Unit(benchmark::kMicrosecond);
 

@@ -7,6 +7,7 @@
 #include <functional>
 #include <list>
 #include <map>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -111,6 +112,8 @@ class HashMap {
    void swap(HashMap& other) noexcept {
       entries_.swap(other.entries_);
       std::swap(index_, other.index_);
+      passed_.reset();
+      other.passed_.reset();
    }
 
    iterator begin() { return entries_.begin(); }
@@ -132,6 +135,27 @@ class HashMap {
       return at == nullptr ? nullptr : &(*at)->second;
    }
 
+   // The same for passes that ask for the keys in the order of the map, as polling passes do: looks first where such a
+   // pass is, and fetches the entries that it comes to next, which are in no cache any more.
+   const V* findInPass(const K& key) const {
+      if (passed_) {
+         const const_iterator next = after(*passed_);
+         const bool isAsBefore = (*passed_)->first == key;
+         if (isAsBefore || next->first == key) {
+            passed_ = isAsBefore ? *passed_ : next;
+            // The two before this one were fetched by the last calls.
+            __builtin_prefetch(&*after(after(after(*passed_))));
+            return &(*passed_)->second;
+         }
+      }
+      const iterator* const at = index_.find(key);
+      passed_ = at == nullptr ? passed_ : *at;
+      return at == nullptr ? nullptr : &(*at)->second;
+   }
+   // What the pass asks for next, or after that. Null if findInPass has found nothing yet.
+   const V* nextInPass() const { return passed_ ? &after(*passed_)->second : nullptr; }
+   const V* secondNextInPass() const { return passed_ ? &after(after(*passed_))->second : nullptr; }
+
    // Inserts at the end, or overwrites in place. True when the key is new.
    bool set(const K& key, V value) {
       if (V* present = find(key)) {
@@ -149,6 +173,9 @@ class HashMap {
          return false;
       }
       const iterator entry = *at;
+      if (passed_ == entry) {
+         passed_.reset();
+      }
       index_.erase(key);
       // Taken out of the map before it is destroyed: its value's destructor may look into the map, and `key` may be the
       // entry's own.
@@ -167,8 +194,13 @@ class HashMap {
    }
 
  private:
+   const_iterator after(const_iterator entry) const {
+      return ++entry == entries_.end() ? entries_.begin() : entry;
+   }
+
    std::list<value_type> entries_;
    HashIndex<iterator, K, Hash> index_;
+   mutable std::optional<const_iterator> passed_; // what findInPass found last
 };
 
 template <class K, class V, class Compare = std::less<K>>

@@ -2,6 +2,7 @@
 #include "silo/HistoryTable.h"
 
 #include "silo/FileSuccessor.h"
+#include "silo/Prefetch.h"
 
 #include <algorithm>
 #include <cmath>
@@ -213,11 +214,7 @@ void HistoryTable::write(const Key& key, double time, const HistoryMarks& marks,
 // for while there is other work to do.
 void HistoryTable::prefetch(RingIndex i) const {
    if (i < nextUnused_) {
-      const HistorySlot& next = sample(i, rings_[i].place);
-      for (std::size_t byte = 0; byte < geometry_.sampleStride; byte += cacheLine) {
-         __builtin_prefetch(reinterpret_cast<const std::byte*>(&next) + byte, 1);
-      }
-      __builtin_prefetch(reinterpret_cast<const std::byte*>(&next) + geometry_.sampleStride - 1, 1);
+      Silo::prefetch(&sample(i, rings_[i].place), geometry_.sampleStride);
    }
 }
 

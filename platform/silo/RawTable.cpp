@@ -2,6 +2,7 @@
 #include "silo/RawTable.h"
 
 #include "silo/FileSuccessor.h"
+#include "silo/Prefetch.h"
 
 #include <algorithm>
 #include <cmath>
@@ -379,6 +380,7 @@ void RawTable::write(const Key& key, const void* payload, double sampleTime) {
       i = slotFor(key);
    }
    nextGuess_ = i + 1;
+   prefetch(nextGuess_);
    // Not there under its key: made anew, or overwritten.
    const bool wasThere = slot(i).isHeadedBy(key, generations_[i]);
    // From the writer's own copy: a damaged slot must not make a generation step back.
@@ -391,6 +393,14 @@ void RawTable::write(const Key& key, const void* payload, double sampleTime) {
    // After the record is whole: a reader that sees the new version must find the key.
    if (!wasThere) {
       header().directoryVersionInc();
+   }
+}
+
+// Passes write records in one order, so the next one is asked for while this one is written.
+void RawTable::prefetch(SlotIndex i) const {
+   if (i < capacity()) {
+      Silo::prefetch(&index_.keyOf(i), sizeof(Key));
+      Silo::prefetch(&slot(i), geometry_.slotStride);
    }
 }
 
