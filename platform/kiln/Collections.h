@@ -136,23 +136,25 @@ class HashMap {
    }
 
    // The same for passes that ask for the keys in the order of the map, as polling passes do: looks first where such a
-   // pass is, and fetches the entries that it comes to next, which are in no cache any more.
+   // pass is, and fetches the entries that it comes to soon, which are in no cache any more.
    const V* findInPass(const K& key) const {
       if (passed_) {
          const const_iterator next = after(*passed_);
          const bool isAsBefore = (*passed_)->first == key;
          if (isAsBefore || next->first == key) {
             passed_ = isAsBefore ? *passed_ : next;
-            // The two before this one were fetched by the last calls.
-            __builtin_prefetch(&*after(after(after(*passed_))));
+            fetch(after(after(after(after(*passed_))))); // the last calls have fetched those before it
             return &(*passed_)->second;
          }
       }
       const iterator* const at = index_.find(key);
-      passed_ = at == nullptr ? passed_ : *at;
-      return at == nullptr ? nullptr : &(*at)->second;
+      if (at == nullptr) {
+         return nullptr;
+      }
+      passed_ = *at;
+      return &(*at)->second;
    }
-   // What the pass asks for next, or after that. Null if findInPass has found nothing yet.
+   // What such a pass asks for after the one that it found last, or after that. Null before it has found any.
    const V* nextInPass() const { return passed_ ? &after(*passed_)->second : nullptr; }
    const V* secondNextInPass() const { return passed_ ? &after(after(*passed_))->second : nullptr; }
 
@@ -173,7 +175,7 @@ class HashMap {
          return false;
       }
       const iterator entry = *at;
-      if (passed_ == entry) {
+      if (passed_ && *passed_ == entry) {
          passed_.reset();
       }
       index_.erase(key);
@@ -196,6 +198,10 @@ class HashMap {
  private:
    const_iterator after(const_iterator entry) const {
       return ++entry == entries_.end() ? entries_.begin() : entry;
+   }
+   static void fetch(const_iterator entry) {
+      __builtin_prefetch(&*entry);
+      __builtin_prefetch(reinterpret_cast<const char*>(&*entry) - 1); // a list has its links before the value
    }
 
    std::list<value_type> entries_;

@@ -214,6 +214,8 @@ void HistoryTable::write(const Key& key, double time, const HistoryMarks& marks,
 // for while there is other work to do.
 void HistoryTable::prefetch(RingIndex i) const {
    if (i < nextUnused_) {
+      Silo::prefetch(&index_.keyOf(i), sizeof(Key));
+      Silo::prefetch(&rings_[(i + 1) % rings_.size()], sizeof(Ring));
       Silo::prefetch(&sample(i, rings_[i].place), geometry_.sampleStride);
    }
 }
