@@ -154,6 +154,7 @@ class HashMap {
       passed_ = *at;
       return &(*at)->second;
    }
+   V* findInPass(const K& key) { return const_cast<V*>(std::as_const(*this).findInPass(key)); }
    // What such a pass asks for after the one that it found last, or after that. Null before it has found any.
    const V* nextInPass() const { return passed_ ? &after(*passed_)->second : nullptr; }
    const V* secondNextInPass() const { return passed_ ? &after(after(*passed_))->second : nullptr; }

@@ -200,8 +200,8 @@ void CountersSm::handleIntfQueueCounters(const Pelt::IntfId& intf,
    }
    try {
       queues_.publish(intf, counters, context_.helper->queueCountersIncrement());
-      if (const Kiln::Ptr<VexPortCounterSm> port = vexPortCounterSm(intf)) {
-         port->queueDropsIs(queues_.drops(intf));
+      if (const Kiln::Ptr<VexPortCounterSm>* const port = vexPortCounterSm().findInPass(intf)) {
+         (*port)->queueDropsIs(queues_.drops(intf));
       }
    } catch (const std::exception&
                  error) { // the table's, or a name that is not a key; an SDK callback called this
