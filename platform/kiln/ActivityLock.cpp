@@ -10,12 +10,20 @@ namespace Kiln {
 
 namespace {
 
-std::mutex& activityMutex() {
-   static auto* mutex = new std::mutex; // never freed: SDK threads may call back while statics are destroyed
-   return *mutex;
+// Never freed: SDK threads may call back while statics are destroyed. Who wants the lock takes `next` first and keeps it
+// until `held` is free. So the holder, when it gives way, queues behind who waits already: one mutex alone would mostly
+// go back to who had it.
+struct Mutexes {
+   std::mutex next;
+   std::mutex held;
+};
+
+Mutexes& mutexes() {
+   static auto* both = new Mutexes;
+   return *both;
 }
 
-// How often this thread holds the lock. Kept apart from the mutex, so that a nested hold costs no atomic operation and
+// How often this thread holds the lock. Kept apart from the mutexes, so that a nested hold costs no atomic operation and
 // isHeldByThisThread can be asked at all.
 thread_local constinit unsigned depthOfThisThread = 0;
 
@@ -23,16 +31,24 @@ thread_local constinit unsigned depthOfThisThread = 0;
 const char* currentHolder = "";
 double holdBegin = 0;
 double lastEnd = 0;
+U64 takenCount = 0;
+double slice = ActivityLockAnchor::defaultSlice;
 ActivityLockAnchor::Statistics figures;
+
+void note(double hold) {
+   if (hold > figures.longestHold) {
+      figures.longestHold = hold;
+      figures.longestHolder = currentHolder;
+   }
+   figures.held += hold;
+   const auto* const bound = std::ranges::lower_bound(ActivityLockAnchor::holdBounds, hold);
+   ++figures.holds[static_cast<std::size_t>(bound - ActivityLockAnchor::holdBounds.begin())];
+}
 
 } // namespace
 
 unsigned ActivityLockAnchor::heldDepth() noexcept {
    return depthOfThisThread;
-}
-
-const char* ActivityLockAnchor::holder() noexcept {
-   return currentHolder;
 }
 
 const ActivityLockAnchor::Statistics& ActivityLockAnchor::statistics() noexcept {
@@ -44,11 +60,23 @@ void ActivityLockAnchor::acquire(const char* who) {
    if (depthOfThisThread++ != 0) {
       return;
    }
-   const bool isFree = activityMutex().try_lock();
-   const double now = System::monotonicTime();
+   Mutexes& both = mutexes();
+   double now = 0;
+   bool isFree = both.next.try_lock();
    if (!isFree) {
-      activityMutex().lock();
+      now = System::monotonicTime();
+      both.next.lock();
    }
+   const bool isFreeToo = both.held.try_lock();
+   if (isFree) {
+      now = System::monotonicTime();
+   }
+   if (!isFreeToo) {
+      both.held.lock();
+      isFree = false;
+   }
+   both.next.unlock();
+   ++takenCount;
    holdBegin = isFree ? now : std::max(now, lastEnd);
    currentHolder = who;
    if (holdBegin - now > figures.longestWait) {
@@ -61,12 +89,27 @@ void ActivityLockAnchor::release() noexcept {
    KILN_ASSERT(depthOfThisThread != 0);
    if (--depthOfThisThread == 0) {
       lastEnd = System::monotonicTime();
-      if (lastEnd - holdBegin > figures.longestHold) {
-         figures.longestHold = lastEnd - holdBegin;
-         figures.longestHolder = currentHolder;
-      }
-      activityMutex().unlock();
+      note(lastEnd - holdBegin);
+      mutexes().held.unlock();
    }
+}
+
+bool ActivityLockAnchor::isSliceOver() noexcept {
+   return heldDepth() == 1 && System::monotonicTime() - holdBegin >= slice;
+}
+
+bool ActivityLockAnchor::giveWay(const char* who) {
+   if (!isSliceOver()) {
+      return false;
+   }
+   const U64 ownHold = takenCount;
+   release();
+   acquire(who);
+   return takenCount != ownHold + 1;
+}
+
+void ActivityLockAnchor::sliceIs(double seconds) noexcept {
+   slice = seconds;
 }
 
 } // namespace Kiln

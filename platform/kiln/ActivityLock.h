@@ -1,14 +1,17 @@
 // The activity lock: whoever touches the state of the agent holds it. The activity thread's loop holds it
-// while it runs anything and gives it up only to sleep; a callback from another thread takes it for its whole
-// body:
+// while it runs anything and gives it up to sleep, and between two pieces of work for whoever waits; a callback from
+// another thread takes it for its whole body:
 //
 //    const auto lock = Kiln::ActivityLockAnchor::lock();
 //
-// It is recursive, so that a callback made inline, under the lock, goes through.
+// It is recursive, so that a callback made inline, under the lock, goes through. Who has waited comes before who gives
+// it up and wants it back.
 #pragma once
 
 #include "kiln/Assert.h"
+#include "kiln/Types.h"
 
+#include <array>
 #include <utility>
 
 namespace Kiln {
@@ -43,28 +46,46 @@ class ActivityLockAnchor {
    static bool isHeldByThisThread() noexcept { return heldDepth() != 0; }
    // For a code path that must not run without the lock.
    static void assertHeld() { KILN_ASSERT(isHeldByThisThread()); }
-   // Runs `blocking` without the lock. The calling thread must hold it exactly once: a nested holder further up the
-   // stack does not expect its state to change.
+   // Runs `blocking` without the lock; what follows is a new hold, named `who`. The calling thread must hold it exactly
+   // once: a nested holder further up the stack does not expect its state to change.
    template <class Blocking>
-   static void yieldWhile(Blocking blocking) {
+   static void yieldWhile(Blocking blocking, const char* who = __builtin_FUNCTION()) {
       KILN_ASSERT(heldDepth() == 1);
-      const Yield yield;
+      const Yield yield(who);
       blocking();
    }
 
-   // Of the process so far, on the machine's clock. A hold is from taking the lock to giving it up for good, or to sleep.
+   // For work that takes long, between two of its pieces. Once the hold has lasted a slice, lets in everybody who waits
+   // and goes on as a new hold, named `who` in the statistics. Says whether somebody was in, so that what the caller
+   // knew may have changed: its own objects may have been stopped or let go by their owners, and it keeps them by Ptr
+   // for that long. Does nothing without the lock, or under a nested hold, whose holder further up the stack does not
+   // expect its state to change.
+   static bool giveWay(const char* who = __builtin_FUNCTION());
+   // Whether giveWay() would end the hold now: for who has to tidy up first, as by ending a read of the chip's tables.
+   static bool isSliceOver() noexcept;
+   // How long a slice lasts: seconds. 0 ends one at each opportunity, for tests.
+   static void sliceIs(double seconds) noexcept;
+   static constexpr double defaultSlice = 200e-6;
+
+   // Holds are counted by how long they were. A hold belongs to the first of these bounds, in seconds, that it does not
+   // exceed, or to the last count, which has none.
+   static constexpr std::array holdBounds{10e-6, 100e-6, 1e-3, 10e-3, 100e-3};
+   // Of the process so far, on the machine's clock. A hold is from taking the lock to giving it up for good, to sleep, or
+   // to give way.
    struct Statistics {
       double longestHold = 0; // seconds
       const char* longestHolder = "";
       double longestWait = 0; // seconds
       const char* longestWaiter = "";
+      double held = 0; // seconds, all holds together
+      std::array<U64, holdBounds.size() + 1> holds{};
    };
    // Under the lock.
    static const Statistics& statistics() noexcept;
 
  private:
    struct Yield {
-      Yield() : who(holder()) { release(); }
+      explicit Yield(const char* nextHolder) : who(nextHolder) { release(); }
       Yield(const Yield&) = delete;
       Yield& operator=(const Yield&) = delete;
       ~Yield() { acquire(who); }
@@ -72,7 +93,6 @@ class ActivityLockAnchor {
    };
 
    static unsigned heldDepth() noexcept;
-   static const char* holder() noexcept;
    static void acquire(const char* who);
    static void release() noexcept;
 };

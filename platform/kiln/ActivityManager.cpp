@@ -107,11 +107,13 @@ bool ActivityManager::runOne(double time, U64 sequenceLimit) {
    return true;
 }
 
-// The limit leaves what a handler arms for now to the next turn, so that descriptors are served in between.
+// The limit leaves what a handler arms for now to the next turn, so that descriptors are served in between. Between two
+// handlers, who waits for the lock gets in: nothing is kept from one to the next but the time.
 void ActivityManager::runDue() {
    const double now = System::currentTime();
    const U64 limit = clock_->nextSequence();
    while (!stopping_.load() && runOne(now, limit)) {
+      ActivityLockAnchor::giveWay();
    }
 }
 
@@ -135,7 +137,7 @@ void ActivityManager::sleep() {
    timeout.tv_sec = static_cast<time_t>(seconds);
    timeout.tv_nsec = static_cast<long>((seconds - std::floor(seconds)) * 1e9);
 
-   // The one place where the loop gives up the lock: now SDK threads get in.
+   // However long it takes, SDK threads get in.
    ActivityLockAnchor::yieldWhile([&] { ppoll(polled.data(), polled.size(), &timeout, nullptr); });
 
    sleeping_.store(false);
@@ -144,6 +146,7 @@ void ActivityManager::sleep() {
    for (std::size_t i = 1; i < polled.size(); ++i) {
       if (polled[i].revents != 0) {
          serve(waiting[i], polled[i].fd, polled[i].revents);
+         ActivityLockAnchor::giveWay();
       }
    }
 }

@@ -45,8 +45,8 @@ class ActivityManager : public PtrInterface {
 
    const Ptr<Clock>& clock() const { return clock_; }
 
-   // Real time: runs clocks and descriptors until stop(). Holds the activity lock except while it sleeps. When a
-   // handler throws, the exception goes to the ring log and the loop goes on.
+   // Real time: runs clocks and descriptors until stop(). Holds the activity lock, but not while it sleeps, and gives way
+   // between two handlers. When a handler throws, the exception goes to the ring log and the loop goes on.
    void run();
    // The same, but also ends when `isOver`, which is asked after each turn, says so.
    void runUntil(const std::function<bool()>& isOver);
