@@ -380,7 +380,6 @@ void RawTable::write(const Key& key, const void* payload, double sampleTime) {
       i = slotFor(key);
    }
    nextGuess_ = i + 1;
-   prefetch(nextGuess_);
    // Not there under its key: made anew, or overwritten.
    const bool wasThere = slot(i).isHeadedBy(key, generations_[i]);
    // From the writer's own copy: a damaged slot must not make a generation step back.
@@ -390,13 +389,14 @@ void RawTable::write(const Key& key, const void* payload, double sampleTime) {
       highestGenerationIs(generation);
    }
    writeSlot(i, {key, {generation, sampleTime}, payload, layout_.size});
+   prefetch(nextGuess_);
    // After the record is whole: a reader that sees the new version must find the key.
    if (!wasThere) {
       header().directoryVersionInc();
    }
 }
 
-// Passes write records in one order, so the next one is asked for while this one is written.
+// Passes write records in one order, so the next one is asked for while there is other work to do.
 void RawTable::prefetch(SlotIndex i) const {
    if (i < capacity()) {
       Silo::prefetch(&index_.keyOf(i), sizeof(Key));
