@@ -30,7 +30,7 @@ using Silo::Interface::IntfCounters;
 
 constexpr unsigned ports = ZelId::PortIndex::invalid; // 456
 constexpr std::size_t portQueues = ZelCounter::IntfQueueCounters::queueLimit;
-constexpr int passesOfHistory = 460; // until its rings have turned once, and no sample is in memory of its own
+constexpr int passesOfHistory = 460; // until its rings have turned: the memory of samples is there by then
 constexpr unsigned burst = 8;
 static_assert(ports % burst == 0);
 constexpr std::size_t recordBytes = sizeof(IntfCounters);

@@ -47,7 +47,8 @@ void IntfQueueCounters::readingsAre(U16 devicePort, std::span<const QueueCounter
       read_ |= U32{1} << queue;
       const bool isPlain =
            begin == Vex::Begin::step && sent_[queue].isPlain(sent) && dropped_[queue].isPlain(dropped);
-      const auto [pkts, bytes] = isPlain ? sent_[queue].takePlain(sent) : sent_[queue].read(sent, begin).counts;
+      const auto [pkts, bytes] =
+           isPlain ? sent_[queue].takePlain(sent) : sent_[queue].read(sent, begin).counts;
       const auto [pktsDropped] =
            isPlain ? dropped_[queue].takePlain(dropped) : dropped_[queue].read(dropped, begin).counts;
       counter.pkts += pkts;

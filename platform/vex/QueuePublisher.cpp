@@ -141,8 +141,8 @@ bool QueuePublisher::takeQueue(Counted& counted, std::size_t queue, const VexTyp
    const std::array<U64, 2> sent{value.packets, value.bytes};
    const std::array<U64, 1> dropped{value.drops};
    QueueStatistics step;
-   const bool isPlain = begin == Begin::step && counted.sent[queue].isPlain(sent) &&
-                        counted.dropped[queue].isPlain(dropped);
+   const bool isPlain =
+        begin == Begin::step && counted.sent[queue].isPlain(sent) && counted.dropped[queue].isPlain(dropped);
    if (isPlain) {
       const auto [packets, bytes] = counted.sent[queue].takePlain(sent);
       step = {packets, bytes, counted.dropped[queue].takePlain(dropped)[0]};
