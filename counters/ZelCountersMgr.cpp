@@ -106,6 +106,7 @@ ZelCountersMgr::~ZelCountersMgr() {
 // First what starts requests, then the chips: their completions must find nobody. Then the services, which stop as the
 // manager lets go of them.
 void ZelCountersMgr::stop() {
+   const auto whole = Kiln::ActivityLockAnchor::lock(); // nested, so that nobody gets in while half of it is gone
    cliCallbackDel();
    countersMgrSmDel();
    readOnceMore();
@@ -356,6 +357,7 @@ void ZelCountersMgr::addChip(ZelId::ZelDevId devId, Kiln::String chipName,
       throw std::range_error("device id " + std::to_string(devId) + " is above " +
                              std::to_string(ZelId::maxDevices - 1));
    }
+   const auto self = heldSelf();
    // Not read once more: where another life of the chip begins already, the SDK answers for that one.
    deleteDevice(devId, false, chipName);
    if (systemStatus()->chipCapabilities(devProfile.chipTypeName).qosPolicyCounter) {
@@ -372,8 +374,8 @@ void ZelCountersMgr::addChip(ZelId::ZelDevId devId, Kiln::String chipName,
    Kiln::EventLog::instance().record(
         {.kind = Kiln::EventKind::chipCame, .where = chip->chipName(), .what = deviceText(devId)});
    try {
-      if (zelCountersL3IntfSm()) {
-         zelCountersL3IntfSm()->addDevice(devId, devProfile, zlPdIntf, zlResourceInfoIntf, chipStatus);
+      if (const Kiln::Ptr<ZelCountersL3IntfSm> l3IntfSm = zelCountersL3IntfSm()) {
+         l3IntfSm->addDevice(devId, devProfile, zlPdIntf, zlResourceInfoIntf, chipStatus);
       }
    } catch (...) {
       if (zelCounters(devId) == chip) {
@@ -385,6 +387,7 @@ void ZelCountersMgr::addChip(ZelId::ZelDevId devId, Kiln::String chipName,
 
 // The records of a chip go until it comes back; they stay if its successor has its name.
 void ZelCountersMgr::deleteDevice(ZelId::ZelDevId devId, bool isReadOnceMore, const Kiln::String& successor) {
+   const auto self = heldSelf();
    const Kiln::Ptr<ZelCounters> chip = zelCounters(devId); // held: what it hands over may lead here again
    if (!chip) {
       return;
@@ -405,11 +408,14 @@ void ZelCountersMgr::deleteDevice(ZelId::ZelDevId devId, bool isReadOnceMore, co
    zelCountersDel(devId);
    Kiln::EventLog::instance().record(
         {.kind = Kiln::EventKind::chipWent, .where = chip->chipName(), .what = deviceText(devId)});
-   if (zelCountersL3IntfSm()) {
+   if (const Kiln::Ptr<ZelCountersL3IntfSm> l3IntfSm = zelCountersL3IntfSm()) {
+      const Kiln::Ptr<ZelCountersL3Helper> helper = l3IntfSm->helper(devId);
       if (isReadOnceMore) {
-         zelCountersL3IntfSm()->readAllOnceMore();
+         l3IntfSm->readAllOnceMore(); // in slices: another chip may have come in the place of this one
       }
-      zelCountersL3IntfSm()->deleteDevice(devId);
+      if (l3IntfSm->helper(devId) == helper) {
+         l3IntfSm->deleteDevice(devId);
+      }
    }
 }
 
@@ -417,6 +423,7 @@ void ZelCountersMgr::deleteDevice(ZelId::ZelDevId devId, bool isReadOnceMore, co
 void ZelCountersMgr::deleteChip(Kiln::String chipName) {
    Kiln::ActivityLockAnchor::assertHeld();
    KILN_TRACE(1, "deleteChip " << chipName);
+   const auto self = heldSelf();
    // Names are the agent's and need not be unique. A snapshot of the keys, since the walk deletes.
    for (const ZelId::ZelDevId devId : zelCounters().keys()) {
       if (zelCounters(devId) && zelCounters(devId)->chipName() == chipName) {
@@ -426,10 +433,12 @@ void ZelCountersMgr::deleteChip(Kiln::String chipName) {
 }
 
 void ZelCountersMgr::requestHwCountersPolling() {
-   // A completion that comes inline may add or delete chips.
+   // A completion that comes inline, or while this gives way, may add or delete chips.
+   const auto self = heldSelf();
    for (const ZelId::ZelDevId devId : zelCounters().keys()) {
       if (const Kiln::Ptr<ZelCounters> chip = zelCounters(devId)) {
          chip->requestHwCountersPolling();
+         Kiln::ActivityLockAnchor::giveWay();
       }
    }
 }

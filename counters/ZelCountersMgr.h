@@ -49,13 +49,14 @@ class ZelCountersMgr : public Kiln::Entity, public ManagerAccess {
    ~ZelCountersMgr() override;
 
    // A chip came up. If its device id is in use, it takes that chip's place, as if the old one had been deleted first, but
-   // without its last reads. Throws std::range_error for a device id above 7. A chip that counts QoS-policy drops needs
+   // without its last reads. VLANs are enabled in slices: under a hold that is not nested, others may get in meanwhile. Throws std::range_error for a device id above 7. A chip that counts QoS-policy drops needs
    // their mount (assertion). After an exception there is no chip of that device id.
    void addChip(ZelId::ZelDevId devId, Kiln::String chipName, const ZelDriver::ZelDevProfile& devProfile,
                 U32 sessionId, Kiln::Ptr<ZlPd::ZlPdIntf> zlPdIntf,
                 Kiln::Ptr<ZlResourceInfo::ZlResourceInfoIntf> zlResourceInfoIntf,
                 Kiln::Ptr<const ZelSlice::ChipStatus> chipStatus);
-   // A chip went away. Removes every chip of that name; does nothing for an unknown one.
+   // A chip went away. Removes every chip of that name; does nothing for an unknown one. VLANs are read once more in
+   // slices, as in addChip.
    void deleteChip(Kiln::String chipName);
 
    // Starts the reads of every chip's ports, besides those of the clock. Syncs no table.

@@ -7,7 +7,8 @@
 
 namespace ZelMetrics {
 
-enum class Type : U8 { counter, gauge, info, stateset };
+// Of a histogram the columns' tails name the samples: "_bucket{le=...} ", "_count ", "_sum ".
+enum class Type : U8 { counter, gauge, info, stateset, histogram };
 
 struct Family {
    Collector collector = Collector::count; // count: those that every scrape has
@@ -123,6 +124,7 @@ inline constexpr std::array others{
    Description{Collector::health, Type::gauge, "zel_agent_dead_objects", "", "Objects of chips that are gone, kept for completions that are due or lost."},
    Description{Collector::health, Type::gauge, "zel_agent_lock_longest_hold_seconds", "", "The longest hold of the agent's activity lock."},
    Description{Collector::health, Type::gauge, "zel_agent_lock_longest_wait_seconds", "", "The longest wait for the agent's activity lock."},
+   Description{Collector::health, Type::histogram, "zel_agent_lock_hold_seconds", "le", "How long the agent's activity lock was held at a time."},
    Description{Collector::count, Type::gauge, "zel_agent_up", "", "Whether the writer of the shared tables lives."},
    Description{Collector::count, Type::info, "zel_build", "version", "The program that read the shared tables."},
    Description{Collector::count, Type::gauge, "zel_scrape_duration_seconds", "", "How long this scrape took."},

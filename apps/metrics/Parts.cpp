@@ -435,7 +435,8 @@ struct Chips : ByChip {
 
 // Of one record, without labels but the version's.
 struct Agent {
-   enum Gauges : std::size_t { info, started, deadObjects, hold, wait };
+   static constexpr std::size_t buckets = Tables::AgentHealth{}.holds.size();
+   enum Gauges : std::size_t { info, started, deadObjects, hold, wait, bucket, count = bucket + buckets, sum };
 
    static bool labels(const Silo::Key& key, String*) { return key.view() == Tables::agentKey; }
    static std::vector<Column> counters() { return {}; }
@@ -447,6 +448,12 @@ struct Agent {
       for (Column& column : columns) {
          column.tails.front().textIs(bareTail);
       }
+      const std::size_t holds = familyNamed("zel_agent_lock_hold_seconds");
+      for (const char* bound : {"1e-05", "0.0001", "0.001", "0.01", "0.1", "+Inf"}) {
+         columns.emplace_back(holds, String("_bucket{le=\"") + bound + "\"} ");
+      }
+      columns.emplace_back(holds, "_count ");
+      columns.emplace_back(holds, "_sum ");
       return columns;
    }
    static void tell(const Tables::AgentHealth& record, const Moment& moment, Samples* samples) {
@@ -461,6 +468,13 @@ struct Agent {
       samples->gaugeIs(deadObjects, integer(record.deadObjects));
       samples->gaugeIs(hold, finely(record.longestHold));
       samples->gaugeIs(wait, finely(record.longestWait));
+      U64 holds = 0;
+      for (std::size_t i = 0; i < buckets; ++i) {
+         holds += record.holds[i];
+         samples->gaugeIs(bucket + i, integer(holds)); // all that lasted no longer
+      }
+      samples->gaugeIs(count, integer(holds));
+      samples->gaugeIs(sum, finely(record.heldTime));
    }
 };
 

@@ -57,6 +57,8 @@ std::string_view typeName(Type type, Format format) {
          return type == Type::info ? "info" : "stateset";
       }
       break;
+   case Type::histogram:
+      return "histogram";
    case Type::gauge:
       break;
    }

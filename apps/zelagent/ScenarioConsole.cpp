@@ -6,6 +6,7 @@
 #include "agent/CommandSpool.h"
 #include "agent/LogCommand.h"
 #include "apps/zelagent/StatementForm.h"
+#include "counters/cli/HealthView.h"
 #include "kiln/ActivityLock.h"
 #include "kiln/ActivityManager.h"
 #include "kiln/Choices.h"
@@ -86,6 +87,7 @@ const ScenarioConsole::Statement ScenarioConsole::statements[] = {
      {"nat INTF", "prints its source-NAT record", &ScenarioConsole::nat},
      {"clear INTF", "published counts since the last clear restart at 0; INTF may be all",
       &ScenarioConsole::clear},
+     {"lock", "prints how long the activity lock was held, on the machine's clock", &ScenarioConsole::lock},
      {"log", "prints the operator log since the last log", &ScenarioConsole::log},
      {"ringlog", "prints the ring log", &ScenarioConsole::ringLog},
 };
@@ -495,6 +497,12 @@ void ScenarioConsole::setQueue(const Words& operands) {
    port.chip.queueIs(port.devicePort, number<unsigned>("QUEUE", operands[1], 0, 31),
                      {counterValue("PACKETS", operands[2]), counterValue("BYTES", operands[3])},
                      counterValue("DROPS", operands[4]));
+}
+
+void ScenarioConsole::lock(const Words& /*operands*/) {
+   for (const Kiln::String& line : ZelCounter::activityLockLines()) {
+      out_.write(line + "\n");
+   }
 }
 
 void ScenarioConsole::log(const Words& /*operands*/) {

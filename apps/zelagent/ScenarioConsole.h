@@ -71,6 +71,7 @@ class ScenarioConsole {
    void movePort(const Words& operands);
    void deletePort(const Words& operands);
    void speed(const Words& operands);
+   void lock(const Words& operands);
    void log(const Words& operands);
    void ringLog(const Words& operands);
 

@@ -8,6 +8,7 @@
 #include "kiln/Time.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 
 namespace ZelCounter {
@@ -45,7 +46,7 @@ Kiln::String nameOf(ZelCounters& chip, const ReadingKey& key) {
 
 Kiln::String milliseconds(double seconds) {
    char text[32];
-   std::snprintf(text, sizeof text, "%.1f ms", seconds * 1000);
+   std::snprintf(text, sizeof text, "%.3f ms", seconds * 1000);
    return text;
 }
 
@@ -55,12 +56,15 @@ std::vector<Kiln::String> processNotes() {
       notes.push_back(Kiln::counted(dead, "dead object") + " kept for completions that are due or lost");
    }
    if (!Kiln::System::timeSource()->isSimulated()) { // there, holds take no time that counts
-      const Kiln::ActivityLockAnchor::Statistics& lock = Kiln::ActivityLockAnchor::statistics();
-      notes.push_back("Activity lock: longest hold " + milliseconds(lock.longestHold) + " by " +
-                      lock.longestHolder + ", longest wait " + milliseconds(lock.longestWait) +
-                      (*lock.longestWaiter != 0 ? Kiln::String(" by ") + lock.longestWaiter : ""));
+      const auto lines = activityLockLines();
+      notes.insert(notes.end(), lines.begin(), lines.end());
    }
    return notes;
+}
+
+Kiln::String bound(double seconds) {
+   const auto microseconds = static_cast<U64>(std::llround(seconds * 1e6));
+   return microseconds < 1000 ? std::to_string(microseconds) + " us" : std::to_string(microseconds / 1000) + " ms";
 }
 
 void addEvent(TableView* table, const Kiln::String& chipName, const Kiln::String& what,
@@ -74,6 +78,19 @@ void addEvent(TableView* table, const Kiln::String& chipName, const Kiln::String
 }
 
 } // namespace
+
+std::vector<Kiln::String> activityLockLines() {
+   const Kiln::ActivityLockAnchor::Statistics& lock = Kiln::ActivityLockAnchor::statistics();
+   const auto& bounds = Kiln::ActivityLockAnchor::holdBounds;
+   Kiln::String holds = "Activity lock: holds";
+   for (std::size_t i = 0; i < bounds.size(); ++i) {
+      holds += (i == 0 ? " " : ", ") + std::to_string(lock.holds[i]) + " up to " + bound(bounds[i]);
+   }
+   return {"Activity lock: longest hold " + milliseconds(lock.longestHold) + " by " + lock.longestHolder +
+                ", longest wait " + milliseconds(lock.longestWait) +
+                (*lock.longestWaiter != 0 ? Kiln::String(" by ") + lock.longestWaiter : ""),
+           holds + ", " + std::to_string(lock.holds.back()) + " longer"};
+}
 
 TableView healthView(ZelCounters& chip, const ManagerAccess& mgr, bool isFirst) {
    TableView table{"Health of chip " + chip.chipName(),

@@ -10,4 +10,7 @@ namespace ZelCounter {
 // intervals, so that what is told of them says which ones are in trouble. With `isFirst` notes tell of the whole process.
 TableView healthView(ZelCounters& chip, const ManagerAccess& mgr, bool isFirst);
 
+// How long the activity lock was held and waited for, one sentence a line. On the machine's clock, whatever the time source.
+std::vector<Kiln::String> activityLockLines();
+
 } // namespace ZelCounter

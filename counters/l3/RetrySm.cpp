@@ -2,6 +2,7 @@
 #include "counters/l3/RetrySm.h"
 
 #include "counters/l3/ForEachThenThrow.h"
+#include "kiln/ActivityLock.h"
 #include "kiln/Assert.h"
 #include "kiln/RingLog.h"
 #include "kiln/Time.h"
@@ -54,6 +55,7 @@ void ZelCountersL3Helper::RetrySm::retryPendingVlan() {
    if (clock_) {
       clock_->timeMinIs(Kiln::never); // also when this was called before the expiry
    }
+   const auto self = heldSelf(); // its timer must not end in its own expiry
    helper_->retryPendingVlan();
 }
 
@@ -68,10 +70,16 @@ void ZelCountersL3Helper::RetrySm::handleChipStatus() {
    if (state != ZelSlice::chipStateUp) {
       return;
    }
-   // When one throws, its mark stays: it is tried again when the chip comes up the next time.
-   forEachThenThrow(helper_->deferredDel().keys(),
-                    [this](Bridging::VlanId vlan) { helper_->disableSviStats(vlan); });
-   helper_->deferredDelDelAll();
+   // In slices, over what was deferred when the chip came up. Meanwhile the helper may stop, the chip may go down again,
+   // which defers the rest anew, and VLANs may come back or be deferred: what they became then holds. When one throws,
+   // its mark stays: it is tried again when the chip comes up the next time.
+   const auto self = heldSelf();
+   forEachThenThrow(helper_->deferredDel().keys(), [this](Bridging::VlanId vlan) {
+      if (helper_ != nullptr && helper_->deferredDel(vlan)) {
+         helper_->disableSviStats(vlan);
+         Kiln::ActivityLockAnchor::giveWay("handleChipStatus");
+      }
+   });
    startTimer(); // even if nothing was deferred: VLANs may be pending since before the chip went down
 }
 

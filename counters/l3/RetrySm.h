@@ -38,7 +38,8 @@ class ZelCountersL3Helper::RetrySm : public Kiln::Entity {
    double timeMin() const { return clock_ ? clock_->timeMin() : Kiln::never; }
    // The timer expired.
    void retryPendingVlan();
-   // The chip's state changed: when it is up, carries out the deferred removals. Asserts that there is a chip status.
+   // The chip's state changed: when it is up, carries out the deferred removals, in slices: may give way. Asserts that
+   // there is a chip status.
    void handleChipStatus();
 
    // Seconds from arming to expiry; taken up when the timer is armed next. Throws std::range_error unless positive and

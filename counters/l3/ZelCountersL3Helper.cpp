@@ -4,6 +4,7 @@
 #include "counters/chip/ZelCountersLog.h"
 #include "counters/l3/ForEachThenThrow.h"
 #include "counters/l3/RetrySm.h"
+#include "kiln/ActivityLock.h"
 #include "kiln/ActivityManager.h"
 #include "kiln/Assert.h"
 #include "kiln/RingLog.h"
@@ -202,6 +203,7 @@ void ZelCountersL3Helper::disableSviStats(Bridging::VlanId vlan) {
    KILN_RINGLOG_TRACE(9, "Disable Vlan " << vlan);
    const Kiln::Ptr<SviCounterMatchSpec> spec = matchSpec(vlan);
    if (!spec) {
+      deferredDelDel(vlan);
       updatePendingVlan(vlan, false); // it may have waited for room
       return;
    }
@@ -318,21 +320,29 @@ void ZelCountersL3Helper::retryPendingVlan() {
       return;
    }
    KILN_TRACE(9, "Retrying pending " << pendingVlan().size() << " vlans");
-   forEachThenThrow(pendingVlan().keys(), [this](Bridging::VlanId vlan) { enableSviStats(vlan); });
+   // In slices: the helper may stop meanwhile, and a VLAN that was given up or got its entries wins.
+   const auto self = heldSelf();
+   forEachThenThrow(pendingVlan().keys(), [this](Bridging::VlanId vlan) {
+      if (initialized() && pendingVlan(vlan)) {
+         enableSviStats(vlan);
+         Kiln::ActivityLockAnchor::giveWay("retryPendingVlan");
+      }
+   });
 }
 
-void ZelCountersL3Helper::retryDeletions() {
+bool ZelCountersL3Helper::retryDeletions() {
    if (chipStatus() && chipStatus()->state() != ZelSlice::chipStateUp) {
-      return;
+      return false;
    }
-   ingL2DomainCountTable_->retryDeletions();
-   egrL2DomainCountTable_->retryDeletions();
+   const bool isMoreIngress = ingL2DomainCountTable_->retryDeletions();
+   const bool isMoreEgress = egrL2DomainCountTable_->retryDeletions();
    // Also those that went when a VLAN was added meanwhile.
    const U64 lateDeletions =
         ingL2DomainCountTable_->lateDeletions() + egrL2DomainCountTable_->lateDeletions();
    if (std::exchange(lateDeletions_, lateDeletions) != lateDeletions && retrySm_) {
       retrySm_->startTimer();
    }
+   return isMoreIngress || isMoreEgress;
 }
 
 } // namespace ZelCounter

@@ -62,11 +62,11 @@ class ZelCountersL3Helper : public Kiln::Entity {
    // Called with the VLAN before its entries are removed, so that they can be read once more.
    using BeforeRemoval = std::function<void(Bridging::VlanId)>;
    void beforeRemovalIs(BeforeRemoval beforeRemoval) { beforeRemoval_ = std::move(beforeRemoval); }
-   // Tries every pending VLAN again.
+   // Tries every pending VLAN again, in slices: may give way.
    void retryPendingVlan();
-   // Tries again to delete the entries that the chip refused to delete, if it is up. For the VLAN they are gone; in the
-   // chip they still take the room that a pending VLAN may wait for.
-   void retryDeletions();
+   // Tries again to delete some of the entries that the chip refused to delete, if it is up. For the VLAN they are gone;
+   // in the chip they still take the room that a pending VLAN may wait for. True if it is worth while to go on at once.
+   bool retryDeletions();
    // The chip, or its counting, goes: asks the chip for nothing more, and nobody waits for room any more. Whoever has
    // the helper may keep it.
    void stop();

@@ -3,6 +3,7 @@
 
 #include "counters/chip/Guarded.h"
 #include "counters/l3/ForEachThenThrow.h"
+#include "kiln/ActivityLock.h"
 #include "kiln/ActivityManager.h"
 #include "kiln/Assert.h"
 #include "kiln/RingLog.h"
@@ -180,7 +181,16 @@ void ZelCountersL3IntfSm::addDevice(ZelId::ZelDevId devId, const ZelDriver::ZelD
    }
    const Kiln::Ptr<ZelCountersL3Helper> helper =
         helperIs(devId, devProfile, systemStatus_, zlPdIntf, zlResourceInfoIntf, chipStatus);
-   forEachThenThrow(l3IntfToVid(), [&](const auto& entry) { helper->enableSviStats(entry.second); });
+   // In slices: the chip may go meanwhile, or another one may come in its place. An interface that comes is enabled by
+   // addIntf, on this chip too; one that goes is found absent.
+   const auto self = heldSelf();
+   forEachThenThrow(l3IntfToVid().keys(), [&](const Pelt::IntfId& intf) {
+      const Bridging::VlanId* const vlan = l3IntfToVid().find(intf);
+      if (vlan != nullptr && this->helper(devId) == helper) {
+         helper->enableSviStats(*vlan);
+         Kiln::ActivityLockAnchor::giveWay("addDevice");
+      }
+   });
 }
 
 const Kiln::Ptr<ZelCountersL3Helper>&
@@ -216,9 +226,14 @@ void ZelCountersL3IntfSm::deleteDevice(ZelId::ZelDevId devId) {
    helperDel(devId); // its entries are not deleted one by one: they went with the chip
 }
 
+// In slices: interfaces that come meanwhile have nothing to be read, and those that go were read once more by that.
 void ZelCountersL3IntfSm::readAllOnceMore() {
-   for (const auto& [intf, vlan] : l3IntfToVid()) {
-      readOnceMore(intf, vlan);
+   const auto self = heldSelf();
+   for (const Pelt::IntfId& intf : l3IntfToVid().keys()) {
+      if (const Bridging::VlanId* const vlan = l3IntfToVid().find(intf)) {
+         readOnceMore(intf, *vlan);
+         Kiln::ActivityLockAnchor::giveWay();
+      }
    }
 }
 
@@ -337,21 +352,58 @@ void ZelCountersL3IntfSm::RoutedPortCounterSm::stop() {
 }
 
 void ZelCountersL3IntfSm::RoutedPortCounterSm::updateRoutedPortCounters() {
+   // In slices: chips and interfaces may come and go meanwhile, and so may this.
+   const auto self = heldSelf();
+   retryDeletions();
+   readAll();
+   if (l3IntfSm_ != nullptr) {
+      // From the end of the pass, with no catching up: a long pass must not leave the thread nothing else to do.
+      clock_.timeMinIs(Kiln::System::currentTime() + routedPortTimerDelay());
+   }
+}
+
+void ZelCountersL3IntfSm::RoutedPortCounterSm::retryDeletions() {
    if (l3IntfSm_ == nullptr) {
       return;
    }
-   for (const auto& entry : l3IntfSm_->helper()) {
-      guarded("deleting counter entries", [&] { entry.second->retryDeletions(); });
+   Kiln::forEachKey(l3IntfSm_->helper(), [this](ZelId::ZelDevId devId) {
+      bool isMore = true;
+      while (isMore) {
+         const Kiln::Ptr<ZelCountersL3Helper> helper = l3IntfSm_ != nullptr ? l3IntfSm_->helper(devId) : nullptr;
+         isMore = false;
+         guarded("deleting counter entries", [&] { isMore = helper && helper->retryDeletions(); });
+         giveWay();
+      }
+   });
+}
+
+void ZelCountersL3IntfSm::RoutedPortCounterSm::readAll() {
+   if (l3IntfSm_ == nullptr) {
+      return;
+   }
+   intfs_.clear(); // not keys(), which would allocate with each pass
+   for (const auto& entry : l3IntfSm_->l3IntfToVid()) {
+      intfs_.push_back(entry.first);
    }
    // Thrown away: what matters is the NAT record that each read refreshes.
    packets_and_bytes rx;
    packets_and_bytes tx;
-   for (const auto& entry : l3IntfSm_->l3IntfToVid()) {
-      guarded("reading an L3 interface",
-              [&] { l3IntfSm_->readIntf(entry.first, entry.second, &rx, &tx, nullptr); });
+   for (const Pelt::IntfId& intf : intfs_) {
+      if (l3IntfSm_ == nullptr) {
+         return;
+      }
+      if (const Bridging::VlanId* const vlan = l3IntfSm_->l3IntfToVid().find(intf)) {
+         guarded("reading an L3 interface", [&] { l3IntfSm_->readIntf(intf, *vlan, &rx, &tx, nullptr); });
+      }
+      giveWay();
    }
-   // From the end of the pass, with no catching up: a long pass must not leave the thread nothing else to do.
-   clock_.timeMinIs(Kiln::System::currentTime() + routedPortTimerDelay());
+}
+
+// The first pass is made by the constructor, whose object nobody can hold yet: it is not interrupted.
+void ZelCountersL3IntfSm::RoutedPortCounterSm::giveWay() const {
+   if (initialized()) {
+      Kiln::ActivityLockAnchor::giveWay("updateRoutedPortCounters");
+   }
 }
 
 ZelVlanIntfSm::ZelVlanIntfSm(Kiln::Ptr<Vex::VexCommonSmData> vexCommonSmData,

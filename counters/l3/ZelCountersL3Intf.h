@@ -36,7 +36,7 @@ class ZelCountersL3IntfSm : public Kiln::Entity {
    void stop();
 
    // A chip came: it counts the VLANs of all interfaces, if it can count VLANs at all. A chip that had the device id
-   // before goes.
+   // before goes. In slices: may give way.
    void addDevice(ZelId::ZelDevId devId, const ZelDriver::ZelDevProfile& devProfile,
                   const Kiln::Ptr<ZlPd::ZlPdIntf>& zlPdIntf,
                   const Kiln::Ptr<ZlResourceInfo::ZlResourceInfoIntf>& zlResourceInfoIntf,
@@ -50,7 +50,7 @@ class ZelCountersL3IntfSm : public Kiln::Entity {
    void readOnceMoreIs(ReadOnceMore readOnceMore) { readOnceMore_ = std::move(readOnceMore); }
    // Removes the source-NAT records that an earlier process published, of interfaces that are not there.
    void forgetAbsentInterfaces();
-   // Reads every interface once more: the agent ends, or a chip goes.
+   // Reads every interface once more: the agent ends, or a chip goes. In slices: may give way.
    void readAllOnceMore();
 
    // The interface's totals over all chips; what came in includes what was source-translated. Refreshes the interface's
@@ -122,7 +122,8 @@ class ZelCountersL3IntfSm : public Kiln::Entity {
    Vex::PublishErrors publishErrors_;
 };
 
-// Refreshes the NAT record of every L3 interface: when it is made, and then one delay after each pass.
+// Refreshes the NAT record of every L3 interface: when it is made, and then one delay after each pass. Passes are made in
+// slices.
 class ZelCountersL3IntfSm::RoutedPortCounterSm : public Kiln::Entity {
  public:
    // Owned by the L3 interface reactor, which stops it before its own end.
@@ -138,7 +139,12 @@ class ZelCountersL3IntfSm::RoutedPortCounterSm : public Kiln::Entity {
    KILN_ATTRIBUTE(bool, initialized, false)
 
  private:
-   ZelCountersL3IntfSm* l3IntfSm_; // owns this; null once stopped
+   void retryDeletions();
+   void readAll();
+   void giveWay() const;
+
+   ZelCountersL3IntfSm* l3IntfSm_;     // owns this; null once stopped
+   std::vector<Pelt::IntfId> intfs_; // of the pass
    Kiln::Timer<RoutedPortCounterSm> clock_;
 };
 

@@ -33,6 +33,9 @@ Silo::Interface::AgentHealth agentHealth() {
       const Kiln::ActivityLockAnchor::Statistics& lock = Kiln::ActivityLockAnchor::statistics();
       health.longestHold = lock.longestHold;
       health.longestWait = lock.longestWait;
+      health.heldTime = lock.held;
+      static_assert(health.holdBounds == Kiln::ActivityLockAnchor::holdBounds);
+      health.holds = lock.holds;
    }
    return health;
 }

@@ -220,7 +220,13 @@ void take(const Tables::AgentHealth& record, Row* row) {
    row->times = {{"started", record.startedTime}};
    row->totals = {{"dead-objects", record.deadObjects},
                   {"longest-hold-us", static_cast<std::uint64_t>(std::llround(record.longestHold * 1e6))},
-                  {"longest-wait-us", static_cast<std::uint64_t>(std::llround(record.longestWait * 1e6))}};
+                  {"longest-wait-us", static_cast<std::uint64_t>(std::llround(record.longestWait * 1e6))},
+                  {"held-us", static_cast<std::uint64_t>(std::llround(record.heldTime * 1e6))}};
+   for (std::size_t i = 0; i < record.holds.size(); ++i) {
+      const bool isLast = i == record.holdBounds.size();
+      const std::string bound = isLast ? "longer" : std::to_string(std::llround(record.holdBounds[i] * 1e6)) + "-us";
+      row->totals.push_back({"holds-" + bound, record.holds[i]});
+   }
 }
 
 // Reads the whole table, or one record. No call of a TableReader waits longer than about 50 ms, and none for a dead

@@ -220,9 +220,11 @@ def read_place(payload):
 
 
 def read_agent(payload):
-    version, started, _, dead, hold, wait = struct.unpack_from("=32s2dQ2d", payload)
-    return Record({"dead-objects": dead, "longest-hold-us": int(hold * 1e6 + 0.5),
-                   "longest-wait-us": int(wait * 1e6 + 0.5)}, {"started": started},
+    version, started, _, dead, *times = struct.unpack_from("=32s2dQ3d", payload)
+    microseconds = (int(time * 1e6 + 0.5) for time in times)
+    bounds = [f"holds-{10 ** i}-us" for i in range(1, 6)] + ["holds-longer"]
+    return Record({"dead-objects": dead, **dict(zip(["longest-hold-us", "longest-wait-us", "held-us"], microseconds)),
+                   **dict(zip(bounds, struct.unpack_from("=6Q", payload, 80)))}, {"started": started},
                   {"version": printable(version.split(b"\0")[0])})
 
 
@@ -269,7 +271,7 @@ TABLES = {"IntfCounters": INTF, "IntfClearCounters": INTF, "IntfQueueCounters": 
                                      "pipes"),
           "PipeTmCounters": Layout("PipeTmCounters", 1, 424, read_tm, "pipes"),
           "ChipHealth": Layout("ChipHealth", 1, 288, read_health, "chips"),
-          "AgentHealth": Layout("AgentHealth", 1, 72, read_agent, "agents"),
+          "AgentHealth": Layout("AgentHealth", 2, 128, read_agent, "agents"),
           "Events": Layout("Event", 1, 488, Event)}
 HISTORIES = {"IntfHistory": Layout("IntfHistory", 1, 72), "IntfQueueHistory": Layout("IntfQueueHistory", 1, 192)}
 

@@ -63,7 +63,8 @@ class ActivityLockAnchor {
    static bool giveWay(const char* who = __builtin_FUNCTION());
    // Whether giveWay() would end the hold now: for who has to tidy up first, as by ending a read of the chip's tables.
    static bool isSliceOver() noexcept;
-   // How long a slice lasts: seconds. 0 ends one at each opportunity, for tests.
+   // How long a slice lasts: seconds. 0 ends one at each opportunity, for tests; otherwise none ends in simulated time,
+   // where holds take no time that counts.
    static void sliceIs(double seconds) noexcept;
    static constexpr double defaultSlice = 200e-6;
 
@@ -82,6 +83,8 @@ class ActivityLockAnchor {
    };
    // Under the lock.
    static const Statistics& statistics() noexcept;
+   // Forgets what was so far, as when a program has started; the present hold begins anew, too. Under the lock.
+   static void statisticsDel() noexcept;
 
  private:
    struct Yield {

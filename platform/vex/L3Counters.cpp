@@ -1,6 +1,7 @@
 // Reads and publishes the counters of L3 interfaces.
 #include "vex/L3Counters.h"
 
+#include "kiln/ActivityLock.h"
 #include "kiln/Time.h"
 #include "vex/BreakEvents.h"
 
@@ -109,6 +110,7 @@ void L3Counters::allDueIs() {
    }
 }
 
+// In slices: what is still due when one is over is read in the next turn. Whoever gets in meanwhile finds it due.
 void L3Counters::handleEndOfTurn() {
    for (auto& [intf, counted] : intfs_) {
       if (!counted.isDue) {
@@ -117,6 +119,10 @@ void L3Counters::handleEndOfTurn() {
       // Before the read, which may fail: an interface that the table refuses is tried again when it is due again.
       counted.isDue = false;
       tryUpdate(intf, counted);
+      if (Kiln::ActivityLockAnchor::isSliceOver()) {
+         arm();
+         return;
+      }
    }
 }
 

@@ -12,8 +12,8 @@
 namespace Vex {
 
 // Part of a reactor. Interfaces are marked due, any number of times, and are read once at the end of this turn of the
-// loop: a pass marks them for each chip, and each read sums over all chips. Activity thread; allocates only for a new
-// interface.
+// loop, or in the next ones if they are many: a pass marks them for each chip, and each read sums over all chips. Activity
+// thread; allocates only for a new interface.
 class L3Counters {
  public:
    // Fills the first record; the second one is the previous. False if the interface has no counters.

@@ -145,7 +145,9 @@ struct ChipHealth : PlacedCounters<5, 1> {
 // The agent as a whole.
 struct AgentHealth {
    static constexpr std::string_view layoutName = "AgentHealth";
-   static constexpr U32 layoutVersion = 1;
+   static constexpr U32 layoutVersion = 2;
+   // Upper bounds of what `holds` counts: seconds. The last count has none.
+   static constexpr std::array holdBounds{10e-6, 100e-6, 1e-3, 10e-3, 100e-3};
 
    std::array<char, 32> version{}; // NUL-terminated
    double startedTime = 0;         // by the table's clock
@@ -153,6 +155,8 @@ struct AgentHealth {
    U64 deadObjects = 0;            // kept for completions that are due or lost
    double longestHold = 0;         // of the activity lock, seconds; 0 in simulated time
    double longestWait = 0;         // for it, the same
+   double heldTime = 0;            // all holds together, the same
+   std::array<U64, holdBounds.size() + 1> holds{}; // by duration
 };
 
 } // namespace Silo::Interface

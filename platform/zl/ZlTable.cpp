@@ -17,6 +17,7 @@ constexpr U32 statusObjectNotFound = 6;
 // After so many refusals a round of deletions ends, and the next one goes on where it ended: a chip that refuses
 // thousands must not be asked for all of them at each addition.
 constexpr unsigned refusalsPerRound = 8;
+constexpr std::size_t triesPerRound = 64; // a slice of the lock's time
 
 // Asserts within the initializers, since they follow the pointers before the constructor's body could.
 template <class T>
@@ -98,9 +99,10 @@ void CountTable::remove(U32 key) {
    tryDeletion(key, handle);
 }
 
-void CountTable::retryDeletions() {
+bool CountTable::retryDeletions() {
    unsigned refusals = 0;
-   for (std::size_t left = refused_.size(); left > 0 && refusals < refusalsPerRound; --left) {
+   const std::size_t tries = std::min(refused_.size(), triesPerRound);
+   for (std::size_t left = tries; left > 0 && refusals < refusalsPerRound; --left) {
       const auto [key, handle] = *refused_.begin();
       forgetLeftover(key);
       if (tryDeletion(key, handle)) {
@@ -109,6 +111,7 @@ void CountTable::retryDeletions() {
          ++refusals;
       }
    }
+   return refusals == 0 && !refused_.empty();
 }
 
 bool CountTable::tryDeletion(U32 key, U32 handle) {

@@ -72,8 +72,8 @@ class CountTable : public Kiln::PtrInterface {
    const Kiln::String& tableName() const { return tableName_; }
    U32 size() const { return status_.entries; }
 
-   // Tries again to delete what the chip refused to.
-   void retryDeletions();
+   // Tries again to delete some of what the chip refused to. True if all of these are gone and there are more.
+   bool retryDeletions();
    // How many entries a later try has deleted, or found gone: each made room.
    U64 lateDeletions() const { return lateDeletions_; }
 

@@ -278,6 +278,8 @@ class ChipRecords : public Exposition {
       agent_.record.startedUnixTime = createdUnixTime;
       agent_.record.deadObjects = 4;
       agent_.record.longestHold = 0.001234;
+      agent_.record.heldTime = 2.5;
+      agent_.record.holds = {100, 20, 3, 0, 0, 1};
    }
    void publish() {
       ports_.publish("Ethernet1");
@@ -375,6 +377,12 @@ TEST_F(ChipRecords, AreToldWholeByPlace) {
    EXPECT_EQ(metrics.value("zel_agent_started_timestamp_seconds"), createdText);
    EXPECT_EQ(metrics.value("zel_agent_dead_objects"), "4");
    EXPECT_EQ(metrics.value("zel_agent_lock_longest_hold_seconds"), "0.001234");
+   const char* const holds = "zel_agent_lock_hold_seconds";
+   EXPECT_EQ(metrics.value(String(holds) + "_bucket", {{"le", "0.0001"}}), "120");
+   EXPECT_EQ(metrics.value(String(holds) + "_bucket", {{"le", "0.1"}}), "123");
+   EXPECT_EQ(metrics.value(String(holds) + "_bucket", {{"le", "+Inf"}}), "124");
+   EXPECT_EQ(metrics.value(String(holds) + "_count"), "124");
+   EXPECT_EQ(metrics.value(String(holds) + "_sum"), "2.500000");
 }
 
 TEST_F(ChipRecords, BothFormatsTellTheSameAndACheckerHasNothingToSay) {
@@ -560,8 +568,8 @@ TEST(Families, AreListedInTheReference) {
    }
    std::vector<String> rows;
    for (const ZelMetrics::Family& family : ZelMetrics::families) {
-      constexpr std::array types{"counter", "gauge", "info", "stateset"};
-      constexpr std::array suffixes{"_total", "", "_info", ""};
+      constexpr std::array types{"counter", "gauge", "info", "stateset", "histogram"};
+      constexpr std::array suffixes{"_total", "", "_info", "", ""};
       const auto type = static_cast<std::size_t>(family.type);
       const auto collector = static_cast<std::size_t>(family.collector);
       rows.push_back("| `" + String(family.name.view()) + suffixes[type] + "` | " + types[type] + " | " +

@@ -137,6 +137,10 @@ class Reader {
          line.need(value == "1" && family.unit.empty(), "no info");
       } else if (family.type == "stateset") {
          line.need(labels.contains(current_) && (value == "0" || value == "1"), "no state");
+      } else if (family.type == "histogram") {
+         line.need(name == current_ + (labels.contains("le") ? "_bucket" : name.ends_with("_sum") ? "_sum" : "_count"),
+                   "no part of a histogram");
+         return;
       } else {
          line.need(family.type == "gauge", "no such type");
       }

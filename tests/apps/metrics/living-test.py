@@ -116,6 +116,7 @@ with tempfile.TemporaryDirectory() as folder:
                     told = {key.split("{")[0] for key in samples(run("metrics", "openmetrics"))}
                 except subprocess.CalledProcessError:
                     return families  # there is no folder yet
+                told |= {name.removesuffix("_count") for name in told}  # a histogram's
                 return [family for family in families if family not in told]
 
             # The last statement is one that is refused.

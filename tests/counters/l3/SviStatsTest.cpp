@@ -141,6 +141,28 @@ TEST_F(SviStats, ANewRetryReactorTakesTheFormersPlace) {
    EXPECT_EQ(state(10), "programmed");
 }
 
+TEST_F(SviStats, AVlanThatComesBackWhileOthersAreRemovedKeepsItsEntries) {
+   makeHelper(plainChip);
+   for (const U16 vlan : {U16{10}, U16{11}, U16{12}}) {
+      helper->enableSviStats(VlanId(vlan));
+   }
+   chipStatus[0]->stateIs(5);
+   for (const U16 vlan : {U16{10}, U16{11}, U16{12}}) {
+      helper->disableSviStats(VlanId(vlan));
+   }
+   helper->beforeRemovalIs([this](VlanId vlan) {
+      if (vlan == VlanId(10)) {
+         helper->enableSviStats(VlanId(11));
+         chipStatus[0]->stateIs(5);
+      }
+   });
+   chipStatus[0]->stateIs(8);
+   EXPECT_EQ(state(10), "");
+   EXPECT_EQ(state(11), "programmed");
+   EXPECT_EQ(state(12), "programmed, removal deferred") << "the chip went down again";
+   EXPECT_EQ(ingress(), 2U);
+}
+
 TEST_F(SviStats, ARefusedDeletionIsTriedAgainBeforeTheNextEntry) {
    makeHelper(plainChip);
    chip(0).capacityIs("ingL2DomainCount", 1);

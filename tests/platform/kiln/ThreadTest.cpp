@@ -93,6 +93,54 @@ TEST(ActivityLock, IsGivenUpWhileYieldingAndTakenBackEvenByAnException) {
    EXPECT_TRUE(ActivityLockAnchor::isHeldByThisThread());
 }
 
+// Ends a slice at each opportunity.
+struct NoSlices {
+   NoSlices() { ActivityLockAnchor::sliceIs(0); }
+   NoSlices(const NoSlices&) = delete;
+   NoSlices& operator=(const NoSlices&) = delete;
+   ~NoSlices() { ActivityLockAnchor::sliceIs(ActivityLockAnchor::defaultSlice); }
+};
+
+TEST(ActivityLock, GivesWayToWhoWaitsAndSaysSo) {
+   const NoSlices noSlices;
+   const auto lock = ActivityLockAnchor::lock();
+   EXPECT_FALSE(ActivityLockAnchor::giveWay()) << "nobody waits";
+   bool entered = false;
+   std::thread other([&] {
+      const auto others = ActivityLockAnchor::lock();
+      entered = true;
+   });
+   while (!ActivityLockAnchor::giveWay()) {
+   }
+   EXPECT_TRUE(entered);
+   EXPECT_TRUE(ActivityLockAnchor::isHeldByThisThread());
+   other.join();
+}
+
+TEST(ActivityLock, GivesWayOnlyWhereItsOneHolderExpectsIt) {
+   const NoSlices noSlices;
+   EXPECT_FALSE(ActivityLockAnchor::isSliceOver()) << "without the lock";
+   const auto outer = ActivityLockAnchor::lock();
+   EXPECT_TRUE(ActivityLockAnchor::isSliceOver());
+   const U64 holds = ActivityLockAnchor::statistics().holds[0];
+   const auto inner = ActivityLockAnchor::lock();
+   EXPECT_FALSE(ActivityLockAnchor::isSliceOver()) << "under a nested hold";
+   EXPECT_FALSE(ActivityLockAnchor::giveWay());
+   EXPECT_EQ(ActivityLockAnchor::statistics().holds[0], holds);
+}
+
+TEST(ActivityLock, CountsItsHoldsByTheirLength) {
+   const auto before = ActivityLockAnchor::statistics();
+   { const auto lock = ActivityLockAnchor::lock(); }
+   const auto after = ActivityLockAnchor::statistics();
+   U64 holds = 0;
+   for (std::size_t i = 0; i < after.holds.size(); ++i) {
+      holds += after.holds[i] - before.holds[i];
+   }
+   EXPECT_EQ(holds, 1U);
+   EXPECT_GT(after.held, before.held);
+}
+
 // Runs something in the loop.
 struct Alarm : Kiln::Clock::Notifiee {
    Alarm(const Ptr<Kiln::ActivityManager>& manager, double delay, std::function<void()> handler)
