@@ -4,6 +4,7 @@
 #include "counters/chip/CounterTableNames.h"
 #include "counters/chip/Guarded.h"
 #include "counters/chip/SdkStatus.h"
+#include "counters/chip/Slices.h"
 #include "counters/chip/ZelCountersLog.h"
 #include "counters/chip/ZelCountersTrace.h"
 #include "counters/mac/FakeCounter.h"
@@ -93,17 +94,7 @@ ZelCounters::ZelCounters(Context context)
        tables_(*this,
                [this](ShowOutput& out, const auto& info, ZelId::ZelPipeId pipe,
                       TableCounters::ClearStage stage) {
-                  const bool isBefore = stage == TableCounters::ClearStage::before;
-                  if (isBefore) {
-                     portDrops_.readOnceMore(out, info, pipe);
-                  } else {
-                     portDrops_.tableWritten(info, pipe);
-                  }
-                  if (chipPublishingSm_ && isBefore) {
-                     chipPublishingSm_->readOnceMore(info, pipe);
-                  } else if (chipPublishingSm_) {
-                     chipPublishingSm_->tableWritten(info, pipe);
-                  }
+                  return handleTableClear(out, info, pipe, stage == TableCounters::ClearStage::before);
                }),
        pdp_(*this), queues_(*this, context_.vexCountersSm) {
    // Before anything asks the SDK, whose completion may come inline.
@@ -142,7 +133,7 @@ Kiln::Ptr<ZelCounters> zelCountersFactory(ZelCounters::Context context) {
 
 // In a simulation's clean-up the SDK may be half gone.
 void ZelCounters::readOnceMore() {
-   if (stopped_ || !initialized() || isReadingOnceMore_ || isCleanedUp()) {
+   if (isStopped() || !initialized() || isReadingOnceMore_ || isCleanedUp()) {
       return;
    }
    isReadingOnceMore_ = true; // a watcher of what is handed over may take the chip away itself
@@ -159,10 +150,10 @@ void ZelCounters::readOnceMore() {
 }
 
 void ZelCounters::stop() {
-   if (stopped_) {
+   if (isStopped()) {
       return;
    }
-   stopped_ = true;
+   stoppedIs(true);
    // Completions first, then what makes requests: from here on neither a callback nor a clock finds this chip.
    registry().retire(this);
    if (hwTableCountersSm_) {
@@ -186,6 +177,22 @@ void ZelCounters::handleSyncPass() {
    if (chipPublishingSm_) {
       chipPublishingSm_->handleSyncPass();
    }
+}
+
+// Views and what is published keep counts of the same tables.
+U32 ZelCounters::handleTableClear(ShowOutput& out, const ZlResourceInfo::ZlTableCounter& info,
+                                  ZelId::ZelPipeId pipe, bool isBefore) {
+   if (isBefore) {
+      portDrops_.readOnceMore(out, info, pipe);
+   } else {
+      portDrops_.tableWritten(info, pipe);
+   }
+   if (chipPublishingSm_ && isBefore) {
+      chipPublishingSm_->readOnceMore(info, pipe);
+   } else if (chipPublishingSm_) {
+      chipPublishingSm_->tableWritten(info, pipe);
+   }
+   return PortDrops::entriesOf(info);
 }
 
 void ZelCounters::initializePerPipeCounters() {
@@ -251,7 +258,7 @@ void ZelCounters::requestHwCountersPolling() {
       const bool isAsBefore = systemStatus()->portInfoVersion() == portsVersion;
       const ZelSystem::PortRecord record = isAsBefore ? ZelSystem::PortRecord{deviceId(), port.devicePort}
                                                       : systemStatus()->portInfo(port.intf);
-      if (stopped_ || !isPolled(*this, port.intf, record)) {
+      if (isStopped() || !isPolled(*this, port.intf, record)) {
          continue;
       }
       KILN_TRACE(7, "PortId: " << port.intf << " (" << record.devicePort << ")");
@@ -261,7 +268,7 @@ void ZelCounters::requestHwCountersPolling() {
          requestPort(this, port.intf, record.devicePort);
       }
    }
-   if (stopped_) {
+   if (isStopped()) {
       return;
    }
    tellSilence();
@@ -313,7 +320,7 @@ void ZelCounters::getMacCounters(const Pelt::IntfId& intf, const Kiln::Ptr<VexTy
                                  const Kiln::Ptr<VexTypes::IntfCounters>& previous) {
    KILN_TRACE(4, "getMacCounters"
                       << ", intf: " << intf);
-   if (const Kiln::Ptr<IntfCounters>* const last = macCountersLast().find(intf)) {
+   if (const Kiln::Ptr<IntfCounters>* const last = macCountersLast().findInPass(intf)) {
       const IntfCounters& snapshot = **last;
       // Values of two places are never compared: no step leads to a place that somebody was counted at.
       if (previous->sourceIs(mac_.sourceOf(snapshot), mac_.isCounted(snapshot)) == Vex::Begin::nothing) {
@@ -323,18 +330,25 @@ void ZelCounters::getMacCounters(const Pelt::IntfId& intf, const Kiln::Ptr<VexTy
    }
 }
 
+// One after the other, as long as the chip is there: each may give way.
+template <class... Pieces>
+void ZelCounters::inSlices(Pieces... pieces) {
+   Slices slices(*this);
+   ((slices.next() ? pieces() : void()), ...);
+}
+
 // The order is fixed: operators' tools know it. PDP counters are not fetched here: the command layer does it, and
 // leaves it out for a chip without tables, where the fetch asserts.
 void ZelCounters::showCounters(ShowTarget out, bool nonZero) {
    KILN_TRACE(8, "ZelCounters::"
                       << "showCounters");
-   tables_.showAll(out, nonZero);
-   mac_.showAll(out, nonZero);
-   pipeline_.showAll(out, nonZero);
-   pdp_.showAll(out, nonZero);
-   portDrops_.showAll(out, nonZero);
-   mauDrops_.fetchAll();
-   mauDrops_.showAll(out, nonZero);
+   inSlices([&] { tables_.showAll(out, nonZero); }, [&] { mac_.showAll(out, nonZero); },
+            [&] { pipeline_.showAll(out, nonZero); }, [&] { pdp_.showAll(out, nonZero); },
+            [&] { portDrops_.showAll(out, nonZero); },
+            [&] {
+               mauDrops_.fetchAll();
+               mauDrops_.showAll(out, nonZero);
+            });
 }
 
 // Fixed, too, and not the order of the shows. Drops are deliberately missing: they have clears of their own. Port drops
@@ -342,15 +356,12 @@ void ZelCounters::showCounters(ShowTarget out, bool nonZero) {
 void ZelCounters::clearCounters(ShowTarget out) {
    KILN_TRACE(8, "ZelCounters::"
                       << "clearCounters");
-   tables_.clearAll(out);
-   clearAllButTables(out);
+   inSlices([&] { tables_.clearAll(out); }, [&] { clearAllButTables(out); });
 }
 
 void ZelCounters::clearAllButTables(ShowOutput& out) {
-   mac_.clearAll(out);
-   pipeline_.clearAll(out);
-   pdp_.clearAll();
-   tm_.clearAll(out);
+   inSlices([&] { mac_.clearAll(out); }, [&] { pipeline_.clearAll(out); }, [&] { pdp_.clearAll(); },
+            [&] { tm_.clearAll(out); });
 }
 
 void ZelCountersCallback(bf_dev_id_t dev, bf_dev_port_t port, bf_rmon_counter_array_t* values, void* cookie) {

@@ -32,6 +32,9 @@ class ZelCountersSm;
 // Show and clear operations write text to a descriptor, which they don't own, or rows to a ShowOutput. They block only
 // as the descriptor does, and end early when the output takes no more. Of a chip whose construction is not complete
 // they write "Agent not initialized yet"; the table and PDP operations leave that to the command layer.
+//
+// All but those of one interface work in slices: unless the lock is held more than once, others get in between, and may
+// take the chip away, which ends the operation.
 class ZelCounters : public ChipAccess, public CookieStorage<ZelCounters> {
  public:
    using IntfId = Pelt::IntfId;
@@ -194,6 +197,10 @@ class ZelCounters : public ChipAccess, public CookieStorage<ZelCounters> {
    void handleInitialized();
    void initializePerPipeCounters();
    void tellSilence();
+   U32 handleTableClear(ShowOutput& out, const ZlResourceInfo::ZlTableCounter& info, PipeId pipe,
+                        bool isBefore);
+   template <class... Pieces>
+   void inSlices(Pieces... pieces);
 
    Context context_;
    MacCounters mac_;
@@ -208,7 +215,6 @@ class ZelCounters : public ChipAccess, public CookieStorage<ZelCounters> {
    Kiln::Ptr<ZelCountersSm> zelCountersSm_;
    Kiln::Ptr<HwTableCountersSm> hwTableCountersSm_;
    Kiln::Ptr<ChipPublishingSm> chipPublishingSm_;
-   bool stopped_ = false;
    bool isReadingOnceMore_ = false;
    bool isSilent_ = false;    // as the operator log has it
    bool isSuspected_ = false; // it was silent in the last pass

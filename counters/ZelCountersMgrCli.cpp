@@ -3,6 +3,7 @@
 #include "counters/ZelCountersMgrCli.h"
 
 #include "counters/chip/ManagerAccess.h"
+#include "kiln/ActivityLock.h"
 #include "kiln/Choices.h"
 #include "kiln/EventLog.h"
 #include "kiln/NameChoice.h"
@@ -44,17 +45,32 @@ Kiln::String ZelCountersMgrCli::chipChoices() const {
    return names.empty() ? "no chip is up yet" : "expected " + Kiln::choices(names);
 }
 
-// The interfaces that commands take, in natural order: those with a port, and those that lost it and still have counts.
-std::vector<Pelt::IntfId> ZelCountersMgrCli::knownInterfaces() const {
-   std::set<Pelt::IntfId> known;
-   for (const auto& [intf, record] : mgr_->systemStatus()->portInfo()) {
-      known.insert(intf);
+// The interfaces that commands take, until visit returns false: those with a port, and those that lost it and still have
+// counts. These may be of several chips, and come as often.
+template <class Visit>
+void ZelCountersMgrCli::forEachKnownInterface(Visit visit) const {
+   const auto& ports = mgr_->systemStatus()->portInfo();
+   for (const auto& [intf, record] : ports) {
+      if (!visit(intf)) {
+         return;
+      }
    }
    for (const auto& [devId, chip] : mgr_->zelCounters()) {
       for (const auto& [intf, counters] : chip->macCountersLast()) {
-         known.insert(intf);
+         if (!ports.contains(intf) && !visit(intf)) {
+            return;
+         }
       }
    }
+}
+
+// Each once, in natural order.
+std::vector<Pelt::IntfId> ZelCountersMgrCli::knownInterfaces() const {
+   std::set<Pelt::IntfId> known;
+   forEachKnownInterface([&](const Pelt::IntfId& intf) {
+      known.insert(known.end(), intf); // ports mostly come in order
+      return true;
+   });
    return {known.begin(), known.end()};
 }
 
@@ -115,8 +131,18 @@ ZelCountersMgrCli::Chips ZelCountersMgrCli::ownersOf(const Pelt::IntfId& intf) c
 Kiln::String ZelCountersMgrCli::selectInterfaces(const ZelCountersCommand& command, const Chips& chips,
                                                  const ChipArguments& arguments,
                                                  std::vector<Target>* targets) const {
-   // Compared as text: making an interface id interns its name for ever, and what is typed may be anything.
-   const std::vector<Pelt::IntfId> known = knownInterfaces();
+   // Compared as text: making an interface id interns its name for ever, and what is typed may be anything. A whole name is
+   // that interface, whatever the others are called.
+   std::vector<Pelt::IntfId> known;
+   forEachKnownInterface([&](const Pelt::IntfId& intf) {
+      if (intf.text() == *command.intf) {
+         known = {intf};
+      }
+      return known.empty();
+   });
+   if (known.empty()) {
+      known = knownInterfaces();
+   }
    std::vector<Kiln::String> names;
    std::ranges::transform(known, std::back_inserter(names), &Pelt::IntfId::text);
    const Kiln::NameChoice choice = Kiln::chooseNames(*command.intf, names);
@@ -294,6 +320,30 @@ bool ZelCountersMgrCli::areNamesKnown(const ZelCountersCommand& command) const {
    return select(command, &targets).empty();
 }
 
+// In slices, between which any target may go, and the manager, too. So of a chip that is gone nothing is asked, nor of the
+// manager for it: a manager that goes stops its chips.
+void ZelCountersMgrCli::runOn(Target& target, const ZelCountersCommand& command, ShowOutput& out) {
+   ZelCounters& chip = *target.chip;
+   if (!chip.initialized()) {
+      out.uninitialized();
+      return;
+   }
+   const auto ports = [&] { return chip.isStopped() ? std::vector<ChipAccess::Port>() : chip.ports(); };
+   const std::vector<ChipAccess::Port> before = ports();
+   for (std::size_t i = 0; i < target.intfs.size() && !chip.isStopped(); ++i) {
+      target.arguments.intf = target.intfs[i];
+      command.operation(chip, out, target.arguments);
+      Kiln::ActivityLockAnchor::giveWay("run");
+   }
+   const Kiln::String whileDone = command.isClear ? " while this was cleared" : " while this was shown";
+   if (chip.isStopped()) {
+      out.changed("Chip " + chip.chipName() + " went" + whileDone);
+   } else if (ports() != before) {
+      out.changed("Ports of chip " + chip.chipName() + " changed" + whileDone);
+   }
+   out.tellReadings(chip.chipName());
+}
+
 Agent::CommandResult ZelCountersMgrCli::run(const ZelCountersCommand& command, int fd) const {
    std::vector<Target> targets;
    const Kiln::String error = select(command, &targets);
@@ -308,16 +358,9 @@ Agent::CommandResult ZelCountersMgrCli::run(const ZelCountersCommand& command, i
       target.arguments.mgr = mgr_;
       target.arguments.isFirst = &target == targets.data();
       out->chipBegin(target.chip->chipName(), targets.size() > 1);
-      if (target.chip->initialized()) {
-         for (const Pelt::IntfId& intf : target.intfs) {
-            target.arguments.intf = intf;
-            command.operation(*target.chip, *out, target.arguments);
-         }
-         out->tellReadings(target.chip->chipName());
-      } else {
-         out->uninitialized();
-      }
+      runOn(target, command, *out);
       out->chipEnd();
+      Kiln::ActivityLockAnchor::giveWay("run");
    }
    out->documentEnd();
    if (command.isClear) {

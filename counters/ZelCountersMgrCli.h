@@ -50,7 +50,7 @@ class ZelCountersMgrCli {
 
    // Runs the command on the named chip, else on those that have the interfaces, else on every chip that has the table
    // and the pipe, in device order. Runs nothing when a name is unknown everywhere. A chip that is not initialized says
-   // so.
+   // so, and so does one that went, or whose ports changed, as the command gave way to others.
    Agent::CommandResult run(const ZelCountersCommand& command, int fd) const;
 
    // False when the command would be refused, since a name in it is unknown everywhere.
@@ -77,6 +77,8 @@ class ZelCountersMgrCli {
 
    Chips chipsInDeviceOrder() const;
    Chips chipsOf(const std::optional<Kiln::String>& name) const;
+   template <class Visit>
+   void forEachKnownInterface(Visit visit) const;
    std::vector<Pelt::IntfId> knownInterfaces() const;
    Kiln::String selectInterfaces(const ZelCountersCommand& command, const Chips& chips,
                                  const ChipArguments& arguments, std::vector<Target>* targets) const;
@@ -85,6 +87,7 @@ class ZelCountersMgrCli {
    static Kiln::String selectOperands(const ZelCountersCommand& command, std::vector<Target>* targets);
    static Kiln::String clearError(const std::vector<Target>& targets);
    Kiln::String select(const ZelCountersCommand& command, std::vector<Target>* targets) const;
+   static void runOn(Target& target, const ZelCountersCommand& command, ShowOutput& out);
 
    const ManagerAccess* mgr_;
 };

@@ -66,6 +66,9 @@ class ChipAccess : public Kiln::Entity {
    // The SDK's copy of the tables is as new as it gets: a sync pass has ended.
    virtual void handleSyncPass() {}
 
+   // Syncs of the tables that have completed: what was read before and after one is not of one moment.
+   KILN_COUNTER(U64, tableSyncs)
+
    // When everything of the chip was read last.
    Readings& readings() { return readings_; }
    const Readings& readings() const { return readings_; }
@@ -73,6 +76,7 @@ class ChipAccess : public Kiln::Entity {
    struct Port {
       Pelt::IntfId intf;
       U16 devicePort;
+      bool operator==(const Port&) const = default;
    };
    // This chip's ports in the order of the system's port table. All chips share that table, so it is searched anew only
    // when some port has changed; the reference is good until the next call after that.
@@ -91,9 +95,12 @@ class ChipAccess : public Kiln::Entity {
 
    // Set when the construction is complete.
    KILN_ATTRIBUTE(bool, initialized, false)
+   // The chip has gone. Whoever holds it longer asks the SDK for nothing more: another chip may have its device by now.
+   bool isStopped() const { return stopped_; }
 
  protected:
    explicit ChipAccess(Identity identity);
+   void stoppedIs(bool stopped) { stopped_ = stopped; }
 
  private:
    Identity identity_;
@@ -102,6 +109,7 @@ class ChipAccess : public Kiln::Entity {
    Readings readings_;
    std::vector<Port> ports_;
    U64 portsVersion_ = 0; // of the port table when ports_ was read; at version 0 both are empty
+   bool stopped_ = false;
 };
 
 } // namespace ZelCounter

@@ -30,17 +30,18 @@ class ChipView {
       return {what, chip_.readings().state(key), cleared};
    }
    static Kiln::String pipeText(U16 pipe) { return "pipe " + std::to_string(pipe); }
+   static Kiln::String tableText(const ZlResourceInfo::ZlTableCounter& info, U16 pipe) {
+      return pipe == ZelId::ZelPipeId::allPipes() ? info.name : info.name + " " + pipeText(pipe);
+   }
    // Of a counter table's block, which is read from the SDK's copy, which is synced from the hardware.
    ToldReading toldTable(const ZlResourceInfo::ZlTableCounter& info, U16 pipe,
                          const Cleared& cleared = {}) const {
-      const Kiln::String what =
-           pipe == ZelId::ZelPipeId::allPipes() ? info.name : info.name + " " + pipeText(pipe);
       const U32 id = chip_.zlResourceInfoIntf()->zlTableCounterIndex(info.name);
       const Readings& readings = chip_.readings();
       const ReadingState copy = readings.state({ReadingKey::Kind::tableCopy, info.tableHandle, pipe});
       const ReadingState sync = readings.state({ReadingKey::Kind::tableSync, id, pipe});
       // A copy that was read now is as old as the last sync.
-      return {what, copy.trouble.empty() ? sync : copy.with(sync), cleared};
+      return {tableText(info, pipe), copy.trouble.empty() ? sync : copy.with(sync), cleared};
    }
    // Of reads that failed before a clear: what they did not get is not cleared, and will be shown.
    static void tellErrors(ShowOutput& out, const std::vector<Kiln::String>& errors) {

@@ -18,7 +18,7 @@ using Args = ChipArguments;
 // them is not known before it is initialized: each of these says so.
 template <class Visit>
 void forEachPerPipeTable(const Chip& chip, Visit visit) {
-   for (U32 id = 0; id < chip.tablesNum(); ++id) {
+   for (U32 id = 0; id < chip.tablesNum() && !chip.isStopped(); ++id) {
       if (chip.perPipeCounter(id) || !chip.initializedCounter(id)) {
          visit(id);
       }
@@ -56,7 +56,7 @@ void clearOneTable(Chip& chip, Out& out, U32 id, Pipes pipes) {
 
 void clearTable(Chip& chip, Out& out, const Args& args) {
    if (!args.tableId && !args.pipe) {
-      for (U32 id = 0; id < chip.tablesNum(); ++id) {
+      for (U32 id = 0; id < chip.tablesNum() && !chip.isStopped(); ++id) {
          clearOneTable(chip, out, id, chip.tablePipes(id));
       }
    } else if (!args.pipe) {
@@ -192,7 +192,7 @@ constexpr std::array table{
                       chip.clearCounters(out);
                    } else {
                       clearTable(chip, out, {});
-                      chip.clearAllButTables(out);
+                      chip.clearAllButTables(out); // nothing, if the chip has gone meanwhile
                    }
                 }},
 };

@@ -4,10 +4,11 @@
 
 #include "counters/chip/IndirectRead.h"
 #include "counters/chip/SdkStatus.h"
+#include "counters/chip/Slices.h"
 #include "counters/chip/ZelCountersTrace.h"
 
 #include <algorithm>
-#include <iterator>
+#include <functional>
 #include <map>
 #include <string>
 #include <tuple>
@@ -146,60 +147,78 @@ std::vector<Kiln::String> PortDrops::readPoint(Point point, std::span<const Chip
 
 // What a port counted at a point for a reason.
 struct PortDrops::Drop {
-   const ChipAccess::Port* port;
+   Kiln::String intf;
    std::size_t point;
    U32 reason;
    TableView::Cell cell;
    U64 packets;
+   std::size_t rank = 0; // of the port
 };
+
+// What a port dropped in all, the same frames not again by where they were lost in the end; and its drops, of the ports'.
+struct PortDrops::PortTotal {
+   U64 packets = 0;
+   std::size_t first;
+   std::size_t last;
+};
+
+// The worst first.
+PortDrops::PortTotal PortDrops::addDrops(const ChipAccess::Port& port, const DropOptions& options,
+                                         std::vector<Drop>* drops) {
+   const PortDropCounts& atPoints = counts(port);
+   PortTotal total{0, drops->size(), 0};
+   for (std::size_t point = 0; point < atPoints.size(); ++point) {
+      if (static_cast<Point>(point) == Point::final && !options.isFinalShown) {
+         continue; // the same frames again, by where they were lost in the end
+      }
+      for (U32 reason = 0; reason < reasonsPerPort; ++reason) {
+         const U64 packets = atPoints[point].sinceClear(reason);
+         if (static_cast<Point>(point) != Point::final) {
+            total.packets += std::min(packets, ~total.packets); // stays at the top
+         }
+         // Reasons without a name are shown only when they count something.
+         if (packets != 0 || (!options.nonZeroOnly && reason < ZlDrop::tables[point].reasons.size())) {
+            drops->push_back({port.intf.text(), point, reason, cellOf(atPoints[point], reason), packets});
+         }
+      }
+   }
+   total.last = drops->size();
+   std::sort(drops->begin() + static_cast<std::ptrdiff_t>(total.first), drops->end(),
+             [](const Drop& a, const Drop& b) {
+                return std::tie(b.packets, a.point, a.reason) < std::tie(a.packets, b.point, b.reason);
+             });
+   return total;
+}
 
 // The worst first, and ports by what they dropped in all. Where they are alike, in the order of ports, points and reasons.
 std::vector<PortDrops::Drop> PortDrops::drops(std::span<const ChipAccess::Port> ports,
                                               const DropOptions& options) {
    std::vector<Drop> all;
-   std::vector<std::pair<U64, std::size_t>> worst; // by port
+   std::vector<PortTotal> totals;
    for (const ChipAccess::Port& port : ports) {
-      const PortDropCounts& atPoints = counts(port);
-      const std::size_t first = all.size();
-      U64 total = 0;
-      for (std::size_t point = 0; point < atPoints.size(); ++point) {
-         if (static_cast<Point>(point) == Point::final && !options.isFinalShown) {
-            continue; // the same frames again, by where they were lost in the end
-         }
-         for (U32 reason = 0; reason < reasonsPerPort; ++reason) {
-            const U64 packets = atPoints[point].sinceClear(reason);
-            if (static_cast<Point>(point) != Point::final) {
-               total += std::min(packets, ~total); // stays at the top
-            }
-            // Reasons without a name are shown only when they count something.
-            if (packets != 0 || (!options.nonZeroOnly && reason < ZlDrop::tables[point].reasons.size())) {
-               all.push_back({&port, point, reason, cellOf(atPoints[point], reason), packets});
-            }
-         }
-      }
-      std::sort(all.begin() + static_cast<std::ptrdiff_t>(first), all.end(),
-                [](const Drop& a, const Drop& b) {
-                   return std::tie(b.packets, a.point, a.reason) < std::tie(a.packets, b.point, b.reason);
-                });
-      worst.emplace_back(total, worst.size());
+      totals.push_back(addDrops(port, options, &all));
    }
-   std::ranges::sort(worst, isWorse<std::size_t>);
+   std::ranges::stable_sort(totals, std::ranges::greater(), &PortTotal::packets);
    std::vector<Drop> sorted;
-   for (std::size_t rank = 0; rank < worst.size() && rank < options.top; ++rank) {
-      const ChipAccess::Port* const port = &ports[worst[rank].second];
-      std::ranges::copy_if(all, std::back_inserter(sorted),
-                           [&](const Drop& drop) { return drop.port == port; });
+   sorted.reserve(all.size());
+   for (std::size_t rank = 0; rank < totals.size(); ++rank) {
+      for (std::size_t at = totals[rank].first; at < totals[rank].last; ++at) {
+         sorted.push_back(std::move(all[at]));
+         sorted.back().rank = rank;
+      }
    }
    return sorted;
 }
 
 // How much, and why: what all the ports dropped, by reason.
-TableView PortDrops::reasonsView(std::span<const ChipAccess::Port> ports, const DropOptions& options) {
+TableView PortDrops::reasonsView(std::span<const Drop> drops, const DropOptions& options) const {
    TableView table{"Drops by reason, chip " + chip().chipName(),
                    {{"Point", Holds::text, 7}, {"Reason", Holds::text, 24}, {"Packets", Holds::counter, 16}}};
    std::map<std::pair<std::size_t, U32>, U64> byReason;
-   for (const Drop& drop : drops(ports, {.nonZeroOnly = true, .isFinalShown = options.isFinalShown})) {
-      byReason[{drop.point, drop.reason}] += drop.packets;
+   for (const Drop& drop : drops) {
+      if (drop.packets != 0) {
+         byReason[{drop.point, drop.reason}] += drop.packets;
+      }
    }
    std::vector<std::pair<U64, std::pair<std::size_t, U32>>> worst;
    for (const auto& [which, packets] : byReason) {
@@ -215,19 +234,20 @@ TableView PortDrops::reasonsView(std::span<const ChipAccess::Port> ports, const 
    return table;
 }
 
-TableView PortDrops::portsView(std::span<const ChipAccess::Port> ports, const DropOptions& options) {
+TableView PortDrops::portsView(std::span<const Drop> drops, const DropOptions& options,
+                               Slices& slices) const {
    TableView table{"Drops by port, chip " + chip().chipName(),
                    {{"Interface", Holds::text, 16},
                     {"Point", Holds::text, 7},
                     {"Reason", Holds::text, 24},
                     {"Packets", Holds::counter, 16}}};
-   if (ports.empty() && !options.intf.empty()) {
-      table.notes.push_back("Interface " + options.intf.text() + " has no port on chip " + chip().chipName());
-   }
-   for (const Drop& drop : drops(ports, options)) {
-      const ZlDrop::Table& reasons = ZlDrop::tables[drop.point];
-      table.rows.push_back({drop.port->intf.text(), Kiln::String(reasons.point),
-                            reasonText(reasons, drop.reason), drop.cell});
+   for (const Drop& drop : drops) {
+      if (drop.rank < options.top) {
+         const ZlDrop::Table& reasons = ZlDrop::tables[drop.point];
+         table.rows.push_back(
+              {drop.intf, Kiln::String(reasons.point), reasonText(reasons, drop.reason), drop.cell});
+         slices.next();
+      }
    }
    return table;
 }
@@ -253,21 +273,27 @@ void PortDrops::show(ShowOutput& out, const DropOptions& options) {
    if (answeredUninitialized(out)) {
       return;
    }
+   Slices slices(chip());
    const std::vector<ChipAccess::Port> shown = ports(options.intf);
    std::vector<Kiln::String> errors;
    if (!shown.empty() || options.intf.empty()) {
       errors = read(shown);
+   } else {
+      errors = {"Interface " + options.intf.text() + " has no port on chip " + chip().chipName()};
    }
    const std::vector<ToldReading> told = toldReadings(shown);
+   // All counts are of one moment, and copied: ports may come and go from here on.
+   const std::vector<Drop> drops = this->drops(shown, options);
+   slices.next();
    // Of a single interface both would say the same.
    if (options.intf.empty()) {
-      TableView reasons = reasonsView(shown, options);
+      TableView reasons = reasonsView(drops, options);
       reasons.readings = told;
       reasons.isSinceClear = true;
       out.view(reasons);
    }
-   TableView byPort = portsView(shown, options);
-   byPort.notes.insert(byPort.notes.end(), errors.begin(), errors.end());
+   TableView byPort = portsView(drops, options, slices);
+   byPort.notes = errors;
    byPort.readings = told;
    byPort.isSinceClear = true;
    out.view(byPort);
@@ -302,6 +328,10 @@ void PortDrops::readOnceMore(ShowOutput& out, const ZlTableCounter& info, ZelId:
       return pipe != ZelId::ZelPipeId::allPipes() && ZlPort::pipeOf(port.devicePort) != pipe;
    });
    tellErrors(out, readPoint(*point, atPipe));
+}
+
+U32 PortDrops::entriesOf(const ZlTableCounter& info) {
+   return pointOf(info) && !info.direct ? ZlDrop::tableSize : 0;
 }
 
 void PortDrops::tableWritten(const ZlTableCounter& info, ZelId::ZelPipeId pipe) {

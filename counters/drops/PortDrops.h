@@ -9,6 +9,8 @@
 
 namespace ZelCounter {
 
+class Slices;
+
 // Which drops are shown.
 struct DropOptions {
    Pelt::IntfId intf = {}; // empty: of all the chip's ports
@@ -33,12 +35,16 @@ class PortDrops : public ChipView {
    // doesn't hold drops.
    void readOnceMore(ShowOutput& out, const ZlResourceInfo::ZlTableCounter& info, ZelId::ZelPipeId pipe);
    void tableWritten(const ZlResourceInfo::ZlTableCounter& info, ZelId::ZelPipeId pipe);
+   // How many of the table's entries, from the first on, count drops: 0 for a table that doesn't hold any.
+   static U32 entriesOf(const ZlResourceInfo::ZlTableCounter& info);
 
  private:
    struct Drop;
+   struct PortTotal;
+   PortTotal addDrops(const ChipAccess::Port& port, const DropOptions& options, std::vector<Drop>* drops);
    std::vector<Drop> drops(std::span<const ChipAccess::Port> ports, const DropOptions& options);
-   TableView reasonsView(std::span<const ChipAccess::Port> ports, const DropOptions& options);
-   TableView portsView(std::span<const ChipAccess::Port> ports, const DropOptions& options);
+   TableView reasonsView(std::span<const Drop> drops, const DropOptions& options) const;
+   TableView portsView(std::span<const Drop> drops, const DropOptions& options, Slices& slices) const;
    std::vector<ToldReading> toldReadings(std::span<const ChipAccess::Port> ports) const;
    // Without an interface, all of the chip's.
    std::vector<ChipAccess::Port> ports(const Pelt::IntfId& intf) const;

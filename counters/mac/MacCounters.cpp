@@ -1,10 +1,12 @@
 // Keeps the two snapshots of each interface, and shows the latest less the cleared.
 #include "counters/mac/MacCounters.h"
 
+#include "counters/chip/Slices.h"
 #include "counters/chip/ZelCountersTrace.h"
 #include "kiln/Assert.h"
 #include "kiln/RingLog.h"
 #include "sdk/bf_port.h"
+#include "silo/Prefetch.h"
 
 #include <array>
 
@@ -18,7 +20,7 @@ constexpr TableView::Column columns[] = {{"Counter", TableView::Holds::text},
 } // namespace
 
 void MacCounters::updateCounters(const Pelt::IntfId& intf, const bf_rmon_counter_array_t& counters) {
-   const ZelSystem::PortRecord* const record = chip().systemStatus()->portInfo().find(intf);
+   const ZelSystem::PortRecord* const record = chip().systemStatus()->portInfo().findInPass(intf);
    if (record == nullptr) {
       // The port went while its read was under way. Storing it would make the interface known to commands again.
       KILN_RINGLOG_TRACE(4, " intfId missing in systemStatus::portInfo[] for " << intf);
@@ -27,7 +29,8 @@ void MacCounters::updateCounters(const Pelt::IntfId& intf, const bf_rmon_counter
    KILN_TRACE(4, "updateCounters"
                       << ", intf: " << intf << ", portId: " << record->devicePort);
    // Raw from here on: this runs for every port on every pass, and a counted pointer costs more than the lookup.
-   IntfCounters* last = macCountersLast(intf).ptr();
+   const Kiln::Ptr<IntfCounters>* const known = macCountersLast().findInPass(intf);
+   IntfCounters* last = known != nullptr ? known->ptr() : nullptr;
    if (last != nullptr && last->devicePort() != record->devicePort) {
       handlePort(intf);
       last = nullptr;
@@ -41,11 +44,14 @@ void MacCounters::updateCounters(const Pelt::IntfId& intf, const bf_rmon_counter
       last = cl.ptr();
    }
    // A new clear snapshot reads 0 throughout: until the first clear, shows have the hardware's totals.
-   if (!macCountersClear().contains(intf)) {
+   if (macCountersClear().findInPass(intf) == nullptr) {
       KILN_RINGLOG_TRACE(4, "Initialize clear counters for intf " << intf);
       const Kiln::Ptr<IntfCounters> cc = intfCountersFactory(intf);
       KILN_ASSERT(cc);
       macCountersClearIs(intf, cc);
+   }
+   if (const Kiln::Ptr<IntfCounters>* const next = macCountersLast().nextInPass()) {
+      Silo::prefetch(next->ptr(), sizeof(IntfCounters));
    }
    last->countersAre(counters);
 }
@@ -118,8 +124,14 @@ void MacCounters::showAll(ShowOutput& out, bool nonZeroOnly) {
    if (answeredUninitialized(out)) {
       return;
    }
+   Slices slices(chip());
    for (const ChipAccess::Port& port : chip().portsByNumber()) {
-      show(out, port.intf, nonZeroOnly);
+      if (!out.ok() || !slices.next()) {
+         return;
+      }
+      if (chip().hasPort(port.intf)) { // it may have gone meanwhile
+         show(out, port.intf, nonZeroOnly);
+      }
    }
    out.blankLine();
 }
@@ -144,7 +156,11 @@ void MacCounters::clear(ShowOutput& out, const Pelt::IntfId& intf) {
 void MacCounters::clearAll(ShowOutput& out) {
    // By the snapshots, not by the ports: an interface that has lost its port can still be shown, so it is cleared as
    // well.
+   Slices slices(chip());
    for (const Pelt::IntfId& intf : macCountersClear().keys()) {
+      if (!slices.next()) {
+         return;
+      }
       clear(out, intf);
    }
 }

@@ -1,6 +1,7 @@
 // Writes a whole view, which is in memory already, and says what readings a chip's tables lack.
 #include "counters/show/ShowOutput.h"
 
+#include "kiln/ActivityLock.h"
 #include "kiln/Choices.h"
 #include "kiln/Time.h"
 
@@ -13,6 +14,7 @@ namespace ZelCounter {
 namespace {
 
 constexpr std::size_t namesInNote = 3;
+constexpr std::size_t rowsPerLook = 16; // at the clock
 
 Kiln::String listed(const std::vector<Kiln::String>& names) {
    if (names.size() <= namesInNote + 1) {
@@ -49,6 +51,12 @@ void ShowOutput::reading(const ToldReading& told, bool hasTable) {
    }
 }
 
+void ShowOutput::changed(const Kiln::String& text) {
+   if (std::ranges::find(changes_, text) == changes_.end()) {
+      changes_.push_back(text);
+   }
+}
+
 // One line for each trouble, not one for each reading: a chip that is silent has hundreds.
 void ShowOutput::tellReadings(const Kiln::String& chipName) {
    struct Troubled {
@@ -58,6 +66,9 @@ void ShowOutput::tellReadings(const Kiln::String& chipName) {
    const std::vector<ToldReading> readings = std::exchange(readings_, {});
    std::map<std::pair<Kiln::String, bool>, Troubled> byTrouble; // and whether they were ever read
    std::map<Kiln::String, std::vector<Kiln::String>> byClear;
+   for (const Kiln::String& change : std::exchange(changes_, {})) {
+      chipNote(change);
+   }
    for (const auto& [what, state, cleared] : readings) {
       if (!state.trouble.empty()) {
          Troubled& troubled = byTrouble[{state.trouble, state.age.has_value()}];
@@ -93,6 +104,9 @@ void ShowOutput::view(const TableView& table, TableLayout layout) {
                                                                : ""});
    for (std::size_t i = 0; i < table.rows.size() && ok(); ++i) {
       row(table.rows[i]);
+      if (i % rowsPerLook == 0) {
+         Kiln::ActivityLockAnchor::giveWay("show");
+      }
    }
    for (const Kiln::String& text : table.notes) {
       note(text);

@@ -64,8 +64,11 @@ class ShowOutput {
 
    // A reading of the table that ends next, or, with `hasTable` false, one that nothing is shown of.
    void reading(const ToldReading& told, bool hasTable = true);
-   // After the operations on a chip: a line for each trouble of what they showed, and for each clear that no title tells.
-   // All is forgotten then.
+   // What the chip's tables show changed while they were shown, as the activity lock was given up in between. Each text
+   // is told once.
+   void changed(const Kiln::String& text);
+   // After the operations on a chip: a line for each change and each trouble of what they showed, and for each clear that
+   // no title tells. All is forgotten then.
    void tellReadings(const Kiln::String& chipName);
 
    // Instead of a table.
@@ -75,6 +78,7 @@ class ShowOutput {
    // Instead of all tables of a chip whose construction is not complete.
    virtual void uninitialized() = 0;
 
+   // In slices: may give way between two rows.
    void view(const TableView& table, TableLayout layout = TableLayout::view);
 
  protected:
@@ -84,7 +88,9 @@ class ShowOutput {
    virtual void chipNote(const Kiln::String& text) = 0;
 
  private:
-   std::vector<ToldReading> readings_; // of the chip
+   // Of the chip.
+   std::vector<ToldReading> readings_;
+   std::vector<Kiln::String> changes_;
 };
 
 constexpr const char* uninitializedText = "Agent not initialized yet";

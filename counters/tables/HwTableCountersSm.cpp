@@ -195,6 +195,7 @@ void HwTableCountersSm::syncCompleted() {
       KILN_RINGLOG_TRACE(3, "hwTableCallback invoked inline. counters may be broken: " << pendingCallbacks());
    }
    pendingCallbacksDec(1);
+   parent_->tableSyncsInc(1);
    if (!parent_->firstPollingComplete()) {
       KILN_RINGLOG("hwTableSm counter callback received, pendingCallbacks: " << pendingCallbacks());
    }

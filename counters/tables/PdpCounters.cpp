@@ -3,6 +3,7 @@
 
 #include "counters/chip/CounterTableNames.h"
 #include "counters/chip/IndirectRead.h"
+#include "counters/chip/Slices.h"
 #include "counters/chip/ZelCountersTrace.h"
 #include "kiln/Assert.h"
 #include "zl/ZlPortLayout.h"
@@ -215,6 +216,7 @@ void PdpCounters::showAll(ShowOutput& out, bool nonZeroOnly) {
       answerNotFetched(out);
       return;
    }
+   Slices slices(chip());
    // Ordered, since the port map is in the order in which the ports came. A port that came after the fetch isn't in it.
    std::set<Pelt::IntfId> interfaces;
    if (chip().chipStatus()) {
@@ -226,7 +228,10 @@ void PdpCounters::showAll(ShowOutput& out, bool nonZeroOnly) {
    }
    out.tableBegin({title, columns, TableLayout::pdpAll, HeadingTime::withFirstRow});
    for (const Pelt::IntfId& intf : interfaces) {
-      rows(out, intf, nonZeroOnly);
+      rows(out, intf, nonZeroOnly); // what was fetched of it stays when its port goes
+      if (!out.ok() || !slices.next()) {
+         break;
+      }
    }
    tellReadings(out);
    out.tableEnd();

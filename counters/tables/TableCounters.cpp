@@ -1,14 +1,18 @@
-// Reads tables through the SDK's three steps (start, main for each entry, end), and writes them entry by entry.
+// Reads tables through the SDK's three steps (start, main for each entry, end), and writes them entry by entry. Rows are
+// read in blocks: the lock is given up only when a block's read has ended, and its values are copied.
 #include "counters/tables/TableCounters.h"
 
 #include "counters/chip/CounterTableNames.h"
 #include "counters/chip/IndirectRead.h"
 #include "counters/chip/SdkStatus.h"
+#include "counters/chip/Slices.h"
 #include "counters/chip/ZelCountersTrace.h"
+#include "counters/tables/MatchEntries.h"
 #include "kiln/Assert.h"
-#include "sdk/pipe_mgr.h"
+#include "kiln/Time.h"
 #include "zl/ZelCountersIntf.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <string>
@@ -21,6 +25,10 @@ using ZlResourceInfo::ZlCounterFieldId;
 using ZlResourceInfo::ZlTableCounter;
 
 constexpr U32 printedIndexMask = 0x3FFFFFFF; // the layout shows the low 30 bits of an index
+
+constexpr std::size_t entriesPerBlock = 4096; // at most
+// Rows, entries or writes between two looks at the clock.
+constexpr std::size_t rowsPerLook = 16;
 
 using Holds = TableView::Holds;
 
@@ -51,28 +59,6 @@ Kiln::String yesNo(bool truth) {
    return truth ? "Y" : "N";
 }
 
-// What the SDK's reads and writes of a table are addressed by.
-struct TableTarget {
-   U32 session;
-   U32 device;
-   U16 pipe;
-   U32 handle;
-};
-
-// Calls visit for each match entry until it returns false. A step that fails ends the walk as the last entry does:
-// there is no entry to go on from.
-template <class Visit>
-void forEachMatchEntry(const TableTarget& table, Visit visit) {
-   const dev_target_t target{static_cast<bf_dev_id_t>(table.device), table.pipe};
-   int entry = PIPE_MAT_ENT_HDL_NONE;
-   pipe_status_t status = pipe_mgr_get_first_entry_handle(table.session, table.handle, target, &entry);
-   while (status == 0 && entry != PIPE_MAT_ENT_HDL_NONE && visit(entry)) {
-      int next = PIPE_MAT_ENT_HDL_NONE;
-      status = pipe_mgr_get_next_entry_handles(table.session, table.handle, target, entry, 1, &next);
-      entry = next;
-   }
-}
-
 // Whether all that the table shows of a value is zero. What it doesn't count may hold anything.
 bool isZero(const ZlTableCounter& info, const p4_pd_counter_value& value) {
    return (!info.packets || value.packets == 0) && ((info.packets && !info.bytes) || value.bytes == 0);
@@ -94,10 +80,6 @@ Kiln::String tableNumber(U32 tableId) {
    return "Counter table " + std::to_string(static_cast<int>(tableId));
 }
 
-Kiln::String readError(U32 status) {
-   return "Got error " + std::to_string(static_cast<int>(status)) + " retrieving the counters";
-}
-
 // For what the fixed text leaves to the trace. JSON has it as a note: there an empty table must not pass for one
 // without entries.
 void traceError(ShowOutput& out, const char* what, U32 status) {
@@ -106,7 +88,38 @@ void traceError(ShowOutput& out, const char* what, U32 status) {
    out.unprintedNote(what + std::to_string(number));
 }
 
+// Says when a block ends: with its slice, but it is read for half as long as its start took at least. An SDK may copy the
+// whole table at each start.
+class BlockTime {
+ public:
+   void handleStarted() { startedTime_ = Kiln::System::monotonicTime(); }
+   bool isOver(std::size_t entries) const {
+      return entries == entriesPerBlock ||
+             (entries != 0 && entries % rowsPerLook == 0 && Slices::isOver() &&
+              Kiln::System::monotonicTime() - startedTime_ >= (startedTime_ - begunTime_) / 2);
+   }
+
+ private:
+   double begunTime_ = Kiln::System::monotonicTime();
+   double startedTime_ = begunTime_;
+};
+
 } // namespace
+
+// While a table is being cleared, however that ends.
+class TableCounters::WritingScope {
+ public:
+   explicit WritingScope(Writing& writing) : writing_(writing) {
+      ++writing_.begun;
+      ++writing_.running;
+   }
+   WritingScope(const WritingScope&) = delete;
+   WritingScope& operator=(const WritingScope&) = delete;
+   ~WritingScope() { --writing_.running; }
+
+ private:
+   Writing& writing_;
+};
 
 void TableCounters::showInfo(ShowOutput& out) const {
    out.tableBegin({"Counter tables", catalogueColumns, TableLayout::catalogue});
@@ -123,8 +136,9 @@ void TableCounters::showInfo(ShowOutput& out) const {
 }
 
 void TableCounters::showAll(ShowOutput& out, bool nonZeroOnly) {
+   Slices slices(chip());
    // Once the output takes no more, reading on would be for nobody.
-   for (U32 id = 0; id < chip().tablesNum() && out.ok(); ++id) {
+   for (U32 id = 0; id < chip().tablesNum() && out.ok() && slices.next(); ++id) {
       show(out, id, nonZeroOnly);
    }
 }
@@ -135,8 +149,9 @@ void TableCounters::show(ShowOutput& out, U32 tableId, bool nonZeroOnly) {
       showUninitialized(out, tableId, ZelId::ZelPipeId::allPipes());
       return;
    }
+   Slices slices(chip());
    for (const U16 pipe : chip().tablePipes(tableId)) {
-      if (!out.ok()) {
+      if (!out.ok() || !slices.next()) {
          return;
       }
       showPipe(out, tableId, pipe, nonZeroOnly);
@@ -145,6 +160,10 @@ void TableCounters::show(ShowOutput& out, U32 tableId, bool nonZeroOnly) {
 }
 
 void TableCounters::showPipe(ShowOutput& out, U32 tableId, ZelId::ZelPipeId pipeId, bool nonZeroOnly) {
+   Slices slices(chip());
+   if (!slices.next()) {
+      return;
+   }
    if (!chip().initializedCounter(tableId)) {
       KILN_TRACE(8, "Counters not initialized yet");
       showUninitialized(out, tableId, pipeId);
@@ -166,9 +185,9 @@ void TableCounters::showPipe(ShowOutput& out, U32 tableId, ZelId::ZelPipeId pipe
       return;
    }
    if (info->direct) {
-      showDirectTable(out, info, pipeId, nonZeroOnly);
+      showDirectTable(out, info, pipeId, nonZeroOnly, slices);
    } else {
-      showIndirectTable(out, *info, pipeId, nonZeroOnly);
+      showIndirectTable(out, *info, pipeId, nonZeroOnly, slices);
    }
 }
 
@@ -197,96 +216,188 @@ Kiln::String TableCounters::entryDetails(U32 tableHandle, S32 entry) const {
 
 // A pointer, and nested ifs, for the assertion's text, which is fixed.
 void TableCounters::showDirectTable(ShowOutput& out, const ZlTableCounter* info, ZelId::ZelPipeId pipeId,
-                                    bool nonZeroOnly) {
+                                    bool nonZeroOnly, Slices& slices) {
    if (!info->packets) {
       KILN_ASSERT(info->bytes);
    }
    const std::vector<TableView::Column> columns = directColumns(*info);
    out.tableBegin({tableTitle(*info, pipeId), columns, TableLayout::directTable});
-   const U32 status = directRows(out, *info, pipeId, nonZeroOnly);
+   const U32 status = directRows(out, *info, pipeId, nonZeroOnly, slices);
    chip().readings().attempted({ReadingKey::Kind::tableCopy, info->tableHandle, pipeId},
                                static_cast<int>(status));
    out.reading(toldTable(*info, pipeId, clears_.last(info->tableHandle, pipeId)));
    out.tableEnd(status == 0);
 }
 
-// The status of the last step.
-U32 TableCounters::directRows(ShowOutput& out, const ZlTableCounter& info, ZelId::ZelPipeId pipeId,
-                              bool nonZeroOnly) const {
-   const TableTarget table{chip().sessionId(), chip().deviceId(), pipeId, info.tableHandle};
-   ZelCountersIntf::ReadBuffer buffer;
-   U32 count = 0;
-   U32 status = ZelCountersIntf::counterReadDirectStart(table.session, table.device, table.pipe, table.handle,
-                                                        &buffer, &count);
-   if (status != 0) {
-      traceError(out, "Direct start error: ", status);
-      return status;
-   }
-   forEachMatchEntry(table, [&](int entry) {
-      KILN_TRACE(8, "Read counters, entry " << entry);
-      p4_pd_counter_value value{};
-      status = ZelCountersIntf::counterReadDirectMain(table.session, table.device, table.pipe, table.handle,
-                                                      entry, count, &buffer, &value);
-      if (status != 0) {
-         out.note(readError(status));
-      } else if (!nonZeroOnly || !isZero(info, value)) {
-         out.row(directCells(info, entryDetails(table.handle, entry), value));
+// Block after block; the rows of one are copies. The status of the last step.
+template <class Read, class WriteRow>
+U32 TableCounters::rows(ShowOutput& out, const ZlTableCounter& info, ZelId::ZelPipeId pipeId,
+                        bool nonZeroOnly, Slices& slices, Read read, WriteRow writeRow) const {
+   const Moment first = momentOf(info, pipeId);
+   Block block;
+   do {
+      read(&block);
+      tellChanges(out, info, pipeId, first);
+      for (std::size_t i = 0; i < block.values.size() && out.ok(); ++i) {
+         if (!nonZeroOnly || !isZero(info, block.values[i])) {
+            writeRow(block, i);
+         }
+         if (i % rowsPerLook == 0) {
+            slices.next();
+         }
       }
-      return status == 0 && out.ok();
-   });
-   if (status != 0) {
-      return status;
-   }
-   status = ZelCountersIntf::counterReadDirectEnd(table.session);
-   if (status != 0) {
-      traceError(out, "Direct end error: ", status);
+      tellError(out, block);
+   } while (!block.isLast && block.status == 0 && out.ok() && slices.next());
+   return block.status;
+}
+
+U32 TableCounters::directRows(ShowOutput& out, const ZlTableCounter& info, ZelId::ZelPipeId pipeId,
+                              bool nonZeroOnly, Slices& slices) const {
+   MatchEntries entries(chip(), pipeId, info.tableHandle);
+   const U32 status = rows(
+        out, info, pipeId, nonZeroOnly, slices,
+        [&](Block* block) {
+           if (slices.wasAway()) {
+              entries.handleAway();
+           }
+           readDirect(entries, info, pipeId, block);
+        },
+        [&](const Block& block, std::size_t i) {
+           out.row(directCells(info, block.details[i], block.values[i]));
+        });
+   if (entries.hasLost()) {
+      out.changed("Entries of " + tableText(info, pipeId) + " went while it was shown");
    }
    return status;
 }
 
+// With what the entries match: later they may be gone, and their handles used again.
+void TableCounters::readDirect(MatchEntries& entries, const ZlTableCounter& info, ZelId::ZelPipeId pipeId,
+                               Block* block) const {
+   *block = {.failedStep = "Direct start error: "};
+   BlockTime time;
+   ZelCountersIntf::ReadBuffer buffer;
+   U32 count = 0;
+   block->status = ZelCountersIntf::counterReadDirectStart(chip().sessionId(), chip().deviceId(), pipeId,
+                                                           info.tableHandle, &buffer, &count);
+   if (block->status != 0) {
+      return;
+   }
+   time.handleStarted();
+   block->failedStep = nullptr;
+   while (!block->isLast && !time.isOver(block->values.size())) {
+      const std::optional<int> entry = entries.next();
+      block->isLast = !entry;
+      if (!entry) {
+         break;
+      }
+      KILN_TRACE(8, "Read counters, entry " << *entry);
+      p4_pd_counter_value value{};
+      block->status = ZelCountersIntf::counterReadDirectMain(
+           chip().sessionId(), chip().deviceId(), pipeId, info.tableHandle, *entry, count, &buffer, &value);
+      if (block->status != 0) {
+         return;
+      }
+      block->values.push_back(value);
+      block->details.push_back(entryDetails(info.tableHandle, *entry));
+   }
+   block->failedStep = "Direct end error: ";
+   block->status = ZelCountersIntf::counterReadDirectEnd(chip().sessionId());
+}
+
 void TableCounters::showIndirectTable(ShowOutput& out, const ZlTableCounter& info, ZelId::ZelPipeId pipeId,
-                                      bool nonZeroOnly) {
+                                      bool nonZeroOnly, Slices& slices) {
    out.tableBegin({tableTitle(info, pipeId), indirectColumns, TableLayout::indirectTable});
-   indirectRows(out, info, pipeId, nonZeroOnly);
+   indirectRows(out, info, pipeId, nonZeroOnly, slices);
    out.reading(toldTable(info, pipeId, clears_.last(info.tableHandle, pipeId)));
    out.tableEnd();
 }
 
 void TableCounters::indirectRows(ShowOutput& out, const ZlTableCounter& info, ZelId::ZelPipeId pipeId,
-                                 bool nonZeroOnly) const {
-   IndirectRead read(chip(), pipeId, info.tableHandle);
-   U32 status = read.start();
-   if (status != 0) {
-      traceError(out, "Indirect start error: ", status);
-      return;
-   }
+                                 bool nonZeroOnly, Slices& slices) const {
    constexpr TableView::Unsupported notCounted;
    // One for all rows, since there may be tens of thousands: a column that isn't counted stays as it is.
    std::array<TableView::Cell, std::size(indirectColumns)> cells{U64{0}, notCounted, notCounted};
-   for (U32 index = 0; index < info.size && out.ok(); ++index) {
+   U32 next = 0;
+   rows(
+        out, info, pipeId, nonZeroOnly, slices,
+        [&](Block* block) {
+           readIndirect(info, pipeId, next, block);
+           next += static_cast<U32>(block->values.size());
+        },
+        [&](const Block& block, std::size_t i) {
+           cells[0] = U64{(block.first + static_cast<U32>(i)) & printedIndexMask};
+           if (info.packets) {
+              cells[1] = U64{block.values[i].packets};
+           }
+           if (info.bytes || !info.packets) { // a table without either is taken for one of bytes
+              cells[2] = U64{block.values[i].bytes};
+           }
+           out.row(cells);
+        });
+   KILN_TRACE(8, "Show table counters complete");
+}
+
+void TableCounters::readIndirect(const ZlTableCounter& info, ZelId::ZelPipeId pipeId, U32 first,
+                                 Block* block) const {
+   *block = {.first = first, .failedStep = "Indirect start error: "};
+   BlockTime time;
+   IndirectRead read(chip(), pipeId, info.tableHandle);
+   block->status = read.start();
+   if (block->status != 0) {
+      return;
+   }
+   time.handleStarted();
+   block->failedStep = nullptr;
+   U32 index = first;
+   while (index < info.size && !time.isOver(block->values.size())) {
       p4_pd_counter_value value{};
-      status = read.entry(index, &value);
-      if (status != 0) {
-         out.note(readError(status));
+      block->status = read.entry(index++, &value);
+      if (block->status != 0) {
          return;
       }
-      if (nonZeroOnly && isZero(info, value)) {
-         continue;
-      }
-      cells[0] = U64{index & printedIndexMask};
-      if (info.packets) {
-         cells[1] = U64{value.packets};
-      }
-      if (info.bytes || !info.packets) { // a table without either is taken for one of bytes
-         cells[2] = U64{value.bytes};
-      }
-      out.row(cells);
+      block->values.push_back(value);
    }
-   status = read.end();
-   if (status != 0) {
-      traceError(out, "Indirect end error: ", status);
+   block->isLast = index == info.size;
+   block->failedStep = "Indirect end error: ";
+   block->status = read.end();
+}
+
+void TableCounters::tellError(ShowOutput& out, const Block& block) {
+   if (block.status == 0) {
+      return;
    }
-   KILN_TRACE(8, "Show table counters complete");
+   if (block.failedStep != nullptr) {
+      traceError(out, block.failedStep, block.status);
+   } else {
+      out.note("Got error " + std::to_string(static_cast<int>(block.status)) + " retrieving the counters");
+   }
+}
+
+TableCounters::Moment TableCounters::momentOf(const ZlTableCounter& info, ZelId::ZelPipeId pipeId) const {
+   const auto writing = writings_.find(info.tableHandle);
+   return {chip().tableSyncs(),
+           chip().readings().reading({ReadingKey::Kind::queues, 0, pipeId}).readTime, // a sync of its own
+           writing != writings_.end() ? writing->second : Writing{}};
+}
+
+// What was read is not of the moment of the first block.
+void TableCounters::tellChanges(ShowOutput& out, const ZlTableCounter& info, ZelId::ZelPipeId pipeId,
+                                const Moment& first) const {
+   const Moment now = momentOf(info, pipeId);
+   if (now.syncs != first.syncs || (isOfQueues(info) && now.queuesTime != first.queuesTime)) {
+      out.changed("Tables of chip " + chip().chipName() + " were synced while " + tableText(info, pipeId) +
+                  " was shown: its rows may be from before and after");
+   }
+   if (now.writing.begun != first.writing.begun || first.writing.running != 0) {
+      out.changed(tableText(info, pipeId) +
+                  " was cleared while it was shown: its rows may be from before and after");
+   }
+}
+
+bool TableCounters::isOfQueues(const ZlTableCounter& info) const {
+   return info.tableHandle == chip().zlResourceInfoIntf()->zlTableCounterField(
+                                   TableNames::egressPortQueueCount, ZlCounterFieldId::tableHandle);
 }
 
 // By handle, not by name: what counts is which hardware table a clear would write. The first two tables are
@@ -299,7 +410,7 @@ const char* TableCounters::otherClear(const ZlTableCounter& info) const {
       return chip().zlResourceInfoIntf()->zlTableCounterIndex(name) != ZlResourceInfo::notFound &&
              handleOf(name) == info.tableHandle;
    };
-   if (info.tableHandle == handleOf(TableNames::egressPortQueueCount)) {
+   if (isOfQueues(info)) {
       return "'clear INTF' at the agent's console, for an interface's queues";
    }
    if (info.tableHandle == handleOf(TableNames::pdpClassCount)) {
@@ -321,39 +432,71 @@ void TableCounters::clear(ShowOutput& out, U32 tableId, ZelId::ZelPipeId pipeId)
       KILN_TRACE(8, "Counter: " << info->name << " skipping clear command");
       return;
    }
-   onClear_(out, *info, pipeId, ClearStage::before);
+   Slices slices(chip());
+   if (!slices.next()) {
+      return;
+   }
    KILN_TRACE(8, "Counter: " << info->name << ", handle: " << info->tableHandle << ", size: " << info->size
                              << ", direct: " << info->direct << ", pkts/bytes: " << info->packets << "/"
                              << info->bytes);
-   const TableTarget table{chip().sessionId(), chip().deviceId(), pipeId, info->tableHandle};
-   U32 status = 0;
-   const p4_pd_counter_value zero{};
-   if (info->direct) {
-      forEachMatchEntry(table, [&](int entry) {
-         status = ZelCountersIntf::counterWriteDirect(table.session, table.device, table.pipe, table.handle,
-                                                      entry, zero);
-         return status == 0;
-      });
-   } else {
-      for (U32 index = 0; index < info->size && status == 0; ++index) {
-         status = ZelCountersIntf::counterWriteIndirect(table.session, table.device, table.pipe, table.handle,
-                                                        index, zero);
-      }
-   }
+   const WritingScope writing(writings_[info->tableHandle]);
+   const U32 kept = onClear_(out, *info, pipeId, ClearStage::before);
+   const U32 status =
+        info->direct ? zeroDirect(*info, pipeId, slices) : zeroIndirect(out, *info, pipeId, kept, slices);
    // Of a table that the SDK can't clear at all, the first entry says it for all, and that is no fault. Any other
    // refusal would leave the table half cleared.
    if (status != 0 && status != sdkNotSupported) {
       KILN_TRACE(8, "Counter set result: " << static_cast<int>(status));
       KILN_ASSERT(status == 0);
    }
-   if (status == 0) {
-      onClear_(out, *info, pipeId, ClearStage::done);
+   if (status == 0 && !chip().isStopped()) {
       clears_.cleared(info->tableHandle, pipeId);
    }
 }
 
+// The status of the last write. Ends when the chip goes.
+U32 TableCounters::zeroDirect(const ZlTableCounter& info, ZelId::ZelPipeId pipeId, Slices& slices) const {
+   MatchEntries entries(chip(), pipeId, info.tableHandle);
+   U32 status = 0;
+   for (std::size_t written = 0; status == 0 && (written % rowsPerLook != 0 || slices.next()); ++written) {
+      if (slices.wasAway()) {
+         entries.handleAway();
+      }
+      const std::optional<int> entry = entries.next();
+      if (!entry) {
+         break;
+      }
+      status = ZelCountersIntf::counterWriteDirect(chip().sessionId(), chip().deviceId(), pipeId,
+                                                   info.tableHandle, *entry, {});
+   }
+   return status;
+}
+
+// Those that somebody keeps counts of first, and in one piece: a sync that came between their last reading and their
+// zeroes would bring counts that nobody reads, and a reading between the zeroes would take them for a reset.
+U32 TableCounters::zeroIndirect(ShowOutput& out, const ZlTableCounter& info, ZelId::ZelPipeId pipeId,
+                                U32 kept, Slices& slices) const {
+   U32 index = 0;
+   U32 status = 0;
+   const auto zeroNext = [&] {
+      status = ZelCountersIntf::counterWriteIndirect(chip().sessionId(), chip().deviceId(), pipeId,
+                                                     info.tableHandle, index++, {});
+   };
+   while (index < std::min(kept, info.size) && status == 0) {
+      zeroNext();
+   }
+   if (kept != 0 && status == 0) {
+      onClear_(out, info, pipeId, ClearStage::done);
+   }
+   while (index < info.size && status == 0 && (index % rowsPerLook != 0 || slices.next())) {
+      zeroNext();
+   }
+   return status;
+}
+
 void TableCounters::clearAll(ShowOutput& out) {
-   for (U32 id = 0; id < chip().tablesNum(); ++id) {
+   Slices slices(chip());
+   for (U32 id = 0; id < chip().tablesNum() && slices.next(); ++id) {
       for (const U16 pipe : chip().tablePipes(id)) {
          clear(out, id, pipe);
       }

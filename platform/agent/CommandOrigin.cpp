@@ -1,4 +1,5 @@
-// One origin for the process: commands run one at a time, under the activity lock.
+// One origin for the thread that runs commands, one at a time. What another thread does while a command gives way is not
+// the command's.
 #include "agent/CommandOrigin.h"
 
 #include "kiln/Time.h"
@@ -11,7 +12,7 @@ namespace Agent {
 namespace {
 
 std::optional<CommandOrigin>& running() {
-   static std::optional<CommandOrigin> origin;
+   thread_local std::optional<CommandOrigin> origin;
    return origin;
 }
 

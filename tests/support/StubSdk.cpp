@@ -60,6 +60,9 @@ U32 read(const char* entryPoint, U32 dev, U16 pipe, U32 handle, U32 key, p4_pd_c
       return status;
    }
    ++sdk().reads;
+   if (sdk().onEntry) {
+      sdk().onEntry(static_cast<int>(dev), key);
+   }
    const Table& table = sdk().table(static_cast<int>(dev), handle);
    const auto at = table.values.find({pipe, key});
    *value = at == table.values.end() ? p4_pd_counter_value{} : at->second;
@@ -73,6 +76,9 @@ U32 write(const char* entryPoint, U32 dev, U16 pipe, U32 handle, U32 key, const 
       }
    }
    sdk().table(static_cast<int>(dev), handle).values[{pipe, key}] = value;
+   if (sdk().onEntry) {
+      sdk().onEntry(static_cast<int>(dev), key);
+   }
    return 0;
 }
 

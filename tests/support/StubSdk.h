@@ -62,10 +62,11 @@ struct Sdk {
    std::vector<Completion> pending;
    // The calls that matter, in order: "sync 0 65535 A01", "property 0 B01 scope 1", ...
    std::vector<std::string> calls;
-   std::function<void()> onMacStatsGet; // called in each request for a port's counters
-   bool takesPortReads = false;         // else these requests are refused
-   std::vector<PortRead> portReads;     // for the test to deliver
-   U64 reads = 0;                       // of entries
+   std::function<void()> onMacStatsGet;           // called in each request for a port's counters
+   bool takesPortReads = false;                   // else these requests are refused
+   std::vector<PortRead> portReads;               // for the test to deliver
+   U64 reads = 0;                                 // of entries
+   std::function<void(int dev, U32 key)> onEntry; // called in each read and write of an entry
    U32 physicalPipeOffset = 0;
    std::mutex mutex; // guards pending
 
