@@ -1,8 +1,7 @@
 // The cost of one completion of a pipe's queue counters, of one fetch of the PDP counters, and of what is published after
 // a sync pass, each as a multiple of its floor: the same SDK reads, and nothing else. A completion includes the
-// publishing. Floor and library take turns, so that both see the same machine.
-#include "bench/AllocationCount.h"
-#include "bench/CpuTime.h"
+// publishing.
+#include "bench/InTurns.h"
 #include "counters/ZelCounters.h"
 #include "counters/ZelCountersMgr.h"
 #include "counters/publish/ChipPublishingSm.h"
@@ -18,7 +17,7 @@
 
 namespace {
 
-using Bench::cpuSeconds;
+using Bench::Caches;
 constexpr unsigned pipes = 4;
 constexpr unsigned portsPerPipe = ZlPort::frontPanelPortsPerPipe;
 constexpr unsigned queuesPerPort = 8;
@@ -71,30 +70,7 @@ struct Switch {
    Kiln::Ptr<ZelCounter::ZelCounters> chip;
 };
 
-// `prepare` is not timed.
-template <class Prepare, class Path, class Floor>
-void compare(benchmark::State& state, Prepare prepare, Path path, Floor floor) {
-   double floorSeconds = 0.0;
-   double pathSeconds = 0.0;
-   U64 allocations = 0;
-   for (auto _ : state) {
-      prepare();
-      const double begin = cpuSeconds();
-      floor();
-      const double middle = cpuSeconds();
-      const U64 before = Bench::allocations().count;
-      path();
-      allocations += Bench::allocations().count - before;
-      const double end = cpuSeconds();
-      floorSeconds += middle - begin;
-      pathSeconds += end - middle;
-      state.SetIterationTime(end - middle);
-   }
-   state.counters["x_floor"] = pathSeconds / floorSeconds;
-   state.counters["allocations"] = static_cast<double>(allocations);
-}
-
-void queueCompletion(benchmark::State& state) {
+void queueCompletion(benchmark::State& state, Caches caches) {
    Switch one;
    auto& completions = one.fleet.completions();
    const auto poller = one.chip->pipeIntfQueueCounterSm(0);
@@ -118,20 +94,19 @@ void queueCompletion(benchmark::State& state) {
          }
       }
    };
-   compare(
-        state,
-        [&] {
-           one.time->charge(2.0);
-           poller->pollingClockExpired();
-        },
-        [&] { ZelCounter::ZelIntfQueueCountersCallback(0, cookie); }, floor);
+   const auto askAgain = [&] {
+      one.time->charge(2.0);
+      poller->pollingClockExpired();
+   };
+   Bench::InTurns(caches).run(state, askAgain, floor,
+                              [&] { ZelCounter::ZelIntfQueueCountersCallback(0, cookie); });
    if (poller->pollingTimeMin() == Kiln::never) {
       state.SkipWithError("a completion was not taken");
    }
 }
-BENCHMARK(queueCompletion)->UseManualTime()->Unit(benchmark::kMicrosecond);
+ZEL_BENCH_HOT_AND_COLD(queueCompletion, benchmark::kMicrosecond);
 
-void pdpFetch(benchmark::State& state) {
+void pdpFetch(benchmark::State& state, Caches caches) {
    Switch one;
    one.chip->fetchPdpCounters();
    const U32 handle = one.handleOf("pdpClassCount");
@@ -147,16 +122,15 @@ void pdpFetch(benchmark::State& state) {
          ZelCountersIntf::counterReadIndirectEnd(sess_hdl);
       }
    };
-   compare(
-        state, [] {}, [&] { one.chip->fetchPdpCounters(); }, floor);
+   Bench::InTurns(caches).run(state, floor, [&] { one.chip->fetchPdpCounters(); });
    if (!one.chip->pdpCountersFetched()) {
       state.SkipWithError("the fetch failed");
    }
 }
-BENCHMARK(pdpFetch)->UseManualTime()->Unit(benchmark::kMicrosecond);
+ZEL_BENCH_HOT_AND_COLD(pdpFetch, benchmark::kMicrosecond);
 
 // All of a chip's slices: drops, classes, stages and the rest of 256 ports; and health, with where these ports are.
-void publishedPass(benchmark::State& state) {
+void publishedPass(benchmark::State& state, Caches caches) {
    Switch one;
    const auto readTable = [&](const char* table, U16 pipe, U32 stride, U32 entries) {
       const U32 handle = one.handleOf(table);
@@ -180,15 +154,12 @@ void publishedPass(benchmark::State& state) {
          readTable("pdpClassCount", pipe, ZlPort::pdpClassesPerSlot, ZlPort::pdpClassesPerSlot);
       }
    };
-   compare(
-        state, [] {},
-        [&] {
-           one.chip->chipPublishingSm()->readOnceMore();
-           one.mgr->publishHealth();
-        },
-        floor);
+   Bench::InTurns(caches).run(state, floor, [&] {
+      one.chip->chipPublishingSm()->readOnceMore();
+      one.mgr->publishHealth();
+   });
 }
-BENCHMARK(publishedPass)->UseManualTime()->Unit(benchmark::kMicrosecond);
+ZEL_BENCH_HOT_AND_COLD(publishedPass, benchmark::kMicrosecond);
 
 } // namespace
 

@@ -1,6 +1,6 @@
 // The cost of VLAN counters of four chips, 4,094 VLANs with five entries each: one read of all; one NAT refresh pass,
 // and how long it holds the activity lock; and enabling and disabling all. Each against its floor in the same run.
-#include "bench/CpuTime.h"
+#include "bench/InTurns.h"
 #include "counters/l3/ZelCountersL3Intf.h"
 #include "kiln/ActivityLock.h"
 #include "kiln/ActivityManager.h"
@@ -16,7 +16,7 @@
 
 namespace {
 
-using Bench::cpuSeconds;
+using Bench::Caches;
 using Bridging::VlanId;
 using ZelCounter::packets_and_bytes;
 
@@ -114,32 +114,23 @@ class Floor {
    std::vector<Read> reads_;
 };
 
-// Floor and library take turns, so that both see the same machine.
 template <class FloorWork, class Work>
-void against(benchmark::State& state, unsigned units, const char* unit, FloorWork floorWork, Work work) {
-   double floorSeconds = 0;
-   double seconds = 0;
-   for (auto _ : state) {
-      const double begin = cpuSeconds();
-      floorWork();
-      const double middle = cpuSeconds();
-      work();
-      const double end = cpuSeconds();
-      floorSeconds += middle - begin;
-      seconds += end - middle;
-      state.SetIterationTime(end - middle);
-   }
-   const double each = 1e9 / static_cast<double>(state.iterations()) / units;
+void against(benchmark::State& state, Caches caches, unsigned units, const char* unit, FloorWork floorWork,
+             Work work) {
+   Bench::InTurns turns(caches);
+   turns.run(state, floorWork, work);
+   const double floorSeconds = turns.floorTimes.median();
+   const double each = 1e9 / units;
    state.counters[Kiln::String("floor_ns_per_") + unit] = floorSeconds * each;
-   state.counters[Kiln::String("own_ns_per_") + unit] = (seconds - floorSeconds) * each;
+   state.counters[Kiln::String("own_ns_per_") + unit] = (turns.pathTimes.median() - floorSeconds) * each;
 }
 
-void readAll(benchmark::State& state) {
+void readAll(benchmark::State& state, Caches caches) {
    Switch of;
    of.addVlans();
    const Floor floor(of);
    against(
-        state, reads, "entry", [&] { floor.read(); },
+        state, caches, reads, "entry", [&] { floor.read(); },
         [&] {
            packets_and_bytes rx;
            packets_and_bytes tx;
@@ -152,10 +143,10 @@ void readAll(benchmark::State& state) {
            }
         });
 }
-BENCHMARK(readAll)->UseManualTime()->Unit(benchmark::kMillisecond);
+ZEL_BENCH_HOT_AND_COLD(readAll, benchmark::kMillisecond);
 
 // The floor also reads and writes each interface's record, as the pass must.
-void natPass(benchmark::State& state) {
+void natPass(benchmark::State& state, Caches caches) {
    Switch of;
    of.addVlans();
    const Floor floor(of);
@@ -165,7 +156,7 @@ void natPass(benchmark::State& state) {
    }
    double longestHold = 0;
    against(
-        state, reads, "entry",
+        state, caches, reads, "entry",
         [&] {
            for (unsigned vlan = 1; vlan <= VlanId::max; ++vlan) {
               const Silo::Key& key = keys[vlan - 1];
@@ -182,10 +173,10 @@ void natPass(benchmark::State& state) {
         });
    state.counters["longest_lock_ms"] = 1e3 * longestHold;
 }
-BENCHMARK(natPass)->UseManualTime()->Unit(benchmark::kMillisecond);
+ZEL_BENCH_HOT_AND_COLD(natPass, benchmark::kMillisecond);
 
 // The floor adds and deletes the same entries through the PD interface.
-void enableAndDisable(benchmark::State& state) {
+void enableAndDisable(benchmark::State& state, Caches caches) {
    Switch of;
    SoftChip::SoftPd pd;
    const U32 session = ZelSdk::getZelSessionHdl();
@@ -202,7 +193,7 @@ void enableAndDisable(benchmark::State& state) {
                                        {"egrL2DomainCount", 1, 0}};
    const auto& helper = of.sm->helper(0);
    against(
-        state, VlanId::max, "vlan",
+        state, caches, VlanId::max, "vlan",
         [&] {
            for (std::size_t i = 0; i < entries.size(); ++i) {
               const Kind& kind = kinds[i % entriesPerVlan];
@@ -225,7 +216,7 @@ void enableAndDisable(benchmark::State& state) {
            }
         });
 }
-BENCHMARK(enableAndDisable)->UseManualTime()->Unit(benchmark::kMillisecond);
+ZEL_BENCH_HOT_AND_COLD(enableAndDisable, benchmark::kMillisecond);
 
 } // namespace
 

@@ -3,8 +3,7 @@
 // prometheus-cpp's exposition of the same series, in turns so that all see the same machine. And what a scrape takes in
 // bytes, series, time and memory, by ports and collector.
 #include "apps/metrics/Exposition.h"
-#include "bench/AllocationCount.h"
-#include "bench/CpuTime.h"
+#include "bench/InTurns.h"
 #include "kiln/Time.h"
 #include "silo/Table.h"
 #include "vex/PublishedChip.h"
@@ -35,12 +34,6 @@ using ZelMetrics::Format;
 
 constexpr unsigned ports = 456;
 
-double median(std::vector<double>& all) {
-   const auto middle = all.begin() + static_cast<std::ptrdiff_t>(all.size() / 2);
-   std::nth_element(all.begin(), middle, all.end());
-   return *middle;
-}
-
 // What an agent of so many ports publishes, just sampled: chips of four pipes of 64 ports, and for each port a VLAN
 // interface with source NAT, and a subinterface.
 class Published {
@@ -56,6 +49,13 @@ class Published {
          }
       }
       agent_.recordIs(Tables::agentKey, {.version = {'1'}, .startedUnixTime = unixNow_}, now_);
+   }
+
+   // As a new reading of all ports does.
+   void publishPortsAgain() {
+      for (std::size_t i = 0; i < portRecords_.size(); ++i) {
+         ports_.recordIs(portKeys_[i], portRecords_[i], now_);
+      }
    }
 
    const Silo::Store& store() const { return store_; }
@@ -101,6 +101,7 @@ class Published {
       counters.speed = 25'000'000'000;
       ports_.recordIs(name, counters, now_);
       portRecords_.push_back(counters);
+      portKeys_.emplace_back(name);
 
       Tables::IntfQueueCounters queues;
       queues.present = queues.reported = 0xff;
@@ -147,6 +148,7 @@ class Published {
    const double unixNow_ = Kiln::System::unixTime();
    std::mt19937_64 random_{1};
    std::vector<Tables::IntfCounters> portRecords_;
+   std::vector<Silo::Key> portKeys_;
    Silo::Table<Tables::IntfCounters> ports_ = table<Tables::IntfCounters>(TableName::intfCounters);
    Silo::Table<Tables::IntfQueueCounters> queues_ =
         table<Tables::IntfQueueCounters>(TableName::intfQueueCounters);
@@ -173,8 +175,7 @@ Collectors only(std::string_view list) {
 }
 
 // Every counter and its created time, of which to_chars gets the milliseconds as an integer: that is the least.
-double bareSeconds(const std::vector<Tables::IntfCounters>& records) {
-   const double start = Bench::cpuSeconds();
+void bareNumbers(const std::vector<Tables::IntfCounters>& records) {
    char digits[24];
    for (const Tables::IntfCounters& record : records) {
       const auto created = static_cast<U64>(record.createdUnixTime * 1e3);
@@ -185,11 +186,10 @@ double bareSeconds(const std::vector<Tables::IntfCounters>& records) {
          benchmark::ClobberMemory();
       }
    }
-   return Bench::cpuSeconds() - start;
 }
 
 #ifdef ZEL_PROMETHEUS_CPP
-// The same series, which its counters and gauges hold already: it only has to write them.
+// The same series, kept by prometheus-cpp in this process.
 class PrometheusCpp {
  public:
    explicit PrometheusCpp(const std::vector<Tables::IntfCounters>& records) {
@@ -205,64 +205,76 @@ class PrometheusCpp {
             if (!form.label.empty()) {
                labels.emplace(form.label, form.value.view());
             }
-            counters.Add(labels).Increment(static_cast<double>(records[port].totals[i]));
+            counters_.push_back(&counters.Add(labels));
+            counters_.back()->Increment(static_cast<double>(records[port].totals[i]));
             createds.Add(labels).Set(records[port].createdUnixTime);
          }
       }
       collected_ = registry_.Collect();
    }
-   double writeSeconds(std::size_t* bytes) const {
-      const double start = Bench::cpuSeconds();
-      const std::string text = prometheus::TextSerializer().Serialize(collected_);
-      benchmark::DoNotOptimize(text.data());
-      *bytes = text.size();
-      return Bench::cpuSeconds() - start;
+   // As a new reading of all ports does.
+   void update() {
+      for (prometheus::Counter* const counter : counters_) {
+         counter->Increment(1);
+      }
    }
+   void collect() { collected_ = registry_.Collect(); }
+   // Writes what was collected last.
+   void write() {
+      text_ = prometheus::TextSerializer().Serialize(collected_);
+      benchmark::DoNotOptimize(text_.data());
+   }
+   std::size_t bytes() const { return text_.size(); }
 
  private:
    prometheus::Registry registry_;
+   std::vector<prometheus::Counter*> counters_;
    std::vector<prometheus::MetricFamily> collected_;
+   std::string text_;
 };
 #endif
 
-void scrapePorts(benchmark::State& state) {
+void scrapePorts(benchmark::State& state, Bench::Caches caches) {
    const Published agent(ports);
    ZelMetrics::Exposition exposition(agent.store(), only("interfaces"));
    String text;
    exposition.scrape(Format::openMetrics, &text);
-   std::vector<double> scrapes;
-   std::vector<double> bare;
-   U64 allocated = 0;
-#ifdef ZEL_PROMETHEUS_CPP
-   const PrometheusCpp other(agent.portRecords());
-   std::vector<double> others;
-   std::size_t otherBytes = 0;
-#endif
-   scrapes.reserve(100'000);
-   for (auto _ : state) {
-      const auto before = Bench::allocations();
-      const double start = Bench::cpuSeconds();
-      exposition.scrape(Format::openMetrics, &text);
-      scrapes.push_back(Bench::cpuSeconds() - start);
-      allocated += Bench::allocations().count - before.count;
-      bare.push_back(bareSeconds(agent.portRecords()));
-#ifdef ZEL_PROMETHEUS_CPP
-      others.push_back(other.writeSeconds(&otherBytes));
-#endif
-      state.SetIterationTime(scrapes.back());
-   }
-   const double scrape = median(scrapes);
-   state.counters["x_to_chars"] = scrape / median(bare);
-#ifdef ZEL_PROMETHEUS_CPP
-   state.counters["faster_than_prometheus_cpp"] = median(others) / scrape;
-   state.counters["prometheus_cpp_bytes"] = static_cast<double>(otherBytes);
-#else
-   state.SetLabel("without prometheus-cpp");
-#endif
+   Bench::InTurns(caches).run(
+        state, [&] { bareNumbers(agent.portRecords()); },
+        [&] { exposition.scrape(Format::openMetrics, &text); });
    state.counters["bytes"] = static_cast<double>(text.size());
-   state.counters["allocations_per_scrape"] =
-        static_cast<double>(allocated) / static_cast<double>(scrapes.size());
 }
+ZEL_BENCH_HOT_AND_COLD(scrapePorts, benchmark::kMicrosecond);
+
+#ifdef ZEL_PROMETHEUS_CPP
+// "x_floor" is how many times as long the other takes to write what it has collected already.
+void besidePrometheusCpp(benchmark::State& state) {
+   Published agent(ports);
+   ZelMetrics::Exposition exposition(agent.store(), only("interfaces"));
+   String text;
+   exposition.scrape(Format::openMetrics, &text);
+   PrometheusCpp other(agent.portRecords());
+   Bench::Times ownUpdates;
+   Bench::Times updates;
+   Bench::Times collections;
+   Bench::InTurns turns(Bench::Caches::hot);
+   const auto takeReading = [&] {
+      ownUpdates.add(Bench::timeOf([&] { agent.publishPortsAgain(); }));
+      updates.add(Bench::timeOf([&] { other.update(); }));
+      collections.add(Bench::timeOf([&] { other.collect(); }));
+   };
+   turns.run(
+        state, takeReading, [&] { exposition.scrape(Format::openMetrics, &text); }, [&] { other.write(); });
+   state.counters["own_update_us"] = 1e6 * ownUpdates.median();
+   state.counters["own_us"] = 1e6 * turns.floorTimes.median();
+   state.counters["update_us"] = 1e6 * updates.median();
+   state.counters["collect_us"] = 1e6 * collections.median();
+   state.counters["write_us"] = 1e6 * turns.pathTimes.median();
+   state.counters["own_bytes"] = static_cast<double>(text.size());
+   state.counters["bytes"] = static_cast<double>(other.bytes());
+}
+BENCHMARK(besidePrometheusCpp)->UseManualTime()->Unit(benchmark::kMillisecond);
+#endif
 
 // Memory of this process's own, in bytes; the shared tables, which the exporter only maps, are not among it.
 double privateBytes() {
@@ -303,7 +315,6 @@ void scrapeBy(benchmark::State& state, const String& list) {
 } // namespace
 
 int main(int argc, char** argv) {
-   benchmark::RegisterBenchmark("scrapePorts", scrapePorts)->UseManualTime()->Unit(benchmark::kMicrosecond);
    std::vector<String> lists{"all"};
    lists.insert(lists.end(), ZelMetrics::collectorNames.begin(), ZelMetrics::collectorNames.end());
    for (const String& list : lists) {

@@ -1,8 +1,7 @@
 // The cost of showing a counter table of 65,536 entries, against its floor (the same lines through std::to_chars into
-// one buffer, written once) and against a formatted write to the descriptor per line.
-//
-// Every round runs the three in turn, so that all see the same machine. The time shown is the command's; "x_floor" is
-// its multiple of the floor's time, "x_faster" is the line-by-line time's multiple of it.
+// one buffer, written once) and against a formatted write to the descriptor per line, whose time is "x_faster" times
+// the command's. Every round runs the three in turn.
+#include "bench/InTurns.h"
 #include "counters/ZelCounters.h"
 #include "kiln/ActivityLock.h"
 #include "kiln/ActivityManager.h"
@@ -11,7 +10,6 @@
 
 #include <benchmark/benchmark.h>
 #include <charconv>
-#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <sys/mman.h>
@@ -20,6 +18,7 @@
 
 namespace {
 
+using Bench::Caches;
 constexpr U32 entries = 65536;
 
 struct Output {
@@ -63,15 +62,7 @@ void formattedLines(int fd, const std::vector<p4_pd_counter_value>& values) {
    }
 }
 
-template <class Run>
-double seconds(const Output& output, Run run) {
-   output.rewind();
-   const auto start = std::chrono::steady_clock::now();
-   run(output.fd);
-   return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
-
-void showTable(benchmark::State& state) {
+void showTable(benchmark::State& state, Caches caches) {
    Kiln::System::timeSourceIs(Kiln::allocate<Kiln::SimulatedTime>());
    auto manager = Kiln::ActivityManager::instance();
    SoftChip::Fleet fleet;
@@ -97,28 +88,36 @@ void showTable(benchmark::State& state) {
       ZelCountersIntf::counterWriteIndirect(sess_hdl, 0, ZelId::ZelPipeId::allPipes(), handle, i, values[i]);
    }
    const Output output;
-   double floorTime = 0;
-   double formattedTime = 0;
-   double time = 0;
-   for (auto _ : state) {
-      floorTime += seconds(output, [&](int fd) { floorLines(fd, values); });
-      const off_t floorSize = output.size();
-      formattedTime += seconds(output, [&](int fd) { formattedLines(fd, values); });
-      const bool formattedIsEqual = output.size() == floorSize;
-      const double own =
-           seconds(output, [&](int fd) { chip->showTableCounters(static_cast<U32>(fd), id, false); });
-      if (!formattedIsEqual || output.size() <= floorSize) {
-         state.SkipWithError("the three did not print the same table");
-      }
-      time += own;
-      state.SetIterationTime(own);
+   off_t floorSize = 0;
+   Bench::Times formatted;
+   Bench::InTurns turns(caches);
+   turns.run(
+        state,
+        [&] {
+           output.rewind();
+           formatted.add(Bench::timeOf([&] { formattedLines(output.fd, values); }));
+        },
+        [&] {
+           const off_t formattedSize = output.size();
+           output.rewind();
+           floorLines(output.fd, values);
+           floorSize = output.size();
+           if (formattedSize != floorSize) {
+              state.SkipWithError("floor and formatted lines are not the same table");
+           }
+        },
+        [&] {
+           output.rewind();
+           chip->showTableCounters(static_cast<U32>(output.fd), id, false);
+        });
+   if (output.size() <= floorSize) {
+      state.SkipWithError("the command did not print the table");
    }
-   state.counters["x_floor"] = time / floorTime;
-   state.counters["x_faster"] = formattedTime / time;
+   state.counters["x_faster"] = formatted.median() / turns.pathTimes.median();
    chip = nullptr;
 }
 
-BENCHMARK(showTable)->UseManualTime()->Unit(benchmark::kMillisecond);
+ZEL_BENCH_HOT_AND_COLD(showTable, benchmark::kMillisecond);
 
 } // namespace
 

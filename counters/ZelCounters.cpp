@@ -320,7 +320,7 @@ void ZelCounters::getMacCounters(const Pelt::IntfId& intf, const Kiln::Ptr<VexTy
                                  const Kiln::Ptr<VexTypes::IntfCounters>& previous) {
    KILN_TRACE(4, "getMacCounters"
                       << ", intf: " << intf);
-   if (const Kiln::Ptr<IntfCounters>* const last = macCountersLast().find(intf)) {
+   if (const Kiln::Ptr<IntfCounters>* const last = macCountersLast().findInPass(intf)) {
       const IntfCounters& snapshot = **last;
       // Values of two places are never compared: no step leads to a place that somebody was counted at.
       if (previous->sourceIs(mac_.sourceOf(snapshot), mac_.isCounted(snapshot)) == Vex::Begin::nothing) {

@@ -1,9 +1,11 @@
 // Moves the frames that the generators have ready into the chips, ten times a second.
 #include "softchip/Traffic.h"
 
+#include "kiln/ActivityLock.h"
 #include "kiln/Time.h"
 #include "softchip/CaptureReader.h"
 
+#include <algorithm>
 #include <cmath>
 #include <stdexcept>
 
@@ -21,6 +23,9 @@ void Traffic::onIs(bool on) {
       deliveredAt_ = Kiln::System::currentTime();
       clock_.timeMinIs(deliveredAt_ + tick);
    } else {
+      const auto whole = Kiln::ActivityLockAnchor::lock(); // nested, so that no slice ends
+      deliver();                                           // the rest of what was begun
+      beginDelivery();
       deliver();
       clock_.timeMinIs(Kiln::never);
    }
@@ -28,25 +33,45 @@ void Traffic::onIs(bool on) {
 }
 
 void Traffic::handleClock() {
-   clock_.timeMinIs(Kiln::System::currentTime() + tick);
-   deliver();
+   if (!nextPlace_) {
+      beginDelivery();
+   }
+   const bool isOver = deliver();
+   clock_.timeMinIs(isOver ? std::max(deliveredAt_ + tick, Kiln::System::currentTime())
+                           : Kiln::System::currentTime());
 }
 
-void Traffic::deliver() {
+void Traffic::beginDelivery() {
    const double now = Kiln::System::currentTime();
    // What passed, not a tick: a late clock loses no frames.
    time_ += now - deliveredAt_;
    deliveredAt_ = now;
+   nextPlace_ = Place{};
+}
+
+// In slices, of ports. Chips and ports may change meanwhile: what comes anew gets its first frames with the next
+// delivery, by sourceOf.
+bool Traffic::deliver() {
+   const Place begin = nextPlace_.value_or(Place{});
    for (Chip* chip : fleet_.chips()) {
+      if (!nextPlace_ || chip->deviceId() < begin.device) {
+         continue;
+      }
       Source& source = sourceOf(*chip);
       const std::chrono::nanoseconds elapsed(std::llround((time_ - source.since) * 1e9));
       TrafficBatch batch;
-      for (std::size_t i = 0; i < source.ports.size(); ++i) {
+      for (std::size_t i = chip->deviceId() == begin.device ? begin.port : 0; i < source.ports.size(); ++i) {
          while (source.generator.next(i, elapsed, batch)) {
             chip->receive(source.ports[i], batch.frame, batch.repeat);
          }
+         if (Kiln::ActivityLockAnchor::isSliceOver()) {
+            nextPlace_ = Place{chip->deviceId(), i + 1};
+            return false;
+         }
       }
    }
+   nextPlace_.reset();
+   return true;
 }
 
 // When the ports change, the chip's traffic begins anew: a port's frames depend on how many others there are.

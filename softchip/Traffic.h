@@ -6,6 +6,7 @@
 #include "softchip/TrafficGenerator.h"
 
 #include <map>
+#include <optional>
 
 namespace SoftChip {
 
@@ -33,8 +34,16 @@ class Traffic {
       TrafficGenerator generator;
    };
 
+   // Where a delivery goes on: chips come in the order of their device ids.
+   struct Place {
+      U8 device = 0;
+      std::size_t port = 0; // of the source's
+   };
+
    void handleClock();
-   void deliver();
+   void beginDelivery();
+   // False if its slice of the lock's time was over first.
+   bool deliver();
    Source& sourceOf(const Chip& chip);
 
    // Seconds. Well below TrafficManager::burstSeconds, or ports would drop ordinary traffic.
@@ -45,6 +54,7 @@ class Traffic {
    bool on_ = false;
    double time_ = 0.0;      // traffic time
    double deliveredAt_ = 0; // clock time
+   std::optional<Place> nextPlace_; // of a delivery that has begun
    std::map<U8, Source> sources_;
    Kiln::Timer<Traffic> clock_;
 };

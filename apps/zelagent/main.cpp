@@ -204,6 +204,10 @@ int runAgent(const Options& options) {
                           Agent::CommandReaders{*options.readGroup, socketPath});
    }
    agent.createdIsKept();
+   {
+      const auto lock = Kiln::ActivityLockAnchor::lock();
+      Kiln::ActivityLockAnchor::statisticsDel(); // nobody waited for the start
+   }
    if (folder) {
       folder->made.clear();
    }

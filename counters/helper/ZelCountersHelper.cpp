@@ -53,9 +53,9 @@ void ZelCountersHelper::getIntfQueueType(const Pelt::IntfId& intf, VexTypes::Int
    }
 }
 
-// An interface without a port is of device 8, which no chip has.
 Kiln::Ptr<ZelCounters> ZelCountersHelper::chipOf(const Pelt::IntfId& intf) const {
-   return mgr_ != nullptr ? mgr_->zelCounters(systemStatus_->portInfo(intf).devId) : nullptr;
+   const ZelSystem::PortRecord* const port = systemStatus_->portInfo().findInPass(intf);
+   return mgr_ != nullptr && port != nullptr ? mgr_->zelCounters(port->devId) : nullptr;
 }
 
 // Nothing to set up, or to take down below: a VLAN is counted from when it carries an L3 interface until it doesn't.

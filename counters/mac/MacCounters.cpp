@@ -6,6 +6,7 @@
 #include "kiln/Assert.h"
 #include "kiln/RingLog.h"
 #include "sdk/bf_port.h"
+#include "silo/Prefetch.h"
 
 #include <array>
 
@@ -19,7 +20,7 @@ constexpr TableView::Column columns[] = {{"Counter", TableView::Holds::text},
 } // namespace
 
 void MacCounters::updateCounters(const Pelt::IntfId& intf, const bf_rmon_counter_array_t& counters) {
-   const ZelSystem::PortRecord* const record = chip().systemStatus()->portInfo().find(intf);
+   const ZelSystem::PortRecord* const record = chip().systemStatus()->portInfo().findInPass(intf);
    if (record == nullptr) {
       // The port went while its read was under way. Storing it would make the interface known to commands again.
       KILN_RINGLOG_TRACE(4, " intfId missing in systemStatus::portInfo[] for " << intf);
@@ -28,7 +29,8 @@ void MacCounters::updateCounters(const Pelt::IntfId& intf, const bf_rmon_counter
    KILN_TRACE(4, "updateCounters"
                       << ", intf: " << intf << ", portId: " << record->devicePort);
    // Raw from here on: this runs for every port on every pass, and a counted pointer costs more than the lookup.
-   IntfCounters* last = macCountersLast(intf).ptr();
+   const Kiln::Ptr<IntfCounters>* const known = macCountersLast().findInPass(intf);
+   IntfCounters* last = known != nullptr ? known->ptr() : nullptr;
    if (last != nullptr && last->devicePort() != record->devicePort) {
       handlePort(intf);
       last = nullptr;
@@ -42,11 +44,14 @@ void MacCounters::updateCounters(const Pelt::IntfId& intf, const bf_rmon_counter
       last = cl.ptr();
    }
    // A new clear snapshot reads 0 throughout: until the first clear, shows have the hardware's totals.
-   if (!macCountersClear().contains(intf)) {
+   if (macCountersClear().findInPass(intf) == nullptr) {
       KILN_RINGLOG_TRACE(4, "Initialize clear counters for intf " << intf);
       const Kiln::Ptr<IntfCounters> cc = intfCountersFactory(intf);
       KILN_ASSERT(cc);
       macCountersClearIs(intf, cc);
+   }
+   if (const Kiln::Ptr<IntfCounters>* const next = macCountersLast().nextInPass()) {
+      Silo::prefetch(next->ptr(), sizeof(IntfCounters));
    }
    last->countersAre(counters);
 }

@@ -40,13 +40,26 @@ void IntfQueueCounters::readingsAre(U16 devicePort, std::span<const QueueCounter
    readTime_ = time;
    for (const QueueCounter& reading : readings) {
       const std::size_t queue = reading.queueId;
-      readings_.at(queue) = reading;
-      const Vex::Step<2> sent = sent_[queue].read({reading.pkts, reading.bytes}, begin);
-      const Vex::Step<1> dropped = dropped_[queue].read({reading.pktsDropped}, begin);
-      const QueueCounter& counter = counters_[queue];
-      queueCounterIs({reading.queueId, counter.bytes + sent.counts[1], counter.pkts + sent.counts[0],
-                      counter.pktsDropped + dropped.counts[0]});
+      const std::array<U64, 2> sent{reading.pkts, reading.bytes};
+      const std::array<U64, 1> dropped{reading.pktsDropped};
+      QueueCounter& counter = counters_.at(queue);
+      counter.queueId = reading.queueId;
+      read_ |= U32{1} << queue;
+      const bool isPlain =
+           begin == Vex::Begin::step && sent_[queue].isPlain(sent) && dropped_[queue].isPlain(dropped);
+      const auto [pkts, bytes] =
+           isPlain ? sent_[queue].takePlain(sent) : sent_[queue].read(sent, begin).counts;
+      const auto [pktsDropped] =
+           isPlain ? dropped_[queue].takePlain(dropped) : dropped_[queue].read(dropped, begin).counts;
+      counter.pkts += pkts;
+      counter.bytes += bytes;
+      counter.pktsDropped += pktsDropped;
    }
+}
+
+QueueCounter IntfQueueCounters::reading(std::size_t queue) const {
+   const auto& [pkts, bytes] = sent_.at(queue).last();
+   return {static_cast<U8>(queue), bytes, pkts, dropped_.at(queue).last()[0]};
 }
 
 void IntfQueueCounters::clear() {

@@ -53,7 +53,7 @@ class IntfQueueCounters : public Kiln::PtrInterface {
    void clear();
 
    // What the hardware had in a queue when it was read last. Throws std::out_of_range for a queue above 16.
-   const QueueCounter& reading(std::size_t queue) const { return readings_.at(queue); }
+   QueueCounter reading(std::size_t queue) const;
    // The interface has left the port that was read: what is read there next is only compared with.
    void leave() { hasLeft_ = true; }
    bool hasLeft() const { return hasLeft_; }
@@ -65,7 +65,6 @@ class IntfQueueCounters : public Kiln::PtrInterface {
  private:
    Pelt::IntfId intfId_;
    std::array<QueueCounter, queueLimit> counters_{};
-   std::array<QueueCounter, queueLimit> readings_{};
    std::array<Vex::Meter<2>, queueLimit> sent_{}; // packets and bytes
    std::array<Vex::Meter<1>, queueLimit> dropped_{};
    U32 read_ = 0; // bit q: queue q was read

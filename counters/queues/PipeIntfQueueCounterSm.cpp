@@ -151,8 +151,8 @@ bf_status_t PipeIntfQueueCounterSm::readDropped(const Port& port, Readings& read
 // A front-panel interface that came back at another port has nothing in common with what is stored. An internal one
 // needs nothing here: it was restarted as its port changed.
 void PipeIntfQueueCounterSm::forgetOtherPort(const Port& port) const {
-   const Kiln::Ptr<IntfQueueCounters>& stored = parent_->intfQueueCounters(port.intf);
-   if (stored && stored->devicePort() != port.devicePort &&
+   const IntfQueueCounters* const stored = parent_->storedInPass(port.intf);
+   if (stored != nullptr && stored->devicePort() != port.devicePort &&
        !Pelt::InternalIntfId::isInternalIntfId(port.intf)) {
       parent_->intfQueueCountersDel(port.intf);
    }

@@ -3,6 +3,7 @@
 
 #include "kiln/Assert.h"
 #include "kiln/Time.h"
+#include "silo/Prefetch.h"
 
 #include <sstream>
 #include <stdexcept>
@@ -10,7 +11,8 @@
 namespace ZelCounter {
 
 IntfQueueCounters& QueueCounters::intfQueueCountersIs(const Pelt::IntfId& intf) {
-   if (const Kiln::Ptr<IntfQueueCounters>* present = intfQueueCounters_.find(intf)) {
+   if (const Kiln::Ptr<IntfQueueCounters>* present = intfQueueCounters_.findInPass(intf)) {
+      Silo::prefetch(intfQueueCounters_.nextInPass()->ptr(), sizeof(IntfQueueCounters));
       return **present;
    }
    intfQueueCounters_.set(intf, Kiln::allocate<IntfQueueCounters>(intf));

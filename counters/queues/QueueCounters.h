@@ -22,6 +22,11 @@ class QueueCounters {
    const Kiln::Ptr<IntfQueueCounters>& intfQueueCounters(const Pelt::IntfId& intf) const {
       return Kiln::valueOrDefault(intfQueueCounters_, intf);
    }
+   // The same, null if there is none, for whoever goes through the interfaces one by one.
+   const IntfQueueCounters* storedInPass(const Pelt::IntfId& intf) const {
+      const Kiln::Ptr<IntfQueueCounters>* const stored = intfQueueCounters_.findInPass(intf);
+      return stored != nullptr ? stored->ptr() : nullptr;
+   }
    IntfQueueCounters& intfQueueCountersIs(const Pelt::IntfId& intf);
    void intfQueueCountersDel(const Pelt::IntfId& intf) { intfQueueCounters_.erase(intf); }
    // Gives an interface's stored counts to the forwarding layer, if there is a counters reactor.

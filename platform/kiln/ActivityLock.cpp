@@ -55,6 +55,11 @@ const ActivityLockAnchor::Statistics& ActivityLockAnchor::statistics() noexcept 
    return figures;
 }
 
+void ActivityLockAnchor::statisticsDel() noexcept {
+   figures = {};
+   holdBegin = System::monotonicTime();
+}
+
 // The clock is read once here and once in release(): a wait ends when the hold before it did.
 void ActivityLockAnchor::acquire(const char* who) {
    if (depthOfThisThread++ != 0) {

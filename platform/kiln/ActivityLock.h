@@ -83,6 +83,8 @@ class ActivityLockAnchor {
    };
    // Under the lock.
    static const Statistics& statistics() noexcept;
+   // Forgets what was so far, as when a program has started; the present hold begins anew, too. Under the lock.
+   static void statisticsDel() noexcept;
 
  private:
    struct Yield {

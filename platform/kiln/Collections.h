@@ -7,6 +7,7 @@
 #include <functional>
 #include <list>
 #include <map>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -111,6 +112,8 @@ class HashMap {
    void swap(HashMap& other) noexcept {
       entries_.swap(other.entries_);
       std::swap(index_, other.index_);
+      passed_.reset();
+      other.passed_.reset();
    }
 
    iterator begin() { return entries_.begin(); }
@@ -132,6 +135,30 @@ class HashMap {
       return at == nullptr ? nullptr : &(*at)->second;
    }
 
+   // The same for passes that ask for the keys in the order of the map, as polling passes do: looks first where such a
+   // pass is, and fetches the entries that it comes to soon, which are in no cache any more.
+   const V* findInPass(const K& key) const {
+      if (passed_) {
+         const const_iterator next = after(*passed_);
+         const bool isAsBefore = (*passed_)->first == key;
+         if (isAsBefore || next->first == key) {
+            passed_ = isAsBefore ? *passed_ : next;
+            fetch(after(after(after(after(*passed_))))); // the last calls have fetched those before it
+            return &(*passed_)->second;
+         }
+      }
+      const iterator* const at = index_.find(key);
+      if (at == nullptr) {
+         return nullptr;
+      }
+      passed_ = *at;
+      return &(*at)->second;
+   }
+   V* findInPass(const K& key) { return const_cast<V*>(std::as_const(*this).findInPass(key)); }
+   // What such a pass asks for after the one that it found last, or after that. Null before it has found any.
+   const V* nextInPass() const { return passed_ ? &after(*passed_)->second : nullptr; }
+   const V* secondNextInPass() const { return passed_ ? &after(after(*passed_))->second : nullptr; }
+
    // Inserts at the end, or overwrites in place. True when the key is new.
    bool set(const K& key, V value) {
       if (V* present = find(key)) {
@@ -149,6 +176,9 @@ class HashMap {
          return false;
       }
       const iterator entry = *at;
+      if (passed_ && *passed_ == entry) {
+         passed_.reset();
+      }
       index_.erase(key);
       // Taken out of the map before it is destroyed: its value's destructor may look into the map, and `key` may be the
       // entry's own.
@@ -167,8 +197,17 @@ class HashMap {
    }
 
  private:
+   const_iterator after(const_iterator entry) const {
+      return ++entry == entries_.end() ? entries_.begin() : entry;
+   }
+   static void fetch(const_iterator entry) {
+      __builtin_prefetch(&*entry);
+      __builtin_prefetch(reinterpret_cast<const char*>(&*entry) - 1); // a list has its links before the value
+   }
+
    std::list<value_type> entries_;
    HashIndex<iterator, K, Hash> index_;
+   mutable std::optional<const_iterator> passed_; // what findInPass found last
 };
 
 template <class K, class V, class Compare = std::less<K>>

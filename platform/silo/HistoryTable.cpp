@@ -2,6 +2,7 @@
 #include "silo/HistoryTable.h"
 
 #include "silo/FileSuccessor.h"
+#include "silo/Prefetch.h"
 
 #include <algorithm>
 #include <cmath>
@@ -176,7 +177,7 @@ void HistoryTable::begin() {
    header().stateIs(state_);
 }
 
-void HistoryTable::write(const Key& key, double time, const HistoryMarks& marks,
+bool HistoryTable::write(const Key& key, double time, const HistoryMarks& marks,
                          std::span<const std::uint64_t> values) {
    if (!std::isfinite(time)) {
       throw std::invalid_argument("history " + name_ + ": the time has to be a finite number of seconds");
@@ -188,7 +189,7 @@ void HistoryTable::write(const Key& key, double time, const HistoryMarks& marks,
    nextGuess_ = i + 1;
    Ring& own = rings_[i];
    if (time - own.lastTime < options_.spacing) {
-      return;
+      return false;
    }
    const bool isFirst = own.lastTime == unknownSampleTime;
    const double since = isFirst ? time - options_.pollingInterval : own.lastTime;
@@ -207,17 +208,16 @@ void HistoryTable::write(const Key& key, double time, const HistoryMarks& marks,
    sample(i, own.place).write(own.last, flags, time, values);
    own.place = own.place + 1 == geometry_.depth ? 0 : own.place + 1;
    prefetch(i + 1);
+   return true;
 }
 
 // Nobody has touched a sample's memory since the ring turned. Passes write rings in one order, so the next one's is asked
 // for while there is other work to do.
 void HistoryTable::prefetch(RingIndex i) const {
    if (i < nextUnused_) {
-      const HistorySlot& next = sample(i, rings_[i].place);
-      for (std::size_t byte = 0; byte < geometry_.sampleStride; byte += cacheLine) {
-         __builtin_prefetch(reinterpret_cast<const std::byte*>(&next) + byte, 1);
-      }
-      __builtin_prefetch(reinterpret_cast<const std::byte*>(&next) + geometry_.sampleStride - 1, 1);
+      Silo::prefetch(&index_.keyOf(i), sizeof(Key));
+      Silo::prefetch(&rings_[(i + 1) % rings_.size()], sizeof(Ring));
+      Silo::prefetch(&sample(i, rings_[i].place), geometry_.sampleStride);
    }
 }
 

@@ -55,8 +55,8 @@ class HistoryTable {
    // Adds a sample, in the place of the oldest one if the ring is full. As many values as the layout has. A key without a
    // ring gets one: that of a key whose samples have all become too old to be of interest, a new one, or at last that of
    // the key that was silent for the longest time. Throws CapacityError if there is none, TableError if the system has no
-   // memory, and std::invalid_argument for a time that is not finite.
-   void write(const Key& key, double time, const HistoryMarks& marks, std::span<const std::uint64_t> values);
+   // memory, and std::invalid_argument for a time that is not finite. False: left out, so soon after the one before.
+   bool write(const Key& key, double time, const HistoryMarks& marks, std::span<const std::uint64_t> values);
    // As Table::mend.
    void mend();
    void pollingIntervalIs(double seconds, double spacing);

@@ -2,6 +2,7 @@
 #include "silo/RawTable.h"
 
 #include "silo/FileSuccessor.h"
+#include "silo/Prefetch.h"
 
 #include <algorithm>
 #include <cmath>
@@ -388,9 +389,18 @@ void RawTable::write(const Key& key, const void* payload, double sampleTime) {
       highestGenerationIs(generation);
    }
    writeSlot(i, {key, {generation, sampleTime}, payload, layout_.size});
+   prefetch(nextGuess_);
    // After the record is whole: a reader that sees the new version must find the key.
    if (!wasThere) {
       header().directoryVersionInc();
+   }
+}
+
+// Passes write records in one order, so the next one is asked for while there is other work to do.
+void RawTable::prefetch(SlotIndex i) const {
+   if (i < capacity()) {
+      Silo::prefetch(&index_.keyOf(i), sizeof(Key));
+      Silo::prefetch(&slot(i), geometry_.slotStride);
    }
 }
 

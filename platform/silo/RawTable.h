@@ -92,6 +92,7 @@ class RawTable {
    void begin();
    void highestGenerationIs(std::uint64_t generation);
    void removedGenerationIs(std::uint64_t generation);
+   void prefetch(SlotIndex i) const;
    SlotIndex slotFor(const Key& key);
    void writeSlot(SlotIndex i, const RecordContent& content);
    void freeSlot(SlotIndex i);

@@ -1,6 +1,8 @@
 // Stores and loads a record word by word, and computes its checksum on the way.
 #include "silo/RecordSlot.h"
 
+#include "silo/PairAccess.h"
+
 #include <algorithm>
 #include <bit>
 #include <cstring>
@@ -24,6 +26,17 @@ inline void forEachRow(const void* payload, std::size_t size, Take take) {
       std::memcpy(row, bytes, size);
       take(row);
    }
+}
+
+constexpr std::size_t pairsPerRow = bytesPerRow / sizeof(WordPair);
+
+inline void storeRow(Word* words, const std::byte* row) {
+   unrolled<pairsPerRow>(
+        [&](std::size_t i) { storePair(words + 2 * i, loadPlain<WordPair>(row + i * sizeof(WordPair))); });
+}
+
+inline void loadRow(WordPair (&row)[pairsPerRow], const Word* words) {
+   unrolled<pairsPerRow>([&](std::size_t i) { row[i] = loadPair(words + 2 * i); });
 }
 
 inline void storeKey(Word* words, const Key::Words& key) {
@@ -57,8 +70,8 @@ RecordChecksums copyWithChecksum(const RecordContent& content, void* copy) {
             WordPair{content.key.hash(), 0}});
    auto* to = static_cast<std::byte*>(copy);
    forEachRow(content.payload, content.size, [&sum, &to](const std::byte* row) {
-      WordPair pairs[wordsPerRow / 2];
-      unrolled<wordsPerRow / 2>([&](std::size_t i) {
+      WordPair pairs[pairsPerRow];
+      unrolled<pairsPerRow>([&](std::size_t i) {
          pairs[i] = loadPlain<WordPair>(row + i * sizeof(WordPair));
          std::memcpy(to + i * sizeof(WordPair), &pairs[i], sizeof(WordPair));
       });
@@ -89,8 +102,7 @@ void RecordSlot::write(const RecordContent& content, const RecordChecksums& chec
    secondChecksum_.store(checksums.second, release);
    Word* words = payloadWords();
    forEachRow(content.payload, content.size, [&words](const std::byte* row) {
-      unrolled<wordsPerRow>(
-           [&](std::size_t i) { words[i].store(loadPlain<std::uint64_t>(row + i * sizeof(Word)), release); });
+      storeRow(words, row);
       words += wordsPerRow;
    });
    sequence_.store(odd + 1, release);
@@ -143,25 +155,22 @@ RecordSlot::State RecordSlot::load(const Key& key, RecordInfo& info, void* paylo
    std::uint64_t second = secondChecksum_.load(acquire);
    info = {generation, std::bit_cast<double>(sampleTimeBits)};
 
-   Checksum<std::uint64_t> sum;
-   sum.add({generation, sampleTimeBits, key.hash(), 0});
+   Checksum<WordPair> sum;
+   sum.add({WordPair{generation, sampleTimeBits}, WordPair{key.hash(), 0}});
    const Word* words = payloadWords();
    auto* to = static_cast<std::byte*>(payload);
    for (; size >= bytesPerRow; size -= bytesPerRow, to += bytesPerRow, words += wordsPerRow) {
-      // Deliberately word by word: a wide load of words just stored one by one cannot be forwarded from the
-      // processor's store buffer, and would wait until they reach the cache.
-      std::uint64_t row[wordsPerRow];
-      unrolled<wordsPerRow>([&](std::size_t i) {
-         row[i] = words[i].load(acquire);
-         std::memcpy(to + i * sizeof(Word), &row[i], sizeof(Word));
-      });
+      WordPair row[pairsPerRow];
+      loadRow(row, words);
       sum.add(row);
+      unrolled<pairsPerRow>( // pair by pair, so that they stay in registers
+           [&](std::size_t i) { std::memcpy(to + i * sizeof(WordPair), &row[i], sizeof(WordPair)); });
    }
    if (size != 0) {
       // The writer filled this row up with zeros, so the whole row is summed. The caller gets only the payload's own
       // bytes.
-      std::uint64_t row[wordsPerRow];
-      unrolled<wordsPerRow>([&](std::size_t i) { row[i] = words[i].load(acquire); });
+      WordPair row[pairsPerRow];
+      loadRow(row, words);
       sum.add(row);
       std::memcpy(to, row, size);
    }

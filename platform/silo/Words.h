@@ -50,8 +50,7 @@ using WordPair = std::uint64_t __attribute__((vector_size(16)));
 //
 // From row to row a sum waits for one addition only, so that copying takes about as long without the checksum.
 //
-// The lane type does not change the sum: pairs are quicker for rows in plain memory, single words for rows that are
-// loaded word by word from shared memory.
+// The lane type does not change the sum: pairs are quicker, single words do for a few rows.
 template <class Lane>
 class Checksum {
  public:

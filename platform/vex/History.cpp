@@ -129,7 +129,8 @@ void History::portIs(const Silo::Key& key, const IntfCounters& record, double ti
 
 void History::queuesAre(const Silo::Key& key, const IntfQueueCounters& record, double time) {
    constexpr std::size_t group = IntfQueueHistory::queuesPerRing;
-   for (std::size_t first = 0; first < IntfQueueCounters::queueCount; first += group) {
+   bool isLeftOut = false; // all rings of an interface have samples of the same times
+   for (std::size_t first = 0; first < IntfQueueCounters::queueCount && !isLeftOut; first += group) {
       const std::size_t count = std::min(group, IntfQueueCounters::queueCount - first);
       if ((record.present >> first & ((U32{1} << count) - 1)) == 0) {
          continue;
@@ -138,7 +139,7 @@ void History::queuesAre(const Silo::Key& key, const IntfQueueCounters& record, d
       std::memcpy(values.data(), &record.totals[first], count * sizeof record.totals[first]);
       tryTo([&] {
          if (first == 0) {
-            queues_.write(key, time, marksOf(record), values);
+            isLeftOut = !queues_.write(key, time, marksOf(record), values);
          } else {
             // A name that has no room for the number goes without.
             const std::string more = IntfQueueHistory::keyOf(key.view(), first);

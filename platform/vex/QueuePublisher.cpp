@@ -2,6 +2,7 @@
 #include "vex/QueuePublisher.h"
 
 #include "kiln/Time.h"
+#include "silo/Prefetch.h"
 #include "vex/BreakEvents.h"
 
 #include <stdexcept>
@@ -28,7 +29,8 @@ void tellQueue(const Silo::Key& key, std::size_t queue, const Step<n>& step,
 } // namespace
 
 QueuePublisher::Counted& QueuePublisher::countedOf(const Pelt::IntfId& intf) {
-   if (Counted* present = counted_.find(intf)) {
+   if (Counted* present = counted_.findInPass(intf)) {
+      Silo::prefetch(counted_.nextInPass(), sizeof(Counted));
       return *present;
    }
    counted_.set(intf, {Silo::Key(intf.text())});
@@ -114,7 +116,7 @@ QueueDrops QueuePublisher::drops(const Pelt::IntfId& intf) const {
       }
       return packets;
    };
-   if (const Counted* const counted = counted_.find(intf)) {
+   if (const Counted* const counted = counted_.findInPass(intf)) {
       return {sumOfDrops(counted->record),
               counted->record.reported != 0 ? counted->sampleTime : Silo::unknownSampleTime};
    }
@@ -134,25 +136,37 @@ bool QueuePublisher::takeQueue(Counted& counted, std::size_t queue, const VexTyp
       begin = Begin::nothing; // an earlier process reported it: the total stands
    }
    counted.seen |= bit;
-   const Step<2> sent = counted.sent[queue].read({value.packets, value.bytes}, begin);
-   const Step<1> dropped = counted.dropped[queue].read({value.drops}, begin);
-   QueueStatistics& total = record.totals[queue];
-   QueueStatistics& delta = record.deltas[queue];
-   const QueueStatistics step{sent.counts[0], sent.counts[1], dropped.counts[0]};
-   if (isIncrement) {
-      total = sumOf(total, step);
-   } else {
-      total = reported;
-   }
-   delta = sumOf(delta, step);
-   tellQueue<2>(counted.key, queue, sent, {"packets", "bytes"});
-   tellQueue<1>(counted.key, queue, dropped, {"drops"});
-   if (sent.isAbsorbed != decltype(sent.isAbsorbed){} || dropped.isAbsorbed[0]) {
-      record.absorbed |= bit;
-   }
    record.present |= bit;
    record.reported |= bit;
-   return sent.isMarked || dropped.isMarked;
+   const std::array<U64, 2> sent{value.packets, value.bytes};
+   const std::array<U64, 1> dropped{value.drops};
+   QueueStatistics step;
+   const bool isPlain =
+        begin == Begin::step && counted.sent[queue].isPlain(sent) && counted.dropped[queue].isPlain(dropped);
+   if (isPlain) {
+      const auto [packets, bytes] = counted.sent[queue].takePlain(sent);
+      step = {packets, bytes, counted.dropped[queue].takePlain(dropped)[0]};
+   }
+   const bool isMarked = !isPlain && takeVetted(counted, queue, sent, dropped, begin, step);
+   QueueStatistics& total = record.totals[queue];
+   QueueStatistics& delta = record.deltas[queue];
+   total = isIncrement ? sumOf(total, step) : reported;
+   delta = sumOf(delta, step);
+   return isMarked;
+}
+
+// The same for whatever step it may be.
+bool QueuePublisher::takeVetted(Counted& counted, std::size_t queue, const std::array<U64, 2>& sent,
+                                const std::array<U64, 1>& dropped, Begin begin, QueueStatistics& step) {
+   const Step<2> sentStep = counted.sent[queue].read(sent, begin);
+   const Step<1> droppedStep = counted.dropped[queue].read(dropped, begin);
+   tellQueue<2>(counted.key, queue, sentStep, {"packets", "bytes"});
+   tellQueue<1>(counted.key, queue, droppedStep, {"drops"});
+   if (sentStep.isAbsorbed != decltype(sentStep.isAbsorbed){} || droppedStep.isAbsorbed[0]) {
+      counted.record.absorbed |= U32{1} << queue;
+   }
+   step = {sentStep.counts[0], sentStep.counts[1], droppedStep.counts[0]};
+   return sentStep.isMarked || droppedStep.isMarked;
 }
 
 // The port that is read now does not have them. Their totals are kept, should it get them back: within a creation time no

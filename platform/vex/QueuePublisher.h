@@ -56,6 +56,9 @@ class QueuePublisher {
    Silo::Table<Record>* clearTable() const { return clearCounters_ ? &clearCounters_->table() : nullptr; }
    static bool takeQueue(Counted& counted, std::size_t queue, const VexTypes::IntfQueueCounters& report,
                          Begin begin, bool isIncrement);
+   static bool takeVetted(Counted& counted, std::size_t queue, const std::array<U64, 2>& sent,
+                          const std::array<U64, 1>& dropped, Begin begin,
+                          Silo::Interface::QueueStatistics& step);
    static void dropQueues(Counted& counted, const VexTypes::IntfQueueCounters& report);
    bool isPublished(const Pelt::IntfId& intf) const;
 

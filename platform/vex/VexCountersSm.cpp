@@ -5,6 +5,7 @@
 #include "kiln/EventLog.h"
 #include "kiln/Time.h"
 #include "kiln/Trace.h"
+#include "silo/Prefetch.h"
 
 #include <cstdlib>
 
@@ -146,18 +147,26 @@ void CountersSm::updateCounters(VexTypes::CounterType type, const Pelt::IntfId& 
 }
 
 void CountersSm::updatePort(const Pelt::IntfId& intf) {
-   const Kiln::Ptr<VexPortCounterSm> port = vexPortCounterSm(intf);
-   if (!port) {
+   const Kiln::Ptr<VexPortCounterSm>* const found = vexPortCounterSm().findInPass(intf);
+   if (found == nullptr) {
       return;
    }
+   const Kiln::Ptr<VexPortCounterSm> port = *found; // a watcher of what is published may take it away
+   prefetchPorts();
    try {
       port->update(*context_.helper, reading_, portTables(),
-                   context_.ethPhyIntfStatusDir->speed().find(intf));
+                   context_.ethPhyIntfStatusDir->speed().findInPass(intf));
       errors_.forget(intf);
    } catch (const Silo::TableError& error) {
       // The caller may be an SDK callback, which nothing may be thrown into.
       errors_.log(intf, error);
    }
+}
+
+// The next port's counters; to know where they are takes the port, which is fetched a turn earlier.
+void CountersSm::prefetchPorts() const {
+   (*vexPortCounterSm().nextInPass())->prefetch();
+   Silo::prefetch(vexPortCounterSm().secondNextInPass()->ptr(), sizeof(VexPortCounterSm));
 }
 
 void CountersSm::markVlanIntf(const Pelt::IntfId& intf) {
@@ -191,8 +200,8 @@ void CountersSm::handleIntfQueueCounters(const Pelt::IntfId& intf,
    }
    try {
       queues_.publish(intf, counters, context_.helper->queueCountersIncrement());
-      if (const Kiln::Ptr<VexPortCounterSm> port = vexPortCounterSm(intf)) {
-         port->queueDropsIs(queues_.drops(intf));
+      if (const Kiln::Ptr<VexPortCounterSm>* const port = vexPortCounterSm().findInPass(intf)) {
+         (*port)->queueDropsIs(queues_.drops(intf));
       }
    } catch (const std::exception&
                  error) { // the table's, or a name that is not a key; an SDK callback called this

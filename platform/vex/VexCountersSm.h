@@ -101,6 +101,7 @@ class CountersSm : public Kiln::Entity {
    void startPort(const Pelt::IntfId& intf);
    void stopPort(const Pelt::IntfId& intf);
    void updatePort(const Pelt::IntfId& intf);
+   void prefetchPorts() const;
    void markVlanIntf(const Pelt::IntfId& intf);
    bool clearPort(const Pelt::IntfId& intf);
    bool clearQueues(const Pelt::IntfId& intf);

@@ -36,6 +36,9 @@ class VexPortCounterSm : public Kiln::PtrInterface {
    void update(VexHelper::VexHelperCountersSm& helper, const Kiln::Ptr<VexTypes::IntfCounters>& reading,
                const Tables& tables, const U64* speed);
 
+   // It is updated soon: asks for the memory of that.
+   void prefetch() const { prevCounters_->prefetch(); }
+
    // The drops of all its queues, as published last.
    void queueDropsIs(const QueueDrops& drops) { queueDrops_ = drops; }
 

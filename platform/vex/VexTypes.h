@@ -2,6 +2,7 @@
 #pragma once
 
 #include "kiln/Accessors.h"
+#include "silo/Prefetch.h"
 #include "silo/Record.h"
 #include "vex/Continuity.h"
 #include "vex/PublishedRecords.h"
@@ -47,6 +48,13 @@ class CountersOf : public Kiln::PtrInterface {
          isAbsorbed_ = {};
          hasAbsorbed_ = false;
       }
+   }
+
+   // Of a previous record: what a step reads and writes of it, which is all but what belongs to the step itself.
+   void prefetch() const {
+      Silo::prefetch(&record_, offsetof(Record, deltas));
+      Silo::prefetch(&record_.interval, reinterpret_cast<const std::byte*>(this + 1) -
+                                             reinterpret_cast<const std::byte*>(&record_.interval));
    }
 
    const Record& record() const { return record_; }
