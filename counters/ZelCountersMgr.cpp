@@ -106,7 +106,8 @@ ZelCountersMgr::~ZelCountersMgr() {
 // First what starts requests, then the chips: their completions must find nobody. Then the services, which stop as the
 // manager lets go of them.
 void ZelCountersMgr::stop() {
-   const auto whole = Kiln::ActivityLockAnchor::lock(); // nested, so that nobody gets in while half of it is gone
+   const auto whole =
+        Kiln::ActivityLockAnchor::lock(); // nested, so that nobody gets in while half of it is gone
    cliCallbackDel();
    countersMgrSmDel();
    readOnceMore();

@@ -52,8 +52,8 @@ class Traffic {
    Fleet& fleet_;
    U64 seed_;
    bool on_ = false;
-   double time_ = 0.0;      // traffic time
-   double deliveredAt_ = 0; // clock time
+   double time_ = 0.0;              // traffic time
+   double deliveredAt_ = 0;         // clock time
    std::optional<Place> nextPlace_; // of a delivery that has begun
    std::map<U8, Source> sources_;
    Kiln::Timer<Traffic> clock_;

@@ -436,7 +436,16 @@ struct Chips : ByChip {
 // Of one record, without labels but the version's.
 struct Agent {
    static constexpr std::size_t buckets = Tables::AgentHealth{}.holds.size();
-   enum Gauges : std::size_t { info, started, deadObjects, hold, wait, bucket, count = bucket + buckets, sum };
+   enum Gauges : std::size_t {
+      info,
+      started,
+      deadObjects,
+      hold,
+      wait,
+      bucket,
+      count = bucket + buckets,
+      sum
+   };
 
    static bool labels(const Silo::Key& key, String*) { return key.view() == Tables::agentKey; }
    static std::vector<Column> counters() { return {}; }

@@ -64,7 +64,8 @@ std::vector<Kiln::String> processNotes() {
 
 Kiln::String bound(double seconds) {
    const auto microseconds = static_cast<U64>(std::llround(seconds * 1e6));
-   return microseconds < 1000 ? std::to_string(microseconds) + " us" : std::to_string(microseconds / 1000) + " ms";
+   return microseconds < 1000 ? std::to_string(microseconds) + " us"
+                              : std::to_string(microseconds / 1000) + " ms";
 }
 
 void addEvent(TableView* table, const Kiln::String& chipName, const Kiln::String& what,

@@ -369,7 +369,8 @@ void ZelCountersL3IntfSm::RoutedPortCounterSm::retryDeletions() {
    Kiln::forEachKey(l3IntfSm_->helper(), [this](ZelId::ZelDevId devId) {
       bool isMore = true;
       while (isMore) {
-         const Kiln::Ptr<ZelCountersL3Helper> helper = l3IntfSm_ != nullptr ? l3IntfSm_->helper(devId) : nullptr;
+         const Kiln::Ptr<ZelCountersL3Helper> helper =
+              l3IntfSm_ != nullptr ? l3IntfSm_->helper(devId) : nullptr;
          isMore = false;
          guarded("deleting counter entries", [&] { isMore = helper && helper->retryDeletions(); });
          giveWay();

@@ -143,7 +143,7 @@ class ZelCountersL3IntfSm::RoutedPortCounterSm : public Kiln::Entity {
    void readAll();
    void giveWay() const;
 
-   ZelCountersL3IntfSm* l3IntfSm_;     // owns this; null once stopped
+   ZelCountersL3IntfSm* l3IntfSm_;   // owns this; null once stopped
    std::vector<Pelt::IntfId> intfs_; // of the pass
    Kiln::Timer<RoutedPortCounterSm> clock_;
 };

@@ -224,7 +224,8 @@ void take(const Tables::AgentHealth& record, Row* row) {
                   {"held-us", static_cast<std::uint64_t>(std::llround(record.heldTime * 1e6))}};
    for (std::size_t i = 0; i < record.holds.size(); ++i) {
       const bool isLast = i == record.holdBounds.size();
-      const std::string bound = isLast ? "longer" : std::to_string(std::llround(record.holdBounds[i] * 1e6)) + "-us";
+      const std::string bound =
+           isLast ? "longer" : std::to_string(std::llround(record.holdBounds[i] * 1e6)) + "-us";
       row->totals.push_back({"holds-" + bound, record.holds[i]});
    }
 }

@@ -149,13 +149,13 @@ struct AgentHealth {
    // Upper bounds of what `holds` counts: seconds. The last count has none.
    static constexpr std::array holdBounds{10e-6, 100e-6, 1e-3, 10e-3, 100e-3};
 
-   std::array<char, 32> version{}; // NUL-terminated
-   double startedTime = 0;         // by the table's clock
-   double startedUnixTime = 0;     // the same in seconds since 1970, UTC
-   U64 deadObjects = 0;            // kept for completions that are due or lost
-   double longestHold = 0;         // of the activity lock, seconds; 0 in simulated time
-   double longestWait = 0;         // for it, the same
-   double heldTime = 0;            // all holds together, the same
+   std::array<char, 32> version{};                 // NUL-terminated
+   double startedTime = 0;                         // by the table's clock
+   double startedUnixTime = 0;                     // the same in seconds since 1970, UTC
+   U64 deadObjects = 0;                            // kept for completions that are due or lost
+   double longestHold = 0;                         // of the activity lock, seconds; 0 in simulated time
+   double longestWait = 0;                         // for it, the same
+   double heldTime = 0;                            // all holds together, the same
    std::array<U64, holdBounds.size() + 1> holds{}; // by duration
 };
 

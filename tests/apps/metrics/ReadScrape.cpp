@@ -138,7 +138,9 @@ class Reader {
       } else if (family.type == "stateset") {
          line.need(labels.contains(current_) && (value == "0" || value == "1"), "no state");
       } else if (family.type == "histogram") {
-         line.need(name == current_ + (labels.contains("le") ? "_bucket" : name.ends_with("_sum") ? "_sum" : "_count"),
+         line.need(name == current_ + (labels.contains("le")    ? "_bucket"
+                                       : name.ends_with("_sum") ? "_sum"
+                                                                : "_count"),
                    "no part of a histogram");
          return;
       } else {

@@ -161,13 +161,12 @@ TEST(RecordLayout, OfWhatChipsCountIsTheDocumentedOne) {
                     place.devicePort, place.speed));
    const AgentHealth agent;
    [[maybe_unused]] const auto& [e, f, g, h, i, j, k, l] = agent;
-   EXPECT_EQ(
-        documented("### Record of the agent: AgentHealth"),
-        rowsOf(agent,
-               {"version", "startedTime", "startedUnixTime", "deadObjects", "longestHold", "longestWait",
-                "heldTime", "holds"},
-               agent.version, agent.startedTime, agent.startedUnixTime, agent.deadObjects, agent.longestHold,
-               agent.longestWait, agent.heldTime, agent.holds));
+   EXPECT_EQ(documented("### Record of the agent: AgentHealth"),
+             rowsOf(agent,
+                    {"version", "startedTime", "startedUnixTime", "deadObjects", "longestHold", "longestWait",
+                     "heldTime", "holds"},
+                    agent.version, agent.startedTime, agent.startedUnixTime, agent.deadObjects,
+                    agent.longestHold, agent.longestWait, agent.heldTime, agent.holds));
 }
 
 TEST(RecordLayout, OfEventsIsTheDocumentedOne) {
