@@ -98,7 +98,7 @@ U64 publishedFrames(const Silo::Store& store, const char* intf) {
 void runExample(const Silo::Store& store) {
    // With simulated time only advance() lets time pass, so that the example ends at once. A real agent leaves this line
    // out. Where the example advances, it gives up the lock (lock.giveUp()) and calls the activity manager's run(), which
-   // takes the lock itself and gives it up only to sleep: called with the lock held, it would stop at an assertion.
+   // takes the lock itself: called with the lock held, it would stop at an assertion.
    Kiln::System::timeSourceIs(Kiln::allocate<Kiln::SimulatedTime>());
    const auto manager = Kiln::ActivityManager::instance();
    const auto lock = Kiln::ActivityLockAnchor::lock();

@@ -199,7 +199,7 @@ void runYourAgent(const Silo::Store& store, const Kiln::String& socketPath, cons
    addFanCommand(agent->commands, runner);
    std::optional<Agent::CommandChannel> channel(std::in_place, manager, runner, socketPath);
 
-   lock.giveUp(); // the loop takes the lock itself, and gives it up only to sleep
+   lock.giveUp(); // the loop takes the lock itself
    manager->run();
 
    const auto atTheEnd = Kiln::ActivityLockAnchor::lock();
