@@ -58,6 +58,7 @@ class Living {
          channel_ = nullptr;
       }
       agent_ = nullptr;
+      Kiln::ActivityManager::instanceDel(); // a stopped one does not run again
       std::filesystem::remove_all(folder_);
    }
 

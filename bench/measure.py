@@ -11,13 +11,15 @@ import os
 import pathlib
 import re
 import shutil
+import signal
 import statistics
 import subprocess
 import sys
+import tempfile
 
 DOCUMENT = pathlib.Path("docs/performance.md")
 PLOT = pathlib.Path("docs/images/growth.svg")
-SHARED_MEMORY = pathlib.Path("/dev/shm") # where benchmarks have their folders
+FOLDERS = pathlib.Path("/dev/shm"), pathlib.Path(tempfile.gettempdir())  # in which benchmarks make theirs
 LIMIT = 900  # seconds for one program
 MICROSECONDS = {"ns": 1e-3, "us": 1, "ms": 1e3, "s": 1e6}
 
@@ -43,8 +45,9 @@ def run(program, fast):
                 die(program.name, "has not ended after", LIMIT, "seconds")
             raise
         finally: # what a benchmark that was killed leaves; its processes end with it
-            for left in SHARED_MEMORY.glob(f"*_bench.{running.pid}"):
-                shutil.rmtree(left, ignore_errors=True)
+            for folder in FOLDERS:
+                for left in folder.glob(f"*_bench[-.]{running.pid}"):
+                    shutil.rmtree(left, ignore_errors=True)
     if running.returncode != 0:
         die(f"{program.name} ended with status {running.returncode}:\n{errors}")
     said = json.loads(output)
@@ -180,16 +183,16 @@ def latency(figures):
     """Of each kind of wait, KIND_p50_ms and its like; and the longest hold, with who held."""
     rows = []
     holds = []
-    for result in figures.get("latency_bench", {}).values():
+    for name, result in figures.get("latency_bench", {}).items():
         for kind in sorted(key[:-7] for key in result if key.endswith("_p50_ms")):
             times = (duration(result[f"{kind}_{which}_ms"] * 1e3) for which in ("p50", "p99", "longest"))
-            rows.append([kind, f"{result[kind + '_waits']:,.0f}", *times])
+            rows.append([f"`{name}`", kind, f"{result[kind + '_waits']:,.0f}", *times])
         if "longest_hold_ms" in result:
-            holds.append(f"Longest hold of the lock: {duration(result['longest_hold_ms'] * 1e3)}, "
+            holds.append(f"Longest hold of the lock in `{name}`: {duration(result['longest_hold_ms'] * 1e3)}, "
                          f"by {result.get('label', 'nobody known')}.")
     if not rows:
         return "Not measured: there is no `latency_bench`."
-    return "\n\n".join([table(["Wait for", "Waits", "Median", "99th percentile", "Longest"], rows), *holds])
+    return "\n\n".join([table(["Benchmark", "Wait for", "Waits", "Median", "99th percentile", "Longest"], rows), *holds])
 
 
 # --- growth
@@ -420,6 +423,7 @@ def filled(text, sections):
 
 
 def main():
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(143)) # so that the benchmark that runs is ended, too
     parser = argparse.ArgumentParser()
     parser.add_argument("folder", type=pathlib.Path)
     parser.add_argument("--fast", action="store_true")
