@@ -272,13 +272,18 @@ void ZelCounters::requestHwCountersPolling() {
       return;
    }
    tellSilence();
-   // These have no completions of their own: they are only marked due, once a pass, after the ports.
-   // Held: a watcher of what is published may stop this chip.
+   // These have no completions of their own: they are only marked due, once a pass, after the ports. In slices: this chip
+   // may be stopped meanwhile, also by a watcher of what is published, and an interface that goes is not marked.
    const Kiln::Ptr<Vex::Counters::CountersSm> countersSm = vexCountersSm();
    const Kiln::Ptr<Vex::SubIntfCountersSm> subIntfCountersSm = context_.vexSubIntfCountersSm;
    if (countersSm && context_.vexCommonSmData) {
+      constexpr std::size_t atOnce = 64; // since a look at the clock takes as long as a mark
+      std::size_t marked = 0;
       for (const Pelt::IntfId& intf : context_.vexCommonSmData->vlanIntf().keys()) {
          countersSm->updateCounters(VexTypes::CounterType::vlanIntf, intf);
+         if (++marked % atOnce == 0 && Kiln::ActivityLockAnchor::giveWay() && isStopped()) {
+            return;
+         }
       }
    }
    if (subIntfCountersSm) {

@@ -141,6 +141,7 @@ void ZelCountersMgr::handlePort(const Pelt::IntfId& intf) {
 }
 
 void ZelCountersMgr::publishHealth() {
+   const auto self = heldSelf();
    if (chipPublisher_) {
       ZelCounter::publishHealth(*this, *chipPublisher_);
    }
@@ -555,23 +556,24 @@ void ZelCountersMgrSm::publishInterval(double seconds) {
 
 // First in a pass, so that what was lost comes with it.
 void ZelCountersMgrSm::mendTables() {
-   const CountersMounts& mounts = *mgr_->mounts();
-   const auto mend = [](const auto& mounted) {
+   const Kiln::Ptr<CountersMounts> mounts = mgr_->mounts();
+   const auto mend = [](const auto mounted) { // held while it is mended
       if (mounted) {
          mounted->mend();
+         Kiln::ActivityLockAnchor::giveWay("mendTables");
       }
    };
-   mend(mounts.allIntfCounters());
-   mend(mounts.allIntfClearCounters());
-   mend(mounts.allIntfQueueCounters());
-   mend(mounts.allIntfClearQueueCounters());
-   mend(mounts.allVlanIntfCounters());
-   mend(mounts.subIntfCountersDir());
-   mend(mounts.subIntfCountersSnapshotDir());
-   mend(mounts.intfAllNatCounterDir());
-   mend(mounts.history());
-   mend(mounts.events());
-   mend(mounts.chipTables());
+   mend(mounts->allIntfCounters());
+   mend(mounts->allIntfClearCounters());
+   mend(mounts->allIntfQueueCounters());
+   mend(mounts->allIntfClearQueueCounters());
+   mend(mounts->allVlanIntfCounters());
+   mend(mounts->subIntfCountersDir());
+   mend(mounts->subIntfCountersSnapshotDir());
+   mend(mounts->intfAllNatCounterDir());
+   mend(mounts->history());
+   mend(mounts->events());
+   mend(mounts->chipTables());
 }
 
 // All chips share the table, so its readers are told the slowest one's. Looked at with every pass, since a chip's
@@ -609,10 +611,16 @@ void ZelCountersMgrSm::publishSyncInterval() {
 void ZelCountersMgrSm::intfCounterPollingClockExpired() {
    // Armed after the pass, so that the interval runs from its end: a slow chip gets no denser load. Also when the pass
    // throws, or one bad port would end the polling of all chips.
+   // In slices: this and the manager may be stopped meanwhile.
+   const auto self = heldSelf();
    try {
       mendTables();
-      mgr_->publishHealth();
-      mgr_->requestHwCountersPolling();
+      if (mgr_ != nullptr) {
+         mgr_->publishHealth();
+      }
+      if (mgr_ != nullptr) {
+         mgr_->requestHwCountersPolling();
+      }
    } catch (...) {
       armPollingClock();
       throw;

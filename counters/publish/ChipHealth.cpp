@@ -75,10 +75,14 @@ std::size_t deadObjects() {
 }
 
 void publishHealth(const ManagerAccess& mgr, Vex::ChipPublisher& publisher) {
-   for (const auto& [devId, chip] : mgr.zelCounters()) {
-      if (const Kiln::Ptr<ChipPublishingSm>& publishing = chip->chipPublishingSm()) {
-         publishing->healthIs(healthOf(*chip, mgr));
+   // In slices: chips may come and go meanwhile. One that went has nothing that publishes.
+   for (const ZelId::ZelDevId devId : mgr.zelCounters().keys()) {
+      const Kiln::Ptr<ZelCounters>* const chip = mgr.zelCounters().find(devId);
+      if (const Kiln::Ptr<ChipPublishingSm> publishing =
+               chip != nullptr ? (*chip)->chipPublishingSm() : nullptr) {
+         publishing->healthIs(healthOf(**chip, mgr));
          publishing->publishPlaces(mgr.mounts()->ethPhyIntfStatusDir().ptr());
+         Kiln::ActivityLockAnchor::giveWay();
       }
    }
    publisher.agentHealthIs(agentHealth());

@@ -244,8 +244,8 @@ HistoryTable::RingIndex HistoryTable::ringToTake(double time) {
       return silent;
    }
    if (nextUnused_ == rings_.size() && rings_.size() < options_.maxRings && noRoom_.empty()) {
-      growTo(std::min(options_.maxRings,
-                      HistoryGeometry::wholeBanks(rings_.size() + std::max(firstRings, rings_.size() / 2))));
+      // By one bank only: the system zeroes what it gives while the activity lock is held.
+      growTo(std::min(options_.maxRings, HistoryGeometry::wholeBanks(rings_.size() + firstRings)));
    }
    if (nextUnused_ < rings_.size()) {
       return nextUnused_++;
