@@ -53,8 +53,9 @@ class CountersOf : public Kiln::PtrInterface {
    // Of a previous record: what a step reads and writes of it, which is all but what belongs to the step itself.
    void prefetch() const {
       Silo::prefetch(&record_, offsetof(Record, deltas));
-      Silo::prefetch(&record_.interval, reinterpret_cast<const std::byte*>(this + 1) -
-                                             reinterpret_cast<const std::byte*>(&record_.interval));
+      const auto* const begin = reinterpret_cast<const std::byte*>(&record_.interval);
+      const auto* const end = reinterpret_cast<const std::byte*>(this + 1);
+      Silo::prefetch(begin, static_cast<std::size_t>(end - begin));
    }
 
    const Record& record() const { return record_; }
