@@ -251,6 +251,7 @@ void ZelCounters::initializePerPipeCounters() {
 void ZelCounters::requestHwCountersPolling() {
    Kiln::ActivityLockAnchor::assertHeld();
    KILN_TRACE(4, "requestHwCountersPolling");
+   const auto self = heldSelf();
    const std::vector<Port>& mine = ports();
    const U64 portsVersion = systemStatus()->portInfoVersion();
    for (const Port& port : mine) {
@@ -371,6 +372,7 @@ void ZelCounters::clearAllButTables(ShowOutput& out) {
 
 void ZelCountersCallback(bf_dev_id_t dev, bf_dev_port_t port, bf_rmon_counter_array_t* values, void* cookie) {
    const auto lock = Kiln::ActivityLockAnchor::lock();
+   const auto whole = Kiln::ActivityLockAnchor::lock(); // nested: whatever a watcher does, nobody gets in
    // After the clean-up of a simulation the SDK's threads still deliver, to objects that may be half gone.
    if (ZelCounters::isCleanedUp()) {
       return;

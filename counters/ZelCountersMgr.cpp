@@ -141,9 +141,21 @@ void ZelCountersMgr::handlePort(const Pelt::IntfId& intf) {
 }
 
 void ZelCountersMgr::publishHealth() {
-   const auto self = heldSelf();
+   for (const ZelId::ZelDevId devId : zelCounters().keys()) {
+      publishHealth(*zelCounters(devId));
+   }
+   publishAgentHealth();
+}
+
+void ZelCountersMgr::publishHealth(const ZelCounters& chip) {
    if (chipPublisher_) {
-      ZelCounter::publishHealth(*this, *chipPublisher_);
+      ZelCounter::publishHealth(chip, *this);
+   }
+}
+
+void ZelCountersMgr::publishAgentHealth() {
+   if (chipPublisher_) {
+      ZelCounter::publishAgentHealth(*chipPublisher_);
    }
 }
 
@@ -411,13 +423,12 @@ void ZelCountersMgr::deleteDevice(ZelId::ZelDevId devId, bool isReadOnceMore, co
    Kiln::EventLog::instance().record(
         {.kind = Kiln::EventKind::chipWent, .where = chip->chipName(), .what = deviceText(devId)});
    if (const Kiln::Ptr<ZelCountersL3IntfSm> l3IntfSm = zelCountersL3IntfSm()) {
-      const Kiln::Ptr<ZelCountersL3Helper> helper = l3IntfSm->helper(devId);
+      // Nested, so that nobody gets in: a pass would assert that the chip answers, which may have ceased.
+      const auto whole = Kiln::ActivityLockAnchor::lock();
       if (isReadOnceMore) {
-         l3IntfSm->readAllOnceMore(); // in slices: another chip may have come in the place of this one
+         l3IntfSm->readAllOnceMore();
       }
-      if (l3IntfSm->helper(devId) == helper) {
-         l3IntfSm->deleteDevice(devId);
-      }
+      l3IntfSm->deleteDevice(devId);
    }
 }
 
@@ -435,12 +446,10 @@ void ZelCountersMgr::deleteChip(Kiln::String chipName) {
 }
 
 void ZelCountersMgr::requestHwCountersPolling() {
-   // A completion that comes inline, or while this gives way, may add or delete chips.
-   const auto self = heldSelf();
+   // A completion that comes inline may add or delete chips.
    for (const ZelId::ZelDevId devId : zelCounters().keys()) {
       if (const Kiln::Ptr<ZelCounters> chip = zelCounters(devId)) {
          chip->requestHwCountersPolling();
-         Kiln::ActivityLockAnchor::giveWay();
       }
    }
 }
@@ -557,8 +566,8 @@ void ZelCountersMgrSm::publishInterval(double seconds) {
 // First in a pass, so that what was lost comes with it.
 void ZelCountersMgrSm::mendTables() {
    const Kiln::Ptr<CountersMounts> mounts = mgr_->mounts();
-   const auto mend = [](const auto mounted) { // held while it is mended
-      if (mounted) {
+   const auto mend = [this](const auto& mounted) {
+      if (mgr_ != nullptr && mounted) { // otherwise the tables may be others' already
          mounted->mend();
          Kiln::ActivityLockAnchor::giveWay("mendTables");
       }
@@ -611,21 +620,34 @@ void ZelCountersMgrSm::publishSyncInterval() {
 void ZelCountersMgrSm::intfCounterPollingClockExpired() {
    // Armed after the pass, so that the interval runs from its end: a slow chip gets no denser load. Also when the pass
    // throws, or one bad port would end the polling of all chips.
-   // In slices: this and the manager may be stopped meanwhile.
+   // In slices: meanwhile the manager may go, which stops this. So it is asked anew after each, and not kept: who lets go
+   // of it relies on its end.
    const auto self = heldSelf();
    try {
       mendTables();
+      forEachChip([this](ZelCounters& chip) { mgr_->publishHealth(chip); });
       if (mgr_ != nullptr) {
-         mgr_->publishHealth();
+         mgr_->publishAgentHealth();
       }
-      if (mgr_ != nullptr) {
-         mgr_->requestHwCountersPolling();
-      }
+      forEachChip([](ZelCounters& chip) { chip.requestHwCountersPolling(); });
    } catch (...) {
       armPollingClock();
       throw;
    }
    armPollingClock();
+}
+
+void ZelCountersMgrSm::forEachChip(const std::function<void(ZelCounters&)>& operation) {
+   if (mgr_ == nullptr) {
+      return;
+   }
+   for (const ZelId::ZelDevId devId : mgr_->zelCounters().keys()) {
+      const Kiln::Ptr<ZelCounters> chip = mgr_ != nullptr ? mgr_->zelCounters(devId) : nullptr;
+      if (chip) {
+         operation(*chip);
+         Kiln::ActivityLockAnchor::giveWay("intfCounterPollingClockExpired");
+      }
+   }
 }
 
 void ZelCountersMgrSm::handlePortInfo() {

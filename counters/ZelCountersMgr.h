@@ -16,6 +16,8 @@
 #include "zl/ZlPd.h"
 #include "zl/ZlResourceInfo.h"
 
+#include <functional>
+
 // This header brings the types that the manager is made with. Who uses what it owns includes that header, too.
 namespace Oxbow {
 class TimerWheel;
@@ -55,11 +57,11 @@ class ZelCountersMgr : public Kiln::Entity, public ManagerAccess {
                 U32 sessionId, Kiln::Ptr<ZlPd::ZlPdIntf> zlPdIntf,
                 Kiln::Ptr<ZlResourceInfo::ZlResourceInfoIntf> zlResourceInfoIntf,
                 Kiln::Ptr<const ZelSlice::ChipStatus> chipStatus);
-   // A chip went away. Removes every chip of that name; does nothing for an unknown one. VLANs are read once more in
-   // slices, as in addChip.
+   // A chip went away. Removes every chip of that name; does nothing for an unknown one.
    void deleteChip(Kiln::String chipName);
 
-   // Starts the reads of every chip's ports, besides those of the clock. Syncs no table.
+   // Starts the reads of every chip's ports, besides those of the clock. Syncs no table. VLANs are marked due in slices, as
+   // in addChip.
    void requestHwCountersPolling();
 
    // Removes the shared records of interfaces that an earlier process published and that are not there any more. To be
@@ -68,6 +70,8 @@ class ZelCountersMgr : public Kiln::Entity, public ManagerAccess {
 
    // With each polling pass: how chips and agent fare, and where interfaces are.
    void publishHealth();
+   void publishHealth(const ZelCounters& chip);
+   void publishAgentHealth();
    // An interface got a port, got another one, or lost its port: what was counted elsewhere is not its own.
    void handlePort(const Pelt::IntfId& intf);
 
@@ -166,6 +170,7 @@ class ZelCountersMgrSm : public Kiln::Entity {
    void intfCounterPollingClockExpired();
    void armPollingClock();
    void mendTables();
+   void forEachChip(const std::function<void(ZelCounters&)>& operation);
    void publishInterval(double seconds);
    void publishQueueInterval();
    void publishSyncInterval();

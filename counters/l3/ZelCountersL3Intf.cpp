@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <stdexcept>
+#include <utility>
 
 namespace ZelCounter {
 
@@ -382,14 +383,16 @@ void ZelCountersL3IntfSm::RoutedPortCounterSm::readAll() {
    if (l3IntfSm_ == nullptr) {
       return;
    }
-   intfs_.clear(); // not keys(), which would allocate with each pass
+   // Not keys(), which would allocate with each pass. Taken away meanwhile, lest another thread makes a pass as well.
+   std::vector<Pelt::IntfId> intfs = std::exchange(intfs_, {});
+   intfs.clear();
    for (const auto& entry : l3IntfSm_->l3IntfToVid()) {
-      intfs_.push_back(entry.first);
+      intfs.push_back(entry.first);
    }
    // Thrown away: what matters is the NAT record that each read refreshes.
    packets_and_bytes rx;
    packets_and_bytes tx;
-   for (const Pelt::IntfId& intf : intfs_) {
+   for (const Pelt::IntfId& intf : intfs) {
       if (l3IntfSm_ == nullptr) {
          return;
       }
@@ -398,6 +401,7 @@ void ZelCountersL3IntfSm::RoutedPortCounterSm::readAll() {
       }
       giveWay();
    }
+   intfs_ = std::move(intfs);
 }
 
 // The first pass is made by the constructor, whose object nobody can hold yet: it is not interrupted.

@@ -74,17 +74,14 @@ std::size_t deadObjects() {
           CookieRegistry<HwTableCountersSm>::instance().retiredCount();
 }
 
-void publishHealth(const ManagerAccess& mgr, Vex::ChipPublisher& publisher) {
-   // In slices: chips may come and go meanwhile. One that went has nothing that publishes.
-   for (const ZelId::ZelDevId devId : mgr.zelCounters().keys()) {
-      const Kiln::Ptr<ZelCounters>* const chip = mgr.zelCounters().find(devId);
-      if (const Kiln::Ptr<ChipPublishingSm> publishing =
-               chip != nullptr ? (*chip)->chipPublishingSm() : nullptr) {
-         publishing->healthIs(healthOf(**chip, mgr));
-         publishing->publishPlaces(mgr.mounts()->ethPhyIntfStatusDir().ptr());
-         Kiln::ActivityLockAnchor::giveWay();
-      }
+void publishHealth(const ZelCounters& chip, const ManagerAccess& mgr) {
+   if (const Kiln::Ptr<ChipPublishingSm>& publishing = chip.chipPublishingSm()) {
+      publishing->healthIs(healthOf(chip, mgr));
+      publishing->publishPlaces(mgr.mounts()->ethPhyIntfStatusDir().ptr());
    }
+}
+
+void publishAgentHealth(Vex::ChipPublisher& publisher) {
    publisher.agentHealthIs(agentHealth());
 }
 

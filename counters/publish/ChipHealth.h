@@ -13,6 +13,7 @@ Silo::Interface::ChipHealth healthOf(const ZelCounters& chip, const ManagerAcces
 std::size_t deadObjects();
 // With each polling pass, before it asks for anything: what is outstanding then has had a whole interval to come. Also
 // says where interfaces are.
-void publishHealth(const ManagerAccess& mgr, Vex::ChipPublisher& publisher);
+void publishHealth(const ZelCounters& chip, const ManagerAccess& mgr);
+void publishAgentHealth(Vex::ChipPublisher& publisher);
 
 } // namespace ZelCounter

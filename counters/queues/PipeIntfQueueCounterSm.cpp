@@ -242,6 +242,7 @@ PipeIntfQueueCounterSm::Ports PipeIntfQueueCounterSm::ports() const {
 
 void ZelIntfQueueCountersCallback(bf_dev_id_t dev, void* cookie) {
    const auto lock = Kiln::ActivityLockAnchor::lock();
+   const auto whole = Kiln::ActivityLockAnchor::lock(); // nested: whatever a watcher does, nobody gets in
    if (ChipAccess::isCleanedUp()) {
       return;
    }

@@ -209,6 +209,7 @@ void HwTableCountersSm::syncCompleted() {
 
 void hwTableCallback(bf_dev_id_t dev, void* hwTableSm) {
    const auto lock = Kiln::ActivityLockAnchor::lock();
+   const auto whole = Kiln::ActivityLockAnchor::lock(); // nested: whatever a watcher does, nobody gets in
    KILN_TRACE(3, "ZelCounters::HwTableCountersSm::"
                       << "hwTableCallback");
    // The clean-up of a simulation has begun: nothing may be touched any more.

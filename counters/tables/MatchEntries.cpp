@@ -32,11 +32,12 @@ int MatchEntries::after(std::optional<int> entry) const {
 // The SDK finds nothing behind the last entry of all, and nothing behind one that has gone. Which it is, the one before
 // says: if the entry still follows it, that was the last of all.
 int MatchEntries::behindWhatIsLeft() {
+   const int last = visited_.empty() ? PIPE_MAT_ENT_HDL_NONE : visited_.back();
    while (!visited_.empty()) {
       const int asked = visited_.back();
       visited_.pop_back();
       const int entry = after(visited_.empty() ? std::nullopt : std::optional(visited_.back()));
-      if (entry == asked) {
+      if (entry == asked || entry == last) { // the latter: what was before the last of all has gone
          return PIPE_MAT_ENT_HDL_NONE;
       }
       hasLost_ = true;

@@ -113,7 +113,7 @@ void ActivityManager::runDue() {
    const double now = System::currentTime();
    const U64 limit = clock_->nextSequence();
    while (!stopping_.load() && runOne(now, limit)) {
-      ActivityLockAnchor::giveWay();
+      ActivityLockAnchor::giveWay("the loop");
    }
 }
 
@@ -138,7 +138,8 @@ void ActivityManager::sleep() {
    timeout.tv_nsec = static_cast<long>((seconds - std::floor(seconds)) * 1e9);
 
    // However long it takes, SDK threads get in.
-   ActivityLockAnchor::yieldWhile([&] { ppoll(polled.data(), polled.size(), &timeout, nullptr); });
+   ActivityLockAnchor::yieldWhile([&] { ppoll(polled.data(), polled.size(), &timeout, nullptr); },
+                                  "the loop");
 
    sleeping_.store(false);
    U64 wakes = 0;
@@ -146,7 +147,7 @@ void ActivityManager::sleep() {
    for (std::size_t i = 1; i < polled.size(); ++i) {
       if (polled[i].revents != 0) {
          serve(waiting[i], polled[i].fd, polled[i].revents);
-         ActivityLockAnchor::giveWay();
+         ActivityLockAnchor::giveWay("the loop");
       }
    }
 }

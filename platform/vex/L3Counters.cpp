@@ -5,6 +5,8 @@
 #include "kiln/Time.h"
 #include "vex/BreakEvents.h"
 
+#include <utility>
+
 namespace Vex {
 
 namespace {
@@ -89,6 +91,7 @@ void L3Counters::remove(const Pelt::IntfId& intf) {
 
 // Due at once: a clock that is armed for now fires after everything armed before it, once this handler has returned.
 void L3Counters::arm() {
+   isDueAgain_ = isDueAgain_ || nextInPass_ < pass_.size();
    if (!endOfTurn_.isArmed()) {
       endOfTurn_.timeMinIs(Kiln::System::currentTime());
    }
@@ -110,19 +113,38 @@ void L3Counters::allDueIs() {
    }
 }
 
-// In slices: what is still due when one is over is read in the next turn. Whoever gets in meanwhile finds it due.
+void L3Counters::beginPass() {
+   nextInPass_ = 0;
+   pass_.clear();
+   for (const auto& [intf, counted] : intfs_) {
+      if (counted.isDue) {
+         pass_.push_back(intf);
+      }
+   }
+}
+
+// In slices: the next turn goes on behind where this one ends. An interface that goes meanwhile is found absent, and what
+// is marked meanwhile is read in another pass, so that the last ones have their turn however long it takes.
 void L3Counters::handleEndOfTurn() {
-   for (auto& [intf, counted] : intfs_) {
-      if (!counted.isDue) {
+   if (nextInPass_ == pass_.size()) {
+      beginPass();
+   }
+   while (nextInPass_ < pass_.size()) {
+      const Pelt::IntfId intf = pass_[nextInPass_++];
+      Counted* const counted = intfs_.find(intf);
+      if (counted == nullptr || !counted->isDue) {
          continue;
       }
       // Before the read, which may fail: an interface that the table refuses is tried again when it is due again.
-      counted.isDue = false;
-      tryUpdate(intf, counted);
+      counted->isDue = false;
+      tryUpdate(intf, *counted);
       if (Kiln::ActivityLockAnchor::isSliceOver()) {
-         arm();
+         endOfTurn_.timeMinIs(Kiln::System::currentTime());
          return;
       }
+   }
+   if (std::exchange(isDueAgain_, false)) {
+      arm();
    }
 }
 

@@ -8,6 +8,7 @@
 #include "vex/VexTypes.h"
 
 #include <functional>
+#include <vector>
 
 namespace Vex {
 
@@ -38,7 +39,11 @@ class L3Counters {
    void read(const Pelt::IntfId& intf);
    void allDueIs();
    // Forgets what is due.
-   void cancel() { endOfTurn_.timeMinIs(Kiln::never); }
+   void cancel() {
+      endOfTurn_.timeMinIs(Kiln::never);
+      pass_.clear();
+      nextInPass_ = 0;
+   }
 
    // Moves the clear baseline to now; what the table does not take comes with the next read. False: no such interface.
    bool clear(const Pelt::IntfId& intf);
@@ -57,6 +62,7 @@ class L3Counters {
       bool isDue = false;
    };
 
+   void beginPass();
    void handleEndOfTurn();
    void update(const Pelt::IntfId& intf, Counted& counted);
    void tryUpdate(const Pelt::IntfId& intf, Counted& counted);
@@ -69,6 +75,9 @@ class L3Counters {
    Read read_;
    Kiln::Ptr<VexTypes::L3IntfCounters> reading_ = Kiln::allocate<VexTypes::L3IntfCounters>(); // one for all
    Kiln::HashMap<Pelt::IntfId, Counted> intfs_;
+   std::vector<Pelt::IntfId> pass_; // what was due when it began
+   std::size_t nextInPass_ = 0;
+   bool isDueAgain_ = false; // something was marked amid the pass
    PublishErrors errors_;
    Kiln::Timer<L3Counters> endOfTurn_;
 };
