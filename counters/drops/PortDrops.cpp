@@ -198,7 +198,9 @@ std::vector<PortDrops::Drop> PortDrops::drops(std::span<const ChipAccess::Port> 
    for (const ChipAccess::Port& port : ports) {
       totals.push_back(addDrops(port, options, &all));
    }
-   std::ranges::stable_sort(totals, std::ranges::greater(), &PortTotal::packets);
+   std::ranges::sort(totals, [](const PortTotal& a, const PortTotal& b) {
+      return a.packets != b.packets ? a.packets > b.packets : a.first < b.first;
+   });
    std::vector<Drop> sorted;
    sorted.reserve(all.size());
    for (std::size_t rank = 0; rank < totals.size(); ++rank) {
