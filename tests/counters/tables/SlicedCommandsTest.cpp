@@ -22,7 +22,6 @@ class SlicedCommands : public StubSdkRig {
    SlicedCommands() {
       StubSdk::sdk().inlineDefault = true;
       refuseQueueSyncs();
-      Kiln::ActivityLockAnchor::sliceIs(0);
       systemStatus->hasNotificationActiveIs(true);
       const auto lock = Kiln::ActivityLockAnchor::lock();
       mgr = ZelCounter::zelCountersMgrFactory(systemStatus, Kiln::allocate<ZelCounter::CountersMounts>(),
@@ -30,7 +29,6 @@ class SlicedCommands : public StubSdkRig {
                                               dropData);
    }
    ~SlicedCommands() override {
-      Kiln::ActivityLockAnchor::sliceIs(Kiln::ActivityLockAnchor::defaultSlice);
       waiter.reset();
       const auto lock = Kiln::ActivityLockAnchor::lock();
       mgr = nullptr;
@@ -83,6 +81,7 @@ class SlicedCommands : public StubSdkRig {
       return count;
    }
 
+   const NoSlices noSlices;
    const Kiln::Ptr<Agent::AgentCommandRequestDirSm> commands =
         Kiln::allocate<Agent::AgentCommandRequestDirSm>();
    Kiln::Ptr<ZelCounter::ZelCountersMgr> mgr;
