@@ -1,5 +1,5 @@
-// One origin for the thread that runs commands, one at a time. What another thread does while a command gives way is not
-// the command's.
+// One origin for each thread that runs commands, one at a time. What other threads do while a command gives way is not the
+// command's.
 #include "agent/CommandOrigin.h"
 
 #include "kiln/Time.h"
