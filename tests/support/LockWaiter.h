@@ -27,26 +27,29 @@ class LockWaiter {
              const auto whole = Kiln::ActivityLockAnchor::lock(); // so that the work does not give way
              work();
           }) {
-      while (!isAsleep()) {
+      // Once it has told its id, nothing but the lock can put it to sleep.
+      while (id_ == 0) {
          std::this_thread::yield();
       }
+      awaitSleep(id_);
    }
    LockWaiter(const LockWaiter&) = delete;
    LockWaiter& operator=(const LockWaiter&) = delete;
    ~LockWaiter() { thread_.join(); }
 
- private:
-   // Once it has told its id, nothing but the lock can put it to sleep.
-   bool isAsleep() const {
-      if (id_ == 0) {
-         return false;
+   // Until the thread waits for something.
+   static void awaitSleep(pid_t id) {
+      std::string state;
+      while (state != "S") {
+         std::this_thread::yield();
+         std::ifstream file("/proc/self/task/" + std::to_string(id) + "/stat");
+         std::string text;
+         std::getline(file, text);
+         state = text.substr(text.rfind(')') + 2, 1);
       }
-      std::ifstream file("/proc/self/task/" + std::to_string(id_) + "/stat");
-      std::string text;
-      std::getline(file, text);
-      return text.substr(text.rfind(')') + 2, 1) == "S";
    }
 
+ private:
    std::atomic<pid_t> id_ = 0;
    std::thread thread_;
 };
