@@ -5,6 +5,7 @@
 //
 // Times are those of the clock on the wall: the store works while its client waits. "server_us" is its CPU time.
 #include "bench/InTurns.h"
+#include "bench/Processes.h"
 #include "silo/Table.h"
 #include "silo/TableReader.h"
 #include "vex/PublishedRecords.h"
@@ -12,17 +13,12 @@
 #include <benchmark/benchmark.h>
 #include <charconv>
 #include <chrono>
-#include <csignal>
 #include <cstring>
 #include <fcntl.h>
-#include <filesystem>
 #include <fstream>
-#include <functional>
 #include <hiredis/hiredis.h>
 #include <memory>
 #include <stdexcept>
-#include <sys/prctl.h>
-#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 
@@ -63,51 +59,23 @@ auto await(const char* what, Look look) {
    throw std::runtime_error(std::string("waited in vain for ") + what);
 }
 
-// A process of its own, which ends with this one, however this one ends.
-class Child {
- public:
-   explicit Child(const std::function<void()>& run) : id_(fork()) {
-      if (id_ == 0) {
-         prctl(PR_SET_PDEATHSIG, SIGKILL);
-         run();
-         _exit(127);
-      }
-   }
-   Child(const Child&) = delete;
-   Child& operator=(const Child&) = delete;
-   ~Child() {
-      kill(id_, SIGKILL);
-      waitpid(id_, nullptr, 0);
-   }
-
-   // In seconds, of all its threads.
-   double cpuTime() const {
-      std::ifstream account("/proc/" + std::to_string(id_) + "/schedstat");
-      double nanoseconds = 0;
-      account >> nanoseconds;
-      return 1e-9 * nanoseconds;
-   }
-
- private:
-   pid_t id_;
-};
+// Of all its threads.
+double cpuTimeOf(const Bench::Child& child) {
+   std::ifstream account(child.procFile("schedstat"));
+   double nanoseconds = 0;
+   account >> nanoseconds;
+   return 1e-9 * nanoseconds;
+}
 
 // The store: on a socket in a folder of its own, without a network port, and without a file.
 class Server {
  public:
    redisContext* client() const { return client_.get(); }
-   double cpuTime() const { return process_.cpuTime(); }
+   double cpuTime() const { return cpuTimeOf(process_); }
    const std::string& folder() const { return folder_.path; }
 
  private:
    using Client = std::unique_ptr<redisContext, decltype(&redisFree)>;
-   struct Folder {
-      Folder() { std::filesystem::create_directories(path); }
-      Folder(const Folder&) = delete;
-      Folder& operator=(const Folder&) = delete;
-      ~Folder() { std::filesystem::remove_all(path); }
-      std::string path = "/dev/shm/beside_bench." + std::to_string(getpid());
-   };
 
    Client connected() const {
       Client client(redisConnectUnix(socket_.c_str()), redisFree);
@@ -121,9 +89,9 @@ class Server {
             nullptr);
    }
 
-   const Folder folder_;
+   const Bench::SharedFolder folder_{"beside_bench"};
    const std::string socket_ = folder_.path + "/socket";
-   const Child process_{[this] { run(); }};
+   const Bench::Child process_{[this] { run(); }};
    const Client client_ = await("redis-server", [this] { return connected(); });
 };
 
@@ -289,7 +257,7 @@ void readAll(benchmark::State& state) {
    const std::vector<IntfCounters> records = makeRecords();
    Form::publish(server.client(), records);
    const Silo::Store store = Silo::Store::directory(server.folder());
-   const Child publisher([&] {
+   const Bench::Child publisher([&] {
       Table(store).publish(records);
       pause();
    });

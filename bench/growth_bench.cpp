@@ -4,6 +4,7 @@
 #include "apps/zelagent/SwitchAgent.h"
 #include "apps/zelctl/connection/AgentConnection.h"
 #include "bench/InTurns.h"
+#include "bench/Processes.h"
 #include "kiln/ActivityLock.h"
 #include "kiln/ActivityManager.h"
 #include "silo/TableReader.h"
@@ -17,9 +18,7 @@
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
-#include <sys/prctl.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 
@@ -34,12 +33,9 @@ constexpr unsigned pipes = 4;
 constexpr int rounds = 15;       // enough for a median
 constexpr double interval = 2.0; // seconds between two polls
 
-// A folder in shared memory for an agent's tables.
-struct Folder {
-   Folder() { std::filesystem::create_directories(path); }
-   Folder(const Folder&) = delete;
-   Folder& operator=(const Folder&) = delete;
-   ~Folder() { std::filesystem::remove_all(path); }
+// For an agent's tables.
+struct Folder : Bench::SharedFolder {
+   Folder() : SharedFolder("growth_bench") {}
 
    // What its files take of the memory: their tables have room for more records than there are.
    double bytes() const {
@@ -52,8 +48,6 @@ struct Folder {
       }
       return sum;
    }
-
-   Kiln::String path = "/dev/shm/growth_bench." + std::to_string(getpid());
 };
 
 // An agent in simulated time, whose traffic is whatever moveAll() adds.
@@ -197,28 +191,11 @@ BENCHMARK(vlans)
 class Program {
  public:
    Program(const Kiln::String& folder, const Kiln::String& chips, const Kiln::String& portsPerChip)
-        : socket(folder + "/socket"), child_(fork()) {
-      if (child_ == 0) {
-         prctl(PR_SET_PDEATHSIG, SIGKILL); // however this process ends
-         const int null = open("/dev/null", O_WRONLY);
-         dup2(null, STDOUT_FILENO);
-         const Kiln::String pipeCount = std::to_string(pipes);
-         execl(ZEL_AGENT, ZEL_AGENT, "--chips", chips.c_str(), "--pipes", pipeCount.c_str(), "--ports",
-               portsPerChip.c_str(), "--traffic", "none", "--silo", folder.c_str(), "--socket",
-               socket.c_str(), nullptr);
-         _exit(127);
-      }
-   }
-   Program(const Program&) = delete;
-   Program& operator=(const Program&) = delete;
-   ~Program() {
-      kill(child_, SIGTERM);
-      waitpid(child_, nullptr, 0);
-   }
+        : socket(folder + "/socket"), process_([&] { run(folder, chips, portsPerChip); }, SIGTERM) {}
 
    // Memory of its own, without the shared tables.
    double privateBytes() const {
-      std::ifstream status("/proc/" + std::to_string(child_) + "/status");
+      std::ifstream status(process_.procFile("status"));
       for (Kiln::String word; status >> word;) {
          if (double kilobytes = 0; word == "RssAnon:" && status >> kilobytes) {
             return kilobytes * 1024;
@@ -230,7 +207,16 @@ class Program {
    const Kiln::String socket;
 
  private:
-   pid_t child_;
+   void run(const Kiln::String& folder, const Kiln::String& chips, const Kiln::String& portsPerChip) const {
+      const int null = open("/dev/null", O_WRONLY);
+      dup2(null, STDOUT_FILENO);
+      const Kiln::String pipeCount = std::to_string(pipes);
+      execl(ZEL_AGENT, ZEL_AGENT, "--chips", chips.c_str(), "--pipes", pipeCount.c_str(), "--ports",
+            portsPerChip.c_str(), "--traffic", "none", "--silo", folder.c_str(), "--socket", socket.c_str(),
+            nullptr);
+   }
+
+   const Bench::Child process_;
 };
 
 bool isPublished(const Kiln::String& folder, std::size_t count) {

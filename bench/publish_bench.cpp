@@ -9,6 +9,7 @@
 // Each path takes turns with its floor, so that both see the same machine.
 #include "bench/AllocationCount.h"
 #include "bench/ColdMemory.h"
+#include "bench/InTurns.h"
 #include "counters/ZelCounters.h"
 #include "counters/ZelCountersMgr.h"
 #include "kiln/ActivityLock.h"
@@ -178,21 +179,7 @@ class Publisher {
    Silo::Mapping bare_;
 };
 
-// The times of passes. Reports their median, since an interrupted pass says nothing.
-class Passes {
- public:
-   Passes() { seconds_.reserve(1'000'000); }
-   void add(double seconds) { seconds_.push_back(seconds); }
-   bool isEmpty() const { return seconds_.empty(); }
-   double median() {
-      const auto middle = seconds_.begin() + static_cast<std::ptrdiff_t>(seconds_.size() / 2);
-      std::nth_element(seconds_.begin(), middle, seconds_.end());
-      return *middle;
-   }
-
- private:
-   std::vector<double> seconds_;
-};
+using Passes = Bench::Times;
 
 void report(benchmark::State& state, Passes& passes, Passes& floor) {
    state.counters["x_floor"] = passes.median() / floor.median();
@@ -373,7 +360,7 @@ void readAll(benchmark::State& state) {
       }
       benchmark::ClobberMemory();
       const double pass = secondsSince(start);
-      if (!passes.isEmpty()) { // the first pass indexes the keys
+      if (passes.count() != 0) { // the first pass indexes the keys
          allocated += Bench::allocations().count - before.count;
       }
       passes.add(pass);
