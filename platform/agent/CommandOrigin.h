@@ -1,4 +1,4 @@
-// Who gave the command that runs now, and when. What a command changes can be told by it afterwards.
+// Who gave the command that runs, and when. What a command changes can be told by it afterwards.
 #pragma once
 
 #include "kiln/Types.h"
@@ -14,7 +14,7 @@ struct CommandOrigin {
 
    bool operator==(const CommandOrigin&) const = default;
 
-   // Under the activity lock, as the scope below.
+   // Of the command that this thread runs.
    static CommandOrigin current();
    // By number: to look a name up may take long, and the agent waits for nobody.
    static Kiln::String textOf(uid_t user);

@@ -4,8 +4,8 @@
 //
 //    const auto lock = Kiln::ActivityLockAnchor::lock();
 //
-// It is recursive, so that a callback made inline, under the lock, goes through. Who has waited comes before who gives
-// it up and wants it back.
+// It is recursive, so that a callback made inline, under the lock, goes through. Threads get it in the order in which they
+// came for it.
 #pragma once
 
 #include "kiln/Assert.h"
