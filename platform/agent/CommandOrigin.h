@@ -3,6 +3,7 @@
 
 #include "kiln/Types.h"
 
+#include <optional>
 #include <sys/types.h>
 
 namespace Agent {
@@ -19,13 +20,16 @@ struct CommandOrigin {
    static Kiln::String textOf(uid_t user);
 };
 
-// While it lives, a command of `who` runs on this thread.
+// While it lives, a command of `who` runs; it may have come in the middle of another one, which then goes on.
 class CommandOriginScope {
  public:
    explicit CommandOriginScope(Kiln::String who);
    CommandOriginScope(const CommandOriginScope&) = delete;
    CommandOriginScope& operator=(const CommandOriginScope&) = delete;
    ~CommandOriginScope();
+
+ private:
+   std::optional<CommandOrigin> outer_;
 };
 
 } // namespace Agent

@@ -58,6 +58,8 @@ void handOver() {
 // isHeldByThisThread can be asked at all.
 thread_local constinit unsigned depthOfThisThread = 0;
 
+thread_local constinit ActivityLockAnchor::Meanwhile* newestMeanwhile = nullptr;
+
 // Of the present hold, and the end of the one before. Under the lock.
 const char* currentHolder = "";
 double holdBegin = 0;
@@ -134,7 +136,29 @@ bool ActivityLockAnchor::giveWay(const char* who) {
    const U64 ownHold = takenCount;
    release();
    acquire(who);
-   return takenCount != ownHold + 1;
+   const bool wasAway = takenCount != ownHold + 1;
+   return doMeanwhile() || wasAway;
+}
+
+ActivityLockAnchor::Meanwhile::Meanwhile(std::function<bool()> work)
+     : work_(std::move(work)), older_(std::exchange(newestMeanwhile, this)) {}
+
+ActivityLockAnchor::Meanwhile::~Meanwhile() {
+   newestMeanwhile = older_;
+}
+
+bool ActivityLockAnchor::doMeanwhile() {
+   if (newestMeanwhile == nullptr) {
+      return false;
+   }
+   struct Pause {
+      Meanwhile* of = std::exchange(newestMeanwhile, nullptr);
+      Pause() = default;
+      Pause(const Pause&) = delete;
+      Pause& operator=(const Pause&) = delete;
+      ~Pause() { newestMeanwhile = of; }
+   } const pause;
+   return pause.of->work_();
 }
 
 void ActivityLockAnchor::sliceIs(double seconds) noexcept {

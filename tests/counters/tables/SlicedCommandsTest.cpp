@@ -189,7 +189,7 @@ TEST_F(SlicedCommands, ClassesAreShownAsOfOneMoment) {
    const auto other = [&] { // shows and clears
       values[{U16{0}, ZlPort::pdpEntry(2, 0)}] = {9, 0};
       chip.fetchPdpCounters();
-      chip.clearAllPdpIntfCounters();
+      chip.clearAllPdpIntfCounters(0);
    };
    const std::string text = printed([&](U32 fd) {
       auto lock = Kiln::ActivityLockAnchor::lock();
