@@ -102,7 +102,7 @@ void QueuePublisher::publish(const Pelt::IntfId& intf, const VexTypes::IntfQueue
       counted.sampleTime = now;
    }
    if (history_) {
-      history_->queuesAre(counted.key, record, counted.sampleTime);
+      history_->queuesAre(counted.key, record, counted.sampleTime, counted.keptTime);
    }
    counters_->table().recordIs(counted.key, record, counted.sampleTime);
    counted.clear.write(clearTable(), counted.key);

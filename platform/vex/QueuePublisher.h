@@ -45,6 +45,7 @@ class QueuePublisher {
       Record record{}; // as published, or as it will be
       double sampleTime = Silo::unknownSampleTime;
       double reportTime = Silo::unknownSampleTime;
+      double keptTime = Silo::unknownSampleTime; // of the last sample in the history
       U32 seen = 0; // bit q: queue q was reported in this process
       SourceTrail sources{};
       std::array<Meter<2>, Record::queueCount> sent{}; // packets and bytes

@@ -126,7 +126,8 @@ TEST_F(QueuePublishing, TheHistoryHasEachQueueAndTellsOfTooLittleRoomEachTime) {
    IntfQueueCounters record;
    record.present = 1U << 7U | 1U << 16U;
    record.totals[7] = {1, 2, 3};
-   history.queuesAre("Ethernet1", record, 1.0);
+   double keptTime = Silo::unknownSampleTime;
+   history.queuesAre("Ethernet1", record, 1.0, keptTime);
    ASSERT_EQ(samplesOf("Ethernet1").size(), 1U);
    EXPECT_EQ(samplesOf("Ethernet1")[0].values[IntfQueueHistory::field(7, 2)], 3U);
    EXPECT_EQ(samplesOf("Ethernet1 8").size(), 0U);
