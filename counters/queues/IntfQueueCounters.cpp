@@ -4,6 +4,7 @@
 #include "kiln/Assert.h"
 #include "zl/ZlPortLayout.h"
 
+#include <bit>
 #include <ostream>
 
 namespace ZelCounter {
@@ -22,7 +23,7 @@ unsigned queuesOfPort(unsigned pipePort) {
 }
 
 void IntfQueueCounters::queueCounterIs(const QueueCounter& counter) {
-   counters_.at(counter.queueId) = counter;
+   counters_.at(counter.queueId) = {counter.pkts, counter.bytes, counter.pktsDropped};
    read_ |= U32{1} << counter.queueId;
 }
 
@@ -38,34 +39,35 @@ void IntfQueueCounters::readingsAre(U16 devicePort, std::span<const QueueCounter
    hasLeft_ = false;
    devicePort_ = devicePort;
    readTime_ = time;
+   Vex::QueueMeters::Values values;
+   U32 read = 0;
    for (const QueueCounter& reading : readings) {
-      const std::size_t queue = reading.queueId;
-      const std::array<U64, 2> sent{reading.pkts, reading.bytes};
-      const std::array<U64, 1> dropped{reading.pktsDropped};
-      QueueCounter& counter = counters_.at(queue);
-      counter.queueId = reading.queueId;
-      read_ |= U32{1} << queue;
-      const bool isPlain =
-           begin == Vex::Begin::step && sent_[queue].isPlain(sent) && dropped_[queue].isPlain(dropped);
-      const auto [pkts, bytes] =
-           isPlain ? sent_[queue].takePlain(sent) : sent_[queue].read(sent, begin).counts;
-      const auto [pktsDropped] =
-           isPlain ? dropped_[queue].takePlain(dropped) : dropped_[queue].read(dropped, begin).counts;
-      counter.pkts += pkts;
-      counter.bytes += bytes;
-      counter.pktsDropped += pktsDropped;
+      values.at(reading.queueId) = {reading.pkts, reading.bytes, reading.pktsDropped};
+      read |= U32{1} << reading.queueId;
+   }
+   read_ |= read;
+   // A port has the first so many.
+   const auto count = static_cast<std::size_t>(std::countr_one(read));
+   const bool isPlain =
+        begin == Vex::Begin::step && read >> count == 0 && meters_.takePlain(values, count, counters_);
+   if (!isPlain) {
+      countEach(values, read, begin);
    }
 }
 
-QueueCounter IntfQueueCounters::reading(std::size_t queue) const {
-   const auto& [pkts, bytes] = sent_.at(queue).last();
-   return {static_cast<U8>(queue), bytes, pkts, dropped_.at(queue).last()[0]};
+void IntfQueueCounters::countEach(const Vex::QueueMeters::Values& readings, U32 read, Vex::Begin begin) {
+   for (std::size_t queue = 0; queue < queueLimit; ++queue) {
+      if ((read >> queue & 1) != 0) {
+         const Vex::QueueMeters::Queue counts = meters_.read(queue, readings[queue], begin).counts();
+         counters_[queue].packets += counts.packets;
+         counters_[queue].bytes += counts.bytes;
+         counters_[queue].drops += counts.drops;
+      }
+   }
 }
 
 void IntfQueueCounters::clear() {
-   for (QueueCounter& counter : counters_) {
-      counter = {counter.queueId, 0, 0, 0};
-   }
+   counters_ = {};
 }
 
 } // namespace ZelCounter

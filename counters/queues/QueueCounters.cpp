@@ -24,22 +24,10 @@ void QueueCounters::pollingIntervalIs(double seconds) {
    pollingInterval_ = seconds;
 }
 
-namespace {
-
-Silo::Interface::QueueStatistics statisticsOf(const QueueCounter& counter) {
-   return {counter.pkts, counter.bytes, counter.pktsDropped};
-}
-
-} // namespace
-
 VexTypes::IntfQueueCounters queueRecord(const IntfQueueCounters& counters) {
    VexTypes::IntfQueueCounters record;
    record.sampleTimeIs(counters.readTime());
-   for (std::size_t queue = 0; queue < IntfQueueCounters::queueLimit; ++queue) {
-      if (counters.has(queue)) {
-         record.intfQueueStatIs(queue, statisticsOf(counters.queueCounter(queue)));
-      }
-   }
+   record.intfQueueStatsAre(counters.counters(), counters.read());
    return record;
 }
 
@@ -54,9 +42,7 @@ void QueueCounters::handOver(const IntfQueueCounters& counters) {
       VexTypes::IntfQueueCounters::Readings& readings = record.readings();
       readings.source = {chip().deviceId(), Vex::Source::Block::queue, counters.devicePort(), chip().life()};
       readings.isCounted = &isCounted_.at(counters.devicePort());
-      for (std::size_t queue = 0; queue < IntfQueueCounters::queueLimit; ++queue) {
-         readings.stats[queue] = statisticsOf(counters.reading(queue));
-      }
+      readings.stats = counters.readings();
    }
    vexCountersSm_->writerConfig()->intfQueueCountersIs(counters.intfId(), record);
 }

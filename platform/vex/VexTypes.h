@@ -119,6 +119,14 @@ class IntfQueueCounters {
       reported_ |= 1U << queue;
    }
 
+   // All of those that bit q of `reported` says; the others are 0.
+   void intfQueueStatsAre(const std::array<Silo::Interface::QueueStatistics, queueCount>& stats,
+                          U32 reported) {
+      stats_ = stats;
+      reported_ = reported;
+   }
+   U32 reported() const { return reported_; }
+
    // What the hardware has, and the source that counted it; `isCounted` is kept with the source and says whether anybody
    // was ever counted there; it is good while the report is handed over. Without a source, what is reported stands for it.
    struct Readings {
