@@ -4,7 +4,6 @@
 #include "kiln/Assert.h"
 #include "zl/ZlPortLayout.h"
 
-#include <bit>
 #include <ostream>
 
 namespace ZelCounter {
@@ -27,7 +26,8 @@ void IntfQueueCounters::queueCounterIs(const QueueCounter& counter) {
    read_ |= U32{1} << counter.queueId;
 }
 
-void IntfQueueCounters::readingsAre(U16 devicePort, std::span<const QueueCounter> readings, double time) {
+void IntfQueueCounters::readingsAre(U16 devicePort, const Vex::QueueMeters::Values& readings,
+                                    std::size_t count, double time) {
    Vex::Begin begin = Vex::Begin::step;
    if (readTime_ == Silo::unknownSampleTime) {
       begin = Vex::Begin::whole;
@@ -39,30 +39,22 @@ void IntfQueueCounters::readingsAre(U16 devicePort, std::span<const QueueCounter
    hasLeft_ = false;
    devicePort_ = devicePort;
    readTime_ = time;
-   Vex::QueueMeters::Values values;
-   U32 read = 0;
-   for (const QueueCounter& reading : readings) {
-      values.at(reading.queueId) = {reading.pkts, reading.bytes, reading.pktsDropped};
-      read |= U32{1} << reading.queueId;
-   }
-   read_ |= read;
-   // A port has the first so many.
-   const auto count = static_cast<std::size_t>(std::countr_one(read));
-   const bool isPlain =
-        begin == Vex::Begin::step && read >> count == 0 && meters_.takePlain(values, count, counters_);
-   if (!isPlain) {
-      countEach(values, read, begin);
+   read_ |= (U32{1} << count) - 1;
+   const auto add = [this](std::size_t word, U64 step) {
+      Interface::wordIs(counters_, word, Interface::word(counters_, word) + step);
+   };
+   if (begin != Vex::Begin::step || !meters_.takePlain(readings, count, add)) {
+      countEach(readings, count, begin);
    }
 }
 
-void IntfQueueCounters::countEach(const Vex::QueueMeters::Values& readings, U32 read, Vex::Begin begin) {
-   for (std::size_t queue = 0; queue < queueLimit; ++queue) {
-      if ((read >> queue & 1) != 0) {
-         const Vex::QueueMeters::Queue counts = meters_.read(queue, readings[queue], begin).counts();
-         counters_[queue].packets += counts.packets;
-         counters_[queue].bytes += counts.bytes;
-         counters_[queue].drops += counts.drops;
-      }
+void IntfQueueCounters::countEach(const Vex::QueueMeters::Values& readings, std::size_t count,
+                                  Vex::Begin begin) {
+   for (std::size_t queue = 0; queue < count; ++queue) {
+      const Vex::QueueMeters::Queue counts = meters_.read(queue, readings.at(queue), begin).counts();
+      counters_[queue].packets += counts.packets;
+      counters_[queue].bytes += counts.bytes;
+      counters_[queue].drops += counts.drops;
    }
 }
 

@@ -9,7 +9,6 @@
 
 #include <array>
 #include <iosfwd>
-#include <span>
 
 namespace ZelCounter {
 
@@ -47,8 +46,9 @@ class IntfQueueCounters : public Kiln::PtrInterface {
    QueueCounter queueCounter(std::size_t queue) const { return counterOf(queue, counters_.at(queue)); }
    void queueCounterIs(const QueueCounter& counter);
 
-   // What the hardware has in each of the port's queues at `time`, in seconds.
-   void readingsAre(U16 devicePort, std::span<const QueueCounter> readings, double time);
+   // What the hardware has in each of the port's queues, of which it has `count`, at `time`, in seconds.
+   void readingsAre(U16 devicePort, const Vex::QueueMeters::Values& readings, std::size_t count,
+                    double time);
    // What is stored is 0, and counts from the last reading on.
    void clear();
 
@@ -69,7 +69,7 @@ class IntfQueueCounters : public Kiln::PtrInterface {
    static QueueCounter counterOf(std::size_t queue, const Vex::QueueMeters::Queue& counts) {
       return {static_cast<U8>(queue), counts.bytes, counts.packets, counts.drops};
    }
-   void countEach(const Vex::QueueMeters::Values& readings, U32 read, Vex::Begin begin);
+   void countEach(const Vex::QueueMeters::Values& readings, std::size_t count, Vex::Begin begin);
 
    Pelt::IntfId intfId_;
    U32 read_ = 0; // bit q: queue q was read

@@ -25,9 +25,8 @@ void QueueCounters::pollingIntervalIs(double seconds) {
 }
 
 VexTypes::IntfQueueCounters queueRecord(const IntfQueueCounters& counters) {
-   VexTypes::IntfQueueCounters record;
+   VexTypes::IntfQueueCounters record(counters.counters(), counters.read());
    record.sampleTimeIs(counters.readTime());
-   record.intfQueueStatsAre(counters.counters(), counters.read());
    return record;
 }
 
@@ -36,13 +35,14 @@ void QueueCounters::handOver(const IntfQueueCounters& counters) {
       return;
    }
    KILN_ASSERT_TEXT(vexCountersSm_->writerConfig(), "zelCounters->vexCountersSm()->writerConfig()");
+   const Kiln::Ptr<const IntfQueueCounters> held(&counters); // a watcher may have it forgotten
    VexTypes::IntfQueueCounters record = queueRecord(counters);
    if (counters.readTime() != Silo::unknownSampleTime) {
       // Beside what is stored, which a clear sets to zero, go the readings: a clear changes no total.
-      VexTypes::IntfQueueCounters::Readings& readings = record.readings();
-      readings.source = {chip().deviceId(), Vex::Source::Block::queue, counters.devicePort(), chip().life()};
-      readings.isCounted = &isCounted_.at(counters.devicePort());
-      readings.stats = counters.readings();
+      record.readings() = {
+           {chip().deviceId(), Vex::Source::Block::queue, counters.devicePort(), chip().life()},
+           &isCounted_.at(counters.devicePort()),
+           &counters.readings()};
    }
    vexCountersSm_->writerConfig()->intfQueueCountersIs(counters.intfId(), record);
 }

@@ -21,10 +21,10 @@ class QueueMeters {
       bool isMarked() const { return sent.isMarked || dropped.isMarked; }
    };
 
-   // If the steps of the first `count` queues are such as nearly all are, takes them and adds them to all sums. False:
-   // nothing was done, and each queue is to be read on its own. Same as reading them with Begin::step, in less time.
-   template <class... Sums>
-   bool takePlain(const Values& readings, std::size_t count, Sums&... sums);
+   // If the steps of the first `count` queues are such as nearly all are, calls take(i, step) for each of their words in
+   // Values. False: nothing was done. Same as reading each of them with Begin::step, in less time.
+   template <class Take>
+   bool takePlain(const Values& readings, std::size_t count, Take take);
    QueueStep read(std::size_t queue, const Queue& reading, Begin begin);
    // Nothing to go on from.
    void forget(std::size_t queue) { last_[queue] = lift_[queue] = {}; }
@@ -37,10 +37,9 @@ class QueueMeters {
    Values lift_{};
 };
 
-template <class... Sums>
-bool QueueMeters::takePlain(const Values& readings, std::size_t count, Sums&... sums) {
+template <class Take>
+bool QueueMeters::takePlain(const Values& readings, std::size_t count, Take take) {
    using Interface::word;
-   using Interface::wordIs;
    const std::size_t words = std::min(count, queueCount) * wordsPerQueue;
    // As in takeVettedStep: a step that is not plain leaves a high bit in one of these.
    U64 steps = 0;
@@ -53,9 +52,9 @@ bool QueueMeters::takePlain(const Values& readings, std::size_t count, Sums&... 
       return false;
    }
    for (std::size_t i = 0; i < words; ++i) {
-      const U64 step = word(readings, i) - word(last_, i);
-      (wordIs(sums, i, word(sums, i) + step), ...);
-      wordIs(last_, i, word(readings, i));
+      const U64 reading = word(readings, i);
+      take(i, reading - word(last_, i));
+      Interface::wordIs(last_, i, reading);
    }
    return true;
 }

@@ -5,6 +5,7 @@
 #include "silo/Prefetch.h"
 #include "vex/BreakEvents.h"
 
+#include <algorithm>
 #include <bit>
 #include <stdexcept>
 
@@ -82,15 +83,18 @@ void QueuePublisher::publish(const Pelt::IntfId& intf, const VexTypes::IntfQueue
       tellDiscontinuity(intf.text(), "what its queues counted after an earlier agent's last reading is lost");
    }
    if (isNewSample) {
-      dropStep(record);
+      record.absorbed = 0;
       record.interval = isExchanged ? 0 : intervalBetween(counted.reportTime, report.sampleTime());
       counted.reportTime = report.sampleTime();
    }
    bool isMarked = isExchanged || isLost;
-   const bool isPlain = begin == Begin::step && isIncrement && takePlain(counted, report);
-   for (std::size_t queue = 0; !isPlain && queue < Record::queueCount; ++queue) {
-      if (report.has(queue)) {
-         isMarked |= takeQueue(counted, queue, report, begin, isIncrement) && isNewSample;
+   const bool isPlain = isNewSample && isIncrement && begin == Begin::step && takePlain(counted, report);
+   if (!isPlain) {
+      record.deltas = isNewSample ? decltype(record.deltas){} : record.deltas;
+      for (std::size_t queue = 0; queue < Record::queueCount; ++queue) {
+         if (report.has(queue)) {
+            isMarked |= takeQueue(counted, queue, report, begin, isIncrement) && isNewSample;
+         }
       }
    }
    const double now = Kiln::System::currentTime();
@@ -129,11 +133,18 @@ QueueDrops QueuePublisher::drops(const Pelt::IntfId& intf) const {
 // Takes a report of the first so many queues, as ports have them, if all steps are such as nearly all are.
 bool QueuePublisher::takePlain(Counted& counted, const VexTypes::IntfQueueCounters& report) {
    const auto count = static_cast<std::size_t>(std::countr_one(report.reported()));
-   Record& record = counted.record;
-   if (report.readings().isCounted == nullptr || report.reported() >> count != 0 ||
-       !counted.meters.takePlain(report.readings().stats, count, record.totals, record.deltas)) {
+   if (report.readings().isCounted == nullptr || report.reported() >> count != 0) {
       return false;
    }
+   Record& record = counted.record;
+   const auto take = [&record](std::size_t word, U64 step) {
+      Interface::wordIs(record.totals, word, Interface::word(record.totals, word) + step);
+      Interface::wordIs(record.deltas, word, step);
+   };
+   if (!counted.meters.takePlain(*report.readings().stats, count, take)) {
+      return false;
+   }
+   std::fill(record.deltas.begin() + count, record.deltas.end(), QueueStatistics());
    counted.seen |= report.reported();
    record.present |= report.reported();
    record.reported |= report.reported();
@@ -154,7 +165,7 @@ bool QueuePublisher::takeQueue(Counted& counted, std::size_t queue, const VexTyp
    record.present |= bit;
    record.reported |= bit;
    const QueueMeters::QueueStep step =
-        counted.meters.read(queue, hasSource ? report.readings().stats[queue] : reported, begin);
+        counted.meters.read(queue, hasSource ? (*report.readings().stats)[queue] : reported, begin);
    tellQueue<2>(counted.key, queue, step.sent, {"packets", "bytes"});
    tellQueue<1>(counted.key, queue, step.dropped, {"drops"});
    if (step.sent.isAbsorbed != decltype(step.sent.isAbsorbed){} || step.dropped.isAbsorbed[0]) {

@@ -111,7 +111,14 @@ class IntfQueueCounters {
  public:
    static constexpr std::size_t queueCount = Silo::Interface::IntfQueueCounters::queueCount;
 
+   using Stats = std::array<Silo::Interface::QueueStatistics, queueCount>;
+
+   IntfQueueCounters() = default;
+   // Queue q is reported if bit q says so; the others are 0.
+   IntfQueueCounters(const Stats& stats, U32 reported) : stats_(stats), reported_(reported) {}
+
    bool has(std::size_t queue) const { return queue < queueCount && ((reported_ >> queue) & 1) != 0; }
+   U32 reported() const { return reported_; }
    const Silo::Interface::QueueStatistics& intfQueueStat(std::size_t queue) const { return stats_.at(queue); }
    // A queue above 16 is a std::out_of_range.
    void intfQueueStatIs(std::size_t queue, const Silo::Interface::QueueStatistics& stat) {
@@ -119,20 +126,13 @@ class IntfQueueCounters {
       reported_ |= 1U << queue;
    }
 
-   // All of those that bit q of `reported` says; the others are 0.
-   void intfQueueStatsAre(const std::array<Silo::Interface::QueueStatistics, queueCount>& stats,
-                          U32 reported) {
-      stats_ = stats;
-      reported_ = reported;
-   }
-   U32 reported() const { return reported_; }
-
    // What the hardware has, and the source that counted it; `isCounted` is kept with the source and says whether anybody
-   // was ever counted there; it is good while the report is handed over. Without a source, what is reported stands for it.
+   // was ever counted there. Both pointers are good while the report is handed over. Without a source, what is reported
+   // stands for it.
    struct Readings {
       Vex::Source source;
       bool* isCounted = nullptr;
-      std::array<Silo::Interface::QueueStatistics, queueCount> stats{};
+      const Stats* stats = nullptr;
    };
    const Readings& readings() const { return readings_; }
    Readings& readings() { return readings_; }
@@ -142,7 +142,7 @@ class IntfQueueCounters {
    KILN_ATTRIBUTE(double, sampleTime, Silo::unknownSampleTime)
 
  private:
-   std::array<Silo::Interface::QueueStatistics, queueCount> stats_{};
+   Stats stats_{};
    Readings readings_;
    U32 reported_ = 0;
 };

@@ -97,10 +97,12 @@ TEST_F(QueuePublishing, AQueueThatComesAtAnotherPortCountsFromZero) {
       VexTypes::IntfQueueCounters counters;
       counters.readings().source = {.block = Vex::Source::Block::queue, .place = place, .life = 1};
       counters.readings().isCounted = &isCounted.at(place);
+      VexTypes::IntfQueueCounters::Stats readings{};
+      counters.readings().stats = &readings;
       std::size_t queue = 0;
       for (const U64 each : packets) {
          counters.intfQueueStatIs(queue, {each, 0, 0});
-         counters.readings().stats[queue++] = {each, 0, 0};
+         readings.at(queue++) = {each, 0, 0};
       }
       const auto lock = Kiln::ActivityLockAnchor::lock();
       writer->intfQueueCountersIs(intf, counters);
