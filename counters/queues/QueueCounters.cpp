@@ -12,7 +12,8 @@ namespace ZelCounter {
 
 IntfQueueCounters& QueueCounters::intfQueueCountersIs(const Pelt::IntfId& intf) {
    if (const Kiln::Ptr<IntfQueueCounters>* present = intfQueueCounters_.findInPass(intf)) {
-      Silo::prefetch(intfQueueCounters_.nextInPass()->ptr(), sizeof(IntfQueueCounters));
+      Silo::prefetch(intfQueueCounters_.nextInPass()->ptr(),
+                     sizeof(IntfQueueCounters) - Vex::QueueMeters::seldomTouched);
       return **present;
    }
    intfQueueCounters_.set(intf, Kiln::allocate<IntfQueueCounters>(intf));

@@ -29,6 +29,8 @@ class QueueMeters {
    // Nothing to go on from.
    void forget(std::size_t queue) { last_[queue] = lift_[queue] = {}; }
    const Values& last() const { return last_; }
+   // What only comes into play with a step that is not plain, at the end.
+   static constexpr std::size_t seldomTouched = sizeof(Values);
 
  private:
    static constexpr std::size_t wordsPerQueue = sizeof(Queue) / sizeof(U64);

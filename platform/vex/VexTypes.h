@@ -50,12 +50,16 @@ class CountersOf : public Kiln::PtrInterface {
       }
    }
 
-   // Of a previous record: what a step reads and writes of it, which is all but what belongs to the step itself.
+   // Of a previous record: what a step reads and writes of it, which is all but what belongs to the step itself, what the
+   // reading has besides fields, and what was absorbed.
    void prefetch() const {
-      Silo::prefetch(&record_, offsetof(Record, deltas));
-      const auto* const begin = reinterpret_cast<const std::byte*>(&record_.interval);
-      const auto* const end = reinterpret_cast<const std::byte*>(this + 1);
-      Silo::prefetch(begin, static_cast<std::size_t>(end - begin));
+      const auto from = [](const void* begin, const void* end) {
+         Silo::prefetch(begin, static_cast<std::size_t>(static_cast<const std::byte*>(end) -
+                                                        static_cast<const std::byte*>(begin)));
+      };
+      from(this, reinterpret_cast<const U64*>(&record_.reading) + Record::fieldCount);
+      from(&record_.totals, &record_.deltas);
+      from(&record_.interval, &isAbsorbed_);
    }
 
    const Record& record() const { return record_; }
@@ -77,9 +81,9 @@ class CountersOf : public Kiln::PtrInterface {
  private:
    Record record_;
    Vex::SourceTrail sources_;
-   std::array<bool, Record::fieldCount> isAbsorbed_{};
    bool hasAbsorbed_ = false;
    bool isFilled_ = false;
+   std::array<bool, Record::fieldCount> isAbsorbed_{};
 };
 
 class IntfCounters : public CountersOf<Silo::Interface::IntfCounters> {};
