@@ -106,8 +106,9 @@ ZelCountersMgr::~ZelCountersMgr() {
 // First what starts requests, then the chips: their completions must find nobody. Then the services, which stop as the
 // manager lets go of them.
 void ZelCountersMgr::stop() {
-   const auto whole =
-        Kiln::ActivityLockAnchor::lock(); // nested, so that nobody gets in while half of it is gone
+   // Nested, so that nobody gets in while half of it is gone, also when who lets go of it last doesn't hold the lock.
+   const auto lock = Kiln::ActivityLockAnchor::lock();
+   const auto whole = Kiln::ActivityLockAnchor::lock();
    cliCallbackDel();
    countersMgrSmDel();
    readOnceMore();
@@ -446,11 +447,14 @@ void ZelCountersMgr::deleteChip(Kiln::String chipName) {
 }
 
 void ZelCountersMgr::requestHwCountersPolling() {
-   // A completion that comes inline may add or delete chips.
-   for (const ZelId::ZelDevId devId : zelCounters().keys()) {
-      if (const Kiln::Ptr<ZelCounters> chip = zelCounters(devId)) {
-         chip->requestHwCountersPolling();
-      }
+   // A completion that comes inline may add or delete chips. So may others as a chip gives way, and this may go: only the
+   // chips are kept, and one that is stopped does nothing.
+   std::vector<Kiln::Ptr<ZelCounters>> chips;
+   for (const auto& [devId, chip] : zelCounters()) {
+      chips.push_back(chip);
+   }
+   for (const Kiln::Ptr<ZelCounters>& chip : chips) {
+      chip->requestHwCountersPolling();
    }
 }
 

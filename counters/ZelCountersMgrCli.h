@@ -43,7 +43,8 @@ struct ZelCountersCommand {
    bool json = false;         // of a show operation: one document instead of text
 };
 
-// Activity thread. Made for one command; the manager outlives it.
+// Made for one command, on the thread that runs it, under the activity lock. Once the command has given way, the manager
+// may be gone: from then on only its chips are asked, which say so.
 class ZelCountersMgrCli {
  public:
    explicit ZelCountersMgrCli(const ManagerAccess* mgr) : mgr_(mgr) {}

@@ -6,10 +6,10 @@
 
 namespace ZelCounter {
 
-// Made for one operation. Between two of its pieces, whoever waits for the lock gets in: completions, and threads that may
-// take the chip away, add and delete ports and table entries, clear, and show. So after each next() nothing holds but
-// copies and the chip object, which this keeps. Iterators and references into maps don't, nor does a started read of the
-// SDK, which is to be ended before. No other command runs meanwhile, since this one has the activity thread.
+// Made for one operation. Between two of its pieces, whoever waits for the lock gets in: completions, other commands, and
+// threads that may take the chip away, add and delete ports and table entries, clear, and show. So after each next()
+// nothing holds but copies and the chip object, which this keeps. Iterators and references into maps don't, nor does a
+// started read of the SDK, which is to be ended before, nor what a view fetched, which another show may fetch anew.
 //
 // Does its work in one piece if the caller holds the lock more than once.
 class Slices {

@@ -7,7 +7,7 @@
 
 namespace ZelCounter {
 
-// Made for one command. Activity thread.
+// Made for one command. Under the activity lock.
 class CommandParser {
  public:
    // Both outlive it. mgrCli gives completions their names, and tells a table's name from an option.

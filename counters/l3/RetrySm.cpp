@@ -55,8 +55,7 @@ void ZelCountersL3Helper::RetrySm::retryPendingVlan() {
    if (clock_) {
       clock_->timeMinIs(Kiln::never); // also when this was called before the expiry
    }
-   const auto self = heldSelf(); // its timer must not end in its own expiry
-   helper_->retryPendingVlan();
+   helper_->retryPendingVlan(); // in which the helper may go, and this with it
 }
 
 void ZelCountersL3Helper::RetrySm::handleChipStatus() {

@@ -238,8 +238,9 @@ void ZelCountersL3IntfSm::readAllOnceMore() {
    }
 }
 
+// Who is told of one may take another away, which is read in the middle of this.
 void ZelCountersL3IntfSm::readOnceMore(const Pelt::IntfId& intf, Bridging::VlanId vlan) {
-   isReadingOnceMore_ = true;
+   const bool isNested = std::exchange(isReadingOnceMore_, true);
    guarded("reading an L3 interface once more", [&] {
       packets_and_bytes rx;
       packets_and_bytes tx;
@@ -248,7 +249,7 @@ void ZelCountersL3IntfSm::readOnceMore(const Pelt::IntfId& intf, Bridging::VlanI
          readOnceMore_(intf);
       }
    });
-   isReadingOnceMore_ = false;
+   isReadingOnceMore_ = isNested;
 }
 
 bool ZelCountersL3IntfSm::getIntfCounter(const Pelt::IntfId& intf, packets_and_bytes* rx,

@@ -9,7 +9,7 @@
 #include "zl/ZlPortLayout.h"
 
 #include <array>
-#include <set>
+#include <map>
 
 namespace ZelCounter {
 
@@ -157,42 +157,60 @@ bool PdpCounters::printLine(ShowOutput& out, const Kiln::String& intfName, const
 }
 
 // Of the interface's pipe, or of all.
-void PdpCounters::tellReadings(ShowOutput& out, const Pelt::IntfId& intf) const {
+std::vector<ToldReading> PdpCounters::toldReadings(const Pelt::IntfId& intf) const {
    const ZlResourceInfo::ZlResourceInfoIntf& catalogue = *chip().zlResourceInfoIntf();
    const auto* const info =
         catalogue.zlTableCounter(catalogue.zlTableCounterIndex(TableNames::pdpClassCount));
    const bool hasPort = !intf.empty() && chip().hasPort(intf);
+   std::vector<ToldReading> told;
    for (const U16 pipe :
         chip().pipes(hasPort ? std::optional(chip().systemStatus()->portInfo(intf).pipe()) : std::nullopt)) {
-      out.reading(toldTable(*info, pipe, cleared_));
+      told.push_back(toldTable(*info, pipe, cleared_));
+   }
+   return told;
+}
+
+void PdpCounters::tellReadings(ShowOutput& out, const std::vector<ToldReading>& readings) {
+   for (const ToldReading& told : readings) {
+      out.reading(told);
    }
 }
 
 bool PdpCounters::show(ShowOutput& out, const Pelt::IntfId& intf, bool headerDisplayed, bool nonZeroOnly,
                        bool footer) {
    if (!pdpCountersFetched()) {
-      tellReadings(out);
+      tellReadings(out, toldReadings());
       answerNotFetched(out);
       return headerDisplayed;
    }
    out.tableBegin({title, columns, TableLayout::pdpInterface,
                    headerDisplayed ? HeadingTime::before : HeadingTime::withFirstRow});
-   const bool hasRows = rows(out, intf, nonZeroOnly);
-   tellReadings(out, intf);
+   const bool hasRows = rows(out, intf, countsOf(intf), nonZeroOnly);
+   tellReadings(out, toldReadings(intf));
    out.tableEnd(footer);
    return headerDisplayed || hasRows;
 }
 
-// True when there were any. "default" is always the last row, also when the mapping lists it; without a mapping it is
-// the only one.
-bool PdpCounters::rows(ShowOutput& out, const Pelt::IntfId& intf, bool nonZeroOnly) {
+// As fetched last, since the last clear.
+PdpCounters::Counts PdpCounters::countsOf(const Pelt::IntfId& intf) const {
    const Kiln::Ptr<PdpIntfCounter> last = pdpCountersLast(intf);
    KILN_ASSERT(last);
    const Kiln::Ptr<PdpIntfCounter> clear = pdpCountersClear(intf);
    KILN_ASSERT(clear);
+   Counts counts = last->classCount();
+   for (std::size_t i = 0; i < counts.size(); ++i) {
+      counts[i] -= clear->classCount()[i];
+   }
+   return counts;
+}
+
+// True when there were any. "default" is always the last row, also when the mapping lists it; without a mapping it is
+// the only one.
+bool PdpCounters::rows(ShowOutput& out, const Pelt::IntfId& intf, const Counts& counts,
+                       bool nonZeroOnly) const {
    bool hasRows = false;
    const auto addClass = [&](const Kiln::String& className, PdpClassId pdpClass) {
-      const U64 count = last->classCount(pdpClass) - clear->classCount(pdpClass);
+      const U64 count = counts[pdpClass.value()];
       if (!nonZeroOnly || count != 0) {
          out.row(Line{intf.text(), className, count});
          hasRows = true;
@@ -212,28 +230,30 @@ bool PdpCounters::rows(ShowOutput& out, const Pelt::IntfId& intf, bool nonZeroOn
 
 void PdpCounters::showAll(ShowOutput& out, bool nonZeroOnly) {
    if (!pdpCountersFetched()) {
-      tellReadings(out);
+      tellReadings(out, toldReadings());
       answerNotFetched(out);
       return;
    }
    Slices slices(chip());
    // Ordered, since the port map is in the order in which the ports came. A port that came after the fetch isn't in it.
-   std::set<Pelt::IntfId> interfaces;
+   // Copies, so that all counts are of one moment: others may fetch and clear from here on.
+   std::map<Pelt::IntfId, Counts> shown;
    if (chip().chipStatus()) {
       for (const auto& [key, intf] : chip().chipStatus()->portToIntfId()) {
          if (pdpCountersLast().contains(intf) && chip().hasPort(intf)) {
-            interfaces.insert(intf);
+            shown.emplace(intf, countsOf(intf));
          }
       }
    }
+   const std::vector<ToldReading> told = toldReadings();
    out.tableBegin({title, columns, TableLayout::pdpAll, HeadingTime::withFirstRow});
-   for (const Pelt::IntfId& intf : interfaces) {
-      rows(out, intf, nonZeroOnly); // what was fetched of it stays when its port goes
+   for (const auto& [intf, counts] : shown) {
+      rows(out, intf, counts, nonZeroOnly);
       if (!out.ok() || !slices.next()) {
          break;
       }
    }
-   tellReadings(out);
+   tellReadings(out, told);
    out.tableEnd();
 }
 

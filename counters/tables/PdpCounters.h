@@ -4,6 +4,9 @@
 #include "counters/chip/ChipView.h"
 #include "zel/PdpClasses.h"
 
+#include <array>
+#include <vector>
+
 namespace ZelCounter {
 
 class PdpCounters : public ChipView {
@@ -34,8 +37,11 @@ class PdpCounters : public ChipView {
    };
    Counter counterOf(U32 localPortKey);
    void handleFall(const Counter& counter, ZelQos::PdpClassId pdpClass);
-   void tellReadings(ShowOutput& out, const Pelt::IntfId& intf = {}) const;
-   bool rows(ShowOutput& out, const Pelt::IntfId& intf, bool nonZeroOnly);
+   using Counts = std::array<U64, ZelQos::PdpIntfCounter::classes>;
+   Counts countsOf(const Pelt::IntfId& intf) const;
+   bool rows(ShowOutput& out, const Pelt::IntfId& intf, const Counts& counts, bool nonZeroOnly) const;
+   std::vector<ToldReading> toldReadings(const Pelt::IntfId& intf = {}) const;
+   static void tellReadings(ShowOutput& out, const std::vector<ToldReading>& readings);
 
    Cleared cleared_;
    Kiln::HashMap<Pelt::IntfId, U16> portKey_; // the local port key that pdpCountersLast was read at

@@ -16,7 +16,8 @@ struct CommandResult {
    bool ok() const { return error.empty(); }
 };
 
-// Answers the commands of one type. Activity thread, under the activity lock.
+// Answers the commands of one type. Under the activity lock, which a command that takes long may give up in between: then
+// others, of this object too, may run on other threads. So nothing of a command is kept in here.
 class AgentCommandCallback : public Kiln::PtrInterface {
  public:
    AgentCommandCallback(Kiln::Name name, Kiln::String commandType)

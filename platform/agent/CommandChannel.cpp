@@ -71,6 +71,7 @@ class CommandChannel::Listener : public Kiln::ActivityManager::Descriptor {
    Listener(CommandChannel* channel, Kiln::OwnedFd socket)
         : Descriptor(channel->manager_, socket.fd()), channel_(channel), socket_(std::move(socket)),
           pause_(channel->manager_->clock(), this, &Listener::handlePauseEnd) {
+      servedMeanwhileIs(true);
       wantsIs(true, false);
    }
 
@@ -145,6 +146,7 @@ class CommandChannel::Client : public Kiln::ActivityManager::Descriptor {
         : Descriptor(channel->manager_, connection.fd()), channel_(channel),
           connection_(std::move(connection)),
           timeout_(channel->manager_->clock(), this, &Client::handleTimeout) {
+      servedMeanwhileIs(true);
       wantsIs(true, false);
       timeout_.timeMinIs(Kiln::System::currentTime() + channel->limits_.lineTimeout);
    }
@@ -244,6 +246,7 @@ void CommandChannel::Client::runCommand(std::string_view command) {
       answer(error.what());
       return;
    }
+   wantsIs(false, false); // not served in its own middle
    const CommandResult result = channel_->runner_->run(command, *spool_, peerOf(fd()));
    size_ = spool_->size();
    answer(result.error);
@@ -259,7 +262,12 @@ void CommandChannel::Client::answer(const Kiln::String& error) {
 void CommandChannel::Client::handleWritable() {
    Progress progress = Progress::none;
    // SDK threads get in meanwhile, but know of no client: only this thread adds and deletes them, so this one stays.
-   Kiln::ActivityLockAnchor::yieldWhile([&] { progress = copyOut(); });
+   Kiln::ActivityLockAnchor::yieldWhile([&] {
+      progress = copyOut();
+      if (progress == Progress::done || progress == Progress::gone) {
+         spool_.reset(); // to free a long one takes long
+      }
+   });
    if (progress == Progress::done || progress == Progress::gone) {
       channel_->clientDel(this);
    } else if (progress == Progress::some) {

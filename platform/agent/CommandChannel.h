@@ -2,8 +2,9 @@
 // connection.
 //
 // A command writes to a spool in memory, so it never waits for its reader. The channel copies the spool to the client
-// in pieces, as fast as the client takes them and without the activity lock. Clients that stall are dropped. Everything
-// has a bound: clients, bytes per line, bytes per answer, and bytes waiting in all.
+// in pieces, as fast as the client takes them and without the activity lock. When a long command gives way, other clients
+// of any channel are served in its middle, so a short command does not wait for it. Clients that stall are dropped.
+// Everything has a bound: clients, bytes per line, bytes per answer, bytes waiting in all, and commands within others.
 #pragma once
 
 #include "agent/CommandRunner.h"

@@ -1,10 +1,9 @@
-// One origin for the thread that runs commands, one at a time. What another thread does while a command gives way is not
-// the command's.
+// The origin belongs to the thread that runs the command: what another one does while the command gives way is not the
+// command's.
 #include "agent/CommandOrigin.h"
 
 #include "kiln/Time.h"
 
-#include <optional>
 #include <utility>
 
 namespace Agent {
@@ -26,12 +25,11 @@ Kiln::String CommandOrigin::textOf(uid_t user) {
    return user == 0 ? "root" : "uid " + std::to_string(user);
 }
 
-CommandOriginScope::CommandOriginScope(Kiln::String who) {
-   running() = CommandOrigin{std::move(who), Kiln::System::currentTime()};
-}
+CommandOriginScope::CommandOriginScope(Kiln::String who)
+     : outer_(std::exchange(running(), CommandOrigin{std::move(who), Kiln::System::currentTime()})) {}
 
 CommandOriginScope::~CommandOriginScope() {
-   running().reset();
+   running() = std::move(outer_);
 }
 
 } // namespace Agent

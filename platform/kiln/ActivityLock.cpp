@@ -4,28 +4,61 @@
 #include "kiln/Time.h"
 
 #include <algorithm>
+#include <condition_variable>
 #include <mutex>
+#include <utility>
 
 namespace Kiln {
 
 namespace {
 
-// Never freed: SDK threads may call back while statics are destroyed. Who wants the lock takes `next` first and keeps it
-// until `held` is free. So the holder, when it gives way, queues behind who waits already: one mutex alone would mostly
-// go back to who had it.
-struct Mutexes {
-   std::mutex next;
-   std::mutex held;
+// Who waits, on its own stack.
+struct Waiter {
+   std::condition_variable hasCome;
+   bool hasLock = false;
+   Waiter* next = nullptr;
 };
 
-Mutexes& mutexes() {
-   static auto* both = new Mutexes;
-   return *both;
+// The lock is handed over to who has waited longest. A mutex alone would mostly go to who comes by just then: back to who
+// gave way, before the waiter it was left to is awake.
+struct Queue {
+   std::mutex mutex; // of what follows, for moments
+   bool isTaken = false;
+   Waiter* first = nullptr;
+   Waiter* last = nullptr;
+};
+
+// Never freed: SDK threads may call back while statics are destroyed.
+Queue& queue() {
+   static auto* one = new Queue;
+   return *one;
 }
 
-// How often this thread holds the lock. Kept apart from the mutexes, so that a nested hold costs no atomic operation and
+void wait(std::unique_lock<std::mutex>& guard) {
+   Queue& all = queue();
+   Waiter waiter;
+   (all.first == nullptr ? all.first : all.last->next) = &waiter;
+   all.last = &waiter;
+   waiter.hasCome.wait(guard, [&] { return waiter.hasLock; });
+}
+
+// With the queue's mutex, lest the waiter ends before it is notified.
+void handOver() {
+   Queue& all = queue();
+   const std::lock_guard guard(all.mutex);
+   all.isTaken = all.first != nullptr;
+   if (Waiter* const waiter = all.first) {
+      all.first = waiter->next;
+      waiter->hasLock = true;
+      waiter->hasCome.notify_one();
+   }
+}
+
+// How often this thread holds the lock. Kept apart from the queue, so that a nested hold costs no atomic operation and
 // isHeldByThisThread can be asked at all.
 thread_local constinit unsigned depthOfThisThread = 0;
+
+thread_local constinit ActivityLockAnchor::Meanwhile* newestMeanwhile = nullptr;
 
 // Of the present hold, and the end of the one before. Under the lock.
 const char* currentHolder = "";
@@ -65,22 +98,13 @@ void ActivityLockAnchor::acquire(const char* who) {
    if (depthOfThisThread++ != 0) {
       return;
    }
-   Mutexes& both = mutexes();
-   double now = 0;
-   bool isFree = both.next.try_lock();
+   std::unique_lock guard(queue().mutex);
+   const bool isFree = !std::exchange(queue().isTaken, true);
+   const double now = System::monotonicTime();
    if (!isFree) {
-      now = System::monotonicTime();
-      both.next.lock();
+      wait(guard);
    }
-   const bool isFreeToo = both.held.try_lock();
-   if (isFree) {
-      now = System::monotonicTime();
-   }
-   if (!isFreeToo) {
-      both.held.lock();
-      isFree = false;
-   }
-   both.next.unlock();
+   guard.unlock();
    ++takenCount;
    holdBegin = isFree ? now : std::max(now, lastEnd);
    currentHolder = who;
@@ -95,7 +119,7 @@ void ActivityLockAnchor::release() noexcept {
    if (--depthOfThisThread == 0) {
       lastEnd = System::monotonicTime();
       note(lastEnd - holdBegin);
-      mutexes().held.unlock();
+      handOver();
    }
 }
 
@@ -112,7 +136,29 @@ bool ActivityLockAnchor::giveWay(const char* who) {
    const U64 ownHold = takenCount;
    release();
    acquire(who);
-   return takenCount != ownHold + 1;
+   const bool wasAway = takenCount != ownHold + 1;
+   return doMeanwhile() || wasAway;
+}
+
+ActivityLockAnchor::Meanwhile::Meanwhile(std::function<bool()> work)
+     : work_(std::move(work)), older_(std::exchange(newestMeanwhile, this)) {}
+
+ActivityLockAnchor::Meanwhile::~Meanwhile() {
+   newestMeanwhile = older_;
+}
+
+bool ActivityLockAnchor::doMeanwhile() {
+   if (newestMeanwhile == nullptr) {
+      return false;
+   }
+   struct Pause {
+      Meanwhile* of = std::exchange(newestMeanwhile, nullptr);
+      Pause() = default;
+      Pause(const Pause&) = delete;
+      Pause& operator=(const Pause&) = delete;
+      ~Pause() { newestMeanwhile = of; }
+   } const pause;
+   return pause.of->work_();
 }
 
 void ActivityLockAnchor::sliceIs(double seconds) noexcept {

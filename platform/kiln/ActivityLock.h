@@ -4,14 +4,15 @@
 //
 //    const auto lock = Kiln::ActivityLockAnchor::lock();
 //
-// It is recursive, so that a callback made inline, under the lock, goes through. Who has waited comes before who gives
-// it up and wants it back.
+// It is recursive, so that a callback made inline, under the lock, goes through. Threads get it in the order in which they
+// came for it.
 #pragma once
 
 #include "kiln/Assert.h"
 #include "kiln/Types.h"
 
 #include <array>
+#include <functional>
 #include <utility>
 
 namespace Kiln {
@@ -68,6 +69,22 @@ class ActivityLockAnchor {
    static void sliceIs(double seconds) noexcept;
    static constexpr double defaultSlice = 200e-6;
 
+   // What else the calling thread has to do while its work gives way: giveWay() then runs `work`, too, after who waited for
+   // the lock; it says whether it did anything. Of several such objects, the newest counts, and none during the work
+   // itself. Ends on its own thread, before those that are older.
+   class [[nodiscard]] Meanwhile {
+    public:
+      explicit Meanwhile(std::function<bool()> work);
+      Meanwhile(const Meanwhile&) = delete;
+      Meanwhile& operator=(const Meanwhile&) = delete;
+      ~Meanwhile();
+
+    private:
+      friend class ActivityLockAnchor;
+      std::function<bool()> work_;
+      Meanwhile* older_;
+   };
+
    // Holds are counted by how long they were. A hold belongs to the first of these bounds, in seconds, that it does not
    // exceed, or to the last count, which has none.
    static constexpr std::array holdBounds{10e-6, 100e-6, 1e-3, 10e-3, 100e-3};
@@ -96,6 +113,7 @@ class ActivityLockAnchor {
    };
 
    static unsigned heldDepth() noexcept;
+   static bool doMeanwhile();
    static void acquire(const char* who);
    static void release() noexcept;
 };

@@ -9,7 +9,7 @@
 #include <cerrno>
 #include <cmath>
 #include <limits>
-#include <poll.h>
+#include <optional>
 #include <sys/eventfd.h>
 #include <system_error>
 #include <unistd.h>
@@ -23,6 +23,9 @@ Ptr<ActivityManager>& instanceHolder() {
    return *holder;
 }
 
+// Each has frames on the thread's stack.
+constexpr unsigned mostWithin = 8;
+
 // The end of an advance in real time.
 struct Alarm : Clock::Notifiee {
    using Notifiee::Notifiee;
@@ -31,6 +34,38 @@ struct Alarm : Clock::Notifiee {
 };
 
 } // namespace
+
+// What a handler does for descriptors while it gives way: so that a short command does not wait for a long one, or for a
+// long pass. What is served may take long itself. Then the handler goes on for as long as that took, but not for longer
+// than a short command can wait.
+class ActivityManager::Others {
+ public:
+   explicit Others(ActivityManager& manager) : manager_(manager) {}
+
+ private:
+   static constexpr double longestTurn = ActivityLockAnchor::defaultSlice; // seconds, as the next
+   static constexpr double longestPause = 2e-3;
+
+   bool serve() {
+      const double begin = System::monotonicTime();
+      if (begin < next_ || manager_.isStopping()) {
+         return false;
+      }
+      // A client that connects has a line next, and soon an answer to take.
+      bool isAny = false;
+      double took = 0;
+      while (took < longestTurn && manager_.serveMeanwhile()) {
+         isAny = true;
+         took = System::monotonicTime() - begin;
+      }
+      next_ = begin + took + std::min(took, longestPause);
+      return isAny;
+   }
+
+   ActivityManager& manager_;
+   double next_ = 0; // on the machine's clock
+   const ActivityLockAnchor::Meanwhile meanwhile_{[this] { return serve(); }};
+};
 
 ActivityManager::Descriptor::Descriptor(Ptr<ActivityManager> manager, int fd)
      : manager_(std::move(manager)), fd_(fd) {
@@ -117,19 +152,56 @@ void ActivityManager::runDue() {
    }
 }
 
-void ActivityManager::sleep() {
-   sleeping_.store(true);
-   // Collected anew each time: handlers change them, and there are few.
-   std::vector<pollfd> polled{{wakeEvent_.fd(), POLLIN, 0}};
-   std::vector<Descriptor*> waiting{nullptr};
+// Collected anew each time: handlers change them, and there are few.
+ActivityManager::Awaited ActivityManager::awaited(bool isMeanwhile) const {
+   Awaited all;
    for (Descriptor* descriptor : descriptors_) {
       // One that wants nothing is left out: poll would report its hang-up at once and again, and serve() ignore it.
-      if (descriptor->readable_ || descriptor->writable_) {
+      if ((descriptor->readable_ || descriptor->writable_) &&
+          (!isMeanwhile || descriptor->servedMeanwhile_)) {
          const int events = (descriptor->readable_ ? POLLIN : 0) | (descriptor->writable_ ? POLLOUT : 0);
-         polled.push_back({descriptor->fd_, static_cast<short>(events), 0});
-         waiting.push_back(descriptor);
+         all.polled.push_back({descriptor->fd_, static_cast<short>(events), 0});
+         all.descriptors.push_back(descriptor);
       }
    }
+   return all;
+}
+
+bool ActivityManager::serveReady(const Awaited& awaited) {
+   bool isAny = false;
+   for (std::size_t i = 0; i < awaited.descriptors.size(); ++i) {
+      if (awaited.polled[i].revents != 0) {
+         isAny = true;
+         serve(awaited.descriptors[i], awaited.polled[i].fd, awaited.polled[i].revents);
+         ActivityLockAnchor::giveWay("the loop");
+      }
+   }
+   return isAny;
+}
+
+bool ActivityManager::serveMeanwhile() {
+   Awaited ready = awaited(true);
+   if (poll(ready.polled.data(), ready.polled.size(), 0) <= 0) {
+      return false;
+   }
+   struct Within {
+      unsigned& count;
+      explicit Within(unsigned& all) : count(all) { ++count; }
+      Within(const Within&) = delete;
+      Within& operator=(const Within&) = delete;
+      ~Within() { --count; }
+   } const within(within_);
+   std::optional<Others> others;
+   if (within_ < mostWithin) {
+      others.emplace(*this);
+   }
+   return serveReady(ready);
+}
+
+void ActivityManager::sleep() {
+   sleeping_.store(true);
+   Awaited ready = awaited(false);
+   ready.polled.push_back({wakeEvent_.fd(), POLLIN, 0});
    const double expiry = clock_->earliestExpiry();
    timespec timeout{};
    // The upper bound keeps an expiry of never out of the integers; an early wake-up does no harm.
@@ -138,23 +210,18 @@ void ActivityManager::sleep() {
    timeout.tv_nsec = static_cast<long>((seconds - std::floor(seconds)) * 1e9);
 
    // However long it takes, SDK threads get in.
-   ActivityLockAnchor::yieldWhile([&] { ppoll(polled.data(), polled.size(), &timeout, nullptr); },
+   ActivityLockAnchor::yieldWhile([&] { ppoll(ready.polled.data(), ready.polled.size(), &timeout, nullptr); },
                                   "the loop");
 
    sleeping_.store(false);
    U64 wakes = 0;
    [[maybe_unused]] const auto drained = read(wakeEvent_.fd(), &wakes, sizeof wakes);
-   for (std::size_t i = 1; i < polled.size(); ++i) {
-      if (polled[i].revents != 0) {
-         serve(waiting[i], polled[i].fd, polled[i].revents);
-         ActivityLockAnchor::giveWay("the loop");
-      }
-   }
+   serveReady(ready);
 }
 
 void ActivityManager::serve(Descriptor* descriptor, int fd, int events) {
-   // An earlier handler of this turn, or another thread during the sleep, may have destroyed the descriptor, made
-   // another at its address, or changed what it wants.
+   // An earlier handler of this turn, one in the middle of that, or another thread during the sleep may have destroyed the
+   // descriptor, made another at its address, or changed what it wants.
    if (std::find(descriptors_.begin(), descriptors_.end(), descriptor) == descriptors_.end() ||
        descriptor->fd_ != fd) {
       return;
@@ -180,6 +247,7 @@ void ActivityManager::run() {
 
 void ActivityManager::runUntil(const std::function<bool()>& isOver) {
    const auto lock = ActivityLockAnchor::lock();
+   const Others others(*this);
    const auto isToEnd = [&] { return stopping_.load() || isOver(); };
    while (!isToEnd()) {
       runDue();

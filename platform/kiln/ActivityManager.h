@@ -7,6 +7,7 @@
 #include "kiln/Time.h"
 
 #include <functional>
+#include <poll.h>
 #include <vector>
 
 namespace Kiln {
@@ -25,6 +26,8 @@ class ActivityManager : public PtrInterface {
       int fd() const { return fd_; }
       // What to wait for. Under the activity lock, from any thread: the sleeping loop wakes.
       void wantsIs(bool readable, bool writable);
+      // Whether it is served in the middle of a handler that gives way, too: of its own, unless it wants nothing meanwhile. Not at first.
+      void servedMeanwhileIs(bool served) { servedMeanwhile_ = served; }
       // Says which of the wanted events are there; hang-up and error count as both. May destroy this object.
       virtual void onReady(bool readable, bool writable) = 0;
 
@@ -34,6 +37,7 @@ class ActivityManager : public PtrInterface {
       int fd_;
       bool readable_ = false;
       bool writable_ = false;
+      bool servedMeanwhile_ = false;
    };
 
    // Made when missing. instanceDel forgets it, so that the next caller, such as a test, gets a new one.
@@ -46,7 +50,7 @@ class ActivityManager : public PtrInterface {
    const Ptr<Clock>& clock() const { return clock_; }
 
    // Real time: runs clocks and descriptors until stop(). Holds the activity lock, but not while it sleeps, and gives way
-   // between two handlers. When a handler throws, the exception goes to the ring log and the loop goes on.
+   // between two handlers. While a handler gives way, descriptors that are for it are served in its middle. When a handler throws, the exception goes to the ring log and the loop goes on.
    void run();
    // The same, but also ends when `isOver`, which is asked after each turn, says so.
    void runUntil(const std::function<bool()>& isOver);
@@ -65,6 +69,14 @@ class ActivityManager : public PtrInterface {
    void wakeSleeper() const noexcept;
    void runDue();
    bool runOne(double time, U64 sequenceLimit);
+   class Others;
+   struct Awaited { // one for each
+      std::vector<pollfd> polled;
+      std::vector<Descriptor*> descriptors;
+   };
+   Awaited awaited(bool isMeanwhile) const;
+   bool serveReady(const Awaited& awaited);
+   bool serveMeanwhile();
    void sleep();
    void advanceSimulated(SimulatedTime& time, double end);
    void serve(Descriptor* descriptor, int fd, int events);
@@ -74,6 +86,7 @@ class ActivityManager : public PtrInterface {
    std::atomic<bool> stopping_{false};
    std::atomic<bool> sleeping_{false};
    std::vector<Descriptor*> descriptors_;
+   unsigned within_ = 0; // handlers that are in the middle of others
 };
 
 // The activity manager's clock.

@@ -225,6 +225,23 @@ TEST_F(L3Intf, RecordsAreRefreshedOneSecondAfterTheEndOfAPass) {
    EXPECT_EQ(nat->counter(vlan20).packets, 5U) << "a last read that fails changes nothing";
 }
 
+TEST_F(L3Intf, ALastReadMayTakeAnotherInterfaceAway) {
+   makeChip(0, plainChip);
+   makeSm();
+   addDevice(0);
+   l3Table->intfIdToL3IdIs(vlan20, 20);
+   l3Table->intfIdToL3IdIs(routed, 3);
+   sm->readOnceMoreIs([&](const IntfId& intf) {
+      if (intf == vlan20) {
+         l3Table->intfIdToL3IdDel(routed); // after its own last read
+         fleet.faults().failNext("counterReadDirect", 6);
+         EXPECT_EQ(read(vlan20), "none") << "as in any last read: otherwise that fails an assertion";
+      }
+   });
+   sm->readAllOnceMore();
+   EXPECT_EQ(natKeys(), std::vector<std::string>{"Vlan20"});
+}
+
 TEST_F(L3Intf, ACorruptRecordIsToldOnceAndMadeWholeUnderItsOwnName) {
    makeSm();
    l3Table->intfIdToL3IdIs(vlan20, 20);

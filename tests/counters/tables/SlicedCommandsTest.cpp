@@ -22,7 +22,6 @@ class SlicedCommands : public StubSdkRig {
    SlicedCommands() {
       StubSdk::sdk().inlineDefault = true;
       refuseQueueSyncs();
-      Kiln::ActivityLockAnchor::sliceIs(0);
       systemStatus->hasNotificationActiveIs(true);
       const auto lock = Kiln::ActivityLockAnchor::lock();
       mgr = ZelCounter::zelCountersMgrFactory(systemStatus, Kiln::allocate<ZelCounter::CountersMounts>(),
@@ -30,7 +29,6 @@ class SlicedCommands : public StubSdkRig {
                                               dropData);
    }
    ~SlicedCommands() override {
-      Kiln::ActivityLockAnchor::sliceIs(Kiln::ActivityLockAnchor::defaultSlice);
       waiter.reset();
       const auto lock = Kiln::ActivityLockAnchor::lock();
       mgr = nullptr;
@@ -43,9 +41,10 @@ class SlicedCommands : public StubSdkRig {
          table.values[{U16{0}, i}] = {1, 0};
       }
       catalogue->add(dev, std::move(table));
+      chipStatus[dev] = Kiln::allocate<ZelSlice::ChipStatus>();
       const auto lock = Kiln::ActivityLockAnchor::lock();
       mgr->addChip(static_cast<ZelId::ZelDevId>(dev), "Zel" + std::to_string(dev), {"stub"}, 7,
-                   Kiln::allocate<StubSdk::Pd>(), catalogue, Kiln::allocate<ZelSlice::ChipStatus>());
+                   Kiln::allocate<StubSdk::Pd>(), catalogue, chipStatus[dev]);
       advance(2.0);
    }
 
@@ -83,6 +82,7 @@ class SlicedCommands : public StubSdkRig {
       return count;
    }
 
+   const NoSlices noSlices;
    const Kiln::Ptr<Agent::AgentCommandRequestDirSm> commands =
         Kiln::allocate<Agent::AgentCommandRequestDirSm>();
    Kiln::Ptr<ZelCounter::ZelCountersMgr> mgr;
@@ -176,6 +176,31 @@ TEST_F(SlicedCommands, NobodySeesDropsThatAreClearedInPart) {
    run({"clear", "table", "ingressPortDropCount"});
    EXPECT_EQ(seen, ZlDrop::tableSize);
    EXPECT_EQ(zeroes(0), 2 * ZlDrop::tableSize);
+}
+
+TEST_F(SlicedCommands, ClassesAreShownAsOfOneMoment) {
+   addChipWith(3, makeTable("tested", handle, 1, false, packetsOnly));
+   auto& chip = *mgr->zelCounters(3);
+   auto& values = StubSdk::sdk().table(3, pdpHandle).values;
+   for (U16 port = 0; port < 3; ++port) {
+      chipStatus[3]->portToIntfIdIs(port, addPort("Ethernet" + std::to_string(port), port, 3));
+      values[{U16{0}, ZlPort::pdpEntry(port, 0)}] = {7, 0};
+   }
+   const auto other = [&] { // shows and clears
+      values[{U16{0}, ZlPort::pdpEntry(2, 0)}] = {9, 0};
+      chip.fetchPdpCounters();
+      chip.clearAllPdpIntfCounters();
+   };
+   const std::string text = printed([&](U32 fd) {
+      auto lock = Kiln::ActivityLockAnchor::lock();
+      waiter.emplace(other);
+      commands->agentCommandCallback("ZelCountersCli")->command({"show", "pdp"}, static_cast<int>(fd));
+   });
+   EXPECT_TRUE(chip.pdpCountersClear(Pelt::IntfId("Ethernet2"))->classCount(ZelQos::PdpClassId()) == 9U);
+   for (const char* row : {"Ethernet0", "Ethernet1", "Ethernet2"}) {
+      EXPECT_THAT(text, testing::ContainsRegex(std::string(row) + " +default +7\n"));
+   }
+   EXPECT_THAT(text, Not(HasSubstr("cleared")));
 }
 
 TEST_F(SlicedCommands, PortsThatGoAreLeftOutAndTold) {

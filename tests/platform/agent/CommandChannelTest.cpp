@@ -1,6 +1,7 @@
 // The command channel over a real socket. The loop runs on a thread of its own, in simulated time.
 #include "agent/CommandChannel.h"
 
+#include "agent/CommandOrigin.h"
 #include "agent/CommandSocket.h"
 #include "agent/ListeningSocket.h"
 #include "kiln/ActivityLock.h"
@@ -8,6 +9,7 @@
 #include "tests/support/ErrorText.h"
 #include "tests/support/LoggedMessages.h"
 #include "tests/support/NoDescriptors.h"
+#include "tests/support/LockWaiter.h"
 #include "tests/support/SimulatedTime.h"
 #include "tests/support/SocketClient.h"
 #include "tests/support/TemporaryFolder.h"
@@ -23,7 +25,8 @@ namespace {
 
 using Kiln::String;
 
-// The test's commands: "say WORD...", "lines N" (of 64 bytes), "refuse" and "throw". Completes "say".
+// The test's commands: "say WORD...", "lines N" (of 64 bytes), "until WORD" (is said by another one), "rounds N" (of giving
+// way), "refuse" and "throw". Completes "say".
 class TestCommand : public Agent::AgentCommandCallback {
  public:
    TestCommand() : AgentCommandCallback("Test", "TestCli") {}
@@ -33,6 +36,17 @@ class TestCommand : public Agent::AgentCommandCallback {
       if (words.at(0) == "say") {
          for (std::size_t i = 1; i < words.size(); ++i) {
             out.write(words[i] + "\n");
+            said_ = words[i];
+         }
+      } else if (words.at(0) == "until") {
+         const Agent::CommandOrigin origin = Agent::CommandOrigin::current();
+         while (said_ != words.at(1) && !Kiln::ActivityManager::instance()->isStopping()) {
+            Kiln::ActivityLockAnchor::giveWay();
+         }
+         out.write(Agent::CommandOrigin::current() == origin ? "said\n" : "said, and another's now\n");
+      } else if (words.at(0) == "rounds") {
+         for (unsigned long round = 0; round < std::stoul(words.at(1)); ++round) {
+            Kiln::ActivityLockAnchor::giveWay();
          }
       } else if (words.at(0) == "lines") {
          for (unsigned long line = 0; line < std::stoul(words.at(1)); ++line) {
@@ -52,6 +66,9 @@ class TestCommand : public Agent::AgentCommandCallback {
       return words == std::vector<String>{"say"} ? std::vector<String>{"one", "two", "no word", "no\x1b"}
                                                  : std::vector<String>();
    }
+
+ private:
+   String said_;
 };
 
 String linesText(unsigned long count) {
@@ -228,6 +245,46 @@ TEST_F(CommandChannel, AReaderThatStallsHoldsUpNobody) {
    EXPECT_EQ(ask("test say quick"), done("quick\n"));
    EXPECT_EQ(clientCount(), 1U);
    EXPECT_EQ(slow.receiveAll(), done(linesText(manyLines)));
+}
+
+TEST_F(CommandChannel, AShortCommandDoesNotWaitForALongOne) {
+   const ZelTest::NoSlices noSlices;
+   start();
+   Client first(path_);
+   first.send("zel/2 test until two\nand what follows");
+   Client second(path_);
+   second.send("zel/2 test until one\n");
+   EXPECT_EQ(ask("test lines 50000"), done(linesText(manyLines)));
+   EXPECT_EQ(ask("test say one"), done("one\n"));
+   EXPECT_EQ(second.receiveAll(), done("said\n"));
+   EXPECT_EQ(ask("test say two"), done("two\n"));
+   EXPECT_EQ(first.receiveAll(), done("said\n"));
+}
+
+TEST_F(CommandChannel, ManyLongCommandsAtOnceAreAllAnswered) {
+   const ZelTest::NoSlices noSlices;
+   start();
+   std::vector<std::unique_ptr<Client>> clients;
+   for (int i = 0; i < 15; ++i) { // more than run within one another
+      clients.push_back(std::make_unique<Client>(path_));
+      clients.back()->send("zel/2 test rounds 2000\n");
+   }
+   clients.erase(clients.begin(), clients.begin() + 3); // who leave in the middle
+   for (const auto& client : clients) {
+      EXPECT_EQ(client->receiveAll(), done(""));
+   }
+   EXPECT_EQ(ask("test say next"), done("next\n"));
+}
+
+TEST_F(CommandChannel, EndsInTheMiddleOfACommand) {
+   const ZelTest::NoSlices noSlices;
+   start();
+   Client client(path_);
+   client.send("zel/2 test until never\n");
+   EXPECT_EQ(ask("test say next"), done("next\n")) << "so the other command runs by now";
+   stop();
+   const String answer = client.receiveAll();
+   EXPECT_TRUE(answer.empty() || answer == done("said\n")) << answer;
 }
 
 TEST_F(CommandChannel, AReaderThatLeavesIsForgotten) {

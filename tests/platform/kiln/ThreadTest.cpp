@@ -4,6 +4,7 @@
 #include "kiln/Name.h"
 #include "kiln/Ptr.h"
 #include "kiln/TrustedFile.h"
+#include "tests/support/LockWaiter.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <atomic>
@@ -17,6 +18,7 @@ namespace {
 
 using Kiln::ActivityLockAnchor;
 using Kiln::Ptr;
+using ZelTest::NoSlices;
 
 TEST(ActivityLock, IsRecursiveAndHeldUntilItsFirstGuardEnds) {
    EXPECT_FALSE(ActivityLockAnchor::isHeldByThisThread());
@@ -93,14 +95,6 @@ TEST(ActivityLock, IsGivenUpWhileYieldingAndTakenBackEvenByAnException) {
    EXPECT_TRUE(ActivityLockAnchor::isHeldByThisThread());
 }
 
-// Ends a slice at each opportunity.
-struct NoSlices {
-   NoSlices() { ActivityLockAnchor::sliceIs(0); }
-   NoSlices(const NoSlices&) = delete;
-   NoSlices& operator=(const NoSlices&) = delete;
-   ~NoSlices() { ActivityLockAnchor::sliceIs(ActivityLockAnchor::defaultSlice); }
-};
-
 TEST(ActivityLock, GivesWayToWhoWaitsAndSaysSo) {
    const NoSlices noSlices;
    const auto lock = ActivityLockAnchor::lock();
@@ -115,6 +109,21 @@ TEST(ActivityLock, GivesWayToWhoWaitsAndSaysSo) {
    EXPECT_TRUE(entered);
    EXPECT_TRUE(ActivityLockAnchor::isHeldByThisThread());
    other.join();
+}
+
+TEST(ActivityLock, ComesToThreadsInTheOrderInWhichTheyCameForIt) {
+   const NoSlices noSlices;
+   std::string order;
+   auto lock = ActivityLockAnchor::lock();
+   {
+      const ZelTest::LockWaiter first([&] { order += '1'; });
+      const ZelTest::LockWaiter second([&] { order += '2'; });
+      const ZelTest::LockWaiter third([&] { order += '3'; });
+      EXPECT_TRUE(ActivityLockAnchor::giveWay());
+      order += '0';
+      lock.giveUp();
+   }
+   EXPECT_EQ(order, "1230");
 }
 
 TEST(ActivityLock, GivesWayOnlyWhereItsOneHolderExpectsIt) {

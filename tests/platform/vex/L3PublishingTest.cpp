@@ -1,5 +1,10 @@
 // The counters of subinterfaces: when they are read, and how they are published.
 #include "tests/platform/vex/PublishingRig.h"
+#include "tests/support/LockWaiter.h"
+
+#include <functional>
+#include <optional>
+#include <vector>
 
 namespace {
 
@@ -8,9 +13,12 @@ using Silo::Interface::L3IntfCounters;
 
 class SubIntfHelper : public VexHelper::VexHelperSubIntfCountersSm {
  public:
-   bool getSubIntfCounters(const Pelt::IntfId&, const Kiln::Ptr<VexTypes::L3IntfCounters>& current,
+   bool getSubIntfCounters(const Pelt::IntfId& intf, const Kiln::Ptr<VexTypes::L3IntfCounters>& current,
                            const Kiln::Ptr<VexTypes::L3IntfCounters>&) override {
       ++reads;
+      if (onRead) {
+         onRead(intf);
+      }
       current->statisticsIs(hardware);
       return isCounted;
    }
@@ -18,12 +26,13 @@ class SubIntfHelper : public VexHelper::VexHelperSubIntfCountersSm {
    Interface::L3IntfStatistics hardware{};
    bool isCounted = true;
    int reads = 0;
+   std::function<void(const Pelt::IntfId&)> onRead;
 };
 
 class L3Publishing : public ZelTest::PublishingRig {
  protected:
-   L3Publishing() {
-      tables = Vex::openSharedTables(store, {.subIntfs = 1});
+   explicit L3Publishing(std::size_t subIntfs = 1) {
+      tables = Vex::openSharedTables(store, {.subIntfs = subIntfs});
       directory->hasNotificationActiveIs(true);
       directory->intfStatusIs(intf, true);
       startReactor();
@@ -126,6 +135,39 @@ TEST_F(L3Publishing, WhatTheTableHasNoRoomForIsToldEachTimeItComes) {
       EXPECT_EQ(logged.take().size(), 1U) << time;
       directory->intfStatusDel(Pelt::IntfId("Ethernet1.200"));
    }
+}
+
+struct SlicedL3Publishing : L3Publishing {
+   SlicedL3Publishing() : L3Publishing(16) {}
+   const ZelTest::NoSlices noSlices;
+};
+
+TEST_F(SlicedL3Publishing, WhatIsMarkedInAPassIsReadBehindItsLastOnes) {
+   const auto name = [](int number) { return Pelt::IntfId(("Ethernet1." + std::to_string(number)).c_str()); };
+   for (int number = 101; number < 110; ++number) {
+      directory->intfStatusIs(name(number), true);
+   }
+   std::vector<Pelt::IntfId> read;
+   std::optional<ZelTest::LockWaiter> other;
+   helper->onRead = [&](const Pelt::IntfId& which) {
+      read.push_back(which);
+      if (!other) {
+         other.emplace([&] { // before the second one is read
+            directory->intfStatusDel(name(108));
+            directory->intfStatusIs(name(200), true);
+            reactor->updateCounters();
+         });
+      }
+   };
+   reactor->updateCounters();
+   int turns = 0;
+   Kiln::ActivityManager::instance()->runUntil([&] { return read.size() == 11 || ++turns == 20; });
+   std::vector<Pelt::IntfId> expected;
+   for (const int number : {100, 101, 102, 103, 104, 105, 106, 107, 109, 100, 200}) {
+      expected.push_back(name(number));
+   }
+   EXPECT_EQ(read, expected);
+   EXPECT_EQ(tables.subIntfCountersDir->table().size(), 10U);
 }
 
 } // namespace
