@@ -47,8 +47,7 @@ class IntfQueueCounters : public Kiln::PtrInterface {
    void queueCounterIs(const QueueCounter& counter);
 
    // What the hardware has in each of the port's queues, of which it has `count`, at `time`, in seconds.
-   void readingsAre(U16 devicePort, const Vex::QueueMeters::Values& readings, std::size_t count,
-                    double time);
+   void readingsAre(U16 devicePort, const Vex::QueueMeters::Values& readings, std::size_t count, double time);
    // What is stored is 0, and counts from the last reading on.
    void clear();
 

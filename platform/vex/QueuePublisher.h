@@ -47,7 +47,7 @@ class QueuePublisher {
       double sampleTime = Silo::unknownSampleTime;
       double reportTime = Silo::unknownSampleTime;
       double keptTime = Silo::unknownSampleTime; // of the last sample in the history
-      U32 seen = 0; // bit q: queue q was reported in this process
+      U32 seen = 0;                              // bit q: queue q was reported in this process
       SourceTrail sources{};
       Clear<Record> clear{};
       QueueMeters meters{};
