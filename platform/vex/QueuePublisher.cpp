@@ -89,12 +89,12 @@ void QueuePublisher::publish(const Pelt::IntfId& intf, const VexTypes::IntfQueue
    }
    bool isMarked = isExchanged || isLost;
    const bool isPlain = isNewSample && isIncrement && begin == Begin::step && takePlain(counted, report);
-   if (!isPlain) {
-      record.deltas = isNewSample ? decltype(record.deltas){} : record.deltas;
-      for (std::size_t queue = 0; queue < Record::queueCount; ++queue) {
-         if (report.has(queue)) {
-            isMarked |= takeQueue(counted, queue, report, begin, isIncrement) && isNewSample;
-         }
+   if (isNewSample && !isPlain) {
+      record.deltas = {};
+   }
+   for (std::size_t queue = 0; !isPlain && queue < Record::queueCount; ++queue) {
+      if (report.has(queue)) {
+         isMarked |= takeQueue(counted, queue, report, begin, isIncrement) && isNewSample;
       }
    }
    const double now = Kiln::System::currentTime();
