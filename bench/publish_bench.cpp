@@ -139,14 +139,13 @@ class Publisher {
       }
       return secondsSince(start);
    }
-   double completeQueues(const std::vector<ZelCounter::QueueCounter>& raw) {
+   double completeQueues(const std::vector<Vex::QueueMeters::Values>& raw) {
       time_->charge(2.0);
       ZelCounter::QueueCounters& queues = mgr_->zelCounters(0)->queues();
       const auto start = Clock::now();
       for (unsigned port = 0; port < ports; ++port) {
          ZelCounter::IntfQueueCounters& stored = queues.intfQueueCountersIs(names[port]);
-         stored.readingsAre(static_cast<U16>(port), {&raw[std::size_t{port} * portQueues], portQueues},
-                            Kiln::System::currentTime());
+         stored.readingsAre(static_cast<U16>(port), raw[port], portQueues, Kiln::System::currentTime());
          queues.handOver(stored);
       }
       return secondsSince(start);
@@ -289,13 +288,12 @@ void completePorts(benchmark::State& state) {
 void completeQueues(benchmark::State& state) {
    Publisher agent(state.range(1) != 0 ? Publisher::History::kept : Publisher::History::none);
    const auto lock = Kiln::ActivityLockAnchor::lock();
-   std::vector<ZelCounter::QueueCounter> raw;
-   for (std::size_t i = 0; i < ports * portQueues; ++i) {
-      raw.emplace_back(static_cast<U8>(i % portQueues), 1, 1, 1);
-   }
+   std::vector<Vex::QueueMeters::Values> raw(ports);
    const auto move = [&] {
-      for (ZelCounter::QueueCounter& one : raw) {
-         one = {one.queueId, one.bytes + 1000, one.pkts + 10, one.pktsDropped + 1};
+      for (Vex::QueueMeters::Values& port : raw) {
+         for (Vex::QueueMeters::Queue& one : port) {
+            one = {one.packets + 10, one.bytes + 1000, one.drops + 1};
+         }
       }
    };
    compareWithCopy(state, agent, portQueues * sizeof(Silo::Interface::QueueStatistics) / sizeof(U64), move,

@@ -22,11 +22,12 @@ unsigned queuesOfPort(unsigned pipePort) {
 }
 
 void IntfQueueCounters::queueCounterIs(const QueueCounter& counter) {
-   counters_.at(counter.queueId) = counter;
+   counters_.at(counter.queueId) = {counter.pkts, counter.bytes, counter.pktsDropped};
    read_ |= U32{1} << counter.queueId;
 }
 
-void IntfQueueCounters::readingsAre(U16 devicePort, std::span<const QueueCounter> readings, double time) {
+void IntfQueueCounters::readingsAre(U16 devicePort, const Vex::QueueMeters::Values& readings,
+                                    std::size_t count, double time) {
    Vex::Begin begin = Vex::Begin::step;
    if (readTime_ == Silo::unknownSampleTime) {
       begin = Vex::Begin::whole;
@@ -38,34 +39,27 @@ void IntfQueueCounters::readingsAre(U16 devicePort, std::span<const QueueCounter
    hasLeft_ = false;
    devicePort_ = devicePort;
    readTime_ = time;
-   for (const QueueCounter& reading : readings) {
-      const std::size_t queue = reading.queueId;
-      const std::array<U64, 2> sent{reading.pkts, reading.bytes};
-      const std::array<U64, 1> dropped{reading.pktsDropped};
-      QueueCounter& counter = counters_.at(queue);
-      counter.queueId = reading.queueId;
-      read_ |= U32{1} << queue;
-      const bool isPlain =
-           begin == Vex::Begin::step && sent_[queue].isPlain(sent) && dropped_[queue].isPlain(dropped);
-      const auto [pkts, bytes] =
-           isPlain ? sent_[queue].takePlain(sent) : sent_[queue].read(sent, begin).counts;
-      const auto [pktsDropped] =
-           isPlain ? dropped_[queue].takePlain(dropped) : dropped_[queue].read(dropped, begin).counts;
-      counter.pkts += pkts;
-      counter.bytes += bytes;
-      counter.pktsDropped += pktsDropped;
+   read_ |= (U32{1} << count) - 1;
+   const auto add = [this](std::size_t word, U64 step) {
+      Interface::wordIs(counters_, word, Interface::word(counters_, word) + step);
+   };
+   if (begin != Vex::Begin::step || !meters_.takePlain(readings, count, add)) {
+      countEach(readings, count, begin);
    }
 }
 
-QueueCounter IntfQueueCounters::reading(std::size_t queue) const {
-   const auto& [pkts, bytes] = sent_.at(queue).last();
-   return {static_cast<U8>(queue), bytes, pkts, dropped_.at(queue).last()[0]};
+void IntfQueueCounters::countEach(const Vex::QueueMeters::Values& readings, std::size_t count,
+                                  Vex::Begin begin) {
+   for (std::size_t queue = 0; queue < count; ++queue) {
+      const Vex::QueueMeters::Queue counts = meters_.read(queue, readings.at(queue), begin).counts();
+      counters_[queue].packets += counts.packets;
+      counters_[queue].bytes += counts.bytes;
+      counters_[queue].drops += counts.drops;
+   }
 }
 
 void IntfQueueCounters::clear() {
-   for (QueueCounter& counter : counters_) {
-      counter = {counter.queueId, 0, 0, 0};
-   }
+   counters_ = {};
 }
 
 } // namespace ZelCounter

@@ -3,13 +3,12 @@
 
 #include "kiln/Accessors.h"
 #include "silo/Record.h"
-#include "vex/Continuity.h"
+#include "vex/QueueMeters.h"
 #include "zel/Pelt.h"
 #include "zel/ZelId.h"
 
 #include <array>
 #include <iosfwd>
-#include <span>
 
 namespace ZelCounter {
 
@@ -36,7 +35,7 @@ unsigned queuesOfPort(unsigned pipePort);
 // port is only compared with. Under the activity lock.
 class IntfQueueCounters : public Kiln::PtrInterface {
  public:
-   static constexpr std::size_t queueLimit = 17; // queues 0 to 16
+   static constexpr std::size_t queueLimit = Vex::QueueMeters::queueCount; // 17: queues 0 to 16
 
    explicit IntfQueueCounters(Pelt::IntfId intfId) : intfId_(intfId) {}
 
@@ -44,16 +43,19 @@ class IntfQueueCounters : public Kiln::PtrInterface {
    // Whether the queue was ever read.
    bool has(std::size_t queue) const { return queue < queueLimit && ((read_ >> queue) & 1) != 0; }
    // Throws std::out_of_range for a queue above 16.
-   const QueueCounter& queueCounter(std::size_t queue) const { return counters_.at(queue); }
+   QueueCounter queueCounter(std::size_t queue) const { return counterOf(queue, counters_.at(queue)); }
    void queueCounterIs(const QueueCounter& counter);
 
-   // What the hardware has in each of the port's queues at `time`, in seconds.
-   void readingsAre(U16 devicePort, std::span<const QueueCounter> readings, double time);
+   // What the hardware has in each of the port's queues, of which it has `count`, at `time`, in seconds.
+   void readingsAre(U16 devicePort, const Vex::QueueMeters::Values& readings, std::size_t count, double time);
    // What is stored is 0, and counts from the last reading on.
    void clear();
 
-   // What the hardware had in a queue when it was read last. Throws std::out_of_range for a queue above 16.
-   QueueCounter reading(std::size_t queue) const;
+   // What is stored of all queues, of which bit q of read() says whether queue q was ever read; and what the hardware had
+   // when they were read last.
+   const Vex::QueueMeters::Values& counters() const { return counters_; }
+   U32 read() const { return read_; }
+   const Vex::QueueMeters::Values& readings() const { return meters_.last(); }
    // The interface has left the port that was read: what is read there next is only compared with.
    void leave() { hasLeft_ = true; }
    bool hasLeft() const { return hasLeft_; }
@@ -63,14 +65,18 @@ class IntfQueueCounters : public Kiln::PtrInterface {
    double readTime() const { return readTime_; }
 
  private:
+   static QueueCounter counterOf(std::size_t queue, const Vex::QueueMeters::Queue& counts) {
+      return {static_cast<U8>(queue), counts.bytes, counts.packets, counts.drops};
+   }
+   void countEach(const Vex::QueueMeters::Values& readings, std::size_t count, Vex::Begin begin);
+
    Pelt::IntfId intfId_;
-   std::array<QueueCounter, queueLimit> counters_{};
-   std::array<Vex::Meter<2>, queueLimit> sent_{}; // packets and bytes
-   std::array<Vex::Meter<1>, queueLimit> dropped_{};
    U32 read_ = 0; // bit q: queue q was read
    U16 devicePort_ = ZelId::PortIndex::invalid;
    bool hasLeft_ = false;
    double readTime_ = Silo::unknownSampleTime;
+   Vex::QueueMeters::Values counters_{};
+   Vex::QueueMeters meters_;
 };
 
 } // namespace ZelCounter

@@ -161,14 +161,14 @@ void PipeIntfQueueCounterSm::forgetOtherPort(const Port& port) const {
 void PipeIntfQueueCounterSm::storePort(const Port& port, const Readings& readings, double time) const {
    forgetOtherPort(port);
    IntfQueueCounters& counters = parent_->intfQueueCountersIs(port.intf);
-   std::array<QueueCounter, queuesPerPort> values;
+   Vex::QueueMeters::Values values;
    for (unsigned queue = 0; queue < port.queues; ++queue) {
       const std::size_t slot = port.pipePort * queuesPerPort + queue;
       const pipe_stat_data_t& sent = readings.sent[slot];
-      values[queue] = {static_cast<U8>(queue), sent.bytes, sent.packets, readings.dropped[slot]};
+      values[queue] = {sent.packets, sent.bytes, readings.dropped[slot]};
       KILN_TRACE(5, "queue " << queue << " pkts " << sent.packets << " bytes " << sent.bytes);
    }
-   counters.readingsAre(port.devicePort, {values.data(), port.queues}, time);
+   counters.readingsAre(port.devicePort, values, port.queues, time);
    parent_->handOver(counters);
 }
 

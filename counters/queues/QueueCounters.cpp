@@ -12,7 +12,8 @@ namespace ZelCounter {
 
 IntfQueueCounters& QueueCounters::intfQueueCountersIs(const Pelt::IntfId& intf) {
    if (const Kiln::Ptr<IntfQueueCounters>* present = intfQueueCounters_.findInPass(intf)) {
-      Silo::prefetch(intfQueueCounters_.nextInPass()->ptr(), sizeof(IntfQueueCounters));
+      Silo::prefetch(intfQueueCounters_.nextInPass()->ptr(),
+                     sizeof(IntfQueueCounters) - Vex::QueueMeters::seldomTouched);
       return **present;
    }
    intfQueueCounters_.set(intf, Kiln::allocate<IntfQueueCounters>(intf));
@@ -24,22 +25,9 @@ void QueueCounters::pollingIntervalIs(double seconds) {
    pollingInterval_ = seconds;
 }
 
-namespace {
-
-Silo::Interface::QueueStatistics statisticsOf(const QueueCounter& counter) {
-   return {counter.pkts, counter.bytes, counter.pktsDropped};
-}
-
-} // namespace
-
 VexTypes::IntfQueueCounters queueRecord(const IntfQueueCounters& counters) {
-   VexTypes::IntfQueueCounters record;
+   VexTypes::IntfQueueCounters record(counters.counters(), counters.read());
    record.sampleTimeIs(counters.readTime());
-   for (std::size_t queue = 0; queue < IntfQueueCounters::queueLimit; ++queue) {
-      if (counters.has(queue)) {
-         record.intfQueueStatIs(queue, statisticsOf(counters.queueCounter(queue)));
-      }
-   }
    return record;
 }
 
@@ -48,15 +36,14 @@ void QueueCounters::handOver(const IntfQueueCounters& counters) {
       return;
    }
    KILN_ASSERT_TEXT(vexCountersSm_->writerConfig(), "zelCounters->vexCountersSm()->writerConfig()");
+   const Kiln::Ptr<const IntfQueueCounters> held(&counters); // a watcher may have it forgotten
    VexTypes::IntfQueueCounters record = queueRecord(counters);
    if (counters.readTime() != Silo::unknownSampleTime) {
       // Beside what is stored, which a clear sets to zero, go the readings: a clear changes no total.
-      VexTypes::IntfQueueCounters::Readings& readings = record.readings();
-      readings.source = {chip().deviceId(), Vex::Source::Block::queue, counters.devicePort(), chip().life()};
-      readings.isCounted = &isCounted_.at(counters.devicePort());
-      for (std::size_t queue = 0; queue < IntfQueueCounters::queueLimit; ++queue) {
-         readings.stats[queue] = statisticsOf(counters.reading(queue));
-      }
+      record.readings() = {
+           {chip().deviceId(), Vex::Source::Block::queue, counters.devicePort(), chip().life()},
+           &isCounted_.at(counters.devicePort()),
+           &counters.readings()};
    }
    vexCountersSm_->writerConfig()->intfQueueCountersIs(counters.intfId(), record);
 }

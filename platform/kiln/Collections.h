@@ -139,12 +139,15 @@ class HashMap {
    // pass is, and fetches the entries that it comes to soon, which are in no cache any more.
    const V* findInPass(const K& key) const {
       if (passed_) {
-         const const_iterator next = after(*passed_);
-         const bool isAsBefore = (*passed_)->first == key;
-         if (isAsBefore || next->first == key) {
-            passed_ = isAsBefore ? *passed_ : next;
-            fetch(after(after(after(after(*passed_))))); // the last calls have fetched those before it
+         if ((*passed_)->first == key) {
             return &(*passed_)->second;
+         }
+         const const_iterator next = after(*passed_);
+         if (next->first == key) {
+            passed_ = next;
+            ahead_ = after(ahead_);
+            fetch(ahead_); // the last calls have fetched those before it
+            return &next->second;
          }
       }
       const iterator* const at = index_.find(key);
@@ -152,6 +155,7 @@ class HashMap {
          return nullptr;
       }
       passed_ = *at;
+      lookAhead();
       return &(*at)->second;
    }
    V* findInPass(const K& key) { return const_cast<V*>(std::as_const(*this).findInPass(key)); }
@@ -167,6 +171,7 @@ class HashMap {
       }
       entries_.emplace_back(key, std::move(value));
       index_.insert(std::prev(entries_.end()));
+      lookAhead();
       return true;
    }
 
@@ -184,6 +189,7 @@ class HashMap {
       // entry's own.
       std::list<value_type> ended;
       ended.splice(ended.begin(), entries_, entry);
+      lookAhead();
       return true;
    }
 
@@ -200,6 +206,11 @@ class HashMap {
    const_iterator after(const_iterator entry) const {
       return ++entry == entries_.end() ? entries_.begin() : entry;
    }
+   void lookAhead() const {
+      if (passed_) {
+         ahead_ = after(after(after(after(*passed_))));
+      }
+   }
    static void fetch(const_iterator entry) {
       __builtin_prefetch(&*entry);
       __builtin_prefetch(reinterpret_cast<const char*>(&*entry) - 1); // a list has its links before the value
@@ -208,6 +219,7 @@ class HashMap {
    std::list<value_type> entries_;
    HashIndex<iterator, K, Hash> index_;
    mutable std::optional<const_iterator> passed_; // what findInPass found last
+   mutable const_iterator ahead_{};               // four entries further
 };
 
 template <class K, class V, class Compare = std::less<K>>

@@ -188,7 +188,7 @@ bool HistoryTable::write(const Key& key, double time, const HistoryMarks& marks,
    }
    nextGuess_ = i + 1;
    Ring& own = rings_[i];
-   if (time - own.lastTime < options_.spacing) {
+   if (isTooSoon(time, own.lastTime)) {
       return false;
    }
    const bool isFirst = own.lastTime == unknownSampleTime;

@@ -57,6 +57,8 @@ class HistoryTable {
    // the key that was silent for the longest time. Throws CapacityError if there is none, TableError if the system has no
    // memory, and std::invalid_argument for a time that is not finite. False: left out, so soon after the one before.
    bool write(const Key& key, double time, const HistoryMarks& marks, std::span<const std::uint64_t> values);
+   // Whether a sample is left out so soon after one of that time, whatever its key.
+   bool isTooSoon(double time, double lastTime) const { return time - lastTime < options_.spacing; }
    // As Table::mend.
    void mend();
    void pollingIntervalIs(double seconds, double spacing);

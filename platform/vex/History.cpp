@@ -127,7 +127,11 @@ void History::portIs(const Silo::Key& key, const IntfCounters& record, double ti
    tryTo([&] { ports_.write(key, time, marks, values); });
 }
 
-void History::queuesAre(const Silo::Key& key, const IntfQueueCounters& record, double time) {
+void History::queuesAre(const Silo::Key& key, const IntfQueueCounters& record, double time,
+                        double& keptTime) {
+   if (queues_.isTooSoon(time, keptTime)) {
+      return;
+   }
    constexpr std::size_t group = IntfQueueHistory::queuesPerRing;
    bool isLeftOut = false; // all rings of an interface have samples of the same times
    for (std::size_t first = 0; first < IntfQueueCounters::queueCount && !isLeftOut; first += group) {
@@ -140,6 +144,7 @@ void History::queuesAre(const Silo::Key& key, const IntfQueueCounters& record, d
       tryTo([&] {
          if (first == 0) {
             isLeftOut = !queues_.write(key, time, marksOf(record), values);
+            keptTime = isLeftOut ? keptTime : time;
          } else {
             // A name that has no room for the number goes without.
             const std::string more = IntfQueueHistory::keyOf(key.view(), first);

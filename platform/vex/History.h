@@ -39,8 +39,10 @@ class History : public Kiln::PtrInterface {
    // A port's record was published at `time`.
    void portIs(const Silo::Key& key, const Silo::Interface::IntfCounters& record, double time,
                const QueueDrops& drops);
-   // Its queues' record was. Kept once in IntfQueueHistory::intervals polling intervals.
-   void queuesAre(const Silo::Key& key, const Silo::Interface::IntfQueueCounters& record, double time);
+   // Its queues' record was. Kept once in IntfQueueHistory::intervals polling intervals. `keptTime` is kept with the queues,
+   // unknown at first: so what is left out, as most is, touches nothing of the rings.
+   void queuesAre(const Silo::Key& key, const Silo::Interface::IntfQueueCounters& record, double time,
+                  double& keptTime);
 
    void pollingIntervalIs(double seconds);
    // Between two readings of a queue.

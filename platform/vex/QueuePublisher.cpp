@@ -5,6 +5,8 @@
 #include "silo/Prefetch.h"
 #include "vex/BreakEvents.h"
 
+#include <algorithm>
+#include <bit>
 #include <stdexcept>
 
 namespace Vex::Counters {
@@ -30,7 +32,7 @@ void tellQueue(const Silo::Key& key, std::size_t queue, const Step<n>& step,
 
 QueuePublisher::Counted& QueuePublisher::countedOf(const Pelt::IntfId& intf) {
    if (Counted* present = counted_.findInPass(intf)) {
-      Silo::prefetch(counted_.nextInPass(), sizeof(Counted));
+      Silo::prefetch(counted_.nextInPass(), sizeof(Counted) - QueueMeters::seldomTouched);
       return *present;
    }
    counted_.set(intf, {Silo::Key(intf.text())});
@@ -81,12 +83,16 @@ void QueuePublisher::publish(const Pelt::IntfId& intf, const VexTypes::IntfQueue
       tellDiscontinuity(intf.text(), "what its queues counted after an earlier agent's last reading is lost");
    }
    if (isNewSample) {
-      dropStep(record);
+      record.absorbed = 0;
       record.interval = isExchanged ? 0 : intervalBetween(counted.reportTime, report.sampleTime());
       counted.reportTime = report.sampleTime();
    }
    bool isMarked = isExchanged || isLost;
-   for (std::size_t queue = 0; queue < Record::queueCount; ++queue) {
+   const bool isPlain = isNewSample && isIncrement && begin == Begin::step && takePlain(counted, report);
+   if (isNewSample && !isPlain) {
+      record.deltas = {};
+   }
+   for (std::size_t queue = 0; !isPlain && queue < Record::queueCount; ++queue) {
       if (report.has(queue)) {
          isMarked |= takeQueue(counted, queue, report, begin, isIncrement) && isNewSample;
       }
@@ -102,7 +108,7 @@ void QueuePublisher::publish(const Pelt::IntfId& intf, const VexTypes::IntfQueue
       counted.sampleTime = now;
    }
    if (history_) {
-      history_->queuesAre(counted.key, record, counted.sampleTime);
+      history_->queuesAre(counted.key, record, counted.sampleTime, counted.keptTime);
    }
    counters_->table().recordIs(counted.key, record, counted.sampleTime);
    counted.clear.write(clearTable(), counted.key);
@@ -124,49 +130,52 @@ QueueDrops QueuePublisher::drops(const Pelt::IntfId& intf) const {
    return {counters_ ? sumOfDrops(counters_->table().sampleOrDefault(Silo::Key(intf.text())).record) : 0};
 }
 
-// True if the continuity of the queue's counts is broken.
+// Takes a report of the first so many queues, as ports have them, if all steps are such as nearly all are.
+bool QueuePublisher::takePlain(Counted& counted, const VexTypes::IntfQueueCounters& report) {
+   const auto count = static_cast<std::size_t>(std::countr_one(report.reported()));
+   if (report.readings().isCounted == nullptr || report.reported() >> count != 0) {
+      return false;
+   }
+   Record& record = counted.record;
+   const auto take = [&record](std::size_t word, U64 step) {
+      Interface::wordIs(record.totals, word, Interface::word(record.totals, word) + step);
+      Interface::wordIs(record.deltas, word, step);
+   };
+   if (!counted.meters.takePlain(*report.readings().stats, count, take)) {
+      return false;
+   }
+   std::fill(record.deltas.begin() + count, record.deltas.end(), QueueStatistics());
+   counted.seen |= report.reported();
+   record.present |= report.reported();
+   record.reported |= report.reported();
+   return true;
+}
+
+// The same for one queue and whatever step it may be. True if the continuity of its counts is broken.
 bool QueuePublisher::takeQueue(Counted& counted, std::size_t queue, const VexTypes::IntfQueueCounters& report,
                                Begin begin, bool isIncrement) {
    Record& record = counted.record;
    const U32 bit = U32{1} << queue;
    const bool hasSource = report.readings().isCounted != nullptr;
    const QueueStatistics& reported = report.intfQueueStat(queue);
-   const QueueStatistics& value = hasSource ? report.readings().stats[queue] : reported;
    if (!hasSource && (counted.seen & bit) == 0 && (record.reported & bit) != 0) {
       begin = Begin::nothing; // an earlier process reported it: the total stands
    }
    counted.seen |= bit;
    record.present |= bit;
    record.reported |= bit;
-   const std::array<U64, 2> sent{value.packets, value.bytes};
-   const std::array<U64, 1> dropped{value.drops};
-   QueueStatistics step;
-   const bool isPlain =
-        begin == Begin::step && counted.sent[queue].isPlain(sent) && counted.dropped[queue].isPlain(dropped);
-   if (isPlain) {
-      const auto [packets, bytes] = counted.sent[queue].takePlain(sent);
-      step = {packets, bytes, counted.dropped[queue].takePlain(dropped)[0]};
+   const QueueMeters::QueueStep step =
+        counted.meters.read(queue, hasSource ? (*report.readings().stats)[queue] : reported, begin);
+   tellQueue<2>(counted.key, queue, step.sent, {"packets", "bytes"});
+   tellQueue<1>(counted.key, queue, step.dropped, {"drops"});
+   if (step.sent.isAbsorbed != decltype(step.sent.isAbsorbed){} || step.dropped.isAbsorbed[0]) {
+      record.absorbed |= bit;
    }
-   const bool isMarked = !isPlain && takeVetted(counted, queue, sent, dropped, begin, step);
    QueueStatistics& total = record.totals[queue];
    QueueStatistics& delta = record.deltas[queue];
-   total = isIncrement ? sumOf(total, step) : reported;
-   delta = sumOf(delta, step);
-   return isMarked;
-}
-
-// The same for whatever step it may be.
-bool QueuePublisher::takeVetted(Counted& counted, std::size_t queue, const std::array<U64, 2>& sent,
-                                const std::array<U64, 1>& dropped, Begin begin, QueueStatistics& step) {
-   const Step<2> sentStep = counted.sent[queue].read(sent, begin);
-   const Step<1> droppedStep = counted.dropped[queue].read(dropped, begin);
-   tellQueue<2>(counted.key, queue, sentStep, {"packets", "bytes"});
-   tellQueue<1>(counted.key, queue, droppedStep, {"drops"});
-   if (sentStep.isAbsorbed != decltype(sentStep.isAbsorbed){} || droppedStep.isAbsorbed[0]) {
-      counted.record.absorbed |= U32{1} << queue;
-   }
-   step = {sentStep.counts[0], sentStep.counts[1], droppedStep.counts[0]};
-   return sentStep.isMarked || droppedStep.isMarked;
+   total = isIncrement ? sumOf(total, step.counts()) : reported;
+   delta = sumOf(delta, step.counts());
+   return step.isMarked();
 }
 
 // The port that is read now does not have them. Their totals are kept, should it get them back: within a creation time no
@@ -177,8 +186,7 @@ void QueuePublisher::dropQueues(Counted& counted, const VexTypes::IntfQueueCount
       if (record.has(queue) && !report.has(queue)) {
          record.present &= ~(U32{1} << queue);
          record.reported &= ~(U32{1} << queue);
-         counted.sent[queue] = {};
-         counted.dropped[queue] = {};
+         counted.meters.forget(queue);
       }
    }
 }

@@ -3,6 +3,7 @@
 
 #include "kiln/Collections.h"
 #include "vex/Clear.h"
+#include "vex/QueueMeters.h"
 #include "vex/SharedTables.h"
 #include "vex/VexCountersLog.h"
 #include "vex/VexTypes.h"
@@ -45,20 +46,18 @@ class QueuePublisher {
       Record record{}; // as published, or as it will be
       double sampleTime = Silo::unknownSampleTime;
       double reportTime = Silo::unknownSampleTime;
-      U32 seen = 0; // bit q: queue q was reported in this process
+      double keptTime = Silo::unknownSampleTime; // of the last sample in the history
+      U32 seen = 0;                              // bit q: queue q was reported in this process
       SourceTrail sources{};
-      std::array<Meter<2>, Record::queueCount> sent{}; // packets and bytes
-      std::array<Meter<1>, Record::queueCount> dropped{};
       Clear<Record> clear{};
+      QueueMeters meters{};
    };
 
    Counted& countedOf(const Pelt::IntfId& intf);
    Silo::Table<Record>* clearTable() const { return clearCounters_ ? &clearCounters_->table() : nullptr; }
+   static bool takePlain(Counted& counted, const VexTypes::IntfQueueCounters& report);
    static bool takeQueue(Counted& counted, std::size_t queue, const VexTypes::IntfQueueCounters& report,
                          Begin begin, bool isIncrement);
-   static bool takeVetted(Counted& counted, std::size_t queue, const std::array<U64, 2>& sent,
-                          const std::array<U64, 1>& dropped, Begin begin,
-                          Silo::Interface::QueueStatistics& step);
    static void dropQueues(Counted& counted, const VexTypes::IntfQueueCounters& report);
    bool isPublished(const Pelt::IntfId& intf) const;
 

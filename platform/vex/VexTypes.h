@@ -50,12 +50,16 @@ class CountersOf : public Kiln::PtrInterface {
       }
    }
 
-   // Of a previous record: what a step reads and writes of it, which is all but what belongs to the step itself.
+   // Of a previous record: what a step reads and writes of it, which is all but what belongs to the step itself, what the
+   // reading has besides fields, and what was absorbed.
    void prefetch() const {
-      Silo::prefetch(&record_, offsetof(Record, deltas));
-      const auto* const begin = reinterpret_cast<const std::byte*>(&record_.interval);
-      const auto* const end = reinterpret_cast<const std::byte*>(this + 1);
-      Silo::prefetch(begin, static_cast<std::size_t>(end - begin));
+      const auto from = [](const void* begin, const void* end) {
+         Silo::prefetch(begin, static_cast<std::size_t>(static_cast<const std::byte*>(end) -
+                                                        static_cast<const std::byte*>(begin)));
+      };
+      from(this, reinterpret_cast<const U64*>(&record_.reading) + Record::fieldCount);
+      from(&record_.totals, &record_.deltas);
+      from(&record_.interval, &isAbsorbed_);
    }
 
    const Record& record() const { return record_; }
@@ -77,9 +81,9 @@ class CountersOf : public Kiln::PtrInterface {
  private:
    Record record_;
    Vex::SourceTrail sources_;
-   std::array<bool, Record::fieldCount> isAbsorbed_{};
    bool hasAbsorbed_ = false;
    bool isFilled_ = false;
+   std::array<bool, Record::fieldCount> isAbsorbed_{};
 };
 
 class IntfCounters : public CountersOf<Silo::Interface::IntfCounters> {};
@@ -111,7 +115,14 @@ class IntfQueueCounters {
  public:
    static constexpr std::size_t queueCount = Silo::Interface::IntfQueueCounters::queueCount;
 
+   using Stats = std::array<Silo::Interface::QueueStatistics, queueCount>;
+
+   IntfQueueCounters() = default;
+   // Queue q is reported if bit q says so; the others are 0.
+   IntfQueueCounters(const Stats& stats, U32 reported) : stats_(stats), reported_(reported) {}
+
    bool has(std::size_t queue) const { return queue < queueCount && ((reported_ >> queue) & 1) != 0; }
+   U32 reported() const { return reported_; }
    const Silo::Interface::QueueStatistics& intfQueueStat(std::size_t queue) const { return stats_.at(queue); }
    // A queue above 16 is a std::out_of_range.
    void intfQueueStatIs(std::size_t queue, const Silo::Interface::QueueStatistics& stat) {
@@ -120,11 +131,12 @@ class IntfQueueCounters {
    }
 
    // What the hardware has, and the source that counted it; `isCounted` is kept with the source and says whether anybody
-   // was ever counted there; it is good while the report is handed over. Without a source, what is reported stands for it.
+   // was ever counted there. Both pointers are good while the report is handed over. Without a source, what is reported
+   // stands for it.
    struct Readings {
       Vex::Source source;
       bool* isCounted = nullptr;
-      std::array<Silo::Interface::QueueStatistics, queueCount> stats{};
+      const Stats* stats = nullptr;
    };
    const Readings& readings() const { return readings_; }
    Readings& readings() { return readings_; }
@@ -134,7 +146,7 @@ class IntfQueueCounters {
    KILN_ATTRIBUTE(double, sampleTime, Silo::unknownSampleTime)
 
  private:
-   std::array<Silo::Interface::QueueStatistics, queueCount> stats_{};
+   Stats stats_{};
    Readings readings_;
    U32 reported_ = 0;
 };

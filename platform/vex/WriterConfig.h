@@ -5,6 +5,8 @@
 #include "kiln/Entity.h"
 #include "vex/VexTypes.h"
 
+#include <functional>
+
 namespace Vex::Counters {
 
 // A chip family hands over the counters that it reads of its own accord here. The counters reactor watches it and
@@ -21,9 +23,10 @@ class WriterConfig : public Kiln::Entity {
 
    WriterConfig() { hasNotificationActiveIs(true); }
 
-   // An interface's queues were read or cleared. They are published before this returns.
+   // An interface's queues were read or cleared. They are published before this returns. The report must not end before,
+   // whatever is done on the way: it is not copied.
    void intfQueueCountersIs(const Pelt::IntfId& intf, const VexTypes::IntfQueueCounters& counters) {
-      notify(&Notifiee::onIntfQueueCounters, intf, counters);
+      notify(&Notifiee::onIntfQueueCounters, intf, std::cref(counters));
    }
    // The interface has no queues any more: its records go.
    void intfQueueCountersDel(const Pelt::IntfId& intf) { notify(&Notifiee::onIntfQueueCountersDel, intf); }

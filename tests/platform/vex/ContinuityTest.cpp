@@ -358,13 +358,15 @@ class Queues : public Subject {
       }
       const auto& [spot, place] = parts->front();
       VexTypes::IntfQueueCounters report;
+      VexTypes::IntfQueueCounters::Stats readings{};
       for (std::size_t i = 0; i < place->cells.size(); i += 3) {
          const Cell* const cells = &place->cells[i];
          report.intfQueueStatIs(i / 3, {});
-         report.readings().stats[i / 3] = {cells[0].reading(), cells[1].reading(), cells[2].reading()};
+         readings[i / 3] = {cells[0].reading(), cells[1].reading(), cells[2].reading()};
       }
       report.readings().source = {static_cast<U8>(spot.device), Source::Block::queue, spot.place, spot.life};
       report.readings().isCounted = &place->isCounted;
+      report.readings().stats = &readings;
       report.sampleTimeIs(Kiln::System::currentTime());
       writer_->intfQueueCountersIs(intfs[intf], report);
    }

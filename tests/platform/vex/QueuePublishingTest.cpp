@@ -97,10 +97,12 @@ TEST_F(QueuePublishing, AQueueThatComesAtAnotherPortCountsFromZero) {
       VexTypes::IntfQueueCounters counters;
       counters.readings().source = {.block = Vex::Source::Block::queue, .place = place, .life = 1};
       counters.readings().isCounted = &isCounted.at(place);
+      VexTypes::IntfQueueCounters::Stats readings{};
+      counters.readings().stats = &readings;
       std::size_t queue = 0;
       for (const U64 each : packets) {
          counters.intfQueueStatIs(queue, {each, 0, 0});
-         counters.readings().stats[queue++] = {each, 0, 0};
+         readings.at(queue++) = {each, 0, 0};
       }
       const auto lock = Kiln::ActivityLockAnchor::lock();
       writer->intfQueueCountersIs(intf, counters);
@@ -126,7 +128,8 @@ TEST_F(QueuePublishing, TheHistoryHasEachQueueAndTellsOfTooLittleRoomEachTime) {
    IntfQueueCounters record;
    record.present = 1U << 7U | 1U << 16U;
    record.totals[7] = {1, 2, 3};
-   history.queuesAre("Ethernet1", record, 1.0);
+   double keptTime = Silo::unknownSampleTime;
+   history.queuesAre("Ethernet1", record, 1.0, keptTime);
    ASSERT_EQ(samplesOf("Ethernet1").size(), 1U);
    EXPECT_EQ(samplesOf("Ethernet1")[0].values[IntfQueueHistory::field(7, 2)], 3U);
    EXPECT_EQ(samplesOf("Ethernet1 8").size(), 0U);
