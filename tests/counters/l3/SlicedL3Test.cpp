@@ -49,7 +49,7 @@ TEST_F(SlicedL3, AChipThatComesCountsWhatIsThereInTheEnd) {
    makeChip(0, fullChip);
    makeSm();
    addAll(10, 24);
-   U32 enabledWhenReplaced = 0;
+   U32 enabled = 0; // when the chip goes
    amid([&] { addDevice(0); }, {[&] { remove(10); }, [&] { remove(20); }, [&] { add(30); },
                                 [&] { // another VLAN
                                    remove(21);
@@ -64,13 +64,19 @@ TEST_F(SlicedL3, AChipThatComesCountsWhatIsThereInTheEnd) {
    fleet.chipRestart(0, false);
    amid([&] { addDevice(0); }, {[&] { remove(30); },
                                 [&] { // another chip in its place
-                                   enabledWhenReplaced = ingress();
+                                   enabled = ingress();
                                    fleet.chipRestart(0, false);
                                    addDevice(0);
                                 },
                                 [&] { remove(12); }});
-   EXPECT_LT(enabledWhenReplaced, 3 * sm->l3IntfToVid().size()) << "in the middle";
+   EXPECT_LT(enabled, 3 * sm->l3IntfToVid().size()) << "in the middle";
    expectPresentOnly(0);
+   fleet.chipRestart(0, false);
+   amid([&] { addDevice(0); }, {[&] {
+           sm->deleteDevice(0);
+           enabled = ingress();
+        }});
+   EXPECT_EQ(ingress(), enabled);
 }
 
 TEST_F(SlicedL3, ARetryLeavesAloneWhatWasDecidedMeanwhile) {
