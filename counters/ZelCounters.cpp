@@ -252,10 +252,20 @@ void ZelCounters::requestHwCountersPolling() {
    Kiln::ActivityLockAnchor::assertHeld();
    KILN_TRACE(4, "requestHwCountersPolling");
    const auto self = heldSelf();
-   const std::vector<Port>& mine = ports();
+   const std::vector<Port> mine = ports();
    const U64 portsVersion = systemStatus()->portInfoVersion();
+   // In slices: this chip may be stopped meanwhile, also by a watcher of what is published. Several requests or marks make
+   // one, since a look at the clock takes as long as a mark.
+   constexpr std::size_t atOnce = 16;
+   std::size_t made = 0;
+   const auto nextSlice = [&made] {
+      if (++made % atOnce == 0) {
+         Kiln::ActivityLockAnchor::giveWay("requestHwCountersPolling");
+      }
+   };
    for (const Port& port : mine) {
-      // A completion that comes inline may have changed the ports, or have stopped this chip.
+      nextSlice();
+      // A completion may have changed the ports, or have stopped this chip.
       const bool isAsBefore = systemStatus()->portInfoVersion() == portsVersion;
       const ZelSystem::PortRecord record = isAsBefore ? ZelSystem::PortRecord{deviceId(), port.devicePort}
                                                       : systemStatus()->portInfo(port.intf);
@@ -273,16 +283,15 @@ void ZelCounters::requestHwCountersPolling() {
       return;
    }
    tellSilence();
-   // These have no completions of their own: they are only marked due, once a pass, after the ports. In slices: this chip
-   // may be stopped meanwhile, also by a watcher of what is published, and an interface that goes is not marked.
+   // These have no completions of their own: they are only marked due, once a pass, after the ports. An interface that goes
+   // is not marked.
    const Kiln::Ptr<Vex::Counters::CountersSm> countersSm = vexCountersSm();
    const Kiln::Ptr<Vex::SubIntfCountersSm> subIntfCountersSm = context_.vexSubIntfCountersSm;
    if (countersSm && context_.vexCommonSmData) {
-      constexpr std::size_t atOnce = 64; // since a look at the clock takes as long as a mark
-      std::size_t marked = 0;
       for (const Pelt::IntfId& intf : context_.vexCommonSmData->vlanIntf().keys()) {
          countersSm->updateCounters(VexTypes::CounterType::vlanIntf, intf);
-         if (++marked % atOnce == 0 && Kiln::ActivityLockAnchor::giveWay() && isStopped()) {
+         nextSlice();
+         if (isStopped()) {
             return;
          }
       }

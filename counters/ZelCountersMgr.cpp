@@ -570,11 +570,20 @@ void ZelCountersMgrSm::publishInterval(double seconds) {
 // First in a pass, so that what was lost comes with it.
 void ZelCountersMgrSm::mendTables() {
    const Kiln::Ptr<CountersMounts> mounts = mgr_->mounts();
-   const auto mend = [this](const auto& mounted) {
-      if (mgr_ != nullptr && mounted) { // otherwise the tables may be others' already
-         mounted->mend();
-         Kiln::ActivityLockAnchor::giveWay("mendTables");
+   const std::function<bool()> goesOn = [this] {
+      Kiln::ActivityLockAnchor::giveWay("mendTables");
+      return mgr_ != nullptr; // otherwise the tables may be others' already
+   };
+   const auto mend = [&](const auto mounted) {
+      if (mgr_ == nullptr || !mounted) {
+         return;
       }
+      if constexpr (requires { mounted->mend(goesOn); }) {
+         mounted->mend(goesOn);
+      } else {
+         mounted->mend();
+      }
+      goesOn();
    };
    mend(mounts->allIntfCounters());
    mend(mounts->allIntfClearCounters());

@@ -10,10 +10,9 @@ namespace SoftChip {
 // Takes the hardware's words as pairs.
 CounterTable::CounterTable(const CounterTableSpec& spec, unsigned pipes, std::span<U64> hardware)
      : spec_(spec), slots_(slotsOf(spec)), pipes_(pipes), symmetric_(spec.symmetric),
-       hardware_(reinterpret_cast<CounterValue*>(hardware.data()), hardware.size() / 2),
-       software_(hardware_.size()) {
+       hardware_(reinterpret_cast<CounterValue*>(hardware.data()), hardware.size() / 2), software_(pipes) {
    static_assert(sizeof(CounterValue) == 2 * sizeof(U64));
-   stale_.fill(true);
+   restart();
    KILN_ASSERT(hardware.size() == hardwareWords(spec, pipes) && pipes <= stale_.size());
 }
 
@@ -27,62 +26,83 @@ bool CounterTable::askInitialized() {
 
 void CounterTable::restart() {
    symmetric_ = spec_.symmetric;
-   std::fill(software_.begin(), software_.end(), CounterValue{});
+   for (auto& block : software_) {
+      block = std::make_shared<TableValues::Block>(slots_);
+   }
    stale_.fill(true);
 }
 
-CounterValue CounterTable::sum(std::span<const CounterValue> copy, U16 pipe, U32 slot) const {
+// `valueOf` gives what a pipe holds.
+template <class ValueOf>
+CounterValue CounterTable::sum(U16 pipe, ValueOf valueOf) const {
    if (pipe != allPipes) {
-      return copy[pipe * slots() + slot];
+      return valueOf(pipe);
    }
    CounterValue total;
    for (unsigned each = 0; each < pipes_; ++each) {
-      total.packets += copy[each * slots() + slot].packets;
-      total.bytes += copy[each * slots() + slot].bytes;
+      total.packets += valueOf(each).packets;
+      total.bytes += valueOf(each).bytes;
    }
    return total;
 }
 
-void CounterTable::put(std::span<CounterValue> copy, U16 pipe, U32 slot, const CounterValue& value) const {
+template <class ValueOf>
+void CounterTable::put(U16 pipe, const CounterValue& value, ValueOf valueOf) const {
    // So that the sum over the pipes is the value.
    if (pipe == allPipes) {
       for (unsigned each = 1; each < pipes_; ++each) {
-         copy[each * slots() + slot] = {};
+         valueOf(each) = {};
       }
       pipe = 0;
    }
-   copy[pipe * slots() + slot] = {spec_.packets ? value.packets : 0, spec_.bytes ? value.bytes : 0};
+   valueOf(pipe) = {spec_.packets ? value.packets : 0, spec_.bytes ? value.bytes : 0};
+}
+
+CounterValue CounterTable::hardware(U16 pipe, U32 slot) const {
+   return sum(pipe, [&](unsigned each) { return hardware_[each * slots_ + slot]; });
 }
 
 void CounterTable::hardwareIs(U16 pipe, U32 slot, const CounterValue& value) {
-   put(hardware_, pipe, slot, value);
+   put(pipe, value, [&](unsigned each) -> CounterValue& { return hardware_[each * slots_ + slot]; });
    stale_.fill(true);
 }
 
 void CounterTable::sync(U16 pipe) {
    for (unsigned each = 0; each < pipes_; ++each) {
       if ((pipe == each || pipe == allPipes) && stale_[each]) {
-         std::copy_n(hardware_.begin() + each * slots(), slots(), software_.begin() + each * slots());
+         const auto counts = hardware_.subspan(std::size_t{each} * slots_, slots_);
+         if (software_[each].use_count() == 1) {
+            std::ranges::copy(counts, software_[each]->begin());
+         } else {
+            software_[each] = std::make_shared<TableValues::Block>(counts.begin(), counts.end());
+         }
          stale_[each] = false;
       }
    }
 }
 
-void CounterTable::readAll(U16 pipe, std::vector<CounterValue>& into) const {
-   into.resize(slots());
-   if (pipe != allPipes) {
-      std::copy_n(software_.begin() + pipe * slots(), slots(), into.begin());
-      return;
+CounterValue CounterTable::read(U16 pipe, U32 slot) const {
+   return sum(pipe, [&](unsigned each) { return (*software_[each])[slot]; });
+}
+
+TableValues CounterTable::values(U16 pipe) const {
+   TableValues values;
+   const auto first = software_.begin() + (pipe == allPipes ? 0 : pipe);
+   std::copy_n(first, pipe == allPipes ? pipes_ : 1, values.blocks_.begin());
+   return values;
+}
+
+TableValues::Block& CounterTable::ownBlock(unsigned pipe) {
+   if (software_[pipe].use_count() != 1) {
+      software_[pipe] = std::make_shared<TableValues::Block>(*software_[pipe]);
    }
-   for (U32 slot = 0; slot < slots(); ++slot) {
-      into[slot] = sum(software_, allPipes, slot);
-   }
+   return *software_[pipe];
 }
 
 void CounterTable::write(U16 pipe, U32 slot, const CounterValue& value) {
-   put(hardware_, pipe, slot, value);
+   put(pipe, value, [&](unsigned each) -> CounterValue& { return hardware_[each * slots_ + slot]; });
    // The pipe stays as stale as it was: its other slots may still differ.
-   put(software_, pipe, slot, value);
+   put(pipe, value, [&](unsigned each) -> CounterValue& { return ownBlock(each)[slot]; });
 }
 
 } // namespace SoftChip

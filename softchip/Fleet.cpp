@@ -99,16 +99,23 @@ std::vector<Chip*> Fleet::chips() const {
 
 int Fleet::startRead(EntryPoint entryPoint, PipeManager::Kind kind, U32 device, U16 pipe, U32 tableHandle,
                      ZelCountersIntf::ReadBuffer* buffer) {
+   endStartedRead();
    const int status = onChip(entryPoint, static_cast<int>(device), [&](Chip& target) {
-      return target.tables().readAll(kind, tableHandle, pipe, readValues_);
+      return target.tables().readAll(kind, tableHandle, pipe, &readValues_);
    });
-   *buffer = {readValues_.data(), ++readNumber_};
+   *buffer = {&readValues_, readNumber_};
    return status;
+}
+
+void Fleet::endStartedRead() {
+   ++readNumber_;
+   const Lock lock(sdkLock_);
+   readValues_ = {};
 }
 
 int Fleet::endRead(EntryPoint entryPoint) {
    // Even if the end is made to fail: its buffer is of no use after it.
-   ++readNumber_;
+   endStartedRead();
    return faults_.next(entryPoint);
 }
 

@@ -63,11 +63,10 @@ class Fleet {
       if (fault != 0) {
          return fault;
       }
-      if (buffer.table != readValues_.data() || buffer.position != readNumber_ ||
-          slot >= readValues_.size()) {
+      if (buffer.table != &readValues_ || buffer.position != readNumber_ || !readValues_.has(slot)) {
          return statusInvalidArguments;
       }
-      *value = readValues_[slot];
+      *value = readValues_.at(slot);
       return statusOk;
    }
    int endRead(EntryPoint entryPoint);
@@ -87,6 +86,7 @@ class Fleet {
 
  private:
    void deliver(const Completion& completion);
+   void endStartedRead();
    // Under the SDK's lock; null if there is none.
    Chip* chipAt(int device) const {
       const auto place = static_cast<std::size_t>(device); // a negative one is out of range too
@@ -99,8 +99,8 @@ class Fleet {
    U64 nextSerial_ = 1;
    Faults faults_;
    Completions completions_;
-   std::vector<CounterValue> readValues_; // of the started read
-   U64 readNumber_ = 0;                   // of the started read; a buffer with another one is out of date
+   TableValues readValues_; // of the started read
+   U64 readNumber_ = 0;     // of the started read; a buffer with another one is out of date
 };
 
 } // namespace SoftChip

@@ -128,12 +128,12 @@ int PipeManager::read(Kind kind, U32 tableHandle, U16 pipe, U32 slot, CounterVal
    return statusOk;
 }
 
-int PipeManager::readAll(Kind kind, U32 tableHandle, U16 pipe, std::vector<CounterValue>& into) const {
+int PipeManager::readAll(Kind kind, U32 tableHandle, U16 pipe, TableValues* values) const {
    CounterValue first;
    // One read makes all the checks. Every table has a slot 0.
    const int status = read(kind, tableHandle, pipe, 0, &first);
    if (status == statusOk) {
-      find(kind, tableHandle)->readAll(pipe, into);
+      *values = find(kind, tableHandle)->values(pipe);
    }
    return status;
 }

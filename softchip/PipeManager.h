@@ -46,7 +46,7 @@ class PipeManager {
    int checkSync(Kind kind, U32 tableHandle, U16 pipe) const;
    void sync(U32 tableHandle, U16 pipe);
    int read(Kind kind, U32 tableHandle, U16 pipe, U32 slot, CounterValue* value) const;
-   int readAll(Kind kind, U32 tableHandle, U16 pipe, std::vector<CounterValue>& into) const;
+   int readAll(Kind kind, U32 tableHandle, U16 pipe, TableValues* values) const;
    int write(Kind kind, U32 tableHandle, U16 pipe, U32 slot, const CounterValue& value);
 
    // An entry's counter starts from zero, and is set to zero when the entry is deleted.

@@ -83,12 +83,10 @@ const std::vector<ChipAccess::Port>& ChipAccess::ports() {
 }
 
 // What shows go by: the order of numbers need not be that of the interfaces' names.
-std::vector<ChipAccess::Port> ChipAccess::portsByNumber() const {
+std::vector<ChipAccess::Port> ChipAccess::portsByNumber() {
    PortSorter sorter;
-   for (const auto& [intf, record] : systemStatus()->portInfo()) {
-      if (record.devId == deviceId()) {
-         sorter.entryIdIs(record.devicePort, intf);
-      }
+   for (const auto& [intf, devicePort] : ports()) {
+      sorter.entryIdIs(devicePort, intf);
    }
    std::vector<Port> sorted;
    for (const auto& [devicePort, intf] : sorter.entryId()) {

@@ -82,7 +82,7 @@ class ChipAccess : public Kiln::Entity {
    // when some port has changed; the reference is good until the next call after that.
    const std::vector<Port>& ports();
    // The same in the order of their numbers.
-   std::vector<Port> portsByNumber() const;
+   std::vector<Port> portsByNumber();
    // Whether the interface has a port on this chip.
    bool hasPort(const Pelt::IntfId& intf) const;
 

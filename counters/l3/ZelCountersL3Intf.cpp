@@ -394,13 +394,13 @@ void ZelCountersL3IntfSm::RoutedPortCounterSm::readAll() {
    packets_and_bytes rx;
    packets_and_bytes tx;
    for (const Pelt::IntfId& intf : intfs) {
+      giveWay(); // before the first one, too: looking up so many interfaces took long
       if (l3IntfSm_ == nullptr) {
          return;
       }
       if (const Bridging::VlanId* const vlan = l3IntfSm_->l3IntfToVid().find(intf)) {
          guarded("reading an L3 interface", [&] { l3IntfSm_->readIntf(intf, *vlan, &rx, &tx, nullptr); });
       }
-      giveWay();
    }
    intfs_ = std::move(intfs);
 }

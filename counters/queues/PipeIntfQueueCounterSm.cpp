@@ -231,10 +231,11 @@ U32 PipeIntfQueueCounterSm::tableHandle() const {
 // Gathered before anything is handed over, since that may change the ports.
 PipeIntfQueueCounterSm::Ports PipeIntfQueueCounterSm::ports() const {
    Ports ports;
-   for (const auto& [intf, record] : parent_->chip().systemStatus()->portInfo()) {
-      if (record.devId == parent_->chip().deviceId() && record.pipe() == pipe_) {
-         const unsigned queues = queuesOfPort(record.pipePort()); // also asserts that the index has a place
-         ports.list[ports.count++] = {intf, record.devicePort, record.pipePort(), queues};
+   for (const auto& [intf, devicePort] : parent_->chip().ports()) {
+      if (ZlPort::pipeOf(devicePort) == pipe_) {
+         const auto pipePort = static_cast<U8>(ZlPort::slotOf(devicePort));
+         const unsigned queues = queuesOfPort(pipePort); // also asserts that the index has a place
+         ports.list[ports.count++] = {intf, devicePort, pipePort, queues};
       }
    }
    return ports;

@@ -16,8 +16,14 @@ ChipTables::ChipTables(const Silo::Store& store, const Options& options)
        agentHealth_(store, TableName::agentHealth, {}, options.ofChips), agentVersion_(options.agentVersion) {
 }
 
-void ChipTables::mend() {
-   forEach([](auto& table) { table.mend(); });
+void ChipTables::mend(const std::function<bool()>& goesOn) {
+   bool isOver = false;
+   forEach([&](auto& table) {
+      if (!isOver) {
+         table.mend();
+         isOver = !goesOn();
+      }
+   });
 }
 
 void ChipTables::keep() {

@@ -5,6 +5,8 @@
 #include "silo/Table.h"
 #include "vex/PublishedChip.h"
 
+#include <functional>
+
 namespace Vex {
 
 // Mounted as one. This process is their one writer. Activity thread. Errors are Table's.
@@ -28,8 +30,8 @@ class ChipTables : public Kiln::PtrInterface {
    Silo::Table<Silo::Interface::AgentHealth>& agentHealth() { return agentHealth_; }
    const Kiln::String& agentVersion() const { return agentVersion_; }
 
-   // With each polling pass: see Table.
-   void mend();
+   // With each polling pass: see Table. Asks between two tables whether to go on.
+   void mend(const std::function<bool()>& goesOn);
    void keep();
    // Seconds between two polling passes, with which places and health come; and between two sync passes.
    void pollingIntervalIs(double seconds);

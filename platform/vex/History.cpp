@@ -161,10 +161,12 @@ void History::pollingIntervalIs(double seconds) {
    queues_.pollingIntervalIs(queueInterval(seconds), spacingFor(queueInterval(seconds), seconds));
 }
 
-void History::mend() {
+void History::mend(const std::function<bool()>& goesOn) {
    isTold_ = std::exchange(isRefused_, false) && isTold_;
    ports_.mend();
-   queues_.mend();
+   if (goesOn()) {
+      queues_.mend();
+   }
 }
 
 void History::keep() {

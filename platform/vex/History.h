@@ -8,6 +8,8 @@
 #include "vex/PublishedRecords.h"
 #include "zel/Pelt.h"
 
+#include <functional>
+
 namespace Vex {
 
 // Of all queues of an interface, as they were read last.
@@ -47,7 +49,8 @@ class History : public Kiln::PtrInterface {
    void pollingIntervalIs(double seconds);
    // Between two readings of a queue.
    void queueIntervalIs(double seconds) { queueInterval_ = seconds; }
-   void mend();
+   // With each polling pass. Asks between its tables whether to go on.
+   void mend(const std::function<bool()>& goesOn = [] { return true; });
    void keep();
 
  private:

@@ -9,6 +9,8 @@
 #include "vex/PublishedRecords.h"
 #include "zel/Pelt.h"
 
+#include <functional>
+
 namespace Silo {
 
 // A table of records by interface, as the framework shares it. Activity thread. Errors are Table's.
@@ -59,9 +61,12 @@ class AllVlanIntfCounters : public IntfTable<L3IntfCounters> {
                        const TableOptions& options);
 
    Table<L3IntfCounters>& clearTable() { return clearTable_; }
-   void mend() {
+   // Asks between the two whether to go on.
+   void mend(const std::function<bool()>& goesOn) {
       IntfTable::mend();
-      clearTable_.mend();
+      if (goesOn()) {
+         clearTable_.mend();
+      }
    }
 
  private:

@@ -211,6 +211,9 @@ TEST_F(Tables, AStartedReadKeepsItsValuesAndEndsTheOneBefore) {
    p4_pd_counter_value value{};
    ASSERT_EQ(counterReadIndirectStart(sess_hdl, 0, allPipes, handleOf("both"), &first), 0U);
    ASSERT_EQ(counterWriteIndirect(sess_hdl, 0, allPipes, handleOf("both"), 9, {3, 4}), 0U);
+   chip->tableEntryIs("both", allPipes, 9, {5, 6});
+   sync("both", allPipes);
+   EXPECT_EQ(read("both", allPipes, 9), (CounterValue{5, 6}));
    ASSERT_EQ(counterReadIndirectMain(sess_hdl, 0, allPipes, handleOf("both"), 9, &first, &value), 0U);
    EXPECT_EQ(value.packets, 1U);
    EXPECT_EQ(value.bytes, 2U);
