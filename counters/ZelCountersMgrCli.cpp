@@ -45,33 +45,28 @@ Kiln::String ZelCountersMgrCli::chipChoices() const {
    return names.empty() ? "no chip is up yet" : "expected " + Kiln::choices(names);
 }
 
-// The interfaces that commands take, until visit returns false: those with a port, and those that lost it and still have
-// counts. These may be of several chips, and come as often.
-template <class Visit>
-void ZelCountersMgrCli::forEachKnownInterface(Visit visit) const {
+// The interfaces that commands take: those with a port, and those that lost it and still have counts. Each once, in natural
+// order.
+std::vector<Pelt::IntfId> ZelCountersMgrCli::knownInterfaces() const {
    const auto& ports = mgr_->systemStatus()->portInfo();
+   std::set<Pelt::IntfId> known;
    for (const auto& [intf, record] : ports) {
-      if (!visit(intf)) {
-         return;
-      }
+      known.insert(known.end(), intf); // they mostly come in order
    }
    for (const auto& [devId, chip] : mgr_->zelCounters()) {
       for (const auto& [intf, counters] : chip->macCountersLast()) {
-         if (!ports.contains(intf) && !visit(intf)) {
-            return;
+         if (!ports.contains(intf)) {
+            known.insert(intf);
          }
       }
    }
+   return {known.begin(), known.end()};
 }
 
-// Each once, in natural order.
-std::vector<Pelt::IntfId> ZelCountersMgrCli::knownInterfaces() const {
-   std::set<Pelt::IntfId> known;
-   forEachKnownInterface([&](const Pelt::IntfId& intf) {
-      known.insert(known.end(), intf); // ports mostly come in order
-      return true;
-   });
-   return {known.begin(), known.end()};
+bool ZelCountersMgrCli::isKnown(const Pelt::IntfId& intf) const {
+   return mgr_->systemStatus()->portInfo().contains(intf) ||
+          std::ranges::any_of(chipsInDeviceOrder(),
+                              [&](const auto& chip) { return chip->macCountersLast().contains(intf); });
 }
 
 std::vector<Kiln::String> ZelCountersMgrCli::interfaceNames(const std::optional<Kiln::String>& chip) const {
@@ -131,18 +126,11 @@ ZelCountersMgrCli::Chips ZelCountersMgrCli::ownersOf(const Pelt::IntfId& intf) c
 Kiln::String ZelCountersMgrCli::selectInterfaces(const ZelCountersCommand& command, const Chips& chips,
                                                  const ChipArguments& arguments,
                                                  std::vector<Target>* targets) const {
-   // Compared as text: making an interface id interns its name for ever, and what is typed may be anything. A whole name is
-   // that interface, whatever the others are called.
-   std::vector<Pelt::IntfId> known;
-   forEachKnownInterface([&](const Pelt::IntfId& intf) {
-      if (intf.text() == *command.intf) {
-         known = {intf};
-      }
-      return known.empty();
-   });
-   if (known.empty()) {
-      known = knownInterfaces();
-   }
+   // Making an interface id of what is typed, which may be anything, would intern it for ever. A whole name is that interface,
+   // whatever the others are called.
+   const Pelt::IntfId named{Kiln::Name::known(*command.intf)};
+   const std::vector<Pelt::IntfId> known =
+        isKnown(named) ? std::vector<Pelt::IntfId>{named} : knownInterfaces();
    std::vector<Kiln::String> names;
    std::ranges::transform(known, std::back_inserter(names), &Pelt::IntfId::text);
    const Kiln::NameChoice choice = Kiln::chooseNames(*command.intf, names);

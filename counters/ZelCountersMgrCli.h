@@ -78,9 +78,8 @@ class ZelCountersMgrCli {
 
    Chips chipsInDeviceOrder() const;
    Chips chipsOf(const std::optional<Kiln::String>& name) const;
-   template <class Visit>
-   void forEachKnownInterface(Visit visit) const;
    std::vector<Pelt::IntfId> knownInterfaces() const;
+   bool isKnown(const Pelt::IntfId& intf) const;
    Kiln::String selectInterfaces(const ZelCountersCommand& command, const Chips& chips,
                                  const ChipArguments& arguments, std::vector<Target>* targets) const;
    Chips ownersOf(const Pelt::IntfId& intf) const;

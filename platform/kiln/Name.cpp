@@ -21,19 +21,22 @@ Name::Table& Name::table() {
    return *table;
 }
 
-Name::Name(std::string_view text) {
-   if (text.empty()) {
+Name Name::known(std::string_view text) {
+   Name name;
+   Table& all = table();
+   const std::shared_lock lock(all.mutex);
+   if (const auto found = all.index.find(text); found != all.index.end()) {
+      name.entry_ = found->second;
+   }
+   return name;
+}
+
+// Nearly every text is known already, and then threads need not wait for each other.
+Name::Name(std::string_view text) : Name(known(text)) {
+   if (text.empty() || !empty()) {
       return;
    }
    Table& all = table();
-   {
-      // Nearly every text is known already, and then threads need not wait for each other.
-      const std::shared_lock lock(all.mutex);
-      if (const auto found = all.index.find(text); found != all.index.end()) {
-         entry_ = found->second;
-         return;
-      }
-   }
    const std::unique_lock lock(all.mutex);
    // Once more: another thread may have added it between the two locks.
    if (const auto found = all.index.find(text); found != all.index.end()) {

@@ -17,6 +17,8 @@ class Name {
    Name(std::string_view text);
    Name(const String& text) : Name(std::string_view(text)) {}
    Name(const char* text) : Name(std::string_view(text)) {}
+   // That of a text that is a name already, or the empty one: for what anybody may have typed. Any thread.
+   static Name known(std::string_view text);
 
    // Valid for the life of the process. Any thread.
    const String& text() const noexcept;

@@ -81,9 +81,11 @@ bool Mapping::copyFromFile(std::size_t offset, void* to, std::size_t size) const
 }
 
 void Mapping::grow(std::size_t size) {
+   // Only what is missing: the system looks at each page that it is asked for, also at those that are there.
+   const std::size_t begin = fileSize() < allocated_ || size <= allocated_ ? 0 : allocated_;
    int error;
    do {
-      error = posix_fallocate(descriptor_, 0, static_cast<off_t>(size));
+      error = posix_fallocate(descriptor_, static_cast<off_t>(begin), static_cast<off_t>(size - begin));
    } while (error == EINTR);
    if (error != 0) {
       throwError(error, "allocate");
@@ -92,6 +94,7 @@ void Mapping::grow(std::size_t size) {
    std::byte* const former = data_;
    const std::size_t formerSize = size_;
    map(size);
+   allocated_ = size;
    if (former != nullptr) {
       munmap(former, formerSize);
    }
@@ -110,6 +113,7 @@ void Mapping::modeIs(mode_t mode) {
 
 void Mapping::remap() {
    unmap();
+   allocated_ = 0;
    map(fileSize());
 }
 
@@ -125,6 +129,7 @@ void Mapping::swap(Mapping& other) noexcept {
    std::swap(isNamed_, other.isNamed_);
    std::swap(data_, other.data_);
    std::swap(size_, other.size_);
+   std::swap(allocated_, other.allocated_);
    std::swap(guard_, other.guard_);
 }
 

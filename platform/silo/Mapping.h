@@ -68,6 +68,7 @@ class Mapping {
    bool isNamed_ = true;
    std::byte* data_ = nullptr;
    std::size_t size_ = 0;
+   std::size_t allocated_ = 0; // by grow(), from the file's begin
    Kiln::GuardedMapping guard_;
 };
 
