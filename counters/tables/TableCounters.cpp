@@ -227,21 +227,23 @@ void TableCounters::showDirectTable(ShowOutput& out, const ZlTableCounter* info,
    }
    const std::vector<TableView::Column> columns = directColumns(*info);
    out.tableBegin({tableTitle(*info, pipeId), columns, TableLayout::directTable});
-   const U32 status = directRows(out, *info, pipeId, nonZeroOnly, slices);
-   chip().readings().attempted({ReadingKey::Kind::tableCopy, info->tableHandle, pipeId},
-                               static_cast<int>(status));
-   out.reading(toldTable(*info, pipeId, clears_.last(info->tableHandle, pipeId)));
-   out.tableEnd(status == 0);
+   const Shown shown = directRows(out, *info, pipeId, nonZeroOnly, slices);
+   out.reading(shown.told);
+   out.tableEnd(shown.status == 0);
 }
 
-// Block after block; the rows of one are copies. The status of the last step.
+// Block after block; the rows of one are copies. Who gets in while they are written may clear: what is told is of the moment
+// of the last read.
 template <class Read, class WriteRow>
-U32 TableCounters::rows(ShowOutput& out, const ZlTableCounter& info, ZelId::ZelPipeId pipeId,
-                        bool nonZeroOnly, Slices& slices, Read read, WriteRow writeRow) const {
+TableCounters::Shown TableCounters::rows(ShowOutput& out, const ZlTableCounter& info, ZelId::ZelPipeId pipeId,
+                                         bool nonZeroOnly, Slices& slices, Read read,
+                                         WriteRow writeRow) const {
    const Moment first = momentOf(info, pipeId);
    Block block;
+   ToldReading told;
    do {
       read(&block);
+      told = toldTable(info, pipeId, clears_.last(info.tableHandle, pipeId));
       tellChanges(out, info, pipeId, first);
       for (std::size_t i = 0; i < block.values.size() && out.ok(); ++i) {
          if (!nonZeroOnly || !isZero(info, block.values[i])) {
@@ -253,19 +255,22 @@ U32 TableCounters::rows(ShowOutput& out, const ZlTableCounter& info, ZelId::ZelP
       }
       tellError(out, block);
    } while (!block.isLast && block.status == 0 && out.ok() && slices.next());
-   return block.status;
+   return {block.status, told};
 }
 
-U32 TableCounters::directRows(ShowOutput& out, const ZlTableCounter& info, ZelId::ZelPipeId pipeId,
-                              bool nonZeroOnly, Slices& slices) const {
+TableCounters::Shown TableCounters::directRows(ShowOutput& out, const ZlTableCounter& info,
+                                               ZelId::ZelPipeId pipeId, bool nonZeroOnly,
+                                               Slices& slices) const {
    MatchEntries entries(chip(), pipeId, info.tableHandle);
-   const U32 status = rows(
+   const Shown shown = rows(
         out, info, pipeId, nonZeroOnly, slices,
         [&](Block* block) {
            if (slices.wasAway()) {
               entries.handleAway();
            }
            readDirect(entries, info, pipeId, block);
+           chip().readings().attempted({ReadingKey::Kind::tableCopy, info.tableHandle, pipeId},
+                                       static_cast<int>(block->status));
         },
         [&](const Block& block, std::size_t i) {
            out.row(directCells(info, block.details[i], block.values[i]));
@@ -273,7 +278,7 @@ U32 TableCounters::directRows(ShowOutput& out, const ZlTableCounter& info, ZelId
    if (entries.hasLost()) {
       out.changed("Entries of " + tableText(info, pipeId) + " went while it was shown");
    }
-   return status;
+   return shown;
 }
 
 // With what the entries match: later they may be gone, and their handles used again.
@@ -313,18 +318,18 @@ void TableCounters::readDirect(MatchEntries& entries, const ZlTableCounter& info
 void TableCounters::showIndirectTable(ShowOutput& out, const ZlTableCounter& info, ZelId::ZelPipeId pipeId,
                                       bool nonZeroOnly, Slices& slices) {
    out.tableBegin({tableTitle(info, pipeId), indirectColumns, TableLayout::indirectTable});
-   indirectRows(out, info, pipeId, nonZeroOnly, slices);
-   out.reading(toldTable(info, pipeId, clears_.last(info.tableHandle, pipeId)));
+   out.reading(indirectRows(out, info, pipeId, nonZeroOnly, slices).told);
    out.tableEnd();
 }
 
-void TableCounters::indirectRows(ShowOutput& out, const ZlTableCounter& info, ZelId::ZelPipeId pipeId,
-                                 bool nonZeroOnly, Slices& slices) const {
+TableCounters::Shown TableCounters::indirectRows(ShowOutput& out, const ZlTableCounter& info,
+                                                 ZelId::ZelPipeId pipeId, bool nonZeroOnly,
+                                                 Slices& slices) const {
    constexpr TableView::Unsupported notCounted;
    // One for all rows, since there may be tens of thousands: a column that isn't counted stays as it is.
    std::array<TableView::Cell, std::size(indirectColumns)> cells{U64{0}, notCounted, notCounted};
    U32 next = 0;
-   rows(
+   const Shown shown = rows(
         out, info, pipeId, nonZeroOnly, slices,
         [&](Block* block) {
            readIndirect(info, pipeId, next, block);
@@ -341,6 +346,7 @@ void TableCounters::indirectRows(ShowOutput& out, const ZlTableCounter& info, Ze
            out.row(cells);
         });
    KILN_TRACE(8, "Show table counters complete");
+   return shown;
 }
 
 void TableCounters::readIndirect(const ZlTableCounter& info, ZelId::ZelPipeId pipeId, U32 first,

@@ -67,13 +67,17 @@ class TableCounters : public ChipView {
                         Slices& slices);
    void showIndirectTable(ShowOutput& out, const Info& info, ZelId::ZelPipeId pipeId, bool nonZeroOnly,
                           Slices& slices);
+   struct Shown {
+      U32 status;       // of the last step
+      ToldReading told; // as its rows were read
+   };
    template <class Read, class WriteRow>
-   U32 rows(ShowOutput& out, const Info& info, ZelId::ZelPipeId pipeId, bool nonZeroOnly, Slices& slices,
-            Read read, WriteRow writeRow) const;
-   U32 directRows(ShowOutput& out, const Info& info, ZelId::ZelPipeId pipeId, bool nonZeroOnly,
-                  Slices& slices) const;
-   void indirectRows(ShowOutput& out, const Info& info, ZelId::ZelPipeId pipeId, bool nonZeroOnly,
-                     Slices& slices) const;
+   Shown rows(ShowOutput& out, const Info& info, ZelId::ZelPipeId pipeId, bool nonZeroOnly, Slices& slices,
+              Read read, WriteRow writeRow) const;
+   Shown directRows(ShowOutput& out, const Info& info, ZelId::ZelPipeId pipeId, bool nonZeroOnly,
+                    Slices& slices) const;
+   Shown indirectRows(ShowOutput& out, const Info& info, ZelId::ZelPipeId pipeId, bool nonZeroOnly,
+                      Slices& slices) const;
    void readDirect(MatchEntries& entries, const Info& info, ZelId::ZelPipeId pipeId, Block* block) const;
    void readIndirect(const Info& info, ZelId::ZelPipeId pipeId, U32 first, Block* block) const;
    static void tellError(ShowOutput& out, const Block& block);

@@ -151,8 +151,8 @@ class CommandChannel::Client : public Kiln::ActivityManager::Descriptor {
       timeout_.timeMinIs(Kiln::System::currentTime() + channel->limits_.lineTimeout);
    }
 
-   // Bytes of text that the client has yet to take.
-   std::size_t waitingBytes() const { return answerSize() - sent_; }
+   // Bytes of text that the client has yet to take, as far as its command has come.
+   std::size_t waitingBytes() const { return !answering_ && spool_ ? spool_->size() : answerSize() - sent_; }
 
    void onReady(bool /*readable*/, bool /*writable*/) override {
       if (answering_) {

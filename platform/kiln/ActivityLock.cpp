@@ -133,11 +133,20 @@ bool ActivityLockAnchor::giveWay(const char* who) {
    if (!isSliceOver()) {
       return false;
    }
+   const bool hasMore = newestMeanwhile != nullptr;
+   bool wasAway = beginAnew(hasMore ? "the loop" : who);
+   if (hasMore) {
+      wasAway = doMeanwhile() || wasAway;
+      wasAway = beginAnew(who) || wasAway;
+   }
+   return wasAway;
+}
+
+bool ActivityLockAnchor::beginAnew(const char* who) {
    const U64 ownHold = takenCount;
    release();
    acquire(who);
-   const bool wasAway = takenCount != ownHold + 1;
-   return doMeanwhile() || wasAway;
+   return takenCount != ownHold + 1;
 }
 
 ActivityLockAnchor::Meanwhile::Meanwhile(std::function<bool()> work)
@@ -148,9 +157,6 @@ ActivityLockAnchor::Meanwhile::~Meanwhile() {
 }
 
 bool ActivityLockAnchor::doMeanwhile() {
-   if (newestMeanwhile == nullptr) {
-      return false;
-   }
    struct Pause {
       Meanwhile* of = std::exchange(newestMeanwhile, nullptr);
       Pause() = default;

@@ -113,6 +113,7 @@ class ActivityLockAnchor {
    };
 
    static unsigned heldDepth() noexcept;
+   static bool beginAnew(const char* who);
    static bool doMeanwhile();
    static void acquire(const char* who);
    static void release() noexcept;

@@ -35,35 +35,37 @@ struct Alarm : Clock::Notifiee {
 
 } // namespace
 
-// What a handler does for descriptors while it gives way: so that a short command does not wait for a long one, or for a
-// long pass. What is served may take long itself. Then the handler goes on for as long as that took, but not for longer
-// than a short command can wait.
+// Made for one handler: what it does for descriptors while it gives way, so that a short command does not wait for a long
+// one, or for a long pass. What is served may be long, too, and come without end: it gets as much time as the handler had
+// itself, and a credit, within which short ones don't wait.
 class ActivityManager::Others {
  public:
    explicit Others(ActivityManager& manager) : manager_(manager) {}
 
  private:
-   static constexpr double longestTurn = ActivityLockAnchor::defaultSlice; // seconds, as the next
-   static constexpr double longestPause = 2e-3;
+   static constexpr double longestTurn = ActivityLockAnchor::defaultSlice; // seconds, as all here
+   static constexpr double credit = 0.05;
 
    bool serve() {
       const double begin = System::monotonicTime();
-      if (begin < next_ || manager_.isStopping()) {
+      const double own = begin - begin_ - given_;
+      if (given_ > own + credit) {
          return false;
       }
-      // A client that connects has a line next, and soon an answer to take.
       bool isAny = false;
       double took = 0;
+      // A client that connects has a line next, and soon an answer to take.
       while (took < longestTurn && manager_.serveMeanwhile()) {
          isAny = true;
          took = System::monotonicTime() - begin;
       }
-      next_ = begin + took + std::min(took, longestPause);
+      given_ += took;
       return isAny;
    }
 
    ActivityManager& manager_;
-   double next_ = 0; // on the machine's clock
+   const double begin_ = System::monotonicTime();
+   double given_ = 0;
    const ActivityLockAnchor::Meanwhile meanwhile_{[this] { return serve(); }};
 };
 
@@ -147,7 +149,11 @@ bool ActivityManager::runOne(double time, U64 sequenceLimit) {
 void ActivityManager::runDue() {
    const double now = System::currentTime();
    const U64 limit = clock_->nextSequence();
-   while (!stopping_.load() && runOne(now, limit)) {
+   const auto runNext = [&] {
+      const Others others(*this);
+      return runOne(now, limit);
+   };
+   while (!stopping_.load() && runNext()) {
       ActivityLockAnchor::giveWay("the loop");
    }
 }
@@ -169,7 +175,7 @@ ActivityManager::Awaited ActivityManager::awaited(bool isMeanwhile) const {
 
 bool ActivityManager::serveReady(const Awaited& awaited) {
    bool isAny = false;
-   for (std::size_t i = 0; i < awaited.descriptors.size(); ++i) {
+   for (std::size_t i = 0; i < awaited.descriptors.size() && !stopping_.load(); ++i) {
       if (awaited.polled[i].revents != 0) {
          isAny = true;
          serve(awaited.descriptors[i], awaited.polled[i].fd, awaited.polled[i].revents);
@@ -180,10 +186,6 @@ bool ActivityManager::serveReady(const Awaited& awaited) {
 }
 
 bool ActivityManager::serveMeanwhile() {
-   Awaited ready = awaited(true);
-   if (poll(ready.polled.data(), ready.polled.size(), 0) <= 0) {
-      return false;
-   }
    struct Within {
       unsigned& count;
       explicit Within(unsigned& all) : count(all) { ++count; }
@@ -191,11 +193,12 @@ bool ActivityManager::serveMeanwhile() {
       Within& operator=(const Within&) = delete;
       ~Within() { --count; }
    } const within(within_);
-   std::optional<Others> others;
-   if (within_ < mostWithin) {
-      others.emplace(*this);
+   try {
+      Awaited ready = awaited(true);
+      return poll(ready.polled.data(), ready.polled.size(), 0) > 0 && serveReady(ready);
+   } catch (const std::bad_alloc&) { // then they wait
+      return false;
    }
-   return serveReady(ready);
 }
 
 void ActivityManager::sleep() {
@@ -233,6 +236,10 @@ void ActivityManager::serve(Descriptor* descriptor, int fd, int events) {
       return;
    }
    try {
+      std::optional<Others> others;
+      if (within_ < mostWithin) {
+         others.emplace(*this);
+      }
       descriptor->onReady(readable, writable);
    } catch (const std::exception& error) {
       KILN_RINGLOG("descriptor handler failed: " << error.what());
@@ -247,7 +254,6 @@ void ActivityManager::run() {
 
 void ActivityManager::runUntil(const std::function<bool()>& isOver) {
    const auto lock = ActivityLockAnchor::lock();
-   const Others others(*this);
    const auto isToEnd = [&] { return stopping_.load() || isOver(); };
    while (!isToEnd()) {
       runDue();

@@ -137,6 +137,14 @@ TEST_F(SlicedCommands, SyncsAndClearsOfWhatIsShownAreTold) {
    waiter.reset();
    StubSdk::sdk().onEntry = {};
    EXPECT_THAT(run({"show", "table", "tested"}), Not(HasSubstr("while"))) << "it is not cleared any more";
+
+   StubSdk::sdk().inlineDefault = true;
+   addChipWith(4, makeTable("later", handle, 1000, false, packetsOnly));
+   atEntry(
+        999, [&] { mgr->zelCounters(4)->clearTableCounters(0, 2, ZelId::ZelPipeId::allPipes()); }, 4);
+   EXPECT_THAT(run({"show", "table", "later", "json"}), HasSubstr("\"cleared-by\":null"))
+        << "its values were read before the clear";
+   EXPECT_THAT(run({"show", "table", "later", "json"}), Not(HasSubstr("\"cleared-by\":null")));
 }
 
 TEST_F(SlicedCommands, EntriesThatGoTakeNoOthersAlong) {
