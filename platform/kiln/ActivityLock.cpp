@@ -4,6 +4,7 @@
 #include "kiln/Time.h"
 
 #include <algorithm>
+#include <atomic>
 #include <condition_variable>
 #include <mutex>
 #include <utility>
@@ -60,12 +61,13 @@ thread_local constinit unsigned depthOfThisThread = 0;
 
 thread_local constinit ActivityLockAnchor::Meanwhile* newestMeanwhile = nullptr;
 
+std::atomic<double> sliceLength = ActivityLockAnchor::defaultSlice; // seconds
+
 // Of the present hold, and the end of the one before. Under the lock.
 const char* currentHolder = "";
 double holdBegin = 0;
 double lastEnd = 0;
 U64 takenCount = 0;
-double slice = ActivityLockAnchor::defaultSlice;
 ActivityLockAnchor::Statistics figures;
 
 void note(double hold) {
@@ -125,8 +127,12 @@ void ActivityLockAnchor::release() noexcept {
 
 // In simulated time a run must not depend on how fast the machine is.
 bool ActivityLockAnchor::isSliceOver() noexcept {
-   return heldDepth() == 1 && (slice == 0 || (!System::timeSource()->isSimulated() &&
-                                              System::monotonicTime() - holdBegin >= slice));
+   if (heldDepth() != 1) {
+      return false;
+   }
+   const double slice = sliceLength.load(std::memory_order_relaxed);
+   return slice == 0 ||
+          (!System::timeSource()->isSimulated() && System::monotonicTime() - holdBegin >= slice);
 }
 
 bool ActivityLockAnchor::giveWay(const char* who) {
@@ -168,7 +174,7 @@ bool ActivityLockAnchor::doMeanwhile() {
 }
 
 void ActivityLockAnchor::sliceIs(double seconds) noexcept {
-   slice = seconds;
+   sliceLength.store(seconds, std::memory_order_relaxed);
 }
 
 } // namespace Kiln
