@@ -262,7 +262,7 @@ TableCounters::Shown TableCounters::directRows(ShowOutput& out, const ZlTableCou
                                                ZelId::ZelPipeId pipeId, bool nonZeroOnly,
                                                Slices& slices) const {
    MatchEntries entries(chip(), pipeId, info.tableHandle);
-   const Shown shown = rows(
+   Shown shown = rows(
         out, info, pipeId, nonZeroOnly, slices,
         [&](Block* block) {
            if (slices.wasAway()) {
@@ -329,7 +329,7 @@ TableCounters::Shown TableCounters::indirectRows(ShowOutput& out, const ZlTableC
    // One for all rows, since there may be tens of thousands: a column that isn't counted stays as it is.
    std::array<TableView::Cell, std::size(indirectColumns)> cells{U64{0}, notCounted, notCounted};
    U32 next = 0;
-   const Shown shown = rows(
+   Shown shown = rows(
         out, info, pipeId, nonZeroOnly, slices,
         [&](Block* block) {
            readIndirect(info, pipeId, next, block);
