@@ -26,7 +26,8 @@ class ActivityManager : public PtrInterface {
       int fd() const { return fd_; }
       // What to wait for. Under the activity lock, from any thread: the sleeping loop wakes.
       void wantsIs(bool readable, bool writable);
-      // Whether it is served in the middle of a handler that gives way, too: of its own, unless it wants nothing meanwhile. Not at first.
+      // Whether it is served in the middle of a handler that gives way, too: of its own, unless it wants nothing
+      // meanwhile. Not at first.
       void servedMeanwhileIs(bool served) { servedMeanwhile_ = served; }
       // Says which of the wanted events are there; hang-up and error count as both. May destroy this object.
       virtual void onReady(bool readable, bool writable) = 0;
@@ -50,7 +51,8 @@ class ActivityManager : public PtrInterface {
    const Ptr<Clock>& clock() const { return clock_; }
 
    // Real time: runs clocks and descriptors until stop(). Holds the activity lock, but not while it sleeps, and gives way
-   // between two handlers. While a handler gives way, descriptors that are for it are served in its middle. When a handler throws, the exception goes to the ring log and the loop goes on.
+   // between two handlers. While a handler gives way, descriptors that are for it are served in its middle. When a handler
+   // throws, the exception goes to the ring log and the loop goes on.
    void run();
    // The same, but also ends when `isOver`, which is asked after each turn, says so.
    void runUntil(const std::function<bool()>& isOver);
