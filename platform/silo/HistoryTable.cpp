@@ -149,7 +149,7 @@ void HistoryTable::carryOver(const Mapping& old, const HistoryGeometry& from) {
 }
 
 void HistoryTable::adopt() {
-   rings_.assign(state_.capacity, Ring{.place = 1 % geometry_.depth});
+   rings_.assign(state_.capacity, unusedRing(isNew_));
    for (RingIndex i = 0; i < state_.capacity; ++i) {
       const Key key = head(i).key();
       // A ring without a key, or with one that another ring has, was damaged: whoever comes next has it.
@@ -227,30 +227,32 @@ HistoryTable::RingIndex HistoryTable::ringFor(const Key& key, double time) {
       index_.erase(i);
    }
    head(i).begin();
-   for (std::size_t s = 0; s < geometry_.depth; ++s) {
+   // The system zeroes memory when it is first touched: that of blank rings a page at a time, as samples come.
+   for (std::size_t s = 0; s < geometry_.depth && !rings_[i].isBlank; ++s) {
       sample(i, s).clear();
    }
    head(i).keyIs(key);
    index_.insert(key, i);
+   noneBefore_ = std::min(noneBefore_, time);
    // Numbers go on: none comes twice in a ring.
    rings_[i] = {.last = rings_[i].last, .place = rings_[i].place};
    return i;
 }
 
 HistoryTable::RingIndex HistoryTable::ringToTake(double time) {
-   const RingIndex silent = longestSilent();
-   const double silence = silent == KeyIndex::none ? 0 : time - rings_[silent].lastTime;
-   if (silence > static_cast<double>(geometry_.depth) * options_.pollingInterval) {
-      return silent;
+   const RingIndex past = silentRing(time, static_cast<double>(geometry_.depth) * options_.pollingInterval);
+   if (past != KeyIndex::none) {
+      return past;
    }
    if (nextUnused_ == rings_.size() && rings_.size() < options_.maxRings && noRoom_.empty()) {
-      // By one bank only: the system zeroes what it gives while the activity lock is held.
+      // By one bank only: the activity lock is held while the system looks for memory.
       growTo(std::min(options_.maxRings, HistoryGeometry::wholeBanks(rings_.size() + firstRings)));
    }
    if (nextUnused_ < rings_.size()) {
       return nextUnused_++;
    }
-   if (silence > silentAfter * options_.pollingInterval) {
+   const RingIndex silent = silentRing(time, silentAfter * options_.pollingInterval);
+   if (silent != KeyIndex::none) {
       return silent;
    }
    if (!noRoom_.empty()) {
@@ -260,15 +262,23 @@ HistoryTable::RingIndex HistoryTable::ringToTake(double time) {
                        std::to_string(rings_.size()) + " keys");
 }
 
-// None if no ring was ever given away.
-HistoryTable::RingIndex HistoryTable::longestSilent() const {
+// The ring that is silent for longest, if that is long enough. Many keys may come at once, when none is, so rings are
+// looked through only once one may be found.
+HistoryTable::RingIndex HistoryTable::silentRing(double time, double forLongerThan) {
    const auto used = rings_.begin() + static_cast<std::ptrdiff_t>(nextUnused_);
+   if (time - noneBefore_ <= forLongerThan || used == rings_.begin()) {
+      return KeyIndex::none;
+   }
    const auto found = std::ranges::min_element(rings_.begin(), used, {}, &Ring::lastTime);
-   return found == used ? KeyIndex::none : static_cast<RingIndex>(found - rings_.begin());
+   noneBefore_ = found->lastTime;
+   return time - noneBefore_ > forLongerThan ? static_cast<RingIndex>(found - rings_.begin())
+                                             : KeyIndex::none;
 }
 
 // In place: rings that were there stay, and readers attach again.
 void HistoryTable::growTo(std::size_t rings) {
+   // A writer that was killed may have left more than it said.
+   const bool isBlank = mapping_.fileSize() <= geometry_.sizeFor(rings_.size());
    try {
       mapping_.grow(geometry_.sizeFor(rings));
    } catch (const std::system_error& error) {
@@ -277,7 +287,7 @@ void HistoryTable::growTo(std::size_t rings) {
                 " keys: " + error.what();
       return;
    }
-   rings_.resize(rings, Ring{.place = 1 % geometry_.depth});
+   rings_.resize(rings, unusedRing(isBlank));
    state_.capacity = rings;
    header().stateIs(state_);
 }

@@ -87,7 +87,7 @@ class HistoryTable {
    void prefetch(RingIndex i) const;
    RingIndex ringFor(const Key& key, double time);
    RingIndex ringToTake(double time);
-   RingIndex longestSilent() const;
+   RingIndex silentRing(double time, double forLongerThan);
    void growTo(std::size_t rings);
    void removeIfNew();
    void report(std::string text, Corruption::Remedy remedy) const;
@@ -98,7 +98,9 @@ class HistoryTable {
       double lastTime = unknownSampleTime;
       HistoryMarks marks{unknownSampleTime,
                          unknownSampleTime}; // of the newest sample; unknown: not this writer's
+      bool isBlank = false;                  // nobody has touched its samples: they are zeros
    };
+   Ring unusedRing(bool isBlank) const { return {.place = 1 % geometry_.depth, .isBlank = isBlank}; }
 
    const Store store_;
    const std::string name_;
@@ -109,9 +111,10 @@ class HistoryTable {
    bool isNew_ = false;      // made by this writer, in place of nothing
    bool isNameLost_ = false; // reported, and not yet made anew
    TableState state_;
-   KeyIndex index_;           // has room for as many rings as there may be
-   std::vector<Ring> rings_;  // as many as there are
-   RingIndex nextUnused_ = 0; // all rings from here on are free
+   KeyIndex index_;                        // has room for as many rings as there may be
+   std::vector<Ring> rings_;               // as many as there are
+   RingIndex nextUnused_ = 0;              // all rings from here on are free
+   double noneBefore_ = unknownSampleTime; // no ring's newest sample is older
    std::size_t nextGuess_ = 0;
    std::string whyBegunAnew_;
    std::string noRoom_; // why the file could not get longer; tried again after the next mend()

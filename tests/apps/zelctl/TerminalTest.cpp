@@ -156,8 +156,10 @@ TEST_F(Terminal, WhatIsLongerThanTheScreenGoesThroughThePager) {
       EXPECT_EQ(before.find("paged:"), String::npos) << before;
       expectEnd(0);
    }
-   // Ctrl-C is the pager's own, and so is the terminal until it ends.
-   run("trap 'echo interrupted' INT; cat; echo waiting; until read -r key </dev/tty; do :; done; echo over",
+   // Ctrl-C is the pager's own, and so is the terminal until it ends. A shell that only read would miss what comes just
+   // before it does.
+   run("trap 'isOver=1' INT; cat; echo waiting; until [ \"$isOver\" ]; do sleep 0.02; done;"
+       "echo interrupted; read -r key </dev/tty; echo over",
        "vlans");
    expect("waiting");
    type("\x03");
