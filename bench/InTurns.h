@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <benchmark/benchmark.h>
 #include <optional>
+#include <type_traits>
 #include <vector>
 
 namespace Bench {
@@ -29,12 +30,16 @@ class Times {
    std::vector<double> seconds_;
 };
 
-// The CPU seconds of one call.
+// The CPU seconds of one call; or what the call itself gives as its seconds.
 template <class Call>
 double timeOf(Call call) {
-   const double begin = cpuSeconds();
-   call();
-   return cpuSeconds() - begin;
+   if constexpr (std::is_same_v<std::invoke_result_t<Call&>, double>) {
+      return call();
+   } else {
+      const double begin = cpuSeconds();
+      call();
+      return cpuSeconds() - begin;
+   }
 }
 
 enum class Caches { hot, cold };
@@ -88,12 +93,13 @@ class InTurns {
    std::optional<ColdMemory> others_;
 };
 
-// Registers NAME(state, Caches) twice: as NAME, and as NAMECold for a machine that did something else meanwhile.
-#define ZEL_BENCH_HOT_AND_COLD(NAME, UNIT)                                                                   \
+// Registers NAME(state, Caches) twice: as NAME, and as NAMECold for a machine that did something else meanwhile. What
+// follows the unit goes for both: ->Arg(1)->Arg(8).
+#define ZEL_BENCH_HOT_AND_COLD(NAME, UNIT, ...)                                                              \
    void NAME##Cold(benchmark::State& state) {                                                                \
       NAME(state, Bench::Caches::cold);                                                                      \
    }                                                                                                         \
-   BENCHMARK_CAPTURE(NAME, hot, Bench::Caches::hot)->Name(#NAME)->UseManualTime()->Unit(UNIT);               \
-   BENCHMARK(NAME##Cold)->Iterations(Bench::coldRounds)->UseManualTime()->Unit(UNIT)
+   BENCHMARK_CAPTURE(NAME, hot, Bench::Caches::hot)->Name(#NAME)->UseManualTime()->Unit(UNIT) __VA_ARGS__;   \
+   BENCHMARK(NAME##Cold)->Iterations(Bench::coldRounds)->UseManualTime()->Unit(UNIT) __VA_ARGS__
 
 } // namespace Bench

@@ -1,8 +1,7 @@
 // The cost of the completion of MAC reads, from the lock to the stored snapshot, for 456 ports a chip and 1 to 8 chips,
-// against a plain memcpy of the same bytes in the same loop; its allocations; the cost of the activity lock; and that of a
+// against a plain memcpy of the same bytes; its allocations; the cost of the activity lock; and that of a
 // trace line that is off.
-#include "bench/AllocationCount.h"
-#include "bench/CpuTime.h"
+#include "bench/InTurns.h"
 #include "counters/ZelCounters.h"
 #include "counters/chip/ZelCountersTrace.h"
 #include "kiln/ActivityLock.h"
@@ -65,38 +64,21 @@ struct Chips {
    std::vector<Kiln::Ptr<ZelCounter::ZelCounters>> chips;
 };
 
-// The floor and the path take turns, so that both see the same machine.
-void completionPath(benchmark::State& state) {
+void completionPath(benchmark::State& state, Bench::Caches caches) {
    const auto chipCount = static_cast<unsigned>(state.range(0));
-   const std::size_t values = std::size_t{chipCount} * portsPerChip * BF_NUM_RMON_COUNTERS;
-   std::vector<U64> source(values, 1);
-   std::vector<U64> copy(values);
+   std::vector<U64> source(std::size_t{chipCount} * portsPerChip * BF_NUM_RMON_COUNTERS, 1);
+   std::vector<U64> copy(source.size());
    const Chips chips(chipCount);
    chips.completeAll(source);
-
-   double floorSeconds = 0.0;
-   double pathSeconds = 0.0;
-   const Bench::Allocations before = Bench::allocations();
-   for (auto _ : state) {
+   const auto floor = [&] {
       source[0] += 1;
-      const double begin = cpuSeconds();
-      std::memcpy(copy.data(), source.data(), values * sizeof(U64));
+      std::memcpy(copy.data(), source.data(), source.size() * sizeof(U64));
       benchmark::DoNotOptimize(copy.data());
       benchmark::ClobberMemory();
-      const double middle = cpuSeconds();
-      chips.completeAll(source);
-      const double end = cpuSeconds();
-      floorSeconds += middle - begin;
-      pathSeconds += end - middle;
-      state.SetIterationTime(end - middle);
-   }
-   const Bench::Allocations after = Bench::allocations();
-   const double rounds = static_cast<double>(state.iterations());
-   state.counters["x_memcpy"] = pathSeconds / floorSeconds;
-   state.counters["ns_per_port"] = 1e9 * pathSeconds / rounds / (chipCount * portsPerChip);
-   state.counters["allocations"] = static_cast<double>(after.count - before.count);
+   };
+   Bench::InTurns(caches).run(state, floor, [&] { chips.completeAll(source); });
 }
-BENCHMARK(completionPath)->Arg(1)->Arg(2)->Arg(4)->Arg(8)->UseManualTime();
+ZEL_BENCH_HOT_AND_COLD(completionPath, benchmark::kMicrosecond, ->Arg(1)->Arg(2)->Arg(4)->Arg(8));
 
 // The memory that a port takes: both snapshots and their places in the maps.
 void memoryPerPort(benchmark::State& state) {

@@ -60,14 +60,6 @@ def run(program, fast):
     return said["context"], results
 
 
-def with_history(figures):
-    """publish_bench compares a publication with history with one without, which it compares with the floor."""
-    results = figures.get("publish_bench", {})
-    both = results.get("publishWithHistory", {})
-    if "x_without" in both and "publish" in results:
-        both.setdefault("x_floor", both["x_without"] * results["publish"]["x_floor"])
-
-
 def machine(context):
     """The machine, by its processor only."""
     model = next((line.split(":", 1)[1].strip() for line in open("/proc/cpuinfo") if line.startswith("model name")),
@@ -118,9 +110,9 @@ def table(head, rows):
 # What is wanted; and where it is found: program, pattern of the benchmark's name, counter, the most that it may be,
 # unit. Of several benchmarks the worst one counts.
 TARGETS = (
-    ("a port stored, vetted and published, cold", "publish_bench", r"completePorts/cold:1/history:1", "x_memcpy", 6,
+    ("a port stored, vetted and published, cold", "publish_bench", r"completePortsCold/history:1", "x_floor", 6,
      "x a `memcpy` of its raw values"),
-    ("a port's queues, cold", "publish_bench", r"completeQueues/cold:1/history:1", "x_memcpy", 6,
+    ("a port's queues, cold", "publish_bench", r"completeQueuesCold/history:1", "x_floor", 6,
      "x a `memcpy` of their raw values"),
     ("a port's record published, with its history", "publish_bench", r"publishWithHistory", "x_floor", 3,
      "x a bare write"),
@@ -128,9 +120,9 @@ TARGETS = (
     ("a completion of a pipe's queues, published", "chip_reads_bench", r"queueCompletion", "x_floor", 1.6,
      "x the SDK's reads"),
     ("a fetch of the PDP counters", "chip_reads_bench", r"pdpFetch", "x_floor", 1.4, "x the SDK's reads"),
-    ("a polling pass, 1 to 8 chips", "polling_bench", r"pollingPass/\d", "x_memcpy", 5,
+    ("a polling pass, 1 to 8 chips", "polling_bench", r"pollingPass/\d", "x_floor", 5,
      "x a `memcpy` of the raw values"),
-    ("completions of ports' reads, 1 to 8 chips", "callback_bench", r"completionPath/\d", "x_memcpy", 3,
+    ("completions of ports' reads, 1 to 8 chips", "callback_bench", r"completionPath/\d", "x_floor", 3,
      "x a `memcpy` of the raw values"),
     ("the activity lock, longest hold", "latency_bench", r".*", "longest_hold_ms", 1, "ms"),
     ("the same, by the pass over 4,094 VLANs on 4 chips", "l3_bench", r"natPass", "longest_lock_ms", 1, "ms"),
@@ -158,18 +150,18 @@ ELSEWHERE = re.compile(r"(growth|memory|beside|latency)_bench .*|metrics_bench (
 
 
 def ratio(result):
-    names = ("x_floor", "x_memcpy", "x_mutex_and_readings")
+    names = ("x_floor", "x_mutex_and_readings")
     return next((result[name] for name in names if result and name in result), None)
 
 
 def paths(figures):
-    """A row for each path: its time and its multiple of its floor. NAMECold or NAME/cold:1 is the cold one."""
+    """A row for each path: its time and its multiple of its floor. NAMECold is the cold one."""
     found = {}
     for program, results in figures.items():
         for name, result in results.items():
             if not ELSEWHERE.fullmatch(f"{program} {name}"):
-                plain = re.sub(r"Cold(?=/|$)|/cold:[01]", "", name)
-                cold = re.search(r"Cold(/|$)|/cold:1", name)
+                plain = re.sub(r"Cold(?=/|$)", "", name)
+                cold = re.search(r"Cold(/|$)", name)
                 found.setdefault((program, plain), {})["cold" if cold else "hot"] = result
     rows = []
     for (program, name), both in sorted(found.items()):
@@ -435,7 +427,6 @@ def main():
     figures = {}
     for program in programs:
         context, figures[program.name] = run(program, options.fast)
-    with_history(figures)
     document, picture = DOCUMENT, PLOT
     if options.out:
         document, picture = options.out / DOCUMENT.name, options.out / "images" / PLOT.name

@@ -1,11 +1,11 @@
-// The cost of a polling pass, from request to stored snapshot, against a plain memcpy of the same bytes in the same
-// loop, and its allocations. Every port of 1 to 8 chips is requested from the SDK, and completes inline.
-#include "bench/AllocationCount.h"
-#include "bench/CpuTime.h"
+// The cost of a polling pass, from request to stored snapshot, against a plain memcpy of the same bytes, and against the
+// software chips' part of it. Every port of 1 to 8 chips is requested from the SDK, and completes inline.
+#include "bench/InTurns.h"
 #include "counters/ZelCounters.h"
 #include "counters/ZelCountersMgr.h"
 #include "kiln/ActivityLock.h"
 #include "kiln/ActivityManager.h"
+#include "sdk/bf_port.h"
 #include "softchip/SoftChip.h"
 
 #include <benchmark/benchmark.h>
@@ -14,7 +14,7 @@
 
 namespace {
 
-using Bench::cpuSeconds;
+using Bench::Caches;
 
 constexpr unsigned pipes = 4;
 using ZlPort::portsPerPipe;
@@ -84,8 +84,7 @@ class Switch {
    Kiln::Ptr<ZelCounter::ZelCountersMgr> mgr_;
 };
 
-// The floor and the pass take turns, so that both see the same machine.
-void pollingPass(benchmark::State& state) {
+void pollingPass(benchmark::State& state, Caches caches) {
    const auto chipCount = static_cast<unsigned>(state.range(0));
    const std::size_t ports = std::size_t{chipCount} * portsPerChip;
    std::vector<U64> source(ports * BF_NUM_RMON_COUNTERS, 1);
@@ -96,30 +95,42 @@ void pollingPass(benchmark::State& state) {
       state.SkipWithError("the pass did not store every port");
       return;
    }
-
-   double floorSeconds = 0.0;
-   double passSeconds = 0.0;
-   const Bench::Allocations before = Bench::allocations();
-   for (auto _ : state) {
+   const auto floor = [&] {
       source[0] += 1;
-      const double begin = cpuSeconds();
       std::memcpy(copy.data(), source.data(), source.size() * sizeof(U64));
       benchmark::DoNotOptimize(copy.data());
       benchmark::ClobberMemory();
-      const double middle = cpuSeconds();
-      chips.poll();
-      const double end = cpuSeconds();
-      floorSeconds += middle - begin;
-      passSeconds += end - middle;
-      state.SetIterationTime(end - middle);
-   }
-   const Bench::Allocations after = Bench::allocations();
-   const double rounds = static_cast<double>(state.iterations());
-   state.counters["x_memcpy"] = passSeconds / floorSeconds;
-   state.counters["ns_per_port"] = 1e9 * passSeconds / rounds / static_cast<double>(ports);
-   state.counters["allocations_per_pass"] = static_cast<double>(after.count - before.count) / rounds;
+   };
+   Bench::InTurns(caches).run(state, floor, [&] { chips.poll(); });
 }
-BENCHMARK(pollingPass)->Arg(1)->Arg(2)->Arg(4)->Arg(8)->UseManualTime();
+ZEL_BENCH_HOT_AND_COLD(pollingPass, benchmark::kMicrosecond, ->Arg(1)->Arg(2)->Arg(4)->Arg(8));
+
+// The same with the chips' own part as the floor: every port is read, and nobody takes it.
+void pollingPassOverSdk(benchmark::State& state, Caches caches) {
+   const auto chipCount = static_cast<bf_dev_id_t>(state.range(0));
+   const Switch chips(static_cast<unsigned>(chipCount));
+   chips.poll();
+   std::size_t reads = 0;
+   const auto count = [](bf_dev_id_t, bf_dev_port_t, bf_rmon_counter_array_t*, void* cookie) {
+      ++*static_cast<std::size_t*>(cookie);
+   };
+   const auto floor = [&] {
+      const auto lock = Kiln::ActivityLockAnchor::lock();
+      for (bf_dev_id_t chip = 0; chip < chipCount; ++chip) {
+         for (unsigned port = 0; port < portsPerChip; ++port) {
+            bf_port_mac_stats_hw_async_get(chip, ZlPort::devicePort(port / portsPerPipe, port % portsPerPipe),
+                                           count, &reads);
+         }
+      }
+   };
+   floor();
+   if (reads != std::size_t(state.range(0)) * portsPerChip) {
+      state.SkipWithError("the chips did not answer for every port");
+      return;
+   }
+   Bench::InTurns(caches).run(state, floor, [&] { chips.poll(); });
+}
+ZEL_BENCH_HOT_AND_COLD(pollingPassOverSdk, benchmark::kMicrosecond, ->Arg(1)->Arg(2)->Arg(4)->Arg(8));
 
 } // namespace
 

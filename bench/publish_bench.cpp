@@ -1,14 +1,9 @@
 // The cost of a port's path from raw counters to its published record: 456 records converted, vetted, stepped and
-// written, as a multiple of a bare sequence-locked write of the same bytes, without and with their history, which is
-// written in turns so that both see the same machine; the same for reading them from a second
-// mapping; and, for contrast, a record published as decimal strings. Counts allocations once warm.
+// written, as a multiple of a bare sequence-locked write of the same bytes, without and with their history; the same for
+// reading them from a second mapping; and, for contrast, a record published as decimal strings.
 //
-// The last ones time the whole completion: of a port's 89 values, and of the three of each of its 17 queues, on hot memory
-// and on cold, when other memory was walked before each pass. Their floor is a memcpy of the raw values, hot or cold, too.
-//
-// Each path takes turns with its floor, so that both see the same machine.
-#include "bench/AllocationCount.h"
-#include "bench/ColdMemory.h"
+// Two time the whole completion: of a port's 89 values, and of the three of each of its 17 queues. Their floor is a
+// memcpy of the raw values.
 #include "bench/InTurns.h"
 #include "counters/ZelCounters.h"
 #include "counters/ZelCountersMgr.h"
@@ -18,7 +13,6 @@
 #include "silo/TableReader.h"
 #include "vex/SharedTables.h"
 
-#include <algorithm>
 #include <benchmark/benchmark.h>
 #include <charconv>
 #include <chrono>
@@ -27,6 +21,7 @@
 
 namespace {
 
+using Bench::Caches;
 using Silo::Interface::IntfCounters;
 
 constexpr unsigned ports = ZelId::PortIndex::invalid; // 456
@@ -109,7 +104,7 @@ class Publisher {
    // As completions do: stores new raw counters, then tells the forwarding layer; the measurement begins there. A few
    // ports at a time, since reading the clock takes long.
    double pass() {
-      time_->charge(2.0);
+      passTime();
       const auto chip = mgr_->zelCounters(0);
       for (U64& value : raw_) {
          value += 1000;
@@ -127,28 +122,24 @@ class Publisher {
       }
       return seconds;
    }
-   // What completions take, from the raw values of each port or its queues on.
-   double completeAll(std::vector<U64>& raw) {
-      time_->charge(2.0);
+   // Until the next pass, which is the caller's.
+   void passTime() { time_->charge(2.0); }
+   // Completions, from the raw values of each port or its queues on.
+   void completeAll(std::vector<U64>& raw) {
       const auto chip = mgr_->zelCounters(0);
-      const auto start = Clock::now();
       for (unsigned port = 0; port < ports; ++port) {
          auto* const values =
               reinterpret_cast<bf_rmon_counter_array_t*>(&raw[std::size_t{port} * BF_NUM_RMON_COUNTERS]);
          ZelCounter::ZelCountersCallback(0, static_cast<bf_dev_port_t>(port), values, chip.ptr());
       }
-      return secondsSince(start);
    }
-   double completeQueues(const std::vector<Vex::QueueMeters::Values>& raw) {
-      time_->charge(2.0);
+   void completeQueues(const std::vector<Vex::QueueMeters::Values>& raw) {
       ZelCounter::QueueCounters& queues = mgr_->zelCounters(0)->queues();
-      const auto start = Clock::now();
       for (unsigned port = 0; port < ports; ++port) {
          ZelCounter::IntfQueueCounters& stored = queues.intfQueueCountersIs(names[port]);
          stored.readingsAre(static_cast<U16>(port), raw[port], portQueues, Kiln::System::currentTime());
          queues.handOver(stored);
       }
-      return secondsSince(start);
    }
    double floor() {
       auto* const slots = reinterpret_cast<BareSlot*>(bare_.data());
@@ -178,126 +169,89 @@ class Publisher {
    Silo::Mapping bare_;
 };
 
-using Passes = Bench::Times;
-
-void report(benchmark::State& state, Passes& passes, Passes& floor) {
-   state.counters["x_floor"] = passes.median() / floor.median();
-   state.counters["ns_per_record"] = passes.median() / ports * 1e9;
-   state.counters["floor_ns_per_record"] = floor.median() / ports * 1e9;
-   state.counters["record_bytes"] = static_cast<double>(recordBytes);
+void report(benchmark::State& state, Bench::InTurns& turns) {
+   state.counters["ns_per_port"] = turns.pathTimes.median() / ports * 1e9;
+   state.counters["floor_ns_per_port"] = turns.floorTimes.median() / ports * 1e9;
 }
 
-void publish(benchmark::State& state) {
+void publish(benchmark::State& state, Caches caches) {
    Publisher agent;
    const auto lock = Kiln::ActivityLockAnchor::lock();
-   Passes passes;
-   Passes floor;
-   Bench::Allocations spent;
-   for (auto _ : state) {
-      floor.add(agent.floor());
-      const auto before = Bench::allocations();
-      const double pass = agent.pass();
-      spent.count += Bench::allocations().count - before.count;
-      passes.add(pass);
-      state.SetIterationTime(pass);
-   }
-   report(state, passes, floor);
-   state.counters["allocations"] = static_cast<double>(spent.count);
+   Bench::InTurns turns(caches);
+   turns.run(
+        state, [&] { return agent.floor(); }, [&] { return agent.pass(); });
+   report(state, turns);
 }
 
-// Two agents take turns.
-void publishWithHistory(benchmark::State& state) {
+// A second agent, which keeps none, takes turns with it, too.
+void publishWithHistory(benchmark::State& state, Caches caches) {
    Publisher without;
    Publisher with(Publisher::History::kept);
    const auto lock = Kiln::ActivityLockAnchor::lock();
-   Passes passes;
-   Passes floor;
-   Bench::Allocations spent;
-   for (auto _ : state) {
-      floor.add(without.pass());
-      const auto before = Bench::allocations();
-      const double pass = with.pass();
-      spent.count += Bench::allocations().count - before.count;
-      passes.add(pass);
-      state.SetIterationTime(pass);
+   Bench::InTurns turns(caches);
+   Bench::Times timesWithout;
+   turns.run(
+        state, [&] { timesWithout.add(without.pass()); }, [&] { return with.floor(); },
+        [&] { return with.pass(); });
+   report(state, turns);
+   if (caches == Caches::hot) {
+      state.counters["x_without"] = turns.pathTimes.median() / timesWithout.median();
    }
    Silo::HistoryReader reader(with.store(), Silo::Interface::TableName::intfHistory,
                               Silo::Interface::IntfHistory::layout);
    std::vector<Silo::HistorySample> samples;
-   reader.read(with.keys.back(), samples);
-   state.counters["samples_kept"] = static_cast<double>(samples.size());
-   state.counters["x_without"] = passes.median() / floor.median();
-   state.counters["ns_per_record"] = passes.median() / ports * 1e9;
-   state.counters["without_ns_per_record"] = floor.median() / ports * 1e9;
-   state.counters["allocations"] = static_cast<double>(spent.count);
+   if (!reader.read(with.keys.back(), samples)) {
+      state.SkipWithError("no history was kept");
+   }
 }
 
 // `valuesPerPort` of the raw values are the floor's to copy. complete() is timed, move() is not.
 template <class Move, class Complete>
-void compareWithCopy(benchmark::State& state, Publisher& agent, std::size_t valuesPerPort, Move move,
+void compareWithCopy(benchmark::State& state, Caches caches, std::size_t valuesPerPort, Move move,
                      Complete complete) {
-   const bool isCold = state.range(0) != 0;
-   Bench::ColdMemory others;
-   const auto forget = [&] {
-      if (isCold) {
-         others.walk();
-      }
-   };
    const std::vector<U64> source(ports * valuesPerPort, 1);
    std::vector<U64> copy(source.size());
    for (int i = 0; i < passesOfHistory; ++i) {
       move();
       complete();
    }
-   Passes passes;
-   Passes floor;
-   Passes bare;
-   for (auto _ : state) {
-      forget();
-      const auto start = Clock::now();
+   Bench::InTurns turns(caches);
+   const auto floor = [&] {
       std::memcpy(copy.data(), source.data(), source.size() * sizeof(U64));
       benchmark::DoNotOptimize(copy.data());
       benchmark::ClobberMemory();
-      floor.add(secondsSince(start));
-      forget();
-      bare.add(agent.floor());
-      move();
-      forget();
-      const double pass = complete();
-      passes.add(pass);
-      state.SetIterationTime(pass);
-   }
-   state.counters["x_memcpy"] = passes.median() / floor.median();
-   state.counters["x_bare_port_record"] = passes.median() / bare.median();
-   state.counters["ns_per_port"] = passes.median() / ports * 1e9;
-   state.counters["memcpy_ns_per_port"] = floor.median() / ports * 1e9;
+   };
+   turns.run(state, move, floor, complete);
+   report(state, turns);
 }
 
-void completePorts(benchmark::State& state) {
-   Publisher agent(state.range(1) != 0 ? Publisher::History::kept : Publisher::History::none);
+void completePorts(benchmark::State& state, Caches caches) {
+   Publisher agent(state.range(0) != 0 ? Publisher::History::kept : Publisher::History::none);
    const auto lock = Kiln::ActivityLockAnchor::lock();
    std::vector<U64> raw(std::size_t{ports} * BF_NUM_RMON_COUNTERS, 1'000'000);
    const auto move = [&] {
+      agent.passTime();
       for (U64& value : raw) {
          value += 1000;
       }
    };
-   compareWithCopy(state, agent, BF_NUM_RMON_COUNTERS, move, [&] { return agent.completeAll(raw); });
+   compareWithCopy(state, caches, BF_NUM_RMON_COUNTERS, move, [&] { agent.completeAll(raw); });
 }
 
-void completeQueues(benchmark::State& state) {
-   Publisher agent(state.range(1) != 0 ? Publisher::History::kept : Publisher::History::none);
+void completeQueues(benchmark::State& state, Caches caches) {
+   Publisher agent(state.range(0) != 0 ? Publisher::History::kept : Publisher::History::none);
    const auto lock = Kiln::ActivityLockAnchor::lock();
    std::vector<Vex::QueueMeters::Values> raw(ports);
    const auto move = [&] {
+      agent.passTime();
       for (Vex::QueueMeters::Values& port : raw) {
          for (Vex::QueueMeters::Queue& one : port) {
             one = {one.packets + 10, one.bytes + 1000, one.drops + 1};
          }
       }
    };
-   compareWithCopy(state, agent, portQueues * sizeof(Silo::Interface::QueueStatistics) / sizeof(U64), move,
-                   [&] { return agent.completeQueues(raw); });
+   compareWithCopy(state, caches, portQueues * sizeof(Silo::Interface::QueueStatistics) / sizeof(U64), move,
+                   [&] { agent.completeQueues(raw); });
 }
 
 void append(Kiln::String& text, const char* prefix, std::size_t field, U64 value) {
@@ -308,14 +262,10 @@ void append(Kiln::String& text, const char* prefix, std::size_t field, U64 value
 }
 
 // As a database of strings would need it: each value of each record formatted under its name.
-void publishAsStrings(benchmark::State& state) {
+void publishAsStrings(benchmark::State& state, Caches caches) {
    Publisher agent;
    std::vector<Kiln::String> texts(ports);
-   Passes passes;
-   Passes floor;
-   for (auto _ : state) {
-      floor.add(agent.floor());
-      const auto start = Clock::now();
+   const auto format = [&] {
       for (unsigned port = 0; port < ports; ++port) {
          texts[port].clear();
          const IntfCounters& record = agent.records[port];
@@ -326,61 +276,49 @@ void publishAsStrings(benchmark::State& state) {
          }
       }
       benchmark::DoNotOptimize(texts.data());
-      const double pass = secondsSince(start);
-      passes.add(pass);
-      state.SetIterationTime(pass);
-   }
-   report(state, passes, floor);
+   };
+   format(); // the texts have their room
+   Bench::InTurns turns(caches);
+   turns.run(
+        state, [&] { return agent.floor(); }, format);
+   report(state, turns);
 }
 
-void readAll(benchmark::State& state) {
+void readAll(benchmark::State& state, Caches caches) {
    Publisher agent;
    Silo::TableReader<IntfCounters> reader(agent.store(), Silo::Interface::TableName::intfCounters);
    const Silo::Mapping mapping = agent.store().openForReading("bare");
    const auto* const slots = reinterpret_cast<const BareSlot*>(mapping.data());
    std::vector<Silo::Sample<IntfCounters>> samples(ports);
    bool isGood = true;
-   agent.floor();
-   Passes passes;
-   Passes floor;
-   U64 allocated = 0;
-   for (auto _ : state) {
-      auto start = Clock::now();
+   const auto readBare = [&] {
       for (unsigned port = 0; port < ports; ++port) {
          isGood &= slots[port].read(samples[port].record);
       }
       benchmark::ClobberMemory();
-      floor.add(secondsSince(start));
-      const auto before = Bench::allocations();
-      start = Clock::now();
+   };
+   const auto read = [&] {
       for (unsigned port = 0; port < ports; ++port) {
          isGood &= reader.read(agent.keys[port], samples[port]) == Silo::ReadResult::ok;
       }
       benchmark::ClobberMemory();
-      const double pass = secondsSince(start);
-      if (passes.count() != 0) { // the first pass indexes the keys
-         allocated += Bench::allocations().count - before.count;
-      }
-      passes.add(pass);
-      state.SetIterationTime(pass);
-   }
+   };
+   agent.floor();
+   read(); // the first pass indexes the keys
+   Bench::InTurns turns(caches);
+   turns.run(state, readBare, read);
    if (!isGood) {
       state.SkipWithError("a record could not be read");
    }
-   report(state, passes, floor);
-   state.counters["allocations"] = static_cast<double>(allocated);
+   report(state, turns);
 }
 
-BENCHMARK(publish)->UseManualTime()->Unit(benchmark::kMicrosecond);
-BENCHMARK(publishWithHistory)->UseManualTime()->Unit(benchmark::kMicrosecond);
-void hotAndCold(benchmark::internal::Benchmark* bench) {
-   constexpr int passes = 60; // enough for a median: a walk takes long
-   bench->ArgNames({"cold", "history"})->ArgsProduct({{0, 1}, {0, 1}})->Iterations(passes)->UseManualTime();
-}
-BENCHMARK(completePorts)->Apply(hotAndCold);
-BENCHMARK(completeQueues)->Apply(hotAndCold);
-BENCHMARK(publishAsStrings)->UseManualTime()->Unit(benchmark::kMicrosecond);
-BENCHMARK(readAll)->UseManualTime()->Unit(benchmark::kMicrosecond);
+ZEL_BENCH_HOT_AND_COLD(publish, benchmark::kMicrosecond);
+ZEL_BENCH_HOT_AND_COLD(publishWithHistory, benchmark::kMicrosecond);
+ZEL_BENCH_HOT_AND_COLD(completePorts, benchmark::kMicrosecond, ->ArgName("history")->Arg(0)->Arg(1));
+ZEL_BENCH_HOT_AND_COLD(completeQueues, benchmark::kMicrosecond, ->ArgName("history")->Arg(0)->Arg(1));
+ZEL_BENCH_HOT_AND_COLD(publishAsStrings, benchmark::kMicrosecond);
+ZEL_BENCH_HOT_AND_COLD(readAll, benchmark::kMicrosecond);
 
 } // namespace
 

@@ -1,9 +1,7 @@
 // The cost of publishing and reading shared records, as a multiple of a bare sequence lock around a memcpy.
 //
-// Each benchmark runs batches of its own passes and of the floor's in turn, so that both see the same machine. The time
-// shown is that of one of its passes over all records; "x_floor" is the ratio of the two.
-#include "bench/AllocationCount.h"
-#include "bench/CpuTime.h"
+// The time shown is that of one pass over all records.
+#include "bench/InTurns.h"
 #include "silo/Table.h"
 #include "silo/TableReader.h"
 
@@ -17,6 +15,8 @@
 #include <vector>
 
 namespace {
+
+using Bench::Caches;
 
 constexpr std::size_t records = 456;
 constexpr int passesPerBatch = 20;
@@ -89,38 +89,31 @@ Silo::Mapping makeBare() {
    return mapping;
 }
 
+// The seconds of one pass: hot, in a batch, before which the other one's batch has filled the caches.
 template <class Pass>
-double secondsForBatch(Pass& pass) {
-   pass(); // the other one's batch has filled the caches
-   double start = Bench::cpuSeconds();
-   for (int i = 0; i < passesPerBatch; ++i) {
+double secondsOf(Pass& pass, Caches caches) {
+   const int passes = caches == Caches::hot ? passesPerBatch : 1;
+   if (caches == Caches::hot) {
       pass();
    }
-   return Bench::cpuSeconds() - start;
+   const double start = Bench::cpuSeconds();
+   for (int i = 0; i < passes; ++i) {
+      pass();
+   }
+   return (Bench::cpuSeconds() - start) / passes;
 }
 
 template <class Pass, class Floor>
-void compare(benchmark::State& state, Pass pass, Floor floor) {
-   double total = 0;
-   double floorTotal = 0;
-   std::uint64_t allocations = 0;
+void compare(benchmark::State& state, Caches caches, Pass pass, Floor floor) {
    pass(); // warm: keys, index and buffers exist
-   for (auto _ : state) {
-      floorTotal += secondsForBatch(floor);
-      std::uint64_t before = Bench::allocations().count;
-      double seconds = secondsForBatch(pass);
-      allocations += Bench::allocations().count - before;
-      total += seconds;
-      state.SetIterationTime(seconds / passesPerBatch);
-   }
-   double passes = static_cast<double>(state.iterations()) * passesPerBatch;
-   state.counters["allocations"] = static_cast<double>(allocations);
-   state.counters["x_floor"] = total / floorTotal;
-   state.counters["ns_per_record"] = total / passes / records * 1e9;
-   state.counters["floor_ns_per_record"] = floorTotal / passes / records * 1e9;
+   Bench::InTurns turns(caches);
+   turns.run(
+        state, [&] { return secondsOf(floor, caches); }, [&] { return secondsOf(pass, caches); });
+   state.counters["ns_per_record"] = turns.pathTimes.median() / records * 1e9;
+   state.counters["floor_ns_per_record"] = turns.floorTimes.median() / records * 1e9;
 }
 
-void publish(benchmark::State& state) {
+void publish(benchmark::State& state, Caches caches) {
    auto keys = makeKeys();
    auto sources = makeSources();
    Silo::Table<Counters> table(store(), "counters", Counters{}, options());
@@ -128,7 +121,7 @@ void publish(benchmark::State& state) {
    BareSlot* bare = mapBare(mapping);
    double now = 0;
    compare(
-        state,
+        state, caches,
         [&] {
            now += 2;
            for (std::size_t i = 0; i < records; ++i) {
@@ -165,7 +158,7 @@ void fillFromChild() {
 }
 
 template <class MakePass>
-void readAgainstFloor(benchmark::State& state, MakePass makePass) {
+void readAgainstFloor(benchmark::State& state, Caches caches, MakePass makePass) {
    store(); // so that the child has the same place
    fillFromChild();
    Silo::TableReader<Counters> reader(store(), "counters");
@@ -173,7 +166,7 @@ void readAgainstFloor(benchmark::State& state, MakePass makePass) {
    const BareSlot* bare = mapBare(mapping);
    std::vector<Counters> copies(records);
    bool isGood = true;
-   compare(state, makePass(reader, isGood), [&] {
+   compare(state, caches, makePass(reader, isGood), [&] {
       for (std::size_t i = 0; i < records; ++i) {
          isGood &= bare[i].read(copies[i]);
       }
@@ -187,8 +180,8 @@ void readAgainstFloor(benchmark::State& state, MakePass makePass) {
    store().remove("bare");
 }
 
-void readByKey(benchmark::State& state) {
-   readAgainstFloor(state, [](Silo::TableReader<Counters>& reader, bool& isGood) {
+void readByKey(benchmark::State& state, Caches caches) {
+   readAgainstFloor(state, caches, [](Silo::TableReader<Counters>& reader, bool& isGood) {
       return [&reader, &isGood, keys = makeKeys(),
               samples = std::vector<Silo::Sample<Counters>>(records)]() mutable {
          for (std::size_t i = 0; i < records; ++i) {
@@ -199,8 +192,8 @@ void readByKey(benchmark::State& state) {
    });
 }
 
-void readSnapshot(benchmark::State& state) {
-   readAgainstFloor(state, [](Silo::TableReader<Counters>& reader, bool& isGood) {
+void readSnapshot(benchmark::State& state, Caches caches) {
+   readAgainstFloor(state, caches, [](Silo::TableReader<Counters>& reader, bool& isGood) {
       return [&reader, &isGood, entries = std::vector<Silo::Entry<Counters>>()]() mutable {
          isGood &= reader.snapshot(entries) && entries.size() == records;
          benchmark::ClobberMemory();
@@ -208,9 +201,9 @@ void readSnapshot(benchmark::State& state) {
    });
 }
 
-BENCHMARK(publish)->UseManualTime()->Unit(benchmark::kMicrosecond);
-BENCHMARK(readByKey)->UseManualTime()->Unit(benchmark::kMicrosecond);
-BENCHMARK(readSnapshot)->UseManualTime()->Unit(benchmark::kMicrosecond);
+ZEL_BENCH_HOT_AND_COLD(publish, benchmark::kMicrosecond);
+ZEL_BENCH_HOT_AND_COLD(readByKey, benchmark::kMicrosecond);
+ZEL_BENCH_HOT_AND_COLD(readSnapshot, benchmark::kMicrosecond);
 
 } // namespace
 

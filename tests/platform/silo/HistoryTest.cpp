@@ -186,7 +186,8 @@ TEST_F(History, MarksWhatWasBrokenSinceTheSampleBefore) {
    EXPECT_EQ(flags, (std::vector<std::uint64_t>{0, discontinuity, 0, discontinuity | begun}));
 }
 
-// Rings come in banks of sixteen, so that there are 32. Each key that comes gets one as long as there is room, then that of the one that is silent the longest.
+// Rings come in banks of sixteen, so that there are 32. Each key that comes gets one as long as there is room, then that
+// of the one that is silent the longest.
 TEST_F(History, GivesRingsOfSilentKeysAwayOnlyWhenNeeded) {
    HistoryTable table(store_, "History", layout, options(4, 20));
    for (int port = 1; port <= 32; ++port) {
@@ -210,11 +211,13 @@ TEST_F(History, GivesRingsOfSilentKeysAwayOnlyWhenNeeded) {
    ASSERT_TRUE(Silo::HistoryReader(store_, "History", layout).read("Ethernet33", samples));
    EXPECT_EQ(samples.front().number, 2U) << "no number comes twice in a ring";
    EXPECT_EQ(timesOf("Ethernet2"), (Times{1, 3}));
+   write(table, "Ethernet34", 4.5);
+   EXPECT_EQ(timesOf("Ethernet34"), (Times{4.5}));
    std::size_t left = 0;
    for (int port = 1; port <= 32; ++port) {
       left += timesOf("Ethernet" + std::to_string(port)).size();
    }
-   EXPECT_EQ(left, 32U) << "one went, and Ethernet2 has two";
+   EXPECT_EQ(left, 31U) << "two went, and Ethernet2 has two";
 }
 
 // Whatever is overwritten: samples that are given out are as they were written, and the next polling pass mends the rest.
