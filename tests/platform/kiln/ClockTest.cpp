@@ -3,9 +3,11 @@
 #include "kiln/ActivityManager.h"
 #include "kiln/RingLog.h"
 #include "kiln/TimerWheel.h"
+#include "tests/support/LockWaiter.h"
 #include "tests/support/Pipe.h"
 #include "tests/support/Random.h"
 
+#include <chrono>
 #include <functional>
 #include <gmock/gmock.h>
 #include <map>
@@ -189,6 +191,34 @@ TEST_F(ActivityManager, AClockThatAlwaysRearmsForNowLeavesDescriptorsTheirTurn) 
    ASSERT_EQ(write(pipe.writer.fd(), "x", 1), 1);
    manager->run();
    EXPECT_TRUE(isServed);
+}
+
+// Or one that never ends would hold up the clocks without bound.
+TEST_F(ActivityManager, WhatIsServedWithinAHandlerGetsAsMuchTimeAsThatHadAndALittleMore) {
+   const ZelTest::NoSlices atEachPiece;
+   const ZelTest::Pipe pipe;
+   bool isWithin = false;
+   int servedWithin = 0;
+   Reader reader(manager, pipe.reader.fd(), [&] {
+      if (!isWithin) {
+         manager->stop();
+         return;
+      }
+      ++servedWithin;
+      std::this_thread::sleep_for(std::chrono::milliseconds(500));
+   });
+   reader.servedMeanwhileIs(true);
+   ASSERT_EQ(write(pipe.writer.fd(), "x", 1), 1); // stays readable
+   Alarm busy(manager->clock(), [&] {
+      isWithin = true;
+      for (int piece = 0; piece < 20; ++piece) {
+         Kiln::ActivityLockAnchor::giveWay("busy");
+      }
+      isWithin = false;
+   });
+   busy.timeMinIs(0.0);
+   manager->run();
+   EXPECT_EQ(servedWithin, 1) << "half a second is more than the handler and what is always granted";
 }
 
 TEST_F(ActivityManager, AReadyDescriptorThatAnotherDestroyedOrSilencedIsNotServed) {
