@@ -101,8 +101,8 @@ class Publisher {
       mgr_ = nullptr;
    }
 
-   // As completions do: stores new raw counters, then tells the forwarding layer; the measurement begins there. A few
-   // ports at a time, since reading the clock takes long.
+   // As completions do: stores new raw counters, then tells the forwarding layer; the measurement begins there, and on
+   // cold memory with what was just stored. A few ports at a time, since reading the clock takes long.
    double pass() {
       passTime();
       const auto chip = mgr_->zelCounters(0);
